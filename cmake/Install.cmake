@@ -1,0 +1,21 @@
+include(CMakePackageConfigHelpers)
+
+install(TARGETS dalnim EXPORT dalnimTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/dalnim ${PROJECT_SOURCE_DIR}/qv
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    FILES_MATCHING PATTERN "*.hpp" PATTERN "*.h"
+    PATTERN "src" EXCLUDE)
+
+install(EXPORT dalnimTargets NAMESPACE dalnim::
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/dalnim)
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/dalnimConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/dalnimConfig.cmake
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/dalnim)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/dalnimConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/dalnimConfig.cmake ${PROJECT_BINARY_DIR}/dalnimConfigVersion.cmake
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/dalnim)
+
+configure_file(${CMAKE_CURRENT_LIST_DIR}/dalnim.pc.in ${PROJECT_BINARY_DIR}/dalnim.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/dalnim.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,14 @@
+#ifndef DALNIM_LOG_NSDEFS_HPP
+#define DALNIM_LOG_NSDEFS_HPP
+
+#include <qv/pmx/api.h>
+
+/** Log records, modules, loggers and log files. */
+namespace com::kor::dal::nim::log {
+
+/** The dotted name of this namespace, as stack traces and configuration keys show it. */
+extern DALNIM_API const char NAMESPACE_NAME[];
+
+}
+
+#endif
