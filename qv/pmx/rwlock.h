@@ -1,0 +1,54 @@
+#ifndef QV_PMX_RWLOCK_H
+#define QV_PMX_RWLOCK_H
+
+#include <qv/pmx/api.h>
+#include <qv/pmx/types.h>
+
+QV_BEGIN_C
+
+/**
+ * A reader-writer lock, held by value. Copy `qv_si_rwlock_empty_lock_extern` into the record before
+ * `qv_si_rw_init`, and do not copy it after.
+ *
+ * Policy: a waiting writer holds back new readers. When a writer leaves, the readers that came to
+ * wait meanwhile go in together, ahead of the next writer; so neither side starves. The lock knows
+ * how many hold it and not who: a thread that takes it twice may wait for itself.
+ *
+ * Every function gives EINVAL for a lock that is at rest: not yet made, or destroyed.
+ */
+typedef struct si_rwlock_t {
+    void* val;
+    int magic;
+} si_rwlock_t;
+
+/** The image of a lock at rest. */
+DALNIM_API extern const si_rwlock_t qv_si_rwlock_empty_lock_extern;
+
+/**
+ * Makes a lock of a record at rest. EBUSY when the record is a live lock, ENOMEM without memory.
+ * There are no attributes yet: anything but null is refused with EINVAL.
+ */
+DALNIM_API qv_err_t qv_si_rw_init(si_rwlock_t* lock, const char* attributes) QV_NOEXCEPT;
+
+/** Ends a lock; its record is at rest again. EBUSY, and the lock stays, when it is held. */
+DALNIM_API qv_err_t qv_si_rw_destroy(si_rwlock_t* lock) QV_NOEXCEPT;
+
+/** Takes shared access; waits without limit. EAGAIN when no further reader can be counted. */
+DALNIM_API qv_err_t qv_si_rw_rdlock(si_rwlock_t* lock) QV_NOEXCEPT;
+
+/** Takes exclusive access; waits without limit. */
+DALNIM_API qv_err_t qv_si_rw_wrlock(si_rwlock_t* lock) QV_NOEXCEPT;
+
+/** Ends the caller's access of either kind. EPERM when nobody holds the lock. */
+DALNIM_API qv_err_t qv_si_rw_unlock(si_rwlock_t* lock) QV_NOEXCEPT;
+
+/**
+ * Turns the caller's shared access into exclusive access, ahead of waiting writers, and never waits.
+ * EBUSY when there are other readers: the caller keeps its shared access. EPERM when no shared
+ * access is held.
+ */
+DALNIM_API qv_err_t qv_si_rw_upgrade(si_rwlock_t* lock) QV_NOEXCEPT;
+
+QV_END_C
+
+#endif

@@ -1,0 +1,136 @@
+#include <qv/pmx/library.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <dlfcn.h>
+#include <link.h>
+
+namespace {
+
+struct Unload
+{
+    void operator()(void* module) const noexcept
+    {
+        dlclose(module);
+    }
+};
+
+typedef std::unique_ptr<void, Unload> Module;
+
+struct NameCollection
+{
+    std::vector<std::string> names;
+    bool complete = true;
+};
+
+extern "C" int collectName(dl_phdr_info* info, size_t, void* context)
+{
+    NameCollection& collection = *static_cast<NameCollection*>(context);
+    try {
+        collection.names.emplace_back(info->dlpi_name);
+        return 0;
+    } catch (const std::bad_alloc&) {
+        collection.complete = false;
+        return 1;
+    }
+}
+
+void* toNative(qv_lhandle_t handle)
+{
+    return handle;
+}
+
+}
+
+struct qv_module_list
+{
+    std::vector<Module> modules;
+};
+
+qv_err_t qv_si_library_nload(const char* path, char** error_text, qv_lhandle_t* handle)
+{
+    if (error_text != nullptr) {
+        *error_text = nullptr;
+    }
+    if (path == nullptr || handle == nullptr) {
+        return EINVAL;
+    }
+
+    errno = 0;
+    *handle = static_cast<qv_lhandle_t>(dlopen(*path != '\0' ? path : nullptr, RTLD_LAZY | RTLD_LOCAL));
+    if (*handle != nullptr) {
+        return 0;
+    }
+    // What the last system call of the linker left is the reason, unless the file could be read and
+    // was refused for what is in it.
+    const qv_err_t status = errno != 0 ? errno : ENOEXEC;
+    const char* const text = dlerror();
+    if (error_text != nullptr && text != nullptr) {
+        *error_text = strdup(text);
+    }
+    return status;
+}
+
+qv_err_t qv_si_library_unload(qv_lhandle_t handle)
+{
+    return handle != nullptr && dlclose(toNative(handle)) == 0 ? 0 : EINVAL;
+}
+
+qv_err_t qv_si_module_create_list(qv_module_list_t* list)
+{
+    if (list == nullptr) {
+        return EINVAL;
+    }
+    *list = nullptr;
+    try {
+        // The walk holds the linker's lock: the modules are opened after it, and what was unloaded in
+        // between is not loaded anew.
+        NameCollection collection;
+        dl_iterate_phdr(collectName, &collection);
+        if (!collection.complete) {
+            return ENOMEM;
+        }
+        auto created = std::make_unique<qv_module_list>();
+        created->modules.reserve(collection.names.size());
+        for (const std::string& name : collection.names) {
+            const char* const path = name.empty() ? nullptr : name.c_str();
+            if (void* const module = dlopen(path, RTLD_LAZY | RTLD_LOCAL | RTLD_NOLOAD)) {
+                created->modules.emplace_back(module);
+            }
+        }
+        *list = created.release();
+        return 0;
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
+}
+
+void qv_si_module_destroy_list(qv_module_list_t list)
+{
+    delete list;
+}
+
+void* qv_si_lib_find_symbol(qv_lhandle_t handle, qv_module_list_t list, const char* name)
+{
+    if (name == nullptr) {
+        return nullptr;
+    }
+    if (handle != nullptr) {
+        if (void* const address = dlsym(toNative(handle), name)) {
+            return address;
+        }
+    }
+    if (list != nullptr) {
+        for (const Module& module : list->modules) {
+            if (void* const address = dlsym(module.get(), name)) {
+                return address;
+            }
+        }
+    }
+    return nullptr;
+}

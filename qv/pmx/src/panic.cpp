@@ -1,0 +1,56 @@
+#include <qv/pmx/panic.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t MAX_DIGITS = 12;
+
+/** Writes `value` in decimal to the end of `digits` and tells where it begins. */
+const char* formatDecimal(int value, char (&digits)[MAX_DIGITS])
+{
+    char* begin = digits + MAX_DIGITS;
+    unsigned int rest = value < 0 ? 0U - static_cast<unsigned int>(value) : static_cast<unsigned int>(value);
+    do {
+        *--begin = static_cast<char>('0' + rest % 10);
+        rest /= 10;
+    } while (rest != 0);
+    if (value < 0) {
+        *--begin = '-';
+    }
+    return begin;
+}
+
+iovec piece(const char* text, size_t length)
+{
+    return {const_cast<char*>(text), length};
+}
+
+iovec piece(const char* text)
+{
+    return piece(text, std::strlen(text));
+}
+
+}
+
+void qv_si_panic_internal(const char* path, int line) noexcept
+{
+    char digits[MAX_DIGITS];
+    const char* const number = formatDecimal(line, digits);
+    const iovec pieces[] = {
+        piece("qv: fatal error at "),
+        piece(path != nullptr ? path : "unknown source"),
+        piece(":"),
+        piece(number, static_cast<size_t>(digits + MAX_DIGITS - number)),
+        piece("\n"),
+    };
+    // One call, so that the line stays whole among those of other threads. The process ends: there is
+    // nobody to tell when the line does not get through.
+    const ssize_t written = writev(STDERR_FILENO, pieces, sizeof pieces / sizeof pieces[0]);
+    static_cast<void>(written);
+    std::abort();
+}

@@ -1,0 +1,52 @@
+#include <qv/pmx/thread.h>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <qv/pmx/init.h>
+
+#include "thread_self.hpp"
+
+static_assert(sizeof(si_thread_key_t) == sizeof(pthread_key_t), "keys are handed through");
+
+namespace {
+
+// 0 until the thread asks for the first time; the kernel gives no thread that number.
+__attribute__((tls_model("initial-exec"))) thread_local ThreadID_t self = 0;
+
+__attribute__((noinline, cold)) ThreadID_t lookUpSelf()
+{
+    // Whoever remembers a number must be told of a fork.
+    if (qv_si_init_only_multithreaded() != 0) {
+        return gettid();
+    }
+    return self = gettid();
+}
+
+}
+
+void qv::forgetThreadSelf()
+{
+    self = 0;
+}
+
+ThreadID_t qv_si_thread_self(void) noexcept
+{
+    const ThreadID_t known = self;
+    return known != 0 ? known : lookUpSelf();
+}
+
+qv_err_t qv_si_thread_keycreate(si_thread_key_t* key, void (*destructor)(void*)) noexcept
+{
+    return pthread_key_create(key, destructor);
+}
+
+void* qv_si_thread_getspecific(si_thread_key_t key) noexcept
+{
+    return pthread_getspecific(key);
+}
+
+qv_err_t qv_si_thread_setspecific(si_thread_key_t key, const void* value) noexcept
+{
+    return pthread_setspecific(key, value);
+}
