@@ -7,6 +7,7 @@
 #include <qv/pmx/atomic.h>
 #include <qv/pmx/cond.h>
 #include <qv/pmx/errors.h>
+#include <qv/pmx/glob.h>
 #include <qv/pmx/host.h>
 #include <qv/pmx/init.h>
 #include <qv/pmx/library.h>
