@@ -12,8 +12,6 @@
 
 #include <qv/pmx.h>
 
-#include <iostream>
-
 namespace {
 
 const qv::ErrorTableInitializer RTLD_error_table_initializer(
@@ -31,6 +29,8 @@ const qv::ErrorTableInitializer CRPT_error_table_initializer(
 const qv::SystemInterfaceInitializer si_init_initializer("dalnim/dalbase.hpp", __LINE__);
 
 }
+
+#include <iostream>
 
 /** The tables of the class library, for the sources that use it: planted behind the includes. */
 #define DALNIM_USES_RTLAPI                                                                   \

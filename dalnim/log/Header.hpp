@@ -1,0 +1,78 @@
+#ifndef DALNIM_LOG_HEADER_HPP
+#define DALNIM_LOG_HEADER_HPP
+
+#include <dalnim/Primitives.hpp>
+#include <dalnim/String.hpp>
+#include <dalnim/log/Common.hpp>
+#include <qv/pmx/api.h>
+
+#include <exception>
+#include <sstream>
+
+namespace com::kor::dal::nim::log {
+
+/**
+ * One record in the making: the stream that a log statement fills, and where and when it stood.
+ * It lives on the statement's stack, on one thread. The time is that of the statement, not that of
+ * the writing.
+ */
+class DALNIM_API Header : public std::ostringstream
+{
+public:
+    static constexpr const char CLASS_NAME[] = "Header";
+
+    /** @param file is kept as a pointer: a literal that outlives the record */
+    Header(Severity severity, const char* file, unsigned int line);
+    ~Header() override;
+
+    Header(const Header&) = delete;
+    Header& operator=(const Header&) = delete;
+
+    /** The stream for the text. */
+    std::ostream& os() noexcept
+    {
+        return *this;
+    }
+
+    String getSeverityName() const;
+    Severity getSeverityId() const noexcept
+    {
+        return severity;
+    }
+    const char* getFile() const noexcept
+    {
+        return file;
+    }
+    unsigned int getLine() const noexcept
+    {
+        return line;
+    }
+    ThreadID_t getThread() const noexcept
+    {
+        return thread;
+    }
+    /** Seconds since the epoch. */
+    Time_t getWhen() const noexcept
+    {
+        return when;
+    }
+
+    /**
+     * Writes `msg`, the exception's number if it is a sys::system_error, and its text. The severity
+     * chooses the detail: DEBUG adds the type's name and the stack trace, INFO neither, every other
+     * severity the stack trace.
+     */
+    std::ostream& insertTrapped(const std::exception& exc, const char* msg);
+    std::ostream& insertTrapped(const std::exception& exc, const String& msg);
+
+private:
+    const Severity severity;
+    const char* const file;
+    const unsigned int line;
+    const ThreadID_t thread;
+    const Time_t when;
+};
+
+}
+
+#endif

@@ -1,0 +1,61 @@
+#ifndef DALNIM_LOG_LOG_HPP
+#define DALNIM_LOG_LOG_HPP
+
+#include <dalnim/log/Control.hpp>
+
+#include <ios>
+
+namespace com::kor::dal::nim::log {
+
+class Header;
+class ModuleRegistration;
+
+/**
+ * A logger: takes records, and knows the one layout of a record line. A subclass that does not
+ * replace log() gets its records one at a time, serialised with those of all other such loggers.
+ */
+class DALNIM_API Log : public Control
+{
+public:
+    static constexpr const char CLASS_NAME[] = "Log";
+
+    ~Log() override;
+
+    /** Whether a record of this severity would be taken, whatever the module filter says. */
+    virtual bool isSeveritySatisfied(Severity sev) const = 0;
+    virtual bool is_open() const = 0;
+    virtual bool is_valid() const = 0;
+    virtual bool is_reserved() const = 0;
+    /** The stream that records go to, null for none; not owned by the caller. */
+    virtual std::ios* getStream() const = 0;
+    using Control::setStream;
+    virtual void setStream(std::ios& stream) = 0;
+
+    /**
+     * Takes a record: formats it and passes the line to log(const String&).
+     * @param force skips the test of the severity
+     */
+    virtual void log(const Module& mod, const Header& rec, bool force);
+
+protected:
+    friend class Module;
+
+    Log() noexcept;
+
+    /**
+     * The prefix of a record: the fields that the output mask selects, joined by SEPARATOR, then
+     * TERMINATOR. What the look-up of host, process or date raises passes through.
+     */
+    virtual String format(const Module& mod, const Header& rec);
+    /**
+     * Writes a line without its trailing white space, to standard error if the stream will not take
+     * it: no record is dropped.
+     */
+    virtual void log(const String& msg);
+    virtual ModuleRegistration& moduleRegistrar() = 0;
+    virtual void switchFile();
+};
+
+}
+
+#endif

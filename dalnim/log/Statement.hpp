@@ -1,0 +1,78 @@
+#ifndef DALNIM_LOG_STATEMENT_HPP
+#define DALNIM_LOG_STATEMENT_HPP
+
+/**
+ * @file
+ * The log statements. Each is one statement, safe in an unbraced `if` or `else`, and evaluates
+ * nothing behind a closed gate:
+ *
+ *     NIM_LOG(Severity_WARNING) << "disk " << name << " is " << percent << "% full";
+ *     NIM_LOG_TO(module, Severity_INFO) << "text";
+ *     NIM_LOG_TRAPPED(Severity_WARNING, exception, "message");
+ *
+ * The first and the last use the variable `com_kor_dal_nim_log_module` that is visible where they
+ * stand. What the record's output raises leaves the statement.
+ */
+
+#include <dalnim/log/Common.hpp>
+#include <dalnim/log/Header.hpp>
+#include <dalnim/log/Module.hpp>
+
+namespace com::kor::dal::nim::log {
+
+/** The gate of one statement, open for one round. */
+class Statement
+{
+public:
+    Statement(Module& statement_module, Severity statement_severity)
+        : module(statement_module), severity(statement_severity),
+          open(statement_module.isSeveritySatisfied(statement_severity))
+    {
+    }
+
+    Module& module;
+    const Severity severity;
+    bool open;
+};
+
+}
+
+/** The source that a record names; a file may define it before it includes this one. */
+#ifndef NIM_LOG_FILE
+#define NIM_LOG_FILE __FILE__
+#endif
+
+#define NIM_LOG_JOIN_(a, b) a##b
+#define NIM_LOG_NAME_(line) NIM_LOG_JOIN_(nim_log_statement_, line)
+
+/** Evaluates a severity where the enumerators need no namespace. */
+#define NIM_LOG_SEVERITY_(severity)                                                          \
+    ([&]() -> ::com::kor::dal::nim::log::Severity {                                          \
+        using ::com::kor::dal::nim::log::Severity_NONE;                                      \
+        using ::com::kor::dal::nim::log::Severity_TRACE;                                     \
+        using ::com::kor::dal::nim::log::Severity_DEBUG;                                     \
+        using ::com::kor::dal::nim::log::Severity_INFO;                                      \
+        using ::com::kor::dal::nim::log::Severity_NOTICE;                                    \
+        using ::com::kor::dal::nim::log::Severity_WARNING;                                   \
+        using ::com::kor::dal::nim::log::Severity_ERROR;                                     \
+        using ::com::kor::dal::nim::log::Severity_FATAL;                                     \
+        return (severity);                                                                   \
+    }())
+
+#define NIM_LOG_STATEMENT_(statement, log_module, log_severity)                              \
+    for (::com::kor::dal::nim::log::Statement statement(log_module,                          \
+                                                        NIM_LOG_SEVERITY_(log_severity));    \
+         statement.open; statement.open = false)                                             \
+    statement.module +=                                                                      \
+        ::com::kor::dal::nim::log::Header(statement.severity, NIM_LOG_FILE, __LINE__)
+
+#define NIM_LOG_TO(log_module, log_severity)                                                 \
+    NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), log_module, log_severity).os()
+
+#define NIM_LOG(log_severity) NIM_LOG_TO(com_kor_dal_nim_log_module, log_severity)
+
+#define NIM_LOG_TRAPPED(log_severity, exception, message)                                    \
+    NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), com_kor_dal_nim_log_module, log_severity)    \
+        .insertTrapped(exception, message)
+
+#endif

@@ -1,0 +1,25 @@
+#ifndef DALNIM_LOG_SRC_LOGTEXT_HPP
+#define DALNIM_LOG_SRC_LOGTEXT_HPP
+
+#include <dalnim/String.hpp>
+
+#include <cctype>
+
+namespace com::kor::dal::nim::log {
+
+/** What stands on standard error ahead of a record that its own stream would not take. */
+constexpr char STREAM_COMPLAINT[] = "ERROR: Unable to write to log output stream.";
+
+/** The length of a record without its trailing white space. */
+inline std::size_t trimmedLength(const String& msg)
+{
+    std::size_t length = msg.size();
+    while (length > 0 && std::isspace(static_cast<unsigned char>(msg[length - 1]))) {
+        --length;
+    }
+    return length;
+}
+
+}
+
+#endif

@@ -1,0 +1,70 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/Module.hpp>
+
+#include <dalnim/log/Header.hpp>
+#include <dalnim/log/Log.hpp>
+#include <dalnim/log/ModuleRegistration.hpp>
+
+#include <memory>
+#include <stdexcept>
+
+namespace com::kor::dal::nim::log {
+
+const char Module::DEFAULT_NAME[] = "global";
+
+Module::Module(const String& name, Log& logInst)
+    : filterState(0), isDynamic(false), modName(name), logger(logInst)
+{
+    logger.moduleRegistrar().addModulesActual(*this);
+}
+
+// It touches the name alone: a module and its logger may go in either order.
+Module::~Module() = default;
+
+Module& Module::getInstance(const String& name, Log& logInst)
+{
+    ModuleRegistration& registrar = logInst.moduleRegistrar();
+    if (Module* const known = registrar.getModuleActual(name)) {
+        return *known;
+    }
+    std::unique_ptr<Module> created(new Module(name, logInst));
+    registrar.own(*created);
+    return *created.release();
+}
+
+bool Module::isSeveritySatisfied(Severity codedSeverity)
+{
+    if (!logger.isSeveritySatisfied(codedSeverity)) {
+        return false;
+    }
+    if (codedSeverity > Severity_WARNING) {
+        return true;
+    }
+    const ModuleRegistration& registrar = logger.moduleRegistrar();
+    const unsigned int generation = registrar.getUpdate();
+    std::uint64_t state = filterState.load(std::memory_order_relaxed);
+    // An inequality, not an order: a wrap of the generation is harmless.
+    if (state >> 1 != generation) {
+        state = std::uint64_t(generation) << 1 | std::uint64_t(registrar.isModuleSelected(modName));
+        filterState.store(state, std::memory_order_relaxed);
+    }
+    return (state & 1) != 0;
+}
+
+Module& Module::operator+=(std::ostream& header)
+{
+    const auto* const record = dynamic_cast<const Header*>(&header);
+    if (record == nullptr) {
+        throw std::invalid_argument("Supplied std::ostream is not an NIM Log Header.");
+    }
+    logger.log(*this, *record, false);
+    return *this;
+}
+
+Control& Module::control() noexcept
+{
+    return logger;
+}
+
+}

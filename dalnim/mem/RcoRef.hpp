@@ -1,0 +1,60 @@
+#ifndef DALNIM_MEM_RCOREF_HPP
+#define DALNIM_MEM_RCOREF_HPP
+
+#include <dalnim/mem/ConstRcoRef.hpp>
+
+#include <type_traits>
+
+namespace com::kor::dal::nim::mem {
+
+/** A ConstRcoRef that also gives non-const access to its object. */
+template <class T>
+class RcoRef : public ConstRcoRef<T>
+{
+public:
+    RcoRef() noexcept = default;
+    RcoRef(std::nullptr_t) noexcept {}
+    RcoRef(T* rco_inst) : ConstRcoRef<T>(rco_inst) {}
+    RcoRef(const RcoRef& ref) = default;
+    RcoRef(RcoRef&& ref) noexcept = default;
+    /** A new reference to the object of `ref`, seen as a T. */
+    template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
+    RcoRef(const RcoRef<U>& ref) : ConstRcoRef<T>(static_cast<const T*>(ref.get()))
+    {
+    }
+
+    RcoRef& operator=(const RcoRef& ref) = default;
+    RcoRef& operator=(RcoRef&& ref) = default;
+    RcoRef& operator=(T* rco_inst)
+    {
+        this->updatePtr(rco_inst);
+        return *this;
+    }
+
+    using ConstRcoRef<T>::operator->;
+    using ConstRcoRef<T>::operator*;
+    using ConstRcoRef<T>::get;
+
+    T* operator->()
+    {
+        return this->checked();
+    }
+    T& operator*()
+    {
+        return *this->checked();
+    }
+    T* get() noexcept
+    {
+        return this->rco;
+    }
+
+    /** A reference to the same object without const: the one sanctioned way to drop it. */
+    static RcoRef unconst(const ConstRcoRef<T>& ref)
+    {
+        return RcoRef(const_cast<T*>(ref.get()));
+    }
+};
+
+}
+
+#endif

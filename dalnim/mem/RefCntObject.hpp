@@ -1,0 +1,81 @@
+#ifndef DALNIM_MEM_REFCNTOBJECT_HPP
+#define DALNIM_MEM_REFCNTOBJECT_HPP
+
+#include <dalnim/Primitives.hpp>
+#include <dalnim/type/Object.hpp>
+#include <qv/pmx/atomic.h>
+
+#include <new>
+
+namespace com::kor::dal::nim::mem {
+
+/**
+ * Base of the objects that live by intrusive counting behind RcoRef.
+ *
+ * A new object has no reference; the first RcoRef takes one. It is deleted by the release that
+ * brings the count to the bias, on the thread that released. Per object, counting can be switched
+ * off, for objects in static storage or on a stack, and can be done without atomic operations, for
+ * objects that one thread at a time uses. The bias says how many counted references do not keep
+ * the object alive; it must not change while other threads release.
+ */
+class DALNIM_API RefCntObject : public virtual type::Object
+{
+public:
+    static constexpr const char CLASS_NAME[] = "RefCntObject";
+
+    /** Takes a reference. */
+    virtual void acquireRef() const;
+    /**
+     * The count of references, less the bias when `incorporate_bias` is set: the number of those
+     * that keep the object alive.
+     */
+    virtual UInt32_t refCount(bool incorporate_bias = true) const;
+    /**
+     * Gives a reference up, and deletes the object with the last one.
+     * Throws sys::system_error -1, "Reference count < 0", when there was none; what the object's
+     * destructor throws passes through.
+     */
+    virtual void releaseRef() const;
+    /** The same without an exception: false when there was no reference to give up. */
+    virtual bool releaseRef(const std::nothrow_t&) const noexcept;
+
+protected:
+    /** Counted, and safe to share between threads. */
+    RefCntObject() noexcept;
+    /**
+     * @param count_refs false makes references count nothing: the object's owner destroys it
+     * @param mt_safe    false makes counting plain, for one thread at a time
+     */
+    RefCntObject(bool count_refs, bool mt_safe) noexcept;
+    /** A copy has no references of its own; it takes over how they are counted. */
+    RefCntObject(const RefCntObject& ref) noexcept;
+    /** Does nothing: assigning a value must not disturb who holds the object. */
+    RefCntObject& operator=(const RefCntObject&) noexcept;
+    /** Only the last release, or a subclass, deletes. */
+    ~RefCntObject() noexcept(false) override;
+
+    /** How many references do not keep the object alive. */
+    UInt32_t refBias() const noexcept;
+    /** Throws sys::system_error 34, "Bias would exceed range limits.", unless below the count. */
+    void refBias(unsigned int new_bias);
+    /** Adds to the bias; throws as refBias(), also for a sum below 0. */
+    void adjBias(int bias_adjustment);
+    void incBias();
+    void decBias();
+
+private:
+    si_atomic_t decrement() const;
+
+    enum Flags : std::uint8_t {
+        COUNT_REFS = 1,
+        MT_SAFE = 2
+    };
+
+    mutable si_atomic_t refs;
+    UInt32_t bias;
+    std::uint8_t flags;
+};
+
+}
+
+#endif

@@ -1,0 +1,16 @@
+#ifndef DALNIM_MEM_REFCNTOBJECTREF_HPP
+#define DALNIM_MEM_REFCNTOBJECTREF_HPP
+
+#include <dalnim/mem/RcoRef.hpp>
+
+namespace com::kor::dal::nim::mem {
+
+typedef RcoRef<RefCntObject> RefCntObjectRef;
+typedef ConstRcoRef<RefCntObject> ConstRefCntObjectRef;
+
+extern template class DALNIM_API ConstRcoRef<RefCntObject>;
+extern template class DALNIM_API RcoRef<RefCntObject>;
+
+}
+
+#endif

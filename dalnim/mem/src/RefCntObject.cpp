@@ -1,0 +1,120 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/mem/RefCntObject.hpp>
+
+#include <dalnim/mem/nsdefs.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <cerrno>
+
+namespace com::kor::dal::nim::mem {
+
+RefCntObject::RefCntObject() noexcept : refs(0), bias(0), flags(COUNT_REFS | MT_SAFE) {}
+
+RefCntObject::RefCntObject(bool count_refs, bool mt_safe) noexcept
+    : refs(0), bias(0), flags(static_cast<std::uint8_t>((count_refs ? COUNT_REFS : 0) | (mt_safe ? MT_SAFE : 0)))
+{
+}
+
+RefCntObject::RefCntObject(const RefCntObject& ref) noexcept
+    : type::Object(ref), refs(0), bias(0), flags(ref.flags)
+{
+}
+
+RefCntObject& RefCntObject::operator=(const RefCntObject&) noexcept
+{
+    return *this;
+}
+
+RefCntObject::~RefCntObject() noexcept(false) {}
+
+void RefCntObject::acquireRef() const
+{
+    if ((flags & COUNT_REFS) == 0) {
+        return;
+    }
+    if ((flags & MT_SAFE) != 0) {
+        qv_si_atomic_increment(&refs);
+    } else {
+        ++refs;
+    }
+}
+
+UInt32_t RefCntObject::refCount(bool incorporate_bias) const
+{
+    // A relaxed load is the plain read that it says, also while other threads count.
+    const UInt32_t count = static_cast<UInt32_t>(__atomic_load_n(&refs, __ATOMIC_RELAXED));
+    return incorporate_bias ? count - bias : count;
+}
+
+si_atomic_t RefCntObject::decrement() const
+{
+    return (flags & MT_SAFE) != 0 ? qv_si_atomic_decrement(&refs) : --refs;
+}
+
+void RefCntObject::releaseRef() const
+{
+    if ((flags & COUNT_REFS) == 0) {
+        return;
+    }
+    const UInt32_t count = static_cast<UInt32_t>(decrement());
+    const auto alive = static_cast<std::int32_t>(count - bias);
+    if (alive < 0) {
+        const sys::StackTrack track("releaseRef()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+        throw sys::system_error(-1, "Reference count < 0");
+    }
+    if (alive == 0) {
+        delete this;
+    }
+}
+
+bool RefCntObject::releaseRef(const std::nothrow_t&) const noexcept
+{
+    if ((flags & COUNT_REFS) == 0) {
+        return true;
+    }
+    const UInt32_t count = static_cast<UInt32_t>(decrement());
+    const auto alive = static_cast<std::int32_t>(count - bias);
+    if (alive == 0) {
+        delete this;
+    }
+    return alive >= 0;
+}
+
+UInt32_t RefCntObject::refBias() const noexcept
+{
+    return bias;
+}
+
+void RefCntObject::refBias(unsigned int new_bias)
+{
+    const sys::StackTrack track("refBias()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    // Only the upper end is tested: the argument has no other.
+    if (refCount(false) <= new_bias) {
+        throw sys::system_error(ERANGE, "Bias would exceed range limits.");
+    }
+    bias = new_bias;
+}
+
+void RefCntObject::adjBias(int bias_adjustment)
+{
+    const sys::StackTrack track("adjBias()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const UInt32_t sum = bias + static_cast<UInt32_t>(bias_adjustment);
+    if (static_cast<std::int32_t>(sum) < 0 || sum >= refCount(false)) {
+        throw sys::system_error(ERANGE, "Bias would exceed range limits.");
+    }
+    bias = sum;
+}
+
+void RefCntObject::incBias()
+{
+    adjBias(1);
+}
+
+void RefCntObject::decBias()
+{
+    adjBias(-1);
+}
+
+}

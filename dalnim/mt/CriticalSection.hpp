@@ -1,0 +1,42 @@
+#ifndef DALNIM_MT_CRITICALSECTION_HPP
+#define DALNIM_MT_CRITICALSECTION_HPP
+
+#include <qv/pmx/mutex.h>
+
+#include <new>
+
+namespace com::kor::dal::nim::mt {
+
+/**
+ * A plain lock that embeds its mutex: no allocation, no virtual call. It serves the classes that
+ * guard their own data. Failures are sys::system_error with the number of the system interface.
+ */
+class DALNIM_API CriticalSection
+{
+public:
+    static constexpr const char CLASS_NAME[] = "CriticalSection";
+
+    /** A section with the system interface's default, which is not recursive. */
+    CriticalSection();
+    explicit CriticalSection(bool recursive);
+    ~CriticalSection();
+
+    CriticalSection(const CriticalSection&) = delete;
+    CriticalSection& operator=(const CriticalSection&) = delete;
+
+    /** Blocks until the lock is held; the result is for MutexHolder to take over. */
+    const CriticalSection& acquire() const;
+    /** Unlocks. */
+    void release() const;
+    /** Unlocks; false on failure. */
+    bool release(const std::nothrow_t&) const noexcept;
+    /** One attempt that does not block; true when the lock was got. */
+    bool request() const noexcept;
+
+private:
+    mutable si_mutex_t _mu;
+};
+
+}
+
+#endif

@@ -1,0 +1,62 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/mt/SysMutex.hpp>
+
+#include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/internal/RXErrors.hpp>
+#include <qv/rtlapi/RX_Mutex.hpp>
+
+DALNIM_USES_RTLAPI
+
+namespace com::kor::dal::nim::mt {
+
+SysMutex::SysMutex() : _mu(nullptr)
+{
+    const sys::StackTrack track("SysMutex()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    sys::internal::translateRXErrors([this] { _mu = new RX_Mutex; });
+}
+
+SysMutex::~SysMutex()
+{
+    delete _mu;
+}
+
+const MutexOps& SysMutex::acquire() const
+{
+    const sys::StackTrack track("acquire()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    sys::internal::translateRXErrors([this] { _mu->lock(); });
+    return *this;
+}
+
+void SysMutex::release() const
+{
+    const sys::StackTrack track("release()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    sys::internal::translateRXErrors([this] { _mu->unlock(); });
+}
+
+bool SysMutex::release(const std::nothrow_t&) const noexcept
+{
+    try {
+        _mu->unlock();
+        return true;
+    } catch (const RX_Exception&) {
+        return false;
+    }
+}
+
+bool SysMutex::request() const
+{
+    try {
+        return _mu->tryLock() == 1;
+    } catch (const RX_Exception&) {
+        return false;
+    }
+}
+
+void* SysMutex::os_mux() const
+{
+    return _mu;
+}
+
+}

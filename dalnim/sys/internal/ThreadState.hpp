@@ -1,0 +1,58 @@
+#ifndef DALNIM_SYS_INTERNAL_THREADSTATE_HPP
+#define DALNIM_SYS_INTERNAL_THREADSTATE_HPP
+
+#include <dalnim/Primitives.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <qv/pmx/api.h>
+
+namespace com::kor::dal::nim::mt {
+class MutexOps;
+class Task;
+class Thread;
+class ThreadPool;
+}
+
+namespace com::kor::dal::nim::sys::internal {
+
+/** A word of mode bits of a thread. */
+typedef UInt32_t ThreadMode_t;
+
+/**
+ * What the library knows of one thread. It comes with the first current() on a thread, whoever
+ * started it, and goes when the thread ends. It belongs to its thread alone and has no lock.
+ */
+class DALNIM_API ThreadState
+{
+public:
+    static constexpr const char CLASS_NAME[] = "ThreadState";
+
+    /**
+     * The calling thread's state, made on first use.
+     * Throws `std::bad_alloc`, or a system_error with the number of the failed registration.
+     */
+    static ThreadState& current();
+
+    ~ThreadState();
+
+    ThreadState(const ThreadState&) = delete;
+    ThreadState& operator=(const ThreadState&) = delete;
+
+    const ThreadID_t tid;
+    /** Bits whose meaning belongs to the users of ThreadStateBitHolder. Bit 0 is set from the start. */
+    mutable ThreadMode_t mode;
+    /** What this thread runs now, each null when there is none; not owned. */
+    mt::Task* task;
+    mt::Thread* thrd;
+    mt::ThreadPool* pool;
+    /** Kept for callers; the library has no use of it. */
+    const mt::MutexOps* lock;
+    /** The open tracks. */
+    StackTrackState where;
+
+private:
+    ThreadState();
+};
+
+}
+
+#endif

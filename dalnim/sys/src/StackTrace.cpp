@@ -1,0 +1,75 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/sys/StackTrace.hpp>
+
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/internal/ThreadState.hpp>
+
+#include <ostream>
+#include <sstream>
+
+namespace com::kor::dal::nim::sys {
+
+StackTrace::StackTrace()
+{
+    // The labels are made at once: the tracks are gone by the time anyone reads an exception.
+    const StackTrackState& where = internal::ThreadState::current().where;
+    data.reserve(where.size());
+    for (auto track = where.rbegin(); track != where.rend(); ++track) {
+        data.push_back((*track)->label());
+    }
+}
+
+StackTrace::StackTrace(const StackTrace& ref) : data(ref.data) {}
+
+StackTrace& StackTrace::operator=(const StackTrace& ref)
+{
+    // The text form is deliberately not refreshed: what was once shown for this object stays.
+    data = ref.data;
+    return *this;
+}
+
+StackTrace::~StackTrace() = default;
+
+bool StackTrace::empty() const noexcept
+{
+    return data.empty();
+}
+
+const StringVector& StackTrace::trace() const noexcept
+{
+    return data;
+}
+
+std::ostream& StackTrace::displayFormatted(std::ostream& os, const String& indent, bool numbered) const
+{
+    if (data.empty()) {
+        return os;
+    }
+    std::size_t n = data.size();
+    for (const String& label : data) {
+        os << indent;
+        if (numbered) {
+            os << '[' << --n << "]\t";
+        }
+        os << label << '\n';
+    }
+    return os.flush();
+}
+
+const String& StackTrace::toString() const
+{
+    if (str_cache.empty() && !data.empty()) {
+        std::ostringstream text;
+        displayFormatted(text, String(), false);
+        str_cache = text.str();
+    }
+    return str_cache;
+}
+
+std::ostream& operator<<(std::ostream& os, const StackTrace& trace)
+{
+    return trace.displayFormatted(os, "  ", true);
+}
+
+}

@@ -1,0 +1,65 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/sys/StackTrack.hpp>
+
+#include <dalnim/sys/internal/ThreadState.hpp>
+
+namespace com::kor::dal::nim::sys {
+
+namespace {
+
+const void* initialize_state(StackTrack* that)
+{
+    StackTrackState& where = internal::ThreadState::current().where;
+    where.push_back(that);
+    return &where;
+}
+
+}
+
+StackTrack::StackTrack(const char* scope, const char* inner_scope, const char* outer_scope,
+                       unsigned int line_num)
+    : out_scope(outer_scope), mid_scope(inner_scope), scope_name(scope), init_line(line_num), cur_line(0),
+      state(initialize_state(this))
+{
+}
+
+StackTrack::StackTrack(const char* scope, const char* enclosing_scope, unsigned int line_num)
+    : StackTrack(scope, nullptr, enclosing_scope, line_num)
+{
+}
+
+StackTrack::StackTrack(const char* scope, unsigned int line_num)
+    : StackTrack(scope, nullptr, nullptr, line_num)
+{
+}
+
+StackTrack::~StackTrack()
+{
+    // Tracks are nested by the rules of scopes, so the back element is this one.
+    static_cast<StackTrackState*>(const_cast<void*>(state))->pop_back();
+}
+
+String StackTrack::label() const
+{
+    String text;
+    if (out_scope != nullptr) {
+        text.append(out_scope).push_back('.');
+    }
+    if (mid_scope != nullptr) {
+        text.append(mid_scope).push_back('.');
+    }
+    text.append(scope_name);
+    if (init_line != 0) {
+        text.append(":").append(std::to_string(init_line));
+    }
+    if (cur_line != 0) {
+        if (init_line == 0) {
+            text.append(":-");
+        }
+        text.append(":").append(std::to_string(cur_line));
+    }
+    return text;
+}
+
+}

@@ -1,0 +1,28 @@
+#ifndef DALNIM_TYPE_OBJECT_HPP
+#define DALNIM_TYPE_OBJECT_HPP
+
+#include <qv/pmx/api.h>
+
+namespace com::kor::dal::nim::type {
+
+/**
+ * The root of the object classes. Classes derive from it virtually, so that an object with several
+ * roots still is one `Object`.
+ *
+ * The destructor may throw: an application's object is allowed to fail while it goes. Whoever
+ * deletes through a smart reference never sees that (see mem::ConstRcoRef::clear).
+ */
+class DALNIM_API Object
+{
+public:
+    virtual ~Object() noexcept(false);
+
+protected:
+    Object() noexcept;
+    Object(const Object&) noexcept;
+    Object& operator=(const Object&) noexcept;
+};
+
+}
+
+#endif
