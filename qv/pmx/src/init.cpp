@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 
-#include "thread_self.hpp"
+#include <qv/pmx/src/thread_self.hpp>
 
 namespace {
 

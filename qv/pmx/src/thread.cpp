@@ -4,8 +4,7 @@
 #include <unistd.h>
 
 #include <qv/pmx/init.h>
-
-#include "thread_self.hpp"
+#include <qv/pmx/src/thread_self.hpp>
 
 static_assert(sizeof(si_thread_key_t) == sizeof(pthread_key_t), "keys are handed through");
 
