@@ -1,0 +1,27 @@
+#ifndef DALNIM_TYPE_STDVECTORS_HPP
+#define DALNIM_TYPE_STDVECTORS_HPP
+
+#include <dalnim/String.hpp>
+#include <dalnim/type/StringPair.hpp>
+
+#include <string>
+#include <vector>
+
+/**
+ * @file
+ * The vectors of the library. Their code is in it once, for the vectors of strings, of pairs of them
+ * and of the arithmetic types. Users compile their own all the same: what a vector consists of
+ * belongs to the standard library that they are built with, which may be a later one.
+ */
+
+namespace com::kor::dal::nim::type {
+
+/** The common list type of the library. */
+typedef nim::StringVector StringVector;
+typedef std::vector<std::wstring> WideStringVector;
+typedef std::vector<StringPair> StringPairVector;
+typedef std::vector<WideStringPair> WideStringPairVector;
+
+}
+
+#endif

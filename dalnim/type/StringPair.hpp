@@ -1,0 +1,17 @@
+#ifndef DALNIM_TYPE_STRINGPAIR_HPP
+#define DALNIM_TYPE_STRINGPAIR_HPP
+
+#include <dalnim/String.hpp>
+
+#include <string>
+#include <utility>
+
+namespace com::kor::dal::nim::type {
+
+/** Two strings that belong together, such as a name and its value. */
+typedef std::pair<String, String> StringPair;
+typedef std::pair<std::wstring, std::wstring> WideStringPair;
+
+}
+
+#endif

@@ -1,0 +1,3 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/type/StreamOps.hpp>
