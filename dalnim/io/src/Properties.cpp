@@ -1,0 +1,122 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/io/Properties.hpp>
+
+#include <dalnim/sys/StackTrack.hpp>
+#include <qv/rtlapi/RX_AutoPtr_U.hpp>
+
+#include <stdexcept>
+
+DALNIM_USES_RTLAPI
+
+namespace com::kor::dal::nim::io {
+
+Properties::Properties() = default;
+
+Properties::Properties(const Properties& src, bool deep)
+{
+    const sys::StackTrack track("Properties()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    src.addAllTo(*this, deep);
+}
+
+Properties::Properties(std::istream& is, bool keep_trailing_ws)
+{
+    const sys::StackTrack track("Properties()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    load(is, keep_trailing_ws);
+}
+
+Properties::Properties(std::istream& is, String filepath, std::ostringstream& warnings,
+                       std::ostringstream& notes, Severity sev, bool keep_trailing_ws)
+{
+    const sys::StackTrack track("Properties()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    load(is, std::move(filepath), warnings, notes, sev, keep_trailing_ws);
+}
+
+Properties::~Properties() = default;
+
+void Properties::addAllTo(Properties& dest, bool deep) const
+{
+    const sys::StackTrack track("addAllTo()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    // A string built from bytes and length shares no storage with its source, whatever the string
+    // class does when it is copied.
+    const auto fresh = [](const String& text) { return String(text.data(), text.size()); };
+
+    for (const auto& [key, value] : data) {
+        const auto place = dest.data.lower_bound(key);
+        if (place != dest.data.end() && place->first == key) {
+            place->second = deep ? fresh(value) : value;
+        } else if (deep) {
+            dest.data.emplace_hint(place, fresh(key), fresh(value));
+        } else {
+            dest.data.emplace_hint(place, key, value);
+        }
+    }
+}
+
+bool Properties::containsKey(const String& key) const
+{
+    const sys::StackTrack track("containsKey()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    return data.find(key) != data.end();
+}
+
+const String& Properties::getProperty(const String& key, const String& default_val) const
+{
+    const sys::StackTrack track("getProperty()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const auto found = data.find(key);
+    return found == data.end() ? default_val : found->second;
+}
+
+const String& Properties::getProperty(const String& key) const
+{
+    return getProperty(key, EMPTY);
+}
+
+void Properties::setProperty(const String& key, const String& val)
+{
+    const sys::StackTrack track("setProperty()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (key.empty()) {
+        throw std::invalid_argument("empty key not allowed");
+    }
+    data.insert_or_assign(key, val);
+}
+
+Properties* Properties::getProperties(const String& prefix, bool strip_prefix, bool) const
+{
+    const sys::StackTrack track("getProperties()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    RX_AutoPtr_U<Properties> result(new Properties());
+    addSelectionTo(*result, prefix, strip_prefix);
+    return result.release();
+}
+
+Properties* Properties::getProperties(const String** prefixes, unsigned int num_prefixes,
+                                      bool strip_prefix, bool) const
+{
+    const sys::StackTrack track("getProperties()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (num_prefixes != 0 && prefixes == nullptr) {
+        throw std::invalid_argument("null prefix list not allowed");
+    }
+    RX_AutoPtr_U<Properties> result(new Properties());
+    for (unsigned int i = 0; i < num_prefixes; ++i) {
+        if (prefixes[i] == nullptr) {
+            throw std::invalid_argument("null prefix not allowed");
+        }
+        addSelectionTo(*result, *prefixes[i], strip_prefix);
+    }
+    return result.release();
+}
+
+void Properties::addSelectionTo(Properties& dest, const String& prefix, bool strip_prefix) const
+{
+    // The keys that begin with the prefix stand together, and none of them is below the prefix.
+    const auto matches = [&prefix](const String& key) { return key.compare(0, prefix.size(), prefix) == 0; };
+
+    for (auto it = data.lower_bound(prefix); it != data.end() && matches(it->first); ++it) {
+        if (strip_prefix) {
+            dest.setProperty(it->first.substr(prefix.size()), it->second);
+        } else {
+            dest.setProperty(it->first, it->second);
+        }
+    }
+}
+
+}

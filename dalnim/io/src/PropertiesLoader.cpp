@@ -1,0 +1,186 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/io/Properties.hpp>
+
+#include <dalnim/io/src/PropertiesReader.hpp>
+#include <dalnim/io/src/PropertiesText.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <qv/rtlapi/RX_Filespec.hpp>
+#include <qv/rtlapi/RX_String.hpp>
+
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <vector>
+
+DALNIM_USES_RTLAPI
+
+namespace com::kor::dal::nim::io {
+
+namespace {
+
+/** Null if the file cannot be opened. */
+std::unique_ptr<std::istream> openFile(const String& path)
+{
+    // The name that the system sees ends at a zero byte, and it opens directories for reading.
+    if (path.find('\0') != String::npos || qv_si_isdir(path.c_str()) == 0) {
+        return nullptr;
+    }
+    auto file = std::make_unique<std::ifstream>(path);
+    if (!file->is_open()) {
+        return nullptr;
+    }
+    return file;
+}
+
+}
+
+/**
+ * Fills a table from a file and, in the place of each pragma, from the files that it includes.
+ *
+ * A file that includes another waits on the heap until that one has been read: a chain of includes
+ * takes open files and memory, but not the stack of the thread.
+ */
+class Properties::Loader
+{
+public:
+    Loader(Properties& table, std::ostringstream& warning_stream, bool keep_trailing_ws)
+        : target(table), warnings(warning_stream), keep_ws(keep_trailing_ws)
+    {
+    }
+
+    void read(std::istream& is, const String& filepath, Severity sev);
+
+private:
+    struct File
+    {
+        File(std::istream& is, const String& filepath, Severity sev)
+            : reader(is, filepath, sev)
+        {
+        }
+
+        File(std::unique_ptr<std::istream> is, const String& filepath, Severity sev)
+            : included(std::move(is)), reader(*included, filepath, sev)
+        {
+        }
+
+        /** Null in the file that the caller reads for us. */
+        std::unique_ptr<std::istream> included;
+        PropertiesReader reader;
+    };
+
+    void include(const PropertiesReader& includer);
+    void enter(std::string_view text, const PropertiesReader& reader);
+
+    Properties& target;
+    std::ostringstream& warnings;
+    const bool keep_ws;
+    /** The file that is read now at the back, behind the one that includes it. */
+    std::vector<std::unique_ptr<File>> files;
+    String key;
+};
+
+void Properties::Loader::read(std::istream& is, const String& filepath, Severity sev)
+{
+    files.push_back(std::make_unique<File>(is, filepath, sev));
+    while (!files.empty()) {
+        PropertiesReader& reader = files.back()->reader;
+        if (!reader.good()) {
+            files.pop_back();
+            continue;
+        }
+        switch (reader.read()) {
+        case PropertiesReader::PROPERTY:
+            enter(reader.text(keep_ws), reader);
+            break;
+        case PropertiesReader::INCLUDE:
+            include(reader);
+            break;
+        case PropertiesReader::NOTHING:
+            break;
+        }
+    }
+}
+
+void Properties::Loader::include(const PropertiesReader& includer)
+{
+    const String& path = includer.includePath();
+    if (!target.includes.emplace(path, true).second) {
+        return;
+    }
+    std::unique_ptr<std::istream> file = openFile(path);
+    if (file == nullptr) {
+        throw std::runtime_error("ERROR: " + includer.position() + ": failed to open include file: \"" +
+                                 path + "\"");
+    }
+    files.push_back(std::make_unique<File>(std::move(file), path, includer.severity()));
+}
+
+/** Splits a decoded line and enters the property. Its key may be empty. */
+void Properties::Loader::enter(std::string_view text, const PropertiesReader& reader)
+{
+    const auto is_separator = [](char c) { return c == '=' || c == ':'; };
+    const auto skip_space = [text](std::size_t pos) {
+        while (pos < text.size() && char_is_space(text[pos])) {
+            ++pos;
+        }
+        return pos;
+    };
+
+    std::size_t key_end = 0;
+    while (key_end < text.size() && !is_separator(text[key_end]) && !char_is_space(text[key_end])) {
+        ++key_end;
+    }
+    std::size_t value_start = skip_space(key_end);
+    if (value_start < text.size() && is_separator(text[value_start])) {
+        value_start = skip_space(value_start + 1);
+    }
+    key.assign(text.substr(0, key_end));
+    const std::string_view value = text.substr(value_start);
+
+    const auto place = target.data.lower_bound(key);
+    if (place == target.data.end() || place->first != key) {
+        target.data.emplace_hint(place, key, value);
+        return;
+    }
+    if (reader.severity() > SEV_ERROR) {
+        // In one piece, which no format flags of the stream apply to.
+        const String warning = "WARNING: " + reader.position() + ": Overriding property \"" + key + "\"\n";
+        warnings.write(warning.data(), static_cast<std::streamsize>(warning.size()));
+    }
+    place->second.assign(value);
+}
+
+std::istream& Properties::load(std::istream& is, bool keep_trailing_ws)
+{
+    const sys::StackTrack track("load()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    std::ostringstream warnings;
+    std::ostringstream notes;
+    return load(is, String(), warnings, notes, SEV_ERROR, keep_trailing_ws);
+}
+
+std::istream& Properties::load(std::istream& is, String filepath, std::ostringstream& warnings,
+                               std::ostringstream& notes, Severity sev, bool keep_trailing_ws)
+{
+    const sys::StackTrack track("load()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    includes.clear();
+    const RX_Filespec spec(RX_String(filepath.data(), filepath.size()), RX_Filespec::READ,
+                           RX_Filespec::DEFER_CHECK);
+    const RX_String whole = spec.filespec();
+    includes.emplace(String(whole.data(), whole.length()), true);
+    load_r(is, std::move(filepath), warnings, notes, sev, keep_trailing_ws);
+    includes.clear();
+    return is;
+}
+
+std::istream& Properties::load_r(std::istream& is, String filepath, std::ostringstream& warnings,
+                                 std::ostringstream&, Severity sev, bool keep_trailing_ws)
+{
+    const sys::StackTrack track("load_r()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    Loader(*this, warnings, keep_trailing_ws).read(is, filepath, sev);
+    return is;
+}
+
+}
