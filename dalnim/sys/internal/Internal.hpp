@@ -1,0 +1,37 @@
+#ifndef DALNIM_SYS_INTERNAL_INTERNAL_HPP
+#define DALNIM_SYS_INTERNAL_INTERNAL_HPP
+
+#include <dalnim/sys/internal/nsdefs.hpp>
+#include <qv/pmx/api.h>
+
+#include <cstddef>
+
+namespace com::kor::dal::nim::sys::internal {
+
+/** The date and time of a record, for strftime(), in local time and in UTC. */
+inline constexpr const char LOCAL_TIME_FORMAT[] = "%a %b %d %H:%M:%S %z %Y";
+inline constexpr const char UTC_TIME_FORMAT[] = "%a %b %d %H:%M:%S UTC %Y";
+
+/** Where a platform that needs it starts and ends its network layer. Nothing here; always 0. */
+DALNIM_API int net_init();
+DALNIM_API int net_fini();
+
+/** Throws std::logic_error with `message`, a newline, and the numbered trace of the open tracks. */
+[[noreturn]] DALNIM_API void throw_null_ref_exception(const char* message);
+
+/**
+ * Finds the meaningful part of a path text: what is left without the white space and the quotes
+ * around it and the separators, "/" and "\", at its end.
+ *
+ * @param offset  receives where the part begins in `path`.
+ * @param length  receives how long it is.
+ * @param path    the text; a null pointer has no part at offset 0.
+ * @param plen    the length of `path`; 0 for a text that ends at its zero byte.
+ * @return whether anything is left, which it is not of "/".
+ */
+DALNIM_API bool find_path_substring(std::size_t& offset, std::size_t& length, const char* path,
+                                    std::size_t plen) noexcept;
+
+}
+
+#endif

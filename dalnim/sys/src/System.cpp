@@ -1,0 +1,94 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/sys/System.hpp>
+
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/ThreadState.hpp>
+
+#include <cctype>
+#include <memory>
+#include <string>
+
+#include <netdb.h>
+#include <pthread.h>
+#include <sys/socket.h>
+
+namespace com::kor::dal::nim::sys {
+
+namespace {
+
+constexpr std::size_t HOST_NAME_SIZE = 512;
+constexpr std::size_t NUMERIC_HOST_SIZE = 1025;
+
+char host_name[HOST_NAME_SIZE];
+pthread_once_t host_name_once = PTHREAD_ONCE_INIT;
+
+struct AddrInfoDeleter
+{
+    void operator()(addrinfo* list) const noexcept
+    {
+        qv_si_freeaddrinfo(list);
+    }
+};
+typedef std::unique_ptr<addrinfo, AddrInfoDeleter> AddrInfoList;
+
+}
+
+/** Run through pthread_once(), which an exception leaves as if it had never been called. */
+static void _get_host_name()
+{
+    if (qv_si_gethostname(host_name, HOST_NAME_SIZE) != 0) {
+        throw system_error(1);
+    }
+    host_name[HOST_NAME_SIZE - 1] = '\0';
+    for (char* c = host_name; *c != '\0'; ++c) {
+        *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+    }
+}
+
+String System::hostname()
+{
+    const StackTrack track("hostname()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    pthread_once(&host_name_once, _get_host_name);
+    return host_name;
+}
+
+StringVector System::hostIpAddress(int family)
+{
+    const StackTrack track("hostIpAddress()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+
+    addrinfo hints = {};
+    hints.ai_family = family;
+    hints.ai_socktype = SOCK_STREAM;
+
+    addrinfo* found = nullptr;
+    const int rc = qv_si_getaddrinfo(hostname().c_str(), nullptr, &hints, &found);
+    if (rc != 0) {
+        throw system_error(rc, "si_getaddrinfo failed. family = " + std::to_string(family) +
+                                   " rc = " + std::to_string(rc));
+    }
+    const AddrInfoList list(found);
+
+    StringVector addresses;
+    for (const addrinfo* entry = list.get(); entry != nullptr; entry = entry->ai_next) {
+        char host[NUMERIC_HOST_SIZE] = "";
+        if (qv_si_getnameinfo(entry->ai_addr, entry->ai_addrlen, host, sizeof host, nullptr, 0,
+                              NI_NUMERICHOST) == 0) {
+            addresses.emplace_back(host);
+        }
+    }
+    return addresses;
+}
+
+ProcID_t System::procId()
+{
+    return qv_si_getpid();
+}
+
+ThreadID_t System::threadId()
+{
+    return internal::ThreadState::current().tid;
+}
+
+}

@@ -1,0 +1,245 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/sys/System.hpp>
+
+#include <dalnim/io/FsOps.hpp>
+#include <dalnim/sys/InitLock.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/type/CompositeString.hpp>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <exception>
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace com::kor::dal::nim::sys {
+
+namespace {
+
+/** Finds where the running executable lies, once; see System::getProcessPath(). */
+class ProcessPath
+{
+public:
+    static constexpr const char CLASS_NAME[] = "ProcessPath";
+
+    ProcessPath()
+    {
+        initialize();
+    }
+
+    String name;
+    String dir;
+    String path;
+
+private:
+    void initialize();
+    void setName();
+    void setNameFromLoader();
+    void setPath();
+    void setDir();
+    bool exists(const String& dir2);
+    [[noreturn]] void raise();
+
+    static void decomposePath(const String& path, String& dir, String& name);
+    static char getDelimiter() noexcept;
+
+    static bool initialized;
+};
+
+bool ProcessPath::initialized = false;
+
+/**
+ * The flag is set before the work: who comes after a failure gets empty strings and no second
+ * exception, so that a process whose path cannot be told still gets its log records written.
+ */
+void ProcessPath::initialize()
+{
+    if (!initialized) {
+        initialized = true;
+        setName();
+    }
+}
+
+void ProcessPath::setName()
+{
+    constexpr std::size_t LINK_SIZE = 4099;
+    char buffer[LINK_SIZE + 1];
+
+    errno = 0;
+    const ssize_t length = readlink("/proc/self/exe", buffer, LINK_SIZE);
+    if (length >= 0) {
+        buffer[length] = '\0';
+        path = buffer;
+        errno = 0;
+    }
+    if (path.empty()) {
+        setNameFromLoader();
+    }
+    setPath();
+}
+
+/**
+ * Without /proc the loader still knows by what name the process was started: as the file of the
+ * symbol "main" or, in a program that does not export it, at the front of its complaint.
+ */
+void ProcessPath::setNameFromLoader()
+{
+    dlerror();
+    void* const process = dlopen(nullptr, RTLD_NOW);
+    if (process == nullptr) {
+        return;
+    }
+
+    Dl_info info = {};
+    const void* const symbol = dlsym(process, "main");
+    if (symbol != nullptr && dladdr(symbol, &info) != 0 && info.dli_fname != nullptr) {
+        path = info.dli_fname;
+    }
+    if (path.empty()) {
+        const char* const complaint = dlerror();
+        if (complaint != nullptr) {
+            path = complaint;
+            const std::size_t end = path.find(": ");
+            path.erase(end != String::npos ? end : 0);
+        }
+    }
+    dlclose(process);
+}
+
+void ProcessPath::setPath()
+{
+    if (path.empty()) {
+        raise();
+    }
+    decomposePath(path, dir, name);
+    if (path.front() != getDelimiter()) {
+        setDir();
+        if (dir.empty()) {
+            raise();
+        }
+    }
+    try {
+        path = io::fullPath(path);
+    } catch (const std::exception&) {
+        // The path as it stands is better than none: the file may have been removed or replaced
+        // since the process was started.
+    }
+    decomposePath(path, dir, name);
+}
+
+/** Finds a directory for a name without one: the first candidate that can be looked into. */
+void ProcessPath::setDir()
+{
+    if (exists(dir)) {
+        return;
+    }
+
+    constexpr std::size_t CWD_SIZE = 4095;
+    char buffer[CWD_SIZE];
+    const char* const cwd = getcwd(buffer, sizeof buffer);
+    if (cwd != nullptr && exists(cwd)) {
+        return;
+    }
+
+    const char* const pwd = std::getenv("PWD");
+    if (pwd != nullptr && exists(pwd)) {
+        return;
+    }
+
+    const char* const search_path = std::getenv("PATH");
+    type::CompositeString entries(search_path != nullptr ? search_path : "", ":");
+    for (String entry = entries.next(); !entry.empty(); entry = entries.next()) {
+        if (exists(entry)) {
+            return;
+        }
+    }
+    dir.clear();
+}
+
+/**
+ * Tries a directory, and takes it when the executable's path in it can be looked at. Only a path
+ * that cannot be examined at all is refused; one that leads to nothing passes.
+ */
+bool ProcessPath::exists(const String& dir2)
+{
+    if (dir2.empty()) {
+        return false;
+    }
+    path = dir2 + getDelimiter() + name;
+    try {
+        if (io::pathStat(path, io::PATH_CAN_EXECUTE, true) != -1) {
+            dir = dir2;
+            return true;
+        }
+    } catch (const std::exception&) {
+        // No place to find the executable in.
+    }
+    path.clear();
+    return false;
+}
+
+void ProcessPath::raise()
+{
+    const StackTrack track("raise()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (name.empty()) {
+        name = "<unknown>";
+    }
+    throw system_error(
+        ENOENT,
+        "Cannot determine directory of process " + name +
+            ". Do ONE of the following: (1) start process with absolute path. (2) run process from "
+            "current dir (assuming no 'chdir' has occurred). (3) add process relative directory to "
+            "PATH variable if it can be found relative to current directory. (4) add process "
+            "absolute directory to PATH variable. ");
+}
+
+void ProcessPath::decomposePath(const String& path, String& dir, String& name)
+{
+    const std::size_t last = path.rfind(getDelimiter());
+    if (last == String::npos) {
+        name = path;
+        dir.clear();
+        return;
+    }
+    name = path.substr(last + 1);
+    dir = path.substr(0, last != 0 ? last : 1);
+}
+
+char ProcessPath::getDelimiter() noexcept
+{
+    return '/';
+}
+
+const ProcessPath* processPath = nullptr;
+std::atomic<bool> init{false};
+
+}
+
+String System::getProcessPath(PROCESS_PATH_OPT opt)
+{
+    if (!init.load(std::memory_order_acquire)) {
+        const InitLock lock(true);
+        if (!init.load(std::memory_order_relaxed)) {
+            // Never destroyed: records are written until the process has ended.
+            static const ProcessPath* const instance = new ProcessPath;
+            processPath = instance;
+            init.store(true, std::memory_order_release);
+        }
+    }
+
+    const StackTrack track("getProcessPath()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    switch (opt) {
+    case EXECUTABLE_NAME_ONLY:
+        return processPath->name;
+    case DIRECTORY_PATH_ONLY:
+        return processPath->dir;
+    default:
+        return processPath->path;
+    }
+}
+
+}

@@ -1,0 +1,85 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/sys/System.hpp>
+
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <cerrno>
+#include <cstdint>
+
+namespace com::kor::dal::nim::sys {
+
+namespace {
+
+constexpr std::int64_t MICROS_PER_SECOND = 1000000;
+constexpr std::int64_t DCE_INTERVALS_PER_SECOND = 10000000;
+constexpr std::int64_t NANOS_PER_MICRO = 1000;
+constexpr std::int64_t NANOS_PER_DCE_INTERVAL = 100;
+
+/** From the reform of the calendar on 15 October 1582 to the epoch. */
+constexpr std::int64_t DCE_TIME_OF_EPOCH = 122192928000000000;
+
+/** The two 32-bit fields of the clock, widened so that the arithmetic on them cannot overflow. */
+struct WallClock
+{
+    WallClock()
+    {
+        si_timespec_t now = {};
+        qv_si_gettime(&now);
+        seconds = now.seconds;
+        nanoseconds = now.nanoseconds;
+    }
+
+    std::int64_t seconds;
+    std::int64_t nanoseconds;
+};
+
+}
+
+void System::sleep(unsigned int milliseconds)
+{
+    si_timespec_t interval = {};
+    si_timespec_t remaining = {};
+    interval.seconds = static_cast<si_int32_t>(milliseconds / 1000);
+    interval.nanoseconds = static_cast<si_int32_t>(milliseconds % 1000 * 1000000);
+    qv_si_nanosleep(&interval, &remaining);
+}
+
+TimeUS_t System::timeMicros()
+{
+    const WallClock now;
+    return now.seconds * MICROS_PER_SECOND + now.nanoseconds / NANOS_PER_MICRO;
+}
+
+TimeMS_t System::timeMillis()
+{
+    return timeMicros() / 1000;
+}
+
+TimeDCE_t System::dceTime()
+{
+    const WallClock now;
+    return now.seconds * DCE_INTERVALS_PER_SECOND + now.nanoseconds / NANOS_PER_DCE_INTERVAL +
+           DCE_TIME_OF_EPOCH;
+}
+
+tm& System::localtime(tm& result, time_t timeval)
+{
+    const StackTrack track("localtime()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (qv_si_localtime(timeval, &result) != 0) {
+        throw system_error(ENOSYS);
+    }
+    return result;
+}
+
+tm& System::utctime(tm& result, time_t timeval)
+{
+    const StackTrack track("utctime()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (qv_si_gmtime(timeval, &result) != 0) {
+        throw system_error(ENOSYS);
+    }
+    return result;
+}
+
+}

@@ -1,0 +1,422 @@
+// What System and UniqueID do on other hosts than this one: each test runs the program of
+// SystemProbe.cpp, on a host made up by its environment.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#if defined(__SANITIZE_THREAD__)
+#define UNDER_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define UNDER_THREAD_SANITIZER 1
+#endif
+#endif
+
+namespace {
+
+typedef std::vector<std::pair<std::string, std::string>> Environment;
+
+/** How a program is started. */
+struct Start
+{
+    std::vector<std::string> arguments;
+    Environment environment;
+    std::string directory;
+    /** What is executed; looked for along PATH when it has no slash. */
+    std::string file = DALNIM_SYSTEM_PROBE;
+    /** What the program is told that it is called. */
+    std::string name;
+};
+
+[[noreturn]] void become(const Start& start, int output)
+{
+    dup2(output, STDOUT_FILENO);
+    unsetenv("PWD");
+    unsetenv("PATH");
+    for (const auto& variable : start.environment) {
+        setenv(variable.first.c_str(), variable.second.c_str(), 1);
+    }
+    if (!start.directory.empty() && chdir(start.directory.c_str()) != 0) {
+        _exit(126);
+    }
+    std::vector<char*> argv;
+    std::string name = start.name.empty() ? start.file : start.name;
+    argv.push_back(name.data());
+    std::vector<std::string> arguments = start.arguments;
+    for (std::string& argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    execvp(start.file.c_str(), argv.data());
+    _exit(127);
+}
+
+/** Runs it to its end; the result is what it printed, and its status when that is not 0. */
+std::string run(const Start& start)
+{
+    int ends[2];
+    if (pipe(ends) != 0) {
+        return "no pipe";
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        close(ends[0]);
+        become(start, ends[1]);
+    }
+    close(ends[1]);
+    std::string output;
+    char buffer[4096];
+    for (ssize_t got = 0; (got = read(ends[0], buffer, sizeof buffer)) > 0;) {
+        output.append(buffer, static_cast<std::size_t>(got));
+    }
+    close(ends[0]);
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status == 0 ? output : output + "status " + std::to_string(status);
+}
+
+std::string probe(std::vector<std::string> arguments, Environment environment = {})
+{
+    Start start;
+    start.arguments = std::move(arguments);
+    start.environment = std::move(environment);
+    return run(start);
+}
+
+TEST(SystemProbe, TheHostNameIsLoweredAndFoundOnce)
+{
+    EXPECT_EQ("[myhost]\n[myhost]\n[myhost]\n[myhost]\nasked 1 times\n",
+              probe({"host"}, {{"PROBE_HOST_NAME", "MyHost"}}));
+    EXPECT_EQ("[a-1.b_z]\n[a-1.b_z]\n[a-1.b_z]\n[a-1.b_z]\nasked 1 times\n",
+              probe({"host"}, {{"PROBE_HOST_NAME", "A-1.B_z"}}));
+}
+
+TEST(SystemProbe, AHostNameThatIsTooLongKeepsItsTerminator)
+{
+    const std::string cut(511, 'n');
+    EXPECT_EQ("[" + cut + "]\n[" + cut + "]\n[" + cut + "]\n[" + cut + "]\nasked 1 times\n",
+              probe({"host"}, {{"PROBE_HOST_NAME", std::string(600, 'N')}}));
+}
+
+TEST(SystemProbe, AFailingHostNameIsRaisedAndAskedForAgain)
+{
+#ifdef UNDER_THREAD_SANITIZER
+    GTEST_SKIP() << "the sanitizer's own pthread_once() is not left by an exception";
+#endif
+    EXPECT_EQ("1 Operation not permitted\n"
+              "com.kor.dal.nim.sys.System.hostname():\n"
+              "1 Operation not permitted\n"
+              "com.kor.dal.nim.sys.System.hostname():\n"
+              "[myhost]\n"
+              "[myhost]\n"
+              "asked 3 times\n",
+              probe({"host"}, {{"PROBE_HOST_NAME", "MyHost"}, {"PROBE_HOST_FAILURES", "2"}}));
+}
+
+TEST(SystemProbe, AddressesComeInTheListsOrderWithoutThoseThatFail)
+{
+    const std::string names = "name of family 2, 1025 bytes, no service, flags 1\n"
+                              "name of family 250, 1025 bytes, no service, flags 1\n"
+                              "name of family 10, 1025 bytes, no service, flags 1\n"
+                              "name of family 2, 1025 bytes, no service, flags 1\n";
+    EXPECT_EQ("asked for myhost, no service, family 0, type 1, protocol 0, flags 0\n" + names +
+                  "[192.0.2.1]\n[2001:db8::1]\n[192.0.2.1]\n"
+                  "asked for myhost, no service, family 10, type 1, protocol 0, flags 0\n" +
+                  names + "freed 2 times\n",
+              probe({"addresses"}, {{"PROBE_HOST_NAME", "MyHost"}}));
+}
+
+TEST(SystemProbe, ClocksCountInTheirUnits)
+{
+    // Microseconds, milliseconds, milliseconds, intervals of 100 nanoseconds since 1582.
+    const struct
+    {
+        const char* clock;
+        const char* told;
+    } table[] = {
+        {"0 0", "0\n0\n0\n122192928000000000\n"},
+        {"1 0", "1000000\n1000\n1000\n122192928010000000\n"},
+        {"0 999", "0\n0\n0\n122192928000000009\n"},
+        {"0 1999999", "1999\n1\n1\n122192928000019999\n"},
+        {"1700000000 123456789", "1700000000123456\n1700000000123\n1700000000123\n139192928001234567\n"},
+        {"2147483647 999999999", "2147483647999999\n2147483647999\n2147483647999\n143667764479999999\n"},
+        // Truncated towards zero, not down.
+        {"-1 999999000", "-1\n0\n0\n122192927999999990\n"},
+        {"-2 0", "-2000000\n-2000\n-2000\n122192927980000000\n"},
+    };
+    for (const auto& row : table) {
+        EXPECT_EQ(row.told, probe({"clock"}, {{"PROBE_CLOCK", row.clock}})) << row.clock;
+    }
+}
+
+TEST(SystemProbe, SleepSplitsOffTheSeconds)
+{
+    EXPECT_EQ("asked for 1 s 500000000 ns\n", probe({"sleep", "1500"}));
+    EXPECT_EQ("asked for 0 s 0 ns\n", probe({"sleep", "0"}));
+    EXPECT_EQ("asked for 0 s 999000000 ns\n", probe({"sleep", "999"}));
+    EXPECT_EQ("asked for 1 s 0 ns\n", probe({"sleep", "1000"}));
+    EXPECT_EQ("asked for 4294967 s 295000000 ns\n", probe({"sleep", "4294967295"}));
+}
+
+TEST(SystemProbe, TheZoneIsPreparedAtLoad)
+{
+    EXPECT_EQ("XYZ -10800\n1 03:00\n1 00:00\n", probe({"zone"}, {{"TZ", "XYZ-3"}}));
+    EXPECT_EQ("ABC 18000\n31 19:00\n1 00:00\n", probe({"zone"}, {{"TZ", "ABC5"}}));
+}
+
+TEST(SystemProbe, NumbersStandOnTheClockAndTheProcessId)
+{
+    // 1700000000123 is 3487918203 in its low 32 bits.
+    EXPECT_EQ("254313500\n254313501\n8057834635960873210\n8057834635960873211\n254313502\n",
+              probe({"numbers"}, {{"PROBE_CLOCK", "1700000000 123456789"}, {"PROBE_PID", "4321"}}));
+}
+
+TEST(SystemProbe, ABaseOfZeroTakesTheProcessIdForTheOtherSeries)
+{
+    // 1700807049216 is 396 times 2 to the 32nd: its low bits are all zero.
+    EXPECT_EQ("1\n2\n7349187259662337\n7349187259662338\n3\n",
+              probe({"numbers"}, {{"PROBE_CLOCK", "1700807049 216000000"}, {"PROBE_PID", "4321"}}));
+}
+
+// The process path.
+
+class ProcessPathProbe : public testing::Test
+{
+protected:
+    ProcessPathProbe()
+    {
+        char name[] = "/tmp/dalnim-system-XXXXXX";
+        scratch = std::filesystem::canonical(mkdtemp(name));
+        chmod(scratch.c_str(), 0755);
+    }
+    ~ProcessPathProbe() override
+    {
+        std::filesystem::remove_all(scratch);
+    }
+
+    std::string in(const std::string& name) const
+    {
+        return scratch + "/" + name;
+    }
+    void make_dir(const std::string& name, mode_t mode = 0755) const
+    {
+        std::filesystem::create_directories(in(name));
+        chmod(in(name).c_str(), mode);
+    }
+    void make_program(const std::string& name) const
+    {
+        make_dir(std::filesystem::path(name).parent_path());
+        std::filesystem::copy_file(DALNIM_SYSTEM_PROBE, in(name));
+    }
+
+    /** The path of a process started in the scratch folder, whose link in /proc reads `exe`. */
+    std::string path_with_link(const std::string& exe, Environment environment = {},
+                               const std::string& directory = "") const
+    {
+        Start start;
+        start.arguments = {"path"};
+        start.environment = std::move(environment);
+        start.environment.emplace_back("PROBE_EXE", exe);
+        start.directory = directory.empty() ? scratch : directory;
+        return run(start);
+    }
+
+    std::string scratch;
+};
+
+std::string path_told(const std::string& directory, const std::string& name, const std::string& path)
+{
+    return "[" + name + "]\n[" + directory + "]\n[" + path + "]\n[" + path + "]\nread 1 links\n";
+}
+
+std::string failure_told(const std::string& name)
+{
+    return "2 Cannot determine directory of process " + name +
+           ". Do ONE of the following: (1) start process with absolute path. (2) run process from "
+           "current dir (assuming no 'chdir' has occurred). (3) add process relative directory to PATH "
+           "variable if it can be found relative to current directory. (4) add process absolute "
+           "directory to PATH variable. \n"
+           "com.kor.dal.nim.sys.ProcessPath.raise():\n"
+           "[]\n[]\n[]\nread 1 links\n";
+}
+
+TEST_F(ProcessPathProbe, IsTheSameHoweverTheProgramIsStarted)
+{
+    make_program("bin/prog");
+    make_dir("other");
+    ASSERT_EQ(0, symlink("bin/prog", in("link").c_str()));
+    const std::string told = path_told(in("bin"), "prog", in("bin/prog"));
+
+    Start start;
+    start.arguments = {"path"};
+    start.directory = scratch;
+    for (const std::string& file : {in("bin/prog"), std::string("./bin/prog"), std::string("bin/prog"),
+                                    std::string("other/../bin/prog"), std::string("./link")}) {
+        start.file = file;
+        EXPECT_EQ(told, run(start)) << file;
+    }
+    start.file = "bin/prog";
+    start.name = "something/else";
+    EXPECT_EQ(told, run(start));
+
+    start.file = "prog";
+    start.name = "";
+    start.environment = {{"PATH", "/no/such/directory:" + in("bin")}};
+    EXPECT_EQ(told, run(start));
+}
+
+TEST_F(ProcessPathProbe, IsMadeTidy)
+{
+    make_program("bin/prog");
+    EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), path_with_link(in("./bin//../bin/prog")));
+}
+
+TEST_F(ProcessPathProbe, OfAProgramThatIsGoneStaysAsItWas)
+{
+    EXPECT_EQ(path_told("/no/such/../place", "prog", "/no/such/../place/prog"),
+              path_with_link("/no/such/../place/prog"));
+    EXPECT_EQ(path_told(in("bin"), "prog (deleted)", in("bin/prog (deleted)")),
+              path_with_link(in("bin/prog (deleted)")));
+}
+
+TEST_F(ProcessPathProbe, OfAProgramInTheRootHasTheRootForItsDirectory)
+{
+    EXPECT_EQ(path_told("/", "no-such-program", "/no-such-program"), path_with_link("/no-such-program"));
+}
+
+TEST_F(ProcessPathProbe, OfARelativeNameStandsOnTheCurrentDirectory)
+{
+    make_program("bin/prog");
+    make_program("prog");
+    EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), path_with_link("bin/prog"));
+    EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), path_with_link("./bin/../bin/prog"));
+    EXPECT_EQ(path_told(scratch, "prog", in("prog")), path_with_link("prog"));
+    // What the environment says comes after it.
+    EXPECT_EQ(path_told(scratch, "prog", in("prog")),
+              path_with_link("prog", {{"PWD", in("bin")}, {"PATH", in("bin")}}));
+}
+
+TEST_F(ProcessPathProbe, ACandidateNeedNotHoldTheProgram)
+{
+    // Only a candidate that cannot be looked into is passed over.
+    make_program("bin/prog");
+    EXPECT_EQ(path_told("gone", "prog", "gone/prog"), path_with_link("gone/prog"));
+    EXPECT_EQ(path_told(scratch, "prog", in("prog")),
+              path_with_link("prog", {{"PWD", in("bin")}, {"PATH", in("bin")}}));
+}
+
+TEST_F(ProcessPathProbe, IsSoughtAlongPwdWhenTheCurrentDirectoryIsGone)
+{
+    make_program("bin/prog");
+    Start start;
+    // The shell removes the directory that the program is then started in.
+    start.file = "/bin/sh";
+    start.arguments = {"-c", "rmdir \"$PWD_TO_REMOVE\"; unset OLDPWD; PWD=\"$GIVEN\"; export PWD; exec "
+                             "\"$PROBE\" path"};
+    make_dir("gone");
+    start.directory = in("gone");
+    start.environment = {{"PWD_TO_REMOVE", in("gone")}, {"GIVEN", in("bin")}, {"PATH", "/bin:/usr/bin"},
+                         {"PROBE", DALNIM_SYSTEM_PROBE}, {"PROBE_EXE", "prog"}};
+    EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), run(start));
+}
+
+class LockedProcessPathProbe : public ProcessPathProbe
+{
+protected:
+    void SetUp() override
+    {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "needs to drop rights";
+        }
+        make_dir("locked", 0700);
+        make_dir("locked/bin");
+        make_program("bin/prog");
+        make_program("other/prog");
+    }
+
+    std::string path_of_nobody(const std::string& exe, Environment environment) const
+    {
+        environment.emplace_back("PROBE_USER", "65534");
+        return path_with_link(exe, std::move(environment), in("locked"));
+    }
+};
+
+TEST_F(LockedProcessPathProbe, IsSoughtAlongPwdAndPathInTheirOrder)
+{
+    const std::string in_bin = path_told(in("bin"), "prog", in("bin/prog"));
+    EXPECT_EQ(in_bin, path_of_nobody("prog", {{"PWD", in("bin")}, {"PATH", in("other")}}));
+    EXPECT_EQ(in_bin, path_of_nobody("prog", {{"PWD", in("locked")}, {"PATH", in("bin")}}));
+    EXPECT_EQ(in_bin, path_of_nobody("prog", {{"PWD", ""}, {"PATH", in("bin")}}));
+    EXPECT_EQ(in_bin, path_of_nobody("prog", {{"PATH", in("bin") + ":" + in("other")}}));
+    EXPECT_EQ(in_bin, path_of_nobody("prog", {{"PATH", in("locked/bin") + ":" + in("bin") + "::"}}));
+}
+
+TEST_F(LockedProcessPathProbe, ADirectoryOfTheNameIsTriedFirst)
+{
+    // From the locked directory nothing relative can be looked at, and the name alone goes on.
+    EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")),
+              path_of_nobody("sub/prog", {{"PATH", in("bin")}}));
+}
+
+TEST_F(LockedProcessPathProbe, TheWalkAlongPathEndsAtItsFirstEmptyEntry)
+{
+    EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {{"PATH", ":" + in("bin")}}));
+    EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {{"PATH", in("locked") + "::" + in("bin")}}));
+}
+
+TEST_F(LockedProcessPathProbe, WithoutADirectoryTheFirstCallFailsAndLaterOnesAreEmpty)
+{
+    EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {}));
+    EXPECT_EQ(failure_told("prog"), path_of_nobody("sub/prog", {{"PWD", ""}, {"PATH", ""}}));
+    EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {{"PWD", in("locked")}, {"PATH", in("locked")}}));
+}
+
+// Without /proc.
+
+TEST_F(ProcessPathProbe, ComesFromTheLoadersComplaintWhereMainIsNotExported)
+{
+    make_program("bin/prog");
+    Start start;
+    start.arguments = {"path"};
+    start.directory = scratch;
+    start.file = "./bin/prog";
+    for (const char* const link : {"!", ""}) {
+        start.environment = {{"PROBE_EXE", link}};
+        start.name = "";
+        EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), run(start));
+        // Up to the first ": ", wherever it stands.
+        start.name = "./bin/prog: really";
+        EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), run(start));
+    }
+}
+
+TEST_F(ProcessPathProbe, ComesFromTheFileOfMainWhereItIsExported)
+{
+    std::filesystem::copy_file(DALNIM_SYSTEM_PROBE_WITH_MAIN, in("prog"));
+    Start start;
+    start.arguments = {"path"};
+    start.directory = scratch;
+    start.file = "./prog";
+    start.environment = {{"PROBE_EXE", "!"}};
+    EXPECT_EQ(path_told(scratch, "prog", in("prog")), run(start));
+    // No complaint is read: a name with ": " in it stays whole.
+    start.name = "./prog: really";
+    EXPECT_EQ(path_told(".", "prog: really", "./prog: really"), run(start));
+}
+
+TEST_F(ProcessPathProbe, OfAProcessThatNobodyKnowsIsUnknown)
+{
+    EXPECT_EQ(failure_told("<unknown>"), path_with_link("!", {{"PROBE_NO_LOADER", "1"}}));
+    EXPECT_EQ(failure_told("<unknown>"), path_with_link("", {{"PROBE_NO_LOADER", "1"}}));
+}
+
+}
