@@ -24,7 +24,8 @@ enum qv_rx_error {
     QV_RX_ITERATOR_END = 51512,      /**< an iterator is used beyond its end */
     QV_RX_SET_CHANGED = 51532,       /**< a set was changed under its iterator */
     QV_RX_STD_EXCEPTION = 51536,     /**< carries the text of a `std::exception` */
-    QV_RX_UNKNOWN_EXCEPTION = 51537  /**< stands for an exception of a type that nobody knows */
+    QV_RX_UNKNOWN_EXCEPTION = 51537, /**< stands for an exception of a type that nobody knows */
+    QV_RX_BAD_PATTERN = 51538        /**< a pattern that cannot be compiled: why, and the pattern */
 };
 
 /** One message. */

@@ -42,6 +42,7 @@ constexpr qv_error_message_t RX_MESSAGES[] = {
     {QV_RX_SET_CHANGED, "Set was changed under its iterator"},
     {QV_RX_STD_EXCEPTION, "Exception"},
     {QV_RX_UNKNOWN_EXCEPTION, "Exception of unknown type"},
+    {QV_RX_BAD_PATTERN, "Bad pattern"},
 };
 
 constexpr qv_error_message_t UCNF_MESSAGES[] = {

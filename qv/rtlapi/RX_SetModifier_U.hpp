@@ -1,0 +1,25 @@
+#ifndef QV_RTLAPI_RX_SETMODIFIER_U_HPP
+#define QV_RTLAPI_RX_SETMODIFIER_U_HPP
+
+#include <qv/rtlapi/RX_SetIterator_U.hpp>
+
+/** Walks the elements of a set and can remove them on its way. */
+template <typename T>
+class RX_SetModifier_U : public RX_SetIterator_U<T>
+{
+public:
+    /** Stands before the first element. */
+    explicit RX_SetModifier_U(RX_Set_U<T>& set) : RX_SetIterator_U<T>(set), _set(set) {}
+
+    /** Removes the current element; `next()` goes on behind it. Fails as `current()` does. */
+    void remove()
+    {
+        _set.remove(this->current());
+        this->forgetCurrent();
+    }
+
+private:
+    RX_Set_U<T>& _set;
+};
+
+#endif
