@@ -149,8 +149,8 @@ void ModuleRegistration::removeModulesRequested(const String& name)
     }
     const auto entry = findMatch(_modulesRequested, name);
     if (entry != _modulesRequested.end()) {
-        std::list<String> requested(_modulesRequested.begin(), entry);
-        requested.insert(requested.end(), std::next(entry), _modulesRequested.end());
+        std::list<String> requested(_modulesRequested.cbegin(), entry);
+        requested.insert(requested.end(), std::next(entry), _modulesRequested.cend());
         publish(std::move(requested));
     }
 }

@@ -6,7 +6,7 @@
 
 namespace com::kor::dal::nim::sys::internal {
 
-/** The failure of the runtime layer as the library's own, with its code and its text. */
+/** The failure of the runtime layer as the library's own: its code, its text folded at 78 columns. */
 [[noreturn]] void throwTranslated(const RX_Exception& exc);
 
 /** Runs `action`, and turns what the runtime layer raises in it into a system_error. */

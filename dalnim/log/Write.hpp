@@ -1,0 +1,179 @@
+#ifndef DALNIM_LOG_WRITE_HPP
+#define DALNIM_LOG_WRITE_HPP
+
+#include <dalnim/log/Log.hpp>
+#include <dalnim/log/LogFile.hpp>
+#include <dalnim/log/SeverityGate.hpp>
+#include <dalnim/mt/CriticalSection.hpp>
+#include <dalnim/mt/MutexHolder.hpp>
+
+#include <atomic>
+#include <memory>
+
+namespace com::kor::dal::nim::log {
+
+/**
+ * The logger: a severity threshold or mask, an output mask, a module registry and one LogFile.
+ * With nothing configured it writes to standard error.
+ *
+ * Any thread may call any operation; a record runs entirely on the thread of its statement. Every
+ * setter that changes something reports it in the log of the default logger, at INFO, whatever the
+ * severity settings are; other loggers change silently. A failure of that report reaches the caller
+ * after the setting has changed. What is refused changes nothing.
+ *
+ * On the default logger each new output begins with the log's configuration.
+ */
+class DALNIM_API Write : public Log
+{
+public:
+    static constexpr const char CLASS_NAME[] = "Write";
+
+    Write();
+    /** Deletes the dynamic modules. No other thread may use the logger any more. */
+    ~Write() override;
+
+    // The record path.
+    bool isSeveritySatisfied(Severity sev) const override;
+    /**
+     * Writes a record. An output that cannot be opened, or, on standard error, fails for the
+     * configuration block, raises sys::system_error out of the statement.
+     */
+    void log(const Module& mod, const Header& rec, bool force) override;
+    bool is_open() const override;
+    bool is_valid() const override;
+    bool is_reserved() const override;
+    /** The stream, opened and begun if it is new. Writing to it is outside the logger's protection. */
+    std::ios* getStream() const override;
+
+    /** Adds a module, unless its name is taken. */
+    virtual void registerModule(const Module& module);
+    /** Forgets a module; call it before a registered module is destroyed. */
+    virtual void unregisterModule(const Module& module);
+
+    // The settings.
+    using Control::setSeverity;
+    using Control::setSeverityMask;
+
+    /**
+     * Takes the settings of "com.kor.dal.nim.log.Control.*", each of which stays as it is when it
+     * is missing or empty, except that no output at all means standard error. Bad values raise what
+     * the setters raise; the settings before them are in force then. Not one step to other threads.
+     */
+    void setConfiguration(const io::Properties& opts) override;
+
+    bool remoteControlAllowed() const override;
+    /** Stores a declaration for whoever offers remote administration; gives the old one. */
+    bool allowRemoteControl(bool allow) override;
+
+    const String getPath() const override;
+    /** Logs to a file, opened by the next record. An empty path means standard error. */
+    void setPath(const String& path) override;
+    /**
+     * Logs to "STDERR", "STDOUT" or "STDLOG": throws `std::out_of_range`, "Illegal output stream
+     * name", for others; or shares the file of the logger behind the module
+     * "com_kor_dal_nim_log_module_CIMOM" under the name "CIMOM": throws `std::invalid_argument`,
+     * "CIMOM stream is not available". The settings of files do not apply to a shared one.
+     */
+    void setStream(const String& stream) override;
+    /** Logs to a stream of the caller's, without a report. Throws as LogFile::setStream. */
+    void setStream(std::ios& stream) override;
+
+    unsigned int getOutputMask() const override;
+    /** Throws `std::out_of_range`, "Illegal Output Mask", above 1023. */
+    void setOutputMask(unsigned int newMask) override;
+
+    Severity getSeverity() const override;
+    /** Makes this the threshold and ends a mask. Throws `std::out_of_range`, "Illegal Severity". */
+    void setSeverity(Severity newSev) override;
+    /** The severities of the mask; NONE alone while no mask is in force. */
+    void getSeverityMask(SeverityColl& severities) const override;
+    void getSeverityMask(StringColl& severities) const override;
+    /**
+     * Adds a severity to the mask, or takes it out. A mask that loses its last bit lets everything
+     * through; NONE with false goes back to the default threshold. Throws `std::out_of_range`,
+     * "Illegal Severity".
+     */
+    void setSeverityMask(Severity severityId, bool on) override;
+    /**
+     * Adds several severities, or, with `on` false, keeps none but these. One severity alone counts
+     * as a call of the form above.
+     */
+    void setSeverityMask(const SeverityColl& severities, bool on) override;
+    void setSeverityMask(const StringColl& severities, bool on) override;
+
+    bool getLocaltime() const override;
+    /** For all loggers of the process; gives the old setting. */
+    bool setLocaltime(bool on) override;
+
+    void getModuleFilter(StringColl& modules) const override;
+    /** Adds a name or pattern to the filter, or removes the first that matches; all for "". */
+    void setModuleFilter(const String& module, bool on) override;
+
+    std::size_t getMaxFileSize() const override;
+    void setMaxFileSize(std::size_t size) override;
+    std::size_t getMaxNumberOfFiles() const override;
+    void setMaxNumberOfFiles(std::size_t number) override;
+
+    /** The names of all registered modules, in order, dynamic or not. */
+    void getModulesRegisteredDynamic(StringColl& modules) const override;
+    /** The same list. */
+    void getModulesRegisteredStatic(StringColl& modules) const override;
+
+protected:
+    void log(const String& msg) override;
+    ModuleRegistration& moduleRegistrar() override;
+
+private:
+    typedef mt::MutexHolder<mt::CriticalSection> StateHolder;
+
+    /** A severity mask as the list of its severities. */
+    struct SeverityMaskData
+    {
+        unsigned int count;
+        Severity sevs[Severity_COUNT];
+    };
+
+    // Called with stateSync held.
+    LogFileRef& getOwnedLogFile();
+    void streamHeader(std::ostream* stream) const;
+    void revertStreamHeader(int error) const;
+    std::ostream& writeLogConfig(std::ostream& os) const;
+
+    // Called without it, behind the change that they report.
+    template <class Writer>
+    void reportChange(unsigned int line, const char* setting, Writer writeOldAndNew);
+    template <class Value>
+    void reportOldAndNew(unsigned int line, const char* setting, const Value& oldValue,
+                         const Value& newValue);
+
+    void configureOutput(const io::Properties& opts);
+    void configureSeverity(const io::Properties& opts);
+
+    bool isDefault() const;
+
+    static void getSeverityMask(SeverityMaskData& data, unsigned int mask);
+    static std::ostream& writeOutputMask(std::ostream& os, unsigned int mask);
+    static std::ostream& writeSeverityMask(std::ostream& os, unsigned int mask);
+    static std::ostream& writeLogMessage(std::ostream& os, const String& msg, Severity sev);
+
+    /**
+     * Guards all of the state. It is taken before LogFile's lock. It is not recursive: a setter
+     * gives it up before it reports.
+     */
+    mt::CriticalSection stateSync;
+    // Read without the lock by their getters, written under it.
+    std::atomic<bool> flagAllowRemoteControl;
+    /** Whether the present output has begun with the configuration. */
+    mutable bool streamHeaderDone;
+    std::atomic<unsigned int> outputMask;
+    SeverityGate severity;
+    /** Never null. Mutable, since its const holder writes to it all the same. */
+    mutable LogFileRef logFile;
+    /** False while the file is shared with another logger, who owns its settings. */
+    bool ownedLogFile;
+    std::unique_ptr<ModuleRegistration> modules;
+};
+
+}
+
+#endif

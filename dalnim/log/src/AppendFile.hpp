@@ -1,0 +1,19 @@
+#ifndef DALNIM_LOG_SRC_APPENDFILE_HPP
+#define DALNIM_LOG_SRC_APPENDFILE_HPP
+
+#include <dalnim/String.hpp>
+
+#include <fstream>
+
+namespace com::kor::dal::nim::log {
+
+/**
+ * Opens a closed file stream for output at the end of a file, which is created when it is missing
+ * and never truncated. The descriptor is not inherited by the programs that the process starts.
+ * On failure the stream's failbit is set and `errno` tells the cause.
+ */
+void openAppending(std::ofstream& stream, const String& path);
+
+}
+
+#endif

@@ -1,0 +1,199 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/Write.hpp>
+
+#include <dalnim/log/Header.hpp>
+#include <dalnim/log/Module.hpp>
+#include <dalnim/log/ModuleRegistration.hpp>
+#include <dalnim/log/nsdefs.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/System.hpp>
+
+#include <cerrno>
+#include <ctime>
+#include <sstream>
+
+namespace com::kor::dal::nim::log {
+
+namespace {
+
+constexpr char CONFIGURATION[] = "Log Configuration:";
+
+void writeBlock(std::ostream& os, const std::ostringstream& block)
+{
+    os << block.str() << std::flush;
+}
+
+}
+
+Write::Write()
+    : stateSync(false), flagAllowRemoteControl(false), streamHeaderDone(false),
+      outputMask(getOutputMaskDefault()), severity(getSeverityDefault()), logFile(new LogFile),
+      ownedLogFile(true), modules(std::make_unique<ModuleRegistration>())
+{
+}
+
+Write::~Write()
+{
+    modules.reset();
+}
+
+bool Write::isSeveritySatisfied(Severity sev) const
+{
+    return severity.passes(sev);
+}
+
+void Write::log(const Module& mod, const Header& rec, bool force)
+{
+    const sys::StackTrack track("log()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (!force && !isSeveritySatisfied(rec.getSeverityId())) {
+        return;
+    }
+    const StateHolder holder(stateSync.acquire());
+    if (!streamHeaderDone) {
+        streamHeader(logFile->getStream());
+    }
+    const String text = rec.str();
+    log(format(mod, rec) + text);
+}
+
+void Write::log(const String& msg)
+{
+    logFile->log(msg);
+}
+
+ModuleRegistration& Write::moduleRegistrar()
+{
+    return *modules;
+}
+
+bool Write::is_open() const
+{
+    const StateHolder holder(stateSync.acquire());
+    return logFile->is_open();
+}
+
+bool Write::is_valid() const
+{
+    const StateHolder holder(stateSync.acquire());
+    return logFile->is_valid();
+}
+
+bool Write::is_reserved() const
+{
+    const StateHolder holder(stateSync.acquire());
+    return logFile->is_reserved();
+}
+
+std::ios* Write::getStream() const
+{
+    const sys::StackTrack track("getStream()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const StateHolder holder(stateSync.acquire());
+    std::ostream* stream = logFile->getStream();
+    if (!streamHeaderDone) {
+        streamHeader(stream);
+        // A header that the stream refused has sent the output to another one.
+        stream = logFile->getStream();
+    }
+    return stream;
+}
+
+void Write::registerModule(const Module& module)
+{
+    const sys::StackTrack track("registerModule()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const StateHolder holder(stateSync.acquire());
+    if (modules->getModuleActual(module.getName()) == nullptr) {
+        modules->addModulesActual(module);
+    }
+}
+
+void Write::unregisterModule(const Module& module)
+{
+    const StateHolder holder(stateSync.acquire());
+    modules->removeFromModulesActual(module);
+}
+
+LogFileRef& Write::getOwnedLogFile()
+{
+    if (!ownedLogFile) {
+        logFile = new LogFile;
+        ownedLogFile = true;
+    }
+    return logFile;
+}
+
+bool Write::isDefault() const
+{
+    return static_cast<const Log*>(this) == &GET_NIM_LOG_LOGGER_VAR();
+}
+
+void Write::streamHeader(std::ostream* stream) const
+{
+    if (isDefault()) {
+        std::ostringstream block;
+        writeLogMessage(block, CONFIGURATION, Severity_INFO);
+        writeLogConfig(block);
+        writeBlock(*stream, block);
+        if (stream->fail()) {
+            revertStreamHeader(errno);
+        }
+    }
+    streamHeaderDone = true;
+}
+
+void Write::revertStreamHeader(int error) const
+{
+    String path;
+    logFile->getCurrentPath(path, false);
+    const String complaint = "Unable to write to log output stream \"" + path + "\": ";
+
+    // If the failed stream was the logger's own file, this destroys it: all that follows is for the
+    // stream that the record will reach.
+    if (!logFile->revertStream()) {
+        throw sys::system_error(error, complaint + sys::sys_err_string(error));
+    }
+    std::ostringstream block;
+    writeLogMessage(block, complaint + sys::sys_err_string(error) + "; " + CONFIGURATION, Severity_ERROR);
+    writeLogConfig(block);
+    writeBlock(std::cerr, block);
+    if (std::cerr.fail()) {
+        const int secondError = errno;
+        throw sys::system_error(secondError, complaint + sys::sys_err_string(secondError));
+    }
+}
+
+std::ostream& Write::writeLogConfig(std::ostream& os) const
+{
+    String path;
+    logFile->getCurrentPath(path, false);
+    os << "\tOutputPath:   \"" << path << '"' << std::endl;
+    os << "\tOutputMask:   ";
+    writeOutputMask(os, outputMask) << std::endl;
+    if (severity.mask() != 0) {
+        os << "\tSeverityMask: ";
+        writeSeverityMask(os, severity.mask()) << std::endl;
+    } else {
+        os << "\tSeverityMin:  " << getSeverityName(severity.minimum()) << std::endl;
+    }
+    const std::list<String>& filter = modules->getModulesRequested();
+    if (filter.empty()) {
+        os << "\tModuleFilter: *" << std::endl;
+    } else {
+        os << "\tModuleFilter:" << std::endl;
+        for (const String& entry : filter) {
+            os << '\t' << entry << std::endl;
+        }
+    }
+    return os;
+}
+
+std::ostream& Write::writeLogMessage(std::ostream& os, const String& msg, Severity sev)
+{
+    return os << getDateTime(std::time(nullptr)) << SEPARATOR << sys::System::hostname() << SEPARATOR
+              << getProcessName() << SEPARATOR << getProcessId() << SEPARATOR << sys::System::threadId()
+              << SEPARATOR << INTERNAL_LOG_MODULE.getName() << SEPARATOR << getSeverityName(sev) << SEPARATOR
+              << "Write:" << SEPARATOR << msg << std::endl;
+}
+
+}

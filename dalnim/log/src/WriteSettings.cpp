@@ -1,0 +1,451 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/Write.hpp>
+
+#include <dalnim/log/Header.hpp>
+#include <dalnim/log/Module.hpp>
+#include <dalnim/log/ModuleRegistration.hpp>
+#include <dalnim/log/nsdefs.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+
+namespace com::kor::dal::nim::log {
+
+namespace {
+
+/** The source that reports name: one for the logger, whichever of its files they stand in. */
+constexpr char REPORT_SOURCE[] = "log/src/Write";
+
+constexpr char CIMOM_STREAM[] = "CIMOM";
+/** A component that offers its own logger under that name registers a module of this one. */
+constexpr char CIMOM_MODULE[] = "com_kor_dal_nim_log_module_CIMOM";
+
+void checkSeverity(Severity severity)
+{
+    if (severity < Severity_MIN || severity > Severity_MAX) {
+        throw std::out_of_range("Illegal Severity");
+    }
+}
+
+constexpr unsigned int severityBit(Severity severity)
+{
+    return 1U << static_cast<unsigned int>(severity);
+}
+
+/** The lowest severity of a mask that is not 0. */
+Severity lowestSeverity(unsigned int mask)
+{
+    unsigned int severity = Severity_MIN;
+    while ((mask >> severity & 1U) == 0) {
+        ++severity;
+    }
+    return static_cast<Severity>(severity);
+}
+
+/** Writes "0x14 [SEVERITY,PROCESSNAME]", of the names of the single bits that `name` knows. */
+template <class Name>
+std::ostream& writeMask(std::ostream& os, unsigned int shown, unsigned int named, Name name)
+{
+    os << "0x" << std::hex << shown << std::dec << " [";
+    const char* comma = "";
+    for (unsigned int bit = 0; named >> bit != 0; ++bit) {
+        if ((named >> bit & 1U) != 0) {
+            os << comma << name(bit);
+            comma = ",";
+        }
+    }
+    return os << ']';
+}
+
+String quoted(const String& text)
+{
+    return '"' + text + '"';
+}
+
+String quoted(std::size_t number)
+{
+    return quoted(std::to_string(number));
+}
+
+const char* truth(bool value)
+{
+    return value ? "true" : "false";
+}
+
+const LogStreamRec& standardStream(const String& name)
+{
+    const auto found = std::find_if(std::begin(STD_LOG_STREAMS), std::end(STD_LOG_STREAMS),
+                                    [&name](const LogStreamRec& record) { return record.name == name; });
+    if (found == std::end(STD_LOG_STREAMS)) {
+        throw std::out_of_range("Illegal output stream name");
+    }
+    return *found;
+}
+
+}
+
+template <class Writer>
+void Write::reportChange(unsigned int line, const char* setting, Writer writeOldAndNew)
+{
+    if (!isDefault()) {
+        return;
+    }
+    Header report(Severity_INFO, REPORT_SOURCE, line);
+    report.os() << "Changing logging setting: " << setting << std::endl;
+    writeOldAndNew(report.os());
+    log(INTERNAL_LOG_MODULE, report, true);
+}
+
+template <class Value>
+void Write::reportOldAndNew(unsigned int line, const char* setting, const Value& oldValue,
+                            const Value& newValue)
+{
+    reportChange(line, setting, [&](std::ostream& os) {
+        os << "\told: " << oldValue << std::endl << "\tnew: " << newValue;
+    });
+}
+
+bool Write::remoteControlAllowed() const
+{
+    return flagAllowRemoteControl;
+}
+
+bool Write::allowRemoteControl(bool allow)
+{
+    const sys::StackTrack track("allowRemoteControl()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    StateHolder holder(stateSync.acquire());
+    const bool old = flagAllowRemoteControl;
+    if (old != allow) {
+        flagAllowRemoteControl = allow;
+        holder.release(true);
+        reportOldAndNew(__LINE__, "RemoteControlAllowed", truth(old), truth(allow));
+    }
+    return old;
+}
+
+const String Write::getPath() const
+{
+    const StateHolder holder(stateSync.acquire());
+    return logFile->getPath();
+}
+
+void Write::setPath(const String& path)
+{
+    const sys::StackTrack track("setPath()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    StateHolder holder(stateSync.acquire());
+    LogFileRef& file = getOwnedLogFile();
+    if (path == file->getPath()) {
+        return;
+    }
+    String old;
+    file->getCurrentPath(old, false);
+    // Whatever becomes of the new path, the old output is closed and the next one begins anew.
+    streamHeaderDone = false;
+    file->setPath(path);
+    holder.release(true);
+    reportOldAndNew(__LINE__, "OutputPath", quoted(old), quoted(path));
+}
+
+void Write::setStream(const String& stream)
+{
+    const sys::StackTrack track("setStream()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    StateHolder holder(stateSync.acquire());
+    String oldPath;
+    String newPath;
+    if (stream == CIMOM_STREAM) {
+        Module* const module = modules->getModuleActual(CIMOM_MODULE);
+        auto* const owner = module != nullptr ? dynamic_cast<Write*>(&module->control()) : nullptr;
+        if (owner == nullptr) {
+            throw std::invalid_argument("CIMOM stream is not available");
+        }
+        if (owner->logFile == logFile) {
+            return;
+        }
+        logFile->getCurrentPath(oldPath, false);
+        logFile->close();
+        logFile = owner->logFile;
+        ownedLogFile = false;
+    } else {
+        std::ostream& output = *standardStream(stream).addr;
+        if (logFile->getStream() == &output) {
+            return;
+        }
+        // A shared file is replaced by a fresh one, and the report tells what that one replaces.
+        LogFileRef& file = getOwnedLogFile();
+        file->getCurrentPath(oldPath, false);
+        file->setStream(output);
+    }
+    logFile->getCurrentPath(newPath, false);
+    streamHeaderDone = false;
+    holder.release(true);
+    reportOldAndNew(__LINE__, "OutputStream", quoted(oldPath), quoted(newPath));
+}
+
+void Write::setStream(std::ios& stream)
+{
+    const sys::StackTrack track("setStream()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const StateHolder holder(stateSync.acquire());
+    getOwnedLogFile()->setStream(stream);
+}
+
+unsigned int Write::getOutputMask() const
+{
+    return outputMask;
+}
+
+void Write::setOutputMask(unsigned int newMask)
+{
+    const sys::StackTrack track("setOutputMask()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (newMask > Mask_ALL) {
+        throw std::out_of_range("Illegal Output Mask");
+    }
+    StateHolder holder(stateSync.acquire());
+    const unsigned int old = outputMask;
+    if (old == newMask) {
+        return;
+    }
+    outputMask = newMask;
+    holder.release(true);
+    reportChange(__LINE__, "OutputMask", [old, newMask](std::ostream& os) {
+        writeOutputMask(os << "\told: ", old) << std::endl;
+        writeOutputMask(os << "\tnew: ", newMask);
+    });
+}
+
+Severity Write::getSeverity() const
+{
+    return severity.minimum();
+}
+
+void Write::setSeverity(Severity newSev)
+{
+    const sys::StackTrack track("setSeverity()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    checkSeverity(newSev);
+    StateHolder holder(stateSync.acquire());
+    const Severity old = severity.minimum();
+    if (old == newSev && severity.mask() == 0) {
+        return;
+    }
+    severity.set(0, newSev);
+    holder.release(true);
+    reportOldAndNew(__LINE__, "Severity", getSeverityName(old), getSeverityName(newSev));
+}
+
+void Write::getSeverityMask(SeverityColl& severities) const
+{
+    severities.clear();
+    SeverityMaskData data;
+    getSeverityMask(data, severity.mask());
+    severities.insert(severities.end(), data.sevs, data.sevs + data.count);
+}
+
+void Write::getSeverityMask(StringColl& severities) const
+{
+    severities.clear();
+    SeverityMaskData data;
+    getSeverityMask(data, severity.mask());
+    std::transform(data.sevs, data.sevs + data.count, std::back_inserter(severities), getSeverityName);
+}
+
+void Write::setSeverityMask(Severity severityId, bool on)
+{
+    const sys::StackTrack track("setSeverityMask()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    checkSeverity(severityId);
+    StateHolder holder(stateSync.acquire());
+    const unsigned int oldMask = severity.mask();
+    unsigned int newMask = oldMask;
+    // A mask that loses its last bit lets everything through, on purpose; the way back to the
+    // default threshold is to take out NONE.
+    Severity newMinimum = Severity_NONE;
+    if (severityId != Severity_NONE) {
+        newMask = on ? oldMask | severityBit(severityId) : oldMask & ~severityBit(severityId);
+    } else if (!on) {
+        newMask = 0;
+        newMinimum = getSeverityDefault();
+    }
+    if (newMask != 0) {
+        newMinimum = lowestSeverity(newMask);
+    }
+    if (newMinimum == severity.minimum() && newMask == oldMask) {
+        return;
+    }
+    severity.set(newMask, newMinimum);
+    holder.release(true);
+    reportChange(__LINE__, "SeverityMask", [oldMask, newMask](std::ostream& os) {
+        writeSeverityMask(os << "\told: ", oldMask) << std::endl;
+        writeSeverityMask(os << "\tnew: ", newMask);
+    });
+}
+
+void Write::setSeverityMask(const SeverityColl& severities, bool on)
+{
+    const sys::StackTrack track("setSeverityMask()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (severities.empty()) {
+        return;
+    }
+    if (severities.size() == 1) {
+        setSeverityMask(severities.front(), on);
+        return;
+    }
+    unsigned int bits = 0;
+    for (const Severity listed : severities) {
+        checkSeverity(listed);
+        bits |= severityBit(listed);
+    }
+    bits &= ~severityBit(Severity_NONE);
+
+    StateHolder holder(stateSync.acquire());
+    const unsigned int oldMask = severity.mask();
+    // Switching several off keeps exactly these, where switching one off takes that one out. The
+    // two are not alike, on purpose.
+    const unsigned int newMask = on ? oldMask | bits : oldMask & bits;
+    if (newMask == oldMask) {
+        return;
+    }
+    severity.set(newMask, newMask != 0 ? lowestSeverity(newMask) : Severity_NONE);
+    holder.release(true);
+    const unsigned int shownMask = newMask != 0 ? newMask : severityBit(Severity_NONE);
+    reportChange(__LINE__, "SeverityMask", [oldMask, shownMask](std::ostream& os) {
+        writeSeverityMask(os << "\told: ", oldMask) << std::endl;
+        writeSeverityMask(os << "\tnew: ", shownMask);
+    });
+}
+
+void Write::setSeverityMask(const StringColl& severities, bool on)
+{
+    const sys::StackTrack track("setSeverityMask()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (severities.empty()) {
+        return;
+    }
+    if (severities.size() == 1) {
+        Control::setSeverityMask(severities.front(), on);
+        return;
+    }
+    SeverityColl ids;
+    std::transform(severities.begin(), severities.end(), std::back_inserter(ids), getSeverityId);
+    setSeverityMask(ids, on);
+}
+
+bool Write::getLocaltime() const
+{
+    return __atomic_load_n(&LOG_LOCALTIME, __ATOMIC_RELAXED);
+}
+
+bool Write::setLocaltime(bool on)
+{
+    const sys::StackTrack track("setLocaltime()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    StateHolder holder(stateSync.acquire());
+    const bool old = __atomic_exchange_n(&LOG_LOCALTIME, on, __ATOMIC_RELAXED);
+    if (old != on) {
+        holder.release(true);
+        reportOldAndNew(__LINE__, "TimestampInLocalTime", truth(old), truth(on));
+    }
+    return old;
+}
+
+void Write::getModuleFilter(StringColl& filter) const
+{
+    const StateHolder holder(stateSync.acquire());
+    const std::list<String>& requested = modules->getModulesRequested();
+    filter.assign(requested.begin(), requested.end());
+}
+
+void Write::setModuleFilter(const String& module, bool on)
+{
+    const sys::StackTrack track("setModuleFilter()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    StateHolder holder(stateSync.acquire());
+    if (!on) {
+        modules->removeModulesRequested(module);
+    } else if (!module.empty()) {
+        modules->addModulesRequested(module);
+    }
+    holder.release(true);
+    // Reported each time, also when nothing has changed.
+    reportChange(__LINE__, "ModuleFilter", [&](std::ostream& os) {
+        os << "\tmodule " << quoted(module) << ' ' << (on ? "added" : "removed");
+    });
+}
+
+std::size_t Write::getMaxFileSize() const
+{
+    const StateHolder holder(stateSync.acquire());
+    return logFile->getMaxFileSize();
+}
+
+void Write::setMaxFileSize(std::size_t size)
+{
+    const sys::StackTrack track("setMaxFileSize()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    StateHolder holder(stateSync.acquire());
+    const std::size_t old = logFile->getMaxFileSize();
+    if (!ownedLogFile || old == size) {
+        return;
+    }
+    logFile->setMaxFileSize(size);
+    holder.release(true);
+    reportOldAndNew(__LINE__, "MaxFileSize", quoted(old), quoted(size));
+}
+
+std::size_t Write::getMaxNumberOfFiles() const
+{
+    const StateHolder holder(stateSync.acquire());
+    return logFile->getMaxNumberOfFiles();
+}
+
+void Write::setMaxNumberOfFiles(std::size_t number)
+{
+    const sys::StackTrack track("setMaxNumberOfFiles()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    StateHolder holder(stateSync.acquire());
+    const std::size_t old = logFile->getMaxNumberOfFiles();
+    if (!ownedLogFile || old == number) {
+        return;
+    }
+    logFile->setMaxNumberOfFiles(number);
+    holder.release(true);
+    reportOldAndNew(__LINE__, "MaxFiles", quoted(old), quoted(number));
+}
+
+void Write::getModulesRegisteredDynamic(StringColl& names) const
+{
+    const StateHolder holder(stateSync.acquire());
+    names.clear();
+    for (const Module* const module : modules->getModulesActual()) {
+        names.push_back(module->getName());
+    }
+}
+
+void Write::getModulesRegisteredStatic(StringColl& names) const
+{
+    getModulesRegisteredDynamic(names);
+}
+
+void Write::getSeverityMask(SeverityMaskData& data, unsigned int mask)
+{
+    data.count = 0;
+    for (unsigned int bit = Severity_MIN; bit <= Severity_MAX; ++bit) {
+        if ((mask >> bit & 1U) != 0) {
+            data.sevs[data.count++] = static_cast<Severity>(bit);
+        }
+    }
+    if (data.count == 0) {
+        data.sevs[data.count++] = Severity_NONE;
+    }
+}
+
+std::ostream& Write::writeOutputMask(std::ostream& os, unsigned int mask)
+{
+    if (mask == Mask_NONE) {
+        return os << "0x0 [NONE]";
+    }
+    return writeMask(os, mask, mask, [](unsigned int bit) { return getOutputName(1U << bit); });
+}
+
+std::ostream& Write::writeSeverityMask(std::ostream& os, unsigned int mask)
+{
+    return writeMask(os, mask, mask != 0 ? mask : severityBit(Severity_NONE),
+                     [](unsigned int bit) { return getSeverityName(static_cast<Severity>(bit)); });
+}
+
+}
