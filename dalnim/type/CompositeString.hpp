@@ -28,6 +28,8 @@ public:
     /** The delimiter set of a composite for which none is given. */
     static constexpr const char DEFAULT_DELIMITERS[] = "+";
 
+    typedef nim::SInt8_t SInt8_t;
+
     /** An empty text with the default delimiters; empty components count. */
     CompositeString();
 

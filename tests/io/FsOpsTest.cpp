@@ -3,17 +3,48 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 
+#include <qv/pmx/path.h>
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
-#include <fcntl.h>
+#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace {
+
+/** When set, these answer for the runtime layer, to show what it cannot be brought to on this host. */
+std::function<qv_err_t(size_t size, char* buffer)> resolved;
+std::function<qv_err_t()> looked_at;
+
+}
+
+qv_err_t qv_si_getrealpath(const char* path, size_t size, char* buffer) noexcept
+{
+    if (resolved) {
+        return resolved(size, buffer);
+    }
+    typedef qv_err_t (*Function)(const char*, size_t, char*);
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "qv_si_getrealpath"))(path, size, buffer);
+}
+
+qv_err_t qv_si_isdir(const char* path) noexcept
+{
+    if (looked_at) {
+        return looked_at();
+    }
+    typedef qv_err_t (*Function)(const char*);
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "qv_si_isdir"))(path);
+}
 
 namespace {
 
@@ -59,6 +90,8 @@ protected:
     }
     ~FsOps() override
     {
+        resolved = nullptr;
+        looked_at = nullptr;
         std::filesystem::remove_all(scratch);
     }
 
@@ -238,6 +271,57 @@ TEST_F(FullPath, ResolvesAResultThatIsAsLongAsPathsGet)
     EXPECT_EQ(path, fullPath(path));
 }
 
+TEST_F(FullPath, TakesAResultThatCameWithARemark)
+{
+    resolved = [](size_t size, char* buffer) {
+        std::snprintf(buffer, size, "/a\\b/c");
+        return 882164500;
+    };
+    EXPECT_EQ("/a/b/c", fullPath("x"));
+    resolved = [](size_t size, char* buffer) {
+        std::snprintf(buffer, size, "/a");
+        return 882164501;
+    };
+    expect_system_error(882164501, "Error resolving 'x': Unknown error 882164501", [] { fullPath("x"); });
+}
+
+TEST_F(FullPath, AsksOnceMoreForAResultThatFillsTheBuffer)
+{
+    std::vector<size_t> sizes;
+    qv_err_t second = 0;
+    resolved = [&](size_t size, char* buffer) {
+        sizes.push_back(size);
+        std::memset(buffer, '\\', size);
+        if (sizes.size() == 1) {
+            return qv_err_t(882164500);
+        }
+        buffer[size - 1] = '\0';
+        return second;
+    };
+    EXPECT_EQ(String(4096, '/'), fullPath("x"));
+    EXPECT_EQ((std::vector<size_t>{4096, 4097}), sizes);
+
+    sizes.clear();
+    second = 882164500;
+    EXPECT_EQ(String(4096, '/'), fullPath("x"));
+
+    sizes.clear();
+    second = 5;
+    expect_system_error(5, "Error resolving 'x': Input/output error", [] { fullPath("x"); });
+    EXPECT_EQ(2U, sizes.size());
+
+    // One character less fits, terminator and all.
+    sizes.clear();
+    resolved = [&](size_t size, char* buffer) {
+        sizes.push_back(size);
+        std::memset(buffer, '\\', size - 1);
+        buffer[size - 1] = '\0';
+        return qv_err_t(0);
+    };
+    EXPECT_EQ(String(4095, '/'), fullPath("x"));
+    EXPECT_EQ((std::vector<size_t>{4096}), sizes);
+}
+
 TEST_F(FullPath, CarriesItsNameInTheTrace)
 {
     const StackTrack track("caller()", 7);
@@ -414,6 +498,39 @@ TEST_F(PathStat, ReportsWhatElseKeepsItFromLooking)
                                 "': Too many levels of symbolic links",
                             [&] { pathStat(in("loop"), 0, no_perm_error); });
     }
+}
+
+TEST_F(PathStat, KeepsApartWhatTheSystemAnswers)
+{
+    const String file = make_file("file");
+    qv_err_t answer = 0;
+    looked_at = [&] { return answer; };
+
+    // What is there is told by this answer alone; the rights are a matter of their own.
+    answer = 2;
+    EXPECT_EQ(0, pathStat(file, 0, true));
+    answer = 13;
+    EXPECT_EQ(-1, pathStat(file, 0, false));
+    answer = 0;
+    EXPECT_EQ(3 + 16 + 32, pathStat(file));
+    answer = 20;
+    EXPECT_EQ(1 + 4 + 16 + 32, pathStat(scratch));
+    for (const bool no_perm_error : {false, true}) {
+        answer = 5;
+        expect_system_error(5, "Error checking access on '" + file + "': Input/output error",
+                            [&] { pathStat(file, 0, no_perm_error); });
+        answer = -1;
+        expect_system_error(-1, "Error checking access on '" + file + "': Unknown error -1",
+                            [&] { pathStat(file, 0, no_perm_error); });
+    }
+
+    bool asked = false;
+    looked_at = [&] {
+        asked = true;
+        return qv_err_t(0);
+    };
+    EXPECT_EQ("Invalid flags specified.", invalid_argument_of([&] { pathStat(file, 64, false); }));
+    EXPECT_FALSE(asked);
 }
 
 TEST_F(PathStat, CarriesItsNameInTheTrace)

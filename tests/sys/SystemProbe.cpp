@@ -18,13 +18,17 @@
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/UniqueID.hpp>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <functional>
+#include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
@@ -44,8 +48,8 @@ using com::kor::dal::nim::sys::System;
 using com::kor::dal::nim::sys::system_error;
 using com::kor::dal::nim::sys::UniqueID;
 
-int names_asked = 0;
-int links_read = 0;
+std::atomic<int> names_asked{0};
+std::atomic<int> links_read{0};
 int lists_freed = 0;
 bool addresses_made_up = false;
 
@@ -53,9 +57,9 @@ bool addresses_made_up = false;
 
 STAND_IN int gethostname(char* name, size_t size) noexcept
 {
-    ++names_asked;
+    const int call = ++names_asked;
     const char* const failures = std::getenv("PROBE_HOST_FAILURES");
-    if (failures != nullptr && names_asked <= std::atoi(failures)) {
+    if (failures != nullptr && call <= std::atoi(failures)) {
         errno = EFAULT;
         return -1;
     }
@@ -197,7 +201,7 @@ void tell_host_name()
     }
     setenv("PROBE_HOST_NAME", "renamed", 1);
     tell(System::hostname);
-    std::printf("asked %d times\n", names_asked);
+    std::printf("asked %d times\n", names_asked.load());
 }
 
 void tell_addresses()
@@ -238,6 +242,35 @@ void tell_numbers()
     std::printf("%u\n", UniqueID::nextUid32());
 }
 
+/** Lets many threads do the first use of everything at once. */
+void tell_threads()
+{
+    constexpr std::size_t THREADS = 8;
+    std::atomic<std::size_t> ready{0};
+    std::vector<String> answers(THREADS);
+    std::vector<unsigned int> numbers(THREADS);
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < THREADS; ++t) {
+        threads.emplace_back([&, t] {
+            ++ready;
+            while (ready.load() != THREADS) {
+                std::this_thread::yield();
+            }
+            numbers[t] = UniqueID::nextUid32();
+            answers[t] = System::hostname() + " " + System::getProcessPath(System::EXECUTABLE_NAME_ONLY);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const String& answer : std::set<String>(answers.begin(), answers.end())) {
+        std::printf("[%s]\n", answer.c_str());
+    }
+    const std::set<unsigned int> different(numbers.begin(), numbers.end());
+    std::printf("%zu numbers, %u apart\n", different.size(), *different.rbegin() - *different.begin());
+    std::printf("asked %d times\nread %d links\n", names_asked.load(), links_read.load());
+}
+
 void tell_path()
 {
     const char* const user = std::getenv("PROBE_USER");
@@ -249,7 +282,7 @@ void tell_path()
     tell([] { return System::getProcessPath(System::DIRECTORY_PATH_ONLY); });
     tell([] { return System::getProcessPath(System::FULL_PROCESS_PATH); });
     tell([] { return System::getProcessPath(static_cast<System::PROCESS_PATH_OPT>(3)); });
-    std::printf("read %d links\n", links_read);
+    std::printf("read %d links\n", links_read.load());
     if (user != nullptr && seteuid(0) != 0) {
         std::printf("no way back\n");
     }
@@ -276,6 +309,8 @@ __attribute__((visibility("default"))) int main(int argc, char** argv)
         tell_zone();
     } else if (scenario == "numbers") {
         tell_numbers();
+    } else if (scenario == "threads") {
+        tell_threads();
     } else if (scenario == "path") {
         tell_path();
     } else {

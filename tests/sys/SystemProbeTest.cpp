@@ -187,6 +187,17 @@ TEST(SystemProbe, ABaseOfZeroTakesTheProcessIdForTheOtherSeries)
               probe({"numbers"}, {{"PROBE_CLOCK", "1700807049 216000000"}, {"PROBE_PID", "4321"}}));
 }
 
+TEST(SystemProbe, ManyThreadsMayBeTheFirst)
+{
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ("[myhost prog]\n8 numbers, 7 apart\nasked 1 times\nread 1 links\n",
+                  probe({"threads"}, {{"PROBE_HOST_NAME", "MyHost"},
+                                      {"PROBE_EXE", "/no/such/prog"},
+                                      {"PROBE_CLOCK", "1700000000 123456789"},
+                                      {"PROBE_PID", "4321"}}));
+    }
+}
+
 // The process path.
 
 class ProcessPathProbe : public testing::Test

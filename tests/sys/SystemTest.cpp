@@ -5,12 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cctype>
 #include <cstdint>
 #include <ctime>
 #include <limits>
-#include <set>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -24,7 +22,6 @@
 namespace {
 
 using com::kor::dal::nim::String;
-using com::kor::dal::nim::StringVector;
 using com::kor::dal::nim::sys::StackTrack;
 using com::kor::dal::nim::sys::System;
 using com::kor::dal::nim::sys::system_error;
@@ -200,33 +197,6 @@ TEST(System, ProcessPathIsThatOfThisProgram)
     EXPECT_EQ(whole.substr(last + 1), System::getProcessPath(System::EXECUTABLE_NAME_ONLY));
     EXPECT_EQ(whole, System::getProcessPath(static_cast<System::PROCESS_PATH_OPT>(3)));
     EXPECT_EQ(whole, System::getProcessPath(static_cast<System::PROCESS_PATH_OPT>(-1)));
-}
-
-TEST(System, ManyThreadsMayAskAtOnce)
-{
-    // In this order of tests the one-time work may be done already; see SystemFirstUse for the rest.
-    constexpr int THREADS = 8;
-    std::atomic<int> ready{0};
-    std::vector<StringVector> answers(THREADS);
-    std::vector<std::thread> threads;
-    for (StringVector& answer : answers) {
-        threads.emplace_back([&ready, &answer] {
-            ++ready;
-            while (ready.load() != THREADS) {
-                std::this_thread::yield();
-            }
-            for (int i = 0; i < 100; ++i) {
-                answer = {System::hostname(), System::getProcessPath(System::FULL_PROCESS_PATH)};
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    const StringVector expected = {System::hostname(), System::getProcessPath(System::FULL_PROCESS_PATH)};
-    for (const StringVector& answer : answers) {
-        EXPECT_EQ(expected, answer);
-    }
 }
 
 }

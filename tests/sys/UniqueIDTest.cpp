@@ -9,6 +9,9 @@
 #include <type_traits>
 #include <vector>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 namespace {
 
 using com::kor::dal::nim::sys::UniqueID;
@@ -33,6 +36,22 @@ TEST(UniqueID, EachSeriesRisesByOne)
     EXPECT_EQ(first64 + 1, UniqueID::nextUid64());
     EXPECT_EQ(first64 + 2, UniqueID::nextUid64());
     EXPECT_EQ(static_cast<std::uint32_t>(first32 + 3), UniqueID::nextUid32());
+}
+
+TEST(UniqueID, AChildGoesOnInTheSeriesOfItsParent)
+{
+    const std::uint32_t before32 = UniqueID::nextUid32();
+    const std::uint64_t before64 = UniqueID::nextUid64();
+    const pid_t child = fork();
+    ASSERT_NE(-1, child);
+    if (child == 0) {
+        const bool goes_on = UniqueID::nextUid32() == static_cast<std::uint32_t>(before32 + 1) &&
+                             UniqueID::nextUid64() == before64 + 1;
+        _exit(goes_on ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
 }
 
 TEST(UniqueID, NumbersOfManyThreadsAreAllDifferent)

@@ -37,6 +37,7 @@ TEST(CompositeString, ConstantsAreAsTold)
     EXPECT_STREQ("CompositeString", CompositeString::CLASS_NAME);
     EXPECT_STREQ("+", CompositeString::DEFAULT_DELIMITERS);
     EXPECT_EQ(2U, sizeof CompositeString::DEFAULT_DELIMITERS);
+    EXPECT_TRUE((std::is_same_v<signed char, CompositeString::SInt8_t>));
 }
 
 TEST(CompositeString, BeginsEmpty)
