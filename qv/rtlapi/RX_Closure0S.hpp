@@ -1,0 +1,15 @@
+#ifndef QV_RTLAPI_RX_CLOSURE0S_HPP
+#define QV_RTLAPI_RX_CLOSURE0S_HPP
+
+#include <qv/pmx/api.h>
+#include <qv/rtlapi/RX_ClosureS_.hpp>
+
+/** Calls a function without arguments; synchronous. */
+class DALNIM_API RX_Closure0S : public RX_ClosureS_<void (*)()>
+{
+public:
+    explicit RX_Closure0S(void (*function)());
+    ~RX_Closure0S() noexcept(false) override;
+};
+
+#endif

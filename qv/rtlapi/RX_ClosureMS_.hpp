@@ -1,0 +1,26 @@
+#ifndef QV_RTLAPI_RX_CLOSUREMS__HPP
+#define QV_RTLAPI_RX_CLOSUREMS__HPP
+
+#include <qv/rtlapi/RX_ClosureSync_.hpp>
+
+/** Calls a member function `F` on an object, which must outlive the call; synchronous. */
+template <class T, class F>
+class RX_ClosureMS_ : public RX_ClosureSync_
+{
+public:
+    RX_ClosureMS_(T* object, F member)
+        : _object(object), _member(member)
+    {
+    }
+
+private:
+    void call_() override
+    {
+        (_object->*_member)();
+    }
+
+    T* _object;
+    F _member;
+};
+
+#endif

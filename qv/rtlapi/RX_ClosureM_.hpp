@@ -1,0 +1,26 @@
+#ifndef QV_RTLAPI_RX_CLOSUREM__HPP
+#define QV_RTLAPI_RX_CLOSUREM__HPP
+
+#include <qv/rtlapi/RX_Closure.hpp>
+
+/** Calls a member function `F` on an object, which must outlive the call. Its exceptions pass. */
+template <class T, class F>
+class RX_ClosureM_ : public RX_Closure
+{
+public:
+    RX_ClosureM_(T* object, F member)
+        : _object(object), _member(member)
+    {
+    }
+
+    void apply() override
+    {
+        (_object->*_member)();
+    }
+
+private:
+    T* _object;
+    F _member;
+};
+
+#endif

@@ -1,0 +1,27 @@
+#ifndef QV_RTLAPI_RX_CLOSURES__HPP
+#define QV_RTLAPI_RX_CLOSURES__HPP
+
+#include <utility>
+
+#include <qv/rtlapi/RX_ClosureSync_.hpp>
+
+/** Calls a function, or whatever else is called without arguments; synchronous. */
+template <class F>
+class RX_ClosureS_ : public RX_ClosureSync_
+{
+public:
+    explicit RX_ClosureS_(F function)
+        : _function(std::move(function))
+    {
+    }
+
+private:
+    void call_() override
+    {
+        _function();
+    }
+
+    F _function;
+};
+
+#endif

@@ -1,0 +1,16 @@
+#ifndef QV_RTLAPI_RX_LOCKABLE_HPP
+#define QV_RTLAPI_RX_LOCKABLE_HPP
+
+#include <qv/pmx/api.h>
+#include <qv/rtlapi/RX_Mutex.hpp>
+#include <qv/rtlapi/RX_RefCounted_PRIVATE_.hpp>
+
+/** A counted object that is a mutex too: an RX_Locked_ can be taken on it. */
+class DALNIM_API RX_Lockable : public virtual RX_RefCounted_PRIVATE_, public virtual RX_Mutex
+{
+public:
+    RX_Lockable() = default;
+    ~RX_Lockable() noexcept(false) override;
+};
+
+#endif

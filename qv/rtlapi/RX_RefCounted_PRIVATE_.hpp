@@ -1,0 +1,46 @@
+#ifndef QV_RTLAPI_RX_REFCOUNTED_PRIVATE__HPP
+#define QV_RTLAPI_RX_REFCOUNTED_PRIVATE__HPP
+
+#include <qv/pmx/api.h>
+#include <qv/pmx/atomic.h>
+
+class RX_Exception_;
+
+/** Reports, in one line on the standard error, an object that goes while it has references. */
+DALNIM_API void RX_BadLockableDestruct() noexcept;
+
+/**
+ * An object that counts the references to it. Made with `new` it starts with one, its creator's; the
+ * last `detach` deletes it.
+ *
+ * Thread safety: `attach` and `detach` may be called from any thread that has a reference.
+ */
+class DALNIM_API RX_RefCounted_PRIVATE_
+{
+public:
+    RX_RefCounted_PRIVATE_() = default;
+    RX_RefCounted_PRIVATE_(const RX_RefCounted_PRIVATE_&) = delete;
+    RX_RefCounted_PRIVATE_& operator=(const RX_RefCounted_PRIVATE_&) = delete;
+    /** Calls RX_BadLockableDestruct when there are references. */
+    virtual ~RX_RefCounted_PRIVATE_() noexcept(false);
+
+    void attach() noexcept
+    {
+        qv_si_atomic_increment(&_refc);
+    }
+    void detach()
+    {
+        if (qv_si_atomic_decrement(&_refc) == 0) {
+            delete this;
+        }
+    }
+
+protected:
+    /** Gives up the creator's reference, for there will be no object, and throws the exception. */
+    [[noreturn]] void throwFromConstructor(const RX_Exception_& exception);
+
+private:
+    si_atomic_t _refc = 1;
+};
+
+#endif

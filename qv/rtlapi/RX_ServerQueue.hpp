@@ -1,0 +1,111 @@
+#ifndef QV_RTLAPI_RX_SERVERQUEUE_HPP
+#define QV_RTLAPI_RX_SERVERQUEUE_HPP
+
+#include <deque>
+
+#include <qv/pmx/api.h>
+#include <qv/pmx/types.h>
+#include <qv/rtlapi/RX_Condition.hpp>
+#include <qv/rtlapi/RX_Lockable.hpp>
+
+class RX_ActivityRecorder;
+class RX_Closure;
+
+/**
+ * A queue of closures that its own worker threads run, the oldest first.
+ *
+ * A worker holds a reference to the queue, so the owner may `detach` while closures run; it calls
+ * `close` before, or the idle workers keep the queue for good. An exception that leaves a closure
+ * ends the process, as with RX_Thread.
+ *
+ * Whoever puts a closure hands over one reference, which the queue releases once the closure was run
+ * or dropped; where an operation raises an exception, the caller keeps it. A queue that was closed, or
+ * whose threads were all removed, runs nothing more: what is put there is dropped at once. The recorder
+ * is told of every closure, first by `inc`, and when the closure is gone by `dec`.
+ *
+ * Thread safety: every operation may be called from any thread, also from a closure that the queue
+ * runs, except `size_nolock`. The lock is not held while foreign code runs.
+ */
+class DALNIM_API RX_ServerQueue : public RX_Lockable
+{
+public:
+    /**
+     * An open queue without threads.
+     *
+     * @param capacity  how many closures may be pending; with 0, `put` waits for a worker that is free
+     */
+    explicit RX_ServerQueue(unsigned int capacity);
+
+    /**
+     * Starts worker threads; none on a closed queue. When the system refuses one, raises RX_Exception
+     * with its number, and those that were started before stay.
+     */
+    void addThreads(unsigned int count);
+
+    /**
+     * Makes that many workers, or as many as there are, end when they are next free. When none is to
+     * stay, they run what is pending before they end.
+     */
+    void removeThreads(unsigned int count);
+
+    /**
+     * Reports to `ar`, or with null to nobody, from now on. Raises RX_ExFatal with the code 51459
+     * unless the queue is empty and without threads.
+     */
+    void connectActivityRecorder(RX_ActivityRecorder* ar);
+
+    ~RX_ServerQueue() noexcept(false) override;
+
+    /** Appends a closure; waits while there is no room. */
+    virtual void put(RX_Closure* const& closure);
+    /** Appends a closure, whether there is room or not. */
+    virtual void putProbe(RX_Closure* const& closure);
+    /** Appends a closure if there is room: 1. If there is not, or nothing runs here, 0: it stays the caller's. */
+    virtual qv_bool_t tryPut(RX_Closure* const& closure);
+    /** Runs the oldest pending closure on the calling thread: 1, or 0 when there is none. Its exceptions pass. */
+    virtual qv_bool_t runPending();
+    /** The number of pending closures. */
+    virtual unsigned int size() const;
+    /** Drops all pending closures, and ends the workers once they are through with the running ones. */
+    virtual void close();
+    /** Not 0 once the queue was closed. */
+    virtual int isClosed() const;
+    /** The number of pending closures; the caller holds the lock of the queue. */
+    virtual unsigned int size_nolock() const;
+    /** The number of workers. */
+    virtual si_uint32_t threadCount() const;
+    /** Drops all pending closures. */
+    virtual void flush();
+
+private:
+    class Job;
+    class Worker;
+    typedef std::deque<RX_Closure*> Closures;
+
+    static void* runWorker(void* queue);
+
+    bool isRetired() const;
+    bool isServed() const;
+    bool hasRoom() const;
+    void append(RX_Closure* closure);
+    void refuse(RX_Closure* closure);
+    void dropPending(bool closing);
+    static void drop(Closures& closures, RX_ActivityRecorder* recorder);
+    Job take();
+    Job awaitJob();
+    void countOut();
+
+    const unsigned int _capacity;
+    // All that follows is guarded by the lock of the queue.
+    Closures _pending;
+    RX_Condition _work;
+    RX_Condition _room;
+    RX_ActivityRecorder* _ar = nullptr;
+    si_uint32_t _threadCount = 0;
+    si_uint32_t _leaving = 0;
+    si_uint32_t _idle = 0;
+    bool _wasReduced = false;
+    bool _closed = false;
+};
+
+#endif

@@ -1,0 +1,25 @@
+#include <qv/rtlapi/RX_Condition.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+
+#include <qv/rtlapi/RX_AbsTime.hpp>
+
+RX_Condition::~RX_Condition() noexcept(false)
+{
+    RX_Check(pthread_cond_destroy(&_cond.cond));
+}
+
+qv_bool_t RX_Condition::timedWait(const RX_Time& time) const
+{
+    const RX_AbsTime deadline = time.deadline();
+    // Before the clock began is as much in the past as its beginning, and the system takes that.
+    const timespec limit = {std::max(deadline.seconds(), 0), deadline.nanoseconds()};
+    const int status = pthread_cond_timedwait(&_cond.cond, &_mup->mutex, &limit);
+    if (status == ETIMEDOUT) {
+        return 0;
+    }
+    RX_Check(status);
+    return 1;
+}

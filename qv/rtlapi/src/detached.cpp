@@ -1,0 +1,76 @@
+#include <qv/rtlapi/src/detached.hpp>
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <string>
+
+#include <cxxabi.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <qv/rtlapi/RX_Closure.hpp>
+#include <qv/rtlapi/RX_Exception.hpp>
+#include <qv/rtlapi/src/typeName.hpp>
+
+namespace {
+
+void writeLine(std::string line)
+{
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    line += '\n';
+    const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
+    static_cast<void>(written);
+}
+
+/** From inside a handler. */
+void nameCurrentException(const RX_Closure& closure)
+{
+    const std::unique_ptr<RX_Exception> exception(RX_analyzeCurrentException_());
+    const std::type_info* const type = abi::__cxa_current_exception_type();
+
+    std::string line = "qv: exception left ";
+    line += closure.asString(RX_String::none).data();
+    line += " on a detached thread: ";
+    if (type != nullptr) {
+        line += qv::typeName(*type).data();
+        line += ": ";
+    }
+    line += exception->asString(0).data();
+    writeLine(std::move(line));
+}
+
+}
+
+int qv::startDetached(void* (*function)(void*), void* argument) noexcept
+{
+    pthread_attr_t attributes;
+    int status = pthread_attr_init(&attributes);
+    if (status != 0) {
+        return status;
+    }
+    status = pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    if (status == 0) {
+        pthread_t thread;
+        status = pthread_create(&thread, &attributes, function, argument);
+    }
+    pthread_attr_destroy(&attributes);
+    return status;
+}
+
+void qv::applyDetached(RX_Closure& closure)
+{
+    try {
+        closure.apply();
+    } catch (abi::__forced_unwind&) {
+        // The thread ends itself or is cancelled, which is no failure.
+        throw;
+    } catch (...) {
+        try {
+            nameCurrentException(closure);
+        } catch (...) {
+            writeLine("qv: exception on a detached thread");
+        }
+        std::terminate();
+    }
+}
