@@ -33,6 +33,8 @@ public:
     /** Replaces every occurrence in place, and returns `target`, which may be a null pointer. */
     static String& replace(String& target, char search_char, char replace_char);
     static char* replace(char* target, char search_char, char replace_char);
+    template <std::size_t N>
+    static char* replace(const char (&literal)[N], char search_char, char replace_char) = delete;
 
     /**
      * Replaces every occurrence from left to right, and returns `target`. Text that was put in, or
@@ -52,6 +54,13 @@ public:
      * first one: not the one to free the array by. A null pointer is returned as it is.
      */
     static char* trimWS(char* target);
+
+    // Compilers take a literal for the array that it must not be written to as.
+    template <std::size_t N>
+    static String trimWS(const char (&literal)[N])
+    {
+        return trimWS(String(literal));
+    }
 
     /** Both end at the first zero byte. */
     static RX_String convNIMStrToRXString(const String& nimStr);

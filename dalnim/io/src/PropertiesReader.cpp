@@ -91,7 +91,7 @@ bool PropertiesReader::decode(std::size_t pos)
 
 void PropertiesReader::copyPlain(std::size_t pos, std::size_t end)
 {
-    std::memcpy(&logical[used], line.data() + pos, end - pos);
+    std::memcpy(logical.data() + used, line.data() + pos, end - pos);
     std::size_t trimmed = end;
     while (trimmed > pos && char_is_space(line[trimmed - 1])) {
         --trimmed;

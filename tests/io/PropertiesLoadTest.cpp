@@ -1,0 +1,567 @@
+#include <dalnim/io/Properties.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <locale>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+#include <streambuf>
+
+namespace {
+
+using com::kor::dal::nim::String;
+using com::kor::dal::nim::io::Properties;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+typedef std::map<String, String> Table;
+
+Table tableOf(const Properties& properties)
+{
+    return Table(properties.begin(), properties.end());
+}
+
+Table loaded(const String& text, bool keep_trailing_ws = false)
+{
+    std::istringstream stream(text);
+    const Properties properties(stream, keep_trailing_ws);
+    return tableOf(properties);
+}
+
+/** The message that a load of this text, from a file "conf/x.conf", ends with. */
+String failureOf(const String& text)
+{
+    std::istringstream stream(text);
+    std::ostringstream warnings;
+    std::ostringstream notes;
+    try {
+        Properties().load(stream, "conf/x.conf", warnings, notes, Properties::SEV_NOTE);
+    } catch (const std::invalid_argument& e) {
+        return e.what();
+    }
+    return "loaded";
+}
+
+String warningsOf(const String& text, Properties::Severity sev, Properties& properties)
+{
+    std::istringstream stream(text);
+    std::ostringstream warnings;
+    std::ostringstream notes;
+    properties.load(stream, "/etc/conf/x.conf", warnings, notes, sev);
+    EXPECT_EQ("", notes.str());
+    return warnings.str();
+}
+
+String warningsOf(const String& text, Properties::Severity sev)
+{
+    Properties properties;
+    return warningsOf(text, sev, properties);
+}
+
+TEST(PropertiesLoad, EmptyStream)
+{
+    EXPECT_THAT(loaded(""), IsEmpty());
+    EXPECT_EQ("", warningsOf("", Properties::SEV_NOTE));
+}
+
+TEST(PropertiesLoad, KeyAndValue)
+{
+    EXPECT_THAT(loaded("key"), ElementsAre(Pair("key", "")));
+    EXPECT_THAT(loaded("key="), ElementsAre(Pair("key", "")));
+    for (const char* const text : {"key value", "key=value", "key:value", "key = value", "key : value", "key\tvalue",
+                                   " \t\v\f\rkey=value", "key \v\f=\t value", "key=value\n", "key=value\r\n"}) {
+        EXPECT_THAT(loaded(text), ElementsAre(Pair("key", "value"))) << text;
+    }
+}
+
+TEST(PropertiesLoad, OneSeparator)
+{
+    EXPECT_THAT(loaded("a=b=c"), ElementsAre(Pair("a", "b=c")));
+    EXPECT_THAT(loaded("a==b"), ElementsAre(Pair("a", "=b")));
+    EXPECT_THAT(loaded("a=:b"), ElementsAre(Pair("a", ":b")));
+    EXPECT_THAT(loaded("a : = b"), ElementsAre(Pair("a", "= b")));
+    EXPECT_THAT(loaded("a b=c"), ElementsAre(Pair("a", "b=c")));
+    EXPECT_THAT(loaded("a b c"), ElementsAre(Pair("a", "b c")));
+}
+
+TEST(PropertiesLoad, DecodingComesBeforeSplitting)
+{
+    EXPECT_THAT(loaded("a\\=b=c"), ElementsAre(Pair("a", "b=c")));
+    EXPECT_THAT(loaded("a\\ b=c"), ElementsAre(Pair("a", "b=c")));
+    EXPECT_THAT(loaded("a\\u003ab"), ElementsAre(Pair("a", "b")));
+    EXPECT_THAT(loaded("a\\tb"), ElementsAre(Pair("a", "b")));
+    EXPECT_THAT(loaded("k=\\ x"), ElementsAre(Pair("k", "x")));
+    EXPECT_THAT(loaded("k=\\n\\nx"), ElementsAre(Pair("k", "x")));
+}
+
+TEST(PropertiesLoad, EmptyKey)
+{
+    EXPECT_THAT(loaded("=x"), ElementsAre(Pair("", "x")));
+    EXPECT_THAT(loaded(":x"), ElementsAre(Pair("", "x")));
+    EXPECT_THAT(loaded("\\ "), ElementsAre(Pair("", "")));
+    EXPECT_THAT(loaded("\\ x"), ElementsAre(Pair("", "x")));
+    EXPECT_THAT(loaded("="), ElementsAre(Pair("", "")));
+}
+
+TEST(PropertiesLoad, TrailingWhiteSpace)
+{
+    EXPECT_THAT(loaded("k=x   "), ElementsAre(Pair("k", "x")));
+    EXPECT_THAT(loaded("k=x   ", true), ElementsAre(Pair("k", "x   ")));
+    EXPECT_THAT(loaded("k=x\\ "), ElementsAre(Pair("k", "x ")));
+    EXPECT_THAT(loaded("k=x\\   \t"), ElementsAre(Pair("k", "x ")));
+    EXPECT_THAT(loaded("k=x \\t "), ElementsAre(Pair("k", "x \t")));
+    EXPECT_THAT(loaded("k=x \\u0020 ", true), ElementsAre(Pair("k", "x   ")));
+    EXPECT_THAT(loaded("k=   ", true), ElementsAre(Pair("k", "")));
+    EXPECT_THAT(loaded("k   ", true), ElementsAre(Pair("k", "")));
+    EXPECT_THAT(loaded("k=x y  z "), ElementsAre(Pair("k", "x y  z")));
+}
+
+TEST(PropertiesLoad, CarriageReturnIsWhiteSpace)
+{
+    EXPECT_THAT(loaded("k=x\r\nl=y\r\n"), ElementsAre(Pair("k", "x"), Pair("l", "y")));
+    EXPECT_THAT(loaded("k=x\r\n\r\nl=y\r\n", true), ElementsAre(Pair("k", "x\r"), Pair("l", "y\r")));
+    // The backslash escapes the CR: the next line is of its own.
+    EXPECT_THAT(loaded("k=x\\\r\nl=y"), ElementsAre(Pair("k", "x\r"), Pair("l", "y")));
+}
+
+TEST(PropertiesLoad, Comments)
+{
+    EXPECT_THAT(loaded("#a=1\n!b=2\n  # c=3\n\t!d=4\n"), IsEmpty());
+    EXPECT_THAT(loaded("a=#1\nb#=!2\n"), ElementsAre(Pair("a", "#1"), Pair("b#", "!2")));
+    EXPECT_THAT(loaded("# a comment is not continued\\\nb=2"), ElementsAre(Pair("b", "2")));
+    EXPECT_THAT(loaded("\\#a=1\n\\!b=2\n\\%c=3"), ElementsAre(Pair("!b", "2"), Pair("#a", "1"), Pair("%c", "3")));
+}
+
+TEST(PropertiesLoad, BlankLines)
+{
+    EXPECT_THAT(loaded("\n \n\t\r\na=1\n\n\nb=2\n\n"), ElementsAre(Pair("a", "1"), Pair("b", "2")));
+}
+
+TEST(PropertiesLoad, Continuation)
+{
+    EXPECT_THAT(loaded("a=b\\\n   c"), ElementsAre(Pair("a", "bc")));
+    EXPECT_THAT(loaded("a=b \\\nc"), ElementsAre(Pair("a", "b c")));
+    EXPECT_THAT(loaded("a=b\\\n# c"), ElementsAre(Pair("a", "b# c")));
+    EXPECT_THAT(loaded("a=b\\\n! c"), ElementsAre(Pair("a", "b! c")));
+    EXPECT_THAT(loaded("a=b\\\nc\\\n  d\\\n\te"), ElementsAre(Pair("a", "bcde")));
+    EXPECT_THAT(loaded("a\\\nb\\\n=\\\nc"), ElementsAre(Pair("ab", "c")));
+    EXPECT_THAT(loaded("a=b\\\n# c\\\n# d"), ElementsAre(Pair("a", "b# c# d")));
+}
+
+TEST(PropertiesLoad, ContinuationThatEnds)
+{
+    EXPECT_THAT(loaded("a=b\\\n\nc=d"), ElementsAre(Pair("a", "b"), Pair("c", "d")));
+    EXPECT_THAT(loaded("a=b\\\n \t\r\nc=d"), ElementsAre(Pair("a", "b"), Pair("c", "d")));
+    EXPECT_THAT(loaded("a=b\\\n\n#c=d"), ElementsAre(Pair("a", "b")));
+    EXPECT_THAT(loaded("a=b\\"), ElementsAre(Pair("a", "b")));
+    EXPECT_THAT(loaded("a=b\\\n"), ElementsAre(Pair("a", "b")));
+    EXPECT_THAT(loaded("a=b\\\n%x"), ElementsAre(Pair("a", "b")));
+    EXPECT_THAT(loaded("a=b\\\n%pragma nonsense\nc=d"), ElementsAre(Pair("a", "b"), Pair("c", "d")));
+    EXPECT_THAT(loaded("a=b\\\n  %x\\\nc=d"), ElementsAre(Pair("a", "b"), Pair("c", "d")));
+}
+
+TEST(PropertiesLoad, ContinuationOfNothing)
+{
+    EXPECT_THAT(loaded("\\"), IsEmpty());
+    EXPECT_THAT(loaded("\\\n\\\n\n"), IsEmpty());
+    EXPECT_THAT(loaded("\\\na=b"), ElementsAre(Pair("a", "b")));
+    EXPECT_THAT(loaded("\\\n#a=b"), ElementsAre(Pair("#a", "b")));
+    EXPECT_THAT(loaded("\\\n%a=b\nc=d"), ElementsAre(Pair("c", "d")));
+}
+
+TEST(PropertiesLoad, ContinuationAndWhiteSpace)
+{
+    EXPECT_THAT(loaded("a=b  \\\n"), ElementsAre(Pair("a", "b")));
+    EXPECT_THAT(loaded("a=b  \\\n", true), ElementsAre(Pair("a", "b  ")));
+    EXPECT_THAT(loaded("a=b \\\n \\\n c"), ElementsAre(Pair("a", "b c")));
+    EXPECT_THAT(loaded("a=b \\\n\\ \\\n"), ElementsAre(Pair("a", "b  ")));
+    EXPECT_THAT(loaded("a=b\\\n  c  "), ElementsAre(Pair("a", "bc")));
+    EXPECT_THAT(loaded("a=b\\\n  c  ", true), ElementsAre(Pair("a", "bc  ")));
+}
+
+TEST(PropertiesLoad, ALongLineLeavesNothingForTheNext)
+{
+    EXPECT_THAT(loaded("a=a long value \\\n that goes on\nb=x\nc\n"),
+                ElementsAre(Pair("a", "a long value that goes on"), Pair("b", "x"), Pair("c", "")));
+}
+
+TEST(PropertiesLoad, LetterEscapes)
+{
+    EXPECT_THAT(loaded("k=-\\a\\b\\f\\n\\r\\t\\v-"), ElementsAre(Pair("k", "-\a\b\f\n\r\t\v-")));
+    EXPECT_THAT(loaded("k=\\c\\d\\e\\g\\w\\y\\z"), ElementsAre(Pair("k", "cdegwyz")));
+    EXPECT_THAT(loaded("k=\\A\\N\\U0041\\X41"), ElementsAre(Pair("k", "ANU0041X41")));
+    EXPECT_THAT(loaded("k=\\\\\\=\\:\\#\\\"\\'\\\xe9"), ElementsAre(Pair("k", "\\=:#\"'\xe9")));
+    EXPECT_THAT(loaded("k=\\\\\nl=m"), ElementsAre(Pair("k", "\\"), Pair("l", "m")));
+    EXPECT_THAT(loaded("k=\\\\\\\nl=m"), ElementsAre(Pair("k", "\\l=m")));
+}
+
+TEST(PropertiesLoad, UnicodeEscapes)
+{
+    EXPECT_THAT(loaded("\\u0041=1"), ElementsAre(Pair("A", "1")));
+    EXPECT_THAT(loaded("k=\\u00e9"), ElementsAre(Pair("k", "\xe9")));
+    EXPECT_THAT(loaded("k=\\u00E9\\u00ff"), ElementsAre(Pair("k", "\xe9\xff")));
+    EXPECT_THAT(loaded("k=\\u00411"), ElementsAre(Pair("k", "A1")));
+    EXPECT_THAT(loaded("k=\\u0000"), ElementsAre(Pair("k", String("\0", 1))));
+}
+
+TEST(PropertiesLoad, HexEscapes)
+{
+    EXPECT_THAT(loaded("k=\\x4"), ElementsAre(Pair("k", "\x04")));
+    EXPECT_THAT(loaded("k=\\x41"), ElementsAre(Pair("k", "A")));
+    EXPECT_THAT(loaded("k=\\x414"), ElementsAre(Pair("k", "A4")));
+    EXPECT_THAT(loaded("k=\\x4g"), ElementsAre(Pair("k", "\x04g")));
+    EXPECT_THAT(loaded("k=\\xfF\\x0\\xAa"), ElementsAre(Pair("k", String("\xff\0\xaa", 3))));
+    EXPECT_THAT(loaded("k=\\x4\\\n1"), ElementsAre(Pair("k", "\x04" "1")));
+}
+
+TEST(PropertiesLoad, OctalEscapes)
+{
+    EXPECT_THAT(loaded("k=\\101"), ElementsAre(Pair("k", "A")));
+    EXPECT_THAT(loaded("k=x\\400"), ElementsAre(Pair("k", "x 0")));
+    EXPECT_THAT(loaded("k=\\8\\9"), ElementsAre(Pair("k", "89")));
+    EXPECT_THAT(loaded("k=\\377\\77\\7"), ElementsAre(Pair("k", "\xff?\a")));
+    EXPECT_THAT(loaded("k=\\1018\\18\\0101"), ElementsAre(Pair("k", "A8\x01" "8\b1")));
+    EXPECT_THAT(loaded("k=\\0"), ElementsAre(Pair("k", String("\0", 1))));
+    EXPECT_THAT(loaded("k=\\1\\\n01"), ElementsAre(Pair("k", "\x01" "01")));
+}
+
+TEST(PropertiesLoad, BytesAreTakenAsTheyAre)
+{
+    EXPECT_THAT(loaded(String("a\0b=c\0d\0", 8)), ElementsAre(Pair(String("a\0b", 3), String("c\0d\0", 4))));
+    EXPECT_THAT(loaded("\xff\x80=\xa0\x85"), ElementsAre(Pair("\xff\x80", "\xa0\x85")));
+}
+
+TEST(PropertiesLoad, LastAssignmentWins)
+{
+    EXPECT_THAT(loaded("a=1\nb=2\na=3\n"), ElementsAre(Pair("a", "3"), Pair("b", "2")));
+}
+
+TEST(PropertiesLoad, AddsToWhatIsThere)
+{
+    Properties properties;
+    properties.setProperty("a", "1");
+    properties.setProperty("b", "2");
+    std::istringstream stream("b=3\nc=4");
+    EXPECT_EQ(&stream, &properties.load(stream));
+    EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1"), Pair("b", "3"), Pair("c", "4")));
+}
+
+TEST(PropertiesLoad, ConstructorsLoad)
+{
+    std::istringstream plain("k=x ");
+    EXPECT_THAT(tableOf(Properties(plain)), ElementsAre(Pair("k", "x")));
+    std::istringstream kept("k=x ");
+    EXPECT_THAT(tableOf(Properties(kept, true)), ElementsAre(Pair("k", "x ")));
+
+    std::istringstream named("k=x \nk=y ");
+    std::ostringstream warnings;
+    std::ostringstream notes;
+    const Properties properties(named, "dir/name", warnings, notes, Properties::SEV_WARNING, true);
+    EXPECT_THAT(tableOf(properties), ElementsAre(Pair("k", "y ")));
+    EXPECT_EQ("WARNING: name:2: Overriding property \"k\"\n", warnings.str());
+
+    std::istringstream bad("k=\\x");
+    EXPECT_THROW(Properties{bad}, std::invalid_argument);
+}
+
+TEST(PropertiesLoad, WarnsOfWhatIsOverridden)
+{
+    const String text = "a=1\n\n# comment\nb=2\na=3\na=\\\n4\n";
+    const String expected = "WARNING: x.conf:5: Overriding property \"a\"\n"
+                            "WARNING: x.conf:7: Overriding property \"a\"\n";
+    EXPECT_EQ("", warningsOf(text, Properties::SEV_ERROR));
+    EXPECT_EQ(expected, warningsOf(text, Properties::SEV_WARNING));
+    EXPECT_EQ(expected, warningsOf(text, Properties::SEV_NOTE));
+}
+
+TEST(PropertiesLoad, WarnsOfWhatWasThereBefore)
+{
+    Properties properties;
+    properties.setProperty("k", "v");
+    EXPECT_EQ("WARNING: x.conf:1: Overriding property \"k\"\n",
+              warningsOf("k=w", Properties::SEV_WARNING, properties));
+    EXPECT_EQ("w", properties.getProperty("k"));
+}
+
+TEST(PropertiesLoad, WarningShowsTheKeyAsItIsStored)
+{
+    EXPECT_EQ("WARNING: x.conf:2: Overriding property \"\"\n", warningsOf("=1\n=2", Properties::SEV_WARNING));
+    EXPECT_EQ("WARNING: x.conf:2: Overriding property \"A" + String(1, '\0') + "\xe9\"\n",
+              warningsOf("\\u0041\\0\\xe9\n\\101\\u0000\\xe9", Properties::SEV_WARNING));
+}
+
+TEST(PropertiesLoad, WarningsAreAppendedWhateverTheFormatOfTheStream)
+{
+    struct Grouping : std::numpunct<char>
+    {
+        char do_thousands_sep() const override { return ','; }
+        std::string do_grouping() const override { return "\1"; }
+    };
+    std::ostringstream warnings;
+    warnings.imbue(std::locale(std::locale::classic(), new Grouping));
+    warnings << "before\n" << std::hex;
+    warnings.width(80);
+    std::ostringstream notes;
+    std::istringstream stream(String(12, '\n') + "a\na\n");
+    Properties().load(stream, "f", warnings, notes, Properties::SEV_WARNING);
+    EXPECT_EQ("before\nWARNING: f:14: Overriding property \"a\"\n", warnings.str());
+}
+
+TEST(PropertiesLoad, SeverityPragma)
+{
+    const String repeated = "a=1\na=2\n";
+    EXPECT_EQ("WARNING: x.conf:4: Overriding property \"a\"\n",
+              warningsOf("a=0\n%pragma severity warning\n#\na=1\n", Properties::SEV_ERROR));
+    EXPECT_EQ("WARNING: x.conf:3: Overriding property \"a\"\n",
+              warningsOf("%pragma severity note\n" + repeated, Properties::SEV_ERROR));
+    EXPECT_EQ("", warningsOf("  %pragma\tseverity  error \t\r\n" + repeated, Properties::SEV_NOTE));
+    EXPECT_EQ("WARNING: x.conf:2: Overriding property \"a\"\n",
+              warningsOf(repeated + "%pragma severity error\n" + repeated, Properties::SEV_WARNING));
+}
+
+TEST(PropertiesLoad, LinesThatAreIgnored)
+{
+    for (const char* const text :
+         {"%foo bar", "%pragma", "% pragma include \"x\"", "%", "%%", "%=x", "%Pragma include x", "%pragmas include x",
+          "%pragma=include", "%pragm include x", "  %foo\\", "%pragma\\ x"}) {
+        EXPECT_EQ("loaded", failureOf(text)) << text;
+        EXPECT_THAT(loaded(text), IsEmpty()) << text;
+        EXPECT_THAT(loaded(String(text) + "\nk=v"), ElementsAre(Pair("k", "v"))) << text;
+    }
+}
+
+TEST(PropertiesLoad, CommandsThatAreUnknown)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"%pragma foo", "foo"},          {"%pragma include", "include"},   {"%pragma severity", "severity"},
+        {"%pragma foo bar", "foo"},      {"%pragma ", ""},                 {"%pragma \t ", ""},
+        {"%pragma\r", ""},               {"%pragma foo ", "foo"},          {"  %pragma   Include \"x\"  ", "Include"},
+        {"%pragma includes x", "includes"},
+    };
+    for (const auto& [text, command] : cases) {
+        EXPECT_EQ(String("ERROR: x.conf:1: unknown %pragma command: \"") + command + "\"", failureOf(text)) << text;
+    }
+}
+
+TEST(PropertiesLoad, ArgumentsThatAreTooMany)
+{
+    for (const char* const text : {"%pragma foo bar baz", "%pragma include \"a\" b", "%pragma include \"a b\"",
+                                   "%pragma severity error note", "%pragma severity bad bad"}) {
+        EXPECT_EQ("ERROR: x.conf:1: invalid number of args for %pragma command", failureOf(text)) << text;
+    }
+}
+
+TEST(PropertiesLoad, SeveritiesThatAreUnknown)
+{
+    const std::pair<const char*, const char*> cases[] = {{"%pragma severity Error", "Error"},
+                                                         {"%pragma severity \"error\"", "\"error\""},
+                                                         {"%pragma severity 1 ", "1"},
+                                                         {"%pragma severity ", ""},
+                                                         {"%pragma severity err\\u006fr", "err\\u006fr"}};
+    for (const auto& [text, argument] : cases) {
+        EXPECT_EQ(String("ERROR: x.conf:1: invalid arg for %pragma severity: \"") + argument + "\"", failureOf(text))
+            << text;
+    }
+}
+
+TEST(PropertiesLoad, IncludesThatAreNotQuoted)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"%pragma include a.conf", "a.conf"}, {"%pragma include \"", "\""},     {"%pragma include \"a", "\"a"},
+        {"%pragma include a\"", "a\""},       {"%pragma include 'a'", "'a'"},   {"%pragma include ", ""},
+        {"%pragma include a\" ", "a\""},
+    };
+    for (const auto& [text, argument] : cases) {
+        EXPECT_EQ(String("ERROR: x.conf:1: invalid arg for %pragma include: \"") + argument + "\"", failureOf(text))
+            << text;
+    }
+}
+
+TEST(PropertiesLoad, EscapesThatAreMalformed)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"k=\\u", "End-of-line encountered in unicode escape sequence."},
+        {"k=\\u12", "End-of-line encountered in unicode escape sequence."},
+        {"k=\\u123", "End-of-line encountered in unicode escape sequence."},
+        {"k=\\u00\\\n41", "End-of-line encountered in unicode escape sequence."},
+        {"k=\\uzzz", "End-of-line encountered in unicode escape sequence."},
+        {"k=\\u004g", "Invalid unicode escape sequence '\\u004g'."},
+        {"k=\\u 0041", "Invalid unicode escape sequence '\\u 004'."},
+        {"k=\\ug100", "Invalid unicode escape sequence '\\ug100'."},
+        {"k=\\u00\\\\x", "Invalid unicode escape sequence '\\u00\\\\'."},
+        {"k=\\u\xff\xff\xff\xff", "Invalid unicode escape sequence '\\u\xff\xff\xff\xff'."},
+        {"k=\\u0100", "Unicode escape sequence '\\u0100' exceeds capacity of single byte character."},
+        {"k=\\uFFff", "Unicode escape sequence '\\uFFff' exceeds capacity of single byte character."},
+        {"k=\\x", "End-of-line encountered in hex escape sequence."},
+        {"\\x", "End-of-line encountered in hex escape sequence."},
+        {"k=\\xg", "Invalid hex escape sequence '\\xg'."},
+        {"k=\\x 4", "Invalid hex escape sequence '\\x '."},
+        {"k=\\x\\\n4", "Invalid hex escape sequence '\\x\\'."},
+        {"k=\\x\xe9", "Invalid hex escape sequence '\\x\xe9'."},
+    };
+    for (const auto& [text, message] : cases) {
+        EXPECT_EQ(String("ERROR: x.conf:1: ") + message, failureOf(text)) << text;
+    }
+}
+
+TEST(PropertiesLoad, EscapesMeanNothingInComments)
+{
+    EXPECT_EQ("loaded", failureOf("# \\u\n! \\x\n%foo \\x"));
+}
+
+TEST(PropertiesLoad, ErrorTellsThePhysicalLine)
+{
+    EXPECT_EQ("ERROR: x.conf:5: Invalid hex escape sequence '\\x.'.",
+              failureOf("a=1\n# comment\n\nb=2\\\n\\x.\nc=3\n"));
+    EXPECT_EQ("ERROR: x.conf:1234: unknown %pragma command: \"x\"", failureOf(String(1233, '\n') + "%pragma x"));
+}
+
+TEST(PropertiesLoad, ErrorWithoutAFileName)
+{
+    std::istringstream stream("\n%pragma x");
+    try {
+        Properties().load(stream);
+        ADD_FAILURE();
+    } catch (const std::invalid_argument& e) {
+        EXPECT_STREQ("ERROR: :2: unknown %pragma command: \"x\"", e.what());
+    }
+}
+
+TEST(PropertiesLoad, FailureUndoesNothing)
+{
+    Properties properties;
+    std::istringstream stream("a=1\nb=\\x\nc=3\n");
+    EXPECT_THROW(properties.load(stream), std::invalid_argument);
+    EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1")));
+    // The stream stands behind the line that failed.
+    EXPECT_TRUE(stream.good());
+    properties.load(stream);
+    EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1"), Pair("c", "3")));
+}
+
+TEST(PropertiesLoad, StreamTellsHowItEnded)
+{
+    std::istringstream ended("a=1");
+    Properties properties;
+    EXPECT_TRUE(properties.load(ended).eof());
+    EXPECT_FALSE(ended.fail());
+
+    std::istringstream failed("b=2");
+    failed.setstate(std::ios::failbit);
+    EXPECT_TRUE(properties.load(failed).fail());
+    EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1")));
+}
+
+TEST(PropertiesLoad, StreamThatBreaksOffEndsTheFile)
+{
+    /** Has a few bytes, and then fails. */
+    class Broken : public std::streambuf
+    {
+    public:
+        explicit Broken(String text) : bytes(std::move(text))
+        {
+            setg(bytes.data(), bytes.data(), bytes.data() + bytes.size());
+        }
+
+    protected:
+        int_type underflow() override { throw std::runtime_error("broken"); }
+
+    private:
+        String bytes;
+    };
+    Broken buffer("a=1\nb=2\\\n  half of a li");
+    std::istream stream(&buffer);
+    Properties properties;
+    EXPECT_TRUE(properties.load(stream).bad());
+    EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1"), Pair("b", "2")));
+}
+
+TEST(PropertiesLoad, StreamThatThrowsIsTheCallersWish)
+{
+    std::istringstream stream("a=1\n");
+    stream.exceptions(std::ios::failbit);
+    Properties properties;
+    EXPECT_THROW(properties.load(stream), std::ios_base::failure);
+    EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1")));
+}
+
+TEST(PropertiesLoad, EveryPrefixLoadsOrFailsWithAKnownMessage)
+{
+    const String text = "# head\n"
+                        "a\\u0041\\x4\\x41=\\101\\7x\\ \n"
+                        "  b : c\\\n"
+                        "   d\\u00e9\\\\\\n  \n"
+                        "%pragma severity warning\n"
+                        "%foo\n"
+                        "a\\u0041\\x4\\x41=1\n"
+                        "%pragma severity error\n"
+                        "=e\\xg";
+    const String known[] = {": End-of-line encountered in unicode escape sequence.",
+                            ": End-of-line encountered in hex escape sequence.",
+                            ": Invalid hex escape sequence '\\xg'.",
+                            ": invalid arg for %pragma severity: \"",
+                            ": unknown %pragma command: \""};
+    std::map<String, int> seen;
+    for (std::size_t length = 0; length <= text.size(); ++length) {
+        const String message = failureOf(text.substr(0, length));
+        if (message == "loaded") {
+            ++seen["loaded"];
+            continue;
+        }
+        bool is_known = false;
+        for (const String& end : known) {
+            if (message.find(end, String("ERROR: x.conf:").size()) != String::npos) {
+                ++seen[end];
+                is_known = true;
+            }
+        }
+        EXPECT_TRUE(is_known) << length << ": " << message;
+    }
+    EXPECT_EQ(6u, seen.size());
+}
+
+TEST(PropertiesLoad, LongLine)
+{
+    const String value(16 << 20, 'x');
+    EXPECT_EQ(value, loaded("k=" + value + " ")["k"]);
+
+    String lines = "k=";
+    for (int i = 0; i < 100000; ++i) {
+        lines += "\\\n x";
+    }
+    EXPECT_EQ(String(100000, 'x'), loaded(lines)["k"]);
+}
+
+TEST(PropertiesLoad, ManyProperties)
+{
+    String text;
+    for (int i = 0; i < 50000; ++i) {
+        text += "key" + std::to_string(i * 7919 % 50000) + "=" + std::to_string(i) + "\n";
+    }
+    const Table table = loaded(text);
+    EXPECT_EQ(50000u, table.size());
+    EXPECT_EQ("1", table.at("key7919"));
+    EXPECT_EQ("0", table.at("key0"));
+}
+
+TEST(PropertiesLoad, WhiteSpaceAmongAllBytes)
+{
+    const String white_space = " \t\v\f\r";
+    for (int byte = 0; byte < 256; ++byte) {
+        const char c = static_cast<char>(byte);
+        if (c == '\n' || c == '\\' || c == '=' || c == ':') {
+            continue;
+        }
+        const String text = String("k") + c + "v";
+        if (white_space.find(c) != String::npos) {
+            EXPECT_THAT(loaded(text), ElementsAre(Pair("k", "v"))) << byte;
+        } else {
+            EXPECT_THAT(loaded(text), ElementsAre(Pair(text, ""))) << byte;
+        }
+    }
+}
+
+}
