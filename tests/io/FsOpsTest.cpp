@@ -375,6 +375,7 @@ TEST_F(PathStat, TellsOnlyWhatItIsAskedFor)
     EXPECT_EQ(32, pathStat(file, io::PATH_CAN_WRITE, false));
     EXPECT_EQ(48, pathStat(file, io::PATH_CAN_READ | io::PATH_CAN_WRITE, false));
     EXPECT_EQ(4, pathStat(dir, io::PATH_CAN_EXECUTE, false));
+    EXPECT_EQ(6, pathStat(dir, io::PATH_IS_DIR | io::PATH_CAN_EXECUTE, false));
 }
 
 TEST_F(PathStat, AnswersOneWhenThePathHasNothingOfWhatWasAsked)

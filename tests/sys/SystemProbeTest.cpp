@@ -408,6 +408,11 @@ TEST_F(ProcessPathProbe, ComesFromTheLoadersComplaintWhereMainIsNotExported)
         start.name = "./bin/prog: really";
         EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), run(start));
     }
+    // A colon alone ends nothing.
+    make_program("bin:too/prog");
+    start.file = "./bin:too/prog";
+    start.name = "";
+    EXPECT_EQ(path_told(in("bin:too"), "prog", in("bin:too/prog")), run(start));
 }
 
 TEST_F(ProcessPathProbe, ComesFromTheFileOfMainWhereItIsExported)

@@ -1,13 +1,16 @@
 #include <dalnim/sys/System.hpp>
 
+#include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <future>
 #include <limits>
 #include <string>
 #include <thread>
@@ -22,6 +25,7 @@
 namespace {
 
 using com::kor::dal::nim::String;
+using com::kor::dal::nim::sys::InitLock;
 using com::kor::dal::nim::sys::StackTrack;
 using com::kor::dal::nim::sys::System;
 using com::kor::dal::nim::sys::system_error;
@@ -197,6 +201,21 @@ TEST(System, ProcessPathIsThatOfThisProgram)
     EXPECT_EQ(whole.substr(last + 1), System::getProcessPath(System::EXECUTABLE_NAME_ONLY));
     EXPECT_EQ(whole, System::getProcessPath(static_cast<System::PROCESS_PATH_OPT>(3)));
     EXPECT_EQ(whole, System::getProcessPath(static_cast<System::PROCESS_PATH_OPT>(-1)));
+}
+
+TEST(System, WhatIsFoundOnceIsAnsweredWithoutALock)
+{
+    const String name = System::hostname();
+    const String path = System::getProcessPath(System::FULL_PROCESS_PATH);
+
+    InitLock lock(true);
+    auto answer = std::async(std::launch::async, [] {
+        return System::hostname() + System::getProcessPath(System::FULL_PROCESS_PATH);
+    });
+    const bool waits = answer.wait_for(std::chrono::seconds(20)) != std::future_status::ready;
+    lock.release();
+    EXPECT_FALSE(waits);
+    EXPECT_EQ(name + path, answer.get());
 }
 
 }
