@@ -1,0 +1,63 @@
+#ifndef DALNIM_NIM_HPP
+#define DALNIM_NIM_HPP
+
+/** @file Every public header of the library. */
+
+#include <dalnim/Primitives.hpp>
+#include <dalnim/String.hpp>
+#include <dalnim/nsdefs.hpp>
+
+#include <dalnim/sys/InitLock.hpp>
+#include <dalnim/sys/StackTrace.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/System.hpp>
+#include <dalnim/sys/UniqueID.hpp>
+#include <dalnim/sys/internal/Internal.hpp>
+#include <dalnim/sys/internal/ThreadState.hpp>
+#include <dalnim/sys/internal/ThreadStateBitHolder.hpp>
+#include <dalnim/sys/internal/nsdefs.hpp>
+#include <dalnim/sys/nsdefs.hpp>
+
+#include <dalnim/mem/ConstRcoRef.hpp>
+#include <dalnim/mem/MemOps.hpp>
+#include <dalnim/mem/RcoRef.hpp>
+#include <dalnim/mem/RefCntObject.hpp>
+#include <dalnim/mem/RefCntObjectRef.hpp>
+#include <dalnim/mem/nsdefs.hpp>
+
+#include <dalnim/mt/CriticalSection.hpp>
+#include <dalnim/mt/MutexHolder.hpp>
+#include <dalnim/mt/MutexOps.hpp>
+#include <dalnim/mt/SysMutex.hpp>
+#include <dalnim/mt/nsdefs.hpp>
+
+#include <dalnim/type/Cloneable.hpp>
+#include <dalnim/type/CompositeString.hpp>
+#include <dalnim/type/Object.hpp>
+#include <dalnim/type/Raiseable.hpp>
+#include <dalnim/type/StdVectors.hpp>
+#include <dalnim/type/StreamOps.hpp>
+#include <dalnim/type/StringOps.hpp>
+#include <dalnim/type/StringPair.hpp>
+#include <dalnim/type/nsdefs.hpp>
+
+#include <dalnim/io/Config.hpp>
+#include <dalnim/io/FsOps.hpp>
+#include <dalnim/io/Properties.hpp>
+#include <dalnim/io/nsdefs.hpp>
+
+#include <dalnim/log/Common.hpp>
+#include <dalnim/log/Control.hpp>
+#include <dalnim/log/Header.hpp>
+#include <dalnim/log/Log.hpp>
+#include <dalnim/log/LogFile.hpp>
+#include <dalnim/log/Module.hpp>
+#include <dalnim/log/ModuleRegistration.hpp>
+#include <dalnim/log/Statement.hpp>
+#include <dalnim/log/Write.hpp>
+#include <dalnim/log/nsdefs.hpp>
+
+#include <dalnim/xml/nsdefs.hpp>
+
+#endif

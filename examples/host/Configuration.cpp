@@ -1,0 +1,94 @@
+#include "Configuration.hpp"
+
+#include <dalnim/nim.hpp>
+
+#include <cerrno>
+#include <charconv>
+#include <fstream>
+#include <sstream>
+
+namespace nimhost {
+
+namespace nim = com::kor::dal::nim;
+
+namespace {
+
+const char LOG_PREFIX[] = "com.kor.dal.nim.log.Control.";
+
+std::uint32_t number(const nim::io::Properties& settings, const char* key, const std::string& instance,
+                     const std::string& path)
+{
+    const std::string& text = settings.getProperty(key);
+    std::uint32_t value = 0;
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || stop != text.data() + text.size()) {
+        throw ConfigurationError(path + ": " + key + " of " + instance + " is to be a number, not \"" + text +
+                                 "\"");
+    }
+    return value;
+}
+
+std::string directoryOf(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+}
+
+Configuration::Configuration(const std::string& file) : path(file)
+{
+    try {
+        const int status = nim::io::pathStat(file, nim::io::PATH_EXISTS | nim::io::PATH_IS_DIR);
+        if (status > 0 && (status & nim::io::PATH_IS_DIR) != 0) {
+            throw ConfigurationError("cannot read " + file + ": " + nim::sys::sys_err_string(EISDIR));
+        }
+        std::ifstream stream(file);
+        if (!stream) {
+            throw ConfigurationError("cannot read " + file + ": " + nim::sys::sys_err_string());
+        }
+        std::ostringstream warnings;
+        std::ostringstream notes;
+        properties.load(stream, file, warnings, notes, nim::io::Properties::SEV_WARNING);
+        loadWarnings = warnings.str();
+    } catch (const ConfigurationError&) {
+        throw;
+    } catch (const std::exception& exc) {
+        throw ConfigurationError(exc.what());
+    }
+    anchorLogDirectory();
+}
+
+void Configuration::anchorLogDirectory()
+{
+    const std::string key = std::string(LOG_PREFIX) + nim::log::Control::TAG_OUTPUT_DIRECTORY;
+    const std::string directory = properties.getProperty(key);
+    if (!directory.empty() && directory.front() != '/') {
+        properties.setProperty(key, directoryOf(path) + directory);
+    }
+}
+
+void Configuration::configureLog() const
+{
+    nim::log::Control& control = ::com_kor_dal_nim_log_control;
+    try {
+        nim::log::Control::StringColl filter;
+        control.getModuleFilter(filter);
+        if (!filter.empty()) {
+            control.setModuleFilter("", false);
+        }
+        control.setSeverityMask(nim::log::Severity_NONE, false);
+        nim::sys::System::setConfiguration(properties);
+    } catch (const std::exception& exc) {
+        throw ConfigurationError(path + ": " + exc.what());
+    }
+}
+
+SourceSettings Configuration::source(const std::string& name) const
+{
+    const std::unique_ptr<nim::io::Properties> settings(
+        nim::io::Config::getDefaultedProperties(properties, name));
+    return {number(*settings, "source/rate", name, path), number(*settings, "source/debug.every", name, path)};
+}
+
+}

@@ -1,0 +1,93 @@
+#include "Options.hpp"
+
+#include <dalnim/sys/System.hpp>
+
+#include <charconv>
+#include <cstring>
+#include <getopt.h>
+
+namespace nimhost {
+
+const char USAGE[] =
+    "usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N]\n"
+    "\n"
+    "Runs sources that write to the log which the configuration describes.\n"
+    "\n"
+    "  --config FILE  read FILE instead of host.properties beside the program\n"
+    "  --threads N    how many sources, each on a thread of its own (default 4)\n"
+    "  --seconds S    stop after S seconds\n"
+    "  --records N    stop after N records\n"
+    "  --help         show this text\n"
+    "\n"
+    "With neither limit it runs for five seconds. SIGHUP makes it read its configuration again;\n"
+    "SIGINT and SIGTERM end it in order. Exit status: 0, or 2 for a bad option or configuration.\n";
+
+namespace {
+
+constexpr unsigned int DEFAULT_SECONDS = 5;
+constexpr unsigned int MAX_THREADS = 1000;
+
+template <class Number>
+Number parseNumber(const char* option, const char* text, Number most)
+{
+    Number number = 0;
+    const char* const end = text + std::strlen(text);
+    const auto [stop, error] = std::from_chars(text, end, number);
+    if (error != std::errc() || stop != end || text == end || number == 0 || number > most) {
+        throw UsageError("--" + std::string(option) + " takes a number from 1 to " + std::to_string(most) +
+                         ", not \"" + text + "\"");
+    }
+    return number;
+}
+
+}
+
+Options Options::parse(int argc, char** argv)
+{
+    enum { CONFIG = 1, THREADS, SECONDS, RECORDS, HELP };
+    static const option long_options[] = {
+        {"config", required_argument, nullptr, CONFIG},   {"threads", required_argument, nullptr, THREADS},
+        {"seconds", required_argument, nullptr, SECONDS}, {"records", required_argument, nullptr, RECORDS},
+        {"help", no_argument, nullptr, HELP},             {nullptr, 0, nullptr, 0},
+    };
+
+    Options options;
+    opterr = 0;
+    int index = 0;
+    for (int found; (found = getopt_long(argc, argv, ":", long_options, &index)) != -1;) {
+        switch (found) {
+        case CONFIG:
+            options.config = optarg;
+            break;
+        case THREADS:
+            options.threads = parseNumber("threads", optarg, MAX_THREADS);
+            break;
+        case SECONDS:
+            options.seconds = parseNumber("seconds", optarg, 1000000000U);
+            break;
+        case RECORDS:
+            options.records = parseNumber("records", optarg, std::uint64_t(1000000000000));
+            break;
+        case HELP:
+            options.help = true;
+            break;
+        case ':':
+            throw UsageError(std::string("option ") + argv[optind - 1] + " needs a value");
+        default:
+            throw UsageError(std::string("unknown option ") + argv[optind - 1]);
+        }
+    }
+    if (optind < argc) {
+        throw UsageError(std::string("unexpected argument ") + argv[optind]);
+    }
+    if (options.config.empty()) {
+        using com::kor::dal::nim::sys::System;
+        options.config = System::getProcessPath(System::DIRECTORY_PATH_ONLY) + "/host.properties";
+    }
+    if (options.seconds == 0 && options.records == 0) {
+        options.seconds = DEFAULT_SECONDS;
+    }
+    return options;
+}
+
+}

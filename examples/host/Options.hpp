@@ -1,0 +1,37 @@
+#ifndef NIMHOST_OPTIONS_HPP
+#define NIMHOST_OPTIONS_HPP
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace nimhost {
+
+/** A mistake of whoever started the host: one line for standard error. */
+class UsageError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/** The command line. */
+struct Options
+{
+    /** The configuration; the one beside the program unless told. */
+    std::string config;
+    unsigned int threads = 4;
+    /** How long to run; 0 for no limit. */
+    unsigned int seconds = 0;
+    /** How many records the sources write together; 0 for no limit. */
+    std::uint64_t records = 0;
+    bool help = false;
+
+    /** Throws UsageError. With neither limit told, the host runs for five seconds. */
+    static Options parse(int argc, char** argv);
+};
+
+extern const char USAGE[];
+
+}
+
+#endif

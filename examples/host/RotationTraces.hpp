@@ -1,0 +1,47 @@
+#ifndef NIMHOST_ROTATIONTRACES_HPP
+#define NIMHOST_ROTATIONTRACES_HPP
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <streambuf>
+#include <string>
+
+namespace nimhost {
+
+/**
+ * Stands in front of standard error for as long as it lives: counts the rotations that the log
+ * files trace there and keeps those traces off the terminal. All else goes through, line by line.
+ */
+class RotationTraces : public std::streambuf
+{
+public:
+    RotationTraces();
+    ~RotationTraces() override;
+
+    RotationTraces(const RotationTraces&) = delete;
+    RotationTraces& operator=(const RotationTraces&) = delete;
+
+    std::uint64_t rotations() const
+    {
+        return rotationCount;
+    }
+
+protected:
+    int_type overflow(int_type c) override;
+    std::streamsize xsputn(const char* text, std::streamsize length) override;
+    int sync() override;
+
+private:
+    void take(const char* text, std::size_t length);
+    void takeLine();
+
+    std::streambuf* const standardError;
+    std::mutex lock;
+    std::string line;
+    std::atomic<std::uint64_t> rotationCount{0};
+};
+
+}
+
+#endif
