@@ -78,7 +78,8 @@ int createStatus(std::string path)
             return status;
         }
         if (!followLink(path)) {
-            return accessStatus(directoryOf(path), W_OK | X_OK);
+            // A name that was looked up and not found stands in a directory that can be entered.
+            return accessStatus(directoryOf(path), W_OK);
         }
     }
     return ELOOP;
