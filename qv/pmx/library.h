@@ -13,7 +13,8 @@ QV_BEGIN_C
  * @param error_text  may be null. Receives the dynamic linker's text of a failure, for the caller to
  *                    `free`, else null
  * @param handle      receives the library, or null
- * @return 0, or an `errno` value that comes nearest to the reason: the linker gives but a text
+ * @return 0, or an error number: what the system said of a file that cannot be read, be it the library
+ *         or one that it needs, else ENOEXEC
  */
 DALNIM_API qv_err_t qv_si_library_nload(const char* path, char** error_text, qv_lhandle_t* handle);
 

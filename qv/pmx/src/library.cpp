@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <dlfcn.h>
@@ -40,6 +41,25 @@ extern "C" int collectName(dl_phdr_info* info, size_t, void* context)
     }
 }
 
+/**
+ * The error number of a failure. The linker keeps it to itself, but ends its text with a colon and the
+ * system's text of the number, if there is one. Otherwise the file could be read, and was refused for
+ * what is in it.
+ */
+qv_err_t findReason(std::string_view text)
+{
+    constexpr qv_err_t MAX_ERRNO = 133;
+    for (qv_err_t code = 1; code <= MAX_ERRNO; ++code) {
+        char buffer[128];
+        const std::string_view reason = strerror_r(code, buffer, sizeof buffer);
+        if (text.size() > reason.size() + 2 && text.substr(text.size() - reason.size()) == reason
+            && text.substr(text.size() - reason.size() - 2, 2) == ": ") {
+            return code;
+        }
+    }
+    return ENOEXEC;
+}
+
 void* toNative(qv_lhandle_t handle)
 {
     return handle;
@@ -61,19 +81,18 @@ qv_err_t qv_si_library_nload(const char* path, char** error_text, qv_lhandle_t* 
         return EINVAL;
     }
 
-    errno = 0;
     *handle = static_cast<qv_lhandle_t>(dlopen(*path != '\0' ? path : nullptr, RTLD_LAZY | RTLD_LOCAL));
     if (*handle != nullptr) {
         return 0;
     }
-    // What the last system call of the linker left is the reason, unless the file could be read and
-    // was refused for what is in it.
-    const qv_err_t status = errno != 0 ? errno : ENOEXEC;
     const char* const text = dlerror();
-    if (error_text != nullptr && text != nullptr) {
+    if (text == nullptr) {
+        return ENOEXEC;
+    }
+    if (error_text != nullptr) {
         *error_text = strdup(text);
     }
-    return status;
+    return findReason(text);
 }
 
 qv_err_t qv_si_library_unload(qv_lhandle_t handle)
