@@ -77,7 +77,11 @@ void Configuration::configureLog() const
         if (!filter.empty()) {
             control.setModuleFilter("", false);
         }
-        control.setSeverityMask(nim::log::Severity_NONE, false);
+        nim::log::Control::SeverityColl mask;
+        control.getSeverityMask(mask);
+        if (mask.front() != nim::log::Severity_NONE) {
+            control.setSeverityMask(nim::log::Severity_NONE, false);
+        }
         nim::sys::System::setConfiguration(properties);
     } catch (const std::exception& exc) {
         throw ConfigurationError(path + ": " + exc.what());
