@@ -32,7 +32,7 @@ Strings all_from_back(CompositeString text)
     return found;
 }
 
-TEST(CompositeString, ConstantsAreAsTold)
+TEST(CompositeString, ConstantsHaveTheirValues)
 {
     EXPECT_STREQ("CompositeString", CompositeString::CLASS_NAME);
     EXPECT_STREQ("+", CompositeString::DEFAULT_DELIMITERS);

@@ -20,18 +20,18 @@ namespace {
 using namespace com::kor::dal::nim;
 using sys::internal::find_path_substring;
 
-struct Part
+struct Piece
 {
     bool found;
     std::size_t offset;
     std::size_t length;
 };
 
-Part part_of(const char* path, std::size_t plen)
+Piece piece_of(const char* path, std::size_t plen)
 {
-    Part part = {true, 99, 99};
-    part.found = find_path_substring(part.offset, part.length, path, plen);
-    return part;
+    Piece piece = {true, 99, 99};
+    piece.found = find_path_substring(piece.offset, piece.length, path, plen);
+    return piece;
 }
 
 TEST(Namespaces, HaveTheirDottedNames)
@@ -47,7 +47,7 @@ TEST(Namespaces, HaveTheirDottedNames)
     EXPECT_STREQ("com.kor.dal.nim.xml", xml::NAMESPACE_NAME);
 }
 
-TEST(Internal, TimeFormatsAreAsTold)
+TEST(Internal, TimeFormatsHaveTheirText)
 {
     EXPECT_STREQ("%a %b %d %H:%M:%S %z %Y", sys::internal::LOCAL_TIME_FORMAT);
     EXPECT_STREQ("%a %b %d %H:%M:%S UTC %Y", sys::internal::UTC_TIME_FORMAT);
@@ -93,10 +93,10 @@ TEST(Internal, ANullReferenceIsReportedWithoutTracksToo)
 TEST(FindPathSubstring, ANullPathHasNoPart)
 {
     for (const std::size_t plen : {std::size_t(0), std::size_t(5)}) {
-        const Part part = part_of(nullptr, plen);
-        EXPECT_FALSE(part.found);
-        EXPECT_EQ(0U, part.offset);
-        EXPECT_EQ(0U, part.length);
+        const Piece piece = piece_of(nullptr, plen);
+        EXPECT_FALSE(piece.found);
+        EXPECT_EQ(0U, piece.offset);
+        EXPECT_EQ(0U, piece.length);
     }
 }
 
@@ -134,10 +134,10 @@ TEST(FindPathSubstring, DropsOneRunOfEachKindInItsOrder)
     };
     for (const auto& row : table) {
         for (const std::size_t plen : {std::size_t(0), std::string(row.path).length()}) {
-            const Part part = part_of(row.path, plen);
-            EXPECT_TRUE(part.found) << row.path;
-            EXPECT_EQ(row.offset, part.offset) << row.path;
-            EXPECT_EQ(row.length, part.length) << row.path;
+            const Piece piece = piece_of(row.path, plen);
+            EXPECT_TRUE(piece.found) << row.path;
+            EXPECT_EQ(row.offset, piece.offset) << row.path;
+            EXPECT_EQ(row.length, piece.length) << row.path;
         }
     }
 }
@@ -153,23 +153,23 @@ TEST(FindPathSubstring, FindsNothingWhereNothingIsLeft)
     };
     for (const auto& row : table) {
         for (const std::size_t plen : {std::size_t(0), std::string(row.path).length()}) {
-            const Part part = part_of(row.path, plen);
-            EXPECT_FALSE(part.found) << row.path;
-            EXPECT_EQ(row.offset, part.offset) << row.path;
-            EXPECT_EQ(0U, part.length) << row.path;
+            const Piece piece = piece_of(row.path, plen);
+            EXPECT_FALSE(piece.found) << row.path;
+            EXPECT_EQ(row.offset, piece.offset) << row.path;
+            EXPECT_EQ(0U, piece.length) << row.path;
         }
     }
 }
 
 TEST(FindPathSubstring, ReadsNoFurtherThanTheLengthItIsGiven)
 {
-    const Part part = part_of("/x/yz", 3);
-    EXPECT_TRUE(part.found);
-    EXPECT_EQ(0U, part.offset);
-    EXPECT_EQ(2U, part.length);
+    const Piece piece = piece_of("/x/yz", 3);
+    EXPECT_TRUE(piece.found);
+    EXPECT_EQ(0U, piece.offset);
+    EXPECT_EQ(2U, piece.length);
 
     const char unterminated[] = {' ', ' ', '\''};
-    const Part nothing = part_of(unterminated, sizeof unterminated);
+    const Piece nothing = piece_of(unterminated, sizeof unterminated);
     EXPECT_FALSE(nothing.found);
     EXPECT_EQ(3U, nothing.offset);
     EXPECT_EQ(0U, nothing.length);
