@@ -1,0 +1,36 @@
+#include "Files.hpp"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace support {
+
+ScratchFolder::ScratchFolder()
+{
+    folder = (std::filesystem::temp_directory_path() / "dalnim-test-XXXXXX").string();
+    if (mkdtemp(folder.data()) == nullptr) {
+        throw std::runtime_error("mkdtemp " + folder);
+    }
+}
+
+ScratchFolder::~ScratchFolder()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
+}
+
+std::string readFile(const std::string& path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+}
+
+void writeFile(const std::string& path, const std::string& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+}
