@@ -5,6 +5,7 @@
 
 #include <locale>
 #include <map>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <streambuf>
@@ -545,6 +546,79 @@ TEST(PropertiesLoad, ManyProperties)
     EXPECT_EQ(50000u, table.size());
     EXPECT_EQ("1", table.at("key7919"));
     EXPECT_EQ("0", table.at("key0"));
+}
+
+/** Assignments to that many keys in no order, and what comes of them. */
+struct Disorder
+{
+    Disorder(std::size_t lines, unsigned int keys)
+    {
+        std::mt19937 random(100);
+        for (std::size_t i = 0; i < lines; ++i) {
+            const String key = "a.key.of.some.length." + std::to_string(random() % keys);
+            const String value = std::to_string(i);
+            text += key + "=" + value + "\n";
+            expected[key] = value;
+        }
+    }
+
+    String text;
+    Table expected;
+};
+
+TEST(PropertiesLoad, LongTextWithoutOrder)
+{
+    for (const auto& [lines, keys] : {std::pair(30000, 10000u), std::pair(300000, 200000u)}) {
+        const Disorder disorder(static_cast<std::size_t>(lines), keys);
+        EXPECT_TRUE(disorder.expected == loaded(disorder.text)) << lines;
+    }
+}
+
+TEST(PropertiesLoad, LongTextWithoutOrderOntoATable)
+{
+    const Disorder first(20000, 10000);
+    const Disorder second(10000, 20000);
+    Table expected = second.expected;
+    expected.insert(first.expected.begin(), first.expected.end());
+
+    Properties properties;
+    std::istringstream first_stream(first.text);
+    properties.load(first_stream);
+    std::istringstream second_stream(second.text);
+    properties.load(second_stream);
+    EXPECT_TRUE(expected == tableOf(properties));
+}
+
+TEST(PropertiesLoad, LongTextWithoutOrderThatFails)
+{
+    const Disorder disorder(20000, 10000);
+    Properties properties;
+    std::istringstream stream(disorder.text + "z=\\x\n");
+    EXPECT_THROW(properties.load(stream), std::invalid_argument);
+    EXPECT_TRUE(disorder.expected == tableOf(properties));
+}
+
+TEST(PropertiesLoad, LongTextWithoutOrderThatComesToWarnings)
+{
+    const Disorder disorder(20000, 10000);
+    const auto& [key, value] = *disorder.expected.begin();
+    Properties properties;
+    EXPECT_EQ("WARNING: x.conf:20002: Overriding property \"" + key + "\"\n",
+              warningsOf(disorder.text + "%pragma severity warning\n" + key + "=x\n" +
+                             "%pragma severity error\n" + key + "=" + value + "\n",
+                         Properties::SEV_ERROR, properties));
+    EXPECT_TRUE(disorder.expected == tableOf(properties));
+}
+
+TEST(PropertiesLoad, LongTextWithALongLine)
+{
+    Disorder disorder(20000, 10000);
+    const String value(9 << 20, 'v');
+    disorder.text += "a.b=" + value + "\na=1\na.b=2\na.a=" + value + "\n";
+    disorder.expected["a"] = "1";
+    disorder.expected["a.b"] = "2";
+    disorder.expected["a.a"] = value;
+    EXPECT_TRUE(disorder.expected == loaded(disorder.text));
 }
 
 TEST(PropertiesLoad, WhiteSpaceAmongAllBytes)

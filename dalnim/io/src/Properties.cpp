@@ -2,14 +2,28 @@
 
 #include <dalnim/io/Properties.hpp>
 
+#include <dalnim/io/src/PropertiesIntake.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <qv/rtlapi/RX_AutoPtr_U.hpp>
 
 #include <stdexcept>
+#include <string_view>
+#include <utility>
 
 DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::io {
+
+namespace {
+
+void refuseEmpty(std::string_view key)
+{
+    if (key.empty()) {
+        throw std::invalid_argument("empty key not allowed");
+    }
+}
+
+}
 
 Properties::Properties() = default;
 
@@ -34,22 +48,13 @@ Properties::Properties(std::istream& is, String filepath, std::ostringstream& wa
 
 Properties::~Properties() = default;
 
-void Properties::addAllTo(Properties& dest, bool deep) const
+void Properties::addAllTo(Properties& dest, bool) const
 {
     const sys::StackTrack track("addAllTo()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    // A string built from bytes and length shares no storage with its source, whatever the string
-    // class does when it is copied.
-    const auto fresh = [](const String& text) { return String(text.data(), text.size()); };
-
+    // Shallow or deep is the same: strings are built from the bytes, and share nothing with these here.
+    PropertiesIntake intake(dest.data);
     for (const auto& [key, value] : data) {
-        const auto place = dest.data.lower_bound(key);
-        if (place != dest.data.end() && place->first == key) {
-            place->second = deep ? fresh(value) : value;
-        } else if (deep) {
-            dest.data.emplace_hint(place, fresh(key), fresh(value));
-        } else {
-            dest.data.emplace_hint(place, key, value);
-        }
+        intake.enter(key, value);
     }
 }
 
@@ -74,9 +79,7 @@ const String& Properties::getProperty(const String& key) const
 void Properties::setProperty(const String& key, const String& val)
 {
     const sys::StackTrack track("setProperty()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    if (key.empty()) {
-        throw std::invalid_argument("empty key not allowed");
-    }
+    refuseEmpty(key);
     data.insert_or_assign(key, val);
 }
 
@@ -110,12 +113,12 @@ void Properties::addSelectionTo(Properties& dest, const String& prefix, bool str
     // The keys that begin with the prefix stand together, and none of them is below the prefix.
     const auto matches = [&prefix](const String& key) { return key.compare(0, prefix.size(), prefix) == 0; };
 
+    const std::size_t taken_off = strip_prefix ? prefix.size() : 0;
+    PropertiesIntake intake(dest.data);
     for (auto it = data.lower_bound(prefix); it != data.end() && matches(it->first); ++it) {
-        if (strip_prefix) {
-            dest.setProperty(it->first.substr(prefix.size()), it->second);
-        } else {
-            dest.setProperty(it->first, it->second);
-        }
+        const std::string_view key = std::string_view(it->first).substr(taken_off);
+        refuseEmpty(key);
+        intake.enter(key, it->second);
     }
 }
 

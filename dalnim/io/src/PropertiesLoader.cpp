@@ -2,6 +2,7 @@
 
 #include <dalnim/io/Properties.hpp>
 
+#include <dalnim/io/src/PropertiesIntake.hpp>
 #include <dalnim/io/src/PropertiesReader.hpp>
 #include <dalnim/io/src/PropertiesText.hpp>
 #include <dalnim/sys/StackTrack.hpp>
@@ -47,13 +48,14 @@ class Properties::Loader
 {
 public:
     Loader(Properties& table, std::ostringstream& warning_stream, bool keep_trailing_ws)
-        : target(table), warnings(warning_stream), keep_ws(keep_trailing_ws)
+        : target(table), warnings(warning_stream), keep_ws(keep_trailing_ws), intake(table.data)
     {
     }
 
     void read(std::istream& is, const String& filepath, Severity sev);
 
 private:
+    /** A file that is open. */
     struct File
     {
         File(std::istream& is, const String& filepath, Severity sev)
@@ -71,6 +73,7 @@ private:
         PropertiesReader reader;
     };
 
+    void readFiles();
     void include(const PropertiesReader& includer);
     void enter(std::string_view text, const PropertiesReader& reader);
 
@@ -79,12 +82,24 @@ private:
     const bool keep_ws;
     /** The file that is read now at the back, behind the one that includes it. */
     std::vector<std::unique_ptr<File>> files;
-    String key;
+    PropertiesIntake intake;
 };
 
 void Properties::Loader::read(std::istream& is, const String& filepath, Severity sev)
 {
     files.push_back(std::make_unique<File>(is, filepath, sev));
+    try {
+        readFiles();
+    } catch (...) {
+        // What came before the failure stays in the table.
+        intake.flush();
+        throw;
+    }
+    intake.flush();
+}
+
+void Properties::Loader::readFiles()
+{
     while (!files.empty()) {
         PropertiesReader& reader = files.back()->reader;
         if (!reader.good()) {
@@ -137,20 +152,17 @@ void Properties::Loader::enter(std::string_view text, const PropertiesReader& re
     if (value_start < text.size() && is_separator(text[value_start])) {
         value_start = skip_space(value_start + 1);
     }
-    key.assign(text.substr(0, key_end));
+    const std::string_view key = text.substr(0, key_end);
     const std::string_view value = text.substr(value_start);
 
-    const auto place = target.data.lower_bound(key);
-    if (place == target.data.end() || place->first != key) {
-        target.data.emplace_hint(place, key, value);
-        return;
-    }
-    if (reader.severity() > SEV_ERROR) {
+    if (reader.severity() <= SEV_ERROR) {
+        intake.enterLater(key, value);
+    } else if (intake.enter(key, value)) {
         // In one piece, which no format flags of the stream apply to.
-        const String warning = "WARNING: " + reader.position() + ": Overriding property \"" + key + "\"\n";
+        const String warning =
+            "WARNING: " + reader.position() + ": Overriding property \"" + String(key) + "\"\n";
         warnings.write(warning.data(), static_cast<std::streamsize>(warning.size()));
     }
-    place->second.assign(value);
 }
 
 std::istream& Properties::load(std::istream& is, bool keep_trailing_ws)
