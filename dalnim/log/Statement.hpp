@@ -45,9 +45,12 @@ public:
 #define NIM_LOG_JOIN_(a, b) a##b
 #define NIM_LOG_NAME_(line) NIM_LOG_JOIN_(nim_log_statement_, line)
 
-/** Evaluates a severity where the enumerators need no namespace. */
+/**
+ * Evaluates a severity where the enumerators need no namespace. A block that is an expression, since
+ * a lambda could not use the structured bindings of the function around it.
+ */
 #define NIM_LOG_SEVERITY_(severity)                                                          \
-    ([&]() -> ::com::kor::dal::nim::log::Severity {                                          \
+    __extension__({                                                                          \
         using ::com::kor::dal::nim::log::Severity_NONE;                                      \
         using ::com::kor::dal::nim::log::Severity_TRACE;                                     \
         using ::com::kor::dal::nim::log::Severity_DEBUG;                                     \
@@ -56,8 +59,8 @@ public:
         using ::com::kor::dal::nim::log::Severity_WARNING;                                   \
         using ::com::kor::dal::nim::log::Severity_ERROR;                                     \
         using ::com::kor::dal::nim::log::Severity_FATAL;                                     \
-        return (severity);                                                                   \
-    }())
+        (severity);                                                                          \
+    })
 
 #define NIM_LOG_STATEMENT_(statement, log_module, log_severity)                              \
     for (::com::kor::dal::nim::log::Statement statement(log_module,                          \
