@@ -8,8 +8,11 @@
  * It plants the objects that prepare the runtime layer when the library is loaded, before any of
  * its code can be called. Whichever file comes first does the work: an error table enters its
  * messages once per process, and every later object is one test of a flag.
+ *
+ * And it names the module of the library's own log statements.
  */
 
+#include <dalnim/log/LibraryModule.hpp>
 #include <qv/pmx.h>
 
 namespace {

@@ -98,13 +98,6 @@ extern DALNIM_API Module& INTERNAL_LOG_MODULE;
 
 }
 
-namespace com::kor::dal::nim {
-
-/** The library's own module, "com.kor.dal.nim": what code inside this namespace logs under. */
-extern DALNIM_API log::Module& com_kor_dal_nim_log_module;
-
-}
-
 /** The module of log statements that see no other: Module::DEFAULT_INSTANCE, "global". */
 extern DALNIM_API com::kor::dal::nim::log::Module& com_kor_dal_nim_log_module;
 /** The default logger as its control interface. */

@@ -2,6 +2,7 @@
 
 #include <dalnim/log/Common.hpp>
 
+#include <dalnim/log/LibraryModule.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Write.hpp>
 #include <dalnim/log/nsdefs.hpp>
