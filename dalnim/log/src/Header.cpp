@@ -29,7 +29,8 @@ std::ostream& Header::insertTrapped(const std::exception& exc, const char* msg)
     stream << msg << TERMINATOR;
     const auto* const error = dynamic_cast<const sys::system_error*>(&exc);
     if (error != nullptr) {
-        stream << error->error() << TERMINATOR;
+        // Whatever the statement has set on the stream, the number is a decimal one.
+        stream << std::to_string(error->error()) << TERMINATOR;
     }
     stream << exc.what() << '\n';
 

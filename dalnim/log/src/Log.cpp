@@ -11,9 +11,11 @@
 #include <dalnim/sys/System.hpp>
 #include <qv/rtlapi/RX_Filespec.hpp>
 
+#include <exception>
 #include <ostream>
 #include <pthread.h>
-#include <sstream>
+#include <string>
+#include <utility>
 
 DALNIM_USES_RTLAPI
 
@@ -33,7 +35,7 @@ void create_queue_sync()
 class QueueHolder
 {
 public:
-    QueueHolder()
+    QueueHolder() : exceptions(std::uncaught_exceptions())
     {
         pthread_once(&_queue_once, create_queue_sync);
         check(qv_si_mutex_lock(&_queue_sync));
@@ -41,8 +43,8 @@ public:
     ~QueueHolder() noexcept(false)
     {
         const qv_err_t status = qv_si_mutex_unlock(&_queue_sync);
-        // Behind an exception that is under way there is no room for a second one.
-        if (std::uncaught_exceptions() == 0) {
+        // Behind an exception that leaves this scope there is no room for a second one.
+        if (std::uncaught_exceptions() == exceptions) {
             check(status);
         }
     }
@@ -56,32 +58,49 @@ private:
             throw sys::system_error(status);
         }
     }
+
+    /** How many exceptions were under way when the lock was taken. */
+    const int exceptions;
 };
 
-/** Writes the fields of a prefix, with a separator between each two. */
-class PrefixWriter
+/**
+ * The fields of a prefix, with a separator between each two. Its numbers are plain decimal ones: a
+ * stream would group their digits by the process's locale.
+ */
+class Prefix
 {
 public:
-    PrefixWriter(std::ostream& stream, unsigned int selected) : os(stream), mask(selected), first(true) {}
+    explicit Prefix(unsigned int selected) : mask(selected), first(true)
+    {
+        text.reserve(USUAL_LENGTH);
+    }
 
-    /** Writes what `field` gives, if the mask selects it; otherwise it is not even computed. */
+    /** Adds what `field` gives, if the mask selects it; otherwise it is not even computed. */
     template <class Field>
-    PrefixWriter& add(Mask bit, Field field)
+    Prefix& add(Mask bit, Field field)
     {
         if ((mask & bit) != 0) {
             if (!first) {
-                os << SEPARATOR;
+                text += SEPARATOR;
             }
             first = false;
-            os << field();
+            text += field();
         }
         return *this;
     }
 
+    String finish()
+    {
+        text += TERMINATOR;
+        return std::move(text);
+    }
+
 private:
-    std::ostream& os;
+    static constexpr std::size_t USUAL_LENGTH = 256;
+
     const unsigned int mask;
     bool first;
+    String text;
 };
 
 String sourceFile(const Header& rec)
@@ -109,19 +128,17 @@ void Log::log(const Module& mod, const Header& rec, bool force)
 
 String Log::format(const Module& mod, const Header& rec)
 {
-    std::ostringstream prefix;
-    PrefixWriter(prefix, getOutputMask())
+    return Prefix(getOutputMask())
         .add(Mask_DATETIME, [&] { return getDateTime(rec.getWhen()); })
         .add(Mask_HOSTNAME, [] { return sys::System::hostname(); })
         .add(Mask_PROCESSNAME, [] { return getProcessName(); })
-        .add(Mask_PROCESSID, [] { return getProcessId(); })
-        .add(Mask_THREADID, [&] { return rec.getThread(); })
-        .add(Mask_MODULENAME, [&] { return mod.getName(); })
+        .add(Mask_PROCESSID, [] { return std::to_string(getProcessId()); })
+        .add(Mask_THREADID, [&] { return std::to_string(rec.getThread()); })
+        .add(Mask_MODULENAME, [&]() -> const String& { return mod.getName(); })
         .add(Mask_SEVERITY, [&] { return rec.getSeverityName(); })
         .add(Mask_SOURCEFILE, [&] { return sourceFile(rec); })
-        .add(Mask_LINENUMBER, [&] { return rec.getLine(); });
-    prefix << TERMINATOR;
-    return prefix.str();
+        .add(Mask_LINENUMBER, [&] { return std::to_string(rec.getLine()); })
+        .finish();
 }
 
 void Log::log(const String& msg)

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <ctime>
 #include <sstream>
+#include <string>
 
 namespace com::kor::dal::nim::log {
 
@@ -191,9 +192,9 @@ std::ostream& Write::writeLogConfig(std::ostream& os) const
 std::ostream& Write::writeLogMessage(std::ostream& os, const String& msg, Severity sev)
 {
     return os << getDateTime(std::time(nullptr)) << SEPARATOR << sys::System::hostname() << SEPARATOR
-              << getProcessName() << SEPARATOR << getProcessId() << SEPARATOR << sys::System::threadId()
-              << SEPARATOR << INTERNAL_LOG_MODULE.getName() << SEPARATOR << getSeverityName(sev) << SEPARATOR
-              << "Write:" << SEPARATOR << msg << std::endl;
+              << getProcessName() << SEPARATOR << std::to_string(getProcessId()) << SEPARATOR
+              << std::to_string(sys::System::threadId()) << SEPARATOR << INTERNAL_LOG_MODULE.getName()
+              << SEPARATOR << getSeverityName(sev) << SEPARATOR << "Write:" << SEPARATOR << msg << std::endl;
 }
 
 }
