@@ -146,6 +146,9 @@ private:
     void reportOldAndNew(unsigned int line, const char* setting, const Value& oldValue,
                          const Value& newValue);
 
+    /** The file of the logger that offers itself as "CIMOM"; called without stateSync. */
+    LogFileRef cimomLogFile() const;
+
     void configureOutput(const io::Properties& opts);
     void configureSeverity(const io::Properties& opts);
 

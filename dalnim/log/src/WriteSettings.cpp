@@ -152,31 +152,32 @@ void Write::setPath(const String& path)
 void Write::setStream(const String& stream)
 {
     const sys::StackTrack track("setStream()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    LogFileRef shared;
+    std::ostream* output = nullptr;
+    if (stream == CIMOM_STREAM) {
+        shared = cimomLogFile();
+    } else {
+        output = standardStream(stream).addr;
+    }
     StateHolder holder(stateSync.acquire());
     String oldPath;
     String newPath;
-    if (stream == CIMOM_STREAM) {
-        Module* const module = modules->getModuleActual(CIMOM_MODULE);
-        auto* const owner = module != nullptr ? dynamic_cast<Write*>(&module->control()) : nullptr;
-        if (owner == nullptr) {
-            throw std::invalid_argument("CIMOM stream is not available");
-        }
-        if (owner->logFile == logFile) {
+    if (output == nullptr) {
+        if (shared == logFile) {
             return;
         }
         logFile->getCurrentPath(oldPath, false);
         logFile->close();
-        logFile = owner->logFile;
+        logFile = shared;
         ownedLogFile = false;
     } else {
-        std::ostream& output = *standardStream(stream).addr;
-        if (logFile->getStream() == &output) {
+        if (logFile->getStream() == output) {
             return;
         }
         // A shared file is replaced by a fresh one, and the report tells what that one replaces.
         LogFileRef& file = getOwnedLogFile();
         file->getCurrentPath(oldPath, false);
-        file->setStream(output);
+        file->setStream(*output);
     }
     logFile->getCurrentPath(newPath, false);
     streamHeaderDone = false;
@@ -184,11 +185,32 @@ void Write::setStream(const String& stream)
     reportOldAndNew(__LINE__, "OutputStream", quoted(oldPath), quoted(newPath));
 }
 
+LogFileRef Write::cimomLogFile() const
+{
+    const Write* owner = nullptr;
+    {
+        const StateHolder holder(stateSync.acquire());
+        if (Module* const module = modules->getModuleActual(CIMOM_MODULE)) {
+            owner = dynamic_cast<const Write*>(&module->control());
+        }
+    }
+    if (owner == nullptr) {
+        throw std::invalid_argument("CIMOM stream is not available");
+    }
+    // One logger's lock at a time: the other may be looking for this one's file just now.
+    const StateHolder holder(owner->stateSync.acquire());
+    return owner->logFile;
+}
+
 void Write::setStream(std::ios& stream)
 {
     const sys::StackTrack track("setStream()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     const StateHolder holder(stateSync.acquire());
-    getOwnedLogFile()->setStream(stream);
+    // A refused stream must not end the sharing of a file.
+    LogFileRef file = ownedLogFile ? logFile : LogFileRef(new LogFile);
+    file->setStream(stream);
+    logFile = file;
+    ownedLogFile = true;
 }
 
 unsigned int Write::getOutputMask() const
