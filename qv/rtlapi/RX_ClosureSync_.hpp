@@ -21,7 +21,10 @@ class DALNIM_API RX_ClosureSync_ : public RX_Closure
 public:
     ~RX_ClosureSync_() noexcept(false) override;
 
-    /** Makes the call, keeps what it throws, and marks the closure as done in all cases. */
+    /**
+     * Makes the call, keeps what it throws, and marks the closure as done in all cases. When the call
+     * ends the thread, those who wait receive an RX_ExFatal with ECANCELED.
+     */
     void apply() override;
 
     /** Wakes those who wait: the call has ended. */

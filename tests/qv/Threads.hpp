@@ -62,16 +62,24 @@ public:
 
     bool hasEnded() const { return _hasEnded; }
 
-    /** Returns when the thread sleeps in the kernel; false when the call has ended instead. */
+    /**
+     * Returns when the thread sleeps in the kernel and goes on sleeping, as it does in the wait that the
+     * test is about; false when the call has ended instead.
+     */
     bool awaitAsleep() const
     {
-        while (!_hasEnded) {
-            if (state() == 'S') {
-                return true;
+        constexpr int ENOUGH = 20;
+        std::string last;
+        for (int same = 0; same < ENOUGH;) {
+            if (_hasEnded) {
+                return false;
             }
+            const std::string now = sleep();
+            same = !now.empty() && now == last ? same + 1 : 0;
+            last = now;
             std::this_thread::yield();
         }
-        return false;
+        return true;
     }
 
     void join()
@@ -82,13 +90,18 @@ public:
     }
 
 private:
-    char state() const
+    /** Which of its sleeps the thread is in; empty when it is in none. */
+    std::string sleep() const
     {
-        std::ifstream stat("/proc/self/task/" + std::to_string(_tid) + "/stat");
-        std::string line;
-        std::getline(stat, line);
-        const std::size_t name = line.rfind(") ");
-        return name == std::string::npos ? '?' : line[name + 2];
+        std::ifstream status("/proc/self/task/" + std::to_string(_tid) + "/status");
+        bool isAsleep = false;
+        for (std::string line; std::getline(status, line);) {
+            isAsleep = isAsleep || line == "State:\tS (sleeping)";
+            if (isAsleep && line.rfind("voluntary_ctxt_switches:", 0) == 0) {
+                return line;
+            }
+        }
+        return std::string();
     }
 
     std::promise<pid_t> _started;

@@ -143,14 +143,17 @@ TEST(NanoSleep, IsEndedByASignalAndTellsWhatIsLeft)
         status = qv_si_nanosleep(&request, &remaining);
     });
     isKnown.pass();
-    ASSERT_TRUE(sleeper.awaitAsleep());
-    EXPECT_EQ(pthread_kill(thread, SIGUSR1), 0);
+    // Once more, should one have come before the sleep.
+    while (sleeper.awaitAsleep()) {
+        EXPECT_EQ(pthread_kill(thread, SIGUSR1), 0);
+    }
     sleeper.join();
     sigaction(SIGUSR1, &previous, nullptr);
 
     EXPECT_EQ(status, 4);
     EXPECT_GT(remaining.seconds, 3000);
-    EXPECT_LT(remaining.seconds, 3600);
+    // The system rounds a sleep up, and what is left of it.
+    EXPECT_LE(remaining.seconds, 3600);
 }
 
 }

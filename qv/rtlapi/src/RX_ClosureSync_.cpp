@@ -5,6 +5,7 @@
 #include <cxxabi.h>
 
 #include <qv/rtlapi/RX_AbsTime.hpp>
+#include <qv/rtlapi/RX_ExFatal.hpp>
 #include <qv/rtlapi/RX_ExWarning.hpp>
 #include <qv/rtlapi/RX_Locked_.hpp>
 
@@ -20,8 +21,8 @@ void RX_ClosureSync_::apply()
     try {
         call_();
     } catch (abi::__forced_unwind&) {
-        // The thread is being ended; that cannot be kept from it.
-        _ex.reset(RX_analyzeCurrentException_());
+        // The thread is being ended, which cannot be kept from it.
+        _ex.reset(new RX_ExFatal(ECANCELED));
         markDone();
         throw;
     } catch (...) {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <exception>
-#include <memory>
 #include <string>
+#include <utility>
 
 #include <cxxabi.h>
 #include <pthread.h>
@@ -23,20 +23,29 @@ void writeLine(std::string line)
     static_cast<void>(written);
 }
 
+/** The text of the exception in flight, with a colon and a blank before it, if it has one. */
+std::string currentText()
+{
+    try {
+        throw;
+    } catch (const RX_Exception& exception) {
+        return std::string(": ") + exception.asString(0).data();
+    } catch (const std::exception& exception) {
+        return std::string(": ") + exception.what();
+    } catch (...) {
+        return std::string();
+    }
+}
+
 /** From inside a handler. */
 void nameCurrentException(const RX_Closure& closure)
 {
-    const std::unique_ptr<RX_Exception> exception(RX_analyzeCurrentException_());
     const std::type_info* const type = abi::__cxa_current_exception_type();
-
     std::string line = "qv: exception left ";
     line += closure.asString(RX_String::none).data();
     line += " on a detached thread: ";
-    if (type != nullptr) {
-        line += qv::typeName(*type).data();
-        line += ": ";
-    }
-    line += exception->asString(0).data();
+    line += type != nullptr ? qv::typeName(*type).data() : "of a foreign type";
+    line += currentText();
     writeLine(std::move(line));
 }
 

@@ -1,0 +1,83 @@
+#include <qv/rtlapi/RX_ActivityRecorder.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <type_traits>
+
+#include <qv/rtlapi/RX_Exception.hpp>
+
+#include "Threads.hpp"
+
+namespace {
+
+static_assert(std::is_base_of_v<RX_Monitor, RX_ActivityRecorder> && !std::is_destructible_v<RX_ActivityRecorder>);
+
+class ActivityRecorder : public testing::Test
+{
+protected:
+    void TearDown() override
+    {
+        recorder->detach();
+    }
+
+    RX_ActivityRecorder* const recorder = new RX_ActivityRecorder;
+};
+
+TEST_F(ActivityRecorder, Counts)
+{
+    EXPECT_EQ(recorder->getBacklog(), 0U);
+    recorder->inc();
+    recorder->inc();
+    EXPECT_EQ(recorder->getBacklog(), 2U);
+    recorder->dec();
+    EXPECT_EQ(recorder->getBacklog(), 1U);
+    recorder->dec();
+    EXPECT_EQ(recorder->getBacklog(), 0U);
+}
+
+TEST_F(ActivityRecorder, IsQuietAtFirst)
+{
+    recorder->waitForQuiet();
+}
+
+TEST_F(ActivityRecorder, WaitsForQuiet)
+{
+    recorder->inc();
+    recorder->inc();
+    std::atomic<bool> isLast{false};
+    const auto wait = [&] {
+        recorder->waitForQuiet();
+        EXPECT_TRUE(isLast);
+    };
+    qvtest::Caller first(wait);
+    qvtest::Caller second(wait);
+    EXPECT_TRUE(first.awaitAsleep());
+    EXPECT_TRUE(second.awaitAsleep());
+    recorder->dec();
+    EXPECT_TRUE(first.awaitAsleep());
+    EXPECT_TRUE(second.awaitAsleep());
+    isLast = true;
+    recorder->dec();
+}
+
+TEST_F(ActivityRecorder, RefusesToGoBelowZero)
+{
+    try {
+        recorder->dec();
+        ADD_FAILURE();
+    } catch (const RX_Exception& exception) {
+        EXPECT_EQ(exception.getCode(), 51459);
+        EXPECT_STREQ(exception.asString(78).data(), "Condition does not hold: _backlog > 0");
+    }
+    EXPECT_EQ(recorder->getBacklog(), 0U);
+}
+
+TEST_F(ActivityRecorder, TakesNoNoticeOfConnections)
+{
+    recorder->connect(nullptr);
+    recorder->disconnect(nullptr);
+    EXPECT_EQ(recorder->getBacklog(), 0U);
+}
+
+}

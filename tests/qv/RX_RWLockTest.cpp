@@ -1,0 +1,112 @@
+#include <qv/rtlapi/RX_RWLock.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <new>
+#include <type_traits>
+#include <typeinfo>
+
+#include <qv/rtlapi/RX_ExError.hpp>
+#include <qv/rtlapi/RX_ExFatal.hpp>
+#include <qv/rtlapi/RX_ExWarning.hpp>
+
+#include "Threads.hpp"
+
+namespace {
+
+using qvtest::Caller;
+using qvtest::Gate;
+
+static_assert(!std::is_copy_constructible_v<RX_RWLock> && !std::is_nothrow_destructible_v<RX_RWLock>);
+static_assert(std::has_virtual_destructor_v<RX_RWLock>);
+
+TEST(RXRWLock, SharesAndExcludes)
+{
+    const RX_RWLock lock;
+    lock.rdlock();
+    Caller reader([&] {
+        lock.rdlock();
+        lock.unlock();
+    });
+    reader.join();
+    Caller writer([&] {
+        lock.wrlock();
+        lock.unlock();
+    });
+    EXPECT_TRUE(writer.awaitAsleep());
+    lock.unlock();
+}
+
+TEST(RXRWLock, UpgradesTheSoleReader)
+{
+    const RX_RWLock lock;
+    lock.rdlock();
+    lock.upgrade();
+    Caller reader([&] {
+        lock.rdlock();
+        lock.unlock();
+    });
+    EXPECT_TRUE(reader.awaitAsleep());
+    lock.unlock();
+}
+
+TEST(RXRWLock, WarnsOneOfSeveralReaders)
+{
+    const RX_RWLock lock;
+    Gate isHeld;
+    Gate mayLeave;
+    Caller other([&] {
+        lock.rdlock();
+        isHeld.open();
+        mayLeave.pass();
+        lock.unlock();
+    });
+    isHeld.pass();
+    lock.rdlock();
+    try {
+        lock.upgrade();
+        ADD_FAILURE();
+    } catch (const RX_ExError& exception) {
+        EXPECT_EQ(typeid(exception), typeid(RX_ExWarning));
+        EXPECT_EQ(exception.getCode(), 16);
+        EXPECT_EQ(exception.getArgument(0), "");
+    }
+    mayLeave.open();
+    other.join();
+    lock.upgrade();
+    lock.unlock();
+}
+
+TEST(RXRWLock, RaisesWhatElseIsRefused)
+{
+    const RX_RWLock lock;
+    try {
+        lock.upgrade();
+        ADD_FAILURE();
+    } catch (const RX_Exception& exception) {
+        EXPECT_EQ(typeid(exception), typeid(RX_ExFatal));
+        EXPECT_EQ(exception.getCode(), 1);
+    }
+    EXPECT_THROW(lock.unlock(), RX_Exception);
+}
+
+TEST(RXRWLock, RaisesWhenItIsDestroyedWhileHeld)
+{
+    alignas(RX_RWLock) char memory[sizeof(RX_RWLock)];
+    RX_RWLock* const lock = new (memory) RX_RWLock;
+    lock->rdlock();
+    // The record is the last field: with it, what the failure leaves behind is cleared away.
+    si_rwlock_t record;
+    std::memcpy(&record, memory + sizeof memory - sizeof record, sizeof record);
+    try {
+        lock->~RX_RWLock();
+        ADD_FAILURE();
+    } catch (const RX_Exception& exception) {
+        EXPECT_EQ(exception.getCode(), 16);
+    }
+    EXPECT_EQ(qv_si_rw_unlock(&record), 0);
+    EXPECT_EQ(qv_si_rw_destroy(&record), 0);
+}
+
+}
