@@ -2,12 +2,11 @@
 
 #include <cerrno>
 
-#include <cxxabi.h>
-
 #include <qv/rtlapi/RX_AbsTime.hpp>
 #include <qv/rtlapi/RX_ExFatal.hpp>
 #include <qv/rtlapi/RX_ExWarning.hpp>
 #include <qv/rtlapi/RX_Locked_.hpp>
+#include <qv/rtlapi/src/detached.hpp>
 
 RX_ClosureSync_::RX_ClosureSync_()
     : _cond(*this)
@@ -20,12 +19,12 @@ void RX_ClosureSync_::apply()
 {
     try {
         call_();
-    } catch (abi::__forced_unwind&) {
-        // The thread is being ended, which cannot be kept from it.
-        _ex.reset(new RX_ExFatal(ECANCELED));
-        markDone();
-        throw;
     } catch (...) {
+        if (qv::isThreadEnding()) {
+            _ex.reset(new RX_ExFatal(ECANCELED));
+            markDone();
+            throw;
+        }
         _ex.reset(RX_analyzeCurrentException_());
     }
     markDone();

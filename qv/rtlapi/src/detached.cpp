@@ -67,14 +67,20 @@ int qv::startDetached(void* (*function)(void*), void* argument) noexcept
     return status;
 }
 
+bool qv::isThreadEnding() noexcept
+{
+    // The unwinding passes through handlers like an exception, but is none of the language.
+    return !std::current_exception();
+}
+
 void qv::applyDetached(RX_Closure& closure)
 {
     try {
         closure.apply();
-    } catch (abi::__forced_unwind&) {
-        // The thread ends itself or is cancelled, which is no failure.
-        throw;
     } catch (...) {
+        if (isThreadEnding()) {
+            throw;
+        }
         try {
             nameCurrentException(closure);
         } catch (...) {
