@@ -46,6 +46,8 @@ public:
 
     const std::list<String>& getModulesRequested() const noexcept;
     const std::list<Module*>& getModulesActual() const noexcept;
+    /** The names of the modules, in the same order. */
+    const std::vector<String>& getNamesActual() const noexcept;
 
     /** The first registered module of that exact name, or null. */
     Module* getModuleActual(const String& name) const;
@@ -84,6 +86,8 @@ private:
     std::list<Module*> _modulesActual;
     std::list<String> _modulesRequested;
 
+    /** Copies, so that a look-up touches no module: at exit static ones go before their logger. */
+    std::vector<String> _namesActual;
     /** Modules to delete. Kept apart, since the others may be gone before this registration. */
     std::vector<const Module*> _modulesOwned;
     /** What the gates read: an immutable copy of the requested list. */

@@ -49,6 +49,7 @@ ModuleRegistration::~ModuleRegistration()
         }
     }
     _modulesActual.clear();
+    _namesActual.clear();
 }
 
 void ModuleRegistration::setUpdate() noexcept
@@ -66,21 +67,40 @@ const std::list<Module*>& ModuleRegistration::getModulesActual() const noexcept
     return _modulesActual;
 }
 
+const std::vector<String>& ModuleRegistration::getNamesActual() const noexcept
+{
+    return _namesActual;
+}
+
 Module* ModuleRegistration::getModuleActual(const String& name) const
 {
-    const auto found = std::find_if(_modulesActual.begin(), _modulesActual.end(),
-                                    [&name](const Module* module) { return module->getName() == name; });
-    return found != _modulesActual.end() ? *found : nullptr;
+    const auto found = std::find(_namesActual.begin(), _namesActual.end(), name);
+    return found != _namesActual.end() ? *std::next(_modulesActual.begin(), found - _namesActual.begin()) : nullptr;
 }
 
 void ModuleRegistration::addModulesActual(const Module& module)
 {
-    _modulesActual.push_back(const_cast<Module*>(&module));
+    _namesActual.push_back(module.getName());
+    try {
+        _modulesActual.push_back(const_cast<Module*>(&module));
+    } catch (...) {
+        _namesActual.pop_back();
+        throw;
+    }
 }
 
 void ModuleRegistration::removeFromModulesActual(const Module& module)
 {
-    _modulesActual.remove(const_cast<Module*>(&module));
+    auto name = _namesActual.begin();
+    for (auto entry = _modulesActual.begin(); entry != _modulesActual.end();) {
+        if (*entry == &module) {
+            entry = _modulesActual.erase(entry);
+            name = _namesActual.erase(name);
+        } else {
+            ++entry;
+            ++name;
+        }
+    }
     _modulesOwned.erase(std::remove(_modulesOwned.begin(), _modulesOwned.end(), &module), _modulesOwned.end());
 }
 

@@ -432,10 +432,7 @@ void Write::setMaxNumberOfFiles(std::size_t number)
 void Write::getModulesRegisteredDynamic(StringColl& names) const
 {
     const StateHolder holder(stateSync.acquire());
-    names.clear();
-    for (const Module* const module : modules->getModulesActual()) {
-        names.push_back(module->getName());
-    }
+    names = modules->getNamesActual();
 }
 
 void Write::getModulesRegisteredStatic(StringColl& names) const
