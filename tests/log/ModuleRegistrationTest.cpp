@@ -1,0 +1,300 @@
+#include <dalnim/log/ModuleRegistration.hpp>
+
+#include "Loggers.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <list>
+#include <memory>
+#include <thread>
+
+namespace {
+
+using namespace logtest;
+using log::Module;
+using log::ModuleRegistration;
+
+typedef std::list<String> Names;
+
+/** A registration whose filter has these entries. */
+struct Filter : ModuleRegistration
+{
+    Filter(std::initializer_list<const char*> entries)
+    {
+        for (const char* const entry : entries) {
+            addModulesRequested(entry);
+        }
+    }
+};
+
+TEST(ModuleRegistration, StartsWithoutAFilterInGenerationOne)
+{
+    const ModuleRegistration registration;
+    EXPECT_EQ(1u, registration.getUpdate());
+    EXPECT_TRUE(registration.getModulesRequested().empty());
+    EXPECT_TRUE(registration.getModulesActual().empty());
+    EXPECT_FALSE(registration.isModuleRequested("a"));
+    EXPECT_FALSE(registration.isModuleRequested(""));
+    EXPECT_TRUE(registration.isModuleSelected("a"));
+    EXPECT_TRUE(registration.isModuleSelected(""));
+}
+
+TEST(ModuleRegistration, AFilterAlwaysRefusesANamelessModule)
+{
+    const Filter filter({"*"});
+    EXPECT_FALSE(filter.isModuleRequested(""));
+    EXPECT_FALSE(filter.isModuleSelected(""));
+}
+
+TEST(ModuleRegistration, MatchesTheExactName)
+{
+    const Filter filter({"com.kor"});
+    EXPECT_TRUE(filter.isModuleRequested("com.kor"));
+    EXPECT_TRUE(filter.isModuleSelected("com.kor"));
+    for (const char* const other : {"com.ko", "com.kor.dal", "Com.kor", "x.com.kor", "com.kor "}) {
+        EXPECT_FALSE(filter.isModuleRequested(other)) << other;
+        EXPECT_FALSE(filter.isModuleSelected(other)) << other;
+    }
+}
+
+TEST(ModuleRegistration, AStarAloneMatchesEveryName)
+{
+    const Filter filter({"*"});
+    EXPECT_TRUE(filter.isModuleRequested("a"));
+    EXPECT_TRUE(filter.isModuleRequested("com.kor.dal.nim"));
+    EXPECT_TRUE(filter.isModuleRequested("*"));
+}
+
+TEST(ModuleRegistration, AStarAtTheEndMatchesTheRest)
+{
+    const Filter filter({"com.kor.*"});
+    EXPECT_TRUE(filter.isModuleRequested("com.kor.dal.nim"));
+    EXPECT_TRUE(filter.isModuleRequested("com.kor."));
+    EXPECT_TRUE(filter.isModuleRequested("com.kor.*"));
+    EXPECT_FALSE(filter.isModuleRequested("com.kor"));
+    EXPECT_FALSE(filter.isModuleRequested("com.korx.dal"));
+    EXPECT_FALSE(filter.isModuleRequested("COM.KOR.DAL"));
+    EXPECT_FALSE(filter.isModuleRequested("c"));
+}
+
+TEST(ModuleRegistration, AStarElsewhereIsAnOrdinaryCharacter)
+{
+    const Filter inside({"a*b"});
+    EXPECT_TRUE(inside.isModuleRequested("a*b"));
+    EXPECT_FALSE(inside.isModuleRequested("axb"));
+    const Filter front({"*a"});
+    EXPECT_TRUE(front.isModuleRequested("*a"));
+    EXPECT_FALSE(front.isModuleRequested("ba"));
+    const Filter two({"**"});
+    EXPECT_TRUE(two.isModuleRequested("*"));
+    EXPECT_TRUE(two.isModuleRequested("*x"));
+    EXPECT_FALSE(two.isModuleRequested("x"));
+    const Filter both({"a*b*"});
+    EXPECT_TRUE(both.isModuleRequested("a*bc"));
+    EXPECT_FALSE(both.isModuleRequested("axbc"));
+    const Filter question({"a?", "[a]"});
+    EXPECT_FALSE(question.isModuleRequested("ab"));
+    EXPECT_FALSE(question.isModuleRequested("a"));
+}
+
+TEST(ModuleRegistration, AnyEntryMayMatch)
+{
+    const Filter filter({"x", "a.*", "b"});
+    EXPECT_TRUE(filter.isModuleRequested("b"));
+    EXPECT_TRUE(filter.isModuleRequested("a.c"));
+    EXPECT_FALSE(filter.isModuleRequested("c"));
+}
+
+TEST(ModuleRegistration, AddingKeepsTheOrderAndCountsAsAChange)
+{
+    ModuleRegistration registration;
+    registration.addModulesRequested("b");
+    registration.addModulesRequested("a.*");
+    registration.addModulesRequested("c");
+    EXPECT_EQ((Names{"b", "a.*", "c"}), registration.getModulesRequested());
+    EXPECT_EQ(4u, registration.getUpdate());
+}
+
+TEST(ModuleRegistration, AddingWhatIsThereChangesNothing)
+{
+    Filter filter({"*", "a"});
+    const unsigned int generation = filter.getUpdate();
+    filter.addModulesRequested("a");
+    filter.addModulesRequested("*");
+    EXPECT_EQ((Names{"*", "a"}), filter.getModulesRequested());
+    EXPECT_EQ(generation, filter.getUpdate());
+    filter.addModulesRequested("A");
+    EXPECT_EQ((Names{"*", "a", "A"}), filter.getModulesRequested());
+    EXPECT_EQ(generation + 1, filter.getUpdate());
+}
+
+TEST(ModuleRegistration, RemovingTakesTheFirstEntryThatMatches)
+{
+    Filter filter({"*", "a"});
+    const unsigned int generation = filter.getUpdate();
+    filter.removeModulesRequested("a");
+    EXPECT_EQ((Names{"a"}), filter.getModulesRequested());
+    EXPECT_EQ(generation + 1, filter.getUpdate());
+
+    Filter patterns({"x", "a.*", "a.b"});
+    patterns.removeModulesRequested("a.b");
+    EXPECT_EQ((Names{"x", "a.b"}), patterns.getModulesRequested());
+    patterns.removeModulesRequested("a.b");
+    EXPECT_EQ((Names{"x"}), patterns.getModulesRequested());
+}
+
+TEST(ModuleRegistration, RemovingTakesOneEntryACall)
+{
+    Filter filter({"a.b", "a.*", "a*", "z"});
+    filter.removeModulesRequested("a.b");
+    EXPECT_EQ((Names{"a.*", "a*", "z"}), filter.getModulesRequested());
+}
+
+TEST(ModuleRegistration, RemovingAPatternTakesTheEntryOfThatTextOrOneThatMatchesIt)
+{
+    Filter filter({"a.*", "b"});
+    filter.removeModulesRequested("a.*");
+    EXPECT_EQ((Names{"b"}), filter.getModulesRequested());
+    Filter wider({"a*", "a.*"});
+    wider.removeModulesRequested("a.*");
+    EXPECT_EQ((Names{"a.*"}), wider.getModulesRequested());
+}
+
+TEST(ModuleRegistration, RemovingWhatMatchesNothingChangesNothing)
+{
+    Filter filter({"a.*", "b"});
+    const unsigned int generation = filter.getUpdate();
+    filter.removeModulesRequested("c");
+    filter.removeModulesRequested("*");
+    EXPECT_EQ((Names{"a.*", "b"}), filter.getModulesRequested());
+    EXPECT_EQ(generation, filter.getUpdate());
+}
+
+TEST(ModuleRegistration, RemovingTheEmptyNameClearsTheFilter)
+{
+    Filter filter({"a.*", "b"});
+    const unsigned int generation = filter.getUpdate();
+    filter.removeModulesRequested("");
+    EXPECT_TRUE(filter.getModulesRequested().empty());
+    EXPECT_EQ(generation + 1, filter.getUpdate());
+    EXPECT_TRUE(filter.isModuleSelected("z"));
+}
+
+TEST(ModuleRegistration, RemovingFromAnEmptyFilterCountsAsAChange)
+{
+    ModuleRegistration registration;
+    registration.removeModulesRequested("");
+    EXPECT_EQ(2u, registration.getUpdate());
+    registration.removeModulesRequested("a");
+    EXPECT_EQ(3u, registration.getUpdate());
+    EXPECT_TRUE(registration.getModulesRequested().empty());
+}
+
+TEST(ModuleRegistration, TheGenerationCanBeAdvancedByHand)
+{
+    ModuleRegistration registration;
+    registration.setUpdate();
+    EXPECT_EQ(2u, registration.getUpdate());
+}
+
+TEST(ModuleRegistration, ModulesStandInTheOrderOfRegistration)
+{
+    PlainLog logger;
+    const Module b("b", logger);
+    const Module a("a", logger);
+    const Module secondB("b", logger);
+    EXPECT_EQ((std::list<Module*>{const_cast<Module*>(&b), const_cast<Module*>(&a), const_cast<Module*>(&secondB)}),
+              logger.registration.getModulesActual());
+    EXPECT_EQ(&b, logger.registration.getModuleActual("b"));
+    EXPECT_EQ(&a, logger.registration.getModuleActual("a"));
+    EXPECT_EQ(nullptr, logger.registration.getModuleActual("A"));
+    EXPECT_EQ(nullptr, logger.registration.getModuleActual(""));
+    EXPECT_EQ(1u, logger.registration.getUpdate()) << "the filter has not changed";
+}
+
+TEST(ModuleRegistration, ForgettingAModuleTakesEveryEntryOfIt)
+{
+    PlainLog logger;
+    const Module a("a", logger);
+    const Module b("b", logger);
+    logger.registration.addModulesActual(a);
+    EXPECT_EQ(3u, logger.registration.getModulesActual().size());
+    logger.registration.removeFromModulesActual(a);
+    EXPECT_EQ((std::list<Module*>{const_cast<Module*>(&b)}), logger.registration.getModulesActual());
+    EXPECT_EQ("a", a.getName());
+    EXPECT_EQ(1u, logger.registration.getUpdate());
+}
+
+TEST(ModuleRegistration, DeletesDynamicModulesAlone)
+{
+    PlainLog logger;
+    Module fixed("a", logger);
+    Module* const fixedBefore = &fixed;
+    Module* pointer = &fixed;
+    logger.registration.removeModulesActual(pointer);
+    EXPECT_EQ(fixedBefore, pointer);
+
+    Module* nothing = nullptr;
+    logger.registration.removeModulesActual(nothing);
+    EXPECT_EQ(nullptr, nothing);
+
+    Module* dynamic = &Module::getInstance("b", logger);
+    logger.registration.removeModulesActual(dynamic);
+    EXPECT_EQ(nullptr, dynamic);
+    EXPECT_EQ(2u, logger.registration.getModulesActual().size()) << "the list is not touched";
+}
+
+TEST(ModuleRegistration, AModuleMayGoBeforeItsLogger)
+{
+    PlainLog logger;
+    Module::getInstance("dynamic", logger);
+    {
+        const Module shortLived("a name that is too long to be kept within the string", logger);
+    }
+    // The logger goes here, with an entry that leads nowhere. Sanitizers would tell.
+}
+
+TEST(ModuleRegistration, AModuleMayGoAfterItsLogger)
+{
+    auto logger = std::make_unique<PlainLog>();
+    const auto module = std::make_unique<Module>("a name that is too long to be kept within the string", *logger);
+    logger.reset();
+}
+
+TEST(ModuleRegistration, TheFilterMayChangeUnderItsReaders)
+{
+    Filter filter({"kept.*"});
+    std::atomic<bool> stop(false);
+    std::atomic<int> ready(0);
+    std::atomic<bool> wrong(false);
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 4; ++i) {
+        readers.emplace_back([&] {
+            ++ready;
+            do {
+                if (!filter.isModuleRequested("kept.module") || filter.isModuleRequested("never")) {
+                    wrong = true;
+                }
+                filter.getUpdate();
+            } while (!stop);
+        });
+    }
+    while (ready != 4) {
+        std::this_thread::yield();
+    }
+    const unsigned int before = filter.getUpdate();
+    for (int i = 0; i < 2000; ++i) {
+        filter.addModulesRequested("an.entry.that.comes.and.goes." + std::to_string(i % 7));
+        filter.removeModulesRequested("an.entry.that.comes.and.goes." + std::to_string(i % 7));
+    }
+    stop = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    EXPECT_FALSE(wrong);
+    EXPECT_EQ(before + 4000, filter.getUpdate());
+    EXPECT_EQ((Names{"kept.*"}), filter.getModulesRequested());
+}
+
+}
