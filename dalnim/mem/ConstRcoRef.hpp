@@ -4,7 +4,7 @@
 #include <dalnim/mem/MemOps.hpp>
 #include <dalnim/mem/RefCntObject.hpp>
 
-#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <type_traits>
 
@@ -24,7 +24,6 @@ public:
     typedef T element_type;
 
     ConstRcoRef() noexcept : rco(nullptr) {}
-    ConstRcoRef(std::nullptr_t) noexcept : rco(nullptr) {}
     ConstRcoRef(const T* rco_inst) : rco(nullptr)
     {
         updatePtr(rco_inst);
@@ -79,28 +78,45 @@ public:
         return *checked();
     }
 
-    bool operator==(const ConstRcoRef& ref) const noexcept
+    // Templates, so that references of related types and plain pointers meet here: left to the
+    // conversion to `const void*`, they would compare whether an object is held, not which.
+    template <class U>
+    bool operator==(const ConstRcoRef<U>& ref) const noexcept
     {
-        return rco == ref.rco;
+        return rco == ref.get();
     }
-    bool operator!=(const ConstRcoRef& ref) const noexcept
+    template <class U>
+    bool operator!=(const ConstRcoRef<U>& ref) const noexcept
     {
-        return rco != ref.rco;
+        return rco != ref.get();
     }
-    bool operator<(const ConstRcoRef& ref) const noexcept
+    template <class U>
+    bool operator<(const ConstRcoRef<U>& ref) const noexcept
     {
-        return std::less<const T*>()(rco, ref.rco);
+        return std::less<>()(rco, ref.get());
     }
-    bool operator==(std::nullptr_t) const noexcept
+    template <class U>
+    bool operator==(const U* ptr) const noexcept
     {
-        return rco == nullptr;
+        return rco == ptr;
     }
-    bool operator!=(std::nullptr_t) const noexcept
+    template <class U>
+    bool operator!=(const U* ptr) const noexcept
     {
-        return rco != nullptr;
+        return rco != ptr;
+    }
+    template <class U>
+    friend bool operator==(const U* ptr, const ConstRcoRef& ref) noexcept
+    {
+        return ptr == ref.rco;
+    }
+    template <class U>
+    friend bool operator!=(const U* ptr, const ConstRcoRef& ref) noexcept
+    {
+        return ptr != ref.rco;
     }
 
-    /** Drops what is held. Never throws: a destructor that does ends the process here. */
+    /** Drops what is held. Never throws: an object whose destructor does ends the process here. */
     void clear() noexcept
     {
         if (rco != nullptr) {
@@ -134,7 +150,8 @@ protected:
 
     /**
      * Holds `other` in place of what is held. The new reference is taken first, so that an object
-     * that hangs off the old one survives; when the old one's release throws, nothing has changed.
+     * that hangs off the old one survives. When the old one's release throws, the reference still
+     * holds it and the new one is given back; an old one whose destructor threw is gone all the same.
      */
     void updatePtr(const T* other)
     {
@@ -144,43 +161,7 @@ protected:
         if (other != nullptr) {
             other->acquireRef();
         }
-        if (rco != nullptr) {
-            try {
-                rco->releaseRef();
-            } catch (...) {
-                if (other != nullptr) {
-                    other->releaseRef(std::nothrow);
-                }
-                throw;
-            }
-        }
-        rco = const_cast<T*>(other);
-    }
-
-    /**
-     * Takes over what `ref` holds, which may itself live in the object that is dropped here. When
-     * the old one's release throws, it stays held and the new one is given back.
-     */
-    void moveFrom(ConstRcoRef& ref)
-    {
-        if (this == &ref) {
-            return;
-        }
-        T* const old = rco;
-        T* const taken = ref.rco;
-        ref.rco = nullptr;
-        rco = taken;
-        if (old != nullptr) {
-            try {
-                old->releaseRef();
-            } catch (...) {
-                rco = old;
-                if (taken != nullptr) {
-                    taken->releaseRef(std::nothrow);
-                }
-                throw;
-            }
-        }
+        replace(const_cast<T*>(other));
     }
 
     T* checked() const
@@ -192,6 +173,42 @@ protected:
     }
 
     T* rco;
+
+private:
+    /** Takes over what `ref` holds, which may itself live in the object that is dropped here. */
+    void moveFrom(ConstRcoRef& ref)
+    {
+        if (this == &ref) {
+            return;
+        }
+        T* const taken = ref.rco;
+        ref.rco = nullptr;
+        replace(taken);
+    }
+
+    /**
+     * Holds `counted`, whose count is taken already, and drops what was held. When that throws, the
+     * old one stays held and the count is given back.
+     *
+     * The pointer changes before the release, and nothing is touched behind it: the release may end
+     * the object that this reference is a part of, or run code that assigns to it.
+     */
+    void replace(T* counted)
+    {
+        T* const old = rco;
+        rco = counted;
+        if (old != nullptr) {
+            try {
+                old->releaseRef();
+            } catch (...) {
+                rco = old;
+                if (counted != nullptr) {
+                    counted->releaseRef(std::nothrow);
+                }
+                throw;
+            }
+        }
+    }
 };
 
 }

@@ -13,7 +13,6 @@ class RcoRef : public ConstRcoRef<T>
 {
 public:
     RcoRef() noexcept = default;
-    RcoRef(std::nullptr_t) noexcept {}
     RcoRef(T* rco_inst) : ConstRcoRef<T>(rco_inst) {}
     RcoRef(const RcoRef& ref) = default;
     RcoRef(RcoRef&& ref) noexcept = default;

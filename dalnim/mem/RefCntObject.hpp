@@ -23,6 +23,18 @@ class DALNIM_API RefCntObject : public virtual type::Object
 public:
     static constexpr const char CLASS_NAME[] = "RefCntObject";
 
+    /** Counted, and safe to share between threads. */
+    RefCntObject() noexcept;
+    /**
+     * @param count_refs false makes references count nothing: the object's owner destroys it
+     * @param mt_safe    false makes counting plain, for one thread at a time
+     */
+    RefCntObject(bool count_refs, bool mt_safe) noexcept;
+    /** A copy has no references of its own; it takes over how they are counted. */
+    RefCntObject(const RefCntObject& ref) noexcept;
+    /** Does nothing: assigning a value must not disturb who holds the object. */
+    RefCntObject& operator=(const RefCntObject&) noexcept;
+
     /** Takes a reference. */
     virtual void acquireRef() const;
     /**
@@ -36,21 +48,13 @@ public:
      * destructor throws passes through.
      */
     virtual void releaseRef() const;
-    /** The same without an exception: false when there was no reference to give up. */
-    virtual bool releaseRef(const std::nothrow_t&) const noexcept;
+    /**
+     * The same without an exception of its own: false when there was no reference to give up. What
+     * the object's destructor throws passes through here too; ConstRcoRef::clear() stops it.
+     */
+    virtual bool releaseRef(const std::nothrow_t&) const;
 
 protected:
-    /** Counted, and safe to share between threads. */
-    RefCntObject() noexcept;
-    /**
-     * @param count_refs false makes references count nothing: the object's owner destroys it
-     * @param mt_safe    false makes counting plain, for one thread at a time
-     */
-    RefCntObject(bool count_refs, bool mt_safe) noexcept;
-    /** A copy has no references of its own; it takes over how they are counted. */
-    RefCntObject(const RefCntObject& ref) noexcept;
-    /** Does nothing: assigning a value must not disturb who holds the object. */
-    RefCntObject& operator=(const RefCntObject&) noexcept;
     /** Only the last release, or a subclass, deletes. */
     ~RefCntObject() noexcept(false) override;
 
@@ -64,7 +68,8 @@ protected:
     void decBias();
 
 private:
-    si_atomic_t decrement() const;
+    /** Gives a count up. What is left to keep the object alive, 0 when it is to go, below 0 for none. */
+    std::int32_t countDown() const noexcept;
 
     enum Flags : std::uint8_t {
         COUNT_REFS = 1,

@@ -9,8 +9,9 @@ namespace com::kor::dal::nim::type {
  * The root of the object classes. Classes derive from it virtually, so that an object with several
  * roots still is one `Object`.
  *
- * The destructor may throw: an application's object is allowed to fail while it goes. Whoever
- * deletes through a smart reference never sees that (see mem::ConstRcoRef::clear).
+ * The destructor may throw: an application's object is allowed to fail while it goes. Of a counted
+ * object the exception passes through mem::RefCntObject::releaseRef(), and ends the process where a
+ * reference is cleared or destroyed.
  */
 class DALNIM_API Object
 {

@@ -48,9 +48,12 @@ UInt32_t RefCntObject::refCount(bool incorporate_bias) const
     return incorporate_bias ? count - bias : count;
 }
 
-si_atomic_t RefCntObject::decrement() const
+std::int32_t RefCntObject::countDown() const noexcept
 {
-    return (flags & MT_SAFE) != 0 ? qv_si_atomic_decrement(&refs) : --refs;
+    // Read first: once its count is given up, another thread may delete the object.
+    const UInt32_t held_aside = bias;
+    const si_atomic_t count = (flags & MT_SAFE) != 0 ? qv_si_atomic_decrement(&refs) : --refs;
+    return static_cast<std::int32_t>(static_cast<UInt32_t>(count) - held_aside);
 }
 
 void RefCntObject::releaseRef() const
@@ -58,8 +61,7 @@ void RefCntObject::releaseRef() const
     if ((flags & COUNT_REFS) == 0) {
         return;
     }
-    const UInt32_t count = static_cast<UInt32_t>(decrement());
-    const auto alive = static_cast<std::int32_t>(count - bias);
+    const std::int32_t alive = countDown();
     if (alive < 0) {
         const sys::StackTrack track("releaseRef()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
         throw sys::system_error(-1, "Reference count < 0");
@@ -69,13 +71,12 @@ void RefCntObject::releaseRef() const
     }
 }
 
-bool RefCntObject::releaseRef(const std::nothrow_t&) const noexcept
+bool RefCntObject::releaseRef(const std::nothrow_t&) const
 {
     if ((flags & COUNT_REFS) == 0) {
         return true;
     }
-    const UInt32_t count = static_cast<UInt32_t>(decrement());
-    const auto alive = static_cast<std::int32_t>(count - bias);
+    const std::int32_t alive = countDown();
     if (alive == 0) {
         delete this;
     }
@@ -91,7 +92,7 @@ void RefCntObject::refBias(unsigned int new_bias)
 {
     const sys::StackTrack track("refBias()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     // Only the upper end is tested: the argument has no other.
-    if (refCount(false) <= new_bias) {
+    if (RefCntObject::refCount(false) <= new_bias) {
         throw sys::system_error(ERANGE, "Bias would exceed range limits.");
     }
     bias = new_bias;
@@ -101,7 +102,7 @@ void RefCntObject::adjBias(int bias_adjustment)
 {
     const sys::StackTrack track("adjBias()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     const UInt32_t sum = bias + static_cast<UInt32_t>(bias_adjustment);
-    if (static_cast<std::int32_t>(sum) < 0 || sum >= refCount(false)) {
+    if (static_cast<std::int32_t>(sum) < 0 || sum >= RefCntObject::refCount(false)) {
         throw sys::system_error(ERANGE, "Bias would exceed range limits.");
     }
     bias = sum;
