@@ -12,6 +12,10 @@ class Thread;
 class ThreadPool;
 }
 
+namespace com::kor::dal::nim::sys {
+class StackTrace;
+}
+
 namespace com::kor::dal::nim::sys::internal {
 
 /** A word of mode bits of a thread. */
@@ -50,7 +54,14 @@ public:
     StackTrackState where;
 
 private:
+    // A trace of a thread without a state is empty and must not make one: the failure to make one is
+    // reported by an exception, which takes a trace.
+    friend class sys::StackTrace;
+
     ThreadState();
+
+    /** The calling thread's state, null when there is none. */
+    static const ThreadState* find() noexcept;
 };
 
 }

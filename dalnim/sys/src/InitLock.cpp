@@ -16,6 +16,17 @@ void create_init_sync()
     qv_si_mutex_init(&_init_sync, "R");
 }
 
+/** Sees to it that no forked child starts with the lock held by a thread that it does not have. */
+const struct ForkHandlers
+{
+    ForkHandlers()
+    {
+        pthread_once(&_init_once, create_init_sync);
+        pthread_atfork([] { qv_si_mutex_lock(&_init_sync); }, [] { qv_si_mutex_unlock(&_init_sync); },
+                       create_init_sync);
+    }
+} fork_handlers;
+
 }
 
 InitLock::InitLock(bool lock) noexcept : owned(false)

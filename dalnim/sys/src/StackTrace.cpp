@@ -12,8 +12,12 @@ namespace com::kor::dal::nim::sys {
 
 StackTrace::StackTrace()
 {
+    const internal::ThreadState* const thread = internal::ThreadState::find();
+    if (thread == nullptr) {
+        return;
+    }
     // The labels are made at once: the tracks are gone by the time anyone reads an exception.
-    const StackTrackState& where = internal::ThreadState::current().where;
+    const StackTrackState& where = thread->where;
     data.reserve(where.size());
     for (auto track = where.rbegin(); track != where.rend(); ++track) {
         data.push_back((*track)->label());
@@ -50,7 +54,8 @@ std::ostream& StackTrace::displayFormatted(std::ostream& os, const String& inden
     for (const String& label : data) {
         os << indent;
         if (numbered) {
-            os << '[' << --n << "]\t";
+            // As text: neither the base nor the grouping that the stream is set to is for it.
+            os << '[' << std::to_string(--n) << "]\t";
         }
         os << label << '\n';
     }

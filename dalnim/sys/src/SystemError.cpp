@@ -42,7 +42,8 @@ void system_error::raise() const
 String system_error::errno_init(int& e)
 {
     e = errno;
-    return sys_err_string(e);
+    const char* const text = qv_si_strerror(e);
+    return text != nullptr ? String(text) : sys_err_string(e);
 }
 
 }

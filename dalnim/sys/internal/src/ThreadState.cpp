@@ -30,13 +30,13 @@ void _ts_tls_destroy(void* p)
     const std::unique_ptr<ThreadState> owner(static_cast<ThreadState*>(p));
 }
 
-/** The only thread of a forked child goes on with its parent's state, under a new number. */
-void renumber_in_child()
+/** Null when the calling thread has none. */
+ThreadState* find_state() noexcept
 {
-    if (void* const p = qv_si_thread_getspecific(_ts_tls_key)) {
-        const ThreadID_t* const tid = &static_cast<ThreadState*>(p)->tid;
-        ::new (const_cast<ThreadID_t*>(tid)) ThreadID_t(qv_si_thread_self());
+    if (!_ts_tls_init.load(std::memory_order_acquire)) {
+        return nullptr;
     }
+    return static_cast<ThreadState*>(qv_si_thread_getspecific(_ts_tls_key));
 }
 
 void create_key()
@@ -46,10 +46,19 @@ void create_key()
         if (qv_si_thread_keycreate(&_ts_tls_key, _ts_tls_destroy) != 0) {
             qv_si_panic_internal("sys/internal/src/ThreadState", 90);
         }
-        pthread_atfork(nullptr, nullptr, renumber_in_child);
         _ts_tls_init.store(true, std::memory_order_release);
     }
 }
+
+/** The only thread of a forked child goes on with its parent's state, under a new number. */
+void renumber_in_child()
+{
+    if (const ThreadState* const state = find_state()) {
+        ::new (const_cast<ThreadID_t*>(&state->tid)) ThreadID_t(qv_si_thread_self());
+    }
+}
+
+const int fork_handler_status = pthread_atfork(nullptr, nullptr, renumber_in_child);
 
 }
 
@@ -60,19 +69,21 @@ ThreadState::ThreadState()
 
 ThreadState::~ThreadState() = default;
 
+const ThreadState* ThreadState::find() noexcept
+{
+    return find_state();
+}
+
 ThreadState& ThreadState::current()
 {
+    if (ThreadState* const known = find_state()) {
+        return *known;
+    }
     if (!_ts_tls_init.load(std::memory_order_acquire)) {
         create_key();
     }
-    if (void* const p = qv_si_thread_getspecific(_ts_tls_key)) {
-        return *static_cast<ThreadState*>(p);
-    }
     std::unique_ptr<ThreadState> state(new ThreadState);
-    const qv_err_t status = qv_si_thread_setspecific(_ts_tls_key, state.get());
-    if (status != 0) {
-        // The error must not look for the state of this thread again: it has none to trace with.
-        state.reset();
+    if (const qv_err_t status = qv_si_thread_setspecific(_ts_tls_key, state.get())) {
         throw system_error(status);
     }
     return *state.release();
