@@ -1,0 +1,129 @@
+// What becomes of unusual texts of the system interface: this program gives them in its place.
+
+#include <dalnim/sys/SysError.hpp>
+
+#include <qv/pmx/errors.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+
+namespace {
+
+using com::kor::dal::nim::String;
+using com::kor::dal::nim::sys::sys_err_string;
+using com::kor::dal::nim::sys::system_error;
+
+const char* givenText = nullptr;
+
+/** Gives the text for every number, as long as it lives. */
+class Given
+{
+public:
+    explicit Given(const std::string& text) : text_(text)
+    {
+        givenText = text_.c_str();
+    }
+    Given(const Given&) = delete;
+    Given& operator=(const Given&) = delete;
+    ~Given()
+    {
+        givenText = nullptr;
+    }
+
+private:
+    std::string text_;
+};
+
+std::string letters(std::size_t count)
+{
+    return std::string(count, 'x');
+}
+
+}
+
+const char* qv_si_strerror(qv_err_t) noexcept
+{
+    return givenText;
+}
+
+namespace {
+
+TEST(ErrorText, IsGivenByThisProgram)
+{
+    const Given given("given");
+    EXPECT_EQ("given", sys_err_string(2));
+    EXPECT_STREQ("given", system_error(2).what());
+}
+
+TEST(ErrorText, IsMadeUpForANumberWithout)
+{
+    EXPECT_EQ("Unknown error 2", sys_err_string(2));
+    EXPECT_EQ("Unknown error -3", sys_err_string(-3));
+    EXPECT_STREQ("Unknown error 2", system_error(2).what());
+    errno = 2;
+    EXPECT_EQ("Unknown error 2", sys_err_string());
+    EXPECT_STREQ("Unknown error 2", system_error().what());
+}
+
+TEST(ErrorText, IsNotCutUpTo1023Bytes)
+{
+    for (const std::size_t length : {1U, 1022U, 1023U}) {
+        const Given given(letters(length));
+        EXPECT_EQ(letters(length), sys_err_string(2));
+    }
+}
+
+TEST(ErrorText, IsCutTo1023BytesBeyond)
+{
+    for (const std::size_t length : {1024U, 1025U, 2000U, 100000U}) {
+        const Given given(letters(length));
+        EXPECT_EQ(letters(1023), sys_err_string(2));
+        EXPECT_EQ(letters(1023), sys_err_string(2U));
+        EXPECT_EQ(letters(1023), system_error(2).what());
+    }
+}
+
+TEST(ErrorText, IsCutWithinACharacter)
+{
+    const Given given(letters(1022) + "\xc3\xa4" + "y");
+    EXPECT_EQ(letters(1022) + "\xc3", sys_err_string(2));
+}
+
+TEST(ErrorText, LosesTrailingWhiteSpace)
+{
+    EXPECT_EQ("text", (Given("text\n"), sys_err_string(2)));
+    EXPECT_EQ("text", (Given("text \t\r\n\v\f "), sys_err_string(2)));
+    EXPECT_EQ(" \n text", (Given(" \n text "), sys_err_string(2)));
+    EXPECT_EQ("two words", (Given("two words"), sys_err_string(2)));
+}
+
+TEST(ErrorText, OfWhiteSpaceAloneIsEmpty)
+{
+    EXPECT_EQ("", (Given(""), sys_err_string(2)));
+    EXPECT_EQ("", (Given(" "), sys_err_string(2)));
+    EXPECT_EQ("", (Given(" \n\t "), sys_err_string(2)));
+    EXPECT_EQ("", (Given(std::string(3000, ' ')), sys_err_string(2)));
+}
+
+TEST(ErrorText, LosesWhiteSpaceThatTheCutLaysBare)
+{
+    EXPECT_EQ(letters(1000), (Given(letters(1000) + std::string(500, ' ') + letters(500)), sys_err_string(2)));
+    EXPECT_EQ(letters(1022), (Given(letters(1022) + " yyyy"), sys_err_string(2)));
+    EXPECT_EQ(letters(1023), (Given(letters(1023) + "    "), sys_err_string(2)));
+    EXPECT_EQ(letters(1000), (Given(letters(1000) + std::string(23, ' ')), sys_err_string(2)));
+}
+
+TEST(ErrorText, OfErrnoIsTakenAsItIs)
+{
+    errno = 7;
+    const Given given(letters(2000) + " \n");
+    const system_error error;
+    EXPECT_EQ(7, error.error());
+    EXPECT_EQ(letters(2000) + " \n", error.what());
+    errno = 7;
+    EXPECT_EQ(letters(1023), sys_err_string());
+}
+
+}

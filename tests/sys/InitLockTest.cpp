@@ -1,0 +1,228 @@
+#include <dalnim/sys/InitLock.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <qv/Threads.hpp>
+
+namespace {
+
+using com::kor::dal::nim::sys::InitLock;
+
+static_assert(!std::is_default_constructible_v<InitLock>);
+static_assert(!std::is_copy_constructible_v<InitLock>);
+static_assert(!std::is_copy_assignable_v<InitLock>);
+static_assert(std::is_nothrow_constructible_v<InitLock, bool>);
+static_assert(std::is_nothrow_destructible_v<InitLock>);
+static_assert(noexcept(std::declval<InitLock&>().acquire()));
+static_assert(noexcept(std::declval<InitLock&>().release()));
+
+/** Another thread that takes the lock, and gives it back at once. */
+std::unique_ptr<qvtest::Caller> taker()
+{
+    return std::make_unique<qvtest::Caller>([] { const InitLock lock(true); });
+}
+
+/** True when another thread has to wait for the lock until `release` was called. */
+template <class Release>
+bool keepsOthersOut(Release release)
+{
+    const std::unique_ptr<qvtest::Caller> other = taker();
+    const bool waits = other->awaitAsleep();
+    release();
+    other->join();
+    return waits;
+}
+
+/** Returns when another thread has had the lock; hangs when it never gets it. */
+void letOthersIn()
+{
+    taker()->join();
+}
+
+TEST(InitLock, IsCalledByItsName)
+{
+    EXPECT_STREQ("InitLock", InitLock::CLASS_NAME);
+}
+
+TEST(InitLock, TakesNothingUnlessAskedTo)
+{
+    const InitLock lock(false);
+    letOthersIn();
+}
+
+TEST(InitLock, KeepsOthersOutUntilItIsReleased)
+{
+    InitLock lock(true);
+    EXPECT_TRUE(keepsOthersOut([&lock] { lock.release(); }));
+    letOthersIn();
+}
+
+TEST(InitLock, KeepsOthersOutUntilItIsDestroyed)
+{
+    auto lock = std::make_unique<InitLock>(true);
+    EXPECT_TRUE(keepsOthersOut([&lock] { lock.reset(); }));
+}
+
+TEST(InitLock, IsTakenLater)
+{
+    InitLock lock(false);
+    lock.acquire();
+    EXPECT_TRUE(keepsOthersOut([&lock] { lock.release(); }));
+}
+
+TEST(InitLock, AcquiresOnceAnObject)
+{
+    InitLock lock(false);
+    lock.acquire();
+    lock.acquire();
+    lock.release();
+    letOthersIn();
+
+    InitLock second(true);
+    second.acquire();
+    second.release();
+    letOthersIn();
+}
+
+TEST(InitLock, ReleasesOnceAnObject)
+{
+    InitLock outer(true);
+    InitLock inner(true);
+    inner.release();
+    inner.release();
+    EXPECT_TRUE(keepsOthersOut([&outer] { outer.release(); })) << "the outer one holds it still";
+}
+
+TEST(InitLock, IsSharedByTheObjectsOfAThread)
+{
+    InitLock first(true);
+    InitLock second(true);
+    InitLock third(false);
+    third.acquire();
+    first.release();
+    second.release();
+    EXPECT_TRUE(keepsOthersOut([&third] { third.release(); }));
+    letOthersIn();
+}
+
+TEST(InitLock, IsTakenAgainAfterARelease)
+{
+    InitLock lock(true);
+    lock.release();
+    lock.acquire();
+    EXPECT_TRUE(keepsOthersOut([&lock] { lock.release(); }));
+}
+
+TEST(InitLock, ExcludesManyThreads)
+{
+    long counter = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&counter] {
+            for (int i = 0; i < 1000; ++i) {
+                const InitLock outer(true);
+                const InitLock inner(true);
+                ++counter;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(8000L, counter);
+}
+
+// Forks: the child starts with the lock free, whoever held it.
+
+/** 0 when the child could take the lock within its time. */
+int statusOfForkedTaker()
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        {
+            const InitLock lock(true);
+        }
+        _exit(0);
+    }
+    int status = -1;
+    return waitpid(child, &status, 0) == child ? status : -1;
+}
+
+TEST(InitLockFork, LeavesTheChildAFreeLock)
+{
+    EXPECT_EQ(0, statusOfForkedTaker());
+    letOthersIn();
+}
+
+TEST(InitLockFork, WaitsForTheWorkOfAnotherThread)
+{
+    static std::atomic<bool> forking{false};
+    ASSERT_EQ(0, pthread_atfork([] { forking = true; }, nullptr, nullptr));
+    forking = false;
+
+    std::atomic<bool> held{false};
+    bool workDone = false;
+    std::thread worker([&] {
+        const InitLock lock(true);
+        held = true;
+        while (!forking) {
+            std::this_thread::yield();
+        }
+        // A fork that does not wait goes on in this time, and finds the work undone.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        workDone = true;
+    });
+    while (!held) {
+        std::this_thread::yield();
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        {
+            const InitLock lock(true);
+        }
+        _exit(workDone ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    worker.join();
+    letOthersIn();
+}
+
+TEST(InitLockFork, LeavesTheHolderItsLock)
+{
+    InitLock lock(true);
+    EXPECT_EQ(0, statusOfForkedTaker());
+    EXPECT_TRUE(keepsOthersOut([&lock] { lock.release(); }));
+}
+
+TEST(InitLockFork, LeavesTheChildOfTheHolderALockOfItsOwn)
+{
+    InitLock lock(true);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        lock.release();
+        std::thread([] { const InitLock other(true); }).join();
+        const InitLock again(true);
+        _exit(0);
+    }
+    int status = -1;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+}
+
+}

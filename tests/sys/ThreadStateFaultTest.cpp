@@ -1,0 +1,168 @@
+// What becomes of a thread that gets no state: this program refuses what a state needs.
+
+#include <dalnim/sys/internal/ThreadState.hpp>
+
+#include <dalnim/sys/StackTrace.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <qv/pmx/thread.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+#include <thread>
+
+#include <pthread.h>
+#include <unistd.h>
+
+namespace {
+
+using com::kor::dal::nim::StringVector;
+using com::kor::dal::nim::sys::StackTrace;
+using com::kor::dal::nim::sys::StackTrack;
+using com::kor::dal::nim::sys::system_error;
+using com::kor::dal::nim::sys::internal::ThreadState;
+
+thread_local qv_err_t setStatus = 0;
+thread_local bool noMemory = false;
+std::atomic<int> keysMade{0};
+
+}
+
+qv_err_t qv_si_thread_keycreate(si_thread_key_t* key, void (*destructor)(void*)) noexcept
+{
+    if (std::getenv("DALNIM_TEST_NO_KEY") != nullptr) {
+        return EAGAIN;
+    }
+    ++keysMade;
+    return pthread_key_create(key, destructor);
+}
+
+qv_err_t qv_si_thread_setspecific(si_thread_key_t key, const void* value) noexcept
+{
+    return setStatus != 0 ? setStatus : pthread_setspecific(key, value);
+}
+
+// Not to be inlined: g++ would take the pair for a mismatch.
+__attribute__((noinline)) void* operator new(std::size_t size)
+{
+    void* const memory = noMemory ? nullptr : std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+__attribute__((noinline)) void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+namespace {
+
+TEST(ThreadStateFault, ReportsAFailedRegistration)
+{
+    std::thread([] {
+        setStatus = ENOMEM;
+        for (int i = 0; i < 2; ++i) {
+            try {
+                ThreadState::current();
+                ADD_FAILURE() << "nothing was thrown";
+            } catch (const system_error& error) {
+                EXPECT_EQ(12, error.error());
+                EXPECT_STREQ("Cannot allocate memory", error.what());
+                EXPECT_TRUE(error.empty());
+            }
+        }
+        setStatus = 0;
+        EXPECT_EQ(gettid(), ThreadState::current().tid);
+    }).join();
+}
+
+TEST(ThreadStateFault, ATrackDoesNotStandWithoutAState)
+{
+    std::thread([] {
+        setStatus = EINVAL;
+        EXPECT_THROW(StackTrack("f()", 1), system_error);
+        setStatus = 0;
+        const StackTrack track("f()", 2);
+        EXPECT_EQ(StringVector{"f():2"}, StackTrace().trace());
+    }).join();
+}
+
+TEST(ThreadStateFault, ATraceNeedsNoState)
+{
+    std::thread([] {
+        setStatus = ENOMEM;
+        EXPECT_TRUE(StackTrace().empty());
+        EXPECT_STREQ("text", system_error(1, "text").what());
+    }).join();
+}
+
+TEST(ThreadStateFault, ReportsMissingMemory)
+{
+    std::thread([] {
+        bool reported = false;
+        noMemory = true;
+        try {
+            ThreadState::current();
+        } catch (const std::bad_alloc&) {
+            reported = true;
+        }
+        noMemory = false;
+        EXPECT_TRUE(reported);
+        EXPECT_EQ(gettid(), ThreadState::current().tid);
+    }).join();
+}
+
+TEST(ThreadStateFault, ATrackThatGetsNoMemoryLeavesTheStackAsItWas)
+{
+    std::thread([] {
+        const StackTrack outer("outer()", 1);
+        ThreadState& state = ThreadState::current();
+        state.where.shrink_to_fit();
+        bool reported = false;
+        noMemory = true;
+        try {
+            const StackTrack inner("inner()", 2);
+        } catch (const std::bad_alloc&) {
+            reported = true;
+        }
+        noMemory = false;
+        EXPECT_TRUE(reported);
+        EXPECT_EQ(StringVector{"outer():1"}, StackTrace().trace());
+    }).join();
+}
+
+TEST(ThreadStateFault, MakesOneKeyForAllThreads)
+{
+    std::thread threads[8];
+    for (std::thread& thread : threads) {
+        thread = std::thread([] { ThreadState::current(); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(1, keysMade);
+}
+
+TEST(ThreadStateFaultDeathTest, EndsTheProcessWithoutAKey)
+{
+    // Started anew, the program gets no key when its library is loaded or at the first need.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    setenv("DALNIM_TEST_NO_KEY", "1", 1);
+    EXPECT_EXIT(ThreadState::current(), testing::KilledBySignal(SIGABRT),
+                "qv: fatal error at sys/internal/src/ThreadState:90");
+    unsetenv("DALNIM_TEST_NO_KEY");
+}
+
+}
