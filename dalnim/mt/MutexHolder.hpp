@@ -8,7 +8,7 @@ namespace com::kor::dal::nim::mt {
 /**
  * The scoped owner of a lock that is already acquired: `MutexHolder<T> holder(lock.acquire())`.
  * It never acquires anything. Copy and assignment hand the lock over and empty their source. A
- * holder belongs to one thread at a time.
+ * holder assigned to itself releases its lock and is empty. A holder belongs to one thread at a time.
  *
  * What releases, save the destructor, lets the failure of the lock's release() through and then
  * holds what it held.
@@ -24,6 +24,7 @@ public:
     {
         other.muxref = nullptr;
     }
+    MutexHolder(MutexHolder&& other) noexcept : MutexHolder(other) {}
     ~MutexHolder()
     {
         if (muxref != nullptr) {
@@ -39,6 +40,10 @@ public:
         muxref = other.muxref;
         other.muxref = nullptr;
         return *this;
+    }
+    MutexHolder& operator=(MutexHolder&& other)
+    {
+        return *this = other;
     }
     MutexHolder& operator=(const T& mux)
     {

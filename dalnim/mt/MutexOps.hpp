@@ -25,7 +25,7 @@ public:
     /** Unlocks. */
     virtual void release() const = 0;
     /** Unlocks; false on failure. */
-    virtual bool release(const std::nothrow_t&) const noexcept = 0;
+    virtual bool release(const std::nothrow_t&) const = 0;
     /** One attempt that does not block; true when the lock was got. */
     virtual bool request() const = 0;
 

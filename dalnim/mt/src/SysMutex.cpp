@@ -11,10 +11,28 @@ DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::mt {
 
+namespace {
+
+/**
+ * Runs an operation of the runtime's mutex. The track is made with the failure: an unlock must not
+ * fail because a track got no memory.
+ */
+template <class Operation>
+void translated(const char* scope, unsigned int line, Operation&& operation)
+{
+    try {
+        operation();
+    } catch (const RX_Exception& exc) {
+        const sys::StackTrack track(scope, SysMutex::CLASS_NAME, NAMESPACE_NAME, line);
+        sys::internal::throwTranslated(exc);
+    }
+}
+
+}
+
 SysMutex::SysMutex() : _mu(nullptr)
 {
-    const sys::StackTrack track("SysMutex()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([this] { _mu = new RX_Mutex; });
+    translated("SysMutex()", __LINE__, [this] { _mu = new RX_Mutex; });
 }
 
 SysMutex::~SysMutex()
@@ -24,15 +42,13 @@ SysMutex::~SysMutex()
 
 const MutexOps& SysMutex::acquire() const
 {
-    const sys::StackTrack track("acquire()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([this] { _mu->lock(); });
+    translated("acquire()", __LINE__, [this] { _mu->lock(); });
     return *this;
 }
 
 void SysMutex::release() const
 {
-    const sys::StackTrack track("release()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([this] { _mu->unlock(); });
+    translated("release()", __LINE__, [this] { _mu->unlock(); });
 }
 
 bool SysMutex::release(const std::nothrow_t&) const noexcept
