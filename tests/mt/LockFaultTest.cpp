@@ -1,0 +1,266 @@
+// Locks over a system interface that fails: this program stands in for its mutexes.
+
+#include <dalnim/mt/CriticalSection.hpp>
+#include <dalnim/mt/SysMutex.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/ThreadState.hpp>
+
+#include <qv/pmx/errors.h>
+#include <qv/pmx/mutex.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <string.h>
+
+namespace {
+
+using com::kor::dal::nim::mt::CriticalSection;
+using com::kor::dal::nim::mt::SysMutex;
+using com::kor::dal::nim::sys::system_error;
+using com::kor::dal::nim::sys::internal::ThreadState;
+using testing::MatchesRegex;
+
+/** What the calls of this thread get, and what they asked for. */
+struct Interface
+{
+    bool standsIn = false;
+    qv_err_t status = 0;
+    const char* text = nullptr;
+    std::vector<std::string> calls;
+};
+thread_local Interface interface;
+
+/** Records the call; true when this program answers it. */
+bool answers(const std::string& call)
+{
+    if (interface.standsIn) {
+        interface.calls.push_back(call);
+    }
+    return interface.standsIn;
+}
+
+/** Stands in for as long as it lives; succeeds at first. */
+class StandIn
+{
+public:
+    StandIn()
+    {
+        ThreadState::current(); // so that no error has to make it under these locks
+        interface = Interface();
+        interface.standsIn = true;
+    }
+    StandIn(const StandIn&) = delete;
+    StandIn& operator=(const StandIn&) = delete;
+    ~StandIn()
+    {
+        interface = Interface();
+    }
+
+    void fail(qv_err_t status, const char* text = nullptr)
+    {
+        interface.status = status;
+        interface.text = text;
+    }
+    std::vector<std::string> calls() const
+    {
+        return interface.calls;
+    }
+};
+
+}
+
+qv_err_t qv_si_mutex_init(si_mutex_t* mutex, const char* attributes) noexcept
+{
+    if (answers(std::string("init ") + (attributes != nullptr ? attributes : "null"))) {
+        return interface.status;
+    }
+    pthread_mutexattr_t recursive;
+    pthread_mutexattr_init(&recursive);
+    pthread_mutexattr_settype(&recursive, PTHREAD_MUTEX_RECURSIVE);
+    return pthread_mutex_init(&mutex->mutex, &recursive);
+}
+
+qv_err_t qv_si_mutex_destroy(si_mutex_t* mutex) noexcept
+{
+    return answers("destroy") ? interface.status : pthread_mutex_destroy(&mutex->mutex);
+}
+
+qv_err_t qv_si_mutex_lock(si_mutex_t* mutex) noexcept
+{
+    return answers("lock") ? interface.status : pthread_mutex_lock(&mutex->mutex);
+}
+
+qv_err_t qv_si_mutex_trylock(si_mutex_t* mutex) noexcept
+{
+    return answers("trylock") ? interface.status : pthread_mutex_trylock(&mutex->mutex);
+}
+
+qv_err_t qv_si_mutex_unlock(si_mutex_t* mutex) noexcept
+{
+    return answers("unlock") ? interface.status : pthread_mutex_unlock(&mutex->mutex);
+}
+
+const char* qv_si_strerror(qv_err_t code) noexcept
+{
+    return interface.text != nullptr ? interface.text : strerrordesc_np(code);
+}
+
+namespace {
+
+template <class Call>
+system_error errorOf(Call call)
+{
+    try {
+        call();
+    } catch (const system_error& error) {
+        return error;
+    }
+    ADD_FAILURE() << "nothing was thrown";
+    return system_error(0, "nothing was thrown");
+}
+
+typedef std::vector<std::string> Calls;
+
+TEST(LockFault, SectionsAskForTheirKind)
+{
+    StandIn standIn;
+    {
+        const CriticalSection byDefault;
+        const CriticalSection plain(false);
+        const CriticalSection recursive(true);
+    }
+    EXPECT_EQ((Calls{"init null", "init r", "init R", "destroy", "destroy", "destroy"}), standIn.calls());
+}
+
+TEST(LockFault, SectionsMakeOneCallEach)
+{
+    StandIn standIn;
+    const CriticalSection section;
+    section.acquire();
+    section.release();
+    EXPECT_TRUE(section.request());
+    EXPECT_TRUE(section.release(std::nothrow));
+    EXPECT_EQ((Calls{"init null", "lock", "unlock", "trylock", "unlock"}), standIn.calls());
+}
+
+TEST(LockFault, SectionsReportAFailedStart)
+{
+    StandIn standIn;
+    standIn.fail(EAGAIN);
+    const system_error byDefault = errorOf([] { const CriticalSection section; });
+    const system_error byChoice = errorOf([] { const CriticalSection section(true); });
+    for (const system_error& error : {byDefault, byChoice}) {
+        EXPECT_EQ(11, error.error());
+        EXPECT_STREQ("Resource temporarily unavailable", error.what());
+        ASSERT_EQ(1U, error.trace().size());
+        EXPECT_THAT(error.trace()[0],
+                    MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.CriticalSection\\.CriticalSection\\(\\):[0-9]+"));
+    }
+    EXPECT_EQ((Calls{"init null", "init R"}), standIn.calls()) << "what was not made is not destroyed";
+}
+
+TEST(LockFault, SectionsReportEveryStatus)
+{
+    StandIn standIn;
+    const CriticalSection section;
+    standIn.fail(EINVAL);
+    for (const system_error& error :
+         {errorOf([&] { section.acquire(); }), errorOf([&] { section.release(); })}) {
+        EXPECT_EQ(22, error.error());
+        EXPECT_STREQ("Invalid argument", error.what());
+    }
+    EXPECT_FALSE(section.request());
+    EXPECT_FALSE(section.release(std::nothrow));
+    standIn.fail(4000);
+    EXPECT_STREQ("Unknown error 4000", errorOf([&] { section.acquire(); }).what());
+}
+
+TEST(LockFault, SectionsIgnoreAFailedEnd)
+{
+    StandIn standIn;
+    {
+        const CriticalSection section;
+        standIn.fail(EBUSY);
+    }
+    EXPECT_EQ((Calls{"init null", "destroy"}), standIn.calls());
+}
+
+TEST(LockFault, MutexesMakeOneCallEach)
+{
+    StandIn standIn;
+    {
+        const SysMutex mutex;
+        mutex.acquire();
+        mutex.release();
+        EXPECT_TRUE(mutex.request());
+        EXPECT_TRUE(mutex.release(std::nothrow));
+    }
+    EXPECT_EQ((Calls{"init null", "lock", "unlock", "trylock", "unlock", "destroy"}), standIn.calls());
+}
+
+TEST(LockFault, MutexesReportAFailedStart)
+{
+    StandIn standIn;
+    standIn.fail(ENOMEM);
+    const system_error error = errorOf([] { const SysMutex mutex; });
+    EXPECT_EQ(12, error.error());
+    EXPECT_STREQ("Cannot allocate memory", error.what());
+    ASSERT_EQ(1U, error.trace().size());
+    EXPECT_THAT(error.trace()[0], MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.SysMutex\\.SysMutex\\(\\):[0-9]+"));
+    EXPECT_EQ(Calls{"init null"}, standIn.calls());
+}
+
+TEST(LockFault, MutexesReportEveryStatus)
+{
+    StandIn standIn;
+    const SysMutex mutex;
+    standIn.fail(EINVAL);
+    for (const system_error& error : {errorOf([&] { mutex.acquire(); }), errorOf([&] { mutex.release(); })}) {
+        EXPECT_EQ(22, error.error());
+        EXPECT_STREQ("Invalid argument", error.what());
+    }
+    EXPECT_FALSE(mutex.request());
+    EXPECT_FALSE(mutex.release(std::nothrow));
+    standIn.fail(EBUSY);
+    EXPECT_FALSE(mutex.request());
+    standIn.fail(0);
+}
+
+TEST(LockFault, MutexesFoldTheTextAt78Columns)
+{
+    StandIn standIn;
+    const SysMutex mutex;
+    // 76 bytes: a word of two letters behind them ends at the last column.
+    std::string words;
+    for (int i = 0; i < 38; ++i) {
+        words += "a ";
+    }
+    const std::string fits = words + "bb";
+    const std::string folds = words + "bbb";
+    standIn.fail(EINVAL, fits.c_str());
+    EXPECT_EQ(fits, errorOf([&] { mutex.acquire(); }).what());
+    standIn.fail(EINVAL, folds.c_str());
+    EXPECT_EQ(words.substr(0, 75) + "\nbbb", errorOf([&] { mutex.acquire(); }).what());
+    standIn.fail(0);
+}
+
+TEST(LockFaultDeathTest, MutexesEndTheProcessByAFailedEnd)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            StandIn standIn;
+            const SysMutex mutex;
+            standIn.fail(EBUSY);
+        },
+        testing::KilledBySignal(SIGABRT), "RX_ExFatal");
+}
+
+}

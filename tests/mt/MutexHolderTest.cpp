@@ -1,0 +1,324 @@
+#include <dalnim/mt/MutexHolder.hpp>
+
+#include <dalnim/mt/CriticalSection.hpp>
+#include <dalnim/mt/SysMutex.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <gtest/gtest.h>
+
+#include <new>
+#include <stdexcept>
+#include <thread>
+#include <type_traits>
+#include <utility>
+
+namespace {
+
+using com::kor::dal::nim::mt::CriticalSection;
+using com::kor::dal::nim::mt::MutexHolder;
+using com::kor::dal::nim::mt::MutexOps;
+using com::kor::dal::nim::mt::SysMutex;
+using com::kor::dal::nim::sys::system_error;
+
+/** A lock that tells how it was released: all that a holder asks of one. */
+class Lock
+{
+public:
+    const Lock& acquire() const
+    {
+        ++held;
+        return *this;
+    }
+    void release() const
+    {
+        ++throwing;
+        if (refusing) {
+            throw system_error(1, "refused");
+        }
+        --held;
+    }
+    bool release(const std::nothrow_t&) const
+    {
+        ++silent;
+        if (refusing) {
+            return false;
+        }
+        --held;
+        return true;
+    }
+
+    bool refusing = false;
+    mutable int held = 0;
+    mutable int throwing = 0;
+    mutable int silent = 0;
+};
+
+typedef MutexHolder<Lock> Holder;
+
+static_assert(sizeof(Holder) == sizeof(void*));
+static_assert(std::is_nothrow_default_constructible_v<Holder>);
+static_assert(std::is_constructible_v<Holder, const Lock&>);
+static_assert(std::is_constructible_v<Holder, Holder&>, "copies hand over");
+static_assert(!std::is_constructible_v<Holder, const Holder&>, "a const holder gives nothing away");
+static_assert(std::is_assignable_v<Holder&, Holder&>);
+static_assert(!std::is_assignable_v<Holder&, const Holder&>);
+static_assert(std::is_move_constructible_v<Holder>, "functions return one");
+static_assert(std::is_nothrow_destructible_v<Holder>);
+static_assert(std::is_same_v<const Lock*, decltype(std::declval<Holder&>().release(true))>);
+static_assert(std::is_same_v<const Lock*, decltype(std::declval<Holder&>().reset(std::declval<const Lock&>(), true))>);
+
+class MutexHolderTest : public testing::Test
+{
+protected:
+    Lock lock;
+    Lock other;
+};
+
+TEST_F(MutexHolderTest, HoldsNothingAtFirst)
+{
+    Holder holder;
+    EXPECT_EQ(nullptr, holder.release(true));
+    EXPECT_EQ(nullptr, holder.release(false));
+}
+
+TEST_F(MutexHolderTest, NeverAcquires)
+{
+    {
+        Holder holder(lock);
+        EXPECT_EQ(0, lock.held);
+    }
+    EXPECT_EQ(-1, lock.held);
+}
+
+TEST_F(MutexHolderTest, ReleasesSilentlyWhenItGoes)
+{
+    {
+        const Holder holder(lock.acquire());
+        EXPECT_EQ(1, lock.held);
+    }
+    EXPECT_EQ(0, lock.held);
+    EXPECT_EQ(1, lock.silent);
+    EXPECT_EQ(0, lock.throwing);
+}
+
+TEST_F(MutexHolderTest, IsSilentWhenTheLockRefusesAtTheEnd)
+{
+    lock.refusing = true;
+    {
+        const Holder holder(lock.acquire());
+    }
+    EXPECT_EQ(1, lock.silent);
+    EXPECT_EQ(1, lock.held);
+}
+
+TEST_F(MutexHolderTest, CopiesHandTheLockOver)
+{
+    Holder holder(lock.acquire());
+    {
+        Holder taker(holder);
+        EXPECT_EQ(nullptr, holder.release(true));
+        EXPECT_EQ(1, lock.held);
+    }
+    EXPECT_EQ(0, lock.held);
+    EXPECT_EQ(1, lock.silent);
+}
+
+TEST_F(MutexHolderTest, AssignmentReleasesAndTakesOver)
+{
+    Holder holder(lock.acquire());
+    {
+        Holder giver(other.acquire());
+        EXPECT_EQ(&holder, &(holder = giver));
+        EXPECT_EQ(0, lock.held);
+        EXPECT_EQ(1, lock.throwing);
+        EXPECT_EQ(1, other.held);
+    }
+    EXPECT_EQ(1, other.held) << "the giver is empty";
+    EXPECT_EQ(&other, holder.release(true));
+    EXPECT_EQ(0, other.held);
+}
+
+TEST_F(MutexHolderTest, AssignmentOfAnEmptyHolderReleases)
+{
+    Holder holder(lock.acquire());
+    Holder empty;
+    holder = empty;
+    EXPECT_EQ(0, lock.held);
+    EXPECT_EQ(nullptr, holder.release(true));
+    empty = holder;
+    EXPECT_EQ(1, lock.throwing);
+}
+
+TEST_F(MutexHolderTest, AssignmentToItselfReleasesAndEmpties)
+{
+    Holder holder(lock.acquire());
+    Holder& same = holder;
+    holder = same;
+    EXPECT_EQ(0, lock.held);
+    EXPECT_EQ(1, lock.throwing);
+    EXPECT_EQ(nullptr, holder.release(true));
+}
+
+TEST_F(MutexHolderTest, AssignmentOfALockReleasesAndTakesOver)
+{
+    Holder holder(lock.acquire());
+    EXPECT_EQ(&holder, &(holder = other.acquire()));
+    EXPECT_EQ(0, lock.held);
+    EXPECT_EQ(1, lock.throwing);
+    EXPECT_EQ(&other, holder.release(false));
+    holder = lock.acquire();
+    EXPECT_EQ(1, lock.held);
+    EXPECT_EQ(1, lock.throwing);
+}
+
+TEST_F(MutexHolderTest, ReleaseGivesTheLockBackUnlocked)
+{
+    Holder holder(lock.acquire());
+    EXPECT_EQ(&lock, holder.release(true));
+    EXPECT_EQ(0, lock.held);
+    EXPECT_EQ(1, lock.throwing);
+    EXPECT_EQ(nullptr, holder.release(true));
+    EXPECT_EQ(1, lock.throwing);
+}
+
+TEST_F(MutexHolderTest, ReleaseUnlocksUnlessToldNotTo)
+{
+    Holder holder(lock.acquire());
+    EXPECT_EQ(&lock, holder.release());
+    EXPECT_EQ(0, lock.held);
+    holder.reset(lock.acquire());
+    holder.reset(other.acquire());
+    EXPECT_EQ(0, lock.held);
+}
+
+TEST_F(MutexHolderTest, ReleaseGivesTheLockBackLocked)
+{
+    {
+        Holder holder(lock.acquire());
+        EXPECT_EQ(&lock, holder.release(false));
+    }
+    EXPECT_EQ(1, lock.held);
+    EXPECT_EQ(0, lock.throwing + lock.silent);
+}
+
+TEST_F(MutexHolderTest, ResetGivesTheOldLockBackUnlocked)
+{
+    Holder holder(lock.acquire());
+    EXPECT_EQ(&lock, holder.reset(other.acquire(), true));
+    EXPECT_EQ(0, lock.held);
+    EXPECT_EQ(1, lock.throwing);
+    EXPECT_EQ(1, other.held);
+    EXPECT_EQ(&other, holder.release(true));
+}
+
+TEST_F(MutexHolderTest, ResetGivesTheOldLockBackLocked)
+{
+    Holder holder(lock.acquire());
+    EXPECT_EQ(&lock, holder.reset(other.acquire(), false));
+    EXPECT_EQ(1, lock.held);
+    EXPECT_EQ(0, lock.throwing);
+    EXPECT_EQ(&other, holder.release(true));
+}
+
+TEST_F(MutexHolderTest, ResetOfAnEmptyHolderGivesNull)
+{
+    Holder holder;
+    EXPECT_EQ(nullptr, holder.reset(lock.acquire(), true));
+    EXPECT_EQ(1, lock.held);
+    EXPECT_EQ(&lock, holder.release(true));
+}
+
+// What refuses to be released is still held.
+
+class RefusingLock : public MutexHolderTest
+{
+protected:
+    Holder holder{lock.acquire()};
+    Holder giver{other.acquire()};
+
+    void SetUp() override
+    {
+        lock.refusing = true;
+    }
+    void TearDown() override
+    {
+        EXPECT_EQ(1, lock.held);
+        EXPECT_EQ(1, other.held);
+        EXPECT_EQ(&lock, holder.release(false));
+        EXPECT_EQ(&other, giver.release(true));
+    }
+};
+
+TEST_F(RefusingLock, StaysWithAnAssignedHolder)
+{
+    EXPECT_THROW(holder = giver, system_error);
+    EXPECT_THROW(holder = std::move(giver), system_error);
+    EXPECT_THROW(holder = other, system_error);
+    Holder& same = holder;
+    EXPECT_THROW(holder = same, system_error);
+}
+
+TEST_F(RefusingLock, StaysWithAReleasedHolder)
+{
+    EXPECT_THROW(holder.release(true), system_error);
+    EXPECT_THROW(holder.release(), system_error);
+}
+
+TEST_F(RefusingLock, StaysWithAResetHolder)
+{
+    EXPECT_THROW(holder.reset(other, true), system_error);
+}
+
+Holder handedThrough(Holder holder)
+{
+    return holder;
+}
+
+TEST_F(MutexHolderTest, IsHandedFromFunctionToFunction)
+{
+    {
+        Holder first(lock.acquire());
+        Holder second = handedThrough(first);
+        EXPECT_EQ(1, lock.held);
+        EXPECT_EQ(nullptr, first.release(true));
+        first = handedThrough(second);
+        EXPECT_EQ(1, lock.held);
+        EXPECT_EQ(nullptr, second.release(true));
+        Holder third(std::move(first));
+        EXPECT_EQ(nullptr, first.release(true));
+        EXPECT_EQ(1, lock.held);
+    }
+    EXPECT_EQ(0, lock.held);
+    EXPECT_EQ(1, lock.silent);
+    EXPECT_EQ(0, lock.throwing);
+}
+
+TEST(MutexHolder, HoldsTheLocksOfTheLibrary)
+{
+    const SysMutex mutex;
+    const CriticalSection section(false);
+    const auto areFree = [&] {
+        bool free = false;
+        std::thread([&] {
+            free = mutex.request() && mutex.release(std::nothrow) && section.request() &&
+                   section.release(std::nothrow);
+        }).join();
+        return free;
+    };
+    {
+        const MutexHolder<MutexOps> mutexHolder(mutex.acquire());
+        const MutexHolder<CriticalSection> sectionHolder(section.acquire());
+        EXPECT_FALSE(areFree());
+    }
+    EXPECT_TRUE(areFree());
+
+    MutexHolder<CriticalSection> holder(section);
+    try {
+        holder.release();
+        FAIL() << "nothing was thrown";
+    } catch (const system_error& error) {
+        EXPECT_EQ(1, error.error());
+    }
+}
+
+}
