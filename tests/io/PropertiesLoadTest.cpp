@@ -568,7 +568,7 @@ struct Disorder
 
 TEST(PropertiesLoad, LongTextWithoutOrder)
 {
-    for (const auto& [lines, keys] : {std::pair(30000, 10000u), std::pair(300000, 200000u)}) {
+    for (const auto& [lines, keys] : {std::pair(30000, 10000u), std::pair(150000, 100000u)}) {
         const Disorder disorder(static_cast<std::size_t>(lines), keys);
         EXPECT_TRUE(disorder.expected == loaded(disorder.text)) << lines;
     }
