@@ -54,7 +54,8 @@ private:
 
 std::ptrdiff_t openFiles()
 {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                         std::filesystem::directory_iterator());
 }
 
 void runOnSmallStack(std::function<void()> work)
@@ -107,15 +108,16 @@ protected:
     }
 
     /** Loads that file of the folder as the file that it is. */
-    Table load(const String& name, Properties::Severity sev = Properties::SEV_ERROR, bool keep_trailing_ws = false)
+    Table load(const String& name, Properties::Severity sev = Properties::SEV_ERROR,
+               bool keep_trailing_ws = false)
     {
         std::ifstream stream(folder + name);
         EXPECT_TRUE(stream.is_open());
         return loadText(stream, folder + name, sev, keep_trailing_ws);
     }
 
-    Table loadText(std::istream& stream, const String& filepath, Properties::Severity sev = Properties::SEV_ERROR,
-                   bool keep_trailing_ws = false)
+    Table loadText(std::istream& stream, const String& filepath,
+                   Properties::Severity sev = Properties::SEV_ERROR, bool keep_trailing_ws = false)
     {
         std::ostringstream warning_stream;
         std::ostringstream notes;
@@ -125,7 +127,8 @@ protected:
         return Table(properties.begin(), properties.end());
     }
 
-    Table loadText(const String& text, const String& filepath, Properties::Severity sev = Properties::SEV_ERROR)
+    Table loadText(const String& text, const String& filepath,
+                   Properties::Severity sev = Properties::SEV_ERROR)
     {
         std::istringstream stream(text);
         return loadText(stream, filepath, sev);
@@ -172,7 +175,8 @@ TEST_F(PropertiesInclude, CycleEndsWithoutAMessage)
 {
     file("a.conf", "%pragma include \"b.conf\"\nk=a\na=1\n");
     file("b.conf", "%pragma include \"a.conf\"\nk=b\nb=1\n");
-    EXPECT_THAT(load("a.conf", Properties::SEV_NOTE), ElementsAre(Pair("a", "1"), Pair("b", "1"), Pair("k", "a")));
+    EXPECT_THAT(load("a.conf", Properties::SEV_NOTE),
+                ElementsAre(Pair("a", "1"), Pair("b", "1"), Pair("k", "a")));
     EXPECT_EQ("WARNING: a.conf:2: Overriding property \"k\"\n", warnings);
 }
 
@@ -185,7 +189,8 @@ TEST_F(PropertiesInclude, FileThatIncludesItself)
 
 TEST_F(PropertiesInclude, TwiceReadsOnce)
 {
-    file("a.conf", "%pragma include \"c.conf\"\nc=changed\n%pragma include \"b.conf\"\n%pragma include \"c.conf\"\n");
+    file("a.conf",
+         "%pragma include \"c.conf\"\nc=changed\n%pragma include \"b.conf\"\n%pragma include \"c.conf\"\n");
     file("b.conf", "%pragma include \"c.conf\"\n");
     file("c.conf", "c=1\n");
     EXPECT_THAT(load("a.conf", Properties::SEV_NOTE), ElementsAre(Pair("c", "changed")));
@@ -262,7 +267,8 @@ TEST_F(PropertiesInclude, ArgumentIsTakenRaw)
 TEST_F(PropertiesInclude, MissingFile)
 {
     file("a.conf", "\na=1\n%pragma include \"missing.conf\"\nb=1\n");
-    EXPECT_EQ("ERROR: a.conf:3: failed to open include file: \"" + folder + "missing.conf\"", failureOf("a.conf"));
+    EXPECT_EQ("ERROR: a.conf:3: failed to open include file: \"" + folder + "missing.conf\"",
+              failureOf("a.conf"));
     EXPECT_EQ("1", properties.getProperty("a"));
     EXPECT_FALSE(properties.containsKey("b"));
 }
@@ -271,7 +277,8 @@ TEST_F(PropertiesInclude, MessageNamesTheFileThatIncludes)
 {
     file("a.conf", "%pragma include \"sub/b.conf\"\n");
     file("sub/b.conf", "%pragma include \"c.conf\"\n");
-    EXPECT_EQ("ERROR: b.conf:1: failed to open include file: \"" + folder + "sub/c.conf\"", failureOf("a.conf"));
+    EXPECT_EQ("ERROR: b.conf:1: failed to open include file: \"" + folder + "sub/c.conf\"",
+              failureOf("a.conf"));
 
     file("sub/c.conf", "\n\nk=\\x\n");
     try {
@@ -372,8 +379,8 @@ TEST_F(PropertiesInclude, ChainThatIsTooDeepIsAFileThatCannotBeOpened)
     const std::ptrdiff_t before = openFiles();
     {
         const OpenFileLimit limit(128);
-        EXPECT_THAT(failureOf("0"), testing::MatchesRegex("ERROR: [0-9]+:1: failed to open include file: \"" + folder +
-                                                          "[0-9]+\""));
+        EXPECT_THAT(failureOf("0"), testing::MatchesRegex("ERROR: [0-9]+:1: failed to open include file: \"" +
+                                                          folder + "[0-9]+\""));
     }
     EXPECT_EQ(before, openFiles());
     EXPECT_THAT(Table(properties.begin(), properties.end()), IsEmpty());

@@ -72,8 +72,9 @@ TEST(PropertiesLoad, KeyAndValue)
 {
     EXPECT_THAT(loaded("key"), ElementsAre(Pair("key", "")));
     EXPECT_THAT(loaded("key="), ElementsAre(Pair("key", "")));
-    for (const char* const text : {"key value", "key=value", "key:value", "key = value", "key : value", "key\tvalue",
-                                   " \t\v\f\rkey=value", "key \v\f=\t value", "key=value\n", "key=value\r\n"}) {
+    for (const char* const text :
+         {"key value", "key=value", "key:value", "key = value", "key : value", "key\tvalue",
+          " \t\v\f\rkey=value", "key \v\f=\t value", "key=value\n", "key=value\r\n"}) {
         EXPECT_THAT(loaded(text), ElementsAre(Pair("key", "value"))) << text;
     }
 }
@@ -133,7 +134,8 @@ TEST(PropertiesLoad, Comments)
     EXPECT_THAT(loaded("#a=1\n!b=2\n  # c=3\n\t!d=4\n"), IsEmpty());
     EXPECT_THAT(loaded("a=#1\nb#=!2\n"), ElementsAre(Pair("a", "#1"), Pair("b#", "!2")));
     EXPECT_THAT(loaded("# a comment is not continued\\\nb=2"), ElementsAre(Pair("b", "2")));
-    EXPECT_THAT(loaded("\\#a=1\n\\!b=2\n\\%c=3"), ElementsAre(Pair("!b", "2"), Pair("#a", "1"), Pair("%c", "3")));
+    EXPECT_THAT(loaded("\\#a=1\n\\!b=2\n\\%c=3"),
+                ElementsAre(Pair("!b", "2"), Pair("#a", "1"), Pair("%c", "3")));
 }
 
 TEST(PropertiesLoad, BlankLines)
@@ -326,8 +328,8 @@ TEST(PropertiesLoad, SeverityPragma)
 TEST(PropertiesLoad, LinesThatAreIgnored)
 {
     for (const char* const text :
-         {"%foo bar", "%pragma", "% pragma include \"x\"", "%", "%%", "%=x", "%Pragma include x", "%pragmas include x",
-          "%pragma=include", "%pragm include x", "  %foo\\", "%pragma\\ x"}) {
+         {"%foo bar", "%pragma", "% pragma include \"x\"", "%", "%%", "%=x", "%Pragma include x",
+          "%pragmas include x", "%pragma=include", "%pragm include x", "  %foo\\", "%pragma\\ x"}) {
         EXPECT_EQ("loaded", failureOf(text)) << text;
         EXPECT_THAT(loaded(text), IsEmpty()) << text;
         EXPECT_THAT(loaded(String(text) + "\nk=v"), ElementsAre(Pair("k", "v"))) << text;
@@ -337,20 +339,28 @@ TEST(PropertiesLoad, LinesThatAreIgnored)
 TEST(PropertiesLoad, CommandsThatAreUnknown)
 {
     const std::pair<const char*, const char*> cases[] = {
-        {"%pragma foo", "foo"},          {"%pragma include", "include"},   {"%pragma severity", "severity"},
-        {"%pragma foo bar", "foo"},      {"%pragma ", ""},                 {"%pragma \t ", ""},
-        {"%pragma\r", ""},               {"%pragma foo ", "foo"},          {"  %pragma   Include \"x\"  ", "Include"},
+        {"%pragma foo", "foo"},
+        {"%pragma include", "include"},
+        {"%pragma severity", "severity"},
+        {"%pragma foo bar", "foo"},
+        {"%pragma ", ""},
+        {"%pragma \t ", ""},
+        {"%pragma\r", ""},
+        {"%pragma foo ", "foo"},
+        {"  %pragma   Include \"x\"  ", "Include"},
         {"%pragma includes x", "includes"},
     };
     for (const auto& [text, command] : cases) {
-        EXPECT_EQ(String("ERROR: x.conf:1: unknown %pragma command: \"") + command + "\"", failureOf(text)) << text;
+        EXPECT_EQ(String("ERROR: x.conf:1: unknown %pragma command: \"") + command + "\"", failureOf(text))
+            << text;
     }
 }
 
 TEST(PropertiesLoad, ArgumentsThatAreTooMany)
 {
-    for (const char* const text : {"%pragma foo bar baz", "%pragma include \"a\" b", "%pragma include \"a b\"",
-                                   "%pragma severity error note", "%pragma severity bad bad"}) {
+    for (const char* const text :
+         {"%pragma foo bar baz", "%pragma include \"a\" b", "%pragma include \"a b\"",
+          "%pragma severity error note", "%pragma severity bad bad"}) {
         EXPECT_EQ("ERROR: x.conf:1: invalid number of args for %pragma command", failureOf(text)) << text;
     }
 }
@@ -363,7 +373,8 @@ TEST(PropertiesLoad, SeveritiesThatAreUnknown)
                                                          {"%pragma severity ", ""},
                                                          {"%pragma severity err\\u006fr", "err\\u006fr"}};
     for (const auto& [text, argument] : cases) {
-        EXPECT_EQ(String("ERROR: x.conf:1: invalid arg for %pragma severity: \"") + argument + "\"", failureOf(text))
+        EXPECT_EQ(String("ERROR: x.conf:1: invalid arg for %pragma severity: \"") + argument + "\"",
+                  failureOf(text))
             << text;
     }
 }
@@ -371,12 +382,13 @@ TEST(PropertiesLoad, SeveritiesThatAreUnknown)
 TEST(PropertiesLoad, IncludesThatAreNotQuoted)
 {
     const std::pair<const char*, const char*> cases[] = {
-        {"%pragma include a.conf", "a.conf"}, {"%pragma include \"", "\""},     {"%pragma include \"a", "\"a"},
-        {"%pragma include a\"", "a\""},       {"%pragma include 'a'", "'a'"},   {"%pragma include ", ""},
+        {"%pragma include a.conf", "a.conf"}, {"%pragma include \"", "\""},   {"%pragma include \"a", "\"a"},
+        {"%pragma include a\"", "a\""},       {"%pragma include 'a'", "'a'"}, {"%pragma include ", ""},
         {"%pragma include a\" ", "a\""},
     };
     for (const auto& [text, argument] : cases) {
-        EXPECT_EQ(String("ERROR: x.conf:1: invalid arg for %pragma include: \"") + argument + "\"", failureOf(text))
+        EXPECT_EQ(String("ERROR: x.conf:1: invalid arg for %pragma include: \"") + argument + "\"",
+                  failureOf(text))
             << text;
     }
 }
@@ -417,7 +429,8 @@ TEST(PropertiesLoad, ErrorTellsThePhysicalLine)
 {
     EXPECT_EQ("ERROR: x.conf:5: Invalid hex escape sequence '\\x.'.",
               failureOf("a=1\n# comment\n\nb=2\\\n\\x.\nc=3\n"));
-    EXPECT_EQ("ERROR: x.conf:1234: unknown %pragma command: \"x\"", failureOf(String(1233, '\n') + "%pragma x"));
+    EXPECT_EQ("ERROR: x.conf:1234: unknown %pragma command: \"x\"",
+              failureOf(String(1233, '\n') + "%pragma x"));
 }
 
 TEST(PropertiesLoad, ErrorWithoutAFileName)

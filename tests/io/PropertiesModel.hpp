@@ -21,8 +21,8 @@ public:
     /** Empty if the text is well-formed. */
     std::string error;
 
-    Model(const std::string& text, const std::string& file_folder, const std::string& file_name, bool report_all,
-          bool keep_ws)
+    Model(const std::string& text, const std::string& file_folder, const std::string& file_name,
+          bool report_all, bool keep_ws)
         : folder(file_folder), name(file_name), report(report_all), keep(keep_ws)
     {
         cutIntoLines(text);
@@ -47,7 +47,8 @@ private:
     static int digit(char c, int base)
     {
         const char* const digits = "0123456789abcdef";
-        const char* const found = c == 0 ? nullptr : std::strchr(digits, std::tolower(static_cast<unsigned char>(c)));
+        const char* const found =
+            c == 0 ? nullptr : std::strchr(digits, std::tolower(static_cast<unsigned char>(c)));
         const int value = found == nullptr ? base : static_cast<int>(found - digits);
         return value < base ? value : -1;
     }
@@ -134,7 +135,8 @@ private:
                     value = value * 16 + digit(c, 16);
                 }
                 if (value > 255) {
-                    fail("Unicode escape sequence '\\u" + digits + "' exceeds capacity of single byte character.");
+                    fail("Unicode escape sequence '\\u" + digits +
+                         "' exceeds capacity of single byte character.");
                     return false;
                 }
                 put(value);
@@ -198,7 +200,8 @@ private:
             }
         }
         if (table.count(key) != 0 && report) {
-            warnings += "WARNING: " + name + ":" + std::to_string(next) + ": Overriding property \"" + key + "\"\n";
+            warnings +=
+                "WARNING: " + name + ":" + std::to_string(next) + ": Overriding property \"" + key + "\"\n";
         }
         table[key] = text.substr(i);
     }
@@ -242,7 +245,8 @@ private:
             if (argument.size() < 2 || argument[0] != '"' || argument[argument.size() - 1] != '"') {
                 fail("invalid arg for %pragma include: \"" + argument + "\"");
             } else if (argument != "\"" + name + "\"") {
-                fail("failed to open include file: \"" + folder + argument.substr(1, argument.size() - 2) + "\"");
+                fail("failed to open include file: \"" + folder + argument.substr(1, argument.size() - 2) +
+                     "\"");
             }
         } else {
             fail("unknown %pragma command: \"" + command + "\"");

@@ -18,10 +18,15 @@ using propertiestest::Model;
 /** A text of what means something in a properties file, and of what does not. */
 String randomText(std::mt19937& random)
 {
-    static const char* const pieces[] = {
-        "\\", "\\\n", "\n", "\n", "\n", " ", "\t", "\r\n", "=", ":", "#", "!", "%", "%pragma ", "%pragma severity ",
-        "warning", "error\n", "include ", "\"x.conf\"", "\"", "\\u", "\\u0041", "\\u00", "\\x", "\\x4", "\\x41", "\\101",
-        "\\4", "\\377", "\\t", "\\ ", "\\=", "a", "b", "key", "value", "e9", "0", "7", "\xff", "\v"};
+    static const char* const pieces[] = {"\\",      "\\\n",    "\n",       "\n",         "\n",
+                                         " ",       "\t",      "\r\n",     "=",          ":",
+                                         "#",       "!",       "%",        "%pragma ",   "%pragma severity ",
+                                         "warning", "error\n", "include ", "\"x.conf\"", "\"",
+                                         "\\u",     "\\u0041", "\\u00",    "\\x",        "\\x4",
+                                         "\\x41",   "\\101",   "\\4",      "\\377",      "\\t",
+                                         "\\ ",     "\\=",     "a",        "b",          "key",
+                                         "value",   "e9",      "0",        "7",          "\xff",
+                                         "\v"};
     String text;
     for (auto count = random() % 24; count > 0; --count) {
         text += pieces[random() % (sizeof pieces / sizeof *pieces)];

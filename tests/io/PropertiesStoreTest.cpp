@@ -47,7 +47,8 @@ bool canCarryKey(const String& key)
 
 bool canCarryValue(const String& value)
 {
-    // A blank at the end is written bare, and trimmed on reading. All other white space is written as an escape.
+    // A blank at the end is written bare, and trimmed on reading. All other white space is written as an
+    // escape.
     return value.empty() || (isspace(static_cast<unsigned char>(value.front())) == 0 && value.back() != ' ');
 }
 
@@ -63,8 +64,9 @@ TEST(PropertiesStore, HeaderAndTime)
     const String text = stored(Properties(), "head\nof file");
     unsetenv("TZ");
     tzset();
-    EXPECT_THAT(text, testing::MatchesRegex("#head\nof file\n#[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] "
-                                            "[0-9][0-9]:[0-9][0-9]:[0-9][0-9] \\+0530 [0-9][0-9][0-9][0-9]\n"));
+    EXPECT_THAT(text,
+                testing::MatchesRegex("#head\nof file\n#[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] "
+                                      "[0-9][0-9]:[0-9][0-9]:[0-9][0-9] \\+0530 [0-9][0-9][0-9][0-9]\n"));
 }
 
 TEST(PropertiesStore, TimeIsNow)
@@ -99,16 +101,26 @@ TEST(PropertiesStore, EscapesOfAllBytes)
     properties.setProperty(all, all);
     const String escaped =
         "\\u0000\\u0001\\u0002\\u0003\\u0004\\u0005\\u0006\\a\\b\\t\\n\\v\\f\\r\\u000E\\u000F"
-        "\\u0010\\u0011\\u0012\\u0013\\u0014\\u0015\\u0016\\u0017\\u0018\\u0019\\u001A\\u001B\\u001C\\u001D\\u001E\\u001F"
-        " !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\\\]^_`abcdefghijklmnopqrstuvwxyz{|}~\\u007F"
-        "\\u0080\\u0081\\u0082\\u0083\\u0084\\u0085\\u0086\\u0087\\u0088\\u0089\\u008A\\u008B\\u008C\\u008D\\u008E\\u008F"
-        "\\u0090\\u0091\\u0092\\u0093\\u0094\\u0095\\u0096\\u0097\\u0098\\u0099\\u009A\\u009B\\u009C\\u009D\\u009E\\u009F"
-        "\\u00A0\\u00A1\\u00A2\\u00A3\\u00A4\\u00A5\\u00A6\\u00A7\\u00A8\\u00A9\\u00AA\\u00AB\\u00AC\\u00AD\\u00AE\\u00AF"
-        "\\u00B0\\u00B1\\u00B2\\u00B3\\u00B4\\u00B5\\u00B6\\u00B7\\u00B8\\u00B9\\u00BA\\u00BB\\u00BC\\u00BD\\u00BE\\u00BF"
-        "\\u00C0\\u00C1\\u00C2\\u00C3\\u00C4\\u00C5\\u00C6\\u00C7\\u00C8\\u00C9\\u00CA\\u00CB\\u00CC\\u00CD\\u00CE\\u00CF"
-        "\\u00D0\\u00D1\\u00D2\\u00D3\\u00D4\\u00D5\\u00D6\\u00D7\\u00D8\\u00D9\\u00DA\\u00DB\\u00DC\\u00DD\\u00DE\\u00DF"
-        "\\u00E0\\u00E1\\u00E2\\u00E3\\u00E4\\u00E5\\u00E6\\u00E7\\u00E8\\u00E9\\u00EA\\u00EB\\u00EC\\u00ED\\u00EE\\u00EF"
-        "\\u00F0\\u00F1\\u00F2\\u00F3\\u00F4\\u00F5\\u00F6\\u00F7\\u00F8\\u00F9\\u00FA\\u00FB\\u00FC\\u00FD\\u00FE\\u00FF";
+        "\\u0010\\u0011\\u0012\\u0013\\u0014\\u0015\\u0016\\u0017"
+        "\\u0018\\u0019\\u001A\\u001B\\u001C\\u001D\\u001E\\u001F"
+        " !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+        "[\\\\]^_`abcdefghijklmnopqrstuvwxyz{|}~\\u007F"
+        "\\u0080\\u0081\\u0082\\u0083\\u0084\\u0085\\u0086\\u0087"
+        "\\u0088\\u0089\\u008A\\u008B\\u008C\\u008D\\u008E\\u008F"
+        "\\u0090\\u0091\\u0092\\u0093\\u0094\\u0095\\u0096\\u0097"
+        "\\u0098\\u0099\\u009A\\u009B\\u009C\\u009D\\u009E\\u009F"
+        "\\u00A0\\u00A1\\u00A2\\u00A3\\u00A4\\u00A5\\u00A6\\u00A7"
+        "\\u00A8\\u00A9\\u00AA\\u00AB\\u00AC\\u00AD\\u00AE\\u00AF"
+        "\\u00B0\\u00B1\\u00B2\\u00B3\\u00B4\\u00B5\\u00B6\\u00B7"
+        "\\u00B8\\u00B9\\u00BA\\u00BB\\u00BC\\u00BD\\u00BE\\u00BF"
+        "\\u00C0\\u00C1\\u00C2\\u00C3\\u00C4\\u00C5\\u00C6\\u00C7"
+        "\\u00C8\\u00C9\\u00CA\\u00CB\\u00CC\\u00CD\\u00CE\\u00CF"
+        "\\u00D0\\u00D1\\u00D2\\u00D3\\u00D4\\u00D5\\u00D6\\u00D7"
+        "\\u00D8\\u00D9\\u00DA\\u00DB\\u00DC\\u00DD\\u00DE\\u00DF"
+        "\\u00E0\\u00E1\\u00E2\\u00E3\\u00E4\\u00E5\\u00E6\\u00E7"
+        "\\u00E8\\u00E9\\u00EA\\u00EB\\u00EC\\u00ED\\u00EE\\u00EF"
+        "\\u00F0\\u00F1\\u00F2\\u00F3\\u00F4\\u00F5\\u00F6\\u00F7"
+        "\\u00F8\\u00F9\\u00FA\\u00FB\\u00FC\\u00FD\\u00FE\\u00FF";
     EXPECT_EQ(escaped + "=" + escaped + "\n", storedBody(properties));
 }
 
@@ -205,7 +217,8 @@ TEST(PropertiesStore, RoundTripOfWhatTheFormatCarries)
         carried += properties.size();
         std::istringstream stream(stored(properties, "round trip"));
         const Properties read(stream);
-        ASSERT_EQ(Table(properties.begin(), properties.end()), Table(read.begin(), read.end())) << stream.str();
+        ASSERT_EQ(Table(properties.begin(), properties.end()), Table(read.begin(), read.end()))
+            << stream.str();
     }
     EXPECT_LT(4000u, carried);
 }

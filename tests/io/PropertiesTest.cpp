@@ -28,7 +28,8 @@ static_assert(!std::is_constructible_v<Properties, std::istream&, const char*>);
 static_assert(!std::is_constructible_v<Properties, std::istream&, const char (&)[5]>);
 
 template <typename Path>
-using LoadWith = decltype(std::declval<Properties&>().load(std::declval<std::istream&>(), std::declval<Path>()));
+using LoadWith =
+    decltype(std::declval<Properties&>().load(std::declval<std::istream&>(), std::declval<Path>()));
 template <typename Path, typename = void>
 constexpr bool canLoadWith = false;
 template <typename Path>
@@ -141,8 +142,8 @@ TEST(Properties, KeysStandInTheOrderOfUnsignedBytes)
     for (const char* const key : {"\xff", "b", "a", "ab", "\x7f", "B", "a!"}) {
         table.setProperty(key, "");
     }
-    EXPECT_THAT(pairsOf(table), ElementsAre(Pair("B", ""), Pair("a", ""), Pair("a!", ""), Pair("ab", ""), Pair("b", ""),
-                                            Pair("\x7f", ""), Pair("\xff", "")));
+    EXPECT_THAT(pairsOf(table), ElementsAre(Pair("B", ""), Pair("a", ""), Pair("a!", ""), Pair("ab", ""),
+                                            Pair("b", ""), Pair("\x7f", ""), Pair("\xff", "")));
 }
 
 TEST(Properties, ZeroBytesCount)
@@ -267,7 +268,8 @@ TEST(PropertiesSelection, EmptyPrefixAndEmptyKey)
     const Properties table(text);
     ASSERT_EQ(2u, table.size());
     for (const bool strip : {false, true}) {
-        EXPECT_EQ("empty key not allowed", refusalOf([&table, strip] { table.getProperties("", strip, false); }));
+        EXPECT_EQ("empty key not allowed",
+                  refusalOf([&table, strip] { table.getProperties("", strip, false); }));
     }
     const Owned other(table.getProperties("k", false));
     EXPECT_THAT(pairsOf(*other), ElementsAre(Pair("k", "w")));

@@ -15,7 +15,8 @@ Config::Config(const Config& r) = default;
 
 Config::~Config() = default;
 
-Properties* Config::getDefaultedProperties(const Properties& source, const String& specific_id, bool deep_copy)
+Properties* Config::getDefaultedProperties(const Properties& source, const String& specific_id,
+                                           bool deep_copy)
 {
     const sys::StackTrack track("getDefaultedProperties()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     const String wildcard = "*/";
