@@ -16,6 +16,14 @@ void create_init_sync()
     qv_si_mutex_init(&_init_sync, "R");
 }
 
+void free_init_sync_in_child()
+{
+    // The mutex may know its owner by the number that the thread had in the parent, and refuse.
+    if (qv_si_mutex_unlock(&_init_sync) != 0) {
+        create_init_sync();
+    }
+}
+
 /** Sees to it that no forked child starts with the lock held by a thread that it does not have. */
 const struct ForkHandlers
 {
@@ -23,7 +31,7 @@ const struct ForkHandlers
     {
         pthread_once(&_init_once, create_init_sync);
         pthread_atfork([] { qv_si_mutex_lock(&_init_sync); }, [] { qv_si_mutex_unlock(&_init_sync); },
-                       create_init_sync);
+                       free_init_sync_in_child);
     }
 } fork_handlers;
 
