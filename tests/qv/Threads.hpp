@@ -43,13 +43,15 @@ class Caller
 public:
     template <class Call>
     explicit Caller(Call call)
-        : _thread([this, call]() mutable {
-              _started.set_value(gettid());
-              call();
-              _hasEnded = true;
-          }),
-          _tid(_started.get_future().get())
     {
+        std::promise<pid_t> promise;
+        std::future<pid_t> tid = promise.get_future();
+        _thread = std::thread([this, call, started = std::move(promise)]() mutable {
+            started.set_value(gettid());
+            call();
+            _hasEnded = true;
+        });
+        _tid = tid.get();
     }
     Caller(const Caller&) = delete;
     Caller& operator=(const Caller&) = delete;
@@ -104,10 +106,9 @@ private:
         return std::string();
     }
 
-    std::promise<pid_t> _started;
     std::atomic<bool> _hasEnded{false};
     std::thread _thread;
-    pid_t _tid;
+    pid_t _tid = 0;
 };
 
 }
