@@ -8,9 +8,10 @@
 class DALNIM_API RX_ExError : public RX_ExFatal
 {
 public:
-    explicit RX_ExError(int code, const RX_String& a1 = RX_String::none, const RX_String& a2 = RX_String::none,
-                        const RX_String& a3 = RX_String::none, const RX_String& a4 = RX_String::none,
-                        const RX_String& a5 = RX_String::none, const RX_String& a6 = RX_String::none);
+    explicit RX_ExError(int code, const RX_String& a1 = RX_String::none,
+                        const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
+                        const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,
+                        const RX_String& a6 = RX_String::none);
     RX_ExError(unsigned int line, const RX_String& file, int code, const RX_String& a1 = RX_String::none,
                const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
                const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,

@@ -8,9 +8,10 @@
 class DALNIM_API RX_ExWarning : public RX_ExError
 {
 public:
-    explicit RX_ExWarning(int code, const RX_String& a1 = RX_String::none, const RX_String& a2 = RX_String::none,
-                          const RX_String& a3 = RX_String::none, const RX_String& a4 = RX_String::none,
-                          const RX_String& a5 = RX_String::none, const RX_String& a6 = RX_String::none);
+    explicit RX_ExWarning(int code, const RX_String& a1 = RX_String::none,
+                          const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
+                          const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,
+                          const RX_String& a6 = RX_String::none);
     RX_ExWarning(unsigned int line, const RX_String& file, int code, const RX_String& a1 = RX_String::none,
                  const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
                  const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,

@@ -8,9 +8,10 @@
 class DALNIM_API RX_Exception : public RX_Exception_
 {
 public:
-    explicit RX_Exception(int code, const RX_String& a1 = RX_String::none, const RX_String& a2 = RX_String::none,
-                          const RX_String& a3 = RX_String::none, const RX_String& a4 = RX_String::none,
-                          const RX_String& a5 = RX_String::none, const RX_String& a6 = RX_String::none);
+    explicit RX_Exception(int code, const RX_String& a1 = RX_String::none,
+                          const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
+                          const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,
+                          const RX_String& a6 = RX_String::none);
     RX_Exception(unsigned int line, const RX_String& file, int code, const RX_String& a1 = RX_String::none,
                  const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
                  const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,

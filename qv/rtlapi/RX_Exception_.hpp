@@ -40,9 +40,10 @@ public:
     const RX_String& getArgument(unsigned int index) const noexcept;
 
     /** Hangs a further message behind the last one. Gives this exception. */
-    RX_Exception_& chain(int code, const RX_String& a1 = RX_String::none, const RX_String& a2 = RX_String::none,
-                         const RX_String& a3 = RX_String::none, const RX_String& a4 = RX_String::none,
-                         const RX_String& a5 = RX_String::none, const RX_String& a6 = RX_String::none);
+    RX_Exception_& chain(int code, const RX_String& a1 = RX_String::none,
+                         const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
+                         const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,
+                         const RX_String& a6 = RX_String::none);
 
     /**
      * The whole message: for every message of the chain, on a line of its own, the text of its code
@@ -59,8 +60,9 @@ public:
     virtual RX_Exception* clone() const = 0;
 
 protected:
-    RX_Exception_(unsigned int line, const RX_String& file, int code, const RX_String& a1, const RX_String& a2,
-                  const RX_String& a3, const RX_String& a4, const RX_String& a5, const RX_String& a6);
+    RX_Exception_(unsigned int line, const RX_String& file, int code, const RX_String& a1,
+                  const RX_String& a2, const RX_String& a3, const RX_String& a4, const RX_String& a5,
+                  const RX_String& a6);
     RX_Exception_(const RX_Exception_& other);
     RX_Exception_& operator=(const RX_Exception_& other);
 

@@ -60,9 +60,9 @@ public:
     virtual void put(RX_Closure* const& closure);
     /** Appends a closure, whether there is room or not. */
     virtual void putProbe(RX_Closure* const& closure);
-    /** Appends a closure if there is room: 1. If there is not, or nothing runs here, 0: it stays the caller's. */
+    /** Appends a closure if there is room: 1. Otherwise, or when nothing runs here, 0: the caller keeps it. */
     virtual qv_bool_t tryPut(RX_Closure* const& closure);
-    /** Runs the oldest pending closure on the calling thread: 1, or 0 when there is none. Its exceptions pass. */
+    /** Runs the oldest pending closure on the calling thread, 1, or 0 when there is none. Exceptions pass. */
     virtual qv_bool_t runPending();
     /** The number of pending closures. */
     virtual unsigned int size() const;

@@ -51,6 +51,9 @@ TEST(StrError, KnowsAMessageOfEveryFamily)
     EXPECT_STREQ(qv_si_strerror(51712), "Configuration entry not found");
     EXPECT_STREQ(qv_si_strerror(51968), "Authentication failed");
     EXPECT_STREQ(qv_si_strerror(52224), "File cannot be mapped into memory");
+    EXPECT_STREQ(qv_si_strerror(52480), "Path cannot be resolved");
+    EXPECT_STREQ(qv_si_strerror(52736), "Java virtual machine not found");
+    EXPECT_STREQ(qv_si_strerror(52992), "Signal handler cannot be installed");
 }
 
 TEST(StrError, GivesTheSameTextOnEveryThread)
@@ -75,6 +78,9 @@ TEST(ErrorTables, WereEnteredWhenTheLibraryWasLoaded)
     EXPECT_EQ(_qv_UCNF_error_table_initializer_done, 1);
     EXPECT_EQ(_qv_AUTH_error_table_initializer_done, 1);
     EXPECT_EQ(_qv_MAPP_error_table_initializer_done, 1);
+    EXPECT_EQ(_qv_MISC_error_table_initializer_done, 1);
+    EXPECT_EQ(_qv_JVMI_error_table_initializer_done, 1);
+    EXPECT_EQ(_qv_SGNL_error_table_initializer_done, 1);
 }
 
 int initCalls = 0;

@@ -39,9 +39,12 @@ TEST(AddressLookUp, GoesThereAndBack)
     EXPECT_EQ(list->ai_family, AF_INET);
 
     char host[1025];
-    EXPECT_EQ(qv_si_getnameinfo(list->ai_addr, list->ai_addrlen, host, sizeof host, nullptr, 0, NI_NUMERICHOST), 0);
+    const auto nameOf = [&](socklen_t size) {
+        return qv_si_getnameinfo(list->ai_addr, list->ai_addrlen, host, size, nullptr, 0, NI_NUMERICHOST);
+    };
+    EXPECT_EQ(nameOf(sizeof host), 0);
     EXPECT_STREQ(host, "127.0.0.1");
-    EXPECT_EQ(qv_si_getnameinfo(list->ai_addr, list->ai_addrlen, host, 2, nullptr, 0, NI_NUMERICHOST), EAI_OVERFLOW);
+    EXPECT_EQ(nameOf(2), EAI_OVERFLOW);
     qv_si_freeaddrinfo(list);
 }
 

@@ -11,7 +11,8 @@
 
 namespace {
 
-static_assert(std::is_base_of_v<RX_Monitor, RX_ActivityRecorder> && !std::is_destructible_v<RX_ActivityRecorder>);
+static_assert(std::is_base_of_v<RX_Monitor, RX_ActivityRecorder>);
+static_assert(!std::is_destructible_v<RX_ActivityRecorder>);
 
 class ActivityRecorder : public testing::Test
 {

@@ -40,8 +40,10 @@ namespace {
 using qvtest::Caller;
 
 static_assert(std::is_base_of_v<RX_Lockable, RX_Closure> && std::is_abstract_v<RX_Closure>);
-static_assert(std::is_base_of_v<RX_ClosureM_<QvTestTarget, void (QvTestTarget::*)()>, RX_ClosureM0<QvTestTarget>>);
-static_assert(std::is_base_of_v<RX_ClosureMS_<QvTestTarget, void (QvTestTarget::*)()>, RX_ClosureM0S<QvTestTarget>>);
+
+typedef void (QvTestTarget::*Member)();
+static_assert(std::is_base_of_v<RX_ClosureM_<QvTestTarget, Member>, RX_ClosureM0<QvTestTarget>>);
+static_assert(std::is_base_of_v<RX_ClosureMS_<QvTestTarget, Member>, RX_ClosureM0S<QvTestTarget>>);
 static_assert(std::is_base_of_v<RX_ClosureS_<void (*)()>, RX_Closure0S>);
 
 /** The creator's reference to a closure. */

@@ -183,7 +183,8 @@ TEST(RXExceptionText, HasTheArgumentsPutIn)
     EXPECT_EQ(textOf(RX_ExFatal(51459, "size_nolock() == 0 && _threadCount == 0")),
               "Condition does not hold: size_nolock() == 0 && _threadCount == 0");
     EXPECT_EQ(textOf(RX_ExFatal(13, "/a/path")), "Permission denied: /a/path");
-    EXPECT_EQ(textOf(RX_ExFatal(13, "a", RX_String::none, "c", "d", "e", "f")), "Permission denied: a, c, d, e, f");
+    EXPECT_EQ(textOf(RX_ExFatal(13, "a", RX_String::none, "c", "d", "e", "f")),
+              "Permission denied: a, c, d, e, f");
 }
 
 TEST(RXExceptionText, IsFoldedAtBlanks)

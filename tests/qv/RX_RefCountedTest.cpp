@@ -16,7 +16,8 @@ namespace {
 
 static_assert(!std::is_copy_constructible_v<RX_RefCounted_PRIVATE_>);
 static_assert(std::has_virtual_destructor_v<RX_RefCounted_PRIVATE_>);
-static_assert(std::is_base_of_v<RX_RefCounted_PRIVATE_, RX_Lockable> && std::is_base_of_v<RX_Mutex, RX_Lockable>);
+static_assert(std::is_base_of_v<RX_RefCounted_PRIVATE_, RX_Lockable>);
+static_assert(std::is_base_of_v<RX_Mutex, RX_Lockable>);
 static_assert(std::is_base_of_v<RX_Lockable, RX_Monitor> && !std::is_destructible_v<RX_Monitor>);
 
 constexpr char REPORT[] = "qv: a counted object is destroyed while there are references to it\n";

@@ -43,7 +43,6 @@ private:
     void (*_function)();
 };
 
-/** Does nothing on the destruction of the gate until everything on the thread is gone. */
 std::atomic<pid_t> callerTid{0};
 
 void tellTid()
@@ -158,7 +157,8 @@ protected:
 
 TEST_F(RXThreadDeathTest, AnExceptionEndsTheProcessAndIsNamed)
 {
-    EXPECT_EXIT(runAndDie([] { throw std::runtime_error("what\nit says"); }), testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(runAndDie([] { throw std::runtime_error("what\nit says"); }),
+                testing::KilledBySignal(SIGABRT),
                 "qv: exception left RX_Closure_<void \\(\\*\\)\\(\\)> on a detached thread: "
                 "std::runtime_error: what it says\n");
 }

@@ -45,7 +45,8 @@ TEST(ThreadSelf, IsRightInTheChildOfAFork)
 {
     const ThreadID_t parent = qv_si_thread_self();
     EXPECT_TRUE(holdsInChild([parent] {
-        return qv_si_thread_self() == gettid() && qv_si_thread_self() == getpid() && qv_si_thread_self() != parent;
+        const ThreadID_t self = qv_si_thread_self();
+        return self == gettid() && self == getpid() && self != parent;
     }));
     EXPECT_EQ(qv_si_thread_self(), parent);
 }

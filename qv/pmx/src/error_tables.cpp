@@ -1,7 +1,5 @@
 #include <qv/pmx/errors.h>
 
-#include <iterator>
-
 // The families of the platform. Each has the block of 256 numbers that begins with its first one;
 // those of a block that are not told here were given up, or are another library's.
 

@@ -1,35 +1,11 @@
 #ifndef QV_RTLAPI_SRC_DETACHED_HPP
 #define QV_RTLAPI_SRC_DETACHED_HPP
 
-#include <memory>
+#include <qv/rtlapi/Reference.hpp>
 
 class RX_Closure;
 
 namespace qv {
-
-/** Gives up a reference. */
-struct Detach
-{
-    template <class Counted>
-    void operator()(Counted* object) const
-    {
-        object->detach();
-    }
-};
-
-/** A reference to a counted object, taken over from whoever had it. */
-template <class Counted>
-using Reference = std::unique_ptr<Counted, Detach>;
-
-/** One further reference to a counted object; null to null. */
-template <class Counted>
-Reference<Counted> share(Counted* object) noexcept
-{
-    if (object != nullptr) {
-        object->attach();
-    }
-    return Reference<Counted>(object);
-}
 
 /** Starts a detached system thread. Gives 0 or an error number. */
 int startDetached(void* (*function)(void*), void* argument) noexcept;
