@@ -11,7 +11,7 @@ typedef std::uint32_t UInt32_t;
 typedef std::uint64_t UInt64_t;
 
 /** An unsigned integer that holds a pointer. */
-typedef std::uintptr_t PointerInt_t;
+typedef unsigned long long PointerInt_t;
 
 /** The kernel's number of a process. */
 typedef std::int32_t ProcID_t;

@@ -13,6 +13,7 @@
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/UniqueID.hpp>
+#include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <dalnim/sys/internal/ThreadStateBitHolder.hpp>
@@ -21,21 +22,35 @@
 
 #include <dalnim/mem/ConstRcoRef.hpp>
 #include <dalnim/mem/MemOps.hpp>
+#include <dalnim/mem/ObjectHolder.hpp>
 #include <dalnim/mem/RcoRef.hpp>
 #include <dalnim/mem/RefCntObject.hpp>
 #include <dalnim/mem/RefCntObjectRef.hpp>
 #include <dalnim/mem/nsdefs.hpp>
 
+#include <dalnim/mt/CondSem.hpp>
 #include <dalnim/mt/CriticalSection.hpp>
 #include <dalnim/mt/MutexHolder.hpp>
 #include <dalnim/mt/MutexOps.hpp>
+#include <dalnim/mt/Queue.hpp>
+#include <dalnim/mt/QueueElement.hpp>
+#include <dalnim/mt/ReaderWriterLock.hpp>
+#include <dalnim/mt/Runnable.hpp>
 #include <dalnim/mt/SysMutex.hpp>
+#include <dalnim/mt/SysMutexCondSem.hpp>
+#include <dalnim/mt/Task.hpp>
+#include <dalnim/mt/Thread.hpp>
+#include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/mt/nsdefs.hpp>
 
 #include <dalnim/type/Cloneable.hpp>
 #include <dalnim/type/CompositeString.hpp>
+#include <dalnim/type/ContainerContext.hpp>
+#include <dalnim/type/Context.hpp>
+#include <dalnim/type/ContextScope.hpp>
 #include <dalnim/type/Object.hpp>
 #include <dalnim/type/Raiseable.hpp>
+#include <dalnim/type/SecurityContext.hpp>
 #include <dalnim/type/StdVectors.hpp>
 #include <dalnim/type/StreamOps.hpp>
 #include <dalnim/type/StringOps.hpp>

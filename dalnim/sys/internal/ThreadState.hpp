@@ -5,6 +5,11 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <qv/pmx/api.h>
 
+namespace com::kor::dal::nim::mem {
+template <class T>
+class RcoRef;
+}
+
 namespace com::kor::dal::nim::mt {
 class MutexOps;
 class Task;
@@ -17,6 +22,10 @@ class StackTrace;
 }
 
 namespace com::kor::dal::nim::sys::internal {
+
+// Contexts stand above the thread state, which knows its own by name alone.
+class CurrentContext;
+typedef mem::RcoRef<CurrentContext> CurrentContextRef;
 
 /** A word of mode bits of a thread. */
 typedef UInt32_t ThreadMode_t;
@@ -52,6 +61,8 @@ public:
     const mt::MutexOps* lock;
     /** The open tracks. */
     StackTrackState where;
+    /** The thread's current context, never empty. */
+    CurrentContextRef& contextRef;
 
 private:
     // A trace of a thread without a state is empty and must not make one: the failure to make one is
@@ -62,6 +73,9 @@ private:
 
     /** The calling thread's state, null when there is none. */
     static const ThreadState* find() noexcept;
+
+    static CurrentContextRef& createContext();
+    static void destroyContext(CurrentContextRef& context) noexcept;
 };
 
 }

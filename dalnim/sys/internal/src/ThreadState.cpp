@@ -63,11 +63,15 @@ const int fork_handler_status = pthread_atfork(nullptr, nullptr, renumber_in_chi
 }
 
 ThreadState::ThreadState()
-    : tid(qv_si_thread_self()), mode(1), task(nullptr), thrd(nullptr), pool(nullptr), lock(nullptr)
+    : tid(qv_si_thread_self()), mode(1), task(nullptr), thrd(nullptr), pool(nullptr), lock(nullptr),
+      contextRef(createContext())
 {
 }
 
-ThreadState::~ThreadState() = default;
+ThreadState::~ThreadState()
+{
+    destroyContext(contextRef);
+}
 
 const ThreadState* ThreadState::find() noexcept
 {

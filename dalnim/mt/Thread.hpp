@@ -1,0 +1,121 @@
+#ifndef DALNIM_MT_THREAD_HPP
+#define DALNIM_MT_THREAD_HPP
+
+#include <dalnim/mt/Task.hpp>
+#include <dalnim/type/ContainerContext.hpp>
+
+#include <memory>
+
+template <class T>
+class RX_ClosureM0S;
+
+namespace com::kor::dal::nim::mt {
+
+class CondSem;
+class MutexOps;
+
+/**
+ * A task that runs on a system thread of its own, under a copy of its starter's context. A target that
+ * is a Task is moved through the same states.
+ *
+ * Joinable, it keeps the exception that ended the run for join(), after which it can be started
+ * again. Detached, it logs that exception and drops it, and cannot run again.
+ *
+ * One thread controls an object: start(), join() and the destructor are not guarded against each
+ * other. The destructor does not wait; destroying a thread that still runs is the caller's fault.
+ */
+class DALNIM_API Thread : public Task
+{
+public:
+    static constexpr const char CLASS_NAME[] = "Thread";
+
+    /**
+     * @param tgt     what runs; throws `std::logic_error`, "Runnable target was NULL", for null
+     * @param destroy deletes `tgt` with this object
+     * @param name    null for "Thread" and the task's number
+     */
+    explicit Thread(Runnable* tgt, bool joinable = true, bool destroy = false, const char* name = nullptr);
+    /** The target stays the caller's. */
+    explicit Thread(Runnable& tgt, bool joinable = true, const char* name = nullptr);
+    /** A thread to derive from: the derived class replaces run(). */
+    explicit Thread(bool joinable = true, const char* name = nullptr);
+    // A name in the place of a flag is one that has lost its way.
+    template <std::size_t N>
+    explicit Thread(const char (&name)[N]) = delete;
+    template <std::size_t N>
+    Thread(Runnable* tgt, const char (&name)[N]) = delete;
+    template <std::size_t N>
+    Thread(Runnable* tgt, bool joinable, const char (&name)[N]) = delete;
+    template <std::size_t N>
+    Thread(Runnable& tgt, const char (&name)[N]) = delete;
+    ~Thread() noexcept(false) override;
+
+    /** Runs the target. */
+    void run() override;
+
+    /**
+     * Starts the thread. Throws `std::logic_error`, "Thread not ready to be started", and RX_Exception
+     * when the system has no thread, which leaves this one starting.
+     * @param joinable whether it is to be joined, from now on
+     * @param context  what the new thread gets a copy of, made here; null for the caller's current one
+     */
+    void start(bool joinable, const type::ContainerContext* context = nullptr);
+    /** The same, joinable or not as before. */
+    void start(const type::ContainerContext* context = nullptr);
+    /** A new thread, started; the caller owns the object, which a failed start leaves behind. */
+    static Thread* start(Runnable& tgt, bool joinable, const char* name,
+                         const type::ContainerContext* context = nullptr);
+    static Thread* start(Runnable* tgt, bool joinable, bool destroy, const char* name,
+                         const type::ContainerContext* context = nullptr);
+
+    /**
+     * Waits for the end of the run, without limit, and makes the thread ready to be started again.
+     * Throws `std::logic_error`: "Thread is not joinable", "Target already joined, or never existed",
+     * "Target already joined, or never started".
+     * @return what ended the run, or null; it stays this object's until the next run
+     */
+    const std::exception* join();
+    bool joinable() const noexcept
+    {
+        return _joinable;
+    }
+    /** The number of the calling thread, whichever object it asks. */
+    ThreadID_t threadId() const noexcept;
+
+    /** The object of the calling thread; null on a thread that none was started for. */
+    static Thread* currentThread();
+
+protected:
+    Thread(bool joinable, const char* name, const char* label);
+    /** Declared for the layout of the interface; nothing calls it. */
+    Thread(Runnable* tgt, bool joinable, bool destroy, const char* name, MutexOps& mux, CondSem& sem,
+           mem::RefCntObject* object);
+
+private:
+    void run_joinable();
+    void run_detached();
+    void run_pre();
+    void run_post();
+    void setBothStates(TaskState ts);
+
+    bool _joinable;
+    bool _manage;
+    /** Shadows of the members of Task with these names, which alone have an effect. */
+    TaskState _state;
+    Runnable* _target;
+    /** The target if it is a task; this object if it is its own target. */
+    Task* _targetAsTask;
+    RX_Mutex _mu;
+    /** With one reference, from the start of a joinable run to its join; null otherwise. */
+    RX_ClosureM0S<Thread>* _closure;
+    TaskID_t _id;
+    RX_String _name;
+    /** What ended the last joinable run. */
+    std::unique_ptr<std::exception> _exception;
+    /** What the new thread gets; an empty shell once it runs. */
+    type::ContainerContextRef _contextRef;
+};
+
+}
+
+#endif

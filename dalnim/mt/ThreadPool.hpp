@@ -1,0 +1,103 @@
+#ifndef DALNIM_MT_THREADPOOL_HPP
+#define DALNIM_MT_THREADPOOL_HPP
+
+#include <dalnim/Primitives.hpp>
+#include <dalnim/String.hpp>
+#include <dalnim/mt/Task.hpp>
+#include <dalnim/type/ContainerContext.hpp>
+
+#include <atomic>
+
+class RX_ActivityRecorder;
+class RX_ServerQueue;
+
+namespace com::kor::dal::nim::mt {
+
+/**
+ * Runs tasks on a fixed set of worker threads, each under a copy of the context that its submitter
+ * had at that moment. A task runs once; what it throws is dropped.
+ *
+ * Any thread may submit, also a task of the pool: but one that waits for room in its own full pool
+ * may wait for itself. Nothing of the pool is locked while a task runs.
+ */
+class DALNIM_API ThreadPool : public virtual type::Object
+{
+public:
+    static constexpr const char CLASS_NAME[] = "ThreadPool";
+
+    /**
+     * Starts the workers. Failures of the system reach the caller as RX_Exception.
+     * @param name              null for "ThreadPool" and the pool's number
+     * @param max_threads       how many workers, for the life of the pool
+     * @param max_pending_tasks how many tasks may wait for a worker
+     * The four in between have no effect.
+     */
+    ThreadPool(const char* name, unsigned int max_threads, unsigned int, unsigned int, unsigned int,
+               unsigned int, unsigned int max_pending_tasks);
+    /** shutdown(false). */
+    ~ThreadPool() noexcept(false) override;
+
+    ThreadPool(const ThreadPool&) = delete;
+    ThreadPool& operator=(const ThreadPool&) = delete;
+
+    /**
+     * Queues a task. Throws `std::logic_error`: "Attempt to add a NULL Task", "Attempt to add a
+     * non-ready Task", "ThreadPool already shutdown".
+     * @param manage  the pool deletes the task when it is through with it, or, if it is counted,
+     *                holds a reference that long
+     * @param block   waits for room; otherwise the result may be false
+     * @param context what the task gets a copy of, made here; null for the caller's current one
+     * @return false when the limit of pending tasks refused it: it stays the caller's, also a managed
+     *         one
+     */
+    bool add(Task* task, bool manage = false, bool block = true,
+             const type::ContainerContext* context = nullptr);
+    /** The task stays the caller's, who keeps it until it is finished. */
+    bool add(Task& task, bool block = true, const type::ContainerContext* context = nullptr);
+    // A context in the place of a flag is one that has lost its way.
+    template <class T>
+    bool add(Task* task, const T* context) = delete;
+    template <class T>
+    bool add(Task* task, bool manage, const T* context) = delete;
+    template <class T>
+    bool add(Task& task, const T* context) = delete;
+
+    /**
+     * Ends the pool; a second call does nothing. Synchronously, all that is queued is run first.
+     * Otherwise what no worker has taken is dropped, and running tasks are waited for only if a
+     * worker becomes free within a second.
+     */
+    void shutdown(bool synchronous = true, bool = false);
+
+    const String& name() const noexcept
+    {
+        return _name;
+    }
+    TaskID_t poolId() const noexcept
+    {
+        return _id;
+    }
+
+    /** The pool whose task the calling thread runs, or null. */
+    static ThreadPool* currentPool();
+
+private:
+    String _make_tp_name(const char* name, TaskID_t id) const;
+    bool isFull() const;
+    bool probe();
+
+    const TaskID_t _id;
+    const String _name;
+    /** These two with one reference each. */
+    RX_ServerQueue* _queue;
+    RX_ActivityRecorder* _ar;
+    const UInt32_t _max_pending_tasks;
+    std::atomic<bool> isPoolClosed;
+};
+
+/** Does nothing: the work of the closure that asks whether a worker is free. */
+DALNIM_API void activeThreadsFunction();
+
+}
+
+#endif

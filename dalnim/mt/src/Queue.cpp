@@ -1,0 +1,146 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/mt/Queue.hpp>
+
+#include <dalnim/mem/ObjectHolder.hpp>
+#include <dalnim/mt/MutexHolder.hpp>
+#include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/System.hpp>
+
+namespace com::kor::dal::nim::mt {
+
+namespace {
+
+constexpr unsigned int NO_WAIT = 0;
+constexpr unsigned int NO_LIMIT = 0xFFFFFFFF;
+
+typedef MutexHolder<MutexOps> LockHolder;
+
+}
+
+/** The end of a wait: never, at once, or at a time of the clock. */
+class Queue::Deadline
+{
+public:
+    explicit Deadline(unsigned int max_wait_ms)
+        : wait(max_wait_ms), time(isTimed() ? sys::System::time() + max_wait_ms : 0)
+    {
+    }
+
+    /** Waits for a wake-up; false when the wait has come to its end, or fails. */
+    bool wakesUp(const CondSem& sig) const
+    {
+        if (!isTimed()) {
+            return wait == NO_LIMIT && sig.wait(NO_LIMIT);
+        }
+        const TimeMS_t left = time - sys::System::time();
+        return left > 0 && sig.wait(left < NO_LIMIT ? static_cast<unsigned int>(left) : NO_LIMIT - 1);
+    }
+
+private:
+    bool isTimed() const
+    {
+        return wait != NO_WAIT && wait != NO_LIMIT;
+    }
+
+    const unsigned int wait;
+    /** Milliseconds since the epoch. */
+    const TimeMS_t time;
+};
+
+Queue::Queue(unsigned int maxelems)
+    : sig(sync), flags(CONSTRUCTING), max_elems(maxelems), cur_elems(0), next_elem(nullptr), last_elem(nullptr)
+{
+    flags = READY;
+}
+
+Queue::~Queue() noexcept(false)
+{
+    const sys::StackTrack track("~Queue()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    shutdown();
+}
+
+bool Queue::insert(QueueElement* elem, unsigned int max_wait_ms)
+{
+    const sys::StackTrack track("insert()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const Deadline deadline(max_wait_ms);
+    const LockHolder holder(sync.acquire());
+    while ((flags & READY) != 0 && cur_elems >= max_elems && deadline.wakesUp(sig)) {
+    }
+    if ((flags & READY) == 0 || cur_elems >= max_elems) {
+        return false;
+    }
+    elem->next = nullptr;
+    if (++cur_elems == 1) {
+        next_elem = last_elem = elem;
+        sig.broadcast();
+    } else {
+        last_elem->next = elem;
+        last_elem = elem;
+    }
+    return true;
+}
+
+QueueElement* Queue::next(unsigned int max_wait_ms)
+{
+    const sys::StackTrack track("next()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const Deadline deadline(max_wait_ms);
+    const LockHolder holder(sync.acquire());
+    while ((flags & (READY | COMPLETED)) == READY && cur_elems == 0 && deadline.wakesUp(sig)) {
+    }
+    if ((flags & (READY | COMPLETED)) == 0 || cur_elems == 0) {
+        return nullptr;
+    }
+    if (cur_elems == max_elems) {
+        // The producers that wait for room go on when the lock is given back.
+        sig.broadcast();
+    }
+    QueueElement* const elem = next_elem;
+    next_elem = elem->next;
+    elem->next = nullptr;
+    if (--cur_elems == 0) {
+        last_elem = nullptr;
+    }
+    return elem;
+}
+
+void Queue::complete()
+{
+    const sys::StackTrack track("complete()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const LockHolder holder(sync.acquire());
+    if (flags == SHUT_DOWN || (flags & COMPLETED) != 0) {
+        return;
+    }
+    // READY stays: completion stops nobody from inserting.
+    flags |= COMPLETED;
+    sig.broadcast();
+}
+
+void Queue::shutdown()
+{
+    const sys::StackTrack track("shutdown()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    LockHolder holder(sync.acquire());
+    if (flags == SHUT_DOWN && next_elem == nullptr) {
+        return;
+    }
+    QueueElement* const elements = next_elem;
+    cur_elems = 0;
+    next_elem = nullptr;
+    last_elem = nullptr;
+    flags = SHUT_DOWN;
+    sig.broadcast();
+    holder.release(true);
+    destroy(elements);
+}
+
+void Queue::destroy(QueueElement* elements)
+{
+    while (elements != nullptr) {
+        QueueElement* const elem = elements;
+        elements = elem->next;
+        const mem::ObjectHolder holder(elem, mem::ObjectHolder::SM_DEREF_ONLY);
+    }
+}
+
+}

@@ -1,0 +1,15 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/mt/QueueElement.hpp>
+
+namespace com::kor::dal::nim::mt {
+
+QueueElement::QueueElement() noexcept : next(nullptr) {}
+QueueElement::QueueElement(const QueueElement& ref) noexcept : type::Object(ref), next(nullptr) {}
+QueueElement& QueueElement::operator=(const QueueElement&) noexcept
+{
+    return *this;
+}
+QueueElement::~QueueElement() noexcept(false) {}
+
+}

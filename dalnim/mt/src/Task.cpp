@@ -1,0 +1,192 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/mt/Task.hpp>
+
+#include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/UniqueID.hpp>
+#include <dalnim/sys/internal/ThreadState.hpp>
+#include <dalnim/type/Cloneable.hpp>
+#include <qv/rtlapi/RX_AbsTime.hpp>
+#include <qv/rtlapi/RX_Locked_.hpp>
+#include <qv/rtlapi/RX_RelTime.hpp>
+#include <qv/rtlapi/RX_fmt.hpp>
+
+#include <ios>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <typeinfo>
+
+DALNIM_USES_RTLAPI
+
+namespace com::kor::dal::nim::mt {
+
+namespace {
+
+/** The one interrupt bit that interrupted() never clears. */
+constexpr unsigned long STICKY_BIT = 0x80000000UL;
+
+constexpr unsigned int FORMAT_DEFAULT = 314159265;
+
+/** A copy of `e` as a `Type`, if it is one. */
+template <class Type>
+std::exception* copyAs(const std::exception& e)
+{
+    const auto* const typed = dynamic_cast<const Type*>(&e);
+    return typed != nullptr ? new Type(*typed) : nullptr;
+}
+
+}
+
+Task::Task(Runnable* tgt, bool destroy, const char* name, const char* label)
+    : _cond(_mu), _intbits(0), _state(TSF_READY), _target(tgt), _manage(destroy),
+      _id(sys::UniqueID::nextUid32()), _name(_make_name(name, label, _id))
+{
+    const sys::StackTrack track("Task()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (tgt == nullptr) {
+        throw std::logic_error("Runnable target was NULL");
+    }
+}
+
+Task::Task(Runnable& tgt, const char* name, const char* label)
+    : _cond(_mu), _intbits(0), _state(TSF_READY), _target(&tgt), _manage(false),
+      _id(sys::UniqueID::nextUid32()), _name(_make_name(name, label, _id))
+{
+}
+
+Task::Task(const char* name, const char* label)
+    : _cond(_mu), _intbits(0), _state(TSF_READY), _target(this), _manage(false),
+      _id(sys::UniqueID::nextUid32()), _name(_make_name(name, label, _id))
+{
+}
+
+Task::~Task() noexcept(false)
+{
+    if (_manage) {
+        delete _target;
+    }
+}
+
+void Task::run()
+{
+    if (_target == this) {
+        return;
+    }
+    const sys::StackTrack track("run()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    sys::internal::ThreadState& thread = sys::internal::ThreadState::current();
+    thread.task = this;
+    _set_state(TSF_RUNNING);
+    _target->run();
+    _set_state(TSF_FINISHED);
+    // Cleared and not restored, also for a task that was run from inside another.
+    thread.task = nullptr;
+}
+
+String Task::name() const
+{
+    return String(_name.data(), _name.length());
+}
+
+unsigned long Task::interrupt(unsigned long bits)
+{
+    const RX_Locked_ lock(_mu);
+    _intbits |= bits != 0 ? bits : 1UL;
+    _cond.broadcast();
+    return _intbits;
+}
+
+unsigned long Task::interrupted()
+{
+    const RX_Locked_ lock(_mu);
+    const unsigned long bits = _intbits;
+    _intbits &= STICKY_BIT;
+    return bits;
+}
+
+bool Task::waitForCompletion(unsigned int ms) const
+{
+    // What is below a second counts a thousand times too little here, and callers have come to terms
+    // with it.
+    const RX_AbsTime deadline(RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000));
+    qv_bool_t woken = 0;
+    const RX_Locked_ lock(_mu);
+    if (ms == 0) {
+        return status() == TSF_FINISHED;
+    }
+    while (status() != TSF_FINISHED) {
+        woken = _cond.timedWait(deadline);
+        if (woken == 0) {
+            return false;
+        }
+    }
+    return woken == 1;
+}
+
+void Task::waitForStateChange(unsigned int ms) const
+{
+    const RX_AbsTime deadline(
+        RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000000));
+    const RX_Locked_ lock(_mu);
+    if (_intbits != 0) {
+        return;
+    }
+    const TaskState oldState = status();
+    const unsigned long oldBits = _intbits;
+    if (ms == 0) {
+        return;
+    }
+    while (status() == oldState && _intbits == oldBits) {
+        if (_cond.timedWait(deadline) == 0) {
+            return;
+        }
+    }
+}
+
+Task* Task::currentTask()
+{
+    return sys::internal::ThreadState::current().task;
+}
+
+std::exception* Task::cloneError(const std::exception& e)
+{
+    if (const auto* const cloneable = dynamic_cast<const type::Cloneable*>(&e)) {
+        std::unique_ptr<type::Cloneable> copy(cloneable->clone(false));
+        auto* const error = dynamic_cast<std::exception*>(copy.get());
+        if (error == nullptr) {
+            throw std::bad_cast();
+        }
+        copy.release();
+        return error;
+    }
+    typedef std::exception* (*Copy)(const std::exception&);
+    constexpr Copy copies[] = {
+        copyAs<std::ios_base::failure>, copyAs<std::bad_alloc>,     copyAs<std::bad_cast>,
+        copyAs<std::bad_typeid>,        copyAs<std::runtime_error>, copyAs<std::logic_error>,
+    };
+    for (const Copy copy : copies) {
+        if (std::exception* const error = copy(e)) {
+            return error;
+        }
+    }
+    return new std::exception(e);
+}
+
+void Task::_set_state(TaskState ts)
+{
+    const RX_Locked_ lock(_mu);
+    _state.store(ts, std::memory_order_release);
+    _cond.broadcast();
+}
+
+RX_String Task::_make_name(const char* name, const char* label, TaskID_t id) const
+{
+    if (name != nullptr) {
+        return RX_String(name, RX_String::NPOS);
+    }
+    RX_String text(label != nullptr ? label : CLASS_NAME, RX_String::NPOS);
+    text += RX_fmt(id, 0, FORMAT_DEFAULT, FORMAT_DEFAULT);
+    return text;
+}
+
+}

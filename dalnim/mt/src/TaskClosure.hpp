@@ -1,0 +1,39 @@
+#ifndef DALNIM_MT_SRC_TASKCLOSURE_HPP
+#define DALNIM_MT_SRC_TASKCLOSURE_HPP
+
+#include <dalnim/mt/Task.hpp>
+#include <dalnim/type/ContainerContext.hpp>
+#include <qv/rtlapi/RX_Closure.hpp>
+
+namespace com::kor::dal::nim::mt {
+
+class ThreadPool;
+
+/** A task on its way through a pool's queue, with a copy of its submitter's context. */
+class TaskClosure : public RX_Closure
+{
+public:
+    /** Copies `context` or, for null, the calling thread's current one. */
+    TaskClosure(Task* task, bool manage, ThreadPool* pool, const type::ContainerContext* context);
+    /** Releases a managed task that is counted, deletes one that is not. */
+    ~TaskClosure() noexcept(false) override;
+
+    TaskClosure(TaskClosure&) = delete;
+    TaskClosure& operator=(TaskClosure&) = delete;
+
+    /** Runs the task on a worker; what it throws is dropped. */
+    void apply() override;
+
+    /** Leaves a managed task to whoever submitted it. */
+    void disown();
+
+private:
+    Task* _task;
+    bool _manage;
+    ThreadPool* const _pool;
+    type::ContainerContextRef _contextRef;
+};
+
+}
+
+#endif

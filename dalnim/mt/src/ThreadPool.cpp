@@ -1,0 +1,146 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/mt/ThreadPool.hpp>
+
+#include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/mt/src/TaskClosure.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/UniqueID.hpp>
+#include <dalnim/sys/internal/ThreadState.hpp>
+#include <qv/rtlapi/RX_ActivityRecorder.hpp>
+#include <qv/rtlapi/RX_Closure0S.hpp>
+#include <qv/rtlapi/RX_RelTime.hpp>
+#include <qv/rtlapi/RX_ServerQueue.hpp>
+#include <qv/rtlapi/RX_fmt.hpp>
+#include <qv/rtlapi/Reference.hpp>
+
+#include <algorithm>
+#include <stdexcept>
+
+DALNIM_USES_RTLAPI
+
+namespace com::kor::dal::nim::mt {
+
+namespace {
+
+constexpr unsigned int FORMAT_DEFAULT = 314159265;
+
+}
+
+ThreadPool::ThreadPool(const char* name, unsigned int max_threads, unsigned int, unsigned int, unsigned int,
+                       unsigned int, unsigned int max_pending_tasks)
+    : _id(sys::UniqueID::nextUid32()), _name(_make_tp_name(name, _id)), _queue(nullptr), _ar(nullptr),
+      _max_pending_tasks(max_pending_tasks), isPoolClosed(false)
+{
+    const sys::StackTrack track("ThreadPool()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    qv::Reference<RX_ServerQueue> queue(new RX_ServerQueue(max_pending_tasks));
+    qv::Reference<RX_ActivityRecorder> recorder(new RX_ActivityRecorder);
+    queue->connectActivityRecorder(recorder.get());
+    try {
+        queue->addThreads(max_threads);
+    } catch (...) {
+        // Those that were started would hold the queue for good.
+        queue->close();
+        throw;
+    }
+    _queue = queue.release();
+    _ar = recorder.release();
+}
+
+ThreadPool::~ThreadPool() noexcept(false)
+{
+    shutdown(false, false);
+    _queue->detach();
+    _ar->detach();
+}
+
+bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerContext* context)
+{
+    const sys::StackTrack track("add()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (task == nullptr) {
+        throw std::logic_error("Attempt to add a NULL Task");
+    }
+    if (task->status() != Task::TSF_READY) {
+        throw std::logic_error("Attempt to add a non-ready Task");
+    }
+    if (_queue->isClosed() != 0 || isPoolClosed) {
+        throw std::logic_error("ThreadPool already shutdown");
+    }
+    if (!block && isFull()) {
+        return false;
+    }
+    task->_set_state(Task::TSF_QUEUED);
+    const qv::Reference<TaskClosure> closure(new TaskClosure(task, manage, this, context));
+    qv::Reference<RX_Closure> queued = qv::share<RX_Closure>(closure.get());
+    try {
+        _queue->put(queued.get());
+    } catch (...) {
+        // The task stays the caller's, as with every failure of this operation.
+        closure->disown();
+        throw;
+    }
+    queued.release();
+    return true;
+}
+
+bool ThreadPool::add(Task& task, bool block, const type::ContainerContext* context)
+{
+    return add(&task, false, block, context);
+}
+
+bool ThreadPool::isFull() const
+{
+    // The backlog counts the tasks that run too. A snapshot: several that submit at once may overrun
+    // the limit by their number.
+    const auto pending = static_cast<std::int32_t>(_ar->getBacklog() - _queue->threadCount());
+    return _max_pending_tasks <= static_cast<UInt32_t>(std::max(pending, 0));
+}
+
+void ThreadPool::shutdown(bool synchronous, bool)
+{
+    const sys::StackTrack track("shutdown()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    isPoolClosed = true;
+    if (_queue->isClosed() != 0) {
+        return;
+    }
+    if (synchronous) {
+        _ar->waitForQuiet();
+    }
+    _queue->flush();
+    if (probe()) {
+        _queue->removeThreads(_queue->threadCount());
+        _ar->waitForQuiet();
+    }
+    _queue->close();
+}
+
+bool ThreadPool::probe()
+{
+    qv::Reference<RX_Closure0S> closure(new RX_Closure0S(activeThreadsFunction));
+    qv::Reference<RX_Closure> queued = qv::share<RX_Closure>(closure.get());
+    _queue->putProbe(queued.get());
+    queued.release();
+    try {
+        closure->waitForCompletion(RX_RelTime(1, 0));
+        return true;
+    } catch (const RX_Exception&) {
+        return false;
+    }
+}
+
+ThreadPool* ThreadPool::currentPool()
+{
+    return sys::internal::ThreadState::current().pool;
+}
+
+String ThreadPool::_make_tp_name(const char* name, TaskID_t id) const
+{
+    if (name != nullptr) {
+        return name;
+    }
+    return CLASS_NAME + String(RX_fmt(id, 0, FORMAT_DEFAULT, FORMAT_DEFAULT).data());
+}
+
+void activeThreadsFunction() {}
+
+}

@@ -1,0 +1,42 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/sys/internal/CurrentContext.hpp>
+
+#include <memory>
+
+namespace com::kor::dal::nim::sys::internal {
+
+CurrentContext::CurrentContext() = default;
+CurrentContext::CurrentContext(const type::ContainerContext& ref)
+    : type::Object(ref), type::ContainerContext(ref)
+{
+}
+CurrentContext::CurrentContext(const CurrentContext& ref) : type::Object(ref), type::ContainerContext(ref) {}
+CurrentContext& CurrentContext::operator=(const CurrentContext& ref) = default;
+CurrentContext& CurrentContext::operator=(const type::ContainerContext& ref)
+{
+    type::ContainerContext::operator=(ref);
+    return *this;
+}
+CurrentContext::~CurrentContext() noexcept(false) {}
+
+UInt32_t CurrentContext::key() const
+{
+    return 0;
+}
+
+// The thread state stands below the contexts and knows this one by name alone; these two of its
+// operations stand here, where the context is known.
+
+CurrentContextRef& ThreadState::createContext()
+{
+    const CurrentContextRef context(new CurrentContext);
+    return *std::make_unique<CurrentContextRef>(context).release();
+}
+
+void ThreadState::destroyContext(CurrentContextRef& context) noexcept
+{
+    const std::unique_ptr<CurrentContextRef> owner(&context);
+}
+
+}

@@ -1,0 +1,82 @@
+#ifndef DALNIM_TYPE_CONTAINERCONTEXT_HPP
+#define DALNIM_TYPE_CONTAINERCONTEXT_HPP
+
+#include <dalnim/mem/RefCntObjectRef.hpp>
+#include <dalnim/type/Context.hpp>
+
+#include <map>
+
+namespace com::kor::dal::nim::type {
+
+/**
+ * A context that contains other objects, filed under content keys.
+ *
+ * Copying one duplicates it: the attributes in each key decide whether that entry is left behind,
+ * shared or cloned. That is how context travels to a new thread.
+ *
+ * It has no lock: it is private to a thread, and a source must not change while it is copied.
+ */
+class DALNIM_API ContainerContext : public Context
+{
+public:
+    static constexpr const char CLASS_NAME[] = "ContainerContext";
+
+    /**
+     * Files a reference, also an empty one; false when the key is taken, whose entry then stays.
+     * Throws sys::system_error 22: "Context key mismatch." for a context under another key than its
+     * own, "Content flagged for duplication is not Cloneable."; and what keyAttributes() throws.
+     */
+    bool add(const mem::RefCntObjectRef& ref, unsigned int cid);
+    /**
+     * Files a context under its own key; false when that is taken or `ref` is empty. Throws
+     * sys::system_error 22, "Context flagged for duplication is not Cloneable."
+     */
+    bool add(const ContextRef& ref);
+
+    /** The entry under a key, or an empty reference. The result is valid until the entry goes. */
+    const mem::ConstRefCntObjectRef& find(unsigned int cid) const;
+    const mem::RefCntObjectRef& find(unsigned int cid);
+
+    /** Takes an entry out; empty when there was none. */
+    mem::RefCntObjectRef remove(unsigned int cid);
+    /** Exchanges the contents of the two. */
+    void swap(ContainerContext& ref);
+    /**
+     * Drops all entries, in the order of their keys. They find this context empty while they go;
+     * what their destructors throw is dropped too.
+     */
+    void clearContent() noexcept;
+
+    /** The calling thread's current context. */
+    static mem::RcoRef<ContainerContext> current();
+
+protected:
+    ContainerContext();
+    /** Duplicates `ref`. Throws as operator=. */
+    ContainerContext(const ContainerContext& ref);
+    /**
+     * Replaces the content by a duplicate of that of `ref`. Throws `std::bad_cast` for content that
+     * cannot be cloned as its key demands, sys::system_error 22 for an empty reference under such a
+     * key, and what cloning throws; the content stays as it was then.
+     */
+    ContainerContext& operator=(const ContainerContext& ref);
+    ~ContainerContext() noexcept(false) override;
+
+private:
+    typedef std::map<UInt32_t, mem::RefCntObjectRef> Content;
+
+    Content content;
+};
+
+typedef mem::RcoRef<ContainerContext> ContainerContextRef;
+
+}
+
+namespace com::kor::dal::nim::mem {
+
+extern template class DALNIM_API ConstRcoRef<type::ContainerContext>;
+extern template class DALNIM_API RcoRef<type::ContainerContext>;
+
+}
+
+#endif
