@@ -60,7 +60,7 @@ public:
     virtual void put(RX_Closure* const& closure);
     /** Appends a closure, whether there is room or not. */
     virtual void putProbe(RX_Closure* const& closure);
-    /** Appends a closure if there is room: 1. Otherwise, or when nothing runs here, 0: the caller keeps it. */
+    /** Appends a closure if there is room: 1. If not, or when nothing runs here, 0: the caller keeps it. */
     virtual qv_bool_t tryPut(RX_Closure* const& closure);
     /** Runs the oldest pending closure on the calling thread, 1, or 0 when there is none. Exceptions pass. */
     virtual qv_bool_t runPending();
