@@ -1,0 +1,127 @@
+// A reference is copied and dropped, beside its like of the standard library and the bare counting
+// that both stand on.
+
+#include <dalnim/mem/RcoRef.hpp>
+#include <dalnim/mem/RefCntObject.hpp>
+
+#include <benchmark/benchmark.h>
+
+#include <atomic>
+#include <memory>
+#include <utility>
+
+namespace {
+
+using com::kor::dal::nim::mem::RcoRef;
+using com::kor::dal::nim::mem::RefCntObject;
+
+class Counted : public RefCntObject
+{
+public:
+    Counted(bool count_refs, bool mt_safe) : RefCntObject(count_refs, mt_safe) {}
+};
+
+void copyAndDrop(benchmark::State& state, bool count_refs, bool mt_safe)
+{
+    Counted* const object = new Counted(count_refs, mt_safe);
+    {
+        RcoRef<Counted> ref(object);
+        for (auto _ : state) {
+            RcoRef<Counted> copy(ref);
+            benchmark::DoNotOptimize(copy);
+        }
+    }
+    if (!count_refs) {
+        delete object;
+    }
+}
+BENCHMARK_CAPTURE(copyAndDrop, thread_safe, true, true);
+BENCHMARK_CAPTURE(copyAndDrop, one_thread, true, false);
+BENCHMARK_CAPTURE(copyAndDrop, not_counted, false, false);
+
+void moveAround(benchmark::State& state)
+{
+    RcoRef<Counted> ref(new Counted(true, true));
+    for (auto _ : state) {
+        RcoRef<Counted> moved(std::move(ref));
+        benchmark::DoNotOptimize(moved);
+        ref = std::move(moved);
+        benchmark::DoNotOptimize(ref);
+    }
+}
+BENCHMARK(moveAround);
+
+void assignInTurn(benchmark::State& state)
+{
+    const RcoRef<Counted> one(new Counted(true, true));
+    const RcoRef<Counted> other(new Counted(true, true));
+    RcoRef<Counted> ref;
+    for (auto _ : state) {
+        ref = one;
+        benchmark::DoNotOptimize(ref);
+        ref = other;
+        benchmark::DoNotOptimize(ref);
+    }
+}
+BENCHMARK(assignInTurn);
+
+void makeAndDrop(benchmark::State& state)
+{
+    for (auto _ : state) {
+        RcoRef<Counted> ref(new Counted(true, true));
+        benchmark::DoNotOptimize(ref);
+    }
+}
+BENCHMARK(makeAndDrop);
+
+/** One object under the hands of all threads. */
+void copyAndDropShared(benchmark::State& state)
+{
+    static const RcoRef<Counted> shared(new Counted(true, true));
+    for (auto _ : state) {
+        RcoRef<Counted> copy(shared);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+BENCHMARK(copyAndDropShared)->Threads(2)->UseRealTime();
+
+void standardCopyAndDrop(benchmark::State& state)
+{
+    const auto ref = std::make_shared<int>(1);
+    for (auto _ : state) {
+        std::shared_ptr<int> copy(ref);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+BENCHMARK(standardCopyAndDrop);
+
+void standardMakeAndDrop(benchmark::State& state)
+{
+    for (auto _ : state) {
+        auto ref = std::make_shared<int>(1);
+        benchmark::DoNotOptimize(ref);
+    }
+}
+BENCHMARK(standardMakeAndDrop);
+
+void standardCopyAndDropShared(benchmark::State& state)
+{
+    static const auto shared = std::make_shared<int>(1);
+    for (auto _ : state) {
+        std::shared_ptr<int> copy(shared);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+BENCHMARK(standardCopyAndDropShared)->Threads(2)->UseRealTime();
+
+void bareAtomicCounting(benchmark::State& state)
+{
+    std::atomic<int> count{1};
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(count.fetch_add(1, std::memory_order_relaxed));
+        benchmark::DoNotOptimize(count.fetch_sub(1, std::memory_order_acq_rel));
+    }
+}
+BENCHMARK(bareAtomicCounting);
+
+}
