@@ -42,7 +42,9 @@ StackTrack::~StackTrack()
 
 String StackTrack::label() const
 {
+    constexpr std::size_t USUAL_LENGTH = 80;
     String text;
+    text.reserve(USUAL_LENGTH);
     if (out_scope != nullptr) {
         text.append(out_scope).push_back('.');
     }
