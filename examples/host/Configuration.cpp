@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <charconv>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 namespace nimhost {
@@ -15,18 +16,46 @@ namespace {
 
 const char LOG_PREFIX[] = "com.kor.dal.nim.log.Control.";
 
-std::uint32_t number(const nim::io::Properties& settings, const char* key, const std::string& instance,
-                     const std::string& path)
+/** The settings of one instance; complains of a bad one with the file and the instance. */
+class Settings
 {
-    const std::string& text = settings.getProperty(key);
-    std::uint32_t value = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || stop != text.data() + text.size()) {
-        throw ConfigurationError(path + ": " + key + " of " + instance + " is to be a number, not \"" + text +
+public:
+    Settings(const nim::io::Properties& all, const std::string& file, const std::string& instance)
+        : effective(nim::io::Config::getDefaultedProperties(all, instance)), path(file), name(instance)
+    {
+    }
+
+    std::uint32_t number(const char* key, std::uint32_t least) const
+    {
+        const std::string& text = effective->getProperty(key);
+        std::uint32_t value = 0;
+        const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+        if (error != std::errc() || stop != text.data() + text.size() || value < least) {
+            complain(key, "a number from " + std::to_string(least), text);
+        }
+        return value;
+    }
+
+    bool truth(const char* key) const
+    {
+        const std::string& text = effective->getProperty(key);
+        if (text != nim::io::Config::VAL_TRUE && text != nim::io::Config::VAL_FALSE) {
+            complain(key, "true or false", text);
+        }
+        return text == nim::io::Config::VAL_TRUE;
+    }
+
+private:
+    [[noreturn]] void complain(const char* key, const std::string& wanted, const std::string& text) const
+    {
+        throw ConfigurationError(path + ": " + key + " of " + name + " is to be " + wanted + ", not \"" + text +
                                  "\"");
     }
-    return value;
-}
+
+    const std::unique_ptr<nim::io::Properties> effective;
+    const std::string& path;
+    const std::string& name;
+};
 
 std::string directoryOf(const std::string& path)
 {
@@ -90,9 +119,17 @@ void Configuration::configureLog() const
 
 SourceSettings Configuration::source(const std::string& name) const
 {
-    const std::unique_ptr<nim::io::Properties> settings(
-        nim::io::Config::getDefaultedProperties(properties, name));
-    return {number(*settings, "source/rate", name, path), number(*settings, "source/debug.every", name, path)};
+    const Settings settings(properties, path, name);
+    return {settings.number("source/rate", 0),        settings.number("source/queue", 1),
+            settings.truth("source/block"),           settings.number("source/debug.every", 0),
+            settings.number("source/fail.every", 0),  settings.number("source/break.after", 0)};
+}
+
+PoolSettings Configuration::pool() const
+{
+    const std::string name = "pool";
+    const Settings settings(properties, path, name);
+    return {settings.number("threads", 1), settings.number("pending", 1)};
 }
 
 }

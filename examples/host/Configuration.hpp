@@ -4,7 +4,6 @@
 #include <dalnim/io/Properties.hpp>
 
 #include <cstdint>
-#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -20,10 +19,26 @@ public:
 /** How one source behaves. */
 struct SourceSettings
 {
-    /** Records a second, 0 for as many as it can. */
+    /** Requests a second, 0 for as many as it can. */
     std::uint32_t rate;
-    /** Every so many records one stands at DEBUG, 0 for none. */
+    /** How many of its requests may be under way. */
+    std::uint32_t queue;
+    /** Whether it waits for room in the pool. */
+    bool block;
+    /** Every so many requests one is answered at DEBUG, 0 for none. */
     std::uint32_t debugEvery;
+    /** Every so many requests one fails, 0 for none. */
+    std::uint32_t failEvery;
+    /** After so many requests the source throws, 0 for never. */
+    std::uint32_t breakAfter;
+};
+
+/** The workers. */
+struct PoolSettings
+{
+    std::uint32_t threads;
+    /** How many requests may wait for a worker. */
+    std::uint32_t pending;
 };
 
 /** The host's configuration, read from a properties file. */
@@ -41,6 +56,8 @@ public:
 
     /** The settings of the source of that name. Throws ConfigurationError. */
     SourceSettings source(const std::string& name) const;
+    /** Throws ConfigurationError. */
+    PoolSettings pool() const;
 
     /** What the loader had to say, a line each. */
     const std::string& warnings() const

@@ -4,6 +4,7 @@
 
 #include <dalnim/nim.hpp>
 
+#include <algorithm>
 #include <iostream>
 #include <limits>
 #include <sstream>
@@ -11,20 +12,36 @@
 
 namespace nimhost {
 
+namespace nim = com::kor::dal::nim;
+using nim::mt::Task;
+
 namespace {
 
 constexpr long PROGRESS_NANOSECONDS = 100000000;
 
-/** Only the thread that waits for them gets these: the threads that it starts inherit the block. */
-sigset_t blockSignals()
+sigset_t makeSet(std::initializer_list<int> numbers)
 {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-        sigaddset(&signals, signal);
+    for (const int number : numbers) {
+        sigaddset(&signals, number);
     }
+    return signals;
+}
+
+/** Only the thread that waits for them gets these: the threads that it starts inherit the block. */
+sigset_t blockSignals()
+{
+    const sigset_t signals = makeSet({SIGHUP, SIGINT, SIGTERM});
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     return signals;
+}
+
+/** From now on a signal to end does so at once. */
+void unblockEndSignals()
+{
+    const sigset_t signals = makeSet({SIGINT, SIGTERM});
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 void logWarnings(const std::string& warnings)
@@ -37,49 +54,55 @@ void logWarnings(const std::string& warnings)
 
 }
 
-Host::Host(const Options& given) : options(given), signals(blockSignals()), configuration(options.config)
+Host::Host(const Options& given)
+    : options(given), signals(blockSignals()), configuration(options.config), monitor(counters, stop),
+      monitorThread(monitor, false, "monitor")
 {
-    stop.recordsLeft = options.records != 0 ? static_cast<std::int64_t>(options.records)
-                                            : std::numeric_limits<std::int64_t>::max();
+    stop.requestsLeft = options.records != 0 ? static_cast<std::int64_t>(options.records)
+                                             : std::numeric_limits<std::int64_t>::max();
     configuration.configureLog();
     logWarnings(configuration.warnings());
+    const PoolSettings settings = configuration.pool();
+    pool = std::make_unique<nim::mt::ThreadPool>("requests", settings.threads, 0, 0, 0, 0, settings.pending);
     for (unsigned int i = 0; i < options.threads; ++i) {
         const std::string name = "source-" + std::to_string(i);
-        sources.push_back(std::make_unique<Source>(name, configuration.source(name), counters, stop));
+        auto source =
+            std::make_unique<Source>(name, configuration.source(name), *pool, counters, stop);
+        auto thread = std::make_unique<nim::mt::Thread>(*source, true, name.c_str());
+        stations.push_back({std::move(source), std::move(thread)});
     }
 }
 
 int Host::run()
 {
-    NIM_LOG(Severity_NOTICE) << "nimhost starts with " << sources.size() << " sources";
-    startSources();
+    start();
     waitForEnd();
-    stopSources();
-    NIM_LOG(Severity_NOTICE) << "nimhost ends after " << counters.written << " records";
+    shutDown();
     showTable(std::cout, seconds(), counters, traces.rotations());
     return status;
 }
 
 double Host::seconds() const
 {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
 }
 
-void Host::startSources()
+void Host::start()
 {
-    start = std::chrono::steady_clock::now();
-    running = static_cast<unsigned int>(sources.size());
-    for (const auto& source : sources) {
-        threads.emplace_back([this, &source] {
-            source->run();
-            --running;
-        });
+    NIM_LOG(Severity_NOTICE) << "nimhost starts with " << stations.size() << " sources";
+    began = std::chrono::steady_clock::now();
+    monitorThread.start();
+    for (const Station& station : stations) {
+        station.thread->start();
     }
 }
 
 bool Host::atEnd() const
 {
-    return ending || running == 0 || (options.seconds != 0 && seconds() >= options.seconds);
+    return ending || (options.seconds != 0 && seconds() >= options.seconds) ||
+           std::all_of(stations.begin(), stations.end(), [](const Station& station) {
+               return station.thread->status() == Task::TSF_FINISHED;
+           });
 }
 
 void Host::waitForEnd()
@@ -107,6 +130,7 @@ void Host::handleSignal(int signal)
     } else {
         NIM_LOG(Severity_NOTICE) << "nimhost was told to end by signal " << signal;
         ending = true;
+        unblockEndSignals();
     }
 }
 
@@ -117,13 +141,13 @@ void Host::readConfigurationAgain()
     try {
         const Configuration fresh(options.config);
         std::vector<SourceSettings> settings;
-        for (const auto& source : sources) {
-            settings.push_back(fresh.source(source->name()));
+        for (const Station& station : stations) {
+            settings.push_back(fresh.source(station.source->name()));
         }
         fresh.configureLog();
         logWarnings(fresh.warnings());
-        for (std::size_t i = 0; i < sources.size(); ++i) {
-            sources[i]->configure(settings[i]);
+        for (std::size_t i = 0; i < stations.size(); ++i) {
+            stations[i].source->configure(settings[i]);
         }
         NIM_LOG(Severity_NOTICE) << "nimhost has read " << options.config << " again";
     } catch (const ConfigurationError& exc) {
@@ -133,11 +157,30 @@ void Host::readConfigurationAgain()
     }
 }
 
-void Host::stopSources()
+/** Ends in the order in which the work flows, so that nothing that was read is lost. */
+void Host::shutDown()
 {
     stop.now = true;
-    for (std::thread& thread : threads) {
-        thread.join();
+    joinSources();
+    for (const Station& station : stations) {
+        station.source->complete();
+    }
+    pool->shutdown();
+    while (monitorThread.status() != Task::TSF_FINISHED) {
+        monitorThread.waitForStateChange(1000);
+    }
+    NIM_LOG(Severity_NOTICE) << "nimhost is down: sources stopped, queues complete, pool " << pool->name()
+                             << " shut down after " << counters.tasksRun << " tasks";
+}
+
+void Host::joinSources()
+{
+    for (const Station& station : stations) {
+        // A source that broke down hands its exception over; it stays the thread's.
+        if (const std::exception* const error = station.thread->join()) {
+            ++counters.sourcesBroken;
+            NIM_LOG_TRAPPED(Severity_ERROR, *error, station.source->name() + " ended early");
+        }
     }
 }
 

@@ -1,19 +1,22 @@
 #ifndef NIMHOST_HOST_HPP
 #define NIMHOST_HOST_HPP
 
+#include "Monitor.hpp"
 #include "Options.hpp"
 #include "RotationTraces.hpp"
 #include "Source.hpp"
 
+#include <dalnim/mt/Thread.hpp>
+
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <memory>
-#include <thread>
 #include <vector>
 
 namespace nimhost {
 
-/** The run of the host: its sources, each on a thread, and the signals that steer it. */
+/** The run of the host: its sources, each on a thread, the pool, and the signals that steer it. */
 class Host
 {
 public:
@@ -24,12 +27,20 @@ public:
     int run();
 
 private:
-    void startSources();
+    /** A source and the thread that it runs on. */
+    struct Station
+    {
+        std::unique_ptr<Source> source;
+        std::unique_ptr<com::kor::dal::nim::mt::Thread> thread;
+    };
+
+    void start();
     void waitForEnd();
     bool atEnd() const;
     void handleSignal(int signal);
     void readConfigurationAgain();
-    void stopSources();
+    void shutDown();
+    void joinSources();
     double seconds() const;
 
     const Options& options;
@@ -38,10 +49,11 @@ private:
     Configuration configuration;
     Counters counters;
     Stop stop;
-    std::vector<std::unique_ptr<Source>> sources;
-    std::vector<std::thread> threads;
-    std::atomic<unsigned int> running{0};
-    std::chrono::steady_clock::time_point start;
+    std::unique_ptr<com::kor::dal::nim::mt::ThreadPool> pool;
+    std::vector<Station> stations;
+    Monitor monitor;
+    com::kor::dal::nim::mt::Thread monitorThread;
+    std::chrono::steady_clock::time_point began;
     bool ending = false;
     int status = 0;
 };

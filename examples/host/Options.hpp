@@ -22,7 +22,7 @@ struct Options
     unsigned int threads = 4;
     /** How long to run; 0 for no limit. */
     unsigned int seconds = 0;
-    /** How many records the sources write together; 0 for no limit. */
+    /** How many requests the sources read together, each of which makes a record; 0 for no limit. */
     std::uint64_t records = 0;
     bool help = false;
 

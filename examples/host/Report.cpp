@@ -64,8 +64,8 @@ void row(std::ostream& os, const std::string& label, std::uint64_t value)
 void showProgress(std::ostream& os, double seconds, const Counters& counters, std::uint64_t rotations)
 {
     os << '\r' << std::fixed << std::setprecision(1) << std::setw(7) << seconds << " s  "
-       << counters.written.load() << " written, " << counters.refused.load() << " refused, " << rotations
-       << " rotations\033[K" << std::flush;
+       << counters.tasksRun.load() << " tasks run, " << counters.recordsWritten.load() << " records written, "
+       << rotations << " rotations\033[K" << std::flush;
 }
 
 void clearProgress(std::ostream& os)
@@ -76,9 +76,14 @@ void clearProgress(std::ostream& os)
 void showTable(std::ostream& os, double seconds, const Counters& counters, std::uint64_t rotations)
 {
     os << "nimhost ran for " << std::fixed << std::setprecision(1) << seconds << " s\n";
-    row(os, "records written", counters.written);
-    row(os, "records refused by the gate", counters.refused);
-    row(os, "records failed", counters.failed);
+    row(os, "tasks run", counters.tasksRun);
+    row(os, "tasks refused by the limit", counters.tasksRefused);
+    row(os, "tasks failed", counters.tasksFailed);
+    row(os, "tasks under a foreign token", counters.tasksUnderForeignToken);
+    row(os, "longest wait, microseconds", counters.longestWaitMicros);
+    row(os, "sources broken down", counters.sourcesBroken);
+    row(os, "records written", counters.recordsWritten);
+    row(os, "records refused by the gate", counters.recordsRefused);
     row(os, "rotations", rotations);
 
     const std::string path = ::com_kor_dal_nim_log_control.getPath();

@@ -1,7 +1,7 @@
 #ifndef NIMHOST_REPORT_HPP
 #define NIMHOST_REPORT_HPP
 
-#include "Source.hpp"
+#include "Counters.hpp"
 
 #include <cstdint>
 #include <iosfwd>

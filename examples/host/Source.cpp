@@ -1,68 +1,103 @@
 #include "Source.hpp"
 
+#include "Request.hpp"
+#include "RequestTask.hpp"
+#include "Token.hpp"
+
 #include <dalnim/nim.hpp>
 
-#include <iostream>
+#include <algorithm>
+#include <cerrno>
+#include <memory>
 #include <thread>
 #include <utility>
 
 namespace nimhost {
 
 namespace nim = com::kor::dal::nim;
-using nim::log::Severity;
 
 namespace {
 
-/** The longest sleep, so that the end of the run is noticed. */
-constexpr std::chrono::milliseconds LONGEST_SLEEP(100);
+/** The longest wait, so that the end of the run is noticed. */
+constexpr std::chrono::milliseconds LONGEST_WAIT(100);
 
 }
 
-Source::Source(std::string name, const SourceSettings& settings, Counters& sharedCounters, Stop& sharedStop)
-    : sourceName(std::move(name)), rate(settings.rate), debugEvery(settings.debugEvery),
-      counters(sharedCounters), stop(sharedStop),
-      module(nim::log::Module::getInstance("nimhost." + sourceName, nim::log::GET_NIM_LOG_LOGGER_VAR()))
+Source::Source(std::string name, const SourceSettings& settings, nim::mt::ThreadPool& sharedPool,
+               Counters& sharedCounters, Stop& sharedStop)
+    : sourceName(std::move(name)), sourceSettings(settings), pool(sharedPool), counters(sharedCounters),
+      stop(sharedStop),
+      logModule(nim::log::Module::getInstance("nimhost." + sourceName, nim::log::GET_NIM_LOG_LOGGER_VAR())),
+      sourceToken(new Token), requests(settings.queue)
 {
 }
 
 void Source::configure(const SourceSettings& settings)
 {
-    rate = settings.rate;
-    debugEvery = settings.debugEvery;
+    const std::lock_guard<std::mutex> guard(settingsLock);
+    sourceSettings = settings;
+}
+
+SourceSettings Source::settings() const
+{
+    const std::lock_guard<std::mutex> guard(settingsLock);
+    return sourceSettings;
 }
 
 void Source::run()
 {
+    using nim::type::ContextScope;
+    using nim::type::SecurityContext;
+    const nim::sys::StackTrack track("run()", "Source", "nimhost", __LINE__);
+
+    // Each task that this thread submits gets a copy of the thread's context, and the token with it.
+    const ContextScope security(SecurityContext::opCreate, ContextScope::opRemove, SecurityContext::KEY, 0,
+                                nim::type::ContainerContext::current());
+    SecurityContext::current()->token(sourceToken);
+
     auto next = std::chrono::steady_clock::now();
     for (std::uint64_t number = 0; !stop.now; ++number) {
-        if (stop.recordsLeft.fetch_sub(1) <= 0) {
-            return;
+        const std::uint32_t breakAfter = settings().breakAfter;
+        if (breakAfter != 0 && number == breakAfter) {
+            throw nim::sys::system_error(EPIPE, sourceName + " broke down after " + std::to_string(number) +
+                                                    " requests");
         }
-        try {
-            write(number);
-        } catch (const std::exception& exc) {
-            ++counters.failed;
-            std::cerr << "nimhost: a record of " << sourceName << " failed: " << exc.what() << std::endl;
+        if (stop.requestsLeft.fetch_sub(1) <= 0 || !submit(number)) {
+            return;
         }
         pace(next);
     }
 }
 
-void Source::write(std::uint64_t number)
+void Source::complete()
 {
-    const std::uint32_t every = debugEvery;
-    const Severity severity = every != 0 && number % every == every - 1 ? nim::log::Severity_DEBUG
-                              : number % 100 == 0                       ? nim::log::Severity_NOTICE
-                                                                        : nim::log::Severity_INFO;
-    bool passed = false;
-    NIM_LOG_TO(module, severity) << "request " << number << " answered in " << 17 + number % 83
-                                 << " microseconds" << (passed = true, "");
-    ++(passed ? counters.written : counters.refused);
+    requests.complete();
+}
+
+/** False when the end of the run came before there was room. */
+bool Source::submit(std::uint64_t number)
+{
+    auto request = std::make_unique<Request>(number);
+    while (!requests.insert(request.get(), static_cast<unsigned int>(LONGEST_WAIT.count()))) {
+        if (stop.now) {
+            return false;
+        }
+    }
+    request.release();
+
+    auto task = std::make_unique<RequestTask>(*this);
+    if (pool.add(task.get(), true, settings().block)) {
+        task.release();
+    } else {
+        ++counters.tasksRefused;
+        const std::unique_ptr<nim::mt::QueueElement> refused(requests.next(0));
+    }
+    return true;
 }
 
 void Source::pace(std::chrono::steady_clock::time_point& next) const
 {
-    const std::uint32_t perSecond = rate;
+    const std::uint32_t perSecond = settings().rate;
     if (perSecond == 0) {
         return;
     }
@@ -70,8 +105,7 @@ void Source::pace(std::chrono::steady_clock::time_point& next) const
     for (auto now = std::chrono::steady_clock::now(); now < next && !stop.now;
          now = std::chrono::steady_clock::now()) {
         std::this_thread::sleep_for(
-            std::min(std::chrono::duration_cast<std::chrono::nanoseconds>(next - now),
-                     std::chrono::duration_cast<std::chrono::nanoseconds>(LONGEST_SLEEP)));
+            std::min<std::chrono::steady_clock::duration>(next - now, LONGEST_WAIT));
     }
 }
 

@@ -2,59 +2,73 @@
 #define NIMHOST_SOURCE_HPP
 
 #include "Configuration.hpp"
+#include "Counters.hpp"
 
 #include <dalnim/log/Module.hpp>
+#include <dalnim/mem/RefCntObjectRef.hpp>
+#include <dalnim/mt/Queue.hpp>
+#include <dalnim/mt/Runnable.hpp>
+#include <dalnim/mt/ThreadPool.hpp>
 
-#include <atomic>
 #include <chrono>
-#include <cstdint>
+#include <mutex>
 #include <string>
 
 namespace nimhost {
 
-/** What all sources did together. */
-struct Counters
-{
-    std::atomic<std::uint64_t> written{0};
-    std::atomic<std::uint64_t> refused{0};
-    /** Records whose statement raised. */
-    std::atomic<std::uint64_t> failed{0};
-};
-
-/** The end of the run, seen by all sources. */
-struct Stop
-{
-    std::atomic<bool> now{false};
-    /** How many records the sources may still write; negative when all are spoken for. */
-    std::atomic<std::int64_t> recordsLeft;
-};
-
-/** Writes records under a log module of its own until it is told to stop. */
-class Source
+/**
+ * Reads requests and submits them to the pool, under a token of its own, until it is told to stop. The
+ * requests that are under way stand in its queue, which bounds their number.
+ */
+class Source : public com::kor::dal::nim::mt::Runnable
 {
 public:
-    Source(std::string name, const SourceSettings& settings, Counters& counters, Stop& stop);
+    Source(std::string name, const SourceSettings& settings, com::kor::dal::nim::mt::ThreadPool& pool,
+           Counters& counters, Stop& stop);
 
-    /** Runs on the calling thread; returns when the host stops or no record is left to write. */
-    void run();
+    /** Runs on a thread of its own. Throws when it breaks down. */
+    void run() override;
+    /** No request comes any more; those that are queued are answered. */
+    void complete();
+
+    /** Takes effect at the next request, but for the size of the queue; any thread may call it. */
+    void configure(const SourceSettings& settings);
+    SourceSettings settings() const;
 
     const std::string& name() const
     {
         return sourceName;
     }
-    /** Takes effect at the next record; may be called by any thread. */
-    void configure(const SourceSettings& settings);
+    com::kor::dal::nim::mt::Queue& queue()
+    {
+        return requests;
+    }
+    com::kor::dal::nim::log::Module& module()
+    {
+        return logModule;
+    }
+    Counters& hostCounters()
+    {
+        return counters;
+    }
+    const com::kor::dal::nim::mem::ConstRefCntObjectRef& token() const
+    {
+        return sourceToken;
+    }
 
 private:
-    void write(std::uint64_t number);
+    bool submit(std::uint64_t number);
     void pace(std::chrono::steady_clock::time_point& next) const;
 
     const std::string sourceName;
-    std::atomic<std::uint32_t> rate;
-    std::atomic<std::uint32_t> debugEvery;
+    mutable std::mutex settingsLock;
+    SourceSettings sourceSettings;
+    com::kor::dal::nim::mt::ThreadPool& pool;
     Counters& counters;
     Stop& stop;
-    com::kor::dal::nim::log::Module& module;
+    com::kor::dal::nim::log::Module& logModule;
+    const com::kor::dal::nim::mem::ConstRefCntObjectRef sourceToken;
+    com::kor::dal::nim::mt::Queue requests;
 };
 
 }

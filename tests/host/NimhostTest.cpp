@@ -31,12 +31,18 @@ protected:
         return words;
     }
 
-    /** Writes a configuration whose log stands in the scratch folder; gives its path. */
-    std::string configure(const std::string& logSettings, const std::string& rate = "0") const
+    /**
+     * Writes a configuration whose log stands in the scratch folder; gives its path.
+     * @param hostSettings stands behind the settings of the host, and so overrides them
+     */
+    std::string configure(const std::string& logSettings, const std::string& hostSettings = "") const
     {
         const std::string file = scratch.file("test.properties");
         writeFile(file, "%pragma include \"test-log.properties\"\n"
-                        "/source/rate = " + rate + "\n/source/debug.every = 4\n");
+                        "pool/threads = 2\npool/pending = 16\n"
+                        "/source/rate = 0\n/source/queue = 8\n/source/block = true\n"
+                        "/source/debug.every = 4\n/source/fail.every = 0\n/source/break.after = 0\n" +
+                            hostSettings);
         writeFile(scratch.file("test-log.properties"), logSettings);
         return file;
     }
@@ -113,9 +119,15 @@ TEST_F(NimhostTest, RefusesABadValue)
     const std::string file = configure(fileSettings(std::string(LOG) + "severity.id = LOUD\n"));
     expectRefused({"--config", file}, "nimhost: " + file + ": Unrecognized NIM Log Severity");
 
-    const std::string badRate = configure(fileSettings(""), "many");
-    expectRefused({"--config", badRate},
-                  "nimhost: " + badRate + ": source/rate of source-0 is to be a number, not \"many\"");
+    configure(fileSettings(""), "/source/rate = many\n");
+    expectRefused({"--config", file},
+                  "nimhost: " + file + ": source/rate of source-0 is to be a number from 0, not \"many\"");
+    configure(fileSettings(""), "pool/threads = 0\n");
+    expectRefused({"--config", file},
+                  "nimhost: " + file + ": threads of pool is to be a number from 1, not \"0\"");
+    configure(fileSettings(""), "source-3/source/block = yes\n");
+    expectRefused({"--config", file},
+                  "nimhost: " + file + ": source/block of source-3 is to be true or false, not \"yes\"");
 }
 
 TEST_F(NimhostTest, ShowsItsUsage)
@@ -142,23 +154,28 @@ TEST_F(NimhostTest, WritesEveryRecordOfSeveralThreadsToARotatingSet)
         ++files;
         std::istringstream text(readFile(entry.path()));
         for (std::string line; std::getline(text, line);) {
-            if (line.find("answered in") != std::string::npos) {
+            if (line.find("answered") != std::string::npos) {
                 ++lines;
                 EXPECT_THAT(line, MatchesRegex("nimhost\\.source-[0-3] (INFO|NOTICE) : request [0-9]+ "
-                                               "answered in [0-9]+ microseconds"));
+                                               "of source-[0-3] answered"));
                 records.insert(line);
             }
         }
     }
     EXPECT_EQ(records.size(), lines) << "a record stands twice";
-    EXPECT_GE(files, 10U);
+    EXPECT_GE(files, 5U);
 
     // Of every four records of a source one is refused; a source may end in the middle of four.
     EXPECT_GE(lines, 3000U);
     EXPECT_LE(lines, 3012U);
     EXPECT_EQ(tableRow(host.output(), "records written"), lines);
     EXPECT_EQ(tableRow(host.output(), "records refused by the gate"), 4000 - lines);
-    EXPECT_EQ(tableRow(host.output(), "records failed"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "tasks run"), 4000U);
+    EXPECT_EQ(tableRow(host.output(), "tasks refused by the limit"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "tasks failed"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "tasks under a foreign token"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "sources broken down"), 0U);
+    EXPECT_GT(tableRow(host.output(), "longest wait, microseconds"), 0U);
     EXPECT_EQ(tableRow(host.output(), "rotations"), files - 1);
     EXPECT_THAT(host.output(), HasSubstr("    host.log.0 "));
 }
@@ -178,16 +195,16 @@ TEST_F(NimhostTest, KeepsTheNumberOfFilesThatItIsToldTo)
 
 TEST_F(NimhostTest, ReadsItsConfigurationAgainOnHangup)
 {
-    const std::string file = configure(fileSettings(""), "200");
+    const std::string file = configure(fileSettings(""), "/source/rate = 200\n");
     ChildProcess host(command({"--config", file, "--threads", "1", "--seconds", "60"}), scratch.path());
     ASSERT_TRUE(logHolds("nimhost starts with 1 sources"));
     EXPECT_EQ(logText().find(" DEBUG "), std::string::npos);
 
-    configure(fileSettings(std::string(LOG) + "severity.id = DEBUG\n"), "200");
+    configure(fileSettings(std::string(LOG) + "severity.id = DEBUG\n"), "/source/rate = 200\n");
     host.signal(SIGHUP);
     ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
     EXPECT_TRUE(logHolds("Changing logging setting: Severity\n\told: NOTICE\n\tnew: DEBUG"));
-    EXPECT_TRUE(logHolds(" DEBUG Source.cpp "));
+    EXPECT_TRUE(logHolds(" DEBUG RequestTask.cpp "));
 
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);
@@ -196,7 +213,7 @@ TEST_F(NimhostTest, ReadsItsConfigurationAgainOnHangup)
 
 TEST_F(NimhostTest, KeepsItsLogWhenTheNewConfigurationIsBad)
 {
-    const std::string file = configure(fileSettings(""), "200");
+    const std::string file = configure(fileSettings(""), "/source/rate = 200\n");
     ChildProcess host(command({"--config", file, "--threads", "1", "--seconds", "60"}), scratch.path());
     ASSERT_TRUE(logHolds("nimhost starts with 1 sources"));
 
@@ -226,6 +243,76 @@ TEST_F(NimhostTest, LogsToAStreamWhenItIsToldTo)
     EXPECT_EQ(host.wait(), 0);
     EXPECT_THAT(host.output(), HasSubstr("nimhost starts with 4 sources\n"));
     EXPECT_THAT(host.output(), HasSubstr("  the log is a stream, there are no files\n"));
+}
+
+TEST_F(NimhostTest, CountsAndLogsTheTasksThatFail)
+{
+    const std::string file = configure(fileSettings(""), "/source/fail.every = 10\n");
+    ChildProcess host(command({"--config", file, "--threads", "1", "--records", "100"}), scratch.path());
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_EQ(tableRow(host.output(), "tasks run"), 100U);
+    EXPECT_EQ(tableRow(host.output(), "tasks failed"), 10U);
+    EXPECT_THAT(logText(), HasSubstr(" failed : 71 : Protocol error\n  [0]\tnimhost.RequestTask.answer():"));
+}
+
+TEST_F(NimhostTest, RefusesTasksBeyondTheLimit)
+{
+    const std::string file =
+        configure(fileSettings(""), "/source/block = false\npool/pending = 1\npool/threads = 1\n");
+    ChildProcess host(command({"--config", file, "--records", "20000"}), scratch.path());
+    EXPECT_EQ(host.wait(), 0);
+    const std::size_t run = tableRow(host.output(), "tasks run");
+    const std::size_t refused = tableRow(host.output(), "tasks refused by the limit");
+    EXPECT_EQ(run + refused, 20000U);
+    EXPECT_GT(run, 0U);
+    EXPECT_GT(refused, 0U);
+}
+
+TEST_F(NimhostTest, ReceivesTheExceptionOfASourceThatBreaksDown)
+{
+    const std::string file = configure(fileSettings(""), "source-1/source/break.after = 30\n");
+    ChildProcess host(command({"--config", file, "--threads", "2", "--records", "500"}), scratch.path());
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_EQ(tableRow(host.output(), "sources broken down"), 1U);
+    EXPECT_THAT(logText(), HasSubstr("source-1 ended early : 32 : source-1 broke down after 30 requests\n"
+                                     "  [0]\tnimhost.Source.run():"));
+}
+
+TEST_F(NimhostTest, ShutsDownInOrderWhenItIsToldTo)
+{
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const std::string file = configure(fileSettings(""));
+        ChildProcess host(command({"--config", file, "--seconds", "60"}), scratch.path());
+        ASSERT_TRUE(logHolds("of source-3 answered"));
+        host.signal(signal);
+        EXPECT_EQ(host.wait(), 0);
+
+        const std::string log = logText();
+        const std::string last = log.substr(log.rfind('\n', log.size() - 2) + 1);
+        EXPECT_THAT(last, HasSubstr("nimhost is down: sources stopped, queues complete, pool requests shut down "
+                                    "after " + std::to_string(tableRow(host.output(), "tasks run")) +
+                                    " tasks\n"));
+        std::filesystem::remove_all(scratch.file("log"));
+    }
+}
+
+TEST_F(NimhostTest, EndsAtOnceOnASecondSignal)
+{
+    // So many requests under way that the orderly end takes far longer than the second signal.
+    const std::string file = configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG +
+                                                    "maxFileSize = 1000000\n" + LOG + "maxNumberOfFiles = 1\n"),
+                                       "pool/threads = 1\npool/pending = 1000000\n/source/queue = 1000000\n");
+    ChildProcess host(command({"--config", file, "--seconds", "60"}), scratch.path());
+    ASSERT_TRUE(logHolds("answered"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    host.signal(SIGTERM);
+    // The first one has been taken when the sources have stopped: from then on nothing waits for it.
+    for (int round = 0; round < 100; ++round) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        host.signal(SIGTERM);
+    }
+    EXPECT_EQ(host.wait(), 128 + SIGTERM);
+    EXPECT_EQ(host.output(), "");
 }
 
 }

@@ -1,0 +1,47 @@
+#ifndef NIMHOST_COUNTERS_HPP
+#define NIMHOST_COUNTERS_HPP
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+
+namespace nimhost {
+
+/** What the whole host did; any thread may count. */
+struct Counters
+{
+    std::atomic<std::uint64_t> tasksRun{0};
+    /** Requests for which the pool had no room. */
+    std::atomic<std::uint64_t> tasksRefused{0};
+    std::atomic<std::uint64_t> tasksFailed{0};
+    /** Tasks that ran under another token than their source's. */
+    std::atomic<std::uint64_t> tasksUnderForeignToken{0};
+    /** The longest that a request waited for a worker. */
+    std::atomic<std::uint64_t> longestWaitMicros{0};
+    std::atomic<std::uint64_t> sourcesBroken{0};
+
+    std::atomic<std::uint64_t> recordsWritten{0};
+    /** By the gate. */
+    std::atomic<std::uint64_t> recordsRefused{0};
+
+    void noteWait(std::chrono::steady_clock::duration wait)
+    {
+        const auto micros = static_cast<std::uint64_t>(
+            std::chrono::duration_cast<std::chrono::microseconds>(wait).count());
+        std::uint64_t longest = longestWaitMicros;
+        while (micros > longest && !longestWaitMicros.compare_exchange_weak(longest, micros)) {
+        }
+    }
+};
+
+/** The end of the run, seen by all sources. */
+struct Stop
+{
+    std::atomic<bool> now{false};
+    /** How many requests the sources may still read. */
+    std::atomic<std::int64_t> requestsLeft{0};
+};
+
+}
+
+#endif

@@ -1,0 +1,75 @@
+#include "RequestTask.hpp"
+
+#include "Request.hpp"
+#include "Source.hpp"
+
+#include <dalnim/nim.hpp>
+
+#include <cerrno>
+#include <iostream>
+#include <memory>
+
+namespace nimhost {
+
+namespace nim = com::kor::dal::nim;
+using nim::log::Severity;
+
+namespace {
+
+bool isEvery(std::uint64_t number, std::uint32_t every)
+{
+    return every != 0 && number % every == every - 1;
+}
+
+}
+
+RequestTask::RequestTask(Source& origin)
+    : Task(nullptr, "Request"), source(origin), counters(origin.hostCounters())
+{
+}
+
+void RequestTask::run()
+{
+    const std::unique_ptr<nim::mt::QueueElement> element(source.queue().next(0));
+    const auto* const request = dynamic_cast<const Request*>(element.get());
+    if (request == nullptr) {
+        return;
+    }
+    ++counters.tasksRun;
+    counters.noteWait(std::chrono::steady_clock::now() - request->submitted);
+
+    const nim::type::SecurityContextRef security = nim::type::SecurityContext::current();
+    if (!security || security->token() != source.token()) {
+        ++counters.tasksUnderForeignToken;
+    }
+    nim::log::Module& com_kor_dal_nim_log_module = source.module();
+    try {
+        try {
+            answer(*request);
+        } catch (const std::exception& exc) {
+            ++counters.tasksFailed;
+            NIM_LOG_TRAPPED(Severity_WARNING, exc, name() + " failed");
+        }
+    } catch (const std::exception& exc) {
+        // The log itself fails.
+        std::cerr << "nimhost: " << name() << ": " << exc.what() << std::endl;
+    }
+}
+
+void RequestTask::answer(const Request& request)
+{
+    const SourceSettings settings = source.settings();
+    if (isEvery(request.number, settings.failEvery)) {
+        const nim::sys::StackTrack track("answer()", "RequestTask", "nimhost", __LINE__);
+        throw nim::sys::system_error(EPROTO);
+    }
+    const Severity severity = isEvery(request.number, settings.debugEvery) ? nim::log::Severity_DEBUG
+                              : request.number % 100 == 0                  ? nim::log::Severity_NOTICE
+                                                                           : nim::log::Severity_INFO;
+    bool passed = false;
+    NIM_LOG_TO(source.module(), severity)
+        << "request " << request.number << " of " << source.name() << " answered" << (passed = true, "");
+    ++(passed ? counters.recordsWritten : counters.recordsRefused);
+}
+
+}

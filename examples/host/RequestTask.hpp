@@ -1,0 +1,31 @@
+#ifndef NIMHOST_REQUESTTASK_HPP
+#define NIMHOST_REQUESTTASK_HPP
+
+#include "Counters.hpp"
+
+#include <dalnim/mt/Task.hpp>
+
+namespace nimhost {
+
+class Request;
+class Source;
+
+/** Answers the oldest request of a source, on a worker, under the source's token. */
+class RequestTask : public com::kor::dal::nim::mt::Task
+{
+public:
+    explicit RequestTask(Source& source);
+
+    /** Lets nothing out: a failed request is counted and logged. */
+    void run() override;
+
+private:
+    void answer(const Request& request);
+
+    Source& source;
+    Counters& counters;
+};
+
+}
+
+#endif
