@@ -7,6 +7,7 @@
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/Write.hpp>
 
+#include <atomic>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -220,7 +221,7 @@ public:
     std::ios* stream = nullptr;
     SeverityColl masked;
     bool maskedOn = false;
-    mutable int asked = 0;
+    mutable std::atomic<int> asked{0};
     log::ModuleRegistration registration;
 };
 
