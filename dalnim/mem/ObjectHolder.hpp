@@ -35,12 +35,12 @@ public:
     ~ObjectHolder();
 
     /**
-     * Lets go of what is held, in whatever mode if it is a plain object, and takes over: a counted
-     * object is shared, a plain one leaves `ref` empty. A copy to itself changes nothing. A release
-     * that throws leaves the old object held.
+     * Lets go of what is held, in whatever mode if it is a plain object, and then takes over: a
+     * counted object is shared, a plain one leaves `ref` empty. A copy to itself changes nothing; `ref`
+     * must not be a part of what is let go. A release that throws leaves the old object held.
      */
     ObjectHolder& operator=(const ObjectHolder& ref);
-    /** Lets go of what is held, as above, and holds `object`. */
+    /** Lets go of what is held, as above, which must not end `object`, and then holds that. */
     ObjectHolder& assign(type::Object* object, StorageMode mode);
 
     operator type::Object*() noexcept
@@ -67,6 +67,7 @@ private:
     type::Object* held() const noexcept;
     void take(type::Object* object, StorageMode mode);
     void takeFrom(const ObjectHolder& ref);
+    void hold(RefCntObject* shared);
     void letGo();
 
     // Copying takes a plain object away from its source, which is const to the copy.
@@ -74,7 +75,7 @@ private:
         mutable type::Object* obj;
         mutable RefCntObject* rco;
     };
-    /** The mode in the low two bits, and a third that tells which of the two pointers it is. */
+    /** The mode in the low two bits, and a third that is set while it is the second pointer. */
     UInt32_t flags;
 };
 

@@ -31,10 +31,10 @@ ObjectHolder::~ObjectHolder()
     if ((flags & GIVE_UP) == 0) {
         return;
     }
-    if (!counted()) {
-        delete obj;
-    } else if (rco != nullptr) {
+    if (counted()) {
         rco->releaseRef();
+    } else {
+        delete obj;
     }
 }
 
@@ -89,47 +89,59 @@ type::Object* ObjectHolder::held() const noexcept
 
 void ObjectHolder::take(type::Object* object, StorageMode mode)
 {
-    obj = object;
     flags = mode;
     if (object == nullptr) {
         return;
     }
     if (auto* const shared = dynamic_cast<RefCntObject*>(object)) {
-        flags |= COUNTED;
-        if ((flags & ACQUIRE) != 0) {
-            shared->acquireRef();
-        }
-        rco = shared;
+        hold(shared);
+    } else {
+        obj = object;
     }
 }
 
 void ObjectHolder::takeFrom(const ObjectHolder& ref)
 {
-    flags = ref.flags;
+    flags = ref.flags & ~COUNTED;
     if (ref.counted()) {
-        if ((flags & ACQUIRE) != 0 && ref.rco != nullptr) {
-            ref.rco->acquireRef();
-        }
-        rco = ref.rco;
+        hold(ref.rco);
     } else {
         obj = ref.obj;
         ref.obj = nullptr;
     }
 }
 
+void ObjectHolder::hold(RefCntObject* shared)
+{
+    if ((flags & ACQUIRE) != 0) {
+        shared->acquireRef();
+    }
+    rco = shared;
+    flags |= COUNTED;
+}
+
 void ObjectHolder::letGo()
 {
+    // The holder is empty already while the object goes, for what the object's destructor does to it.
     // Unlike the destructor this deletes a plain object in every mode: it has no other holder.
     if (!counted()) {
         type::Object* const dying = obj;
         obj = nullptr;
         delete dying;
-    } else if (rco != nullptr) {
-        if ((flags & GIVE_UP) != 0) {
-            rco->releaseRef();
+        return;
+    }
+    const UInt32_t mode = flags;
+    RefCntObject* const dying = rco;
+    obj = nullptr;
+    flags &= ~COUNTED;
+    if ((mode & GIVE_UP) != 0) {
+        try {
+            dying->releaseRef();
+        } catch (...) {
+            rco = dying;
+            flags = mode;
+            throw;
         }
-        obj = nullptr;
-        flags &= ~COUNTED;
     }
 }
 
