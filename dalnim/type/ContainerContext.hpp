@@ -55,9 +55,10 @@ protected:
     /** Duplicates `ref`. Throws as operator=. */
     ContainerContext(const ContainerContext& ref);
     /**
-     * Replaces the content by a duplicate of that of `ref`. Throws `std::bad_cast` for content that
-     * cannot be cloned as its key demands, sys::system_error 22 for an empty reference under such a
-     * key, and what cloning throws; the content stays as it was then.
+     * Replaces the content by a duplicate of that of `ref`, which may be this context: it then loses
+     * what its keys leave behind. The old content goes as by clearContent(). Throws `std::bad_cast`
+     * for content that cannot be cloned as its key demands, sys::system_error 22 for an empty
+     * reference under such a key, and what cloning throws; the content stays as it was then.
      */
     ContainerContext& operator=(const ContainerContext& ref);
     ~ContainerContext() noexcept(false) override;

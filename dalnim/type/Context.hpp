@@ -12,7 +12,7 @@ namespace com::kor::dal::nim::type {
  * A content key is an identity and, in three bits of it, an instruction: what becomes of the content
  * when a context is duplicated for a new thread. Keys differ from run to run.
  */
-class DALNIM_API Context : public mem::RefCntObject
+class DALNIM_API Context : public virtual mem::RefCntObject
 {
 public:
     static constexpr const char CLASS_NAME[] = "Context";

@@ -34,7 +34,11 @@ void requireCloneable(const mem::RefCntObject& object, UInt32_t attributes, cons
 mem::RefCntObjectRef cloned(const mem::RefCntObjectRef& ref, bool deep)
 {
     std::unique_ptr<Cloneable> copy(dynamic_cast<const Cloneable&>(*ref).clone(deep));
-    mem::RefCntObjectRef result(&dynamic_cast<mem::RefCntObject&>(*copy));
+    auto* const object = dynamic_cast<mem::RefCntObject*>(copy.get());
+    if (object == nullptr) {
+        mem::throwBadCastException();
+    }
+    mem::RefCntObjectRef result(object);
     copy.release();
     return result;
 }
@@ -57,11 +61,20 @@ void dropQuietly(mem::RefCntObjectRef& ref) noexcept
     }
 }
 
+template <class Content>
+void dropAll(Content& entries) noexcept
+{
+    for (auto& entry : entries) {
+        dropQuietly(entry.second);
+    }
+}
+
 }
 
 ContainerContext::ContainerContext() = default;
 
-ContainerContext::ContainerContext(const ContainerContext& ref) : type::Object(ref), Context(ref)
+ContainerContext::ContainerContext(const ContainerContext& ref)
+    : type::Object(ref), mem::RefCntObject(ref), Context(ref)
 {
     const sys::StackTrack track("ContainerContext()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     *this = ref;
@@ -89,6 +102,7 @@ ContainerContext& ContainerContext::operator=(const ContainerContext& ref)
     }
     content.swap(duplicate);
     Context::operator=(ref);
+    dropAll(duplicate);
     return *this;
 }
 
@@ -109,7 +123,7 @@ bool ContainerContext::add(const mem::RefCntObjectRef& ref, unsigned int cid)
     if (object != nullptr) {
         requireCloneable(*object, attributes, "Content flagged for duplication is not Cloneable.");
     }
-    return content.emplace(cid, ref).second;
+    return content.try_emplace(cid, ref).second;
 }
 
 bool ContainerContext::add(const ContextRef& ref)
@@ -120,7 +134,7 @@ bool ContainerContext::add(const ContextRef& ref)
     }
     const UInt32_t cid = ref->key();
     requireCloneable(*ref, keyAttributes(cid), "Context flagged for duplication is not Cloneable.");
-    return content.emplace(cid, mem::RefCntObjectRef(ref)).second;
+    return content.try_emplace(cid, ref).second;
 }
 
 const mem::ConstRefCntObjectRef& ContainerContext::find(unsigned int cid) const
@@ -159,9 +173,7 @@ void ContainerContext::clearContent() noexcept
 {
     Content dying;
     dying.swap(content);
-    for (auto& entry : dying) {
-        dropQuietly(entry.second);
-    }
+    dropAll(dying);
 }
 
 ContainerContextRef ContainerContext::current()

@@ -8,10 +8,13 @@ namespace com::kor::dal::nim::sys::internal {
 
 CurrentContext::CurrentContext() = default;
 CurrentContext::CurrentContext(const type::ContainerContext& ref)
-    : type::Object(ref), type::ContainerContext(ref)
+    : type::Object(ref), mem::RefCntObject(ref), type::ContainerContext(ref)
 {
 }
-CurrentContext::CurrentContext(const CurrentContext& ref) : type::Object(ref), type::ContainerContext(ref) {}
+CurrentContext::CurrentContext(const CurrentContext& ref)
+    : CurrentContext(static_cast<const type::ContainerContext&>(ref))
+{
+}
 CurrentContext& CurrentContext::operator=(const CurrentContext& ref) = default;
 CurrentContext& CurrentContext::operator=(const type::ContainerContext& ref)
 {
