@@ -124,6 +124,12 @@ private:
     friend class Thread;
     friend class ThreadPool;
 
+    /**
+     * What run() itself has finished last on the calling thread. It is there to be compared: the owner
+     * may have destroyed it since.
+     */
+    static const Task*& _last_finished() noexcept;
+
     void _set_state(TaskState ts);
     RX_String _make_name(const char* name, const char* label, TaskID_t id) const;
     /** Declared for the layout of the interface; nothing calls them. */

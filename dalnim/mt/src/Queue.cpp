@@ -71,14 +71,16 @@ bool Queue::insert(QueueElement* elem, unsigned int max_wait_ms)
     if ((flags & READY) == 0 || cur_elems >= max_elems) {
         return false;
     }
-    elem->next = nullptr;
-    if (++cur_elems == 1) {
-        next_elem = last_elem = elem;
+    if (cur_elems == 0) {
+        // Ahead of all else: where this fails, the element is still the caller's.
         sig.broadcast();
+        next_elem = elem;
     } else {
         last_elem->next = elem;
-        last_elem = elem;
     }
+    elem->next = nullptr;
+    last_elem = elem;
+    ++cur_elems;
     return true;
 }
 

@@ -63,6 +63,10 @@ Task::Task(const char* name, const char* label)
 
 Task::~Task() noexcept(false)
 {
+    {
+        // Who looks without the lock may find the task finished while that is still being told.
+        const RX_Locked_ lock(_mu);
+    }
     if (_manage) {
         delete _target;
     }
@@ -77,8 +81,11 @@ void Task::run()
     sys::internal::ThreadState& thread = sys::internal::ThreadState::current();
     thread.task = this;
     _set_state(TSF_RUNNING);
+    _last_finished() = nullptr;
     _target->run();
     _set_state(TSF_FINISHED);
+    // From here on the owner may destroy this task.
+    _last_finished() = this;
     // Cleared and not restored, also for a task that was run from inside another.
     thread.task = nullptr;
 }
@@ -170,6 +177,12 @@ std::exception* Task::cloneError(const std::exception& e)
         }
     }
     return new std::exception(e);
+}
+
+const Task*& Task::_last_finished() noexcept
+{
+    static thread_local const Task* task = nullptr;
+    return task;
 }
 
 void Task::_set_state(TaskState ts)

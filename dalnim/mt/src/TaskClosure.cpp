@@ -6,17 +6,33 @@
 #include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 
+#include <utility>
+
 DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::mt {
 
-TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, const type::ContainerContext* context)
-    : _task(task), _manage(manage), _pool(pool)
+namespace {
+
+type::ContainerContextRef duplicate(const type::ContainerContext* context)
 {
     if (context == nullptr) {
         context = sys::internal::ThreadState::current().contextRef.get();
     }
-    _contextRef = new sys::internal::CurrentContext(*context);
+    return type::ContainerContextRef(new sys::internal::CurrentContext(*context));
+}
+
+}
+
+// The context comes first: a copy that fails must not leave half a closure, which is counted.
+TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, const type::ContainerContext* context)
+    : TaskClosure(task, manage, pool, duplicate(context))
+{
+}
+
+TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContainerContextRef context)
+    : _task(task), _manage(manage), _pool(pool), _contextRef(std::move(context))
+{
     if (manage) {
         if (const auto* const counted = dynamic_cast<const mem::RefCntObject*>(task)) {
             counted->acquireRef();
@@ -55,13 +71,17 @@ void TaskClosure::apply()
     thread.thrd = nullptr;
     thread.task = _task;
     thread.pool = _pool;
+    Task::_last_finished() = nullptr;
     _task->_set_state(Task::TSF_RUNNING);
     try {
         _task->run();
     } catch (...) {
         // Dropped on purpose: a pool task tells its outcome by its own means.
     }
-    _task->_set_state(Task::TSF_FINISHED);
+    // A task that has finished itself may be gone: its owner waits for nothing else.
+    if (Task::_last_finished() != _task) {
+        _task->_set_state(Task::TSF_FINISHED);
+    }
     thread.contextRef->clearContent();
     thread.thrd = nullptr;
     thread.task = nullptr;

@@ -28,6 +28,8 @@ public:
     void disown();
 
 private:
+    TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContainerContextRef context);
+
     Task* _task;
     bool _manage;
     ThreadPool* const _pool;

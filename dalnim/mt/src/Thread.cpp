@@ -36,6 +36,8 @@ void logSafely(Statement statement)
         statement();
     } catch (const std::exception& exc) {
         std::cerr << "Thread: a report was lost: " << exc.what() << std::endl;
+    } catch (...) {
+        std::cerr << "Thread: a report was lost" << std::endl;
     }
 }
 
@@ -171,7 +173,8 @@ Thread* Thread::currentThread()
 
 void Thread::setBothStates(TaskState ts)
 {
-    if (_targetAsTask != nullptr) {
+    // A thread that is its own target is set once: who sees it finished may destroy it.
+    if (_targetAsTask != nullptr && _targetAsTask != this) {
         _targetAsTask->_set_state(ts);
     }
     _set_state(ts);

@@ -70,16 +70,16 @@ bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerC
         return false;
     }
     task->_set_state(Task::TSF_QUEUED);
-    const qv::Reference<TaskClosure> closure(new TaskClosure(task, manage, this, context));
-    qv::Reference<RX_Closure> queued = qv::share<RX_Closure>(closure.get());
+    qv::Reference<TaskClosure> closure(new TaskClosure(task, manage, this, context));
     try {
-        _queue->put(queued.get());
+        _queue->put(closure.get());
     } catch (...) {
         // The task stays the caller's, as with every failure of this operation.
         closure->disown();
         throw;
     }
-    queued.release();
+    // The queue has the only reference, so that the task of a managed closure goes with its run.
+    closure.release();
     return true;
 }
 

@@ -1,0 +1,250 @@
+#include <dalnim/mt/ReaderWriterLock.hpp>
+
+#include <dalnim/mt/MutexHolder.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <random>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include <qv/Threads.hpp>
+
+namespace {
+
+using com::kor::dal::nim::mt::MutexHolder;
+using com::kor::dal::nim::mt::ReaderWriterLock;
+using com::kor::dal::nim::sys::system_error;
+using qvtest::Caller;
+using qvtest::Gate;
+
+typedef MutexHolder<ReaderWriterLock> Holder;
+
+static_assert(!std::is_polymorphic_v<ReaderWriterLock>);
+static_assert(!std::is_copy_constructible_v<ReaderWriterLock>);
+static_assert(!std::is_copy_assignable_v<ReaderWriterLock>);
+static_assert(std::is_nothrow_destructible_v<ReaderWriterLock>);
+static_assert(sizeof(ReaderWriterLock) == sizeof(void*));
+
+class ReaderWriterLockTest : public testing::Test
+{
+protected:
+    const ReaderWriterLock lock;
+};
+
+TEST_F(ReaderWriterLockTest, IsCalledByItsName)
+{
+    EXPECT_STREQ("ReaderWriterLock", ReaderWriterLock::CLASS_NAME);
+}
+
+TEST_F(ReaderWriterLockTest, GivesItselfBack)
+{
+    EXPECT_EQ(&lock, &lock.acquireForRead());
+    EXPECT_EQ(&lock, &lock.upgradeToWrite());
+    lock.release();
+    EXPECT_EQ(&lock, &lock.acquireForWrite());
+    EXPECT_TRUE(lock.release(std::nothrow));
+}
+
+TEST_F(ReaderWriterLockTest, LetsAWriterInWhenBothReadersHaveGone)
+{
+    lock.acquireForRead();
+    Gate leave;
+    Gate entered;
+    Caller second([&] {
+        const Holder holder(lock.acquireForRead());
+        entered.open();
+        leave.pass();
+    });
+    // Both hold it: this thread has not released.
+    entered.pass();
+    std::atomic<bool> written{false};
+    Caller writer([&] {
+        const Holder holder(lock.acquireForWrite());
+        written = true;
+    });
+    EXPECT_TRUE(writer.awaitAsleep());
+    leave.open();
+    second.join();
+    EXPECT_TRUE(writer.awaitAsleep()) << "one reader is left";
+    EXPECT_FALSE(written);
+    lock.release();
+    writer.join();
+    EXPECT_TRUE(written);
+}
+
+TEST_F(ReaderWriterLockTest, KeepsReadersAndWritersFromAWriter)
+{
+    lock.acquireForWrite();
+    Caller reader([this] { const Holder holder(lock.acquireForRead()); });
+    Caller writer([this] { const Holder holder(lock.acquireForWrite()); });
+    EXPECT_TRUE(reader.awaitAsleep());
+    EXPECT_TRUE(writer.awaitAsleep());
+    lock.release();
+}
+
+TEST_F(ReaderWriterLockTest, HoldsNewReadersBackForAWaitingWriter)
+{
+    lock.acquireForRead();
+    Caller writer([this] { const Holder holder(lock.acquireForWrite()); });
+    EXPECT_TRUE(writer.awaitAsleep());
+    Caller reader([this] { const Holder holder(lock.acquireForRead()); });
+    EXPECT_TRUE(reader.awaitAsleep());
+    lock.release();
+}
+
+TEST_F(ReaderWriterLockTest, UpgradesTheOnlyReader)
+{
+    Holder holder(lock.acquireForRead());
+    lock.upgradeToWrite();
+    Caller reader([this] { const Holder other(lock.acquireForRead()); });
+    EXPECT_TRUE(reader.awaitAsleep()) << "the access is exclusive";
+    holder.release();
+    reader.join();
+}
+
+TEST_F(ReaderWriterLockTest, RefusesAnUpgradeBesideAnotherReader)
+{
+    lock.acquireForRead();
+    Gate entered;
+    Gate leave;
+    Caller second([&] {
+        const Holder holder(lock.acquireForRead());
+        entered.open();
+        leave.pass();
+    });
+    entered.pass();
+    try {
+        lock.upgradeToWrite();
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const system_error& error) {
+        EXPECT_EQ(16, error.error());
+        ASSERT_FALSE(error.trace().empty());
+        EXPECT_EQ(0U, error.trace()[0].find("com.kor.dal.nim.mt.ReaderWriterLock.upgradeToWrite():"));
+    }
+    leave.open();
+    second.join();
+    // The shared access is still there, and is the only one now.
+    Caller writer([this] { const Holder holder(lock.acquireForWrite()); });
+    EXPECT_TRUE(writer.awaitAsleep());
+    lock.release();
+    writer.join();
+    EXPECT_NO_THROW(lock.acquireForWrite());
+    lock.release();
+}
+
+TEST_F(ReaderWriterLockTest, RefusesAReleaseWithoutAccess)
+{
+    EXPECT_FALSE(lock.release(std::nothrow));
+    EXPECT_THROW(lock.release(), system_error);
+    // Nothing has come of it.
+    lock.acquireForWrite();
+    lock.release();
+    lock.acquireForRead();
+    lock.upgradeToWrite();
+    lock.release();
+}
+
+TEST_F(ReaderWriterLockTest, ServesOneHolderForBothKinds)
+{
+    Holder holder(lock.acquireForRead());
+    holder.release();
+    holder = lock.acquireForWrite();
+    holder.release();
+    EXPECT_FALSE(lock.release(std::nothrow)) << "it is free";
+}
+
+TEST(ReaderWriterLock, IsDestroyedLockedWithoutAWord)
+{
+    const auto lock = std::make_unique<ReaderWriterLock>();
+    lock->acquireForRead();
+}
+
+/** What the threads of the model below see of each other. */
+struct Room
+{
+    void enterAsReader()
+    {
+        ++readers;
+        outsiders += writers;
+    }
+    void enterAsWriter()
+    {
+        outsiders += writers++;
+        outsiders += readers;
+        // Without the lock, two of these lose one.
+        plain = plain + 1;
+        ++writes;
+    }
+
+    std::atomic<int> readers{0};
+    std::atomic<int> writers{0};
+    std::atomic<int> outsiders{0};
+    std::atomic<long> writes{0};
+    long plain = 0;
+};
+
+void upgradeOrStartAgain(const ReaderWriterLock& lock, Room& room)
+{
+    Holder holder(lock.acquireForRead());
+    room.enterAsReader();
+    const long before = room.plain;
+    --room.readers;
+    try {
+        lock.upgradeToWrite();
+        EXPECT_EQ(before, room.plain) << "somebody wrote during the upgrade";
+    } catch (const system_error& error) {
+        EXPECT_EQ(16, error.error());
+        holder.release();
+        holder = lock.acquireForWrite();
+    }
+    room.enterAsWriter();
+    --room.writers;
+}
+
+void visit(const ReaderWriterLock& lock, Room& room, unsigned int choice)
+{
+    if (choice < 7) {
+        const Holder holder(lock.acquireForRead());
+        room.enterAsReader();
+        --room.readers;
+    } else if (choice < 9) {
+        const Holder holder(lock.acquireForWrite());
+        room.enterAsWriter();
+        --room.writers;
+    } else {
+        upgradeOrStartAgain(lock, room);
+    }
+}
+
+TEST(ReaderWriterLockModel, KeepsEverybodyAwayFromAWriter)
+{
+    constexpr unsigned int THREADS = 4;
+    const long visits = (std::getenv("DALNIM_TEST_LONG") != nullptr ? 1000000L : 100000L) / THREADS;
+    const ReaderWriterLock lock;
+    Room room;
+    std::vector<std::thread> threads;
+    for (unsigned int seed = 1; seed <= THREADS; ++seed) {
+        threads.emplace_back([&, seed] {
+            std::mt19937 random(seed);
+            for (long i = 0; i < visits; ++i) {
+                visit(lock, room, static_cast<unsigned int>(random() % 10));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(0, room.outsiders);
+    EXPECT_GT(room.plain, 0);
+    EXPECT_EQ(room.writes, room.plain);
+    EXPECT_FALSE(lock.release(std::nothrow)) << "it is free";
+}
+
+}
