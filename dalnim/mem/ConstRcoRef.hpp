@@ -175,12 +175,12 @@ protected:
     T* rco;
 
 private:
-    /** Takes over what `ref` holds, which may itself live in the object that is dropped here. */
+    /**
+     * Takes over what `ref` holds, which may itself live in the object that is dropped here. A
+     * reference moved to itself drops nothing.
+     */
     void moveFrom(ConstRcoRef& ref)
     {
-        if (this == &ref) {
-            return;
-        }
         T* const taken = ref.rco;
         ref.rco = nullptr;
         replace(taken);

@@ -125,6 +125,33 @@ TEST_F(RcoRefTest, MovesNoCountAtAssignmentToItself)
     EXPECT_EQ(0, destroyed);
 }
 
+/** Tells how often a count was asked for. */
+class Asked : public Counted
+{
+public:
+    void acquireRef() const override
+    {
+        ++acquired;
+        Counted::acquireRef();
+    }
+    mutable int acquired = 0;
+};
+
+TEST(RcoRef, AsksForNoCountThatItHas)
+{
+    RcoRef<Asked> ref(new Asked);
+    const RcoRef<Asked> other(ref);
+    EXPECT_EQ(2, ref->acquired);
+    RcoRef<Asked>& same = ref;
+    ref = same;
+    ref = other;
+    ref = ref.get();
+    RcoRef<Asked> moved(std::move(ref));
+    ref = std::move(moved);
+    EXPECT_EQ(2, ref->acquired);
+    EXPECT_EQ(2U, ref->refCount(false));
+}
+
 TEST(RcoRef, ConvertsTowardsTheBase)
 {
     int destroyed = 0;

@@ -317,6 +317,19 @@ TEST(RefCntObject, BiasIsNotAdjustedBeyondItsRange)
     expectRefused([&] { object.adjBias(-0x7fffffff - 1); });
 }
 
+TEST(RefCntObject, BiasIsMeasuredByACountReadWithoutItsSign)
+{
+    Counted object;
+    EXPECT_FALSE(object.releaseRef(std::nothrow));
+    ASSERT_EQ(0xffffffffU, object.refCount(false));
+    EXPECT_EQ(34, errorOf([&] { object.adjBias(-2); }).error()) << "below 0, though below the count";
+    EXPECT_EQ(34, errorOf([&] { object.refBias(0xffffffffU); }).error());
+    object.adjBias(5);
+    EXPECT_EQ(5U, object.refBias());
+    object.refBias(0xfffffffeU);
+    EXPECT_EQ(0xfffffffeU, object.refBias());
+}
+
 TEST(RefCntObject, NamesTheBiasFunctionInTheTrace)
 {
     Counted object;

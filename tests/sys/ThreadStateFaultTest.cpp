@@ -30,6 +30,7 @@ using com::kor::dal::nim::sys::internal::ThreadState;
 thread_local qv_err_t setStatus = 0;
 thread_local bool noMemory = false;
 std::atomic<int> keysMade{0};
+std::atomic<int> valuesEmptied{0};
 
 }
 
@@ -44,6 +45,9 @@ qv_err_t qv_si_thread_keycreate(si_thread_key_t* key, void (*destructor)(void*))
 
 qv_err_t qv_si_thread_setspecific(si_thread_key_t key, const void* value) noexcept
 {
+    if (value == nullptr) {
+        ++valuesEmptied;
+    }
     return setStatus != 0 ? setStatus : pthread_setspecific(key, value);
 }
 
@@ -106,6 +110,25 @@ TEST(ThreadStateFault, ATraceNeedsNoState)
         EXPECT_TRUE(StackTrace().empty());
         EXPECT_STREQ("text", system_error(1, "text").what());
     }).join();
+}
+
+TEST(ThreadStateFault, AStateIsForgottenBeforeItGoes)
+{
+    const int before = valuesEmptied;
+    std::thread([] { ThreadState::current(); }).join();
+    EXPECT_EQ(before + 1, valuesEmptied);
+    std::thread([] {}).join();
+    EXPECT_EQ(before + 1, valuesEmptied) << "a thread without a state has none to forget";
+}
+
+TEST(ThreadStateFault, GoesAlsoWhenItCannotBeForgotten)
+{
+    const int before = valuesEmptied;
+    std::thread([] {
+        ThreadState::current();
+        setStatus = EINVAL;
+    }).join();
+    EXPECT_EQ(before + 1, valuesEmptied) << "the status is not looked at";
 }
 
 TEST(ThreadStateFault, ReportsMissingMemory)
