@@ -43,8 +43,10 @@ public:
     virtual void setPath(const String& path);
     /**
      * The stream that lines go to, opened when it is not yet; owned by this object or by whoever
-     * set it. Throws sys::system_error: 13 when the file may not be created, which forgets the
-     * path; another number when it cannot be, which keeps it.
+     * set it. That of a file is a `std::ofstream` without a buffer. Throws sys::system_error when
+     * there is no opening the file: 13 when it may not be created, or what the opening itself fails
+     * with, both of which forget the path; another number, which keeps it, when the check ahead of
+     * the opening fails.
      */
     virtual std::ostream* getStream() const;
     /**
@@ -68,8 +70,9 @@ public:
     virtual bool is_reserved() const;
     /**
      * Writes one line, without the trailing white space of `msg`, in one piece, and flushes it;
-     * then rotates the file if it has reached its size. A stream in a bad state gets a complaint on
-     * standard error, followed by the line. Throws what getStream() throws.
+     * then rotates the file if it has reached its size. A line that the stream refuses stands on
+     * standard error behind a complaint, and the next one tries the same stream again, also where
+     * the stream raises its failures. Throws what getStream() throws.
      */
     virtual void log(const String& msg);
     /**

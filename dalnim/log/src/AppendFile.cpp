@@ -13,6 +13,9 @@ namespace {
 
 constexpr mode_t FILE_MODE = 0666;
 
+/** Unbuffered: the bytes of a write that failed do not come back when the file is closed. */
+constexpr std::size_t BUFFER_SIZE = 1;
+
 }
 
 void openAppending(std::ofstream& stream, const String& path)
@@ -24,7 +27,7 @@ void openAppending(std::ofstream& stream, const String& path)
         stream.setstate(std::ios_base::failbit);
         return;
     }
-    __gnu_cxx::stdio_filebuf<char> opened(descriptor, std::ios_base::out | std::ios_base::app);
+    __gnu_cxx::stdio_filebuf<char> opened(descriptor, std::ios_base::out | std::ios_base::app, BUFFER_SIZE);
     if (!opened.is_open()) {
         const int error = errno;
         ::close(descriptor);

@@ -10,6 +10,7 @@ namespace com::kor::dal::nim::log {
 /**
  * Opens a closed file stream for output at the end of a file, which is created when it is missing
  * and never truncated. The descriptor is not inherited by the programs that the process starts.
+ * The stream has no buffer: what is inserted is with the kernel, or refused, when the call returns.
  * On failure the stream's failbit is set and `errno` tells the cause.
  */
 void openAppending(std::ofstream& stream, const String& path);

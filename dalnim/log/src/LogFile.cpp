@@ -16,6 +16,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <locale>
 #include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -30,6 +31,9 @@ typedef mt::MutexHolder<mt::CriticalSection> StateHolder;
 
 constexpr mode_t DIRECTORY_MODE = 0755;
 
+/** Bytes: what a huge record has grown beyond this is given back. */
+constexpr std::size_t LINE_CAPACITY_KEPT = 64 * 1024;
+
 /** The stream that takes what no other output takes. */
 std::ostream& fallbackStream()
 {
@@ -38,7 +42,7 @@ std::ostream& fallbackStream()
 
 RX_String toRX(const String& text)
 {
-    return RX_String(text.c_str(), RX_String::NPOS);
+    return RX_String(text.data(), text.size());
 }
 
 /** A diagnostic on standard error, written in one piece. */
@@ -46,9 +50,20 @@ template <class... Texts>
 void trace(unsigned int line, const char* function, const Texts&... texts)
 {
     std::ostringstream message;
+    message.imbue(std::locale::classic());
     message << "LogFile:" << line << ':' << function << "(): ";
     (message << ... << texts) << '\n';
     std::cerr << message.str() << std::flush;
+}
+
+/** Whether `stream` has taken `line`. What it raises, if it is asked to, is a refusal like any other. */
+bool take(std::ostream& stream, const String& line)
+{
+    try {
+        return stream.write(line.data(), static_cast<std::streamsize>(line.size())).flush().good();
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 void createDirectory(const String& path)
@@ -132,7 +147,10 @@ void LogFile::setMaxNumberOfFiles(std::size_t number)
     const StateHolder holder(stateSync.acquire());
     maxFiles = number;
     if (number != 0 && numFiles > number) {
-        removeFiles(number, numFiles - 1);
+        // Without a path the count is that of the last one, whose files are none of ours any more.
+        if (!outputPath.empty()) {
+            removeFiles(number, numFiles - 1);
+        }
         numFiles = number;
     }
 }
@@ -163,16 +181,14 @@ void LogFile::log(const String& msg)
     const StateHolder holder(stateSync.acquire());
     std::ostream* stream = unlockedGetStream();
     line.assign(msg, 0, length).push_back('\n');
-    const auto lineLength = static_cast<std::streamsize>(line.size());
-
-    if (stream != nullptr && !stream->fail()) {
-        stream->write(line.data(), lineLength).flush();
-    }
-    if (stream == nullptr || stream->fail()) {
+    if (!take(*stream, line)) {
         // Refused now or before: the record survives here, and the next one tries the same again.
-        fallbackStream() << STREAM_COMPLAINT << std::endl;
-        fallbackStream().write(line.data(), lineLength).flush();
+        line.insert(0, 1, '\n').insert(0, STREAM_COMPLAINT);
         stream = &fallbackStream();
+        take(*stream, line);
+    }
+    if (line.capacity() > LINE_CAPACITY_KEPT) {
+        String().swap(line);
     }
 
     // A position that cannot be told counts as very large. With the output on a failed file that is
@@ -221,11 +237,11 @@ void LogFile::unlockedOpen() const
     std::unique_ptr<std::ofstream> file;
     try {
         file = std::make_unique<std::ofstream>();
+        openAppending(*file, outputPath);
     } catch (const std::bad_alloc&) {
         outputPath.clear();
         throw;
     }
-    openAppending(*file, outputPath);
     if (!*file) {
         const sys::system_error error;
         outputPath.clear();
