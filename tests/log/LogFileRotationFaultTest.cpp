@@ -1,0 +1,184 @@
+#include "LogFileFixture.hpp"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using namespace logfiletest;
+
+/** Rotation that meets an obstacle. No line is lost by it, and none fails. */
+class LogFileRotationFaultTest : public LogFileFixture
+{
+protected:
+    /** The end of a rotation that failed, and that the records go on. */
+    void expectReverted(const String& error)
+    {
+        const String traces = err.take();
+        const String last = "LogFile:#:switchFile(): ERROR: " + error + "\n";
+        EXPECT_THAT(traces, testing::EndsWith(last));
+        expectStandardError();
+        file->log("next");
+        EXPECT_EQ("next\n", err.take());
+    }
+};
+
+TEST_F(LogFileRotationFaultTest, GapInTheNumbersEndsTheRotation)
+{
+    create(old(0), "zero");
+    create(old(5), "five");
+    open(10);
+    file->log("0123456789");
+    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n" +
+              "LogFile:#:switchFile(): numFiles=2 maxFiles=0\n" +
+              "LogFile:#:switchFile(): Moving [" + old(1) + "] to [" + old(2) + "]\n" +
+              "LogFile:#:switchFile(): ERROR: Failed to move old log files: No such file or directory\n",
+              err.take());
+    expectStandardError();
+    EXPECT_EQ("0123456789\n", contentOf(path));
+    EXPECT_EQ("zero", contentOf(old(0)));
+    EXPECT_EQ("five", contentOf(old(5)));
+
+    file->log("next");
+    EXPECT_EQ("next\n", err.take());
+    EXPECT_EQ("0123456789\n", contentOf(path));
+}
+
+TEST_F(LogFileRotationFaultTest, PathSetAgainAfterAFailedRotation)
+{
+    create(old(5), "");
+    open(10);
+    file->log("0123456789");
+    expectReverted("Failed to move old log files: No such file or directory");
+    std::filesystem::remove(old(5));
+    file->setPath(path);
+    file->log("back");
+    EXPECT_EQ("0123456789\nback\n", contentOf(old(0)));
+}
+
+TEST_F(LogFileRotationFaultTest, DirectoryInThePlaceOfTheNewestOldFile)
+{
+    open(10);
+    createFullDirectory(old(0));
+    file->log("0123456789");
+    expectReverted("Failed to move old log files: Is a directory");
+    EXPECT_EQ("0123456789\n", contentOf(path));
+}
+
+TEST_F(LogFileRotationFaultTest, OldFileTurnedIntoADirectoryBetweenRotationsIsShifted)
+{
+    open(10);
+    file->log("0123456789");
+    std::filesystem::remove(old(0));
+    createFullDirectory(old(0));
+    file->log("9876543210");
+    EXPECT_TRUE(std::filesystem::is_directory(old(1)));
+    EXPECT_EQ("9876543210\n", contentOf(old(0)));
+    EXPECT_TRUE(file->is_open());
+}
+
+TEST_F(LogFileRotationFaultTest, FileTurnedIntoADirectoryIsMovedAway)
+{
+    open(10);
+    file->log("one");
+    std::filesystem::rename(path, folder / "moved");
+    std::filesystem::create_directory(path);
+    file->log("0123456789");
+    EXPECT_EQ("one\n0123456789\n", contentOf(folder / "moved"));
+    EXPECT_TRUE(std::filesystem::is_directory(old(0)));
+    EXPECT_EQ("", contentOf(path));
+    file->log("two");
+    EXPECT_EQ("two\n", contentOf(path));
+}
+
+TEST_F(LogFileRotationFaultTest, OldestThatIsGoneIsOnlyTraced)
+{
+    create(old(0), "zero");
+    open(10, 1);
+    std::filesystem::remove(old(0));
+    file->log("0123456789");
+    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n" +
+              "LogFile:#:switchFile(): numFiles=1 maxFiles=1\n" +
+              "LogFile:#:switchFile(): Removing [" + old(0) + "]\n" +
+              "LogFile:#:switchFile(): Failed to remove [" + old(0) + "]: No such file or directory\n" +
+              "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0) + "]\n",
+              err.take());
+    EXPECT_EQ("0123456789\n", contentOf(old(0)));
+    EXPECT_TRUE(file->is_open());
+}
+
+TEST_F(LogFileRotationFaultTest, OldestThatCanNeitherBeDeletedNorReplaced)
+{
+    create(old(0), "zero");
+    createFullDirectory(old(1));
+    open(10, 2);
+    file->log("0123456789");
+    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n" +
+              "LogFile:#:switchFile(): numFiles=2 maxFiles=2\n" +
+              "LogFile:#:switchFile(): Removing [" + old(1) + "]\n" +
+              "LogFile:#:switchFile(): Failed to remove [" + old(1) + "]: Directory not empty\n" +
+              "LogFile:#:switchFile(): Moving [" + old(0) + "] to [" + old(1) + "]\n" +
+              "LogFile:#:switchFile(): ERROR: Failed to move old log files: Is a directory\n",
+              err.take());
+    expectStandardError();
+    EXPECT_EQ("0123456789\n", contentOf(path));
+    EXPECT_EQ("zero", contentOf(old(0)));
+}
+
+TEST_F(LogFileRotationFaultTest, DirectoryRemovedWhileTheFileIsOpen)
+{
+    file->setPath(folder / "gone/server.log");
+    file->setMaxFileSize(100);
+    file->log("one");
+    std::filesystem::remove_all(folder / "gone");
+    file->log("two");
+    EXPECT_EQ("", err.take());
+    EXPECT_TRUE(file->is_open());
+    file->log(String(100, 'x'));
+    expectReverted("Failed to move old log files: No such file or directory");
+}
+
+TEST_F(LogFileRotationFaultTest, DirectoryThatMayNotBeWrittenAnyMore)
+{
+    open(10);
+    file->log("one");
+    ASSERT_EQ(0, ::chmod(folder.path().c_str(), 0555));
+    {
+        const AsNobody nobody;
+        file->log("0123456789");
+    }
+    ASSERT_EQ(0, ::chmod(folder.path().c_str(), 0755));
+    expectReverted("Failed to move old log files: Permission denied");
+    EXPECT_EQ("one\n0123456789\n", contentOf(path));
+}
+
+TEST_F(LogFileRotationFaultTest, OldNameThatIsTooLong)
+{
+    const String name = folder / String(255, 'n');
+    file->setPath(name);
+    file->setMaxFileSize(10);
+    file->log("0123456789");
+    expectReverted("Failed to move old log files: File name too long");
+    EXPECT_EQ("0123456789\n", contentOf(name));
+}
+
+TEST_F(LogFileRotationFaultTest, FileThatCannotBeReopened)
+{
+    open(10);
+    file->log("one");
+    {
+        const Limit descriptors(RLIMIT_NOFILE, 0);
+        file->log("0123456789");
+    }
+    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n" +
+              "LogFile:#:switchFile(): numFiles=0 maxFiles=0\n" +
+              "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0) + "]\n" +
+              "LogFile:#:switchFile(): ERROR: Failed to open log file [" + path + "]Too many open files\n",
+              err.take());
+    expectStandardError();
+    EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
+    EXPECT_FALSE(exists(path));
+    file->log("next");
+    EXPECT_EQ("next\n", err.take());
+}
+
+}
