@@ -1,0 +1,576 @@
+#include <dalnim/mt/Queue.hpp>
+
+#include <dalnim/mem/RefCntObjectRef.hpp>
+#include <dalnim/sys/StackTrace.hpp>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <random>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include <qv/Threads.hpp>
+#include <support/VirtualSlot.hpp>
+
+namespace {
+
+namespace nim = com::kor::dal::nim;
+using nim::mem::RcoRef;
+using nim::mem::RefCntObject;
+using nim::mt::Queue;
+using nim::mt::QueueElement;
+using qvtest::Caller;
+typedef std::chrono::steady_clock Clock;
+
+constexpr unsigned int NO_LIMIT = 0xFFFFFFFF;
+
+static_assert(std::is_base_of_v<nim::type::Object, Queue>);
+static_assert(!std::is_copy_constructible_v<Queue>);
+static_assert(!std::is_copy_assignable_v<Queue>);
+static_assert(std::is_base_of_v<nim::type::Object, QueueElement>);
+static_assert(!std::is_default_constructible_v<QueueElement>);
+static_assert(!std::is_copy_constructible_v<QueueElement>);
+static_assert(!std::is_copy_assignable_v<QueueElement>);
+static_assert(std::has_virtual_destructor_v<QueueElement>);
+
+class Item : public QueueElement
+{
+public:
+    explicit Item(int itemNumber = 0, std::atomic<int>* destroyedItems = nullptr)
+        : number(itemNumber), destroyed(destroyedItems)
+    {
+    }
+    Item(const Item&) = default;
+    Item& operator=(const Item&) = default;
+    ~Item() override
+    {
+        if (destroyed != nullptr) {
+            ++*destroyed;
+        }
+    }
+
+    int number;
+    std::atomic<int>* destroyed;
+};
+
+class CountedItem : public QueueElement, public RefCntObject
+{
+public:
+    explicit CountedItem(std::atomic<int>& destroyedItems) : destroyed(destroyedItems) {}
+    ~CountedItem() override
+    {
+        ++destroyed;
+    }
+
+    std::atomic<int>& destroyed;
+};
+
+/** The number of what comes out; -1 for nothing. The item stays with its owner. */
+int take(Queue& queue, unsigned int ms = 0)
+{
+    const auto* const item = dynamic_cast<Item*>(queue.next(ms));
+    return item != nullptr ? item->number : -1;
+}
+
+/** A producer that waits for room or a consumer that waits for an element. */
+class Waiter
+{
+public:
+    template <class Call>
+    explicit Waiter(Call call) : caller([this, call] { result = call(); })
+    {
+        EXPECT_TRUE(caller.awaitAsleep());
+    }
+
+    int outcome()
+    {
+        caller.join();
+        return result;
+    }
+    bool goesOnWaiting()
+    {
+        return caller.awaitAsleep();
+    }
+
+private:
+    std::atomic<int> result{-2};
+    Caller caller;
+};
+
+class QueueTest : public testing::Test
+{
+protected:
+    ~QueueTest() noexcept override
+    {
+        // The items are the test's, so none may be left.
+        while (queue.next(0) != nullptr) {
+        }
+    }
+
+    Item items[4] = {Item(0), Item(1), Item(2), Item(3)};
+    Queue queue{3};
+};
+
+TEST_F(QueueTest, IsCalledByItsName)
+{
+    EXPECT_STREQ("Queue", Queue::CLASS_NAME);
+    EXPECT_EQ(-1, virtualSlot(&Queue::insert));
+    EXPECT_EQ(-1, virtualSlot(&Queue::next));
+    EXPECT_EQ(-1, virtualSlot(&Queue::complete));
+    EXPECT_EQ(-1, virtualSlot(&Queue::shutdown));
+}
+
+TEST_F(QueueTest, GivesElementsOutInTheirOrder)
+{
+    EXPECT_TRUE(queue.insert(&items[0], 0));
+    EXPECT_TRUE(queue.insert(&items[1], 7));
+    EXPECT_TRUE(queue.insert(&items[2]));
+    EXPECT_EQ(0, take(queue));
+    EXPECT_TRUE(queue.insert(&items[3], NO_LIMIT));
+    EXPECT_EQ(1, take(queue, 7));
+    EXPECT_EQ(2, take(queue, NO_LIMIT));
+    EXPECT_EQ(&items[3], queue.next());
+    EXPECT_EQ(nullptr, queue.next(0));
+}
+
+TEST_F(QueueTest, TakesTheSameElementAgainHereAndElsewhere)
+{
+    Queue other(2);
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_TRUE(queue.insert(&items[0], 0));
+        EXPECT_TRUE(queue.insert(&items[1], 0));
+        EXPECT_EQ(0, take(queue));
+        // A link left over would bring the second along.
+        EXPECT_TRUE(other.insert(&items[0], 0));
+        EXPECT_EQ(0, take(other));
+        EXPECT_EQ(-1, take(other));
+        EXPECT_EQ(1, take(queue));
+        EXPECT_EQ(-1, take(queue));
+    }
+}
+
+TEST_F(QueueTest, LeavesTheLinkOutOfCopies)
+{
+    EXPECT_TRUE(queue.insert(&items[0], 0));
+    EXPECT_TRUE(queue.insert(&items[1], 0));
+    Item copy(items[0]);
+    // Assigned to, an element stays where it stands.
+    items[0] = items[3];
+    Queue other(2);
+    EXPECT_TRUE(other.insert(&copy, 0));
+    EXPECT_EQ(0, take(other));
+    EXPECT_EQ(-1, take(other));
+    EXPECT_EQ(3, take(queue));
+    EXPECT_EQ(1, take(queue));
+}
+
+TEST_F(QueueTest, ReportsFullAndEmptyAtOnce)
+{
+    EXPECT_EQ(nullptr, queue.next(0));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(queue.insert(&items[i], 0));
+    }
+    EXPECT_FALSE(queue.insert(&items[3], 0));
+    EXPECT_EQ(0, take(queue));
+    EXPECT_TRUE(queue.insert(&items[3], 0)) << "a refused element is the caller's";
+}
+
+TEST_F(QueueTest, WaitsNoLongerThanTold)
+{
+    const Clock::time_point start = Clock::now();
+    EXPECT_EQ(nullptr, queue.next(50));
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(45));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(queue.insert(&items[i], 50));
+    }
+    const Clock::time_point full = Clock::now();
+    EXPECT_FALSE(queue.insert(&items[3], 50));
+    EXPECT_GE(Clock::now() - full, std::chrono::milliseconds(45));
+}
+
+TEST_F(QueueTest, TakesNothingWithACapacityOfNone)
+{
+    Queue none(0);
+    EXPECT_TRUE(none.ready());
+    EXPECT_FALSE(none.insert(&items[0], 0));
+    EXPECT_FALSE(none.insert(&items[0], 1));
+    EXPECT_EQ(nullptr, none.next(0));
+    Waiter producer([&] { return none.insert(&items[0], NO_LIMIT); });
+    none.complete();
+    EXPECT_TRUE(producer.goesOnWaiting());
+    none.shutdown();
+    EXPECT_EQ(0, producer.outcome());
+}
+
+TEST_F(QueueTest, WakesAConsumerByTheFirstElement)
+{
+    for (const unsigned int limit : {60000U, 0xFFFFFFFEU, NO_LIMIT}) {
+        SCOPED_TRACE(limit);
+        Waiter consumer([&] { return take(queue, limit); });
+        EXPECT_TRUE(queue.insert(&items[2], 0));
+        EXPECT_EQ(2, consumer.outcome());
+    }
+}
+
+TEST_F(QueueTest, WakesAProducerByTheFirstRoom)
+{
+    Queue narrow(1);
+    for (const unsigned int limit : {60000U, 0xFFFFFFFEU, NO_LIMIT}) {
+        SCOPED_TRACE(limit);
+        EXPECT_TRUE(narrow.insert(&items[0], 0));
+        Waiter producer([&] { return narrow.insert(&items[1], limit); });
+        EXPECT_EQ(0, take(narrow));
+        EXPECT_EQ(1, producer.outcome());
+        EXPECT_EQ(1, take(narrow));
+    }
+}
+
+TEST_F(QueueTest, SendsABlockedProducerAwayAtItsEnd)
+{
+    std::atomic<int> destroyed{0};
+    Queue narrow(1);
+    EXPECT_TRUE(narrow.insert(new Item(0, &destroyed), 0));
+    Waiter limited([&] { return narrow.insert(&items[1], 60000); });
+    Waiter unlimited([&] { return narrow.insert(&items[2], NO_LIMIT); });
+    narrow.shutdown();
+    EXPECT_EQ(0, limited.outcome());
+    EXPECT_EQ(0, unlimited.outcome());
+    EXPECT_EQ(1, destroyed);
+}
+
+TEST_F(QueueTest, SendsBlockedConsumersAwayAtItsEnd)
+{
+    Waiter limited([&] { return take(queue, 60000); });
+    Waiter unlimited([&] { return take(queue, NO_LIMIT); });
+    queue.shutdown();
+    EXPECT_EQ(-1, limited.outcome());
+    EXPECT_EQ(-1, unlimited.outcome());
+}
+
+TEST_F(QueueTest, SendsBlockedConsumersAwayWhenItIsComplete)
+{
+    Waiter limited([&] { return take(queue, 60000); });
+    Waiter unlimited([&] { return take(queue, NO_LIMIT); });
+    queue.complete();
+    EXPECT_EQ(-1, limited.outcome());
+    EXPECT_EQ(-1, unlimited.outcome());
+}
+
+TEST_F(QueueTest, GivesOutWhatItHasWhenItIsComplete)
+{
+    EXPECT_TRUE(queue.insert(&items[0], 0));
+    EXPECT_TRUE(queue.insert(&items[1], 0));
+    queue.complete();
+    EXPECT_EQ(0, take(queue, NO_LIMIT));
+    EXPECT_EQ(1, take(queue, 60000));
+    EXPECT_EQ(-1, take(queue, NO_LIMIT));
+    EXPECT_EQ(-1, take(queue, 60000));
+}
+
+TEST_F(QueueTest, GoesOnTakingElementsWhenItIsComplete)
+{
+    queue.complete();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(queue.insert(&items[i], NO_LIMIT));
+    }
+    EXPECT_FALSE(queue.insert(&items[3], 0));
+    Waiter producer([&] { return queue.insert(&items[3], NO_LIMIT); });
+    EXPECT_EQ(0, take(queue));
+    EXPECT_EQ(1, producer.outcome());
+    EXPECT_EQ(1, take(queue));
+    EXPECT_EQ(2, take(queue));
+    EXPECT_EQ(3, take(queue));
+}
+
+TEST_F(QueueTest, TellsItsState)
+{
+    EXPECT_TRUE(queue.ready());
+    EXPECT_FALSE(queue.completed());
+    queue.complete();
+    EXPECT_TRUE(queue.ready());
+    EXPECT_TRUE(queue.completed());
+    queue.complete();
+    EXPECT_TRUE(queue.ready());
+    EXPECT_TRUE(queue.completed());
+    queue.shutdown();
+    EXPECT_FALSE(queue.ready());
+    EXPECT_FALSE(queue.completed());
+    queue.complete();
+    EXPECT_FALSE(queue.ready());
+    EXPECT_FALSE(queue.completed());
+    queue.shutdown();
+    EXPECT_FALSE(queue.ready());
+}
+
+TEST_F(QueueTest, TakesAndGivesNothingAfterItsEnd)
+{
+    queue.shutdown();
+    EXPECT_FALSE(queue.insert(&items[0], 0));
+    EXPECT_FALSE(queue.insert(&items[0], 60000));
+    EXPECT_FALSE(queue.insert(&items[0], NO_LIMIT));
+    EXPECT_EQ(nullptr, queue.next(0));
+    EXPECT_EQ(nullptr, queue.next(60000));
+    EXPECT_EQ(nullptr, queue.next(NO_LIMIT));
+}
+
+TEST(Queue, DestroysWhatIsLeft)
+{
+    std::atomic<int> destroyed{0};
+    Queue queue(10);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_TRUE(queue.insert(new Item(i, &destroyed), 0));
+    }
+    delete queue.next(0);
+    EXPECT_EQ(1, destroyed);
+    queue.shutdown();
+    EXPECT_EQ(5, destroyed);
+    queue.shutdown();
+    EXPECT_EQ(5, destroyed);
+}
+
+TEST(Queue, DestroysWhatIsLeftWithItself)
+{
+    std::atomic<int> destroyed{0};
+    {
+        Queue queue(10);
+        EXPECT_TRUE(queue.insert(new Item(0, &destroyed), 0));
+        EXPECT_TRUE(queue.insert(new Item(1, &destroyed), 0));
+        queue.complete();
+    }
+    EXPECT_EQ(2, destroyed);
+}
+
+TEST(Queue, ReleasesWhatIsCounted)
+{
+    std::atomic<int> destroyed{0};
+    auto* const kept = new CountedItem(destroyed);
+    const RcoRef<CountedItem> holder(kept);
+    auto* const left = new CountedItem(destroyed);
+    for (CountedItem* const item : {kept, left}) {
+        item->acquireRef();
+    }
+    Queue queue(2);
+    EXPECT_TRUE(queue.insert(kept, 0));
+    EXPECT_TRUE(queue.insert(left, 0));
+    EXPECT_EQ(2U, kept->refCount());
+    queue.shutdown();
+    EXPECT_EQ(1, destroyed) << "one release, not a delete";
+    EXPECT_EQ(1U, kept->refCount());
+}
+
+/** Uses its queue while it goes, and keeps the trace of that. */
+class Meddler : public QueueElement
+{
+public:
+    Meddler(Queue& itsQueue, std::vector<bool>& accepted, nim::sys::StackTrace& itsTrace)
+        : queue(itsQueue), inserts(accepted), trace(itsTrace)
+    {
+    }
+    ~Meddler() override
+    {
+        Item item;
+        // From another thread: the lock is free, not merely recursive.
+        std::thread([&] { inserts.push_back(queue.insert(&item, NO_LIMIT)); }).join();
+        trace = nim::sys::StackTrace();
+    }
+
+private:
+    Queue& queue;
+    std::vector<bool>& inserts;
+    nim::sys::StackTrace& trace;
+};
+
+TEST(Queue, DestroysWithoutItsLock)
+{
+    std::vector<bool> accepted;
+    nim::sys::StackTrace trace;
+    {
+        Queue queue(2);
+        EXPECT_TRUE(queue.insert(new Meddler(queue, accepted, trace), 0));
+        EXPECT_TRUE(queue.insert(new Meddler(queue, accepted, trace), 0));
+    }
+    EXPECT_EQ((std::vector<bool>{false, false}), accepted);
+    ASSERT_LE(2U, trace.trace().size());
+    EXPECT_EQ(0U, trace.trace()[0].find("com.kor.dal.nim.mt.Queue.shutdown():"));
+    EXPECT_EQ(0U, trace.trace()[1].find("com.kor.dal.nim.mt.Queue.~Queue():"));
+}
+
+/** Makes one of a producer and a sequence number. */
+int serial(int producer, int sequence)
+{
+    return producer * 1000000 + sequence;
+}
+
+TEST(QueueModel, BehavesLikeAListOfOneThread)
+{
+    std::mt19937 random(4711);
+    std::vector<Item> items(50);
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        items[i].number = static_cast<int>(i);
+    }
+    const int rounds = std::getenv("DALNIM_TEST_LONG") != nullptr ? 1000000 : 100000;
+    std::vector<int> free(items.size());
+    for (std::size_t i = 0; i < free.size(); ++i) {
+        free[i] = static_cast<int>(i);
+    }
+    std::vector<int> model;
+    constexpr std::size_t CAPACITY = 7;
+    Queue queue(CAPACITY);
+    for (int i = 0; i < rounds; ++i) {
+        if (random() % 2 == 0) {
+            const bool fits = model.size() < CAPACITY;
+            ASSERT_EQ(fits, queue.insert(&items[static_cast<std::size_t>(free.back())], 0));
+            if (fits) {
+                model.push_back(free.back());
+                free.pop_back();
+            }
+        } else {
+            const int expected = model.empty() ? -1 : model.front();
+            ASSERT_EQ(expected, take(queue));
+            if (!model.empty()) {
+                free.push_back(model.front());
+                model.erase(model.begin());
+            }
+        }
+    }
+    while (take(queue) != -1) {
+    }
+}
+
+class QueueThreads
+{
+public:
+    static constexpr int PRODUCERS = 3;
+    static constexpr int CONSUMERS = 3;
+
+    explicit QueueThreads(int count) : perProducer(count), seen(PRODUCERS * CONSUMERS, -1) {}
+
+    void run()
+    {
+        std::vector<std::thread> producers;
+        std::vector<std::thread> consumers;
+        for (int i = 0; i < PRODUCERS; ++i) {
+            producers.emplace_back([this, i] { produce(i); });
+        }
+        for (int i = 0; i < CONSUMERS; ++i) {
+            consumers.emplace_back([this, i] { consume(i); });
+        }
+        for (std::thread& producer : producers) {
+            producer.join();
+        }
+        queue.complete();
+        for (std::thread& consumer : consumers) {
+            consumer.join();
+        }
+    }
+
+    /** One of the waits there are; those with a limit may fail and are repeated. */
+    static unsigned int limit(std::mt19937& random)
+    {
+        constexpr unsigned int LIMITS[] = {0, 1, 1000, NO_LIMIT};
+        return LIMITS[random() % 4];
+    }
+
+    const int perProducer;
+    Queue queue{5};
+    std::atomic<int> made{0};
+    std::atomic<int> destroyed{0};
+    std::atomic<int> disordered{0};
+    std::atomic<long long> sum{0};
+
+private:
+    void produce(int producer)
+    {
+        std::mt19937 random(static_cast<unsigned int>(producer));
+        for (int i = 0; i < perProducer; ++i) {
+            auto* const item = new Item(serial(producer, i), &destroyed);
+            ++made;
+            while (!queue.insert(item, limit(random))) {
+                std::this_thread::yield();
+            }
+        }
+    }
+
+    void consume(int consumer)
+    {
+        std::mt19937 random(static_cast<unsigned int>(consumer) + 100);
+        for (;;) {
+            // Asked first: what is not there afterwards will not come any more.
+            const bool isOver = queue.completed();
+            const std::unique_ptr<QueueElement> element(queue.next(limit(random)));
+            if (const auto* const item = dynamic_cast<Item*>(element.get())) {
+                note(consumer, item->number);
+            } else if (isOver) {
+                return;
+            }
+        }
+    }
+
+    void note(int consumer, int number)
+    {
+        const int producer = number / 1000000;
+        int& last = seen[static_cast<std::size_t>(consumer * PRODUCERS + producer)];
+        disordered += number % 1000000 <= last;
+        last = number % 1000000;
+        sum += number;
+    }
+
+    /** The last sequence number that each consumer saw of each producer. */
+    std::vector<int> seen;
+};
+
+TEST(QueueModel, LosesNothingBetweenThreads)
+{
+    const int operations = std::getenv("DALNIM_TEST_LONG") != nullptr ? 1000000 : 100000;
+    QueueThreads threads(operations / 2 / QueueThreads::PRODUCERS);
+    threads.run();
+    const long long count = threads.perProducer;
+    EXPECT_EQ(QueueThreads::PRODUCERS * threads.perProducer, threads.made);
+    EXPECT_EQ(QueueThreads::PRODUCERS * threads.perProducer, threads.destroyed);
+    EXPECT_EQ(0, threads.disordered);
+    // Each number once: producers 0, 1 and 2 with the numbers from 0.
+    EXPECT_EQ((0 + 1 + 2) * 1000000LL * count + 3 * (count * (count - 1) / 2), threads.sum);
+    EXPECT_EQ(nullptr, threads.queue.next(0));
+}
+
+TEST(QueueModel, EndsUnderItsUsers)
+{
+    for (int round = 0; round < 50; ++round) {
+        std::atomic<int> made{0};
+        std::atomic<int> destroyed{0};
+        Queue queue(2);
+        std::vector<std::thread> users;
+        for (int i = 0; i < 2; ++i) {
+            users.emplace_back([&] {
+                for (;;) {
+                    auto item = std::make_unique<Item>(0, &destroyed);
+                    ++made;
+                    if (!queue.insert(item.get())) {
+                        return;
+                    }
+                    item.release();
+                }
+            });
+            users.emplace_back([&] {
+                while (const auto element = std::unique_ptr<QueueElement>(queue.next())) {
+                }
+            });
+        }
+        while (destroyed < 20) {
+            std::this_thread::yield();
+        }
+        queue.shutdown();
+        for (std::thread& user : users) {
+            user.join();
+        }
+        EXPECT_EQ(made, destroyed);
+    }
+}
+
+}

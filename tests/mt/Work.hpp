@@ -1,0 +1,168 @@
+#ifndef TESTS_MT_WORK_HPP
+#define TESTS_MT_WORK_HPP
+
+#include <dalnim/mem/RefCntObjectRef.hpp>
+#include <dalnim/mt/Task.hpp>
+#include <dalnim/sys/internal/CurrentContext.hpp>
+#include <dalnim/type/Cloneable.hpp>
+#include <dalnim/type/ContainerContext.hpp>
+
+#include <atomic>
+#include <functional>
+#include <stdexcept>
+#include <utility>
+
+namespace mttest {
+
+namespace nim = com::kor::dal::nim;
+
+typedef std::function<void()> Call;
+
+/** Runs a function. */
+class Work : public nim::mt::Runnable
+{
+public:
+    explicit Work(Call workCall = nullptr, std::atomic<int>* destroyedWork = nullptr)
+        : call(std::move(workCall)), destroyed(destroyedWork)
+    {
+    }
+    ~Work() override
+    {
+        if (destroyed != nullptr) {
+            ++*destroyed;
+        }
+    }
+
+    void run() override
+    {
+        if (call) {
+            call();
+        }
+    }
+
+private:
+    Call call;
+    std::atomic<int>* destroyed;
+};
+
+/** A task that is its own target, and runs a function. */
+class OwnTask : public nim::mt::Task
+{
+public:
+    explicit OwnTask(Call taskCall = nullptr, std::atomic<int>* destroyedTask = nullptr)
+        : Task(nullptr, nullptr), call(std::move(taskCall)), destroyed(destroyedTask)
+    {
+    }
+    ~OwnTask() override
+    {
+        if (destroyed != nullptr) {
+            ++*destroyed;
+        }
+    }
+
+    void run() override
+    {
+        if (call) {
+            call();
+        }
+    }
+
+private:
+    Call call;
+    std::atomic<int>* destroyed;
+};
+
+/** Content of a context, which tells how it came to be. */
+class Content : public nim::mem::RefCntObject, public nim::type::Cloneable
+{
+public:
+    enum Origin { ORIGINAL, SHALLOW, DEEP };
+
+    explicit Content(int contentValue, Origin contentOrigin = ORIGINAL)
+        : value(contentValue), origin(contentOrigin)
+    {
+    }
+
+    ~Content() noexcept override = default;
+
+    nim::type::Cloneable* clone(bool deep) const override
+    {
+        if (value < 0) {
+            throw std::runtime_error("not to be cloned");
+        }
+        return new Content(value, deep ? DEEP : SHALLOW);
+    }
+
+    int value;
+    const Origin origin;
+};
+
+/** The keys of a content of each attribute, and what they lead to in the current context. */
+class Keys
+{
+public:
+    nim::mem::RefCntObjectRef file(unsigned int key, int value) const
+    {
+        const nim::mem::RefCntObjectRef ref(new Content(value));
+        nim::type::ContainerContext::current()->add(ref, key);
+        return ref;
+    }
+    void fileAll(int value) const
+    {
+        for (const unsigned int key : {left, shared, shallow, deep}) {
+            file(key, value);
+        }
+    }
+    void removeAll() const
+    {
+        for (const unsigned int key : {left, shared, shallow, deep}) {
+            nim::type::ContainerContext::current()->remove(key);
+        }
+    }
+
+    /** What stands under a key here; null for nothing. */
+    static const Content* here(unsigned int key)
+    {
+        const nim::type::ContainerContextRef context = nim::type::ContainerContext::current();
+        const nim::type::ContainerContext& content = *context;
+        return dynamic_cast<const Content*>(content.find(key).get());
+    }
+    bool noneHere() const
+    {
+        return here(left) == nullptr && here(shared) == nullptr && here(shallow) == nullptr &&
+               here(deep) == nullptr;
+    }
+
+    const unsigned int left = nim::type::Context::allocateKey(0);
+    const unsigned int shared = nim::type::Context::allocateKey(1);
+    const unsigned int shallow = nim::type::Context::allocateKey(2);
+    const unsigned int deep = nim::type::Context::allocateKey(4);
+};
+
+/** What a thread or a task has found in its context. */
+struct Found
+{
+    /** On the thread itself. */
+    void look(const Keys& keys)
+    {
+        left = Keys::here(keys.left);
+        shared = Keys::here(keys.shared);
+        keep(shallow, keys.shallow);
+        keep(deep, keys.deep);
+    }
+
+    const Content* left = nullptr;
+    const Content* shared = nullptr;
+    nim::mem::RcoRef<Content> shallow;
+    nim::mem::RcoRef<Content> deep;
+
+private:
+    static void keep(nim::mem::RcoRef<Content>& ref, unsigned int key)
+    {
+        ref = const_cast<Content*>(Keys::here(key));
+    }
+};
+
+}
+
+#endif
