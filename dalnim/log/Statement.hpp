@@ -11,7 +11,8 @@
  *     NIM_LOG_TRAPPED(Severity_WARNING, exception, "message");
  *
  * The first and the last use the variable `com_kor_dal_nim_log_module` that is visible where they
- * stand. What the record's output raises leaves the statement.
+ * stand: the global one, unless a source has declared one of its own in its namespace. What the
+ * record's output raises leaves the statement.
  */
 
 #include <dalnim/log/Common.hpp>

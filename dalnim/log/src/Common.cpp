@@ -134,15 +134,16 @@ String getSeverityName(Severity severity)
     if (index < Severity_COUNT && SEVERITIES[index].value == index) {
         return SEVERITIES[index].name;
     }
-    return findRow(SEVERITIES, UNKNOWN_SEVERITY, [index](const NamedValue& row) { return row.value == index; })
+    return findRow(SEVERITIES, UNKNOWN_SEVERITY,
+                   [index](const NamedValue& row) { return row.value == index; })
         .name;
 }
 
 Severity getSeverityId(const String& name)
 {
-    return static_cast<Severity>(
-        findRow(SEVERITIES, UNKNOWN_SEVERITY, [&name](const NamedValue& row) { return row.name == name; })
-            .value);
+    return static_cast<Severity>(findRow(SEVERITIES, UNKNOWN_SEVERITY,
+                                         [&name](const NamedValue& row) { return row.name == name; })
+                                     .value);
 }
 
 String getOutputName(unsigned int outputMaskBit)

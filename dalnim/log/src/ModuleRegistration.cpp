@@ -75,7 +75,10 @@ const std::vector<String>& ModuleRegistration::getNamesActual() const noexcept
 Module* ModuleRegistration::getModuleActual(const String& name) const
 {
     const auto found = std::find(_namesActual.begin(), _namesActual.end(), name);
-    return found != _namesActual.end() ? *std::next(_modulesActual.begin(), found - _namesActual.begin()) : nullptr;
+    if (found == _namesActual.end()) {
+        return nullptr;
+    }
+    return *std::next(_modulesActual.begin(), found - _namesActual.begin());
 }
 
 void ModuleRegistration::addModulesActual(const Module& module)
@@ -101,7 +104,8 @@ void ModuleRegistration::removeFromModulesActual(const Module& module)
             ++name;
         }
     }
-    _modulesOwned.erase(std::remove(_modulesOwned.begin(), _modulesOwned.end(), &module), _modulesOwned.end());
+    _modulesOwned.erase(std::remove(_modulesOwned.begin(), _modulesOwned.end(), &module),
+                        _modulesOwned.end());
 }
 
 void ModuleRegistration::removeModulesActual(Module*& module)

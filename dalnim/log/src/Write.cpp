@@ -170,7 +170,7 @@ std::ostream& Write::writeLogConfig(std::ostream& os) const
     logFile->getCurrentPath(path, false);
     os << "\tOutputPath:   \"" << path << '"' << std::endl;
     os << "\tOutputMask:   ";
-    writeOutputMask(os, outputMask) << std::endl;
+    writeOutputMask(os, getOutputMask()) << std::endl;
     if (severity.mask() != 0) {
         os << "\tSeverityMask: ";
         writeSeverityMask(os, severity.mask()) << std::endl;

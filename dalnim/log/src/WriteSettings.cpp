@@ -110,16 +110,16 @@ void Write::reportOldAndNew(unsigned int line, const char* setting, const Value&
 
 bool Write::remoteControlAllowed() const
 {
-    return flagAllowRemoteControl;
+    return flagAllowRemoteControl.load(std::memory_order_relaxed);
 }
 
 bool Write::allowRemoteControl(bool allow)
 {
     const sys::StackTrack track("allowRemoteControl()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     StateHolder holder(stateSync.acquire());
-    const bool old = flagAllowRemoteControl;
+    const bool old = remoteControlAllowed();
     if (old != allow) {
-        flagAllowRemoteControl = allow;
+        flagAllowRemoteControl.store(allow, std::memory_order_relaxed);
         holder.release(true);
         reportOldAndNew(__LINE__, "RemoteControlAllowed", truth(old), truth(allow));
     }
@@ -215,7 +215,7 @@ void Write::setStream(std::ios& stream)
 
 unsigned int Write::getOutputMask() const
 {
-    return outputMask;
+    return outputMask.load(std::memory_order_relaxed);
 }
 
 void Write::setOutputMask(unsigned int newMask)
@@ -225,11 +225,11 @@ void Write::setOutputMask(unsigned int newMask)
         throw std::out_of_range("Illegal Output Mask");
     }
     StateHolder holder(stateSync.acquire());
-    const unsigned int old = outputMask;
+    const unsigned int old = getOutputMask();
     if (old == newMask) {
         return;
     }
-    outputMask = newMask;
+    outputMask.store(newMask, std::memory_order_relaxed);
     holder.release(true);
     reportChange(__LINE__, "OutputMask", [old, newMask](std::ostream& os) {
         writeOutputMask(os << "\told: ", old) << std::endl;
