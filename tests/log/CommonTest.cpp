@@ -97,7 +97,8 @@ TEST(Severity, EachHasItsName)
 
 TEST(Severity, UnknownValuesHaveNoName)
 {
-    for (const int value : {8, 9, 255, 256, -1, -8, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
+    for (const int value :
+         {8, 9, 255, 256, -1, -8, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
         EXPECT_EQ("Unrecognized NIM Log Severity", textOf<std::out_of_range>([value] {
                       log::getSeverityName(static_cast<log::Severity>(value));
                   })) << value;
@@ -116,7 +117,8 @@ TEST(Severity, IsFoundByItsExactName)
     EXPECT_EQ(5, log::getSeverityId("WARNING"));
     EXPECT_EQ(6, log::getSeverityId("ERROR"));
     EXPECT_EQ(7, log::getSeverityId("FATAL"));
-    for (const char* const name : {"notice", "Notice", "", " NOTICE", "NOTICE ", "NOTIC", "NOTICES", "MAX", "4"}) {
+    for (const char* const name :
+         {"notice", "Notice", "", " NOTICE", "NOTICE ", "NOTIC", "NOTICES", "MAX", "4"}) {
         EXPECT_EQ("Unrecognized NIM Log Severity",
                   textOf<std::out_of_range>([name] { log::getSeverityId(name); })) << name;
     }
@@ -260,8 +262,9 @@ TEST(DateTime, ZeroIsNow)
         found = found || text == log::getDateTime(t);
     }
     EXPECT_TRUE(found) << text;
-    EXPECT_THAT(text, MatchesRegex("[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9] UTC "
-                                   "[0-9][0-9][0-9][0-9]"));
+    EXPECT_THAT(
+        text, MatchesRegex("[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9] UTC "
+                           "[0-9][0-9][0-9][0-9]"));
 }
 
 TEST(DateTime, AYearBeyondReckoningIsAnError)

@@ -41,7 +41,8 @@ struct StaticObject
     {
         if (armed) {
             NIM_LOG(Severity_WARNING) << "from a static destructor";
-            NIM_LOG_TO(log::Module::getInstance("probe.dynamic", log::GET_NIM_LOG_LOGGER_VAR()), Severity_ERROR)
+            NIM_LOG_TO(log::Module::getInstance("probe.dynamic", log::GET_NIM_LOG_LOGGER_VAR()),
+                       Severity_ERROR)
                 << "under a module of its own";
             control().setSeverity("DEBUG");
             NIM_LOG(Severity_DEBUG) << "with another severity";

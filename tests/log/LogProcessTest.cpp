@@ -24,22 +24,25 @@ using testing::Not;
 /** A line of the default format, less the text: of `module`, at `severity`. */
 String prefix(const String& module, const String& severity)
 {
-    return "[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] UTC [0-9]+ [^ ]+ log_probe "
+    return "[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] UTC [0-9]+ [^ ]+ "
+           "log_probe "
            "[0-9]+ [0-9]+ " +
            module + ' ' + severity + " LogProbe\\.cpp [0-9]+ : ";
 }
 
 String headerLine()
 {
-    return "[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] UTC [0-9]+ [^ ]+ log_probe "
+    return "[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] UTC [0-9]+ [^ ]+ "
+           "log_probe "
            "[0-9]+ [0-9]+ com\\.kor\\.dal\\.nim\\.log\\.internal INFO Write: Log Configuration:\n";
 }
 
-const char BLOCK[] = "\tOutputPath:   \"STDERR\"\n"
-                     "\tOutputMask:   0x3ff \\[DATETIME,TIMEZONE,SEVERITY,HOSTNAME,PROCESSNAME,PROCESSID,THREADID,"
-                     "MODULENAME,SOURCEFILE,LINENUMBER\\]\n"
-                     "\tSeverityMin:  NOTICE\n"
-                     "\tModuleFilter: \\*\n";
+const char BLOCK[] =
+    "\tOutputPath:   \"STDERR\"\n"
+    "\tOutputMask:   0x3ff \\[DATETIME,TIMEZONE,SEVERITY,HOSTNAME,PROCESSNAME,PROCESSID,THREADID,"
+    "MODULENAME,SOURCEFILE,LINENUMBER\\]\n"
+    "\tSeverityMin:  NOTICE\n"
+    "\tModuleFilter: \\*\n";
 
 class LogProcess : public testing::Test
 {
@@ -79,9 +82,9 @@ TEST_F(LogProcess, LogsBeforeMain)
     ::setenv("PROBE_EARLY", "1", 1);
     const ChildProcess& run = probe({"log"});
     ::unsetenv("PROBE_EARLY");
-    EXPECT_THAT(run.errors(), MatchesRegex(headerLine() + BLOCK + prefix("global", "WARNING") + "before main\n" +
-                                           prefix("global", "NOTICE") + "first\n" + prefix("global", "FATAL") +
-                                           "second\n"));
+    EXPECT_THAT(run.errors(), MatchesRegex(headerLine() + BLOCK + prefix("global", "WARNING") +
+                                           "before main\n" + prefix("global", "NOTICE") + "first\n" +
+                                           prefix("global", "FATAL") + "second\n"));
 }
 
 TEST_F(LogProcess, LogsFromExitHandlersAndStaticDestructors)
@@ -89,15 +92,17 @@ TEST_F(LogProcess, LogsFromExitHandlersAndStaticDestructors)
     const ChildProcess& run = probe({"exit"});
     EXPECT_THAT(
         run.errors(),
-        MatchesRegex(headerLine() + BLOCK +
-                     prefix("probe\\.static\\.with\\.a\\.name\\.that\\.is\\.too\\.long\\.for\\.a\\.short\\.string",
-                            "WARNING") +
-                     "from main\n" + prefix("global", "WARNING") + "from an exit handler\n" +
-                     prefix("global", "WARNING") + "from a static destructor\n" +
-                     prefix("probe\\.dynamic", "ERROR") + "under a module of its own\n" +
-                     ".* com\\.kor\\.dal\\.nim\\.log\\.internal INFO Write [0-9]+ : Changing logging setting: Severity\n"
-                     "\told: NOTICE\n\tnew: DEBUG\n" +
-                     prefix("global", "DEBUG") + "with another severity\n"));
+        MatchesRegex(
+            headerLine() + BLOCK +
+            prefix("probe\\.static\\.with\\.a\\.name\\.that\\.is\\.too\\.long\\.for\\.a\\.short\\.string",
+                   "WARNING") +
+            "from main\n" + prefix("global", "WARNING") + "from an exit handler\n" +
+            prefix("global", "WARNING") + "from a static destructor\n" + prefix("probe\\.dynamic", "ERROR") +
+            "under a module of its own\n" +
+            ".* com\\.kor\\.dal\\.nim\\.log\\.internal INFO Write [0-9]+ : Changing logging setting: "
+            "Severity\n"
+            "\told: NOTICE\n\tnew: DEBUG\n" +
+            prefix("global", "DEBUG") + "with another severity\n"));
 }
 
 TEST_F(LogProcess, LogsToAFileWhileItExits)
@@ -133,8 +138,8 @@ TEST_F(LogProcess, AForkedChildLogsUnderItsOwnNumbers)
     String forked;
     ASSERT_TRUE(pids >> parent >> forked) << run.output();
     EXPECT_NE(parent, forked);
-    EXPECT_THAT(contentOf(folder / "a.log"), testing::EndsWith(parent + ' ' + parent + " : parent\n" + forked + ' ' +
-                                                               forked + " : child\n"));
+    EXPECT_THAT(contentOf(folder / "a.log"), testing::EndsWith(parent + ' ' + parent + " : parent\n" +
+                                                               forked + ' ' + forked + " : child\n"));
 }
 
 }

@@ -78,8 +78,8 @@ TEST(LogThreads, LinesOfOneLoggerStayWhole)
         [] {});
     std::map<String, int> expected;
     for (int i = 0; i < THREADS; ++i) {
-        expected["shared ERROR LogThreadsTest.cpp : thread " + std::to_string(i) + " says " + String(100, 'x')] =
-            RECORDS;
+        expected["shared ERROR LogThreadsTest.cpp : thread " + std::to_string(i) + " says " +
+                 String(100, 'x')] = RECORDS;
     }
     EXPECT_EQ(expected, countLines(logger.taken()));
 }
@@ -126,7 +126,8 @@ TEST(LogThreads, SettingsMayChangeUnderStatements)
     logger.write.setLocaltime(false);
     int always = 0;
     for (const auto& [line, count] : countLines(logger.taken())) {
-        EXPECT_THAT(line, testing::MatchesRegex("([A-Z][a-z][a-z] .* )?(DEBUG : low|WARNING : filtered|FATAL : always)"));
+        EXPECT_THAT(line, testing::MatchesRegex(
+                              "([A-Z][a-z][a-z] .* )?(DEBUG : low|WARNING : filtered|FATAL : always)"));
         if (line.find("FATAL") != String::npos) {
             always += count;
         }
@@ -198,7 +199,8 @@ TEST(LogThreads, TwoLoggersMayShareAFile)
                 EXPECT_EQ(folder / "shared.log", borrower.getPath());
             }
         });
-    EXPECT_EQ((std::map<String, int>{{" : 0" + String(200, 'x'), 2 * RECORDS}, {" : 1" + String(200, 'x'), 2 * RECORDS}}),
+    EXPECT_EQ((std::map<String, int>{{" : 0" + String(200, 'x'), 2 * RECORDS},
+                                     {" : 1" + String(200, 'x'), 2 * RECORDS}}),
               countLines(contentOf(folder / "shared.log")));
 }
 
@@ -228,7 +230,8 @@ TEST(LogThreads, TheDefaultLoggerMayComeToAFileInUse)
     const std::map<String, int> counts = countLines(contentOf(folder / "shared.log"));
     EXPECT_EQ(THREADS * RECORDS, counts.at(" : " + String(200, 'x')));
     EXPECT_EQ(20, counts.at("\tSeverityMin:  NOTICE")) << "a header each time";
-    EXPECT_EQ(20, counts.at("com.kor.dal.nim.log.internal INFO Write : Changing logging setting: OutputStream"));
+    EXPECT_EQ(20,
+              counts.at("com.kor.dal.nim.log.internal INFO Write : Changing logging setting: OutputStream"));
 }
 
 TEST(LogThreads, TwoLoggersMayReachForEachOthersFiles)

@@ -204,8 +204,9 @@ TEST(ModuleRegistration, ModulesStandInTheOrderOfRegistration)
     const Module b("b", logger);
     const Module a("a", logger);
     const Module secondB("b", logger);
-    EXPECT_EQ((std::list<Module*>{const_cast<Module*>(&b), const_cast<Module*>(&a), const_cast<Module*>(&secondB)}),
-              logger.registration.getModulesActual());
+    EXPECT_EQ(
+        (std::list<Module*>{const_cast<Module*>(&b), const_cast<Module*>(&a), const_cast<Module*>(&secondB)}),
+        logger.registration.getModulesActual());
     EXPECT_EQ(&b, logger.registration.getModuleActual("b"));
     EXPECT_EQ(&a, logger.registration.getModuleActual("a"));
     EXPECT_EQ(nullptr, logger.registration.getModuleActual("A"));
@@ -258,7 +259,8 @@ TEST(ModuleRegistration, AModuleMayGoBeforeItsLogger)
 TEST(ModuleRegistration, AModuleMayGoAfterItsLogger)
 {
     auto logger = std::make_unique<PlainLog>();
-    const auto module = std::make_unique<Module>("a name that is too long to be kept within the string", *logger);
+    const auto module =
+        std::make_unique<Module>("a name that is too long to be kept within the string", *logger);
     logger.reset();
 }
 

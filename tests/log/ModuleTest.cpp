@@ -58,7 +58,8 @@ TEST(ModuleNames, TheVariablesReferToTheModulesOfTheDefaultLogger)
 TEST(ModuleNames, TheLibrarysModulesAreFoundByName)
 {
     log::Log& logger = log::GET_NIM_LOG_LOGGER_VAR();
-    EXPECT_EQ(&com::kor::dal::nim::com_kor_dal_nim_log_module, &Module::getInstance("com.kor.dal.nim", logger));
+    EXPECT_EQ(&com::kor::dal::nim::com_kor_dal_nim_log_module,
+              &Module::getInstance("com.kor.dal.nim", logger));
     EXPECT_EQ(&com_kor_dal_nim_log_module, &Module::getInstance("global", logger));
     EXPECT_EQ(&log::INTERNAL_LOG_MODULE, &Module::getInstance("com.kor.dal.nim.log.internal", logger));
 }

@@ -161,9 +161,26 @@ TEST_F(CimomStream, ClosesTheFileThatItReplaces)
     std::ios* const before = logger->getStream();
     ASSERT_NE(nullptr, before);
     logger->setStream("CIMOM");
-    EXPECT_THAT(written(), EndsWith(changed("OutputStream", '"' + (folder / "own.log") + '"', '"' + path + '"')));
+    EXPECT_THAT(written(),
+                EndsWith(changed("OutputStream", '"' + (folder / "own.log") + '"', '"' + path + '"')));
     writeError(logger.write(), "text");
     EXPECT_THAT(contentOf(folder / "own.log"), testing::Not(testing::HasSubstr("text")));
+}
+
+/** Who comes to a second logger's file closes the first one's, though it is shared too. */
+TEST_F(CimomStream, ClosesASharedFileThatItReplaces)
+{
+    OwnLogger second;
+    const Module its(CIMOM_MODULE, second.write);
+    Write borrower;
+    borrower.registerModule(module);
+    borrower.setStream("CIMOM");
+    borrower.unregisterModule(module);
+    borrower.registerModule(its);
+    borrower.setStream("CIMOM");
+    EXPECT_EQ(&asIos(second.sink), borrower.getStream());
+    EXPECT_EQ("", owner.getPath());
+    EXPECT_EQ(&asIos(std::cerr), owner.getStream());
 }
 
 TEST_F(CimomStream, OfTheLoggerItselfChangesNothing)

@@ -61,7 +61,8 @@ void expectPath(Expected expected, const Settings& settings)
 {
     const String before = today();
     const String path = pathBy(settings);
-    EXPECT_TRUE(path == expected(before) || path == expected(today())) << path << " instead of " << expected(before);
+    EXPECT_TRUE(path == expected(before) || path == expected(today()))
+        << path << " instead of " << expected(before);
 }
 
 TEST(Configuration, WithoutKeysGoesBackToStandardErrorAndKeepsTheRest)
@@ -97,9 +98,17 @@ TEST(Configuration, EmptyValuesCountAsAbsent)
     logger.allowRemoteControl(true);
     logger.setMaxFileSize(10);
     logger.setMaxNumberOfFiles(3);
-    logger.setConfiguration(Settings{{"stream", ""}, {"file", ""}, {"directory", ""}, {"localtime", ""},
-                                     {"severity.mask", ""}, {"severity.id", ""}, {"output.mask", ""}, {"modules", ""},
-                                     {"remote.enable", ""}, {"maxNumberOfFiles", ""}, {"maxFileSize", ""}});
+    logger.setConfiguration(Settings{{"stream", ""},
+                                     {"file", ""},
+                                     {"directory", ""},
+                                     {"localtime", ""},
+                                     {"severity.mask", ""},
+                                     {"severity.id", ""},
+                                     {"output.mask", ""},
+                                     {"modules", ""},
+                                     {"remote.enable", ""},
+                                     {"maxNumberOfFiles", ""},
+                                     {"maxFileSize", ""}});
     EXPECT_EQ(&asIos(std::cerr), logger.getStream());
     EXPECT_EQ(log::Severity_DEBUG, logger.getSeverity());
     EXPECT_EQ(4u, logger.getOutputMask());
@@ -149,7 +158,8 @@ TEST(ConfigurationFile, ShowsTheDateInPlaceOfTheLastPlaceholder)
     expectPath([](const String& date) { return "/var/x-" + date + ".log"; },
                {{"file", "/var/x-<date>.log"}, {"directory", "/tmp"}});
     expectPath([](const String& date) { return "log/<date>-" + date; }, {{"file", "<date>-<date>"}});
-    expectPath([](const String& date) { return "/tmp/" + date; }, {{"file", "<date>"}, {"directory", "/tmp"}});
+    expectPath([](const String& date) { return "/tmp/" + date; },
+               {{"file", "<date>"}, {"directory", "/tmp"}});
     EXPECT_EQ("log/<Date>.log", pathBy({{"file", "<Date>.log"}}));
     EXPECT_EQ("<date>/a", pathBy({{"directory", "<date>"}, {"file", "a"}})) << "of the file alone";
 }
@@ -166,7 +176,8 @@ TEST(ConfigurationFile, TheDateIsOfUtcAlsoInLocalTime)
         ::setenv("TZ", zone, 1);
         ::tzset();
         log::LOG_LOCALTIME = true;
-        expectPath([](const String& date) { return "/tmp/log_tests-" + date + ".log"; }, {{"directory", "/tmp"}});
+        expectPath([](const String& date) { return "/tmp/log_tests-" + date + ".log"; },
+                   {{"directory", "/tmp"}});
         log::LOG_LOCALTIME = false;
     }
     ::unsetenv("TZ");
@@ -338,23 +349,23 @@ TEST(ConfigurationOrder, IsThatOfItsReports)
                                       {"output.mask", "MODULENAME SEVERITY"}, {"modules", "a b.*"},
                                       {"remote.enable", "TRUE"}, {"maxNumberOfFiles", "5"},
                                       {"maxFileSize", "1000000"}});
-    const String internal = "com.kor.dal.nim.log.internal INFO : Changing logging setting: ";
-    EXPECT_EQ("\tOutputPath:   \"" + (folder / "a.log") + "\"\n"
-              "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
-              "\tSeverityMin:  NOTICE\n"
-              "\tModuleFilter: *\n" +
-                  String(REPORT) + "OutputPath\n\told: \"<user assigned stream>\"\n\tnew: \"" + (folder / "a.log") +
-                  "\"\n" +
-                  REPORT + "TimestampInLocalTime\n\told: false\n\tnew: true\n" +
-                  REPORT + "SeverityMask\n\told: 0x0 [NONE]\n\tnew: 0x40 [ERROR]\n" +
-                  internal + "OutputMask\n\told: 0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
-                             "\tnew: 0x84 [SEVERITY,MODULENAME]\n" +
-                  internal + "ModuleFilter\n\tmodule \"a\" added\n" +
-                  internal + "ModuleFilter\n\tmodule \"b.*\" added\n" +
-                  internal + "RemoteControlAllowed\n\told: false\n\tnew: true\n" +
-                  internal + "MaxFiles\n\told: \"0\"\n\tnew: \"5\"\n" +
-                  internal + "MaxFileSize\n\told: \"0\"\n\tnew: \"1000000\"\n",
-              behindFirstLine(contentOf(folder / "a.log")));
+    String expected = "\tOutputPath:   \"" + (folder / "a.log") + "\"\n"
+                      "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
+                      "\tSeverityMin:  NOTICE\n"
+                      "\tModuleFilter: *\n";
+    expected += changed("OutputPath", "\"<user assigned stream>\"", '"' + (folder / "a.log") + '"');
+    expected += changed("TimestampInLocalTime", "false", "true");
+    expected += changed("SeverityMask", "0x0 [NONE]", "0x40 [ERROR]");
+    // From here on without the source.
+    const String report = "com.kor.dal.nim.log.internal INFO : Changing logging setting: ";
+    expected += report + "OutputMask\n\told: 0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
+                         "\tnew: 0x84 [SEVERITY,MODULENAME]\n";
+    expected += report + "ModuleFilter\n\tmodule \"a\" added\n";
+    expected += report + "ModuleFilter\n\tmodule \"b.*\" added\n";
+    expected += report + "RemoteControlAllowed\n\told: false\n\tnew: true\n";
+    expected += report + "MaxFiles\n\told: \"0\"\n\tnew: \"5\"\n";
+    expected += report + "MaxFileSize\n\told: \"0\"\n\tnew: \"1000000\"\n";
+    EXPECT_EQ(expected, behindFirstLine(contentOf(folder / "a.log")));
 }
 
 TEST(SystemConfiguration, IsThatOfTheDefaultLogger)

@@ -26,10 +26,11 @@ TEST(ChangeReport, IsAForcedRecordOfThreeLinesAtInfo)
     logger->setOutputMask(log::Mask_ALL);
     logger.taken();
     logger->setSeverity(log::Severity_FATAL);
-    EXPECT_THAT(logger.taken(),
-                MatchesRegex("[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] UTC [0-9]+ "
-                             "[^ ]+ log_tests [0-9]+ [0-9]+ com\\.kor\\.dal\\.nim\\.log\\.internal INFO Write [0-9]+ "
-                             ": Changing logging setting: Severity\n\told: NOTICE\n\tnew: FATAL\n"));
+    EXPECT_THAT(
+        logger.taken(),
+        MatchesRegex("[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] UTC [0-9]+ "
+                     "[^ ]+ log_tests [0-9]+ [0-9]+ com\\.kor\\.dal\\.nim\\.log\\.internal INFO Write [0-9]+ "
+                     ": Changing logging setting: Severity\n\told: NOTICE\n\tnew: FATAL\n"));
 }
 
 TEST(ChangeReport, PassesSeverityAndFilter)
@@ -136,7 +137,8 @@ TEST(SetLocaltime, IsOneSettingForAllLoggers)
     EXPECT_EQ("", logger.taken()) << "not reported";
     EXPECT_TRUE(logger->getLocaltime());
     writeError(logger.write(), "text");
-    EXPECT_THAT(logger.taken(), MatchesRegex("[A-Z][a-z][a-z] [A-Z][a-z][a-z] .* [+-][0-9][0-9][0-9][0-9] [0-9]+ : text\n"));
+    EXPECT_THAT(logger.taken(),
+                MatchesRegex("[A-Z][a-z][a-z] [A-Z][a-z][a-z] .* [+-][0-9][0-9][0-9][0-9] [0-9]+ : text\n"));
     EXPECT_TRUE(logger->setLocaltime(false));
     EXPECT_FALSE(other.getLocaltime());
 }
@@ -242,8 +244,8 @@ TEST(SetStream, ByNameIsReportedInTheNewStream)
     Captured out(std::cout);
     Captured err(std::cerr);
     logger->setStream("STDOUT");
-    EXPECT_THAT(out.taken(), EndsWith("\tModuleFilter: *\n" + changed("OutputStream", "\"<user assigned stream>\"",
-                                                                      "\"STDOUT\"")));
+    EXPECT_THAT(out.taken(), EndsWith("\tModuleFilter: *\n" +
+                                      changed("OutputStream", "\"<user assigned stream>\"", "\"STDOUT\"")));
     logger->setStream("STDOUT");
     EXPECT_EQ("", out.taken());
     logger->setStream("STDERR");
@@ -282,7 +284,8 @@ TEST(SetStream, RefusesOtherNames)
 {
     DefaultLogger logger;
     for (const char* const name : {"other", "", "stdout", "STDOUT ", "cimom", "<user assigned stream>"}) {
-        EXPECT_EQ("Illegal output stream name", textOf<std::out_of_range>([&] { logger->setStream(name); })) << name;
+        EXPECT_EQ("Illegal output stream name", textOf<std::out_of_range>([&] { logger->setStream(name); }))
+            << name;
     }
     EXPECT_EQ("", logger.taken());
     EXPECT_EQ(&asIos(logger.sink), logger->getStream());

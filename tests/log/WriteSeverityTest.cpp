@@ -47,7 +47,8 @@ TEST(SetSeverity, RefusesWhatIsNone)
 {
     DefaultLogger logger;
     for (const int value : {-1, 8, 100}) {
-        EXPECT_EQ("Illegal Severity", textOf<std::out_of_range>([&] { logger->setSeverity(severity(value)); }));
+        EXPECT_EQ("Illegal Severity",
+                  textOf<std::out_of_range>([&] { logger->setSeverity(severity(value)); }));
         EXPECT_EQ("Illegal Severity",
                   textOf<std::out_of_range>([&] { logger->setSeverityMask(severity(value), true); }));
         EXPECT_EQ("Illegal Severity",
@@ -59,7 +60,8 @@ TEST(SetSeverity, RefusesWhatIsNone)
                       logger->setSeverityMask(SeverityColl{log::Severity_ERROR, severity(value)}, true);
                   }));
     }
-    EXPECT_EQ("Unrecognized NIM Log Severity", textOf<std::out_of_range>([&] { logger->setSeverity("debug"); }));
+    EXPECT_EQ("Unrecognized NIM Log Severity",
+              textOf<std::out_of_range>([&] { logger->setSeverity("debug"); }));
     EXPECT_EQ("Unrecognized NIM Log Severity",
               textOf<std::out_of_range>([&] { logger->setSeverityMask("debug", true); }));
     EXPECT_EQ("Unrecognized NIM Log Severity", textOf<std::out_of_range>([&] {
@@ -163,7 +165,8 @@ TEST(SetSeverityMask, WithoutNoneAsksForTheDefaultOfNow)
 TEST(SetSeverityMask, OfSeveralAddsThem)
 {
     DefaultLogger logger;
-    logger->setSeverityMask(SeverityColl{log::Severity_ERROR, log::Severity_NOTICE, log::Severity_NONE}, true);
+    logger->setSeverityMask(SeverityColl{log::Severity_ERROR, log::Severity_NOTICE, log::Severity_NONE},
+                            true);
     EXPECT_EQ(changed("SeverityMask", "0x0 [NONE]", "0x50 [NOTICE,ERROR]"), logger.taken());
     EXPECT_EQ(log::Severity_NOTICE, logger->getSeverity());
     EXPECT_EQ((SeverityColl{log::Severity_NOTICE, log::Severity_ERROR}), maskOf(logger.write()));
@@ -179,9 +182,11 @@ TEST(SetSeverityMask, OfSeveralAddsThem)
 TEST(SetSeverityMask, OffForSeveralKeepsExactlyThese)
 {
     DefaultLogger logger;
-    logger->setSeverityMask(SeverityColl{log::Severity_DEBUG, log::Severity_NOTICE, log::Severity_ERROR}, true);
+    logger->setSeverityMask(SeverityColl{log::Severity_DEBUG, log::Severity_NOTICE, log::Severity_ERROR},
+                            true);
     logger.taken();
-    logger->setSeverityMask(SeverityColl{log::Severity_NOTICE, log::Severity_ERROR, log::Severity_FATAL}, false);
+    logger->setSeverityMask(SeverityColl{log::Severity_NOTICE, log::Severity_ERROR, log::Severity_FATAL},
+                            false);
     EXPECT_EQ(changed("SeverityMask", "0x54 [DEBUG,NOTICE,ERROR]", "0x50 [NOTICE,ERROR]"), logger.taken());
     EXPECT_EQ(log::Severity_NOTICE, logger->getSeverity());
     logger->setSeverityMask(StringColl{"TRACE", "DEBUG"}, false);
@@ -239,7 +244,8 @@ TEST(GetSeverityMask, OfNoneInForceIsNoneAlone)
 TEST(GetSeverityMask, ListsTheMaskInAscendingOrder)
 {
     Write logger;
-    logger.setSeverityMask(SeverityColl{log::Severity_FATAL, log::Severity_TRACE, log::Severity_NOTICE}, true);
+    logger.setSeverityMask(SeverityColl{log::Severity_FATAL, log::Severity_TRACE, log::Severity_NOTICE},
+                           true);
     EXPECT_EQ((SeverityColl{log::Severity_TRACE, log::Severity_NOTICE, log::Severity_FATAL}), maskOf(logger));
     StringColl names{"cleared"};
     logger.getSeverityMask(names);

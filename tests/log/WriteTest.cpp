@@ -29,7 +29,8 @@ using testing::StartsWith;
 
 static_assert(!std::is_copy_constructible_v<Write> && !std::is_copy_assignable_v<Write>);
 
-constexpr char DATE[] = "[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] UTC [0-9]+";
+constexpr char DATE[] =
+    "[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] UTC [0-9]+";
 
 /** The line of a stream header, for this process and thread, as a regular expression. */
 String headerLine(const String& severity, const String& message)
@@ -137,7 +138,8 @@ TEST(Write, TestsTheSeverityOfARecordUnlessForced)
     EXPECT_EQ("", logger.taken());
     write(logger.write, log::Severity_INFO, "forced", true);
     write(logger.write, log::Severity_NOTICE, "the filter is not asked here");
-    EXPECT_EQ("global INFO Source : forced\nglobal NOTICE Source : the filter is not asked here\n", logger.taken());
+    EXPECT_EQ("global INFO Source : forced\nglobal NOTICE Source : the filter is not asked here\n",
+              logger.taken());
 }
 
 TEST(Write, ATextMayHaveSeveralLinesUnderOnePrefix)
@@ -190,9 +192,11 @@ TEST(Write, ListsItsModulesTwiceAlike)
 TEST(Write, TakesItsDynamicModulesAlong)
 {
     auto logger = std::make_unique<Write>();
-    const auto fixed = std::make_unique<Module>("a name that is too long to be kept within the string", *logger);
+    const auto fixed =
+        std::make_unique<Module>("a name that is too long to be kept within the string", *logger);
     for (int i = 0; i < 3; ++i) {
-        Module::getInstance("a name that is too long to be kept within the string " + std::to_string(i), *logger);
+        Module::getInstance("a name that is too long to be kept within the string " + std::to_string(i),
+                            *logger);
     }
     logger.reset();
     // What is left or freed twice, the sanitizers tell.
@@ -263,7 +267,8 @@ TEST(StreamHeader, IgnoresTheOutputMaskAndTheSeverity)
     logger->setOutputMask(log::Mask_SEVERITY);
     logger->setSeverity(log::Severity_FATAL);
     logger->setPath(folder / "a.log");
-    EXPECT_THAT(firstLine(contentOf(folder / "a.log")), MatchesRegex(headerLine("INFO", "Log Configuration:")));
+    EXPECT_THAT(firstLine(contentOf(folder / "a.log")),
+                MatchesRegex(headerLine("INFO", "Log Configuration:")));
 }
 
 TEST(StreamHeader, IsNotRepeatedForAStreamOfTheCallers)
