@@ -9,8 +9,8 @@ namespace com::kor::dal::nim::sys {
  * Guard of the one library-wide lock for rare one-time work.
  *
  * The lock is recursive, so that one-time work may run inside another. It must not be held across
- * anything that blocks for long: fork() waits for it too, so that it is free in the child. An object
- * belongs to one thread; nothing here throws.
+ * anything that blocks for long. fork() waits for it behind other locks of the library, so that it is
+ * free in the child: who holds it does not fork. An object belongs to one thread; nothing here throws.
  */
 class DALNIM_API InitLock
 {
