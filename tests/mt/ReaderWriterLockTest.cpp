@@ -7,12 +7,13 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <memory>
 #include <new>
 #include <random>
 #include <thread>
 #include <type_traits>
 #include <vector>
+
+#include <unistd.h>
 
 #include <qv/Threads.hpp>
 
@@ -160,10 +161,19 @@ TEST_F(ReaderWriterLockTest, ServesOneHolderForBothKinds)
     EXPECT_FALSE(lock.release(std::nothrow)) << "it is free";
 }
 
-TEST(ReaderWriterLock, IsDestroyedLockedWithoutAWord)
+TEST(ReaderWriterLockDeathTest, IsDestroyedLockedWithoutAWord)
 {
-    const auto lock = std::make_unique<ReaderWriterLock>();
-    lock->acquireForRead();
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // In a process of its own: what the system keeps of a lock that is held is lost.
+    EXPECT_EXIT(
+        {
+            {
+                const ReaderWriterLock lock;
+                lock.acquireForRead();
+            }
+            _exit(7);
+        },
+        testing::ExitedWithCode(7), "^$");
 }
 
 /** What the threads of the model below see of each other. */

@@ -29,13 +29,13 @@ public:
     }
 
     /** Waits for a wake-up; false when the wait has come to its end, or fails. */
-    bool wakesUp(const CondSem& sig) const
+    bool wakesUp(const CondSem& condition) const
     {
         if (!isTimed()) {
-            return wait == NO_LIMIT && sig.wait(NO_LIMIT);
+            return wait == NO_LIMIT && condition.wait(NO_LIMIT);
         }
         const TimeMS_t left = time - sys::System::time();
-        return left > 0 && sig.wait(left < NO_LIMIT ? static_cast<unsigned int>(left) : NO_LIMIT - 1);
+        return left > 0 && condition.wait(left < NO_LIMIT ? static_cast<unsigned int>(left) : NO_LIMIT - 1);
     }
 
 private:
