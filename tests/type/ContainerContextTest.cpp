@@ -136,14 +136,16 @@ TEST(ContainerContext, RefusesAContextUnderAnotherKey)
         EXPECT_EQ("Context key mismatch.", refusal([&] { bag.add(context, key); }));
     }
     EXPECT_FALSE(isTaken(bag, SHARED));
-    EXPECT_EQ("com.kor.dal.nim.type.ContainerContext.add()\n", failurePlace([&] { bag.add(context, SHARED); }));
+    EXPECT_EQ("com.kor.dal.nim.type.ContainerContext.add()\n",
+              failurePlace([&] { bag.add(context, SHARED); }));
 }
 
 TEST(ContainerContext, RefusesContentThatCannotBeDuplicatedAsItsKeyDemands)
 {
     Bag bag;
     for (const unsigned int key : {SHALLOW, DEEP, DEEP_AND_SHALLOW}) {
-        EXPECT_EQ("Content flagged for duplication is not Cloneable.", refusal([&] { bag.add(item(), key); }));
+        EXPECT_EQ("Content flagged for duplication is not Cloneable.",
+                  refusal([&] { bag.add(item(), key); }));
         EXPECT_EQ("Content flagged for duplication is not Cloneable.",
                   refusal([&] { bag.add(RefCntObjectRef(new Named(key)), key); }));
         EXPECT_EQ("Context flagged for duplication is not Cloneable.",

@@ -26,8 +26,8 @@ static_assert(!std::is_copy_constructible_v<ContextScope> && !std::is_copy_assig
 static_assert(std::is_nothrow_default_constructible_v<ContextScope>);
 static_assert(std::is_nothrow_destructible_v<ContextScope>);
 static_assert(std::is_same_v<PointerInt_t, unsigned long long>);
-static_assert(std::is_same_v<ContextScope::Operation, RefCntObjectRef (*)(const ContainerContextRef&, unsigned int,
-                                                                          PointerInt_t)>);
+static_assert(std::is_same_v<ContextScope::Operation,
+                             RefCntObjectRef (*)(const ContainerContextRef&, unsigned int, PointerInt_t)>);
 static_assert(std::is_same_v<decltype(&ContextScope::opRemove), ContextScope::Operation>);
 
 /** What the operations were called with. */
@@ -63,7 +63,8 @@ RefCntObjectRef makeNothing(const ContainerContextRef& target, unsigned int key,
     return RefCntObjectRef();
 }
 
-RefCntObjectRef makeContextOfAnotherKey(const ContainerContextRef& target, unsigned int key, PointerInt_t param)
+RefCntObjectRef makeContextOfAnotherKey(const ContainerContextRef& target, unsigned int key,
+                                        PointerInt_t param)
 {
     note('a', target, key, param);
     return RefCntObjectRef(new Named(key + 1));
@@ -322,7 +323,8 @@ TEST_F(ContextScopeTest, PassesTheRefusalOfTheContentOn)
     EXPECT_EQ("Content flagged for duplication is not Cloneable.",
               refusal([this] { ContextScope(make, unmake, DEEP, 0, bag); }));
     EXPECT_EQ("Reserved content key.", refusal([this] { ContextScope(make, unmake, RESERVED, 0, bag); }));
-    EXPECT_EQ("com.kor.dal.nim.type.ContainerContext.add()\ncom.kor.dal.nim.type.ContextScope.ContextScope()\n",
+    EXPECT_EQ("com.kor.dal.nim.type.ContainerContext.add()\n"
+              "com.kor.dal.nim.type.ContextScope.ContextScope()\n",
               failurePlace([this] { ContextScope(make, unmake, DEEP, 0, bag); }));
     ContextScope scope;
     EXPECT_EQ("com.kor.dal.nim.type.ContainerContext.add()\ncom.kor.dal.nim.type.ContextScope.set()\n",
@@ -380,7 +382,8 @@ TEST_F(ContextScopeTest, LogsTheNumberAndTheTraceOfASystemError)
         const ContextScope scope(make, failBySystem, STAYS, 0, bag);
     }
     const String text = logger.taken();
-    const String front = "com.kor.dal.nim WARNING ContextScope : Unexpected context exception : 5 : no device\n"
+    const String front = "com.kor.dal.nim WARNING ContextScope : "
+                         "Unexpected context exception : 5 : no device\n"
                          "  [1]\tunmake()\n"
                          "  [0]\tcom.kor.dal.nim.type.ContextScope.~ContextScope():";
     EXPECT_EQ(front, text.substr(0, front.size()));

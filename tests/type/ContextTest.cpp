@@ -155,8 +155,8 @@ TEST(ContextKey, DiffersFromItsNeighboursOnManyThreads)
     std::atomic<int> ready{0};
     std::vector<std::vector<UInt32_t>> keys(THREADS);
     std::vector<std::thread> threads;
-    for (int number = 0; number < THREADS; ++number) {
-        threads.emplace_back([&ready, &mine = keys[static_cast<std::size_t>(number)]] {
+    for (std::vector<UInt32_t>& mine : keys) {
+        threads.emplace_back([&ready, &mine] {
             ++ready;
             while (ready.load() != THREADS) {
                 std::this_thread::yield();
@@ -167,9 +167,11 @@ TEST(ContextKey, DiffersFromItsNeighboursOnManyThreads)
         });
     }
     std::set<UInt32_t> all;
-    for (int number = 0; number < THREADS; ++number) {
-        threads[static_cast<std::size_t>(number)].join();
-        all.insert(keys[static_cast<std::size_t>(number)].begin(), keys[static_cast<std::size_t>(number)].end());
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const std::vector<UInt32_t>& some : keys) {
+        all.insert(some.begin(), some.end());
     }
     EXPECT_EQ(std::size_t(THREADS * KEYS), all.size());
 }
