@@ -86,6 +86,12 @@ public:
     virtual bool revertStream() const;
 
 private:
+    friend class ForkLock;
+    friend class Write;
+
+    /** For a logger: puts a text ahead of its lines, as log() would; false when the stream refuses it. */
+    bool begin(const String& text) const;
+
     // All of these are called with stateSync held.
     std::ostream* unlockedGetStream() const;
     void unlockedOpen() const;

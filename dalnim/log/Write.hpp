@@ -124,6 +124,8 @@ protected:
     ModuleRegistration& moduleRegistrar() override;
 
 private:
+    friend class ForkLock;
+
     typedef mt::MutexHolder<mt::CriticalSection> StateHolder;
 
     /** A severity mask as the list of its severities. */
@@ -135,8 +137,10 @@ private:
 
     // Called with stateSync held.
     LogFileRef& getOwnedLogFile();
-    void streamHeader(std::ostream* stream) const;
+    void streamHeader() const;
     void revertStreamHeader(int error) const;
+    /** Begins the output with a message and the configuration; false when it refuses them. */
+    bool writeHeader(const String& msg, Severity sev) const;
     std::ostream& writeLogConfig(std::ostream& os) const;
 
     // Called without it, behind the change that they report.

@@ -142,4 +142,14 @@ TEST_F(LogProcess, AForkedChildLogsUnderItsOwnNumbers)
                                                                forked + ' ' + forked + " : child\n"));
 }
 
+/** Each child logs, whatever the other threads were in the middle of when it came into being. */
+TEST_F(LogProcess, AChildThatIsForkedWhileOthersLogIsNotHeldUp)
+{
+    EXPECT_EQ("", probe({"fork-while-logging", folder / "a.log"}).output());
+    const String text = contentOf(folder / "a.log");
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_THAT(text, HasSubstr(" : child " + std::to_string(i) + '\n'));
+    }
+}
+
 }

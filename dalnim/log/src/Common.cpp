@@ -6,6 +6,7 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Write.hpp>
 #include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/ForkLock.hpp>
 #include <dalnim/sys/System.hpp>
 
 #include <algorithm>
@@ -111,6 +112,7 @@ String internal_log_mod_name()
 Control& start()
 {
     Write& logger = default_write_instance();
+    ForkLock::install(logger);
     default_module.construct(Module::DEFAULT_NAME, logger);
     internal_module.construct(internal_log_mod_name(), logger);
     return logger;

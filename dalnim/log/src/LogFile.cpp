@@ -198,6 +198,12 @@ void LogFile::log(const String& msg)
     }
 }
 
+bool LogFile::begin(const String& text) const
+{
+    const StateHolder holder(stateSync.acquire());
+    return take(*unlockedGetStream(), text);
+}
+
 void LogFile::getCurrentPath(String& path, bool deep) const
 {
     const StateHolder holder(stateSync.acquire());

@@ -21,11 +21,6 @@ namespace {
 
 constexpr char CONFIGURATION[] = "Log Configuration:";
 
-void writeBlock(std::ostream& os, const std::ostringstream& block)
-{
-    os << block.str() << std::flush;
-}
-
 }
 
 Write::Write()
@@ -53,7 +48,7 @@ void Write::log(const Module& mod, const Header& rec, bool force)
     }
     const StateHolder holder(stateSync.acquire());
     if (!streamHeaderDone) {
-        streamHeader(logFile->getStream());
+        streamHeader();
     }
     const String text = rec.str();
     log(format(mod, rec) + text);
@@ -91,13 +86,11 @@ std::ios* Write::getStream() const
 {
     const sys::StackTrack track("getStream()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     const StateHolder holder(stateSync.acquire());
-    std::ostream* stream = logFile->getStream();
     if (!streamHeaderDone) {
-        streamHeader(stream);
-        // A header that the stream refused has sent the output to another one.
-        stream = logFile->getStream();
+        streamHeader();
     }
-    return stream;
+    // Asked for behind the header: one that was refused has sent the output to another stream.
+    return logFile->getStream();
 }
 
 void Write::registerModule(const Module& module)
@@ -129,16 +122,12 @@ bool Write::isDefault() const
     return static_cast<const Log*>(this) == &GET_NIM_LOG_LOGGER_VAR();
 }
 
-void Write::streamHeader(std::ostream* stream) const
+void Write::streamHeader() const
 {
-    if (isDefault()) {
-        std::ostringstream block;
-        writeLogMessage(block, CONFIGURATION, Severity_INFO);
-        writeLogConfig(block);
-        writeBlock(*stream, block);
-        if (stream->fail()) {
-            revertStreamHeader(errno);
-        }
+    // Opened first: the configuration names it.
+    logFile->getStream();
+    if (isDefault() && !writeHeader(CONFIGURATION, Severity_INFO)) {
+        revertStreamHeader(errno);
     }
     streamHeaderDone = true;
 }
@@ -154,14 +143,18 @@ void Write::revertStreamHeader(int error) const
     if (!logFile->revertStream()) {
         throw sys::system_error(error, complaint + sys::sys_err_string(error));
     }
-    std::ostringstream block;
-    writeLogMessage(block, complaint + sys::sys_err_string(error) + "; " + CONFIGURATION, Severity_ERROR);
-    writeLogConfig(block);
-    writeBlock(std::cerr, block);
-    if (std::cerr.fail()) {
+    if (!writeHeader(complaint + sys::sys_err_string(error) + "; " + CONFIGURATION, Severity_ERROR)) {
         const int secondError = errno;
         throw sys::system_error(secondError, complaint + sys::sys_err_string(secondError));
     }
+}
+
+bool Write::writeHeader(const String& msg, Severity sev) const
+{
+    std::ostringstream header;
+    writeLogMessage(header, msg, sev);
+    writeLogConfig(header);
+    return logFile->begin(header.str());
 }
 
 std::ostream& Write::writeLogConfig(std::ostream& os) const
