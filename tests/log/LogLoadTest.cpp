@@ -293,6 +293,7 @@ public:
                 child = -1;
                 FAIL() << name << " died by itself";
             }
+            std::this_thread::yield();
         }
         kill();
     }
@@ -374,7 +375,7 @@ TEST(LogLoadTest, KilledProcessLosesNoRecordOfARotatedSet)
         SCOPED_TRACE(round);
         const Folder folder;
         const String path = folder / "killed.log";
-        Victim victim('v', path, KILL_LENGTH * 16);
+        Victim victim('v', path, KILL_LENGTH * 64);
         victim.killAfter(random.upTo(2000));
         forEachLine(wholeLog(path), [&](std::string_view line) {
             ASSERT_TRUE(victim.read(line)) << "torn: " << line;
