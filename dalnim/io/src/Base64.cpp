@@ -1,0 +1,386 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/io/Base64.hpp>
+
+#include <dalnim/io/src/Base64Blocks.hpp>
+#include <dalnim/io/src/InputBytes.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <cstddef>
+#include <cstdint>
+#include <istream>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <typeinfo>
+
+namespace com::kor::dal::nim::io {
+
+namespace {
+
+constexpr std::size_t GROUP_DATA = 3;
+constexpr std::size_t GROUP_TEXT = 4;
+
+/** How many groups are converted between two writes: data, text and tables fit a first-level cache. */
+constexpr std::size_t GROUPS_PER_BLOCK = 2048;
+
+constexpr unsigned int WIDTH_MASK = 0xFF;
+constexpr unsigned int DEFAULT_WIDTH = 76;
+
+[[noreturn]] void throw_invalid_format()
+{
+    throw std::invalid_argument("Illegal Base64 format");
+}
+
+/** 0 for no line breaks. */
+std::size_t groupsPerLine(unsigned int flags)
+{
+    if ((flags & EncodingBase::ENC_LINE_BREAKS) == 0) {
+        return 0;
+    }
+    const unsigned int width = (flags & WIDTH_MASK) != 0 ? flags & WIDTH_MASK : DEFAULT_WIDTH;
+    return std::max<std::size_t>(width / GROUP_TEXT, 1);
+}
+
+/** Encodes data that comes in pieces of any length. */
+class Encoding
+{
+public:
+    explicit Encoding(unsigned int flags) : per_line(groupsPerLine(flags)) {}
+
+    /** Takes in the beginning of `data`, at least a byte of it, and returns how much. */
+    std::size_t take(std::string_view data)
+    {
+        const auto* const bytes = reinterpret_cast<const unsigned char*>(data.data());
+        std::size_t taken = 0;
+        end = text;
+        if (kept != 0) {
+            taken = keep(bytes, std::min(data.size(), GROUP_DATA - kept));
+            if (kept < GROUP_DATA) {
+                return taken;
+            }
+            put(rest, 1);
+            kept = 0;
+        }
+        const std::size_t groups = std::min((data.size() - taken) / GROUP_DATA, GROUPS_PER_BLOCK);
+        put(bytes + taken, groups);
+        taken += groups * GROUP_DATA;
+        if (data.size() - taken < GROUP_DATA) {
+            taken += keep(bytes + taken, data.size() - taken);
+        }
+        return taken;
+    }
+
+    /** Takes in the end of the data. */
+    void finish()
+    {
+        end = text;
+        if (kept != 0) {
+            std::fill(rest + kept, rest + GROUP_DATA, static_cast<unsigned char>(0));
+            put(rest, 1);
+            std::fill(text + kept + 1, text + GROUP_TEXT, '=');
+        }
+    }
+
+    /** What came out of what was taken in last. */
+    std::string_view made() const
+    {
+        return std::string_view(text, static_cast<std::size_t>(end - text));
+    }
+
+private:
+    std::size_t keep(const unsigned char* data, std::size_t length)
+    {
+        std::copy(data, data + length, rest + kept);
+        kept += length;
+        return length;
+    }
+
+    /** Encodes groups, and breaks them into lines. */
+    void put(const unsigned char* data, std::size_t groups)
+    {
+        while (groups != 0) {
+            const std::size_t part = per_line == 0 ? groups : std::min(groups, per_line - in_line);
+            blocks.encode(data, part, end);
+            data += part * GROUP_DATA;
+            end += part * GROUP_TEXT;
+            groups -= part;
+            in_line += part;
+            if (in_line == per_line) {
+                *end++ = '\n';
+                in_line = 0;
+            }
+        }
+    }
+
+    const Base64Blocks& blocks = base64Blocks();
+
+    /** Groups; `per_line` is 0 for no line breaks. */
+    const std::size_t per_line;
+    std::size_t in_line = 0;
+
+    /** The beginning of a group that is not full yet. */
+    unsigned char rest[GROUP_DATA] = {};
+    std::size_t kept = 0;
+
+    /** Room for one group more, begun before, and for a line feed behind each. */
+    char text[(GROUPS_PER_BLOCK + 1) * (GROUP_TEXT + 1)];
+    char* end = text;
+};
+
+/** Decodes text that comes in pieces of any length. */
+class Decoding
+{
+public:
+    /** How the text goes on: behind padding it does not. */
+    enum State { OPEN, ENDED, ILLEGAL };
+
+    explicit Decoding(unsigned int flags) : skip_invalid((flags & EncodingBase::DEC_SKIP_INVALID) != 0) {}
+
+    /** Takes in the beginning of `text`, up to where it ends or at least a byte, and returns how much. */
+    std::size_t take(std::string_view text)
+    {
+        const char* const first = text.data();
+        const char* const last = first + std::min(text.size(), GROUPS_PER_BLOCK * GROUP_TEXT);
+        const char* pos = first;
+        end = data;
+        while (state == OPEN && pos != last) {
+            if (symbols == 0) {
+                const auto groups = static_cast<std::size_t>(last - pos) / GROUP_TEXT;
+                const std::size_t decoded = blocks.decode(pos, groups, end);
+                pos += decoded * GROUP_TEXT;
+                end += decoded * GROUP_DATA;
+                if (pos == last) {
+                    break;
+                }
+            }
+            if (takeSymbol(*pos)) {
+                ++pos;
+            }
+            if (symbols == GROUP_TEXT) {
+                closeGroup();
+            }
+        }
+        return static_cast<std::size_t>(pos - first);
+    }
+
+    /** Takes in the end of the text. */
+    void finish()
+    {
+        end = data;
+        state = symbols == 0 ? ENDED : ILLEGAL;
+    }
+
+    /** What came out of what was taken in last. */
+    std::string_view made() const
+    {
+        return std::string_view(reinterpret_cast<const char*>(data), static_cast<std::size_t>(end - data));
+    }
+
+    State outcome() const
+    {
+        return state;
+    }
+
+private:
+    /** Whether the byte is taken; one that ends the text is not. */
+    bool takeSymbol(char c)
+    {
+        if (c == '=' || pads != 0) {
+            if (c != '=') {
+                state = ILLEGAL;
+                return false;
+            }
+            if (symbols == 0) {
+                state = ENDED;
+                return false;
+            }
+            ++pads;
+            add(0);
+            return true;
+        }
+        const unsigned char value = base64Value(c);
+        if (value != B64_INVALID) {
+            add(value);
+            return true;
+        }
+        if (!skip_invalid && std::isspace(static_cast<unsigned char>(c)) == 0) {
+            state = ILLEGAL;
+            return false;
+        }
+        return true;
+    }
+
+    void add(unsigned char value)
+    {
+        bits = bits << 6 | value;
+        ++symbols;
+    }
+
+    void closeGroup()
+    {
+        symbols = 0;
+        if (pads > 2) {
+            state = ILLEGAL;
+            return;
+        }
+        if (pads != 0) {
+            state = ENDED;
+        }
+        for (std::size_t i = 0; i < GROUP_DATA - pads; ++i) {
+            *end++ = static_cast<unsigned char>(bits >> (16 - 8 * i) & 0xFF);
+        }
+    }
+
+    const Base64Blocks& blocks = base64Blocks();
+    const bool skip_invalid;
+    State state = OPEN;
+
+    /** The group that is being read: its values, how many there are, and how many are padding. */
+    std::uint32_t bits = 0;
+    std::size_t symbols = 0;
+    std::size_t pads = 0;
+
+    /** Room for one group more, begun before. */
+    unsigned char data[(GROUPS_PER_BLOCK + 1) * GROUP_DATA];
+    unsigned char* end = data;
+};
+
+void write(std::ostream& os, std::string_view text)
+{
+    if (text.empty()) {
+        return;
+    }
+    os.write(text.data(), static_cast<std::streamsize>(text.size()));
+    if (!os) {
+        throw sys::system_error();
+    }
+}
+
+String encodeString(std::string_view data, unsigned int flags)
+{
+    Encoding encoding(flags);
+    String result;
+    const std::size_t groups = (data.size() + GROUP_DATA - 1) / GROUP_DATA;
+    const std::size_t per_line = groupsPerLine(flags);
+    result.reserve(groups * GROUP_TEXT + (per_line != 0 ? groups / per_line : 0));
+    while (!data.empty()) {
+        data.remove_prefix(encoding.take(data));
+        result += encoding.made();
+    }
+    encoding.finish();
+    result += encoding.made();
+    return result;
+}
+
+String decodeString(std::string_view text, unsigned int flags)
+{
+    Decoding decoding(flags);
+    String result;
+    result.reserve(text.size() / GROUP_TEXT * GROUP_DATA);
+    while (!text.empty() && decoding.outcome() == Decoding::OPEN) {
+        text.remove_prefix(decoding.take(text));
+        result += decoding.made();
+    }
+    if (decoding.outcome() == Decoding::OPEN) {
+        decoding.finish();
+    }
+    if (decoding.outcome() == Decoding::ILLEGAL) {
+        throw_invalid_format();
+    }
+    return result;
+}
+
+}
+
+Base64::Base64() = default;
+Base64::~Base64() = default;
+
+unsigned int Base64::features() const
+{
+    return 7;
+}
+
+const String& Base64::scheme() const
+{
+    static const String NAME(ENCODING_SCHEME);
+    return NAME;
+}
+
+Decoder* Base64::createDecoder() const
+{
+    const sys::StackTrack track("createDecoder()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    return new Base64;
+}
+
+std::ostream& Base64::encode(std::ostream& os, std::istream& is, unsigned int flags) const
+{
+    const sys::StackTrack track("encode()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    InputBytes input(is);
+    Encoding encoding(flags);
+    for (auto ready = input.peek(); !ready.empty(); ready = input.peek()) {
+        // Read first, then write: the two streams may share a buffer.
+        input.consume(encoding.take(ready));
+        write(os, encoding.made());
+    }
+    encoding.finish();
+    write(os, encoding.made());
+    return os.flush();
+}
+
+String Base64::encode(const String& istr, unsigned int flags) const
+{
+    const sys::StackTrack track("encode()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    // A derived class may have a form of its own for streams. That of this one needs no streams here.
+    if (typeid(*this) == typeid(Base64)) {
+        return encodeString(istr, flags);
+    }
+    std::istringstream is(istr);
+    std::ostringstream os;
+    encode(os, is, flags);
+    return os.str();
+}
+
+Encoder* Base64::createEncoder() const
+{
+    const sys::StackTrack track("createEncoder()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    return new Base64;
+}
+
+std::ostream& Base64::decode(std::ostream& os, std::istream& is, unsigned int flags) const
+{
+    const sys::StackTrack track("decode()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    InputBytes input(is);
+    Decoding decoding(flags);
+    while (decoding.outcome() == Decoding::OPEN) {
+        const auto ready = input.peek();
+        if (ready.empty()) {
+            decoding.finish();
+        } else {
+            input.consume(decoding.take(ready));
+            write(os, decoding.made());
+        }
+    }
+    if (decoding.outcome() == Decoding::ILLEGAL) {
+        throw_invalid_format();
+    }
+    return os.flush();
+}
+
+String Base64::decode(const String& istr, unsigned int flags) const
+{
+    const sys::StackTrack track("decode()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (typeid(*this) == typeid(Base64)) {
+        return decodeString(istr, flags);
+    }
+    std::istringstream is(istr);
+    std::ostringstream os;
+    decode(os, is, flags);
+    return os.str();
+}
+
+}
