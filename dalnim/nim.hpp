@@ -48,8 +48,10 @@
 #include <dalnim/type/ContainerContext.hpp>
 #include <dalnim/type/Context.hpp>
 #include <dalnim/type/ContextScope.hpp>
+#include <dalnim/type/NumberOps.hpp>
 #include <dalnim/type/Object.hpp>
 #include <dalnim/type/Raiseable.hpp>
+#include <dalnim/type/RegExp.hpp>
 #include <dalnim/type/SecurityContext.hpp>
 #include <dalnim/type/StdVectors.hpp>
 #include <dalnim/type/StreamOps.hpp>
@@ -57,8 +59,14 @@
 #include <dalnim/type/StringPair.hpp>
 #include <dalnim/type/nsdefs.hpp>
 
+#include <dalnim/io/Base64.hpp>
 #include <dalnim/io/Config.hpp>
+#include <dalnim/io/Decoder.hpp>
+#include <dalnim/io/Encoder.hpp>
+#include <dalnim/io/Encoding.hpp>
+#include <dalnim/io/EncodingBase.hpp>
 #include <dalnim/io/FsOps.hpp>
+#include <dalnim/io/HexDump.hpp>
 #include <dalnim/io/Properties.hpp>
 #include <dalnim/io/nsdefs.hpp>
 
@@ -73,6 +81,11 @@
 #include <dalnim/log/Write.hpp>
 #include <dalnim/log/nsdefs.hpp>
 
+#include <dalnim/xml/AggregateConsumer.hpp>
+#include <dalnim/xml/Attribute.hpp>
+#include <dalnim/xml/Consumer.hpp>
+#include <dalnim/xml/Parser.hpp>
+#include <dalnim/xml/nim_opbparse.h>
 #include <dalnim/xml/nsdefs.hpp>
 
 #endif

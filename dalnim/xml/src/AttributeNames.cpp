@@ -1,0 +1,119 @@
+#include <dalnim/dalbase.hpp>
+
+#include "AttributeNames.hpp"
+
+#include <cstring>
+#include <ctime>
+#include <sys/random.h>
+
+namespace com::kor::dal::nim::xml {
+
+namespace {
+
+constexpr std::size_t MAX_LISTED_NAMES = 16;
+constexpr std::size_t FIRST_SLOTS = 4 * MAX_LISTED_NAMES;
+
+constexpr std::uint64_t PRIME = (std::uint64_t{1} << 61) - 1;
+
+std::uint64_t randomBase() noexcept
+{
+    std::uint64_t base = 0;
+    if (getrandom(&base, sizeof base, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof base)) {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        base = (static_cast<std::uint64_t>(now.tv_nsec) << 30) ^ reinterpret_cast<std::uintptr_t>(&now);
+    }
+    return base % (PRIME - 256) + 256;
+}
+
+/**
+ * The name as a polynomial over the field of 2^61 - 1 elements, taken at a point that is random for
+ * each process: no document can be written whose names collide (Carter and Wegman, 1979).
+ */
+std::uint64_t hashOf(const char* name, std::size_t length) noexcept
+{
+    static const std::uint64_t base = randomBase();
+    std::uint64_t hash = length;
+    for (std::size_t i = 0; i < length; ++i) {
+        __extension__ const unsigned __int128 product = static_cast<unsigned __int128>(hash) * base;
+        hash = static_cast<std::uint64_t>(product & PRIME) + static_cast<std::uint64_t>(product >> 61)
+               + static_cast<unsigned char>(name[i]);
+        hash = (hash & PRIME) + (hash >> 61);
+    }
+    return hash == PRIME ? 0 : hash;
+}
+
+std::uint64_t kindOf(const char* name, std::size_t length) noexcept
+{
+    const auto first = static_cast<unsigned char>(name[0]);
+    const auto last = static_cast<unsigned char>(name[length - 1]);
+    return std::uint64_t{1} << ((first + 5U * last + 3U * length) % 64);
+}
+
+}
+
+bool AttributeNames::add(const char* name, std::size_t length, const char* const* attributes,
+                         std::size_t entries)
+{
+    const std::size_t names = entries / 2;
+    if (names < MAX_LISTED_NAMES) {
+        const std::uint64_t kind = kindOf(name, length);
+        const bool isNewKind = (seenKinds & kind) == 0;
+        seenKinds |= kind;
+        return isNewKind || !isListed(name, attributes, entries);
+    }
+    if (names == MAX_LISTED_NAMES) {
+        fill(attributes, names);
+    } else if (2 * (names + 1) > slots.size()) {
+        grow();
+    }
+    return insert(name, hashOf(name, length));
+}
+
+bool AttributeNames::isListed(const char* name, const char* const* attributes,
+                              std::size_t entries) const noexcept
+{
+    for (std::size_t i = 0; i < entries; i += 2) {
+        if (std::strcmp(attributes[i], name) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void AttributeNames::fill(const char* const* attributes, std::size_t names)
+{
+    slots.assign(FIRST_SLOTS, Slot{0, nullptr});
+    for (std::size_t i = 0; i < names; ++i) {
+        const char* const name = attributes[2 * i];
+        insert(name, hashOf(name, std::strlen(name)));
+    }
+}
+
+bool AttributeNames::insert(const char* name, std::uint64_t hash)
+{
+    const std::size_t last = slots.size() - 1;
+    for (std::size_t i = hash & last;; i = (i + 1) & last) {
+        Slot& slot = slots[i];
+        if (slot.name == nullptr) {
+            slot = Slot{hash, name};
+            return true;
+        }
+        if (slot.hash == hash && std::strcmp(slot.name, name) == 0) {
+            return false;
+        }
+    }
+}
+
+void AttributeNames::grow()
+{
+    std::vector<Slot> old(2 * slots.size(), Slot{0, nullptr});
+    old.swap(slots);
+    for (const Slot& slot : old) {
+        if (slot.name != nullptr) {
+            insert(slot.name, slot.hash);
+        }
+    }
+}
+
+}

@@ -1,0 +1,120 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/xml/Parser.hpp>
+
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/xml/nim_opbparse.h>
+#include <dalnim/xml/nsdefs.hpp>
+
+#include <cstring>
+#include <istream>
+#include <stdexcept>
+
+namespace com::kor::dal::nim::xml {
+
+namespace {
+
+ConsumerRef consumerAt(void* context)
+{
+    return *static_cast<ConsumerRef*>(context);
+}
+
+int answer(bool goOn)
+{
+    return goOn ? 0 : 1;
+}
+
+extern "C" {
+
+int processStartTag(void* context, char* tag, char* fullTag, std::size_t numAttributes, char** attributes)
+{
+    ConsumerRef consumer = consumerAt(context);
+    Attributes attrs;
+    attrs.reserve(numAttributes / 2);
+    for (std::size_t i = 0; i < numAttributes; i += 2) {
+        if (attributes[i] == nullptr || attributes[i + 1] == nullptr) {
+            throw std::runtime_error("NULL name or value found for attribute " + std::to_string(i / 2) + " of "
+                                     + std::to_string(numAttributes / 2 - 1));
+        }
+        attrs.push_back(Attribute{attributes[i], attributes[i + 1]});
+    }
+    return answer(consumer->elementBegin(tag, fullTag, attrs));
+}
+
+int processEndTag(void* context, char* tag, char* fullTag)
+{
+    ConsumerRef consumer = consumerAt(context);
+    return answer(consumer->elementEnd(tag, fullTag));
+}
+
+int processData(void* context, int isCData, char* data, char* fullTag)
+{
+    ConsumerRef consumer = consumerAt(context);
+    const String path = fullTag;
+    // Without a "/" the path is the tag: npos + 1 is 0.
+    const String tag = path.substr(path.rfind('/') + 1);
+    return answer(consumer->elementProcessData(tag, path, data, isCData == 1));
+}
+
+}
+
+/** Turns a failure of the plain functions into an exception; a missing handle is one, too. */
+void checkPdsReturn(int errorCode, PDS_PARSE_H handle)
+{
+    char buffer[256];
+    const char* message = nullptr;
+    if (errorCode == PDS_PARSE_E_SYNTAX && handle != nullptr) {
+        message = nim_pdsParseGetErrorInfo(handle);
+    } else if (errorCode != PDS_PARSE_OK) {
+        message = nim_pdsErrorToString(errorCode, buffer, sizeof buffer);
+    } else if (handle != nullptr) {
+        return;
+    } else {
+        message = "PDS Parser Handle is NULL";
+    }
+    throw sys::system_error(errorCode, message);
+}
+
+}
+
+Parser::Parser(ConsumerRef& consumerImpl) : parserHandle(nullptr), consumer(consumerImpl) {}
+
+Parser::~Parser()
+{
+    if (parserHandle != nullptr) {
+        nim_pdsParseDestroy(&parserHandle);
+    }
+}
+
+void Parser::parse(const String& doc, int docId)
+{
+    const sys::StackTrack track("parse()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    int code = PDS_PARSE_OK;
+    if (parserHandle == nullptr) {
+        consumer->setDocumentId(docId);
+        code = nim_pdsParseInit(0, &consumer, processStartTag, processEndTag, processData, nullptr, nullptr,
+                                &parserHandle);
+    } else {
+        code = nim_pdsParseReset(0, &consumer, parserHandle);
+    }
+    checkPdsReturn(code, parserHandle);
+    // The text is only read, for all that the plain function does not say so.
+    code = nim_pdsParseBuffer(const_cast<char*>(doc.c_str()), PDS_PARSE_F_LAST | PDS_PARSE_F_SKIP_WS,
+                              parserHandle);
+    checkPdsReturn(code, parserHandle);
+}
+
+void Parser::parse(std::istream& is, int docId)
+{
+    String doc;
+    char piece[1024];
+    while (!is.eof()) {
+        std::memset(piece, 0, sizeof piece);
+        is.read(piece, sizeof piece - 1);
+        doc += piece;
+    }
+    parse(doc, docId);
+}
+
+}
