@@ -7,6 +7,9 @@
 #include <dalnim/String.hpp>
 #include <dalnim/nsdefs.hpp>
 
+#include <dalnim/sys/DynLibrary.hpp>
+#include <dalnim/sys/DynLoaderMgr.hpp>
+#include <dalnim/sys/DynSymbol.hpp>
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrace.hpp>
 #include <dalnim/sys/StackTrack.hpp>

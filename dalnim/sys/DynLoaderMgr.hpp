@@ -1,0 +1,106 @@
+#ifndef DALNIM_SYS_DYNLOADERMGR_HPP
+#define DALNIM_SYS_DYNLOADERMGR_HPP
+
+#include <dalnim/Primitives.hpp>
+#include <dalnim/String.hpp>
+#include <dalnim/mem/RcoRef.hpp>
+#include <dalnim/mt/CriticalSection.hpp>
+#include <dalnim/mt/MutexHolder.hpp>
+#include <dalnim/sys/DynLibrary.hpp>
+#include <dalnim/sys/DynSymbol.hpp>
+
+#include <map>
+
+namespace com::kor::dal::nim::sys {
+
+class DynLoaderMgr;
+typedef mem::RcoRef<DynLoaderMgr> DynLoaderMgrRef;
+
+/**
+ * The libraries that the process has loaded by name, and the symbols that were found in them. A name
+ * is loaded once, and a symbol looked up once, for as long as somebody holds it.
+ *
+ * Any thread may call everything here. One recursive lock guards the table; it is held while a library
+ * is loaded or unloaded, and fork() waits for it. Applications use DynLibrary and DynSymbol instead.
+ */
+class DALNIM_API DynLoaderMgr : public mem::RefCntObject
+{
+public:
+    static constexpr const char CLASS_NAME[] = "DynLoaderMgr";
+
+    DynLoaderMgr(const DynLoaderMgr&) = delete;
+    DynLoaderMgr& operator=(const DynLoaderMgr&) = delete;
+
+    /** The one manager, made at the first call. It can be used for as long as the process runs. */
+    static DynLoaderMgrRef manager();
+
+    /** As DynLibrary::load(). */
+    ConstDynLibraryRef image(const String& imgfile, bool global);
+    /**
+     * As DynLibrary::symbol(); system_error 22, "Attempt to dereference null reference.", without a
+     * library.
+     */
+    DynSymbolRef symbol(const ConstDynLibraryRef& imgref, const String& symname) const;
+
+    /** Drops what nobody but the cache holds; true when it did, and then `ref` is gone. */
+    bool checkRefs(const DynLibrary& ref) const;
+    bool checkRefs(const DynSymbol& ref) const;
+
+private:
+    friend class DynLibrary;
+    friend class DynSymbol;
+
+    typedef mt::MutexHolder<mt::CriticalSection> Holder;
+
+    struct LibRec
+    {
+        ConstDynLibraryRef library;
+        std::map<String, ConstDynSymbolRef> symbols;
+    };
+
+    DynLoaderMgr();
+    ~DynLoaderMgr() override;
+
+    const StringVector& get_path() const noexcept
+    {
+        return path;
+    }
+
+    DynSymbolRef find(const DynLibrary& library, const String& symname) const;
+    /** Gives a reference up by `giveUp`, and then the cache's if that is the only one left. */
+    template <class T, class GiveUp>
+    bool release(const T& object, GiveUp giveUp) const
+    {
+        // Held from before the count goes down: behind that, another thread's release could end the
+        // object. The lock itself stays, like the manager.
+        const Holder holder(sync.acquire());
+        const bool last = object.refCount(true) == 1;
+        const bool released = giveUp();
+        return last ? released : drop(object) && released;
+    }
+
+    // All of these are called with sync held.
+    LibRec& recordOf(const DynLibrary& library) const;
+    DynSymbolRef resolve(const DynLibrary& library, LibRec& record, const String& symname) const;
+    bool drop(const DynLibrary& library) const;
+    bool drop(const DynSymbol& symbol) const;
+
+    /** Recursive: what is loaded or unloaded may come back here. Taken before the logger's locks. */
+    mt::CriticalSection sync;
+    /** By the name that was asked for. */
+    mutable std::map<String, LibRec> libs;
+    // Reserved for a search path.
+    [[maybe_unused]] UInt32_t pkey;
+    StringVector path;
+};
+
+}
+
+namespace com::kor::dal::nim::mem {
+
+extern template class DALNIM_API ConstRcoRef<sys::DynLoaderMgr>;
+extern template class DALNIM_API RcoRef<sys::DynLoaderMgr>;
+
+}
+
+#endif

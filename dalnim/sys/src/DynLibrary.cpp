@@ -1,0 +1,80 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/sys/DynLibrary.hpp>
+
+#define NIM_LOG_FILE "sys/src/DynLibrary"
+#include <dalnim/log/LibraryModule.hpp>
+#include <dalnim/log/Statement.hpp>
+#include <dalnim/sys/DynLoaderMgr.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/nsdefs.hpp>
+
+namespace com::kor::dal::nim::sys {
+
+namespace {
+
+void unload(qv_lhandle_t handle, const String& path)
+{
+    if (qv_si_library_unload(handle) != 0) {
+        const int error = sys_err_num();
+        NIM_LOG(Severity_WARNING) << "Unable to unload dynamic library \"" << path
+                                  << "\": " << sys_err_string(error);
+    } else {
+        NIM_LOG(Severity_INFO) << "Unloaded dynamic library \"" << path << '"';
+    }
+}
+
+}
+
+bool DynLibrary::DEFAULT_LOOKUP_SCOPE_GLOBAL = true;
+
+DynLibrary::DynLibrary(qv_lhandle_t handle, bool global_lookup, const String& filepath, DynLoaderMgr& loadmgr)
+    : hnd(handle), global(global_lookup), path(filepath), loader(loadmgr)
+{
+    const StackTrack track("DynLibrary()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    loader.acquireRef();
+}
+
+DynLibrary::~DynLibrary() noexcept
+{
+    try {
+        unload(hnd, path);
+    } catch (...) {
+        // The log takes no record, and there is nobody else to tell.
+    }
+    loader.releaseRef(std::nothrow);
+}
+
+ConstDynLibraryRef DynLibrary::load(const String& libfile, bool global_lookup)
+{
+    const StackTrack track("load()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    return DynLoaderMgr::manager()->image(libfile, global_lookup && DEFAULT_LOOKUP_SCOPE_GLOBAL);
+}
+
+ConstDynLibraryRef DynLibrary::loadProcess(bool global_lookup)
+{
+    const StackTrack track("loadProcess()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    return DynLoaderMgr::manager()->image(String(), global_lookup && DEFAULT_LOOKUP_SCOPE_GLOBAL);
+}
+
+DynSymbolRef DynLibrary::symbol(const String& symname) const
+{
+    return loader.find(*this, symname);
+}
+
+void DynLibrary::releaseRef() const
+{
+    const StackTrack track("releaseRef()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    loader.release(*this, [this] {
+        RefCntObject::releaseRef();
+        return true;
+    });
+}
+
+bool DynLibrary::releaseRef(const std::nothrow_t&) const
+{
+    return loader.release(*this, [this] { return RefCntObject::releaseRef(std::nothrow); });
+}
+
+}

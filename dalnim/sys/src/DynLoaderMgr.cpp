@@ -1,0 +1,223 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/sys/DynLoaderMgr.hpp>
+
+#include <dalnim/sys/InitLock.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/nsdefs.hpp>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <pthread.h>
+#include <type_traits>
+
+DALNIM_USES_RTLAPI
+
+namespace com::kor::dal::nim::sys {
+
+namespace {
+
+struct Unload
+{
+    void operator()(qv_lhandle_t handle) const
+    {
+        qv_si_library_unload(handle);
+    }
+};
+
+struct DestroyList
+{
+    void operator()(qv_module_list_t list) const
+    {
+        qv_si_module_destroy_list(list);
+    }
+};
+
+typedef std::unique_ptr<std::remove_pointer_t<qv_lhandle_t>, Unload> Handle;
+typedef std::unique_ptr<std::remove_pointer_t<qv_module_list_t>, DestroyList> ModuleList;
+typedef std::unique_ptr<char, decltype(&std::free)> SystemText;
+
+/** The system interface takes the text up to its first zero: behind one, it would be another name. */
+bool isName(const String& text)
+{
+    return text.find('\0') == String::npos;
+}
+
+Handle load_library(const String& imgfile)
+{
+    char* text = nullptr;
+    qv_lhandle_t handle = nullptr;
+    const qv_err_t status = isName(imgfile) ? qv_si_library_nload(imgfile.c_str(), &text, &handle) : ENOENT;
+    const SystemText detail(text, &std::free);
+    if (status == 0) {
+        return Handle(handle);
+    }
+    String message = "Unable to load \"" + imgfile + "\": " + sys_err_string(status);
+    if (detail && *detail != '\0') {
+        // The closing parenthesis has no opening one. Readers of these messages look for it.
+        message.append(", ").append(detail.get()).push_back(')');
+    }
+    throw system_error(status, message);
+}
+
+/** Null when nobody defines the symbol. */
+void* find_symbol(qv_lhandle_t library, const String& symname)
+{
+    if (!isName(symname)) {
+        return nullptr;
+    }
+    qv_module_list_t modules = nullptr;
+    if (const qv_err_t status = qv_si_module_create_list(&modules)) {
+        throw system_error(status, sys_err_string(status));
+    }
+    const ModuleList owner(modules);
+    return qv_si_lib_find_symbol(library, modules, symname.c_str());
+}
+
+[[noreturn]] void refuse_nil_name(unsigned int line)
+{
+    const StackTrack track("symbol()", DynLoaderMgr::CLASS_NAME, NAMESPACE_NAME, line);
+    throw system_error(0, "Cannot lookup nil dynamic symbol name.");
+}
+
+}
+
+DynLoaderMgr::DynLoaderMgr() : sync(true), pkey(0) {}
+
+DynLoaderMgr::~DynLoaderMgr() = default;
+
+DynLoaderMgrRef DynLoaderMgr::manager()
+{
+    // Never given up: static destructors and threads that are still running may load, look up and
+    // release while the process exits.
+    static DynLoaderMgr* ref = nullptr;
+    static std::atomic<bool> ini(false);
+    if (!ini.load(std::memory_order_acquire)) {
+        const InitLock lock(true);
+        if (!ini.load(std::memory_order_relaxed)) {
+            ref = new DynLoaderMgr;
+            ref->acquireRef();
+            ini.store(true, std::memory_order_release);
+        }
+    }
+    // A forked child starts with a table that is whole and a lock that is free. Registered behind the
+    // handlers of the other locks of the library, this one is taken before them, as it is everywhere.
+    static const int fork_status = pthread_atfork(
+        [] { ref->sync.acquire(); }, [] { ref->sync.release(std::nothrow); },
+        // It belongs to the parent's thread, whose number is another one: it cannot be unlocked here.
+        [] { ::new (&ref->sync) mt::CriticalSection(true); });
+    static_cast<void>(fork_status);
+    return DynLoaderMgrRef(ref);
+}
+
+ConstDynLibraryRef DynLoaderMgr::image(const String& imgfile, bool global)
+{
+    const StackTrack track("image()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const Holder holder(sync.acquire());
+    auto found = libs.find(imgfile);
+    if (found == libs.end()) {
+        Handle handle = load_library(imgfile);
+        // The library's initialisers may have loaded it by this name, too, and hold it.
+        found = libs.find(imgfile);
+        if (found == libs.end()) {
+            const ConstDynLibraryRef created(new DynLibrary(handle.get(), global, imgfile, *this));
+            handle.release();
+            libs.try_emplace(imgfile).first->second.library = created;
+            return created;
+        }
+    }
+    const ConstDynLibraryRef& library = found->second.library;
+    library->global = library->global || global;
+    return library;
+}
+
+DynSymbolRef DynLoaderMgr::symbol(const ConstDynLibraryRef& imgref, const String& symname) const
+{
+    if (symname.empty()) {
+        refuse_nil_name(__LINE__);
+    }
+    return find(*imgref, symname);
+}
+
+DynSymbolRef DynLoaderMgr::find(const DynLibrary& library, const String& symname) const
+{
+    // What fails has a track of its own; a hit does without the price of one.
+    if (symname.empty()) {
+        refuse_nil_name(__LINE__);
+    }
+    const Holder holder(sync.acquire());
+    LibRec& record = recordOf(library);
+    const auto found = record.symbols.find(symname);
+    return found != record.symbols.end() ? found->second : resolve(library, record, symname);
+}
+
+bool DynLoaderMgr::checkRefs(const DynLibrary& ref) const
+{
+    const Holder holder(sync.acquire());
+    return drop(ref);
+}
+
+bool DynLoaderMgr::checkRefs(const DynSymbol& ref) const
+{
+    const Holder holder(sync.acquire());
+    return drop(ref);
+}
+
+DynLoaderMgr::LibRec& DynLoaderMgr::recordOf(const DynLibrary& library) const
+{
+    LibRec& record = libs.try_emplace(library.path).first->second;
+    if (!record.library) {
+        record.library = &library;
+    }
+    return record;
+}
+
+DynSymbolRef DynLoaderMgr::resolve(const DynLibrary& library, LibRec& record, const String& symname) const
+{
+    const StackTrack track("symbol()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    void* const address = find_symbol(library.hnd, symname);
+    if (address == nullptr) {
+        throw system_error(0, "Unable to resolve dynamic symbol \"" + symname + '"');
+    }
+    const DynSymbolRef created(new DynSymbol(library, address, symname.c_str()));
+    // The search may have unloaded a module whose end asked for the same symbol: then that one counts.
+    return record.symbols.try_emplace(symname, created).first->second;
+}
+
+bool DynLoaderMgr::drop(const DynLibrary& library) const
+{
+    if (library.refCount(true) != 1) {
+        return false;
+    }
+    const auto found = libs.find(library.path);
+    if (found == libs.end() || found->second.library != &library) {
+        return false;
+    }
+    // Out of the table first: the library's end runs its destructors, which may come back here.
+    const auto dropped = libs.extract(found);
+    return true;
+}
+
+bool DynLoaderMgr::drop(const DynSymbol& symbol) const
+{
+    if (symbol.refCount(true) != 1) {
+        return false;
+    }
+    const auto record = libs.find(symbol.lib.path);
+    if (record == libs.end()) {
+        return false;
+    }
+    const auto found = record->second.symbols.find(symbol.label);
+    if (found == record->second.symbols.end() || found->second != &symbol) {
+        return false;
+    }
+    // Out of the table first: the symbol's end may be that of its library, and of this very record.
+    const auto dropped = record->second.symbols.extract(found);
+    return true;
+}
+
+}
