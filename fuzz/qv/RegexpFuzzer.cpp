@@ -1,49 +1,13 @@
 // Regular expressions: the input is an expression, a zero byte, and a text.
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
+#include <fuzz/support/CostlyExpression.hpp>
+#include <fuzz/support/Require.hpp>
 #include <qv/rtlapi/RX_ExError.hpp>
 #include <qv/rtlapi/RX_Wildcard.hpp>
-
-namespace {
-
-void require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
-
-bool isDigit(char byte)
-{
-    return byte >= '0' && byte <= '9';
-}
-
-// The system's compiler copies what is repeated by '+' or by count, which doubles the expression for
-// every '+' around or behind another, and its matcher takes exponential time over back references.
-// That is theirs, and known; what is looked for here is ours.
-bool isCostly(const std::string& expression)
-{
-    const auto pluses = std::count(expression.begin(), expression.end(), '+');
-    const auto counts = std::count(expression.begin(), expression.end(), '{');
-    if (expression.size() > 100 || pluses + 8 * counts > 8) {
-        return true;
-    }
-    for (std::size_t i = 0; i + 1 < expression.size(); ++i) {
-        const bool backReference = expression[i] == '\\' && isDigit(expression[i + 1]);
-        const bool largeCount = counts != 0 && isDigit(expression[i]) && isDigit(expression[i + 1]);
-        if (backReference || largeCount) {
-            return true;
-        }
-    }
-    return false;
-}
-
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
