@@ -34,8 +34,8 @@ int processStartTag(void* context, char* tag, char* fullTag, std::size_t numAttr
     attrs.reserve(numAttributes / 2);
     for (std::size_t i = 0; i < numAttributes; i += 2) {
         if (attributes[i] == nullptr || attributes[i + 1] == nullptr) {
-            throw std::runtime_error("NULL name or value found for attribute " + std::to_string(i / 2) + " of "
-                                     + std::to_string(numAttributes / 2 - 1));
+            throw std::runtime_error("NULL name or value found for attribute " + std::to_string(i / 2)
+                                     + " of " + std::to_string(numAttributes / 2 - 1));
         }
         attrs.push_back(Attribute{attributes[i], attributes[i + 1]});
     }
@@ -56,7 +56,6 @@ int processData(void* context, int isCData, char* data, char* fullTag)
     const String tag = path.substr(path.rfind('/') + 1);
     return answer(consumer->elementProcessData(tag, path, data, isCData == 1));
 }
-
 }
 
 /** Turns a failure of the plain functions into an exception; a missing handle is one, too. */

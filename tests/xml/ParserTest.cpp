@@ -1,0 +1,237 @@
+#include "Listener.hpp"
+
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/xml/Parser.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <stdexcept>
+
+using com::kor::dal::nim::String;
+using com::kor::dal::nim::sys::system_error;
+using com::kor::dal::nim::xml::ConsumerRef;
+using com::kor::dal::nim::xml::Parser;
+using test::Listener;
+using test::ListenerRef;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class ParserTest : public testing::Test
+{
+protected:
+    ParserTest() : listener(new Listener), consumer(listener), parser(consumer) {}
+
+    /** The failure of a parse, as number and text. */
+    template <class Document>
+    std::pair<int, String> failureOf(Document&& document)
+    {
+        try {
+            parser.parse(document, 1);
+        } catch (const system_error& error) {
+            return {error.error(), error.what()};
+        }
+        return {0, "no failure"};
+    }
+
+    ListenerRef listener;
+    ConsumerRef consumer;
+    Parser parser;
+};
+
+using Failure = std::pair<int, String>;
+
+}
+
+TEST_F(ParserTest, AnEmptyDocumentTellsTheIdentifier)
+{
+    EXPECT_EQ(listener->getDocumentId(), 0);
+    parser.parse(String(), 1);
+    EXPECT_THAT(listener->events(), IsEmpty());
+    EXPECT_EQ(listener->getDocumentId(), 1);
+}
+
+TEST_F(ParserTest, OnlyTheFirstIdentifierReachesTheConsumer)
+{
+    parser.parse("<a/>", 17);
+    parser.parse("<b/>", 2);
+    EXPECT_EQ(listener->getDocumentId(), 17);
+    EXPECT_THAT(listener->events(), ElementsAre("begin a a", "end a a", "begin b b", "end b b"));
+}
+
+TEST_F(ParserTest, DeliversTagsAttributesAndText)
+{
+    parser.parse("<a x=\"1\"><b/>text</a>", 1);
+    EXPECT_THAT(listener->events(),
+                ElementsAre("begin a a x=[1]", "begin b a/b", "end b a/b", "data a a [text]", "end a a"));
+}
+
+TEST_F(ParserTest, TheIdentifierMayBeLeftOut)
+{
+    parser.parse("<a/>");
+    std::istringstream stream("<b/>");
+    parser.parse(stream);
+    EXPECT_EQ(listener->getDocumentId(), 0);
+    EXPECT_EQ(listener->events().size(), 4U);
+}
+
+TEST_F(ParserTest, TextIsOfTheElementThatItStandsIn)
+{
+    parser.parse("<a><b><![CDATA[1]]></b>2<c>&lt;</c></a>", 1);
+    EXPECT_THAT(listener->events(),
+                ElementsAre("begin a a", "begin b a/b", "cdata b a/b [1]", "end b a/b", "data a a [2]",
+                            "begin c a/c", "data c a/c [<]", "end c a/c", "end a a"));
+}
+
+TEST_F(ParserTest, BlankTextIsNotDelivered)
+{
+    parser.parse("<a>\n  <b> </b>\n</a>\n", 1);
+    EXPECT_THAT(listener->events(), ElementsAre("begin a a", "begin b a/b", "end b a/b", "end a a"));
+}
+
+TEST_F(ParserTest, ADocumentEndsAtItsFirstNul)
+{
+    parser.parse(String("<a/>\0<b/>", 9), 1);
+    EXPECT_THAT(listener->events(), ElementsAre("begin a a", "end a a"));
+}
+
+TEST_F(ParserTest, SyntaxErrorsCarryTheirText)
+{
+    EXPECT_EQ(
+        failureOf("<a></a>x"),
+        Failure(700012003, "Invalid data contained outside a top-level Element -- near offset 7: x..."));
+    EXPECT_EQ(failureOf("<a></b>"), Failure(700012003, "Mismatched End Tag -- near offset 5: b"))
+        << "cut at the NUL that ended the name";
+    EXPECT_EQ(failureOf("<a><!-- x"), Failure(700012003, "Comment not terminated -- near offset 3: "));
+    listener->clear();
+    parser.parse("<good/>", 1);
+    EXPECT_THAT(listener->events(), ElementsAre("begin good good", "end good good"));
+}
+
+TEST_F(ParserTest, AConsumerMayStopTheParse)
+{
+    listener->answer = [](const std::string& line) { return line != "begin b a/b"; };
+    EXPECT_EQ(failureOf("<a><b/><c/></a>"), Failure(700012002, "Error to String function unimplemented"));
+    EXPECT_THAT(listener->events(), ElementsAre("begin a a", "begin b a/b"));
+    listener->answer = [](const std::string& line) { return line.substr(0, 4) != "data"; };
+    EXPECT_EQ(failureOf("<a>x</a>"), Failure(700012002, "Error to String function unimplemented"));
+    listener->answer = [](const std::string& line) { return line.substr(0, 3) != "end"; };
+    EXPECT_EQ(failureOf("<a>x</a>"), Failure(700012002, "Error to String function unimplemented"));
+    listener->answer = nullptr;
+    listener->clear();
+    parser.parse("<d/>", 1);
+    EXPECT_THAT(listener->events(), ElementsAre("begin d d", "end d d"));
+}
+
+TEST_F(ParserTest, AnExceptionOfTheConsumerPassesThrough)
+{
+    listener->answer = [](const std::string& line) -> bool {
+        if (line == "begin b a/b") {
+            throw std::domain_error("from the consumer");
+        }
+        return true;
+    };
+    try {
+        parser.parse("<a><b/></a>", 1);
+        FAIL();
+    } catch (const std::domain_error& error) {
+        EXPECT_STREQ(error.what(), "from the consumer");
+    }
+    listener->answer = nullptr;
+    listener->clear();
+    parser.parse("<d/>", 1);
+    EXPECT_THAT(listener->events(), ElementsAre("begin d d", "end d d"));
+}
+
+TEST_F(ParserTest, AConsumerLivesThroughItsCalls)
+{
+    // The parser and its call hold it: three references, with the test's two.
+    std::vector<unsigned> counts;
+    listener->answer = [&](const std::string&) {
+        counts.push_back(listener->refCount());
+        return true;
+    };
+    parser.parse("<a>x</a>", 1);
+    EXPECT_THAT(counts, ElementsAre(4U, 4U, 4U));
+    EXPECT_EQ(listener->refCount(), 3U);
+}
+
+TEST_F(ParserTest, AConsumerMayParseOnItsOwnParser)
+{
+    ListenerRef inner(new Listener);
+    ConsumerRef innerConsumer(inner);
+    listener->answer = [&](const std::string& line) {
+        if (line.substr(0, 4) == "data") {
+            Parser nested(innerConsumer);
+            nested.parse("<n/>", 5);
+        }
+        return true;
+    };
+    parser.parse("<a>1<b/>2</a>", 1);
+    EXPECT_EQ(inner->events().size(), 4U);
+    EXPECT_EQ(listener->events().size(), 6U);
+}
+
+TEST_F(ParserTest, ReadsAStreamToItsEnd)
+{
+    const String text(5000, 'x');
+    std::istringstream stream("<a>" + text + "</a>");
+    parser.parse(stream, 3);
+    EXPECT_THAT(listener->events(), ElementsAre("begin a a", "data a a [" + text + "]", "end a a"));
+    EXPECT_TRUE(stream.eof());
+    EXPECT_EQ(listener->getDocumentId(), 3);
+}
+
+TEST_F(ParserTest, ReadsAStreamFromWhereItStands)
+{
+    std::istringstream stream("skipped <a/>");
+    String word;
+    stream >> word;
+    parser.parse(stream, 1);
+    EXPECT_THAT(listener->events(), ElementsAre("begin a a", "end a a"));
+}
+
+TEST_F(ParserTest, AnEmptyOrFinishedStreamIsAnEmptyDocument)
+{
+    std::istringstream empty;
+    parser.parse(empty, 1);
+    parser.parse(empty, 1);
+    EXPECT_THAT(listener->events(), IsEmpty());
+}
+
+TEST_F(ParserTest, PiecesOfAStreamMayEndAnywhere)
+{
+    for (std::size_t size : {1016U, 1022U, 1023U, 1024U, 1025U, 2046U, 2047U}) {
+        listener->clear();
+        const String text(size - 7, 'y');
+        std::istringstream stream("<a>" + text + "</a>");
+        parser.parse(stream, 1);
+        EXPECT_THAT(listener->events(), ElementsAre("begin a a", "data a a [" + text + "]", "end a a"));
+    }
+}
+
+TEST_F(ParserTest, ANulInAStreamHidesTheRestOfItsPiece)
+{
+    // The first piece is 1,023 bytes: what follows the NUL is hidden up to there.
+    String text = "<a>1" + String(1, '\0');
+    text += String(1023 - text.size(), 'z') + "2</a>";
+    std::istringstream stream(text);
+    parser.parse(stream, 1);
+    EXPECT_THAT(listener->events(), ElementsAre("begin a a", "data a a [12]", "end a a"));
+}
+
+TEST_F(ParserTest, TheFailureCarriesTheTraceOfItsPlace)
+{
+    try {
+        parser.parse("x", 1);
+        FAIL();
+    } catch (const system_error& error) {
+        std::ostringstream trace;
+        trace << error;
+        EXPECT_THAT(trace.str(), testing::HasSubstr("com.kor.dal.nim.xml"));
+        EXPECT_THAT(trace.str(), testing::HasSubstr("parse()"));
+    }
+}

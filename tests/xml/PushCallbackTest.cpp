@@ -1,0 +1,234 @@
+#include "Recorder.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+using test::PushParser;
+using test::Recorder;
+using testing::ElementsAre;
+
+namespace {
+
+/** Pushes a common callback at the start of chosen elements and writes down who is told what. */
+class Pusher
+{
+public:
+    /** Element name: the name of the callback's data that takes over. */
+    std::map<std::string, std::string> pushes;
+    std::vector<std::string> events;
+    /** The results of the pushes. */
+    std::vector<int> results;
+    int pushesPerStart = 1;
+    bool passesCodeOn = false;
+
+    static int separateStart(void* context, char* tag, char*, std::size_t, char**)
+    {
+        return of(context).start("separate", tag);
+    }
+    static int separateEnd(void* context, char* tag, char*)
+    {
+        of(context).events.push_back("separate end " + std::string(tag));
+        return 0;
+    }
+    static int separateData(void* context, int, char* data, char*)
+    {
+        of(context).events.push_back("separate data " + std::string(data));
+        return 0;
+    }
+    static int common(PDS_PARSE_H, pds_parse_cb_type_e type, void* userData, void* userDataAlt, char* tag,
+                      char*, char* data, std::size_t, char**)
+    {
+        Pusher& pusher = of(userData);
+        const std::string who =
+            userDataAlt == userData ? "original" : *static_cast<const std::string*>(userDataAlt);
+        switch (type) {
+        case PDS_PARSE_CB_TAG_START:
+            return pusher.start(who, tag);
+        case PDS_PARSE_CB_TAG_END:
+            pusher.events.push_back(who + " end " + tag);
+            break;
+        case PDS_PARSE_CB_DATA:
+            pusher.events.push_back(who + " data " + data);
+            break;
+        case PDS_PARSE_CB_CDATA:
+            pusher.events.push_back(who + " cdata " + data);
+            break;
+        }
+        return 0;
+    }
+
+    void init(bool withCommon)
+    {
+        ASSERT_EQ(nim_pdsParseInit(0, this, separateStart, separateEnd, separateData,
+                                   withCommon ? common : nullptr, nullptr, &handle),
+                  0);
+    }
+    int parse(const std::string& text)
+    {
+        return nim_pdsParseBuffer(const_cast<char*>(text.c_str()), PDS_PARSE_F_LAST, handle);
+    }
+    ~Pusher()
+    {
+        nim_pdsParseDestroy(&handle);
+    }
+
+    PDS_PARSE_H handle = nullptr;
+
+private:
+    static Pusher& of(void* context)
+    {
+        return *static_cast<Pusher*>(context);
+    }
+    int start(const std::string& who, const std::string& tag)
+    {
+        events.push_back(who + " start " + tag);
+        const auto push = pushes.find(tag);
+        for (int i = 0; push != pushes.end() && i < pushesPerStart; ++i) {
+            results.push_back(nim_pdsParsePushCommonCB(common, &push->second, 0, handle));
+        }
+        return passesCodeOn && !results.empty() ? results.back() : 0;
+    }
+};
+
+}
+
+TEST(PushCommonCallback, SeesAllOfTheElementButItsStart)
+{
+    Pusher pusher;
+    pusher.pushes["b"] = "pushed";
+    pusher.init(false);
+    EXPECT_EQ(pusher.parse("<a>1<b>2<c>3</c><![CDATA[4]]></b>5</a>"), 0);
+    EXPECT_THAT(pusher.results, ElementsAre(0));
+    EXPECT_THAT(pusher.events,
+                ElementsAre("separate start a", "separate data 1", "separate start b", "pushed data 2",
+                            "pushed start c", "pushed data 3", "pushed end c", "pushed cdata 4",
+                            "pushed end b", "separate data 5", "separate end a"));
+}
+
+TEST(PushCommonCallback, HoldsForAnEmptyElementAndForTheRoot)
+{
+    Pusher pusher;
+    pusher.pushes["a"] = "first";
+    pusher.pushes["b"] = "second";
+    pusher.init(true);
+    EXPECT_EQ(pusher.parse("<a><b/>x</a>"), 0);
+    EXPECT_THAT(pusher.results, ElementsAre(0, 0));
+    EXPECT_THAT(pusher.events, ElementsAre("original start a", "first start b", "second end b",
+                                           "first data x", "first end a"));
+}
+
+TEST(PushCommonCallback, NestsDeeperThanTheStackFirstHolds)
+{
+    Pusher pusher;
+    std::string text;
+    std::string closing;
+    for (int i = 0; i < 65; ++i) {
+        const std::string name = "n" + std::to_string(i) + "n";
+        pusher.pushes[name] = name;
+        text += "<" + name + ">";
+        closing = "</" + name + ">" + closing;
+    }
+    pusher.init(false);
+    EXPECT_EQ(pusher.parse(text + "x" + closing), 0);
+    ASSERT_EQ(pusher.events.size(), 131U);
+    EXPECT_EQ(pusher.events[0], "separate start n0n");
+    EXPECT_EQ(pusher.events[64], "n63n start n64n");
+    EXPECT_EQ(pusher.events[65], "n64n data x");
+    EXPECT_EQ(pusher.events[66], "n64n end n64n");
+    EXPECT_EQ(pusher.events[130], "n0n end n0n");
+}
+
+TEST(PushCommonCallback, ASecondPushEndsTheParse)
+{
+    for (bool passesCodeOn : {false, true}) {
+        Pusher pusher;
+        pusher.pushes["a"] = "pushed";
+        pusher.pushesPerStart = 2;
+        pusher.passesCodeOn = passesCodeOn;
+        pusher.init(true);
+        const int code = pusher.parse("<a>x</a>");
+        EXPECT_THAT(pusher.results, ElementsAre(0, 700012006));
+        EXPECT_THAT(pusher.events, ElementsAre("original start a"));
+        // A result of the callback itself goes before the code of the push.
+        EXPECT_EQ(code, passesCodeOn ? 700012002 : 700012006);
+        EXPECT_EQ(pusher.parse(""), 700012004);
+    }
+}
+
+TEST(PushCommonCallback, OutsideOfAStartCallbackEndsTheParseToo)
+{
+    struct Late
+    {
+        PDS_PARSE_H handle = nullptr;
+        int result = 0;
+        int events = 0;
+
+        static int start(void* context, char*, char*, std::size_t, char**)
+        {
+            ++static_cast<Late*>(context)->events;
+            return 0;
+        }
+        static int end(void* context, char*, char*)
+        {
+            Late& late = *static_cast<Late*>(context);
+            ++late.events;
+            late.result = nim_pdsParsePushCommonCB(Recorder::common, nullptr, 0, late.handle);
+            return 0;
+        }
+        static int data(void*, int, char*, char*)
+        {
+            return 0;
+        }
+    };
+    Late late;
+    ASSERT_EQ(nim_pdsParseInit(0, &late, Late::start, Late::end, Late::data, nullptr, nullptr, &late.handle),
+              0);
+    char text[] = "<a><b/><c/></a>";
+    EXPECT_EQ(nim_pdsParseBuffer(text, 1, late.handle), 700012006);
+    EXPECT_EQ(late.result, 700012006);
+    EXPECT_EQ(late.events, 3);
+
+    // Before any parse: the first callback is the last.
+    ASSERT_EQ(nim_pdsParseReset(0, &late, late.handle), 0);
+    late.events = 0;
+    EXPECT_EQ(nim_pdsParsePushCommonCB(Recorder::common, nullptr, 0, late.handle), 700012006);
+    EXPECT_EQ(nim_pdsParseBuffer(text, 1, late.handle), 700012006);
+    EXPECT_EQ(late.events, 1);
+    EXPECT_EQ(nim_pdsParseDestroy(&late.handle), 0);
+}
+
+TEST(PushCommonCallback, NullArgumentsAreRefused)
+{
+    Recorder recorder;
+    PushParser parser(recorder);
+    EXPECT_EQ(nim_pdsParsePushCommonCB(nullptr, nullptr, 0, parser.handle), 700012901);
+    EXPECT_EQ(nim_pdsParsePushCommonCB(nullptr, nullptr, 0, nullptr), 700012901);
+    EXPECT_EQ(parser.parse("<a/>"), 700012901) << "it ends the parse as any failed push";
+}
+
+TEST(PushCommonCallback, IsGoneAfterAReset)
+{
+    Pusher pusher;
+    pusher.pushes["a"] = "pushed";
+    pusher.init(true);
+    EXPECT_EQ(pusher.parse("<a><b>"), 700012003);
+    ASSERT_EQ(nim_pdsParseReset(0, &pusher, pusher.handle), 0);
+    pusher.events.clear();
+    EXPECT_EQ(pusher.parse("<c>x</c>"), 0);
+    EXPECT_THAT(pusher.events, ElementsAre("original start c", "original data x", "original end c"));
+}
+
+TEST(PushCommonCallback, ANullAttributeReachesTheOneInForce)
+{
+    Pusher pusher;
+    pusher.pushes["a"] = "pushed";
+    pusher.init(false);
+    char text[] = "<a NULL=\"\"><b NULL=\"\"/></a>";
+    EXPECT_EQ(nim_pdsParseBuffer(text, PDS_PARSE_F_LAST | PDS_PARSE_F_NULL_ATTR, pusher.handle), 0);
+    EXPECT_THAT(pusher.events, ElementsAre("separate start a", "pushed data ", "pushed start b",
+                                           "pushed end b", "pushed end a"));
+}

@@ -1,0 +1,655 @@
+#include "Recorder.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+using test::PushParser;
+using test::Recorder;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+struct Outcome
+{
+    int code;
+    Lines events;
+    std::string error;
+};
+
+Outcome parse(const std::string& text, int flags = 0, bool common = false)
+{
+    Recorder recorder;
+    PushParser parser(recorder, common);
+    const int code = parser.parse(text, flags);
+    return {code, recorder.events, parser.error()};
+}
+
+/** The events of a document that is to be accepted. */
+Lines eventsOf(const std::string& text, int flags = 0, bool common = false)
+{
+    const Outcome outcome = parse(text, flags, common);
+    EXPECT_EQ(outcome.code, 0) << text;
+    EXPECT_EQ(outcome.error, "") << text;
+    return outcome.events;
+}
+
+/** The error text of a document that is to be refused. */
+std::string errorOf(const std::string& text, int flags = 0)
+{
+    const Outcome outcome = parse(text, flags);
+    EXPECT_EQ(outcome.code, 700012003) << text;
+    return outcome.error;
+}
+
+}
+
+TEST(PushParserConstants, HaveTheirValues)
+{
+    EXPECT_EQ(PDS_PARSE_CB_TAG_START, 0);
+    EXPECT_EQ(PDS_PARSE_CB_TAG_END, 1);
+    EXPECT_EQ(PDS_PARSE_CB_DATA, 2);
+    EXPECT_EQ(PDS_PARSE_CB_CDATA, 3);
+    EXPECT_EQ(PDS_PARSE_F_LAST, 1);
+    EXPECT_EQ(PDS_PARSE_F_SKIP_WS, 2);
+    EXPECT_EQ(PDS_PARSE_F_NULL_ATTR, 4);
+    EXPECT_EQ(PDS_PARSE_OK, 0);
+    EXPECT_EQ(PDS_PARSE_E_BAD_HANDLE, 700012001);
+    EXPECT_EQ(PDS_PARSE_E_CALLBACK, 700012002);
+    EXPECT_EQ(PDS_PARSE_E_SYNTAX, 700012003);
+    EXPECT_EQ(PDS_PARSE_E_PREVIOUS, 700012004);
+    EXPECT_EQ(PDS_PARSE_E_DONE, 700012005);
+    EXPECT_EQ(PDS_PARSE_E_PUSH_CONTEXT, 700012006);
+    EXPECT_EQ(PDS_PARSE_E_NO_MEMORY, 700012900);
+    EXPECT_EQ(PDS_PARSE_E_BAD_ARGS, 700012901);
+}
+
+TEST(PushParserTexts, DetailCodes)
+{
+    EXPECT_STREQ(nim_pdsParseErrorToStr(0), "No error");
+    EXPECT_STREQ(nim_pdsParseErrorToStr(1), "Invalid parse handle supplied");
+    EXPECT_STREQ(nim_pdsParseErrorToStr(2), "Parse operation was terminated by one of the callbacks");
+    EXPECT_STREQ(nim_pdsParseErrorToStr(3), "A syntax error was encountered while parsing");
+    EXPECT_STREQ(nim_pdsParseErrorToStr(4), "The parsing operation encountered an error previously");
+    EXPECT_STREQ(nim_pdsParseErrorToStr(5), "The parsing operation is completed");
+    EXPECT_STREQ(nim_pdsParseErrorToStr(6),
+                 "nim_nim_pdsParsePushCommonCB() can only be called from within a Start-Tag callback");
+    EXPECT_EQ(nim_pdsParseErrorToStr(7), nullptr);
+    EXPECT_EQ(nim_pdsParseErrorToStr(700012003), nullptr);
+    EXPECT_EQ(nim_pdsParseErrorToStr(-1), nullptr);
+}
+
+TEST(PushParserTexts, ErrorToStringIsTheSameForAll)
+{
+    char buffer[8] = "before";
+    EXPECT_STREQ(nim_pdsErrorToString(0, buffer, sizeof buffer), "Error to String function unimplemented");
+    EXPECT_STREQ(nim_pdsErrorToString(700012003, nullptr, 0), "Error to String function unimplemented");
+    EXPECT_STREQ(buffer, "before");
+}
+
+TEST(PushParserInit, RefusesMissingArguments)
+{
+    int some = 0;
+    PDS_PARSE_H handle = &some;
+    EXPECT_EQ(nim_pdsParseInit(0, nullptr, Recorder::tagStart, Recorder::tagEnd, Recorder::data, nullptr,
+                               nullptr, nullptr),
+              700012901);
+    EXPECT_EQ(
+        nim_pdsParseInit(0, nullptr, nullptr, Recorder::tagEnd, Recorder::data, nullptr, nullptr, &handle),
+        700012901);
+    EXPECT_EQ(
+        nim_pdsParseInit(0, nullptr, Recorder::tagStart, nullptr, Recorder::data, nullptr, nullptr, &handle),
+        700012901);
+    EXPECT_EQ(nim_pdsParseInit(0, nullptr, Recorder::tagStart, Recorder::tagEnd, nullptr, nullptr, nullptr,
+                               &handle),
+              700012901);
+    EXPECT_EQ(nim_pdsParseInit(0, nullptr, nullptr, nullptr, nullptr, Recorder::common, nullptr, nullptr),
+              700012901);
+    EXPECT_EQ(handle, &some);
+    ASSERT_EQ(nim_pdsParseInit(0, nullptr, nullptr, nullptr, nullptr, Recorder::common, &some, &handle), 0);
+    EXPECT_NE(handle, nullptr);
+    EXPECT_NE(handle, &some);
+    EXPECT_EQ(std::memcmp(handle, "APDP", 4), 0);
+    EXPECT_EQ(nim_pdsParseDestroy(&handle), 0);
+    EXPECT_EQ(handle, nullptr);
+}
+
+TEST(PushParserInit, MayPrepareTwice)
+{
+    EXPECT_EQ(ipdsParseInit(), 0);
+    EXPECT_EQ(ipdsParseInit(), 0);
+    nim_pdsParseTrcInit(7);
+    EXPECT_THAT(eventsOf("<a/>"), ElementsAre("start a a", "end a a"));
+}
+
+TEST(PushParserHandle, IsCheckedByItsEyeCatcher)
+{
+    char text[] = "<a/>";
+    std::vector<char> stranger(1024, 'x');
+    EXPECT_EQ(nim_pdsParseBuffer(nullptr, 1, stranger.data()), 700012901);
+    EXPECT_EQ(nim_pdsParseBuffer(text, 1, nullptr), 700012901);
+    EXPECT_EQ(nim_pdsParseBuffer(text, 1, stranger.data()), 700012001);
+    EXPECT_EQ(nim_pdsParseReset(0, nullptr, nullptr), 700012901);
+    EXPECT_EQ(nim_pdsParseReset(0, nullptr, stranger.data()), 700012001);
+    EXPECT_EQ(nim_pdsParseDestroy(nullptr), 700012901);
+    PDS_PARSE_H handle = stranger.data();
+    EXPECT_EQ(nim_pdsParseDestroy(&handle), 700012001);
+    EXPECT_EQ(handle, stranger.data());
+    EXPECT_STREQ(nim_pdsParseGetErrorInfo(nullptr), "Null ParseHandle");
+    EXPECT_STREQ(nim_pdsParseGetErrorInfo(stranger.data()), "Invalid ParseHandle");
+    EXPECT_EQ(nim_pdsParsePushCommonCB(Recorder::common, nullptr, 0, stranger.data()), 700012001);
+    EXPECT_EQ(nim_pdsParsePushCommonCB(Recorder::common, nullptr, 0, nullptr), 700012901);
+}
+
+TEST(PushParserBuffers, EmptyDocumentsSucceedWithoutAnEvent)
+{
+    EXPECT_THAT(eventsOf(""), IsEmpty());
+    EXPECT_THAT(eventsOf(" \t\r\n\v\f"), IsEmpty());
+    EXPECT_THAT(eventsOf("<?xml version=\"1.0\"?>\n<!-- a -- b --> <!DOCTYPE a [<!ENTITY x \"y\">]>\n<?pi?>"),
+                IsEmpty());
+}
+
+TEST(PushParserBuffers, AnyCutOfADocumentGivesTheSameEvents)
+{
+    const std::string text = "<a b=\"1&amp;2\">x&lt;y<!-- c --><d/><![CDATA[e]]></a>";
+    const Lines whole = eventsOf(text);
+    EXPECT_THAT(whole, ElementsAre("start a a b=[1&2]", "data a [x<y]", "start d a/d", "end d a/d",
+                                   "cdata a [e]", "end a a"));
+    for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+        Recorder recorder;
+        PushParser parser(recorder);
+        ASSERT_EQ(parser.push(text.substr(0, cut)), 0);
+        EXPECT_THAT(recorder.events, IsEmpty());
+        ASSERT_EQ(parser.parse(text.substr(cut)), 0);
+        EXPECT_EQ(recorder.events, whole) << "cut at " << cut;
+    }
+}
+
+TEST(PushParserBuffers, GrowWhileTextKeepsComing)
+{
+    Recorder recorder;
+    PushParser parser(recorder);
+    ASSERT_EQ(parser.push("<a>"), 0);
+    std::string all;
+    for (int i = 0; i < 10000; ++i) {
+        const std::string piece = std::to_string(i) + ",";
+        all += piece;
+        ASSERT_EQ(parser.push(piece), 0);
+    }
+    ASSERT_EQ(parser.parse("</a>"), 0);
+    EXPECT_THAT(recorder.events, ElementsAre("start a a", "data a [" + all + "]", "end a a"));
+}
+
+TEST(PushParserBuffers, FillToTheLastByte)
+{
+    for (std::size_t size : {2040U, 2046U, 2047U, 2048U, 2049U, 4096U}) {
+        Recorder recorder;
+        PushParser parser(recorder);
+        const std::string inner(size - 7, 'x');
+        ASSERT_EQ(parser.push("<a>" + inner), 0);
+        ASSERT_EQ(parser.push("</a"), 0);
+        ASSERT_EQ(parser.parse(">"), 0);
+        EXPECT_THAT(recorder.events, ElementsAre("start a a", "data a [" + inner + "]", "end a a"));
+    }
+}
+
+TEST(PushParserBuffers, AreRefusedOnceDoneOrFailed)
+{
+    Recorder recorder;
+    PushParser parser(recorder);
+    ASSERT_EQ(parser.push("<a>"), 0);
+    ASSERT_EQ(parser.parse("</a>"), 0);
+    EXPECT_EQ(parser.parse("<b/>"), 700012005);
+    EXPECT_EQ(parser.push("<b/>"), 700012005);
+    ASSERT_EQ(nim_pdsParseReset(0, &recorder, parser.handle), 0);
+    EXPECT_EQ(parser.parse("x"), 700012003);
+    EXPECT_EQ(parser.parse("<b/>"), 700012004);
+    EXPECT_EQ(parser.push(""), 700012004);
+    EXPECT_EQ(parser.error(), "Invalid data contained outside a top-level Element -- near offset 0: x...");
+    ASSERT_EQ(nim_pdsParseReset(0, &recorder, parser.handle), 0);
+    EXPECT_EQ(parser.error(), "");
+    EXPECT_EQ(parser.parse("<b/>"), 0);
+    EXPECT_THAT(recorder.events, ElementsAre("start a a", "end a a", "start b b", "end b b"));
+}
+
+TEST(PushParserBuffers, AnEmptyLastOneIsDone)
+{
+    Recorder recorder;
+    PushParser parser(recorder);
+    EXPECT_EQ(parser.parse(""), 0);
+    EXPECT_EQ(parser.parse("<a/>"), 700012005);
+}
+
+TEST(PushParserTop, TextEndsInATag)
+{
+    EXPECT_THAT(eventsOf("<a/>"), ElementsAre("start a a", "end a a"));
+    EXPECT_THAT(eventsOf("<a />"), ElementsAre("start a a", "end a a"));
+
+    Outcome outcome = parse("<a>");
+    EXPECT_EQ(outcome.code, 700012003);
+    EXPECT_THAT(outcome.events, IsEmpty());
+    EXPECT_EQ(outcome.error,
+              std::string("Premature end of data stream (not at top-level) -- near offset 0: <a"));
+
+    outcome = parse("<a>text");
+    EXPECT_EQ(outcome.code, 700012003);
+    EXPECT_THAT(outcome.events, ElementsAre("start a a", "data a [text]"));
+    EXPECT_EQ(outcome.error, "Premature end of data stream (not at top-level) -- near offset 0: <a");
+}
+
+TEST(PushParserTop, WhatStandsBehindTheRoot)
+{
+    EXPECT_THAT(eventsOf("<a></a> <!-- c --> <?pi ?>\n<!DOCTYPE b>"), ElementsAre("start a a", "end a a"));
+    EXPECT_EQ(errorOf("<a></a>x"),
+              "Invalid data contained outside a top-level Element -- near offset 7: x...");
+    const Outcome outcome = parse("<a/><b/>");
+    EXPECT_EQ(outcome.code, 700012003);
+    EXPECT_THAT(outcome.events, ElementsAre("start a a", "end a a"));
+    EXPECT_EQ(outcome.error, "Multiple top-level Elements encountered -- near offset 4: <b/>...");
+}
+
+TEST(PushParserTop, ProcessingInstructions)
+{
+    EXPECT_THAT(eventsOf("<?><a/>"), ElementsAre("start a a", "end a a"));
+    EXPECT_THAT(eventsOf("<a>x<?pi <b> ?>y<?></a>"),
+                ElementsAre("start a a", "data a [x]", "data a [y]", "end a a"));
+    EXPECT_EQ(errorOf("  <?xml >"),
+              "Invalid processing instruction: '<?' without a matching '?>' -- near offset 2: <?xml >...");
+    // Within an element the "<" is already passed, and a NUL.
+    EXPECT_EQ(errorOf("<a><?xml >"),
+              "Invalid processing instruction: '<?' without a matching '?>' -- near offset 3: ");
+}
+
+TEST(PushParserTop, DocTypeCountsItsBrackets)
+{
+    EXPECT_THAT(eventsOf("<!DOCTYPE a [ <!ELEMENT a (b)> <!-- c --> ]><a/>"),
+                ElementsAre("start a a", "end a a"));
+    // The ">" of a comment ends it early.
+    EXPECT_EQ(errorOf("<!DOCTYPE a [ <!-- > --> ]><a/>"),
+              "Invalid data contained outside a top-level Element -- near offset 25: ]><a/>...");
+    EXPECT_EQ(errorOf("<!DOCTYPE a [<!ELEMENT a>"),
+              "DOCTYPE tag is not properly terminated - reached End Of Document -- near offset 0: "
+              "<!DOCTYPE a [<!E...");
+    // Quotes mean nothing.
+    EXPECT_EQ(errorOf("<!DOCTYPE a \">\"><a/>"),
+              "Invalid data contained outside a top-level Element -- near offset 14: \"><a/>...");
+    EXPECT_THAT(eventsOf("<a>x<!DOCTYPE b>y</a>"),
+                ElementsAre("start a a", "data a [x]", "data a [y]", "end a a"));
+    EXPECT_EQ(errorOf("<a><!DOCTYPE b"),
+              "DOCTYPE tag is not properly terminated - reached End Of Document -- near offset 3: ");
+}
+
+TEST(PushParserTop, DocTypeNeedsItsBlank)
+{
+    EXPECT_THAT(eventsOf("<!DOCTYPE/>"), ElementsAre("start !DOCTYPE !DOCTYPE", "end !DOCTYPE !DOCTYPE"));
+    EXPECT_THAT(eventsOf("<!foo></!foo>"), ElementsAre("start !foo !foo", "end !foo !foo"));
+    EXPECT_EQ(errorOf("<![CDATA[x]]>"),
+              "Element name [Start Tag] contains an invalid character -- near offset 1: ![CDATA[x]]>...");
+}
+
+TEST(PushParserNames, StartTags)
+{
+    EXPECT_THAT(eventsOf("<_a:b-c.d1?!/>"),
+                ElementsAre("start _a:b-c.d1?! _a:b-c.d1?!", "end _a:b-c.d1?! _a:b-c.d1?!"));
+    EXPECT_THAT(eventsOf("<a/b=\"1\"></a>"), ElementsAre("start a a b=[1]", "end a a"));
+    EXPECT_EQ(errorOf("< a>"),
+              "Element name [Start Tag] starts with an invalid character -- near offset 1:  a>...");
+    EXPECT_EQ(errorOf("<1/>"),
+              "Element name [Start Tag] starts with an invalid character -- near offset 1: 1/>...");
+    EXPECT_EQ(errorOf("<\xC3\xA4/>"),
+              "Element name [Start Tag] starts with an invalid character -- near offset 1: \xC3\xA4/>...");
+    EXPECT_EQ(errorOf("<a\xC3\xA4/>"),
+              "Element name [Start Tag] contains an invalid character -- near offset 1: a\xC3\xA4/>...");
+    EXPECT_EQ(errorOf("<abc"),
+              "Element name [Start Tag] contains an invalid character -- near offset 1: abc...");
+    EXPECT_EQ(errorOf("<"), "Premature end of data stream (not at top-level) -- near offset 0: <...");
+    EXPECT_EQ(errorOf("<a<b/>"),
+              "Element name [Start Tag] contains an invalid character -- near offset 1: a<b/>...");
+}
+
+TEST(PushParserNames, EndTags)
+{
+    EXPECT_THAT(eventsOf("<a></a  >"), ElementsAre("start a a", "end a a"));
+    EXPECT_THAT(eventsOf("<a></a\t\r\n>"), ElementsAre("start a a", "end a a"));
+    EXPECT_EQ(errorOf("<a></ a>"),
+              "Element name [End Tag] starts with an invalid character -- near offset 5:  a>...");
+    EXPECT_EQ(errorOf("<a></a/>"),
+              "Element name [End Tag] contains an invalid character -- near offset 5: a");
+    EXPECT_EQ(errorOf("<a></a b>"),
+              "Element name [End Tag] contains an invalid character -- near offset 5: a");
+    EXPECT_EQ(errorOf("<a></a"),
+              "Element name [End Tag] contains an invalid character -- near offset 5: a...");
+    EXPECT_EQ(errorOf("<a></a "), "Element name [End Tag] contains an invalid character -- near offset 5: a");
+    EXPECT_EQ(errorOf("<a></"), "Premature end of data stream (not at top-level) -- near offset 0: <a");
+    EXPECT_EQ(errorOf("<a></b>"), "Mismatched End Tag -- near offset 5: b");
+    EXPECT_EQ(errorOf("<a></aa>"), "Mismatched End Tag -- near offset 5: aa");
+    EXPECT_EQ(errorOf("<a><b></a></b>"), "Mismatched End Tag -- near offset 8: a");
+}
+
+TEST(PushParserNames, AnEndTagNeedOnlyBeATailOfThePath)
+{
+    EXPECT_THAT(eventsOf("<ab></b>"), ElementsAre("start ab ab", "end b ab"));
+    // What is left of the path has a name without a byte, which nothing can close.
+    const Outcome outcome = parse("<x><ab></b>y<c></c></x>", 0, true);
+    EXPECT_EQ(outcome.code, 700012003);
+    EXPECT_THAT(outcome.events, ElementsAre("start x x", "start ab x/ab", "end b x/ab", "data  x/ [y]0",
+                                            "start c x//c", "end c x//c"));
+    EXPECT_EQ(outcome.error, "Mismatched End Tag -- near offset 21: x");
+    // An end that is shorter than the name leaves the rest of it, less the byte of a "/".
+    EXPECT_THAT(parse("<x><abc></c>y</a></x>", 0, true).events,
+                ElementsAre("start x x", "start abc x/abc", "end c x/abc", "data a x/a [y]0", "end a x/a"));
+}
+
+TEST(PushParserNames, AfterAChildTheTagIsTheParentAgain)
+{
+    EXPECT_THAT(eventsOf("<a>1<b>2<c>3</c>4</b>5</a>", 0, true),
+                ElementsAre("start a a", "data a a [1]0", "start b a/b", "data b a/b [2]0", "start c a/b/c",
+                            "data c a/b/c [3]0", "end c a/b/c", "data b a/b [4]0", "end b a/b",
+                            "data a a [5]0", "end a a"));
+}
+
+TEST(PushParserAttributes, Forms)
+{
+    EXPECT_THAT(eventsOf("<a b=\"1\" c='2'/>"), ElementsAre("start a a b=[1] c=[2]", "end a a"));
+    EXPECT_THAT(eventsOf("<a b=\"1\"c=\"2\"/>"), ElementsAre("start a a b=[1] c=[2]", "end a a"));
+    EXPECT_THAT(eventsOf("<a\n b='\"'\tc=\"'\"\r\n/>"), ElementsAre("start a a b=[\"] c=[']", "end a a"));
+    EXPECT_THAT(eventsOf("<a b=\"<x>\"/>"), ElementsAre("start a a b=[<x>]", "end a a"));
+    EXPECT_THAT(eventsOf("<a b=\"\"/>"), ElementsAre("start a a b=[]", "end a a"));
+    EXPECT_THAT(eventsOf("<a b=\"1\n2\r3\r\n4\t5\"/>"), ElementsAre("start a a b=[1 2 3  4\t5]", "end a a"));
+}
+
+TEST(PushParserAttributes, Errors)
+{
+    EXPECT_EQ(errorOf("<a b = \"1\"/>"),
+              "Attribute name doesn't terminate with an '=' -- near offset 3: b = \"1\"/>...");
+    EXPECT_EQ(errorOf("<a b/>"), "Attribute name doesn't terminate with an '=' -- near offset 3: b/>...");
+    EXPECT_EQ(errorOf("<a 1=\"1\"/>"),
+              "Attribute name  starts with an invalid character -- near offset 3: 1=\"1\"/>...");
+    EXPECT_EQ(errorOf("<a / b=\"1\">"),
+              "Attribute name  starts with an invalid character -- near offset 3: / b=\"1\">...");
+    EXPECT_EQ(errorOf("<a b=1/>"), "Attribute value doesn't start with a quote -- near offset 3: b");
+    EXPECT_EQ(errorOf("<a b= \"1\"/>"), "Attribute value doesn't start with a quote -- near offset 3: b");
+    EXPECT_EQ(errorOf("<a b="), "Attribute value doesn't start with a quote -- near offset 3: b");
+    EXPECT_EQ(errorOf("<a b=\"1'/>"), "Attribute value doesn't end with a quote -- near offset 6: 1'/>...");
+    EXPECT_EQ(errorOf("<a b=\"1\" b=\"2\"/>"), "Duplicate attribute name -- near offset 9: b");
+    EXPECT_EQ(errorOf("<a b=\"x&y\"/>"), "Unrecognized special symbol -- near offset 6: x&y");
+    EXPECT_EQ(errorOf("<a b=\"1\""), "Premature end of data stream (not at top-level) -- near offset 0: <a");
+}
+
+TEST(PushParserAttributes, ManyOfThemAndTheDuplicateAmongThem)
+{
+    for (int count : {1, 8, 9, 10, 15, 16, 17, 18, 32, 33, 100, 5000}) {
+        std::string text = "<a";
+        std::string expected = "start a a";
+        for (int i = 0; i < count; ++i) {
+            text += " n" + std::to_string(i) + "=\"" + std::to_string(i) + "\"";
+            expected += " n" + std::to_string(i) + "=[" + std::to_string(i) + "]";
+        }
+        EXPECT_THAT(eventsOf(text + "/>"), ElementsAre(expected, "end a a"));
+        for (int twice : {0, count / 2, count - 1}) {
+            EXPECT_EQ(errorOf(text + " n" + std::to_string(twice) + "=\"\"/>"),
+                      "Duplicate attribute name -- near offset " + std::to_string(text.size() + 1) + ": n"
+                          + std::to_string(twice));
+        }
+    }
+}
+
+TEST(PushParserAttributes, NamesOfOneElementMeanNothingToTheNext)
+{
+    std::string inner;
+    for (int i = 0; i < 40; ++i) {
+        inner += " n" + std::to_string(i) + "=\"\"";
+    }
+    EXPECT_EQ(eventsOf("<a><b" + inner + "/><c" + inner + "/><d n1=\"\"/></a>").size(), 8U);
+}
+
+TEST(PushParserSymbols, Expand)
+{
+    EXPECT_THAT(eventsOf("<a b=\"&#65;&#321;\"/>"), ElementsAre("start a a b=[AA]", "end a a"));
+    EXPECT_THAT(eventsOf("<a>x&lt;y</a>"), ElementsAre("start a a", "data a [x<y]", "end a a"));
+    EXPECT_THAT(eventsOf("<a>&lt;&gt;&quot;&apos;&amp;</a>"),
+                ElementsAre("start a a", "data a [<>\"'&]", "end a a"));
+    EXPECT_THAT(eventsOf("<a>&amp;lt;</a>"), ElementsAre("start a a", "data a [&lt;]", "end a a"));
+    EXPECT_THAT(eventsOf("<a>1&#0;2</a>"), ElementsAre("start a a", "data a [1]", "end a a"));
+    EXPECT_THAT(eventsOf("<a>1&#;2</a>"), ElementsAre("start a a", "data a [1]", "end a a"));
+    EXPECT_THAT(eventsOf("<a>&#256065;</a>"), ElementsAre("start a a", "data a [A]", "end a a"));
+    EXPECT_THAT(eventsOf("<a>&#99999999999999999999999999;</a>"),
+                ElementsAre("start a a", "data a [\xFF]", "end a a"));
+}
+
+TEST(PushParserSymbols, ThatAreNone)
+{
+    for (const char* symbol :
+         {"&", "&;", "& ", "&LT;", "&lt", "&lt ;", "&copy;", "&#x41;", "&#65", "&#65 ;", "&#-1;", "&&amp;"}) {
+        const std::string text = symbol;
+        EXPECT_EQ(errorOf("<a>" + text + "</a>"), "Unrecognized special symbol -- near offset 3: " + text)
+            << symbol;
+    }
+    // What stood before it is already expanded in its place.
+    EXPECT_EQ(errorOf("<a>&lt;&zz;</a>"), "Unrecognized special symbol -- near offset 3: <lt;&zz;");
+}
+
+TEST(PushParserContent, CommentsDivideText)
+{
+    EXPECT_THAT(eventsOf("<a>x<!-- c -->y</a>"),
+                ElementsAre("start a a", "data a [x]", "data a [y]", "end a a"));
+    EXPECT_THAT(eventsOf("<a><!-- -- > --></a>"), ElementsAre("start a a", "end a a"));
+    EXPECT_THAT(eventsOf("<a><!----></a>"), ElementsAre("start a a", "end a a"));
+}
+
+TEST(PushParserContent, ACommentWithoutAnEnd)
+{
+    EXPECT_EQ(errorOf(" <!-- x --"), "Comment not terminated -- near offset 1: <!-- x --...");
+    EXPECT_EQ(errorOf("<!--->"), "Comment not terminated -- near offset 0: <!--->...");
+    EXPECT_EQ(errorOf("<a>x<!-- y</a>"), "Comment not terminated -- near offset 4: ");
+    EXPECT_EQ(errorOf("<!--"), "Premature end of data stream (not at top-level) -- near offset 0: <!--...");
+    EXPECT_EQ(errorOf("<a><!--"), "Premature end of data stream (not at top-level) -- near offset 0: <a");
+}
+
+TEST(PushParserContent, CDataInAnySpelling)
+{
+    EXPECT_THAT(eventsOf("<a><![CDATA[<b>&]] ]>]]></a>"),
+                ElementsAre("start a a", "cdata a [<b>&]] ]>]", "end a a"))
+        << "the first \"]]>\" ends it";
+    EXPECT_THAT(eventsOf("<a><![CDATA[<b>]]></a>", 0, true),
+                ElementsAre("start a a", "cdata a a [<b>]", "end a a"));
+    EXPECT_THAT(eventsOf("<a><![cdata[x]]></a>"), ElementsAre("start a a", "cdata a [x]", "end a a"));
+    EXPECT_THAT(eventsOf("<a><!1234567x]]></a>"), ElementsAre("start a a", "cdata a [x]", "end a a"));
+    EXPECT_THAT(eventsOf("<a><![CDATA[]]></a>"), ElementsAre("start a a", "cdata a []", "end a a"));
+    EXPECT_THAT(eventsOf("<a><![CDATA[ ]]></a>", PDS_PARSE_F_SKIP_WS),
+                ElementsAre("start a a", "cdata a [ ]", "end a a"));
+    EXPECT_THAT(eventsOf("<a><!]]></a>]]></a>"), ElementsAre("start a a", "cdata a []", "end a a"));
+}
+
+TEST(PushParserContent, CDataWithoutAnEnd)
+{
+    EXPECT_EQ(errorOf("<a><![CDATA[x]]"), "CDATA segment not terminated -- near offset 12: x]]...");
+    EXPECT_EQ(errorOf("<a><![CDATA["),
+              "Premature end of data stream (not at top-level) -- near offset 0: <a");
+    for (const char* tail : {"", "x", "[CDATA", "-", "DOCTYPE"}) {
+        EXPECT_EQ(errorOf("<a><!" + std::string(tail)),
+                  std::strlen(tail) < 7
+                      ? "CDATA segment not terminated -- near offset 12: ..."
+                      : "Premature end of data stream (not at top-level) -- near offset 0: <a");
+    }
+}
+
+TEST(PushParserContent, BlankText)
+{
+    EXPECT_THAT(eventsOf("<a> <b/>\n</a>"),
+                ElementsAre("start a a", "data a [ ]", "start b a/b", "end b a/b", "data a [\n]", "end a a"));
+    EXPECT_THAT(eventsOf("<a> <b/>\n</a>", PDS_PARSE_F_SKIP_WS),
+                ElementsAre("start a a", "start b a/b", "end b a/b", "end a a"));
+    EXPECT_THAT(eventsOf("<a>&#32;</a>", PDS_PARSE_F_SKIP_WS), ElementsAre("start a a", "end a a"));
+    EXPECT_THAT(eventsOf("<a>&#32;</a>"), ElementsAre("start a a", "data a [ ]", "end a a"));
+    EXPECT_THAT(eventsOf("<a> x </a>", PDS_PARSE_F_SKIP_WS),
+                ElementsAre("start a a", "data a [ x ]", "end a a"));
+    EXPECT_THAT(eventsOf("<a>&#0;x</a>", PDS_PARSE_F_SKIP_WS), ElementsAre("start a a", "end a a"))
+        << "its readers see no byte of it";
+}
+
+TEST(PushParserContent, BytesAbove127StandInTextAndValues)
+{
+    EXPECT_THAT(eventsOf("<a b=\"\xC3\xA4\">\xFF\x80</a>"),
+                ElementsAre("start a a b=[\xC3\xA4]", "data a [\xFF\x80]", "end a a"));
+}
+
+TEST(PushParserContent, TextComesWithTheAttributesOfTheLastStart)
+{
+    EXPECT_THAT(eventsOf("<a x=\"1\" y=\"2\">1<b z=\"3\"/>2<c/>3</a>", 0, true),
+                ElementsAre("start a a x=[1] y=[2]", "data a a [1]4", "start b a/b z=[3]", "end b a/b",
+                            "data a a [2]2", "start c a/c", "end c a/c", "data a a [3]0", "end a a"));
+}
+
+TEST(PushParserNullAttribute, RaisesADataEventAheadOfTheStart)
+{
+    EXPECT_THAT(eventsOf("<a x=\"1\" NULL=\"y\" z=\"2\"/>", PDS_PARSE_F_NULL_ATTR, true),
+                ElementsAre("data a a []0", "start a a x=[1] NULL=[y] z=[2]", "end a a"));
+    EXPECT_THAT(eventsOf("<a null=\"y\" NULLS=\"1\"/>", PDS_PARSE_F_NULL_ATTR, true),
+                ElementsAre("start a a null=[y] NULLS=[1]", "end a a"));
+    EXPECT_THAT(eventsOf("<a NULL=\"y\"/>", 0, true), ElementsAre("start a a NULL=[y]", "end a a"));
+    EXPECT_THAT(eventsOf("<a NULL=\"y\"/>", PDS_PARSE_F_NULL_ATTR),
+                ElementsAre("start a a NULL=[y]", "end a a"));
+}
+
+TEST(PushParserNullAttribute, ItsAnswerCounts)
+{
+    Recorder recorder;
+    recorder.stopAt = 1;
+    PushParser parser(recorder, true);
+    EXPECT_EQ(parser.parse("<a NULL=\"y\"/>", PDS_PARSE_F_NULL_ATTR), 700012002);
+    EXPECT_THAT(recorder.events, ElementsAre("data a a []0"));
+}
+
+TEST(PushParserStop, AnyEventMayEndTheParse)
+{
+    const std::string text = "<a>x<![CDATA[y]]><b/></a>";
+    const Lines all = eventsOf(text);
+    ASSERT_EQ(all.size(), 6U);
+    for (bool common : {false, true}) {
+        for (int answer : {1, -1, 42}) {
+            for (std::size_t stop = 1; stop <= all.size(); ++stop) {
+                Recorder recorder;
+                recorder.stopAt = stop;
+                recorder.answer = answer;
+                PushParser parser(recorder, common);
+                EXPECT_EQ(parser.parse(text), 700012002);
+                EXPECT_EQ(recorder.events.size(), stop);
+                EXPECT_EQ(parser.error(), "");
+                EXPECT_EQ(parser.parse(text), 700012004);
+            }
+        }
+    }
+}
+
+TEST(PushParserStop, AnExceptionOfACallbackPassesThrough)
+{
+    struct Thrower
+    {
+        static int start(void*, char*, char*, std::size_t, char**)
+        {
+            throw std::runtime_error("from a callback");
+        }
+    };
+    Recorder recorder;
+    PDS_PARSE_H handle = nullptr;
+    ASSERT_EQ(nim_pdsParseInit(0, &recorder, Thrower::start, Recorder::tagEnd, Recorder::data, nullptr,
+                               nullptr, &handle),
+              0);
+    char text[] = "<a/>";
+    EXPECT_THROW(nim_pdsParseBuffer(text, 1, handle), std::runtime_error);
+    EXPECT_EQ(nim_pdsParseBuffer(text, 1, handle), 700012005);
+    ASSERT_EQ(nim_pdsParseReset(0, nullptr, handle), 0);
+    EXPECT_THROW(nim_pdsParseBuffer(text, 1, handle), std::runtime_error);
+    EXPECT_EQ(nim_pdsParseDestroy(&handle), 0);
+}
+
+TEST(PushParserReset, NothingOfTheLastDocumentIsSeenAgain)
+{
+    Recorder recorder;
+    PushParser parser(recorder);
+    ASSERT_EQ(parser.parse("<first><second a=\"1\">text that is long enough -->]]>?>"), 700012003);
+    recorder.events.clear();
+    ASSERT_EQ(nim_pdsParseReset(0, &recorder, parser.handle), 0);
+    ASSERT_EQ(parser.parse("<a/>"), 0);
+    EXPECT_THAT(recorder.events, ElementsAre("start a a", "end a a"));
+
+    for (const char* open : {"<!-- x", "<a><![CDATA[x", "<a><!-- x", "<a><!", "<?x", "<!DOCTYPE a"}) {
+        ASSERT_EQ(nim_pdsParseReset(0, &recorder, parser.handle), 0);
+        EXPECT_EQ(parser.parse(open), 700012003) << open;
+        EXPECT_EQ(parser.error().find("long"), std::string::npos) << parser.error();
+    }
+}
+
+TEST(PushParserReset, TakesOtherUserData)
+{
+    Recorder first;
+    Recorder second;
+    PushParser parser(first);
+    ASSERT_EQ(parser.parse("<a/>"), 0);
+    ASSERT_EQ(nim_pdsParseReset(0, &second, parser.handle), 0);
+    ASSERT_EQ(parser.parse("<b/>"), 0);
+    EXPECT_THAT(first.events, ElementsAre("start a a", "end a a"));
+    EXPECT_THAT(second.events, ElementsAre("start b b", "end b b"));
+}
+
+TEST(PushParserErrors, ShowSixteenBytesAndTheOffset)
+{
+    EXPECT_EQ(errorOf("<a>ok</a>\n0123456789abcdefghij"),
+              "Invalid data contained outside a top-level Element -- near offset 10: 0123456789abcdef...");
+    EXPECT_EQ(errorOf("<a>" + std::string(20, ' ') + "<b>"),
+              "Premature end of data stream (not at top-level) -- near offset 16:        ")
+        << "the start of an element at the very end is marked at its name";
+}
+
+TEST(PushParserSize, HostileDocumentsTakeLinearTime)
+{
+    // Each of these takes minutes when a step looks at all that came before it.
+    std::string attributes = "<a";
+    for (int i = 0; i < 200000; ++i) {
+        attributes += " n" + std::to_string(i) + "=\"\"";
+    }
+    EXPECT_EQ(eventsOf(attributes + "/>").size(), 2U);
+
+    const std::string longName(1000000, 'r');
+    std::string children = "<" + longName + ">";
+    for (int i = 0; i < 200000; ++i) {
+        children += "<b/>";
+    }
+    std::size_t count = 0;
+    const auto counted = [](PDS_PARSE_H, pds_parse_cb_type_e, void* context, void*, char*, char*, char*,
+                            std::size_t, char**) {
+        ++*static_cast<std::size_t*>(context);
+        return 0;
+    };
+    const auto count_events = [&](const std::string& text, int flags = 0) {
+        count = 0;
+        PDS_PARSE_H handle = nullptr;
+        EXPECT_EQ(nim_pdsParseInit(0, &count, nullptr, nullptr, nullptr, counted, nullptr, &handle), 0);
+        EXPECT_EQ(nim_pdsParseBuffer(const_cast<char*>(text.c_str()), flags | PDS_PARSE_F_LAST, handle), 0);
+        EXPECT_EQ(nim_pdsParseDestroy(&handle), 0);
+        return count;
+    };
+    EXPECT_EQ(count_events(children + "</" + longName + ">"), 400002U);
+
+    std::string deep;
+    for (int i = 0; i < 1000000; ++i) {
+        deep += "<a>";
+    }
+    for (int i = 0; i < 1000000; ++i) {
+        deep += "</a>";
+    }
+    EXPECT_EQ(count_events(deep), 2000000U);
+
+    std::string symbols = "<a>";
+    for (int i = 0; i < 1000000; ++i) {
+        symbols += "&amp;";
+    }
+    EXPECT_EQ(count_events(symbols + "</a>"), 3U);
+}
