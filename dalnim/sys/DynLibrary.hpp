@@ -5,6 +5,8 @@
 #include <dalnim/mem/ConstRcoRef.hpp>
 #include <qv/pmx/types.h>
 
+#include <map>
+
 namespace com::kor::dal::nim::sys {
 
 class DynLibrary;
@@ -76,6 +78,16 @@ private:
     friend class DynLoaderMgr;
     friend class DynSymbol;
 
+    /** The symbols of a library begin alike: their lengths tell most of them apart. */
+    struct ShorterFirst
+    {
+        bool operator()(const String& left, const String& right) const noexcept
+        {
+            return left.size() != right.size() ? left.size() < right.size() : left < right;
+        }
+    };
+    typedef std::map<String, mem::ConstRcoRef<DynSymbol>, ShorterFirst> SymbolMap;
+
     /** Takes over the handle. */
     DynLibrary(qv_lhandle_t handle, bool global_lookup, const String& filepath, DynLoaderMgr& loadmgr);
     /** Unloads, and logs that; an unload that the system refuses is a warning. */
@@ -87,6 +99,8 @@ private:
     const String path;
     /** With one reference of this library. */
     const DynLoaderMgr& loader;
+    /** Those in the record that the loader has of this library, to find them at once; null at first. */
+    mutable SymbolMap* symbols;
 };
 
 }

@@ -52,10 +52,13 @@ private:
 
     typedef mt::MutexHolder<mt::CriticalSection> Holder;
 
+    typedef DynLibrary::SymbolMap SymbolMap;
+
     struct LibRec
     {
         ConstDynLibraryRef library;
-        std::map<String, ConstDynSymbolRef> symbols;
+        /** By the names asked for. */
+        SymbolMap symbols;
     };
 
     DynLoaderMgr();
@@ -66,7 +69,8 @@ private:
         return path;
     }
 
-    DynSymbolRef find(const DynLibrary& library, const String& symname) const;
+    DynSymbolRef find(const DynLibrary* library, const String& symname) const;
+    [[noreturn]] void refuse(const String& symname) const;
     /** Gives a reference up by `giveUp`, and then the cache's if that is the only one left. */
     template <class T, class GiveUp>
     bool release(const T& object, GiveUp giveUp) const
@@ -74,14 +78,19 @@ private:
         // Held from before the count goes down: behind that, another thread's release could end the
         // object. The lock itself stays, like the manager.
         const Holder holder(sync.acquire());
-        const bool last = object.refCount(true) == 1;
+        const UInt32_t before = object.refCount(true);
         const bool released = giveUp();
-        return last ? released : drop(object) && released;
+        if (before == 1) {
+            return released;
+        }
+        // No other thread counts down meanwhile, so of more than two there are others left for sure.
+        return before == 2 && drop(object) && released;
     }
 
     // All of these are called with sync held.
-    LibRec& recordOf(const DynLibrary& library) const;
-    DynSymbolRef resolve(const DynLibrary& library, LibRec& record, const String& symname) const;
+    /** The symbols of the library's record, which is made if there is none. */
+    SymbolMap& symbolsOf(const DynLibrary& library) const;
+    DynSymbolRef resolve(const DynLibrary& library, SymbolMap& symbols, const String& symname) const;
     bool drop(const DynLibrary& library) const;
     bool drop(const DynSymbol& symbol) const;
 

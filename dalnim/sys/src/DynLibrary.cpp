@@ -30,7 +30,7 @@ void unload(qv_lhandle_t handle, const String& path)
 bool DynLibrary::DEFAULT_LOOKUP_SCOPE_GLOBAL = true;
 
 DynLibrary::DynLibrary(qv_lhandle_t handle, bool global_lookup, const String& filepath, DynLoaderMgr& loadmgr)
-    : hnd(handle), global(global_lookup), path(filepath), loader(loadmgr)
+    : hnd(handle), global(global_lookup), path(filepath), loader(loadmgr), symbols(nullptr)
 {
     const StackTrack track("DynLibrary()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     loader.acquireRef();
@@ -60,7 +60,7 @@ ConstDynLibraryRef DynLibrary::loadProcess(bool global_lookup)
 
 DynSymbolRef DynLibrary::symbol(const String& symname) const
 {
-    return loader.find(*this, symname);
+    return loader.find(this, symname);
 }
 
 void DynLibrary::releaseRef() const

@@ -78,12 +78,6 @@ void* find_symbol(qv_lhandle_t library, const String& symname)
     return qv_si_lib_find_symbol(library, modules, symname.c_str());
 }
 
-[[noreturn]] void refuse_nil_name(unsigned int line)
-{
-    const StackTrack track("symbol()", DynLoaderMgr::CLASS_NAME, NAMESPACE_NAME, line);
-    throw system_error(0, "Cannot lookup nil dynamic symbol name.");
-}
-
 }
 
 DynLoaderMgr::DynLoaderMgr() : sync(true), pkey(0) {}
@@ -137,22 +131,19 @@ ConstDynLibraryRef DynLoaderMgr::image(const String& imgfile, bool global)
 
 DynSymbolRef DynLoaderMgr::symbol(const ConstDynLibraryRef& imgref, const String& symname) const
 {
-    if (symname.empty()) {
-        refuse_nil_name(__LINE__);
-    }
-    return find(*imgref, symname);
+    return find(imgref.get(), symname);
 }
 
-DynSymbolRef DynLoaderMgr::find(const DynLibrary& library, const String& symname) const
+DynSymbolRef DynLoaderMgr::find(const DynLibrary* library, const String& symname) const
 {
-    // What fails has a track of its own; a hit does without the price of one.
-    if (symname.empty()) {
-        refuse_nil_name(__LINE__);
+    // What may fail has a track of its own; a hit does without the price of one.
+    if (library == nullptr || symname.empty()) {
+        refuse(symname);
     }
     const Holder holder(sync.acquire());
-    LibRec& record = recordOf(library);
-    const auto found = record.symbols.find(symname);
-    return found != record.symbols.end() ? found->second : resolve(library, record, symname);
+    SymbolMap& symbols = symbolsOf(*library);
+    const auto found = symbols.find(symname);
+    return found != symbols.end() ? found->second : resolve(*library, symbols, symname);
 }
 
 bool DynLoaderMgr::checkRefs(const DynLibrary& ref) const
@@ -167,16 +158,31 @@ bool DynLoaderMgr::checkRefs(const DynSymbol& ref) const
     return drop(ref);
 }
 
-DynLoaderMgr::LibRec& DynLoaderMgr::recordOf(const DynLibrary& library) const
+DynLoaderMgr::SymbolMap& DynLoaderMgr::symbolsOf(const DynLibrary& library) const
 {
+    if (library.symbols != nullptr) {
+        return *library.symbols;
+    }
     LibRec& record = libs.try_emplace(library.path).first->second;
     if (!record.library) {
         record.library = &library;
     }
-    return record;
+    if (record.library == &library) {
+        library.symbols = &record.symbols;
+    }
+    return record.symbols;
 }
 
-DynSymbolRef DynLoaderMgr::resolve(const DynLibrary& library, LibRec& record, const String& symname) const
+void DynLoaderMgr::refuse(const String& symname) const
+{
+    const StackTrack track("symbol()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (symname.empty()) {
+        throw system_error(0, "Cannot lookup nil dynamic symbol name.");
+    }
+    mem::throwNullDerefException();
+}
+
+DynSymbolRef DynLoaderMgr::resolve(const DynLibrary& library, SymbolMap& symbols, const String& symname) const
 {
     const StackTrack track("symbol()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     void* const address = find_symbol(library.hnd, symname);
@@ -185,7 +191,7 @@ DynSymbolRef DynLoaderMgr::resolve(const DynLibrary& library, LibRec& record, co
     }
     const DynSymbolRef created(new DynSymbol(library, address, symname.c_str()));
     // The search may have unloaded a module whose end asked for the same symbol: then that one counts.
-    return record.symbols.try_emplace(symname, created).first->second;
+    return symbols.try_emplace(symname, created).first->second;
 }
 
 bool DynLoaderMgr::drop(const DynLibrary& library) const
@@ -211,12 +217,13 @@ bool DynLoaderMgr::drop(const DynSymbol& symbol) const
     if (record == libs.end()) {
         return false;
     }
-    const auto found = record->second.symbols.find(symbol.label);
-    if (found == record->second.symbols.end() || found->second != &symbol) {
+    SymbolMap& symbols = record->second.symbols;
+    const auto found = symbols.find(symbol.label);
+    if (found == symbols.end() || found->second != &symbol) {
         return false;
     }
-    // Out of the table first: the symbol's end may be that of its library, and of this very record.
-    const auto dropped = record->second.symbols.extract(found);
+    // Out of the table first: the symbol's end may be that of its library, and of this very table.
+    const auto dropped = symbols.extract(found);
     return true;
 }
 
