@@ -1,12 +1,20 @@
-// Locks over a system interface that fails: this program stands in for its mutexes.
+// Locks, and what is built on them, over a system interface that fails: this program stands in for its
+// mutexes, conditions and reader-writer locks.
 
+#include <dalnim/mt/CondSem.hpp>
 #include <dalnim/mt/CriticalSection.hpp>
+#include <dalnim/mt/Queue.hpp>
+#include <dalnim/mt/ReaderWriterLock.hpp>
 #include <dalnim/mt/SysMutex.hpp>
+#include <dalnim/mt/Task.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 
+#include <qv/pmx/cond.h>
 #include <qv/pmx/errors.h>
 #include <qv/pmx/mutex.h>
+#include <qv/pmx/rwlock.h>
+#include <qv/rtlapi/RX_ExFatal.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,8 +29,13 @@
 
 namespace {
 
+using com::kor::dal::nim::mt::CondSem;
 using com::kor::dal::nim::mt::CriticalSection;
+using com::kor::dal::nim::mt::Queue;
+using com::kor::dal::nim::mt::QueueElement;
+using com::kor::dal::nim::mt::ReaderWriterLock;
 using com::kor::dal::nim::mt::SysMutex;
+using com::kor::dal::nim::mt::Task;
 using com::kor::dal::nim::sys::system_error;
 using com::kor::dal::nim::sys::internal::ThreadState;
 using testing::MatchesRegex;
@@ -105,6 +118,47 @@ qv_err_t qv_si_mutex_trylock(si_mutex_t* mutex) noexcept
 qv_err_t qv_si_mutex_unlock(si_mutex_t* mutex) noexcept
 {
     return answers("unlock") ? interface.status : pthread_mutex_unlock(&mutex->mutex);
+}
+
+qv_err_t qv_si_cond_init(si_cond_t* cond, const char*) noexcept
+{
+    return answers("cond init") ? interface.status : pthread_cond_init(&cond->cond, nullptr);
+}
+
+qv_err_t qv_si_rw_init(si_rwlock_t*, const char*) noexcept
+{
+    answers("rw init");
+    return interface.status;
+}
+
+qv_err_t qv_si_rw_destroy(si_rwlock_t*) noexcept
+{
+    answers("rw destroy");
+    return interface.status;
+}
+
+qv_err_t qv_si_rw_rdlock(si_rwlock_t*) noexcept
+{
+    answers("rdlock");
+    return interface.status;
+}
+
+qv_err_t qv_si_rw_wrlock(si_rwlock_t*) noexcept
+{
+    answers("wrlock");
+    return interface.status;
+}
+
+qv_err_t qv_si_rw_unlock(si_rwlock_t*) noexcept
+{
+    answers("rw unlock");
+    return interface.status;
+}
+
+qv_err_t qv_si_rw_upgrade(si_rwlock_t*) noexcept
+{
+    answers("upgrade");
+    return interface.status;
 }
 
 const char* qv_si_strerror(qv_err_t code) noexcept
@@ -248,6 +302,155 @@ TEST(LockFault, MutexesFoldTheTextAt78Columns)
     EXPECT_EQ(fits, errorOf([&] { mutex.acquire(); }).what());
     standIn.fail(EINVAL, folds.c_str());
     EXPECT_EQ(words.substr(0, 75) + "\nbbb", errorOf([&] { mutex.acquire(); }).what());
+    standIn.fail(0);
+}
+
+/** The first frames of a trace, without their lines. */
+std::vector<std::string> places(const system_error& error)
+{
+    std::vector<std::string> found;
+    for (const std::string& frame : error.trace()) {
+        found.push_back(frame.substr(0, frame.rfind(':')));
+    }
+    return found;
+}
+
+TEST(LockFault, ConditionsReportAFailedStart)
+{
+    // A lock of its own is made first: only the condition is to fail.
+    const SysMutex mutex;
+    StandIn standIn;
+    standIn.fail(ENOMEM);
+    const system_error borrowing = errorOf([&] { const CondSem sem(mutex); });
+    EXPECT_EQ(12, borrowing.error());
+    EXPECT_STREQ("Cannot allocate memory", borrowing.what());
+    EXPECT_EQ(std::vector<std::string>{"com.kor.dal.nim.mt.CondSem.CondSem()"}, places(borrowing));
+    EXPECT_EQ(Calls{"cond init"}, standIn.calls());
+}
+
+TEST(LockFault, ConditionsForwardTheFailuresOfTheirLock)
+{
+    const CondSem sem(nullptr, true);
+    StandIn standIn;
+    standIn.fail(EINVAL);
+    EXPECT_EQ(22, errorOf([&] { sem.acquire(); }).error());
+    EXPECT_EQ(22, errorOf([&] { sem.release(); }).error());
+    EXPECT_FALSE(sem.request());
+    EXPECT_FALSE(sem.release(std::nothrow));
+    EXPECT_EQ((Calls{"lock", "unlock", "trylock", "unlock"}), standIn.calls());
+}
+
+TEST(LockFault, ReaderWriterLocksMakeOneCallEach)
+{
+    StandIn standIn;
+    {
+        const ReaderWriterLock lock;
+        lock.acquireForRead();
+        lock.upgradeToWrite();
+        lock.release();
+        lock.acquireForWrite();
+        EXPECT_TRUE(lock.release(std::nothrow));
+    }
+    EXPECT_EQ((Calls{"rw init", "rdlock", "upgrade", "rw unlock", "wrlock", "rw unlock", "rw destroy"}),
+              standIn.calls());
+}
+
+TEST(LockFault, ReaderWriterLocksReportAFailedStart)
+{
+    StandIn standIn;
+    standIn.fail(ENOMEM);
+    const system_error error = errorOf([] { const ReaderWriterLock lock; });
+    EXPECT_EQ(12, error.error());
+    EXPECT_STREQ("Cannot allocate memory", error.what());
+    EXPECT_EQ(std::vector<std::string>{"com.kor.dal.nim.mt.ReaderWriterLock.ReaderWriterLock()"}, places(error));
+    EXPECT_EQ(Calls{"rw init"}, standIn.calls());
+}
+
+TEST(LockFault, ReaderWriterLocksReportEveryStatus)
+{
+    StandIn standIn;
+    const ReaderWriterLock lock;
+    for (const int status : {16, 22, 11}) {
+        standIn.fail(status);
+        EXPECT_EQ(status, errorOf([&] { lock.acquireForRead(); }).error());
+        EXPECT_EQ(status, errorOf([&] { lock.acquireForWrite(); }).error());
+        EXPECT_EQ(status, errorOf([&] { lock.upgradeToWrite(); }).error());
+        EXPECT_EQ(status, errorOf([&] { lock.release(); }).error());
+        EXPECT_FALSE(lock.release(std::nothrow));
+    }
+    standIn.fail(16);
+    EXPECT_STREQ("Device or resource busy", errorOf([&] { lock.upgradeToWrite(); }).what());
+    // The end of the lock, which fails too, says nothing.
+}
+
+class Element : public QueueElement
+{
+};
+
+TEST(LockFault, QueuesPassTheFailureOfTheirLockOn)
+{
+    Queue queue(1);
+    Element element;
+    {
+        StandIn standIn;
+        standIn.fail(EINVAL);
+        const system_error inserting = errorOf([&] { queue.insert(&element, 0); });
+        EXPECT_EQ(22, inserting.error());
+        EXPECT_EQ((std::vector<std::string>{"com.kor.dal.nim.mt.SysMutex.acquire()",
+                                            "com.kor.dal.nim.mt.Queue.insert()"}),
+                  places(inserting));
+        EXPECT_EQ((std::vector<std::string>{"com.kor.dal.nim.mt.SysMutex.acquire()",
+                                            "com.kor.dal.nim.mt.Queue.next()"}),
+                  places(errorOf([&] { queue.next(0); })));
+        EXPECT_EQ((std::vector<std::string>{"com.kor.dal.nim.mt.SysMutex.acquire()",
+                                            "com.kor.dal.nim.mt.Queue.complete()"}),
+                  places(errorOf([&] { queue.complete(); })));
+        EXPECT_EQ((std::vector<std::string>{"com.kor.dal.nim.mt.SysMutex.acquire()",
+                                            "com.kor.dal.nim.mt.Queue.shutdown()"}),
+                  places(errorOf([&] { queue.shutdown(); })));
+    }
+    EXPECT_TRUE(queue.ready());
+    EXPECT_FALSE(queue.completed());
+    EXPECT_EQ(nullptr, queue.next(0)) << "the element is still the caller's";
+}
+
+TEST(LockFault, QueuesReportAFailedStart)
+{
+    StandIn standIn;
+    standIn.fail(EAGAIN);
+    EXPECT_EQ(11, errorOf([] { const Queue queue(1); }).error());
+    EXPECT_EQ(Calls{"init null"}, standIn.calls());
+}
+
+class Idle : public Task
+{
+public:
+    Idle() : Task(nullptr, nullptr) {}
+};
+
+/** The number of the untranslated failure of `call`; 0 for none. */
+template <class Call>
+int rawFailure(Call call)
+{
+    try {
+        call();
+    } catch (const RX_ExFatal& error) {
+        return error.getCode();
+    }
+    return 0;
+}
+
+TEST(LockFault, TasksPassFailuresOnAsTheyAre)
+{
+    Idle task;
+    StandIn standIn;
+    standIn.fail(EINVAL);
+    EXPECT_EQ(22, rawFailure([] { const Idle unmade; }));
+    EXPECT_EQ(22, rawFailure([&] { task.interrupt(1); }));
+    EXPECT_EQ(22, rawFailure([&] { task.interrupted(); }));
+    EXPECT_EQ(22, rawFailure([&] { task.waitForCompletion(0); }));
+    EXPECT_EQ(22, rawFailure([&] { task.waitForStateChange(0); }));
+    EXPECT_EQ(Task::TSF_READY, task.status());
     standIn.fail(0);
 }
 

@@ -8,9 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <memory>
-#include <random>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -192,6 +190,19 @@ TEST_F(QueueTest, WaitsNoLongerThanTold)
     const Clock::time_point full = Clock::now();
     EXPECT_FALSE(queue.insert(&items[3], 50));
     EXPECT_GE(Clock::now() - full, std::chrono::milliseconds(45));
+}
+
+TEST_F(QueueTest, WaitsFiveMilliseconds)
+{
+    // One of several tries is not disturbed by others on the machine.
+    Clock::duration shortest = std::chrono::hours(1);
+    for (int i = 0; i < 20; ++i) {
+        const Clock::time_point start = Clock::now();
+        EXPECT_EQ(nullptr, queue.next(5));
+        shortest = std::min(shortest, Clock::now() - start);
+    }
+    EXPECT_GE(shortest, std::chrono::milliseconds(4));
+    EXPECT_LT(shortest, std::chrono::milliseconds(50));
 }
 
 TEST_F(QueueTest, TakesNothingWithACapacityOfNone)
@@ -399,178 +410,6 @@ TEST(Queue, DestroysWithoutItsLock)
     ASSERT_LE(2U, trace.trace().size());
     EXPECT_EQ(0U, trace.trace()[0].find("com.kor.dal.nim.mt.Queue.shutdown():"));
     EXPECT_EQ(0U, trace.trace()[1].find("com.kor.dal.nim.mt.Queue.~Queue():"));
-}
-
-/** Makes one of a producer and a sequence number. */
-int serial(int producer, int sequence)
-{
-    return producer * 1000000 + sequence;
-}
-
-TEST(QueueModel, BehavesLikeAListOfOneThread)
-{
-    std::mt19937 random(4711);
-    std::vector<Item> items(50);
-    for (std::size_t i = 0; i < items.size(); ++i) {
-        items[i].number = static_cast<int>(i);
-    }
-    const int rounds = std::getenv("DALNIM_TEST_LONG") != nullptr ? 1000000 : 100000;
-    std::vector<int> free(items.size());
-    for (std::size_t i = 0; i < free.size(); ++i) {
-        free[i] = static_cast<int>(i);
-    }
-    std::vector<int> model;
-    constexpr std::size_t CAPACITY = 7;
-    Queue queue(CAPACITY);
-    for (int i = 0; i < rounds; ++i) {
-        if (random() % 2 == 0) {
-            const bool fits = model.size() < CAPACITY;
-            ASSERT_EQ(fits, queue.insert(&items[static_cast<std::size_t>(free.back())], 0));
-            if (fits) {
-                model.push_back(free.back());
-                free.pop_back();
-            }
-        } else {
-            const int expected = model.empty() ? -1 : model.front();
-            ASSERT_EQ(expected, take(queue));
-            if (!model.empty()) {
-                free.push_back(model.front());
-                model.erase(model.begin());
-            }
-        }
-    }
-    while (take(queue) != -1) {
-    }
-}
-
-class QueueThreads
-{
-public:
-    static constexpr int PRODUCERS = 3;
-    static constexpr int CONSUMERS = 3;
-
-    explicit QueueThreads(int count) : perProducer(count), seen(PRODUCERS * CONSUMERS, -1) {}
-
-    void run()
-    {
-        std::vector<std::thread> producers;
-        std::vector<std::thread> consumers;
-        for (int i = 0; i < PRODUCERS; ++i) {
-            producers.emplace_back([this, i] { produce(i); });
-        }
-        for (int i = 0; i < CONSUMERS; ++i) {
-            consumers.emplace_back([this, i] { consume(i); });
-        }
-        for (std::thread& producer : producers) {
-            producer.join();
-        }
-        queue.complete();
-        for (std::thread& consumer : consumers) {
-            consumer.join();
-        }
-    }
-
-    /** One of the waits there are; those with a limit may fail and are repeated. */
-    static unsigned int limit(std::mt19937& random)
-    {
-        constexpr unsigned int LIMITS[] = {0, 1, 1000, NO_LIMIT};
-        return LIMITS[random() % 4];
-    }
-
-    const int perProducer;
-    Queue queue{5};
-    std::atomic<int> made{0};
-    std::atomic<int> destroyed{0};
-    std::atomic<int> disordered{0};
-    std::atomic<long long> sum{0};
-
-private:
-    void produce(int producer)
-    {
-        std::mt19937 random(static_cast<unsigned int>(producer));
-        for (int i = 0; i < perProducer; ++i) {
-            auto* const item = new Item(serial(producer, i), &destroyed);
-            ++made;
-            while (!queue.insert(item, limit(random))) {
-                std::this_thread::yield();
-            }
-        }
-    }
-
-    void consume(int consumer)
-    {
-        std::mt19937 random(static_cast<unsigned int>(consumer) + 100);
-        for (;;) {
-            // Asked first: what is not there afterwards will not come any more.
-            const bool isOver = queue.completed();
-            const std::unique_ptr<QueueElement> element(queue.next(limit(random)));
-            if (const auto* const item = dynamic_cast<Item*>(element.get())) {
-                note(consumer, item->number);
-            } else if (isOver) {
-                return;
-            }
-        }
-    }
-
-    void note(int consumer, int number)
-    {
-        const int producer = number / 1000000;
-        int& last = seen[static_cast<std::size_t>(consumer * PRODUCERS + producer)];
-        disordered += number % 1000000 <= last;
-        last = number % 1000000;
-        sum += number;
-    }
-
-    /** The last sequence number that each consumer saw of each producer. */
-    std::vector<int> seen;
-};
-
-TEST(QueueModel, LosesNothingBetweenThreads)
-{
-    const int operations = std::getenv("DALNIM_TEST_LONG") != nullptr ? 1000000 : 100000;
-    QueueThreads threads(operations / 2 / QueueThreads::PRODUCERS);
-    threads.run();
-    const long long count = threads.perProducer;
-    EXPECT_EQ(QueueThreads::PRODUCERS * threads.perProducer, threads.made);
-    EXPECT_EQ(QueueThreads::PRODUCERS * threads.perProducer, threads.destroyed);
-    EXPECT_EQ(0, threads.disordered);
-    // Each number once: producers 0, 1 and 2 with the numbers from 0.
-    EXPECT_EQ((0 + 1 + 2) * 1000000LL * count + 3 * (count * (count - 1) / 2), threads.sum);
-    EXPECT_EQ(nullptr, threads.queue.next(0));
-}
-
-TEST(QueueModel, EndsUnderItsUsers)
-{
-    for (int round = 0; round < 50; ++round) {
-        std::atomic<int> made{0};
-        std::atomic<int> destroyed{0};
-        Queue queue(2);
-        std::vector<std::thread> users;
-        for (int i = 0; i < 2; ++i) {
-            users.emplace_back([&] {
-                for (;;) {
-                    auto item = std::make_unique<Item>(0, &destroyed);
-                    ++made;
-                    if (!queue.insert(item.get())) {
-                        return;
-                    }
-                    item.release();
-                }
-            });
-            users.emplace_back([&] {
-                while (const auto element = std::unique_ptr<QueueElement>(queue.next())) {
-                }
-            });
-        }
-        while (destroyed < 20) {
-            std::this_thread::yield();
-        }
-        queue.shutdown();
-        for (std::thread& user : users) {
-            user.join();
-        }
-        EXPECT_EQ(made, destroyed);
-    }
 }
 
 }

@@ -8,11 +8,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <deque>
 #include <memory>
-#include <random>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -325,6 +322,49 @@ TEST(ThreadPool, WaitsForRoom)
     awaitEnd(second);
 }
 
+/** Content whose copy, made by an adder, waits. */
+class SlowContent : public nim::mem::RefCntObject, public nim::type::Cloneable
+{
+public:
+    SlowContent(Gate& copyEntered, Gate& copyLeave) : entered(copyEntered), leave(copyLeave) {}
+    ~SlowContent() noexcept override = default;
+    nim::type::Cloneable* clone(bool) const override
+    {
+        entered.open();
+        leave.pass();
+        return new SlowContent(entered, leave);
+    }
+
+private:
+    Gate& entered;
+    Gate& leave;
+};
+
+TEST(ThreadPool, WaitsForNoRoomUnblocked)
+{
+    const auto pool = makePool(1, 1);
+    Occupation worker(*pool, 1);
+    Gate entered;
+    Gate leave;
+    nim::type::ContainerContextRef context(new nim::sys::internal::CurrentContext);
+    context->add(nim::mem::RefCntObjectRef(new SlowContent(entered, leave)),
+                 nim::type::Context::allocateKey(2));
+    OwnTask late;
+    OwnTask first;
+    bool added = false;
+    Caller adder([&] { added = pool->add(late, false, context.get()); });
+    entered.pass();
+    // The adder has seen room, and here it goes.
+    EXPECT_TRUE(pool->add(first, false));
+    leave.open();
+    adder.join();
+    EXPECT_TRUE(added) << "the limit is overrun by those who add at once";
+    EXPECT_EQ(Task::TSF_QUEUED, late.status());
+    worker.end();
+    awaitEnd(first);
+    awaitEnd(late);
+}
+
 TEST(ThreadPool, TakesTasksFromItsTasks)
 {
     const auto pool = makePool(2, 2);
@@ -512,6 +552,22 @@ TEST(ThreadPoolShutdown, LeavesBusyWorkersAloneAfterASecond)
     EXPECT_EQ(address, after);
 }
 
+TEST(ThreadPoolShutdown, DropsWhatAPoolWithoutWorkersHas)
+{
+    std::atomic<int> destroyed{0};
+    const auto pool = makePool(0, 2);
+    OwnTask kept;
+    EXPECT_TRUE(pool->add(kept, false));
+    EXPECT_TRUE(pool->add(new OwnTask(nullptr, &destroyed), true, false));
+    OwnTask third;
+    EXPECT_FALSE(pool->add(third, false));
+    const Clock::time_point start = Clock::now();
+    pool->shutdown(false);
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(995)) << "nobody takes the probe";
+    EXPECT_EQ(1, destroyed);
+    EXPECT_EQ(Task::TSF_QUEUED, kept.status());
+}
+
 TEST(ThreadPoolShutdown, HappensOnce)
 {
     const auto pool = makePool(1, 2);
@@ -599,6 +655,19 @@ TEST_F(ThreadPoolContext, IsEmptyForTheNextTask)
     EXPECT_TRUE(none);
 }
 
+TEST_F(ThreadPoolContext, StaysOneObject)
+{
+    keys.fileAll(7);
+    const nim::type::ContainerContext* contexts[2] = {nullptr, nullptr};
+    OwnTask first([&] { contexts[0] = nim::type::ContainerContext::current().get(); });
+    OwnTask second([&] { contexts[1] = nim::type::ContainerContext::current().get(); });
+    EXPECT_TRUE(pool->add(first));
+    EXPECT_TRUE(pool->add(second));
+    awaitEnd(second);
+    EXPECT_NE(nullptr, contexts[0]);
+    EXPECT_EQ(contexts[0], contexts[1]);
+}
+
 TEST_F(ThreadPoolContext, IsLetGoAfterATask)
 {
     const nim::mem::RefCntObjectRef shared = keys.file(keys.shared, 1);
@@ -669,100 +738,6 @@ TEST(ThreadPoolEnd, IsFollowedByTheDestructorOfATask)
         own.reset();
     }
     EXPECT_EQ(10000, runs);
-}
-
-/** What became of the tasks of several submitters to one worker. */
-struct Ledger
-{
-    static constexpr int SUBMITTERS = 4;
-
-    explicit Ledger(int count) : perSubmitter(count), last(SUBMITTERS, -1) {}
-
-    /** On the only worker. */
-    void note(int submitter, int sequence)
-    {
-        int& previous = last[static_cast<std::size_t>(submitter)];
-        disordered += sequence <= previous;
-        previous = sequence;
-        ++ran;
-    }
-
-    const int perSubmitter;
-    std::vector<int> last;
-    std::atomic<int> disordered{0};
-    std::atomic<int> ran{0};
-    std::atomic<int> refused{0};
-    std::atomic<int> destroyed{0};
-};
-
-void submit(ThreadPool& pool, Ledger& ledger, int submitter)
-{
-    std::mt19937 random(static_cast<unsigned int>(submitter));
-    for (int i = 0; i < ledger.perSubmitter; ++i) {
-        auto task = std::make_unique<OwnTask>([&ledger, submitter, i] { ledger.note(submitter, i); },
-                                              &ledger.destroyed);
-        if (pool.add(task.get(), true, random() % 3 != 0)) {
-            task.release();
-        } else {
-            ++ledger.refused;
-        }
-    }
-}
-
-TEST(ThreadPoolModel, RunsEachAdmittedTaskOnceAndInOrder)
-{
-    const int operations = std::getenv("DALNIM_TEST_LONG") != nullptr ? 1000000 : 100000;
-    Ledger ledger(operations / Ledger::SUBMITTERS);
-    const auto pool = makePool(1, 8);
-    std::vector<std::thread> submitters;
-    for (int i = 0; i < Ledger::SUBMITTERS; ++i) {
-        submitters.emplace_back([&, i] { submit(*pool, ledger, i); });
-    }
-    for (std::thread& submitter : submitters) {
-        submitter.join();
-    }
-    pool->shutdown(true);
-    EXPECT_EQ(0, ledger.disordered);
-    EXPECT_EQ(operations, ledger.ran + ledger.refused);
-    EXPECT_EQ(operations, ledger.destroyed);
-    EXPECT_GT(ledger.ran, 0);
-}
-
-TEST(ThreadPoolModel, AccountsForEachTaskAtItsEnd)
-{
-    for (int round = 0; round < 30; ++round) {
-        std::atomic<int> made{0};
-        std::atomic<int> destroyed{0};
-        std::atomic<int> runs{0};
-        auto pool = makePool(3, 4);
-        std::vector<std::thread> submitters;
-        for (int i = 0; i < 3; ++i) {
-            submitters.emplace_back([&] {
-                for (;;) {
-                    auto task = std::make_unique<OwnTask>([&] { ++runs; }, &destroyed);
-                    ++made;
-                    try {
-                        pool->add(task.get(), true);
-                        task.release();
-                    } catch (const std::logic_error&) {
-                        return;
-                    }
-                }
-            });
-        }
-        while (runs < 50) {
-            std::this_thread::yield();
-        }
-        pool->shutdown(false);
-        for (std::thread& submitter : submitters) {
-            submitter.join();
-        }
-        pool.reset();
-        while (destroyed != made) {
-            std::this_thread::yield();
-        }
-        EXPECT_LE(runs, made);
-    }
 }
 
 }

@@ -6,6 +6,7 @@
 #include <dalnim/type/ContextScope.hpp>
 #include <dalnim/type/SecurityContext.hpp>
 #include <qv/pmx/thread.h>
+#include <qv/rtlapi/RX_Exception.hpp>
 
 #include <gtest/gtest.h>
 
@@ -17,6 +18,8 @@
 #include <type_traits>
 #include <typeinfo>
 #include <vector>
+
+#include <pthread.h>
 
 #include <log/Loggers.hpp>
 #include <qv/Threads.hpp>
@@ -144,6 +147,37 @@ TEST(Thread, DeletesItsTargetWhenToldTo)
         const Thread byReference(work);
     }
     EXPECT_EQ(2, destroyed);
+}
+
+/** A task that tells the state in which it is destroyed. */
+class Dying : public OwnTask
+{
+public:
+    explicit Dying(Task::TaskState& stateAtEnd) : state(stateAtEnd) {}
+    ~Dying() override
+    {
+        state = status();
+    }
+
+private:
+    Task::TaskState& state;
+};
+
+TEST(Thread, TellsAManagedTargetOfItsEnd)
+{
+    Task::TaskState state = Task::TSF_READY;
+    {
+        const Thread managing(new Dying(state), true, true);
+    }
+    EXPECT_EQ(Task::TSF_DESTROYED, state);
+    {
+        Dying target(state);
+        {
+            const Thread thread(target);
+        }
+        EXPECT_EQ(Task::TSF_READY, target.status()) << "it is not the thread's to end";
+    }
+    EXPECT_EQ(Task::TSF_READY, state);
 }
 
 TEST(Thread, NamesTheCallingThread)
@@ -410,6 +444,74 @@ TEST(ThreadExceptions, NameTheThreadOfAnUnknownOne)
     EXPECT_STREQ("Unknown Exception propagated from joinable thread 'Reader'", error->what());
 }
 
+/** An exception whose copy is none. */
+class Changeling : public std::runtime_error, public nim::type::Cloneable
+{
+public:
+    Changeling() : std::runtime_error("changeling") {}
+    nim::type::Cloneable* clone(bool) const override
+    {
+        return new Content(0);
+    }
+};
+
+TEST(ThreadExceptions, AreRaisedByTheJoinWhenTheyCannotBeKept)
+{
+    Work work([] { throw Changeling(); });
+    Thread thread(work);
+    thread.start();
+    EXPECT_THROW(thread.join(), RX_Exception);
+    EXPECT_NE(Task::TSF_READY, thread.status()) << "the rest of the join is left out";
+    EXPECT_EQ("Thread not ready to be started", refusal([&] { thread.start(); }));
+    EXPECT_THROW(thread.join(), RX_Exception) << "and so are its marks of being over";
+}
+
+/** Threads get a stack that no system has, until the end of the scope. */
+class NoThreads
+{
+public:
+    NoThreads()
+    {
+        pthread_getattr_default_np(&attributes);
+        pthread_attr_t huge = attributes;
+        pthread_attr_setstacksize(&huge, std::size_t(1) << 50);
+        pthread_setattr_default_np(&huge);
+    }
+    NoThreads(const NoThreads&) = delete;
+    NoThreads& operator=(const NoThreads&) = delete;
+    ~NoThreads()
+    {
+        pthread_setattr_default_np(&attributes);
+        pthread_attr_destroy(&attributes);
+    }
+
+private:
+    pthread_attr_t attributes;
+};
+
+TEST(ThreadExceptions, LeaveAThreadStartingThatTheSystemRefuses)
+{
+    std::atomic<int> runs{0};
+    Work work([&] { ++runs; });
+    for (const bool joinable : {true, false}) {
+        OwnTask target([&] { ++runs; });
+        Thread thread(target, joinable);
+        {
+            const NoThreads refused;
+            try {
+                thread.start();
+                ADD_FAILURE() << "nothing was thrown";
+            } catch (const RX_Exception& error) {
+                EXPECT_EQ(11, error.getCode());
+            }
+        }
+        EXPECT_EQ(Task::TSF_STARTING, thread.status());
+        EXPECT_EQ(Task::TSF_STARTING, target.status());
+        EXPECT_EQ("Thread not ready to be started", refusal([&] { thread.start(); }));
+    }
+    EXPECT_EQ(0, runs);
+}
+
 TEST(ThreadExceptions, LastUntilTheNextRun)
 {
     bool fails = true;
@@ -617,6 +719,45 @@ TEST_F(ThreadContext, IsEmptyWithoutAny)
     thread.start();
     thread.join();
     EXPECT_TRUE(none);
+}
+
+/** Content that looks for the context of the thread on which it goes. */
+class Farewell : public nim::mem::RefCntObject
+{
+public:
+    Farewell(const Keys& itsKeys, const nim::type::ContainerContext*& seenContext, bool& seenEmpty)
+        : keys(itsKeys), context(seenContext), empty(seenEmpty)
+    {
+    }
+    ~Farewell() noexcept override
+    {
+        context = nim::type::ContainerContext::current().get();
+        empty = keys.noneHere();
+    }
+
+private:
+    const Keys& keys;
+    const nim::type::ContainerContext*& context;
+    bool& empty;
+};
+
+TEST_F(ThreadContext, IsEmptyAndTheSameObjectWhenItsContentGoes)
+{
+    const nim::type::ContainerContext* during = nullptr;
+    const nim::type::ContainerContext* after = nullptr;
+    bool empty = false;
+    OwnThread thread([&] {
+        const nim::type::ContainerContextRef current = nim::type::ContainerContext::current();
+        during = current.get();
+        nim::type::ContainerContextRef(current)->add(
+            nim::mem::RefCntObjectRef(new Farewell(keys, after, empty)), keys.left);
+        keys.file(keys.shared, 1);
+    });
+    thread.start();
+    thread.join();
+    EXPECT_NE(nullptr, during);
+    EXPECT_EQ(during, after);
+    EXPECT_TRUE(empty);
 }
 
 TEST_F(ThreadContext, SharesTheSecurityContext)

@@ -1,0 +1,45 @@
+#ifndef TESTS_MT_MODEL_HPP
+#define TESTS_MT_MODEL_HPP
+
+#include <cstdlib>
+#include <random>
+#include <string>
+
+namespace mttest {
+
+/** How many operations a model test makes. */
+inline int modelOperations()
+{
+    return std::getenv("DALNIM_TEST_LONG") != nullptr ? 1000000 : 100000;
+}
+
+/** The seed of a model test: a new one on each run, unless the environment has one to repeat. */
+class ModelSeed
+{
+public:
+    /** A generator for one of the test's threads. */
+    std::mt19937 random(int thread = 0) const
+    {
+        return std::mt19937(seed + static_cast<unsigned int>(thread));
+    }
+
+    /** What a failed test is to tell. */
+    std::string text() const
+    {
+        return "repeat with DALNIM_TEST_SEED=" + std::to_string(seed);
+    }
+
+private:
+    static unsigned int drawn()
+    {
+        const char* const given = std::getenv("DALNIM_TEST_SEED");
+        return given != nullptr ? static_cast<unsigned int>(std::strtoul(given, nullptr, 10))
+                                : std::random_device()();
+    }
+
+    const unsigned int seed = drawn();
+};
+
+}
+
+#endif
