@@ -1,0 +1,84 @@
+// Locks taken and given back, by one thread alone and by several at once, beside their likes.
+
+#include <dalnim/mt/CriticalSection.hpp>
+#include <dalnim/mt/ReaderWriterLock.hpp>
+#include <dalnim/mt/SysMutex.hpp>
+
+#include <benchmark/benchmark.h>
+
+#include <mutex>
+#include <shared_mutex>
+
+#ifdef DALNIM_BENCH_POCO
+#include <Poco/Mutex.h>
+#endif
+
+namespace {
+
+namespace mt = com::kor::dal::nim::mt;
+
+template <class Lock, void (*take)(Lock&), void (*give)(Lock&)>
+void takeAndGive(benchmark::State& state)
+{
+    static Lock lock;
+    static long guarded = 0;
+    for (auto _ : state) {
+        take(lock);
+        benchmark::DoNotOptimize(guarded);
+        give(lock);
+    }
+}
+
+template <class Lock>
+void acquire(Lock& lock)
+{
+    lock.acquire();
+}
+template <class Lock>
+void release(Lock& lock)
+{
+    lock.release();
+}
+void acquireForRead(mt::ReaderWriterLock& lock)
+{
+    lock.acquireForRead();
+}
+void acquireForWrite(mt::ReaderWriterLock& lock)
+{
+    lock.acquireForWrite();
+}
+template <class Lock>
+void lockIt(Lock& lock)
+{
+    lock.lock();
+}
+template <class Lock>
+void unlockIt(Lock& lock)
+{
+    lock.unlock();
+}
+void lockShared(std::shared_mutex& lock)
+{
+    lock.lock_shared();
+}
+void unlockShared(std::shared_mutex& lock)
+{
+    lock.unlock_shared();
+}
+
+#define LOCK_BENCHMARK(name, Lock, take, give)                                                     \
+    BENCHMARK_TEMPLATE(takeAndGive, Lock, take, give)->Name(name)->ThreadRange(1, 4)->UseRealTime()
+
+LOCK_BENCHMARK("dalnim::CriticalSection", mt::CriticalSection, acquire, release);
+LOCK_BENCHMARK("dalnim::SysMutex", mt::SysMutex, acquire, release);
+LOCK_BENCHMARK("std::mutex", std::mutex, lockIt, unlockIt);
+LOCK_BENCHMARK("std::recursive_mutex", std::recursive_mutex, lockIt, unlockIt);
+#ifdef DALNIM_BENCH_POCO
+LOCK_BENCHMARK("Poco::FastMutex", Poco::FastMutex, lockIt, unlockIt);
+#endif
+LOCK_BENCHMARK("dalnim::ReaderWriterLock/read", mt::ReaderWriterLock, acquireForRead, release);
+LOCK_BENCHMARK("dalnim::ReaderWriterLock/write", mt::ReaderWriterLock, acquireForWrite, release);
+LOCK_BENCHMARK("std::shared_mutex/read", std::shared_mutex, lockShared, unlockShared);
+LOCK_BENCHMARK("std::shared_mutex/write", std::shared_mutex, lockIt, unlockIt);
+
+}

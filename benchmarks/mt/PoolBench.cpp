@@ -1,0 +1,232 @@
+// 100,000 empty tasks go through a pool of two workers that is made and ended for them: the library's
+// pool, under contexts of several sizes, beside its likes.
+
+#include <dalnim/mt/ThreadPool.hpp>
+#include <dalnim/type/ContainerContext.hpp>
+
+#include <benchmark/benchmark.h>
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#ifdef DALNIM_BENCH_ASIO
+#include <boost/asio/post.hpp>
+#include <boost/asio/thread_pool.hpp>
+#endif
+#ifdef DALNIM_BENCH_POCO
+#include <Poco/Runnable.h>
+#include <Poco/ThreadPool.h>
+#endif
+
+namespace {
+
+namespace nim = com::kor::dal::nim;
+
+constexpr unsigned int WORKERS = 2;
+constexpr unsigned int TASKS = 100000;
+
+void countTasks(benchmark::State& state)
+{
+    state.SetItemsProcessed(state.iterations() * TASKS);
+}
+
+class EmptyTask : public nim::mt::Task
+{
+public:
+    EmptyTask() : Task("empty") {}
+    void run() override {}
+};
+
+class Entry : public nim::mem::RefCntObject
+{
+};
+
+/** Shared content in the context of the calling thread. */
+class Entries
+{
+public:
+    explicit Entries(std::int64_t count)
+    {
+        for (std::int64_t i = 0; i < count; ++i) {
+            context->add(nim::mem::RefCntObjectRef(new Entry), nim::type::Context::allocateKey(1));
+        }
+    }
+    Entries(const Entries&) = delete;
+    Entries& operator=(const Entries&) = delete;
+    ~Entries()
+    {
+        context->clearContent();
+    }
+
+private:
+    nim::type::ContainerContextRef context = nim::type::ContainerContext::current();
+};
+
+/** Tasks that are there before and stay the submitter's. */
+void dalnimPool(benchmark::State& state)
+{
+    const Entries entries(state.range(0));
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto tasks = std::make_unique<std::vector<EmptyTask>>(TASKS);
+        state.ResumeTiming();
+        {
+            nim::mt::ThreadPool pool(nullptr, WORKERS, 0, 0, 0, 0, TASKS);
+            for (EmptyTask& task : *tasks) {
+                pool.add(task);
+            }
+            pool.shutdown(true);
+        }
+        state.PauseTiming();
+        tasks.reset();
+        state.ResumeTiming();
+    }
+    countTasks(state);
+}
+BENCHMARK(dalnimPool)->Arg(0)->Arg(4)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+/** Tasks that are made for their submission and go with their end. */
+void dalnimPoolManaged(benchmark::State& state)
+{
+    const Entries entries(state.range(0));
+    for (auto _ : state) {
+        nim::mt::ThreadPool pool(nullptr, WORKERS, 0, 0, 0, 0, TASKS);
+        for (unsigned int i = 0; i < TASKS; ++i) {
+            pool.add(new EmptyTask, true);
+        }
+        pool.shutdown(true);
+    }
+    countTasks(state);
+}
+BENCHMARK(dalnimPoolManaged)->Arg(0)->Arg(4)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+#ifdef DALNIM_BENCH_ASIO
+void asioPool(benchmark::State& state)
+{
+    for (auto _ : state) {
+        boost::asio::thread_pool pool(WORKERS);
+        for (unsigned int i = 0; i < TASKS; ++i) {
+            boost::asio::post(pool, [] {});
+        }
+        pool.join();
+    }
+    countTasks(state);
+}
+BENCHMARK(asioPool)->UseRealTime()->Unit(benchmark::kMillisecond);
+#endif
+
+#ifdef DALNIM_BENCH_POCO
+class EmptyRunnable : public Poco::Runnable
+{
+public:
+    void run() override {}
+};
+
+/** It has no queue: its submitter waits for a worker. */
+void pocoPool(benchmark::State& state)
+{
+    EmptyRunnable task;
+    for (auto _ : state) {
+        Poco::ThreadPool pool(WORKERS, WORKERS);
+        for (unsigned int i = 0; i < TASKS; ++i) {
+            while (pool.available() == 0) {
+                std::this_thread::yield();
+            }
+            pool.start(task);
+        }
+        pool.joinAll();
+    }
+    countTasks(state);
+}
+BENCHMARK(pocoPool)->UseRealTime()->Unit(benchmark::kMillisecond);
+#endif
+
+/** A thread each, as many at once as the pools have. */
+void standardAsync(benchmark::State& state)
+{
+    for (auto _ : state) {
+        std::future<void> running[WORKERS];
+        for (unsigned int i = 0; i < TASKS; ++i) {
+            running[i % WORKERS] = std::async(std::launch::async, [] {});
+        }
+    }
+    countTasks(state);
+}
+BENCHMARK(standardAsync)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+/** What one writes by hand. */
+class PlainPool
+{
+public:
+    PlainPool()
+    {
+        for (std::thread& worker : workers) {
+            worker = std::thread([this] { work(); });
+        }
+    }
+    PlainPool(const PlainPool&) = delete;
+    PlainPool& operator=(const PlainPool&) = delete;
+    ~PlainPool()
+    {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            isOver = true;
+        }
+        changed.notify_all();
+        for (std::thread& worker : workers) {
+            worker.join();
+        }
+    }
+
+    void add(std::function<void()> task)
+    {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            tasks.push_back(std::move(task));
+        }
+        changed.notify_one();
+    }
+
+private:
+    void work()
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        for (;;) {
+            changed.wait(lock, [this] { return isOver || !tasks.empty(); });
+            if (tasks.empty()) {
+                return;
+            }
+            const std::function<void()> task = std::move(tasks.front());
+            tasks.pop_front();
+            lock.unlock();
+            task();
+            lock.lock();
+        }
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<std::function<void()>> tasks;
+    bool isOver = false;
+    std::thread workers[WORKERS];
+};
+
+void plainPool(benchmark::State& state)
+{
+    for (auto _ : state) {
+        PlainPool pool;
+        for (unsigned int i = 0; i < TASKS; ++i) {
+            pool.add([] {});
+        }
+    }
+    countTasks(state);
+}
+BENCHMARK(plainPool)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+}
