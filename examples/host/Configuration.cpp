@@ -22,8 +22,7 @@ class Settings
 public:
     Settings(const nim::io::Properties& all, const std::string& file, const std::string& instance)
         : effective(nim::io::Config::getDefaultedProperties(all, instance)), path(file), name(instance)
-    {
-    }
+    {}
 
     std::uint32_t number(const char* key, std::uint32_t least) const
     {
@@ -34,6 +33,22 @@ public:
             complain(key, "a number from " + std::to_string(least), text);
         }
         return value;
+    }
+
+    /** Names of letters, digits, "-" and "_", separated by blanks. */
+    std::vector<std::string> names(const char* key) const
+    {
+        const std::string& text = effective->getProperty(key);
+        if (text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_ ")
+            != std::string::npos) {
+            complain(key, "a list of names", text);
+        }
+        std::vector<std::string> list;
+        nim::type::CompositeString words(text, " ", true);
+        for (std::string word = words.next(); !word.empty(); word = words.next()) {
+            list.push_back(word);
+        }
+        return list;
     }
 
     bool truth(const char* key) const
@@ -48,8 +63,8 @@ public:
 private:
     [[noreturn]] void complain(const char* key, const std::string& wanted, const std::string& text) const
     {
-        throw ConfigurationError(path + ": " + key + " of " + name + " is to be " + wanted + ", not \"" + text +
-                                 "\"");
+        throw ConfigurationError(path + ": " + key + " of " + name + " is to be " + wanted + ", not \"" + text
+                                 + "\"");
     }
 
     const std::unique_ptr<nim::io::Properties> effective;
@@ -92,9 +107,14 @@ void Configuration::anchorLogDirectory()
 {
     const std::string key = std::string(LOG_PREFIX) + nim::log::Control::TAG_OUTPUT_DIRECTORY;
     const std::string directory = properties.getProperty(key);
-    if (!directory.empty() && directory.front() != '/') {
-        properties.setProperty(key, directoryOf(path) + directory);
+    if (!directory.empty()) {
+        properties.setProperty(key, anchored(directory));
     }
+}
+
+std::string Configuration::anchored(const std::string& file) const
+{
+    return !file.empty() && file.front() == '/' ? file : directoryOf(path) + file;
 }
 
 void Configuration::configureLog() const
@@ -120,9 +140,36 @@ void Configuration::configureLog() const
 SourceSettings Configuration::source(const std::string& name) const
 {
     const Settings settings(properties, path, name);
-    return {settings.number("source/rate", 0),        settings.number("source/queue", 1),
-            settings.truth("source/block"),           settings.number("source/debug.every", 0),
-            settings.number("source/fail.every", 0),  settings.number("source/break.after", 0)};
+    return {settings.number("source/rate", 0),       settings.number("source/queue", 1),
+            settings.truth("source/block"),          settings.number("source/debug.every", 0),
+            settings.number("source/fail.every", 0), settings.number("source/break.after", 0)};
+}
+
+std::vector<std::string> Configuration::names(const char* key) const
+{
+    const std::string host = "host";
+    return Settings(properties, path, host).names(key);
+}
+
+std::vector<std::string> Configuration::plugins() const
+{
+    return names("plugins");
+}
+
+std::vector<std::string> Configuration::adapters() const
+{
+    return names("adapters");
+}
+
+PluginSettings Configuration::plugin(const std::string& name) const
+{
+    const std::unique_ptr<const nim::io::Properties> host(
+        nim::io::Config::getDefaultedProperties(properties, "host"));
+    std::unique_ptr<nim::io::Properties> own(nim::io::Config::getDefaultedProperties(properties, name));
+    // Where its relative paths begin, unless it is told.
+    own->setProperty("directory", own->getProperty("directory", anchored(".")));
+    const std::string directory = anchored(host->getProperty("plugin.directory", "."));
+    return {directory + "/" + name + ".so", std::move(own)};
 }
 
 PoolSettings Configuration::pool() const

@@ -4,8 +4,10 @@
 #include <dalnim/io/Properties.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace nimhost {
 
@@ -41,6 +43,13 @@ struct PoolSettings
     std::uint32_t pending;
 };
 
+/** A plug-in's library and what its instance is told. */
+struct PluginSettings
+{
+    std::string library;
+    std::unique_ptr<const com::kor::dal::nim::io::Properties> settings;
+};
+
 /** The host's configuration, read from a properties file. */
 class Configuration
 {
@@ -59,6 +68,13 @@ public:
     /** Throws ConfigurationError. */
     PoolSettings pool() const;
 
+    /** The names of the plug-ins that answer requests. Throws ConfigurationError. */
+    std::vector<std::string> plugins() const;
+    /** Those of the plug-ins that are loaded ahead of the log's configuration, and stay. */
+    std::vector<std::string> adapters() const;
+    /** What belongs to the plug-in of that name. */
+    PluginSettings plugin(const std::string& name) const;
+
     /** What the loader had to say, a line each. */
     const std::string& warnings() const
     {
@@ -67,6 +83,9 @@ public:
 
 private:
     void anchorLogDirectory();
+    /** The path; one that is not absolute stands beside the configuration. */
+    std::string anchored(const std::string& file) const;
+    std::vector<std::string> names(const char* key) const;
 
     std::string path;
     std::string loadWarnings;

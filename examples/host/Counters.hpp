@@ -20,14 +20,18 @@ struct Counters
     std::atomic<std::uint64_t> longestWaitMicros{0};
     std::atomic<std::uint64_t> sourcesBroken{0};
 
+    std::atomic<std::uint64_t> documentsRead{0};
+    std::atomic<std::uint64_t> documentsRefused{0};
+    std::atomic<std::uint64_t> elementsRead{0};
+
     std::atomic<std::uint64_t> recordsWritten{0};
     /** By the gate. */
     std::atomic<std::uint64_t> recordsRefused{0};
 
     void noteWait(std::chrono::steady_clock::duration wait)
     {
-        const auto micros = static_cast<std::uint64_t>(
-            std::chrono::duration_cast<std::chrono::microseconds>(wait).count());
+        const auto micros =
+            static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(wait).count());
         std::uint64_t longest = longestWaitMicros;
         while (micros > longest && !longestWaitMicros.compare_exchange_weak(longest, micros)) {
         }

@@ -55,8 +55,8 @@ void logWarnings(const std::string& warnings)
 }
 
 Host::Host(const Options& given)
-    : options(given), signals(blockSignals()), configuration(options.config), monitor(counters, stop),
-      monitorThread(monitor, false, "monitor")
+    : options(given), signals(blockSignals()), configuration(options.config), adapters(loadAdapters()),
+      plugins(configuration), monitor(counters, stop), monitorThread(monitor, false, "monitor")
 {
     stop.requestsLeft = options.records != 0 ? static_cast<std::int64_t>(options.records)
                                              : std::numeric_limits<std::int64_t>::max();
@@ -64,13 +64,41 @@ Host::Host(const Options& given)
     logWarnings(configuration.warnings());
     const PoolSettings settings = configuration.pool();
     pool = std::make_unique<nim::mt::ThreadPool>("requests", settings.threads, 0, 0, 0, 0, settings.pending);
+    makeSources();
+    if (!options.documents.empty()) {
+        makeReader();
+    }
+}
+
+std::vector<Plugin> Host::loadAdapters() const
+{
+    std::vector<Plugin> loaded;
+    for (const std::string& name : configuration.adapters()) {
+        const PluginSettings settings = configuration.plugin(name);
+        try {
+            loaded.emplace_back(settings.library, *settings.settings);
+        } catch (const std::exception& exc) {
+            throw ConfigurationError("adapter " + name + ": " + exc.what());
+        }
+    }
+    return loaded;
+}
+
+void Host::makeSources()
+{
     for (unsigned int i = 0; i < options.threads; ++i) {
         const std::string name = "source-" + std::to_string(i);
-        auto source =
-            std::make_unique<Source>(name, configuration.source(name), *pool, counters, stop);
+        auto source = std::make_unique<Source>(name, configuration.source(name), *pool, counters, stop);
         auto thread = std::make_unique<nim::mt::Thread>(*source, true, name.c_str());
         stations.push_back({std::move(source), std::move(thread)});
     }
+}
+
+void Host::makeReader()
+{
+    results = std::make_unique<Results>(std::cout);
+    reader = std::make_unique<DocumentReader>(options.documents, plugins, *results, *pool, counters, stop);
+    readerThread = std::make_unique<nim::mt::Thread>(*reader, true, "reader");
 }
 
 int Host::run()
@@ -78,8 +106,15 @@ int Host::run()
     start();
     waitForEnd();
     shutDown();
-    showTable(std::cout, seconds(), counters, traces.rotations());
-    return status;
+    // The results have standard output for themselves.
+    showTable(results ? std::cerr : std::cout, seconds(), counters, traces.rotations());
+    return exitStatus();
+}
+
+int Host::exitStatus() const
+{
+    const bool failed = results && (counters.documentsRefused != 0 || counters.tasksFailed != 0);
+    return status != 0 ? status : failed ? 1 : 0;
 }
 
 double Host::seconds() const
@@ -95,19 +130,27 @@ void Host::start()
     for (const Station& station : stations) {
         station.thread->start();
     }
+    if (readerThread) {
+        readerThread->start();
+    }
 }
 
 bool Host::atEnd() const
 {
-    return ending || (options.seconds != 0 && seconds() >= options.seconds) ||
-           std::all_of(stations.begin(), stations.end(), [](const Station& station) {
-               return station.thread->status() == Task::TSF_FINISHED;
-           });
+    return ending || (options.seconds != 0 && seconds() >= options.seconds) || isAllRead();
+}
+
+bool Host::isAllRead() const
+{
+    const bool sourcesFinished = std::all_of(stations.begin(), stations.end(), [](const Station& station) {
+        return station.thread->status() == Task::TSF_FINISHED;
+    });
+    return sourcesFinished && (!readerThread || readerThread->status() == Task::TSF_FINISHED);
 }
 
 void Host::waitForEnd()
 {
-    const bool terminal = isatty(STDOUT_FILENO) != 0;
+    const bool terminal = !results && isatty(STDOUT_FILENO) != 0;
     while (!atEnd()) {
         const timespec interval = {0, PROGRESS_NANOSECONDS};
         const int signal = sigtimedwait(&signals, nullptr, &interval);
@@ -146,6 +189,7 @@ void Host::readConfigurationAgain()
         }
         fresh.configureLog();
         logWarnings(fresh.warnings());
+        plugins.configure(fresh);
         for (std::size_t i = 0; i < stations.size(); ++i) {
             stations[i].source->configure(settings[i]);
         }
@@ -162,10 +206,17 @@ void Host::shutDown()
 {
     stop.now = true;
     joinSources();
+    joinReader();
     for (const Station& station : stations) {
         station.source->complete();
     }
     pool->shutdown();
+    if (results) {
+        results->end();
+    }
+    plugins.clear();
+    // A log that goes to an adapter's file keeps that file.
+    adapters.clear();
     while (monitorThread.status() != Task::TSF_FINISHED) {
         monitorThread.waitForStateChange(1000);
     }
@@ -181,6 +232,17 @@ void Host::joinSources()
             ++counters.sourcesBroken;
             NIM_LOG_TRAPPED(Severity_ERROR, *error, station.source->name() + " ended early");
         }
+    }
+}
+
+void Host::joinReader()
+{
+    if (!readerThread) {
+        return;
+    }
+    if (const std::exception* const error = readerThread->join()) {
+        ++counters.documentsRefused;
+        NIM_LOG_TRAPPED(Severity_ERROR, *error, "the reader ended early");
     }
 }
 

@@ -1,8 +1,12 @@
 #ifndef NIMHOST_HOST_HPP
 #define NIMHOST_HOST_HPP
 
+#include "DocumentReader.hpp"
 #include "Monitor.hpp"
 #include "Options.hpp"
+#include "Plugin.hpp"
+#include "PluginTable.hpp"
+#include "Results.hpp"
 #include "RotationTraces.hpp"
 #include "Source.hpp"
 
@@ -34,23 +38,36 @@ private:
         std::unique_ptr<com::kor::dal::nim::mt::Thread> thread;
     };
 
+    /** Plug-ins that the log's configuration may need. */
+    std::vector<Plugin> loadAdapters() const;
+    void makeSources();
+    void makeReader();
     void start();
     void waitForEnd();
     bool atEnd() const;
+    bool isAllRead() const;
     void handleSignal(int signal);
     void readConfigurationAgain();
     void shutDown();
     void joinSources();
+    void joinReader();
+    int exitStatus() const;
     double seconds() const;
 
     const Options& options;
     sigset_t signals;
     RotationTraces traces;
     Configuration configuration;
+    std::vector<Plugin> adapters;
     Counters counters;
     Stop stop;
     std::unique_ptr<com::kor::dal::nim::mt::ThreadPool> pool;
     std::vector<Station> stations;
+    PluginTable plugins;
+    /** These three for documents alone. */
+    std::unique_ptr<Results> results;
+    std::unique_ptr<DocumentReader> reader;
+    std::unique_ptr<com::kor::dal::nim::mt::Thread> readerThread;
     Monitor monitor;
     com::kor::dal::nim::mt::Thread monitorThread;
     std::chrono::steady_clock::time_point began;

@@ -9,22 +9,27 @@
 namespace nimhost {
 
 const char USAGE[] =
-    "usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N]\n"
+    "usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N] [DOCUMENT...]\n"
     "\n"
-    "Runs sources whose requests a pool answers, and logs as the configuration describes.\n"
+    "Serves the requests of XML documents by plug-ins, and writes the results to standard output; \"-\"\n"
+    "is standard input. Without documents it runs sources whose requests a pool answers. Either way it\n"
+    "logs as the configuration describes, and ends with a table.\n"
     "\n"
     "  --config FILE  read FILE instead of host.properties beside the program\n"
-    "  --threads N    how many sources, each on a thread of its own (default 4)\n"
+    "  --threads N    how many sources, each on a thread of its own (default 4, or 0\n"
+    "                 beside documents)\n"
     "  --seconds S    stop after S seconds\n"
     "  --records N    stop after N requests\n"
     "  --help         show this text\n"
     "\n"
-    "With neither limit it runs for five seconds. SIGHUP makes it read its configuration again;\n"
-    "SIGINT and SIGTERM end it in order. Exit status: 0, or 2 for a bad option or configuration.\n";
+    "Sources with neither limit run for five seconds. SIGHUP makes it read its configuration again;\n"
+    "SIGINT and SIGTERM end it in order. Exit status: 0, 1 when a document was refused or a request of\n"
+    "one failed, or 2 for a bad option or configuration.\n";
 
 namespace {
 
 constexpr unsigned int DEFAULT_SECONDS = 5;
+constexpr unsigned int DEFAULT_THREADS = 4;
 constexpr unsigned int MAX_THREADS = 1000;
 
 template <class Number>
@@ -34,8 +39,8 @@ Number parseNumber(const char* option, const char* text, Number most)
     const char* const end = text + std::strlen(text);
     const auto [stop, error] = std::from_chars(text, end, number);
     if (error != std::errc() || stop != end || text == end || number == 0 || number > most) {
-        throw UsageError("--" + std::string(option) + " takes a number from 1 to " + std::to_string(most) +
-                         ", not \"" + text + "\"");
+        throw UsageError("--" + std::string(option) + " takes a number from 1 to " + std::to_string(most)
+                         + ", not \"" + text + "\"");
     }
     return number;
 }
@@ -46,9 +51,12 @@ Options Options::parse(int argc, char** argv)
 {
     enum { CONFIG = 1, THREADS, SECONDS, RECORDS, HELP };
     static const option long_options[] = {
-        {"config", required_argument, nullptr, CONFIG},   {"threads", required_argument, nullptr, THREADS},
-        {"seconds", required_argument, nullptr, SECONDS}, {"records", required_argument, nullptr, RECORDS},
-        {"help", no_argument, nullptr, HELP},             {nullptr, 0, nullptr, 0},
+        {"config", required_argument, nullptr, CONFIG},
+        {"threads", required_argument, nullptr, THREADS},
+        {"seconds", required_argument, nullptr, SECONDS},
+        {"records", required_argument, nullptr, RECORDS},
+        {"help", no_argument, nullptr, HELP},
+        {nullptr, 0, nullptr, 0},
     };
 
     Options options;
@@ -77,14 +85,15 @@ Options Options::parse(int argc, char** argv)
             throw UsageError(std::string("unknown option ") + argv[optind - 1]);
         }
     }
-    if (optind < argc) {
-        throw UsageError(std::string("unexpected argument ") + argv[optind]);
+    options.documents.assign(argv + optind, argv + argc);
+    if (options.documents.empty() && options.threads == 0) {
+        options.threads = DEFAULT_THREADS;
     }
     if (options.config.empty()) {
         using com::kor::dal::nim::sys::System;
         options.config = System::getProcessPath(System::DIRECTORY_PATH_ONLY) + "/host.properties";
     }
-    if (options.seconds == 0 && options.records == 0) {
+    if (options.threads != 0 && options.seconds == 0 && options.records == 0) {
         options.seconds = DEFAULT_SECONDS;
     }
     return options;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace nimhost {
 
@@ -19,14 +20,20 @@ struct Options
 {
     /** The configuration; the one beside the program unless told. */
     std::string config;
-    unsigned int threads = 4;
+    /** How many sources there are; 4 unless told, or none beside documents. */
+    unsigned int threads = 0;
     /** How long to run; 0 for no limit. */
     unsigned int seconds = 0;
     /** How many requests the sources read together, each of which makes a record; 0 for no limit. */
     std::uint64_t records = 0;
+    /** Documents of requests, "-" for standard input. */
+    std::vector<std::string> documents;
     bool help = false;
 
-    /** Throws UsageError. With neither limit told, the host runs for five seconds. */
+    /**
+     * Throws UsageError. With sources and neither limit told, the host runs for five seconds; with
+     * documents alone, until they are served.
+     */
     static Options parse(int argc, char** argv);
 };
 

@@ -26,8 +26,8 @@ long setNumber(const std::string& name, const std::string& live)
         return -2;
     }
     const std::string digits = name.substr(live.size() + 1);
-    const bool number = !digits.empty() && digits.size() < 10 &&
-                        digits.find_first_not_of("0123456789") == std::string::npos;
+    const bool number =
+        !digits.empty() && digits.size() < 10 && digits.find_first_not_of("0123456789") == std::string::npos;
     return number ? std::stol(digits) : -2;
 }
 
@@ -82,6 +82,9 @@ void showTable(std::ostream& os, double seconds, const Counters& counters, std::
     row(os, "tasks under a foreign token", counters.tasksUnderForeignToken);
     row(os, "longest wait, microseconds", counters.longestWaitMicros);
     row(os, "sources broken down", counters.sourcesBroken);
+    row(os, "documents read", counters.documentsRead);
+    row(os, "documents refused", counters.documentsRefused);
+    row(os, "elements read", counters.elementsRead);
     row(os, "records written", counters.recordsWritten);
     row(os, "records refused by the gate", counters.recordsRefused);
     row(os, "rotations", rotations);

@@ -2,6 +2,7 @@
 
 #include "Request.hpp"
 #include "Source.hpp"
+#include "Token.hpp"
 
 #include <dalnim/nim.hpp>
 
@@ -25,8 +26,7 @@ bool isEvery(std::uint64_t number, std::uint32_t every)
 
 RequestTask::RequestTask(Source& origin)
     : Task(nullptr, "Request"), source(origin), counters(origin.hostCounters())
-{
-}
+{}
 
 void RequestTask::run()
 {
@@ -38,8 +38,7 @@ void RequestTask::run()
     ++counters.tasksRun;
     counters.noteWait(std::chrono::steady_clock::now() - request->submitted);
 
-    const nim::type::SecurityContextRef security = nim::type::SecurityContext::current();
-    if (!security || security->token() != source.token()) {
+    if (!isUnder(source.token())) {
         ++counters.tasksUnderForeignToken;
     }
     nim::log::Module& com_kor_dal_nim_log_module = source.module();

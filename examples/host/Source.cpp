@@ -29,8 +29,7 @@ Source::Source(std::string name, const SourceSettings& settings, nim::mt::Thread
       stop(sharedStop),
       logModule(nim::log::Module::getInstance("nimhost." + sourceName, nim::log::GET_NIM_LOG_LOGGER_VAR())),
       sourceToken(new Token), requests(settings.queue)
-{
-}
+{}
 
 void Source::configure(const SourceSettings& settings)
 {
@@ -46,21 +45,15 @@ SourceSettings Source::settings() const
 
 void Source::run()
 {
-    using nim::type::ContextScope;
-    using nim::type::SecurityContext;
     const nim::sys::StackTrack track("run()", "Source", "nimhost", __LINE__);
-
-    // Each task that this thread submits gets a copy of the thread's context, and the token with it.
-    const ContextScope security(SecurityContext::opCreate, ContextScope::opRemove, SecurityContext::KEY, 0,
-                                nim::type::ContainerContext::current());
-    SecurityContext::current()->token(sourceToken);
+    const TokenScope scope(sourceToken);
 
     auto next = std::chrono::steady_clock::now();
     for (std::uint64_t number = 0; !stop.now; ++number) {
         const std::uint32_t breakAfter = settings().breakAfter;
         if (breakAfter != 0 && number == breakAfter) {
-            throw nim::sys::system_error(EPIPE, sourceName + " broke down after " + std::to_string(number) +
-                                                    " requests");
+            throw nim::sys::system_error(EPIPE, sourceName + " broke down after " + std::to_string(number)
+                                                    + " requests");
         }
         if (stop.requestsLeft.fetch_sub(1) <= 0 || !submit(number)) {
             return;
@@ -104,8 +97,7 @@ void Source::pace(std::chrono::steady_clock::time_point& next) const
     next += std::chrono::nanoseconds(1000000000 / perSecond);
     for (auto now = std::chrono::steady_clock::now(); now < next && !stop.now;
          now = std::chrono::steady_clock::now()) {
-        std::this_thread::sleep_for(
-            std::min<std::chrono::steady_clock::duration>(next - now, LONGEST_WAIT));
+        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(next - now, LONGEST_WAIT));
     }
 }
 
