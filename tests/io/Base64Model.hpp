@@ -90,7 +90,7 @@ inline Decoded decoded(const std::string& text, bool skip_invalid)
             result.illegal = true;
             return result;
         }
-        const unsigned int bits = static_cast<unsigned int>(group[0] << 18 | group[1] << 12 | group[2] << 6 | group[3]);
+        const int bits = group[0] << 18 | group[1] << 12 | group[2] << 6 | group[3];
         for (std::size_t i = 0; i < 3 - pads; ++i) {
             result.data += static_cast<char>(bits >> (16 - 8 * i) & 0xFF);
         }

@@ -26,18 +26,19 @@ char hex_printable_char(char c)
     return c >= 32 && c <= 126 ? c : '.';
 }
 
-/** Reads up to `width` bytes into `bytes`. */
-void readRow(String& bytes, InputBytes& input, std::size_t width)
+/** Reads up to `width` bytes into `bytes`. False if the data ended there. */
+bool readRow(String& bytes, InputBytes& input, std::size_t width)
 {
     bytes.clear();
     while (bytes.size() < width) {
         const std::string_view ready = input.peek().substr(0, width - bytes.size());
         if (ready.empty()) {
-            return;
+            return false;
         }
         bytes += ready;
         input.consume(ready.size());
     }
+    return true;
 }
 
 void formatRow(String& row, std::uint32_t offset, const String& bytes, std::size_t width)
@@ -89,7 +90,12 @@ std::ostream& HexDump::encode(std::ostream& os, std::istream& is, unsigned int f
     std::uint32_t offset = 0;
     String bytes;
     String row;
-    for (readRow(bytes, input, width); !bytes.empty(); readRow(bytes, input, width)) {
+    bool more = true;
+    while (more) {
+        more = readRow(bytes, input, width);
+        if (bytes.empty()) {
+            break;
+        }
         if (offset != 0) {
             os << std::endl;
         }
