@@ -1,0 +1,154 @@
+#include "DynPlugins.hpp"
+
+#include <filesystem>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <qv/Scratch.hpp>
+
+namespace {
+
+using namespace dyntest;
+using support::ScratchFolder;
+
+/** What a load of that name throws. */
+Failure load(const String& name)
+{
+    return Failure([&name] { DynLibrary::load(name); });
+}
+
+TEST(DynLoadFailure, TellsOfAFileThatIsNotThere)
+{
+    const Failure failure = load("/no/such/library.so");
+    EXPECT_EQ(2, failure.error);
+    EXPECT_EQ("Unable to load \"/no/such/library.so\": No such file or directory, "
+              "/no/such/library.so: cannot open shared object file: No such file or directory)",
+              failure.text);
+}
+
+TEST(DynLoadFailure, TellsOfANameThatIsNotOnTheSearchPath)
+{
+    const Failure failure = load("libno_such.so.1");
+    EXPECT_EQ(2, failure.error);
+    EXPECT_EQ("Unable to load \"libno_such.so.1\": No such file or directory, "
+              "libno_such.so.1: cannot open shared object file: No such file or directory)",
+              failure.text);
+}
+
+TEST(DynLoadFailure, HasATraceOfTheCall)
+{
+    EXPECT_EQ((StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.image()", "com.kor.dal.nim.sys.DynLibrary.load()"}),
+              functionsOf(load("/no/such/library.so").trace));
+}
+
+TEST(DynLoadFailure, TellsOfAFileThatIsNoLibrary)
+{
+    const ScratchFolder folder;
+    const String file = folder.file("garbage.so");
+    support::writeFile(file, String(4096, 'x'));
+    const Failure failure = load(file);
+    EXPECT_EQ(8, failure.error);
+    EXPECT_EQ("Unable to load \"" + file + "\": Exec format error, " + file + ": invalid ELF header)", failure.text);
+}
+
+TEST(DynLoadFailure, TellsOfAFileThatIsCutShort)
+{
+    const ScratchFolder folder;
+    const String file = folder.file("short.so");
+    support::writeFile(file, "\177ELF");
+    const Failure failure = load(file);
+    EXPECT_EQ(8, failure.error);
+    EXPECT_EQ("Unable to load \"" + file + "\": Exec format error, " + file + ": file too short)", failure.text);
+}
+
+TEST(DynLoadFailure, TellsOfAFolder)
+{
+    const ScratchFolder folder;
+    const Failure failure = load(folder.path());
+    EXPECT_EQ(21, failure.error);
+    EXPECT_EQ("Unable to load \"" + folder.path() + "\": Is a directory, " + folder.path()
+                  + ": cannot read file data: Is a directory)",
+              failure.text);
+}
+
+TEST(DynLoadFailure, TellsOfANameThatCannotBeAFilesName)
+{
+    // The system would take what stands before the zero for the name, and that is the process here.
+    const Failure failure = load(String("\0.so", 4));
+    EXPECT_EQ(2, failure.error);
+    EXPECT_EQ("Unable to load \"", failure.text) << "as far as a text of C goes";
+}
+
+TEST(DynLoadFailure, TellsOfALibraryThatIsNeededAndNotThere)
+{
+    const ScratchFolder folder;
+    const String file = folder.file("plain.so");
+    String content = support::readFile(PLAIN);
+    // Of the same length, so that the file stays whole.
+    for (std::size_t at = content.find("libdyn_base.so"); at != String::npos; at = content.find("libdyn_base.so")) {
+        content.replace(at, 14, "libdyn_gone.so");
+    }
+    support::writeFile(file, content);
+    const Failure failure = load(file);
+    EXPECT_EQ(2, failure.error);
+    EXPECT_EQ("Unable to load \"" + file + "\": No such file or directory, "
+              "libdyn_gone.so: cannot open shared object file: No such file or directory)",
+              failure.text);
+    EXPECT_FALSE(isMapped(file));
+}
+
+class DynLoadDenied : public qvtest::NeedsRoot
+{
+};
+
+TEST_F(DynLoadDenied, TellsOfAFileThatMayNotBeRead)
+{
+    const ScratchFolder folder;
+    const String file = folder.file("other.so");
+    std::filesystem::copy_file(OTHER, file);
+    ASSERT_EQ(0, chmod(folder.path().c_str(), 0755));
+    ASSERT_EQ(0, chmod(file.c_str(), 0700));
+    {
+        const qvtest::AsNobody nobody;
+        const Failure failure = load(file);
+        EXPECT_EQ(13, failure.error);
+        EXPECT_EQ("Unable to load \"" + file + "\": Permission denied, " + file
+                      + ": cannot open shared object file: Permission denied)",
+                  failure.text);
+    }
+    EXPECT_EQ(5, valueOf(DynLibrary::load(file)->symbol("dyn_other_value")));
+}
+
+TEST(DynLoadFailure, LeavesNothingBehind)
+{
+    const ScratchFolder folder;
+    const String file = folder.file("other.so");
+    const DynLoaderMgrRef manager = DynLoaderMgr::manager();
+    const unsigned int before = manager->refCount(true);
+    EXPECT_EQ(2, load(file).error);
+    EXPECT_EQ(before, manager->refCount(true));
+
+    std::filesystem::copy_file(OTHER, file);
+    const ConstDynLibraryRef library = DynLibrary::load(file);
+    EXPECT_EQ(5, valueOf(library->symbol("dyn_other_value")));
+    EXPECT_EQ(2u, library->refCount(true));
+}
+
+TEST(DynLoadFailureDeathTest, EndsTheProcessWhenAnInitialiserThrows)
+{
+    EXPECT_EXIT(
+        {
+            Hooks hooks;
+            hooks.loaded = [] { throw 1; };
+            try {
+                DynLibrary::load(HOOKED);
+            } catch (...) {
+                _exit(7);
+            }
+            _exit(8);
+        },
+        testing::KilledBySignal(SIGABRT), "terminate called after throwing");
+}
+
+}

@@ -1,0 +1,307 @@
+#include "DynPlugins.hpp"
+
+#include <type_traits>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <qv/Threads.hpp>
+
+namespace {
+
+using namespace dyntest;
+using com::kor::dal::nim::mem::RcoRef;
+using com::kor::dal::nim::mem::RefCntObject;
+using qvtest::Caller;
+using qvtest::Gate;
+
+static_assert(std::is_base_of_v<RefCntObject, DynLoaderMgr>);
+static_assert(std::is_same_v<DynLoaderMgrRef, RcoRef<DynLoaderMgr>>);
+static_assert(!std::is_default_constructible_v<DynLoaderMgr>);
+static_assert(!std::is_copy_constructible_v<DynLoaderMgr>);
+static_assert(!std::is_copy_assignable_v<DynLoaderMgr>);
+static_assert(!std::is_destructible_v<DynLoaderMgr>);
+static_assert(std::has_virtual_destructor_v<DynLoaderMgr>);
+
+TEST(DynLoaderMgr, IsOne)
+{
+    const DynLoaderMgrRef manager = DynLoaderMgr::manager();
+    EXPECT_TRUE(!!manager);
+    EXPECT_EQ(manager, DynLoaderMgr::manager());
+    EXPECT_EQ(2u, manager->refCount(true)) << "its own and this one";
+    EXPECT_EQ(3u, DynLoaderMgr::manager()->refCount(true));
+}
+
+TEST(DynLoaderMgr, IsHeldByEachLibrary)
+{
+    const DynLoaderMgrRef manager = DynLoaderMgr::manager();
+    ConstDynLibraryRef plain = DynLibrary::load(PLAIN);
+    EXPECT_EQ(3u, manager->refCount(true));
+    ConstDynLibraryRef other = DynLibrary::load(OTHER);
+    EXPECT_EQ(4u, manager->refCount(true));
+    const ConstDynLibraryRef again = DynLibrary::load(OTHER);
+    const DynSymbolRef symbol = other->symbol("dyn_other_value");
+    EXPECT_EQ(4u, manager->refCount(true));
+    plain.clear();
+    EXPECT_EQ(3u, manager->refCount(true));
+}
+
+TEST(DynLoaderMgr, GivesTheImageAndItsSymbols)
+{
+    DynLoaderMgrRef manager = DynLoaderMgr::manager();
+    const ConstDynLibraryRef library = manager->image(PLAIN, true);
+    EXPECT_EQ(library, DynLibrary::load(PLAIN));
+    const DynSymbolRef symbol = manager->symbol(library, "dyn_plain_value");
+    EXPECT_EQ(17, valueOf(symbol));
+    EXPECT_EQ(symbol, library->symbol("dyn_plain_value"));
+}
+
+TEST(DynLoaderMgr, NeedsALibraryForASymbol)
+{
+    const DynLoaderMgrRef manager = DynLoaderMgr::manager();
+    const Failure failure([&manager] { manager->symbol(ConstDynLibraryRef(), "dyn_plain_value"); });
+    EXPECT_EQ(22, failure.error);
+    EXPECT_EQ("Attempt to dereference null reference.", failure.text);
+    EXPECT_EQ("Cannot lookup nil dynamic symbol name.",
+              Failure([&manager] { manager->symbol(ConstDynLibraryRef(), ""); }).text)
+        << "the name is looked at first";
+}
+
+TEST(DynLoaderMgr, DropsNothingThatIsHeld)
+{
+    const DynLoaderMgrRef manager = DynLoaderMgr::manager();
+    const ConstDynLibraryRef library = DynLibrary::load(PLAIN);
+    const DynSymbolRef symbol = library->symbol("dyn_plain_value");
+    EXPECT_FALSE(manager->checkRefs(*library));
+    EXPECT_FALSE(manager->checkRefs(*symbol));
+    EXPECT_EQ(symbol, library->symbol("dyn_plain_value"));
+    EXPECT_EQ(library, DynLibrary::load(PLAIN));
+}
+
+TEST(DynLoaderMgr, DropsWhatTheCacheAloneHolds)
+{
+    const DynLoaderMgrRef manager = DynLoaderMgr::manager();
+    ConstDynLibraryRef libraryRef = DynLibrary::load(PLAIN);
+    DynSymbolRef symbolRef = libraryRef->symbol("dyn_plain_value");
+    const DynLibrary& library = *libraryRef;
+    const DynSymbol& symbol = *symbolRef;
+    library.acquireRef();
+    symbol.acquireRef();
+    libraryRef.clear();
+    symbolRef.clear();
+    // The release of the base class does not look at the cache.
+    library.RefCntObject::releaseRef();
+    EXPECT_FALSE(manager->checkRefs(library)) << "the symbol holds it";
+    symbol.RefCntObject::releaseRef();
+    EXPECT_TRUE(isMapped(PLAIN));
+    EXPECT_TRUE(manager->checkRefs(symbol));
+    EXPECT_FALSE(isMapped(PLAIN)) << "and the library with it";
+
+    libraryRef = DynLibrary::load(OTHER);
+    const DynLibrary& other = *libraryRef;
+    other.acquireRef();
+    libraryRef.clear();
+    other.RefCntObject::releaseRef();
+    EXPECT_TRUE(isMapped(OTHER));
+    EXPECT_TRUE(manager->checkRefs(other));
+    EXPECT_FALSE(isMapped(OTHER));
+}
+
+// What a library does while it comes and goes, on the thread that loads and releases it.
+
+TEST(DynLoaderRecursion, AnInitialiserLoadsAnotherLibrary)
+{
+    const DynSymbolRef value = DynLibrary::load(LOADING)->symbol("dyn_loading_value");
+    EXPECT_TRUE(isMapped(OTHER));
+    EXPECT_EQ(105, reinterpret_cast<int (*)()>(value->func())());
+}
+
+TEST(DynLoaderRecursion, ALibraryReleasesWhatItHoldsAsItGoes)
+{
+    DynLibrary::load(LOADING);
+    EXPECT_FALSE(isMapped(LOADING));
+    EXPECT_FALSE(isMapped(OTHER));
+    EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true));
+}
+
+TEST(DynLoaderRecursion, AnInitialiserLoadsItsOwnLibrary)
+{
+    Hooks hooks;
+    ConstDynLibraryRef inner;
+    hooks.loaded = [&inner] {
+        inner = DynLibrary::load(HOOKED, false);
+        EXPECT_EQ(3, valueOf(inner->symbol("dyn_hooked_value")));
+    };
+    ConstDynLibraryRef outer = DynLibrary::load(HOOKED, true);
+    EXPECT_EQ(inner, outer) << "one object for one name";
+    EXPECT_EQ(3u, outer->refCount(true));
+    outer.clear();
+    EXPECT_TRUE(isMapped(HOOKED));
+    inner.clear();
+    EXPECT_FALSE(isMapped(HOOKED)) << "it is not loaded once more than it is unloaded";
+}
+
+TEST(DynLoaderRecursion, AnInitialiserLoadsItsOwnLibraryAndLetsGo)
+{
+    Hooks hooks;
+    int loads = 0;
+    hooks.loaded = [&loads] {
+        ++loads;
+        EXPECT_EQ(3, valueOf(DynLibrary::load(HOOKED)->symbol("dyn_hooked_value")));
+    };
+    {
+        const ConstDynLibraryRef library = DynLibrary::load(HOOKED);
+        EXPECT_EQ(2u, library->refCount(true));
+        EXPECT_EQ(3, valueOf(library->symbol("dyn_hooked_value")));
+        EXPECT_EQ(1, loads);
+    }
+    EXPECT_FALSE(isMapped(HOOKED));
+}
+
+TEST(DynLoaderRecursion, AnInitialiserFailsToLoad)
+{
+    Hooks hooks;
+    Failure failure([] {});
+    hooks.loaded = [&failure] { failure = Failure([] { DynLibrary::load("/no/such/library.so"); }); };
+    const ConstDynLibraryRef library = DynLibrary::load(HOOKED);
+    EXPECT_EQ(2, failure.error);
+    EXPECT_EQ(3, valueOf(library->symbol("dyn_hooked_value")));
+}
+
+TEST(DynLoaderRecursion, ALibraryLoadsAnotherAsItGoes)
+{
+    Hooks hooks;
+    ConstDynLibraryRef other;
+    hooks.unloaded = [&other] {
+        other = DynLibrary::load(OTHER);
+        EXPECT_EQ(5, valueOf(other->symbol("dyn_other_value")));
+    };
+    DynLibrary::load(HOOKED)->symbol("dyn_hooked_value");
+    EXPECT_FALSE(isMapped(HOOKED));
+    EXPECT_TRUE(isMapped(OTHER));
+    EXPECT_EQ(2u, other->refCount(true));
+}
+
+TEST(DynLoaderRecursion, ALibraryReleasesOthersAsItGoes)
+{
+    Hooks hooks;
+    DynSymbolRef other = DynLibrary::load(OTHER)->symbol("dyn_other_value");
+    ConstDynLibraryRef plain = DynLibrary::load(PLAIN);
+    hooks.unloaded = [&] {
+        other.clear();
+        plain.clear();
+        EXPECT_EQ(3u, DynLoaderMgr::manager()->refCount(true)) << "this one is still going";
+    };
+    DynLibrary::load(HOOKED)->symbol("dyn_hooked_value");
+    EXPECT_FALSE(!!other);
+    EXPECT_FALSE(isMapped(HOOKED));
+    EXPECT_FALSE(isMapped(OTHER));
+    EXPECT_FALSE(isMapped(PLAIN));
+    EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true));
+}
+
+TEST(DynLoaderRecursion, TheThreadThatDropsTheLastReferenceUnloads)
+{
+    Hooks hooks;
+    pid_t unloader = 0;
+    hooks.unloaded = [&unloader] { unloader = gettid(); };
+    DynSymbolRef symbol = DynLibrary::load(HOOKED)->symbol("dyn_hooked_value");
+    pid_t dropper = 0;
+    std::thread([&] {
+        dropper = gettid();
+        symbol.clear();
+        EXPECT_EQ(dropper, unloader) << "at that moment";
+    }).join();
+    EXPECT_NE(0, unloader);
+    EXPECT_NE(getpid(), unloader);
+}
+
+TEST(DynLoaderLock, IsHeldWhileALibraryLoads)
+{
+    Hooks hooks;
+    Gate inside;
+    Gate leave;
+    hooks.loaded = [&] {
+        inside.open();
+        leave.pass();
+    };
+    ConstDynLibraryRef other = DynLibrary::load(OTHER);
+    const DynSymbolRef symbol = other->symbol("dyn_other_value");
+    Caller loader([] { DynLibrary::load(HOOKED); });
+    inside.pass();
+    const DynLibrary& library = *other;
+    library.acquireRef();
+    Caller reader([&library] { library.symbol("dyn_other_value"); });
+    Caller dropper([&other] { other.clear(); });
+    EXPECT_TRUE(reader.awaitAsleep());
+    EXPECT_TRUE(dropper.awaitAsleep());
+    leave.open();
+    loader.join();
+    reader.join();
+    dropper.join();
+    EXPECT_EQ(5, valueOf(symbol));
+    library.releaseRef();
+}
+
+TEST(DynLoaderLock, ForksAtRest)
+{
+    // The child must not inherit the lock of a thread that it does not have.
+    Hooks hooks;
+    Gate inside;
+    Gate leave;
+    hooks.loaded = [&] {
+        inside.open();
+        leave.pass();
+    };
+    ConstDynLibraryRef held;
+    Caller loader([&held] { held = DynLibrary::load(HOOKED); });
+    inside.pass();
+    int status = -1;
+    Caller forker([&status] {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20);
+            const bool right = valueOf(DynLibrary::load(HOOKED)->symbol("dyn_hooked_value")) == 3
+                               && valueOf(DynLibrary::load(OTHER)->symbol("dyn_other_value")) == 5;
+            _exit(right ? 42 : 1);
+        }
+        waitpid(child, &status, 0);
+    });
+    EXPECT_TRUE(forker.awaitAsleep());
+    leave.open();
+    forker.join();
+    loader.join();
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(42, WEXITSTATUS(status));
+    EXPECT_EQ(3, valueOf(held->symbol("dyn_hooked_value")));
+}
+
+TEST(DynLoaderLock, AnInitialiserForks)
+{
+    Hooks hooks;
+    int status = -1;
+    pid_t child = -1;
+    hooks.loaded = [&] {
+        child = fork();
+        if (child != 0) {
+            waitpid(child, &status, 0);
+        }
+    };
+    {
+        const ConstDynLibraryRef library = DynLibrary::load(HOOKED);
+        if (child == 0) {
+            // The child comes back from the load, too, and goes on.
+            alarm(20);
+            hooks.loaded = nullptr;
+            const bool right = valueOf(library->symbol("dyn_hooked_value")) == 3
+                               && valueOf(DynLibrary::load(OTHER)->symbol("dyn_other_value")) == 5;
+            _exit(right ? 42 : 1);
+        }
+    }
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(42, WEXITSTATUS(status));
+    EXPECT_FALSE(isMapped(HOOKED));
+}
+
+}

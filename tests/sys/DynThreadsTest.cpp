@@ -1,0 +1,196 @@
+// Libraries and symbols that come and go under the hands of many threads.
+
+#include "DynPlugins.hpp"
+
+#include <atomic>
+#include <cstdlib>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace dyntest;
+
+constexpr int THREADS = 8;
+
+/** Runs `work(number)` on all threads; each starts when the last one is there. */
+template <class Work>
+void onThreads(Work work)
+{
+    std::atomic<int> missing(THREADS);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < THREADS; ++i) {
+        threads.emplace_back([&missing, work, i] {
+            --missing;
+            while (missing != 0) {
+                std::this_thread::yield();
+            }
+            work(i);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+/** What one thread holds, and what it does to it at random. */
+class Hand
+{
+public:
+    explicit Hand(int number) : random(static_cast<unsigned int>(number)) {}
+
+    void move()
+    {
+        switch (random() % 8) {
+        case 0:
+            library = DynLibrary::load(PLAIN, random() % 2 == 0);
+            break;
+        case 1:
+            library.clear();
+            break;
+        case 2:
+            lookUp(value, "dyn_plain_value");
+            break;
+        case 3:
+            lookUp(function, "dyn_plain_function");
+            break;
+        case 4:
+            value.clear();
+            break;
+        case 5:
+            function.clear();
+            break;
+        case 6:
+            lookUpAbsent();
+            break;
+        default:
+            letGoByHand();
+        }
+        use();
+    }
+
+private:
+    void lookUp(DynSymbolRef& symbol, const String& name)
+    {
+        symbol = (!!library ? library : DynLibrary::load(PLAIN))->symbol(name);
+    }
+
+    void lookUpAbsent() const
+    {
+        if (!!library) {
+            EXPECT_THROW(library->symbol("dyn_no_such_symbol"), system_error);
+        }
+    }
+
+    /** By the form that may throw, and the cache on its own. */
+    void letGoByHand()
+    {
+        if (!!value) {
+            const DynSymbol& symbol = *value;
+            symbol.acquireRef();
+            symbol.releaseRef();
+            DynLoaderMgr::manager()->checkRefs(symbol);
+            DynLoaderMgr::manager()->checkRefs(*symbol.library());
+        }
+    }
+
+    /** What is held can be reached. */
+    void use() const
+    {
+        if (!!value) {
+            EXPECT_EQ(17, valueOf(value));
+        }
+        if (!!function) {
+            EXPECT_EQ(20, reinterpret_cast<int (*)(int)>(function->func())(3));
+            EXPECT_EQ(PLAIN, function->library()->name());
+        }
+    }
+
+    std::minstd_rand random;
+    ConstDynLibraryRef library;
+    DynSymbolRef value;
+    DynSymbolRef function;
+};
+
+int rounds()
+{
+    return (std::getenv("DALNIM_TEST_LONG") != nullptr ? 100000 : 20000) / THREADS;
+}
+
+TEST(DynThreads, LoadLookUpAndReleaseAtRandom)
+{
+    onThreads([](int number) {
+        Hand hand(number);
+        for (int i = 0; i < rounds(); ++i) {
+            hand.move();
+        }
+    });
+    EXPECT_FALSE(isMapped(PLAIN));
+    EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true)) << "no library is left";
+}
+
+TEST(DynThreads, LoadAndUnloadTheSameLibrary)
+{
+    // Nobody holds it for long: nearly each round is the last reference of somebody.
+    onThreads([](int) {
+        for (int i = 0; i < rounds(); ++i) {
+            EXPECT_EQ(5, valueOf(DynLibrary::load(OTHER)->symbol("dyn_other_value")));
+        }
+    });
+    EXPECT_FALSE(isMapped(OTHER));
+    EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true));
+}
+
+TEST(DynThreads, GetTheSameSymbolFromTheCache)
+{
+    const ConstDynLibraryRef library = DynLibrary::load(OTHER);
+    const DynSymbolRef held = library->symbol("dyn_other_value");
+    onThreads([&](int) {
+        for (int i = 0; i < rounds(); ++i) {
+            EXPECT_EQ(held, library->symbol("dyn_other_value"));
+        }
+    });
+    EXPECT_EQ(2u, held->refCount(true));
+    EXPECT_EQ(3u, library->refCount(true));
+}
+
+TEST(DynThreads, CopyReferencesAndDropTheLastOne)
+{
+    for (int i = 0; i < rounds() / 50; ++i) {
+        const DynSymbolRef shared = DynLibrary::load(OTHER)->symbol("dyn_other_value");
+        std::vector<DynSymbolRef> copies(THREADS, shared);
+        const_cast<DynSymbolRef&>(shared).clear();
+        onThreads([&copies](int number) {
+            DynSymbolRef& own = copies[static_cast<std::size_t>(number)];
+            EXPECT_EQ(5, valueOf(own));
+            own.clear();
+        });
+        EXPECT_FALSE(isMapped(OTHER));
+    }
+}
+
+TEST(DynThreads, LoadUnderTwoNames)
+{
+    onThreads([](int number) {
+        const String name = number % 2 == 0 ? OTHER : "/." + OTHER;
+        for (int i = 0; i < rounds() / 4; ++i) {
+            const DynSymbolRef symbol = DynLibrary::load(name)->symbol("dyn_other_value");
+            EXPECT_EQ(5, valueOf(symbol));
+            EXPECT_EQ(name, symbol->library()->name());
+        }
+    });
+    EXPECT_FALSE(isMapped(OTHER));
+}
+
+TEST(DynThreads, MakeOneManager)
+{
+    std::vector<DynLoaderMgrRef> found(THREADS);
+    onThreads([&found](int number) { found[static_cast<std::size_t>(number)] = DynLoaderMgr::manager(); });
+    for (const DynLoaderMgrRef& manager : found) {
+        EXPECT_EQ(found.front(), manager);
+    }
+    EXPECT_EQ(THREADS + 1u, found.front()->refCount(true));
+}
+
+}
