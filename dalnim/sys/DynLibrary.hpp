@@ -26,7 +26,8 @@ typedef mem::ConstRcoRef<DynSymbol> DynSymbolRef;
  *
  * Everything here may be called by any thread that holds a reference. Loading and unloading run the
  * library's initialisers and its static destructors under the loader's lock; these may load, look up
- * and release on their own thread, and must not wait for another thread that does.
+ * and release on their own thread, and must not wait for another thread that does. A library that is
+ * going cannot be brought back by its own destructors.
  */
 class DALNIM_API DynLibrary : public mem::RefCntObject
 {

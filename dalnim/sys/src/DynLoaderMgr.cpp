@@ -47,11 +47,20 @@ bool isName(const String& text)
     return text.find('\0') == String::npos;
 }
 
+/**
+ * What an initialiser of the library throws ends the process here. Let through, it would leave the lock
+ * of the dynamic linker taken, and sooner or later every other thread waiting for that.
+ */
+qv_err_t load_or_end(const String& imgfile, char** text, qv_lhandle_t* handle) noexcept
+{
+    return qv_si_library_nload(imgfile.c_str(), text, handle);
+}
+
 Handle load_library(const String& imgfile)
 {
     char* text = nullptr;
     qv_lhandle_t handle = nullptr;
-    const qv_err_t status = isName(imgfile) ? qv_si_library_nload(imgfile.c_str(), &text, &handle) : ENOENT;
+    const qv_err_t status = isName(imgfile) ? load_or_end(imgfile, &text, &handle) : ENOENT;
     const SystemText detail(text, &std::free);
     if (status == 0) {
         return Handle(handle);
