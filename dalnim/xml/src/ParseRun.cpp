@@ -334,6 +334,8 @@ int ParseRun::noteAttribute(char* name, std::size_t length)
 int ParseRun::nullAttribute()
 {
     char nothing[] = "";
+    // Told as empty, but whoever walks it finds its end: each addition leaves room for one more.
+    cb.apszAttrs[cb.nNumAttrs] = nullptr;
     return checkCallback(cb.cbCommon(&cb, PDS_PARSE_CB_DATA, cb.pUserData, cb.pUserDataAlt, tag, path(),
                                      nothing, 0, cb.apszAttrs));
 }

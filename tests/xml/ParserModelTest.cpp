@@ -1,0 +1,127 @@
+#include "ParserModel.hpp"
+#include "ParserSubject.hpp"
+#include "RandomDocument.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <map>
+#include <string>
+
+namespace {
+
+using parsermodel::Action;
+using parsermodel::ParserModel;
+using parsermodel::ParserSubject;
+using parsermodel::RandomDocument;
+using parsermodel::Script;
+using parsermodel::Thrown;
+
+constexpr int THROWN = -1;
+
+template <class Parser>
+int push(Parser& parser, const std::string& piece, int flags)
+{
+    try {
+        return parser.parseBuffer(piece, flags);
+    } catch (const Thrown&) {
+        return THROWN;
+    }
+}
+
+Script randomScript(RandomDocument& random)
+{
+    static const Action actions[] = {Action::Stop, Action::Throw,     Action::Push,    Action::Push,
+                                     Action::Push, Action::PushTwice, Action::PushNull};
+    Script script;
+    if (random.oneIn(3)) {
+        for (std::size_t count = 1 + random.below(3); count > 0; --count) {
+            script[random.below(8)] = actions[random.below(sizeof actions / sizeof *actions)];
+        }
+    }
+    return script;
+}
+
+/** Of the ways that a parse can end, how often each came up. */
+typedef std::map<std::string, int> Endings;
+
+void note(Endings& endings, int result, const std::string& error)
+{
+    ++endings[std::to_string(result)];
+    if (result == PDS_PARSE_E_SYNTAX) {
+        ++endings[error.substr(0, error.find(" -- "))];
+    }
+}
+
+/** Gives one document to both, cut and flagged by chance, and compares all that they tell. */
+void compareOneDocument(RandomDocument& random, ParserModel& model, ParserSubject& subject, Endings& endings)
+{
+    const std::string text = random.make();
+    const std::uintptr_t user_data = 1 + random.below(100);
+    const Script script = randomScript(random);
+    model.reset(user_data, script);
+    subject.reset(user_data, script);
+
+    const int flags = static_cast<int>(random.below(4)) * 2;
+    const auto pieces = random.cut(text);
+    const bool forget_end = random.oneIn(50);
+    int expected = PDS_PARSE_OK;
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        const bool last = i + 1 == pieces.size() && !forget_end;
+        const int piece_flags = flags | (last ? PDS_PARSE_F_LAST : 0);
+        expected = push(model, pieces[i], piece_flags);
+        ASSERT_EQ(push(subject, pieces[i], piece_flags), expected) << text;
+    }
+    ASSERT_EQ(subject.events(), model.events()) << text;
+    ASSERT_TRUE(subject.hasError(model.error())) << text << "\nexpected: " << model.error();
+    note(endings, expected, model.error());
+    if (random.oneIn(10)) {
+        const int again = push(model, "<a/>", PDS_PARSE_F_LAST);
+        ASSERT_EQ(push(subject, "<a/>", PDS_PARSE_F_LAST), again) << text;
+    }
+}
+
+TEST(ParserModel, TellsTheSame)
+{
+    const int handles = std::getenv("DALNIM_TEST_LONG") != nullptr ? 40000 : 2000;
+    constexpr int DOCUMENTS = 50;
+    RandomDocument random(9101);
+    Endings endings;
+    for (int i = 0; i < handles; ++i) {
+        const bool common = random.oneIn(2);
+        ParserModel model(common, 0);
+        ParserSubject subject(common, 0);
+        for (int j = 0; j < DOCUMENTS; ++j) {
+            ASSERT_NO_FATAL_FAILURE(compareOneDocument(random, model, subject, endings))
+                << "document " << i * DOCUMENTS + j;
+        }
+    }
+
+    for (const char* ending : {"0",
+                               "-1",
+                               "700012002",
+                               "700012006",
+                               "700012901",
+                               "Attribute name  starts with an invalid character",
+                               "Attribute name doesn't terminate with an '='",
+                               "Attribute value doesn't end with a quote",
+                               "Attribute value doesn't start with a quote",
+                               "CDATA segment not terminated",
+                               "Comment not terminated",
+                               "DOCTYPE tag is not properly terminated - reached End Of Document",
+                               "Duplicate attribute name",
+                               "Element name [End Tag] contains an invalid character",
+                               "Element name [End Tag] starts with an invalid character",
+                               "Element name [Start Tag] contains an invalid character",
+                               "Element name [Start Tag] starts with an invalid character",
+                               "Invalid data contained outside a top-level Element",
+                               "Invalid processing instruction: '<?' without a matching '?>'",
+                               "Mismatched End Tag",
+                               "Multiple top-level Elements encountered",
+                               "Premature end of data stream (not at top-level)",
+                               "Unrecognized special symbol"}) {
+        EXPECT_GE(endings[ending], handles / 50) << ending;
+    }
+}
+
+}
