@@ -36,4 +36,11 @@ typedef mem::RcoRef<AggregateConsumer> AggregateConsumerRef;
 
 }
 
+namespace com::kor::dal::nim::mem {
+
+extern template class DALNIM_API ConstRcoRef<xml::AggregateConsumer>;
+extern template class DALNIM_API RcoRef<xml::AggregateConsumer>;
+
+}
+
 #endif

@@ -2,13 +2,14 @@
 #define DALNIM_XML_ATTRIBUTE_HPP
 
 #include <dalnim/String.hpp>
+#include <qv/pmx/api.h>
 
 #include <vector>
 
 namespace com::kor::dal::nim::xml {
 
 /** An attribute of a start tag, the symbols of its value expanded. */
-struct Attribute
+struct DALNIM_API Attribute
 {
     String name;
     String value;

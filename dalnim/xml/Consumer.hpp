@@ -52,4 +52,11 @@ typedef mem::RcoRef<Consumer> ConsumerRef;
 
 }
 
+namespace com::kor::dal::nim::mem {
+
+extern template class DALNIM_API ConstRcoRef<xml::Consumer>;
+extern template class DALNIM_API RcoRef<xml::Consumer>;
+
+}
+
 #endif

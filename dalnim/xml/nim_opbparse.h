@@ -95,7 +95,7 @@ typedef int (*PDS_PARSE_COMMON_FN)(PDS_PARSE_H handle, pds_parse_cb_type_e type,
  * @param pUserData handed to each callback as its context
  * @param fCommonCb called for every event in the place of the three others, which may be null only if
  *                  this one is not
- * @param ph        receives the handle, null on failure
+ * @param ph        receives the handle, null without memory; bad arguments leave it alone
  * @return 0, PDS_PARSE_E_BAD_ARGS, PDS_PARSE_E_NO_MEMORY
  */
 DALNIM_API int nim_pdsParseInit(int nFlags, void* pUserData, PDS_PARSE_TAG_ST_FN fTagStartCb,

@@ -518,6 +518,43 @@ TEST(PushParserNullAttribute, RaisesADataEventAheadOfTheStart)
                 ElementsAre("start a a NULL=[y]", "end a a"));
 }
 
+TEST(PushParserNullAttribute, TheArrayHasAnEnd)
+{
+    // Told as empty, it holds what the element has so far, and a null pointer.
+    const auto walk = [](PDS_PARSE_H, pds_parse_cb_type_e type, void* context, void*, char*, char*, char*,
+                         std::size_t entries, char** attributes) {
+        auto& seen = *static_cast<std::vector<std::string>*>(context);
+        if (type == PDS_PARSE_CB_DATA) {
+            seen.push_back(std::to_string(entries) + ":");
+            while (*attributes != nullptr) {
+                seen.push_back(*attributes++);
+            }
+        }
+        return 0;
+    };
+    std::vector<std::string> seen;
+    PDS_PARSE_H handle = nullptr;
+    ASSERT_EQ(nim_pdsParseInit(0, &seen, nullptr, nullptr, nullptr, walk, nullptr, &handle), 0);
+    char text[] = "<a NULL=''><b c='1' NULL=''/></a>";
+    EXPECT_EQ(nim_pdsParseBuffer(text, PDS_PARSE_F_LAST | PDS_PARSE_F_NULL_ATTR, handle), 0);
+    EXPECT_THAT(seen, ElementsAre("0:", "0:", "c", "1"));
+
+    // Also where the block before had just been filled.
+    seen.clear();
+    std::string many = "<a";
+    for (int i = 0; i < 100; ++i) {
+        many += " k" + std::to_string(i) + "='" + std::to_string(i) + "'";
+        ASSERT_EQ(nim_pdsParseReset(0, &seen, handle), 0);
+        seen.clear();
+        ASSERT_EQ(nim_pdsParseBuffer(const_cast<char*>((many + " NULL=''/>").c_str()),
+                                     PDS_PARSE_F_LAST | PDS_PARSE_F_NULL_ATTR, handle),
+                  0);
+        ASSERT_EQ(seen.size(), 2U * static_cast<unsigned>(i) + 3U);
+        ASSERT_EQ(seen.back(), std::to_string(i));
+    }
+    EXPECT_EQ(nim_pdsParseDestroy(&handle), 0);
+}
+
 TEST(PushParserNullAttribute, ItsAnswerCounts)
 {
     Recorder recorder;
