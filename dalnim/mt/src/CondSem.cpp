@@ -3,9 +3,8 @@
 #include <dalnim/mt/CondSem.hpp>
 
 #include <dalnim/mt/SysMutex.hpp>
-#include <dalnim/mt/nsdefs.hpp>
-#include <dalnim/sys/StackTrack.hpp>
-#include <dalnim/sys/internal/RXErrors.hpp>
+#include <dalnim/mt/src/MutexErrors.hpp>
+#include <dalnim/sys/SysError.hpp>
 #include <qv/rtlapi/RX_Condition.hpp>
 #include <qv/rtlapi/RX_RelTime.hpp>
 
@@ -80,14 +79,12 @@ bool CondSem::request() const
 
 void CondSem::signal() const
 {
-    const sys::StackTrack track("signal()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([this] { _cond->signal(); });
+    translated("signal()", CLASS_NAME, __LINE__, [this] { _cond->signal(); });
 }
 
 void CondSem::broadcast() const
 {
-    const sys::StackTrack track("broadcast()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([this] { _cond->broadcast(); });
+    translated("broadcast()", CLASS_NAME, __LINE__, [this] { _cond->broadcast(); });
 }
 
 bool CondSem::wait(unsigned int ms) const

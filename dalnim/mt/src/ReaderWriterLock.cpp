@@ -2,9 +2,7 @@
 
 #include <dalnim/mt/ReaderWriterLock.hpp>
 
-#include <dalnim/mt/nsdefs.hpp>
-#include <dalnim/sys/StackTrack.hpp>
-#include <dalnim/sys/internal/RXErrors.hpp>
+#include <dalnim/mt/src/MutexErrors.hpp>
 #include <qv/rtlapi/RX_RWLock.hpp>
 
 DALNIM_USES_RTLAPI
@@ -22,8 +20,7 @@ const RX_RWLock& lockOf(const void* rep)
 
 ReaderWriterLock::ReaderWriterLock() : rep(nullptr)
 {
-    const sys::StackTrack track("ReaderWriterLock()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([this] { rep = new RX_RWLock; });
+    translated("ReaderWriterLock()", CLASS_NAME, __LINE__, [this] { rep = new RX_RWLock; });
 }
 
 ReaderWriterLock::~ReaderWriterLock()
@@ -37,29 +34,25 @@ ReaderWriterLock::~ReaderWriterLock()
 
 const ReaderWriterLock& ReaderWriterLock::acquireForRead() const
 {
-    const sys::StackTrack track("acquireForRead()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([this] { lockOf(rep).rdlock(); });
+    translated("acquireForRead()", CLASS_NAME, __LINE__, [this] { lockOf(rep).rdlock(); });
     return *this;
 }
 
 const ReaderWriterLock& ReaderWriterLock::acquireForWrite() const
 {
-    const sys::StackTrack track("acquireForWrite()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([this] { lockOf(rep).wrlock(); });
+    translated("acquireForWrite()", CLASS_NAME, __LINE__, [this] { lockOf(rep).wrlock(); });
     return *this;
 }
 
 const ReaderWriterLock& ReaderWriterLock::upgradeToWrite() const
 {
-    const sys::StackTrack track("upgradeToWrite()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([this] { lockOf(rep).upgrade(); });
+    translated("upgradeToWrite()", CLASS_NAME, __LINE__, [this] { lockOf(rep).upgrade(); });
     return *this;
 }
 
 void ReaderWriterLock::release() const
 {
-    const sys::StackTrack track("release()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([this] { lockOf(rep).unlock(); });
+    translated("release()", CLASS_NAME, __LINE__, [this] { lockOf(rep).unlock(); });
 }
 
 bool ReaderWriterLock::release(const std::nothrow_t&) const noexcept

@@ -2,37 +2,16 @@
 
 #include <dalnim/mt/SysMutex.hpp>
 
-#include <dalnim/mt/nsdefs.hpp>
-#include <dalnim/sys/StackTrack.hpp>
-#include <dalnim/sys/internal/RXErrors.hpp>
+#include <dalnim/mt/src/MutexErrors.hpp>
 #include <qv/rtlapi/RX_Mutex.hpp>
 
 DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::mt {
 
-namespace {
-
-/**
- * Runs an operation of the runtime's mutex. The track is made with the failure: an unlock must not
- * fail because a track got no memory.
- */
-template <class Operation>
-void translated(const char* scope, unsigned int line, Operation&& operation)
-{
-    try {
-        operation();
-    } catch (const RX_Exception& exc) {
-        const sys::StackTrack track(scope, SysMutex::CLASS_NAME, NAMESPACE_NAME, line);
-        sys::internal::throwTranslated(exc);
-    }
-}
-
-}
-
 SysMutex::SysMutex() : _mu(nullptr)
 {
-    translated("SysMutex()", __LINE__, [this] { _mu = new RX_Mutex; });
+    translated("SysMutex()", CLASS_NAME, __LINE__, [this] { _mu = new RX_Mutex; });
 }
 
 SysMutex::~SysMutex()
@@ -42,13 +21,13 @@ SysMutex::~SysMutex()
 
 const MutexOps& SysMutex::acquire() const
 {
-    translated("acquire()", __LINE__, [this] { _mu->lock(); });
+    translated("acquire()", CLASS_NAME, __LINE__, [this] { _mu->lock(); });
     return *this;
 }
 
 void SysMutex::release() const
 {
-    translated("release()", __LINE__, [this] { _mu->unlock(); });
+    translated("release()", CLASS_NAME, __LINE__, [this] { _mu->unlock(); });
 }
 
 bool SysMutex::release(const std::nothrow_t&) const noexcept

@@ -63,7 +63,8 @@ bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerC
     if (task->status() != Task::TSF_READY) {
         throw std::logic_error("Attempt to add a non-ready Task");
     }
-    if (_queue->isClosed() != 0 || isPoolClosed) {
+    // The queue is closed by shutdown() alone, which sets this first.
+    if (isPoolClosed) {
         throw std::logic_error("ThreadPool already shutdown");
     }
     if (!block && isFull()) {
