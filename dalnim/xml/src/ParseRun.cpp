@@ -2,7 +2,10 @@
 
 #include "ParseRun.hpp"
 
-#include "CharTypes.hpp"
+#include "AttributeNames.hpp"
+#include "ElementPath.hpp"
+#include "EventSender.hpp"
+#include "Symbols.hpp"
 #include "TextScan.hpp"
 
 #include <algorithm>
@@ -42,65 +45,6 @@ int findEndOfDocType(char* pIn, char* end, char** pOut)
     return -1;
 }
 
-/** One symbol, behind its "&": its byte, and the position behind its ";", or null for none. */
-char* readSymbol(char* p, char& value)
-{
-    struct Symbol
-    {
-        char text[6];
-        std::size_t length;
-        char value;
-    };
-    static constexpr Symbol SYMBOLS[] = {
-        {"lt;", 3, '<'}, {"gt;", 3, '>'}, {"quot;", 5, '"'}, {"apos;", 5, '\''}, {"amp;", 4, '&'}};
-
-    for (const Symbol& symbol : SYMBOLS) {
-        if (std::strncmp(p, symbol.text, symbol.length) == 0) {
-            value = symbol.value;
-            return p + symbol.length;
-        }
-    }
-    if (*p != '#') {
-        return nullptr;
-    }
-    // The number is formed in one byte: it wraps, and no digits are 0.
-    unsigned number = 0;
-    for (++p; *p >= '0' && *p <= '9'; ++p) {
-        number = (number * 10 + static_cast<unsigned>(*p - '0')) % 256;
-    }
-    if (*p != ';') {
-        return nullptr;
-    }
-    value = static_cast<char>(number);
-    return p + 1;
-}
-
-/**
- * Replaces the symbols of a text in its place.
- * @param p   the first "&"
- * @param end the NUL of the text
- * @return 0, or -1 for an "&" that begins no symbol
- */
-int expandSpecialSymbols(char* p, char* end)
-{
-    char* out = p;
-    while (p != end) {
-        p = readSymbol(p + 1, *out);
-        if (p == nullptr) {
-            return -1;
-        }
-        ++out;
-        auto* next = static_cast<char*>(std::memchr(p, '&', static_cast<std::size_t>(end - p)));
-        next = next == nullptr ? end : next;
-        const auto between = static_cast<std::size_t>(next - p);
-        std::memmove(out, p, between);
-        out += between;
-        p = next;
-    }
-    *out = '\0';
-    return 0;
-}
-
 /** Restores the callback that the element just closed had replaced. -1 when none is replaced. */
 int parsePopCommonCB(iParseCB& cb)
 {
@@ -116,31 +60,123 @@ int parsePopCommonCB(iParseCB& cb)
     return 0;
 }
 
-}
-
-ParseRun::ParseRun(iParseCB& control, int flags)
-    : cb(control), skipsBlankText((flags & PDS_PARSE_F_SKIP_WS) != 0),
-      tellsNullAttribute((flags & PDS_PARSE_F_NULL_ATTR) != 0), begin(control.pBuffer),
-      end(control.pBuffer + control.nBuffUsed), p(control.pBuffer), mark(0), state(ST_TOP),
-      resumed(ST_TOP), hasRoot(false), tag(control.pBuffer), tagLength(0)
+/** Makes room for an attribute's name and value and the null entry behind all; false without memory. */
+bool reserveAttribute(iParseCB& cb)
 {
-}
-
-int ParseRun::run()
-{
-    int code = PDS_PARSE_OK;
-    // A tag that was its own end is delivered also where the text ends behind it.
-    while (code == PDS_PARSE_OK && (p != end || state == ST_TAG_EMPTY)) {
-        code = step();
+    if (cb.nNumAttrs + 3 < cb.nMaxAttrs) {
+        return true;
     }
-    if (code != PDS_PARSE_OK || state == ST_TOP) {
-        return code;
+    const std::size_t capacity = cb.nMaxAttrs == 0 ? INITIAL_ATTRS : 2 * cb.nMaxAttrs;
+    auto** const grown = static_cast<char**>(std::malloc(capacity * sizeof(char*)));
+    if (grown == nullptr) {
+        return false;
+    }
+    std::copy_n(cb.apszAttrs, cb.nNumAttrs, grown);
+    std::free(cb.apszAttrs);
+    cb.apszAttrs = grown;
+    cb.nMaxAttrs = capacity;
+    return true;
+}
+
+/**
+ * One run of the state machine over the text of a control block, which it edits: what is delivered
+ * is ended by a NUL in its place.
+ *
+ * Ahead of the position the text has no NUL but the one behind its end, since it arrived as
+ * NUL-terminated pieces and only what is passed is edited.
+ *
+ * Every step returns PDS_PARSE_OK or the code that ends the parse.
+ */
+class ParseRun
+{
+public:
+    ParseRun(iParseCB& control, int flags, ElementPath& elements, AttributeNames& names)
+        : cb(control), path(elements), attributeNames(names),
+          skipsBlankText((flags & PDS_PARSE_F_SKIP_WS) != 0),
+          tellsNullAttribute((flags & PDS_PARSE_F_NULL_ATTR) != 0), begin(control.pBuffer),
+          end(control.pBuffer + control.nBuffUsed), p(control.pBuffer)
+    {
+    }
+
+    int run();
+    /** What is wrong, where run() returned PDS_PARSE_E_SYNTAX. */
+    String errorText() const;
+
+private:
+    /** What stands at the position. */
+    enum State {
+        ST_COMMENT,
+        ST_TOP,
+        ST_TAG_NAME,
+        ST_TAG_OPEN,
+        ST_TAG_EMPTY,
+        ST_ATTRS,
+        ST_END_TAG,
+        ST_CONTENT,
+        ST_CDATA
+    };
+
+    int step();
+    int top();
+    int tagName();
+    int attribute();
+    int attributeValue(char* name);
+    int startElement();
+    int content();
+    int text();
+    int cdataOpening();
+    int comment();
+    int cdata();
+    int endTag();
+    int endElement();
+    int processingInstruction();
+    int docType(char* behindOpening);
+
+    void markAt(const char* position)
+    {
+        mark = static_cast<std::size_t>(position - begin);
+    }
+    int syntaxError(const char* text)
+    {
+        message = text;
+        return PDS_PARSE_E_SYNTAX;
+    }
+
+    iParseCB& cb;
+    ElementPath& path;
+    AttributeNames& attributeNames;
+    const bool skipsBlankText;
+    const bool tellsNullAttribute;
+    char* const begin;
+    char* const end;
+    /** The position. */
+    char* p;
+    /** The offset that an error names; it may lie behind the end. */
+    std::size_t mark = 0;
+    const char* message = "";
+    State state = ST_TOP;
+    /** Where a comment or CDATA leads back to. */
+    State resumed = ST_TOP;
+    bool hasRoot = false;
+};
+
+inline int ParseRun::run()
+{
+    // A tag that was its own end is delivered also where the text ends behind it.
+    while (p != end || state == ST_TAG_EMPTY) {
+        const int code = step();
+        if (code != PDS_PARSE_OK) {
+            return code;
+        }
+    }
+    if (state == ST_TOP) {
+        return PDS_PARSE_OK;
     }
     mark -= std::min(mark, EARLY_END_BYTES);
     return syntaxError("Premature end of data stream (not at top-level)");
 }
 
-int ParseRun::step()
+inline int ParseRun::step()
 {
     switch (state) {
     case ST_COMMENT:
@@ -151,7 +187,7 @@ int ParseRun::step()
         return tagName();
     case ST_TAG_OPEN:
     case ST_TAG_EMPTY:
-        return tagOpen();
+        return startElement();
     case ST_ATTRS:
         return attribute();
     case ST_END_TAG:
@@ -166,8 +202,8 @@ int ParseRun::step()
 
 int ParseRun::top()
 {
-    p = skip(CHAR_SPACE, p);
-    mark = static_cast<std::size_t>(p - begin);
+    p = skipSpace(p, end);
+    markAt(p);
     if (p == end) {
         return PDS_PARSE_OK;
     }
@@ -197,12 +233,14 @@ int ParseRun::top()
 
 int ParseRun::processingInstruction()
 {
-    char* const behind = findBehind(p, end, "?>");
-    if (behind == nullptr) {
-        return syntaxError("Invalid processing instruction: '<?' without a matching '?>'");
+    // The "?" that opens it may be the one that closes it.
+    for (char* close = findByte(p, end, '?'); close != end; close = findByte(close + 1, end, '?')) {
+        if (close[1] == '>') {
+            p = close + 2;
+            return PDS_PARSE_OK;
+        }
     }
-    p = behind;
-    return PDS_PARSE_OK;
+    return syntaxError("Invalid processing instruction: '<?' without a matching '?>'");
 }
 
 int ParseRun::docType(char* behindOpening)
@@ -224,25 +262,23 @@ int ParseRun::comment()
     return PDS_PARSE_OK;
 }
 
-int ParseRun::tagName()
+inline int ParseRun::tagName()
 {
     char* const name = p;
-    mark = static_cast<std::size_t>(name - begin);
+    markAt(name);
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Element name [Start Tag] starts with an invalid character");
     }
-    char* const stop = skip(CHAR_NAME, name);
+    char* const stop = skipName(name, end);
     const char stopped = *stop;
     if (stopped != '>' && stopped != '/' && !isA(CHAR_SPACE, stopped)) {
         return syntaxError("Element name [Start Tag] contains an invalid character");
     }
     *stop = '\0';
     p = stop + 1;
-    tag = name;
-    tagLength = static_cast<std::size_t>(stop - name);
-    const int code = openPath();
-    if (code != PDS_PARSE_OK) {
-        return code;
+    const auto length = static_cast<std::size_t>(stop - name);
+    if (!path.open(name, length, cb.nTagDepth == 0)) {
+        return PDS_PARSE_E_NO_MEMORY;
     }
     ++cb.nTagDepth;
     cb.nNumAttrs = 0;
@@ -258,29 +294,13 @@ int ParseRun::tagName()
     return PDS_PARSE_OK;
 }
 
-int ParseRun::openPath()
+inline int ParseRun::attribute()
 {
-    try {
-        if (cb.nTagDepth == 0) {
-            cb.ssTagPath.assign(tag, tagLength);
-        } else {
-            slashes.push_back(cb.ssTagPath.size());
-            cb.ssTagPath.push_back('/');
-            cb.ssTagPath.append(tag, tagLength);
-        }
-        return PDS_PARSE_OK;
-    } catch (const std::bad_alloc&) {
-        return fail(PDS_PARSE_E_NO_MEMORY);
-    }
-}
-
-int ParseRun::attribute()
-{
-    p = skip(CHAR_SPACE, p);
+    p = skipSpace(p, end);
     if (p == end) {
         return PDS_PARSE_OK;
     }
-    mark = static_cast<std::size_t>(p - begin);
+    markAt(p);
     if (*p == '>') {
         ++p;
         state = ST_TAG_OPEN;
@@ -295,73 +315,39 @@ int ParseRun::attribute()
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Attribute name  starts with an invalid character");
     }
-    char* const stop = skip(CHAR_NAME, name);
+    char* const stop = skipName(name, end);
     if (*stop != '=') {
         return syntaxError("Attribute name doesn't terminate with an '='");
     }
     *stop = '\0';
     p = stop + 1;
-    const int code = noteAttribute(name, static_cast<std::size_t>(stop - name));
-    return code != PDS_PARSE_OK ? code : attributeValue();
-}
-
-int ParseRun::noteAttribute(char* name, std::size_t length)
-{
     if (tellsNullAttribute && cb.cbCommon != nullptr && std::strcmp(name, "NULL") == 0) {
-        const int code = nullAttribute();
+        const int code = EventSender(cb, path).nullAttribute();
         if (code != PDS_PARSE_OK) {
             return code;
         }
     }
     try {
-        if (!attributeNames.add(name, length, cb.apszAttrs, cb.nNumAttrs)) {
+        if (!attributeNames.add(name, static_cast<std::size_t>(stop - name), cb.apszAttrs, cb.nNumAttrs)) {
             return syntaxError("Duplicate attribute name");
         }
     } catch (const std::bad_alloc&) {
-        return fail(PDS_PARSE_E_NO_MEMORY);
+        return PDS_PARSE_E_NO_MEMORY;
     }
-    // Room for the name, its value and the null entry behind all.
-    if (cb.nNumAttrs + 3 >= cb.nMaxAttrs) {
-        const int code = growAttributes();
-        if (code != PDS_PARSE_OK) {
-            return code;
-        }
-    }
-    cb.apszAttrs[cb.nNumAttrs] = name;
-    return PDS_PARSE_OK;
+    return attributeValue(name);
 }
 
-int ParseRun::nullAttribute()
+inline int ParseRun::attributeValue(char* name)
 {
-    char nothing[] = "";
-    // Told as empty, but whoever walks it finds its end: each addition leaves room for one more.
-    cb.apszAttrs[cb.nNumAttrs] = nullptr;
-    return checkCallback(cb.cbCommon(&cb, PDS_PARSE_CB_DATA, cb.pUserData, cb.pUserDataAlt, tag, path(),
-                                     nothing, 0, cb.apszAttrs));
-}
-
-int ParseRun::growAttributes()
-{
-    const std::size_t capacity = cb.nMaxAttrs == 0 ? INITIAL_ATTRS : 2 * cb.nMaxAttrs;
-    auto** const grown = static_cast<char**>(std::malloc(capacity * sizeof(char*)));
-    if (grown == nullptr) {
-        return fail(PDS_PARSE_E_NO_MEMORY);
+    if (!reserveAttribute(cb)) {
+        return PDS_PARSE_E_NO_MEMORY;
     }
-    std::copy_n(cb.apszAttrs, cb.nNumAttrs, grown);
-    std::free(cb.apszAttrs);
-    cb.apszAttrs = grown;
-    cb.nMaxAttrs = capacity;
-    return PDS_PARSE_OK;
-}
-
-int ParseRun::attributeValue()
-{
     const char quote = *p;
     if (quote != '"' && quote != '\'') {
         return syntaxError("Attribute value doesn't start with a quote");
     }
     char* const value = p + 1;
-    mark = static_cast<std::size_t>(value - begin);
+    markAt(value);
     char* ampersand = nullptr;
     char* stop = findInValue(value, end, quote);
     while (stop != end && *stop != quote) {
@@ -380,40 +366,28 @@ int ParseRun::attributeValue()
     if (ampersand != nullptr && expandSpecialSymbols(ampersand, stop) != 0) {
         return syntaxError("Unrecognized special symbol");
     }
+    cb.apszAttrs[cb.nNumAttrs] = name;
     cb.apszAttrs[cb.nNumAttrs + 1] = value;
     cb.nNumAttrs += 2;
     return PDS_PARSE_OK;
 }
 
-int ParseRun::tagOpen()
+inline int ParseRun::startElement()
 {
-    cb.apszAttrs[cb.nNumAttrs] = nullptr;
-    cb.nInStartCB = 1;
-    const int result = deliverStart();
-    cb.nInStartCB = 0;
-    int code = checkCallback(result);
-    if (code == PDS_PARSE_OK && state == ST_TAG_EMPTY) {
-        code = deliverEnd();
-        if (code == PDS_PARSE_OK) {
-            closeElement();
-        }
+    const int code = EventSender(cb, path).start();
+    if (code != PDS_PARSE_OK) {
+        return code;
     }
-    state = behindElement();
-    return code;
+    if (state == ST_TAG_EMPTY) {
+        return endElement();
+    }
+    state = ST_CONTENT;
+    return PDS_PARSE_OK;
 }
 
-int ParseRun::deliverStart()
+inline int ParseRun::content()
 {
-    if (cb.cbCommon != nullptr) {
-        return cb.cbCommon(&cb, PDS_PARSE_CB_TAG_START, cb.pUserData, cb.pUserDataAlt, tag, path(),
-                           nullptr, cb.nNumAttrs, cb.apszAttrs);
-    }
-    return cb.cbTagStart(cb.pUserData, tag, path(), cb.nNumAttrs, cb.apszAttrs);
-}
-
-int ParseRun::content()
-{
-    mark = static_cast<std::size_t>(p - begin);
+    markAt(p);
     if (*p != '<') {
         return text();
     }
@@ -426,11 +400,16 @@ int ParseRun::content()
     case '?':
         return processingInstruction();
     case '!':
-        break;
+        return cdataOpening();
     default:
         state = ST_TAG_NAME;
         return PDS_PARSE_OK;
     }
+}
+
+/** And the other two that begin alike. */
+int ParseRun::cdataOpening()
+{
     if (startsWith(p, end, "!--")) {
         p += 3;
         resumed = ST_CONTENT;
@@ -450,15 +429,20 @@ int ParseRun::content()
     return PDS_PARSE_OK;
 }
 
-int ParseRun::text()
+inline int ParseRun::text()
 {
     char* const data = p;
-    char* stop = findEither(data, end, '<', '&');
+    if (skipsBlankText) {
+        p = skipSpace(p, end);
+        if (p == end || *p == '<') {
+            return PDS_PARSE_OK;
+        }
+    }
+    char* stop = findEither(p, end, '<', '&');
     char* ampersand = nullptr;
     if (*stop == '&') {
         ampersand = stop;
-        auto* const next = static_cast<char*>(std::memchr(stop, '<', static_cast<std::size_t>(end - stop)));
-        stop = next == nullptr ? end : next;
+        stop = findByte(stop, end, '<');
     }
     const char stopped = *stop;
     *stop = '\0';
@@ -467,26 +451,18 @@ int ParseRun::text()
         return syntaxError("Unrecognized special symbol");
     }
     int code = PDS_PARSE_OK;
-    if (!skipsBlankText || *skip(CHAR_SPACE, data) != '\0') {
-        code = deliverText(data);
+    // Symbols may also stand for blanks, or for the end of the text.
+    if (!skipsBlankText || ampersand == nullptr || *skip(CHAR_SPACE, data) != '\0') {
+        code = EventSender(cb, path).text(data);
     }
     *stop = stopped;
     return code;
 }
 
-int ParseRun::deliverText(char* data)
-{
-    if (cb.cbCommon != nullptr) {
-        return checkCallback(cb.cbCommon(&cb, PDS_PARSE_CB_DATA, cb.pUserData, cb.pUserDataAlt, tag,
-                                         path(), data, cb.nNumAttrs, cb.apszAttrs));
-    }
-    return checkCallback(cb.cbData(cb.pUserData, 0, data, path()));
-}
-
 int ParseRun::cdata()
 {
     char* const data = p;
-    mark = static_cast<std::size_t>(data - begin);
+    markAt(data);
     char* const behind = findBehind(data, end, "]]>");
     if (behind == nullptr) {
         return syntaxError("CDATA segment not terminated");
@@ -494,111 +470,79 @@ int ParseRun::cdata()
     *(behind - 3) = '\0';
     p = behind;
     state = resumed;
-    if (cb.cbCommon != nullptr) {
-        return checkCallback(cb.cbCommon(&cb, PDS_PARSE_CB_CDATA, cb.pUserData, cb.pUserDataAlt, tag,
-                                         path(), data, 0, nullptr));
-    }
-    return checkCallback(cb.cbData(cb.pUserData, 1, data, path()));
+    return EventSender(cb, path).cdata(data);
 }
 
-int ParseRun::endTag()
+inline int ParseRun::endTag()
 {
     char* const name = p;
-    mark = static_cast<std::size_t>(name - begin);
-    tag = name;
+    markAt(name);
+    // Most often it is the tag of the innermost element, with a ">" at once.
+    const std::size_t expected = path.tagLength();
+    if (expected != 0 && static_cast<std::size_t>(end - name) > expected && name[expected] == '>'
+        && std::memcmp(name, path.tag(), expected) == 0) {
+        name[expected] = '\0';
+        p = name + expected + 1;
+        return endElement();
+    }
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Element name [End Tag] starts with an invalid character");
     }
-    char* const stop = skip(CHAR_NAME, name);
-    tagLength = static_cast<std::size_t>(stop - name);
-    char* const close = skip(CHAR_SPACE, stop);
+    char* const stop = skipName(name, end);
+    char* const close = skipSpace(stop, end);
     const char closing = *close;
     *stop = '\0';
     if (closing != '>') {
         return syntaxError("Element name [End Tag] contains an invalid character");
     }
     p = close + 1;
-    // Only the tail of the path is looked at, wherever its "/" stand: "</b>" closes "<ab>".
-    const String& open = cb.ssTagPath;
-    if (tagLength > open.size() || open.compare(open.size() - tagLength, tagLength, tag, tagLength) != 0) {
+    if (!path.closeBy(name, static_cast<std::size_t>(stop - name))) {
         return syntaxError("Mismatched End Tag");
     }
-    const int code = deliverEnd();
-    if (code == PDS_PARSE_OK) {
-        closeElement();
-        state = behindElement();
-    }
-    return code;
+    return endElement();
 }
 
-int ParseRun::deliverEnd()
+inline int ParseRun::endElement()
 {
-    if (cb.cbCommon != nullptr) {
-        return checkCallback(cb.cbCommon(&cb, PDS_PARSE_CB_TAG_END, cb.pUserData, cb.pUserDataAlt, tag,
-                                         path(), nullptr, 0, nullptr));
+    const int code = EventSender(cb, path).end();
+    if (code != PDS_PARSE_OK) {
+        return code;
     }
-    return checkCallback(cb.cbTagEnd(cb.pUserData, tag, path()));
-}
-
-void ParseRun::closeElement()
-{
-    String& open = cb.ssTagPath;
-    open.resize(open.size() - tagLength);
-    if (!open.empty()) {
-        open.pop_back();
-    }
+    path.close();
     --cb.nTagDepth;
-    while (!slashes.empty() && slashes.back() >= open.size()) {
-        slashes.pop_back();
-    }
-    const std::size_t parent = slashes.empty() ? 0 : slashes.back() + 1;
-    tag = open.data() + parent;
-    tagLength = open.size() - parent;
     if (cb.nCbStackNum > 0) {
         parsePopCommonCB(cb);
     }
+    state = cb.nTagDepth != 0 ? ST_CONTENT : ST_TOP;
+    return PDS_PARSE_OK;
 }
 
-int ParseRun::checkCallback(int result)
-{
-    if (result != 0) {
-        return fail(PDS_PARSE_E_CALLBACK);
-    }
-    return cb.nPushErrCode == PDS_PARSE_OK ? PDS_PARSE_OK : fail(cb.nPushErrCode);
-}
-
-int ParseRun::fail(int code)
-{
-    cb.bError = 1;
-    return code;
-}
-
-int ParseRun::syntaxError(const char* message)
+String ParseRun::errorText() const
 {
     const auto size = static_cast<std::size_t>(end - begin);
     const std::size_t shown = std::min(mark, size);
-    try {
-        cb.ssErrMsg = message;
-        cb.ssErrMsg += " -- near offset ";
-        cb.ssErrMsg += std::to_string(mark);
-        cb.ssErrMsg += ": ";
-        cb.ssErrMsg.append(begin + shown, std::min(SHOWN_BYTES, size - shown));
-        cb.ssErrMsg += "...";
-    } catch (const std::bad_alloc&) {
-        cb.ssErrMsg.clear();
-        return fail(PDS_PARSE_E_NO_MEMORY);
+    return String(message) + " -- near offset " + std::to_string(mark) + ": "
+           + String(begin + shown, std::min(SHOWN_BYTES, size - shown)) + "...";
+}
+
+}
+
+int runParse(iParseCB& control, int flags)
+{
+    // Apart from the run, whose own state then has no address, and can stay in registers.
+    ElementPath path(control.ssTagPath);
+    AttributeNames names;
+    ParseRun run(control, flags, path, names);
+    int code = run.run();
+    if (code == PDS_PARSE_E_SYNTAX) {
+        try {
+            control.ssErrMsg = run.errorText();
+        } catch (const std::bad_alloc&) {
+            code = PDS_PARSE_E_NO_MEMORY;
+        }
     }
-    return fail(PDS_PARSE_E_SYNTAX);
-}
-
-ParseRun::State ParseRun::behindElement() const
-{
-    return cb.nTagDepth != 0 ? ST_CONTENT : ST_TOP;
-}
-
-char* ParseRun::path()
-{
-    return cb.ssTagPath.data();
+    control.bError = code != PDS_PARSE_OK ? 1 : 0;
+    return code;
 }
 
 }

@@ -23,7 +23,7 @@ using com::kor::dal::nim::xml::fillCharTypes;
 using com::kor::dal::nim::xml::iCbStackItem;
 using com::kor::dal::nim::xml::INITIAL_ATTRS;
 using com::kor::dal::nim::xml::iParseCB;
-using com::kor::dal::nim::xml::ParseRun;
+using com::kor::dal::nim::xml::runParse;
 
 namespace {
 
@@ -167,7 +167,7 @@ int nim_pdsParseBuffer(char* pszData, int nFlags, PDS_PARSE_H h)
         return PDS_PARSE_OK;
     }
     cb.bDone = 1;
-    return cb.nBuffUsed == 0 ? PDS_PARSE_OK : ParseRun(cb, nFlags).run();
+    return cb.nBuffUsed == 0 ? PDS_PARSE_OK : runParse(cb, nFlags);
 }
 
 int nim_pdsParseReset(int, void* pUserData, PDS_PARSE_H h)

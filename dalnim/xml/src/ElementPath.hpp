@@ -1,0 +1,97 @@
+#ifndef DALNIM_XML_SRC_ELEMENTPATH_HPP
+#define DALNIM_XML_SRC_ELEMENTPATH_HPP
+
+#include <dalnim/String.hpp>
+
+#include <cstddef>
+#include <cstring>
+#include <new>
+#include <vector>
+
+namespace com::kor::dal::nim::xml {
+
+/** The open elements of a parse: the text of their names, and the innermost one, which events are told for. */
+class ElementPath
+{
+public:
+    /** @param text the names joined by "/"; the first element replaces what it holds */
+    explicit ElementPath(String& text) : path(text), name(path.data()), length(0) {}
+
+    /**
+     * The tag stands behind its "<".
+     * @return false without memory
+     */
+    bool open(char* tag, std::size_t tagLength, bool isRoot)
+    {
+        try {
+            if (isRoot) {
+                path.assign(tag, tagLength);
+            } else {
+                const std::size_t slash = path.size();
+                slashes.push_back(slash);
+                // With the byte before it, which is made the "/".
+                path.append(tag - 1, tagLength + 1);
+                path[slash] = '/';
+            }
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+        take(tag, tagLength);
+        return true;
+    }
+
+    /** An end tag closes what the path ends with, wherever its "/" stand: "</b>" closes "<ab>". */
+    bool closeBy(char* tag, std::size_t tagLength)
+    {
+        if (tagLength > path.size()
+            || std::memcmp(path.data() + (path.size() - tagLength), tag, tagLength) != 0) {
+            return false;
+        }
+        take(tag, tagLength);
+        return true;
+    }
+
+    /** Cuts the tag off the path, with the "/" before it; the innermost element is the one then last. */
+    void close()
+    {
+        std::size_t rest = path.size() - length;
+        rest -= rest != 0 ? 1 : 0;
+        path.erase(rest);
+        while (!slashes.empty() && slashes.back() >= rest) {
+            slashes.pop_back();
+        }
+        const std::size_t parent = slashes.empty() ? 0 : slashes.back() + 1;
+        take(path.data() + parent, rest - parent);
+    }
+
+    char* tag() const
+    {
+        return name;
+    }
+    std::size_t tagLength() const
+    {
+        return length;
+    }
+    char* text() const
+    {
+        return path.data();
+    }
+
+private:
+    void take(char* tag, std::size_t tagLength)
+    {
+        name = tag;
+        length = tagLength;
+    }
+
+    String& path;
+    /** In the document, or the tail of the path. */
+    char* name;
+    std::size_t length;
+    /** Where the "/" stand in the path, so that a long path is not searched for each element. */
+    std::vector<std::size_t> slashes;
+};
+
+}
+
+#endif

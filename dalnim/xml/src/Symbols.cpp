@@ -1,0 +1,79 @@
+#include <dalnim/dalbase.hpp>
+
+#include "Symbols.hpp"
+
+#include "TextScan.hpp"
+
+#include <cstring>
+
+namespace com::kor::dal::nim::xml {
+
+namespace {
+
+/** The position behind the `rest` of a symbol, or null where something else stands. */
+template <std::size_t N>
+char* readRest(char* p, const char (&rest)[N]) noexcept
+{
+    // Byte by byte: what differs may be the NUL that ends the text.
+    for (std::size_t i = 0; i < N - 1; ++i) {
+        if (p[i] != rest[i]) {
+            return nullptr;
+        }
+    }
+    return p + (N - 1);
+}
+
+char* readNamed(char* p, char& value) noexcept
+{
+    switch (*p) {
+    case 'l':
+        value = '<';
+        return readRest(p, "lt;");
+    case 'g':
+        value = '>';
+        return readRest(p, "gt;");
+    case 'q':
+        value = '"';
+        return readRest(p, "quot;");
+    case 'a':
+        value = p[1] == 'm' ? '&' : '\'';
+        return p[1] == 'm' ? readRest(p, "amp;") : readRest(p, "apos;");
+    default:
+        return nullptr;
+    }
+}
+
+/** The number is formed in one byte: it wraps, and no digits are 0. */
+char* readNumber(char* p, char& value) noexcept
+{
+    unsigned number = 0;
+    for (; *p >= '0' && *p <= '9'; ++p) {
+        number = (number * 10 + static_cast<unsigned>(*p - '0')) % 256;
+    }
+    value = static_cast<char>(number);
+    return readRest(p, ";");
+}
+
+}
+
+int expandSpecialSymbols(char* p, char* end) noexcept
+{
+    char* out = p;
+    while (p != end) {
+        char value = '\0';
+        p = p[1] == '#' ? readNumber(p + 2, value) : readNamed(p + 1, value);
+        if (p == nullptr) {
+            return -1;
+        }
+        *out++ = value;
+        char* const next = findByte(p, end, '&');
+        const auto between = static_cast<std::size_t>(next - p);
+        std::memmove(out, p, between);
+        out += between;
+        p = next;
+    }
+    *out = '\0';
+    return 0;
+}
+
+}
