@@ -214,8 +214,9 @@ TEST(LockFault, SectionsReportAFailedStart)
         EXPECT_EQ(11, error.error());
         EXPECT_STREQ("Resource temporarily unavailable", error.what());
         ASSERT_EQ(1U, error.trace().size());
-        EXPECT_THAT(error.trace()[0],
-                    MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.CriticalSection\\.CriticalSection\\(\\):[0-9]+"));
+        EXPECT_THAT(
+            error.trace()[0],
+            MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.CriticalSection\\.CriticalSection\\(\\):[0-9]+"));
     }
     EXPECT_EQ((Calls{"init null", "init R"}), standIn.calls()) << "what was not made is not destroyed";
 }
@@ -267,7 +268,8 @@ TEST(LockFault, MutexesReportAFailedStart)
     EXPECT_EQ(12, error.error());
     EXPECT_STREQ("Cannot allocate memory", error.what());
     ASSERT_EQ(1U, error.trace().size());
-    EXPECT_THAT(error.trace()[0], MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.SysMutex\\.SysMutex\\(\\):[0-9]+"));
+    EXPECT_THAT(error.trace()[0],
+                MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.SysMutex\\.SysMutex\\(\\):[0-9]+"));
     EXPECT_EQ(Calls{"init null"}, standIn.calls());
 }
 
@@ -362,7 +364,8 @@ TEST(LockFault, ReaderWriterLocksReportAFailedStart)
     const system_error error = errorOf([] { const ReaderWriterLock lock; });
     EXPECT_EQ(12, error.error());
     EXPECT_STREQ("Cannot allocate memory", error.what());
-    EXPECT_EQ(std::vector<std::string>{"com.kor.dal.nim.mt.ReaderWriterLock.ReaderWriterLock()"}, places(error));
+    EXPECT_EQ(std::vector<std::string>{"com.kor.dal.nim.mt.ReaderWriterLock.ReaderWriterLock()"},
+              places(error));
     EXPECT_EQ(Calls{"rw init"}, standIn.calls());
 }
 

@@ -25,10 +25,12 @@
 namespace {
 
 namespace nim = com::kor::dal::nim;
+using mttest::awaitEnd;
 using mttest::Content;
 using mttest::Found;
 using mttest::Keys;
 using mttest::OwnTask;
+using mttest::refusal;
 using mttest::Work;
 using nim::mem::RcoRef;
 using nim::mt::Task;
@@ -41,24 +43,6 @@ typedef std::chrono::steady_clock Clock;
 static_assert(std::is_base_of_v<nim::type::Object, ThreadPool>);
 static_assert(!std::is_copy_constructible_v<ThreadPool>);
 static_assert(!std::is_copy_assignable_v<ThreadPool>);
-
-void awaitEnd(const Task& task)
-{
-    while (task.status() != Task::TSF_FINISHED) {
-        std::this_thread::yield();
-    }
-}
-
-template <class Refused>
-std::string refusal(Refused call)
-{
-    try {
-        call();
-    } catch (const std::logic_error& error) {
-        return error.what();
-    }
-    return "nothing";
-}
 
 std::unique_ptr<ThreadPool> makePool(unsigned int threads, unsigned int pending)
 {

@@ -1,12 +1,9 @@
 #include <dalnim/mt/Thread.hpp>
 
 #include <dalnim/mt/ThreadPool.hpp>
-#include <dalnim/sys/SysError.hpp>
-#include <dalnim/sys/internal/ThreadState.hpp>
-#include <dalnim/type/ContextScope.hpp>
-#include <dalnim/type/SecurityContext.hpp>
+#include <dalnim/sys/internal/CurrentContext.hpp>
+#include <dalnim/type/Cloneable.hpp>
 #include <qv/pmx/thread.h>
-#include <qv/rtlapi/RX_Exception.hpp>
 
 #include <gtest/gtest.h>
 
@@ -16,12 +13,8 @@
 #include <string>
 #include <thread>
 #include <type_traits>
-#include <typeinfo>
 #include <vector>
 
-#include <pthread.h>
-
-#include <log/Loggers.hpp>
 #include <qv/Threads.hpp>
 #include <support/VirtualSlot.hpp>
 
@@ -30,16 +23,14 @@
 namespace {
 
 namespace nim = com::kor::dal::nim;
-using mttest::Content;
-using mttest::Found;
-using mttest::Keys;
+using mttest::awaitEnd;
 using mttest::OwnTask;
+using mttest::OwnThread;
+using mttest::refusal;
 using mttest::Work;
 using nim::mt::Runnable;
 using nim::mt::Task;
 using nim::mt::Thread;
-using nim::sys::system_error;
-using nim::sys::internal::ThreadState;
 using qvtest::Caller;
 using qvtest::Gate;
 
@@ -49,43 +40,6 @@ static_assert(!std::is_constructible_v<Thread, bool, const char*, const char*>, 
 static_assert(!std::is_constructible_v<Thread, Runnable&, const char (&)[4]>, "a name is no flag");
 static_assert(!std::is_constructible_v<Thread, const char (&)[4]>, "a name is no flag");
 static_assert(!std::is_convertible_v<bool, Thread>);
-
-/** What `call` says that it refuses for. */
-template <class Refused>
-std::string refusal(Refused call)
-{
-    try {
-        call();
-    } catch (const std::logic_error& error) {
-        return error.what();
-    }
-    return "nothing";
-}
-
-void awaitEnd(const Task& task)
-{
-    while (task.status() != Task::TSF_FINISHED) {
-        std::this_thread::yield();
-    }
-}
-
-/** A thread that is its own target. */
-class OwnThread : public Thread
-{
-public:
-    explicit OwnThread(mttest::Call threadCall, bool joinable = true) : Thread(joinable), call(std::move(threadCall))
-    {
-    }
-    OwnThread(const char* name, const char* label) : Thread(true, name, label) {}
-
-    void run() override
-    {
-        call();
-    }
-
-private:
-    mttest::Call call;
-};
 
 TEST(Thread, IsCalledByItsName)
 {
@@ -120,7 +74,8 @@ TEST(Thread, IsNumberedBehindItsLabel)
 
 TEST(Thread, RefusesToHaveNoTarget)
 {
-    EXPECT_EQ("Runnable target was NULL", refusal([] { const Thread thread(static_cast<Runnable*>(nullptr)); }));
+    EXPECT_EQ("Runnable target was NULL",
+              refusal([] { const Thread thread(static_cast<Runnable*>(nullptr)); }));
     EXPECT_EQ("Runnable target was NULL",
               refusal([] { const Thread thread(static_cast<Runnable*>(nullptr), true, true, "x"); }));
     EXPECT_EQ("Runnable target was NULL",
@@ -316,7 +271,10 @@ TEST(Thread, IsStartedBeforeItRuns)
     class Witness : public nim::mem::RefCntObject, public nim::type::Cloneable
     {
     public:
-        Witness(const Task& first, const Task& second, bool& starting) : a(first), b(second), seen(starting) {}
+        Witness(const Task& first, const Task& second, bool& starting)
+            : a(first), b(second), seen(starting)
+        {
+        }
         ~Witness() noexcept override = default;
         nim::type::Cloneable* clone(bool) const override
         {
@@ -381,7 +339,8 @@ TEST(Thread, StartsNewObjects)
     std::atomic<int> destroyed{0};
     Work work([&] { ++runs; });
     const std::unique_ptr<Thread> first(Thread::start(work, true, "first"));
-    const std::unique_ptr<Thread> second(Thread::start(new Work([&] { ++runs; }, &destroyed), true, true, nullptr));
+    const std::unique_ptr<Thread> second(
+        Thread::start(new Work([&] { ++runs; }, &destroyed), true, true, nullptr));
     const std::unique_ptr<Thread> third(Thread::start(work, false, "third"));
     EXPECT_EQ("first", first->name());
     EXPECT_EQ("Thread" + std::to_string(second->taskId()), second->name());
@@ -418,395 +377,6 @@ TEST(Thread, ConfirmsTheEndOfADetachedRun)
     leave.open();
     waiter.join();
     EXPECT_TRUE(finished);
-}
-
-TEST(ThreadExceptions, GiveACloneToTheJoiner)
-{
-    Work work([] { throw system_error(5, "disk gone"); });
-    Thread thread(work);
-    thread.start();
-    const std::exception* const error = thread.join();
-    ASSERT_NE(nullptr, error);
-    EXPECT_EQ(typeid(system_error), typeid(*error));
-    EXPECT_STREQ("disk gone", error->what());
-    EXPECT_EQ(5, dynamic_cast<const system_error*>(error)->error());
-    EXPECT_EQ(Task::TSF_READY, thread.status());
-}
-
-TEST(ThreadExceptions, NameTheThreadOfAnUnknownOne)
-{
-    Work work([] { throw 42; });
-    Thread thread(work, true, "Reader");
-    thread.start();
-    const std::exception* const error = thread.join();
-    ASSERT_NE(nullptr, error);
-    EXPECT_EQ(typeid(std::logic_error), typeid(*error));
-    EXPECT_STREQ("Unknown Exception propagated from joinable thread 'Reader'", error->what());
-}
-
-/** An exception whose copy is none. */
-class Changeling : public std::runtime_error, public nim::type::Cloneable
-{
-public:
-    Changeling() : std::runtime_error("changeling") {}
-    nim::type::Cloneable* clone(bool) const override
-    {
-        return new Content(0);
-    }
-};
-
-TEST(ThreadExceptions, AreRaisedByTheJoinWhenTheyCannotBeKept)
-{
-    Work work([] { throw Changeling(); });
-    Thread thread(work);
-    thread.start();
-    EXPECT_THROW(thread.join(), RX_Exception);
-    EXPECT_NE(Task::TSF_READY, thread.status()) << "the rest of the join is left out";
-    EXPECT_EQ("Thread not ready to be started", refusal([&] { thread.start(); }));
-    EXPECT_THROW(thread.join(), RX_Exception) << "and so are its marks of being over";
-}
-
-/** Threads get a stack that no system has, until the end of the scope. */
-class NoThreads
-{
-public:
-    NoThreads()
-    {
-        pthread_getattr_default_np(&attributes);
-        pthread_attr_t huge = attributes;
-        pthread_attr_setstacksize(&huge, std::size_t(1) << 50);
-        pthread_setattr_default_np(&huge);
-    }
-    NoThreads(const NoThreads&) = delete;
-    NoThreads& operator=(const NoThreads&) = delete;
-    ~NoThreads()
-    {
-        pthread_setattr_default_np(&attributes);
-        pthread_attr_destroy(&attributes);
-    }
-
-private:
-    pthread_attr_t attributes;
-};
-
-TEST(ThreadExceptions, LeaveAThreadStartingThatTheSystemRefuses)
-{
-    std::atomic<int> runs{0};
-    Work work([&] { ++runs; });
-    for (const bool joinable : {true, false}) {
-        OwnTask target([&] { ++runs; });
-        Thread thread(target, joinable);
-        {
-            const NoThreads refused;
-            try {
-                thread.start();
-                ADD_FAILURE() << "nothing was thrown";
-            } catch (const RX_Exception& error) {
-                EXPECT_EQ(11, error.getCode());
-            }
-        }
-        EXPECT_EQ(Task::TSF_STARTING, thread.status());
-        EXPECT_EQ(Task::TSF_STARTING, target.status());
-        EXPECT_EQ("Thread not ready to be started", refusal([&] { thread.start(); }));
-    }
-    EXPECT_EQ(0, runs);
-}
-
-TEST(ThreadExceptions, LastUntilTheNextRun)
-{
-    bool fails = true;
-    Work work([&] {
-        if (fails) {
-            throw std::runtime_error("first");
-        }
-    });
-    Thread thread(work);
-    thread.start();
-    const std::exception* const error = thread.join();
-    ASSERT_NE(nullptr, error);
-    EXPECT_STREQ("first", error->what());
-    fails = false;
-    EXPECT_STREQ("first", error->what());
-    thread.start();
-    EXPECT_EQ(nullptr, thread.join());
-}
-
-TEST(ThreadExceptions, EndTheStateOfATargetToo)
-{
-    Work work([] { throw std::runtime_error("no more"); });
-    Task target(work);
-    Thread thread(target, false);
-    const logtest::DefaultLogger logger;
-    thread.start();
-    awaitEnd(thread);
-    EXPECT_EQ(Task::TSF_FINISHED, target.status());
-}
-
-TEST(ThreadExceptions, AreNotLoggedForAJoiner)
-{
-    logtest::DefaultLogger logger;
-    for (const bool known : {true, false}) {
-        Work work([known] {
-            if (known) {
-                throw std::runtime_error("no more");
-            }
-            throw 42;
-        });
-        Thread thread(work);
-        thread.start();
-        EXPECT_NE(nullptr, thread.join());
-    }
-    EXPECT_EQ("", logger.taken());
-}
-
-/** What a detached run of `call` logs. */
-nim::String logged(logtest::DefaultLogger& logger, mttest::Call call)
-{
-    Work work(std::move(call));
-    Thread thread(work, false, "Reader");
-    thread.start();
-    awaitEnd(thread);
-    return logger.taken();
-}
-
-TEST(ThreadExceptions, AreLoggedOfADetachedRun)
-{
-    logtest::DefaultLogger logger;
-    EXPECT_EQ("global WARNING Thread : Exception from detached thread 'Reader' discarded : no more\n",
-              logged(logger, [] { throw std::runtime_error("no more"); }));
-    EXPECT_EQ("global WARNING Thread : Exception from detached thread 'Reader' discarded : 5 : disk gone",
-              logtest::firstLine(logged(logger, [] { throw system_error(5, "disk gone"); })));
-    EXPECT_EQ("global ERROR Thread : Unknown exception propagated from detached thread 'Reader'.\n",
-              logged(logger, [] { throw 42; }));
-    EXPECT_EQ("", logged(logger, [] {}));
-}
-
-TEST(ThreadExceptions, AreDroppedBehindAClosedGate)
-{
-    logtest::DefaultLogger logger;
-    logger->setSeverity(nim::log::Severity_ERROR);
-    logger.taken();
-    EXPECT_EQ("", logged(logger, [] { throw std::runtime_error("no more"); }));
-    EXPECT_EQ("global ERROR Thread : Unknown exception propagated from detached thread 'Reader'.\n",
-              logged(logger, [] { throw 42; }));
-    logger->setSeverity(nim::log::Severity_FATAL);
-    logger.taken();
-    EXPECT_EQ("", logged(logger, [] { throw 42; }));
-}
-
-/** A target that every write to fails. */
-class Refusing : public std::streambuf
-{
-protected:
-    int_type overflow(int_type) override
-    {
-        throw 42;
-    }
-    std::streamsize xsputn(const char*, std::streamsize) override
-    {
-        throw std::runtime_error("refused");
-    }
-};
-
-TEST(ThreadExceptions, DoNotEndTheProcessWhenTheyCannotBeLogged)
-{
-    logtest::DefaultLogger logger;
-    Refusing refusing;
-    std::streambuf* const old = static_cast<std::ios&>(logger.sink).rdbuf(&refusing);
-    logger.sink.exceptions(std::ios::badbit);
-    {
-        const logtest::Captured errors(std::cerr);
-        Work work([] { throw std::runtime_error("no more"); });
-        Thread thread(work, false);
-        thread.start();
-        awaitEnd(thread);
-        Work unknown([] { throw 42; });
-        Thread other(unknown, false);
-        other.start();
-        awaitEnd(other);
-    }
-    logger.sink.exceptions(std::ios::goodbit);
-    static_cast<std::ios&>(logger.sink).rdbuf(old);
-    logger.sink.clear();
-}
-
-class ThreadContext : public testing::Test
-{
-protected:
-    ~ThreadContext() override
-    {
-        keys.removeAll();
-    }
-
-    Keys keys;
-};
-
-TEST_F(ThreadContext, FollowsTheRulesOfDuplication)
-{
-    keys.fileAll(7);
-    const Content* const source = Keys::here(keys.shared);
-    const Content* const cloned = Keys::here(keys.shallow);
-    for (const bool joinable : {true, false}) {
-        Found found;
-        Work work([&] { found.look(keys); });
-        Thread thread(work, joinable);
-        thread.start();
-        if (joinable) {
-            thread.join();
-        } else {
-            awaitEnd(thread);
-        }
-        EXPECT_EQ(nullptr, found.left);
-        EXPECT_EQ(source, found.shared);
-        ASSERT_TRUE(found.shallow);
-        EXPECT_NE(cloned, found.shallow.get());
-        EXPECT_EQ(Content::SHALLOW, found.shallow->origin);
-        EXPECT_EQ(7, found.shallow->value);
-        ASSERT_TRUE(found.deep);
-        EXPECT_EQ(Content::DEEP, found.deep->origin);
-    }
-    EXPECT_NE(nullptr, Keys::here(keys.left)) << "the starter keeps all";
-}
-
-TEST_F(ThreadContext, IsThatOfTheStart)
-{
-    auto* const content = new Content(1);
-    nim::type::ContainerContext::current()->add(nim::mem::RefCntObjectRef(content), keys.shallow);
-    int seen = 0;
-    bool later = true;
-    Gate enter;
-    OwnThread thread([&] {
-        enter.pass();
-        seen = Keys::here(keys.shallow)->value;
-        later = Keys::here(keys.shared) != nullptr;
-    });
-    thread.start();
-    content->value = 2;
-    keys.file(keys.shared, 3);
-    enter.open();
-    thread.join();
-    EXPECT_EQ(1, seen);
-    EXPECT_FALSE(later);
-}
-
-TEST_F(ThreadContext, IsTheGivenOne)
-{
-    keys.file(keys.shallow, 1);
-    nim::type::ContainerContextRef context(new nim::sys::internal::CurrentContext);
-    context->add(nim::mem::RefCntObjectRef(new Content(9)), keys.deep);
-    bool starters = true;
-    int seen = 0;
-    Work work([&] {
-        starters = Keys::here(keys.shallow) != nullptr;
-        seen = Keys::here(keys.deep)->value;
-    });
-    Thread thread(work);
-    thread.start(context.get());
-    thread.join();
-    EXPECT_FALSE(starters);
-    EXPECT_EQ(9, seen);
-    seen = 0;
-    const std::unique_ptr<Thread> another(Thread::start(work, true, nullptr, context.get()));
-    another->join();
-    EXPECT_EQ(9, seen);
-}
-
-TEST_F(ThreadContext, IsEmptyWithoutAny)
-{
-    bool none = false;
-    Work work([&] { none = keys.noneHere(); });
-    Thread thread(work);
-    thread.start();
-    thread.join();
-    EXPECT_TRUE(none);
-}
-
-/** Content that looks for the context of the thread on which it goes. */
-class Farewell : public nim::mem::RefCntObject
-{
-public:
-    Farewell(const Keys& itsKeys, const nim::type::ContainerContext*& seenContext, bool& seenEmpty)
-        : keys(itsKeys), context(seenContext), empty(seenEmpty)
-    {
-    }
-    ~Farewell() noexcept override
-    {
-        context = nim::type::ContainerContext::current().get();
-        empty = keys.noneHere();
-    }
-
-private:
-    const Keys& keys;
-    const nim::type::ContainerContext*& context;
-    bool& empty;
-};
-
-TEST_F(ThreadContext, IsEmptyAndTheSameObjectWhenItsContentGoes)
-{
-    const nim::type::ContainerContext* during = nullptr;
-    const nim::type::ContainerContext* after = nullptr;
-    bool empty = false;
-    OwnThread thread([&] {
-        const nim::type::ContainerContextRef current = nim::type::ContainerContext::current();
-        during = current.get();
-        nim::type::ContainerContextRef(current)->add(
-            nim::mem::RefCntObjectRef(new Farewell(keys, after, empty)), keys.left);
-        keys.file(keys.shared, 1);
-    });
-    thread.start();
-    thread.join();
-    EXPECT_NE(nullptr, during);
-    EXPECT_EQ(during, after);
-    EXPECT_TRUE(empty);
-}
-
-TEST_F(ThreadContext, SharesTheSecurityContext)
-{
-    using nim::type::SecurityContext;
-    const nim::type::ContextScope scope(SecurityContext::opCreate, nim::type::ContextScope::opRemove,
-                                        SecurityContext::KEY, 0, nim::type::ContainerContext::current());
-    const SecurityContext* const here = SecurityContext::current().get();
-    ASSERT_NE(nullptr, here);
-    const SecurityContext* there = nullptr;
-    const SecurityContext* deeper = nullptr;
-    OwnThread thread([&] {
-        there = SecurityContext::current().get();
-        OwnThread inner([&] { deeper = SecurityContext::current().get(); });
-        inner.start();
-        inner.join();
-    });
-    thread.start();
-    thread.join();
-    EXPECT_EQ(here, there);
-    EXPECT_EQ(here, deeper);
-}
-
-TEST_F(ThreadContext, LetsGoOfWhatItHadAtTheEnd)
-{
-    const nim::mem::RefCntObjectRef shared = keys.file(keys.shared, 1);
-    const std::uint32_t before = shared->refCount();
-    Work work;
-    Thread thread(work, false);
-    thread.start();
-    awaitEnd(thread);
-    while (shared->refCount() != before) {
-        std::this_thread::yield();
-    }
-    Thread joined(work);
-    joined.start();
-    joined.join();
-    EXPECT_EQ(before, shared->refCount());
-}
-
-TEST_F(ThreadContext, LeavesTheStateWhenItCannotBeCopied)
-{
-    nim::type::ContainerContext::current()->add(nim::mem::RefCntObjectRef(new Content(-1)), keys.deep);
-    Work work;
-    Task target(work);
-    Thread thread(target);
-    EXPECT_THROW(thread.start(), std::runtime_error);
-    EXPECT_EQ(Task::TSF_STARTING, thread.status());
-    EXPECT_EQ(Task::TSF_STARTING, target.status());
 }
 
 /** Whoever sees a detached thread finished may destroy it, however closely. */

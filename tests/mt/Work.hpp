@@ -3,6 +3,7 @@
 
 #include <dalnim/mem/RefCntObjectRef.hpp>
 #include <dalnim/mt/Task.hpp>
+#include <dalnim/mt/Thread.hpp>
 #include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/type/Cloneable.hpp>
 #include <dalnim/type/ContainerContext.hpp>
@@ -10,6 +11,8 @@
 #include <atomic>
 #include <functional>
 #include <stdexcept>
+#include <string>
+#include <thread>
 #include <utility>
 
 namespace mttest {
@@ -71,6 +74,44 @@ private:
     Call call;
     std::atomic<int>* destroyed;
 };
+
+/** A thread that is its own target, and runs a function. */
+class OwnThread : public nim::mt::Thread
+{
+public:
+    explicit OwnThread(Call threadCall, bool joinable = true)
+        : Thread(joinable), call(std::move(threadCall))
+    {
+    }
+    OwnThread(const char* name, const char* label) : Thread(true, name, label) {}
+
+    void run() override
+    {
+        call();
+    }
+
+private:
+    Call call;
+};
+
+inline void awaitEnd(const nim::mt::Task& task)
+{
+    while (task.status() != nim::mt::Task::TSF_FINISHED) {
+        std::this_thread::yield();
+    }
+}
+
+/** What `call` says that it refuses for. */
+template <class Refused>
+std::string refusal(Refused call)
+{
+    try {
+        call();
+    } catch (const std::logic_error& error) {
+        return error.what();
+    }
+    return "nothing";
+}
 
 /** Content of a context, which tells how it came to be. */
 class Content : public nim::mem::RefCntObject, public nim::type::Cloneable

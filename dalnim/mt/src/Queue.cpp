@@ -50,7 +50,8 @@ private:
 };
 
 Queue::Queue(unsigned int maxelems)
-    : sig(sync), flags(CONSTRUCTING), max_elems(maxelems), cur_elems(0), next_elem(nullptr), last_elem(nullptr)
+    : sig(sync), flags(CONSTRUCTING), max_elems(maxelems), cur_elems(0), next_elem(nullptr),
+      last_elem(nullptr)
 {
     flags = READY;
 }

@@ -210,8 +210,8 @@ void Thread::run_joinable()
     } catch (const std::exception& exc) {
         _exception.reset(cloneError(exc));
     } catch (...) {
-        _exception = std::make_unique<std::logic_error>("Unknown Exception propagated from joinable thread '" +
-                                                        name() + "'");
+        _exception = std::make_unique<std::logic_error>(
+            "Unknown Exception propagated from joinable thread '" + name() + "'");
     }
     run_post();
 }
@@ -225,12 +225,14 @@ void Thread::run_detached()
         logSafely([&] {
             // What an application runs on its threads is logged under its module, not the library's.
             using ::com_kor_dal_nim_log_module;
-            NIM_LOG_TRAPPED(Severity_WARNING, exc, "Exception from detached thread '" + name() + "' discarded");
+            NIM_LOG_TRAPPED(Severity_WARNING, exc,
+                            "Exception from detached thread '" + name() + "' discarded");
         });
     } catch (...) {
         logSafely([&] {
             using ::com_kor_dal_nim_log_module;
-            NIM_LOG(Severity_ERROR) << "Unknown exception propagated from detached thread '" << name() << "'.";
+            NIM_LOG(Severity_ERROR) << "Unknown exception propagated from detached thread '" << name()
+                                    << "'.";
         });
     }
     run_post();
