@@ -10,8 +10,7 @@ namespace com::kor::dal::nim::xml {
 
 namespace {
 
-constexpr std::size_t MAX_LISTED_NAMES = 16;
-constexpr std::size_t FIRST_SLOTS = 4 * MAX_LISTED_NAMES;
+constexpr std::size_t FIRST_SLOTS = 64;
 
 constexpr std::uint64_t PRIME = (std::uint64_t{1} << 61) - 1;
 
@@ -43,26 +42,12 @@ std::uint64_t hashOf(const char* name, std::size_t length) noexcept
     return hash == PRIME ? 0 : hash;
 }
 
-std::uint64_t kindOf(const char* name, std::size_t length) noexcept
-{
-    const auto first = static_cast<unsigned char>(name[0]);
-    const auto last = static_cast<unsigned char>(name[length - 1]);
-    return std::uint64_t{1} << ((first + 5U * last + 3U * length) % 64);
 }
 
-}
-
-bool AttributeNames::add(const char* name, std::size_t length, const char* const* attributes,
-                         std::size_t entries)
+bool AttributeNames::addToTable(const char* name, std::size_t length, const char* const* attributes,
+                                std::size_t names)
 {
-    const std::size_t names = entries / 2;
-    if (names < MAX_LISTED_NAMES) {
-        const std::uint64_t kind = kindOf(name, length);
-        const bool isNewKind = (seenKinds & kind) == 0;
-        seenKinds |= kind;
-        return isNewKind || !isListed(name, attributes, entries);
-    }
-    if (names == MAX_LISTED_NAMES) {
+    if (names == MAX_LISTED) {
         fill(attributes, names);
     } else if (2 * (names + 1) > slots.size()) {
         grow();
@@ -74,7 +59,7 @@ bool AttributeNames::isListed(const char* name, const char* const* attributes,
                               std::size_t entries) const noexcept
 {
     for (std::size_t i = 0; i < entries; i += 2) {
-        if (std::strcmp(attributes[i], name) == 0) {
+        if (attributes[i][0] == name[0] && std::strcmp(attributes[i], name) == 0) {
             return true;
         }
     }

@@ -28,15 +28,35 @@ public:
      * @param attributes, entries the names so far, at the even places
      * @return false when the name is among them
      */
-    bool add(const char* name, std::size_t length, const char* const* attributes, std::size_t entries);
+    bool add(const char* name, std::size_t length, const char* const* attributes, std::size_t entries)
+    {
+        if (entries >= 2 * MAX_LISTED) {
+            return addToTable(name, length, attributes, entries / 2);
+        }
+        const std::uint64_t kind = kindOf(name, length);
+        const bool isNewKind = (seenKinds & kind) == 0;
+        seenKinds |= kind;
+        return isNewKind || !isListed(name, attributes, entries);
+    }
 
 private:
+    /** More names than this are kept in the table. */
+    static constexpr std::size_t MAX_LISTED = 16;
+
     struct Slot
     {
         std::uint64_t hash;
         const char* name;
     };
 
+    static std::uint64_t kindOf(const char* name, std::size_t length) noexcept
+    {
+        const auto first = static_cast<unsigned char>(name[0]);
+        const auto last = static_cast<unsigned char>(name[length - 1]);
+        return std::uint64_t{1} << ((first + 5U * last + 3U * length) % 64);
+    }
+
+    bool addToTable(const char* name, std::size_t length, const char* const* attributes, std::size_t names);
     bool isListed(const char* name, const char* const* attributes, std::size_t entries) const noexcept;
     void fill(const char* const* attributes, std::size_t names);
     bool insert(const char* name, std::uint64_t hash);

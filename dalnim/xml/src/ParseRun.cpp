@@ -269,7 +269,7 @@ inline int ParseRun::tagName()
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Element name [Start Tag] starts with an invalid character");
     }
-    char* const stop = skipName(name, end);
+    char* const stop = skip(CHAR_NAME, name);
     const char stopped = *stop;
     if (stopped != '>' && stopped != '/' && !isA(CHAR_SPACE, stopped)) {
         return syntaxError("Element name [Start Tag] contains an invalid character");
@@ -296,7 +296,7 @@ inline int ParseRun::tagName()
 
 inline int ParseRun::attribute()
 {
-    p = skipSpace(p, end);
+    p = skip(CHAR_SPACE, p);
     if (p == end) {
         return PDS_PARSE_OK;
     }
@@ -315,7 +315,7 @@ inline int ParseRun::attribute()
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Attribute name  starts with an invalid character");
     }
-    char* const stop = skipName(name, end);
+    char* const stop = skip(CHAR_NAME, name);
     if (*stop != '=') {
         return syntaxError("Attribute name doesn't terminate with an '='");
     }
@@ -488,7 +488,7 @@ inline int ParseRun::endTag()
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Element name [End Tag] starts with an invalid character");
     }
-    char* const stop = skipName(name, end);
+    char* const stop = skip(CHAR_NAME, name);
     char* const close = skipSpace(stop, end);
     const char closing = *close;
     *stop = '\0';

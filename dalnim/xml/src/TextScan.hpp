@@ -83,26 +83,6 @@ inline char* findInValue(char* p, char* end, char quote) noexcept
     return p;
 }
 
-/** The first byte from `p` that may not stand in a name. */
-inline char* skipName(char* p, const char* end) noexcept
-{
-    for (; end - p >= SCAN_WIDTH; p += SCAN_WIDTH) {
-        const __m128i bytes = load(p);
-        const __m128i letters = inRange(_mm_or_si128(bytes, _mm_set1_epi8(0x20)), 'a', 26);
-        const __m128i digits = inRange(bytes, '0', 11); // and the ":" behind them
-        const __m128i dashes = _mm_or_si128(inRange(bytes, '-', 2), equal(bytes, '_'));
-        const __m128i marks = _mm_or_si128(equal(bytes, '?'), equal(bytes, '!'));
-        const unsigned named =
-            bitsOf(_mm_or_si128(_mm_or_si128(letters, digits), _mm_or_si128(dashes, marks)));
-        if (named != ALL_OF_THEM) {
-            p += __builtin_ctz(~named);
-            break;
-        }
-    }
-    // What the locale adds is in the table only.
-    return skip(CHAR_NAME, p);
-}
-
 /** The first byte from `p` that is no whitespace. */
 inline char* skipSpace(char* p, const char* end) noexcept
 {
