@@ -50,14 +50,21 @@ unsigned int validate_attributes(unsigned int attrib)
     return (attrib & DEEP) != 0 ? attrib & ~SHALLOW : attrib;
 }
 
+/** The track of keyAttributes() is made with its failure: each entry of a context that is copied asks. */
+[[noreturn]] void refuse_content_key(const char* complaint, unsigned int line)
+{
+    const sys::StackTrack track("keyAttributes()", Context::CLASS_NAME, NAMESPACE_NAME, line);
+    throw sys::system_error(EINVAL, complaint);
+}
+
 UInt32_t validate_content_key(UInt32_t key)
 {
     if (key == RESERVED_KEY) {
-        throw sys::system_error(EINVAL, "Reserved content key.");
+        refuse_content_key("Reserved content key.", __LINE__);
     }
     const UInt32_t attributes = (key & ATTR_MASK) >> ATTR_SHIFT;
     if ((attributes & SHARED) != 0 && (attributes & (SHALLOW | DEEP)) != 0) {
-        throw sys::system_error(EINVAL, "Key contains conflicting content attributes.");
+        refuse_content_key("Key contains conflicting content attributes.", __LINE__);
     }
     return attributes;
 }
@@ -100,7 +107,6 @@ UInt32_t Context::allocateKey(unsigned int key_attributes)
 
 UInt32_t Context::keyAttributes(unsigned int content_key)
 {
-    const sys::StackTrack track("keyAttributes()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     return validate_content_key(content_key);
 }
 
