@@ -40,6 +40,21 @@ public:
         return true;
     }
 
+    /** The position behind the innermost element's tag where it stands at `p`, else null. */
+    char* skipTag(char* p) const
+    {
+        if (length == 0) {
+            return nullptr;
+        }
+        // What differs may be the NUL that ends the text: no look at what lies behind it.
+        for (std::size_t i = 0; i < length; ++i) {
+            if (p[i] != name[i]) {
+                return nullptr;
+            }
+        }
+        return p + length;
+    }
+
     /** An end tag closes what the path ends with, wherever its "/" stand: "</b>" closes "<ab>". */
     bool closeBy(char* tag, std::size_t tagLength)
     {

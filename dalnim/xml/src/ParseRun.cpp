@@ -79,22 +79,23 @@ bool reserveAttribute(iParseCB& cb)
 }
 
 /**
- * One run of the state machine over the text of a control block, which it edits: what is delivered
- * is ended by a NUL in its place.
+ * One run over the text of a control block, which it edits: what is delivered is ended by a NUL in its
+ * place.
  *
  * Ahead of the position the text has no NUL but the one behind its end, since it arrived as
  * NUL-terminated pieces and only what is passed is edited.
  *
- * Every step returns PDS_PARSE_OK or the code that ends the parse.
+ * Each step takes the position of what it reads, and returns the position behind, or null when the
+ * parse ends with `code`.
  */
 class ParseRun
 {
 public:
-    ParseRun(iParseCB& control, int flags, ElementPath& elements, AttributeNames& names)
-        : cb(control), path(elements), attributeNames(names),
+    ParseRun(iParseCB& control, int flags)
+        : cb(control), path(control.ssTagPath), events(control, path),
           skipsBlankText((flags & PDS_PARSE_F_SKIP_WS) != 0),
           tellsNullAttribute((flags & PDS_PARSE_F_NULL_ATTR) != 0), begin(control.pBuffer),
-          end(control.pBuffer + control.nBuffUsed), p(control.pBuffer)
+          end(control.pBuffer + control.nBuffUsed)
     {
     }
 
@@ -103,121 +104,91 @@ public:
     String errorText() const;
 
 private:
-    /** What stands at the position. */
-    enum State {
-        ST_COMMENT,
-        ST_TOP,
-        ST_TAG_NAME,
-        ST_TAG_OPEN,
-        ST_TAG_EMPTY,
-        ST_ATTRS,
-        ST_END_TAG,
-        ST_CONTENT,
-        ST_CDATA
-    };
-
-    int step();
-    int top();
-    int tagName();
-    int attribute();
-    int attributeValue(char* name);
-    int startElement();
-    int content();
-    int text();
-    int cdataOpening();
-    int comment();
-    int cdata();
-    int endTag();
-    int endElement();
-    int processingInstruction();
-    int docType(char* behindOpening);
+    char* top(char* p);
+    char* content(char* p);
+    char* text(char* p);
+    char* exclamation(char* p);
+    char* startTag(char* p);
+    char* attributes(char* p);
+    char* attribute(char* p);
+    char* attributeValue(char* p);
+    char* startElement(char* p, bool isEmpty);
+    char* endTag(char* p);
+    char* endElement(char* p);
+    char* comment(char* p);
+    char* cdata(char* p);
+    char* processingInstruction(char* p);
+    char* docType(char* p);
 
     void markAt(const char* position)
     {
         mark = static_cast<std::size_t>(position - begin);
     }
-    int syntaxError(const char* text)
+
+    char* fail(int result)
+    {
+        code = result;
+        return nullptr;
+    }
+    char* syntaxError(const char* text)
     {
         message = text;
-        return PDS_PARSE_E_SYNTAX;
+        return fail(PDS_PARSE_E_SYNTAX);
+    }
+    char* earlyEnd()
+    {
+        mark -= std::min(mark, EARLY_END_BYTES);
+        return syntaxError("Premature end of data stream (not at top-level)");
+    }
+    /** Goes on with a callback behind it. */
+    char* check(int result, char* p)
+    {
+        return result == PDS_PARSE_OK ? p : fail(result);
     }
 
     iParseCB& cb;
-    ElementPath& path;
-    AttributeNames& attributeNames;
+    ElementPath path;
+    EventSender events;
+    AttributeNames attributeNames;
     const bool skipsBlankText;
     const bool tellsNullAttribute;
     char* const begin;
     char* const end;
-    /** The position. */
-    char* p;
+    bool hasRoot = false;
+    int code = PDS_PARSE_OK;
     /** The offset that an error names; it may lie behind the end. */
     std::size_t mark = 0;
     const char* message = "";
-    State state = ST_TOP;
-    /** Where a comment or CDATA leads back to. */
-    State resumed = ST_TOP;
-    bool hasRoot = false;
 };
 
-inline int ParseRun::run()
+int ParseRun::run()
 {
-    // A tag that was its own end is delivered also where the text ends behind it.
-    while (p != end || state == ST_TAG_EMPTY) {
-        const int code = step();
-        if (code != PDS_PARSE_OK) {
-            return code;
-        }
+    char* p = begin;
+    while (p != nullptr && p != end) {
+        p = cb.nTagDepth == 0 ? top(p) : content(p);
     }
-    if (state == ST_TOP) {
-        return PDS_PARSE_OK;
+    if (p != nullptr && cb.nTagDepth != 0) {
+        earlyEnd();
     }
-    mark -= std::min(mark, EARLY_END_BYTES);
-    return syntaxError("Premature end of data stream (not at top-level)");
+    return code;
 }
 
-inline int ParseRun::step()
-{
-    switch (state) {
-    case ST_COMMENT:
-        return comment();
-    case ST_TOP:
-        return top();
-    case ST_TAG_NAME:
-        return tagName();
-    case ST_TAG_OPEN:
-    case ST_TAG_EMPTY:
-        return startElement();
-    case ST_ATTRS:
-        return attribute();
-    case ST_END_TAG:
-        return endTag();
-    case ST_CONTENT:
-        return content();
-    case ST_CDATA:
-        return cdata();
-    }
-    return PDS_PARSE_OK;
-}
-
-int ParseRun::top()
+/** Outside of the root element. */
+char* ParseRun::top(char* p)
 {
     p = skipSpace(p, end);
     markAt(p);
     if (p == end) {
-        return PDS_PARSE_OK;
+        return p;
     }
     if (*p != '<') {
         return syntaxError("Invalid data contained outside a top-level Element");
     }
     if (startsWith(p, end, "<!--")) {
-        resumed = ST_TOP;
-        state = ST_COMMENT;
-        p += 4;
-        return PDS_PARSE_OK;
+        return comment(p + 4);
     }
     if (p[1] == '?') {
-        return processingInstruction();
+        return processingInstruction(p);
     }
     if (startsWith(p, end, "<!DOCTYPE ")) {
         return docType(p + 10);
@@ -226,44 +197,127 @@ int ParseRun::top()
         return syntaxError("Multiple top-level Elements encountered");
     }
     hasRoot = true;
-    ++p;
-    state = ST_TAG_NAME;
-    return PDS_PARSE_OK;
+    return startTag(p + 1);
 }
 
-int ParseRun::processingInstruction()
+/** Inside of an element: a text, or one piece of markup. */
+inline char* ParseRun::content(char* p)
 {
-    // The "?" that opens it may be the one that closes it.
-    for (char* close = findByte(p, end, '?'); close != end; close = findByte(close + 1, end, '?')) {
-        if (close[1] == '>') {
-            p = close + 2;
-            return PDS_PARSE_OK;
+    markAt(p);
+    if (*p != '<') {
+        return text(p);
+    }
+    *p++ = '\0';
+    switch (*p) {
+    case '/':
+        return endTag(p + 1);
+    case '!':
+        return exclamation(p);
+    case '?':
+        return processingInstruction(p);
+    default:
+        return startTag(p);
+    }
+}
+
+inline char* ParseRun::text(char* p)
+{
+    char* const data = p;
+    if (skipsBlankText) {
+        p = skipSpace(p, end);
+        if (p == end || *p == '<') {
+            return p;
+        }
+    }
+    char* stop = findEither(p, end, '<', '&');
+    char* ampersand = nullptr;
+    if (*stop == '&') {
+        ampersand = stop;
+        stop = findByte(stop, end, '<');
+    }
+    const char stopped = *stop;
+    *stop = '\0';
+    if (ampersand != nullptr) {
+        if (expandSpecialSymbols(ampersand, stop) != 0) {
+            return syntaxError("Unrecognized special symbol");
+        }
+        // Symbols may also stand for blanks, or for the end of the text.
+        if (skipsBlankText && *skip(CHAR_SPACE, data) == '\0') {
+            *stop = stopped;
+            return stop;
+        }
+    }
+    const int result = events.text(data);
+    *stop = stopped;
+    return check(result, stop);
+}
+
+/** In content, from the "!". */
+char* ParseRun::exclamation(char* p)
+{
+    if (startsWith(p, end, "!--")) {
+        return comment(p + 3);
+    }
+    if (startsWith(p, end, "!DOCTYPE ")) {
+        return docType(p + 9);
+    }
+    if (end - p < CDATA_OPENING_BYTES) {
+        mark = static_cast<std::size_t>(p - begin + CDATA_OPENING_BYTES);
+        return syntaxError("CDATA segment not terminated");
+    }
+    return cdata(p + CDATA_OPENING_BYTES);
+}
+
+char* ParseRun::comment(char* p)
+{
+    if (p == end) {
+        return earlyEnd();
+    }
+    char* const behind = findBehind(p, end, "-->");
+    return behind != nullptr ? behind : syntaxError("Comment not terminated");
+}
+
+char* ParseRun::cdata(char* p)
+{
+    if (p == end) {
+        return earlyEnd();
+    }
+    markAt(p);
+    char* const behind = findBehind(p, end, "]]>");
+    if (behind == nullptr) {
+        return syntaxError("CDATA segment not terminated");
+    }
+    *(behind - 3) = '\0';
+    return check(events.cdata(p), behind);
+}
+
+/** The "?" that opens it may be the one that closes it. */
+char* ParseRun::processingInstruction(char* p)
+{
+    while ((p = findByte(p, end, '?')) != end) {
+        ++p;
+        if (*p == '>') {
+            return p + 1;
         }
     }
     return syntaxError("Invalid processing instruction: '<?' without a matching '?>'");
 }
 
-int ParseRun::docType(char* behindOpening)
+char* ParseRun::docType(char* p)
 {
-    if (findEndOfDocType(behindOpening, end, &p) != 0) {
+    char* behind = nullptr;
+    if (findEndOfDocType(p, end, &behind) != 0) {
         return syntaxError("DOCTYPE tag is not properly terminated - reached End Of Document");
     }
-    return PDS_PARSE_OK;
+    return behind;
 }
 
-int ParseRun::comment()
+/** From its name. */
+inline char* ParseRun::startTag(char* p)
 {
-    char* const behind = findBehind(p, end, "-->");
-    if (behind == nullptr) {
-        return syntaxError("Comment not terminated");
+    if (p == end) {
+        return earlyEnd();
     }
-    p = behind;
-    state = resumed;
-    return PDS_PARSE_OK;
-}
-
-inline int ParseRun::tagName()
-{
     char* const name = p;
     markAt(name);
     if (!isA(CHAR_NAME_START, *name)) {
@@ -276,41 +330,43 @@ inline int ParseRun::tagName()
     }
     *stop = '\0';
     p = stop + 1;
-    const auto length = static_cast<std::size_t>(stop - name);
-    if (!path.open(name, length, cb.nTagDepth == 0)) {
-        return PDS_PARSE_E_NO_MEMORY;
+    if (!path.open(name, static_cast<std::size_t>(stop - name), cb.nTagDepth == 0)) {
+        return fail(PDS_PARSE_E_NO_MEMORY);
     }
     ++cb.nTagDepth;
     cb.nNumAttrs = 0;
-    attributeNames.clear();
     if (stopped == '>') {
-        state = ST_TAG_OPEN;
-    } else if (stopped == '/' && *p == '>') {
-        ++p;
-        state = ST_TAG_EMPTY;
-    } else {
-        state = ST_ATTRS;
+        return startElement(p, false);
     }
-    return PDS_PARSE_OK;
+    if (stopped == '/' && *p == '>') {
+        return startElement(p + 1, true);
+    }
+    return attributes(p);
 }
 
-inline int ParseRun::attribute()
+/** And the end of their tag. */
+inline char* ParseRun::attributes(char* p)
 {
-    p = skip(CHAR_SPACE, p);
-    if (p == end) {
-        return PDS_PARSE_OK;
+    attributeNames.clear();
+    while (p != nullptr) {
+        p = skip(CHAR_SPACE, p);
+        if (p == end) {
+            return earlyEnd();
+        }
+        markAt(p);
+        if (*p == '>') {
+            return startElement(p + 1, false);
+        }
+        if (*p == '/' && p[1] == '>') {
+            return startElement(p + 2, true);
+        }
+        p = attribute(p);
     }
-    markAt(p);
-    if (*p == '>') {
-        ++p;
-        state = ST_TAG_OPEN;
-        return PDS_PARSE_OK;
-    }
-    if (*p == '/' && p[1] == '>') {
-        p += 2;
-        state = ST_TAG_EMPTY;
-        return PDS_PARSE_OK;
-    }
+    return nullptr;
+}
+
+inline char* ParseRun::attribute(char* p)
+{
     char* const name = p;
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Attribute name  starts with an invalid character");
@@ -320,11 +376,10 @@ inline int ParseRun::attribute()
         return syntaxError("Attribute name doesn't terminate with an '='");
     }
     *stop = '\0';
-    p = stop + 1;
     if (tellsNullAttribute && cb.cbCommon != nullptr && std::strcmp(name, "NULL") == 0) {
-        const int code = EventSender(cb, path).nullAttribute();
-        if (code != PDS_PARSE_OK) {
-            return code;
+        const int result = events.nullAttribute();
+        if (result != PDS_PARSE_OK) {
+            return fail(result);
         }
     }
     try {
@@ -332,16 +387,17 @@ inline int ParseRun::attribute()
             return syntaxError("Duplicate attribute name");
         }
     } catch (const std::bad_alloc&) {
-        return PDS_PARSE_E_NO_MEMORY;
+        return fail(PDS_PARSE_E_NO_MEMORY);
     }
-    return attributeValue(name);
+    if (!reserveAttribute(cb)) {
+        return fail(PDS_PARSE_E_NO_MEMORY);
+    }
+    cb.apszAttrs[cb.nNumAttrs] = name;
+    return attributeValue(stop + 1);
 }
 
-inline int ParseRun::attributeValue(char* name)
+inline char* ParseRun::attributeValue(char* p)
 {
-    if (!reserveAttribute(cb)) {
-        return PDS_PARSE_E_NO_MEMORY;
-    }
     const char quote = *p;
     if (quote != '"' && quote != '\'') {
         return syntaxError("Attribute value doesn't start with a quote");
@@ -362,159 +418,65 @@ inline int ParseRun::attributeValue(char* name)
         return syntaxError("Attribute value doesn't end with a quote");
     }
     *stop = '\0';
-    p = stop + 1;
     if (ampersand != nullptr && expandSpecialSymbols(ampersand, stop) != 0) {
         return syntaxError("Unrecognized special symbol");
     }
-    cb.apszAttrs[cb.nNumAttrs] = name;
     cb.apszAttrs[cb.nNumAttrs + 1] = value;
     cb.nNumAttrs += 2;
-    return PDS_PARSE_OK;
+    return stop + 1;
 }
 
-inline int ParseRun::startElement()
+/** Behind its start tag. One that is a tag alone is told also where the text ends behind it. */
+inline char* ParseRun::startElement(char* p, bool isEmpty)
 {
-    const int code = EventSender(cb, path).start();
-    if (code != PDS_PARSE_OK) {
-        return code;
+    if (p == end && !isEmpty) {
+        return earlyEnd();
     }
-    if (state == ST_TAG_EMPTY) {
-        return endElement();
-    }
-    state = ST_CONTENT;
-    return PDS_PARSE_OK;
+    const int result = events.start();
+    return result == PDS_PARSE_OK && isEmpty ? endElement(p) : check(result, p);
 }
 
-inline int ParseRun::content()
+/** From its name. */
+inline char* ParseRun::endTag(char* p)
 {
-    markAt(p);
-    if (*p != '<') {
-        return text();
+    if (p == end) {
+        return earlyEnd();
     }
-    *p++ = '\0';
-    switch (*p) {
-    case '/':
-        ++p;
-        state = ST_END_TAG;
-        return PDS_PARSE_OK;
-    case '?':
-        return processingInstruction();
-    case '!':
-        return cdataOpening();
-    default:
-        state = ST_TAG_NAME;
-        return PDS_PARSE_OK;
-    }
-}
-
-/** And the other two that begin alike. */
-int ParseRun::cdataOpening()
-{
-    if (startsWith(p, end, "!--")) {
-        p += 3;
-        resumed = ST_CONTENT;
-        state = ST_COMMENT;
-        return PDS_PARSE_OK;
-    }
-    if (startsWith(p, end, "!DOCTYPE ")) {
-        return docType(p + 9);
-    }
-    resumed = ST_CONTENT;
-    state = ST_CDATA;
-    if (end - p < CDATA_OPENING_BYTES) {
-        mark = static_cast<std::size_t>(p - begin + CDATA_OPENING_BYTES);
-        return syntaxError("CDATA segment not terminated");
-    }
-    p += CDATA_OPENING_BYTES;
-    return PDS_PARSE_OK;
-}
-
-inline int ParseRun::text()
-{
-    char* const data = p;
-    if (skipsBlankText) {
-        p = skipSpace(p, end);
-        if (p == end || *p == '<') {
-            return PDS_PARSE_OK;
-        }
-    }
-    char* stop = findEither(p, end, '<', '&');
-    char* ampersand = nullptr;
-    if (*stop == '&') {
-        ampersand = stop;
-        stop = findByte(stop, end, '<');
-    }
-    const char stopped = *stop;
-    *stop = '\0';
-    p = stop;
-    if (ampersand != nullptr && expandSpecialSymbols(ampersand, stop) != 0) {
-        return syntaxError("Unrecognized special symbol");
-    }
-    int code = PDS_PARSE_OK;
-    // Symbols may also stand for blanks, or for the end of the text.
-    if (!skipsBlankText || ampersand == nullptr || *skip(CHAR_SPACE, data) != '\0') {
-        code = EventSender(cb, path).text(data);
-    }
-    *stop = stopped;
-    return code;
-}
-
-int ParseRun::cdata()
-{
-    char* const data = p;
-    markAt(data);
-    char* const behind = findBehind(data, end, "]]>");
-    if (behind == nullptr) {
-        return syntaxError("CDATA segment not terminated");
-    }
-    *(behind - 3) = '\0';
-    p = behind;
-    state = resumed;
-    return EventSender(cb, path).cdata(data);
-}
-
-inline int ParseRun::endTag()
-{
     char* const name = p;
     markAt(name);
     // Most often it is the tag of the innermost element, with a ">" at once.
-    const std::size_t expected = path.tagLength();
-    if (expected != 0 && static_cast<std::size_t>(end - name) > expected && name[expected] == '>'
-        && std::memcmp(name, path.tag(), expected) == 0) {
-        name[expected] = '\0';
-        p = name + expected + 1;
-        return endElement();
+    if (char* const close = path.skipTag(name); close != nullptr && *close == '>') {
+        *close = '\0';
+        return endElement(close + 1);
     }
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Element name [End Tag] starts with an invalid character");
     }
     char* const stop = skip(CHAR_NAME, name);
-    char* const close = skipSpace(stop, end);
+    char* const close = skip(CHAR_SPACE, stop);
     const char closing = *close;
     *stop = '\0';
     if (closing != '>') {
         return syntaxError("Element name [End Tag] contains an invalid character");
     }
-    p = close + 1;
     if (!path.closeBy(name, static_cast<std::size_t>(stop - name))) {
         return syntaxError("Mismatched End Tag");
     }
-    return endElement();
+    return endElement(close + 1);
 }
 
-inline int ParseRun::endElement()
+inline char* ParseRun::endElement(char* p)
 {
-    const int code = EventSender(cb, path).end();
-    if (code != PDS_PARSE_OK) {
-        return code;
+    const int result = events.end();
+    if (result != PDS_PARSE_OK) {
+        return fail(result);
     }
     path.close();
     --cb.nTagDepth;
     if (cb.nCbStackNum > 0) {
         parsePopCommonCB(cb);
     }
-    state = cb.nTagDepth != 0 ? ST_CONTENT : ST_TOP;
-    return PDS_PARSE_OK;
+    return p;
 }
 
 String ParseRun::errorText() const
@@ -529,10 +491,7 @@ String ParseRun::errorText() const
 
 int runParse(iParseCB& control, int flags)
 {
-    // Apart from the run, whose own state then has no address, and can stay in registers.
-    ElementPath path(control.ssTagPath);
-    AttributeNames names;
-    ParseRun run(control, flags, path, names);
+    ParseRun run(control, flags);
     int code = run.run();
     if (code == PDS_PARSE_E_SYNTAX) {
         try {
