@@ -6,11 +6,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 
 using com::kor::dal::nim::String;
 using com::kor::dal::nim::sys::system_error;
+using com::kor::dal::nim::xml::Attributes;
 using com::kor::dal::nim::xml::ConsumerRef;
 using com::kor::dal::nim::xml::Parser;
 using test::Listener;
@@ -173,6 +175,52 @@ TEST_F(ParserTest, AConsumerMayParseOnItsOwnParser)
     parser.parse("<a>1<b/>2</a>", 1);
     EXPECT_EQ(inner->events().size(), 4U);
     EXPECT_EQ(listener->events().size(), 6U);
+}
+
+TEST(ParserSize, AnEventCostsTheSameAtAnyDepth)
+{
+    // Takes minutes where each event copies the path.
+    class Counter : public com::kor::dal::nim::xml::Consumer
+    {
+    public:
+        std::size_t events = 0;
+        std::size_t longest = 0;
+
+        bool elementBegin(const String&, const String& fullTag, const Attributes&) override
+        {
+            return count(fullTag);
+        }
+        bool elementEnd(const String&, const String& fullTag) override
+        {
+            return count(fullTag);
+        }
+        bool elementProcessData(const String& tag, const String& fullTag, const String&, bool) override
+        {
+            return tag == "a" && count(fullTag);
+        }
+
+    private:
+        bool count(const String& fullTag)
+        {
+            ++events;
+            longest = std::max(longest, fullTag.size());
+            return true;
+        }
+    };
+    constexpr std::size_t DEPTH = 500000;
+    String text;
+    for (std::size_t i = 0; i < DEPTH; ++i) {
+        text += "<a>x";
+    }
+    for (std::size_t i = 0; i < DEPTH; ++i) {
+        text += "</a>";
+    }
+    com::kor::dal::nim::mem::RcoRef<Counter> counter(new Counter);
+    ConsumerRef consumer(counter);
+    Parser parser(consumer);
+    parser.parse(text, 1);
+    EXPECT_EQ(counter->events, 3 * DEPTH);
+    EXPECT_EQ(counter->longest, 2 * DEPTH - 1);
 }
 
 TEST_F(ParserTest, ReadsAStreamToItsEnd)

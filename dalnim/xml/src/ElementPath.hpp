@@ -10,6 +10,44 @@
 
 namespace com::kor::dal::nim::xml {
 
+/** A stack that takes memory only where a document nests deeper than most do. */
+class OffsetStack
+{
+public:
+    bool isEmpty() const
+    {
+        return size == 0;
+    }
+    std::size_t last() const
+    {
+        return size <= NEAR ? near[size - 1] : far.back();
+    }
+    /** May throw `std::bad_alloc`. */
+    void push(std::size_t offset)
+    {
+        if (size < NEAR) {
+            near[size] = offset;
+        } else {
+            far.push_back(offset);
+        }
+        ++size;
+    }
+    void pop()
+    {
+        if (size > NEAR) {
+            far.pop_back();
+        }
+        --size;
+    }
+
+private:
+    static constexpr std::size_t NEAR = 32;
+
+    std::size_t size = 0;
+    std::size_t near[NEAR];
+    std::vector<std::size_t> far;
+};
+
 /** The open elements of a parse: the text of their names, and the innermost one, which events are told for. */
 class ElementPath
 {
@@ -28,7 +66,7 @@ public:
                 path.assign(tag, tagLength);
             } else {
                 const std::size_t slash = path.size();
-                slashes.push_back(slash);
+                slashes.push(slash);
                 // With the byte before it, which is made the "/".
                 path.append(tag - 1, tagLength + 1);
                 path[slash] = '/';
@@ -72,10 +110,10 @@ public:
         std::size_t rest = path.size() - length;
         rest -= rest != 0 ? 1 : 0;
         path.erase(rest);
-        while (!slashes.empty() && slashes.back() >= rest) {
-            slashes.pop_back();
+        while (!slashes.isEmpty() && slashes.last() >= rest) {
+            slashes.pop();
         }
-        const std::size_t parent = slashes.empty() ? 0 : slashes.back() + 1;
+        const std::size_t parent = slashes.isEmpty() ? 0 : slashes.last() + 1;
         take(path.data() + parent, rest - parent);
     }
 
@@ -104,7 +142,7 @@ private:
     char* name;
     std::size_t length;
     /** Where the "/" stand in the path, so that a long path is not searched for each element. */
-    std::vector<std::size_t> slashes;
+    OffsetStack slashes;
 };
 
 }

@@ -2,6 +2,8 @@
 
 #include <dalnim/xml/Parser.hpp>
 
+#include "ParseControl.hpp"
+
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/xml/nim_opbparse.h>
@@ -15,9 +17,31 @@ namespace com::kor::dal::nim::xml {
 
 namespace {
 
-ConsumerRef consumerAt(void* context)
+/**
+ * One parse on its way to the consumer: the context of the adapters. Its strings keep their memory
+ * from one event to the next.
+ */
+struct Delivery
 {
-    return *static_cast<ConsumerRef*>(context);
+    Delivery(const ConsumerRef& receiver, const PDS_PARSE_H& parser) : consumer(receiver), handle(parser) {}
+
+    /** The full tag, as it stands in the parser: an event costs the same at any depth. */
+    const String& path() const
+    {
+        return static_cast<const iParseCB*>(handle)->ssTagPath;
+    }
+
+    /** Of its own, so that the consumer lives through its calls. */
+    ConsumerRef consumer;
+    const PDS_PARSE_H& handle;
+    String tag;
+    String data;
+    Attributes attrs;
+};
+
+Delivery& deliveryOf(void* context)
+{
+    return *static_cast<Delivery*>(context);
 }
 
 int answer(bool goOn)
@@ -27,34 +51,37 @@ int answer(bool goOn)
 
 extern "C" {
 
-int processStartTag(void* context, char* tag, char* fullTag, std::size_t numAttributes, char** attributes)
+int processStartTag(void* context, char* tag, char*, std::size_t numAttributes, char** attributes)
 {
-    ConsumerRef consumer = consumerAt(context);
-    Attributes attrs;
-    attrs.reserve(numAttributes / 2);
+    Delivery& delivery = deliveryOf(context);
+    delivery.tag = tag;
+    delivery.attrs.resize(numAttributes / 2);
     for (std::size_t i = 0; i < numAttributes; i += 2) {
         if (attributes[i] == nullptr || attributes[i + 1] == nullptr) {
             throw std::runtime_error("NULL name or value found for attribute " + std::to_string(i / 2)
                                      + " of " + std::to_string(numAttributes / 2 - 1));
         }
-        attrs.push_back(Attribute{attributes[i], attributes[i + 1]});
+        delivery.attrs[i / 2].name = attributes[i];
+        delivery.attrs[i / 2].value = attributes[i + 1];
     }
-    return answer(consumer->elementBegin(tag, fullTag, attrs));
+    return answer(delivery.consumer->elementBegin(delivery.tag, delivery.path(), delivery.attrs));
 }
 
-int processEndTag(void* context, char* tag, char* fullTag)
+int processEndTag(void* context, char* tag, char*)
 {
-    ConsumerRef consumer = consumerAt(context);
-    return answer(consumer->elementEnd(tag, fullTag));
+    Delivery& delivery = deliveryOf(context);
+    delivery.tag = tag;
+    return answer(delivery.consumer->elementEnd(delivery.tag, delivery.path()));
 }
 
-int processData(void* context, int isCData, char* data, char* fullTag)
+int processData(void* context, int isCData, char* data, char*)
 {
-    ConsumerRef consumer = consumerAt(context);
-    const String path = fullTag;
+    Delivery& delivery = deliveryOf(context);
+    const String& path = delivery.path();
     // Without a "/" the path is the tag: npos + 1 is 0.
-    const String tag = path.substr(path.rfind('/') + 1);
-    return answer(consumer->elementProcessData(tag, path, data, isCData == 1));
+    delivery.tag.assign(path, path.rfind('/') + 1, String::npos);
+    delivery.data = data;
+    return answer(delivery.consumer->elementProcessData(delivery.tag, path, delivery.data, isCData == 1));
 }
 }
 
@@ -89,13 +116,14 @@ Parser::~Parser()
 void Parser::parse(const String& doc, int docId)
 {
     const sys::StackTrack track("parse()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    Delivery delivery(consumer, parserHandle);
     int code = PDS_PARSE_OK;
     if (parserHandle == nullptr) {
         consumer->setDocumentId(docId);
-        code = nim_pdsParseInit(0, &consumer, processStartTag, processEndTag, processData, nullptr, nullptr,
+        code = nim_pdsParseInit(0, &delivery, processStartTag, processEndTag, processData, nullptr, nullptr,
                                 &parserHandle);
     } else {
-        code = nim_pdsParseReset(0, &consumer, parserHandle);
+        code = nim_pdsParseReset(0, &delivery, parserHandle);
     }
     checkPdsReturn(code, parserHandle);
     // The text is only read, for all that the plain function does not say so.
@@ -106,6 +134,7 @@ void Parser::parse(const String& doc, int docId)
 
 void Parser::parse(std::istream& is, int docId)
 {
+    const sys::StackTrack track("parse()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     String doc;
     char piece[1024];
     while (!is.eof()) {

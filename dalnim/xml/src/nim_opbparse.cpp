@@ -31,6 +31,7 @@ namespace {
 constexpr UInt32_t EYE_CATCHER = 'A' | 'P' << 8 | 'D' << 16 | 'P' << 24;
 
 constexpr std::size_t SMALLEST_OPEN_BUFFER = 2048;
+constexpr std::size_t COPY_CHUNK = 16384;
 constexpr int CB_STACK_STEP = 20;
 
 /** By detail code; the code of a result less PDS_PARSE_E_BAD_HANDLE, plus 1. */
@@ -75,11 +76,36 @@ bool reserve(iParseCB& cb, std::size_t added, bool last)
         return false;
     }
     if (cb.nBuffUsed > 0) {
-        std::memcpy(block, cb.pBuffer, cb.nBuffUsed + 1);
+        std::memcpy(block, cb.pBuffer, cb.nBuffUsed);
     }
     std::free(cb.pBuffer);
     cb.pBuffer = block;
     cb.nBuffSize = size;
+    return true;
+}
+
+/** Appends a piece of the document, and the NUL behind it; false without memory. */
+bool append(iParseCB& cb, const char* piece, bool last)
+{
+    // In chunks while there is room: what is measured is copied while it is still in the cache.
+    std::size_t taken = 0;
+    std::size_t length = COPY_CHUNK;
+    while (length == COPY_CHUNK && cb.nBuffUsed + COPY_CHUNK < cb.nBuffSize) {
+        length = strnlen(piece + taken, COPY_CHUNK);
+        std::memcpy(cb.pBuffer + cb.nBuffUsed, piece + taken, length);
+        taken += length;
+        cb.nBuffUsed += length;
+    }
+    if (length < COPY_CHUNK) {
+        cb.pBuffer[cb.nBuffUsed] = '\0';
+        return true;
+    }
+    length = std::strlen(piece + taken);
+    if (!reserve(cb, length, last)) {
+        return false;
+    }
+    std::memcpy(cb.pBuffer + cb.nBuffUsed, piece + taken, length + 1);
+    cb.nBuffUsed += length;
     return true;
 }
 
@@ -156,13 +182,10 @@ int nim_pdsParseBuffer(char* pszData, int nFlags, PDS_PARSE_H h)
         return PDS_PARSE_E_DONE;
     }
     const bool last = (nFlags & PDS_PARSE_F_LAST) != 0;
-    const std::size_t length = std::strlen(pszData);
-    if (!reserve(cb, length, last)) {
+    if (!append(cb, pszData, last)) {
         cb.bError = 1;
         return PDS_PARSE_E_NO_MEMORY;
     }
-    std::memcpy(cb.pBuffer + cb.nBuffUsed, pszData, length + 1);
-    cb.nBuffUsed += length;
     if (!last) {
         return PDS_PARSE_OK;
     }
