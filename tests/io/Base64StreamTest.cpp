@@ -348,6 +348,15 @@ TEST(Base64Stream, InputThatThrowsPassesItOn)
     EXPECT_EQ("", os.str());
 }
 
+TEST(Base64Stream, InputThatThrowsAtItsEnd)
+{
+    std::istringstream is("ABC");
+    is.exceptions(std::ios::eofbit);
+    std::ostringstream os;
+    EXPECT_THROW(Base64().encode(os, is), std::ios::failure);
+    EXPECT_EQ("QUJD", os.str());
+}
+
 TEST(Base64Stream, InputThatFailedBefore)
 {
     for (const std::ios::iostate state : {std::ios::failbit, std::ios::badbit}) {

@@ -78,7 +78,7 @@ class NumberOpsAny : public testing::Test
 typedef testing::Types<signed char, unsigned char, short, unsigned short, int, unsigned int, long,
                        unsigned long, long long, unsigned long long, float, double>
     AnyNumber;
-TYPED_TEST_SUITE(NumberOpsAny, AnyNumber);
+TYPED_TEST_SUITE(NumberOpsAny, AnyNumber, );
 
 TYPED_TEST(NumberOpsAny, EmptyTextIs0)
 {
@@ -130,7 +130,7 @@ class NumberOpsInteger : public testing::Test
 typedef testing::Types<signed char, unsigned char, short, unsigned short, int, unsigned int, long,
                        unsigned long, long long, unsigned long long>
     AnyInteger;
-TYPED_TEST_SUITE(NumberOpsInteger, AnyInteger);
+TYPED_TEST_SUITE(NumberOpsInteger, AnyInteger, );
 
 TYPED_TEST(NumberOpsInteger, Bases)
 {
@@ -244,7 +244,7 @@ class NumberOpsWideSigned : public testing::Test
 {
 };
 typedef testing::Types<long, long long> WideSigned;
-TYPED_TEST_SUITE(NumberOpsWideSigned, WideSigned);
+TYPED_TEST_SUITE(NumberOpsWideSigned, WideSigned, );
 
 TYPED_TEST(NumberOpsWideSigned, Extremes)
 {
