@@ -29,7 +29,7 @@ typedef mem::ConstRcoRef<DynSymbol> DynSymbolRef;
  * and release on their own thread, and must not wait for another thread that does. A library that is
  * going cannot be brought back by its own destructors.
  */
-class DALNIM_API DynLibrary : public mem::RefCntObject
+class DALNIM_API DynLibrary final : public mem::RefCntObject
 {
 public:
     static constexpr const char CLASS_NAME[] = "DynLibrary";

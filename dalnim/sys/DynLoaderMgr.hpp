@@ -23,7 +23,7 @@ typedef mem::RcoRef<DynLoaderMgr> DynLoaderMgrRef;
  * Any thread may call everything here. One recursive lock guards the table; it is held while a library
  * is loaded or unloaded, and fork() waits for it. Applications use DynLibrary and DynSymbol instead.
  */
-class DALNIM_API DynLoaderMgr : public mem::RefCntObject
+class DALNIM_API DynLoaderMgr final : public mem::RefCntObject
 {
 public:
     static constexpr const char CLASS_NAME[] = "DynLoaderMgr";
@@ -88,8 +88,8 @@ private:
     }
 
     // All of these are called with sync held.
-    /** The symbols of the library's record, which is made if there is none. */
-    SymbolMap& symbolsOf(const DynLibrary& library) const;
+    /** The symbols of the library's record, which is made if there is none; the library notes them. */
+    SymbolMap& enter(const DynLibrary& library) const;
     DynSymbolRef resolve(const DynLibrary& library, SymbolMap& symbols, const String& symname) const;
     bool drop(const DynLibrary& library) const;
     bool drop(const DynSymbol& symbol) const;

@@ -16,7 +16,7 @@ typedef mem::ConstRcoRef<DynLibrary> ConstDynLibraryRef;
  *
  * Everything here may be called by any thread that holds a reference.
  */
-class DALNIM_API DynSymbol : public mem::RefCntObject
+class DALNIM_API DynSymbol final : public mem::RefCntObject
 {
 public:
     static constexpr const char CLASS_NAME[] = "DynSymbol";

@@ -240,7 +240,8 @@ TEST(DynLibraryLog, TellsOfAnUnload)
     logger->setSeverity(logtest::log::Severity_INFO);
     logger.taken();
     DynLibrary::load(PLAIN);
-    EXPECT_EQ("com.kor.dal.nim INFO DynLibrary : Unloaded dynamic library \"" + PLAIN + "\"\n", logger.taken());
+    EXPECT_EQ("com.kor.dal.nim INFO DynLibrary : Unloaded dynamic library \"" + PLAIN + "\"\n",
+              logger.taken());
     DynLibrary::loadProcess();
     EXPECT_EQ("com.kor.dal.nim INFO DynLibrary : Unloaded dynamic library \"\"\n", logger.taken());
 }

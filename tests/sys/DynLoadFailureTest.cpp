@@ -38,7 +38,8 @@ TEST(DynLoadFailure, TellsOfANameThatIsNotOnTheSearchPath)
 
 TEST(DynLoadFailure, HasATraceOfTheCall)
 {
-    EXPECT_EQ((StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.image()", "com.kor.dal.nim.sys.DynLibrary.load()"}),
+    EXPECT_EQ((StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.image()",
+                            "com.kor.dal.nim.sys.DynLibrary.load()"}),
               functionsOf(load("/no/such/library.so").trace));
 }
 
@@ -49,7 +50,8 @@ TEST(DynLoadFailure, TellsOfAFileThatIsNoLibrary)
     support::writeFile(file, String(4096, 'x'));
     const Failure failure = load(file);
     EXPECT_EQ(8, failure.error);
-    EXPECT_EQ("Unable to load \"" + file + "\": Exec format error, " + file + ": invalid ELF header)", failure.text);
+    EXPECT_EQ("Unable to load \"" + file + "\": Exec format error, " + file + ": invalid ELF header)",
+              failure.text);
 }
 
 TEST(DynLoadFailure, TellsOfAFileThatIsCutShort)
@@ -59,7 +61,8 @@ TEST(DynLoadFailure, TellsOfAFileThatIsCutShort)
     support::writeFile(file, "\177ELF");
     const Failure failure = load(file);
     EXPECT_EQ(8, failure.error);
-    EXPECT_EQ("Unable to load \"" + file + "\": Exec format error, " + file + ": file too short)", failure.text);
+    EXPECT_EQ("Unable to load \"" + file + "\": Exec format error, " + file + ": file too short)",
+              failure.text);
 }
 
 TEST(DynLoadFailure, TellsOfAFolder)
@@ -86,7 +89,8 @@ TEST(DynLoadFailure, TellsOfALibraryThatIsNeededAndNotThere)
     const String file = folder.file("plain.so");
     String content = support::readFile(PLAIN);
     // Of the same length, so that the file stays whole.
-    for (std::size_t at = content.find("libdyn_base.so"); at != String::npos; at = content.find("libdyn_base.so")) {
+    std::size_t at = 0;
+    while ((at = content.find("libdyn_base.so")) != String::npos) {
         content.replace(at, 14, "libdyn_gone.so");
     }
     support::writeFile(file, content);

@@ -150,7 +150,7 @@ DynSymbolRef DynLoaderMgr::find(const DynLibrary* library, const String& symname
         refuse(symname);
     }
     const Holder holder(sync.acquire());
-    SymbolMap& symbols = symbolsOf(*library);
+    SymbolMap& symbols = library->symbols != nullptr ? *library->symbols : enter(*library);
     const auto found = symbols.find(symname);
     return found != symbols.end() ? found->second : resolve(*library, symbols, symname);
 }
@@ -167,11 +167,8 @@ bool DynLoaderMgr::checkRefs(const DynSymbol& ref) const
     return drop(ref);
 }
 
-DynLoaderMgr::SymbolMap& DynLoaderMgr::symbolsOf(const DynLibrary& library) const
+DynLoaderMgr::SymbolMap& DynLoaderMgr::enter(const DynLibrary& library) const
 {
-    if (library.symbols != nullptr) {
-        return *library.symbols;
-    }
     LibRec& record = libs.try_emplace(library.path).first->second;
     if (!record.library) {
         record.library = &library;
