@@ -8,6 +8,7 @@
 
 #include <exception>
 #include <sstream>
+#include <string_view>
 
 namespace com::kor::dal::nim::log {
 
@@ -66,6 +67,12 @@ public:
     std::ostream& insertTrapped(const std::exception& exc, const String& msg);
 
 private:
+    friend class Log;
+    friend class Write;
+
+    /** What str() copies, where it stands: until the next insertion. */
+    std::string_view text() const noexcept;
+
     const Severity severity;
     const char* const file;
     const unsigned int line;

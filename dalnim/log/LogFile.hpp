@@ -93,6 +93,8 @@ private:
     bool begin(const String& text) const;
 
     // All of these are called with stateSync held.
+    /** Whether `stream`, the present one, has taken `line`. */
+    bool unlockedTake(std::ostream& stream) const;
     std::ostream* unlockedGetStream() const;
     void unlockedOpen() const;
     void unlockedClose() const;

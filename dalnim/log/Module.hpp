@@ -3,6 +3,7 @@
 
 #include <dalnim/String.hpp>
 #include <dalnim/log/Common.hpp>
+#include <dalnim/log/SeverityGate.hpp>
 #include <qv/pmx/api.h>
 
 #include <atomic>
@@ -43,7 +44,11 @@ public:
      * The gate: whether a statement of this severity may produce a record. The logger decides first;
      * the module filter silences nothing above WARNING.
      */
-    bool isSeveritySatisfied(Severity codedSeverity);
+    bool isSeveritySatisfied(Severity codedSeverity)
+    {
+        // Most statements are refused here, where they stand.
+        return (loggerGate == nullptr || loggerGate->passes(codedSeverity)) && isSelected(codedSeverity);
+    }
 
     /**
      * Hands a record to the logger. `header` must be the Header of the statement: throws
@@ -61,6 +66,11 @@ public:
 private:
     friend class ModuleRegistration;
 
+    /** The gate of a logger that is a Write and no subclass of it; null for any other. */
+    static const SeverityGate* gateOf(const Log& logger);
+    /** The rest of the gate: the logger, where it has more to say, and the filter. */
+    bool isSelected(Severity codedSeverity);
+
     /**
      * The cached answer of the filter in the lowest bit, and above it the generation of the filter
      * for which it was computed. One word, so that no two threads can mix their answers.
@@ -70,6 +80,8 @@ private:
     bool isDynamic;
     const String modName;
     Log& logger;
+    /** The logger's own, if that is all that the logger asks; null for one that decides otherwise. */
+    const SeverityGate* const loggerGate;
 };
 
 }

@@ -10,8 +10,9 @@ namespace com::kor::dal::nim::log {
 /**
  * Which severities a logger takes: a mask with a bit for each, or, while that is empty, a threshold.
  *
- * Both stand in one atomic word, so that every log statement gets its answer without a lock, and
- * each answer is one that held at some moment. Writers are serialised by the logger.
+ * Both stand in one atomic word, with the severities that pass, so that every log statement gets its
+ * answer without a lock, and each answer is one that held at some moment. Writers are serialised by
+ * the logger.
  */
 class SeverityGate
 {
@@ -26,7 +27,7 @@ public:
     /** Bits 1 to 7, one a severity; 0 while the threshold decides. */
     unsigned int mask() const noexcept
     {
-        return word.load(std::memory_order_relaxed) & MASK_BITS;
+        return word.load(std::memory_order_relaxed) >> MASK_SHIFT & SEVERITY_BITS;
     }
     /** The threshold, or the lowest severity of the mask. */
     Severity minimum() const noexcept
@@ -36,20 +37,28 @@ public:
 
     bool passes(Severity severity) const noexcept
     {
+        const auto bit = static_cast<unsigned int>(severity);
         const unsigned int state = word.load(std::memory_order_relaxed);
-        if ((state & MASK_BITS) != 0) {
-            return ((state & MASK_BITS) >> (static_cast<unsigned int>(severity) & 31U) & 1U) != 0;
-        }
-        return severity >= static_cast<Severity>(state >> MINIMUM_SHIFT);
+        return bit < Severity_COUNT ? (state >> bit & 1U) != 0 : passesBeyond(severity, state);
     }
 
 private:
-    static constexpr unsigned int MASK_BITS = 0xFF;
-    static constexpr unsigned int MINIMUM_SHIFT = 8;
+    static constexpr unsigned int SEVERITY_BITS = 0xFF;
+    static constexpr unsigned int MASK_SHIFT = 8;
+    static constexpr unsigned int MINIMUM_SHIFT = 16;
 
+    /** The same for what is no severity at all. */
+    static bool passesBeyond(Severity severity, unsigned int state) noexcept
+    {
+        const unsigned int mask = state >> MASK_SHIFT & SEVERITY_BITS;
+        return mask != 0 ? (mask >> (static_cast<unsigned int>(severity) & 31U) & 1U) != 0
+                         : severity >= static_cast<Severity>(state >> MINIMUM_SHIFT);
+    }
     static unsigned int pack(unsigned int mask, Severity minimum) noexcept
     {
-        return mask | static_cast<unsigned int>(minimum) << MINIMUM_SHIFT;
+        const auto lowest = static_cast<unsigned int>(minimum);
+        const unsigned int passing = mask != 0 ? mask : SEVERITY_BITS << lowest & SEVERITY_BITS;
+        return passing | mask << MASK_SHIFT | lowest << MINIMUM_SHIFT;
     }
 
     std::atomic<unsigned int> word;

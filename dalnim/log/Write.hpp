@@ -125,6 +125,7 @@ protected:
 
 private:
     friend class ForkLock;
+    friend class Module;
 
     typedef mt::MutexHolder<mt::CriticalSection> StateHolder;
 

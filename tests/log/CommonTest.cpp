@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <random>
 #include <stdexcept>
 
 #include <unistd.h>
@@ -248,6 +249,24 @@ TEST(DateTime, ShowsLocalTimeWithItsNumericZone)
     {
         const TimeZone zone("UTC0");
         EXPECT_EQ("Sat Nov 14 15:05:20 +0000 2026", log::getDateTime(1794668720));
+    }
+}
+
+TEST(DateTime, IsWhatStrftimeMakesOfIt)
+{
+    const LocalTime local;
+    std::mt19937_64 random(20261121);
+    for (const char* name : {"CET-1CEST,M3.5.0,M10.5.0/3", "NST3:30", "IST-5:30", "XYZ12", "LHST-10:30LHDT-11"}) {
+        const TimeZone zone(name);
+        for (int i = 0; i < 2000; ++i) {
+            // Up to the year 12,700, and a little before the epoch.
+            const auto time = static_cast<std::time_t>(random() % 338000000000) - 1000000000;
+            std::tm brokenDown = {};
+            ASSERT_NE(::localtime_r(&time, &brokenDown), nullptr);
+            char expected[64];
+            ASSERT_NE(std::strftime(expected, sizeof expected, "%a %b %d %H:%M:%S %z %Y", &brokenDown), 0U);
+            ASSERT_EQ(expected, log::getDateTime(time)) << time << " in " << name;
+        }
     }
 }
 

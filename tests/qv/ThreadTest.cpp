@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <thread>
 
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -65,6 +67,15 @@ TEST(GetPid, IsRightInTheChildOfAFork)
     EXPECT_EQ(qv_si_getpid(), getpid());
     const pid_t parent = qv_si_getpid();
     EXPECT_TRUE(holdsInChild([parent] { return qv_si_getpid() == getpid() && getppid() == parent; }));
+
+    // A child that the C library knows nothing of.
+    const auto child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+    if (child == 0) {
+        _exit(qv_si_getpid() == static_cast<pid_t>(syscall(SYS_getpid)) ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 int destroyed = 0;

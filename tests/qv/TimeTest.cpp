@@ -74,6 +74,30 @@ TEST(GmTime, IsTheCalendarInUtc)
     EXPECT_EQ(format(result), "2100-03-01 00:00:00 1 060");
 }
 
+TEST(GmTime, AgreesWithTheSystemOnEveryDay)
+{
+    const time_t endOf9999 = 253402300800;
+    for (time_t day = 0; day < endOf9999; day += 86400) {
+        const time_t time = day + day / 86400 * 7919 % 86400;
+        std::tm expected = {};
+        std::tm result = {};
+        ASSERT_NE(gmtime_r(&time, &expected), nullptr);
+        ASSERT_EQ(qv_si_gmtime(time, &result), 0);
+        ASSERT_TRUE(result.tm_sec == expected.tm_sec && result.tm_min == expected.tm_min
+                    && result.tm_hour == expected.tm_hour && result.tm_mday == expected.tm_mday
+                    && result.tm_mon == expected.tm_mon && result.tm_year == expected.tm_year
+                    && result.tm_wday == expected.tm_wday && result.tm_yday == expected.tm_yday
+                    && result.tm_isdst == 0 && result.tm_gmtoff == 0)
+            << time;
+    }
+    std::tm result = {};
+    ASSERT_EQ(qv_si_gmtime(endOf9999 - 1, &result), 0);
+    EXPECT_STREQ(result.tm_zone, "GMT");
+    EXPECT_EQ(format(result), "9999-12-31 23:59:59 5 365");
+    ASSERT_EQ(qv_si_gmtime(endOf9999, &result), 0);
+    EXPECT_EQ(result.tm_year, 8100);
+}
+
 TEST(LocalTime, IsTheCalendarOfTheZone)
 {
     const Zone zone("XYZ-2");

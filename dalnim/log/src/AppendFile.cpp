@@ -16,6 +16,20 @@ constexpr mode_t FILE_MODE = 0666;
 /** Unbuffered: the bytes of a write that failed do not come back when the file is closed. */
 constexpr std::size_t BUFFER_SIZE = 1;
 
+/** The descriptor of a file stream's buffer, -1 for a closed one. */
+int descriptorOf(std::filebuf& buffer)
+{
+    // The library shows it for a buffer of its own kind only; the member is the same in all.
+    struct Member : std::filebuf
+    {
+        static int of(std::filebuf& buffer)
+        {
+            return buffer.is_open() ? (buffer.*&Member::_M_file).fd() : -1;
+        }
+    };
+    return Member::of(buffer);
+}
+
 }
 
 void openAppending(std::ofstream& stream, const String& path)
@@ -37,6 +51,24 @@ void openAppending(std::ofstream& stream, const String& path)
     }
     *stream.rdbuf() = std::move(static_cast<std::filebuf&>(opened));
     stream.clear();
+}
+
+bool writeThrough(std::ofstream& stream, std::string_view text)
+{
+    if (!stream.good()) {
+        return false;
+    }
+    const int descriptor = descriptorOf(*stream.rdbuf());
+    while (!text.empty()) {
+        const ssize_t written = ::write(descriptor, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            stream.setstate(std::ios_base::badbit);
+            return false;
+        }
+    }
+    return true;
 }
 
 }

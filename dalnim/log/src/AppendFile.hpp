@@ -4,6 +4,7 @@
 #include <dalnim/String.hpp>
 
 #include <fstream>
+#include <string_view>
 
 namespace com::kor::dal::nim::log {
 
@@ -14,6 +15,12 @@ namespace com::kor::dal::nim::log {
  * On failure the stream's failbit is set and `errno` tells the cause.
  */
 void openAppending(std::ofstream& stream, const String& path);
+
+/**
+ * Writes a text to such a stream by one call of the kernel, as if it were inserted and flushed. False
+ * when the stream is not good, or not any more.
+ */
+bool writeThrough(std::ofstream& stream, std::string_view text);
 
 }
 

@@ -5,6 +5,7 @@
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
 
+#include <algorithm>
 #include <ctime>
 #include <typeinfo>
 
@@ -13,14 +14,34 @@ namespace com::kor::dal::nim::log {
 Header::Header(Severity sev, const char* source_file, unsigned int source_line)
     : std::ostringstream(std::ios_base::out), severity(sev), file(source_file), line(source_line),
       thread(sys::System::threadId()), when(std::time(nullptr))
-{
-}
+{}
 
 Header::~Header() = default;
 
 String Header::getSeverityName() const
 {
     return log::getSeverityName(severity);
+}
+
+std::string_view Header::text() const noexcept
+{
+    // The area of a stream buffer is its subclasses' own; its members can be named in one of them only.
+    struct Area : std::stringbuf
+    {
+        static const char* begin(const std::stringbuf& buffer)
+        {
+            return (buffer.*&Area::pbase)();
+        }
+        static const char* end(const std::stringbuf& buffer)
+        {
+            // Behind the position of output there is more text when the statement has gone back in it.
+            return std::max((buffer.*&Area::pptr)(), (buffer.*&Area::egptr)());
+        }
+    };
+    const std::stringbuf& buffer = *rdbuf();
+    const char* const first = Area::begin(buffer);
+    return first == nullptr ? std::string_view()
+                            : std::string_view(first, static_cast<std::size_t>(Area::end(buffer) - first));
 }
 
 std::ostream& Header::insertTrapped(const std::exception& exc, const char* msg)

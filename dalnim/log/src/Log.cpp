@@ -9,15 +9,17 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
-#include <qv/rtlapi/RX_Filespec.hpp>
 
+#include <charconv>
+#include <cstring>
 #include <exception>
+#include <iterator>
+#include <limits>
 #include <ostream>
 #include <pthread.h>
-#include <string>
+#include <string_view>
+#include <type_traits>
 #include <utility>
-
-DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::log {
 
@@ -81,33 +83,45 @@ public:
     {
         if ((mask & bit) != 0) {
             if (!first) {
-                text += SEPARATOR;
+                text += SEPARATOR[0];
             }
             first = false;
-            text += field();
+            put(field());
         }
         return *this;
     }
 
     String finish()
     {
-        text += TERMINATOR;
+        text.append(TERMINATOR, TERMINATOR_LENGTH);
         return std::move(text);
     }
 
 private:
-    static constexpr std::size_t USUAL_LENGTH = 256;
+    static constexpr std::size_t USUAL_LENGTH = 512;
+
+    void put(std::string_view field)
+    {
+        text.append(field);
+    }
+    template <class Number, class = std::enable_if_t<std::is_integral_v<Number>>>
+    void put(Number number)
+    {
+        char digits[std::numeric_limits<Number>::digits10 + 2];
+        const std::to_chars_result end = std::to_chars(std::begin(digits), std::end(digits), number);
+        text.append(digits, static_cast<std::size_t>(end.ptr - digits));
+    }
 
     const unsigned int mask;
     bool first;
     String text;
 };
 
-String sourceFile(const Header& rec)
+/** The name behind the last "/" of a path. */
+std::string_view baseName(const char* path)
 {
-    const RX_Filespec spec(RX_String(rec.getFile(), RX_String::NPOS), RX_Filespec::DONTCARE, 0);
-    const RX_String name = spec.basename();
-    return String(name.data(), name.length());
+    const char* const slash = std::strrchr(path, '/');
+    return slash == nullptr ? path : slash + 1;
 }
 
 }
@@ -122,8 +136,7 @@ void Log::log(const Module& mod, const Header& rec, bool force)
         return;
     }
     const QueueHolder holder;
-    const String text = rec.str();
-    log(format(mod, rec) + text);
+    log(format(mod, rec).append(rec.text()));
 }
 
 String Log::format(const Module& mod, const Header& rec)
@@ -132,12 +145,12 @@ String Log::format(const Module& mod, const Header& rec)
         .add(Mask_DATETIME, [&] { return getDateTime(rec.getWhen()); })
         .add(Mask_HOSTNAME, [] { return sys::System::hostname(); })
         .add(Mask_PROCESSNAME, [] { return getProcessName(); })
-        .add(Mask_PROCESSID, [] { return std::to_string(getProcessId()); })
-        .add(Mask_THREADID, [&] { return std::to_string(rec.getThread()); })
+        .add(Mask_PROCESSID, [] { return getProcessId(); })
+        .add(Mask_THREADID, [&] { return rec.getThread(); })
         .add(Mask_MODULENAME, [&]() -> const String& { return mod.getName(); })
         .add(Mask_SEVERITY, [&] { return rec.getSeverityName(); })
-        .add(Mask_SOURCEFILE, [&] { return sourceFile(rec); })
-        .add(Mask_LINENUMBER, [&] { return std::to_string(rec.getLine()); })
+        .add(Mask_SOURCEFILE, [&] { return baseName(rec.getFile()); })
+        .add(Mask_LINENUMBER, [&] { return rec.getLine(); })
         .finish();
 }
 

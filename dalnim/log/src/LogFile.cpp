@@ -181,7 +181,7 @@ void LogFile::log(const String& msg)
     const StateHolder holder(stateSync.acquire());
     std::ostream* stream = unlockedGetStream();
     line.assign(msg, 0, length).push_back('\n');
-    if (!take(*stream, line)) {
+    if (!unlockedTake(*stream)) {
         // Refused now or before: the record survives here, and the next one tries the same again.
         line.insert(0, 1, '\n').insert(0, STREAM_COMPLAINT);
         stream = &fallbackStream();
@@ -195,6 +195,18 @@ void LogFile::log(const String& msg)
     // how the file gets another chance: it is moved away and opened anew.
     if (maxFileSize != 0 && static_cast<std::size_t>(std::streamoff(stream->tellp())) >= maxFileSize) {
         switchFile();
+    }
+}
+
+bool LogFile::unlockedTake(std::ostream& stream) const
+{
+    if (&stream != ownedOutStream.get()) {
+        return take(stream, line);
+    }
+    try {
+        return writeThrough(*ownedOutStream, line);
+    } catch (const std::ios_base::failure&) {
+        return false;
     }
 }
 

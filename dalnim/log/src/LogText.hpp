@@ -5,12 +5,14 @@
 #include <dalnim/log/Common.hpp>
 
 #include <cctype>
-#include <cstring>
 
 namespace com::kor::dal::nim::log {
 
 /** What stands on standard error ahead of a record that its own stream would not take. */
 constexpr char STREAM_COMPLAINT[] = "ERROR: Unable to write to log output stream.";
+
+/** The length of TERMINATOR, without a look at it. */
+constexpr std::size_t TERMINATOR_LENGTH = 3;
 
 /**
  * The length of a record without its trailing white space. A record without a text is its prefix, and
@@ -22,10 +24,10 @@ inline std::size_t trimmedLength(const String& msg)
     while (length > 0 && std::isspace(static_cast<unsigned char>(msg[length - 1]))) {
         --length;
     }
-    const std::size_t terminatorLength = std::strlen(TERMINATOR);
     const std::size_t end = length + 1;
-    if (end >= terminatorLength && msg.compare(end - terminatorLength, terminatorLength, TERMINATOR) == 0 &&
-        msg.find(TERMINATOR) == end - terminatorLength) {
+    if (end >= TERMINATOR_LENGTH
+        && msg.compare(end - TERMINATOR_LENGTH, TERMINATOR_LENGTH, TERMINATOR, TERMINATOR_LENGTH) == 0
+        && msg.find(TERMINATOR) == end - TERMINATOR_LENGTH) {
         return end;
     }
     return length;

@@ -5,16 +5,23 @@
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Log.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
+#include <dalnim/log/Write.hpp>
 
 #include <memory>
 #include <stdexcept>
+#include <typeinfo>
 
 namespace com::kor::dal::nim::log {
 
 const char Module::DEFAULT_NAME[] = "global";
 
+const SeverityGate* Module::gateOf(const Log& logger)
+{
+    return typeid(logger) == typeid(Write) ? &static_cast<const Write&>(logger).severity : nullptr;
+}
+
 Module::Module(const String& name, Log& logInst)
-    : filterState(0), isDynamic(false), modName(name), logger(logInst)
+    : filterState(0), isDynamic(false), modName(name), logger(logInst), loggerGate(gateOf(logInst))
 {
     logger.moduleRegistrar().addModulesActual(*this);
 }
@@ -33,9 +40,9 @@ Module& Module::getInstance(const String& name, Log& logInst)
     return *created.release();
 }
 
-bool Module::isSeveritySatisfied(Severity codedSeverity)
+bool Module::isSelected(Severity codedSeverity)
 {
-    if (!logger.isSeveritySatisfied(codedSeverity)) {
+    if (loggerGate == nullptr && !logger.isSeveritySatisfied(codedSeverity)) {
         return false;
     }
     if (codedSeverity > Severity_WARNING) {
@@ -54,7 +61,8 @@ bool Module::isSeveritySatisfied(Severity codedSeverity)
 
 Module& Module::operator+=(std::ostream& header)
 {
-    const auto* const record = dynamic_cast<const Header*>(&header);
+    const auto* const record = typeid(header) == typeid(Header) ? static_cast<const Header*>(&header)
+                                                                : dynamic_cast<const Header*>(&header);
     if (record == nullptr) {
         throw std::invalid_argument("Supplied std::ostream is not an NIM Log Header.");
     }

@@ -14,6 +14,7 @@
 #include <ctime>
 #include <sstream>
 #include <string>
+#include <typeinfo>
 
 namespace com::kor::dal::nim::log {
 
@@ -27,8 +28,7 @@ Write::Write()
     : stateSync(false), flagAllowRemoteControl(false), streamHeaderDone(false),
       outputMask(getOutputMaskDefault()), severity(getSeverityDefault()), logFile(new LogFile),
       ownedLogFile(true), modules(std::make_unique<ModuleRegistration>())
-{
-}
+{}
 
 Write::~Write()
 {
@@ -46,12 +46,17 @@ void Write::log(const Module& mod, const Header& rec, bool force)
     if (!force && !isSeveritySatisfied(rec.getSeverityId())) {
         return;
     }
+    // The prefix of this class reads nothing that the lock guards; that of a subclass may.
+    const bool formatsAhead = typeid(*this) == typeid(Write);
+    String line;
+    if (formatsAhead) {
+        line = format(mod, rec).append(rec.text());
+    }
     const StateHolder holder(stateSync.acquire());
     if (!streamHeaderDone) {
         streamHeader();
     }
-    const String text = rec.str();
-    log(format(mod, rec) + text);
+    log(formatsAhead ? line : format(mod, rec).append(rec.text()));
 }
 
 void Write::log(const String& msg)
