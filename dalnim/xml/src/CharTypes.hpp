@@ -5,11 +5,7 @@
 
 namespace com::kor::dal::nim::xml {
 
-enum CharType : unsigned char {
-    CHAR_SPACE = 1,
-    CHAR_NAME_START = 2,
-    CHAR_NAME = 4
-};
+enum CharType : unsigned char { CHAR_SPACE = 1, CHAR_NAME_START = 2, CHAR_NAME = 4 };
 
 /**
  * The classes of each byte. Filled by fillCharTypes() alone, which only sets bits: two threads that

@@ -48,7 +48,7 @@ private:
     std::vector<std::size_t> far;
 };
 
-/** The open elements of a parse: the text of their names, and the innermost one, which events are told for. */
+/** The open elements of a parse: the text of their names, and the innermost, which events are told for. */
 class ElementPath
 {
 public:

@@ -19,9 +19,10 @@ public:
     {
         cb.apszAttrs[cb.nNumAttrs] = nullptr;
         cb.nInStartCB = 1;
-        const int result = cb.cbCommon != nullptr
-                               ? common(PDS_PARSE_CB_TAG_START, nullptr, cb.nNumAttrs, cb.apszAttrs)
-                               : cb.cbTagStart(cb.pUserData, path.tag(), path.text(), cb.nNumAttrs, cb.apszAttrs);
+        const int result =
+            cb.cbCommon != nullptr
+                ? common(PDS_PARSE_CB_TAG_START, nullptr, cb.nNumAttrs, cb.apszAttrs)
+                : cb.cbTagStart(cb.pUserData, path.tag(), path.text(), cb.nNumAttrs, cb.apszAttrs);
         cb.nInStartCB = 0;
         return check(result);
     }

@@ -1,0 +1,133 @@
+// Lets the n-th allocation of a parse fail, for each n, until the parse has what it needs. The sanitizers
+// bring a malloc of their own, and are left alone.
+
+#include <dalnim/xml/nim_opbparse.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#if !defined DALNIM_SANITIZED
+
+extern "C" void* __libc_malloc(std::size_t size);
+
+namespace {
+
+/** Allocations of this thread until one fails; 0 for none. */
+thread_local int until_failure = 0;
+
+}
+
+extern "C" void* malloc(std::size_t size)
+{
+    if (until_failure > 0 && --until_failure == 0) {
+        return nullptr;
+    }
+    return __libc_malloc(size);
+}
+
+namespace {
+
+int ignore(PDS_PARSE_H, pds_parse_cb_type_e, void*, void*, char*, char*, char*, std::size_t, char**)
+{
+    return 0;
+}
+
+int pushAtEachStart(PDS_PARSE_H handle, pds_parse_cb_type_e type, void*, void*, char*, char*, char*,
+                    std::size_t, char**)
+{
+    if (type == PDS_PARSE_CB_TAG_START) {
+        nim_pdsParsePushCommonCB(pushAtEachStart, nullptr, 0, handle);
+    }
+    return 0;
+}
+
+/** What a parse of the text, in two pieces, comes to when its n-th allocation fails. */
+int parseWithFailure(int n, PDS_PARSE_COMMON_FN callback, const std::string& text, std::string& error)
+{
+    std::string first = text.substr(0, text.size() / 2);
+    std::string second = text.substr(text.size() / 2);
+    PDS_PARSE_H handle = nullptr;
+    until_failure = n;
+    int code = nim_pdsParseInit(0, nullptr, nullptr, nullptr, nullptr, callback, nullptr, &handle);
+    if (code == PDS_PARSE_OK) {
+        code = nim_pdsParseBuffer(first.data(), 0, handle);
+    }
+    if (code == PDS_PARSE_OK) {
+        code = nim_pdsParseBuffer(second.data(), PDS_PARSE_F_LAST, handle);
+    }
+    until_failure = 0;
+    if (handle == nullptr) {
+        return code;
+    }
+    error = nim_pdsParseGetErrorInfo(handle);
+    if (code != PDS_PARSE_OK) {
+        EXPECT_EQ(PDS_PARSE_E_PREVIOUS, nim_pdsParseBuffer(first.data(), 0, handle));
+    }
+    // The handle is as good as before.
+    EXPECT_EQ(PDS_PARSE_OK, nim_pdsParseReset(0, nullptr, handle));
+    char small[] = "<a b='1'>x</a>";
+    EXPECT_EQ(PDS_PARSE_OK, nim_pdsParseBuffer(small, PDS_PARSE_F_LAST, handle));
+    EXPECT_EQ(PDS_PARSE_OK, nim_pdsParseDestroy(&handle));
+    return code;
+}
+
+/** How many allocations had to fail before the parse came to its end. */
+int failuresUntil(int expected, PDS_PARSE_COMMON_FN callback, const std::string& text, std::string& error)
+{
+    for (int n = 1; n < 1000; ++n) {
+        error.clear();
+        const int code = parseWithFailure(n, callback, text, error);
+        if (code == expected) {
+            return n - 1;
+        }
+        EXPECT_EQ(700012900, code) << n;
+        EXPECT_EQ("", error) << n;
+    }
+    ADD_FAILURE() << "never came to its end";
+    return -1;
+}
+
+/** Deep, with many attributes, long names, and text beyond the first buffer. */
+std::string demandingText()
+{
+    std::string text;
+    for (int i = 0; i < 50; ++i) {
+        text += "<element" + std::to_string(i) + ">";
+    }
+    text += "<a";
+    for (int i = 0; i < 100; ++i) {
+        text += " name" + std::to_string(i) + "='&lt;'";
+    }
+    text += ">" + std::string(10000, 'x') + "</a>";
+    for (int i = 50; i-- > 0;) {
+        text += "</element" + std::to_string(i) + ">";
+    }
+    return text;
+}
+
+}
+
+TEST(NoMemory, IsACode)
+{
+    std::string error;
+    EXPECT_GE(failuresUntil(0, ignore, demandingText(), error), 10);
+    EXPECT_EQ("", error);
+}
+
+TEST(NoMemory, IsACodeOfAPushToo)
+{
+    std::string error;
+    const int without = failuresUntil(0, ignore, demandingText(), error);
+    EXPECT_GE(failuresUntil(0, pushAtEachStart, demandingText(), error), without + 3);
+}
+
+TEST(NoMemory, IsACodeWhereAnErrorHasNoText)
+{
+    std::string error;
+    EXPECT_GE(failuresUntil(700012003, ignore, "<a>" + std::string(100, ' ') + "</b>", error), 4);
+    EXPECT_EQ("Mismatched End Tag -- near offset 105: b", error);
+}
+
+#endif
