@@ -30,7 +30,10 @@ public:
     typedef long long SInt64_t;
     typedef unsigned long long UInt64_t;
 
-    /** A value that the type cannot hold is out of range; so is a negative one without sign. */
+    /**
+     * Out of range is what the type cannot hold. For the unsigned ones a negative number wraps around
+     * in 64 bits first: "-1" is out of range, "-18446744073709551615" is 1.
+     */
     static signed char parse(signed char& result, const String& source);
     static unsigned char parse(unsigned char& result, const String& source);
     static short parse(short& result, const String& source);

@@ -101,7 +101,7 @@ TEST_P(Base64BlocksOf, EveryValueAtEveryPlace)
 INSTANTIATE_TEST_SUITE_P(Scalar, Base64BlocksOf, testing::Values(&BASE64_SCALAR));
 INSTANTIATE_TEST_SUITE_P(Fastest, Base64BlocksOf, testing::Values(&base64Blocks()));
 
-TEST(Base64Blocks, FastestIsOneOfItsOwnWhereItCanBe)
+TEST(Base64Blocks, FastMakeWhereTheProcessorHasIt)
 {
     EXPECT_EQ(__builtin_cpu_supports("avx2") != 0, &base64Blocks() != &BASE64_SCALAR);
 }
