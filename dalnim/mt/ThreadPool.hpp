@@ -45,7 +45,8 @@ public:
      * non-ready Task", "ThreadPool already shutdown".
      * @param manage  the pool deletes the task when it is through with it, or, if it is counted,
      *                holds a reference that long
-     * @param block   waits for room; otherwise nothing is waited for, and the result may be false
+     * @param block   waits for room; otherwise the result may be false, and only one whom others have
+     *                overtaken since it saw room waits for them
      * @param context what the task gets a copy of, made here; null for the caller's current one
      * @return false when the limit of pending tasks refused it: it stays the caller's, also a managed
      *         one

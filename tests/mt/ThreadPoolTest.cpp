@@ -324,7 +324,7 @@ private:
     Gate& leave;
 };
 
-TEST(ThreadPool, WaitsForNoRoomUnblocked)
+TEST(ThreadPool, WaitsUnblockedForThoseWhoOvertookIt)
 {
     const auto pool = makePool(1, 1);
     Occupation worker(*pool, 1);
@@ -341,10 +341,11 @@ TEST(ThreadPool, WaitsForNoRoomUnblocked)
     // The adder has seen room, and here it goes.
     EXPECT_TRUE(pool->add(first, false));
     leave.open();
-    adder.join();
-    EXPECT_TRUE(added) << "the limit is overrun by those who add at once";
+    EXPECT_TRUE(adder.awaitAsleep()) << "the capacity of the queue stands behind the limit";
     EXPECT_EQ(Task::TSF_QUEUED, late.status());
     worker.end();
+    adder.join();
+    EXPECT_TRUE(added);
     awaitEnd(first);
     awaitEnd(late);
 }

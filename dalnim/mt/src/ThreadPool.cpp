@@ -73,13 +73,8 @@ bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerC
     task->_set_state(Task::TSF_QUEUED);
     qv::Reference<TaskClosure> closure(new TaskClosure(task, manage, this, context));
     try {
-        if (block) {
-            _queue->put(closure.get());
-        } else {
-            // Never waits. Where others have taken the room since, the limit is overrun: a worker that
-            // waited here for its own pool might do so for good.
-            _queue->putProbe(closure.get());
-        }
+        // Also unblocked: where others have taken the room since, the queue's own capacity holds.
+        _queue->put(closure.get());
     } catch (...) {
         // The task stays the caller's, as with every failure of this operation.
         closure->disown();
