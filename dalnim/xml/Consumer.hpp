@@ -11,9 +11,10 @@ namespace com::kor::dal::nim::xml {
 /**
  * Receives the events of a Parser, on the thread that parses. It lives by its references.
  *
- * `tag` is the name of an element, `fullTag` the names from the root to it, joined by "/". A result
- * of true asks to go on, false stops the parse. What an operation throws reaches the caller of the
- * parse.
+ * `tag` is the name of an element, `fullTag` the names from the root to it, joined by "/"; both, as
+ * all that is told, belong to the parser and are valid during the call only. A result of true asks to
+ * go on, false stops the parse. What an operation throws reaches the caller of the parse. It may parse
+ * on another Parser, but not on the one that calls it.
  */
 class DALNIM_API Consumer : public virtual mem::RefCntObject
 {
