@@ -58,6 +58,12 @@ protected:
     /** Only the last release, or a subclass, deletes. */
     ~RefCntObject() noexcept(false) override;
 
+    /**
+     * Gives a reference up if more than `floor` are left then, in one step: true when it did. What it
+     * leaves alone is for a release. For objects that are counted safely between threads.
+     */
+    bool releaseRefAbove(UInt32_t floor) const noexcept;
+
     /** How many references do not keep the object alive. */
     UInt32_t refBias() const noexcept;
     /** Throws sys::system_error 34, "Bias would exceed range limits.", unless below the count. */

@@ -36,6 +36,7 @@ public:
     using RefCntObject::decBias;
     using RefCntObject::incBias;
     using RefCntObject::refBias;
+    using RefCntObject::releaseRefAbove;
 
     int value = 0;
 

@@ -293,6 +293,26 @@ TEST(RefCntObject, BiasIsAdjustedWithinItsRange)
     EXPECT_EQ(1U, object.refBias());
 }
 
+TEST(RefCntObject, GivesUpOnlyWhatLeavesMoreThanTheFloor)
+{
+    Counted object;
+    EXPECT_FALSE(object.releaseRefAbove(0)) << "there is none to give up";
+    acquire(object, 4);
+    EXPECT_TRUE(object.releaseRefAbove(1));
+    EXPECT_TRUE(object.releaseRefAbove(1));
+    EXPECT_EQ(2U, object.refCount());
+    EXPECT_FALSE(object.releaseRefAbove(1));
+    EXPECT_EQ(2U, object.refCount());
+    EXPECT_TRUE(object.releaseRefAbove(0));
+    EXPECT_FALSE(object.releaseRefAbove(0)) << "the last one ends the object";
+    EXPECT_EQ(1U, object.refCount());
+    acquire(object, 2);
+    object.incBias();
+    EXPECT_FALSE(object.releaseRefAbove(1)) << "the bias counts for nothing";
+    EXPECT_TRUE(object.releaseRefAbove(0));
+    EXPECT_EQ(1U, object.refCount());
+}
+
 TEST(RefCntObject, BiasIsNotAdjustedBeyondItsRange)
 {
     Counted object;

@@ -227,20 +227,22 @@ TEST(DynLoaderLock, IsHeldWhileALibraryLoads)
         leave.pass();
     };
     ConstDynLibraryRef other = DynLibrary::load(OTHER);
-    const DynSymbolRef symbol = other->symbol("dyn_other_value");
+    DynSymbolRef symbol = other->symbol("dyn_other_value");
+    EXPECT_EQ(5, valueOf(symbol));
     Caller loader([] { DynLibrary::load(HOOKED); });
     inside.pass();
     const DynLibrary& library = *other;
     library.acquireRef();
-    Caller reader([&library] { library.symbol("dyn_other_value"); });
-    Caller dropper([&other] { other.clear(); });
-    EXPECT_TRUE(reader.awaitAsleep());
+    // A release that leaves somebody else waits for nobody; one that may end the library does.
+    Caller([&other] { other.clear(); }).join();
+    Caller dropper([&symbol] { symbol.clear(); });
     EXPECT_TRUE(dropper.awaitAsleep());
+    Caller reader([&library] { library.symbol("dyn_other_value"); });
+    EXPECT_TRUE(reader.awaitAsleep());
     leave.open();
     loader.join();
-    reader.join();
     dropper.join();
-    EXPECT_EQ(5, valueOf(symbol));
+    reader.join();
     library.releaseRef();
 }
 

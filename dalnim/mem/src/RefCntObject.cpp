@@ -83,6 +83,17 @@ bool RefCntObject::releaseRef(const std::nothrow_t&) const
     return alive >= 0;
 }
 
+bool RefCntObject::releaseRefAbove(UInt32_t floor) const noexcept
+{
+    si_atomic_t count = __atomic_load_n(&refs, __ATOMIC_RELAXED);
+    while (static_cast<std::int64_t>(static_cast<UInt32_t>(count)) - bias > std::int64_t{floor} + 1) {
+        if (__atomic_compare_exchange_n(&refs, &count, count - 1, true, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 UInt32_t RefCntObject::refBias() const noexcept
 {
     return bias;

@@ -74,6 +74,10 @@ void DynLibrary::releaseRef() const
 
 bool DynLibrary::releaseRef(const std::nothrow_t&) const
 {
+    // With more than the cache's reference left there is nothing to drop, and no lock to wait for.
+    if (releaseRefAbove(1)) {
+        return false;
+    }
     return loader.release(*this, [this] { return RefCntObject::releaseRef(std::nothrow); });
 }
 

@@ -41,6 +41,10 @@ void DynSymbol::releaseRef() const
 
 bool DynSymbol::releaseRef(const std::nothrow_t&) const
 {
+    // With more than the cache's reference left there is nothing to drop, and no lock to wait for.
+    if (releaseRefAbove(1)) {
+        return false;
+    }
     return lib.loader.release(*this, [this] { return RefCntObject::releaseRef(std::nothrow); });
 }
 
