@@ -19,7 +19,8 @@ thread_local int until_failure = 0;
 
 }
 
-extern "C" void* malloc(std::size_t size)
+// Visible, or the library would not find it.
+extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size)
 {
     if (until_failure > 0 && --until_failure == 0) {
         return nullptr;
