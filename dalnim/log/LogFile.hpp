@@ -10,6 +10,7 @@
 #include <fstream>
 #include <memory>
 #include <ostream>
+#include <string_view>
 
 namespace com::kor::dal::nim::log {
 
@@ -89,12 +90,14 @@ private:
     friend class ForkLock;
     friend class Write;
 
+    /** log() of a line that is trimmed and has its newline. */
+    void logLine(std::string_view line);
     /** For a logger: puts a text ahead of its lines, as log() would; false when the stream refuses it. */
     bool begin(const String& text) const;
 
     // All of these are called with stateSync held.
     /** Whether `stream`, the present one, has taken `line`. */
-    bool unlockedTake(std::ostream& stream) const;
+    bool unlockedTake(std::ostream& stream, std::string_view line) const;
     std::ostream* unlockedGetStream() const;
     void unlockedOpen() const;
     void unlockedClose() const;
@@ -119,8 +122,6 @@ private:
     std::size_t maxFiles;
     /** How many old files exist. */
     std::size_t numFiles;
-    /** The line in hand with its newline, so that it reaches the kernel in one piece. */
-    String line;
     /** Guards all of the above. Behind Write's lock, never before it. */
     mt::CriticalSection stateSync;
 };

@@ -136,6 +136,12 @@ private:
         Severity sevs[Severity_COUNT];
     };
 
+    /**
+     * A record of a logger that formats as this class does: the line is made ahead of the lock, since
+     * its making reads nothing that the lock guards.
+     */
+    void logAhead(const Module& mod, const Header& rec);
+
     // Called with stateSync held.
     LogFileRef& getOwnedLogFile();
     void streamHeader() const;

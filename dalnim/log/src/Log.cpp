@@ -5,21 +5,15 @@
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
+#include <dalnim/log/src/RecordPrefix.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
-#include <dalnim/sys/System.hpp>
 
-#include <charconv>
-#include <cstring>
 #include <exception>
-#include <iterator>
-#include <limits>
 #include <ostream>
 #include <pthread.h>
-#include <string_view>
-#include <type_traits>
-#include <utility>
 
 namespace com::kor::dal::nim::log {
 
@@ -65,65 +59,6 @@ private:
     const int exceptions;
 };
 
-/**
- * The fields of a prefix, with a separator between each two. Its numbers are plain decimal ones: a
- * stream would group their digits by the process's locale.
- */
-class Prefix
-{
-public:
-    explicit Prefix(unsigned int selected) : mask(selected), first(true)
-    {
-        text.reserve(USUAL_LENGTH);
-    }
-
-    /** Adds what `field` gives, if the mask selects it; otherwise it is not even computed. */
-    template <class Field>
-    Prefix& add(Mask bit, Field field)
-    {
-        if ((mask & bit) != 0) {
-            if (!first) {
-                text += SEPARATOR[0];
-            }
-            first = false;
-            put(field());
-        }
-        return *this;
-    }
-
-    String finish()
-    {
-        text.append(TERMINATOR, TERMINATOR_LENGTH);
-        return std::move(text);
-    }
-
-private:
-    static constexpr std::size_t USUAL_LENGTH = 512;
-
-    void put(std::string_view field)
-    {
-        text.append(field);
-    }
-    template <class Number, class = std::enable_if_t<std::is_integral_v<Number>>>
-    void put(Number number)
-    {
-        char digits[std::numeric_limits<Number>::digits10 + 2];
-        const std::to_chars_result end = std::to_chars(std::begin(digits), std::end(digits), number);
-        text.append(digits, static_cast<std::size_t>(end.ptr - digits));
-    }
-
-    const unsigned int mask;
-    bool first;
-    String text;
-};
-
-/** The name behind the last "/" of a path. */
-std::string_view baseName(const char* path)
-{
-    const char* const slash = std::strrchr(path, '/');
-    return slash == nullptr ? path : slash + 1;
-}
-
 }
 
 Log::Log() noexcept = default;
@@ -141,17 +76,9 @@ void Log::log(const Module& mod, const Header& rec, bool force)
 
 String Log::format(const Module& mod, const Header& rec)
 {
-    return Prefix(getOutputMask())
-        .add(Mask_DATETIME, [&] { return getDateTime(rec.getWhen()); })
-        .add(Mask_HOSTNAME, [] { return sys::System::hostname(); })
-        .add(Mask_PROCESSNAME, [] { return getProcessName(); })
-        .add(Mask_PROCESSID, [] { return getProcessId(); })
-        .add(Mask_THREADID, [&] { return rec.getThread(); })
-        .add(Mask_MODULENAME, [&]() -> const String& { return mod.getName(); })
-        .add(Mask_SEVERITY, [&] { return rec.getSeverityName(); })
-        .add(Mask_SOURCEFILE, [&] { return baseName(rec.getFile()); })
-        .add(Mask_LINENUMBER, [&] { return rec.getLine(); })
-        .finish();
+    LineText prefix;
+    appendPrefix(prefix, getOutputMask(), mod, rec);
+    return String(prefix.view());
 }
 
 void Log::log(const String& msg)

@@ -5,6 +5,7 @@
 #include <dalnim/log/Common.hpp>
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/AppendFile.hpp>
+#include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/mt/MutexHolder.hpp>
 #include <dalnim/sys/StackTrack.hpp>
@@ -31,9 +32,6 @@ typedef mt::MutexHolder<mt::CriticalSection> StateHolder;
 
 constexpr mode_t DIRECTORY_MODE = 0755;
 
-/** Bytes: what a huge record has grown beyond this is given back. */
-constexpr std::size_t LINE_CAPACITY_KEPT = 64 * 1024;
-
 /** The stream that takes what no other output takes. */
 std::ostream& fallbackStream()
 {
@@ -57,7 +55,7 @@ void trace(unsigned int line, const char* function, const Texts&... texts)
 }
 
 /** Whether `stream` has taken `line`. What it raises, if it is asked to, is a refusal like any other. */
-bool take(std::ostream& stream, const String& line)
+bool take(std::ostream& stream, std::string_view line)
 {
     try {
         return stream.write(line.data(), static_cast<std::streamsize>(line.size())).flush().good();
@@ -176,19 +174,20 @@ bool LogFile::is_reserved() const
 void LogFile::log(const String& msg)
 {
     const sys::StackTrack track("log()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    const std::size_t length = trimmedLength(msg);
+    LineText line;
+    line.append(msg);
+    endLine(line);
+    logLine(line.view());
+}
 
+void LogFile::logLine(std::string_view line)
+{
     const StateHolder holder(stateSync.acquire());
     std::ostream* stream = unlockedGetStream();
-    line.assign(msg, 0, length).push_back('\n');
-    if (!unlockedTake(*stream)) {
+    if (!unlockedTake(*stream, line)) {
         // Refused now or before: the record survives here, and the next one tries the same again.
-        line.insert(0, 1, '\n').insert(0, STREAM_COMPLAINT);
         stream = &fallbackStream();
-        take(*stream, line);
-    }
-    if (line.capacity() > LINE_CAPACITY_KEPT) {
-        String().swap(line);
+        take(*stream, String(STREAM_COMPLAINT).append(1, '\n').append(line));
     }
 
     // A position that cannot be told counts as very large. With the output on a failed file that is
@@ -198,7 +197,7 @@ void LogFile::log(const String& msg)
     }
 }
 
-bool LogFile::unlockedTake(std::ostream& stream) const
+bool LogFile::unlockedTake(std::ostream& stream, std::string_view line) const
 {
     if (&stream != ownedOutStream.get()) {
         return take(stream, line);

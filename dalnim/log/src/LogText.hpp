@@ -1,10 +1,11 @@
 #ifndef DALNIM_LOG_SRC_LOGTEXT_HPP
 #define DALNIM_LOG_SRC_LOGTEXT_HPP
 
-#include <dalnim/String.hpp>
 #include <dalnim/log/Common.hpp>
+#include <dalnim/log/src/LineText.hpp>
 
 #include <cctype>
+#include <string_view>
 
 namespace com::kor::dal::nim::log {
 
@@ -18,7 +19,7 @@ constexpr std::size_t TERMINATOR_LENGTH = 3;
  * The length of a record without its trailing white space. A record without a text is its prefix, and
  * keeps the blank that ends it.
  */
-inline std::size_t trimmedLength(const String& msg)
+inline std::size_t trimmedLength(std::string_view msg)
 {
     std::size_t length = msg.size();
     while (length > 0 && std::isspace(static_cast<unsigned char>(msg[length - 1]))) {
@@ -31,6 +32,13 @@ inline std::size_t trimmedLength(const String& msg)
         return end;
     }
     return length;
+}
+
+/** Takes the trailing white space off a line and puts a newline in its place. */
+inline void endLine(LineText& line)
+{
+    line.cut(trimmedLength(line.view()));
+    line.append('\n');
 }
 
 }

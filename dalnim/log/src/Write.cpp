@@ -6,6 +6,9 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/LineText.hpp>
+#include <dalnim/log/src/LogText.hpp>
+#include <dalnim/log/src/RecordPrefix.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
@@ -46,17 +49,30 @@ void Write::log(const Module& mod, const Header& rec, bool force)
     if (!force && !isSeveritySatisfied(rec.getSeverityId())) {
         return;
     }
-    // The prefix of this class reads nothing that the lock guards; that of a subclass may.
-    const bool formatsAhead = typeid(*this) == typeid(Write);
-    String line;
-    if (formatsAhead) {
-        line = format(mod, rec).append(rec.text());
+    if (typeid(*this) == typeid(Write)) {
+        logAhead(mod, rec);
+        return;
     }
+    // What a subclass has replaced finds the lock held.
     const StateHolder holder(stateSync.acquire());
     if (!streamHeaderDone) {
         streamHeader();
     }
-    log(formatsAhead ? line : format(mod, rec).append(rec.text()));
+    log(format(mod, rec).append(rec.text()));
+}
+
+void Write::logAhead(const Module& mod, const Header& rec)
+{
+    LineText line;
+    appendPrefix(line, getOutputMask(), mod, rec);
+    line.append(rec.text());
+    endLine(line);
+
+    const StateHolder holder(stateSync.acquire());
+    if (!streamHeaderDone) {
+        streamHeader();
+    }
+    logFile->logLine(line.view());
 }
 
 void Write::log(const String& msg)

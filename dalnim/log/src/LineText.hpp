@@ -1,0 +1,74 @@
+#ifndef DALNIM_LOG_SRC_LINETEXT_HPP
+#define DALNIM_LOG_SRC_LINETEXT_HPP
+
+#include <charconv>
+#include <cstring>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <string_view>
+#include <type_traits>
+
+namespace com::kor::dal::nim::log {
+
+/** The text of a line in the making. One of the usual length needs no memory but its own. */
+class LineText
+{
+public:
+    LineText() : begin(inlineBytes), length(0), capacity(sizeof inlineBytes) {}
+
+    LineText(const LineText&) = delete;
+    LineText& operator=(const LineText&) = delete;
+
+    std::string_view view() const noexcept
+    {
+        return {begin, length};
+    }
+
+    LineText& append(std::string_view text)
+    {
+        if (text.size() > capacity - length) {
+            grow(text.size());
+        }
+        std::memcpy(begin + length, text.data(), text.size());
+        length += text.size();
+        return *this;
+    }
+    LineText& append(char c)
+    {
+        return append(std::string_view(&c, 1));
+    }
+    /** In plain decimal digits: a stream would group them by the process's locale. */
+    template <class Number, class = std::enable_if_t<std::is_integral_v<Number>>>
+    LineText& appendNumber(Number number)
+    {
+        char digits[std::numeric_limits<Number>::digits10 + 2];
+        const std::to_chars_result end = std::to_chars(std::begin(digits), std::end(digits), number);
+        return append(std::string_view(digits, static_cast<std::size_t>(end.ptr - digits)));
+    }
+    void cut(std::size_t newLength) noexcept
+    {
+        length = newLength;
+    }
+
+private:
+    void grow(std::size_t added)
+    {
+        const std::size_t size = 2 * (length + added);
+        std::unique_ptr<char[]> larger(new char[size]);
+        std::memcpy(larger.get(), begin, length);
+        heapBytes = std::move(larger);
+        begin = heapBytes.get();
+        capacity = size;
+    }
+
+    char inlineBytes[1024];
+    std::unique_ptr<char[]> heapBytes;
+    char* begin;
+    std::size_t length;
+    std::size_t capacity;
+};
+
+}
+
+#endif
