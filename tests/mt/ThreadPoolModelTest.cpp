@@ -95,8 +95,9 @@ public:
         for (int i = 0; i < ledger.perSubmitter; ++i) {
             const bool block = random() % 3 != 0;
             const bool fails = random() % 8 == 0;
-            const auto call = [this, i, fails] {
-                ledger.note(number, i);
+            // The task may outlive its submitter.
+            const auto call = [&book = ledger, submitter = number, i, fails] {
+                book.note(submitter, i);
                 if (fails) {
                     throw std::runtime_error("dropped");
                 }
