@@ -1,4 +1,7 @@
-// What a log statement costs that produces no record, and what the gate costs that lets one through.
+// What a log statement costs that produces no record, by the library's logger and its peers, and what
+// the gate costs that lets one through.
+
+#include "Loggers.hpp"
 
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Write.hpp>
@@ -28,29 +31,12 @@ struct Gates
     log::Module& silent;
 };
 
-Gates& gates()
-{
-    static Gates instance;
-    return instance;
-}
-
-/** Costs more than everything else here, if it is ever evaluated. */
-std::string expensiveText()
-{
-    return std::string(10000, 'x');
-}
-
-void statementRefusedBySeverity(benchmark::State& state)
-{
-    log::Module& module = gates().passing;
-    for (auto _ : state) {
-        NIM_LOG_TO(module, Severity_DEBUG) << expensiveText();
-    }
-}
+/** Made by the main thread, before there is another. */
+Gates gates;
 
 void statementRefusedByFilter(benchmark::State& state)
 {
-    log::Module& module = gates().silent;
+    log::Module& module = gates.silent;
     for (auto _ : state) {
         NIM_LOG_TO(module, Severity_WARNING) << expensiveText();
     }
@@ -58,7 +44,7 @@ void statementRefusedByFilter(benchmark::State& state)
 
 void gatePassedByFilter(benchmark::State& state)
 {
-    log::Module& module = gates().passing;
+    log::Module& module = gates.passing;
     for (auto _ : state) {
         benchmark::DoNotOptimize(module.isSeveritySatisfied(log::Severity_WARNING));
     }
@@ -66,29 +52,38 @@ void gatePassedByFilter(benchmark::State& state)
 
 void gatePassedByError(benchmark::State& state)
 {
-    log::Module& module = gates().silent;
+    log::Module& module = gates.silent;
     for (auto _ : state) {
         benchmark::DoNotOptimize(module.isSeveritySatisfied(log::Severity_ERROR));
     }
 }
 
-/** The first statement behind a change of the filter: the module asks it anew. */
-void gateBehindAChangeOfTheFilter(benchmark::State& state)
+BENCHMARK(statementRefusedByFilter)->ThreadRange(1, 8);
+BENCHMARK(gatePassedByFilter)->ThreadRange(1, 8);
+BENCHMARK(gatePassedByError)->ThreadRange(1, 8);
+
+/** Refused by its severity, on a logger with a file. */
+template <class Logger>
+void statementRefused(benchmark::State& state)
 {
-    log::Write& logger = gates().logger;
-    log::Module& module = gates().passing;
-    bool on = true;
+    Logger& logger = *Shared<Logger>::logger();
     for (auto _ : state) {
-        logger.setModuleFilter("other", on);
-        benchmark::DoNotOptimize(module.isSeveritySatisfied(log::Severity_WARNING));
-        on = !on;
+        logger.refuse();
+        // Another thread may change the threshold: nobody may ask for it once for all statements.
+        benchmark::ClobberMemory();
     }
 }
 
-BENCHMARK(statementRefusedBySeverity)->ThreadRange(1, 4);
-BENCHMARK(statementRefusedByFilter)->ThreadRange(1, 4);
-BENCHMARK(gatePassedByFilter)->ThreadRange(1, 4);
-BENCHMARK(gatePassedByError)->ThreadRange(1, 4);
-BENCHMARK(gateBehindAChangeOfTheFilter);
+const bool areRegistered = [] {
+    forEachLogger([](auto is) {
+        typedef typename decltype(is)::type Logger;
+        benchmark::RegisterBenchmark((std::string("refused/") + Logger::NAME).c_str(),
+                                     statementRefused<Logger>)
+            ->Setup([](const benchmark::State&) { Shared<Logger>::make(Output()); })
+            ->Teardown(Shared<Logger>::drop)
+            ->ThreadRange(1, 8);
+    });
+    return true;
+}();
 
 }

@@ -1,129 +1,112 @@
-// A record of about 160 bytes on its way to a file, beside the bare system call that no logger can
-// do without: write(2) of the same bytes to a fresh file in append mode.
+// Records on their way to a file, by the library's logger and its peers, beside what no logger can do
+// without: write(2) of the same bytes to a fresh file in append mode. Every line has reached the
+// kernel when its statement returns, and is of the same length for all.
 
-#include <dalnim/log/Header.hpp>
-#include <dalnim/log/Module.hpp>
-#include <dalnim/log/Write.hpp>
+#include "Loggers.hpp"
+#include "peers/Limits.hpp"
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
-#include <memory>
+#include <cstdint>
+#include <filesystem>
 #include <string>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
-namespace log = com::kor::dal::nim::log;
+constexpr std::size_t LINE_LENGTH = 160;
+constexpr std::size_t ROTATION_SIZE = 10000000;
+/** Enough for six rotations. */
+constexpr std::int64_t ROTATION_RECORDS = 400000;
 
-/** A fresh file below the directory for temporary ones, removed with this object. */
-class FreshFile
+/** The text with which a line of this logger is so many bytes long, with its prefix and newline. */
+template <class Logger>
+std::string textFor(std::size_t lineLength, Prefix prefix)
 {
-public:
-    FreshFile()
-    {
-        char name[] = "/tmp/dalnim-bench-XXXXXX";
-        if (mkdtemp(name) == nullptr) {
-            std::abort();
-        }
-        folder = name;
-        path = folder + "/bench.log";
+    const FreshFile file;
+    Logger logger(Output{file.path, prefix});
+    // The first record may come behind a heading of the file.
+    logger.record("");
+    const std::uintmax_t before = std::filesystem::file_size(file.path);
+    logger.record("");
+    const std::uintmax_t overhead = std::filesystem::file_size(file.path) - before;
+    std::string words(lineLength > overhead ? lineLength - overhead : 0, 'x');
+    if (overhead == 0) {
+        // It writes what it is given.
+        words.back() = '\n';
     }
-    FreshFile(const FreshFile&) = delete;
-    FreshFile& operator=(const FreshFile&) = delete;
-    ~FreshFile()
-    {
-        unlink(path.c_str());
-        rmdir(folder.c_str());
+    return words;
+}
+
+/** The text of the records of a repetition, which stands before its logger is made. */
+std::string text;
+
+template <class Logger>
+void make(const Output& output, std::size_t lineLength)
+{
+    text = textFor<Logger>(lineLength, output.prefix);
+    Shared<Logger>::make(output);
+}
+
+template <class Logger>
+void makeFull(const benchmark::State&)
+{
+    make<Logger>(Output(), LINE_LENGTH);
+}
+
+template <class Logger>
+void makeOfSize(const benchmark::State& state)
+{
+    make<Logger>(Output{"", Prefix::SEVERITY}, static_cast<std::size_t>(state.range(0)));
+}
+
+template <class Logger>
+void makeRotating(const benchmark::State&)
+{
+    make<Logger>(Output{"", Prefix::FULL, ROTATION_SIZE}, LINE_LENGTH);
+}
+
+template <class Logger>
+void records(benchmark::State& state)
+{
+    Logger& logger = *Shared<Logger>::logger();
+    for (auto _ : state) {
+        logger.record(text);
     }
-
-    std::string folder;
-    std::string path;
-};
-
-constexpr char TEXT[] = "disk sda1 of the shelf at the end of row 12 is 97% full";
-
-/** How long a line gets, prefix and newline included. */
-std::size_t lineLength()
-{
-    static const std::size_t length = [] {
-        struct Format : log::Write
-        {
-            std::string line()
-            {
-                const log::Header header(log::Severity_WARNING, __FILE__, 1000);
-                return format(log::Module::DEFAULT_INSTANCE, header) + TEXT + '\n';
-            }
-        } writer;
-        return writer.line().size();
-    }();
-    return length;
-}
-
-/** What the threads of one run share; made by the first of them before the others start to measure. */
-std::unique_ptr<FreshFile> file;
-std::unique_ptr<log::Write> logger;
-std::unique_ptr<log::Module> records;
-int descriptor = -1;
-
-void setUpLogger(const benchmark::State&)
-{
-    file = std::make_unique<FreshFile>();
-    logger = std::make_unique<log::Write>();
-    logger->setPath(file->path);
-    records = std::make_unique<log::Module>("bench.records", *logger);
-}
-
-void tearDownLogger(const benchmark::State&)
-{
-    logger->unregisterModule(*records);
-    records.reset();
-    logger.reset();
-    file.reset();
-}
-
-void setUpDescriptor(const benchmark::State&)
-{
-    file = std::make_unique<FreshFile>();
-    descriptor = open(file->path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-}
-
-void tearDownDescriptor(const benchmark::State&)
-{
-    close(descriptor);
-    file.reset();
-}
-
-void countBytes(benchmark::State& state)
-{
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(lineLength()));
     state.SetItemsProcessed(state.iterations());
 }
 
-void bareWrite(benchmark::State& state)
+/** The same records by 1 to 8 threads, and by one in sizes of 20 to 2,000 bytes. */
+template <class Logger>
+void registerRecords()
 {
-    const std::string line(lineLength(), 'x');
-    for (auto _ : state) {
-        if (write(descriptor, line.data(), line.size()) < 0) {
-            state.SkipWithError("write");
-        }
+    const std::string name = Logger::NAME;
+    benchmark::RegisterBenchmark(("record/" + name).c_str(), records<Logger>)
+        ->Setup(makeFull<Logger>)
+        ->Teardown(Shared<Logger>::drop)
+        ->ThreadRange(1, 8)
+        ->UseRealTime();
+
+    auto* const sizes = benchmark::RegisterBenchmark(("recordOfSize/" + name).c_str(), records<Logger>);
+    sizes->Setup(makeOfSize<Logger>)->Teardown(Shared<Logger>::drop)->UseRealTime();
+    for (const int size : {20, 50, 100, 200, 500, 1000, 2000}) {
+        sizes->Arg(size);
     }
-    countBytes(state);
 }
 
-void record(benchmark::State& state)
+template <class Logger>
+void registerRotation(const std::string& variant, void (*setUp)(const benchmark::State&))
 {
-    for (auto _ : state) {
-        NIM_LOG_TO(*records, Severity_WARNING) << TEXT;
-    }
-    countBytes(state);
+    benchmark::RegisterBenchmark(("rotation/" + variant + "/" + Logger::NAME).c_str(), records<Logger>)
+        ->Setup(setUp)
+        ->Teardown(Shared<Logger>::drop)
+        ->Iterations(ROTATION_RECORDS)
+        ->UseRealTime();
 }
 
 /** All of a record but the file: the statement, its header, the prefix and the joined line. */
 void recordWithoutOutput(benchmark::State& state)
 {
+    namespace log = com::kor::dal::nim::log;
     struct Sink : log::Write
     {
         void log(const com::kor::dal::nim::String& msg) override
@@ -132,15 +115,27 @@ void recordWithoutOutput(benchmark::State& state)
         }
         using log::Write::log;
     } sink;
-    log::Module module("bench.records", sink);
+    log::Module module(MODULE_NAME, sink);
+    const std::string words = textFor<Dalnim>(LINE_LENGTH, Prefix::FULL);
     for (auto _ : state) {
-        NIM_LOG_TO(module, Severity_WARNING) << TEXT;
+        NIM_LOG_TO(module, Severity_WARNING) << words;
     }
     state.SetItemsProcessed(state.iterations());
 }
-
-BENCHMARK(bareWrite)->Setup(setUpDescriptor)->Teardown(tearDownDescriptor)->ThreadRange(1, 4)->UseRealTime();
-BENCHMARK(record)->Setup(setUpLogger)->Teardown(tearDownLogger)->ThreadRange(1, 4)->UseRealTime();
 BENCHMARK(recordWithoutOutput);
+
+const bool areRegistered = [] {
+    forEachLogger([](auto is) {
+        typedef typename decltype(is)::type Logger;
+        registerRecords<Logger>();
+        if (Logger::ROTATES) {
+            registerRotation<Logger>("off", makeFull<Logger>);
+            registerRotation<Logger>("on", makeRotating<Logger>);
+        }
+    });
+    registerRecords<BareWrite>();
+    registerRecords<GuardedStream>();
+    return true;
+}();
 
 }

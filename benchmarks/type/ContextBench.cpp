@@ -20,6 +20,13 @@ class Entry : public nim::mem::RefCntObject
 {
 };
 
+void entries(benchmark::internal::Benchmark* benchmark)
+{
+    for (const int count : {0, 1, 4, 10, 32, 100, 1000}) {
+        benchmark->Arg(count);
+    }
+}
+
 void duplicateContext(benchmark::State& state)
 {
     CurrentContextRef source(new CurrentContext);
@@ -31,7 +38,7 @@ void duplicateContext(benchmark::State& state)
         benchmark::DoNotOptimize(copy);
     }
 }
-BENCHMARK(duplicateContext)->Arg(0)->Arg(4)->Arg(32);
+BENCHMARK(duplicateContext)->Apply(entries);
 
 template <class Key, class MakeKey>
 void copyMap(benchmark::State& state, MakeKey makeKey)
@@ -51,12 +58,12 @@ void copyMapOfStrings(benchmark::State& state)
 {
     copyMap<std::string>(state, [](std::int64_t i) { return "com.example.context." + std::to_string(i); });
 }
-BENCHMARK(copyMapOfStrings)->Arg(0)->Arg(4)->Arg(32);
+BENCHMARK(copyMapOfStrings)->Apply(entries);
 
 void copyMapOfNumbers(benchmark::State& state)
 {
     copyMap<std::uint32_t>(state, [](std::int64_t i) { return static_cast<std::uint32_t>(i); });
 }
-BENCHMARK(copyMapOfNumbers)->Arg(0)->Arg(4)->Arg(32);
+BENCHMARK(copyMapOfNumbers)->Apply(entries);
 
 }
