@@ -27,6 +27,9 @@ public:
 
     LineText& append(std::string_view text)
     {
+        if (text.empty()) {
+            return *this;
+        }
         if (text.size() > capacity - length) {
             grow(text.size());
         }
