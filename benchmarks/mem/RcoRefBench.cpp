@@ -1,10 +1,18 @@
-// A reference is copied and dropped, beside its like of the standard library and the bare counting
-// that both stand on.
+// A reference is copied and dropped, beside its likes and the bare counting that all stand on.
 
 #include <dalnim/mem/RcoRef.hpp>
 #include <dalnim/mem/RefCntObject.hpp>
 
 #include <benchmark/benchmark.h>
+
+#ifdef DALNIM_BENCH_POCO
+#include <Poco/AutoPtr.h>
+#include <Poco/RefCountedObject.h>
+#endif
+#ifdef DALNIM_BENCH_INTRUSIVE_PTR
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+#include <boost/smart_ptr/intrusive_ref_counter.hpp>
+#endif
 
 #include <atomic>
 #include <memory>
@@ -94,6 +102,40 @@ void standardCopyAndDrop(benchmark::State& state)
     }
 }
 BENCHMARK(standardCopyAndDrop);
+
+#ifdef DALNIM_BENCH_POCO
+class PocoCounted : public Poco::RefCountedObject
+{
+};
+
+void copyAndDropPoco(benchmark::State& state)
+{
+    const Poco::AutoPtr<PocoCounted> ref(new PocoCounted);
+    for (auto _ : state) {
+        Poco::AutoPtr<PocoCounted> copy(ref);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+BENCHMARK(copyAndDropPoco);
+#endif
+
+#ifdef DALNIM_BENCH_INTRUSIVE_PTR
+class BoostCounted : public boost::intrusive_ref_counter<BoostCounted, boost::thread_safe_counter>
+{
+public:
+    virtual ~BoostCounted() = default;
+};
+
+void copyAndDropBoost(benchmark::State& state)
+{
+    const boost::intrusive_ptr<BoostCounted> ref(new BoostCounted);
+    for (auto _ : state) {
+        boost::intrusive_ptr<BoostCounted> copy(ref);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+BENCHMARK(copyAndDropBoost);
+#endif
 
 void standardMakeAndDrop(benchmark::State& state)
 {

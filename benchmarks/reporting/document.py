@@ -1,0 +1,191 @@
+"""Writes docs/performance.md and its plots from what is recorded."""
+
+import json
+
+import matplotlib
+
+matplotlib.use("svg")
+import matplotlib.pyplot as pyplot  # noqa: E402
+
+from measure import Results  # noqa: E402
+from rows import MET, MISSED, SUBSYSTEMS  # noqa: E402
+
+# Text stays text, and the same results give the same files.
+matplotlib.rcParams.update({"svg.fonttype": "none", "svg.hashsalt": "dalnim", "font.size": 9})
+
+HEAD = """# Performance
+
+Written by `./benchmarks/report`; not to be edited by hand.
+
+Each row is the median of repetitions that were interleaved with those of its peers, in one run of one
+program; files are fresh for each repetition. The number in brackets behind a peer or a limit is
+dalnim's cost divided by its cost: below 1, dalnim is faster. Goals are told as ratios where they can,
+since times are the machine's. Rows that were not measured are not shown; a goal without its
+counterpart is told as not measured.
+"""
+
+REPEAT = """
+## How to repeat it
+
+```sh
+./benchmarks/report                # all of it, on an idle machine: about an hour
+./benchmarks/report --quick        # a few minutes, to see that it works
+./benchmarks/report --only log     # one subsystem anew, the others as recorded
+```
+
+It installs the peers from Debian's packages, builds the release preset with the benchmarks below
+`build/benchmarks`, and keeps the raw results as JSON in `build/benchmarks/results`. The library itself
+needs none of the peers.
+"""
+
+
+def time_text(seconds):
+    for unit, size in (("s", 1), ("ms", 1e-3), ("µs", 1e-6), ("ns", 1e-9)):
+        if seconds >= size:
+            return f"{seconds / size:.3g} {unit}"
+    return f"{seconds / 1e-9:.2g} ns"
+
+
+def cost_text(cost, rate):
+    if not rate:
+        return time_text(cost)
+    value = 1e-6 / cost
+    return (f"{value:,.0f}" if value >= 100 else f"{value:.3g}") + " " + rate
+
+
+def costs_of(row, results, pairs):
+    """The others of a row that were measured, by label."""
+    costs = {}
+    for label, name in pairs:
+        sample = results.get(row.program, name)
+        if sample is not None:
+            costs[label] = sample.cost(row.clock, row.per)
+    return costs
+
+
+def goals_text(row, cost, others):
+    """The goals, and what became of them: of each where they differ."""
+    verdicts = [goal.verdict(cost, others) for goal in row.goals]
+    if len(set(verdicts)) > 1:
+        verdicts = [f"{goal.text}: {verdict}" for goal, verdict in zip(row.goals, verdicts)]
+    return "; ".join(goal.text for goal in row.goals), "; ".join(dict.fromkeys(verdicts))
+
+
+def table(subsystem, results):
+    """The rows that were measured, and how many goals were met and missed."""
+    lines = ["| row | dalnim | peers | limits | goal | |", "|---|---|---|---|---|---|"]
+    met = missed = 0
+    for row in subsystem.rows:
+        sample = results.get(row.program, row.own)
+        if sample is None:
+            continue
+        cost = sample.cost(row.clock, row.per)
+        peers = costs_of(row, results, row.peers)
+        limits = costs_of(row, results, row.limits)
+        columns = [row.title, cost_text(cost, row.rate)]
+        for others in (peers, limits):
+            columns.append(", ".join(f"{label} {cost_text(other, row.rate)} ({cost / other:.2f})"
+                                     for label, other in others.items()))
+        columns += goals_text(row, cost, {**peers, **limits})
+        met += columns[-1] == MET
+        missed += MISSED in columns[-1]
+        lines.append("| " + " | ".join(columns) + " |")
+    return (lines if len(lines) > 2 else []), met, missed
+
+
+def draw(plot, results, folder):
+    """Draws what was measured of a plot; false when there is not enough for a line."""
+    figure, axes = pyplot.subplots(figsize=(7, 4))
+    lines = 0
+    for label, name in plot.series:
+        points = [(x, results.get(plot.program, name.format(x=x))) for x in plot.xs]
+        points = [(x, sample.cost(plot.clock, plot.per)) for x, sample in points if sample is not None]
+        if len(points) < 2:
+            continue
+        lines += 1
+        own = label.startswith("dalnim")
+        axes.plot([x for x, _ in points],
+                  [1e-6 / cost if plot.rate else cost / 1e-9 for _, cost in points],
+                  marker="o", markersize=4, linewidth=2.5 if own else 1.2, zorder=3 if own else 2,
+                  label=label)
+    if lines > 0:
+        axes.set_xscale("log", base=2 if plot.xlabel == "threads" else 10)
+        if plot.xlabel == "threads":
+            axes.set_xticks(plot.xs, [str(x) for x in plot.xs])
+        if plot.linear:
+            axes.set_ylim(bottom=0)
+        else:
+            axes.set_yscale("log")
+        axes.set(title=plot.title, xlabel=plot.xlabel, ylabel=plot.rate or "ns")
+        axes.grid(True, which="major", linewidth=0.4)
+        axes.legend(fontsize=8)
+        figure.tight_layout()
+        figure.savefig(folder / f"{plot.file}.svg", metadata={"Date": None})
+    pyplot.close(figure)
+    return lines > 0
+
+
+def machine_section(machine, results):
+    lines = ["", "## Where", ""]
+    contexts = [context["report"] for result in results for context in result.contexts]
+
+    def told(key):
+        return ", ".join(sorted({str(context[key]) for context in contexts}))
+
+    if any(context["quick"] for context in contexts):
+        lines += ["**A quick run:** few and short repetitions, and no large sizes. It shows that the report "
+                  "works; its numbers are noisy, and no basis for a judgement.", ""]
+    if machine["note"]:
+        lines += [machine["note"], ""]
+    lines += ["| | |", "|---|---|",
+              f"| processor | {machine['processor']}, {machine['cores']} cores, {machine['clock']} |",
+              f"| load average at the end | {', '.join(map(str, machine['load']))} |",
+              f"| kernel | {machine['kernel']} |",
+              f"| compiler | {machine['compiler']} |",
+              f"| dalnim | {told('revision')} |",
+              f"| measured | {told('date')}, medians of {told('repetitions')} repetitions |",
+              f"| peers | {', '.join(' '.join(peer) for peer in machine['peers'].items() if peer[1])} |"]
+    return lines
+
+
+def footprint_section(machine):
+    lines = []
+    for title, key in (("library, stripped", "library_size"),
+                       ("memory written to, more than without the library", "private_memory")):
+        if machine[key] is not None:
+            size = machine[key] / 2**20
+            verdict = MET if size < 1 else MISSED
+            lines.append(f"| {title} | {size:.2f} MiB | under 1 MiB | {verdict} |")
+    return ["", "## Size", "", "| row | dalnim | goal | |", "|---|---|---|---|", *lines] if lines else []
+
+
+def write(tree, folder):
+    machine = json.loads((folder / "machine.json").read_text(encoding="utf-8"))
+    docs = tree / "docs"
+    plots = docs / "performance"
+    plots.mkdir(parents=True, exist_ok=True)
+    for old in plots.glob("*.svg"):
+        old.unlink()
+
+    everything = [(subsystem, Results(subsystem, folder)) for subsystem in SUBSYSTEMS]
+    body = []
+    met = missed = 0
+    for subsystem, results in everything:
+        lines, met_here, missed_here = table(subsystem, results)
+        if not lines:
+            continue
+        met += met_here
+        missed += missed_here
+        body += ["", f"## {subsystem.title}", ""]
+        for remark in subsystem.remarks:
+            body += [remark, ""]
+        body += lines
+        for plot in subsystem.plots:
+            if draw(plot, results, plots):
+                body += ["", f"![{plot.title}](performance/{plot.file}.svg)"]
+    body += footprint_section(machine)
+
+    summary = ["", f"Of the rows below that have a goal, {met} met it and {missed} missed at least one."]
+    text = HEAD.splitlines() + summary + machine_section(machine, [results for _, results in everything])
+    text += REPEAT.rstrip().splitlines() + body
+    (docs / "performance.md").write_text("\n".join(text) + "\n", encoding="utf-8")

@@ -1,0 +1,89 @@
+"""Where it was measured: the machine, its tools, and the versions of the peers."""
+
+import json
+import os
+import platform
+import re
+import subprocess
+
+PEERS = {
+    "Google Benchmark": "libbenchmark-dev", "spdlog": "libspdlog-dev", "log4cplus": "liblog4cplus-dev",
+    "glog": "libgoogle-glog-dev", "POCO": "libpoco-dev", "Boost": "libboost-dev",
+    "Boost.Log": "libboost-log-dev", "expat": "libexpat1-dev", "pugixml": "libpugixml-dev",
+    "OpenSSL": "libssl-dev", "C library": "libc6", "C++ library": "libstdc++6",
+}
+
+
+def output_of(*command):
+    """What the command prints; nothing when it fails or does not exist."""
+    try:
+        return subprocess.run(command, capture_output=True, text=True).stdout.strip()
+    except OSError:
+        return ""
+
+
+def version_of(package):
+    text = output_of("dpkg-query", "-W", "-f", "${db:Status-Status} ${Version}\n", package)
+    installed = [line.split()[1] for line in text.splitlines() if line.startswith("installed ")]
+    return installed[0] if installed else ""
+
+
+def processor():
+    with open("/proc/cpuinfo", encoding="utf-8") as file:
+        text = file.read()
+    model = re.search(r"^model name\s*:\s*(.*)$", text, re.M)
+    clock = re.search(r"^cpu MHz\s*:\s*(.*)$", text, re.M)
+    return (model.group(1) if model else platform.machine(),
+            f"{float(clock.group(1)):,.0f} MHz" if clock else "not told")
+
+
+def compiler(build):
+    """The compiler and the flags of the build that was measured."""
+    text = (build / "CMakeCache.txt").read_text(encoding="utf-8")
+    cache = dict(re.findall(r"^(\w+):\w+=(.*)$", text, re.M))
+    flags = " ".join(filter(None, [cache.get("CMAKE_CXX_FLAGS", ""),
+                                   cache.get("CMAKE_CXX_FLAGS_" + cache["CMAKE_BUILD_TYPE"].upper(), "")]))
+    return f"{output_of(cache['CMAKE_CXX_COMPILER'], '--version').splitlines()[0]}, `{flags}`"
+
+
+def revision(tree):
+    """The commit that is measured, marked when the tree differs from it."""
+    name = output_of("git", "-C", str(tree), "log", "-1", "--format=%h")
+    changed = output_of("git", "-C", str(tree), "status", "--porcelain", "--", ".", ":!docs")
+    return (name or "not told") + (" with changes" if changed else "")
+
+
+def library_size(build):
+    """Bytes of the library without its debugging information."""
+    source = next(build.glob("libdalnim.so.*.*.*"), None)
+    if source is None:
+        return None
+    stripped = build / "libdalnim.stripped"
+    if subprocess.run(["strip", "--strip-unneeded", "-o", stripped, source]).returncode != 0:
+        return None
+    size = stripped.stat().st_size
+    stripped.unlink()
+    return size
+
+
+def private_memory(build):
+    """Bytes that a program has written to more when it is linked with the library."""
+    sizes = [output_of(str(build / "benchmarks" / name), "memory") for name in ("load_with", "load_without")]
+    return (int(sizes[0]) - int(sizes[1])) * 1024 if all(sizes) else None
+
+
+def record(path, tree, note):
+    """Keeps it beside the results, so that a report that is written later tells the truth."""
+    build = tree / "build" / "benchmarks"
+    model, clock = processor()
+    data = {
+        "note": note,
+        "processor": model, "clock": clock, "cores": os.cpu_count(),
+        "load": [round(value, 1) for value in os.getloadavg()],
+        "kernel": f"{platform.system()} {platform.release()}",
+        "compiler": compiler(build),
+        "peers": {name: version_of(package) for name, package in PEERS.items()},
+        "library_size": library_size(build),
+        "private_memory": private_memory(build),
+    }
+    path.write_text(json.dumps(data, indent=1), encoding="utf-8")

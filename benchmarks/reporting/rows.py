@@ -1,0 +1,368 @@
+"""What the report tells: the rows of its tables with their goals, and its plots.
+
+Benchmarks are named as their programs print them, without "/real_time" and the like. A row's cost is
+the processor's time ("cpu") or that of the clock ("real"), for an iteration, an item or a byte.
+"""
+
+import dataclasses
+
+
+MET = "met"
+MISSED = "**missed**"
+UNKNOWN = "not measured"
+
+
+@dataclasses.dataclass(frozen=True)
+class AtMost:
+    """So many seconds, whatever the others need."""
+    seconds: float
+    text: str
+
+    def verdict(self, cost, _others):
+        return MET if cost <= self.seconds else MISSED
+
+
+@dataclasses.dataclass(frozen=True)
+class Within:
+    """At most so many times the cost of the other that has this label."""
+    factor: float
+    label: str
+
+    @property
+    def text(self):
+        return f"at most {self.factor:.3g} × {self.label}"
+
+    def verdict(self, cost, others):
+        if self.label not in others:
+            return UNKNOWN
+        return MET if cost <= self.factor * others[self.label] else MISSED
+
+
+@dataclasses.dataclass(frozen=True)
+class Ahead:
+    """Not behind any of those that have these labels."""
+    labels: tuple
+
+    @property
+    def text(self):
+        return "ahead of " + " and ".join(self.labels) if len(self.labels) < 3 else "ahead of every peer"
+
+    def verdict(self, cost, others):
+        known = [label for label in self.labels if label in others]
+        faster = [label for label in known if others[label] < cost]
+        if faster:
+            return f"{MISSED}, behind {', '.join(faster)}"
+        return MET if len(known) == len(self.labels) else UNKNOWN
+
+
+@dataclasses.dataclass(frozen=True)
+class Beyond:
+    """At most so many seconds more than the other that has this label."""
+    seconds: float
+    label: str
+    text: str
+
+    def verdict(self, cost, others):
+        if self.label not in others:
+            return UNKNOWN
+        return MET if cost <= others[self.label] + self.seconds else MISSED
+
+
+@dataclasses.dataclass(frozen=True)
+class Row:
+    title: str
+    program: str
+    own: str
+    peers: tuple = ()   # of (label, benchmark), each of the same program
+    limits: tuple = ()  # likewise: what nobody can undercut, or the like of the library's own
+    goals: tuple = ()
+    clock: str = "cpu"
+    per: str = "iteration"
+    rate: str = ""      # "MB/s" or "M/s" instead of a time
+
+
+@dataclasses.dataclass(frozen=True)
+class Plot:
+    file: str
+    title: str
+    program: str
+    xlabel: str
+    xs: tuple
+    series: tuple       # of (label, benchmark with {x})
+    clock: str = "cpu"
+    per: str = "iteration"
+    rate: str = ""
+    linear: bool = False
+
+
+@dataclasses.dataclass(frozen=True)
+class Subsystem:
+    name: str
+    title: str
+    programs: tuple
+    rows: tuple
+    plots: tuple
+    remarks: tuple = ()
+
+
+LOGGERS = ("spdlog", "log4cplus", "glog", "POCO", "Boost.Log")
+THREADS = (1, 2, 4, 8)
+
+
+def threads_text(count):
+    return "1 thread" if count == 1 else f"{count} threads"
+
+
+def modules_text(count):
+    return "1 module" if count == 1 else f"{count:,} modules"
+
+
+def log_rows():
+    for threads in THREADS:
+        suffix = f"/threads:{threads}"
+        yield Row(f"refused by severity, {threads_text(threads)}", "gate_bench", "refused/dalnim" + suffix,
+                  peers=tuple((name, f"refused/{name}{suffix}") for name in LOGGERS),
+                  goals=(AtMost(1.5e-9, "at most 1.5 ns"),))
+    for threads in THREADS:
+        suffix = f"/threads:{threads}"
+        yield Row(f"refused by the module filter, {threads_text(threads)}", "gate_bench",
+                  "statementRefusedByFilter" + suffix)
+    for threads in THREADS:
+        suffix = f"/threads:{threads}"
+        itself = ("itself with 1 thread", "record/dalnim/threads:1")
+        yield Row(f"record of 160 bytes to a file, {threads_text(threads)}", "record_bench",
+                  "record/dalnim" + suffix,
+                  peers=tuple((name, f"record/{name}{suffix}") for name in LOGGERS),
+                  limits=(("write", "record/write" + suffix), ("ofstream", "record/ofstream" + suffix))
+                  + (() if threads == 1 else (itself,)),
+                  goals=(Within(1.3, "write"),) if threads == 1
+                  else (Ahead(LOGGERS), Within(1.3, itself[0])),
+                  clock="real")
+    for size in (20, 200, 2000):
+        yield Row(f"record of {size:,} bytes, short prefix", "record_bench", f"recordOfSize/dalnim/{size}",
+                  peers=tuple((name, f"recordOfSize/{name}/{size}") for name in LOGGERS),
+                  limits=(("write", f"recordOfSize/write/{size}"),
+                          ("ofstream", f"recordOfSize/ofstream/{size}")), clock="real")
+    yield Row("record with rotation, 10 MB files", "record_bench", "rotation/on/dalnim",
+              peers=tuple((name, f"rotation/on/{name}") for name in ("spdlog", "log4cplus", "POCO")),
+              limits=(("without rotation", "rotation/off/dalnim"),),
+              goals=(Within(1.05, "without rotation"),), clock="real")
+    for modules in (1, 100, 10000):
+        yield Row(f"filter change and the next gate, {modules_text(modules)}", "registry_bench",
+                  f"gateBehindAFilterChange/{modules}")
+    for modules in (1, 100, 10000):
+        yield Row(f"getInstance among {modules_text(modules)}", "registry_bench", f"getInstance/{modules}")
+
+
+LOG_PLOTS = (
+    Plot("refused-threads", "A refused statement", "gate_bench", "threads", THREADS,
+         tuple((name, f"refused/{name}/threads:{{x}}") for name in ("dalnim",) + LOGGERS)),
+    Plot("record-threads", "A record of 160 bytes to a file, time by records of all threads",
+         "record_bench", "threads", THREADS,
+         tuple((name, f"record/{name}/threads:{{x}}")
+               for name in ("dalnim",) + LOGGERS + ("write", "ofstream")), clock="real", linear=True),
+    Plot("record-size", "A record to a file, by its size", "record_bench", "bytes of the line",
+         (20, 50, 100, 200, 500, 1000, 2000),
+         tuple((name, f"recordOfSize/{name}/{{x}}")
+               for name in ("dalnim",) + LOGGERS + ("write", "ofstream")), clock="real"),
+    Plot("registry", "The registry of modules", "registry_bench", "modules", (1, 10, 100, 1000, 10000),
+         (("filter change and the next gate", "gateBehindAFilterChange/{x}"),
+          ("filter change and all gates", "allGatesBehindAFilterChange/{x}"),
+          ("getInstance", "getInstance/{x}"))),
+)
+
+MEM_ROWS = (
+    Row("copy and drop, thread-safe", "rcoref_bench", "copyAndDrop/thread_safe",
+        peers=(("POCO", "copyAndDropPoco"), ("Boost", "copyAndDropBoost"),
+               ("shared_ptr", "standardCopyAndDrop")),
+        limits=(("atomic counting", "bareAtomicCounting"),),
+        goals=(Within(1.1, "POCO"), Within(1.1, "Boost"))),
+    Row("copy and drop, one thread", "rcoref_bench", "copyAndDrop/one_thread",
+        limits=(("thread-safe", "copyAndDrop/thread_safe"),), goals=(Within(1 / 3, "thread-safe"),)),
+    Row("made and dropped", "rcoref_bench", "makeAndDrop", peers=(("shared_ptr", "standardMakeAndDrop"),)),
+    Row("copy and drop, one object, 2 threads", "rcoref_bench", "copyAndDropShared/threads:2",
+        peers=(("shared_ptr", "standardCopyAndDropShared/threads:2"),), clock="real"),
+)
+
+
+def mt_rows():
+    for pairs in (1, 4):
+        yield Row(f"queue, {pairs} to {pairs}", "queue_bench", f"dalnimQueue/{pairs}",
+                  peers=(("deque with mutex", f"plainQueue/{pairs}"),
+                         ("the same without a limit", f"plainQueueUnlimited/{pairs}"),
+                         ("POCO", f"pocoQueue/{pairs}")),
+                  goals=(Ahead(("deque with mutex", "POCO")),),
+                  clock="real", per="item", rate="M/s")
+    for entries in (0, 4):
+        for title, own in (("the submitter's tasks", "dalnimPool"),
+                           ("tasks made for it", "dalnimPoolManaged")):
+            yield Row(f"pool, {title}, context of {entries}", "pool_bench", f"{own}/{entries}",
+                      peers=(("Boost.Asio", "asioPool"), ("by hand", "plainPool"), ("POCO", "pocoPool"),
+                             ("std::async", "standardAsync")),
+                      goals=(Within(1 if entries == 0 else 2, "Boost.Asio"),), clock="real", per="item")
+    yield Row("thread, start to join", "thread_bench", "dalnimThread",
+              peers=(("std::thread", "standardThread"), ("POCO", "pocoThread")),
+              goals=(Within(1.3, "std::thread"),), clock="real")
+    yield Row("the same thread again", "thread_bench", "dalnimThreadAgain",
+              peers=(("std::thread", "standardThread"), ("POCO", "pocoThread")), clock="real")
+    for threads in (1, 4):
+        suffix = f"/threads:{threads}"
+        yield Row(f"CriticalSection, {threads_text(threads)}", "lock_bench",
+                  "dalnim::CriticalSection" + suffix,
+                  peers=(("std::mutex", "std::mutex" + suffix), ("POCO", "Poco::FastMutex" + suffix)),
+                  clock="real")
+        yield Row(f"ReaderWriterLock for reading, {threads_text(threads)}", "lock_bench",
+                  "dalnim::ReaderWriterLock/read" + suffix,
+                  peers=(("std::shared_mutex", "std::shared_mutex/read" + suffix),), clock="real")
+
+
+def sys_rows():
+    yield Row("track, enter and leave", "stacktrack_bench", "enterAndLeave",
+              limits=(("atomic increment and decrement", "bareAtomicCounting"),),
+              goals=(Within(3 / 4.7, "atomic increment and decrement"),))
+    yield Row("system_error thrown and caught under 5 tracks", "stacktrack_bench", "throwAnError",
+              peers=(("std::runtime_error", "throwAStandardError"),),
+              goals=(Within(2, "std::runtime_error"),))
+    for threads in (1, 2, 4):
+        suffix = f"/threads:{threads}"
+        yield Row(f"symbol in the cache, {threads_text(threads)}", "symbol_bench", "symbolHit" + suffix,
+                  peers=(("dlsym", "dlsymHit" + suffix),), goals=(Ahead(("dlsym",)),), clock="real")
+    yield Row("library that is loaded, again", "symbol_bench", "libraryHit/threads:1",
+              peers=(("dlopen", "dlopenHit/threads:1"),), clock="real")
+    yield Row("process with the library, start to end", "load_bench", "processWithLibrary",
+              limits=(("C++ program without it", "processWithout"),),
+              goals=(Beyond(1e-3, "C++ program without it", "less than 1 ms beyond it"),), clock="real")
+
+
+CONTEXTS = (0, 1, 4, 10, 32, 100, 1000)
+
+
+def type_rows():
+    for entries in (0, 4, 32, 1000):
+        yield Row(f"context of {entries:,} entries, duplicated", "context_bench",
+                  f"duplicateContext/{entries}",
+                  peers=(("map of strings", f"copyMapOfStrings/{entries}"),
+                         ("map of numbers", f"copyMapOfNumbers/{entries}")))
+    yield Row("1,024 integers parsed", "numberops_bench", "parseInt",
+              peers=(("strtol", "strtolAlone"), ("from_chars", "intFromChars")))
+    yield Row("1,024 reals parsed", "numberops_bench", "parseDouble",
+              peers=(("strtod", "strtodAlone"), ("from_chars", "doubleFromChars")))
+
+
+TYPE_PLOTS = (
+    Plot("context-entries", "A context is duplicated", "context_bench", "entries", CONTEXTS[1:],
+         (("dalnim", "duplicateContext/{x}"), ("map of strings", "copyMapOfStrings/{x}"),
+          ("map of numbers", "copyMapOfNumbers/{x}"))),
+)
+
+ENCODED_SIZES = (1000, 100000, 1000000, 100000000)
+LINES = (10, 100, 1000, 10000, 100000, 1000000)
+
+
+def size_text(size):
+    return f"{size // 1000000} MB" if size >= 1000000 else f"{size // 1000} KB"
+
+
+def io_rows():
+    for verb in ("encode", "decode"):
+        for size in ENCODED_SIZES:
+            others = (("Boost", f"{verb}Beast/{size}"), ("POCO", f"{verb}Poco/{size}"))
+            for form, openssl in (("String", "OpenSslToNewString"), ("Stream", "OpenSsl")):
+                yield Row(f"Base64 {verb}, {form.lower()}, {size_text(size)}", "base64_bench",
+                          f"{verb}{form}/{size}",
+                          peers=(("OpenSSL", f"{verb}{openssl}/{size}"),) + others,
+                          goals=(Ahead(("OpenSSL",)),), per="byte", rate="MB/s")
+    for count in LINES[2:]:
+        yield Row(f"properties load, {count:,} lines", "properties_scale_bench", f"load/dalnim/{count}",
+                  peers=tuple((name, f"load/{name}/{count}") for name in ("log4cplus", "POCO", "Boost")),
+                  limits=(("getline", f"load/getline/{count}"),),
+                  goals=(Within(1 / 1.5, "log4cplus"),), per="item", rate="M/s")
+    yield Row("properties store, 100,000 lines", "properties_scale_bench", "store/dalnim/100000",
+              peers=(("POCO", "store/POCO/100000"),), per="item", rate="M/s")
+    for count in (1000, 100000):
+        yield Row(f"look-up among {count:,}", "properties_scale_bench", f"lookUp/dalnim/{count}",
+                  peers=tuple((name, f"lookUp/{name}/{count}") for name in ("log4cplus", "POCO")))
+    itself = ("itself among 1,000", "select/dalnim/1000")
+    for count in (1000, 100000):
+        yield Row(f"selection of 100 among {count:,} by prefix", "properties_scale_bench",
+                  f"select/dalnim/{count}",
+                  peers=(("log4cplus", f"select/log4cplus/{count}"),),
+                  limits=() if count == 1000 else (itself,),
+                  goals=() if count == 1000 else (Within(3, itself[0]),))
+
+
+def io_plots():
+    for verb in ("encode", "decode"):
+        yield Plot(f"base64-{verb}", f"Base64, {verb}d", "base64_bench", "bytes of data", ENCODED_SIZES,
+                   (("dalnim, String", verb + "String/{x}"), ("dalnim, stream", verb + "Stream/{x}"),
+                    ("OpenSSL", verb + "OpenSsl/{x}"), ("Boost", verb + "Beast/{x}"),
+                    ("POCO", verb + "Poco/{x}")),
+                   per="byte", rate="MB/s")
+    yield Plot("properties-load", "Properties are loaded", "properties_scale_bench", "lines", LINES,
+               tuple((name, f"load/{name}/{{x}}")
+                     for name in ("dalnim", "log4cplus", "POCO", "Boost", "getline")),
+               per="item", rate="M/s")
+    yield Plot("properties-select", "100 properties are selected by their prefix",
+               "properties_scale_bench", "properties in the table", LINES[1:],
+               tuple((name, f"select/{name}/{{x}}") for name in ("dalnim", "log4cplus")))
+
+
+KINDS = ("attributes", "text", "mixed")
+DOCUMENT_SIZES = (10000, 1000000, 10000000, 100000000)
+
+
+def xml_row(title, suffix, one):
+    base = "parseOne" if one else "parseMessages"
+    in_place = f"{base}InPlace{suffix}"
+    return Row(title, "parser_bench", f"{base}<PlainParser>{suffix}",
+               peers=(("pugixml in place", in_place), ("pugixml", f"{base}<PugiParser>{suffix}"),
+                      ("expat", f"{base}<ExpatParser>{suffix}"), ("POCO", f"{base}<PocoParser>{suffix}")),
+               limits=(("memchr", f"{base}<MemChr>{suffix}"),),
+               goals=(Ahead(("pugixml in place", "pugixml")), Within(0.2, "expat")), per="byte", rate="MB/s")
+
+
+def xml_rows():
+    for kind, name in enumerate(KINDS):
+        for size in DOCUMENT_SIZES:
+            yield xml_row(f"{name}, {size_text(size)}", f"/{kind}/{size}", one=True)
+    yield xml_row("1,000 messages of 300 bytes", "", one=False)
+
+
+def xml_plots():
+    for kind, name in enumerate(KINDS):
+        yield Plot(f"xml-{name}", f"Documents, {name}", "parser_bench", "bytes of the document",
+                   DOCUMENT_SIZES,
+                   (("dalnim, push parser", f"parseOne<PlainParser>/{kind}/{{x}}"),
+                    ("dalnim, consumers", f"parseOne<ObjectParser>/{kind}/{{x}}"),
+                    ("pugixml in place", f"parseOneInPlace/{kind}/{{x}}"),
+                    ("expat", f"parseOne<ExpatParser>/{kind}/{{x}}"),
+                    ("POCO", f"parseOne<PocoParser>/{kind}/{{x}}"),
+                    ("memchr", f"parseOne<MemChr>/{kind}/{{x}}")), per="byte", rate="MB/s")
+
+
+SUBSYSTEMS = (
+    Subsystem(
+        "log", "Log statements and records", ("gate_bench", "record_bench", "registry_bench"),
+        tuple(log_rows()), LOG_PLOTS,
+        ("Refused statements are told in the processor's time for each, so that it does not matter how "
+         "many of the threads the machine can run at once. Records are told by the clock, by the records "
+         "of all threads.",
+         "All loggers write lines of the same length, with date, zone, host, process, thread, module, "
+         "severity, file and line, to a fresh file, and each line is in the kernel when its statement "
+         "returns. spdlog keeps the text of the date for a second, and has host and process as constants "
+         "in its pattern, as the others have them or some of them; dalnim formats all anew for each "
+         "record. `write` and `ofstream` are given the whole line, and format nothing.")),
+    Subsystem("mem", "References", ("rcoref_bench",), MEM_ROWS, ()),
+    Subsystem("mt", "Queues, pools, threads and locks",
+              ("queue_bench", "pool_bench", "thread_bench", "lock_bench"), tuple(mt_rows()), ()),
+    Subsystem("sys", "Tracks, errors, symbols and the start of a process",
+              ("stacktrack_bench", "symbol_bench", "load_bench"), tuple(sys_rows()), ()),
+    Subsystem("type", "Contexts and numbers", ("context_bench", "numberops_bench"),
+              tuple(type_rows()), TYPE_PLOTS),
+    Subsystem("io", "Base64 and properties", ("base64_bench", "properties_scale_bench"),
+              tuple(io_rows()), tuple(io_plots())),
+    Subsystem("xml", "XML", ("parser_bench",), tuple(xml_rows()), tuple(xml_plots()),
+              ("dalnim's push parser with a callback that does nothing; expat and POCO with empty "
+               "handlers. pugixml builds its tree; in place means that it edits the document, which is put "
+               "back outside the time.",)),
+)

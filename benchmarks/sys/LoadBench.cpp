@@ -1,0 +1,37 @@
+// A process from its start to its end: one that is linked with the library, beside one that is linked
+// with the C++ library alone. The difference is what loading the library takes.
+
+#include <benchmark/benchmark.h>
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+void runProgram(benchmark::State& state, const char* path)
+{
+    char* const arguments[] = {const_cast<char*>(path), nullptr};
+    for (auto _ : state) {
+        pid_t child = 0;
+        int status = 0;
+        if (posix_spawn(&child, path, nullptr, nullptr, arguments, environ) != 0
+            || waitpid(child, &status, 0) != child || status != 0) {
+            state.SkipWithError("the program failed");
+        }
+    }
+}
+
+void processWithLibrary(benchmark::State& state)
+{
+    runProgram(state, DALNIM_BENCH_WITH_LIBRARY);
+}
+BENCHMARK(processWithLibrary)->UseRealTime()->Unit(benchmark::kMicrosecond);
+
+void processWithout(benchmark::State& state)
+{
+    runProgram(state, DALNIM_BENCH_WITHOUT);
+}
+BENCHMARK(processWithout)->UseRealTime()->Unit(benchmark::kMicrosecond);
+
+}
