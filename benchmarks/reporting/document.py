@@ -13,6 +13,16 @@ from rows import MET, MISSED, SUBSYSTEMS  # noqa: E402
 # Text stays text, and the same results give the same files.
 matplotlib.rcParams.update({"svg.fonttype": "none", "svg.hashsalt": "dalnim", "font.size": 9})
 
+# The same peer looks the same in all plots; what has no colour here gets one that is left.
+COLOURS = {
+    "dalnim": "#1f4e9c", "dalnim, String": "#1f4e9c", "dalnim, push parser": "#1f4e9c",
+    "dalnim, stream": "#4fa3e0", "dalnim, consumers": "#4fa3e0",
+    "spdlog": "tab:orange", "log4cplus": "tab:green", "glog": "tab:red", "POCO": "tab:purple",
+    "Boost.Log": "tab:brown", "Boost": "tab:brown", "OpenSSL": "tab:olive", "expat": "tab:pink",
+    "pugixml in place": "tab:cyan",
+    "write": "black", "memchr": "black", "getline": "black", "ofstream": "grey",
+}
+
 HEAD = """# Performance
 
 Written by `./benchmarks/report`; not to be edited by hand.
@@ -107,7 +117,7 @@ def draw(plot, results, folder):
         axes.plot([x for x, _ in points],
                   [1e-6 / cost if plot.rate else cost / 1e-9 for _, cost in points],
                   marker="o", markersize=4, linewidth=2.5 if own else 1.2, zorder=3 if own else 2,
-                  label=label)
+                  color=COLOURS.get(label), label=label)
     if lines > 0:
         axes.set_xscale("log", base=2 if plot.xlabel == "threads" else 10)
         if plot.xlabel == "threads":
@@ -118,7 +128,7 @@ def draw(plot, results, folder):
             axes.set_yscale("log")
         axes.set(title=plot.title, xlabel=plot.xlabel, ylabel=plot.rate or "ns")
         axes.grid(True, which="major", linewidth=0.4)
-        axes.legend(fontsize=8)
+        axes.legend(fontsize=8, loc="center left", bbox_to_anchor=(1, 0.5))
         figure.tight_layout()
         figure.savefig(folder / f"{plot.file}.svg", metadata={"Date": None})
     pyplot.close(figure)
