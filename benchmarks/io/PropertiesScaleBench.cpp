@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <istream>
+#include <map>
 #include <memory>
 #include <ostream>
 #include <random>
@@ -45,11 +46,15 @@ std::vector<std::string> keysOf(std::int64_t count)
     return keys;
 }
 
-std::string textOf(std::int64_t count)
+/** The same text for every repetition: to make it anew would take longer than what is measured. */
+const std::string& textOf(std::int64_t count)
 {
-    std::string text;
-    for (const std::string& key : keysOf(count)) {
-        text += key + " = a value of " + key + "\n";
+    static std::map<std::int64_t, std::string> made;
+    std::string& text = made[count];
+    if (text.empty()) {
+        for (const std::string& key : keysOf(count)) {
+            text += key + " = a value of " + key + "\n";
+        }
     }
     return text;
 }
@@ -83,7 +88,7 @@ protected:
 template <class Load>
 void loads(benchmark::State& state, Load load)
 {
-    const std::string text = textOf(state.range(0));
+    const std::string& text = textOf(state.range(0));
     for (auto _ : state) {
         TextBuffer buffer(text);
         std::istream stream(&buffer);
@@ -100,8 +105,12 @@ void loads(benchmark::State& state, Load load)
 template <class Find>
 void lookUps(benchmark::State& state, Find find)
 {
-    std::vector<std::string> keys = keysOf(state.range(0));
-    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
+    static std::map<std::int64_t, std::vector<std::string>> made;
+    std::vector<std::string>& keys = made[state.range(0)];
+    if (keys.empty()) {
+        keys = keysOf(state.range(0));
+        std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
+    }
     std::size_t next = 0;
     for (auto _ : state) {
         benchmark::DoNotOptimize(find(keys[next]));
@@ -123,12 +132,24 @@ void selections(benchmark::State& state, Select select)
     state.SetItemsProcessed(state.iterations() * std::min(GROUP, state.range(0)));
 }
 
-std::unique_ptr<Properties> loaded(std::int64_t count)
+/** Likewise the table of so many, of one kind or another. */
+template <class Pointer, class Load>
+const Pointer& loadedOnce(std::int64_t count, Load load)
 {
-    const std::string text = textOf(count);
-    TextBuffer buffer(text);
-    std::istream stream(&buffer);
-    return std::make_unique<Properties>(stream);
+    static std::map<std::int64_t, Pointer> made;
+    Pointer& table = made[count];
+    if (!table) {
+        TextBuffer buffer(textOf(count));
+        std::istream stream(&buffer);
+        table = load(stream);
+    }
+    return table;
+}
+
+const std::unique_ptr<Properties>& loaded(std::int64_t count)
+{
+    return loadedOnce<std::unique_ptr<Properties>>(
+        count, [](std::istream& stream) { return std::make_unique<Properties>(stream); });
 }
 
 void loadDalnim(benchmark::State& state)
@@ -138,13 +159,13 @@ void loadDalnim(benchmark::State& state)
 
 void lookUpDalnim(benchmark::State& state)
 {
-    const auto table = loaded(state.range(0));
+    const auto& table = loaded(state.range(0));
     lookUps(state, [&](const std::string& key) { return table->getProperty(key); });
 }
 
 void selectDalnim(benchmark::State& state)
 {
-    const auto table = loaded(state.range(0));
+    const auto& table = loaded(state.range(0));
     selections(state, [&](const std::string& prefix) {
         return std::unique_ptr<Properties>(table->getProperties(prefix));
     });
@@ -152,7 +173,7 @@ void selectDalnim(benchmark::State& state)
 
 void storeDalnim(benchmark::State& state)
 {
-    const auto table = loaded(state.range(0));
+    const auto& table = loaded(state.range(0));
     NullBuffer buffer;
     std::ostream stream(&buffer);
     for (auto _ : state) {
@@ -189,12 +210,10 @@ BENCHMARK(selectDalnim)->Name("select/dalnim")->Apply(numbers);
 #ifdef DALNIM_BENCH_LOG4CPLUS
 typedef log4cplus::helpers::Properties Log4cplusTable;
 
-std::unique_ptr<Log4cplusTable> loadedLog4cplus(std::int64_t count)
+const std::unique_ptr<Log4cplusTable>& loadedLog4cplus(std::int64_t count)
 {
-    const std::string text = textOf(count);
-    TextBuffer buffer(text);
-    std::istream stream(&buffer);
-    return std::make_unique<Log4cplusTable>(stream);
+    return loadedOnce<std::unique_ptr<Log4cplusTable>>(
+        count, [](std::istream& stream) { return std::make_unique<Log4cplusTable>(stream); });
 }
 
 void loadLog4cplus(benchmark::State& state)
@@ -204,13 +223,13 @@ void loadLog4cplus(benchmark::State& state)
 
 void lookUpLog4cplus(benchmark::State& state)
 {
-    const auto table = loadedLog4cplus(state.range(0));
+    const auto& table = loadedLog4cplus(state.range(0));
     lookUps(state, [&](const std::string& key) -> std::string { return table->getProperty(key); });
 }
 
 void selectLog4cplus(benchmark::State& state)
 {
-    const auto table = loadedLog4cplus(state.range(0));
+    const auto& table = loadedLog4cplus(state.range(0));
     selections(state, [&](const std::string& prefix) { return table->getPropertySubset(prefix).size(); });
 }
 
@@ -222,12 +241,10 @@ BENCHMARK(selectLog4cplus)->Name("select/log4cplus")->Apply(numbers);
 #ifdef DALNIM_BENCH_POCO
 typedef Poco::Util::PropertyFileConfiguration PocoTable;
 
-Poco::AutoPtr<PocoTable> loadedPoco(std::int64_t count)
+const Poco::AutoPtr<PocoTable>& loadedPoco(std::int64_t count)
 {
-    const std::string text = textOf(count);
-    TextBuffer buffer(text);
-    std::istream stream(&buffer);
-    return Poco::AutoPtr<PocoTable>(new PocoTable(stream));
+    return loadedOnce<Poco::AutoPtr<PocoTable>>(
+        count, [](std::istream& stream) { return Poco::AutoPtr<PocoTable>(new PocoTable(stream)); });
 }
 
 void loadPoco(benchmark::State& state)
@@ -237,13 +254,13 @@ void loadPoco(benchmark::State& state)
 
 void lookUpPoco(benchmark::State& state)
 {
-    const Poco::AutoPtr<PocoTable> table = loadedPoco(state.range(0));
+    const Poco::AutoPtr<PocoTable>& table = loadedPoco(state.range(0));
     lookUps(state, [&](const std::string& key) { return table->getString(key); });
 }
 
 void storePoco(benchmark::State& state)
 {
-    const Poco::AutoPtr<PocoTable> table = loadedPoco(state.range(0));
+    const Poco::AutoPtr<PocoTable>& table = loadedPoco(state.range(0));
     NullBuffer buffer;
     std::ostream stream(&buffer);
     for (auto _ : state) {
