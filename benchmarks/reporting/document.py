@@ -135,18 +135,21 @@ def draw(plot, results, folder):
     return lines > 0
 
 
-def machine_section(machine, results):
+def machine_section(machine, everything):
     lines = ["", "## Where", ""]
-    contexts = [context["report"] for result in results for context in result.contexts]
+    contexts = [context["report"] for _, results in everything for context in results.contexts]
 
     def told(key):
         return ", ".join(sorted({str(context[key]) for context in contexts}))
 
-    if any(context["quick"] for context in contexts):
-        lines += ["**A quick run:** few and short repetitions, and no large sizes. It shows that the report "
-                  "works; its numbers are noisy, and no basis for a judgement.", ""]
-    if machine["note"]:
-        lines += [machine["note"], ""]
+    quick = [subsystem.name for subsystem, results in everything
+             if any(context["report"]["quick"] for context in results.contexts)]
+    if quick:
+        lines += [f"**A quick run** of {', '.join(quick)}: few and short repetitions, and no large "
+                  "sizes. It shows that the report works; its numbers are noisy, and no basis for a "
+                  "judgement.", ""]
+    for note in dict.fromkeys(context["note"] for context in contexts if context["note"]):
+        lines += [note, ""]
     lines += ["| | |", "|---|---|",
               f"| processor | {machine['processor']}, {machine['cores']} cores, {machine['clock']} |",
               f"| load average at the end | {', '.join(map(str, machine['load']))} |",
@@ -196,6 +199,6 @@ def write(tree, folder):
     body += footprint_section(machine)
 
     summary = ["", f"Of the rows below that have a goal, {met} met it and {missed} missed at least one."]
-    text = HEAD.splitlines() + summary + machine_section(machine, [results for _, results in everything])
+    text = HEAD.splitlines() + summary + machine_section(machine, everything)
     text += REPEAT.rstrip().splitlines() + body
     (docs / "performance.md").write_text("\n".join(text) + "\n", encoding="utf-8")

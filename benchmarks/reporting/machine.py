@@ -72,12 +72,11 @@ def private_memory(build):
     return (int(sizes[0]) - int(sizes[1])) * 1024 if all(sizes) else None
 
 
-def record(path, tree, note):
+def record(path, tree):
     """Keeps it beside the results, so that a report that is written later tells the truth."""
     build = tree / "build" / "benchmarks"
     model, clock = processor()
     data = {
-        "note": note,
         "processor": model, "clock": clock, "cores": os.cpu_count(),
         "load": [round(value, 1) for value in os.getloadavg()],
         "kernel": f"{platform.system()} {platform.release()}",

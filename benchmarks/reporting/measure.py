@@ -19,7 +19,7 @@ QUICK_FILTER = (r"-(/10000000$|/100000000$|/10000000/|/100000000/|(load|store|lo
                 r"|^standardAsync|^pocoPool)")
 
 
-def run(program, output, quick, revision):
+def run(program, output, quick, revision, note):
     """Runs one program, repetitions interleaved, and keeps its JSON and its diagnostics."""
     command = [
         str(program),
@@ -41,7 +41,7 @@ def run(program, output, quick, revision):
     with open(f"{output}.part", encoding="utf-8") as file:
         data = json.load(file)
     data["context"]["report"] = {
-        "quick": quick, "revision": revision, "date": time.strftime("%Y-%m-%d", time.gmtime()),
+        "quick": quick, "revision": revision, "note": note, "date": time.strftime("%Y-%m-%d", time.gmtime()),
         "repetitions": QUICK_REPETITIONS if quick else REPETITIONS,
     }
     output.write_text(json.dumps(data, indent=1), encoding="utf-8")
