@@ -270,8 +270,10 @@ TEST_F(NimhostTest, RefusesTasksBeyondTheLimit)
 
 TEST_F(NimhostTest, ReceivesTheExceptionOfASourceThatBreaksDown)
 {
-    const std::string file = configure(fileSettings(""), "source-1/source/break.after = 30\n");
-    ChildProcess host(command({"--config", file, "--threads", "2", "--records", "500"}), scratch.path());
+    // The other source is slow, so that it does not take all the requests before this one has its share.
+    const std::string file =
+        configure(fileSettings(""), "source-1/source/break.after = 30\nsource-0/source/rate = 1000\n");
+    ChildProcess host(command({"--config", file, "--threads", "2", "--records", "1000"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
     EXPECT_EQ(tableRow(host.output(), "sources broken down"), 1U);
     EXPECT_THAT(logText(), HasSubstr("source-1 ended early : 32 : source-1 broke down after 30 requests\n"
