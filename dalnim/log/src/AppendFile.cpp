@@ -61,9 +61,9 @@ bool writeThrough(std::ofstream& stream, std::string_view text)
     const int descriptor = descriptorOf(*stream.rdbuf());
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
-        if (written >= 0) {
+        if (written > 0) {
             text.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
+        } else if (written == 0 || errno != EINTR) {
             stream.setstate(std::ios_base::badbit);
             return false;
         }

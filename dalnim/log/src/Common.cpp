@@ -7,6 +7,7 @@
 #include <dalnim/log/Write.hpp>
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/ForkLock.hpp>
+#include <dalnim/log/src/LogText.hpp>
 #include <dalnim/sys/System.hpp>
 
 #include <algorithm>
@@ -27,6 +28,8 @@ const LogStreamRec STD_LOG_STREAMS[NUM_STD_LOG_STREAMS] = {
 
 const char SEPARATOR[] = " ";
 const char TERMINATOR[] = " : ";
+static_assert(sizeof SEPARATOR == 2, "a prefix puts its one byte between two fields");
+static_assert(sizeof TERMINATOR == TERMINATOR_LENGTH + 1, "the end of a prefix has its length");
 
 volatile bool LOG_LOCALTIME = false;
 
