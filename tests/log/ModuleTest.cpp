@@ -226,4 +226,18 @@ TEST(ModuleRecord, WhatTheLoggerRaisesPassesThrough)
     EXPECT_EQ("full", textOf<std::runtime_error>([&] { module += header; }));
 }
 
+TEST(ModuleGate, AsksALoggerThatDecidesForItself)
+{
+    struct Stubborn : log::Write
+    {
+        bool isSeveritySatisfied(log::Severity sev) const override
+        {
+            return sev == log::Severity_TRACE;
+        }
+    } logger;
+    Module module("a", logger);
+    EXPECT_TRUE(module.isSeveritySatisfied(log::Severity_TRACE));
+    EXPECT_FALSE(module.isSeveritySatisfied(log::Severity_FATAL));
+}
+
 }
