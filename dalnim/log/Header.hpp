@@ -14,8 +14,8 @@ namespace com::kor::dal::nim::log {
 
 /**
  * One record in the making: the stream that a log statement fills, and where and when it stood.
- * It lives on the statement's stack, on one thread. The time is that of the statement, not that of
- * the writing.
+ * It is the statement's for as long as that runs, and is used on one thread. The time is that of the
+ * statement, not that of the writing.
  */
 class DALNIM_API Header : public std::ostringstream
 {
@@ -68,16 +68,23 @@ public:
 
 private:
     friend class Log;
+    friend class ThreadHeader;
     friend class Write;
 
     /** What str() copies, where it stands: until the next insertion. */
     std::string_view text() const noexcept;
 
-    const Severity severity;
-    const char* const file;
-    const unsigned int line;
-    const ThreadID_t thread;
-    const Time_t when;
+    /** Makes it an empty record again; false when only a new one would be as good as new. */
+    bool restore() noexcept;
+    /** Begins the next record in a restored one; false if a new stream would have another locale. */
+    bool renew(Severity severity, const char* file, unsigned int line);
+
+    // Constant for the length of a statement; only renew() changes them.
+    Severity severity;
+    const char* file;
+    unsigned int line;
+    ThreadID_t thread;
+    Time_t when;
 };
 
 }

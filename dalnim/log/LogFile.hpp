@@ -7,12 +7,13 @@
 #include <qv/pmx/api.h>
 
 #include <cstddef>
-#include <fstream>
 #include <memory>
 #include <ostream>
 #include <string_view>
 
 namespace com::kor::dal::nim::log {
+
+class AppendFile;
 
 /**
  * The end of the record path: a file of its own, opened at the first line and rotated by size, or a
@@ -57,7 +58,10 @@ public:
     virtual void setStream(std::ios& stream);
     /** Bytes after which the file is rotated, 0 for never. */
     virtual std::size_t getMaxFileSize() const;
-    /** Takes effect at the next line. A file may exceed the limit by one line. */
+    /**
+     * Takes effect at the next line. A file may exceed the limit by one line, and by a thousandth of
+     * the limit where others than this object append to the file for the first time.
+     */
     virtual void setMaxFileSize(std::size_t size);
     /** How many old files are kept, 0 for all. */
     virtual std::size_t getMaxNumberOfFiles() const;
@@ -94,10 +98,14 @@ private:
     void logLine(std::string_view line);
     /** For a logger: puts a text ahead of its lines, as log() would; false when the stream refuses it. */
     bool begin(const String& text) const;
+    /** For a logger: opens a file that is not opened yet, as getStream() does, without handing it out. */
+    void open() const;
 
     // All of these are called with stateSync held.
     /** Whether `stream`, the present one, has taken `line`. */
     bool unlockedTake(std::ostream& stream, std::string_view line) const;
+    /** Whether `stream`, which has taken the line, has the size at which the file is switched. */
+    bool hasReachedLimit(std::ostream& stream) const;
     std::ostream* unlockedGetStream() const;
     void unlockedOpen() const;
     void unlockedClose() const;
@@ -116,7 +124,7 @@ private:
     /** Where lines go; null when the file is not opened yet, or there is no output. */
     mutable std::ostream* outputStream;
     /** The file that this object opened, which is outputStream then; null otherwise. */
-    mutable std::unique_ptr<std::ofstream> ownedOutStream;
+    mutable std::unique_ptr<AppendFile> ownedOutStream;
     /** Bytes. */
     std::size_t maxFileSize;
     std::size_t maxFiles;

@@ -21,19 +21,39 @@
 
 namespace com::kor::dal::nim::log {
 
-/** The gate of one statement, open for one round. */
-class Statement
+/** The gate of one statement, open for one round, and the record behind it. */
+class DALNIM_API Statement
 {
 public:
     Statement(Module& statement_module, Severity statement_severity)
-        : module(statement_module), severity(statement_severity),
-          open(statement_module.isSeveritySatisfied(statement_severity))
+        : module(statement_module), open(statement_module.isSeveritySatisfied(statement_severity)),
+          severity(statement_severity), record(nullptr)
     {
     }
+    ~Statement()
+    {
+        // Most statements are refused, and end here.
+        if (record != nullptr) {
+            end();
+        }
+    }
+
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    /** Begins the record, once, behind the open gate. */
+    Header& header(const char* file, unsigned int line);
 
     Module& module;
-    const Severity severity;
     bool open;
+
+private:
+    void end() noexcept;
+
+    const Severity severity;
+    Header* record;
+    /** For a record of its own, where the thread's is in use: by a statement around this one, say. */
+    alignas(Header) unsigned char own[sizeof(Header)];
 };
 
 }
@@ -67,8 +87,7 @@ public:
     for (::com::kor::dal::nim::log::Statement statement(log_module,                          \
                                                         NIM_LOG_SEVERITY_(log_severity));    \
          statement.open; statement.open = false)                                             \
-    statement.module +=                                                                      \
-        ::com::kor::dal::nim::log::Header(statement.severity, NIM_LOG_FILE, __LINE__)
+    statement.module += statement.header(NIM_LOG_FILE, __LINE__)
 
 #define NIM_LOG_TO(log_module, log_severity)                                                 \
     NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), log_module, log_severity).os()

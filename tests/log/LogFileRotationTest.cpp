@@ -377,4 +377,126 @@ TEST_F(LogFileRotationTest, WithoutAPathNothingIsRemoved)
                 ElementsAre(".0", ".1", ".2", "server.log.0", "server.log.1", "server.log.2"));
 }
 
+/** What is counted in the file, and what of it is asked of the kernel. */
+class LogFileSizeTest : public LogFileRotationTest
+{
+protected:
+    /** A thousandth of it is about a line. */
+    static constexpr std::size_t LIMIT = 102400;
+
+    /** Lines of 100 bytes in the file. */
+    void logLines(std::size_t count)
+    {
+        for (std::size_t i = 0; i < count; ++i) {
+            file->log(String(99, 'x'));
+        }
+    }
+    void appendFromOutside(std::size_t size) const
+    {
+        std::ofstream(path, std::ios_base::app) << String(size, 'y');
+    }
+    bool rotated() const
+    {
+        return exists(old(0));
+    }
+};
+
+TEST_F(LogFileSizeTest, AFileOfItsOwnRotatesAtTheLineThatReachesTheLimit)
+{
+    open(LIMIT);
+    logLines(1023);
+    EXPECT_FALSE(rotated());
+    logLines(1);
+    EXPECT_TRUE(rotated());
+    EXPECT_EQ(102400, std::filesystem::file_size(old(0)));
+    EXPECT_EQ(0, std::filesystem::file_size(path));
+
+    logLines(1023);
+    EXPECT_FALSE(exists(old(1)));
+    logLines(1);
+    EXPECT_TRUE(exists(old(1)));
+    EXPECT_EQ(102400, std::filesystem::file_size(old(0)));
+}
+
+TEST_F(LogFileSizeTest, WhatStoodInTheFileCounts)
+{
+    create(path, String(102000, 'y'));
+    open(LIMIT);
+    logLines(3);
+    EXPECT_FALSE(rotated());
+    logLines(1);
+    EXPECT_TRUE(rotated());
+}
+
+TEST_F(LogFileSizeTest, AFileThatStoodAboveTheLimitRotatesBehindItsFirstLine)
+{
+    create(path, String(200000, 'y'));
+    open(LIMIT);
+    logLines(1);
+    EXPECT_EQ(200100, std::filesystem::file_size(old(0)));
+}
+
+TEST_F(LogFileSizeTest, WhatOthersAppendIsSeenWithinAThousandthOfTheLimit)
+{
+    open(LIMIT);
+    logLines(1);
+    appendFromOutside(200000);
+    logLines(2);
+    EXPECT_EQ(200300, std::filesystem::file_size(old(0)));
+    EXPECT_EQ(0, std::filesystem::file_size(path));
+}
+
+TEST_F(LogFileSizeTest, OnceOthersHaveAppendedEachLineIsLookedAt)
+{
+    open(LIMIT);
+    logLines(1);
+    appendFromOutside(1000);
+    logLines(2);
+    EXPECT_FALSE(rotated());
+    appendFromOutside(200000);
+    logLines(1);
+    EXPECT_EQ(201400, std::filesystem::file_size(old(0)));
+    // In the next file, too.
+    appendFromOutside(200000);
+    logLines(1);
+    EXPECT_EQ(200100, std::filesystem::file_size(old(0)));
+}
+
+TEST_F(LogFileSizeTest, WhatIsInsertedIntoItsStreamCountsAtTheNextLine)
+{
+    open(LIMIT);
+    logLines(1);
+    *file->getStream() << String(200000, 'z');
+    logLines(1);
+    EXPECT_EQ(200200, std::filesystem::file_size(old(0)));
+}
+
+TEST_F(LogFileSizeTest, SmallLimitsAreLookedAtWithEachLine)
+{
+    open(1000);
+    logLines(1);
+    appendFromOutside(2000);
+    logLines(1);
+    EXPECT_EQ(2200, std::filesystem::file_size(old(0)));
+}
+
+TEST_F(LogFileSizeTest, ALimitThatIsLoweredCountsAtTheNextLine)
+{
+    open(LIMIT);
+    logLines(10);
+    file->setMaxFileSize(1100);
+    logLines(1);
+    EXPECT_EQ(1100, std::filesystem::file_size(old(0)));
+}
+
+TEST_F(LogFileSizeTest, AFileThatWasCutFromOutsideIsNotRotatedEarly)
+{
+    open(LIMIT);
+    logLines(1022);
+    std::filesystem::resize_file(path, 0);
+    logLines(2);
+    EXPECT_FALSE(rotated());
+    EXPECT_EQ(200, std::filesystem::file_size(path));
+}
+
 }

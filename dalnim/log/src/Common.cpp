@@ -135,6 +135,11 @@ Log& GET_NIM_LOG_LOGGER_VAR()
 
 String getSeverityName(Severity severity)
 {
+    return String(severityText(severity));
+}
+
+std::string_view severityText(Severity severity)
+{
     const auto index = static_cast<unsigned int>(severity);
     if (index < Severity_COUNT && SEVERITIES[index].value == index) {
         return SEVERITIES[index].name;

@@ -6,7 +6,9 @@
 #include <dalnim/sys/System.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <ctime>
+#include <locale>
 #include <typeinfo>
 
 namespace com::kor::dal::nim::log {
@@ -42,6 +44,58 @@ std::string_view Header::text() const noexcept
     const char* const first = Area::begin(buffer);
     return first == nullptr ? std::string_view()
                             : std::string_view(first, static_cast<std::size_t>(Area::end(buffer) - first));
+}
+
+bool Header::restore() noexcept
+{
+    // A longer text than records usually have gives its memory back.
+    constexpr std::ptrdiff_t KEPT_SIZE = 4096;
+    struct Room : std::stringbuf
+    {
+        static std::ptrdiff_t of(const std::stringbuf& buffer)
+        {
+            return (buffer.*&Room::epptr)() - (buffer.*&Room::pbase)();
+        }
+    };
+    const std::ios& base = *this;
+    if (base.rdbuf() != rdbuf() || Room::of(*rdbuf()) > KEPT_SIZE) {
+        return false;
+    }
+    // What users of the stream have hung onto it: nothing but its end tells them that it has ended.
+    if (_M_callbacks != nullptr || _M_word != _M_local_word) {
+        return false;
+    }
+    for (const _Words& word : _M_local_word) {
+        if (word._M_iword != 0 || word._M_pword != nullptr) {
+            return false;
+        }
+    }
+    if (!good()) {
+        clear();
+    }
+    if (exceptions() != std::ios_base::goodbit) {
+        exceptions(std::ios_base::goodbit);
+    }
+    flags(std::ios_base::skipws | std::ios_base::dec);
+    precision(6);
+    width(0);
+    fill(' ');
+    tie(nullptr);
+    str(String());
+    return true;
+}
+
+bool Header::renew(Severity sev, const char* source_file, unsigned int source_line)
+{
+    if (getloc() != std::locale()) {
+        return false;
+    }
+    thread = sys::System::threadId();
+    severity = sev;
+    file = source_file;
+    line = source_line;
+    when = std::time(nullptr);
+    return true;
 }
 
 std::ostream& Header::insertTrapped(const std::exception& exc, const char* msg)

@@ -3,7 +3,6 @@
 
 #include <charconv>
 #include <cstring>
-#include <iterator>
 #include <limits>
 #include <memory>
 #include <string_view>
@@ -30,24 +29,26 @@ public:
         if (text.empty()) {
             return *this;
         }
-        if (text.size() > capacity - length) {
-            grow(text.size());
-        }
+        reserve(text.size());
         std::memcpy(begin + length, text.data(), text.size());
         length += text.size();
         return *this;
     }
     LineText& append(char c)
     {
-        return append(std::string_view(&c, 1));
+        reserve(1);
+        begin[length++] = c;
+        return *this;
     }
     /** In plain decimal digits: a stream would group them by the process's locale. */
     template <class Number, class = std::enable_if_t<std::is_integral_v<Number>>>
     LineText& appendNumber(Number number)
     {
-        char digits[std::numeric_limits<Number>::digits10 + 2];
-        const std::to_chars_result end = std::to_chars(std::begin(digits), std::end(digits), number);
-        return append(std::string_view(digits, static_cast<std::size_t>(end.ptr - digits)));
+        constexpr std::size_t LONGEST = std::numeric_limits<Number>::digits10 + 2;
+        reserve(LONGEST);
+        char* const at = begin + length;
+        length += static_cast<std::size_t>(std::to_chars(at, at + LONGEST, number).ptr - at);
+        return *this;
     }
     void cut(std::size_t newLength) noexcept
     {
@@ -55,6 +56,12 @@ public:
     }
 
 private:
+    void reserve(std::size_t added)
+    {
+        if (added > capacity - length) {
+            grow(added);
+        }
+    }
     void grow(std::size_t added)
     {
         const std::size_t size = 2 * (length + added);

@@ -106,7 +106,11 @@ std::ostream* LogFile::getStream() const
 {
     const sys::StackTrack track("getStream()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     const StateHolder holder(stateSync.acquire());
-    return unlockedGetStream();
+    std::ostream* const stream = unlockedGetStream();
+    if (stream == ownedOutStream.get()) {
+        ownedOutStream->share();
+    }
+    return stream;
 }
 
 void LogFile::setStream(std::ios& stream)
@@ -190,11 +194,19 @@ void LogFile::logLine(std::string_view line)
         take(*stream, String(STREAM_COMPLAINT).append(1, '\n').append(line));
     }
 
-    // A position that cannot be told counts as very large. With the output on a failed file that is
-    // how the file gets another chance: it is moved away and opened anew.
-    if (maxFileSize != 0 && static_cast<std::size_t>(std::streamoff(stream->tellp())) >= maxFileSize) {
+    if (maxFileSize != 0 && hasReachedLimit(*stream)) {
         switchFile();
     }
+}
+
+bool LogFile::hasReachedLimit(std::ostream& stream) const
+{
+    if (&stream == ownedOutStream.get()) {
+        return ownedOutStream->hasReached(maxFileSize);
+    }
+    // A position that cannot be told counts as very large. With the output on a failed file that is
+    // how the file gets another chance: it is moved away and opened anew.
+    return static_cast<std::size_t>(std::streamoff(stream.tellp())) >= maxFileSize;
 }
 
 bool LogFile::unlockedTake(std::ostream& stream, std::string_view line) const
@@ -203,7 +215,7 @@ bool LogFile::unlockedTake(std::ostream& stream, std::string_view line) const
         return take(stream, line);
     }
     try {
-        return writeThrough(*ownedOutStream, line);
+        return ownedOutStream->append(line);
     } catch (const std::ios_base::failure&) {
         return false;
     }
@@ -212,7 +224,13 @@ bool LogFile::unlockedTake(std::ostream& stream, std::string_view line) const
 bool LogFile::begin(const String& text) const
 {
     const StateHolder holder(stateSync.acquire());
-    return take(*unlockedGetStream(), text);
+    return unlockedTake(*unlockedGetStream(), text);
+}
+
+void LogFile::open() const
+{
+    const StateHolder holder(stateSync.acquire());
+    unlockedGetStream();
 }
 
 void LogFile::getCurrentPath(String& path, bool deep) const
@@ -251,10 +269,10 @@ void LogFile::unlockedOpen() const
     createDirectory(outputPath);
     checkCreatable();
 
-    std::unique_ptr<std::ofstream> file;
+    std::unique_ptr<AppendFile> file;
     try {
-        file = std::make_unique<std::ofstream>();
-        openAppending(*file, outputPath);
+        file = std::make_unique<AppendFile>();
+        file->openAtEnd(outputPath);
     } catch (const std::bad_alloc&) {
         outputPath.clear();
         throw;
@@ -356,16 +374,16 @@ void LogFile::switchFile()
     }
     trace(__LINE__, "switchFile", "Switching log file [", outputPath, "] ...");
     try {
-        auto* const file = dynamic_cast<std::ofstream*>(outputStream);
-        if (file == nullptr) {
+        if (dynamic_cast<std::ofstream*>(outputStream) == nullptr) {
             throw std::invalid_argument("Current log stream is not a std::ofstream.");
         }
+        AppendFile* const file = ownedOutStream.get();
         file->close();
         trace(__LINE__, "switchFile", "numFiles=", numFiles, " maxFiles=", maxFiles);
         makeRoom();
         shiftFiles();
         move(outputPath, oldFile(0));
-        openAppending(*file, outputPath);
+        file->openAtEnd(outputPath);
         if (!file->is_open()) {
             const int error = errno;
             throw sys::system_error(error, "Failed to open log file [" + outputPath + "]" +

@@ -12,6 +12,9 @@ namespace com::kor::dal::nim::log {
 /** What stands on standard error ahead of a record that its own stream would not take. */
 constexpr char STREAM_COMPLAINT[] = "ERROR: Unable to write to log output stream.";
 
+/** What getSeverityName() copies; fails as it does. */
+std::string_view severityText(Severity severity);
+
 /** The length of TERMINATOR, without a look at it. */
 constexpr std::size_t TERMINATOR_LENGTH = 3;
 

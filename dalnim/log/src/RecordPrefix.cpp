@@ -7,7 +7,7 @@
 #include <dalnim/log/src/DateTimeText.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
-#include <dalnim/sys/System.hpp>
+#include <dalnim/sys/internal/Internal.hpp>
 
 #include <cstring>
 
@@ -54,12 +54,12 @@ void appendPrefix(LineText& line, unsigned int outputMask, const Module& mod, co
 {
     Fields(line, outputMask)
         .add(Mask_DATETIME, [&](LineText& text) { text.append(DateTimeText(rec.getWhen()).view()); })
-        .add(Mask_HOSTNAME, [](LineText& text) { text.append(sys::System::hostname()); })
-        .add(Mask_PROCESSNAME, [](LineText& text) { text.append(getProcessName()); })
+        .add(Mask_HOSTNAME, [](LineText& text) { text.append(sys::internal::host_name_text()); })
+        .add(Mask_PROCESSNAME, [](LineText& text) { text.append(sys::internal::process_name_text()); })
         .add(Mask_PROCESSID, [](LineText& text) { text.appendNumber(getProcessId()); })
         .add(Mask_THREADID, [&](LineText& text) { text.appendNumber(rec.getThread()); })
         .add(Mask_MODULENAME, [&](LineText& text) { text.append(mod.getName()); })
-        .add(Mask_SEVERITY, [&](LineText& text) { text.append(rec.getSeverityName()); })
+        .add(Mask_SEVERITY, [&](LineText& text) { text.append(severityText(rec.getSeverityId())); })
         .add(Mask_SOURCEFILE, [&](LineText& text) { text.append(baseName(rec.getFile())); })
         .add(Mask_LINENUMBER, [&](LineText& text) { text.appendNumber(rec.getLine()); });
     line.append(std::string_view(TERMINATOR, TERMINATOR_LENGTH));

@@ -146,7 +146,7 @@ bool Write::isDefault() const
 void Write::streamHeader() const
 {
     // Opened first: the configuration names it.
-    logFile->getStream();
+    logFile->open();
     if (isDefault() && !writeHeader(CONFIGURATION, Severity_INFO)) {
         revertStreamHeader(errno);
     }

@@ -1,10 +1,12 @@
 #ifndef DALNIM_SYS_INTERNAL_INTERNAL_HPP
 #define DALNIM_SYS_INTERNAL_INTERNAL_HPP
 
+#include <dalnim/String.hpp>
 #include <dalnim/sys/internal/nsdefs.hpp>
 #include <qv/pmx/api.h>
 
 #include <cstddef>
+#include <string_view>
 
 namespace com::kor::dal::nim::sys::internal {
 
@@ -15,6 +17,12 @@ inline constexpr const char UTC_TIME_FORMAT[] = "%a %b %d %H:%M:%S UTC %Y";
 /** Where a platform that needs it starts and ends its network layer. Nothing here; always 0. */
 DALNIM_API int net_init();
 DALNIM_API int net_fini();
+
+/** What System::hostname() copies, for the life of the process; fails as it does. */
+std::string_view host_name_text();
+
+/** What System::getProcessPath(EXECUTABLE_NAME_ONLY) copies, likewise. */
+const String& process_name_text();
 
 /** Throws std::logic_error with `message`, a newline, and the numbered trace of the open tracks. */
 [[noreturn]] DALNIM_API void throw_null_ref_exception(const char* message);

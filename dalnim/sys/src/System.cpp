@@ -4,6 +4,7 @@
 
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/Internal.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 
 #include <cctype>
@@ -22,6 +23,7 @@ constexpr std::size_t HOST_NAME_SIZE = 512;
 constexpr std::size_t NUMERIC_HOST_SIZE = 1025;
 
 char host_name[HOST_NAME_SIZE];
+std::size_t host_name_length;
 pthread_once_t host_name_once = PTHREAD_ONCE_INIT;
 
 struct AddrInfoDeleter
@@ -38,20 +40,27 @@ typedef std::unique_ptr<addrinfo, AddrInfoDeleter> AddrInfoList;
 /** Run through pthread_once(), which an exception leaves as if it had never been called. */
 static void _get_host_name()
 {
+    const StackTrack track("hostname()", System::CLASS_NAME, NAMESPACE_NAME, __LINE__);
     if (qv_si_gethostname(host_name, HOST_NAME_SIZE) != 0) {
         throw system_error(1);
     }
     host_name[HOST_NAME_SIZE - 1] = '\0';
-    for (char* c = host_name; *c != '\0'; ++c) {
+    char* c = host_name;
+    for (; *c != '\0'; ++c) {
         *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
     }
+    host_name_length = static_cast<std::size_t>(c - host_name);
 }
 
 String System::hostname()
 {
-    const StackTrack track("hostname()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    return String(internal::host_name_text());
+}
+
+std::string_view internal::host_name_text()
+{
     pthread_once(&host_name_once, _get_host_name);
-    return host_name;
+    return {host_name, host_name_length};
 }
 
 StringVector System::hostIpAddress(int family)

@@ -6,6 +6,7 @@
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/Internal.hpp>
 #include <dalnim/type/CompositeString.hpp>
 
 #include <atomic>
@@ -217,9 +218,7 @@ char ProcessPath::getDelimiter() noexcept
 const ProcessPath* processPath = nullptr;
 std::atomic<bool> init{false};
 
-}
-
-String System::getProcessPath(PROCESS_PATH_OPT opt)
+const ProcessPath& getProcess()
 {
     if (!init.load(std::memory_order_acquire)) {
         const InitLock lock(true);
@@ -230,16 +229,28 @@ String System::getProcessPath(PROCESS_PATH_OPT opt)
             init.store(true, std::memory_order_release);
         }
     }
+    return *processPath;
+}
 
+}
+
+String System::getProcessPath(PROCESS_PATH_OPT opt)
+{
+    const ProcessPath& process = getProcess();
     const StackTrack track("getProcessPath()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     switch (opt) {
     case EXECUTABLE_NAME_ONLY:
-        return processPath->name;
+        return process.name;
     case DIRECTORY_PATH_ONLY:
-        return processPath->dir;
+        return process.dir;
     default:
-        return processPath->path;
+        return process.path;
     }
+}
+
+const String& internal::process_name_text()
+{
+    return getProcess().name;
 }
 
 }

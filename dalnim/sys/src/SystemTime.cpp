@@ -64,10 +64,12 @@ TimeDCE_t System::dceTime()
            DCE_TIME_OF_EPOCH;
 }
 
+// Each log record asks for one of these: the track is made with the failure.
+
 tm& System::localtime(tm& result, time_t timeval)
 {
-    const StackTrack track("localtime()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     if (qv_si_localtime(timeval, &result) != 0) {
+        const StackTrack track("localtime()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
         throw system_error(ENOSYS);
     }
     return result;
@@ -75,8 +77,8 @@ tm& System::localtime(tm& result, time_t timeval)
 
 tm& System::utctime(tm& result, time_t timeval)
 {
-    const StackTrack track("utctime()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     if (qv_si_gmtime(timeval, &result) != 0) {
+        const StackTrack track("utctime()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
         throw system_error(ENOSYS);
     }
     return result;

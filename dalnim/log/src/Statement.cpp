@@ -1,0 +1,27 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/Statement.hpp>
+
+#include <dalnim/log/src/ThreadHeader.hpp>
+
+#include <new>
+
+namespace com::kor::dal::nim::log {
+
+Header& Statement::header(const char* file, unsigned int line)
+{
+    record = ThreadHeader::lend(severity, file, line);
+    if (record == nullptr) {
+        record = ::new (own) Header(severity, file, line);
+    }
+    return *record;
+}
+
+void Statement::end() noexcept
+{
+    if (!ThreadHeader::takeBack(*record)) {
+        record->~Header();
+    }
+}
+
+}
