@@ -7,6 +7,7 @@
 #include <atomic>
 #include <list>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 namespace com::kor::dal::nim::log {
@@ -79,6 +80,8 @@ private:
 
     template <class Question>
     bool askFilter(Question question) const;
+    /** Finds the next first module of a name whose first one was forgotten. */
+    void reindex(const String& name) noexcept;
     /** Makes `requested` the filter, of the next generation. */
     void publish(std::list<String> requested);
 
@@ -88,6 +91,8 @@ private:
 
     /** Copies, so that a look-up touches no module: at exit static ones go before their logger. */
     std::vector<String> _namesActual;
+    /** The first module of each name. */
+    std::unordered_map<String, Module*> _firstOfName;
     /** Modules to delete. Kept apart, since the others may be gone before this registration. */
     std::vector<const Module*> _modulesOwned;
     /** What the gates read: an immutable copy of the requested list. */

@@ -227,6 +227,29 @@ TEST(ModuleRegistration, ForgettingAModuleTakesEveryEntryOfIt)
     EXPECT_EQ(1u, logger.registration.getUpdate());
 }
 
+TEST(ModuleRegistration, ANameFindsTheFirstModuleThatIsLeft)
+{
+    PlainLog logger;
+    ModuleRegistration& registration = logger.registration;
+    const Module first("a", logger);
+    const Module second("a", logger);
+    const Module third("a", logger);
+    registration.addModulesActual(first);
+    EXPECT_EQ(&first, registration.getModuleActual("a"));
+    registration.removeFromModulesActual(second);
+    EXPECT_EQ(&first, registration.getModuleActual("a"));
+    registration.removeFromModulesActual(first);
+    EXPECT_EQ(&third, registration.getModuleActual("a"));
+    registration.addModulesActual(first);
+    EXPECT_EQ(&third, registration.getModuleActual("a"));
+    registration.removeFromModulesActual(third);
+    EXPECT_EQ(&first, registration.getModuleActual("a"));
+    registration.removeFromModulesActual(first);
+    EXPECT_EQ(nullptr, registration.getModuleActual("a"));
+    registration.removeFromModulesActual(first);
+    EXPECT_EQ(nullptr, registration.getModuleActual("a"));
+}
+
 TEST(ModuleRegistration, DeletesDynamicModulesAlone)
 {
     PlainLog logger;

@@ -50,6 +50,7 @@ ModuleRegistration::~ModuleRegistration()
     }
     _modulesActual.clear();
     _namesActual.clear();
+    _firstOfName.clear();
 }
 
 void ModuleRegistration::setUpdate() noexcept
@@ -74,18 +75,18 @@ const std::vector<String>& ModuleRegistration::getNamesActual() const noexcept
 
 Module* ModuleRegistration::getModuleActual(const String& name) const
 {
-    const auto found = std::find(_namesActual.begin(), _namesActual.end(), name);
-    if (found == _namesActual.end()) {
-        return nullptr;
-    }
-    return *std::next(_modulesActual.begin(), found - _namesActual.begin());
+    const auto found = _firstOfName.find(name);
+    return found == _firstOfName.end() ? nullptr : found->second;
 }
 
 void ModuleRegistration::addModulesActual(const Module& module)
 {
+    auto* const added = const_cast<Module*>(&module);
     _namesActual.push_back(module.getName());
     try {
-        _modulesActual.push_back(const_cast<Module*>(&module));
+        std::list<Module*> entry(1, added);
+        _firstOfName.emplace(module.getName(), added);
+        _modulesActual.splice(_modulesActual.end(), entry);
     } catch (...) {
         _namesActual.pop_back();
         throw;
@@ -97,8 +98,10 @@ void ModuleRegistration::removeFromModulesActual(const Module& module)
     auto name = _namesActual.begin();
     for (auto entry = _modulesActual.begin(); entry != _modulesActual.end();) {
         if (*entry == &module) {
+            const String forgotten = std::move(*name);
             entry = _modulesActual.erase(entry);
             name = _namesActual.erase(name);
+            reindex(forgotten);
         } else {
             ++entry;
             ++name;
@@ -106,6 +109,16 @@ void ModuleRegistration::removeFromModulesActual(const Module& module)
     }
     _modulesOwned.erase(std::remove(_modulesOwned.begin(), _modulesOwned.end(), &module),
                         _modulesOwned.end());
+}
+
+void ModuleRegistration::reindex(const String& name) noexcept
+{
+    const auto found = std::find(_namesActual.begin(), _namesActual.end(), name);
+    if (found == _namesActual.end()) {
+        _firstOfName.erase(name);
+    } else {
+        _firstOfName.find(name)->second = *std::next(_modulesActual.begin(), found - _namesActual.begin());
+    }
 }
 
 void ModuleRegistration::removeModulesActual(Module*& module)
