@@ -1,10 +1,9 @@
-// What becomes of libraries and symbols when the system refuses: this program stands in for a part of the
-// system interface, and for the memory.
+// What becomes of libraries and symbols when the system refuses, or the memory: this program stands in for a
+// part of the system interface.
 
 #include "DynPlugins.hpp"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <ostream>
@@ -13,24 +12,21 @@
 
 #include <qv/pmx/library.h>
 
+#include <faults/layer/Fault.hpp>
 #include <log/Loggers.hpp>
 
 namespace {
 
-/** What the interface does in place of its own. */
-struct Faults
+/** What the interface answers in place of its own. */
+struct Answers
 {
-    bool unloadFails = false;
-    int unloadErrno = 0;
     qv_err_t listStatus = 0;
     qv_err_t loadStatus = 0;
     /** The detail of a load that fails; null for none. */
     const char* loadText = nullptr;
-    /** How many allocations succeed before all fail; below 0 for all. */
-    int allocations = -1;
 };
 
-Faults faults;
+Answers answers;
 int loads = 0;
 int unloads = 0;
 int lists = 0;
@@ -45,10 +41,10 @@ Function original(Function, const char* name)
 
 qv_err_t qv_si_library_nload(const char* path, char** error_text, qv_lhandle_t* handle)
 {
-    if (faults.loadStatus != 0) {
-        *error_text = faults.loadText != nullptr ? strdup(faults.loadText) : nullptr;
+    if (answers.loadStatus != 0) {
+        *error_text = answers.loadText != nullptr ? strdup(answers.loadText) : nullptr;
         *handle = nullptr;
-        return faults.loadStatus;
+        return answers.loadStatus;
     }
     const qv_err_t status = original(&qv_si_library_nload, "qv_si_library_nload")(path, error_text, handle);
     loads += status == 0 ? 1 : 0;
@@ -59,17 +55,13 @@ qv_err_t qv_si_library_unload(qv_lhandle_t handle)
 {
     const qv_err_t status = original(&qv_si_library_unload, "qv_si_library_unload")(handle);
     ++unloads;
-    if (faults.unloadFails) {
-        errno = faults.unloadErrno;
-        return EINVAL;
-    }
     return status;
 }
 
 qv_err_t qv_si_module_create_list(qv_module_list_t* list)
 {
-    if (faults.listStatus != 0) {
-        return faults.listStatus;
+    if (answers.listStatus != 0) {
+        return answers.listStatus;
     }
     const qv_err_t status = original(&qv_si_module_create_list, "qv_si_module_create_list")(list);
     lists += *list != nullptr ? 1 : 0;
@@ -82,35 +74,11 @@ void qv_si_module_destroy_list(qv_module_list_t list)
     original(&qv_si_module_destroy_list, "qv_si_module_destroy_list")(list);
 }
 
-// Not to be inlined: g++ would take the pair for a mismatch.
-__attribute__((noinline)) void* operator new(std::size_t size)
-{
-    void* memory = nullptr;
-    if (faults.allocations != 0) {
-        memory = std::malloc(size);
-    }
-    if (faults.allocations > 0) {
-        --faults.allocations;
-    }
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-__attribute__((noinline)) void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-
 namespace {
 
 using namespace dyntest;
+using faults::Call;
+using faults::Fault;
 using logtest::DefaultLogger;
 
 class DynFault : public testing::Test
@@ -118,14 +86,14 @@ class DynFault : public testing::Test
 protected:
     DynFault()
     {
-        faults = Faults();
+        answers = Answers();
         loads = 0;
         unloads = 0;
         lists = 0;
     }
     ~DynFault() override
     {
-        faults = Faults();
+        answers = Answers();
     }
 };
 
@@ -134,9 +102,10 @@ TEST_F(DynFault, AnUnloadThatIsRefusedIsAWarning)
     DefaultLogger logger;
     logger->setSeverity(logtest::log::Severity_TRACE);
     logger.taken();
-    faults.unloadFails = true;
-    faults.unloadErrno = 16;
-    EXPECT_NO_THROW(DynLibrary::load(OTHER));
+    {
+        const Fault fault(Call::DLCLOSE, 16);
+        EXPECT_NO_THROW(DynLibrary::load(OTHER));
+    }
     EXPECT_EQ("com.kor.dal.nim WARNING DynLibrary : Unable to unload dynamic library \"" + OTHER
                   + "\": Device or resource busy\n",
               logger.taken());
@@ -145,6 +114,7 @@ TEST_F(DynFault, AnUnloadThatIsRefusedIsAWarning)
 
     logger->setSeverity(logtest::log::Severity_ERROR);
     logger.taken();
+    const Fault fault(Call::DLCLOSE, 16);
     DynLibrary::load(OTHER);
     EXPECT_EQ("", logger.taken());
 }
@@ -189,9 +159,10 @@ TEST_F(DynFault, ALogThatTakesNoRecordEndsNothing)
 TEST_F(DynFault, ALibraryGoesWithoutMemory)
 {
     ConstDynLibraryRef library = DynLibrary::load(OTHER);
-    faults.allocations = 0;
-    library.clear();
-    faults.allocations = -1;
+    {
+        const Fault noMemory(Call::NEW, ENOMEM);
+        library.clear();
+    }
     EXPECT_EQ(1, unloads);
     EXPECT_FALSE(isMapped(OTHER));
     EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true));
@@ -201,13 +172,13 @@ TEST_F(DynFault, AModuleListThatCannotBeHadIsAFailure)
 {
     const ConstDynLibraryRef library = DynLibrary::load(OTHER);
     const DynSymbolRef symbol = library->symbol("dyn_other_value");
-    faults.listStatus = 12;
+    answers.listStatus = 12;
     const Failure failure([&library] { library->symbol("dyn_test_loaded"); });
     EXPECT_EQ(12, failure.error);
     EXPECT_EQ("Cannot allocate memory", failure.text);
     EXPECT_EQ(StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.symbol()"}, functionsOf(failure.trace));
     EXPECT_EQ(symbol, library->symbol("dyn_other_value")) << "a hit needs no list";
-    faults.listStatus = 0;
+    answers.listStatus = 0;
     EXPECT_EQ("dyn_test_loaded", library->symbol("dyn_test_loaded")->name());
 }
 
@@ -222,15 +193,15 @@ TEST_F(DynFault, AModuleListIsGivenBack)
 
 TEST_F(DynFault, AFailedLoadIsToldWithOrWithoutADetail)
 {
-    faults.loadStatus = 16;
+    answers.loadStatus = 16;
     Failure failure([] { DynLibrary::load("x"); });
     EXPECT_EQ(16, failure.error);
     EXPECT_EQ("Unable to load \"x\": Device or resource busy", failure.text);
 
-    faults.loadText = "";
+    answers.loadText = "";
     EXPECT_EQ("Unable to load \"x\": Device or resource busy", Failure([] { DynLibrary::load("x"); }).text);
 
-    faults.loadText = "detail";
+    answers.loadText = "detail";
     EXPECT_EQ("Unable to load \"x\": Device or resource busy, detail)",
               Failure([] { DynLibrary::load("x"); }).text);
     EXPECT_EQ((StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.image()",
@@ -242,7 +213,7 @@ TEST_F(DynFault, AFailedLoadIsToldWithOrWithoutADetail)
 
 TEST_F(DynFault, ANumberOfItsOwnKeepsItsText)
 {
-    faults.loadStatus = 99999;
+    answers.loadStatus = 99999;
     EXPECT_EQ("Unable to load \"x\": Unknown error 99999", Failure([] { DynLibrary::load("x"); }).text);
 }
 
@@ -252,11 +223,11 @@ TEST_F(DynFault, MissingMemoryLeavesNothingLoaded)
     const String name = OTHER;
     const String symbolName = "dyn_other_value";
     int failures = 0;
-    for (int allowed = 0; allowed < 1000; ++allowed) {
-        faults.allocations = allowed;
+    for (unsigned int n = 1; n < 1000; ++n) {
+        Fault noMemory(Call::NEW, ENOMEM, n);
         try {
             DynLibrary::load(name)->symbol(symbolName);
-            faults.allocations = -1;
+            noMemory.disarm();
             break;
         } catch (const std::bad_alloc&) {
             ++failures;
@@ -265,11 +236,11 @@ TEST_F(DynFault, MissingMemoryLeavesNothingLoaded)
             EXPECT_EQ(12, exc.error());
             ++failures;
         }
-        faults.allocations = -1;
-        ASSERT_EQ(loads, unloads) << "at allocation " << allowed;
-        ASSERT_EQ(0, lists) << "at allocation " << allowed;
-        ASSERT_FALSE(isMapped(OTHER)) << "at allocation " << allowed;
-        ASSERT_EQ(2u, DynLoaderMgr::manager()->refCount(true)) << "at allocation " << allowed;
+        noMemory.disarm();
+        ASSERT_EQ(loads, unloads) << "at allocation " << n;
+        ASSERT_EQ(0, lists) << "at allocation " << n;
+        ASSERT_FALSE(isMapped(OTHER)) << "at allocation " << n;
+        ASSERT_EQ(2u, DynLoaderMgr::manager()->refCount(true)) << "at allocation " << n;
     }
     EXPECT_GE(failures, 5);
     EXPECT_LT(failures, 1000);
@@ -283,11 +254,11 @@ TEST_F(DynFault, MissingMemoryForASymbolLeavesTheOthers)
     const DynSymbolRef value = library->symbol("dyn_plain_value");
     const String symbolName = "dyn_plain_function";
     int failures = 0;
-    for (int allowed = 0; allowed < 1000; ++allowed) {
-        faults.allocations = allowed;
+    for (unsigned int n = 1; n < 1000; ++n) {
+        Fault noMemory(Call::NEW, ENOMEM, n);
         try {
             library->symbol(symbolName);
-            faults.allocations = -1;
+            noMemory.disarm();
             break;
         } catch (const std::bad_alloc&) {
             ++failures;
@@ -295,10 +266,10 @@ TEST_F(DynFault, MissingMemoryForASymbolLeavesTheOthers)
             EXPECT_EQ(12, exc.error());
             ++failures;
         }
-        faults.allocations = -1;
-        ASSERT_EQ(3u, library->refCount(true)) << "at allocation " << allowed;
-        ASSERT_EQ(2u, value->refCount(true)) << "at allocation " << allowed;
-        ASSERT_EQ(value, library->symbol("dyn_plain_value")) << "at allocation " << allowed;
+        noMemory.disarm();
+        ASSERT_EQ(3u, library->refCount(true)) << "at allocation " << n;
+        ASSERT_EQ(2u, value->refCount(true)) << "at allocation " << n;
+        ASSERT_EQ(value, library->symbol("dyn_plain_value")) << "at allocation " << n;
     }
     EXPECT_GE(failures, 3);
     EXPECT_LT(failures, 1000);
@@ -310,13 +281,13 @@ TEST_F(DynFault, AHitTakesNoMemory)
     const ConstDynLibraryRef library = DynLibrary::load(PLAIN);
     const DynSymbolRef value = library->symbol("dyn_plain_value");
     const String symbolName = "dyn_plain_value";
-    faults.allocations = 0;
+    Fault noMemory(Call::NEW, ENOMEM);
     bool same = false;
     try {
         same = library->symbol(symbolName) == value && DynLibrary::load(PLAIN) == library;
     } catch (const std::bad_alloc&) {
     }
-    faults.allocations = -1;
+    noMemory.disarm();
     EXPECT_TRUE(same);
 }
 

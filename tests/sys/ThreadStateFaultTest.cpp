@@ -8,6 +8,8 @@
 
 #include <qv/pmx/thread.h>
 
+#include "faults/layer/Fault.hpp"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -26,9 +28,10 @@ using com::kor::dal::nim::sys::StackTrace;
 using com::kor::dal::nim::sys::StackTrack;
 using com::kor::dal::nim::sys::system_error;
 using com::kor::dal::nim::sys::internal::ThreadState;
+using faults::Call;
+using faults::Fault;
 
 thread_local qv_err_t setStatus = 0;
-thread_local bool noMemory = false;
 std::atomic<int> keysMade{0};
 std::atomic<int> valuesEmptied{0};
 
@@ -49,26 +52,6 @@ qv_err_t qv_si_thread_setspecific(si_thread_key_t key, const void* value) noexce
         ++valuesEmptied;
     }
     return setStatus != 0 ? setStatus : pthread_setspecific(key, value);
-}
-
-// Not to be inlined: g++ would take the pair for a mismatch.
-__attribute__((noinline)) void* operator new(std::size_t size)
-{
-    void* const memory = noMemory ? nullptr : std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-__attribute__((noinline)) void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
 }
 
 namespace {
@@ -135,13 +118,13 @@ TEST(ThreadStateFault, ReportsMissingMemory)
 {
     std::thread([] {
         bool reported = false;
-        noMemory = true;
+        Fault noMemory(Call::NEW, ENOMEM);
         try {
             ThreadState::current();
         } catch (const std::bad_alloc&) {
             reported = true;
         }
-        noMemory = false;
+        noMemory.disarm();
         EXPECT_TRUE(reported);
         EXPECT_EQ(gettid(), ThreadState::current().tid);
     }).join();
@@ -154,13 +137,13 @@ TEST(ThreadStateFault, ATrackThatGetsNoMemoryLeavesTheStackAsItWas)
         ThreadState& state = ThreadState::current();
         state.where.shrink_to_fit();
         bool reported = false;
-        noMemory = true;
+        Fault noMemory(Call::NEW, ENOMEM);
         try {
             const StackTrack inner("inner()", 2);
         } catch (const std::bad_alloc&) {
             reported = true;
         }
-        noMemory = false;
+        noMemory.disarm();
         EXPECT_TRUE(reported);
         EXPECT_EQ(StringVector{"outer():1"}, StackTrace().trace());
     }).join();

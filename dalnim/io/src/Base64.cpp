@@ -341,6 +341,8 @@ String Base64::encode(const String& istr, unsigned int flags) const
     }
     std::istringstream is(istr);
     std::ostringstream os;
+    // The text is whole, or there is none.
+    os.exceptions(std::ios_base::badbit);
     encode(os, is, flags);
     return os.str();
 }
@@ -379,6 +381,8 @@ String Base64::decode(const String& istr, unsigned int flags) const
     }
     std::istringstream is(istr);
     std::ostringstream os;
+    // The text is whole, or there is none.
+    os.exceptions(std::ios_base::badbit);
     decode(os, is, flags);
     return os.str();
 }

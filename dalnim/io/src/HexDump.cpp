@@ -111,6 +111,8 @@ String HexDump::encode(const String& istr, unsigned int flags) const
     const sys::StackTrack track("encode()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     std::istringstream is(istr);
     std::ostringstream os;
+    // The text is whole, or there is none.
+    os.exceptions(std::ios_base::badbit);
     encode(os, is, flags);
     return os.str();
 }

@@ -8,8 +8,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 #include <string>
+
+#include <cxxabi.h>
 
 DALNIM_USES_RTLAPI
 
@@ -30,11 +33,24 @@ String toString(const RX_String& text)
 }
 
 PropertiesReader::PropertiesReader(std::istream& is, const String& filepath, Properties::Severity severity)
-    : input(is), sev(severity)
+    : input(is), raised(is.exceptions()), sev(severity)
 {
     const RX_Filespec spec = parsePath(filepath);
     name = toString(spec.basename());
     directory = toString(spec.directory());
+    if (input.good()) {
+        // Or getline() would take missing memory for the end of the file.
+        input.exceptions(raised | std::ios_base::badbit);
+    }
+}
+
+PropertiesReader::~PropertiesReader()
+{
+    try {
+        input.exceptions(raised);
+    } catch (const std::ios_base::failure&) {
+        // It has been raised already.
+    }
 }
 
 PropertiesReader::LineKind PropertiesReader::read()
@@ -43,7 +59,7 @@ PropertiesReader::LineKind PropertiesReader::read()
     significant = 0;
     bool continuation = false;
 
-    while (std::getline(input, line)) {
+    while (readLine()) {
         ++line_number;
         const std::size_t start = skipSpace(0);
         if (start == line.size()) {
@@ -65,6 +81,23 @@ PropertiesReader::LineKind PropertiesReader::read()
         }
     }
     return used == 0 ? NOTHING : PROPERTY;
+}
+
+/** False at the end of the file, which is also where a stream fails that is not to raise that. */
+bool PropertiesReader::readLine()
+{
+    try {
+        return static_cast<bool>(std::getline(input, line));
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        if ((raised & std::ios_base::badbit) != 0 || !input.bad()) {
+            throw;
+        }
+        return false;
+    }
 }
 
 String PropertiesReader::position() const

@@ -25,6 +25,9 @@ public:
 
     /** Reads `is`, which must outlive the reader, from where it stands. */
     PropertiesReader(std::istream& is, const String& filepath, Properties::Severity sev);
+    PropertiesReader(const PropertiesReader&) = delete;
+    PropertiesReader& operator=(const PropertiesReader&) = delete;
+    ~PropertiesReader();
 
     /** Whether there may be more lines. */
     bool good() const
@@ -32,7 +35,7 @@ public:
         return input.good();
     }
 
-    /** Reads the next logical line. Throws std::invalid_argument if it is malformed. */
+    /** Reads the next logical line. Throws std::invalid_argument if it is malformed, and std::bad_alloc. */
     LineKind read();
 
     /** The decoded text of a PROPERTY; valid until the next read(). */
@@ -57,6 +60,7 @@ public:
     String position() const;
 
 private:
+    bool readLine();
     bool decode(std::size_t pos);
     void copyPlain(std::size_t pos, std::size_t end);
     void put(unsigned int byte);
@@ -74,6 +78,8 @@ private:
     [[noreturn]] void fail(const String& text) const;
 
     std::istream& input;
+    /** What the stream raises by itself. */
+    std::ios_base::iostate raised;
     /** The file's name for messages, and the directory that its includes are looked for in. */
     String name;
     String directory;

@@ -66,6 +66,8 @@ const String& StackTrace::toString() const
 {
     if (str_cache.empty() && !data.empty()) {
         std::ostringstream text;
+        // A text without its end would be kept.
+        text.exceptions(std::ios_base::badbit);
         displayFormatted(text, String(), false);
         str_cache = text.str();
     }

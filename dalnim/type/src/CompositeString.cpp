@@ -38,7 +38,16 @@ CompositeString::CompositeString(const CompositeString& composite, bool deep)
     }
 }
 
-CompositeString& CompositeString::operator=(const CompositeString& composite) = default;
+CompositeString& CompositeString::operator=(const CompositeString& composite)
+{
+    // Both texts or none: one with the other's delimiters would be taken apart in another way.
+    String new_target(composite.target);
+    String new_delims(composite.delims);
+    skip_nil = composite.skip_nil;
+    target.swap(new_target);
+    delims.swap(new_delims);
+    return *this;
+}
 
 unsigned int CompositeString::components() const
 {
@@ -69,7 +78,8 @@ String CompositeString::next(SInt8_t& dlm)
     if (taken == 0) {
         return String();
     }
-    const String component = target.substr(first, delim - first);
+    // Not constant, so that it is moved out: a copy could fail behind the removal.
+    String component = target.substr(first, delim - first);
     dlm = static_cast<SInt8_t>(target[delim]);
     target.erase(0, taken);
     return component;
@@ -87,7 +97,7 @@ String CompositeString::last()
     if (pos == 0) {
         return String();
     }
-    const String component = target.substr(first, delim - first);
+    String component = target.substr(first, delim - first);
     target.erase(first);
     return component;
 }
@@ -95,6 +105,7 @@ String CompositeString::last()
 CompositeString& CompositeString::append(const String& component)
 {
     if (!component.empty() && !target.empty()) {
+        target.reserve(target.size() + 1 + component.size());
         if (!delims.empty()) {
             target += delims.front();
         }

@@ -29,9 +29,10 @@ ContextScope::ContextScope(Operation factory, Operation cleanup, unsigned int co
 
 ContextScope::~ContextScope()
 {
-    const sys::StackTrack track("~ContextScope()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     try {
         if (cleanupIsDue()) {
+            // In here, for it may need memory.
+            const sys::StackTrack track("~ContextScope()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
             fini(ref, key, prm);
         }
     } catch (const std::exception& exc) {

@@ -165,6 +165,8 @@ template <class T>
 bool NumberOps::convertString(T& result, const String& source)
 {
     std::istringstream stream(source);
+    // Missing memory is no bad format.
+    stream.exceptions(std::ios_base::badbit);
     T value;
     stream >> std::dec >> value;
     if (!stream || stream.rdbuf()->in_avail() > 0) {

@@ -44,6 +44,7 @@ int net_fini()
 void throw_null_ref_exception(const char* message)
 {
     std::ostringstream text;
+    text.exceptions(std::ios_base::badbit);
     if (message != nullptr) {
         text << message;
     }

@@ -1,34 +1,18 @@
-// Lets the n-th allocation of a parse fail, for each n, until the parse has what it needs. The sanitizers
-// bring a malloc of their own, and are left alone.
+// Lets the n-th allocation of a parse fail, for each n, until the parse has what it needs.
+
+#include "layer/Fault.hpp"
 
 #include <dalnim/xml/nim_opbparse.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <cerrno>
 #include <string>
 
-#if !defined DALNIM_SANITIZED
-
-extern "C" void* __libc_malloc(std::size_t size);
-
 namespace {
 
-/** Allocations of this thread until one fails; 0 for none. */
-thread_local int until_failure = 0;
-
-}
-
-// Visible, or the library would not find it.
-extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size)
-{
-    if (until_failure > 0 && --until_failure == 0) {
-        return nullptr;
-    }
-    return __libc_malloc(size);
-}
-
-namespace {
+using faults::Call;
+using faults::Fault;
 
 int ignore(PDS_PARSE_H, pds_parse_cb_type_e, void*, void*, char*, char*, char*, std::size_t, char**)
 {
@@ -45,12 +29,13 @@ int pushAtEachStart(PDS_PARSE_H handle, pds_parse_cb_type_e type, void*, void*, 
 }
 
 /** What a parse of the text, in two pieces, comes to when its n-th allocation fails. */
-int parseWithFailure(int n, PDS_PARSE_COMMON_FN callback, const std::string& text, std::string& error)
+int parseWithFailure(Call call, unsigned int n, PDS_PARSE_COMMON_FN callback, const std::string& text,
+                     std::string& error)
 {
     std::string first = text.substr(0, text.size() / 2);
     std::string second = text.substr(text.size() / 2);
     PDS_PARSE_H handle = nullptr;
-    until_failure = n;
+    Fault fault(call, ENOMEM, n, 1);
     int code = nim_pdsParseInit(0, nullptr, nullptr, nullptr, nullptr, callback, nullptr, &handle);
     if (code == PDS_PARSE_OK) {
         code = nim_pdsParseBuffer(first.data(), 0, handle);
@@ -58,7 +43,7 @@ int parseWithFailure(int n, PDS_PARSE_COMMON_FN callback, const std::string& tex
     if (code == PDS_PARSE_OK) {
         code = nim_pdsParseBuffer(second.data(), PDS_PARSE_F_LAST, handle);
     }
-    until_failure = 0;
+    fault.disarm();
     if (handle == nullptr) {
         return code;
     }
@@ -74,12 +59,13 @@ int parseWithFailure(int n, PDS_PARSE_COMMON_FN callback, const std::string& tex
     return code;
 }
 
-/** How many allocations had to fail before the parse came to its end. */
-int failuresUntil(int expected, PDS_PARSE_COMMON_FN callback, const std::string& text, std::string& error)
+/** How many allocations of a kind had to fail before the parse came to its end. */
+unsigned int failuresUntil(Call call, int expected, PDS_PARSE_COMMON_FN callback, const std::string& text,
+                           std::string& error)
 {
-    for (int n = 1; n < 1000; ++n) {
+    for (unsigned int n = 1; n < 1000; ++n) {
         error.clear();
-        const int code = parseWithFailure(n, callback, text, error);
+        const int code = parseWithFailure(call, n, callback, text, error);
         if (code == expected) {
             return n - 1;
         }
@@ -87,7 +73,7 @@ int failuresUntil(int expected, PDS_PARSE_COMMON_FN callback, const std::string&
         EXPECT_EQ("", error) << n;
     }
     ADD_FAILURE() << "never came to its end";
-    return -1;
+    return 0;
 }
 
 /** Deep, with many attributes, long names, and text beyond the first buffer. */
@@ -108,26 +94,44 @@ std::string demandingText()
     return text;
 }
 
+const std::string WRONG_END = "<a>" + std::string(100, ' ') + "</b>";
+
 }
 
-TEST(NoMemory, IsACode)
+TEST(PushParserFault, MissingMemoryIsACode)
 {
     std::string error;
-    EXPECT_GE(failuresUntil(0, ignore, demandingText(), error), 10);
+    EXPECT_GE(failuresUntil(Call::NEW, 0, ignore, demandingText(), error), 4u);
     EXPECT_EQ("", error);
 }
 
-TEST(NoMemory, IsACodeOfAPushToo)
+TEST(PushParserFault, MissingMemoryIsACodeWhereAnErrorHasNoText)
 {
     std::string error;
-    const int without = failuresUntil(0, ignore, demandingText(), error);
-    EXPECT_GE(failuresUntil(0, pushAtEachStart, demandingText(), error), without + 3);
+    EXPECT_GE(failuresUntil(Call::NEW, 700012003, ignore, WRONG_END, error), 2u);
+    EXPECT_EQ("Mismatched End Tag -- near offset 105: b", error);
 }
 
-TEST(NoMemory, IsACodeWhereAnErrorHasNoText)
+#if !defined DALNIM_SANITIZED
+
+TEST(PushParserFault, MissingBlocksAreACode)
 {
     std::string error;
-    EXPECT_GE(failuresUntil(700012003, ignore, "<a>" + std::string(100, ' ') + "</b>", error), 4);
+    EXPECT_GE(failuresUntil(Call::MALLOC, 0, ignore, demandingText(), error), 6u);
+    EXPECT_EQ("", error);
+}
+
+TEST(PushParserFault, MissingBlocksAreACodeOfAPushToo)
+{
+    std::string error;
+    const unsigned int without = failuresUntil(Call::MALLOC, 0, ignore, demandingText(), error);
+    EXPECT_GE(failuresUntil(Call::MALLOC, 0, pushAtEachStart, demandingText(), error), without + 3);
+}
+
+TEST(PushParserFault, MissingBlocksAreACodeAheadOfAnError)
+{
+    std::string error;
+    EXPECT_GE(failuresUntil(Call::MALLOC, 700012003, ignore, WRONG_END, error), 2u);
     EXPECT_EQ("Mismatched End Tag -- near offset 105: b", error);
 }
 
