@@ -16,6 +16,8 @@ RX_FilespecIterator::RX_FilespecIterator(const RX_Filespec& spec, qv_bool_t with
     const RX_Wildcard checked(pattern, RX_Wildcard::WILD);
     _status = qv_si_fileio_glob_construct(&_glob, directory.data(), pattern.data());
     if (_status == ENOMEM) {
+        // The system may have run out of it with names read already.
+        qv_si_fileio_glob_destruct(&_glob);
         throw std::bad_alloc();
     }
 }

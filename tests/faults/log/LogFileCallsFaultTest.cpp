@@ -1,0 +1,304 @@
+// Each call of the system that a log file makes, refused. What no real file can be made to do.
+
+#include "layer/Expect.hpp"
+#include "layer/Fault.hpp"
+#include "layer/Walk.hpp"
+#include "log/LogFileFixture.hpp"
+
+#include <dalnim/sys/SysError.hpp>
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+using namespace logfiletest;
+using faults::Call;
+using faults::Fault;
+using testing::HasSubstr;
+
+class LogFileCallsFault : public LogFileFixture
+{
+protected:
+    /** How a line ends while a call fails: "number text", or empty when it is taken. */
+    String failureOf(Call call, int error, const String& line)
+    {
+        return faults::failureOf(call, error, [&] { file->log(line); });
+    }
+
+    /** The next line, of another thread, which finds the lock free. */
+    void logNext(const String& line)
+    {
+        std::thread([&] { EXPECT_NO_THROW(file->log(line)); }).join();
+    }
+};
+
+// ---- opening --------------------------------------------------------------------------------
+
+TEST_F(LogFileCallsFault, AFileThatWillNotOpenIsForgotten)
+{
+    for (const int error : {EMFILE, ENFILE, ENOSPC, EIO, ENOMEM, EACCES, EINTR, EROFS}) {
+        file->setPath(path);
+        err.take();
+        EXPECT_EQ(std::to_string(error) + " " + std::strerror(error), failureOf(Call::OPEN, error, "lost"));
+        EXPECT_EQ("", file->getPath());
+        EXPECT_FALSE(file->is_open());
+        EXPECT_FALSE(file->is_valid());
+        EXPECT_EQ("", err.take());
+        EXPECT_FALSE(exists(path));
+        logNext("next");
+        EXPECT_EQ("next\n", err.take());
+        expectStandardError();
+    }
+    file->setPath(path);
+    logNext("at last");
+    EXPECT_EQ("at last\n", contentOf(path));
+}
+
+TEST_F(LogFileCallsFault, ADirectoryThatCannotBeMadeIsAskedForAgain)
+{
+    const String name = folder / "new/server.log";
+    for (const int error : {EACCES, ENOSPC, EROFS, EIO}) {
+        file->setPath(name);
+        EXPECT_THAT(failureOf(Call::MKDIR, error, "lost"), testing::StartsWith("2 No such file or directory:"));
+        EXPECT_EQ(name, file->getPath());
+        EXPECT_FALSE(exists(folder / "new"));
+        EXPECT_EQ("", err.take());
+    }
+    logNext("at last");
+    EXPECT_EQ("at last\n", contentOf(name));
+}
+
+TEST_F(LogFileCallsFault, AFileThatMayNotBeMadeIsForgotten)
+{
+    file->setPath(path);
+    EXPECT_EQ("13 Permission denied", failureOf(Call::ACCESS, EACCES, "lost"));
+    EXPECT_EQ("", file->getPath());
+    logNext("next");
+    EXPECT_EQ("next\n", err.take());
+}
+
+// ---- writing --------------------------------------------------------------------------------
+
+TEST_F(LogFileCallsFault, ALineThatIsNotTakenSurvivesOnStandardError)
+{
+    for (const int error : {EIO, ENOSPC, EDQUOT, EFBIG, EAGAIN, EBADF}) {
+        std::filesystem::remove(path);
+        open();
+        file->log("one");
+        EXPECT_EQ("", failureOf(Call::WRITE, error, "two"));
+        EXPECT_EQ(COMPLAINT + "two\n", err.take());
+        // The stream has failed, and each line tells.
+        logNext("three");
+        EXPECT_EQ(COMPLAINT + "three\n", err.take());
+        EXPECT_EQ(path, file->getPath());
+        EXPECT_FALSE(file->is_open());
+        EXPECT_EQ("one\n", contentOf(path));
+        // Set anew, it is as good as before.
+        file->setPath(path);
+        logNext("four");
+        EXPECT_EQ("", err.take());
+        EXPECT_EQ("one\nfour\n", contentOf(path));
+    }
+}
+
+TEST_F(LogFileCallsFault, AnInterruptedWriteGoesOn)
+{
+    open();
+    file->log("one");
+    Fault fault(Call::WRITE, EINTR, 1, 3);
+    EXPECT_EQ("", faults::failureUnder(fault, [&] { file->log("two"); }));
+    EXPECT_EQ(4u, fault.calls());
+    EXPECT_EQ("", err.take());
+    EXPECT_EQ("one\ntwo\n", contentOf(path));
+}
+
+TEST_F(LogFileCallsFault, AFileThatFailedRecoversByItsRotation)
+{
+    open(10);
+    file->log("one");
+    EXPECT_EQ("", failureOf(Call::WRITE, EIO, "two"));
+    // What is on standard error by then is beyond the limit.
+    EXPECT_THAT(err.take(), testing::StartsWith(COMPLAINT + "two\nLogFile:"));
+    logNext("three");
+    EXPECT_EQ("one\n", contentOf(old(0)));
+    EXPECT_EQ("three\n", contentOf(path));
+}
+
+// ---- rotating -------------------------------------------------------------------------------
+
+class RotationCallsFault : public LogFileCallsFault
+{
+protected:
+    /** Two old files and one that is one line from its limit. */
+    void prepare(std::size_t maxFiles = 0)
+    {
+        for (const String& name : namesIn(folder.path())) {
+            std::filesystem::remove(folder / name);
+        }
+        create(old(0), "zero\n");
+        create(old(1), "minus one\n");
+        open(10, maxFiles);
+        file->log("one");
+    }
+
+    /** All lines of all files, in the order of the names. */
+    String kept()
+    {
+        String all;
+        for (const String& name : namesIn(folder.path())) {
+            all += contentOf(folder / name);
+        }
+        return all;
+    }
+};
+
+TEST_F(RotationCallsFault, ARenameRefusedAtEachStepLosesNothing)
+{
+    for (const int error : {EACCES, EIO, ENOSPC, EROFS, EBUSY}) {
+        for (unsigned int step = 1; step <= 3; ++step) {
+            SCOPED_TRACE(std::to_string(error) + " at step " + std::to_string(step));
+            prepare();
+            Fault fault(Call::RENAME, error, step, 1);
+            EXPECT_EQ("", faults::failureUnder(fault, [&] { file->log("0123456789"); }));
+            EXPECT_EQ(1u, fault.failed());
+            EXPECT_THAT(err.take(),
+                        testing::EndsWith("LogFile:#:switchFile(): ERROR: Failed to move old log files: " +
+                                          String(std::strerror(error)) + "\n"));
+            expectStandardError();
+            EXPECT_EQ("one\n0123456789\n", contentOf(path));
+            EXPECT_THAT(kept(), testing::AllOf(HasSubstr("zero\n"), HasSubstr("minus one\n")));
+            logNext("next");
+            EXPECT_EQ("next\n", err.take());
+        }
+        prepare();
+        file->log("0123456789");
+        EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
+        EXPECT_EQ("minus one\n", contentOf(old(2)));
+    }
+}
+
+TEST_F(RotationCallsFault, AnOldestThatCannotBeRemovedIsOnlyTraced)
+{
+    for (const int error : {EACCES, EIO, EBUSY}) {
+        prepare(2);
+        EXPECT_EQ("", failureOf(Call::REMOVE, error, "0123456789"));
+        const String traces = err.take();
+        EXPECT_THAT(traces, HasSubstr("LogFile:#:switchFile(): Failed to remove [" + old(1) +
+                                      "]: " + std::strerror(error) + "\n"));
+        EXPECT_THAT(traces, testing::Not(HasSubstr("ERROR")));
+        EXPECT_EQ("zero\n", contentOf(old(1)));
+        EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
+        logNext("next");
+        EXPECT_EQ("next\n", contentOf(path));
+    }
+}
+
+TEST_F(RotationCallsFault, AFileThatWillNotOpenAnewIsTold)
+{
+    for (const int error : {EMFILE, EACCES, ENOSPC, EIO, ENOMEM}) {
+        prepare();
+        EXPECT_EQ("", failureOf(Call::OPEN, error, "0123456789"));
+        EXPECT_THAT(err.take(), testing::EndsWith("LogFile:#:switchFile(): ERROR: Failed to open log file [" +
+                                                  path + "]" + std::strerror(error) + "\n"));
+        expectStandardError();
+        EXPECT_FALSE(exists(path));
+        EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
+        logNext("next");
+        EXPECT_EQ("next\n", err.take());
+    }
+}
+
+TEST_F(RotationCallsFault, OldFilesThatCannotBeRemovedAreTraced)
+{
+    prepare();
+    {
+        const Fault fault(Call::REMOVE, EACCES);
+        file->setMaxNumberOfFiles(1);
+    }
+    EXPECT_THAT(err.take(), HasSubstr("LogFile:#:removeFiles(): Could not remove file [" + old(1) + "]\n"));
+    EXPECT_EQ("minus one\n", contentOf(old(1)));
+    EXPECT_EQ(1u, file->getMaxNumberOfFiles());
+}
+
+// ---- memory ---------------------------------------------------------------------------------
+
+/** Standard error that needs no memory. */
+class FixedErr
+{
+public:
+    FixedErr() : before(std::cerr.rdbuf(&buffer)) {}
+    FixedErr(const FixedErr&) = delete;
+    FixedErr& operator=(const FixedErr&) = delete;
+    ~FixedErr()
+    {
+        std::cerr.rdbuf(before);
+        std::cerr.clear();
+    }
+
+private:
+    class Buffer : public std::streambuf
+    {
+        int_type overflow(int_type byte) override
+        {
+            return traits_type::not_eof(byte);
+        }
+        std::streamsize xsputn(const char*, std::streamsize count) override
+        {
+            return count;
+        }
+    };
+
+    Buffer buffer;
+    std::streambuf* before;
+};
+
+TEST_F(LogFileCallsFault, ALineIsWrittenWhollyOrNotAtAll)
+{
+    const FixedErr fixed;
+    for (const bool isOpen : {false, true}) {
+        for (const String& line : {String("short"), String(3000, 'x')}) {
+            faults::walkAllocations(
+                [&] {
+                    std::filesystem::remove(path);
+                    LogFileRef log(new LogFile);
+                    log->setPath(path);
+                    if (isOpen) {
+                        log->getStream();
+                    }
+                    return log;
+                },
+                [&](LogFileRef& log) {
+                    if (log->getPath().empty()) {
+                        // Forgotten with the memory for its stream.
+                        log->setPath(path);
+                    }
+                    log->log(line);
+                },
+                [&](LogFileRef& log, bool done) {
+                    log->close();
+                    EXPECT_EQ(done ? line + "\n" : "", exists(path) ? contentOf(path) : String());
+                    log->setPath(path);
+                });
+        }
+    }
+}
+
+TEST_F(LogFileCallsFault, SettingsAreTakenOrMissMemory)
+{
+    const FixedErr fixed;
+    create(old(0), "zero\n");
+    EXPECT_GE(faults::walkAllocations([&] { return LogFileRef(new LogFile); },
+                                      [&](LogFileRef& log) { log->setPath(path); },
+                                      [&](LogFileRef& log, bool done) {
+                                          if (done) {
+                                              EXPECT_EQ(path, log->getPath());
+                                          }
+                                      }),
+              3u);
+}
+
+}

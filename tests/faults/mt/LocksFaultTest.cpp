@@ -1,0 +1,218 @@
+// Locks and threads that the system refuses to make, and that no memory is there for.
+
+#include "layer/Expect.hpp"
+#include "layer/Fault.hpp"
+#include "layer/Walk.hpp"
+#include "mt/Work.hpp"
+
+#include <dalnim/mt/CondSem.hpp>
+#include <dalnim/mt/CriticalSection.hpp>
+#include <dalnim/mt/Queue.hpp>
+#include <dalnim/mt/ReaderWriterLock.hpp>
+#include <dalnim/mt/SysMutex.hpp>
+#include <dalnim/mt/Thread.hpp>
+#include <dalnim/mt/ThreadPool.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <qv/rtlapi/RX_Exception.hpp>
+#include <qv/rtlapi/RX_ExFatal.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <memory>
+
+namespace {
+
+using namespace faults;
+using com::kor::dal::nim::mt::CondSem;
+using com::kor::dal::nim::mt::CriticalSection;
+using com::kor::dal::nim::mt::Queue;
+using com::kor::dal::nim::mt::QueueElement;
+using com::kor::dal::nim::mt::ReaderWriterLock;
+using com::kor::dal::nim::mt::SysMutex;
+using com::kor::dal::nim::mt::Task;
+using com::kor::dal::nim::mt::Thread;
+using com::kor::dal::nim::mt::ThreadPool;
+using com::kor::dal::nim::sys::system_error;
+using mttest::OwnTask;
+using mttest::OwnThread;
+
+TEST(LocksFault, LocksThatTheSystemRefusesToMake)
+{
+    for (const Call call : {Call::MUTEXATTR_INIT, Call::MUTEX_INIT}) {
+        EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const CriticalSection lock; }));
+        EXPECT_EQ("11 Resource temporarily unavailable",
+                  failureOf(call, EAGAIN, [] { const CriticalSection lock(true); }));
+        EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const SysMutex lock; }));
+        EXPECT_EQ("11 Resource temporarily unavailable",
+                  failureOf(call, EAGAIN, [] { const CondSem lock(nullptr, true); }));
+        EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const Queue queue(1); }));
+    }
+    for (const Call call : {Call::CONDATTR_INIT, Call::COND_INIT}) {
+        EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const CondSem lock(nullptr, true); }));
+        EXPECT_EQ("11 Resource temporarily unavailable",
+                  failureOf(call, EAGAIN, [] { const CondSem lock(nullptr, true); }));
+        EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const Queue queue(1); }));
+    }
+    EXPECT_EQ("22 Invalid argument", failureOf(Call::CONDATTR_SETCLOCK, EINVAL, [] { const CondSem lock(nullptr, true); }));
+}
+
+TEST(LocksFault, LocksThatTheSystemRefusesToTake)
+{
+    const CriticalSection section;
+    const SysMutex mutex;
+    EXPECT_EQ("35 Resource deadlock avoided", failureOf(Call::MUTEX_LOCK, EDEADLK, [&] { section.acquire(); }));
+    EXPECT_EQ("35 Resource deadlock avoided", failureOf(Call::MUTEX_LOCK, EDEADLK, [&] { mutex.acquire(); }));
+    {
+        const Fault fault(Call::MUTEX_TRYLOCK, EBUSY);
+        EXPECT_FALSE(section.request());
+        EXPECT_FALSE(mutex.request());
+    }
+    onNewThread([&] {
+        EXPECT_TRUE(section.request());
+        section.release();
+        EXPECT_TRUE(mutex.request());
+        mutex.release();
+    });
+}
+
+/** Made, or bad_alloc, or the number that the runtime gives for it. */
+template <class Lock, class... Arguments>
+unsigned int walkMaking(Arguments... arguments)
+{
+    WalkOptions options;
+    options.named = [](const std::exception& failure) {
+        const auto* const error = dynamic_cast<const system_error*>(&failure);
+        return error != nullptr && error->error() == ENOMEM;
+    };
+    return walkAllocations([] { return std::unique_ptr<Lock>(); },
+                           [&](std::unique_ptr<Lock>& lock) { lock.reset(new Lock(arguments...)); },
+                           [](std::unique_ptr<Lock>& lock, bool done) { EXPECT_EQ(done, lock != nullptr); },
+                           options);
+}
+
+TEST(LocksFault, LocksAreMadeOrNot)
+{
+    EXPECT_GE(walkMaking<CriticalSection>(), 1u);
+    EXPECT_GE(walkMaking<SysMutex>(), 2u);
+    EXPECT_GE(walkMaking<CondSem>(nullptr, true), 2u);
+    EXPECT_GE(walkMaking<ReaderWriterLock>(), 2u);
+    EXPECT_GE(walkMaking<Queue>(4u), 2u);
+}
+
+class Element : public QueueElement
+{
+};
+
+TEST(LocksFault, AnElementIsQueuedOrStaysTheCallers)
+{
+    Element element;
+    walkAllocations([] { return std::make_unique<Queue>(2u); },
+                    [&](std::unique_ptr<Queue>& queue) { EXPECT_TRUE(queue->insert(&element, 0)); },
+                    [&](std::unique_ptr<Queue>& queue, bool done) {
+                        EXPECT_EQ(done ? &element : nullptr, queue->next(0));
+                    });
+}
+
+// ---- threads --------------------------------------------------------------------------------
+
+/** The number of an untranslated failure of the runtime; 0 for none. */
+template <class Operation>
+int rawFailureOf(Call call, int error, Operation operation)
+{
+    Fault fault(call, error);
+    const Outcome outcome = outcomeUnder(fault, operation);
+    if (outcome.kind == Outcome::FAILED) {
+        try {
+            std::rethrow_exception(outcome.failure);
+        } catch (const RX_ExFatal& failure) {
+            return failure.getCode();
+        } catch (const std::exception& failure) {
+            ADD_FAILURE() << failure.what();
+        }
+    }
+    return 0;
+}
+
+TEST(ThreadsFault, AThreadThatTheSystemRefusesStaysStarting)
+{
+    for (const Call call : {Call::THREAD_CREATE, Call::THREAD_ATTR_INIT, Call::THREAD_ATTR_SETDETACHSTATE}) {
+        for (const bool joinable : {true, false}) {
+            std::atomic<int> ran{0};
+            OwnThread thread([&] { ++ran; }, joinable);
+            EXPECT_EQ(EAGAIN, rawFailureOf(call, EAGAIN, [&] { thread.start(joinable); }));
+            EXPECT_EQ(Task::TSF_STARTING, thread.status());
+            EXPECT_THROW(thread.start(joinable), std::logic_error);
+            EXPECT_EQ(0, ran);
+        }
+    }
+}
+
+TEST(ThreadsFault, APoolThatTheSystemRefusesLeavesNothing)
+{
+    for (unsigned int n = 1; n <= 4; ++n) {
+        Fault fault(Call::THREAD_CREATE, EAGAIN, n, 1);
+        const Outcome outcome = outcomeUnder(fault, [] { ThreadPool pool("refused", 4, 0, 0, 0, 0, 10); });
+        EXPECT_EQ(Outcome::FAILED, outcome.kind);
+        try {
+            std::rethrow_exception(outcome.failure);
+        } catch (const RX_ExFatal& failure) {
+            EXPECT_EQ(EAGAIN, failure.getCode());
+        } catch (...) {
+            ADD_FAILURE() << "another failure";
+        }
+    }
+}
+
+TEST(ThreadsFault, AThreadIsStartedOrMissesMemory)
+{
+    WalkOptions here;
+    here.onThisThread = true;
+    EXPECT_GE(walkAllocations([] { return 0; },
+                              [](int& ran) {
+                                  std::atomic<int> count{0};
+                                  OwnThread thread([&] { ++count; });
+                                  thread.start();
+                                  thread.join();
+                                  ran = count;
+                              },
+                              [](int ran, bool done) { EXPECT_EQ(done ? 1 : 0, ran); }, here),
+              4u);
+}
+
+TEST(ThreadsFault, ATaskIsAddedOrMissesMemory)
+{
+    ThreadPool pool("pool", 2, 0, 0, 0, 0, 100);
+    struct Subject
+    {
+        std::atomic<int> ran{0};
+    };
+    EXPECT_GE(walkAllocations([] { return std::make_unique<Subject>(); },
+                              [&](std::unique_ptr<Subject>& subject) {
+                                  OwnTask task([&] { ++subject->ran; });
+                                  if (pool.add(task)) {
+                                      mttest::awaitEnd(task);
+                                  }
+                              },
+                              [](std::unique_ptr<Subject>& subject, bool done) {
+                                  EXPECT_EQ(done ? 1 : 0, subject->ran);
+                              }),
+              4u);
+    pool.shutdown();
+}
+
+TEST(ThreadsFault, APoolIsMadeOrMissesMemory)
+{
+    EXPECT_GE(walkAllocations([] { return std::unique_ptr<ThreadPool>(); },
+                              [](std::unique_ptr<ThreadPool>& pool) {
+                                  pool.reset(new ThreadPool(nullptr, 2, 0, 0, 0, 0, 10));
+                              },
+                              [](std::unique_ptr<ThreadPool>& pool, bool done) {
+                                  EXPECT_EQ(done, pool != nullptr);
+                              }),
+              4u);
+}
+
+}
