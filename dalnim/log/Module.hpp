@@ -46,8 +46,8 @@ public:
      */
     bool isSeveritySatisfied(Severity codedSeverity)
     {
-        // Most statements are refused here, where they stand.
-        return (loggerGate == nullptr || loggerGate->passes(codedSeverity)) && isSelected(codedSeverity);
+        // Most statements are refused here, where they stand; what makes a record lies out of the way.
+        return __builtin_expect(loggerGate.passes(codedSeverity), false) && isSelected(codedSeverity);
     }
 
     /**
@@ -66,8 +66,8 @@ public:
 private:
     friend class ModuleRegistration;
 
-    /** The gate of a logger that is a Write and no subclass of it; null for any other. */
-    static const SeverityGate* gateOf(const Log& logger);
+    /** The gate of a logger that is a Write and no subclass of it; an open one for any other. */
+    static const SeverityGate& gateOf(const Log& logger);
     /** The rest of the gate: the logger, where it has more to say, and the filter. */
     bool isSelected(Severity codedSeverity);
 
@@ -80,8 +80,8 @@ private:
     bool isDynamic;
     const String modName;
     Log& logger;
-    /** The logger's own, if that is all that the logger asks; null for one that decides otherwise. */
-    const SeverityGate* const loggerGate;
+    /** The logger's own, if that is all that the logger asks; an open one if it decides otherwise. */
+    const SeverityGate& loggerGate;
 };
 
 }

@@ -18,6 +18,8 @@ class SeverityGate
 {
 public:
     explicit SeverityGate(Severity minimum) noexcept : word(pack(0, minimum)) {}
+    /** A gate that all values pass: that of a logger that decides otherwise. */
+    constexpr SeverityGate() noexcept : word(OPEN) {}
 
     void set(unsigned int newMask, Severity newMinimum) noexcept
     {
@@ -46,10 +48,14 @@ private:
     static constexpr unsigned int SEVERITY_BITS = 0xFF;
     static constexpr unsigned int MASK_SHIFT = 8;
     static constexpr unsigned int MINIMUM_SHIFT = 16;
+    static constexpr unsigned int OPEN = ~0U;
 
     /** The same for what is no severity at all. */
     static bool passesBeyond(Severity severity, unsigned int state) noexcept
     {
+        if (state == OPEN) {
+            return true;
+        }
         const unsigned int mask = state >> MASK_SHIFT & SEVERITY_BITS;
         return mask != 0 ? (mask >> (static_cast<unsigned int>(severity) & 31U) & 1U) != 0
                          : severity >= static_cast<Severity>(state >> MINIMUM_SHIFT);

@@ -71,7 +71,7 @@ public:
         BOOST_LOG_SEV(logger, WARNING) << text;
     }
 
-    void refuse()
+    REFUSED_IN_PLACE void refuse()
     {
         BOOST_LOG_SEV(logger, DEBUG) << expensiveText();
     }

@@ -23,7 +23,7 @@ public:
         NIM_LOG_TO(module, Severity_WARNING) << text;
     }
 
-    void refuse()
+    REFUSED_IN_PLACE void refuse()
     {
         NIM_LOG_TO(module, Severity_DEBUG) << expensiveText();
     }

@@ -47,7 +47,7 @@ public:
         }
     }
 
-    void refuse()
+    REFUSED_IN_PLACE void refuse()
     {
         VLOG(1) << expensiveText();
     }

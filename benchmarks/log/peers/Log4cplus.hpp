@@ -42,7 +42,7 @@ public:
         LOG4CPLUS_WARN(logger, text);
     }
 
-    void refuse()
+    REFUSED_IN_PLACE void refuse()
     {
         LOG4CPLUS_DEBUG(logger, expensiveText());
     }

@@ -6,6 +6,9 @@
 
 #include <unistd.h>
 
+/** A statement stands in its function: that of a wrapper around it must cost no call. */
+#define REFUSED_IN_PLACE [[gnu::always_inline]]
+
 /** What a logger's lines begin with. */
 enum class Prefix {
     /** Date and time with the zone, host, process, its id, thread, module, severity, file and line. */

@@ -46,7 +46,7 @@ public:
     }
 
     /** What its macros expand to; that for debugging is empty in a release. */
-    void refuse()
+    REFUSED_IN_PLACE void refuse()
     {
         if (logger.debug()) {
             logger.debug(expensiveText(), SOURCE_FILE, __LINE__);

@@ -32,7 +32,7 @@ public:
     }
 
     /** Its statement evaluates what it is given also when it is refused: it gets nothing expensive. */
-    void refuse()
+    REFUSED_IN_PLACE void refuse()
     {
         SPDLOG_LOGGER_CALL(&logger, spdlog::level::debug, "row {}", 12);
     }

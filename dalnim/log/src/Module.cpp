@@ -15,9 +15,15 @@ namespace com::kor::dal::nim::log {
 
 const char Module::DEFAULT_NAME[] = "global";
 
-const SeverityGate* Module::gateOf(const Log& logger)
+namespace {
+
+const SeverityGate OPEN_GATE;
+
+}
+
+const SeverityGate& Module::gateOf(const Log& logger)
 {
-    return typeid(logger) == typeid(Write) ? &static_cast<const Write&>(logger).severity : nullptr;
+    return typeid(logger) == typeid(Write) ? static_cast<const Write&>(logger).severity : OPEN_GATE;
 }
 
 Module::Module(const String& name, Log& logInst)
@@ -42,7 +48,7 @@ Module& Module::getInstance(const String& name, Log& logInst)
 
 bool Module::isSelected(Severity codedSeverity)
 {
-    if (loggerGate == nullptr && !logger.isSeveritySatisfied(codedSeverity)) {
+    if (&loggerGate == &OPEN_GATE && !logger.isSeveritySatisfied(codedSeverity)) {
         return false;
     }
     if (codedSeverity > Severity_WARNING) {
