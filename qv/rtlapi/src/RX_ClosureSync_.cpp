@@ -1,6 +1,8 @@
 #include <qv/rtlapi/RX_ClosureSync_.hpp>
 
 #include <cerrno>
+#include <memory>
+#include <new>
 
 #include <qv/rtlapi/RX_AbsTime.hpp>
 #include <qv/rtlapi/RX_ExFatal.hpp>
@@ -8,12 +10,48 @@
 #include <qv/rtlapi/RX_Locked_.hpp>
 #include <qv/rtlapi/src/detached.hpp>
 
+namespace {
+
+/**
+ * What is kept where there is no memory to keep the failure itself: who waits must learn of it. Made at
+ * load and never given back, for closures run until the process has ended.
+ */
+RX_Exception* const withoutMemory = std::make_unique<RX_ExFatal>(ENOMEM).release();
+
+RX_Exception* currentFailure()
+{
+    try {
+        return RX_analyzeCurrentException_();
+    } catch (const std::bad_alloc&) {
+        return withoutMemory;
+    }
+}
+
+RX_Exception* cancellation()
+{
+    RX_Exception* const failure = new (std::nothrow) RX_ExFatal(ECANCELED);
+    return failure != nullptr ? failure : withoutMemory;
+}
+
+void keep(std::unique_ptr<RX_Exception>& kept, RX_Exception* failure)
+{
+    if (kept.get() == withoutMemory) {
+        static_cast<void>(kept.release());
+    }
+    kept.reset(failure);
+}
+
+}
+
 RX_ClosureSync_::RX_ClosureSync_()
     : _cond(*this)
 {
 }
 
-RX_ClosureSync_::~RX_ClosureSync_() noexcept(false) = default;
+RX_ClosureSync_::~RX_ClosureSync_() noexcept(false)
+{
+    keep(_ex, nullptr);
+}
 
 void RX_ClosureSync_::apply()
 {
@@ -21,11 +59,11 @@ void RX_ClosureSync_::apply()
         call_();
     } catch (...) {
         if (qv::isThreadEnding()) {
-            _ex.reset(new RX_ExFatal(ECANCELED));
+            keep(_ex, cancellation());
             markDone();
             throw;
         }
-        _ex.reset(RX_analyzeCurrentException_());
+        keep(_ex, currentFailure());
     }
     markDone();
 }

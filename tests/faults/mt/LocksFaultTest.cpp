@@ -22,6 +22,8 @@
 #include <atomic>
 #include <cerrno>
 #include <memory>
+#include <new>
+#include <stdexcept>
 
 namespace {
 
@@ -213,6 +215,58 @@ TEST(ThreadsFault, APoolIsMadeOrMissesMemory)
                                   EXPECT_EQ(done, pool != nullptr);
                               }),
               4u);
+}
+
+/** Arms a fault for the rest of the calling thread's life. */
+void armThisThread(unsigned int first, unsigned int count)
+{
+    // Never ended: the thread goes on behind the scope that it was armed in.
+    alignas(Fault) static thread_local unsigned char place[sizeof(Fault)];
+    new (place) Fault(Call::NEW, ENOMEM, first, count);
+}
+
+TEST(ThreadsFault, AFailureOfAThreadReachesItsJoinerOrMissesMemory)
+{
+    const String text(200, 't');
+    for (const unsigned int count : {1U, Fault::EVER}) {
+        unsigned int missing = 0;
+        for (unsigned int n = 1; n <= 8; ++n) {
+            OwnThread thread([&] {
+                const std::runtime_error error(text);
+                armThisThread(n, count);
+                throw error;
+            });
+            thread.start();
+            try {
+                const std::exception* const failure = thread.join();
+                ASSERT_NE(nullptr, failure);
+                EXPECT_EQ(text, failure->what());
+            } catch (const RX_Exception& failure) {
+                // As the closure under the thread tells what it kept.
+                EXPECT_EQ(ENOMEM, failure.getCode());
+                ++missing;
+            }
+        }
+        EXPECT_GE(missing, 1u);
+        EXPECT_LT(missing, 8u);
+    }
+}
+
+TEST(ThreadsFault, AWorkerThatRunsOutOfMemoryTakesTheNextTask)
+{
+    ThreadPool pool("pool", 1, 0, 0, 0, 0, 100);
+    std::atomic<int> ran{0};
+    OwnTask hungry([] {
+        const Fault fault(Call::NEW, ENOMEM);
+        static_cast<void>(::operator new(1));
+    });
+    OwnTask next([&] { ++ran; });
+    EXPECT_TRUE(pool.add(hungry));
+    EXPECT_TRUE(pool.add(next));
+    mttest::awaitEnd(hungry);
+    mttest::awaitEnd(next);
+    EXPECT_EQ(1, ran);
+    pool.shutdown();
 }
 
 }
