@@ -23,7 +23,7 @@ struct iCbStackItem
 struct iParseCB
 {
     UInt32_t unEyeCatcher;
-    /** The names of the open elements, joined by "/". */
+    /** Memory for the names of the open elements, joined by "/"; they are ended by a NUL. */
     String ssTagPath;
     char** apszAttrs;
     /** Entries that the block is known to hold; 0 for the first one, which holds INITIAL_ATTRS. */

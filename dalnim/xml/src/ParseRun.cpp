@@ -18,7 +18,7 @@ namespace {
 
 /** Bytes of the text that an error shows, and that the mark of an early end moves back. */
 constexpr std::size_t SHOWN_BYTES = 16;
-constexpr std::size_t EARLY_END_BYTES = 8;
+constexpr std::ptrdiff_t EARLY_END_BYTES = 8;
 
 /** "![CDATA[", which is not looked at: whatever the spelling, so many bytes are skipped. */
 constexpr std::ptrdiff_t CDATA_OPENING_BYTES = 8;
@@ -92,10 +92,10 @@ class ParseRun
 {
 public:
     ParseRun(iParseCB& control, int flags)
-        : cb(control), path(control.ssTagPath), events(control, path),
+        : cb(control), path(control.ssTagPath, control.pBuffer + control.nBuffUsed), events(control, path),
           skipsBlankText((flags & PDS_PARSE_F_SKIP_WS) != 0),
           tellsNullAttribute((flags & PDS_PARSE_F_NULL_ATTR) != 0), begin(control.pBuffer),
-          end(control.pBuffer + control.nBuffUsed)
+          end(control.pBuffer + control.nBuffUsed), mark(begin)
     {}
 
     int run();
@@ -108,11 +108,12 @@ private:
     char* text(char* p);
     char* exclamation(char* p);
     char* startTag(char* p);
-    char* attributes(char* p);
+    char* attributes(char* p, bool& isEmpty);
     char* attribute(char* p);
     char* attributeValue(char* p);
     char* startElement(char* p, bool isEmpty);
     char* endTag(char* p);
+    char* unusualEndTag(char* name);
     char* endElement(char* p);
     char* comment(char* p);
     char* cdata(char* p);
@@ -121,7 +122,7 @@ private:
 
     void markAt(const char* position)
     {
-        mark = static_cast<std::size_t>(position - begin);
+        mark = position;
     }
 
     char* fail(int result)
@@ -136,7 +137,7 @@ private:
     }
     char* earlyEnd()
     {
-        mark -= std::min(mark, EARLY_END_BYTES);
+        mark -= std::min(mark - begin, EARLY_END_BYTES);
         return syntaxError("Premature end of data stream (not at top-level)");
     }
     /** Goes on with a callback behind it. */
@@ -155,20 +156,21 @@ private:
     char* const end;
     bool hasRoot = false;
     int code = PDS_PARSE_OK;
-    /** The offset that an error names; it may lie behind the end. */
-    std::size_t mark = 0;
+    /** What an error names the offset of, and what is to be added: that may lie behind the end. */
+    const char* mark;
+    std::ptrdiff_t behindMark = 0;
     const char* message = "";
 };
 
 int ParseRun::run()
 {
     char* p = begin;
-    while (p != nullptr && p != end) {
-        p = cb.nTagDepth == 0 ? top(p) : content(p);
-    }
-    if (p != nullptr && cb.nTagDepth != 0) {
-        earlyEnd();
-    }
+    do {
+        p = top(p);
+        while (p != nullptr && cb.nTagDepth != 0) {
+            p = content(p);
+        }
+    } while (p != nullptr && p != end);
     return code;
 }
 
@@ -202,10 +204,10 @@ char* ParseRun::top(char* p)
 /** Inside of an element: a text, or one piece of markup. */
 inline char* ParseRun::content(char* p)
 {
-    markAt(p);
     if (*p != '<') {
-        return text(p);
+        return p == end ? earlyEnd() : text(p);
     }
+    markAt(p);
     *p++ = '\0';
     switch (*p) {
     case '/':
@@ -221,10 +223,11 @@ inline char* ParseRun::content(char* p)
 
 inline char* ParseRun::text(char* p)
 {
+    markAt(p);
     char* const data = p;
     if (skipsBlankText) {
         p = skipSpace(p, end);
-        if (p == end || *p == '<') {
+        if (*p == '<' || p == end) {
             return p;
         }
     }
@@ -261,7 +264,8 @@ char* ParseRun::exclamation(char* p)
         return docType(p + 9);
     }
     if (end - p < CDATA_OPENING_BYTES) {
-        mark = static_cast<std::size_t>(p - begin + CDATA_OPENING_BYTES);
+        markAt(p);
+        behindMark = CDATA_OPENING_BYTES;
         return syntaxError("CDATA segment not terminated");
     }
     return cdata(p + CDATA_OPENING_BYTES);
@@ -327,24 +331,31 @@ inline char* ParseRun::startTag(char* p)
     if (stopped != '>' && stopped != '/' && !isA(CHAR_SPACE, stopped)) {
         return syntaxError("Element name [Start Tag] contains an invalid character");
     }
-    *stop = '\0';
-    p = stop + 1;
+    // Ahead of the NUL, for the same reason as in the path.
     if (!path.open(name, static_cast<std::size_t>(stop - name), cb.nTagDepth == 0)) {
         return fail(PDS_PARSE_E_NO_MEMORY);
     }
+    *stop = '\0';
+    p = stop + 1;
     ++cb.nTagDepth;
     cb.nNumAttrs = 0;
-    if (stopped == '>') {
-        return startElement(p, false);
+    bool isEmpty = false;
+    if (stopped != '>') {
+        if (stopped == '/' && *p == '>') {
+            isEmpty = true;
+            ++p;
+        } else {
+            p = attributes(p, isEmpty);
+            if (p == nullptr) {
+                return nullptr;
+            }
+        }
     }
-    if (stopped == '/' && *p == '>') {
-        return startElement(p + 1, true);
-    }
-    return attributes(p);
+    return startElement(p, isEmpty);
 }
 
 /** And the end of their tag. */
-inline char* ParseRun::attributes(char* p)
+inline char* ParseRun::attributes(char* p, bool& isEmpty)
 {
     attributeNames.clear();
     while (p != nullptr) {
@@ -354,10 +365,11 @@ inline char* ParseRun::attributes(char* p)
         }
         markAt(p);
         if (*p == '>') {
-            return startElement(p + 1, false);
+            return p + 1;
         }
         if (*p == '/' && p[1] == '>') {
-            return startElement(p + 2, true);
+            isEmpty = true;
+            return p + 2;
         }
         p = attribute(p);
     }
@@ -444,10 +456,21 @@ inline char* ParseRun::endTag(char* p)
     char* const name = p;
     markAt(name);
     // Most often it is the tag of the innermost element, with a ">" at once.
-    if (char* const close = path.skipTag(name); close != nullptr && *close == '>') {
+    char* close = path.skipTag(name);
+    if (close != nullptr && *close == '>') {
         *close = '\0';
-        return endElement(close + 1);
+    } else {
+        close = unusualEndTag(name);
+        if (close == nullptr) {
+            return nullptr;
+        }
     }
+    return endElement(close + 1);
+}
+
+/** The ">" of an end tag with a blank in it, or of one that is not the innermost element's. */
+char* ParseRun::unusualEndTag(char* name)
+{
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Element name [End Tag] starts with an invalid character");
     }
@@ -461,7 +484,7 @@ inline char* ParseRun::endTag(char* p)
     if (!path.closeBy(name, static_cast<std::size_t>(stop - name))) {
         return syntaxError("Mismatched End Tag");
     }
-    return endElement(close + 1);
+    return close;
 }
 
 inline char* ParseRun::endElement(char* p)
@@ -481,8 +504,9 @@ inline char* ParseRun::endElement(char* p)
 String ParseRun::errorText() const
 {
     const auto size = static_cast<std::size_t>(end - begin);
-    const std::size_t shown = std::min(mark, size);
-    return String(message) + " -- near offset " + std::to_string(mark) + ": "
+    const auto offset = static_cast<std::size_t>(mark - begin + behindMark);
+    const std::size_t shown = std::min(offset, size);
+    return String(message) + " -- near offset " + std::to_string(offset) + ": "
            + String(begin + shown, std::min(SHOWN_BYTES, size - shown)) + "...";
 }
 

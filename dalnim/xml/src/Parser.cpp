@@ -2,13 +2,12 @@
 
 #include <dalnim/xml/Parser.hpp>
 
-#include "ParseControl.hpp"
-
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/xml/nim_opbparse.h>
 #include <dalnim/xml/nsdefs.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <istream>
 #include <stdexcept>
@@ -23,18 +22,30 @@ namespace {
  */
 struct Delivery
 {
-    Delivery(const ConsumerRef& receiver, const PDS_PARSE_H& parser) : consumer(receiver), handle(parser) {}
+    explicit Delivery(const ConsumerRef& receiver) : consumer(receiver) {}
 
-    /** The full tag, as it stands in the parser: an event costs the same at any depth. */
-    const String& path() const
+    /**
+     * An element starts, and ends. The path is kept here as it is in the parser, whose text would have
+     * to be measured and copied: so an event costs the same at any depth.
+     */
+    void enter(const char* name)
     {
-        return static_cast<const iParseCB*>(handle)->ssTagPath;
+        tag = name;
+        if (!path.empty()) {
+            path += '/';
+        }
+        path += tag;
+    }
+    void leave()
+    {
+        path.erase(path.size() - std::min(path.size(), tag.size() + 1));
     }
 
     /** Of its own, so that the consumer lives through its calls. */
     ConsumerRef consumer;
-    const PDS_PARSE_H& handle;
     String tag;
+    /** The names of the open elements, joined by "/". */
+    String path;
     String data;
     Attributes attrs;
 };
@@ -54,7 +65,7 @@ extern "C" {
 int processStartTag(void* context, char* tag, char*, std::size_t numAttributes, char** attributes)
 {
     Delivery& delivery = deliveryOf(context);
-    delivery.tag = tag;
+    delivery.enter(tag);
     delivery.attrs.resize(numAttributes / 2);
     for (std::size_t i = 0; i < numAttributes; i += 2) {
         if (attributes[i] == nullptr || attributes[i + 1] == nullptr) {
@@ -64,20 +75,22 @@ int processStartTag(void* context, char* tag, char*, std::size_t numAttributes, 
         delivery.attrs[i / 2].name = attributes[i];
         delivery.attrs[i / 2].value = attributes[i + 1];
     }
-    return answer(delivery.consumer->elementBegin(delivery.tag, delivery.path(), delivery.attrs));
+    return answer(delivery.consumer->elementBegin(delivery.tag, delivery.path, delivery.attrs));
 }
 
 int processEndTag(void* context, char* tag, char*)
 {
     Delivery& delivery = deliveryOf(context);
     delivery.tag = tag;
-    return answer(delivery.consumer->elementEnd(delivery.tag, delivery.path()));
+    const bool goesOn = delivery.consumer->elementEnd(delivery.tag, delivery.path);
+    delivery.leave();
+    return answer(goesOn);
 }
 
 int processData(void* context, int isCData, char* data, char*)
 {
     Delivery& delivery = deliveryOf(context);
-    const String& path = delivery.path();
+    const String& path = delivery.path;
     // Without a "/" the path is the tag: npos + 1 is 0.
     delivery.tag.assign(path, path.rfind('/') + 1, String::npos);
     delivery.data = data;
@@ -116,7 +129,7 @@ Parser::~Parser()
 void Parser::parse(const String& doc, int docId)
 {
     const sys::StackTrack track("parse()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    Delivery delivery(consumer, parserHandle);
+    Delivery delivery(consumer);
     int code = PDS_PARSE_OK;
     if (parserHandle == nullptr) {
         consumer->setDocumentId(docId);

@@ -86,6 +86,14 @@ inline char* findInValue(char* p, char* end, char quote) noexcept
 /** The first byte from `p` that is no whitespace. */
 inline char* skipSpace(char* p, const char* end) noexcept
 {
+    // Few blanks one by one: a branch that is foreseen lets the processor run ahead, where it would wait
+    // for a position that is computed.
+    constexpr int FEW = 8;
+    for (int i = 0; i < FEW; ++i, ++p) {
+        if (!isA(CHAR_SPACE, *p)) {
+            return p;
+        }
+    }
     for (; isA(CHAR_SPACE, *p) && end - p >= SCAN_WIDTH; p += SCAN_WIDTH) {
         const __m128i bytes = load(p);
         const unsigned blank = bitsOf(_mm_or_si128(equal(bytes, ' '), inRange(bytes, '\t', 5)));
