@@ -48,7 +48,7 @@ UInt32_t RefCntObject::refCount(bool incorporate_bias) const
     return incorporate_bias ? count - bias : count;
 }
 
-std::int32_t RefCntObject::countDown() const noexcept
+inline std::int32_t RefCntObject::countDown() const noexcept
 {
     // Read first: once its count is given up, another thread may delete the object.
     const UInt32_t held_aside = bias;
@@ -62,13 +62,14 @@ void RefCntObject::releaseRef() const
         return;
     }
     const std::int32_t alive = countDown();
+    if (alive > 0) {
+        return;
+    }
     if (alive < 0) {
         const sys::StackTrack track("releaseRef()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
         throw sys::system_error(-1, "Reference count < 0");
     }
-    if (alive == 0) {
-        delete this;
-    }
+    delete this;
 }
 
 bool RefCntObject::releaseRef(const std::nothrow_t&) const
@@ -77,10 +78,14 @@ bool RefCntObject::releaseRef(const std::nothrow_t&) const
         return true;
     }
     const std::int32_t alive = countDown();
-    if (alive == 0) {
-        delete this;
+    if (alive != 0) {
+        return alive > 0;
     }
-    return alive >= 0;
+    // Out of line: the release of one among several needs no frame.
+    return [this]() __attribute__((noinline)) {
+        delete this;
+        return true;
+    }();
 }
 
 bool RefCntObject::releaseRefAbove(UInt32_t floor) const noexcept

@@ -2,17 +2,28 @@
 
 #include <dalnim/sys/StackTrack.hpp>
 
-#include <dalnim/sys/internal/ThreadState.hpp>
+#include <dalnim/sys/internal/src/ThreadStateCache.hpp>
 
 namespace com::kor::dal::nim::sys {
 
 namespace {
 
-const void* initialize_state(StackTrack* that)
+/** The first track of a thread, or one that the stack must grow for. */
+[[gnu::noinline, gnu::cold]] const void* push_with_memory(StackTrack* that)
 {
     StackTrackState& where = internal::ThreadState::current().where;
     where.push_back(that);
     return &where;
+}
+
+inline const void* initialize_state(StackTrack* that)
+{
+    internal::ThreadState* const thread = internal::cached_state;
+    if (thread == nullptr || thread->where.size() == thread->where.capacity()) {
+        return push_with_memory(that);
+    }
+    thread->where.push_back(that);
+    return &thread->where;
 }
 
 }

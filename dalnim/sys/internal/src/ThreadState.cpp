@@ -4,6 +4,7 @@
 
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/src/ThreadStateCache.hpp>
 
 #include <atomic>
 #include <memory>
@@ -11,6 +12,8 @@
 #include <pthread.h>
 
 namespace com::kor::dal::nim::sys::internal {
+
+__thread ThreadState* cached_state = nullptr;
 
 namespace {
 
@@ -24,19 +27,11 @@ void _ts_tls_destroy(void* p)
         return;
     }
     // A current() that runs later on this thread makes a new state and never finds this one.
+    cached_state = nullptr;
     if (_ts_tls_init.load(std::memory_order_acquire)) {
         qv_si_thread_setspecific(_ts_tls_key, nullptr);
     }
     const std::unique_ptr<ThreadState> owner(static_cast<ThreadState*>(p));
-}
-
-/** Null when the calling thread has none. */
-ThreadState* find_state() noexcept
-{
-    if (!_ts_tls_init.load(std::memory_order_acquire)) {
-        return nullptr;
-    }
-    return static_cast<ThreadState*>(qv_si_thread_getspecific(_ts_tls_key));
 }
 
 void create_key()
@@ -53,7 +48,7 @@ void create_key()
 /** The only thread of a forked child goes on with its parent's state, under a new number. */
 void renumber_in_child()
 {
-    if (const ThreadState* const state = find_state()) {
+    if (const ThreadState* const state = cached_state) {
         ::new (const_cast<ThreadID_t*>(&state->tid)) ThreadID_t(qv_si_thread_self());
     }
 }
@@ -75,13 +70,13 @@ ThreadState::~ThreadState()
 
 const ThreadState* ThreadState::find() noexcept
 {
-    return find_state();
+    return cached_state;
 }
 
 ThreadState& ThreadState::current()
 {
-    if (ThreadState* const known = find_state()) {
-        return *known;
+    if (cached_state != nullptr) {
+        return *cached_state;
     }
     if (!_ts_tls_init.load(std::memory_order_acquire)) {
         create_key();
@@ -90,6 +85,7 @@ ThreadState& ThreadState::current()
     if (const qv_err_t status = qv_si_thread_setspecific(_ts_tls_key, state.get())) {
         throw system_error(status);
     }
+    cached_state = state.get();
     return *state.release();
 }
 
