@@ -3,18 +3,31 @@
 #include <dalnim/io/src/PropertiesIntake.hpp>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <iterator>
 
 namespace com::kor::dal::nim::io {
 
 namespace {
 
-/** From this size on, a table is too large for the caches that are near. */
-constexpr std::size_t LARGE_TABLE = 4096;
+/** From this size on, sorting takes less than looking up the place of each property. */
+constexpr std::size_t LARGE_TABLE = 1024;
+
+/** Fewer properties than this are sorted by their whole keys. */
+constexpr std::ptrdiff_t FEW = 8;
 
 /** How much is collected, in bytes and in properties, before it is entered. */
 constexpr std::size_t TEXT_LIMIT = 8 * 1024 * 1024;
 constexpr std::size_t COUNT_LIMIT = 128 * 1024;
+
+/** The first bytes of a text, the first one on top; what is missing counts as 0. */
+std::uint64_t headOf(std::string_view text)
+{
+    std::uint64_t head = 0;
+    std::memcpy(&head, text.data(), std::min(text.size(), sizeof head));
+    return __builtin_bswap64(head);
+}
 
 }
 
@@ -35,7 +48,7 @@ void PropertiesIntake::enterLater(std::string_view key, std::string_view value)
         enterNow(key, value);
         return;
     }
-    const Waiting property = {texts.size(), key.size(), value.size()};
+    const Waiting property = {texts.size(), key.size(), value.size(), 0};
     texts.append(key).append(value);
     waiting.push_back(property);
     if (texts.size() >= TEXT_LIMIT || waiting.size() >= COUNT_LIMIT) {
@@ -45,20 +58,61 @@ void PropertiesIntake::enterLater(std::string_view key, std::string_view value)
 
 void PropertiesIntake::flush()
 {
-    const auto key_of = [this](const Waiting& property) {
-        return std::string_view(texts).substr(property.offset, property.key_length);
-    };
-    // Of one key the latest comes last, and stays.
-    std::sort(waiting.begin(), waiting.end(), [&key_of](const Waiting& l, const Waiting& r) {
-        const int order = key_of(l).compare(key_of(r));
-        return order < 0 || (order == 0 && l.offset < r.offset);
-    });
+    sort(waiting.begin(), waiting.end(), 0);
     for (const Waiting& property : waiting) {
         const std::size_t value_offset = property.offset + property.key_length;
-        enterNow(key_of(property), std::string_view(texts).substr(value_offset, property.value_length));
+        enterNow(keyOf(property), std::string_view(texts).substr(value_offset, property.value_length));
     }
     waiting.clear();
     texts.clear();
+}
+
+std::string_view PropertiesIntake::keyOf(const Waiting& property) const
+{
+    return std::string_view(texts).substr(property.offset, property.key_length);
+}
+
+/**
+ * Sorts properties whose keys are alike in their first `known` bytes; of one key the latest comes last,
+ * and stays. Keys are long, and alike for most of their length: so it goes by the first bytes in which
+ * they differ, as numbers, and sorts each group that these leave together by those that follow.
+ */
+void PropertiesIntake::sort(WaitingIterator begin, WaitingIterator end, std::size_t known)
+{
+    std::size_t shortest = known;
+    std::size_t alike = known;
+    if (end - begin >= FEW) {
+        const std::string_view sample = keyOf(*begin);
+        shortest = alike = sample.size();
+        for (WaitingIterator property = begin + 1; property != end; ++property) {
+            const std::string_view key = keyOf(*property);
+            shortest = std::min(shortest, key.size());
+            alike = std::min(alike, shortest);
+            const auto from = static_cast<std::ptrdiff_t>(std::min(known, alike));
+            const auto to = static_cast<std::ptrdiff_t>(alike);
+            const auto differs = std::mismatch(key.begin() + from, key.begin() + to, sample.begin() + from);
+            alike = static_cast<std::size_t>(differs.first - key.begin());
+        }
+    }
+    if (alike == shortest) {
+        std::sort(begin, end, [this](const Waiting& l, const Waiting& r) {
+            const int order = keyOf(l).compare(keyOf(r));
+            return order < 0 || (order == 0 && l.offset < r.offset);
+        });
+        return;
+    }
+
+    for (WaitingIterator property = begin; property != end; ++property) {
+        property->head = headOf(keyOf(*property).substr(alike));
+    }
+    std::sort(begin, end, [](const Waiting& l, const Waiting& r) { return l.head < r.head; });
+    while (begin != end) {
+        const std::uint64_t head = begin->head;
+        const WaitingIterator behind =
+            std::find_if(begin + 1, end, [head](const Waiting& property) { return property.head != head; });
+        sort(begin, behind, alike);
+        begin = behind;
+    }
 }
 
 bool PropertiesIntake::enterNow(std::string_view key, std::string_view value)

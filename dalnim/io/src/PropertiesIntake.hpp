@@ -4,6 +4,7 @@
 #include <dalnim/String.hpp>
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string_view>
 #include <vector>
@@ -41,8 +42,13 @@ private:
         std::size_t offset;
         std::size_t key_length;
         std::size_t value_length;
+        /** Eight bytes of the key as a number that orders as they do; for sort(). */
+        std::uint64_t head;
     };
+    typedef std::vector<Waiting>::iterator WaitingIterator;
 
+    std::string_view keyOf(const Waiting& property) const;
+    void sort(WaitingIterator begin, WaitingIterator end, std::size_t known);
     bool enterNow(std::string_view key, std::string_view value);
     Table::iterator findPlace();
     bool isWithoutOrder() const;
