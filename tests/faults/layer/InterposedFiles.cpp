@@ -83,7 +83,8 @@ FAULTS_INTERPOSED dirent* readdir(DIR* directory)
 FAULTS_INTERPOSED int stat(const char* path, struct stat* status) noexcept
 {
     typedef int (*Stat)(const char*, struct stat*);
-    static const auto next = reinterpret_cast<Stat>(::dlsym(RTLD_NEXT, "stat"));
+    static std::atomic<void*> known{nullptr};
+    const auto next = reinterpret_cast<Stat>(faults::nextOf(known, "stat"));
     return fails(Call::STAT) ? -1 : next(path, status);
 }
 

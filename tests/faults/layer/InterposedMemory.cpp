@@ -9,13 +9,6 @@ namespace {
 using faults::Call;
 using faults::Uncounted;
 
-/** The operator of the library or the sanitizer: what it gives goes to the operator delete of its own. */
-template <class Operator>
-Operator nextOperator(const char* mangledName)
-{
-    return reinterpret_cast<Operator>(::dlsym(RTLD_NEXT, mangledName));
-}
-
 /** One form of the operator may call another one, and malloc: all that is one allocation. */
 struct Behind
 {
@@ -44,6 +37,7 @@ void* allocateOrNull(Operator next, Arguments... arguments) noexcept
     return next(arguments...);
 }
 
+// What the next operator gives goes to the operator delete of its own.
 typedef void* (*Plain)(std::size_t);
 typedef void* (*Nothrow)(std::size_t, const std::nothrow_t&);
 typedef void* (*Aligned)(std::size_t, std::align_val_t);
@@ -55,44 +49,51 @@ typedef void* (*AlignedNothrow)(std::size_t, std::align_val_t, const std::nothro
 
 FAULTS_OPERATOR void* operator new(std::size_t size)
 {
-    static const auto next = nextOperator<Plain>("_Znwm");
+    static std::atomic<void*> known{nullptr};
+    const auto next = reinterpret_cast<Plain>(faults::nextOf(known, "_Znwm"));
     return allocate(next, size);
 }
 
 FAULTS_OPERATOR void* operator new[](std::size_t size)
 {
-    static const auto next = nextOperator<Plain>("_Znam");
+    static std::atomic<void*> known{nullptr};
+    const auto next = reinterpret_cast<Plain>(faults::nextOf(known, "_Znam"));
     return allocate(next, size);
 }
 
 FAULTS_OPERATOR void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept
 {
-    static const auto next = nextOperator<Nothrow>("_ZnwmRKSt9nothrow_t");
+    static std::atomic<void*> known{nullptr};
+    const auto next = reinterpret_cast<Nothrow>(faults::nextOf(known, "_ZnwmRKSt9nothrow_t"));
     return allocateOrNull<Nothrow, std::size_t, const std::nothrow_t&>(next, size, tag);
 }
 
 FAULTS_OPERATOR void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
 {
-    static const auto next = nextOperator<Nothrow>("_ZnamRKSt9nothrow_t");
+    static std::atomic<void*> known{nullptr};
+    const auto next = reinterpret_cast<Nothrow>(faults::nextOf(known, "_ZnamRKSt9nothrow_t"));
     return allocateOrNull<Nothrow, std::size_t, const std::nothrow_t&>(next, size, tag);
 }
 
 FAULTS_OPERATOR void* operator new(std::size_t size, std::align_val_t alignment)
 {
-    static const auto next = nextOperator<Aligned>("_ZnwmSt11align_val_t");
+    static std::atomic<void*> known{nullptr};
+    const auto next = reinterpret_cast<Aligned>(faults::nextOf(known, "_ZnwmSt11align_val_t"));
     return allocate(next, size, alignment);
 }
 
 FAULTS_OPERATOR void* operator new[](std::size_t size, std::align_val_t alignment)
 {
-    static const auto next = nextOperator<Aligned>("_ZnamSt11align_val_t");
+    static std::atomic<void*> known{nullptr};
+    const auto next = reinterpret_cast<Aligned>(faults::nextOf(known, "_ZnamSt11align_val_t"));
     return allocate(next, size, alignment);
 }
 
 FAULTS_OPERATOR void* operator new(std::size_t size, std::align_val_t alignment,
                                    const std::nothrow_t& tag) noexcept
 {
-    static const auto next = nextOperator<AlignedNothrow>("_ZnwmSt11align_val_tRKSt9nothrow_t");
+    static std::atomic<void*> known{nullptr};
+    const auto next = reinterpret_cast<AlignedNothrow>(faults::nextOf(known, "_ZnwmSt11align_val_tRKSt9nothrow_t"));
     return allocateOrNull<AlignedNothrow, std::size_t, std::align_val_t, const std::nothrow_t&>(
         next, size, alignment, tag);
 }
@@ -100,7 +101,8 @@ FAULTS_OPERATOR void* operator new(std::size_t size, std::align_val_t alignment,
 FAULTS_OPERATOR void* operator new[](std::size_t size, std::align_val_t alignment,
                                      const std::nothrow_t& tag) noexcept
 {
-    static const auto next = nextOperator<AlignedNothrow>("_ZnamSt11align_val_tRKSt9nothrow_t");
+    static std::atomic<void*> known{nullptr};
+    const auto next = reinterpret_cast<AlignedNothrow>(faults::nextOf(known, "_ZnamSt11align_val_tRKSt9nothrow_t"));
     return allocateOrNull<AlignedNothrow, std::size_t, std::align_val_t, const std::nothrow_t&>(
         next, size, alignment, tag);
 }

@@ -3,6 +3,7 @@
 
 #include "Fault.hpp"
 
+#include <atomic>
 #include <cerrno>
 
 #include <dlfcn.h>
@@ -11,10 +12,25 @@
 #define FAULTS_INTERPOSED extern "C" __attribute__((visibility("default")))
 
 /** The function that this one stands before: a sanitizer's, or the C library's own. */
-#define FAULTS_NEXT(function) \
-    static const auto next = reinterpret_cast<decltype(&::function)>(::dlsym(RTLD_NEXT, #function))
+#define FAULTS_NEXT(function)                  \
+    static std::atomic<void*> known{nullptr};  \
+    const auto next = reinterpret_cast<decltype(&::function)>(faults::nextOf(known, #function))
 
 namespace faults {
+
+/**
+ * Looks the function up at the first call. Not left to the guard of a static variable: the thread
+ * sanitizer has a guard of its own, which it is not ready for when it makes its first calls.
+ */
+inline void* nextOf(std::atomic<void*>& known, const char* name) noexcept
+{
+    void* next = known.load(std::memory_order_relaxed);
+    if (next == nullptr) {
+        next = ::dlsym(RTLD_NEXT, name);
+        known.store(next, std::memory_order_relaxed);
+    }
+    return next;
+}
 
 /** Whether a call that reports by `errno` is to fail; it is set then. */
 inline bool fails(Call call) noexcept
