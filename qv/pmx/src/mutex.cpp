@@ -5,22 +5,19 @@
 
 qv_err_t qv_si_mutex_init(si_mutex_t* mutex, const char* attributes) noexcept
 {
+    // The images of the system: objects that have a mutex are made often, and a copy is all it takes.
     // Error checking costs a comparison and turns undefined behaviour into a status.
-    int type = PTHREAD_MUTEX_ERRORCHECK;
-    if (attributes != nullptr && std::strcmp(attributes, "R") == 0) {
-        type = PTHREAD_MUTEX_RECURSIVE;
-    } else if (attributes != nullptr && std::strcmp(attributes, "r") != 0) {
+    static constexpr pthread_mutex_t PLAIN = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+    static constexpr pthread_mutex_t RECURSIVE = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+
+    if (attributes == nullptr || std::strcmp(attributes, "r") == 0) {
+        mutex->mutex = PLAIN;
+    } else if (std::strcmp(attributes, "R") == 0) {
+        mutex->mutex = RECURSIVE;
+    } else {
         return EINVAL;
     }
-
-    pthread_mutexattr_t attr;
-    if (const int status = pthread_mutexattr_init(&attr)) {
-        return status;
-    }
-    pthread_mutexattr_settype(&attr, type);
-    const int status = pthread_mutex_init(&mutex->mutex, &attr);
-    pthread_mutexattr_destroy(&attr);
-    return status;
+    return 0;
 }
 
 qv_err_t qv_si_mutex_destroy(si_mutex_t* mutex) noexcept

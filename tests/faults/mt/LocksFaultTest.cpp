@@ -43,15 +43,7 @@ using mttest::OwnThread;
 
 TEST(LocksFault, LocksThatTheSystemRefusesToMake)
 {
-    for (const Call call : {Call::MUTEXATTR_INIT, Call::MUTEX_INIT}) {
-        EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const CriticalSection lock; }));
-        EXPECT_EQ("11 Resource temporarily unavailable",
-                  failureOf(call, EAGAIN, [] { const CriticalSection lock(true); }));
-        EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const SysMutex lock; }));
-        EXPECT_EQ("11 Resource temporarily unavailable",
-                  failureOf(call, EAGAIN, [] { const CondSem lock(nullptr, true); }));
-        EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const Queue queue(1); }));
-    }
+    // A mutex is a copy of an image, for which nobody is asked.
     for (const Call call : {Call::CONDATTR_INIT, Call::COND_INIT}) {
         EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const CondSem lock(nullptr, true); }));
         EXPECT_EQ("11 Resource temporarily unavailable",
