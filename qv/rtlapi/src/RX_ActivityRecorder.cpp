@@ -11,33 +11,79 @@ RX_ActivityRecorder::RX_ActivityRecorder()
 
 RX_ActivityRecorder::~RX_ActivityRecorder() noexcept(false) = default;
 
+/** The backlog of a moment at which that many had ended. */
+si_uint32_t RX_ActivityRecorder::backlogBehind(si_uint64_t ended) const
+{
+    return static_cast<si_uint32_t>(_begun.load(std::memory_order_acquire) - ended / ONE);
+}
+
 si_uint32_t RX_ActivityRecorder::getBacklog() const
 {
-    const RX_Locked_ locked(*this);
-    return _backlog;
+    // Both counts as they stood at one moment: neither comes back to a value that it had.
+    for (si_uint64_t before = _ended.load(std::memory_order_acquire);;) {
+        const si_uint32_t backlog = backlogBehind(before);
+        const si_uint64_t after = _ended.load(std::memory_order_acquire);
+        if (before / ONE == after / ONE) {
+            return backlog;
+        }
+        before = after;
+    }
 }
 
 void RX_ActivityRecorder::waitForQuiet() const
 {
+    // A backlog of 0 that nobody else waits for is final: its last `dec` touches nothing any more.
+    const si_uint64_t ended = _ended.load(std::memory_order_acquire);
+    if ((ended & AWAITED) == 0 && backlogBehind(ended) == 0) {
+        return;
+    }
     const RX_Locked_ locked(*this);
-    while (_backlog != 0) {
+    while (backlogBehind(_ended.fetch_or(AWAITED, std::memory_order_acq_rel)) != 0) {
         _quiet.wait();
     }
+    _ended.fetch_and(~AWAITED, std::memory_order_acq_rel);
 }
 
 void RX_ActivityRecorder::inc()
 {
-    const RX_Locked_ locked(*this);
-    ++_backlog;
+    _begun.fetch_add(1, std::memory_order_acq_rel);
 }
 
 void RX_ActivityRecorder::dec()
 {
-    const RX_Locked_ locked(*this);
-    if (_backlog == 0) {
-        throw RX_ExFatal(__LINE__, "qv/rtlapi/src/RX_ActivityRecorder", QV_RX_CONDITION, "_backlog > 0");
+    si_uint64_t ended = _ended.load(std::memory_order_relaxed);
+    do {
+        // Only where somebody waits it matters which one is the last.
+        const bool isAwaited = (ended & AWAITED) != 0;
+        const si_uint64_t backlog = backlogUpTo(isAwaited ? 2 : 1, ended);
+        if (backlog == 0) {
+            throw RX_ExFatal(__LINE__, "qv/rtlapi/src/RX_ActivityRecorder", QV_RX_CONDITION, "_backlog > 0");
+        }
+        if (isAwaited && backlog == 1) {
+            endLast();
+            return;
+        }
+    } while (!_ended.compare_exchange_weak(ended, ended + ONE, std::memory_order_acq_rel,
+                                           std::memory_order_relaxed));
+}
+
+/** The backlog behind `ended`, or what is known of it if that is at least `wanted`. */
+si_uint64_t RX_ActivityRecorder::backlogUpTo(si_uint64_t wanted, si_uint64_t ended)
+{
+    si_uint64_t begun = _begunAtLeast.load(std::memory_order_acquire);
+    if (begun < ended / ONE + wanted) {
+        begun = _begun.load(std::memory_order_acquire);
+        _begunAtLeast.store(begun, std::memory_order_release);
     }
-    if (--_backlog == 0) {
+    return begun - ended / ONE;
+}
+
+/** Counts the last closure: under the lock, so that those who wait go on only when nothing is touched here. */
+void RX_ActivityRecorder::endLast()
+{
+    const RX_Locked_ locked(*this);
+    const si_uint64_t before = _ended.fetch_add(ONE, std::memory_order_acq_rel);
+    if (backlogBehind(before) == 1) {
         _quiet.broadcast();
     }
 }
