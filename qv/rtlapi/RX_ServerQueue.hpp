@@ -1,7 +1,9 @@
 #ifndef QV_RTLAPI_RX_SERVERQUEUE_HPP
 #define QV_RTLAPI_RX_SERVERQUEUE_HPP
 
+#include <atomic>
 #include <deque>
+#include <forward_list>
 
 #include <qv/pmx/api.h>
 #include <qv/pmx/types.h>
@@ -78,32 +80,81 @@ public:
     virtual void flush();
 
 private:
+    class Bed;
     class Job;
+    class Rest;
+    class Waiting;
     class Worker;
     typedef std::deque<RX_Closure*> Closures;
+    enum class Room {
+        AWAITED,
+        NEEDED,
+        IGNORED
+    };
+
+    static constexpr unsigned int CACHE_LINE = 64;
 
     static void* runWorker(void* queue);
 
     bool isRetired() const;
     bool isServed() const;
-    bool hasRoom() const;
-    void append(RX_Closure* closure);
+    bool hasRoom();
+    bool offer(RX_Closure* closure, Room room);
     void refuse(RX_Closure* closure);
     void dropPending(bool closing);
     static void drop(Closures& closures, RX_ActivityRecorder* recorder);
-    Job take();
-    Job awaitJob();
+    RX_Closure* takeFromFront();
+    RX_Closure* takeOldest();
+    RX_Closure* awaitClosure();
+    void lookOut();
+    Bed* lieDown();
+    Bed* callWorker();
+    void callAllWorkers();
+    void countIn();
     void countOut();
 
-    const unsigned int _capacity;
+    /**
+     * What the workers take from, the oldest closures: whenever it is empty, all that was put since moves
+     * here. So those who take and those who put seldom meet, on a lock or on a cache line.
+     */
+    struct alignas(CACHE_LINE) Front
+    {
+        /** Guards what follows. Taken before the lock of the queue. */
+        RX_Mutex lock;
+        Closures closures;
+        /** How many these are; also read under the lock of the queue alone, when it may go down. */
+        std::atomic<si_uint32_t> size{0};
+        /** Threads that wait for room. Goes up under both locks, and down under that of the queue. */
+        std::atomic<si_uint32_t> waiting{0};
+        /** Whether a worker is to look at the state of the queue first. Set under both locks. */
+        std::atomic<bool> isToAsk{false};
+    };
+
+    Front _front;
+    alignas(CACHE_LINE) const unsigned int _capacity;
     // All that follows is guarded by the lock of the queue.
-    Closures _pending;
-    RX_Condition _work;
+    Closures _back;
+    /** The size of the front at some time since it was filled. */
+    si_uint32_t _frontAtMost = 0;
+    /** As many as there ever were workers at once; they stay as long as the queue. */
+    std::forward_list<Bed> _beds;
+    /** Where no worker sleeps, or is still to get up. */
+    Bed* _freeBeds = nullptr;
+    /** Where a worker sleeps that nobody has called, the last to lie down first. */
+    Bed* _sleepers = nullptr;
     RX_Condition _room;
     RX_ActivityRecorder* _ar = nullptr;
+    si_uint32_t _bedCount = 0;
     si_uint32_t _threadCount = 0;
     si_uint32_t _leaving = 0;
+    /** Workers that sleep, or were called and do not run yet. */
     si_uint32_t _idle = 0;
+    /** Those of them that were called. */
+    si_uint32_t _called = 0;
+    /** Whether a worker looks out before it sleeps: one at a time. It comes for what is put meanwhile. */
+    bool _isLooking = false;
+    /** That something was put; what it looks at. */
+    std::atomic<bool> _isStirred{false};
     bool _wasReduced = false;
     bool _closed = false;
 };

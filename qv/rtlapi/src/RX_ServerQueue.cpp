@@ -11,25 +11,105 @@
 #include <qv/rtlapi/src/detached.hpp>
 
 /**
+ * A place for one worker to sleep. Its condition has one waiter at most, so that a call reaches whom it
+ * is meant for.
+ */
+class RX_ServerQueue::Bed
+{
+public:
+    explicit Bed(RX_ServerQueue& queue)
+        : call(queue)
+    {
+    }
+
+    RX_Condition call;
+    Bed* next = nullptr;
+    bool isCalled = false;
+};
+
+/** The sleep of a worker that has lain down, also if its thread is ended there. The lock is held. */
+class RX_ServerQueue::Rest
+{
+public:
+    Rest(RX_ServerQueue& queue, Bed* bed)
+        : _queue(queue), _bed(bed)
+    {
+    }
+    Rest(const Rest&) = delete;
+    Rest& operator=(const Rest&) = delete;
+    ~Rest()
+    {
+        --_queue._idle;
+        if (_bed->isCalled) {
+            --_queue._called;
+        } else {
+            Bed** link = &_queue._sleepers;
+            while (*link != _bed) {
+                link = &(*link)->next;
+            }
+            *link = _bed->next;
+        }
+        _bed->next = _queue._freeBeds;
+        _queue._freeBeds = _bed;
+    }
+
+    void awaitCall() const
+    {
+        while (!_bed->isCalled) {
+            _bed->call.wait();
+        }
+    }
+
+private:
+    RX_ServerQueue& _queue;
+    Bed* const _bed;
+};
+
+/** A thread that waits for room, which is counted already. The lock is held. */
+class RX_ServerQueue::Waiting
+{
+public:
+    explicit Waiting(RX_ServerQueue& queue)
+        : _queue(queue)
+    {
+    }
+    Waiting(const Waiting&) = delete;
+    Waiting& operator=(const Waiting&) = delete;
+    ~Waiting()
+    {
+        _queue._front.waiting.fetch_sub(1, std::memory_order_relaxed);
+    }
+
+    void awaitRoom() const
+    {
+        while (_queue.isServed() && !_queue.hasRoom()) {
+            _queue._room.wait();
+        }
+    }
+
+private:
+    RX_ServerQueue& _queue;
+};
+
+/**
  * A closure on its way from the queue: when the job goes, the closure is released, and then the
  * recorder is told; so whoever waits for quiet finds everything gone that was run.
  */
 class RX_ServerQueue::Job
 {
 public:
-    Job() = default;
-    /** Takes over the reference to the closure. */
+    /** Takes over the reference to the closure; the recorder is to outlive the job. Both may be null. */
     Job(RX_Closure* closure, RX_ActivityRecorder* recorder) noexcept
-        : _recorder(qv::share(recorder)), _closure(closure)
+        : _recorder(recorder), _closure(closure)
     {
     }
-    Job(Job&&) = default;
-    Job& operator=(Job&&) = delete;
+    Job(const Job&) = delete;
+    Job& operator=(const Job&) = delete;
     ~Job()
     {
         if (_closure) {
             _closure.reset();
-            if (_recorder) {
+            if (_recorder != nullptr) {
                 _recorder->dec();
             }
         }
@@ -45,7 +125,7 @@ public:
     }
 
 private:
-    qv::Reference<RX_ActivityRecorder> _recorder;
+    RX_ActivityRecorder* const _recorder;
     qv::Reference<RX_Closure> _closure;
 };
 
@@ -70,7 +150,9 @@ public:
 
     void run()
     {
-        while (const Job job = _queue->awaitJob()) {
+        while (RX_Closure* const closure = _queue->awaitClosure()) {
+            // The queue keeps its recorder as long as it has workers.
+            const Job job(closure, _queue->_ar);
             qv::applyDetached(job.closure());
         }
         _isCounted = false;
@@ -82,14 +164,15 @@ private:
 };
 
 RX_ServerQueue::RX_ServerQueue(unsigned int capacity)
-    : _capacity(capacity), _work(*this), _room(*this)
+    : _capacity(capacity), _room(*this)
 {
 }
 
 RX_ServerQueue::~RX_ServerQueue() noexcept(false)
 {
     // Workers have references, so there is none; nobody else is here either.
-    drop(_pending, _ar);
+    drop(_front.closures, _ar);
+    drop(_back, _ar);
     if (_ar != nullptr) {
         _ar->disconnect(this);
         _ar->detach();
@@ -104,7 +187,7 @@ void RX_ServerQueue::addThreads(unsigned int count)
             if (_closed) {
                 return;
             }
-            ++_threadCount;
+            countIn();
         }
         qv::Reference<RX_ServerQueue> self = qv::share(this);
         if (const int status = qv::startDetached(&RX_ServerQueue::runWorker, this)) {
@@ -120,6 +203,7 @@ void RX_ServerQueue::addThreads(unsigned int count)
 
 void RX_ServerQueue::removeThreads(unsigned int count)
 {
+    const RX_Locked_ front(_front.lock);
     const RX_Locked_ locked(*this);
     const si_uint32_t removed = std::min(count, _threadCount - _leaving);
     if (removed == 0) {
@@ -127,7 +211,8 @@ void RX_ServerQueue::removeThreads(unsigned int count)
     }
     _leaving += removed;
     _wasReduced = true;
-    _work.broadcast();
+    _front.isToAsk.store(true, std::memory_order_relaxed);
+    callAllWorkers();
     _room.broadcast();
 }
 
@@ -154,47 +239,34 @@ void RX_ServerQueue::connectActivityRecorder(RX_ActivityRecorder* ar)
 
 void RX_ServerQueue::put(RX_Closure* const& closure)
 {
-    {
-        const RX_Locked_ locked(*this);
-        while (isServed() && !hasRoom()) {
-            _room.wait();
-        }
-        if (isServed()) {
-            append(closure);
-            return;
-        }
+    if (!offer(closure, Room::AWAITED)) {
+        refuse(closure);
     }
-    refuse(closure);
 }
 
 void RX_ServerQueue::putProbe(RX_Closure* const& closure)
 {
-    {
-        const RX_Locked_ locked(*this);
-        if (isServed()) {
-            append(closure);
-            return;
-        }
+    if (!offer(closure, Room::IGNORED)) {
+        refuse(closure);
     }
-    refuse(closure);
 }
 
 qv_bool_t RX_ServerQueue::tryPut(RX_Closure* const& closure)
 {
-    const RX_Locked_ locked(*this);
-    if (!isServed() || !hasRoom()) {
-        return 0;
-    }
-    append(closure);
-    return 1;
+    return offer(closure, Room::NEEDED);
 }
 
 qv_bool_t RX_ServerQueue::runPending()
 {
-    const Job job = [this] {
+    RX_Closure* closure = nullptr;
+    qv::Reference<RX_ActivityRecorder> recorder;
+    {
+        const RX_Locked_ front(_front.lock);
         const RX_Locked_ locked(*this);
-        return take();
-    }();
+        closure = takeOldest();
+        recorder = qv::share(_ar);
+    }
+    const Job job(closure, recorder.get());
     if (!job) {
         return 0;
     }
@@ -221,7 +293,7 @@ int RX_ServerQueue::isClosed() const
 
 unsigned int RX_ServerQueue::size_nolock() const
 {
-    return static_cast<unsigned int>(_pending.size());
+    return static_cast<unsigned int>(_back.size()) + _front.size.load(std::memory_order_relaxed);
 }
 
 si_uint32_t RX_ServerQueue::threadCount() const
@@ -253,22 +325,60 @@ bool RX_ServerQueue::isServed() const
     return !_closed && !isRetired();
 }
 
-bool RX_ServerQueue::hasRoom() const
+bool RX_ServerQueue::hasRoom()
 {
-    if (_capacity != 0) {
-        return _pending.size() < _capacity;
+    if (_capacity == 0) {
+        // Handed over directly: there must be an idle worker for each, which is not about to leave.
+        return size_nolock() + _leaving < _idle;
     }
-    // Handed over directly: there must be an idle worker for each, which is not about to leave.
-    return _pending.size() + _leaving < _idle;
+    if (_back.size() + _frontAtMost < _capacity) {
+        return true;
+    }
+    _frontAtMost = _front.size.load(std::memory_order_relaxed);
+    return _back.size() + _frontAtMost < _capacity;
 }
 
-void RX_ServerQueue::append(RX_Closure* closure)
+/** Appends a closure and calls a worker for it; false when nothing runs here, or `room` forbids it. */
+bool RX_ServerQueue::offer(RX_Closure* closure, Room room)
 {
-    _pending.push_back(closure);
-    if (_ar != nullptr) {
-        _ar->inc();
+    Bed* called = nullptr;
+    qv::Reference<RX_ServerQueue> self;
+    for (bool isWaiting = false;; isWaiting = true) {
+        {
+            const RX_Locked_ locked(*this);
+            if (isWaiting) {
+                const Waiting waiting(*this);
+                waiting.awaitRoom();
+            }
+            if (!isServed()) {
+                return false;
+            }
+            if (room == Room::IGNORED || hasRoom()) {
+                _back.push_back(closure);
+                if (_ar != nullptr) {
+                    _ar->inc();
+                }
+                called = callWorker();
+                if (called != nullptr) {
+                    // The closure may be what keeps the owner of the queue.
+                    self = qv::share(this);
+                }
+                break;
+            }
+            if (room == Room::NEEDED) {
+                return false;
+            }
+        }
+        // Who takes a closure from now on tells it.
+        const RX_Locked_ front(_front.lock);
+        const RX_Locked_ locked(*this);
+        _front.waiting.fetch_add(1, std::memory_order_relaxed);
     }
-    _work.signal();
+    if (called != nullptr) {
+        // Without the lock, for which the worker would have to wait at once.
+        called->call.signal();
+    }
+    return true;
 }
 
 /** Drops what cannot be appended any more, and tells the recorder as of any other closure. */
@@ -287,19 +397,25 @@ void RX_ServerQueue::refuse(RX_Closure* closure)
 
 void RX_ServerQueue::dropPending(bool closing)
 {
-    Closures dropped;
+    Closures older;
+    Closures newer;
     qv::Reference<RX_ActivityRecorder> recorder;
     {
+        const RX_Locked_ front(_front.lock);
         const RX_Locked_ locked(*this);
         _closed = _closed || closing;
-        dropped.swap(_pending);
+        older.swap(_front.closures);
+        _front.size.store(0, std::memory_order_relaxed);
+        newer.swap(_back);
         recorder = qv::share(_ar);
         _room.broadcast();
         if (_closed) {
-            _work.broadcast();
+            _front.isToAsk.store(true, std::memory_order_relaxed);
+            callAllWorkers();
         }
     }
-    drop(dropped, recorder.get());
+    drop(older, recorder.get());
+    drop(newer, recorder.get());
 }
 
 void RX_ServerQueue::drop(Closures& closures, RX_ActivityRecorder* recorder)
@@ -309,38 +425,139 @@ void RX_ServerQueue::drop(Closures& closures, RX_ActivityRecorder* recorder)
     }
 }
 
-/** The oldest pending closure; no job when there is none. The caller holds the lock. */
-RX_ServerQueue::Job RX_ServerQueue::take()
+/** The oldest closure of the front, whose lock the caller holds; null when there is none. */
+RX_Closure* RX_ServerQueue::takeFromFront()
 {
-    if (_pending.empty()) {
-        return Job();
+    if (_front.closures.empty()) {
+        return nullptr;
     }
-    RX_Closure* const closure = _pending.front();
-    _pending.pop_front();
-    _room.signal();
-    return Job(closure, _ar);
+    RX_Closure* const closure = _front.closures.front();
+    _front.closures.pop_front();
+    _front.size.store(static_cast<si_uint32_t>(_front.closures.size()), std::memory_order_relaxed);
+    return closure;
 }
 
-/** Waits, on a worker, for a job. No job means that the worker has been counted out and is to end. */
-RX_ServerQueue::Job RX_ServerQueue::awaitJob()
+/** The oldest pending closure; null when there is none. The caller holds both locks. */
+RX_Closure* RX_ServerQueue::takeOldest()
 {
-    const RX_Locked_ locked(*this);
-    for (;;) {
-        const bool mayLeave = _closed || (_leaving != 0 && (_pending.empty() || !isRetired()));
-        if (mayLeave) {
-            countOut();
-            return Job();
-        }
-        if (!_pending.empty()) {
-            return take();
-        }
-        ++_idle;
-        if (_capacity == 0) {
-            _room.signal();
-        }
-        _work.wait();
-        --_idle;
+    if (_front.closures.empty()) {
+        _front.closures.swap(_back);
+        _frontAtMost = static_cast<si_uint32_t>(_front.closures.size());
     }
+    RX_Closure* const closure = takeFromFront();
+    if (closure != nullptr && _front.waiting.load(std::memory_order_relaxed) != 0) {
+        _room.signal();
+    }
+    return closure;
+}
+
+/** Waits, on a worker, for a closure. Null means that the worker has been counted out and is to end. */
+RX_Closure* RX_ServerQueue::awaitClosure()
+{
+    for (bool hasLooked = false;;) {
+        Bed* bed = nullptr;
+        {
+            const RX_Locked_ front(_front.lock);
+            if (!_front.isToAsk.load(std::memory_order_relaxed) &&
+                _front.waiting.load(std::memory_order_relaxed) == 0) {
+                if (RX_Closure* const closure = takeFromFront()) {
+                    return closure;
+                }
+            }
+            const RX_Locked_ locked(*this);
+            const bool mayLeave = _closed || (_leaving != 0 && (size_nolock() == 0 || !isRetired()));
+            if (mayLeave) {
+                countOut();
+                return nullptr;
+            }
+            if (RX_Closure* const closure = takeOldest()) {
+                return closure;
+            }
+            if (hasLooked || _isLooking || _capacity == 0) {
+                bed = lieDown();
+            } else {
+                _isLooking = true;
+                _isStirred.store(false, std::memory_order_relaxed);
+            }
+        }
+        if (bed == nullptr) {
+            lookOut();
+            hasLooked = true;
+        } else {
+            const RX_Locked_ locked(*this);
+            const Rest rest(*this, bed);
+            rest.awaitCall();
+            hasLooked = false;
+        }
+    }
+}
+
+/**
+ * Looks for a moment, of a few microseconds, whether something comes. To sleep and to be called takes
+ * longer, and that from the one who calls, too.
+ */
+void RX_ServerQueue::lookOut()
+{
+    constexpr int LOOKS = 64;
+    for (int i = 0; i < LOOKS && !_isStirred.load(std::memory_order_relaxed); ++i) {
+        __builtin_ia32_pause();
+    }
+    const RX_Locked_ locked(*this);
+    _isLooking = false;
+}
+
+/** Makes the worker one that can be called; both locks are held, so that it has missed nothing. */
+RX_ServerQueue::Bed* RX_ServerQueue::lieDown()
+{
+    Bed* const bed = _freeBeds;
+    _freeBeds = bed->next;
+    bed->next = _sleepers;
+    bed->isCalled = false;
+    _sleepers = bed;
+    ++_idle;
+    if (_capacity == 0) {
+        _room.signal();
+    }
+    return bed;
+}
+
+/**
+ * Calls a worker, if one sleeps and those who are to come anyway are too few for what is pending. The result is the bed whose condition is to be signalled, or null.
+ */
+RX_ServerQueue::Bed* RX_ServerQueue::callWorker()
+{
+    if (_isLooking) {
+        _isStirred.store(true, std::memory_order_relaxed);
+    }
+    if (_sleepers == nullptr || size_nolock() <= _called + (_isLooking ? 1 : 0)) {
+        return nullptr;
+    }
+    Bed* const bed = _sleepers;
+    _sleepers = bed->next;
+    bed->isCalled = true;
+    ++_called;
+    return bed;
+}
+
+void RX_ServerQueue::callAllWorkers()
+{
+    for (; _sleepers != nullptr; _sleepers = _sleepers->next) {
+        _sleepers->isCalled = true;
+        ++_called;
+        _sleepers->call.signal();
+    }
+}
+
+/** One worker more: it is about to start, and has a bed. */
+void RX_ServerQueue::countIn()
+{
+    if (_bedCount == _threadCount) {
+        _beds.emplace_front(*this);
+        _beds.front().next = _freeBeds;
+        _freeBeds = &_beds.front();
+        ++_bedCount;
+    }
+    ++_threadCount;
 }
 
 /** One worker less: it is about to end. */
@@ -350,6 +567,11 @@ void RX_ServerQueue::countOut()
     if (_leaving != 0) {
         --_leaving;
     }
+    _front.isToAsk.store(_closed || _leaving != 0, std::memory_order_relaxed);
     // Without those who leave there may be room for a closure that is handed over.
     _room.signal();
+    // Somebody may have counted on this one for what is pending.
+    if (Bed* const called = callWorker()) {
+        called->call.signal();
+    }
 }
