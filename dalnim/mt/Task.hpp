@@ -4,8 +4,6 @@
 #include <dalnim/Primitives.hpp>
 #include <dalnim/String.hpp>
 #include <dalnim/mt/Runnable.hpp>
-#include <qv/rtlapi/RX_Condition.hpp>
-#include <qv/rtlapi/RX_Mutex.hpp>
 #include <qv/rtlapi/RX_String.hpp>
 
 #include <atomic>
@@ -73,7 +71,7 @@ public:
     /** The state of the moment, without a lock. */
     TaskState status() const noexcept
     {
-        return _state.load(std::memory_order_acquire);
+        return static_cast<TaskState>(_state.load(std::memory_order_acquire) & ~WAITED_FOR);
     }
     bool running() const noexcept
     {
@@ -131,21 +129,23 @@ private:
     static const Task*& _last_finished() noexcept;
 
     void _set_state(TaskState ts);
+    /** The state, whose next change will ring the bell. The caller holds the bell's lock until it waits. */
+    TaskState _state_to_wait_on() const;
     RX_String _make_name(const char* name, const char* label, TaskID_t id) const;
     /** Declared for the layout of the interface; nothing calls them. */
     void _run_via_thread();
     void _run_via_threadpool();
 
-    /** Guards what follows. The last lock of any order: nothing is taken, and nothing runs, under it. */
-    RX_Mutex _mu;
-    /** Told of every change of state and every interrupt. */
-    RX_Condition _cond;
+    /** Beside the state: somebody may be waiting at the bell of this task. */
+    static constexpr UInt32_t WAITED_FOR = 0x80000000;
+
+    /** The state, and WAITED_FOR. Whoever replaces it and finds that bit set rings the bell. */
+    mutable std::atomic<UInt32_t> _state;
+    const TaskID_t _id;
+    /** Guarded by the lock of the bell. */
     unsigned long _intbits;
-    /** Written under the lock; also read without it. */
-    std::atomic<TaskState> _state;
     Runnable* const _target;
     const bool _manage;
-    const TaskID_t _id;
     const RX_String _name;
 };
 

@@ -3,6 +3,7 @@
 
 #include <dalnim/mt/Task.hpp>
 #include <dalnim/type/ContainerContext.hpp>
+#include <qv/rtlapi/RX_Mutex.hpp>
 
 #include <memory>
 

@@ -448,7 +448,6 @@ TEST(LockFault, TasksPassFailuresOnAsTheyAre)
     Idle task;
     StandIn standIn;
     standIn.fail(EINVAL);
-    EXPECT_EQ(22, rawFailure([] { const Idle unmade; }));
     EXPECT_EQ(22, rawFailure([&] { task.interrupt(1); }));
     EXPECT_EQ(22, rawFailure([&] { task.interrupted(); }));
     EXPECT_EQ(22, rawFailure([&] { task.waitForCompletion(0); }));

@@ -3,6 +3,7 @@
 #include <dalnim/mt/Task.hpp>
 
 #include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/mt/src/TaskBell.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/UniqueID.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
@@ -40,8 +41,8 @@ std::exception* copyAs(const std::exception& e)
 }
 
 Task::Task(Runnable* tgt, bool destroy, const char* name, const char* label)
-    : _cond(_mu), _intbits(0), _state(TSF_READY), _target(tgt), _manage(destroy),
-      _id(sys::UniqueID::nextUid32()), _name(_make_name(name, label, _id))
+    : _state(TSF_READY), _id(sys::UniqueID::nextUid32()), _intbits(0), _target(tgt), _manage(destroy),
+      _name(_make_name(name, label, _id))
 {
     const sys::StackTrack track("Task()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     if (tgt == nullptr) {
@@ -50,23 +51,19 @@ Task::Task(Runnable* tgt, bool destroy, const char* name, const char* label)
 }
 
 Task::Task(Runnable& tgt, const char* name, const char* label)
-    : _cond(_mu), _intbits(0), _state(TSF_READY), _target(&tgt), _manage(false),
-      _id(sys::UniqueID::nextUid32()), _name(_make_name(name, label, _id))
+    : _state(TSF_READY), _id(sys::UniqueID::nextUid32()), _intbits(0), _target(&tgt), _manage(false),
+      _name(_make_name(name, label, _id))
 {
 }
 
 Task::Task(const char* name, const char* label)
-    : _cond(_mu), _intbits(0), _state(TSF_READY), _target(this), _manage(false),
-      _id(sys::UniqueID::nextUid32()), _name(_make_name(name, label, _id))
+    : _state(TSF_READY), _id(sys::UniqueID::nextUid32()), _intbits(0), _target(this), _manage(false),
+      _name(_make_name(name, label, _id))
 {
 }
 
 Task::~Task() noexcept(false)
 {
-    {
-        // Who looks without the lock may find the task finished while that is still being told.
-        const RX_Locked_ lock(_mu);
-    }
     if (_manage) {
         delete _target;
     }
@@ -97,15 +94,16 @@ String Task::name() const
 
 unsigned long Task::interrupt(unsigned long bits)
 {
-    const RX_Locked_ lock(_mu);
+    TaskBell& bell = TaskBell::of(this);
+    const RX_Locked_ lock(bell.mutex);
     _intbits |= bits != 0 ? bits : 1UL;
-    _cond.broadcast();
+    bell.changed.broadcast();
     return _intbits;
 }
 
 unsigned long Task::interrupted()
 {
-    const RX_Locked_ lock(_mu);
+    const RX_Locked_ lock(TaskBell::of(this).mutex);
     const unsigned long bits = _intbits;
     _intbits &= STICKY_BIT;
     return bits;
@@ -117,12 +115,13 @@ bool Task::waitForCompletion(unsigned int ms) const
     // with it.
     const RX_AbsTime deadline(RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000));
     qv_bool_t woken = 0;
-    const RX_Locked_ lock(_mu);
+    TaskBell& bell = TaskBell::of(this);
+    const RX_Locked_ lock(bell.mutex);
     if (ms == 0) {
         return status() == TSF_FINISHED;
     }
-    while (status() != TSF_FINISHED) {
-        woken = _cond.timedWait(deadline);
+    while (_state_to_wait_on() != TSF_FINISHED) {
+        woken = bell.changed.timedWait(deadline);
         if (woken == 0) {
             return false;
         }
@@ -134,7 +133,8 @@ void Task::waitForStateChange(unsigned int ms) const
 {
     const RX_AbsTime deadline(
         RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000000));
-    const RX_Locked_ lock(_mu);
+    TaskBell& bell = TaskBell::of(this);
+    const RX_Locked_ lock(bell.mutex);
     if (_intbits != 0) {
         return;
     }
@@ -143,8 +143,8 @@ void Task::waitForStateChange(unsigned int ms) const
     if (ms == 0) {
         return;
     }
-    while (status() == oldState && _intbits == oldBits) {
-        if (_cond.timedWait(deadline) == 0) {
+    while (_state_to_wait_on() == oldState && _intbits == oldBits) {
+        if (bell.changed.timedWait(deadline) == 0) {
             return;
         }
     }
@@ -181,15 +181,21 @@ std::exception* Task::cloneError(const std::exception& e)
 
 const Task*& Task::_last_finished() noexcept
 {
-    static thread_local const Task* task = nullptr;
+    __attribute__((tls_model("initial-exec"))) static thread_local const Task* task = nullptr;
     return task;
+}
+
+Task::TaskState Task::_state_to_wait_on() const
+{
+    return static_cast<TaskState>(_state.fetch_or(WAITED_FOR, std::memory_order_acq_rel) & ~WAITED_FOR);
 }
 
 void Task::_set_state(TaskState ts)
 {
-    const RX_Locked_ lock(_mu);
-    _state.store(ts, std::memory_order_release);
-    _cond.broadcast();
+    // Behind the exchange the task may be gone: the bell is found by the address alone.
+    if ((_state.exchange(ts, std::memory_order_acq_rel) & WAITED_FOR) != 0) {
+        TaskBell::of(this).ring();
+    }
 }
 
 RX_String Task::_make_name(const char* name, const char* label, TaskID_t id) const

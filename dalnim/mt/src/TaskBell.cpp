@@ -1,0 +1,70 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/mt/src/TaskBell.hpp>
+
+#include <qv/rtlapi/RX_Locked_.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <pthread.h>
+
+DALNIM_USES_RTLAPI
+
+namespace com::kor::dal::nim::mt {
+
+namespace {
+
+/** A power of 2. */
+constexpr std::size_t COUNT = 64;
+
+/** All bells. They are never destroyed: tasks in static storage may be told of to the very end. */
+class Bells
+{
+public:
+    Bells()
+    {
+        make();
+        // In the child of a fork nobody waits, and nobody is there to unlock what was locked.
+        pthread_atfork(nullptr, nullptr, [] { all().make(); });
+    }
+
+    static Bells& all()
+    {
+        alignas(Bells) static unsigned char storage[sizeof(Bells)];
+        static Bells* const bells = new (storage) Bells;
+        return *bells;
+    }
+
+    TaskBell& operator[](std::size_t index)
+    {
+        return reinterpret_cast<TaskBell*>(storage)[index];
+    }
+
+private:
+    void make()
+    {
+        for (std::size_t i = 0; i < COUNT; ++i) {
+            new (storage + i * sizeof(TaskBell)) TaskBell;
+        }
+    }
+
+    alignas(TaskBell) unsigned char storage[COUNT * sizeof(TaskBell)];
+};
+
+}
+
+TaskBell& TaskBell::of(const Task* task)
+{
+    // Allocated objects lie 16 bytes apart; the bits above tell those of an array from each other.
+    const auto address = reinterpret_cast<std::uintptr_t>(task);
+    return Bells::all()[((address >> 4) ^ (address >> 10) ^ (address >> 16)) & (COUNT - 1)];
+}
+
+void TaskBell::ring() const
+{
+    const RX_Locked_ lock(mutex);
+    changed.broadcast();
+}
+
+}
