@@ -4,9 +4,13 @@
 #include <dalnim/mem/RefCntObjectRef.hpp>
 #include <dalnim/type/Context.hpp>
 
+#include <atomic>
 #include <map>
 
 namespace com::kor::dal::nim::type {
+
+class ContextSnapshot;
+class SharedContent;
 
 /**
  * A context that contains other objects, filed under content keys.
@@ -46,6 +50,8 @@ public:
      * what their destructors throw is dropped too.
      */
     void clearContent() noexcept;
+    /** Replaces the content by what a snapshot duplicated; the old content goes as by clearContent(). */
+    void inherit(ContextSnapshot&& snapshot) noexcept;
 
     /** The calling thread's current context. */
     static mem::RcoRef<ContainerContext> current();
@@ -64,9 +70,26 @@ protected:
     ~ContainerContext() noexcept(false) override;
 
 private:
+    friend class ContextSnapshot;
+
     typedef std::map<UInt32_t, mem::RefCntObjectRef> Content;
 
-    Content content;
+    bool file(UInt32_t cid, const mem::RefCntObjectRef& ref);
+    SharedContent* shareContent() const;
+    SharedContent* findShared() const;
+    SharedContent* cloneContent() const;
+    void unpack() const;
+    void partWithHeirs() noexcept;
+
+    /** Empty as long as something inherited stands in its place. */
+    mutable Content content;
+    /** What was inherited and not looked at since, held with one count, or null. */
+    mutable SharedContent* inherited = nullptr;
+    /**
+     * What those share that were given the content as it is now, or null. Made by whoever comes first
+     * of those who read this context, which may be several.
+     */
+    mutable std::atomic<SharedContent*> handedOn{nullptr};
 };
 
 typedef mem::RcoRef<ContainerContext> ContainerContextRef;

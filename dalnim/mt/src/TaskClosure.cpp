@@ -3,6 +3,7 @@
 #include <dalnim/mt/src/TaskClosure.hpp>
 
 #include <dalnim/mem/RefCntObject.hpp>
+#include <dalnim/mt/src/BlockStock.hpp>
 #include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 
@@ -14,12 +15,12 @@ namespace com::kor::dal::nim::mt {
 
 namespace {
 
-type::ContainerContextRef duplicate(const type::ContainerContext* context)
+type::ContextSnapshot duplicate(const type::ContainerContext* context)
 {
     if (context == nullptr) {
         context = sys::internal::ThreadState::current().contextRef.get();
     }
-    return type::ContainerContextRef(new sys::internal::CurrentContext(*context));
+    return type::ContextSnapshot(*context);
 }
 
 }
@@ -30,44 +31,55 @@ TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, const type::
 {
 }
 
-TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContainerContextRef context)
-    : _task(task), _manage(manage), _pool(pool), _contextRef(std::move(context))
+TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context)
+    : _task(task), _hold(manage ? Hold::OWNED : Hold::NONE), _pool(pool), _context(std::move(context))
 {
     if (manage) {
         if (const auto* const counted = dynamic_cast<const mem::RefCntObject*>(task)) {
             counted->acquireRef();
+            _hold = Hold::COUNTED;
         }
     }
 }
 
 void TaskClosure::disown()
 {
-    if (_manage) {
-        _manage = false;
-        if (const auto* const counted = dynamic_cast<const mem::RefCntObject*>(_task)) {
-            counted->releaseRef();
-        }
+    const Hold hold = std::exchange(_hold, Hold::NONE);
+    if (hold == Hold::COUNTED) {
+        releaseCount();
     }
 }
 
 TaskClosure::~TaskClosure() noexcept(false)
 {
-    if (!_manage) {
-        return;
-    }
-    if (const auto* const counted = dynamic_cast<const mem::RefCntObject*>(_task)) {
-        counted->releaseRef();
-    } else {
+    if (_hold == Hold::COUNTED) {
+        releaseCount();
+    } else if (_hold == Hold::OWNED) {
         delete _task;
-        _task = nullptr;
     }
+}
+
+void TaskClosure::releaseCount() const
+{
+    dynamic_cast<const mem::RefCntObject&>(*_task).releaseRef();
+}
+
+void* TaskClosure::operator new(std::size_t size)
+{
+    static_assert(sizeof(TaskClosure) <= BlockStock::BLOCK_SIZE, "a closure fits into a block");
+    static_cast<void>(size);
+    return BlockStock::take();
+}
+
+void TaskClosure::operator delete(void* block) noexcept
+{
+    BlockStock::give(block);
 }
 
 void TaskClosure::apply()
 {
     sys::internal::ThreadState& thread = sys::internal::ThreadState::current();
-    thread.contextRef->swap(*_contextRef);
-    _contextRef->clearContent();
+    thread.contextRef->inherit(std::move(_context));
     thread.thrd = nullptr;
     thread.task = _task;
     thread.pool = _pool;

@@ -3,7 +3,10 @@
 
 #include <dalnim/mt/Task.hpp>
 #include <dalnim/type/ContainerContext.hpp>
+#include <dalnim/type/src/ContextSnapshot.hpp>
 #include <qv/rtlapi/RX_Closure.hpp>
+
+#include <cstddef>
 
 namespace com::kor::dal::nim::mt {
 
@@ -21,6 +24,10 @@ public:
     TaskClosure(TaskClosure&) = delete;
     TaskClosure& operator=(TaskClosure&) = delete;
 
+    // One of them goes with each submission, from one thread to another.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* block) noexcept;
+
     /** Runs the task on a worker; what it throws is dropped. */
     void apply() override;
 
@@ -28,12 +35,21 @@ public:
     void disown();
 
 private:
-    TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContainerContextRef context);
+    TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context);
+
+    /** What becomes of the task when the closure goes. */
+    enum class Hold : unsigned char {
+        NONE,
+        OWNED,
+        COUNTED
+    };
+
+    void releaseCount() const;
 
     Task* _task;
-    bool _manage;
+    Hold _hold;
     ThreadPool* const _pool;
-    type::ContainerContextRef _contextRef;
+    type::ContextSnapshot _context;
 };
 
 }

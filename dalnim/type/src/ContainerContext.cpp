@@ -8,6 +8,8 @@
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <dalnim/type/Cloneable.hpp>
 #include <dalnim/type/nsdefs.hpp>
+#include <dalnim/type/src/ContextSnapshot.hpp>
+#include <dalnim/type/src/SharedContent.hpp>
 
 #include <cerrno>
 #include <memory>
@@ -55,10 +57,11 @@ void dropQuietly(mem::RefCntObjectRef& ref) noexcept
     }
     try {
         object->acquireRef();
-        ref.clear();
-        object->releaseRef();
     } catch (...) {
+        return;
     }
+    ref.clear();
+    SharedContent::release(object);
 }
 
 template <class Content>
@@ -83,6 +86,8 @@ ContainerContext::ContainerContext(const ContainerContext& ref)
 ContainerContext& ContainerContext::operator=(const ContainerContext& ref)
 {
     const sys::StackTrack track("operator = ()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    ref.unpack();
+    unpack();
     Content duplicate;
     for (const auto& [cid, entry] : ref.content) {
         switch (keyAttributes(cid)) {
@@ -100,6 +105,7 @@ ContainerContext& ContainerContext::operator=(const ContainerContext& ref)
             break;
         }
     }
+    partWithHeirs();
     content.swap(duplicate);
     Context::operator=(ref);
     dropAll(duplicate);
@@ -123,7 +129,7 @@ bool ContainerContext::add(const mem::RefCntObjectRef& ref, unsigned int cid)
     if (object != nullptr) {
         requireCloneable(*object, attributes, "Content flagged for duplication is not Cloneable.");
     }
-    return content.try_emplace(cid, ref).second;
+    return file(cid, ref);
 }
 
 bool ContainerContext::add(const ContextRef& ref)
@@ -134,12 +140,23 @@ bool ContainerContext::add(const ContextRef& ref)
     }
     const UInt32_t cid = ref->key();
     requireCloneable(*ref, keyAttributes(cid), "Context flagged for duplication is not Cloneable.");
-    return content.try_emplace(cid, ref).second;
+    return file(cid, ref);
+}
+
+bool ContainerContext::file(UInt32_t cid, const mem::RefCntObjectRef& ref)
+{
+    unpack();
+    const bool isNew = content.try_emplace(cid, ref).second;
+    if (isNew) {
+        partWithHeirs();
+    }
+    return isNew;
 }
 
 const mem::ConstRefCntObjectRef& ContainerContext::find(unsigned int cid) const
 {
     const sys::StackTrack track("find()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    unpack();
     const auto entry = content.find(cid);
     return entry != content.end() ? entry->second : NULL_RCO_REF;
 }
@@ -147,6 +164,7 @@ const mem::ConstRefCntObjectRef& ContainerContext::find(unsigned int cid) const
 const mem::RefCntObjectRef& ContainerContext::find(unsigned int cid)
 {
     const sys::StackTrack track("find()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    unpack();
     const auto entry = content.find(cid);
     return entry != content.end() ? entry->second : NULL_RCO_REF;
 }
@@ -154,9 +172,11 @@ const mem::RefCntObjectRef& ContainerContext::find(unsigned int cid)
 mem::RefCntObjectRef ContainerContext::remove(unsigned int cid)
 {
     const sys::StackTrack track("remove()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    unpack();
     mem::RefCntObjectRef removed;
     const auto entry = content.find(cid);
     if (entry != content.end()) {
+        partWithHeirs();
         removed = std::move(entry->second);
         content.erase(entry);
     }
@@ -166,20 +186,121 @@ mem::RefCntObjectRef ContainerContext::remove(unsigned int cid)
 void ContainerContext::swap(ContainerContext& ref)
 {
     const sys::StackTrack track("swap()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    unpack();
+    ref.unpack();
     content.swap(ref.content);
+    // Who shares a content borrows from it, wherever it is.
+    handedOn.store(ref.handedOn.exchange(handedOn.load()));
 }
 
 void ContainerContext::clearContent() noexcept
 {
-    Content dying;
-    dying.swap(content);
-    dropAll(dying);
+    inherit(ContextSnapshot());
+}
+
+void ContainerContext::inherit(ContextSnapshot&& snapshot) noexcept
+{
+    // The new content is there when the old entries go, which may look.
+    SharedContent* const dropped = inherited;
+    inherited = snapshot.content;
+    snapshot.content = nullptr;
+    if (!content.empty()) {
+        partWithHeirs();
+        Content dying;
+        dying.swap(content);
+        dropAll(dying);
+    }
+    if (dropped != nullptr) {
+        dropped->drop();
+    }
+}
+
+/** A duplicate of the content, held with one count for the caller; null when there is none to share. */
+SharedContent* ContainerContext::shareContent() const
+{
+    if (content.empty() && inherited == nullptr) {
+        return nullptr;
+    }
+    if (SharedContent* const shared = findShared()) {
+        shared->hold();
+        return shared;
+    }
+    return content.empty() ? nullptr : cloneContent();
+}
+
+/** What can be held in common; null when there is nothing, or each is to have clones of its own. */
+SharedContent* ContainerContext::findShared() const
+{
+    if (inherited != nullptr && inherited->isForAll()) {
+        return inherited;
+    }
+    unpack();
+    SharedContent* shared = handedOn.load(std::memory_order_acquire);
+    if (shared != nullptr || content.empty()) {
+        return shared;
+    }
+    SharedContent::Entries entries;
+    entries.reserve(content.size());
+    for (const auto& [cid, entry] : content) {
+        const UInt32_t attributes = keyAttributes(cid);
+        if ((attributes & (SHALLOW | DEEP)) != 0) {
+            return nullptr;
+        }
+        if (attributes == SHARED) {
+            entries.push_back({cid, entry.get()});
+        }
+    }
+    auto made = std::make_unique<SharedContent>(std::move(entries));
+    if (!handedOn.compare_exchange_strong(shared, made.get(), std::memory_order_acq_rel)) {
+        return shared;
+    }
+    return made.release();
+}
+
+/** A duplicate with clones of its own. */
+SharedContent* ContainerContext::cloneContent() const
+{
+    const sys::internal::CurrentContextRef copy(new sys::internal::CurrentContext(*this));
+    const Content& cloned = static_cast<const ContainerContext&>(*copy).content;
+    SharedContent::Entries entries;
+    entries.reserve(cloned.size());
+    for (const auto& [cid, entry] : cloned) {
+        entries.push_back({cid, entry.get()});
+    }
+    return SharedContent::forOne(std::move(entries)).release();
+}
+
+/** Files what was inherited, before anybody looks. */
+void ContainerContext::unpack() const
+{
+    if (inherited == nullptr) {
+        return;
+    }
+    Content unpacked;
+    for (const SharedContent::Entry& entry : inherited->entries()) {
+        unpacked.emplace_hint(unpacked.end(), entry.cid,
+                              mem::RefCntObjectRef::unconst(mem::ConstRefCntObjectRef(entry.object)));
+    }
+    content.swap(unpacked);
+    SharedContent* const packed = inherited;
+    inherited = nullptr;
+    packed->drop();
+}
+
+/** Makes those independent who share what is about to change. */
+void ContainerContext::partWithHeirs() noexcept
+{
+    if (SharedContent* const shared = handedOn.exchange(nullptr, std::memory_order_acq_rel)) {
+        shared->makeIndependent();
+    }
 }
 
 ContainerContextRef ContainerContext::current()
 {
     const sys::StackTrack track("current()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    return sys::internal::ThreadState::current().contextRef;
+    ContainerContextRef context = sys::internal::ThreadState::current().contextRef;
+    context->unpack();
+    return context;
 }
 
 }

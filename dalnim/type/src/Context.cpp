@@ -112,7 +112,8 @@ UInt32_t Context::keyAttributes(unsigned int content_key)
 
 ContextRef Context::current()
 {
-    return sys::internal::ThreadState::current().contextRef;
+    // By the way of the container, which makes it what it looks like.
+    return ContainerContext::current();
 }
 
 }

@@ -1,0 +1,284 @@
+#include <dalnim/mt/ThreadPool.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <qv/Threads.hpp>
+
+#include "Work.hpp"
+
+// The context that many tasks have in common is duplicated but once, which nobody is to notice.
+
+namespace {
+
+namespace nim = com::kor::dal::nim;
+using mttest::awaitEnd;
+using mttest::OwnTask;
+using nim::mem::RefCntObjectRef;
+using nim::mt::Task;
+using nim::mt::ThreadPool;
+using nim::type::ContainerContext;
+using nim::type::ContainerContextRef;
+using nim::type::Context;
+using qvtest::Caller;
+using qvtest::Gate;
+
+/** Content that counts its living. */
+class Item : public nim::mem::RefCntObject
+{
+public:
+    explicit Item(std::atomic<int>& count) : living(count)
+    {
+        ++living;
+    }
+    ~Item() override
+    {
+        --living;
+    }
+
+private:
+    std::atomic<int>& living;
+};
+
+/** The same, which can be cloned. */
+class Cell : public nim::mem::RefCntObject, public nim::type::Cloneable
+{
+public:
+    explicit Cell(std::atomic<int>& count) : living(count)
+    {
+        ++living;
+    }
+    Cell(const Cell& other)
+        : nim::type::Object(other), RefCntObject(other), Cloneable(other), living(other.living)
+    {
+        ++living;
+    }
+    Cell& operator=(const Cell&) = delete;
+    ~Cell() noexcept override
+    {
+        --living;
+    }
+    Cloneable* clone(bool) const override
+    {
+        return new Cell(*this);
+    }
+
+private:
+    std::atomic<int>& living;
+};
+
+const nim::mem::RefCntObject* here(unsigned int key)
+{
+    return ContainerContext::current()->find(key).get();
+}
+
+class ThreadPoolSharing : public testing::Test
+{
+protected:
+    ~ThreadPoolSharing() noexcept override
+    {
+        context->clearContent();
+    }
+
+    void file(unsigned int key)
+    {
+        EXPECT_TRUE(context->add(RefCntObjectRef(new Item(living)), key));
+    }
+
+    /** Occupies the only worker until the gate is open. */
+    void occupy()
+    {
+        Gate entered;
+        holder = std::make_unique<OwnTask>([&] {
+            entered.open();
+            gate.pass();
+        });
+        const nim::mem::RcoRef<nim::sys::internal::CurrentContext> none(new nim::sys::internal::CurrentContext);
+        EXPECT_TRUE(pool.add(*holder, true, none.get()));
+        entered.pass();
+    }
+
+    std::atomic<int> living{0};
+    const unsigned int shared = Context::allocateKey(1);
+    const unsigned int other = Context::allocateKey(1);
+    const unsigned int left = Context::allocateKey(0);
+    const unsigned int cloned = Context::allocateKey(2);
+    ContainerContextRef context = ContainerContext::current();
+    Gate gate;
+    std::unique_ptr<OwnTask> holder;
+    ThreadPool pool{nullptr, 1, 0, 0, 0, 0, 1000};
+};
+
+TEST_F(ThreadPoolSharing, KeepsWhatTheSourceGivesUp)
+{
+    file(shared);
+    file(left);
+    occupy();
+    const nim::mem::RefCntObject* const object = here(shared);
+    const nim::mem::RefCntObject* seen[2] = {nullptr, nullptr};
+    bool isLeft = true;
+    OwnTask first([&] {
+        seen[0] = here(shared);
+        isLeft = here(left) == nullptr;
+    });
+    OwnTask second([&] { seen[1] = here(shared); });
+    EXPECT_TRUE(pool.add(first));
+    EXPECT_TRUE(pool.add(second));
+    context->clearContent();
+    EXPECT_EQ(1, living) << "what stays behind is gone, what is shared is not";
+    OwnTask third([&] { EXPECT_EQ(nullptr, here(shared)); });
+    EXPECT_TRUE(pool.add(third));
+    gate.open();
+    pool.shutdown(true);
+    EXPECT_EQ(object, seen[0]);
+    EXPECT_EQ(object, seen[1]);
+    EXPECT_TRUE(isLeft);
+    EXPECT_EQ(0, living) << "gone with the last that held it";
+}
+
+TEST_F(ThreadPoolSharing, IsThatOfEachAdd)
+{
+    file(shared);
+    occupy();
+    bool had[3] = {false, false, false};
+    OwnTask first([&] { had[0] = here(shared) != nullptr && here(other) == nullptr; });
+    EXPECT_TRUE(pool.add(first));
+    file(other);
+    OwnTask second([&] { had[1] = here(shared) != nullptr && here(other) != nullptr; });
+    EXPECT_TRUE(pool.add(second));
+    context->remove(shared);
+    OwnTask third([&] { had[2] = here(shared) == nullptr && here(other) != nullptr; });
+    EXPECT_TRUE(pool.add(third));
+    EXPECT_EQ(2, living);
+    gate.open();
+    awaitEnd(third);
+    EXPECT_TRUE(had[0]);
+    EXPECT_TRUE(had[1]);
+    EXPECT_TRUE(had[2]);
+    pool.shutdown(true);
+    EXPECT_EQ(1, living);
+}
+
+TEST_F(ThreadPoolSharing, CountsForEachThatLooks)
+{
+    file(shared);
+    const RefCntObjectRef object = context->find(shared);
+    std::uint32_t seen = 0;
+    OwnTask task([&] {
+        ContainerContextRef mine = ContainerContext::current();
+        seen = object->refCount();
+        mine->remove(shared);
+        EXPECT_EQ(seen - 1, object->refCount());
+    });
+    const std::uint32_t before = object->refCount();
+    EXPECT_TRUE(pool.add(task));
+    pool.shutdown(true);
+    EXPECT_EQ(before + 1, seen);
+    EXPECT_EQ(before, object->refCount());
+}
+
+TEST_F(ThreadPoolSharing, GivesEachTaskClonesOfItsOwn)
+{
+    EXPECT_TRUE(context->add(RefCntObjectRef(new Cell(living)), cloned));
+    occupy();
+    std::vector<RefCntObjectRef> seen;
+    const auto look = [&] { seen.push_back(ContainerContext::current()->find(cloned)); };
+    OwnTask first(look);
+    OwnTask inner(look);
+    OwnTask second([&] {
+        look();
+        EXPECT_TRUE(pool.add(inner));
+    });
+    EXPECT_TRUE(pool.add(first));
+    EXPECT_TRUE(pool.add(second));
+    EXPECT_EQ(3, living) << "cloned by the adds";
+    gate.open();
+    awaitEnd(inner);
+    pool.shutdown(true);
+    ASSERT_EQ(3U, seen.size());
+    EXPECT_TRUE(seen[0] && seen[1] && seen[2]);
+    EXPECT_NE(seen[0], seen[1]);
+    EXPECT_NE(seen[1], seen[2]);
+    for (RefCntObjectRef& clone : seen) {
+        EXPECT_EQ(1U, clone->refCount());
+        clone.clear();
+    }
+    EXPECT_EQ(1, living);
+}
+
+TEST_F(ThreadPoolSharing, TravelsOnFromATaskThatDidNotLook)
+{
+    file(shared);
+    const nim::mem::RefCntObject* const object = here(shared);
+    const nim::mem::RefCntObject* seen = nullptr;
+    OwnTask inner([&] { seen = here(shared); });
+    OwnTask outer([&] { EXPECT_TRUE(pool.add(inner)); });
+    EXPECT_TRUE(pool.add(outer));
+    awaitEnd(inner);
+    EXPECT_EQ(object, seen);
+}
+
+TEST_F(ThreadPoolSharing, EndsWithDroppedTasks)
+{
+    file(shared);
+    occupy();
+    OwnTask dropped[3];
+    for (OwnTask& task : dropped) {
+        EXPECT_TRUE(pool.add(task));
+    }
+    context->clearContent();
+    EXPECT_EQ(1, living);
+    Caller closer([this] { pool.shutdown(false); });
+    while (living != 0) {
+        std::this_thread::yield();
+    }
+    gate.open();
+    closer.join();
+    EXPECT_EQ(Task::TSF_QUEUED, dropped[2].status());
+}
+
+TEST_F(ThreadPoolSharing, IsReadByManySubmittersAtOnce)
+{
+    nim::mem::RcoRef<nim::sys::internal::CurrentContext> common(new nim::sys::internal::CurrentContext);
+    for (int round = 0; round < 50; ++round) {
+        EXPECT_TRUE(common->add(RefCntObjectRef(new Item(living)), shared));
+        std::atomic<int> found{0};
+        {
+            std::vector<std::unique_ptr<Caller>> submitters;
+            for (int i = 0; i < 3; ++i) {
+                submitters.push_back(std::make_unique<Caller>([&] {
+                    for (int k = 0; k < 20; ++k) {
+                        pool.add(new OwnTask([&] { found += here(shared) != nullptr ? 1 : 0; }), true, true,
+                                 common.get());
+                    }
+                }));
+            }
+        }
+        // Some tasks are still to come, some look just now.
+        common->clearContent();
+        while (living != 0) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(60, found);
+    }
+}
+
+TEST_F(ThreadPoolSharing, GoesFromHandToHandWhileTheSourceChanges)
+{
+    std::atomic<int> found{0};
+    for (int round = 0; round < 2000; ++round) {
+        file(shared);
+        pool.add(new OwnTask([&] { found += here(shared) != nullptr ? 1 : 0; }), true);
+        pool.add(new OwnTask, true);
+        context->remove(shared);
+    }
+    pool.shutdown(true);
+    EXPECT_EQ(2000, found);
+    EXPECT_EQ(0, living);
+}
+
+}
