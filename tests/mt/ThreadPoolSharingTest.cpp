@@ -281,4 +281,24 @@ TEST_F(ThreadPoolSharing, GoesFromHandToHandWhileTheSourceChanges)
     EXPECT_EQ(0, living);
 }
 
+/** It hangs when a wake-up is lost between those who submit, the workers and the end. */
+TEST(ThreadPoolRace, EndsEachOfManyShortPools)
+{
+    std::atomic<int> runs{0};
+    for (int round = 0; round < 300; ++round) {
+        ThreadPool pool(nullptr, 2, 0, 0, 0, 0, 2);
+        {
+            const auto submit = [&] {
+                for (int i = 0; i < 4; ++i) {
+                    pool.add(new OwnTask([&] { ++runs; }), true);
+                }
+            };
+            Caller first(submit);
+            Caller second(submit);
+        }
+        pool.shutdown(true);
+        EXPECT_EQ(8 * (round + 1), runs);
+    }
+}
+
 }
