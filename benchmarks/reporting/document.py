@@ -82,8 +82,9 @@ def goals_text(row, cost, others):
 
 
 def table(subsystem, results):
-    """The rows that were measured, and how many goals were met and missed."""
+    """The rows that were measured, and how many goals were met and missed, which with their reasons."""
     lines = ["| row | dalnim | peers | limits | goal | |", "|---|---|---|---|---|---|"]
+    reasons = []
     met = missed = 0
     for row in subsystem.rows:
         sample = results.get(row.program, row.own)
@@ -100,6 +101,10 @@ def table(subsystem, results):
         met += columns[-1] == MET
         missed += MISSED in columns[-1]
         lines.append("| " + " | ".join(columns) + " |")
+        if MISSED in columns[-1]:
+            reasons += [reason for titles, reason in subsystem.reasons if row.title.startswith(titles)]
+    if reasons:
+        lines += ["", "What was missed, and why:", "", *(f"- {reason}" for reason in dict.fromkeys(reasons))]
     return (lines if len(lines) > 2 else []), met, missed
 
 

@@ -11,7 +11,7 @@ import time
 UNITS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 
 REPETITIONS = 9
-SECONDS = "0.3"
+SECONDS = "0.1"
 QUICK_REPETITIONS = 3
 QUICK_SECONDS = "0.02"
 # A leading minus excludes: what is long or large, by the last argument of its name.

@@ -103,6 +103,7 @@ class Subsystem:
     rows: tuple
     plots: tuple
     remarks: tuple = ()
+    reasons: tuple = () # of (beginning of rows' titles, why their goal is out of reach), told if missed
 
 
 LOGGERS = ("spdlog", "log4cplus", "glog", "POCO", "Boost.Log")
