@@ -24,14 +24,8 @@ public:
     typedef T element_type;
 
     ConstRcoRef() noexcept : rco(nullptr) {}
-    ConstRcoRef(const T* rco_inst) : rco(nullptr)
-    {
-        updatePtr(rco_inst);
-    }
-    ConstRcoRef(const ConstRcoRef& ref) : rco(nullptr)
-    {
-        updatePtr(ref.rco);
-    }
+    ConstRcoRef(const T* rco_inst) : rco(acquired(rco_inst)) {}
+    ConstRcoRef(const ConstRcoRef& ref) : rco(acquired(ref.rco)) {}
     /** Takes over what `ref` holds; no count moves. */
     ConstRcoRef(ConstRcoRef&& ref) noexcept : rco(ref.rco)
     {
@@ -155,13 +149,18 @@ protected:
      */
     void updatePtr(const T* other)
     {
-        if (other == rco) {
-            return;
+        if (other != rco) {
+            replace(acquired(other));
         }
-        if (other != nullptr) {
-            other->acquireRef();
+    }
+
+    /** `object`, may be null, with one count more. */
+    static T* acquired(const T* object)
+    {
+        if (object != nullptr) {
+            object->acquireRef();
         }
-        replace(const_cast<T*>(other));
+        return const_cast<T*>(object);
     }
 
     T* checked() const

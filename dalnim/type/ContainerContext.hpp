@@ -50,8 +50,6 @@ public:
      * what their destructors throw is dropped too.
      */
     void clearContent() noexcept;
-    /** Replaces the content by what a snapshot duplicated; the old content goes as by clearContent(). */
-    void inherit(ContextSnapshot&& snapshot) noexcept;
 
     /** The calling thread's current context. */
     static mem::RcoRef<ContainerContext> current();
@@ -75,6 +73,8 @@ private:
     typedef std::map<UInt32_t, mem::RefCntObjectRef> Content;
 
     bool file(UInt32_t cid, const mem::RefCntObjectRef& ref);
+    /** Replaces the content by what a snapshot duplicated; the old content goes as by clearContent(). */
+    void inherit(ContextSnapshot&& snapshot) noexcept;
     SharedContent* shareContent() const;
     SharedContent* findShared() const;
     SharedContent* cloneContent() const;

@@ -79,7 +79,7 @@ void TaskClosure::operator delete(void* block) noexcept
 void TaskClosure::apply()
 {
     sys::internal::ThreadState& thread = sys::internal::ThreadState::current();
-    thread.contextRef->inherit(std::move(_context));
+    _context.giveTo(*thread.contextRef);
     thread.thrd = nullptr;
     thread.task = _task;
     thread.pool = _pool;

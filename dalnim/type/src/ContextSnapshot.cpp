@@ -5,6 +5,8 @@
 #include <dalnim/type/ContainerContext.hpp>
 #include <dalnim/type/src/SharedContent.hpp>
 
+#include <utility>
+
 namespace com::kor::dal::nim::type {
 
 ContextSnapshot::ContextSnapshot(const ContainerContext& source) : content(source.shareContent()) {}
@@ -14,6 +16,11 @@ ContextSnapshot::~ContextSnapshot()
     if (content != nullptr) {
         content->drop();
     }
+}
+
+void ContextSnapshot::giveTo(ContainerContext& heir) noexcept
+{
+    heir.inherit(std::move(*this));
 }
 
 }

@@ -28,6 +28,9 @@ public:
     /** What nobody inherited goes as by ContainerContext::clearContent(). */
     ~ContextSnapshot();
 
+    /** Makes it the content of `heir`, whose old content goes as by clearContent(); empty from then on. */
+    void giveTo(ContainerContext& heir) noexcept;
+
 private:
     friend class ContainerContext;
 
