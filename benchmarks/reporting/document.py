@@ -38,7 +38,7 @@ REPEAT = """
 ## How to repeat it
 
 ```sh
-./benchmarks/report                # all of it, on an idle machine: about an hour
+./benchmarks/report                # all of it, on an idle machine: about half an hour
 ./benchmarks/report --quick        # a few minutes, to see that it works
 ./benchmarks/report --only log     # one subsystem anew, the others as recorded
 ```

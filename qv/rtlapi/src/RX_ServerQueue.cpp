@@ -522,7 +522,8 @@ RX_ServerQueue::Bed* RX_ServerQueue::lieDown()
 }
 
 /**
- * Calls a worker, if one sleeps and those who are to come anyway are too few for what is pending. The result is the bed whose condition is to be signalled, or null.
+ * Calls a worker, if one sleeps and those who are to come anyway are too few for what is pending. The
+ * result is the bed whose condition is to be signalled, or null.
  */
 RX_ServerQueue::Bed* RX_ServerQueue::callWorker()
 {
