@@ -7,15 +7,19 @@
 
 /**
  * The system's compiler copies what is repeated by '+' or by count, which doubles the expression for
- * every '+' around or behind another, and its matcher takes exponential time over back references.
+ * every '+' around or behind another; it follows what may be left out, of the copies as well, one by
+ * one; and its matcher takes exponential time over back references.
  * That is theirs, and known; what is looked for here is ours.
  */
 inline bool isCostly(const std::string& expression)
 {
     const auto isDigit = [](char byte) { return byte >= '0' && byte <= '9'; };
     const auto pluses = std::count(expression.begin(), expression.end(), '+');
+    const auto optional = std::count_if(expression.begin(), expression.end(),
+                                        [](char byte) { return byte == '?' || byte == '*'; });
     const auto counts = std::count(expression.begin(), expression.end(), '{');
-    if (expression.size() > 100 || pluses + 8 * counts > 8) {
+    if (expression.size() > 100 || pluses + 8 * counts > 8 ||
+        (pluses + 8 * counts) * optional > 64) {
         return true;
     }
     for (std::size_t i = 0; i + 1 < expression.size(); ++i) {
