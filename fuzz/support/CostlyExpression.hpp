@@ -19,7 +19,7 @@ inline bool isCostly(const std::string& expression)
                                         [](char byte) { return byte == '?' || byte == '*'; });
     const auto counts = std::count(expression.begin(), expression.end(), '{');
     if (expression.size() > 100 || pluses + 8 * counts > 8 ||
-        (pluses + 8 * counts) * optional > 64) {
+        (1 + pluses + 8 * counts) * optional > 32) {
         return true;
     }
     for (std::size_t i = 0; i + 1 < expression.size(); ++i) {

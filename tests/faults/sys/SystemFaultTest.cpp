@@ -106,6 +106,9 @@ TEST(SystemFaultDeathTest, AHostNameIsAskedForAgain)
 
 TEST(SystemFaultDeathTest, AHostNameIsWholeOrNone)
 {
+#if defined __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer has a pthread_once of its own, which an exception leaves locked";
+#endif
     FAULTS_IN_NEW_PROCESS([] {
         char name[512];
         ASSERT_EQ(0, gethostname(name, sizeof name));
