@@ -9,9 +9,9 @@
 
 /**
  * @file
- * The vectors of the library. Their code is in it once, for the vectors of strings, of pairs of them
- * and of the arithmetic types. Users compile their own all the same: what a vector consists of
- * belongs to the standard library that they are built with, which may be a later one.
+ * The vectors of the library: of strings, of pairs of them and of the arithmetic types. It instantiates
+ * them for its own use and does not export their code. Users compile their own: what a vector consists
+ * of belongs to the standard library that they are built with, which may be a later one.
  */
 
 namespace com::kor::dal::nim::type {
