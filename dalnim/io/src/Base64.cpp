@@ -217,7 +217,7 @@ private:
 
     void add(unsigned char value)
     {
-        bits = bits << 6 | value;
+        bits = (bits & 0x3FFFF) << 6 | value;
         ++symbols;
     }
 

@@ -111,7 +111,7 @@ public:
     /** The position behind the innermost element's tag where it stands at `p`, else null. */
     char* skipTag(char* p) const
     {
-        if (length - 1 < sizeof head && end - p >= SCAN_WIDTH) {
+        if (length != 0 && length <= sizeof head && end - p >= SCAN_WIDTH) {
             const unsigned different = ~bitsOf(_mm_cmpeq_epi8(load(p), head)) & ((1U << length) - 1);
             return different == 0 ? p + length : nullptr;
         }

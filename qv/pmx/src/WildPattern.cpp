@@ -156,7 +156,8 @@ bool WildPattern::Front::advance(char byte)
     const std::size_t lowest = _first;
     _last = 0;
     bool alive = false;
-    for (std::size_t place = highest + 1; place-- > lowest;) {
+    for (std::size_t place = highest + 1; place > lowest;) {
+        --place;
         const bool arrives = place > lowest && _reached[place - 1] && takes(place - 1, byte);
         const bool stays = _reached[place] && place < _tokens.size() && _tokens[place].repeated
             && takes(place, byte);

@@ -26,7 +26,8 @@ std::size_t run_at_front(std::string_view text, std::string_view set)
 
 std::string_view without_run_at_end(std::string_view text, std::string_view set)
 {
-    return text.substr(0, text.find_last_not_of(set) + 1);
+    const std::size_t last = text.find_last_not_of(set);
+    return last == std::string_view::npos ? std::string_view() : text.substr(0, last + 1);
 }
 
 }
