@@ -1,39 +1,126 @@
-// Feeds inputs to a fuzz target without a fuzzer: every file in the folders that are named.
+// Feeds inputs to a fuzz target without a fuzzer: every file in the folders that are named; behind
+// --mutate, what the target's own mutator makes of them, and always the same.
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <random>
+#include <string>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-int main(int argc, char** argv)
+// Null in a target without one.
+extern "C" [[gnu::weak]] std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
+                                                             std::size_t max_size, unsigned int seed);
+
+namespace {
+
+typedef std::vector<std::uint8_t> Input;
+
+constexpr std::size_t MAX_SIZE = 4096;
+
+std::minstd_rand randomNumber;
+
+std::vector<std::filesystem::path> filesOf(const std::vector<std::string>& folders)
 {
-    std::vector<std::filesystem::path> inputs;
-    for (int i = 1; i < argc; ++i) {
-        for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-            inputs.push_back(entry.path());
+    std::vector<std::filesystem::path> files;
+    for (const std::string& folder : folders) {
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+            files.push_back(entry.path());
         }
     }
-    std::sort(inputs.begin(), inputs.end());
-    if (inputs.empty()) {
-        std::cerr << "no inputs\n";
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+bool readFile(const std::filesystem::path& path, Input& input)
+{
+    std::ifstream file(path, std::ios::binary);
+    input.assign(std::istreambuf_iterator<char>(file), {});
+    return file.is_open();
+}
+
+void run(const Input& input)
+{
+    LLVMFuzzerTestOneInput(input.data(), input.size());
+}
+
+/** Each one is made from one of the inputs, or of what was made of one. */
+void runMutations(std::vector<Input> inputs)
+{
+    const std::size_t count = std::getenv("DALNIM_TEST_LONG") != nullptr ? 1000000 : 20000;
+    const std::size_t kept = 4 * inputs.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        Input input = inputs[randomNumber() % inputs.size()];
+        const std::size_t size = input.size();
+        input.resize(std::max(size, MAX_SIZE));
+        input.resize(LLVMFuzzerCustomMutator(input.data(), size, input.size(),
+                                             static_cast<unsigned int>(randomNumber())));
+        run(input);
+        if (inputs.size() < kept) {
+            inputs.push_back(input);
+        } else if (i % 4 == 0) {
+            inputs[kept / 4 + randomNumber() % (kept - kept / 4)] = input;
+        }
+    }
+    std::cout << count << " mutations\n";
+}
+
+}
+
+/** For mutators: a byte is changed, added or lost. The fuzzer has more to offer. */
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max_size)
+{
+    const auto byte = static_cast<std::uint8_t>(randomNumber() % 256);
+    const std::size_t at = randomNumber() % (size + 1);
+    if (at < size && byte % 4 == 0) {
+        std::copy(data + at + 1, data + size, data + at);
+        return size - 1;
+    }
+    if (size < max_size && byte % 4 == 1) {
+        std::copy_backward(data + at, data + size, data + size + 1);
+        data[at] = static_cast<std::uint8_t>(randomNumber() % 256);
+        return size + 1;
+    }
+    if (at < size) {
+        data[at] = byte;
+    }
+    return size;
+}
+
+int main(int argc, char** argv)
+{
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    const bool mutate = !arguments.empty() && arguments[0] == "--mutate";
+    arguments.erase(arguments.begin(), arguments.begin() + (mutate ? 1 : 0));
+    const std::vector<std::filesystem::path> files = filesOf(arguments);
+    if (files.empty() || (mutate && LLVMFuzzerCustomMutator == nullptr)) {
+        std::cerr << "no inputs, or no mutator\n";
         return 1;
     }
 
-    for (const auto& input : inputs) {
-        // Where one ends the process, it is the last that was named.
-        std::cout << input.native() << std::endl;
-        std::ifstream file(input, std::ios::binary);
-        const std::vector<std::uint8_t> data{std::istreambuf_iterator<char>(file), {}};
-        if (!file.is_open()) {
-            std::cerr << "cannot be read\n";
+    std::vector<Input> inputs;
+    for (const auto& file : files) {
+        Input input;
+        if (!readFile(file, input)) {
+            std::cerr << file.native() << " cannot be read\n";
             return 1;
         }
-        LLVMFuzzerTestOneInput(data.data(), data.size());
+        if (!mutate) {
+            // Where one ends the process, it is the last that was named.
+            std::cout << file.native() << std::endl;
+            run(input);
+        }
+        inputs.push_back(input);
+    }
+    if (mutate) {
+        runMutations(inputs);
     }
     std::cout << inputs.size() << " inputs\n";
 }

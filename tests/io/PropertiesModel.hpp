@@ -3,35 +3,56 @@
 
 #include <cctype>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
+#include <set>
 #include <string>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 namespace propertiestest {
 
 /**
  * The properties format once more, as plainly as it can be told: a byte after the other, a line after
- * the other. It knows includes of the file itself only; every other one cannot be opened.
+ * the other, a file within the other.
  */
 class Model
 {
 public:
-    std::map<std::string, std::string> table;
+    typedef std::map<std::string, std::string> Table;
+
+    Table table;
     std::string warnings;
     /** Empty if the text is well-formed. */
     std::string error;
+    /** Whether there were more includes than it is made for; then the rest means nothing. */
+    bool gaveUp = false;
 
-    Model(const std::string& text, const std::string& file_folder, const std::string& file_name,
-          bool report_all, bool keep_ws)
-        : folder(file_folder), name(file_name), report(report_all), keep(keep_ws)
+    /** Loads the text of that file into a table that holds `before`. */
+    Model(const std::string& text, const std::string& folder, const std::string& name, bool report_all,
+          bool keep_ws, Table before = {})
+        : table(std::move(before)), keep(keep_ws), seen{folder + name}
     {
-        cutIntoLines(text);
-        while (next < lines.size() && error.empty()) {
-            readLogicalLine();
-        }
+        readFile({folder, name, report_all, cutIntoLines(text), 0});
     }
 
 private:
+    static constexpr std::size_t MAX_DEPTH = 60;
+    static constexpr std::size_t MAX_FILES = 300;
+
+    struct File
+    {
+        std::string folder;
+        std::string name;
+        bool report;
+        std::vector<std::string> lines;
+        /** The number of lines read, and so of the line read last. */
+        std::size_t next;
+    };
+
     /** A decoded byte, and whether it counts as white space when the end is trimmed. */
     struct Byte
     {
@@ -53,9 +74,9 @@ private:
         return value < base ? value : -1;
     }
 
-    void cutIntoLines(const std::string& text)
+    static std::vector<std::string> cutIntoLines(const std::string& text)
     {
-        lines.emplace_back();
+        std::vector<std::string> lines(1);
         for (const char c : text) {
             if (c == '\n') {
                 lines.emplace_back();
@@ -66,11 +87,53 @@ private:
         if (lines.back().empty()) {
             lines.pop_back();
         }
+        return lines;
+    }
+
+    void readFile(File file)
+    {
+        // The one that includes it waits here.
+        std::swap(file, current);
+        ++depth;
+        while (current.next < current.lines.size() && error.empty()) {
+            readLogicalLine();
+        }
+        --depth;
+        std::swap(file, current);
+    }
+
+    void include(const std::string& path)
+    {
+        if (!seen.insert(path).second) {
+            return;
+        }
+        std::ifstream file;
+        std::error_code error_code;
+        if (path.find('\0') == std::string::npos && !std::filesystem::is_directory(path, error_code)) {
+            file.open(path, std::ios_base::binary);
+        }
+        if (!file.is_open()) {
+            fail("failed to open include file: \"" + path + "\"");
+            return;
+        }
+        if (depth == MAX_DEPTH || seen.size() == MAX_FILES) {
+            gaveUp = true;
+            fail("too many");
+            return;
+        }
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        const std::size_t start = path.rfind('/') + 1;
+        readFile({path.substr(0, start), path.substr(start), current.report, cutIntoLines(text), 0});
     }
 
     void fail(const std::string& text)
     {
-        error = "ERROR: " + name + ":" + std::to_string(next) + ": " + text;
+        error = "ERROR: " + position() + ": " + text;
+    }
+
+    std::string position() const
+    {
+        return current.name + ":" + std::to_string(current.next);
     }
 
     void readLogicalLine()
@@ -80,10 +143,10 @@ private:
         do {
             const bool continuation = continued;
             continued = false;
-            if (next == lines.size()) {
+            if (current.next == current.lines.size()) {
                 break;
             }
-            std::string line = lines[next++];
+            std::string line = current.lines[current.next++];
             while (!line.empty() && isSpace(line[0])) {
                 line.erase(0, 1);
             }
@@ -199,9 +262,8 @@ private:
                 ++i;
             }
         }
-        if (table.count(key) != 0 && report) {
-            warnings +=
-                "WARNING: " + name + ":" + std::to_string(next) + ": Overriding property \"" + key + "\"\n";
+        if (table.count(key) != 0 && current.report) {
+            warnings += "WARNING: " + position() + ": Overriding property \"" + key + "\"\n";
         }
         table[key] = text.substr(i);
     }
@@ -239,27 +301,24 @@ private:
             if (argument != "error" && argument != "warning" && argument != "note") {
                 fail("invalid arg for %pragma severity: \"" + argument + "\"");
             } else {
-                report = argument != "error";
+                current.report = argument != "error";
             }
         } else if (command == "include") {
             if (argument.size() < 2 || argument[0] != '"' || argument[argument.size() - 1] != '"') {
                 fail("invalid arg for %pragma include: \"" + argument + "\"");
-            } else if (argument != "\"" + name + "\"") {
-                fail("failed to open include file: \"" + folder + argument.substr(1, argument.size() - 2) +
-                     "\"");
+            } else {
+                include(current.folder + argument.substr(1, argument.size() - 2));
             }
         } else {
             fail("unknown %pragma command: \"" + command + "\"");
         }
     }
 
-    std::string folder;
-    std::string name;
-    bool report;
-    bool keep;
-    std::vector<std::string> lines;
-    /** The number of lines read, and so of the line read last. */
-    std::size_t next = 0;
+    const bool keep;
+    File current = {};
+    std::size_t depth = 0;
+    /** The paths of the files that have been read or opened. */
+    std::set<std::string> seen;
 };
 
 }
