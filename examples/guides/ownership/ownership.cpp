@@ -1,0 +1,79 @@
+#include <dalnim/nim.hpp>
+
+#include <iostream>
+#include <map>
+
+using namespace com::kor::dal::nim;
+
+namespace {
+
+/** A counted object: its destructor is for the last reference alone. */
+class Page : public mem::RefCntObject
+{
+public:
+    explicit Page(const String& page_title) : title(page_title) {}
+
+    const String title;
+    String text;
+
+protected:
+    ~Page() override
+    {
+        std::cout << title << " goes\n";
+    }
+};
+
+typedef mem::RcoRef<Page> PageRef;
+typedef mem::ConstRcoRef<Page> ConstPageRef;
+
+/** Counted for others, but not by them: its owner is the block that it stands in. */
+class Cover : public mem::RefCntObject
+{
+public:
+    Cover() : RefCntObject(false, false) {}
+    ~Cover() override
+    {
+        std::cout << "the cover goes\n";
+    }
+};
+
+// Who only looks takes a reference by const reference, and moves no count.
+void read(const ConstPageRef& page)
+{
+    std::cout << page->title << ": " << page->text << ", held by " << page->refCount() << '\n';
+}
+
+}
+
+int main()
+{
+    PageRef page = new Page("first page");
+    page->text = "once upon a time";
+
+    std::map<String, ConstPageRef> book;
+    book["beginning"] = page;
+    read(page);
+
+    page = new Page("last page");
+    std::cout << "the book keeps " << book["beginning"]->title << '\n';
+    book["beginning"] = page;
+
+    // The count is in the object: a plain pointer may become a reference anywhere.
+    Page* const plain = page.get();
+    {
+        const PageRef another = plain;
+        read(another);
+    }
+    book.clear();
+    page.clear();
+
+    try {
+        read(page);
+    } catch (const sys::system_error& failure) {
+        std::cout << failure.error() << ": " << failure.what() << '\n';
+    }
+
+    Cover cover;
+    const mem::RcoRef<Cover> binding = &cover;
+    std::cout << "the cover is held by " << binding->refCount() << '\n';
+}
