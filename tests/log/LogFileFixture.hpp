@@ -4,11 +4,11 @@
 #include <dalnim/log/LogFile.hpp>
 
 #include "support/Files.hpp"
+#include "support/InChildProcess.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -19,7 +19,6 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace logfiletest {
@@ -27,6 +26,7 @@ namespace logfiletest {
 using com::kor::dal::nim::String;
 using com::kor::dal::nim::log::LogFile;
 using com::kor::dal::nim::log::LogFileRef;
+using support::inChildProcess;
 
 /** A scratch folder that every user can enter. */
 class Folder : public support::ScratchFolder
@@ -183,22 +183,6 @@ inline std::vector<String> namesIn(const String& folder)
     }
     std::sort(names.begin(), names.end());
     return names;
-}
-
-/** How the child process fared in which `body` ran: 0 without a failed expectation. */
-template <class Body>
-int inChildProcess(Body body)
-{
-    std::fflush(nullptr);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        body();
-        std::fflush(nullptr);
-        ::_exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    EXPECT_EQ(child, ::waitpid(child, &status, 0));
-    return status;
 }
 
 /** A log file in a folder, with standard error captured. */

@@ -9,10 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace faults {
@@ -60,22 +58,6 @@ String failureOf(Call call, int error, Operation operation)
             ::_exit(testing::Test::HasFailure() ? 1 : 0);      \
         },                                                     \
         testing::ExitedWithCode(0), "")
-
-/** How the child process fared in which `body` ran: 0 without a failed expectation. */
-template <class Body>
-int inChildProcess(Body body)
-{
-    std::fflush(nullptr);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        body();
-        std::fflush(nullptr);
-        ::_exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    EXPECT_EQ(child, ::waitpid(child, &status, 0));
-    return status;
-}
 
 }
 

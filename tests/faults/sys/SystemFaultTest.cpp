@@ -1,6 +1,7 @@
 #include "layer/Expect.hpp"
 #include "layer/Fault.hpp"
 #include "layer/Walk.hpp"
+#include "support/InChildProcess.hpp"
 
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/SysError.hpp>
@@ -11,6 +12,7 @@
 #include <ctime>
 
 #include <netdb.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -19,6 +21,7 @@ using namespace faults;
 using com::kor::dal::nim::StringVector;
 using com::kor::dal::nim::sys::System;
 using com::kor::dal::nim::sys::system_error;
+using support::inChildProcess;
 
 TEST(SystemFault, TimesThatCannotBeTold)
 {

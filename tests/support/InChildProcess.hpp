@@ -1,0 +1,31 @@
+#ifndef DALNIM_TESTS_SUPPORT_INCHILDPROCESS_HPP
+#define DALNIM_TESTS_SUPPORT_INCHILDPROCESS_HPP
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace support {
+
+/** How the child process fared in which `body` ran: 0 without a failed expectation. */
+template <class Body>
+int inChildProcess(Body body)
+{
+    std::fflush(nullptr);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        body();
+        std::fflush(nullptr);
+        ::_exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    EXPECT_EQ(child, ::waitpid(child, &status, 0));
+    return status;
+}
+
+}
+
+#endif
