@@ -5,6 +5,7 @@
 #include <dalnim/log/Common.hpp>
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/AppendFile.hpp>
+#include <dalnim/log/src/FileTrace.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/mt/MutexHolder.hpp>
@@ -17,8 +18,7 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <locale>
-#include <sstream>
+#include <new>
 #include <stdexcept>
 #include <sys/stat.h>
 
@@ -43,17 +43,6 @@ RX_String toRX(const String& text)
     return RX_String(text.data(), text.size());
 }
 
-/** A diagnostic on standard error, written in one piece. */
-template <class... Texts>
-void trace(unsigned int line, const char* function, const Texts&... texts)
-{
-    std::ostringstream message;
-    message.imbue(std::locale::classic());
-    message << "LogFile:" << line << ':' << function << "(): ";
-    (message << ... << texts) << '\n';
-    std::cerr << message.str() << std::flush;
-}
-
 /** Whether `stream` has taken `line`. What it raises, if it is asked to, is a refusal like any other. */
 bool take(std::ostream& stream, std::string_view line)
 {
@@ -61,6 +50,19 @@ bool take(std::ostream& stream, std::string_view line)
         return stream.write(line.data(), static_cast<std::streamsize>(line.size())).flush().good();
     } catch (const std::exception&) {
         return false;
+    }
+}
+
+/** Puts a line that its own stream has refused on standard error, where it survives. */
+void rescue(std::string_view line)
+{
+    std::ostream& stream = fallbackStream();
+    try {
+        take(stream, String(STREAM_COMPLAINT).append(1, '\n').append(line));
+    } catch (const std::bad_alloc&) {
+        take(stream, STREAM_COMPLAINT);
+        take(stream, "\n");
+        take(stream, line);
     }
 }
 
@@ -190,8 +192,8 @@ void LogFile::logLine(std::string_view line)
     std::ostream* stream = unlockedGetStream();
     if (!unlockedTake(*stream, line)) {
         // Refused now or before: the record survives here, and the next one tries the same again.
+        rescue(line);
         stream = &fallbackStream();
-        take(*stream, String(STREAM_COMPLAINT).append(1, '\n').append(line));
     }
 
     if (maxFileSize != 0 && hasReachedLimit(*stream)) {
@@ -352,7 +354,9 @@ void LogFile::countLogFiles()
     RX_FilespecIterator files(RX_Filespec(pattern, RX_Filespec::DONTCARE, 1), 1);
     while (files.next() != 0) {
         ++numFiles;
-        trace(__LINE__, "countLogFiles", "Found file [", files.filespec(), "]");
+        const RX_String& name = files.filespec();
+        FileTrace::tell(__LINE__, "countLogFiles", "Found file [",
+                        std::string_view(name.data(), name.length()), "]");
     }
 }
 
@@ -360,9 +364,9 @@ void LogFile::removeFiles(std::size_t from, std::size_t to)
 {
     for (std::size_t number = from; number <= to; ++number) {
         const String name = oldFile(number);
-        trace(__LINE__, "removeFiles", "Removing file [", name, "] ...");
+        FileTrace::tell(__LINE__, "removeFiles", "Removing file [", name, "] ...");
         if (std::remove(name.c_str()) == -1) {
-            trace(__LINE__, "removeFiles", "Could not remove file [", name, "]");
+            FileTrace::tell(__LINE__, "removeFiles", "Could not remove file [", name, "]");
         }
     }
 }
@@ -372,14 +376,14 @@ void LogFile::switchFile()
     if (outputPath.empty()) {
         return;
     }
-    trace(__LINE__, "switchFile", "Switching log file [", outputPath, "] ...");
+    FileTrace::tell(__LINE__, "switchFile", "Switching log file [", outputPath, "] ...");
     try {
         if (dynamic_cast<std::ofstream*>(outputStream) == nullptr) {
             throw std::invalid_argument("Current log stream is not a std::ofstream.");
         }
         AppendFile* const file = ownedOutStream.get();
         file->close();
-        trace(__LINE__, "switchFile", "numFiles=", numFiles, " maxFiles=", maxFiles);
+        FileTrace::tell(__LINE__, "switchFile", "numFiles=", numFiles, " maxFiles=", maxFiles);
         makeRoom();
         shiftFiles();
         move(outputPath, oldFile(0));
@@ -391,7 +395,7 @@ void LogFile::switchFile()
         }
     } catch (const std::exception& exc) {
         // The line in hand is written: no record fails because its file could not be rotated.
-        trace(__LINE__, "switchFile", "ERROR: ", exc.what());
+        FileTrace::tell(__LINE__, "switchFile", "ERROR: ", exc.what());
         unlockedRevertStream();
     }
 }
@@ -403,10 +407,11 @@ void LogFile::makeRoom()
         return;
     }
     const String oldest = oldFile(numFiles - 1);
-    trace(__LINE__, "switchFile", "Removing [", oldest, "]");
+    FileTrace::tell(__LINE__, "switchFile", "Removing [", oldest, "]");
     if (std::remove(oldest.c_str()) == -1) {
         const int error = errno;
-        trace(__LINE__, "switchFile", "Failed to remove [", oldest, "]: ", sys::sys_err_string(error));
+        FileTrace::tell(__LINE__, "switchFile", "Failed to remove [", oldest,
+                        "]: ", sys::sys_err_string(error));
     }
 }
 
@@ -419,7 +424,7 @@ void LogFile::shiftFiles()
 
 void LogFile::move(const String& from, const String& to)
 {
-    trace(__LINE__, "switchFile", "Moving [", from, "] to [", to, "]");
+    FileTrace::tell(__LINE__, "switchFile", "Moving [", from, "] to [", to, "]");
     if (std::rename(from.c_str(), to.c_str()) == -1) {
         const int error = errno;
         throw sys::system_error(error, "Failed to move old log files: " + sys::sys_err_string(error));

@@ -2,6 +2,7 @@
 
 #include "layer/Expect.hpp"
 #include "layer/Fault.hpp"
+#include "layer/FixedErr.hpp"
 #include "layer/Walk.hpp"
 #include "log/LogFileFixture.hpp"
 
@@ -226,39 +227,9 @@ TEST_F(RotationCallsFault, OldFilesThatCannotBeRemovedAreTraced)
 
 // ---- memory ---------------------------------------------------------------------------------
 
-/** Standard error that needs no memory. */
-class FixedErr
-{
-public:
-    FixedErr() : before(std::cerr.rdbuf(&buffer)) {}
-    FixedErr(const FixedErr&) = delete;
-    FixedErr& operator=(const FixedErr&) = delete;
-    ~FixedErr()
-    {
-        std::cerr.rdbuf(before);
-        std::cerr.clear();
-    }
-
-private:
-    class Buffer : public std::streambuf
-    {
-        int_type overflow(int_type byte) override
-        {
-            return traits_type::not_eof(byte);
-        }
-        std::streamsize xsputn(const char*, std::streamsize count) override
-        {
-            return count;
-        }
-    };
-
-    Buffer buffer;
-    std::streambuf* before;
-};
-
 TEST_F(LogFileCallsFault, ALineIsWrittenWhollyOrNotAtAll)
 {
-    const FixedErr fixed;
+    const faults::FixedErr fixed;
     for (const bool isOpen : {false, true}) {
         for (const String& line : {String("short"), String(3000, 'x')}) {
             faults::walkAllocations(
@@ -289,7 +260,7 @@ TEST_F(LogFileCallsFault, ALineIsWrittenWhollyOrNotAtAll)
 
 TEST_F(LogFileCallsFault, SettingsAreTakenOrMissMemory)
 {
-    const FixedErr fixed;
+    const faults::FixedErr fixed;
     create(old(0), "zero\n");
     EXPECT_GE(faults::walkAllocations([&] { return LogFileRef(new LogFile); },
                                       [&](LogFileRef& log) { log->setPath(path); },
@@ -299,6 +270,124 @@ TEST_F(LogFileCallsFault, SettingsAreTakenOrMissMemory)
                                           }
                                       }),
               3u);
+}
+
+/** A path that is too long for the usual trace, so that each trace asks for memory. */
+String longPath(const Folder& folder)
+{
+    const String directory = folder / String(200, 'a') + '/' + String(200, 'b') + '/' + String(200, 'c');
+    std::filesystem::create_directories(directory);
+    return directory + '/' + String(200, 'd');
+}
+
+TEST_F(LogFileCallsFault, ARotationEndsOrGoesBackToStandardErrorAndSaysSo)
+{
+    faults::FixedErr fixed;
+    // The first call of a thread needs memory of its own.
+    faults::WalkOptions options;
+    options.onThisThread = true;
+    for (const String& name : {path, longPath(folder)}) {
+        const String line = "0123456789";
+        faults::walkAllocations(
+            [&] {
+                std::filesystem::remove(name);
+                std::filesystem::remove(name + ".0");
+                create(name + ".0", "zero\n");
+                std::filesystem::remove(name + ".1");
+                LogFileRef log(new LogFile);
+                log->setPath(name);
+                log->log("before");
+                log->setMaxFileSize(10);
+                fixed.take();
+                return log;
+            },
+            [&](LogFileRef& log) { log->log(line); },
+            [&](LogFileRef& log, bool done) {
+                EXPECT_TRUE(done);
+                const String traces = fixed.take();
+                EXPECT_THAT(traces, HasSubstr("switchFile(): Switching log file [" + name + "] ...\n"));
+                String all;
+                for (const char* const number : {".1", ".0", ""}) {
+                    all += exists(name + number) ? contentOf(name + number) : String();
+                }
+                EXPECT_EQ("zero\nbefore\n0123456789\n", all);
+                if (log->getPath().empty()) {
+                    EXPECT_THAT(traces, testing::EndsWith("switchFile(): ERROR: std::bad_alloc\n"));
+                    log->log("next");
+                    EXPECT_EQ("next\n", fixed.take());
+                } else {
+                    EXPECT_THAT(traces, testing::Not(HasSubstr("ERROR")));
+                    EXPECT_EQ("", contentOf(name));
+                    log->log("next");
+                    EXPECT_EQ("next\n", contentOf(name));
+                }
+            },
+            options);
+    }
+}
+
+/** Standard error raises what it refuses, and refuses everything. */
+class RaisingErr
+{
+public:
+    RaisingErr() : before(std::cerr.rdbuf(nullptr))
+    {
+        std::cerr.clear();
+        try {
+            std::cerr.exceptions(std::ios_base::badbit);
+        } catch (const std::ios_base::failure&) {
+            // Without a buffer it is bad from the start; the mask is set all the same.
+        }
+    }
+    RaisingErr(const RaisingErr&) = delete;
+    RaisingErr& operator=(const RaisingErr&) = delete;
+    ~RaisingErr()
+    {
+        std::cerr.exceptions(std::ios_base::goodbit);
+        std::cerr.rdbuf(before);
+    }
+
+private:
+    std::streambuf* before;
+};
+
+TEST_F(LogFileCallsFault, ARotationThatCannotTellEndsAllTheSame)
+{
+    create(old(0), "zero\n");
+    open(10);
+    file->log("before");
+    {
+        const RaisingErr raising;
+        EXPECT_NO_THROW(file->log("0123456789"));
+    }
+    EXPECT_EQ("before\n0123456789\n", contentOf(old(0)));
+    EXPECT_EQ("zero\n", contentOf(old(1)));
+    Fault fault(Call::RENAME, EIO);
+    EXPECT_EQ("", faults::failureUnder(fault, [&] {
+        const RaisingErr raising;
+        file->log("9876543210");
+    }));
+    EXPECT_EQ("", file->getPath());
+    logNext("next");
+    EXPECT_EQ("next\n", err.take());
+}
+
+TEST_F(LogFileCallsFault, ALineThatIsRefusedSurvivesWithoutMemory)
+{
+    faults::FixedErr fixed;
+    for (const String& line : {String("short"), String(3000, 'x')}) {
+        LogFileRef log(new LogFile);
+        log->setPath(path);
+        log->log("one");
+        {
+            const Fault refused(Call::WRITE, ENOSPC);
+            Fault memory(Call::NEW, ENOMEM, line.size() < 1000 ? 1 : 2);
+            EXPECT_EQ("", faults::failureUnder(memory, [&] { log->log(line); }));
+            EXPECT_EQ(1u, memory.failed());
+        }
+        EXPECT_EQ(COMPLAINT + line + "\n", fixed.take());
+        log->close();
+    }
 }
 
 }
