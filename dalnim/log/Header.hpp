@@ -22,7 +22,12 @@ class DALNIM_API Header : public std::ostringstream
 public:
     static constexpr const char CLASS_NAME[] = "Header";
 
-    /** @param file is kept as a pointer: a literal that outlives the record */
+    /**
+     * @param file is kept as a pointer: a literal that outlives the record
+     *
+     * An insertion into the stream that misses memory sets its badbit, as in every stream; a logger
+     * refuses such a record with `std::bad_alloc` instead of writing a part of it.
+     */
     Header(Severity severity, const char* file, unsigned int line);
     ~Header() override;
 
@@ -68,11 +73,21 @@ public:
 
 private:
     friend class Log;
+    friend class Module;
     friend class ThreadHeader;
     friend class Write;
 
     /** What str() copies, where it stands: until the next insertion. */
     std::string_view text() const noexcept;
+
+    /** Throws std::bad_alloc where memory has run out within the text, which would go out cut. */
+    void requireWhole() const
+    {
+        if (bad()) {
+            throwIfCut();
+        }
+    }
+    void throwIfCut() const;
 
     /** Makes it an empty record again; false when only a new one would be as good as new. */
     bool restore() noexcept;

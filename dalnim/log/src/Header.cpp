@@ -9,14 +9,51 @@
 #include <cstddef>
 #include <ctime>
 #include <locale>
+#include <new>
 #include <typeinfo>
 
 namespace com::kor::dal::nim::log {
 
+namespace {
+
+/**
+ * The area of output of a stream buffer. It is its subclasses' own; its members can be named in one of
+ * them only.
+ */
+struct Area : std::stringbuf
+{
+    static const char* begin(const std::stringbuf& buffer)
+    {
+        return (buffer.*&Area::pbase)();
+    }
+    static const char* position(const std::stringbuf& buffer)
+    {
+        return (buffer.*&Area::pptr)();
+    }
+    /** Behind the position of output there is more text when the statement has gone back in it. */
+    static const char* endOfText(const std::stringbuf& buffer)
+    {
+        return std::max<const char*>(position(buffer), (buffer.*&Area::egptr)());
+    }
+    static const char* end(const std::stringbuf& buffer)
+    {
+        return (buffer.*&Area::epptr)();
+    }
+};
+
+/** One byte more than a string without memory of its own has room for. */
+constexpr char FIRST_TEXT[] = "0123456789abcdef";
+
+}
+
 Header::Header(Severity sev, const char* source_file, unsigned int source_line)
     : std::ostringstream(std::ios_base::out), severity(sev), file(source_file), line(source_line),
       thread(sys::System::threadId()), when(std::time(nullptr))
-{}
+{
+    // Takes the memory for a text of the usual length now: see throwIfCut().
+    rdbuf()->sputn(FIRST_TEXT, sizeof FIRST_TEXT - 1);
+    str(String());
+}
 
 Header::~Header() = default;
 
@@ -27,38 +64,28 @@ String Header::getSeverityName() const
 
 std::string_view Header::text() const noexcept
 {
-    // The area of a stream buffer is its subclasses' own; its members can be named in one of them only.
-    struct Area : std::stringbuf
-    {
-        static const char* begin(const std::stringbuf& buffer)
-        {
-            return (buffer.*&Area::pbase)();
-        }
-        static const char* end(const std::stringbuf& buffer)
-        {
-            // Behind the position of output there is more text when the statement has gone back in it.
-            return std::max((buffer.*&Area::pptr)(), (buffer.*&Area::egptr)());
-        }
-    };
     const std::stringbuf& buffer = *rdbuf();
     const char* const first = Area::begin(buffer);
-    return first == nullptr ? std::string_view()
-                            : std::string_view(first, static_cast<std::size_t>(Area::end(buffer) - first));
+    return std::string_view(first, static_cast<std::size_t>(Area::endOfText(buffer) - first));
+}
+
+void Header::throwIfCut() const
+{
+    // The stream swallows the exception of a text that finds no memory to grow, and shows it as it shows
+    // a null pointer for a text. But only the former leaves the area full to its last byte; the latter
+    // does where it comes behind just so many bytes, 512 or twice that once or several times, and is
+    // taken for it there.
+    if (Area::position(*rdbuf()) == Area::end(*rdbuf())) {
+        throw std::bad_alloc();
+    }
 }
 
 bool Header::restore() noexcept
 {
     // A longer text than records usually have gives its memory back.
     constexpr std::ptrdiff_t KEPT_SIZE = 4096;
-    struct Room : std::stringbuf
-    {
-        static std::ptrdiff_t of(const std::stringbuf& buffer)
-        {
-            return (buffer.*&Room::epptr)() - (buffer.*&Room::pbase)();
-        }
-    };
     const std::ios& base = *this;
-    if (base.rdbuf() != rdbuf() || Room::of(*rdbuf()) > KEPT_SIZE) {
+    if (base.rdbuf() != rdbuf() || Area::end(*rdbuf()) - Area::begin(*rdbuf()) > KEPT_SIZE) {
         return false;
     }
     // What users of the stream have hung onto it: nothing but its end tells them that it has ended.

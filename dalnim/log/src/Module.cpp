@@ -72,6 +72,7 @@ Module& Module::operator+=(std::ostream& header)
     if (record == nullptr) {
         throw std::invalid_argument("Supplied std::ostream is not an NIM Log Header.");
     }
+    record->requireWhole();
     logger.log(*this, *record, false);
     return *this;
 }

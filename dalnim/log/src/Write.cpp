@@ -173,6 +173,8 @@ void Write::revertStreamHeader(int error) const
 bool Write::writeHeader(const String& msg, Severity sev) const
 {
     std::ostringstream header;
+    // A text that misses memory is to fail, not to be cut.
+    header.exceptions(std::ios_base::badbit);
     writeLogMessage(header, msg, sev);
     writeLogConfig(header);
     return logFile->begin(header.str());

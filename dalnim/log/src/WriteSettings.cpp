@@ -96,6 +96,7 @@ void Write::reportChange(unsigned int line, const char* setting, Writer writeOld
     Header report(Severity_INFO, REPORT_SOURCE, line);
     report.os() << "Changing logging setting: " << setting << std::endl;
     writeOldAndNew(report.os());
+    report.requireWhole();
     log(INTERNAL_LOG_MODULE, report, true);
 }
 

@@ -1,0 +1,200 @@
+// Log statements that miss memory on their way.
+
+#include "layer/Expect.hpp"
+#include "layer/Fault.hpp"
+#include "layer/FixedErr.hpp"
+#include "layer/Walk.hpp"
+#include "log/LogFileFixture.hpp"
+
+#include <dalnim/log/Module.hpp>
+#include <dalnim/log/Statement.hpp>
+#include <dalnim/log/Write.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+
+namespace {
+
+using namespace logfiletest;
+using com::kor::dal::nim::log::GET_NIM_LOG_LOGGER_VAR;
+using com::kor::dal::nim::log::Module;
+using com::kor::dal::nim::log::Write;
+using com::kor::dal::nim::sys::StackTrack;
+using com::kor::dal::nim::sys::system_error;
+
+/** A logger of its own on a file, without a prefix. */
+struct Logger
+{
+    explicit Logger(const String& path) : module("faults", write)
+    {
+        write.setOutputMask(0);
+        write.setPath(path);
+    }
+
+    Write write;
+    Module module;
+};
+typedef std::unique_ptr<Logger> LoggerRef;
+
+class StatementFault : public testing::Test
+{
+protected:
+    StatementFault() : path(folder / "server.log") {}
+
+    LoggerRef newLogger() const
+    {
+        std::filesystem::remove(path);
+        auto logger = std::make_unique<Logger>(path);
+        NIM_LOG_TO(logger->module, Severity_ERROR) << "first";
+        return logger;
+    }
+
+    /** Walks a statement, which writes `record` or fails and writes nothing. */
+    template <class Statement>
+    unsigned int walk(const String& record, Statement statement)
+    {
+        return faults::walkAllocations(
+            [this] { return newLogger(); },
+            [&](LoggerRef& logger) { statement(logger->module); },
+            [&](LoggerRef&, bool done) {
+                EXPECT_EQ(" : first\n" + (done ? " : " + record + "\n" : String()), contentOf(path));
+            });
+    }
+
+    const Folder folder;
+    const String path;
+};
+
+TEST_F(StatementFault, ARecordIsWrittenWhollyOrNotAtAll)
+{
+    for (const std::size_t size : {10, 500, 511, 512, 513, 1024, 5000, 100000}) {
+        SCOPED_TRACE(size);
+        const String text(size, 't');
+        EXPECT_GE(walk(text + "|12345", [&](Module& module) {
+            NIM_LOG_TO(module, Severity_ERROR) << text << "|" << 12345;
+        }), 1u);
+    }
+}
+
+TEST_F(StatementFault, ARecordOfManyInsertionsIsWrittenWhollyOrNotAtAll)
+{
+    String numbers;
+    for (int i = 0; i < 400; ++i) {
+        numbers += std::to_string(i) + ' ';
+    }
+    walk(numbers + "end", [](Module& module) {
+        NIM_LOG_TO(module, Severity_ERROR) << [](std::ostream& os) -> std::ostream& {
+            for (int i = 0; i < 400; ++i) {
+                os << i << ' ';
+            }
+            return os << "end";
+        };
+    });
+}
+
+TEST_F(StatementFault, AStatementWithinAStatementIsWrittenWhollyOrNotAtAll)
+{
+    const String inner(600, 'i');
+    const auto logs = [&inner](Module& module) -> const char* {
+        NIM_LOG_TO(module, Severity_ERROR) << inner << 1;
+        return "outer";
+    };
+    faults::walkAllocations(
+        [this] { return newLogger(); },
+        [&](LoggerRef& logger) { NIM_LOG_TO(logger->module, Severity_ERROR) << logs(logger->module) << 2; },
+        [&](LoggerRef&, bool done) {
+            const String innerRecord = " : " + inner + "1\n";
+            const String content = contentOf(path);
+            if (done) {
+                EXPECT_THAT(content, testing::EndsWith(innerRecord + " : outer2\n"));
+            } else {
+                // The inner one is complete by itself.
+                EXPECT_THAT(content, testing::AnyOf(" : first\n", " : first\n" + innerRecord));
+            }
+        });
+}
+
+TEST_F(StatementFault, ATrappedFailureIsWrittenWhollyOrNotAtAll)
+{
+    for (const std::size_t size : {20, 480, 3000}) {
+        SCOPED_TRACE(size);
+        const StackTrack outer("main()", 0);
+        const StackTrack track("read()", "Disk", "app", 12);
+        const system_error error(5, String(size, 'e'));
+        const String record = "message : 5 : " + String(size, 'e') + "\n  [1]\tapp.Disk.read():12\n  [0]\tmain()";
+        walk(record, [&error](Module& com_kor_dal_nim_log_module) {
+            NIM_LOG_TRAPPED(Severity_ERROR, error, "message");
+        });
+    }
+}
+
+/** What a statement does to its own stream is no missing memory, and its record stays what it was. */
+TEST_F(StatementFault, AFailureOfAnotherKindDoesNotCount)
+{
+    const char* const nothing = nullptr;
+    for (const std::size_t size : {0, 1, 15, 16, 511, 513, 1023, 1025, 5000}) {
+        const String text(size, 't');
+        const LoggerRef logger = newLogger();
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_NO_THROW(NIM_LOG_TO(logger->module, Severity_ERROR) << text << nothing << "unseen");
+        }
+        EXPECT_EQ(" : first\n : " + text + "\n : " + text + "\n", contentOf(path)) << size;
+    }
+}
+
+/** What the default logger begins an output with, and its reports of changes. */
+TEST_F(StatementFault, AReportIsWrittenWhollyOrNotAtAll)
+{
+    faults::FixedErr fixed;
+    auto& logger = static_cast<Write&>(GET_NIM_LOG_LOGGER_VAR());
+    std::ostringstream other;
+    logger.setStream(other);
+    const unsigned int mask = logger.getOutputMask();
+    logger.setOutputMask(0);
+    const String filter(600, 'f');
+    const String header = " INFO Write: Log Configuration:\n\tOutputPath:   \"" + path +
+                          "\"\n\tOutputMask:   0x0 [NONE]\n\tSeverityMin:  NOTICE\n\tModuleFilter:\n\t" +
+                          filter + "\n";
+    const auto pathReport = [this](const String& old) {
+        return " : Changing logging setting: OutputPath\n\told: \"" + old + "\"\n\tnew: \"" + path + "\"\n";
+    };
+    const String first = header + pathReport("<user assigned stream>");
+    const String filterReport =
+        " : Changing logging setting: ModuleFilter\n\tmodule \"" + filter + "\" added\n";
+    faults::walkAllocations(
+        [&] {
+            logger.setStream(other);
+            logger.setModuleFilter("", false);
+            logger.setModuleFilter(filter, true);
+            std::filesystem::remove(path);
+            return 0;
+        },
+        [&](int) {
+            logger.setPath(path);
+            logger.setModuleFilter(filter, true);
+        },
+        [&](int, bool done) {
+            const String content = exists(path) ? contentOf(path) : String();
+            const String records = content.empty() ? content : content.substr(content.find(" INFO Write"));
+            if (done) {
+                // A first try may have closed the old output, and no more; or have set the path without
+                // its report, which is not made twice.
+                EXPECT_THAT(records, testing::AnyOf(first + filterReport,
+                                                    header + pathReport("<not set>") + filterReport,
+                                                    header + filterReport));
+            } else {
+                EXPECT_THAT(records, testing::AnyOf("", header, first));
+            }
+        });
+    logger.setModuleFilter("", false);
+    logger.setStream(other);
+    logger.setOutputMask(mask);
+    logger.setStream(std::cerr);
+}
+
+}
