@@ -1,0 +1,188 @@
+// A log on a small disk of its own that runs full and has room again.
+
+#include "LogSet.hpp"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include <sched.h>
+#include <sys/mount.h>
+
+namespace {
+
+using namespace logfiletest;
+using testing::HasSubstr;
+
+/** A line of 100 bytes with its newline, "000123xxx...". */
+String numbered(unsigned int number)
+{
+    return std::to_string(1000000 + number).substr(1) + String(93, 'x');
+}
+
+/** How often a text stands in another one. */
+std::size_t occurrences(std::string_view part, std::string_view text)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+/** Runs bodies in a process that has a disk of its own, gone with it whatever becomes of the test. */
+class LogDiskTest : public LogFileFixture
+{
+protected:
+    void SetUp() override
+    {
+        const int status = inChildProcess([this] { ::_exit(mountDisk("size=64k") ? 0 : errno); });
+        if (status != 0) {
+            GTEST_SKIP() << "no disk can be mounted: " << std::strerror(WEXITSTATUS(status));
+        }
+    }
+
+    template <class Body>
+    void onDisk(const String& size, Body body)
+    {
+        EXPECT_EQ(0, inChildProcess([&] {
+            ASSERT_TRUE(mountDisk(size)) << std::strerror(errno);
+            body();
+            file->close();
+        }));
+    }
+
+    /** Takes up what is left of the disk but for so many bytes. */
+    void fill(std::size_t left) const
+    {
+        const std::size_t bytes = std::filesystem::space(folder.path()).available - left;
+        create(ballast, String(bytes, 'b'));
+    }
+
+    const String ballast = folder / "ballast";
+
+private:
+    bool mountDisk(const String& size) const
+    {
+        return ::unshare(CLONE_NEWNS) == 0 &&
+               ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+               ::mount("none", folder.path().c_str(), "tmpfs", 0, size.c_str()) == 0;
+    }
+};
+
+TEST_F(LogDiskTest, EveryLineOfAFullDiskSurvivesAndTheFileGoesOnWhenItIsSetAnew)
+{
+    onDisk("size=64k", [this] {
+        file->setPath(path);
+        file->log("first");
+        fill(8192);
+        String refused;
+        unsigned int n = 0;
+        for (; refused.empty(); ++n) {
+            ASSERT_LT(n, 1000u);
+            file->log(numbered(n));
+            refused = err.take();
+        }
+        EXPECT_EQ(COMPLAINT + numbered(n - 1) + "\n", refused);
+        const unsigned int firstRefused = n - 1;
+        EXPECT_GE(firstRefused, 81u);
+        for (const unsigned int end = n + 10; n < end; ++n) {
+            file->log(numbered(n));
+            EXPECT_EQ(COMPLAINT + numbered(n) + "\n", err.take());
+        }
+        // The stream has failed, with room or without.
+        std::filesystem::remove(ballast);
+        file->log(numbered(n));
+        EXPECT_EQ(COMPLAINT + numbered(n) + "\n", err.take());
+        const String full = contentOf(path);
+
+        file->setPath(path);
+        file->log("room again");
+        EXPECT_EQ("", err.take());
+        EXPECT_EQ(full + "room again\n", contentOf(path));
+        for (unsigned int i = 0; i <= n; ++i) {
+            EXPECT_EQ(i < firstRefused ? 1u : 0u, occurrences(numbered(i) + "\n", full)) << i;
+        }
+    });
+}
+
+TEST_F(LogDiskTest, ASetThatOutgrowsItsDiskLosesItsOldestFilesAlone)
+{
+    constexpr std::size_t FILE_SIZE = 8000;
+    onDisk("size=64k", [this] {
+        open(FILE_SIZE, 3);
+        // Room for two files and a half; four are allowed.
+        fill(20480);
+        for (unsigned int n = 0; n < 2000; ++n) {
+            file->log(numbered(n));
+        }
+        const String told = err.take();
+        EXPECT_THAT(told, HasSubstr(COMPLAINT)) << "the disk was never full";
+        EXPECT_THAT(told, testing::Not(HasSubstr("switchFile(): ERROR")));
+        EXPECT_EQ(path, file->getPath());
+
+        // From the first that is still there on, each stands once: in a file, or behind a complaint.
+        const String kept = wholeLog(path);
+        bool begun = false;
+        for (unsigned int n = 0; n < 2000; ++n) {
+            const std::size_t inFiles = occurrences(numbered(n) + "\n", kept);
+            const std::size_t onErr = occurrences(COMPLAINT + numbered(n) + "\n", told);
+            begun = begun || inFiles != 0;
+            EXPECT_TRUE(inFiles + onErr == 1 || (!begun && inFiles + onErr == 0)) << n;
+        }
+        EXPECT_TRUE(begun);
+
+        // With room for all, each line is in a file again, at the latest behind the next rotation.
+        std::filesystem::remove(ballast);
+        for (unsigned int n = 2000; n < 2200; ++n) {
+            file->log(numbered(n));
+        }
+        err.take();
+        for (unsigned int n = 2200; n < 2300; ++n) {
+            file->log(numbered(n));
+            EXPECT_EQ(1u, occurrences(numbered(n) + "\n", wholeLog(path))) << n;
+        }
+        EXPECT_THAT(err.take(), testing::Not(HasSubstr(COMPLAINT)));
+    });
+}
+
+TEST_F(LogDiskTest, ARotationThatGetsNoNewFileSaysSo)
+{
+    // The folder, the file and its three old ones: one inode is missing.
+    onDisk("size=64k,nr_inodes=4", [this] {
+        open(200);
+        unsigned int n = 0;
+        for (; n < 4; ++n) {
+            file->log(numbered(n));
+        }
+        EXPECT_THAT(err.take(), testing::Not(HasSubstr("ERROR")));
+        for (; n < 6; ++n) {
+            file->log(numbered(n));
+        }
+        EXPECT_THAT(err.take(), testing::EndsWith("LogFile:#:switchFile(): ERROR: Failed to open log file [" +
+                                                  path + "]No space left on device\n"));
+        expectStandardError();
+        file->log(numbered(n));
+        EXPECT_EQ(numbered(n) + "\n", err.take());
+
+        // Without the inode there is no beginning either, and the path is forgotten again.
+        file->setPath(path);
+        err.take();
+        EXPECT_ANY_THROW(file->log("lost"));
+        file->log("next");
+        EXPECT_EQ("next\n", err.take());
+
+        std::filesystem::remove(old(2));
+        file->setPath(path);
+        err.take();
+        file->log("room again");
+        EXPECT_EQ("room again\n", contentOf(path));
+        EXPECT_EQ(numbered(2) + "\n" + numbered(3) + "\n" + numbered(4) + "\n" + numbered(5) + "\n",
+                  contentOf(old(1)) + contentOf(old(0)));
+    });
+}
+
+}

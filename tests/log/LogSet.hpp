@@ -1,0 +1,130 @@
+#ifndef TESTS_LOG_LOGSET_HPP
+#define TESTS_LOG_LOGSET_HPP
+
+#include "LogFileFixture.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <string_view>
+#include <vector>
+
+/** Reading what a logger has left behind in a file and its old ones. */
+namespace logfiletest {
+
+inline bool longRun()
+{
+    return std::getenv("DALNIM_TEST_LONG") != nullptr;
+}
+
+/** Swallows standard error: rotations of a long run tell much. */
+class Silence
+{
+public:
+    Silence() : old(std::cerr.rdbuf(&nothing)) {}
+    Silence(const Silence&) = delete;
+    Silence& operator=(const Silence&) = delete;
+    ~Silence()
+    {
+        std::cerr.rdbuf(old);
+    }
+
+private:
+    struct Nothing : std::streambuf
+    {
+        int_type overflow(int_type byte) override { return traits_type::not_eof(byte); }
+        std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
+    };
+
+    Nothing nothing;
+    std::streambuf* old;
+};
+
+/** The numbers of the old files of `path`, the oldest file first. */
+inline std::vector<unsigned long> oldNumbers(const String& path)
+{
+    const std::filesystem::path live(path);
+    const String prefix = live.filename().string() + '.';
+    std::vector<unsigned long> numbers;
+    for (const String& name : namesIn(live.parent_path())) {
+        if (name.compare(0, prefix.size(), prefix) == 0) {
+            numbers.push_back(std::stoul(name.substr(prefix.size())));
+        }
+    }
+    std::sort(numbers.rbegin(), numbers.rend());
+    return numbers;
+}
+
+/** What the files of a set hold, in the order in which it was written. */
+inline String wholeLog(const String& path)
+{
+    String text;
+    for (const unsigned long number : oldNumbers(path)) {
+        text += contentOf(path + '.' + std::to_string(number));
+    }
+    return exists(path) ? text + contentOf(path) : text;
+}
+
+/**
+ * Gives the old files numbers without a gap again, in the same order: what is to be done behind a
+ * rotation that was cut short. True if there was one.
+ */
+inline bool closeGaps(const String& path)
+{
+    std::vector<unsigned long> numbers = oldNumbers(path);
+    std::reverse(numbers.begin(), numbers.end());
+    bool closed = false;
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        if (numbers[i] != i) {
+            std::filesystem::rename(path + '.' + std::to_string(numbers[i]), path + '.' + std::to_string(i));
+            closed = true;
+        }
+    }
+    return closed;
+}
+
+/** Calls `visit` for each line up to the first failure; a rest without a newline is one. */
+template <class Visit>
+void forEachLine(std::string_view text, Visit visit)
+{
+    while (!text.empty() && !testing::Test::HasFailure()) {
+        const std::size_t end = text.find('\n');
+        ASSERT_NE(std::string_view::npos, end) << "cut: " << text;
+        visit(text.substr(0, end));
+        text.remove_prefix(end + 1);
+    }
+}
+
+/** The records "thread number ..." of several threads, each of which is to come once and in order. */
+template <unsigned int THREADS>
+class Sequences
+{
+public:
+    /** Takes a line "[prefix]thread number" and what may stand behind a further blank. */
+    void take(std::string_view line, const char* prefix = "")
+    {
+        unsigned int t = THREADS;
+        unsigned int n = 0;
+        const String text(line);
+        ASSERT_EQ(2, std::sscanf(text.c_str(), (String(prefix) + "%u %u").c_str(), &t, &n)) << text;
+        ASSERT_LT(t, THREADS) << text;
+        ASSERT_EQ(next[t], n) << "lost, twice, or not in order: " << text;
+        ++next[t];
+    }
+
+    unsigned int count(unsigned int thread) const
+    {
+        return next[thread];
+    }
+
+private:
+    unsigned int next[THREADS] = {};
+};
+
+}
+
+#endif
