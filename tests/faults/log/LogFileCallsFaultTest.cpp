@@ -4,19 +4,26 @@
 #include "layer/Fault.hpp"
 #include "layer/FixedErr.hpp"
 #include "layer/Walk.hpp"
-#include "log/LogFileFixture.hpp"
+#include "log/LogSet.hpp"
 
 #include <dalnim/sys/SysError.hpp>
 
 #include <gmock/gmock.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
+#include <set>
+#include <sstream>
 #include <thread>
+#include <vector>
 
 namespace {
 
 using namespace logfiletest;
+using com::kor::dal::nim::sys::system_error;
 using faults::Call;
 using faults::Fault;
 using testing::HasSubstr;
@@ -223,6 +230,82 @@ TEST_F(RotationCallsFault, OldFilesThatCannotBeRemovedAreTraced)
     EXPECT_THAT(err.take(), HasSubstr("LogFile:#:removeFiles(): Could not remove file [" + old(1) + "]\n"));
     EXPECT_EQ("minus one\n", contentOf(old(1)));
     EXPECT_EQ(1u, file->getMaxNumberOfFiles());
+}
+
+/** No more is lost than the oldest file by each rotation, which names it, and each line is told. */
+TEST_F(RotationCallsFault, ADiskThatStaysFullCostsTheOldestFileARotation)
+{
+    constexpr std::size_t FILES = 3;
+    for (std::size_t i = 0; i < FILES; ++i) {
+        create(old(i), "good " + std::to_string(i) + "\n");
+    }
+    open(10, FILES);
+    file->log("live");
+    const Fault fault(Call::WRITE, ENOSPC);
+    std::vector<String> expected = {"live\n", "good 0\n", "good 1\n", "good 2\n"};
+    for (int i = 0; i < 5; ++i) {
+        const String line = "refused " + std::to_string(i) + String(10, 'x');
+        file->log(line);
+        const String told = err.take();
+        // The complaint alone is beyond the limit: the file is given another chance each time.
+        EXPECT_THAT(told, testing::StartsWith(COMPLAINT + line + "\nLogFile:#:switchFile(): Switching log file [" +
+                                              path + "] ...\n"));
+        EXPECT_THAT(told, HasSubstr("switchFile(): Removing [" + old(FILES - 1) + "]\n"));
+        expected.insert(expected.begin(), String());
+        expected.pop_back();
+        EXPECT_EQ(expected, (std::vector<String>{contentOf(path), contentOf(old(0)), contentOf(old(1)),
+                                                 contentOf(old(2))}));
+        EXPECT_EQ(path, file->getPath());
+    }
+}
+
+/** Of threads whose calls fail now and then: each line that returned stands in a file or on standard error. */
+TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoLine)
+{
+    constexpr unsigned int THREADS = 4;
+    constexpr unsigned int LINES = 2000;
+    constexpr Call CALLS[] = {Call::RENAME, Call::OPEN, Call::WRITE};
+    constexpr unsigned int NEVER = ~0U;
+    open(2000);
+    std::mutex repair;
+    std::atomic<unsigned int> failures{0};
+    std::array<std::set<String>, THREADS> returned;
+    std::vector<std::thread> threads;
+    for (unsigned int t = 0; t < THREADS; ++t) {
+        threads.emplace_back([&, t] {
+            for (unsigned int n = 0; n < LINES; ++n) {
+                const String line = "line " + std::to_string(t) + ' ' + std::to_string(n);
+                try {
+                    const Fault fault(CALLS[n % 3], ENOSPC, n % 7 == t ? 1 + n / 3 % 3 : NEVER, 1);
+                    file->log(line);
+                    returned[t].insert(line);
+                    failures += fault.failed();
+                } catch (const system_error& error) {
+                    // A path that was set anew, and not opened.
+                    EXPECT_EQ(ENOSPC, error.error());
+                }
+                const std::lock_guard<std::mutex> guard(repair);
+                if (file->getPath().empty()) {
+                    closeGaps(path);
+                    file->setPath(path);
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    file->close();
+    EXPECT_GT(failures, 10u);
+
+    std::array<std::set<String>, THREADS> found;
+    std::istringstream lines(wholeLog(path) + err.take());
+    for (String line; std::getline(lines, line);) {
+        if (line.compare(0, 5, "line ") == 0) {
+            EXPECT_TRUE(found.at(static_cast<std::size_t>(line[5] - '0')).insert(line).second) << "twice: " << line;
+        }
+    }
+    EXPECT_EQ(returned, found);
 }
 
 // ---- memory ---------------------------------------------------------------------------------
