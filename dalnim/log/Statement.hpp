@@ -12,7 +12,7 @@
  *
  * The first and the last use the variable `com_kor_dal_nim_log_module` that is visible where they
  * stand: the global one, unless a source has declared one of its own in its namespace. What the
- * record's output raises leaves the statement.
+ * record's output raises leaves the statement, as does the `std::bad_alloc` of a text without memory.
  */
 
 #include <dalnim/log/Common.hpp>

@@ -72,6 +72,15 @@ private:
     const std::string& name;
 };
 
+/** The same file under another spelling: with "./" ahead of the name, or without it. */
+std::string respelled(const std::string& path)
+{
+    const std::size_t name = path.rfind('/') + 1;
+    const bool dotted = name >= 2 && path.compare(name - 2, 2, "./") == 0 && (name == 2 || path[name - 3] == '/');
+    return dotted ? path.substr(0, name - 2) + path.substr(name)
+                  : path.substr(0, name) + "./" + path.substr(name);
+}
+
 std::string directoryOf(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
@@ -131,7 +140,15 @@ void Configuration::configureLog() const
         if (mask.front() != nim::log::Severity_NONE) {
             control.setSeverityMask(nim::log::Severity_NONE, false);
         }
+        const std::string before = control.getPath();
         nim::sys::System::setConfiguration(properties);
+        const bool isFile = properties.getProperty(std::string(LOG_PREFIX)
+                                                   + nim::log::Control::TAG_OUTPUT_STREAM).empty();
+        if (isFile && control.getPath() == before) {
+            // A path that is in force already would change nothing: spelled anew, it lets go of a file
+            // that was moved away, and the next record opens the one that stands there now.
+            control.setPath(respelled(before));
+        }
     } catch (const std::exception& exc) {
         throw ConfigurationError(path + ": " + exc.what());
     }

@@ -59,7 +59,8 @@ public:
 
     /**
      * Configures the log. Called again, it replaces the module filter and the severity mask, which
-     * would otherwise add up. Throws ConfigurationError.
+     * would otherwise add up, and opens the file anew, in case that somebody has moved it away. Throws
+     * ConfigurationError.
      */
     void configureLog() const;
 

@@ -89,7 +89,8 @@ void showTable(std::ostream& os, double seconds, const Counters& counters, std::
     row(os, "records refused by the gate", counters.recordsRefused);
     row(os, "rotations", rotations);
 
-    const std::string path = ::com_kor_dal_nim_log_control.getPath();
+    const std::string path =
+        std::filesystem::path(::com_kor_dal_nim_log_control.getPath()).lexically_normal().string();
     if (path.empty()) {
         os << "  the log is a stream, there are no files\n";
         return;

@@ -10,6 +10,7 @@
 #include <set>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -60,13 +61,34 @@ protected:
     /** Waits until the log holds a text; false when a quarter of a minute did not bring it. */
     bool logHolds(const std::string& text) const
     {
+        return waitFor([&] { return logText().find(text) != std::string::npos; });
+    }
+
+    template <class Condition>
+    static bool waitFor(Condition condition)
+    {
         for (int round = 0; round < 1500; ++round) {
-            if (logText().find(text) != std::string::npos) {
+            if (condition()) {
                 return true;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         return false;
+    }
+
+    /** The records of requests in all files of the log's folder. */
+    std::vector<std::string> answers() const
+    {
+        std::vector<std::string> records;
+        for (const auto& entry : std::filesystem::directory_iterator(scratch.file("log"))) {
+            std::istringstream text(readFile(entry.path()));
+            for (std::string line; std::getline(text, line);) {
+                if (line.find("answered") != std::string::npos) {
+                    records.push_back(line);
+                }
+            }
+        }
+        return records;
     }
 
     /** The number in the row of that label, a very large one when there is no such row. */
@@ -209,6 +231,61 @@ TEST_F(NimhostTest, ReadsItsConfigurationAgainOnHangup)
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);
     EXPECT_THAT(logText(), HasSubstr("nimhost was told to end by signal 15"));
+}
+
+/** As a tool does that rotates logs: moves the file away, puts a new one there, and tells the host. */
+TEST_F(NimhostTest, OpensItsLogAnewOnHangupBehindARotationFromOutside)
+{
+    const std::string file = configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG +
+                                                    "output.mask = MODULENAME SEVERITY\n"),
+                                       "/source/rate = 2000\n");
+    ChildProcess host(command({"--config", file, "--threads", "2", "--seconds", "60"}), scratch.path());
+    ASSERT_TRUE(logHolds("answered"));
+    const std::string log = scratch.file("log/host.log");
+    const int rounds = 5;
+    for (int round = 0; round < rounds; ++round) {
+        std::filesystem::rename(log, scratch.file("log/moved-" + std::to_string(round)));
+        if (round % 2 == 0) {
+            writeFile(log, "");
+        }
+        host.signal(SIGHUP);
+        ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
+        ASSERT_TRUE(logHolds("answered"));
+    }
+    host.signal(SIGTERM);
+    ASSERT_EQ(host.wait(), 0);
+    EXPECT_EQ(host.errors(), "");
+
+    const std::vector<std::string> records = answers();
+    EXPECT_EQ(std::set<std::string>(records.begin(), records.end()).size(), records.size()) << "twice";
+    EXPECT_EQ(tableRow(host.output(), "records written"), records.size());
+    EXPECT_EQ(tableRow(host.output(), "rotations"), 0U);
+    EXPECT_THAT(host.output(), HasSubstr("  in " + scratch.file("log") + "\n"));
+}
+
+TEST_F(NimhostTest, GoesOnWithItsOwnRotationBehindAHangup)
+{
+    const std::string file = configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG +
+                                                    "output.mask = MODULENAME SEVERITY\n" + LOG +
+                                                    "maxFileSize = 20000\n"),
+                                       "/source/rate = 2000\n");
+    ChildProcess host(command({"--config", file, "--threads", "2", "--seconds", "60"}), scratch.path());
+    for (std::size_t files = 2; files < 10; files += 2) {
+        ASSERT_TRUE(waitFor([&] {
+            return std::filesystem::exists(scratch.file("log/host.log." + std::to_string(files)));
+        }));
+        host.signal(SIGHUP);
+    }
+    host.signal(SIGTERM);
+    ASSERT_EQ(host.wait(), 0);
+    EXPECT_EQ(host.errors(), "");
+
+    const std::vector<std::string> records = answers();
+    EXPECT_EQ(std::set<std::string>(records.begin(), records.end()).size(), records.size()) << "twice";
+    EXPECT_EQ(tableRow(host.output(), "records written"), records.size());
+    const std::size_t rotations = tableRow(host.output(), "rotations");
+    EXPECT_TRUE(std::filesystem::exists(scratch.file("log/host.log." + std::to_string(rotations - 1))));
+    EXPECT_FALSE(std::filesystem::exists(scratch.file("log/host.log." + std::to_string(rotations))));
 }
 
 TEST_F(NimhostTest, KeepsItsLogWhenTheNewConfigurationIsBad)
