@@ -623,6 +623,16 @@ TEST(PropertiesLoad, LongTextWithoutOrderThatComesToWarnings)
     EXPECT_TRUE(disorder.expected == tableOf(properties));
 }
 
+TEST(PropertiesLoad, LongTextWithoutOrderAndWithoutKeys)
+{
+    Disorder disorder(10000, 5000);
+    for (int i = 0; i < 1000; ++i) {
+        disorder.text += "=\n=" + std::to_string(i) + "\n";
+    }
+    disorder.expected[""] = "999";
+    EXPECT_EQ(disorder.expected, loaded(disorder.text));
+}
+
 TEST(PropertiesLoad, LongTextWithALongLine)
 {
     Disorder disorder(20000, 10000);

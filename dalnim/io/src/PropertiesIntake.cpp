@@ -97,7 +97,7 @@ void PropertiesIntake::sort(WaitingIterator begin, WaitingIterator end, std::siz
     if (alike == shortest) {
         std::sort(begin, end, [this](const Waiting& l, const Waiting& r) {
             const int order = keyOf(l).compare(keyOf(r));
-            return order < 0 || (order == 0 && l.offset < r.offset);
+            return order < 0 || (order == 0 && l.isEarlier(r));
         });
         return;
     }

@@ -44,6 +44,12 @@ private:
         std::size_t value_length;
         /** Eight bytes of the key as a number that orders as they do; for sort(). */
         std::uint64_t head;
+
+        /** Of two with one key. One that has no text at all stands where the next one does. */
+        bool isEarlier(const Waiting& r) const
+        {
+            return offset < r.offset || (offset == r.offset && value_length < r.value_length);
+        }
     };
     typedef std::vector<Waiting>::iterator WaitingIterator;
 
