@@ -154,7 +154,12 @@ public:
      *    includes. Other lines that begin with "%" are ignored.
      *
      * Includes may nest as deep as the process can hold files open; one beyond that is a file that
-     * cannot be opened.
+     * cannot be opened. Whether a file was read already is told by its path as it is spelled: a circle
+     * through "./" grows until the system refuses the path.
+     *
+     * A path never leads to the root by a "/" in front, but it may climb by "..". What it names is
+     * opened and read to its end, whatever it is: a pipe is waited for, a device that never ends is
+     * read until memory is out. So a properties file is to be trusted like the program that reads it.
      *
      * @param filepath          names the file in messages, and its directory is where its includes
      *                          are; may be empty.

@@ -13,8 +13,9 @@ namespace com::kor::dal::nim::type {
  * is anchored. An empty expression matches every text. Expressions and texts end at their first
  * zero byte.
  *
- * Time and memory are those of the system's matcher, and some expressions are costly beyond measure:
- * take them from trusted sources alone.
+ * Time, memory and stack are those of the system's matcher. Some expressions are costly beyond measure,
+ * and thousands of parentheses within each other overflow the stack: take them from trusted sources
+ * alone.
  *
  * Thread safety: one object may match in any number of threads at once.
  */

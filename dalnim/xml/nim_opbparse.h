@@ -22,6 +22,10 @@
  * CDATA section, whose first 8 bytes are skipped unseen. Stricter: no blank may stand beside the "="
  * of an attribute.
  *
+ * The whole document is held until it is parsed, in a buffer that doubles while text keeps coming. Its
+ * length, its depth and the number and size of what is in it are bounded by memory alone; the time of a
+ * parse grows with the length of the text, whatever the text is.
+ *
  * A handle belongs to one thread at a time; different handles are independent. An exception that a
  * callback throws passes through nim_pdsParseBuffer().
  */
