@@ -1,0 +1,203 @@
+#include "ToolFixture.hpp"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+class NimpropsTest : public ToolFixture
+{
+protected:
+    Result run(const std::string& arguments) const
+    {
+        return shell("exec '" NIMPROPS_PROGRAM "' " + arguments);
+    }
+};
+
+TEST_F(NimpropsTest, RefusesABadCommandLineInOneLine)
+{
+    expectResult(run(""), 2, "", "nimprops: a command is needed: check, print, get, instance or diff\n");
+    expectResult(run("mend a"), 2, "", "nimprops: unknown command mend\n");
+    expectResult(run("--bogus"), 2, "", "nimprops: unknown option --bogus\n");
+    expectResult(run("print -x a"), 2, "", "nimprops: unknown option -x\n");
+    expectResult(run("--help=me"), 2, "", "nimprops: option --help takes no value\n");
+    expectResult(run("check"), 2, "", "nimprops: check needs a FILE\n");
+    expectResult(run("print a b"), 2, "", "nimprops: print needs one FILE\n");
+    expectResult(run("get a"), 2, "", "nimprops: get needs a FILE and a KEY\n");
+    expectResult(run("instance a"), 2, "",
+                 "nimprops: instance needs a FILE, perhaps a CLASS, and an INSTANCE\n");
+    expectResult(run("diff a"), 2, "", "nimprops: diff needs two FILEs\n");
+}
+
+TEST_F(NimpropsTest, TellsOfItself)
+{
+    expectResult(run("--version"), 0, "nimprops (dalnim) " TOOLS_VERSION "\n", "");
+    const Result help = run("-h");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_THAT(help.output, testing::StartsWith("usage: nimprops check FILE...\n"));
+    EXPECT_EQ(help.errors, "");
+}
+
+TEST_F(NimpropsTest, TellsWhichFileCannotBeRead)
+{
+    expectResult(run("print missing"), 2, "", "nimprops: cannot read missing: No such file or directory\n");
+    expectResult(run("get . key"), 2, "", "nimprops: cannot read .: Is a directory\n");
+    write("good", "a=1\n");
+    expectResult(run("diff good missing"), 2, "",
+                 "nimprops: cannot read missing: No such file or directory\n");
+    write("double", "a=1\na=2\n");
+    expectResult(run("check missing double"), 2, "double:2: warning: Overriding property \"a\"\n",
+                 "nimprops: cannot read missing: No such file or directory\n");
+}
+
+TEST_F(NimpropsTest, TellsWhenItCannotWrite)
+{
+    write("a", "a=1\n");
+    expectResult(run("print a >/dev/full"), 2, "",
+                 "nimprops: cannot write standard output: No space left on device\n");
+}
+
+TEST_F(NimpropsTest, ChecksWhatIsWithoutFault)
+{
+    write("a", "# fine\na = 1\nb : 2\n");
+    write("b", "");
+    expectResult(run("check a b"), 0, "", "");
+    expectResult(run("check - < a"), 0, "", "");
+}
+
+TEST_F(NimpropsTest, ShowsEveryErrorAndWarning)
+{
+    shell("mkdir sub");
+    write("a.properties", "a=1\n"
+                          "a=2\n"
+                          "k\\x4=\\u12\n"
+                          "%pragma include \"sub/b.properties\"\n"
+                          "bad=\\xg\n"
+                          "%pragma include bare\n"
+                          "a=5\n");
+    write("sub/b.properties", "a=3\n"
+                              "%pragma severity error\n"
+                              "a=4\n");
+    expectResult(run("check a.properties"), 1,
+                 "a.properties:3: error: End-of-line encountered in unicode escape sequence.\n"
+                 "a.properties:5: error: Invalid hex escape sequence '\\xg'.\n"
+                 "a.properties:6: error: invalid arg for %pragma include: \"bare\"\n"
+                 "a.properties:2: warning: Overriding property \"a\"\n"
+                 "sub/b.properties:1: warning: Overriding property \"a\"\n"
+                 "a.properties:7: warning: Overriding property \"a\"\n",
+                 "");
+}
+
+TEST_F(NimpropsTest, EndsAtTheErrorOfAnIncludedFile)
+{
+    shell("mkdir sub");
+    write("a", "%pragma include \"sub/b\"\nc=\\xg\n");
+    write("sub/b", "x=1\n%pragma what else\ny=\\xg\n");
+    expectResult(run("check a"), 1, "sub/b:2: error: unknown %pragma command: \"what\"\n", "");
+    write("a", "%pragma include \"sub/c\"\n");
+    expectResult(run("check a"), 1, "a:1: error: failed to open include file: \"sub/c\"\n", "");
+}
+
+TEST_F(NimpropsTest, NamesAFileThatIsNotAloneInItsNameByThatOnly)
+{
+    shell("mkdir sub");
+    write("same", "k=0\n%pragma include \"sub/same\"\nl=\\xg\n");
+    write("sub/same", "k=1\n");
+    expectResult(run("check same"), 1,
+                 "same:1: warning: Overriding property \"k\"\n"
+                 "same:3: error: Invalid hex escape sequence '\\xg'.\n",
+                 "");
+}
+
+TEST_F(NimpropsTest, PrintsWhatItsReadersSee)
+{
+    write("a", "z=last\n"
+               "\\#k=v\n\\!k=v\n\\%k=v\n"
+               "c=x\\ \n"
+               "d = \\u00e9\\tz\n"
+               "e=a\\\\\\\n   b\n"
+               "f==g\n"
+               "=nameless\n"
+               "%pragma include \"b\"\n");
+    write("b", "a=included\nz=early\n");
+    const std::string printed = "=nameless\n"
+                                "\\!k=v\n\\#k=v\n\\%k=v\n"
+                                "a=included\n"
+                                "c=x\\ \n"
+                                "d=\\u00E9\\tz\n"
+                                "e=a\\\\b\n"
+                                "f==g\n"
+                                "z=early\n";
+    expectResult(run("print a"), 0, printed, "");
+    write("again", printed);
+    expectResult(run("print again"), 0, printed, "");
+    expectResult(run("diff a again"), 0, "", "");
+}
+
+TEST_F(NimpropsTest, PrintsNothingOfAFileWithAnError)
+{
+    write("a", "a=1\n\nb=\\x\n");
+    expectResult(run("print a"), 2, "", "nimprops: a:3: End-of-line encountered in hex escape sequence.\n");
+    expectResult(run("get a a"), 2, "", "nimprops: a:3: End-of-line encountered in hex escape sequence.\n");
+}
+
+TEST_F(NimpropsTest, GetsAValueAsItIs)
+{
+    write("a", "a=\\u00e9 x\\ty\nempty\n");
+    expectResult(run("get a a"), 0, "\xe9 x\ty\n", "");
+    expectResult(run("get a empty"), 0, "\n", "");
+    expectResult(run("get a other"), 1, "", "nimprops: a: no property \"other\"\n");
+}
+
+TEST_F(NimpropsTest, ShowsTheSettingsOfAnInstanceAndTheirOrigin)
+{
+    write("a", "/pool/size=1\n"
+               "*/pool/size=2\n"
+               "%pragma include \"b\"\n"
+               "/pool/rate=4\n"
+               "*/other=5\n"
+               "y/pool/size=6\n"
+               "unprefixed=7\n");
+    write("b", "\nx/pool/size=3\nx/pool/size=33\\ \n");
+    expectResult(run("instance a x"), 0,
+                 "other=5\t*/other\ta:5\n"
+                 "pool/rate=4\t/pool/rate\ta:4\n"
+                 "pool/size=33\\ \tx/pool/size\tb:3\n",
+                 "");
+    expectResult(run("instance a pool x"), 0,
+                 "pool/rate=4\t/pool/rate\ta:4\n"
+                 "pool/size=33\\ \tx/pool/size\tb:3\n",
+                 "");
+    expectResult(run("instance a pool z"), 0,
+                 "pool/rate=4\t/pool/rate\ta:4\n"
+                 "pool/size=2\t*/pool/size\ta:2\n",
+                 "");
+    expectResult(run("instance a pond x"), 1, "", "nimprops: a: no settings for x of the class pond\n");
+    // The empty name: its own prefix is that of the lowest rank, which so wins.
+    expectResult(run("instance a pool ''"), 0,
+                 "pool/rate=4\t/pool/rate\ta:4\n"
+                 "pool/size=1\t/pool/size\ta:1\n",
+                 "");
+}
+
+TEST_F(NimpropsTest, TellsNoPlaceRatherThanAWrongOne)
+{
+    write("a", "/a=1\n/b=1\n%pragma severity error\n/b=2\n/c=3\n%pragma severity warning\n/d=4\n");
+    expectResult(run("instance a x"), 0, "a=1\t/a\ta:1\nb=2\t/b\t-\nc=3\t/c\t-\nd=4\t/d\ta:7\n", "");
+}
+
+TEST_F(NimpropsTest, RefusesAKeyThatIsAPrefixAlone)
+{
+    write("a", "*/=1\n");
+    expectResult(run("instance a x"), 2, "",
+                 "nimprops: a: a key is nothing but a prefix: empty key not allowed\n");
+}
+
+TEST_F(NimpropsTest, ShowsWhatDiffers)
+{
+    write("a", "both=1\nchanged=old\nleft=1\nblank=\n");
+    write("b", "both = 1\nchanged=new\\n\nright=2\nblank\nzz=3\n");
+    expectResult(run("diff a b"), 1, "-changed=old\n+changed=new\\n\n-left=1\n+right=2\n+zz=3\n", "");
+    expectResult(run("diff a - < a"), 0, "", "");
+}
+
+}

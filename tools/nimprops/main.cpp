@@ -1,0 +1,229 @@
+#include "PropertiesFile.hpp"
+
+#include <dalnim/io/Config.hpp>
+#include <support/CommandLine.hpp>
+#include <support/Errors.hpp>
+#include <support/Program.hpp>
+
+#include <array>
+#include <memory>
+#include <stdexcept>
+
+namespace nimprops {
+
+namespace {
+
+using nimtools::Failure;
+using nimtools::Status;
+using nimtools::UsageError;
+
+const char USAGE[] =
+    "usage: nimprops check FILE...\n"
+    "       nimprops print FILE\n"
+    "       nimprops get FILE KEY\n"
+    "       nimprops instance FILE [CLASS] INSTANCE\n"
+    "       nimprops diff FILE FILE\n"
+    "\n"
+    "Reads properties files with what they include; \"-\" is standard input.\n"
+    "\n"
+    "  check     show what is wrong in each file, and which properties are set twice\n"
+    "  print     show all properties in the order of their keys, as a file that can be read again\n"
+    "  get       show the value of one property\n"
+    "  instance  show the settings of an instance, those of the class only if that is given, with\n"
+    "            the key and the place that each comes from\n"
+    "  diff      show the properties that are in one of two files or differ\n"
+    "\n"
+    "  -h, --help     show this text\n"
+    "  -V, --version  show the version\n"
+    "\n"
+    "Exit status: 0; 1 for findings, differences, or a property or instance that is not there; 2 for a\n"
+    "bad command line or a file that cannot be read.\n";
+
+class NimProps : public nimtools::Program
+{
+public:
+    NimProps() : Program("nimprops", USAGE) {}
+
+protected:
+    Status work(int argc, char** argv) override;
+
+private:
+    struct Command
+    {
+        const char* name;
+        std::size_t fewest;
+        std::size_t most;
+        /** What it needs, for the complaint. */
+        const char* needs;
+        Status (NimProps::*carryOut)(const std::vector<std::string>& operands);
+    };
+    static const std::array<Command, 5> COMMANDS;
+
+    Status check(const std::vector<std::string>& operands);
+    Status print(const std::vector<std::string>& operands);
+    Status get(const std::vector<std::string>& operands);
+    Status instance(const std::vector<std::string>& operands);
+    Status diff(const std::vector<std::string>& operands);
+};
+
+constexpr std::size_t ANY_NUMBER = static_cast<std::size_t>(-1);
+
+const std::array<NimProps::Command, 5> NimProps::COMMANDS = {{
+    {"check", 1, ANY_NUMBER, "a FILE", &NimProps::check},
+    {"print", 1, 1, "one FILE", &NimProps::print},
+    {"get", 2, 2, "a FILE and a KEY", &NimProps::get},
+    {"instance", 2, 3, "a FILE, perhaps a CLASS, and an INSTANCE", &NimProps::instance},
+    {"diff", 2, 2, "two FILEs", &NimProps::diff},
+}};
+
+Status NimProps::work(int argc, char** argv)
+{
+    nimtools::CommandLine line(argc, argv, {{"help", 'h', false}, {"version", 'V', false}});
+    if (const int option = line.next(); option != -1) {
+        option == 'h' ? showUsage() : showVersion();
+        return nimtools::STATUS_FINE;
+    }
+    std::vector<std::string> operands = line.operands();
+    if (operands.empty()) {
+        throw UsageError("a command is needed: check, print, get, instance or diff");
+    }
+    const std::string wanted = operands.front();
+    operands.erase(operands.begin());
+    for (const Command& command : COMMANDS) {
+        if (wanted == command.name) {
+            if (operands.size() < command.fewest || operands.size() > command.most) {
+                throw UsageError(wanted + " needs " + command.needs);
+            }
+            return (this->*command.carryOut)(operands);
+        }
+    }
+    throw UsageError("unknown command " + wanted);
+}
+
+Status NimProps::check(const std::vector<std::string>& operands)
+{
+    Status status = nimtools::STATUS_FINE;
+    for (const std::string& path : operands) {
+        try {
+            for (const Message& message : PropertiesFile(path).allMessages()) {
+                const bool isError = message.severity == Message::ERROR;
+                out << message.place << ": " << (isError ? "error: " : "warning: ") << message.text << '\n';
+                status = std::max(status, nimtools::STATUS_FOUND);
+            }
+        } catch (const Failure& exc) {
+            complain(exc.what());
+            status = nimtools::STATUS_FAILED;
+        }
+    }
+    return status;
+}
+
+Status NimProps::print(const std::vector<std::string>& operands)
+{
+    const PropertiesFile file(operands[0]);
+    file.requireNoError();
+    for (const std::string& line : storedLines(file.table())) {
+        out << line << '\n';
+    }
+    return nimtools::STATUS_FINE;
+}
+
+Status NimProps::get(const std::vector<std::string>& operands)
+{
+    const PropertiesFile file(operands[0]);
+    file.requireNoError();
+    const std::string& key = operands[1];
+    if (!file.table().containsKey(key)) {
+        complain(operands[0] + ": no property \"" + key + "\"");
+        return nimtools::STATUS_FOUND;
+    }
+    out << file.table().getProperty(key) << '\n';
+    return nimtools::STATUS_FINE;
+}
+
+Status NimProps::instance(const std::vector<std::string>& operands)
+{
+    const PropertiesFile file(operands[0]);
+    file.requireNoError();
+    const std::string& instanceName = operands.back();
+    const std::string classPrefix = operands.size() == 3 ? operands[1] + '/' : "";
+
+    std::unique_ptr<io::Properties> effective;
+    try {
+        effective.reset(io::Config::getDefaultedProperties(file.table(), instanceName));
+    } catch (const std::invalid_argument& exc) {
+        throw Failure(operands[0] + ": a key is nothing but a prefix: " + exc.what());
+    }
+    const std::map<std::string, std::string> places = file.places();
+    const std::vector<std::string> lines = storedLines(*effective);
+    bool isEmpty = true;
+    auto line = lines.begin();
+    for (const auto& [key, value] : *effective) {
+        if (key.compare(0, classPrefix.size(), classPrefix) == 0) {
+            // The ranks of getDefaultedProperties(), highest first.
+            std::string from = instanceName + '/' + key;
+            for (const char* const prefix : {"*/", "/"}) {
+                from = file.table().containsKey(from) ? from : prefix + key;
+            }
+            const auto place = places.find(from);
+            out << *line << '\t' << from << '\t' << (place == places.end() ? "-" : place->second) << '\n';
+            isEmpty = false;
+        }
+        ++line;
+    }
+    if (isEmpty) {
+        complain(operands[0] + ": no settings for " + instanceName
+                 + (classPrefix.empty() ? "" : " of the class " + operands[1]));
+        return nimtools::STATUS_FOUND;
+    }
+    return nimtools::STATUS_FINE;
+}
+
+Status NimProps::diff(const std::vector<std::string>& operands)
+{
+    const PropertiesFile left(operands[0]);
+    const PropertiesFile right(operands[1]);
+    left.requireNoError();
+    right.requireNoError();
+    const std::vector<std::string> leftLines = storedLines(left.table());
+    const std::vector<std::string> rightLines = storedLines(right.table());
+
+    Status status = nimtools::STATUS_FINE;
+    auto leftLine = leftLines.begin();
+    auto rightLine = rightLines.begin();
+    auto l = left.table().begin();
+    auto r = right.table().begin();
+    const auto leftEnd = left.table().end();
+    const auto rightEnd = right.table().end();
+    while (l != leftEnd || r != rightEnd) {
+        const bool inLeft = r == rightEnd || (l != leftEnd && l->first <= r->first);
+        const bool inRight = l == leftEnd || (r != rightEnd && r->first <= l->first);
+        if (!inLeft || !inRight || l->second != r->second) {
+            status = nimtools::STATUS_FOUND;
+            if (inLeft) {
+                out << '-' << *leftLine << '\n';
+            }
+            if (inRight) {
+                out << '+' << *rightLine << '\n';
+            }
+        }
+        if (inLeft) {
+            ++l;
+            ++leftLine;
+        }
+        if (inRight) {
+            ++r;
+            ++rightLine;
+        }
+    }
+    return status;
+}
+
+}
+
+}
+
+int main(int argc, char** argv)
+{
+    return nimprops::NimProps().run(argc, argv);
+}

@@ -1,0 +1,34 @@
+#include "Input.hpp"
+
+#include "Descriptor.hpp"
+#include "Errors.hpp"
+
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+
+namespace nimtools {
+
+const char STANDARD_INPUT[] = "-";
+
+std::string readAll(const std::string& path)
+{
+    const Descriptor file(path == STANDARD_INPUT ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) {
+        throw cannotRead(path);
+    }
+    std::string text;
+    std::array<char, 64 * 1024> piece;
+    for (;;) {
+        const ssize_t count = read(file.get(), piece.data(), piece.size());
+        if (count > 0) {
+            text.append(piece.data(), static_cast<std::size_t>(count));
+        } else if (count == 0) {
+            return text;
+        } else if (errno != EINTR) {
+            throw cannotRead(path);
+        }
+    }
+}
+
+}
