@@ -3,6 +3,7 @@
 #include <dalnim/log/src/ThreadHeader.hpp>
 
 #include <dalnim/log/Header.hpp>
+#include <dalnim/sys/internal/src/ThreadEnd.hpp>
 
 #include <new>
 
@@ -39,26 +40,16 @@ struct Slot
 thread_local Slot slot;
 
 /** Ends the record with its thread. */
-class Cleaner
+void endSlot()
 {
-public:
-    Cleaner() = default;
-    Cleaner(const Cleaner&) = delete;
-    Cleaner& operator=(const Cleaner&) = delete;
-    ~Cleaner()
-    {
-        // A statement that is underway, whose own expressions have ended the process, keeps its record.
-        if (slot.state == State::SPARE) {
-            slot.drop();
-        }
-        slot.state = State::GONE;
+    // A statement that is underway, whose own expressions have ended the thread, keeps its record.
+    if (slot.state == State::SPARE) {
+        slot.drop();
     }
+    slot.state = State::GONE;
+}
 
-    /** The first use on a thread is what makes the object, and so has it destroyed. */
-    void arm() noexcept {}
-};
-
-thread_local Cleaner cleaner;
+sys::internal::ThreadEnd thread_end(endSlot);
 
 }
 
@@ -68,7 +59,9 @@ Header* ThreadHeader::lend(Severity severity, const char* file, unsigned int lin
         slot.drop();
     }
     if (slot.state == State::EMPTY) {
-        cleaner.arm();
+        if (!thread_end.await()) {
+            return nullptr;
+        }
         ::new (slot.bytes) Header(severity, file, line);
     } else if (slot.state != State::SPARE) {
         return nullptr;

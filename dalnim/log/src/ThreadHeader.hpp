@@ -19,7 +19,8 @@ public:
 
     /**
      * The calling thread's record, begun anew. Null while it is lent out, as to the statement around
-     * this one, and when the thread has ended so far that it is gone.
+     * this one, when the thread has ended so far that it is gone, and when the system does not let its
+     * end be seen to.
      */
     static Header* lend(Severity severity, const char* file, unsigned int line);
 

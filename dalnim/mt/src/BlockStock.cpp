@@ -2,6 +2,8 @@
 
 #include <dalnim/mt/src/BlockStock.hpp>
 
+#include <dalnim/sys/internal/src/ThreadEnd.hpp>
+
 #include <atomic>
 #include <new>
 
@@ -87,32 +89,19 @@ struct Shelf
 __attribute__((tls_model("initial-exec"))) thread_local Shelf shelf = {nullptr, 0, false, false};
 
 /** Clears the shelf at the end of its thread. */
-class ShelfEnd
+void endShelf()
 {
-public:
-    ShelfEnd() = default;
-    ShelfEnd(const ShelfEnd&) = delete;
-    ShelfEnd& operator=(const ShelfEnd&) = delete;
-    ~ShelfEnd()
-    {
-        shelf.isOpen = false;
-        shelf.isOver = true;
-        destroyAll(shelf.first);
-        shelf.first = nullptr;
-    }
+    shelf.isOpen = false;
+    shelf.isOver = true;
+    destroyAll(shelf.first);
+    shelf.first = nullptr;
+}
 
-    void open() const noexcept
-    {
-        shelf.isOpen = true;
-    }
-};
+sys::internal::ThreadEnd thread_end(endShelf);
 
 void openShelf() noexcept
 {
-    if (!shelf.isOver) {
-        static thread_local const ShelfEnd end;
-        end.open();
-    }
+    shelf.isOpen = !shelf.isOver && thread_end.await();
 }
 
 void* takeFromDepot()
