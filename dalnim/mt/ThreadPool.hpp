@@ -19,6 +19,9 @@ namespace com::kor::dal::nim::mt {
  *
  * Any thread may submit, also a task of the pool: but one that waits for room in its own full pool
  * may wait for itself. Nothing of the pool is locked while a task runs.
+ *
+ * In the child of a fork the pool has no workers, and what is queued stays where it is. It may be
+ * destroyed there, so that the child may exit, and not be submitted to.
  */
 class DALNIM_API ThreadPool : public virtual type::Object
 {
@@ -66,7 +69,7 @@ public:
     /**
      * Ends the pool; a second call does nothing. Synchronously, all that is queued is run first.
      * Otherwise what no worker has taken is dropped, and running tasks are waited for only if a
-     * worker becomes free within a second.
+     * worker becomes free within a second. Does nothing in the child of a fork.
      */
     void shutdown(bool synchronous = true, bool = false);
 
@@ -85,9 +88,12 @@ public:
 private:
     String _make_tp_name(const char* name, TaskID_t id) const;
     bool isFull() const;
+    bool hasWorkers() const;
     bool probe();
 
     const TaskID_t _id;
+    /** The process that has the workers. */
+    const ProcID_t _process;
     const String _name;
     /** These two with one reference each. */
     RX_ServerQueue* _queue;

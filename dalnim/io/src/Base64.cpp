@@ -307,8 +307,9 @@ unsigned int Base64::features() const
 
 const String& Base64::scheme() const
 {
-    static const String NAME(ENCODING_SCHEME);
-    return NAME;
+    // Never destroyed: static destructors and threads may ask for it until the process has ended.
+    static const String* const name = new String(ENCODING_SCHEME);
+    return *name;
 }
 
 Decoder* Base64::createDecoder() const

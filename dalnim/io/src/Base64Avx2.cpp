@@ -134,8 +134,7 @@ const Base64Blocks AVX2 = {encode, decode};
 
 const Base64Blocks& base64Blocks() noexcept
 {
-    static const bool hasAvx2 = __builtin_cpu_supports("avx2") != 0;
-    return hasAvx2 ? AVX2 : BASE64_SCALAR;
+    return __builtin_cpu_supports("avx2") != 0 ? AVX2 : BASE64_SCALAR;
 }
 
 }

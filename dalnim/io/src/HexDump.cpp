@@ -73,8 +73,9 @@ unsigned int HexDump::features() const
 
 const String& HexDump::scheme() const
 {
-    static const String NAME(ENCODING_SCHEME);
-    return NAME;
+    // Never destroyed: static destructors and threads may ask for it until the process has ended.
+    static const String* const name = new String(ENCODING_SCHEME);
+    return *name;
 }
 
 Decoder* HexDump::createDecoder() const

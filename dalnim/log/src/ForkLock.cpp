@@ -3,6 +3,7 @@
 #include <dalnim/log/src/ForkLock.hpp>
 
 #include <dalnim/log/Write.hpp>
+#include <dalnim/log/src/RecordQueue.hpp>
 
 #include <exception>
 #include <new>
@@ -11,6 +12,7 @@
 namespace com::kor::dal::nim::log {
 
 Write* ForkLock::guarded = nullptr;
+bool ForkLock::holdsQueue = false;
 bool ForkLock::held = false;
 
 void ForkLock::install(Write& logger)
@@ -21,6 +23,9 @@ void ForkLock::install(Write& logger)
 
 void ForkLock::prepare() noexcept
 {
+    if (RecordQueue::lock() == 0) {
+        holdsQueue = true;
+    }
     try {
         mt::MutexHolder<mt::CriticalSection> logger(guarded->stateSync.acquire());
         guarded->logFile->stateSync.acquire();
@@ -38,6 +43,10 @@ void ForkLock::goOnInParent() noexcept
         guarded->logFile->stateSync.release(std::nothrow);
         guarded->stateSync.release(std::nothrow);
     }
+    if (holdsQueue) {
+        holdsQueue = false;
+        RecordQueue::unlock();
+    }
 }
 
 void ForkLock::goOnInChild() noexcept
@@ -47,6 +56,10 @@ void ForkLock::goOnInChild() noexcept
         // They belong to the parent's thread, whose number is another one: they cannot be unlocked here.
         ::new (&guarded->logFile->stateSync) mt::CriticalSection(false);
         ::new (&guarded->stateSync) mt::CriticalSection(false);
+    }
+    if (holdsQueue) {
+        holdsQueue = false;
+        RecordQueue::renew();
     }
 }
 

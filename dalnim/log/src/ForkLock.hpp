@@ -6,9 +6,9 @@ namespace com::kor::dal::nim::log {
 class Write;
 
 /**
- * Holds a logger and its file across each fork of the process. The child has the forking thread
- * alone: without this it could inherit a record half written, and locks that nobody will ever give
- * back. With it the child logs as its parent does.
+ * Holds a logger and its file, and the lock of the records of other loggers, across each fork of the
+ * process. The child has the forking thread alone: without this it could inherit a record half written,
+ * and locks that nobody will ever give back. With it the child logs as its parent does.
  */
 class ForkLock
 {
@@ -22,7 +22,8 @@ private:
     static void goOnInChild() noexcept;
 
     static Write* guarded;
-    /** Whether this fork holds the locks; itself guarded by them. */
+    // What this fork holds; each itself guarded by that.
+    static bool holdsQueue;
     static bool held;
 };
 

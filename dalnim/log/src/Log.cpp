@@ -8,37 +8,28 @@
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
+#include <dalnim/log/src/RecordQueue.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 
 #include <exception>
 #include <ostream>
-#include <pthread.h>
 
 namespace com::kor::dal::nim::log {
 
 namespace {
 
-pthread_once_t _queue_once = PTHREAD_ONCE_INIT;
-/** Serialises the records of all loggers that do not replace Log::log(). */
-si_mutex_t _queue_sync;
-
-void create_queue_sync()
-{
-    qv_si_mutex_init(&_queue_sync, nullptr);
-}
-
+/** Holds the lock of the records for a scope. */
 class QueueHolder
 {
 public:
     QueueHolder() : exceptions(std::uncaught_exceptions())
     {
-        pthread_once(&_queue_once, create_queue_sync);
-        check(qv_si_mutex_lock(&_queue_sync));
+        check(RecordQueue::lock());
     }
     ~QueueHolder() noexcept(false)
     {
-        const qv_err_t status = qv_si_mutex_unlock(&_queue_sync);
+        const qv_err_t status = RecordQueue::unlock();
         // Behind an exception that leaves this scope there is no room for a second one.
         if (std::uncaught_exceptions() == exceptions) {
             check(status);

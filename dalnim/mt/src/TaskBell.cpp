@@ -18,39 +18,38 @@ namespace {
 /** A power of 2. */
 constexpr std::size_t COUNT = 64;
 
-/** All bells. They are never destroyed: tasks in static storage may be told of to the very end. */
+/**
+ * All bells. They are made when the library is loaded, and not by the first use, which the child of a fork
+ * could find underway for ever; and never destroyed: tasks in static storage may be told of to the very end.
+ */
 class Bells
 {
 public:
-    Bells()
+    Bells() noexcept
     {
-        make();
+        makeAll();
         // In the child of a fork nobody waits, and nobody is there to unlock what was locked.
-        pthread_atfork(nullptr, nullptr, [] { all().make(); });
+        pthread_atfork(nullptr, nullptr, makeAll);
     }
 
-    static Bells& all()
+    TaskBell& operator[](std::size_t index) const
     {
-        alignas(Bells) static unsigned char storage[sizeof(Bells)];
-        static Bells* const bells = new (storage) Bells;
-        return *bells;
-    }
-
-    TaskBell& operator[](std::size_t index)
-    {
-        return reinterpret_cast<TaskBell*>(storage)[index];
+        return *std::launder(reinterpret_cast<TaskBell*>(storage) + index);
     }
 
 private:
-    void make()
+    static void makeAll() noexcept
     {
         for (std::size_t i = 0; i < COUNT; ++i) {
-            new (storage + i * sizeof(TaskBell)) TaskBell;
+            ::new (storage + i * sizeof(TaskBell)) TaskBell;
         }
     }
 
-    alignas(TaskBell) unsigned char storage[COUNT * sizeof(TaskBell)];
+    alignas(TaskBell) static unsigned char storage[COUNT * sizeof(TaskBell)];
 };
+
+unsigned char Bells::storage[COUNT * sizeof(TaskBell)];
+const Bells bells;
 
 }
 
@@ -58,7 +57,7 @@ TaskBell& TaskBell::of(const Task* task)
 {
     // Allocated objects lie 16 bytes apart; the bits above tell those of an array from each other.
     const auto address = reinterpret_cast<std::uintptr_t>(task);
-    return Bells::all()[((address >> 4) ^ (address >> 10) ^ (address >> 16)) & (COUNT - 1)];
+    return bells[((address >> 4) ^ (address >> 10) ^ (address >> 16)) & (COUNT - 1)];
 }
 
 void TaskBell::ring() const

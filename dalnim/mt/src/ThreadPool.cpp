@@ -7,6 +7,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/UniqueID.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
+#include <qv/pmx/host.h>
 #include <qv/rtlapi/RX_ActivityRecorder.hpp>
 #include <qv/rtlapi/RX_Closure0S.hpp>
 #include <qv/rtlapi/RX_RelTime.hpp>
@@ -29,8 +30,8 @@ constexpr unsigned int FORMAT_DEFAULT = 314159265;
 
 ThreadPool::ThreadPool(const char* name, unsigned int max_threads, unsigned int, unsigned int, unsigned int,
                        unsigned int, unsigned int max_pending_tasks)
-    : _id(sys::UniqueID::nextUid32()), _name(_make_tp_name(name, _id)), _queue(nullptr), _ar(nullptr),
-      _max_pending_tasks(max_pending_tasks), isPoolClosed(false)
+    : _id(sys::UniqueID::nextUid32()), _process(qv_si_getpid()), _name(_make_tp_name(name, _id)),
+      _queue(nullptr), _ar(nullptr), _max_pending_tasks(max_pending_tasks), isPoolClosed(false)
 {
     const sys::StackTrack track("ThreadPool()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     qv::Reference<RX_ServerQueue> queue(new RX_ServerQueue(max_pending_tasks));
@@ -49,6 +50,9 @@ ThreadPool::ThreadPool(const char* name, unsigned int max_threads, unsigned int,
 
 ThreadPool::~ThreadPool() noexcept(false)
 {
+    if (!hasWorkers()) {
+        return;
+    }
     shutdown(false, false);
     _queue->detach();
     _ar->detach();
@@ -98,11 +102,17 @@ bool ThreadPool::isFull() const
     return _max_pending_tasks <= static_cast<UInt32_t>(std::max(pending, 0));
 }
 
+/** False in the child of a fork: any lock there may be held by a thread that only the parent has. */
+bool ThreadPool::hasWorkers() const
+{
+    return qv_si_getpid() == _process;
+}
+
 void ThreadPool::shutdown(bool synchronous, bool)
 {
     const sys::StackTrack track("shutdown()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     isPoolClosed = true;
-    if (_queue->isClosed() != 0) {
+    if (!hasWorkers() || _queue->isClosed() != 0) {
         return;
     }
     if (synchronous) {

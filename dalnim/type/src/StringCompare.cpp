@@ -48,7 +48,7 @@ int StringOps::_compare(const char* l, std::size_t l_length, const char* r, std:
     if (shorter == 0) {
         return diff;
     }
-    static const unsigned char* const table = _get_lowercase_char_xlat_table();
+    const unsigned char* const table = _get_lowercase_char_xlat_table();
     for (std::size_t i = 0; i < shorter; ++i) {
         const int difference =
             table[static_cast<unsigned char>(l[i])] - table[static_cast<unsigned char>(r[i])];

@@ -2,6 +2,7 @@
 
 #include "AttributeNames.hpp"
 
+#include <atomic>
 #include <cstring>
 #include <ctime>
 #include <sys/random.h>
@@ -26,12 +27,30 @@ std::uint64_t randomBase() noexcept
 }
 
 /**
+ * One number for the life of the process. Not left to the guard of a static variable, which the child of a
+ * fork could find taken for ever by a thread that it does not have.
+ */
+std::uint64_t baseOfProcess() noexcept
+{
+    static std::atomic<std::uint64_t> known{0};
+    std::uint64_t base = known.load(std::memory_order_relaxed);
+    if (base == 0) {
+        const std::uint64_t fresh = randomBase();
+        // The first one counts; another thread's is in `base` then.
+        if (known.compare_exchange_strong(base, fresh, std::memory_order_relaxed)) {
+            base = fresh;
+        }
+    }
+    return base;
+}
+
+/**
  * The name as a polynomial over the field of 2^61 - 1 elements, taken at a point that is random for
  * each process: no document can be written whose names collide (Carter and Wegman, 1979).
  */
 std::uint64_t hashOf(const char* name, std::size_t length) noexcept
 {
-    static const std::uint64_t base = randomBase();
+    const std::uint64_t base = baseOfProcess();
     std::uint64_t hash = length;
     for (std::size_t i = 0; i < length; ++i) {
         __extension__ const unsigned __int128 product = static_cast<unsigned __int128>(hash) * base;

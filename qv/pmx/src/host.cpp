@@ -24,19 +24,43 @@ std::atomic<pid_t>* makeProcessPage() noexcept
     return static_cast<std::atomic<pid_t>*>(page);
 }
 
+/** In place of a page where the system has none of that kind. */
+std::atomic<pid_t> no_page{0};
+
+/** Not left to the guard of a static variable, which the child of a fork could find taken for ever. */
+std::atomic<std::atomic<pid_t>*> process_page{nullptr};
+
+__attribute__((noinline, cold)) std::atomic<pid_t>* lookUpProcessPage() noexcept
+{
+    std::atomic<pid_t>* const made = makeProcessPage();
+    std::atomic<pid_t>* const page = made != nullptr ? made : &no_page;
+    std::atomic<pid_t>* other = nullptr;
+    if (process_page.compare_exchange_strong(other, page, std::memory_order_acq_rel)) {
+        return page;
+    }
+    // Another thread was faster.
+    if (made != nullptr) {
+        munmap(made, static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+    }
+    return other;
+}
+
 }
 
 // The kernel is asked once a process: each log record carries the number.
 pid_t qv_si_getpid(void) noexcept
 {
-    static std::atomic<pid_t>* const known = makeProcessPage();
-    if (known == nullptr) {
+    std::atomic<pid_t>* page = process_page.load(std::memory_order_acquire);
+    if (page == nullptr) {
+        page = lookUpProcessPage();
+    }
+    if (page == &no_page) {
         return getpid();
     }
-    pid_t pid = known->load(std::memory_order_relaxed);
+    pid_t pid = page->load(std::memory_order_relaxed);
     if (pid == 0) {
         pid = getpid();
-        known->store(pid, std::memory_order_relaxed);
+        page->store(pid, std::memory_order_relaxed);
     }
     return pid;
 }
