@@ -64,6 +64,13 @@ private:
     DynLoaderMgr();
     ~DynLoaderMgr() override;
 
+    /**
+     * Called when the static destructors of the process have run. The dynamic linker ends the libraries one
+     * by one then, and would begin those anew that are needed by what another thread loads. So the other
+     * threads that come to the loader from here on stay there; the one that ends the process does not.
+     */
+    __attribute__((destructor)) static void endLoads() noexcept;
+
     const StringVector& get_path() const noexcept
     {
         return path;

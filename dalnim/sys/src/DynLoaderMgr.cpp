@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <memory>
 #include <new>
 #include <pthread.h>
@@ -87,6 +88,12 @@ void* find_symbol(qv_lhandle_t library, const String& symname)
     return qv_si_lib_find_symbol(library, modules, symname.c_str());
 }
 
+/**
+ * The one manager, once it was made. Never given up: static destructors and threads that are still running
+ * may load, look up and release while the process exits.
+ */
+std::atomic<DynLoaderMgr*> instance{nullptr};
+
 }
 
 DynLoaderMgr::DynLoaderMgr() : sync(true), pkey(0) {}
@@ -95,26 +102,39 @@ DynLoaderMgr::~DynLoaderMgr() = default;
 
 DynLoaderMgrRef DynLoaderMgr::manager()
 {
-    // Never given up: static destructors and threads that are still running may load, look up and
-    // release while the process exits.
-    static DynLoaderMgr* ref = nullptr;
-    static std::atomic<bool> ini(false);
-    if (!ini.load(std::memory_order_acquire)) {
+    DynLoaderMgr* known = instance.load(std::memory_order_acquire);
+    if (known == nullptr) {
         const InitLock lock(true);
-        if (!ini.load(std::memory_order_relaxed)) {
-            ref = new DynLoaderMgr;
-            ref->acquireRef();
-            ini.store(true, std::memory_order_release);
+        known = instance.load(std::memory_order_relaxed);
+        if (known == nullptr) {
+            known = new DynLoaderMgr;
+            known->acquireRef();
+            instance.store(known, std::memory_order_release);
         }
     }
     // A forked child starts with a table that is whole and a lock that is free. Registered behind the
     // handlers of the other locks of the library, this one is taken before them, as it is everywhere.
-    static const int fork_status = pthread_atfork(
-        [] { ref->sync.acquire(); }, [] { ref->sync.release(std::nothrow); },
-        // It belongs to the parent's thread, whose number is another one: it cannot be unlocked here.
-        [] { ::new (&ref->sync) mt::CriticalSection(true); });
-    static_cast<void>(fork_status);
-    return DynLoaderMgrRef(ref);
+    // The child of a fork that comes in between begins this anew.
+    static pthread_once_t fork_once = PTHREAD_ONCE_INIT;
+    pthread_once(&fork_once, [] {
+        pthread_atfork(
+            [] { instance.load()->sync.acquire(); }, [] { instance.load()->sync.release(std::nothrow); },
+            // It belongs to the parent's thread, whose number is another one: it cannot be unlocked here.
+            [] { ::new (&instance.load()->sync) mt::CriticalSection(true); });
+    });
+    return DynLoaderMgrRef(known);
+}
+
+void DynLoaderMgr::endLoads() noexcept
+{
+    // Not awaited for ever: an initialiser that is underway may be waiting for something itself.
+    constexpr int TRIES = 1000;
+    constexpr timespec MILLISECOND = {0, 1000000};
+    if (const DynLoaderMgr* const manager = instance.load(std::memory_order_acquire)) {
+        for (int i = 0; i < TRIES && !manager->sync.request(); ++i) {
+            nanosleep(&MILLISECOND, nullptr);
+        }
+    }
 }
 
 ConstDynLibraryRef DynLoaderMgr::image(const String& imgfile, bool global)
