@@ -28,6 +28,12 @@ typedef mem::ConstRcoRef<DynSymbol> DynSymbolRef;
  * library's initialisers and its static destructors under the loader's lock; these may load, look up
  * and release on their own thread, and must not wait for another thread that does. A library that is
  * going cannot be brought back by its own destructors.
+ *
+ * A library whose initialisers or static destructors use this interface is to be loaded and unloaded by it,
+ * and not by a plain `dlopen` or `dlclose`: these take the lock of the dynamic linker before the loader's,
+ * which another thread that loads by this interface takes after it, and the two threads wait for each other
+ * for ever. When the static destructors of the process have run, other threads that come here wait for its
+ * end.
  */
 class DALNIM_API DynLibrary final : public mem::RefCntObject
 {
