@@ -15,8 +15,10 @@
 #include <dalnim/log/Module.hpp>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <thread>
 #include <vector>
@@ -36,6 +38,13 @@ namespace sys = com::kor::dal::nim::sys;
 constexpr bool IS_ALLOCATOR_FIT_TO_FORK = false;
 #else
 constexpr bool IS_ALLOCATOR_FIT_TO_FORK = true;
+#endif
+
+// Each load costs the thread sanitizer address space, of which a fork needs as much again.
+#if defined(__SANITIZE_THREAD__)
+constexpr std::chrono::microseconds PAUSE(1000);
+#else
+constexpr std::chrono::microseconds PAUSE(20);
 #endif
 
 /** Sets its flag when run. */
@@ -91,7 +100,7 @@ struct Busy
             for (++started;; ++rounds) {
                 action();
                 // So that the children get a turn.
-                std::this_thread::sleep_for(std::chrono::microseconds(20));
+                std::this_thread::sleep_for(PAUSE);
             }
         }).detach();
         while (started != ready) {
@@ -156,7 +165,10 @@ int forkAll(int times, const char* plugin)
             liveAsChild(i, plugin);
         }
         int status = -1;
-        waitpid(child, &status, 0);
+        if (child == -1 || waitpid(child, &status, 0) != child) {
+            std::cout << "child " << i << ": " << std::strerror(errno) << std::endl;
+            return 1;
+        }
         if (status != 0) {
             std::cout << "child " << i << " ended with " << status << std::endl;
             return 1;
