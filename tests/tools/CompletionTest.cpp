@@ -30,6 +30,16 @@ TEST_F(CompletionTest, OfNimprops)
               "pool/pending\npool/threads\n");
 }
 
+TEST_F(CompletionTest, OfNimlog)
+{
+    write("app.log", "");
+    EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "ap"), "app.log\n");
+    EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "app.log --s"), "--severity\n--since\n");
+    EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "--count ''"), "hour\nmodule\nseverity\nthread\n");
+    EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "-s WA"), "WARNING\n");
+    EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "--since 1"), "\n");
+}
+
 TEST_F(CompletionTest, OfNimxml)
 {
     write("a.xml", "<a/>");

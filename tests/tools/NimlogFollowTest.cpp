@@ -1,0 +1,223 @@
+#include "ToolFixture.hpp"
+
+#include <dalnim/log/LogFile.hpp>
+
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <memory>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using com::kor::dal::nim::log::LogFile;
+using com::kor::dal::nim::log::LogFileRef;
+
+/** A log that this process writes and a nimlog that follows it. */
+const char REMOVED[] = ": a file was removed before a newer one was found; records may be missing\n";
+
+class NimlogFollowTest : public ToolFixture
+{
+protected:
+    NimlogFollowTest() : path(folder.file("app.log")), log(new LogFile) {}
+
+    void SetUp() override
+    {
+        log->setPath(path);
+    }
+
+    void start(const std::vector<std::string>& arguments = {})
+    {
+        std::vector<std::string> command = {NIMLOG_PROGRAM, "--follow", "--mask", "SEVERITY", path};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        nimlog = std::make_unique<support::ChildProcess>(command, outputs.path());
+    }
+
+    /** Waits for a text at the end of its output; false when a minute did not bring it. */
+    bool showsLast(const std::string& text) const
+    {
+        for (int round = 0; round < 6000; ++round) {
+            const std::string output = nimlog->output();
+            if (output.size() >= text.size() && output.substr(output.size() - text.size()) == text) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    }
+
+    /** Ends it, and expects what it has shown. */
+    void expectShown(const std::string& output, const std::string& errors = "", int signal = SIGINT)
+    {
+        nimlog->signal(signal);
+        EXPECT_EQ(nimlog->wait(), 0);
+        EXPECT_TRUE(nimlog->output() == output) << nimlog->output().substr(0, 2000);
+        EXPECT_EQ(nimlog->errors(), errors);
+    }
+
+    void append(const std::string& text) const
+    {
+        const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        ASSERT_EQ(::write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        close(file);
+    }
+
+    const std::string path;
+    LogFileRef log;
+    std::unique_ptr<support::ChildProcess> nimlog;
+};
+
+TEST_F(NimlogFollowTest, ShowsWhatIsWritten)
+{
+    log->log("INFO : first");
+    start();
+    ASSERT_TRUE(showsLast("INFO : first\n"));
+    log->log("INFO : second\nwith two lines");
+    ASSERT_TRUE(showsLast("INFO : second\nwith two lines\n"));
+    expectShown("INFO : first\nINFO : second\nwith two lines\n");
+}
+
+TEST_F(NimlogFollowTest, EndsOnTermToo)
+{
+    log->log("INFO : first");
+    start();
+    ASSERT_TRUE(showsLast("INFO : first\n"));
+    expectShown("INFO : first\n", "", SIGTERM);
+}
+
+TEST_F(NimlogFollowTest, GoesOnAtEachRotation)
+{
+    // Each line fills a file, and there are two old ones at most.
+    log->setMaxFileSize(1);
+    log->setMaxNumberOfFiles(2);
+    log->log("INFO : 0");
+    start();
+    std::string expected = "INFO : 0\n";
+    ASSERT_TRUE(showsLast(expected));
+    for (int number = 1; number <= 40; ++number) {
+        const std::string line = "INFO : " + std::to_string(number);
+        log->log(line);
+        ASSERT_TRUE(showsLast(line + '\n'));
+        expected += line + '\n';
+    }
+    expectShown(expected);
+}
+
+TEST_F(NimlogFollowTest, LosesAndRepeatsNothingHoweverFastTheLogRotates)
+{
+    log->setMaxFileSize(2000);
+    log->log("INFO : 0");
+    start();
+    ASSERT_TRUE(showsLast("INFO : 0\n"));
+    std::string expected = "INFO : 0\n";
+    testing::internal::CaptureStderr();
+    for (int number = 1; number <= 5000; ++number) {
+        const std::string line = "INFO : " + std::to_string(number);
+        log->log(line);
+        expected += line + '\n';
+    }
+    testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(std::filesystem::exists(path + ".20"));
+    ASSERT_TRUE(showsLast("INFO : 5000\n"));
+    expectShown(expected);
+}
+
+TEST_F(NimlogFollowTest, BeginsInTheMiddleOfTheRotations)
+{
+    log->setMaxFileSize(1000);
+    std::string expected;
+    testing::internal::CaptureStderr();
+    std::thread writer([&] {
+        for (int number = 1; number <= 4000; ++number) {
+            const std::string line = "INFO : " + std::to_string(number);
+            log->log(line);
+            expected += line + '\n';
+            if (number == 100) {
+                start();
+            }
+        }
+    });
+    writer.join();
+    testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(showsLast("INFO : 4000\n"));
+    expectShown(expected);
+}
+
+TEST_F(NimlogFollowTest, WaitsForALogThatIsNotThereYet)
+{
+    start();
+    log->log("INFO : first");
+    ASSERT_TRUE(showsLast("INFO : first\n"));
+    expectShown("INFO : first\n");
+}
+
+TEST_F(NimlogFollowTest, WaitsForTheRestOfALine)
+{
+    append("INFO : first\nINFO : par");
+    start();
+    ASSERT_TRUE(showsLast("INFO : first\n"));
+    append("tly\n");
+    ASSERT_TRUE(showsLast("INFO : partly\n"));
+    expectShown("INFO : first\nINFO : partly\n");
+}
+
+TEST_F(NimlogFollowTest, ShowsALineWithoutAnEndAtItsOwn)
+{
+    append("INFO : first\nINFO : without end");
+    start();
+    ASSERT_TRUE(showsLast("INFO : first\n"));
+    expectShown("INFO : first\nINFO : without end\n");
+}
+
+TEST_F(NimlogFollowTest, TellsOfAFileThatWasRemoved)
+{
+    log->log("INFO : first");
+    start();
+    ASSERT_TRUE(showsLast("INFO : first\n"));
+    support::writeFile(path + ".new", "INFO : second\n");
+    std::filesystem::rename(path + ".new", path);
+    ASSERT_TRUE(showsLast("INFO : second\n"));
+    expectShown("INFO : first\nINFO : second\n",
+                "nimlog: " + path + REMOVED);
+}
+
+TEST_F(NimlogFollowTest, RepeatsNoOldFileWhenTheLiveOneIsReplaced)
+{
+    support::writeFile(path + ".0", "INFO : old\n");
+    append("INFO : first\n");
+    start();
+    ASSERT_TRUE(showsLast("INFO : first\n"));
+    std::filesystem::remove(path);
+    append("INFO : second\n");
+    ASSERT_TRUE(showsLast("INFO : second\n"));
+    expectShown("INFO : old\nINFO : first\nINFO : second\n",
+                "nimlog: " + path + REMOVED);
+}
+
+TEST_F(NimlogFollowTest, BeginsAgainInAFileThatWasCut)
+{
+    append("INFO : first\nINFO : second\n");
+    start();
+    ASSERT_TRUE(showsLast("INFO : second\n"));
+    std::filesystem::resize_file(path, 0);
+    append("INFO : third\n");
+    ASSERT_TRUE(showsLast("INFO : third\n"));
+    expectShown("INFO : first\nINFO : second\nINFO : third\n",
+                "nimlog: " + path + ": the file was cut; reading it from its beginning\n");
+}
+
+TEST_F(NimlogFollowTest, FiltersWhileItFollows)
+{
+    log->log("INFO : first");
+    log->log("ERROR : second");
+    start({"--severity", "error"});
+    ASSERT_TRUE(showsLast("ERROR : second\n"));
+    log->log("INFO : third\nof two lines");
+    log->log("FATAL : fourth");
+    ASSERT_TRUE(showsLast("FATAL : fourth\n"));
+    expectShown("ERROR : second\nFATAL : fourth\n");
+}
+
+}

@@ -1,0 +1,329 @@
+#include "ToolFixture.hpp"
+
+#include <gmock/gmock.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <random>
+
+namespace {
+
+const char HEADING[] =
+    "Sat Nov 14 15:05:20 UTC 2026 host01 my server 4711 4711 com.kor.dal.nim.log.internal INFO Write: "
+    "Log Configuration:\n"
+    "\tOutputPath:   \"app.log\"\n"
+    "\tOutputMask:   0x3ff [DATETIME,TIMEZONE,SEVERITY,HOSTNAME,PROCESSNAME,PROCESSID,THREADID,MODULENAME,"
+    "SOURCEFILE,LINENUMBER]\n"
+    "\tSeverityMin:  NOTICE\n"
+    "\tModuleFilter: *\n";
+const char WARNING[] =
+    "Sat Nov 14 15:05:20 UTC 2026 host01 my server 4711 4712 global WARNING Thread 251 : the text\n"
+    " more\n"
+    "\n"
+    "   and more\n";
+const char ERROR[] =
+    "Sat Nov 14 16:59:59 +0100 2026 host01 my server 4711 4711 disks.sda ERROR Disk 7 : full\n";
+const char REPORT[] = "com.kor.dal.nim.log.internal INFO : Changing logging setting: OutputMask\n"
+                      "\told: 0x3ff [DATETIME,TIMEZONE]\n"
+                      "\tnew: 0x84 [SEVERITY,MODULENAME]\n";
+const char FATAL[] = "net FATAL : last\n";
+
+const char LEFT_OUT[] =
+    "nimlog: app.log: records left out because they have not the fields that were asked for: 2\n";
+
+class NimlogTest : public ToolFixture
+{
+protected:
+    Result run(const std::string& arguments) const
+    {
+        return shell("exec '" NIMLOG_PROGRAM "' " + arguments);
+    }
+
+    /** A log of three files, of which the fields change in the second. */
+    void writeSet() const
+    {
+        write("app.log.10", std::string(HEADING) + WARNING);
+        write("app.log.2", std::string(ERROR) + REPORT);
+        write("app.log", FATAL);
+        // Of no such log.
+        write("app.log.02", "02\n");
+        write("app.log.x", "x\n");
+        write("app.log.", "none\n");
+        write("other.log.0", "other\n");
+    }
+};
+
+TEST_F(NimlogTest, RefusesABadCommandLineInOneLine)
+{
+    expectResult(run(""), 2, "", "nimlog: a FILE is needed\n");
+    expectResult(run("a b"), 2, "", "nimlog: one FILE is all; old files are found by its name\n");
+    expectResult(run("-f -"), 2, "",
+                 "nimlog: --follow needs a file: standard input is read to its end as it comes\n");
+    expectResult(run("--bogus a"), 2, "", "nimlog: unknown option --bogus\n");
+    expectResult(run("a --mask"), 2, "", "nimlog: option --mask needs a value\n");
+    expectResult(run("-fx a"), 2, "", "nimlog: unknown option -x\n");
+    expectResult(run("a -m"), 2, "", "nimlog: option -m needs a value\n");
+    expectResult(run("-s loud a"), 2, "",
+                 "nimlog: \"loud\" is no severity: TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR or FATAL\n");
+    expectResult(run("-m '[' a"), 2, "", "nimlog: \"[\" is no pattern for modules\n");
+    expectResult(run("-t 0x1 a"), 2, "", "nimlog: \"0x1\" is no thread's number\n");
+    expectResult(run("--since soon a"), 2, "",
+                 "nimlog: \"soon\" is no time, such as 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m\n");
+    expectResult(run("--count days a"), 2, "",
+                 "nimlog: --count takes severity, module, thread or hour, not \"days\"\n");
+    expectResult(run("--color red a"), 2, "", "nimlog: --color takes auto, always or never, not \"red\"\n");
+    expectResult(run("--mask DATE a"), 2, "",
+                 "nimlog: \"DATE\" is no field; a mask is NONE, ALL, a number up to 1023, or some of "
+                 "DATETIME,SEVERITY,HOSTNAME,PROCESSNAME,PROCESSID,THREADID,MODULENAME,SOURCEFILE,"
+                 "LINENUMBER\n");
+}
+
+TEST_F(NimlogTest, TellsOfItself)
+{
+    expectResult(run("--version"), 0, "nimlog (dalnim) " TOOLS_VERSION "\n", "");
+    const Result help = run("--help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_THAT(help.output, testing::StartsWith("usage: nimlog [OPTION]... FILE\n"));
+    EXPECT_EQ(help.errors, "");
+}
+
+TEST_F(NimlogTest, TellsWhatCannotBeReadOrWritten)
+{
+    expectResult(run("missing"), 2, "", "nimlog: cannot read missing: No such file or directory\n");
+    expectResult(run("."), 2, "", "nimlog: cannot read .: Is a directory\n");
+    write("app.log", HEADING);
+    expectResult(run("app.log >/dev/full"), 2, "",
+                 "nimlog: cannot write standard output: No space left on device\n");
+}
+
+TEST_F(NimlogTest, ReadsASetAsOneFromTheOldestOn)
+{
+    writeSet();
+    expectResult(run("app.log"), 0, std::string(HEADING) + WARNING + ERROR + REPORT + FATAL, "");
+    // The live file may be missing for a moment.
+    shell("rm app.log");
+    expectResult(run("app.log"), 0, std::string(HEADING) + WARNING + ERROR + REPORT, "");
+    expectResult(run("- < app.log.2"), 0, std::string(ERROR) + REPORT, "");
+}
+
+TEST_F(NimlogTest, ShowsWhatAPipeHasBroughtSoFar)
+{
+    expectResult(shell("(echo 'INFO : a'; for i in {1..6000}; do [ ! -s shown ] || break; sleep 0.01; done;"
+                       " cat shown; echo 'INFO : b')"
+                       " | '" NIMLOG_PROGRAM "' --mask SEVERITY - >shown; cat shown"),
+                 0, "INFO : a\nINFO : a\nINFO : b\n", "");
+}
+
+TEST_F(NimlogTest, EndsALastLineThatHasNoNewline)
+{
+    write("app.log.0", "net FATAL : no newline");
+    write("app.log", "net FATAL : second");
+    expectResult(run("--mask MODULENAME,SEVERITY app.log"), 0,
+                 "net FATAL : no newline\nnet FATAL : second\n", "");
+}
+
+TEST_F(NimlogTest, ShowsJson)
+{
+    writeSet();
+    write("app.log", "net FATAL : \xff\xc3\xa9 \xe2\x82 \xed\xa0\x80 \xf0\x9f\x98\x80 \"\\\x01\x7f\t\r\n/\n");
+    expectResult(
+        run("--json app.log"), 0,
+        "{\"time\":\"2026-11-14T15:05:20Z\",\"host\":\"host01\",\"process\":\"my server\",\"pid\":4711,"
+        "\"thread\":4711,\"module\":\"com.kor.dal.nim.log.internal\",\"severity\":\"INFO\",\"text\":"
+        "\"Log Configuration:\\n\\tOutputPath:   \\\"app.log\\\"\\n"
+        "\\tOutputMask:   0x3ff [DATETIME,TIMEZONE,SEVERITY,HOSTNAME,PROCESSNAME,PROCESSID,THREADID,"
+        "MODULENAME,SOURCEFILE,LINENUMBER]\\n\\tSeverityMin:  NOTICE\\n\\tModuleFilter: *\"}\n"
+        "{\"time\":\"2026-11-14T15:05:20Z\",\"host\":\"host01\",\"process\":\"my server\",\"pid\":4711,"
+        "\"thread\":4712,\"module\":\"global\",\"severity\":\"WARNING\",\"source\":\"Thread\",\"line\":251,"
+        "\"text\":\"the text\\n more\\n\\n   and more\"}\n"
+        "{\"time\":\"2026-11-14T16:59:59+01:00\",\"host\":\"host01\",\"process\":\"my server\",\"pid\":4711,"
+        "\"thread\":4711,\"module\":\"disks.sda\",\"severity\":\"ERROR\",\"source\":\"Disk\",\"line\":7,"
+        "\"text\":\"full\"}\n"
+        "{\"module\":\"com.kor.dal.nim.log.internal\",\"severity\":\"INFO\",\"text\":"
+        "\"Changing logging setting: OutputMask\\n\\told: 0x3ff [DATETIME,TIMEZONE]\\n"
+        "\\tnew: 0x84 [SEVERITY,MODULENAME]\"}\n"
+        "{\"module\":\"net\",\"severity\":\"FATAL\",\"text\":\"\xef\xbf\xbd\xc3\xa9 \xef\xbf\xbd "
+        "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd \xf0\x9f\x98\x80 \\\"\\\\\\u0001\\u007f\\t\\r\\n/\"}\n",
+        "");
+}
+
+TEST_F(NimlogTest, FiltersWholeRecords)
+{
+    writeSet();
+    expectResult(run("--severity warning app.log"), 0, std::string(WARNING) + ERROR + FATAL, "");
+    expectResult(run("-s FATAL app.log"), 0, FATAL, "");
+    expectResult(run("-m 'disks.*' -m net app.log"), 0, std::string(ERROR) + FATAL, "");
+    expectResult(run("-m disks app.log"), 0, "", "");
+    expectResult(run("-t 4712 -t 5 app.log"), 0, WARNING, LEFT_OUT);
+    expectResult(run("-s error -m 'd*' app.log"), 0, ERROR, "");
+}
+
+TEST_F(NimlogTest, FiltersByTimeWhereverItsZone)
+{
+    write("app.log", std::string(WARNING) + ERROR);
+    for (const char* const since :
+         {"2026-11-14T15:05:21", "'2026-11-14 15:05:21'", "2026-11-14T16:05:21+01:00", "@1794668721",
+          "2026-11-14T15:06", "'Sat Nov 14 15:59:59 UTC 2026'"}) {
+        expectResult(run(std::string("app.log --since ") + since), 0, ERROR, "");
+    }
+    expectResult(run("app.log --since 2026-11-14T15:05:20Z"), 0, std::string(WARNING) + ERROR, "");
+    expectResult(run("app.log --since 2026-11-14T16:00"), 0, "", "");
+    expectResult(run("app.log --until 2026-11-14T15:05:20"), 0, WARNING, "");
+    expectResult(run("app.log --until 2026-11-14"), 0, "", "");
+    expectResult(run("app.log --since 2026-11-14 --until 2026-11-15"), 0, std::string(WARNING) + ERROR,
+                 "");
+}
+
+TEST_F(NimlogTest, CountsByWhatIsAsked)
+{
+    writeSet();
+    expectResult(run("--count severity app.log"), 0,
+                 "         1 FATAL\n         1 ERROR\n         1 WARNING\n         2 INFO\n", "");
+    expectResult(run("--count module app.log"), 0,
+                 "         2 com.kor.dal.nim.log.internal\n         1 disks.sda\n         1 global\n"
+                 "         1 net\n",
+                 "");
+    expectResult(run("--count thread app.log"), 0, "         2 4711\n         1 4712\n", LEFT_OUT);
+    expectResult(run("--count hour app.log"), 0, "         3 2026-11-14T15:00Z\n", LEFT_OUT);
+    expectResult(run("--count hour --json app.log"), 0, "{\"hour\":\"2026-11-14T15:00Z\",\"count\":3}\n",
+                 LEFT_OUT);
+    expectResult(run("--count thread --json -t 4712 app.log"), 0, "{\"thread\":4712,\"count\":1}\n",
+                 LEFT_OUT);
+}
+
+TEST_F(NimlogTest, ColorsSeveritiesWhenAsked)
+{
+    writeSet();
+    expectResult(run("--color always -s error app.log"), 0,
+                 "Sat Nov 14 16:59:59 +0100 2026 host01 my server 4711 4711 disks.sda "
+                 "\x1b[31mERROR\x1b[0m Disk 7 : full\nnet \x1b[1;31mFATAL\x1b[0m : last\n",
+                 "");
+    expectResult(run("--color auto -s fatal app.log"), 0, FATAL, "");
+    expectResult(shell("NO_COLOR=1 '" NIMLOG_PROGRAM "' --color always -s fatal app.log"), 0,
+                 "net \x1b[1;31mFATAL\x1b[0m : last\n", "");
+}
+
+TEST_F(NimlogTest, UsesColorOnATerminalUnlessToldOtherwise)
+{
+    if (std::system("script --version >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "no terminal can be had here";
+    }
+    write("app.log", FATAL);
+    const std::string command =
+        "script -qec \"'" NIMLOG_PROGRAM "' --mask 0x84 app.log\" /dev/null </dev/null";
+    EXPECT_EQ(shell("TERM=xterm NO_COLOR= " + command).output, "net \x1b[1;31mFATAL\x1b[0m : last\r\n");
+    EXPECT_EQ(shell("TERM=xterm NO_COLOR=1 " + command).output, "net FATAL : last\r\n");
+    EXPECT_EQ(shell("TERM=dumb NO_COLOR= " + command).output, "net FATAL : last\r\n");
+}
+
+TEST_F(NimlogTest, TakesTheMaskThatItIsGiven)
+{
+    write("app.log", "WARNING 251 : a\nb\nERROR 1 : c\n");
+    for (const char* const mask : {"SEVERITY,LINENUMBER", "'LINENUMBER SEVERITY'", "516", "0x204"}) {
+        expectResult(run(std::string("-s error app.log --mask ") + mask), 0, "ERROR 1 : c\n", "");
+    }
+    write("none.log", " : a\nb\n : c\n");
+    expectResult(run("--json --mask NONE none.log"), 0, "{\"text\":\"a\\nb\"}\n{\"text\":\"c\"}\n", "");
+}
+
+TEST_F(NimlogTest, TellsWhenItDoesNotKnowTheFields)
+{
+    write("app.log", "WARNING 251 : a\nb\n");
+    expectResult(run("app.log"), 1, "WARNING 251 : a\nb\n",
+                 "nimlog: app.log: no line begins with the fields that a record is to have; --mask tells "
+                 "which they have\n");
+    write("app.log", std::string("WARNING 251 : a\nb\n") + HEADING);
+    expectResult(run("-s info app.log"), 0, HEADING,
+                 "nimlog: app.log: lines ahead of the first record with other fields than expected: 2; "
+                 "--mask tells which they have\n");
+    write("app.log", "");
+    expectResult(run("app.log"), 0, "", "");
+}
+
+TEST_F(NimlogTest, ReadsNoDateThatIsNone)
+{
+    for (const char* const date :
+         {"Sat Nov 00 15:05:20 UTC 2026", "Sat Nov 32 15:05:20 UTC 2026", "Sat Now 14 15:05:20 UTC 2026",
+          "Sat Nov 14 24:05:20 UTC 2026", "Sat Nov 14 15:60:20 UTC 2026", "Sat Nov 14 15:05:61 UTC 2026",
+          "Sat Nov 14 15:05:20 CET 2026", "Sat Nov 14 15:05:20 +01:0 2026", "Sat Nov 14 15:05:20 UTC 202"}) {
+        write("app.log", std::string(date) + " : text\n");
+        EXPECT_EQ(run("--mask DATETIME app.log").status, 1) << date;
+    }
+    write("app.log", "Tue Feb 29 23:59:60 -1130 2000 : text\n");
+    expectResult(run("--mask DATETIME --json app.log --since @951910200 --until @951910200"), 0,
+                 "{\"time\":\"2000-02-29T23:59:60-11:30\",\"text\":\"text\"}\n", "");
+}
+
+TEST_F(NimlogTest, KeepsRecordsTogetherWhereverItsPiecesEnd)
+{
+    std::string text;
+    std::string counted;
+    int records = 0;
+    std::mt19937 random(1);
+    while (text.size() < 2000000) {
+        text += records % 2 == 0 ? "ERROR : " + std::to_string(records) : "INFO : odd";
+        for (std::size_t lines = random() % 4; lines > 0; --lines) {
+            text += '\n' + std::string(random() % 3000, 'x');
+        }
+        text += '\n';
+        ++records;
+    }
+    write("app.log", text);
+    EXPECT_TRUE(run("--mask SEVERITY app.log").output == text);
+    expectResult(run("--mask SEVERITY -s error --json app.log | wc -l"), 0,
+                 std::to_string((records + 1) / 2) + "\n", "");
+    expectResult(run("--mask SEVERITY --count severity app.log | wc -l"), 0, "2\n", "");
+}
+
+/** Bytes of any kind: shown as they are, and as JSON that is UTF-8. */
+TEST_F(NimlogTest, TakesAnyBytes)
+{
+    ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+    std::mt19937 random(20261114);
+    const std::string log = std::string(HEADING) + WARNING + ERROR + REPORT + FATAL;
+    for (int round = 0; round < 25; ++round) {
+        std::string text;
+        if (round % 5 == 0) {
+            text.resize(random() % 600000);
+            for (char& c : text) {
+                c = static_cast<char>(random());
+            }
+        } else {
+            while (text.size() < 20000) {
+                text += log;
+            }
+            for (std::size_t changes = random() % 400; changes > 0; --changes) {
+                const std::size_t at = random() % text.size();
+                switch (random() % 4) {
+                case 0:
+                    text[at] = static_cast<char>(random());
+                    break;
+                case 1:
+                    text.erase(at, random() % 40);
+                    break;
+                case 2:
+                    text.insert(at, text.substr(random() % text.size(), random() % 200));
+                    break;
+                default:
+                    text.insert(at, 1, " \n:\t0x["[random() % 7]);
+                }
+                text += 'x';
+            }
+        }
+        write("app.log", text);
+        const std::string mask = " --mask " + std::to_string(round % 2 == 0 ? 1023 : random() % 1024);
+        const Result shown = run("app.log" + mask);
+        EXPECT_LE(shown.status, 1) << shown.errors;
+        const bool isEnded = text.empty() || text.back() == '\n';
+        EXPECT_TRUE(shown.output == text + (isEnded ? "" : "\n")) << "round " << round;
+
+        const Result json = run("--json app.log" + mask);
+        EXPECT_LE(json.status, 1) << json.errors;
+        EXPECT_EQ(json.output.find('\0'), std::string::npos);
+        EXPECT_NE(std::mbstowcs(nullptr, json.output.c_str(), 0), static_cast<std::size_t>(-1));
+        EXPECT_LE(run("--count hour -m '*' app.log" + mask).status, 1);
+    }
+    std::setlocale(LC_CTYPE, "C");
+}
+
+}

@@ -1,0 +1,46 @@
+#ifndef DALNIM_TOOLS_NIMLOG_OPTIONS_HPP
+#define DALNIM_TOOLS_NIMLOG_OPTIONS_HPP
+
+#include <ctime>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace nimlog {
+
+/** What the records are counted by. */
+enum class CountBy {
+    NOTHING,
+    SEVERITY,
+    MODULE,
+    THREAD,
+    HOUR
+};
+
+/** The command line. */
+struct Options
+{
+    std::string path;
+    /** Bits of log::Mask: the fields of records ahead of the first heading. */
+    unsigned int mask;
+    int severity = 0;
+    std::vector<std::string> modules;
+    std::vector<std::string> threads;
+    std::optional<std::time_t> since;
+    std::optional<std::time_t> until;
+    CountBy countBy = CountBy::NOTHING;
+    bool follow = false;
+    bool json = false;
+    bool color = false;
+    bool help = false;
+    bool version = false;
+
+    /** Throws UsageError. */
+    static Options parse(int argc, char** argv);
+};
+
+extern const char USAGE[];
+
+}
+
+#endif

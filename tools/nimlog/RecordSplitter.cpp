@@ -1,0 +1,229 @@
+#include "RecordSplitter.hpp"
+
+#include <dalnim/log/Common.hpp>
+
+#include <cstring>
+
+namespace nimlog {
+
+namespace log = com::kor::dal::nim::log;
+
+namespace {
+
+/** A record is no longer than this: what follows is a record of its own, without a prefix. */
+constexpr std::size_t LONGEST_RECORD = 16 * 1024 * 1024;
+
+/** The heading of a new output, whatever the mask is. */
+constexpr unsigned int HEADING_MASK = log::Mask_DATETIME | log::Mask_HOSTNAME | log::Mask_PROCESSNAME
+                                      | log::Mask_PROCESSID | log::Mask_THREADID | log::Mask_MODULENAME
+                                      | log::Mask_SEVERITY;
+constexpr std::string_view HEADING_TERMINATOR = " Write: ";
+constexpr std::string_view HEADING_TITLE = "Log Configuration:";
+constexpr std::string_view HEADING_LABEL = "\tOutputMask:   ";
+
+constexpr std::string_view REPORT_TITLE = "Changing logging setting: OutputMask";
+constexpr std::string_view REPORT_OLD = "\told: ";
+constexpr std::string_view REPORT_NEW = "\tnew: ";
+
+bool beginsWith(std::string_view text, std::string_view begin)
+{
+    return text.substr(0, begin.size()) == begin;
+}
+
+bool endsWith(std::string_view text, std::string_view end)
+{
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+/** A view into the buffer when that has moved. */
+void move(std::string_view& view, const char* from, const char* to)
+{
+    view = std::string_view(to + (view.data() - from), view.size());
+}
+
+void move(Fields& fields, const char* from, const char* to)
+{
+    const auto moveIf = [&](unsigned int bit, std::string_view& view) {
+        if ((fields.present & bit) != 0) {
+            move(view, from, to);
+        }
+    };
+    moveIf(log::Mask_DATETIME, fields.dateTime.clock);
+    moveIf(log::Mask_DATETIME, fields.dateTime.zone);
+    moveIf(log::Mask_HOSTNAME, fields.host);
+    moveIf(log::Mask_PROCESSNAME, fields.process);
+    moveIf(log::Mask_PROCESSID, fields.processId);
+    moveIf(log::Mask_THREADID, fields.thread);
+    moveIf(log::Mask_MODULENAME, fields.module);
+    moveIf(log::Mask_SEVERITY, fields.severityName);
+    moveIf(log::Mask_SOURCEFILE, fields.source);
+    moveIf(log::Mask_LINENUMBER, fields.line);
+}
+
+}
+
+RecordSplitter::RecordSplitter(unsigned int mask, RecordSink& recordSink)
+    : prefix(mask, log::TERMINATOR), heading(HEADING_MASK, HEADING_TERMINATOR), sink(recordSink)
+{}
+
+char* RecordSplitter::prepare(std::size_t size)
+{
+    // What has been handed on goes; the record in hand stays in one piece.
+    const std::size_t kept = hasRecord ? recordBegin : lineBegin;
+    std::vector<char> larger;
+    char* target = buffer.data();
+    if (filled - kept + size > buffer.size()) {
+        larger.resize(2 * (filled - kept) + size);
+        target = larger.data();
+    }
+    if (kept != filled && target != buffer.data() + kept) {
+        std::memmove(target, buffer.data() + kept, filled - kept);
+    }
+    if (hasRecord) {
+        move(record.fields, buffer.data() + kept, target);
+        recordBegin = 0;
+    }
+    report = reportBegin < kept ? NO_REPORT : report;
+    reportBegin -= report != NO_REPORT ? kept : reportBegin;
+    if (!larger.empty()) {
+        buffer = std::move(larger);
+    }
+    filled -= kept;
+    lineBegin -= kept;
+    searched -= kept;
+    return buffer.data() + filled;
+}
+
+void RecordSplitter::commit(std::size_t size)
+{
+    filled += size;
+    scan();
+}
+
+void RecordSplitter::scan()
+{
+    while (searched < filled) {
+        const void* const found = std::memchr(buffer.data() + searched, '\n', filled - searched);
+        if (found == nullptr) {
+            searched = filled;
+            if (filled - lineBegin > LONGEST_RECORD) {
+                takeLine(bytes(lineBegin, filled));
+                lineBegin = filled;
+                emit(filled);
+            }
+            return;
+        }
+        const auto end = static_cast<std::size_t>(static_cast<const char*>(found) - buffer.data());
+        takeLine(bytes(lineBegin, end));
+        lineBegin = searched = end + 1;
+    }
+}
+
+void RecordSplitter::takeLine(std::string_view line)
+{
+    Fields fields;
+    const bool isHeading = endsWith(line, HEADING_TITLE) && heading.parse(line, fields);
+    if (isHeading || prefix.parse(line, fields)) {
+        beginRecord(lineBegin, fields, true);
+        inHeading = isHeading;
+    } else {
+        continueRecord(line);
+    }
+    watchReport(line);
+}
+
+/** A line without a prefix belongs to the record before it, if there is one that may have more lines. */
+void RecordSplitter::continueRecord(std::string_view line)
+{
+    const bool isTooLong = hasRecord && lineBegin - recordBegin > LONGEST_RECORD;
+    const bool isReported = report != NO_REPORT && lineBegin - reportBegin < LONGEST_RECORD;
+    if (!hasRecord || isTooLong || (!record.hasPrefix && !isReported)) {
+        beginRecord(lineBegin, Fields(), false);
+    }
+    unsigned int mask = 0;
+    if (inHeading && beginsWith(line, HEADING_LABEL)
+        && readShownMask(line.substr(HEADING_LABEL.size()), mask)) {
+        prefix.setMask(mask);
+    }
+}
+
+/** The title of the report, the old mask and the new mask are three lines. */
+void RecordSplitter::watchReport(std::string_view line)
+{
+    unsigned int mask = 0;
+    if (endsWith(line, REPORT_TITLE)) {
+        report = BEHIND_TITLE;
+        reportBegin = lineBegin;
+    } else if (report == BEHIND_TITLE && beginsWith(line, REPORT_OLD)) {
+        report = BEHIND_OLD;
+    } else {
+        if (report == BEHIND_OLD && beginsWith(line, REPORT_NEW)
+            && readShownMask(line.substr(REPORT_NEW.size()), mask)) {
+            changeMask(mask);
+        }
+        report = NO_REPORT;
+    }
+}
+
+/** The report is of the new mask: where it looked like a part of the record before it, it begins here. */
+void RecordSplitter::changeMask(unsigned int mask)
+{
+    prefix.setMask(mask);
+    const std::string_view rest = bytes(reportBegin, filled);
+    Fields fields;
+    if (reportBegin >= recordBegin && prefix.parse(rest.substr(0, rest.find('\n')), fields)) {
+        if (reportBegin == recordBegin) {
+            record.fields = fields;
+            record.hasPrefix = true;
+        } else {
+            beginRecord(reportBegin, fields, true);
+        }
+    }
+}
+
+void RecordSplitter::beginRecord(std::size_t begin, const Fields& fields, bool hasPrefix)
+{
+    if (hasRecord) {
+        emit(begin);
+    }
+    hasRecord = true;
+    recordBegin = begin;
+    record.fields = fields;
+    record.hasPrefix = hasPrefix;
+    inHeading = false;
+}
+
+/** Hands on the record in hand, which ends there. */
+void RecordSplitter::emit(std::size_t end)
+{
+    record.whole = bytes(recordBegin, end);
+    if (endsWith(record.whole, "\n")) {
+        record.whole.remove_suffix(1);
+    }
+    hasRecord = false;
+    inHeading = false;
+    if (record.hasPrefix) {
+        ++recognisedCount;
+    } else if (recognisedCount == 0) {
+        ++leadingCount;
+    }
+    sink.take(record);
+}
+
+void RecordSplitter::endFile()
+{
+    if (lineBegin != filled) {
+        *prepare(1) = '\n';
+        commit(1);
+    }
+}
+
+void RecordSplitter::flush()
+{
+    if (hasRecord) {
+        emit(lineBegin);
+        report = NO_REPORT;
+    }
+}
+
+}

@@ -1,0 +1,202 @@
+#include "Sinks.hpp"
+
+#include "JsonText.hpp"
+
+#include <dalnim/log/Common.hpp>
+
+#include <algorithm>
+#include <array>
+
+namespace nimlog {
+
+namespace log = com::kor::dal::nim::log;
+
+namespace {
+
+constexpr std::time_t SECONDS_OF_HOUR = 3600;
+
+/** The sequences of ECMA-48 for each severity, and the one that ends them. */
+constexpr std::array<std::string_view, log::Severity_COUNT> COLORS = {
+    "", "\x1b[2m", "\x1b[2m", "", "\x1b[1m", "\x1b[33m", "\x1b[31m", "\x1b[1;31m"};
+constexpr std::string_view COLOR_END = "\x1b[0m";
+
+void appendMember(std::string& line, std::string_view name)
+{
+    line += line.size() == 1 ? "\"" : ",\"";
+    line += name;
+    line += "\":";
+}
+
+void appendTwoDigits(std::string& text, int number)
+{
+    text += static_cast<char>('0' + number / 10);
+    text += static_cast<char>('0' + number % 10);
+}
+
+/** As RFC 3339 has it. */
+void appendTime(std::string& line, const DateTime& time)
+{
+    line += '"';
+    appendTwoDigits(line, time.year / 100);
+    appendTwoDigits(line, time.year % 100);
+    line += '-';
+    appendTwoDigits(line, time.month);
+    line += '-';
+    appendTwoDigits(line, time.day);
+    line += 'T';
+    line += time.clock;
+    if (time.zone == "UTC") {
+        line += 'Z';
+    } else {
+        line += time.zone.substr(0, 3);
+        line += ':';
+        line += time.zone.substr(3);
+    }
+    line += '"';
+}
+
+/** Digits as a number of JSON, which begins with no 0. */
+void appendNumber(std::string& line, std::string_view digits)
+{
+    line += digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
+}
+
+}
+
+void TextSink::take(const Record& record)
+{
+    const Fields& fields = record.fields;
+    if (color && (fields.present & log::Mask_SEVERITY) != 0
+        && !COLORS[static_cast<std::size_t>(fields.severity)].empty()) {
+        const auto begin = static_cast<std::size_t>(fields.severityName.data() - record.whole.data());
+        out << record.whole.substr(0, begin) << COLORS[static_cast<std::size_t>(fields.severity)]
+            << fields.severityName << COLOR_END << record.whole.substr(begin + fields.severityName.size());
+    } else {
+        out << record.whole;
+    }
+    out << '\n';
+}
+
+void JsonSink::take(const Record& record)
+{
+    const Fields& fields = record.fields;
+    const auto isPresent = [&fields](log::Mask bit) { return (fields.present & bit) != 0; };
+    const auto text = [&](log::Mask bit, std::string_view name, std::string_view value) {
+        if (isPresent(bit)) {
+            appendMember(line, name);
+            appendJson(line, value);
+        }
+    };
+    const auto number = [&](log::Mask bit, std::string_view name, std::string_view value) {
+        if (isPresent(bit)) {
+            appendMember(line, name);
+            appendNumber(line, value);
+        }
+    };
+    line = "{";
+    if (isPresent(log::Mask_DATETIME)) {
+        appendMember(line, "time");
+        appendTime(line, fields.dateTime);
+    }
+    text(log::Mask_HOSTNAME, "host", fields.host);
+    text(log::Mask_PROCESSNAME, "process", fields.process);
+    number(log::Mask_PROCESSID, "pid", fields.processId);
+    number(log::Mask_THREADID, "thread", fields.thread);
+    text(log::Mask_MODULENAME, "module", fields.module);
+    text(log::Mask_SEVERITY, "severity", fields.severityName);
+    text(log::Mask_SOURCEFILE, "source", fields.source);
+    number(log::Mask_LINENUMBER, "line", fields.line);
+    appendMember(line, "text");
+    appendJson(line, record.text());
+    line += "}\n";
+    out << line;
+}
+
+CountSink::CountSink(CountBy countedField) : countBy(countedField) {}
+
+void CountSink::take(const Record& record)
+{
+    const std::string_view key = keyOf(record.fields);
+    if (key.empty()) {
+        ++lackingCount;
+        return;
+    }
+    const auto known = counts.find(key);
+    if (known != counts.end()) {
+        ++known->second;
+    } else {
+        counts.emplace(key, 1);
+    }
+}
+
+std::string_view CountSink::keyOf(const Fields& fields)
+{
+    switch (countBy) {
+    case CountBy::SEVERITY:
+        return (fields.present & log::Mask_SEVERITY) != 0 ? fields.severityName : "";
+    case CountBy::MODULE:
+        return (fields.present & log::Mask_MODULENAME) != 0 ? fields.module : "";
+    case CountBy::THREAD:
+        return (fields.present & log::Mask_THREADID) != 0 ? fields.thread : "";
+    default:
+        break;
+    }
+    if ((fields.present & log::Mask_DATETIME) == 0) {
+        return "";
+    }
+    if (hourText.empty() || hour != fields.dateTime.when / SECONDS_OF_HOUR) {
+        hour = fields.dateTime.when / SECONDS_OF_HOUR;
+        const std::time_t begin = hour * SECONDS_OF_HOUR;
+        std::tm time = {};
+        gmtime_r(&begin, &time);
+        std::array<char, 64> text;
+        hourText.assign(text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:00Z", &time));
+    }
+    return hourText;
+}
+
+/** Severities from the gravest on, hours as they come, all else by its count. */
+std::vector<const CountSink::Counts::value_type*> CountSink::inOrder() const
+{
+    std::vector<const Counts::value_type*> list;
+    for (const auto& count : counts) {
+        list.push_back(&count);
+    }
+    if (countBy == CountBy::SEVERITY) {
+        std::sort(list.begin(), list.end(), [](const auto* l, const auto* r) {
+            return log::getSeverityId(l->first) > log::getSeverityId(r->first);
+        });
+    } else if (countBy != CountBy::HOUR) {
+        std::stable_sort(list.begin(), list.end(),
+                         [](const auto* l, const auto* r) { return l->second > r->second; });
+    }
+    return list;
+}
+
+void CountSink::write(nimtools::Output& out, bool json) const
+{
+    const char* const name = countBy == CountBy::SEVERITY ? "severity"
+                             : countBy == CountBy::MODULE ? "module"
+                             : countBy == CountBy::THREAD ? "thread"
+                                                          : "hour";
+    constexpr std::size_t WIDTH = 10;
+    for (const auto* const count : inOrder()) {
+        const std::string number = std::to_string(count->second);
+        if (json) {
+            std::string line = "{";
+            appendMember(line, name);
+            if (countBy == CountBy::THREAD) {
+                appendNumber(line, count->first);
+            } else {
+                appendJson(line, count->first);
+            }
+            appendMember(line, "count");
+            out << line << number << "}\n";
+        } else {
+            out << std::string(WIDTH - std::min(number.size(), WIDTH), ' ') << number << ' ' << count->first
+                << '\n';
+        }
+    }
+}
+
+}

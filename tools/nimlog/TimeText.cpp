@@ -1,0 +1,143 @@
+#include "TimeText.hpp"
+
+#include <support/Errors.hpp>
+
+#include <array>
+#include <charconv>
+
+namespace nimlog {
+
+namespace {
+
+constexpr std::size_t DATE_LENGTH = sizeof "Sat Nov 14 " - 1;
+constexpr std::size_t CLOCK_LENGTH = sizeof "15:05:20" - 1;
+constexpr std::size_t YEAR_LENGTH = 4;
+
+constexpr int SECONDS_OF_HOUR = 3600;
+constexpr std::time_t SECONDS_OF_DAY = 86400;
+
+bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+/** The two digits at a place, or -1. */
+int twoDigits(const char* at)
+{
+    return isDigit(at[0]) && isDigit(at[1]) ? (at[0] - '0') * 10 + (at[1] - '0') : -1;
+}
+
+int monthNumber(const char* name)
+{
+    static const std::string_view NAMES = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    const std::size_t at = NAMES.find(std::string_view(name, 3));
+    return at == std::string_view::npos || at % 3 != 0 ? 0 : static_cast<int>(at / 3) + 1;
+}
+
+/** Days since the epoch, by the years since 1 March of the year 0. */
+std::time_t daysSinceEpoch(int year, int month, int day)
+{
+    const int years = month > 2 ? year : year - 1;
+    const int dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
+    const int days = years * 365 + years / 4 - years / 100 + years / 400 + dayOfYear;
+    return days - 719468;
+}
+
+}
+
+std::size_t readDateTime(std::string_view text, DateTime& into)
+{
+    if (text.size() < DATE_LENGTH + CLOCK_LENGTH + sizeof " UTC 2026" - 1) {
+        return 0;
+    }
+    const char* const date = text.data();
+    const char* const clock = date + DATE_LENGTH;
+    if (date[3] != ' ' || date[7] != ' ' || date[10] != ' ' || clock[2] != ':' || clock[5] != ':'
+        || clock[8] != ' ') {
+        return 0;
+    }
+    into.month = monthNumber(date + 4);
+    into.day = twoDigits(date + 8);
+    const int hour = twoDigits(clock);
+    const int minute = twoDigits(clock + 3);
+    const int second = twoDigits(clock + 6);
+    if (into.month == 0 || into.day < 1 || into.day > 31 || hour < 0 || hour > 23 || minute < 0 || minute > 59
+        || second < 0 || second > 60) {
+        return 0;
+    }
+    into.clock = text.substr(DATE_LENGTH, CLOCK_LENGTH);
+
+    const std::size_t zone = DATE_LENGTH + CLOCK_LENGTH + 1;
+    int secondsEast = 0;
+    if (text.compare(zone, 4, "UTC ") == 0) {
+        into.zone = text.substr(zone, 3);
+    } else {
+        into.zone = text.substr(zone, sizeof "+0100" - 1);
+        const int hours = into.zone.size() == 5 ? twoDigits(into.zone.data() + 1) : -1;
+        const int minutes = into.zone.size() == 5 ? twoDigits(into.zone.data() + 3) : -1;
+        if (hours < 0 || minutes < 0 || (into.zone[0] != '+' && into.zone[0] != '-')) {
+            return 0;
+        }
+        secondsEast = (hours * SECONDS_OF_HOUR + minutes * 60) * (into.zone[0] == '-' ? -1 : 1);
+    }
+    const std::size_t year = zone + into.zone.size() + 1;
+    if (text.size() < year + YEAR_LENGTH || text[year - 1] != ' ') {
+        return 0;
+    }
+    const int century = twoDigits(text.data() + year);
+    const int yearOfCentury = twoDigits(text.data() + year + 2);
+    if (century < 0 || yearOfCentury < 0) {
+        return 0;
+    }
+    into.year = century * 100 + yearOfCentury;
+    into.when = daysSinceEpoch(into.year, into.month, into.day) * SECONDS_OF_DAY + hour * SECONDS_OF_HOUR
+                + minute * 60 + second - secondsEast;
+    return year + YEAR_LENGTH;
+}
+
+std::time_t parseTime(const std::string& text, std::time_t now)
+{
+    DateTime ofRecord = {};
+    if (readDateTime(text, ofRecord) == text.size()) {
+        return ofRecord.when;
+    }
+
+    const char* const end = text.data() + text.size();
+    std::time_t number = 0;
+    if (text.size() > 1 && text[0] == '@') {
+        const auto [stop, error] = std::from_chars(text.data() + 1, end, number);
+        if (error == std::errc() && stop == end) {
+            return number;
+        }
+    }
+    if (!text.empty() && isDigit(text[0])) {
+        const auto [stop, error] = std::from_chars(text.data(), end, number);
+        if (error == std::errc() && stop + 1 == end) {
+            static const std::string_view UNITS = "smhd";
+            static const std::array<std::time_t, 4> SECONDS = {1, 60, SECONDS_OF_HOUR, SECONDS_OF_DAY};
+            const std::size_t unit = UNITS.find(*stop);
+            if (unit != std::string_view::npos && number <= now / SECONDS[unit]) {
+                return now - number * SECONDS[unit];
+            }
+        }
+    }
+    for (const char* const format :
+         {"%Y-%m-%dT%H:%M:%S%z", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%dT%H:%M%z", "%Y-%m-%dT%H:%M",
+          "%Y-%m-%d %H:%M:%S %z", "%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M %z", "%Y-%m-%d %H:%M", "%Y-%m-%d",
+          "%H:%M:%S", "%H:%M"}) {
+        std::tm time = {};
+        // What the text does not tell is midnight, and today.
+        gmtime_r(&now, &time);
+        time.tm_hour = time.tm_min = time.tm_sec = 0;
+        time.tm_gmtoff = 0;
+        const char* const stop = strptime(text.c_str(), format, &time);
+        if (stop == text.c_str() + text.size()) {
+            const long secondsEast = time.tm_gmtoff;
+            return timegm(&time) - secondsEast;
+        }
+    }
+    throw nimtools::UsageError("\"" + text
+                               + "\" is no time, such as 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m");
+}
+
+}

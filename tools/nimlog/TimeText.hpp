@@ -1,0 +1,18 @@
+#ifndef DALNIM_TOOLS_NIMLOG_TIMETEXT_HPP
+#define DALNIM_TOOLS_NIMLOG_TIMETEXT_HPP
+
+#include "Fields.hpp"
+
+#include <string>
+
+namespace nimlog {
+
+/** Reads "Sat Nov 14 15:05:20 UTC 2026" or "... +0100 2026" in front of a text; gives its length, or 0. */
+std::size_t readDateTime(std::string_view text, DateTime& into);
+
+/** A time as a user writes it; what has no zone is UTC. Throws UsageError. */
+std::time_t parseTime(const std::string& text, std::time_t now);
+
+}
+
+#endif

@@ -1,0 +1,76 @@
+#include "Filter.hpp"
+#include "Options.hpp"
+#include "Reader.hpp"
+#include "Sinks.hpp"
+
+#include <support/Program.hpp>
+
+namespace nimlog {
+
+namespace {
+
+using nimtools::Status;
+
+class NimLog : public nimtools::Program
+{
+public:
+    NimLog() : Program("nimlog", USAGE) {}
+
+protected:
+    Status work(int argc, char** argv) override;
+
+private:
+    Status report(const Options& options, const RecordSplitter& splitter, std::uint64_t lacking);
+};
+
+Status NimLog::work(int argc, char** argv)
+{
+    const Options options = Options::parse(argc, argv);
+    if (options.help || options.version) {
+        options.help ? showUsage() : showVersion();
+        return nimtools::STATUS_FINE;
+    }
+
+    TextSink text(out, options.color);
+    JsonSink json(out);
+    CountSink counts(options.countBy);
+    RecordSink& plain = options.json ? static_cast<RecordSink&>(json) : text;
+    const bool isCounting = options.countBy != CountBy::NOTHING;
+    Filter filter(options, isCounting ? counts : plain);
+    RecordSplitter splitter(options.mask, filter);
+    Reader reader(options.path, splitter, [this](const std::string& complaint) { complain(complaint); });
+    const auto idle = [this] { out.flush(); };
+    options.follow ? reader.follow(idle) : reader.readAll(idle);
+    if (isCounting) {
+        counts.write(out, options.json);
+    }
+    return report(options, splitter, filter.lacking() + (isCounting ? counts.lacking() : 0));
+}
+
+/** Tells what the records did not have. */
+Status NimLog::report(const Options& options, const RecordSplitter& splitter, std::uint64_t lacking)
+{
+    const std::string advice = "; --mask tells which they have";
+    if (splitter.recognised() == 0 && splitter.leading() != 0) {
+        complain(options.path + ": no line begins with the fields that a record is to have" + advice);
+        return nimtools::STATUS_FOUND;
+    }
+    if (splitter.leading() != 0) {
+        complain(options.path + ": lines ahead of the first record with other fields than expected: "
+                 + std::to_string(splitter.leading()) + advice);
+    }
+    if (lacking != 0) {
+        complain(options.path + ": records left out because they have not the fields that were asked for: "
+                 + std::to_string(lacking));
+    }
+    return nimtools::STATUS_FINE;
+}
+
+}
+
+}
+
+int main(int argc, char** argv)
+{
+    return nimlog::NimLog().run(argc, argv);
+}
