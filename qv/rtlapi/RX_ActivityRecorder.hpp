@@ -55,6 +55,7 @@ private:
     si_uint64_t backlogUpTo(si_uint64_t wanted, si_uint64_t ended);
     void endLast();
 
+    Construction _construction{*this};
     // The backlog is the difference of two counts that never go back, each on a line of its own: those
     // who submit write the one, and the workers the other.
     alignas(CACHE_LINE) std::atomic<si_uint64_t> _begun{0};

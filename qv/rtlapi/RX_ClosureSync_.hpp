@@ -45,6 +45,7 @@ private:
     virtual void call_() = 0;
     void raise() const;
 
+    Construction _construction{*this};
     std::unique_ptr<RX_Exception> _ex;
     RX_Condition _cond;
     qv_bool_t _done = 0;

@@ -36,6 +36,35 @@ public:
     }
 
 protected:
+    /**
+     * The first member of a class whose other members may fail to be made: there is no object then, and
+     * the creator's reference is given up. It is told at the end of the constructor that nothing failed.
+     */
+    class Construction
+    {
+    public:
+        explicit Construction(RX_RefCounted_PRIVATE_& object) noexcept
+            : _object(&object)
+        {
+        }
+        Construction(const Construction&) = delete;
+        Construction& operator=(const Construction&) = delete;
+        ~Construction()
+        {
+            if (_object != nullptr) {
+                _object->_refc = 0;
+            }
+        }
+
+        void complete() noexcept
+        {
+            _object = nullptr;
+        }
+
+    private:
+        RX_RefCounted_PRIVATE_* _object;
+    };
+
     /** Gives up the creator's reference, for there will be no object, and throws the exception. */
     [[noreturn]] void throwFromConstructor(const RX_Exception_& exception);
 

@@ -82,6 +82,7 @@ public:
 private:
     class Bed;
     class Job;
+    struct Pending;
     class Rest;
     class Waiting;
     class Worker;
@@ -102,6 +103,7 @@ private:
     bool offer(RX_Closure* closure, Room room);
     void refuse(RX_Closure* closure);
     void dropPending(bool closing);
+    void dropOneByOne(unsigned int count, RX_ActivityRecorder* recorder);
     static void drop(Closures& closures, RX_ActivityRecorder* recorder);
     RX_Closure* takeFromFront();
     RX_Closure* takeOldest();
@@ -130,6 +132,7 @@ private:
         std::atomic<bool> isToAsk{false};
     };
 
+    Construction _construction{*this};
     Front _front;
     alignas(CACHE_LINE) const unsigned int _capacity;
     // All that follows is guarded by the lock of the queue.

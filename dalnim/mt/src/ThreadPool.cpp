@@ -16,6 +16,7 @@
 #include <qv/rtlapi/Reference.hpp>
 
 #include <algorithm>
+#include <new>
 #include <stdexcept>
 
 DALNIM_USES_RTLAPI
@@ -53,7 +54,12 @@ ThreadPool::~ThreadPool() noexcept(false)
     if (!hasWorkers()) {
         return;
     }
-    shutdown(false, false);
+    try {
+        shutdown(false, false);
+    } catch (const std::bad_alloc&) {
+        // Not even for its track. Then nobody is waited for.
+        _queue->close();
+    }
     _queue->detach();
     _ar->detach();
 }
@@ -126,16 +132,19 @@ void ThreadPool::shutdown(bool synchronous, bool)
     _queue->close();
 }
 
+/** Whether a worker becomes free within a second; not so if there is no memory to ask. */
 bool ThreadPool::probe()
 {
-    qv::Reference<RX_Closure0S> closure(new RX_Closure0S(activeThreadsFunction));
-    qv::Reference<RX_Closure> queued = qv::share<RX_Closure>(closure.get());
-    _queue->putProbe(queued.get());
-    queued.release();
     try {
+        qv::Reference<RX_Closure0S> closure(new RX_Closure0S(activeThreadsFunction));
+        qv::Reference<RX_Closure> queued = qv::share<RX_Closure>(closure.get());
+        _queue->putProbe(queued.get());
+        queued.release();
         closure->waitForCompletion(RX_RelTime(1, 0));
         return true;
     } catch (const RX_Exception&) {
+        return false;
+    } catch (const std::bad_alloc&) {
         return false;
     }
 }

@@ -7,6 +7,7 @@
 RX_ActivityRecorder::RX_ActivityRecorder()
     : _quiet(*this)
 {
+    _construction.complete();
 }
 
 RX_ActivityRecorder::~RX_ActivityRecorder() noexcept(false) = default;

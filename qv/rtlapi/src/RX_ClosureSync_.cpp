@@ -46,6 +46,7 @@ void keep(std::unique_ptr<RX_Exception>& kept, RX_Exception* failure)
 RX_ClosureSync_::RX_ClosureSync_()
     : _cond(*this)
 {
+    _construction.complete();
 }
 
 RX_ClosureSync_::~RX_ClosureSync_() noexcept(false)

@@ -1,6 +1,8 @@
 #include <qv/rtlapi/RX_ServerQueue.hpp>
 
 #include <algorithm>
+#include <new>
+#include <optional>
 #include <utility>
 
 #include <qv/pmx/errors.h>
@@ -91,6 +93,13 @@ private:
     RX_ServerQueue& _queue;
 };
 
+/** What was pending when it was taken. */
+struct RX_ServerQueue::Pending
+{
+    Closures older;
+    Closures newer;
+};
+
 /**
  * A closure on its way from the queue: when the job goes, the closure is released, and then the
  * recorder is told; so whoever waits for quiet finds everything gone that was run.
@@ -166,6 +175,7 @@ private:
 RX_ServerQueue::RX_ServerQueue(unsigned int capacity)
     : _capacity(capacity), _room(*this)
 {
+    _construction.complete();
 }
 
 RX_ServerQueue::~RX_ServerQueue() noexcept(false)
@@ -397,16 +407,25 @@ void RX_ServerQueue::refuse(RX_Closure* closure)
 
 void RX_ServerQueue::dropPending(bool closing)
 {
-    Closures older;
-    Closures newer;
+    // All are taken at once. Without the memory for that they are taken one by one, and the workers, if the
+    // queue stays open, take theirs meanwhile: so a queue can be ended also where there is no memory.
+    std::optional<Pending> all;
+    try {
+        all.emplace();
+    } catch (const std::bad_alloc&) {
+    }
+    unsigned int count = 0;
     qv::Reference<RX_ActivityRecorder> recorder;
     {
         const RX_Locked_ front(_front.lock);
         const RX_Locked_ locked(*this);
         _closed = _closed || closing;
-        older.swap(_front.closures);
-        _front.size.store(0, std::memory_order_relaxed);
-        newer.swap(_back);
+        count = size_nolock();
+        if (all) {
+            all->older.swap(_front.closures);
+            _front.size.store(0, std::memory_order_relaxed);
+            all->newer.swap(_back);
+        }
         recorder = qv::share(_ar);
         _room.broadcast();
         if (_closed) {
@@ -414,8 +433,25 @@ void RX_ServerQueue::dropPending(bool closing)
             callAllWorkers();
         }
     }
-    drop(older, recorder.get());
-    drop(newer, recorder.get());
+    if (all) {
+        drop(all->older, recorder.get());
+        drop(all->newer, recorder.get());
+    } else {
+        dropOneByOne(count, recorder.get());
+    }
+}
+
+void RX_ServerQueue::dropOneByOne(unsigned int count, RX_ActivityRecorder* recorder)
+{
+    for (; count != 0; --count) {
+        RX_Closure* closure = nullptr;
+        {
+            const RX_Locked_ front(_front.lock);
+            const RX_Locked_ locked(*this);
+            closure = takeOldest();
+        }
+        const Job dropped(closure, recorder);
+    }
 }
 
 void RX_ServerQueue::drop(Closures& closures, RX_ActivityRecorder* recorder)

@@ -13,6 +13,7 @@
 #include <dalnim/mt/Thread.hpp>
 #include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/System.hpp>
 
 #include <qv/rtlapi/RX_Exception.hpp>
 #include <qv/rtlapi/RX_ExFatal.hpp>
@@ -199,6 +200,7 @@ TEST(ThreadsFault, ATaskIsAddedOrMissesMemory)
 
 TEST(ThreadsFault, APoolIsMadeOrMissesMemory)
 {
+    testing::internal::CaptureStderr();
     EXPECT_GE(walkAllocations([] { return std::unique_ptr<ThreadPool>(); },
                               [](std::unique_ptr<ThreadPool>& pool) {
                                   pool.reset(new ThreadPool(nullptr, 2, 0, 0, 0, 0, 10));
@@ -206,6 +208,44 @@ TEST(ThreadsFault, APoolIsMadeOrMissesMemory)
                               [](std::unique_ptr<ThreadPool>& pool, bool done) {
                                   EXPECT_EQ(done, pool != nullptr);
                               }),
+              4u);
+    EXPECT_EQ("", testing::internal::GetCapturedStderr()) << "there never was what failed to be made";
+}
+
+TEST(ThreadsFault, APoolEndsWithoutMemory)
+{
+    const auto makePool = [] { return std::make_unique<ThreadPool>("pool", 2, 0, 0, 0, 0, 10); };
+    const auto check = [](std::unique_ptr<ThreadPool>&, bool done) { EXPECT_TRUE(done); };
+    // On a thread that the library knows: the track of the call asks for memory on a new one.
+    WalkOptions here;
+    here.onThisThread = true;
+    com::kor::dal::nim::sys::System::threadId();
+    EXPECT_GE(walkAllocations(makePool, [](std::unique_ptr<ThreadPool>& pool) { pool->shutdown(); }, check, here),
+              1u);
+    EXPECT_GE(walkAllocations(makePool, [](std::unique_ptr<ThreadPool>& pool) { pool->shutdown(false); }, check,
+                              here),
+              1u);
+    EXPECT_GE(walkAllocations(makePool, [](std::unique_ptr<ThreadPool>& pool) { pool.reset(); }, check), 1u);
+}
+
+TEST(ThreadsFault, ADetachedThreadIsStartedOrMissesMemory)
+{
+    struct Subject
+    {
+        std::atomic<int> ran{0};
+    };
+    WalkOptions here;
+    here.onThisThread = true;
+    EXPECT_GE(walkAllocations([] { return std::make_unique<Subject>(); },
+                              [](std::unique_ptr<Subject>& subject) {
+                                  OwnThread thread([&] { ++subject->ran; }, false);
+                                  thread.start();
+                                  mttest::awaitEnd(thread);
+                              },
+                              [](std::unique_ptr<Subject>& subject, bool done) {
+                                  EXPECT_EQ(done ? 1 : 0, subject->ran);
+                              },
+                              here),
               4u);
 }
 
@@ -241,6 +281,31 @@ TEST(ThreadsFault, AFailureOfAThreadReachesItsJoinerOrMissesMemory)
         }
         EXPECT_GE(missing, 1u);
         EXPECT_LT(missing, 8u);
+    }
+}
+
+/** What a detached thread throws is logged, or lost behind a line that says so; the thread ends either way. */
+TEST(ThreadsFault, ADetachedThreadThatFailsWithoutMemoryEnds)
+{
+    const String text(200, 't');
+    for (const unsigned int count : {1U, Fault::EVER}) {
+        for (unsigned int n = 1; n <= 12; ++n) {
+            testing::internal::CaptureStderr();
+            OwnThread thread(
+                [&] {
+                    const std::runtime_error error(text);
+                    armThisThread(n, count);
+                    throw error;
+                },
+                false);
+            thread.start();
+            mttest::awaitEnd(thread);
+            const std::string complaint = testing::internal::GetCapturedStderr();
+            // A stream that cannot grow cuts the text of the record short.
+            const bool isLogged = complaint.find(" : Exception from") != std::string::npos;
+            const bool isLost = complaint.find("Thread: a report was lost") != std::string::npos;
+            EXPECT_TRUE(isLogged || isLost) << "without allocation " << n << ": " << complaint;
+        }
     }
 }
 

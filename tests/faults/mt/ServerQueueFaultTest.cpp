@@ -1,0 +1,205 @@
+// The queue behind a pool without memory, by itself; and the complaint of the runtime that counted objects go
+// while they are held, which is not to be made of one that never came to be.
+
+#include "layer/Fault.hpp"
+#include "layer/Walk.hpp"
+
+#include <qv/rtlapi/RX_ActivityRecorder.hpp>
+#include <qv/rtlapi/RX_Closure0S.hpp>
+#include <qv/rtlapi/RX_Exception.hpp>
+#include <qv/rtlapi/RX_ServerQueue.hpp>
+#include <qv/rtlapi/Reference.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace {
+
+using namespace faults;
+
+/** What a call writes to the standard error. */
+template <class Operation>
+std::string complaintOf(Operation operation)
+{
+    testing::internal::CaptureStderr();
+    operation();
+    return testing::internal::GetCapturedStderr();
+}
+
+/** A closure that is counted while it lives. */
+class Counted : public RX_Closure
+{
+public:
+    Counted(std::atomic<int>& aliveCount, std::atomic<int>& runCount)
+        : alive(aliveCount), runs(runCount)
+    {
+        ++alive;
+    }
+
+    void apply() override
+    {
+        ++runs;
+    }
+
+protected:
+    ~Counted() noexcept(false) override
+    {
+        --alive;
+    }
+
+private:
+    std::atomic<int>& alive;
+    std::atomic<int>& runs;
+};
+
+/** A queue with its recorder. */
+struct Subject
+{
+    Subject() : queue(new RX_ServerQueue(100)), recorder(new RX_ActivityRecorder)
+    {
+        queue->connectActivityRecorder(recorder.get());
+    }
+    Subject(const Subject&) = delete;
+    Subject& operator=(const Subject&) = delete;
+    ~Subject()
+    {
+        queue->close();
+        while (queue->threadCount() != 0) {
+            std::this_thread::yield();
+        }
+    }
+
+    void put()
+    {
+        qv::Reference<RX_Closure> closure(new Counted(alive, runs));
+        queue->put(closure.get());
+        closure.release();
+    }
+
+    std::atomic<int> alive{0};
+    std::atomic<int> runs{0};
+    qv::Reference<RX_ServerQueue> queue;
+    qv::Reference<RX_ActivityRecorder> recorder;
+};
+
+TEST(ServerQueueFault, IsMadeOrMissesMemoryInSilence)
+{
+    unsigned int allocations = 0;
+    EXPECT_EQ("", complaintOf([&] {
+                  allocations = walkAllocations(
+                      [] { return qv::Reference<RX_ServerQueue>(); },
+                      [](qv::Reference<RX_ServerQueue>& queue) { queue.reset(new RX_ServerQueue(4)); },
+                      [](qv::Reference<RX_ServerQueue>& queue, bool done) { EXPECT_EQ(done, !!queue); });
+              }));
+    EXPECT_GE(allocations, 2u);
+}
+
+template <class Make>
+void expectRefusedInSilence(unsigned int conditions, Make make)
+{
+    for (const Call call : {Call::COND_INIT, Call::CONDATTR_INIT}) {
+        for (unsigned int n = 1; n <= conditions; ++n) {
+            Outcome outcome;
+            EXPECT_EQ("", complaintOf([&] {
+                          Fault fault(call, EAGAIN, n);
+                          outcome = outcomeUnder(fault, make);
+                      }));
+            ASSERT_EQ(Outcome::FAILED, outcome.kind);
+            EXPECT_THROW(std::rethrow_exception(outcome.failure), RX_Exception);
+        }
+    }
+}
+
+TEST(ServerQueueFault, IsRefusedInSilence)
+{
+    expectRefusedInSilence(1, [] { const qv::Reference<RX_ServerQueue> queue(new RX_ServerQueue(4)); });
+    expectRefusedInSilence(1, [] { const qv::Reference<RX_ActivityRecorder> made(new RX_ActivityRecorder); });
+    expectRefusedInSilence(1, [] { const qv::Reference<RX_Closure0S> closure(new RX_Closure0S([] {})); });
+}
+
+TEST(ServerQueueFault, StartsItsThreadsOrMissesMemory)
+{
+    constexpr unsigned int THREADS = 3;
+    EXPECT_GE(walkAllocations([] { return std::make_unique<Subject>(); },
+                              [](std::unique_ptr<Subject>& subject) {
+                                  subject->queue->addThreads(THREADS - subject->queue->threadCount());
+                              },
+                              [](std::unique_ptr<Subject>& subject, bool done) {
+                                  const unsigned int count = subject->queue->threadCount();
+                                  EXPECT_TRUE(done ? count == THREADS : count < THREADS);
+                              }),
+              THREADS);
+}
+
+TEST(ServerQueueFault, TakesAClosureOrLeavesItToTheCaller)
+{
+    // Enough of them that the queue asks for memory for one.
+    constexpr unsigned int CLOSURES = 200;
+    typedef void (*Put)(RX_ServerQueue&, RX_Closure* const&);
+    const Put puts[] = {[](RX_ServerQueue& queue, RX_Closure* const& closure) { queue.put(closure); },
+                        [](RX_ServerQueue& queue, RX_Closure* const& closure) { queue.putProbe(closure); }};
+    for (const Put put : puts) {
+        Subject subject;
+        const qv::Reference<RX_ServerQueue> roomy(new RX_ServerQueue(CLOSURES + 1));
+        roomy->connectActivityRecorder(subject.recorder.get());
+        unsigned int taken = 0;
+        unsigned int missed = 0;
+        while (taken < CLOSURES) {
+            qv::Reference<RX_Closure> closure(new Counted(subject.alive, subject.runs));
+            Fault noMemory(Call::NEW, ENOMEM);
+            const Outcome outcome = outcomeUnder(noMemory, [&] { put(*roomy, closure.get()); });
+            if (outcome.kind == Outcome::NO_MEMORY) {
+                ++missed;
+                put(*roomy, closure.get());
+            }
+            closure.release();
+            ++taken;
+            ASSERT_EQ(taken, roomy->size());
+            ASSERT_EQ(taken, subject.recorder->getBacklog());
+        }
+        EXPECT_GE(missed, 1u);
+        EXPECT_EQ(static_cast<int>(CLOSURES), subject.alive);
+        roomy->flush();
+        EXPECT_EQ(0, subject.alive);
+        EXPECT_EQ(0u, subject.recorder->getBacklog());
+    }
+}
+
+TEST(ServerQueueFault, RunsWithoutMemory)
+{
+    Subject subject;
+    subject.put();
+    Fault noMemory(Call::NEW, ENOMEM);
+    const Outcome outcome = outcomeUnder(noMemory, [&] { EXPECT_EQ(1, subject.queue->runPending()); });
+    EXPECT_EQ(Outcome::DONE, outcome.kind);
+    EXPECT_EQ(1, subject.runs);
+    EXPECT_EQ(0, subject.alive);
+}
+
+TEST(ServerQueueFault, IsFlushedAndClosedWithoutMemory)
+{
+    for (unsigned int n = 1; n <= 5; ++n) {
+        for (const bool closing : {false, true}) {
+            Subject subject;
+            for (int i = 0; i < 50; ++i) {
+                subject.put();
+            }
+            Fault noMemory(Call::NEW, ENOMEM, n);
+            const Outcome outcome = outcomeUnder(
+                noMemory, [&] { closing ? subject.queue->close() : subject.queue->flush(); });
+            EXPECT_EQ(Outcome::DONE, outcome.kind);
+            EXPECT_EQ(closing ? 1 : 0, subject.queue->isClosed());
+            EXPECT_EQ(0u, subject.queue->size());
+            EXPECT_EQ(0, subject.alive);
+            EXPECT_EQ(0, subject.runs);
+            EXPECT_EQ(0u, subject.recorder->getBacklog());
+        }
+    }
+}
+
+}
