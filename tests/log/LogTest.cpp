@@ -4,6 +4,8 @@
 
 #include "LogFileFixture.hpp"
 
+#include "support/InChildProcess.hpp"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -361,6 +363,45 @@ TEST(LogQueue, SerialisesTheRecordsOfAllSuchLoggers)
     EXPECT_FALSE(two.overlapped);
     EXPECT_EQ(600, one.unguarded);
     EXPECT_EQ(600, two.unguarded);
+}
+
+/** Whatever another thread is in the middle of when the child comes into being. */
+TEST(LogQueue, IsFreeInTheChildOfAFork)
+{
+    struct Slow : PlainLog
+    {
+        using PlainLog::log;
+        void log(const String&) override
+        {
+            ++inside;
+            std::this_thread::yield();
+        }
+        std::atomic<int> inside{0};
+    };
+    Slow logger;
+    logger.mask = 0;
+    std::atomic<bool> isOver(false);
+    const auto logOnce = [&] {
+        Header header(log::Severity_ERROR, "x", 1);
+        log::Log& base = logger;
+        base.log(log::Module::DEFAULT_INSTANCE, header, true);
+    };
+    std::thread busy([&] {
+        while (!isOver) {
+            logOnce();
+        }
+    });
+    for (int i = 0; i < 50; ++i) {
+        for (const int before = logger.inside; logger.inside == before;) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(0, support::inChildProcess([&] {
+            ::alarm(30);
+            logOnce();
+        }));
+    }
+    isOver = true;
+    busy.join();
 }
 
 /** A record that is written while another exception unwinds the stack. */
