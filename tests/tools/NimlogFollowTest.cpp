@@ -124,6 +124,21 @@ TEST_F(NimlogFollowTest, LosesAndRepeatsNothingHoweverFastTheLogRotates)
     expectShown(expected);
 }
 
+#ifdef ROTATE_AT_STAT
+TEST_F(NimlogFollowTest, ReadsTheRestOfAFileThatIsRotatedBehindItsBack)
+{
+    append("INFO : first\n");
+    nimlog = std::make_unique<support::ChildProcess>(
+        std::vector<std::string>{"/usr/bin/env", std::string("LD_PRELOAD=") + ROTATE_AT_STAT, NIMLOG_PROGRAM,
+                                 "--follow", "--mask", "SEVERITY", path},
+        outputs.path());
+    ASSERT_TRUE(showsLast("INFO : first\n"));
+    support::writeFile(path + ".arm", "");
+    ASSERT_TRUE(showsLast("INFO : next\n"));
+    expectShown("INFO : first\nINFO : late\nINFO : next\n");
+}
+#endif
+
 TEST_F(NimlogFollowTest, BeginsInTheMiddleOfTheRotations)
 {
     log->setMaxFileSize(1000);
