@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <string_view>
 #include <thread>
@@ -37,6 +38,8 @@ public:
                 for (unsigned int n = 0; n < limit && !stopped; ++n) {
                     file.log(std::to_string(t) + ' ' + std::to_string(n) + tail);
                     ++returned[t];
+                    // The lock goes to whoever comes, and the test itself is to come, too.
+                    std::this_thread::sleep_for(std::chrono::microseconds(50));
                 }
             });
         }
