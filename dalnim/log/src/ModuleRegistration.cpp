@@ -3,6 +3,7 @@
 #include <dalnim/log/ModuleRegistration.hpp>
 
 #include <dalnim/log/Module.hpp>
+#include <qv/pmx/src/perturb.hpp>
 
 #include <algorithm>
 #include <iterator>
@@ -150,7 +151,10 @@ bool ModuleRegistration::askFilter(Question question) const
     // behind its exchange of the filter, all in the one order of sequential consistency. So a
     // publisher that sees no reader can free every filter but the new one.
     _filterReaders.fetch_add(1);
-    const bool answer = question(*_filter.load());
+    qv::perturb();
+    const Filter* const filter = _filter.load();
+    qv::perturb();
+    const bool answer = question(*filter);
     _filterReaders.fetch_sub(1);
     return answer;
 }
@@ -198,6 +202,7 @@ void ModuleRegistration::publish(std::list<String> requested)
     _filters.push_back(std::make_unique<const Filter>(requested.begin(), requested.end()));
     _modulesRequested.swap(requested);
     _filter.store(_filters.back().get());
+    qv::perturb();
     setUpdate();
     if (_filterReaders.load() == 0) {
         _filters.erase(_filters.begin(), _filters.end() - 1);

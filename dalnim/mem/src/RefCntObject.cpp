@@ -7,6 +7,7 @@
 #include <dalnim/sys/SysError.hpp>
 
 #include <cerrno>
+#include <qv/pmx/src/perturb.hpp>
 
 namespace com::kor::dal::nim::mem {
 
@@ -92,6 +93,7 @@ bool RefCntObject::releaseRefAbove(UInt32_t floor) const noexcept
 {
     si_atomic_t count = __atomic_load_n(&refs, __ATOMIC_RELAXED);
     while (static_cast<std::int64_t>(static_cast<UInt32_t>(count)) - bias > std::int64_t{floor} + 1) {
+        qv::perturb();
         if (__atomic_compare_exchange_n(&refs, &count, count - 1, true, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED)) {
             return true;
         }

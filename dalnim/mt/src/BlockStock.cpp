@@ -3,6 +3,7 @@
 #include <dalnim/mt/src/BlockStock.hpp>
 
 #include <dalnim/sys/internal/src/ThreadEnd.hpp>
+#include <qv/pmx/src/perturb.hpp>
 
 #include <atomic>
 #include <new>
@@ -46,6 +47,7 @@ public:
         if (isEmpty.load(std::memory_order_relaxed) || isInUse.exchange(true, std::memory_order_acquire)) {
             return nullptr;
         }
+        qv::perturb();
         Block* const shelf = count != 0 ? shelves[--count] : nullptr;
         isEmpty.store(count == 0, std::memory_order_relaxed);
         isInUse.store(false, std::memory_order_release);
@@ -57,6 +59,7 @@ public:
         if (isInUse.exchange(true, std::memory_order_acquire)) {
             return false;
         }
+        qv::perturb();
         const bool hasRoom = count != DEPOT_SIZE;
         if (hasRoom) {
             shelves[count++] = shelf;

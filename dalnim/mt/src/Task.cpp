@@ -8,6 +8,7 @@
 #include <dalnim/sys/UniqueID.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <dalnim/type/Cloneable.hpp>
+#include <qv/pmx/src/perturb.hpp>
 #include <qv/rtlapi/RX_AbsTime.hpp>
 #include <qv/rtlapi/RX_Locked_.hpp>
 #include <qv/rtlapi/RX_RelTime.hpp>
@@ -193,7 +194,9 @@ Task::TaskState Task::_state_to_wait_on() const
 void Task::_set_state(TaskState ts)
 {
     // Behind the exchange the task may be gone: the bell is found by the address alone.
+    qv::perturb();
     if ((_state.exchange(ts, std::memory_order_acq_rel) & WAITED_FOR) != 0) {
+        qv::perturb();
         TaskBell::of(this).ring();
     }
 }

@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <qv/pmx/src/perturb.hpp>
 
 namespace com::kor::dal::nim::type {
 
@@ -251,6 +252,7 @@ SharedContent* ContainerContext::findShared() const
         }
     }
     auto made = std::make_unique<SharedContent>(std::move(entries));
+    qv::perturb();
     if (!handedOn.compare_exchange_strong(shared, made.get(), std::memory_order_acq_rel)) {
         return shared;
     }

@@ -3,6 +3,7 @@
 #include <dalnim/type/src/SharedContent.hpp>
 
 #include <utility>
+#include <qv/pmx/src/perturb.hpp>
 
 namespace com::kor::dal::nim::type {
 
@@ -20,6 +21,7 @@ std::unique_ptr<SharedContent> SharedContent::forOne(Entries cloned)
 void SharedContent::drop() noexcept
 {
     // Nothing is touched behind the count, unless it was the last one of what has no source any more.
+    qv::perturb();
     if (holders.fetch_sub(ONE, std::memory_order_acq_rel) == (ONE | INDEPENDENT)) {
         releaseAll();
         delete this;
@@ -32,6 +34,7 @@ void SharedContent::makeIndependent() noexcept
     if (held != 0) {
         acquireAll();
         while (held != 0) {
+            qv::perturb();
             if (holders.compare_exchange_weak(held, held | INDEPENDENT, std::memory_order_acq_rel,
                                               std::memory_order_acquire)) {
                 return;

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include <qv/pmx/src/perturb.hpp>
+
 qv_err_t qv_si_cond_init(si_cond_t* cond, const char* attributes) noexcept
 {
     if (attributes != nullptr) {
@@ -22,5 +24,6 @@ qv_err_t qv_si_cond_init(si_cond_t* cond, const char* attributes) noexcept
 
 qv_err_t qv_si_cond_wait(si_cond_t* cond, si_mutex_t* mutex)
 {
+    qv::perturb();
     return pthread_cond_wait(&cond->cond, &mutex->mutex);
 }

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <qv/pmx/src/perturb.hpp>
+
 qv_err_t qv_si_mutex_init(si_mutex_t* mutex, const char* attributes) noexcept
 {
     // The images of the system: objects that have a mutex are made often, and a copy is all it takes.
@@ -27,15 +29,19 @@ qv_err_t qv_si_mutex_destroy(si_mutex_t* mutex) noexcept
 
 qv_err_t qv_si_mutex_lock(si_mutex_t* mutex) noexcept
 {
+    qv::perturb();
     return pthread_mutex_lock(&mutex->mutex);
 }
 
 qv_err_t qv_si_mutex_trylock(si_mutex_t* mutex) noexcept
 {
+    qv::perturb();
     return pthread_mutex_trylock(&mutex->mutex);
 }
 
 qv_err_t qv_si_mutex_unlock(si_mutex_t* mutex) noexcept
 {
-    return pthread_mutex_unlock(&mutex->mutex);
+    const qv_err_t status = pthread_mutex_unlock(&mutex->mutex);
+    qv::perturb();
+    return status;
 }

@@ -6,6 +6,8 @@
 
 #include <pthread.h>
 
+#include <qv/pmx/src/perturb.hpp>
+
 namespace {
 
 // The word that holds the whole state as long as nobody waits.
@@ -22,6 +24,7 @@ public:
     explicit Guard(pthread_mutex_t& mutex)
         : _mutex(mutex)
     {
+        qv::perturb();
         pthread_mutex_lock(&_mutex);
     }
     Guard(const Guard&) = delete;
@@ -85,6 +88,7 @@ public:
             if (state == READERS) {
                 return EAGAIN;
             }
+            qv::perturb();
             if (_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
                                              std::memory_order_relaxed)) {
                 return 0;
@@ -96,6 +100,7 @@ public:
     qv_err_t lockExclusive()
     {
         si_uint32_t free = 0;
+        qv::perturb();
         if (_state.compare_exchange_strong(free, WRITER, std::memory_order_acquire,
                                            std::memory_order_relaxed)) {
             return 0;
@@ -111,6 +116,7 @@ public:
                 return EPERM;
             }
             const si_uint32_t left = state == WRITER ? 0 : state - 1;
+            qv::perturb();
             if (_state.compare_exchange_weak(state, left, std::memory_order_release,
                                              std::memory_order_relaxed)) {
                 return 0;
@@ -127,6 +133,7 @@ public:
         while ((state & WRITER) == 0 && (state & READERS) == 1) {
             // QUEUED stays as it is: the waiting ones wait on. This needs no mutex, for who could hand
             // the lock over meanwhile is the caller alone.
+            qv::perturb();
             if (_state.compare_exchange_weak(state, (state & QUEUED) | WRITER, std::memory_order_acquire,
                                              std::memory_order_relaxed)) {
                 return 0;
@@ -147,6 +154,7 @@ private:
                 if (state == READERS) {
                     return EAGAIN;
                 }
+                qv::perturb();
                 if (_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
                                                  std::memory_order_relaxed)) {
                     return 0;
@@ -174,6 +182,7 @@ private:
         si_uint32_t state = _state.load(std::memory_order_relaxed);
         for (;;) {
             if (state == 0) {
+                qv::perturb();
                 if (_state.compare_exchange_weak(state, WRITER, std::memory_order_acquire,
                                                  std::memory_order_relaxed)) {
                     return 0;

@@ -1,6 +1,7 @@
 #include <qv/rtlapi/RX_ActivityRecorder.hpp>
 
 #include <qv/pmx/errors.h>
+#include <qv/pmx/src/perturb.hpp>
 #include <qv/rtlapi/RX_ExFatal.hpp>
 #include <qv/rtlapi/RX_Locked_.hpp>
 
@@ -23,6 +24,7 @@ si_uint32_t RX_ActivityRecorder::getBacklog() const
     // Both counts as they stood at one moment: neither comes back to a value that it had.
     for (si_uint64_t before = _ended.load(std::memory_order_acquire);;) {
         const si_uint32_t backlog = backlogBehind(before);
+        qv::perturb();
         const si_uint64_t after = _ended.load(std::memory_order_acquire);
         if (before / ONE == after / ONE) {
             return backlog;
@@ -54,6 +56,7 @@ void RX_ActivityRecorder::dec()
 {
     si_uint64_t ended = _ended.load(std::memory_order_relaxed);
     do {
+        qv::perturb();
         // Only where somebody waits it matters which one is the last.
         const bool isAwaited = (ended & AWAITED) != 0;
         const si_uint64_t backlog = backlogUpTo(isAwaited ? 2 : 1, ended);
@@ -83,6 +86,7 @@ si_uint64_t RX_ActivityRecorder::backlogUpTo(si_uint64_t wanted, si_uint64_t end
 void RX_ActivityRecorder::endLast()
 {
     const RX_Locked_ locked(*this);
+    qv::perturb();
     const si_uint64_t before = _ended.fetch_add(ONE, std::memory_order_acq_rel);
     if (backlogBehind(before) == 1) {
         _quiet.broadcast();

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <ctime>
 
+#include <qv/pmx/src/perturb.hpp>
 #include <qv/rtlapi/RX_AbsTime.hpp>
 
 RX_Condition::~RX_Condition() noexcept(false)
@@ -16,6 +17,7 @@ qv_bool_t RX_Condition::timedWait(const RX_Time& time) const
     const RX_AbsTime deadline = time.deadline();
     // Before the clock began is as much in the past as its beginning, and the system takes that.
     const timespec limit = {std::max(deadline.seconds(), 0), deadline.nanoseconds()};
+    qv::perturb();
     const int status = pthread_cond_timedwait(&_cond.cond, &_mup->mutex, &limit);
     if (status == ETIMEDOUT) {
         return 0;

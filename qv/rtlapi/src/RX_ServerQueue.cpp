@@ -6,6 +6,7 @@
 #include <utility>
 
 #include <qv/pmx/errors.h>
+#include <qv/pmx/src/perturb.hpp>
 #include <qv/rtlapi/RX_ActivityRecorder.hpp>
 #include <qv/rtlapi/RX_Closure.hpp>
 #include <qv/rtlapi/RX_ExFatal.hpp>
@@ -386,6 +387,7 @@ bool RX_ServerQueue::offer(RX_Closure* closure, Room room)
     }
     if (called != nullptr) {
         // Without the lock, for which the worker would have to wait at once.
+        qv::perturb();
         called->call.signal();
     }
     return true;
@@ -538,6 +540,7 @@ void RX_ServerQueue::lookOut()
     for (int i = 0; i < LOOKS && !_isStirred.load(std::memory_order_relaxed); ++i) {
         __builtin_ia32_pause();
     }
+    qv::perturb();
     const RX_Locked_ locked(*this);
     _isLooking = false;
 }
