@@ -5,6 +5,8 @@
 #include <fstream>
 #include <string>
 
+#include <malloc.h>
+
 namespace support {
 
 /** By how much the memory that the process has in use has grown at its highest, from here on. */
@@ -13,6 +15,8 @@ class PeakMemory
 public:
     PeakMemory()
     {
+        // What is free but kept would be taken again, and be no growth.
+        malloc_trim(0);
         // Lets the kernel begin anew with the highest size. Where it does not, growth is told too high.
         std::ofstream("/proc/self/clear_refs") << 5;
         before = status("VmRSS:");
