@@ -203,14 +203,31 @@ TEST_F(NimlogTest, ColorsSeveritiesWhenAsked)
                  "net \x1b[1;31mFATAL\x1b[0m : last\n", "");
 }
 
-TEST_F(NimlogTest, UsesColorOnATerminalUnlessToldOtherwise)
+/** Its output is a terminal. */
+class NimlogTerminalTest : public NimlogTest
 {
-    if (std::system("script --version >/dev/null 2>&1") != 0) {
-        GTEST_SKIP() << "no terminal can be had here";
+protected:
+    void SetUp() override
+    {
+        if (std::system("script --version >/dev/null 2>&1") != 0) {
+            GTEST_SKIP() << "no terminal can be had here";
+        }
     }
-    write("app.log", FATAL);
+
     const std::string command =
         "script -qec \"'" NIMLOG_PROGRAM "' --mask 0x84 app.log\" /dev/null </dev/null";
+};
+
+TEST_F(NimlogTerminalTest, ShowsNoControlBytes)
+{
+    write("app.log", "net NOTICE : \x1b[2J\x7f\x01\ttab \xc3\xa9\nline\n");
+    EXPECT_EQ(shell("TERM=dumb " + command).output, "net NOTICE : ^[[2J^?^A\ttab \xc3\xa9\r\nline\r\n");
+    expectResult(run("--mask 0x84 app.log"), 0, "net NOTICE : \x1b[2J\x7f\x01\ttab \xc3\xa9\nline\n", "");
+}
+
+TEST_F(NimlogTerminalTest, UsesColorUnlessToldOtherwise)
+{
+    write("app.log", FATAL);
     EXPECT_EQ(shell("TERM=xterm NO_COLOR= " + command).output, "net \x1b[1;31mFATAL\x1b[0m : last\r\n");
     EXPECT_EQ(shell("TERM=xterm NO_COLOR=1 " + command).output, "net FATAL : last\r\n");
     EXPECT_EQ(shell("TERM=dumb NO_COLOR= " + command).output, "net FATAL : last\r\n");

@@ -69,12 +69,29 @@ void TextSink::take(const Record& record)
     if (color && (fields.present & log::Mask_SEVERITY) != 0
         && !COLORS[static_cast<std::size_t>(fields.severity)].empty()) {
         const auto begin = static_cast<std::size_t>(fields.severityName.data() - record.whole.data());
-        out << record.whole.substr(0, begin) << COLORS[static_cast<std::size_t>(fields.severity)]
-            << fields.severityName << COLOR_END << record.whole.substr(begin + fields.severityName.size());
+        write(record.whole.substr(0, begin));
+        out << COLORS[static_cast<std::size_t>(fields.severity)] << fields.severityName << COLOR_END;
+        write(record.whole.substr(begin + fields.severityName.size()));
     } else {
-        out << record.whole;
+        write(record.whole);
     }
     out << '\n';
+}
+
+void TextSink::write(std::string_view text)
+{
+    if (!toTerminal) {
+        out << text;
+        return;
+    }
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if ((byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7f) {
+            out << '^' << static_cast<char>(byte ^ 0x40);
+        } else {
+            out << c;
+        }
+    }
 }
 
 void JsonSink::take(const Record& record)

@@ -10,17 +10,25 @@
 
 namespace nimlog {
 
-/** Writes records as they are, perhaps with the severity in colour. */
+/**
+ * Writes records as they are, perhaps with the severity in colour. A terminal gets no control bytes of
+ * theirs, which might be commands to it.
+ */
 class TextSink : public RecordSink
 {
 public:
-    TextSink(nimtools::Output& output, bool isColored) : out(output), color(isColored) {}
+    TextSink(nimtools::Output& output, bool isColored, bool isForTerminal)
+        : out(output), color(isColored), toTerminal(isForTerminal)
+    {}
 
     void take(const Record& record) override;
 
 private:
+    void write(std::string_view text);
+
     nimtools::Output& out;
     const bool color;
+    const bool toTerminal;
 };
 
 /** Writes an object of JSON a line for each record. */

@@ -5,6 +5,8 @@
 
 #include <support/Program.hpp>
 
+#include <unistd.h>
+
 namespace nimlog {
 
 namespace {
@@ -31,7 +33,7 @@ Status NimLog::work(int argc, char** argv)
         return nimtools::STATUS_FINE;
     }
 
-    TextSink text(out, options.color);
+    TextSink text(out, options.color, isatty(STDOUT_FILENO) == 1);
     JsonSink json(out);
     CountSink counts(options.countBy);
     RecordSink& plain = options.json ? static_cast<RecordSink&>(json) : text;
