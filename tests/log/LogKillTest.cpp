@@ -39,7 +39,7 @@ constexpr unsigned int KILL_THREADS = 3;
 constexpr std::size_t UNCUT_LENGTH = 64;
 
 /** Of many pages, so that a process is killed in the middle of a record now and then. */
-constexpr std::size_t LONG_LENGTH = 256 * 1024;
+constexpr std::size_t LONG_LENGTH = 128 * 1024;
 
 /** The size of a file of records that are not cut. */
 constexpr std::size_t FILE_SIZE = UNCUT_LENGTH * 64;
@@ -100,6 +100,8 @@ struct VictimOptions
 {
     std::size_t recordLength = UNCUT_LENGTH;
     std::size_t maxFileSize = 0;
+    /** How many records each thread has to write; it waits to be killed behind them. */
+    unsigned int limit = ~0U;
 };
 
 /** A child process whose threads log numbered records until it is killed. */
@@ -193,7 +195,7 @@ private:
         std::vector<std::thread> threads;
         for (unsigned int t = 0; t < KILL_THREADS; ++t) {
             threads.emplace_back([&, t] {
-                for (unsigned int n = 0;; ++n) {
+                for (unsigned int n = 0; n < options.limit; ++n) {
                     NIM_LOG_TO(module, Severity_NOTICE) << record(t, n).substr(3);
                     account.data->returned[t] = n + 1;
                 }
@@ -314,7 +316,7 @@ TEST_F(LogKillTest, NoRecordButTheLastIsCut)
 {
     int cuts = 0;
     repeat([&](const String& path) {
-        Victim victim('v', path, {LONG_LENGTH, 0});
+        Victim victim('v', path, {LONG_LENGTH, 0, 40});
         victim.killAfter(random.upTo(20));
         const String content = contentOf(path);
         const std::size_t end = content.rfind('\n') + 1;

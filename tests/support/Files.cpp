@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 namespace support {
@@ -25,7 +25,9 @@ ScratchFolder::~ScratchFolder()
 std::string readFile(const std::string& path)
 {
     std::ifstream stream(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
 }
 
 void writeFile(const std::string& path, const std::string& text)
