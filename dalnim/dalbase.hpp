@@ -15,7 +15,8 @@
 #include <dalnim/log/LibraryModule.hpp>
 #include <qv/pmx.h>
 
-namespace {
+// Each source file has objects of its own.
+namespace { // NOLINT(cert-dcl59-cpp)
 
 const qv::ErrorTableInitializer RTLD_error_table_initializer(
     _qv_RTLD_error_table_initializer_done, _qv_RTLD_error_table_init);

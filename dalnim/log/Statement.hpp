@@ -83,11 +83,14 @@ private:
         (severity);                                                                          \
     })
 
+// A name that is declared cannot stand in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define NIM_LOG_STATEMENT_(statement, log_module, log_severity)                              \
     for (::com::kor::dal::nim::log::Statement statement(log_module,                          \
                                                         NIM_LOG_SEVERITY_(log_severity));    \
          statement.open; statement.open = false)                                             \
     statement.module += statement.header(NIM_LOG_FILE, __LINE__)
+// NOLINTEND(bugprone-macro-parentheses)
 
 #define NIM_LOG_TO(log_module, log_severity)                                                 \
     NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), log_module, log_severity).os()

@@ -36,7 +36,8 @@ public:
         clear();
     }
 
-    ConstRcoRef& operator=(const ConstRcoRef& ref)
+    // What is the same already stays: updatePtr asks.
+    ConstRcoRef& operator=(const ConstRcoRef& ref) // NOLINT(bugprone-unhandled-self-assignment,cert-oop54-cpp)
     {
         updatePtr(ref.rco);
         return *this;

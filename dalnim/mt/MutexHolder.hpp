@@ -32,7 +32,8 @@ public:
         }
     }
 
-    MutexHolder& operator=(MutexHolder& other)
+    /** Takes over the lock of `other`; a holder that is assigned to itself lets go, and ends up empty. */
+    MutexHolder& operator=(MutexHolder& other) // NOLINT(bugprone-unhandled-self-assignment,cert-oop54-cpp)
     {
         if (muxref != nullptr) {
             muxref->release();

@@ -26,7 +26,7 @@ namespace qv {
 class ErrorTableInitializer
 {
 public:
-    ErrorTableInitializer(int& done, void (*init)())
+    ErrorTableInitializer(int& done, void (*init)()) noexcept
     {
         if (done == 0) {
             done = 1;
@@ -40,7 +40,7 @@ class SystemInterfaceInitializer
 {
 public:
     /** @param path, line  what the last words of the process name */
-    SystemInterfaceInitializer(const char* path, int line)
+    SystemInterfaceInitializer(const char* path, int line) noexcept
     {
         if (qv_si_init_only_multithreaded() != 0) {
             qv_si_panic_internal(path, line);

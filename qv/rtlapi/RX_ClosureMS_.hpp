@@ -1,5 +1,5 @@
-#ifndef QV_RTLAPI_RX_CLOSUREMS__HPP
-#define QV_RTLAPI_RX_CLOSUREMS__HPP
+#ifndef QV_RTLAPI_RX_CLOSUREMS_PRIVATE_HPP
+#define QV_RTLAPI_RX_CLOSUREMS_PRIVATE_HPP
 
 #include <qv/rtlapi/RX_ClosureSync_.hpp>
 

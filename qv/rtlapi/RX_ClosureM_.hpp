@@ -1,5 +1,5 @@
-#ifndef QV_RTLAPI_RX_CLOSUREM__HPP
-#define QV_RTLAPI_RX_CLOSUREM__HPP
+#ifndef QV_RTLAPI_RX_CLOSUREM_PRIVATE_HPP
+#define QV_RTLAPI_RX_CLOSUREM_PRIVATE_HPP
 
 #include <qv/rtlapi/RX_Closure.hpp>
 

@@ -1,5 +1,5 @@
-#ifndef QV_RTLAPI_RX_HTABLE__HPP
-#define QV_RTLAPI_RX_HTABLE__HPP
+#ifndef QV_RTLAPI_RX_HTABLE_PRIVATE_HPP
+#define QV_RTLAPI_RX_HTABLE_PRIVATE_HPP
 
 #include <cstddef>
 #include <functional>

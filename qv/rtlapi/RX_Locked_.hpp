@@ -1,5 +1,5 @@
-#ifndef QV_RTLAPI_RX_LOCKED__HPP
-#define QV_RTLAPI_RX_LOCKED__HPP
+#ifndef QV_RTLAPI_RX_LOCKED_PRIVATE_HPP
+#define QV_RTLAPI_RX_LOCKED_PRIVATE_HPP
 
 #include <qv/rtlapi/RX_Mutex.hpp>
 #include <qv/rtlapi/RX_NullMutex.hpp>

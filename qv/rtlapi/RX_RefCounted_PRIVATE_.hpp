@@ -1,5 +1,5 @@
-#ifndef QV_RTLAPI_RX_REFCOUNTED_PRIVATE__HPP
-#define QV_RTLAPI_RX_REFCOUNTED_PRIVATE__HPP
+#ifndef QV_RTLAPI_RX_REFCOUNTED_PRIVATE_HPP
+#define QV_RTLAPI_RX_REFCOUNTED_PRIVATE_HPP
 
 #include <qv/pmx/api.h>
 #include <qv/pmx/atomic.h>

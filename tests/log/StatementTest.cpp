@@ -104,7 +104,7 @@ TEST_F(StatementTest, TheSeverityMayBeAnyExpression)
 TEST_F(StatementTest, TheSeverityMayBeHeldAnywhere)
 {
     // Names that the macros might use themselves.
-    const log::Severity severity = log::Severity_ERROR;
+    log::Severity severity = log::Severity_ERROR;
     NIM_LOG_TO(module, severity) << "local";
     struct Holder
     {

@@ -18,8 +18,8 @@ constexpr std::size_t LARGE_TABLE = 1024;
 constexpr std::ptrdiff_t FEW = 8;
 
 /** How much is collected, in bytes and in properties, before it is entered. */
-constexpr std::size_t TEXT_LIMIT = 8 * 1024 * 1024;
-constexpr std::size_t COUNT_LIMIT = 128 * 1024;
+constexpr std::size_t TEXT_LIMIT = std::size_t(8) * 1024 * 1024;
+constexpr std::size_t COUNT_LIMIT = std::size_t(128) * 1024;
 
 /** The first bytes of a text, the first one on top; what is missing counts as 0. */
 std::uint64_t headOf(std::string_view text)

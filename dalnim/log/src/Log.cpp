@@ -27,7 +27,8 @@ public:
     {
         check(RecordQueue::lock());
     }
-    ~QueueHolder() noexcept(false)
+    // An unlock that fails is told as each other failure of a lock.
+    ~QueueHolder() noexcept(false) // NOLINT(bugprone-exception-escape)
     {
         const qv_err_t status = RecordQueue::unlock();
         // Behind an exception that leaves this scope there is no room for a second one.

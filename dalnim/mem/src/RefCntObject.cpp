@@ -23,7 +23,8 @@ RefCntObject::RefCntObject(const RefCntObject& ref) noexcept
 {
 }
 
-RefCntObject& RefCntObject::operator=(const RefCntObject&) noexcept
+// Count and switches are those of the object, not of its value.
+RefCntObject& RefCntObject::operator=(const RefCntObject&) noexcept // NOLINT(cert-oop54-cpp): nothing is taken
 {
     return *this;
 }
