@@ -5,9 +5,10 @@
 #include <dalnim/mem/nsdefs.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
+#include <qv/pmx/src/perturb.hpp>
 
 #include <cerrno>
-#include <qv/pmx/src/perturb.hpp>
+#include <limits>
 
 namespace com::kor::dal::nim::mem {
 
@@ -120,11 +121,11 @@ void RefCntObject::refBias(unsigned int new_bias)
 void RefCntObject::adjBias(int bias_adjustment)
 {
     const sys::StackTrack track("adjBias()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    const UInt32_t sum = bias + static_cast<UInt32_t>(bias_adjustment);
-    if (static_cast<std::int32_t>(sum) < 0 || sum >= RefCntObject::refCount(false)) {
+    const std::int64_t sum = std::int64_t(bias) + bias_adjustment;
+    if (sum < 0 || sum > std::numeric_limits<std::int32_t>::max() || sum >= RefCntObject::refCount(false)) {
         throw sys::system_error(ERANGE, "Bias would exceed range limits.");
     }
-    bias = sum;
+    bias = static_cast<UInt32_t>(sum);
 }
 
 void RefCntObject::incBias()

@@ -15,7 +15,6 @@
 #include <qv/rtlapi/RX_fmt.hpp>
 #include <qv/rtlapi/Reference.hpp>
 
-#include <algorithm>
 #include <new>
 #include <stdexcept>
 
@@ -104,8 +103,9 @@ bool ThreadPool::isFull() const
 {
     // The backlog counts the tasks that run too. A snapshot: several that submit at once may overrun
     // the limit by their number.
-    const auto pending = static_cast<std::int32_t>(_ar->getBacklog() - _queue->threadCount());
-    return _max_pending_tasks <= static_cast<UInt32_t>(std::max(pending, 0));
+    const UInt32_t backlog = _ar->getBacklog();
+    const UInt32_t workers = _queue->threadCount();
+    return _max_pending_tasks <= (backlog > workers ? backlog - workers : 0);
 }
 
 /** False in the child of a fork: any lock there may be held by a thread that only the parent has. */

@@ -91,8 +91,8 @@ int processData(void* context, int isCData, char* data, char*)
 {
     Delivery& delivery = deliveryOf(context);
     const String& path = delivery.path;
-    // Without a "/" the path is the tag: npos + 1 is 0.
-    delivery.tag.assign(path, path.rfind('/') + 1, String::npos);
+    const std::size_t slash = path.rfind('/');
+    delivery.tag.assign(path, slash == String::npos ? 0 : slash + 1, String::npos);
     delivery.data = data;
     return answer(delivery.consumer->elementProcessData(delivery.tag, path, delivery.data, isCData == 1));
 }

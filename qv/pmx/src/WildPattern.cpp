@@ -159,7 +159,7 @@ bool WildPattern::Front::advance(char byte)
     for (std::size_t place = highest + 1; place > lowest;) {
         --place;
         const bool arrives = place > lowest && _reached[place - 1] && takes(place - 1, byte);
-        const bool stays = _reached[place] && place < _tokens.size() && _tokens[place].repeated
+        const bool stays = place < _tokens.size() && _reached[place] && _tokens[place].repeated
             && takes(place, byte);
         _reached[place] = 0;
         if (arrives || stays) {
