@@ -207,7 +207,7 @@ protected:
 TEST_F(LogPipeTest, AStreamThatBlocksHoldsTheWritersAndLosesNothing)
 {
     // Both within what a pipe takes in one piece, and beyond it.
-    for (const std::size_t padding : {80, 9000}) {
+    for (const unsigned int padding : {80U, 9000U}) {
         const String tail = ' ' + String(padding, 'x');
         constexpr unsigned int LINES = 50;
         Writers writers(*file, LINES, tail);

@@ -310,6 +310,8 @@ void LogFile::unlockedClose() const
 void LogFile::unlockedGetCurrentPath(String& path, bool deep) const
 {
     if (!outputPath.empty()) {
+        // A deep copy shares nothing with ours, also where texts are shared until they change.
+        // NOLINTNEXTLINE(bugprone-branch-clone)
         if (deep) {
             path = String(outputPath.data(), outputPath.size());
         } else {

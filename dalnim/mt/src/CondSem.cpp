@@ -39,7 +39,7 @@ CondSem::CondSem(MutexOps* mux, bool own) : _own(own), _mop(mux), _cond(nullptr)
         _mop = made.get();
     }
     createCondition();
-    made.release();
+    static_cast<void>(made.release());
 }
 
 CondSem::~CondSem()

@@ -164,7 +164,7 @@ std::exception* Task::cloneError(const std::exception& e)
         if (error == nullptr) {
             throw std::bad_cast();
         }
-        copy.release();
+        static_cast<void>(copy.release());
         return error;
     }
     typedef std::exception* (*Copy)(const std::exception&);

@@ -24,7 +24,7 @@ namespace {
 qv::Reference<RX_Thread> makeSystemThread(qv::Reference<RX_Closure> closure)
 {
     qv::Reference<RX_Thread> thread(new RX_Thread(closure.get()));
-    closure.release();
+    static_cast<void>(closure.release());
     return thread;
 }
 

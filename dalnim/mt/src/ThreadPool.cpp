@@ -90,7 +90,7 @@ bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerC
         throw;
     }
     // The queue has the only reference, so that the task of a managed closure goes with its run.
-    closure.release();
+    static_cast<void>(closure.release());
     return true;
 }
 
@@ -139,7 +139,7 @@ bool ThreadPool::probe()
         qv::Reference<RX_Closure0S> closure(new RX_Closure0S(activeThreadsFunction));
         qv::Reference<RX_Closure> queued = qv::share<RX_Closure>(closure.get());
         _queue->putProbe(queued.get());
-        queued.release();
+        static_cast<void>(queued.release());
         closure->waitForCompletion(RX_RelTime(1, 0));
         return true;
     } catch (const RX_Exception&) {

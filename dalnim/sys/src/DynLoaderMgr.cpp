@@ -148,7 +148,7 @@ ConstDynLibraryRef DynLoaderMgr::image(const String& imgfile, bool global)
         found = libs.find(imgfile);
         if (found == libs.end()) {
             const ConstDynLibraryRef created(new DynLibrary(handle.get(), global, imgfile, *this));
-            handle.release();
+            static_cast<void>(handle.release());
             libs.try_emplace(imgfile).first->second.library = created;
             return created;
         }

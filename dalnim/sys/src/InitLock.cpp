@@ -27,7 +27,7 @@ void free_init_sync_in_child()
 /** Sees to it that no forked child starts with the lock held by a thread that it does not have. */
 const struct ForkHandlers
 {
-    ForkHandlers()
+    ForkHandlers() noexcept
     {
         pthread_once(&_init_once, create_init_sync);
         pthread_atfork([] { qv_si_mutex_lock(&_init_sync); }, [] { qv_si_mutex_unlock(&_init_sync); },

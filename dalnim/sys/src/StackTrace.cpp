@@ -26,7 +26,7 @@ StackTrace::StackTrace()
 
 StackTrace::StackTrace(const StackTrace& ref) : data(ref.data) {}
 
-StackTrace& StackTrace::operator=(const StackTrace& ref)
+StackTrace& StackTrace::operator=(const StackTrace& ref) // NOLINT(cert-oop54-cpp): the data can be
 {
     // The text form is deliberately not refreshed: what was once shown for this object stays.
     data = ref.data;

@@ -89,6 +89,8 @@ void ProcessPath::setName()
  */
 void ProcessPath::setNameFromLoader()
 {
+    // The loader keeps its complaints per thread.
+    // NOLINTBEGIN(concurrency-mt-unsafe)
     dlerror();
     void* const process = dlopen(nullptr, RTLD_NOW);
     if (process == nullptr) {
@@ -108,6 +110,7 @@ void ProcessPath::setNameFromLoader()
             path.erase(end != String::npos ? end : 0);
         }
     }
+    // NOLINTEND(concurrency-mt-unsafe)
     dlclose(process);
 }
 
@@ -146,11 +149,13 @@ void ProcessPath::setDir()
         return;
     }
 
+    // Nothing of ours changes the environment. NOLINTNEXTLINE(concurrency-mt-unsafe)
     const char* const pwd = std::getenv("PWD");
     if (pwd != nullptr && exists(pwd)) {
         return;
     }
 
+    // NOLINTNEXTLINE(concurrency-mt-unsafe)
     const char* const search_path = std::getenv("PATH");
     type::CompositeString entries(search_path != nullptr ? search_path : "", ":");
     for (String entry = entries.next(); !entry.empty(); entry = entries.next()) {

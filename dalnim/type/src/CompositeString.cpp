@@ -38,7 +38,7 @@ CompositeString::CompositeString(const CompositeString& composite, bool deep)
     }
 }
 
-CompositeString& CompositeString::operator=(const CompositeString& composite)
+CompositeString& CompositeString::operator=(const CompositeString& composite) // NOLINT(cert-oop54-cpp): copies
 {
     // Both texts or none: one with the other's delimiters would be taken apart in another way.
     String new_target(composite.target);

@@ -42,7 +42,7 @@ mem::RefCntObjectRef cloned(const mem::RefCntObjectRef& ref, bool deep)
         mem::throwBadCastException();
     }
     mem::RefCntObjectRef result(object);
-    copy.release();
+    static_cast<void>(copy.release());
     return result;
 }
 

@@ -91,7 +91,8 @@ UInt32_t next_sequence_number()
 
 Context::Context() noexcept = default;
 Context::Context(const Context& ref) noexcept : type::Object(ref), mem::RefCntObject(ref) {}
-Context& Context::operator=(const Context&) noexcept
+// There is nothing of its own to take.
+Context& Context::operator=(const Context&) noexcept // NOLINT(cert-oop54-cpp)
 {
     return *this;
 }

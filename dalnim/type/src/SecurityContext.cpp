@@ -10,6 +10,8 @@
 
 namespace com::kor::dal::nim::type {
 
+// Only the last of all keys could be refused.
+// NOLINTNEXTLINE(cert-err58-cpp)
 const UInt32_t SecurityContext::KEY = Context::allocateKey(1);
 
 SecurityContext::SecurityContext() = default;

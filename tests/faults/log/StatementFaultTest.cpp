@@ -72,7 +72,7 @@ protected:
 
 TEST_F(StatementFault, ARecordIsWrittenWhollyOrNotAtAll)
 {
-    for (const std::size_t size : {10, 500, 511, 512, 513, 1024, 5000, 100000}) {
+    for (const unsigned int size : {10U, 500U, 511U, 512U, 513U, 1024U, 5000U, 100000U}) {
         SCOPED_TRACE(size);
         const String text(size, 't');
         EXPECT_GE(walk(text + "|12345", [&](Module& module) {
@@ -121,7 +121,7 @@ TEST_F(StatementFault, AStatementWithinAStatementIsWrittenWhollyOrNotAtAll)
 
 TEST_F(StatementFault, ATrappedFailureIsWrittenWhollyOrNotAtAll)
 {
-    for (const std::size_t size : {20, 480, 3000}) {
+    for (const unsigned int size : {20U, 480U, 3000U}) {
         SCOPED_TRACE(size);
         const StackTrack outer("main()", 0);
         const StackTrack track("read()", "Disk", "app", 12);
@@ -137,7 +137,7 @@ TEST_F(StatementFault, ATrappedFailureIsWrittenWhollyOrNotAtAll)
 TEST_F(StatementFault, AFailureOfAnotherKindDoesNotCount)
 {
     const char* const nothing = nullptr;
-    for (const std::size_t size : {0, 1, 15, 16, 511, 513, 1023, 1025, 5000}) {
+    for (const unsigned int size : {0U, 1U, 15U, 16U, 511U, 513U, 1023U, 1025U, 5000U}) {
         const String text(size, 't');
         const LoggerRef logger = newLogger();
         for (int i = 0; i < 2; ++i) {

@@ -9,7 +9,7 @@ namespace {
 /** Prepares the time zone at load, before any thread can ask for local time. */
 struct OsOpsInit
 {
-    OsOpsInit()
+    OsOpsInit() noexcept
     {
         tzset();
     }
