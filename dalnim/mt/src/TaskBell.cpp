@@ -48,7 +48,7 @@ private:
     alignas(TaskBell) static unsigned char storage[COUNT * sizeof(TaskBell)];
 };
 
-unsigned char Bells::storage[COUNT * sizeof(TaskBell)];
+alignas(TaskBell) unsigned char Bells::storage[COUNT * sizeof(TaskBell)];
 const Bells bells;
 
 }
