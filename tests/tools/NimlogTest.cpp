@@ -243,16 +243,36 @@ TEST_F(NimlogTest, TakesTheMaskThatItIsGiven)
     expectResult(run("--json --mask NONE none.log"), 0, "{\"text\":\"a\\nb\"}\n{\"text\":\"c\"}\n", "");
 }
 
+TEST_F(NimlogTest, TakesTheMaskOfAConfiguration)
+{
+    write("app.log", "WARNING 251 : a\nb\nERROR 1 : c\n");
+    write("app.properties", "%pragma include \"log.properties\"\n");
+    write("log.properties", "com.kor.dal.nim.log.Control.output.mask = SEVERITY LINENUMBER\n");
+    expectResult(run("-s error --config app.properties app.log"), 0, "ERROR 1 : c\n", "");
+
+    write("log.properties", "com.kor.dal.nim.log.Control.output.mask = LOUDNESS\n");
+    EXPECT_THAT(run("--config log.properties app.log").errors,
+                testing::StartsWith("nimlog: log.properties: \"LOUDNESS\" is no field"));
+    write("log.properties", "a=\\x\n");
+    expectResult(run("--config log.properties app.log"), 2, "",
+                 "nimlog: log.properties: ERROR: log.properties:1: End-of-line encountered in hex escape "
+                 "sequence.\n");
+    expectResult(run("--config missing app.log"), 2, "",
+                 "nimlog: cannot read missing: No such file or directory\n");
+    write("none.properties", "");
+    EXPECT_EQ(run("--config none.properties app.log").status, 1);
+}
+
 TEST_F(NimlogTest, TellsWhenItDoesNotKnowTheFields)
 {
     write("app.log", "WARNING 251 : a\nb\n");
     expectResult(run("app.log"), 1, "WARNING 251 : a\nb\n",
-                 "nimlog: app.log: no line begins with the fields that a record is to have; --mask tells "
-                 "which they have\n");
+                 "nimlog: app.log: no line begins with the fields that a record is to have; --mask or "
+                 "--config tells which they have\n");
     write("app.log", std::string("WARNING 251 : a\nb\n") + HEADING);
     expectResult(run("-s info app.log"), 0, HEADING,
                  "nimlog: app.log: lines ahead of the first record with other fields than expected: 2; "
-                 "--mask tells which they have\n");
+                 "--mask or --config tells which they have\n");
     write("app.log", "");
     expectResult(run("app.log"), 0, "", "");
 }

@@ -3,13 +3,16 @@
 #include "PrefixParser.hpp"
 #include "TimeText.hpp"
 
-#include <dalnim/log/Common.hpp>
+#include <dalnim/io/Properties.hpp>
+#include <dalnim/log/Control.hpp>
+#include <dalnim/log/nsdefs.hpp>
 #include <dalnim/type/StringOps.hpp>
 #include <support/CommandLine.hpp>
 #include <support/Errors.hpp>
 #include <support/Input.hpp>
 
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -35,6 +38,7 @@ const char USAGE[] =
     "      --color WHEN     severities in colour: auto (on a terminal), always or never\n"
     "      --mask MASK      the fields of the prefix, until the log tells: such as\n"
     "                       DATETIME,MODULENAME,SEVERITY or 0x85 (default ALL)\n"
+    "      --config FILE    the same, from the properties file that configures the log\n"
     "  -h, --help           show this text\n"
     "  -V, --version        show the version\n"
     "\n"
@@ -83,6 +87,25 @@ CountBy countByOf(const std::string& name)
     throw UsageError("--count takes severity, module, thread or hour, not \"" + name + "\"");
 }
 
+/** What the properties file of a server sets; ALL if that is nothing. */
+unsigned int maskOfConfiguration(const std::string& path)
+{
+    namespace io = com::kor::dal::nim::io;
+    const std::string key = std::string(log::NAMESPACE_NAME) + '.' + log::Control::CLASS_NAME + '.'
+                            + log::Control::TAG_OUTPUT_MASK;
+    std::istringstream text(nimtools::readAll(path));
+    std::ostringstream unused;
+    try {
+        const io::Properties properties(text, path, unused, unused, io::Properties::SEV_ERROR);
+        const std::string& mask = properties.getProperty(key);
+        return mask.empty() ? static_cast<unsigned int>(log::Mask_ALL) : parseMask(mask);
+    } catch (const std::runtime_error& exc) {
+        throw nimtools::Failure(path + ": " + exc.what());
+    } catch (const std::invalid_argument& exc) {
+        throw nimtools::Failure(path + ": " + exc.what());
+    }
+}
+
 bool isSet(const char* variable)
 {
     const char* const value = std::getenv(variable);
@@ -106,12 +129,13 @@ bool colorOf(const std::string& when)
 
 Options Options::parse(int argc, char** argv)
 {
-    enum { SINCE = 256, UNTIL, COUNT, JSON, COLOR, MASK };
+    enum { SINCE = 256, UNTIL, COUNT, JSON, COLOR, MASK, CONFIG };
     nimtools::CommandLine line(argc, argv,
                                {{"follow", 'f', false}, {"severity", 's', true}, {"module", 'm', true},
                                 {"thread", 't', true}, {"since", SINCE, true}, {"until", UNTIL, true},
                                 {"count", COUNT, true}, {"json", JSON, false}, {"color", COLOR, true},
-                                {"mask", MASK, true}, {"help", 'h', false}, {"version", 'V', false}});
+                                {"mask", MASK, true}, {"config", CONFIG, true}, {"help", 'h', false},
+                                {"version", 'V', false}});
     const std::time_t now = std::time(nullptr);
     Options options;
     options.mask = log::Mask_ALL;
@@ -147,6 +171,9 @@ Options Options::parse(int argc, char** argv)
             break;
         case MASK:
             options.mask = parseMask(line.value());
+            break;
+        case CONFIG:
+            options.mask = maskOfConfiguration(line.value());
             break;
         case 'h':
             options.help = true;

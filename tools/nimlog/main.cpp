@@ -52,7 +52,7 @@ Status NimLog::work(int argc, char** argv)
 /** Tells what the records did not have. */
 Status NimLog::report(const Options& options, const RecordSplitter& splitter, std::uint64_t lacking)
 {
-    const std::string advice = "; --mask tells which they have";
+    const std::string advice = "; --mask or --config tells which they have";
     if (splitter.recognised() == 0 && splitter.leading() != 0) {
         complain(options.path + ": no line begins with the fields that a record is to have" + advice);
         return nimtools::STATUS_FOUND;

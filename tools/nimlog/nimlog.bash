@@ -9,6 +9,11 @@ _nimlog()
         --mask)
             words='ALL NONE DATETIME SEVERITY HOSTNAME PROCESSNAME PROCESSID THREADID MODULENAME SOURCEFILE LINENUMBER'
             ;;
+        --config)
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+            return
+            ;;
         -m | --module | -t | --thread | --since | --until) return ;;
         *)
             if [[ $current != -* ]]; then
@@ -16,7 +21,7 @@ _nimlog()
                 mapfile -t COMPREPLY < <(compgen -f -- "$current")
                 return
             fi
-            words='--follow --severity --module --thread --since --until --count --json --color --mask --help
+            words='--follow --severity --module --thread --since --until --count --json --color --mask --config --help
                 --version'
             ;;
     esac
