@@ -24,7 +24,7 @@ Changes::Changes(const std::string& path) : notifications(inotify_init1(IN_CLOEX
     sigemptyset(&ending);
     sigaddset(&ending, SIGINT);
     sigaddset(&ending, SIGTERM);
-    sigprocmask(SIG_BLOCK, &ending, nullptr);
+    pthread_sigmask(SIG_BLOCK, &ending, nullptr);
     signals = nimtools::Descriptor(signalfd(-1, &ending, SFD_CLOEXEC));
     if (!signals) {
         throw nimtools::cannotRead("signals");

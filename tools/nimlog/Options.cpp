@@ -106,10 +106,11 @@ unsigned int maskOfConfiguration(const std::string& path)
     }
 }
 
-bool isSet(const char* variable)
+/** The value of a variable, empty for none. */
+std::string environment(const char* variable)
 {
-    const char* const value = std::getenv(variable);
-    return value != nullptr && value[0] != '\0';
+    const char* const value = std::getenv(variable); // NOLINT(concurrency-mt-unsafe): there is one thread
+    return value != nullptr ? value : "";
 }
 
 bool colorOf(const std::string& when)
@@ -120,9 +121,8 @@ bool colorOf(const std::string& when)
     if (when != "auto") {
         throw UsageError("--color takes auto, always or never, not \"" + when + "\"");
     }
-    const char* const terminal = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) == 1 && !isSet("NO_COLOR") && terminal != nullptr
-           && std::string(terminal) != "dumb";
+    return isatty(STDOUT_FILENO) == 1 && environment("NO_COLOR").empty() && !environment("TERM").empty()
+           && environment("TERM") != "dumb";
 }
 
 }

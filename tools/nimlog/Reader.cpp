@@ -14,7 +14,7 @@ namespace nimlog {
 
 namespace {
 
-constexpr std::size_t PIECE = 256 * 1024;
+constexpr std::size_t PIECE = 256UL * 1024;
 
 /** A record is taken for complete when nothing has followed it for so long. */
 constexpr std::chrono::milliseconds QUIET(100);

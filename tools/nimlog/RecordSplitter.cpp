@@ -11,7 +11,7 @@ namespace log = com::kor::dal::nim::log;
 namespace {
 
 /** A record is no longer than this: what follows is a record of its own, without a prefix. */
-constexpr std::size_t LONGEST_RECORD = 16 * 1024 * 1024;
+constexpr std::size_t LONGEST_RECORD = 16UL * 1024 * 1024;
 
 /** The heading of a new output, whatever the mask is. */
 constexpr unsigned int HEADING_MASK = log::Mask_DATETIME | log::Mask_HOSTNAME | log::Mask_PROCESSNAME

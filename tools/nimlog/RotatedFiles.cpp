@@ -6,11 +6,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
+#include <filesystem>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <system_error>
 
 namespace nimlog {
 
@@ -105,13 +105,11 @@ std::set<std::size_t> RotatedFiles::numbers() const
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const std::string begin = path.substr(slash + 1) + '.';
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
     std::set<std::size_t> result;
-    if (entries == nullptr) {
-        return result;
-    }
-    while (const dirent* const entry = readdir(entries.get())) {
-        const std::string name = entry->d_name;
+    std::error_code failure;
+    for (std::filesystem::directory_iterator entry(folder, failure), last; !failure && entry != last;
+         entry.increment(failure)) {
+        const std::string name = entry->path().filename();
         if (name.compare(0, begin.size(), begin) != 0) {
             continue;
         }

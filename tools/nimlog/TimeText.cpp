@@ -13,7 +13,8 @@ constexpr std::size_t DATE_LENGTH = sizeof "Sat Nov 14 " - 1;
 constexpr std::size_t CLOCK_LENGTH = sizeof "15:05:20" - 1;
 constexpr std::size_t YEAR_LENGTH = 4;
 
-constexpr int SECONDS_OF_HOUR = 3600;
+constexpr std::time_t SECONDS_OF_HOUR = 3600;
+constexpr std::time_t SECONDS_OF_MINUTE = 60;
 constexpr std::time_t SECONDS_OF_DAY = 86400;
 
 bool isDigit(char c)
@@ -68,7 +69,7 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
     into.clock = text.substr(DATE_LENGTH, CLOCK_LENGTH);
 
     const std::size_t zone = DATE_LENGTH + CLOCK_LENGTH + 1;
-    int secondsEast = 0;
+    std::time_t secondsEast = 0;
     if (text.compare(zone, 4, "UTC ") == 0) {
         into.zone = text.substr(zone, 3);
     } else {
@@ -78,7 +79,8 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
         if (hours < 0 || minutes < 0 || (into.zone[0] != '+' && into.zone[0] != '-')) {
             return 0;
         }
-        secondsEast = (hours * SECONDS_OF_HOUR + minutes * 60) * (into.zone[0] == '-' ? -1 : 1);
+        secondsEast = hours * SECONDS_OF_HOUR + minutes * SECONDS_OF_MINUTE;
+        secondsEast = into.zone[0] == '-' ? -secondsEast : secondsEast;
     }
     const std::size_t year = zone + into.zone.size() + 1;
     if (text.size() < year + YEAR_LENGTH || text[year - 1] != ' ') {
@@ -91,7 +93,7 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
     }
     into.year = century * 100 + yearOfCentury;
     into.when = daysSinceEpoch(into.year, into.month, into.day) * SECONDS_OF_DAY + hour * SECONDS_OF_HOUR
-                + minute * 60 + second - secondsEast;
+                + minute * SECONDS_OF_MINUTE + second - secondsEast;
     return year + YEAR_LENGTH;
 }
 
@@ -114,7 +116,8 @@ std::time_t parseTime(const std::string& text, std::time_t now)
         const auto [stop, error] = std::from_chars(text.data(), end, number);
         if (error == std::errc() && stop + 1 == end) {
             static const std::string_view UNITS = "smhd";
-            static const std::array<std::time_t, 4> SECONDS = {1, 60, SECONDS_OF_HOUR, SECONDS_OF_DAY};
+            static const std::array<std::time_t, 4> SECONDS = {1, SECONDS_OF_MINUTE, SECONDS_OF_HOUR,
+                                                               SECONDS_OF_DAY};
             const std::size_t unit = UNITS.find(*stop);
             if (unit != std::string_view::npos && number <= now / SECONDS[unit]) {
                 return now - number * SECONDS[unit];

@@ -36,9 +36,14 @@ Status NimLog::work(int argc, char** argv)
     TextSink text(out, options.color, isatty(STDOUT_FILENO) == 1);
     JsonSink json(out);
     CountSink counts(options.countBy);
-    RecordSink& plain = options.json ? static_cast<RecordSink&>(json) : text;
     const bool isCounting = options.countBy != CountBy::NOTHING;
-    Filter filter(options, isCounting ? counts : plain);
+    RecordSink* sink = &text;
+    if (isCounting) {
+        sink = &counts;
+    } else if (options.json) {
+        sink = &json;
+    }
+    Filter filter(options, *sink);
     RecordSplitter splitter(options.mask, filter);
     Reader reader(options.path, splitter, [this](const std::string& complaint) { complain(complaint); });
     const auto idle = [this] { out.flush(); };

@@ -23,6 +23,7 @@ CommandLine::CommandLine(int argc, char** argv, const std::vector<Option>& optio
 int CommandLine::next()
 {
     const int index = optind;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
     const int found = getopt_long(count, words, letters.c_str(), longOptions.data(), nullptr);
     if (found != ':' && found != '?') {
         return found;

@@ -18,7 +18,7 @@ std::string readAll(const std::string& path)
         throw cannotRead(path);
     }
     std::string text;
-    std::array<char, 64 * 1024> piece;
+    std::array<char, 64UL * 1024> piece;
     for (;;) {
         const ssize_t count = read(file.get(), piece.data(), piece.size());
         if (count > 0) {

@@ -34,7 +34,7 @@ public:
     void flush();
 
 private:
-    static constexpr std::size_t PIECE = 64 * 1024;
+    static constexpr std::size_t PIECE = 64UL * 1024;
 
     std::string buffer;
 };
