@@ -118,6 +118,13 @@ FAULTS_INTERPOSED char* realpath(const char* path, char* resolved) noexcept
     return fails(Call::REALPATH) ? nullptr : next(path, resolved);
 }
 
+/** What a hardened build calls in place of realpath() when it knows the size of the buffer. */
+FAULTS_INTERPOSED char* __realpath_chk(const char* path, char* resolved, size_t size) noexcept
+{
+    FAULTS_NEXT(__realpath_chk);
+    return fails(Call::REALPATH) ? nullptr : next(path, resolved, size);
+}
+
 FAULTS_INTERPOSED char* getcwd(char* buffer, size_t size) noexcept
 {
     FAULTS_NEXT(getcwd);
