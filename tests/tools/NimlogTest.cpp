@@ -103,6 +103,9 @@ TEST_F(NimlogTest, ReadsASetAsOneFromTheOldestOn)
     // The live file may be missing for a moment.
     shell("rm app.log");
     expectResult(run("app.log"), 0, std::string(HEADING) + WARNING + ERROR + REPORT, "");
+    // A name may stand for nothing.
+    shell("ln -s nowhere app.log.99");
+    expectResult(run("app.log"), 0, std::string(HEADING) + WARNING + ERROR + REPORT, "");
     expectResult(run("- < app.log.2"), 0, std::string(ERROR) + REPORT, "");
 }
 

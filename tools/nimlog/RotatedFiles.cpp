@@ -16,6 +16,9 @@ namespace nimlog {
 
 namespace {
 
+/** How often the oldest file is looked for anew because files have moved. */
+constexpr int MOST_ATTEMPTS = 1000;
+
 /** There may be many old files. */
 void raiseOpenFiles()
 {
@@ -41,71 +44,155 @@ RotatedFiles::RotatedFiles(const std::string& logPath) : path(logPath)
     raiseOpenFiles();
 }
 
-/**
- * From the newest to the oldest, in whose direction files move: what is moved meanwhile is met again
- * under its next name, and nothing slips through.
- */
 void RotatedFiles::look()
 {
-    std::vector<File> found;
     if (path == nimtools::STANDARD_INPUT) {
         if (seen.empty()) {
-            waiting.push_back({nimtools::Descriptor(STDIN_FILENO), 0, 0});
+            waiting.push_back({nimtools::Descriptor(STDIN_FILENO), 0, 0, 0});
         }
         return;
     }
-    bool goOn = visit(path, found);
-    std::size_t next = 0;
-    for (std::set<std::size_t> listed = numbers(); goOn && !listed.empty() && *listed.rbegin() >= next;
-         listed = numbers()) {
-        std::set<std::size_t> names = listed;
-        for (const std::size_t number : listed) {
-            names.insert(number + 1);
-        }
-        for (auto name = names.lower_bound(next); goOn && name != names.end(); ++name) {
-            goOn = visit(path + '.' + std::to_string(*name), found);
-            next = *name + 1;
-        }
-    }
-    // With `goOn` all was looked at, and nothing was known.
-    if (goOn && !seen.empty() && !found.empty()) {
-        missed = true;
-    }
-    for (auto file = found.rbegin(); file != found.rend(); ++file) {
-        waiting.push_back(std::move(*file));
+    while (addNewer()) {
     }
     forgetRemoved();
 }
 
-/** False when the file has been seen before this look: so have all that are older. */
-bool RotatedFiles::visit(const std::string& name, std::vector<File>& found)
+bool RotatedFiles::addNewer()
 {
-    nimtools::Descriptor descriptor(open(name.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat status = {};
-    if (!descriptor || fstat(descriptor.get(), &status) == -1) {
-        if (errno == ENOENT) {
-            return true;
+    bool isGone = false;
+    const auto isAdded = [&](File& file, Outcome& outcome) {
+        outcome = addNextTo(file);
+        missed = missed || (outcome == ADDED && isGone);
+        isGone = isGone || outcome == GONE;
+        return outcome != GONE;
+    };
+    Outcome outcome = GONE;
+    // By index: what is added moves the others.
+    for (std::size_t left = waiting.size(); left > 0; --left) {
+        if (isAdded(waiting[left - 1], outcome)) {
+            return outcome == ADDED;
         }
-        throw nimtools::cannotRead(name);
     }
-    if (contains(seen, status.st_dev, status.st_ino) || contains(waiting, status.st_dev, status.st_ino)) {
-        const File& newest = waiting.empty() ? seen.back() : waiting.back();
-        missed = missed || (!found.empty() && newest.inode != status.st_ino);
-        return false;
+    for (std::size_t left = seen.size(); left > 0; --left) {
+        if (isAdded(seen[left - 1], outcome)) {
+            return outcome == ADDED;
+        }
     }
-    if (!contains(found, status.st_dev, status.st_ino)) {
-        found.push_back({std::move(descriptor), status.st_dev, status.st_ino});
-    }
-    return true;
+    return addOldest();
 }
 
-/** The numbers of the old files. */
-std::set<std::size_t> RotatedFiles::numbers() const
+/** When nothing is there that is known: begins with the oldest. */
+bool RotatedFiles::addOldest()
+{
+    for (int attempt = 0;; ++attempt) {
+        const std::set<Place> taken = places();
+        File file = openAt(*taken.rbegin());
+        for (auto place = taken.rbegin(); !file.descriptor && place != taken.rend(); ++place) {
+            file = openAt(*place);
+        }
+        if (!file.descriptor) {
+            return false;
+        }
+        // It may have moved, but nothing that is older may be above it; but for names of nothing.
+        const bool isOldest = locate(file) && *places().rbegin() <= file.place
+                              && !openAt(file.place + 1).descriptor;
+        if (isOldest || attempt == MOST_ATTEMPTS) {
+            missed = missed || !seen.empty();
+            waiting.push_back(std::move(file));
+            return true;
+        }
+    }
+}
+
+/**
+ * Finds what was written next to a file. The log moves the oldest file first: as long as a file keeps its
+ * place, the one below it has not moved either.
+ */
+RotatedFiles::Outcome RotatedFiles::addNextTo(File& file)
+{
+    while (locate(file)) {
+        if (file.place == 0) {
+            return NONE_NEWER;
+        }
+        Place place = file.place - 1;
+        File next = openAt(place);
+        while (!next.descriptor && place != 0) {
+            // There is a gap in the numbers.
+            const std::set<Place> taken = places();
+            place = *std::prev(taken.lower_bound(place));
+            next = openAt(place);
+        }
+        if (!isAt(file, file.place)) {
+            continue;
+        }
+        if (!next.descriptor || contains(seen, next.device, next.inode)
+            || contains(waiting, next.device, next.inode)) {
+            return NONE_NEWER;
+        }
+        waiting.push_back(std::move(next));
+        return ADDED;
+    }
+    return GONE;
+}
+
+/** Looks for a file from its last place on upwards, where it cannot be overtaken; false when it is gone. */
+bool RotatedFiles::locate(File& file) const
+{
+    Place highest = 0;
+    for (Place place = file.place;; ++place) {
+        if (isAt(file, place)) {
+            file.place = place;
+            return true;
+        }
+        struct stat status = {};
+        if (fstat(file.descriptor.get(), &status) == -1 || status.st_nlink == 0) {
+            return false;
+        }
+        if (place > highest) {
+            highest = *places().rbegin() + 1;
+            if (place > highest) {
+                return false;
+            }
+        }
+    }
+}
+
+bool RotatedFiles::isAt(const File& file, Place place) const
+{
+    struct stat status = {};
+    return stat(nameOf(place).c_str(), &status) == 0 && status.st_dev == file.device
+           && status.st_ino == file.inode;
+}
+
+/** Of no descriptor when nothing is there. */
+RotatedFiles::File RotatedFiles::openAt(Place place) const
+{
+    const std::string name = nameOf(place);
+    File file = {nimtools::Descriptor(open(name.c_str(), O_RDONLY | O_CLOEXEC)), 0, 0, place};
+    struct stat status = {};
+    if (!file.descriptor || fstat(file.descriptor.get(), &status) == -1) {
+        if (errno != ENOENT) {
+            throw nimtools::cannotRead(name);
+        }
+        return file;
+    }
+    file.device = status.st_dev;
+    file.inode = status.st_ino;
+    return file;
+}
+
+std::string RotatedFiles::nameOf(Place place) const
+{
+    return place == 0 ? path : path + '.' + std::to_string(place - 1);
+}
+
+/** The places that are taken, and that of the live file. While files move, some may be missing. */
+std::set<RotatedFiles::Place> RotatedFiles::places() const
 {
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const std::string begin = path.substr(slash + 1) + '.';
-    std::set<std::size_t> result;
+    std::set<Place> result = {0};
     std::error_code failure;
     for (std::filesystem::directory_iterator entry(folder, failure), last; !failure && entry != last;
          entry.increment(failure)) {
@@ -119,7 +206,7 @@ std::set<std::size_t> RotatedFiles::numbers() const
         // The log writes no other form.
         if (error == std::errc() && stop == end && begin + std::to_string(number) == name
             && number != static_cast<std::size_t>(-1)) {
-            result.insert(number);
+            result.insert(number + 1);
         }
     }
     return result;

@@ -51,15 +51,31 @@ public:
     }
 
 private:
+    /** A place in the set: 0 is the live file's name, N + 1 that of the old file N. */
+    typedef std::size_t Place;
+
     struct File
     {
         nimtools::Descriptor descriptor;
         dev_t device;
         ino_t inode;
+        /** Where it was met last. From there it has moved up, if at all. */
+        Place place;
+    };
+    enum Outcome {
+        ADDED,
+        NONE_NEWER,
+        GONE
     };
 
-    std::set<std::size_t> numbers() const;
-    bool visit(const std::string& name, std::vector<File>& found);
+    bool addNewer();
+    bool addOldest();
+    Outcome addNextTo(File& file);
+    bool locate(File& file) const;
+    bool isAt(const File& file, Place place) const;
+    File openAt(Place place) const;
+    std::string nameOf(Place place) const;
+    std::set<Place> places() const;
     void forgetRemoved();
 
     const std::string path;
