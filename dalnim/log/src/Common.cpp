@@ -184,12 +184,13 @@ String getProcessName()
 
 }
 
+// A process whose log cannot be had from its first statement on does not start.
+// NOLINTBEGIN(cert-err58-cpp)
 com::kor::dal::nim::log::Module& com_kor_dal_nim_log_module =
     com::kor::dal::nim::log::Module::DEFAULT_INSTANCE;
-// A process whose log cannot be had from its first statement on does not start.
-// NOLINTNEXTLINE(cert-err58-cpp)
 com::kor::dal::nim::log::Control& com_kor_dal_nim_log_control = com::kor::dal::nim::log::start();
 
 com::kor::dal::nim::log::Module& com::kor::dal::nim::com_kor_dal_nim_log_module =
     com::kor::dal::nim::log::Module::getInstance("com.kor.dal.nim",
                                                  com::kor::dal::nim::log::GET_NIM_LOG_LOGGER_VAR());
+// NOLINTEND(cert-err58-cpp)

@@ -16,7 +16,7 @@ namespace {
 char* putText(char* to, const char* text)
 {
     const std::size_t length = std::strlen(text);
-    std::memcpy(to, text, length);
+    std::memcpy(to, text, length); // NOLINT(bugprone-not-null-terminated-result): a piece of a line
     return to + length;
 }
 
@@ -43,8 +43,11 @@ char* putZone(char* to, long secondsEast)
 std::size_t formatTime(char* text, std::size_t size, const std::tm& time, bool local)
 {
     constexpr std::size_t NUMBERS_LENGTH = sizeof " 31 23:59:59 +2359 9999 ";
+    // As strftime() itself, not while another thread changes the locale of the process.
+    // NOLINTBEGIN(concurrency-mt-unsafe)
     const char* const day = nl_langinfo(ABDAY_1 + time.tm_wday);
     const char* const month = nl_langinfo(ABMON_1 + time.tm_mon);
+    // NOLINTEND(concurrency-mt-unsafe)
     const int year = 1900 + time.tm_year;
     if (year < 1000 || year > 9999 || std::strlen(day) + std::strlen(month) + NUMBERS_LENGTH > size) {
         return 0;

@@ -6,6 +6,8 @@ namespace com::kor::dal::nim::mt {
 
 QueueElement::QueueElement() noexcept : next(nullptr) {}
 QueueElement::QueueElement(const QueueElement& ref) noexcept : type::Object(ref), next(nullptr) {}
+// The place in a queue is that of the object, not of its value.
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
 QueueElement& QueueElement::operator=(const QueueElement&) noexcept
 {
     return *this;
