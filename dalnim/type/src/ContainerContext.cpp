@@ -84,6 +84,8 @@ ContainerContext::ContainerContext(const ContainerContext& ref)
     *this = ref;
 }
 
+// Also from itself: entries that are not handed on go, and those to be copied are new ones.
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
 ContainerContext& ContainerContext::operator=(const ContainerContext& ref)
 {
     const sys::StackTrack track("operator = ()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
