@@ -37,7 +37,8 @@ public:
     }
 
     // What is the same already stays: updatePtr asks.
-    ConstRcoRef& operator=(const ConstRcoRef& ref) // NOLINT(bugprone-unhandled-self-assignment,cert-oop54-cpp)
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
+    ConstRcoRef& operator=(const ConstRcoRef& ref)
     {
         updatePtr(ref.rco);
         return *this;

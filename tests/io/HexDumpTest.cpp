@@ -4,6 +4,7 @@
 
 #include <support/ChildProcess.hpp>
 #include <support/Files.hpp>
+#include <support/LongRun.hpp>
 #include <tests/io/PieceBuffer.hpp>
 
 #include <gtest/gtest.h>
@@ -11,7 +12,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <cstdlib>
 #include <functional>
 #include <random>
 #include <sstream>
@@ -226,7 +226,7 @@ TEST(HexDump, AsXxdDoes)
 
 TEST(HexDump, OffsetsBeginAnewBehindTheLast)
 {
-    if (std::getenv("DALNIM_TEST_LONG") == nullptr) {
+    if (!support::isLongRun()) {
         GTEST_SKIP() << "dumps 4 GiB: only with --long";
     }
     class Zeros : public std::streambuf

@@ -26,7 +26,7 @@ using com::kor::dal::nim::log::Write;
 
 int rounds()
 {
-    return longRun() ? 200 : 15;
+    return support::isLongRun() ? 200 : 15;
 }
 
 constexpr unsigned int KILL_THREADS = 3;

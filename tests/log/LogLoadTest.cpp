@@ -33,7 +33,7 @@ unsigned int perThread()
 #ifdef LOGLOADTEST_TSAN
     return 5000;
 #else
-    return longRun() ? 125000 : 25000;
+    return support::isLongRun() ? 125000 : 25000;
 #endif
 }
 

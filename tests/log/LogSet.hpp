@@ -3,11 +3,12 @@
 
 #include "LogFileFixture.hpp"
 
+#include <support/LongRun.hpp>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string_view>
@@ -15,11 +16,6 @@
 
 /** Reading what a logger has left behind in a file and its old ones. */
 namespace logfiletest {
-
-inline bool longRun()
-{
-    return std::getenv("DALNIM_TEST_LONG") != nullptr;
-}
 
 /** Swallows standard error: rotations of a long run tell much. */
 class Silence

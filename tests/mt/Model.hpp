@@ -1,6 +1,8 @@
 #ifndef TESTS_MT_MODEL_HPP
 #define TESTS_MT_MODEL_HPP
 
+#include <support/LongRun.hpp>
+
 #include <cstdlib>
 #include <random>
 #include <string>
@@ -10,7 +12,7 @@ namespace mttest {
 /** How many operations a model test makes. */
 inline int modelOperations()
 {
-    return std::getenv("DALNIM_TEST_LONG") != nullptr ? 1000000 : 100000;
+    return support::isLongRun() ? 1000000 : 100000;
 }
 
 /** The seed of a model test: a new one on each run, unless the environment has one to repeat. */

@@ -2,8 +2,9 @@
 
 #include "DynPlugins.hpp"
 
+#include <support/LongRun.hpp>
+
 #include <atomic>
-#include <cstdlib>
 #include <random>
 #include <thread>
 #include <vector>
@@ -115,7 +116,7 @@ private:
 
 int rounds()
 {
-    return (std::getenv("DALNIM_TEST_LONG") != nullptr ? 100000 : 20000) / THREADS;
+    return (support::isLongRun() ? 100000 : 20000) / THREADS;
 }
 
 TEST(DynThreads, LoadLookUpAndReleaseAtRandom)

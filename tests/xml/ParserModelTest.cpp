@@ -2,9 +2,10 @@
 #include "ParserSubject.hpp"
 #include "RandomDocument.hpp"
 
+#include <support/LongRun.hpp>
+
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <map>
 #include <string>
 
@@ -83,7 +84,7 @@ void compareOneDocument(RandomDocument& random, ParserModel& model, ParserSubjec
 
 TEST(ParserModel, TellsTheSame)
 {
-    const int handles = std::getenv("DALNIM_TEST_LONG") != nullptr ? 40000 : 2000;
+    const int handles = support::isLongRun() ? 40000 : 2000;
     constexpr int DOCUMENTS = 50;
     RandomDocument random(9101);
     Endings endings;

@@ -1,11 +1,9 @@
 #include "PropertiesFile.hpp"
 
 #include <dalnim/io/Config.hpp>
-#include <support/CommandLine.hpp>
+#include <support/CommandProgram.hpp>
 #include <support/Errors.hpp>
-#include <support/Program.hpp>
 
-#include <array>
 #include <memory>
 #include <stdexcept>
 
@@ -15,7 +13,6 @@ namespace {
 
 using nimtools::Failure;
 using nimtools::Status;
-using nimtools::UsageError;
 
 const char USAGE[] =
     "usage: nimprops check FILE...\n"
@@ -39,66 +36,27 @@ const char USAGE[] =
     "Exit status: 0; 1 for findings, differences, or a property or instance that is not there; 2 for a\n"
     "bad command line or a file that cannot be read.\n";
 
-class NimProps : public nimtools::Program
+class NimProps : public nimtools::CommandProgram
 {
 public:
-    NimProps() : Program("nimprops", USAGE) {}
-
-protected:
-    Status work(int argc, char** argv) override;
+    NimProps()
+        : CommandProgram("nimprops", USAGE,
+                         {{"check", 1, ANY_NUMBER, "a FILE", [this](auto& files) { return check(files); }},
+                          {"print", 1, 1, "one FILE", [this](auto& files) { return print(files); }},
+                          {"get", 2, 2, "a FILE and a KEY", [this](auto& operands) { return get(operands); }},
+                          {"instance", 2, 3, "a FILE, perhaps a CLASS, and an INSTANCE",
+                           [this](auto& operands) { return instance(operands); }},
+                          {"diff", 2, 2, "two FILEs", [this](auto& files) { return diff(files); }}})
+    {
+    }
 
 private:
-    struct Command
-    {
-        const char* name;
-        std::size_t fewest;
-        std::size_t most;
-        /** What it needs, for the complaint. */
-        const char* needs;
-        Status (NimProps::*carryOut)(const std::vector<std::string>& operands);
-    };
-    static const std::array<Command, 5> COMMANDS;
-
     Status check(const std::vector<std::string>& operands);
     Status print(const std::vector<std::string>& operands);
     Status get(const std::vector<std::string>& operands);
     Status instance(const std::vector<std::string>& operands);
     Status diff(const std::vector<std::string>& operands);
 };
-
-constexpr std::size_t ANY_NUMBER = static_cast<std::size_t>(-1);
-
-const std::array<NimProps::Command, 5> NimProps::COMMANDS = {{
-    {"check", 1, ANY_NUMBER, "a FILE", &NimProps::check},
-    {"print", 1, 1, "one FILE", &NimProps::print},
-    {"get", 2, 2, "a FILE and a KEY", &NimProps::get},
-    {"instance", 2, 3, "a FILE, perhaps a CLASS, and an INSTANCE", &NimProps::instance},
-    {"diff", 2, 2, "two FILEs", &NimProps::diff},
-}};
-
-Status NimProps::work(int argc, char** argv)
-{
-    nimtools::CommandLine line(argc, argv, {{"help", 'h', false}, {"version", 'V', false}});
-    if (const int option = line.next(); option != -1) {
-        option == 'h' ? showUsage() : showVersion();
-        return nimtools::STATUS_FINE;
-    }
-    std::vector<std::string> operands = line.operands();
-    if (operands.empty()) {
-        throw UsageError("a command is needed: check, print, get, instance or diff");
-    }
-    const std::string wanted = operands.front();
-    operands.erase(operands.begin());
-    for (const Command& command : COMMANDS) {
-        if (wanted == command.name) {
-            if (operands.size() < command.fewest || operands.size() > command.most) {
-                throw UsageError(wanted + " needs " + command.needs);
-            }
-            return (this->*command.carryOut)(operands);
-        }
-    }
-    throw UsageError("unknown command " + wanted);
-}
 
 Status NimProps::check(const std::vector<std::string>& operands)
 {

@@ -3,10 +3,9 @@
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/xml/Parser.hpp>
 #include <dalnim/xml/nim_opbparse.h>
-#include <support/CommandLine.hpp>
+#include <support/CommandProgram.hpp>
 #include <support/Errors.hpp>
 #include <support/Input.hpp>
-#include <support/Program.hpp>
 
 #include <algorithm>
 #include <cstdlib>
@@ -16,7 +15,6 @@ namespace nimxml {
 namespace {
 
 using nimtools::Status;
-using nimtools::UsageError;
 using com::kor::dal::nim::sys::system_error;
 
 const char USAGE[] =
@@ -79,47 +77,21 @@ std::string syntaxError(const std::string& path, const std::string& document, co
                    message.substr(0, found));
 }
 
-class NimXml : public nimtools::Program
+class NimXml : public nimtools::CommandProgram
 {
 public:
-    NimXml() : Program("nimxml", USAGE) {}
-
-protected:
-    Status work(int argc, char** argv) override;
+    NimXml()
+        : CommandProgram("nimxml", USAGE,
+                         {{"print", 1, 1, "one FILE", [this](auto& files) { return print(files.front()); }},
+                          {"check", 1, ANY_NUMBER, "a FILE", [this](auto& files) { return check(files); }}})
+    {
+    }
 
 private:
     std::string parse(const std::string& path, xml::ConsumerRef& consumer);
     Status print(const std::string& path);
     Status check(const std::vector<std::string>& paths);
 };
-
-Status NimXml::work(int argc, char** argv)
-{
-    nimtools::CommandLine line(argc, argv, {{"help", 'h', false}, {"version", 'V', false}});
-    if (const int option = line.next(); option != -1) {
-        option == 'h' ? showUsage() : showVersion();
-        return nimtools::STATUS_FINE;
-    }
-    std::vector<std::string> operands = line.operands();
-    if (operands.empty()) {
-        throw UsageError("a command is needed: print or check");
-    }
-    const std::string command = operands.front();
-    operands.erase(operands.begin());
-    if (command == "print") {
-        if (operands.size() != 1) {
-            throw UsageError("print needs one FILE");
-        }
-        return print(operands[0]);
-    }
-    if (command == "check") {
-        if (operands.empty()) {
-            throw UsageError("check needs a FILE");
-        }
-        return check(operands);
-    }
-    throw UsageError("unknown command " + command);
-}
 
 /** Gives the error of the document, if there is one. Throws Failure when it cannot be read. */
 std::string NimXml::parse(const std::string& path, xml::ConsumerRef& consumer)

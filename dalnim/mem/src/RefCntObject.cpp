@@ -24,8 +24,8 @@ RefCntObject::RefCntObject(const RefCntObject& ref) noexcept
 {
 }
 
-// Count and switches are those of the object, not of its value.
-RefCntObject& RefCntObject::operator=(const RefCntObject&) noexcept // NOLINT(cert-oop54-cpp): nothing is taken
+// Count and switches are those of the object, not of its value. NOLINTNEXTLINE(cert-oop54-cpp)
+RefCntObject& RefCntObject::operator=(const RefCntObject&) noexcept
 {
     return *this;
 }

@@ -38,7 +38,8 @@ CompositeString::CompositeString(const CompositeString& composite, bool deep)
     }
 }
 
-CompositeString& CompositeString::operator=(const CompositeString& composite) // NOLINT(cert-oop54-cpp): copies
+// The copies are made first, also of its own texts. NOLINTNEXTLINE(cert-oop54-cpp)
+CompositeString& CompositeString::operator=(const CompositeString& composite)
 {
     // Both texts or none: one with the other's delimiters would be taken apart in another way.
     String new_target(composite.target);

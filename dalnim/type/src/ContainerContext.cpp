@@ -10,10 +10,10 @@
 #include <dalnim/type/nsdefs.hpp>
 #include <dalnim/type/src/ContextSnapshot.hpp>
 #include <dalnim/type/src/SharedContent.hpp>
+#include <qv/pmx/src/perturb.hpp>
 
 #include <cerrno>
 #include <memory>
-#include <qv/pmx/src/perturb.hpp>
 
 namespace com::kor::dal::nim::type {
 

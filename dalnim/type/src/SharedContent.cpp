@@ -2,8 +2,9 @@
 
 #include <dalnim/type/src/SharedContent.hpp>
 
-#include <utility>
 #include <qv/pmx/src/perturb.hpp>
+
+#include <utility>
 
 namespace com::kor::dal::nim::type {
 

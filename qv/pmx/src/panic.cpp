@@ -14,7 +14,8 @@ constexpr size_t MAX_DIGITS = 12;
 const char* formatDecimal(int value, char (&digits)[MAX_DIGITS])
 {
     char* begin = digits + MAX_DIGITS;
-    unsigned int rest = value < 0 ? static_cast<unsigned int>(-(value + 1)) + 1U : static_cast<unsigned int>(value);
+    unsigned int rest =
+        value < 0 ? static_cast<unsigned int>(-(value + 1)) + 1U : static_cast<unsigned int>(value);
     do {
         *--begin = static_cast<char>('0' + rest % 10);
         rest /= 10;
