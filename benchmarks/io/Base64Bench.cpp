@@ -238,8 +238,7 @@ void encodeBeast(benchmark::State& state)
     const String data = makeData(static_cast<std::size_t>(state.range(0)));
     String text(data.size() / 3 * 4 + 4, '\0');
     for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            boost::beast::detail::base64::encode(text.data(), data.data(), data.size()));
+        benchmark::DoNotOptimize(boost::beast::detail::base64::encode(text.data(), data.data(), data.size()));
     }
     count(state);
 }
@@ -250,8 +249,7 @@ void decodeBeast(benchmark::State& state)
     const String text = Base64().encode(makeData(static_cast<std::size_t>(state.range(0))));
     String data(text.size() / 4 * 3, '\0');
     for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            boost::beast::detail::base64::decode(data.data(), text.data(), text.size()));
+        benchmark::DoNotOptimize(boost::beast::detail::base64::decode(data.data(), text.data(), text.size()));
     }
     count(state);
 }

@@ -105,8 +105,7 @@ BENCHMARK(standardCopyAndDrop);
 
 #ifdef DALNIM_BENCH_POCO
 class PocoCounted : public Poco::RefCountedObject
-{
-};
+{};
 
 void copyAndDropPoco(benchmark::State& state)
 {

@@ -66,7 +66,7 @@ void unlockShared(std::shared_mutex& lock)
     lock.unlock_shared();
 }
 
-#define LOCK_BENCHMARK(name, Lock, take, give)                                                     \
+#define LOCK_BENCHMARK(name, Lock, take, give)                                                               \
     BENCHMARK_TEMPLATE(takeAndGive, Lock, take, give)->Name(name)->ThreadRange(1, 4)->UseRealTime()
 
 LOCK_BENCHMARK("dalnim::CriticalSection", mt::CriticalSection, acquire, release);

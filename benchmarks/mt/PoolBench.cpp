@@ -44,8 +44,7 @@ public:
 };
 
 class Entry : public nim::mem::RefCntObject
-{
-};
+{};
 
 /** Shared content in the context of the calling thread. */
 class Entries

@@ -61,8 +61,7 @@ std::size_t elementCount(const benchmark::State& state)
 }
 
 class Element : public nim::mt::QueueElement
-{
-};
+{};
 
 void dalnimQueue(benchmark::State& state)
 {

@@ -17,8 +17,7 @@ using nim::sys::internal::CurrentContext;
 using nim::sys::internal::CurrentContextRef;
 
 class Entry : public nim::mem::RefCntObject
-{
-};
+{};
 
 void entries(benchmark::internal::Benchmark* benchmark)
 {

@@ -30,11 +30,7 @@ public:
     static constexpr const char CLASS_NAME[] = "Properties";
 
     /** What load() reports besides errors; SEV_NOTE behaves like SEV_WARNING. */
-    enum Severity {
-        SEV_ERROR = 0,
-        SEV_WARNING = 1,
-        SEV_NOTE = 2
-    };
+    enum Severity { SEV_ERROR = 0, SEV_WARNING = 1, SEV_NOTE = 2 };
 
     class ConstIterator;
 
@@ -116,8 +112,8 @@ public:
 
     /** An empty table, then the load() with the same arguments. */
     explicit Properties(std::istream& is, bool keep_trailing_ws = false);
-    Properties(std::istream& is, String filepath, std::ostringstream& warnings,
-               std::ostringstream& notes, Severity sev, bool keep_trailing_ws = false);
+    Properties(std::istream& is, String filepath, std::ostringstream& warnings, std::ostringstream& notes,
+               Severity sev, bool keep_trailing_ws = false);
 
     ~Properties();
 
@@ -233,8 +229,8 @@ public:
      *
      * @throws std::invalid_argument  also "null prefix list not allowed", "null prefix not allowed"
      */
-    Properties* getProperties(const String** prefixes, unsigned int num_prefixes,
-                              bool strip_prefix = true, bool deep = false) const;
+    Properties* getProperties(const String** prefixes, unsigned int num_prefixes, bool strip_prefix = true,
+                              bool deep = false) const;
 
     bool empty() const noexcept
     {

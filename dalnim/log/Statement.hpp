@@ -70,35 +70,34 @@ private:
  * Evaluates a severity where the enumerators need no namespace. A block that is an expression, since
  * a lambda could not use the structured bindings of the function around it.
  */
-#define NIM_LOG_SEVERITY_(severity)                                                          \
-    __extension__({                                                                          \
-        using ::com::kor::dal::nim::log::Severity_NONE;                                      \
-        using ::com::kor::dal::nim::log::Severity_TRACE;                                     \
-        using ::com::kor::dal::nim::log::Severity_DEBUG;                                     \
-        using ::com::kor::dal::nim::log::Severity_INFO;                                      \
-        using ::com::kor::dal::nim::log::Severity_NOTICE;                                    \
-        using ::com::kor::dal::nim::log::Severity_WARNING;                                   \
-        using ::com::kor::dal::nim::log::Severity_ERROR;                                     \
-        using ::com::kor::dal::nim::log::Severity_FATAL;                                     \
-        (severity);                                                                          \
+#define NIM_LOG_SEVERITY_(severity)                                                                          \
+    __extension__({                                                                                          \
+        using ::com::kor::dal::nim::log::Severity_NONE;                                                      \
+        using ::com::kor::dal::nim::log::Severity_TRACE;                                                     \
+        using ::com::kor::dal::nim::log::Severity_DEBUG;                                                     \
+        using ::com::kor::dal::nim::log::Severity_INFO;                                                      \
+        using ::com::kor::dal::nim::log::Severity_NOTICE;                                                    \
+        using ::com::kor::dal::nim::log::Severity_WARNING;                                                   \
+        using ::com::kor::dal::nim::log::Severity_ERROR;                                                     \
+        using ::com::kor::dal::nim::log::Severity_FATAL;                                                     \
+        (severity);                                                                                          \
     })
 
 // A name that is declared cannot stand in parentheses.
 // NOLINTBEGIN(bugprone-macro-parentheses)
-#define NIM_LOG_STATEMENT_(statement, log_module, log_severity)                              \
-    for (::com::kor::dal::nim::log::Statement statement(log_module,                          \
-                                                        NIM_LOG_SEVERITY_(log_severity));    \
-         statement.open; statement.open = false)                                             \
+#define NIM_LOG_STATEMENT_(statement, log_module, log_severity)                                              \
+    for (::com::kor::dal::nim::log::Statement statement(log_module, NIM_LOG_SEVERITY_(log_severity));        \
+         statement.open; statement.open = false)                                                             \
     statement.module += statement.header(NIM_LOG_FILE, __LINE__)
 // NOLINTEND(bugprone-macro-parentheses)
 
-#define NIM_LOG_TO(log_module, log_severity)                                                 \
+#define NIM_LOG_TO(log_module, log_severity)                                                                 \
     NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), log_module, log_severity).os()
 
 #define NIM_LOG(log_severity) NIM_LOG_TO(com_kor_dal_nim_log_module, log_severity)
 
-#define NIM_LOG_TRAPPED(log_severity, exception, message)                                    \
-    NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), com_kor_dal_nim_log_module, log_severity)    \
+#define NIM_LOG_TRAPPED(log_severity, exception, message)                                                    \
+    NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), com_kor_dal_nim_log_module, log_severity)                    \
         .insertTrapped(exception, message)
 
 #endif

@@ -71,7 +71,8 @@ private:
     void letGo();
 
     // Copying takes a plain object away from its source, which is const to the copy.
-    union {
+    union
+    {
         mutable type::Object* obj;
         mutable RefCntObject* rco;
     };

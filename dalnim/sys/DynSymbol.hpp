@@ -59,7 +59,8 @@ private:
 
     void holdLibrary() const;
 
-    const union Address {
+    const union Address
+    {
         explicit Address(void* address) noexcept : data(address) {}
         explicit Address(void (*address)()) noexcept : func(address) {}
 

@@ -22,7 +22,8 @@ class Settings
 public:
     Settings(const nim::io::Properties& all, const std::string& file, const std::string& instance)
         : effective(nim::io::Config::getDefaultedProperties(all, instance)), path(file), name(instance)
-    {}
+    {
+    }
 
     std::uint32_t number(const char* key, std::uint32_t least) const
     {
@@ -76,7 +77,8 @@ private:
 std::string respelled(const std::string& path)
 {
     const std::size_t name = path.rfind('/') + 1;
-    const bool dotted = name >= 2 && path.compare(name - 2, 2, "./") == 0 && (name == 2 || path[name - 3] == '/');
+    const bool dotted =
+        name >= 2 && path.compare(name - 2, 2, "./") == 0 && (name == 2 || path[name - 3] == '/');
     return dotted ? path.substr(0, name - 2) + path.substr(name)
                   : path.substr(0, name) + "./" + path.substr(name);
 }
@@ -142,8 +144,8 @@ void Configuration::configureLog() const
         }
         const std::string before = control.getPath();
         nim::sys::System::setConfiguration(properties);
-        const bool isFile = properties.getProperty(std::string(LOG_PREFIX)
-                                                   + nim::log::Control::TAG_OUTPUT_STREAM).empty();
+        const bool isFile =
+            properties.getProperty(std::string(LOG_PREFIX) + nim::log::Control::TAG_OUTPUT_STREAM).empty();
         if (isFile && control.getPath() == before) {
             // A path that is in force already would change nothing: spelled anew, it lets go of a file
             // that was moved away, and the next record opens the one that stands there now.

@@ -29,7 +29,8 @@ int openDocument(const std::string& path)
 
 DocumentInput::DocumentInput(const std::string& path, const Stop& hostStop)
     : name(path), stop(hostStop), descriptor(openDocument(path)), buffer()
-{}
+{
+}
 
 DocumentInput::~DocumentInput()
 {

@@ -19,7 +19,8 @@ DocumentReader::DocumentReader(std::vector<std::string> paths, PluginTable& plug
                                nim::mt::ThreadPool& workers, Counters& counters, const Stop& hostStop)
     : documents(std::move(paths)), pool(workers),
       stop(hostStop), desk{plugins, results, counters, nim::mem::ConstRefCntObjectRef(new Token)}
-{}
+{
+}
 
 void DocumentReader::run()
 {

@@ -15,7 +15,8 @@ constexpr std::chrono::seconds INTERVAL(1);
 }
 
 Monitor::Monitor(const Counters& hostCounters, const Stop& hostStop) : counters(hostCounters), stop(hostStop)
-{}
+{
+}
 
 void Monitor::run()
 {

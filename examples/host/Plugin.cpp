@@ -11,7 +11,8 @@ namespace nim = com::kor::dal::nim;
 Plugin::Plugin(const nim::String& library, const nim::io::Properties& settings)
     : entry(nim::sys::DynLibrary::load(library)->symbol(PLUGIN_ENTRY)),
       object(reinterpret_cast<PluginEntry>(entry->func())(settings))
-{}
+{
+}
 
 const Service& Plugin::service() const
 {

@@ -14,7 +14,8 @@ class Request : public com::kor::dal::nim::mt::QueueElement
 public:
     explicit Request(std::uint64_t requestNumber)
         : number(requestNumber), submitted(std::chrono::steady_clock::now())
-    {}
+    {
+    }
 
     const std::uint64_t number;
     const std::chrono::steady_clock::time_point submitted;

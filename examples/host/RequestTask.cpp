@@ -26,7 +26,8 @@ bool isEvery(std::uint64_t number, std::uint32_t every)
 
 RequestTask::RequestTask(Source& origin)
     : Task(nullptr, "Request"), source(origin), counters(origin.hostCounters())
-{}
+{
+}
 
 void RequestTask::run()
 {

@@ -12,7 +12,8 @@ using nim::String;
 ServiceTask::ServiceTask(Desk& sharedDesk, DocumentRequest asked, String where)
     : Task(nullptr, "Request"), desk(sharedDesk), request(std::move(asked)), begin(std::move(where)),
       place(desk.results.reserve()), submitted(std::chrono::steady_clock::now())
-{}
+{
+}
 
 ServiceTask::~ServiceTask()
 {

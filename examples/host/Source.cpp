@@ -29,7 +29,8 @@ Source::Source(std::string name, const SourceSettings& settings, nim::mt::Thread
       stop(sharedStop),
       logModule(nim::log::Module::getInstance("nimhost." + sourceName, nim::log::GET_NIM_LOG_LOGGER_VAR())),
       sourceToken(new Token), requests(settings.queue)
-{}
+{
+}
 
 void Source::configure(const SourceSettings& settings)
 {

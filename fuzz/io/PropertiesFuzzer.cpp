@@ -146,8 +146,9 @@ bool isSpace(char c)
 
 bool survivesStoring(const std::string& key, const std::string& value)
 {
-    return !key.empty() && std::string("#!%").find(key[0]) == std::string::npos &&
-           key.find_first_of(" \t\n\v\f\r=:") == std::string::npos && (value.empty() || !isSpace(value[0]));
+    return !key.empty() && std::string("#!%").find(key[0]) == std::string::npos
+           && key.find_first_of(" \t\n\v\f\r=:") == std::string::npos
+           && (value.empty() || !isSpace(value[0]));
 }
 
 void checkStoring(const Properties& properties)

@@ -110,9 +110,9 @@ private:
     std::string pragma()
     {
         return "%" + choices.oneOf({"pragma", "pragma", "pragma", "Pragma", "", "x"}) + blanks()
-            + choices.oneOf({"severity", "severity", "severity", "include", "other", ""}) + blanks()
-            + choices.oneOf({"error", "warning", "note", "none", "\"\"", "\"", ""}) + blanks()
-            + choices.oneOf({"", "", "more"}) + lineEnd();
+               + choices.oneOf({"severity", "severity", "severity", "include", "other", ""}) + blanks()
+               + choices.oneOf({"error", "warning", "note", "none", "\"\"", "\"", ""}) + blanks()
+               + choices.oneOf({"", "", "more"}) + lineEnd();
     }
 
     std::string file()
@@ -137,9 +137,10 @@ private:
         if (choices.oneIn(3)) {
             return "\\" + std::string(1, static_cast<char>(choices.below(256)));
         }
-        return choices.oneOf({"\\u0041", "\\u00fF", "\\u0100", "\\u12", "\\u004g", "\\x4", "\\x41", "\\x414",
-                              "\\x", "\\xg", "\\0", "\\101", "\\377", "\\400", "\\77", "\\8", "\\t", "\\n", "\\v",
-                              "\\\\", "\\=", "\\:", "\\ ", "\\#", "\\\r", "\\U0041"});
+        return choices.oneOf(
+            {"\\u0041", "\\u00fF", "\\u0100", "\\u12", "\\u004g", "\\x4", "\\x41", "\\x414", "\\x",
+             "\\xg",    "\\0",     "\\101",   "\\377", "\\400",   "\\77", "\\8",   "\\t",    "\\n",
+             "\\v",     "\\\\",    "\\=",     "\\:",   "\\ ",     "\\#",  "\\\r",  "\\U0041"});
     }
 
     std::string separator()
@@ -213,7 +214,8 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
 /** Lines of both, in their order, by chance from the one or the other. */
 extern "C" std::size_t LLVMFuzzerCustomCrossOver(const std::uint8_t* data1, std::size_t size1,
                                                  const std::uint8_t* data2, std::size_t size2,
-                                                 std::uint8_t* out, std::size_t max_out_size, unsigned int seed)
+                                                 std::uint8_t* out, std::size_t max_out_size,
+                                                 unsigned int seed)
 {
     if (size1 == 0 || size2 == 0) {
         return 0;

@@ -28,7 +28,8 @@ bool beginsWith(const Piece& piece, std::string_view start)
 
 bool isStartTag(const Piece& piece)
 {
-    return piece.size() > 1 && piece[0] == '<' && std::string_view("/!?").find(piece[1]) == std::string_view::npos;
+    return piece.size() > 1 && piece[0] == '<'
+           && std::string_view("/!?").find(piece[1]) == std::string_view::npos;
 }
 
 bool isEndTag(const Piece& piece)
@@ -370,7 +371,8 @@ private:
     std::string newName()
     {
         return choices.oneOf({"a", "b", "ab", "a:b", "_x", "n-1.0", "NULL", "!", "?q", "fifteen-letters",
-                              "sixteen--letters", "seventeen-letters", "a-name-of-more-than-32-letters-for-sure"});
+                              "sixteen--letters", "seventeen-letters",
+                              "a-name-of-more-than-32-letters-for-sure"});
     }
 
     std::string characters()
@@ -379,17 +381,18 @@ private:
             return std::string(choices.below(100), choices.oneIn(2) ? ' ' : 'x');
         }
         if (choices.oneIn(3)) {
-            return choices.oneOf({"&lt;", "&gt;", "&quot;", "&apos;", "&amp;", "&#65;", "&#;", "&#0;", "&#32;",
-                                  "&#999;", "&#x41;", "&", "&lt", "&LT;", "&;"});
+            return choices.oneOf({"&lt;", "&gt;", "&quot;", "&apos;", "&amp;", "&#65;", "&#;", "&#0;",
+                                  "&#32;", "&#999;", "&#x41;", "&", "&lt", "&LT;", "&;"});
         }
-        return choices.oneOf({"x", "text", "]]>", "--", "'", "\"", "=", "/", ">", "\xc3\xa4", "\xff", "\n", "\r",
-                              "\t", "\x01"});
+        return choices.oneOf({"x", "text", "]]>", "--", "'", "\"", "=", "/", ">", "\xc3\xa4", "\xff", "\n",
+                              "\r", "\t", "\x01"});
     }
 
     std::string token()
     {
-        return choices.oneOf({"<", ">", "/", "=", "\"", "'", "&", "!", "?", "-", "]", "]]>", "-->", "?>", "<!--",
-                              "<![CDATA[", "<!DOCTYPE ", "</", "/>", " ", "\n", "\0"sv, "\xff", "a"});
+        return choices.oneOf({"<",          ">",  "/",  "=",   "\"",  "'",    "&",    "!",
+                              "?",          "-",  "]",  "]]>", "-->", "?>",   "<!--", "<![CDATA[",
+                              "<!DOCTYPE ", "</", "/>", " ",   "\n",  "\0"sv, "\xff", "a"});
     }
 
     std::string blank()
@@ -430,17 +433,20 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
 /** The beginning of one, and of the other what follows the same number of pieces, or any number. */
 extern "C" std::size_t LLVMFuzzerCustomCrossOver(const std::uint8_t* data1, std::size_t size1,
                                                  const std::uint8_t* data2, std::size_t size2,
-                                                 std::uint8_t* out, std::size_t max_out_size, unsigned int seed)
+                                                 std::uint8_t* out, std::size_t max_out_size,
+                                                 unsigned int seed)
 {
     if (size1 <= CHOICES || size2 <= CHOICES) {
         return 0;
     }
     Choices choices(seed);
     Pieces first = piecesOf(std::string(reinterpret_cast<const char*>(data1) + CHOICES, size1 - CHOICES));
-    const Pieces second = piecesOf(std::string(reinterpret_cast<const char*>(data2) + CHOICES, size2 - CHOICES));
+    const Pieces second =
+        piecesOf(std::string(reinterpret_cast<const char*>(data2) + CHOICES, size2 - CHOICES));
     first.resize(choices.below(first.size() + 1));
     const std::size_t from =
         choices.oneIn(2) ? std::min(first.size(), second.size()) : choices.below(second.size() + 1);
     first.insert(first.end(), second.begin() + static_cast<std::ptrdiff_t>(from), second.end());
-    return store(std::string(reinterpret_cast<const char*>(data1), CHOICES) + joined(first), out, max_out_size);
+    return store(std::string(reinterpret_cast<const char*>(data1), CHOICES) + joined(first), out,
+                 max_out_size);
 }

@@ -14,7 +14,8 @@ QV_BEGIN_C
  * `pthread_cond_signal`, `pthread_cond_broadcast` and `pthread_cond_destroy` are called directly.
  * The deadline of a `pthread_cond_timedwait` on it is on CLOCK_MONOTONIC.
  */
-typedef struct si_cond_t {
+typedef struct si_cond_t
+{
     pthread_cond_t cond;
 } si_cond_t;
 

@@ -29,13 +29,15 @@ enum qv_rx_error {
 };
 
 /** One message. */
-typedef struct qv_error_message_t {
+typedef struct qv_error_message_t
+{
     qv_err_t code;
     const char* text;
 } qv_error_message_t;
 
 /** The messages of one family, in ascending order of their numbers. */
-typedef struct qv_error_table_t {
+typedef struct qv_error_table_t
+{
     const char* family;
     const qv_error_message_t* messages;
     size_t count;

@@ -14,7 +14,8 @@ QV_BEGIN_C
 struct qv_glob_scan;
 
 /** A directory scan: the names that matched, and the place in them. One thread at a time uses it. */
-typedef struct qv_glob_t {
+typedef struct qv_glob_t
+{
     struct qv_glob_scan* scan;
 } qv_glob_t;
 
@@ -28,8 +29,8 @@ typedef struct qv_glob_t {
  * directory. Whatever the result, `glob` may be walked over the names found so far, and is to be
  * destructed.
  */
-DALNIM_API qv_err_t qv_si_fileio_glob_construct(
-    qv_glob_t* glob, const char* directory, const char* pattern) QV_NOEXCEPT;
+DALNIM_API qv_err_t qv_si_fileio_glob_construct(qv_glob_t* glob, const char* directory,
+                                                const char* pattern) QV_NOEXCEPT;
 
 /** The next name, valid until `glob` is destructed; null at the end. */
 DALNIM_API const char* qv_si_fileio_glob_next(qv_glob_t* glob) QV_NOEXCEPT;

@@ -9,7 +9,8 @@
 QV_BEGIN_C
 
 /** A mutex, held by value and never copied. Its content is for these functions alone. */
-typedef struct si_mutex_t {
+typedef struct si_mutex_t
+{
     pthread_mutex_t mutex;
 } si_mutex_t;
 

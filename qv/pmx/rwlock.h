@@ -16,7 +16,8 @@ QV_BEGIN_C
  *
  * Every function gives EINVAL for a lock that is at rest: not yet made, or destroyed.
  */
-typedef struct si_rwlock_t {
+typedef struct si_rwlock_t
+{
     void* val;
     int magic;
 } si_rwlock_t;

@@ -16,7 +16,8 @@ typedef si_int32_t qv_err_t;
 typedef si_int32_t qv_bool_t;
 
 /** A time or an interval; who takes one says which clock it is on. */
-typedef struct si_timespec_t {
+typedef struct si_timespec_t
+{
     si_int32_t seconds;
     si_int32_t nanoseconds;
 } si_timespec_t;

@@ -17,14 +17,8 @@ class RX_AutoPtr_U
 {
 public:
     /** Takes the object over; null owns nothing. */
-    explicit RX_AutoPtr_U(T* object = nullptr) noexcept
-        : owner(object != nullptr), pT(object)
-    {
-    }
-    RX_AutoPtr_U(const RX_AutoPtr_U& other) noexcept
-        : owner(other.owner), pT(other.release())
-    {
-    }
+    explicit RX_AutoPtr_U(T* object = nullptr) noexcept : owner(object != nullptr), pT(object) {}
+    RX_AutoPtr_U(const RX_AutoPtr_U& other) noexcept : owner(other.owner), pT(other.release()) {}
     ~RX_AutoPtr_U()
     {
         if (owner) {

@@ -8,10 +8,7 @@ template <class T>
 class RX_ClosureM0 : public RX_ClosureM_<T, void (T::*)()>
 {
 public:
-    RX_ClosureM0(T* object, void (T::*member)())
-        : RX_ClosureM_<T, void (T::*)()>(object, member)
-    {
-    }
+    RX_ClosureM0(T* object, void (T::*member)()) : RX_ClosureM_<T, void (T::*)()>(object, member) {}
 };
 
 #endif

@@ -8,10 +8,7 @@ template <class T>
 class RX_ClosureM0S : public RX_ClosureMS_<T, void (T::*)()>
 {
 public:
-    RX_ClosureM0S(T* object, void (T::*member)())
-        : RX_ClosureMS_<T, void (T::*)()>(object, member)
-    {
-    }
+    RX_ClosureM0S(T* object, void (T::*member)()) : RX_ClosureMS_<T, void (T::*)()>(object, member) {}
 };
 
 #endif

@@ -8,10 +8,7 @@ template <class T, class F>
 class RX_ClosureMS_ : public RX_ClosureSync_
 {
 public:
-    RX_ClosureMS_(T* object, F member)
-        : _object(object), _member(member)
-    {
-    }
+    RX_ClosureMS_(T* object, F member) : _object(object), _member(member) {}
 
 private:
     void call_() override

@@ -8,10 +8,7 @@ template <class T, class F>
 class RX_ClosureM_ : public RX_Closure
 {
 public:
-    RX_ClosureM_(T* object, F member)
-        : _object(object), _member(member)
-    {
-    }
+    RX_ClosureM_(T* object, F member) : _object(object), _member(member) {}
 
     void apply() override
     {

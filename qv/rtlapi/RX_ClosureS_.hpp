@@ -10,10 +10,7 @@ template <class F>
 class RX_ClosureS_ : public RX_ClosureSync_
 {
 public:
-    explicit RX_ClosureS_(F function)
-        : _function(std::move(function))
-    {
-    }
+    explicit RX_ClosureS_(F function) : _function(std::move(function)) {}
 
 private:
     void call_() override

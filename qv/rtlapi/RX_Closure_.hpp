@@ -10,10 +10,7 @@ template <class F>
 class RX_Closure_ : public RX_Closure
 {
 public:
-    explicit RX_Closure_(F function)
-        : _function(std::move(function))
-    {
-    }
+    explicit RX_Closure_(F function) : _function(std::move(function)) {}
 
     void apply() override
     {

@@ -17,15 +17,11 @@
 class DALNIM_API RX_Condition
 {
 public:
-    explicit RX_Condition(RX_Mutex& mutex)
-        : _mup(&mutex._mutex)
+    explicit RX_Condition(RX_Mutex& mutex) : _mup(&mutex._mutex)
     {
         RX_Check(qv_si_cond_init(&_cond, nullptr));
     }
-    explicit RX_Condition(RX_Mutex* mutex)
-        : RX_Condition(*mutex)
-    {
-    }
+    explicit RX_Condition(RX_Mutex* mutex) : RX_Condition(*mutex) {}
     RX_Condition(const RX_Condition&) = delete;
     RX_Condition& operator=(const RX_Condition&) = delete;
     virtual ~RX_Condition() noexcept(false);

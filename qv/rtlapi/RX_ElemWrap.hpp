@@ -12,11 +12,20 @@ class RX_ElemWrap
 public:
     explicit RX_ElemWrap(const T& value) : _value(value) {}
 
-    const T& value() const { return _value; }
+    const T& value() const
+    {
+        return _value;
+    }
 
-    std::size_t hash() const { return RX_hash(_value); }
+    std::size_t hash() const
+    {
+        return RX_hash(_value);
+    }
 
-    bool operator==(const RX_ElemWrap& other) const { return RX_keyEq(_value, other._value); }
+    bool operator==(const RX_ElemWrap& other) const
+    {
+        return RX_keyEq(_value, other._value);
+    }
 
 private:
     T _value;

@@ -20,8 +20,7 @@ class DALNIM_API RX_Filespec
 {
 public:
     /** What is wanted of the file. Values may be combined; CREATE alone counts where the file is missing. */
-    enum access
-    {
+    enum access {
         DONTCARE = 0,
         READ = 1,
         WRITE = 2,
@@ -31,8 +30,7 @@ public:
         EXECUTE = 8
     };
 
-    enum component
-    {
+    enum component {
         /** Always empty: a name has no scheme and no host. */
         SCHEME = 1,
         HOST = 2,
@@ -53,8 +51,7 @@ public:
     };
 
     /** Values of the constructor's `options`. */
-    enum option : si_uint16_t
-    {
+    enum option : si_uint16_t {
         CHECK_RIGHTS = 0,
         /** Leaves the check to whoever opens the file, which need not exist yet. */
         DEFER_CHECK = 1
@@ -77,9 +74,18 @@ public:
      */
     RX_Filespec(const RX_String& spec, access rights, si_uint16_t options);
 
-    RX_String directory() const { return parse(DIRECTORY); }
-    RX_String basename() const { return parse(BASENAME); }
-    RX_String filespec() const { return parse(FILESPEC); }
+    RX_String directory() const
+    {
+        return parse(DIRECTORY);
+    }
+    RX_String basename() const
+    {
+        return parse(BASENAME);
+    }
+    RX_String filespec() const
+    {
+        return parse(FILESPEC);
+    }
 
     /** One component. COMPLETE raises RX_ExError if the working directory is gone. */
     RX_String parse(component part) const;

@@ -36,10 +36,16 @@ public:
     qv_bool_t next();
 
     /** The present file; empty before the first `next()` and at the end. */
-    const RX_String& filespec() const { return _current; }
+    const RX_String& filespec() const
+    {
+        return _current;
+    }
 
     /** 0, or the error number with which reading the directory ended. */
-    qv_err_t status() const { return _status; }
+    qv_err_t status() const
+    {
+        return _status;
+    }
 
 private:
     RX_String _prefix;

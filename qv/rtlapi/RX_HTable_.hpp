@@ -18,7 +18,10 @@ class RX_HTable_
 {
     struct Hash
     {
-        std::size_t operator()(const E& elem) const { return elem.hash(); }
+        std::size_t operator()(const E& elem) const
+        {
+            return elem.hash();
+        }
     };
 
     typedef std::unordered_set<E, Hash, std::equal_to<>> Elems;
@@ -26,7 +29,10 @@ class RX_HTable_
 public:
     typedef typename Elems::const_iterator Place;
 
-    explicit RX_HTable_(std::size_t expected = 0) { _elems.reserve(expected); }
+    explicit RX_HTable_(std::size_t expected = 0)
+    {
+        _elems.reserve(expected);
+    }
     RX_HTable_(const RX_HTable_&) = delete;
     RX_HTable_& operator=(const RX_HTable_&) = delete;
 
@@ -38,10 +44,16 @@ public:
     }
 
     /** False if an equal element is there already, which then stays. */
-    bool insert(const E& elem) { return counted(_elems.insert(elem).second); }
+    bool insert(const E& elem)
+    {
+        return counted(_elems.insert(elem).second);
+    }
 
     /** False if no element equals `elem`. The places of all other elements stay good. */
-    bool erase(const E& elem) { return counted(_elems.erase(elem) != 0); }
+    bool erase(const E& elem)
+    {
+        return counted(_elems.erase(elem) != 0);
+    }
 
     void clear()
     {
@@ -49,11 +61,23 @@ public:
         _elems.clear();
     }
 
-    std::size_t size() const { return _elems.size(); }
-    std::size_t changes() const { return _changes; }
+    std::size_t size() const
+    {
+        return _elems.size();
+    }
+    std::size_t changes() const
+    {
+        return _changes;
+    }
 
-    Place begin() const { return _elems.begin(); }
-    Place end() const { return _elems.end(); }
+    Place begin() const
+    {
+        return _elems.begin();
+    }
+    Place end() const
+    {
+        return _elems.end();
+    }
 
 private:
     bool counted(bool changed)

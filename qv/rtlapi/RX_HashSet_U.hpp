@@ -29,14 +29,35 @@ public:
         return 1;
     }
 
-    qv_bool_t contains(const T& elem) const override { return _table.find(Elem(elem)) != nullptr; }
-    qv_bool_t add(const T& elem) override { return _table.insert(Elem(elem)); }
-    qv_bool_t remove(const T& elem) override { return _table.erase(Elem(elem)); }
-    void removeAll() override { _table.clear(); }
-    std::size_t size() const override { return _table.size(); }
-    qv_bool_t isEmpty() const override { return _table.size() == 0; }
+    qv_bool_t contains(const T& elem) const override
+    {
+        return _table.find(Elem(elem)) != nullptr;
+    }
+    qv_bool_t add(const T& elem) override
+    {
+        return _table.insert(Elem(elem));
+    }
+    qv_bool_t remove(const T& elem) override
+    {
+        return _table.erase(Elem(elem));
+    }
+    void removeAll() override
+    {
+        _table.clear();
+    }
+    std::size_t size() const override
+    {
+        return _table.size();
+    }
+    qv_bool_t isEmpty() const override
+    {
+        return _table.size() == 0;
+    }
 
-    std::unique_ptr<RX_SetCursor_U<T>> newCursor() const override { return std::make_unique<Cursor>(_table); }
+    std::unique_ptr<RX_SetCursor_U<T>> newCursor() const override
+    {
+        return std::make_unique<Cursor>(_table);
+    }
 
 private:
     typedef RX_ElemWrap<T> Elem;
@@ -46,14 +67,22 @@ private:
     class Cursor : public RX_SetCursor_U<T>
     {
     public:
-        explicit Cursor(const Table& table)
-            : _table(table), _ahead(table.begin()), _changes(table.changes())
+        explicit Cursor(const Table& table) : _table(table), _ahead(table.begin()), _changes(table.changes())
         {
         }
 
-        const T* next() override { return _ahead == _table.end() ? nullptr : &(_ahead++)->value(); }
-        bool isOutdated() const override { return _changes != _table.changes(); }
-        void refresh() override { _changes = _table.changes(); }
+        const T* next() override
+        {
+            return _ahead == _table.end() ? nullptr : &(_ahead++)->value();
+        }
+        bool isOutdated() const override
+        {
+            return _changes != _table.changes();
+        }
+        void refresh() override
+        {
+            _changes = _table.changes();
+        }
 
     private:
         const Table& _table;

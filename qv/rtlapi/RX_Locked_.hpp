@@ -8,24 +8,14 @@
 class RX_Locked_
 {
 public:
-    explicit RX_Locked_(const RX_Mutex& mutex)
-        : _mutex(&mutex)
+    explicit RX_Locked_(const RX_Mutex& mutex) : _mutex(&mutex)
     {
         _mutex->lock();
     }
     /** @param mutex  must not be null */
-    explicit RX_Locked_(const RX_Mutex* mutex)
-        : RX_Locked_(*mutex)
-    {
-    }
-    explicit RX_Locked_(const RX_NullMutex&) noexcept
-        : _mutex(nullptr)
-    {
-    }
-    explicit RX_Locked_(const RX_NullMutex*) noexcept
-        : _mutex(nullptr)
-    {
-    }
+    explicit RX_Locked_(const RX_Mutex* mutex) : RX_Locked_(*mutex) {}
+    explicit RX_Locked_(const RX_NullMutex&) noexcept : _mutex(nullptr) {}
+    explicit RX_Locked_(const RX_NullMutex*) noexcept : _mutex(nullptr) {}
     RX_Locked_(const RX_Locked_&) = delete;
     RX_Locked_& operator=(const RX_Locked_&) = delete;
     /** Raises RX_Exception when the unlocking fails. */

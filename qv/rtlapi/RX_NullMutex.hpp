@@ -7,12 +7,8 @@
 class RX_NullMutex
 {
 public:
-    void lock() const noexcept
-    {
-    }
-    void unlock() const noexcept
-    {
-    }
+    void lock() const noexcept {}
+    void unlock() const noexcept {}
     /** Always 1. */
     qv_bool_t tryLock() const noexcept
     {

@@ -14,8 +14,7 @@
 class DALNIM_API RX_RWLock
 {
 public:
-    RX_RWLock()
-        : _lock(qv_si_rwlock_empty_lock_extern)
+    RX_RWLock() : _lock(qv_si_rwlock_empty_lock_extern)
     {
         RX_Check(qv_si_rw_init(&_lock, nullptr));
     }

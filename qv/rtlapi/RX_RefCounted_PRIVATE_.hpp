@@ -43,10 +43,7 @@ protected:
     class Construction
     {
     public:
-        explicit Construction(RX_RefCounted_PRIVATE_& object) noexcept
-            : _object(&object)
-        {
-        }
+        explicit Construction(RX_RefCounted_PRIVATE_& object) noexcept : _object(&object) {}
         Construction(const Construction&) = delete;
         Construction& operator=(const Construction&) = delete;
         ~Construction()

@@ -87,11 +87,7 @@ private:
     class Waiting;
     class Worker;
     typedef std::deque<RX_Closure*> Closures;
-    enum class Room {
-        AWAITED,
-        NEEDED,
-        IGNORED
-    };
+    enum class Room { AWAITED, NEEDED, IGNORED };
 
     static constexpr unsigned int CACHE_LINE = 64;
 

@@ -47,19 +47,12 @@ public:
     /** Shared by all empty strings. */
     static EmptyRep _empty;
 
-    constexpr RX_String() noexcept
-        : _rep(&_empty.rep)
-    {
-    }
-    RX_String(const RX_String& other) noexcept
-        : _rep(other._rep)
+    constexpr RX_String() noexcept : _rep(&_empty.rep) {}
+    RX_String(const RX_String& other) noexcept : _rep(other._rep)
     {
         attach();
     }
-    RX_String(RX_String&& other) noexcept
-        : _rep(std::exchange(other._rep, &_empty.rep))
-    {
-    }
+    RX_String(RX_String&& other) noexcept : _rep(std::exchange(other._rep, &_empty.rep)) {}
     /**
      * Copies `length` bytes of `text`.
      *

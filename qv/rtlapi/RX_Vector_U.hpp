@@ -20,10 +20,16 @@ class RX_Vector_U
 
 public:
     /** An empty vector with room for `expected` elements. */
-    explicit RX_Vector_U(std::size_t expected = 0) { _elems.reserve(expected); }
+    explicit RX_Vector_U(std::size_t expected = 0)
+    {
+        _elems.reserve(expected);
+    }
 
     /** Adds an element behind the last one, in constant time on average. */
-    void addhi(const T& elem) { _elems.push_back(elem); }
+    void addhi(const T& elem)
+    {
+        _elems.push_back(elem);
+    }
 
     /** Takes the last element out. An empty vector raises RX_ExError with code 51488. */
     T remhi()
@@ -45,7 +51,10 @@ public:
         _elems.erase(_elems.end() - static_cast<std::ptrdiff_t>(count), _elems.end());
     }
 
-    std::size_t size() const { return _elems.size(); }
+    std::size_t size() const
+    {
+        return _elems.size();
+    }
 
     /** An index at or beyond `size()` raises RX_ExError with code 51458. */
     T& operator[](std::size_t index)

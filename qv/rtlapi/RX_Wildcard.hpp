@@ -37,11 +37,7 @@
 class DALNIM_API RX_Wildcard
 {
 public:
-    enum Style
-    {
-        WILD = 0,
-        REGEXP = 1
-    };
+    enum Style { WILD = 0, REGEXP = 1 };
 
     /** Compiles, as `setPattern` does. */
     RX_Wildcard(const RX_String& pattern, Style style);

@@ -48,12 +48,10 @@ void use(const T& value)
 }
 
 class Object : public mem::RefCntObject
-{
-};
+{};
 
 class Element : public mt::QueueElement
-{
-};
+{};
 
 void refuseStatements(unsigned int times)
 {

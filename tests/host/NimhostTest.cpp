@@ -42,8 +42,8 @@ protected:
         writeFile(file, "%pragma include \"test-log.properties\"\n"
                         "pool/threads = 2\npool/pending = 16\n"
                         "/source/rate = 0\n/source/queue = 8\n/source/block = true\n"
-                        "/source/debug.every = 4\n/source/fail.every = 0\n/source/break.after = 0\n" +
-                            hostSettings);
+                        "/source/debug.every = 4\n/source/fail.every = 0\n/source/break.after = 0\n"
+                            + hostSettings);
         writeFile(scratch.file("test-log.properties"), logSettings);
         return file;
     }
@@ -95,7 +95,8 @@ protected:
     static std::size_t tableRow(const std::string& output, const std::string& label)
     {
         const std::size_t row = output.find("  " + label + ' ');
-        return row != std::string::npos ? std::stoul(output.substr(row + label.size() + 2)) : std::string::npos;
+        return row != std::string::npos ? std::stoul(output.substr(row + label.size() + 2))
+                                        : std::string::npos;
     }
 
     /** Runs to the end and expects one line on standard error and status 2. */
@@ -124,15 +125,16 @@ TEST_F(NimhostTest, RefusesAConfigurationThatCannotBeRead)
 {
     const std::string missing = scratch.file("missing.properties");
     expectRefused({"--config", missing}, "nimhost: cannot read " + missing + ": No such file or directory");
-    expectRefused({"--config", scratch.path()}, "nimhost: cannot read " + scratch.path() + ": Is a directory");
+    expectRefused({"--config", scratch.path()},
+                  "nimhost: cannot read " + scratch.path() + ": Is a directory");
 }
 
 TEST_F(NimhostTest, RefusesAMissingInclude)
 {
     const std::string file = configure("");
     std::filesystem::remove(scratch.file("test-log.properties"));
-    expectRefused({"--config", file}, "nimhost: ERROR: test.properties:1: failed to open include file: \"" +
-                                          scratch.file("test-log.properties") + "\"");
+    expectRefused({"--config", file}, "nimhost: ERROR: test.properties:1: failed to open include file: \""
+                                          + scratch.file("test-log.properties") + "\"");
 }
 
 TEST_F(NimhostTest, RefusesABadValue)
@@ -155,16 +157,17 @@ TEST_F(NimhostTest, ShowsItsUsage)
 {
     ChildProcess host(command({"--help"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
-    EXPECT_THAT(host.output(), HasSubstr("usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N] "
-                                         "[DOCUMENT...]"));
+    EXPECT_THAT(host.output(),
+                HasSubstr("usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N] "
+                          "[DOCUMENT...]"));
     EXPECT_EQ(host.errors(), "");
 }
 
 TEST_F(NimhostTest, WritesEveryRecordOfSeveralThreadsToARotatingSet)
 {
-    const std::string file = configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG +
-                                                    "output.mask = MODULENAME SEVERITY\n" + LOG +
-                                                    "maxFileSize = 20000\n"));
+    const std::string file =
+        configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG
+                               + "output.mask = MODULENAME SEVERITY\n" + LOG + "maxFileSize = 20000\n"));
     ChildProcess host(command({"--config", file, "--threads", "4", "--records", "4000"}), scratch.path());
     ASSERT_EQ(host.wait(), 0);
     EXPECT_EQ(host.errors(), "");
@@ -204,8 +207,9 @@ TEST_F(NimhostTest, WritesEveryRecordOfSeveralThreadsToARotatingSet)
 
 TEST_F(NimhostTest, KeepsTheNumberOfFilesThatItIsToldTo)
 {
-    const std::string file = configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG +
-                                                    "maxFileSize = 10000\n" + LOG + "maxNumberOfFiles = 2\n"));
+    const std::string file =
+        configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG + "maxFileSize = 10000\n" + LOG
+                               + "maxNumberOfFiles = 2\n"));
     ChildProcess host(command({"--config", file, "--records", "3000"}), scratch.path());
     ASSERT_EQ(host.wait(), 0);
     std::set<std::string> names;
@@ -236,9 +240,9 @@ TEST_F(NimhostTest, ReadsItsConfigurationAgainOnHangup)
 /** As a tool does that rotates logs: moves the file away, puts a new one there, and tells the host. */
 TEST_F(NimhostTest, OpensItsLogAnewOnHangupBehindARotationFromOutside)
 {
-    const std::string file = configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG +
-                                                    "output.mask = MODULENAME SEVERITY\n"),
-                                       "/source/rate = 2000\n");
+    const std::string file = configure(
+        fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG + "output.mask = MODULENAME SEVERITY\n"),
+        "/source/rate = 2000\n");
     ChildProcess host(command({"--config", file, "--threads", "2", "--seconds", "60"}), scratch.path());
     ASSERT_TRUE(logHolds("answered"));
     const std::string log = scratch.file("log/host.log");
@@ -265,15 +269,14 @@ TEST_F(NimhostTest, OpensItsLogAnewOnHangupBehindARotationFromOutside)
 
 TEST_F(NimhostTest, GoesOnWithItsOwnRotationBehindAHangup)
 {
-    const std::string file = configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG +
-                                                    "output.mask = MODULENAME SEVERITY\n" + LOG +
-                                                    "maxFileSize = 20000\n"),
-                                       "/source/rate = 2000\n");
+    const std::string file =
+        configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG
+                               + "output.mask = MODULENAME SEVERITY\n" + LOG + "maxFileSize = 20000\n"),
+                  "/source/rate = 2000\n");
     ChildProcess host(command({"--config", file, "--threads", "2", "--seconds", "60"}), scratch.path());
     for (std::size_t files = 2; files < 10; files += 2) {
-        ASSERT_TRUE(waitFor([&] {
-            return std::filesystem::exists(scratch.file("log/host.log." + std::to_string(files)));
-        }));
+        ASSERT_TRUE(waitFor(
+            [&] { return std::filesystem::exists(scratch.file("log/host.log." + std::to_string(files))); }));
         host.signal(SIGHUP);
     }
     host.signal(SIGTERM);
@@ -368,9 +371,10 @@ TEST_F(NimhostTest, ShutsDownInOrderWhenItIsToldTo)
 
         const std::string log = logText();
         const std::string last = log.substr(log.rfind('\n', log.size() - 2) + 1);
-        EXPECT_THAT(last, HasSubstr("nimhost is down: sources stopped, queues complete, pool requests shut down "
-                                    "after " + std::to_string(tableRow(host.output(), "tasks run")) +
-                                    " tasks\n"));
+        EXPECT_THAT(last,
+                    HasSubstr("nimhost is down: sources stopped, queues complete, pool requests shut down "
+                              "after "
+                              + std::to_string(tableRow(host.output(), "tasks run")) + " tasks\n"));
         std::filesystem::remove_all(scratch.file("log"));
     }
 }
@@ -378,9 +382,10 @@ TEST_F(NimhostTest, ShutsDownInOrderWhenItIsToldTo)
 TEST_F(NimhostTest, EndsAtOnceOnASecondSignal)
 {
     // So many requests under way that the orderly end takes far longer than the second signal.
-    const std::string file = configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG +
-                                                    "maxFileSize = 1000000\n" + LOG + "maxNumberOfFiles = 1\n"),
-                                       "pool/threads = 1\npool/pending = 1000000\n/source/queue = 1000000\n");
+    const std::string file =
+        configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG + "maxFileSize = 1000000\n"
+                               + LOG + "maxNumberOfFiles = 1\n"),
+                  "pool/threads = 1\npool/pending = 1000000\n/source/queue = 1000000\n");
     ChildProcess host(command({"--config", file, "--seconds", "60"}), scratch.path());
     ASSERT_TRUE(logHolds("answered"));
     std::this_thread::sleep_for(std::chrono::milliseconds(500));

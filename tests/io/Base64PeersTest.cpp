@@ -50,7 +50,7 @@ String encodedByOpenSsl(const String& data)
 String encodedToLinesByOpenSsl(const String& data)
 {
     const std::unique_ptr<EVP_ENCODE_CTX, decltype(&EVP_ENCODE_CTX_free)> context(EVP_ENCODE_CTX_new(),
-                                                                                 &EVP_ENCODE_CTX_free);
+                                                                                  &EVP_ENCODE_CTX_free);
     String text(data.size() / 48 * 65 + 100, '\0');
     int length = 0;
     int end = 0;

@@ -466,7 +466,10 @@ TEST(Base64Stream, BufferBeyondTheRangeOfInt)
     class Zeros : public std::streambuf
     {
     public:
-        Zeros(char* begin, std::size_t length) { setg(begin, begin, begin + length); }
+        Zeros(char* begin, std::size_t length)
+        {
+            setg(begin, begin, begin + length);
+        }
     };
     // All of it is the one page of zeros that is only read.
     constexpr std::size_t LENGTH = (std::size_t{1} << 31) + 11;

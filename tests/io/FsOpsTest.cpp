@@ -182,10 +182,9 @@ TEST_F(FullPath, DropsBlanksQuotesAndTrailingSeparators)
         String before;
         String after;
     } table[] = {
-        {"", "/"},          {"", "///"},         {"", "\\"},          {"", "/\\/"},
-        {"  ", ""},         {"", " \t\n"},       {"\"", "\""},        {"'", "'"},
-        {"\"'", "'\""},     {" '", "/' "},       {"  \"", "/\"  "},   {"\v\f\r", "\v\f\r"},
-        {"\"", ""},         {"", "'"},
+        {"", "/"},         {"", "///"},          {"", "\\"}, {"", "/\\/"},   {"  ", ""},
+        {"", " \t\n"},     {"\"", "\""},         {"'", "'"}, {"\"'", "'\""}, {" '", "/' "},
+        {"  \"", "/\"  "}, {"\v\f\r", "\v\f\r"}, {"\"", ""}, {"", "'"},
     };
     for (const auto& row : table) {
         const String text = row.before + dir + row.after;
@@ -253,8 +252,7 @@ TEST_F(FullPath, ReportsADirectoryThatMustNotBeSearched)
     make_dir("locked", 0700);
     const String hidden = make_file("locked/file");
     const AsNobody nobody;
-    expect_system_error(13, "Error resolving '" + hidden + "': Permission denied",
-                        [&] { fullPath(hidden); });
+    expect_system_error(13, "Error resolving '" + hidden + "': Permission denied", [&] { fullPath(hidden); });
 }
 
 TEST_F(FullPath, ResolvesAResultThatIsAsLongAsPathsGet)
@@ -494,10 +492,9 @@ TEST_F(PathStat, ReportsWhatElseKeepsItFromLooking)
     for (const bool no_perm_error : {false, true}) {
         expect_system_error(36, "Error checking access on '" + too_long + "': File name too long",
                             [&] { pathStat(too_long, 0, no_perm_error); });
-        expect_system_error(40,
-                            "Error checking access on '" + in("loop") +
-                                "': Too many levels of symbolic links",
-                            [&] { pathStat(in("loop"), 0, no_perm_error); });
+        expect_system_error(
+            40, "Error checking access on '" + in("loop") + "': Too many levels of symbolic links",
+            [&] { pathStat(in("loop"), 0, no_perm_error); });
     }
 }
 

@@ -232,7 +232,10 @@ TEST(HexDump, OffsetsBeginAnewBehindTheLast)
     class Zeros : public std::streambuf
     {
     public:
-        Zeros(char* begin, std::size_t length) { setg(begin, begin, begin + length); }
+        Zeros(char* begin, std::size_t length)
+        {
+            setg(begin, begin, begin + length);
+        }
     };
     class Tail : public std::streambuf
     {

@@ -50,8 +50,7 @@ void PrintTo(const LongLine& line, std::ostream* os)
 }
 
 class HostileLine : public testing::TestWithParam<LongLine>
-{
-};
+{};
 
 TEST_P(HostileLine, IsReadWhateverItsLength)
 {

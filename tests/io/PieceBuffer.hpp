@@ -15,10 +15,7 @@
 class PieceBuffer : public std::streambuf
 {
 public:
-    PieceBuffer(std::string text, std::size_t piece_length)
-        : all(std::move(text)), length(piece_length)
-    {
-    }
+    PieceBuffer(std::string text, std::size_t piece_length) : all(std::move(text)), length(piece_length) {}
 
     /** How many bytes have been read. */
     std::size_t position() const

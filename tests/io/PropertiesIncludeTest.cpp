@@ -379,8 +379,8 @@ TEST_F(PropertiesInclude, ChainThatIsTooDeepIsAFileThatCannotBeOpened)
     const std::ptrdiff_t before = openFiles();
     {
         const OpenFileLimit limit(128);
-        EXPECT_THAT(failureOf("0"), testing::MatchesRegex("ERROR: [0-9]+:1: failed to open include file: \"" +
-                                                          folder + "[0-9]+\""));
+        EXPECT_THAT(failureOf("0"), testing::MatchesRegex("ERROR: [0-9]+:1: failed to open include file: \""
+                                                          + folder + "[0-9]+\""));
     }
     EXPECT_EQ(before, openFiles());
     EXPECT_THAT(Table(properties.begin(), properties.end()), IsEmpty());

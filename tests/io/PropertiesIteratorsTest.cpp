@@ -19,10 +19,10 @@ static_assert(std::is_default_constructible_v<Iterator> && std::is_default_const
 static_assert(std::is_copy_constructible_v<Iterator> && std::is_copy_constructible_v<ConstIterator>);
 static_assert(std::is_copy_assignable_v<Iterator> && std::is_copy_assignable_v<ConstIterator>);
 
-static_assert(std::is_convertible_v<Iterator, ConstIterator> &&
-              std::is_assignable_v<ConstIterator&, Iterator>);
-static_assert(!std::is_constructible_v<Iterator, ConstIterator> &&
-              !std::is_assignable_v<Iterator&, ConstIterator>);
+static_assert(
+    std::is_convertible_v<Iterator, ConstIterator> && std::is_assignable_v<ConstIterator&, Iterator>);
+static_assert(
+    !std::is_constructible_v<Iterator, ConstIterator> && !std::is_assignable_v<Iterator&, ConstIterator>);
 
 typedef std::map<String, String> Map;
 static_assert(!std::is_constructible_v<Iterator, Map::iterator>);

@@ -217,7 +217,8 @@ TEST(PropertiesLoad, HexEscapes)
     EXPECT_THAT(loaded("k=\\x414"), ElementsAre(Pair("k", "A4")));
     EXPECT_THAT(loaded("k=\\x4g"), ElementsAre(Pair("k", "\x04g")));
     EXPECT_THAT(loaded("k=\\xfF\\x0\\xAa"), ElementsAre(Pair("k", String("\xff\0\xaa", 3))));
-    EXPECT_THAT(loaded("k=\\x4\\\n1"), ElementsAre(Pair("k", "\x04" "1")));
+    EXPECT_THAT(loaded("k=\\x4\\\n1"), ElementsAre(Pair("k", "\x04"
+                                                             "1")));
 }
 
 TEST(PropertiesLoad, OctalEscapes)
@@ -226,9 +227,11 @@ TEST(PropertiesLoad, OctalEscapes)
     EXPECT_THAT(loaded("k=x\\400"), ElementsAre(Pair("k", "x 0")));
     EXPECT_THAT(loaded("k=\\8\\9"), ElementsAre(Pair("k", "89")));
     EXPECT_THAT(loaded("k=\\377\\77\\7"), ElementsAre(Pair("k", "\xff?\a")));
-    EXPECT_THAT(loaded("k=\\1018\\18\\0101"), ElementsAre(Pair("k", "A8\x01" "8\b1")));
+    EXPECT_THAT(loaded("k=\\1018\\18\\0101"), ElementsAre(Pair("k", "A8\x01"
+                                                                    "8\b1")));
     EXPECT_THAT(loaded("k=\\0"), ElementsAre(Pair("k", String("\0", 1))));
-    EXPECT_THAT(loaded("k=\\1\\\n01"), ElementsAre(Pair("k", "\x01" "01")));
+    EXPECT_THAT(loaded("k=\\1\\\n01"), ElementsAre(Pair("k", "\x01"
+                                                             "01")));
 }
 
 TEST(PropertiesLoad, BytesAreTakenAsTheyAre)
@@ -300,8 +303,14 @@ TEST(PropertiesLoad, WarningsAreAppendedWhateverTheFormatOfTheStream)
 {
     struct Grouping : std::numpunct<char>
     {
-        char do_thousands_sep() const override { return ','; }
-        std::string do_grouping() const override { return "\1"; }
+        char do_thousands_sep() const override
+        {
+            return ',';
+        }
+        std::string do_grouping() const override
+        {
+            return "\1";
+        }
     };
     std::ostringstream warnings;
     warnings.imbue(std::locale(std::locale::classic(), new Grouping));
@@ -481,7 +490,10 @@ TEST(PropertiesLoad, StreamThatBreaksOffEndsTheFile)
         }
 
     protected:
-        int_type underflow() override { throw std::runtime_error("broken"); }
+        int_type underflow() override
+        {
+            throw std::runtime_error("broken");
+        }
 
     private:
         String bytes;
@@ -515,8 +527,7 @@ TEST(PropertiesLoad, EveryPrefixLoadsOrFailsWithAKnownMessage)
                         "=e\\xg";
     const String known[] = {": End-of-line encountered in unicode escape sequence.",
                             ": End-of-line encountered in hex escape sequence.",
-                            ": Invalid hex escape sequence '\\xg'.",
-                            ": invalid arg for %pragma severity: \"",
+                            ": Invalid hex escape sequence '\\xg'.", ": invalid arg for %pragma severity: \"",
                             ": unknown %pragma command: \""};
     std::map<String, int> seen;
     for (std::size_t length = 0; length <= text.size(); ++length) {
@@ -617,8 +628,8 @@ TEST(PropertiesLoad, LongTextWithoutOrderThatComesToWarnings)
     const auto& [key, value] = *disorder.expected.begin();
     Properties properties;
     EXPECT_EQ("WARNING: x.conf:20002: Overriding property \"" + key + "\"\n",
-              warningsOf(disorder.text + "%pragma severity warning\n" + key + "=x\n" +
-                             "%pragma severity error\n" + key + "=" + value + "\n",
+              warningsOf(disorder.text + "%pragma severity warning\n" + key + "=x\n"
+                             + "%pragma severity error\n" + key + "=" + value + "\n",
                          Properties::SEV_ERROR, properties));
     EXPECT_TRUE(disorder.expected == tableOf(properties));
 }

@@ -178,7 +178,7 @@ private:
             if (++i == line.size()) {
                 return true;
             }
-            static const std::map<char, int> letters = {{'a', 7},  {'b', 8},  {'f', 12}, {'n', 10},
+            static const std::map<char, int> letters = {{'a', 7},  {'b', 8}, {'f', 12}, {'n', 10},
                                                         {'r', 13}, {'t', 9}, {'v', 11}};
             const auto letter = letters.find(line[i]);
             if (letter != letters.end()) {
@@ -198,8 +198,8 @@ private:
                     value = value * 16 + digit(c, 16);
                 }
                 if (value > 255) {
-                    fail("Unicode escape sequence '\\u" + digits +
-                         "' exceeds capacity of single byte character.");
+                    fail("Unicode escape sequence '\\u" + digits
+                         + "' exceeds capacity of single byte character.");
                     return false;
                 }
                 put(value);

@@ -102,7 +102,8 @@ TEST(Severity, UnknownValuesHaveNoName)
          {8, 9, 255, 256, -1, -8, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
         EXPECT_EQ("Unrecognized NIM Log Severity", textOf<std::out_of_range>([value] {
                       log::getSeverityName(static_cast<log::Severity>(value));
-                  })) << value;
+                  }))
+            << value;
     }
     EXPECT_EQ("Unrecognized NIM Log Severity",
               textOf<std::out_of_range>([] { log::getSeverityName(log::Severity_COUNT); }));
@@ -121,7 +122,8 @@ TEST(Severity, IsFoundByItsExactName)
     for (const char* const name :
          {"notice", "Notice", "", " NOTICE", "NOTICE ", "NOTIC", "NOTICES", "MAX", "4"}) {
         EXPECT_EQ("Unrecognized NIM Log Severity",
-                  textOf<std::out_of_range>([name] { log::getSeverityId(name); })) << name;
+                  textOf<std::out_of_range>([name] { log::getSeverityId(name); }))
+            << name;
     }
     EXPECT_EQ("Unrecognized NIM Log Severity",
               textOf<std::out_of_range>([] { log::getSeverityId(String("INFO\0", 5)); }));
@@ -164,7 +166,8 @@ TEST(Mask, CombinationsHaveNoName)
 {
     for (const unsigned int mask : {3u, 5u, 513u, 1023u, 1024u, 0x80000000u, 0xFFFFFFFFu}) {
         EXPECT_EQ("Unrecognized NIM Log Output Mask Bit",
-                  textOf<std::out_of_range>([mask] { log::getOutputName(mask); })) << mask;
+                  textOf<std::out_of_range>([mask] { log::getOutputName(mask); }))
+            << mask;
     }
 }
 
@@ -183,7 +186,8 @@ TEST(Mask, IsFoundByItsExactName)
     EXPECT_EQ(512u, log::getOutputBit("LINENUMBER"));
     for (const char* const name : {"datetime", "", "ALL", "MAX", "DATETIME ", "SEVERIT"}) {
         EXPECT_EQ("Unrecognized NIM Log Output Mask Bit",
-                  textOf<std::out_of_range>([name] { log::getOutputBit(name); })) << name;
+                  textOf<std::out_of_range>([name] { log::getOutputBit(name); }))
+            << name;
     }
 }
 
@@ -256,7 +260,8 @@ TEST(DateTime, IsWhatStrftimeMakesOfIt)
 {
     const LocalTime local;
     std::mt19937_64 random(20261121);
-    for (const char* name : {"CET-1CEST,M3.5.0,M10.5.0/3", "NST3:30", "IST-5:30", "XYZ12", "LHST-10:30LHDT-11"}) {
+    for (const char* name :
+         {"CET-1CEST,M3.5.0,M10.5.0/3", "NST3:30", "IST-5:30", "XYZ12", "LHST-10:30LHDT-11"}) {
         const TimeZone zone(name);
         for (int i = 0; i < 2000; ++i) {
             // Up to the year 12,700, and a little before the epoch.

@@ -104,9 +104,9 @@ TEST(Header, AnUnknownSeverityHasNoName)
 TEST(HeaderTrapped, APlainExceptionHasNoNumberAndNoTrace)
 {
     const std::runtime_error exc("it broke");
-    for (const log::Severity severity : {log::Severity_NONE, log::Severity_TRACE, log::Severity_INFO,
-                                         log::Severity_NOTICE, log::Severity_WARNING, log::Severity_ERROR,
-                                         log::Severity_FATAL}) {
+    for (const log::Severity severity :
+         {log::Severity_NONE, log::Severity_TRACE, log::Severity_INFO, log::Severity_NOTICE,
+          log::Severity_WARNING, log::Severity_ERROR, log::Severity_FATAL}) {
         EXPECT_EQ("reading failed : it broke\n", trapped(severity, exc, "reading failed"));
     }
 }

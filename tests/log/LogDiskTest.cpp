@@ -49,10 +49,10 @@ protected:
     void onDisk(const String& size, Body body)
     {
         EXPECT_EQ(0, inChildProcess([&] {
-            ASSERT_TRUE(mountDisk(size)) << std::strerror(errno);
-            body();
-            file->close();
-        }));
+                      ASSERT_TRUE(mountDisk(size)) << std::strerror(errno);
+                      body();
+                      file->close();
+                  }));
     }
 
     /** Takes up what is left of the disk but for so many bytes. */
@@ -67,9 +67,8 @@ protected:
 private:
     bool mountDisk(const String& size) const
     {
-        return ::unshare(CLONE_NEWNS) == 0 &&
-               ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-               ::mount("none", folder.path().c_str(), "tmpfs", 0, size.c_str()) == 0;
+        return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+               && ::mount("none", folder.path().c_str(), "tmpfs", 0, size.c_str()) == 0;
     }
 };
 
@@ -162,8 +161,8 @@ TEST_F(LogDiskTest, ARotationThatGetsNoNewFileSaysSo)
         for (; n < 6; ++n) {
             file->log(numbered(n));
         }
-        EXPECT_THAT(err.take(), testing::EndsWith("LogFile:#:switchFile(): ERROR: Failed to open log file [" +
-                                                  path + "]No space left on device\n"));
+        EXPECT_THAT(err.take(), testing::EndsWith("LogFile:#:switchFile(): ERROR: Failed to open log file ["
+                                                  + path + "]No space left on device\n"));
         expectStandardError();
         file->log(numbered(n));
         EXPECT_EQ(numbered(n) + "\n", err.take());

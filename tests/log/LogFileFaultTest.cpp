@@ -283,9 +283,9 @@ TEST_F(LogFileFaultTest, FailedFileRecoversByTheRotationOfStandardErrorsPosition
     file->log("one");
     EXPECT_FALSE(exists(old(0)));
     file->log(String(60, 'x'));
-    const String rotation = "LogFile:#:switchFile(): Switching log file [" + path + "] ...\n" +
-                            "LogFile:#:switchFile(): numFiles=0 maxFiles=0\n" +
-                            "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0) + "]\n";
+    const String rotation = "LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
+                            + "LogFile:#:switchFile(): numFiles=0 maxFiles=0\n"
+                            + "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0) + "]\n";
     EXPECT_EQ(COMPLAINT + "one\n" + COMPLAINT + String(60, 'x') + "\n" + rotation, err.take());
     EXPECT_TRUE(std::filesystem::is_symlink(old(0)));
     EXPECT_TRUE(file->is_open());
@@ -361,48 +361,48 @@ String numbered(int number)
 TEST_F(LogFileFaultTest, SizeLimitOfTheProcess)
 {
     EXPECT_EQ(0, inChildProcess([this] {
-        ::signal(SIGXFSZ, SIG_IGN);
-        file->setPath(path);
-        String expected;
-        {
-            const Limit bytes(RLIMIT_FSIZE, 950);
-            for (int i = 0; i < 20; ++i) {
-                file->log(numbered(i));
-                expected += i < 9 ? String() : COMPLAINT + numbered(i) + "\n";
-            }
-        }
-        EXPECT_EQ(expected, err.take());
-        EXPECT_EQ(path, file->getPath());
-        const String content = contentOf(path);
-        EXPECT_EQ(950u, content.size());
-        for (int i = 0; i < 9; ++i) {
-            EXPECT_EQ(numbered(i) + "\n", content.substr(static_cast<std::size_t>(i) * 100, 100));
-        }
-    }));
+                  ::signal(SIGXFSZ, SIG_IGN);
+                  file->setPath(path);
+                  String expected;
+                  {
+                      const Limit bytes(RLIMIT_FSIZE, 950);
+                      for (int i = 0; i < 20; ++i) {
+                          file->log(numbered(i));
+                          expected += i < 9 ? String() : COMPLAINT + numbered(i) + "\n";
+                      }
+                  }
+                  EXPECT_EQ(expected, err.take());
+                  EXPECT_EQ(path, file->getPath());
+                  const String content = contentOf(path);
+                  EXPECT_EQ(950u, content.size());
+                  for (int i = 0; i < 9; ++i) {
+                      EXPECT_EQ(numbered(i) + "\n", content.substr(static_cast<std::size_t>(i) * 100, 100));
+                  }
+              }));
 }
 
 TEST_F(LogFileFaultTest, SizeLimitOfTheProcessWithRotationLosesNothing)
 {
     EXPECT_EQ(0, inChildProcess([this] {
-        ::signal(SIGXFSZ, SIG_IGN);
-        open(2000);
-        {
-            const Limit bytes(RLIMIT_FSIZE, 950);
-            for (int i = 0; i < 100; ++i) {
-                file->log(numbered(i));
-            }
-        }
-        String all = err.take();
-        const std::vector<String> names = namesIn(folder.path());
-        EXPECT_GT(names.size(), 2u);
-        for (const String& name : names) {
-            all += contentOf(folder / name) + "\n";
-        }
-        for (int i = 0; i < 100; ++i) {
-            EXPECT_THAT(all, HasSubstr(numbered(i) + "\n"));
-            EXPECT_EQ(all.find(numbered(i)), all.rfind(numbered(i))) << "twice";
-        }
-    }));
+                  ::signal(SIGXFSZ, SIG_IGN);
+                  open(2000);
+                  {
+                      const Limit bytes(RLIMIT_FSIZE, 950);
+                      for (int i = 0; i < 100; ++i) {
+                          file->log(numbered(i));
+                      }
+                  }
+                  String all = err.take();
+                  const std::vector<String> names = namesIn(folder.path());
+                  EXPECT_GT(names.size(), 2u);
+                  for (const String& name : names) {
+                      all += contentOf(folder / name) + "\n";
+                  }
+                  for (int i = 0; i < 100; ++i) {
+                      EXPECT_THAT(all, HasSubstr(numbered(i) + "\n"));
+                      EXPECT_EQ(all.find(numbered(i)), all.rfind(numbered(i))) << "twice";
+                  }
+              }));
 }
 
 }

@@ -43,8 +43,8 @@ TEST_F(LogFileLineTest, LineIsOneWriteWhateverItsLength)
     file->setPath(path);
     file->getStream();
     WriteSpy spy(path);
-    for (const std::size_t length : {0u, 1u, 60u, 1022u, 1023u, 1024u, 4095u, 8190u, 8191u, 8192u, 8193u,
-                                     65536u, 204800u, 3000000u}) {
+    for (const std::size_t length :
+         {0u, 1u, 60u, 1022u, 1023u, 1024u, 4095u, 8190u, 8191u, 8192u, 8193u, 65536u, 204800u, 3000000u}) {
         file->log(String(length, 'x'));
         EXPECT_THAT(spy.takeCalls(), ElementsAre(length + 1));
     }
@@ -105,8 +105,7 @@ TEST_F(LogFileLineTest, StreamAtItsEndDoesNotSwallowLines)
 
 /** Takes nothing. */
 class Refusing : public std::streambuf
-{
-};
+{};
 
 TEST_F(LogFileLineTest, LineThatIsRefusedByItsOwnWriteSurvives)
 {

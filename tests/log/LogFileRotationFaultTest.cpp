@@ -28,11 +28,12 @@ TEST_F(LogFileRotationFaultTest, GapInTheNumbersEndsTheRotation)
     create(old(5), "five");
     open(10);
     file->log("0123456789");
-    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n" +
-              "LogFile:#:switchFile(): numFiles=2 maxFiles=0\n" +
-              "LogFile:#:switchFile(): Moving [" + old(1) + "] to [" + old(2) + "]\n" +
-              "LogFile:#:switchFile(): ERROR: Failed to move old log files: No such file or directory\n",
-              err.take());
+    EXPECT_EQ(
+        "LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
+            + "LogFile:#:switchFile(): numFiles=2 maxFiles=0\n" + "LogFile:#:switchFile(): Moving [" + old(1)
+            + "] to [" + old(2) + "]\n"
+            + "LogFile:#:switchFile(): ERROR: Failed to move old log files: No such file or directory\n",
+        err.take());
     expectStandardError();
     EXPECT_EQ("0123456789\n", contentOf(path));
     EXPECT_EQ("zero", contentOf(old(0)));
@@ -96,11 +97,11 @@ TEST_F(LogFileRotationFaultTest, OldestThatIsGoneIsOnlyTraced)
     open(10, 1);
     std::filesystem::remove(old(0));
     file->log("0123456789");
-    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n" +
-              "LogFile:#:switchFile(): numFiles=1 maxFiles=1\n" +
-              "LogFile:#:switchFile(): Removing [" + old(0) + "]\n" +
-              "LogFile:#:switchFile(): Failed to remove [" + old(0) + "]: No such file or directory\n" +
-              "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0) + "]\n",
+    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
+                  + "LogFile:#:switchFile(): numFiles=1 maxFiles=1\n" + "LogFile:#:switchFile(): Removing ["
+                  + old(0) + "]\n" + "LogFile:#:switchFile(): Failed to remove [" + old(0)
+                  + "]: No such file or directory\n" + "LogFile:#:switchFile(): Moving [" + path + "] to ["
+                  + old(0) + "]\n",
               err.take());
     EXPECT_EQ("0123456789\n", contentOf(old(0)));
     EXPECT_TRUE(file->is_open());
@@ -112,12 +113,12 @@ TEST_F(LogFileRotationFaultTest, OldestThatCanNeitherBeDeletedNorReplaced)
     createFullDirectory(old(1));
     open(10, 2);
     file->log("0123456789");
-    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n" +
-              "LogFile:#:switchFile(): numFiles=2 maxFiles=2\n" +
-              "LogFile:#:switchFile(): Removing [" + old(1) + "]\n" +
-              "LogFile:#:switchFile(): Failed to remove [" + old(1) + "]: Directory not empty\n" +
-              "LogFile:#:switchFile(): Moving [" + old(0) + "] to [" + old(1) + "]\n" +
-              "LogFile:#:switchFile(): ERROR: Failed to move old log files: Is a directory\n",
+    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
+                  + "LogFile:#:switchFile(): numFiles=2 maxFiles=2\n" + "LogFile:#:switchFile(): Removing ["
+                  + old(1) + "]\n" + "LogFile:#:switchFile(): Failed to remove [" + old(1)
+                  + "]: Directory not empty\n" + "LogFile:#:switchFile(): Moving [" + old(0) + "] to ["
+                  + old(1) + "]\n"
+                  + "LogFile:#:switchFile(): ERROR: Failed to move old log files: Is a directory\n",
               err.take());
     expectStandardError();
     EXPECT_EQ("0123456789\n", contentOf(path));
@@ -172,10 +173,11 @@ TEST_F(LogFileRotationFaultTest, FileThatCannotBeReopened)
         const Limit descriptors(RLIMIT_NOFILE, 0);
         file->log("0123456789");
     }
-    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n" +
-              "LogFile:#:switchFile(): numFiles=0 maxFiles=0\n" +
-              "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0) + "]\n" +
-              "LogFile:#:switchFile(): ERROR: Failed to open log file [" + path + "]Too many open files\n",
+    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
+                  + "LogFile:#:switchFile(): numFiles=0 maxFiles=0\n" + "LogFile:#:switchFile(): Moving ["
+                  + path + "] to [" + old(0) + "]\n"
+                  + "LogFile:#:switchFile(): ERROR: Failed to open log file [" + path
+                  + "]Too many open files\n",
               err.take());
     expectStandardError();
     EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));

@@ -16,10 +16,10 @@ protected:
     /** The traces of a rotation without old files but those that are told. */
     String switching(std::size_t numFiles, std::size_t maxFiles, const String& steps) const
     {
-        return "LogFile:#:switchFile(): Switching log file [" + path + "] ...\n" +
-               "LogFile:#:switchFile(): numFiles=" + std::to_string(numFiles) +
-               " maxFiles=" + std::to_string(maxFiles) + "\n" + steps +
-               "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0) + "]\n";
+        return "LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
+               + "LogFile:#:switchFile(): numFiles=" + std::to_string(numFiles)
+               + " maxFiles=" + std::to_string(maxFiles) + "\n" + steps + "LogFile:#:switchFile(): Moving ["
+               + path + "] to [" + old(0) + "]\n";
     }
 
     String moving(std::size_t from) const
@@ -229,8 +229,9 @@ TEST_F(LogFileRotationTest, NextObjectGoesOnWithTheSet)
     file = LogFileRef(new LogFile);
     err.take();
     file->setPath(path);
-    EXPECT_EQ("LogFile:#:countLogFiles(): Found file [" + old(0) + "]\n" +
-              "LogFile:#:countLogFiles(): Found file [" + old(1) + "]\n", err.take());
+    EXPECT_EQ("LogFile:#:countLogFiles(): Found file [" + old(0) + "]\n"
+                  + "LogFile:#:countLogFiles(): Found file [" + old(1) + "]\n",
+              err.take());
     file->setMaxFileSize(1);
     file->setMaxNumberOfFiles(3);
     file->log("2");
@@ -244,8 +245,14 @@ TEST_F(LogFileRotationTest, TracesDoNotFollowTheLocaleOfTheProcess)
 {
     struct Grouping : std::numpunct<char>
     {
-        char do_thousands_sep() const override { return '\''; }
-        std::string do_grouping() const override { return "\1"; }
+        char do_thousands_sep() const override
+        {
+            return '\'';
+        }
+        std::string do_grouping() const override
+        {
+            return "\1";
+        }
     };
     const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
     open(1, 123);
@@ -273,8 +280,8 @@ TEST_F(LogFileRotationTest, CountsNamesWithADecimalNumberBehindADot)
     for (const char* const ending : {".0", ".5", ".12", ".007"}) {
         create(path + ending, "");
     }
-    for (const char* const ending : {".", ".x", ".1x", ".x1", ".-1", ".+1", ".1.gz", ".1.2", ".1 ",
-                                     "0", ".0x1"}) {
+    for (const char* const ending :
+         {".", ".x", ".1x", ".x1", ".-1", ".+1", ".1.gz", ".1.2", ".1 ", "0", ".0x1"}) {
         create(path + ending, "");
     }
     create(folder / "other.log.1", "");
@@ -324,9 +331,10 @@ TEST_F(LogFileRotationTest, LoweringTheNumberOfFilesRemovesTheOldestAtOnce)
     }
     open(0, 5);
     file->setMaxNumberOfFiles(2);
-    EXPECT_EQ("LogFile:#:removeFiles(): Removing file [" + old(2) + "] ...\n" +
-              "LogFile:#:removeFiles(): Removing file [" + old(3) + "] ...\n" +
-              "LogFile:#:removeFiles(): Removing file [" + old(4) + "] ...\n", err.take());
+    EXPECT_EQ("LogFile:#:removeFiles(): Removing file [" + old(2) + "] ...\n"
+                  + "LogFile:#:removeFiles(): Removing file [" + old(3) + "] ...\n"
+                  + "LogFile:#:removeFiles(): Removing file [" + old(4) + "] ...\n",
+              err.take());
     EXPECT_THAT(namesIn(folder.path()), ElementsAre("server.log.0", "server.log.1"));
     EXPECT_EQ(2u, file->getMaxNumberOfFiles());
 
@@ -341,9 +349,10 @@ TEST_F(LogFileRotationTest, FileThatCannotBeRemovedIsSkipped)
     create(old(2), "");
     open();
     file->setMaxNumberOfFiles(1);
-    EXPECT_EQ("LogFile:#:removeFiles(): Removing file [" + old(1) + "] ...\n" +
-              "LogFile:#:removeFiles(): Could not remove file [" + old(1) + "]\n" +
-              "LogFile:#:removeFiles(): Removing file [" + old(2) + "] ...\n", err.take());
+    EXPECT_EQ("LogFile:#:removeFiles(): Removing file [" + old(1) + "] ...\n"
+                  + "LogFile:#:removeFiles(): Could not remove file [" + old(1) + "]\n"
+                  + "LogFile:#:removeFiles(): Removing file [" + old(2) + "] ...\n",
+              err.take());
     EXPECT_THAT(namesIn(folder.path()), ElementsAre("server.log.0", "server.log.1"));
 }
 

@@ -364,8 +364,8 @@ TEST_F(LogFileTest, WildcardCharactersInThePathAreLiteral)
 {
     std::filesystem::create_directory(folder / "d*[a]");
     const String odd = folder / "d*[a]/a*b[1]?<2>\\c.log";
-    for (const char* const decoy : {"aXb1Y2c.log.0", "aXb1Y7c.log.1", "ab1?<2>\\c.log.2",
-                                    "a*b1?<2>c.log.3"}) {
+    for (const char* const decoy :
+         {"aXb1Y2c.log.0", "aXb1Y7c.log.1", "ab1?<2>\\c.log.2", "a*b1?<2>c.log.3"}) {
         create(folder / "d*[a]/" + decoy, "");
     }
     create(odd + ".0", "old\n");

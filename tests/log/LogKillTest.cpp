@@ -70,8 +70,8 @@ public:
     };
 
     Account()
-        : data(static_cast<Data*>(::mmap(nullptr, sizeof(Data), PROT_READ | PROT_WRITE,
-                                         MAP_SHARED | MAP_ANONYMOUS, -1, 0)))
+        : data(static_cast<Data*>(
+            ::mmap(nullptr, sizeof(Data), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)))
     {
         if (data == MAP_FAILED) {
             std::abort();
@@ -174,8 +174,8 @@ private:
     bool parse(std::string_view line, unsigned int& t, unsigned int& n) const
     {
         char who = 0;
-        return std::sscanf(String(line.substr(0, 40)).c_str(), " : %c %u %u ", &who, &t, &n) == 3 &&
-               who == name && t < KILL_THREADS;
+        return std::sscanf(String(line.substr(0, 40)).c_str(), " : %c %u %u ", &who, &t, &n) == 3
+               && who == name && t < KILL_THREADS;
     }
 
     String record(unsigned int t, unsigned int n) const

@@ -218,8 +218,8 @@ TEST_F(LogPipeTest, AStreamThatBlocksHoldsTheWritersAndLosesNothing)
         EXPECT_LE(writers.sum() * tail.size(), static_cast<std::size_t>(PIPE_SIZE));
 
         String all;
-        while (all.size() < THREADS * LINES * tail.size() || all.back() != '\n' ||
-               writers.sum() < THREADS * LINES) {
+        while (all.size() < THREADS * LINES * tail.size() || all.back() != '\n'
+               || writers.sum() < THREADS * LINES) {
             all += readAll(reader);
             std::this_thread::yield();
         }

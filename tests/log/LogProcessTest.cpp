@@ -26,8 +26,8 @@ String prefix(const String& module, const String& severity)
 {
     return "[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] UTC [0-9]+ [^ ]+ "
            "log_probe "
-           "[0-9]+ [0-9]+ " +
-           module + ' ' + severity + " LogProbe\\.cpp [0-9]+ : ";
+           "[0-9]+ [0-9]+ "
+           + module + ' ' + severity + " LogProbe\\.cpp [0-9]+ : ";
 }
 
 String headerLine()
@@ -72,8 +72,8 @@ TEST_F(LogProcess, StartsWithTheModulesOfTheLibrary)
 TEST_F(LogProcess, LogsToStandardErrorBehindItsConfiguration)
 {
     const ChildProcess& run = probe({"log"});
-    EXPECT_THAT(run.errors(), MatchesRegex(headerLine() + BLOCK + prefix("global", "NOTICE") + "first\n" +
-                                           prefix("global", "FATAL") + "second\n"));
+    EXPECT_THAT(run.errors(), MatchesRegex(headerLine() + BLOCK + prefix("global", "NOTICE") + "first\n"
+                                           + prefix("global", "FATAL") + "second\n"));
     EXPECT_EQ("", run.output());
 }
 
@@ -82,9 +82,9 @@ TEST_F(LogProcess, LogsBeforeMain)
     ::setenv("PROBE_EARLY", "1", 1);
     const ChildProcess& run = probe({"log"});
     ::unsetenv("PROBE_EARLY");
-    EXPECT_THAT(run.errors(), MatchesRegex(headerLine() + BLOCK + prefix("global", "WARNING") +
-                                           "before main\n" + prefix("global", "NOTICE") + "first\n" +
-                                           prefix("global", "FATAL") + "second\n"));
+    EXPECT_THAT(run.errors(), MatchesRegex(headerLine() + BLOCK + prefix("global", "WARNING")
+                                           + "before main\n" + prefix("global", "NOTICE") + "first\n"
+                                           + prefix("global", "FATAL") + "second\n"));
 }
 
 TEST_F(LogProcess, LogsFromExitHandlersAndStaticDestructors)
@@ -93,16 +93,16 @@ TEST_F(LogProcess, LogsFromExitHandlersAndStaticDestructors)
     EXPECT_THAT(
         run.errors(),
         MatchesRegex(
-            headerLine() + BLOCK +
-            prefix("probe\\.static\\.with\\.a\\.name\\.that\\.is\\.too\\.long\\.for\\.a\\.short\\.string",
-                   "WARNING") +
-            "from main\n" + prefix("global", "WARNING") + "from an exit handler\n" +
-            prefix("global", "WARNING") + "from a static destructor\n" + prefix("probe\\.dynamic", "ERROR") +
-            "under a module of its own\n" +
-            ".* com\\.kor\\.dal\\.nim\\.log\\.internal INFO Write [0-9]+ : Changing logging setting: "
-            "Severity\n"
-            "\told: NOTICE\n\tnew: DEBUG\n" +
-            prefix("global", "DEBUG") + "with another severity\n"));
+            headerLine() + BLOCK
+            + prefix("probe\\.static\\.with\\.a\\.name\\.that\\.is\\.too\\.long\\.for\\.a\\.short\\.string",
+                     "WARNING")
+            + "from main\n" + prefix("global", "WARNING") + "from an exit handler\n"
+            + prefix("global", "WARNING") + "from a static destructor\n" + prefix("probe\\.dynamic", "ERROR")
+            + "under a module of its own\n"
+            + ".* com\\.kor\\.dal\\.nim\\.log\\.internal INFO Write [0-9]+ : Changing logging setting: "
+              "Severity\n"
+              "\told: NOTICE\n\tnew: DEBUG\n"
+            + prefix("global", "DEBUG") + "with another severity\n"));
 }
 
 TEST_F(LogProcess, LogsToAFileWhileItExits)
@@ -126,8 +126,8 @@ TEST_F(LogProcess, ExitsWhileOtherThreadsLog)
 TEST_F(LogProcess, LogsFromTheDestructorsOfAThread)
 {
     EXPECT_THAT(probe({"thread-end"}).errors(),
-                MatchesRegex(headerLine() + BLOCK + prefix("global", "WARNING") + "from the thread\n" +
-                             prefix("global", "WARNING") + "from the thread's end\n"));
+                MatchesRegex(headerLine() + BLOCK + prefix("global", "WARNING") + "from the thread\n"
+                             + prefix("global", "WARNING") + "from the thread's end\n"));
 }
 
 TEST_F(LogProcess, AForkedChildLogsUnderItsOwnNumbers)
@@ -138,8 +138,8 @@ TEST_F(LogProcess, AForkedChildLogsUnderItsOwnNumbers)
     String forked;
     ASSERT_TRUE(pids >> parent >> forked) << run.output();
     EXPECT_NE(parent, forked);
-    EXPECT_THAT(contentOf(folder / "a.log"), testing::EndsWith(parent + ' ' + parent + " : parent\n" +
-                                                               forked + ' ' + forked + " : child\n"));
+    EXPECT_THAT(contentOf(folder / "a.log"), testing::EndsWith(parent + ' ' + parent + " : parent\n" + forked
+                                                               + ' ' + forked + " : child\n"));
 }
 
 /** Each child logs, whatever the other threads were in the middle of when it came into being. */

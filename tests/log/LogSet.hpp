@@ -32,8 +32,14 @@ public:
 private:
     struct Nothing : std::streambuf
     {
-        int_type overflow(int_type byte) override { return traits_type::not_eof(byte); }
-        std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
+        int_type overflow(int_type byte) override
+        {
+            return traits_type::not_eof(byte);
+        }
+        std::streamsize xsputn(const char*, std::streamsize count) override
+        {
+            return count;
+        }
     };
 
     Nothing nothing;

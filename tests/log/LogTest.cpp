@@ -93,8 +93,8 @@ TEST_F(LogTest, EachBitSelectsItsField)
 
 TEST_F(LogTest, FieldsHaveAnOrderOfTheirOwn)
 {
-    const String all = log::getDateTime(record.getWhen()) + ' ' + hostName() + " log_tests " + processId() +
-                       ' ' + threadId() + " global WARNING Thread 251 : ";
+    const String all = log::getDateTime(record.getWhen()) + ' ' + hostName() + " log_tests " + processId()
+                       + ' ' + threadId() + " global WARNING Thread 251 : ";
     EXPECT_EQ(all, prefix(log::Mask_ALL));
     EXPECT_EQ(all, prefix(log::Mask_ALL & ~static_cast<unsigned int>(log::Mask_TIMEZONE)));
     EXPECT_EQ("WARNING 251 : ", prefix(log::Mask_SEVERITY | log::Mask_LINENUMBER));
@@ -396,9 +396,9 @@ TEST(LogQueue, IsFreeInTheChildOfAFork)
             std::this_thread::yield();
         }
         EXPECT_EQ(0, support::inChildProcess([&] {
-            ::alarm(30);
-            logOnce();
-        }));
+                      ::alarm(30);
+                      logOnce();
+                  }));
     }
     isOver = true;
     busy.join();

@@ -78,8 +78,8 @@ TEST(LogThreads, LinesOfOneLoggerStayWhole)
         [] {});
     std::map<String, int> expected;
     for (int i = 0; i < THREADS; ++i) {
-        expected["shared ERROR LogThreadsTest.cpp : thread " + std::to_string(i) + " says " +
-                 String(100, 'x')] = RECORDS;
+        expected["shared ERROR LogThreadsTest.cpp : thread " + std::to_string(i) + " says "
+                 + String(100, 'x')] = RECORDS;
     }
     EXPECT_EQ(expected, countLines(logger.taken()));
 }

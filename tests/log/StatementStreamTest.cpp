@@ -68,8 +68,8 @@ protected:
 TEST_F(StatementStreamTest, FormatsEndWithTheirStatement)
 {
     EXPECT_EQ(PLAIN, next());
-    NIM_LOG_TO(module, Severity_WARNING) << std::hex << std::showbase << std::uppercase
-                                         << std::boolalpha << 255;
+    NIM_LOG_TO(module, Severity_WARNING)
+        << std::hex << std::showbase << std::uppercase << std::boolalpha << 255;
     EXPECT_EQ("tests WARNING Statement : 0XFF\n", logger.taken());
     EXPECT_EQ(PLAIN, next());
     NIM_LOG_TO(module, Severity_WARNING) << std::setprecision(2) << std::fixed << 1.0 / 3;
@@ -233,18 +233,18 @@ TEST_F(StatementStreamTest, ShortTextBehindALongOneIsShort)
     NIM_LOG_TO(module, Severity_WARNING) << "short";
     NIM_LOG_TO(module, Severity_WARNING) << "longer by some";
     NIM_LOG_TO(module, Severity_WARNING) << "";
-    EXPECT_EQ("tests WARNING Statement : " + text + "\n"
-              "tests WARNING Statement : short\n"
-              "tests WARNING Statement : longer by some\n"
-              "tests WARNING Statement : \n",
+    EXPECT_EQ("tests WARNING Statement : " + text
+                  + "\n"
+                    "tests WARNING Statement : short\n"
+                    "tests WARNING Statement : longer by some\n"
+                    "tests WARNING Statement : \n",
               logger.taken());
 }
 
 TEST_F(StatementStreamTest, PositionOfOutputEndsWithItsStatement)
 {
-    NIM_LOG_TO(module, Severity_WARNING) << [](std::ostream& os) -> std::ostream& {
-        return (os << "back again").seekp(0);
-    };
+    NIM_LOG_TO(module, Severity_WARNING)
+        << [](std::ostream& os) -> std::ostream& { return (os << "back again").seekp(0); };
     NIM_LOG_TO(module, Severity_WARNING) << "ab";
     EXPECT_EQ("tests WARNING Statement : back again\n"
               "tests WARNING Statement : ab\n",
@@ -255,8 +255,8 @@ TEST_F(StatementStreamTest, StatementsInAStatementHaveStreamsOfTheirOwn)
 {
     const auto inner = [&](int depth, const auto& again) -> int {
         if (depth > 0) {
-            NIM_LOG_TO(module, Severity_WARNING) << std::hex << "inner " << depth * 16 << ' '
-                                                 << again(depth - 1, again);
+            NIM_LOG_TO(module, Severity_WARNING)
+                << std::hex << "inner " << depth * 16 << ' ' << again(depth - 1, again);
         }
         return depth;
     };

@@ -219,9 +219,8 @@ TEST_F(StatementTest, StandsInTemplates)
 TEST_F(StatementTest, WhatItsTextRaisesLeavesItWithoutARecord)
 {
     const auto raise = []() -> int { throw std::runtime_error("no text"); };
-    EXPECT_EQ("no text", logtest::textOf<std::runtime_error>([&] {
-                  NIM_LOG_TO(module, Severity_ERROR) << "before " << raise();
-              }));
+    EXPECT_EQ("no text", logtest::textOf<std::runtime_error>(
+                             [&] { NIM_LOG_TO(module, Severity_ERROR) << "before " << raise(); }));
     EXPECT_EQ("", taken());
 }
 

@@ -57,11 +57,12 @@ TEST_F(CimomStream, IsTheFileOfTheOtherLogger)
 {
     logger->setStream("CIMOM");
     const String text = written();
-    EXPECT_EQ("\tOutputPath:   \"" + path + "\"\n"
-              "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
-              "\tSeverityMin:  NOTICE\n"
-              "\tModuleFilter: *\n" +
-                  changed("OutputStream", "\"<user assigned stream>\"", '"' + path + '"'),
+    EXPECT_EQ("\tOutputPath:   \"" + path
+                  + "\"\n"
+                    "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
+                    "\tSeverityMin:  NOTICE\n"
+                    "\tModuleFilter: *\n"
+                  + changed("OutputStream", "\"<user assigned stream>\"", '"' + path + '"'),
               behindFirstLine(text));
     EXPECT_EQ(path, logger->getPath());
     writeError(logger.write(), "mine");

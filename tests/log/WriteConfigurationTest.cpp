@@ -291,8 +291,10 @@ TEST(ConfigurationOutputMask, RefusesUnknownBitsWithTheStepsBeforeInForce)
 {
     Write logger;
     EXPECT_EQ("Unrecognized NIM Log Output Mask Bit", textOf<std::out_of_range>([&] {
-                  logger.setConfiguration(Settings{{"file", "a.log"}, {"severity.id", "DEBUG"},
-                                                   {"output.mask", "SEVERITY severity"}, {"modules", "a"},
+                  logger.setConfiguration(Settings{{"file", "a.log"},
+                                                   {"severity.id", "DEBUG"},
+                                                   {"output.mask", "SEVERITY severity"},
+                                                   {"modules", "a"},
                                                    {"maxFileSize", "10"}});
               }));
     EXPECT_EQ("log/a.log", logger.getPath());
@@ -314,9 +316,10 @@ TEST(ConfigurationModules, JoinTheFilterThatIsThere)
 TEST(ConfigurationLimits, AreTheNumbersThatTheValuesBeginWith)
 {
     const std::pair<const char*, std::size_t> values[] = {
-        {"0", 0},        {"1", 1},          {"1048576", 1048576}, {"10k", 10},
-        {"12 34", 12},   {"k10", 0},        {"-5", 0},            {"+5", 0},
-        {"0x10", 0},     {"010", 10},       {"1,000", 1},         {"18446744073709551615", ~std::size_t(0)},
+        {"0", 0},    {"1", 1},      {"1048576", 1048576},
+        {"10k", 10}, {"12 34", 12}, {"k10", 0},
+        {"-5", 0},   {"+5", 0},     {"0x10", 0},
+        {"010", 10}, {"1,000", 1},  {"18446744073709551615", ~std::size_t(0)},
     };
     for (const auto& value : values) {
         Write logger;
@@ -344,22 +347,28 @@ TEST(ConfigurationOrder, IsThatOfItsReports)
 {
     const Folder folder;
     DefaultLogger logger;
-    System::setConfiguration(Settings{{"file", folder / "a.log"}, {"localtime", "true"},
-                                      {"severity.mask", "ERROR"}, {"severity.id", "DEBUG"},
-                                      {"output.mask", "MODULENAME SEVERITY"}, {"modules", "a b.*"},
-                                      {"remote.enable", "TRUE"}, {"maxNumberOfFiles", "5"},
+    System::setConfiguration(Settings{{"file", folder / "a.log"},
+                                      {"localtime", "true"},
+                                      {"severity.mask", "ERROR"},
+                                      {"severity.id", "DEBUG"},
+                                      {"output.mask", "MODULENAME SEVERITY"},
+                                      {"modules", "a b.*"},
+                                      {"remote.enable", "TRUE"},
+                                      {"maxNumberOfFiles", "5"},
                                       {"maxFileSize", "1000000"}});
-    String expected = "\tOutputPath:   \"" + (folder / "a.log") + "\"\n"
-                      "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
-                      "\tSeverityMin:  NOTICE\n"
-                      "\tModuleFilter: *\n";
+    String expected = "\tOutputPath:   \"" + (folder / "a.log")
+                      + "\"\n"
+                        "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
+                        "\tSeverityMin:  NOTICE\n"
+                        "\tModuleFilter: *\n";
     expected += changed("OutputPath", "\"<user assigned stream>\"", '"' + (folder / "a.log") + '"');
     expected += changed("TimestampInLocalTime", "false", "true");
     expected += changed("SeverityMask", "0x0 [NONE]", "0x40 [ERROR]");
     // From here on without the source.
     const String report = "com.kor.dal.nim.log.internal INFO : Changing logging setting: ";
-    expected += report + "OutputMask\n\told: 0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
-                         "\tnew: 0x84 [SEVERITY,MODULENAME]\n";
+    expected += report
+                + "OutputMask\n\told: 0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
+                  "\tnew: 0x84 [SEVERITY,MODULENAME]\n";
     expected += report + "ModuleFilter\n\tmodule \"a\" added\n";
     expected += report + "ModuleFilter\n\tmodule \"b.*\" added\n";
     expected += report + "RemoteControlAllowed\n\told: false\n\tnew: true\n";
@@ -386,8 +395,9 @@ TEST(SystemConfiguration, IsThatOfTheDefaultLogger)
 TEST(SystemConfiguration, LetsBadValuesThrough)
 {
     DefaultLogger logger;
-    EXPECT_EQ("Illegal output stream name",
-              textOf<std::out_of_range>([] { System::setConfiguration(Settings{{"stream", "other"}}); }));
+    EXPECT_EQ("Illegal output stream name", textOf<std::out_of_range>([] {
+                  System::setConfiguration(Settings{{"stream", "other"}});
+              }));
 }
 
 }

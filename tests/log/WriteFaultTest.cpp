@@ -76,45 +76,47 @@ TEST_F(WriteFaultTest, FailedRotationFailsNoStatement)
 TEST_F(WriteFaultTest, DefaultLoggerLeavesAFullDevice)
 {
     EXPECT_EQ(0, inChildProcess([this] {
-        createFullFile(path);
-        com_kor_dal_nim_log_control.setPath(path);
-        const String text = err.take();
-        const std::size_t complaint = text.find(
-            " ERROR Write: Unable to write to log output stream \"" + path + "\": No space left on device; "
-            "Log Configuration:\n\tOutputPath:   \"STDERR\"\n");
-        const std::size_t record = text.find("Changing logging setting: OutputPath\n");
-        EXPECT_NE(String::npos, complaint) << text;
-        EXPECT_NE(String::npos, record) << text;
-        EXPECT_LT(complaint, record);
-        EXPECT_THAT(text, testing::Not(HasSubstr(COMPLAINT)));
+                  createFullFile(path);
+                  com_kor_dal_nim_log_control.setPath(path);
+                  const String text = err.take();
+                  const std::size_t complaint =
+                      text.find(" ERROR Write: Unable to write to log output stream \"" + path
+                                + "\": No space left on device; "
+                                  "Log Configuration:\n\tOutputPath:   \"STDERR\"\n");
+                  const std::size_t record = text.find("Changing logging setting: OutputPath\n");
+                  EXPECT_NE(String::npos, complaint) << text;
+                  EXPECT_NE(String::npos, record) << text;
+                  EXPECT_LT(complaint, record);
+                  EXPECT_THAT(text, testing::Not(HasSubstr(COMPLAINT)));
 
-        NIM_LOG(Severity_ERROR) << "next";
-        EXPECT_THAT(err.take(), testing::MatchesRegex("[^\n]* : next\n"));
-        EXPECT_EQ("", com_kor_dal_nim_log_control.getPath());
-    }));
+                  NIM_LOG(Severity_ERROR) << "next";
+                  EXPECT_THAT(err.take(), testing::MatchesRegex("[^\n]* : next\n"));
+                  EXPECT_EQ("", com_kor_dal_nim_log_control.getPath());
+              }));
 }
 
 TEST_F(WriteFaultTest, DefaultLoggerRaisesOnAFailingStandardErrorUntilItIsWellAgain)
 {
-    EXPECT_EQ(0, inChildProcess([this] {
-        com_kor_dal_nim_log_control.setPath(path);
-        std::cerr.setstate(std::ios_base::badbit);
-        EXPECT_THROW(com_kor_dal_nim_log_control.setStream("STDERR"), system_error);
-        for (int i = 0; i < 2; ++i) {
-            try {
-                NIM_LOG(Severity_ERROR) << "lost";
-                ADD_FAILURE() << "logged";
-            } catch (const system_error& error) {
-                EXPECT_THAT(error.what(),
-                            testing::StartsWith("Unable to write to log output stream \"STDERR\": "));
+    EXPECT_EQ(
+        0, inChildProcess([this] {
+            com_kor_dal_nim_log_control.setPath(path);
+            std::cerr.setstate(std::ios_base::badbit);
+            EXPECT_THROW(com_kor_dal_nim_log_control.setStream("STDERR"), system_error);
+            for (int i = 0; i < 2; ++i) {
+                try {
+                    NIM_LOG(Severity_ERROR) << "lost";
+                    ADD_FAILURE() << "logged";
+                } catch (const system_error& error) {
+                    EXPECT_THAT(error.what(),
+                                testing::StartsWith("Unable to write to log output stream \"STDERR\": "));
+                }
             }
-        }
-        std::cerr.clear();
-        err.take();
-        NIM_LOG(Severity_ERROR) << "next";
-        EXPECT_THAT(err.take(),
-                    testing::ContainsRegex("INFO Write: Log Configuration:\n(\t.*\n)+.* : next\n$"));
-    }));
+            std::cerr.clear();
+            err.take();
+            NIM_LOG(Severity_ERROR) << "next";
+            EXPECT_THAT(err.take(),
+                        testing::ContainsRegex("INFO Write: Log Configuration:\n(\t.*\n)+.* : next\n$"));
+        }));
 }
 
 }

@@ -174,13 +174,13 @@ TEST(SetPath, IsReportedInTheNewFile)
     logger->setPath(folder / "a.log");
     EXPECT_EQ(folder / "a.log", logger->getPath());
     EXPECT_EQ("", logger.taken());
-    EXPECT_THAT(contentOf(folder / "a.log"),
-                EndsWith("\tModuleFilter: *\n" + changed("OutputPath", "\"<user assigned stream>\"",
-                                                         '"' + (folder / "a.log") + '"')));
+    EXPECT_THAT(contentOf(folder / "a.log"), EndsWith("\tModuleFilter: *\n"
+                                                      + changed("OutputPath", "\"<user assigned stream>\"",
+                                                                '"' + (folder / "a.log") + '"')));
     logger->setPath(folder / "b.log");
-    EXPECT_THAT(contentOf(folder / "b.log"),
-                EndsWith("\tModuleFilter: *\n" + changed("OutputPath", '"' + (folder / "a.log") + '"',
-                                                         '"' + (folder / "b.log") + '"')));
+    EXPECT_THAT(contentOf(folder / "b.log"), EndsWith("\tModuleFilter: *\n"
+                                                      + changed("OutputPath", '"' + (folder / "a.log") + '"',
+                                                                '"' + (folder / "b.log") + '"')));
 }
 
 TEST(SetPath, TwiceToOnePathIsOnce)
@@ -206,8 +206,8 @@ TEST(SetPath, OfNothingIsStandardError)
     EXPECT_EQ("\tOutputPath:   \"STDERR\"\n"
               "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
               "\tSeverityMin:  NOTICE\n"
-              "\tModuleFilter: *\n" +
-                  changed("OutputPath", '"' + (folder / "a.log") + '"', "\"\""),
+              "\tModuleFilter: *\n"
+                  + changed("OutputPath", '"' + (folder / "a.log") + '"', "\"\""),
               behindFirstLine(err.taken()));
     EXPECT_EQ("", logger->getPath());
 }
@@ -244,8 +244,8 @@ TEST(SetStream, ByNameIsReportedInTheNewStream)
     Captured out(std::cout);
     Captured err(std::cerr);
     logger->setStream("STDOUT");
-    EXPECT_THAT(out.taken(), EndsWith("\tModuleFilter: *\n" +
-                                      changed("OutputStream", "\"<user assigned stream>\"", "\"STDOUT\"")));
+    EXPECT_THAT(out.taken(), EndsWith("\tModuleFilter: *\n"
+                                      + changed("OutputStream", "\"<user assigned stream>\"", "\"STDOUT\"")));
     logger->setStream("STDOUT");
     EXPECT_EQ("", out.taken());
     logger->setStream("STDERR");

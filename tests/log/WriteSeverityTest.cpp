@@ -64,9 +64,8 @@ TEST(SetSeverity, RefusesWhatIsNone)
               textOf<std::out_of_range>([&] { logger->setSeverity("debug"); }));
     EXPECT_EQ("Unrecognized NIM Log Severity",
               textOf<std::out_of_range>([&] { logger->setSeverityMask("debug", true); }));
-    EXPECT_EQ("Unrecognized NIM Log Severity", textOf<std::out_of_range>([&] {
-                  logger->setSeverityMask(StringColl{"debug"}, true);
-              }));
+    EXPECT_EQ("Unrecognized NIM Log Severity",
+              textOf<std::out_of_range>([&] { logger->setSeverityMask(StringColl{"debug"}, true); }));
     EXPECT_EQ("Unrecognized NIM Log Severity", textOf<std::out_of_range>([&] {
                   logger->setSeverityMask(StringColl{"DEBUG", "error"}, true);
               }));
@@ -173,9 +172,9 @@ TEST(SetSeverityMask, OfSeveralAddsThem)
     logger->setSeverityMask(SeverityColl{log::Severity_ERROR, log::Severity_NOTICE}, true);
     EXPECT_EQ("", logger.taken());
     logger->setSeverityMask(StringColl{"TRACE", "DEBUG", "INFO", "WARNING", "FATAL", "NONE"}, true);
-    EXPECT_EQ(changed("SeverityMask", "0x50 [NOTICE,ERROR]",
-                      "0xfe [TRACE,DEBUG,INFO,NOTICE,WARNING,ERROR,FATAL]"),
-              logger.taken());
+    EXPECT_EQ(
+        changed("SeverityMask", "0x50 [NOTICE,ERROR]", "0xfe [TRACE,DEBUG,INFO,NOTICE,WARNING,ERROR,FATAL]"),
+        logger.taken());
     EXPECT_EQ(log::Severity_TRACE, logger->getSeverity());
 }
 

@@ -94,8 +94,7 @@ std::size_t WriteSpy::admit(std::size_t bytes)
 
 #define INTERPOSED __attribute__((visibility("default")))
 
-extern "C" INTERPOSED
-ssize_t write(int descriptor, const void* bytes, std::size_t count)
+extern "C" INTERPOSED ssize_t write(int descriptor, const void* bytes, std::size_t count)
 {
     logfiletest::WriteSpy* const spy = logfiletest::spyOf(descriptor);
     if (spy == nullptr) {
@@ -104,8 +103,7 @@ ssize_t write(int descriptor, const void* bytes, std::size_t count)
     return logfiletest::spiedWrite(*spy, descriptor, std::string(static_cast<const char*>(bytes), count));
 }
 
-extern "C" INTERPOSED
-ssize_t writev(int descriptor, const iovec* pieces, int count)
+extern "C" INTERPOSED ssize_t writev(int descriptor, const iovec* pieces, int count)
 {
     logfiletest::WriteSpy* const spy = logfiletest::spyOf(descriptor);
     if (spy == nullptr) {

@@ -35,9 +35,9 @@ constexpr char DATE[] =
 /** The line of a stream header, for this process and thread, as a regular expression. */
 String headerLine(const String& severity, const String& message)
 {
-    return String(DATE) + " [^ ]+ log_tests " + std::to_string(::getpid()) + ' ' +
-           std::to_string(::syscall(SYS_gettid)) + " com\\.kor\\.dal\\.nim\\.log\\.internal " + severity +
-           " Write: " + message;
+    return String(DATE) + " [^ ]+ log_tests " + std::to_string(::getpid()) + ' '
+           + std::to_string(::syscall(SYS_gettid)) + " com\\.kor\\.dal\\.nim\\.log\\.internal " + severity
+           + " Write: " + message;
 }
 
 void write(Write& logger, log::Severity severity, const String& text, bool force = false)
@@ -229,15 +229,19 @@ TEST(StreamHeader, StandsAheadOfTheFirstRecordOfEachOutput)
     NIM_LOG(Severity_ERROR) << "second";
     const String text = contentOf(folder / "a.log");
     EXPECT_THAT(firstLine(text), MatchesRegex(headerLine("INFO", "Log Configuration:")));
-    EXPECT_EQ("\tOutputPath:   \"" + (folder / "a.log") + "\"\n"
-              "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
-              "\tSeverityMin:  NOTICE\n"
-              "\tModuleFilter: *\n" +
-                  String(REPORT) + "OutputPath\n"
-              "\told: \"<user assigned stream>\"\n"
-              "\tnew: \"" + (folder / "a.log") + "\"\n"
-              "global ERROR WriteTest.cpp : first\n"
-              "global ERROR WriteTest.cpp : second\n",
+    EXPECT_EQ("\tOutputPath:   \"" + (folder / "a.log")
+                  + "\"\n"
+                    "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
+                    "\tSeverityMin:  NOTICE\n"
+                    "\tModuleFilter: *\n"
+                  + String(REPORT)
+                  + "OutputPath\n"
+                    "\told: \"<user assigned stream>\"\n"
+                    "\tnew: \""
+                  + (folder / "a.log")
+                  + "\"\n"
+                    "global ERROR WriteTest.cpp : first\n"
+                    "global ERROR WriteTest.cpp : second\n",
               behindFirstLine(text));
 }
 
@@ -251,13 +255,14 @@ TEST(StreamHeader, ShowsTheMaskAndTheFilter)
     logger->setModuleFilter("a.*", true);
     logger->setPath(folder / "a.log");
     EXPECT_THAT(behindFirstLine(contentOf(folder / "a.log")),
-                StartsWith("\tOutputPath:   \"" + (folder / "a.log") + "\"\n"
-                           "\tOutputMask:   0x0 [NONE]\n"
-                           "\tSeverityMask: 0x50 [NOTICE,ERROR]\n"
-                           "\tModuleFilter:\n"
-                           "\tb\n"
-                           "\ta.*\n"
-                           " : Changing logging setting: OutputPath\n"));
+                StartsWith("\tOutputPath:   \"" + (folder / "a.log")
+                           + "\"\n"
+                             "\tOutputMask:   0x0 [NONE]\n"
+                             "\tSeverityMask: 0x50 [NOTICE,ERROR]\n"
+                             "\tModuleFilter:\n"
+                             "\tb\n"
+                             "\ta.*\n"
+                             " : Changing logging setting: OutputPath\n"));
 }
 
 TEST(StreamHeader, IgnoresTheOutputMaskAndTheSeverity)
@@ -319,10 +324,11 @@ TEST(StreamHeader, ComesWithAnOpenedFileThatIsAskedFor)
     EXPECT_TRUE(stream->good());
     const String text = contentOf(folder / "missing/deeper/a.log");
     EXPECT_THAT(firstLine(text), MatchesRegex(headerLine("INFO", "Log Configuration:")));
-    EXPECT_EQ("\tOutputPath:   \"" + (folder / "missing/deeper/a.log") + "\"\n"
-              "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
-              "\tSeverityMin:  NOTICE\n"
-              "\tModuleFilter: *\n",
+    EXPECT_EQ("\tOutputPath:   \"" + (folder / "missing/deeper/a.log")
+                  + "\"\n"
+                    "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
+                    "\tSeverityMin:  NOTICE\n"
+                    "\tModuleFilter: *\n",
               behindFirstLine(text));
 }
 
@@ -343,16 +349,19 @@ TEST(StreamHeader, AnOutputThatRefusesItIsLeftForStandardError)
     NIM_LOG(Severity_ERROR) << "text";
     const String text = err.taken();
     EXPECT_THAT(firstLine(text),
-                MatchesRegex(headerLine("ERROR", "Unable to write to log output stream \"" + path +
-                                                 "\": No space left on device; Log Configuration:")));
+                MatchesRegex(headerLine("ERROR", "Unable to write to log output stream \"" + path
+                                                     + "\": No space left on device; Log Configuration:")));
     EXPECT_EQ("\tOutputPath:   \"STDERR\"\n"
               "\tOutputMask:   0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"
               "\tSeverityMin:  NOTICE\n"
-              "\tModuleFilter: *\n" +
-                  String(REPORT) + "OutputPath\n"
-              "\told: \"<user assigned stream>\"\n"
-              "\tnew: \"" + path + "\"\n"
-              "global ERROR WriteTest.cpp : text\n",
+              "\tModuleFilter: *\n"
+                  + String(REPORT)
+                  + "OutputPath\n"
+                    "\told: \"<user assigned stream>\"\n"
+                    "\tnew: \""
+                  + path
+                  + "\"\n"
+                    "global ERROR WriteTest.cpp : text\n",
               behindFirstLine(text));
     EXPECT_EQ("", logger->getPath());
     EXPECT_EQ(&asIos(std::cerr), logger->getStream());
@@ -390,8 +399,8 @@ TEST(StreamHeader, StandardErrorThatRefusesItIsAnError)
             NIM_LOG(Severity_ERROR) << "lost";
             ADD_FAILURE() << "nothing raised";
         } catch (const system_error& exc) {
-            EXPECT_EQ(String("Unable to write to log output stream \"STDERR\": ") +
-                          com::kor::dal::nim::sys::sys_err_string(exc.error()),
+            EXPECT_EQ(String("Unable to write to log output stream \"STDERR\": ")
+                          + com::kor::dal::nim::sys::sys_err_string(exc.error()),
                       exc.what());
         }
     }
@@ -415,8 +424,8 @@ TEST(StreamHeader, AFileAndStandardErrorThatBothRefuseItAreAnErrorOfBoth)
         logger->setPath(path);
         ADD_FAILURE() << "nothing raised";
     } catch (const system_error& exc) {
-        EXPECT_EQ("Unable to write to log output stream \"" + path + "\": " +
-                      com::kor::dal::nim::sys::sys_err_string(exc.error()),
+        EXPECT_EQ("Unable to write to log output stream \"" + path
+                      + "\": " + com::kor::dal::nim::sys::sys_err_string(exc.error()),
                   exc.what());
     }
     std::cerr.clear();

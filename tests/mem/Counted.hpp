@@ -53,8 +53,7 @@ public:
 
 /** Related to Counted by nothing but its root. */
 class Unrelated : public RefCntObject
-{
-};
+{};
 
 /** Refuses to give a count up by an exception as long as it is told to. */
 class Stubborn : public Counted

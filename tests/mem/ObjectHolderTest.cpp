@@ -36,8 +36,8 @@ static_assert(std::is_nothrow_default_constructible_v<ObjectHolder>);
 static_assert(std::is_nothrow_destructible_v<ObjectHolder>);
 static_assert(!std::has_virtual_destructor_v<ObjectHolder>);
 static_assert(!std::is_convertible_v<Object*, ObjectHolder>, "the mode must be said");
-static_assert(std::is_same_v<decltype(std::declval<ObjectHolder&>().assign(nullptr, StorageMode())),
-                             ObjectHolder&>);
+static_assert(
+    std::is_same_v<decltype(std::declval<ObjectHolder&>().assign(nullptr, StorageMode())), ObjectHolder&>);
 static_assert(std::is_convertible_v<ObjectHolder, Object*>);
 static_assert(std::is_convertible_v<const ObjectHolder, const Object*>);
 static_assert(!std::is_convertible_v<const ObjectHolder, Object*>);

@@ -56,11 +56,9 @@ static_assert(std::is_copy_assignable_v<RefCntObject>);
 
 /** Two roots, one object. */
 class Twofold : public virtual type::Object
-{
-};
+{};
 class Both : public Counted, public Twofold
-{
-};
+{};
 static_assert(std::is_convertible_v<Both*, type::Object*>, "an object with two roots is one Object");
 
 TEST(RefCntObject, IsCalledByItsName)
@@ -136,7 +134,8 @@ TEST_P(Counting, NamesTheReleaseInTheTrace)
     const StackTrack track("caller()", 0);
     const system_error error = errorOf([this] { object->releaseRef(); });
     ASSERT_EQ(2U, error.trace().size());
-    EXPECT_THAT(error.trace()[0], MatchesRegex("com\\.kor\\.dal\\.nim\\.mem\\.RefCntObject\\.releaseRef\\(\\):[0-9]+"));
+    EXPECT_THAT(error.trace()[0],
+                MatchesRegex("com\\.kor\\.dal\\.nim\\.mem\\.RefCntObject\\.releaseRef\\(\\):[0-9]+"));
     EXPECT_EQ("caller()", error.trace()[1]);
     delete object;
 }
@@ -174,8 +173,9 @@ TEST_P(Counting, GoesWhenTheCountReachesTheBias)
     EXPECT_EQ(1, destroyed);
 }
 
-INSTANTIATE_TEST_SUITE_P(SafeOrNot, Counting, testing::Bool(),
-                         [](const testing::TestParamInfo<bool>& how) { return how.param ? "ThreadSafe" : "Plain"; });
+INSTANTIATE_TEST_SUITE_P(SafeOrNot, Counting, testing::Bool(), [](const testing::TestParamInfo<bool>& how) {
+    return how.param ? "ThreadSafe" : "Plain";
+});
 
 TEST(RefCntObject, SurvivesAnyReleaseWhenItDoesNotCount)
 {
@@ -355,10 +355,12 @@ TEST(RefCntObject, NamesTheBiasFunctionInTheTrace)
     Counted object;
     const system_error set = errorOf([&] { object.refBias(0U); });
     ASSERT_EQ(1U, set.trace().size());
-    EXPECT_THAT(set.trace()[0], MatchesRegex("com\\.kor\\.dal\\.nim\\.mem\\.RefCntObject\\.refBias\\(\\):[0-9]+"));
+    EXPECT_THAT(set.trace()[0],
+                MatchesRegex("com\\.kor\\.dal\\.nim\\.mem\\.RefCntObject\\.refBias\\(\\):[0-9]+"));
     const system_error adjusted = errorOf([&] { object.adjBias(1); });
     ASSERT_EQ(1U, adjusted.trace().size());
-    EXPECT_THAT(adjusted.trace()[0], MatchesRegex("com\\.kor\\.dal\\.nim\\.mem\\.RefCntObject\\.adjBias\\(\\):[0-9]+"));
+    EXPECT_THAT(adjusted.trace()[0],
+                MatchesRegex("com\\.kor\\.dal\\.nim\\.mem\\.RefCntObject\\.adjBias\\(\\):[0-9]+"));
 }
 
 /** Tells others another count than its own. */

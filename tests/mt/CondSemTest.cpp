@@ -215,8 +215,8 @@ TEST_F(CondSemTest, WaitsASecondAndAHalf)
     const MutexHolder<CondSem> holder(sem.acquire());
     const Clock::time_point end = Clock::now() + Ms(1500);
     // A wake-up without a cause is rare and allowed.
-    while (sem.wait(static_cast<unsigned int>(std::max<Ms::rep>(
-        0, std::chrono::duration_cast<Ms>(end - Clock::now()).count())))) {
+    while (sem.wait(static_cast<unsigned int>(
+        std::max<Ms::rep>(0, std::chrono::duration_cast<Ms>(end - Clock::now()).count())))) {
     }
     EXPECT_GE(Clock::now(), end - Ms(5));
     EXPECT_FALSE(isFree(mutex));

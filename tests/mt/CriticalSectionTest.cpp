@@ -27,7 +27,8 @@ static_assert(!std::is_copy_assignable_v<CriticalSection>);
 static_assert(!std::is_move_constructible_v<CriticalSection>);
 static_assert(!std::is_polymorphic_v<CriticalSection>, "it makes no virtual call");
 static_assert(sizeof(CriticalSection) == sizeof(si_mutex_t), "it embeds its mutex");
-static_assert(std::is_same_v<const CriticalSection&, decltype(std::declval<const CriticalSection&>().acquire())>);
+static_assert(
+    std::is_same_v<const CriticalSection&, decltype(std::declval<const CriticalSection&>().acquire())>);
 static_assert(std::is_same_v<bool, decltype(std::declval<const CriticalSection&>().release(std::nothrow))>);
 static_assert(std::is_same_v<bool, decltype(std::declval<const CriticalSection&>().request())>);
 static_assert(noexcept(std::declval<const CriticalSection&>().release(std::nothrow)));
@@ -174,8 +175,7 @@ TEST_P(EverySection, NamesTheFunctionInTheTrace)
 INSTANTIATE_TEST_SUITE_P(Kinds, EverySection, testing::Values(Kind::DEFAULT, Kind::PLAIN, Kind::RECURSIVE));
 
 class PlainSection : public EverySection
-{
-};
+{};
 
 TEST_P(PlainSection, RefusesItsHolderASecondTime)
 {

@@ -387,8 +387,7 @@ TEST(LockFault, ReaderWriterLocksReportEveryStatus)
 }
 
 class Element : public QueueElement
-{
-};
+{};
 
 TEST(LockFault, QueuesPassTheFailureOfTheirLockOn)
 {

@@ -65,7 +65,8 @@ static_assert(!std::is_assignable_v<Holder&, const Holder&>);
 static_assert(std::is_move_constructible_v<Holder>, "functions return one");
 static_assert(std::is_nothrow_destructible_v<Holder>);
 static_assert(std::is_same_v<const Lock*, decltype(std::declval<Holder&>().release(true))>);
-static_assert(std::is_same_v<const Lock*, decltype(std::declval<Holder&>().reset(std::declval<const Lock&>(), true))>);
+static_assert(
+    std::is_same_v<const Lock*, decltype(std::declval<Holder&>().reset(std::declval<const Lock&>(), true))>);
 
 class MutexHolderTest : public testing::Test
 {
@@ -300,8 +301,8 @@ TEST(MutexHolder, HoldsTheLocksOfTheLibrary)
     const auto areFree = [&] {
         bool free = false;
         std::thread([&] {
-            free = mutex.request() && mutex.release(std::nothrow) && section.request() &&
-                   section.release(std::nothrow);
+            free = mutex.request() && mutex.release(std::nothrow) && section.request()
+                   && section.release(std::nothrow);
         }).join();
         return free;
     };

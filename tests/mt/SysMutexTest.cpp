@@ -55,7 +55,8 @@ TEST(MutexOps, KeepsTheOrderOfItsVirtualFunctions)
     EXPECT_STREQ("MutexOps", MutexOps::CLASS_NAME);
     EXPECT_EQ(2, virtualSlot(&MutexOps::acquire));
     EXPECT_EQ(3, virtualSlot(static_cast<void (MutexOps::*)() const>(&MutexOps::release)));
-    EXPECT_EQ(4, virtualSlot(static_cast<bool (MutexOps::*)(const std::nothrow_t&) const>(&MutexOps::release)));
+    EXPECT_EQ(4,
+              virtualSlot(static_cast<bool (MutexOps::*)(const std::nothrow_t&) const>(&MutexOps::release)));
     EXPECT_EQ(5, virtualSlot(&MutexOps::request));
 }
 
@@ -154,7 +155,8 @@ TEST_F(SysMutexTest, RefusesAReleaseWithoutAnAcquire)
         EXPECT_EQ(1, error.error());
         EXPECT_STREQ("Operation not permitted", error.what());
         ASSERT_EQ(2U, error.trace().size());
-        EXPECT_THAT(error.trace()[0], MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.SysMutex\\.release\\(\\):[0-9]+"));
+        EXPECT_THAT(error.trace()[0],
+                    MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.SysMutex\\.release\\(\\):[0-9]+"));
         EXPECT_EQ("caller()", error.trace()[1]);
     }
     EXPECT_TRUE(isFree(lock));
@@ -186,7 +188,8 @@ TEST_F(SysMutexTest, RefusesItsHolderASecondTime)
         EXPECT_EQ(35, error.error());
         EXPECT_STREQ("Resource deadlock avoided", error.what());
         ASSERT_EQ(1U, error.trace().size());
-        EXPECT_THAT(error.trace()[0], MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.SysMutex\\.acquire\\(\\):[0-9]+"));
+        EXPECT_THAT(error.trace()[0],
+                    MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.SysMutex\\.acquire\\(\\):[0-9]+"));
     }
     lock.release();
     EXPECT_TRUE(isFree(lock));

@@ -97,7 +97,8 @@ protected:
             entered.open();
             gate.pass();
         });
-        const nim::mem::RcoRef<nim::sys::internal::CurrentContext> none(new nim::sys::internal::CurrentContext);
+        const nim::mem::RcoRef<nim::sys::internal::CurrentContext> none(
+            new nim::sys::internal::CurrentContext);
         EXPECT_TRUE(pool.add(*holder, true, none.get()));
         entered.pass();
     }

@@ -210,13 +210,13 @@ TEST(ThreadPool, DropsWhatATaskThrows)
     Work failing([] { throw 42; });
     Task targeted(failing);
     OwnTask next;
-    for (Task* const task : {static_cast<Task*>(&known), static_cast<Task*>(&unknown), &targeted,
-                             static_cast<Task*>(&next)}) {
+    for (Task* const task :
+         {static_cast<Task*>(&known), static_cast<Task*>(&unknown), &targeted, static_cast<Task*>(&next)}) {
         EXPECT_TRUE(pool->add(*task));
     }
     pool->shutdown(true);
-    for (const Task* const task : {static_cast<Task*>(&known), static_cast<Task*>(&unknown), &targeted,
-                                   static_cast<Task*>(&next)}) {
+    for (const Task* const task :
+         {static_cast<Task*>(&known), static_cast<Task*>(&unknown), &targeted, static_cast<Task*>(&next)}) {
         EXPECT_EQ(Task::TSF_FINISHED, task->status());
     }
     EXPECT_EQ("", logger.taken());

@@ -271,8 +271,7 @@ TEST(Thread, IsStartedBeforeItRuns)
     class Witness : public nim::mem::RefCntObject, public nim::type::Cloneable
     {
     public:
-        Witness(const Task& first, const Task& second, bool& starting)
-            : a(first), b(second), seen(starting)
+        Witness(const Task& first, const Task& second, bool& starting) : a(first), b(second), seen(starting)
         {
         }
         ~Witness() noexcept override = default;

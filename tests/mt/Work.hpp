@@ -79,8 +79,7 @@ private:
 class OwnThread : public nim::mt::Thread
 {
 public:
-    explicit OwnThread(Call threadCall, bool joinable = true)
-        : Thread(joinable), call(std::move(threadCall))
+    explicit OwnThread(Call threadCall, bool joinable = true) : Thread(joinable), call(std::move(threadCall))
     {
     }
     OwnThread(const char* name, const char* label) : Thread(true, name, label) {}
@@ -170,8 +169,8 @@ public:
     }
     bool noneHere() const
     {
-        return here(left) == nullptr && here(shared) == nullptr && here(shallow) == nullptr &&
-               here(deep) == nullptr;
+        return here(left) == nullptr && here(shared) == nullptr && here(shallow) == nullptr
+               && here(deep) == nullptr;
     }
 
     const unsigned int left = nim::type::Context::allocateKey(0);

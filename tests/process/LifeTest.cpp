@@ -156,7 +156,7 @@ TEST(ProcessBare, SeesTheEndOfAThreadThatUsesAClosedPlugin)
 TEST(ProcessBare, OpensTheLibraryTwiceAndLeavesNothingBehind)
 {
     const Outcome run({BARE, "dlopen", LIBRARY, "dlclose", LIBRARY, "count", "keys", "count", "threads",
-                   "dlopen", LIBRARY, "dlclose", LIBRARY, "count", "keys", "count", "threads"});
+                       "dlopen", LIBRARY, "dlclose", LIBRARY, "count", "keys", "count", "threads"});
     EXPECT_EQ(0, run.status) << run.errors;
     EXPECT_EQ("", run.errors);
     const Lines counts = linesOf(run.output);

@@ -86,8 +86,7 @@ TEST(Library, TellsWhyItCannotBeLoaded)
     const Load missing("/no/such/library.so");
     EXPECT_EQ(missing.status, 2);
     EXPECT_EQ(missing.handle, nullptr);
-    EXPECT_EQ(missing.text,
-              "/no/such/library.so: cannot open shared object file: No such file or directory");
+    EXPECT_EQ(missing.text, "/no/such/library.so: cannot open shared object file: No such file or directory");
 
     const Scratch scratch;
     const std::string path = scratch.path("garbage.so");

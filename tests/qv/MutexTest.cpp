@@ -18,8 +18,7 @@ qv_err_t onOtherThread(Call call)
 }
 
 class Mutex : public testing::TestWithParam<const char*>
-{
-};
+{};
 
 TEST_P(Mutex, IsHeldByOneThread)
 {
@@ -78,8 +77,7 @@ TEST_P(Mutex, LockWaitsForTheHolder)
 INSTANTIATE_TEST_SUITE_P(Attributes, Mutex, testing::Values(nullptr, "r", "R"));
 
 class PlainMutex : public testing::TestWithParam<const char*>
-{
-};
+{};
 
 TEST_P(PlainMutex, RefusesASecondLockOfOneThread)
 {

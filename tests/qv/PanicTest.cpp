@@ -8,8 +8,7 @@
 namespace {
 
 class PanicDeathTest : public testing::Test
-{
-};
+{};
 
 TEST_F(PanicDeathTest, NamesThePlaceAndAborts)
 {

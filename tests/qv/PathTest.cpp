@@ -46,8 +46,7 @@ TEST(IsDir, FollowsLinks)
 }
 
 class IsDirAsNobody : public qvtest::NeedsRoot
-{
-};
+{};
 
 TEST_F(IsDirAsNobody, TellsThatTheWayIsBarred)
 {
@@ -69,10 +68,7 @@ TEST(IsDir, PassesOtherErrorsOn)
 class RealPath : public testing::Test
 {
 protected:
-    RealPath()
-        : root(std::filesystem::canonical(scratch.path()).string())
-    {
-    }
+    RealPath() : root(std::filesystem::canonical(scratch.path()).string()) {}
 
     const Scratch scratch;
     const std::string root;

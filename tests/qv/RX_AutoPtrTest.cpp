@@ -9,10 +9,16 @@ namespace {
 
 struct Counted
 {
-    Counted() { ++alive; }
+    Counted()
+    {
+        ++alive;
+    }
     Counted(const Counted&) = delete;
     Counted& operator=(const Counted&) = delete;
-    ~Counted() { --alive; }
+    ~Counted()
+    {
+        --alive;
+    }
 
     int value = 7;
 

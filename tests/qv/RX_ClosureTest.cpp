@@ -25,11 +25,26 @@
 
 struct QvTestTarget
 {
-    void count() { ++calls; }
-    void fail() { throw std::runtime_error("target failed"); }
-    void warn() { throw RX_ExWarning(16, "busy"); }
-    void throwNumber() { throw 5; }
-    void pass() { gate.pass(); }
+    void count()
+    {
+        ++calls;
+    }
+    void fail()
+    {
+        throw std::runtime_error("target failed");
+    }
+    void warn()
+    {
+        throw RX_ExWarning(16, "busy");
+    }
+    void throwNumber()
+    {
+        throw 5;
+    }
+    void pass()
+    {
+        gate.pass();
+    }
 
     int calls = 0;
     qvtest::Gate gate;
@@ -51,18 +66,21 @@ template <class T>
 class Holder
 {
 public:
-    explicit Holder(T* closure)
-        : _closure(closure)
-    {
-    }
+    explicit Holder(T* closure) : _closure(closure) {}
     Holder(const Holder&) = delete;
     Holder& operator=(const Holder&) = delete;
     ~Holder()
     {
         _closure->detach();
     }
-    T* operator->() const { return _closure; }
-    T& operator*() const { return *_closure; }
+    T* operator->() const
+    {
+        return _closure;
+    }
+    T& operator*() const
+    {
+        return *_closure;
+    }
 
 private:
     T* _closure;
@@ -108,7 +126,10 @@ TEST(RXClosure, CallsAMemberFunction)
 
 struct ConstTarget
 {
-    int get() const { return ++calls; }
+    int get() const
+    {
+        return ++calls;
+    }
 
     mutable int calls = 0;
 };

@@ -294,8 +294,7 @@ TEST(RXAnalyze, KnowsTheLackOfMemory)
 }
 
 struct Foreign
-{
-};
+{};
 
 TEST(RXAnalyze, NamesTheTypeOfAnythingElse)
 {

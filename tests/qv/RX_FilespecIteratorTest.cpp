@@ -37,7 +37,8 @@ std::vector<std::string> walk(const RX_Filespec& spec, qv_bool_t withDirectory =
 TEST(RX_FilespecIterator, WalksTheNumberedFiles)
 {
     const Scratch scratch;
-    for (const char* const name : {"log", "log.0", "log.5", "log.10", "log.x", "log.", "log.1x", "log.1.2", "xlog.1"}) {
+    for (const char* const name :
+         {"log", "log.0", "log.5", "log.10", "log.x", "log.", "log.1x", "log.1.2", "xlog.1"}) {
         scratch.file(name);
     }
     EXPECT_THAT(walk(specOf(scratch.path("log.<->"))), ElementsAre("log.0", "log.10", "log.5"));

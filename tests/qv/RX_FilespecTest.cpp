@@ -259,7 +259,8 @@ TEST(RX_FilespecRights, TheOwnerOfAFileHasThem)
     EXPECT_EQ(check(file, RX_Filespec::RW), GRANTED);
     EXPECT_EQ(check(file, RX_Filespec::EXECUTE), GRANTED);
     EXPECT_EQ(check(file, RX_Filespec::CREATE), GRANTED);
-    const auto all = static_cast<RX_Filespec::access>(RX_Filespec::RW | RX_Filespec::CREATE | RX_Filespec::EXECUTE);
+    const auto all =
+        static_cast<RX_Filespec::access>(RX_Filespec::RW | RX_Filespec::CREATE | RX_Filespec::EXECUTE);
     EXPECT_EQ(check(file, all), GRANTED);
 }
 
@@ -473,8 +474,9 @@ int checkReadOnly(const Scratch& scratch)
         return 77;
     }
     const bool right = check(file, RX_Filespec::CREATE) == error(30)
-        && check(scratch.path("new"), RX_Filespec::CREATE) == error(30)
-        && check(file, RX_Filespec::WRITE) == error(30) && check(file, RX_Filespec::READ) == GRANTED;
+                       && check(scratch.path("new"), RX_Filespec::CREATE) == error(30)
+                       && check(file, RX_Filespec::WRITE) == error(30)
+                       && check(file, RX_Filespec::READ) == GRANTED;
     return right ? 0 : 1;
 }
 

@@ -17,7 +17,10 @@ struct Labelled
     int number;
     char label;
 
-    bool operator==(const Labelled& other) const { return number == other.number; }
+    bool operator==(const Labelled& other) const
+    {
+        return number == other.number;
+    }
 };
 
 std::size_t RX_hash(const Labelled& key)
@@ -30,7 +33,10 @@ struct Colliding
 {
     int number;
 
-    bool operator==(const Colliding& other) const { return number == other.number; }
+    bool operator==(const Colliding& other) const
+    {
+        return number == other.number;
+    }
 };
 
 std::size_t RX_hash(const Colliding&)
@@ -158,10 +164,19 @@ TEST(RX_HashSet, BehavesLikeAnOrderedSet)
                 model.clear();
             }
             break;
-        case 1: case 2: case 3: case 4: case 5: case 6:
+        case 1:
+        case 2:
+        case 3:
+        case 4:
+        case 5:
+        case 6:
             ASSERT_EQ(set.add(rxKey), model.insert(key).second ? 1 : 0);
             break;
-        case 7: case 8: case 9: case 10: case 11:
+        case 7:
+        case 8:
+        case 9:
+        case 10:
+        case 11:
             ASSERT_EQ(set.remove(rxKey), model.erase(key) == 1 ? 1 : 0);
             break;
         default:

@@ -76,8 +76,7 @@ TEST(RXMutex, RaisesWhenItIsDestroyedWhileLocked)
 TEST(RXMutex, RaisesWhenADerivedOneIsDestroyedWhileLocked)
 {
     struct Derived : RX_Mutex
-    {
-    };
+    {};
     EXPECT_EQ(codeOf([] {
                   Derived* const derived = new Derived;
                   derived->lock();

@@ -25,10 +25,7 @@ constexpr char REPORT[] = "qv: a counted object is destroyed while there are ref
 class Counted : public RX_RefCounted_PRIVATE_
 {
 public:
-    explicit Counted(bool& isGone)
-        : _isGone(isGone)
-    {
-    }
+    explicit Counted(bool& isGone) : _isGone(isGone) {}
     ~Counted() noexcept(false) override
     {
         _isGone = true;
@@ -141,8 +138,7 @@ TEST(RXLockable, IsCountedAndCanBeLocked)
 }
 
 class Monitor : public RX_Monitor
-{
-};
+{};
 
 TEST(RXMonitor, GoesByDetach)
 {

@@ -21,8 +21,7 @@ using qvtest::Gate;
 static_assert(std::is_base_of_v<RX_Lockable, RX_ServerQueue>);
 
 class ServerQueue : public qvtest::ServerQueueFixture
-{
-};
+{};
 
 TEST_F(ServerQueue, IsOpenAndEmptyAtFirst)
 {

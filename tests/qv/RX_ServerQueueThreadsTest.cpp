@@ -27,8 +27,7 @@ using qvtest::Caller;
 using qvtest::Gate;
 
 class ServerQueueThreads : public qvtest::ServerQueueFixture
-{
-};
+{};
 
 TEST_F(ServerQueueThreads, AddsThreads)
 {

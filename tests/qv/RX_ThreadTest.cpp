@@ -25,10 +25,7 @@ using qvtest::Gate;
 class Call : public RX_Closure
 {
 public:
-    Call(Gate& gone, void (*function)())
-        : _gone(gone), _function(function)
-    {
-    }
+    Call(Gate& gone, void (*function)()) : _gone(gone), _function(function) {}
     ~Call() noexcept(false) override
     {
         _gone.open();

@@ -250,7 +250,7 @@ bool matchesByTrying(const std::vector<std::string>& pattern, std::size_t place,
         return false;
     }
     const bool taken = token == "?" || token[0] == *text || (token == "[!a]" && *text != 'a')
-        || (token == "[a1]" && (*text == 'a' || *text == '1'));
+                       || (token == "[a1]" && (*text == 'a' || *text == '1'));
     return taken && matchesByTrying(pattern, place + 1, text + 1);
 }
 

@@ -34,9 +34,15 @@ public:
         std::filesystem::remove_all(_path, ignored);
     }
 
-    const std::string& path() const { return _path; }
+    const std::string& path() const
+    {
+        return _path;
+    }
 
-    std::string path(const std::string& name) const { return _path + "/" + name; }
+    std::string path(const std::string& name) const
+    {
+        return _path + "/" + name;
+    }
 
     std::string file(const std::string& name, mode_t mode = 0644) const
     {
@@ -72,10 +78,16 @@ private:
 class AsNobody
 {
 public:
-    AsNobody() { become(65534); }
+    AsNobody()
+    {
+        become(65534);
+    }
     AsNobody(const AsNobody&) = delete;
     AsNobody& operator=(const AsNobody&) = delete;
-    ~AsNobody() { become(0); }
+    ~AsNobody()
+    {
+        become(0);
+    }
 
 private:
     static void become(uid_t user)

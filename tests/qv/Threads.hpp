@@ -60,9 +60,15 @@ public:
         join();
     }
 
-    pid_t tid() const { return _tid; }
+    pid_t tid() const
+    {
+        return _tid;
+    }
 
-    bool hasEnded() const { return _hasEnded; }
+    bool hasEnded() const
+    {
+        return _hasEnded;
+    }
 
     /**
      * Returns when the thread sleeps in the kernel and goes on sleeping, as it does in the wait that the

@@ -145,9 +145,7 @@ TEST(NanoSleep, RefusesWhatIsNoInterval)
     EXPECT_EQ(qv_si_nanosleep(&negative, &remaining), 22);
 }
 
-void ignoreSignal(int)
-{
-}
+void ignoreSignal(int) {}
 
 TEST(NanoSleep, IsEndedByASignalAndTellsWhatIsLeft)
 {

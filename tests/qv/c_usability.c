@@ -7,11 +7,11 @@
 /** 0, or the line of the first check that does not hold. */
 int qv_test_from_c(void);
 
-#define CHECK(condition)                                                                                 \
-    do {                                                                                                 \
-        if (!(condition)) {                                                                              \
-            return __LINE__;                                                                             \
-        }                                                                                                \
+#define CHECK(condition)                                                                                     \
+    do {                                                                                                     \
+        if (!(condition)) {                                                                                  \
+            return __LINE__;                                                                                 \
+        }                                                                                                    \
     } while (0)
 
 _Static_assert(sizeof(qv_err_t) == 4 && sizeof(qv_bool_t) == 4, "32 bits");

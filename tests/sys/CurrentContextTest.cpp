@@ -131,8 +131,8 @@ TEST(CurrentContext, StandsInTheStateOfItsThread)
 void* lookOnForeignThread(void* good)
 {
     const ContainerContextRef current = ContainerContext::current();
-    *static_cast<bool*>(good) = !!current && isEmpty(*current) && current->refCount() == 2 &&
-                                current == ThreadState::current().contextRef.get();
+    *static_cast<bool*>(good) = !!current && isEmpty(*current) && current->refCount() == 2
+                                && current == ThreadState::current().contextRef.get();
     return nullptr;
 }
 
@@ -175,8 +175,8 @@ TEST(CurrentContext, GoesWithAThreadThatIsEndedInTheMiddle)
     ASSERT_EQ(0, pthread_create(
                      &thread, nullptr,
                      [](void* count) -> void* {
-                         ContainerContext::current()->add(
-                             item([count] { ++*static_cast<int*>(count); }), STAYS);
+                         ContainerContext::current()->add(item([count] { ++*static_cast<int*>(count); }),
+                                                          STAYS);
                          pthread_exit(nullptr);
                      },
                      &gone));
@@ -196,8 +196,8 @@ TEST(CurrentContext, LetsItsContentUseTheLibraryAtTheEndOfTheThread)
         first->mode = 0x55;
         ContainerContext::current()->add(item([&] {
                                              const ContainerContextRef now = ContainerContext::current();
-                                             fresh = isEmpty(*now) && ThreadState::current().mode == 1 &&
-                                                     ThreadState::current().where.empty();
+                                             fresh = isEmpty(*now) && ThreadState::current().mode == 1
+                                                     && ThreadState::current().where.empty();
                                              secure = !!SecurityContext::current();
                                              const StackTrack track("farewell()", 0);
                                              trace = StackTrace().trace();

@@ -284,7 +284,8 @@ TEST(DynLibraryLog, KnowsAPluginsModuleForAsLongAsItIsLoaded)
     }
     EXPECT_FALSE(isMapped(LOGGING));
     EXPECT_EQ("dyn.logging NOTICE logging.cpp : going\n"
-              "com.kor.dal.nim INFO DynLibrary : Unloaded dynamic library \"" + LOGGING + "\"\n",
+              "com.kor.dal.nim INFO DynLibrary : Unloaded dynamic library \""
+                  + LOGGING + "\"\n",
               logger.taken());
     EXPECT_EQ(0, names());
     DynLibrary::load(LOGGING);

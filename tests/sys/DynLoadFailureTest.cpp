@@ -38,9 +38,9 @@ TEST(DynLoadFailure, TellsOfANameThatIsNotOnTheSearchPath)
 
 TEST(DynLoadFailure, HasATraceOfTheCall)
 {
-    EXPECT_EQ((StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.image()",
-                            "com.kor.dal.nim.sys.DynLibrary.load()"}),
-              functionsOf(load("/no/such/library.so").trace));
+    EXPECT_EQ(
+        (StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.image()", "com.kor.dal.nim.sys.DynLibrary.load()"}),
+        functionsOf(load("/no/such/library.so").trace));
 }
 
 TEST(DynLoadFailure, TellsOfAFileThatIsNoLibrary)
@@ -96,15 +96,15 @@ TEST(DynLoadFailure, TellsOfALibraryThatIsNeededAndNotThere)
     support::writeFile(file, content);
     const Failure failure = load(file);
     EXPECT_EQ(2, failure.error);
-    EXPECT_EQ("Unable to load \"" + file + "\": No such file or directory, "
-              "libdyn_gone.so: cannot open shared object file: No such file or directory)",
+    EXPECT_EQ("Unable to load \"" + file
+                  + "\": No such file or directory, "
+                    "libdyn_gone.so: cannot open shared object file: No such file or directory)",
               failure.text);
     EXPECT_FALSE(isMapped(file));
 }
 
 class DynLoadDenied : public qvtest::NeedsRoot
-{
-};
+{};
 
 TEST_F(DynLoadDenied, TellsOfAFileThatMayNotBeRead)
 {

@@ -109,7 +109,8 @@ TEST(ErrorText, OfWhiteSpaceAloneIsEmpty)
 
 TEST(ErrorText, LosesWhiteSpaceThatTheCutLaysBare)
 {
-    EXPECT_EQ(letters(1000), (Given(letters(1000) + std::string(500, ' ') + letters(500)), sys_err_string(2)));
+    EXPECT_EQ(letters(1000),
+              (Given(letters(1000) + std::string(500, ' ') + letters(500)), sys_err_string(2)));
     EXPECT_EQ(letters(1022), (Given(letters(1022) + " yyyy"), sys_err_string(2)));
     EXPECT_EQ(letters(1023), (Given(letters(1023) + "    "), sys_err_string(2)));
     EXPECT_EQ(letters(1000), (Given(letters(1000) + std::string(23, ' ')), sys_err_string(2)));

@@ -165,7 +165,8 @@ TEST(StackTrack, KeepsManyThreadsApart)
                 const StackTrack outer("outer()", static_cast<unsigned int>(t) + 1);
                 const StackTrack inner("inner()", i);
                 const StringVector labels = StackTrace().trace();
-                if (labels == StringVector{"inner():" + std::to_string(i), "outer():" + std::to_string(t + 1)}) {
+                if (labels
+                    == StringVector{"inner():" + std::to_string(i), "outer():" + std::to_string(t + 1)}) {
                     ++good[t];
                 }
             }

@@ -177,7 +177,7 @@ STAND_IN int getnameinfo(const sockaddr* address, socklen_t address_size, char* 
     }
     typedef int (*Function)(const sockaddr*, socklen_t, char*, socklen_t, char*, socklen_t, int);
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getnameinfo"))(address, address_size, host, host_size,
-                                                                     service, service_size, flags);
+                                                                       service, service_size, flags);
 }
 
 namespace {

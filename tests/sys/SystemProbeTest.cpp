@@ -128,10 +128,10 @@ TEST(SystemProbe, AddressesComeInTheListsOrderWithoutThoseThatFail)
                               "name of family 250, 1025 bytes, no service, flags 1\n"
                               "name of family 10, 1025 bytes, no service, flags 1\n"
                               "name of family 2, 1025 bytes, no service, flags 1\n";
-    EXPECT_EQ("asked for myhost, no service, family 0, type 1, protocol 0, flags 0\n" + names +
-                  "[192.0.2.1]\n[2001:db8::1]\n[192.0.2.1]\n"
-                  "asked for myhost, no service, family 10, type 1, protocol 0, flags 0\n" +
-                  names + "freed 2 times\n",
+    EXPECT_EQ("asked for myhost, no service, family 0, type 1, protocol 0, flags 0\n" + names
+                  + "[192.0.2.1]\n[2001:db8::1]\n[192.0.2.1]\n"
+                    "asked for myhost, no service, family 10, type 1, protocol 0, flags 0\n"
+                  + names + "freed 2 times\n",
               probe({"addresses"}, {{"PROBE_HOST_NAME", "MyHost"}}));
 }
 
@@ -252,13 +252,13 @@ std::string path_told(const std::string& directory, const std::string& name, con
 
 std::string failure_told(const std::string& name)
 {
-    return "2 Cannot determine directory of process " + name +
-           ". Do ONE of the following: (1) start process with absolute path. (2) run process from "
-           "current dir (assuming no 'chdir' has occurred). (3) add process relative directory to PATH "
-           "variable if it can be found relative to current directory. (4) add process absolute "
-           "directory to PATH variable. \n"
-           "com.kor.dal.nim.sys.ProcessPath.raise():\n"
-           "[]\n[]\n[]\nread 1 links\n";
+    return "2 Cannot determine directory of process " + name
+           + ". Do ONE of the following: (1) start process with absolute path. (2) run process from "
+             "current dir (assuming no 'chdir' has occurred). (3) add process relative directory to PATH "
+             "variable if it can be found relative to current directory. (4) add process absolute "
+             "directory to PATH variable. \n"
+             "com.kor.dal.nim.sys.ProcessPath.raise():\n"
+             "[]\n[]\n[]\nread 1 links\n";
 }
 
 TEST_F(ProcessPathProbe, IsTheSameHoweverTheProgramIsStarted)
@@ -336,8 +336,11 @@ TEST_F(ProcessPathProbe, IsSoughtAlongPwdWhenTheCurrentDirectoryIsGone)
                              "\"$PROBE\" path"};
     make_dir("gone");
     start.directory = in("gone");
-    start.environment = {{"PWD_TO_REMOVE", in("gone")}, {"GIVEN", in("bin")}, {"PATH", "/bin:/usr/bin"},
-                         {"PROBE", DALNIM_SYSTEM_PROBE}, {"PROBE_EXE", "prog"}};
+    start.environment = {{"PWD_TO_REMOVE", in("gone")},
+                         {"GIVEN", in("bin")},
+                         {"PATH", "/bin:/usr/bin"},
+                         {"PROBE", DALNIM_SYSTEM_PROBE},
+                         {"PROBE_EXE", "prog"}};
     EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), run(start));
 }
 

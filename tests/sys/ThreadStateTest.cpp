@@ -46,8 +46,8 @@ static_assert(std::is_same_v<StackTrackState, decltype(ThreadState::where)>);
 
 bool isFresh(const ThreadState& state)
 {
-    return state.tid == gettid() && state.mode == 1 && state.task == nullptr && state.thrd == nullptr &&
-           state.pool == nullptr && state.lock == nullptr && state.where.empty();
+    return state.tid == gettid() && state.mode == 1 && state.task == nullptr && state.thrd == nullptr
+           && state.pool == nullptr && state.lock == nullptr && state.where.empty();
 }
 
 /** Lets `count` threads begin at once. */
@@ -211,8 +211,8 @@ int statusOfChild(pid_t child)
 
 bool childKnowsItself()
 {
-    return ThreadState::current().tid == getpid() && ThreadState::current().tid == gettid() &&
-           System::threadId() == getpid() && System::procId() == getpid();
+    return ThreadState::current().tid == getpid() && ThreadState::current().tid == gettid()
+           && System::threadId() == getpid() && System::procId() == getpid();
 }
 
 TEST(ThreadStateFork, GivesTheChildItsOwnNumber)
@@ -279,8 +279,8 @@ TEST(ThreadStateFork, LeavesTheChildTheRestOfTheState)
     const pid_t child = fork();
     ASSERT_NE(-1, child);
     if (child == 0) {
-        _exit(&ThreadState::current() == &state && state.mode == 9 &&
-                      StackTrace().trace() == StringVector{"forking()"}
+        _exit(&ThreadState::current() == &state && state.mode == 9
+                      && StackTrace().trace() == StringVector{"forking()"}
                   ? 0
                   : 1);
     }

@@ -45,8 +45,8 @@ TEST(UniqueID, AChildGoesOnInTheSeriesOfItsParent)
     const pid_t child = fork();
     ASSERT_NE(-1, child);
     if (child == 0) {
-        const bool goes_on = UniqueID::nextUid32() == static_cast<std::uint32_t>(before32 + 1) &&
-                             UniqueID::nextUid64() == before64 + 1;
+        const bool goes_on = UniqueID::nextUid32() == static_cast<std::uint32_t>(before32 + 1)
+                             && UniqueID::nextUid64() == before64 + 1;
         _exit(goes_on ? 0 : 1);
     }
     int status = -1;

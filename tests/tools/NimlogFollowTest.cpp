@@ -194,8 +194,7 @@ TEST_F(NimlogFollowTest, TellsOfAFileThatWasRemoved)
     support::writeFile(path + ".new", "INFO : second\n");
     std::filesystem::rename(path + ".new", path);
     ASSERT_TRUE(showsLast("INFO : second\n"));
-    expectShown("INFO : first\nINFO : second\n",
-                "nimlog: " + path + REMOVED);
+    expectShown("INFO : first\nINFO : second\n", "nimlog: " + path + REMOVED);
 }
 
 TEST_F(NimlogFollowTest, RepeatsNoOldFileWhenTheLiveOneIsReplaced)
@@ -207,8 +206,7 @@ TEST_F(NimlogFollowTest, RepeatsNoOldFileWhenTheLiveOneIsReplaced)
     std::filesystem::remove(path);
     append("INFO : second\n");
     ASSERT_TRUE(showsLast("INFO : second\n"));
-    expectShown("INFO : old\nINFO : first\nINFO : second\n",
-                "nimlog: " + path + REMOVED);
+    expectShown("INFO : old\nINFO : first\nINFO : second\n", "nimlog: " + path + REMOVED);
 }
 
 TEST_F(NimlogFollowTest, BeginsAgainInAFileThatWasCut)

@@ -121,8 +121,8 @@ TEST_F(NimlogTest, EndsALastLineThatHasNoNewline)
 {
     write("app.log.0", "net FATAL : no newline");
     write("app.log", "net FATAL : second");
-    expectResult(run("--mask MODULENAME,SEVERITY app.log"), 0,
-                 "net FATAL : no newline\nnet FATAL : second\n", "");
+    expectResult(run("--mask MODULENAME,SEVERITY app.log"), 0, "net FATAL : no newline\nnet FATAL : second\n",
+                 "");
 }
 
 TEST_F(NimlogTest, ShowsJson)
@@ -173,8 +173,7 @@ TEST_F(NimlogTest, FiltersByTimeWhereverItsZone)
     expectResult(run("app.log --since 2026-11-14T16:00"), 0, "", "");
     expectResult(run("app.log --until 2026-11-14T15:05:20"), 0, WARNING, "");
     expectResult(run("app.log --until 2026-11-14"), 0, "", "");
-    expectResult(run("app.log --since 2026-11-14 --until 2026-11-15"), 0, std::string(WARNING) + ERROR,
-                 "");
+    expectResult(run("app.log --since 2026-11-14 --until 2026-11-15"), 0, std::string(WARNING) + ERROR, "");
 }
 
 TEST_F(NimlogTest, CountsByWhatIsAsked)

@@ -124,7 +124,9 @@ TEST(CompositeString, NextLeavesTheDelimiterAloneWhenNothingWasLeft)
 
 TEST(CompositeString, ADelimiterAbove127ArrivesAsThatByte)
 {
-    CompositeString text("a\xff" "b", "\xff");
+    CompositeString text("a\xff"
+                         "b",
+                         "\xff");
     SInt8_t dlm = 0;
     EXPECT_EQ("a", text.next(dlm));
     EXPECT_EQ(-1, dlm);

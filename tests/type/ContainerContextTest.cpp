@@ -411,14 +411,15 @@ TEST(ContainerContextClear, LeavesWhatAnEntryFilesWhileItGoes)
 void addFailing(Bag& bag, int* living)
 {
     for (const unsigned int key : {0x401U, 0x402U, 0x403U}) {
-        bag.add(RefCntObjectRef(new Item(living, [key] {
-                    if (key == 0x402) {
-                        throw std::runtime_error("failed to go");
-                    }
-                    if (key == 0x403) {
-                        throw 7;
-                    }
-                })),
+        bag.add(RefCntObjectRef(new Item(living,
+                                         [key] {
+                                             if (key == 0x402) {
+                                                 throw std::runtime_error("failed to go");
+                                             }
+                                             if (key == 0x403) {
+                                                 throw 7;
+                                             }
+                                         })),
                 key);
     }
     bag.add(item(living), 0x404);

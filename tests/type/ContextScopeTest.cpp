@@ -40,8 +40,8 @@ struct Call
 
     bool operator==(const Call& other) const
     {
-        return operation == other.operation && target == other.target && key == other.key &&
-               param == other.param;
+        return operation == other.operation && target == other.target && key == other.key
+               && param == other.param;
     }
 };
 std::vector<Call> calls;
@@ -247,9 +247,8 @@ TEST_F(ContextScopeTest, CleansUpBeforeItIsSetAnew)
 {
     ContextScope scope(make, unmake, STAYS, 1, bag);
     EXPECT_EQ(&scope, &scope.set(make, unmake, SHARED, 2, other));
-    EXPECT_EQ((std::vector<Call>{{'m', bag.get(), STAYS, 1},
-                                 {'u', bag.get(), STAYS, 1},
-                                 {'m', other.get(), SHARED, 2}}),
+    EXPECT_EQ((std::vector<Call>{
+                  {'m', bag.get(), STAYS, 1}, {'u', bag.get(), STAYS, 1}, {'m', other.get(), SHARED, 2}}),
               calls);
     EXPECT_TRUE(scope.active());
     EXPECT_FALSE(isFiled());

@@ -120,8 +120,8 @@ std::string disagreementOn(const Expected<T>& expected, const std::string& text,
         return same(result, before) ? "" : "the result was changed";
     }
     if (!same(result, expected.value) || !same(returned, expected.value)) {
-        return std::to_string(result) + " returned as " + std::to_string(returned) + " and not " +
-               std::to_string(expected.value);
+        return std::to_string(result) + " returned as " + std::to_string(returned) + " and not "
+               + std::to_string(expected.value);
     }
     return "";
 }

@@ -35,8 +35,7 @@ private:
 };
 
 class Right : public virtual Object
-{
-};
+{};
 
 class Both : public Left, public Right
 {
@@ -51,7 +50,8 @@ static_assert(std::is_copy_assignable_v<Both>);
 TEST(Object, IsOneInAnObjectOfSeveralRoots)
 {
     Both both;
-    EXPECT_EQ(static_cast<Object*>(static_cast<Left*>(&both)), static_cast<Object*>(static_cast<Right*>(&both)));
+    EXPECT_EQ(static_cast<Object*>(static_cast<Left*>(&both)),
+              static_cast<Object*>(static_cast<Right*>(&both)));
 }
 
 TEST(Object, EndsTheWholeObject)

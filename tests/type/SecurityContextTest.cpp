@@ -36,8 +36,8 @@ static_assert(!std::is_default_constructible_v<SecurityContext>, "opCreate() alo
 static_assert(!std::is_copy_constructible_v<SecurityContext> && !std::is_copy_assignable_v<SecurityContext>);
 static_assert(!std::is_destructible_v<SecurityContext>, "it goes by its count only");
 static_assert(std::is_same_v<decltype(&SecurityContext::opCreate), ContextScope::Operation>);
-static_assert(std::is_same_v<decltype(std::declval<const SecurityContext&>().token()),
-                             const ConstSecurityTokenRef&>);
+static_assert(
+    std::is_same_v<decltype(std::declval<const SecurityContext&>().token()), const ConstSecurityTokenRef&>);
 
 class Flow : public Runnable
 {
@@ -54,8 +54,7 @@ private:
 
 SecurityContextRef created()
 {
-    const RefCntObjectRef made =
-        SecurityContext::opCreate(ContainerContextRef(), SecurityContext::KEY, 0);
+    const RefCntObjectRef made = SecurityContext::opCreate(ContainerContextRef(), SecurityContext::KEY, 0);
     return SecurityContextRef(dynamic_cast<SecurityContext*>(const_cast<RefCntObject*>(made.get())));
 }
 
@@ -145,8 +144,9 @@ TEST(SecurityContext, IsFoundByTheThreadsOfItsFlow)
     EXPECT_EQ(mine.get(), seen);
     EXPECT_EQ(mine->token().get(), token);
     EXPECT_EQ(2U, mine->refCount());
-    std::thread([] { EXPECT_TRUE(!SecurityContext::current()) << "the library did not start this one"; })
-        .join();
+    std::thread([] {
+        EXPECT_TRUE(!SecurityContext::current()) << "the library did not start this one";
+    }).join();
 }
 
 TEST(SecurityContext, OutlivesItsScopeWhereItIsShared)

@@ -141,7 +141,9 @@ TEST(StringOpsReplaceChar, ArrayUpToItsEnd)
 {
     char text[] = "aXbX\0X";
     EXPECT_EQ(text, StringOps::replace(text, 'X', '\xff'));
-    EXPECT_EQ(0, std::memcmp("a\xff" "b\xff\0X", text, sizeof text));
+    EXPECT_EQ(0, std::memcmp("a\xff"
+                             "b\xff\0X",
+                             text, sizeof text));
 
     char unchanged[] = "ab";
     EXPECT_EQ(unchanged, StringOps::replace(unchanged, '\0', 'c'));
@@ -178,7 +180,13 @@ TEST(StringOpsReplace, WholeEndsAndOverlaps)
     EXPECT_EQ("xabc_ab", replaced("ab_abc_ab", "ab_", "x"));
     EXPECT_EQ("-b-", replaced("aba", "a", "-"));
     EXPECT_EQ("xa", replaced("aaa", "aa", "x"));
-    EXPECT_EQ(String("1\0" "2", 3), replaced(String("1\0\0" "2", 4), String("\0\0", 2), String("\0", 1)));
+    EXPECT_EQ(String("1\0"
+                     "2",
+                     3),
+              replaced(String("1\0\0"
+                              "2",
+                              4),
+                       String("\0\0", 2), String("\0", 1)));
 }
 
 TEST(StringOpsReplace, ArgumentsThatAreTheTarget)

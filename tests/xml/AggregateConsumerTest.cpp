@@ -28,7 +28,8 @@ protected:
     AggregateConsumerTest()
         : aggregate(new AggregateConsumer), a(new Listener("A", lines)), b(new Listener("B", lines)),
           consumer(aggregate), parser(consumer)
-    {}
+    {
+    }
 
     std::vector<std::string> lines;
     AggregateConsumerRef aggregate;

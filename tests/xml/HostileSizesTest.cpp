@@ -55,8 +55,8 @@ public:
     std::size_t valueLength = 0;
 
 private:
-    static int count(PDS_PARSE_H, pds_parse_cb_type_e type, void* context, void*, char* tag, char*, char* data,
-                     std::size_t entries, char** attributes)
+    static int count(PDS_PARSE_H, pds_parse_cb_type_e type, void* context, void*, char* tag, char*,
+                     char* data, std::size_t entries, char** attributes)
     {
         auto& self = *static_cast<CountingParser*>(context);
         ++self.events[type];
@@ -138,7 +138,7 @@ struct Single
     const char* open;
     const char* close;
     /** What of the event is to be as long. */
-    std::size_t CountingParser::* length;
+    std::size_t CountingParser::*length;
 };
 
 void PrintTo(const Single& single, std::ostream* os)
@@ -147,8 +147,7 @@ void PrintTo(const Single& single, std::ostream* os)
 }
 
 class HostileSingle : public testing::TestWithParam<Single>
-{
-};
+{};
 
 TEST_P(HostileSingle, MayFillTheDocument)
 {
@@ -171,17 +170,17 @@ TEST_P(HostileSingle, MayFillTheDocument)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    All, HostileSingle,
-    testing::Values(Single{"Text", "<a>", "</a>", &CountingParser::dataLength},
-                    Single{"CData", "<a><![CDATA[", "]]></a>", &CountingParser::dataLength},
-                    Single{"Value", "<a b=\"", "\"/>", &CountingParser::valueLength},
-                    Single{"AttributeName", "<a ", "=\"\"/>", nullptr},
-                    Single{"Element", "<", "/>", &CountingParser::tagLength},
-                    Single{"Comment", "<a><!--", "--></a>", nullptr},
-                    Single{"Instruction", "<?", "?><a/>", nullptr},
-                    Single{"DocType", "<!DOCTYPE ", "><a/>", nullptr}),
-    [](const auto& tested) { return std::string(tested.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, HostileSingle,
+                         testing::Values(Single{"Text", "<a>", "</a>", &CountingParser::dataLength},
+                                         Single{"CData", "<a><![CDATA[", "]]></a>",
+                                                &CountingParser::dataLength},
+                                         Single{"Value", "<a b=\"", "\"/>", &CountingParser::valueLength},
+                                         Single{"AttributeName", "<a ", "=\"\"/>", nullptr},
+                                         Single{"Element", "<", "/>", &CountingParser::tagLength},
+                                         Single{"Comment", "<a><!--", "--></a>", nullptr},
+                                         Single{"Instruction", "<?", "?><a/>", nullptr},
+                                         Single{"DocType", "<!DOCTYPE ", "><a/>", nullptr}),
+                         [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST(HostileSizes, LevelsTakeNoStack)
 {
@@ -234,8 +233,7 @@ void PrintTo(const Repetition& document, std::ostream* os)
 }
 
 class HostileRepetition : public testing::TestWithParam<Repetition>
-{
-};
+{};
 
 TEST_P(HostileRepetition, TakesLinearTime)
 {
@@ -250,16 +248,17 @@ TEST_P(HostileRepetition, TakesLinearTime)
     EXPECT_LT(time(FACTOR * few), 3 * FACTOR * time(few) + 0.01);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, HostileRepetition,
-                         testing::Values(Repetition{"", "<a>", ""}, Repetition{"<r>", "</a>", ""},
-                                         Repetition{"<a>", "<!--", ""}, Repetition{"<a><!--", "--", ""},
-                                         Repetition{"<a><!", "]]", ""}, Repetition{"<a>", "<?", ""},
-                                         Repetition{"<a><?", "??", ""}, Repetition{"<a>", "<!DOCTYPE ", ""},
-                                         Repetition{"<!DOCTYPE ", "<>", ""}, Repetition{"<a>", "&#1;", "</a>"},
-                                         Repetition{"<a>&#", "1", ";</a>"}, Repetition{"<a>", "&amp;<b/>", "</a>"},
-                                         Repetition{"<a>", "<b>", "</b></a>"}, Repetition{"<a b='", "\n", "'/>"},
-                                         Repetition{"<a b='", "&lt;", "'/>"}, Repetition{"<a ", "b", ""},
-                                         Repetition{"<a>", "<b c=''/>", "</a>"}, Repetition{"<a>", " ", "</a>"},
-                                         Repetition{"", "<?x?><!-- -->", ""}, Repetition{"</", "a", ""}));
+INSTANTIATE_TEST_SUITE_P(
+    All, HostileRepetition,
+    testing::Values(Repetition{"", "<a>", ""}, Repetition{"<r>", "</a>", ""}, Repetition{"<a>", "<!--", ""},
+                    Repetition{"<a><!--", "--", ""}, Repetition{"<a><!", "]]", ""},
+                    Repetition{"<a>", "<?", ""}, Repetition{"<a><?", "??", ""},
+                    Repetition{"<a>", "<!DOCTYPE ", ""}, Repetition{"<!DOCTYPE ", "<>", ""},
+                    Repetition{"<a>", "&#1;", "</a>"}, Repetition{"<a>&#", "1", ";</a>"},
+                    Repetition{"<a>", "&amp;<b/>", "</a>"}, Repetition{"<a>", "<b>", "</b></a>"},
+                    Repetition{"<a b='", "\n", "'/>"}, Repetition{"<a b='", "&lt;", "'/>"},
+                    Repetition{"<a ", "b", ""}, Repetition{"<a>", "<b c=''/>", "</a>"},
+                    Repetition{"<a>", " ", "</a>"}, Repetition{"", "<?x?><!-- -->", ""},
+                    Repetition{"</", "a", ""}));
 
 }

@@ -16,7 +16,8 @@ public:
     explicit Listener(std::string listenerName = "") : lines(&own), name(std::move(listenerName)) {}
     Listener(std::string listenerName, std::vector<std::string>& shared)
         : lines(&shared), name(std::move(listenerName))
-    {}
+    {
+    }
 
     bool elementBegin(const com::kor::dal::nim::String& tag, const com::kor::dal::nim::String& fullTag,
                       const com::kor::dal::nim::xml::Attributes& attrs) override

@@ -23,8 +23,8 @@ Filter::Filter(const Options& given, RecordSink& nextSink) : options(given), nex
 {
     for (const std::string& pattern : options.modules) {
         try {
-            patterns.push_back(std::make_unique<RX_Wildcard>(StringOps::convNIMStrToRXString(pattern),
-                                                             RX_Wildcard::WILD));
+            patterns.push_back(
+                std::make_unique<RX_Wildcard>(StringOps::convNIMStrToRXString(pattern), RX_Wildcard::WILD));
         } catch (const RX_Exception&) {
             throw nimtools::UsageError("\"" + pattern + "\" is no pattern for modules");
         }

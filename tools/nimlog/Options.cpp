@@ -131,10 +131,18 @@ Options Options::parse(int argc, char** argv)
 {
     enum { SINCE = 256, UNTIL, COUNT, JSON, COLOR, MASK, CONFIG };
     nimtools::CommandLine line(argc, argv,
-                               {{"follow", 'f', false}, {"severity", 's', true}, {"module", 'm', true},
-                                {"thread", 't', true}, {"since", SINCE, true}, {"until", UNTIL, true},
-                                {"count", COUNT, true}, {"json", JSON, false}, {"color", COLOR, true},
-                                {"mask", MASK, true}, {"config", CONFIG, true}, {"help", 'h', false},
+                               {{"follow", 'f', false},
+                                {"severity", 's', true},
+                                {"module", 'm', true},
+                                {"thread", 't', true},
+                                {"since", SINCE, true},
+                                {"until", UNTIL, true},
+                                {"count", COUNT, true},
+                                {"json", JSON, false},
+                                {"color", COLOR, true},
+                                {"mask", MASK, true},
+                                {"config", CONFIG, true},
+                                {"help", 'h', false},
                                 {"version", 'V', false}});
     const std::time_t now = std::time(nullptr);
     Options options;

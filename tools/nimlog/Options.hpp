@@ -9,13 +9,7 @@
 namespace nimlog {
 
 /** What the records are counted by. */
-enum class CountBy {
-    NOTHING,
-    SEVERITY,
-    MODULE,
-    THREAD,
-    HOUR
-};
+enum class CountBy { NOTHING, SEVERITY, MODULE, THREAD, HOUR };
 
 /** The command line. */
 struct Options

@@ -61,7 +61,8 @@ bool readSeverity(std::string_view word, int& into)
 
 PrefixParser::PrefixParser(unsigned int fieldMask, std::string_view prefixEnd)
     : mask(fieldMask), terminator(prefixEnd)
-{}
+{
+}
 
 bool PrefixParser::parse(std::string_view line, Fields& fields)
 {

@@ -26,7 +26,8 @@ constexpr std::chrono::milliseconds LONG(10000);
 Reader::Reader(const std::string& logPath, RecordSplitter& recordSplitter,
                std::function<void(const std::string&)> complaints)
     : path(logPath), splitter(recordSplitter), complain(std::move(complaints)), files(logPath)
-{}
+{
+}
 
 void Reader::readAll(const std::function<void()>& idle)
 {

@@ -64,7 +64,8 @@ void move(Fields& fields, const char* from, const char* to)
 
 RecordSplitter::RecordSplitter(unsigned int mask, RecordSink& recordSink)
     : prefix(mask, log::TERMINATOR), heading(HEADING_MASK, HEADING_TERMINATOR), sink(recordSink)
-{}
+{
+}
 
 char* RecordSplitter::prepare(std::size_t size)
 {

@@ -54,11 +54,7 @@ public:
 
 private:
     /** How far a report of a changed mask has come. */
-    enum ReportState {
-        NO_REPORT,
-        BEHIND_TITLE,
-        BEHIND_OLD
-    };
+    enum ReportState { NO_REPORT, BEHIND_TITLE, BEHIND_OLD };
 
     void scan();
     void takeLine(std::string_view line);

@@ -94,8 +94,8 @@ bool RotatedFiles::addOldest()
             return false;
         }
         // It may have moved, but nothing that is older may be above it; but for names of nothing.
-        const bool isOldest = locate(file) && *places().rbegin() <= file.place
-                              && !openAt(file.place + 1).descriptor;
+        const bool isOldest =
+            locate(file) && *places().rbegin() <= file.place && !openAt(file.place + 1).descriptor;
         if (isOldest || attempt == MOST_ATTEMPTS) {
             missed = missed || !seen.empty();
             waiting.push_back(std::move(file));

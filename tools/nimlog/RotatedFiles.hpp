@@ -62,11 +62,7 @@ private:
         /** Where it was met last. From there it has moved up, if at all. */
         Place place;
     };
-    enum Outcome {
-        ADDED,
-        NONE_NEWER,
-        GONE
-    };
+    enum Outcome { ADDED, NONE_NEWER, GONE };
 
     bool addNewer();
     bool addOldest();

@@ -19,7 +19,8 @@ class TextSink : public RecordSink
 public:
     TextSink(nimtools::Output& output, bool isColored, bool isForTerminal)
         : out(output), color(isColored), toTerminal(isForTerminal)
-    {}
+    {
+    }
 
     void take(const Record& record) override;
 

@@ -114,9 +114,8 @@ PropertiesFile::PropertiesFile(const std::string& filePath)
 std::vector<Message> PropertiesFile::readText(io::Properties& into, const std::string& lines) const
 {
     std::vector<Message> messages;
-    const std::string error = load(into, path, lines, [&](const std::string& line) {
-        messages.push_back(message(line));
-    });
+    const std::string error =
+        load(into, path, lines, [&](const std::string& line) { messages.push_back(message(line)); });
     if (!error.empty()) {
         messages.push_back(message(error));
     }

@@ -14,10 +14,7 @@ namespace io = com::kor::dal::nim::io;
 /** Something that the library has to say of a line. */
 struct Message
 {
-    enum Severity {
-        WARNING,
-        ERROR
-    };
+    enum Severity { WARNING, ERROR };
 
     Severity severity;
     /** "file:12", the file as the user would open it, if that can be told. */

@@ -45,15 +45,15 @@ public:
         backend->auto_flush(true);
         sink = boost::make_shared<Sink>(backend);
         if (output.prefix == Prefix::FULL) {
-            sink->set_formatter(
-                expressions::stream
-                << expressions::format_date_time<boost::posix_time::ptime>("TimeStamp",
-                                                                           "%a %b %d %H:%M:%S UTC %Y")
-                << ' ' << hostName() << ' ' << PROCESS_NAME << ' '
-                << expressions::attr<attributes::current_process_id::value_type>("ProcessID") << ' '
-                << expressions::attr<attributes::current_thread_id::value_type>("ThreadID") << ' '
-                << expressions::attr<std::string>("Channel") << " WARNING " << SOURCE_FILE << ' ' << __LINE__
-                << " : " << expressions::smessage);
+            sink->set_formatter(expressions::stream
+                                << expressions::format_date_time<boost::posix_time::ptime>(
+                                       "TimeStamp", "%a %b %d %H:%M:%S UTC %Y")
+                                << ' ' << hostName() << ' ' << PROCESS_NAME << ' '
+                                << expressions::attr<attributes::current_process_id::value_type>("ProcessID")
+                                << ' '
+                                << expressions::attr<attributes::current_thread_id::value_type>("ThreadID")
+                                << ' ' << expressions::attr<std::string>("Channel") << " WARNING "
+                                << SOURCE_FILE << ' ' << __LINE__ << " : " << expressions::smessage);
         } else {
             sink->set_formatter(expressions::stream << "WARNING : " << expressions::smessage);
         }

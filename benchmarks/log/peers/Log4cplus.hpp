@@ -22,9 +22,9 @@ public:
     {
         log4cplus::SharedAppenderPtr appender = makeAppender(output);
         appender->setLayout(std::make_unique<log4cplus::PatternLayout>(
-            output.prefix == Prefix::FULL ? std::string("%D{%a %b %d %H:%M:%S %Z %Y} %h ") + PROCESS_NAME
-                                                + " %i %t %c %p %b %L : %m%n"
-                                          : std::string("%p : %m%n")));
+            output.prefix == Prefix::FULL
+                ? std::string("%D{%a %b %d %H:%M:%S %Z %Y} %h ") + PROCESS_NAME + " %i %t %c %p %b %L : %m%n"
+                : std::string("%p : %m%n")));
         logger.removeAllAppenders();
         logger.setAdditivity(false);
         logger.addAppender(appender);
@@ -57,9 +57,8 @@ private:
     static log4cplus::SharedAppenderPtr makeAppender(const Output& output)
     {
         if (output.maxFileSize != 0) {
-            return log4cplus::SharedAppenderPtr(
-                new log4cplus::RollingFileAppender(output.path, static_cast<long>(output.maxFileSize),
-                                                   static_cast<int>(OLD_FILES), true));
+            return log4cplus::SharedAppenderPtr(new log4cplus::RollingFileAppender(
+                output.path, static_cast<long>(output.maxFileSize), static_cast<int>(OLD_FILES), true));
         }
         return log4cplus::SharedAppenderPtr(
             new log4cplus::FileAppender(output.path, std::ios_base::app, true));

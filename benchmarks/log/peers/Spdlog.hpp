@@ -20,10 +20,9 @@ public:
     {
         logger.set_level(spdlog::level::warn);
         logger.flush_on(spdlog::level::trace);
-        logger.set_pattern(output.prefix == Prefix::FULL
-                               ? "%a %b %d %H:%M:%S %z %Y " + hostName() + ' ' + PROCESS_NAME
-                                     + " %P %t %n %l %s %# : %v"
-                               : "%l : %v");
+        logger.set_pattern(output.prefix == Prefix::FULL ? "%a %b %d %H:%M:%S %z %Y " + hostName() + ' '
+                                                               + PROCESS_NAME + " %P %t %n %l %s %# : %v"
+                                                         : "%l : %v");
     }
 
     void record(const std::string& text)

@@ -84,10 +84,10 @@ DALNIM_AVX2 inline bool valuesOf(__m256i& text)
 
     // Each bit is a class of high nibbles (0, 1 and 8 to 15; 2; 3; 4 and 6; 5 and 7) and is set for
     // the low nibbles that are not of the alphabet together with it.
-    const __m256i badHigh = table(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10,
-                                  0x10, 0x10, 0x10, 0x10);
-    const __m256i badLow = table(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A,
-                                 0x1B, 0x1B, 0x1B, 0x1A);
+    const __m256i badHigh =
+        table(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10);
+    const __m256i badLow =
+        table(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A);
     if (_mm256_testz_si256(_mm256_shuffle_epi8(badHigh, high), _mm256_shuffle_epi8(badLow, low)) == 0) {
         return false;
     }
@@ -95,8 +95,8 @@ DALNIM_AVX2 inline bool valuesOf(__m256i& text)
     // The distance to the value goes by the high nibble, but for "/", which stands with "+" and is
     // moved to the unused nibble before it.
     const __m256i isSlash = _mm256_cmpeq_epi8(text, _mm256_set1_epi8('/'));
-    const __m256i distances = table(0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a', 0, 0, 0,
-                                    0, 0, 0, 0, 0);
+    const __m256i distances =
+        table(0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a', 0, 0, 0, 0, 0, 0, 0, 0);
     text = _mm256_add_epi8(text, _mm256_shuffle_epi8(distances, _mm256_add_epi8(high, isSlash)));
     return true;
 }

@@ -50,8 +50,8 @@ constexpr GroupBits makeGroupBits(unsigned int place)
     return bits;
 }
 
-constexpr std::array<GroupBits, 4> GROUP_BITS = {
-    makeGroupBits(0), makeGroupBits(1), makeGroupBits(2), makeGroupBits(3)};
+constexpr std::array<GroupBits, 4> GROUP_BITS = {makeGroupBits(0), makeGroupBits(1), makeGroupBits(2),
+                                                 makeGroupBits(3)};
 
 void encode(const unsigned char* from, std::size_t groups, char* to)
 {
@@ -65,8 +65,8 @@ void encode(const unsigned char* from, std::size_t groups, char* to)
 std::size_t decode(const char* from, std::size_t groups, unsigned char* to)
 {
     for (std::size_t done = 0; done != groups; ++done, from += 4, to += 3) {
-        const std::uint32_t bits = GROUP_BITS[0][index(from[0])] | GROUP_BITS[1][index(from[1])] |
-                                   GROUP_BITS[2][index(from[2])] | GROUP_BITS[3][index(from[3])];
+        const std::uint32_t bits = GROUP_BITS[0][index(from[0])] | GROUP_BITS[1][index(from[1])]
+                                   | GROUP_BITS[2][index(from[2])] | GROUP_BITS[3][index(from[3])];
         if ((bits & INVALID_GROUP) != 0) {
             return done;
         }

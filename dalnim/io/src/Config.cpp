@@ -6,10 +6,7 @@
 
 namespace com::kor::dal::nim::io {
 
-Config::Config()
-    : STR_TRUE(VAL_TRUE), STR_FALSE(VAL_FALSE)
-{
-}
+Config::Config() : STR_TRUE(VAL_TRUE), STR_FALSE(VAL_FALSE) {}
 
 Config::Config(const Config& r) = default;
 

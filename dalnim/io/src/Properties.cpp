@@ -91,8 +91,8 @@ Properties* Properties::getProperties(const String& prefix, bool strip_prefix, b
     return result.release();
 }
 
-Properties* Properties::getProperties(const String** prefixes, unsigned int num_prefixes,
-                                      bool strip_prefix, bool) const
+Properties* Properties::getProperties(const String** prefixes, unsigned int num_prefixes, bool strip_prefix,
+                                      bool) const
 {
     const sys::StackTrack track("getProperties()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     if (num_prefixes != 0 && prefixes == nullptr) {

@@ -31,10 +31,7 @@ std::uint64_t headOf(std::string_view text)
 
 }
 
-PropertiesIntake::PropertiesIntake(Table& table)
-    : target(table), last(table.end())
-{
-}
+PropertiesIntake::PropertiesIntake(Table& table) : target(table), last(table.end()) {}
 
 bool PropertiesIntake::enter(std::string_view key, std::string_view value)
 {

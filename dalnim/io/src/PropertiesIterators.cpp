@@ -24,10 +24,7 @@ Properties::ConstIterator Properties::end() const noexcept
     return ConstIterator(data.end());
 }
 
-Properties::Iterator::Iterator(Data::iterator position) noexcept
-    : it(position)
-{
-}
+Properties::Iterator::Iterator(Data::iterator position) noexcept : it(position) {}
 
 bool Properties::Iterator::operator==(const Iterator& r) const noexcept
 {
@@ -70,15 +67,9 @@ Properties::Iterator::pointer Properties::Iterator::operator->() const noexcept
     return &*it;
 }
 
-Properties::ConstIterator::ConstIterator(Data::const_iterator position) noexcept
-    : it(position)
-{
-}
+Properties::ConstIterator::ConstIterator(Data::const_iterator position) noexcept : it(position) {}
 
-Properties::ConstIterator::ConstIterator(const Iterator& r) noexcept
-    : it(r.it)
-{
-}
+Properties::ConstIterator::ConstIterator(const Iterator& r) noexcept : it(r.it) {}
 
 bool Properties::ConstIterator::operator==(const ConstIterator& r) const noexcept
 {

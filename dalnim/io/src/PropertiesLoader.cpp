@@ -58,10 +58,7 @@ private:
     /** A file that is open. */
     struct File
     {
-        File(std::istream& is, const String& filepath, Severity sev)
-            : reader(is, filepath, sev)
-        {
-        }
+        File(std::istream& is, const String& filepath, Severity sev) : reader(is, filepath, sev) {}
 
         File(std::unique_ptr<std::istream> is, const String& filepath, Severity sev)
             : included(std::move(is)), reader(*included, filepath, sev)
@@ -127,8 +124,8 @@ void Properties::Loader::include(const PropertiesReader& includer)
     }
     std::unique_ptr<std::istream> file = openFile(path);
     if (file == nullptr) {
-        throw std::runtime_error("ERROR: " + includer.position() + ": failed to open include file: \"" +
-                                 path + "\"");
+        throw std::runtime_error("ERROR: " + includer.position() + ": failed to open include file: \"" + path
+                                 + "\"");
     }
     files.push_back(std::make_unique<File>(std::move(file), path, includer.severity()));
 }

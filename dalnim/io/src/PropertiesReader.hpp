@@ -17,11 +17,7 @@ class PropertiesReader
 {
 public:
     /** What a logical line is. */
-    enum LineKind {
-        NOTHING,
-        PROPERTY,
-        INCLUDE
-    };
+    enum LineKind { NOTHING, PROPERTY, INCLUDE };
 
     /** Reads `is`, which must outlive the reader, from where it stands. */
     PropertiesReader(std::istream& is, const String& filepath, Properties::Severity sev);

@@ -14,8 +14,8 @@ struct EscapePair
 };
 
 /** The letters that stand behind a backslash for control bytes. */
-inline constexpr EscapePair C_ESCAPE_XLAT[] = {
-    {'a', '\a'}, {'b', '\b'}, {'f', '\f'}, {'n', '\n'}, {'r', '\r'}, {'t', '\t'}, {'v', '\v'}};
+inline constexpr EscapePair C_ESCAPE_XLAT[] = {{'a', '\a'}, {'b', '\b'}, {'f', '\f'}, {'n', '\n'},
+                                               {'r', '\r'}, {'t', '\t'}, {'v', '\v'}};
 
 inline constexpr char HEX_CHAR_SET[] = "0123456789ABCDEF";
 

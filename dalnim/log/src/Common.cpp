@@ -42,9 +42,9 @@ struct NamedValue
 };
 
 constexpr NamedValue SEVERITIES[] = {
-    {Severity_NONE, "NONE"},     {Severity_TRACE, "TRACE"},   {Severity_DEBUG, "DEBUG"},
-    {Severity_INFO, "INFO"},     {Severity_NOTICE, "NOTICE"}, {Severity_WARNING, "WARNING"},
-    {Severity_ERROR, "ERROR"},   {Severity_FATAL, "FATAL"},
+    {Severity_NONE, "NONE"},   {Severity_TRACE, "TRACE"},   {Severity_DEBUG, "DEBUG"},
+    {Severity_INFO, "INFO"},   {Severity_NOTICE, "NOTICE"}, {Severity_WARNING, "WARNING"},
+    {Severity_ERROR, "ERROR"}, {Severity_FATAL, "FATAL"},
 };
 static_assert(std::size(SEVERITIES) == Severity_COUNT, "one row for each severity");
 
@@ -151,9 +151,9 @@ std::string_view severityText(Severity severity)
 
 Severity getSeverityId(const String& name)
 {
-    return static_cast<Severity>(findRow(SEVERITIES, UNKNOWN_SEVERITY,
-                                         [&name](const NamedValue& row) { return row.name == name; })
-                                     .value);
+    return static_cast<Severity>(findRow(SEVERITIES, UNKNOWN_SEVERITY, [&name](const NamedValue& row) {
+                                     return row.name == name;
+                                 }).value);
 }
 
 String getOutputName(unsigned int outputMaskBit)

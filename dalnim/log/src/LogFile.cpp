@@ -392,8 +392,8 @@ void LogFile::switchFile()
         file->openAtEnd(outputPath);
         if (!file->is_open()) {
             const int error = errno;
-            throw sys::system_error(error, "Failed to open log file [" + outputPath + "]" +
-                                               sys::sys_err_string(error));
+            throw sys::system_error(error, "Failed to open log file [" + outputPath + "]"
+                                               + sys::sys_err_string(error));
         }
     } catch (const std::exception& exc) {
         // The line in hand is written: no record fails because its file could not be rotated.

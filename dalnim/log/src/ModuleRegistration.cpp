@@ -161,8 +161,8 @@ bool ModuleRegistration::askFilter(Question question) const
 
 bool ModuleRegistration::isModuleRequested(const String& name) const
 {
-    return !name.empty() &&
-           askFilter([&name](const Filter& filter) { return findMatch(filter, name) != filter.end(); });
+    return !name.empty()
+           && askFilter([&name](const Filter& filter) { return findMatch(filter, name) != filter.end(); });
 }
 
 bool ModuleRegistration::isModuleSelected(const String& name) const

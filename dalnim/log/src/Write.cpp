@@ -31,7 +31,8 @@ Write::Write()
     : stateSync(false), flagAllowRemoteControl(false), streamHeaderDone(false),
       outputMask(getOutputMaskDefault()), severity(getSeverityDefault()), logFile(new LogFile),
       ownedLogFile(true), modules(std::make_unique<ModuleRegistration>())
-{}
+{
+}
 
 Write::~Write()
 {

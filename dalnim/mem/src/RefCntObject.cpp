@@ -15,7 +15,8 @@ namespace com::kor::dal::nim::mem {
 RefCntObject::RefCntObject() noexcept : refs(0), bias(0), flags(COUNT_REFS | MT_SAFE) {}
 
 RefCntObject::RefCntObject(bool count_refs, bool mt_safe) noexcept
-    : refs(0), bias(0), flags(static_cast<std::uint8_t>((count_refs ? COUNT_REFS : 0) | (mt_safe ? MT_SAFE : 0)))
+    : refs(0), bias(0),
+      flags(static_cast<std::uint8_t>((count_refs ? COUNT_REFS : 0) | (mt_safe ? MT_SAFE : 0)))
 {
 }
 
@@ -85,10 +86,12 @@ bool RefCntObject::releaseRef(const std::nothrow_t&) const
         return alive > 0;
     }
     // Out of line: the release of one among several needs no frame.
+    // clang-format off
     return [this]() __attribute__((noinline)) {
         delete this;
         return true;
     }();
+    // clang-format on
 }
 
 bool RefCntObject::releaseRefAbove(UInt32_t floor) const noexcept

@@ -132,8 +132,7 @@ bool Task::waitForCompletion(unsigned int ms) const
 
 void Task::waitForStateChange(unsigned int ms) const
 {
-    const RX_AbsTime deadline(
-        RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000000));
+    const RX_AbsTime deadline(RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000000));
     TaskBell& bell = TaskBell::of(this);
     const RX_Locked_ lock(bell.mutex);
     if (_intbits != 0) {

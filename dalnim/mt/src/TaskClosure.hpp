@@ -38,11 +38,7 @@ private:
     TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context);
 
     /** What becomes of the task when the closure goes. */
-    enum class Hold : unsigned char {
-        NONE,
-        OWNED,
-        COUNTED
-    };
+    enum class Hold : unsigned char { NONE, OWNED, COUNTED };
 
     void releaseCount() const;
 

@@ -210,8 +210,8 @@ void Thread::run_joinable()
     } catch (const std::exception& exc) {
         _exception.reset(cloneError(exc));
     } catch (...) {
-        _exception = std::make_unique<std::logic_error>(
-            "Unknown Exception propagated from joinable thread '" + name() + "'");
+        _exception = std::make_unique<std::logic_error>("Unknown Exception propagated from joinable thread '"
+                                                        + name() + "'");
     }
     run_post();
 }

@@ -74,8 +74,8 @@ StringVector System::hostIpAddress(int family)
     addrinfo* found = nullptr;
     const int rc = qv_si_getaddrinfo(hostname().c_str(), nullptr, &hints, &found);
     if (rc != 0) {
-        throw system_error(rc, "si_getaddrinfo failed. family = " + std::to_string(family) +
-                                   " rc = " + std::to_string(rc));
+        throw system_error(rc, "si_getaddrinfo failed. family = " + std::to_string(family)
+                                   + " rc = " + std::to_string(rc));
     }
     const AddrInfoList list(found);
 
@@ -83,7 +83,8 @@ StringVector System::hostIpAddress(int family)
     for (const addrinfo* entry = list.get(); entry != nullptr; entry = entry->ai_next) {
         char host[NUMERIC_HOST_SIZE] = "";
         if (qv_si_getnameinfo(entry->ai_addr, entry->ai_addrlen, host, sizeof host, nullptr, 0,
-                              NI_NUMERICHOST) == 0) {
+                              NI_NUMERICHOST)
+            == 0) {
             addresses.emplace_back(host);
         }
     }

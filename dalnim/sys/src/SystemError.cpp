@@ -16,9 +16,7 @@ system_error::system_error(int sys_err_num)
 
 system_error::system_error(int err_num, const char* message) : std::runtime_error(message), err(err_num) {}
 
-system_error::system_error(int err_num, const String& message) : std::runtime_error(message), err(err_num)
-{
-}
+system_error::system_error(int err_num, const String& message) : std::runtime_error(message), err(err_num) {}
 
 system_error::system_error(const system_error& r) = default;
 system_error& system_error::operator=(const system_error& r) = default;

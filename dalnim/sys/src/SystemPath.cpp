@@ -195,12 +195,11 @@ void ProcessPath::raise()
         name = "<unknown>";
     }
     throw system_error(
-        ENOENT,
-        "Cannot determine directory of process " + name +
-            ". Do ONE of the following: (1) start process with absolute path. (2) run process from "
-            "current dir (assuming no 'chdir' has occurred). (3) add process relative directory to "
-            "PATH variable if it can be found relative to current directory. (4) add process "
-            "absolute directory to PATH variable. ");
+        ENOENT, "Cannot determine directory of process " + name
+                    + ". Do ONE of the following: (1) start process with absolute path. (2) run process from "
+                      "current dir (assuming no 'chdir' has occurred). (3) add process relative directory to "
+                      "PATH variable if it can be found relative to current directory. (4) add process "
+                      "absolute directory to PATH variable. ");
 }
 
 void ProcessPath::decomposePath(const String& path, String& dir, String& name)

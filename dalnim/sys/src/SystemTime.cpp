@@ -60,8 +60,8 @@ TimeMS_t System::timeMillis()
 TimeDCE_t System::dceTime()
 {
     const WallClock now;
-    return now.seconds * DCE_INTERVALS_PER_SECOND + now.nanoseconds / NANOS_PER_DCE_INTERVAL +
-           DCE_TIME_OF_EPOCH;
+    return now.seconds * DCE_INTERVALS_PER_SECOND + now.nanoseconds / NANOS_PER_DCE_INTERVAL
+           + DCE_TIME_OF_EPOCH;
 }
 
 // Each log record asks for one of these: the track is made with the failure.

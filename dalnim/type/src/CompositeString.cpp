@@ -6,10 +6,7 @@
 
 namespace com::kor::dal::nim::type {
 
-CompositeString::CompositeString()
-    : skip_nil(false), delims(DEFAULT_DELIMITERS)
-{
-}
+CompositeString::CompositeString() : skip_nil(false), delims(DEFAULT_DELIMITERS) {}
 
 CompositeString::CompositeString(const String& composite, bool skip_empty)
     : skip_nil(skip_empty), target(composite), delims(DEFAULT_DELIMITERS)
@@ -26,8 +23,7 @@ CompositeString::CompositeString(const String& composite, const char* delimiters
 {
 }
 
-CompositeString::CompositeString(const CompositeString& composite, bool deep)
-    : skip_nil(composite.skip_nil)
+CompositeString::CompositeString(const CompositeString& composite, bool deep) : skip_nil(composite.skip_nil)
 {
     if (deep) {
         target = String(composite.target.data(), composite.target.length());

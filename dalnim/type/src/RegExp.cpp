@@ -12,9 +12,8 @@ namespace com::kor::dal::nim::type {
 RegExp::RegExp(const String& exp) : regexp(RX_String::none, RX_Wildcard::WILD)
 {
     const sys::StackTrack track("RegExp()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    sys::internal::translateRXErrors([&] {
-        regexp.setPattern(RX_String(exp.c_str(), RX_String::NPOS), RX_Wildcard::REGEXP);
-    });
+    sys::internal::translateRXErrors(
+        [&] { regexp.setPattern(RX_String(exp.c_str(), RX_String::NPOS), RX_Wildcard::REGEXP); });
 }
 
 RegExp::~RegExp() = default;

@@ -36,9 +36,8 @@ bool AggregateConsumer::elementEnd(const String& tag, const String& fullTag)
 bool AggregateConsumer::elementProcessData(const String& tag, const String& fullTag, const String& data,
                                            bool isCData)
 {
-    return askAll(*this, [&](Consumer& member) {
-        return member.elementProcessData(tag, fullTag, data, isCData);
-    });
+    return askAll(*this,
+                  [&](Consumer& member) { return member.elementProcessData(tag, fullTag, data, isCData); });
 }
 
 void AggregateConsumer::setDocumentId(int docId)

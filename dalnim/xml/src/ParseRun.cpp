@@ -96,7 +96,8 @@ public:
           skipsBlankText((flags & PDS_PARSE_F_SKIP_WS) != 0),
           tellsNullAttribute((flags & PDS_PARSE_F_NULL_ATTR) != 0), begin(control.pBuffer),
           end(control.pBuffer + control.nBuffUsed), mark(begin)
-    {}
+    {
+    }
 
     int run();
     /** What is wrong, where run() returned PDS_PARSE_E_SYNTAX. */

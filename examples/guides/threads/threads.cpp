@@ -43,8 +43,8 @@ public:
     void run() override
     {
         const auto& user = dynamic_cast<const User&>(*type::SecurityContext::current()->token());
-        result = "order " + std::to_string(number) + " for " + user.name + " on " +
-                 mt::ThreadPool::currentPool()->name();
+        result = "order " + std::to_string(number) + " for " + user.name + " on "
+                 + mt::ThreadPool::currentPool()->name();
     }
 
     const int number;

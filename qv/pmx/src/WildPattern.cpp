@@ -124,11 +124,20 @@ public:
     /** Reads one byte; false when no place is left. */
     bool advance(char byte);
 
-    bool atEnd() const { return _reached[_tokens.size()] != 0; }
+    bool atEnd() const
+    {
+        return _reached[_tokens.size()] != 0;
+    }
 
 private:
-    bool takes(std::size_t place, char byte) const { return _tokens[place].bytes.test(code(byte)); }
-    bool isStar(std::size_t place) const { return place < _tokens.size() && _tokens[place].optional; }
+    bool takes(std::size_t place, char byte) const
+    {
+        return _tokens[place].bytes.test(code(byte));
+    }
+    bool isStar(std::size_t place) const
+    {
+        return place < _tokens.size() && _tokens[place].optional;
+    }
     void enter(std::size_t place);
 
     const std::vector<Token>& _tokens;
@@ -159,8 +168,8 @@ bool WildPattern::Front::advance(char byte)
     for (std::size_t place = highest + 1; place > lowest;) {
         --place;
         const bool arrives = place > lowest && _reached[place - 1] && takes(place - 1, byte);
-        const bool stays = place < _tokens.size() && _reached[place] && _tokens[place].repeated
-            && takes(place, byte);
+        const bool stays =
+            place < _tokens.size() && _reached[place] && _tokens[place].repeated && takes(place, byte);
         _reached[place] = 0;
         if (arrives || stays) {
             enter(place);

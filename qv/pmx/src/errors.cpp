@@ -15,9 +15,10 @@ size_t tableCount = 0;
 const char* findText(const qv_error_table_t& table, qv_err_t code)
 {
     const qv_error_message_t* const end = table.messages + table.count;
-    const qv_error_message_t* const found = std::lower_bound(
-        table.messages, end, code,
-        [](const qv_error_message_t& message, qv_err_t wanted) { return message.code < wanted; });
+    const qv_error_message_t* const found =
+        std::lower_bound(table.messages, end, code, [](const qv_error_message_t& message, qv_err_t wanted) {
+            return message.code < wanted;
+        });
     return found != end && found->code == code ? found->text : nullptr;
 }
 

@@ -23,7 +23,10 @@ namespace {
 
 struct DirectoryCloser
 {
-    void operator()(DIR* directory) const { ::closedir(directory); }
+    void operator()(DIR* directory) const
+    {
+        ::closedir(directory);
+    }
 };
 
 bool isDots(const char* name)

@@ -76,8 +76,8 @@ int qv_si_getaddrinfo(const char* node, const char* service, const struct addrin
     return getaddrinfo(node, service, hints, result);
 }
 
-int qv_si_getnameinfo(const struct sockaddr* address, socklen_t address_size, char* host,
-                      socklen_t host_size, char* service, socklen_t service_size, int flags)
+int qv_si_getnameinfo(const struct sockaddr* address, socklen_t address_size, char* host, socklen_t host_size,
+                      char* service, socklen_t service_size, int flags)
 {
     return getnameinfo(address, address_size, host, host_size, service, service_size, flags);
 }

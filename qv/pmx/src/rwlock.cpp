@@ -21,8 +21,7 @@ constexpr int MAGIC_LIVE = 0x52574C4B;
 class Guard
 {
 public:
-    explicit Guard(pthread_mutex_t& mutex)
-        : _mutex(mutex)
+    explicit Guard(pthread_mutex_t& mutex) : _mutex(mutex)
     {
         qv::perturb();
         pthread_mutex_lock(&_mutex);

@@ -5,8 +5,7 @@
 #include <qv/rtlapi/RX_ExFatal.hpp>
 #include <qv/rtlapi/RX_Locked_.hpp>
 
-RX_ActivityRecorder::RX_ActivityRecorder()
-    : _quiet(*this)
+RX_ActivityRecorder::RX_ActivityRecorder() : _quiet(*this)
 {
     _construction.complete();
 }
@@ -82,7 +81,8 @@ si_uint64_t RX_ActivityRecorder::backlogUpTo(si_uint64_t wanted, si_uint64_t end
     return begun - ended / ONE;
 }
 
-/** Counts the last closure: under the lock, so that those who wait go on only when nothing is touched here. */
+/** Counts the last closure: under the lock, so that those who wait go on only when nothing is touched here.
+ */
 void RX_ActivityRecorder::endLast()
 {
     const RX_Locked_ locked(*this);
@@ -93,10 +93,6 @@ void RX_ActivityRecorder::endLast()
     }
 }
 
-void RX_ActivityRecorder::connect(RX_ServerQueue*)
-{
-}
+void RX_ActivityRecorder::connect(RX_ServerQueue*) {}
 
-void RX_ActivityRecorder::disconnect(RX_ServerQueue*)
-{
-}
+void RX_ActivityRecorder::disconnect(RX_ServerQueue*) {}

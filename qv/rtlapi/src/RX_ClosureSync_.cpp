@@ -43,8 +43,7 @@ void keep(std::unique_ptr<RX_Exception>& kept, RX_Exception* failure)
 
 }
 
-RX_ClosureSync_::RX_ClosureSync_()
-    : _cond(*this)
+RX_ClosureSync_::RX_ClosureSync_() : _cond(*this)
 {
     _construction.complete();
 }

@@ -7,8 +7,8 @@ RX_Exception::RX_Exception(int code, const RX_String& a1, const RX_String& a2, c
 }
 
 RX_Exception::RX_Exception(unsigned int line, const RX_String& file, int code, const RX_String& a1,
-                           const RX_String& a2, const RX_String& a3, const RX_String& a4,
-                           const RX_String& a5, const RX_String& a6)
+                           const RX_String& a2, const RX_String& a3, const RX_String& a4, const RX_String& a5,
+                           const RX_String& a6)
     : RX_Exception_(line, file, code, a1, a2, a3, a4, a5, a6)
 {
 }

@@ -113,8 +113,7 @@ RX_Exception_::RX_Exception_(unsigned int line, const RX_String& file, int code,
 {
 }
 
-RX_Exception_::RX_Exception_(const RX_Exception_& other)
-    : _line(0), _code(0)
+RX_Exception_::RX_Exception_(const RX_Exception_& other) : _line(0), _code(0)
 {
     deepCopy(other);
 }

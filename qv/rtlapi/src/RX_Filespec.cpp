@@ -101,8 +101,8 @@ int rightsStatus(const std::string& path, unsigned int rights)
         }
     }
     const int mode = ((rights & RX_Filespec::READ) != 0 ? R_OK : 0)
-        | ((rights & RX_Filespec::WRITE) != 0 ? W_OK : 0)
-        | ((rights & RX_Filespec::EXECUTE) != 0 ? X_OK : 0);
+                     | ((rights & RX_Filespec::WRITE) != 0 ? W_OK : 0)
+                     | ((rights & RX_Filespec::EXECUTE) != 0 ? X_OK : 0);
     if (mode == 0) {
         return 0;
     }
@@ -125,7 +125,10 @@ RX_String workingDirectory()
 {
     struct Free
     {
-        void operator()(char* text) const { std::free(text); }
+        void operator()(char* text) const
+        {
+            std::free(text);
+        }
     };
     const std::unique_ptr<char, Free> text(::getcwd(nullptr, 0));
     if (!text) {

@@ -2,10 +2,7 @@
 
 #include <qv/rtlapi/RX_AbsTime.hpp>
 
-RX_RelTime::RX_RelTime(int seconds, int nanoseconds)
-    : RX_Time(seconds, nanoseconds)
-{
-}
+RX_RelTime::RX_RelTime(int seconds, int nanoseconds) : RX_Time(seconds, nanoseconds) {}
 
 RX_AbsTime RX_RelTime::deadline() const
 {

@@ -20,10 +20,7 @@
 class RX_ServerQueue::Bed
 {
 public:
-    explicit Bed(RX_ServerQueue& queue)
-        : call(queue)
-    {
-    }
+    explicit Bed(RX_ServerQueue& queue) : call(queue) {}
 
     RX_Condition call;
     Bed* next = nullptr;
@@ -34,10 +31,7 @@ public:
 class RX_ServerQueue::Rest
 {
 public:
-    Rest(RX_ServerQueue& queue, Bed* bed)
-        : _queue(queue), _bed(bed)
-    {
-    }
+    Rest(RX_ServerQueue& queue, Bed* bed) : _queue(queue), _bed(bed) {}
     Rest(const Rest&) = delete;
     Rest& operator=(const Rest&) = delete;
     ~Rest()
@@ -72,10 +66,7 @@ private:
 class RX_ServerQueue::Waiting
 {
 public:
-    explicit Waiting(RX_ServerQueue& queue)
-        : _queue(queue)
-    {
-    }
+    explicit Waiting(RX_ServerQueue& queue) : _queue(queue) {}
     Waiting(const Waiting&) = delete;
     Waiting& operator=(const Waiting&) = delete;
     ~Waiting()
@@ -109,8 +100,7 @@ class RX_ServerQueue::Job
 {
 public:
     /** Takes over the reference to the closure; the recorder is to outlive the job. Both may be null. */
-    Job(RX_Closure* closure, RX_ActivityRecorder* recorder) noexcept
-        : _recorder(recorder), _closure(closure)
+    Job(RX_Closure* closure, RX_ActivityRecorder* recorder) noexcept : _recorder(recorder), _closure(closure)
     {
     }
     Job(const Job&) = delete;
@@ -144,10 +134,7 @@ class RX_ServerQueue::Worker
 {
 public:
     /** Takes over a reference to the queue, which has counted the worker in. */
-    explicit Worker(RX_ServerQueue* queue) noexcept
-        : _queue(queue)
-    {
-    }
+    explicit Worker(RX_ServerQueue* queue) noexcept : _queue(queue) {}
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
     ~Worker()
@@ -173,8 +160,7 @@ private:
     bool _isCounted = true;
 };
 
-RX_ServerQueue::RX_ServerQueue(unsigned int capacity)
-    : _capacity(capacity), _room(*this)
+RX_ServerQueue::RX_ServerQueue(unsigned int capacity) : _capacity(capacity), _room(*this)
 {
     _construction.complete();
 }
@@ -496,8 +482,8 @@ RX_Closure* RX_ServerQueue::awaitClosure()
         Bed* bed = nullptr;
         {
             const RX_Locked_ front(_front.lock);
-            if (!_front.isToAsk.load(std::memory_order_relaxed) &&
-                _front.waiting.load(std::memory_order_relaxed) == 0) {
+            if (!_front.isToAsk.load(std::memory_order_relaxed)
+                && _front.waiting.load(std::memory_order_relaxed) == 0) {
                 if (RX_Closure* const closure = takeFromFront()) {
                     return closure;
                 }

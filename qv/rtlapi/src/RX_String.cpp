@@ -16,8 +16,7 @@ static_assert(sizeof(RX_String) == sizeof(void*), "one pointer wide");
 RX_String::EmptyRep RX_String::_empty = {{0, 0, 1}, '\0'};
 const RX_String RX_String::none;
 
-RX_String::RX_String(const char* text, std::size_t length)
-    : RX_String()
+RX_String::RX_String(const char* text, std::size_t length) : RX_String()
 {
     if (text == nullptr) {
         return;
@@ -107,8 +106,7 @@ RX_String& RX_String::mapCharacters(Mapping mapping)
 bool operator==(const RX_String& left, const RX_String& right) noexcept
 {
     return left.getRep() == right.getRep()
-           || (left.length() == right.length()
-               && std::memcmp(left.data(), right.data(), left.length()) == 0);
+           || (left.length() == right.length() && std::memcmp(left.data(), right.data(), left.length()) == 0);
 }
 
 bool operator==(const RX_String& left, const char* right) noexcept

@@ -6,10 +6,7 @@
 #include <qv/rtlapi/RX_ExFatal.hpp>
 #include <qv/rtlapi/src/detached.hpp>
 
-RX_Thread::RX_Thread(const RX_Closure* closure)
-    : _closure(const_cast<RX_Closure*>(closure))
-{
-}
+RX_Thread::RX_Thread(const RX_Closure* closure) : _closure(const_cast<RX_Closure*>(closure)) {}
 
 RX_Thread::~RX_Thread() noexcept(false)
 {

@@ -27,9 +27,15 @@ public:
         return RX_ExError(QV_RX_BAD_PATTERN, getArgument(0), getArgument(1)).asString(width);
     }
 
-    [[noreturn]] void throwThis() const override { throw *this; }
+    [[noreturn]] void throwThis() const override
+    {
+        throw *this;
+    }
 
-    BadPattern* clone() const override { return new BadPattern(*this); }
+    BadPattern* clone() const override
+    {
+        return new BadPattern(*this);
+    }
 };
 
 }
@@ -44,7 +50,10 @@ struct RX_Wildcard::CompiledWild : Compiled
 {
     explicit CompiledWild(const char* pattern) : wild(pattern) {}
 
-    bool matches(const char* text) const override { return wild.matches(text); }
+    bool matches(const char* text) const override
+    {
+        return wild.matches(text);
+    }
 
     const qv::WildPattern wild;
 };
@@ -62,16 +71,20 @@ struct RX_Wildcard::CompiledRegexp : Compiled
     }
     CompiledRegexp(const CompiledRegexp&) = delete;
     CompiledRegexp& operator=(const CompiledRegexp&) = delete;
-    ~CompiledRegexp() override { ::regfree(&regex); }
+    ~CompiledRegexp() override
+    {
+        ::regfree(&regex);
+    }
 
-    bool matches(const char* text) const override { return ::regexec(&regex, text, 0, nullptr, 0) == 0; }
+    bool matches(const char* text) const override
+    {
+        return ::regexec(&regex, text, 0, nullptr, 0) == 0;
+    }
 
     regex_t regex;
 };
 
-RX_Wildcard::RX_Wildcard(const RX_String& pattern, Style style) : _compiled(compile(pattern, style))
-{
-}
+RX_Wildcard::RX_Wildcard(const RX_String& pattern, Style style) : _compiled(compile(pattern, style)) {}
 
 RX_Wildcard::~RX_Wildcard()
 {

@@ -29,8 +29,7 @@ const String& data()
 template <class Make>
 unsigned int walkText(const String& expected, Make make)
 {
-    return walkAllocations([] { return String(); },
-                           [&](String& made) { make().swap(made); },
+    return walkAllocations([] { return String(); }, [&](String& made) { make().swap(made); },
                            [&](String& made, bool done) { EXPECT_EQ(done ? expected : String(), made); });
 }
 
@@ -44,8 +43,7 @@ TEST(EncodingFault, Base64TextIsWholeOrNone)
 
 /** By the form for streams, which a derived class may have replaced. */
 class OwnBase64 : public Base64
-{
-};
+{};
 
 TEST(EncodingFault, DerivedBase64TextIsWholeOrNone)
 {
@@ -66,18 +64,16 @@ TEST(EncodingFault, HexDumpTextIsWholeOrNone)
 TEST(EncodingFault, DirectionsAreMadeOrNot)
 {
     const Base64 base64;
-    EXPECT_GE(walkAllocations([] { return std::unique_ptr<Encoder>(); },
-                              [&](std::unique_ptr<Encoder>& made) { made.reset(base64.createEncoder()); },
-                              [](std::unique_ptr<Encoder>& made, bool done) {
-                                  EXPECT_EQ(done, made != nullptr);
-                              }),
-              1u);
-    EXPECT_GE(walkAllocations([] { return std::unique_ptr<Decoder>(); },
-                              [&](std::unique_ptr<Decoder>& made) { made.reset(base64.createDecoder()); },
-                              [](std::unique_ptr<Decoder>& made, bool done) {
-                                  EXPECT_EQ(done, made != nullptr);
-                              }),
-              1u);
+    EXPECT_GE(
+        walkAllocations([] { return std::unique_ptr<Encoder>(); },
+                        [&](std::unique_ptr<Encoder>& made) { made.reset(base64.createEncoder()); },
+                        [](std::unique_ptr<Encoder>& made, bool done) { EXPECT_EQ(done, made != nullptr); }),
+        1u);
+    EXPECT_GE(
+        walkAllocations([] { return std::unique_ptr<Decoder>(); },
+                        [&](std::unique_ptr<Decoder>& made) { made.reset(base64.createDecoder()); },
+                        [](std::unique_ptr<Decoder>& made, bool done) { EXPECT_EQ(done, made != nullptr); }),
+        1u);
 }
 
 /** What the forms for streams need, they need before they read. */
@@ -92,14 +88,13 @@ TEST(EncodingFault, StreamsAreReadWhollyOrNotAtAll)
         std::ostringstream out{String(20000, ' ')};
     };
     const auto walk = [](const Encoder& encoder) {
-        return walkAllocations([] { return std::make_unique<Streams>(); },
-                               [&](std::unique_ptr<Streams>& streams) {
-                                   encoder.encode(streams->out, streams->in);
-                               },
-                               [](std::unique_ptr<Streams>& streams, bool done) {
-                                   EXPECT_EQ(done ? -1 : 'A', streams->in.peek());
-                                   EXPECT_TRUE(streams->out.good());
-                               });
+        return walkAllocations(
+            [] { return std::make_unique<Streams>(); },
+            [&](std::unique_ptr<Streams>& streams) { encoder.encode(streams->out, streams->in); },
+            [](std::unique_ptr<Streams>& streams, bool done) {
+                EXPECT_EQ(done ? -1 : 'A', streams->in.peek());
+                EXPECT_TRUE(streams->out.good());
+            });
     };
     EXPECT_GE(walk(base64), 1u);
     EXPECT_GE(walk(dump), 1u);

@@ -30,10 +30,10 @@ TEST_F(FsOpsFault, AFullPathIsGivenOrNot)
 {
     const String quoted = " '" + path + "/' ";
     for (const String& wanted : {path, quoted}) {
-        EXPECT_GE(walkAllocations([] { return String(); },
-                                  [&](String& found) { fullPath(wanted).swap(found); },
-                                  [&](String& found, bool done) { EXPECT_EQ(done ? path : String(), found); }),
-                  1u);
+        EXPECT_GE(
+            walkAllocations([] { return String(); }, [&](String& found) { fullPath(wanted).swap(found); },
+                            [&](String& found, bool done) { EXPECT_EQ(done ? path : String(), found); }),
+            1u);
     }
 }
 
@@ -69,8 +69,7 @@ TEST_F(FsOpsFault, ARightThatCannotBeToldIsNone)
 
 TEST_F(FsOpsFault, AStateIsWholeOrAFailure)
 {
-    EXPECT_GE(walkAllocations([] { return 0; },
-                              [this](int& state) { state = pathStat(path); },
+    EXPECT_GE(walkAllocations([] { return 0; }, [this](int& state) { state = pathStat(path); },
                               [](int state, bool done) { EXPECT_EQ(done ? 63 : 0, state); }),
               1u);
 }

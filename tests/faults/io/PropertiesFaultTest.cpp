@@ -90,8 +90,8 @@ void expectBetween(const Content& before, const Content& content, const Content&
     for (const auto& [key, value] : content) {
         const auto old = before.find(key);
         const auto now = after.find(key);
-        EXPECT_TRUE((old != before.end() && old->second == value) ||
-                    (now != after.end() && now->second == value))
+        EXPECT_TRUE((old != before.end() && old->second == value)
+                    || (now != after.end() && now->second == value))
             << key << "=" << value;
     }
     for (const auto& [key, value] : before) {
@@ -101,8 +101,8 @@ void expectBetween(const Content& before, const Content& content, const Content&
 
 TEST(PropertiesFault, AddingATableAddsABeginningOfIt)
 {
-    const Table source = tableOf({{longText("a"), String(500, 'n')}, {longText("b"), longText("2")},
-                                  {longText("d"), longText("4")}});
+    const Table source = tableOf(
+        {{longText("a"), String(500, 'n')}, {longText("b"), longText("2")}, {longText("d"), longText("4")}});
     Content after = oldContent();
     for (const auto& [key, value] : *source) {
         after[key] = value;
@@ -135,8 +135,10 @@ TEST(PropertiesFault, ACopyIsMadeOrNot)
 
 TEST(PropertiesFault, ASelectionIsMadeOrNot)
 {
-    const Table source = tableOf({{"x/" + longText("a"), longText("1")}, {"*/" + longText("b"), longText("2")},
-                                  {"/" + longText("a"), longText("3")}, {"y/" + longText("d"), longText("4")}});
+    const Table source = tableOf({{"x/" + longText("a"), longText("1")},
+                                  {"*/" + longText("b"), longText("2")},
+                                  {"/" + longText("a"), longText("3")},
+                                  {"y/" + longText("d"), longText("4")}});
     const Content selected = {{longText("a"), longText("1")}, {longText("b"), longText("2")}};
     const String instance = "x";
     const auto expectSelected = [&](Table& table, bool done) {
@@ -145,12 +147,11 @@ TEST(PropertiesFault, ASelectionIsMadeOrNot)
             EXPECT_EQ(selected, contentOf(*table));
         }
     };
-    EXPECT_GE(walkAllocations([] { return Table(); },
-                              [&](Table& table) {
-                                  table.reset(Config::getDefaultedProperties(*source, instance));
-                              },
-                              expectSelected),
-              5u);
+    EXPECT_GE(
+        walkAllocations([] { return Table(); },
+                        [&](Table& table) { table.reset(Config::getDefaultedProperties(*source, instance)); },
+                        expectSelected),
+        5u);
 
     const String prefix = "x/";
     const Content one = {{longText("a"), longText("1")}};
@@ -207,9 +208,9 @@ typedef std::unique_ptr<Loading> LoadingRef;
 
 TEST(PropertiesFault, ALoadIsWholeOrFails)
 {
-    const String text = longText("b") + "=" + longText("2") + "\n" + longText("a") + " = " + String(300, 'n') +
-                        "\\\n" + String(2000, 'o') + "\n# comment " + String(3000, '#') + "\n" + longText("e") +
-                        ":" + String(5000, '5') + "\n";
+    const String text = longText("b") + "=" + longText("2") + "\n" + longText("a") + " = " + String(300, 'n')
+                        + "\\\n" + String(2000, 'o') + "\n# comment " + String(3000, '#') + "\n"
+                        + longText("e") + ":" + String(5000, '5') + "\n";
     Content after = oldContent();
     after[longText("b")] = longText("2");
     after[longText("a")] = String(300, 'n') + String(2000, 'o');
@@ -268,8 +269,8 @@ protected:
 
     static String text()
     {
-        return "%pragma include \"inner\"\n%pragma include \"other\"\n" + longText("z") + "=" +
-               longText("last") + "\n";
+        return "%pragma include \"inner\"\n%pragma include \"other\"\n" + longText("z") + "="
+               + longText("last") + "\n";
     }
 
     support::ScratchFolder folder;
@@ -346,8 +347,8 @@ TEST(PropertiesFault, StoringWithoutMemoryFailsOrIsToldByTheStream)
                                       const String stored = os->str();
                                       EXPECT_EQ(0u, stored.find("#" + header + "\n#"));
                                       EXPECT_NE(String::npos,
-                                                stored.find("\n" + longText("a") + "=" + longText("1") + "\n" +
-                                                            longText("c") + "=" + longText("3") + "\n"));
+                                                stored.find("\n" + longText("a") + "=" + longText("1") + "\n"
+                                                            + longText("c") + "=" + longText("3") + "\n"));
                                   }
                               }),
               2u);

@@ -50,13 +50,13 @@ String failureOf(Call call, int error, Operation operation)
  * Runs a test's body in this program, started anew: for what a process does once. Of a test whose suite
  * is named as a death test, and before anything else in it.
  */
-#define FAULTS_IN_NEW_PROCESS(...)                             \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");            \
-    EXPECT_EXIT(                                               \
-        {                                                      \
-            (__VA_ARGS__)();                                   \
-            ::_exit(testing::Test::HasFailure() ? 1 : 0);      \
-        },                                                     \
+#define FAULTS_IN_NEW_PROCESS(...)                                                                           \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");                                                          \
+    EXPECT_EXIT(                                                                                             \
+        {                                                                                                    \
+            (__VA_ARGS__)();                                                                                 \
+            ::_exit(testing::Test::HasFailure() ? 1 : 0);                                                    \
+        },                                                                                                   \
         testing::ExitedWithCode(0), "")
 
 }

@@ -93,7 +93,8 @@ FAULTS_OPERATOR void* operator new(std::size_t size, std::align_val_t alignment,
                                    const std::nothrow_t& tag) noexcept
 {
     static std::atomic<void*> known{nullptr};
-    const auto next = reinterpret_cast<AlignedNothrow>(faults::nextOf(known, "_ZnwmSt11align_val_tRKSt9nothrow_t"));
+    const auto next =
+        reinterpret_cast<AlignedNothrow>(faults::nextOf(known, "_ZnwmSt11align_val_tRKSt9nothrow_t"));
     return allocateOrNull<AlignedNothrow, std::size_t, std::align_val_t, const std::nothrow_t&>(
         next, size, alignment, tag);
 }
@@ -102,7 +103,8 @@ FAULTS_OPERATOR void* operator new[](std::size_t size, std::align_val_t alignmen
                                      const std::nothrow_t& tag) noexcept
 {
     static std::atomic<void*> known{nullptr};
-    const auto next = reinterpret_cast<AlignedNothrow>(faults::nextOf(known, "_ZnamSt11align_val_tRKSt9nothrow_t"));
+    const auto next =
+        reinterpret_cast<AlignedNothrow>(faults::nextOf(known, "_ZnamSt11align_val_tRKSt9nothrow_t"));
     return allocateOrNull<AlignedNothrow, std::size_t, std::align_val_t, const std::nothrow_t&>(
         next, size, alignment, tag);
 }

@@ -8,16 +8,17 @@ using faults::Call;
 using faults::strike;
 
 // These return their error, and leave errno alone.
-#define FAULTS_STATUS_CALL(call, function, parameters, arguments, specification) \
-    FAULTS_INTERPOSED int function parameters specification                      \
-    {                                                                            \
-        FAULTS_NEXT(function);                                                   \
-        const int error = strike(call);                                          \
-        return error != 0 ? error : next arguments;                              \
+#define FAULTS_STATUS_CALL(call, function, parameters, arguments, specification)                             \
+    FAULTS_INTERPOSED int function parameters specification                                                  \
+    {                                                                                                        \
+        FAULTS_NEXT(function);                                                                               \
+        const int error = strike(call);                                                                      \
+        return error != 0 ? error : next arguments;                                                          \
     }
 
 FAULTS_STATUS_CALL(Call::THREAD_CREATE, pthread_create,
-                   (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument),
+                   (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                    void* argument),
                    (thread, attributes, start, argument), noexcept)
 FAULTS_STATUS_CALL(Call::THREAD_ATTR_INIT, pthread_attr_init, (pthread_attr_t * attributes), (attributes),
                    noexcept)

@@ -116,7 +116,8 @@ TEST(FaultLayer, KnowsEveryFormOfNew)
     expectThrow([] { ::operator delete(::operator new(1)); });
     expectThrow([] { ::operator delete[](::operator new[](1)); });
     expectThrow([] { ::operator delete(::operator new(64, std::align_val_t(64)), std::align_val_t(64)); });
-    expectThrow([] { ::operator delete[](::operator new[](64, std::align_val_t(64)), std::align_val_t(64)); });
+    expectThrow(
+        [] { ::operator delete[](::operator new[](64, std::align_val_t(64)), std::align_val_t(64)); });
     void* const plain = ::operator new(1, std::nothrow);
     void* const array = ::operator new[](1, std::nothrow);
     void* const wide = ::operator new(64, std::align_val_t(64), std::nothrow);
@@ -157,31 +158,30 @@ struct Steps
 TEST(FaultLayer, AWalkVisitsEachAllocationOnce)
 {
     std::vector<int> done;
-    const unsigned int allocations = walkAllocations(
-        [] { return Steps(); },
-        [](Steps& steps) {
-            std::unique_ptr<int> first(new int(1));
-            steps.second.reset(new int(2));
-            steps.first = std::move(first);
-        },
-        [&done](Steps& steps, bool isDone) {
-            EXPECT_EQ(isDone, steps.first != nullptr);
-            done.push_back(isDone);
-        });
+    const unsigned int allocations = walkAllocations([] { return Steps(); },
+                                                     [](Steps& steps) {
+                                                         std::unique_ptr<int> first(new int(1));
+                                                         steps.second.reset(new int(2));
+                                                         steps.first = std::move(first);
+                                                     },
+                                                     [&done](Steps& steps, bool isDone) {
+                                                         EXPECT_EQ(isDone, steps.first != nullptr);
+                                                         done.push_back(isDone);
+                                                     });
     EXPECT_EQ(2u, allocations);
     EXPECT_EQ((std::vector<int>{0, 1, 0, 1, 1, 0, 1, 0, 1, 1}), done);
 }
 
 TEST(FaultLayer, AWalkGoesOnAfterAFaultThatIsMadeGood)
 {
-    const unsigned int allocations = walkAllocations(
-        [] { return 0; },
-        [](int& value) {
-            void* const spare = ::operator new(1, std::nothrow);
-            ::operator delete(spare);
-            value = 1;
-        },
-        [](int value, bool done) { EXPECT_EQ(done, value == 1); });
+    const unsigned int allocations =
+        walkAllocations([] { return 0; },
+                        [](int& value) {
+                            void* const spare = ::operator new(1, std::nothrow);
+                            ::operator delete(spare);
+                            value = 1;
+                        },
+                        [](int value, bool done) { EXPECT_EQ(done, value == 1); });
     EXPECT_EQ(1u, allocations);
 }
 

@@ -12,8 +12,8 @@
 #define FAULTS_INTERPOSED extern "C" __attribute__((visibility("default")))
 
 /** The function that this one stands before: a sanitizer's, or the C library's own. */
-#define FAULTS_NEXT(function)                  \
-    static std::atomic<void*> known{nullptr};  \
+#define FAULTS_NEXT(function)                                                                                \
+    static std::atomic<void*> known{nullptr};                                                                \
     const auto next = reinterpret_cast<decltype(&::function)>(faults::nextOf(known, #function))
 
 namespace faults {

@@ -91,7 +91,8 @@ unsigned int walkAllocations(Prepare prepare, Operation operation, Check check, 
     unsigned int allocations = 0;
     for (const unsigned int count : {1U, Fault::EVER}) {
         for (unsigned int n = 1;; ++n) {
-            SCOPED_TRACE((count == 1 ? "without allocation " : "without any allocation from ") + std::to_string(n));
+            SCOPED_TRACE((count == 1 ? "without allocation " : "without any allocation from ")
+                         + std::to_string(n));
             if (n > LIMIT) {
                 ADD_FAILURE() << "needs more and more";
                 return 0;

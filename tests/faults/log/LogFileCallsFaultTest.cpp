@@ -71,7 +71,8 @@ TEST_F(LogFileCallsFault, ADirectoryThatCannotBeMadeIsAskedForAgain)
     const String name = folder / "new/server.log";
     for (const int error : {EACCES, ENOSPC, EROFS, EIO}) {
         file->setPath(name);
-        EXPECT_THAT(failureOf(Call::MKDIR, error, "lost"), testing::StartsWith("2 No such file or directory:"));
+        EXPECT_THAT(failureOf(Call::MKDIR, error, "lost"),
+                    testing::StartsWith("2 No such file or directory:"));
         EXPECT_EQ(name, file->getPath());
         EXPECT_FALSE(exists(folder / "new"));
         EXPECT_EQ("", err.take());
@@ -174,8 +175,8 @@ TEST_F(RotationCallsFault, ARenameRefusedAtEachStepLosesNothing)
             EXPECT_EQ("", faults::failureUnder(fault, [&] { file->log("0123456789"); }));
             EXPECT_EQ(1u, fault.failed());
             EXPECT_THAT(err.take(),
-                        testing::EndsWith("LogFile:#:switchFile(): ERROR: Failed to move old log files: " +
-                                          String(std::strerror(error)) + "\n"));
+                        testing::EndsWith("LogFile:#:switchFile(): ERROR: Failed to move old log files: "
+                                          + String(std::strerror(error)) + "\n"));
             expectStandardError();
             EXPECT_EQ("one\n0123456789\n", contentOf(path));
             EXPECT_THAT(kept(), testing::AllOf(HasSubstr("zero\n"), HasSubstr("minus one\n")));
@@ -195,8 +196,8 @@ TEST_F(RotationCallsFault, AnOldestThatCannotBeRemovedIsOnlyTraced)
         prepare(2);
         EXPECT_EQ("", failureOf(Call::REMOVE, error, "0123456789"));
         const String traces = err.take();
-        EXPECT_THAT(traces, HasSubstr("LogFile:#:switchFile(): Failed to remove [" + old(1) +
-                                      "]: " + std::strerror(error) + "\n"));
+        EXPECT_THAT(traces, HasSubstr("LogFile:#:switchFile(): Failed to remove [" + old(1)
+                                      + "]: " + std::strerror(error) + "\n"));
         EXPECT_THAT(traces, testing::Not(HasSubstr("ERROR")));
         EXPECT_EQ("zero\n", contentOf(old(1)));
         EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
@@ -210,8 +211,8 @@ TEST_F(RotationCallsFault, AFileThatWillNotOpenAnewIsTold)
     for (const int error : {EMFILE, EACCES, ENOSPC, EIO, ENOMEM}) {
         prepare();
         EXPECT_EQ("", failureOf(Call::OPEN, error, "0123456789"));
-        EXPECT_THAT(err.take(), testing::EndsWith("LogFile:#:switchFile(): ERROR: Failed to open log file [" +
-                                                  path + "]" + std::strerror(error) + "\n"));
+        EXPECT_THAT(err.take(), testing::EndsWith("LogFile:#:switchFile(): ERROR: Failed to open log file ["
+                                                  + path + "]" + std::strerror(error) + "\n"));
         expectStandardError();
         EXPECT_FALSE(exists(path));
         EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
@@ -248,8 +249,9 @@ TEST_F(RotationCallsFault, ADiskThatStaysFullCostsTheOldestFileARotation)
         file->log(line);
         const String told = err.take();
         // The complaint alone is beyond the limit: the file is given another chance each time.
-        EXPECT_THAT(told, testing::StartsWith(COMPLAINT + line + "\nLogFile:#:switchFile(): Switching log file [" +
-                                              path + "] ...\n"));
+        EXPECT_THAT(told,
+                    testing::StartsWith(COMPLAINT + line + "\nLogFile:#:switchFile(): Switching log file ["
+                                        + path + "] ...\n"));
         EXPECT_THAT(told, HasSubstr("switchFile(): Removing [" + old(FILES - 1) + "]\n"));
         expected.insert(expected.begin(), String());
         expected.pop_back();
@@ -259,7 +261,8 @@ TEST_F(RotationCallsFault, ADiskThatStaysFullCostsTheOldestFileARotation)
     }
 }
 
-/** Of threads whose calls fail now and then: each line that returned stands in a file or on standard error. */
+/** Of threads whose calls fail now and then: each line that returned stands in a file or on standard error.
+ */
 TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoLine)
 {
     constexpr unsigned int THREADS = 4;
@@ -302,7 +305,8 @@ TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoLine)
     std::istringstream lines(wholeLog(path) + err.take());
     for (String line; std::getline(lines, line);) {
         if (line.compare(0, 5, "line ") == 0) {
-            EXPECT_TRUE(found.at(static_cast<std::size_t>(line[5] - '0')).insert(line).second) << "twice: " << line;
+            EXPECT_TRUE(found.at(static_cast<std::size_t>(line[5] - '0')).insert(line).second)
+                << "twice: " << line;
         }
     }
     EXPECT_EQ(returned, found);
@@ -447,9 +451,9 @@ TEST_F(LogFileCallsFault, ARotationThatCannotTellEndsAllTheSame)
     EXPECT_EQ("zero\n", contentOf(old(1)));
     Fault fault(Call::RENAME, EIO);
     EXPECT_EQ("", faults::failureUnder(fault, [&] {
-        const RaisingErr raising;
-        file->log("9876543210");
-    }));
+                  const RaisingErr raising;
+                  file->log("9876543210");
+              }));
     EXPECT_EQ("", file->getPath());
     logNext("next");
     EXPECT_EQ("next\n", err.take());

@@ -19,13 +19,10 @@ TEST(ModuleFault, AModuleIsRegisteredOrNot)
 {
     Write write;
     const String name = "a.module.with.a.name.that.needs.memory.of.its.own";
-    EXPECT_GE(faults::walkAllocations([] { return std::unique_ptr<Module>(); },
-                                      [&](std::unique_ptr<Module>& module) {
-                                          module.reset(new Module(name, write));
-                                      },
-                                      [&](std::unique_ptr<Module>& module, bool done) {
-                                          EXPECT_EQ(done, module != nullptr);
-                                      }),
+    EXPECT_GE(faults::walkAllocations(
+                  [] { return std::unique_ptr<Module>(); },
+                  [&](std::unique_ptr<Module>& module) { module.reset(new Module(name, write)); },
+                  [&](std::unique_ptr<Module>& module, bool done) { EXPECT_EQ(done, module != nullptr); }),
               2u);
 }
 

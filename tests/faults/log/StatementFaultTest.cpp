@@ -59,8 +59,7 @@ protected:
     unsigned int walk(const String& record, Statement statement)
     {
         return faults::walkAllocations(
-            [this] { return newLogger(); },
-            [&](LoggerRef& logger) { statement(logger->module); },
+            [this] { return newLogger(); }, [&](LoggerRef& logger) { statement(logger->module); },
             [&](LoggerRef&, bool done) {
                 EXPECT_EQ(" : first\n" + (done ? " : " + record + "\n" : String()), contentOf(path));
             });
@@ -75,9 +74,9 @@ TEST_F(StatementFault, ARecordIsWrittenWhollyOrNotAtAll)
     for (const unsigned int size : {10U, 500U, 511U, 512U, 513U, 1024U, 5000U, 100000U}) {
         SCOPED_TRACE(size);
         const String text(size, 't');
-        EXPECT_GE(walk(text + "|12345", [&](Module& module) {
-            NIM_LOG_TO(module, Severity_ERROR) << text << "|" << 12345;
-        }), 1u);
+        EXPECT_GE(walk(text + "|12345",
+                       [&](Module& module) { NIM_LOG_TO(module, Severity_ERROR) << text << "|" << 12345; }),
+                  1u);
     }
 }
 
@@ -126,7 +125,8 @@ TEST_F(StatementFault, ATrappedFailureIsWrittenWhollyOrNotAtAll)
         const StackTrack outer("main()", 0);
         const StackTrack track("read()", "Disk", "app", 12);
         const system_error error(5, String(size, 'e'));
-        const String record = "message : 5 : " + String(size, 'e') + "\n  [1]\tapp.Disk.read():12\n  [0]\tmain()";
+        const String record =
+            "message : 5 : " + String(size, 'e') + "\n  [1]\tapp.Disk.read():12\n  [0]\tmain()";
         walk(record, [&error](Module& com_kor_dal_nim_log_module) {
             NIM_LOG_TRAPPED(Severity_ERROR, error, "message");
         });
@@ -157,9 +157,9 @@ TEST_F(StatementFault, AReportIsWrittenWhollyOrNotAtAll)
     const unsigned int mask = logger.getOutputMask();
     logger.setOutputMask(0);
     const String filter(600, 'f');
-    const String header = " INFO Write: Log Configuration:\n\tOutputPath:   \"" + path +
-                          "\"\n\tOutputMask:   0x0 [NONE]\n\tSeverityMin:  NOTICE\n\tModuleFilter:\n\t" +
-                          filter + "\n";
+    const String header = " INFO Write: Log Configuration:\n\tOutputPath:   \"" + path
+                          + "\"\n\tOutputMask:   0x0 [NONE]\n\tSeverityMin:  NOTICE\n\tModuleFilter:\n\t"
+                          + filter + "\n";
     const auto pathReport = [this](const String& old) {
         return " : Changing logging setting: OutputPath\n\told: \"" + old + "\"\n\tnew: \"" + path + "\"\n";
     };

@@ -46,19 +46,22 @@ TEST(LocksFault, LocksThatTheSystemRefusesToMake)
 {
     // A mutex is a copy of an image, for which nobody is asked.
     for (const Call call : {Call::CONDATTR_INIT, Call::COND_INIT}) {
-        EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const CondSem lock(nullptr, true); }));
+        EXPECT_EQ("12 Cannot allocate memory",
+                  failureOf(call, ENOMEM, [] { const CondSem lock(nullptr, true); }));
         EXPECT_EQ("11 Resource temporarily unavailable",
                   failureOf(call, EAGAIN, [] { const CondSem lock(nullptr, true); }));
         EXPECT_EQ("12 Cannot allocate memory", failureOf(call, ENOMEM, [] { const Queue queue(1); }));
     }
-    EXPECT_EQ("22 Invalid argument", failureOf(Call::CONDATTR_SETCLOCK, EINVAL, [] { const CondSem lock(nullptr, true); }));
+    EXPECT_EQ("22 Invalid argument",
+              failureOf(Call::CONDATTR_SETCLOCK, EINVAL, [] { const CondSem lock(nullptr, true); }));
 }
 
 TEST(LocksFault, LocksThatTheSystemRefusesToTake)
 {
     const CriticalSection section;
     const SysMutex mutex;
-    EXPECT_EQ("35 Resource deadlock avoided", failureOf(Call::MUTEX_LOCK, EDEADLK, [&] { section.acquire(); }));
+    EXPECT_EQ("35 Resource deadlock avoided",
+              failureOf(Call::MUTEX_LOCK, EDEADLK, [&] { section.acquire(); }));
     EXPECT_EQ("35 Resource deadlock avoided", failureOf(Call::MUTEX_LOCK, EDEADLK, [&] { mutex.acquire(); }));
     {
         const Fault fault(Call::MUTEX_TRYLOCK, EBUSY);
@@ -98,8 +101,7 @@ TEST(LocksFault, LocksAreMadeOrNot)
 }
 
 class Element : public QueueElement
-{
-};
+{};
 
 TEST(LocksFault, AnElementIsQueuedOrStaysTheCallers)
 {
@@ -201,14 +203,12 @@ TEST(ThreadsFault, ATaskIsAddedOrMissesMemory)
 TEST(ThreadsFault, APoolIsMadeOrMissesMemory)
 {
     testing::internal::CaptureStderr();
-    EXPECT_GE(walkAllocations([] { return std::unique_ptr<ThreadPool>(); },
-                              [](std::unique_ptr<ThreadPool>& pool) {
-                                  pool.reset(new ThreadPool(nullptr, 2, 0, 0, 0, 0, 10));
-                              },
-                              [](std::unique_ptr<ThreadPool>& pool, bool done) {
-                                  EXPECT_EQ(done, pool != nullptr);
-                              }),
-              4u);
+    EXPECT_GE(
+        walkAllocations(
+            [] { return std::unique_ptr<ThreadPool>(); },
+            [](std::unique_ptr<ThreadPool>& pool) { pool.reset(new ThreadPool(nullptr, 2, 0, 0, 0, 0, 10)); },
+            [](std::unique_ptr<ThreadPool>& pool, bool done) { EXPECT_EQ(done, pool != nullptr); }),
+        4u);
     EXPECT_EQ("", testing::internal::GetCapturedStderr()) << "there never was what failed to be made";
 }
 
@@ -220,12 +220,15 @@ TEST(ThreadsFault, APoolEndsWithoutMemory)
     WalkOptions here;
     here.onThisThread = true;
     com::kor::dal::nim::sys::System::threadId();
-    EXPECT_GE(walkAllocations(makePool, [](std::unique_ptr<ThreadPool>& pool) { pool->shutdown(); }, check, here),
+    EXPECT_GE(walkAllocations(
+                  makePool, [](std::unique_ptr<ThreadPool>& pool) { pool->shutdown(); }, check, here),
               1u);
-    EXPECT_GE(walkAllocations(makePool, [](std::unique_ptr<ThreadPool>& pool) { pool->shutdown(false); }, check,
-                              here),
+    EXPECT_GE(walkAllocations(
+                  makePool, [](std::unique_ptr<ThreadPool>& pool) { pool->shutdown(false); }, check, here),
               1u);
-    EXPECT_GE(walkAllocations(makePool, [](std::unique_ptr<ThreadPool>& pool) { pool.reset(); }, check), 1u);
+    EXPECT_GE(walkAllocations(
+                  makePool, [](std::unique_ptr<ThreadPool>& pool) { pool.reset(); }, check),
+              1u);
 }
 
 TEST(ThreadsFault, ADetachedThreadIsStartedOrMissesMemory)
@@ -236,16 +239,15 @@ TEST(ThreadsFault, ADetachedThreadIsStartedOrMissesMemory)
     };
     WalkOptions here;
     here.onThisThread = true;
-    EXPECT_GE(walkAllocations([] { return std::make_unique<Subject>(); },
-                              [](std::unique_ptr<Subject>& subject) {
-                                  OwnThread thread([&] { ++subject->ran; }, false);
-                                  thread.start();
-                                  mttest::awaitEnd(thread);
-                              },
-                              [](std::unique_ptr<Subject>& subject, bool done) {
-                                  EXPECT_EQ(done ? 1 : 0, subject->ran);
-                              },
-                              here),
+    EXPECT_GE(walkAllocations(
+                  [] { return std::make_unique<Subject>(); },
+                  [](std::unique_ptr<Subject>& subject) {
+                      OwnThread thread([&] { ++subject->ran; }, false);
+                      thread.start();
+                      mttest::awaitEnd(thread);
+                  },
+                  [](std::unique_ptr<Subject>& subject, bool done) { EXPECT_EQ(done ? 1 : 0, subject->ran); },
+                  here),
               4u);
 }
 
@@ -284,7 +286,8 @@ TEST(ThreadsFault, AFailureOfAThreadReachesItsJoinerOrMissesMemory)
     }
 }
 
-/** What a detached thread throws is logged, or lost behind a line that says so; the thread ends either way. */
+/** What a detached thread throws is logged, or lost behind a line that says so; the thread ends either way.
+ */
 TEST(ThreadsFault, ADetachedThreadThatFailsWithoutMemoryEnds)
 {
     const String text(200, 't');

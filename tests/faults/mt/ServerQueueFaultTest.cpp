@@ -35,8 +35,7 @@ std::string complaintOf(Operation operation)
 class Counted : public RX_Closure
 {
 public:
-    Counted(std::atomic<int>& aliveCount, std::atomic<int>& runCount)
-        : alive(aliveCount), runs(runCount)
+    Counted(std::atomic<int>& aliveCount, std::atomic<int>& runCount) : alive(aliveCount), runs(runCount)
     {
         ++alive;
     }
@@ -190,8 +189,8 @@ TEST(ServerQueueFault, IsFlushedAndClosedWithoutMemory)
                 subject.put();
             }
             Fault noMemory(Call::NEW, ENOMEM, n);
-            const Outcome outcome = outcomeUnder(
-                noMemory, [&] { closing ? subject.queue->close() : subject.queue->flush(); });
+            const Outcome outcome =
+                outcomeUnder(noMemory, [&] { closing ? subject.queue->close() : subject.queue->flush(); });
             EXPECT_EQ(Outcome::DONE, outcome.kind);
             EXPECT_EQ(closing ? 1 : 0, subject.queue->isClosed());
             EXPECT_EQ(0u, subject.queue->size());

@@ -43,14 +43,11 @@ const std::string LONG(300, 'x');
 TEST(RuntimeFault, AStringIsMadeOrNot)
 {
     EXPECT_GE(walkAllocations([] { return RX_String(); }, [](RX_String& made) { made = LONG.c_str(); },
-                              [](RX_String& made, bool done) {
-                                  EXPECT_EQ(done ? LONG : "", bytesOf(made));
-                              }),
+                              [](RX_String& made, bool done) { EXPECT_EQ(done ? LONG : "", bytesOf(made)); }),
               1u);
-    EXPECT_GE(walkAllocations([] { return text("abc"); }, [](RX_String& made) { made += text(LONG); },
-                              [](RX_String& made, bool done) {
-                                  EXPECT_EQ(done ? "abc" + LONG : "abc", bytesOf(made));
-                              }),
+    EXPECT_GE(walkAllocations(
+                  [] { return text("abc"); }, [](RX_String& made) { made += text(LONG); },
+                  [](RX_String& made, bool done) { EXPECT_EQ(done ? "abc" + LONG : "abc", bytesOf(made)); }),
               2u);
 }
 
@@ -68,10 +65,10 @@ TEST(RuntimeFault, AnExceptionIsCopiedOrNot)
                                   }
                               }),
               2u);
-    EXPECT_GE(walkAllocations([] { return RX_String(); },
-                              [&](RX_String& told) { told = error.asString(0); },
-                              [&](RX_String& told, bool done) { EXPECT_EQ(done ? whole : "", bytesOf(told)); }),
-              2u);
+    EXPECT_GE(
+        walkAllocations([] { return RX_String(); }, [&](RX_String& told) { told = error.asString(0); },
+                        [&](RX_String& told, bool done) { EXPECT_EQ(done ? whole : "", bytesOf(told)); }),
+        2u);
     EXPECT_GE(walkAllocations([] { return 0; },
                               [&](int& code) {
                                   try {
@@ -139,14 +136,13 @@ TEST(RuntimeFault, CollectionsChangeOrNot)
 TEST(RuntimeFault, APatternIsCompiledOrNot)
 {
     typedef std::unique_ptr<RX_Wildcard> Pattern;
-    EXPECT_GE(walkAllocations([] { return Pattern(); },
-                              [](Pattern& made) {
-                                  made.reset(new RX_Wildcard(text("log.<->"), RX_Wildcard::WILD));
-                              },
-                              [](Pattern& made, bool done) {
-                                  ASSERT_EQ(done, made != nullptr);
-                                  EXPECT_TRUE(!done || made->matches("log.17"));
-                              }),
+    EXPECT_GE(walkAllocations(
+                  [] { return Pattern(); },
+                  [](Pattern& made) { made.reset(new RX_Wildcard(text("log.<->"), RX_Wildcard::WILD)); },
+                  [](Pattern& made, bool done) {
+                      ASSERT_EQ(done, made != nullptr);
+                      EXPECT_TRUE(!done || made->matches("log.17"));
+                  }),
               2u);
 }
 

@@ -41,23 +41,21 @@ const StringVector& labels()
 
 TEST(ErrorsFault, AStateOfTheThreadIsMadeOrNot)
 {
-    EXPECT_GE(walkAllocations([] { return 0; },
-                              [](int& tid) { tid = ThreadState::current().tid; },
+    EXPECT_GE(walkAllocations([] { return 0; }, [](int& tid) { tid = ThreadState::current().tid; },
                               [](int tid, bool done) { EXPECT_EQ(done, tid != 0); }),
               3u);
 }
 
 TEST(ErrorsFault, ATrackLeavesTheStackAsItWas)
 {
-    EXPECT_GE(walkAllocations([] { return StringVector(); },
-                              [](StringVector& found) {
-                                  const StackTrack outer(OUTER, 1);
-                                  const StackTrack inner(INNER, 2);
-                                  found = StackTrace().trace();
-                              },
-                              [](StringVector& found, bool done) {
-                                  EXPECT_EQ(done ? labels() : StringVector(), found);
-                              }),
+    EXPECT_GE(walkAllocations(
+                  [] { return StringVector(); },
+                  [](StringVector& found) {
+                      const StackTrack outer(OUTER, 1);
+                      const StackTrack inner(INNER, 2);
+                      found = StackTrace().trace();
+                  },
+                  [](StringVector& found, bool done) { EXPECT_EQ(done ? labels() : StringVector(), found); }),
               6u);
     EXPECT_TRUE(StackTrace().empty());
 }
@@ -140,8 +138,7 @@ TEST(ErrorsFault, AnErrorIsWholeOrNone)
                               [&](Error& error) { error.reset(new system_error(7, text.c_str())); },
                               expectError(text, 7)),
               2u);
-    EXPECT_GE(walkAllocations([] { return Error(); },
-                              [](Error& error) { error.reset(new system_error(11)); },
+    EXPECT_GE(walkAllocations([] { return Error(); }, [](Error& error) { error.reset(new system_error(11)); },
                               expectError("Resource temporarily unavailable", 11)),
               2u);
     EXPECT_GE(walkAllocations([] { return Error(); },
@@ -198,8 +195,7 @@ TEST(ErrorsFault, TextsAreWholeOrNone)
                               }),
               1u);
     const char* const mangled = "_ZN3com3kor3dal3nim3sys10StackTrace8toStringEv";
-    EXPECT_GE(walkAllocations([] { return String(); },
-                              [=](String& text) { demangle(mangled).swap(text); },
+    EXPECT_GE(walkAllocations([] { return String(); }, [=](String& text) { demangle(mangled).swap(text); },
                               [](String& text, bool done) {
                                   EXPECT_EQ(done ? "com::kor::dal::nim::sys::StackTrace::toString()" : "",
                                             text);
@@ -237,7 +233,8 @@ TEST(ErrorsFault, ANullReferenceIsToldWithItsWholeTrace)
                                       found = error.what();
                                   }
                               },
-                              [&](String& found, bool done) { EXPECT_EQ(done ? text : String(), found); }, here),
+                              [&](String& found, bool done) { EXPECT_EQ(done ? text : String(), found); },
+                              here),
               5u);
 }
 

@@ -84,10 +84,9 @@ TEST(SystemFault, AddressesAreWholeOrNone)
     } catch (const system_error&) {
         GTEST_SKIP() << "this host does not know itself";
     }
-    walkAllocations([] { return StringVector(); },
-                    [](StringVector& found) { System::hostIpAddress().swap(found); },
-                    [&](StringVector& found, bool done) { EXPECT_EQ(done ? all : StringVector(), found); },
-                    options);
+    walkAllocations(
+        [] { return StringVector(); }, [](StringVector& found) { System::hostIpAddress().swap(found); },
+        [&](StringVector& found, bool done) { EXPECT_EQ(done ? all : StringVector(), found); }, options);
 }
 
 // What is found once a process is looked for in one that has not looked yet.
@@ -134,9 +133,8 @@ TEST(SystemFaultDeathTest, AProcessWithoutAPathFailsOnce)
 {
     FAULTS_IN_NEW_PROCESS([] {
         Fault link(Call::READLINK, ENOENT);
-        EXPECT_EQ(NO_DIRECTORY, failureOf(Call::DLOPEN, ENOENT, [] {
-                      System::getProcessPath(System::FULL_PROCESS_PATH);
-                  }));
+        EXPECT_EQ(NO_DIRECTORY,
+                  failureOf(Call::DLOPEN, ENOENT, [] { System::getProcessPath(System::FULL_PROCESS_PATH); }));
         link.disarm();
         // Another thread finds the lock free.
         onNewThread([] {
@@ -175,8 +173,8 @@ TEST(SystemFaultDeathTest, AProcessPathIsFoundOrMissingMemory)
             ASSERT_LT(n, 100u);
             // Once a process: the children have not looked yet.
             status = WEXITSTATUS(inChildProcess([n] { ::_exit(findPath(n)); }));
-            EXPECT_TRUE(status == FOUND || status == FOUND_LATER || status == EMPTY_LATER ||
-                        status == FOUND_WITHOUT_A_FAULT)
+            EXPECT_TRUE(status == FOUND || status == FOUND_LATER || status == EMPTY_LATER
+                        || status == FOUND_WITHOUT_A_FAULT)
                 << status << " at allocation " << n;
         }
     });

@@ -62,12 +62,15 @@ TEST(ContextFault, AnEntryIsTakenOutOrNot)
         BagRef bag;
         RefCntObjectRef removed;
     };
-    walkAllocations([&] { return Subject{filledBag(&living), RefCntObjectRef()}; },
-                    [](Subject& subject) { subject.removed = subject.bag->remove(SHARED); },
-                    [](Subject& subject, bool done) {
-                        EXPECT_EQ(done, !!subject.removed);
-                        EXPECT_EQ(!done, !!subject.bag->find(SHARED));
-                    });
+    walkAllocations(
+        [&] {
+            return Subject{filledBag(&living), RefCntObjectRef()};
+        },
+        [](Subject& subject) { subject.removed = subject.bag->remove(SHARED); },
+        [](Subject& subject, bool done) {
+            EXPECT_EQ(done, !!subject.removed);
+            EXPECT_EQ(!done, !!subject.bag->find(SHARED));
+        });
     EXPECT_EQ(0, living);
 }
 
@@ -75,8 +78,7 @@ TEST(ContextFault, ADuplicateIsMadeOrNot)
 {
     int living = 0;
     const BagRef source = filledBag(&living);
-    EXPECT_GE(walkAllocations([] { return BagRef(); },
-                              [&](BagRef& bag) { bag = new Bag(*source); },
+    EXPECT_GE(walkAllocations([] { return BagRef(); }, [&](BagRef& bag) { bag = new Bag(*source); },
                               [&](BagRef& bag, bool done) {
                                   EXPECT_EQ(done, !!bag);
                                   EXPECT_EQ(done ? 6 : 4, living);
@@ -127,16 +129,15 @@ TEST(ContextFault, ClearingTakesNoMemory)
 
 TEST(ContextFault, KeysAndContextsOfTheThread)
 {
-    EXPECT_GE(walkAllocations([] { return 0u; },
-                              [](UInt32_t& key) { key = Context::allocateKey(1); },
+    EXPECT_GE(walkAllocations([] { return 0u; }, [](UInt32_t& key) { key = Context::allocateKey(1); },
                               [](UInt32_t key, bool done) {
                                   EXPECT_EQ(done ? 1u : 0u, key != 0 ? Context::keyAttributes(key) : 0u);
                               }),
               1u);
     EXPECT_GE(walkAllocations([] { return false; },
                               [](bool& found) {
-                                  found = !!ContainerContext::current() && !!Context::current() &&
-                                          !SecurityContext::current();
+                                  found = !!ContainerContext::current() && !!Context::current()
+                                          && !SecurityContext::current();
                               },
                               [](bool found, bool done) { EXPECT_EQ(done, found); }),
               1u);
@@ -233,9 +234,10 @@ TEST(ContextFault, AScopeEndsWithoutMemory)
             failed = fault.failed();
         });
         const bool isLeft = !!bag->find(SHARED);
-        EXPECT_EQ(isLeft ? "com.kor.dal.nim WARNING ContextScope : Unexpected context exception : std::bad_alloc\n"
-                         : "",
-                  logger.taken())
+        EXPECT_EQ(
+            isLeft ? "com.kor.dal.nim WARNING ContextScope : Unexpected context exception : std::bad_alloc\n"
+                   : "",
+            logger.taken())
             << n;
         EXPECT_TRUE(failed != 0 || !isLeft);
     }
@@ -253,14 +255,13 @@ TEST(ContextFault, ATokenIsSetOrNot)
                               [](RefCntObjectRef& context, bool done) { EXPECT_EQ(done, !!context); }),
               2u);
     const RefCntObjectRef token(new Item);
-    walkAllocations([] {
-        return SecurityContextRef(&dynamic_cast<SecurityContext&>(
-            *SecurityContext::opCreate(ContainerContextRef(), SecurityContext::KEY, 0)));
-    },
-                    [&](SecurityContextRef& context) { context->token(token); },
-                    [&](SecurityContextRef& context, bool done) {
-                        EXPECT_EQ(done, context->token() == token);
-                    });
+    walkAllocations(
+        [] {
+            return SecurityContextRef(&dynamic_cast<SecurityContext&>(
+                *SecurityContext::opCreate(ContainerContextRef(), SecurityContext::KEY, 0)));
+        },
+        [&](SecurityContextRef& context) { context->token(token); },
+        [&](SecurityContextRef& context, bool done) { EXPECT_EQ(done, context->token() == token); });
 }
 
 TEST(ContextFault, ASecondTokenIsToldWithItsTraceOrIsMissingMemory)

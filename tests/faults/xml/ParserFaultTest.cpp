@@ -123,8 +123,8 @@ WalkOptions withCode()
     WalkOptions options;
     options.named = [](const std::exception& failure) {
         const auto* const error = dynamic_cast<const system_error*>(&failure);
-        return error != nullptr && error->error() == 700012900 &&
-               String(error->what()) == "Error to String function unimplemented";
+        return error != nullptr && error->error() == 700012900
+               && String(error->what()) == "Error to String function unimplemented";
     };
     return options;
 }

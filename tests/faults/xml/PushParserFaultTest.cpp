@@ -19,8 +19,8 @@ int ignore(PDS_PARSE_H, pds_parse_cb_type_e, void*, void*, char*, char*, char*, 
     return 0;
 }
 
-[[maybe_unused]] int pushAtEachStart(PDS_PARSE_H handle, pds_parse_cb_type_e type, void*, void*, char*, char*, char*,
-                    std::size_t, char**)
+[[maybe_unused]] int pushAtEachStart(PDS_PARSE_H handle, pds_parse_cb_type_e type, void*, void*, char*, char*,
+                                     char*, std::size_t, char**)
 {
     if (type == PDS_PARSE_CB_TAG_START) {
         nim_pdsParsePushCommonCB(pushAtEachStart, nullptr, 0, handle);
