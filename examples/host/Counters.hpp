@@ -10,6 +10,8 @@ namespace nimhost {
 /** What the whole host did; any thread may count. */
 struct Counters
 {
+    /** Requests that no worker has begun: in the pool, or at its door while it is full. */
+    std::atomic<std::int64_t> requestsWaiting{0};
     std::atomic<std::uint64_t> tasksRun{0};
     /** Requests for which the pool had no room. */
     std::atomic<std::uint64_t> tasksRefused{0};

@@ -78,6 +78,7 @@ void DocumentReader::submit(const std::string& path, const std::vector<DocumentR
             reload(begin, request.plugin);
         } else {
             auto task = std::make_unique<ServiceTask>(desk, request, begin);
+            ++desk.counters.requestsWaiting;
             pool.add(task.get(), true);
             task.release();
         }

@@ -68,6 +68,9 @@ Host::Host(const Options& given)
     if (!options.documents.empty()) {
         makeReader();
     }
+    if (!options.status.empty()) {
+        recorder = std::make_unique<StatusRecorder>(options.status, counters, traces);
+    }
 }
 
 std::vector<Plugin> Host::loadAdapters() const
@@ -107,7 +110,8 @@ int Host::run()
     waitForEnd();
     shutDown();
     // The results have standard output for themselves.
-    showTable(results ? std::cerr : std::cout, seconds(), counters, traces.rotations());
+    showTable(results ? std::cerr : std::cout, Summary(seconds(), counters, traces.rotations()));
+    writeLastStatus();
     return exitStatus();
 }
 
@@ -115,6 +119,19 @@ int Host::exitStatus() const
 {
     const bool failed = results && (counters.documentsRefused != 0 || counters.tasksFailed != 0);
     return status != 0 ? status : failed ? 1 : 0;
+}
+
+void Host::writeLastStatus()
+{
+    if (!recorder) {
+        return;
+    }
+    try {
+        recorder->end(seconds());
+    } catch (const std::exception& exc) {
+        status = std::max(status, 1);
+        std::cerr << "nimhost: " << exc.what() << std::endl;
+    }
 }
 
 double Host::seconds() const
@@ -156,6 +173,9 @@ void Host::waitForEnd()
         const int signal = sigtimedwait(&signals, nullptr, &interval);
         if (terminal) {
             showProgress(std::cout, seconds(), counters, traces.rotations());
+        }
+        if (recorder) {
+            recorder->look(seconds());
         }
         if (signal != -1) {
             handleSignal(signal);

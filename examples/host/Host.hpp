@@ -9,6 +9,7 @@
 #include "Results.hpp"
 #include "RotationTraces.hpp"
 #include "Source.hpp"
+#include "StatusRecorder.hpp"
 
 #include <dalnim/mt/Thread.hpp>
 
@@ -51,6 +52,7 @@ private:
     void shutDown();
     void joinSources();
     void joinReader();
+    void writeLastStatus();
     int exitStatus() const;
     double seconds() const;
 
@@ -68,6 +70,8 @@ private:
     std::unique_ptr<Results> results;
     std::unique_ptr<DocumentReader> reader;
     std::unique_ptr<com::kor::dal::nim::mt::Thread> readerThread;
+    /** Only when a page is asked for. */
+    std::unique_ptr<StatusRecorder> recorder;
     Monitor monitor;
     com::kor::dal::nim::mt::Thread monitorThread;
     std::chrono::steady_clock::time_point began;

@@ -9,7 +9,8 @@
 namespace nimhost {
 
 const char USAGE[] =
-    "usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N] [DOCUMENT...]\n"
+    "usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N]\n"
+    "               [--status FILE] [DOCUMENT...]\n"
     "\n"
     "Serves the requests of XML documents by plug-ins, and writes the results to standard output; \"-\"\n"
     "is standard input. Without documents it runs sources whose requests a pool answers. Either way it\n"
@@ -20,11 +21,12 @@ const char USAGE[] =
     "                 beside documents)\n"
     "  --seconds S    stop after S seconds\n"
     "  --records N    stop after N requests\n"
+    "  --status FILE  show the run on a page of HTML, which is written once a second\n"
     "  --help         show this text\n"
     "\n"
     "Sources with neither limit run for five seconds. SIGHUP makes it read its configuration again;\n"
     "SIGINT and SIGTERM end it in order. Exit status: 0, 1 when a document was refused or a request of\n"
-    "one failed, or 2 for a bad option or configuration.\n";
+    "one failed, or the last page could not be written, or 2 for a bad option or configuration.\n";
 
 namespace {
 
@@ -49,12 +51,13 @@ Number parseNumber(const char* option, const char* text, Number most)
 
 Options Options::parse(int argc, char** argv)
 {
-    enum { CONFIG = 1, THREADS, SECONDS, RECORDS, HELP };
+    enum { CONFIG = 1, THREADS, SECONDS, RECORDS, STATUS, HELP };
     static const option long_options[] = {
         {"config", required_argument, nullptr, CONFIG},
         {"threads", required_argument, nullptr, THREADS},
         {"seconds", required_argument, nullptr, SECONDS},
         {"records", required_argument, nullptr, RECORDS},
+        {"status", required_argument, nullptr, STATUS},
         {"help", no_argument, nullptr, HELP},
         {nullptr, 0, nullptr, 0},
     };
@@ -75,6 +78,9 @@ Options Options::parse(int argc, char** argv)
             break;
         case RECORDS:
             options.records = parseNumber("records", optarg, std::uint64_t(1000000000000));
+            break;
+        case STATUS:
+            options.status = optarg;
             break;
         case HELP:
             options.help = true;

@@ -26,6 +26,8 @@ struct Options
     unsigned int seconds = 0;
     /** How many requests the sources read together, each of which makes a record; 0 for no limit. */
     std::uint64_t records = 0;
+    /** Where the page of the run is written; empty for none. */
+    std::string status;
     /** Documents of requests, "-" for standard input. */
     std::vector<std::string> documents;
     bool help = false;

@@ -1,7 +1,7 @@
 #ifndef NIMHOST_REPORT_HPP
 #define NIMHOST_REPORT_HPP
 
-#include "Counters.hpp"
+#include "Summary.hpp"
 
 #include <cstdint>
 #include <iosfwd>
@@ -14,7 +14,7 @@ void showProgress(std::ostream& os, double seconds, const Counters& counters, st
 void clearProgress(std::ostream& os);
 
 /** The table at the end of the run, with the log's files and their sizes. */
-void showTable(std::ostream& os, double seconds, const Counters& counters, std::uint64_t rotations);
+void showTable(std::ostream& os, const Summary& summary);
 
 }
 

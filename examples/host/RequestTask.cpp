@@ -31,6 +31,7 @@ RequestTask::RequestTask(Source& origin)
 
 void RequestTask::run()
 {
+    --counters.requestsWaiting;
     const std::unique_ptr<nim::mt::QueueElement> element(source.queue().next(0));
     const auto* const request = dynamic_cast<const Request*>(element.get());
     if (request == nullptr) {

@@ -28,6 +28,7 @@ ServiceTask::~ServiceTask()
 
 void ServiceTask::run()
 {
+    --desk.counters.requestsWaiting;
     ++desk.counters.tasksRun;
     desk.counters.noteWait(std::chrono::steady_clock::now() - submitted);
     if (!isUnder(desk.token)) {

@@ -80,9 +80,11 @@ bool Source::submit(std::uint64_t number)
     request.release();
 
     auto task = std::make_unique<RequestTask>(*this);
+    ++counters.requestsWaiting;
     if (pool.add(task.get(), true, settings().block)) {
         task.release();
     } else {
+        --counters.requestsWaiting;
         ++counters.tasksRefused;
         const std::unique_ptr<nim::mt::QueueElement> refused(requests.next(0));
     }

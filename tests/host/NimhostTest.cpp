@@ -1,5 +1,4 @@
-#include <support/ChildProcess.hpp>
-#include <support/Files.hpp>
+#include "NimhostFixture.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,96 +19,8 @@ using support::writeFile;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
-const char LOG[] = "com.kor.dal.nim.log.Control.";
-
-class NimhostTest : public testing::Test
-{
-protected:
-    std::vector<std::string> command(const std::vector<std::string>& arguments) const
-    {
-        std::vector<std::string> words = {NIMHOST_PROGRAM};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        return words;
-    }
-
-    /**
-     * Writes a configuration whose log stands in the scratch folder; gives its path.
-     * @param hostSettings stands behind the settings of the host, and so overrides them
-     */
-    std::string configure(const std::string& logSettings, const std::string& hostSettings = "") const
-    {
-        const std::string file = scratch.file("test.properties");
-        writeFile(file, "%pragma include \"test-log.properties\"\n"
-                        "pool/threads = 2\npool/pending = 16\n"
-                        "/source/rate = 0\n/source/queue = 8\n/source/block = true\n"
-                        "/source/debug.every = 4\n/source/fail.every = 0\n/source/break.after = 0\n"
-                            + hostSettings);
-        writeFile(scratch.file("test-log.properties"), logSettings);
-        return file;
-    }
-
-    static std::string fileSettings(const std::string& more)
-    {
-        return std::string(LOG) + "directory = log\n" + LOG + "file = host.log\n" + more;
-    }
-
-    std::string logText() const
-    {
-        return readFile(scratch.file("log/host.log"));
-    }
-
-    /** Waits until the log holds a text; false when a quarter of a minute did not bring it. */
-    bool logHolds(const std::string& text) const
-    {
-        return waitFor([&] { return logText().find(text) != std::string::npos; });
-    }
-
-    template <class Condition>
-    static bool waitFor(Condition condition)
-    {
-        for (int round = 0; round < 1500; ++round) {
-            if (condition()) {
-                return true;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return false;
-    }
-
-    /** The records of requests in all files of the log's folder. */
-    std::vector<std::string> answers() const
-    {
-        std::vector<std::string> records;
-        for (const auto& entry : std::filesystem::directory_iterator(scratch.file("log"))) {
-            std::istringstream text(readFile(entry.path()));
-            for (std::string line; std::getline(text, line);) {
-                if (line.find("answered") != std::string::npos) {
-                    records.push_back(line);
-                }
-            }
-        }
-        return records;
-    }
-
-    /** The number in the row of that label, a very large one when there is no such row. */
-    static std::size_t tableRow(const std::string& output, const std::string& label)
-    {
-        const std::size_t row = output.find("  " + label + ' ');
-        return row != std::string::npos ? std::stoul(output.substr(row + label.size() + 2))
-                                        : std::string::npos;
-    }
-
-    /** Runs to the end and expects one line on standard error and status 2. */
-    void expectRefused(const std::vector<std::string>& arguments, const std::string& line) const
-    {
-        ChildProcess host(command(arguments), scratch.path());
-        EXPECT_EQ(host.wait(), 2);
-        EXPECT_EQ(host.errors(), line + "\n");
-        EXPECT_EQ(host.output(), "");
-    }
-
-    support::ScratchFolder scratch;
-};
+class NimhostTest : public NimhostFixture
+{};
 
 TEST_F(NimhostTest, RefusesBadOptionsInOneLine)
 {
@@ -139,7 +50,7 @@ TEST_F(NimhostTest, RefusesAMissingInclude)
 
 TEST_F(NimhostTest, RefusesABadValue)
 {
-    const std::string file = configure(fileSettings(std::string(LOG) + "severity.id = LOUD\n"));
+    const std::string file = configure(fileSettings(LOG + "severity.id = LOUD\n"));
     expectRefused({"--config", file}, "nimhost: " + file + ": Unrecognized NIM Log Severity");
 
     configure(fileSettings(""), "/source/rate = many\n");
@@ -158,16 +69,16 @@ TEST_F(NimhostTest, ShowsItsUsage)
     ChildProcess host(command({"--help"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
     EXPECT_THAT(host.output(),
-                HasSubstr("usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N] "
-                          "[DOCUMENT...]"));
+                HasSubstr("usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N]\n"
+                          "               [--status FILE] [DOCUMENT...]\n"));
     EXPECT_EQ(host.errors(), "");
 }
 
 TEST_F(NimhostTest, WritesEveryRecordOfSeveralThreadsToARotatingSet)
 {
     const std::string file =
-        configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG
-                               + "output.mask = MODULENAME SEVERITY\n" + LOG + "maxFileSize = 20000\n"));
+        configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "output.mask = MODULENAME SEVERITY\n"
+                               + LOG + "maxFileSize = 20000\n"));
     ChildProcess host(command({"--config", file, "--threads", "4", "--records", "4000"}), scratch.path());
     ASSERT_EQ(host.wait(), 0);
     EXPECT_EQ(host.errors(), "");
@@ -207,9 +118,8 @@ TEST_F(NimhostTest, WritesEveryRecordOfSeveralThreadsToARotatingSet)
 
 TEST_F(NimhostTest, KeepsTheNumberOfFilesThatItIsToldTo)
 {
-    const std::string file =
-        configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG + "maxFileSize = 10000\n" + LOG
-                               + "maxNumberOfFiles = 2\n"));
+    const std::string file = configure(fileSettings(
+        LOG + "severity.id = INFO\n" + LOG + "maxFileSize = 10000\n" + LOG + "maxNumberOfFiles = 2\n"));
     ChildProcess host(command({"--config", file, "--records", "3000"}), scratch.path());
     ASSERT_EQ(host.wait(), 0);
     std::set<std::string> names;
@@ -226,7 +136,7 @@ TEST_F(NimhostTest, ReadsItsConfigurationAgainOnHangup)
     ASSERT_TRUE(logHolds("nimhost starts with 1 sources"));
     EXPECT_EQ(logText().find(" DEBUG "), std::string::npos);
 
-    configure(fileSettings(std::string(LOG) + "severity.id = DEBUG\n"), "/source/rate = 200\n");
+    configure(fileSettings(LOG + "severity.id = DEBUG\n"), "/source/rate = 200\n");
     host.signal(SIGHUP);
     ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
     EXPECT_TRUE(logHolds("Changing logging setting: Severity\n\told: NOTICE\n\tnew: DEBUG"));
@@ -240,9 +150,9 @@ TEST_F(NimhostTest, ReadsItsConfigurationAgainOnHangup)
 /** As a tool does that rotates logs: moves the file away, puts a new one there, and tells the host. */
 TEST_F(NimhostTest, OpensItsLogAnewOnHangupBehindARotationFromOutside)
 {
-    const std::string file = configure(
-        fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG + "output.mask = MODULENAME SEVERITY\n"),
-        "/source/rate = 2000\n");
+    const std::string file =
+        configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "output.mask = MODULENAME SEVERITY\n"),
+                  "/source/rate = 2000\n");
     ChildProcess host(command({"--config", file, "--threads", "2", "--seconds", "60"}), scratch.path());
     ASSERT_TRUE(logHolds("answered"));
     const std::string log = scratch.file("log/host.log");
@@ -270,8 +180,8 @@ TEST_F(NimhostTest, OpensItsLogAnewOnHangupBehindARotationFromOutside)
 TEST_F(NimhostTest, GoesOnWithItsOwnRotationBehindAHangup)
 {
     const std::string file =
-        configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG
-                               + "output.mask = MODULENAME SEVERITY\n" + LOG + "maxFileSize = 20000\n"),
+        configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "output.mask = MODULENAME SEVERITY\n"
+                               + LOG + "maxFileSize = 20000\n"),
                   "/source/rate = 2000\n");
     ChildProcess host(command({"--config", file, "--threads", "2", "--seconds", "60"}), scratch.path());
     for (std::size_t files = 2; files < 10; files += 2) {
@@ -318,7 +228,7 @@ TEST_F(NimhostTest, LogsWhatTheLoaderWarnsOf)
 
 TEST_F(NimhostTest, LogsToAStreamWhenItIsToldTo)
 {
-    const std::string file = configure(std::string(LOG) + "stream = STDOUT\n");
+    const std::string file = configure(LOG + "stream = STDOUT\n");
     ChildProcess host(command({"--config", file, "--records", "1"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
     EXPECT_THAT(host.output(), HasSubstr("nimhost starts with 4 sources\n"));
@@ -383,8 +293,8 @@ TEST_F(NimhostTest, EndsAtOnceOnASecondSignal)
 {
     // So many requests under way that the orderly end takes far longer than the second signal.
     const std::string file =
-        configure(fileSettings(std::string(LOG) + "severity.id = INFO\n" + LOG + "maxFileSize = 1000000\n"
-                               + LOG + "maxNumberOfFiles = 1\n"),
+        configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "maxFileSize = 1000000\n" + LOG
+                               + "maxNumberOfFiles = 1\n"),
                   "pool/threads = 1\npool/pending = 1000000\n/source/queue = 1000000\n");
     ChildProcess host(command({"--config", file, "--seconds", "60"}), scratch.path());
     ASSERT_TRUE(logHolds("answered"));

@@ -1,0 +1,154 @@
+#include "Plot.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <ostream>
+#include <utility>
+
+namespace nimhost {
+
+namespace {
+
+// In units of the drawing, which is as wide as the page that it stands on.
+constexpr double WIDTH = 760;
+constexpr double HEIGHT = 180;
+constexpr double LEFT = 76;
+constexpr double RIGHT = 12;
+constexpr double TOP = 26;
+constexpr double BOTTOM = 26;
+
+constexpr double INNER_WIDTH = WIDTH - LEFT - RIGHT;
+constexpr double INNER_HEIGHT = HEIGHT - TOP - BOTTOM;
+
+double across(double seconds, double all)
+{
+    return LEFT + seconds / all * INNER_WIDTH;
+}
+
+double above(double value, double top)
+{
+    return HEIGHT - BOTTOM - value / top * INNER_HEIGHT;
+}
+
+/** A tenth of a unit is as fine as a drawing need be. */
+std::string place(double units)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f", units);
+    return text;
+}
+
+/** 1, 2 or 5 times a power of ten, so that about that many make the range. */
+double roundStep(double range, int steps)
+{
+    const double raw = range / steps;
+    const double power = std::pow(10, std::floor(std::log10(raw)));
+    for (const double factor : {1.0, 2.0, 5.0}) {
+        if (raw <= factor * power) {
+            return factor * power;
+        }
+    }
+    return 10 * power;
+}
+
+/** The distance of the lines below a curve of counts, of which there are no parts. */
+double countStep(double top)
+{
+    return std::max(roundStep(std::max(top, 1.0), 4), 1.0);
+}
+
+}
+
+std::string grouped(double number)
+{
+    if (std::abs(number) < 10 && number != std::round(number)) {
+        return place(number);
+    }
+    std::string digits = std::to_string(std::llround(number));
+    const std::size_t sign = digits[0] == '-' ? 1 : 0;
+    for (std::size_t at = digits.size(); at > sign + 3;) {
+        at -= 3;
+        digits.insert(at, ",");
+    }
+    return digits;
+}
+
+Plot::Plot(std::string plotTitle, std::string plotUnit)
+    : title(std::move(plotTitle)), unit(std::move(plotUnit))
+{
+}
+
+void Plot::add(double untilSeconds, double value)
+{
+    parts.push_back({untilSeconds, value});
+}
+
+double Plot::highest() const
+{
+    double most = 0;
+    for (const Part& part : parts) {
+        most = std::max(most, part.value);
+    }
+    return most;
+}
+
+void Plot::write(std::ostream& os) const
+{
+    const double most = highest();
+    const double step = countStep(most);
+    const double top = std::max(std::ceil(most / step), 1.0) * step;
+    const double seconds = parts.empty() ? 1 : std::max(parts.back().until, 0.001);
+
+    os << "<svg viewBox=\"0 0 " << WIDTH << ' ' << HEIGHT << "\" role=\"img\" aria-label=\"" << title
+       << ", at most " << grouped(most) << ' ' << unit << "\">\n"
+       << "<text class=\"title\" x=\"" << LEFT << "\" y=\"16\">" << title << "</text>\n";
+    writeGrid(os, top, seconds);
+    writeCurve(os, top, seconds);
+    writeHints(os, seconds);
+    os << "</svg>\n";
+}
+
+void Plot::writeGrid(std::ostream& os, double top, double seconds) const
+{
+    const double step = countStep(top);
+    for (int line = 0; line * step <= top * 1.001; ++line) {
+        const std::string y = place(above(line * step, top));
+        os << "<path class=\"grid\" d=\"M" << LEFT << ' ' << y << "H" << WIDTH - RIGHT
+           << "\"/><text class=\"y\" x=\"" << LEFT - 8 << "\" y=\"" << y << "\">" << grouped(line * step)
+           << "</text>\n";
+    }
+    const double tick = roundStep(seconds, 8);
+    for (int line = 0; line * tick <= seconds; ++line) {
+        os << "<text class=\"x\" x=\"" << place(across(line * tick, seconds)) << "\" y=\"" << HEIGHT - 8
+           << "\">" << grouped(line * tick) << " s</text>\n";
+    }
+}
+
+void Plot::writeCurve(std::ostream& os, double top, double seconds) const
+{
+    std::string path = "M" + place(LEFT) + ' ' + place(above(0, top));
+    for (const Part& part : parts) {
+        path += "V" + place(above(part.value, top)) + "H" + place(across(part.until, seconds));
+    }
+    os << "<path class=\"curve\" d=\"" << path << "V" << place(above(0, top)) << "Z\"/>\n";
+}
+
+/** What a pointer on the plot is told: the number of the part below it. */
+void Plot::writeHints(std::ostream& os, double seconds) const
+{
+    os << "<g class=\"hints\">\n";
+    double from = 0;
+    for (const Part& part : parts) {
+        const double x = across(from, seconds);
+        os << "<rect x=\"" << place(x) << "\" y=\"" << TOP << "\" width=\""
+           << place(across(part.until, seconds) - x) << "\" height=\"" << INNER_HEIGHT << "\"><title>"
+           << place(from) << " to " << place(part.until) << " s: " << grouped(part.value) << ' ' << unit
+           << "</title></rect>\n";
+        from = part.until;
+    }
+    os << "</g>\n";
+}
+
+}

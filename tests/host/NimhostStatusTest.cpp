@@ -1,0 +1,168 @@
+#include "NimhostFixture.hpp"
+
+#include <expat.h>
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <csignal>
+#include <map>
+#include <memory>
+#include <regex>
+
+namespace {
+
+using support::ChildProcess;
+using support::readFile;
+using support::writeFile;
+using testing::HasSubstr;
+using testing::Not;
+
+/** The page that shows a run. */
+class NimhostStatusTest : public NimhostFixture
+{
+protected:
+    const std::string page = scratch.file("page.html");
+
+    /** Runs to the end with a page; gives what stands on standard output. */
+    std::string run(const std::string& configuration, const std::string& records)
+    {
+        ChildProcess host(
+            command({"--config", configuration, "--threads", "2", "--records", records, "--status", page}),
+            scratch.path());
+        EXPECT_EQ(host.wait(), 0);
+        EXPECT_EQ(host.errors(), "");
+        return host.output();
+    }
+
+    /** The texts of the cells of all tables, by the text of the cell before. */
+    static std::map<std::string, std::string> cells(const std::string& html)
+    {
+        static const std::regex row("<tr><td>([^<]*)</td><td>([^<]*)</td></tr>");
+        std::map<std::string, std::string> found;
+        for (auto at = std::sregex_iterator(html.begin(), html.end(), row); at != std::sregex_iterator();
+             ++at) {
+            found[(*at)[1]] = (*at)[2];
+        }
+        return found;
+    }
+
+    static std::string withoutCommas(std::string number)
+    {
+        number.erase(std::remove(number.begin(), number.end(), ','), number.end());
+        return number;
+    }
+
+    static void expectWellFormed(const std::string& html)
+    {
+        const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(XML_ParserCreate(nullptr),
+                                                                                  XML_ParserFree);
+        EXPECT_EQ(XML_Parse(parser.get(), html.data(), static_cast<int>(html.size()), XML_TRUE),
+                  XML_STATUS_OK)
+            << XML_ErrorString(XML_GetErrorCode(parser.get())) << " at line "
+            << XML_GetCurrentLineNumber(parser.get());
+    }
+};
+
+TEST_F(NimhostStatusTest, HasTheTableAndThePlotsOfTheRun)
+{
+    const std::string output =
+        run(configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "maxFileSize = 20000\n")), "4000");
+    const std::string html = readFile(page);
+    expectWellFormed(html);
+
+    std::map<std::string, std::string> numbers = cells(html);
+    for (const char* label :
+         {"tasks run", "tasks refused by the limit", "tasks failed", "tasks under a foreign token",
+          "longest wait, microseconds", "sources broken down", "documents read", "documents refused",
+          "elements read", "records written", "records refused by the gate", "rotations"}) {
+        EXPECT_EQ(withoutCommas(numbers[label]), std::to_string(tableRow(output, label))) << label;
+    }
+    EXPECT_EQ(numbers["tasks run"], "4,000");
+    EXPECT_EQ(withoutCommas(numbers["host.log"]),
+              std::to_string(std::filesystem::file_size(scratch.file("log/host.log"))));
+    EXPECT_EQ(withoutCommas(numbers["host.log.0"]),
+              std::to_string(std::filesystem::file_size(scratch.file("log/host.log.0"))));
+    EXPECT_THAT(
+        html, HasSubstr("<caption>Bytes of the log in " + scratch.file("log") + ", newest first</caption>"));
+
+    EXPECT_THAT(html, HasSubstr("aria-label=\"Records per second, at most "));
+    EXPECT_THAT(html, HasSubstr("aria-label=\"Requests that wait for a worker, at most "));
+    EXPECT_THAT(html, HasSubstr("aria-label=\"Rotations of the log so far, at most " + numbers["rotations"]
+                                + " rotations\""));
+}
+
+TEST_F(NimhostStatusTest, NeedsNothingButItself)
+{
+    run(configure(fileSettings("")), "100");
+    const std::string html = readFile(page);
+    for (const char* reference : {"http:", "https:", "//", "src=", "href=", "@import", "url(", "<script"}) {
+        EXPECT_THAT(html, Not(HasSubstr(reference)));
+    }
+    EXPECT_FALSE(std::filesystem::exists(page + ".new"));
+}
+
+TEST_F(NimhostStatusTest, ShowsMarkupOfNamesAsText)
+{
+    run(configure(LOG + "directory = a<b>&c\n" + LOG + "file = host.log\n"), "10");
+    const std::string html = readFile(page);
+    expectWellFormed(html);
+    EXPECT_THAT(html, HasSubstr(scratch.file("a&lt;b&gt;&amp;c") + ", newest first"));
+}
+
+TEST_F(NimhostStatusTest, TellsOfNoFilesWhenTheLogIsAStream)
+{
+    run(configure(LOG + "stream = STDOUT\n"), "10");
+    const std::string html = readFile(page);
+    expectWellFormed(html);
+    EXPECT_THAT(html, Not(HasSubstr("Bytes of the log")));
+}
+
+TEST_F(NimhostStatusTest, LoadsItselfAgainWhileTheRunLasts)
+{
+    const std::string file = configure(fileSettings(LOG + "severity.id = INFO\n"), "/source/rate = 200\n");
+    ChildProcess host(command({"--config", file, "--seconds", "60", "--status", page}), scratch.path());
+    ASSERT_TRUE(waitFor([&] {
+        return std::filesystem::exists(page) && readFile(page).find("<rect x=") != std::string::npos;
+    }));
+    const std::string during = readFile(page);
+    expectWellFormed(during);
+    EXPECT_THAT(during, HasSubstr("<meta http-equiv=\"refresh\" content=\"1\"/>"));
+    EXPECT_THAT(during, HasSubstr("<p>Running for "));
+
+    host.signal(SIGTERM);
+    ASSERT_EQ(host.wait(), 0);
+    const std::string after = readFile(page);
+    expectWellFormed(after);
+    EXPECT_THAT(after, Not(HasSubstr("http-equiv")));
+    EXPECT_THAT(after, HasSubstr("<p>Ran for "));
+}
+
+TEST_F(NimhostStatusTest, RefusesAPlaceThatCannotBeWritten)
+{
+    const std::string file = configure(fileSettings(""));
+    expectRefused({"--config", file, "--status", scratch.file("none/page.html")},
+                  "nimhost: cannot write " + scratch.file("none/page.html") + ": No such file or directory");
+    std::filesystem::create_directory(page);
+    expectRefused({"--config", file, "--status", page}, "nimhost: cannot write " + page + ": Is a directory");
+    EXPECT_FALSE(std::filesystem::exists(page + ".new"));
+    expectRefused({"--status"}, "nimhost: option --status needs a value");
+}
+
+TEST_F(NimhostStatusTest, GoesOnWithoutThePageAndTellsOfIt)
+{
+    const std::string file = configure(fileSettings(""), "/source/rate = 200\n");
+    std::filesystem::create_directory(scratch.file("pages"));
+    const std::string gone = scratch.file("pages/page.html");
+    ChildProcess host(command({"--config", file, "--seconds", "60", "--status", gone}), scratch.path());
+    ASSERT_TRUE(logHolds("nimhost starts with 4 sources"));
+    std::filesystem::remove_all(scratch.file("pages"));
+    ASSERT_TRUE(logHolds("the page of the run is out of date : cannot write " + gone
+                         + ": No such file or directory"));
+
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 1);
+    EXPECT_EQ(host.errors(), "nimhost: cannot write " + gone + ": No such file or directory\n");
+    EXPECT_GT(tableRow(host.output(), "tasks run"), 0U);
+}
+
+}
