@@ -1,0 +1,273 @@
+#include <dalnim/mt/ThreadPool.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include <qv/Threads.hpp>
+
+#include "Pools.hpp"
+
+namespace {
+
+namespace nim = com::kor::dal::nim;
+using mttest::awaitEnd;
+using mttest::Content;
+using mttest::Keys;
+using mttest::makePool;
+using mttest::Occupation;
+using mttest::OwnTask;
+using mttest::refusal;
+using mttest::Work;
+using nim::mem::RcoRef;
+using nim::mt::Task;
+using nim::mt::ThreadPool;
+using qvtest::Caller;
+using qvtest::Gate;
+typedef std::chrono::steady_clock Clock;
+
+/** A counted task. */
+class CountedTask : public Task, public nim::mem::RefCntObject
+{
+public:
+    explicit CountedTask(std::atomic<int>& destroyedTasks, mttest::Call taskCall = nullptr)
+        : Task(nullptr, nullptr), destroyed(destroyedTasks), call(std::move(taskCall))
+    {
+    }
+    ~CountedTask() override
+    {
+        ++destroyed;
+    }
+
+    void run() override
+    {
+        if (call) {
+            call();
+        }
+    }
+
+private:
+    std::atomic<int>& destroyed;
+    mttest::Call call;
+};
+
+TEST(ThreadPoolManaged, DeletesWhatHasRun)
+{
+    std::atomic<int> destroyed{0};
+    std::atomic<int> runs{0};
+    const auto pool = makePool(2, 3);
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_TRUE(pool->add(new OwnTask([&] { ++runs; }, &destroyed), true));
+    }
+    pool->shutdown(true);
+    EXPECT_EQ(50, runs);
+    EXPECT_EQ(50, destroyed);
+}
+
+TEST(ThreadPoolManaged, HoldsAReferenceOfWhatIsCounted)
+{
+    std::atomic<int> destroyed{0};
+    const auto pool = makePool(1, 2);
+    {
+        Occupation worker(*pool, 1);
+        auto* const task = new CountedTask(destroyed);
+        RcoRef<CountedTask> kept(task);
+        EXPECT_TRUE(pool->add(task, true));
+        EXPECT_EQ(2U, kept->refCount());
+        EXPECT_TRUE(pool->add(new CountedTask(destroyed), true));
+        worker.end();
+        awaitEnd(*kept);
+        while (kept->refCount() != 1) {
+            std::this_thread::yield();
+        }
+    }
+    pool->shutdown(true);
+    EXPECT_EQ(2, destroyed);
+}
+
+TEST(ThreadPoolManaged, GoesWithAnEndedPool)
+{
+    std::atomic<int> destroyed{0};
+    std::atomic<int> runs{0};
+    OwnTask unmanaged([&] { ++runs; });
+    auto pool = makePool(1, 5);
+    Occupation worker(*pool, 1);
+    EXPECT_TRUE(pool->add(new OwnTask([&] { ++runs; }, &destroyed), true));
+    EXPECT_TRUE(pool->add(new CountedTask(destroyed, [&] { ++runs; }), true));
+    EXPECT_TRUE(pool->add(unmanaged));
+    pool->shutdown(false);
+    EXPECT_EQ(2, destroyed);
+    EXPECT_EQ(Task::TSF_QUEUED, unmanaged.status());
+    worker.end();
+    pool.reset();
+    EXPECT_EQ(0, runs);
+    EXPECT_EQ(Task::TSF_QUEUED, unmanaged.status()) << "for good";
+}
+
+TEST(ThreadPoolManaged, StaysTheCallersWhenAddFails)
+{
+    const Keys keys;
+    nim::type::ContainerContext::current()->add(nim::mem::RefCntObjectRef(new Content(-1)), keys.deep);
+    std::atomic<int> destroyed{0};
+    const auto pool = makePool(1, 2);
+    OwnTask task(nullptr, &destroyed);
+    testing::internal::CaptureStderr();
+    EXPECT_THROW(pool->add(&task, true), std::runtime_error);
+    EXPECT_EQ("", testing::internal::GetCapturedStderr()) << "nothing half-made is left";
+    EXPECT_EQ(0, destroyed);
+    EXPECT_EQ(Task::TSF_QUEUED, task.status());
+    EXPECT_EQ("Attempt to add a non-ready Task", refusal([&] { pool->add(task); }));
+    auto* const counted = new CountedTask(destroyed);
+    const RcoRef<CountedTask> kept(counted);
+    EXPECT_THROW(pool->add(counted, true), std::runtime_error);
+    EXPECT_EQ(1U, kept->refCount());
+    keys.removeAll();
+}
+
+TEST(ThreadPoolShutdown, RunsAllThatIsQueued)
+{
+    std::atomic<int> runs{0};
+    const auto pool = makePool(2, 100);
+    std::deque<OwnTask> tasks;
+    for (int i = 0; i < 60; ++i) {
+        tasks.emplace_back([&] { ++runs; });
+        EXPECT_TRUE(pool->add(tasks.back()));
+    }
+    pool->shutdown(true);
+    EXPECT_EQ(60, runs);
+    for (const OwnTask& task : tasks) {
+        EXPECT_EQ(Task::TSF_FINISHED, task.status());
+    }
+}
+
+TEST(ThreadPoolShutdown, IsSynchronousByDefault)
+{
+    const auto pool = makePool(1, 2);
+    Occupation worker(*pool, 1);
+    OwnTask task;
+    EXPECT_TRUE(pool->add(task));
+    Caller ender([&] { pool->shutdown(); });
+    EXPECT_TRUE(ender.awaitAsleep());
+    worker.end();
+    ender.join();
+    EXPECT_EQ(Task::TSF_FINISHED, task.status());
+}
+
+TEST(ThreadPoolShutdown, WaitsForWorkersThatBecomeFreeInTime)
+{
+    const auto pool = makePool(2, 2);
+    std::atomic<bool> slowEnded{false};
+    Gate entered;
+    Gate leave;
+    OwnTask slow([&] {
+        entered.open();
+        leave.pass();
+        slowEnded = true;
+    });
+    EXPECT_TRUE(pool->add(slow));
+    entered.pass();
+    // The other worker takes the probe; then all are waited for, however long.
+    std::atomic<bool> sawItEnd{false};
+    Caller ender([&] {
+        pool->shutdown(false);
+        sawItEnd = slowEnded.load();
+    });
+    EXPECT_TRUE(ender.awaitAsleep());
+    leave.open();
+    ender.join();
+    EXPECT_TRUE(sawItEnd);
+}
+
+TEST(ThreadPoolShutdown, LeavesBusyWorkersAloneAfterASecond)
+{
+    auto pool = makePool(1, 2);
+    Gate entered;
+    Gate leave;
+    const ThreadPool* after = nullptr;
+    OwnTask busy([&] {
+        entered.open();
+        leave.pass();
+        // To be compared, no more: it is gone.
+        after = ThreadPool::currentPool();
+    });
+    EXPECT_TRUE(pool->add(busy));
+    entered.pass();
+    const ThreadPool* const address = pool.get();
+    const Clock::time_point start = Clock::now();
+    pool->shutdown(false);
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(995));
+    EXPECT_EQ(Task::TSF_RUNNING, busy.status());
+    pool.reset();
+    leave.open();
+    awaitEnd(busy);
+    EXPECT_EQ(address, after);
+}
+
+TEST(ThreadPoolShutdown, DropsWhatAPoolWithoutWorkersHas)
+{
+    std::atomic<int> destroyed{0};
+    const auto pool = makePool(0, 2);
+    OwnTask kept;
+    EXPECT_TRUE(pool->add(kept, false));
+    EXPECT_TRUE(pool->add(new OwnTask(nullptr, &destroyed), true, false));
+    OwnTask third;
+    EXPECT_FALSE(pool->add(third, false));
+    const Clock::time_point start = Clock::now();
+    pool->shutdown(false);
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(995)) << "nobody takes the probe";
+    EXPECT_EQ(1, destroyed);
+    EXPECT_EQ(Task::TSF_QUEUED, kept.status());
+}
+
+TEST(ThreadPoolShutdown, HappensOnce)
+{
+    const auto pool = makePool(1, 2);
+    pool->shutdown(true, true);
+    pool->shutdown(true);
+    pool->shutdown(false, true);
+    pool->shutdown();
+    OwnTask task;
+    EXPECT_EQ("ThreadPool already shutdown", refusal([&] { pool->add(task); }));
+}
+
+TEST(ThreadPoolShutdown, IsThatOfTheDestructorToo)
+{
+    std::atomic<int> destroyed{0};
+    for (int round = 0; round < 20; ++round) {
+        auto pool = makePool(3, 4);
+        for (int i = 0; i < 10; ++i) {
+            EXPECT_TRUE(pool->add(new OwnTask(nullptr, &destroyed), true));
+        }
+    }
+    EXPECT_EQ(200, destroyed) << "all have run or were dropped";
+}
+
+/** Whoever sees a task finished may destroy it, however closely. */
+TEST(ThreadPoolEnd, IsFollowedByTheDestructorOfATask)
+{
+    const auto pool = makePool(2, 2);
+    std::atomic<int> runs{0};
+    Work work([&] { ++runs; });
+    for (int round = 0; round < 5000; ++round) {
+        auto targeted = std::make_unique<Task>(work);
+        auto own = std::make_unique<OwnTask>([&] { ++runs; });
+        EXPECT_TRUE(pool->add(*targeted));
+        EXPECT_TRUE(pool->add(*own));
+        while (targeted->status() != Task::TSF_FINISHED) {
+            std::this_thread::yield();
+        }
+        targeted.reset();
+        while (own->status() != Task::TSF_FINISHED) {
+            std::this_thread::yield();
+        }
+        own.reset();
+    }
+    EXPECT_EQ(10000, runs);
+}
+
+}
