@@ -314,10 +314,11 @@ TEST_F(LogFileFaultTest, FailedFileRecoversAtOnceWhereStandardErrorHasNoPosition
     createFullFile(path);
     open(1000000);
     Unseekable terminal;
-    std::streambuf* const captured = std::cerr.rdbuf(&terminal);
-    file->log("one");
-    file->log("two");
-    std::cerr.rdbuf(captured);
+    {
+        const support::StandardErrorTo captured(&terminal);
+        file->log("one");
+        file->log("two");
+    }
     EXPECT_THAT(terminal.text, testing::StartsWith(COMPLAINT + "one\nLogFile:"));
     EXPECT_TRUE(std::filesystem::is_symlink(old(0)));
     EXPECT_EQ("two\n", contentOf(path));

@@ -5,6 +5,7 @@
 
 #include "support/Files.hpp"
 #include "support/InChildProcess.hpp"
+#include "support/StandardErrorTo.hpp"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +13,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -47,14 +47,6 @@ public:
 class CapturedCerr
 {
 public:
-    CapturedCerr() : old(std::cerr.rdbuf(buffer.rdbuf())) {}
-    CapturedCerr(const CapturedCerr&) = delete;
-    CapturedCerr& operator=(const CapturedCerr&) = delete;
-    ~CapturedCerr()
-    {
-        std::cerr.rdbuf(old);
-    }
-
     /** What came since the last call, each diagnostic's line number shown as "#". */
     String take()
     {
@@ -75,7 +67,7 @@ public:
 
 private:
     std::ostringstream buffer;
-    std::streambuf* old;
+    const support::StandardErrorTo captured{buffer.rdbuf()};
 };
 
 /** Drops root's effective user to one without rights, and back at the end of its scope. */

@@ -4,6 +4,7 @@
 #include "LogFileFixture.hpp"
 
 #include <support/LongRun.hpp>
+#include <support/StandardErrorTo.hpp>
 
 #include <gtest/gtest.h>
 
@@ -20,16 +21,6 @@ namespace logfiletest {
 /** Swallows standard error: rotations of a long run tell much. */
 class Silence
 {
-public:
-    Silence() : old(std::cerr.rdbuf(&nothing)) {}
-    Silence(const Silence&) = delete;
-    Silence& operator=(const Silence&) = delete;
-    ~Silence()
-    {
-        std::cerr.rdbuf(old);
-    }
-
-private:
     struct Nothing : std::streambuf
     {
         int_type overflow(int_type byte) override
@@ -43,7 +34,7 @@ private:
     };
 
     Nothing nothing;
-    std::streambuf* old;
+    const support::StandardErrorTo elsewhere{&nothing};
 };
 
 /** The numbers of the old files of `path`, the oldest file first. */

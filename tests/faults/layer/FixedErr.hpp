@@ -1,10 +1,11 @@
 #ifndef TESTS_FAULTS_LAYER_FIXEDERR_HPP
 #define TESTS_FAULTS_LAYER_FIXEDERR_HPP
 
+#include <support/StandardErrorTo.hpp>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <iostream>
 #include <streambuf>
 #include <string>
 
@@ -14,14 +15,6 @@ namespace faults {
 class FixedErr
 {
 public:
-    FixedErr() : before(std::cerr.rdbuf(&buffer)) {}
-    FixedErr(const FixedErr&) = delete;
-    FixedErr& operator=(const FixedErr&) = delete;
-    ~FixedErr()
-    {
-        std::cerr.rdbuf(before);
-    }
-
     /** What came since the last call. */
     std::string take()
     {
@@ -54,12 +47,12 @@ private:
             return count;
         }
 
-        std::array<char, 65536> bytes;
+        std::array<char, 65536> bytes{};
         std::size_t length = 0;
     };
 
     Buffer buffer;
-    std::streambuf* before;
+    const support::StandardErrorTo captured{&buffer};
 };
 
 }

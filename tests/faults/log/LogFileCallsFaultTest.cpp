@@ -417,7 +417,7 @@ TEST_F(LogFileCallsFault, ARotationEndsOrGoesBackToStandardErrorAndSaysSo)
 class RaisingErr
 {
 public:
-    RaisingErr() : before(std::cerr.rdbuf(nullptr))
+    RaisingErr()
     {
         std::cerr.clear();
         try {
@@ -431,11 +431,10 @@ public:
     ~RaisingErr()
     {
         std::cerr.exceptions(std::ios_base::goodbit);
-        std::cerr.rdbuf(before);
     }
 
 private:
-    std::streambuf* before;
+    const support::StandardErrorTo nothing{nullptr};
 };
 
 TEST_F(LogFileCallsFault, ARotationThatCannotTellEndsAllTheSame)
