@@ -44,7 +44,7 @@ std::unique_ptr<std::istream> openFile(const String& path)
  * A file that includes another waits on the heap until that one has been read: a chain of includes
  * takes open files and memory, but not the stack of the thread.
  */
-class Properties::Loader
+class __attribute__((visibility("hidden"))) Properties::Loader
 {
 public:
     Loader(Properties& table, std::ostringstream& warning_stream, bool keep_trailing_ws)
