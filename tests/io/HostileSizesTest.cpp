@@ -78,7 +78,7 @@ TEST_P(HostileLine, IsReadWhateverItsLength)
     EXPECT_GE(key_length, std::max<std::size_t>(1, line.key_length_of_piece * pieces));
     EXPECT_GE(value_length, std::max<std::size_t>(1, line.value_length_of_piece * pieces));
     RecordProperty("growth", std::to_string(memory.growth() / MEBIBYTE));
-    if (support::MEASURES_MEMORY) {
+    if (support::measuresMemory()) {
         // The line, the decoded line, the property; and an old block while a new one is filled.
         EXPECT_LE(memory.growth(), 6 * size + 16 * MEBIBYTE);
     }
@@ -136,7 +136,7 @@ TEST(HostileProperties, AreAsManyAsYouLike)
         EXPECT_EQ("1", properties.getProperty("key" + std::to_string(step)));
         EXPECT_EQ(std::to_string(count - 1), properties.getProperty("key" + std::to_string(count - step)));
         RecordProperty("growth" + std::to_string(step), std::to_string(memory.growth() / MEBIBYTE));
-        if (support::MEASURES_MEMORY) {
+        if (support::measuresMemory()) {
             EXPECT_LE(memory.growth(), 192 * count + 32 * MEBIBYTE);
         }
     }
@@ -278,7 +278,7 @@ TEST(HostileBase64, StreamsTakeNoMemory)
             Base64().decode(os, is, Base64::DEC_SKIP_INVALID);
         }
         EXPECT_EQ(expected, sink.count);
-        if (support::MEASURES_MEMORY) {
+        if (support::measuresMemory()) {
             EXPECT_LE(memory.growth(), MEBIBYTE);
         }
     };
@@ -298,7 +298,7 @@ TEST(HostileBase64, LongTextsThereAndBack)
     ASSERT_EQ((size + 2) / 3 * 4, text.size());
     EXPECT_TRUE(Base64().decode(text) == data);
     RecordProperty("growth", std::to_string(memory.growth() / MEBIBYTE));
-    if (support::MEASURES_MEMORY) {
+    if (support::measuresMemory()) {
         // The copies of two string streams, one of which doubles, and the result.
         EXPECT_LE(memory.growth(), 9 * size);
     }

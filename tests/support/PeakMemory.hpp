@@ -2,6 +2,7 @@
 #define TESTS_SUPPORT_PEAKMEMORY_HPP
 
 #include <cstddef>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 
@@ -45,12 +46,15 @@ private:
     std::size_t before;
 };
 
-/** Under a sanitizer the process takes memory of which the library knows nothing. */
+/** Under a sanitizer or valgrind the process takes memory of which the library knows nothing. */
+inline bool measuresMemory()
+{
 #ifdef DALNIM_SANITIZED
-constexpr bool MEASURES_MEMORY = false;
+    return false;
 #else
-constexpr bool MEASURES_MEMORY = true;
+    return std::getenv("DALNIM_TEST_VALGRIND") == nullptr;
 #endif
+}
 
 }
 

@@ -125,7 +125,7 @@ TEST(HostileSizes, ADocumentIsHeldOnceAndParsedInPlace)
     EXPECT_EQ(parser.events[PDS_PARSE_CB_DATA], 2 * rows);
     RecordProperty("growth", std::to_string(whole.growth() / MEBIBYTE));
     RecordProperty("growth_of_parse", std::to_string(parse.growth() / MEBIBYTE));
-    if (support::MEASURES_MEMORY) {
+    if (support::measuresMemory()) {
         // Its buffer doubles while text keeps coming: for a moment the old one is there as well.
         EXPECT_LE(whole.growth(), 3 * size);
         EXPECT_LE(parse.growth(), 4 * MEBIBYTE);
@@ -164,7 +164,7 @@ TEST_P(HostileSingle, MayFillTheDocument)
     EXPECT_EQ(parser.events[PDS_PARSE_CB_TAG_START], parser.events[PDS_PARSE_CB_TAG_END]);
     EXPECT_NE(parser.events[PDS_PARSE_CB_TAG_START], 0U);
     RecordProperty("growth", std::to_string(memory.growth() / MEBIBYTE));
-    if (support::MEASURES_MEMORY) {
+    if (support::measuresMemory()) {
         // A name stands in the path as well.
         EXPECT_LE(memory.growth(), 4 * size);
     }
@@ -191,7 +191,7 @@ TEST(HostileSizes, LevelsTakeNoStack)
         pushMuch(parser, "<a>", 3 * depth);
         EXPECT_EQ(parser.finish(end), code);
         EXPECT_GE(parser.events[PDS_PARSE_CB_TAG_START], depth - 1);
-        if (support::MEASURES_MEMORY) {
+        if (support::measuresMemory()) {
             EXPECT_LE(memory.growth(), 128 * depth);
         }
         return parser.error();
@@ -214,7 +214,7 @@ TEST(HostileSizes, AttributesAreAsManyAsYouLike)
     ASSERT_EQ(parser.finish("/>"), 0);
     EXPECT_EQ(parser.attributes, count);
     RecordProperty("growth", std::to_string(memory.growth() / MEBIBYTE));
-    if (support::MEASURES_MEMORY) {
+    if (support::measuresMemory()) {
         EXPECT_LE(memory.growth(), 192 * count);
     }
 }
