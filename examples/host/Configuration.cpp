@@ -73,14 +73,20 @@ private:
     const std::string& name;
 };
 
-/** The same file under another spelling: with "./" ahead of the name, or without it. */
+/** The same file under another spelling: with one more "/" ahead of the name, "./" without a folder, or
+ * without it. */
 std::string respelled(const std::string& path)
 {
     const std::size_t name = path.rfind('/') + 1;
-    const bool dotted =
-        name >= 2 && path.compare(name - 2, 2, "./") == 0 && (name == 2 || path[name - 3] == '/');
-    return dotted ? path.substr(0, name - 2) + path.substr(name)
-                  : path.substr(0, name) + "./" + path.substr(name);
+    if (name == 0) {
+        return "./" + path;
+    }
+    if (path.compare(0, name, "./") == 0) {
+        return path.substr(name);
+    }
+    const bool doubled = name >= 2 && path[name - 2] == '/';
+    return doubled ? path.substr(0, name - 1) + path.substr(name)
+                   : path.substr(0, name) + path.substr(name - 1);
 }
 
 std::string directoryOf(const std::string& path)

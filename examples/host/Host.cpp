@@ -217,7 +217,19 @@ void Host::readConfigurationAgain()
     } catch (const ConfigurationError& exc) {
         status = 2;
         std::cerr << "nimhost: " << exc.what() << std::endl;
-        NIM_LOG_TRAPPED(Severity_ERROR, exc, "nimhost keeps its configuration");
+        keepConfiguration(exc);
+    }
+}
+
+void Host::keepConfiguration(const std::exception& why)
+{
+    try {
+        NIM_LOG_TRAPPED(Severity_ERROR, why, "nimhost keeps its configuration");
+    } catch (const std::exception& exc) {
+        // The file that was open is closed, and the new one cannot be opened: not even by asking for
+        // the stream of the log, as a change of it by name does.
+        nim::log::GET_NIM_LOG_LOGGER_VAR().setStream(std::cerr);
+        std::cerr << "nimhost: logs to standard error: " << exc.what() << std::endl;
     }
 }
 

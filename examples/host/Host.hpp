@@ -49,6 +49,7 @@ private:
     bool isAllRead() const;
     void handleSignal(int signal);
     void readConfigurationAgain();
+    void keepConfiguration(const std::exception& why);
     void shutDown();
     void joinSources();
     void joinReader();

@@ -2,15 +2,14 @@
 
 #include "LogSet.hpp"
 
+#include <support/OwnDisk.hpp>
+
 #include <gmock/gmock.h>
 
 #include <cerrno>
 #include <cstring>
 #include <string_view>
 #include <vector>
-
-#include <sched.h>
-#include <sys/mount.h>
 
 namespace {
 
@@ -39,9 +38,8 @@ class LogDiskTest : public LogFileFixture
 protected:
     void SetUp() override
     {
-        const int status = inChildProcess([this] { ::_exit(mountDisk("size=64k") ? 0 : errno); });
-        if (status != 0) {
-            GTEST_SKIP() << "no disk can be mounted: " << std::strerror(WEXITSTATUS(status));
+        if (const int error = support::ownDiskError(folder.path())) {
+            GTEST_SKIP() << "no disk can be mounted: " << std::strerror(error);
         }
     }
 
@@ -49,27 +47,18 @@ protected:
     void onDisk(const String& size, Body body)
     {
         EXPECT_EQ(0, inChildProcess([&] {
-                      ASSERT_TRUE(mountDisk(size)) << std::strerror(errno);
+                      ASSERT_TRUE(support::mountOwnDisk(folder.path(), size)) << std::strerror(errno);
                       body();
                       file->close();
                   }));
     }
 
-    /** Takes up what is left of the disk but for so many bytes. */
     void fill(std::size_t left) const
     {
-        const std::size_t bytes = std::filesystem::space(folder.path()).available - left;
-        create(ballast, String(bytes, 'b'));
+        support::fillDisk(ballast, left);
     }
 
     const String ballast = folder / "ballast";
-
-private:
-    bool mountDisk(const String& size) const
-    {
-        return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
-               && ::mount("none", folder.path().c_str(), "tmpfs", 0, size.c_str()) == 0;
-    }
 };
 
 TEST_F(LogDiskTest, EveryLineOfAFullDiskSurvivesAndTheFileGoesOnWhenItIsSetAnew)

@@ -1,0 +1,42 @@
+#ifndef DALNIM_TESTS_SUPPORT_OWNDISK_HPP
+#define DALNIM_TESTS_SUPPORT_OWNDISK_HPP
+
+#include "Files.hpp"
+#include "InChildProcess.hpp"
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+
+#include <sched.h>
+#include <sys/mount.h>
+
+namespace support {
+
+/**
+ * Mounts a disk over a folder, for this process and its children alone, with whom it goes. False, with
+ * errno, where this process may not.
+ * @param size as in "size=64k"
+ */
+inline bool mountOwnDisk(const std::string& folder, const std::string& size)
+{
+    return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+           && ::mount("none", folder.c_str(), "tmpfs", 0, size.c_str()) == 0;
+}
+
+/** Why no disk can be mounted over this folder; 0 when one can. */
+inline int ownDiskError(const std::string& folder)
+{
+    return WEXITSTATUS(inChildProcess([&folder] { ::_exit(mountOwnDisk(folder, "size=64k") ? 0 : errno); }));
+}
+
+/** Takes up what is left of the disk but for so many bytes, by a file of that name. */
+inline void fillDisk(const std::string& ballast, std::size_t left)
+{
+    const std::filesystem::path folder = std::filesystem::path(ballast).parent_path();
+    writeFile(ballast, std::string(std::filesystem::space(folder).available - left, 'b'));
+}
+
+}
+
+#endif
