@@ -6,9 +6,13 @@
 
 namespace com::kor::dal::nim {
 
+/** @name Integers of a fixed width */
+/** @{ */
+/** Of as many bits as its name says. */
 typedef std::int8_t SInt8_t;
 typedef std::uint32_t UInt32_t;
 typedef std::uint64_t UInt64_t;
+/** @} */
 
 /** An unsigned integer that holds a pointer. */
 typedef unsigned long long PointerInt_t;

@@ -1,7 +1,10 @@
 #ifndef DALNIM_NIM_HPP
 #define DALNIM_NIM_HPP
 
-/** @file Every public header of the library. */
+/**
+ * @file
+ * Every public header of the library.
+ */
 
 #include <dalnim/Primitives.hpp>
 #include <dalnim/String.hpp>

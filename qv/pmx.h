@@ -1,7 +1,10 @@
 #ifndef QV_PMX_H
 #define QV_PMX_H
 
-/** @file The system interface: plain functions for C and C++, see the headers one by one. */
+/**
+ * @file
+ * The system interface: plain functions for C and C++, see the headers one by one.
+ */
 
 #include <qv/pmx/api.h>
 #include <qv/pmx/atomic.h>

@@ -1,7 +1,10 @@
 #ifndef QV_RTLAPI_HPP
 #define QV_RTLAPI_HPP
 
-/** @file The class library of the runtime layer, see the headers one by one. */
+/**
+ * @file
+ * The class library of the runtime layer, see the headers one by one.
+ */
 
 #include <qv/rtlapi/RX_AbsTime.hpp>
 #include <qv/rtlapi/RX_ActivityRecorder.hpp>

@@ -10,6 +10,7 @@ class DALNIM_API Base64 : public Encoder, public Decoder
 {
 public:
     static constexpr const char CLASS_NAME[] = "Base64";
+    /** The name of the scheme. */
     static constexpr const char ENCODING_SCHEME[] = "Base64";
 
     Base64();

@@ -20,14 +20,18 @@ class DALNIM_API Config
 {
 public:
     static constexpr const char CLASS_NAME[] = "Config";
+    /** How a boolean setting is spelled that holds. */
     static constexpr const char VAL_TRUE[] = "true";
+    /** How a boolean setting is spelled that does not hold. */
     static constexpr const char VAL_FALSE[] = "false";
 
     /** VAL_TRUE and VAL_FALSE, to compare settings with. */
     const String STR_TRUE;
+    /** VAL_FALSE, likewise. */
     const String STR_FALSE;
 
     Config();
+    /** A copy, equal to every other one. */
     Config(const Config& r);
     ~Config();
     Config& operator=(const Config&) = delete;

@@ -40,6 +40,7 @@ enum PathStatFlags : int {
  * @throws sys::system_error      the system's number and "Error resolving '`path`': " with its text.
  */
 DALNIM_API String fullPath(const char* path);
+/** The same. */
 DALNIM_API String fullPath(const String& path);
 
 /**
@@ -61,6 +62,7 @@ DALNIM_API String fullPath(const String& path);
  *                                path from being examined.
  */
 DALNIM_API int pathStat(const char* path, int flags_to_check = 0, bool no_perm_error = false);
+/** The same. */
 DALNIM_API int pathStat(const String& path, int flags_to_check = 0, bool no_perm_error = false);
 
 }

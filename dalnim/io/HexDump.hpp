@@ -10,6 +10,7 @@ class DALNIM_API HexDump : public Encoder
 {
 public:
     static constexpr const char CLASS_NAME[] = "HexDump";
+    /** The name of the scheme. */
     static constexpr const char ENCODING_SCHEME[] = "HexDump";
 
     HexDump();

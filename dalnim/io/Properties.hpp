@@ -41,25 +41,36 @@ public:
     class DALNIM_API Iterator
     {
     public:
+        /** @name What the standard algorithms ask of an iterator */
+        /** @{ */
+        /** As a forward iterator has it. */
         typedef std::forward_iterator_tag iterator_category;
         typedef std::pair<const String, String> value_type;
         typedef std::ptrdiff_t difference_type;
         typedef value_type* pointer;
         typedef value_type& reference;
+        /** @} */
 
         /** No position: only to be assigned to. */
         Iterator() = default;
 
+        /** @name Comparison */
+        /** @{ */
+        /** Whether the two stand at the same position, or do not, whatever the kinds of the two. */
         bool operator==(const Iterator& r) const noexcept;
         bool operator==(const ConstIterator& r) const noexcept;
         bool operator!=(const Iterator& r) const noexcept;
         bool operator!=(const ConstIterator& r) const noexcept;
+        /** @} */
 
+        /** Goes on to the next key; not to be done at end(). */
         Iterator& operator++() noexcept;
+        /** The same, and gives the position that it leaves. */
         Iterator operator++(int) noexcept;
 
         /** The key and the value; not to be asked of end(). */
         reference operator*() const noexcept;
+        /** Access to the key and to the value; not at end(). */
         pointer operator->() const noexcept;
 
     private:
@@ -75,24 +86,38 @@ public:
     class DALNIM_API ConstIterator
     {
     public:
+        /** @name What the standard algorithms ask of an iterator */
+        /** @{ */
+        /** As a forward iterator has it. */
         typedef std::forward_iterator_tag iterator_category;
         typedef std::pair<const String, String> value_type;
         typedef std::ptrdiff_t difference_type;
         typedef const value_type* pointer;
         typedef const value_type& reference;
+        /** @} */
 
+        /** No position: only to be assigned to. */
         ConstIterator() = default;
+        /** The same position, for reading. */
         ConstIterator(const Iterator& r) noexcept;
 
+        /** @name Comparison */
+        /** @{ */
+        /** Whether the two stand at the same position, or do not, whatever the kinds of the two. */
         bool operator==(const ConstIterator& r) const noexcept;
         bool operator==(const Iterator& r) const noexcept;
         bool operator!=(const ConstIterator& r) const noexcept;
         bool operator!=(const Iterator& r) const noexcept;
+        /** @} */
 
+        /** Goes on to the next key; not to be done at end(). */
         ConstIterator& operator++() noexcept;
+        /** The same, and gives the position that it leaves. */
         ConstIterator operator++(int) noexcept;
 
+        /** The key and the value; not to be asked of end(). */
         reference operator*() const noexcept;
+        /** Access to the key and to the value; not at end(). */
         pointer operator->() const noexcept;
 
     private:
@@ -112,6 +137,7 @@ public:
 
     /** An empty table, then the load() with the same arguments. */
     explicit Properties(std::istream& is, bool keep_trailing_ws = false);
+    /** An empty table, then the load() with the same arguments: a text that fails leaves no table. */
     Properties(std::istream& is, String filepath, std::ostringstream& warnings, std::ostringstream& notes,
                Severity sev, bool keep_trailing_ws = false);
 
@@ -159,14 +185,14 @@ public:
      *
      * @param filepath          names the file in messages, and its directory is where its includes
      *                          are; may be empty.
-     * @param warnings          receives a line "WARNING: <name>:<line>: Overriding property "<key>""
+     * @param warnings          receives a line `WARNING: <name>:<line>: Overriding property "<key>"`
      *                          for each key that was there already, when `sev` is above SEV_ERROR.
      * @param notes             receives nothing.
      * @param sev               what is reported.
      * @param keep_trailing_ws  keeps the white space behind values, a CR before the line feed too.
      *
      * @return `is`. A stream that fails ends the file without a message.
-     * @throws std::invalid_argument  "ERROR: <name>:<line>: " and what is wrong in that line.
+     * @throws std::invalid_argument  `ERROR: <name>:<line>: ` and what is wrong in that line.
      * @throws std::runtime_error     the same, for an included file that cannot be opened.
      *         What was read before it stays in the table.
      */
@@ -195,6 +221,7 @@ public:
         return *this;
     }
 
+    /** Whether there is a property of exactly that key. */
     bool containsKey(const String& key) const;
 
     /**
@@ -232,19 +259,28 @@ public:
     Properties* getProperties(const String** prefixes, unsigned int num_prefixes, bool strip_prefix = true,
                               bool deep = false) const;
 
+    /** Whether there is no property. */
     bool empty() const noexcept
     {
         return data.empty();
     }
 
+    /** The number of properties. */
     std::size_t size() const noexcept
     {
         return data.size();
     }
 
+    /**
+     * The first property in the order of keys, or end(). Needs the table for itself, if only while values are
+     * written.
+     */
     Iterator begin() noexcept;
+    /** The position behind the last property. */
     Iterator end() noexcept;
+    /** The first property in the order of keys, for reading. */
     ConstIterator begin() const noexcept;
+    /** The position behind the last property, for reading. */
     ConstIterator end() const noexcept;
 
 private:

@@ -1,6 +1,11 @@
 #ifndef DALNIM_LOG_COMMON_HPP
 #define DALNIM_LOG_COMMON_HPP
 
+/**
+ * @file
+ * The vocabulary of the log: severities, the fields of a prefix, the default logger.
+ */
+
 #include <dalnim/Primitives.hpp>
 #include <dalnim/String.hpp>
 #include <qv/pmx/api.h>
@@ -51,10 +56,13 @@ enum Mask : std::uint32_t {
 /** A standard stream under the name that a configuration gives it. */
 struct LogStreamRec
 {
+    /** As a configuration names it, such as "STDERR". */
     const char* name;
+    /** The stream of the standard library; never null, and never owned. */
     std::ostream* addr;
 };
 
+/** How many standard streams there are. */
 constexpr unsigned int NUM_STD_LOG_STREAMS = 3;
 /** "STDERR", "STDOUT", "STDLOG". The first is where records go when nothing else takes them. */
 extern DALNIM_API const LogStreamRec STD_LOG_STREAMS[NUM_STD_LOG_STREAMS];

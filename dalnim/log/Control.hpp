@@ -21,45 +21,90 @@ public:
     static constexpr const char CLASS_NAME[] = "Control";
 
     // The last part of the configuration keys, behind "com.kor.dal.nim.log.Control.".
+    /** The directory of the log file. */
     static constexpr const char TAG_OUTPUT_DIRECTORY[] = "directory";
+    /** The name of the log file, where the last `<date>` becomes the date in UTC; with a slash, its path. */
     static constexpr const char TAG_OUTPUT_FILE[] = "file";
+    /** A stream of setStream(const String&); goes ahead of a file. */
     static constexpr const char TAG_OUTPUT_STREAM[] = "stream";
+    /** The threshold, by the name of a severity. */
     static constexpr const char TAG_SEVERITY_ID[] = "severity.id";
+    /** The severities of the mask, by name and separated by white space. */
     static constexpr const char TAG_SEVERITY_MASK[] = "severity.mask";
+    /** The fields of a prefix, by name and separated by white space. */
     static constexpr const char TAG_OUTPUT_MASK[] = "output.mask";
+    /** Entries for the module filter, separated by white space. */
     static constexpr const char TAG_MODULE_LIST[] = "modules";
+    /** "true" in any case of letters declares remote control as allowed, all else as refused. */
     static constexpr const char TAG_ALLOW_REMOTE[] = "remote.enable";
+    /** "true" in any case of letters is local time, all else UTC. */
     static constexpr const char TAG_RECORD_LOCAL_TIME[] = "localtime";
+    /** The size of a file at which it is rotated, in bytes; 0 for none. */
     static constexpr const char TAG_MAX_FILE_SIZE[] = "maxFileSize";
+    /** How many old files are kept; 0 for all. */
     static constexpr const char TAG_MAX_NUMBER_OF_FILES[] = "maxNumberOfFiles";
 
     /** What a logger that is made from now on starts with; Mask_ALL and NOTICE at load. */
     static unsigned int DEFAULT_MASK;
+    /** The threshold of a logger that is made from now on; NOTICE at load. */
     static Severity DEFAULT_SEVERITY;
 
+    /** A list of severities. */
     typedef std::vector<Severity> SeverityColl;
+    /** A list of names. */
     typedef std::vector<String> StringColl;
 
     virtual ~Control() = 0;
 
+    /**
+     * Takes the settings of "com.kor.dal.nim.log.Control.*" in a table; a bad one raises what its setter
+     * raises.
+     */
     virtual void setConfiguration(const io::Properties& opts) = 0;
+    /** What allowRemoteControl() has stored last; false at first. */
     virtual bool remoteControlAllowed() const = 0;
+    /**
+     * Declares whether remote administration is welcome, for whoever offers it; gives the old declaration.
+     */
     virtual bool allowRemoteControl(bool allow) = 0;
+    /** The path of the file that records go to; empty when they go elsewhere. */
     virtual const String getPath() const = 0;
+    /** Sends records to a file, opened by the next one; to standard error with an empty path. */
     virtual void setPath(const String& path) = 0;
+    /**
+     * Sends records to a stream that goes by a name. Throws `std::out_of_range` for a name that means none.
+     */
     virtual void setStream(const String& stream) = 0;
+    /** The fields of a record's prefix: Mask values, combined. */
     virtual unsigned int getOutputMask() const = 0;
+    /** Selects the fields of a record's prefix. Throws `std::out_of_range` for a bit that means none. */
     virtual void setOutputMask(unsigned int newMask) = 0;
+    /** The threshold, or the lowest severity of the mask that is in force in its place. */
     virtual Severity getSeverity() const = 0;
+    /** Makes this the threshold, and ends a mask. Throws `std::out_of_range`, "Illegal Severity". */
     virtual void setSeverity(Severity newSev) = 0;
+    /** Replaces the list by the severities of the mask; by NONE alone while no mask is in force. */
     virtual void getSeverityMask(SeverityColl& severities) const = 0;
+    /** The same, by name. */
     virtual void getSeverityMask(StringColl& severities) const = 0;
+    /** Adds a severity to the mask, or takes it out. Throws `std::out_of_range`, "Illegal Severity". */
     virtual void setSeverityMask(Severity severityId, bool on) = 0;
+    /** Adds several severities to the mask, or, with `on` false, keeps none but these. */
     virtual void setSeverityMask(const SeverityColl& severities, bool on) = 0;
+    /** The same by name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
     virtual void setSeverityMask(const StringColl& severities, bool on) = 0;
+    /** Whether records carry local time rather than UTC. */
     virtual bool getLocaltime() const = 0;
+    /** Selects local time or UTC; gives the old setting. */
     virtual bool setLocaltime(bool on) = 0;
+    /**
+     * Replaces the list by the entries of the module filter, in their order; none when no filter is in force.
+     */
     virtual void getModuleFilter(StringColl& modules) const = 0;
+    /**
+     * Adds an entry to the module filter: a name, or its beginning and "*"; or removes the first that
+     * matches.
+     */
     virtual void setModuleFilter(const String& module, bool on) = 0;
     /** 0 for a logger that knows no limit. */
     virtual std::size_t getMaxFileSize() const;
@@ -69,7 +114,9 @@ public:
     virtual std::size_t getMaxNumberOfFiles() const;
     /** Ignored by a logger that knows no limit. */
     virtual void setMaxNumberOfFiles(std::size_t number);
+    /** Replaces the list by the names of the modules that are registered. */
     virtual void getModulesRegisteredDynamic(StringColl& modules) const = 0;
+    /** The same list. */
     virtual void getModulesRegisteredStatic(StringColl& modules) const = 0;
 
     /** setSeverity() by name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
@@ -78,7 +125,9 @@ public:
     void setSeverityMask(const String& name, bool enable);
 
     // The defaults are guarded by the library's InitLock.
+    /** What a logger that is made from now on starts with as its output mask. */
     static unsigned int getOutputMaskDefault();
+    /** What a logger that is made from now on starts with as its threshold. */
     static Severity getSeverityDefault();
     /** Throws `std::out_of_range`, "Illegal Mask", above 512: most combined masks are refused here. */
     static void setOutputMaskDefault(unsigned int mask);

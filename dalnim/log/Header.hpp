@@ -40,19 +40,24 @@ public:
         return *this;
     }
 
+    /** The name of the record's severity. Throws `std::out_of_range` for a number that is none. */
     String getSeverityName() const;
+    /** The severity of the statement. */
     Severity getSeverityId() const noexcept
     {
         return severity;
     }
+    /** The source file of the statement: the pointer that the record was made with. */
     const char* getFile() const noexcept
     {
         return file;
     }
+    /** The source line of the statement. */
     unsigned int getLine() const noexcept
     {
         return line;
     }
+    /** The kernel's number of the thread of the statement. */
     ThreadID_t getThread() const noexcept
     {
         return thread;
@@ -69,6 +74,7 @@ public:
      * severity the stack trace.
      */
     std::ostream& insertTrapped(const std::exception& exc, const char* msg);
+    /** The same. */
     std::ostream& insertTrapped(const std::exception& exc, const String& msg);
 
 private:

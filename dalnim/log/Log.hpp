@@ -23,12 +23,19 @@ public:
 
     /** Whether a record of this severity would be taken, whatever the module filter says. */
     virtual bool isSeveritySatisfied(Severity sev) const = 0;
+    /** Whether there is an output in a good state. */
     virtual bool is_open() const = 0;
+    /** Whether there is an output, and, if it is a file, the file is open. */
     virtual bool is_valid() const = 0;
+    /** Whether the output belongs to somebody else. */
     virtual bool is_reserved() const = 0;
     /** The stream that records go to, null for none; not owned by the caller. */
     virtual std::ios* getStream() const = 0;
     using Control::setStream;
+    /**
+     * Sends records to a stream of the caller's, which must outlive its use. Throws `std::invalid_argument`
+     * for one that cannot be written to.
+     */
     virtual void setStream(std::ios& stream) = 0;
 
     /**
@@ -52,7 +59,9 @@ protected:
      * it: no record is dropped.
      */
     virtual void log(const String& msg);
+    /** The registration of the modules that log here; their constructors enter themselves. */
     virtual ModuleRegistration& moduleRegistrar() = 0;
+    /** For loggers of several outputs: goes on to the next. Does nothing here, and nothing calls it. */
     virtual void switchFile();
 };
 

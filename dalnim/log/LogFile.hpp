@@ -134,6 +134,7 @@ private:
     mt::CriticalSection stateSync;
 };
 
+/** A counted reference to a log file. */
 typedef mem::RcoRef<LogFile> LogFileRef;
 
 }

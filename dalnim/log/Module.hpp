@@ -56,6 +56,7 @@ public:
      */
     Module& operator+=(std::ostream& header);
 
+    /** The name that it was made with. */
     const String& getName() const noexcept
     {
         return modName;

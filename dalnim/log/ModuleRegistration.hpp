@@ -45,13 +45,16 @@ public:
     /** Makes what modules know of the filter stale. */
     void setUpdate() noexcept;
 
+    /** The entries of the filter, in their order. */
     const std::list<String>& getModulesRequested() const noexcept;
+    /** The modules that exist, in the order in which they came. */
     const std::list<Module*>& getModulesActual() const noexcept;
     /** The names of the modules, in the same order. */
     const std::vector<String>& getNamesActual() const noexcept;
 
     /** The first registered module of that exact name, or null. */
     Module* getModuleActual(const String& name) const;
+    /** Enters a module behind the others, also one whose name is taken. Without memory nothing is changed. */
     void addModulesActual(const Module& module);
     /** Forgets the module, which is not destroyed; a dynamic one is the caller's from then on. */
     void removeFromModulesActual(const Module& module);

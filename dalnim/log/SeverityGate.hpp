@@ -17,10 +17,12 @@ namespace com::kor::dal::nim::log {
 class SeverityGate
 {
 public:
+    /** A threshold, with no mask in force. */
     explicit SeverityGate(Severity minimum) noexcept : word(pack(0, minimum)) {}
     /** A gate that all values pass: that of a logger that decides otherwise. */
     constexpr SeverityGate() noexcept : word(OPEN) {}
 
+    /** Replaces both in one step. With a mask, `newMinimum` is its lowest severity. */
     void set(unsigned int newMask, Severity newMinimum) noexcept
     {
         word.store(pack(newMask, newMinimum), std::memory_order_relaxed);
@@ -37,6 +39,7 @@ public:
         return static_cast<Severity>(word.load(std::memory_order_relaxed) >> MINIMUM_SHIFT);
     }
 
+    /** Whether a record of this severity is taken. */
     bool passes(Severity severity) const noexcept
     {
         const auto bit = static_cast<unsigned int>(severity);

@@ -25,6 +25,7 @@ namespace com::kor::dal::nim::log {
 class DALNIM_API Statement
 {
 public:
+    /** Asks the gate of the module. */
     Statement(Module& statement_module, Severity statement_severity)
         : module(statement_module), open(statement_module.isSeveritySatisfied(statement_severity)),
           severity(statement_severity), record(nullptr)
@@ -44,7 +45,9 @@ public:
     /** Begins the record, once, behind the open gate. */
     Header& header(const char* file, unsigned int line);
 
+    /** The module that the record goes to, which outlives the statement. */
     Module& module;
+    /** Whether the round is still to come. The macros set it to false behind it. */
     bool open;
 
 private:
@@ -63,7 +66,9 @@ private:
 #define NIM_LOG_FILE __FILE__
 #endif
 
+/** Two words as one, behind their expansion. */
 #define NIM_LOG_JOIN_(a, b) a##b
+/** A name for the Statement of a line, which no variable of the caller hides. */
 #define NIM_LOG_NAME_(line) NIM_LOG_JOIN_(nim_log_statement_, line)
 
 /**
@@ -85,17 +90,23 @@ private:
 
 // A name that is declared cannot stand in parentheses.
 // NOLINTBEGIN(bugprone-macro-parentheses)
+/** What the statements are made of: one round of a loop, if the gate is open. */
 #define NIM_LOG_STATEMENT_(statement, log_module, log_severity)                                              \
     for (::com::kor::dal::nim::log::Statement statement(log_module, NIM_LOG_SEVERITY_(log_severity));        \
          statement.open; statement.open = false)                                                             \
     statement.module += statement.header(NIM_LOG_FILE, __LINE__)
 // NOLINTEND(bugprone-macro-parentheses)
 
+/** Logs to a module, at a severity; insert the text behind it by `<<`. See the top of this file. */
 #define NIM_LOG_TO(log_module, log_severity)                                                                 \
     NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), log_module, log_severity).os()
 
+/** Logs to the module that is visible here, at a severity; insert the text behind it by `<<`. */
 #define NIM_LOG(log_severity) NIM_LOG_TO(com_kor_dal_nim_log_module, log_severity)
 
+/**
+ * Logs an exception behind a message to the module that is visible here; see log::Header::insertTrapped().
+ */
 #define NIM_LOG_TRAPPED(log_severity, exception, message)                                                    \
     NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), com_kor_dal_nim_log_module, log_severity)                    \
         .insertTrapped(exception, message)

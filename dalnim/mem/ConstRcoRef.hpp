@@ -21,10 +21,13 @@ template <class T>
 class ConstRcoRef
 {
 public:
+    /** What it refers to. */
     typedef T element_type;
 
     ConstRcoRef() noexcept : rco(nullptr) {}
+    /** A new reference to an object; null makes it empty. */
     ConstRcoRef(const T* rco_inst) : rco(acquired(rco_inst)) {}
+    /** A new reference to what `ref` holds. */
     ConstRcoRef(const ConstRcoRef& ref) : rco(acquired(ref.rco)) {}
     /** Takes over what `ref` holds; no count moves. */
     ConstRcoRef(ConstRcoRef&& ref) noexcept : rco(ref.rco)
@@ -36,6 +39,7 @@ public:
         clear();
     }
 
+    /** Holds what `ref` holds. When the release of the old object throws, the reference is as it was. */
     // What is the same already stays: updatePtr asks.
     // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
     ConstRcoRef& operator=(const ConstRcoRef& ref)
@@ -43,11 +47,13 @@ public:
         updatePtr(ref.rco);
         return *this;
     }
+    /** Takes over what `ref` holds and leaves it empty; otherwise the same. */
     ConstRcoRef& operator=(ConstRcoRef&& ref)
     {
         moveFrom(ref);
         return *this;
     }
+    /** Holds an object, or nothing for null; otherwise the same. */
     ConstRcoRef& operator=(const T* rco_inst)
     {
         updatePtr(rco_inst);
@@ -59,6 +65,7 @@ public:
     {
         return reinterpret_cast<const void*>(static_cast<std::uintptr_t>(rco != nullptr ? 1 : 0));
     }
+    /** Whether it is empty. */
     bool operator!() const noexcept
     {
         return rco == nullptr;
@@ -69,6 +76,7 @@ public:
     {
         return checked();
     }
+    /** The object. Throws as operator->() when empty. */
     const T& operator*() const
     {
         return *checked();
@@ -76,6 +84,11 @@ public:
 
     // Templates, so that references of related types and plain pointers meet here: left to the
     // conversion to `const void*`, they would compare whether an object is held, not which.
+    /** @name Comparison */
+    /** @{ */
+    /**
+     * By the addresses of the objects; an empty reference is equal to null. Any thread may read meanwhile.
+     */
     template <class U>
     bool operator==(const ConstRcoRef<U>& ref) const noexcept
     {
@@ -111,6 +124,7 @@ public:
     {
         return ptr != ref.rco;
     }
+    /** @} */
 
     /** Drops what is held. Never throws: an object whose destructor does ends the process here. */
     void clear() noexcept
@@ -165,6 +179,7 @@ protected:
         return const_cast<T*>(object);
     }
 
+    /** The object; throws as operator->() when empty. */
     T* checked() const
     {
         if (rco == nullptr) {
@@ -173,6 +188,7 @@ protected:
         return rco;
     }
 
+    /** The held object with one count, null when empty. */
     T* rco;
 
 private:

@@ -15,6 +15,7 @@ class DALNIM_API ObjectHolder
 public:
     static constexpr const char CLASS_NAME[] = "ObjectHolder";
 
+    /** What is done on entry, and what at the end. */
     enum StorageMode : UInt32_t {
         /** Neither acquire nor release. */
         SM_NO_ACTION = 0,
@@ -28,6 +29,7 @@ public:
 
     /** Holds nothing. */
     ObjectHolder() noexcept;
+    /** As assign() to an empty holder. */
     ObjectHolder(type::Object* object, StorageMode mode);
     /** By the rules of assignment. */
     ObjectHolder(const ObjectHolder& ref);
@@ -43,21 +45,28 @@ public:
     /** Lets go of what is held, as above, which must not end `object`, and then holds that. */
     ObjectHolder& assign(type::Object* object, StorageMode mode);
 
+    /** What is held, or null; the holder keeps it. */
     operator type::Object*() noexcept
     {
         return held();
     }
+    /** What is held, or null; the holder keeps it. */
     operator const type::Object*() const noexcept
     {
         return held();
     }
+    /** Whether nothing is held. */
     bool operator!() const noexcept
     {
         return held() == nullptr;
     }
+    /** @name Comparison */
+    /** @{ */
+    /** By the addresses of the objects, whatever the modes. */
     bool operator==(const ObjectHolder& ref) const noexcept;
     bool operator!=(const ObjectHolder& ref) const noexcept;
     bool operator<(const ObjectHolder& ref) const noexcept;
+    /** @} */
 
     /** Gives the object to the caller, with whatever was acquired for it, and holds nothing. */
     type::Object* release() noexcept;

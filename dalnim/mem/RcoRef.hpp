@@ -13,8 +13,11 @@ class RcoRef : public ConstRcoRef<T>
 {
 public:
     RcoRef() noexcept = default;
+    /** A new reference to an object; null makes it empty. */
     RcoRef(T* rco_inst) : ConstRcoRef<T>(rco_inst) {}
+    /** A new reference to what `ref` holds. */
     RcoRef(const RcoRef& ref) = default;
+    /** Takes over what `ref` holds; no count moves. */
     RcoRef(RcoRef&& ref) noexcept = default;
     /** A new reference to the object of `ref`, seen as a T. */
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
@@ -22,6 +25,9 @@ public:
     {
     }
 
+    /** @name Assignment */
+    /** @{ */
+    /** As that of ConstRcoRef. */
     RcoRef& operator=(const RcoRef& ref) = default;
     RcoRef& operator=(RcoRef&& ref) = default;
     RcoRef& operator=(T* rco_inst)
@@ -29,19 +35,23 @@ public:
         this->updatePtr(rco_inst);
         return *this;
     }
+    /** @} */
 
     using ConstRcoRef<T>::operator->;
     using ConstRcoRef<T>::operator*;
     using ConstRcoRef<T>::get;
 
+    /** The object. Throws sys::system_error 22, "Attempt to dereference null reference.", when empty. */
     T* operator->()
     {
         return this->checked();
     }
+    /** The object. Throws as operator->() when empty. */
     T& operator*()
     {
         return *this->checked();
     }
+    /** The held object, null when empty; it stays counted by this reference alone. */
     T* get() noexcept
     {
         return this->rco;

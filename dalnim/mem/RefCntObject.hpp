@@ -70,7 +70,9 @@ protected:
     void refBias(unsigned int new_bias);
     /** Adds to the bias; throws as refBias(), also for a sum below 0. */
     void adjBias(int bias_adjustment);
+    /** Adds 1 to the bias; throws as refBias(). */
     void incBias();
+    /** Takes 1 from the bias; throws as refBias(). */
     void decBias();
 
 private:

@@ -5,7 +5,9 @@
 
 namespace com::kor::dal::nim::mem {
 
+/** A reference to any counted object. */
 typedef RcoRef<RefCntObject> RefCntObjectRef;
+/** The same, for reading. */
 typedef ConstRcoRef<RefCntObject> ConstRefCntObjectRef;
 
 extern template class DALNIM_API ConstRcoRef<RefCntObject>;

@@ -31,9 +31,13 @@ public:
     CondSem& operator=(const CondSem&) = delete;
 
     // The operations of the lock.
+    /** Blocks until the lock is held; gives this object. */
     const CondSem& acquire() const;
+    /** Unlocks. */
     void release() const;
+    /** Unlocks; false on failure. */
     bool release(const std::nothrow_t&) const noexcept;
+    /** One attempt at the lock that does not block; true when it was got. */
     bool request() const;
 
     /** Wakes one waiter. */

@@ -18,6 +18,7 @@ public:
 
     /** A section with the system interface's default, which is not recursive. */
     CriticalSection();
+    /** A section that its holder may take again when `recursive` is set, or may not. */
     explicit CriticalSection(bool recursive);
     ~CriticalSection();
 

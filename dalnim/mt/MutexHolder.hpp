@@ -20,10 +20,12 @@ public:
     MutexHolder() noexcept : muxref(nullptr) {}
     /** Takes over `mux`, which the caller has acquired. */
     MutexHolder(const T& mux) noexcept : muxref(&mux) {}
+    /** Takes over the lock of `other`, which is empty then. */
     MutexHolder(MutexHolder& other) noexcept : muxref(other.muxref)
     {
         other.muxref = nullptr;
     }
+    /** The same. */
     MutexHolder(MutexHolder&& other) noexcept : MutexHolder(other) {}
     ~MutexHolder()
     {
@@ -42,10 +44,12 @@ public:
         other.muxref = nullptr;
         return *this;
     }
+    /** The same. */
     MutexHolder& operator=(MutexHolder&& other)
     {
         return *this = other;
     }
+    /** Releases what it holds, and takes over `mux`, which the caller has acquired. */
     MutexHolder& operator=(const T& mux)
     {
         reset(mux, true);

@@ -15,6 +15,7 @@ protected:
     QueueElement() noexcept;
     /** A copy stands in no queue. */
     QueueElement(const QueueElement& ref) noexcept;
+    /** Changes nothing: the link belongs to the queue that this element may stand in. */
     QueueElement& operator=(const QueueElement& ref) noexcept;
 
 private:

@@ -12,7 +12,9 @@ struct DALNIM_API SysMutexCondSem
     SysMutexCondSem();
     ~SysMutexCondSem();
 
+    /** The lock; used directly, or through `sig`. */
     SysMutex sync;
+    /** The condition on it. */
     CondSem sig;
 };
 

@@ -73,14 +73,17 @@ public:
     {
         return static_cast<TaskState>(_state.load(std::memory_order_acquire) & ~WAITED_FOR);
     }
+    /** Whether it runs at this moment. */
     bool running() const noexcept
     {
         return status() == TSF_RUNNING;
     }
+    /** Its number, for life: unique in the process among tasks, threads and pools. */
     TaskID_t taskId() const noexcept
     {
         return _id;
     }
+    /** Its name: as given, or the label and the number. */
     String name() const;
 
     /**

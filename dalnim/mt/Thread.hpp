@@ -66,6 +66,7 @@ public:
     /** A new thread, started; the caller owns the object, which a failed start leaves behind. */
     static Thread* start(Runnable& tgt, bool joinable, const char* name,
                          const type::ContainerContext* context = nullptr);
+    /** The same; with `destroy`, `tgt` is deleted with the object. Throws as the constructor. */
     static Thread* start(Runnable* tgt, bool joinable, bool destroy, const char* name,
                          const type::ContainerContext* context = nullptr);
 
@@ -76,6 +77,7 @@ public:
      * @return what ended the run, or null; it stays this object's until the next run
      */
     const std::exception* join();
+    /** Whether it is to be joined. */
     bool joinable() const noexcept
     {
         return _joinable;
@@ -87,6 +89,7 @@ public:
     static Thread* currentThread();
 
 protected:
+    /** For a derived class: its name, or for null its label and its number. */
     Thread(bool joinable, const char* name, const char* label);
     /** Declared for the layout of the interface; nothing calls it. */
     Thread(Runnable* tgt, bool joinable, bool destroy, const char* name, MutexOps& mux, CondSem& sem,

@@ -73,10 +73,12 @@ public:
      */
     void shutdown(bool synchronous = true, bool = false);
 
+    /** The name of the pool, valid as long as that. */
     const String& name() const noexcept
     {
         return _name;
     }
+    /** Its number: unique in the process among tasks, threads and pools. */
     TaskID_t poolId() const noexcept
     {
         return _id;

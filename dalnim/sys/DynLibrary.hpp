@@ -12,9 +12,13 @@ namespace com::kor::dal::nim::sys {
 class DynLibrary;
 class DynLoaderMgr;
 class DynSymbol;
+/** @name References */
+/** @{ */
+/** Counted; those who hold one keep the code in memory. */
 typedef mem::ConstRcoRef<DynLibrary> ConstDynLibraryRef;
 typedef mem::ConstRcoRef<DynLibrary> DynLibraryRef;
 typedef mem::ConstRcoRef<DynSymbol> DynSymbolRef;
+/** @} */
 
 /**
  * A loaded library. It is unloaded by the thread that gives up the last reference to it or to a symbol

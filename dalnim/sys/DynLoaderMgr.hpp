@@ -14,6 +14,7 @@
 namespace com::kor::dal::nim::sys {
 
 class DynLoaderMgr;
+/** A counted reference to the manager. */
 typedef mem::RcoRef<DynLoaderMgr> DynLoaderMgrRef;
 
 /**
@@ -44,6 +45,7 @@ public:
 
     /** Drops what nobody but the cache holds; true when it did, and then `ref` is gone. */
     bool checkRefs(const DynLibrary& ref) const;
+    /** The same for a symbol, whose library may go with it. */
     bool checkRefs(const DynSymbol& ref) const;
 
 private:

@@ -72,6 +72,7 @@ private:
     const String label;
 };
 
+/** A counted reference to a symbol, which keeps its library in memory. */
 typedef mem::ConstRcoRef<DynSymbol> ConstDynSymbolRef;
 typedef mem::ConstRcoRef<DynSymbol> DynSymbolRef;
 

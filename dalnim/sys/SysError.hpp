@@ -30,13 +30,17 @@ public:
     system_error();
     /** The message is sys_err_string(sys_err_num). */
     explicit system_error(int sys_err_num);
+    /** A message of the caller's, copied, and a number. */
     system_error(int err_num, const char* message);
+    /** The same. */
     system_error(int err_num, const String& message);
     /** Copies message, number and trace; captures nothing anew. */
     system_error(const system_error& r);
+    /** Takes over message and number, and the trace as StackTrace does. */
     system_error& operator=(const system_error& r);
     ~system_error() override;
 
+    /** The bare message: no number, no trace. Valid as long as the object is unchanged. */
     const char* what() const noexcept override;
     /** A copy owned by the caller, the same whether deep or not. */
     type::Cloneable* clone(bool deep = false) const override;
@@ -60,6 +64,7 @@ DALNIM_API int sys_err_num() noexcept;
 
 /** The text of an error number, "Unknown error N" for one that has none; at most 1023 bytes. */
 DALNIM_API String sys_err_string(int sys_err_num);
+/** The same. */
 DALNIM_API String sys_err_string(unsigned int sys_err_num);
 /** The text of the thread's current `errno`. */
 DALNIM_API String sys_err_string();

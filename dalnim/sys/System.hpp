@@ -28,12 +28,16 @@ class DALNIM_API System
 public:
     static constexpr const char CLASS_NAME[] = "System";
 
+    /** @name Types */
+    /** @{ */
+    /** As of the library; see Primitives.hpp for their units. */
     typedef nim::ProcID_t ProcID_t;
     typedef nim::ThreadID_t ThreadID_t;
     typedef nim::TimeUS_t TimeUS_t;
     typedef nim::TimeMS_t TimeMS_t;
     typedef nim::TimeDCE_t TimeDCE_t;
     typedef nim::StringVector StringVector;
+    /** @} */
 
     /** Which part of the process path is asked for. */
     enum PROCESS_PATH_OPT : int {
@@ -56,8 +60,8 @@ public:
      * The numeric addresses of this host, in the resolver's order and with its duplicates.
      *
      * @param family  AF_INET, AF_INET6, or AF_UNSPEC for both.
-     * @throws system_error  the resolver's code and "si_getaddrinfo failed. family = <family>
-     *                       rc = <code>"; whatever hostname() throws.
+     * @throws system_error  the resolver's code and `si_getaddrinfo failed. family = <family> rc = <code>`;
+     *                       whatever hostname() throws.
      */
     static StringVector hostIpAddress(int family = AF_UNSPEC);
 

@@ -21,8 +21,12 @@ class DALNIM_API UniqueID
 public:
     static constexpr const char CLASS_NAME[] = "UniqueID";
 
+    /** @name Types */
+    /** @{ */
+    /** As of the library. */
     typedef nim::UInt32_t UInt32_t;
     typedef nim::UInt64_t UInt64_t;
+    /** @} */
 
     /** The next number of the 32-bit series, which tasks, threads and pools share. */
     static UInt32_t nextUid32() noexcept;

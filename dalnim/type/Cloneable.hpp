@@ -19,8 +19,12 @@ public:
 
 protected:
     Cloneable() noexcept;
+    /** @name Copying */
+    /** @{ */
+    /** There is nothing to copy. */
     Cloneable(const Cloneable&) noexcept;
     Cloneable& operator=(const Cloneable&) noexcept;
+    /** @} */
 };
 
 }

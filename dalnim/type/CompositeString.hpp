@@ -28,6 +28,7 @@ public:
     /** The delimiter set of a composite for which none is given. */
     static constexpr const char DEFAULT_DELIMITERS[] = "+";
 
+    /** The type of a delimiter. */
     typedef nim::SInt8_t SInt8_t;
 
     /** An empty text with the default delimiters; empty components count. */
@@ -44,6 +45,7 @@ public:
 
     // A literal would prefer its conversion to bool over the one to String: take it by itself,
     // and refuse what can only be a mistake for one of the two.
+    /** The same from a literal, or a text that ends at its zero byte. */
     CompositeString(const String& composite, const char* delimiters, bool skip_empty = false);
     CompositeString(const String& composite, std::nullptr_t, bool skip_empty = false) = delete;
     template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T>>>
@@ -56,6 +58,10 @@ public:
     CompositeString(const CompositeString& composite, bool deep = false);
     CompositeString(const CompositeString& composite, const char* deep) = delete;
 
+    /**
+     * Takes over text, delimiters and place; the strings may share their representation with those of
+     * `composite`.
+     */
     CompositeString& operator=(const CompositeString& composite);
 
     ~CompositeString() = default;
@@ -95,6 +101,7 @@ public:
 
     /** Whether any text is left, delimiters included: a truth value, not an address. */
     operator const void*() const noexcept;
+    /** Whether no text is left. */
     bool operator!() const noexcept;
 
 private:

@@ -39,6 +39,7 @@ public:
 
     /** The entry under a key, or an empty reference. The result is valid until the entry goes. */
     const mem::ConstRefCntObjectRef& find(unsigned int cid) const;
+    /** The same; through it an entry can be handed on, and its object changed. */
     const mem::RefCntObjectRef& find(unsigned int cid);
 
     /** Takes an entry out; empty when there was none. */
@@ -92,6 +93,7 @@ private:
     mutable std::atomic<SharedContent*> handedOn{nullptr};
 };
 
+/** A counted reference to a context with content. */
 typedef mem::RcoRef<ContainerContext> ContainerContextRef;
 
 }

@@ -38,11 +38,14 @@ public:
 
 protected:
     Context() noexcept;
+    /** A copy has no references of its own. */
     Context(const Context& ref) noexcept;
+    /** Copies nothing: who holds this context is not disturbed. */
     Context& operator=(const Context& ref) noexcept;
     ~Context() noexcept(false) override;
 };
 
+/** A counted reference to a context. */
 typedef mem::RcoRef<Context> ContextRef;
 
 }

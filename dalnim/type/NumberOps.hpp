@@ -27,7 +27,9 @@ class DALNIM_API NumberOps
 public:
     static constexpr const char CLASS_NAME[] = "NumberOps";
 
+    /** A signed number of 64 bits. */
     typedef long long SInt64_t;
+    /** An unsigned number of 64 bits. */
     typedef unsigned long long UInt64_t;
 
     /**
@@ -35,17 +37,22 @@ public:
      * in 64 bits first: "-1" is out of range, "-18446744073709551615" is 1.
      */
     static signed char parse(signed char& result, const String& source);
+    /** @name The same for further types */
+    /** @{ */
+    /** As the form for `signed char`. */
     static unsigned char parse(unsigned char& result, const String& source);
     static short parse(short& result, const String& source);
     static unsigned short parse(unsigned short& result, const String& source);
     static int parse(int& result, const String& source);
     static unsigned int parse(unsigned int& result, const String& source);
+    /** @} */
 
     /**
      * Out of range is the lowest or highest value if `errno` is ERANGE, which is not cleared before:
      * a caller who needs those two values themselves clears it.
      */
     static long& parse(long& result, const String& source);
+    /** The same. */
     static SInt64_t& parse(SInt64_t& result, const String& source);
 
     /** Never out of range: beyond it is the highest value, and a negative number wraps around. */

@@ -20,8 +20,12 @@ public:
 
 protected:
     Object() noexcept;
+    /** @name Copying */
+    /** @{ */
+    /** There is nothing to copy. */
     Object(const Object&) noexcept;
     Object& operator=(const Object&) noexcept;
+    /** @} */
 };
 
 }

@@ -19,8 +19,12 @@ public:
 
 protected:
     Raiseable() noexcept;
+    /** @name Copying */
+    /** @{ */
+    /** There is nothing to copy. */
     Raiseable(const Raiseable&) noexcept;
     Raiseable& operator=(const Raiseable&) noexcept;
+    /** @} */
 };
 
 }

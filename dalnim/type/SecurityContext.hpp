@@ -52,6 +52,7 @@ private:
     ConstSecurityTokenRef tok_ref;
 };
 
+/** A counted reference to a security context. */
 typedef mem::RcoRef<SecurityContext> SecurityContextRef;
 
 }

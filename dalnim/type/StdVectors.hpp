@@ -18,9 +18,13 @@ namespace com::kor::dal::nim::type {
 
 /** The common list type of the library. */
 typedef nim::StringVector StringVector;
+/** @name Lists of further types */
+/** @{ */
+/** Like StringVector. */
 typedef std::vector<std::wstring> WideStringVector;
 typedef std::vector<StringPair> StringPairVector;
 typedef std::vector<WideStringPair> WideStringPairVector;
+/** @} */
 
 }
 

@@ -3,6 +3,9 @@
 
 #include <dalnim/type/nsdefs.hpp>
 
-/** @file The place of operations on streams. There are none: strings and streams meet by `<<`. */
+/**
+ * @file
+ * The place of operations on streams. There are none: strings and streams meet by `<<`.
+ */
 
 #endif

@@ -28,10 +28,12 @@ public:
      * A null pointer is below every text and equal to another one.
      */
     static int compareIgnoreCase(const String& l, const String& r);
+    /** The same. */
     static int compareIgnoreCase(const char* l, const char* r);
 
     /** Replaces every occurrence in place, and returns `target`, which may be a null pointer. */
     static String& replace(String& target, char search_char, char replace_char);
+    /** The same in an array, up to its terminating zero. */
     static char* replace(char* target, char search_char, char replace_char);
     template <std::size_t N>
     static char* replace(const char (&literal)[N], char search_char, char replace_char) = delete;
@@ -44,6 +46,7 @@ public:
 
     /** Converts in place up to the first zero byte, where `target` ends thereafter; returns it. */
     static String& toLower(String& target);
+    /** The same, to upper case. */
     static String& toUpper(String& target);
 
     /** A copy without white space at its beginning and its end. */
@@ -56,6 +59,7 @@ public:
     static char* trimWS(char* target);
 
     // Compilers take a literal for the array that it must not be written to as.
+    /** A copy, as of a String. */
     template <std::size_t N>
     static String trimWS(const char (&literal)[N])
     {
@@ -64,6 +68,7 @@ public:
 
     /** Both end at the first zero byte. */
     static RX_String convNIMStrToRXString(const String& nimStr);
+    /** The other way round. */
     static String convRXStringToNIMStr(const RX_String& rxStr);
 
     StringOps() = delete;

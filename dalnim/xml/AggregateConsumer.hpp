@@ -32,6 +32,7 @@ protected:
     ~AggregateConsumer() noexcept(false) override;
 };
 
+/** A counted reference to a list of consumers. */
 typedef mem::RcoRef<AggregateConsumer> AggregateConsumerRef;
 
 }

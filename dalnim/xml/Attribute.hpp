@@ -11,7 +11,9 @@ namespace com::kor::dal::nim::xml {
 /** An attribute of a start tag, the symbols of its value expanded. */
 struct DALNIM_API Attribute
 {
+    /** As it stands in the document. */
     String name;
+    /** What stood between the quotes, its symbols expanded. */
     String value;
 };
 

@@ -20,7 +20,9 @@ class DALNIM_API Consumer : public virtual mem::RefCntObject
 {
 protected:
     Consumer() noexcept;
+    /** A copy has no references of its own, and the same document. */
     Consumer(const Consumer&) = default;
+    /** Takes over the document; who holds this consumer is not disturbed. */
     Consumer& operator=(const Consumer&) = default;
     ~Consumer() noexcept(false) override;
 
@@ -29,6 +31,7 @@ public:
 
     /** @param attrs in the order of the document */
     virtual bool elementBegin(const String& tag, const String& fullTag, const Attributes& attrs) = 0;
+    /** The end of an element, also of one that is a tag alone; `fullTag` still has it. */
     virtual bool elementEnd(const String& tag, const String& fullTag) = 0;
     /**
      * Text between two pieces of markup, its symbols expanded, or a CDATA section as it stands.
@@ -46,9 +49,11 @@ public:
     }
 
 protected:
+    /** What setDocumentId() was told last; 0 before. */
     int documentId;
 };
 
+/** A counted reference to a consumer. */
 typedef mem::RcoRef<Consumer> ConsumerRef;
 
 }

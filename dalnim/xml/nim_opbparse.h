@@ -55,6 +55,7 @@ typedef enum pds_parse_cb_type_e {
 
 /** @name Results */
 /** @{ */
+/** The call did what it was to do. */
 #define PDS_PARSE_OK 0
 /** The handle is none. */
 #define PDS_PARSE_E_BAD_HANDLE 700012001

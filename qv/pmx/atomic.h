@@ -1,6 +1,11 @@
 #ifndef QV_PMX_ATOMIC_H
 #define QV_PMX_ATOMIC_H
 
+/**
+ * @file
+ * Counters shared between threads.
+ */
+
 #include <qv/pmx/api.h>
 #include <qv/pmx/types.h>
 

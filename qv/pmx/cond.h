@@ -1,6 +1,11 @@
 #ifndef QV_PMX_COND_H
 #define QV_PMX_COND_H
 
+/**
+ * @file
+ * Condition variables.
+ */
+
 #include <pthread.h>
 
 #include <qv/pmx/api.h>
@@ -16,6 +21,7 @@ QV_BEGIN_C
  */
 typedef struct si_cond_t
 {
+    /** The POSIX condition, on CLOCK_MONOTONIC. */
     pthread_cond_t cond;
 } si_cond_t;
 

@@ -31,15 +31,20 @@ enum qv_rx_error {
 /** One message. */
 typedef struct qv_error_message_t
 {
+    /** The error number. */
     qv_err_t code;
+    /** Its text: constant, without a newline. */
     const char* text;
 } qv_error_message_t;
 
 /** The messages of one family, in ascending order of their numbers. */
 typedef struct qv_error_table_t
 {
+    /** The name of the family: constant. */
     const char* family;
+    /** The messages, which outlive the table's users: the process. */
     const qv_error_message_t* messages;
+    /** How many messages there are. */
     size_t count;
 } qv_error_table_t;
 
@@ -58,6 +63,9 @@ DALNIM_API qv_err_t qv_si_error_table_add(const qv_error_table_t* table) QV_NOEX
 
 /* For every family: whether it was entered, and what enters it. See qv::ErrorTableInitializer. */
 
+/** @name Whether a family was entered */
+/** @{ */
+/** Not 0 once the messages of this family were entered. */
 DALNIM_API extern int _qv_RTLD_error_table_initializer_done;
 DALNIM_API extern int _qv_DNS_error_table_initializer_done;
 DALNIM_API extern int _qv_PIPE_error_table_initializer_done;
@@ -70,7 +78,11 @@ DALNIM_API extern int _qv_MAPP_error_table_initializer_done;
 DALNIM_API extern int _qv_MISC_error_table_initializer_done;
 DALNIM_API extern int _qv_JVMI_error_table_initializer_done;
 DALNIM_API extern int _qv_SGNL_error_table_initializer_done;
+/** @} */
 
+/** @name What enters a family */
+/** @{ */
+/** Enters the messages of this family; for qv::ErrorTableInitializer alone. */
 DALNIM_API void _qv_RTLD_error_table_init(void);
 DALNIM_API void _qv_DNS_error_table_init(void);
 DALNIM_API void _qv_PIPE_error_table_init(void);
@@ -83,6 +95,7 @@ DALNIM_API void _qv_MAPP_error_table_init(void);
 DALNIM_API void _qv_MISC_error_table_init(void);
 DALNIM_API void _qv_JVMI_error_table_init(void);
 DALNIM_API void _qv_SGNL_error_table_init(void);
+/** @} */
 
 QV_END_C
 

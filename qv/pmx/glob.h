@@ -16,6 +16,7 @@ struct qv_glob_scan;
 /** A directory scan: the names that matched, and the place in them. One thread at a time uses it. */
 typedef struct qv_glob_t
 {
+    /** Null when it was released. */
     struct qv_glob_scan* scan;
 } qv_glob_t;
 

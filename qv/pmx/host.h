@@ -1,6 +1,11 @@
 #ifndef QV_PMX_HOST_H
 #define QV_PMX_HOST_H
 
+/**
+ * @file
+ * The process and its host.
+ */
+
 #include <stddef.h>
 #include <sys/socket.h>
 #include <sys/types.h>

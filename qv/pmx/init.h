@@ -1,6 +1,11 @@
 #ifndef QV_PMX_INIT_H
 #define QV_PMX_INIT_H
 
+/**
+ * @file
+ * The start of the system interface, when a source file of its users is loaded.
+ */
+
 #include <qv/pmx/api.h>
 #include <qv/pmx/panic.h>
 #include <qv/pmx/types.h>
@@ -26,6 +31,7 @@ namespace qv {
 class ErrorTableInitializer
 {
 public:
+    /** Calls `init`, unless `done` says that somebody did. */
     ErrorTableInitializer(int& done, void (*init)()) noexcept
     {
         if (done == 0) {

@@ -1,6 +1,11 @@
 #ifndef QV_PMX_LIBRARY_H
 #define QV_PMX_LIBRARY_H
 
+/**
+ * @file
+ * Libraries, and the modules of the process.
+ */
+
 #include <qv/pmx/api.h>
 #include <qv/pmx/types.h>
 

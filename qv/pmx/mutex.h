@@ -1,6 +1,11 @@
 #ifndef QV_PMX_MUTEX_H
 #define QV_PMX_MUTEX_H
 
+/**
+ * @file
+ * Mutexes.
+ */
+
 #include <pthread.h>
 
 #include <qv/pmx/api.h>
@@ -11,6 +16,7 @@ QV_BEGIN_C
 /** A mutex, held by value and never copied. Its content is for these functions alone. */
 typedef struct si_mutex_t
 {
+    /** The POSIX mutex. */
     pthread_mutex_t mutex;
 } si_mutex_t;
 

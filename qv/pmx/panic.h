@@ -1,6 +1,11 @@
 #ifndef QV_PMX_PANIC_H
 #define QV_PMX_PANIC_H
 
+/**
+ * @file
+ * The end of a process that cannot go on.
+ */
+
 #include <qv/pmx/api.h>
 
 QV_BEGIN_C

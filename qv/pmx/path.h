@@ -1,6 +1,11 @@
 #ifndef QV_PMX_PATH_H
 #define QV_PMX_PATH_H
 
+/**
+ * @file
+ * What a path names, and where it leads.
+ */
+
 #include <stddef.h>
 
 #include <qv/pmx/api.h>

@@ -1,6 +1,11 @@
 #ifndef QV_PMX_RWLOCK_H
 #define QV_PMX_RWLOCK_H
 
+/**
+ * @file
+ * Reader-writer locks.
+ */
+
 #include <qv/pmx/api.h>
 #include <qv/pmx/types.h>
 
@@ -18,7 +23,9 @@ QV_BEGIN_C
  */
 typedef struct si_rwlock_t
 {
+    /** The lock itself, owned; null at rest. */
     void* val;
+    /** Tells a live lock from a record at rest. */
     int magic;
 } si_rwlock_t;
 

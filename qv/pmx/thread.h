@@ -1,6 +1,11 @@
 #ifndef QV_PMX_THREAD_H
 #define QV_PMX_THREAD_H
 
+/**
+ * @file
+ * Threads, and the values that each of them has for itself.
+ */
+
 #include <qv/pmx/api.h>
 #include <qv/pmx/types.h>
 

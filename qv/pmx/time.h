@@ -1,6 +1,11 @@
 #ifndef QV_PMX_TIME_H
 #define QV_PMX_TIME_H
 
+/**
+ * @file
+ * Clocks, the calendar, and sleep.
+ */
+
 #include <time.h>
 
 #include <qv/pmx/api.h>

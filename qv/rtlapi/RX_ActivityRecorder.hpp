@@ -23,6 +23,7 @@ class DALNIM_API RX_ActivityRecorder : public RX_Monitor
 public:
     RX_ActivityRecorder();
 
+    /** How many closures are pending or running at this moment. */
     si_uint32_t getBacklog() const;
 
     /** Waits, without limit, until the backlog is 0. */

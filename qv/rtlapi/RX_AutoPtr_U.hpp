@@ -18,6 +18,7 @@ class RX_AutoPtr_U
 public:
     /** Takes the object over; null owns nothing. */
     explicit RX_AutoPtr_U(T* object = nullptr) noexcept : owner(object != nullptr), pT(object) {}
+    /** Takes over the ownership that `other` has. */
     RX_AutoPtr_U(const RX_AutoPtr_U& other) noexcept : owner(other.owner), pT(other.release()) {}
     ~RX_AutoPtr_U()
     {
@@ -26,6 +27,7 @@ public:
         }
     }
 
+    /** Deletes what it owns, and takes over the ownership that `other` has. */
     RX_AutoPtr_U& operator=(const RX_AutoPtr_U& other) noexcept
     {
         if (this != &other) {
@@ -40,6 +42,7 @@ public:
         return *this;
     }
 
+    /** The object, owned or not; null for none. */
     T* get() const noexcept
     {
         return pT;
@@ -50,10 +53,12 @@ public:
         owner = 0;
         return pT;
     }
+    /** The object, which there must be. */
     T& operator*() const noexcept
     {
         return *pT;
     }
+    /** The object, which there must be. */
     T* operator->() const noexcept
     {
         return pT;

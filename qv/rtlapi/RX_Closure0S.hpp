@@ -8,6 +8,7 @@
 class DALNIM_API RX_Closure0S : public RX_ClosureS_<void (*)()>
 {
 public:
+    /** A closure that calls `function`. */
     explicit RX_Closure0S(void (*function)());
     ~RX_Closure0S() noexcept(false) override;
 };

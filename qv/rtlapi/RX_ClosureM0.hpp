@@ -8,6 +8,7 @@ template <class T>
 class RX_ClosureM0 : public RX_ClosureM_<T, void (T::*)()>
 {
 public:
+    /** A closure that calls `member` on `object`, which must outlive the call. */
     RX_ClosureM0(T* object, void (T::*member)()) : RX_ClosureM_<T, void (T::*)()>(object, member) {}
 };
 

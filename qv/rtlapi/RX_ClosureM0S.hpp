@@ -8,6 +8,7 @@ template <class T>
 class RX_ClosureM0S : public RX_ClosureMS_<T, void (T::*)()>
 {
 public:
+    /** A closure that calls `member` on `object`, which must outlive the call. */
     RX_ClosureM0S(T* object, void (T::*member)()) : RX_ClosureMS_<T, void (T::*)()>(object, member) {}
 };
 

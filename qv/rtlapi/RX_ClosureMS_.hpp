@@ -8,6 +8,7 @@ template <class T, class F>
 class RX_ClosureMS_ : public RX_ClosureSync_
 {
 public:
+    /** A closure that calls `member` on `object`. */
     RX_ClosureMS_(T* object, F member) : _object(object), _member(member) {}
 
 private:

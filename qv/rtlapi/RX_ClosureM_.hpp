@@ -8,8 +8,10 @@ template <class T, class F>
 class RX_ClosureM_ : public RX_Closure
 {
 public:
+    /** A closure that calls `member` on `object`. */
     RX_ClosureM_(T* object, F member) : _object(object), _member(member) {}
 
+    /** Makes the call; its exceptions pass. */
     void apply() override
     {
         (_object->*_member)();

@@ -10,6 +10,7 @@ template <class F>
 class RX_ClosureS_ : public RX_ClosureSync_
 {
 public:
+    /** A closure that calls a copy of `function`. */
     explicit RX_ClosureS_(F function) : _function(std::move(function)) {}
 
 private:

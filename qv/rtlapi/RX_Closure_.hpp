@@ -10,6 +10,7 @@ template <class F>
 class RX_Closure_ : public RX_Closure
 {
 public:
+    /** A closure that calls a copy of `function`. */
     explicit RX_Closure_(F function) : _function(std::move(function)) {}
 
     void apply() override

@@ -1,6 +1,11 @@
 #ifndef QV_RTLAPI_RX_COLLECTIONERRORS_PRIVATE_HPP
 #define QV_RTLAPI_RX_COLLECTIONERRORS_PRIVATE_HPP
 
+/**
+ * @file
+ * What the collections raise.
+ */
+
 #include <cstddef>
 
 #include <qv/pmx/api.h>

@@ -17,10 +17,12 @@
 class DALNIM_API RX_Condition
 {
 public:
+    /** A condition on `mutex`. */
     explicit RX_Condition(RX_Mutex& mutex) : _mup(&mutex._mutex)
     {
         RX_Check(qv_si_cond_init(&_cond, nullptr));
     }
+    /** The same; `mutex` must not be null. */
     explicit RX_Condition(RX_Mutex* mutex) : RX_Condition(*mutex) {}
     RX_Condition(const RX_Condition&) = delete;
     RX_Condition& operator=(const RX_Condition&) = delete;

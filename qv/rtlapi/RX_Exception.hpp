@@ -1,6 +1,11 @@
 #ifndef QV_RTLAPI_RX_EXCEPTION_HPP
 #define QV_RTLAPI_RX_EXCEPTION_HPP
 
+/**
+ * @file
+ * The root of the exceptions of the runtime layer, and the checks that raise them.
+ */
+
 #include <qv/pmx/api.h>
 #include <qv/rtlapi/RX_Exception_.hpp>
 
@@ -8,16 +13,22 @@
 class DALNIM_API RX_Exception : public RX_Exception_
 {
 public:
+    /** A message without a source position: its code, and up to six arguments. */
     explicit RX_Exception(int code, const RX_String& a1 = RX_String::none,
                           const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
                           const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,
                           const RX_String& a6 = RX_String::none);
+    /** A message and the source position that it is raised from. */
     RX_Exception(unsigned int line, const RX_String& file, int code, const RX_String& a1 = RX_String::none,
                  const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
                  const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,
                  const RX_String& a6 = RX_String::none);
+    /** @name Copying */
+    /** @{ */
+    /** A deep copy: the chained messages too. */
     RX_Exception(const RX_Exception& other) = default;
     RX_Exception& operator=(const RX_Exception& other) = default;
+    /** @} */
     ~RX_Exception() override;
 
     [[noreturn]] void throwThis() const override;

@@ -18,6 +18,7 @@ class RX_Exception;
 class DALNIM_API RX_Exception_
 {
 public:
+    /** How many arguments a message can have. */
     static constexpr unsigned int ARGUMENTS = 6;
 
     virtual ~RX_Exception_();
@@ -32,6 +33,7 @@ public:
     {
         return _line;
     }
+    /** The source file; empty when none was told. */
     const RX_String& getFile() const noexcept
     {
         return _file;
@@ -60,11 +62,16 @@ public:
     virtual RX_Exception* clone() const = 0;
 
 protected:
+    /** A message and the source position that it is raised from. */
     RX_Exception_(unsigned int line, const RX_String& file, int code, const RX_String& a1,
                   const RX_String& a2, const RX_String& a3, const RX_String& a4, const RX_String& a5,
                   const RX_String& a6);
+    /** @name Copying */
+    /** @{ */
+    /** A deep copy: the chained messages too. */
     RX_Exception_(const RX_Exception_& other);
     RX_Exception_& operator=(const RX_Exception_& other);
+    /** @} */
 
     /** Takes over position, code and arguments of `other`, not what is chained behind it. */
     void copyData(const RX_Exception_& other) noexcept;

@@ -30,6 +30,7 @@ public:
         EXECUTE = 8
     };
 
+    /** What parse() and iparse() take out of a name. */
     enum component {
         /** Always empty: a name has no scheme and no host. */
         SCHEME = 1,
@@ -74,14 +75,17 @@ public:
      */
     RX_Filespec(const RX_String& spec, access rights, si_uint16_t options);
 
+    /** All up to the last slash, and that slash; empty for a name without one. */
     RX_String directory() const
     {
         return parse(DIRECTORY);
     }
+    /** All behind the last slash. */
     RX_String basename() const
     {
         return parse(BASENAME);
     }
+    /** The whole name, as it was given. */
     RX_String filespec() const
     {
         return parse(FILESPEC);

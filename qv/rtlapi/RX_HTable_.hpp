@@ -27,8 +27,10 @@ class RX_HTable_
     typedef std::unordered_set<E, Hash, std::equal_to<>> Elems;
 
 public:
+    /** A place in the table; it stays good until its element goes. */
     typedef typename Elems::const_iterator Place;
 
+    /** An empty table with room for `expected` elements. */
     explicit RX_HTable_(std::size_t expected = 0)
     {
         _elems.reserve(expected);
@@ -55,25 +57,30 @@ public:
         return counted(_elems.erase(elem) != 0);
     }
 
+    /** Erases all elements. */
     void clear()
     {
         counted(!_elems.empty());
         _elems.clear();
     }
 
+    /** The number of elements. */
     std::size_t size() const
     {
         return _elems.size();
     }
+    /** How often the table was changed; wraps round. */
     std::size_t changes() const
     {
         return _changes;
     }
 
+    /** The first place, or end(). The order means nothing. */
     Place begin() const
     {
         return _elems.begin();
     }
+    /** The place behind the last one. */
     Place end() const
     {
         return _elems.end();

@@ -24,10 +24,12 @@ public:
     /** Raises RX_Exception with EBUSY when the mutex is locked. */
     virtual ~RX_Mutex() noexcept(false);
 
+    /** Locks; waits without limit. Raises EDEADLK when the caller holds it. */
     void lock() const
     {
         RX_Check(qv_si_mutex_lock(&_mutex));
     }
+    /** Unlocks. Raises EPERM when the caller does not hold it. */
     void unlock() const
     {
         RX_Check(qv_si_mutex_unlock(&_mutex));

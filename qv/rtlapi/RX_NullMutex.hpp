@@ -7,8 +7,12 @@
 class RX_NullMutex
 {
 public:
+    /** @name Nothing to hold */
+    /** @{ */
+    /** Does nothing. */
     void lock() const noexcept {}
     void unlock() const noexcept {}
+    /** @} */
     /** Always 1. */
     qv_bool_t tryLock() const noexcept
     {

@@ -23,10 +23,12 @@ public:
     /** Raises RX_Exception with EBUSY when the lock is held. */
     virtual ~RX_RWLock() noexcept(false);
 
+    /** Takes shared access; waits without limit. */
     void rdlock() const
     {
         RX_Check(qv_si_rw_rdlock(&_lock));
     }
+    /** Takes exclusive access; waits without limit. */
     void wrlock() const
     {
         RX_Check(qv_si_rw_wrlock(&_lock));

@@ -1,6 +1,11 @@
 #ifndef QV_RTLAPI_RX_REFCOUNTED_PRIVATE_HPP
 #define QV_RTLAPI_RX_REFCOUNTED_PRIVATE_HPP
 
+/**
+ * @file
+ * The base of the counted objects of the runtime layer.
+ */
+
 #include <qv/pmx/api.h>
 #include <qv/pmx/atomic.h>
 
@@ -24,10 +29,15 @@ public:
     /** Calls RX_BadLockableDestruct when there are references. */
     virtual ~RX_RefCounted_PRIVATE_() noexcept(false);
 
+    /** One reference more. The caller has one, or knows of one that stays. */
     void attach() noexcept
     {
         qv_si_atomic_increment(&_refc);
     }
+    /**
+     * One reference less; the last one deletes the object on this thread, and what its destructor throws
+     * passes.
+     */
     void detach()
     {
         if (qv_si_atomic_decrement(&_refc) == 0) {
@@ -43,6 +53,7 @@ protected:
     class Construction
     {
     public:
+        /** Watches over the making of `object`. */
         explicit Construction(RX_RefCounted_PRIVATE_& object) noexcept : _object(&object) {}
         Construction(const Construction&) = delete;
         Construction& operator=(const Construction&) = delete;
@@ -53,6 +64,7 @@ protected:
             }
         }
 
+        /** Nothing failed: the object keeps the creator's reference. */
         void complete() noexcept
         {
             _object = nullptr;

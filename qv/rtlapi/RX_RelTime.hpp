@@ -8,6 +8,7 @@
 class DALNIM_API RX_RelTime : public RX_Time
 {
 public:
+    /** Both may be of either sign; they are normalised. */
     RX_RelTime(int seconds, int nanoseconds);
 
     /** Now plus the interval. */

@@ -23,6 +23,7 @@ public:
     /** 1 if an element equals `key`: then `elem` becomes a copy of it. */
     virtual qv_bool_t get(const T& key, T& elem) const = 0;
 
+    /** 1 if an element equals `elem`, otherwise 0. */
     virtual qv_bool_t contains(const T& elem) const = 0;
 
     /** 1 if the set changed; 0 if an equal element was there already, which stays. */
@@ -31,13 +32,16 @@ public:
     /** 1 if the set changed; 0 if no element equals `elem`. */
     virtual qv_bool_t remove(const T& elem) = 0;
 
+    /** Takes all elements out. */
     virtual void removeAll() = 0;
 
+    /** The number of elements. */
     virtual std::size_t size() const = 0;
 
     /** A way along the elements; see RX_SetIterator_U and RX_SetModifier_U. */
     virtual std::unique_ptr<RX_SetCursor_U<T>> newCursor() const = 0;
 
+    /** 1 if there is no element, otherwise 0. */
     virtual qv_bool_t isEmpty() const = 0;
 
     virtual ~RX_Set_U() = default;

@@ -1,6 +1,11 @@
 #ifndef QV_RTLAPI_RX_STRING_HPP
 #define QV_RTLAPI_RX_STRING_HPP
 
+/**
+ * @file
+ * The string of the runtime layer, and how it is compared and written.
+ */
+
 #include <cstddef>
 #include <iosfwd>
 #include <utility>
@@ -21,10 +26,14 @@ public:
     /** What stands in front of the characters. */
     struct Rep
     {
+        /** In bytes, without the terminator. */
         std::size_t length;
+        /** For how many bytes there is room, without the terminator. */
         std::size_t capacity;
+        /** How many strings share it. */
         si_atomic_t ref_count;
 
+        /** The first character. */
         char* characters() noexcept
         {
             return reinterpret_cast<char*>(this + 1);
@@ -34,7 +43,9 @@ public:
     /** The representation of the empty string and its terminator, never counted and never freed. */
     struct EmptyRep
     {
+        /** Its length is 0. */
         Rep rep;
+        /** A zero byte. */
         char terminator;
     };
 
@@ -48,10 +59,12 @@ public:
     static EmptyRep _empty;
 
     constexpr RX_String() noexcept : _rep(&_empty.rep) {}
+    /** Shares the representation of `other`. */
     RX_String(const RX_String& other) noexcept : _rep(other._rep)
     {
         attach();
     }
+    /** Takes over the representation of `other`, which is empty then. */
     RX_String(RX_String&& other) noexcept : _rep(std::exchange(other._rep, &_empty.rep)) {}
     /**
      * Copies `length` bytes of `text`.
@@ -65,11 +78,13 @@ public:
         deref();
     }
 
+    /** Shares the representation of `other`. */
     RX_String& operator=(const RX_String& other) noexcept
     {
         RX_String(other).swap(*this);
         return *this;
     }
+    /** Takes over the representation of `other`, which is empty then. */
     RX_String& operator=(RX_String&& other) noexcept
     {
         RX_String(std::move(other)).swap(*this);
@@ -90,10 +105,12 @@ public:
     {
         return _rep->characters();
     }
+    /** In bytes, without the terminator. */
     std::size_t length() const noexcept
     {
         return _rep->length;
     }
+    /** The representation: to be looked at, and not counted for the caller. */
     Rep* getRep() const noexcept
     {
         return _rep;
@@ -112,6 +129,7 @@ public:
     /** Raises the letters in place, by the character classes of the current locale. */
     RX_String& toUpper();
 
+    /** Exchanges the two. */
     void swap(RX_String& other) noexcept
     {
         std::swap(_rep, other._rep);
@@ -147,6 +165,9 @@ DALNIM_API bool operator==(const RX_String& left, const RX_String& right) noexce
 /** Compares up to the terminating zero of `right`, which must not be null. */
 DALNIM_API bool operator==(const RX_String& left, const char* right) noexcept;
 
+/** @name Comparison, the other ways */
+/** @{ */
+/** As the two above. */
 inline bool operator==(const char* left, const RX_String& right) noexcept
 {
     return right == left;
@@ -163,6 +184,7 @@ inline bool operator!=(const char* left, const RX_String& right) noexcept
 {
     return !(right == left);
 }
+/** @} */
 
 /** Writes all bytes, within the width of the stream. */
 DALNIM_API std::ostream& operator<<(std::ostream& os, const RX_String& string);

@@ -19,10 +19,12 @@ public:
     RX_Time(int seconds, int nanoseconds);
     virtual ~RX_Time();
 
+    /** The whole seconds, rounded down. */
     si_int32_t seconds() const noexcept
     {
         return _seconds;
     }
+    /** What is above them, from 0 to 999999999. */
     si_int32_t nanoseconds() const noexcept
     {
         return _nanoseconds;
@@ -35,8 +37,12 @@ public:
     virtual RX_AbsTime deadline() const;
 
 protected:
+    /** @name Copying */
+    /** @{ */
+    /** The same time. */
     RX_Time(const RX_Time&) = default;
     RX_Time& operator=(const RX_Time&) = default;
+    /** @} */
 
     /** A time from parts of any size. */
     RX_Time(si_int64_t seconds, si_int64_t nanoseconds) noexcept;

@@ -51,6 +51,7 @@ public:
         _elems.erase(_elems.end() - static_cast<std::ptrdiff_t>(count), _elems.end());
     }
 
+    /** The number of elements. */
     std::size_t size() const
     {
         return _elems.size();
@@ -63,6 +64,7 @@ public:
         return _elems[index];
     }
 
+    /** The same for reading. */
     const T& operator[](std::size_t index) const
     {
         check(index);

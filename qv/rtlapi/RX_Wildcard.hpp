@@ -37,6 +37,7 @@
 class DALNIM_API RX_Wildcard
 {
 public:
+    /** What a pattern is written in. */
     enum Style { WILD = 0, REGEXP = 1 };
 
     /** Compiles, as `setPattern` does. */

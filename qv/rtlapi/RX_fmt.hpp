@@ -1,6 +1,11 @@
 #ifndef QV_RTLAPI_RX_FMT_HPP
 #define QV_RTLAPI_RX_FMT_HPP
 
+/**
+ * @file
+ * Numbers as text.
+ */
+
 #include <qv/pmx/api.h>
 #include <qv/rtlapi/RX_String.hpp>
 
@@ -13,6 +18,7 @@ constexpr unsigned int RX_FMT_DEFAULT = 314159265;
  */
 DALNIM_API RX_String RX_fmt(unsigned int value, unsigned int option = 0, unsigned int width = RX_FMT_DEFAULT,
                             unsigned int precision = RX_FMT_DEFAULT);
+/** The same. */
 DALNIM_API RX_String RX_fmt(unsigned long value, unsigned int option = 0, unsigned int width = RX_FMT_DEFAULT,
                             unsigned int precision = RX_FMT_DEFAULT);
 

@@ -1,6 +1,11 @@
 #ifndef QV_RTLAPI_RX_HASH_HPP
 #define QV_RTLAPI_RX_HASH_HPP
 
+/**
+ * @file
+ * Hashes and the equality of keys, for the collections.
+ */
+
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>

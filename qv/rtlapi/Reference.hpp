@@ -3,11 +3,13 @@
 
 #include <memory>
 
+/** Helpers of the runtime layer. */
 namespace qv {
 
 /** Gives up a reference. */
 struct Detach
 {
+    /** Calls `detach` on an object that is not null. */
     template <class Counted>
     void operator()(Counted* object) const
     {

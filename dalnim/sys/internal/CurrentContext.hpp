@@ -15,9 +15,14 @@ public:
     CurrentContext();
     /** A duplicate, by the attributes of the keys. */
     CurrentContext(const type::ContainerContext& ref);
+    /** A duplicate, by the attributes of the keys. */
     CurrentContext(const CurrentContext& ref);
+    /** @name Assignment */
+    /** @{ */
+    /** Replaces the content by a duplicate, as type::ContainerContext does. */
     CurrentContext& operator=(const CurrentContext& ref);
     CurrentContext& operator=(const type::ContainerContext& ref);
+    /** @} */
 
     /** 0: it is filed nowhere. */
     UInt32_t key() const override;

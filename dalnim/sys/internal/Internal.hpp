@@ -12,10 +12,12 @@ namespace com::kor::dal::nim::sys::internal {
 
 /** The date and time of a record, for strftime(), in local time and in UTC. */
 inline constexpr const char LOCAL_TIME_FORMAT[] = "%a %b %d %H:%M:%S %z %Y";
+/** The same in UTC. */
 inline constexpr const char UTC_TIME_FORMAT[] = "%a %b %d %H:%M:%S UTC %Y";
 
 /** Where a platform that needs it starts and ends its network layer. Nothing here; always 0. */
 DALNIM_API int net_init();
+/** Where a platform that needs it ends its network layer. Nothing here; always 0. */
 DALNIM_API int net_fini();
 
 /** What System::hostname() copies, for the life of the process; fails as it does. */

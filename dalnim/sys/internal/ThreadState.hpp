@@ -25,6 +25,7 @@ namespace com::kor::dal::nim::sys::internal {
 
 // Contexts stand above the thread state, which knows its own by name alone.
 class CurrentContext;
+/** A counted reference to the context of a thread. */
 typedef mem::RcoRef<CurrentContext> CurrentContextRef;
 
 /** A word of mode bits of a thread. */
@@ -50,12 +51,15 @@ public:
     ThreadState(const ThreadState&) = delete;
     ThreadState& operator=(const ThreadState&) = delete;
 
+    /** The kernel's number of the thread. */
     const ThreadID_t tid;
     /** Bits whose meaning belongs to the users of ThreadStateBitHolder. Bit 0 is set from the start. */
     mutable ThreadMode_t mode;
     /** What this thread runs now, each null when there is none; not owned. */
     mt::Task* task;
+    /** The object of this thread, null when none was started for it; not owned. */
     mt::Thread* thrd;
+    /** The pool that this thread works for, or null; not owned. */
     mt::ThreadPool* pool;
     /** Kept for callers; the library has no use of it. */
     const mt::MutexOps* lock;
