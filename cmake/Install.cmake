@@ -22,3 +22,20 @@ install(FILES ${PROJECT_BINARY_DIR}/dalnimConfig.cmake ${PROJECT_BINARY_DIR}/dal
 file(RELATIVE_PATH DALNIM_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/dalnim.pc.in ${PROJECT_BINARY_DIR}/dalnim.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/dalnim.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+# What is read, with its links: documents, and the sources that they show. The reference, where it was made.
+if(PROJECT_IS_TOP_LEVEL)
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
+        DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc
+        PATTERN "docs/reference" EXCLUDE)
+    install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/html
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/reference COMPONENT doc OPTIONAL
+        PATTERN "*.md5" EXCLUDE PATTERN "*.map" EXCLUDE)
+    install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+        DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
+
+    # Takes away what the last installation from this tree has put into place.
+    configure_file(${CMAKE_CURRENT_LIST_DIR}/uninstall.cmake.in ${PROJECT_BINARY_DIR}/uninstall.cmake @ONLY)
+    add_custom_target(uninstall
+        COMMAND ${CMAKE_COMMAND} -P ${PROJECT_BINARY_DIR}/uninstall.cmake USES_TERMINAL VERBATIM)
+endif()

@@ -1,0 +1,40 @@
+# Run by cpack between the installation of the components and the packing. Puts into each package what Debian
+# expects there: who may use it, what has changed, and compressed manual pages.
+string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+set(version ${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
+
+function(dalnim_compress file)
+    execute_process(COMMAND gzip --best --no-name --force ${file} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+    string(TOUPPER ${component} name)
+    set(package ${CPACK_DEBIAN_${name}_PACKAGE_NAME})
+    set(root ${CPACK_TEMPORARY_DIRECTORY}/${component}${CPACK_PACKAGING_INSTALL_PREFIX})
+    set(doc ${root}/share/doc/${package})
+    if(NOT IS_DIRECTORY ${root})
+        message(FATAL_ERROR "there is no ${root}")
+    endif()
+
+    file(MAKE_DIRECTORY ${doc})
+    file(COPY_FILE ${CPACK_DALNIM_SOURCE}/packaging/debian/copyright ${doc}/copyright)
+    file(COPY_FILE ${CPACK_DALNIM_SOURCE}/CHANGELOG.md ${doc}/changelog)
+    file(WRITE ${doc}/changelog.Debian
+"dalnim (${version}) unstable; urgency=medium
+
+  * Version ${CPACK_PACKAGE_VERSION}: changelog.gz tells what is new in it.
+
+ -- ${CPACK_DEBIAN_PACKAGE_MAINTAINER}  ${date}
+")
+    file(GLOB pages ${root}/share/man/man*/*.[1-9])
+    foreach(file IN ITEMS ${doc}/changelog ${doc}/changelog.Debian LISTS pages)
+        dalnim_compress(${file})
+    endforeach()
+    file(MAKE_DIRECTORY ${root}/share/lintian/overrides)
+    file(WRITE ${root}/share/lintian/overrides/${package}
+"# Nobody has asked Debian for this package: it has no request there that its first version would close.
+${package}: initial-upload-closes-no-bugs
+")
+    file(GLOB_RECURSE files LIST_DIRECTORIES false ${doc}/* ${root}/share/lintian/*)
+    file(CHMOD ${files} PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+endforeach()
