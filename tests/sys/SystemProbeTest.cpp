@@ -1,6 +1,8 @@
 // What System and UniqueID do on other hosts than this one: each test runs the program of
 // SystemProbe.cpp, on a host made up by its environment.
 
+#include <support/ThreadSanitizer.hpp>
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -12,14 +14,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#if defined(__SANITIZE_THREAD__)
-#define UNDER_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define UNDER_THREAD_SANITIZER 1
-#endif
-#endif
 
 namespace {
 
@@ -109,9 +103,9 @@ TEST(SystemProbe, AHostNameThatIsTooLongKeepsItsTerminator)
 
 TEST(SystemProbe, AFailingHostNameIsRaisedAndAskedForAgain)
 {
-#ifdef UNDER_THREAD_SANITIZER
-    GTEST_SKIP() << "the sanitizer's own pthread_once() is not left by an exception";
-#endif
+    if (support::UNDER_THREAD_SANITIZER) {
+        GTEST_SKIP() << "the sanitizer's own pthread_once() is not left by an exception";
+    }
     EXPECT_EQ("1 Operation not permitted\n"
               "com.kor.dal.nim.sys.System.hostname():\n"
               "1 Operation not permitted\n"
