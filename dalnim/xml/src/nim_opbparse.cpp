@@ -49,7 +49,7 @@ std::atomic<int> trace_severity{0};
 
 std::atomic<bool> charTypesInitialized{false};
 /** Kept for a table that could not be filled twice. This one can, so that nobody need wait for it. */
-const CriticalSection parseInitCritSection;
+const CriticalSection parseInitCritSection; // NOLINT(cert-err58-cpp): the system makes plain ones anywhere
 
 iParseCB& blockOf(PDS_PARSE_H h)
 {

@@ -43,6 +43,7 @@ qv_err_t readNames(std::vector<std::string>& names, const char* path, const qv::
     for (;;) {
         // A null result is the end or a failure, and errno alone tells which.
         errno = 0;
+        // The stream is this call's own. NOLINTNEXTLINE(concurrency-mt-unsafe)
         const dirent* const entry = ::readdir(directory.get());
         if (entry == nullptr) {
             return errno;

@@ -85,7 +85,7 @@ qv_err_t qv_si_library_nload(const char* path, char** error_text, qv_lhandle_t* 
     if (*handle != nullptr) {
         return 0;
     }
-    const char* const text = dlerror();
+    const char* const text = dlerror(); // NOLINT(concurrency-mt-unsafe): each thread has its own
     if (text == nullptr) {
         return ENOEXEC;
     }

@@ -16,6 +16,7 @@ namespace {
  * What is kept where there is no memory to keep the failure itself: who waits must learn of it. Made at
  * load and never given back, for closures run until the process has ended.
  */
+// NOLINTNEXTLINE(cert-err58-cpp): what is loaded without memory for this ends
 RX_Exception* const withoutMemory = std::make_unique<RX_ExFatal>(ENOMEM).release();
 
 RX_Exception* currentFailure()

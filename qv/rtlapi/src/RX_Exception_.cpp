@@ -120,6 +120,7 @@ RX_Exception_::RX_Exception_(const RX_Exception_& other) : _line(0), _code(0)
 
 RX_Exception_::~RX_Exception_() = default;
 
+// Also to itself: see deepCopy(). NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
 RX_Exception_& RX_Exception_::operator=(const RX_Exception_& other)
 {
     deepCopy(other);
