@@ -31,7 +31,8 @@ if(PROJECT_IS_TOP_LEVEL)
     install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/html
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/reference COMPONENT doc OPTIONAL
         PATTERN "*.md5" EXCLUDE PATTERN "*.map" EXCLUDE)
-    install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+    install(FILES
+        ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
 
     # Takes away what the last installation from this tree has put into place.
