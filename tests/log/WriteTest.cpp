@@ -492,4 +492,22 @@ TEST(WriteSubclass, MayTakeLinesAndFormat)
     EXPECT_EQ((std::vector<String>{"global> text \n"}), logger.lines);
 }
 
+/** Its own lines go the way of all others: to the output, one at a time. */
+TEST(WriteSubclass, MayFormatAlone)
+{
+    struct Subclass : Write
+    {
+        String format(const Module& mod, const Header&) override
+        {
+            return mod.getName() + "> ";
+        }
+    } logger;
+    std::ostringstream output;
+    logger.setStream(output);
+    write(logger, log::Severity_ERROR, "text \n");
+    write(logger, log::Severity_INFO, "below");
+    write(logger, log::Severity_FATAL, "more");
+    EXPECT_EQ("global> text \nglobal> more\n", output.str());
+}
+
 }
