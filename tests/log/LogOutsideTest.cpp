@@ -247,6 +247,20 @@ TEST_F(LogPipeTest, WithoutAReaderTheLinesSurviveOnStandardError)
 
 // ---- descriptors ----------------------------------------------------------------------------
 
+/** A pipe has no position, and what cannot be told counts as very large: the next file is a plain one. */
+TEST_F(LogPipeTest, WithALimitIsMovedAwayBehindItsFirstLine)
+{
+    file->setMaxFileSize(1000000);
+    file->log("one");
+    char bytes[16] = {};
+    EXPECT_EQ(4, ::read(reader, bytes, sizeof bytes));
+    EXPECT_STREQ("one\n", bytes);
+    EXPECT_TRUE(std::filesystem::is_fifo(old(0)));
+    EXPECT_TRUE(std::filesystem::is_regular_file(path));
+    file->log("two");
+    EXPECT_EQ("two\n", contentOf(path));
+}
+
 TEST_F(LogOutsideTest, AProgramThatIsStartedHasNoneOfTheFiles)
 {
     open(10);

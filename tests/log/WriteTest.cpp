@@ -507,7 +507,7 @@ TEST(WriteSubclass, MayFormatAlone)
     write(logger, log::Severity_ERROR, "text \n");
     write(logger, log::Severity_INFO, "below");
     write(logger, log::Severity_FATAL, "more");
-    EXPECT_EQ("global> text \nglobal> more\n", output.str());
+    EXPECT_EQ("global> text\nglobal> more\n", output.str());
 }
 
 }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -24,6 +25,22 @@ TEST(ModuleFault, AModuleIsRegisteredOrNot)
                   [&](std::unique_ptr<Module>& module) { module.reset(new Module(name, write)); },
                   [&](std::unique_ptr<Module>& module, bool done) { EXPECT_EQ(done, module != nullptr); }),
               2u);
+}
+
+TEST(ModuleFault, AnInstanceIsRegisteredAndOwnedOrNot)
+{
+    const String name = "a.module.with.a.name.that.needs.memory.of.its.own";
+    EXPECT_GE(
+        faults::walkAllocations([] { return std::make_unique<Write>(); },
+                                [&](std::unique_ptr<Write>& write) { Module::getInstance(name, *write); },
+                                [&](std::unique_ptr<Write>& write, bool done) {
+                                    Write::StringColl dynamic;
+                                    write->getModulesRegisteredDynamic(dynamic);
+                                    EXPECT_EQ(done ? 1 : 0, std::count(dynamic.begin(), dynamic.end(), name));
+                                    // What failed once is done at the next attempt.
+                                    EXPECT_EQ(name, Module::getInstance(name, *write).getName());
+                                }),
+        3u);
 }
 
 }
