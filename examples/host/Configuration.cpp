@@ -73,11 +73,17 @@ private:
     const std::string& name;
 };
 
+std::string directoryOf(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
 /** The same file under another spelling: with one more "/" ahead of the name, "./" without a folder, or
  * without it. */
 std::string respelled(const std::string& path)
 {
-    const std::size_t name = path.rfind('/') + 1;
+    const std::size_t name = directoryOf(path).size();
     if (name == 0) {
         return "./" + path;
     }
@@ -87,12 +93,6 @@ std::string respelled(const std::string& path)
     const bool doubled = name >= 2 && path[name - 2] == '/';
     return doubled ? path.substr(0, name - 1) + path.substr(name)
                    : path.substr(0, name) + path.substr(name - 1);
-}
-
-std::string directoryOf(const std::string& path)
-{
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
 }

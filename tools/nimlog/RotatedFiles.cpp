@@ -191,7 +191,7 @@ std::set<RotatedFiles::Place> RotatedFiles::places() const
 {
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const std::string begin = path.substr(slash + 1) + '.';
+    const std::string begin = (slash == std::string::npos ? path : path.substr(slash + 1)) + '.';
     std::set<Place> result = {0};
     std::error_code failure;
     for (std::filesystem::directory_iterator entry(folder, failure), last; !failure && entry != last;

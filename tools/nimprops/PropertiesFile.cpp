@@ -16,14 +16,15 @@ namespace {
 
 const char OVERRIDING[] = "Overriding property \"";
 
-std::string lastPart(const std::string& path)
-{
-    return path.substr(path.rfind('/') + 1);
-}
-
 std::string folderOf(const std::string& path)
 {
-    return path.substr(0, path.rfind('/') + 1);
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+std::string lastPart(const std::string& path)
+{
+    return path.substr(folderOf(path).size());
 }
 
 /** The path in a line that looks like an include, or nothing. */
