@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-/** Runs of the example host whose sources submit requests: configuration and log in a scratch folder. */
+/** Runs of the example host, with its configuration and its log in a scratch folder. */
 class NimhostFixture : public testing::Test
 {
 protected:
@@ -28,7 +28,7 @@ protected:
     }
 
     /**
-     * Writes a configuration whose log stands in the scratch folder; gives its path.
+     * Writes a configuration of sources whose log stands in the scratch folder; gives its path.
      * @param hostSettings stands behind the settings of the host, and so overrides them
      */
     std::string configure(const std::string& logSettings, const std::string& hostSettings = "") const
@@ -59,6 +59,7 @@ protected:
         return waitFor([&] { return logText().find(text) != std::string::npos; });
     }
 
+    /** False when a quarter of a minute did not bring it. */
     template <class Condition>
     static bool waitFor(Condition condition)
     {

@@ -1,5 +1,4 @@
-#include <support/ChildProcess.hpp>
-#include <support/Files.hpp>
+#include "NimhostFixture.hpp"
 
 #include <dalnim/xml/Parser.hpp>
 
@@ -23,10 +22,11 @@ using support::writeFile;
 using testing::HasSubstr;
 using testing::Not;
 
-class NimhostRequestsTest : public testing::Test
+class NimhostRequestsTest : public NimhostFixture
 {
 protected:
-    /** Writes a configuration whose log and plug-ins stand in the scratch folder; gives its path. */
+    /** In place of that of the sources: writes a configuration whose log and plug-ins stand in the scratch
+     * folder; gives its path. */
     std::string configure(const std::string& settings = "", const std::string& logOutput = "file = host.log")
     {
         std::filesystem::create_directories(scratch.file("plugins"));
@@ -67,9 +67,9 @@ protected:
 
     ChildProcess run(const std::string& configuration, const std::vector<std::string>& documents) const
     {
-        std::vector<std::string> words = {NIMHOST_PROGRAM, "--config", configuration};
+        std::vector<std::string> words = {"--config", configuration};
         words.insert(words.end(), documents.begin(), documents.end());
-        return ChildProcess(words, scratch.path());
+        return ChildProcess(command(words), scratch.path());
     }
 
     /** The element of the result of request `number` of a document of the scratch folder. */
@@ -83,33 +83,6 @@ protected:
     {
         return "<results>\n" + elements + "</results>\n";
     }
-
-    /** The number in the row of that label of the table. */
-    static std::size_t tableRow(const std::string& output, const std::string& label)
-    {
-        const std::size_t row = output.find("  " + label + ' ');
-        return row != std::string::npos ? std::stoul(output.substr(row + label.size() + 2))
-                                        : std::string::npos;
-    }
-
-    template <class Condition>
-    static bool eventually(Condition condition)
-    {
-        for (int round = 0; round < 1500; ++round) {
-            if (condition()) {
-                return true;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return false;
-    }
-
-    std::string logText() const
-    {
-        return readFile(scratch.file("log/host.log"));
-    }
-
-    support::ScratchFolder scratch;
 };
 
 /** A pipe with a name, to feed the host step by step. */
@@ -424,7 +397,7 @@ TEST_F(NimhostRequestsTest, APluginIsReplacedWhileTheHostRuns)
     const NamedPipe second(scratch.file("second"));
     ChildProcess host = run(configure(), {first.name, second.name});
     first.write(request("encoder", "operation='base64'><text>x</text>"));
-    ASSERT_TRUE(eventually([&] { return host.output().find("eA==") != std::string::npos; }));
+    ASSERT_TRUE(waitFor([&] { return host.output().find("eA==") != std::string::npos; }));
 
     // Another library takes the place of the file: it counts once the old one has gone from memory.
     std::filesystem::copy_file(plugin("calculator"), plugin("new"));
@@ -450,10 +423,10 @@ TEST_F(NimhostRequestsTest, AReloadThatFailsIsTriedAgain)
     ChildProcess host = run(configure(), {first.name, second.name, third.name});
     const std::string asked = request("encoder", "operation='base64'><text>x</text>");
     first.write(asked);
-    ASSERT_TRUE(eventually([&] { return host.output().find("number=\"1\"") != std::string::npos; }));
+    ASSERT_TRUE(waitFor([&] { return host.output().find("number=\"1\"") != std::string::npos; }));
     std::filesystem::rename(plugin("encoder"), plugin("hidden"));
     second.write("<requests><reload plugin='encoder'/></requests>");
-    ASSERT_TRUE(eventually([&] { return host.output().find("status=\"failed\"") != std::string::npos; }));
+    ASSERT_TRUE(waitFor([&] { return host.output().find("status=\"failed\"") != std::string::npos; }));
     std::filesystem::rename(plugin("hidden"), plugin("encoder"));
     third.write(asked);
     EXPECT_EQ(host.wait(), 1);
@@ -465,7 +438,7 @@ TEST_F(NimhostRequestsTest, ASignalEndsTheWaitForADocument)
 {
     const NamedPipe pipe(scratch.file("never"));
     ChildProcess host = run(configure(), {pipe.name});
-    ASSERT_TRUE(eventually([&] { return pipe.isRead(); }));
+    ASSERT_TRUE(waitFor([&] { return pipe.isRead(); }));
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 1);
     EXPECT_EQ(host.output(), results("  <document name=\"" + pipe.name
