@@ -1,5 +1,7 @@
 #include "LogFileFixture.hpp"
 
+#include <support/Valgrind.hpp>
+
 #include <gmock/gmock.h>
 
 namespace {
@@ -167,6 +169,9 @@ TEST_F(LogFileRotationFaultTest, FileThatCannotBeReopened)
 #ifdef DALNIM_SANITIZED
     GTEST_SKIP() << "the undefined behaviour sanitizer looks at memory through a pipe of its own";
 #endif
+    if (support::isUnderValgrind()) {
+        GTEST_SKIP() << "valgrind has descriptors of its own";
+    }
     open(10);
     file->log("one");
     {

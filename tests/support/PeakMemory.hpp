@@ -1,8 +1,9 @@
 #ifndef TESTS_SUPPORT_PEAKMEMORY_HPP
 #define TESTS_SUPPORT_PEAKMEMORY_HPP
 
+#include "Valgrind.hpp"
+
 #include <cstddef>
-#include <cstdlib>
 #include <fstream>
 #include <string>
 
@@ -52,7 +53,7 @@ inline bool measuresMemory()
 #ifdef DALNIM_SANITIZED
     return false;
 #else
-    return std::getenv("DALNIM_TEST_VALGRIND") == nullptr;
+    return !isUnderValgrind();
 #endif
 }
 
