@@ -25,7 +25,7 @@ namespace nimhost {
 class Host
 {
 public:
-    /** Reads the configuration and opens the log. Throws ConfigurationError. */
+    /** Reads the configuration, opens the log and writes the first page. Throws std::runtime_error. */
     explicit Host(const Options& options);
 
     /** Runs to the end and shows the table; the result is the exit status. */

@@ -81,6 +81,9 @@ Options Options::parse(int argc, char** argv)
             break;
         case STATUS:
             options.status = optarg;
+            if (options.status.empty()) {
+                throw UsageError("option --status needs a value");
+            }
             break;
         case HELP:
             options.help = true;

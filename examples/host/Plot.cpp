@@ -15,7 +15,7 @@ namespace {
 constexpr double WIDTH = 760;
 constexpr double HEIGHT = 180;
 constexpr double LEFT = 76;
-constexpr double RIGHT = 12;
+constexpr double RIGHT = 28;
 constexpr double TOP = 26;
 constexpr double BOTTOM = 26;
 
@@ -61,18 +61,22 @@ double countStep(double top)
 
 }
 
-std::string grouped(double number)
+std::string grouped(std::uint64_t number)
 {
-    if (std::abs(number) < 10 && number != std::round(number)) {
-        return place(number);
-    }
-    std::string digits = std::to_string(std::llround(number));
-    const std::size_t sign = digits[0] == '-' ? 1 : 0;
-    for (std::size_t at = digits.size(); at > sign + 3;) {
+    std::string digits = std::to_string(number);
+    for (std::size_t at = digits.size(); at > 3;) {
         at -= 3;
         digits.insert(at, ",");
     }
     return digits;
+}
+
+std::string grouped(double number)
+{
+    if (number < 10 && number != std::round(number)) {
+        return place(number);
+    }
+    return grouped(static_cast<std::uint64_t>(std::llround(number)));
 }
 
 Plot::Plot(std::string plotTitle, std::string plotUnit)
@@ -119,7 +123,8 @@ void Plot::writeGrid(std::ostream& os, double top, double seconds) const
            << "\"/><text class=\"y\" x=\"" << LEFT - 8 << "\" y=\"" << y << "\">" << grouped(line * step)
            << "</text>\n";
     }
-    const double tick = roundStep(seconds, 8);
+    // A label has one decimal at most.
+    const double tick = std::max(roundStep(seconds, 8), 0.1);
     for (int line = 0; line * tick <= seconds; ++line) {
         os << "<text class=\"x\" x=\"" << place(across(line * tick, seconds)) << "\" y=\"" << HEIGHT - 8
            << "\">" << grouped(line * tick) << " s</text>\n";

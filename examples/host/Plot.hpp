@@ -1,6 +1,7 @@
 #ifndef NIMHOST_PLOT_HPP
 #define NIMHOST_PLOT_HPP
 
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -36,8 +37,10 @@ private:
     std::vector<Part> parts;
 };
 
-/** With the digits in groups of three, and a decimal where the number is small: "1,234", "0.5". */
+/** With the digits in groups of three, and a decimal where the number is small: "1,234", "0.5". Not below 0.
+ */
 std::string grouped(double number);
+std::string grouped(std::uint64_t number);
 
 }
 

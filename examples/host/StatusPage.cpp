@@ -9,10 +9,10 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <stdexcept>
-#include <utility>
 
 namespace nimhost {
 
@@ -54,8 +54,7 @@ void writeTable(std::ostream& os, const std::string& caption, const std::vector<
 {
     os << "<table><caption>" << escaped(caption) << "</caption>\n";
     for (const Summary::Row& row : rows) {
-        os << "<tr><td>" << escaped(row.first) << "</td><td>" << grouped(static_cast<double>(row.second))
-           << "</td></tr>\n";
+        os << "<tr><td>" << escaped(row.first) << "</td><td>" << grouped(row.second) << "</td></tr>\n";
     }
     os << "</table>\n";
 }
@@ -100,6 +99,17 @@ void writePage(std::ostream& os, const Summary& summary, const History& history,
     os << "</body>\n</html>\n";
 }
 
+/** Where a link leads, also when nothing is there yet. */
+std::string followed(const std::filesystem::path& path)
+{
+    constexpr int MAX_LINKS = 40; // as the kernel has it
+    std::filesystem::path end = path;
+    for (int links = 0; links < MAX_LINKS && std::filesystem::is_symlink(end); ++links) {
+        end = end.parent_path() / std::filesystem::read_symlink(end);
+    }
+    return end;
+}
+
 [[noreturn]] void fail(const std::string& file, int error)
 {
     throw std::runtime_error("cannot write " + file + ": " + std::strerror(error));
@@ -107,7 +117,13 @@ void writePage(std::ostream& os, const Summary& summary, const History& history,
 
 }
 
-StatusPage::StatusPage(std::string path) : file(std::move(path)) {}
+StatusPage::StatusPage(const std::string& path) : file(followed(path))
+{
+    // The page takes the place of what is there, which is not to be a pipe or a device.
+    if (std::filesystem::exists(file) && !std::filesystem::is_regular_file(file)) {
+        fail(path, std::filesystem::is_directory(file) ? EISDIR : EINVAL);
+    }
+}
 
 void StatusPage::write(const Summary& summary, const History& history, bool running) const
 {

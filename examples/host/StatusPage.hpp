@@ -17,8 +17,11 @@ namespace nimhost {
 class StatusPage
 {
 public:
-    /** @param path the page's file; what stands there is replaced, as a whole, at each write */
-    explicit StatusPage(std::string path);
+    /**
+     * @param path the page's file, or a link to it; what stands there is replaced, as a whole, at each write.
+     * Throws std::runtime_error when that is something else than a file.
+     */
+    explicit StatusPage(const std::string& path);
 
     /** Throws std::runtime_error "cannot write PATH: REASON", and leaves what stood there. */
     void write(const Summary& summary, const History& history, bool running) const;

@@ -35,8 +35,11 @@ std::vector<Summary::Row> logFiles(const fs::path& path)
     for (const fs::directory_entry& entry : fs::directory_iterator(path.parent_path(), ignored)) {
         const std::string name = entry.path().filename();
         const long number = setNumber(name, live);
-        if (number != -2) {
-            found.push_back({number, {name, entry.file_size(ignored)}});
+        // What is no file has no size, and what a rotation has just moved away has another name.
+        std::error_code failure;
+        const std::uintmax_t bytes = entry.file_size(failure);
+        if (number != -2 && !failure) {
+            found.push_back({number, {name, bytes}});
         }
     }
     std::sort(found.begin(), found.end());

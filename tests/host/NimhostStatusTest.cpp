@@ -9,6 +9,10 @@
 #include <memory>
 #include <regex>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 using support::ChildProcess;
@@ -145,7 +149,34 @@ TEST_F(NimhostStatusTest, RefusesAPlaceThatCannotBeWritten)
     std::filesystem::create_directory(page);
     expectRefused({"--config", file, "--status", page}, "nimhost: cannot write " + page + ": Is a directory");
     EXPECT_FALSE(std::filesystem::exists(page + ".new"));
+    const std::string pipe = scratch.file("pipe");
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    expectRefused({"--config", file, "--status", pipe},
+                  "nimhost: cannot write " + pipe + ": Invalid argument");
+    EXPECT_TRUE(std::filesystem::is_fifo(pipe));
     expectRefused({"--status"}, "nimhost: option --status needs a value");
+    expectRefused({"--status", ""}, "nimhost: option --status needs a value");
+}
+
+TEST_F(NimhostStatusTest, IsWrittenWhereALinkLeads)
+{
+    const std::string target = scratch.file("target.html");
+    std::filesystem::create_symlink(target, page);
+    run(configure(fileSettings("")), "10");
+    EXPECT_TRUE(std::filesystem::is_symlink(page));
+    EXPECT_TRUE(std::filesystem::is_regular_file(target));
+    expectWellFormed(readFile(target));
+}
+
+TEST_F(NimhostStatusTest, HasNoSizeOfWhatIsNoFile)
+{
+    std::filesystem::create_directory(scratch.file("log"));
+    ASSERT_EQ(0, mkfifo(scratch.file("log/host.log").c_str(), 0600));
+    const int reader = open(scratch.file("log/host.log").c_str(), O_RDONLY | O_NONBLOCK);
+    const std::string output = run(configure(fileSettings("")), "1");
+    close(reader);
+    EXPECT_EQ(cells(readFile(page)).count("host.log"), 0U);
+    EXPECT_EQ(tableRow(output, "  host.log"), std::string::npos);
 }
 
 TEST_F(NimhostStatusTest, GoesOnWithoutThePageAndTellsOfIt)
