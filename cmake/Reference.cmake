@@ -8,6 +8,8 @@ if(DALNIM_DOXYGEN AND DALNIM_DOT)
     set(doxyfile ${DALNIM_REFERENCE_DIR}/Doxyfile)
     configure_file(${PROJECT_SOURCE_DIR}/docs/reference/Doxyfile.in ${doxyfile} @ONLY)
     add_custom_target(reference
+        # Without the pages of classes that are there no more.
+        COMMAND ${CMAKE_COMMAND} -E rm -rf ${DALNIM_REFERENCE_DIR}/html
         COMMAND ${DALNIM_DOXYGEN} ${doxyfile}
         COMMENT "Writing the reference to ${DALNIM_REFERENCE_DIR}/html/index.html"
         VERBATIM)

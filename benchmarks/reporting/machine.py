@@ -79,7 +79,7 @@ def record(path, tree):
     data = {
         "processor": model, "clock": clock, "cores": os.cpu_count(),
         "load": [round(value, 1) for value in os.getloadavg()],
-        "kernel": f"{platform.system()} {platform.release()}",
+        "kernel": f"{platform.system()} {platform.release().partition('-')[0]}",
         "compiler": compiler(build),
         "peers": {name: version_of(package) for name, package in PEERS.items()},
         "library_size": library_size(build),

@@ -44,7 +44,9 @@ public:
     /** How many old files are kept; 0 for all. */
     static constexpr const char TAG_MAX_NUMBER_OF_FILES[] = "maxNumberOfFiles";
 
-    /** What a logger that is made from now on starts with; Mask_ALL and NOTICE at load. */
+    // Written directly, these are to be set before other threads start; setOutputMaskDefault() and
+    // setSeverityDefault() may be called at any time.
+    /** What a logger that is made from now on starts with; Mask_ALL at load. */
     static unsigned int DEFAULT_MASK;
     /** The threshold of a logger that is made from now on; NOTICE at load. */
     static Severity DEFAULT_SEVERITY;

@@ -17,7 +17,7 @@ namespace com::kor::dal::nim::mt {
  * these. It starts nothing by itself: a Thread, a ThreadPool or a direct call of run() runs it.
  *
  * Any thread may interrupt, wait and look. Whoever destroys a task sees to it that nothing runs it or
- * waits on it any more. Failures of its lock reach the caller as RX_Exception.
+ * waits on it any more. Failures of the system reach the caller as RX_Exception.
  */
 class DALNIM_API Task : public Runnable
 {

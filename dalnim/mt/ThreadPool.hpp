@@ -70,6 +70,9 @@ public:
      * Ends the pool; a second call does nothing. Synchronously, all that is queued is run first.
      * Otherwise what no worker has taken is dropped, and running tasks are waited for only if a
      * worker becomes free within a second. Does nothing in the child of a fork.
+     *
+     * No task of the pool may call it: it would wait for itself. A second thread that calls it before
+     * the first is through waits as well.
      */
     void shutdown(bool synchronous = true, bool = false);
 

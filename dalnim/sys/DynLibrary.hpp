@@ -43,7 +43,10 @@ class DALNIM_API DynLibrary final : public mem::RefCntObject
 {
 public:
     static constexpr const char CLASS_NAME[] = "DynLibrary";
-    /** Whether loads may ask for global look-up; false turns that off for all callers. */
+    /**
+     * Whether loads may ask for global look-up; false turns that off for all callers. To be set before
+     * other threads load.
+     */
     static bool DEFAULT_LOOKUP_SCOPE_GLOBAL;
 
     DynLibrary(const DynLibrary&) = delete;

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <iomanip>
+#include <sstream>
 #include <stdexcept>
 
 namespace nimhost {
@@ -61,7 +61,7 @@ void writeTable(std::ostream& os, const std::string& caption, const std::vector<
 
 void writePlots(std::ostream& os, const std::vector<Sample>& samples)
 {
-    Plot records("Records per second", "records per second");
+    Plot records("Records of the sources per second", "records per second");
     Plot waiting("Requests that wait for a worker", "requests");
     Plot rotations("Rotations of the log so far", "rotations");
     for (std::size_t i = 1; i < samples.size(); ++i) {
@@ -110,6 +110,32 @@ std::string followed(const std::filesystem::path& path)
     return end;
 }
 
+/**
+ * Puts a file with that text in the place of another, so that a reader sees the one or the other and never
+ * a part; 0, or the number of what went wrong.
+ */
+int replace(const std::string& file, const std::string& text)
+{
+    const std::string fresh = file + ".new";
+    // What a host that was killed left there, or a link that would have the page written elsewhere.
+    std::remove(fresh.c_str());
+    std::FILE* const out = std::fopen(fresh.c_str(), "wxe");
+    if (out == nullptr) {
+        return errno;
+    }
+    int error = std::fwrite(text.data(), 1, text.size(), out) == text.size() ? 0 : errno;
+    if (std::fclose(out) != 0 && error == 0) {
+        error = errno;
+    }
+    if (error == 0 && std::rename(fresh.c_str(), file.c_str()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        std::remove(fresh.c_str());
+    }
+    return error;
+}
+
 [[noreturn]] void fail(const std::string& file, int error)
 {
     throw std::runtime_error("cannot write " + file + ": " + std::strerror(error));
@@ -127,15 +153,9 @@ StatusPage::StatusPage(const std::string& path) : file(followed(path))
 
 void StatusPage::write(const Summary& summary, const History& history, bool running) const
 {
-    // A reader sees the page before or this one, never a part of it.
-    const std::string fresh = file + ".new";
-    errno = 0;
-    std::ofstream os(fresh, std::ios::trunc);
-    writePage(os, summary, history, running);
-    os.close();
-    if (!os || std::rename(fresh.c_str(), file.c_str()) != 0) {
-        const int error = errno;
-        std::remove(fresh.c_str());
+    std::ostringstream page;
+    writePage(page, summary, history, running);
+    if (const int error = replace(file, page.str())) {
         fail(file, error);
     }
 }

@@ -10,9 +10,9 @@
 namespace nimhost {
 
 /**
- * Shows a run on a page of HTML that needs neither network nor scripts: tables, and plots of records per
- * second, of the requests that wait and of rotations. While the run lasts, a browser loads it again by
- * itself.
+ * Shows a run on a page of HTML that needs neither network nor scripts: tables, and plots of the
+ * records of the sources per second, of the requests that wait and of rotations. While the run lasts, a
+ * browser loads it again by itself.
  */
 class StatusPage
 {

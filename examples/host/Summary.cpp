@@ -31,14 +31,19 @@ std::vector<Summary::Row> logFiles(const fs::path& path)
 {
     const std::string live = path.filename();
     std::vector<std::pair<long, Summary::Row>> found;
-    std::error_code ignored;
-    for (const fs::directory_entry& entry : fs::directory_iterator(path.parent_path(), ignored)) {
-        const std::string name = entry.path().filename();
+    // A folder that cannot be read to its end shows what was read of it.
+    std::error_code ending;
+    for (fs::directory_iterator entry(path.parent_path(), ending), end; !ending && entry != end;
+         entry.increment(ending)) {
+        const std::string name = entry->path().filename();
         const long number = setNumber(name, live);
+        if (number == -2) {
+            continue;
+        }
         // What is no file has no size, and what a rotation has just moved away has another name.
         std::error_code failure;
-        const std::uintmax_t bytes = entry.file_size(failure);
-        if (number != -2 && !failure) {
+        const std::uintmax_t bytes = entry->file_size(failure);
+        if (!failure) {
             found.push_back({number, {name, bytes}});
         }
     }
@@ -63,8 +68,8 @@ Summary::Summary(double runSeconds, const Counters& counters, std::uint64_t rota
                                {"documents read", counters.documentsRead},
                                {"documents refused", counters.documentsRefused},
                                {"elements read", counters.elementsRead},
-                               {"records written", counters.recordsWritten},
-                               {"records refused by the gate", counters.recordsRefused},
+                               {"records of sources written", counters.recordsWritten},
+                               {"records of sources refused", counters.recordsRefused},
                                {"rotations", rotations},
                            }
 {

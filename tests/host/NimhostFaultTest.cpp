@@ -48,7 +48,7 @@ protected:
         }
         EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size())
             << "a record stands twice";
-        EXPECT_EQ(tableRow(host.output(), "records written"), all.size());
+        EXPECT_EQ(tableRow(host.output(), "records of sources written"), all.size());
     }
 
     const std::string log = scratch.file("log");
@@ -94,7 +94,7 @@ TEST_F(NimhostFaultTest, LosesNoRecordToAFolderThatIsRemoved)
     ASSERT_EQ(host.wait(), 0);
     EXPECT_EQ(host.errors(), "");
     const std::size_t moved = answersIn(readFile(scratch.file("moved/host.log"))).size();
-    EXPECT_EQ(tableRow(host.output(), "records written"), moved + answers().size());
+    EXPECT_EQ(tableRow(host.output(), "records of sources written"), moved + answers().size());
 }
 
 TEST_F(NimhostFaultTest, LogsToStandardErrorWhereItsFolderCannotBeMade)
@@ -142,6 +142,22 @@ TEST_F(NimhostFaultTest, GoesOnWhereAKilledOneEnded)
         ASSERT_GE(records.size(), before) << "what an earlier one wrote is gone";
         before = records.size();
     }
+}
+
+TEST_F(NimhostFaultTest, SaysThatThereIsNoRoomForThePage)
+{
+    const std::string file = configure(LOG + "stream = STDOUT\n");
+    EXPECT_EQ(0, support::inChildProcess([&] {
+                  ASSERT_TRUE(support::mountOwnDisk(log, "size=64k"));
+                  support::fillDisk(log + "/ballast", 0);
+                  const std::string page = log + "/page.html";
+                  ChildProcess host(command({"--config", file, "--records", "1", "--status", page}),
+                                    scratch.path());
+                  EXPECT_EQ(host.wait(), 2);
+                  EXPECT_EQ(host.errors(), "nimhost: cannot write " + page + ": No space left on device\n");
+                  EXPECT_FALSE(std::filesystem::exists(page));
+                  EXPECT_FALSE(std::filesystem::exists(page + ".new"));
+              }));
 }
 
 }

@@ -78,7 +78,7 @@ TEST_F(NimhostStatusTest, HasTheTableAndThePlotsOfTheRun)
     for (const char* label :
          {"tasks run", "tasks refused by the limit", "tasks failed", "tasks under a foreign token",
           "longest wait, microseconds", "sources broken down", "documents read", "documents refused",
-          "elements read", "records written", "records refused by the gate", "rotations"}) {
+          "elements read", "records of sources written", "records of sources refused", "rotations"}) {
         EXPECT_EQ(withoutCommas(numbers[label]), std::to_string(tableRow(output, label))) << label;
     }
     EXPECT_EQ(numbers["tasks run"], "4,000");
@@ -89,7 +89,7 @@ TEST_F(NimhostStatusTest, HasTheTableAndThePlotsOfTheRun)
     EXPECT_THAT(
         html, HasSubstr("<caption>Bytes of the log in " + scratch.file("log") + ", newest first</caption>"));
 
-    EXPECT_THAT(html, HasSubstr("aria-label=\"Records per second, at most "));
+    EXPECT_THAT(html, HasSubstr("aria-label=\"Records of the sources per second, at most "));
     EXPECT_THAT(html, HasSubstr("aria-label=\"Requests that wait for a worker, at most "));
     EXPECT_THAT(html, HasSubstr("aria-label=\"Rotations of the log so far, at most " + numbers["rotations"]
                                 + " rotations\""));
@@ -166,6 +166,18 @@ TEST_F(NimhostStatusTest, IsWrittenWhereALinkLeads)
     EXPECT_TRUE(std::filesystem::is_symlink(page));
     EXPECT_TRUE(std::filesystem::is_regular_file(target));
     expectWellFormed(readFile(target));
+}
+
+TEST_F(NimhostStatusTest, IsNotWrittenThroughALinkInThePlaceOfItsDraft)
+{
+    const std::string other = scratch.file("other");
+    writeFile(other, "somebody's");
+    std::filesystem::create_symlink(other, page + ".new");
+    run(configure(fileSettings("")), "10");
+    EXPECT_EQ(readFile(other), "somebody's");
+    expectWellFormed(readFile(page));
+    EXPECT_FALSE(std::filesystem::is_symlink(page));
+    EXPECT_FALSE(std::filesystem::exists(page + ".new"));
 }
 
 TEST_F(NimhostStatusTest, HasNoSizeOfWhatIsNoFile)

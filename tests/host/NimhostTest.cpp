@@ -104,8 +104,8 @@ TEST_F(NimhostTest, WritesEveryRecordOfSeveralThreadsToARotatingSet)
     // Of every four records of a source one is refused; a source may end in the middle of four.
     EXPECT_GE(lines, 3000U);
     EXPECT_LE(lines, 3012U);
-    EXPECT_EQ(tableRow(host.output(), "records written"), lines);
-    EXPECT_EQ(tableRow(host.output(), "records refused by the gate"), 4000 - lines);
+    EXPECT_EQ(tableRow(host.output(), "records of sources written"), lines);
+    EXPECT_EQ(tableRow(host.output(), "records of sources refused"), 4000 - lines);
     EXPECT_EQ(tableRow(host.output(), "tasks run"), 4000U);
     EXPECT_EQ(tableRow(host.output(), "tasks refused by the limit"), 0U);
     EXPECT_EQ(tableRow(host.output(), "tasks failed"), 0U);
@@ -172,7 +172,7 @@ TEST_F(NimhostTest, OpensItsLogAnewOnHangupBehindARotationFromOutside)
 
     const std::vector<std::string> records = answers();
     EXPECT_EQ(std::set<std::string>(records.begin(), records.end()).size(), records.size()) << "twice";
-    EXPECT_EQ(tableRow(host.output(), "records written"), records.size());
+    EXPECT_EQ(tableRow(host.output(), "records of sources written"), records.size());
     EXPECT_EQ(tableRow(host.output(), "rotations"), 0U);
     EXPECT_THAT(host.output(), HasSubstr("  in " + scratch.file("log") + "\n"));
 }
@@ -195,7 +195,7 @@ TEST_F(NimhostTest, GoesOnWithItsOwnRotationBehindAHangup)
 
     const std::vector<std::string> records = answers();
     EXPECT_EQ(std::set<std::string>(records.begin(), records.end()).size(), records.size()) << "twice";
-    EXPECT_EQ(tableRow(host.output(), "records written"), records.size());
+    EXPECT_EQ(tableRow(host.output(), "records of sources written"), records.size());
     const std::size_t rotations = tableRow(host.output(), "rotations");
     EXPECT_TRUE(std::filesystem::exists(scratch.file("log/host.log." + std::to_string(rotations - 1))));
     EXPECT_FALSE(std::filesystem::exists(scratch.file("log/host.log." + std::to_string(rotations))));

@@ -40,6 +40,11 @@ ChildProcess::~ChildProcess()
     }
 }
 
+pid_t ChildProcess::process() const
+{
+    return pid;
+}
+
 void ChildProcess::signal(int number) const
 {
     kill(pid, number);

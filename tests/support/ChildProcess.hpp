@@ -18,6 +18,7 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
+    pid_t process() const;
     void signal(int number) const;
     /** Waits for the end; the exit status, or 128 and the signal that ended it. */
     int wait();

@@ -6,6 +6,7 @@
 #include <dalnim/type/CompositeString.hpp>
 #include <support/Errors.hpp>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <stdexcept>
@@ -48,13 +49,12 @@ std::size_t digitsEnd(std::string_view line, std::size_t pos)
 bool readSeverity(std::string_view word, int& into)
 {
     static const SeverityNames known;
-    for (std::size_t severity = known.names.size(); severity-- > 0;) {
-        if (word == known.names[severity]) {
-            into = static_cast<int>(severity);
-            return true;
-        }
+    const auto found = std::find(known.names.begin(), known.names.end(), word);
+    if (found == known.names.end()) {
+        return false;
     }
-    return false;
+    into = static_cast<int>(found - known.names.begin());
+    return true;
 }
 
 }
