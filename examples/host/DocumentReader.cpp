@@ -80,7 +80,7 @@ void DocumentReader::submit(const std::string& path, const std::vector<DocumentR
             auto task = std::make_unique<ServiceTask>(desk, request, begin);
             ++desk.counters.requestsWaiting;
             pool.add(task.get(), true);
-            task.release();
+            static_cast<void>(task.release());
         }
     }
 }

@@ -65,6 +65,7 @@ Options Options::parse(int argc, char** argv)
     Options options;
     opterr = 0;
     int index = 0;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
     for (int found; (found = getopt_long(argc, argv, ":", long_options, &index)) != -1;) {
         switch (found) {
         case CONFIG:

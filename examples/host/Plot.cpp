@@ -36,7 +36,7 @@ double above(double value, double top)
 std::string place(double units)
 {
     char text[32];
-    std::snprintf(text, sizeof text, "%.1f", units);
+    static_cast<void>(std::snprintf(text, sizeof text, "%.1f", units));
     return text;
 }
 

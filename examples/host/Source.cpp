@@ -77,12 +77,12 @@ bool Source::submit(std::uint64_t number)
             return false;
         }
     }
-    request.release();
+    static_cast<void>(request.release());
 
     auto task = std::make_unique<RequestTask>(*this);
     ++counters.requestsWaiting;
     if (pool.add(task.get(), true, settings().block)) {
-        task.release();
+        static_cast<void>(task.release());
     } else {
         --counters.requestsWaiting;
         ++counters.tasksRefused;

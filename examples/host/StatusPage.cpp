@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <iomanip>
@@ -118,7 +117,7 @@ int replace(const std::string& file, const std::string& text)
 {
     const std::string fresh = file + ".new";
     // What a host that was killed left there, or a link that would have the page written elsewhere.
-    std::remove(fresh.c_str());
+    static_cast<void>(std::remove(fresh.c_str()));
     std::FILE* const out = std::fopen(fresh.c_str(), "wxe");
     if (out == nullptr) {
         return errno;
@@ -131,14 +130,14 @@ int replace(const std::string& file, const std::string& text)
         error = errno;
     }
     if (error != 0) {
-        std::remove(fresh.c_str());
+        static_cast<void>(std::remove(fresh.c_str()));
     }
     return error;
 }
 
 [[noreturn]] void fail(const std::string& file, int error)
 {
-    throw std::runtime_error("cannot write " + file + ": " + std::strerror(error));
+    throw std::runtime_error("cannot write " + file + ": " + nim::sys::sys_err_string(error));
 }
 
 }

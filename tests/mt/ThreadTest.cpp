@@ -161,15 +161,19 @@ TEST(Thread, RunsAPlainTarget)
     const Task* task = nullptr;
     const nim::mt::ThreadPool* pool = reinterpret_cast<const nim::mt::ThreadPool*>(&task);
     Task::TaskState state = Task::TSF_READY;
+    Gate seen;
     Work work([&] {
         current = Thread::currentThread();
         task = Task::currentTask();
         pool = nim::mt::ThreadPool::currentPool();
         state = current->status();
+        seen.open();
     });
     Thread thread(work);
     EXPECT_EQ(Task::TSF_READY, thread.status());
     thread.start();
+    // A join that has begun would be the state.
+    seen.pass();
     EXPECT_EQ(nullptr, thread.join());
     EXPECT_EQ(&thread, current);
     EXPECT_EQ(&thread, task);
@@ -185,15 +189,18 @@ TEST(Thread, MovesATaskWithATargetOfItsOwn)
     Work work;
     Task* watched = nullptr;
     Thread* runner = nullptr;
+    Gate seen;
     Work inner([&] {
         task = Task::currentTask();
         states = {watched->status(), runner->status()};
+        seen.open();
     });
     Task target(inner);
     watched = &target;
     Thread thread(target);
     runner = &thread;
     thread.start();
+    seen.pass();
     thread.join();
     EXPECT_EQ(&target, task);
     EXPECT_EQ((std::vector<Task::TaskState>{Task::TSF_RUNNING, Task::TSF_RUNNING}), states);
@@ -206,13 +213,16 @@ TEST(Thread, MovesATaskThatOverridesRun)
     const Task* task = nullptr;
     Task::TaskState state = Task::TSF_READY;
     const Task* watched = nullptr;
+    Gate seen;
     OwnTask target([&] {
         task = Task::currentTask();
         state = watched->status();
+        seen.open();
     });
     watched = &target;
     Thread thread(target);
     thread.start();
+    seen.pass();
     thread.join();
     EXPECT_EQ(&thread, task) << "not the target";
     EXPECT_EQ(Task::TSF_RUNNING, state);

@@ -70,9 +70,11 @@ constexpr const char PLUGIN_ENTRY[] = "nimhost_plugin";
 
 }
 
-/** Declares the entry of a plug-in, for its body to follow. */
+/** Declares the entry of a plug-in, for its body to follow; the argument is the name of a parameter. */
+// NOLINTBEGIN(bugprone-macro-parentheses): which cannot stand in parentheses
 #define NIMHOST_PLUGIN(settings)                                                                             \
     extern "C" __attribute__((visibility("default"))) ::com::kor::dal::nim::mem::RefCntObject*               \
     nimhost_plugin(const ::com::kor::dal::nim::io::Properties& settings)
+// NOLINTEND(bugprone-macro-parentheses)
 
 #endif
