@@ -465,7 +465,7 @@ TEST_F(RX_FilespecAsRoot, ADanglingLinkIsRefusedWhereItsTargetIs)
 // Exits with 0 if the checks hold on a file system that is read-only, with 77 if none can be made.
 int checkReadOnly(const Scratch& scratch)
 {
-    if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0
         || ::mount("none", scratch.path().c_str(), "tmpfs", 0, nullptr) != 0) {
         return 77;
     }

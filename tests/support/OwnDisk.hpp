@@ -20,7 +20,7 @@ namespace support {
  */
 inline bool mountOwnDisk(const std::string& folder, const std::string& size)
 {
-    return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+    return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0
            && ::mount("none", folder.c_str(), "tmpfs", 0, size.c_str()) == 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include <dalnim/log/LogFile.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -35,6 +36,15 @@ protected:
         nimlog = std::make_unique<support::ChildProcess>(command, outputs.path());
     }
 
+    /** Starts it with a library in front of the C library. */
+    void startBehind(const std::string& library)
+    {
+        nimlog = std::make_unique<support::ChildProcess>(
+            std::vector<std::string>{"/usr/bin/env", "LD_PRELOAD=" + library, NIMLOG_PROGRAM, "--follow",
+                                     "--mask", "SEVERITY", path},
+            outputs.path());
+    }
+
     /** Waits for a text at the end of its output; false when a minute did not bring it. */
     bool showsLast(const std::string& text) const
     {
@@ -53,8 +63,18 @@ protected:
     {
         nimlog->signal(signal);
         EXPECT_EQ(nimlog->wait(), 0);
-        EXPECT_TRUE(nimlog->output() == output) << nimlog->output().substr(0, 2000);
+        const std::string shown = nimlog->output();
+        const auto differing = std::mismatch(shown.begin(), shown.end(), output.begin(), output.end());
+        EXPECT_TRUE(shown == output) << "shown: ..." << around(shown, differing.first) << "\nexpected: ..."
+                                     << around(output, differing.second);
         EXPECT_EQ(nimlog->errors(), errors);
+    }
+
+    /** The text there, with some of what stands before it. */
+    static std::string around(const std::string& text, std::string::const_iterator place)
+    {
+        const auto at = static_cast<std::size_t>(place - text.begin());
+        return text.substr(at - std::min<std::size_t>(at, 100), 300);
     }
 
     void append(const std::string& text) const
@@ -128,16 +148,39 @@ TEST_F(NimlogFollowTest, LosesAndRepeatsNothingHoweverFastTheLogRotates)
 TEST_F(NimlogFollowTest, ReadsTheRestOfAFileThatIsRotatedBehindItsBack)
 {
     append("INFO : first\n");
-    nimlog = std::make_unique<support::ChildProcess>(
-        std::vector<std::string>{"/usr/bin/env", std::string("LD_PRELOAD=") + ROTATE_AT_STAT, NIMLOG_PROGRAM,
-                                 "--follow", "--mask", "SEVERITY", path},
-        outputs.path());
+    startBehind(ROTATE_AT_STAT);
     ASSERT_TRUE(showsLast("INFO : first\n"));
     support::writeFile(path + ".arm", "");
     ASSERT_TRUE(showsLast("INFO : next\n"));
     expectShown("INFO : first\nINFO : late\nINFO : next\n");
 }
+
+/** The oldest file has moved, the next one moves while its folder is read, which does not show it then. */
+TEST_F(NimlogFollowTest, TakesNoFileThatMovesForAGap)
+{
+    append("INFO : third\n");
+    support::writeFile(path + ".0", "INFO : second\n");
+    support::writeFile(path + ".2", "INFO : first\n");
+    support::writeFile(path + ".arm", "");
+    startBehind(ROTATE_AT_READDIR);
+    ASSERT_TRUE(showsLast("INFO : third\n"));
+    expectShown("INFO : first\nINFO : second\nINFO : third\n");
+    EXPECT_TRUE(std::filesystem::exists(path + ".1"));
+    EXPECT_FALSE(std::filesystem::exists(path + ".arm"));
+}
 #endif
+
+/** Neither an old file nor a gap: something of that name that cannot be read. */
+TEST_F(NimlogFollowTest, PassesOverNamesOfNothing)
+{
+    append("INFO : second\n");
+    std::filesystem::create_symlink(folder.file("none"), path + ".0");
+    support::writeFile(path + ".1", "INFO : first\n");
+    std::filesystem::create_symlink(folder.file("none"), path + ".2");
+    start();
+    ASSERT_TRUE(showsLast("INFO : second\n"));
+    expectShown("INFO : first\nINFO : second\n");
+}
 
 TEST_F(NimlogFollowTest, BeginsInTheMiddleOfTheRotations)
 {

@@ -93,9 +93,9 @@ bool RotatedFiles::addOldest()
         if (!file.descriptor) {
             return false;
         }
-        // It may have moved, but nothing that is older may be above it; but for names of nothing.
+        // It may have moved, but nothing that is older may be above it.
         const bool isOldest =
-            locate(file) && *places().rbegin() <= file.place && !openAt(file.place + 1).descriptor;
+            locate(file) && isNothingBetween(file.place, static_cast<Place>(-1)) && isAt(file, file.place);
         if (isOldest || attempt == MOST_ATTEMPTS) {
             missed = missed || !seen.empty();
             waiting.push_back(std::move(file));
@@ -122,7 +122,7 @@ RotatedFiles::Outcome RotatedFiles::addNextTo(File& file)
             place = *std::prev(taken.lower_bound(place));
             next = openAt(place);
         }
-        if (!isAt(file, file.place)) {
+        if (!isNothingBetween(place, file.place) || !isAt(file, file.place)) {
             continue;
         }
         if (!next.descriptor || contains(seen, next.device, next.inode)
@@ -155,6 +155,23 @@ bool RotatedFiles::locate(File& file) const
             }
         }
     }
+}
+
+/**
+ * Whether no file is between two places. A folder that is read while a file in it moves may show that one
+ * under neither name; but as long as the file at one of the places stays there, those between them move once
+ * at most, and so are met in one of two readings.
+ */
+bool RotatedFiles::isNothingBetween(Place low, Place high) const
+{
+    const auto isNothingMet = [&] {
+        const std::set<Place> taken = places();
+        return std::none_of(taken.upper_bound(low), taken.lower_bound(high), [this](Place place) {
+            struct stat status = {};
+            return stat(nameOf(place).c_str(), &status) == 0;
+        });
+    };
+    return high - low == 1 || (isNothingMet() && isNothingMet());
 }
 
 bool RotatedFiles::isAt(const File& file, Place place) const

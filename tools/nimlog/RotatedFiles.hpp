@@ -68,6 +68,7 @@ private:
     bool addOldest();
     Outcome addNextTo(File& file);
     bool locate(File& file) const;
+    bool isNothingBetween(Place low, Place high) const;
     bool isAt(const File& file, Place place) const;
     File openAt(Place place) const;
     std::string nameOf(Place place) const;
