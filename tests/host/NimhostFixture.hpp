@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -85,6 +86,14 @@ protected:
             }
         }
         return records;
+    }
+
+    /** Expects that the files have each record of a request that the host has counted, and none twice. */
+    void expectEachAnswerOnce(const support::ChildProcess& host) const
+    {
+        const std::vector<std::string> records = answers();
+        EXPECT_EQ(std::set<std::string>(records.begin(), records.end()).size(), records.size()) << "twice";
+        EXPECT_EQ(tableRow(host.output(), "records of sources written"), records.size());
     }
 
     /** The number in the row of that label, a very large one when there is no such row. */

@@ -170,9 +170,7 @@ TEST_F(NimhostTest, OpensItsLogAnewOnHangupBehindARotationFromOutside)
     ASSERT_EQ(host.wait(), 0);
     EXPECT_EQ(host.errors(), "");
 
-    const std::vector<std::string> records = answers();
-    EXPECT_EQ(std::set<std::string>(records.begin(), records.end()).size(), records.size()) << "twice";
-    EXPECT_EQ(tableRow(host.output(), "records of sources written"), records.size());
+    expectEachAnswerOnce(host);
     EXPECT_EQ(tableRow(host.output(), "rotations"), 0U);
     EXPECT_THAT(host.output(), HasSubstr("  in " + scratch.file("log") + "\n"));
 }
@@ -193,9 +191,7 @@ TEST_F(NimhostTest, GoesOnWithItsOwnRotationBehindAHangup)
     ASSERT_EQ(host.wait(), 0);
     EXPECT_EQ(host.errors(), "");
 
-    const std::vector<std::string> records = answers();
-    EXPECT_EQ(std::set<std::string>(records.begin(), records.end()).size(), records.size()) << "twice";
-    EXPECT_EQ(tableRow(host.output(), "records of sources written"), records.size());
+    expectEachAnswerOnce(host);
     const std::size_t rotations = tableRow(host.output(), "rotations");
     EXPECT_TRUE(std::filesystem::exists(scratch.file("log/host.log." + std::to_string(rotations - 1))));
     EXPECT_FALSE(std::filesystem::exists(scratch.file("log/host.log." + std::to_string(rotations))));
