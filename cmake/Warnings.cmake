@@ -1,8 +1,11 @@
-# Everything that is built here builds without a warning. Where the tests are built each one is an error; who
-# only installs may have a compiler that knows more of them.
+# Everything that is built here builds without a warning. With the compilers that this is held to each one is
+# an error; a younger one may know more of them, and whoever builds this inside a project has rules of their own.
 add_library(dalnim_warnings INTERFACE)
 target_compile_options(dalnim_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
     $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-error=maybe-uninitialized>)
-if(NOT DEFINED CMAKE_COMPILE_WARNING_AS_ERROR)
-    set(CMAKE_COMPILE_WARNING_AS_ERROR ${DALNIM_BUILD_TESTS})
+if(PROJECT_IS_TOP_LEVEL AND NOT DEFINED CMAKE_COMPILE_WARNING_AS_ERROR)
+    if((CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+       OR (CMAKE_CXX_COMPILER_ID STREQUAL Clang AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 15))
+        set(CMAKE_COMPILE_WARNING_AS_ERROR ON)
+    endif()
 endif()
