@@ -80,21 +80,12 @@ private:
 
     DynSymbolRef find(const DynLibrary* library, const String& symname) const;
     [[noreturn]] void refuse(const String& symname) const;
-    /** Gives a reference up by `giveUp`, and then the cache's if that is the only one left. */
-    template <class T, class GiveUp>
-    bool release(const T& object, GiveUp giveUp) const
-    {
-        // Held from before the count goes down: behind that, another thread's release could end the
-        // object. The lock itself stays, like the manager.
-        const Holder holder(sync.acquire());
-        const UInt32_t before = object.refCount(true);
-        const bool released = giveUp();
-        if (before == 1) {
-            return released;
-        }
-        // No other thread counts down meanwhile, so of more than two there are others left for sure.
-        return before == 2 && drop(object) && released;
-    }
+    /**
+     * Releases a reference by `releaseOne`, and then the cache's own if that is the only one left. Defined
+     * in sys/src/LoaderRelease.hpp.
+     */
+    template <class T, class ReleaseOne>
+    bool release(const T& object, ReleaseOne releaseOne) const;
 
     // All of these are called with sync held.
     /** The symbols of the library's record, which is made if there is none; the library notes them. */

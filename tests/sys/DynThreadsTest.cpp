@@ -15,13 +15,13 @@ using namespace dyntest;
 
 constexpr int THREADS = 8;
 
-/** Runs `work(number)` on all threads; each starts when the last one is there. */
+/** Runs `work(number)` on so many threads; each starts when the last one is there. */
 template <class Work>
-void onThreads(Work work)
+void onThreads(Work work, int count = THREADS)
 {
-    std::atomic<int> missing(THREADS);
+    std::atomic<int> missing(count);
     std::vector<std::thread> threads;
-    for (int i = 0; i < THREADS; ++i) {
+    for (int i = 0; i < count; ++i) {
         threads.emplace_back([&missing, work, i] {
             --missing;
             while (missing != 0) {
@@ -169,6 +169,103 @@ TEST(DynThreads, CopyReferencesAndDropTheLastOne)
         });
         EXPECT_FALSE(isMapped(OTHER));
     }
+}
+
+// Two and three threads that release or look up concurrently, in every combination.
+
+enum class Actor { THROWING_RELEASE, NON_THROWING_RELEASE, NEWCOMER };
+
+constexpr Actor ACTORS[] = {Actor::THROWING_RELEASE, Actor::NON_THROWING_RELEASE, Actor::NEWCOMER};
+
+const char* nameOf(Actor actor)
+{
+    switch (actor) {
+    case Actor::THROWING_RELEASE:
+        return " throwing";
+    case Actor::NON_THROWING_RELEASE:
+        return " non-throwing";
+    default:
+        return " newcomer";
+    }
+}
+
+/** Each pair and each triple, the order aside. */
+std::vector<std::vector<Actor>> allCombinations()
+{
+    std::vector<std::vector<Actor>> combinations;
+    for (const Actor first : ACTORS) {
+        for (const Actor second : ACTORS) {
+            if (second < first) {
+                continue;
+            }
+            combinations.push_back({first, second});
+            for (const Actor third : ACTORS) {
+                if (third >= second) {
+                    combinations.push_back({first, second, third});
+                }
+            }
+        }
+    }
+    return combinations;
+}
+
+/**
+ * Lets the actors work concurrently on one object: those that release own one reference each, and a newcomer
+ * obtains its own by `lookUp` and releases it by its destructor.
+ */
+template <class LookUp>
+void actConcurrently(const std::vector<Actor>& actors, LookUp lookUp)
+{
+    auto reference = lookUp();
+    const auto& object = *reference;
+    for (const Actor actor : actors) {
+        if (actor != Actor::NEWCOMER) {
+            object.acquireRef();
+        }
+    }
+    reference.clear();
+    onThreads(
+        [&](int number) {
+            switch (actors[static_cast<std::size_t>(number)]) {
+            case Actor::THROWING_RELEASE:
+                object.releaseRef();
+                break;
+            case Actor::NON_THROWING_RELEASE:
+                object.releaseRef(std::nothrow);
+                break;
+            default:
+                EXPECT_FALSE(!lookUp());
+            }
+        },
+        static_cast<int>(actors.size()));
+}
+
+template <class LookUp>
+void expectNothingLingers(LookUp lookUp)
+{
+    const DynLoaderMgrRef manager = DynLoaderMgr::manager();
+    for (const std::vector<Actor>& actors : allCombinations()) {
+        String names;
+        for (const Actor actor : actors) {
+            names += nameOf(actor);
+        }
+        for (int i = 0; i < rounds() / 5; ++i) {
+            actConcurrently(actors, lookUp);
+            // The manager's own and that of this test, one each library.
+            ASSERT_EQ(2u, manager->refCount(true)) << "a library lingers in round " << i << " of" << names;
+        }
+    }
+    EXPECT_FALSE(isMapped(OTHER));
+}
+
+TEST(DynThreads, LibraryIsUnloadedWhateverReleasesAndLookupsInterleave)
+{
+    expectNothingLingers([] { return DynLibrary::load(OTHER); });
+}
+
+TEST(DynThreads, SymbolIsDroppedWhateverReleasesAndLookupsInterleave)
+{
+    expectNothingLingers([] { return DynLibrary::load(OTHER)->symbol("dyn_other_value"); });
 }
 
 TEST(DynThreads, LoadUnderTwoNames)

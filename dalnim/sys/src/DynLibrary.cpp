@@ -9,6 +9,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/nsdefs.hpp>
+#include <dalnim/sys/src/LoaderRelease.hpp>
 
 namespace com::kor::dal::nim::sys {
 

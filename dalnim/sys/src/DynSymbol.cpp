@@ -2,9 +2,9 @@
 
 #include <dalnim/sys/DynSymbol.hpp>
 
-#include <dalnim/sys/DynLoaderMgr.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/nsdefs.hpp>
+#include <dalnim/sys/src/LoaderRelease.hpp>
 
 namespace com::kor::dal::nim::sys {
 
