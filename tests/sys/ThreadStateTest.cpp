@@ -35,7 +35,8 @@ static_assert(!std::is_default_constructible_v<ThreadState>, "current() alone ma
 static_assert(!std::is_copy_constructible_v<ThreadState>);
 static_assert(!std::is_copy_assignable_v<ThreadState>);
 static_assert(std::is_destructible_v<ThreadState>);
-static_assert(std::is_same_v<const std::int32_t, decltype(ThreadState::tid)>);
+static_assert(std::is_same_v<const std::int32_t&, decltype(ThreadState::tid)>,
+              "the child of a fork changes what a const field could not");
 static_assert(std::is_same_v<std::uint32_t, ThreadMode_t>);
 static_assert(std::is_same_v<ThreadMode_t, decltype(ThreadState::mode)>);
 static_assert(std::is_same_v<mt::Task*, decltype(ThreadState::task)>);
@@ -286,6 +287,19 @@ TEST(ThreadStateFork, LeavesTheChildTheRestOfTheState)
     }
     EXPECT_EQ(0, statusOfChild(child));
     state.mode = 1;
+}
+
+TEST(ThreadStateFork, ReferenceToTheThreadIdShowsTheChildItsOwn)
+{
+    const ThreadID_t& tid = ThreadState::current().tid;
+    const ThreadID_t before = tid;
+    const pid_t child = fork();
+    ASSERT_NE(-1, child);
+    if (child == 0) {
+        _exit(tid == gettid() && tid != before ? 0 : 1);
+    }
+    EXPECT_EQ(0, statusOfChild(child));
+    EXPECT_EQ(before, tid);
 }
 
 bool handlerKnewItself = false;

@@ -51,8 +51,12 @@ public:
     ThreadState(const ThreadState&) = delete;
     ThreadState& operator=(const ThreadState&) = delete;
 
-    /** The kernel's number of the thread. */
-    const ThreadID_t tid;
+private:
+    // First in memory, where programs that are built already read it, and `tid` last, so that the fields in
+    // between keep their offsets.
+    ThreadID_t _tid;
+
+public:
     /** Bits whose meaning belongs to the users of ThreadStateBitHolder. Bit 0 is set from the start. */
     mutable ThreadMode_t mode;
     /** What this thread runs now, each null when there is none; not owned. */
@@ -67,11 +71,15 @@ public:
     StackTrackState where;
     /** The thread's current context, never empty. */
     CurrentContextRef& contextRef;
+    /** The kernel's thread ID. The child of a fork() finds its own here, also through an older reference. */
+    const ThreadID_t& tid;
 
 private:
     // A trace of a thread without a state is empty and must not make one: the failure to make one is
     // reported by an exception, which takes a trace.
     friend class sys::StackTrace;
+    // Corrects the thread ID in the child of a fork(), whose only thread continues with its parent's state.
+    friend void renumber_in_child() noexcept;
 
     ThreadState();
 

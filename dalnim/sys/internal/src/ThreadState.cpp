@@ -45,21 +45,24 @@ void create_key()
     }
 }
 
-/** The only thread of a forked child goes on with its parent's state, under a new number. */
-void renumber_in_child()
+}
+
+void renumber_in_child() noexcept
 {
-    if (const ThreadState* const state = cached_state) {
-        ::new (const_cast<ThreadID_t*>(&state->tid)) ThreadID_t(qv_si_thread_self());
+    if (cached_state != nullptr) {
+        cached_state->_tid = qv_si_thread_self();
     }
 }
+
+namespace {
 
 const int fork_handler_status = pthread_atfork(nullptr, nullptr, renumber_in_child);
 
 }
 
 ThreadState::ThreadState()
-    : tid(qv_si_thread_self()), mode(1), task(nullptr), thrd(nullptr), pool(nullptr), lock(nullptr),
-      contextRef(createContext())
+    : _tid(qv_si_thread_self()), mode(1), task(nullptr), thrd(nullptr), pool(nullptr), lock(nullptr),
+      contextRef(createContext()), tid(_tid)
 {
 }
 
