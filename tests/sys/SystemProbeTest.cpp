@@ -1,8 +1,6 @@
 // What System and UniqueID do on other hosts than this one: each test runs the program of
 // SystemProbe.cpp, on a host made up by its environment.
 
-#include <support/ThreadSanitizer.hpp>
-
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -103,9 +101,6 @@ TEST(SystemProbe, AHostNameThatIsTooLongKeepsItsTerminator)
 
 TEST(SystemProbe, AFailingHostNameIsRaisedAndAskedForAgain)
 {
-    if (support::UNDER_THREAD_SANITIZER) {
-        GTEST_SKIP() << "the sanitizer's own pthread_once() is not left by an exception";
-    }
     EXPECT_EQ("1 Operation not permitted\n"
               "com.kor.dal.nim.sys.System.hostname():\n"
               "1 Operation not permitted\n"

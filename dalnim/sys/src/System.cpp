@@ -2,17 +2,18 @@
 
 #include <dalnim/sys/System.hpp>
 
+#include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 
+#include <atomic>
 #include <cctype>
 #include <memory>
 #include <string>
 
 #include <netdb.h>
-#include <pthread.h>
 #include <sys/socket.h>
 
 namespace com::kor::dal::nim::sys {
@@ -24,7 +25,8 @@ constexpr std::size_t NUMERIC_HOST_SIZE = 1025;
 
 char host_name[HOST_NAME_SIZE];
 std::size_t host_name_length;
-pthread_once_t host_name_once = PTHREAD_ONCE_INIT;
+/** Set under InitLock once the two above are final; the store releases them. */
+std::atomic<bool> host_name_known{false};
 
 struct AddrInfoDeleter
 {
@@ -37,9 +39,16 @@ typedef std::unique_ptr<addrinfo, AddrInfoDeleter> AddrInfoList;
 
 }
 
-/** Run through pthread_once(), which an exception leaves as if it had never been called. */
+/**
+ * Under InitLock and not in a pthread_once(), which an exception must not leave: a failure releases the lock,
+ * and the next call asks the system again.
+ */
 static void _get_host_name()
 {
+    const InitLock lock(true);
+    if (host_name_known.load(std::memory_order_relaxed)) {
+        return;
+    }
     const StackTrack track("hostname()", System::CLASS_NAME, NAMESPACE_NAME, __LINE__);
     if (qv_si_gethostname(host_name, HOST_NAME_SIZE) != 0) {
         throw system_error(1);
@@ -50,6 +59,7 @@ static void _get_host_name()
         *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
     }
     host_name_length = static_cast<std::size_t>(c - host_name);
+    host_name_known.store(true, std::memory_order_release);
 }
 
 String System::hostname()
@@ -59,7 +69,9 @@ String System::hostname()
 
 std::string_view internal::host_name_text()
 {
-    pthread_once(&host_name_once, _get_host_name);
+    if (!host_name_known.load(std::memory_order_acquire)) {
+        _get_host_name();
+    }
     return {host_name, host_name_length};
 }
 

@@ -5,8 +5,6 @@
 #include "layer/Walk.hpp"
 #include "mt/Work.hpp"
 
-#include <support/ThreadSanitizer.hpp>
-
 #include <dalnim/mt/CondSem.hpp>
 #include <dalnim/mt/CriticalSection.hpp>
 #include <dalnim/mt/Queue.hpp>
@@ -15,7 +13,6 @@
 #include <dalnim/mt/Thread.hpp>
 #include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/sys/SysError.hpp>
-#include <dalnim/sys/System.hpp>
 #include <dalnim/sys/System.hpp>
 
 #include <qv/rtlapi/RX_Exception.hpp>
@@ -41,7 +38,6 @@ using com::kor::dal::nim::mt::SysMutex;
 using com::kor::dal::nim::mt::Task;
 using com::kor::dal::nim::mt::Thread;
 using com::kor::dal::nim::mt::ThreadPool;
-using com::kor::dal::nim::sys::System;
 using com::kor::dal::nim::sys::system_error;
 using mttest::OwnTask;
 using mttest::OwnThread;
@@ -293,10 +289,6 @@ TEST(ThreadsFault, AFailureOfAThreadReachesItsJoinerOrMissesMemory)
 /** What a detached thread throws is logged, or lost behind a line that says so; the thread ends. */
 TEST(ThreadsFault, ADetachedThreadThatFailsWithoutMemoryEnds)
 {
-    if (support::UNDER_THREAD_SANITIZER) {
-        // The first record finds the host's name, by pthread_once().
-        ASSERT_NE("", System::hostname());
-    }
     const String text(200, 't');
     for (const unsigned int count : {1U, Fault::EVER}) {
         for (unsigned int n = 1; n <= 12; ++n) {
