@@ -7,6 +7,7 @@
 #include <atomic>
 #include <random>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -15,13 +16,13 @@ using namespace dyntest;
 
 constexpr int THREADS = 8;
 
-/** Runs `work(number)` on so many threads; each starts when the last one is there. */
+/** Runs `work(number)` on all threads; each starts when the last one is there. */
 template <class Work>
-void onThreads(Work work, int count = THREADS)
+void onThreads(Work work)
 {
-    std::atomic<int> missing(count);
+    std::atomic<int> missing(THREADS);
     std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < THREADS; ++i) {
         threads.emplace_back([&missing, work, i] {
             --missing;
             while (missing != 0) {
@@ -210,47 +211,99 @@ std::vector<std::vector<Actor>> allCombinations()
 }
 
 /**
- * Lets the actors work concurrently on one object: those that release own one reference each, and a newcomer
- * obtains its own by `lookUp` and releases it by its destructor.
+ * Threads that act concurrently on one object, round after round: those that release own one reference each,
+ * and a newcomer obtains its own by `LookUp` and releases it by its destructor.
  */
 template <class LookUp>
-void actConcurrently(const std::vector<Actor>& actors, LookUp lookUp)
+class Actors
 {
-    auto reference = lookUp();
-    const auto& object = *reference;
-    for (const Actor actor : actors) {
-        if (actor != Actor::NEWCOMER) {
-            object.acquireRef();
+public:
+    Actors(const std::vector<Actor>& actors, LookUp look_up) : roles(actors), lookUp(look_up)
+    {
+        for (const Actor role : roles) {
+            threads.emplace_back([this, role] { run(role); });
         }
     }
-    reference.clear();
-    onThreads(
-        [&](int number) {
-            switch (actors[static_cast<std::size_t>(number)]) {
+    Actors(const Actors&) = delete;
+    Actors& operator=(const Actors&) = delete;
+    ~Actors()
+    {
+        round = -1;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+
+    void act()
+    {
+        {
+            const auto reference = lookUp();
+            object = reference.get();
+            for (const Actor role : roles) {
+                if (role != Actor::NEWCOMER) {
+                    object->acquireRef();
+                }
+            }
+        }
+        missing = static_cast<int>(roles.size());
+        ++round;
+        while (missing != 0) {
+            std::this_thread::yield();
+        }
+    }
+
+private:
+    typedef decltype(std::declval<LookUp>()().get()) Object;
+
+    void run(Actor role)
+    {
+        for (int last = 0;;) {
+            const int now = round;
+            if (now < 0) {
+                return;
+            }
+            if (now == last) {
+                std::this_thread::yield();
+                continue;
+            }
+            last = now;
+            switch (role) {
             case Actor::THROWING_RELEASE:
-                object.releaseRef();
+                object->releaseRef();
                 break;
             case Actor::NON_THROWING_RELEASE:
-                object.releaseRef(std::nothrow);
+                object->releaseRef(std::nothrow);
                 break;
             default:
                 EXPECT_FALSE(!lookUp());
             }
-        },
-        static_cast<int>(actors.size()));
-}
+            --missing;
+        }
+    }
+
+    const std::vector<Actor> roles;
+    const LookUp lookUp;
+    /** Written before the round begins. */
+    Object object = nullptr;
+    /** How many have not acted in this round. */
+    std::atomic<int> missing{0};
+    /** Below 0 ends the threads. */
+    std::atomic<int> round{0};
+    std::vector<std::thread> threads;
+};
 
 template <class LookUp>
 void expectNothingLingers(LookUp lookUp)
 {
     const DynLoaderMgrRef manager = DynLoaderMgr::manager();
-    for (const std::vector<Actor>& actors : allCombinations()) {
+    for (const std::vector<Actor>& roles : allCombinations()) {
         String names;
-        for (const Actor actor : actors) {
-            names += nameOf(actor);
+        for (const Actor role : roles) {
+            names += nameOf(role);
         }
-        for (int i = 0; i < rounds() / 5; ++i) {
-            actConcurrently(actors, lookUp);
+        Actors<LookUp> actors(roles, lookUp);
+        for (int i = 0; i < rounds() / 40; ++i) {
+            actors.act();
             // The manager's own and that of this test, one each library.
             ASSERT_EQ(2u, manager->refCount(true)) << "a library lingers in round " << i << " of" << names;
         }
