@@ -17,7 +17,8 @@ namespace com::kor::dal::nim::mt {
  * Ready, it takes elements up to its capacity. Completed, its consumers do not wait any more, while
  * producers are not stopped. Shut down, nothing goes in or out.
  *
- * The waits take milliseconds: 0 does not wait, 0xFFFFFFFF waits without limit.
+ * The waits take milliseconds: 0 does not wait, 0xFFFFFFFF waits without limit. They are durations on the
+ * monotonic clock: a change of the wall clock alters none.
  */
 class DALNIM_API Queue : public virtual type::Object
 {

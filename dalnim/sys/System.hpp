@@ -74,7 +74,7 @@ public:
     /** Suspends the calling thread for that long, or until a signal is handled. */
     static void sleep(unsigned int milliseconds);
 
-    /** The wall clock in microseconds since the epoch. */
+    /** The wall clock in microseconds since the epoch, also after January 2038. */
     static TimeUS_t timeMicros();
 
     /** The wall clock in milliseconds since the epoch, truncated towards zero. */

@@ -14,8 +14,8 @@
 QV_BEGIN_C
 
 /**
- * The wall clock, since 1970 in UTC. EOVERFLOW, with the greatest time that fits, once its seconds
- * are beyond 32 bits.
+ * The wall clock, since 1970 in UTC. From January 2038 on, when its seconds exceed 32 bits, EOVERFLOW with
+ * the greatest time that fits; sys::System has clocks of 64 bits.
  */
 DALNIM_API qv_err_t qv_si_gettime(si_timespec_t* now) QV_NOEXCEPT;
 

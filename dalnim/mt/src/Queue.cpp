@@ -6,7 +6,8 @@
 #include <dalnim/mt/MutexHolder.hpp>
 #include <dalnim/mt/nsdefs.hpp>
 #include <dalnim/sys/StackTrack.hpp>
-#include <dalnim/sys/System.hpp>
+
+#include <chrono>
 
 namespace com::kor::dal::nim::mt {
 
@@ -19,34 +20,41 @@ typedef MutexHolder<MutexOps> LockHolder;
 
 }
 
-/** The end of a wait: never, at once, or at a time of the clock. */
+/**
+ * The end of a wait: never, immediately, or after a duration on the monotonic clock, which a step of the wall
+ * clock neither lengthens nor cuts.
+ */
 class Queue::Deadline
 {
 public:
-    explicit Deadline(unsigned int max_wait_ms)
-        : wait(max_wait_ms), time(isTimed() ? sys::System::time() + max_wait_ms : 0)
+    explicit Deadline(unsigned int max_wait_ms) : wait(max_wait_ms)
     {
+        if (isTimed()) {
+            end = Clock::now() + std::chrono::milliseconds(max_wait_ms);
+        }
     }
 
-    /** Waits for a wake-up; false when the wait has come to its end, or fails. */
+    /** Waits for a wake-up. Returns false if the wait has reached its end, or fails. */
     bool wakesUp(const CondSem& condition) const
     {
         if (!isTimed()) {
             return wait == NO_LIMIT && condition.wait(NO_LIMIT);
         }
-        const TimeMS_t left = time - sys::System::time();
-        return left > 0 && condition.wait(left < NO_LIMIT ? static_cast<unsigned int>(left) : NO_LIMIT - 1);
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        // Never more than `wait`: this clock does not go back.
+        return left > 0 && condition.wait(static_cast<unsigned int>(left));
     }
 
 private:
+    typedef std::chrono::steady_clock Clock;
+
     bool isTimed() const
     {
         return wait != NO_WAIT && wait != NO_LIMIT;
     }
 
     const unsigned int wait;
-    /** Milliseconds since the epoch. */
-    const TimeMS_t time;
+    Clock::time_point end;
 };
 
 Queue::Queue(unsigned int maxelems)

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <ctime>
 
 namespace com::kor::dal::nim::sys {
 
@@ -20,15 +21,18 @@ constexpr std::int64_t NANOS_PER_DCE_INTERVAL = 100;
 /** From the reform of the calendar on 15 October 1582 to the epoch. */
 constexpr std::int64_t DCE_TIME_OF_EPOCH = 122192928000000000;
 
-/** The two 32-bit fields of the clock, widened so that the arithmetic on them cannot overflow. */
+/**
+ * The kernel's clock, whose seconds have 64 bits. Those of qv_si_gettime() have 32, and end in January 2038.
+ * A clock that cannot be read shows the epoch.
+ */
 struct WallClock
 {
     WallClock()
     {
-        si_timespec_t now = {};
-        qv_si_gettime(&now);
-        seconds = now.seconds;
-        nanoseconds = now.nanoseconds;
+        timespec now = {};
+        clock_gettime(CLOCK_REALTIME, &now);
+        seconds = now.tv_sec;
+        nanoseconds = now.tv_nsec;
     }
 
     std::int64_t seconds;
