@@ -436,6 +436,16 @@ TEST(RX_FilespecCreate, ANameTooLongIsAnError)
     EXPECT_EQ(check(std::string(5000, '/') + "x", RX_Filespec::CREATE), error(36));
 }
 
+TEST(RX_FilespecCreate, NameThatIsTooLongAndEndsInASlashIsTooLong)
+{
+    const Scratch scratch;
+    EXPECT_EQ(check(scratch.path(std::string(256, 'x') + "/"), RX_Filespec::CREATE), error(36));
+    EXPECT_EQ(check(scratch.path(std::string(256, 'x') + "//"), RX_Filespec::CREATE), error(36));
+    EXPECT_EQ(check(scratch.path(std::string(256, 'x') + "/new/"), RX_Filespec::CREATE), error(36));
+    EXPECT_EQ(check(std::string(5000, '/'), RX_Filespec::CREATE), error(36));
+    EXPECT_EQ(check(scratch.path(std::string(255, 'x') + "/"), RX_Filespec::CREATE), error(21));
+}
+
 TEST(RX_FilespecCreate, ADanglingLinkCountsAsItsTarget)
 {
     const Scratch scratch;

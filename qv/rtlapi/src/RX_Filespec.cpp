@@ -71,7 +71,8 @@ int createStatus(std::string path)
         if (status == 0) {
             return S_ISDIR(info.st_mode) ? EISDIR : accessStatus(path, W_OK);
         }
-        if (path.back() == '/') {
+        // A name that is too long is refused as such, whatever it ends in.
+        if (path.back() == '/' && status != ENAMETOOLONG) {
             return directoryNameStatus(path);
         }
         if (status != ENOENT) {
