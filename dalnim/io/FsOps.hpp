@@ -34,7 +34,8 @@ enum PathStatFlags : int {
  * every backslash in it turned into "/".
  *
  * White space and quotes around the path, and separators at its end, are dropped first; "/" alone
- * is therefore no path.
+ * is therefore no path. A path that contains a zero byte does not exist (2, ENOENT); the message has "\\0"
+ * in its place.
  *
  * @throws std::invalid_argument  "Specified path is nil.", when nothing is left of `path`.
  * @throws sys::system_error      the system's number and "Error resolving '`path`': " with its text.
@@ -46,7 +47,8 @@ DALNIM_API String fullPath(const String& path);
 /**
  * What a path is, and what the effective user may do with it.
  *
- * @param path            taken as it stands, without trimming.
+ * @param path            used unchanged, without trimming; a path that contains a zero byte does not
+ *                        exist.
  * @param flags_to_check  the PathStatFlags to look into; 0 stands for all of them.
  * @param no_perm_error   whether a path that lies beyond the caller's reach is a failure.
  *

@@ -244,6 +244,21 @@ TEST_F(FullPath, ReportsWhatItCannotResolve)
                         [&] { fullPath(in("loop")); });
 }
 
+TEST_F(FullPath, PathWithAZeroByteDoesNotExist)
+{
+    const String file = make_file("file");
+    const String zero(1, '\0');
+    const auto expect_missing = [](const String& path, const String& text) {
+        expect_system_error(2, "Error resolving '" + text + "': No such file or directory",
+                            [&] { fullPath(path); });
+    };
+    expect_missing(file + zero, file + "\\0");
+    expect_missing(file + zero + "x", file + "\\0x");
+    expect_missing(" '" + file + zero + "x" + zero + "/' ", file + "\\0x\\0");
+    expect_missing(zero, "\\0");
+    expect_missing(zero + file, "\\0" + file);
+}
+
 TEST_F(FullPath, ReportsADirectoryThatMustNotBeSearched)
 {
     if (geteuid() != 0) {
@@ -406,6 +421,17 @@ TEST_F(PathStat, AnswersNothingOfAMissingPathWhateverTheFlags)
     ASSERT_EQ(0, symlink("missing", in("dangling").c_str()));
     EXPECT_EQ(0, pathStat(in("dangling")));
     EXPECT_EQ(0, pathStat(make_file("file") + "/below"));
+}
+
+TEST_F(PathStat, PathWithAZeroByteDoesNotExist)
+{
+    const String file = make_file("file");
+    const String zero(1, '\0');
+    for (const String& path : {file + zero, file + zero + "x", zero, zero + file, scratch + zero}) {
+        EXPECT_EQ(0, pathStat(path));
+        EXPECT_EQ(0, pathStat(path, io::PATH_EXISTS, true));
+        EXPECT_EQ("Invalid flags specified.", invalid_argument_of([&] { pathStat(path, 64); }));
+    }
 }
 
 TEST_F(PathStat, FollowsLinks)

@@ -7,6 +7,7 @@
 #include <dalnim/sys/internal/Internal.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <stdexcept>
@@ -23,9 +24,18 @@ constexpr qv_err_t RESOLVED_WITH_REMARK = 882164500;
 
 constexpr std::size_t PATH_BUFFER_SIZE = 4096;
 
-[[noreturn]] void resolve_error(const char* path, int err)
+[[noreturn]] void resolve_error(const String& path, int err)
 {
-    throw sys::system_error(err, String("Error resolving '") + path + "': " + sys::sys_err_string(err));
+    throw sys::system_error(err, "Error resolving '" + path + "': " + sys::sys_err_string(err));
+}
+
+/** No file has such a name. The message has "\0" for each zero byte, which would end its text. */
+[[noreturn]] void zero_byte_error(String path)
+{
+    for (std::size_t at = 0; (at = path.find('\0', at)) != String::npos;) {
+        path.replace(at, 1, "\\0");
+    }
+    resolve_error(path, ENOENT);
 }
 
 void get_real_path(const char* path, std::size_t size, char* buffer)
@@ -57,13 +67,16 @@ String full_path(const char* path)
     return with_slashes(larger.data(), strnlen(larger.data(), larger.size()));
 }
 
-/** `path` ends at its zero byte; `plen` is 0 where its length is not known yet. */
+/** Past `plen` bytes, `path` has a zero byte; a `plen` of 0 stands for all up to the first one. */
 String full_path_of_part(const char* path, std::size_t plen)
 {
     std::size_t offset = 0;
     std::size_t length = 0;
     if (!sys::internal::find_path_substring(offset, length, path, plen)) {
         throw std::invalid_argument("Specified path is nil.");
+    }
+    if (std::memchr(path + offset, '\0', length) != nullptr) {
+        zero_byte_error(String(path + offset, length));
     }
     const bool whole = offset == 0 && path[length] == '\0';
     return whole ? full_path(path) : full_path(String(path + offset, length).c_str());

@@ -36,11 +36,16 @@ bool has_right(const char* path, RX_Filespec::access right)
     }
 }
 
-int path_stat(const char* path, int flags_to_check, bool no_perm_error)
+void require_known_flags(int flags_to_check)
 {
     if ((flags_to_check & ~ALL_FLAGS) != 0) {
         throw std::invalid_argument("Invalid flags specified.");
     }
+}
+
+int path_stat(const char* path, int flags_to_check, bool no_perm_error)
+{
+    require_known_flags(flags_to_check);
 
     const qv_err_t rc = qv_si_isdir(path);
     const int examined = flags_to_check != 0 ? flags_to_check : ALL_FLAGS;
@@ -94,6 +99,11 @@ int pathStat(const String& path, int flags_to_check, bool no_perm_error)
     const sys::StackTrack track("pathStat()", NAMESPACE_NAME, __LINE__);
     if (path.empty()) {
         throw std::invalid_argument("Specified path is nil.");
+    }
+    if (path.find('\0') != String::npos) {
+        // No file has such a name. The system would look at the part in front of the zero byte.
+        require_known_flags(flags_to_check);
+        return 0;
     }
     return path_stat(path.c_str(), flags_to_check, no_perm_error);
 }
