@@ -89,8 +89,11 @@ void* find_symbol(qv_lhandle_t library, const String& symname)
 }
 
 /**
- * The one manager, once it was made. Never given up: static destructors and threads that are still running
+ * The one manager, once it was made. Never released: static destructors and threads that are still running
  * may load, look up and release while the process exits.
+ *
+ * Written once, under InitLock. The store releases the manager's fields to a thread whose first load, an
+ * acquire, sees it. The load under the lock may be relaxed: the lock orders it after the store.
  */
 std::atomic<DynLoaderMgr*> instance{nullptr};
 

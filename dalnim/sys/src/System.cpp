@@ -25,7 +25,10 @@ constexpr std::size_t NUMERIC_HOST_SIZE = 1025;
 
 char host_name[HOST_NAME_SIZE];
 std::size_t host_name_length;
-/** Set under InitLock once the two above are final; the store releases them. */
+/**
+ * Set under InitLock once the two above are final. The store releases them to a thread whose first load, an
+ * acquire, sees it. The load under the lock may be relaxed: the lock orders it after the store.
+ */
 std::atomic<bool> host_name_known{false};
 
 struct AddrInfoDeleter

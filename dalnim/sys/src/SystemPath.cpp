@@ -219,7 +219,12 @@ char ProcessPath::getDelimiter() noexcept
     return '/';
 }
 
+/** Written once, under InitLock, before `init`. */
 const ProcessPath* processPath = nullptr;
+/**
+ * The store releases the pointer and its object to a thread whose first load, an acquire, sees it. The load
+ * under InitLock may be relaxed: the lock orders it after the store.
+ */
 std::atomic<bool> init{false};
 
 const ProcessPath& getProcess()

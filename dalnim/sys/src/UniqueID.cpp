@@ -10,8 +10,10 @@ namespace com::kor::dal::nim::sys {
 
 namespace {
 
+/** Written in the pthread_once(), which orders that before every read. */
 UInt32_t _uid32 = 0;
 UInt64_t _uid64 = 0;
+/** Incremented relaxed: a number is unique by the increment alone, and nothing else is read by it. */
 si_atomic_t _incr32 = 0;
 si_atomic_t _incr64 = 0;
 pthread_once_t once = PTHREAD_ONCE_INIT;

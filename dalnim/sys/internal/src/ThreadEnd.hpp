@@ -39,7 +39,10 @@ private:
     State makeKey() noexcept;
 
     void (*const function)();
-    /** Leaves NEW under InitLock; the store releases the key. */
+    /**
+     * Leaves NEW once, under InitLock. The store releases the key to a thread whose first load, an acquire,
+     * sees it. The loads under the lock may be relaxed: the lock orders them after the store.
+     */
     std::atomic<State> state;
     si_thread_key_t key;
 };

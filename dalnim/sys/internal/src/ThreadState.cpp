@@ -17,7 +17,10 @@ __thread ThreadState* cached_state = nullptr;
 
 namespace {
 
-/** True once the key exists; the store releases the key to the threads that see it. */
+/**
+ * True once the key exists. The store releases the key to a thread whose first load, an acquire, sees it. The
+ * load under InitLock may be relaxed: the lock orders it after the store.
+ */
 std::atomic<bool> _ts_tls_init(false);
 si_thread_key_t _ts_tls_key;
 
