@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <type_traits>
+#include <utility>
 
 namespace com::kor::dal::nim::mem {
 
@@ -47,7 +48,10 @@ public:
         updatePtr(ref.rco);
         return *this;
     }
-    /** Takes over what `ref` holds and leaves it empty; otherwise the same. */
+    /**
+     * Takes over what `ref` holds and leaves it empty. If the release of the old object throws, both
+     * references are as they were.
+     */
     ConstRcoRef& operator=(ConstRcoRef&& ref)
     {
         moveFrom(ref);
@@ -130,9 +134,7 @@ public:
     void clear() noexcept
     {
         if (rco != nullptr) {
-            T* const old = rco;
-            rco = nullptr;
-            old->releaseRef(std::nothrow);
+            std::exchange(rco, nullptr)->releaseRef(std::nothrow);
         }
     }
 
@@ -166,7 +168,7 @@ protected:
     void updatePtr(const T* other)
     {
         if (other != rco) {
-            replace(acquired(other));
+            replace(acquired(other), releaseQuietly);
         }
     }
 
@@ -193,37 +195,42 @@ protected:
 
 private:
     /**
-     * Takes over what `ref` holds, which may itself live in the object that is dropped here. A
-     * reference moved to itself drops nothing.
+     * Takes over the pointer of `ref`, which may be part of the object that is released here: `ref` is empty
+     * before the release, and not touched after it unless it throws. Then the pointer goes back to `ref`,
+     * and whatever the release assigned to `ref` is released. A move to itself changes nothing.
      */
     void moveFrom(ConstRcoRef& ref)
     {
-        T* const taken = ref.rco;
-        ref.rco = nullptr;
-        replace(taken);
+        replace(std::exchange(ref.rco, nullptr),
+                [&ref](T* taken) { releaseQuietly(std::exchange(ref.rco, taken)); });
     }
 
     /**
-     * Holds `counted`, whose count is taken already, and drops what was held. When that throws, the
-     * old one stays held and the count is given back.
+     * Holds `counted`, of which a reference is already acquired, and releases the object held before. If that
+     * throws, the old object stays held, and `undo` takes over what this reference held in the meantime:
+     * `counted`, unless the release assigned another object.
      *
-     * The pointer changes before the release, and nothing is touched behind it: the release may end
-     * the object that this reference is a part of, or run code that assigns to it.
+     * The pointer changes before the release, and nothing is touched after it: the release may destroy the
+     * object that this reference is part of, or run code that assigns to it.
      */
-    void replace(T* counted)
+    template <class Undo>
+    void replace(T* counted, Undo undo)
     {
-        T* const old = rco;
-        rco = counted;
+        T* const old = std::exchange(rco, counted);
         if (old != nullptr) {
             try {
                 old->releaseRef();
             } catch (...) {
-                rco = old;
-                if (counted != nullptr) {
-                    counted->releaseRef(std::nothrow);
-                }
+                undo(std::exchange(rco, old));
                 throw;
             }
+        }
+    }
+
+    static void releaseQuietly(const T* object) noexcept
+    {
+        if (object != nullptr) {
+            object->releaseRef(std::nothrow);
         }
     }
 };

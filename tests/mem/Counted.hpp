@@ -4,6 +4,7 @@
 #include <dalnim/mem/RcoRef.hpp>
 #include <dalnim/mem/RefCntObject.hpp>
 
+#include <functional>
 #include <new>
 #include <stdexcept>
 
@@ -64,6 +65,9 @@ public:
     void releaseRef() const override
     {
         if (refusing) {
+            if (beforeRefusing) {
+                beforeRefusing();
+            }
             throw std::runtime_error("refused");
         }
         Counted::releaseRef();
@@ -74,6 +78,7 @@ public:
     }
 
     bool refusing = false;
+    std::function<void()> beforeRefusing;
 };
 
 /** Fails while it goes. */

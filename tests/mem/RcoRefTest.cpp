@@ -407,14 +407,45 @@ TEST_F(RefusedRelease, AssignmentOfNullKeepsTheOldOne)
     delete other;
 }
 
-TEST_F(RefusedRelease, MoveGivesTheNewOneBack)
+TEST_F(RefusedRelease, MoveReturnsThePointerToItsSource)
 {
     Ref otherRef(other);
-    const Ref kept(other);
     EXPECT_THROW(ref = std::move(otherRef), std::runtime_error);
-    EXPECT_EQ(nullptr, otherRef.get());
+    EXPECT_EQ(other, otherRef.get());
     EXPECT_EQ(1U, other->refCount(false));
     EXPECT_EQ(0, otherDestroyed);
+}
+
+TEST_F(RefusedRelease, MoveOfAConstReferenceReturnsThePointerToItsSource)
+{
+    ConstRcoRef<Counted> constRef(object);
+    ConstRcoRef<Counted> otherRef(other);
+    EXPECT_THROW(constRef = std::move(otherRef), std::runtime_error);
+    EXPECT_EQ(object, constRef.get());
+    EXPECT_EQ(other, otherRef.get());
+    EXPECT_EQ(1U, other->refCount(false));
+    EXPECT_EQ(0, otherDestroyed);
+}
+
+TEST_F(RefusedRelease, MoveReleasesWhatTheReleaseAssignedToItsSource)
+{
+    int assignedDestroyed = 0;
+    Ref otherRef(other);
+    object->beforeRefusing = [&] { otherRef = new Counted(&assignedDestroyed); };
+    EXPECT_THROW(ref = std::move(otherRef), std::runtime_error);
+    EXPECT_EQ(other, otherRef.get());
+    EXPECT_EQ(1U, other->refCount(false));
+    EXPECT_EQ(1, assignedDestroyed);
+}
+
+TEST_F(RefusedRelease, AssignmentReleasesWhatTheReleaseAssignedToTheReference)
+{
+    int assignedDestroyed = 0;
+    const Ref otherRef(other);
+    object->beforeRefusing = [&] { ref = new Counted(&assignedDestroyed); };
+    EXPECT_THROW(ref = otherRef, std::runtime_error);
+    EXPECT_EQ(1U, other->refCount(false));
+    EXPECT_EQ(1, assignedDestroyed);
 }
 
 TEST_F(RefusedRelease, ClearDoesNotAsk)
