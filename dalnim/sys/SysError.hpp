@@ -38,7 +38,7 @@ public:
     system_error(const system_error& r);
     /** Takes over message and number, and the trace as StackTrace does. */
     system_error& operator=(const system_error& r);
-    ~system_error() override;
+    ~system_error() noexcept override;
 
     /** The bare message: no number, no trace. Valid as long as the object is unchanged. */
     const char* what() const noexcept override;

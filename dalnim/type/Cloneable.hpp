@@ -5,7 +5,13 @@
 
 namespace com::kor::dal::nim::type {
 
-/** What can be copied through a pointer to its base. */
+/**
+ * Objects that can be copied through a pointer to their base.
+ *
+ * Content that is cloned with a context derives from mem::RefCntObject and from this, and needs no destructor
+ * of its own. A cloneable exception derives from sys::system_error, or declares its destructor, which that of
+ * std::exception requires not to throw: `~Failure() noexcept override = default;`.
+ */
 class DALNIM_API Cloneable
 {
 public:
@@ -15,7 +21,8 @@ public:
      *             ignores it
      */
     virtual Cloneable* clone(bool deep) const = 0;
-    virtual ~Cloneable();
+    /** May throw, as that of Object, so that a class can derive from both without declaring its own. */
+    virtual ~Cloneable() noexcept(false);
 
 protected:
     Cloneable() noexcept;

@@ -470,6 +470,7 @@ class Clone : public std::logic_error, public nim::type::Cloneable
 {
 public:
     Clone() : std::logic_error("clone") {}
+    ~Clone() noexcept override = default;
     nim::type::Cloneable* clone(bool deep) const override
     {
         EXPECT_FALSE(deep);
@@ -498,6 +499,7 @@ class Changeling : public std::runtime_error, public nim::type::Cloneable
 {
 public:
     explicit Changeling(int& destroyed) : std::runtime_error("changeling"), destroyed_(destroyed) {}
+    ~Changeling() noexcept override = default;
     nim::type::Cloneable* clone(bool) const override
     {
         return new NoException(destroyed_);

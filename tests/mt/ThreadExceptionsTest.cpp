@@ -59,6 +59,7 @@ class Changeling : public std::runtime_error, public nim::type::Cloneable
 {
 public:
     Changeling() : std::runtime_error("changeling") {}
+    ~Changeling() noexcept override = default;
     nim::type::Cloneable* clone(bool) const override
     {
         return new Content(0);

@@ -1,8 +1,13 @@
 #include <dalnim/type/Cloneable.hpp>
 
+#include <dalnim/mem/RefCntObjectRef.hpp>
+#include <dalnim/type/Context.hpp>
+
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <type_traits>
 
 #include <support/VirtualSlot.hpp>
@@ -13,7 +18,6 @@ using com::kor::dal::nim::type::Cloneable;
 
 static_assert(std::is_abstract_v<Cloneable>);
 static_assert(std::has_virtual_destructor_v<Cloneable>);
-static_assert(std::is_nothrow_destructible_v<Cloneable>);
 static_assert(sizeof(Cloneable) == sizeof(void*), "it has no fields");
 
 class Sheep : public Cloneable
@@ -46,6 +50,62 @@ public:
 private:
     int* living_;
 };
+
+/** Content as an application writes it: without a destructor. */
+struct Leaf : com::kor::dal::nim::mem::RefCntObject, Cloneable
+{
+    Cloneable* clone(bool) const override
+    {
+        return std::make_unique<Leaf>(*this).release();
+    }
+};
+
+struct Branch : Leaf
+{
+    std::string name;
+};
+
+/** A context that is content of another one. */
+struct Tree : com::kor::dal::nim::type::Context, Cloneable
+{
+    com::kor::dal::nim::UInt32_t key() const override
+    {
+        return 0x0103;
+    }
+    Cloneable* clone(bool) const override
+    {
+        return std::make_unique<Tree>(*this).release();
+    }
+};
+
+/** An exception of which a copy can be kept. */
+class Failure : public std::runtime_error, public Cloneable
+{
+public:
+    Failure() : std::runtime_error("failed") {}
+    ~Failure() noexcept override = default;
+
+    Cloneable* clone(bool) const override
+    {
+        return std::make_unique<Failure>(*this).release();
+    }
+};
+
+static_assert(std::is_nothrow_destructible_v<Failure>);
+
+TEST(Cloneable, ContentThatIsCountedNeedsNoDestructor)
+{
+    using com::kor::dal::nim::mem::RefCntObject;
+    using com::kor::dal::nim::mem::RefCntObjectRef;
+    for (const RefCntObjectRef& source :
+         {RefCntObjectRef(new Leaf), RefCntObjectRef(new Branch), RefCntObjectRef(new Tree)}) {
+        Cloneable* const clone = dynamic_cast<const Cloneable&>(*source).clone(false);
+        const RefCntObjectRef copy(dynamic_cast<RefCntObject*>(clone));
+        ASSERT_TRUE(copy);
+        EXPECT_EQ(1U, copy->refCount());
+        EXPECT_NE(source, copy);
+    }
+}
 
 TEST(Cloneable, ComesAheadOfItsDestructor)
 {

@@ -20,7 +20,7 @@ system_error::system_error(int err_num, const String& message) : std::runtime_er
 
 system_error::system_error(const system_error& r) = default;
 system_error& system_error::operator=(const system_error& r) = default;
-system_error::~system_error() = default;
+system_error::~system_error() noexcept = default;
 
 const char* system_error::what() const noexcept
 {

@@ -7,6 +7,6 @@ namespace com::kor::dal::nim::type {
 Cloneable::Cloneable() noexcept = default;
 Cloneable::Cloneable(const Cloneable&) noexcept = default;
 Cloneable& Cloneable::operator=(const Cloneable&) noexcept = default;
-Cloneable::~Cloneable() = default;
+Cloneable::~Cloneable() noexcept(false) {}
 
 }
