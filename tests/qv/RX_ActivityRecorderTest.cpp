@@ -81,4 +81,31 @@ TEST_F(ActivityRecorder, TakesNoNoticeOfConnections)
     EXPECT_EQ(recorder->getBacklog(), 0U);
 }
 
+TEST_F(ActivityRecorder, DecOfACountedClosureNeverThrowsWhateverOthersCount)
+{
+    constexpr int ROUNDS = 5000;
+    std::atomic<bool> isOver{false};
+    qvtest::Caller waiter([&] {
+        while (!isOver) {
+            recorder->waitForQuiet();
+        }
+    });
+    {
+        const auto count = [this] {
+            for (int i = 0; i < ROUNDS; ++i) {
+                recorder->inc();
+                EXPECT_GE(recorder->getBacklog(), 1U);
+                EXPECT_LE(recorder->getBacklog(), 3U);
+                EXPECT_NO_THROW(recorder->dec());
+            }
+        };
+        qvtest::Caller first(count);
+        qvtest::Caller second(count);
+        qvtest::Caller third(count);
+    }
+    isOver = true;
+    EXPECT_EQ(recorder->getBacklog(), 0U);
+    recorder->waitForQuiet();
+}
+
 }

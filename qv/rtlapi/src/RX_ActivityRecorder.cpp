@@ -12,7 +12,18 @@ RX_ActivityRecorder::RX_ActivityRecorder() : _quiet(*this)
 
 RX_ActivityRecorder::~RX_ActivityRecorder() noexcept(false) = default;
 
-/** The backlog of a moment at which that many had ended. */
+// The order of the two counts in the C++ memory model. Every change of `_ended` is a read-modify-write with
+// memory_order_acq_rel, so that who reads n ended closures by an acquiring load or exchange synchronises with
+// all n decrements. Each closure was counted by inc() before its dec() was called: the n calls of inc()
+// happen before that read, and so does the inc() of the caller's own closure in dec(). A load of `_begun`
+// that is sequenced after the read therefore yields at least n, and n + 1 in dec(), by coherence. Read
+// relaxed,
+// `_ended` might be loaded after `_begun`, as ARM64 does: the backlog would then seem to be 0 or negative.
+//
+// `_begunAtLeast` only ever holds former values of `_begun`. It is a lower bound whatever the order of its
+// stores is, and is replaced by `_begun` itself if it does not suffice.
+
+/** The backlog at the moment at which `ended` was read, with memory_order_acquire. */
 si_uint32_t RX_ActivityRecorder::backlogBehind(si_uint64_t ended) const
 {
     return static_cast<si_uint32_t>(_begun.load(std::memory_order_acquire) - ended / ONE);
@@ -53,7 +64,7 @@ void RX_ActivityRecorder::inc()
 
 void RX_ActivityRecorder::dec()
 {
-    si_uint64_t ended = _ended.load(std::memory_order_relaxed);
+    si_uint64_t ended = _ended.load(std::memory_order_acquire);
     do {
         qv::perturb();
         // Only where somebody waits it matters which one is the last.
@@ -66,8 +77,9 @@ void RX_ActivityRecorder::dec()
             endLast();
             return;
         }
+        // A failure reads `_ended` again, for the next look at `_begun`.
     } while (!_ended.compare_exchange_weak(ended, ended + ONE, std::memory_order_acq_rel,
-                                           std::memory_order_relaxed));
+                                           std::memory_order_acquire));
 }
 
 /** The backlog behind `ended`, or what is known of it if that is at least `wanted`. */
