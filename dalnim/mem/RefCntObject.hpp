@@ -39,7 +39,8 @@ public:
     virtual void acquireRef() const;
     /**
      * The count of references, less the bias when `incorporate_bias` is set: the number of those
-     * that keep the object alive.
+     * that keep the object alive. A caller that holds the only one may change the object in place: the
+     * other owners have finished with it.
      */
     virtual UInt32_t refCount(bool incorporate_bias = true) const;
     /**

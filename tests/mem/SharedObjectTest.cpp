@@ -139,4 +139,27 @@ TEST(SharedObject, ShowsItsDestructorWhatEveryThreadDid)
     EXPECT_EQ(28000L, sum);
 }
 
+// Copy on write: unsynchronised but for the count. The thread sanitizer reports a load that does not acquire.
+TEST(SharedObject, SoleOwnerByTheCountMayChangeTheObject)
+{
+    for (int round = 0; round < 100; ++round) {
+        RcoRef<Counted> mine(new Counted);
+        std::vector<RcoRef<Counted>> others(3, mine);
+        std::vector<std::thread> threads;
+        for (RcoRef<Counted>& other : others) {
+            threads.emplace_back([&other] {
+                EXPECT_EQ(0, other->value);
+                other.clear();
+            });
+        }
+        while (mine->refCount() != 1) {
+            std::this_thread::yield();
+        }
+        mine->value = 1;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+}
+
 }

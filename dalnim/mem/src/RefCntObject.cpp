@@ -47,8 +47,9 @@ void RefCntObject::acquireRef() const
 
 UInt32_t RefCntObject::refCount(bool incorporate_bias) const
 {
-    // A relaxed load is the plain read that it says, also while other threads count.
-    const UInt32_t count = static_cast<UInt32_t>(__atomic_load_n(&refs, __ATOMIC_RELAXED));
+    // Acquire: a caller that finds itself the sole owner may change the object. What former owners read of it
+    // happened before their decrements, which release; increments in between continue the release sequence.
+    const UInt32_t count = static_cast<UInt32_t>(__atomic_load_n(&refs, __ATOMIC_ACQUIRE));
     return incorporate_bias ? count - bias : count;
 }
 
