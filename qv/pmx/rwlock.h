@@ -15,9 +15,11 @@ QV_BEGIN_C
  * A reader-writer lock, held by value. Copy `qv_si_rwlock_empty_lock_extern` into the record before
  * `qv_si_rw_init`, and do not copy it after.
  *
- * Policy: a waiting writer holds back new readers. When a writer leaves, the readers that came to
- * wait meanwhile go in together, ahead of the next writer; so neither side starves. The lock knows
- * how many hold it and not who: a thread that takes it twice may wait for itself.
+ * Policy: a waiting writer holds back new readers. When a writer releases the lock, all waiting readers
+ * acquire it together, before the next writer. Waiting writers acquire it in the order of their arrival. A
+ * running writer may overtake a writer that is just being woken; but the lock is handed to the first waiting
+ * writer at the first release, and again whenever 100 microseconds have passed. So no thread starves. The
+ * lock counts its holders and does not know them: a thread that acquires it twice may wait for itself.
  *
  * Every function gives EINVAL for a lock that is at rest: not yet made, or destroyed.
  */
@@ -46,6 +48,12 @@ DALNIM_API qv_err_t qv_si_rw_rdlock(si_rwlock_t* lock) QV_NOEXCEPT;
 
 /** Takes exclusive access; waits without limit. */
 DALNIM_API qv_err_t qv_si_rw_wrlock(si_rwlock_t* lock) QV_NOEXCEPT;
+
+/** Acquires shared access if that takes no waiting. EBUSY if a writer holds the lock or waits for it. */
+DALNIM_API qv_err_t qv_si_rw_tryrdlock(si_rwlock_t* lock) QV_NOEXCEPT;
+
+/** Acquires exclusive access if that takes no waiting. EBUSY if the lock is held. */
+DALNIM_API qv_err_t qv_si_rw_trywrlock(si_rwlock_t* lock) QV_NOEXCEPT;
 
 /** Ends the caller's access of either kind. EPERM when nobody holds the lock. */
 DALNIM_API qv_err_t qv_si_rw_unlock(si_rwlock_t* lock) QV_NOEXCEPT;

@@ -3,6 +3,7 @@
 
 #include <qv/pmx/api.h>
 #include <qv/pmx/rwlock.h>
+#include <qv/pmx/types.h>
 #include <qv/rtlapi/RX_Exception.hpp>
 
 /**
@@ -20,7 +21,7 @@ public:
     }
     RX_RWLock(const RX_RWLock&) = delete;
     RX_RWLock& operator=(const RX_RWLock&) = delete;
-    /** Raises RX_Exception with EBUSY when the lock is held. */
+    /** Raises RX_Exception with EBUSY when the lock is held. The object is destroyed all the same. */
     virtual ~RX_RWLock() noexcept(false);
 
     /** Takes shared access; waits without limit. */
@@ -33,6 +34,11 @@ public:
     {
         RX_Check(qv_si_rw_wrlock(&_lock));
     }
+    /** Acquires shared access if that takes no waiting: 1 on success, 0 if a writer holds the lock or waits.
+     */
+    qv_bool_t tryRdlock() const;
+    /** Acquires exclusive access if that takes no waiting: 1 on success, 0 if the lock is held. */
+    qv_bool_t tryWrlock() const;
     /** Ends access of either kind. */
     void unlock() const
     {

@@ -178,7 +178,6 @@ TEST_F(ReaderWriterLockTest, ServesOneHolderForBothKinds)
 TEST(ReaderWriterLockDeathTest, IsDestroyedLockedWithoutAWord)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    // In a process of its own: what the system keeps of a lock that is held is lost.
     EXPECT_EXIT(
         {
             {

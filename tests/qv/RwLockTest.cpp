@@ -120,6 +120,108 @@ TEST_F(RwLock, ReadersThatWaitForAWriterGoAheadOfTheNextOne)
     EXPECT_EQ(readersBeforeWriter, 2);
 }
 
+TEST_F(RwLock, AWriterThatUnlocksAndLocksAgainGoesAfterTheOneThatWaits)
+{
+    for (int round = 0; round < 200; ++round) {
+        std::atomic<bool> hasWritten{false};
+        ASSERT_EQ(qv_si_rw_wrlock(&lock), 0);
+        Caller writer([&] {
+            EXPECT_EQ(qv_si_rw_wrlock(&lock), 0);
+            hasWritten = true;
+            EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+        });
+        ASSERT_TRUE(writer.awaitAsleep());
+        EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+        EXPECT_EQ(qv_si_rw_wrlock(&lock), 0);
+        EXPECT_TRUE(hasWritten) << "in round " << round;
+        EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+    }
+}
+
+TEST_F(RwLock, AReaderThatLeavesAndWritesGoesAfterTheWriterThatWaits)
+{
+    for (int round = 0; round < 200; ++round) {
+        std::atomic<bool> hasWritten{false};
+        ASSERT_EQ(qv_si_rw_rdlock(&lock), 0);
+        Caller writer([&] {
+            EXPECT_EQ(qv_si_rw_wrlock(&lock), 0);
+            hasWritten = true;
+            EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+        });
+        ASSERT_TRUE(writer.awaitAsleep());
+        EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+        EXPECT_EQ(qv_si_rw_wrlock(&lock), 0);
+        EXPECT_TRUE(hasWritten) << "in round " << round;
+        EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+    }
+}
+
+TEST_F(RwLock, WritersThatNeverPauseDoNotStarveAnother)
+{
+    std::atomic<bool> isOver{false};
+    std::atomic<long> written{0};
+    const auto writeOn = [&] {
+        while (!isOver) {
+            EXPECT_EQ(qv_si_rw_wrlock(&lock), 0);
+            ++written;
+            EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+        }
+    };
+    {
+        Caller first(writeOn);
+        Caller second(writeOn);
+        while (written < 1000) {
+            std::this_thread::yield();
+        }
+        for (int i = 0; i < 100; ++i) {
+            EXPECT_EQ(qv_si_rw_wrlock(&lock), 0);
+            EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+            EXPECT_EQ(qv_si_rw_rdlock(&lock), 0);
+            EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+        }
+        isOver = true;
+    }
+    EXPECT_EQ(qv_si_rw_unlock(&lock), 1) << "it is free";
+}
+
+TEST_F(RwLock, WritersGoInTheOrderOfTheirArrival)
+{
+    std::vector<int> order;
+    ASSERT_EQ(qv_si_rw_wrlock(&lock), 0);
+    std::vector<std::unique_ptr<Caller>> writers;
+    for (int number = 0; number < 6; ++number) {
+        writers.push_back(std::make_unique<Caller>([this, &order, number] {
+            EXPECT_EQ(qv_si_rw_wrlock(&lock), 0);
+            order.push_back(number);
+            EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+        }));
+        ASSERT_TRUE(writers.back()->awaitAsleep());
+    }
+    EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+    writers.clear();
+    EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), order);
+}
+
+TEST_F(RwLock, AttemptsThatWouldWaitAreRefused)
+{
+    ASSERT_EQ(qv_si_rw_tryrdlock(&lock), 0);
+    EXPECT_EQ(qv_si_rw_tryrdlock(&lock), 0);
+    EXPECT_EQ(qv_si_rw_trywrlock(&lock), 16);
+    EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+    Caller writer([this] {
+        EXPECT_EQ(qv_si_rw_wrlock(&lock), 0);
+        EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+    });
+    ASSERT_TRUE(writer.awaitAsleep());
+    EXPECT_EQ(qv_si_rw_tryrdlock(&lock), 16) << "a writer waits";
+    EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+    writer.join();
+    EXPECT_EQ(qv_si_rw_trywrlock(&lock), 0);
+    EXPECT_EQ(qv_si_rw_trywrlock(&lock), 16);
+    EXPECT_EQ(qv_si_rw_tryrdlock(&lock), 16);
+    EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+}
+
 TEST_F(RwLock, TheSoleReaderIsUpgraded)
 {
     ASSERT_EQ(qv_si_rw_rdlock(&lock), 0);
@@ -301,6 +403,8 @@ TEST(RwLockAtRest, CannotBeUsed)
     si_rwlock_t lock = qv_si_rwlock_empty_lock_extern;
     EXPECT_EQ(qv_si_rw_rdlock(&lock), 22);
     EXPECT_EQ(qv_si_rw_wrlock(&lock), 22);
+    EXPECT_EQ(qv_si_rw_tryrdlock(&lock), 22);
+    EXPECT_EQ(qv_si_rw_trywrlock(&lock), 22);
     EXPECT_EQ(qv_si_rw_unlock(&lock), 22);
     EXPECT_EQ(qv_si_rw_upgrade(&lock), 22);
     EXPECT_EQ(qv_si_rw_destroy(&lock), 22);

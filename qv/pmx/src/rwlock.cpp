@@ -2,11 +2,13 @@
 
 #include <atomic>
 #include <cerrno>
+#include <ctime>
 #include <new>
 
 #include <pthread.h>
 
 #include <qv/pmx/src/perturb.hpp>
+#include <qv/pmx/src/rwlock.hpp>
 
 namespace {
 
@@ -56,11 +58,47 @@ private:
     int _previous;
 };
 
+/** Microseconds since an arbitrary start. */
+si_int64_t now()
+{
+    timespec time = {};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<si_int64_t>(time.tv_sec) * 1000000 + time.tv_nsec / 1000;
+}
+
+/** The wait node of a writer, on the stack of its thread. Guarded by the mutex of the lock. */
+struct WaitingWriter
+{
+    WaitingWriter() = default;
+    WaitingWriter(const WaitingWriter&) = delete;
+    WaitingWriter& operator=(const WaitingWriter&) = delete;
+    ~WaitingWriter()
+    {
+        pthread_cond_destroy(&turn);
+    }
+
+    WaitingWriter* next = nullptr;
+    /** The lock is this writer's. */
+    bool isAdmitted = false;
+    pthread_cond_t turn = PTHREAD_COND_INITIALIZER;
+};
+
 /**
- * The lock itself. As long as nobody waits, one exchange of `_state` takes or gives access. QUEUED
- * stands while somebody waits; from then on access is taken and given under `_mutex`, and whoever
- * leaves last hands the lock over: those who are woken own it already, and nobody gets in between.
- * Without a WRITER, QUEUED means that there is a waiting writer.
+ * The lock itself. As long as no thread waits, one exchange of `_state` acquires or releases access. QUEUED
+ * is set while threads wait; access is then acquired and released under `_mutex`. The last thread that
+ * releases it admits the next waiter: a thread that is admitted owns the lock already, and no other thread
+ * can overtake it.
+ *
+ * To admit a sleeping writer each time would make every access last as long as it takes to wake a thread. So
+ * writers are admitted only HAND_OVER_INTERVAL after the last time. In between the lock is left free, with
+ * QUEUED as its state: the first waiting writer is woken to acquire it, and a running writer may be faster.
+ * It gets the lock at the latest by the first release after the interval.
+ *
+ * Memory order. Each acquisition reads `_state` by an acquiring exchange, or is handed over under `_mutex`. A
+ * release without the mutex is a releasing exchange, and every change of `_state` without the mutex is an
+ * exchange too, so a release sequence ends only at a store of a thread that holds the mutex. That thread has
+ * acquired what was released before: the waiter that set QUEUED did, by an acquiring exchange under the same
+ * mutex, and later releases hold the mutex themselves. The relaxed loads only supply the value to compare.
  */
 class ReaderWriterLock
 {
@@ -70,7 +108,6 @@ public:
     ReaderWriterLock& operator=(const ReaderWriterLock&) = delete;
     ~ReaderWriterLock()
     {
-        pthread_cond_destroy(&_writerTurn);
         pthread_cond_destroy(&_readerTurn);
         pthread_mutex_destroy(&_mutex);
     }
@@ -80,7 +117,26 @@ public:
         return _state.load(std::memory_order_acquire) != 0;
     }
 
+    /** Whether threads wait for the lock. */
+    bool isAwaited()
+    {
+        const Guard guard(_mutex);
+        return (_state.load(std::memory_order_acquire) & QUEUED) != 0;
+    }
+
     qv_err_t lockShared()
+    {
+        const qv_err_t status = tryLockShared();
+        return status == EBUSY ? waitShared() : status;
+    }
+
+    qv_err_t lockExclusive()
+    {
+        return tryLockExclusive() == 0 ? 0 : waitExclusive();
+    }
+
+    /** EBUSY if a writer holds the lock or waits for it. */
+    qv_err_t tryLockShared()
     {
         si_uint32_t state = _state.load(std::memory_order_relaxed);
         while ((state & (WRITER | QUEUED)) == 0) {
@@ -93,10 +149,11 @@ public:
                 return 0;
             }
         }
-        return waitShared();
+        return EBUSY;
     }
 
-    qv_err_t lockExclusive()
+    /** EBUSY if the lock is held. */
+    qv_err_t tryLockExclusive()
     {
         si_uint32_t free = 0;
         qv::perturb();
@@ -104,7 +161,7 @@ public:
                                            std::memory_order_relaxed)) {
             return 0;
         }
-        return waitExclusive();
+        return EBUSY;
     }
 
     qv_err_t unlock()
@@ -121,9 +178,7 @@ public:
                 return 0;
             }
         }
-        // The caller's own access keeps the waiting ones waiting, and QUEUED set.
-        handOver();
-        return 0;
+        return handOver();
     }
 
     qv_err_t upgrade()
@@ -164,7 +219,7 @@ private:
             }
         }
 
-        // All readers that wait are let in at once: a change of the number is the sign.
+        // All waiting readers are admitted together; a change of the number tells them.
         ++_waitingReaders;
         const si_uint32_t admission = _readerAdmission;
         while (admission == _readerAdmission) {
@@ -180,9 +235,9 @@ private:
 
         si_uint32_t state = _state.load(std::memory_order_relaxed);
         for (;;) {
-            if (state == 0) {
+            if ((state & (WRITER | READERS)) == 0) {
                 qv::perturb();
-                if (_state.compare_exchange_weak(state, WRITER, std::memory_order_acquire,
+                if (_state.compare_exchange_weak(state, state | WRITER, std::memory_order_acquire,
                                                  std::memory_order_relaxed)) {
                     return 0;
                 }
@@ -192,20 +247,30 @@ private:
             }
         }
 
-        ++_waitingWriters;
-        while (_writerAdmissions == 0) {
-            pthread_cond_wait(&_writerTurn, &_mutex);
+        WaitingWriter self;
+        *_lastWriter = &self;
+        _lastWriter = &self.next;
+        for (;;) {
+            pthread_cond_wait(&self.turn, &_mutex);
+            if (!self.isAdmitted && _firstWriter == &self
+                && _state.load(std::memory_order_acquire) == QUEUED) {
+                admit(self);
+            }
+            if (self.isAdmitted) {
+                return 0;
+            }
         }
-        --_writerAdmissions;
-        return 0;
     }
 
-    /** Unlocks while somebody waits. */
-    void handOver()
+    /** Unlocks while threads wait. EPERM if no thread holds the lock. */
+    qv_err_t handOver()
     {
         const Guard guard(_mutex);
         // Acquires what readers that left without the mutex did, for the writer that comes next.
         const si_uint32_t state = _state.load(std::memory_order_acquire);
+        if ((state & (WRITER | READERS)) == 0) {
+            return EPERM;
+        }
         const bool wasWriter = (state & WRITER) != 0;
         const si_uint32_t readersLeft = wasWriter ? 0 : (state & READERS) - 1;
 
@@ -214,8 +279,9 @@ private:
         } else if (wasWriter && _waitingReaders != 0) {
             admitReaders();
         } else {
-            admitWriter();
+            passToWriter();
         }
+        return 0;
     }
 
     void admitReaders()
@@ -227,28 +293,50 @@ private:
         pthread_cond_broadcast(&_readerTurn);
     }
 
-    void admitWriter()
+    /** Admits the first waiting writer, or wakes it to try. The lock is free. */
+    void passToWriter()
     {
-        --_waitingWriters;
-        ++_writerAdmissions;
+        WaitingWriter& first = *_firstWriter;
+        const si_int64_t time = now();
+        if (time >= _nextHandOver) {
+            _nextHandOver = time + HAND_OVER_INTERVAL;
+            admit(first);
+        } else {
+            _state.store(QUEUED, std::memory_order_release);
+        }
+        pthread_cond_signal(&first.turn);
+    }
+
+    /** Makes the first waiting writer the owner of the lock, which is free. */
+    void admit(WaitingWriter& first)
+    {
+        _firstWriter = first.next;
+        if (_firstWriter == nullptr) {
+            _lastWriter = &_firstWriter;
+        }
+        first.isAdmitted = true;
         _state.store(WRITER | queuedFlag(), std::memory_order_release);
-        pthread_cond_signal(&_writerTurn);
     }
 
     si_uint32_t queuedFlag() const
     {
-        return _waitingReaders != 0 || _waitingWriters != 0 ? QUEUED : 0;
+        return _waitingReaders != 0 || _firstWriter != nullptr ? QUEUED : 0;
     }
+
+    /** In microseconds. Longer than it takes to wake a thread, shorter than any wait that is noticed. */
+    static constexpr si_int64_t HAND_OVER_INTERVAL = 100;
 
     std::atomic<si_uint32_t> _state{0};
     pthread_mutex_t _mutex = PTHREAD_MUTEX_INITIALIZER;
-    // The rest is guarded by _mutex.
+    // The members below are guarded by _mutex.
     pthread_cond_t _readerTurn = PTHREAD_COND_INITIALIZER;
-    pthread_cond_t _writerTurn = PTHREAD_COND_INITIALIZER;
     si_uint32_t _waitingReaders = 0;
-    si_uint32_t _waitingWriters = 0;
     si_uint32_t _readerAdmission = 0;
-    si_uint32_t _writerAdmissions = 0;
+    /** Waiting writers, in the order of their arrival, and where the next one is linked. */
+    WaitingWriter* _firstWriter = nullptr;
+    WaitingWriter** _lastWriter = &_firstWriter;
+    /** When a writer is admitted again, by now(). */
+    si_int64_t _nextHandOver = 0;
 };
 
 /** The live lock of a record, null when the record is at rest. */
@@ -303,6 +391,18 @@ qv_err_t qv_si_rw_wrlock(si_rwlock_t* lock) noexcept
     return live != nullptr ? live->lockExclusive() : EINVAL;
 }
 
+qv_err_t qv_si_rw_tryrdlock(si_rwlock_t* lock) noexcept
+{
+    ReaderWriterLock* const live = liveLock(lock);
+    return live != nullptr ? live->tryLockShared() : EINVAL;
+}
+
+qv_err_t qv_si_rw_trywrlock(si_rwlock_t* lock) noexcept
+{
+    ReaderWriterLock* const live = liveLock(lock);
+    return live != nullptr ? live->tryLockExclusive() : EINVAL;
+}
+
 qv_err_t qv_si_rw_unlock(si_rwlock_t* lock) noexcept
 {
     ReaderWriterLock* const live = liveLock(lock);
@@ -313,4 +413,13 @@ qv_err_t qv_si_rw_upgrade(si_rwlock_t* lock) noexcept
 {
     ReaderWriterLock* const live = liveLock(lock);
     return live != nullptr ? live->upgrade() : EINVAL;
+}
+
+void qv::abandon(si_rwlock_t& lock) noexcept
+{
+    ReaderWriterLock* const live = liveLock(&lock);
+    lock = qv_si_rwlock_empty_lock_extern;
+    if (live != nullptr && !live->isAwaited()) {
+        delete live;
+    }
 }
