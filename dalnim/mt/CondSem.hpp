@@ -40,6 +40,27 @@ public:
     /** One attempt at the lock that does not block; true when it was got. */
     bool request() const;
 
+    /** @name Standard locks */
+    /** @{ */
+    /**
+     * For std::lock_guard, std::unique_lock and std::scoped_lock, also of a const lock: acquire(), release()
+     * and request() under the names of the standard. A release that fails in their destructor ends the
+     * process.
+     */
+    void lock() const
+    {
+        acquire();
+    }
+    void unlock() const
+    {
+        release();
+    }
+    bool try_lock() const
+    {
+        return request();
+    }
+    /** @} */
+
     /** Wakes one waiter. */
     void signal() const;
     /** Wakes all waiters. */

@@ -34,6 +34,27 @@ public:
     /** One attempt that does not block; true when the lock was got. */
     bool request() const noexcept;
 
+    /** @name Standard locks */
+    /** @{ */
+    /**
+     * For std::lock_guard, std::unique_lock and std::scoped_lock, also of a const lock: acquire(), release()
+     * and request() under the names of the standard. A release that fails in their destructor ends the
+     * process.
+     */
+    void lock() const
+    {
+        acquire();
+    }
+    void unlock() const
+    {
+        release();
+    }
+    bool try_lock() const noexcept
+    {
+        return request();
+    }
+    /** @} */
+
 private:
     mutable si_mutex_t _mu;
 };

@@ -7,7 +7,8 @@ namespace com::kor::dal::nim::mt {
 
 /**
  * The scoped owner of a lock that is already acquired: `MutexHolder<T> holder(lock.acquire())`.
- * It never acquires anything. Copy and assignment hand the lock over and empty their source. A
+ * It never acquires anything: `MutexHolder<T> holder(lock)` compiles and locks nothing. To lock for a scope,
+ * use `std::lock_guard guard(lock)`. Copy and assignment hand the lock over and empty their source. A
  * holder assigned to itself releases its lock and is empty. A holder belongs to one thread at a time.
  *
  * What releases, save the destructor, lets the failure of the lock's release() through and then

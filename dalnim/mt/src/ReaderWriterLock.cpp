@@ -55,6 +55,20 @@ void ReaderWriterLock::release() const
     translated("release()", CLASS_NAME, __LINE__, [this] { lockOf(rep).unlock(); });
 }
 
+bool ReaderWriterLock::try_lock() const
+{
+    bool isAcquired = false;
+    translated("try_lock()", CLASS_NAME, __LINE__, [&] { isAcquired = lockOf(rep).tryWrlock() != 0; });
+    return isAcquired;
+}
+
+bool ReaderWriterLock::try_lock_shared() const
+{
+    bool isAcquired = false;
+    translated("try_lock_shared()", CLASS_NAME, __LINE__, [&] { isAcquired = lockOf(rep).tryRdlock() != 0; });
+    return isAcquired;
+}
+
 bool ReaderWriterLock::release(const std::nothrow_t&) const noexcept
 {
     try {
