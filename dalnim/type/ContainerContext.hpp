@@ -4,13 +4,15 @@
 #include <dalnim/mem/RefCntObjectRef.hpp>
 #include <dalnim/type/Context.hpp>
 
-#include <atomic>
 #include <map>
+#include <memory>
+#include <mutex>
 
 namespace com::kor::dal::nim::type {
 
 class ContextSnapshot;
-class SharedContent;
+class EntryList;
+class SharedEntries;
 
 /**
  * A context that contains other objects, filed under content keys.
@@ -73,24 +75,27 @@ private:
 
     typedef std::map<UInt32_t, mem::RefCntObjectRef> Content;
 
-    bool file(UInt32_t cid, const mem::RefCntObjectRef& ref);
-    /** Replaces the content by what a snapshot duplicated; the old content goes as by clearContent(). */
-    void inherit(ContextSnapshot&& snapshot) noexcept;
-    SharedContent* shareContent() const;
-    SharedContent* findShared() const;
-    SharedContent* cloneContent() const;
-    void unpack() const;
-    void partWithHeirs() noexcept;
+    bool insert(UInt32_t cid, const mem::RefCntObjectRef& ref);
+    void adopt(std::shared_ptr<const EntryList> entries) noexcept;
+    void materialize() const;
+    std::shared_ptr<const SharedEntries> snapshot() const;
+    std::shared_ptr<const SharedEntries> sharedSnapshot() const;
+    std::shared_ptr<const SharedEntries> clonedSnapshot() const;
+    std::shared_ptr<const EntryList> shareableEntries() const;
+    void detachSnapshot() noexcept;
 
-    /** Empty as long as something inherited stands in its place. */
+    /** Empty while `adopted` is set. */
     mutable Content content;
-    /** What was inherited and not looked at since, held with one count, or null. */
-    mutable SharedContent* inherited = nullptr;
     /**
-     * What those share that were given the content as it is now, or null. Made by whoever comes first
-     * of those who read this context, which may be several.
+     * What this context adopted from a snapshot and did not look at since, or null. This context owns one
+     * reference to each entry.
      */
-    mutable std::atomic<SharedContent*> handedOn{nullptr};
+    mutable std::shared_ptr<const EntryList> adopted;
+    /** The snapshot of the content as it is now, while tasks hold it. Several threads may read this context.
+     */
+    mutable std::weak_ptr<const SharedEntries> cachedSnapshot;
+    /** Guards `cachedSnapshot`. Not waited for: a thread that finds it locked makes a snapshot of its own. */
+    mutable std::mutex cacheLock;
 };
 
 /** A counted reference to a context with content. */

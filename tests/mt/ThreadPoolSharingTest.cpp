@@ -11,7 +11,8 @@
 
 #include "Work.hpp"
 
-// The context that many tasks have in common is duplicated but once, which nobody is to notice.
+// Queued tasks of one submitter share one snapshot of its context. Lifetimes and counts of the entries are
+// those of one reference for all queued tasks, and one for each running task.
 
 namespace {
 
@@ -180,6 +181,157 @@ TEST_F(ThreadPoolSharing, CountsForEachThatLooks)
     pool.shutdown(true);
     EXPECT_EQ(before + 1, seen);
     EXPECT_EQ(before, object->refCount());
+}
+
+TEST_F(ThreadPoolSharing, QueuedTasksHoldOneReferenceToEachEntry)
+{
+    file(shared);
+    file(other);
+    const RefCntObjectRef object = context->find(shared);
+    occupy();
+    OwnTask tasks[3];
+    for (OwnTask& task : tasks) {
+        EXPECT_TRUE(pool.add(task));
+        EXPECT_EQ(3U, object->refCount()) << "this test, the context, the tasks";
+        EXPECT_EQ(2U, here(other)->refCount());
+    }
+    gate.open();
+    pool.shutdown(true);
+    EXPECT_EQ(2U, object->refCount());
+    EXPECT_EQ(1U, here(other)->refCount());
+}
+
+TEST_F(ThreadPoolSharing, SubmitterIsSoleOwnerAgainWhenNoTaskHoldsTheSnapshot)
+{
+    file(shared);
+    const nim::mem::RefCntObject* const object = here(shared);
+    for (int round = 0; round < 3; ++round) {
+        OwnTask task([&] { EXPECT_EQ(2U, object->refCount()); });
+        EXPECT_TRUE(pool.add(task));
+        while (object->refCount() != 1) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(object, here(shared));
+    }
+}
+
+TEST_F(ThreadPoolSharing, RunningTaskHoldsAReferenceOfItsOwnBeforeItLooks)
+{
+    file(shared);
+    const nim::mem::RefCntObject* const object = here(shared);
+    ThreadPool pair(nullptr, 2, 0, 0, 0, 0, 10);
+    Gate entered[2];
+    const auto enter = [&](Gate& mine) {
+        mine.open();
+        gate.pass();
+    };
+    OwnTask first([&] { enter(entered[0]); });
+    OwnTask second([&] { enter(entered[1]); });
+    OwnTask queued;
+    EXPECT_TRUE(pair.add(first));
+    EXPECT_TRUE(pair.add(second));
+    entered[0].pass();
+    entered[1].pass();
+    EXPECT_EQ(3U, object->refCount()) << "the context, the two tasks";
+    EXPECT_TRUE(pair.add(queued));
+    EXPECT_EQ(4U, object->refCount()) << "and the queued one";
+    context->clearContent();
+    EXPECT_EQ(3U, object->refCount());
+    gate.open();
+    pair.shutdown(true);
+    EXPECT_EQ(0, living);
+}
+
+TEST_F(ThreadPoolSharing, LastTaskIsSoleOwnerOfWhatTheSourceGaveUp)
+{
+    file(shared);
+    const nim::mem::RefCntObject* const object = here(shared);
+    occupy();
+    std::uint32_t counts[4] = {0, 0, 0, 0};
+    const auto look = [&](std::uint32_t* count) {
+        count[0] = object->refCount();
+        count[1] = here(shared)->refCount();
+    };
+    OwnTask first([&] { look(counts); });
+    OwnTask second([&] { look(counts + 2); });
+    EXPECT_TRUE(pool.add(first));
+    EXPECT_TRUE(pool.add(second));
+    context->clearContent();
+    gate.open();
+    pool.shutdown(true);
+    EXPECT_EQ(2U, counts[0]) << "its own and that of the queued one";
+    EXPECT_EQ(2U, counts[1]);
+    EXPECT_EQ(1U, counts[2]);
+    EXPECT_EQ(1U, counts[3]);
+    EXPECT_EQ(0, living);
+}
+
+/** Content that its sole owner changes in place. */
+class Version : public nim::mem::RefCntObject
+{
+public:
+    explicit Version(int n) : number(n) {}
+
+    int number;
+};
+
+// The numbers are not synchronised but by the counts: the thread sanitizer is the judge, too.
+TEST_F(ThreadPoolSharing, CopyOnWriteByTheCountLeavesTasksTheirVersion)
+{
+    ThreadPool pair(nullptr, 2, 0, 0, 0, 0, 1000);
+    nim::mem::RcoRef<Version> version(new Version(0));
+    context->add(RefCntObjectRef(version), shared);
+    std::atomic<int> right{0};
+    for (int number = 1; number <= 2000; ++number) {
+        // This test and the context are the only owners, or there are tasks.
+        if (version->refCount() == 2) {
+            version->number = number;
+        } else {
+            context->remove(shared);
+            version = new Version(number);
+            context->add(RefCntObjectRef(version), shared);
+        }
+        const auto check = [&right, this, number] {
+            const ContainerContextRef mine = ContainerContext::current();
+            const auto& seen = dynamic_cast<const Version&>(*mine->find(shared));
+            const bool wasRight = seen.number == number;
+            std::this_thread::yield();
+            right += wasRight && seen.number == number ? 1 : 0;
+        };
+        EXPECT_TRUE(pair.add(new OwnTask(check), true));
+        EXPECT_TRUE(pair.add(new OwnTask(check), true));
+        if (number % 100 == 0) {
+            while (version->refCount() != 2) {
+                std::this_thread::yield();
+            }
+        }
+    }
+    pair.shutdown(true);
+    EXPECT_EQ(4000, right);
+}
+
+// The submitter gives its object up: only the last of the tasks finds itself alone and changes it.
+TEST_F(ThreadPoolSharing, CopyOnWriteByTheCountIsRightAmongTasks)
+{
+    ThreadPool pair(nullptr, 2, 0, 0, 0, 0, 1000);
+    std::atomic<int> right{0};
+    const auto use = [&right, this] {
+        const ContainerContextRef mine = ContainerContext::current();
+        auto& object = const_cast<Version&>(dynamic_cast<const Version&>(*mine->find(shared)));
+        right += object.number == 0 ? 1 : 0;
+        if (object.refCount() == 1) {
+            ++object.number;
+        }
+    };
+    for (int round = 0; round < 1000; ++round) {
+        context->add(RefCntObjectRef(new Version(0)), shared);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_TRUE(pair.add(new OwnTask(use), true));
+        }
+        context->remove(shared);
+    }
+    pair.shutdown(true);
+    EXPECT_EQ(3000, right);
 }
 
 TEST_F(ThreadPoolSharing, GivesEachTaskClonesOfItsOwn)

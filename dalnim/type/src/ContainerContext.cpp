@@ -9,11 +9,12 @@
 #include <dalnim/type/Cloneable.hpp>
 #include <dalnim/type/nsdefs.hpp>
 #include <dalnim/type/src/ContextSnapshot.hpp>
-#include <dalnim/type/src/SharedContent.hpp>
+#include <dalnim/type/src/SharedEntries.hpp>
 #include <qv/pmx/src/perturb.hpp>
 
 #include <cerrno>
 #include <memory>
+#include <utility>
 
 namespace com::kor::dal::nim::type {
 
@@ -46,30 +47,24 @@ mem::RefCntObjectRef cloned(const mem::RefCntObjectRef& ref, bool deep)
     return result;
 }
 
-/**
- * Drops an entry, and what its object's destructor throws. A reference would end the process on that,
- * so the last count is given up by the throwing release.
- */
-void dropQuietly(mem::RefCntObjectRef& ref) noexcept
+/** Releases an entry. Unlike its own destructor, which ends the process, discards the object's exception. */
+class ReleasedEntry : public mem::RefCntObjectRef
 {
-    const mem::RefCntObject* const object = ref.get();
-    if (object == nullptr) {
-        return;
+public:
+    explicit ReleasedEntry(mem::RefCntObjectRef&& ref) noexcept : mem::RefCntObjectRef(std::move(ref)) {}
+    ReleasedEntry(const ReleasedEntry&) = delete;
+    ReleasedEntry& operator=(const ReleasedEntry&) = delete;
+    ~ReleasedEntry()
+    {
+        type::releaseQuietly(std::exchange(rco, nullptr));
     }
-    try {
-        object->acquireRef();
-    } catch (...) {
-        return;
-    }
-    ref.clear();
-    SharedContent::release(object);
-}
+};
 
 template <class Content>
-void dropAll(Content& entries) noexcept
+void releaseAll(Content& entries) noexcept
 {
     for (auto& entry : entries) {
-        dropQuietly(entry.second);
+        const ReleasedEntry released(std::move(entry.second));
     }
 }
 
@@ -89,8 +84,8 @@ ContainerContext::ContainerContext(const ContainerContext& ref)
 ContainerContext& ContainerContext::operator=(const ContainerContext& ref)
 {
     const sys::StackTrack track("operator = ()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    ref.unpack();
-    unpack();
+    ref.materialize();
+    materialize();
     Content duplicate;
     for (const auto& [cid, entry] : ref.content) {
         switch (keyAttributes(cid)) {
@@ -108,10 +103,10 @@ ContainerContext& ContainerContext::operator=(const ContainerContext& ref)
             break;
         }
     }
-    partWithHeirs();
+    detachSnapshot();
     content.swap(duplicate);
     Context::operator=(ref);
-    dropAll(duplicate);
+    releaseAll(duplicate);
     return *this;
 }
 
@@ -132,7 +127,7 @@ bool ContainerContext::add(const mem::RefCntObjectRef& ref, unsigned int cid)
     if (object != nullptr) {
         requireCloneable(*object, attributes, "Content flagged for duplication is not Cloneable.");
     }
-    return file(cid, ref);
+    return insert(cid, ref);
 }
 
 bool ContainerContext::add(const ContextRef& ref)
@@ -143,15 +138,15 @@ bool ContainerContext::add(const ContextRef& ref)
     }
     const UInt32_t cid = ref->key();
     requireCloneable(*ref, keyAttributes(cid), "Context flagged for duplication is not Cloneable.");
-    return file(cid, ref);
+    return insert(cid, ref);
 }
 
-bool ContainerContext::file(UInt32_t cid, const mem::RefCntObjectRef& ref)
+bool ContainerContext::insert(UInt32_t cid, const mem::RefCntObjectRef& ref)
 {
-    unpack();
+    materialize();
     const bool isNew = content.try_emplace(cid, ref).second;
     if (isNew) {
-        partWithHeirs();
+        detachSnapshot();
     }
     return isNew;
 }
@@ -159,7 +154,7 @@ bool ContainerContext::file(UInt32_t cid, const mem::RefCntObjectRef& ref)
 const mem::ConstRefCntObjectRef& ContainerContext::find(unsigned int cid) const
 {
     const sys::StackTrack track("find()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    unpack();
+    materialize();
     const auto entry = content.find(cid);
     return entry != content.end() ? entry->second : NULL_RCO_REF;
 }
@@ -167,7 +162,7 @@ const mem::ConstRefCntObjectRef& ContainerContext::find(unsigned int cid) const
 const mem::RefCntObjectRef& ContainerContext::find(unsigned int cid)
 {
     const sys::StackTrack track("find()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    unpack();
+    materialize();
     const auto entry = content.find(cid);
     return entry != content.end() ? entry->second : NULL_RCO_REF;
 }
@@ -175,11 +170,11 @@ const mem::RefCntObjectRef& ContainerContext::find(unsigned int cid)
 mem::RefCntObjectRef ContainerContext::remove(unsigned int cid)
 {
     const sys::StackTrack track("remove()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    unpack();
+    materialize();
     mem::RefCntObjectRef removed;
     const auto entry = content.find(cid);
     if (entry != content.end()) {
-        partWithHeirs();
+        detachSnapshot();
         removed = std::move(entry->second);
         content.erase(entry);
     }
@@ -189,60 +184,101 @@ mem::RefCntObjectRef ContainerContext::remove(unsigned int cid)
 void ContainerContext::swap(ContainerContext& ref)
 {
     const sys::StackTrack track("swap()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    unpack();
-    ref.unpack();
+    materialize();
+    ref.materialize();
     content.swap(ref.content);
-    // Who shares a content borrows from it, wherever it is.
-    handedOn.store(ref.handedOn.exchange(handedOn.load()));
+    cachedSnapshot.swap(ref.cachedSnapshot);
 }
 
 void ContainerContext::clearContent() noexcept
 {
-    inherit(ContextSnapshot());
+    adopt(nullptr);
 }
 
-void ContainerContext::inherit(ContextSnapshot&& snapshot) noexcept
+/**
+ * Replaces the content by entries, of which this context acquires references of its own. The old content is
+ * released afterwards: destructors of old entries find the new content.
+ */
+void ContainerContext::adopt(std::shared_ptr<const EntryList> entries) noexcept
 {
-    // The new content is there when the old entries go, which may look.
-    SharedContent* const dropped = inherited;
-    inherited = snapshot.content;
-    snapshot.content = nullptr;
+    if (entries != nullptr) {
+        entries->acquire();
+    }
+    adopted.swap(entries);
     if (!content.empty()) {
-        partWithHeirs();
-        Content dying;
-        dying.swap(content);
-        dropAll(dying);
-    }
-    if (dropped != nullptr) {
-        dropped->drop();
+        Content replaced;
+        replaced.swap(content);
+        detachSnapshot();
+        releaseAll(replaced);
+    } else if (entries != nullptr) {
+        detachSnapshot();
+        entries->release();
     }
 }
 
-/** A duplicate of the content, held with one count for the caller; null when there is none to share. */
-SharedContent* ContainerContext::shareContent() const
+/** Moves adopted entries to the content, where they have addresses. */
+void ContainerContext::materialize() const
 {
-    if (content.empty() && inherited == nullptr) {
+    if (adopted == nullptr) {
+        return;
+    }
+    Content entries;
+    for (const EntryList::Entry& entry : adopted->entries()) {
+        entries.emplace_hint(entries.end(), entry.cid,
+                             mem::RefCntObjectRef::unconst(mem::ConstRefCntObjectRef(entry.object)));
+    }
+    content.swap(entries);
+    adopted->release();
+    adopted.reset();
+}
+
+/** A duplicate of the content, with references of its own; null if there are no entries. */
+std::shared_ptr<const SharedEntries> ContainerContext::snapshot() const
+{
+    if (content.empty() && adopted == nullptr) {
         return nullptr;
     }
-    if (SharedContent* const shared = findShared()) {
-        shared->hold();
+    if (auto shared = sharedSnapshot()) {
         return shared;
     }
-    return content.empty() ? nullptr : cloneContent();
+    return clonedSnapshot();
 }
 
-/** What can be held in common; null when there is nothing, or each is to have clones of its own. */
-SharedContent* ContainerContext::findShared() const
+/**
+ * The snapshot that the tasks of this submitter share until this context changes; null if entries must be
+ * cloned for each task. The cache owns no references: the last task that releases the snapshot ends it.
+ */
+std::shared_ptr<const SharedEntries> ContainerContext::sharedSnapshot() const
 {
-    if (inherited != nullptr && inherited->isForAll()) {
-        return inherited;
+    {
+        const std::unique_lock<std::mutex> lock(cacheLock, std::try_to_lock);
+        if (lock) {
+            if (auto cached = cachedSnapshot.lock()) {
+                return cached;
+            }
+        }
     }
-    unpack();
-    SharedContent* shared = handedOn.load(std::memory_order_acquire);
-    if (shared != nullptr || content.empty()) {
-        return shared;
+    qv::perturb();
+    auto entries = shareableEntries();
+    if (entries == nullptr) {
+        return nullptr;
     }
-    SharedContent::Entries entries;
+    auto made = std::make_shared<const SharedEntries>(std::move(entries));
+    const std::unique_lock<std::mutex> lock(cacheLock, std::try_to_lock);
+    if (lock) {
+        cachedSnapshot = made;
+    }
+    return made;
+}
+
+/** The entries of a duplicate, if it shares them all; null if entries must be cloned. */
+std::shared_ptr<const EntryList> ContainerContext::shareableEntries() const
+{
+    if (adopted != nullptr && adopted->isShareable()) {
+        return adopted;
+    }
+    materialize();
+    EntryList::Entries entries;
     entries.reserve(content.size());
     for (const auto& [cid, entry] : content) {
         const UInt32_t attributes = keyAttributes(cid);
@@ -253,57 +289,34 @@ SharedContent* ContainerContext::findShared() const
             entries.push_back({cid, entry.get()});
         }
     }
-    auto made = std::make_unique<SharedContent>(std::move(entries));
-    qv::perturb();
-    if (!handedOn.compare_exchange_strong(shared, made.get(), std::memory_order_acq_rel)) {
-        return shared;
-    }
-    return made.release();
+    return std::make_shared<const EntryList>(std::move(entries), true);
 }
 
-/** A duplicate with clones of its own. */
-SharedContent* ContainerContext::cloneContent() const
+/** A snapshot for one task, with clones of its own. */
+std::shared_ptr<const SharedEntries> ContainerContext::clonedSnapshot() const
 {
     const sys::internal::CurrentContextRef copy(new sys::internal::CurrentContext(*this));
-    const Content& cloned = static_cast<const ContainerContext&>(*copy).content;
-    SharedContent::Entries entries;
-    entries.reserve(cloned.size());
-    for (const auto& [cid, entry] : cloned) {
+    const Content& duplicate = static_cast<const ContainerContext&>(*copy).content;
+    EntryList::Entries entries;
+    entries.reserve(duplicate.size());
+    for (const auto& [cid, entry] : duplicate) {
         entries.push_back({cid, entry.get()});
     }
-    return SharedContent::forOne(std::move(entries)).release();
+    return std::make_shared<const SharedEntries>(
+        std::make_shared<const EntryList>(std::move(entries), false));
 }
 
-/** Files what was inherited, before anybody looks. */
-void ContainerContext::unpack() const
+/** The content changes: tasks that are added afterwards get a new snapshot. */
+void ContainerContext::detachSnapshot() noexcept
 {
-    if (inherited == nullptr) {
-        return;
-    }
-    Content unpacked;
-    for (const SharedContent::Entry& entry : inherited->entries()) {
-        unpacked.emplace_hint(unpacked.end(), entry.cid,
-                              mem::RefCntObjectRef::unconst(mem::ConstRefCntObjectRef(entry.object)));
-    }
-    content.swap(unpacked);
-    SharedContent* const packed = inherited;
-    inherited = nullptr;
-    packed->drop();
-}
-
-/** Makes those independent who share what is about to change. */
-void ContainerContext::partWithHeirs() noexcept
-{
-    if (SharedContent* const shared = handedOn.exchange(nullptr, std::memory_order_acq_rel)) {
-        shared->makeIndependent();
-    }
+    cachedSnapshot.reset();
 }
 
 ContainerContextRef ContainerContext::current()
 {
     const sys::StackTrack track("current()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     ContainerContextRef context = sys::internal::ThreadState::current().contextRef;
-    context->unpack();
+    context->materialize();
     return context;
 }
 

@@ -3,24 +3,24 @@
 #include <dalnim/type/src/ContextSnapshot.hpp>
 
 #include <dalnim/type/ContainerContext.hpp>
-#include <dalnim/type/src/SharedContent.hpp>
-
-#include <utility>
+#include <dalnim/type/src/SharedEntries.hpp>
+#include <qv/pmx/src/perturb.hpp>
 
 namespace com::kor::dal::nim::type {
 
-ContextSnapshot::ContextSnapshot(const ContainerContext& source) : content(source.shareContent()) {}
+ContextSnapshot::ContextSnapshot(const ContainerContext& source) : shared(source.snapshot()) {}
 
-ContextSnapshot::~ContextSnapshot()
+ContextSnapshot::~ContextSnapshot() = default;
+
+void ContextSnapshot::giveTo(ContainerContext& target) noexcept
 {
-    if (content != nullptr) {
-        content->drop();
+    if (shared == nullptr) {
+        target.clearContent();
+        return;
     }
-}
-
-void ContextSnapshot::giveTo(ContainerContext& heir) noexcept
-{
-    heir.inherit(std::move(*this));
+    target.adopt(shared->list());
+    qv::perturb();
+    shared.reset();
 }
 
 }

@@ -1,41 +1,39 @@
 #ifndef DALNIM_TYPE_SRC_CONTEXTSNAPSHOT_HPP
 #define DALNIM_TYPE_SRC_CONTEXTSNAPSHOT_HPP
 
+#include <memory>
+
 namespace com::kor::dal::nim::type {
 
 class ContainerContext;
-class SharedContent;
+class SharedEntries;
 
 /**
- * The duplicate of a context on its way to the thread that is to inherit it. It follows the same rules
- * as a copy: what is to be cloned is cloned here, by the thread that reads the source; what is shared
- * or left behind takes a single count.
+ * The duplicate of a context on its way to the thread that adopts it. It follows the rules of a copy: content
+ * that its key demands to clone is cloned here, by the thread that reads the source. Content that is shared
+ * is referenced once for all snapshots of the same, unchanged source.
  *
- * It belongs to one thread at a time.
+ * A snapshot belongs to one thread at a time.
  */
 class ContextSnapshot
 {
 public:
-    /** Duplicates nothing. */
-    ContextSnapshot() noexcept : content(nullptr) {}
     /** Duplicates `source`. Throws as the assignment of a ContainerContext does. */
     explicit ContextSnapshot(const ContainerContext& source);
-    ContextSnapshot(ContextSnapshot&& other) noexcept : content(other.content)
-    {
-        other.content = nullptr;
-    }
+    ContextSnapshot(ContextSnapshot&&) noexcept = default;
     ContextSnapshot& operator=(ContextSnapshot&&) = delete;
-    /** What nobody inherited goes as by ContainerContext::clearContent(). */
+    /** Releases what no context adopted; exceptions of destructors are discarded. */
     ~ContextSnapshot();
 
-    /** Makes it the content of `heir`, whose old content goes as by clearContent(); empty from then on. */
-    void giveTo(ContainerContext& heir) noexcept;
+    /**
+     * Makes the duplicate the content of `target`, with references of its own; the old content of `target` is
+     * released as by clearContent(). The snapshot is empty afterwards.
+     */
+    void giveTo(ContainerContext& target) noexcept;
 
 private:
-    friend class ContainerContext;
-
-    /** Held with one count; null for no entries. */
-    SharedContent* content;
+    /** Null for no entries. */
+    std::shared_ptr<const SharedEntries> shared;
 };
 
 }
