@@ -22,13 +22,20 @@ public:
     ~RX_ClosureSync_() noexcept(false) override;
 
     /**
-     * Makes the call, keeps what it throws, and marks the closure as done in all cases. When the call
-     * ends the thread, those who wait receive an RX_ExFatal with ECANCELED.
+     * Makes the call, keeps what it throws, and marks the closure as done in all cases. If the call ends
+     * the thread, by pthread_exit or cancellation, waiting threads receive an RX_ExFatal with ECANCELED,
+     * unless the call has marked the closure as done itself.
      */
     void apply() override;
 
     /** Wakes those who wait: the call has ended. */
     virtual void markDone();
+
+    /**
+     * In a handler: keeps the current exception as if the call had thrown it, and marks the closure as
+     * done. For a closure that will never be applied.
+     */
+    void failWithCurrentException();
 
     /** Waits without limit until the call has ended; then raises what left it, if anything did. */
     void waitForCompletion();
@@ -43,6 +50,7 @@ protected:
 
 private:
     virtual void call_() = 0;
+    void endFromWithin();
     void raise() const;
 
     Construction _construction{*this};

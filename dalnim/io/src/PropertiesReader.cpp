@@ -5,14 +5,13 @@
 #include <dalnim/io/src/PropertiesText.hpp>
 #include <qv/rtlapi/RX_Filespec.hpp>
 #include <qv/rtlapi/RX_String.hpp>
+#include <qv/rtlapi/src/userCode.hpp>
 
 #include <algorithm>
 #include <cstring>
 #include <new>
 #include <stdexcept>
 #include <string>
-
-#include <cxxabi.h>
 
 DALNIM_USES_RTLAPI
 
@@ -90,10 +89,8 @@ bool PropertiesReader::readLine()
         return static_cast<bool>(std::getline(input, line));
     } catch (const std::bad_alloc&) {
         throw;
-    } catch (const abi::__forced_unwind&) {
-        throw;
     } catch (...) {
-        if ((raised & std::ios_base::badbit) != 0 || !input.bad()) {
+        if (qv::isThreadEnding() || (raised & std::ios_base::badbit) != 0 || !input.bad()) {
             throw;
         }
         return false;

@@ -8,6 +8,8 @@
 #include <ctime>
 
 #include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -45,7 +47,9 @@ void qv::perturb() noexcept
     const std::uint64_t number = next();
     if (number % SLEEP_ONCE_IN == 0) {
         const timespec nap = {0, static_cast<long>(next() % MAX_SLEEP_NS)};
-        nanosleep(&nap, nullptr);
+        // The call itself, since nanosleep() is a cancellation point, and the places that are perturbed are
+        // none.
+        syscall(SYS_nanosleep, &nap, nullptr);
     } else if (number % YIELD_ONCE_IN == 0) {
         sched_yield();
     }

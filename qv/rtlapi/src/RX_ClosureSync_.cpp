@@ -8,7 +8,7 @@
 #include <qv/rtlapi/RX_ExFatal.hpp>
 #include <qv/rtlapi/RX_ExWarning.hpp>
 #include <qv/rtlapi/RX_Locked_.hpp>
-#include <qv/rtlapi/src/detached.hpp>
+#include <qv/rtlapi/src/userCode.hpp>
 
 namespace {
 
@@ -60,13 +60,32 @@ void RX_ClosureSync_::apply()
         call_();
     } catch (...) {
         if (qv::isThreadEnding()) {
-            keep(_ex, cancellation());
-            markDone();
+            endFromWithin();
             throw;
         }
         keep(_ex, currentFailure());
     }
     markDone();
+}
+
+void RX_ClosureSync_::failWithCurrentException()
+{
+    keep(_ex, currentFailure());
+    markDone();
+}
+
+/** The call ends its thread. If it has marked the closure as done, the waiting threads learn nothing more. */
+void RX_ClosureSync_::endFromWithin()
+{
+    bool isDone = false;
+    {
+        const RX_Locked_ locked(*this);
+        isDone = _done != 0;
+    }
+    if (!isDone) {
+        keep(_ex, cancellation());
+        markDone();
+    }
 }
 
 void RX_ClosureSync_::markDone()

@@ -12,6 +12,7 @@
 #include <qv/rtlapi/RX_Closure.hpp>
 #include <qv/rtlapi/RX_Exception.hpp>
 #include <qv/rtlapi/src/typeName.hpp>
+#include <qv/rtlapi/src/userCode.hpp>
 
 namespace {
 
@@ -65,12 +66,6 @@ int qv::startDetached(void* (*function)(void*), void* argument) noexcept
     }
     pthread_attr_destroy(&attributes);
     return status;
-}
-
-bool qv::isThreadEnding() noexcept
-{
-    // The unwinding passes through handlers like an exception, but is none of the language.
-    return !std::current_exception();
 }
 
 void qv::applyDetached(RX_Closure& closure)

@@ -11,12 +11,6 @@ namespace qv {
 int startDetached(void* (*function)(void*), void* argument) noexcept;
 
 /**
- * From inside a handler for everything: whether the thread is being ended, by itself or by a
- * cancellation. The handler must throw on then.
- */
-bool isThreadEnding() noexcept;
-
-/**
  * Applies a closure on a thread where nobody waits for an exception. One that leaves it ends the
  * process through `std::terminate`, after a line on the standard error that names it.
  */
