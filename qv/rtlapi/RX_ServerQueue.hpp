@@ -13,17 +13,24 @@
 class RX_ActivityRecorder;
 class RX_Closure;
 
+namespace qv {
+class ServerQueueAccess;
+}
+
 /**
  * A queue of closures that its own worker threads run, the oldest first.
  *
  * A worker holds a reference to the queue, so the owner may `detach` while closures run; it calls
  * `close` before, or the idle workers keep the queue for good. An exception that leaves a closure
- * ends the process, as with RX_Thread.
+ * ends the process, as with RX_Thread. If a closure ends its thread, by pthread_exit or because it is
+ * cancelled, the closure is released, and another thread takes over as the worker before this one ends;
+ * only if the system refuses that thread does the queue have one worker less.
  *
- * Whoever puts a closure hands over one reference, which the queue releases once the closure was run
- * or dropped; where an operation raises an exception, the caller keeps it. A queue that was closed, or
- * whose threads were all removed, runs nothing more: what is put there is dropped at once. The recorder
- * is told of every closure, first by `inc`, and when the closure is gone by `dec`.
+ * A put operation transfers one reference to the queue, which releases it once the closure was run or
+ * dropped; if an operation throws, the caller keeps the reference. An open queue drops nothing unless it
+ * is flushed: without workers the closures stay pending until threads are added. A closed queue drops
+ * immediately what is put. The recorder is told of every closure, first by `inc`, and when the closure is
+ * gone by `dec`.
  *
  * Thread safety: every operation may be called from any thread, also from a closure that the queue
  * runs, except `size_nolock`. The lock is not held while foreign code runs.
@@ -45,8 +52,9 @@ public:
     void addThreads(unsigned int count);
 
     /**
-     * Makes that many workers, or as many as there are, end when they are next free. When none is to
-     * stay, they run what is pending before they end.
+     * Makes that many workers, or as many as there are, end when they are next free. They leave the
+     * pending closures to the workers that remain or that are added later. Workers that are added after
+     * this call are not affected by it.
      */
     void removeThreads(unsigned int count);
 
@@ -58,11 +66,11 @@ public:
 
     ~RX_ServerQueue() noexcept(false) override;
 
-    /** Appends a closure; waits while there is no room. */
+    /** Appends a closure, also if there is no worker; waits while there is no room. */
     virtual void put(RX_Closure* const& closure);
     /** Appends a closure, whether there is room or not. */
     virtual void putProbe(RX_Closure* const& closure);
-    /** Appends a closure if there is room: 1. If not, or when nothing runs here, 0: the caller keeps it. */
+    /** Appends a closure if there is room: 1. If not, or if the queue is closed, 0: the caller keeps it. */
     virtual qv_bool_t tryPut(RX_Closure* const& closure);
     /** Runs the oldest pending closure on the calling thread, 1, or 0 when there is none. Exceptions pass. */
     virtual qv_bool_t runPending();
@@ -80,21 +88,27 @@ public:
     virtual void flush();
 
 private:
+    friend class qv::ServerQueueAccess;
+
     class Bed;
     class Job;
     struct Pending;
     class Rest;
+    class Shift;
     class Waiting;
-    class Worker;
+    struct Worker;
     typedef std::deque<RX_Closure*> Closures;
-    enum class Room { AWAITED, NEEDED, IGNORED };
+    /** What a put operation does if there is no room; PROBE also enters a queue that refuses the others. */
+    enum class Room { AWAITED, NEEDED, IGNORED, PROBE };
 
     static constexpr unsigned int CACHE_LINE = 64;
 
-    static void* runWorker(void* queue);
+    static void* runWorker(void* worker);
 
-    bool isRetired() const;
-    bool isServed() const;
+    void putBeyondCapacity(RX_Closure* closure);
+    void refusePuts();
+    bool accepts(Room room) const;
+    bool mustLeave(const Worker& worker) const;
     bool hasRoom();
     bool offer(RX_Closure* closure, Room room);
     void refuse(RX_Closure* closure);
@@ -103,7 +117,7 @@ private:
     static void drop(Closures& closures, RX_ActivityRecorder* recorder);
     RX_Closure* takeFromFront();
     RX_Closure* takeOldest();
-    RX_Closure* awaitClosure();
+    RX_Closure* awaitClosure(const Worker& worker);
     void lookOut();
     Bed* lieDown();
     Bed* callWorker();
@@ -145,7 +159,10 @@ private:
     RX_ActivityRecorder* _ar = nullptr;
     si_uint32_t _bedCount = 0;
     si_uint32_t _threadCount = 0;
+    /** How many workers must end instead of running another closure. */
     si_uint32_t _leaving = 0;
+    /** How many calls have removed workers: only workers from before the last one may leave. */
+    si_uint32_t _removals = 0;
     /** Workers that sleep, or were called and do not run yet. */
     si_uint32_t _idle = 0;
     /** Those of them that were called. */
@@ -154,7 +171,8 @@ private:
     bool _isLooking = false;
     /** That something was put; what it looks at. */
     std::atomic<bool> _isStirred{false};
-    bool _wasReduced = false;
+    /** Whether only probes are accepted: the pool is shutting down. */
+    bool _refusesPuts = false;
     bool _closed = false;
 };
 

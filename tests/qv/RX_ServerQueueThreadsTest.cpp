@@ -18,6 +18,7 @@
 #include <qv/rtlapi/RX_Closure0S.hpp>
 #include <qv/rtlapi/RX_Closure_.hpp>
 #include <qv/rtlapi/RX_ExFatal.hpp>
+#include <qv/rtlapi/src/ServerQueueAccess.hpp>
 
 #include "ServerQueueFixture.hpp"
 
@@ -100,7 +101,7 @@ TEST_F(ServerQueueThreads, ABusyWorkerEndsWhenItIsFree)
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(ServerQueueThreads, RunsWhatIsPendingBeforeTheLastThreadsEnd)
+TEST_F(ServerQueueThreads, RemovedWorkersLeaveThePendingClosures)
 {
     make(5, 1);
     Gate gate;
@@ -110,12 +111,16 @@ TEST_F(ServerQueueThreads, RunsWhatIsPendingBeforeTheLastThreadsEnd)
     queue->put(closure([&] { ++calls; }));
     queue->removeThreads(1);
     gate.open();
-    recorder->waitForQuiet();
     awaitThreads(0);
+    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(queue->size(), 2U);
+    EXPECT_EQ(recorder->getBacklog(), 2U);
+    queue->addThreads(1);
+    recorder->waitForQuiet();
     EXPECT_EQ(calls, 2);
 }
 
-TEST_F(ServerQueueThreads, DropsWhatIsPutOnceAllThreadsWereRemoved)
+TEST_F(ServerQueueThreads, PutAppendsAfterAllThreadsWereRemoved)
 {
     make(5, 1);
     Gate gate;
@@ -124,30 +129,95 @@ TEST_F(ServerQueueThreads, DropsWhatIsPutOnceAllThreadsWereRemoved)
     std::atomic<int> calls{0};
     queue->put(closure([&] { ++calls; }));
     queue->putProbe(closure([&] { ++calls; }));
-    EXPECT_EQ(queue->size(), 0U);
-    EXPECT_EQ(recorder->getBacklog(), 1U);
+    EXPECT_EQ(queue->tryPut(closure([&] { ++calls; })), 1);
+    EXPECT_EQ(queue->size(), 3U);
     gate.open();
-    recorder->waitForQuiet();
     awaitThreads(0);
     queue->put(closure([&] { ++calls; }));
-    EXPECT_EQ(recorder->getBacklog(), 0U);
-    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(recorder->getBacklog(), 4U);
     EXPECT_EQ(calls, 0);
+    queue->addThreads(2);
+    recorder->waitForQuiet();
+    EXPECT_EQ(calls, 4);
 }
 
-TEST_F(ServerQueueThreads, RemovingAllThreadsWakesThoseWhoWaitForRoom)
+TEST_F(ServerQueueThreads, BlockedPutWaitsOnWhenAllThreadsAreRemoved)
 {
     make(1, 1);
     Gate gate;
     occupy(gate);
-    queue->put(closure());
-    Caller putter([&] { queue->put(closure()); });
+    std::atomic<int> calls{0};
+    queue->put(closure([&] { ++calls; }));
+    Caller putter([&] { queue->put(closure([&] { ++calls; })); });
     EXPECT_TRUE(putter.awaitAsleep());
     queue->removeThreads(1);
+    gate.open();
+    awaitThreads(0);
+    EXPECT_EQ(recorder->getBacklog(), 1U);
+    queue->addThreads(1);
     putter.join();
-    EXPECT_EQ(recorder->getBacklog(), 2U);
+    recorder->waitForQuiet();
+    EXPECT_EQ(calls, 2);
+}
+
+TEST_F(ServerQueueThreads, WorkerThatIsAddedAfterARemovalStays)
+{
+    for (const unsigned int capacity : {5U, 0U}) {
+        make(capacity, 1);
+        Gate gate;
+        occupy(gate);
+        queue->removeThreads(1);
+        queue->addThreads(1);
+        // The first worker is the one to end: this closure does not wait until it is free.
+        Gate isRun;
+        queue->put(closure([&] { isRun.open(); }));
+        isRun.pass();
+        EXPECT_EQ(queue->threadCount(), 2U);
+        gate.open();
+        awaitThreads(1);
+        endQueue();
+    }
+}
+
+TEST_F(ServerQueueThreads, RefusesPutsButNoProbesWhenThePoolSaysSo)
+{
+    make(1, 1);
+    Gate gate;
+    occupy(gate);
+    std::atomic<int> calls{0};
+    std::atomic<int> dropped{0};
+    queue->put(closure([&] { ++calls; }));
+    Caller putter([&] { queue->put(closure([&] { ++dropped; })); });
+    EXPECT_TRUE(putter.awaitAsleep());
+    qv::ServerQueueAccess::refusePuts(*queue);
+    putter.join();
+    queue->put(closure([&] { ++dropped; }));
+    qv::ServerQueueAccess::putBeyondCapacity(*queue, closure([&] { ++dropped; }));
+    RX_Closure* const kept = closure([&] { ++dropped; });
+    EXPECT_EQ(queue->tryPut(kept), 0);
+    kept->detach();
+    EXPECT_EQ(queue->isClosed(), 0);
+    EXPECT_EQ(alive, 2) << "the running and the pending one";
+    queue->putProbe(closure([&] { ++calls; }));
     gate.open();
     recorder->waitForQuiet();
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(dropped, 0);
+}
+
+TEST_F(ServerQueueThreads, PutBeyondCapacityNeverWaits)
+{
+    make(1, 1);
+    Gate gate;
+    occupy(gate);
+    std::atomic<int> calls{0};
+    for (int i = 0; i < 3; ++i) {
+        qv::ServerQueueAccess::putBeyondCapacity(*queue, closure([&] { ++calls; }));
+    }
+    EXPECT_EQ(queue->size(), 3U);
+    gate.open();
+    recorder->waitForQuiet();
+    EXPECT_EQ(calls, 3);
 }
 
 TEST_F(ServerQueueThreads, RefusesARecorderUnlessItIsEmptyAndWithoutThreads)
@@ -224,13 +294,82 @@ TEST_F(ServerQueueThreads, LivesAsLongAsAWorkerRuns)
     recorder->waitForQuiet();
 }
 
-TEST_F(ServerQueueThreads, CountsAWorkerOutThatAClosureEnds)
+TEST_F(ServerQueueThreads, WorkerThatAClosureEndsIsReplaced)
 {
     make(5, 1);
-    queue->put(closure([] { pthread_exit(nullptr); }));
+    for (int i = 0; i < 3; ++i) {
+        queue->put(closure([] { pthread_exit(nullptr); }));
+    }
     recorder->waitForQuiet();
-    awaitThreads(0);
+    EXPECT_EQ(queue->threadCount(), 1U);
     EXPECT_EQ(alive, 0);
+    std::atomic<int> calls{0};
+    queue->put(closure([&] { ++calls; }));
+    recorder->waitForQuiet();
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(queue->threadCount(), 1U);
+}
+
+TEST_F(ServerQueueThreads, IdleWorkerThatIsCancelledIsReplaced)
+{
+    make(5, 1);
+    pthread_t worker{};
+    queue->put(closure([&] { worker = pthread_self(); }));
+    recorder->waitForQuiet();
+    EXPECT_EQ(pthread_cancel(worker), 0);
+    // Whichever thread runs these, before or after the end of the first one.
+    std::atomic<int> calls{0};
+    for (int i = 0; i < 100; ++i) {
+        queue->put(closure([&] { ++calls; }));
+        recorder->waitForQuiet();
+    }
+    EXPECT_EQ(calls, 100);
+    EXPECT_EQ(queue->threadCount(), 1U);
+}
+
+TEST_F(ServerQueueThreads, WorkerThatEndsFromWithinIsNotReplacedOnceRemoved)
+{
+    make(5, 1);
+    Gate gate;
+    Gate isRunning;
+    queue->put(closure([&] {
+        isRunning.open();
+        gate.pass();
+        pthread_exit(nullptr);
+    }));
+    isRunning.pass();
+    queue->removeThreads(1);
+    queue->put(closure());
+    gate.open();
+    awaitThreads(0);
+    EXPECT_EQ(queue->size(), 1U);
+}
+
+TEST_F(ServerQueueThreads, ThreadsMayEndWhileWorkersAreAddedAndRemoved)
+{
+    for (int round = 0; round < 20; ++round) {
+        make(3, 2);
+        std::atomic<int> calls{0};
+        std::thread changer([&] {
+            for (int i = 0; i < 10; ++i) {
+                queue->addThreads(1);
+                queue->removeThreads(1);
+            }
+        });
+        for (int i = 0; i < 60; ++i) {
+            queue->put(closure([&, i] {
+                ++calls;
+                if (i % 3 == 0) {
+                    pthread_exit(nullptr);
+                }
+            }));
+        }
+        changer.join();
+        recorder->waitForQuiet();
+        EXPECT_EQ(calls, 60);
+        awaitThreads(2);
+        endQueue();
+    }
 }
 
 TEST_F(ServerQueueThreads, IsUsedFromManyThreadsWhileItCloses)
@@ -247,6 +386,8 @@ TEST_F(ServerQueueThreads, IsUsedFromManyThreadsWhileItCloses)
             });
         }
         if (round % 2 == 0) {
+            // As the shutdown of a pool does.
+            qv::ServerQueueAccess::refusePuts(*queue);
             queue->flush();
             queue->removeThreads(queue->threadCount());
             recorder->waitForQuiet();

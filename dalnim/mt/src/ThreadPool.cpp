@@ -8,12 +8,14 @@
 #include <dalnim/sys/UniqueID.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <qv/pmx/host.h>
+#include <qv/pmx/src/perturb.hpp>
 #include <qv/rtlapi/RX_ActivityRecorder.hpp>
 #include <qv/rtlapi/RX_Closure0S.hpp>
 #include <qv/rtlapi/RX_RelTime.hpp>
 #include <qv/rtlapi/RX_ServerQueue.hpp>
 #include <qv/rtlapi/RX_fmt.hpp>
 #include <qv/rtlapi/Reference.hpp>
+#include <qv/rtlapi/src/ServerQueueAccess.hpp>
 
 #include <new>
 #include <stdexcept>
@@ -81,9 +83,14 @@ bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerC
     }
     task->_set_state(Task::TSF_QUEUED);
     qv::Reference<TaskClosure> closure(new TaskClosure(task, manage, this, context));
+    qv::perturb();
     try {
-        // Also unblocked: where others have taken the room since, the queue's own capacity holds.
-        _queue->put(closure.get());
+        if (block) {
+            _queue->put(closure.get());
+        } else {
+            // Other threads may have taken the room since isFull(). This one must not wait for it.
+            qv::ServerQueueAccess::putBeyondCapacity(*_queue, closure.get());
+        }
     } catch (...) {
         // The task stays the caller's, as with every failure of this operation.
         closure->disown();
@@ -121,6 +128,8 @@ void ThreadPool::shutdown(bool synchronous, bool)
     if (!hasWorkers() || _queue->isClosed() != 0) {
         return;
     }
+    // An add() that did not see the flag, or that waits for room, reaches the queue no more.
+    qv::ServerQueueAccess::refusePuts(*_queue);
     if (synchronous) {
         _ar->waitForQuiet();
     }

@@ -1,6 +1,7 @@
 #include <qv/rtlapi/RX_ServerQueue.hpp>
 
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <optional>
 #include <utility>
@@ -76,7 +77,7 @@ public:
 
     void awaitRoom() const
     {
-        while (_queue.isServed() && !_queue.hasRoom()) {
+        while (_queue.accepts(Room::AWAITED) && !_queue.hasRoom()) {
             _queue._room.wait();
         }
     }
@@ -105,13 +106,12 @@ public:
     }
     Job(const Job&) = delete;
     Job& operator=(const Job&) = delete;
-    ~Job()
+    /** The destructor of the closure may end the thread, which unwinds through here. */
+    ~Job() noexcept(false)
     {
-        if (_closure) {
-            _closure.reset();
-            if (_recorder != nullptr) {
-                _recorder->dec();
-            }
+        if (_closure != nullptr) {
+            const Record record(_recorder);
+            _closure->detach();
         }
     }
 
@@ -125,39 +125,84 @@ public:
     }
 
 private:
+    /** Tells the recorder at its end, however the release of the closure ends. */
+    class Record
+    {
+    public:
+        explicit Record(RX_ActivityRecorder* recorder) noexcept : _recorder(recorder) {}
+        Record(const Record&) = delete;
+        Record& operator=(const Record&) = delete;
+        ~Record()
+        {
+            if (_recorder != nullptr) {
+                _recorder->dec();
+            }
+        }
+
+    private:
+        RX_ActivityRecorder* const _recorder;
+    };
+
     RX_ActivityRecorder* const _recorder;
-    qv::Reference<RX_Closure> _closure;
+    RX_Closure* const _closure;
 };
 
-/** What a worker thread has of the queue, for as long as it runs, however it ends. */
-class RX_ServerQueue::Worker
+/** A worker of the queue, which has counted it in: one thread after the other may run it. */
+struct RX_ServerQueue::Worker
+{
+    const qv::Reference<RX_ServerQueue> queue;
+    /** The removals before it was added. */
+    const si_uint32_t removals;
+};
+
+/** The part of a thread in running a worker. However it ends, the queue keeps a right count of workers. */
+class RX_ServerQueue::Shift
 {
 public:
-    /** Takes over a reference to the queue, which has counted the worker in. */
-    explicit Worker(RX_ServerQueue* queue) noexcept : _queue(queue) {}
-    Worker(const Worker&) = delete;
-    Worker& operator=(const Worker&) = delete;
-    ~Worker()
+    /** Takes over the worker. */
+    explicit Shift(Worker* worker) noexcept : _worker(worker) {}
+    Shift(const Shift&) = delete;
+    Shift& operator=(const Shift&) = delete;
+    /** With a worker left, a closure has ended the thread: another thread continues, if possible. */
+    ~Shift()
     {
-        if (_isCounted) {
-            const RX_Locked_ locked(*_queue);
-            _queue->countOut();
+        if (_worker && !handOver()) {
+            const RX_Locked_ locked(*_worker->queue);
+            _worker->queue->countOut();
         }
     }
 
-    void run()
+    void work()
     {
-        while (RX_Closure* const closure = _queue->awaitClosure()) {
+        RX_ServerQueue& queue = *_worker->queue;
+        while (RX_Closure* const closure = queue.awaitClosure(*_worker)) {
             // The queue keeps its recorder as long as it has workers.
-            const Job job(closure, _queue->_ar);
+            const Job job(closure, queue._ar);
             qv::applyDetached(job.closure());
         }
-        _isCounted = false;
+        _worker.reset();
     }
 
 private:
-    const qv::Reference<RX_ServerQueue> _queue;
-    bool _isCounted = true;
+    /** Lets a new thread run the worker, unless it must leave anyway or the system refuses a thread. */
+    bool handOver()
+    {
+        {
+            const RX_Locked_ locked(*_worker->queue);
+            if (_worker->queue->mustLeave(*_worker)) {
+                return false;
+            }
+        }
+        qv::perturb();
+        if (qv::startDetached(&RX_ServerQueue::runWorker, _worker.get()) != 0) {
+            return false;
+        }
+        // The new thread has it now.
+        static_cast<void>(_worker.release());
+        return true;
+    }
+
+    std::unique_ptr<Worker> _worker;
 };
 
 RX_ServerQueue::RX_ServerQueue(unsigned int capacity) : _capacity(capacity), _room(*this)
@@ -179,22 +224,23 @@ RX_ServerQueue::~RX_ServerQueue() noexcept(false)
 void RX_ServerQueue::addThreads(unsigned int count)
 {
     for (unsigned int i = 0; i < count; ++i) {
+        std::unique_ptr<Worker> worker;
         {
             const RX_Locked_ locked(*this);
             if (_closed) {
                 return;
             }
+            worker.reset(new Worker{qv::share(this), _removals});
             countIn();
         }
-        qv::Reference<RX_ServerQueue> self = qv::share(this);
-        if (const int status = qv::startDetached(&RX_ServerQueue::runWorker, this)) {
+        if (const int status = qv::startDetached(&RX_ServerQueue::runWorker, worker.get())) {
             const RX_Locked_ locked(*this);
             --_threadCount;
             _leaving = std::min(_leaving, _threadCount);
             throw RX_ExFatal(status);
         }
-        // The worker has it now.
-        static_cast<void>(self.release());
+        // The thread has it now.
+        static_cast<void>(worker.release());
     }
 }
 
@@ -207,10 +253,9 @@ void RX_ServerQueue::removeThreads(unsigned int count)
         return;
     }
     _leaving += removed;
-    _wasReduced = true;
+    ++_removals;
     _front.isToAsk.store(true, std::memory_order_relaxed);
     callAllWorkers();
-    _room.broadcast();
 }
 
 void RX_ServerQueue::connectActivityRecorder(RX_ActivityRecorder* ar)
@@ -243,9 +288,23 @@ void RX_ServerQueue::put(RX_Closure* const& closure)
 
 void RX_ServerQueue::putProbe(RX_Closure* const& closure)
 {
+    if (!offer(closure, Room::PROBE)) {
+        refuse(closure);
+    }
+}
+
+void RX_ServerQueue::putBeyondCapacity(RX_Closure* closure)
+{
     if (!offer(closure, Room::IGNORED)) {
         refuse(closure);
     }
+}
+
+void RX_ServerQueue::refusePuts()
+{
+    const RX_Locked_ locked(*this);
+    _refusesPuts = true;
+    _room.broadcast();
 }
 
 qv_bool_t RX_ServerQueue::tryPut(RX_Closure* const& closure)
@@ -304,29 +363,30 @@ void RX_ServerQueue::flush()
     dropPending(false);
 }
 
-void* RX_ServerQueue::runWorker(void* queue)
+void* RX_ServerQueue::runWorker(void* worker)
 {
-    Worker(static_cast<RX_ServerQueue*>(queue)).run();
+    Shift(static_cast<Worker*>(worker)).work();
     return nullptr;
 }
 
-/** Whether all threads were removed: none is to stay. A queue that has yet to get some is not retired. */
-bool RX_ServerQueue::isRetired() const
+/** Whether a closure may be put at all. The caller holds the lock of the queue. */
+bool RX_ServerQueue::accepts(Room room) const
 {
-    return _wasReduced && _leaving == _threadCount;
+    return !_closed && (!_refusesPuts || room == Room::PROBE);
 }
 
-/** Whether what is put now is going to be run. */
-bool RX_ServerQueue::isServed() const
+/** Whether a worker that is free must end. The caller holds the lock of the queue. */
+bool RX_ServerQueue::mustLeave(const Worker& worker) const
 {
-    return !_closed && !isRetired();
+    return _closed || (_leaving != 0 && worker.removals != _removals);
 }
 
 bool RX_ServerQueue::hasRoom()
 {
     if (_capacity == 0) {
-        // Handed over directly: there must be an idle worker for each, which is not about to leave.
-        return size_nolock() + _leaving < _idle;
+        // Handed over directly, to a worker that sleeps (those that must leave have been called), or to one
+        // of those that are idle for other reasons, as long as each closure has one that stays.
+        return _sleepers != nullptr || size_nolock() + _leaving < _idle;
     }
     if (_back.size() + _frontAtMost < _capacity) {
         return true;
@@ -335,7 +395,7 @@ bool RX_ServerQueue::hasRoom()
     return _back.size() + _frontAtMost < _capacity;
 }
 
-/** Appends a closure and calls a worker for it; false when nothing runs here, or `room` forbids it. */
+/** Appends a closure and calls a worker for it; false if the queue does not accept it, or has no room. */
 bool RX_ServerQueue::offer(RX_Closure* closure, Room room)
 {
     Bed* called = nullptr;
@@ -347,10 +407,10 @@ bool RX_ServerQueue::offer(RX_Closure* closure, Room room)
                 const Waiting waiting(*this);
                 waiting.awaitRoom();
             }
-            if (!isServed()) {
+            if (!accepts(room)) {
                 return false;
             }
-            if (room == Room::IGNORED || hasRoom()) {
+            if (room == Room::IGNORED || room == Room::PROBE || hasRoom()) {
                 _back.push_back(closure);
                 if (_ar != nullptr) {
                     _ar->inc();
@@ -444,8 +504,10 @@ void RX_ServerQueue::dropOneByOne(unsigned int count, RX_ActivityRecorder* recor
 
 void RX_ServerQueue::drop(Closures& closures, RX_ActivityRecorder* recorder)
 {
-    for (; !closures.empty(); closures.pop_front()) {
-        const Job dropped(closures.front(), recorder);
+    while (!closures.empty()) {
+        RX_Closure* const closure = closures.front();
+        closures.pop_front();
+        const Job dropped(closure, recorder);
     }
 }
 
@@ -475,8 +537,8 @@ RX_Closure* RX_ServerQueue::takeOldest()
     return closure;
 }
 
-/** Waits, on a worker, for a closure. Null means that the worker has been counted out and is to end. */
-RX_Closure* RX_ServerQueue::awaitClosure()
+/** Waits, on a worker, for a closure. Null means that the worker has been counted out and must end. */
+RX_Closure* RX_ServerQueue::awaitClosure(const Worker& worker)
 {
     for (bool hasLooked = false;;) {
         Bed* bed = nullptr;
@@ -489,8 +551,7 @@ RX_Closure* RX_ServerQueue::awaitClosure()
                 }
             }
             const RX_Locked_ locked(*this);
-            const bool mayLeave = _closed || (_leaving != 0 && (size_nolock() == 0 || !isRetired()));
-            if (mayLeave) {
+            if (mustLeave(worker)) {
                 countOut();
                 return nullptr;
             }
