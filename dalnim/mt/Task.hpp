@@ -45,7 +45,9 @@ public:
 
     /**
      * @param tgt     what run() calls; throws `std::logic_error`, "Runnable target was NULL", for null
-     * @param destroy deletes `tgt` with this task
+     * @param destroy makes this task an owner of `tgt`: of a reference-counted one it acquires a reference
+     *                now and releases it in its destructor, any other it deletes there. If construction
+     *                fails, `tgt` remains the caller's
      * @param name    the name as it stands, or null
      * @param label   with no name, what the name begins with, in front of the task's number; "Task"
      *                for null
@@ -57,6 +59,11 @@ public:
     // A name in the place of the flag would make the task delete its target.
     template <std::size_t N>
     Task(Runnable* tgt, const char (&name)[N]) = delete;
+    /**
+     * Releases or deletes a target that it owns. An exception of the target's destructor is caught and
+     * logged under the module "com.kor.dal.nim" with severity WARNING and the message "Unexpected exception
+     * while destroying the target of a task"; only the unwinding of a thread that ends there passes.
+     */
     ~Task() noexcept(false) override;
 
     Task(const Task&) = delete;
@@ -130,6 +137,11 @@ private:
      * may have destroyed it since.
      */
     static const Task*& _last_finished() noexcept;
+
+    /** The clone of an exception that can be cloned, null otherwise. Throws as cloneError(). */
+    static std::exception* _cloneOf(const std::exception& e);
+    /** A copy as the first of the standard types that the exception is one of. */
+    static std::exception* _standardCopyOf(const std::exception& e);
 
     void _set_state(TaskState ts);
     /** The state, whose next change will ring the bell. The caller holds the bell's lock until it waits. */

@@ -10,6 +10,10 @@
 template <class T>
 class RX_ClosureM0S;
 
+namespace qv {
+class CaughtException;
+}
+
 namespace com::kor::dal::nim::mt {
 
 class CondSem;
@@ -19,8 +23,12 @@ class MutexOps;
  * A task that runs on a system thread of its own, under a copy of its starter's context. A target that
  * is a Task is moved through the same states.
  *
- * Joinable, it keeps the exception that ended the run for join(), after which it can be started
- * again. Detached, it logs that exception and drops it, and cannot run again.
+ * Joinable, it keeps a copy of the exception that ended the run for join(), after which it can be started
+ * again. If copying throws, it keeps a copy of that exception instead, and `std::bad_alloc` if memory runs
+ * out. Detached, it logs the exception and drops it, and cannot run again.
+ *
+ * A run may also end the thread, by pthread_exit or because it is cancelled. It is finished then like any
+ * other, with its context cleared and no exception: join() returns null.
  *
  * One thread controls an object: start(), join() and the destructor are not guarded against each
  * other. The destructor does not wait; destroying a thread that still runs is the caller's fault.
@@ -32,7 +40,9 @@ public:
 
     /**
      * @param tgt     what runs; throws `std::logic_error`, "Runnable target was NULL", for null
-     * @param destroy deletes `tgt` with this object
+     * @param destroy makes this object an owner of `tgt`: of a reference-counted one it acquires a
+     *                reference now and releases it in its destructor, any other it deletes there. If
+     *                construction fails, `tgt` remains the caller's
      * @param name    null for "Thread" and the task's number
      */
     explicit Thread(Runnable* tgt, bool joinable = true, bool destroy = false, const char* name = nullptr);
@@ -49,6 +59,12 @@ public:
     Thread(Runnable* tgt, bool joinable, const char (&name)[N]) = delete;
     template <std::size_t N>
     Thread(Runnable& tgt, const char (&name)[N]) = delete;
+    /**
+     * Releases or deletes a target that it owns. If that is a task, and nothing else holds a reference to it,
+     * its state becomes TSF_DESTROYED first. An exception of the target's destructor is caught and logged
+     * under the module "com.kor.dal.nim" with severity WARNING and the message "Unexpected exception while
+     * destroying the target of a thread"; only the unwinding of a thread that ends there passes.
+     */
     ~Thread() noexcept(false) override;
 
     /** Runs the target. */
@@ -56,7 +72,7 @@ public:
 
     /**
      * Starts the thread. Throws `std::logic_error`, "Thread not ready to be started", and RX_Exception
-     * when the system has no thread, which leaves this one starting.
+     * if the system has no thread, which leaves this one starting; join() throws that exception again.
      * @param joinable whether it is to be joined, from now on
      * @param context  what the new thread gets a copy of, made here; null for the caller's current one
      */
@@ -66,7 +82,7 @@ public:
     /** A new thread, started; the caller owns the object, which a failed start leaves behind. */
     static Thread* start(Runnable& tgt, bool joinable, const char* name,
                          const type::ContainerContext* context = nullptr);
-    /** The same; with `destroy`, `tgt` is deleted with the object. Throws as the constructor. */
+    /** The same; with `destroy`, the object is an owner of `tgt`. Throws as the constructor. */
     static Thread* start(Runnable* tgt, bool joinable, bool destroy, const char* name,
                          const type::ContainerContext* context = nullptr);
 
@@ -101,6 +117,14 @@ private:
     void run_pre();
     void run_post();
     void setBothStates(TaskState ts);
+    std::exception* copyForJoin(qv::CaughtException caught) const;
+    void report(const qv::CaughtException& caught) const;
+
+    /** Deletes a copy, but not the one that is used when memory runs out. */
+    struct DeleteCopy
+    {
+        void operator()(std::exception* exception) const noexcept;
+    };
 
     bool _joinable;
     bool _manage;
@@ -115,7 +139,7 @@ private:
     TaskID_t _id;
     RX_String _name;
     /** What ended the last joinable run. */
-    std::unique_ptr<std::exception> _exception;
+    std::unique_ptr<std::exception, DeleteCopy> _exception;
     /** What the new thread gets; an empty shell once it runs. */
     type::ContainerContextRef _contextRef;
 };

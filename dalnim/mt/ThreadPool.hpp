@@ -15,7 +15,9 @@ namespace com::kor::dal::nim::mt {
 
 /**
  * Runs tasks on a fixed set of worker threads, each under a copy of the context that its submitter
- * had at that moment. A task runs once; what it throws is dropped.
+ * had at that moment. A task runs once; what it throws is dropped. A task that ends its thread, by
+ * pthread_exit or because it is cancelled, is finished like any other, and the pool replaces the thread;
+ * only if the system refuses a new one does the pool have one worker less.
  *
  * Any thread may submit, also a task of the pool: but one that waits for room in its own full pool
  * may wait for itself. Nothing of the pool is locked while a task runs.
@@ -47,9 +49,11 @@ public:
      * Queues a task. Throws `std::logic_error`: "Attempt to add a NULL Task", "Attempt to add a
      * non-ready Task", "ThreadPool already shutdown".
      * @param manage  the pool deletes the task when it is through with it, or, if it is counted,
-     *                holds a reference that long
-     * @param block   waits for room; otherwise the result may be false, and only one whom others have
-     *                overtaken since it saw room waits for them
+     *                holds a reference that long. An exception of the task's destructor is caught and logged
+     *                under the module "com.kor.dal.nim" with severity WARNING and the message "Unexpected
+     *                exception while destroying a task of a pool"
+     * @param block   waits for room. Otherwise the call never waits, and the result may be false; threads
+     *                that add concurrently may exceed the limit by their number
      * @param context what the task gets a copy of, made here; null for the caller's current one
      * @return false when the limit of pending tasks refused it: it stays the caller's, also a managed
      *         one
@@ -67,9 +71,10 @@ public:
     bool add(Task& task, const T* context) = delete;
 
     /**
-     * Ends the pool; a second call does nothing. Synchronously, all that is queued is run first.
-     * Otherwise what no worker has taken is dropped, and running tasks are waited for only if a
-     * worker becomes free within a second. Does nothing in the child of a fork.
+     * Ends the pool; a second call does nothing. An add() that is waiting for room returns, and its task is
+     * dropped. Synchronously, all that is queued is run first. Otherwise what no worker has taken is dropped,
+     * and running tasks are waited for only if a worker becomes free within a second. Does nothing in the
+     * child of a fork.
      *
      * No task of the pool may call it: it would wait for itself. A second thread that calls it before
      * the first is through waits as well.

@@ -22,6 +22,7 @@ namespace {
 
 namespace nim = com::kor::dal::nim;
 using mttest::awaitEnd;
+using mttest::Call;
 using mttest::Content;
 using mttest::OwnTask;
 using mttest::refusal;
@@ -66,15 +67,77 @@ public:
     }
 };
 
-TEST(ThreadExceptions, AreRaisedByTheJoinWhenTheyCannotBeKept)
+/** An exception that throws another one when it is cloned. */
+class Unclonable : public std::runtime_error, public nim::type::Cloneable
+{
+public:
+    explicit Unclonable(Call unclonableCall)
+        : std::runtime_error("unclonable"), call(std::move(unclonableCall))
+    {
+    }
+    nim::type::Cloneable* clone(bool) const override
+    {
+        call();
+        return nullptr;
+    }
+
+private:
+    Call call;
+};
+
+/** Throws an exception that fails to be cloned, each time with an exception of the same kind. */
+void throwHopeless()
+{
+    throw Unclonable(throwHopeless);
+}
+
+/** The text of the exception that join() returns for a run that throws an Unclonable; empty for none. */
+std::string keptInsteadOf(Call call)
+{
+    Work work([&call] { throw Unclonable(call); });
+    Task target(work);
+    Thread thread(target, true, "Reader");
+    thread.start();
+    const std::exception* const error = thread.join();
+    EXPECT_EQ(Task::TSF_READY, thread.status());
+    EXPECT_EQ(Task::TSF_READY, target.status());
+    return error != nullptr ? error->what() : "";
+}
+
+TEST(ThreadExceptions, ThatCannotBeClonedAreReplacedByThatFailure)
 {
     Work work([] { throw Changeling(); });
     Thread thread(work);
     thread.start();
-    EXPECT_THROW(thread.join(), RX_Exception);
-    EXPECT_NE(Task::TSF_READY, thread.status()) << "the rest of the join is left out";
-    EXPECT_EQ("Thread not ready to be started", refusal([&] { thread.start(); }));
-    EXPECT_THROW(thread.join(), RX_Exception) << "and so are its marks of being over";
+    const std::exception* const error = thread.join();
+    ASSERT_NE(nullptr, error);
+    EXPECT_EQ(typeid(std::bad_cast), typeid(*error));
+    EXPECT_EQ(Task::TSF_READY, thread.status());
+    thread.start();
+    EXPECT_NE(nullptr, thread.join()) << "the thread can run again";
+
+    EXPECT_EQ("no copy", keptInsteadOf([] { throw system_error(5, "no copy"); }));
+    EXPECT_EQ("std::bad_alloc", keptInsteadOf([] { throw std::bad_alloc(); }));
+    EXPECT_EQ("Unknown Exception propagated from joinable thread 'Reader'", keptInsteadOf([] { throw 42; }));
+    EXPECT_EQ("unclonable", keptInsteadOf(throwHopeless));
+    EXPECT_EQ("std::bad_cast", keptInsteadOf([] {}));
+}
+
+TEST(ThreadExceptions, BadAllocIsKeptForEachOfManyThreads)
+{
+    Work work([] { throw Unclonable([] { throw std::bad_alloc(); }); });
+    for (int round = 0; round < 3; ++round) {
+        Thread thread(work);
+        Thread other(work);
+        thread.start();
+        other.start();
+        const std::exception* const error = thread.join();
+        ASSERT_NE(nullptr, error);
+        EXPECT_EQ(typeid(std::bad_alloc), typeid(*error));
+        EXPECT_NE(nullptr, other.join());
+        thread.start();
+        EXPECT_NE(nullptr, thread.join());
+    }
 }
 
 /** Threads get a stack that no system has, until the end of the scope. */
@@ -124,6 +187,28 @@ TEST(ThreadExceptions, LeaveAThreadStartingThatTheSystemRefuses)
         EXPECT_EQ("Thread not ready to be started", refusal([&] { thread.start(); }));
     }
     EXPECT_EQ(0, runs);
+}
+
+TEST(ThreadExceptions, RefusedStartIsThrownByTheJoin)
+{
+    if (support::isUnderValgrind()) {
+        GTEST_SKIP() << "valgrind refuses such a stack with another number";
+    }
+    Work work;
+    Thread thread(work);
+    {
+        const NoThreads refused;
+        EXPECT_THROW(thread.start(), RX_Exception);
+    }
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        try {
+            thread.join();
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const RX_Exception& error) {
+            EXPECT_EQ(11, error.getCode());
+        }
+        EXPECT_EQ(Task::TSF_JOINED, thread.status());
+    }
 }
 
 TEST(ThreadExceptions, LastUntilTheNextRun)

@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include <qv/Threads.hpp>
 
@@ -245,6 +246,66 @@ TEST(ThreadPoolShutdown, IsThatOfTheDestructorToo)
         }
     }
     EXPECT_EQ(200, destroyed) << "all have run or were dropped";
+}
+
+TEST(ThreadPoolShutdown, DropsTheTaskOfABlockedAdd)
+{
+    for (const bool synchronous : {true, false}) {
+        std::atomic<int> destroyed{0};
+        std::atomic<int> runs{0};
+        const auto pool = makePool(1, 1);
+        Occupation worker(*pool, 1);
+        OwnTask pending([&] { ++runs; });
+        EXPECT_TRUE(pool->add(pending));
+        OwnTask blocked([&] { ++runs; });
+        Caller adder([&] { pool->add(blocked); });
+        Caller managing([&] { pool->add(new OwnTask([&] { ++runs; }, &destroyed), true); });
+        EXPECT_TRUE(adder.awaitAsleep());
+        EXPECT_TRUE(managing.awaitAsleep());
+        Caller ender([&] { pool->shutdown(synchronous); });
+        // While the worker is busy: nothing that is pending needs to run first.
+        adder.join();
+        managing.join();
+        EXPECT_EQ(1, destroyed);
+        EXPECT_EQ(Task::TSF_QUEUED, blocked.status());
+        worker.end();
+        ender.join();
+        EXPECT_EQ(synchronous ? 1 : 0, runs);
+        EXPECT_EQ(synchronous ? Task::TSF_FINISHED : Task::TSF_QUEUED, pending.status());
+    }
+}
+
+TEST(ThreadPoolShutdown, MeetsSubmittersWithoutLosingATaskOrAThread)
+{
+    for (int round = 0; round < 40; ++round) {
+        std::atomic<int> made{0};
+        std::atomic<int> destroyed{0};
+        const auto pool = makePool(2, 3);
+        std::vector<std::thread> submitters;
+        for (const bool block : {true, false}) {
+            submitters.emplace_back([&, block] {
+                for (int i = 0; i < 200; ++i) {
+                    auto task = std::make_unique<OwnTask>(nullptr, &destroyed);
+                    ++made;
+                    try {
+                        if (pool->add(task.get(), true, block)) {
+                            static_cast<void>(task.release());
+                        }
+                    } catch (const std::logic_error&) {
+                        return;
+                    }
+                }
+            });
+        }
+        while (made < 20) {
+            std::this_thread::yield();
+        }
+        pool->shutdown(round % 2 == 0);
+        for (std::thread& submitter : submitters) {
+            submitter.join();
+        }
+        EXPECT_EQ(made, destroyed);
+    }
 }
 
 /** Whoever sees a task finished may destroy it, however closely. */

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <deque>
 #include <stdexcept>
+#include <thread>
 #include <type_traits>
 
 #include <log/Loggers.hpp>
@@ -273,7 +275,7 @@ private:
     Gate& leave;
 };
 
-TEST(ThreadPool, WaitsUnblockedForThoseWhoOvertookIt)
+TEST(ThreadPool, NonBlockingAddDoesNotWaitWhenAnotherThreadTakesTheRoom)
 {
     const auto pool = makePool(1, 1);
     Occupation worker(*pool, 1);
@@ -287,16 +289,51 @@ TEST(ThreadPool, WaitsUnblockedForThoseWhoOvertookIt)
     bool added = false;
     Caller adder([&] { added = pool->add(late, false, context.get()); });
     entered.pass();
-    // The adder has seen room, and here it goes.
+    // The adder has passed the limit. Now the room is taken.
     EXPECT_TRUE(pool->add(first, false));
     leave.open();
-    EXPECT_TRUE(adder.awaitAsleep()) << "the capacity of the queue stands behind the limit";
-    EXPECT_EQ(Task::TSF_QUEUED, late.status());
-    worker.end();
     adder.join();
-    EXPECT_TRUE(added);
+    EXPECT_TRUE(added) << "beyond the capacity of the queue, while the worker is busy";
+    EXPECT_EQ(Task::TSF_QUEUED, first.status());
+    EXPECT_EQ(Task::TSF_QUEUED, late.status());
+    OwnTask refused;
+    EXPECT_FALSE(pool->add(refused, false));
+    worker.end();
     awaitEnd(first);
     awaitEnd(late);
+}
+
+TEST(ThreadPool, TasksThatAddWithoutBlockingToTheirOwnPoolDoNotDeadlock)
+{
+    constexpr int WORKERS = 4;
+    for (int round = 0; round < 30; ++round) {
+        const auto pool = makePool(WORKERS, 1);
+        std::atomic<int> runs{0};
+        std::atomic<int> arrived{0};
+        std::deque<OwnTask> inner;
+        for (int i = 0; i < WORKERS; ++i) {
+            inner.emplace_back([&] { ++runs; });
+        }
+        std::deque<OwnTask> outer;
+        std::atomic<int> admitted{0};
+        for (int i = 0; i < WORKERS; ++i) {
+            outer.emplace_back([&, i] {
+                ++arrived;
+                while (arrived != WORKERS) {
+                    std::this_thread::yield();
+                }
+                // All workers do this at the same time, and no worker is free until they are through.
+                admitted += pool->add(inner[static_cast<std::size_t>(i)], false) ? 1 : 0;
+            });
+            EXPECT_TRUE(pool->add(outer.back()));
+        }
+        for (const OwnTask& task : outer) {
+            awaitEnd(task);
+        }
+        pool->shutdown(true);
+        EXPECT_GE(admitted, 1);
+        EXPECT_EQ(admitted, runs);
+    }
 }
 
 TEST(ThreadPool, TakesTasksFromItsTasks)

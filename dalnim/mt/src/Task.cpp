@@ -3,6 +3,7 @@
 #include <dalnim/mt/Task.hpp>
 
 #include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/mt/src/Ownership.hpp>
 #include <dalnim/mt/src/TaskBell.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/UniqueID.hpp>
@@ -49,6 +50,10 @@ Task::Task(Runnable* tgt, bool destroy, const char* name, const char* label)
     if (tgt == nullptr) {
         throw std::logic_error("Runnable target was NULL");
     }
+    if (destroy) {
+        // Last, since the target stays the caller's if construction fails.
+        acquireOwnership(*tgt);
+    }
 }
 
 Task::Task(Runnable& tgt, const char* name, const char* label)
@@ -66,7 +71,8 @@ Task::Task(const char* name, const char* label)
 Task::~Task() noexcept(false)
 {
     if (_manage) {
-        delete _target;
+        endOwnership(_target, ownershipOf(*_target),
+                     "Unexpected exception while destroying the target of a task");
     }
 }
 
@@ -157,6 +163,12 @@ Task* Task::currentTask()
 
 std::exception* Task::cloneError(const std::exception& e)
 {
+    std::exception* const clone = _cloneOf(e);
+    return clone != nullptr ? clone : _standardCopyOf(e);
+}
+
+std::exception* Task::_cloneOf(const std::exception& e)
+{
     if (const auto* const cloneable = dynamic_cast<const type::Cloneable*>(&e)) {
         std::unique_ptr<type::Cloneable> copy(cloneable->clone(false));
         auto* const error = dynamic_cast<std::exception*>(copy.get());
@@ -166,6 +178,11 @@ std::exception* Task::cloneError(const std::exception& e)
         static_cast<void>(copy.release());
         return error;
     }
+    return nullptr;
+}
+
+std::exception* Task::_standardCopyOf(const std::exception& e)
+{
     typedef std::exception* (*Copy)(const std::exception&);
     constexpr Copy copies[] = {
         copyAs<std::ios_base::failure>, copyAs<std::bad_alloc>,     copyAs<std::bad_cast>,

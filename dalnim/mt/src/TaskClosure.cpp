@@ -7,6 +7,8 @@
 #include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 
+#include <qv/rtlapi/src/userCode.hpp>
+
 #include <utility>
 
 DALNIM_USES_RTLAPI
@@ -32,36 +34,24 @@ TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, const type::
 }
 
 TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context)
-    : _task(task), _hold(manage ? Hold::OWNED : Hold::NONE), _pool(pool), _context(std::move(context))
+    : _task(task), _ownership(manage ? acquireOwnership(*task) : Ownership::NONE), _pool(pool),
+      _context(std::move(context))
 {
-    if (manage) {
-        if (const auto* const counted = dynamic_cast<const mem::RefCntObject*>(task)) {
-            counted->acquireRef();
-            _hold = Hold::COUNTED;
-        }
-    }
 }
 
-void TaskClosure::disown()
+void TaskClosure::releaseOwnership()
 {
-    const Hold hold = std::exchange(_hold, Hold::NONE);
-    if (hold == Hold::COUNTED) {
-        releaseCount();
+    const Ownership ownership = std::exchange(_ownership, Ownership::NONE);
+    if (ownership == Ownership::COUNTED) {
+        dynamic_cast<const mem::RefCntObject&>(*_task).releaseRef();
     }
 }
 
 TaskClosure::~TaskClosure() noexcept(false)
 {
-    if (_hold == Hold::COUNTED) {
-        releaseCount();
-    } else if (_hold == Hold::OWNED) {
-        delete _task;
+    if (_ownership != Ownership::NONE) {
+        endOwnership(_task, _ownership, "Unexpected exception while destroying a task of a pool");
     }
-}
-
-void TaskClosure::releaseCount() const
-{
-    dynamic_cast<const mem::RefCntObject&>(*_task).releaseRef();
 }
 
 void* TaskClosure::operator new(std::size_t size)
@@ -88,8 +78,18 @@ void TaskClosure::apply()
     try {
         _task->run();
     } catch (...) {
-        // Dropped on purpose: a pool task tells its outcome by its own means.
+        // An exception is dropped on purpose: a pool task reports its outcome by its own means.
+        if (qv::isThreadEnding()) {
+            finish(thread);
+            throw;
+        }
     }
+    finish(thread);
+}
+
+/** Ends the work of the task on this thread. */
+void TaskClosure::finish(sys::internal::ThreadState& thread) const
+{
     // A task that has finished itself may be gone: its owner waits for nothing else.
     if (Task::_last_finished() != _task) {
         _task->_set_state(Task::TSF_FINISHED);

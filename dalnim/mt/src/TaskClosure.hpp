@@ -2,11 +2,16 @@
 #define DALNIM_MT_SRC_TASKCLOSURE_HPP
 
 #include <dalnim/mt/Task.hpp>
+#include <dalnim/mt/src/Ownership.hpp>
 #include <dalnim/type/ContainerContext.hpp>
 #include <dalnim/type/src/ContextSnapshot.hpp>
 #include <qv/rtlapi/RX_Closure.hpp>
 
 #include <cstddef>
+
+namespace com::kor::dal::nim::sys::internal {
+class ThreadState;
+}
 
 namespace com::kor::dal::nim::mt {
 
@@ -18,7 +23,10 @@ class TaskClosure : public RX_Closure
 public:
     /** Copies `context` or, for null, the calling thread's current one. */
     TaskClosure(Task* task, bool manage, ThreadPool* pool, const type::ContainerContext* context);
-    /** Releases a managed task that is counted, deletes one that is not. */
+    /**
+     * Releases a managed task that is counted, deletes one that is not. An exception of the task's destructor
+     * is logged; only a forced unwinding passes.
+     */
     ~TaskClosure() noexcept(false) override;
 
     TaskClosure(TaskClosure&) = delete;
@@ -28,22 +36,22 @@ public:
     static void* operator new(std::size_t size);
     static void operator delete(void* block) noexcept;
 
-    /** Runs the task on a worker; what it throws is dropped. */
+    /**
+     * Runs the task on a worker; what it throws is dropped. A task that ends the thread is finished, too, and
+     * the unwinding goes on.
+     */
     void apply() override;
 
     /** Leaves a managed task to whoever submitted it. */
-    void disown();
+    void releaseOwnership();
 
 private:
     TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context);
 
-    /** What becomes of the task when the closure goes. */
-    enum class Hold : unsigned char { NONE, OWNED, COUNTED };
-
-    void releaseCount() const;
+    void finish(sys::internal::ThreadState& thread) const;
 
     Task* _task;
-    Hold _hold;
+    Ownership _ownership;
     ThreadPool* const _pool;
     type::ContextSnapshot _context;
 };

@@ -5,6 +5,8 @@
 #define NIM_LOG_FILE "mt/src/Thread"
 #include <dalnim/log/Statement.hpp>
 #include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/mt/src/Ownership.hpp>
+#include <dalnim/mt/src/SafeLog.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
@@ -12,8 +14,11 @@
 #include <qv/rtlapi/RX_ClosureM0S.hpp>
 #include <qv/rtlapi/RX_Thread.hpp>
 #include <qv/rtlapi/Reference.hpp>
+#include <qv/rtlapi/src/userCode.hpp>
 
+#include <new>
 #include <stdexcept>
+#include <utility>
 
 DALNIM_USES_RTLAPI
 
@@ -28,18 +33,12 @@ qv::Reference<RX_Thread> makeSystemThread(qv::Reference<RX_Closure> closure)
     return thread;
 }
 
-/** Runs a log statement whose failure must not end the thread that it reports of. */
-template <class Statement>
-void logSafely(Statement statement)
-{
-    try {
-        statement();
-    } catch (const std::exception& exc) {
-        std::cerr << "Thread: a report was lost: " << exc.what() << std::endl;
-    } catch (...) {
-        std::cerr << "Thread: a report was lost" << std::endl;
-    }
-}
+/**
+ * The exception of a run that could not be copied because memory ran out. Made when the library is loaded and
+ * never destroyed, since threads run until the process has ended.
+ */
+// NOLINTNEXTLINE(cert-err58-cpp): what is loaded without memory for this ends
+std::exception* const withoutMemory = std::make_unique<std::bad_alloc>().release();
 
 }
 
@@ -50,6 +49,10 @@ Thread::Thread(Runnable* tgt, bool joinable, bool destroy, const char* name)
     const sys::StackTrack track("Thread()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     if (tgt == nullptr) {
         throw std::logic_error("Runnable target was NULL");
+    }
+    if (destroy) {
+        // Last, since the target stays the caller's if construction fails.
+        acquireOwnership(*tgt);
     }
 }
 
@@ -75,10 +78,11 @@ Thread::~Thread() noexcept(false)
         _closure = nullptr;
     }
     if (_manage && _target != nullptr) {
-        if (_targetAsTask != nullptr) {
+        const Ownership ownership = ownershipOf(*_target);
+        if (_targetAsTask != nullptr && isSoleOwner(*_target, ownership)) {
             _targetAsTask->_set_state(TSF_DESTROYED);
         }
-        delete _target;
+        endOwnership(_target, ownership, "Unexpected exception while destroying the target of a thread");
     }
     _set_state(TSF_DESTROYED);
     _target = nullptr;
@@ -105,14 +109,19 @@ void Thread::start(bool joinable, const type::ContainerContext* context)
     // The copy is made here, so that what it shares or clones is read by the thread that owns it.
     _contextRef = new sys::internal::CurrentContext(*context);
 
-    qv::Reference<RX_Closure> closure;
-    if (joinable) {
-        _closure = new RX_ClosureM0S<Thread>(this, &Thread::run_joinable);
-        closure = qv::share(static_cast<RX_Closure*>(_closure));
-    } else {
-        closure.reset(new RX_ClosureM0<Thread>(this, &Thread::run_detached));
+    if (!joinable) {
+        makeSystemThread(qv::Reference<RX_Closure>(new RX_ClosureM0<Thread>(this, &Thread::run_detached)))
+            ->start();
+        return;
     }
-    makeSystemThread(std::move(closure))->start();
+    _closure = new RX_ClosureM0S<Thread>(this, &Thread::run_joinable);
+    try {
+        makeSystemThread(qv::share<RX_Closure>(_closure))->start();
+    } catch (...) {
+        // No thread will mark it as done, so a join would wait indefinitely.
+        _closure->failWithCurrentException();
+        throw;
+    }
 }
 
 void Thread::start(const type::ContainerContext* context)
@@ -204,14 +213,22 @@ void Thread::run_post()
 
 void Thread::run_joinable()
 {
+    // Referenced by the system thread also after the end of this object, which is allowed from TSF_FINISHED
+    // on.
+    RX_ClosureM0S<Thread>* const closure = _closure;
     run_pre();
     try {
-        run();
-    } catch (const std::exception& exc) {
-        _exception.reset(cloneError(exc));
+        if (const qv::CaughtException caught = qv::catchException([this] { run(); })) {
+            _exception.reset(copyForJoin(caught));
+        }
     } catch (...) {
-        _exception = std::make_unique<std::logic_error>("Unknown Exception propagated from joinable thread '"
-                                                        + name() + "'");
+        const bool isEnding = qv::isThreadEnding();
+        run_post();
+        if (isEnding) {
+            // Ended from within: the run is over, and there is nothing that its joiner could receive.
+            closure->markDone();
+        }
+        throw;
     }
     run_post();
 }
@@ -220,22 +237,63 @@ void Thread::run_detached()
 {
     run_pre();
     try {
-        run();
-    } catch (const std::exception& exc) {
-        logSafely([&] {
-            // What an application runs on its threads is logged under its module, not the library's.
-            using ::com_kor_dal_nim_log_module;
-            NIM_LOG_TRAPPED(Severity_WARNING, exc,
-                            "Exception from detached thread '" + name() + "' discarded");
-        });
+        if (const qv::CaughtException caught = qv::catchException([this] { run(); })) {
+            report(caught);
+        }
     } catch (...) {
-        logSafely([&] {
-            using ::com_kor_dal_nim_log_module;
-            NIM_LOG(Severity_ERROR) << "Unknown exception propagated from detached thread '" << name()
-                                    << "'.";
-        });
+        run_post();
+        throw;
     }
     run_post();
+}
+
+/**
+ * A copy of what ended the run. If copying throws, that exception is copied instead, at last as a standard
+ * type, which can only run out of memory. Only a forced unwinding leaves this function.
+ */
+std::exception* Thread::copyForJoin(qv::CaughtException caught) const
+{
+    typedef std::exception* (*Copy)(const std::exception&);
+    constexpr Copy copies[] = {&Thread::cloneError, &Thread::cloneError, &Thread::_standardCopyOf};
+    for (const Copy copy : copies) {
+        std::exception* error = nullptr;
+        qv::CaughtException failure = qv::catchException([&] {
+            error = caught.known() != nullptr
+                        ? copy(*caught.known())
+                        : new std::logic_error("Unknown Exception propagated from joinable thread '" + name()
+                                               + "'");
+        });
+        if (!failure) {
+            return error;
+        }
+        if (dynamic_cast<const std::bad_alloc*>(failure.known()) != nullptr) {
+            break;
+        }
+        caught = std::move(failure);
+    }
+    return withoutMemory;
+}
+
+void Thread::report(const qv::CaughtException& caught) const
+{
+    // What an application runs on its threads is logged under its module, not the library's.
+    using ::com_kor_dal_nim_log_module;
+    logSafely(CLASS_NAME, [&] {
+        if (caught.known() != nullptr) {
+            NIM_LOG_TRAPPED(Severity_WARNING, *caught.known(),
+                            "Exception from detached thread '" + name() + "' discarded");
+        } else {
+            NIM_LOG(Severity_ERROR) << "Unknown exception propagated from detached thread '" << name()
+                                    << "'.";
+        }
+    });
+}
+
+void Thread::DeleteCopy::operator()(std::exception* exception) const noexcept
+{
+    if (exception != withoutMemory) {
+        delete exception;
+    }
 }
 
 }

@@ -93,7 +93,7 @@ bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerC
         }
     } catch (...) {
         // The task stays the caller's, as with every failure of this operation.
-        closure->disown();
+        closure->releaseOwnership();
         throw;
     }
     // The queue has the only reference, so that the task of a managed closure goes with its run.

@@ -1,0 +1,32 @@
+#ifndef DALNIM_MT_SRC_SAFELOG_HPP
+#define DALNIM_MT_SRC_SAFELOG_HPP
+
+#include <qv/rtlapi/src/userCode.hpp>
+
+#include <iostream>
+
+namespace com::kor::dal::nim::mt {
+
+/**
+ * Runs a log statement that must not affect the thread that it reports on: if it fails, standard error gets a
+ * line that says so. Only a forced unwinding leaves this function.
+ */
+template <class Statement>
+void logSafely(const char* component, Statement statement)
+{
+    const qv::CaughtException failure = qv::catchException(statement);
+    if (!failure) {
+        return;
+    }
+    static_cast<void>(qv::catchException([&] {
+        std::cerr << component << ": a report was lost";
+        if (failure.known() != nullptr) {
+            std::cerr << ": " << failure.known()->what();
+        }
+        std::cerr << std::endl;
+    }));
+}
+
+}
+
+#endif

@@ -1,0 +1,257 @@
+#include <dalnim/mt/Task.hpp>
+#include <dalnim/mt/Thread.hpp>
+
+#include <dalnim/mem/RefCntObject.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <stdexcept>
+
+#include <pthread.h>
+
+#include <log/Loggers.hpp>
+
+#include "Pools.hpp"
+
+namespace {
+
+namespace nim = com::kor::dal::nim;
+using mttest::awaitEnd;
+using mttest::makePool;
+using mttest::OwnTask;
+using mttest::OwnThread;
+using mttest::refusal;
+using mttest::Work;
+using nim::mem::RcoRef;
+using nim::mt::Runnable;
+using nim::mt::Task;
+using nim::mt::Thread;
+
+// ---- targets that cannot be destroyed -------------------------------------------------------
+
+/** A target that makes a call in its destructor. */
+class Departing : public Runnable
+{
+public:
+    explicit Departing(mttest::Call departingCall) : call(std::move(departingCall)) {}
+    ~Departing() noexcept(false) override
+    {
+        call();
+    }
+    void run() override {}
+
+private:
+    mttest::Call call;
+};
+
+/** The same for a task. */
+class DepartingTask : public Task
+{
+public:
+    explicit DepartingTask(mttest::Call departingCall)
+        : Task(nullptr, nullptr), call(std::move(departingCall))
+    {
+    }
+    ~DepartingTask() noexcept(false) override
+    {
+        call();
+    }
+    void run() override {}
+
+private:
+    mttest::Call call;
+};
+
+/** The same, reference-counted. */
+class CountedDeparting : public Departing, public nim::mem::RefCntObject
+{
+public:
+    using Departing::Departing;
+    ~CountedDeparting() noexcept(false) override = default;
+};
+
+void throwKnown()
+{
+    throw std::runtime_error("no end");
+}
+
+TEST(Ownership, ExceptionOfATasksTargetIsLoggedByTheDestructor)
+{
+    logtest::DefaultLogger logger;
+    {
+        const Task task(new Departing(throwKnown), true);
+    }
+    EXPECT_EQ("com.kor.dal.nim WARNING Ownership : Unexpected exception while destroying the target of a task"
+              " : no end\n",
+              logger.taken());
+    {
+        const Task task(new CountedDeparting([] { throw nim::sys::system_error(5, "disk gone"); }), true);
+    }
+    EXPECT_EQ("com.kor.dal.nim WARNING Ownership : Unexpected exception while destroying the target of a task"
+              " : 5 : disk gone",
+              logtest::firstLine(logger.taken()));
+    {
+        const Task task(new Departing([] { throw 42; }), true);
+    }
+    EXPECT_EQ("com.kor.dal.nim WARNING Ownership : Unexpected exception while destroying the target of a task"
+              " : Unknown exception\n",
+              logger.taken());
+}
+
+TEST(Ownership, ExceptionOfAThreadsTargetIsLoggedByTheDestructor)
+{
+    logtest::DefaultLogger logger;
+    {
+        Thread thread(new Departing(throwKnown), true, true);
+        thread.start();
+        EXPECT_EQ(nullptr, thread.join());
+    }
+    EXPECT_EQ(
+        "com.kor.dal.nim WARNING Ownership : Unexpected exception while destroying the target of a thread"
+        " : no end\n",
+        logger.taken());
+}
+
+TEST(Ownership, ExceptionOfAManagedPoolTaskIsLoggedAndTheWorkerGoesOn)
+{
+    logtest::DefaultLogger logger;
+    const auto pool = makePool(1, 5);
+    EXPECT_TRUE(pool->add(new DepartingTask(throwKnown), true));
+    std::atomic<int> runs{0};
+    EXPECT_TRUE(pool->add(new OwnTask([&] { ++runs; }), true));
+    pool->shutdown(true);
+    EXPECT_EQ("com.kor.dal.nim WARNING Ownership : Unexpected exception while destroying a task of a pool"
+              " : no end\n",
+              logger.taken());
+    EXPECT_EQ(1, runs);
+}
+
+TEST(Ownership, ExceptionBehindAClosedGateIsDropped)
+{
+    logtest::DefaultLogger logger;
+    logger->setSeverity(nim::log::Severity_ERROR);
+    logger.taken();
+    {
+        const Task task(new Departing(throwKnown), true);
+    }
+    EXPECT_EQ("", logger.taken());
+}
+
+TEST(Ownership, DestructorOfATargetMayEndTheThread)
+{
+    for (const bool withThread : {false, true}) {
+        OwnThread thread([withThread] {
+            Departing* const target = new Departing([] { pthread_exit(nullptr); });
+            if (withThread) {
+                const Thread inner(target, true, true);
+            } else {
+                const Task inner(target, true);
+            }
+            throw std::runtime_error("not reached");
+        });
+        thread.start();
+        EXPECT_EQ(nullptr, thread.join());
+    }
+}
+
+TEST(Ownership, DestructorOfAManagedPoolTaskMayEndTheWorker)
+{
+    const auto pool = makePool(1, 5);
+    EXPECT_TRUE(pool->add(new DepartingTask([] { pthread_exit(nullptr); }), true));
+    std::atomic<int> runs{0};
+    OwnTask next([&] { ++runs; });
+    EXPECT_TRUE(pool->add(next));
+    pool->shutdown(true);
+    EXPECT_EQ(1, runs);
+    EXPECT_EQ(Task::TSF_FINISHED, next.status());
+}
+
+// ---- reference-counted targets --------------------------------------------------------------
+
+class CountedWork : public Work, public nim::mem::RefCntObject
+{
+public:
+    using Work::Work;
+    ~CountedWork() override = default;
+};
+
+/** A counted task that reports the state in which it is destroyed. */
+class CountedTask : public OwnTask, public nim::mem::RefCntObject
+{
+public:
+    explicit CountedTask(Task::TaskState& stateAtEnd) : state(stateAtEnd) {}
+    ~CountedTask() override
+    {
+        state = status();
+    }
+
+private:
+    Task::TaskState& state;
+};
+
+TEST(CountedTarget, IsReferencedByItsTaskFromTheConstructorToTheDestructor)
+{
+    std::atomic<int> destroyed{0};
+    RcoRef<CountedWork> work(new CountedWork(nullptr, &destroyed));
+    {
+        const Task task(work.get(), true);
+        EXPECT_EQ(2U, work->refCount());
+    }
+    EXPECT_EQ(1U, work->refCount());
+    EXPECT_EQ(0, destroyed);
+    auto task = std::make_unique<Task>(work.get(), true);
+    work.clear();
+    EXPECT_EQ(0, destroyed) << "the reference of the task keeps it";
+    task->run();
+    task.reset();
+    EXPECT_EQ(1, destroyed);
+}
+
+TEST(CountedTarget, IsNotReferencedByATaskThatDoesNotOwnIt)
+{
+    const RcoRef<CountedWork> work(new CountedWork);
+    RcoRef<CountedWork> other(work);
+    const Task byPointer(other.get());
+    const Task byReference(*other);
+    const Thread thread(other.get());
+    EXPECT_EQ(2U, work->refCount());
+}
+
+TEST(CountedTarget, IsReferencedByItsThreadFromTheConstructorToTheDestructor)
+{
+    std::atomic<int> destroyed{0};
+    RcoRef<CountedWork> work(new CountedWork(nullptr, &destroyed));
+    auto thread = std::make_unique<Thread>(work.get(), true, true);
+    EXPECT_EQ(2U, work->refCount());
+    work.clear();
+    thread->start();
+    EXPECT_EQ(nullptr, thread->join());
+    EXPECT_EQ(0, destroyed);
+    thread.reset();
+    EXPECT_EQ(1, destroyed);
+    std::unique_ptr<Thread> started(Thread::start(new CountedWork(nullptr, &destroyed), true, true, nullptr));
+    EXPECT_EQ(nullptr, started->join());
+    started.reset();
+    EXPECT_EQ(2, destroyed);
+}
+
+TEST(CountedTarget, ThatIsHeldElsewhereDoesNotBecomeDestroyedWithItsThread)
+{
+    Task::TaskState state = Task::TSF_READY;
+    RcoRef<CountedTask> task(new CountedTask(state));
+    {
+        Thread thread(task.get(), true, true);
+        thread.start();
+        EXPECT_EQ(nullptr, thread.join());
+    }
+    EXPECT_EQ(Task::TSF_READY, task->status());
+    {
+        const Thread thread(task.get(), true, true);
+        task.clear();
+    }
+    EXPECT_EQ(Task::TSF_DESTROYED, state) << "it ended with the thread";
+}
+
+}

@@ -1,0 +1,350 @@
+#include <dalnim/mt/Thread.hpp>
+#include <dalnim/mt/ThreadPool.hpp>
+
+#include <dalnim/type/Cloneable.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <deque>
+#include <stdexcept>
+#include <thread>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <log/Loggers.hpp>
+#include <qv/Threads.hpp>
+
+#include "Pools.hpp"
+
+namespace {
+
+namespace nim = com::kor::dal::nim;
+using mttest::awaitEnd;
+using mttest::Content;
+using mttest::Keys;
+using mttest::makePool;
+using mttest::Occupation;
+using mttest::OwnTask;
+using mttest::Work;
+using nim::mem::RcoRef;
+using nim::mt::Task;
+using nim::mt::Thread;
+using nim::mt::ThreadPool;
+using qvtest::Caller;
+using qvtest::Gate;
+
+/** Counts the objects that are destroyed on the way out of a run. */
+class Local
+{
+public:
+    explicit Local(std::atomic<int>& destroyedLocals) : destroyed(destroyedLocals) {}
+    Local(const Local&) = delete;
+    Local& operator=(const Local&) = delete;
+    ~Local()
+    {
+        ++destroyed;
+    }
+
+private:
+    std::atomic<int>& destroyed;
+};
+
+/** The two ways in which a run ends its thread. */
+enum class Ending { EXIT, CANCELLATION };
+
+/** Ends the calling thread: by itself, or by another thread that cancels it in a wait. */
+class Ender
+{
+public:
+    explicit Ender(Ending enderEnding) : ending(enderEnding) {}
+
+    /** For the thread that must end. */
+    void end()
+    {
+        const Local local(unwound);
+        if (ending == Ending::EXIT) {
+            pthread_exit(nullptr);
+        }
+        thread = pthread_self();
+        entered.open();
+        for (;;) {
+            pause();
+        }
+    }
+    /** For another thread: does its part. */
+    void drive()
+    {
+        if (ending == Ending::CANCELLATION) {
+            entered.pass();
+            EXPECT_EQ(0, pthread_cancel(thread));
+        }
+    }
+
+    std::atomic<int> unwound{0};
+
+private:
+    const Ending ending;
+    Gate entered;
+    pthread_t thread{};
+};
+
+class ThreadEnding : public testing::TestWithParam<Ending>
+{
+protected:
+    Ender ender{GetParam()};
+};
+
+INSTANTIATE_TEST_SUITE_P(Endings, ThreadEnding, testing::Values(Ending::EXIT, Ending::CANCELLATION),
+                         [](const testing::TestParamInfo<Ending>& ending) {
+                             return ending.param == Ending::EXIT ? "PthreadExit" : "Cancellation";
+                         });
+
+TEST_P(ThreadEnding, InAJoinableRunFinishesItWithoutAnException)
+{
+    const Keys keys;
+    const RcoRef<Content> content(new Content(1));
+    Thread* current = nullptr;
+    Task::TaskState state = Task::TSF_READY;
+    Work work([&] {
+        current = Thread::currentThread();
+        state = current->status();
+        nim::type::ContainerContext::current()->add(content, keys.shared);
+        ender.end();
+    });
+    Thread thread(work);
+    thread.start();
+    ender.drive();
+    EXPECT_EQ(nullptr, thread.join());
+    EXPECT_EQ(1, ender.unwound);
+    EXPECT_EQ(Task::TSF_READY, thread.status());
+    EXPECT_EQ(&thread, current);
+    EXPECT_EQ(Task::TSF_RUNNING, state);
+    EXPECT_EQ(1U, content->refCount()) << "the context of the thread is cleared";
+}
+
+TEST_P(ThreadEnding, LetsAJoinedThreadRunAgain)
+{
+    bool mustEnd = true;
+    int runs = 0;
+    Work work([&] {
+        ++runs;
+        if (mustEnd) {
+            ender.end();
+        }
+        throw std::runtime_error("second");
+    });
+    Thread thread(work);
+    thread.start();
+    ender.drive();
+    EXPECT_EQ(nullptr, thread.join());
+    mustEnd = false;
+    thread.start();
+    const std::exception* const error = thread.join();
+    ASSERT_NE(nullptr, error);
+    EXPECT_STREQ("second", error->what());
+    EXPECT_EQ(2, runs);
+}
+
+TEST_P(ThreadEnding, FinishesTheTargetAndWakesItsWaiters)
+{
+    Gate isWaitedFor;
+    Work work([&] {
+        isWaitedFor.pass();
+        ender.end();
+    });
+    Task target(work);
+    Thread thread(target);
+    thread.start();
+    std::atomic<int> woken{0};
+    Caller onTarget([&] { woken += target.waitForCompletion(60000) ? 1 : 0; });
+    Caller onThread([&] { woken += thread.waitForCompletion(60000) ? 1 : 0; });
+    EXPECT_TRUE(onTarget.awaitAsleep());
+    EXPECT_TRUE(onThread.awaitAsleep());
+    isWaitedFor.open();
+    ender.drive();
+    onTarget.join();
+    onThread.join();
+    EXPECT_EQ(2, woken);
+    EXPECT_EQ(Task::TSF_FINISHED, target.status());
+    EXPECT_EQ(nullptr, thread.join());
+}
+
+TEST_P(ThreadEnding, FinishesADetachedRunWithoutARecord)
+{
+    logtest::DefaultLogger logger;
+    Work work([&] { ender.end(); });
+    Thread thread(work, false);
+    thread.start();
+    ender.drive();
+    awaitEnd(thread);
+    EXPECT_EQ(1, ender.unwound);
+    EXPECT_EQ("", logger.taken());
+}
+
+/** An exception that ends the thread in place of being cloned. */
+class Fatal : public std::runtime_error, public nim::type::Cloneable
+{
+public:
+    explicit Fatal(Ender& fatalEnder) : std::runtime_error("fatal"), ender(fatalEnder) {}
+    nim::type::Cloneable* clone(bool) const override
+    {
+        ender.end();
+        return nullptr;
+    }
+
+private:
+    Ender& ender;
+};
+
+TEST_P(ThreadEnding, MayHappenWhileAnExceptionIsCopied)
+{
+    Work work([this] { throw Fatal(ender); });
+    Thread thread(work);
+    thread.start();
+    ender.drive();
+    EXPECT_EQ(nullptr, thread.join());
+    EXPECT_EQ(1, ender.unwound);
+    EXPECT_EQ(Task::TSF_READY, thread.status());
+}
+
+TEST_P(ThreadEnding, InAPoolTaskFinishesItAndReplacesTheWorker)
+{
+    const auto pool = makePool(1, 5);
+    Gate isWaitedFor;
+    const Task* current = nullptr;
+    const ThreadPool* currentPool = nullptr;
+    OwnTask task([&] {
+        isWaitedFor.pass();
+        current = Task::currentTask();
+        currentPool = ThreadPool::currentPool();
+        ender.end();
+    });
+    EXPECT_TRUE(pool->add(task));
+    std::atomic<bool> isWoken{false};
+    Caller waiter([&] { isWoken = task.waitForCompletion(60000); });
+    EXPECT_TRUE(waiter.awaitAsleep());
+    isWaitedFor.open();
+    ender.drive();
+    waiter.join();
+    EXPECT_TRUE(isWoken);
+    EXPECT_EQ(1, ender.unwound);
+    EXPECT_EQ(&task, current);
+    EXPECT_EQ(pool.get(), currentPool);
+    EXPECT_EQ(Task::TSF_FINISHED, task.status());
+    bool isClean = false;
+    OwnTask next([&] { isClean = Thread::currentThread() == nullptr && Task::currentTask() == &next; });
+    EXPECT_TRUE(pool->add(next));
+    awaitEnd(next);
+    EXPECT_TRUE(isClean);
+    pool->shutdown();
+}
+
+TEST_P(ThreadEnding, FinishesAPoolTaskWithATarget)
+{
+    const auto pool = makePool(1, 5);
+    Work work([this] { ender.end(); });
+    Task task(work);
+    EXPECT_TRUE(pool->add(task));
+    ender.drive();
+    awaitEnd(task);
+    pool->shutdown();
+    EXPECT_EQ(Task::TSF_FINISHED, task.status());
+}
+
+TEST_P(ThreadEnding, ReleasesTheContextOfAPoolTask)
+{
+    const auto pool = makePool(1, 5);
+    const Keys keys;
+    const RcoRef<Content> content(new Content(1));
+    OwnTask task([&] {
+        nim::type::ContainerContext::current()->add(content, keys.shared);
+        ender.end();
+    });
+    EXPECT_TRUE(pool->add(task));
+    ender.drive();
+    pool->shutdown(true);
+    EXPECT_EQ(1U, content->refCount());
+}
+
+TEST_P(ThreadEnding, DestroysAManagedPoolTask)
+{
+    std::atomic<int> destroyed{0};
+    const auto pool = makePool(1, 5);
+    EXPECT_TRUE(pool->add(new OwnTask([this] { ender.end(); }, &destroyed), true));
+    ender.drive();
+    pool->shutdown(true);
+    EXPECT_EQ(1, destroyed);
+    EXPECT_EQ(1, ender.unwound);
+}
+
+TEST(ThreadPoolEnding, KeepsTheNumberOfWorkers)
+{
+    const auto pool = makePool(3, 100);
+    std::deque<OwnTask> tasks;
+    for (int i = 0; i < 30; ++i) {
+        tasks.emplace_back([] { pthread_exit(nullptr); });
+        EXPECT_TRUE(pool->add(tasks.back()));
+    }
+    for (const OwnTask& task : tasks) {
+        awaitEnd(task);
+    }
+    // All three run at the same time, and no fourth one does.
+    Occupation all(*pool, 3);
+    OwnTask fourth;
+    EXPECT_TRUE(pool->add(fourth));
+    EXPECT_EQ(Task::TSF_QUEUED, fourth.status());
+    all.end();
+    awaitEnd(fourth);
+}
+
+TEST(ThreadPoolEnding, LosesNoTaskOfManySubmitters)
+{
+    for (int round = 0; round < 10; ++round) {
+        std::atomic<int> runs{0};
+        const auto pool = makePool(3, 4);
+        std::deque<std::deque<OwnTask>> tasks(3);
+        std::vector<std::thread> submitters;
+        for (std::deque<OwnTask>& own : tasks) {
+            submitters.emplace_back([&] {
+                for (int i = 0; i < 40; ++i) {
+                    own.emplace_back([&runs, i] {
+                        ++runs;
+                        if (i % 2 == 0) {
+                            pthread_exit(nullptr);
+                        }
+                    });
+                    EXPECT_TRUE(pool->add(own.back()));
+                }
+            });
+        }
+        for (std::thread& submitter : submitters) {
+            submitter.join();
+        }
+        pool->shutdown(true);
+        EXPECT_EQ(120, runs);
+        for (const std::deque<OwnTask>& own : tasks) {
+            for (const OwnTask& task : own) {
+                EXPECT_EQ(Task::TSF_FINISHED, task.status());
+            }
+        }
+    }
+}
+
+TEST(ThreadPoolEnding, MayMeetAShutdown)
+{
+    for (int round = 0; round < 50; ++round) {
+        auto pool = makePool(2, 4);
+        OwnTask first([] { pthread_exit(nullptr); });
+        OwnTask second([] { pthread_exit(nullptr); });
+        EXPECT_TRUE(pool->add(first));
+        EXPECT_TRUE(pool->add(second));
+        pool->shutdown(true);
+        pool.reset();
+        EXPECT_EQ(Task::TSF_FINISHED, first.status());
+        EXPECT_EQ(Task::TSF_FINISHED, second.status());
+    }
+}
+
+}
