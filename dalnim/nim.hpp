@@ -36,6 +36,7 @@
 
 #include <dalnim/mt/CondSem.hpp>
 #include <dalnim/mt/CriticalSection.hpp>
+#include <dalnim/mt/FlagArgument.hpp>
 #include <dalnim/mt/MutexHolder.hpp>
 #include <dalnim/mt/MutexOps.hpp>
 #include <dalnim/mt/Queue.hpp>

@@ -3,12 +3,13 @@
 
 #include <dalnim/Primitives.hpp>
 #include <dalnim/String.hpp>
+#include <dalnim/mt/FlagArgument.hpp>
 #include <dalnim/mt/Runnable.hpp>
 #include <qv/rtlapi/RX_String.hpp>
 
 #include <atomic>
-#include <cstddef>
 #include <exception>
+#include <type_traits>
 
 namespace com::kor::dal::nim::mt {
 
@@ -56,9 +57,9 @@ public:
                   const char* label = nullptr);
     /** The target stays the caller's. */
     explicit Task(Runnable& tgt, const char* name = nullptr, const char* label = nullptr);
-    // A name in the place of the flag would make the task delete its target.
-    template <std::size_t N>
-    Task(Runnable* tgt, const char (&name)[N]) = delete;
+    // A name in the place of the flag would make the task an owner of its target.
+    template <class T, class... More, class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN>>
+    Task(Runnable* tgt, T&& destroy, More&&... more) = delete;
     /**
      * Releases or deletes a target that it owns. An exception of the target's destructor is caught and
      * logged under the module "com.kor.dal.nim" with severity WARNING and the message "Unexpected exception

@@ -50,15 +50,16 @@ public:
     explicit Thread(Runnable& tgt, bool joinable = true, const char* name = nullptr);
     /** A thread to derive from: the derived class replaces run(). */
     explicit Thread(bool joinable = true, const char* name = nullptr);
-    // A name in the place of a flag is one that has lost its way.
-    template <std::size_t N>
-    explicit Thread(const char (&name)[N]) = delete;
-    template <std::size_t N>
-    Thread(Runnable* tgt, const char (&name)[N]) = delete;
-    template <std::size_t N>
-    Thread(Runnable* tgt, bool joinable, const char (&name)[N]) = delete;
-    template <std::size_t N>
-    Thread(Runnable& tgt, const char (&name)[N]) = delete;
+    // A name, or something that cannot be run, in the place of a flag.
+    template <class T, class... More,
+              class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN && !FlagArgument<T>::IS_TARGET>>
+    explicit Thread(T&& joinable, More&&... more) = delete;
+    template <class T, class... More, class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN>>
+    Thread(Runnable* tgt, T&& joinable, More&&... more) = delete;
+    template <class T, class... More, class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN>>
+    Thread(Runnable* tgt, bool joinable, T&& destroy, More&&... more) = delete;
+    template <class T, class... More, class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN>>
+    Thread(Runnable& tgt, T&& joinable, More&&... more) = delete;
     /**
      * Releases or deletes a target that it owns. If that is a task, and nothing else holds a reference to it,
      * its state becomes TSF_DESTROYED first. An exception of the target's destructor is caught and logged
@@ -79,12 +80,55 @@ public:
     void start(bool joinable, const type::ContainerContext* context = nullptr);
     /** The same, joinable or not as before. */
     void start(const type::ContainerContext* context = nullptr);
+    /** @name Start with a counted context */
+    /** @{ */
+    /** The same, with the context that `context` holds; empty for the caller's current one. */
+    template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
+    void start(bool joinable, const mem::ConstRcoRef<T>& context)
+    {
+        start(joinable, static_cast<const type::ContainerContext*>(context.get()));
+    }
+    template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
+    void start(const mem::ConstRcoRef<T>& context)
+    {
+        start(static_cast<const type::ContainerContext*>(context.get()));
+    }
+    /** @} */
     /** A new thread, started; the caller owns the object, which a failed start leaves behind. */
     static Thread* start(Runnable& tgt, bool joinable, const char* name,
                          const type::ContainerContext* context = nullptr);
     /** The same; with `destroy`, the object is an owner of `tgt`. Throws as the constructor. */
     static Thread* start(Runnable* tgt, bool joinable, bool destroy, const char* name,
                          const type::ContainerContext* context = nullptr);
+
+    /** @name Start of new threads with a counted context */
+    /** @{ */
+    /** The same, with the context that `context` holds; empty for the caller's current one. */
+    template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
+    static Thread* start(Runnable& tgt, bool joinable, const char* name, const mem::ConstRcoRef<T>& context)
+    {
+        return start(tgt, joinable, name, static_cast<const type::ContainerContext*>(context.get()));
+    }
+    template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
+    static Thread* start(Runnable* tgt, bool joinable, bool destroy, const char* name,
+                         const mem::ConstRcoRef<T>& context)
+    {
+        return start(tgt, joinable, destroy, name, static_cast<const type::ContainerContext*>(context.get()));
+    }
+    /** @} */
+    // Something else in the place of a flag; a context is meant only as the last argument.
+    template <class T, class... More,
+              class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN && !FlagArgument<T>::IS_TARGET
+                                       && (sizeof...(More) != 0
+                                           || (!FlagArgument<T>::IS_CONTEXT_POINTER
+                                               && !FlagArgument<T>::IS_CONTEXT_REFERENCE))>>
+    void start(T&& joinable, More&&... more) = delete;
+    template <class T, class... More, class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN>>
+    static Thread* start(Runnable& tgt, T&& joinable, More&&... more) = delete;
+    template <class T, class... More, class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN>>
+    static Thread* start(Runnable* tgt, T&& joinable, More&&... more) = delete;
+    template <class T, class... More, class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN>>
+    static Thread* start(Runnable* tgt, bool joinable, T&& destroy, More&&... more) = delete;
 
     /**
      * Waits for the end of the run, without limit, and makes the thread ready to be started again.

@@ -62,13 +62,49 @@ public:
              const type::ContainerContext* context = nullptr);
     /** The task stays the caller's, who keeps it until it is finished. */
     bool add(Task& task, bool block = true, const type::ContainerContext* context = nullptr);
-    // A context in the place of a flag is one that has lost its way.
-    template <class T>
-    bool add(Task* task, const T* context) = delete;
-    template <class T>
-    bool add(Task* task, bool manage, const T* context) = delete;
-    template <class T>
-    bool add(Task& task, const T* context) = delete;
+    /** @name Add with a counted context */
+    /** @{ */
+    /** The same, with the context that `context` holds; empty for the caller's current one. */
+    template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
+    bool add(Task* task, bool manage, bool block, const mem::ConstRcoRef<T>& context)
+    {
+        return add(task, manage, block, static_cast<const type::ContainerContext*>(context.get()));
+    }
+    template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
+    bool add(Task* task, bool manage, const mem::ConstRcoRef<T>& context)
+    {
+        return add(task, manage, true, context);
+    }
+    template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
+    bool add(Task* task, const mem::ConstRcoRef<T>& context)
+    {
+        return add(task, false, true, context);
+    }
+    template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
+    bool add(Task& task, bool block, const mem::ConstRcoRef<T>& context)
+    {
+        return add(&task, false, block, context);
+    }
+    template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
+    bool add(Task& task, const mem::ConstRcoRef<T>& context)
+    {
+        return add(&task, false, true, context);
+    }
+    /** @} */
+    // Something else in the place of a flag, also a pointer to a context; a counted one is meant only as the
+    // last argument.
+    template <class T, class... More,
+              class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN
+                                       && (sizeof...(More) != 0 || !FlagArgument<T>::IS_CONTEXT_REFERENCE)>>
+    bool add(Task* task, T&& manage, More&&... more) = delete;
+    template <class T, class... More,
+              class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN
+                                       && (sizeof...(More) != 0 || !FlagArgument<T>::IS_CONTEXT_REFERENCE)>>
+    bool add(Task* task, bool manage, T&& block, More&&... more) = delete;
+    template <class T, class... More,
+              class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN
+                                       && (sizeof...(More) != 0 || !FlagArgument<T>::IS_CONTEXT_REFERENCE)>>
+    bool add(Task& task, T&& block, More&&... more) = delete;
 
     /**
      * Ends the pool; a second call does nothing. An add() that is waiting for room returns, and its task is
