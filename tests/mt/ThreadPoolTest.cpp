@@ -305,35 +305,32 @@ TEST(ThreadPool, NonBlockingAddDoesNotWaitWhenAnotherThreadTakesTheRoom)
 
 TEST(ThreadPool, TasksThatAddWithoutBlockingToTheirOwnPoolDoNotDeadlock)
 {
-    constexpr int WORKERS = 4;
-    for (int round = 0; round < 30; ++round) {
-        const auto pool = makePool(WORKERS, 1);
-        std::atomic<int> runs{0};
-        std::atomic<int> arrived{0};
-        std::deque<OwnTask> inner;
-        for (int i = 0; i < WORKERS; ++i) {
-            inner.emplace_back([&] { ++runs; });
-        }
-        std::deque<OwnTask> outer;
-        std::atomic<int> admitted{0};
-        for (int i = 0; i < WORKERS; ++i) {
-            outer.emplace_back([&, i] {
-                ++arrived;
-                while (arrived != WORKERS) {
-                    std::this_thread::yield();
-                }
-                // All workers do this at the same time, and no worker is free until they are through.
-                admitted += pool->add(inner[static_cast<std::size_t>(i)], false) ? 1 : 0;
-            });
-            EXPECT_TRUE(pool->add(outer.back()));
-        }
-        for (const OwnTask& task : outer) {
-            awaitEnd(task);
-        }
-        pool->shutdown(true);
-        EXPECT_GE(admitted, 1);
-        EXPECT_EQ(admitted, runs);
+    constexpr int WORKERS = 2;
+    const auto pool = makePool(WORKERS, 1);
+    const unsigned int key = nim::type::Context::allocateKey(2);
+    Gate leave;
+    std::atomic<int> runs{0};
+    std::deque<Gate> entered(WORKERS);
+    std::deque<OwnTask> inner;
+    std::deque<OwnTask> outer;
+    for (int i = 0; i < WORKERS; ++i) {
+        OwnTask& task = inner.emplace_back([&] { ++runs; });
+        nim::type::ContainerContextRef context(new nim::sys::internal::CurrentContext);
+        context->add(nim::mem::RefCntObjectRef(new SlowContent(entered[static_cast<std::size_t>(i)], leave)),
+                     key);
+        outer.emplace_back([&, context]() mutable { EXPECT_TRUE(pool->add(task, false, context.get())); });
+        EXPECT_TRUE(pool->add(outer.back()));
+        entered[static_cast<std::size_t>(i)].pass();
     }
+    // Both workers have passed the limit. Now the room is taken, and no worker is free to make any.
+    OwnTask first([&] { ++runs; });
+    EXPECT_TRUE(pool->add(first, false));
+    leave.open();
+    for (const OwnTask& task : outer) {
+        awaitEnd(task);
+    }
+    pool->shutdown(true);
+    EXPECT_EQ(WORKERS + 1, runs);
 }
 
 TEST(ThreadPool, TakesTasksFromItsTasks)
