@@ -11,10 +11,11 @@
 #include <thread>
 
 #include <pthread.h>
-#include <unistd.h>
 
 #include <log/Loggers.hpp>
 #include <qv/Threads.hpp>
+#include <qv/rtlapi/RX_Condition.hpp>
+#include <qv/rtlapi/RX_Locked_.hpp>
 
 #include "Pools.hpp"
 
@@ -59,6 +60,9 @@ class Ender
 {
 public:
     explicit Ender(Ending enderEnding) : ending(enderEnding) {}
+    Ender(const Ender&) = delete;
+    Ender& operator=(const Ender&) = delete;
+    ~Ender() noexcept {}
 
     /** For the thread that must end. */
     void end()
@@ -69,8 +73,10 @@ public:
         }
         thread = pthread_self();
         entered.open();
+        // A wait of whose cancellation the thread sanitizer knows.
+        const RX_Locked_ lock(never.mutex);
         for (;;) {
-            pause();
+            never.changed.wait();
         }
     }
     /** For another thread: does its part. */
@@ -85,7 +91,14 @@ public:
     std::atomic<int> unwound{0};
 
 private:
+    struct Never
+    {
+        RX_Mutex mutex;
+        RX_Condition changed{mutex};
+    };
+
     const Ending ending;
+    Never never;
     Gate entered;
     pthread_t thread{};
 };
