@@ -166,7 +166,7 @@ public:
     /** With a worker left, a closure has ended the thread: another thread continues, if possible. */
     ~Shift()
     {
-        if (_worker && !handOver()) {
+        if (_worker && !leaveIfRemoved() && !handOver()) {
             const RX_Locked_ locked(*_worker->queue);
             _worker->queue->countOut();
         }
@@ -184,16 +184,20 @@ public:
     }
 
 private:
-    /** Lets a new thread run the worker, unless it must leave anyway or the system refuses a thread. */
+    /** Counts a worker out that must leave anyway; in one step, for another one may leave in its place. */
+    bool leaveIfRemoved()
+    {
+        const RX_Locked_ locked(*_worker->queue);
+        const bool isRemoved = _worker->queue->mustLeave(*_worker);
+        if (isRemoved) {
+            _worker->queue->countOut();
+        }
+        return isRemoved;
+    }
+
+    /** Lets a new thread run the worker, unless the system refuses one. */
     bool handOver()
     {
-        {
-            const RX_Locked_ locked(*_worker->queue);
-            if (_worker->queue->mustLeave(*_worker)) {
-                return false;
-            }
-        }
-        qv::perturb();
         if (qv::startDetached(&RX_ServerQueue::runWorker, _worker.get()) != 0) {
             return false;
         }
