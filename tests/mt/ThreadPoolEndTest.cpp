@@ -255,8 +255,8 @@ TEST(ThreadPoolShutdown, DropsTheTaskOfABlockedAdd)
         std::atomic<int> runs{0};
         const auto pool = makePool(1, 1);
         Occupation worker(*pool, 1);
-        OwnTask pending([&] { ++runs; });
-        EXPECT_TRUE(pool->add(pending));
+        std::atomic<int> pendingDestroyed{0};
+        EXPECT_TRUE(pool->add(new OwnTask([&] { ++runs; }, &pendingDestroyed), true));
         OwnTask blocked([&] { ++runs; });
         Caller adder([&] { pool->add(blocked); });
         Caller managing([&] { pool->add(new OwnTask([&] { ++runs; }, &destroyed), true); });
@@ -268,10 +268,13 @@ TEST(ThreadPoolShutdown, DropsTheTaskOfABlockedAdd)
         managing.join();
         EXPECT_EQ(1, destroyed);
         EXPECT_EQ(Task::TSF_QUEUED, blocked.status());
+        while (!synchronous && pendingDestroyed == 0) {
+            std::this_thread::yield();
+        }
         worker.end();
         ender.join();
         EXPECT_EQ(synchronous ? 1 : 0, runs);
-        EXPECT_EQ(synchronous ? Task::TSF_FINISHED : Task::TSF_QUEUED, pending.status());
+        EXPECT_EQ(1, pendingDestroyed);
     }
 }
 
