@@ -28,7 +28,7 @@ public:
      * has as many characters as the low 8 bits of `flags` say, 76 for 0, down to the next multiple
      * of 4 but not below that; every full line ends in a line feed, a partial one does not.
      *
-     * @throws sys::system_error with the number in `errno`, when a stream fails
+     * @throws sys::system_error with the number in `errno`, if a stream fails, also in the last flush
      */
     std::ostream& encode(std::ostream& os, std::istream& is, unsigned int flags = 0) const override;
     String encode(const String& istr, unsigned int flags = 0) const override;
@@ -45,7 +45,8 @@ public:
      *                               within a group, and for more than two "=" in a group. `os` has
      *                               got all groups before that; a byte that is out of place is not
      *                               read.
-     * @throws sys::system_error     with the number in `errno`, when a stream fails
+     * @throws sys::system_error     with the number in `errno`, if a stream fails, also in the last
+     *                               flush
      */
     std::ostream& decode(std::ostream& os, std::istream& is, unsigned int flags = 0) const override;
     String decode(const String& istr, unsigned int flags = 0) const override;

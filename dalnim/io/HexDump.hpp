@@ -32,8 +32,7 @@ public:
      * Rows are separated, not ended, by line feeds, and `os` is flushed behind each. The offset is
      * that of the first byte, modulo 2^32. Bytes other than 32 to 126 show as ".".
      *
-     * A failure of `os` shows in its state.
-     * @throws sys::system_error with the number in `errno`, when `is` fails
+     * @throws sys::system_error with the number in `errno`, if a stream fails, also in a flush
      */
     std::ostream& encode(std::ostream& os, std::istream& is, unsigned int flags = 0) const override;
     String encode(const String& istr, unsigned int flags = 0) const override;

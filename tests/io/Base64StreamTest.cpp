@@ -420,6 +420,42 @@ TEST(Base64Stream, NothingToWriteIsNoFailure)
     EXPECT_TRUE(os.bad());
 }
 
+/** Holds all that it is given; fails when it is flushed. */
+class UnflushableBuffer : public std::stringbuf
+{
+protected:
+    int sync() override
+    {
+        errno = ENOSPC;
+        return -1;
+    }
+};
+
+TEST(Base64Stream, OutputThatFailsInTheLastFlushThrowsSystemError)
+{
+    for (const char* data : {"", "QUJD", "QQ=="}) {
+        UnflushableBuffer encoded;
+        std::ostream text(&encoded);
+        std::istringstream is(data);
+        EXPECT_EQ(NO_SPACE, failure([&] { Base64().encode(text, is); })) << data;
+        EXPECT_EQ(Base64().encode(String(data)), encoded.str());
+
+        UnflushableBuffer decoded;
+        std::ostream os(&decoded);
+        std::istringstream again(data);
+        EXPECT_EQ(NO_SPACE, failure([&] { Base64().decode(os, again); })) << data;
+        EXPECT_EQ(Base64().decode(String(data)), decoded.str());
+    }
+}
+
+TEST(Base64Stream, FullDeviceBehindABufferThrowsSystemError)
+{
+    std::ofstream full("/dev/full");
+    ASSERT_TRUE(full.is_open());
+    std::istringstream is("ABCDEF");
+    EXPECT_EQ(NO_SPACE, failure([&] { Base64().encode(full, is); }));
+}
+
 TEST(Base64Stream, FullDevice)
 {
     std::ofstream full;

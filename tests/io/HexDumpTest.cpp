@@ -190,12 +190,105 @@ TEST(HexDump, InputThatFailsIsASystemError)
     EXPECT_EQ("00000000: 30 31 32 33 | 0123", os.str());
 }
 
-TEST(HexDump, OutputThatFailsShowsInItsState)
+/** Takes so many bytes and flushes, then fails with ENOSPC. */
+class FullBuffer : public std::streambuf
+{
+public:
+    FullBuffer(std::size_t room, int flushes) : bytes_left(room), flushes_left(flushes) {}
+
+    String text;
+
+protected:
+    std::streamsize xsputn(const char* from, std::streamsize count) override
+    {
+        const std::size_t taken = std::min(static_cast<std::size_t>(count), bytes_left);
+        text.append(from, taken);
+        bytes_left -= taken;
+        if (taken != static_cast<std::size_t>(count)) {
+            errno = ENOSPC;
+        }
+        return static_cast<std::streamsize>(taken);
+    }
+    int_type overflow(int_type c) override
+    {
+        const char byte = traits_type::to_char_type(c);
+        return xsputn(&byte, 1) == 1 ? c : traits_type::eof();
+    }
+    int sync() override
+    {
+        if (flushes_left == 0) {
+            errno = ENOSPC;
+            return -1;
+        }
+        --flushes_left;
+        return 0;
+    }
+
+private:
+    std::size_t bytes_left;
+    int flushes_left;
+};
+
+/** Dumps "ABCDE" in rows of two bytes, and returns the number of the failure and what was read. */
+std::pair<int, std::streamoff> failureOfDump(FullBuffer& buffer)
+{
+    std::istringstream is("ABCDE");
+    std::ostream os(&buffer);
+    try {
+        HexDump().encode(os, is, 2);
+    } catch (const system_error& error) {
+        EXPECT_STREQ("No space left on device", error.what());
+        EXPECT_EQ(0U, error.toString().find("com.kor.dal.nim.io.HexDump.encode():")) << error.toString();
+        return {error.error(), is.eof() ? -1 : static_cast<std::streamoff>(is.tellg())};
+    }
+    return {0, -1};
+}
+
+TEST(HexDump, OutputThatFailsInARowThrowsSystemErrorAndReadsNoFurther)
+{
+    FullBuffer none(0, 9);
+    EXPECT_EQ(std::make_pair(28, std::streamoff{2}), failureOfDump(none));
+    EXPECT_EQ("", none.text);
+
+    // In the middle of the second row.
+    FullBuffer some(25, 9);
+    EXPECT_EQ(std::make_pair(28, std::streamoff{4}), failureOfDump(some));
+    EXPECT_EQ("00000000: 41 42 | AB\n0000", some.text);
+}
+
+TEST(HexDump, OutputThatFailsInASeparatorThrowsSystemError)
+{
+    FullBuffer line_feed(20, 9);
+    EXPECT_EQ(std::make_pair(28, std::streamoff{4}), failureOfDump(line_feed));
+    EXPECT_EQ("00000000: 41 42 | AB", line_feed.text);
+
+    FullBuffer flush(1000, 0);
+    EXPECT_EQ(std::make_pair(28, std::streamoff{4}), failureOfDump(flush));
+    EXPECT_EQ("00000000: 41 42 | AB\n", flush.text);
+}
+
+TEST(HexDump, OutputThatFailsInTheLastFlushThrowsSystemError)
+{
+    FullBuffer last(1000, 2);
+    EXPECT_EQ(std::make_pair(28, std::streamoff{-1}), failureOfDump(last));
+    EXPECT_EQ("00000000: 41 42 | AB\n00000002: 43 44 | CD\n00000004: 45    | E", last.text);
+
+    std::istringstream nothing;
+    FullBuffer full(0, 0);
+    std::ostream os(&full);
+    EXPECT_THROW(HexDump().encode(os, nothing), system_error);
+}
+
+TEST(HexDump, OutputThatFailedBeforeThrowsUnlessThereIsNothingToWrite)
 {
     std::istringstream is("0123456789");
-    std::ostream os(nullptr);
-    EXPECT_EQ(&os, &HexDump().encode(os, is));
-    EXPECT_TRUE(os.bad());
+    std::ostream none(nullptr);
+    errno = EIO;
+    EXPECT_THROW(HexDump().encode(none, is), system_error);
+
+    std::istringstream nothing;
+    EXPECT_EQ(&none, &HexDump().encode(none, nothing));
+    EXPECT_TRUE(none.bad());
 }
 
 TEST(HexDump, AsXxdDoes)

@@ -4,8 +4,8 @@
 
 #include <dalnim/io/src/Base64Blocks.hpp>
 #include <dalnim/io/src/InputBytes.hpp>
+#include <dalnim/io/src/OutputStream.hpp>
 #include <dalnim/sys/StackTrack.hpp>
-#include <dalnim/sys/SysError.hpp>
 
 #include <algorithm>
 #include <cctype>
@@ -250,17 +250,6 @@ private:
     unsigned char* end = data;
 };
 
-void write(std::ostream& os, std::string_view text)
-{
-    if (text.empty()) {
-        return;
-    }
-    os.write(text.data(), static_cast<std::streamsize>(text.size()));
-    if (!os) {
-        throw sys::system_error();
-    }
-}
-
 String encodeString(std::string_view data, unsigned int flags)
 {
     Encoding encoding(flags);
@@ -326,11 +315,11 @@ std::ostream& Base64::encode(std::ostream& os, std::istream& is, unsigned int fl
     for (auto ready = input.peek(); !ready.empty(); ready = input.peek()) {
         // Read first, then write: the two streams may share a buffer.
         input.consume(encoding.take(ready));
-        write(os, encoding.made());
+        writeText(os, encoding.made());
     }
     encoding.finish();
-    write(os, encoding.made());
-    return os.flush();
+    writeText(os, encoding.made());
+    return flushText(os);
 }
 
 String Base64::encode(const String& istr, unsigned int flags) const
@@ -365,13 +354,13 @@ std::ostream& Base64::decode(std::ostream& os, std::istream& is, unsigned int fl
             decoding.finish();
         } else {
             input.consume(decoding.take(ready));
-            write(os, decoding.made());
+            writeText(os, decoding.made());
         }
     }
     if (decoding.outcome() == Decoding::ILLEGAL) {
         throw_invalid_format();
     }
-    return os.flush();
+    return flushText(os);
 }
 
 String Base64::decode(const String& istr, unsigned int flags) const

@@ -3,6 +3,7 @@
 #include <dalnim/io/HexDump.hpp>
 
 #include <dalnim/io/src/InputBytes.hpp>
+#include <dalnim/io/src/OutputStream.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 
 #include <cstddef>
@@ -99,12 +100,13 @@ std::ostream& HexDump::encode(std::ostream& os, std::istream& is, unsigned int f
         }
         if (offset != 0) {
             os << std::endl;
+            throwIfFailed(os);
         }
         formatRow(row, offset, bytes, width);
-        os.write(row.data(), static_cast<std::streamsize>(row.size()));
+        writeText(os, row);
         offset += static_cast<std::uint32_t>(bytes.size());
     }
-    return os.flush();
+    return flushText(os);
 }
 
 String HexDump::encode(const String& istr, unsigned int flags) const
