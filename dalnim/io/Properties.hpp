@@ -176,8 +176,8 @@ public:
      *    includes. Other lines that begin with "%" are ignored.
      *
      * Includes may nest as deep as the process can hold files open; one beyond that is a file that
-     * cannot be opened. Whether a file was read already is told by its path as it is spelled: a circle
-     * through "./" grows until the system refuses the path.
+     * cannot be opened. Each file is read once, however its path is spelled: paths are compared with
+     * links, "." and ".." resolved, so that every cycle ends. Messages contain the path as spelled.
      *
      * A path never leads to the root by a "/" in front, but it may climb by "..". What it names is
      * opened and read to its end, whatever it is: a pipe is waited for, a device that never ends is
@@ -294,7 +294,8 @@ private:
     void addSelectionTo(Properties& dest, const String& prefix, bool strip_prefix) const;
 
     Data data;
-    /** The paths of the files that a load has come across: the guard against reading one twice. */
+    /** The files of the current load, each as spelled and as resolved: the guard against reading one twice.
+     */
     std::map<String, bool> includes;
     /** What a key that is missing refers to. */
     const String EMPTY;

@@ -199,15 +199,11 @@ protected:
     Properties properties;
 };
 
-TEST_F(HostileIncludes, InACircleWithEverNewNamesEndInAFailure)
+TEST_F(HostileIncludes, InACycleThatNeverRepeatsASpellingAreReadOnce)
 {
-    // Each one spells the file differently; the system takes no name of more than 4,095 bytes.
     support::writeFile(scratch.file("a.conf"), "a=1\n%pragma include \"./a.conf\"\nb=1\n");
-    EXPECT_THAT(load("a.conf"), testing::StartsWith("ERROR: a.conf:2: failed to open include file: \""
-                                                    + scratch.path() + "/././"));
-    EXPECT_EQ(1U, properties.size());
-    support::writeFile(scratch.file("a.conf"), "c=1\n");
     EXPECT_EQ("loaded", load("a.conf"));
+    EXPECT_EQ(2U, properties.size());
 }
 
 TEST_F(HostileIncludes, OneAfterTheOtherNeedOneDescriptor)

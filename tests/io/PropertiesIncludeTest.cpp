@@ -196,6 +196,61 @@ TEST_F(PropertiesInclude, TwiceReadsOnce)
     EXPECT_THAT(load("a.conf", Properties::SEV_NOTE), ElementsAre(Pair("c", "changed")));
 }
 
+TEST_F(PropertiesInclude, CycleThroughDifferentSpellingsEndsWithoutAMessage)
+{
+    file("a.conf", "%pragma include \"sub/b.conf\"\nk=a\na=1\n");
+    file("sub/b.conf", "%pragma include \"../a.conf\"\n%pragma include \"./b.conf\"\nk=b\nb=1\n");
+    for (const char* const name : {"a.conf", "./a.conf", "sub/../a.conf", "sub/.././a.conf"}) {
+        EXPECT_THAT(load(name), ElementsAre(Pair("a", "1"), Pair("b", "1"), Pair("k", "a"))) << name;
+    }
+
+    Properties reported;
+    std::ifstream stream(folder + "a.conf");
+    std::ostringstream warning_stream;
+    std::ostringstream notes;
+    reported.load(stream, folder + "a.conf", warning_stream, notes, Properties::SEV_WARNING);
+    EXPECT_EQ("WARNING: a.conf:2: Overriding property \"k\"\n", warning_stream.str());
+}
+
+TEST_F(PropertiesInclude, FileIncludedUnderAnotherSpellingIsReadOnce)
+{
+    file("sub/x.conf", "");
+    file("a.conf", "%pragma include \"b.conf\"\nb=changed\n%pragma include \"./b.conf\"\n"
+                   "%pragma include \"sub/../b.conf\"\n%pragma include \".//b.conf\"\n");
+    file("b.conf", "b=1\n");
+    EXPECT_THAT(load("a.conf"), ElementsAre(Pair("b", "changed")));
+}
+
+TEST_F(PropertiesInclude, FileIncludedThroughALinkIsReadOnce)
+{
+    file("a.conf", "%pragma include \"link.conf\"\nb=changed\n%pragma include \"b.conf\"\n"
+                   "%pragma include \"other/b.conf\"\n");
+    file("b.conf", "b=1\n%pragma include \"other/a.conf\"\n");
+    std::filesystem::create_symlink("b.conf", folder + "link.conf");
+    std::filesystem::create_directory_symlink(".", folder + "other");
+    EXPECT_THAT(load("a.conf"), ElementsAre(Pair("b", "changed")));
+}
+
+TEST_F(PropertiesInclude, MessageKeepsTheSpellingOfThePath)
+{
+    file("sub/b.conf", "%pragma include \"../sub/./missing.conf\"\n");
+    file("a.conf", "%pragma include \"sub/../sub/b.conf\"\n");
+    EXPECT_EQ("ERROR: b.conf:1: failed to open include file: \"" + folder
+                  + "sub/../sub/../sub/./missing.conf\"",
+              failureOf("a.conf"));
+}
+
+TEST_F(PropertiesInclude, RelativePathAndAbsolutePathAreOneFile)
+{
+    file("b.conf", "b=1\n");
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder);
+    const Table table =
+        loadText("%pragma include \"b.conf\"\nb=2\n%pragma include \"" + folder + "b.conf\"\n", "a.conf");
+    std::filesystem::current_path(before);
+    EXPECT_THAT(table, ElementsAre(Pair("b", "2")));
+}
+
 TEST_F(PropertiesInclude, EachLoadReadsAnew)
 {
     file("a.conf", "%pragma include \"b.conf\"\n");
@@ -311,6 +366,13 @@ TEST_F(PropertiesInclude, NameWithAZeroByteCannotBeOpened)
     file("a.conf", String("%pragma include \"b\0x\"\n", 22));
     EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + folder + "b", failureOf("a.conf"));
     EXPECT_TRUE(properties.empty());
+}
+
+TEST_F(PropertiesInclude, NameWithAZeroByteIsNotTheFileBeforeIt)
+{
+    file("b", "b=1\n");
+    file("a.conf", String("%pragma include \"b\"\n%pragma include \"b\0x\"\n", 42));
+    EXPECT_EQ("ERROR: a.conf:2: failed to open include file: \"" + folder + "b", failureOf("a.conf"));
 }
 
 TEST_F(PropertiesInclude, UnreadableFileCannotBeOpened)

@@ -34,8 +34,9 @@ public:
     /** Loads the text of that file into a table that holds `before`. */
     Model(const std::string& text, const std::string& folder, const std::string& name, bool report_all,
           bool keep_ws, Table before = {})
-        : table(std::move(before)), keep(keep_ws), seen{folder + name}
+        : table(std::move(before)), keep(keep_ws)
     {
+        enter(folder + name);
         readFile({folder, name, report_all, cutIntoLines(text), 0});
     }
 
@@ -102,9 +103,23 @@ private:
         std::swap(file, current);
     }
 
-    void include(const std::string& path)
+    /** Returns false if the file has been entered, under this path or another. */
+    bool enter(const std::string& path)
     {
         if (!seen.insert(path).second) {
+            return false;
+        }
+        if (path.find('\0') != std::string::npos) {
+            return true;
+        }
+        std::error_code error_code;
+        const std::string resolved = std::filesystem::canonical(path, error_code);
+        return error_code || resolved == path || seen.insert(resolved).second;
+    }
+
+    void include(const std::string& path)
+    {
+        if (!enter(path)) {
             return;
         }
         std::ifstream file;
@@ -317,7 +332,7 @@ private:
     const bool keep;
     File current = {};
     std::size_t depth = 0;
-    /** The paths of the files that have been read or opened. */
+    /** The files that have been read or opened, by each path as given and as resolved. */
     std::set<std::string> seen;
 };
 

@@ -9,7 +9,9 @@
 #include <qv/rtlapi/RX_Filespec.hpp>
 #include <qv/rtlapi/RX_String.hpp>
 
+#include <climits>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -34,6 +36,29 @@ std::unique_ptr<std::istream> openFile(const String& path)
         return nullptr;
     }
     return file;
+}
+
+/** Returns the path that the file has without links, "." and "..", or `path` if there is no such file. */
+String resolvedPath(const String& path)
+{
+    char resolved[PATH_MAX];
+    if (path.find('\0') != String::npos || qv_si_getrealpath(path.c_str(), sizeof resolved, resolved) != 0) {
+        return path;
+    }
+    return resolved;
+}
+
+/**
+ * Enters a file into those of a load. Returns false if it was there already, under this spelling or another:
+ * a cycle through "sub/../" would otherwise never repeat a spelling.
+ */
+bool enterFile(std::map<String, bool>& files, const String& path)
+{
+    if (!files.emplace(path, true).second) {
+        return false;
+    }
+    const String resolved = resolvedPath(path);
+    return resolved == path || files.emplace(resolved, true).second;
 }
 
 }
@@ -119,7 +144,7 @@ void Properties::Loader::readFiles()
 void Properties::Loader::include(const PropertiesReader& includer)
 {
     const String& path = includer.includePath();
-    if (!target.includes.emplace(path, true).second) {
+    if (!enterFile(target.includes, path)) {
         return;
     }
     std::unique_ptr<std::istream> file = openFile(path);
@@ -178,7 +203,7 @@ std::istream& Properties::load(std::istream& is, String filepath, std::ostringst
     const RX_Filespec spec(RX_String(filepath.data(), filepath.size()), RX_Filespec::READ,
                            RX_Filespec::DEFER_CHECK);
     const RX_String whole = spec.filespec();
-    includes.emplace(String(whole.data(), whole.length()), true);
+    enterFile(includes, String(whole.data(), whole.length()));
     load_r(is, std::move(filepath), warnings, notes, sev, keep_trailing_ws);
     includes.clear();
     return is;
