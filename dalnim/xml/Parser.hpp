@@ -18,7 +18,8 @@ namespace com::kor::dal::nim::xml {
  * Both forms of parse() throw sys::system_error:
  * - 700012003 for a syntax error, with its offset in the text;
  * - 700012002 when the consumer asked to stop, 700012900 without memory, both with the text "Error to
- *   String function unimplemented".
+ *   String function unimplemented";
+ * - 700012005, the same text, from within a callback of the same parser: parse() is not reentrant.
  *
  * They take the identifier of the document, but only that of the first document is told to the
  * consumer.

@@ -114,10 +114,16 @@ DALNIM_API int nim_pdsParseInit(int nFlags, void* pUserData, PDS_PARSE_TAG_ST_FN
  */
 DALNIM_API int nim_pdsParseBuffer(char* pszData, int nFlags, PDS_PARSE_H h);
 
-/** Makes the handle ready for another document, whatever became of the last. It keeps its memory. */
+/**
+ * Prepares the handle for another document, whatever the outcome of the last one. It keeps its memory.
+ *
+ * Called from a callback of the handle, it returns 0 and takes effect when the parse has returned: the
+ * parse goes on as if it had not been called and returns its own result, but the message of a syntax error
+ * is cleared by then. The last of several such calls decides `pUserData`.
+ */
 DALNIM_API int nim_pdsParseReset(int nFlags, void* pUserData, PDS_PARSE_H h);
 
-/** Frees a parser and sets the handle to null. */
+/** Frees a parser and sets the handle to null. Must not be called from a callback of the handle. */
 DALNIM_API int nim_pdsParseDestroy(PDS_PARSE_H* ph);
 
 /**
@@ -125,9 +131,11 @@ DALNIM_API int nim_pdsParseDestroy(PDS_PARSE_H* ph);
  * end, to another callback, with another alternate user data. The one that was there returns behind
  * that end.
  *
- * A failure also ends the parse, with the same code, when the callback returns.
+ * Any failure but PDS_PARSE_E_BAD_ARGS also ends the parse when the callback returns. A second push in one
+ * callback makes the parse return PDS_PARSE_E_PUSH_CONTEXT, whatever the callback returns. After any other
+ * failure the parse returns the same code, or PDS_PARSE_E_CALLBACK if the callback returns other than 0.
  * @return 0, PDS_PARSE_E_PUSH_CONTEXT, PDS_PARSE_E_NO_MEMORY, PDS_PARSE_E_BAD_HANDLE, and
- *         PDS_PARSE_E_BAD_ARGS for a null callback or handle
+ *         PDS_PARSE_E_BAD_ARGS for a null callback or handle, which is returned before the handle is read
  */
 DALNIM_API int nim_pdsParsePushCommonCB(PDS_PARSE_COMMON_FN fCb, void* pUserDataAlt, int nFlags,
                                         PDS_PARSE_H h);

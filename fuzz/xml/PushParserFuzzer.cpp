@@ -37,6 +37,9 @@ Script scriptOf(std::uint8_t choice)
     Script script;
     if (action <= static_cast<int>(Action::PushNull)) {
         script[choice / 8] = static_cast<Action>(action);
+    } else if (action == static_cast<int>(Action::Reset)) {
+        script[choice / 8] = Action::Reset;
+        script[choice / 8 + 1] = Action::PushTwiceAndStop;
     } else {
         // Two in a row: a push within a push.
         script[choice / 8] = Action::Push;

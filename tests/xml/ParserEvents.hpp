@@ -19,6 +19,8 @@ enum class Action {
     Push,
     PushTwice,
     PushNull,
+    Reset,
+    PushTwiceAndStop,
 };
 
 /** What the callback of an event does, by the event's number in its document; the others go on. */

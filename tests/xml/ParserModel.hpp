@@ -53,6 +53,7 @@ public:
         inStart_ = 0;
         depth_ = 0;
         pushError_ = OK;
+        resetPending_ = false;
     }
 
     /** Throws Thrown where the script says so. */
@@ -73,9 +74,15 @@ public:
             return OK;
         }
         flags_ = flags;
-        const int result = run();
-        failed_ = result != OK;
-        return result;
+        try {
+            const int result = run();
+            failed_ = result != OK;
+            resetIfPending();
+            return result;
+        } catch (const Thrown&) {
+            resetIfPending();
+            throw;
+        }
     }
 
     const std::vector<Event>& events() const
@@ -90,6 +97,17 @@ public:
     }
 
 private:
+    /** A reset that a callback asked for: the events and the script of the document stay. */
+    void resetIfPending()
+    {
+        if (resetPending_) {
+            std::vector<Event> events;
+            events.swap(events_);
+            reset(userData_, std::move(script_));
+            events_.swap(events);
+        }
+    }
+
     enum class State { Comment, Top, TagName, TagOpen, TagEmpty, Attributes, EndTag, Content, CData };
 
     /** A result ends the parse. */
@@ -507,21 +525,28 @@ private:
         const std::size_t number = events_.size();
         const auto scripted = script_.find(number);
         const Action action = scripted == script_.end() ? Action::GoOn : scripted->second;
-        if (action == Action::Push || action == Action::PushTwice) {
+        bool pushedTwice = false;
+        if (action == Action::Push || action == Action::PushTwice || action == Action::PushTwiceAndStop) {
             event.pushes.push_back(push(number));
         }
-        if (action == Action::PushTwice) {
+        if (action == Action::PushTwice || action == Action::PushTwiceAndStop) {
+            pushedTwice = inStart_ == 2;
             event.pushes.push_back(push(number));
         }
         if (action == Action::PushNull) {
             event.pushes.push_back(E_BAD_ARGS);
-            pushError_ = E_BAD_ARGS;
+        }
+        if (action == Action::Reset) {
+            resetPending_ = true;
         }
         events_.push_back(std::move(event));
         if (action == Action::Throw) {
             throw Thrown();
         }
-        if (action == Action::Stop) {
+        if (pushedTwice) {
+            return E_PUSH_CONTEXT;
+        }
+        if (action == Action::Stop || action == Action::PushTwiceAndStop) {
             return E_CALLBACK;
         }
         if (pushError_ != OK) {
@@ -572,6 +597,7 @@ private:
     bool done_ = false;
     int inStart_ = 0;
     int pushError_ = OK;
+    bool resetPending_ = false;
     std::vector<Event> events_;
     std::string error_;
 };

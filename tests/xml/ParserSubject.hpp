@@ -120,21 +120,25 @@ private:
         const std::size_t number = events_.size();
         const auto scripted = script_.find(number);
         const Action action = scripted == script_.end() ? Action::GoOn : scripted->second;
-        if (action == Action::Push || action == Action::PushTwice) {
+        if (action == Action::Push || action == Action::PushTwice || action == Action::PushTwiceAndStop) {
             event.pushes.push_back(push(number));
         }
-        if (action == Action::PushTwice) {
+        if (action == Action::PushTwice || action == Action::PushTwiceAndStop) {
             event.pushes.push_back(push(number));
         }
         if (action == Action::PushNull) {
             event.pushes.push_back(nim_pdsParsePushCommonCB(nullptr, nullptr, 0, handle_));
+        }
+        if (action == Action::Reset) {
+            nim_pdsParseReset(0, this, handle_);
         }
         event.userData = userData_;
         events_.push_back(std::move(event));
         if (action == Action::Throw) {
             throw Thrown();
         }
-        return action == Action::Stop ? 1 + static_cast<int>(number) : 0;
+        const bool stops = action == Action::Stop || action == Action::PushTwiceAndStop;
+        return stops ? 1 + static_cast<int>(number) : 0;
     }
 
     int push(std::size_t event)

@@ -177,6 +177,24 @@ TEST_F(ParserTest, AConsumerMayParseOnItsOwnParser)
     EXPECT_EQ(listener->events().size(), 6U);
 }
 
+TEST_F(ParserTest, ParseWithinACallbackOfTheSameParserThrowsAndTheOuterParseGoesOn)
+{
+    Failure inner;
+    listener->answer = [&](const std::string& line) {
+        if (line == "begin b a/b") {
+            inner = failureOf(String("<n>long enough to need another buffer</n>"));
+        }
+        return true;
+    };
+    parser.parse("<a>1<b>2</b>3</a>", 1);
+    EXPECT_EQ(inner, Failure(700012005, "Error to String function unimplemented"));
+    EXPECT_THAT(listener->events(), ElementsAre("begin a a", "data a a [1]", "begin b a/b", "data b a/b [2]",
+                                                "end b a/b", "data a a [3]", "end a a"));
+    listener->clear();
+    parser.parse("<d/>", 1);
+    EXPECT_THAT(listener->events(), ElementsAre("begin d d", "end d d"));
+}
+
 TEST(ParserSize, AnEventCostsTheSameAtAnyDepth)
 {
     // Takes minutes where each event copies the path.

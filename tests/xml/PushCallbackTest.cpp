@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -142,7 +143,7 @@ TEST(PushCommonCallback, NestsDeeperThanTheStackFirstHolds)
     EXPECT_EQ(pusher.events[130], "n0n end n0n");
 }
 
-TEST(PushCommonCallback, ASecondPushEndsTheParse)
+TEST(PushCommonCallback, SecondPushEndsTheParseWithItsCodeWhateverTheCallbackReturns)
 {
     for (bool passesCodeOn : {false, true}) {
         Pusher pusher;
@@ -153,8 +154,7 @@ TEST(PushCommonCallback, ASecondPushEndsTheParse)
         const int code = pusher.parse("<a>x</a>");
         EXPECT_THAT(pusher.results, ElementsAre(0, 700012006));
         EXPECT_THAT(pusher.events, ElementsAre("original start a"));
-        // A result of the callback itself goes before the code of the push.
-        EXPECT_EQ(code, passesCodeOn ? 700012002 : 700012006);
+        EXPECT_EQ(code, 700012006);
         EXPECT_EQ(pusher.parse(""), 700012004);
     }
 }
@@ -201,13 +201,153 @@ TEST(PushCommonCallback, OutsideOfAStartCallbackEndsTheParseToo)
     EXPECT_EQ(nim_pdsParseDestroy(&late.handle), 0);
 }
 
-TEST(PushCommonCallback, NullArgumentsAreRefused)
+TEST(PushCommonCallback, PushOutsideOfAStartCallbackIsHiddenByTheResultOfTheCallback)
+{
+    struct Late
+    {
+        PDS_PARSE_H handle = nullptr;
+
+        static int start(void*, char*, char*, std::size_t, char**)
+        {
+            return 0;
+        }
+        static int end(void* context, char*, char*)
+        {
+            nim_pdsParsePushCommonCB(Recorder::common, nullptr, 0, static_cast<Late*>(context)->handle);
+            return nim_pdsParsePushCommonCB(Recorder::common, nullptr, 0,
+                                            static_cast<Late*>(context)->handle);
+        }
+        static int data(void*, int, char*, char*)
+        {
+            return 0;
+        }
+    };
+    Late late;
+    ASSERT_EQ(nim_pdsParseInit(0, &late, Late::start, Late::end, Late::data, nullptr, nullptr, &late.handle),
+              0);
+    char text[] = "<a/>";
+    EXPECT_EQ(nim_pdsParseBuffer(text, 1, late.handle), 700012002);
+    EXPECT_EQ(nim_pdsParseDestroy(&late.handle), 0);
+}
+
+TEST(PushCommonCallback, NullArgumentsAreRefusedBeforeTheHandleIsRead)
 {
     Recorder recorder;
     PushParser parser(recorder);
     EXPECT_EQ(nim_pdsParsePushCommonCB(nullptr, nullptr, 0, parser.handle), 700012901);
+    EXPECT_EQ(nim_pdsParsePushCommonCB(Recorder::common, nullptr, 0, nullptr), 700012901);
     EXPECT_EQ(nim_pdsParsePushCommonCB(nullptr, nullptr, 0, nullptr), 700012901);
-    EXPECT_EQ(parser.parse("<a/>"), 700012901) << "it ends the parse as any failed push";
+    EXPECT_EQ(parser.parse("<a/>"), 0) << "the handle was not touched";
+
+    // No handle, and not even memory.
+    std::vector<char> stranger(512, 'x');
+    EXPECT_EQ(nim_pdsParsePushCommonCB(nullptr, nullptr, 0, stranger.data()), 700012901);
+    EXPECT_THAT(stranger, testing::Each('x'));
+    EXPECT_EQ(nim_pdsParsePushCommonCB(nullptr, nullptr, 0, reinterpret_cast<PDS_PARSE_H>(1)), 700012901);
+}
+
+namespace {
+
+/** Resets its handle at a chosen event, with another context for the next document. */
+class Resetter
+{
+public:
+    explicit Resetter(std::size_t resetEvent, int callbackAnswer = 0)
+        : resetAt(resetEvent), answer(callbackAnswer)
+    {
+        EXPECT_EQ(nim_pdsParseInit(0, &first, nullptr, nullptr, nullptr, common, nullptr, &handle), 0);
+    }
+    ~Resetter()
+    {
+        nim_pdsParseDestroy(&handle);
+    }
+    Resetter(const Resetter&) = delete;
+    Resetter& operator=(const Resetter&) = delete;
+
+    int parse(const std::string& text)
+    {
+        return nim_pdsParseBuffer(const_cast<char*>(text.c_str()), PDS_PARSE_F_LAST, handle);
+    }
+
+    /** The events of the first document, and of the one after the reset. */
+    const std::vector<std::string>& events() const
+    {
+        return first.events;
+    }
+    const std::vector<std::string>& laterEvents() const
+    {
+        return second.events;
+    }
+
+    PDS_PARSE_H handle = nullptr;
+    bool throws = false;
+
+private:
+    struct Context
+    {
+        Resetter& owner;
+        std::vector<std::string> events;
+    };
+
+    static int common(PDS_PARSE_H, pds_parse_cb_type_e, void* userData, void*, char*, char* fullTag,
+                      char* data, std::size_t, char**)
+    {
+        Context& context = *static_cast<Context*>(userData);
+        Resetter& self = context.owner;
+        context.events.push_back(std::string(fullTag) + (data != nullptr ? std::string(" ") + data : ""));
+        return &context == &self.first && context.events.size() == self.resetAt ? self.reset() : 0;
+    }
+
+    int reset()
+    {
+        EXPECT_EQ(nim_pdsParseReset(0, nullptr, handle), 0);
+        EXPECT_EQ(nim_pdsParseReset(0, &second, handle), 0);
+        EXPECT_EQ(parse("<no/>"), 700012005);
+        if (throws) {
+            throw std::runtime_error("from a callback");
+        }
+        return answer;
+    }
+
+    const std::size_t resetAt;
+    const int answer;
+    Context first{*this, {}};
+    Context second{*this, {}};
+};
+
+}
+
+TEST(PushParserResetInACallback, TakesEffectWhenTheParseHasReturned)
+{
+    for (const std::size_t event : {1U, 2U, 3U, 4U, 5U, 6U, 7U}) {
+        Resetter resetter(event);
+        EXPECT_EQ(resetter.parse("<a>1<b>2<c/></b>3</a>"), 0);
+        EXPECT_THAT(resetter.events(),
+                    ElementsAre("a", "a 1", "a/b", "a/b 2", "a/b/c", "a/b/c", "a/b", "a 3", "a"))
+            << event;
+        EXPECT_EQ(resetter.parse("<d>4</d>"), 0) << event;
+        EXPECT_THAT(resetter.laterEvents(), ElementsAre("d", "d 4", "d"));
+    }
+}
+
+TEST(PushParserResetInACallback, ParseReturnsItsOwnResultAndTheHandleIsReady)
+{
+    Resetter stopped(2, 9);
+    EXPECT_EQ(stopped.parse("<a><b/></a>"), 700012002);
+    EXPECT_EQ(stopped.parse("<c/>"), 0);
+    EXPECT_THAT(stopped.laterEvents(), ElementsAre("c", "c"));
+
+    Resetter malformed(1);
+    EXPECT_EQ(malformed.parse("<a><b"), 700012003);
+    EXPECT_STREQ(nim_pdsParseGetErrorInfo(malformed.handle), "");
+    EXPECT_EQ(malformed.parse("<c/>"), 0);
+    EXPECT_THAT(malformed.laterEvents(), ElementsAre("c", "c"));
+
+    Resetter thrower(1);
+    thrower.throws = true;
+    EXPECT_THROW(thrower.parse("<a><b/></a>"), std::runtime_error);
+    EXPECT_EQ(thrower.parse("<c/>"), 0);
+    EXPECT_THAT(thrower.laterEvents(), ElementsAre("c", "c"));
 }
 
 TEST(PushCommonCallback, IsGoneAfterAReset)

@@ -23,8 +23,9 @@ public:
             cb.cbCommon != nullptr
                 ? common(PDS_PARSE_CB_TAG_START, nullptr, cb.nNumAttrs, cb.apszAttrs)
                 : cb.cbTagStart(cb.pUserData, path.tag(), path.text(), cb.nNumAttrs, cb.apszAttrs);
+        const bool pushedTwice = cb.nInStartCB == PUSHED_TWICE;
         cb.nInStartCB = 0;
-        return check(result);
+        return pushedTwice ? PDS_PARSE_E_PUSH_CONTEXT : check(result);
     }
 
     int end()

@@ -33,7 +33,7 @@ struct iParseCB
     int bDone;
     /** The failure of a push, to be seen when its callback returns. */
     int nPushErrCode;
-    /** 0 outside of a start callback, 1 inside, 2 behind the one push that it may do. */
+    /** 0 outside of a start callback, 1 inside, 2 after its one allowed push, then PUSHED_TWICE. */
     int nInStartCB;
     int nTagDepth;
     String ssErrMsg;
@@ -51,7 +51,15 @@ struct iParseCB
     PDS_PARSE_DATA_FN cbData;
     PDS_PARSE_COMMON_FN cbCommon;
     PDS_PARSE_COMMON_FN cbCommonOriginal;
+    /** Whether the last buffer is being parsed, so that callbacks may run. */
+    bool isParsing;
+    /** Whether a callback has asked for a reset, and the context that it gave. */
+    bool isResetPending;
+    void* pResetUserData;
 };
+
+/** The nInStartCB of a start callback that pushed again: its result no longer matters. */
+constexpr int PUSHED_TWICE = 3;
 
 /** Entries of the first block of attributes, and of the first that takes its place. */
 constexpr std::size_t INITIAL_ATTRS = 20;

@@ -23,6 +23,7 @@ using com::kor::dal::nim::xml::fillCharTypes;
 using com::kor::dal::nim::xml::iCbStackItem;
 using com::kor::dal::nim::xml::INITIAL_ATTRS;
 using com::kor::dal::nim::xml::iParseCB;
+using com::kor::dal::nim::xml::PUSHED_TWICE;
 using com::kor::dal::nim::xml::runParse;
 
 namespace {
@@ -135,6 +136,48 @@ int failPush(iParseCB& cb, int code)
     return code;
 }
 
+void reset(iParseCB& cb, void* pUserData)
+{
+    cb.pUserData = pUserData;
+    cb.pUserDataAlt = pUserData;
+    cb.nNumAttrs = 0;
+    cb.bError = 0;
+    cb.bDone = 0;
+    cb.nPushErrCode = PDS_PARSE_OK;
+    cb.nInStartCB = 0;
+    cb.nTagDepth = 0;
+    cb.nBuffUsed = 0;
+    cb.nCbStackNum = 0;
+    cb.cbCommon = cb.cbCommonOriginal;
+    cb.ssErrMsg.clear();
+}
+
+/**
+ * Marks a block as being parsed. Carries out the reset that a callback asked for when the parse is over, also
+ * if a callback throws: until then the parse depends on what a reset changes.
+ */
+class Parsing
+{
+public:
+    explicit Parsing(iParseCB& control) : cb(control)
+    {
+        cb.isParsing = true;
+    }
+    ~Parsing()
+    {
+        cb.isParsing = false;
+        if (cb.isResetPending) {
+            cb.isResetPending = false;
+            reset(cb, cb.pResetUserData);
+        }
+    }
+    Parsing(const Parsing&) = delete;
+    Parsing& operator=(const Parsing&) = delete;
+
+private:
+    iParseCB& cb;
+};
+
 }
 
 int nim_pdsParseInit(int, void* pUserData, PDS_PARSE_TAG_ST_FN fTagStartCb, PDS_PARSE_TAG_END_FN fTagEndCb,
@@ -190,7 +233,11 @@ int nim_pdsParseBuffer(char* pszData, int nFlags, PDS_PARSE_H h)
         return PDS_PARSE_OK;
     }
     cb.bDone = 1;
-    return cb.nBuffUsed == 0 ? PDS_PARSE_OK : runParse(cb, nFlags);
+    if (cb.nBuffUsed == 0) {
+        return PDS_PARSE_OK;
+    }
+    const Parsing parsing(cb);
+    return runParse(cb, nFlags);
 }
 
 int nim_pdsParseReset(int, void* pUserData, PDS_PARSE_H h)
@@ -202,18 +249,12 @@ int nim_pdsParseReset(int, void* pUserData, PDS_PARSE_H h)
     if (!isParser(cb)) {
         return PDS_PARSE_E_BAD_HANDLE;
     }
-    cb.pUserData = pUserData;
-    cb.pUserDataAlt = pUserData;
-    cb.nNumAttrs = 0;
-    cb.bError = 0;
-    cb.bDone = 0;
-    cb.nPushErrCode = PDS_PARSE_OK;
-    cb.nInStartCB = 0;
-    cb.nTagDepth = 0;
-    cb.nBuffUsed = 0;
-    cb.nCbStackNum = 0;
-    cb.cbCommon = cb.cbCommonOriginal;
-    cb.ssErrMsg.clear();
+    if (cb.isParsing) {
+        cb.isResetPending = true;
+        cb.pResetUserData = pUserData;
+    } else {
+        reset(cb, pUserData);
+    }
     return PDS_PARSE_OK;
 }
 
@@ -235,17 +276,15 @@ int nim_pdsParseDestroy(PDS_PARSE_H* ph)
 
 int nim_pdsParsePushCommonCB(PDS_PARSE_COMMON_FN fCb, void* pUserDataAlt, int, PDS_PARSE_H h)
 {
-    if (h == nullptr) {
+    if (h == nullptr || fCb == nullptr) {
         return PDS_PARSE_E_BAD_ARGS;
     }
     iParseCB& cb = blockOf(h);
     if (!isParser(cb)) {
         return failPush(cb, PDS_PARSE_E_BAD_HANDLE);
     }
-    if (fCb == nullptr) {
-        return failPush(cb, PDS_PARSE_E_BAD_ARGS);
-    }
     if (cb.nInStartCB != 1) {
+        cb.nInStartCB = cb.nInStartCB == 2 ? PUSHED_TWICE : cb.nInStartCB;
         return failPush(cb, PDS_PARSE_E_PUSH_CONTEXT);
     }
     cb.nInStartCB = 2;
