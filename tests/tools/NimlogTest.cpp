@@ -69,6 +69,15 @@ TEST_F(NimlogTest, RefusesABadCommandLineInOneLine)
     expectResult(run("-t 0x1 a"), 2, "", "nimlog: \"0x1\" is no thread's number\n");
     expectResult(run("--since soon a"), 2, "",
                  "nimlog: \"soon\" is no time, such as 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m\n");
+    for (const char* const option : {"--since", "--until"}) {
+        for (const char* const time :
+             {"", " ", "@", "2026-02-30", "2025-02-29T12:00", "2026-04-31 10:00:00", "1900-02-29",
+              "2026-06-31T15:05:20+01:00", "Mon Feb 30 15:05:20 UTC 2026", "2026-11-00", "2026-13-01"}) {
+            expectResult(run(std::string(option) + " '" + time + "' a"), 2, "",
+                         std::string("nimlog: \"") + time
+                             + "\" is no time, such as 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m\n");
+        }
+    }
     expectResult(run("--count days a"), 2, "",
                  "nimlog: --count takes severity, module, thread or hour, not \"days\"\n");
     expectResult(run("--color red a"), 2, "", "nimlog: --color takes auto, always or never, not \"red\"\n");
@@ -174,6 +183,9 @@ TEST_F(NimlogTest, FiltersByTimeWhereverItsZone)
     expectResult(run("app.log --until 2026-11-14T15:05:20"), 0, WARNING, "");
     expectResult(run("app.log --until 2026-11-14"), 0, "", "");
     expectResult(run("app.log --since 2026-11-14 --until 2026-11-15"), 0, std::string(WARNING) + ERROR, "");
+    expectResult(run("app.log --since 2000-02-29 --until 2028-02-29"), 0, std::string(WARNING) + ERROR, "");
+    expectResult(run("app.log --since 2026-10-31 --until 2026-11-30T23:59"), 0, std::string(WARNING) + ERROR,
+                 "");
 }
 
 TEST_F(NimlogTest, CountsByWhatIsAsked)
@@ -282,9 +294,10 @@ TEST_F(NimlogTest, TellsWhenItDoesNotKnowTheFields)
 TEST_F(NimlogTest, ReadsNoDateThatIsNone)
 {
     for (const char* const date :
-         {"Sat Nov 00 15:05:20 UTC 2026", "Sat Nov 32 15:05:20 UTC 2026", "Sat Now 14 15:05:20 UTC 2026",
-          "Sat Nov 14 24:05:20 UTC 2026", "Sat Nov 14 15:60:20 UTC 2026", "Sat Nov 14 15:05:61 UTC 2026",
-          "Sat Nov 14 15:05:20 CET 2026", "Sat Nov 14 15:05:20 +01:0 2026", "Sat Nov 14 15:05:20 UTC 202"}) {
+         {"Sat Nov 00 15:05:20 UTC 2026", "Mon Nov 31 15:05:20 UTC 2026", "Mon Feb 29 15:05:20 UTC 2027",
+          "Sat Now 14 15:05:20 UTC 2026", "Sat Nov 14 24:05:20 UTC 2026", "Sat Nov 14 15:60:20 UTC 2026",
+          "Sat Nov 14 15:05:61 UTC 2026", "Sat Nov 14 15:05:20 CET 2026", "Sat Nov 14 15:05:20 +01:0 2026",
+          "Sat Nov 14 15:05:20 UTC 202"}) {
         write("app.log", std::string(date) + " : text\n");
         EXPECT_EQ(run("--mask DATETIME app.log").status, 1) << date;
     }

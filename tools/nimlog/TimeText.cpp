@@ -35,6 +35,13 @@ int monthNumber(const char* name)
     return at == std::string_view::npos || at % 3 != 0 ? 0 : static_cast<int>(at / 3) + 1;
 }
 
+int daysOfMonth(int year, int month)
+{
+    static const std::array<int, 12> DAYS = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const bool isLeapYear = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+    return month == 2 && isLeapYear ? 29 : DAYS[static_cast<std::size_t>(month - 1)];
+}
+
 /** Days since the epoch, by the years since 1 March of the year 0. */
 std::time_t daysSinceEpoch(int year, int month, int day)
 {
@@ -62,8 +69,8 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
     const int hour = twoDigits(clock);
     const int minute = twoDigits(clock + 3);
     const int second = twoDigits(clock + 6);
-    if (into.month == 0 || into.day < 1 || into.day > 31 || hour < 0 || hour > 23 || minute < 0 || minute > 59
-        || second < 0 || second > 60) {
+    if (into.month == 0 || into.day < 1 || hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0
+        || second > 60) {
         return 0;
     }
     into.clock = text.substr(DATE_LENGTH, CLOCK_LENGTH);
@@ -92,6 +99,9 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
         return 0;
     }
     into.year = century * 100 + yearOfCentury;
+    if (into.day > daysOfMonth(into.year, into.month)) {
+        return 0;
+    }
     into.when = daysSinceEpoch(into.year, into.month, into.day) * SECONDS_OF_DAY + hour * SECONDS_OF_HOUR
                 + minute * SECONDS_OF_MINUTE + second - secondsEast;
     return year + YEAR_LENGTH;
@@ -100,7 +110,7 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
 std::time_t parseTime(const std::string& text, std::time_t now)
 {
     DateTime ofRecord = {};
-    if (readDateTime(text, ofRecord) == text.size()) {
+    if (!text.empty() && readDateTime(text, ofRecord) == text.size()) {
         return ofRecord.when;
     }
 
@@ -134,7 +144,9 @@ std::time_t parseTime(const std::string& text, std::time_t now)
         time.tm_hour = time.tm_min = time.tm_sec = 0;
         time.tm_gmtoff = 0;
         const char* const stop = strptime(text.c_str(), format, &time);
-        if (stop == text.c_str() + text.size()) {
+        // strptime() takes the 31st of any month, and timegm() makes it a day of the next one.
+        if (stop == text.c_str() + text.size()
+            && time.tm_mday <= daysOfMonth(time.tm_year + 1900, time.tm_mon + 1)) {
             const long secondsEast = time.tm_gmtoff;
             return timegm(&time) - secondsEast;
         }
