@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -262,6 +263,59 @@ TEST_F(NimlogFollowTest, BeginsAgainInAFileThatWasCut)
     ASSERT_TRUE(showsLast("INFO : third\n"));
     expectShown("INFO : first\nINFO : second\nINFO : third\n",
                 "nimlog: " + path + ": the file was cut; reading it from its beginning\n");
+}
+
+/** It is stopped during each refill: the file is as long as before, or longer, when it looks again. */
+TEST_F(NimlogFollowTest, BeginsAgainInAFileThatWasCutAndRefilled)
+{
+    append("INFO : first\nINFO : second\n");
+    start();
+    ASSERT_TRUE(showsLast("INFO : second\n"));
+    std::string expected = "INFO : first\nINFO : second\n";
+    std::string errors;
+    const std::string message = "nimlog: " + path + ": the file was cut; reading it from its beginning\n";
+    for (const std::string& refill :
+         // Of the same length; longer; longer, with the same beginning; longer, with the same end there.
+         {std::string("INFO : third\nINFO : fourth\n"), "INFO : " + std::string(3000, 'x') + "\nINFO : 5\n",
+          "INFO : " + std::string(2000, 'x') + std::string(3000, 'y') + "\nINFO : 6\n",
+          "INFO : z" + std::string(1999, 'x') + std::string(3000, 'y') + "\nINFO : 6\nINFO : 7\n"}) {
+        nimlog->signal(SIGSTOP);
+        std::filesystem::resize_file(path, 0);
+        append(refill);
+        nimlog->signal(SIGCONT);
+        expected += refill;
+        errors += message;
+        ASSERT_TRUE(showsLast(refill));
+    }
+    expectShown(expected, errors);
+}
+
+TEST_F(NimlogFollowTest, GoesOnBehindWhatItHasReadOfALongFile)
+{
+    append("INFO : " + std::string(1000000, 'x') + '\n');
+    start();
+    std::string expected = "INFO : " + std::string(1000000, 'x') + '\n';
+    ASSERT_TRUE(showsLast(expected));
+    for (int number = 0; number < 20; ++number) {
+        const std::string line = "INFO : " + std::to_string(number) + std::string(200 * number, 'y') + '\n';
+        append(line);
+        expected += line;
+        ASSERT_TRUE(showsLast(line));
+    }
+    expectShown(expected);
+}
+
+TEST_F(NimlogFollowTest, OldFileThatIsAFifoIsSkipped)
+{
+    append("INFO : second\n");
+    support::writeFile(path + ".1", "INFO : first\n");
+    ASSERT_EQ(0, mkfifo((path + ".0").c_str(), 0600));
+    start();
+    ASSERT_TRUE(showsLast("INFO : second\n"));
+    append("INFO : third\n");
+    ASSERT_TRUE(showsLast("INFO : third\n"));
+    expectShown("INFO : first\nINFO : second\nINFO : third\n",
+                "nimlog: " + path + ".0: skipped, because it is a FIFO\n");
 }
 
 TEST_F(NimlogFollowTest, FiltersWhileItFollows)

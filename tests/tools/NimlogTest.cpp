@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdlib>
 #include <random>
@@ -116,6 +117,59 @@ TEST_F(NimlogTest, ReadsASetAsOneFromTheOldestOn)
     shell("ln -s nowhere app.log.99");
     expectResult(run("app.log"), 0, std::string(HEADING) + WARNING + ERROR + REPORT, "");
     expectResult(run("- < app.log.2"), 0, std::string(ERROR) + REPORT, "");
+}
+
+TEST_F(NimlogTest, OldFileThatIsNotRegularIsSkippedWithAMessage)
+{
+    write("app.log.5", "net FATAL : oldest\n");
+    write("app.log.1", "net FATAL : old\n");
+    write("app.log", "net FATAL : last\n");
+    shell("mkfifo app.log.0 app.log.3 app.log.9; mkdir app.log.2; ln -s /dev/null app.log.4");
+    const Result result = shell("exec timeout 20 '" NIMLOG_PROGRAM "' --mask 0x84 app.log");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "net FATAL : oldest\nnet FATAL : old\nnet FATAL : last\n");
+    for (const char* const message : {"nimlog: app.log.0: skipped, because it is a FIFO\n",
+                                      "nimlog: app.log.2: skipped, because it is a directory\n",
+                                      "nimlog: app.log.3: skipped, because it is a FIFO\n",
+                                      "nimlog: app.log.4: skipped, because it is no regular file\n",
+                                      "nimlog: app.log.9: skipped, because it is a FIFO\n"}) {
+        EXPECT_THAT(result.errors, testing::HasSubstr(message));
+    }
+    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 5) << result.errors;
+}
+
+TEST_F(NimlogTest, FifoUnderTheNameOfTheLogIsSkippedOnlyIfThereAreOldFiles)
+{
+    shell("mkfifo app.log");
+    expectResult(shell("(echo 'net FATAL : piped' > app.log &); exec timeout 20 '" NIMLOG_PROGRAM
+                       "' --mask 0x84 app.log"),
+                 0, "net FATAL : piped\n", "");
+    expectResult(shell("exec timeout 20 '" NIMLOG_PROGRAM "' --mask 0x84 <(echo 'net FATAL : piped')"), 0,
+                 "net FATAL : piped\n", "");
+
+    write("app.log.0", "net FATAL : old\n");
+    expectResult(shell("exec timeout 20 '" NIMLOG_PROGRAM "' --mask 0x84 app.log"), 0, "net FATAL : old\n",
+                 "nimlog: app.log: skipped, because it is a FIFO\n");
+    shell("rm app.log app.log.0; mkfifo app.log.0");
+    expectResult(shell("exec timeout 20 '" NIMLOG_PROGRAM "' --mask 0x84 app.log"), 2, "",
+                 "nimlog: app.log.0: skipped, because it is a FIFO\n"
+                 "nimlog: cannot read app.log: No such file or directory\n");
+}
+
+TEST_F(NimlogTest, MessageNamesTheOldFileThatItIsAbout)
+{
+    write("app.log.2", "net FATAL : oldest\n");
+    write("app.log.1", "net FATAL : old\n");
+    write("app.log", "net FATAL : last\n");
+    shell("ln -sf /proc/self/mem app.log.1");
+    // Regular by its kind, but no byte of it can be read.
+    expectResult(run("--mask 0x84 app.log"), 2, "", "nimlog: cannot read app.log.1: Input/output error\n");
+
+    write("app.log.2", "a line\n");
+    shell("rm app.log.1");
+    expectResult(run("--mask 0x84 app.log"), 0, "a line\nnet FATAL : last\n",
+                 "nimlog: app.log.2: lines ahead of the first record with other fields than expected: 1; "
+                 "--mask or --config tells which they have\n");
 }
 
 TEST_F(NimlogTest, ShowsWhatAPipeHasBroughtSoFar)

@@ -25,7 +25,7 @@ constexpr std::chrono::milliseconds LONG(10000);
 
 Reader::Reader(const std::string& logPath, RecordSplitter& recordSplitter,
                std::function<void(const std::string&)> complaints)
-    : path(logPath), splitter(recordSplitter), complain(std::move(complaints)), files(logPath)
+    : path(logPath), splitter(recordSplitter), complain(std::move(complaints)), files(logPath, complain)
 {
 }
 
@@ -36,13 +36,33 @@ void Reader::readAll(const std::function<void()>& idle)
         errno = ENOENT;
         throw nimtools::cannotRead(path);
     }
-    while (files.next()) {
+    while (goOn()) {
         do {
             awaitPiece(idle);
         } while (readPiece());
-        splitter.endFile();
+        endFile();
     }
     splitter.flush();
+}
+
+/** Goes on to the next file; returns false if there is none. */
+bool Reader::goOn()
+{
+    readBytes.clear();
+    return files.next();
+}
+
+void Reader::endFile()
+{
+    splitter.endFile();
+    watchLeading();
+}
+
+void Reader::watchLeading()
+{
+    if (leading.empty() && splitter.hasLeading()) {
+        leading = files.currentName();
+    }
 }
 
 /** Somebody may be waiting for what a pipe has brought so far. */
@@ -64,9 +84,11 @@ bool Reader::readPiece()
         count = read(files.current(), room, PIECE);
     } while (count == -1 && errno == EINTR);
     if (count == -1) {
-        throw nimtools::cannotRead(path);
+        throw nimtools::cannotRead(files.currentName());
     }
+    readBytes.add({room, static_cast<std::size_t>(count)});
     splitter.commit(static_cast<std::size_t>(count));
+    watchLeading();
     return count > 0;
 }
 
@@ -81,7 +103,7 @@ void Reader::follow(const std::function<void()>& idle)
     bool toldOfMissed = false;
     auto lastPiece = std::chrono::steady_clock::now();
     files.look();
-    files.next();
+    goOn();
     while (!changes.isStopped()) {
         if (files.hasCurrent() && readPiece()) {
             lastPiece = std::chrono::steady_clock::now();
@@ -89,10 +111,10 @@ void Reader::follow(const std::function<void()>& idle)
         }
         if (isComplete || !files.hasCurrent()) {
             if (files.hasCurrent()) {
-                splitter.endFile();
+                endFile();
             }
             isComplete = false;
-            if (files.next()) {
+            if (goOn()) {
                 continue;
             }
         }
@@ -107,16 +129,16 @@ void Reader::follow(const std::function<void()>& idle)
             }
             continue;
         }
-        startAgainIfCut();
         const auto quiet = std::chrono::steady_clock::now() - lastPiece;
         if (splitter.isWaiting() && quiet >= QUIET) {
             splitter.flush();
         }
         idle();
         changes.wait(splitter.isWaiting() ? QUIET : LONG);
+        startAgainIfCut();
     }
     if (files.hasCurrent()) {
-        splitter.endFile();
+        endFile();
     }
     splitter.flush();
 }
@@ -133,14 +155,19 @@ bool Reader::isReplaced() const
     return named.st_dev != inHand.st_dev || named.st_ino != inHand.st_ino;
 }
 
-/** Somebody else may have emptied the file; the log itself does not. */
+/**
+ * Another program may have truncated the file; the log itself does not. It may also have refilled it by now,
+ * so this must come before the next bytes are read.
+ */
 void Reader::startAgainIfCut()
 {
     struct stat status = {};
     const off_t at = files.hasCurrent() ? lseek(files.current(), 0, SEEK_CUR) : -1;
-    if (at > 0 && fstat(files.current(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size < at) {
-        complain(path + ": the file was cut; reading it from its beginning");
-        splitter.endFile();
+    if (at > 0 && fstat(files.current(), &status) == 0 && S_ISREG(status.st_mode)
+        && (status.st_size < at || !readBytes.areIn(files.current(), at))) {
+        complain(files.currentName() + ": the file was cut; reading it from its beginning");
+        endFile();
+        readBytes.clear();
         lseek(files.current(), 0, SEEK_SET);
     }
 }

@@ -1,6 +1,7 @@
 #ifndef DALNIM_TOOLS_NIMLOG_READER_HPP
 #define DALNIM_TOOLS_NIMLOG_READER_HPP
 
+#include "ReadBytes.hpp"
 #include "RecordSplitter.hpp"
 #include "RotatedFiles.hpp"
 
@@ -26,8 +27,17 @@ public:
     /** Reads what there is and what comes, until a signal. `idle` as above. */
     void follow(const std::function<void()>& idle);
 
+    /** The file with the first line in front of all records; empty if there is none. */
+    const std::string& leadingFile() const
+    {
+        return leading;
+    }
+
 private:
+    bool goOn();
     bool readPiece();
+    void endFile();
+    void watchLeading();
     void awaitPiece(const std::function<void()>& idle);
     bool isReplaced() const;
     void startAgainIfCut();
@@ -36,6 +46,9 @@ private:
     RecordSplitter& splitter;
     const std::function<void(const std::string&)> complain;
     RotatedFiles files;
+    /** Of the current file. */
+    ReadBytes readBytes;
+    std::string leading;
 };
 
 }

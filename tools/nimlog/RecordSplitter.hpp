@@ -51,6 +51,11 @@ public:
     {
         return leadingCount;
     }
+    /** Whether there are such lines, also if the last of them waits for what follows it. */
+    bool hasLeading() const
+    {
+        return leadingCount != 0 || (recognisedCount == 0 && hasRecord && !record.hasPrefix);
+    }
 
 private:
     /** How far a report of a changed mask has come. */

@@ -39,7 +39,8 @@ bool contains(const Files& files, dev_t device, ino_t inode)
 
 }
 
-RotatedFiles::RotatedFiles(const std::string& logPath) : path(logPath)
+RotatedFiles::RotatedFiles(const std::string& logPath, std::function<void(const std::string&)> warnings)
+    : path(logPath), warn(std::move(warnings))
 {
     raiseOpenFiles();
 }
@@ -168,7 +169,7 @@ bool RotatedFiles::isNothingBetween(Place low, Place high) const
         const std::set<Place> taken = places();
         return std::none_of(taken.upper_bound(low), taken.lower_bound(high), [this](Place place) {
             struct stat status = {};
-            return stat(nameOf(place).c_str(), &status) == 0;
+            return stat(nameOf(place).c_str(), &status) == 0 && S_ISREG(status.st_mode);
         });
     };
     return high - low == 1 || (isNothingMet() && isNothingMet());
@@ -181,12 +182,17 @@ bool RotatedFiles::isAt(const File& file, Place place) const
            && status.st_ino == file.inode;
 }
 
-/** Of no descriptor when nothing is there. */
-RotatedFiles::File RotatedFiles::openAt(Place place) const
+/** Returns a file without a descriptor if nothing is there, or nothing that is to be read. */
+RotatedFiles::File RotatedFiles::openAt(Place place)
 {
     const std::string name = nameOf(place);
-    File file = {nimtools::Descriptor(open(name.c_str(), O_RDONLY | O_CLOEXEC)), 0, 0, place};
+    File file = {nimtools::Descriptor(), 0, 0, place};
     struct stat status = {};
+    // Checked first: the open of a FIFO would wait for its writer.
+    if (stat(name.c_str(), &status) == 0 && isSkipped(place, status)) {
+        return file;
+    }
+    file.descriptor = nimtools::Descriptor(open(name.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file.descriptor || fstat(file.descriptor.get(), &status) == -1) {
         if (errno != ENOENT) {
             throw nimtools::cannotRead(name);
@@ -196,6 +202,22 @@ RotatedFiles::File RotatedFiles::openAt(Place place) const
     file.device = status.st_dev;
     file.inode = status.st_ino;
     return file;
+}
+
+/** Among several files only regular ones are read. A FIFO or a device that is alone is what the user wants.
+ */
+bool RotatedFiles::isSkipped(Place place, const struct stat& status)
+{
+    if (S_ISREG(status.st_mode) || (place == 0 && places().size() == 1)) {
+        return false;
+    }
+    if (skipped.insert({status.st_dev, status.st_ino}).second) {
+        const char* const kind = S_ISFIFO(status.st_mode)  ? "a FIFO"
+                                 : S_ISDIR(status.st_mode) ? "a directory"
+                                                           : "no regular file";
+        warn(nameOf(place) + ": skipped, because it is " + kind);
+    }
+    return true;
 }
 
 std::string RotatedFiles::nameOf(Place place) const

@@ -4,9 +4,12 @@
 #include <support/Descriptor.hpp>
 
 #include <deque>
+#include <functional>
 #include <set>
 #include <string>
+#include <sys/stat.h>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace nimlog {
@@ -18,8 +21,11 @@ namespace nimlog {
 class RotatedFiles
 {
 public:
-    /** @param path "-" for standard input alone */
-    explicit RotatedFiles(const std::string& path);
+    /**
+     * @param path     "-" for standard input alone
+     * @param warnings takes a message for each file that is skipped
+     */
+    RotatedFiles(const std::string& path, std::function<void(const std::string&)> warnings);
 
     /**
      * Looks for files that are newer than all that have been seen; next() hands them out. Throws Failure
@@ -42,6 +48,11 @@ public:
     bool hasCurrent() const
     {
         return !seen.empty();
+    }
+    /** The name under which it was found last; valid under the same condition. */
+    std::string currentName() const
+    {
+        return nameOf(seen.back().place);
     }
 
     /** Whether the file in hand was gone when a newer one was found: others between them may be, too. */
@@ -70,12 +81,16 @@ private:
     bool locate(File& file) const;
     bool isNothingBetween(Place low, Place high) const;
     bool isAt(const File& file, Place place) const;
-    File openAt(Place place) const;
+    File openAt(Place place);
+    bool isSkipped(Place place, const struct stat& status);
     std::string nameOf(Place place) const;
     std::set<Place> places() const;
     void forgetRemoved();
 
     const std::string path;
+    const std::function<void(const std::string&)> warn;
+    /** The files that were skipped, with a warning for each. */
+    std::set<std::pair<dev_t, ino_t>> skipped;
     /** Oldest first. They are kept open: so their inodes are not given to new files. */
     std::vector<File> seen;
     /** Oldest first. */

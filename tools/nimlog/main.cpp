@@ -22,7 +22,8 @@ protected:
     Status work(int argc, char** argv) override;
 
 private:
-    Status report(const Options& options, const RecordSplitter& splitter, std::uint64_t lacking);
+    Status report(const Options& options, const RecordSplitter& splitter, const Reader& reader,
+                  std::uint64_t lacking);
 };
 
 Status NimLog::work(int argc, char** argv)
@@ -51,11 +52,12 @@ Status NimLog::work(int argc, char** argv)
     if (isCounting) {
         counts.write(out, options.json);
     }
-    return report(options, splitter, filter.lacking() + (isCounting ? counts.lacking() : 0));
+    return report(options, splitter, reader, filter.lacking() + (isCounting ? counts.lacking() : 0));
 }
 
 /** Tells what the records did not have. */
-Status NimLog::report(const Options& options, const RecordSplitter& splitter, std::uint64_t lacking)
+Status NimLog::report(const Options& options, const RecordSplitter& splitter, const Reader& reader,
+                      std::uint64_t lacking)
 {
     const std::string advice = "; --mask or --config tells which they have";
     if (splitter.recognised() == 0 && splitter.leading() != 0) {
@@ -63,7 +65,7 @@ Status NimLog::report(const Options& options, const RecordSplitter& splitter, st
         return nimtools::STATUS_FOUND;
     }
     if (splitter.leading() != 0) {
-        complain(options.path + ": lines ahead of the first record with other fields than expected: "
+        complain(reader.leadingFile() + ": lines ahead of the first record with other fields than expected: "
                  + std::to_string(splitter.leading()) + advice);
     }
     if (lacking != 0) {
