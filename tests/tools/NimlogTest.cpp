@@ -327,6 +327,11 @@ TEST_F(NimlogTest, TakesTheMaskOfAConfiguration)
                  "sequence.\n");
     expectResult(run("--config missing app.log"), 2, "",
                  "nimlog: cannot read missing: No such file or directory\n");
+    shell("mkfifo pipe");
+    write("log.properties", "%pragma include \"pipe\"\n");
+    expectResult(
+        shell("exec timeout 20 '" NIMLOG_PROGRAM "' --config app.properties app.log"), 2, "",
+        "nimlog: log.properties:1: the included file pipe is a FIFO; its writer is not waited for\n");
     write("none.properties", "");
     EXPECT_EQ(run("--config none.properties app.log").status, 1);
 }

@@ -97,6 +97,37 @@ TEST_F(NimpropsTest, EndsAtTheErrorOfAnIncludedFile)
     expectResult(run("check a"), 1, "a:1: error: failed to open include file: \"sub/c\"\n", "");
 }
 
+TEST_F(NimpropsTest, IncludedFifoIsRefusedAndNotWaitedFor)
+{
+    shell("mkdir sub; mkfifo sub/pipe");
+    write("a", "x=1\n%pragma include \"sub/b\"\n");
+    write("sub/b", "\ny=2\n%pragma include \"pipe\"\n");
+    const std::string message =
+        "nimprops: sub/b:3: the included file sub/pipe is a FIFO; its writer is not waited for\n";
+    for (const char* const command :
+         {"check a", "print a", "get a x", "instance a x", "diff a a", "check - < a"}) {
+        expectResult(shell(std::string("exec timeout 20 '" NIMPROPS_PROGRAM "' ") + command), 2, "", message);
+    }
+    // What the user names is read whatever it is.
+    expectResult(shell("exec timeout 20 '" NIMPROPS_PROGRAM "' print <(echo 'k=v')"), 0, "k=v\n", "");
+}
+
+TEST_F(NimpropsTest, IncludesInACycleThroughAnotherDirectoryAreReadOnce)
+{
+    shell("mkdir sub");
+    write("a", "%pragma include \"sub/b\"\na=1\n");
+    write("sub/b", "%pragma include \"../a\"\n%pragma include \"../sub/c\"\nb=2\n");
+    write("sub/c", "%pragma include \"./c\"\na=3\nb=3\n");
+    expectResult(run("print a"), 0, "a=1\nb=2\n", "");
+    expectResult(run("check a"), 1,
+                 "sub/b:3: warning: Overriding property \"b\"\n"
+                 "a:2: warning: Overriding property \"a\"\n",
+                 "");
+    write("sub/c", "c=\\x\n");
+    expectResult(run("check a"), 1,
+                 "sub/../sub/c:1: error: End-of-line encountered in hex escape sequence.\n", "");
+}
+
 TEST_F(NimpropsTest, NamesAFileThatIsNotAloneInItsNameByThatOnly)
 {
     shell("mkdir sub");

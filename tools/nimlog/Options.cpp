@@ -9,6 +9,7 @@
 #include <dalnim/type/StringOps.hpp>
 #include <support/CommandLine.hpp>
 #include <support/Errors.hpp>
+#include <support/Includes.hpp>
 #include <support/Input.hpp>
 
 #include <cstdlib>
@@ -93,10 +94,12 @@ unsigned int maskOfConfiguration(const std::string& path)
     namespace io = com::kor::dal::nim::io;
     const std::string key = std::string(log::NAMESPACE_NAME) + '.' + log::Control::CLASS_NAME + '.'
                             + log::Control::TAG_OUTPUT_MASK;
-    std::istringstream text(nimtools::readAll(path));
+    const std::string text = nimtools::readAll(path);
+    nimtools::includedFiles(path, text);
+    std::istringstream stream(text);
     std::ostringstream unused;
     try {
-        const io::Properties properties(text, path, unused, unused, io::Properties::SEV_ERROR);
+        const io::Properties properties(stream, path, unused, unused, io::Properties::SEV_ERROR);
         const std::string& mask = properties.getProperty(key);
         return mask.empty() ? static_cast<unsigned int>(log::Mask_ALL) : parseMask(mask);
     } catch (const std::runtime_error& exc) {

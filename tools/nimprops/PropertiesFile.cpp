@@ -1,11 +1,10 @@
 #include "PropertiesFile.hpp"
 
 #include <support/Errors.hpp>
+#include <support/Includes.hpp>
 #include <support/Input.hpp>
 
 #include <algorithm>
-#include <fstream>
-#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <streambuf>
@@ -25,18 +24,6 @@ std::string folderOf(const std::string& path)
 std::string lastPart(const std::string& path)
 {
     return path.substr(folderOf(path).size());
-}
-
-/** The path in a line that looks like an include, or nothing. */
-std::string includedPath(const std::string& line)
-{
-    std::istringstream words(line);
-    std::string pragma, include, argument;
-    words >> pragma >> include >> argument;
-    if (pragma != "%pragma" || include != "include" || argument.size() < 2) {
-        return "";
-    }
-    return argument.substr(1, argument.size() - 2);
 }
 
 /** Takes the N-th line, from 1, out of a text, and leaves an empty one. */
@@ -123,31 +110,13 @@ std::vector<Message> PropertiesFile::readText(io::Properties& into, const std::s
     return messages;
 }
 
-/**
- * Messages name a file by the last part of its path alone. What looks like an include is taken for one
- * here: it decides no more than which path is shown.
- */
+/** Messages name a file by the last part of its path alone. The includes decide no more than which path is
+ * shown. */
 void PropertiesFile::findIncludes()
 {
-    std::set<std::string> known = {path};
-    std::vector<std::string> waiting = {path};
-    while (!waiting.empty()) {
-        const std::string file = waiting.back();
-        waiting.pop_back();
-        paths.emplace(lastPart(file), file);
-
-        std::ifstream included;
-        std::istringstream own(text);
-        if (file != path) {
-            included.open(file);
-        }
-        std::istream& lines = file == path ? static_cast<std::istream&>(own) : included;
-        for (std::string line; std::getline(lines, line);) {
-            const std::string argument = includedPath(line);
-            if (!argument.empty() && known.insert(folderOf(file) + argument).second) {
-                waiting.push_back(folderOf(file) + argument);
-            }
-        }
+    paths.emplace(lastPart(path), path);
+    for (const std::string& included : nimtools::includedFiles(path, text)) {
+        paths.emplace(lastPart(included), included);
     }
 }
 

@@ -26,7 +26,10 @@ struct Message
 class PropertiesFile
 {
 public:
-    /** Throws Failure when the file cannot be read. An error in a line is none: see messages(). */
+    /**
+     * Throws Failure when the file cannot be read, or if it includes a FIFO. An error in a line is none: see
+     * messages().
+     */
     explicit PropertiesFile(const std::string& path);
 
     /** The properties, up to the first error. */
