@@ -64,6 +64,11 @@ PrefixParser::PrefixParser(unsigned int fieldMask, std::string_view prefixEnd)
 {
 }
 
+bool PrefixParser::hasDate() const
+{
+    return (mask & log::Mask_DATETIME) != 0;
+}
+
 bool PrefixParser::parse(std::string_view line, Fields& fields)
 {
     fields.present = 0;

@@ -22,6 +22,9 @@ public:
         mask = fieldMask;
     }
 
+    /** Whether a prefix begins with a date, which text hardly contains by chance. */
+    bool hasDate() const;
+
     /** Whether the line begins with such a prefix; only then are the fields to be looked at. */
     bool parse(std::string_view line, Fields& fields);
 

@@ -1,5 +1,7 @@
 #include "RecordSplitter.hpp"
 
+#include "TimeText.hpp"
+
 #include <dalnim/log/Common.hpp>
 
 #include <cstring>
@@ -120,26 +122,91 @@ void RecordSplitter::scan()
     }
 }
 
+/** A line may hold several records: each but the last was torn off before its newline. */
 void RecordSplitter::takeLine(std::string_view line)
 {
-    Fields fields;
-    const bool isHeading = endsWith(line, HEADING_TITLE) && heading.parse(line, fields);
-    if (isHeading || prefix.parse(line, fields)) {
-        beginRecord(lineBegin, fields, true);
-        inHeading = isHeading;
-    } else {
-        continueRecord(line);
+    std::size_t begin = lineBegin;
+    Prefix outer;
+    parse(line, outer);
+    for (std::size_t inside; (inside = findInside(line, outer)) != std::string_view::npos;) {
+        // A prefix that reaches into the next record was none: it took the fields of that for its own.
+        outer.isFound = outer.isFound && outer.fields.length <= inside;
+        takePart(begin, line.substr(0, inside), outer);
+        begin += inside;
+        line.remove_prefix(inside);
+        outer = inner;
     }
-    watchReport(line);
+    takePart(begin, line, outer);
+}
+
+void RecordSplitter::takePart(std::size_t begin, std::string_view part, const Prefix& found)
+{
+    if (found.isFound) {
+        beginRecord(begin, found.fields, true);
+        inHeading = found.isHeading;
+    } else {
+        continueRecord(begin, part);
+    }
+    watchReport(begin, part);
+}
+
+void RecordSplitter::parse(std::string_view line, Prefix& into)
+{
+    into.isHeading = endsWith(line, HEADING_TITLE) && heading.parse(line, into.fields);
+    into.isFound = into.isHeading || prefix.parse(line, into.fields);
+}
+
+/** Finds the first record that begins inside a line, and its prefix; npos if there is none. */
+std::size_t RecordSplitter::findInside(std::string_view line, const Prefix& outer)
+{
+    if (!prefix.hasDate() && !endsWith(line, HEADING_TITLE)) {
+        return std::string_view::npos;
+    }
+    // The name of a process may contain blanks, and so may have swallowed the date of the next record.
+    const bool isWholePrefix = outer.isFound
+                               && ((outer.fields.present & log::Mask_PROCESSNAME) == 0
+                                   || outer.fields.process.find(':') == std::string_view::npos);
+    std::size_t from = isWholePrefix ? outer.fields.length : 1;
+    for (std::size_t at; (at = findDateTime(line, from)) != std::string_view::npos; from = at + 1) {
+        parse(line.substr(at), inner);
+        // A prefix without a date would begin anywhere.
+        if (inner.isFound && (inner.isHeading || prefix.hasDate())
+            && isBehindFragment(line.substr(0, at), outer)) {
+            return at;
+        }
+    }
+    return std::string_view::npos;
+}
+
+/**
+ * Whether what stands in front of a prefix is a fragment, and not the text of a record that quotes another
+ * one. A quotation is older than what quotes it. Of the same second, it follows a blank or punctuation.
+ */
+bool RecordSplitter::isBehindFragment(std::string_view fragment, const Prefix& outer) const
+{
+    const bool isInsidePrefix = outer.isFound && fragment.size() < outer.fields.length;
+    const bool isOfRecord = outer.isFound || (hasRecord && record.hasPrefix);
+    const Fields& fields = outer.isFound ? outer.fields : record.fields;
+    if (inner.isHeading || !isOfRecord || isInsidePrefix || (fields.present & log::Mask_DATETIME) == 0) {
+        return true;
+    }
+    DateTime cutPrefix = {};
+    if (!outer.isFound && (isCutDateTime(fragment) || readDateTime(fragment, cutPrefix) != 0)) {
+        return true;
+    }
+    if (inner.fields.dateTime.when != fields.dateTime.when) {
+        return inner.fields.dateTime.when > fields.dateTime.when;
+    }
+    return std::string_view(" \t\"'`([{<>|:=,;").find(fragment.back()) == std::string_view::npos;
 }
 
 /** A line without a prefix belongs to the record before it, if there is one that may have more lines. */
-void RecordSplitter::continueRecord(std::string_view line)
+void RecordSplitter::continueRecord(std::size_t begin, std::string_view line)
 {
-    const bool isTooLong = hasRecord && lineBegin - recordBegin > LONGEST_RECORD;
-    const bool isReported = report != NO_REPORT && lineBegin - reportBegin < LONGEST_RECORD;
+    const bool isTooLong = hasRecord && begin - recordBegin > LONGEST_RECORD;
+    const bool isReported = report != NO_REPORT && begin - reportBegin < LONGEST_RECORD;
     if (!hasRecord || isTooLong || (!record.hasPrefix && !isReported)) {
-        beginRecord(lineBegin, Fields(), false);
+        beginRecord(begin, Fields(), false);
     }
     unsigned int mask = 0;
     if (inHeading && beginsWith(line, HEADING_LABEL)
@@ -149,12 +216,12 @@ void RecordSplitter::continueRecord(std::string_view line)
 }
 
 /** The title of the report, the old mask and the new mask are three lines. */
-void RecordSplitter::watchReport(std::string_view line)
+void RecordSplitter::watchReport(std::size_t begin, std::string_view line)
 {
     unsigned int mask = 0;
     if (endsWith(line, REPORT_TITLE)) {
         report = BEHIND_TITLE;
-        reportBegin = lineBegin;
+        reportBegin = begin;
     } else if (report == BEHIND_TITLE && beginsWith(line, REPORT_OLD)) {
         report = BEHIND_OLD;
     } else {

@@ -20,6 +20,9 @@ public:
 /**
  * Makes records of bytes. A record is a line with a prefix and the lines behind it that have none.
  *
+ * A record also begins inside a line, after a fragment whose writer was killed or found no room: where a
+ * prefix with a date stands there, unless it looks like a quotation. See isBehindFragment().
+ *
  * Which fields there are is learnt from the log: the heading of a new output names the mask, and so does
  * the report of its change, whose own prefix is of the new one already.
  */
@@ -61,10 +64,22 @@ private:
     /** How far a report of a changed mask has come. */
     enum ReportState { NO_REPORT, BEHIND_TITLE, BEHIND_OLD };
 
+    /** A prefix that was found, or none. */
+    struct Prefix
+    {
+        bool isFound = false;
+        bool isHeading = false;
+        Fields fields;
+    };
+
     void scan();
     void takeLine(std::string_view line);
-    void continueRecord(std::string_view line);
-    void watchReport(std::string_view line);
+    void takePart(std::size_t begin, std::string_view part, const Prefix& found);
+    void parse(std::string_view line, Prefix& into);
+    std::size_t findInside(std::string_view line, const Prefix& outer);
+    bool isBehindFragment(std::string_view fragment, const Prefix& outer) const;
+    void continueRecord(std::size_t begin, std::string_view line);
+    void watchReport(std::size_t begin, std::string_view line);
     void changeMask(unsigned int mask);
     void beginRecord(std::size_t begin, const Fields& fields, bool hasPrefix);
     void emit(std::size_t end);
@@ -73,6 +88,8 @@ private:
         return {buffer.data() + begin, end - begin};
     }
 
+    /** What findInside() has found. Not made for each line: most have nothing inside. */
+    Prefix inner;
     PrefixParser prefix;
     PrefixParser heading;
     RecordSink& sink;

@@ -2,6 +2,7 @@
 
 #include <support/Errors.hpp>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -105,6 +106,41 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
     into.when = daysSinceEpoch(into.year, into.month, into.day) * SECONDS_OF_DAY + hour * SECONDS_OF_HOUR
                 + minute * SECONDS_OF_MINUTE + second - secondsEast;
     return year + YEAR_LENGTH;
+}
+
+std::size_t findDateTime(std::string_view text, std::size_t from)
+{
+    // By its first colon: there are fewer of them than of most bytes.
+    constexpr std::size_t BEFORE = DATE_LENGTH + 2;
+    for (std::size_t at = text.find(':', from + BEFORE); at != std::string_view::npos;
+         at = text.find(':', at + 1)) {
+        if (at + 3 < text.size() && text[at + 3] == ':' && isDigit(text[at - 1]) && text[at - 3] == ' ') {
+            return at - BEFORE;
+        }
+    }
+    return std::string_view::npos;
+}
+
+bool isCutDateTime(std::string_view text)
+{
+    static const std::string_view FORM = "Aaa Aaa 00 00:00:00 ";
+    if (text.size() >= FORM.size()) {
+        // The rest is the zone and the year.
+        return text.size() < FORM.size() + sizeof "+0100 2026" - 1
+               && isCutDateTime(text.substr(0, FORM.size() - 1));
+    }
+    return std::equal(text.begin(), text.end(), FORM.begin(), [](char c, char form) {
+        switch (form) {
+        case 'A':
+            return c >= 'A' && c <= 'Z';
+        case 'a':
+            return c >= 'a' && c <= 'z';
+        case '0':
+            return isDigit(c);
+        default:
+            return c == form;
+        }
+    });
 }
 
 std::time_t parseTime(const std::string& text, std::time_t now)
