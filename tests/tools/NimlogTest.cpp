@@ -293,12 +293,79 @@ TEST_F(NimlogTerminalTest, ShowsNoControlBytes)
     expectResult(run("--mask 0x84 app.log"), 0, "net NOTICE : \x1b[2J\x7f\x01\ttab \xc3\xa9\nline\n", "");
 }
 
+TEST_F(NimlogTerminalTest, ShowsControlCharactersAbove127Harmlessly)
+{
+    // U+009B alone and as UTF-8, U+0085, a letter with such a byte in it, an ill-formed piece with one.
+    write("app.log", "net NOTICE : \x9b"
+                     "2J \xc2\x9b"
+                     "2J \xc2\x85 \xc3\x80 \xe2\x82 \xc2\xa0\n");
+    EXPECT_EQ(shell("TERM=dumb " + command).output,
+              "net NOTICE : M-^[2J M-^[2J M-^E \xc3\x80 \xe2M-^B \xc2\xa0\r\n");
+}
+
+TEST_F(NimlogTerminalTest, ShowsControlCharactersHarmlesslyInEveryForm)
+{
+    const auto onTerminal = [this](const std::string& arguments) {
+        return shell("TERM=dumb script -qec \"'" NIMLOG_PROGRAM "' " + arguments + "\" /dev/null </dev/null")
+            .output;
+    };
+    write("app.log", "n\x1b[2J\xc2\x9bt FATAL : \x1b\xc2\x9b\n");
+    EXPECT_EQ(onTerminal("--mask 0x84 --count module app.log"), "         1 n^[[2JM-^[t\r\n");
+    EXPECT_EQ(onTerminal("--mask 0x84 --json app.log"),
+              "{\"module\":\"n\\u001b[2J\\u009bt\",\"severity\":\"FATAL\",\"text\":\"\\u001b\\u009b\"}\r\n");
+    write("escaped.log", "n\\nx FATAL : \\x1b[2J\\rforged\n");
+    EXPECT_EQ(onTerminal("--mask 0x84 --unescape escaped.log"), "n\r\nx FATAL : ^[[2J^Mforged\r\n");
+    EXPECT_EQ(onTerminal("--mask 0x84 --unescape --count module escaped.log"), "         1 n^Jx\r\n");
+    write("log.properties", "com.kor.dal.nim.log.Control.output.mask = \x1b[2J\n");
+    EXPECT_THAT(onTerminal("--config log.properties app.log"),
+                testing::StartsWith("nimlog: log.properties: \"^[[2J\" is no field;"));
+}
+
 TEST_F(NimlogTerminalTest, UsesColorUnlessToldOtherwise)
 {
     write("app.log", FATAL);
     EXPECT_EQ(shell("TERM=xterm NO_COLOR= " + command).output, "net \x1b[1;31mFATAL\x1b[0m : last\r\n");
     EXPECT_EQ(shell("TERM=xterm NO_COLOR=1 " + command).output, "net FATAL : last\r\n");
     EXPECT_EQ(shell("TERM=dumb NO_COLOR= " + command).output, "net FATAL : last\r\n");
+}
+
+TEST_F(NimlogTest, UnescapeUndoesTheEscapesOfTheLogAndNothingElse)
+{
+    write("app.log",
+          "n\\x1bt FATAL : \\a\\b\\f\\n\\r\\v\\x00\\x7f\\\\n\t\\t\\q\\x4\\x1B\\X1b\\u0041\\\\\\\nmore\\\n"
+          "plain ERROR : C:/new\n");
+    const std::string text =
+        std::string("\a\b\f\n\r\v") + '\0' + "\x7f\\n\t\\t\\q\\x4\\x1B\\X1b\\u0041\\\\\nmore\\\n";
+    expectResult(run("--mask 0x84 --unescape app.log"), 0,
+                 "n\x1bt FATAL : " + text + "plain ERROR : C:/new\n", "");
+    expectResult(
+        run("--mask 0x84 --unescape -m n$'\\e't -s error --json app.log"), 0,
+        "{\"module\":\"n\\u001bt\",\"severity\":\"FATAL\",\"text\":\"\\u0007\\u0008\\u000c\\n\\r\\u000b"
+        "\\u0000\\u007f\\\\n\\t\\\\t\\\\q\\\\x4\\\\x1B\\\\X1b\\\\u0041\\\\\\\\\\nmore\\\\\"}\n",
+        "");
+    expectResult(run("--mask 0x84 --unescape --color always -m 'n?t' app.log | head -n 1"), 0,
+                 "n\x1bt \x1b[1;31mFATAL\x1b[0m : \a\b\f\n", "");
+    // Not asked for, nothing is undone.
+    expectResult(run("--mask 0x84 --count module app.log"), 0, "         1 n\\x1bt\n         1 plain\n", "");
+}
+
+TEST_F(NimlogTest, FieldsAreLearntFromALogWithEscapedLineBreaks)
+{
+    std::string heading = HEADING;
+    heading.pop_back();
+    std::string report = REPORT;
+    report.pop_back();
+    for (std::string* const text : {&heading, &report}) {
+        for (std::size_t at; (at = text->find('\n')) != std::string::npos;) {
+            text->replace(at, 1, "\\n");
+        }
+        *text += '\n';
+    }
+    write("app.log", "x" + heading + ERROR + report + FATAL);
+    expectResult(
+        run("--mask MODULENAME -s info --unescape app.log"), 0, std::string(HEADING) + ERROR + REPORT + FATAL,
+        "nimlog: app.log: lines ahead of the first record with other fields than expected: 1; --mask or "
+        "--config tells which they have\n");
 }
 
 TEST_F(NimlogTest, TakesTheMaskThatItIsGiven)

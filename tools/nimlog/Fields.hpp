@@ -1,6 +1,8 @@
 #ifndef DALNIM_TOOLS_NIMLOG_FIELDS_HPP
 #define DALNIM_TOOLS_NIMLOG_FIELDS_HPP
 
+#include <dalnim/log/Common.hpp>
+
 #include <ctime>
 #include <string_view>
 
@@ -37,6 +39,28 @@ struct Fields
     /** The bytes of the line that are prefix. */
     std::size_t length = 0;
 };
+
+/** Calls a function with each view of the fields that are there. */
+template <class Function>
+void forEachView(Fields& fields, Function function)
+{
+    namespace log = com::kor::dal::nim::log;
+    const auto callIf = [&](unsigned int bit, std::string_view& view) {
+        if ((fields.present & bit) != 0) {
+            function(view);
+        }
+    };
+    callIf(log::Mask_DATETIME, fields.dateTime.clock);
+    callIf(log::Mask_DATETIME, fields.dateTime.zone);
+    callIf(log::Mask_HOSTNAME, fields.host);
+    callIf(log::Mask_PROCESSNAME, fields.process);
+    callIf(log::Mask_PROCESSID, fields.processId);
+    callIf(log::Mask_THREADID, fields.thread);
+    callIf(log::Mask_MODULENAME, fields.module);
+    callIf(log::Mask_SEVERITY, fields.severityName);
+    callIf(log::Mask_SOURCEFILE, fields.source);
+    callIf(log::Mask_LINENUMBER, fields.line);
+}
 
 /** Some lines that belong together; of no fields if no prefix was recognised. */
 struct Record

@@ -1,46 +1,10 @@
 #include "JsonText.hpp"
 
+#include <support/Utf8.hpp>
+
 namespace nimlog {
 
 namespace {
-
-struct Lead
-{
-    unsigned char first;
-    unsigned char last;
-    /** Bytes that follow, and the range of the first of them. */
-    unsigned int following;
-    unsigned char low;
-    unsigned char high;
-};
-
-/** The well-formed sequences of the Unicode standard: no surrogates, none too long, none above U+10FFFF. */
-constexpr Lead LEADS[] = {{0xc2, 0xdf, 1, 0x80, 0xbf}, {0xe0, 0xe0, 2, 0xa0, 0xbf},
-                          {0xe1, 0xec, 2, 0x80, 0xbf}, {0xed, 0xed, 2, 0x80, 0x9f},
-                          {0xee, 0xef, 2, 0x80, 0xbf}, {0xf0, 0xf0, 3, 0x90, 0xbf},
-                          {0xf1, 0xf3, 3, 0x80, 0xbf}, {0xf4, 0xf4, 3, 0x80, 0x8f}};
-
-/** How many bytes are a character, or are to be replaced together; `isGood` tells which. */
-std::size_t sequence(std::string_view text, bool& isGood)
-{
-    const auto byte = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-    isGood = false;
-    for (const Lead& lead : LEADS) {
-        if (byte(0) < lead.first || byte(0) > lead.last) {
-            continue;
-        }
-        for (std::size_t at = 1; at <= lead.following; ++at) {
-            const unsigned char low = at == 1 ? lead.low : 0x80;
-            const unsigned char high = at == 1 ? lead.high : 0xbf;
-            if (at == text.size() || byte(at) < low || byte(at) > high) {
-                return at;
-            }
-        }
-        isGood = true;
-        return lead.following + 1;
-    }
-    return 1;
-}
 
 /** Which bytes stand for themselves. */
 struct PlainBytes
@@ -99,8 +63,13 @@ void appendJson(std::string& to, std::string_view text)
             continue;
         }
         bool isGood = false;
-        const std::size_t length = sequence(text, isGood);
-        to.append(isGood ? text.substr(0, length) : "\xef\xbf\xbd");
+        const std::size_t length = nimtools::utf8Sequence(text, isGood);
+        if (isGood && nimtools::beginsWithC1(text)) {
+            // As a control character it would be a command to some terminals.
+            appendEscaped(to, text[1]);
+        } else {
+            to.append(isGood ? text.substr(0, length) : "\xef\xbf\xbd");
+        }
         text.remove_prefix(length);
     }
     to += '"';

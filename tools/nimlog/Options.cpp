@@ -36,6 +36,7 @@ const char USAGE[] =
     "      --until TIME     records of that time and earlier\n"
     "      --count BY       how many there are by severity, module, thread or hour\n"
     "      --json           a line of JSON for each record\n"
+    "      --unescape       undo the escapes of a log that escapes control characters\n"
     "      --color WHEN     severities in colour: auto (on a terminal), always or never\n"
     "      --mask MASK      the fields of the prefix, until the log tells: such as\n"
     "                       DATETIME,MODULENAME,SEVERITY or 0x85 (default ALL)\n"
@@ -132,7 +133,7 @@ bool colorOf(const std::string& when)
 
 Options Options::parse(int argc, char** argv)
 {
-    enum { SINCE = 256, UNTIL, COUNT, JSON, COLOR, MASK, CONFIG };
+    enum { SINCE = 256, UNTIL, COUNT, JSON, UNESCAPE, COLOR, MASK, CONFIG };
     nimtools::CommandLine line(argc, argv,
                                {{"follow", 'f', false},
                                 {"severity", 's', true},
@@ -142,6 +143,7 @@ Options Options::parse(int argc, char** argv)
                                 {"until", UNTIL, true},
                                 {"count", COUNT, true},
                                 {"json", JSON, false},
+                                {"unescape", UNESCAPE, false},
                                 {"color", COLOR, true},
                                 {"mask", MASK, true},
                                 {"config", CONFIG, true},
@@ -176,6 +178,9 @@ Options Options::parse(int argc, char** argv)
             break;
         case JSON:
             options.json = true;
+            break;
+        case UNESCAPE:
+            options.unescape = true;
             break;
         case COLOR:
             options.color = colorOf(line.value());

@@ -26,6 +26,7 @@ struct Options
     bool follow = false;
     bool json = false;
     bool color = false;
+    bool unescape = false;
     bool help = false;
     bool version = false;
 

@@ -23,6 +23,9 @@ constexpr std::string_view HEADING_TERMINATOR = " Write: ";
 constexpr std::string_view HEADING_TITLE = "Log Configuration:";
 constexpr std::string_view HEADING_LABEL = "\tOutputMask:   ";
 
+/** What a log writes for a line break if it escapes control characters. */
+constexpr std::string_view ESCAPED_NEWLINE = "\\n";
+
 constexpr std::string_view REPORT_TITLE = "Changing logging setting: OutputMask";
 constexpr std::string_view REPORT_OLD = "\told: ";
 constexpr std::string_view REPORT_NEW = "\tnew: ";
@@ -37,29 +40,34 @@ bool endsWith(std::string_view text, std::string_view end)
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-/** A view into the buffer when that has moved. */
-void move(std::string_view& view, const char* from, const char* to)
-{
-    view = std::string_view(to + (view.data() - from), view.size());
-}
-
+/** Moves the views with the buffer that they are into. */
 void move(Fields& fields, const char* from, const char* to)
 {
-    const auto moveIf = [&](unsigned int bit, std::string_view& view) {
-        if ((fields.present & bit) != 0) {
-            move(view, from, to);
+    forEachView(fields, [=](std::string_view& view) {
+        view = std::string_view(to + (view.data() - from), view.size());
+    });
+}
+
+/** Finds the text after a line break and a label, in a record whose line breaks are escaped; null if there is
+ * none. */
+std::string_view behindEscaped(std::string_view line, std::string_view label)
+{
+    for (std::size_t at = 0; (at = line.find(ESCAPED_NEWLINE, at)) != std::string_view::npos; ++at) {
+        const std::string_view rest = line.substr(at + ESCAPED_NEWLINE.size());
+        if (beginsWith(rest, label)) {
+            return rest.substr(label.size());
         }
-    };
-    moveIf(log::Mask_DATETIME, fields.dateTime.clock);
-    moveIf(log::Mask_DATETIME, fields.dateTime.zone);
-    moveIf(log::Mask_HOSTNAME, fields.host);
-    moveIf(log::Mask_PROCESSNAME, fields.process);
-    moveIf(log::Mask_PROCESSID, fields.processId);
-    moveIf(log::Mask_THREADID, fields.thread);
-    moveIf(log::Mask_MODULENAME, fields.module);
-    moveIf(log::Mask_SEVERITY, fields.severityName);
-    moveIf(log::Mask_SOURCEFILE, fields.source);
-    moveIf(log::Mask_LINENUMBER, fields.line);
+    }
+    return {};
+}
+
+/** Whether the line ends with the title, or has more of the record behind it, with line breaks escaped. */
+bool hasTitle(std::string_view line, std::string_view title)
+{
+    const std::size_t at = line.find(title);
+    return at != std::string_view::npos
+           && (at + title.size() == line.size()
+               || beginsWith(line.substr(at + title.size()), ESCAPED_NEWLINE));
 }
 
 }
@@ -144,6 +152,10 @@ void RecordSplitter::takePart(std::size_t begin, std::string_view part, const Pr
     if (found.isFound) {
         beginRecord(begin, found.fields, true);
         inHeading = found.isHeading;
+        unsigned int mask = 0;
+        if (inHeading && readShownMask(behindEscaped(part, HEADING_LABEL), mask)) {
+            prefix.setMask(mask);
+        }
     } else {
         continueRecord(begin, part);
     }
@@ -152,14 +164,18 @@ void RecordSplitter::takePart(std::size_t begin, std::string_view part, const Pr
 
 void RecordSplitter::parse(std::string_view line, Prefix& into)
 {
-    into.isHeading = endsWith(line, HEADING_TITLE) && heading.parse(line, into.fields);
-    into.isFound = into.isHeading || prefix.parse(line, into.fields);
+    // The prefix of a heading ends in another way than that of a record.
+    into.isHeading = false;
+    into.isFound = prefix.parse(line, into.fields);
+    if (!into.isFound && hasTitle(line, HEADING_TITLE)) {
+        into.isFound = into.isHeading = heading.parse(line, into.fields);
+    }
 }
 
 /** Finds the first record that begins inside a line, and its prefix; npos if there is none. */
 std::size_t RecordSplitter::findInside(std::string_view line, const Prefix& outer)
 {
-    if (!prefix.hasDate() && !endsWith(line, HEADING_TITLE)) {
+    if (!prefix.hasDate() && !hasTitle(line, HEADING_TITLE)) {
         return std::string_view::npos;
     }
     // The name of a process may contain blanks, and so may have swallowed the date of the next record.
@@ -222,6 +238,12 @@ void RecordSplitter::watchReport(std::size_t begin, std::string_view line)
     if (endsWith(line, REPORT_TITLE)) {
         report = BEHIND_TITLE;
         reportBegin = begin;
+    } else if (line.size() > REPORT_TITLE.size() && endsWith(line, "]") && hasTitle(line, REPORT_TITLE)) {
+        reportBegin = begin;
+        if (readShownMask(behindEscaped(line, REPORT_NEW), mask)) {
+            changeMask(mask);
+        }
+        report = NO_REPORT;
     } else if (report == BEHIND_TITLE && beginsWith(line, REPORT_OLD)) {
         report = BEHIND_OLD;
     } else {

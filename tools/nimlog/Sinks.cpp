@@ -3,6 +3,7 @@
 #include "JsonText.hpp"
 
 #include <dalnim/log/Common.hpp>
+#include <support/TerminalText.hpp>
 
 #include <algorithm>
 #include <array>
@@ -84,14 +85,9 @@ void TextSink::write(std::string_view text)
         out << text;
         return;
     }
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if ((byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7f) {
-            out << '^' << static_cast<char>(byte ^ 0x40);
-        } else {
-            out << c;
-        }
-    }
+    visible.clear();
+    nimtools::appendVisible(visible, text, "\t\n");
+    out << visible;
 }
 
 void JsonSink::take(const Record& record)
@@ -190,7 +186,7 @@ std::vector<const CountSink::Counts::value_type*> CountSink::inOrder() const
     return list;
 }
 
-void CountSink::write(nimtools::Output& out, bool json) const
+void CountSink::write(nimtools::Output& out, bool json, bool isForTerminal) const
 {
     const char* const name = countBy == CountBy::SEVERITY ? "severity"
                              : countBy == CountBy::MODULE ? "module"
@@ -210,8 +206,12 @@ void CountSink::write(nimtools::Output& out, bool json) const
             appendMember(line, "count");
             out << line << number << "}\n";
         } else {
-            out << std::string(WIDTH - std::min(number.size(), WIDTH), ' ') << number << ' ' << count->first
-                << '\n';
+            std::string shown = count->first;
+            if (isForTerminal) {
+                shown.clear();
+                nimtools::appendVisible(shown, count->first, "\t");
+            }
+            out << std::string(WIDTH - std::min(number.size(), WIDTH), ' ') << number << ' ' << shown << '\n';
         }
     }
 }

@@ -11,8 +11,8 @@
 namespace nimlog {
 
 /**
- * Writes records as they are, perhaps with the severity in colour. A terminal gets no control bytes of
- * theirs, which might be commands to it.
+ * Writes records as they are, perhaps with the severity in colour. On a terminal their control characters,
+ * which might be commands to it, are made visible.
  */
 class TextSink : public RecordSink
 {
@@ -30,6 +30,7 @@ private:
     nimtools::Output& out;
     const bool color;
     const bool toTerminal;
+    std::string visible;
 };
 
 /** Writes an object of JSON a line for each record. */
@@ -52,7 +53,8 @@ public:
     explicit CountSink(CountBy countedField);
 
     void take(const Record& record) override;
-    void write(nimtools::Output& out, bool json) const;
+    /** @param isForTerminal makes control characters visible, as TextSink does */
+    void write(nimtools::Output& out, bool json, bool isForTerminal) const;
 
     /** How many records have none of the field that is counted. */
     std::uint64_t lacking() const

@@ -2,6 +2,7 @@
 #include "Options.hpp"
 #include "Reader.hpp"
 #include "Sinks.hpp"
+#include "Unescaper.hpp"
 
 #include <support/Program.hpp>
 
@@ -34,7 +35,8 @@ Status NimLog::work(int argc, char** argv)
         return nimtools::STATUS_FINE;
     }
 
-    TextSink text(out, options.color, isatty(STDOUT_FILENO) == 1);
+    const bool isForTerminal = isatty(STDOUT_FILENO) == 1;
+    TextSink text(out, options.color, isForTerminal);
     JsonSink json(out);
     CountSink counts(options.countBy);
     const bool isCounting = options.countBy != CountBy::NOTHING;
@@ -45,12 +47,14 @@ Status NimLog::work(int argc, char** argv)
         sink = &json;
     }
     Filter filter(options, *sink);
-    RecordSplitter splitter(options.mask, filter);
+    // In front of the filter, which so compares the names as the program has them.
+    Unescaper unescaper(filter);
+    RecordSplitter splitter(options.mask, options.unescape ? static_cast<RecordSink&>(unescaper) : filter);
     Reader reader(options.path, splitter, [this](const std::string& complaint) { complain(complaint); });
     const auto idle = [this] { out.flush(); };
     options.follow ? reader.follow(idle) : reader.readAll(idle);
     if (isCounting) {
-        counts.write(out, options.json);
+        counts.write(out, options.json, isForTerminal);
     }
     return report(options, splitter, reader, filter.lacking() + (isCounting ? counts.lacking() : 0));
 }

@@ -21,7 +21,7 @@ _nimlog()
                 mapfile -t COMPREPLY < <(compgen -f -- "$current")
                 return
             fi
-            words='--follow --severity --module --thread --since --until --count --json --color --mask --config --help
+            words='--follow --severity --module --thread --since --until --count --json --unescape --color --mask --config --help
                 --version'
             ;;
     esac

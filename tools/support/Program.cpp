@@ -1,9 +1,11 @@
 #include "Program.hpp"
 
 #include "Errors.hpp"
+#include "TerminalText.hpp"
 
 #include <exception>
 #include <iostream>
+#include <unistd.h>
 
 namespace nimtools {
 
@@ -20,7 +22,7 @@ int Program::run(int argc, char** argv)
     } catch (const std::bad_alloc&) {
         std::cerr << name << ": out of memory" << std::endl;
     } catch (const std::exception& exc) {
-        std::cerr << name << ": " << exc.what() << std::endl;
+        printError(exc.what());
     }
     return STATUS_FAILED;
 }
@@ -38,7 +40,18 @@ void Program::showVersion()
 void Program::complain(const std::string& text)
 {
     out.flush();
-    std::cerr << name << ": " << text << std::endl;
+    printError(text);
+}
+
+/** The text may be from a file that is not to be trusted. */
+void Program::printError(const std::string& text) const
+{
+    std::string line = text;
+    if (isatty(STDERR_FILENO) == 1) {
+        line.clear();
+        appendVisible(line, text, "\t");
+    }
+    std::cerr << name << ": " << line << std::endl;
 }
 
 }

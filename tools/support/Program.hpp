@@ -43,6 +43,8 @@ protected:
     Output out;
 
 private:
+    void printError(const std::string& text) const;
+
     const char* const name;
     const char* const usage;
 };

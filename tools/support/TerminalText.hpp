@@ -1,0 +1,19 @@
+#ifndef DALNIM_TOOLS_SUPPORT_TERMINALTEXT_HPP
+#define DALNIM_TOOLS_SUPPORT_TERMINALTEXT_HPP
+
+#include <string>
+#include <string_view>
+
+namespace nimtools {
+
+/**
+ * Adds a text in a form that is no command to a terminal: control characters as "^X", those above 127 as
+ * "M-^X".
+ *
+ * @param plain control characters that are added unchanged
+ */
+void appendVisible(std::string& to, std::string_view text, std::string_view plain);
+
+}
+
+#endif
