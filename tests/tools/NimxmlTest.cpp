@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <string>
+#include <utility>
+
 namespace {
 
 class NimxmlTest : public ToolFixture
@@ -54,6 +57,32 @@ TEST_F(NimxmlTest, PrintsWhatPrecedesAnError)
     write("a.xml", "<a>\n <b c=\"1\" c=\"2\"/></a>");
     expectResult(run("print a.xml"), 1, "begin a\n",
                  "nimxml: a.xml:2:11: offset 14: Duplicate attribute name\n");
+}
+
+/** As a program that parses the document whole has it, but for the zero byte, which hides what follows it. */
+TEST_F(NimxmlTest, ContentAfterTheRootElement)
+{
+    for (const char* const accepted :
+         {"", " \t\r\n", "<!-- more -->", "<?more?>", "<!DOCTYPE a>", "\n<!-- a -->\n<?b?>\n"}) {
+        write("a.xml", std::string("<a/>") + accepted);
+        expectResult(run("check a.xml"), 0, "", "");
+    }
+    const std::pair<std::string, std::string> refused[] = {
+        {"x", "Invalid data contained outside a top-level Element"},
+        {"</a>", "Multiple top-level Elements encountered"},
+        {"<b/>", "Multiple top-level Elements encountered"},
+        {"<![CDATA[x]]>", "Multiple top-level Elements encountered"},
+        {std::string("\0", 1), "A zero byte; what follows it is not read"},
+        {std::string("\0x", 2), "A zero byte; what follows it is not read"},
+        {std::string("\0", 1) + std::string(2000, 'x'), "A zero byte; what follows it is not read"}};
+    for (const auto& [rest, error] : refused) {
+        write("a.xml", "<a/>" + rest);
+        const Result result = run("check a.xml");
+        EXPECT_EQ(result.status, 1) << rest;
+        EXPECT_THAT(result.output, testing::StartsWith("a.xml:1:")) << rest;
+        EXPECT_THAT(result.output, testing::EndsWith(error + "\n")) << rest;
+        EXPECT_EQ(run("print a.xml").status, 1) << rest;
+    }
 }
 
 TEST_F(NimxmlTest, ChecksManyDocuments)
