@@ -61,7 +61,7 @@ std::string_view behindEscaped(std::string_view line, std::string_view label)
     return {};
 }
 
-/** Whether the line ends with the title, or has more of the record behind it, with line breaks escaped. */
+/** Whether the line ends with the title, or the rest of the record follows with its line breaks escaped. */
 bool hasTitle(std::string_view line, std::string_view title)
 {
     const std::size_t at = line.find(title);
@@ -195,7 +195,7 @@ std::size_t RecordSplitter::findInside(std::string_view line, const Prefix& oute
 }
 
 /**
- * Whether what stands in front of a prefix is a fragment, and not the text of a record that quotes another
+ * Whether the text in front of a prefix is a fragment, and not the text of a record that quotes another
  * one. A quotation is older than what quotes it. Of the same second, it follows a blank or punctuation.
  */
 bool RecordSplitter::isBehindFragment(std::string_view fragment, const Prefix& outer) const

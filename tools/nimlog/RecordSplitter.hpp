@@ -20,8 +20,8 @@ public:
 /**
  * Makes records of bytes. A record is a line with a prefix and the lines behind it that have none.
  *
- * A record also begins inside a line, after a fragment whose writer was killed or found no room: where a
- * prefix with a date stands there, unless it looks like a quotation. See isBehindFragment().
+ * A record also begins inside a line, after a fragment whose writer was killed or found no room, if a
+ * prefix with a date follows and does not look like a quotation. See isBehindFragment().
  *
  * Which fields there are is learnt from the log: the heading of a new output names the mask, and so does
  * the report of its change, whose own prefix is of the new one already.

@@ -11,8 +11,8 @@ namespace nimlog {
 std::size_t readDateTime(std::string_view text, DateTime& into);
 
 /**
- * Returns the first place from `from` on at which readDateTime() may succeed; npos if there is none. What
- * stands there is no more than a clock with the right distances around it.
+ * Returns the first place from `from` on at which readDateTime() may succeed; npos if there is none. There
+ * may be no more than a clock with the right distances around it.
  */
 std::size_t findDateTime(std::string_view text, std::size_t from);
 
