@@ -1,11 +1,18 @@
 #include "Configuration.hpp"
 
+#include "Failure.hpp"
+#include "LogSettings.hpp"
+
 #include <dalnim/nim.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <filesystem>
 #include <fstream>
+#include <limits>
 #include <memory>
+#include <set>
 #include <sstream>
 
 namespace nimhost {
@@ -14,7 +21,9 @@ namespace nim = com::kor::dal::nim;
 
 namespace {
 
-const char LOG_PREFIX[] = "com.kor.dal.nim.log.Control.";
+/** More would not be of use, and their start would take the machine's threads. */
+constexpr std::uint32_t MOST_WORKERS = 10000;
+constexpr std::uint32_t NO_LIMIT = std::numeric_limits<std::uint32_t>::max();
 
 /** The settings of one instance; complains of a bad one with the file and the instance. */
 class Settings
@@ -25,13 +34,16 @@ public:
     {
     }
 
-    std::uint32_t number(const char* key, std::uint32_t least) const
+    std::uint32_t number(const char* key, std::uint32_t least, std::uint32_t most = NO_LIMIT) const
     {
         const std::string& text = effective->getProperty(key);
         std::uint32_t value = 0;
         const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
         if (error != std::errc() || stop != text.data() + text.size() || value < least) {
             complain(key, "a number from " + std::to_string(least), text);
+        }
+        if (value > most) {
+            complain(key, "at most " + std::to_string(most), text);
         }
         return value;
     }
@@ -50,6 +62,11 @@ public:
             list.push_back(word);
         }
         return list;
+    }
+
+    bool has(const char* key) const
+    {
+        return effective->containsKey(key);
     }
 
     bool truth(const char* key) const
@@ -79,30 +96,48 @@ std::string directoryOf(const std::string& path)
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
-/** The same file under another spelling: with one more "/" ahead of the name, "./" without a folder, or
- * without it. */
-std::string respelled(const std::string& path)
+std::string joined(const std::vector<std::string>& words)
 {
-    const std::size_t name = directoryOf(path).size();
-    if (name == 0) {
-        return "./" + path;
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : " ") + word;
     }
-    if (path.compare(0, name, "./") == 0) {
-        return path.substr(name);
+    return "\"" + text + "\"";
+}
+
+/** Notes a setting whose two values differ. */
+void compare(std::vector<RestartSetting>& differing, const std::string& name, const std::string& inEffect,
+             const std::string& wanted)
+{
+    if (inEffect != wanted) {
+        differing.push_back({name, inEffect, wanted});
     }
-    const bool doubled = name >= 2 && path[name - 2] == '/';
-    return doubled ? path.substr(0, name - 1) + path.substr(name)
-                   : path.substr(0, name) + path.substr(name - 1);
+}
+
+void compare(std::vector<RestartSetting>& differing, const std::string& name, std::uint32_t inEffect,
+             std::uint32_t wanted)
+{
+    compare(differing, name, std::to_string(inEffect), std::to_string(wanted));
 }
 
 }
 
-Configuration::Configuration(const std::string& file) : path(file)
+bool operator==(const PluginSettings& left, const PluginSettings& right)
+{
+    return left.library == right.library && left.settings->size() == right.settings->size()
+           && std::equal(left.settings->begin(), left.settings->end(), right.settings->begin());
+}
+
+Configuration::Configuration(const std::string& file, Time time) : path(file), readAt(time)
 {
     try {
         const int status = nim::io::pathStat(file, nim::io::PATH_EXISTS | nim::io::PATH_IS_DIR);
         if (status > 0 && (status & nim::io::PATH_IS_DIR) != 0) {
             throw ConfigurationError("cannot read " + file + ": " + nim::sys::sys_err_string(EISDIR));
+        }
+        std::error_code unknown;
+        if (time == WHILE_RUNNING && status > 0 && !std::filesystem::is_regular_file(file, unknown)) {
+            throw ConfigurationError("cannot read " + file + " again: it is no regular file");
         }
         std::ifstream stream(file);
         if (!stream) {
@@ -114,15 +149,77 @@ Configuration::Configuration(const std::string& file) : path(file)
         loadWarnings = warnings.str();
     } catch (const ConfigurationError&) {
         throw;
-    } catch (const std::exception& exc) {
-        throw ConfigurationError(exc.what());
+    } catch (...) {
+        throw ConfigurationError(currentFailure());
     }
     anchorLogDirectory();
 }
 
+void Configuration::check(const std::vector<std::string>& sources) const
+{
+    pool();
+    endLimit();
+    for (const std::string& name : plugins()) {
+        plugin(name);
+    }
+    for (const std::string& name : adapters()) {
+        plugin(name);
+    }
+    for (const std::string& name : sources) {
+        source(name);
+    }
+    // Last, since this creates the log's file.
+    LogSettings::check(properties, path, readAt == WHILE_RUNNING);
+}
+
+std::string Configuration::logPath() const
+{
+    return LogSettings::chosenPath(properties);
+}
+
+void Configuration::configureLog() const
+{
+    LogSettings::apply(properties, path);
+}
+
+std::vector<RestartSetting> Configuration::restartSettings(const Configuration& fresh,
+                                                           const std::vector<std::string>& sources) const
+{
+    std::vector<RestartSetting> differing;
+    compare(differing, "host/plugins", joined(plugins()), joined(fresh.plugins()));
+    compare(differing, "host/adapters", joined(adapters()), joined(fresh.adapters()));
+    for (const std::string& name : adapters()) {
+        if (!(plugin(name) == fresh.plugin(name))) {
+            differing.push_back({"the settings of the adapter " + name, "those of the start", "others"});
+        }
+    }
+    const PoolSettings workers = pool();
+    const PoolSettings wanted = fresh.pool();
+    compare(differing, "pool/threads", workers.threads, wanted.threads);
+    compare(differing, "pool/pending", workers.pending, wanted.pending);
+    for (const std::string& name : sources) {
+        compare(differing, "source/queue of " + name, source(name).queue, fresh.source(name).queue);
+    }
+    return differing;
+}
+
+std::string Configuration::warnings() const
+{
+    static const std::set<std::string> known = {"host/plugins",     "host/plugin.directory", "host/adapters",
+                                                "host/end.seconds", "pool/threads",          "pool/pending"};
+    std::string text = loadWarnings;
+    for (const auto& setting : properties) {
+        const bool ours = setting.first.rfind("host/", 0) == 0 || setting.first.rfind("pool/", 0) == 0;
+        if (ours && known.count(setting.first) == 0) {
+            text += "WARNING: " + path + ": there is no setting \"" + setting.first + "\"\n";
+        }
+    }
+    return text;
+}
+
 void Configuration::anchorLogDirectory()
 {
-    const std::string key = std::string(LOG_PREFIX) + nim::log::Control::TAG_OUTPUT_DIRECTORY;
+    const std::string key = LogSettings::key(nim::log::Control::TAG_OUTPUT_DIRECTORY);
     const std::string directory = properties.getProperty(key);
     if (!directory.empty()) {
         properties.setProperty(key, anchored(directory));
@@ -132,34 +229,6 @@ void Configuration::anchorLogDirectory()
 std::string Configuration::anchored(const std::string& file) const
 {
     return !file.empty() && file.front() == '/' ? file : directoryOf(path) + file;
-}
-
-void Configuration::configureLog() const
-{
-    nim::log::Control& control = ::com_kor_dal_nim_log_control;
-    try {
-        nim::log::Control::StringColl filter;
-        control.getModuleFilter(filter);
-        if (!filter.empty()) {
-            control.setModuleFilter("", false);
-        }
-        nim::log::Control::SeverityColl mask;
-        control.getSeverityMask(mask);
-        if (mask.front() != nim::log::Severity_NONE) {
-            control.setSeverityMask(nim::log::Severity_NONE, false);
-        }
-        const std::string before = control.getPath();
-        nim::sys::System::setConfiguration(properties);
-        const bool isFile =
-            properties.getProperty(std::string(LOG_PREFIX) + nim::log::Control::TAG_OUTPUT_STREAM).empty();
-        if (isFile && control.getPath() == before) {
-            // A path that is in force already would change nothing: spelled anew, it lets go of a file
-            // that was moved away, and the next record opens the one that stands there now.
-            control.setPath(respelled(before));
-        }
-    } catch (const std::exception& exc) {
-        throw ConfigurationError(path + ": " + exc.what());
-    }
 }
 
 SourceSettings Configuration::source(const std::string& name) const
@@ -201,7 +270,14 @@ PoolSettings Configuration::pool() const
 {
     const std::string name = "pool";
     const Settings settings(properties, path, name);
-    return {settings.number("threads", 1), settings.number("pending", 1)};
+    return {settings.number("threads", 1, MOST_WORKERS), settings.number("pending", 1)};
+}
+
+std::chrono::seconds Configuration::endLimit() const
+{
+    const std::string name = "host";
+    const Settings settings(properties, path, name);
+    return std::chrono::seconds(settings.has("end.seconds") ? settings.number("end.seconds", 0) : 0);
 }
 
 }

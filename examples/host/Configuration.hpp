@@ -3,6 +3,7 @@
 
 #include <dalnim/io/Properties.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -43,44 +44,69 @@ struct PoolSettings
     std::uint32_t pending;
 };
 
-/** A plug-in's library and what its instance is told. */
+/** The path of a plug-in's library, and the settings of its instance. */
 struct PluginSettings
 {
     std::string library;
-    std::unique_ptr<const com::kor::dal::nim::io::Properties> settings;
+    std::shared_ptr<const com::kor::dal::nim::io::Properties> settings;
+};
+
+bool operator==(const PluginSettings& left, const PluginSettings& right);
+
+/** A setting that is read at the start only, and the value that another configuration has for it. */
+struct RestartSetting
+{
+    std::string name;
+    std::string inEffect;
+    std::string wanted;
 };
 
 /** The host's configuration, read from a properties file. */
 class Configuration
 {
 public:
+    /** When a configuration is read. */
+    enum Time {
+        /** The file may be a pipe, whose writer is waited for. */
+        AT_START,
+        /** Nothing may hold up the run: only a regular file is read, and the log's file must open at once. */
+        WHILE_RUNNING
+    };
+
     /** Reads the file and what it includes. Throws ConfigurationError. */
-    explicit Configuration(const std::string& file);
+    Configuration(const std::string& file, Time time);
 
     /**
-     * Configures the log. Called again, it replaces the module filter and the severity mask, which
-     * would otherwise add up, and opens the file anew, in case that somebody has moved it away. Throws
-     * ConfigurationError.
+     * Checks every setting of the host, its pool, its plug-ins, the named sources and the log, and makes the
+     * log's directory. Throws ConfigurationError for the first that is bad.
      */
+    void check(const std::vector<std::string>& sources) const;
+    /** The path that the log will have; empty for a stream. */
+    std::string logPath() const;
+    /** Configures the log, as LogSettings::apply() does. Throws ConfigurationError. */
     void configureLog() const;
+    /** What differs from `fresh` and is only read at the start. */
+    std::vector<RestartSetting> restartSettings(const Configuration& fresh,
+                                                const std::vector<std::string>& sources) const;
 
     /** The settings of the source of that name. Throws ConfigurationError. */
     SourceSettings source(const std::string& name) const;
     /** Throws ConfigurationError. */
     PoolSettings pool() const;
 
+    /** How long an orderly end may take; 0 for no limit, also if it is not set. Throws ConfigurationError. */
+    std::chrono::seconds endLimit() const;
+
     /** The names of the plug-ins that answer requests. Throws ConfigurationError. */
     std::vector<std::string> plugins() const;
-    /** Those of the plug-ins that are loaded ahead of the log's configuration, and stay. */
+    /** The names of the plug-ins that are loaded before the log is configured, and stay. */
     std::vector<std::string> adapters() const;
     /** What belongs to the plug-in of that name. */
     PluginSettings plugin(const std::string& name) const;
 
-    /** What the loader had to say, a line each. */
-    const std::string& warnings() const
-    {
-        return loadWarnings;
-    }
+    /** Warnings: of the loader, and about settings of the host and the pool that do not exist; a line each.
+     */
+    std::string warnings() const;
 
 private:
     void anchorLogDirectory();
@@ -89,6 +115,7 @@ private:
     std::vector<std::string> names(const char* key) const;
 
     std::string path;
+    Time readAt;
     std::string loadWarnings;
     com::kor::dal::nim::io::Properties properties;
 };

@@ -2,12 +2,14 @@
 
 #include "DocumentInput.hpp"
 #include "ElementCounter.hpp"
+#include "Failure.hpp"
 
 #include <dalnim/nim.hpp>
 
 #include <iostream>
 #include <istream>
 #include <memory>
+#include <stdexcept>
 #include <utility>
 
 namespace nimhost {
@@ -15,10 +17,43 @@ namespace nimhost {
 namespace nim = com::kor::dal::nim;
 using nim::String;
 
+namespace {
+
+/** Requests of a document that were counted as open and not handed on: the rest of them is dropped. */
+class Rest
+{
+public:
+    Rest(Counters& hostCounters, std::size_t requests)
+        : counters(hostCounters), left(static_cast<std::int64_t>(requests))
+    {
+        counters.requestsOpen += left;
+    }
+    ~Rest()
+    {
+        counters.requestsDropped += static_cast<std::uint64_t>(left);
+        counters.requestsOpen -= left;
+    }
+
+    Rest(const Rest&) = delete;
+    Rest& operator=(const Rest&) = delete;
+
+    /** One was handed on, which accounts for it. */
+    void handOn()
+    {
+        --left;
+    }
+
+private:
+    Counters& counters;
+    std::int64_t left;
+};
+
+}
+
 DocumentReader::DocumentReader(std::vector<std::string> paths, PluginTable& plugins, Results& results,
                                nim::mt::ThreadPool& workers, Counters& counters, const Stop& hostStop)
     : documents(std::move(paths)), pool(workers),
-      stop(hostStop), desk{plugins, results, counters, nim::mem::ConstRefCntObjectRef(new Token)}
+      stop(hostStop), desk{plugins, results, counters, stop, nim::mem::ConstRefCntObjectRef(new Token)}
 {
 }
 
@@ -28,9 +63,10 @@ void DocumentReader::run()
     const TokenScope scope(desk.token);
     for (const std::string& path : documents) {
         if (stop.now) {
-            return;
+            drop(path);
+        } else {
+            serve(path);
         }
-        serve(path);
     }
 }
 
@@ -40,7 +76,10 @@ void DocumentReader::serve(const std::string& path)
     try {
         requests = parse(path);
     } catch (const std::exception& exc) {
-        report(path, exc);
+        refuse(path, exc);
+        return;
+    } catch (...) {
+        refuse(path, std::runtime_error(currentFailure()));
         return;
     }
     ++desk.counters.documentsRead;
@@ -70,44 +109,61 @@ std::vector<DocumentRequest> DocumentReader::parse(const std::string& path) cons
 
 void DocumentReader::submit(const std::string& path, const std::vector<DocumentRequest>& requests)
 {
-    for (std::size_t i = 0; i < requests.size() && !stop.now; ++i) {
+    Rest rest(desk.counters, requests.size());
+    for (std::size_t i = 0; i < requests.size(); ++i) {
         const DocumentRequest& request = requests[i];
-        const String begin = "<result document=\"" + escaped(path) + "\" number=\"" + std::to_string(i + 1)
-                             + "\" plugin=\"" + escaped(request.plugin) + "\"";
-        if (request.kind == DocumentRequest::RELOAD) {
-            reload(begin, request.plugin);
+        const Results::Place place =
+            desk.results.reserve("<result document=\"" + escaped(path) + "\" number=\""
+                                 + std::to_string(i + 1) + "\" plugin=\"" + escaped(request.plugin) + "\"");
+        if (stop.now) {
+            desk.results.drop(place);
+        } else if (request.kind == DocumentRequest::RELOAD) {
+            reload(place, request.plugin);
+            rest.handOn();
+            --desk.counters.requestsOpen;
         } else {
-            auto task = std::make_unique<ServiceTask>(desk, request, begin);
-            ++desk.counters.requestsWaiting;
+            auto task = std::make_unique<ServiceTask>(desk, request, place);
+            rest.handOn();
             pool.add(task.get(), true);
             static_cast<void>(task.release());
         }
     }
 }
 
-void DocumentReader::reload(const String& begin, const String& plugin)
+void DocumentReader::reload(Results::Place place, const String& plugin)
 {
-    // What was asked before is still answered by the old one.
-    desk.results.waitForAll();
-    const Results::Place place = desk.results.reserve();
     try {
         desk.plugins.reload(plugin);
-        desk.results.fill(place, begin + " status=\"reloaded\"/>");
+        ++desk.counters.pluginsLoadedAgain;
+        desk.results.fill(place, " status=\"reloaded\"/>");
     } catch (const std::exception& exc) {
-        ++desk.counters.tasksFailed;
-        NIM_LOG_TRAPPED(Severity_WARNING, exc, plugin + " cannot be loaded again");
-        desk.results.fill(place, begin + " status=\"failed\">" + escaped(exc.what()) + "</result>");
+        failReload(place, plugin, exc);
+    } catch (...) {
+        failReload(place, plugin, std::runtime_error(currentFailure()));
     }
 }
 
-void DocumentReader::report(const std::string& path, const std::exception& exc)
+void DocumentReader::failReload(Results::Place place, const String& plugin, const std::exception& exc)
+{
+    ++desk.counters.tasksFailed;
+    NIM_LOG_TRAPPED(Severity_WARNING, exc, plugin + " cannot be loaded again");
+    desk.results.fill(place, " status=\"failed\">" + escaped(exc.what()) + "</result>");
+}
+
+void DocumentReader::refuse(const std::string& path, const std::exception& exc)
 {
     ++desk.counters.documentsRefused;
-    const Results::Place place = desk.results.reserve();
-    desk.results.fill(place, "<document name=\"" + escaped(path) + "\" status=\"refused\">"
-                                 + escaped(exc.what()) + "</document>");
+    const Results::Place place = desk.results.reserve("<document name=\"" + escaped(path) + "\"");
+    desk.results.fill(place, " status=\"refused\">" + escaped(exc.what()) + "</document>");
     std::cerr << "nimhost: " << path << ": " << exc.what() << std::endl;
     NIM_LOG_TRAPPED(Severity_ERROR, exc, path + " is refused");
+}
+
+void DocumentReader::drop(const std::string& path)
+{
+    ++desk.counters.documentsDropped;
+    desk.results.drop(desk.results.reserve("<document name=\"" + escaped(path) + "\""));
+    NIM_LOG(Severity_WARNING) << path << " is dropped: the run ended before it was read";
 }
 
 }

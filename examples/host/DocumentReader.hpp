@@ -15,7 +15,8 @@ namespace nimhost {
 /**
  * Reads documents of requests, one after the other, and submits what is in them to the pool, under a
  * token of its own. A document is taken as a whole: one that is broken is reported, none of its
- * requests is answered, and the next one is read.
+ * requests is answered, and the next one is read. What the end of the run leaves is dropped, with a result
+ * that says so.
  */
 class DocumentReader : public com::kor::dal::nim::mt::Runnable
 {
@@ -31,8 +32,11 @@ private:
     void serve(const std::string& path);
     std::vector<DocumentRequest> parse(const std::string& path) const;
     void submit(const std::string& path, const std::vector<DocumentRequest>& requests);
-    void reload(const com::kor::dal::nim::String& begin, const com::kor::dal::nim::String& plugin);
-    void report(const std::string& path, const std::exception& exc);
+    void reload(Results::Place place, const com::kor::dal::nim::String& plugin);
+    void refuse(const std::string& path, const std::exception& exc);
+    void failReload(Results::Place place, const com::kor::dal::nim::String& plugin,
+                    const std::exception& exc);
+    void drop(const std::string& path);
 
     const std::vector<std::string> documents;
     com::kor::dal::nim::mt::ThreadPool& pool;

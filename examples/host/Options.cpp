@@ -2,9 +2,11 @@
 
 #include <dalnim/sys/System.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <getopt.h>
+#include <set>
 
 namespace nimhost {
 
@@ -24,9 +26,13 @@ const char USAGE[] =
     "  --status FILE  show the run on a page of HTML, which is written once a second\n"
     "  --help         show this text\n"
     "\n"
-    "Sources with neither limit run for five seconds. SIGHUP makes it read its configuration again;\n"
-    "SIGINT and SIGTERM end it in order. Exit status: 0, 1 when a document was refused or a request of\n"
-    "one failed, or the last page could not be written, or 2 for a bad option or configuration.\n";
+    "Sources with neither limit run for five seconds. SIGHUP makes it read its configuration again.\n"
+    "SIGINT and SIGTERM end it in order: requests that were submitted are answered, all others are\n"
+    "dropped, which their results say. A second one ends it immediately.\n"
+    "\n"
+    "Exit status: 0; 1 if a document was refused, or a request of one failed, if anything was dropped,\n"
+    "or if the results, the table or the last page could not be written; 2 for a bad option or\n"
+    "configuration, also of a SIGHUP, and for a start that failed.\n";
 
 namespace {
 
@@ -47,10 +53,19 @@ Number parseNumber(const char* option, const char* text, Number most)
     return number;
 }
 
+std::string requireText(const char* option, const char* text)
+{
+    if (*text == '\0') {
+        throw UsageError("option --" + std::string(option) + " needs a value");
+    }
+    return text;
+}
+
 }
 
 Options Options::parse(int argc, char** argv)
 {
+    // Each is one more than its index in the table.
     enum { CONFIG = 1, THREADS, SECONDS, RECORDS, STATUS, HELP };
     static const option long_options[] = {
         {"config", required_argument, nullptr, CONFIG},
@@ -63,13 +78,17 @@ Options Options::parse(int argc, char** argv)
     };
 
     Options options;
+    std::set<int> given;
     opterr = 0;
     int index = 0;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
     for (int found; (found = getopt_long(argc, argv, ":", long_options, &index)) != -1;) {
+        if (found != ':' && found != '?' && !given.insert(found).second) {
+            throw UsageError(std::string("option --") + long_options[found - 1].name + " is given twice");
+        }
         switch (found) {
         case CONFIG:
-            options.config = optarg;
+            options.config = requireText("config", optarg);
             break;
         case THREADS:
             options.threads = parseNumber("threads", optarg, MAX_THREADS);
@@ -81,10 +100,7 @@ Options Options::parse(int argc, char** argv)
             options.records = parseNumber("records", optarg, std::uint64_t(1000000000000));
             break;
         case STATUS:
-            options.status = optarg;
-            if (options.status.empty()) {
-                throw UsageError("option --status needs a value");
-            }
+            options.status = requireText("status", optarg);
             break;
         case HELP:
             options.help = true;
@@ -96,6 +112,12 @@ Options Options::parse(int argc, char** argv)
         }
     }
     options.documents.assign(argv + optind, argv + argc);
+    if (std::count(options.documents.begin(), options.documents.end(), "-") > 1) {
+        throw UsageError("standard input, \"-\", is given twice");
+    }
+    if (options.records != 0 && options.threads == 0 && !options.documents.empty()) {
+        throw UsageError("--records limits sources: beside documents it needs --threads");
+    }
     if (options.documents.empty() && options.threads == 0) {
         options.threads = DEFAULT_THREADS;
     }

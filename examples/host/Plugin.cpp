@@ -1,5 +1,7 @@
 #include "Plugin.hpp"
 
+#include "Failure.hpp"
+
 #include <dalnim/nim.hpp>
 
 #include <stdexcept>
@@ -8,9 +10,27 @@ namespace nimhost {
 
 namespace nim = com::kor::dal::nim;
 
+namespace {
+
+/**
+ * Calls the entry. An exception of the plug-in's own type is replaced here: the library that has its code is
+ * unloaded when the exception leaves the constructor of Plugin.
+ */
+nim::mem::RefCntObject* make(const nim::sys::DynSymbol& entry, const nim::io::Properties& settings)
+{
+    try {
+        return reinterpret_cast<PluginEntry>(entry.func())(settings);
+    } catch (const nim::sys::system_error& exc) {
+        throw nim::sys::system_error(exc.error(), exc.what());
+    } catch (...) {
+        throw std::runtime_error(currentFailure());
+    }
+}
+
+}
+
 Plugin::Plugin(const nim::String& library, const nim::io::Properties& settings)
-    : entry(nim::sys::DynLibrary::load(library)->symbol(PLUGIN_ENTRY)),
-      object(reinterpret_cast<PluginEntry>(entry->func())(settings))
+    : entry(nim::sys::DynLibrary::load(library)->symbol(PLUGIN_ENTRY)), object(make(*entry, settings))
 {
 }
 

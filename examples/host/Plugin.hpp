@@ -12,7 +12,8 @@ namespace nimhost {
 class Plugin
 {
 public:
-    /** Throws system_error when it cannot be loaded, and what its entry throws. */
+    /** Throws system_error if it cannot be loaded. What its entry throws becomes a system_error or
+     * runtime_error. */
     Plugin(const com::kor::dal::nim::String& library, const com::kor::dal::nim::io::Properties& settings);
 
     /** Throws `std::invalid_argument` when it is something else. */

@@ -6,11 +6,25 @@
 
 #include <dalnim/mt/ReaderWriterLock.hpp>
 
+#include <condition_variable>
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <vector>
 
 namespace nimhost {
+
+/** What became of a request. Holds nothing whose code is in the plug-in. */
+struct Answer
+{
+    bool failed;
+    /** The result, or the reason of the failure. */
+    com::kor::dal::nim::String text;
+    /** The error number of the failure, if it has one. */
+    std::optional<int> error;
+};
 
 /**
  * The plug-ins that answer requests, each loaded by its name with the first request for it. The
@@ -19,35 +33,60 @@ namespace nimhost {
 class PluginTable
 {
 public:
+    /** Throws ConfigurationError. */
     explicit PluginTable(const Configuration& configuration);
 
-    /** Throws `std::invalid_argument` for a name that is not listed, and what plug-ins throw. */
-    com::kor::dal::nim::String perform(const com::kor::dal::nim::String& name, const ServiceCall& call);
+    /** Announces a request: reload() waits for it until forget() is called. */
+    void expect(const com::kor::dal::nim::String& name);
+    /** Ends an announcement: the request was answered, or will not be asked. */
+    void forget(const com::kor::dal::nim::String& name);
 
     /**
-     * Waits for the requests that the plug-in is busy with, lets it go from memory, and loads it again
-     * with the settings of now. When that fails, the next request tries once more.
+     * Asks a plug-in. Failures of any type are logged under `label` and returned: an exception whose code is
+     * in the plug-in must not outlive the lock that keeps the plug-in in memory.
+     */
+    Answer perform(const com::kor::dal::nim::String& name, const ServiceCall& call,
+                   const com::kor::dal::nim::String& label);
+
+    /**
+     * Waits until all requests announced for the plug-in are answered, unloads it, and loads it again with
+     * the current settings; requests for other plug-ins are answered meanwhile. If the load fails, the next
+     * request tries once more. Throws `std::invalid_argument` for a name that is not listed, and what loading
+     * throws.
      */
     void reload(const com::kor::dal::nim::String& name);
 
-    /** Lets all go from memory; the next request for one loads it again. */
+    /** Unloads all; the next request for one loads it again. */
     void clear();
 
-    /** New settings, for what is loaded from now on. */
-    void configure(const Configuration& configuration);
+    /**
+     * New settings, for each plug-in that is loaded from now on. The result names those that are loaded with
+     * other settings, which therefore wait until it is loaded again.
+     */
+    std::vector<com::kor::dal::nim::String> configure(const Configuration& configuration);
 
 private:
     struct Slot
     {
-        /** Read by those who use the plug-in, written by those who load it or let it go. */
+        /** Held for reading by those who use the plug-in, for writing by those who load or unload it. */
         com::kor::dal::nim::mt::ReaderWriterLock lock;
         std::unique_ptr<const Plugin> plugin;
-        std::mutex settingsLock;
+
+        /** Guards all below; no code of the plug-in runs under it. */
+        std::mutex stateLock;
         PluginSettings settings;
+        /** The settings that the plug-in was loaded with; none if it is not loaded. */
+        std::optional<PluginSettings> inEffect;
+        /** Requests that are announced and not answered. */
+        std::size_t expected = 0;
+        /** Signalled when `expected` reaches 0. */
+        std::condition_variable idle;
     };
 
+    Slot* find(const com::kor::dal::nim::String& name);
     Slot& slot(const com::kor::dal::nim::String& name);
     static void load(Slot& slot);
+    static void unload(Slot& slot);
 
     /** Does not change once it is made. */
     std::map<com::kor::dal::nim::String, std::unique_ptr<Slot>> slots;

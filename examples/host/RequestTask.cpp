@@ -1,5 +1,6 @@
 #include "RequestTask.hpp"
 
+#include "Failure.hpp"
 #include "Request.hpp"
 #include "Source.hpp"
 #include "Token.hpp"
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <iostream>
 #include <memory>
+#include <stdexcept>
 
 namespace nimhost {
 
@@ -27,14 +29,31 @@ bool isEvery(std::uint64_t number, std::uint32_t every)
 RequestTask::RequestTask(Source& origin)
     : Task(nullptr, "Request"), source(origin), counters(origin.hostCounters())
 {
+    ++counters.requestsWaiting;
+    ++counters.requestsOpen;
+}
+
+RequestTask::~RequestTask()
+{
+    if (!begun) {
+        --counters.requestsWaiting;
+    } else if (!answered) {
+        ++counters.requestsDropped;
+    }
+    --counters.requestsOpen;
 }
 
 void RequestTask::run()
 {
+    if (source.isDropping()) {
+        return;
+    }
+    begun = true;
     --counters.requestsWaiting;
     const std::unique_ptr<nim::mt::QueueElement> element(source.queue().next(0));
     const auto* const request = dynamic_cast<const Request*>(element.get());
     if (request == nullptr) {
+        answered = true;
         return;
     }
     ++counters.tasksRun;
@@ -43,17 +62,25 @@ void RequestTask::run()
     if (!isUnder(source.token())) {
         ++counters.tasksUnderForeignToken;
     }
+    try {
+        answer(*request);
+    } catch (const std::exception& exc) {
+        fail(exc);
+    } catch (...) {
+        fail(std::runtime_error(currentFailure()));
+    }
+    answered = true;
+}
+
+void RequestTask::fail(const std::exception& exc)
+{
+    ++counters.tasksFailed;
     nim::log::Module& com_kor_dal_nim_log_module = source.module();
     try {
-        try {
-            answer(*request);
-        } catch (const std::exception& exc) {
-            ++counters.tasksFailed;
-            NIM_LOG_TRAPPED(Severity_WARNING, exc, name() + " failed");
-        }
-    } catch (const std::exception& exc) {
-        // The log itself fails.
-        std::cerr << "nimhost: " << name() << ": " << exc.what() << std::endl;
+        NIM_LOG_TRAPPED(Severity_WARNING, exc, name() + " failed");
+    } catch (const std::exception& failure) {
+        std::cerr << "nimhost: " << name() << " failed: " << exc.what()
+                  << ", which cannot be logged: " << failure.what() << std::endl;
     }
 }
 

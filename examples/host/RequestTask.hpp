@@ -15,15 +15,20 @@ class RequestTask : public com::kor::dal::nim::mt::Task
 {
 public:
     explicit RequestTask(Source& source);
+    /** A request that a worker has begun and not answered counts as dropped; others stay with the source. */
+    ~RequestTask() override;
 
-    /** Lets nothing out: a failed request is counted and logged. */
+    /** Lets no exception out: a failed request is counted and logged. */
     void run() override;
 
 private:
     void answer(const Request& request);
+    void fail(const std::exception& exc);
 
     Source& source;
     Counters& counters;
+    bool begun = false;
+    bool answered = false;
 };
 
 }

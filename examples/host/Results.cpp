@@ -1,8 +1,11 @@
 #include "Results.hpp"
 
-#include <dalnim/mt/MutexHolder.hpp>
-
-#include <ostream>
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace nimhost {
 
@@ -11,54 +14,108 @@ using nim::String;
 
 namespace {
 
-typedef nim::mt::MutexHolder<nim::mt::CondSem> Holder;
+constexpr int LOOK_MILLISECONDS = 100;
+
+/** A pipe that poll() calls writable has room for PIPE_BUF bytes at least; a file never waits. */
+std::size_t pieceSize(int descriptor)
+{
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) ? SSIZE_MAX : PIPE_BUF;
+}
 
 }
 
-Results::Results(std::ostream& stream) : os(stream)
+Results::Results(int descriptor, std::atomic<std::uint64_t>& lostResults)
+    : output(descriptor), piece(pieceSize(descriptor)), lost(lostResults)
 {
-    os << "<results>\n" << std::flush;
 }
 
-Results::Place Results::reserve()
+void Results::begin()
 {
-    const Holder holder(sync.sig.acquire());
+    const std::lock_guard<std::mutex> guard(lock);
+    write("<results>\n");
+}
+
+Results::Place Results::reserve(const String& start)
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    open.emplace(reserved, start);
     return reserved++;
 }
 
-void Results::fill(Place place, const String& element)
+void Results::fill(Place place, const String& rest)
 {
-    const Holder holder(sync.sig.acquire());
-    early.emplace(place, element);
-    for (auto next = early.find(written); next != early.end(); next = early.find(written)) {
-        os << "  " << next->second << '\n';
-        early.erase(next);
-        ++written;
-    }
-    os.flush();
-    sync.sig.broadcast();
-    require();
+    const std::lock_guard<std::mutex> guard(lock);
+    fillLocked(place, rest);
 }
 
-void Results::waitForAll() const
+void Results::drop(Place place)
 {
-    const Holder holder(sync.sig.acquire());
-    while (written != reserved) {
-        sync.sig.wait();
+    fill(place, " status=\"dropped\"/>");
+}
+
+void Results::dropOpen()
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    while (!open.empty()) {
+        fillLocked(open.begin()->first, " status=\"dropped\"/>");
+    }
+}
+
+void Results::fillLocked(Place place, const String& rest)
+{
+    const auto start = open.find(place);
+    if (start == open.end()) {
+        return;
+    }
+    // Not erased before there is memory for the other entry.
+    early.emplace(place, "  " + start->second + rest + "\n");
+    open.erase(start);
+    for (auto next = early.find(written); next != early.end(); next = early.find(written)) {
+        write(next->second);
+        if (error != 0) {
+            ++lost;
+        }
+        early.erase(next);
+        ++written;
     }
 }
 
 void Results::end()
 {
-    os << "</results>" << std::endl;
-    require();
+    const std::lock_guard<std::mutex> guard(lock);
+    write("</results>\n");
 }
 
-void Results::require() const
+void Results::stopWaiting()
 {
-    if (!os) {
-        throw std::ios_base::failure("the results cannot be written");
+    impatient = true;
+}
+
+void Results::write(const String& text)
+{
+    std::size_t done = 0;
+    while (error == 0 && done < text.size() && waitForRoom()) {
+        const ssize_t count = ::write(output, text.data() + done, std::min(text.size() - done, piece));
+        if (count >= 0) {
+            done += static_cast<std::size_t>(count);
+        } else if (errno != EINTR && errno != EAGAIN) {
+            error = errno;
+        }
     }
+}
+
+/** Returns false if there is no room and none is to be waited for. */
+bool Results::waitForRoom()
+{
+    pollfd waited = {output, POLLOUT, 0};
+    while (poll(&waited, 1, LOOK_MILLISECONDS) <= 0) {
+        if (impatient) {
+            error = ETIMEDOUT;
+            return false;
+        }
+    }
+    return true;
 }
 
 String escaped(const String& text)

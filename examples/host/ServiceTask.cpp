@@ -1,5 +1,7 @@
 #include "ServiceTask.hpp"
 
+#include "Failure.hpp"
+
 #include <dalnim/nim.hpp>
 
 #include <iostream>
@@ -9,25 +11,37 @@ namespace nimhost {
 namespace nim = com::kor::dal::nim;
 using nim::String;
 
-ServiceTask::ServiceTask(Desk& sharedDesk, DocumentRequest asked, String where)
-    : Task(nullptr, "Request"), desk(sharedDesk), request(std::move(asked)), begin(std::move(where)),
-      place(desk.results.reserve()), submitted(std::chrono::steady_clock::now())
+ServiceTask::ServiceTask(Desk& sharedDesk, DocumentRequest asked, Results::Place where)
+    : Task(nullptr, "Request"), desk(sharedDesk), request(std::move(asked)), place(where),
+      submitted(std::chrono::steady_clock::now())
 {
+    desk.plugins.expect(request.plugin);
+    ++desk.counters.requestsWaiting;
 }
 
 ServiceTask::~ServiceTask()
 {
+    if (!begun) {
+        --desk.counters.requestsWaiting;
+    }
     if (!filled) {
+        ++desk.counters.requestsDropped;
         try {
-            fill(begin + " status=\"dropped\"/>");
+            desk.results.drop(place);
         } catch (const std::exception& exc) {
-            std::cerr << "nimhost: " << exc.what() << std::endl;
+            std::cerr << "nimhost: " << name() << ": " << exc.what() << std::endl;
         }
     }
+    desk.plugins.forget(request.plugin);
+    --desk.counters.requestsOpen;
 }
 
 void ServiceTask::run()
 {
+    if (desk.stop.drop) {
+        return;
+    }
+    begun = true;
     --desk.counters.requestsWaiting;
     ++desk.counters.tasksRun;
     desk.counters.noteWait(std::chrono::steady_clock::now() - submitted);
@@ -35,33 +49,29 @@ void ServiceTask::run()
         ++desk.counters.tasksUnderForeignToken;
     }
     try {
-        fill(answer());
-    } catch (const std::exception& exc) {
-        std::cerr << "nimhost: " << exc.what() << std::endl;
+        answer();
+    } catch (...) {
+        std::cerr << "nimhost: " << name() << ": " << currentFailure() << std::endl;
     }
 }
 
-String ServiceTask::answer()
+void ServiceTask::answer()
 {
-    try {
-        const String result = desk.plugins.perform(request.plugin, request.call);
-        return begin + " status=\"ok\">" + escaped(result) + "</result>";
-    } catch (const nim::sys::system_error& exc) {
-        ++desk.counters.tasksFailed;
-        NIM_LOG_TRAPPED(Severity_WARNING, exc, name() + " failed");
-        return begin + " status=\"failed\" error=\"" + std::to_string(exc.error()) + "\">"
-               + escaped(exc.what()) + "</result>";
-    } catch (const std::exception& exc) {
-        ++desk.counters.tasksFailed;
-        NIM_LOG_TRAPPED(Severity_WARNING, exc, name() + " failed");
-        return begin + " status=\"failed\">" + escaped(exc.what()) + "</result>";
+    const Answer answer = desk.plugins.perform(request.plugin, request.call, name());
+    if (!answer.failed) {
+        fill(" status=\"ok\">" + escaped(answer.text) + "</result>");
+        return;
     }
+    ++desk.counters.tasksFailed;
+    fill(" status=\"failed\""
+         + (answer.error ? " error=\"" + std::to_string(*answer.error) + "\"" : std::string()) + ">"
+         + escaped(answer.text) + "</result>");
 }
 
-void ServiceTask::fill(const String& element)
+void ServiceTask::fill(const String& rest)
 {
+    desk.results.fill(place, rest);
     filled = true;
-    desk.results.fill(place, element);
 }
 
 }

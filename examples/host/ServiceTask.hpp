@@ -19,6 +19,7 @@ struct Desk
     PluginTable& plugins;
     Results& results;
     Counters& counters;
+    const Stop& stop;
     /** What requests are answered under. */
     const com::kor::dal::nim::mem::ConstRefCntObjectRef token;
 };
@@ -27,22 +28,22 @@ struct Desk
 class ServiceTask : public com::kor::dal::nim::mt::Task
 {
 public:
-    /** @param where opens the element of the result: document and number */
-    ServiceTask(Desk& desk, DocumentRequest request, com::kor::dal::nim::String where);
-    /** A task that was dropped leaves its place to nobody. */
+    /** @param where where the result goes */
+    ServiceTask(Desk& desk, DocumentRequest request, Results::Place where);
+    /** A request that was not answered is dropped, and counted as such. */
     ~ServiceTask() override;
 
-    /** Lets nothing out: a request that fails has a result that says so. */
+    /** Lets no exception out: a request that fails has a result that says so. */
     void run() override;
 
 private:
-    com::kor::dal::nim::String answer();
-    void fill(const com::kor::dal::nim::String& element);
+    void answer();
+    void fill(const com::kor::dal::nim::String& rest);
 
     Desk& desk;
     const DocumentRequest request;
-    const com::kor::dal::nim::String begin;
     const Results::Place place;
+    bool begun = false;
     bool filled = false;
     const std::chrono::steady_clock::time_point submitted;
 };

@@ -68,23 +68,34 @@ void Source::complete()
     requests.complete();
 }
 
-/** False when the end of the run came before there was room. */
+void Source::dropLeft()
+{
+    while (const std::unique_ptr<nim::mt::QueueElement> left{requests.next(0)}) {
+        ++counters.requestsDropped;
+    }
+}
+
+bool Source::isDropping() const
+{
+    return stop.drop;
+}
+
+/** Returns false if the run ended before there was room: then no request was read. */
 bool Source::submit(std::uint64_t number)
 {
+    auto task = std::make_unique<RequestTask>(*this);
     auto request = std::make_unique<Request>(number);
     while (!requests.insert(request.get(), static_cast<unsigned int>(LONGEST_WAIT.count()))) {
         if (stop.now) {
+            ++stop.requestsLeft;
             return false;
         }
     }
     static_cast<void>(request.release());
 
-    auto task = std::make_unique<RequestTask>(*this);
-    ++counters.requestsWaiting;
     if (pool.add(task.get(), true, settings().block)) {
         static_cast<void>(task.release());
     } else {
-        --counters.requestsWaiting;
         ++counters.tasksRefused;
         const std::unique_ptr<nim::mt::QueueElement> refused(requests.next(0));
     }

@@ -28,8 +28,12 @@ public:
 
     /** Runs on a thread of its own. Throws when it breaks down. */
     void run() override;
-    /** No request comes any more; those that are queued are answered. */
+    /** Ends the queue: those that are in it are answered. */
     void complete();
+    /** Drops and counts the requests that are left, once no task of this source is left. */
+    void dropLeft();
+    /** Whether requests that no worker has begun are dropped. */
+    bool isDropping() const;
 
     /** Takes effect at the next request, but for the size of the queue; any thread may call it. */
     void configure(const SourceSettings& settings);

@@ -1,20 +1,25 @@
+#include "Descriptors.hpp"
+#include "Failure.hpp"
 #include "Host.hpp"
 
-#include <exception>
 #include <iostream>
 
-/** Runs the example host; what is wrong with options or configuration is one line and status 2. */
+/**
+ * Runs the example host. Bad options, a bad configuration and a start that fails are reported in one line,
+ * with status 2.
+ */
 int main(int argc, char** argv)
 {
     try {
+        nimhost::openMissingDescriptors();
         const nimhost::Options options = nimhost::Options::parse(argc, argv);
         if (options.help) {
-            std::cout << nimhost::USAGE;
-            return 0;
+            std::cout << nimhost::USAGE << std::flush;
+            return std::cout ? 0 : 1;
         }
         return nimhost::Host(options).run();
-    } catch (const std::exception& exc) {
-        std::cerr << "nimhost: " << exc.what() << std::endl;
+    } catch (...) {
+        std::cerr << "nimhost: " << nimhost::currentFailure() << std::endl;
         return 2;
     }
 }

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -71,6 +72,40 @@ protected:
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         return false;
+    }
+
+    /** Whether the process has ended; wait() does not wait then. False if it has not within a quarter of a
+     * minute. */
+    static bool ends(const support::ChildProcess& host)
+    {
+        const std::string stat = "/proc/" + std::to_string(host.process()) + "/stat";
+        return waitFor([&] {
+            const std::string text = support::readFile(stat);
+            const std::size_t name = text.rfind(") ");
+            return name == std::string::npos || text[name + 2] == 'Z';
+        });
+    }
+
+    /** Waits until the host receives its signals itself. */
+    static bool watchesSignals(const support::ChildProcess& host)
+    {
+        const std::string status = "/proc/" + std::to_string(host.process()) + "/status";
+        return waitFor([&] {
+            const std::string text = support::readFile(status);
+            const std::size_t mask = text.find("SigBlk:");
+            return mask != std::string::npos
+                   && (std::stoull(text.substr(mask + 7), nullptr, 16) & (1U << (SIGTERM - 1))) != 0;
+        });
+    }
+
+    /** Runs the host with redirections of the shell, or behind its limits: "$0" "$@" stands for the host. */
+    std::vector<std::string> shellCommand(const std::string& script,
+                                          const std::vector<std::string>& arguments) const
+    {
+        std::vector<std::string> words = {"/bin/sh", "-c", script};
+        const std::vector<std::string> rest = command(arguments);
+        words.insert(words.end(), rest.begin(), rest.end());
+        return words;
     }
 
     /** The records of requests in all files of the log's folder. */

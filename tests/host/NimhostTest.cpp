@@ -30,6 +30,14 @@ TEST_F(NimhostTest, RefusesBadOptionsInOneLine)
     expectRefused({"--threads", "4x"}, "nimhost: --threads takes a number from 1 to 1000, not \"4x\"");
     expectRefused({"--seconds", "-1"}, "nimhost: --seconds takes a number from 1 to 1000000000, not \"-1\"");
     expectRefused({"--records", ""}, "nimhost: --records takes a number from 1 to 1000000000000, not \"\"");
+    expectRefused({"--config", ""}, "nimhost: option --config needs a value");
+    expectRefused({"--status", ""}, "nimhost: option --status needs a value");
+    expectRefused({"--seconds", "1", "--threads", "1", "--seconds", "2"},
+                  "nimhost: option --seconds is given twice");
+    expectRefused({"--config", "a", "--config", "a"}, "nimhost: option --config is given twice");
+    expectRefused({"--records", "1", "d.xml"},
+                  "nimhost: --records limits sources: beside documents it needs --threads");
+    expectRefused({"-", "d.xml", "-"}, "nimhost: standard input, \"-\", is given twice");
 }
 
 TEST_F(NimhostTest, RefusesAConfigurationThatCannotBeRead)
@@ -51,7 +59,8 @@ TEST_F(NimhostTest, RefusesAMissingInclude)
 TEST_F(NimhostTest, RefusesABadValue)
 {
     const std::string file = configure(fileSettings(LOG + "severity.id = LOUD\n"));
-    expectRefused({"--config", file}, "nimhost: " + file + ": Unrecognized NIM Log Severity");
+    expectRefused({"--config", file}, "nimhost: " + file + ": " + LOG
+                                          + "severity.id is to be the name of a severity, not \"LOUD\"");
 
     configure(fileSettings(""), "/source/rate = many\n");
     expectRefused({"--config", file},

@@ -1,0 +1,49 @@
+#include "Failure.hpp"
+
+#include <dalnim/sys/SysError.hpp>
+#include <qv/rtlapi.hpp>
+
+#include <algorithm>
+#include <cxxabi.h>
+#include <exception>
+#include <typeinfo>
+
+namespace nimhost {
+
+namespace {
+
+std::string oneLine(std::string text)
+{
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+        text.pop_back();
+    }
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
+std::string currentType()
+{
+    const std::type_info* const type = abi::__cxa_current_exception_type();
+    return type != nullptr ? "type " + com::kor::dal::nim::sys::demangle(type->name()) : "unknown type";
+}
+
+}
+
+std::string currentFailure()
+{
+    try {
+        throw;
+#ifdef __GLIBCXX__
+    } catch (const abi::__forced_unwind&) {
+        throw;
+#endif
+    } catch (const std::exception& exc) {
+        return oneLine(exc.what());
+    } catch (const RX_Exception& exc) {
+        return oneLine(exc.asString(0).data());
+    } catch (...) {
+        return "an exception of " + currentType();
+    }
+}
+
+}

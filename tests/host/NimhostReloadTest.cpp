@@ -1,0 +1,200 @@
+#include "NimhostPluginFixture.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <string>
+#include <sys/stat.h>
+
+namespace {
+
+using support::ChildProcess;
+using support::readFile;
+using support::writeFile;
+using testing::HasSubstr;
+using testing::Not;
+
+/** Configurations that are read by SIGHUP, and values that no configuration may have. */
+class NimhostReloadTest : public NimhostPluginFixture
+{
+protected:
+    /** A host that logs a few records a second. */
+    ChildProcess run(const std::string& file) const
+    {
+        return ChildProcess(command({"--config", file, "--threads", "1", "--seconds", "60"}), scratch.path());
+    }
+
+    /** Expects that the host keeps its configuration for that reason. */
+    void expectKept(const ChildProcess& host, const std::string& reason)
+    {
+        host.signal(SIGHUP);
+        expected += "nimhost: " + reason + "\n";
+        ASSERT_TRUE(waitFor([&] { return host.errors() == expected; })) << host.errors();
+        EXPECT_TRUE(logHolds("ERROR Host.cpp "));
+        EXPECT_TRUE(logHolds("nimhost keeps its configuration : " + reason + "\n"));
+        EXPECT_THAT(logText(), Not(HasSubstr(" again")));
+    }
+
+    const std::string common = "/source/rate = 50\n";
+
+private:
+    std::string expected;
+};
+
+}
+
+TEST_F(NimhostReloadTest, BadValueAnywhereKeepsTheWholeConfiguration)
+{
+    const std::string file = configure(fileSettings(""), common);
+    ChildProcess host = run(file);
+    ASSERT_TRUE(logHolds("nimhost starts with 1 sources"));
+    // Each also asks for a severity, which must not come into effect.
+    const std::string louder = fileSettings(LOG + "severity.id = DEBUG\n");
+
+    configure(louder, common + "pool/threads = many\n");
+    expectKept(host, file + ": threads of pool is to be a number from 1, not \"many\"");
+    configure(louder, common + "pool/pending = 10k\n");
+    expectKept(host, file + ": pending of pool is to be a number from 1, not \"10k\"");
+    configure(louder, common + "host/plugins = a/b\n");
+    expectKept(host, file + ": plugins of host is to be a list of names, not \"a/b\"");
+    configure(louder, common + "host/adapters = a/b\n");
+    expectKept(host, file + ": adapters of host is to be a list of names, not \"a/b\"");
+    configure(louder, common + "host/end.seconds = soon\n");
+    expectKept(host, file + ": end.seconds of host is to be a number from 0, not \"soon\"");
+    configure(louder, "/source/rate = 50 a second\n");
+    expectKept(host, file + ": source/rate of source-0 is to be a number from 0, not \"50 a second\"");
+    configure(louder + LOG + "maxFileSize = 10 MB\n", common);
+    expectKept(host, file + ": " + LOG + "maxFileSize is to be a number of bytes, not \"10 MB\"");
+    configure(louder + LOG + "maxNumberOfFiles = -1\n", common);
+    expectKept(host, file + ": " + LOG + "maxNumberOfFiles is to be a number of files, not \"-1\"");
+    configure(louder + LOG + "output.mask = SEVERITY COLOUR\n", common);
+    expectKept(host, file + ": " + LOG + "output.mask is to be names of fields, not \"SEVERITY COLOUR\"");
+    configure(louder + LOG + "severity.mask = ERROR LOUD\n", common);
+    expectKept(host, file + ": " + LOG + "severity.mask is to be names of severities, not \"ERROR LOUD\"");
+    configure(louder + LOG + "localtime = maybe\n", common);
+    expectKept(host, file + ": " + LOG + "localtime is to be true or false, not \"maybe\"");
+    configure(LOG + "stream = PRINTER\n", common);
+    expectKept(host, file + ": " + LOG + "stream is to be STDERR, STDOUT, STDLOG or CIMOM, not \"PRINTER\"");
+    configure(LOG + "stream = CIMOM\n", common);
+    expectKept(host, file + ": CIMOM stream is not available");
+    EXPECT_THAT(logText(), Not(HasSubstr("Changing logging setting: Severity")));
+
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 2);
+    EXPECT_EQ(tableRow(host.output(), "configurations refused"), 13U);
+    EXPECT_EQ(tableRow(host.output(), "configurations read again"), 0U);
+}
+
+TEST_F(NimhostReloadTest, LogDirectoryThatCannotBeMadeSaysWhy)
+{
+    const std::string file = configure(LOG + "directory = none/log\n" + LOG + "file = host.log\n");
+    expectRefused({"--config", file, "--records", "1"},
+                  "nimhost: " + file + ": cannot make the directory of the log, " + scratch.file("none/log/")
+                      + ": No such file or directory");
+    writeFile(scratch.file("file"), "");
+    configure(LOG + "directory = file/log\n" + LOG + "file = host.log\n");
+    expectRefused({"--config", file, "--records", "1"},
+                  "nimhost: " + file + ": cannot make the directory of the log, " + scratch.file("file/log/")
+                      + ": Not a directory");
+    configure(LOG + "directory = plugins\n" + LOG + "file = ./\n");
+    expectRefused({"--config", file, "--records", "1"},
+                  "nimhost: " + file + ": cannot open the log, ./: Is a directory");
+}
+
+TEST_F(NimhostReloadTest, LogThatCannotBeOpenedKeepsTheOldOne)
+{
+    const std::string file = configure(fileSettings(LOG + "severity.id = INFO\n"), common);
+    ChildProcess host = run(file);
+    ASSERT_TRUE(logHolds(" answered"));
+    configure(LOG + "directory = none/log\n" + LOG + "file = host.log\n", common);
+    expectKept(host, file + ": cannot make the directory of the log, " + scratch.file("none/log/")
+                         + ": No such file or directory");
+    // Without a reader its opening would hold up every statement.
+    ASSERT_EQ(mkfifo(scratch.file("pipe").c_str(), 0600), 0);
+    configure(LOG + "directory = .\n" + LOG + "file = pipe\n", common);
+    expectKept(host,
+               file + ": cannot open the log, " + scratch.file("./pipe") + ": No such device or address");
+    const std::size_t before = answers().size();
+    EXPECT_TRUE(waitFor([&] { return answers().size() > before; }));
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 2);
+    expectEachAnswerOnce(host);
+}
+
+TEST_F(NimhostReloadTest, NamesWhatNeedsARestart)
+{
+    const std::string file = configureOdd(common + "odd/colour = red\n");
+    ChildProcess host(
+        command({"--config", file, "--threads", "1", "--seconds", "60", document("d.xml", request("fine"))}),
+        scratch.path());
+    ASSERT_TRUE(waitFor([&] { return host.output().find("ok") != std::string::npos; }));
+    configureOdd(common
+                 + "pool/threads = 3\npool/pending = 17\nhost/plugins = odd even\nsource-0/source/queue = 9\n"
+                   "host/adapters = odd\nodd/colour = blue\nhost/colour = green\n");
+    host.signal(SIGHUP);
+    ASSERT_TRUE(logHolds("nimhost has read " + file + " again, but for 5 settings that need a restart\n"));
+    const std::string log = logText();
+    EXPECT_THAT(log, HasSubstr("WARNING : host/plugins needs a restart: \"odd\" stays in effect, not "
+                               "\"odd even\"\n"));
+    EXPECT_THAT(log,
+                HasSubstr("WARNING : host/adapters needs a restart: \"\" stays in effect, not \"odd\"\n"));
+    EXPECT_THAT(log, HasSubstr("WARNING : pool/threads needs a restart: 1 stays in effect, not 3\n"));
+    EXPECT_THAT(log, HasSubstr("WARNING : pool/pending needs a restart: 16 stays in effect, not 17\n"));
+    EXPECT_THAT(log,
+                HasSubstr("WARNING : source/queue of source-0 needs a restart: 8 stays in effect, not 9\n"));
+    EXPECT_THAT(log, HasSubstr("NOTICE : the new settings of the plug-in odd take effect when it is loaded "
+                               "again\n"));
+    EXPECT_THAT(log, HasSubstr("WARNING : WARNING: " + file + ": there is no setting \"host/colour\"\n"));
+    EXPECT_THAT(log, Not(HasSubstr("again\n\n")));
+
+    configureOdd(common + "odd/colour = red\n");
+    host.signal(SIGHUP);
+    EXPECT_TRUE(logHolds("nimhost has read " + file + " again\n"));
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+}
+
+TEST_F(NimhostReloadTest, ConfigurationWithoutLogSettingsLogsToStandardError)
+{
+    const std::string file = configure("", "");
+    ChildProcess host(command({"--config", file, "--records", "10"}), scratch.path());
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_THAT(host.errors(), HasSubstr("nimhost starts with 4 sources\n"));
+    EXPECT_THAT(host.output(), HasSubstr("  the log is a stream, there are no files\n"));
+}
+
+TEST_F(NimhostReloadTest, LogSettingsThatAreTakenAwayMoveTheLogToStandardError)
+{
+    const std::string file = configure(fileSettings(""), common);
+    ChildProcess host = run(file);
+    ASSERT_TRUE(logHolds("nimhost starts with 1 sources"));
+    configure("", common);
+    host.signal(SIGHUP);
+    ASSERT_TRUE(waitFor(
+        [&] { return host.errors().find("nimhost has read " + file + " again") != std::string::npos; }));
+    configure(fileSettings(""), common);
+    host.signal(SIGHUP);
+    ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+}
+
+/** As when a rotation found no descriptor for a moment. */
+TEST_F(NimhostReloadTest, LogThatLostItsFileToAFailedRotationFindsTheWayBack)
+{
+    const std::string file =
+        configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "maxFileSize = 2000\n" + LOG
+                               + "maxNumberOfFiles = 1\n"),
+                  "/source/rate = 200\n");
+    const std::string log = scratch.file("log/host.log");
+    // A directory that is not empty can be neither removed nor replaced, so that the rotation fails.
+    std::filesystem::create_directories(log + ".0/in the way");
+    ChildProcess host = run(file);
+    ASSERT_TRUE(waitFor([&] { return host.errors().find(" answered") != std::string::npos; }));
+    std::filesystem::remove_all(log + ".0");
+    ASSERT_TRUE(logHolds("the log is in " + log + " again; its records since ")
+                || readFile(log + ".0").find("the log is in " + log) != std::string::npos);
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+}

@@ -1,0 +1,138 @@
+#include "NimhostPluginFixture.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using support::ChildProcess;
+using support::readFile;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+/** Starts that fail, and what is missing at a start. */
+class NimhostStartTest : public NimhostPluginFixture
+{
+protected:
+    /** Expects one line on standard error and status 2 of a host that has little address space. */
+    void expectNoThread(const std::vector<std::string>& arguments, const std::string& line) const
+    {
+#ifdef DALNIM_SANITIZED
+        GTEST_SKIP() << "a sanitizer needs all of the address space";
+#endif
+        ChildProcess host(shellCommand("ulimit -v 400000; exec \"$0\" \"$@\"", arguments), scratch.path());
+        ASSERT_TRUE(ends(host));
+        EXPECT_EQ(host.wait(), 2);
+        EXPECT_THAT(host.errors(), MatchesRegex(line + "\n"));
+    }
+};
+
+}
+
+TEST_F(NimhostStartTest, PoolWithoutThreadsIsOneLine)
+{
+    const std::string file = configure(fileSettings(""), "pool/threads = 1000\n");
+    expectNoThread({"--config", file, "--records", "1"},
+                   "nimhost: " + file + ": cannot start the workers, pool/threads is 1000: [^\n]+");
+}
+
+TEST_F(NimhostStartTest, SourceWithoutAThreadIsOneLineAndTheOthersStop)
+{
+    const std::string file = configure(fileSettings(""), "/source/rate = 1\n");
+    expectNoThread({"--config", file, "--threads", "500", "--seconds", "60"},
+                   "nimhost: cannot start the thread source-[0-9]+: [^\n]+");
+#ifndef DALNIM_SANITIZED
+    EXPECT_THAT(logText(), HasSubstr("ERROR Host.cpp "));
+    EXPECT_THAT(logText(), HasSubstr("nimhost is down: sources stopped"));
+#endif
+}
+
+TEST_F(NimhostStartTest, AdapterThatThrowsNoStdExceptionIsOneLine)
+{
+    const std::string file = configureOdd("host/adapters = odd\nodd/throw = int\n");
+    expectRefused({"--config", file}, "nimhost: adapter odd: an exception of type int");
+}
+
+TEST_F(NimhostStartTest, AdapterThatThrowsATypeOfItsOwnIsOneLine)
+{
+    const std::string file = configureOdd("host/adapters = odd\nodd/throw = own\n");
+    expectRefused({"--config", file}, "nimhost: adapter odd: an error of the plug-in's own");
+    configureOdd("host/adapters = odd\nodd/throw = oddity\n");
+    expectRefused({"--config", file},
+                  "nimhost: adapter odd: an exception of type (anonymous namespace)::Oddity");
+}
+
+TEST_F(NimhostStartTest, PluginThatThrowsNoStdExceptionFailsItsRequest)
+{
+    const std::string path =
+        document("d.xml", request("int") + request("oddity") + request("own") + request("fine"));
+    ChildProcess host(command({"--config", configureOdd(), path}), scratch.path());
+    ASSERT_TRUE(ends(host));
+    EXPECT_EQ(host.wait(), 1);
+    EXPECT_EQ(
+        host.output(),
+        "<results>\n"
+            + results("d.xml", {"\"failed\">an exception of type int</result>",
+                                "\"failed\">an exception of type (anonymous namespace)::Oddity</result>",
+                                "\"failed\">an error of the plug-in's own</result>", "\"ok\">fine</result>"})
+            + "</results>\n");
+    EXPECT_EQ(tableRow(host.errors(), "tasks failed"), 3U);
+    EXPECT_EQ(tableRow(host.errors(), "requests dropped"), 0U);
+    EXPECT_THAT(logText(), HasSubstr(" failed : an exception of type int\n"));
+    EXPECT_THAT(logText(), HasSubstr(" failed : an error of the plug-in's own\n"));
+}
+
+/** The library that has the code of the exception is unloaded on the way to the handler. */
+TEST_F(NimhostStartTest, PluginWhoseEntryThrowsATypeOfItsOwnFailsItsRequests)
+{
+    for (const std::string type : {"own", "oddity", "int"}) {
+        const std::string path =
+            document("d.xml", request("fine") + "<reload plugin='odd'/>" + request("fine"));
+        ChildProcess host(command({"--config", configureOdd("odd/throw = " + type + "\n"), path}),
+                          scratch.path());
+        ASSERT_TRUE(ends(host));
+        EXPECT_EQ(host.wait(), 1);
+        EXPECT_EQ(tableRow(host.errors(), "tasks failed"), 3U);
+        EXPECT_THAT(host.output(), Not(HasSubstr("status=\"ok\"")));
+    }
+}
+
+TEST_F(NimhostStartTest, MissingDescriptorsDoNotLetResultsIntoTheLog)
+{
+    for (const std::string closed : {">&-", "<&- >&-", "<&- >&- 2>&-"}) {
+        const std::string path = document("d.xml", request("fine"));
+        ChildProcess host(shellCommand("exec \"$0\" \"$@\" " + closed, {"--config", configureOdd(), path}),
+                          scratch.path());
+        ASSERT_TRUE(ends(host));
+        EXPECT_EQ(host.wait(), 0) << closed;
+        EXPECT_THAT(logText(), HasSubstr("nimhost is down: "));
+        EXPECT_THAT(logText(), Not(HasSubstr("result"))) << closed;
+        EXPECT_THAT(logText(), Not(HasSubstr("nimhost ran for"))) << closed;
+        EXPECT_THAT(readFile(scratch.file("plugins/odd.so")), Not(HasSubstr("<results>"))) << closed;
+        std::filesystem::remove_all(scratch.file("log"));
+    }
+}
+
+TEST_F(NimhostStartTest, RefusesAPageThatIsAFileOfTheLog)
+{
+    const std::string file = configure(fileSettings(""));
+    const std::string log = scratch.file("log/host.log");
+    std::filesystem::create_directory(scratch.file("log"));
+    std::filesystem::create_symlink(log, scratch.file("link"));
+    const auto expect = [&](const std::string& page) {
+        expectRefused({"--config", file, "--records", "1", "--status", page},
+                      "nimhost: --status " + page + " is a file of the log, " + log);
+    };
+    expect(log);
+    expect(scratch.file("log/../log/host.log"));
+    expect(log + ".0");
+    expect(scratch.file("link"));
+    // The page is written beside its place first, as "page.new".
+    configure(LOG + "directory = log\n" + LOG + "file = page.new\n");
+    expectRefused({"--config", file, "--records", "1", "--status", scratch.file("log/page")},
+                  "nimhost: --status " + scratch.file("log/page") + " is a file of the log, "
+                      + scratch.file("log/page.new"));
+}

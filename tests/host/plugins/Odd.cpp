@@ -1,0 +1,87 @@
+// A plug-in that does what a plug-in must not: see the operations. The setting "throw" lets its entry throw.
+
+#include <host/plugins/Service.hpp>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+namespace nim = com::kor::dal::nim;
+using nim::String;
+using nimhost::ServiceCall;
+
+/** Its destructor and its message are code of this library. */
+class OwnError : public std::exception
+{
+public:
+    explicit OwnError(const char* reason) : text(reason) {}
+    ~OwnError() override = default;
+
+    const char* what() const noexcept override
+    {
+        return text.c_str();
+    }
+
+private:
+    const String text;
+};
+
+/** Not even that. */
+struct Oddity
+{
+    int number = 7;
+};
+
+void throwAsAsked(const String& type)
+{
+    if (type == "int") {
+        throw 42;
+    }
+    if (type == "oddity") {
+        throw Oddity();
+    }
+    if (type == "own") {
+        throw OwnError("an error of the plug-in's own");
+    }
+}
+
+void touch(const String& path)
+{
+    const std::ofstream file(path);
+}
+
+bool exists(const String& path)
+{
+    return std::ifstream(path).good();
+}
+
+class OddService : public nimhost::Service
+{
+public:
+    String perform(const ServiceCall& call) const override
+    {
+        throwAsAsked(call.operation);
+        if (call.operation == "wait") {
+            // Says that it runs, and waits for a file; for ever if that never comes.
+            touch(call.argument("running"));
+            while (!exists(call.argument("end"))) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        }
+        return call.operation;
+    }
+};
+
+}
+
+NIMHOST_PLUGIN(settings)
+{
+    throwAsAsked(settings.getProperty("throw"));
+    return new OddService;
+}
