@@ -1,0 +1,61 @@
+// A plug-in that exists in two variants: the operation "variant" gives the number of this one, "context"
+// whether the request is answered under a token, and "fail" throws an exception whose code is in this
+// library.
+
+#include <host/plugins/PluginModule.hpp>
+#include <host/plugins/Service.hpp>
+
+#include <dalnim/log/Statement.hpp>
+#include <dalnim/type/SecurityContext.hpp>
+
+#include <exception>
+
+// std::to_string() has a symbol that is unique in the process, which would keep this library in memory.
+
+namespace nimhost::variant {
+
+namespace nim = com::kor::dal::nim;
+using nim::String;
+
+namespace {
+
+nimhost::PluginModule pluginModule("nimhost.plugin.variant");
+nim::log::Module& com_kor_dal_nim_log_module = pluginModule;
+
+class OwnError : public std::exception
+{
+public:
+    ~OwnError() override = default;
+
+    const char* what() const noexcept override
+    {
+        return "failed as asked";
+    }
+};
+
+class VariantService : public nimhost::Service
+{
+public:
+    String perform(const nimhost::ServiceCall& call) const override
+    {
+        NIM_LOG(Severity_DEBUG) << call.operation << " of variant " << VARIANT;
+        if (call.operation == "fail") {
+            throw OwnError();
+        }
+        if (call.operation == "context") {
+            const nim::type::SecurityContextRef security = nim::type::SecurityContext::current();
+            return security && security->token() ? "token" : "none";
+        }
+        return VARIANT;
+    }
+};
+
+}
+
+NIMHOST_PLUGIN(settings)
+{
+    NIM_LOG(Severity_INFO) << "variant " << VARIANT << " with " << settings.getProperty("colour");
+    return new VariantService;
+}
+
+}
