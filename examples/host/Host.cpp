@@ -259,7 +259,7 @@ void Host::handleSignals(const SignalWatch::Arrived& arrived)
 void Host::readConfigurationAgain()
 {
     // A mistake in the new configuration changes nothing: the old one stays in effect as a whole, and the
-    // exit status tells of it.
+    // exit status shows it.
     try {
         const Configuration fresh(options.config, Configuration::WHILE_RUNNING);
         requireOwnPage(fresh.logPath());

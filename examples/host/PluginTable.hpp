@@ -16,7 +16,7 @@
 
 namespace nimhost {
 
-/** What became of a request. Holds nothing whose code is in the plug-in. */
+/** The outcome of a request. Contains nothing whose code is in the plug-in. */
 struct Answer
 {
     bool failed;
@@ -50,9 +50,9 @@ public:
 
     /**
      * Waits until all requests announced for the plug-in are answered, unloads it, and loads it again with
-     * the current settings; requests for other plug-ins are answered meanwhile. If the load fails, the next
-     * request tries once more. Throws `std::invalid_argument` for a name that is not listed, and what loading
-     * throws.
+     * the current settings; requests for other plug-ins are answered during the wait. If the load fails, the
+     * next request tries once more. Throws `std::invalid_argument` for a name that is not listed, and what
+     * loading throws.
      */
     void reload(const com::kor::dal::nim::String& name);
 

@@ -105,7 +105,7 @@ void Results::write(const String& text)
     }
 }
 
-/** Returns false if there is no room and none is to be waited for. */
+/** Returns false if there is no room and waiting was stopped. */
 bool Results::waitForRoom()
 {
     pollfd waited = {output, POLLOUT, 0};

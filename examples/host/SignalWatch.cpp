@@ -45,13 +45,13 @@ int openBlockedSignals()
 {
     const sigset_t signals = watchedSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     return checked(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
 void setDefault(int signal) noexcept
 {
-    std::signal(signal, SIG_DFL);
+    static_cast<void>(std::signal(signal, SIG_DFL));
     const sigset_t one = makeSet({signal});
     pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
 }
@@ -75,7 +75,7 @@ SignalWatch::~SignalWatch()
     watcher.join();
     close(source);
     close(stopped);
-    std::signal(SIGHUP, SIG_IGN);
+    static_cast<void>(std::signal(SIGHUP, SIG_IGN));
     setDefault(SIGINT);
     setDefault(SIGTERM);
 }

@@ -98,7 +98,7 @@ protected:
         });
     }
 
-    /** Runs the host with redirections of the shell, or behind its limits: "$0" "$@" stands for the host. */
+    /** Runs the host with redirections or limits of the shell: "$0" "$@" stands for the host. */
     std::vector<std::string> shellCommand(const std::string& script,
                                           const std::vector<std::string>& arguments) const
     {
