@@ -122,7 +122,7 @@ TEST_F(RwLock, ReadersThatWaitForAWriterGoAheadOfTheNextOne)
 
 TEST_F(RwLock, AWriterThatUnlocksAndLocksAgainGoesAfterTheOneThatWaits)
 {
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < 20; ++round) {
         std::atomic<bool> hasWritten{false};
         ASSERT_EQ(qv_si_rw_wrlock(&lock), 0);
         Caller writer([&] {
@@ -140,7 +140,7 @@ TEST_F(RwLock, AWriterThatUnlocksAndLocksAgainGoesAfterTheOneThatWaits)
 
 TEST_F(RwLock, AReaderThatLeavesAndWritesGoesAfterTheWriterThatWaits)
 {
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < 20; ++round) {
         std::atomic<bool> hasWritten{false};
         ASSERT_EQ(qv_si_rw_rdlock(&lock), 0);
         Caller writer([&] {
