@@ -7,24 +7,29 @@
 #include <qv/pmx/api.h>
 
 #include <cstddef>
+#include <ios>
 #include <memory>
 #include <ostream>
 #include <string_view>
 
 namespace com::kor::dal::nim::log {
 
-class AppendFile;
+class LogOutput;
 
 /**
  * The end of the record path: a file of its own, opened at the first line and rotated by size, or a
- * stream that somebody else owns. What an output refuses goes to standard error.
+ * stream that the caller owns. A line that the output rejects is written to standard error.
  *
- * The old files of a path P are P ".0" (the newest), P ".1" and so on. The diagnostics of rotation
- * go to standard error, never to the log.
+ * The rotated files of a path P are P ".0" (the newest), P ".1" and so on. A rotation never replaces a file
+ * that exists; a missing number is filled by the next rotation. Only regular files are rotated, also behind a
+ * link. The diagnostics of rotation are written to standard error, never to the log.
+ *
+ * A line begins at the beginning of a line: if the file ends inside one, because a process was killed or the
+ * disk was full, a newline comes first.
  *
  * Any thread may call any operation: a line and the rotation that it causes are one step to all
- * others. The stream that getStream() hands out is outside that protection. No operation calls back
- * into a logger.
+ * other threads. The stream that getStream() returns is not
+ * protected. No operation calls back into a logger.
  */
 class DALNIM_API LogFile : public mem::RefCntObject
 {
@@ -44,11 +49,14 @@ public:
      */
     virtual void setPath(const String& path);
     /**
-     * The stream that lines go to, opened when it is not yet; owned by this object or by whoever
-     * set it. That of a file is a `std::ofstream` without a buffer. Throws sys::system_error when
-     * there is no opening the file: 13 when it may not be created, or what the opening itself fails
-     * with, both of which forget the path; another number, which keeps it, when the check ahead of
-     * the opening fails.
+     * Opens the output if it is not open, and returns its stream, which is owned by this object or by
+     * the caller of setStream(). That of a file is a `std::ofstream` without a buffer, on a descriptor of its
+     * own; it follows a rotation, and its state has no effect on the lines of the log. If no descriptor is
+     * available for it, it is not open, and the next call tries again.
+     *
+     * Throws sys::system_error if the file cannot be opened. If it may not be created (13, `EACCES`) or if
+     * the open itself fails (its `errno`), the path is cleared. Any other number is a failure of the check
+     * before the open; the path is kept.
      */
     virtual std::ostream* getStream() const;
     /**
@@ -67,17 +75,17 @@ public:
     virtual std::size_t getMaxNumberOfFiles() const;
     /** Removes at once what exceeds the number. */
     virtual void setMaxNumberOfFiles(std::size_t number);
-    /** Whether there is a stream in a good state. */
+    /** Returns true if there is a stream in a good state, or a file that the last line was written to. */
     virtual bool is_open() const;
     /** Whether there is a stream, and, with a path, the file is open. */
     virtual bool is_valid() const;
     /** Whether the stream belongs to somebody else. */
     virtual bool is_reserved() const;
     /**
-     * Writes one line, without the trailing white space of `msg`, in one piece, and flushes it;
-     * then rotates the file if it has reached its size. A line that the stream refuses stands on
-     * standard error behind a complaint, and the next one tries the same stream again, also where
-     * the stream raises its failures. Throws what getStream() throws.
+     * Writes one line, without the trailing white space of `msg`, if possible by one system call; then
+     * rotates the file if it has reached its size. A line that the output rejects is written to standard
+     * error after an error message, and the next one tries the same output again, also if a stream throws.
+     * Throws as getStream() does.
      */
     virtual void log(const String& msg);
     /**
@@ -94,47 +102,19 @@ private:
     friend class ForkLock;
     friend class Write;
 
-    /** log() of a line that is trimmed and has its newline. */
+    /** log() of a line that is trimmed and ends in a newline. */
     void logLine(std::string_view line);
-    /** For a logger: puts a text ahead of its lines, as log() would; false when the stream refuses it. */
+    /** For a logger: writes a text before its lines. Returns false if the output rejects it. */
     bool begin(const String& text) const;
-    /** For a logger: opens a file that is not opened yet, as getStream() does, without handing it out. */
+    /** For a logger: opens a file that is not open yet, as getStream() does, without a stream. */
     void open() const;
 
-    // All of these are called with stateSync held.
-    /** Whether `stream`, the present one, has taken `line`. */
-    bool unlockedTake(std::ostream& stream, std::string_view line) const;
-    /** Whether `stream`, which has taken the line, has the size at which the file is switched. */
-    bool hasReachedLimit(std::ostream& stream) const;
-    std::ostream* unlockedGetStream() const;
-    void unlockedOpen() const;
-    void unlockedClose() const;
-    void unlockedGetCurrentPath(String& path, bool deep) const;
-    bool unlockedRevertStream() const;
-    void checkCreatable() const;
-    void countLogFiles();
-    void removeFiles(std::size_t from, std::size_t to);
-    void switchFile();
-    void makeRoom();
-    void shiftFiles();
-    void move(const String& from, const String& to);
-    String oldFile(std::size_t number) const;
-
-    mutable String outputPath;
-    /** Where lines go; null when the file is not opened yet, or there is no output. */
-    mutable std::ostream* outputStream;
-    /** The file that this object opened, which is outputStream then; null otherwise. */
-    mutable std::unique_ptr<AppendFile> ownedOutStream;
-    /** Bytes. */
-    std::size_t maxFileSize;
-    std::size_t maxFiles;
-    /** How many old files exist. */
-    std::size_t numFiles;
-    /** Guards all of the above. Behind Write's lock, never before it. */
+    const std::unique_ptr<LogOutput> output;
+    /** Guards `output`. Acquired after Write's lock, never before it. */
     mt::CriticalSection stateSync;
 };
 
-/** A counted reference to a log file. */
+/** A reference-counting reference to a log file. */
 typedef mem::RcoRef<LogFile> LogFileRef;
 
 }

@@ -137,10 +137,10 @@ private:
     };
 
     /**
-     * A record of a logger that formats as this class does: the line is made ahead of the lock, since
-     * its making reads nothing that the lock guards.
+     * Logs a record if neither format() nor log(const String&) is replaced: formats the line before it
+     * acquires the lock, since the formatting reads nothing that the lock guards.
      */
-    void logAhead(const Module& mod, const Header& rec);
+    void formatAndLog(const Module& mod, const Header& rec);
 
     // Called with stateSync held.
     LogFileRef& getOwnedLogFile();

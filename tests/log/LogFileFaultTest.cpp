@@ -283,16 +283,20 @@ TEST_F(LogFileFaultTest, FullDevice)
 
 TEST_F(LogFileFaultTest, FailedFileRecoversByTheRotationOfStandardErrorsPosition)
 {
-    createFullFile(path);
     open(100);
-    file->log("one");
-    EXPECT_FALSE(exists(old(0)));
-    file->log(String(60, 'x'));
+    file->getStream();
+    {
+        WriteSpy full(path);
+        full.setRoom(0);
+        file->log("one");
+        EXPECT_FALSE(exists(old(0)));
+        file->log(String(60, 'x'));
+    }
     const String rotation = "LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
                             + "LogFile:#:switchFile(): numFiles=0 maxFiles=0\n"
                             + "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0) + "]\n";
     EXPECT_EQ(COMPLAINT + "one\n" + COMPLAINT + String(60, 'x') + "\n" + rotation, err.take());
-    EXPECT_TRUE(std::filesystem::is_symlink(old(0)));
+    EXPECT_EQ("", contentOf(old(0)));
     EXPECT_TRUE(file->is_open());
 
     file->log("recovered");
@@ -316,20 +320,41 @@ private:
 
 TEST_F(LogFileFaultTest, FailedFileRecoversAtOnceWhereStandardErrorHasNoPosition)
 {
-    createFullFile(path);
     open(1000000);
+    file->getStream();
     Unseekable terminal;
     {
         const support::StandardErrorTo captured(&terminal);
+        WriteSpy full(path);
+        full.setRoom(0);
         file->log("one");
         file->log("two");
     }
     EXPECT_THAT(terminal.text, testing::StartsWith(COMPLAINT + "one\nLogFile:"));
-    EXPECT_TRUE(std::filesystem::is_symlink(old(0)));
+    EXPECT_EQ("", contentOf(old(0)));
     EXPECT_EQ("two\n", contentOf(path));
 }
 
-TEST_F(LogFileFaultTest, RefusedLineDoesNotComeBackWhenThereIsRoomAgain)
+TEST_F(LogFileFaultTest, EachLineTriesAFileThatWasFullAgain)
+{
+    file->setPath(path);
+    file->log("one");
+    WriteSpy spy(path);
+    spy.setRoom(0);
+    for (const String& line : {String("two"), String("three")}) {
+        file->log(line);
+        EXPECT_EQ(COMPLAINT + line + "\n", err.take());
+        EXPECT_FALSE(file->is_open());
+    }
+    EXPECT_THAT(spy.takeCalls(), ElementsAre(4u, 6u));
+    spy.setRoom(1000);
+    file->log("four");
+    EXPECT_EQ("", err.take());
+    EXPECT_TRUE(file->is_open());
+    EXPECT_EQ("one\nfour\n", contentOf(path));
+}
+
+TEST_F(LogFileFaultTest, LineAfterACutOneBeginsOnALineOfItsOwn)
 {
     file->setPath(path);
     file->log("one");
@@ -337,13 +362,29 @@ TEST_F(LogFileFaultTest, RefusedLineDoesNotComeBackWhenThereIsRoomAgain)
     spy.setRoom(5);
     file->log("two is cut");
     EXPECT_EQ(COMPLAINT + "two is cut\n", err.take());
-    spy.setRoom(1000);
-    spy.takeCalls();
+    // Not even the newline is accepted, or nothing but the newline, or a part of the line behind it.
     file->log("three");
     EXPECT_EQ(COMPLAINT + "three\n", err.take());
+    spy.setRoom(1);
+    file->log("four");
+    EXPECT_EQ(COMPLAINT + "four\n", err.take());
+    EXPECT_EQ("one\ntwo i\n", contentOf(path));
+    spy.setRoom(2);
+    file->log("five");
+    EXPECT_EQ(COMPLAINT + "five\n", err.take());
+    spy.setRoom(3);
+    file->log("six");
+    EXPECT_EQ(COMPLAINT + "six\n", err.take());
+    spy.setRoom(1000);
+    spy.takeCalls();
+    file->log("seven");
+    EXPECT_EQ("", err.take());
+    EXPECT_THAT(spy.takeCalls(), ElementsAre(7u)) << "newline and line are one call";
+    spy.setPiece(3);
+    file->log("eight");
+    EXPECT_EQ("one\ntwo i\nfi\nsi\nseven\neight\n", contentOf(path));
     file->close();
-    EXPECT_THAT(spy.takeCalls(), ElementsAre());
-    EXPECT_EQ("one\ntwo i", contentOf(path));
+    EXPECT_EQ("one\ntwo i\nfi\nsi\nseven\neight\n", contentOf(path)) << "a rejected line came back";
 }
 
 TEST_F(LogFileFaultTest, ShortWriteThatGoesOnIsNoFailure)

@@ -150,10 +150,7 @@ inline void create(const String& path, const String& content)
     ASSERT_TRUE(file.flush().good()) << path;
 }
 
-/**
- * A link to the device that is always full. A logger that rotates when it should not moves the link,
- * and not the device of this host.
- */
+/** A link to the device that is always full. A logger that rotates by mistake renames the link alone. */
 inline void createFullFile(const String& path)
 {
     std::filesystem::create_symlink("/dev/full", path);

@@ -24,47 +24,62 @@ protected:
     }
 };
 
-TEST_F(LogFileRotationFaultTest, GapInTheNumbersEndsTheRotation)
+TEST_F(LogFileRotationFaultTest, GapInTheNumbersIsFilled)
 {
     create(old(0), "zero");
+    create(old(1), "one");
     create(old(5), "five");
     open(10);
     file->log("0123456789");
-    EXPECT_EQ(
-        "LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
-            + "LogFile:#:switchFile(): numFiles=2 maxFiles=0\n" + "LogFile:#:switchFile(): Moving [" + old(1)
-            + "] to [" + old(2) + "]\n"
-            + "LogFile:#:switchFile(): ERROR: Failed to move old log files: No such file or directory\n",
-        err.take());
-    expectStandardError();
-    EXPECT_EQ("0123456789\n", contentOf(path));
-    EXPECT_EQ("zero", contentOf(old(0)));
+    EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
+                  + "LogFile:#:switchFile(): numFiles=3 maxFiles=0\n" + "LogFile:#:switchFile(): Moving ["
+                  + old(1) + "] to [" + old(2) + "]\n" + "LogFile:#:switchFile(): Moving [" + old(0)
+                  + "] to [" + old(1) + "]\n" + "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0)
+                  + "]\n",
+              err.take());
+    EXPECT_EQ("0123456789\n", contentOf(old(0)));
+    EXPECT_EQ("zero", contentOf(old(1)));
+    EXPECT_EQ("one", contentOf(old(2)));
     EXPECT_EQ("five", contentOf(old(5)));
+    for (int i = 0; i < 3; ++i) {
+        file->log("9876543210");
+    }
+    EXPECT_EQ("one", contentOf(old(5))) << "moved up to the gap";
+    EXPECT_EQ("five", contentOf(old(6))) << "moved up when the gap was closed";
+    EXPECT_EQ("zero", contentOf(old(4)));
+}
 
-    file->log("next");
-    EXPECT_EQ("next\n", err.take());
-    EXPECT_EQ("0123456789\n", contentOf(path));
+TEST_F(LogFileRotationFaultTest, MissingNewestOldFileIsReplacedByTheLiveOne)
+{
+    create(old(1), "one");
+    open(10, 3);
+    file->log("0123456789");
+    EXPECT_EQ("0123456789\n", contentOf(old(0)));
+    EXPECT_EQ("one", contentOf(old(1)));
+    EXPECT_FALSE(exists(old(2)));
+    EXPECT_TRUE(file->is_open());
 }
 
 TEST_F(LogFileRotationFaultTest, PathSetAgainAfterAFailedRotation)
 {
-    create(old(5), "");
     open(10);
+    file->log("one");
+    std::filesystem::remove(path);
     file->log("0123456789");
     expectReverted("Failed to move old log files: No such file or directory");
-    std::filesystem::remove(old(5));
     file->setPath(path);
-    file->log("back");
-    EXPECT_EQ("0123456789\nback\n", contentOf(old(0)));
+    file->log("back again");
+    EXPECT_EQ("back again\n", contentOf(old(0)));
 }
 
-TEST_F(LogFileRotationFaultTest, DirectoryInThePlaceOfTheNewestOldFile)
+TEST_F(LogFileRotationFaultTest, DirectoryInThePlaceOfTheNewestOldFileIsShifted)
 {
     open(10);
     createFullDirectory(old(0));
     file->log("0123456789");
-    expectReverted("Failed to move old log files: Is a directory");
-    EXPECT_EQ("0123456789\n", contentOf(path));
+    EXPECT_EQ("0123456789\n", contentOf(old(0)));
+    EXPECT_TRUE(exists(old(1) + "/inside"));
+    EXPECT_TRUE(file->is_open());
 }
 
 TEST_F(LogFileRotationFaultTest, OldFileTurnedIntoADirectoryBetweenRotationsIsShifted)
@@ -109,7 +124,7 @@ TEST_F(LogFileRotationFaultTest, OldestThatIsGoneIsOnlyTraced)
     EXPECT_TRUE(file->is_open());
 }
 
-TEST_F(LogFileRotationFaultTest, OldestThatCanNeitherBeDeletedNorReplaced)
+TEST_F(LogFileRotationFaultTest, OldestThatCannotBeDeletedMovesUp)
 {
     create(old(0), "zero");
     createFullDirectory(old(1));
@@ -118,13 +133,14 @@ TEST_F(LogFileRotationFaultTest, OldestThatCanNeitherBeDeletedNorReplaced)
     EXPECT_EQ("LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
                   + "LogFile:#:switchFile(): numFiles=2 maxFiles=2\n" + "LogFile:#:switchFile(): Removing ["
                   + old(1) + "]\n" + "LogFile:#:switchFile(): Failed to remove [" + old(1)
-                  + "]: Directory not empty\n" + "LogFile:#:switchFile(): Moving [" + old(0) + "] to ["
-                  + old(1) + "]\n"
-                  + "LogFile:#:switchFile(): ERROR: Failed to move old log files: Is a directory\n",
+                  + "]: Directory not empty\n" + "LogFile:#:switchFile(): Moving [" + old(1) + "] to ["
+                  + old(2) + "]\n" + "LogFile:#:switchFile(): Moving [" + old(0) + "] to [" + old(1) + "]\n"
+                  + "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0) + "]\n",
               err.take());
-    expectStandardError();
-    EXPECT_EQ("0123456789\n", contentOf(path));
-    EXPECT_EQ("zero", contentOf(old(0)));
+    EXPECT_EQ("0123456789\n", contentOf(old(0)));
+    EXPECT_EQ("zero", contentOf(old(1)));
+    EXPECT_TRUE(exists(old(2) + "/inside"));
+    EXPECT_TRUE(file->is_open());
 }
 
 TEST_F(LogFileRotationFaultTest, DirectoryRemovedWhileTheFileIsOpen)

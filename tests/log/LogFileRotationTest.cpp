@@ -429,7 +429,7 @@ TEST_F(LogFileSizeTest, AFileOfItsOwnRotatesAtTheLineThatReachesTheLimit)
 
 TEST_F(LogFileSizeTest, WhatStoodInTheFileCounts)
 {
-    create(path, String(102000, 'y'));
+    create(path, String(101999, 'y') + '\n');
     open(LIMIT);
     logLines(3);
     EXPECT_FALSE(rotated());
@@ -439,7 +439,7 @@ TEST_F(LogFileSizeTest, WhatStoodInTheFileCounts)
 
 TEST_F(LogFileSizeTest, AFileThatStoodAboveTheLimitRotatesBehindItsFirstLine)
 {
-    create(path, String(200000, 'y'));
+    create(path, String(199999, 'y') + '\n');
     open(LIMIT);
     logLines(1);
     EXPECT_EQ(200100, std::filesystem::file_size(old(0)));

@@ -245,21 +245,18 @@ TEST_F(LogPipeTest, WithoutAReaderTheLinesSurviveOnStandardError)
     ::signal(SIGPIPE, before);
 }
 
-// ---- descriptors ----------------------------------------------------------------------------
-
-/** A pipe has no position, and what cannot be told counts as very large: the next file is a plain one. */
-TEST_F(LogPipeTest, WithALimitIsMovedAwayBehindItsFirstLine)
+TEST_F(LogPipeTest, WithASizeLimitIsNeverRenamed)
 {
-    file->setMaxFileSize(1000000);
-    file->log("one");
-    char bytes[16] = {};
-    EXPECT_EQ(4, ::read(reader, bytes, sizeof bytes));
-    EXPECT_STREQ("one\n", bytes);
-    EXPECT_TRUE(std::filesystem::is_fifo(old(0)));
-    EXPECT_TRUE(std::filesystem::is_regular_file(path));
-    file->log("two");
-    EXPECT_EQ("two\n", contentOf(path));
+    file->setMaxFileSize(1);
+    for (const String& line : {String("one\n"), String("two\n")}) {
+        file->log(line);
+        EXPECT_EQ(line, readAll(reader));
+    }
+    EXPECT_THAT(namesIn(folder.path()), testing::ElementsAre("server.log"));
+    EXPECT_EQ("", err.take());
 }
+
+// ---- descriptors ----------------------------------------------------------------------------
 
 TEST_F(LogOutsideTest, AProgramThatIsStartedHasNoneOfTheFiles)
 {
@@ -275,6 +272,8 @@ TEST_F(LogOutsideTest, AProgramThatIsStartedHasNoneOfTheFiles)
     ::close(inherited);
 
     file->log("short");
+    EXPECT_THAT(openFilesOfAChild(), testing::Not(HasSubstr(path)));
+    file->getStream();
     EXPECT_THAT(openFilesOfAChild(), testing::Not(HasSubstr(path)));
     file->log("it rotates");
     EXPECT_TRUE(exists(old(0)));

@@ -10,10 +10,12 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -159,11 +161,77 @@ int forkWhileOthersLog()
     _exit(0);
 }
 
+/** With standard error closed: a file of the program's gets its number. */
+void logAfterAFileGotTheNumberOfStandardError(const char* path)
+{
+    if (open(path, O_WRONLY | O_CREAT | O_APPEND, 0600) != STDERR_FILENO
+        || write(STDERR_FILENO, "data\n", 5) != 5) {
+        _exit(1);
+    }
+    for (int i = 0; i < 2; ++i) {
+        try {
+            NIM_LOG(Severity_ERROR) << "for nobody";
+        } catch (const std::exception&) {
+            // There is no output.
+        }
+    }
+    log::Write logger;
+    log::Module module("own", logger);
+    NIM_LOG_TO(module, Severity_ERROR) << "for nobody";
+    logger.setStream(std::cerr);
+    NIM_LOG_TO(module, Severity_ERROR) << "for nobody";
+}
+
+/** With standard error closed: the program opens it, and says so. */
+void logAfterStandardErrorIsNamed(const char* path)
+{
+    log::Write logger;
+    log::Module module("own", logger);
+    if (open(path, O_WRONLY | O_CREAT | O_APPEND, 0600) != STDERR_FILENO) {
+        _exit(1);
+    }
+    NIM_LOG_TO(module, Severity_ERROR) << "before";
+    logger.setStream("STDERR");
+    NIM_LOG_TO(module, Severity_ERROR) << "named";
+}
+
+/** With all standard descriptors closed: tells in the log which of them the log has opened. */
+void logLowDescriptors(const char* path)
+{
+    log::Write logger;
+    log::Module module("own", logger);
+    logger.setPath(path);
+    logger.setMaxFileSize(1);
+    for (int i = 0; i < 3; ++i) {
+        logger.getStream();
+        String opened;
+        for (const int number : {0, 1, 2}) {
+            opened += fcntl(number, F_GETFD) == -1 ? String() : std::to_string(number);
+        }
+        if (i == 2) {
+            logger.setMaxFileSize(0);
+        }
+        NIM_LOG_TO(module, Severity_ERROR) << (opened.empty() ? "none" : opened);
+    }
+}
+
 }
 
 int main(int argc, char** argv)
 {
     const String what = argc > 1 ? argv[1] : "";
+    if (argc > 2 && what == "closed-stderr") {
+        logAfterAFileGotTheNumberOfStandardError(argv[2]);
+        return 0;
+    }
+    if (argc > 2 && what == "reopened-stderr") {
+        logAfterStandardErrorIsNamed(argv[2]);
+        return 0;
+    }
+    if (argc > 2 && what == "low-descriptors") {
+        logLowDescriptors(argv[2]);
+        return 0;
+    }
     if (argc > 2) {
         control().setPath(argv[2]);
     }

@@ -62,24 +62,6 @@ inline String wholeLog(const String& path)
     return exists(path) ? text + contentOf(path) : text;
 }
 
-/**
- * Gives the old files numbers without a gap again, in the same order: what is to be done behind a
- * rotation that was cut short. True if there was one.
- */
-inline bool closeGaps(const String& path)
-{
-    std::vector<unsigned long> numbers = oldNumbers(path);
-    std::reverse(numbers.begin(), numbers.end());
-    bool closed = false;
-    for (std::size_t i = 0; i < numbers.size(); ++i) {
-        if (numbers[i] != i) {
-            std::filesystem::rename(path + '.' + std::to_string(numbers[i]), path + '.' + std::to_string(i));
-            closed = true;
-        }
-    }
-    return closed;
-}
-
 /** Calls `visit` for each line up to the first failure; a rest without a newline is one. */
 template <class Visit>
 void forEachLine(std::string_view text, Visit visit)

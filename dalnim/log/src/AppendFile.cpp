@@ -2,9 +2,16 @@
 
 #include <dalnim/log/src/AppendFile.hpp>
 
+#include <array>
 #include <cerrno>
+#include <climits>
+#include <ctime>
 #include <ext/stdio_filebuf.h>
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace com::kor::dal::nim::log {
@@ -13,76 +20,203 @@ namespace {
 
 constexpr mode_t FILE_MODE = 0666;
 
-/** Unbuffered: the bytes of a write that failed do not come back when the file is closed. */
-constexpr std::size_t BUFFER_SIZE = 1;
+/** Of a stream that is handed out: unbuffered, so that bytes that were rejected do not come back later. */
+constexpr std::size_t STREAM_BUFFER_SIZE = 1;
 
-/** How much of a size limit may be filled before the kernel is asked again what the file has. */
+/** The part of a size limit that may be filled before the kernel is asked again for the size of the file. */
 constexpr std::size_t PARTS_OF_LIMIT = 1024;
 
-}
+/** The first descriptor that no standard stream has. */
+constexpr int FIRST_DESCRIPTOR = STDERR_FILENO + 1;
 
-int AppendFile::descriptor()
+/** A descriptor that is closed at the end of its scope. */
+class Descriptor
 {
-    // The library shows it for a buffer of its own kind only; the member is the same in all.
-    struct Member : std::filebuf
+public:
+    explicit Descriptor(int opened) noexcept : number(opened) {}
+    ~Descriptor()
     {
-        static int of(std::filebuf& buffer)
-        {
-            return buffer.is_open() ? (buffer.*&Member::_M_file).fd() : -1;
+        if (number != -1) {
+            ::close(number);
         }
-    };
-    return Member::of(*rdbuf());
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int get() const noexcept
+    {
+        return number;
+    }
+    int release() noexcept
+    {
+        const int released = number;
+        number = -1;
+        return released;
+    }
+
+private:
+    int number;
+};
+
+int duplicate(int descriptor) noexcept
+{
+    return ::fcntl(descriptor, F_DUPFD_CLOEXEC, FIRST_DESCRIPTOR);
 }
 
-void AppendFile::openAtEnd(const String& path)
+/** Returns true if the path leads to a pipe. Leaves `errno` as it is. */
+bool isPipe(const String& path) noexcept
 {
+    const int error = errno;
+    struct stat status;
+    const bool isFifo = ::stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+    errno = error;
+    return isFifo;
+}
+
+/** Opens a file for appending, at FIRST_DESCRIPTOR or above. Returns -1, with the cause in `errno`. */
+int openToAppend(const String& path) noexcept
+{
+    int opened = -1;
+    do {
+        opened = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, FILE_MODE);
+        // The opening of a pipe waits for a reader, and a signal must not end that.
+    } while (opened == -1 && errno == EINTR && isPipe(path));
+    if (opened == -1 || opened >= FIRST_DESCRIPTOR) {
+        return opened;
+    }
+    const Descriptor standard(opened);
+    return duplicate(standard.get());
+}
+
+/** Returns true if the path is, or leads to, a symbolic link of /proc, which stands for a descriptor. */
+bool isDescriptorLink(String path)
+{
+    constexpr int MOST_LINKS = 40;
+    struct stat status;
+    for (int i = 0; i < MOST_LINKS && ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode); ++i) {
+        const String directory = path.substr(0, path.rfind('/') + 1);
+        struct statfs system;
+        if (::statfs((directory + '.').c_str(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC) {
+            return true;
+        }
+        std::array<char, PATH_MAX> target;
+        const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+        if (length <= 0) {
+            return false;
+        }
+        const String next(target.data(), static_cast<std::size_t>(length));
+        path = next[0] == '/' ? next : directory + next;
+    }
+    return false;
+}
+
+/** Reads the last byte of a file. Returns a newline if there is none, or if the file may not be read. */
+char lastByte(const String& path, const struct stat& file) noexcept
+{
+    const Descriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    struct stat status;
+    char byte = '\n';
+    const bool isRead = reader.get() != -1 && ::fstat(reader.get(), &status) == 0
+                        && status.st_ino == file.st_ino && status.st_dev == file.st_dev && status.st_size > 0
+                        && ::pread(reader.get(), &byte, 1, status.st_size - 1) == 1;
+    return isRead ? byte : '\n';
+}
+
+/** Returns true if a regular file ends inside a line, other than one that is just being written. */
+bool isCut(const String& path, const struct stat& file) noexcept
+{
+    constexpr timespec A_WRITE = {0, 1000000};
+    return file.st_size > 0 && lastByte(path, file) != '\n'
+           && (::nanosleep(&A_WRITE, nullptr), lastByte(path, file) != '\n');
+}
+
+}
+
+AppendFile::~AppendFile()
+{
+    close();
+}
+
+int AppendFile::open(const String& path)
+{
+    Descriptor opened(openToAppend(path));
+    struct stat status;
+    if (opened.get() == -1 || ::fstat(opened.get(), &status) == -1) {
+        return errno;
+    }
+    const bool isRegular = S_ISREG(status.st_mode);
+    rotatable = isRegular && !isDescriptorLink(path);
+    endsInsideLine = isRegular && isCut(path, status);
+    hasFailed = false;
     positionKnown = false;
-    // std::ofstream::open cannot ask for O_CLOEXEC, so the descriptor is opened here and given to the
-    // stream's own buffer, which from then on is the same as if it had opened the file itself.
-    const int opened = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, FILE_MODE);
-    if (opened == -1) {
-        setstate(std::ios_base::failbit);
-        return;
+    exclusive = handedOut == nullptr;
+    descriptor = opened.release();
+    if (handedOut != nullptr) {
+        attachStream();
     }
-    __gnu_cxx::stdio_filebuf<char> buffer(opened, std::ios_base::out | std::ios_base::app, BUFFER_SIZE);
-    if (!buffer.is_open()) {
-        const int error = errno;
-        ::close(opened);
-        errno = error;
-        setstate(std::ios_base::failbit);
-        return;
-    }
-    *rdbuf() = std::move(static_cast<std::filebuf&>(buffer));
-    clear();
+    return 0;
 }
 
-bool AppendFile::append(std::string_view text)
+void AppendFile::close() noexcept
 {
-    if (!good()) {
-        return false;
+    if (handedOut != nullptr) {
+        handedOut->rdbuf()->close();
     }
-    const int file = descriptor();
+    if (isOpen()) {
+        ::close(descriptor);
+        descriptor = NONE;
+    }
+}
+
+bool AppendFile::append(std::string_view line) noexcept
+{
+    const bool isWritten = endsInsideLine ? writeAfterNewline(line) : write(line);
+    hasFailed = !isWritten;
+    return isWritten;
+}
+
+bool AppendFile::write(std::string_view text) noexcept
+{
     while (!text.empty()) {
-        const ssize_t written = ::write(file, text.data(), text.size());
+        const ssize_t written = ::write(descriptor, text.data(), text.size());
         if (written > 0) {
-            text.remove_prefix(static_cast<std::size_t>(written));
-            appended += static_cast<std::size_t>(written);
+            const auto count = static_cast<std::size_t>(written);
+            appended += count;
+            endsInsideLine = text[count - 1] != '\n';
+            text.remove_prefix(count);
         } else if (written == 0 || errno != EINTR) {
-            setstate(std::ios_base::badbit);
             return false;
         }
     }
     return true;
 }
 
-bool AppendFile::hasReached(std::size_t size)
+bool AppendFile::writeAfterNewline(std::string_view line) noexcept
+{
+    char newline = '\n';
+    // writev() does not write to its pieces.
+    const std::array<iovec, 2> pieces = {{{&newline, 1}, {const_cast<char*>(line.data()), line.size()}}};
+    ssize_t written = -1;
+    do {
+        written = ::writev(descriptor, pieces.data(), pieces.size());
+    } while (written == -1 && errno == EINTR);
+    if (written < 1) {
+        return false;
+    }
+    const std::size_t count = static_cast<std::size_t>(written) - 1;
+    appended += count + 1;
+    endsInsideLine = count != 0 && line[count - 1] != '\n';
+    return write(line.substr(count));
+}
+
+bool AppendFile::hasReached(std::size_t size) noexcept
 {
     if (positionKnown && exclusive && appended <= size / PARTS_OF_LIMIT && position + appended < size) {
         return false;
     }
-    const off_t asked = ::lseek(descriptor(), 0, SEEK_CUR);
+    const off_t asked = ::lseek(descriptor, 0, SEEK_CUR);
     if (asked == -1) {
-        // A position that cannot be told counts as very large.
+        // A position that is unknown counts as very large.
         positionKnown = false;
         return true;
     }
@@ -93,6 +227,42 @@ bool AppendFile::hasReached(std::size_t size)
     position = static_cast<std::size_t>(asked);
     appended = 0;
     return position >= size;
+}
+
+std::ofstream& AppendFile::stream()
+{
+    if (handedOut == nullptr) {
+        handedOut = std::make_unique<std::ofstream>();
+    }
+    exclusive = false;
+    if (isOpen() && !handedOut->is_open()) {
+        attachStream();
+    }
+    if (endsInsideLine) {
+        write("\n");
+    }
+    return *handedOut;
+}
+
+void AppendFile::attachStream()
+{
+    // std::ofstream::open() cannot ask for O_CLOEXEC, and the path may lead to another file by now.
+    Descriptor copy(duplicate(descriptor));
+    if (copy.get() != -1) {
+        __gnu_cxx::stdio_filebuf<char> buffer(copy.get(), std::ios_base::out | std::ios_base::app,
+                                              STREAM_BUFFER_SIZE);
+        if (buffer.is_open()) {
+            copy.release();
+            *handedOut->rdbuf() = std::move(static_cast<std::filebuf&>(buffer));
+            handedOut->clear();
+            return;
+        }
+    }
+    try {
+        handedOut->setstate(std::ios_base::failbit);
+    } catch (const std::ios_base::failure&) {
+        // The owner of the stream may have asked for exceptions; the log goes on without it.
+    }
 }
 
 }

@@ -5,55 +5,98 @@
 
 #include <cstddef>
 #include <fstream>
+#include <memory>
 #include <string_view>
 
 namespace com::kor::dal::nim::log {
 
 /**
- * A file stream that writes at the end of a file, whoever else may write there. It has no buffer: what
- * is inserted is with the kernel, or refused, when the call returns.
+ * A file that lines are appended to, even if other processes append to it as well. There is no buffer: a
+ * line has been written, or rejected, when append() returns.
+ *
+ * A line begins at the beginning of a line: if the file ends inside one, because a process was killed or a
+ * write was cut short, a newline comes first.
+ *
+ * The descriptor is never 0, 1 or 2, and is closed in programs that the process starts. One thread at a time
+ * uses an object.
  */
-class AppendFile : public std::ofstream
+class AppendFile
 {
 public:
     AppendFile() = default;
+    ~AppendFile();
+
+    AppendFile(const AppendFile&) = delete;
+    AppendFile& operator=(const AppendFile&) = delete;
 
     /**
-     * Opens the closed stream on a file, which is created when it is missing and never truncated. The
-     * descriptor is not inherited by the programs that the process starts. On failure the stream's
-     * failbit is set and `errno` tells the cause.
+     * Opens a file, which is created if it is missing and never truncated. Returns 0, or the error number if
+     * it cannot be opened. The object must be closed.
      */
-    void openAtEnd(const String& path);
-
-    /**
-     * Writes a text by one call of the kernel, as if it were inserted and flushed. False when the
-     * stream is not good, or not any more.
-     */
-    bool append(std::string_view text);
-
-    /**
-     * Whether the end of the last write stood at `size` or behind it. As long as all bytes of the file
-     * were its own, the stream keeps count, and asks the kernel only when the count has come that far,
-     * or has gone on by a thousandth of `size`: what others append is seen that late the first time,
-     * and at each call from then on.
-     */
-    bool hasReached(std::size_t size);
-
-    /** Others have the stream, and may insert into it: its own count of the bytes is off. */
-    void share() noexcept
+    int open(const String& path);
+    void close() noexcept;
+    bool isOpen() const noexcept
     {
-        exclusive = false;
+        return descriptor != NONE;
+    }
+    /** Returns true if the last line was written; true as well before the first one. */
+    bool isGood() const noexcept
+    {
+        return isOpen() && !hasFailed;
+    }
+    /**
+     * Returns true if the file may be renamed: a regular file, also at the end of links. Pipes, devices and
+     * the links of /proc, such as /dev/stdout, may not.
+     */
+    bool isRotatable() const noexcept
+    {
+        return rotatable;
     }
 
-private:
-    int descriptor();
+    /**
+     * Writes a line that ends in a newline, if possible by one system call. Returns false, with the cause in
+     * `errno`, if the file rejects it; a part may have been written. The next line tries again.
+     */
+    bool append(std::string_view line) noexcept;
 
+    /**
+     * Returns true if the last write ended at `size` or after it, or if the position is unknown.
+     *
+     * The object counts the bytes that it writes, and asks the kernel only if the count has reached `size` or
+     * has grown by a thousandth of it. Appends by others are therefore seen that late the first time, and
+     * immediately after that.
+     */
+    bool hasReached(std::size_t size) noexcept;
+
+    /**
+     * Returns a stream on the file, without a buffer, owned by this object. It has a descriptor of its own
+     * and follows the object to the next file. If no descriptor is available, the stream is not open; the
+     * next call tries again. Throws `std::bad_alloc`.
+     */
+    std::ofstream& stream();
+
+private:
+    static constexpr int NONE = -1;
+
+    bool write(std::string_view text) noexcept;
+    bool writeAfterNewline(std::string_view line) noexcept;
+    void attachStream();
+
+    int descriptor = NONE;
+    bool rotatable = false;
+    /** Whether the file ends inside a line. */
+    bool endsInsideLine = false;
+    bool hasFailed = false;
     /** Whether `position` was asked for since the file was opened. */
     bool positionKnown = false;
-    std::size_t position = 0;
-    /** By append(), since then. */
-    std::size_t appended = 0;
+    /** Whether all bytes after `position` are this object's. */
     bool exclusive = true;
+    /** Bytes. */
+    std::size_t position = 0;
+    /** Bytes that were written since then. */
+    std::size_t appended = 0;
+    /** What stream() returns; null until then. */
+    std::unique_ptr<std::ofstream> handedOut;
 };
 
 }

@@ -2,8 +2,8 @@
 #define DALNIM_LOG_SRC_FILETRACE_HPP
 
 #include <dalnim/log/src/LineText.hpp>
+#include <dalnim/log/src/StreamOutput.hpp>
 
-#include <exception>
 #include <iostream>
 #include <new>
 #include <string_view>
@@ -11,38 +11,32 @@
 
 namespace com::kor::dal::nim::log {
 
-/** The diagnostics of log files on standard error, each in one piece. */
+/** The diagnostics of log files on standard error, each written in one piece. */
 class FileTrace
 {
 public:
     FileTrace() = delete;
 
     /**
-     * Tells `parts`, texts and numbers, of a function at a line. No failure leaves it: what it tells of
-     * goes on, also where standard error raises its failures, or there is no memory for a trace of more
-     * than the usual length, which then comes in several pieces.
+     * Writes one trace line built from `parts` (strings and integers). No failure reaches the caller. If
+     * memory runs out for a trace of more than the usual length, it is written in several pieces.
      */
     template <class... Parts>
-    static void tell(unsigned int line, const char* function, const Parts&... parts)
+    static void print(unsigned int line, const char* function, const Parts&... parts)
     {
-        tellParts("LogFile:", line, ":", function, "(): ", parts..., "\n");
+        printParts("LogFile:", line, ":", function, "(): ", parts..., "\n");
     }
 
 private:
     template <class... Parts>
-    static void tellParts(const Parts&... parts)
+    static void printParts(const Parts&... parts)
     {
         try {
-            try {
-                LineText message;
-                (append(message, parts), ...);
-                write(message.view());
-            } catch (const std::bad_alloc&) {
-                (writePart(parts), ...);
-            }
-            std::cerr.flush();
-        } catch (const std::exception&) {
-            // There is no output that this one could be told on.
+            LineText message;
+            (append(message, parts), ...);
+            write(message.view());
+        } catch (const std::bad_alloc&) {
+            (writePart(parts), ...);
         }
     }
 
@@ -69,7 +63,7 @@ private:
 
     static void write(std::string_view text)
     {
-        std::cerr.write(text.data(), static_cast<std::streamsize>(text.size()));
+        StreamOutput::write(std::cerr, text);
     }
 };
 

@@ -5,10 +5,12 @@
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/CurrentPrefix.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
 #include <dalnim/log/src/RecordQueue.hpp>
+#include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 
@@ -63,7 +65,11 @@ void Log::log(const Module& mod, const Header& rec, bool force)
         return;
     }
     const QueueHolder holder;
-    log(format(mod, rec).append(rec.text()));
+    String record = format(mod, rec);
+    const std::size_t prefixLength = record.size();
+    record.append(rec.text());
+    const CurrentPrefix prefix(std::string_view(record).substr(0, prefixLength));
+    log(record);
 }
 
 String Log::format(const Module& mod, const Header& rec)
@@ -75,14 +81,21 @@ String Log::format(const Module& mod, const Header& rec)
 
 void Log::log(const String& msg)
 {
-    const std::size_t length = trimmedLength(msg);
+    LineText line;
+    line.append(msg);
+    endLine(line, CurrentPrefix::lengthIn(msg));
     auto* const stream = dynamic_cast<std::ostream*>(getStream());
-    if (stream != nullptr && !!*stream) {
-        stream->write(msg.data(), static_cast<std::streamsize>(length)) << std::endl;
-        return;
+    bool isWritten = false;
+    if (stream != nullptr && StreamOutput::isDirect(*stream)) {
+        isWritten = StreamOutput::write(*stream, line.view());
+    } else if (stream != nullptr && !!*stream) {
+        // An exception that the stream throws reaches the statement; the record may have been written.
+        stream->write(line.view().data(), static_cast<std::streamsize>(line.view().size())).flush();
+        isWritten = true;
     }
-    std::cerr << STREAM_COMPLAINT << std::endl;
-    std::cerr.write(msg.data(), static_cast<std::streamsize>(length)) << std::endl;
+    if (!isWritten) {
+        StreamOutput::writeToFallback(line.view());
+    }
 }
 
 void Log::switchFile() {}

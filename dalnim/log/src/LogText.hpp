@@ -18,29 +18,20 @@ std::string_view severityText(Severity severity);
 /** The length of TERMINATOR, without a look at it. */
 constexpr std::size_t TERMINATOR_LENGTH = 3;
 
-/**
- * The length of a record without its trailing white space. A record without a text is its prefix, and
- * keeps the blank that ends it.
- */
-inline std::size_t trimmedLength(std::string_view msg)
+/** Returns the length of `msg` without its trailing white space, but never less than that of its prefix. */
+inline std::size_t trimmedLength(std::string_view msg, std::size_t prefixLength)
 {
     std::size_t length = msg.size();
-    while (length > 0 && std::isspace(static_cast<unsigned char>(msg[length - 1]))) {
+    while (length > prefixLength && std::isspace(static_cast<unsigned char>(msg[length - 1]))) {
         --length;
-    }
-    const std::size_t end = length + 1;
-    if (end >= TERMINATOR_LENGTH
-        && msg.compare(end - TERMINATOR_LENGTH, TERMINATOR_LENGTH, TERMINATOR, TERMINATOR_LENGTH) == 0
-        && msg.find(TERMINATOR) == end - TERMINATOR_LENGTH) {
-        return end;
     }
     return length;
 }
 
-/** Takes the trailing white space off a line and puts a newline in its place. */
-inline void endLine(LineText& line)
+/** Replaces the trailing white space of a line, as trimmedLength() has it, by a newline. */
+inline void endLine(LineText& line, std::size_t prefixLength)
 {
-    line.cut(trimmedLength(line.view()));
+    line.cut(trimmedLength(line.view(), prefixLength));
     line.append('\n');
 }
 

@@ -6,6 +6,7 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/CurrentPrefix.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
@@ -17,6 +18,7 @@
 #include <ctime>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <typeinfo>
 
 namespace com::kor::dal::nim::log {
@@ -24,6 +26,16 @@ namespace com::kor::dal::nim::log {
 namespace {
 
 constexpr char CONFIGURATION[] = "Log Configuration:";
+
+/** Formats a record as a line. Exceptions of appendPrefix() propagate. */
+void appendRecord(LineText& line, unsigned int outputMask, const Module& mod, const Header& rec,
+                  std::string_view text)
+{
+    appendPrefix(line, outputMask, mod, rec);
+    const std::size_t prefixLength = line.view().size();
+    line.append(text);
+    endLine(line, prefixLength);
+}
 
 }
 
@@ -51,23 +63,25 @@ void Write::log(const Module& mod, const Header& rec, bool force)
         return;
     }
     if (typeid(*this) == typeid(Write)) {
-        logAhead(mod, rec);
+        formatAndLog(mod, rec);
         return;
     }
-    // What a subclass has replaced finds the lock held.
+    // The operations that a subclass may replace are called with the lock held.
     const StateHolder holder(stateSync.acquire());
     if (!streamHeaderDone) {
         streamHeader();
     }
-    log(format(mod, rec).append(rec.text()));
+    String record = format(mod, rec);
+    const std::size_t prefixLength = record.size();
+    record.append(rec.text());
+    const CurrentPrefix prefix(std::string_view(record).substr(0, prefixLength));
+    log(record);
 }
 
-void Write::logAhead(const Module& mod, const Header& rec)
+void Write::formatAndLog(const Module& mod, const Header& rec)
 {
     LineText line;
-    appendPrefix(line, getOutputMask(), mod, rec);
-    line.append(rec.text());
-    endLine(line);
+    appendRecord(line, getOutputMask(), mod, rec, rec.text());
 
     const StateHolder holder(stateSync.acquire());
     if (!streamHeaderDone) {

@@ -6,6 +6,7 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 
 #include <algorithm>
@@ -159,6 +160,7 @@ void Write::setStream(const String& stream)
         shared = cimomLogFile();
     } else {
         output = standardStream(stream).addr;
+        StreamOutput::trust(*output);
     }
     StateHolder holder(stateSync.acquire());
     String oldPath;

@@ -50,6 +50,13 @@ FAULTS_INTERPOSED int rename(const char* from, const char* to) noexcept
     return fails(Call::RENAME) ? -1 : next(from, to);
 }
 
+FAULTS_INTERPOSED int renameat2(int fromDirectory, const char* from, int toDirectory, const char* to,
+                                unsigned int flags) noexcept
+{
+    FAULTS_NEXT(renameat2);
+    return fails(Call::RENAME) ? -1 : next(fromDirectory, from, toDirectory, to, flags);
+}
+
 FAULTS_INTERPOSED int remove(const char* path) noexcept
 {
     FAULTS_NEXT(remove);

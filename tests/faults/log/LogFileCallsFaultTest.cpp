@@ -20,6 +20,10 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 using namespace logfiletest;
@@ -27,6 +31,9 @@ using com::kor::dal::nim::sys::system_error;
 using faults::Call;
 using faults::Fault;
 using testing::HasSubstr;
+
+/** That of standard error, before a test replaces it. */
+std::streambuf* const ownBuffer = std::cerr.rdbuf();
 
 class LogFileCallsFault : public LogFileFixture
 {
@@ -100,17 +107,14 @@ TEST_F(LogFileCallsFault, ALineThatIsNotTakenSurvivesOnStandardError)
         file->log("one");
         EXPECT_EQ("", failureOf(Call::WRITE, error, "two"));
         EXPECT_EQ(COMPLAINT + "two\n", err.take());
-        // The stream has failed, and each line tells.
-        logNext("three");
-        EXPECT_EQ(COMPLAINT + "three\n", err.take());
         EXPECT_EQ(path, file->getPath());
         EXPECT_FALSE(file->is_open());
         EXPECT_EQ("one\n", contentOf(path));
-        // Set anew, it is as good as before.
-        file->setPath(path);
-        logNext("four");
+        // The next one tries the file again.
+        logNext("three");
         EXPECT_EQ("", err.take());
-        EXPECT_EQ("one\nfour\n", contentOf(path));
+        EXPECT_TRUE(file->is_open());
+        EXPECT_EQ("one\nthree\n", contentOf(path));
     }
 }
 
@@ -221,6 +225,92 @@ TEST_F(RotationCallsFault, AFileThatWillNotOpenAnewIsTold)
     }
 }
 
+TEST_F(RotationCallsFault, FileThatCannotBeOpenedForAMomentIsTriedAgain)
+{
+    for (const int error : {EMFILE, ENFILE, ENOMEM, EINTR}) {
+        prepare();
+        Fault fault(Call::OPEN, error, 1, 3);
+        EXPECT_EQ("", faults::failureUnder(fault, [&] { file->log("0123456789"); }));
+        EXPECT_EQ(3u, fault.failed());
+        EXPECT_THAT(err.take(), testing::Not(HasSubstr("ERROR")));
+        EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
+        logNext("next");
+        EXPECT_EQ("next\n", contentOf(path));
+    }
+}
+
+TEST_F(RotationCallsFault, FileThatCannotBeOpenedForAnotherReasonIsNotTriedAgain)
+{
+    for (const int error : {EACCES, ENOSPC, EIO}) {
+        prepare();
+        Fault fault(Call::OPEN, error, 1, 3);
+        EXPECT_EQ("", faults::failureUnder(fault, [&] { file->log("0123456789"); }));
+        EXPECT_EQ(1u, fault.failed());
+        expectStandardError();
+    }
+}
+
+/** What file systems and kernels answer that cannot rename without replacing. */
+TEST_F(RotationCallsFault, FilesAreLinkedAndUnlinkedWhereTheyCannotBeRenamedWithoutReplacing)
+{
+    for (const int error : {EINVAL, ENOSYS, EPERM}) {
+        prepare();
+        EXPECT_EQ("", failureOf(Call::RENAME, error, "0123456789"));
+        EXPECT_THAT(err.take(), testing::Not(HasSubstr("ERROR")));
+        EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
+        EXPECT_EQ("zero\n", contentOf(old(1)));
+        EXPECT_EQ("minus one\n", contentOf(old(2)));
+        EXPECT_EQ((std::vector<String>{"server.log", "server.log.0", "server.log.1", "server.log.2"}),
+                  namesIn(folder.path()));
+    }
+}
+
+/** Each file that a move by two names has left, and the live one. */
+TEST_F(RotationCallsFault, MoveThatWasCutShortIsCompletedByTheNextRotation)
+{
+    for (int named = 0; named <= 2; ++named) {
+        prepare();
+        const String from = named == 0 ? path : old(static_cast<std::size_t>(named) - 1);
+        std::filesystem::remove(old(2));
+        if (named == 1) {
+            std::filesystem::rename(old(1), old(2));
+        } else if (named == 0) {
+            std::filesystem::rename(old(1), old(2));
+            std::filesystem::rename(old(0), old(1));
+        }
+        std::filesystem::create_hard_link(from, old(static_cast<std::size_t>(named)));
+        file->setPath(path);
+        file->log("0123456789");
+        EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
+        EXPECT_EQ("minus one\nzero\n", contentOf(old(2)) + contentOf(old(1))) << named;
+        EXPECT_EQ(4u, namesIn(folder.path()).size());
+        EXPECT_EQ(1u, std::filesystem::hard_link_count(old(0)));
+    }
+}
+
+TEST_F(RotationCallsFault, OldFilesInADirectoryThatCannotBeReadAreKept)
+{
+    for (const int error : {EACCES, EMFILE, EIO}) {
+        prepare();
+        {
+            const Fault fault(Call::OPENDIR, error);
+            file->setPath(path);
+        }
+        EXPECT_EQ("LogFile:#:countLogFiles(): Failed to read the directory of [" + path
+                      + "]: " + std::strerror(error) + "\n",
+                  err.take());
+        file->setMaxNumberOfFiles(3);
+        file->log("0123456789");
+        EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
+        EXPECT_EQ("zero\n", contentOf(old(1)));
+        EXPECT_EQ("minus one\n", contentOf(old(2)));
+        // They are counted by their names, so that the limit still holds.
+        file->log("9876543210");
+        EXPECT_EQ(4u, namesIn(folder.path()).size());
+        EXPECT_EQ("zero\n", contentOf(old(2)));
+    }
+}
+
 TEST_F(RotationCallsFault, OldFilesThatCannotBeRemovedAreTraced)
 {
     prepare();
@@ -289,7 +379,6 @@ TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoLine)
                 }
                 const std::lock_guard<std::mutex> guard(repair);
                 if (file->getPath().empty()) {
-                    closeGaps(path);
                     file->setPath(path);
                 }
             }
@@ -310,6 +399,34 @@ TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoLine)
         }
     }
     EXPECT_EQ(returned, found);
+}
+
+TEST_F(LogFileCallsFault, OpeningOfAPipeIsRepeatedAfterASignal)
+{
+    ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
+    const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    file->setPath(path);
+    Fault fault(Call::OPEN, EINTR, 1, 3);
+    EXPECT_EQ("", faults::failureUnder(fault, [&] { file->log("line"); }));
+    EXPECT_EQ(3u, fault.failed());
+    char bytes[16] = {};
+    EXPECT_EQ(5, ::read(reader, bytes, sizeof bytes));
+    EXPECT_STREQ("line\n", bytes);
+    ::close(reader);
+}
+
+TEST_F(LogFileCallsFault, InterruptedWriteToStandardErrorGoesOn)
+{
+    EXPECT_EQ(0, inChildProcess([this] {
+                  const int opened = ::open((folder / "err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+                  ASSERT_EQ(STDERR_FILENO, ::dup2(opened, STDERR_FILENO));
+                  const support::StandardErrorTo own(ownBuffer);
+                  file->close();
+                  Fault fault(Call::WRITE, EINTR, 1, 3);
+                  EXPECT_EQ("", faults::failureUnder(fault, [&] { file->log("line"); }));
+                  EXPECT_EQ(4u, fault.calls());
+                  EXPECT_EQ("line\n", contentOf(folder / "err"));
+              }));
 }
 
 // ---- memory ---------------------------------------------------------------------------------

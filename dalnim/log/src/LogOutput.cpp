@@ -1,0 +1,265 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/src/LogOutput.hpp>
+
+#include <dalnim/log/Common.hpp>
+#include <dalnim/log/LogFile.hpp>
+#include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/AppendFile.hpp>
+#include <dalnim/log/src/FileTrace.hpp>
+#include <dalnim/log/src/RotatedFiles.hpp>
+#include <dalnim/log/src/StreamOutput.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/RXErrors.hpp>
+#include <qv/rtlapi/RX_ExWarning.hpp>
+#include <qv/rtlapi/RX_Filespec.hpp>
+
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <exception>
+#include <new>
+#include <stdexcept>
+#include <sys/stat.h>
+
+DALNIM_USES_RTLAPI
+
+namespace com::kor::dal::nim::log {
+
+namespace {
+
+constexpr mode_t DIRECTORY_MODE = 0755;
+
+/** The stream for what no other output accepts. */
+std::ostream& fallbackStream()
+{
+    return *STD_LOG_STREAMS[0].addr;
+}
+
+RX_String toRX(const String& text)
+{
+    return RX_String(text.data(), text.size());
+}
+
+void createDirectory(const String& path)
+{
+    const RX_String directory = RX_Filespec(toRX(path), RX_Filespec::DONTCARE, 0).directory();
+    if (qv_si_isdir(directory.data()) == ENOENT) {
+        // Only the last level. A failure shows when the file is opened.
+        ::mkdir(directory.data(), DIRECTORY_MODE);
+    }
+}
+
+/** Returns true if an opening that failed so may succeed a moment later. */
+bool isShortage(int error)
+{
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR;
+}
+
+/** Opens a file whose path was in use a moment ago. Returns 0 or the error number. */
+int reopen(AppendFile& file, const String& path)
+{
+    constexpr std::chrono::milliseconds LONGEST_WAIT(100);
+    constexpr timespec PAUSE = {0, 1000000};
+    const auto deadline = std::chrono::steady_clock::now() + LONGEST_WAIT;
+    int error = file.open(path);
+    while (isShortage(error) && std::chrono::steady_clock::now() < deadline) {
+        ::nanosleep(&PAUSE, nullptr);
+        error = file.open(path);
+    }
+    return error;
+}
+
+}
+
+LogOutput::LogOutput() : outputStream(&fallbackStream()), sizeLimit(0), rotatedLimit(0), rotatedCount(0) {}
+
+LogOutput::~LogOutput() = default;
+
+void LogOutput::setPath(const String& path)
+{
+    close();
+    if (!path.empty()) {
+        outputPath = path;
+        rotatedCount = 0;
+        rotatedCount = RotatedFiles(outputPath).count();
+    }
+}
+
+std::ostream* LogOutput::stream()
+{
+    open();
+    if (file != nullptr) {
+        return &file->stream();
+    }
+    return outputStream;
+}
+
+void LogOutput::setStream(std::ostream& stream)
+{
+    close();
+    outputStream = &stream;
+}
+
+void LogOutput::setMaxNumberOfFiles(std::size_t number)
+{
+    rotatedLimit = number;
+    if (number != 0 && rotatedCount > number) {
+        // Without a path the count is that of the last one, whose files are not this log's any more.
+        if (!outputPath.empty()) {
+            RotatedFiles(outputPath).remove(number, rotatedCount - 1);
+        }
+        rotatedCount = number;
+    }
+}
+
+bool LogOutput::isOpen() const noexcept
+{
+    return file != nullptr ? file->isGood() : outputStream != nullptr && !outputStream->fail();
+}
+
+bool LogOutput::isValid() const noexcept
+{
+    return file != nullptr || outputStream != nullptr;
+}
+
+bool LogOutput::isReserved() const noexcept
+{
+    return outputStream != nullptr;
+}
+
+String LogOutput::displayPath() const
+{
+    if (!outputPath.empty()) {
+        return outputPath;
+    }
+    if (outputStream == nullptr) {
+        return "<not set>";
+    }
+    for (const LogStreamRec& standard : STD_LOG_STREAMS) {
+        if (standard.addr == outputStream) {
+            return standard.name;
+        }
+    }
+    return "<user assigned stream>";
+}
+
+void LogOutput::close() noexcept
+{
+    outputPath.clear();
+    outputStream = nullptr;
+    file.reset();
+}
+
+bool LogOutput::revertStream() noexcept
+{
+    if (outputStream == &fallbackStream()) {
+        return false;
+    }
+    close();
+    outputStream = &fallbackStream();
+    return true;
+}
+
+void LogOutput::open()
+{
+    if (file == nullptr && outputStream == nullptr) {
+        if (outputPath.empty()) {
+            outputStream = &fallbackStream();
+        } else {
+            openFile();
+        }
+    }
+}
+
+void LogOutput::openFile()
+{
+    const sys::StackTrack track("unlockedGetStream()", LogFile::CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    createDirectory(outputPath);
+    checkCreatable();
+
+    std::unique_ptr<AppendFile> opened;
+    int error = 0;
+    try {
+        opened = std::make_unique<AppendFile>();
+        error = opened->open(outputPath);
+    } catch (const std::bad_alloc&) {
+        outputPath.clear();
+        throw;
+    }
+    if (error != 0) {
+        outputPath.clear();
+        throw sys::system_error(error);
+    }
+    file = std::move(opened);
+}
+
+void LogOutput::checkCreatable()
+{
+    try {
+        RX_Filespec(toRX(outputPath), RX_Filespec::CREATE, 0).filespec();
+    } catch (const RX_ExWarning&) {
+        outputPath.clear();
+        throw sys::system_error(EACCES);
+    } catch (const RX_Exception& exc) {
+        sys::internal::throwTranslated(exc);
+    }
+}
+
+bool LogOutput::tryWrite(std::string_view line)
+{
+    return file != nullptr ? file->append(line) : StreamOutput::write(*outputStream, line);
+}
+
+bool LogOutput::begin(std::string_view text)
+{
+    open();
+    return tryWrite(text);
+}
+
+void LogOutput::logLine(std::string_view line)
+{
+    open();
+    const bool isWritten = tryWrite(line);
+    if (!isWritten) {
+        // The record survives there, and the next one tries its own output again.
+        StreamOutput::writeToFallback(line);
+    }
+    if (sizeLimit != 0 && hasReachedLimit(isWritten)) {
+        switchFile();
+    }
+}
+
+bool LogOutput::hasReachedLimit(bool isWritten)
+{
+    if (file == nullptr || !file->isRotatable()) {
+        return false;
+    }
+    if (isWritten) {
+        return file->hasReached(sizeLimit);
+    }
+    // The output that was used in its place. If that has reached the limit, or has no position, the file gets
+    // another chance: it is renamed, and a new one is opened.
+    return StreamOutput::position(fallbackStream()) >= sizeLimit;
+}
+
+void LogOutput::switchFile()
+{
+    FileTrace::print(__LINE__, "switchFile", "Switching log file [", outputPath, "] ...");
+    try {
+        file->close();
+        FileTrace::print(__LINE__, "switchFile", "numFiles=", rotatedCount, " maxFiles=", rotatedLimit);
+        rotatedCount = RotatedFiles(outputPath).rotate(rotatedCount, rotatedLimit);
+        if (const int error = reopen(*file, outputPath)) {
+            throw sys::system_error(error, "Failed to open log file [" + outputPath + "]"
+                                               + sys::sys_err_string(error));
+        }
+    } catch (const std::exception& exc) {
+        // The current line has been written: no record fails because its file could not be rotated.
+        FileTrace::print(__LINE__, "switchFile", "ERROR: ", exc.what());
+        revertStream();
+    }
+}
+
+}

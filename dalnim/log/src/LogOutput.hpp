@@ -1,0 +1,85 @@
+#ifndef DALNIM_LOG_SRC_LOGOUTPUT_HPP
+#define DALNIM_LOG_SRC_LOGOUTPUT_HPP
+
+#include <dalnim/String.hpp>
+
+#include <cstddef>
+#include <memory>
+#include <ostream>
+#include <string_view>
+
+namespace com::kor::dal::nim::log {
+
+class AppendFile;
+
+/**
+ * What a LogFile does, without its lock: one thread at a time uses an object. LogFile.hpp documents the
+ * operations.
+ */
+class LogOutput
+{
+public:
+    LogOutput();
+    /** Closes the output. */
+    ~LogOutput();
+    LogOutput(const LogOutput&) = delete;
+    LogOutput& operator=(const LogOutput&) = delete;
+
+    const String& path() const noexcept
+    {
+        return outputPath;
+    }
+    void setPath(const String& path);
+    /** Opens the output if it is not open, and returns its stream. */
+    std::ostream* stream();
+    void setStream(std::ostream& stream);
+    std::size_t maxFileSize() const noexcept
+    {
+        return sizeLimit;
+    }
+    void setMaxFileSize(std::size_t size) noexcept
+    {
+        sizeLimit = size;
+    }
+    std::size_t maxNumberOfFiles() const noexcept
+    {
+        return rotatedLimit;
+    }
+    void setMaxNumberOfFiles(std::size_t number);
+    bool isOpen() const noexcept;
+    bool isValid() const noexcept;
+    bool isReserved() const noexcept;
+    String displayPath() const;
+    void close() noexcept;
+    bool revertStream() noexcept;
+
+    /** Opens the output if it is not open. */
+    void open();
+    /** Writes a text to the output. Returns false, with the cause in `errno`, if it rejects the text. */
+    bool begin(std::string_view text);
+    /** Writes a line that ends in a newline, to standard error if need be, and rotates the file. */
+    void logLine(std::string_view line);
+
+private:
+    void openFile();
+    void checkCreatable();
+    bool tryWrite(std::string_view line);
+    bool hasReachedLimit(bool isWritten);
+    void switchFile();
+
+    String outputPath;
+    /** Null while a file is the output, or is to be opened, and while there is no output. Not owned. */
+    std::ostream* outputStream;
+    /** The file that is the output; null if there is none. */
+    std::unique_ptr<AppendFile> file;
+    /** Bytes; 0 for no limit. */
+    std::size_t sizeLimit;
+    /** How many rotated files are kept; 0 for all. */
+    std::size_t rotatedLimit;
+    /** How many rotated files exist. */
+    std::size_t rotatedCount;
+};
+
+}
+
+#endif

@@ -1,0 +1,187 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/src/RotatedFiles.hpp>
+
+#include <dalnim/log/src/FileTrace.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <qv/rtlapi/RX_Filespec.hpp>
+#include <qv/rtlapi/RX_FilespecIterator.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+DALNIM_USES_RTLAPI
+
+namespace com::kor::dal::nim::log {
+
+namespace {
+
+sys::system_error moveFailure(int error)
+{
+    return sys::system_error(error, "Failed to move old log files: " + sys::sys_err_string(error));
+}
+
+bool exists(const String& name)
+{
+    struct stat status;
+    return ::lstat(name.c_str(), &status) == 0 || errno != ENOENT;
+}
+
+/** Renames a file unless the new name exists. Returns 0 or the error number, EEXIST in that case. */
+int renameToNew(const char* from, const char* to)
+{
+    if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) {
+        return 0;
+    }
+    if (errno != EINVAL && errno != ENOSYS && errno != EPERM) {
+        return errno;
+    }
+    // Some file systems, NFS among them, and old kernels and containers do not have it. A process that is
+    // killed here leaves one file with two names, which findGap() repairs.
+    if (::link(from, to) == 0) {
+        return ::unlink(from) == 0 ? 0 : errno;
+    }
+    if (errno == EEXIST || errno == ENOENT) {
+        return errno;
+    }
+    // Neither does the file system have hard links, or it is a directory.
+    if (exists(to)) {
+        return EEXIST;
+    }
+    return std::rename(from, to) == 0 ? 0 : errno;
+}
+
+}
+
+String RotatedFiles::nameOf(std::size_t number) const
+{
+    return livePath + '.' + std::to_string(number);
+}
+
+std::size_t RotatedFiles::count() const
+{
+    // The path is literal text; only the number after it is a pattern.
+    RX_String pattern =
+        RX_Filespec(RX_String(livePath.data(), livePath.size()), RX_Filespec::DONTCARE, 0).quoted();
+    pattern += RX_String(".<->", RX_String::NPOS);
+    RX_FilespecIterator files(RX_Filespec(pattern, RX_Filespec::DONTCARE, 1), 1);
+    std::size_t number = 0;
+    while (files.next() != 0) {
+        ++number;
+        const RX_String& name = files.filespec();
+        FileTrace::print(__LINE__, "countLogFiles", "Found file [",
+                         std::string_view(name.data(), name.length()), "]");
+    }
+    const qv_err_t error = files.status();
+    // A directory that does not exist yet is made with the file.
+    if (error != 0 && error != ENOENT && error != ENOTDIR) {
+        FileTrace::print(__LINE__, "countLogFiles", "Failed to read the directory of [", livePath,
+                         "]: ", sys::sys_err_string(error));
+        number = std::max(number, countUpToGap());
+    }
+    return number;
+}
+
+std::size_t RotatedFiles::countUpToGap() const
+{
+    struct stat status;
+    std::size_t number = 0;
+    while (::lstat(nameOf(number).c_str(), &status) == 0) {
+        ++number;
+    }
+    return number;
+}
+
+void RotatedFiles::remove(std::size_t first, std::size_t last) const
+{
+    for (std::size_t number = first; number <= last; ++number) {
+        const String name = nameOf(number);
+        FileTrace::print(__LINE__, "removeFiles", "Removing file [", name, "] ...");
+        if (std::remove(name.c_str()) == -1) {
+            FileTrace::print(__LINE__, "removeFiles", "Could not remove file [", name, "]");
+        }
+    }
+}
+
+std::size_t RotatedFiles::rotate(std::size_t number, std::size_t maximum) const
+{
+    if (maximum == 0 || number < maximum) {
+        ++number;
+    } else {
+        const String oldest = nameOf(number - 1);
+        FileTrace::print(__LINE__, "switchFile", "Removing [", oldest, "]");
+        if (std::remove(oldest.c_str()) == -1) {
+            const int error = errno;
+            FileTrace::print(__LINE__, "switchFile", "Failed to remove [", oldest,
+                             "]: ", sys::sys_err_string(error));
+        }
+    }
+    // Another process may rotate the same path, and create a file where there was none.
+    constexpr int MOST_ATTEMPTS = 10;
+    int error = EEXIST;
+    for (int attempt = 0; error == EEXIST && attempt < MOST_ATTEMPTS; ++attempt) {
+        error = shiftUpTo(findGap());
+        if (error == 0) {
+            error = move(livePath, nameOf(0));
+        }
+    }
+    if (error != 0) {
+        throw moveFailure(error);
+    }
+    return number;
+}
+
+/** Returns the first number without a file. */
+std::size_t RotatedFiles::findGap() const
+{
+    struct stat newer;
+    bool hasNewer = ::lstat(livePath.c_str(), &newer) == 0;
+    String newerName;
+    for (std::size_t number = 0;; ++number) {
+        String name = nameOf(number);
+        struct stat status;
+        if (::lstat(name.c_str(), &status) == -1) {
+            if (errno == ENOENT) {
+                return number;
+            }
+            throw moveFailure(errno);
+        }
+        if (hasNewer && status.st_ino == newer.st_ino && status.st_dev == newer.st_dev) {
+            // One file with two names: a move that was cut short.
+            const bool isLive = number == 0;
+            if (::unlink((isLive ? name : newerName).c_str()) == 0) {
+                return isLive ? 0 : number - 1;
+            }
+        }
+        newer = status;
+        hasNewer = true;
+        newerName = std::move(name);
+    }
+}
+
+/** Moves the files below `gap` up by one. Returns 0 or the error number of the move that failed. */
+int RotatedFiles::shiftUpTo(std::size_t gap) const
+{
+    for (std::size_t number = gap; number >= 1; --number) {
+        const int error = move(nameOf(number - 1), nameOf(number));
+        // A file that has disappeared in between need not move.
+        if (error != 0 && error != ENOENT) {
+            return error;
+        }
+    }
+    return 0;
+}
+
+int RotatedFiles::move(const String& from, const String& to) const
+{
+    FileTrace::print(__LINE__, "switchFile", "Moving [", from, "] to [", to, "]");
+    return renameToNew(from.c_str(), to.c_str());
+}
+
+}

@@ -1,0 +1,276 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/src/StreamOutput.hpp>
+
+#include <dalnim/String.hpp>
+#include <dalnim/log/Common.hpp>
+#include <dalnim/log/src/LogText.hpp>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <ext/stdio_filebuf.h>
+#include <ext/stdio_sync_filebuf.h>
+#include <fcntl.h>
+#include <iostream>
+#include <new>
+#include <poll.h>
+#include <stdio_ext.h>
+#include <typeinfo>
+#include <unistd.h>
+
+namespace com::kor::dal::nim::log {
+
+namespace {
+
+constexpr std::chrono::milliseconds LONGEST_WAIT(1000);
+
+/** Waits for a full descriptor, for LONGEST_WAIT in all. */
+class Patience
+{
+public:
+    explicit Patience(std::chrono::milliseconds wait) : limit(wait), started(false) {}
+
+    /** Blocks until the descriptor accepts bytes. Returns false, with EAGAIN, if the time has run out. */
+    bool awaitRoom(int descriptor)
+    {
+        const auto now = std::chrono::steady_clock::now();
+        if (!started) {
+            started = true;
+            deadline = now + limit;
+        }
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
+        if (left > 0) {
+            pollfd room = {descriptor, POLLOUT, 0};
+            const int ready = ::poll(&room, 1, static_cast<int>(left));
+            // After a signal the caller finds the descriptor full again, and waits for the rest of the time.
+            if (ready > 0 || (ready == -1 && errno == EINTR)) {
+                return true;
+            }
+        }
+        errno = EAGAIN;
+        return false;
+    }
+
+private:
+    const std::chrono::milliseconds limit;
+    bool started;
+    std::chrono::steady_clock::time_point deadline;
+};
+
+/** A standard descriptor and the C stream on it. */
+class StandardDescriptor
+{
+public:
+    StandardDescriptor(int descriptor_number, std::FILE* descriptor_file) noexcept
+        : number(descriptor_number), file(descriptor_file), countsAsClosed(false), isStalled(false),
+          isTorn(false)
+    {
+        lookAgain();
+    }
+
+    /** Returns true if `buffer` is the one that the C++ library gives a stream of this descriptor. */
+    bool isBehind(std::streambuf* buffer) const
+    {
+        if (buffer == nullptr) {
+            return false;
+        }
+        const std::type_info& type = typeid(*buffer);
+        if (type == typeid(Synchronized)) {
+            return static_cast<Synchronized*>(buffer)->file() == file;
+        }
+        // After sync_with_stdio(false).
+        if (type == typeid(Unsynchronized)) {
+            auto* const own = static_cast<Unsynchronized*>(buffer);
+            return own->is_open() && own->fd() == number;
+        }
+        return false;
+    }
+
+    bool write(std::ostream& stream, std::string_view text)
+    {
+        const int descriptor = openDescriptor();
+        if (descriptor == -1) {
+            errno = EBADF;
+            return false;
+        }
+        if (stream.tie() != nullptr) {
+            // Before the lock: the other stream has one of its own.
+            flush(*stream.tie());
+        }
+        const Lock lock(file);
+        Patience patience(isStalled.load(std::memory_order_relaxed) ? std::chrono::milliseconds(0)
+                                                                    : LONGEST_WAIT);
+        // The C library discards what a full descriptor rejects.
+        if (::__fpending(file) == 0 || !isFull(descriptor) || patience.awaitRoom(descriptor)) {
+            flush(stream);
+        }
+        const bool isWritten = writeWhole(descriptor, text, patience);
+        // A reader that has stopped costs one wait, not one for each record.
+        isStalled.store(!isWritten && errno == EAGAIN, std::memory_order_relaxed);
+        return isWritten;
+    }
+
+    off_t position() const
+    {
+        const int descriptor = openDescriptor();
+        return descriptor == -1 ? -1 : ::lseek(descriptor, 0, SEEK_CUR);
+    }
+
+    void lookAgain() noexcept
+    {
+        countsAsClosed.store(::fcntl(number, F_GETFD) == -1, std::memory_order_relaxed);
+    }
+
+private:
+    typedef __gnu_cxx::stdio_sync_filebuf<char> Synchronized;
+    typedef __gnu_cxx::stdio_filebuf<char> Unsynchronized;
+
+    /** Holds the lock of a C stream, which fork() reinitialises in the child. */
+    class Lock
+    {
+    public:
+        explicit Lock(std::FILE* stream) : locked(stream)
+        {
+            ::flockfile(locked);
+        }
+        ~Lock()
+        {
+            ::funlockfile(locked);
+        }
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+
+    private:
+        std::FILE* const locked;
+    };
+
+    /** Returns -1 if the descriptor is closed or counts as closed. A freopen() may have changed its number.
+     */
+    int openDescriptor() const
+    {
+        return countsAsClosed.load(std::memory_order_relaxed) ? -1 : ::fileno(file);
+    }
+
+    /** Writes out what the program has inserted into a stream. The state of the stream stays as it is. */
+    static void flush(std::ostream& stream)
+    {
+        try {
+            if (stream.rdbuf() != nullptr) {
+                stream.rdbuf()->pubsync();
+            }
+        } catch (const std::exception&) {
+            // The bytes are the program's. They do not stop a record.
+        }
+    }
+
+    static bool isFull(int descriptor)
+    {
+        pollfd room = {descriptor, POLLOUT, 0};
+        return ::poll(&room, 1, 0) == 0;
+    }
+
+    /** Writes `text`, after a newline if the last text was cut. */
+    bool writeWhole(int descriptor, std::string_view text, Patience& patience)
+    {
+        if (isTorn.load(std::memory_order_relaxed) && !writePart(descriptor, "\n", patience)) {
+            return false;
+        }
+        return writePart(descriptor, text, patience);
+    }
+
+    bool writePart(int descriptor, std::string_view text, Patience& patience)
+    {
+        while (!text.empty()) {
+            const ssize_t written = ::write(descriptor, text.data(), text.size());
+            if (written > 0) {
+                const auto count = static_cast<std::size_t>(written);
+                isTorn.store(count != text.size() && text[count - 1] != '\n', std::memory_order_relaxed);
+                text.remove_prefix(count);
+            } else if (written == 0 || (errno != EINTR && errno != EAGAIN)
+                       || (errno == EAGAIN && !patience.awaitRoom(descriptor))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    const int number;
+    std::FILE* const file;
+    std::atomic<bool> countsAsClosed;
+    /** Whether the last write waited in vain. */
+    std::atomic<bool> isStalled;
+    /** Whether the last text was cut inside a line. Written with the lock of `file` held. */
+    std::atomic<bool> isTorn;
+};
+
+// Made when the library is loaded.
+StandardDescriptor standard_output(STDOUT_FILENO, stdout);
+StandardDescriptor standard_error(STDERR_FILENO, stderr);
+
+/** Returns the descriptor of a standard stream; null for any other stream. */
+StandardDescriptor* standardDescriptor(const std::ostream& stream)
+{
+    if (&stream == &std::cerr || &stream == &std::clog) {
+        return &standard_error;
+    }
+    return &stream == &std::cout ? &standard_output : nullptr;
+}
+
+/** Returns the descriptor that `stream` is written to directly; null if it is written as a stream. */
+StandardDescriptor* descriptorBehind(const std::ostream& stream)
+{
+    StandardDescriptor* const standard = standardDescriptor(stream);
+    return standard != nullptr && standard->isBehind(stream.rdbuf()) ? standard : nullptr;
+}
+
+}
+
+bool StreamOutput::write(std::ostream& stream, std::string_view text)
+{
+    if (StandardDescriptor* const standard = descriptorBehind(stream)) {
+        return standard->write(stream, text);
+    }
+    try {
+        return stream.write(text.data(), static_cast<std::streamsize>(text.size())).flush().good();
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+void StreamOutput::writeToFallback(std::string_view line)
+{
+    std::ostream& stream = *STD_LOG_STREAMS[0].addr;
+    try {
+        write(stream, String(STREAM_COMPLAINT).append(1, '\n').append(line));
+    } catch (const std::bad_alloc&) {
+        write(stream, STREAM_COMPLAINT);
+        write(stream, "\n");
+        write(stream, line);
+    }
+}
+
+bool StreamOutput::isDirect(const std::ostream& stream)
+{
+    return descriptorBehind(stream) != nullptr;
+}
+
+std::size_t StreamOutput::position(std::ostream& stream)
+{
+    // On failure each of them returns -1, which converts to the largest size.
+    if (const StandardDescriptor* const standard = descriptorBehind(stream)) {
+        return static_cast<std::size_t>(standard->position());
+    }
+    return static_cast<std::size_t>(std::streamoff(stream.tellp()));
+}
+
+void StreamOutput::trust(const std::ostream& stream) noexcept
+{
+    if (StandardDescriptor* const standard = standardDescriptor(stream)) {
+        standard->lookAgain();
+    }
+}
+
+}
