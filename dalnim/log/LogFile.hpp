@@ -28,7 +28,7 @@ class LogOutput;
  * disk was full, a newline comes first.
  *
  * Any thread may call any operation: a line and the rotation that it causes are one step to all
- * other threads. The stream that getStream() returns is not
+ * other threads, and a thread is not cancelled within that step. The stream that getStream() returns is not
  * protected. No operation calls back into a logger.
  */
 class DALNIM_API LogFile : public mem::RefCntObject

@@ -180,4 +180,42 @@ TEST_F(LogFileOpeningTest, DescriptorsAreAboveTheStandardOnesAndOneUntilAStreamI
     EXPECT_THAT(descriptorsOf(path), ElementsAre());
 }
 
+// ---- cancellation ---------------------------------------------------------------------------
+
+TEST_F(LogFileOpeningTest, CancelledThreadWritesItsLineWholly)
+{
+    constexpr int PIPE_SIZE = 4096;
+    ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
+    const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_EQ(PIPE_SIZE, ::fcntl(reader, F_SETPIPE_SZ, PIPE_SIZE));
+    ASSERT_EQ(0, ::fcntl(reader, F_SETFL, 0));
+    open();
+    const String line(20000, 'x');
+    bool returned = false;
+    logtest::LoggingThread logging([&] {
+        file->log(line);
+        returned = true;
+        ::pthread_testcancel();
+        ADD_FAILURE() << "was not cancelled";
+    });
+    logging.awaitBlocked();
+    EXPECT_EQ(0, ::pthread_cancel(logging.handle()));
+    String all;
+    while (all.size() < line.size() + 1) {
+        char bytes[PIPE_SIZE];
+        const ssize_t count = ::read(reader, bytes, sizeof bytes);
+        ASSERT_LT(0, count);
+        all.append(bytes, static_cast<std::size_t>(count));
+    }
+    logging.join();
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(line + "\n", all);
+    EXPECT_EQ("", err.take());
+    file->log("next");
+    char bytes[16] = {};
+    EXPECT_EQ(5, ::read(reader, bytes, sizeof bytes));
+    EXPECT_STREQ("next\n", bytes);
+    ::close(reader);
+}
+
 }

@@ -5,6 +5,7 @@
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/CancellationDisabled.hpp>
 #include <dalnim/log/src/CurrentPrefix.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
@@ -85,6 +86,7 @@ void Log::log(const String& msg)
     line.append(msg);
     endLine(line, CurrentPrefix::lengthIn(msg));
     auto* const stream = dynamic_cast<std::ostream*>(getStream());
+    const CancellationDisabled uncut;
     bool isWritten = false;
     if (stream != nullptr && StreamOutput::isDirect(*stream)) {
         isWritten = StreamOutput::write(*stream, line.view());
