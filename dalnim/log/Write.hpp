@@ -138,7 +138,7 @@ private:
 
     /**
      * Logs a record if neither format() nor log(const String&) is replaced: formats the line before it
-     * acquires the lock, since the formatting reads nothing that the lock guards.
+     * acquires the lock, and again under it if the output mask has changed in between.
      */
     void formatAndLog(const Module& mod, const Header& rec);
 

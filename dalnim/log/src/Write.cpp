@@ -81,11 +81,26 @@ void Write::log(const Module& mod, const Header& rec, bool force)
 void Write::formatAndLog(const Module& mod, const Header& rec)
 {
     LineText line;
-    appendRecord(line, getOutputMask(), mod, rec, rec.text());
+    const unsigned int mask = getOutputMask();
+    try {
+        appendRecord(line, mask, mod, rec, rec.text());
+    } catch (...) {
+        // A new output begins with its stream header, also if its first record cannot be formatted.
+        const StateHolder holder(stateSync.acquire());
+        if (!streamHeaderDone) {
+            streamHeader();
+        }
+        throw;
+    }
 
     const StateHolder holder(stateSync.acquire());
     if (!streamHeaderDone) {
         streamHeader();
+    }
+    const unsigned int currentMask = getOutputMask();
+    if (currentMask != mask) {
+        line.cut(0);
+        appendRecord(line, currentMask, mod, rec, rec.text());
     }
     logFile->logLine(line.view());
 }
