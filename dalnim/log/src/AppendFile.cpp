@@ -110,24 +110,54 @@ bool isDescriptorLink(String path)
     return false;
 }
 
-/** Reads the last byte of a file. Returns a newline if there is none, or if the file may not be read. */
-char lastByte(const String& path, const struct stat& file) noexcept
+/** The end of a file. */
+struct End
 {
-    const Descriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    struct stat status;
-    char byte = '\n';
-    const bool isRead = reader.get() != -1 && ::fstat(reader.get(), &status) == 0
-                        && status.st_ino == file.st_ino && status.st_dev == file.st_dev && status.st_size > 0
-                        && ::pread(reader.get(), &byte, 1, status.st_size - 1) == 1;
-    return isRead ? byte : '\n';
-}
+    off_t size;
+    char lastByte;
 
-/** Returns true if a regular file ends inside a line, other than one that is just being written. */
+    /** Reads it. Returns an empty file's if the file cannot be read. */
+    static End of(int reader) noexcept
+    {
+        struct stat status;
+        End end = {0, '\n'};
+        if (::fstat(reader, &status) == 0 && status.st_size > 0
+            && ::pread(reader, &end.lastByte, 1, status.st_size - 1) == 1) {
+            end.size = status.st_size;
+        }
+        return end;
+    }
+    bool isInsideLine() const noexcept
+    {
+        return size != 0 && lastByte != '\n';
+    }
+};
+
+/**
+ * Returns true if a regular file ends inside a line, other than one that another process is writing. Such a
+ * line has grown, or is complete, at the second look.
+ */
 bool isCut(const String& path, const struct stat& file) noexcept
 {
-    constexpr timespec A_WRITE = {0, 1000000};
-    return file.st_size > 0 && lastByte(path, file) != '\n'
-           && (::nanosleep(&A_WRITE, nullptr), lastByte(path, file) != '\n');
+    constexpr timespec A_MOMENT = {0, 1000000};
+    if (file.st_size == 0) {
+        return false;
+    }
+    const Descriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    struct stat status;
+    if (reader.get() == -1 || ::fstat(reader.get(), &status) == -1 || status.st_ino != file.st_ino
+        || status.st_dev != file.st_dev) {
+        return false;
+    }
+    const End first = End::of(reader.get());
+    if (!first.isInsideLine()) {
+        return false;
+    }
+    ::nanosleep(&A_MOMENT, nullptr);
+    // Waits for the end of a write: file systems lock the file for both.
+    ::lseek(reader.get(), 0, SEEK_DATA);
+    const End second = End::of(reader.get());
+    return second.isInsideLine() && second.size == first.size;
 }
 
 }
