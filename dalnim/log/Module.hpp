@@ -11,6 +11,8 @@
 
 namespace com::kor::dal::nim::log {
 
+class ModuleRegistration;
+
 /**
  * A named source of log records, and the gate that each log statement passes first.
  *
@@ -28,8 +30,9 @@ public:
     static Module& DEFAULT_INSTANCE;
 
     /**
-     * Registers itself with `logInst`, which must outlive it. A name may be taken already: look-ups
-     * then find the first module of that name.
+     * Registers itself with `logInst`, which must outlive it, and which may be under construction as long
+     * as isSeveritySatisfied() is not called. A name may be taken already: look-ups then find the first
+     * module of that name.
      */
     Module(const String& name, Log& logInst);
     ~Module();
@@ -47,7 +50,8 @@ public:
     bool isSeveritySatisfied(Severity codedSeverity)
     {
         // Most statements are refused here, where they stand; what makes a record lies out of the way.
-        return __builtin_expect(loggerGate.passes(codedSeverity), false) && isSelected(codedSeverity);
+        return __builtin_expect(loggerGate.load(std::memory_order_relaxed)->passes(codedSeverity), false)
+               && isSelected(codedSeverity);
     }
 
     /**
@@ -67,22 +71,31 @@ public:
 private:
     friend class ModuleRegistration;
 
-    /** The gate of a logger that is a Write and no subclass of it; an open one for any other. */
+    /** Returns the gate of a logger that is a Write and no subclass of it, the open gate of any other. */
     static const SeverityGate& gateOf(const Log& logger);
+    /** Binds this module to its logger's gate, and returns that. Threads may do it side by side. */
+    const SeverityGate& bindGate() noexcept;
     /** The rest of the gate: the logger, where it has more to say, and the filter. */
     bool isSelected(Severity codedSeverity);
+
+    /** A filterState that was never computed: above the lowest bit, more than any generation. */
+    static constexpr std::uint64_t NEVER_COMPUTED = ~std::uint64_t(0);
 
     /**
      * The cached answer of the filter in the lowest bit, and above it the generation of the filter
      * for which it was computed. One word, so that no two threads can mix their answers.
      */
     std::atomic<std::uint64_t> filterState;
-    /** Made by getInstance, and owned by the logger's registration. */
-    bool isDynamic;
+    /** The registration that getInstance() made a dynamic module for; null for any other module. */
+    const ModuleRegistration* owner;
     const String modName;
     Log& logger;
-    /** The logger's own, if that is all that the logger asks; an open one if it decides otherwise. */
-    const SeverityGate& loggerGate;
+    /**
+     * The logger's own gate if it decides by that alone, otherwise an open one; until the first question,
+     * the open gate of a module that is not bound yet. A module may be made while its logger is under
+     * construction, when it cannot be known which class will decide.
+     */
+    std::atomic<const SeverityGate*> loggerGate;
 };
 
 }

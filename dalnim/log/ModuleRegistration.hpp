@@ -5,7 +5,9 @@
 #include <qv/pmx/api.h>
 
 #include <atomic>
+#include <cstdint>
 #include <list>
+#include <map>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -49,19 +51,25 @@ public:
     const std::list<String>& getModulesRequested() const noexcept;
     /** The modules that exist, in the order in which they came. */
     const std::list<Module*>& getModulesActual() const noexcept;
-    /** The names of the modules, in the same order. */
-    const std::vector<String>& getNamesActual() const noexcept;
+    /** Returns the names of the modules, in the same order. Calls no module: one may be destroyed already. */
+    std::vector<String> getNamesActual() const;
 
     /** The first registered module of that exact name, or null. */
     Module* getModuleActual(const String& name) const;
-    /** Enters a module behind the others, also one whose name is taken. Without memory nothing is changed. */
+    /**
+     * Appends a module, even if its name is taken. A dynamic module that was made for this registration, and
+     * was removed from it, is owned again. If memory runs out, nothing changes.
+     */
     void addModulesActual(const Module& module);
-    /** Forgets the module, which is not destroyed; a dynamic one is the caller's from then on. */
+    /**
+     * Removes every entry of the module. The module is not destroyed; a dynamic one is owned by the caller
+     * afterwards.
+     */
     void removeFromModulesActual(const Module& module);
     /** Deletes a dynamic module and sets `module` to null; leaves others alone. The list stays. */
     void removeModulesActual(Module*& module);
     /** Makes a registered module a dynamic one: it is deleted with this registration. */
-    void own(Module& module);
+    void own(Module& module) noexcept;
 
     /**
      * Whether an entry of the filter matches: the exact name, "*", or a leading part of the name
@@ -81,10 +89,23 @@ public:
 private:
     typedef std::vector<String> Filter;
 
+    /** An entry of the actual list. It is all that may be read of a module that may be destroyed already. */
+    struct Record
+    {
+        /** Position in _modulesActual, which holds the pointer. */
+        std::list<Module*>::iterator entry;
+        /** Ascending in the order of registration. */
+        std::uint64_t number;
+        /** Whether the module is deleted with this registration. */
+        bool owned;
+    };
+    /** By the name at registration; records of one name are in the order of registration. */
+    typedef std::multimap<String, Record> Records;
+    /** Records by the address of their module. */
+    typedef std::unordered_multimap<const Module*, Records::iterator> Index;
+
     template <class Question>
     bool askFilter(Question question) const;
-    /** Finds the next first module of a name whose first one was forgotten. */
-    void reindex(const String& name) noexcept;
     /** Makes `requested` the filter, of the next generation. */
     void publish(std::list<String> requested);
 
@@ -92,12 +113,10 @@ private:
     std::list<Module*> _modulesActual;
     std::list<String> _modulesRequested;
 
-    /** Copies, so that a look-up touches no module: at exit static ones go before their logger. */
-    std::vector<String> _namesActual;
-    /** The first module of each name. */
-    std::unordered_map<String, Module*> _firstOfName;
-    /** Modules to delete. Kept apart, since the others may be gone before this registration. */
-    std::vector<const Module*> _modulesOwned;
+    Records _records;
+    Index _index;
+    /** The number of the next record. */
+    std::uint64_t _nextNumber;
     /** What the gates read: an immutable copy of the requested list. */
     std::atomic<const Filter*> _filter;
     /** How many gates read a filter just now. */

@@ -4,9 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <ctime>
 #include <list>
+#include <malloc.h>
 #include <memory>
+#include <random>
 #include <thread>
 
 namespace {
@@ -267,6 +271,98 @@ TEST(ModuleRegistration, DeletesDynamicModulesAlone)
     logger.registration.removeModulesActual(dynamic);
     EXPECT_EQ(nullptr, dynamic);
     EXPECT_EQ(2u, logger.registration.getModulesActual().size()) << "the list is not touched";
+}
+
+/** Bytes that this process has allocated and not freed. */
+std::size_t allocatedBytes()
+{
+    const struct mallinfo2 info = ::mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+// A leak fails the address sanitizer, too.
+TEST(ModuleRegistration, DeletesADynamicModuleThatWasRegisteredAgain)
+{
+    constexpr std::size_t NAME_LENGTH = 4096;
+    constexpr std::size_t ROUNDS = 1000;
+    const auto registerAgain = [] {
+        PlainLog logger;
+        Module& module = Module::getInstance(String(NAME_LENGTH, 'a'), logger);
+        logger.registration.removeFromModulesActual(module);
+        EXPECT_EQ(nullptr, logger.registration.getModuleActual(module.getName()));
+        logger.registration.addModulesActual(module);
+        EXPECT_EQ(&module, &Module::getInstance(module.getName(), logger));
+    };
+    registerAgain();
+    const std::size_t before = allocatedBytes();
+    for (std::size_t i = 0; i < ROUNDS; ++i) {
+        registerAgain();
+    }
+    EXPECT_LT(allocatedBytes(), before + ROUNDS * NAME_LENGTH / 2);
+}
+
+TEST(ModuleRegistration, DeletesADynamicModuleOnceIfItIsRegisteredTwice)
+{
+    PlainLog logger;
+    Module& module = Module::getInstance("a", logger);
+    logger.registration.addModulesActual(module);
+    EXPECT_EQ(2u, logger.registration.getModulesActual().size());
+    // A second deletion would end the process here, or under the address sanitizer at the latest.
+}
+
+TEST(ModuleRegistration, DoesNotDeleteADynamicModuleOfAnotherLogger)
+{
+    PlainLog owner;
+    Module& module = Module::getInstance("a", owner);
+    {
+        PlainLog other;
+        other.registration.addModulesActual(module);
+        EXPECT_EQ(&module, other.registration.getModuleActual("a"));
+    }
+    EXPECT_EQ("a", module.getName());
+    EXPECT_EQ(&module, owner.registration.getModuleActual("a"));
+}
+
+TEST(ModuleRegistration, NamesAreInTheOrderOfRegistration)
+{
+    PlainLog logger;
+    const Module b("b", logger);
+    const Module a("a", logger);
+    const Module secondB("b", logger);
+    const Module c("c", logger);
+    logger.registration.removeFromModulesActual(b);
+    logger.registration.addModulesActual(b);
+    EXPECT_EQ((std::vector<String>{"a", "b", "c", "b"}), logger.registration.getNamesActual());
+}
+
+/** Seconds of processor time of this thread. */
+double threadCpuSeconds()
+{
+    timespec time = {};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+// With a search through all modules for each of them this takes minutes.
+TEST(ModuleRegistration, RegistersAndUnregistersManyModulesWithoutSearchingThemAll)
+{
+    constexpr std::size_t NUMBER = 100000;
+    PlainLog logger;
+    std::vector<std::unique_ptr<Module>> modules;
+    const double before = threadCpuSeconds();
+    for (std::size_t i = 0; i < NUMBER; ++i) {
+        modules.push_back(std::make_unique<Module>("module." + std::to_string(i % (NUMBER / 2)), logger));
+    }
+    EXPECT_EQ(NUMBER, logger.registration.getModulesActual().size());
+    std::mt19937 random(1);
+    std::shuffle(modules.begin(), modules.end(), random);
+    for (const auto& module : modules) {
+        logger.registration.removeFromModulesActual(*module);
+        if (threadCpuSeconds() - before > 20) {
+            FAIL() << "removed only " << &module - modules.data();
+        }
+    }
+    EXPECT_TRUE(logger.registration.getModulesActual().empty());
 }
 
 TEST(ModuleRegistration, AModuleMayGoBeforeItsLogger)

@@ -240,4 +240,60 @@ TEST(ModuleGate, AsksALoggerThatDecidesForItself)
     EXPECT_FALSE(module.isSeveritySatisfied(log::Severity_FATAL));
 }
 
+/** Builds its logger's part that makes a module, before the logger is of its final type. */
+struct ModuleMaker
+{
+    explicit ModuleMaker(log::Log& logger) : module("a", logger) {}
+
+    Module module;
+};
+
+// While the base classes of Late are constructed, it looks like a plain Write.
+TEST(ModuleGate, AsksTheFinalTypeOfALoggerWhoseBaseMadeTheModule)
+{
+    struct Late : log::Write, ModuleMaker
+    {
+        Late() : ModuleMaker(static_cast<log::Log&>(*this)) {}
+
+        bool isSeveritySatisfied(log::Severity sev) const override
+        {
+            return sev == log::Severity_TRACE;
+        }
+    } logger;
+    EXPECT_TRUE(logger.module.isSeveritySatisfied(log::Severity_TRACE));
+    EXPECT_FALSE(logger.module.isSeveritySatisfied(log::Severity_FATAL));
+}
+
+TEST(ModuleGate, TheFirstQuestionIsAnsweredByTheLoggersThreshold)
+{
+    OwnLogger logger;
+    Module module("a", logger.write);
+    EXPECT_FALSE(module.isSeveritySatisfied(log::Severity_INFO));
+    Module other("b", logger.write);
+    EXPECT_TRUE(other.isSeveritySatisfied(log::Severity_NOTICE));
+}
+
+/** Names a private member, which an explicit instantiation may. */
+template <std::atomic<unsigned int> log::ModuleRegistration::*Generation>
+struct GenerationAccess
+{
+    friend void setGeneration(log::ModuleRegistration& registration, unsigned int generation)
+    {
+        registration.*Generation = generation;
+    }
+};
+void setGeneration(log::ModuleRegistration& registration, unsigned int generation);
+template struct GenerationAccess<&log::ModuleRegistration::_update>;
+
+TEST(ModuleGate, ANewModuleComputesItsAnswerAlsoInGenerationZero)
+{
+    PlainLog logger;
+    // A step before the generation wraps: 4,294,967,295 changes of the filter would take a minute.
+    setGeneration(logger.registration, 0xFFFFFFFF);
+    logger.registration.setUpdate();
+    ASSERT_EQ(0u, logger.registration.getUpdate());
+    Module module("a", logger);
+    EXPECT_TRUE(module.isSeveritySatisfied(log::Severity_NOTICE));
+}
+
 }

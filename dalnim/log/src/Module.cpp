@@ -17,7 +17,10 @@ const char Module::DEFAULT_NAME[] = "global";
 
 namespace {
 
+/** The gate of loggers that decide otherwise. */
 const SeverityGate OPEN_GATE;
+/** The gate of modules that were not asked yet. It is open, too, so that the first question binds them. */
+const SeverityGate UNBOUND_GATE;
 
 }
 
@@ -26,8 +29,16 @@ const SeverityGate& Module::gateOf(const Log& logger)
     return typeid(logger) == typeid(Write) ? static_cast<const Write&>(logger).severity : OPEN_GATE;
 }
 
+const SeverityGate& Module::bindGate() noexcept
+{
+    const SeverityGate& gate = gateOf(logger);
+    // Other threads that bind it store the same.
+    loggerGate.store(&gate, std::memory_order_relaxed);
+    return gate;
+}
+
 Module::Module(const String& name, Log& logInst)
-    : filterState(0), isDynamic(false), modName(name), logger(logInst), loggerGate(gateOf(logInst))
+    : filterState(NEVER_COMPUTED), owner(nullptr), modName(name), logger(logInst), loggerGate(&UNBOUND_GATE)
 {
     logger.moduleRegistrar().addModulesActual(*this);
 }
@@ -48,7 +59,14 @@ Module& Module::getInstance(const String& name, Log& logInst)
 
 bool Module::isSelected(Severity codedSeverity)
 {
-    if (&loggerGate == &OPEN_GATE && !logger.isSeveritySatisfied(codedSeverity)) {
+    const SeverityGate* gate = loggerGate.load(std::memory_order_relaxed);
+    if (gate == &UNBOUND_GATE) {
+        gate = &bindGate();
+        if (!gate->passes(codedSeverity)) {
+            return false;
+        }
+    }
+    if (gate == &OPEN_GATE && !logger.isSeveritySatisfied(codedSeverity)) {
         return false;
     }
     if (codedSeverity > Severity_WARNING) {

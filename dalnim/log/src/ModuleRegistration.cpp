@@ -35,7 +35,7 @@ auto findMatch(const Entries& entries, const String& name)
 
 }
 
-ModuleRegistration::ModuleRegistration() : _update(0), _filter(nullptr), _filterReaders(0)
+ModuleRegistration::ModuleRegistration() : _update(0), _nextNumber(0), _filter(nullptr), _filterReaders(0)
 {
     publish(std::list<String>());
 }
@@ -43,15 +43,12 @@ ModuleRegistration::ModuleRegistration() : _update(0), _filter(nullptr), _filter
 ModuleRegistration::~ModuleRegistration()
 {
     _modulesRequested.clear();
-    // Of the others only the address is known: they may be gone, and their code with them.
-    for (Module*& module : _modulesActual) {
-        if (std::find(_modulesOwned.begin(), _modulesOwned.end(), module) != _modulesOwned.end()) {
-            removeModulesActual(module);
+    // Only the addresses of the other modules are known: they, and their code, may be gone already.
+    for (auto& [name, record] : _records) {
+        if (record.owned) {
+            removeModulesActual(*record.entry);
         }
     }
-    _modulesActual.clear();
-    _namesActual.clear();
-    _firstOfName.clear();
 }
 
 void ModuleRegistration::setUpdate() noexcept
@@ -69,79 +66,75 @@ const std::list<Module*>& ModuleRegistration::getModulesActual() const noexcept
     return _modulesActual;
 }
 
-const std::vector<String>& ModuleRegistration::getNamesActual() const noexcept
+std::vector<String> ModuleRegistration::getNamesActual() const
 {
-    return _namesActual;
+    std::vector<Records::const_iterator> ordered;
+    ordered.reserve(_records.size());
+    for (auto record = _records.begin(); record != _records.end(); ++record) {
+        ordered.push_back(record);
+    }
+    std::sort(ordered.begin(), ordered.end(),
+              [](const auto& left, const auto& right) { return left->second.number < right->second.number; });
+    std::vector<String> names;
+    names.reserve(ordered.size());
+    for (const auto& record : ordered) {
+        names.push_back(record->first);
+    }
+    return names;
 }
 
 Module* ModuleRegistration::getModuleActual(const String& name) const
 {
-    const auto found = _firstOfName.find(name);
-    return found == _firstOfName.end() ? nullptr : found->second;
+    // find() may return any of several records of one name.
+    const auto first = _records.lower_bound(name);
+    return first == _records.end() || first->first != name ? nullptr : *first->second.entry;
 }
 
 void ModuleRegistration::addModulesActual(const Module& module)
 {
-    auto* const added = const_cast<Module*>(&module);
-    _namesActual.push_back(module.getName());
+    std::list<Module*> entry(1, const_cast<Module*>(&module));
+    const auto record =
+        _records.emplace(module.getName(), Record{entry.begin(), _nextNumber, module.owner == this});
     try {
-        std::list<Module*> entry(1, added);
-        _firstOfName.emplace(module.getName(), added);
-        _modulesActual.splice(_modulesActual.end(), entry);
+        _index.emplace(&module, record);
     } catch (...) {
-        _namesActual.pop_back();
+        _records.erase(record);
         throw;
     }
+    _modulesActual.splice(_modulesActual.end(), entry);
+    ++_nextNumber;
 }
 
 void ModuleRegistration::removeFromModulesActual(const Module& module)
 {
-    auto name = _namesActual.begin();
-    for (auto entry = _modulesActual.begin(); entry != _modulesActual.end();) {
-        if (*entry == &module) {
-            const String forgotten = std::move(*name);
-            entry = _modulesActual.erase(entry);
-            name = _namesActual.erase(name);
-            reindex(forgotten);
-        } else {
-            ++entry;
-            ++name;
-        }
+    const auto [first, last] = _index.equal_range(&module);
+    for (auto entry = first; entry != last; ++entry) {
+        _modulesActual.erase(entry->second->second.entry);
+        _records.erase(entry->second);
     }
-    _modulesOwned.erase(std::remove(_modulesOwned.begin(), _modulesOwned.end(), &module),
-                        _modulesOwned.end());
-}
-
-void ModuleRegistration::reindex(const String& name) noexcept
-{
-    const auto found = std::find(_namesActual.begin(), _namesActual.end(), name);
-    if (found == _namesActual.end()) {
-        _firstOfName.erase(name);
-    } else {
-        _firstOfName.find(name)->second = *std::next(_modulesActual.begin(), found - _namesActual.begin());
-    }
+    _index.erase(first, last);
 }
 
 void ModuleRegistration::removeModulesActual(Module*& module)
 {
-    if (module != nullptr && module->isDynamic) {
-        module->isDynamic = false;
-        _modulesOwned.erase(std::remove(_modulesOwned.begin(), _modulesOwned.end(), module),
-                            _modulesOwned.end());
-        const std::unique_ptr<Module> owner(module);
+    if (module != nullptr && module->owner != nullptr) {
+        const auto [first, last] = _index.equal_range(module);
+        for (auto entry = first; entry != last; ++entry) {
+            entry->second->second.owned = false;
+        }
+        module->owner = nullptr;
+        const std::unique_ptr<Module> deleted(module);
         module = nullptr;
     }
 }
 
-void ModuleRegistration::own(Module& module)
+void ModuleRegistration::own(Module& module) noexcept
 {
-    try {
-        _modulesOwned.push_back(&module);
-    } catch (...) {
-        removeFromModulesActual(module);
-        throw;
+    module.owner = this;
+    const auto [first, last] = _index.equal_range(&module);
+    for (auto entry = first; entry != last; ++entry) {
+        entry->second->second.owned = true;
     }
-    module.isDynamic = true;
 }
 
 template <class Question>
