@@ -144,6 +144,10 @@ private:
 
     // Called with stateSync held.
     LogFileRef& getOwnedLogFile();
+    /** Makes `file` the output; releases the present one. */
+    void replaceLogFile(const LogFileRef& file, bool owned);
+    /** Returns the file of the logger that offers itself as "CIMOM", or throws as setStream() does. */
+    LogFileRef cimomLogFile() const;
     void streamHeader() const;
     void revertStreamHeader(int error) const;
     /** Begins the output with a message and the configuration; false when it refuses them. */
@@ -156,9 +160,6 @@ private:
     template <class Value>
     void reportOldAndNew(unsigned int line, const char* setting, const Value& oldValue,
                          const Value& newValue);
-
-    /** The file of the logger that offers itself as "CIMOM"; called without stateSync. */
-    LogFileRef cimomLogFile() const;
 
     void configureOutput(const io::Properties& opts);
     void configureSeverity(const io::Properties& opts);
@@ -181,7 +182,11 @@ private:
     mutable bool streamHeaderDone;
     std::atomic<unsigned int> outputMask;
     SeverityGate severity;
-    /** Never null. Mutable, since its const holder writes to it all the same. */
+    /**
+     * Never null. Mutable, since its const holder writes to it all the same. Changes under InitLock as well:
+     * another logger that is to share the file reads this reference under InitLock alone, so that no thread
+     * holds the locks of two loggers.
+     */
     mutable LogFileRef logFile;
     /** False while the file is shared with another logger, who owns its settings. */
     bool ownedLogFile;

@@ -13,6 +13,8 @@
 
 #include <atomic>
 #include <map>
+#include <memory>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -256,6 +258,40 @@ TEST(LogThreads, TwoLoggersMayReachForEachOthersFiles)
         [] {});
     one.setPath(folder / "one.log");
     EXPECT_EQ(folder / "one.log", one.getPath());
+}
+
+// The owner may destroy its logger as soon as unregisterModule() has returned. Under a sanitizer, or
+// perturbed, a look-up that lets go of the lock before it has taken the file fails within a few rounds.
+TEST(LogThreads, ASharedFileIsTakenBeforeItsOwnerCanUnregister)
+{
+    constexpr int ROUNDS = 2000;
+    Write borrower;
+    std::atomic<bool> stop(false);
+    std::atomic<int> shared(0);
+    std::thread thread([&] {
+        while (!stop) {
+            try {
+                borrower.setStream("CIMOM");
+                ++shared;
+            } catch (const std::invalid_argument& exc) {
+                EXPECT_STREQ("CIMOM stream is not available", exc.what());
+            }
+            borrower.setStream("STDERR");
+        }
+    });
+    for (int i = 0; i < ROUNDS || shared == 0; ++i) {
+        const auto owner = std::make_unique<Write>();
+        const Module module(CIMOM_MODULE, *owner);
+        owner->unregisterModule(module);
+        borrower.registerModule(module);
+        if (i % 2 == 0) {
+            std::this_thread::yield();
+        }
+        borrower.unregisterModule(module);
+    }
+    stop = true;
+    thread.join();
+    EXPECT_EQ(&asIos(std::cerr), borrower.getStream());
 }
 
 }

@@ -10,6 +10,7 @@
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
+#include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
@@ -162,10 +163,18 @@ void Write::unregisterModule(const Module& module)
 LogFileRef& Write::getOwnedLogFile()
 {
     if (!ownedLogFile) {
-        logFile = new LogFile;
-        ownedLogFile = true;
+        replaceLogFile(new LogFile, true);
     }
     return logFile;
+}
+
+void Write::replaceLogFile(const LogFileRef& file, bool owned)
+{
+    // Outlives the lock: destroying the old file, which closes it, must not happen under InitLock.
+    const LogFileRef old(logFile);
+    const sys::InitLock lock(true);
+    logFile = file;
+    ownedLogFile = owned;
 }
 
 bool Write::isDefault() const

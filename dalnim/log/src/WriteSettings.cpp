@@ -7,7 +7,9 @@
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
+#include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrack.hpp>
+#include <qv/pmx/src/perturb.hpp>
 
 #include <algorithm>
 #include <iterator>
@@ -154,26 +156,20 @@ void Write::setPath(const String& path)
 void Write::setStream(const String& stream)
 {
     const sys::StackTrack track("setStream()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    LogFileRef shared;
-    std::ostream* output = nullptr;
-    if (stream == CIMOM_STREAM) {
-        shared = cimomLogFile();
-    } else {
-        output = standardStream(stream).addr;
-        StreamOutput::trust(*output);
-    }
     StateHolder holder(stateSync.acquire());
     String oldPath;
     String newPath;
-    if (output == nullptr) {
+    if (stream == CIMOM_STREAM) {
+        const LogFileRef shared = cimomLogFile();
         if (shared == logFile) {
             return;
         }
         logFile->getCurrentPath(oldPath, false);
         logFile->close();
-        logFile = shared;
-        ownedLogFile = false;
+        replaceLogFile(shared, false);
     } else {
+        std::ostream* const output = standardStream(stream).addr;
+        StreamOutput::trust(*output);
         if (logFile->getStream() == output) {
             return;
         }
@@ -191,17 +187,16 @@ void Write::setStream(const String& stream)
 LogFileRef Write::cimomLogFile() const
 {
     const Write* owner = nullptr;
-    {
-        const StateHolder holder(stateSync.acquire());
-        if (Module* const module = modules->getModuleActual(CIMOM_MODULE)) {
-            owner = dynamic_cast<const Write*>(&module->control());
-        }
+    if (Module* const module = modules->getModuleActual(CIMOM_MODULE)) {
+        owner = dynamic_cast<const Write*>(&module->control());
     }
     if (owner == nullptr) {
         throw std::invalid_argument("CIMOM stream is not available");
     }
-    // One logger's lock at a time: the other may be looking for this one's file just now.
-    const StateHolder holder(owner->stateSync.acquire());
+    qv::perturb();
+    // The owner is alive as long as its module is registered here, which stateSync sees to. Its own stateSync
+    // is not taken: two loggers that share each other's files would wait for each other.
+    const sys::InitLock lock(true);
     return owner->logFile;
 }
 
@@ -212,8 +207,9 @@ void Write::setStream(std::ios& stream)
     // A refused stream must not end the sharing of a file.
     LogFileRef file = ownedLogFile ? logFile : LogFileRef(new LogFile);
     file->setStream(stream);
-    logFile = file;
-    ownedLogFile = true;
+    if (!ownedLogFile) {
+        replaceLogFile(file, true);
+    }
 }
 
 unsigned int Write::getOutputMask() const
