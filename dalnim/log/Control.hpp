@@ -56,6 +56,16 @@ public:
     /** A list of names. */
     typedef std::vector<String> StringColl;
 
+    /** A setting of a configuration that a logger does not accept. */
+    struct BadSetting
+    {
+        /** The whole key. */
+        String key;
+        String value;
+        /** What is wrong with it, and what is allowed, such as "must be true or false". */
+        String reason;
+    };
+
     virtual ~Control() = 0;
 
     /**

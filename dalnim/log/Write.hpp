@@ -8,6 +8,7 @@
 #include <dalnim/mt/MutexHolder.hpp>
 
 #include <atomic>
+#include <map>
 #include <memory>
 
 namespace com::kor::dal::nim::log {
@@ -161,8 +162,7 @@ private:
     void reportOldAndNew(unsigned int line, const char* setting, const Value& oldValue,
                          const Value& newValue);
 
-    void configureOutput(const io::Properties& opts);
-    void configureSeverity(const io::Properties& opts);
+    void configureOutput(const std::map<String, String>& values);
 
     bool isDefault() const;
 

@@ -1,0 +1,323 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/src/SettingsTable.hpp>
+
+#include <dalnim/log/nsdefs.hpp>
+#include <dalnim/sys/System.hpp>
+#include <dalnim/type/CompositeString.hpp>
+#include <dalnim/type/StringOps.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdint>
+#include <ctime>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+namespace com::kor::dal::nim::log {
+
+namespace {
+
+constexpr char WHITE_SPACE[] = " \t\n\v\f\r";
+constexpr char DATE_PLACEHOLDER[] = "<date>";
+constexpr char CIMOM_STREAM[] = "CIMOM";
+
+constexpr char ALLOWED_SEVERITY[] = "one of NONE, TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR and FATAL";
+constexpr char ALLOWED_SEVERITIES[] =
+    "names separated by white space, out of NONE, TRACE, DEBUG, INFO, NOTICE, "
+    "WARNING, ERROR and FATAL";
+constexpr char ALLOWED_FIELDS[] =
+    "names separated by white space, out of NONE, DATETIME, TIMEZONE, SEVERITY, "
+    "HOSTNAME, PROCESSNAME, PROCESSID, THREADID, MODULENAME, SOURCEFILE and "
+    "LINENUMBER";
+constexpr char ALLOWED_SWITCH[] = "true or false";
+
+StringVector words(const String& text)
+{
+    StringVector result;
+    type::CompositeString rest(text, WHITE_SPACE, true);
+    for (String word = rest.next(); !word.empty(); word = rest.next()) {
+        result.push_back(word);
+    }
+    return result;
+}
+
+bool equalsIgnoringCase(const String& value, const char* word)
+{
+    return type::StringOps::compareIgnoreCase(value, String(word)) == 0;
+}
+
+bool isTrue(const String& value)
+{
+    return equalsIgnoringCase(value, "true");
+}
+
+/** The decimal number that a text begins with, 0 if it does not begin with one. */
+std::size_t leadingNumber(const String& text)
+{
+    std::istringstream stream(text);
+    std::size_t number = 0;
+    if (std::isdigit((stream >> std::ws).peek())) {
+        stream >> number;
+    }
+    return number;
+}
+
+/** Writes the present UTC date, as "20261114", whatever the log's local time setting is. */
+std::size_t get_filename_date(char* buf, std::size_t bufsz)
+{
+    std::tm broken_down;
+    sys::System::utctime(broken_down, std::time(nullptr));
+    return std::strftime(buf, bufsz, "%Y%m%d", &broken_down);
+}
+
+String filenameDate()
+{
+    char text[32];
+    return String(text, get_filename_date(text, sizeof text));
+}
+
+void insertDate(String& file)
+{
+    const std::size_t position = file.rfind(DATE_PLACEHOLDER);
+    if (position != String::npos) {
+        file.replace(position, sizeof DATE_PLACEHOLDER - 1, filenameDate());
+    }
+}
+
+/** Runs a conversion that throws std::out_of_range for a name that it does not know. */
+template <class Convert>
+bool converts(Convert convert)
+{
+    try {
+        convert();
+        return true;
+    } catch (const std::out_of_range&) {
+        return false;
+    }
+}
+
+bool readSwitch(const String& value, bool& into)
+{
+    into = isTrue(value);
+    return into || equalsIgnoringCase(value, "false");
+}
+
+/** The end of a number, and what that multiplies it by. */
+struct Unit
+{
+    const char* name;
+    std::size_t factor;
+};
+
+constexpr Unit SIZE_UNITS[] = {
+    {"", 1},           {"k", 1000},       {"M", 1000 * 1000}, {"G", 1000 * 1000 * 1000},
+    {"KiB", 1U << 10}, {"MiB", 1U << 20}, {"GiB", 1U << 30},
+};
+
+/** Reads digits that one of the units up to `lastUnit` follows; the first is the empty one. */
+bool readNumber(const String& value, std::size_t& into, const Unit* lastUnit)
+{
+    std::uint64_t number = 0;
+    const char* const end = value.data() + value.size();
+    const auto [stop, error] = std::from_chars(value.data(), end, number);
+    const String unit(stop, end);
+    const Unit* const found =
+        std::find_if(SIZE_UNITS, lastUnit, [&unit](const Unit& known) { return unit == known.name; });
+    return error == std::errc() && found != lastUnit && !__builtin_mul_overflow(number, found->factor, &into);
+}
+
+bool readStream(const String& value, LogSettings& settings)
+{
+    const auto* const row = std::find_if(std::begin(STD_LOG_STREAMS), std::end(STD_LOG_STREAMS),
+                                         [&value](const LogStreamRec& known) { return value == known.name; });
+    settings.stream = row != std::end(STD_LOG_STREAMS) ? row->addr : nullptr;
+    return settings.stream != nullptr || value == CIMOM_STREAM;
+}
+
+/** The path is made of several keys, and can be checked only then. */
+bool readPathPart(const String&, LogSettings&)
+{
+    return true;
+}
+
+bool readSeverityMask(const String& value, LogSettings& settings)
+{
+    const StringVector names = words(value);
+    return !names.empty() && converts([&] {
+        for (const String& name : names) {
+            settings.severityMask |= 1U << static_cast<unsigned int>(getSeverityId(name));
+        }
+    });
+}
+
+bool readSeverity(const String& value, LogSettings& settings)
+{
+    return converts([&] { settings.minimum = getSeverityId(value); });
+}
+
+bool readOutputMask(const String& value, LogSettings& settings)
+{
+    settings.outputMask = Mask_NONE;
+    const StringVector names = words(value);
+    return !names.empty() && converts([&] {
+        for (const String& name : names) {
+            settings.outputMask |= getOutputBit(name);
+        }
+    });
+}
+
+bool readModules(const String& value, LogSettings& settings)
+{
+    for (const String& name : words(value)) {
+        if (std::find(settings.modules.begin(), settings.modules.end(), name) == settings.modules.end()) {
+            settings.modules.push_back(name);
+        }
+    }
+    return !settings.modules.empty();
+}
+
+void setOutputMask(const String& value, Control& logger)
+{
+    unsigned int mask = Mask_NONE;
+    for (const String& name : words(value)) {
+        mask |= getOutputBit(name);
+    }
+    logger.setOutputMask(mask);
+}
+
+void addModules(const String& value, Control& logger)
+{
+    for (const String& name : words(value)) {
+        logger.setModuleFilter(name, true);
+    }
+}
+
+const Setting SETTINGS[] = {
+    {Control::TAG_OUTPUT_STREAM, nullptr, readStream, "STDERR, STDOUT, STDLOG or CIMOM", nullptr},
+    {Control::TAG_OUTPUT_FILE, Control::TAG_OUTPUT_STREAM, readPathPart, "", nullptr},
+    {Control::TAG_OUTPUT_DIRECTORY, Control::TAG_OUTPUT_STREAM, readPathPart, "", nullptr},
+    {Control::TAG_RECORD_LOCAL_TIME, nullptr,
+     [](const String& value, LogSettings& settings) { return readSwitch(value, settings.localtime); },
+     ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.setLocaltime(isTrue(value)); }},
+    {Control::TAG_SEVERITY_MASK, nullptr, readSeverityMask, ALLOWED_SEVERITIES,
+     [](const String& value, Control& logger) { logger.setSeverityMask(words(value), true); }},
+    {Control::TAG_SEVERITY_ID, Control::TAG_SEVERITY_MASK, readSeverity, ALLOWED_SEVERITY,
+     [](const String& value, Control& logger) { logger.setSeverity(value); }},
+    {Control::TAG_OUTPUT_MASK, nullptr, readOutputMask, ALLOWED_FIELDS, setOutputMask},
+    {Control::TAG_MODULE_LIST, nullptr, readModules, "names and patterns separated by white space",
+     addModules},
+    {Control::TAG_ALLOW_REMOTE, nullptr,
+     [](const String& value, LogSettings& settings) { return readSwitch(value, settings.remoteControl); },
+     ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.allowRemoteControl(isTrue(value)); }},
+    // The limits come last, for the file that has just been selected.
+    {Control::TAG_MAX_NUMBER_OF_FILES, nullptr,
+     [](const String& value, LogSettings& settings) {
+         return readNumber(value, settings.maxNumberOfFiles, SIZE_UNITS + 1);
+     },
+     "a decimal number",
+     [](const String& value, Control& logger) { logger.setMaxNumberOfFiles(leadingNumber(value)); }},
+    {Control::TAG_MAX_FILE_SIZE, nullptr,
+     [](const String& value, LogSettings& settings) {
+         return readNumber(value, settings.maxFileSize, std::end(SIZE_UNITS));
+     },
+     "a decimal number of bytes, or one directly followed by k, M, G, KiB, MiB or GiB",
+     [](const String& value, Control& logger) { logger.setMaxFileSize(leadingNumber(value)); }},
+};
+
+}
+
+LogSettings::LogSettings()
+    : stream(STD_LOG_STREAMS[0].addr), severityMask(0), minimum(Control::getSeverityDefault()),
+      outputMask(Control::getOutputMaskDefault()), localtime(false), remoteControl(false),
+      maxNumberOfFiles(0), maxFileSize(0)
+{
+}
+
+const Setting* SettingsTable::begin() noexcept
+{
+    return std::begin(SETTINGS);
+}
+
+const Setting* SettingsTable::end() noexcept
+{
+    return std::end(SETTINGS);
+}
+
+const Setting* SettingsTable::find(const String& tag) noexcept
+{
+    const Setting* const found =
+        std::find_if(begin(), end(), [&tag](const Setting& setting) { return tag == setting.tag; });
+    return found == end() ? nullptr : found;
+}
+
+String SettingsTable::tags()
+{
+    String text;
+    for (const Setting* setting = begin(); setting != end(); ++setting) {
+        text += setting == begin() ? "" : setting + 1 == end() ? " and " : ", ";
+        text += setting->tag;
+    }
+    return text;
+}
+
+String SettingsTable::key(const String& tag)
+{
+    return String(NAMESPACE_NAME) + '.' + Control::CLASS_NAME + '.' + tag;
+}
+
+String SettingsTable::valueOf(const SettingValues& values, const char* tag)
+{
+    const auto found = values.find(tag);
+    return found == values.end() ? String() : found->second;
+}
+
+bool SettingsTable::applies(const Setting& setting, const SettingValues& values)
+{
+    return values.count(setting.tag) != 0
+           && (setting.overriddenBy == nullptr || values.count(setting.overriddenBy) == 0);
+}
+
+String SettingsTable::outputPath(const SettingValues& values)
+{
+    String file = valueOf(values, Control::TAG_OUTPUT_FILE);
+    insertDate(file);
+    if (file.find_first_of("/\\") != String::npos) {
+        return file;
+    }
+    const String directory = valueOf(values, Control::TAG_OUTPUT_DIRECTORY);
+    if (!directory.empty()) {
+        return directory + '/' + (!file.empty() ? file : getProcessName() + '-' + filenameDate() + ".log");
+    }
+    return !file.empty() ? "log/" + file : file;
+}
+
+std::vector<Control::BadSetting> SettingsTable::read(const SettingValues& values, LogSettings& settings)
+{
+    std::vector<Control::BadSetting> bad;
+    for (const auto& [tag, value] : values) {
+        const Setting* const setting = find(tag);
+        if (setting == nullptr) {
+            bad.push_back({key(tag), value, "is not a setting; there are " + tags()});
+        } else if (!setting->read(value, settings)) {
+            bad.push_back({key(tag), value, String("must be ") + setting->allowed});
+        }
+    }
+    if (settings.severityMask != 0) {
+        // As with the setters: NONE adds nothing to a mask, and by itself lets everything pass.
+        settings.severityMask &= ~1U;
+        settings.minimum =
+            static_cast<Severity>(settings.severityMask != 0 ? __builtin_ctz(settings.severityMask) : 0);
+    }
+    if (values.count(Control::TAG_OUTPUT_STREAM) == 0) {
+        settings.path = outputPath(values);
+        if (!settings.path.empty()) {
+            settings.stream = nullptr;
+        }
+    }
+    return bad;
+}
+
+}

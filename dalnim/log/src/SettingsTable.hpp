@@ -1,0 +1,85 @@
+#ifndef DALNIM_LOG_SRC_SETTINGSTABLE_HPP
+#define DALNIM_LOG_SRC_SETTINGSTABLE_HPP
+
+#include <dalnim/String.hpp>
+#include <dalnim/log/Control.hpp>
+
+#include <cstddef>
+#include <list>
+#include <map>
+
+namespace com::kor::dal::nim::log {
+
+/** The values of a configuration by the last part of their key, such as "severity.id". None is empty. */
+typedef std::map<String, String> SettingValues;
+
+/** All settings of a logger: at construction the defaults, which apply to keys that a configuration lacks. */
+struct LogSettings
+{
+    LogSettings();
+
+    /** One of the standard streams, or null: then the file at `path`, or, if that is empty, "CIMOM". */
+    std::ostream* stream;
+    String path;
+    /** The severity mask, or 0: then the threshold `minimum` decides. */
+    unsigned int severityMask;
+    Severity minimum;
+    unsigned int outputMask;
+    /** The module filter, without duplicates. */
+    std::list<String> modules;
+    bool localtime;
+    bool remoteControl;
+    std::size_t maxNumberOfFiles;
+    /** Bytes. */
+    std::size_t maxFileSize;
+};
+
+/** A key of the configuration: a row of the one table that everything that reads a configuration uses. */
+struct Setting
+{
+    /** The last part of the key, one of Control::TAG_*. */
+    const char* tag;
+    /** The tag of the key that takes precedence over this one, or null. */
+    const char* overriddenBy;
+    /** Stores a value; returns false for one that `allowed` does not describe. */
+    bool (*read)(const String& value, LogSettings& settings);
+    /** Describes the values that read() accepts, following "must be". */
+    const char* allowed;
+    /**
+     * Calls the setter for a value, as setConfiguration() does: as laxly as it always has. Null for the keys
+     * of the output, which are applied together.
+     */
+    void (*set)(const String& value, Control& logger);
+};
+
+/** The rows, in the order in which setConfiguration() applies them. */
+class SettingsTable
+{
+public:
+    static const Setting* begin() noexcept;
+    static const Setting* end() noexcept;
+    /** The row of a tag, or null. */
+    static const Setting* find(const String& tag) noexcept;
+
+    /** The tags, as "a, b and c". */
+    static String tags();
+    /** Whether `setting` has a value that takes effect: its own, with none that takes precedence. */
+    static bool applies(const Setting& setting, const SettingValues& values);
+
+    /** The path that the keys of the output select, today's date in it; empty if they select no file. */
+    static String outputPath(const SettingValues& values);
+    /** The value of a tag, or an empty text. */
+    static String valueOf(const SettingValues& values, const char* tag);
+
+    /**
+     * Reads all values strictly, and without touching any logger or file system. Returns the settings that
+     * are bad; the keys that no setting has are among them.
+     */
+    static std::vector<Control::BadSetting> read(const SettingValues& values, LogSettings& settings);
+    /** The full key of a tag. */
+    static String key(const String& tag);
+};
+
+}
+
+#endif
