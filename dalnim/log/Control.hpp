@@ -43,6 +43,9 @@ public:
     static constexpr const char TAG_MAX_FILE_SIZE[] = "maxFileSize";
     /** How many old files are kept; 0 for all. */
     static constexpr const char TAG_MAX_NUMBER_OF_FILES[] = "maxNumberOfFiles";
+    /** "true" in any case of letters escapes control characters in records, all else writes them as they are.
+     */
+    static constexpr const char TAG_ESCAPE_CONTROLS[] = "escape.enable";
 
     // Written directly, these are to be set before other threads start; setOutputMaskDefault() and
     // setSeverityDefault() may be called at any time.
@@ -135,6 +138,19 @@ public:
     void setSeverity(const String& name);
     /** setSeverityMask() by name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
     void setSeverityMask(const String& name, bool enable);
+
+    // Settings of a Write. On any other logger the setters throw `std::bad_cast`, and the getters return what
+    // is in effect without a setting.
+
+    /** Whether records are written with their control characters escaped; false at first. */
+    bool getEscapeControls() const;
+    /**
+     * Selects whether control characters in the text of records, which includes that of exceptions, and in
+     * names of modules are escaped: bytes 0 to 31 but tab, and 127, are written as `\a \b \f \n \r \v` where
+     * C has such a name, otherwise as `\xNN` with two lower-case digits, and a backslash as `\\`. Each record
+     * is one line then, and cannot be mistaken for two. Returns the old setting.
+     */
+    bool setEscapeControls(bool on);
 
     // The defaults are guarded by the library's InitLock.
     /** What a logger that is made from now on starts with as its output mask. */

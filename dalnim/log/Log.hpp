@@ -51,7 +51,8 @@ protected:
 
     /**
      * The prefix of a record: the fields that the output mask selects, joined by SEPARATOR, then
-     * TERMINATOR. What the look-up of host, process or date raises passes through.
+     * TERMINATOR. The name of the module is escaped if getEscapeControls(). What the look-up of host, process
+     * or date raises passes through.
      */
     virtual String format(const Module& mod, const Header& rec);
     /**

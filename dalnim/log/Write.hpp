@@ -125,6 +125,7 @@ protected:
     ModuleRegistration& moduleRegistrar() override;
 
 private:
+    friend class Control;
     friend class ForkLock;
     friend class Module;
 
@@ -162,6 +163,9 @@ private:
     void reportOldAndNew(unsigned int line, const char* setting, const Value& oldValue,
                          const Value& newValue);
 
+    /** Changes a setting that is true or false, and reports that as `label`; returns the old value. */
+    bool changeSwitch(std::atomic<bool>& flag, bool value, unsigned int line, const char* label);
+
     void configureOutput(const std::map<String, String>& values);
 
     bool isDefault() const;
@@ -180,6 +184,7 @@ private:
     std::atomic<bool> flagAllowRemoteControl;
     /** Whether the present output has begun with the configuration. */
     mutable bool streamHeaderDone;
+    std::atomic<bool> escapesControls;
     std::atomic<unsigned int> outputMask;
     SeverityGate severity;
     /**

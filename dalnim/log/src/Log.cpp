@@ -7,6 +7,7 @@
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/CancellationDisabled.hpp>
 #include <dalnim/log/src/CurrentPrefix.hpp>
+#include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
@@ -76,7 +77,8 @@ void Log::log(const Module& mod, const Header& rec, bool force)
 String Log::format(const Module& mod, const Header& rec)
 {
     LineText prefix;
-    appendPrefix(prefix, getOutputMask(), mod, rec);
+    // The logger is asked only about a name that makes a difference: that takes a cast.
+    appendPrefix(prefix, getOutputMask(), mod, rec, needsEscape(mod.getName()) && getEscapeControls());
     return String(prefix.view());
 }
 

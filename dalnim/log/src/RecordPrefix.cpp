@@ -5,6 +5,7 @@
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/src/DateTimeText.hpp>
+#include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
@@ -50,7 +51,8 @@ std::string_view baseName(const char* path)
 
 }
 
-void appendPrefix(LineText& line, unsigned int outputMask, const Module& mod, const Header& rec)
+void appendPrefix(LineText& line, unsigned int outputMask, const Module& mod, const Header& rec,
+                  bool escapesControls)
 {
     Fields(line, outputMask)
         .add(Mask_DATETIME, [&](LineText& text) { text.append(DateTimeText(rec.getWhen()).view()); })
@@ -58,7 +60,11 @@ void appendPrefix(LineText& line, unsigned int outputMask, const Module& mod, co
         .add(Mask_PROCESSNAME, [](LineText& text) { text.append(sys::internal::process_name_text()); })
         .add(Mask_PROCESSID, [](LineText& text) { text.appendNumber(getProcessId()); })
         .add(Mask_THREADID, [&](LineText& text) { text.appendNumber(rec.getThread()); })
-        .add(Mask_MODULENAME, [&](LineText& text) { text.append(mod.getName()); })
+        .add(Mask_MODULENAME,
+             [&](LineText& text) {
+                 escapesControls ? appendEscaped(text, mod.getName())
+                                 : static_cast<void>(text.append(mod.getName()));
+             })
         .add(Mask_SEVERITY, [&](LineText& text) { text.append(severityText(rec.getSeverityId())); })
         .add(Mask_SOURCEFILE, [&](LineText& text) { text.append(baseName(rec.getFile())); })
         .add(Mask_LINENUMBER, [&](LineText& text) { text.appendNumber(rec.getLine()); });

@@ -9,9 +9,11 @@ class Module;
 
 /**
  * Adds the prefix of a record: the fields that the mask selects, joined by SEPARATOR, then TERMINATOR.
+ * With `escapesControls` the name of the module is escaped by appendEscaped().
  * What the look-up of host, process or date raises passes through.
  */
-void appendPrefix(LineText& line, unsigned int outputMask, const Module& mod, const Header& rec);
+void appendPrefix(LineText& line, unsigned int outputMask, const Module& mod, const Header& rec,
+                  bool escapesControls);
 
 }
 

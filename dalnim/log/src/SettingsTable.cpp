@@ -196,6 +196,10 @@ void addModules(const String& value, Control& logger)
 }
 
 const Setting SETTINGS[] = {
+    // What the reports of the changes below depend on comes first.
+    {Control::TAG_ESCAPE_CONTROLS, nullptr,
+     [](const String& value, LogSettings& settings) { return readSwitch(value, settings.escapesControls); },
+     ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.setEscapeControls(isTrue(value)); }},
     {Control::TAG_OUTPUT_STREAM, nullptr, readStream, "STDERR, STDOUT, STDLOG or CIMOM", nullptr},
     {Control::TAG_OUTPUT_FILE, Control::TAG_OUTPUT_STREAM, readPathPart, "", nullptr},
     {Control::TAG_OUTPUT_DIRECTORY, Control::TAG_OUTPUT_STREAM, readPathPart, "", nullptr},
@@ -232,7 +236,7 @@ const Setting SETTINGS[] = {
 LogSettings::LogSettings()
     : stream(STD_LOG_STREAMS[0].addr), severityMask(0), minimum(Control::getSeverityDefault()),
       outputMask(Control::getOutputMaskDefault()), localtime(false), remoteControl(false),
-      maxNumberOfFiles(0), maxFileSize(0)
+      escapesControls(false), maxNumberOfFiles(0), maxFileSize(0)
 {
 }
 

@@ -29,6 +29,7 @@ struct LogSettings
     std::list<String> modules;
     bool localtime;
     bool remoteControl;
+    bool escapesControls;
     std::size_t maxNumberOfFiles;
     /** Bytes. */
     std::size_t maxFileSize;

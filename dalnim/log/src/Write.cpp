@@ -7,6 +7,7 @@
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/CurrentPrefix.hpp>
+#include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
@@ -28,20 +29,31 @@ namespace {
 
 constexpr char CONFIGURATION[] = "Log Configuration:";
 
-/** Formats a record as a line. Exceptions of appendPrefix() propagate. */
-void appendRecord(LineText& line, unsigned int outputMask, const Module& mod, const Header& rec,
-                  std::string_view text)
+/** Adds the text of a record. What is escaped is trimmed first: white space at its end is left out, as ever.
+ */
+void appendText(LineText& line, std::string_view text, bool escapesControls)
 {
-    appendPrefix(line, outputMask, mod, rec);
+    if (escapesControls) {
+        appendEscaped(line, text.substr(0, trimmedLength(text, 0)));
+    } else {
+        line.append(text);
+    }
+}
+
+/** Formats a record as a line. Exceptions of appendPrefix() propagate. */
+void appendRecord(LineText& line, unsigned int outputMask, bool escapesControls, const Module& mod,
+                  const Header& rec, std::string_view text)
+{
+    appendPrefix(line, outputMask, mod, rec, escapesControls);
     const std::size_t prefixLength = line.view().size();
-    line.append(text);
+    appendText(line, text, escapesControls);
     endLine(line, prefixLength);
 }
 
 }
 
 Write::Write()
-    : stateSync(false), flagAllowRemoteControl(false), streamHeaderDone(false),
+    : stateSync(false), flagAllowRemoteControl(false), streamHeaderDone(false), escapesControls(false),
       outputMask(getOutputMaskDefault()), severity(getSeverityDefault()), logFile(new LogFile),
       ownedLogFile(true), modules(std::make_unique<ModuleRegistration>())
 {
@@ -74,7 +86,9 @@ void Write::log(const Module& mod, const Header& rec, bool force)
     }
     String record = format(mod, rec);
     const std::size_t prefixLength = record.size();
-    record.append(rec.text());
+    LineText text;
+    appendText(text, rec.text(), escapesControls.load(std::memory_order_relaxed));
+    record.append(text.view());
     const CurrentPrefix prefix(std::string_view(record).substr(0, prefixLength));
     log(record);
 }
@@ -83,8 +97,9 @@ void Write::formatAndLog(const Module& mod, const Header& rec)
 {
     LineText line;
     const unsigned int mask = getOutputMask();
+    const bool escapes = escapesControls.load(std::memory_order_relaxed);
     try {
-        appendRecord(line, mask, mod, rec, rec.text());
+        appendRecord(line, mask, escapes, mod, rec, rec.text());
     } catch (...) {
         // A new output begins with its stream header, also if its first record cannot be formatted.
         const StateHolder holder(stateSync.acquire());
@@ -99,9 +114,10 @@ void Write::formatAndLog(const Module& mod, const Header& rec)
         streamHeader();
     }
     const unsigned int currentMask = getOutputMask();
-    if (currentMask != mask) {
+    const bool currentEscapes = escapesControls.load(std::memory_order_relaxed);
+    if (currentMask != mask || currentEscapes != escapes) {
         line.cut(0);
-        appendRecord(line, currentMask, mod, rec, rec.text());
+        appendRecord(line, currentMask, currentEscapes, mod, rec, rec.text());
     }
     logFile->logLine(line.view());
 }

@@ -130,6 +130,30 @@ bool Write::allowRemoteControl(bool allow)
     return old;
 }
 
+bool Write::changeSwitch(std::atomic<bool>& flag, bool value, unsigned int line, const char* label)
+{
+    StateHolder holder(stateSync.acquire());
+    const bool old = flag.exchange(value, std::memory_order_relaxed);
+    if (old != value) {
+        holder.release(true);
+        reportOldAndNew(line, label, truth(old), truth(value));
+    }
+    return old;
+}
+
+bool Control::getEscapeControls() const
+{
+    const auto* const logger = dynamic_cast<const Write*>(this);
+    return logger != nullptr && logger->escapesControls.load(std::memory_order_relaxed);
+}
+
+bool Control::setEscapeControls(bool on)
+{
+    const sys::StackTrack track("setEscapeControls()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    auto& logger = dynamic_cast<Write&>(*this);
+    return logger.changeSwitch(logger.escapesControls, on, __LINE__, "EscapeControls");
+}
+
 const String Write::getPath() const
 {
     const StateHolder holder(stateSync.acquire());
