@@ -43,9 +43,14 @@ public:
     static constexpr const char TAG_MAX_FILE_SIZE[] = "maxFileSize";
     /** How many old files are kept; 0 for all. */
     static constexpr const char TAG_MAX_NUMBER_OF_FILES[] = "maxNumberOfFiles";
+    /** The permissions of new files in octal, such as 0640. */
+    static constexpr const char TAG_FILE_MODE[] = "file.mode";
     /** "true" in any case of letters escapes control characters in records, all else writes them as they are.
      */
     static constexpr const char TAG_ESCAPE_CONTROLS[] = "escape.enable";
+
+    /** The file mode that stands for no setting: new files have the permissions that the umask leaves. */
+    static constexpr unsigned int MODE_OF_UMASK = ~0U;
 
     // Written directly, these are to be set before other threads start; setOutputMaskDefault() and
     // setSeverityDefault() may be called at any time.
@@ -151,6 +156,15 @@ public:
      * is one line then, and cannot be mistaken for two. Returns the old setting.
      */
     bool setEscapeControls(bool on);
+
+    /** The permissions of new log files; MODE_OF_UMASK at first. */
+    unsigned int getFileMode() const;
+    /**
+     * Sets the permissions of log files that are created from now on, whatever the umask is: 0640, for
+     * example, or MODE_OF_UMASK. Existing files keep theirs. Throws `std::out_of_range`, "Illegal File Mode",
+     * for a mode above 0777 or one that does not let the owner write.
+     */
+    void setFileMode(unsigned int mode);
 
     // The defaults are guarded by the library's InitLock.
     /** What a logger that is made from now on starts with as its output mask. */

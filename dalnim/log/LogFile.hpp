@@ -75,6 +75,10 @@ public:
     virtual std::size_t getMaxNumberOfFiles() const;
     /** Removes at once what exceeds the number. */
     virtual void setMaxNumberOfFiles(std::size_t number);
+    /** Returns the permissions of new files, or Control::MODE_OF_UMASK; see Control::setFileMode(). */
+    unsigned int getFileMode() const;
+    /** Takes effect at the next file that is created. */
+    void setFileMode(unsigned int mode);
     /** Returns true if there is a stream in a good state, or a file that the last line was written to. */
     virtual bool is_open() const;
     /** Whether there is a stream, and, with a path, the file is open. */

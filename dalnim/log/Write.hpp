@@ -146,6 +146,8 @@ private:
 
     // Called with stateSync held.
     LogFileRef& getOwnedLogFile();
+    /** Returns a new file with this logger's settings that are not the caller's to choose. */
+    LogFileRef newLogFile() const;
     /** Makes `file` the output; releases the present one. */
     void replaceLogFile(const LogFileRef& file, bool owned);
     /** Returns the file of the logger that offers itself as "CIMOM", or throws as setStream() does. */
@@ -195,6 +197,8 @@ private:
     mutable LogFileRef logFile;
     /** False while the file is shared with another logger, who owns its settings. */
     bool ownedLogFile;
+    /** Of each file that this logger owns; a shared one has the mode of its owner. */
+    unsigned int fileMode;
     std::unique_ptr<ModuleRegistration> modules;
 };
 

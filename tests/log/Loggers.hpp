@@ -95,6 +95,8 @@ private:
         write().allowRemoteControl(false);
         write().setMaxFileSize(0);
         write().setMaxNumberOfFiles(0);
+        write().setEscapeControls(false);
+        write().setFileMode(log::Control::MODE_OF_UMASK);
     }
 };
 

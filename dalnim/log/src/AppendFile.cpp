@@ -2,6 +2,8 @@
 
 #include <dalnim/log/src/AppendFile.hpp>
 
+#include <dalnim/log/Control.hpp>
+
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -18,7 +20,11 @@ namespace com::kor::dal::nim::log {
 
 namespace {
 
+/** Permissions of a new file, less the umask. */
 constexpr mode_t FILE_MODE = 0666;
+/** Permissions of a new file until it has those that were asked for: none for other users. */
+constexpr mode_t PRIVATE_MODE = 0600;
+constexpr int FLAGS = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY;
 
 /** Of a stream that is handed out: unbuffered, so that bytes that were rejected do not come back later. */
 constexpr std::size_t STREAM_BUFFER_SIZE = 1;
@@ -73,12 +79,30 @@ bool isPipe(const String& path) noexcept
     return isFifo;
 }
 
+/** Opens a file, and gives it the permissions `mode` if it is new. Returns -1, with the cause in `errno`. */
+int openWithMode(const char* path, unsigned int mode) noexcept
+{
+    if (mode == Control::MODE_OF_UMASK) {
+        return ::open(path, FLAGS | O_CREAT, FILE_MODE);
+    }
+    int opened = ::open(path, FLAGS);
+    if (opened != -1 || errno != ENOENT) {
+        return opened;
+    }
+    opened = ::open(path, FLAGS | O_CREAT, PRIVATE_MODE & mode);
+    if (opened != -1) {
+        // Fails for a file that another user has just created, which keeps the permissions of that user.
+        static_cast<void>(::fchmod(opened, mode));
+    }
+    return opened;
+}
+
 /** Opens a file for appending, at FIRST_DESCRIPTOR or above. Returns -1, with the cause in `errno`. */
-int openToAppend(const String& path) noexcept
+int openToAppend(const String& path, unsigned int mode) noexcept
 {
     int opened = -1;
     do {
-        opened = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, FILE_MODE);
+        opened = openWithMode(path.c_str(), mode);
         // The opening of a pipe waits for a reader, and a signal must not end that.
     } while (opened == -1 && errno == EINTR && isPipe(path));
     if (opened == -1 || opened >= FIRST_DESCRIPTOR) {
@@ -167,9 +191,9 @@ AppendFile::~AppendFile()
     close();
 }
 
-int AppendFile::open(const String& path)
+int AppendFile::open(const String& path, unsigned int mode)
 {
-    Descriptor opened(openToAppend(path));
+    Descriptor opened(openToAppend(path, mode));
     struct stat status;
     if (opened.get() == -1 || ::fstat(opened.get(), &status) == -1) {
         return errno;

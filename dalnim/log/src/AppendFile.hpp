@@ -30,10 +30,11 @@ public:
     AppendFile& operator=(const AppendFile&) = delete;
 
     /**
-     * Opens a file, which is created if it is missing and never truncated. Returns 0, or the error number if
+     * Opens a file, which is created if it is missing and never truncated. A new file has the permissions
+     * `mode` or, with Control::MODE_OF_UMASK, those that the umask leaves. Returns 0, or the error number if
      * it cannot be opened. The object must be closed.
      */
-    int open(const String& path);
+    int open(const String& path, unsigned int mode);
     void close() noexcept;
     bool isOpen() const noexcept
     {

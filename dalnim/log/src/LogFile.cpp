@@ -80,6 +80,18 @@ void LogFile::setMaxNumberOfFiles(std::size_t number)
     output->setMaxNumberOfFiles(number);
 }
 
+unsigned int LogFile::getFileMode() const
+{
+    const StateHolder holder(stateSync.acquire());
+    return output->fileMode();
+}
+
+void LogFile::setFileMode(unsigned int mode)
+{
+    const StateHolder holder(stateSync.acquire());
+    output->setFileMode(mode);
+}
+
 bool LogFile::is_open() const
 {
     const StateHolder holder(stateSync.acquire());

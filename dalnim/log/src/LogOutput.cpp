@@ -3,6 +3,7 @@
 #include <dalnim/log/src/LogOutput.hpp>
 
 #include <dalnim/log/Common.hpp>
+#include <dalnim/log/Control.hpp>
 #include <dalnim/log/LogFile.hpp>
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/AppendFile.hpp>
@@ -59,22 +60,26 @@ bool isShortage(int error)
 }
 
 /** Opens a file whose path was in use a moment ago. Returns 0 or the error number. */
-int reopen(AppendFile& file, const String& path)
+int reopen(AppendFile& file, const String& path, unsigned int mode)
 {
     constexpr std::chrono::milliseconds LONGEST_WAIT(100);
     constexpr timespec PAUSE = {0, 1000000};
     const auto deadline = std::chrono::steady_clock::now() + LONGEST_WAIT;
-    int error = file.open(path);
+    int error = file.open(path, mode);
     while (isShortage(error) && std::chrono::steady_clock::now() < deadline) {
         ::nanosleep(&PAUSE, nullptr);
-        error = file.open(path);
+        error = file.open(path, mode);
     }
     return error;
 }
 
 }
 
-LogOutput::LogOutput() : outputStream(&fallbackStream()), sizeLimit(0), rotatedLimit(0), rotatedCount(0) {}
+LogOutput::LogOutput()
+    : outputStream(&fallbackStream()), sizeLimit(0), rotatedLimit(0), newFileMode(Control::MODE_OF_UMASK),
+      rotatedCount(0)
+{
+}
 
 LogOutput::~LogOutput() = default;
 
@@ -184,7 +189,7 @@ void LogOutput::openFile()
     int error = 0;
     try {
         opened = std::make_unique<AppendFile>();
-        error = opened->open(outputPath);
+        error = opened->open(outputPath, newFileMode);
     } catch (const std::bad_alloc&) {
         outputPath.clear();
         throw;
@@ -254,7 +259,7 @@ void LogOutput::switchFile()
         file->close();
         FileTrace::print(__LINE__, "switchFile", "numFiles=", rotatedCount, " maxFiles=", rotatedLimit);
         rotatedCount = RotatedFiles(outputPath).rotate(rotatedCount, rotatedLimit);
-        if (const int error = reopen(*file, outputPath)) {
+        if (const int error = reopen(*file, outputPath, newFileMode)) {
             throw sys::system_error(error, "Failed to open log file [" + outputPath + "]"
                                                + sys::sys_err_string(error));
         }

@@ -46,6 +46,15 @@ public:
         return rotatedLimit;
     }
     void setMaxNumberOfFiles(std::size_t number);
+    /** The permissions of new files, or Control::MODE_OF_UMASK. */
+    unsigned int fileMode() const noexcept
+    {
+        return newFileMode;
+    }
+    void setFileMode(unsigned int mode) noexcept
+    {
+        newFileMode = mode;
+    }
     bool isOpen() const noexcept;
     bool isValid() const noexcept;
     bool isReserved() const noexcept;
@@ -76,6 +85,7 @@ private:
     std::size_t sizeLimit;
     /** How many rotated files are kept; 0 for all. */
     std::size_t rotatedLimit;
+    unsigned int newFileMode;
     /** How many rotated files exist. */
     std::size_t rotatedCount;
 };

@@ -129,6 +129,19 @@ bool readNumber(const String& value, std::size_t& into, const Unit* lastUnit)
     return error == std::errc() && found != lastUnit && !__builtin_mul_overflow(number, found->factor, &into);
 }
 
+/** A mode that setFileMode() refuses. */
+constexpr unsigned int BAD_FILE_MODE = 0;
+
+/** The mode that an octal number stands for, or BAD_FILE_MODE. */
+unsigned int fileModeOf(const String& value)
+{
+    unsigned int mode = 0;
+    const char* const end = value.data() + value.size();
+    const auto [stop, error] = std::from_chars(value.data(), end, mode, 8);
+    const bool isMode = error == std::errc() && stop == end && mode <= 0777 && (mode & 0200) != 0;
+    return isMode ? mode : BAD_FILE_MODE;
+}
+
 bool readStream(const String& value, LogSettings& settings)
 {
     const auto* const row = std::find_if(std::begin(STD_LOG_STREAMS), std::end(STD_LOG_STREAMS),
@@ -200,6 +213,13 @@ const Setting SETTINGS[] = {
     {Control::TAG_ESCAPE_CONTROLS, nullptr,
      [](const String& value, LogSettings& settings) { return readSwitch(value, settings.escapesControls); },
      ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.setEscapeControls(isTrue(value)); }},
+    {Control::TAG_FILE_MODE, nullptr,
+     [](const String& value, LogSettings& settings) {
+         settings.fileMode = fileModeOf(value);
+         return settings.fileMode != BAD_FILE_MODE;
+     },
+     "an octal number up to 0777 that lets the owner write, such as 0640",
+     [](const String& value, Control& logger) { logger.setFileMode(fileModeOf(value)); }},
     {Control::TAG_OUTPUT_STREAM, nullptr, readStream, "STDERR, STDOUT, STDLOG or CIMOM", nullptr},
     {Control::TAG_OUTPUT_FILE, Control::TAG_OUTPUT_STREAM, readPathPart, "", nullptr},
     {Control::TAG_OUTPUT_DIRECTORY, Control::TAG_OUTPUT_STREAM, readPathPart, "", nullptr},
@@ -236,7 +256,7 @@ const Setting SETTINGS[] = {
 LogSettings::LogSettings()
     : stream(STD_LOG_STREAMS[0].addr), severityMask(0), minimum(Control::getSeverityDefault()),
       outputMask(Control::getOutputMaskDefault()), localtime(false), remoteControl(false),
-      escapesControls(false), maxNumberOfFiles(0), maxFileSize(0)
+      escapesControls(false), fileMode(Control::MODE_OF_UMASK), maxNumberOfFiles(0), maxFileSize(0)
 {
 }
 

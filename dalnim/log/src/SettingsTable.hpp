@@ -30,6 +30,8 @@ struct LogSettings
     bool localtime;
     bool remoteControl;
     bool escapesControls;
+    /** Or Control::MODE_OF_UMASK. */
+    unsigned int fileMode;
     std::size_t maxNumberOfFiles;
     /** Bytes. */
     std::size_t maxFileSize;

@@ -55,7 +55,7 @@ void appendRecord(LineText& line, unsigned int outputMask, bool escapesControls,
 Write::Write()
     : stateSync(false), flagAllowRemoteControl(false), streamHeaderDone(false), escapesControls(false),
       outputMask(getOutputMaskDefault()), severity(getSeverityDefault()), logFile(new LogFile),
-      ownedLogFile(true), modules(std::make_unique<ModuleRegistration>())
+      ownedLogFile(true), fileMode(MODE_OF_UMASK), modules(std::make_unique<ModuleRegistration>())
 {
 }
 
@@ -179,9 +179,16 @@ void Write::unregisterModule(const Module& module)
 LogFileRef& Write::getOwnedLogFile()
 {
     if (!ownedLogFile) {
-        replaceLogFile(new LogFile, true);
+        replaceLogFile(newLogFile(), true);
     }
     return logFile;
+}
+
+LogFileRef Write::newLogFile() const
+{
+    LogFileRef file(new LogFile);
+    file->setFileMode(fileMode);
+    return file;
 }
 
 void Write::replaceLogFile(const LogFileRef& file, bool owned)

@@ -78,6 +78,22 @@ const char* truth(bool value)
     return value ? "true" : "false";
 }
 
+constexpr unsigned int ALL_PERMISSIONS = 0777;
+constexpr unsigned int OWNER_MAY_WRITE = 0200;
+
+/** As "0640" with its quotes. */
+String fileModeText(unsigned int mode)
+{
+    if (mode == Control::MODE_OF_UMASK) {
+        return quoted(String("umask"));
+    }
+    String digits = "0000";
+    for (std::size_t i = digits.size(); i-- > 0; mode >>= 3) {
+        digits[i] = static_cast<char>('0' + (mode & 7));
+    }
+    return quoted(digits);
+}
+
 const LogStreamRec& standardStream(const String& name)
 {
     const auto found = std::find_if(std::begin(STD_LOG_STREAMS), std::end(STD_LOG_STREAMS),
@@ -152,6 +168,36 @@ bool Control::setEscapeControls(bool on)
     const sys::StackTrack track("setEscapeControls()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     auto& logger = dynamic_cast<Write&>(*this);
     return logger.changeSwitch(logger.escapesControls, on, __LINE__, "EscapeControls");
+}
+
+unsigned int Control::getFileMode() const
+{
+    const auto* const logger = dynamic_cast<const Write*>(this);
+    if (logger == nullptr) {
+        return MODE_OF_UMASK;
+    }
+    const Write::StateHolder holder(logger->stateSync.acquire());
+    return logger->fileMode;
+}
+
+void Control::setFileMode(unsigned int mode)
+{
+    const sys::StackTrack track("setFileMode()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    auto& logger = dynamic_cast<Write&>(*this);
+    if (mode != MODE_OF_UMASK && (mode > ALL_PERMISSIONS || (mode & OWNER_MAY_WRITE) == 0)) {
+        throw std::out_of_range("Illegal File Mode");
+    }
+    Write::StateHolder holder(logger.stateSync.acquire());
+    const unsigned int old = logger.fileMode;
+    if (old == mode) {
+        return;
+    }
+    logger.fileMode = mode;
+    if (logger.ownedLogFile) {
+        logger.logFile->setFileMode(mode);
+    }
+    holder.release(true);
+    logger.reportOldAndNew(__LINE__, "FileMode", fileModeText(old), fileModeText(mode));
 }
 
 const String Write::getPath() const
@@ -229,7 +275,7 @@ void Write::setStream(std::ios& stream)
     const sys::StackTrack track("setStream()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     const StateHolder holder(stateSync.acquire());
     // A refused stream must not end the sharing of a file.
-    LogFileRef file = ownedLogFile ? logFile : LogFileRef(new LogFile);
+    LogFileRef file = ownedLogFile ? logFile : newLogFile();
     file->setStream(stream);
     if (!ownedLogFile) {
         replaceLogFile(file, true);
