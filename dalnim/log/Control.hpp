@@ -43,6 +43,11 @@ public:
     static constexpr const char TAG_MAX_FILE_SIZE[] = "maxFileSize";
     /** How many old files are kept; 0 for all. */
     static constexpr const char TAG_MAX_NUMBER_OF_FILES[] = "maxNumberOfFiles";
+    /**
+     * "true" in any case of letters lets statements fall back to standard error if the file cannot be opened,
+     * all else lets them throw.
+     */
+    static constexpr const char TAG_FALLBACK[] = "fallback.enable";
     /** The permissions of new files in octal, such as 0640. */
     static constexpr const char TAG_FILE_MODE[] = "file.mode";
     /** "true" in any case of letters escapes control characters in records, all else writes them as they are.
@@ -165,6 +170,15 @@ public:
      * for a mode above 0777 or one that does not let the owner write.
      */
     void setFileMode(unsigned int mode);
+
+    /** Whether statements fall back to standard error if the file cannot be opened; false at first. */
+    bool getFallback() const;
+    /**
+     * Selects what a statement does if the file of the log cannot be opened: with false it throws; with true
+     * it writes its record to standard error after an error message, as if the file had rejected the record.
+     * Returns the old setting.
+     */
+    bool setFallback(bool on);
 
     // The defaults are guarded by the library's InitLock.
     /** What a logger that is made from now on starts with as its output mask. */

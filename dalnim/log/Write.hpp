@@ -10,6 +10,7 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <string_view>
 
 namespace com::kor::dal::nim::log {
 
@@ -37,7 +38,7 @@ public:
     bool isSeveritySatisfied(Severity sev) const override;
     /**
      * Writes a record. An output that cannot be opened, or, on standard error, fails for the
-     * configuration block, raises sys::system_error out of the statement.
+     * configuration block, raises sys::system_error out of the statement, unless getFallback().
      */
     void log(const Module& mod, const Header& rec, bool force) override;
     bool is_open() const override;
@@ -152,6 +153,10 @@ private:
     void replaceLogFile(const LogFileRef& file, bool owned);
     /** Returns the file of the logger that offers itself as "CIMOM", or throws as setStream() does. */
     LogFileRef cimomLogFile() const;
+    /** Writes the stream header if it is due. Returns false if that fails, and getFallback() is selected. */
+    bool beginOutput() const;
+    /** Writes a line that ends in a newline, to standard error if need be and getFallback() is selected. */
+    void writeLine(std::string_view line);
     void streamHeader() const;
     void revertStreamHeader(int error) const;
     /** Begins the output with a message and the configuration; false when it refuses them. */
@@ -187,6 +192,7 @@ private:
     /** Whether the present output has begun with the configuration. */
     mutable bool streamHeaderDone;
     std::atomic<bool> escapesControls;
+    std::atomic<bool> fallsBack;
     std::atomic<unsigned int> outputMask;
     SeverityGate severity;
     /**

@@ -213,6 +213,9 @@ const Setting SETTINGS[] = {
     {Control::TAG_ESCAPE_CONTROLS, nullptr,
      [](const String& value, LogSettings& settings) { return readSwitch(value, settings.escapesControls); },
      ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.setEscapeControls(isTrue(value)); }},
+    {Control::TAG_FALLBACK, nullptr,
+     [](const String& value, LogSettings& settings) { return readSwitch(value, settings.fallsBack); },
+     ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.setFallback(isTrue(value)); }},
     {Control::TAG_FILE_MODE, nullptr,
      [](const String& value, LogSettings& settings) {
          settings.fileMode = fileModeOf(value);
@@ -256,7 +259,8 @@ const Setting SETTINGS[] = {
 LogSettings::LogSettings()
     : stream(STD_LOG_STREAMS[0].addr), severityMask(0), minimum(Control::getSeverityDefault()),
       outputMask(Control::getOutputMaskDefault()), localtime(false), remoteControl(false),
-      escapesControls(false), fileMode(Control::MODE_OF_UMASK), maxNumberOfFiles(0), maxFileSize(0)
+      escapesControls(false), fallsBack(false), fileMode(Control::MODE_OF_UMASK), maxNumberOfFiles(0),
+      maxFileSize(0)
 {
 }
 

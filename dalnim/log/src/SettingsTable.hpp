@@ -30,6 +30,7 @@ struct LogSettings
     bool localtime;
     bool remoteControl;
     bool escapesControls;
+    bool fallsBack;
     /** Or Control::MODE_OF_UMASK. */
     unsigned int fileMode;
     std::size_t maxNumberOfFiles;

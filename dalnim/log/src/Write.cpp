@@ -11,6 +11,7 @@
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
+#include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
@@ -54,8 +55,9 @@ void appendRecord(LineText& line, unsigned int outputMask, bool escapesControls,
 
 Write::Write()
     : stateSync(false), flagAllowRemoteControl(false), streamHeaderDone(false), escapesControls(false),
-      outputMask(getOutputMaskDefault()), severity(getSeverityDefault()), logFile(new LogFile),
-      ownedLogFile(true), fileMode(MODE_OF_UMASK), modules(std::make_unique<ModuleRegistration>())
+      fallsBack(false), outputMask(getOutputMaskDefault()), severity(getSeverityDefault()),
+      logFile(new LogFile), ownedLogFile(true), fileMode(MODE_OF_UMASK),
+      modules(std::make_unique<ModuleRegistration>())
 {
 }
 
@@ -81,8 +83,9 @@ void Write::log(const Module& mod, const Header& rec, bool force)
     }
     // The operations that a subclass may replace are called with the lock held.
     const StateHolder holder(stateSync.acquire());
-    if (!streamHeaderDone) {
-        streamHeader();
+    if (!beginOutput()) {
+        // A path that was forgotten leads to standard error now; one that is kept is tried again below.
+        StreamOutput::writeToFallback("");
     }
     String record = format(mod, rec);
     const std::size_t prefixLength = record.size();
@@ -103,28 +106,66 @@ void Write::formatAndLog(const Module& mod, const Header& rec)
     } catch (...) {
         // A new output begins with its stream header, also if its first record cannot be formatted.
         const StateHolder holder(stateSync.acquire());
-        if (!streamHeaderDone) {
-            streamHeader();
-        }
+        beginOutput();
         throw;
     }
 
     const StateHolder holder(stateSync.acquire());
-    if (!streamHeaderDone) {
-        streamHeader();
-    }
+    const bool hasBegun = beginOutput();
     const unsigned int currentMask = getOutputMask();
     const bool currentEscapes = escapesControls.load(std::memory_order_relaxed);
     if (currentMask != mask || currentEscapes != escapes) {
         line.cut(0);
         appendRecord(line, currentMask, currentEscapes, mod, rec, rec.text());
     }
-    logFile->logLine(line.view());
+    if (hasBegun) {
+        writeLine(line.view());
+    } else {
+        StreamOutput::writeToFallback(line.view());
+    }
+}
+
+bool Write::beginOutput() const
+{
+    try {
+        if (!streamHeaderDone) {
+            streamHeader();
+        }
+        return true;
+    } catch (const sys::system_error&) {
+        if (!fallsBack.load(std::memory_order_relaxed)) {
+            throw;
+        }
+        return false;
+    }
+}
+
+void Write::writeLine(std::string_view line)
+{
+    try {
+        logFile->logLine(line);
+    } catch (const sys::system_error&) {
+        // The output could not be opened, and nothing of the line was written.
+        if (!fallsBack.load(std::memory_order_relaxed)) {
+            throw;
+        }
+        StreamOutput::writeToFallback(line);
+    }
 }
 
 void Write::log(const String& msg)
 {
-    logFile->log(msg);
+    try {
+        logFile->log(msg);
+    } catch (const sys::system_error&) {
+        if (!fallsBack.load(std::memory_order_relaxed)) {
+            throw;
+        }
+        LineText line;
+        line.append(msg);
+        endLine(line, CurrentPrefix::lengthIn(msg));
+        StreamOutput::writeToFallback(line.view());
+    }
 }
 
 ModuleRegistration& Write::moduleRegistrar()

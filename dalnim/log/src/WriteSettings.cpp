@@ -170,6 +170,19 @@ bool Control::setEscapeControls(bool on)
     return logger.changeSwitch(logger.escapesControls, on, __LINE__, "EscapeControls");
 }
 
+bool Control::getFallback() const
+{
+    const auto* const logger = dynamic_cast<const Write*>(this);
+    return logger != nullptr && logger->fallsBack.load(std::memory_order_relaxed);
+}
+
+bool Control::setFallback(bool on)
+{
+    const sys::StackTrack track("setFallback()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    auto& logger = dynamic_cast<Write&>(*this);
+    return logger.changeSwitch(logger.fallsBack, on, __LINE__, "Fallback");
+}
+
 unsigned int Control::getFileMode() const
 {
     const auto* const logger = dynamic_cast<const Write*>(this);
