@@ -149,6 +149,39 @@ public:
     /** setSeverityMask() by name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
     void setSeverityMask(const String& name, bool enable);
 
+    /**
+     * Checks the settings of "com.kor.dal.nim.log.Control.*" in a table as reconfigure() does, for a process
+     * in this working directory. Changes nothing, and creates no file. Returns the bad ones in the order of
+     * their keys; none if all are good. Whether a stream "CIMOM" is available is not checked.
+     */
+    static std::vector<BadSetting> checkConfiguration(const io::Properties& opts);
+    /**
+     * Replaces all settings by those of "com.kor.dal.nim.log.Control.*" in a table, or none of them. A
+     * setting that the table does not have, or that is empty, goes back to its default: the output to
+     * standard error, the threshold and the fields to getSeverityDefault() and getOutputMaskDefault(). The
+     * values are those of setConfiguration(), but strict: what that ignores or takes in part, such as "10 MB"
+     * as 10 bytes, is bad, as are keys that do not exist and files that cannot be opened. maxFileSize may end
+     * in a unit: k, M, G, KiB, MiB or GiB.
+     *
+     * No record is written between the first change and the last. A file that is open already stays open;
+     * another one is opened before anything changes. The changes are reported in the log of the default
+     * logger by one record at INFO, whatever the severity settings are; a failure of that report reaches the
+     * caller after the changes.
+     *
+     * Throws `std::invalid_argument`, "Bad log configuration: ...", with each bad key, its value (escaped as
+     * by setEscapeControls()) and what is allowed, and `std::bad_cast` if this logger is not a Write. Then
+     * nothing has changed.
+     */
+    void reconfigure(const io::Properties& opts);
+    /**
+     * Opens the file of the log again by its path, for a file that was renamed from outside. Each record is
+     * written either to the old file or to the new one. On the default logger the new one begins with the
+     * configuration. Returns false, and does nothing, if the output is not a file of this logger's own.
+     * Throws sys::system_error if the file cannot be opened, and `std::bad_cast` if this logger is not a
+     * Write: the old file is still in use then.
+     */
+    bool reopen();
+
     // Settings of a Write. On any other logger the setters throw `std::bad_cast`, and the getters return what
     // is in effect without a setting.
 

@@ -110,6 +110,12 @@ private:
     void logLine(std::string_view line);
     /** For a logger: writes a text before its lines. Returns false if the output rejects it. */
     bool begin(const String& text) const;
+    /** For a logger: exchanges the outputs of this file and one that no other thread has; limits stay. */
+    void exchangeOutput(LogFile& other);
+    /** For a logger: returns true if the output is a file of this path, open. */
+    bool isOpenAt(const String& path) const;
+    /** For a logger: returns true if the output is this stream. */
+    bool isSetTo(const std::ostream& stream) const;
     /** For a logger: opens a file that is not open yet, as getStream() does, without a stream. */
     void open() const;
 

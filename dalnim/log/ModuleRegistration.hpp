@@ -78,6 +78,8 @@ public:
     bool isModuleRequested(const String& name) const;
     /** Whether the module of that name passes: no filter is in force, or it is requested. */
     bool isModuleSelected(const String& name) const;
+    /** Replaces all entries; does nothing if they are the same. If memory runs out, nothing changes. */
+    void setModulesRequested(std::list<String> names);
     /** Appends an entry, unless it is there already. */
     void addModulesRequested(const String& name);
     /**

@@ -14,6 +14,8 @@
 
 namespace com::kor::dal::nim::log {
 
+struct LogSettings;
+
 /**
  * The logger: a severity threshold or mask, an output mask, a module registry and one LogFile.
  * With nothing configured it writes to standard error.
@@ -172,6 +174,18 @@ private:
 
     /** Changes a setting that is true or false, and reports that as `label`; returns the old value. */
     bool changeSwitch(std::atomic<bool>& flag, bool value, unsigned int line, const char* label);
+
+    /** Puts all of `settings` in effect. Throws what opening the output throws; then nothing has changed. */
+    void applySettings(const LogSettings& settings);
+    /** Opens the output of `settings`, except "CIMOM", in a file that is not in use yet. */
+    static void openOutput(LogFile& file, const LogSettings& settings);
+    /** Whether the output is the one that `settings` select, open; called with stateSync held. */
+    bool hasOutputOf(const LogSettings& settings) const;
+    /** hasOutputOf() without stateSync held. */
+    bool isOutputOf(const LogSettings& settings) const;
+    /** Opens a file like the present one; null if the output is not a file of this logger's own. */
+    LogFileRef openAgain() const;
+    bool reopenFile();
 
     void configureOutput(const std::map<String, String>& values);
 

@@ -195,6 +195,19 @@ TEST(ModuleRegistration, RemovingFromAnEmptyFilterCountsAsAChange)
     EXPECT_TRUE(registration.getModulesRequested().empty());
 }
 
+TEST(ModuleRegistration, ReplacingTheFilterIsOneChange)
+{
+    Filter filter({"a.*", "b"});
+    const unsigned int generation = filter.getUpdate();
+    filter.setModulesRequested({"c", "a.*"});
+    EXPECT_EQ((Names{"c", "a.*"}), filter.getModulesRequested());
+    EXPECT_TRUE(filter.isModuleSelected("c"));
+    EXPECT_FALSE(filter.isModuleSelected("b"));
+    EXPECT_EQ(generation + 1, filter.getUpdate());
+    filter.setModulesRequested({"c", "a.*"});
+    EXPECT_EQ(generation + 1, filter.getUpdate()) << "the same entries are no change";
+}
+
 TEST(ModuleRegistration, TheGenerationCanBeAdvancedByHand)
 {
     ModuleRegistration registration;

@@ -137,6 +137,24 @@ void LogFile::open() const
     output->open();
 }
 
+void LogFile::exchangeOutput(LogFile& other)
+{
+    const StateHolder holder(stateSync.acquire());
+    output->exchange(*other.output);
+}
+
+bool LogFile::isOpenAt(const String& path) const
+{
+    const StateHolder holder(stateSync.acquire());
+    return output->isOpenAt(path);
+}
+
+bool LogFile::isSetTo(const std::ostream& stream) const
+{
+    const StateHolder holder(stateSync.acquire());
+    return output->isSetTo(stream);
+}
+
 void LogFile::getCurrentPath(String& path, bool deep) const
 {
     const StateHolder holder(stateSync.acquire());

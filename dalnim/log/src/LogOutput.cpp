@@ -24,6 +24,7 @@
 #include <new>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <utility>
 
 DALNIM_USES_RTLAPI
 
@@ -166,6 +167,19 @@ bool LogOutput::revertStream() noexcept
     close();
     outputStream = &fallbackStream();
     return true;
+}
+
+void LogOutput::exchange(LogOutput& other) noexcept
+{
+    outputPath.swap(other.outputPath);
+    std::swap(outputStream, other.outputStream);
+    file.swap(other.file);
+    std::swap(rotatedCount, other.rotatedCount);
+}
+
+bool LogOutput::isOpenAt(const String& path) const noexcept
+{
+    return file != nullptr && outputPath == path;
 }
 
 void LogOutput::open()

@@ -62,6 +62,15 @@ public:
     void close() noexcept;
     bool revertStream() noexcept;
 
+    /** Exchanges the outputs, with their counts of rotated files; limits stay. */
+    void exchange(LogOutput& other) noexcept;
+    /** Returns true if the output is a file of this path, open. */
+    bool isOpenAt(const String& path) const noexcept;
+    bool isSetTo(const std::ostream& stream) const noexcept
+    {
+        return outputStream == &stream;
+    }
+
     /** Opens the output if it is not open. */
     void open();
     /** Writes a text to the output. Returns false, with the cause in `errno`, if it rejects the text. */

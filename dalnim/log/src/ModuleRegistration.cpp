@@ -165,6 +165,13 @@ bool ModuleRegistration::isModuleSelected(const String& name) const
     });
 }
 
+void ModuleRegistration::setModulesRequested(std::list<String> names)
+{
+    if (names != _modulesRequested) {
+        publish(std::move(names));
+    }
+}
+
 void ModuleRegistration::addModulesRequested(const String& name)
 {
     if (std::find(_modulesRequested.begin(), _modulesRequested.end(), name) != _modulesRequested.end()) {

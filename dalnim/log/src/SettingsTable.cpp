@@ -3,12 +3,19 @@
 #include <dalnim/log/src/SettingsTable.hpp>
 
 #include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/EscapedText.hpp>
+#include <dalnim/log/src/LineText.hpp>
+#include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
 #include <dalnim/type/CompositeString.hpp>
 #include <dalnim/type/StringOps.hpp>
+#include <qv/pmx/api.h>
+#include <qv/rtlapi/RX_Exception.hpp>
+#include <qv/rtlapi/RX_Filespec.hpp>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <ctime>
@@ -142,12 +149,40 @@ unsigned int fileModeOf(const String& value)
     return isMode ? mode : BAD_FILE_MODE;
 }
 
+/** A text for a message: a zero byte would end that. */
+String escaped(const String& text)
+{
+    LineText line;
+    appendEscaped(line, text);
+    return String(line.view());
+}
+
+/** Why opening a log file for writing would fail, in the form of a reason; empty if it would not. */
+String whyNotCreatable(const String& path)
+{
+    String created = path;
+    const std::size_t slash = path.rfind('/');
+    const String directory =
+        slash == String::npos ? String() : path.substr(0, path.find_last_not_of('/', slash) + 1);
+    if (!directory.empty() && path.find('\0') == String::npos && qv_si_isdir(directory.c_str()) == ENOENT) {
+        // One level of a directory that is missing is created when the file is opened.
+        created = directory;
+    }
+    try {
+        RX_Filespec(RX_String(created.data(), created.size()), RX_Filespec::CREATE, 0).filespec();
+    } catch (const RX_Exception& exc) {
+        return SettingsTable::unopenable(path, sys::sys_err_string(static_cast<int>(exc.getCode())));
+    }
+    return String();
+}
+
 bool readStream(const String& value, LogSettings& settings)
 {
     const auto* const row = std::find_if(std::begin(STD_LOG_STREAMS), std::end(STD_LOG_STREAMS),
                                          [&value](const LogStreamRec& known) { return value == known.name; });
     settings.stream = row != std::end(STD_LOG_STREAMS) ? row->addr : nullptr;
-    return settings.stream != nullptr || value == CIMOM_STREAM;
+    settings.isStreamNamed = settings.stream != nullptr;
+    return settings.isStreamNamed || value == CIMOM_STREAM;
 }
 
 /** The path is made of several keys, and can be checked only then. */
@@ -257,10 +292,10 @@ const Setting SETTINGS[] = {
 }
 
 LogSettings::LogSettings()
-    : stream(STD_LOG_STREAMS[0].addr), severityMask(0), minimum(Control::getSeverityDefault()),
-      outputMask(Control::getOutputMaskDefault()), localtime(false), remoteControl(false),
-      escapesControls(false), fallsBack(false), fileMode(Control::MODE_OF_UMASK), maxNumberOfFiles(0),
-      maxFileSize(0)
+    : stream(STD_LOG_STREAMS[0].addr), isStreamNamed(false), severityMask(0),
+      minimum(Control::getSeverityDefault()), outputMask(Control::getOutputMaskDefault()), localtime(false),
+      remoteControl(false), escapesControls(false), fallsBack(false), fileMode(Control::MODE_OF_UMASK),
+      maxNumberOfFiles(0), maxFileSize(0)
 {
 }
 
@@ -320,6 +355,49 @@ String SettingsTable::outputPath(const SettingValues& values)
         return directory + '/' + (!file.empty() ? file : getProcessName() + '-' + filenameDate() + ".log");
     }
     return !file.empty() ? "log/" + file : file;
+}
+
+String SettingsTable::unopenable(const String& path, const String& error)
+{
+    return "must be a path that can be opened, but " + escaped(path) + ": " + error;
+}
+
+void SettingsTable::checkPath(const SettingValues& values, const LogSettings& settings,
+                              std::vector<Control::BadSetting>& bad)
+{
+    if (settings.path.empty()) {
+        return;
+    }
+    const String reason = whyNotCreatable(settings.path);
+    if (!reason.empty()) {
+        const Control::BadSetting output = badOutput(values, reason);
+        const auto isLater = [&output](const Control::BadSetting& other) { return output.key < other.key; };
+        bad.insert(std::find_if(bad.begin(), bad.end(), isLater), output);
+    }
+}
+
+Control::BadSetting SettingsTable::badOutput(const SettingValues& values, const String& reason)
+{
+    for (const char* const tag : {Control::TAG_OUTPUT_STREAM, Control::TAG_OUTPUT_FILE}) {
+        if (const auto found = values.find(tag); found != values.end()) {
+            return {key(tag), found->second, reason};
+        }
+    }
+    return {key(Control::TAG_OUTPUT_DIRECTORY), valueOf(values, Control::TAG_OUTPUT_DIRECTORY), reason};
+}
+
+void SettingsTable::requireNone(const std::vector<Control::BadSetting>& bad)
+{
+    if (bad.empty()) {
+        return;
+    }
+    String text = "Bad log configuration";
+    const char* separator = ": ";
+    for (const Control::BadSetting& setting : bad) {
+        text += separator + setting.key + " = \"" + escaped(setting.value) + "\" " + setting.reason;
+        separator = "; ";
+    }
+    throw std::invalid_argument(text);
 }
 
 std::vector<Control::BadSetting> SettingsTable::read(const SettingValues& values, LogSettings& settings)

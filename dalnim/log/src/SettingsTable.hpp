@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <list>
 #include <map>
+#include <stdexcept>
+#include <vector>
 
 namespace com::kor::dal::nim::log {
 
@@ -20,6 +22,8 @@ struct LogSettings
 
     /** One of the standard streams, or null: then the file at `path`, or, if that is empty, "CIMOM". */
     std::ostream* stream;
+    /** Whether the configuration names the stream, so that its descriptor is to be looked at again. */
+    bool isStreamNamed;
     String path;
     /** The severity mask, or 0: then the threshold `minimum` decides. */
     unsigned int severityMask;
@@ -74,6 +78,22 @@ public:
     static String outputPath(const SettingValues& values);
     /** The value of a tag, or an empty text. */
     static String valueOf(const SettingValues& values, const char* tag);
+
+    /** The output that settings select cannot be opened; the text says why. */
+    struct OutputFailure : std::runtime_error
+    {
+        using runtime_error::runtime_error;
+    };
+
+    /** Adds the output to `bad` if it is a file that could not be opened. Does not create the file. */
+    static void checkPath(const SettingValues& values, const LogSettings& settings,
+                          std::vector<Control::BadSetting>& bad);
+    /** What is wrong with a path that cannot be opened for the reason `error`. */
+    static String unopenable(const String& path, const String& error);
+    /** The entry of an output that cannot be opened, or be shared, for this reason. */
+    static Control::BadSetting badOutput(const SettingValues& values, const String& reason);
+    /** Throws `std::invalid_argument` that lists the bad settings, if there are any. */
+    static void requireNone(const std::vector<Control::BadSetting>& bad);
 
     /**
      * Reads all values strictly, and without touching any logger or file system. Returns the settings that

@@ -26,6 +26,54 @@ SettingValues knownValues(const io::Properties& opts)
     return values;
 }
 
+/** The values of all keys below the prefix of the log's settings, those of no setting among them. */
+SettingValues allValues(const io::Properties& opts)
+{
+    const String prefix = SettingsTable::key("");
+    SettingValues values;
+    for (const auto& [key, value] : opts) {
+        if (!value.empty() && key.compare(0, prefix.size(), prefix) == 0) {
+            values.emplace(key.substr(prefix.size()), value);
+        }
+    }
+    return values;
+}
+
+}
+
+std::vector<Control::BadSetting> Control::checkConfiguration(const io::Properties& opts)
+{
+    const sys::StackTrack track("checkConfiguration()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const SettingValues values = allValues(opts);
+    LogSettings settings;
+    std::vector<BadSetting> bad = SettingsTable::read(values, settings);
+    SettingsTable::checkPath(values, settings, bad);
+    return bad;
+}
+
+void Control::reconfigure(const io::Properties& opts)
+{
+    const sys::StackTrack track("reconfigure()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    auto& logger = dynamic_cast<Write&>(*this);
+    const SettingValues values = allValues(opts);
+    LogSettings settings;
+    std::vector<BadSetting> bad = SettingsTable::read(values, settings);
+    if (!logger.isOutputOf(settings)) {
+        // A file that is open already need not be opened again: this process may have given up the right to.
+        SettingsTable::checkPath(values, settings, bad);
+    }
+    SettingsTable::requireNone(bad);
+    try {
+        logger.applySettings(settings);
+    } catch (const SettingsTable::OutputFailure& failure) {
+        SettingsTable::requireNone({SettingsTable::badOutput(values, failure.what())});
+    }
+}
+
+bool Control::reopen()
+{
+    const sys::StackTrack track("reopen()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    return dynamic_cast<Write&>(*this).reopenFile();
 }
 
 void Write::setConfiguration(const io::Properties& opts)

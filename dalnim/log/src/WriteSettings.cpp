@@ -7,6 +7,7 @@
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
+#include <dalnim/log/src/SettingsText.hpp>
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <qv/pmx/src/perturb.hpp>
@@ -18,9 +19,6 @@
 namespace com::kor::dal::nim::log {
 
 namespace {
-
-/** The source that reports name: one for the logger, whichever of its files they stand in. */
-constexpr char REPORT_SOURCE[] = "log/src/Write";
 
 constexpr char CIMOM_STREAM[] = "CIMOM";
 /** A component that offers its own logger under that name registers a module of this one. */
@@ -63,36 +61,8 @@ std::ostream& writeMask(std::ostream& os, unsigned int shown, unsigned int named
     return os << ']';
 }
 
-String quoted(const String& text)
-{
-    return '"' + text + '"';
-}
-
-String quoted(std::size_t number)
-{
-    return quoted(std::to_string(number));
-}
-
-const char* truth(bool value)
-{
-    return value ? "true" : "false";
-}
-
 constexpr unsigned int ALL_PERMISSIONS = 0777;
 constexpr unsigned int OWNER_MAY_WRITE = 0200;
-
-/** As "0640" with its quotes. */
-String fileModeText(unsigned int mode)
-{
-    if (mode == Control::MODE_OF_UMASK) {
-        return quoted(String("umask"));
-    }
-    String digits = "0000";
-    for (std::size_t i = digits.size(); i-- > 0; mode >>= 3) {
-        digits[i] = static_cast<char>('0' + (mode & 7));
-    }
-    return quoted(digits);
-}
 
 const LogStreamRec& standardStream(const String& name)
 {

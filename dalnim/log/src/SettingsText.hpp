@@ -1,0 +1,46 @@
+#ifndef DALNIM_LOG_SRC_SETTINGSTEXT_HPP
+#define DALNIM_LOG_SRC_SETTINGSTEXT_HPP
+
+#include <dalnim/String.hpp>
+#include <dalnim/log/Control.hpp>
+
+#include <cstddef>
+
+namespace com::kor::dal::nim::log {
+
+// How the reports of changes show values.
+
+/** The source file that reports name: one for the logger, whichever of its sources they are in. */
+constexpr char REPORT_SOURCE[] = "log/src/Write";
+
+inline String quoted(const String& text)
+{
+    return '"' + text + '"';
+}
+
+inline String quoted(std::size_t number)
+{
+    return quoted(std::to_string(number));
+}
+
+inline const char* truth(bool value)
+{
+    return value ? "true" : "false";
+}
+
+/** As "0640" or "umask", with the quotes. */
+inline String fileModeText(unsigned int mode)
+{
+    if (mode == Control::MODE_OF_UMASK) {
+        return quoted(String("umask"));
+    }
+    String digits = "0000";
+    for (std::size_t i = digits.size(); i-- > 0; mode >>= 3) {
+        digits[i] = static_cast<char>('0' + (mode & 7));
+    }
+    return quoted(digits);
+}
+
+}
+
+#endif

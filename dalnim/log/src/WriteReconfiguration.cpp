@@ -1,0 +1,224 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/Write.hpp>
+
+#include <dalnim/log/Header.hpp>
+#include <dalnim/log/Module.hpp>
+#include <dalnim/log/ModuleRegistration.hpp>
+#include <dalnim/log/src/SettingsTable.hpp>
+#include <dalnim/log/src/SettingsText.hpp>
+#include <dalnim/log/src/StreamOutput.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <exception>
+#include <sstream>
+#include <utility>
+
+namespace com::kor::dal::nim::log {
+
+namespace {
+
+/** The changes of one reconfiguration, for its report. */
+class Changes
+{
+public:
+    /** Adds a setting if its values differ. */
+    void add(const char* setting, const String& oldValue, const String& newValue)
+    {
+        if (oldValue != newValue) {
+            settings += ' ';
+            settings += setting;
+            text += String("\n\t") + setting + "\n\t\told: " + oldValue + "\n\t\tnew: " + newValue;
+        }
+    }
+    bool empty() const noexcept
+    {
+        return settings.empty();
+    }
+    void write(std::ostream& os) const
+    {
+        os << "Changing logging settings:" << settings << text;
+    }
+
+private:
+    String settings;
+    String text;
+};
+
+String filterText(const std::list<String>& filter)
+{
+    String text;
+    for (const String& entry : filter) {
+        text += (text.empty() ? "" : " ") + entry;
+    }
+    return filter.empty() ? "*" : text;
+}
+
+template <class Insert>
+String textOf(Insert insert)
+{
+    std::ostringstream os;
+    os.exceptions(std::ios_base::badbit);
+    insert(os);
+    return os.str();
+}
+
+}
+
+void Write::openOutput(LogFile& file, const LogSettings& settings)
+{
+    if (settings.stream != nullptr) {
+        file.setStream(*settings.stream);
+        return;
+    }
+    try {
+        file.setPath(settings.path);
+        file.open();
+    } catch (const sys::system_error& exc) {
+        throw SettingsTable::OutputFailure(SettingsTable::unopenable(settings.path, exc.what()));
+    }
+}
+
+bool Write::hasOutputOf(const LogSettings& settings) const
+{
+    if (settings.stream != nullptr) {
+        return ownedLogFile && logFile->isSetTo(*settings.stream);
+    }
+    return ownedLogFile && logFile->isOpenAt(settings.path);
+}
+
+bool Write::isOutputOf(const LogSettings& settings) const
+{
+    const StateHolder holder(stateSync.acquire());
+    return hasOutputOf(settings);
+}
+
+void Write::applySettings(const LogSettings& settings)
+{
+    if (settings.isStreamNamed) {
+        StreamOutput::trust(*settings.stream);
+    }
+    const bool isShared = settings.stream == nullptr && settings.path.empty();
+    // Destroyed, which closes an output, when the lock is released.
+    LogFileRef opened;
+    Changes changes;
+    StateHolder holder(stateSync.acquire());
+    while (!isShared && opened.get() == nullptr && !hasOutputOf(settings)) {
+        LogFileRef file = newLogFile();
+        holder.release(true);
+        // Opening may take its time, with a pipe that has no reader as long as that.
+        file->setFileMode(settings.fileMode);
+        openOutput(*file, settings);
+        opened = file;
+        holder.reset(stateSync.acquire());
+    }
+    if (isShared) {
+        try {
+            opened = cimomLogFile();
+        } catch (const std::invalid_argument& exc) {
+            throw SettingsTable::OutputFailure(String("must be available, but ") + exc.what());
+        }
+        if (opened == logFile) {
+            opened = nullptr;
+        }
+    }
+
+    // Everything that can fail comes first.
+    const bool ownsOutput = !isShared && (ownedLogFile || opened.get() != nullptr);
+    if (opened.get() != nullptr) {
+        String oldPath;
+        String newPath;
+        logFile->getCurrentPath(oldPath, false);
+        opened->getCurrentPath(newPath, false);
+        changes.add(settings.path.empty() ? "OutputStream" : "OutputPath", quoted(oldPath), quoted(newPath));
+    }
+    changes.add("FileMode", fileModeText(fileMode), fileModeText(settings.fileMode));
+    changes.add("Fallback", truth(fallsBack), truth(settings.fallsBack));
+    changes.add("EscapeControls", truth(escapesControls), truth(settings.escapesControls));
+    changes.add("TimestampInLocalTime", truth(getLocaltime()), truth(settings.localtime));
+    changes.add("SeverityMask", textOf([&](std::ostream& os) { writeSeverityMask(os, severity.mask()); }),
+                textOf([&](std::ostream& os) { writeSeverityMask(os, settings.severityMask); }));
+    changes.add("Severity", getSeverityName(severity.minimum()), getSeverityName(settings.minimum));
+    changes.add("OutputMask", textOf([&](std::ostream& os) { writeOutputMask(os, getOutputMask()); }),
+                textOf([&](std::ostream& os) { writeOutputMask(os, settings.outputMask); }));
+    changes.add("ModuleFilter", filterText(modules->getModulesRequested()), filterText(settings.modules));
+    changes.add("RemoteControlAllowed", truth(remoteControlAllowed()), truth(settings.remoteControl));
+    if (ownsOutput) {
+        // A fresh file that replaces a shared one has no limits yet.
+        const std::size_t oldNumber = ownedLogFile ? logFile->getMaxNumberOfFiles() : 0;
+        const std::size_t oldSize = ownedLogFile ? logFile->getMaxFileSize() : 0;
+        changes.add("MaxFiles", quoted(oldNumber), quoted(settings.maxNumberOfFiles));
+        changes.add("MaxFileSize", quoted(oldSize), quoted(settings.maxFileSize));
+    }
+    modules->setModulesRequested(settings.modules);
+
+    if (opened.get() != nullptr) {
+        if (isShared) {
+            logFile->close();
+            replaceLogFile(opened, false);
+        } else if (ownedLogFile) {
+            // In place: another logger may share this file.
+            logFile->exchangeOutput(*opened);
+        } else {
+            replaceLogFile(opened, true);
+        }
+        streamHeaderDone = false;
+    }
+    fileMode = settings.fileMode;
+    fallsBack.store(settings.fallsBack, std::memory_order_relaxed);
+    escapesControls.store(settings.escapesControls, std::memory_order_relaxed);
+    __atomic_store_n(&LOG_LOCALTIME, settings.localtime, __ATOMIC_RELAXED);
+    severity.set(settings.severityMask, settings.minimum);
+    outputMask.store(settings.outputMask, std::memory_order_relaxed);
+    flagAllowRemoteControl.store(settings.remoteControl, std::memory_order_relaxed);
+    if (ownsOutput) {
+        logFile->setFileMode(settings.fileMode);
+        logFile->setMaxFileSize(settings.maxFileSize);
+        logFile->setMaxNumberOfFiles(settings.maxNumberOfFiles);
+    }
+    holder.release(true);
+
+    if (isDefault() && !changes.empty()) {
+        Header report(Severity_INFO, REPORT_SOURCE, __LINE__);
+        changes.write(report.os());
+        report.requireWhole();
+        log(INTERNAL_LOG_MODULE, report, true);
+    }
+}
+
+LogFileRef Write::openAgain() const
+{
+    LogFileRef file;
+    String path;
+    {
+        const StateHolder holder(stateSync.acquire());
+        path = ownedLogFile ? logFile->getPath() : String();
+        if (path.empty()) {
+            return file;
+        }
+        file = newLogFile();
+    }
+    file->setPath(path);
+    file->open();
+    return file;
+}
+
+bool Write::reopenFile()
+{
+    for (;;) {
+        // Destroyed, which closes the old file, when the lock is released.
+        LogFileRef opened = openAgain();
+        if (opened.get() == nullptr) {
+            return false;
+        }
+        const StateHolder holder(stateSync.acquire());
+        // Another path may have been set since.
+        if (ownedLogFile && logFile->getPath() == opened->getPath()) {
+            logFile->exchangeOutput(*opened);
+            streamHeaderDone = false;
+            return true;
+        }
+    }
+}
+
+}
