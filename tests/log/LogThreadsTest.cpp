@@ -150,6 +150,8 @@ TEST(LogThreads, TheDefaultLoggerMayBeConfiguredUnderStatements)
         files[i].setProperty(front + "modules", i == 0 ? "global" : "other");
         files[i].setProperty(front + "localtime", i == 0 ? "true" : "false");
     }
+    // The first records must not reach the stream that the logger has before.
+    com::kor::dal::nim::sys::System::setConfiguration(files[1]);
     std::atomic<int> running(THREADS);
     onThreads(
         [&](int) {
