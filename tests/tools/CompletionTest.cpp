@@ -25,6 +25,7 @@ TEST_F(CompletionTest, OfNimprops)
               "--help\n--version\ncheck\ndiff\nget\ninstance\nprint\n");
     EXPECT_EQ(complete("nimprops", NIMPROPS_PROGRAM, "pr"), "print\n");
     EXPECT_EQ(complete("nimprops", NIMPROPS_PROGRAM, "check ho"), "host.properties\n");
+    EXPECT_EQ(complete("nimprops", NIMPROPS_PROGRAM, "check --"), "--log\n");
     EXPECT_EQ(complete("nimprops", NIMPROPS_PROGRAM, "get ho"), "host.properties\n");
     EXPECT_EQ(complete("nimprops", NIMPROPS_PROGRAM, "get host.properties pool"),
               "pool/pending\npool/threads\n");

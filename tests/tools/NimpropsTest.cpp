@@ -26,6 +26,8 @@ TEST_F(NimpropsTest, RefusesABadCommandLineInOneLine)
     expectResult(run("instance a"), 2, "",
                  "nimprops: instance needs a FILE, perhaps a CLASS, and an INSTANCE\n");
     expectResult(run("diff a"), 2, "", "nimprops: diff needs two FILEs\n");
+    expectResult(run("print --log a"), 2, "", "nimprops: option --log is for check only\n");
+    expectResult(run("--log check"), 2, "", "nimprops: check needs a FILE\n");
 }
 
 TEST_F(NimpropsTest, TellsOfItself)
@@ -33,7 +35,7 @@ TEST_F(NimpropsTest, TellsOfItself)
     expectResult(run("--version"), 0, "nimprops (dalnim) " TOOLS_VERSION "\n", "");
     const Result help = run("-h");
     EXPECT_EQ(help.status, 0);
-    EXPECT_THAT(help.output, testing::StartsWith("usage: nimprops check FILE...\n"));
+    EXPECT_THAT(help.output, testing::StartsWith("usage: nimprops check [--log] FILE...\n"));
     EXPECT_EQ(help.errors, "");
 }
 
@@ -47,6 +49,35 @@ TEST_F(NimpropsTest, TellsWhichFileCannotBeRead)
     write("double", "a=1\na=2\n");
     expectResult(run("check missing double"), 2, "double:2: warning: Overriding property \"a\"\n",
                  "nimprops: cannot read missing: No such file or directory\n");
+}
+
+TEST_F(NimpropsTest, CheckLogShowsWhatAReconfigurationRefuses)
+{
+    write("good", "com.kor.dal.nim.log.Control.file = a.log\n"
+                  "com.kor.dal.nim.log.Control.maxFileSize = 10MiB\n");
+    expectResult(run("check --log good"), 0, "", "");
+    write("included", "com.kor.dal.nim.log.Control.localtime = yes\n");
+    write("bad", "com.kor.dal.nim.log.Control.maxFileSize = 10\n"
+                 "%pragma include \"included\"\n"
+                 "com.kor.dal.nim.log.Control.file = /nowhere/at/all/a.log\n"
+                 "host/plugins = a\n"
+                 "com.kor.dal.nim.log.Control.severity = DEBUG\n"
+                 "com.kor.dal.nim.log.Control.maxFileSize = 10 MB\n");
+    expectResult(
+        run("check --log good bad"), 1,
+        "bad:6: warning: Overriding property \"com.kor.dal.nim.log.Control.maxFileSize\"\n"
+        "bad:3: error: com.kor.dal.nim.log.Control.file = \"/nowhere/at/all/a.log\" must be a path that can "
+        "be opened, but /nowhere/at/all/a.log: No such file or directory\n"
+        "included:1: error: com.kor.dal.nim.log.Control.localtime = \"yes\" must be true or false\n"
+        "bad:6: error: com.kor.dal.nim.log.Control.maxFileSize = \"10 MB\" must be a decimal number of "
+        "bytes, or one directly followed by k, M, G, KiB, MiB or GiB\n"
+        "bad:5: error: com.kor.dal.nim.log.Control.severity = \"DEBUG\" is not a setting; there are "
+        "escape.enable, fallback.enable, file.mode, stream, file, directory, localtime, severity.mask, "
+        "severity.id, output.mask, modules, remote.enable, maxNumberOfFiles and maxFileSize\n",
+        "");
+    expectResult(run("check bad"), 1,
+                 "bad:6: warning: Overriding property \"com.kor.dal.nim.log.Control.maxFileSize\"\n", "");
+    EXPECT_EQ(shell("ls").output, "bad\ngood\nincluded\n");
 }
 
 TEST_F(NimpropsTest, TellsWhenItCannotWrite)

@@ -1,6 +1,7 @@
 #include "PropertiesFile.hpp"
 
 #include <dalnim/io/Config.hpp>
+#include <dalnim/log/Control.hpp>
 #include <support/CommandProgram.hpp>
 #include <support/Errors.hpp>
 
@@ -11,11 +12,12 @@ namespace nimprops {
 
 namespace {
 
+namespace log = com::kor::dal::nim::log;
 using nimtools::Failure;
 using nimtools::Status;
 
 const char USAGE[] =
-    "usage: nimprops check FILE...\n"
+    "usage: nimprops check [--log] FILE...\n"
     "       nimprops print FILE\n"
     "       nimprops get FILE KEY\n"
     "       nimprops instance FILE [CLASS] INSTANCE\n"
@@ -30,6 +32,8 @@ const char USAGE[] =
     "            the key and the place that each comes from\n"
     "  diff      show the properties that are in one of two files or differ\n"
     "\n"
+    "      --log      check the settings of the log as well, as a server in this directory would when it\n"
+    "                 is reconfigured: keys, values, and whether the file of the log can be opened\n"
     "  -h, --help     show this text\n"
     "  -V, --version  show the version\n"
     "\n"
@@ -46,11 +50,15 @@ public:
                           {"get", 2, 2, "a FILE and a KEY", [this](auto& operands) { return get(operands); }},
                           {"instance", 2, 3, "a FILE, perhaps a CLASS, and an INSTANCE",
                            [this](auto& operands) { return instance(operands); }},
-                          {"diff", 2, 2, "two FILEs", [this](auto& files) { return diff(files); }}})
+                          {"diff", 2, 2, "two FILEs", [this](auto& files) { return diff(files); }}},
+                         {{{"log", CHECKS_LOG, false}, "check"}})
     {
     }
 
 private:
+    static constexpr int CHECKS_LOG = 256;
+
+    Status checkLog(const std::string& path, const PropertiesFile& file);
     Status check(const std::vector<std::string>& operands);
     Status print(const std::vector<std::string>& operands);
     Status get(const std::vector<std::string>& operands);
@@ -58,15 +66,35 @@ private:
     Status diff(const std::vector<std::string>& operands);
 };
 
+/** Shows the settings of the log that a reconfiguration would refuse. */
+Status NimProps::checkLog(const std::string& path, const PropertiesFile& file)
+{
+    const auto bad = log::Control::checkConfiguration(file.table());
+    if (bad.empty()) {
+        return nimtools::STATUS_FINE;
+    }
+    const std::map<std::string, std::string> places = file.places();
+    for (const log::Control::BadSetting& setting : bad) {
+        const auto place = places.find(setting.key);
+        out << (place == places.end() ? path : place->second) << ": error: " << setting.key << " = \""
+            << setting.value << "\" " << setting.reason << '\n';
+    }
+    return nimtools::STATUS_FOUND;
+}
+
 Status NimProps::check(const std::vector<std::string>& operands)
 {
     Status status = nimtools::STATUS_FINE;
     for (const std::string& path : operands) {
         try {
-            for (const Message& message : PropertiesFile(path).allMessages()) {
+            const PropertiesFile file(path);
+            for (const Message& message : file.allMessages()) {
                 const bool isError = message.severity == Message::ERROR;
                 out << message.place << ": " << (isError ? "error: " : "warning: ") << message.text << '\n';
                 status = std::max(status, nimtools::STATUS_FOUND);
+            }
+            if (isGiven(CHECKS_LOG)) {
+                status = std::max(status, checkLog(path, file));
             }
         } catch (const Failure& exc) {
             complain(exc.what());

@@ -7,6 +7,12 @@ _nimprops()
         return
     fi
     case $command in
+        check)
+            if [[ $current == -* ]]; then
+                mapfile -t COMPREPLY < <(compgen -W '--log' -- "$current")
+                return
+            fi
+            ;;&
         check | diff)
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$current")

@@ -1,6 +1,5 @@
 #include "CommandProgram.hpp"
 
-#include "CommandLine.hpp"
 #include "Errors.hpp"
 
 #include <algorithm>
@@ -8,17 +7,40 @@
 
 namespace nimtools {
 
-CommandProgram::CommandProgram(const char* toolName, const char* usageText, std::vector<Command> toolCommands)
-    : Program(toolName, usageText), commands(std::move(toolCommands))
+CommandProgram::CommandProgram(const char* toolName, const char* usageText, std::vector<Command> toolCommands,
+                               std::vector<CommandOption> commandOptions)
+    : Program(toolName, usageText), commands(std::move(toolCommands)), options(std::move(commandOptions))
 {
+}
+
+bool CommandProgram::isGiven(int id) const
+{
+    return std::find(given.begin(), given.end(), id) != given.end();
+}
+
+void CommandProgram::checkOptions(const std::string& command) const
+{
+    for (const CommandOption& known : options) {
+        if (isGiven(known.option.id) && command != known.command) {
+            throw UsageError(std::string("option --") + known.option.name + " is for " + known.command
+                             + " only");
+        }
+    }
 }
 
 Status CommandProgram::work(int argc, char** argv)
 {
-    CommandLine line(argc, argv, {{"help", 'h', false}, {"version", 'V', false}});
-    if (const int option = line.next(); option != -1) {
-        option == 'h' ? showUsage() : showVersion();
-        return STATUS_FINE;
+    std::vector<Option> allOptions = {{"help", 'h', false}, {"version", 'V', false}};
+    for (const CommandOption& option : options) {
+        allOptions.push_back(option.option);
+    }
+    CommandLine line(argc, argv, allOptions);
+    for (int option; (option = line.next()) != -1;) {
+        if (option == 'h' || option == 'V') {
+            option == 'h' ? showUsage() : showVersion();
+            return STATUS_FINE;
+        }
+        given.push_back(option);
     }
     std::vector<std::string> operands = line.operands();
     if (operands.empty()) {
@@ -31,6 +53,7 @@ Status CommandProgram::work(int argc, char** argv)
     if (command == commands.end()) {
         throw UsageError("unknown command " + wanted);
     }
+    checkOptions(wanted);
     if (operands.size() < command->fewest || operands.size() > command->most) {
         throw UsageError(wanted + " needs " + command->needs);
     }
