@@ -183,6 +183,8 @@ private:
     bool hasOutputOf(const LogSettings& settings) const;
     /** hasOutputOf() without stateSync held. */
     bool isOutputOf(const LogSettings& settings) const;
+    /** Makes `opened` the output, shared with its owner or taken over; called with stateSync held. */
+    void replaceOutput(const LogFileRef& opened, bool isShared);
     /** Opens a file like the present one; null if the output is not a file of this logger's own. */
     LogFileRef openAgain() const;
     bool reopenFile();

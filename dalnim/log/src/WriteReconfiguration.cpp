@@ -5,6 +5,7 @@
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
+#include <dalnim/log/src/CancellationDisabled.hpp>
 #include <dalnim/log/src/SettingsTable.hpp>
 #include <dalnim/log/src/SettingsText.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
@@ -93,13 +94,26 @@ bool Write::isOutputOf(const LogSettings& settings) const
     return hasOutputOf(settings);
 }
 
+void Write::replaceOutput(const LogFileRef& opened, bool isShared)
+{
+    if (isShared) {
+        logFile->close();
+        replaceLogFile(opened, false);
+    } else if (ownedLogFile) {
+        // In place: another logger may share this file.
+        logFile->exchangeOutput(*LogFileRef(opened));
+    } else {
+        replaceLogFile(opened, true);
+    }
+    streamHeaderDone = false;
+}
+
 void Write::applySettings(const LogSettings& settings)
 {
     if (settings.isStreamNamed) {
         StreamOutput::trust(*settings.stream);
     }
     const bool isShared = settings.stream == nullptr && settings.path.empty();
-    // Destroyed, which closes an output, when the lock is released.
     LogFileRef opened;
     Changes changes;
     StateHolder holder(stateSync.acquire());
@@ -124,7 +138,8 @@ void Write::applySettings(const LogSettings& settings)
     }
 
     // Everything that can fail comes first.
-    const bool ownsOutput = !isShared && (ownedLogFile || opened.get() != nullptr);
+    const CancellationDisabled uncut;
+    const bool ownsOutput = opened.get() != nullptr ? !isShared : ownedLogFile;
     if (opened.get() != nullptr) {
         String oldPath;
         String newPath;
@@ -153,16 +168,7 @@ void Write::applySettings(const LogSettings& settings)
     modules->setModulesRequested(settings.modules);
 
     if (opened.get() != nullptr) {
-        if (isShared) {
-            logFile->close();
-            replaceLogFile(opened, false);
-        } else if (ownedLogFile) {
-            // In place: another logger may share this file.
-            logFile->exchangeOutput(*opened);
-        } else {
-            replaceLogFile(opened, true);
-        }
-        streamHeaderDone = false;
+        replaceOutput(opened, isShared);
     }
     fileMode = settings.fileMode;
     fallsBack.store(settings.fallsBack, std::memory_order_relaxed);
@@ -177,6 +183,8 @@ void Write::applySettings(const LogSettings& settings)
         logFile->setMaxNumberOfFiles(settings.maxNumberOfFiles);
     }
     holder.release(true);
+    // Closes the old output.
+    opened.clear();
 
     if (isDefault() && !changes.empty()) {
         Header report(Severity_INFO, REPORT_SOURCE, __LINE__);
@@ -206,16 +214,21 @@ LogFileRef Write::openAgain() const
 bool Write::reopenFile()
 {
     for (;;) {
-        // Destroyed, which closes the old file, when the lock is released.
         LogFileRef opened = openAgain();
         if (opened.get() == nullptr) {
             return false;
         }
-        const StateHolder holder(stateSync.acquire());
+        const CancellationDisabled uncut;
+        StateHolder holder(stateSync.acquire());
         // Another path may have been set since.
-        if (ownedLogFile && logFile->getPath() == opened->getPath()) {
-            logFile->exchangeOutput(*opened);
-            streamHeaderDone = false;
+        const bool isCurrent = ownedLogFile && logFile->getPath() == opened->getPath();
+        if (isCurrent) {
+            replaceOutput(opened, false);
+        }
+        holder.release(true);
+        // Closes the old file, or the one that nobody needs.
+        opened.clear();
+        if (isCurrent) {
             return true;
         }
     }
