@@ -55,6 +55,7 @@ TEST(Fallback, IsPlainStandardErrorOnceThePathIsForgotten)
     logger.setFallback(true);
     const AsNobody nobody;
     logger.setPath(folder / "locked/a.log");
+    err.taken();
     writeError(logger, "text");
     writeError(logger, "more");
     EXPECT_EQ(COMPLAINT + " : text\n : more\n", err.taken());
