@@ -201,6 +201,7 @@ class Fatal : public std::runtime_error, public nim::type::Cloneable
 {
 public:
     explicit Fatal(Ender& fatalEnder) : std::runtime_error("fatal"), ender(fatalEnder) {}
+    ~Fatal() noexcept override = default;
     nim::type::Cloneable* clone(bool) const override
     {
         ender.end();

@@ -75,6 +75,7 @@ public:
         : std::runtime_error("unclonable"), call(std::move(unclonableCall))
     {
     }
+    ~Unclonable() noexcept override = default;
     nim::type::Cloneable* clone(bool) const override
     {
         call();
