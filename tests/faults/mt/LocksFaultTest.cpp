@@ -208,7 +208,7 @@ TEST(ThreadsFault, ATargetStaysTheCallersIfItsTaskCannotBeMade)
               1u);
 }
 
-TEST(ThreadsFault, AThreadWhoseStartRanOutOfMemoryIsNotJoinedForEver)
+TEST(ThreadsFault, AThreadWhoseStartRanOutOfMemoryDoesNotBlockItsJoiner)
 {
     WalkOptions here;
     here.onThisThread = true;
