@@ -5,6 +5,10 @@
 
 #include <new>
 
+namespace com::kor::dal::nim::sys::internal {
+class ForkSafeMutex;
+}
+
 namespace com::kor::dal::nim::mt {
 
 /**
@@ -56,6 +60,8 @@ public:
     /** @} */
 
 private:
+    friend class sys::internal::ForkSafeMutex;
+
     mutable si_mutex_t _mu;
 };
 

@@ -5,6 +5,7 @@
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/src/ForkSafeMutex.hpp>
 #include <dalnim/sys/nsdefs.hpp>
 
 #include <atomic>
@@ -97,6 +98,9 @@ void* find_symbol(qv_lhandle_t library, const String& symname)
  */
 std::atomic<DynLoaderMgr*> instance{nullptr};
 
+/** The hold of a fork on the manager's lock. */
+internal::ForkSafeMutex::Hold fork_hold;
+
 }
 
 DynLoaderMgr::DynLoaderMgr() : sync(true), pkey(0) {}
@@ -121,9 +125,9 @@ DynLoaderMgrRef DynLoaderMgr::manager()
     static pthread_once_t fork_once = PTHREAD_ONCE_INIT;
     pthread_once(&fork_once, [] {
         pthread_atfork(
-            [] { instance.load()->sync.acquire(); }, [] { instance.load()->sync.release(std::nothrow); },
-            // It belongs to the parent's thread, whose number is another one: it cannot be unlocked here.
-            [] { ::new (&instance.load()->sync) mt::CriticalSection(true); });
+            [] { fork_hold.prepare(internal::ForkSafeMutex::of(instance.load()->sync), nullptr); },
+            [] { fork_hold.afterForkInParent(internal::ForkSafeMutex::of(instance.load()->sync)); },
+            [] { fork_hold.afterForkInChild(internal::ForkSafeMutex::of(instance.load()->sync), true); });
     });
     return DynLoaderMgrRef(known);
 }

@@ -2,44 +2,31 @@
 
 #include <dalnim/sys/InitLock.hpp>
 
+#include <dalnim/sys/internal/src/ForkSafeMutex.hpp>
+
 #include <pthread.h>
 
 namespace com::kor::dal::nim::sys {
 
 namespace {
 
-pthread_once_t _init_once = PTHREAD_ONCE_INIT;
-si_mutex_t _init_sync;
+/** Recursive. Constant-initialised: one-time work may come before any constructor has run. */
+internal::ForkSafeMutex _init_sync(true);
 
-void create_init_sync()
+/** Registers the fork handlers of the lock when the library is loaded. */
+const struct ForkRegistration
 {
-    qv_si_mutex_init(&_init_sync, "R");
-}
-
-void free_init_sync_in_child()
-{
-    // The mutex may know its owner by the number that the thread had in the parent, and refuse.
-    if (qv_si_mutex_unlock(&_init_sync) != 0) {
-        create_init_sync();
-    }
-}
-
-/** Sees to it that no forked child starts with the lock held by a thread that it does not have. */
-const struct ForkHandlers
-{
-    ForkHandlers() noexcept
+    ForkRegistration() noexcept
     {
-        pthread_once(&_init_once, create_init_sync);
-        pthread_atfork([] { qv_si_mutex_lock(&_init_sync); }, [] { qv_si_mutex_unlock(&_init_sync); },
-                       free_init_sync_in_child);
+        pthread_atfork([] { _init_sync.prepare(); }, [] { _init_sync.afterForkInParent(); },
+                       [] { _init_sync.afterForkInChild(); });
     }
-} fork_handlers;
+} fork_registration;
 
 }
 
 InitLock::InitLock(bool lock) noexcept : owned(false)
 {
-    pthread_once(&_init_once, create_init_sync);
     if (lock) {
         acquire();
     }
@@ -53,7 +40,7 @@ InitLock::~InitLock()
 void InitLock::acquire() noexcept
 {
     if (!owned) {
-        qv_si_mutex_lock(&_init_sync);
+        _init_sync.lock();
         owned = true;
     }
 }
@@ -61,7 +48,7 @@ void InitLock::acquire() noexcept
 void InitLock::release() noexcept
 {
     if (owned) {
-        qv_si_mutex_unlock(&_init_sync);
+        _init_sync.unlock();
         owned = false;
     }
 }

@@ -1,0 +1,91 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/sys/internal/src/ForkSafeMutex.hpp>
+
+#include <qv/pmx/src/perturb.hpp>
+
+#include <cerrno>
+
+#if defined(__SANITIZE_THREAD__)
+#define DALNIM_THREAD_SANITIZER
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define DALNIM_THREAD_SANITIZER
+#endif
+#endif
+
+namespace com::kor::dal::nim::sys::internal {
+
+namespace {
+
+#ifdef DALNIM_THREAD_SANITIZER
+
+/** The thread sanitizer of g++ 12 does not see pthread_mutex_clocklock(). */
+int lockUntil(si_mutex_t& mutex, const std::timespec& deadline) noexcept
+{
+    constexpr long NANOS_PER_SECOND = 1000000000;
+    std::timespec until = {};
+    std::timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &until);
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    until.tv_sec += deadline.tv_sec - now.tv_sec;
+    until.tv_nsec += deadline.tv_nsec - now.tv_nsec;
+    if (until.tv_nsec < 0) {
+        until.tv_nsec += NANOS_PER_SECOND;
+        --until.tv_sec;
+    } else if (until.tv_nsec >= NANOS_PER_SECOND) {
+        until.tv_nsec -= NANOS_PER_SECOND;
+        ++until.tv_sec;
+    }
+    return pthread_mutex_timedlock(&mutex.mutex, &until);
+}
+
+#else
+
+int lockUntil(si_mutex_t& mutex, const std::timespec& deadline) noexcept
+{
+    return pthread_mutex_clocklock(&mutex.mutex, CLOCK_MONOTONIC, &deadline);
+}
+
+#endif
+
+}
+
+bool ForkSafeMutex::Hold::prepare(si_mutex_t& mutex, const std::timespec* deadline) noexcept
+{
+    qv::perturb();
+    const int status = deadline == nullptr ? pthread_mutex_lock(&mutex.mutex) : lockUntil(mutex, *deadline);
+    if (status == 0) {
+        state = State::ACQUIRED;
+    } else {
+        state = status == EDEADLK ? State::HELD_BEFORE : State::NONE;
+    }
+    return state != State::NONE;
+}
+
+void ForkSafeMutex::Hold::afterForkInParent(si_mutex_t& mutex) noexcept
+{
+    // Reset first: afterwards another fork may write it.
+    const bool isAcquired = state == State::ACQUIRED;
+    state = State::NONE;
+    if (isAcquired) {
+        qv_si_mutex_unlock(&mutex);
+    }
+}
+
+void ForkSafeMutex::Hold::afterForkInChild(si_mutex_t& mutex, bool isRecursive) noexcept
+{
+    const State before = state;
+    state = State::NONE;
+    if (before != State::NONE) {
+        // Fails with EPERM: the owner is the thread ID that this thread had in the parent. But the thread
+        // sanitizer knows threads by themselves, and would otherwise report the next lock as a second one.
+        pthread_mutex_unlock(&mutex.mutex);
+    }
+    qv_si_mutex_init(&mutex, isRecursive ? "R" : nullptr);
+    if (before == State::HELD_BEFORE) {
+        pthread_mutex_lock(&mutex.mutex);
+    }
+}
+
+}
