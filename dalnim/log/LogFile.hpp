@@ -14,6 +14,7 @@
 
 namespace com::kor::dal::nim::log {
 
+class ForkEntry;
 class LogOutput;
 
 /**
@@ -103,7 +104,6 @@ public:
     virtual bool revertStream() const;
 
 private:
-    friend class ForkLock;
     friend class Write;
 
     /** log() of a line that is trimmed and ends in a newline. */
@@ -122,6 +122,8 @@ private:
     const std::unique_ptr<LogOutput> output;
     /** Guards `output`. Acquired after Write's lock, never before it. */
     mt::CriticalSection stateSync;
+    /** Has fork() hold stateSync. Destroyed first. */
+    std::unique_ptr<ForkEntry> forkEntry;
 };
 
 /** A reference-counting reference to a log file. */

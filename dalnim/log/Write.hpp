@@ -14,6 +14,7 @@
 
 namespace com::kor::dal::nim::log {
 
+class ForkEntry;
 struct LogSettings;
 
 /**
@@ -129,7 +130,6 @@ protected:
 
 private:
     friend class Control;
-    friend class ForkLock;
     friend class Module;
 
     typedef mt::MutexHolder<mt::CriticalSection> StateHolder;
@@ -222,6 +222,8 @@ private:
     /** Of each file that this logger owns; a shared one has the mode of its owner. */
     unsigned int fileMode;
     std::unique_ptr<ModuleRegistration> modules;
+    /** Has fork() hold stateSync. Destroyed first. */
+    std::unique_ptr<ForkEntry> forkEntry;
 };
 
 }

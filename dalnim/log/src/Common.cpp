@@ -6,7 +6,7 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Write.hpp>
 #include <dalnim/log/nsdefs.hpp>
-#include <dalnim/log/src/ForkLock.hpp>
+#include <dalnim/log/src/ForkHandlers.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/sys/System.hpp>
 
@@ -115,7 +115,7 @@ String internal_log_mod_name()
 Control& start()
 {
     Write& logger = default_write_instance();
-    ForkLock::install(logger);
+    ForkHandlers::install();
     default_module.construct(Module::DEFAULT_NAME, logger);
     internal_module.construct(internal_log_mod_name(), logger);
     return logger;

@@ -10,52 +10,14 @@
 #include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
+#include <dalnim/log/src/RecordMutex.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
-#include <dalnim/log/src/RecordQueue.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/sys/StackTrack.hpp>
-#include <dalnim/sys/SysError.hpp>
 
-#include <exception>
 #include <ostream>
 
 namespace com::kor::dal::nim::log {
-
-namespace {
-
-/** Holds the lock of the records for a scope. */
-class QueueHolder
-{
-public:
-    QueueHolder() : exceptions(std::uncaught_exceptions())
-    {
-        check(RecordQueue::lock());
-    }
-    // An unlock that fails is told as each other failure of a lock.
-    ~QueueHolder() noexcept(false) // NOLINT(bugprone-exception-escape)
-    {
-        const qv_err_t status = RecordQueue::unlock();
-        // Behind an exception that leaves this scope there is no room for a second one.
-        if (std::uncaught_exceptions() == exceptions) {
-            check(status);
-        }
-    }
-    QueueHolder(const QueueHolder&) = delete;
-    QueueHolder& operator=(const QueueHolder&) = delete;
-
-private:
-    static void check(qv_err_t status)
-    {
-        if (status != 0) {
-            throw sys::system_error(status);
-        }
-    }
-
-    /** How many exceptions were under way when the lock was taken. */
-    const int exceptions;
-};
-
-}
 
 Log::Log() noexcept = default;
 Log::~Log() = default;
@@ -66,7 +28,7 @@ void Log::log(const Module& mod, const Header& rec, bool force)
     if (!force && !isSeveritySatisfied(rec.getSeverityId())) {
         return;
     }
-    const QueueHolder holder;
+    const RecordLock lock;
     String record = format(mod, rec);
     const std::size_t prefixLength = record.size();
     record.append(rec.text());

@@ -4,6 +4,7 @@
 
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/CurrentPrefix.hpp>
+#include <dalnim/log/src/ForkHandlers.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogOutput.hpp>
 #include <dalnim/log/src/LogText.hpp>
@@ -20,7 +21,11 @@ typedef mt::MutexHolder<mt::CriticalSection> StateHolder;
 
 }
 
-LogFile::LogFile() : output(std::make_unique<LogOutput>()), stateSync(false) {}
+LogFile::LogFile()
+    : output(std::make_unique<LogOutput>()), stateSync(false),
+      forkEntry(std::make_unique<ForkEntry>(ForkEntry::Kind::FILE, stateSync))
+{
+}
 
 LogFile::~LogFile() = default;
 

@@ -8,6 +8,7 @@
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/CurrentPrefix.hpp>
 #include <dalnim/log/src/EscapedText.hpp>
+#include <dalnim/log/src/ForkHandlers.hpp>
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
@@ -57,7 +58,8 @@ Write::Write()
     : stateSync(false), flagAllowRemoteControl(false), streamHeaderDone(false), escapesControls(false),
       fallsBack(false), outputMask(getOutputMaskDefault()), severity(getSeverityDefault()),
       logFile(new LogFile), ownedLogFile(true), fileMode(MODE_OF_UMASK),
-      modules(std::make_unique<ModuleRegistration>())
+      modules(std::make_unique<ModuleRegistration>()),
+      forkEntry(std::make_unique<ForkEntry>(ForkEntry::Kind::LOGGER, stateSync))
 {
 }
 

@@ -1,0 +1,133 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/src/ForkHandlers.hpp>
+
+#include <dalnim/log/src/RecordMutex.hpp>
+
+#include <ctime>
+#include <pthread.h>
+
+namespace com::kor::dal::nim::log {
+
+using sys::internal::ForkSafeLock;
+using sys::internal::ForkSafeMutex;
+
+/** All entries of one kind, with the mutex that guards the list. Constant-initialised, never destroyed. */
+class ForkEntry::List
+{
+public:
+    constexpr List() noexcept : mutex(false) {}
+
+    static List& of(Kind kind) noexcept
+    {
+        // A logger acquires the mutex of the files while it replaces its file, under its own lock. So this
+        // one comes after the locks of all loggers, and cannot be the same as theirs.
+        static List loggers;
+        static List files;
+        return kind == Kind::LOGGER ? loggers : files;
+    }
+
+    void insert(ForkEntry& entry) noexcept
+    {
+        const ForkSafeLock lock(mutex);
+        entry.next = first;
+        if (first != nullptr) {
+            first->previous = &entry;
+        }
+        first = &entry;
+    }
+    void erase(const ForkEntry& entry) noexcept
+    {
+        const ForkSafeLock lock(mutex);
+        (entry.previous != nullptr ? entry.previous->next : first) = entry.next;
+        if (entry.next != nullptr) {
+            entry.next->previous = entry.previous;
+        }
+    }
+
+    void prepare(const std::timespec& deadline) noexcept
+    {
+        isComplete = mutex.prepare(&deadline);
+        if (isComplete) {
+            for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
+                entry->hold.prepare(ForkSafeMutex::of(entry->section), &deadline);
+            }
+        }
+    }
+    void afterForkInParent() noexcept
+    {
+        if (isComplete) {
+            for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
+                entry->hold.afterForkInParent(ForkSafeMutex::of(entry->section));
+            }
+            mutex.afterForkInParent();
+        }
+    }
+    void afterForkInChild() noexcept
+    {
+        for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
+            entry->hold.afterForkInChild(ForkSafeMutex::of(entry->section), false);
+        }
+        mutex.afterForkInChild();
+    }
+
+private:
+    ForkSafeMutex mutex;
+    ForkEntry* first = nullptr;
+    /** Whether the fork that is under way has got the mutex of the list. */
+    bool isComplete = false;
+};
+
+ForkEntry::ForkEntry(Kind kind, const mt::CriticalSection& locked) noexcept
+    : list(List::of(kind)), section(locked), previous(nullptr), next(nullptr)
+{
+    list.insert(*this);
+}
+
+ForkEntry::~ForkEntry()
+{
+    list.erase(*this);
+}
+
+namespace {
+
+/** Serialises forks, whose holds are not guarded where a wait for a lock has timed out. */
+ForkSafeMutex fork_mutex(false);
+
+constexpr std::time_t PATIENCE_S = 1;
+
+}
+
+void ForkHandlers::install() noexcept
+{
+    pthread_atfork(prepare, afterForkInParent, afterForkInChild);
+}
+
+void ForkHandlers::prepare() noexcept
+{
+    fork_mutex.prepare();
+    std::timespec deadline = {};
+    clock_gettime(CLOCK_MONOTONIC, &deadline);
+    deadline.tv_sec += PATIENCE_S;
+    RecordMutex::mutex.prepare(&deadline);
+    ForkEntry::List::of(ForkEntry::Kind::LOGGER).prepare(deadline);
+    ForkEntry::List::of(ForkEntry::Kind::FILE).prepare(deadline);
+}
+
+void ForkHandlers::afterForkInParent() noexcept
+{
+    ForkEntry::List::of(ForkEntry::Kind::FILE).afterForkInParent();
+    ForkEntry::List::of(ForkEntry::Kind::LOGGER).afterForkInParent();
+    RecordMutex::mutex.afterForkInParent();
+    fork_mutex.afterForkInParent();
+}
+
+void ForkHandlers::afterForkInChild() noexcept
+{
+    ForkEntry::List::of(ForkEntry::Kind::FILE).afterForkInChild();
+    ForkEntry::List::of(ForkEntry::Kind::LOGGER).afterForkInChild();
+    RecordMutex::mutex.afterForkInChild();
+    fork_mutex.afterForkInChild();
+}
+
+}

@@ -1,0 +1,290 @@
+// Children of a process whose other threads write to loggers and files of their own.
+
+#include <dalnim/log/Write.hpp>
+
+#include "LogFileFixture.hpp"
+#include "Loggers.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <streambuf>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace logtest;
+using log::LogFile;
+using log::LogFileRef;
+using log::Module;
+using log::Write;
+using logfiletest::contentOf;
+using logfiletest::Folder;
+using support::inChildProcess;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr int FORKS = 50;
+constexpr unsigned int PATIENCE_S = 30;
+
+/** Repeats an action on a thread of its own until the end of the scope. */
+class Repeated
+{
+public:
+    explicit Repeated(std::function<void()> repeated)
+        : action(std::move(repeated)), thread([this] {
+              while (!isOver) {
+                  action();
+                  ++rounds;
+              }
+          })
+    {
+    }
+    Repeated(const Repeated&) = delete;
+    Repeated& operator=(const Repeated&) = delete;
+    ~Repeated()
+    {
+        isOver = true;
+        thread.join();
+    }
+
+    void awaitRound() const
+    {
+        for (const long before = rounds; rounds == before;) {
+            std::this_thread::yield();
+        }
+    }
+
+private:
+    const std::function<void()> action;
+    std::atomic<bool> isOver{false};
+    std::atomic<long> rounds{0};
+    std::thread thread;
+};
+
+void expectChildrenCan(const Repeated& busy, const std::function<void()>& action)
+{
+    for (int i = 0; i < FORKS; ++i) {
+        busy.awaitRound();
+        ASSERT_EQ(0, inChildProcess([&] {
+                      ::alarm(PATIENCE_S);
+                      action();
+                  }));
+    }
+}
+
+long countIn(const String& text, const String& line)
+{
+    long count = 0;
+    for (std::size_t at = text.find(line); at != String::npos; at = text.find(line, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+/** A logger with a file and a module of its own. */
+struct FileLogger
+{
+    explicit FileLogger(const String& path)
+    {
+        write.setOutputMask(0);
+        write.setPath(path);
+    }
+    void log(const char* text)
+    {
+        NIM_LOG_TO(module, Severity_WARNING) << text;
+    }
+
+    Write write;
+    Module module{"tests.fork", write};
+};
+
+TEST(ForkHandlers, AChildCanUseEveryLogger)
+{
+    const Folder folder;
+    FileLogger first(folder / "first.log");
+    FileLogger second(folder / "second.log");
+    {
+        const Repeated busyFirst([&] { first.log("parent"); });
+        const Repeated busySecond([&] { second.log("parent"); });
+        expectChildrenCan(busyFirst, [&] {
+            first.log("child");
+            second.log("child");
+        });
+    }
+    EXPECT_EQ(FORKS, countIn(contentOf(folder / "first.log"), " : child\n"));
+    EXPECT_EQ(FORKS, countIn(contentOf(folder / "second.log"), " : child\n"));
+}
+
+TEST(ForkHandlers, AChildCanUseALogFileWithoutALogger)
+{
+    const Folder folder;
+    LogFileRef file(new LogFile);
+    file->setPath(folder / "a.log");
+    {
+        const Repeated busy([&] { file->log("parent"); });
+        expectChildrenCan(busy, [&] { file->log("child"); });
+    }
+    EXPECT_EQ(FORKS, countIn(contentOf(folder / "a.log"), "child\n"));
+}
+
+TEST(ForkHandlers, AFileThatLoggersShareIsLockedOnce)
+{
+    const Folder folder;
+    FileLogger owner(folder / "a.log");
+    FileLogger user(folder / "b.log");
+    const Module shared("com_kor_dal_nim_log_module_CIMOM", owner.write);
+    user.write.registerModule(shared);
+    user.write.setStream("CIMOM");
+    {
+        const Repeated busyOwner([&] { owner.log("owner"); });
+        const Repeated busyUser([&] { user.log("user"); });
+        expectChildrenCan(busyUser, [&] {
+            owner.log("owner's child");
+            user.log("user's child");
+        });
+    }
+    const String text = contentOf(folder / "a.log");
+    EXPECT_EQ(FORKS, countIn(text, " : owner's child\n"));
+    EXPECT_EQ(FORKS, countIn(text, " : user's child\n"));
+    user.write.unregisterModule(shared);
+}
+
+TEST(ForkHandlers, LoggersAreConstructedAndReplaceTheirFilesDuringForks)
+{
+    const Folder folder;
+    FileLogger owner(folder / "a.log");
+    FileLogger user(folder / "b.log");
+    const Module shared("com_kor_dal_nim_log_module_CIMOM", owner.write);
+    user.write.registerModule(shared);
+    int slowForks = 0;
+    {
+        const Repeated constructing([&] { const FileLogger other(folder / "c.log"); });
+        // The file that it has is destroyed under its lock.
+        const Repeated replacing([&] {
+            user.write.setStream("CIMOM");
+            user.write.setPath(folder / "b.log");
+        });
+        for (int i = 0; i < FORKS; ++i) {
+            replacing.awaitRound();
+            const auto begin = steady_clock::now();
+            ASSERT_EQ(0, inChildProcess([&] {
+                          ::alarm(PATIENCE_S);
+                          user.log("child");
+                          FileLogger other(folder / "c.log");
+                          other.log("child");
+                      }));
+            slowForks += steady_clock::now() - begin >= milliseconds(1000) ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(FORKS, countIn(contentOf(folder / "c.log"), " : child\n"));
+    EXPECT_EQ(FORKS, countIn(contentOf(folder / "a.log") + contentOf(folder / "b.log"), " : child\n"));
+    // Locks that are acquired in two orders would cost each fork its second.
+    EXPECT_LT(slowForks, FORKS / 2);
+    user.write.unregisterModule(shared);
+}
+
+/** A stream whose records run a function of the test. */
+class Callback : public std::streambuf
+{
+public:
+    std::function<void()> action;
+
+protected:
+    std::streamsize xsputn(const char* text, std::streamsize size) override
+    {
+        written.append(text, static_cast<std::size_t>(size));
+        if (action) {
+            const std::function<void()> once = std::move(action);
+            action = nullptr;
+            once();
+        }
+        return size;
+    }
+    int overflow(int c) override
+    {
+        const char byte = static_cast<char>(c);
+        xsputn(&byte, 1);
+        return c;
+    }
+
+public:
+    String written;
+};
+
+TEST(ForkHandlers, AForkWithinARecordLeavesItsLocksToItsThread)
+{
+    Callback buffer;
+    std::ostream stream(&buffer);
+    Write write;
+    write.setOutputMask(0);
+    write.setStream(asIos(stream));
+    Module module("tests.fork", write);
+    pid_t child = -1;
+    buffer.action = [&] { child = ::fork(); };
+    NIM_LOG_TO(module, Severity_WARNING) << "forks";
+    if (child == 0) {
+        ::alarm(PATIENCE_S);
+        NIM_LOG_TO(module, Severity_WARNING) << "child";
+        std::thread([&] { NIM_LOG_TO(module, Severity_WARNING) << "thread"; }).join();
+        ::_exit(buffer.written == " : forks\n : child\n : thread\n" ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(child, ::waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    NIM_LOG_TO(module, Severity_WARNING) << "parent";
+    EXPECT_EQ(" : forks\n : parent\n", buffer.written);
+}
+
+TEST(ForkHandlers, AForkGoesOnAfterASecondIfNobodyReadsThePipe)
+{
+    const Folder folder;
+    const String path = folder / "pipe";
+    ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
+    const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_NE(-1, reader);
+    FileLogger blocked(path);
+    std::atomic<long> written{0};
+    std::atomic<bool> isOver{false};
+    std::thread writer([&] {
+        while (!isOver) {
+            blocked.log(String(1000, 'x').c_str());
+            ++written;
+        }
+    });
+    // Blocked as soon as it makes no progress for long.
+    for (long before = -1; written == 0 || written != before;) {
+        before = written;
+        std::this_thread::sleep_for(milliseconds(100));
+    }
+    const auto begin = steady_clock::now();
+    EXPECT_EQ(0, inChildProcess([&] {
+                  ::alarm(PATIENCE_S);
+                  // The lock is free, and so is that of the file.
+                  blocked.write.setPath(folder / "child.log");
+                  blocked.log("child");
+              }));
+    EXPECT_GE(steady_clock::now() - begin, milliseconds(990));
+    EXPECT_EQ(" : child\n", contentOf(folder / "child.log"));
+
+    // The parent goes on as soon as the pipe is read.
+    isOver = true;
+    char bytes[65536];
+    while (::read(reader, bytes, sizeof bytes) > 0) {
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    writer.join();
+    blocked.write.setPath(folder / "parent.log");
+    blocked.log("parent");
+    EXPECT_EQ(" : parent\n", contentOf(folder / "parent.log"));
+    ::close(reader);
+}
+
+}
