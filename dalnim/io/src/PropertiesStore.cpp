@@ -6,6 +6,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
+#include <dalnim/sys/internal/src/TimeZone.hpp>
 
 #include <ctime>
 #include <ostream>
@@ -36,7 +37,8 @@ String localTimeText()
     std::tm now = {};
     sys::System::localtime(now, std::time(nullptr));
     char text[64];
-    return String(text, std::strftime(text, sizeof text, sys::internal::LOCAL_TIME_FORMAT, &now));
+    return String(text,
+                  sys::internal::TimeZone::format(text, sizeof text, sys::internal::LOCAL_TIME_FORMAT, now));
 }
 
 /** Lines are put together first: the stream is called once for each, and its format flags do not apply. */

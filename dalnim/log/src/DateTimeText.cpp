@@ -5,6 +5,7 @@
 #include <dalnim/log/Common.hpp>
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
+#include <dalnim/sys/internal/src/TimeZone.hpp>
 
 #include <cstring>
 #include <langinfo.h>
@@ -88,7 +89,7 @@ DateTimeText::DateTimeText(std::time_t t)
     length = formatTime(text, sizeof text, broken_down, local);
     if (length == 0) {
         const char* const format = local ? sys::internal::LOCAL_TIME_FORMAT : sys::internal::UTC_TIME_FORMAT;
-        length = std::strftime(text, sizeof text, format, &broken_down);
+        length = sys::internal::TimeZone::format(text, sizeof text, format, broken_down);
     }
 }
 

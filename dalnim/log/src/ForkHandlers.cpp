@@ -3,6 +3,7 @@
 #include <dalnim/log/src/ForkHandlers.hpp>
 
 #include <dalnim/log/src/RecordMutex.hpp>
+#include <dalnim/sys/internal/src/TimeZone.hpp>
 
 #include <ctime>
 #include <pthread.h>
@@ -11,6 +12,7 @@ namespace com::kor::dal::nim::log {
 
 using sys::internal::ForkSafeLock;
 using sys::internal::ForkSafeMutex;
+using sys::internal::TimeZone;
 
 /** All entries of one kind, with the mutex that guards the list. Constant-initialised, never destroyed. */
 class ForkEntry::List
@@ -112,10 +114,12 @@ void ForkHandlers::prepare() noexcept
     RecordMutex::mutex.prepare(&deadline);
     ForkEntry::List::of(ForkEntry::Kind::LOGGER).prepare(deadline);
     ForkEntry::List::of(ForkEntry::Kind::FILE).prepare(deadline);
+    TimeZone::mutex.prepare(&deadline);
 }
 
 void ForkHandlers::afterForkInParent() noexcept
 {
+    TimeZone::mutex.afterForkInParent();
     ForkEntry::List::of(ForkEntry::Kind::FILE).afterForkInParent();
     ForkEntry::List::of(ForkEntry::Kind::LOGGER).afterForkInParent();
     RecordMutex::mutex.afterForkInParent();
@@ -124,6 +128,7 @@ void ForkHandlers::afterForkInParent() noexcept
 
 void ForkHandlers::afterForkInChild() noexcept
 {
+    TimeZone::mutex.afterForkInChild();
     ForkEntry::List::of(ForkEntry::Kind::FILE).afterForkInChild();
     ForkEntry::List::of(ForkEntry::Kind::LOGGER).afterForkInChild();
     RecordMutex::mutex.afterForkInChild();

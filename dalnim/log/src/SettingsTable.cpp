@@ -7,6 +7,7 @@
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
+#include <dalnim/sys/internal/src/TimeZone.hpp>
 #include <dalnim/type/CompositeString.hpp>
 #include <dalnim/type/StringOps.hpp>
 #include <qv/pmx/api.h>
@@ -77,7 +78,7 @@ std::size_t get_filename_date(char* buf, std::size_t bufsz)
 {
     std::tm broken_down;
     sys::System::utctime(broken_down, std::time(nullptr));
-    return std::strftime(buf, bufsz, "%Y%m%d", &broken_down);
+    return sys::internal::TimeZone::format(buf, bufsz, "%Y%m%d", broken_down);
 }
 
 String filenameDate()

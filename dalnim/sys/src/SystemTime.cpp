@@ -4,6 +4,7 @@
 
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/src/TimeZone.hpp>
 
 #include <cerrno>
 #include <cstdint>
@@ -72,7 +73,7 @@ TimeDCE_t System::dceTime()
 
 tm& System::localtime(tm& result, time_t timeval)
 {
-    if (qv_si_localtime(timeval, &result) != 0) {
+    if (internal::TimeZone::localTime(timeval, result) != 0) {
         const StackTrack track("localtime()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
         throw system_error(ENOSYS);
     }
@@ -81,7 +82,7 @@ tm& System::localtime(tm& result, time_t timeval)
 
 tm& System::utctime(tm& result, time_t timeval)
 {
-    if (qv_si_gmtime(timeval, &result) != 0) {
+    if (internal::TimeZone::utcTime(timeval, result) != 0) {
         const StackTrack track("utctime()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
         throw system_error(ENOSYS);
     }

@@ -1,6 +1,6 @@
 #include <dalnim/dalbase.hpp>
 
-#include <ctime>
+#include <dalnim/sys/internal/src/TimeZone.hpp>
 
 namespace com::kor::dal::nim::sys::internal {
 
@@ -11,7 +11,7 @@ struct OsOpsInit
 {
     OsOpsInit() noexcept
     {
-        tzset();
+        TimeZone::set();
     }
 };
 
