@@ -6,6 +6,7 @@
 #include <qv/pmx/api.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace com::kor::dal::nim::io {
@@ -212,6 +213,13 @@ public:
      * Returns the old setting.
      */
     bool setFallback(bool on);
+
+    /**
+     * Returns how many log statements were refused because they were made in a signal handler that had
+     * interrupted another log statement of its thread. 0 for a logger that is no Write. Any thread may call
+     * this, also in a signal handler.
+     */
+    std::uint64_t getRefusedStatements() const noexcept;
 
     // The defaults are guarded by the library's InitLock.
     /** What a logger that is made from now on starts with as its output mask. */

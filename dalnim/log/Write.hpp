@@ -8,6 +8,7 @@
 #include <dalnim/mt/MutexHolder.hpp>
 
 #include <atomic>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string_view>
@@ -222,6 +223,8 @@ private:
     /** Of each file that this logger owns; a shared one has the mode of its owner. */
     unsigned int fileMode;
     std::unique_ptr<ModuleRegistration> modules;
+    /** Statements in signal handlers that were refused. */
+    std::atomic<std::uint64_t> refusedStatements{0};
     /** Has fork() hold stateSync. Destroyed first. */
     std::unique_ptr<ForkEntry> forkEntry;
 };

@@ -8,6 +8,7 @@
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/ForkHandlers.hpp>
 #include <dalnim/log/src/LogText.hpp>
+#include <dalnim/log/src/StatementScope.hpp>
 #include <dalnim/sys/System.hpp>
 
 #include <algorithm>
@@ -116,6 +117,7 @@ Control& start()
 {
     Write& logger = default_write_instance();
     ForkHandlers::install();
+    StatementScope::initialize();
     default_module.construct(Module::DEFAULT_NAME, logger);
     internal_module.construct(internal_log_mod_name(), logger);
     return logger;

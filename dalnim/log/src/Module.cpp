@@ -6,6 +6,7 @@
 #include <dalnim/log/Log.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/Write.hpp>
+#include <dalnim/log/src/StatementScope.hpp>
 
 #include <memory>
 #include <stdexcept>
@@ -59,6 +60,12 @@ Module& Module::getInstance(const String& name, Log& logInst)
 
 bool Module::isSelected(Severity codedSeverity)
 {
+    if (StatementScope::isInterrupted()) {
+        if (auto* const counter = dynamic_cast<Write*>(&logger)) {
+            counter->refusedStatements.fetch_add(1, std::memory_order_relaxed);
+        }
+        return false;
+    }
     const SeverityGate* gate = loggerGate.load(std::memory_order_relaxed);
     if (gate == &UNBOUND_GATE) {
         gate = &bindGate();
@@ -90,6 +97,7 @@ Module& Module::operator+=(std::ostream& header)
     if (record == nullptr) {
         throw std::invalid_argument("Supplied std::ostream is not an NIM Log Header.");
     }
+    const StatementScope scope(record);
     record->requireWhole();
     logger.log(*this, *record, false);
     return *this;

@@ -2,6 +2,7 @@
 
 #include <dalnim/log/Statement.hpp>
 
+#include <dalnim/log/src/StatementScope.hpp>
 #include <dalnim/log/src/ThreadHeader.hpp>
 
 #include <new>
@@ -10,10 +11,12 @@ namespace com::kor::dal::nim::log {
 
 Header& Statement::header(const char* file, unsigned int line)
 {
+    StatementScope scope(this);
     record = ThreadHeader::lend(severity, file, line);
     if (record == nullptr) {
         record = ::new (own) Header(severity, file, line);
     }
+    scope.keep();
     return *record;
 }
 
@@ -22,6 +25,7 @@ void Statement::end() noexcept
     if (!ThreadHeader::takeBack(*record)) {
         record->~Header();
     }
+    StatementScope::leave(this);
 }
 
 }
