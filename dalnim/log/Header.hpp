@@ -80,6 +80,7 @@ public:
 private:
     friend class Log;
     friend class Module;
+    friend class SpareHeaders;
     friend class ThreadHeader;
     friend class Write;
 

@@ -3,6 +3,7 @@
 #include <dalnim/log/src/ForkHandlers.hpp>
 
 #include <dalnim/log/src/RecordMutex.hpp>
+#include <dalnim/log/src/SpareHeaders.hpp>
 #include <dalnim/sys/internal/src/TimeZone.hpp>
 
 #include <ctime>
@@ -108,6 +109,7 @@ void ForkHandlers::install() noexcept
 void ForkHandlers::prepare() noexcept
 {
     fork_mutex.prepare();
+    SpareHeaders::prepare();
     std::timespec deadline = {};
     clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += PATIENCE_S;
@@ -132,6 +134,7 @@ void ForkHandlers::afterForkInChild() noexcept
     ForkEntry::List::of(ForkEntry::Kind::FILE).afterForkInChild();
     ForkEntry::List::of(ForkEntry::Kind::LOGGER).afterForkInChild();
     RecordMutex::mutex.afterForkInChild();
+    SpareHeaders::afterForkInChild();
     fork_mutex.afterForkInChild();
 }
 

@@ -2,6 +2,7 @@
 
 #include <dalnim/log/Header.hpp>
 
+#include <dalnim/log/src/SpareHeaders.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
 
@@ -114,7 +115,11 @@ bool Header::restore() noexcept
 
 bool Header::renew(Severity sev, const char* source_file, unsigned int source_line)
 {
-    if (getloc() != std::locale()) {
+    if (SpareHeaders::isRestricted()) {
+        if (getloc() != SpareHeaders::globalLocale()) {
+            imbue(SpareHeaders::globalLocale());
+        }
+    } else if (getloc() != std::locale()) {
         return false;
     }
     thread = sys::System::threadId();

@@ -3,6 +3,7 @@
 #include <dalnim/log/src/ThreadHeader.hpp>
 
 #include <dalnim/log/Header.hpp>
+#include <dalnim/log/src/SpareHeaders.hpp>
 #include <dalnim/sys/internal/src/ThreadEnd.hpp>
 
 #include <new>
@@ -58,6 +59,9 @@ Header* ThreadHeader::lend(Severity severity, const char* file, unsigned int lin
     if (slot.state == State::SPARE && !slot.header().renew(severity, file, line)) {
         slot.drop();
     }
+    if (slot.state != State::SPARE && SpareHeaders::isRestricted()) {
+        return SpareHeaders::acquire(severity, file, line);
+    }
     if (slot.state == State::EMPTY) {
         if (!thread_end.await()) {
             return nullptr;
@@ -73,7 +77,7 @@ Header* ThreadHeader::lend(Severity severity, const char* file, unsigned int lin
 bool ThreadHeader::takeBack(Header& header) noexcept
 {
     if (static_cast<void*>(&header) != slot.bytes) {
-        return false;
+        return SpareHeaders::release(header);
     }
     slot.state = State::SPARE;
     if (!header.restore()) {

@@ -277,8 +277,10 @@ void Write::revertStreamHeader(int error) const
 
 bool Write::writeHeader(const String& msg, Severity sev) const
 {
-    std::ostringstream header;
-    // A text that misses memory is to fail, not to be cut.
+    // Not a stream of its own: see SpareHeaders.
+    Statement statement(INTERNAL_LOG_MODULE, sev);
+    Header& header = statement.header("", 0);
+    // If memory runs out, nothing is written rather than a part.
     header.exceptions(std::ios_base::badbit);
     writeLogMessage(header, msg, sev);
     writeLogConfig(header);

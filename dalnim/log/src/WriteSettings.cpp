@@ -82,7 +82,9 @@ void Write::reportChange(unsigned int line, const char* setting, Writer writeOld
     if (!isDefault()) {
         return;
     }
-    Header report(Severity_INFO, REPORT_SOURCE, line);
+    // Not a stream of its own: see SpareHeaders.
+    Statement statement(INTERNAL_LOG_MODULE, Severity_INFO);
+    Header& report = statement.header(REPORT_SOURCE, line);
     report.os() << "Changing logging setting: " << setting << std::endl;
     writeOldAndNew(report.os());
     report.requireWhole();

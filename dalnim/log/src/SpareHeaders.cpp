@@ -1,0 +1,107 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/src/SpareHeaders.hpp>
+
+#include <dalnim/log/Header.hpp>
+
+#include <atomic>
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <sys/single_threaded.h>
+
+namespace com::kor::dal::nim::log {
+
+namespace {
+
+/** One record for each statement that is active in the child at the same time. */
+constexpr std::size_t COUNT = 32;
+
+struct Spare
+{
+    Header header{Severity_NONE, "", 0};
+    std::atomic<bool> isInUse{false};
+};
+
+struct Stock
+{
+    explicit Stock(const std::locale& global) : locale(global) {}
+
+    /** The global locale of all streams in here. */
+    const std::locale locale;
+    Spare spares[COUNT];
+};
+
+/** Null until a fork needs it. Replaced by forks, one at a time. Never destroyed at exit: see prepare(). */
+Stock* stock = nullptr;
+/** Whether a child of the fork that is under way is restricted. */
+bool restrict_child = false;
+
+}
+
+bool SpareHeaders::restricted = false;
+
+void SpareHeaders::prepare() noexcept
+{
+    if (restricted) {
+        // A child of the child: the same holds there.
+        return;
+    }
+    restrict_child = false;
+    if (__libc_single_threaded) {
+        return;
+    }
+    try {
+        const std::locale global;
+        if (global == std::locale::classic()) {
+            return;
+        }
+        if (stock == nullptr || stock->locale != global) {
+            auto created = std::make_unique<Stock>(global);
+            const std::unique_ptr<Stock> old(stock);
+            // Static destructors may fork and log: it stays.
+            stock = created.release();
+        }
+        restrict_child = true;
+    } catch (const std::exception&) {
+        // Without memory for the records the child is as it would be without this class.
+    }
+}
+
+void SpareHeaders::afterForkInChild() noexcept
+{
+    restricted = restricted || restrict_child;
+}
+
+const std::locale& SpareHeaders::globalLocale() noexcept
+{
+    return stock->locale;
+}
+
+Header* SpareHeaders::acquire(Severity severity, const char* file, unsigned int line)
+{
+    for (Spare& spare : stock->spares) {
+        if (!spare.isInUse.exchange(true, std::memory_order_acquire)) {
+            spare.header.renew(severity, file, line);
+            return &spare.header;
+        }
+    }
+    return nullptr;
+}
+
+bool SpareHeaders::release(Header& header) noexcept
+{
+    if (!restricted) {
+        return false;
+    }
+    for (Spare& spare : stock->spares) {
+        if (&spare.header == &header) {
+            // A stream that cannot be reset is not used again.
+            spare.isInUse.store(!header.restore(), std::memory_order_release);
+            return true;
+        }
+    }
+    return false;
+}
+
+}
