@@ -77,6 +77,11 @@ private:
     const SeverityGate& bindGate() noexcept;
     /** The rest of the gate: the logger, where it has more to say, and the filter. */
     bool isSelected(Severity codedSeverity);
+    /**
+     * Refuses and counts a statement of a signal handler that has interrupted another statement of its
+     * thread.
+     */
+    bool isRefused() noexcept;
 
     /** A filterState that was never computed: above the lowest bit, more than any generation. */
     static constexpr std::uint64_t NEVER_COMPUTED = ~std::uint64_t(0);

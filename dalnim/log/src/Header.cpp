@@ -115,10 +115,8 @@ bool Header::restore() noexcept
 
 bool Header::renew(Severity sev, const char* source_file, unsigned int source_line)
 {
-    if (SpareHeaders::isRestricted()) {
-        if (getloc() != SpareHeaders::globalLocale()) {
-            imbue(SpareHeaders::globalLocale());
-        }
+    if (__builtin_expect(SpareHeaders::isRestricted(), false)) {
+        SpareHeaders::imbue(*this);
     } else if (getloc() != std::locale()) {
         return false;
     }

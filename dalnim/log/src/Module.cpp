@@ -58,12 +58,20 @@ Module& Module::getInstance(const String& name, Log& logInst)
     return *created.release();
 }
 
+bool Module::isRefused() noexcept
+{
+    if (!StatementScope::isInterrupted()) {
+        return false;
+    }
+    if (auto* const counter = dynamic_cast<Write*>(&logger)) {
+        counter->refusedStatements.fetch_add(1, std::memory_order_relaxed);
+    }
+    return true;
+}
+
 bool Module::isSelected(Severity codedSeverity)
 {
-    if (StatementScope::isInterrupted()) {
-        if (auto* const counter = dynamic_cast<Write*>(&logger)) {
-            counter->refusedStatements.fetch_add(1, std::memory_order_relaxed);
-        }
+    if (__builtin_expect(StatementScope::isActive(), false) && isRefused()) {
         return false;
     }
     const SeverityGate* gate = loggerGate.load(std::memory_order_relaxed);
@@ -97,9 +105,14 @@ Module& Module::operator+=(std::ostream& header)
     if (record == nullptr) {
         throw std::invalid_argument("Supplied std::ostream is not an NIM Log Header.");
     }
-    const StatementScope scope(record);
     record->requireWhole();
-    logger.log(*this, *record, false);
+    if (StatementScope::isActive()) {
+        logger.log(*this, *record, false);
+    } else {
+        // A record that was not made by a Statement.
+        const StatementScope scope(record);
+        logger.log(*this, *record, false);
+    }
     return *this;
 }
 

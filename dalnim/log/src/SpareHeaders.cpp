@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstddef>
 #include <exception>
+#include <locale>
 #include <memory>
 #include <sys/single_threaded.h>
 
@@ -73,9 +74,11 @@ void SpareHeaders::afterForkInChild() noexcept
     restricted = restricted || restrict_child;
 }
 
-const std::locale& SpareHeaders::globalLocale() noexcept
+void SpareHeaders::imbue(Header& header)
 {
-    return stock->locale;
+    if (header.getloc() != stock->locale) {
+        header.imbue(stock->locale);
+    }
 }
 
 Header* SpareHeaders::acquire(Severity severity, const char* file, unsigned int line)

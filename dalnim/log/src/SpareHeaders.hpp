@@ -3,8 +3,6 @@
 
 #include <dalnim/log/Common.hpp>
 
-#include <locale>
-
 namespace com::kor::dal::nim::log {
 
 class Header;
@@ -34,8 +32,8 @@ public:
     {
         return restricted;
     }
-    /** The global locale that was looked up last. Requires a restricted child. */
-    static const std::locale& globalLocale() noexcept;
+    /** Gives `header` the global locale that was looked up last. Requires a restricted child. */
+    static void imbue(Header& header);
 
     /**
      * Acquires a record in a restricted child. Returns null if more statements are active than there are

@@ -36,22 +36,31 @@ _Unwind_Reason_Code visit(_Unwind_Context* context, void* argument)
     return _URC_NO_REASON;
 }
 
+/** Whether a signal handler was called since the statement with that address began. */
+bool hasSignalFrame(std::uintptr_t statement) noexcept
+{
+    Search search = {statement, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), false};
+    _Unwind_Backtrace(visit, &search);
+    return search.isSignalFound;
+}
+
 }
 
 __thread const void* volatile StatementScope::outermost = nullptr;
 
 void StatementScope::initialize() noexcept
 {
-    const StatementScope scope(__builtin_frame_address(0));
-    static_cast<void>(hasSignalFrame());
+    static_cast<void>(hasSignalFrame(0));
 }
 
-bool StatementScope::hasSignalFrame() noexcept
+bool StatementScope::isInterrupted() noexcept
 {
-    Search search = {reinterpret_cast<std::uintptr_t>(outermost),
-                     reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), false};
-    _Unwind_Backtrace(visit, &search);
-    return search.isSignalFound;
+    // Between an interrupted statement and this call the system has stored the registers: 440 bytes and at
+    // least 512 for those of floating point. Most nested statements are closer to the outer one.
+    constexpr std::uintptr_t SIGNAL_FRAME_SIZE = 440 + 512;
+    const auto statement = reinterpret_cast<std::uintptr_t>(outermost);
+    const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    return statement - here >= SIGNAL_FRAME_SIZE && hasSignalFrame(statement);
 }
 
 }

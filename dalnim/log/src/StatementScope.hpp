@@ -38,13 +38,15 @@ public:
         }
     }
 
-    /** Whether the calling thread is in a signal handler that interrupted one of its statements. */
-    static bool isInterrupted() noexcept
+    /** Whether the calling thread is inside a statement, or in a signal handler that interrupted one. */
+    static bool isActive() noexcept
     {
-        return __builtin_expect(outermost != nullptr, false) && hasSignalFrame();
+        return outermost != nullptr;
     }
+    /** Whether it is in such a handler. Requires isActive(). */
+    static bool isInterrupted() noexcept;
 
-    /** Loads all that hasSignalFrame() needs, since a signal handler must not. */
+    /** Loads all that isInterrupted() needs, since a signal handler must not. */
     static void initialize() noexcept;
 
 private:
@@ -54,9 +56,6 @@ private:
             outermost = frame;
         }
     }
-    /** Whether a signal handler was called since the outermost statement began. */
-    static bool hasSignalFrame() noexcept;
-
     /**
      * An object in the stack frame of the outermost statement of the thread, or null. Volatile, since signal
      * handlers of the thread read it.
