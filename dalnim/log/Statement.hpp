@@ -13,6 +13,9 @@
  * The first and the last use the variable `com_kor_dal_nim_log_module` that is visible where they
  * stand: the global one, unless a source has declared one of its own in its namespace. What the
  * record's output raises leaves the statement, as does the `std::bad_alloc` of a text without memory.
+ *
+ * Not for signal handlers, which may have interrupted the allocator. A statement in a handler that interrupted
+ * another statement of its thread is refused and counted: see Control::getRefusedStatements().
  */
 
 #include <dalnim/log/Common.hpp>
