@@ -51,10 +51,10 @@ int lockUntil(si_mutex_t& mutex, const std::timespec& deadline) noexcept
 
 }
 
-bool ForkSafeMutex::Hold::prepare(si_mutex_t& mutex, const std::timespec* deadline) noexcept
+bool ForkSafeMutex::Hold::prepare(si_mutex_t& held, const std::timespec* deadline) noexcept
 {
     qv::perturb();
-    const int status = deadline == nullptr ? pthread_mutex_lock(&mutex.mutex) : lockUntil(mutex, *deadline);
+    const int status = deadline == nullptr ? pthread_mutex_lock(&held.mutex) : lockUntil(held, *deadline);
     if (status == 0) {
         state = State::ACQUIRED;
     } else {
@@ -63,28 +63,28 @@ bool ForkSafeMutex::Hold::prepare(si_mutex_t& mutex, const std::timespec* deadli
     return state != State::NONE;
 }
 
-void ForkSafeMutex::Hold::afterForkInParent(si_mutex_t& mutex) noexcept
+void ForkSafeMutex::Hold::afterForkInParent(si_mutex_t& held) noexcept
 {
     // Reset first: afterwards another fork may write it.
     const bool isAcquired = state == State::ACQUIRED;
     state = State::NONE;
     if (isAcquired) {
-        qv_si_mutex_unlock(&mutex);
+        qv_si_mutex_unlock(&held);
     }
 }
 
-void ForkSafeMutex::Hold::afterForkInChild(si_mutex_t& mutex, bool isRecursive) noexcept
+void ForkSafeMutex::Hold::afterForkInChild(si_mutex_t& held, bool isRecursive) noexcept
 {
     const State before = state;
     state = State::NONE;
     if (before != State::NONE) {
         // Fails with EPERM: the owner is the thread ID that this thread had in the parent. But the thread
         // sanitizer knows threads by themselves, and would otherwise report the next lock as a second one.
-        pthread_mutex_unlock(&mutex.mutex);
+        pthread_mutex_unlock(&held.mutex);
     }
-    qv_si_mutex_init(&mutex, isRecursive ? "R" : nullptr);
+    qv_si_mutex_init(&held, isRecursive ? "R" : nullptr);
     if (before == State::HELD_BEFORE) {
-        pthread_mutex_lock(&mutex.mutex);
+        pthread_mutex_lock(&held.mutex);
     }
 }
 

@@ -36,14 +36,14 @@ public:
          * @param deadline  on the monotonic clock; null waits without limit
          * @return false if the deadline has passed: another thread still holds the mutex
          */
-        bool prepare(si_mutex_t& mutex, const std::timespec* deadline) noexcept;
+        bool prepare(si_mutex_t& held, const std::timespec* deadline) noexcept;
         /** Unlocks what prepare() has locked. */
-        void afterForkInParent(si_mutex_t& mutex) noexcept;
+        void afterForkInParent(si_mutex_t& held) noexcept;
         /**
          * Reinitialises the mutex, whoever held it. The forking thread still holds what it held before the
          * fork, unless the mutex is recursive.
          */
-        void afterForkInChild(si_mutex_t& mutex, bool isRecursive) noexcept;
+        void afterForkInChild(si_mutex_t& held, bool isRecursive) noexcept;
 
     private:
         enum class State : unsigned char {
