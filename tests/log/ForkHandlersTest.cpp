@@ -2,6 +2,8 @@
 
 #include <dalnim/log/Write.hpp>
 
+#include <dalnim/sys/System.hpp>
+
 #include "LogFileFixture.hpp"
 #include "Loggers.hpp"
 
@@ -9,6 +11,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <streambuf>
@@ -78,6 +81,12 @@ void expectChildrenCan(const Repeated& busy, const std::function<void()>& action
                       action();
                   }));
     }
+}
+
+void useTimeZone()
+{
+    std::tm time = {};
+    com::kor::dal::nim::sys::System::localtime(time, std::time(nullptr));
 }
 
 long countIn(const String& text, const String& line)
@@ -264,9 +273,13 @@ TEST(ForkHandlers, AForkGoesOnAfterASecondIfNobodyReadsThePipe)
         before = written;
         std::this_thread::sleep_for(milliseconds(100));
     }
+    // Its lock is still waited for when the second has passed.
+    const Repeated inTimeZone([] { useTimeZone(); });
+    inTimeZone.awaitRound();
     const auto begin = steady_clock::now();
     EXPECT_EQ(0, inChildProcess([&] {
                   ::alarm(PATIENCE_S);
+                  useTimeZone();
                   // The lock is free, and so is that of the file.
                   blocked.write.setPath(folder / "child.log");
                   blocked.log("child");

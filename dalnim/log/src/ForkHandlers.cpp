@@ -50,21 +50,17 @@ public:
 
     void prepare(const std::timespec& deadline) noexcept
     {
-        isComplete = mutex.prepare(&deadline);
-        if (isComplete) {
-            for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
-                entry->hold.prepare(ForkSafeMutex::of(entry->section), &deadline);
-            }
+        mutex.prepare();
+        for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
+            entry->hold.prepare(ForkSafeMutex::of(entry->section), &deadline);
         }
     }
     void afterForkInParent() noexcept
     {
-        if (isComplete) {
-            for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
-                entry->hold.afterForkInParent(ForkSafeMutex::of(entry->section));
-            }
-            mutex.afterForkInParent();
+        for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
+            entry->hold.afterForkInParent(ForkSafeMutex::of(entry->section));
         }
+        mutex.afterForkInParent();
     }
     void afterForkInChild() noexcept
     {
@@ -77,8 +73,6 @@ public:
 private:
     ForkSafeMutex mutex;
     ForkEntry* first = nullptr;
-    /** Whether the fork that is under way has got the mutex of the list. */
-    bool isComplete = false;
 };
 
 ForkEntry::ForkEntry(Kind kind, const mt::CriticalSection& locked) noexcept
@@ -116,7 +110,9 @@ void ForkHandlers::prepare() noexcept
     RecordMutex::mutex.prepare(&deadline);
     ForkEntry::List::of(ForkEntry::Kind::LOGGER).prepare(deadline);
     ForkEntry::List::of(ForkEntry::Kind::FILE).prepare(deadline);
-    TimeZone::mutex.prepare(&deadline);
+    // Without a limit, like the mutexes of the lists: no thread blocks while it holds one of these, and a
+    // child without this one could find the lock of the C library held.
+    TimeZone::mutex.prepare();
 }
 
 void ForkHandlers::afterForkInParent() noexcept

@@ -39,7 +39,8 @@ private:
  * lock of a thread that it does not have: it logs as its parent does.
  *
  * A thread that is blocked while it writes, because nobody reads its pipe, holds its locks. fork() waits one
- * second for all of them, then goes on without; the child reinitialises these, too.
+ * second for the locks under which records are written, then goes on without; the child reinitialises these,
+ * too.
  */
 class ForkHandlers
 {
