@@ -110,7 +110,7 @@ Module& Module::operator+=(std::ostream& header)
         logger.log(*this, *record, false);
     } else {
         // A record that was not made by a Statement.
-        const StatementScope scope(record);
+        const StatementScope scope(record, __builtin_frame_address(0));
         logger.log(*this, *record, false);
     }
     return *this;

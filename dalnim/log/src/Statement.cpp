@@ -11,7 +11,7 @@ namespace com::kor::dal::nim::log {
 
 Header& Statement::header(const char* file, unsigned int line)
 {
-    StatementScope scope(this);
+    StatementScope scope(this, __builtin_frame_address(0));
     record = ThreadHeader::lend(severity, file, line);
     if (record == nullptr) {
         record = ::new (own) Header(severity, file, line);

@@ -22,17 +22,17 @@ _Unwind_Reason_Code visit(_Unwind_Context* context, void* argument)
 {
     auto& search = *static_cast<Search*>(argument);
     const auto frame = static_cast<std::uintptr_t>(_Unwind_GetCFA(context));
-    // Not an order alone: a handler may run on a stack of its own.
-    if (search.innerFrame <= search.statement && search.statement < frame) {
-        return _URC_END_OF_STACK;
-    }
-    search.innerFrame = frame;
     int isInterruptedHere = 0;
     _Unwind_GetIPInfo(context, &isInterruptedHere);
     if (isInterruptedHere != 0) {
         search.isSignalFound = true;
         return _URC_END_OF_STACK;
     }
+    // Not an order alone: a handler may run on a stack of its own.
+    if (search.innerFrame <= search.statement && search.statement < frame) {
+        return _URC_END_OF_STACK;
+    }
+    search.innerFrame = frame;
     return _URC_NO_REASON;
 }
 
@@ -47,6 +47,7 @@ bool hasSignalFrame(std::uintptr_t statement) noexcept
 }
 
 __thread const void* volatile StatementScope::outermost = nullptr;
+__thread const void* volatile StatementScope::outermostFrame = nullptr;
 
 void StatementScope::initialize() noexcept
 {
@@ -58,7 +59,7 @@ bool StatementScope::isInterrupted() noexcept
     // Between an interrupted statement and this call the system has stored the registers: 440 bytes and at
     // least 512 for those of floating point. Most nested statements are closer to the outer one.
     constexpr std::uintptr_t SIGNAL_FRAME_SIZE = 440 + 512;
-    const auto statement = reinterpret_cast<std::uintptr_t>(outermost);
+    const auto statement = reinterpret_cast<std::uintptr_t>(outermostFrame);
     const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     return statement - here >= SIGNAL_FRAME_SIZE && hasSignalFrame(statement);
 }

@@ -11,15 +11,23 @@ namespace com::kor::dal::nim::log {
 class StatementScope
 {
 public:
-    /** Enters the outermost statement of the thread; inner ones change nothing. */
-    explicit StatementScope(const void* statementFrame) noexcept : frame(statementFrame)
+    /**
+     * Enters the outermost statement of the thread; inner ones change nothing.
+     * @param entered  identifies the statement
+     * @param frame    a stack address below which all is called from the statement. Not that of an object: a
+     *                 sanitizer may keep those elsewhere.
+     */
+    StatementScope(const void* entered, const void* frame) noexcept : statement(entered)
     {
-        enter(frame);
+        if (outermost == nullptr) {
+            outermostFrame = frame;
+            outermost = entered;
+        }
     }
     ~StatementScope()
     {
-        if (frame != nullptr) {
-            leave(frame);
+        if (statement != nullptr) {
+            leave(statement);
         }
     }
 
@@ -29,11 +37,11 @@ public:
     /** Leaves the statement to a later call of leave(). */
     void keep() noexcept
     {
-        frame = nullptr;
+        statement = nullptr;
     }
-    static void leave(const void* frame) noexcept
+    static void leave(const void* statement) noexcept
     {
-        if (outermost == frame) {
+        if (outermost == statement) {
             outermost = nullptr;
         }
     }
@@ -50,20 +58,14 @@ public:
     static void initialize() noexcept;
 
 private:
-    static void enter(const void* frame) noexcept
-    {
-        if (outermost == nullptr) {
-            outermost = frame;
-        }
-    }
-    /**
-     * An object in the stack frame of the outermost statement of the thread, or null. Volatile, since signal
-     * handlers of the thread read it.
-     */
+    // Volatile, since signal handlers of the thread read them.
+    /** The outermost statement of the thread, or null. */
     static __attribute__((visibility("hidden"),
                           tls_model("initial-exec"))) __thread const void* volatile outermost;
+    static __attribute__((visibility("hidden"),
+                          tls_model("initial-exec"))) __thread const void* volatile outermostFrame;
 
-    const void* frame;
+    const void* statement;
 };
 
 }
