@@ -84,7 +84,8 @@ void ForkSafeMutex::Hold::afterForkInChild(si_mutex_t& held, bool isRecursive) n
     }
     qv_si_mutex_init(&held, isRecursive ? "R" : nullptr);
     if (before == State::HELD_BEFORE) {
-        pthread_mutex_lock(&held.mutex);
+        // It is free. Not a lock that waits: the order of the locks does not apply here.
+        pthread_mutex_trylock(&held.mutex);
     }
 }
 
