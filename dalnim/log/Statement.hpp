@@ -14,8 +14,8 @@
  * stand: the global one, unless a source has declared one of its own in its namespace. What the
  * record's output raises leaves the statement, as does the `std::bad_alloc` of a text without memory.
  *
- * Not for signal handlers, which may have interrupted the allocator. A statement in a handler that interrupted
- * another statement of its thread is refused and counted: see Control::getRefusedStatements().
+ * Not for signal handlers, which may have interrupted the allocator. A statement in a handler that
+ * interrupted another statement of its thread is refused and counted: see Control::getRefusedStatements().
  */
 
 #include <dalnim/log/Common.hpp>

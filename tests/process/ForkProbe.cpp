@@ -63,7 +63,7 @@ std::string nestedText()
 }
 
 /** Constructs no stream of its own: that would be the risk of the application. */
-[[noreturn]] void logAsChild()
+[[noreturn]] void logAsChild(const std::string& path)
 {
     alarm(PATIENCE_S);
     NIM_LOG(Severity_WARNING) << "child " << 1234567;
@@ -71,10 +71,13 @@ std::string nestedText()
     std::thread([] { NIM_LOG(Severity_WARNING) << "thread of a child"; }).join();
     std::tm time = {};
     sys::System::localtime(time, std::time(nullptr));
+    // A new file, with its stream header, and two reports of the change.
+    com_kor_dal_nim_log_control.setPath(path + ".child");
+    com_kor_dal_nim_log_control.setSeverity(log::Severity_INFO);
     _exit(0);
 }
 
-int forkMany(long times)
+int forkMany(const std::string& path, long times)
 {
     repeatForever([] { NIM_LOG(Severity_WARNING) << "parent"; });
     repeatForever([] {
@@ -88,7 +91,7 @@ int forkMany(long times)
     for (; ended < times; ++ended) {
         const pid_t child = fork();
         if (child == 0) {
-            logAsChild();
+            logAsChild(path);
         }
         int status = -1;
         if (child == -1 || waitpid(child, &status, 0) != child) {
@@ -159,5 +162,5 @@ int main(int argc, char** argv)
         return NO_LOCALE;
     }
     // The threads would be in the middle of static objects that are destroyed.
-    _exit(forkMany(times));
+    _exit(forkMany(argv[2], times));
 }

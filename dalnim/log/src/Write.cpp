@@ -20,7 +20,6 @@
 
 #include <cerrno>
 #include <ctime>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <typeinfo>

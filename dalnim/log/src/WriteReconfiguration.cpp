@@ -12,7 +12,6 @@
 #include <dalnim/sys/SysError.hpp>
 
 #include <exception>
-#include <sstream>
 #include <utility>
 
 namespace com::kor::dal::nim::log {
@@ -58,10 +57,12 @@ String filterText(const std::list<String>& filter)
 template <class Insert>
 String textOf(Insert insert)
 {
-    std::ostringstream os;
-    os.exceptions(std::ios_base::badbit);
-    insert(os);
-    return os.str();
+    // Not a stream of its own: see SpareHeaders.
+    Statement statement(INTERNAL_LOG_MODULE, Severity_INFO);
+    Header& text = statement.header("", 0);
+    text.exceptions(std::ios_base::badbit);
+    insert(text.os());
+    return text.str();
 }
 
 }
@@ -187,7 +188,8 @@ void Write::applySettings(const LogSettings& settings)
     opened.clear();
 
     if (isDefault() && !changes.empty()) {
-        Header report(Severity_INFO, REPORT_SOURCE, __LINE__);
+        Statement statement(INTERNAL_LOG_MODULE, Severity_INFO);
+        Header& report = statement.header(REPORT_SOURCE, __LINE__);
         changes.write(report.os());
         report.requireWhole();
         log(INTERNAL_LOG_MODULE, report, true);
