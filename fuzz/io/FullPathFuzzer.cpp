@@ -57,6 +57,10 @@ void checkFullPath(const Text& text, const std::string& part)
     }
     require(!part.empty());
 
+    if (part.find('\0') != std::string::npos) {
+        require(error == ENOENT);
+        return;
+    }
     char resolved[PATH_MAX];
     if (realpath(part.c_str(), resolved) == nullptr) {
         require(error == errno);
