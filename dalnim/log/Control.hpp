@@ -75,6 +75,7 @@ public:
     {
         /** The whole key. */
         String key;
+        /** The value as the configuration has it. */
         String value;
         /** What is wrong with it, and what is allowed, such as "must be true or false". */
         String reason;
