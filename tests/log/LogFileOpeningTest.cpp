@@ -1,6 +1,8 @@
 // Where a log file begins: fragments of lines, files that are no regular ones, and the stream that is
 // handed out.
 
+#include <dalnim/log/Control.hpp>
+
 #include "LogFileFixture.hpp"
 #include "Threads.hpp"
 
@@ -216,6 +218,65 @@ TEST_F(LogFileOpeningTest, CancelledThreadWritesItsLineWholly)
     EXPECT_EQ(5, ::read(reader, bytes, sizeof bytes));
     EXPECT_STREQ("next\n", bytes);
     ::close(reader);
+}
+
+/** Lets the calling thread end at the next point where it may be cancelled. */
+void cancelSoon()
+{
+    int before = 0;
+    ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+    ::pthread_cancel(::pthread_self());
+    ::pthread_setcancelstate(before, nullptr);
+}
+
+TEST_F(LogFileOpeningTest, ThreadThatIsCancelledWhileItOpensAPipeEndsAlone)
+{
+    ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
+    for (const unsigned int mode : {com::kor::dal::nim::log::Control::MODE_OF_UMASK, 0640u}) {
+        open();
+        file->setFileMode(mode);
+        logtest::LoggingThread logging([&] {
+            file->log("one");
+            ADD_FAILURE() << "was not cancelled";
+        });
+        logging.awaitBlocked();
+        EXPECT_EQ(0, ::pthread_cancel(logging.handle()));
+        logging.join();
+        EXPECT_EQ(path, file->getPath());
+        const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        file->log("two");
+        char bytes[16] = {};
+        EXPECT_EQ(4, ::read(reader, bytes, sizeof bytes));
+        EXPECT_STREQ("two\n", bytes);
+        ::close(reader);
+        EXPECT_EQ("", err.take());
+    }
+}
+
+TEST_F(LogFileOpeningTest, ThreadThatIsToBeCancelledMayOpenAndCloseAFile)
+{
+    create(path, "fragment");
+    open();
+    bool closed = false;
+    logtest::LoggingThread opening([&] {
+        cancelSoon();
+        file->log("one");
+        ADD_FAILURE() << "was not cancelled";
+    });
+    opening.join();
+    *file->getStream() << "two\n";
+    file->log("three");
+    logtest::LoggingThread closing([&] {
+        cancelSoon();
+        file->close();
+        closed = true;
+        ::pthread_testcancel();
+        ADD_FAILURE() << "was not cancelled";
+    });
+    closing.join();
+    EXPECT_TRUE(closed);
+    EXPECT_EQ("fragment\ntwo\nthree\n", contentOf(path));
+    EXPECT_EQ("", file->getPath());
 }
 
 }

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace {
@@ -250,6 +251,35 @@ TEST_F(StandardErrorTest, LongLineIsWrittenWholeToAPipeThatFills)
                   }
                   logging.join();
                   EXPECT_EQ(line + "\n", read);
+              }));
+}
+
+TEST_F(StandardErrorTest, CancelledThreadWritesItsLineWhollyAfterAFileThatCannotBeOpened)
+{
+    EXPECT_EQ(0, inChildProcess([] {
+                  const ErrorPipe pipe;
+                  // Ends this process if the rest of the line never comes.
+                  ::alarm(30);
+                  Write logger;
+                  logger.setOutputMask(0);
+                  logger.setFallback(true);
+                  logger.setPath("/nowhere/at/all.log");
+                  const String text(20000, 'x');
+                  const String expected = COMPLAINT + " : " + text + "\n";
+                  Module module("cancelled", logger);
+                  logtest::LoggingThread logging([&] {
+                      NIM_LOG_TO(module, Severity_ERROR) << text;
+                      ::pthread_testcancel();
+                      ADD_FAILURE() << "was not cancelled";
+                  });
+                  logging.awaitBlocked();
+                  EXPECT_EQ(0, ::pthread_cancel(logging.handle()));
+                  String all;
+                  while (all.size() < expected.size()) {
+                      all += pipe.read();
+                  }
+                  logging.join();
+                  EXPECT_EQ(expected, all);
               }));
 }
 

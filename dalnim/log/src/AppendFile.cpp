@@ -3,6 +3,7 @@
 #include <dalnim/log/src/AppendFile.hpp>
 
 #include <dalnim/log/Control.hpp>
+#include <dalnim/log/src/CancellationDisabled.hpp>
 
 #include <array>
 #include <cerrno>
@@ -43,6 +44,7 @@ public:
     ~Descriptor()
     {
         if (number != -1) {
+            const CancellationDisabled uncut;
             ::close(number);
         }
     }
@@ -79,8 +81,11 @@ bool isPipe(const String& path) noexcept
     return isFifo;
 }
 
-/** Opens a file, and gives it the permissions `mode` if it is new. Returns -1, with the cause in `errno`. */
-int openWithMode(const char* path, unsigned int mode) noexcept
+/**
+ * Opens a file, and gives it the permissions `mode` if it is new. Returns -1, with the cause in `errno`. The
+ * thread may be cancelled meanwhile: a pipe without a reader would hold it forever.
+ */
+int openWithMode(const char* path, unsigned int mode)
 {
     if (mode == Control::MODE_OF_UMASK) {
         return ::open(path, FLAGS | O_CREAT, FILE_MODE);
@@ -97,8 +102,11 @@ int openWithMode(const char* path, unsigned int mode) noexcept
     return opened;
 }
 
-/** Opens a file for appending, at FIRST_DESCRIPTOR or above. Returns -1, with the cause in `errno`. */
-int openToAppend(const String& path, unsigned int mode) noexcept
+/**
+ * Opens a file for appending, at FIRST_DESCRIPTOR or above. Returns -1, with the cause in `errno`. The thread
+ * may be cancelled meanwhile.
+ */
+int openToAppend(const String& path, unsigned int mode)
 {
     int opened = -1;
     do {
@@ -194,6 +202,7 @@ AppendFile::~AppendFile()
 int AppendFile::open(const String& path, unsigned int mode)
 {
     Descriptor opened(openToAppend(path, mode));
+    const CancellationDisabled uncut;
     struct stat status;
     if (opened.get() == -1 || ::fstat(opened.get(), &status) == -1) {
         return errno;
@@ -213,6 +222,7 @@ int AppendFile::open(const String& path, unsigned int mode)
 
 void AppendFile::close() noexcept
 {
+    const CancellationDisabled uncut;
     if (handedOut != nullptr) {
         handedOut->rdbuf()->close();
     }
@@ -289,6 +299,7 @@ std::ofstream& AppendFile::stream()
         handedOut = std::make_unique<std::ofstream>();
     }
     exclusive = false;
+    const CancellationDisabled uncut;
     if (isOpen() && !handedOut->is_open()) {
         attachStream();
     }

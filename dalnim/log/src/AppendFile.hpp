@@ -32,7 +32,8 @@ public:
     /**
      * Opens a file, which is created if it is missing and never truncated. A new file has the permissions
      * `mode` or, with Control::MODE_OF_UMASK, those that the umask leaves. Returns 0, or the error number if
-     * it cannot be opened. The object must be closed.
+     * it cannot be opened. The object must be closed. A thread that is cancelled while it waits for the
+     * reader of a pipe leaves it closed.
      */
     int open(const String& path, unsigned int mode);
     void close() noexcept;
