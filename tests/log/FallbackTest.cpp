@@ -5,7 +5,6 @@
 #include "LogFileFixture.hpp"
 #include "Loggers.hpp"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <typeinfo>
@@ -18,7 +17,6 @@ using log::Write;
 using logfiletest::AsNobody;
 using logfiletest::COMPLAINT;
 using logfiletest::Folder;
-using testing::EndsWith;
 
 TEST(Fallback, IsOffAtFirst)
 {
@@ -101,8 +99,28 @@ TEST(Fallback, AppliesToASubclass)
     logger.setPath("/nowhere/at/all.log");
     EXPECT_THROW(writeError(logger, "text"), system_error);
     logger.setFallback(true);
+    err.taken();
     writeError(logger, "text \n");
-    EXPECT_THAT(err.taken(), EndsWith(COMPLAINT + " : text\n"));
+    EXPECT_EQ(COMPLAINT + " : text\n", err.taken());
+}
+
+TEST(Fallback, ComplainsOnceForASubclassWhosePathIsForgotten)
+{
+    const Folder folder;
+    std::filesystem::create_directory(folder / "locked");
+    std::filesystem::permissions(folder / "locked", std::filesystem::perms(0700));
+    struct Subclass : Write
+    {
+    } logger;
+    Captured err(std::cerr);
+    logger.setOutputMask(0);
+    logger.setFallback(true);
+    const AsNobody nobody;
+    logger.setPath(folder / "locked/a.log");
+    err.taken();
+    writeError(logger, "text");
+    writeError(logger, "more");
+    EXPECT_EQ(COMPLAINT + " : text\n : more\n", err.taken());
 }
 
 TEST(Fallback, IsReported)

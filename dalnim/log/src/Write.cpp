@@ -84,8 +84,8 @@ void Write::log(const Module& mod, const Header& rec, bool force)
     }
     // The operations that a subclass may replace are called with the lock held.
     const StateHolder holder(stateSync.acquire());
-    if (!beginOutput()) {
-        // A path that was forgotten leads to standard error now; one that is kept is tried again below.
+    if (!beginOutput() && logFile->getPath().empty()) {
+        // A path that was forgotten leads to standard error now; one that is kept fails again below.
         StreamOutput::writeToFallback("");
     }
     String record = format(mod, rec);
