@@ -110,8 +110,30 @@ private:
     void logLine(std::string_view line);
     /** For a logger: writes a text before its lines. Returns false if the output rejects it. */
     bool begin(const String& text) const;
-    /** For a logger: exchanges the outputs of this file and one that no other thread has; limits stay. */
-    void exchangeOutput(LogFile& other);
+    /** What a logger sets together with the output. */
+    struct Limits
+    {
+        unsigned int fileMode;
+        std::size_t maxFileSize;
+        std::size_t maxNumberOfFiles;
+    };
+
+    /**
+     * For a logger: sets the limits, and exchanges the outputs of this file and `other`, which no other
+     * thread has, or keeps the output if that is null. One step to those who share this file: no line is
+     * written by the limits of the other output.
+     */
+    void replaceOutput(LogFile* other, const Limits& limits);
+    /**
+     * For a logger: exchanges the outputs of this file and `other`, which no other thread has, if both have
+     * one path and `other` is at it; the limits stay. Returns false, and does nothing, otherwise.
+     */
+    bool exchangeReopened(LogFile& other);
+    /** For a logger: opens the file at `path`, which is not empty. Throws as getStream() does. */
+    void openAt(const String& path);
+    /** For a logger: returns false if the output is a file that was renamed or removed since it was opened.
+     */
+    bool isAtItsPath() const;
     /** For a logger: returns true if the output is a file of this path, open. */
     bool isOpenAt(const String& path) const;
     /** For a logger: returns true if the output is this stream. */

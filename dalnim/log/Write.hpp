@@ -184,8 +184,11 @@ private:
     bool hasOutputOf(const LogSettings& settings) const;
     /** hasOutputOf() without stateSync held. */
     bool isOutputOf(const LogSettings& settings) const;
-    /** Makes `opened` the output, shared with its owner or taken over; called with stateSync held. */
-    void replaceOutput(const LogFileRef& opened, bool isShared);
+    /**
+     * Makes `opened`, which is this logger's own, the output, and sets the limits of `settings`, unless the
+     * file is shared. Null keeps the output. Called with stateSync held.
+     */
+    void replaceOutput(LogFileRef& opened, const LogSettings& settings);
     /** Opens a file like the present one; null if the output is not a file of this logger's own. */
     LogFileRef openAgain() const;
     bool reopenFile();

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
 #include <initializer_list>
 #include <stdexcept>
 #include <thread>
@@ -434,6 +435,45 @@ TEST(Reconfigure, OfTheOwnerMovesThoseWhoShareItsFile)
     EXPECT_EQ(" : text\n", contentOf(folder / "b.log"));
 }
 
+// Perturbed, or in a few of a thousand rounds, the borrower writes between the file and its limits.
+TEST(Reconfigure, OfTheOwnerSelectsAFileTogetherWithItsLimits)
+{
+    constexpr int THREADS = 2;
+    constexpr int ROUNDS = 1000;
+    EXPECT_EQ(0, support::inChildProcess([] {
+                  // For the traces of all those rotations.
+                  ASSERT_NE(nullptr, std::freopen("/dev/null", "w", stderr));
+                  const Folder folder;
+                  const Settings limited{
+                      {"file", folder / "a.log"}, {"maxFileSize", "1"}, {"maxNumberOfFiles", "1"}};
+                  const Settings unlimited{{"file", folder / "b.log"}};
+                  Write owner;
+                  const Module cimom(CIMOM_MODULE, owner);
+                  Write borrower;
+                  borrower.registerModule(cimom);
+                  borrower.setStream("CIMOM");
+                  std::atomic<bool> stop(false);
+                  std::vector<std::thread> threads;
+                  for (int i = 0; i < THREADS; ++i) {
+                      threads.emplace_back([&] {
+                          while (!stop) {
+                              writeError(borrower, "text");
+                          }
+                      });
+                  }
+                  for (int i = 0; i < ROUNDS && !exists(folder / "b.log.0"); ++i) {
+                      owner.reconfigure(limited);
+                      owner.reconfigure(unlimited);
+                  }
+                  stop = true;
+                  for (std::thread& thread : threads) {
+                      thread.join();
+                  }
+                  EXPECT_FALSE(exists(folder / "b.log.0")) << "rotated by the limit of the other file";
+                  borrower.unregisterModule(cimom);
+              }));
+}
+
 TEST(Reconfigure, RemovesOldFilesThatExceedTheNumber)
 {
     const Folder folder;
@@ -546,6 +586,48 @@ TEST(Reopen, DoesNothingForAStreamOrASharedFile)
     own.write.unregisterModule(module);
     EXPECT_FALSE(own.write.reopen());
     EXPECT_EQ(folder / "a.log", own.write.getPath());
+}
+
+// Reopening opens the file and then waits for the thread that rotates it: what it has opened is an old file
+// by then.
+TEST(Reopen, IsNotLeftWithAFileThatWasRotatedMeanwhile)
+{
+    constexpr int ROUNDS = 100;
+    constexpr int RECORDS = 10;
+    EXPECT_EQ(0, support::inChildProcess([] {
+                  // For the traces of all those rotations.
+                  ASSERT_NE(nullptr, std::freopen("/dev/null", "w", stderr));
+                  const Folder folder;
+                  const String path = folder / "a.log";
+                  Write logger;
+                  logger.setOutputMask(0);
+                  logger.setPath(path);
+                  for (int round = 0; round < ROUNDS; ++round) {
+                      writeError(logger, "begin");
+                      logger.setMaxFileSize(1);
+                      std::atomic<int> written(0);
+                      std::thread thread([&] {
+                          for (int i = 0; i < RECORDS; ++i) {
+                              writeError(logger, "text");
+                              ++written;
+                          }
+                      });
+                      while (written == 0) {
+                          std::this_thread::yield();
+                      }
+                      while (written < RECORDS - 1) {
+                          EXPECT_TRUE(logger.reopen());
+                      }
+                      thread.join();
+                      logger.setMaxFileSize(0);
+                      writeError(logger, "end");
+                      ASSERT_EQ(" : end\n", contentOf(path)) << "in round " << round;
+                      logger.setMaxNumberOfFiles(1);
+                      EXPECT_TRUE(exists(path + ".0"));
+                      ASSERT_FALSE(exists(path + ".1")) << "counted in round " << round;
+                      logger.setMaxNumberOfFiles(0);
+                  }
+              }));
 }
 
 TEST(Reopen, BeginsTheNewFileWithTheConfigurationOfTheDefaultLogger)

@@ -232,6 +232,14 @@ void AppendFile::close() noexcept
     }
 }
 
+bool AppendFile::isAt(const String& path) const noexcept
+{
+    struct stat own;
+    struct stat found;
+    return !rotatable || ::fstat(descriptor, &own) == -1
+           || (::stat(path.c_str(), &found) == 0 && found.st_ino == own.st_ino && found.st_dev == own.st_dev);
+}
+
 bool AppendFile::append(std::string_view line) noexcept
 {
     const bool isWritten = endsInsideLine ? writeAfterNewline(line) : write(line);

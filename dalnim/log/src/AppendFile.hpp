@@ -55,6 +55,10 @@ public:
         return rotatable;
     }
 
+    /** Returns true unless the file may be renamed and `path`, which it was opened by, leads elsewhere by
+     * now. */
+    bool isAt(const String& path) const noexcept;
+
     /**
      * Writes a line that ends in a newline, if possible by one system call. Returns false, with the cause in
      * `errno`, if the file rejects it; a part may have been written. The next line tries again.

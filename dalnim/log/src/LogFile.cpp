@@ -142,10 +142,38 @@ void LogFile::open() const
     output->open();
 }
 
-void LogFile::exchangeOutput(LogFile& other)
+void LogFile::replaceOutput(LogFile* other, const Limits& limits)
 {
     const StateHolder holder(stateSync.acquire());
+    if (other != nullptr) {
+        output->exchange(*other->output);
+    }
+    output->setFileMode(limits.fileMode);
+    output->setMaxFileSize(limits.maxFileSize);
+    output->setMaxNumberOfFiles(limits.maxNumberOfFiles);
+}
+
+bool LogFile::exchangeReopened(LogFile& other)
+{
+    const StateHolder holder(stateSync.acquire());
+    // Under the lock: another logger that shares this file may rotate it.
+    if (output->path() != other.output->path() || !other.output->isAtItsPath()) {
+        return false;
+    }
     output->exchange(*other.output);
+    return true;
+}
+
+void LogFile::openAt(const String& path)
+{
+    const StateHolder holder(stateSync.acquire());
+    output->openAt(path);
+}
+
+bool LogFile::isAtItsPath() const
+{
+    const StateHolder holder(stateSync.acquire());
+    return output->isAtItsPath();
 }
 
 bool LogFile::isOpenAt(const String& path) const

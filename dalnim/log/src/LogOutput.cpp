@@ -182,6 +182,20 @@ bool LogOutput::isOpenAt(const String& path) const noexcept
     return file != nullptr && outputPath == path;
 }
 
+bool LogOutput::isAtItsPath() const noexcept
+{
+    return file == nullptr || file->isAt(outputPath);
+}
+
+void LogOutput::openAt(const String& path)
+{
+    close();
+    outputPath = path;
+    rotatedCount = 0;
+    open();
+    rotatedCount = RotatedFiles(outputPath).count();
+}
+
 void LogOutput::open()
 {
     if (file == nullptr && outputStream == nullptr) {

@@ -71,8 +71,13 @@ public:
         return outputStream == &stream;
     }
 
+    /** Returns false if the output is a file that was renamed or removed since it was opened. */
+    bool isAtItsPath() const noexcept;
+
     /** Opens the output if it is not open. */
     void open();
+    /** Opens a file, and counts the rotated ones only then: a rotation that comes in between renames it. */
+    void openAt(const String& path);
     /** Writes a text to the output. Returns false, with the cause in `errno`, if it rejects the text. */
     bool begin(std::string_view text);
     /** Writes a line that ends in a newline, to standard error if need be, and rotates the file. */

@@ -18,6 +18,12 @@ namespace com::kor::dal::nim::log {
 
 namespace {
 
+/**
+ * How often a file is opened anew because it is not the one at its path any more. Not without end: a file
+ * system may give a file another number at each look.
+ */
+constexpr int MOST_ATTEMPTS = 20;
+
 /** The changes of one reconfiguration, for its report. */
 class Changes
 {
@@ -74,8 +80,7 @@ void Write::openOutput(LogFile& file, const LogSettings& settings)
         return;
     }
     try {
-        file.setPath(settings.path);
-        file.open();
+        file.openAt(settings.path);
     } catch (const sys::system_error& exc) {
         throw SettingsTable::OutputFailure(SettingsTable::unopenable(settings.path, exc.what()));
     }
@@ -95,18 +100,16 @@ bool Write::isOutputOf(const LogSettings& settings) const
     return hasOutputOf(settings);
 }
 
-void Write::replaceOutput(const LogFileRef& opened, bool isShared)
+void Write::replaceOutput(LogFileRef& opened, const LogSettings& settings)
 {
-    if (isShared) {
-        logFile->close();
-        replaceLogFile(opened, false);
-    } else if (ownedLogFile) {
+    const LogFile::Limits limits = {settings.fileMode, settings.maxFileSize, settings.maxNumberOfFiles};
+    if (ownedLogFile) {
         // In place: another logger may share this file.
-        logFile->exchangeOutput(*LogFileRef(opened));
-    } else {
+        logFile->replaceOutput(opened.get(), limits);
+    } else if (opened.get() != nullptr) {
+        opened->replaceOutput(nullptr, limits);
         replaceLogFile(opened, true);
     }
-    streamHeaderDone = false;
 }
 
 void Write::applySettings(const LogSettings& settings)
@@ -118,7 +121,10 @@ void Write::applySettings(const LogSettings& settings)
     LogFileRef opened;
     Changes changes;
     StateHolder holder(stateSync.acquire());
-    while (!isShared && opened.get() == nullptr && !hasOutputOf(settings)) {
+    // A rotation, or anyone else, may have renamed the file since it was opened.
+    for (int attempt = 0; !isShared && attempt < MOST_ATTEMPTS
+                          && (opened.get() == nullptr ? !hasOutputOf(settings) : !opened->isAtItsPath());
+         ++attempt) {
         LogFileRef file = newLogFile();
         holder.release(true);
         // Opening may take its time, with a pipe that has no reader as long as that.
@@ -168,9 +174,13 @@ void Write::applySettings(const LogSettings& settings)
     }
     modules->setModulesRequested(settings.modules);
 
-    if (opened.get() != nullptr) {
-        replaceOutput(opened, isShared);
+    if (isShared && opened.get() != nullptr) {
+        logFile->close();
+        replaceLogFile(opened, false);
+    } else {
+        replaceOutput(opened, settings);
     }
+    streamHeaderDone = streamHeaderDone && opened.get() == nullptr;
     fileMode = settings.fileMode;
     fallsBack.store(settings.fallsBack, std::memory_order_relaxed);
     escapesControls.store(settings.escapesControls, std::memory_order_relaxed);
@@ -178,11 +188,6 @@ void Write::applySettings(const LogSettings& settings)
     severity.set(settings.severityMask, settings.minimum);
     outputMask.store(settings.outputMask, std::memory_order_relaxed);
     flagAllowRemoteControl.store(settings.remoteControl, std::memory_order_relaxed);
-    if (ownsOutput) {
-        logFile->setFileMode(settings.fileMode);
-        logFile->setMaxFileSize(settings.maxFileSize);
-        logFile->setMaxNumberOfFiles(settings.maxNumberOfFiles);
-    }
     holder.release(true);
     // Closes the old output.
     opened.clear();
@@ -208,24 +213,29 @@ LogFileRef Write::openAgain() const
         }
         file = newLogFile();
     }
-    file->setPath(path);
-    file->open();
+    file->openAt(path);
     return file;
 }
 
 bool Write::reopenFile()
 {
-    for (;;) {
+    for (int attempt = 1;; ++attempt) {
         LogFileRef opened = openAgain();
         if (opened.get() == nullptr) {
             return false;
         }
         const CancellationDisabled uncut;
         StateHolder holder(stateSync.acquire());
-        // Another path may have been set since.
-        const bool isCurrent = ownedLogFile && logFile->getPath() == opened->getPath();
+        // Another path may have been set since, or the file may have been rotated.
+        bool isCurrent = ownedLogFile && logFile->exchangeReopened(*opened);
+        if (!isCurrent && attempt >= MOST_ATTEMPTS && ownedLogFile
+            && logFile->getPath() == opened->getPath()) {
+            logFile->replaceOutput(opened.get(),
+                                   {fileMode, logFile->getMaxFileSize(), logFile->getMaxNumberOfFiles()});
+            isCurrent = true;
+        }
         if (isCurrent) {
-            replaceOutput(opened, false);
+            streamHeaderDone = false;
         }
         holder.release(true);
         // Closes the old file, or the one that nobody needs.
