@@ -375,6 +375,33 @@ TEST_F(ThreadPoolSharing, TravelsOnFromATaskThatDidNotLook)
     EXPECT_EQ(object, seen);
 }
 
+TEST_F(ThreadPoolSharing, TaskDoesNotPassOnTheSnapshotOfTheTaskBeforeIt)
+{
+    // The first task gets a context without entries, submits with it, and makes nothing of it. Its own task
+    // still waits when the next one submits.
+    file(left);
+    occupy();
+    ThreadPool submitters(nullptr, 1, 0, 0, 0, 0, 1000);
+    OwnTask empty([&] { EXPECT_EQ(nullptr, here(shared)); });
+    OwnTask first([&] {
+        EXPECT_TRUE(pool.add(empty));
+        EXPECT_EQ(nullptr, here(shared));
+    });
+    EXPECT_TRUE(submitters.add(first));
+    awaitEnd(first);
+    file(shared);
+    const nim::mem::RefCntObject* const object = here(shared);
+    const nim::mem::RefCntObject* seen = nullptr;
+    OwnTask inner([&] { seen = here(shared); });
+    OwnTask second([&] { EXPECT_TRUE(pool.add(inner)); });
+    EXPECT_TRUE(submitters.add(second));
+    awaitEnd(second);
+    submitters.shutdown(true);
+    gate.open();
+    awaitEnd(inner);
+    EXPECT_EQ(object, seen);
+}
+
 TEST_F(ThreadPoolSharing, EndsWithDroppedTasks)
 {
     file(shared);

@@ -205,13 +205,13 @@ void ContainerContext::adopt(std::shared_ptr<const EntryList> entries) noexcept
         entries->acquire();
     }
     adopted.swap(entries);
+    // A content without entries may have a snapshot, too.
+    detachSnapshot();
     if (!content.empty()) {
         Content replaced;
         replaced.swap(content);
-        detachSnapshot();
         releaseAll(replaced);
     } else if (entries != nullptr) {
-        detachSnapshot();
         entries->release();
     }
 }
