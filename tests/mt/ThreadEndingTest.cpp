@@ -293,6 +293,72 @@ TEST_P(ThreadEnding, DestroysAManagedPoolTask)
     EXPECT_EQ(1, ender.unwound);
 }
 
+/** Content whose destructor is a cancellation point, as that of an object that closes a file. */
+class Closing : public nim::mem::RefCntObject
+{
+public:
+    explicit Closing(std::atomic<int>& count) : ended(count) {}
+    ~Closing() override
+    {
+        pthread_testcancel();
+        ++ended;
+    }
+
+private:
+    std::atomic<int>& ended;
+};
+
+/** A run that is cancelled, but does not wait any more. */
+void runCancelled(std::atomic<int>& ended)
+{
+    const nim::mem::RefCntObjectRef content(new Closing(ended));
+    nim::type::ContainerContext::current()->add(content, nim::type::Context::allocateKey(1));
+    EXPECT_EQ(0, pthread_cancel(pthread_self()));
+}
+
+TEST(ThreadEnd, DoesNotInterruptTheEndOfTheContextOfACancelledRun)
+{
+    std::atomic<int> ended{0};
+    Work work([&] { runCancelled(ended); });
+    Thread thread(work);
+    thread.start();
+    EXPECT_EQ(nullptr, thread.join());
+    EXPECT_EQ(1, ended);
+}
+
+TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfTheContextOfACancelledTask)
+{
+    std::atomic<int> ended{0};
+    const auto pool = makePool(1, 5);
+    OwnTask task([&] { runCancelled(ended); });
+    EXPECT_TRUE(pool->add(task));
+    OwnTask next;
+    EXPECT_TRUE(pool->add(next));
+    pool->shutdown(true);
+    EXPECT_EQ(1, ended);
+    EXPECT_EQ(Task::TSF_FINISHED, task.status());
+    EXPECT_EQ(Task::TSF_FINISHED, next.status());
+}
+
+TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfAContextThatTravels)
+{
+    std::atomic<int> ended{0};
+    const auto pool = makePool(1, 5);
+    nim::type::ContainerContextRef context = nim::type::ContainerContext::current();
+    context->add(nim::mem::RefCntObjectRef(new Closing(ended)), nim::type::Context::allocateKey(1));
+    Gate isLast;
+    OwnTask task([&] {
+        isLast.pass();
+        EXPECT_EQ(0, pthread_cancel(pthread_self()));
+    });
+    EXPECT_TRUE(pool->add(task));
+    context->clearContent();
+    isLast.open();
+    pool->shutdown(true);
+    EXPECT_EQ(1, ended);
+    EXPECT_EQ(Task::TSF_FINISHED, task.status());
+}
+
 TEST(ThreadPoolEnding, KeepsTheNumberOfWorkers)
 {
     const auto pool = makePool(3, 100);

@@ -10,6 +10,7 @@
 #include <dalnim/type/nsdefs.hpp>
 #include <dalnim/type/src/ContextSnapshot.hpp>
 #include <dalnim/type/src/SharedEntries.hpp>
+#include <qv/pmx/src/CancellationOff.hpp>
 #include <qv/pmx/src/perturb.hpp>
 
 #include <cerrno>
@@ -63,6 +64,8 @@ public:
 template <class Content>
 void releaseAll(Content& entries) noexcept
 {
+    // A destructor that were cut short by it would end the process.
+    const qv::CancellationOff cancellationOff;
     for (auto& entry : entries) {
         const ReleasedEntry released(std::move(entry.second));
     }
@@ -106,7 +109,9 @@ ContainerContext& ContainerContext::operator=(const ContainerContext& ref)
     detachSnapshot();
     content.swap(duplicate);
     Context::operator=(ref);
-    releaseAll(duplicate);
+    if (!duplicate.empty()) {
+        releaseAll(duplicate);
+    }
     return *this;
 }
 

@@ -7,6 +7,7 @@
 
 #include <pthread.h>
 
+#include <qv/pmx/src/CancellationOff.hpp>
 #include <qv/pmx/src/perturb.hpp>
 #include <qv/pmx/src/rwlock.hpp>
 
@@ -37,25 +38,6 @@ public:
 
 private:
     pthread_mutex_t& _mutex;
-};
-
-/** A thread that waits for the lock cannot be cancelled: it is counted in, and may own the lock. */
-class CancellationOff
-{
-public:
-    CancellationOff()
-    {
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &_previous);
-    }
-    CancellationOff(const CancellationOff&) = delete;
-    CancellationOff& operator=(const CancellationOff&) = delete;
-    ~CancellationOff()
-    {
-        pthread_setcancelstate(_previous, nullptr);
-    }
-
-private:
-    int _previous;
 };
 
 /** Microseconds since an arbitrary start. */
@@ -199,7 +181,8 @@ public:
 private:
     qv_err_t waitShared()
     {
-        const CancellationOff cancellationOff;
+        // A waiting thread is counted in, and may own the lock already.
+        const qv::CancellationOff cancellationOff;
         const Guard guard(_mutex);
 
         si_uint32_t state = _state.load(std::memory_order_relaxed);
@@ -230,7 +213,8 @@ private:
 
     qv_err_t waitExclusive()
     {
-        const CancellationOff cancellationOff;
+        // A waiting thread is counted in, and may own the lock already.
+        const qv::CancellationOff cancellationOff;
         const Guard guard(_mutex);
 
         si_uint32_t state = _state.load(std::memory_order_relaxed);
