@@ -359,6 +359,45 @@ TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfAContextThatTravels)
     EXPECT_EQ(Task::TSF_FINISHED, task.status());
 }
 
+TEST(ThreadPoolEnding, EndsTheWorkersOfAPoolWhoseDestructorIsCancelled)
+{
+    // A thread-local object of the worker is destroyed when the worker ends.
+    struct Farewell
+    {
+        ~Farewell()
+        {
+            if (gate != nullptr) {
+                gate->open();
+            }
+        }
+        Gate* gate = nullptr;
+    };
+    Gate entered;
+    Gate leave;
+    Gate hasEnded;
+    OwnTask task([&] {
+        static thread_local Farewell farewell;
+        farewell.gate = &hasEnded;
+        entered.open();
+        leave.pass();
+    });
+    auto pool = makePool(1, 5);
+    EXPECT_TRUE(pool->add(task));
+    entered.pass();
+    std::atomic<pthread_t> owner{};
+    Caller destroyer([&] {
+        owner = pthread_self();
+        // Not by the owner of the pointer, whose own end does not let the unwinding pass.
+        delete pool.release();
+    });
+    EXPECT_TRUE(destroyer.awaitAsleep());
+    EXPECT_EQ(0, pthread_cancel(owner));
+    destroyer.join();
+    leave.open();
+    hasEnded.pass();
+    EXPECT_EQ(Task::TSF_FINISHED, task.status());
+}
+
 TEST(ThreadPoolEnding, KeepsTheNumberOfWorkers)
 {
     const auto pool = makePool(3, 100);

@@ -55,14 +55,18 @@ ThreadPool::~ThreadPool() noexcept(false)
     if (!hasWorkers()) {
         return;
     }
+    const qv::Reference<RX_ServerQueue> queue(_queue);
+    const qv::Reference<RX_ActivityRecorder> recorder(_ar);
     try {
         shutdown(false, false);
     } catch (const std::bad_alloc&) {
         // Not even for its track. Then nobody is waited for.
-        _queue->close();
+        queue->close();
+    } catch (...) {
+        // As when the thread is cancelled in a wait: idle workers would keep an open queue for good.
+        queue->close();
+        throw;
     }
-    _queue->detach();
-    _ar->detach();
 }
 
 bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerContext* context)
