@@ -40,12 +40,14 @@ public:
     /** Whether the argument is a counted reference to a context. */
     static constexpr bool IS_CONTEXT_REFERENCE =
         decltype(isContextReference(static_cast<Type*>(nullptr)))::value;
-    /** Whether the argument is a pointer, or is converted to `bool` by way of one: as a reference or a
-     * lambda. */
+    /**
+     * Whether the argument is a pointer, or is converted to `bool` by way of one, as a reference or a lambda.
+     * What is a `bool` by itself is converted to `int` as well.
+     */
     static constexpr bool IS_MISTAKEN =
         std::is_convertible_v<
             Type,
-            bool> && (std::is_pointer_v<Type> || std::is_member_pointer_v<Type> || (std::is_class_v<Type> && (std::is_convertible_v<Type, const void*> || std::is_convertible_v<Type, void (*)()>)));
+            bool> && (std::is_pointer_v<Type> || std::is_member_pointer_v<Type> || (std::is_class_v<Type> && !std::is_convertible_v<Type, int>));
 };
 
 }

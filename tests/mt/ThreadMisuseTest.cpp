@@ -45,6 +45,17 @@ struct Lambda
     operator Function() const;
 };
 
+/** As a lambda with parameters and a result. */
+typedef int (*OtherFunction)(int);
+struct OtherLambda
+{
+    operator OtherFunction() const;
+};
+struct Flag
+{
+    operator bool() const;
+};
+
 template <class Void, class... Arguments>
 struct StartsImpl : std::false_type
 {
@@ -77,6 +88,8 @@ static_assert(!std::is_constructible_v<Task, Work*, char*>);
 static_assert(!std::is_constructible_v<Task, Work*, Literal>);
 static_assert(!std::is_constructible_v<Task, Work*, OtherRef&>);
 static_assert(!std::is_constructible_v<Task, Work*, Lambda>);
+static_assert(!std::is_constructible_v<Task, Work*, OtherLambda>);
+static_assert(std::is_constructible_v<Task, Work*, Flag>);
 static_assert(std::is_constructible_v<Task, Work*, bool, Name, Name>);
 static_assert(std::is_constructible_v<Task, Work*, int>);
 static_assert(std::is_constructible_v<Task, Work&, Name>);
@@ -89,6 +102,7 @@ static_assert(!std::is_constructible_v<Thread, Name, Name>);
 static_assert(!std::is_constructible_v<Thread, Literal>);
 static_assert(!std::is_constructible_v<Thread, Function>);
 static_assert(!std::is_constructible_v<Thread, Lambda>);
+static_assert(!std::is_constructible_v<Thread, OtherLambda>);
 static_assert(!std::is_constructible_v<Thread, OtherRef&>);
 static_assert(!std::is_constructible_v<Thread, Work*, Name>);
 static_assert(!std::is_constructible_v<Thread, Work*, bool, Name>);
