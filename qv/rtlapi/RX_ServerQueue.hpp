@@ -110,6 +110,7 @@ private:
     bool accepts(Room room) const;
     bool mustLeave(const Worker& worker) const;
     bool hasRoom();
+    void append(RX_Closure* closure);
     bool offer(RX_Closure* closure, Room room);
     void refuse(RX_Closure* closure);
     void dropPending(bool closing);

@@ -399,6 +399,18 @@ bool RX_ServerQueue::hasRoom()
     return _back.size() + _frontAtMost < _capacity;
 }
 
+/** Appends a closure to the back; the caller holds the lock of the queue. */
+void RX_ServerQueue::append(RX_Closure* closure)
+{
+    try {
+        _back.push_back(closure);
+    } catch (const std::bad_alloc&) {
+        // This thread may have been woken for the room that it leaves.
+        _room.signal();
+        throw;
+    }
+}
+
 /** Appends a closure and calls a worker for it; false if the queue does not accept it, or has no room. */
 bool RX_ServerQueue::offer(RX_Closure* closure, Room room)
 {
@@ -415,7 +427,7 @@ bool RX_ServerQueue::offer(RX_Closure* closure, Room room)
                 return false;
             }
             if (room == Room::IGNORED || room == Room::PROBE || hasRoom()) {
-                _back.push_back(closure);
+                append(closure);
                 if (_ar != nullptr) {
                     _ar->inc();
                 }

@@ -18,6 +18,8 @@
 #include <string>
 #include <thread>
 
+#include <qv/Threads.hpp>
+
 namespace {
 
 using namespace faults;
@@ -167,6 +169,55 @@ TEST(ServerQueueFault, TakesAClosureOrLeavesItToTheCaller)
         EXPECT_EQ(0, subject.alive);
         EXPECT_EQ(0u, subject.recorder->getBacklog());
     }
+}
+
+TEST(ServerQueueFault, PutThatWaitsAndMissesMemoryLeavesTheRoomToTheNext)
+{
+    // Enough rounds that the queue asks for memory in some.
+    unsigned int missed = 0;
+    for (int round = 0; round < 200; ++round) {
+        Subject subject;
+        const qv::Reference<RX_ServerQueue> narrow(new RX_ServerQueue(1));
+        for (int i = 0; i <= round; ++i) {
+            // Moves the queue on by one element.
+            const qv::Reference<RX_Closure> closure(new Counted(subject.alive, subject.runs));
+            closure->attach();
+            narrow->put(closure.get());
+            if (i < round) {
+                EXPECT_EQ(1, narrow->runPending());
+            }
+        }
+        std::atomic<bool> isMissed{false};
+        std::atomic<bool> isPut{false};
+        const auto put = [&](RX_Closure* raw) {
+            qv::Reference<RX_Closure> closure(raw);
+            narrow->put(closure.get());
+            static_cast<void>(closure.release());
+        };
+        qvtest::Caller first([&] {
+            auto* const closure = new Counted(subject.alive, subject.runs);
+            Fault noMemory(Call::NEW, ENOMEM);
+            isMissed = outcomeUnder(noMemory, [&] { put(closure); }).kind == Outcome::NO_MEMORY;
+        });
+        ASSERT_TRUE(first.awaitAsleep());
+        qvtest::Caller second([&] {
+            put(new Counted(subject.alive, subject.runs));
+            isPut = true;
+        });
+        ASSERT_TRUE(second.awaitAsleep());
+        EXPECT_EQ(1, narrow->runPending());
+        first.join();
+        if (isMissed) {
+            ++missed;
+        } else {
+            EXPECT_EQ(1, narrow->runPending());
+        }
+        second.join();
+        EXPECT_TRUE(isPut);
+        narrow->close();
+        EXPECT_EQ(0, subject.alive);
+    }
+    EXPECT_GE(missed, 1U);
 }
 
 TEST(ServerQueueFault, RunsWithoutMemory)
