@@ -359,6 +359,28 @@ TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfAContextThatTravels)
     EXPECT_EQ(Task::TSF_FINISHED, task.status());
 }
 
+TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfAContextThatIsDropped)
+{
+    std::atomic<int> ended{0};
+    const auto pool = makePool(1, 5);
+    Occupation worker(*pool, 1);
+    nim::type::ContainerContextRef context = nim::type::ContainerContext::current();
+    context->add(nim::mem::RefCntObjectRef(new Closing(ended)), nim::type::Context::allocateKey(1));
+    OwnTask dropped;
+    EXPECT_TRUE(pool->add(dropped));
+    context->clearContent();
+    std::atomic<bool> hasReturned{false};
+    Caller closer([&] {
+        EXPECT_EQ(0, pthread_cancel(pthread_self()));
+        pool->shutdown(false);
+        hasReturned = true;
+    });
+    closer.join();
+    EXPECT_EQ(1, ended);
+    EXPECT_FALSE(hasReturned) << "cancelled in the wait for a worker";
+    EXPECT_EQ(Task::TSF_QUEUED, dropped.status());
+}
+
 TEST(ThreadPoolEnding, EndsTheWorkersOfAPoolWhoseDestructorIsCancelled)
 {
     // A thread-local object of the worker is destroyed when the worker ends.

@@ -64,7 +64,7 @@ public:
 template <class Content>
 void releaseAll(Content& entries) noexcept
 {
-    // A destructor that were cut short by it would end the process.
+    // Cancelled in the destructor of an entry, the thread would end the process.
     const qv::CancellationOff cancellationOff;
     for (auto& entry : entries) {
         const ReleasedEntry released(std::move(entry.second));
@@ -216,7 +216,8 @@ void ContainerContext::adopt(std::shared_ptr<const EntryList> entries) noexcept
         Content replaced;
         replaced.swap(content);
         releaseAll(replaced);
-    } else if (entries != nullptr) {
+    } else if (entries != nullptr && !entries->entries().empty()) {
+        const qv::CancellationOff cancellationOff;
         entries->release();
     }
 }

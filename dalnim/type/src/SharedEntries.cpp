@@ -2,8 +2,6 @@
 
 #include <dalnim/type/src/SharedEntries.hpp>
 
-#include <qv/pmx/src/CancellationOff.hpp>
-
 #include <utility>
 
 namespace com::kor::dal::nim::type {
@@ -21,11 +19,6 @@ void EntryList::acquire() const
 
 void EntryList::release() const noexcept
 {
-    if (content.empty()) {
-        return;
-    }
-    // A destructor that were cut short by it would end the process.
-    const qv::CancellationOff cancellationOff;
     for (const Entry& entry : content) {
         releaseQuietly(entry.object);
     }
