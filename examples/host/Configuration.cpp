@@ -168,8 +168,11 @@ void Configuration::check(const std::vector<std::string>& sources) const
     for (const std::string& name : sources) {
         source(name);
     }
-    // Last, since this creates the log's file.
-    LogSettings::check(properties, path, readAt == WHILE_RUNNING);
+}
+
+const nim::io::Properties& Configuration::settings() const
+{
+    return properties;
 }
 
 std::string Configuration::logPath() const
@@ -179,7 +182,8 @@ std::string Configuration::logPath() const
 
 void Configuration::configureLog() const
 {
-    LogSettings::apply(properties, path);
+    LogSettings::apply(properties, path,
+                       readAt == WHILE_RUNNING ? LogSettings::NEVER_WAITS : LogSettings::MAY_WAIT);
 }
 
 std::vector<RestartSetting> Configuration::restartSettings(const Configuration& fresh,

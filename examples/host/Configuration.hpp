@@ -69,7 +69,8 @@ public:
     enum Time {
         /** The file may be a pipe, whose writer is waited for. */
         AT_START,
-        /** Nothing may hold up the run: only a regular file is read, and the log's file must open at once. */
+        /** Nothing may hold up the run: only a regular file is read, and a log that would wait for its reader
+           is refused. */
         WHILE_RUNNING
     };
 
@@ -77,13 +78,16 @@ public:
     Configuration(const std::string& file, Time time);
 
     /**
-     * Checks every setting of the host, its pool, its plug-ins, the named sources and the log, and makes the
-     * log's directory. Throws ConfigurationError for the first that is bad.
+     * Checks every setting of the host, its pool, its plug-ins and the named sources. Throws
+     * ConfigurationError for the first that is bad.
      */
     void check(const std::vector<std::string>& sources) const;
+    /** All settings. */
+    const com::kor::dal::nim::io::Properties& settings() const;
     /** The path that the log will have; empty for a stream. */
     std::string logPath() const;
-    /** Configures the log, as LogSettings::apply() does. Throws ConfigurationError. */
+    /** Configures the log as LogSettings::apply() does: completely or not at all. Throws ConfigurationError.
+     */
     void configureLog() const;
     /** What differs from `fresh` and is only read at the start. */
     std::vector<RestartSetting> restartSettings(const Configuration& fresh,

@@ -61,7 +61,7 @@ Host::Host(const Options& given)
     configuration.configureLog();
     // That of a stream which an adapter brings is known now.
     requireOwnPage(::com_kor_dal_nim_log_control.getPath());
-    logWatch.expect(configuration.logPath());
+    logWatch.expect(configuration);
     logWarnings(configuration.warnings());
     makePool();
     makeSources();
@@ -234,7 +234,7 @@ void Host::waitForEnd()
         if (recorder) {
             recorder->look(seconds());
         }
-        logWatch.look();
+        guarded([&] { logWatch.look(); });
         handleSignals(arrived);
     }
     if (terminal) {
@@ -275,7 +275,7 @@ void Host::readConfigurationAgain()
 void Host::applyConfiguration(const Configuration& fresh)
 {
     fresh.configureLog();
-    logWatch.expect(fresh.logPath());
+    logWatch.expect(fresh);
     logWarnings(fresh.warnings());
     endLimit = fresh.endLimit();
     const std::vector<std::string> waiting = plugins.configure(fresh);
@@ -305,12 +305,10 @@ void Host::keepConfiguration(const std::string& why)
 {
     status = 2;
     std::cerr << "nimhost: " << why << std::endl;
-    try {
+    guarded([&] {
         logWatch.reopenIfRemoved();
         NIM_LOG_TRAPPED(Severity_ERROR, std::runtime_error(why), "nimhost keeps its configuration");
-    } catch (const std::exception& exc) {
-        logWatch.useStandardError(exc.what());
-    }
+    });
 }
 
 /** Ends in the order in which the work flows, so that nothing that was read is lost. */

@@ -7,8 +7,16 @@
 
 namespace nimhost {
 
-/** The log's part of a configuration: checked as a whole first, so that a bad one changes nothing. */
+/** The log's part of a configuration. */
 namespace LogSettings {
+
+/** How the file of a log may be opened. */
+enum Opening {
+    /** A FIFO that no process reads waits for its reader. */
+    MAY_WAIT,
+    /** Such a FIFO is refused, since a run must not be held up. */
+    NEVER_WAITS
+};
 
 /** The whole key of a tag of log::Control. */
 std::string key(const char* tag);
@@ -17,26 +25,14 @@ std::string key(const char* tag);
 std::string chosenPath(const com::kor::dal::nim::io::Properties& properties);
 
 /**
- * Checks each setting of the log, makes the log's directory and tries to open the log's file, which creates
- * it.
- * @param file    the configuration, for messages
- * @param running refuses a file whose opening would wait, such as a FIFO that nobody reads
- * Throws ConfigurationError with the key, its value and what is allowed.
+ * Replaces all settings of the log by these, or none of them. A file that stays the log's is opened again by
+ * its path, since it may have been moved away. The file is open when this returns, so no statement fails
+ * because it cannot be opened.
+ * @param file the configuration, for messages
+ * Throws ConfigurationError, with each key that is bad, its value and what is allowed. The old file is still
+ * in use then, or the one that is at its path now.
  */
-void check(const com::kor::dal::nim::io::Properties& properties, const std::string& file, bool running);
-
-/**
- * Configures the log. Called again, it replaces the module filter and the severity mask, which would
- * otherwise accumulate, and reopens the file, which may have been moved away. Throws ConfigurationError.
- */
-void apply(const com::kor::dal::nim::io::Properties& properties, const std::string& file);
-
-/** Reopens the log at its path, or at `path` if it has lost its own. Throws as the setters of the log do. */
-void reopen(const std::string& path);
-
-/** Returns why the log's file cannot be opened now, as an errno value, or 0. Creates it, and waits for
- * nothing. */
-int openingError(const std::string& path);
+void apply(const com::kor::dal::nim::io::Properties& properties, const std::string& file, Opening opening);
 
 }
 

@@ -1,5 +1,6 @@
 #include "LogWatch.hpp"
 
+#include "Failure.hpp"
 #include "LogSettings.hpp"
 
 #include <dalnim/nim.hpp>
@@ -18,15 +19,17 @@ constexpr std::chrono::seconds INTERVAL(3);
 
 }
 
-void LogWatch::expect(const std::string& path)
+void LogWatch::expect(const Configuration& configuration)
 {
-    expected = path;
+    settings = configuration.logPath().empty()
+                   ? nullptr
+                   : std::make_unique<const nim::io::Properties>(configuration.settings());
     lost = false;
 }
 
 void LogWatch::look()
 {
-    if (expected.empty() || !::com_kor_dal_nim_log_control.getPath().empty()) {
+    if (settings == nullptr || !::com_kor_dal_nim_log_control.getPath().empty()) {
         lost = false;
         return;
     }
@@ -40,17 +43,14 @@ void LogWatch::look()
         return;
     }
     nextTry = now + INTERVAL;
-    if (LogSettings::openingError(expected) != 0) {
+    try {
+        LogSettings::apply(*settings, "nimhost", LogSettings::NEVER_WAITS);
+    } catch (const ConfigurationError&) {
         return;
     }
-    try {
-        LogSettings::reopen(expected);
-        NIM_LOG(Severity_WARNING) << "the log is in " << expected << " again; its records since " << since
-                                  << " are on standard error";
-        lost = false;
-    } catch (const std::exception& exc) {
-        useStandardError(exc.what());
-    }
+    lost = false;
+    NIM_LOG(Severity_WARNING) << "the log is in " << ::com_kor_dal_nim_log_control.getPath()
+                              << " again; its records since " << since << " are on standard error";
 }
 
 void LogWatch::reopenIfRemoved()
@@ -60,20 +60,13 @@ void LogWatch::reopenIfRemoved()
     if (path.empty() || stat(path.c_str(), &status) == 0) {
         return;
     }
-    // Looked at first, so that no statement of another thread fails.
-    if (const int error = LogSettings::openingError(path)) {
-        useStandardError(path + ": " + nim::sys::sys_err_string(error));
-    } else {
-        LogSettings::reopen(path);
+    try {
+        ::com_kor_dal_nim_log_control.reopen();
+    } catch (...) {
+        const std::string why = currentFailure();
+        nim::log::GET_NIM_LOG_LOGGER_VAR().setStream(std::cerr);
+        std::cerr << "nimhost: logs to standard error: " << why << std::endl;
     }
-}
-
-void LogWatch::useStandardError(const std::string& why)
-{
-    // The file that was open is closed, and the new one cannot be opened: not even by asking for
-    // the stream of the log, as a change of it by name does.
-    nim::log::GET_NIM_LOG_LOGGER_VAR().setStream(std::cerr);
-    std::cerr << "nimhost: logs to standard error: " << why << std::endl;
 }
 
 }

@@ -111,10 +111,11 @@ TEST_F(NimhostFaultTest, LogsToStandardErrorWhereItsFolderCannotBeMade)
     std::filesystem::remove_all(parent);
     host.signal(SIGHUP);
     ASSERT_TRUE(waitFor([&] { return answersIn(host.errors()).size() > 10; }));
-    EXPECT_THAT(host.errors(), HasSubstr("nimhost: " + file + ": cannot make the directory of the log, "
-                                         + deep + "/: No such file or directory\n"));
-    EXPECT_THAT(host.errors(), HasSubstr("nimhost: logs to standard error: " + deep
-                                         + "/host.log: No such file or directory\n"));
+    EXPECT_THAT(host.errors(),
+                HasSubstr("nimhost: " + file + ": cannot open the log again: No such file or directory: "
+                          + deep + "/host.log\n"));
+    EXPECT_THAT(host.errors(), HasSubstr("nimhost: logs to standard error: No such file or directory: " + deep
+                                         + "/host.log\n"));
 
     // With room for it again, the next signal brings the file back.
     std::filesystem::create_directory(parent);

@@ -36,6 +36,17 @@ protected:
         EXPECT_THAT(logText(), Not(HasSubstr(" again")));
     }
 
+    static std::string badLog(const std::string& file)
+    {
+        return file + ": Bad log configuration: ";
+    }
+
+    /** The reason for a file of the log that cannot be opened. */
+    static std::string unopenable(const std::string& name, const std::string& path, const std::string& error)
+    {
+        return LOG + "file = \"" + name + "\" must be a path that can be opened, but " + path + ": " + error;
+    }
+
     const std::string common = "/source/rate = 50\n";
 
 private:
@@ -64,42 +75,53 @@ TEST_F(NimhostReloadTest, BadValueAnywhereKeepsTheWholeConfiguration)
     expectKept(host, file + ": end.seconds of host is to be a number from 0, not \"soon\"");
     configure(louder, "/source/rate = 50 a second\n");
     expectKept(host, file + ": source/rate of source-0 is to be a number from 0, not \"50 a second\"");
-    configure(louder + LOG + "maxFileSize = 10 MB\n", common);
-    expectKept(host, file + ": " + LOG + "maxFileSize is to be a number of bytes, not \"10 MB\"");
+    const std::string names = "names separated by white space, out of NONE, ";
+    configure(louder + LOG + "maxFileSize = 10 MB\n" + LOG + "localtime = maybe\n" + LOG + "colour = blue\n",
+              common);
+    expectKept(host, badLog(file) + LOG
+                         + "colour = \"blue\" is not a setting; there are escape.enable, fallback.enable, "
+                           "file.mode, stream, file, directory, localtime, severity.mask, severity.id, "
+                           "output.mask, modules, remote.enable, maxNumberOfFiles and maxFileSize; "
+                         + LOG + "localtime = \"maybe\" must be true or false; " + LOG
+                         + "maxFileSize = \"10 MB\" must be a decimal number of bytes, or one directly "
+                           "followed by k, M, G, KiB, MiB or GiB");
     configure(louder + LOG + "maxNumberOfFiles = -1\n", common);
-    expectKept(host, file + ": " + LOG + "maxNumberOfFiles is to be a number of files, not \"-1\"");
+    expectKept(host, badLog(file) + LOG + "maxNumberOfFiles = \"-1\" must be a decimal number");
     configure(louder + LOG + "output.mask = SEVERITY COLOUR\n", common);
-    expectKept(host, file + ": " + LOG + "output.mask is to be names of fields, not \"SEVERITY COLOUR\"");
+    expectKept(host, badLog(file) + LOG + "output.mask = \"SEVERITY COLOUR\" must be " + names
+                         + "DATETIME, TIMEZONE, SEVERITY, HOSTNAME, PROCESSNAME, PROCESSID, THREADID, "
+                           "MODULENAME, SOURCEFILE and LINENUMBER");
     configure(louder + LOG + "severity.mask = ERROR LOUD\n", common);
-    expectKept(host, file + ": " + LOG + "severity.mask is to be names of severities, not \"ERROR LOUD\"");
-    configure(louder + LOG + "localtime = maybe\n", common);
-    expectKept(host, file + ": " + LOG + "localtime is to be true or false, not \"maybe\"");
+    expectKept(host, badLog(file) + LOG + "severity.mask = \"ERROR LOUD\" must be " + names
+                         + "TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR and FATAL");
     configure(LOG + "stream = PRINTER\n", common);
-    expectKept(host, file + ": " + LOG + "stream is to be STDERR, STDOUT, STDLOG or CIMOM, not \"PRINTER\"");
+    expectKept(host, badLog(file) + LOG + "stream = \"PRINTER\" must be STDERR, STDOUT, STDLOG or CIMOM");
     configure(LOG + "stream = CIMOM\n", common);
-    expectKept(host, file + ": CIMOM stream is not available");
-    EXPECT_THAT(logText(), Not(HasSubstr("Changing logging setting: Severity")));
+    expectKept(host, badLog(file) + LOG
+                         + "stream = \"CIMOM\" must be available, but CIMOM stream is not available");
+    EXPECT_THAT(logText(), Not(HasSubstr("Changing logging settings: Severity")));
 
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 2);
-    EXPECT_EQ(tableRow(host.output(), "configurations refused"), 13U);
+    EXPECT_EQ(tableRow(host.output(), "configurations refused"), 12U);
     EXPECT_EQ(tableRow(host.output(), "configurations read again"), 0U);
 }
 
 TEST_F(NimhostReloadTest, LogDirectoryThatCannotBeMadeSaysWhy)
 {
     const std::string file = configure(LOG + "directory = none/log\n" + LOG + "file = host.log\n");
-    expectRefused({"--config", file, "--records", "1"},
-                  "nimhost: " + file + ": cannot make the directory of the log, " + scratch.file("none/log/")
-                      + ": No such file or directory");
+    expectRefused(
+        {"--config", file, "--records", "1"},
+        "nimhost: " + badLog(file)
+            + unopenable("host.log", scratch.file("none/log/host.log"), "No such file or directory"));
     writeFile(scratch.file("file"), "");
     configure(LOG + "directory = file/log\n" + LOG + "file = host.log\n");
     expectRefused({"--config", file, "--records", "1"},
-                  "nimhost: " + file + ": cannot make the directory of the log, " + scratch.file("file/log/")
-                      + ": Not a directory");
+                  "nimhost: " + badLog(file)
+                      + unopenable("host.log", scratch.file("file/log/host.log"), "Not a directory"));
     configure(LOG + "directory = plugins\n" + LOG + "file = ./\n");
     expectRefused({"--config", file, "--records", "1"},
-                  "nimhost: " + file + ": cannot open the log, ./: Is a directory");
+                  "nimhost: " + badLog(file) + unopenable("./", "./", "Is a directory"));
 }
 
 TEST_F(NimhostReloadTest, LogThatCannotBeOpenedKeepsTheOldOne)
@@ -108,8 +130,9 @@ TEST_F(NimhostReloadTest, LogThatCannotBeOpenedKeepsTheOldOne)
     ChildProcess host = run(file);
     ASSERT_TRUE(logHolds(" answered"));
     configure(LOG + "directory = none/log\n" + LOG + "file = host.log\n", common);
-    expectKept(host, file + ": cannot make the directory of the log, " + scratch.file("none/log/")
-                         + ": No such file or directory");
+    expectKept(host,
+               badLog(file)
+                   + unopenable("host.log", scratch.file("none/log/host.log"), "No such file or directory"));
     // Without a reader its opening would hold up every statement.
     ASSERT_EQ(mkfifo(scratch.file("pipe").c_str(), 0600), 0);
     configure(LOG + "directory = .\n" + LOG + "file = pipe\n", common);
@@ -176,6 +199,34 @@ TEST_F(NimhostReloadTest, LogSettingsThatAreTakenAwayMoveTheLogToStandardError)
     configure(fileSettings(""), common);
     host.signal(SIGHUP);
     ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+}
+
+TEST_F(NimhostReloadTest, SettingsThatAreTakenAwayGoBackToTheirDefaults)
+{
+    const std::string file =
+        configure(fileSettings(LOG + "severity.id = DEBUG\n" + LOG + "escape.enable = true\n" + LOG
+                               + "maxFileSize = 1 GiB\n"),
+                  common);
+    expectRefused(
+        {"--config", file, "--records", "1"},
+        "nimhost: " + badLog(file) + LOG
+            + "maxFileSize = \"1 GiB\" must be a decimal number of bytes, or one directly followed by "
+              "k, M, G, KiB, MiB or GiB");
+    configure(fileSettings(LOG + "severity.id = DEBUG\n" + LOG + "escape.enable = true\n" + LOG
+                           + "maxFileSize = 1GiB\n"),
+              common);
+    ChildProcess host = run(file);
+    ASSERT_TRUE(logHolds(" answered"));
+    configure(fileSettings(""), common);
+    host.signal(SIGHUP);
+    ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
+    // One record for all changes.
+    EXPECT_THAT(logText(), HasSubstr(" : Changing logging settings: EscapeControls Severity MaxFileSize\n"
+                                     "\tEscapeControls\n\t\told: true\n\t\tnew: false\n"
+                                     "\tSeverity\n\t\told: DEBUG\n\t\tnew: NOTICE\n"
+                                     "\tMaxFileSize\n\t\told: \"1073741824\"\n\t\tnew: \"0\"\n"));
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);
 }

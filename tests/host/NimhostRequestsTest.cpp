@@ -476,12 +476,26 @@ TEST_F(NimhostRequestsTest, TheAdapterMakesTheStreamCimomAvailable)
     EXPECT_FALSE(std::filesystem::exists(scratch.file("log/host.log")));
 }
 
+TEST_F(NimhostRequestsTest, AdapterWhoseFileCannotBeOpenedIsRefusedAtTheStart)
+{
+    const std::string path = scratch.file("none/none/manager.log");
+    const std::string configuration =
+        configure("host/adapters = cimom\ncimom/file = " + path + "\n", "stream = CIMOM");
+    ChildProcess host = run(configuration, {"-"});
+    EXPECT_EQ(host.wait(), 2);
+    EXPECT_EQ(host.errors(), "nimhost: adapter cimom: Bad log configuration: " + LOG + "file = \"" + path
+                                 + "\" must be a path that can be opened, but " + path
+                                 + ": No such file or directory\n");
+}
+
 TEST_F(NimhostRequestsTest, TheStreamCimomNeedsItsAdapter)
 {
     const std::string configuration = configure("", "stream = CIMOM");
     ChildProcess without = run(configuration, {"-"});
     EXPECT_EQ(without.wait(), 2);
-    EXPECT_EQ(without.errors(), "nimhost: " + configuration + ": CIMOM stream is not available\n");
+    EXPECT_EQ(without.errors(),
+              "nimhost: " + configuration + ": Bad log configuration: " + LOG
+                  + "stream = \"CIMOM\" must be available, but CIMOM stream is not available\n");
 
     configure("host/adapters = cimom\n", "stream = CIMOM");
     ChildProcess fileless = run(configuration, {"-"});

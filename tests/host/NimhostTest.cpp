@@ -59,8 +59,11 @@ TEST_F(NimhostTest, RefusesAMissingInclude)
 TEST_F(NimhostTest, RefusesABadValue)
 {
     const std::string file = configure(fileSettings(LOG + "severity.id = LOUD\n"));
-    expectRefused({"--config", file}, "nimhost: " + file + ": " + LOG
-                                          + "severity.id is to be the name of a severity, not \"LOUD\"");
+    expectRefused(
+        {"--config", file},
+        "nimhost: " + file + ": Bad log configuration: " + LOG
+            + "severity.id = \"LOUD\" must be one of NONE, TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR "
+              "and FATAL");
 
     configure(fileSettings(""), "/source/rate = many\n");
     expectRefused({"--config", file},
@@ -148,7 +151,8 @@ TEST_F(NimhostTest, ReadsItsConfigurationAgainOnHangup)
     configure(fileSettings(LOG + "severity.id = DEBUG\n"), "/source/rate = 200\n");
     host.signal(SIGHUP);
     ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
-    EXPECT_TRUE(logHolds("Changing logging setting: Severity\n\told: NOTICE\n\tnew: DEBUG"));
+    EXPECT_TRUE(
+        logHolds("Changing logging settings: Severity\n\tSeverity\n\t\told: NOTICE\n\t\tnew: DEBUG\n"));
     EXPECT_TRUE(logHolds(" DEBUG RequestTask.cpp "));
 
     host.signal(SIGTERM);

@@ -28,8 +28,13 @@ public:
         if (file.empty()) {
             throw std::invalid_argument("the adapter needs a file");
         }
-        logger.setSeverity(nim::log::Severity_INFO);
-        logger.setPath(file.front() == '/' ? file : settings.getProperty("directory") + "/" + file);
+        const String key = String(nim::log::NAMESPACE_NAME) + '.' + nim::log::Control::CLASS_NAME + '.';
+        nim::io::Properties logSettings;
+        logSettings.setProperty(key + nim::log::Control::TAG_OUTPUT_FILE,
+                                file.front() == '/' ? file : settings.getProperty("directory") + "/" + file);
+        logSettings.setProperty(key + nim::log::Control::TAG_SEVERITY_ID, "INFO");
+        // Opens the file, so that no statement of the host fails because it cannot be opened.
+        logger.reconfigure(logSettings);
         PluginModule::logger().registerModule(module);
     }
 
