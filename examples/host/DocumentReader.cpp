@@ -7,7 +7,7 @@
 #include <dalnim/nim.hpp>
 
 #include <iostream>
-#include <istream>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -47,6 +47,25 @@ private:
     Counters& counters;
     std::int64_t left;
 };
+
+/** Throws system_error if the document cannot be read to its end, for example because the run ends. */
+std::string readDocument(const std::string& path, const Stop& stop)
+{
+    DocumentInput input(path, stop);
+    std::string text{std::istreambuf_iterator<char>(&input), std::istreambuf_iterator<char>()};
+    input.requireEnd();
+    return text;
+}
+
+/** The parser takes a zero byte for the end of the text: requests that follow it would be lost silently. */
+void requireNoZeroByte(const std::string& document)
+{
+    const std::size_t zero = document.find('\0');
+    if (zero != std::string::npos) {
+        throw std::runtime_error("A zero byte; what follows it is not read -- near offset "
+                                 + std::to_string(zero));
+    }
+}
 
 }
 
@@ -89,21 +108,14 @@ void DocumentReader::serve(const std::string& path)
 
 std::vector<DocumentRequest> DocumentReader::parse(const std::string& path) const
 {
-    DocumentInput input(path, stop);
-    std::istream stream(&input);
+    const std::string document = readDocument(path, stop);
     RequestConsumerRef requests(new RequestConsumer);
     nim::xml::AggregateConsumerRef all(new nim::xml::AggregateConsumer);
     all->push_back(requests);
     all->push_back(new ElementCounter(desk.counters));
     nim::xml::ConsumerRef consumer(all);
-    try {
-        nim::xml::Parser(consumer).parse(stream);
-    } catch (const std::exception&) {
-        // What was cut off is no mistake of the document.
-        input.requireEnd();
-        throw;
-    }
-    input.requireEnd();
+    nim::xml::Parser(consumer).parse(document);
+    requireNoZeroByte(document);
     return requests->requests;
 }
 

@@ -296,6 +296,34 @@ TEST_F(NimhostRequestsTest, ABrokenDocumentIsReportedAndTheNextOneServed)
     EXPECT_THAT(logText(), HasSubstr(broken + " is refused : "));
 }
 
+TEST_F(NimhostRequestsTest, ZeroByteAnywhereInADocumentIsRefused)
+{
+    const std::string zero("\0", 1);
+    const std::string whole = request("encoder", "operation='base64'><text>x</text>");
+    const std::string last = document("last.xml", whole + zero);
+    const std::string hidden =
+        document("hidden.xml", whole + "\n" + zero + "<requests>" + std::string(5000, 'x'));
+    const std::string comment = document("comment.xml", whole + "<!-- " + zero + " -->");
+    const std::string inside = document("inside.xml", "<requests>" + zero + whole.substr(10));
+    const std::string more = document("more.xml", whole + whole);
+    const std::string blank = document("blank.xml", whole + " \n<!-- the end -->\n<?and so on?>\n");
+    ChildProcess host = run(configure(), {last, hidden, comment, inside, more, blank});
+    EXPECT_EQ(host.wait(), 1);
+    const auto refused = [](const std::string& path, const std::string& error) {
+        return "  <document name=\"" + path + "\" status=\"refused\">" + error + "</document>\n";
+    };
+    const std::string zeroByte = "A zero byte; what follows it is not read -- near offset ";
+    EXPECT_EQ(host.output(),
+              results(refused(last, zeroByte + "90") + refused(hidden, zeroByte + "91")
+                      + refused(comment, "Comment not terminated -- near offset 90: &lt;!-- ...")
+                      + refused(inside, "Premature end of data stream (not at top-level) -- near offset 0: "
+                                        "&lt;requests")
+                      + refused(more, "Multiple top-level Elements encountered -- near offset 90: "
+                                      "&lt;requests&gt;&lt;reque...")
+                      + result("blank.xml", 1, "plugin=\"encoder\" status=\"ok\">eA==</result>")));
+    EXPECT_EQ(tableRow(host.errors(), "documents refused"), 5U);
+}
+
 TEST_F(NimhostRequestsTest, OnlyListedPluginsAreEverLoaded)
 {
     const std::string path = document("d.xml", "<requests><request plugin='cimom' operation='x'/>"
