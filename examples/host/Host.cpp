@@ -149,6 +149,7 @@ int Host::run()
     const bool started = start();
     if (started) {
         waitForEnd();
+        signals.hostEnds();
         guarded(
             [&] { NIM_LOG(Severity_NOTICE) << "nimhost ends after " << seconds() << " s: " << endReason(); });
     }
@@ -169,7 +170,7 @@ bool Host::start()
     if (results) {
         results->begin();
     }
-    signals.hostRuns();
+    signals.hostRuns(std::chrono::seconds(options.seconds));
     try {
         startThread(monitorThread);
         monitorStarted = true;

@@ -80,10 +80,20 @@ SignalWatch::~SignalWatch()
     setDefault(SIGTERM);
 }
 
-void SignalWatch::hostRuns()
+void SignalWatch::hostRuns(std::chrono::seconds limit)
 {
     const std::lock_guard<std::mutex> guard(lock);
     running = true;
+    lastSeen = Clock::now();
+    if (limit != std::chrono::seconds::zero()) {
+        runEnd = lastSeen + limit;
+    }
+}
+
+void SignalWatch::hostEnds()
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    runEnd = Clock::time_point::max();
     lastSeen = Clock::now();
 }
 
@@ -116,9 +126,7 @@ void SignalWatch::watch()
         while (read(source, &signal, sizeof signal) == sizeof signal) {
             note(static_cast<int>(signal.ssi_signo));
         }
-        if (isStuck()) {
-            endProcess(firstEnd, "since its main thread does not respond");
-        }
+        endIfStuck();
     }
 }
 
@@ -138,11 +146,22 @@ void SignalWatch::note(int signal)
     arrival.notify_one();
 }
 
-/** Whether a first signal to end has come and the main thread has not been seen since, for too long. */
-bool SignalWatch::isStuck()
+/** Whether the main thread has not been seen for too long. */
+bool SignalWatch::isUnseen() const
+{
+    return Clock::now() - lastSeen > std::chrono::seconds(STUCK_SECONDS);
+}
+
+/** Ends the process if the main thread does not end it, though a signal or the time limit asks for that. */
+void SignalWatch::endIfStuck()
 {
     const std::lock_guard<std::mutex> guard(lock);
-    return firstEnd != 0 && Clock::now() - lastSeen > std::chrono::seconds(STUCK_SECONDS);
+    if (firstEnd != 0 && isUnseen()) {
+        endProcess(firstEnd, "since its main thread does not respond");
+    }
+    if (isUnseen() && Clock::now() - std::chrono::seconds(STUCK_SECONDS) > runEnd) {
+        endProcessAfterItsTime();
+    }
 }
 
 void SignalWatch::endProcess(int signal, const char* why) const noexcept
@@ -156,6 +175,17 @@ void SignalWatch::endProcess(int signal, const char* why) const noexcept
     // The process dies of the signal, as the process that started it expects.
     kill(getpid(), signal);
     _exit(128 + signal);
+}
+
+void SignalWatch::endProcessAfterItsTime() const noexcept
+{
+    char text[128];
+    const int length = std::snprintf(text, sizeof text,
+                                     "nimhost: ended after its time, since its main thread does not respond: "
+                                     "%lld requests are unanswered\n",
+                                     static_cast<long long>(counters.requestsOpen));
+    writeLastWords(text, static_cast<std::size_t>(std::max(length, 0)));
+    _exit(1);
 }
 
 }

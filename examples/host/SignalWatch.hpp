@@ -19,6 +19,9 @@ namespace nimhost {
  * order. Afterwards the host takes the first one, and a second one ends the process. So does the first one if
  * the host's main thread shows no progress for STUCK_SECONDS. SIGHUP waits for the host. SIGPIPE is
  * ignored: a reader that closes its end is a failed write.
+ *
+ * The time limit of the run holds in the same way: if the main thread is blocked when it is over, and stays
+ * so for STUCK_SECONDS, the process ends with status 1. Otherwise the sources would go on without an end.
  */
 class SignalWatch
 {
@@ -45,8 +48,13 @@ public:
     SignalWatch(const SignalWatch&) = delete;
     SignalWatch& operator=(const SignalWatch&) = delete;
 
-    /** From here on the host takes the first signal to end. */
-    void hostRuns();
+    /**
+     * From here on the host takes the first signal to end.
+     * @param limit how long the host may run; 0 for no limit
+     */
+    void hostRuns(std::chrono::seconds limit);
+    /** The host has begun to end: the time limit of its run is of no interest any more. */
+    void hostEnds();
     /** Waits for a signal, no longer than `interval`, and takes those that have arrived. */
     Arrived take(std::chrono::milliseconds interval);
     /** Shows that the main thread is at work; take() does so, too. */
@@ -57,8 +65,10 @@ private:
 
     void watch();
     void note(int signal);
-    bool isStuck();
+    bool isUnseen() const;
+    void endIfStuck();
     [[noreturn]] void endProcess(int signal, const char* why) const noexcept;
+    [[noreturn]] void endProcessAfterItsTime() const noexcept;
 
     const Counters& counters;
     /** The end of this object, for the watching thread. */
@@ -72,6 +82,8 @@ private:
     bool running = false;
     /** The first signal to end, once it has come. */
     int firstEnd = 0;
+    /** The end of the time that the host may run for. */
+    Clock::time_point runEnd = Clock::time_point::max();
     /** When the main thread was seen last. */
     Clock::time_point lastSeen = Clock::now();
     std::thread watcher;

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
 #include <string>
 #include <sys/stat.h>
@@ -148,6 +149,28 @@ TEST_F(NimhostSignalTest, EndsAHostWhoseLogIsAPipeThatIsFull)
                 HasSubstr("nimhost: ended by signal 15, since its main thread does not respond: "));
     close(full.fd);
     close(reader);
+}
+
+/** Its sources would go on for ever. */
+TEST_F(NimhostSignalTest, TimeLimitEndsAHostWhoseMainThreadDoesNotRespond)
+{
+    const std::string file = configure(fileSettings(""));
+    ChildProcess host(command({"--config", file, "--threads", "1", "--seconds", "3"}), scratch.path());
+    ASSERT_TRUE(logHolds("nimhost starts with 1 sources"));
+    std::filesystem::remove(scratch.file("test-log.properties"));
+    const std::string pipe = fifo("test-log.properties");
+    host.signal(SIGHUP);
+    // The host reads the configuration from here on, and its end does not come.
+    int writer = -1;
+    ASSERT_TRUE(
+        waitFor([&] { return (writer = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) != -1; }));
+    EXPECT_TRUE(ends(host));
+    host.signal(SIGKILL);
+    EXPECT_EQ(host.wait(), 1);
+    EXPECT_THAT(host.errors(), testing::MatchesRegex(
+                                   "nimhost: ended after its time, since its main thread does not respond: "
+                                   "[0-9]+ requests are unanswered\n"));
+    close(writer);
 }
 
 TEST_F(NimhostSignalTest, ReaderOfTheResultsThatGoesAwayIsAnOrderlyEnd)
