@@ -5,6 +5,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <stdexcept>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,11 +19,17 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::s
         argv.push_back(const_cast<char*>(word.c_str()));
     }
     argv.push_back(nullptr);
+    const pid_t test = getpid();
     pid = fork();
     if (pid == -1) {
         throw std::runtime_error("fork");
     }
     if (pid == 0) {
+        // A test that is killed, by its time limit for example, runs no destructor.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != test) {
+            kill(getpid(), SIGKILL);
+        }
         const int flags = O_WRONLY | O_CREAT | O_TRUNC;
         if (dup2(open(out.c_str(), flags, 0600), 1) == -1 || dup2(open(err.c_str(), flags, 0600), 2) == -1) {
             _exit(125);

@@ -7,7 +7,10 @@
 
 namespace support {
 
-/** A program that a test runs, with its two outputs in files of the test's scratch folder. */
+/**
+ * A program that a test runs, with its two outputs in files of the test's scratch folder. It is killed when
+ * the thread that made this object ends, also by a signal.
+ */
 class ChildProcess
 {
 public:

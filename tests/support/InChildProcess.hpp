@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,6 +19,8 @@ int inChildProcess(Body body)
     std::fflush(nullptr);
     const pid_t child = ::fork();
     if (child == 0) {
+        // Nothing that the body starts outlives a test that is killed.
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         body();
         std::fflush(nullptr);
         ::_exit(testing::Test::HasFailure() ? 1 : 0);
