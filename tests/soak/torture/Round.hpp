@@ -45,6 +45,8 @@ struct Scenario
     bool localTime;
     std::size_t shortest;
     std::size_t longest;
+    /** Number of records of a thread. */
+    unsigned int records;
     std::size_t maxFileSize;
     std::size_t maxNumberOfFiles;
     ErrorOutput errorOutput;
@@ -89,7 +91,7 @@ struct Round
     Writer thread(unsigned int life, unsigned int index)
     {
         const unsigned int number = life * MAX_THREADS + index;
-        return {number, life, false, ofThreads[number].data(), THREAD_RECORDS};
+        return {number, life, false, ofThreads[number].data(), scenario.records};
     }
     Writer child(unsigned int life, unsigned int index)
     {

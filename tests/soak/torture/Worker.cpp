@@ -3,6 +3,7 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Write.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -110,7 +111,7 @@ private:
     void write(const Writer& writer)
     {
         const bool forks = scenario.children != 0 && writer.number % MAX_THREADS == 0;
-        const unsigned int interval = THREAD_RECORDS / (scenario.children + 1);
+        const unsigned int interval = std::max(1U, scenario.records / (scenario.children + 1));
         for (unsigned int number = 0; number < writer.count && goesOn(); ++number) {
             write(writer, number);
             if (number == 0) {
