@@ -100,8 +100,10 @@ void Findings::judge(Figures& figures, std::string& report)
             note(report, "glued", beginning.record.first, beginning.record.second, beginning.text);
         }
     }
-    // Set as soon as a record has been found in a file: only what is older was removed with an old file.
-    bool isKept = round.scenario.maxNumberOfFiles == 0;
+    const bool removesNone = round.scenario.maxNumberOfFiles == 0;
+    // With a maximum it is set as soon as a record has been found in a file: only older ones were removed. A
+    // process that cannot read the directory counts no old files, and removes others than the oldest later.
+    bool isKept = removesNone;
     for (unsigned int life = 0; life < round.scenario.lives; ++life) {
         bool isKeptAfter = isKept;
         for (unsigned int index = 0; index < round.scenario.threads; ++index) {
@@ -111,7 +113,7 @@ void Findings::judge(Figures& figures, std::string& report)
         }
         for (unsigned int index = 0; index < round.forks[life]; ++index) {
             // The file that a child goes on writing to may be removed by its parent at any time.
-            bool isKeptOfChild = round.scenario.maxNumberOfFiles == 0;
+            bool isKeptOfChild = removesNone;
             judgeWriter(round.child(life, index), isKeptOfChild, figures, report);
         }
         isKept = isKeptAfter;
@@ -129,7 +131,7 @@ void Findings::judgeWriter(const Writer& writer, bool& isKept, Figures& figures,
             ++figures.wrong;
             note(report, times > 1 ? "twice" : "never written", writer.number, number);
         }
-        isKept = isKept || (record.inFiles != 0 && !writer.isChild);
+        isKept = isKept || (record.inFiles != 0 && !writer.isChild && !round.scenario.directoryCloses);
         figures.onStandardError += record.onStandardError;
         figures.throws += statement == Statement::THREW ? 1 : 0;
         if (statement != Statement::RETURNED) {

@@ -25,7 +25,7 @@ struct Figures
     /** The record was found whole, but not at the beginning of its line. */
     std::size_t glued = 0;
     std::size_t hung = 0;
-    /** Found more than once, or never written. */
+    /** Records that were found twice or never written, and processes that ended by themselves. */
     std::size_t wrong = 0;
     /** Old files with a lower free number, which a kill between two renames leaves. */
     std::size_t gaps = 0;

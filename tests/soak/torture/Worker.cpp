@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include <sys/prctl.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -206,6 +207,8 @@ int work(Round& round, unsigned int life)
     if (round.scenario.directoryCloses && (setegid(NOBODY) == -1 || seteuid(NOBODY) == -1)) {
         return 1;
     }
+    // A change of the user has cleared what the starting process has set.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (round.scenario.signals) {
         startSignals();
     }
