@@ -93,6 +93,24 @@ TEST_F(LogDiskTest, EveryLineOfAFullDiskSurvivesAndTheFileGoesOnWhenThereIsRoom)
     });
 }
 
+TEST_F(LogDiskTest, RecordWhoseNewlineAloneIsRejectedIsInTheFileOnly)
+{
+    onDisk("size=64k", [this] {
+        const String page(4096, 'p');
+        file->setPath(path);
+        file->getStream();
+        fill(page.size());
+        file->log(page);
+        EXPECT_EQ("", err.take());
+        EXPECT_EQ(page, contentOf(path));
+        file->log("next");
+        EXPECT_EQ(COMPLAINT + "next\n", err.take());
+        std::filesystem::remove(ballast);
+        file->log("last");
+        EXPECT_EQ(page + "\nlast\n", contentOf(path));
+    });
+}
+
 TEST_F(LogDiskTest, ASetThatOutgrowsItsDiskLosesItsOldestFilesAlone)
 {
     constexpr std::size_t FILE_SIZE = 8000;

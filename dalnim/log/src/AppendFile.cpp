@@ -242,12 +242,14 @@ bool AppendFile::isAt(const String& path) const noexcept
 
 bool AppendFile::append(std::string_view line) noexcept
 {
-    const bool isWritten = endsInsideLine ? writeAfterNewline(line) : write(line);
+    const std::string_view rest = endsInsideLine ? writeAfterNewline(line) : write(line);
+    // A line that lacks only its newline is in the file. The next one begins with a newline.
+    const bool isWritten = rest.empty() || (rest == "\n" && line.size() > rest.size());
     hasFailed = !isWritten;
     return isWritten;
 }
 
-bool AppendFile::write(std::string_view text) noexcept
+std::string_view AppendFile::write(std::string_view text) noexcept
 {
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
@@ -257,13 +259,13 @@ bool AppendFile::write(std::string_view text) noexcept
             endsInsideLine = text[count - 1] != '\n';
             text.remove_prefix(count);
         } else if (written == 0 || errno != EINTR) {
-            return false;
+            break;
         }
     }
-    return true;
+    return text;
 }
 
-bool AppendFile::writeAfterNewline(std::string_view line) noexcept
+std::string_view AppendFile::writeAfterNewline(std::string_view line) noexcept
 {
     char newline = '\n';
     // writev() does not write to its pieces.
@@ -273,7 +275,7 @@ bool AppendFile::writeAfterNewline(std::string_view line) noexcept
         written = ::writev(descriptor, pieces.data(), pieces.size());
     } while (written == -1 && errno == EINTR);
     if (written < 1) {
-        return false;
+        return line;
     }
     const std::size_t count = static_cast<std::size_t>(written) - 1;
     appended += count + 1;

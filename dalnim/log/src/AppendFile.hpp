@@ -61,7 +61,8 @@ public:
 
     /**
      * Writes a line that ends in a newline, if possible by one system call. Returns false, with the cause in
-     * `errno`, if the file rejects it; a part may have been written. The next line tries again.
+     * `errno`, if the file rejects it; a part may have been written. The next line tries again. A line of
+     * which the newline alone was rejected counts as written.
      */
     bool append(std::string_view line) noexcept;
 
@@ -84,8 +85,9 @@ public:
 private:
     static constexpr int NONE = -1;
 
-    bool write(std::string_view text) noexcept;
-    bool writeAfterNewline(std::string_view line) noexcept;
+    /** These two return the part that was not written. */
+    std::string_view write(std::string_view text) noexcept;
+    std::string_view writeAfterNewline(std::string_view line) noexcept;
     void attachStream();
 
     int descriptor = NONE;
