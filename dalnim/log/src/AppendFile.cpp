@@ -3,7 +3,7 @@
 #include <dalnim/log/src/AppendFile.hpp>
 
 #include <dalnim/log/Control.hpp>
-#include <dalnim/log/src/CancellationDisabled.hpp>
+#include <qv/pmx/src/CancellationOff.hpp>
 
 #include <array>
 #include <cerrno>
@@ -44,7 +44,7 @@ public:
     ~Descriptor()
     {
         if (number != -1) {
-            const CancellationDisabled uncut;
+            const qv::CancellationOff uncut;
             ::close(number);
         }
     }
@@ -202,7 +202,7 @@ AppendFile::~AppendFile()
 int AppendFile::open(const String& path, unsigned int mode)
 {
     Descriptor opened(openToAppend(path, mode));
-    const CancellationDisabled uncut;
+    const qv::CancellationOff uncut;
     struct stat status;
     if (opened.get() == -1 || ::fstat(opened.get(), &status) == -1) {
         return errno;
@@ -222,7 +222,7 @@ int AppendFile::open(const String& path, unsigned int mode)
 
 void AppendFile::close() noexcept
 {
-    const CancellationDisabled uncut;
+    const qv::CancellationOff uncut;
     if (handedOut != nullptr) {
         handedOut->rdbuf()->close();
     }
@@ -309,7 +309,7 @@ std::ofstream& AppendFile::stream()
         handedOut = std::make_unique<std::ofstream>();
     }
     exclusive = false;
-    const CancellationDisabled uncut;
+    const qv::CancellationOff uncut;
     if (isOpen() && !handedOut->is_open()) {
         attachStream();
     }

@@ -5,7 +5,7 @@
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/nsdefs.hpp>
-#include <dalnim/log/src/CancellationDisabled.hpp>
+#include <qv/pmx/src/CancellationOff.hpp>
 #include <dalnim/log/src/CurrentPrefix.hpp>
 #include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/LineText.hpp>
@@ -50,7 +50,7 @@ void Log::log(const String& msg)
     line.append(msg);
     endLine(line, CurrentPrefix::lengthIn(msg));
     auto* const stream = dynamic_cast<std::ostream*>(getStream());
-    const CancellationDisabled uncut;
+    const qv::CancellationOff uncut;
     bool isWritten = false;
     if (stream != nullptr && StreamOutput::isDirect(*stream)) {
         isWritten = StreamOutput::write(*stream, line.view());

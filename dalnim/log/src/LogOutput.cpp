@@ -7,7 +7,7 @@
 #include <dalnim/log/LogFile.hpp>
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/AppendFile.hpp>
-#include <dalnim/log/src/CancellationDisabled.hpp>
+#include <qv/pmx/src/CancellationOff.hpp>
 #include <dalnim/log/src/FileTrace.hpp>
 #include <dalnim/log/src/RotatedFiles.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
@@ -249,14 +249,14 @@ bool LogOutput::tryWrite(std::string_view line)
 bool LogOutput::begin(std::string_view text)
 {
     open();
-    const CancellationDisabled uncut;
+    const qv::CancellationOff uncut;
     return tryWrite(text);
 }
 
 void LogOutput::logLine(std::string_view line)
 {
     open();
-    const CancellationDisabled uncut;
+    const qv::CancellationOff uncut;
     const bool isWritten = tryWrite(line);
     if (!isWritten) {
         // The record survives there, and the next one tries its own output again.

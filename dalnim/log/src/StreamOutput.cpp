@@ -4,7 +4,7 @@
 
 #include <dalnim/String.hpp>
 #include <dalnim/log/Common.hpp>
-#include <dalnim/log/src/CancellationDisabled.hpp>
+#include <qv/pmx/src/CancellationOff.hpp>
 #include <dalnim/log/src/LogText.hpp>
 
 #include <atomic>
@@ -244,7 +244,7 @@ bool StreamOutput::write(std::ostream& stream, std::string_view text)
 void StreamOutput::writeToFallback(std::string_view line)
 {
     std::ostream& stream = *STD_LOG_STREAMS[0].addr;
-    const CancellationDisabled uncut;
+    const qv::CancellationOff uncut;
     try {
         write(stream, String(STREAM_COMPLAINT).append(1, '\n').append(line));
     } catch (const std::bad_alloc&) {

@@ -5,7 +5,7 @@
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
-#include <dalnim/log/src/CancellationDisabled.hpp>
+#include <qv/pmx/src/CancellationOff.hpp>
 #include <dalnim/log/src/SettingsTable.hpp>
 #include <dalnim/log/src/SettingsText.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
@@ -145,7 +145,7 @@ void Write::applySettings(const LogSettings& settings)
     }
 
     // Everything that can fail comes first.
-    const CancellationDisabled uncut;
+    const qv::CancellationOff uncut;
     const bool ownsOutput = opened.get() != nullptr ? !isShared : ownedLogFile;
     if (opened.get() != nullptr) {
         String oldPath;
@@ -224,7 +224,7 @@ bool Write::reopenFile()
         if (opened.get() == nullptr) {
             return false;
         }
-        const CancellationDisabled uncut;
+        const qv::CancellationOff uncut;
         StateHolder holder(stateSync.acquire());
         // Another path may have been set since, or the file may have been rotated.
         bool isCurrent = ownedLogFile && logFile->exchangeReopened(*opened);
