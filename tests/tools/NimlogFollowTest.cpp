@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <memory>
 #include <sys/stat.h>
+#include <future>
 #include <thread>
 #include <unistd.h>
 
@@ -188,16 +189,23 @@ TEST_F(NimlogFollowTest, BeginsInTheMiddleOfTheRotations)
     log->setMaxFileSize(1000);
     std::string expected;
     testing::internal::CaptureStderr();
+    std::promise<void> isRotating;
+    std::promise<void> isFollowed;
     std::thread writer([&] {
         for (int number = 1; number <= 4000; ++number) {
             const std::string line = "INFO : " + std::to_string(number);
             log->log(line);
             expected += line + '\n';
             if (number == 100) {
-                start();
+                isRotating.set_value();
+                isFollowed.get_future().wait();
             }
         }
     });
+    // A program that a test started is killed with the thread that started it.
+    isRotating.get_future().wait();
+    start();
+    isFollowed.set_value();
     writer.join();
     testing::internal::GetCapturedStderr();
     ASSERT_TRUE(showsLast("INFO : 4000\n"));
