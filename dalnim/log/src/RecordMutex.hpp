@@ -23,7 +23,7 @@ class RecordLock
 public:
     RecordLock();
     /** Does not throw while another exception is propagating. */
-    ~RecordLock() noexcept(false);
+    ~RecordLock() noexcept(false); // NOLINT(bugprone-exception-escape)
 
     RecordLock(const RecordLock&) = delete;
     RecordLock& operator=(const RecordLock&) = delete;

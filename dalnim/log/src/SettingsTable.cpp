@@ -121,7 +121,7 @@ struct Unit
 };
 
 constexpr Unit SIZE_UNITS[] = {
-    {"", 1},           {"k", 1000},       {"M", 1000 * 1000}, {"G", 1000 * 1000 * 1000},
+    {"", 1},           {"k", 1000},       {"M", 1000UL * 1000}, {"G", 1000UL * 1000 * 1000},
     {"KiB", 1U << 10}, {"MiB", 1U << 20}, {"GiB", 1U << 30},
 };
 
@@ -244,7 +244,7 @@ void addModules(const String& value, Control& logger)
     }
 }
 
-const Setting SETTINGS[] = {
+constexpr Setting SETTINGS[] = {
     // What the reports of the changes below depend on comes first.
     {Control::TAG_ESCAPE_CONTROLS, nullptr,
      [](const String& value, LogSettings& settings) { return readSwitch(value, settings.escapesControls); },

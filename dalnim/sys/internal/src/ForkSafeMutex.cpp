@@ -85,7 +85,7 @@ void ForkSafeMutex::Hold::afterForkInChild(si_mutex_t& held, bool isRecursive) n
     qv_si_mutex_init(&held, isRecursive ? "R" : nullptr);
     if (before == State::HELD_BEFORE) {
         // It is free. Not a lock that waits: the order of the locks does not apply here.
-        pthread_mutex_trylock(&held.mutex);
+        static_cast<void>(pthread_mutex_trylock(&held.mutex));
     }
 }
 
