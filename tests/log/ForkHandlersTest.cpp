@@ -173,6 +173,9 @@ TEST(ForkHandlers, LoggersAreConstructedAndReplaceTheirFilesDuringForks)
     FileLogger user(folder / "b.log");
     const Module shared("com_kor_dal_nim_log_module_CIMOM", owner.write);
     user.write.registerModule(shared);
+    // Creates the files.
+    owner.log("owner");
+    user.log("user");
     int slowForks = 0;
     {
         const Repeated constructing([&] { const FileLogger other(folder / "c.log"); });
