@@ -65,11 +65,10 @@ private:
 class StandardDescriptor
 {
 public:
-    StandardDescriptor(int descriptor_number, std::FILE* descriptor_file) noexcept
+    constexpr StandardDescriptor(int descriptor_number, std::FILE*& descriptor_file) noexcept
         : number(descriptor_number), file(descriptor_file), countsAsClosed(false), isStalled(false),
           isTorn(false)
     {
-        lookAgain();
     }
 
     /** Returns true if `buffer` is the one that the C++ library gives a stream of this descriptor. */
@@ -199,7 +198,8 @@ private:
     }
 
     const int number;
-    std::FILE* const file;
+    /** A reference, so that the compiler can initialise the object. */
+    std::FILE*& file;
     std::atomic<bool> countsAsClosed;
     /** Whether the last write waited in vain. */
     std::atomic<bool> isStalled;
@@ -207,9 +207,19 @@ private:
     std::atomic<bool> isTorn;
 };
 
-// Made when the library is loaded.
+// Initialised by the compiler: static constructors of any source may log.
 StandardDescriptor standard_output(STDOUT_FILENO, stdout);
 StandardDescriptor standard_error(STDERR_FILENO, stderr);
+
+/** Notes which descriptors are closed when the library is loaded. */
+const struct LookAtLoad
+{
+    LookAtLoad() noexcept
+    {
+        standard_output.lookAgain();
+        standard_error.lookAgain();
+    }
+} look_at_load;
 
 /** Returns the descriptor of a standard stream; null for any other stream. */
 StandardDescriptor* standardDescriptor(const std::ostream& stream)
