@@ -69,7 +69,12 @@ int createStatus(std::string path)
         struct stat info;
         const int status = ::stat(path.c_str(), &info) == 0 ? 0 : errno;
         if (status == 0) {
-            return S_ISDIR(info.st_mode) ? EISDIR : accessStatus(path, W_OK);
+            const int access = S_ISDIR(info.st_mode) ? EISDIR : accessStatus(path, W_OK);
+            if (access != ENOENT) {
+                return access;
+            }
+            // Renamed in between, by the rotation of a log for example. Look it up again.
+            continue;
         }
         // A name that is too long is refused as such, whatever it ends in.
         if (path.back() == '/' && status != ENAMETOOLONG) {
