@@ -55,7 +55,7 @@ public:
      */
     static constexpr const char TAG_ESCAPE_CONTROLS[] = "escape.enable";
 
-    /** The file mode that stands for no setting: new files have the permissions that the umask leaves. */
+    /** The file mode that means no setting: new files have the permissions that the umask leaves. */
     static constexpr unsigned int MODE_OF_UMASK = ~0U;
 
     // Written directly, these are to be set before other threads start; setOutputMaskDefault() and

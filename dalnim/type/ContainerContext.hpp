@@ -50,7 +50,7 @@ public:
     void swap(ContainerContext& ref);
     /**
      * Drops all entries, in the order of their keys. They find this context empty while they go;
-     * what their destructors throw is dropped too. The thread cannot be cancelled meanwhile.
+     * what their destructors throw is dropped too. The thread cannot be cancelled during it.
      */
     void clearContent() noexcept;
 

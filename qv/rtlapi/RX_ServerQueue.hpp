@@ -29,7 +29,7 @@ class ServerQueueAccess;
  * A put operation transfers one reference to the queue, which releases it once the closure was run or
  * dropped; if an operation throws, the caller keeps the reference. An open queue drops nothing unless it
  * is flushed: without workers the closures stay pending until threads are added. A closed queue drops
- * immediately what is put. The recorder is told of every closure, first by `inc`, and when the closure is
+ * immediately what is put. The recorder is notified of every closure, first by `inc`, and when the closure is
  * gone by `dec`.
  *
  * Thread safety: every operation may be called from any thread, also from a closure that the queue

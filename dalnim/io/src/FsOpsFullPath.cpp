@@ -67,7 +67,7 @@ String full_path(const char* path)
     return with_slashes(larger.data(), strnlen(larger.data(), larger.size()));
 }
 
-/** Past `plen` bytes, `path` has a zero byte; a `plen` of 0 stands for all up to the first one. */
+/** Past `plen` bytes, `path` has a zero byte; a `plen` of 0 means all up to the first one. */
 String full_path_of_part(const char* path, std::size_t plen)
 {
     std::size_t offset = 0;

@@ -83,7 +83,7 @@ bool isPipe(const String& path) noexcept
 
 /**
  * Opens a file, and gives it the permissions `mode` if it is new. Returns -1, with the cause in `errno`. The
- * thread may be cancelled meanwhile: a pipe without a reader would hold it forever.
+ * thread may be cancelled during the call: a pipe without a reader would hold it forever.
  */
 int openWithMode(const char* path, unsigned int mode)
 {
@@ -104,7 +104,7 @@ int openWithMode(const char* path, unsigned int mode)
 
 /**
  * Opens a file for appending, at FIRST_DESCRIPTOR or above. Returns -1, with the cause in `errno`. The thread
- * may be cancelled meanwhile.
+ * may be cancelled during the call.
  */
 int openToAppend(const String& path, unsigned int mode)
 {
@@ -120,7 +120,7 @@ int openToAppend(const String& path, unsigned int mode)
     return duplicate(standard.get());
 }
 
-/** Returns true if the path is, or leads to, a symbolic link of /proc, which stands for a descriptor. */
+/** Returns true if the path is, or leads to, a symbolic link of /proc, which denotes a descriptor. */
 bool isDescriptorLink(String path)
 {
     constexpr int MOST_LINKS = 40;

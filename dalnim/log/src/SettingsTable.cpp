@@ -140,7 +140,7 @@ bool readNumber(const String& value, std::size_t& into, const Unit* lastUnit)
 /** A mode that setFileMode() refuses. */
 constexpr unsigned int BAD_FILE_MODE = 0;
 
-/** The mode that an octal number stands for, or BAD_FILE_MODE. */
+/** The mode that an octal number denotes, or BAD_FILE_MODE. */
 unsigned int fileModeOf(const String& value)
 {
     unsigned int mode = 0;

@@ -19,7 +19,7 @@ namespace com::kor::dal::nim::log {
 namespace {
 
 /**
- * How often a file is opened anew because it is not the one at its path any more. Not without end: a file
+ * How often a file is reopened because it is no longer the one at its path. Not without end: a file
  * system may give a file another number at each look.
  */
 constexpr int MOST_ATTEMPTS = 20;

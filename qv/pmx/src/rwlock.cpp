@@ -202,7 +202,7 @@ private:
             }
         }
 
-        // All waiting readers are admitted together; a change of the number tells them.
+        // All waiting readers are admitted together; a change of the number signals it.
         ++_waitingReaders;
         const si_uint32_t admission = _readerAdmission;
         while (admission == _readerAdmission) {

@@ -125,7 +125,7 @@ public:
     }
 
 private:
-    /** Tells the recorder at its end, however the release of the closure ends. */
+    /** Notifies the recorder at its end, however the release of the closure ends. */
     class Record
     {
     public:

@@ -40,7 +40,7 @@ public:
         /** Unlocks what prepare() has locked. */
         void afterForkInParent(si_mutex_t& held) noexcept;
         /**
-         * Reinitialises the mutex, whoever held it. The forking thread still holds what it held before the
+         * Reinitialises the mutex in any state. The forking thread still holds what it held before the
          * fork, unless the mutex is recursive.
          */
         void afterForkInChild(si_mutex_t& held, bool isRecursive) noexcept;
