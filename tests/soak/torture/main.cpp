@@ -135,12 +135,6 @@ Scenario makeScenario(std::uint64_t seed, bool hasDisk)
         scenario.children = 0;
         scenario.shortest = scenario.longest = (std::size_t(64) << random.between(0, 2)) - 4;
     }
-    if (scenario.children != 0 && (scenario.ownLogger || scenario.localTime)) {
-        // A child must not log while another thread held a lock of the logger or of the time zone at the
-        // fork.
-        scenario.threads = 1;
-        scenario.reopens = false;
-    }
     const std::size_t share = MOST_BYTES / (scenario.lives * scenario.threads);
     const std::size_t bytesOfChildren = scenario.children * CHILD_RECORDS * scenario.longest / 2;
     scenario.records = THREAD_RECORDS;
