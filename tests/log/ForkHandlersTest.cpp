@@ -303,4 +303,66 @@ TEST(ForkHandlers, AForkGoesOnAfterASecondIfNobodyReadsThePipe)
     ::close(reader);
 }
 
+/** A logger whose records run a function of the test. */
+struct CallbackLogger
+{
+    CallbackLogger()
+    {
+        write.setOutputMask(0);
+        write.setStream(asIos(stream));
+    }
+    /** Logs a record on another thread, which runs `action` under the locks. Returns when it has begun. */
+    std::thread logOnAThread(const std::function<void()>& action)
+    {
+        std::atomic<bool> hasBegun{false};
+        buffer.action = [&hasBegun, action] {
+            hasBegun = true;
+            action();
+        };
+        std::thread thread([this] { NIM_LOG_TO(module, Severity_WARNING) << "record"; });
+        while (!hasBegun) {
+            std::this_thread::yield();
+        }
+        return thread;
+    }
+
+    Callback buffer;
+    std::ostream stream{&buffer};
+    Write write;
+    Module module{"tests.fork", write};
+};
+
+TEST(ForkHandlers, ABlockedLoggerDoesNotUseUpTheTimeOfOtherLoggers)
+{
+    constexpr auto IN_ALL = milliseconds(1000);
+    constexpr auto LONGER = milliseconds(5);
+    CallbackLogger busy;
+    // The logger that was constructed last is the first that a fork waits for.
+    CallbackLogger blocked;
+    std::atomic<bool> isOver{false};
+    std::thread blockedThread = blocked.logOnAThread([&isOver] {
+        while (!isOver) {
+            std::this_thread::sleep_for(milliseconds(1));
+        }
+    });
+    std::atomic<steady_clock::time_point> forkBegin{steady_clock::time_point::max()};
+    std::atomic<int> changes{0};
+    std::thread busyThread = busy.logOnAThread([&] {
+        ++changes;
+        while (forkBegin.load() == steady_clock::time_point::max()
+               || steady_clock::now() < forkBegin.load() + IN_ALL + LONGER) {
+        }
+        ++changes;
+    });
+    forkBegin = steady_clock::now();
+    EXPECT_EQ(0, inChildProcess([&] {
+                  ::alarm(PATIENCE_S);
+                  EXPECT_EQ(2, changes) << "the fork cut a record of the other logger off";
+                  NIM_LOG_TO(busy.module, Severity_WARNING) << "child";
+              }));
+    isOver = true;
+    blockedThread.join();
+    busyThread.join();
+}
+
 }

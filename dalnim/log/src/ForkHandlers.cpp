@@ -15,6 +15,46 @@ using sys::internal::ForkSafeLock;
 using sys::internal::ForkSafeMutex;
 using sys::internal::TimeZone;
 
+namespace {
+
+/**
+ * How long a fork waits for the locks under which records are written, on the monotonic clock. The time for
+ * all of them may be used up by one lock whose thread is blocked. Each of the others is then still waited
+ * for, for as long as a record or a rotation takes: otherwise the child would inherit a logger that is being
+ * changed.
+ */
+class LockDeadline
+{
+public:
+    LockDeadline() noexcept : ofAll(after(ALL_MS)) {}
+
+    std::timespec ofNextLock() const noexcept
+    {
+        const std::timespec ofOne = after(EACH_MS);
+        const bool isPast =
+            ofOne.tv_sec != ofAll.tv_sec ? ofOne.tv_sec > ofAll.tv_sec : ofOne.tv_nsec > ofAll.tv_nsec;
+        return isPast ? ofOne : ofAll;
+    }
+
+private:
+    static constexpr long ALL_MS = 1000;
+    static constexpr long EACH_MS = 50;
+
+    /** Returns the time after so many milliseconds. */
+    static std::timespec after(long milliseconds) noexcept
+    {
+        constexpr long NANOS_PER_SECOND = 1000000000;
+        std::timespec time = {};
+        clock_gettime(CLOCK_MONOTONIC, &time);
+        const long nanos = time.tv_nsec + milliseconds * 1000000;
+        return {time.tv_sec + nanos / NANOS_PER_SECOND, nanos % NANOS_PER_SECOND};
+    }
+
+    const std::timespec ofAll;
+};
+
+}
+
 /** All entries of one kind, with the mutex that guards the list. Constant-initialised, never destroyed. */
 class ForkEntry::List
 {
@@ -48,11 +88,12 @@ public:
         }
     }
 
-    void prepare(const std::timespec& deadline) noexcept
+    void prepare(const LockDeadline& deadline) noexcept
     {
         mutex.prepare();
         for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
-            entry->hold.prepare(ForkSafeMutex::of(entry->section), &deadline);
+            const std::timespec limit = deadline.ofNextLock();
+            entry->hold.prepare(ForkSafeMutex::of(entry->section), &limit);
         }
     }
     void afterForkInParent() noexcept
@@ -91,8 +132,6 @@ namespace {
 /** Serialises forks, whose holds are not guarded where a wait for a lock has timed out. */
 ForkSafeMutex fork_mutex(false);
 
-constexpr std::time_t PATIENCE_S = 1;
-
 }
 
 void ForkHandlers::install() noexcept
@@ -104,10 +143,9 @@ void ForkHandlers::prepare() noexcept
 {
     fork_mutex.prepare();
     SpareHeaders::prepare();
-    std::timespec deadline = {};
-    clock_gettime(CLOCK_MONOTONIC, &deadline);
-    deadline.tv_sec += PATIENCE_S;
-    RecordMutex::mutex.prepare(&deadline);
+    const LockDeadline deadline;
+    const std::timespec limit = deadline.ofNextLock();
+    RecordMutex::mutex.prepare(&limit);
     ForkEntry::List::of(ForkEntry::Kind::LOGGER).prepare(deadline);
     ForkEntry::List::of(ForkEntry::Kind::FILE).prepare(deadline);
     // Without a limit, like the mutexes of the lists: no thread blocks while it holds one of these, and a

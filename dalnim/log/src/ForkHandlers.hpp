@@ -38,9 +38,9 @@ private:
  * log file and the time zone mutex, in this order, so that the child inherits no half-written record and no
  * lock of a thread that it does not have: it logs as its parent does.
  *
- * A thread that is blocked while it writes, because nobody reads its pipe, holds its locks. fork() waits one
- * second for the locks under which records are written, then goes on without; the child reinitialises these,
- * too.
+ * A thread that is blocked while it writes, because no process reads its pipe, holds its locks. fork() waits
+ * for the locks under which records are written for one second in all, and afterwards for 50 ms each. It
+ * continues without those that are still held; the child reinitialises these, too.
  */
 class ForkHandlers
 {
