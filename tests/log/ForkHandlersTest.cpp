@@ -13,13 +13,31 @@
 #include <chrono>
 #include <ctime>
 #include <functional>
+#include <locale>
 #include <memory>
 #include <streambuf>
 #include <thread>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+/** Number of calls of the function below. */
+static std::atomic<int> installed_caches{0};
+
+// The C++ library stores the form of numbers in a locale when a number is first inserted through it, under a
+// lock.
+extern "C" DALNIM_API void
+installCache(void* locale, const void* cache,
+             std::size_t index) asm("_ZNSt6locale5_Impl16_M_install_cacheEPKNS_5facetEm");
+
+void installCache(void* locale, const void* cache, std::size_t index)
+{
+    ++installed_caches;
+    reinterpret_cast<void (*)(void*, const void*, std::size_t)>(
+        dlsym(RTLD_NEXT, "_ZNSt6locale5_Impl16_M_install_cacheEPKNS_5facetEm"))(locale, cache, index);
+}
 
 namespace {
 
@@ -363,6 +381,37 @@ TEST(ForkHandlers, ABlockedLoggerDoesNotUseUpTheTimeOfOtherLoggers)
     isOver = true;
     blockedThread.join();
     busyThread.join();
+}
+
+/** Selects a global locale until the end of the scope. */
+class GlobalLocale
+{
+public:
+    explicit GlobalLocale(const std::locale& selected) : before(std::locale::global(selected)) {}
+    GlobalLocale(const GlobalLocale&) = delete;
+    GlobalLocale& operator=(const GlobalLocale&) = delete;
+    ~GlobalLocale()
+    {
+        std::locale::global(before);
+    }
+
+private:
+    const std::locale before;
+};
+
+TEST(ForkHandlers, AChildInsertsNumbersWithoutALockOfTheLocale)
+{
+    CallbackLogger logger;
+    // The child of a process that has had one thread only may take any lock.
+    logger.logOnAThread([] {}).join();
+    const GlobalLocale locale(std::locale(std::locale::classic(), new std::numpunct<char>));
+    EXPECT_EQ(0, inChildProcess([&] {
+                  ::alarm(PATIENCE_S);
+                  const int before = installed_caches;
+                  NIM_LOG_TO(logger.module, Severity_WARNING) << 12345 << ' ' << 0.5;
+                  EXPECT_EQ(before, installed_caches);
+                  EXPECT_EQ(" : record\n : 12345 0.5\n", logger.buffer.written);
+              }));
 }
 
 }

@@ -9,6 +9,7 @@
 #include <exception>
 #include <locale>
 #include <memory>
+#include <sstream>
 #include <sys/single_threaded.h>
 
 namespace com::kor::dal::nim::log {
@@ -58,6 +59,10 @@ void SpareHeaders::prepare() noexcept
             return;
         }
         if (stock == nullptr || stock->locale != global) {
+            // The first number that is inserted through a locale takes another lock of the C++ library.
+            std::ostringstream number;
+            number.imbue(global);
+            number << 0;
             auto created = std::make_unique<Stock>(global);
             const std::unique_ptr<Stock> old(stock);
             // Static destructors may fork and log: it stays.
