@@ -86,15 +86,18 @@ protected:
         });
     }
 
-    /** Waits until the host receives its signals itself. */
+    /**
+     * Waits until the host blocks the signals that it watches, and no others: while a program is being
+     * started, the process may block all of them for a moment.
+     */
     static bool watchesSignals(const support::ChildProcess& host)
     {
+        constexpr unsigned long long watched = 1U << (SIGHUP - 1) | 1U << (SIGINT - 1) | 1U << (SIGTERM - 1);
         const std::string status = "/proc/" + std::to_string(host.process()) + "/status";
         return waitFor([&] {
             const std::string text = support::readFile(status);
             const std::size_t mask = text.find("SigBlk:");
-            return mask != std::string::npos
-                   && (std::stoull(text.substr(mask + 7), nullptr, 16) & (1U << (SIGTERM - 1))) != 0;
+            return mask != std::string::npos && std::stoull(text.substr(mask + 7), nullptr, 16) == watched;
         });
     }
 
