@@ -19,7 +19,7 @@ using qvtest::Scratch;
 TEST(IsDir, TellsADirectoryFromTheRest)
 {
     const Scratch scratch;
-    EXPECT_EQ(qv_si_isdir(scratch.folder("d").c_str()), 0);
+    EXPECT_EQ(qv_si_isdir(scratch.directory("d").c_str()), 0);
     EXPECT_EQ(qv_si_isdir((scratch.path("d") + "/").c_str()), 0);
     EXPECT_EQ(qv_si_isdir("/"), 0);
     EXPECT_EQ(qv_si_isdir("."), 0);
@@ -39,7 +39,7 @@ TEST(IsDir, FindsNothingBelowAFile)
 TEST(IsDir, FollowsLinks)
 {
     const Scratch scratch;
-    EXPECT_EQ(qv_si_isdir(scratch.link("to-folder", scratch.folder("d")).c_str()), 0);
+    EXPECT_EQ(qv_si_isdir(scratch.link("to-folder", scratch.directory("d")).c_str()), 0);
     EXPECT_EQ(qv_si_isdir(scratch.link("to-file", scratch.file("f")).c_str()), 20);
     EXPECT_EQ(qv_si_isdir(scratch.link("to-nothing", scratch.path("missing")).c_str()), 2);
     EXPECT_EQ(qv_si_isdir(scratch.link("to-itself", scratch.path("to-itself")).c_str()), 40);
@@ -51,7 +51,7 @@ class IsDirAsNobody : public qvtest::NeedsRoot
 TEST_F(IsDirAsNobody, TellsThatTheWayIsBarred)
 {
     const Scratch scratch;
-    const std::string barred = scratch.folder("barred", 0700);
+    const std::string barred = scratch.directory("barred", 0700);
     scratch.file("barred/f");
     const AsNobody nobody;
     EXPECT_EQ(qv_si_isdir(barred.c_str()), 0);
@@ -76,7 +76,7 @@ protected:
 
 TEST_F(RealPath, IsAbsoluteAndCanonical)
 {
-    scratch.folder("d");
+    scratch.directory("d");
     scratch.file("f");
     scratch.link("l", "d");
     char buffer[4096];

@@ -66,7 +66,7 @@ TEST(RX_FilespecIterator, SortsByBytes)
 TEST(RX_FilespecIterator, GivesEveryKindOfFileButTheDots)
 {
     const Scratch scratch;
-    scratch.folder("folder");
+    scratch.directory("folder");
     scratch.file(".hidden");
     scratch.link("dangling", "nowhere");
     EXPECT_THAT(walk(specOf(scratch.path("*"))), ElementsAre(".hidden", "dangling", "folder"));
@@ -85,8 +85,8 @@ TEST(RX_FilespecIterator, ANameWithoutWildcardsIsTheFileItself)
 TEST(RX_FilespecIterator, TakesTheDirectoryAsItStands)
 {
     const Scratch scratch;
-    scratch.folder("log[s]*\\");
-    scratch.folder("logs");
+    scratch.directory("log[s]*\\");
+    scratch.directory("logs");
     scratch.file("log[s]*\\/x.0");
     scratch.file("logs/x.1");
     EXPECT_THAT(walk(specOf(scratch.path("log[s]*\\/x.<->")), 1), ElementsAre(scratch.path("log[s]*\\/x.0")));
@@ -129,9 +129,9 @@ TEST(RX_FilespecIterator, ADirectoryThatIsMissingGivesNoFile)
 TEST_F(RX_FilespecIteratorAsRoot, ADirectoryThatCannotBeReadGivesNoFile)
 {
     const Scratch scratch;
-    scratch.folder("hidden");
+    scratch.directory("hidden");
     scratch.file("hidden/file");
-    scratch.folder("hidden", 0700);
+    scratch.directory("hidden", 0700);
     const AsNobody nobody;
     RX_FilespecIterator iterator(specOf(scratch.path("hidden/*")), 1);
     EXPECT_EQ(iterator.status(), 13);

@@ -183,7 +183,7 @@ TEST(RX_Filespec, CompleteRaisesWithoutAWorkingDirectory)
 {
     const Scratch scratch;
     const std::string before = std::filesystem::current_path();
-    std::filesystem::current_path(scratch.folder("gone"));
+    std::filesystem::current_path(scratch.directory("gone"));
     std::filesystem::remove(scratch.path("gone"));
     int code = 0;
     try {
@@ -240,7 +240,7 @@ TEST(RX_FilespecRights, DontcareNeverFails)
 TEST_F(RX_FilespecAsRoot, ADeferredCheckNeverFails)
 {
     const Scratch scratch;
-    const std::string hidden = scratch.folder("hidden", 0700);
+    const std::string hidden = scratch.directory("hidden", 0700);
     const AsNobody nobody;
     for (const RX_Filespec::access rights :
          {RX_Filespec::READ, RX_Filespec::WRITE, RX_Filespec::CREATE, RX_Filespec::EXECUTE}) {
@@ -374,9 +374,9 @@ TEST(RX_FilespecCreate, TakesTheWorkingDirectoryForABareName)
 TEST_F(RX_FilespecAsRoot, RefusedCreationIsAWarning)
 {
     const Scratch scratch;
-    const std::string closed = scratch.folder("closed", 0755);
-    const std::string hidden = scratch.folder("hidden", 0700);
-    const std::string blind = scratch.folder("blind", 0702);
+    const std::string closed = scratch.directory("closed", 0755);
+    const std::string hidden = scratch.directory("hidden", 0700);
+    const std::string blind = scratch.directory("blind", 0702);
     const AsNobody nobody;
     EXPECT_EQ(check(closed + "/new", RX_Filespec::CREATE), WARNING_ACCESS);
     EXPECT_EQ(check(hidden + "/new", RX_Filespec::CREATE), WARNING_ACCESS);
@@ -387,7 +387,7 @@ TEST_F(RX_FilespecAsRoot, RefusedCreationIsAWarning)
 TEST_F(RX_FilespecAsRoot, AWritableFileInAClosedDirectoryCanBeAppendedTo)
 {
     const Scratch scratch;
-    const std::string file = scratch.folder("closed", 0755) + "/file";
+    const std::string file = scratch.directory("closed", 0755) + "/file";
     scratch.file("closed/file", 0666);
     const AsNobody nobody;
     EXPECT_EQ(check(file, RX_Filespec::CREATE), GRANTED);
@@ -413,7 +413,7 @@ TEST(RX_FilespecCreate, ADirectoryInTheFilesPlaceIsAnError)
 TEST_F(RX_FilespecAsRoot, ADirectoryInTheFilesPlaceIsAnErrorAllTheSame)
 {
     const Scratch scratch;
-    const std::string closed = scratch.folder("closed", 0755);
+    const std::string closed = scratch.directory("closed", 0755);
     const AsNobody nobody;
     EXPECT_EQ(check(closed, RX_Filespec::CREATE), error(21));
 }
@@ -449,7 +449,7 @@ TEST(RX_FilespecCreate, NameThatIsTooLongAndEndsInASlashIsTooLong)
 TEST(RX_FilespecCreate, ADanglingLinkCountsAsItsTarget)
 {
     const Scratch scratch;
-    scratch.folder("sub");
+    scratch.directory("sub");
     EXPECT_EQ(check(scratch.link("absolute", scratch.path("sub/new")), RX_Filespec::CREATE), GRANTED);
     EXPECT_EQ(check(scratch.link("relative", "sub/new"), RX_Filespec::CREATE), GRANTED);
     EXPECT_EQ(check(scratch.link("chained", "relative"), RX_Filespec::CREATE), GRANTED);
@@ -463,8 +463,8 @@ TEST(RX_FilespecCreate, ADanglingLinkCountsAsItsTarget)
 TEST_F(RX_FilespecAsRoot, ADanglingLinkIsRefusedWhereItsTargetIs)
 {
     const Scratch scratch;
-    scratch.folder("closed", 0755);
-    scratch.folder("open", 0777);
+    scratch.directory("closed", 0755);
+    scratch.directory("open", 0777);
     const std::string inward = scratch.link("open/inward", "../closed/new");
     const std::string outward = scratch.link("closed/outward", "../open/new");
     const AsNobody nobody;

@@ -50,7 +50,7 @@ public:
         return withMode(name, mode);
     }
 
-    std::string folder(const std::string& name, mode_t mode = 0755) const
+    std::string directory(const std::string& name, mode_t mode = 0755) const
     {
         std::filesystem::create_directory(path(name));
         return withMode(name, mode);
