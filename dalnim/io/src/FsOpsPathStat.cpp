@@ -5,7 +5,8 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 
-#include <qv/rtlapi.hpp>
+#include <qv/rtlapi/RX_Exception.hpp>
+#include <qv/rtlapi/RX_Filespec.hpp>
 
 #include <stdexcept>
 
