@@ -23,21 +23,14 @@ struct Unload
 
 typedef std::unique_ptr<void, Unload> Module;
 
-struct NameCollection
+/** Appends the name of a module to the vector `names`. A status other than 0 ends the iteration. */
+extern "C" qv_err_t appendName(dl_phdr_info* info, size_t, void* names)
 {
-    std::vector<std::string> names;
-    bool complete = true;
-};
-
-extern "C" int collectName(dl_phdr_info* info, size_t, void* context)
-{
-    NameCollection& collection = *static_cast<NameCollection*>(context);
     try {
-        collection.names.emplace_back(info->dlpi_name);
+        static_cast<std::vector<std::string>*>(names)->emplace_back(info->dlpi_name);
         return 0;
     } catch (const std::bad_alloc&) {
-        collection.complete = false;
-        return 1;
+        return ENOMEM;
     }
 }
 
@@ -107,16 +100,15 @@ qv_err_t qv_si_module_create_list(qv_module_list_t* list)
     }
     *list = nullptr;
     try {
-        // The walk holds the linker's lock: the modules are opened after it, and what was unloaded in
-        // between is not loaded anew.
-        NameCollection collection;
-        dl_iterate_phdr(collectName, &collection);
-        if (!collection.complete) {
-            return ENOMEM;
+        // The iteration holds the dynamic linker's lock, so the modules are opened after it. RTLD_NOLOAD:
+        // a module that has been unloaded in between is not loaded again.
+        std::vector<std::string> names;
+        if (const qv_err_t status = dl_iterate_phdr(appendName, &names)) {
+            return status;
         }
         auto created = std::make_unique<qv_module_list>();
-        created->modules.reserve(collection.names.size());
-        for (const std::string& name : collection.names) {
+        created->modules.reserve(names.size());
+        for (const std::string& name : names) {
             const char* const path = name.empty() ? nullptr : name.c_str();
             if (void* const module = dlopen(path, RTLD_LAZY | RTLD_LOCAL | RTLD_NOLOAD)) {
                 created->modules.emplace_back(module);

@@ -32,7 +32,7 @@ std::string directoryOf(const std::string& path)
 }
 
 // The effective user's rights, as an errno value; an empty path is the working directory.
-int accessStatus(const std::string& path, int mode)
+qv_err_t accessStatus(const std::string& path, int mode)
 {
     const char* const name = path.empty() ? "." : path.c_str();
     return ::faccessat(AT_FDCWD, name, mode, AT_EACCESS) == 0 ? 0 : errno;
@@ -52,24 +52,24 @@ bool followLink(std::string& path)
 }
 
 // What opening a name with a slash at its end for writing fails with.
-int directoryNameStatus(const std::string& path)
+qv_err_t directoryNameStatus(const std::string& path)
 {
     const std::size_t last = path.find_last_not_of('/');
     const std::string name = path.substr(0, last == std::string::npos ? 0 : last + 1);
-    const int status = accessStatus(directoryOf(name), X_OK);
+    const qv_err_t status = accessStatus(directoryOf(name), X_OK);
     return status == 0 ? EISDIR : status;
 }
 
 // What open(path, O_WRONLY | O_APPEND | O_CREAT) would fail with, told without the open: that one
 // would create the file, rewind a tape, wake the reader of a pipe, and with its close drop the locks
 // that the process holds on the file.
-int createStatus(std::string path)
+qv_err_t createStatus(std::string path)
 {
     for (int links = 0; links <= MAX_LINKS; ++links) {
         struct stat info;
-        const int status = ::stat(path.c_str(), &info) == 0 ? 0 : errno;
+        const qv_err_t status = ::stat(path.c_str(), &info) == 0 ? 0 : errno;
         if (status == 0) {
-            const int access = S_ISDIR(info.st_mode) ? EISDIR : accessStatus(path, W_OK);
+            const qv_err_t access = S_ISDIR(info.st_mode) ? EISDIR : accessStatus(path, W_OK);
             if (access != ENOENT) {
                 return access;
             }
@@ -91,7 +91,7 @@ int createStatus(std::string path)
     return ELOOP;
 }
 
-int rightsStatus(const std::string& path, unsigned int rights)
+qv_err_t rightsStatus(const std::string& path, unsigned int rights)
 {
     if (path.empty()) {
         return ENOENT;
@@ -101,7 +101,7 @@ int rightsStatus(const std::string& path, unsigned int rights)
     }
     const bool create = (rights & RX_Filespec::CREATE) != 0;
     if (create) {
-        const int status = createStatus(path);
+        const qv_err_t status = createStatus(path);
         if (status != 0) {
             return status;
         }
@@ -112,13 +112,13 @@ int rightsStatus(const std::string& path, unsigned int rights)
     if (mode == 0) {
         return 0;
     }
-    const int status = accessStatus(path, mode);
+    const qv_err_t status = accessStatus(path, mode);
     return create && status == ENOENT ? 0 : status;
 }
 
 void checkRights(const RX_String& spec, unsigned int rights)
 {
-    const int status = rightsStatus(std::string(spec.data(), spec.length()), rights);
+    const qv_err_t status = rightsStatus(std::string(spec.data(), spec.length()), rights);
     if (status == EACCES) {
         throw RX_ExWarning(status, spec);
     }
