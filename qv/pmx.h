@@ -3,7 +3,7 @@
 
 /**
  * @file
- * The system interface: plain functions for C and C++, see the headers one by one.
+ * The system interface: plain functions for C and C++. Includes all of its headers.
  */
 
 #include <qv/pmx/api.h>

@@ -8,38 +8,42 @@
 namespace qv {
 
 /**
- * A compiled wildcard pattern in the manner of a shell, matched against the whole of a text.
+ * A compiled shell-style wildcard pattern, matched against a whole string.
  *
  * | In the pattern | Matches |
  * |---|---|
- * | `*` | any run of bytes, also none |
+ * | `*` | any number of bytes, including none |
  * | `?` | any one byte |
  * | `[abc]`, `[a-z]` | one byte of the set |
- * | `[!abc]`, `[^a-z]` | one byte outside of the set |
+ * | `[!abc]`, `[^a-z]` | one byte that is not in the set |
  * | `<->` | a decimal number: one or more digits 0 to 9 |
- * | backslash and a byte | that byte, inside of brackets too |
+ * | backslash and a byte | that byte, also inside brackets |
  *
- * Every other byte matches itself. In a set, a `]` that comes first and a `-` at either end stand for
- * themselves, and there are no named classes. A slash and a leading dot are bytes like any other, and
- * no locale plays a part. Matching takes at most (length of the pattern) * (length of the text) steps,
- * whatever the pattern.
+ * Every other byte matches itself. In a set, a leading `]` and a leading or trailing `-` match
+ * themselves; there are no named classes. Slashes and leading dots are ordinary bytes. Matching does not
+ * depend on the locale, and takes at most (length of the pattern) * (length of the string) steps.
  *
- * Shared by RX_Wildcard and the directory scan. A compiled pattern is never altered: any number of
- * threads may match on it at once.
+ * Used by RX_Wildcard and the directory scan.
+ *
+ * Thread safety: immutable; any number of threads may call matches() concurrently.
  */
 class WildPattern
 {
 public:
-    /** Compiles; throws std::invalid_argument with what is wrong with a bad `pattern`. */
+    /**
+     * Compiles a pattern.
+     *
+     * @throws std::invalid_argument  if `pattern` is malformed; the message is the reason
+     */
     explicit WildPattern(const char* pattern);
 
-    /** Allocates only for a pattern of more than 255 tokens. */
+    /** Returns true if the whole of `text` matches. Allocates only if the pattern exceeds 255 tokens. */
     bool matches(const char* text) const;
 
 private:
     typedef std::bitset<256> ByteSet;
 
-    /** What stands at one place of the pattern: the bytes that it takes, and how many of them. */
+    /** One element of the pattern: the bytes that it accepts, and how many of them. */
     struct Token
     {
         ByteSet bytes;
@@ -47,7 +51,7 @@ private:
         bool repeated;
     };
 
-    class Front;
+    class ActiveStates;
 
     const char* addSet(const char* pos);
     void add(const ByteSet& bytes, bool optional = false, bool repeated = false);

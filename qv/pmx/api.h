@@ -3,18 +3,18 @@
 
 /**
  * @file
- * How the interface is declared: what is exported, C linkage, functions that let nothing out.
+ * Macros for declarations: exported symbols, C linkage, functions that do not throw.
  */
 
-/** Marks what the shared library exports; everything else in it is hidden. */
+/** Exports a symbol from the shared library. All other symbols are hidden. */
 #define DALNIM_API __attribute__((visibility("default")))
 
 #ifdef __cplusplus
-/** Stands in front of what is declared for C and C++. */
+/** Precedes declarations for C and C++. */
 #define QV_BEGIN_C extern "C" {
-/** Stands behind what is declared for C and C++. */
+/** Follows declarations for C and C++. */
 #define QV_END_C }
-/** On functions that let nothing out, not even the unwinding of a cancelled thread. */
+/** Marks functions that no exception leaves, not even the forced unwinding of a cancelled thread. */
 #define QV_NOEXCEPT noexcept
 #else
 #define QV_BEGIN_C

@@ -3,27 +3,27 @@
 
 /**
  * @file
- * Counters shared between threads.
+ * Atomic counters.
  */
 
 #include <qv/pmx/api.h>
 #include <qv/pmx/types.h>
 
 /**
- * A counter shared between threads. It starts as a plain integer and is changed only by the two
- * functions below; it wraps round at its ends.
+ * A counter shared between threads. Initialised like a plain integer, then modified only by the two functions
+ * below. Wraps around on overflow.
  */
 typedef si_int32_t si_atomic_t;
 
-/** Adds 1. The result is the new value. Orders nothing: to count up one must hold a count already. */
+/** Adds 1 and returns the new value. Relaxed: the caller already holds one of the counted references. */
 static inline si_int32_t qv_si_atomic_increment(si_atomic_t* counter) QV_NOEXCEPT
 {
     return __atomic_add_fetch(counter, 1, __ATOMIC_RELAXED);
 }
 
 /**
- * Subtracts 1. The result is the new value. Whoever counts down to 0 sees everything that the others
- * did before they counted down.
+ * Subtracts 1 and returns the new value. Acquire and release: the thread that reaches 0 sees everything that
+ * other threads did before their decrement.
  */
 static inline si_int32_t qv_si_atomic_decrement(si_atomic_t* counter) QV_NOEXCEPT
 {

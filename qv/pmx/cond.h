@@ -15,22 +15,29 @@
 QV_BEGIN_C
 
 /**
- * A condition variable, held by value and never copied. It starts with a POSIX one, on which
- * `pthread_cond_signal`, `pthread_cond_broadcast` and `pthread_cond_destroy` are called directly.
- * The deadline of a `pthread_cond_timedwait` on it is on CLOCK_MONOTONIC.
+ * A condition variable, held by value; must not be copied. Its first member is a POSIX condition variable, on
+ * which callers use `pthread_cond_signal`, `pthread_cond_broadcast`, `pthread_cond_timedwait` (with a
+ * deadline on CLOCK_MONOTONIC) and `pthread_cond_destroy` directly.
  */
 typedef struct si_cond_t
 {
-    /** The POSIX condition, on CLOCK_MONOTONIC. */
+    /** The POSIX condition variable. Its clock is CLOCK_MONOTONIC. */
     pthread_cond_t cond;
 } si_cond_t;
 
-/** Makes a condition. There are no attributes yet: anything but null is refused with EINVAL. */
+/**
+ * Initialises a condition variable.
+ *
+ * @param attributes  null; no attributes are defined
+ * @return 0, or EINVAL (22) if `attributes` is not null
+ */
 DALNIM_API qv_err_t qv_si_cond_init(si_cond_t* cond, const char* attributes) QV_NOEXCEPT;
 
 /**
- * Releases the mutex and waits, in one step; holds the mutex again on return, which may come without
- * a wake-up. EPERM, without a wait, when the caller does not hold the mutex. A cancellation point.
+ * Atomically releases the mutex and waits; reacquires the mutex before it returns. May return without a
+ * wake-up. A cancellation point.
+ *
+ * @return 0, or EPERM (1), without waiting, if the caller does not hold the mutex
  */
 DALNIM_API qv_err_t qv_si_cond_wait(si_cond_t* cond, si_mutex_t* mutex);
 

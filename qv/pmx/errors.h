@@ -3,10 +3,10 @@
 
 /**
  * @file
- * The common error table: what the numbers of a `qv_err_t` mean.
+ * The common error table: the messages of `qv_err_t` values.
  *
- * Numbers up to 4095 are `errno` values. Every family of the platform has a block of 256 numbers
- * above them, and enters its messages when the library is loaded.
+ * Values up to 4095 are `errno` values. Above them, each family of the platform has a block of 256 error
+ * numbers, and registers their messages when the library is loaded.
  */
 
 #include <stddef.h>
@@ -16,16 +16,16 @@
 
 QV_BEGIN_C
 
-/** The numbers of the class library's messages. */
+/** Error numbers of the class library. */
 enum qv_rx_error {
-    QV_RX_INDEX_RANGE = 51458,       /**< an index beyond the end of a collection */
-    QV_RX_CONDITION = 51459,         /**< a precondition does not hold; the argument is its text */
-    QV_RX_NO_ELEMENT = 51488,        /**< there is no element here: an empty vector, no current one */
-    QV_RX_ITERATOR_END = 51512,      /**< an iterator is used beyond its end */
-    QV_RX_SET_CHANGED = 51532,       /**< a set was changed under its iterator */
-    QV_RX_STD_EXCEPTION = 51536,     /**< carries the text of a `std::exception` */
-    QV_RX_UNKNOWN_EXCEPTION = 51537, /**< stands for an exception of a type that nobody knows */
-    QV_RX_BAD_PATTERN = 51538        /**< a pattern that cannot be compiled: why, and the pattern */
+    QV_RX_INDEX_RANGE = 51458,       /**< an index past the end of a collection */
+    QV_RX_CONDITION = 51459,         /**< a precondition is violated; the argument is the condition */
+    QV_RX_NO_ELEMENT = 51488,        /**< no such element: an empty vector, or no current element */
+    QV_RX_ITERATOR_END = 51512,      /**< an iterator is used past its end */
+    QV_RX_SET_CHANGED = 51532,       /**< a set was modified during an iteration */
+    QV_RX_STD_EXCEPTION = 51536,     /**< a `std::exception`; the argument is its message */
+    QV_RX_UNKNOWN_EXCEPTION = 51537, /**< an exception of an unknown type */
+    QV_RX_BAD_PATTERN = 51538        /**< a malformed pattern; the arguments are the reason and the pattern */
 };
 
 /** One message. */
@@ -33,39 +33,41 @@ typedef struct qv_error_message_t
 {
     /** The error number. */
     qv_err_t code;
-    /** Its text: constant, without a newline. */
+    /** The message, without a newline. Must remain valid for the life of the process. */
     const char* text;
 } qv_error_message_t;
 
-/** The messages of one family, in ascending order of their numbers. */
+/** The messages of one family. */
 typedef struct qv_error_table_t
 {
-    /** The name of the family: constant. */
+    /** The name of the family. Must remain valid for the life of the process. */
     const char* family;
-    /** The messages, which outlive the table's users: the process. */
+    /** The messages, sorted by error number. Must remain valid for the life of the process. */
     const qv_error_message_t* messages;
-    /** How many messages there are. */
+    /** The number of messages. */
     size_t count;
 } qv_error_table_t;
 
 /**
- * The text of an error number, without a newline: of an `errno` value the system's, in English, else
- * that of the common error table. Null when the number is unknown. The text is constant; any thread
- * may ask.
+ * Returns the message of an error number, without a newline: the system's, in English, for an `errno` value,
+ * otherwise that of the common error table. Returns null for an unknown number. The string is static. Any
+ * thread may call this.
  */
 DALNIM_API const char* qv_si_strerror(qv_err_t code) QV_NOEXCEPT;
 
 /**
- * Enters a family in the common error table, which keeps the pointer. 0, or ENOSPC when the table of
- * families is full. For load time, when one thread runs.
+ * Registers a family in the common error table. Not thread-safe: call it only while the library is loaded.
+ *
+ * @param table  not copied; must remain valid for the life of the process
+ * @return 0, EINVAL (22) if `table` is null, or ENOSPC (28) if there are too many families
  */
 DALNIM_API qv_err_t qv_si_error_table_add(const qv_error_table_t* table) QV_NOEXCEPT;
 
-/* For every family: whether it was entered, and what enters it. See qv::ErrorTableInitializer. */
+/* For each family: a flag and an init function. See qv::ErrorTableInitializer. */
 
-/** @name Whether a family was entered */
+/** @name Flags: the family is registered */
 /** @{ */
-/** Not 0 once the messages of this family were entered. */
+/** Not 0 after the messages of this family have been registered. */
 DALNIM_API extern int _qv_RTLD_error_table_initializer_done;
 DALNIM_API extern int _qv_DNS_error_table_initializer_done;
 DALNIM_API extern int _qv_PIPE_error_table_initializer_done;
@@ -80,9 +82,9 @@ DALNIM_API extern int _qv_JVMI_error_table_initializer_done;
 DALNIM_API extern int _qv_SGNL_error_table_initializer_done;
 /** @} */
 
-/** @name What enters a family */
+/** @name Registration of a family */
 /** @{ */
-/** Enters the messages of this family; for qv::ErrorTableInitializer alone. */
+/** Registers the messages of this family. Called only by qv::ErrorTableInitializer. */
 DALNIM_API void _qv_RTLD_error_table_init(void);
 DALNIM_API void _qv_DNS_error_table_init(void);
 DALNIM_API void _qv_PIPE_error_table_init(void);

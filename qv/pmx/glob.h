@@ -3,7 +3,7 @@
 
 /**
  * @file
- * Scanning a directory for the names that match a wildcard pattern.
+ * Directory scans: the names that match a wildcard pattern.
  */
 
 #include <qv/pmx/api.h>
@@ -13,30 +13,30 @@ QV_BEGIN_C
 
 struct qv_glob_scan;
 
-/** A directory scan: the names that matched, and the place in them. One thread at a time uses it. */
+/** A directory scan: the matching names and a read position. Not thread-safe. */
 typedef struct qv_glob_t
 {
-    /** Null when it was released. */
+    /** Owned; null after qv_si_fileio_glob_destruct(). */
     struct qv_glob_scan* scan;
 } qv_glob_t;
 
 /**
- * Reads `directory` at once (an empty text is the working directory) and keeps the names that match
- * `pattern`, sorted byte by byte. `directory` is taken as it stands; the wildcards of `pattern` are
- * those of RX_Wildcard in its style WILD. "." and ".." are never among the names; all others are,
- * whatever kind of file they name.
+ * Reads a whole directory and stores the names that match a pattern, sorted bytewise. Names of all file types
+ * are included, except "." and "..".
  *
- * The result is 0 or an error number: 22 (EINVAL) for a bad pattern, otherwise that of reading the
- * directory. Whatever the result, `glob` may be walked over the names found so far, and is to be
- * destructed.
+ * @param glob       initialised even if the function fails: it then yields the names read so far. The caller
+ *                   must always call qv_si_fileio_glob_destruct()
+ * @param directory  used verbatim, without wildcards; the empty string is the working directory
+ * @param pattern    has the wildcards of RX_Wildcard::WILD
+ * @return 0, EINVAL (22) if `pattern` is malformed, ENOMEM (12), or the error from reading the directory
  */
 DALNIM_API qv_err_t qv_si_fileio_glob_construct(qv_glob_t* glob, const char* directory,
                                                 const char* pattern) QV_NOEXCEPT;
 
-/** The next name, valid until `glob` is destructed; null at the end. */
+/** Returns the next name, or null at the end. The name remains valid until `glob` is destructed. */
 DALNIM_API const char* qv_si_fileio_glob_next(qv_glob_t* glob) QV_NOEXCEPT;
 
-/** Releases the scan; accepts one that was released already. */
+/** Frees the scan. Has no effect if it has been freed already. */
 DALNIM_API void qv_si_fileio_glob_destruct(qv_glob_t* glob) QV_NOEXCEPT;
 
 QV_END_C

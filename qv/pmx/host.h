@@ -17,21 +17,26 @@ QV_BEGIN_C
 
 struct addrinfo;
 
-/** The number of the process; in the child of a `fork` the child's. */
+/** Returns the process ID; in the child of a `fork`, that of the child. */
 DALNIM_API pid_t qv_si_getpid(void) QV_NOEXCEPT;
 
-/** The host's name with its terminator. ENAMETOOLONG, EINVAL when it does not fit into `size`. */
+/**
+ * Writes the host name with its terminator to `name`.
+ *
+ * @param size  size of `name`, in bytes
+ * @return 0, or ENAMETOOLONG (36) or EINVAL (22) if the name does not fit
+ */
 DALNIM_API qv_err_t qv_si_gethostname(char* name, size_t size) QV_NOEXCEPT;
 
-/** As `getaddrinfo`: 0 or an `EAI_` number. */
+/** Calls `getaddrinfo`. Returns 0 or an `EAI_` error. */
 DALNIM_API int qv_si_getaddrinfo(const char* node, const char* service, const struct addrinfo* hints,
                                  struct addrinfo** result);
 
-/** As `getnameinfo`: 0 or an `EAI_` number. */
+/** Calls `getnameinfo`. Returns 0 or an `EAI_` error. */
 DALNIM_API int qv_si_getnameinfo(const struct sockaddr* address, socklen_t address_size, char* host,
                                  socklen_t host_size, char* service, socklen_t service_size, int flags);
 
-/** As `freeaddrinfo`; accepts null. */
+/** Calls `freeaddrinfo` unless `list` is null. */
 DALNIM_API void qv_si_freeaddrinfo(struct addrinfo* list) QV_NOEXCEPT;
 
 QV_END_C

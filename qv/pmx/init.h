@@ -3,7 +3,7 @@
 
 /**
  * @file
- * The start of the system interface, when a source file of its users is loaded.
+ * Initialisation of the system interface when the library is loaded.
  */
 
 #include <qv/pmx/api.h>
@@ -13,8 +13,8 @@
 QV_BEGIN_C
 
 /**
- * Prepares the system interface for a process of several threads. May be called any number of times
- * from any thread: the first call does the work, all give its status.
+ * Initialises the system interface for multithreaded use. May be called any number of times, by any thread:
+ * the first call does the work, and all calls return its status.
  */
 DALNIM_API qv_err_t qv_si_init_only_multithreaded(void) QV_NOEXCEPT;
 
@@ -25,13 +25,13 @@ QV_END_C
 namespace qv {
 
 /**
- * A load-time object that enters one family of messages in the common error table, unless an object
- * of another source file did. Unsynchronised: the loader runs initialisers on one thread.
+ * A static object that registers one family of the common error table, unless an object in another source
+ * file has done so. Not synchronised: the loader runs static initialisers on one thread.
  */
 class ErrorTableInitializer
 {
 public:
-    /** Calls `init`, unless `done` says that somebody did. */
+    /** Sets `done` and calls `init`, unless `done` is already set. */
     ErrorTableInitializer(int& done, void (*init)()) noexcept
     {
         if (done == 0) {
@@ -41,11 +41,11 @@ public:
     }
 };
 
-/** A load-time object that starts the system interface; a failure ends the process. */
+/** A static object that initialises the system interface. A failure ends the process. */
 class SystemInterfaceInitializer
 {
 public:
-    /** @param path, line  what the last words of the process name */
+    /** @param path, line  source position in the message if the process is ended */
     SystemInterfaceInitializer(const char* path, int line) noexcept
     {
         if (qv_si_init_only_multithreaded() != 0) {

@@ -3,7 +3,7 @@
 
 /**
  * @file
- * Libraries, and the modules of the process.
+ * Shared libraries and the modules of the process.
  */
 
 #include <qv/pmx/api.h>
@@ -12,31 +12,40 @@
 QV_BEGIN_C
 
 /**
- * Loads a library, with lazy binding and a scope of its own, or counts it once more.
+ * Loads a library with RTLD_LAZY and RTLD_LOCAL, or increments the reference count of a loaded one.
  *
- * @param path        as for `dlopen`; the empty text is the image of the process
- * @param error_text  may be null. Receives the dynamic linker's text of a failure, for the caller to
- *                    `free`, else null
- * @param handle      receives the library, or null
- * @return 0, or an error number: what the system said of a file that cannot be read, be it the library
- *         or one that it needs, else ENOEXEC
+ * @param path        as for `dlopen`; the empty string is the process image
+ * @param error_text  may be null. Receives the message of the dynamic linker, which the caller must `free`,
+ *                    or null on success
+ * @param handle      receives the library, or null on failure
+ * @return 0; the `errno` value if the file, or a library that it depends on, cannot be read; EINVAL (22) if
+ *         `path` or `handle` is null; otherwise ENOEXEC (8)
  */
 DALNIM_API qv_err_t qv_si_library_nload(const char* path, char** error_text, qv_lhandle_t* handle);
 
-/** Gives up a library. The code goes with the last one who loaded it. EINVAL when it cannot be. */
+/**
+ * Releases a library, which is unloaded with its last reference.
+ *
+ * @return 0, or EINVAL (22) if `handle` is null or not a loaded library
+ */
 DALNIM_API qv_err_t qv_si_library_unload(qv_lhandle_t handle);
 
-/** Lists the modules of the process. They stay loaded until the list is destroyed. */
+/**
+ * Creates a list of the modules of the process. The list holds a reference to each of them.
+ *
+ * @param list  receives the list; the caller must call qv_si_module_destroy_list()
+ * @return 0, EINVAL (22) if `list` is null, or ENOMEM (12)
+ */
 DALNIM_API qv_err_t qv_si_module_create_list(qv_module_list_t* list);
 
-/** Releases a list; accepts null. */
+/** Destroys a list and releases its modules. Has no effect on null. */
 DALNIM_API void qv_si_module_destroy_list(qv_module_list_t list);
 
 /**
- * Finds a symbol: in the library and what it was linked with, then in the modules of the list.
+ * Finds a symbol: in the library and its dependencies, then in the modules of the list.
  *
  * @param handle, list  either may be null
- * @return the address, null when nobody defines the symbol
+ * @return the address, or null if none of them defines the symbol
  */
 DALNIM_API void* qv_si_lib_find_symbol(qv_lhandle_t handle, qv_module_list_t list, const char* name);
 

@@ -13,7 +13,7 @@
 
 QV_BEGIN_C
 
-/** A mutex, held by value and never copied. Its content is for these functions alone. */
+/** A mutex, held by value; must not be copied. Used only through the functions below. */
 typedef struct si_mutex_t
 {
     /** The POSIX mutex. */
@@ -21,23 +21,24 @@ typedef struct si_mutex_t
 } si_mutex_t;
 
 /**
- * Makes a mutex.
+ * Initialises a mutex.
  *
- * @param attributes  "R" for a recursive mutex; null or "r" for one that is not, and that reports what
- *                    else would be a deadlock or undefined. Anything else is refused with EINVAL.
+ * @param attributes  "R" for a recursive mutex; null or "r" for a non-recursive one, which detects relocking
+ *                    and unlocking by a thread that does not hold it
+ * @return 0, or EINVAL (22) for any other `attributes`
  */
 DALNIM_API qv_err_t qv_si_mutex_init(si_mutex_t* mutex, const char* attributes) QV_NOEXCEPT;
 
-/** Ends a mutex. EBUSY, and the mutex stays, when it is locked or a condition wait is using it. */
+/** Destroys a mutex. Fails with EBUSY (16) if it is locked or used by a condition wait. */
 DALNIM_API qv_err_t qv_si_mutex_destroy(si_mutex_t* mutex) QV_NOEXCEPT;
 
-/** Locks; waits without limit. EDEADLK when the caller holds a mutex that is not recursive. */
+/** Locks a mutex; blocks. Fails with EDEADLK (35) if the caller holds it and it is not recursive. */
 DALNIM_API qv_err_t qv_si_mutex_lock(si_mutex_t* mutex) QV_NOEXCEPT;
 
-/** Locks if that takes no waiting: 0 when it was locked, EBUSY when it is held. */
+/** Locks a mutex without blocking. Fails with EBUSY (16) if it is held. */
 DALNIM_API qv_err_t qv_si_mutex_trylock(si_mutex_t* mutex) QV_NOEXCEPT;
 
-/** Unlocks. EPERM when the caller does not hold the mutex. */
+/** Unlocks a mutex. Fails with EPERM (1) if the caller does not hold it. */
 DALNIM_API qv_err_t qv_si_mutex_unlock(si_mutex_t* mutex) QV_NOEXCEPT;
 
 QV_END_C

@@ -3,7 +3,7 @@
 
 /**
  * @file
- * The end of a process that cannot go on.
+ * Abnormal termination of the process.
  */
 
 #include <qv/pmx/api.h>
@@ -11,8 +11,8 @@
 QV_BEGIN_C
 
 /**
- * Writes one line that names the place to the standard error and aborts the process. Takes no lock
- * and no memory, so it may be called from anywhere, a signal handler included.
+ * Writes one line with the source position to standard error and aborts the process. Acquires no lock and
+ * allocates no memory, so it may be called from anywhere, including signal handlers.
  */
 DALNIM_API void qv_si_panic_internal(const char* path, int line) QV_NOEXCEPT __attribute__((noreturn, cold));
 

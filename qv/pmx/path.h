@@ -3,7 +3,7 @@
 
 /**
  * @file
- * What a path names, and where it leads.
+ * File types and canonical paths.
  */
 
 #include <stddef.h>
@@ -14,18 +14,22 @@
 QV_BEGIN_C
 
 /**
- * Tells what a path names: 0 a directory, ENOTDIR something else, ENOENT nothing, also when a part on
- * the way is no directory, EACCES when access is refused on the way, or another error number.
- * Symbolic links are followed.
+ * Checks whether a path names a directory. Follows symbolic links.
+ *
+ * @return 0 for a directory; ENOTDIR (20) for any other file; ENOENT (2) if there is no such file, also if a
+ *         component of its directory is not a directory; EACCES (13) if a directory cannot be searched;
+ *         EINVAL (22) if `path` is null; or another `errno` value
  */
 DALNIM_API qv_err_t qv_si_isdir(const char* path) QV_NOEXCEPT;
 
 /**
- * Resolves a path that exists to its absolute form, free of links, "." and "..".
+ * Resolves an existing path to its absolute form, without links, "." and "..".
  *
- * 0: the whole result and its terminator are in the buffer. ERANGE: they did not fit, and the buffer
- * holds as much of the result as fits before the terminator. Any other error: the buffer holds the
- * empty text. A buffer of 4096 bytes (PATH_MAX) holds every result.
+ * @param size    size of `buffer`, in bytes; 4096 (PATH_MAX) is always sufficient
+ * @param buffer  receives the result with its terminator. If the result does not fit, it is truncated; after
+ *                any other error it is empty
+ * @return 0, ERANGE (34) if the result does not fit, EINVAL (22) for a null argument or a size of 0, or
+ *         another `errno` value
  */
 DALNIM_API qv_err_t qv_si_getrealpath(const char* path, size_t size, char* buffer) QV_NOEXCEPT;
 

@@ -12,56 +12,62 @@
 QV_BEGIN_C
 
 /**
- * A reader-writer lock, held by value. Copy `qv_si_rwlock_empty_lock_extern` into the record before
- * `qv_si_rw_init`, and do not copy it after.
+ * A reader-writer lock, held by value. Copy `qv_si_rwlock_empty_lock_extern` to the record before
+ * `qv_si_rw_init`; the record must not be copied afterwards.
  *
- * Policy: a waiting writer holds back new readers. When a writer releases the lock, all waiting readers
+ * Policy: a waiting writer blocks new readers. When a writer releases the lock, all waiting readers
  * acquire it together, before the next writer. Waiting writers acquire it in the order of their arrival. A
  * running writer may overtake a writer that is just being woken; but the lock is handed to the first waiting
  * writer at the first release, and again whenever 100 microseconds have passed. So no thread starves. The
- * lock counts its holders and does not know them: a thread that acquires it twice may wait for itself.
+ * lock counts its holders but does not identify them: a thread that acquires it twice may deadlock.
  *
- * Every function gives EINVAL for a lock that is at rest: not yet made, or destroyed.
+ * Every function but qv_si_rw_init() fails with EINVAL (22) if the lock is not initialised.
  */
 typedef struct si_rwlock_t
 {
-    /** The lock itself, owned; null at rest. */
+    /** The implementation, owned; null if the lock is not initialised. */
     void* val;
-    /** Tells a live lock from a record at rest. */
+    /** Distinguishes an initialised record. */
     int magic;
 } si_rwlock_t;
 
-/** The image of a lock at rest. */
+/** The record of a lock that is not initialised. */
 DALNIM_API extern const si_rwlock_t qv_si_rwlock_empty_lock_extern;
 
 /**
- * Makes a lock of a record at rest. EBUSY when the record is a live lock, ENOMEM without memory.
- * There are no attributes yet: anything but null is refused with EINVAL.
+ * Initialises a lock.
+ *
+ * @param attributes  null; no attributes are defined
+ * @return 0, EBUSY (16) if the lock is already initialised, ENOMEM (12), or EINVAL (22) if `lock` is null or
+ *         `attributes` is not
  */
 DALNIM_API qv_err_t qv_si_rw_init(si_rwlock_t* lock, const char* attributes) QV_NOEXCEPT;
 
-/** Ends a lock; its record is at rest again. EBUSY, and the lock stays, when it is held. */
+/** Destroys a lock; it may be initialised again. Fails with EBUSY (16) if it is held. */
 DALNIM_API qv_err_t qv_si_rw_destroy(si_rwlock_t* lock) QV_NOEXCEPT;
 
-/** Takes shared access; waits without limit. EAGAIN when no further reader can be counted. */
+/** Acquires shared access; blocks. Fails with EAGAIN (11) if the number of readers overflows. */
 DALNIM_API qv_err_t qv_si_rw_rdlock(si_rwlock_t* lock) QV_NOEXCEPT;
 
-/** Takes exclusive access; waits without limit. */
+/** Acquires exclusive access; blocks. */
 DALNIM_API qv_err_t qv_si_rw_wrlock(si_rwlock_t* lock) QV_NOEXCEPT;
 
-/** Acquires shared access if that takes no waiting. EBUSY if a writer holds the lock or waits for it. */
+/**
+ * Acquires shared access without blocking. Fails with EBUSY (16) if a writer holds the lock or waits for it.
+ */
 DALNIM_API qv_err_t qv_si_rw_tryrdlock(si_rwlock_t* lock) QV_NOEXCEPT;
 
-/** Acquires exclusive access if that takes no waiting. EBUSY if the lock is held. */
+/** Acquires exclusive access without blocking. Fails with EBUSY (16) if the lock is held. */
 DALNIM_API qv_err_t qv_si_rw_trywrlock(si_rwlock_t* lock) QV_NOEXCEPT;
 
-/** Ends the caller's access of either kind. EPERM when nobody holds the lock. */
+/** Releases shared or exclusive access. Fails with EPERM (1) if no thread holds the lock. */
 DALNIM_API qv_err_t qv_si_rw_unlock(si_rwlock_t* lock) QV_NOEXCEPT;
 
 /**
- * Turns the caller's shared access into exclusive access, ahead of waiting writers, and never waits.
- * EBUSY when there are other readers: the caller keeps its shared access. EPERM when no shared
- * access is held.
+ * Converts the caller's shared access to exclusive access, before any waiting writer. Never blocks.
+ *
+ * @return 0; EBUSY (16) if there are other readers, and the caller keeps its shared access; EPERM (1) if no
+ *         shared access is held
  */
 DALNIM_API qv_err_t qv_si_rw_upgrade(si_rwlock_t* lock) QV_NOEXCEPT;
 

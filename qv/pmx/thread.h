@@ -3,7 +3,7 @@
 
 /**
  * @file
- * Threads, and the values that each of them has for itself.
+ * Thread IDs and thread-specific values.
  */
 
 #include <qv/pmx/api.h>
@@ -11,24 +11,24 @@
 
 QV_BEGIN_C
 
-/** Names a value that every thread has for itself. */
+/** The key of a thread-specific value. */
 typedef unsigned int si_thread_key_t;
 
-/** The number of the calling thread, looked up once a thread; right in the child of a `fork` too. */
+/** Returns the ID of the calling thread, which is cached; in the child of a `fork`, that of the child. */
 DALNIM_API ThreadID_t qv_si_thread_self(void) QV_NOEXCEPT;
 
 /**
- * Makes a key, which lives as long as the process.
+ * Creates a key, which is never destroyed.
  *
- * @param destructor  called at the end of a thread with the thread's value, unless that is null;
- *                    may be null itself
+ * @param destructor  called when a thread ends, with the thread's value unless that is null; may be null
+ * @return 0, or EAGAIN (11) if there are too many keys
  */
 DALNIM_API qv_err_t qv_si_thread_keycreate(si_thread_key_t* key, void (*destructor)(void*)) QV_NOEXCEPT;
 
-/** The calling thread's value, null as long as none was set. */
+/** Returns the value of the calling thread, or null if none has been set. */
 DALNIM_API void* qv_si_thread_getspecific(si_thread_key_t key) QV_NOEXCEPT;
 
-/** Sets the calling thread's value. EINVAL for a key that was never made. */
+/** Sets the value of the calling thread. Fails with EINVAL (22) if the key has not been created. */
 DALNIM_API qv_err_t qv_si_thread_setspecific(si_thread_key_t key, const void* value) QV_NOEXCEPT;
 
 QV_END_C

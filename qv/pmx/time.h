@@ -3,7 +3,7 @@
 
 /**
  * @file
- * Clocks, the calendar, and sleep.
+ * The clock, calendar time and sleep.
  */
 
 #include <time.h>
@@ -14,21 +14,27 @@
 QV_BEGIN_C
 
 /**
- * The wall clock, since 1970 in UTC. From January 2038 on, when its seconds exceed 32 bits, EOVERFLOW with
- * the greatest time that fits; sys::System has clocks of 64 bits.
+ * Reads the wall clock: the time since 1970-01-01 00:00 UTC.
+ *
+ * @param now  receives the time, or the greatest time that fits
+ * @return 0, or EOVERFLOW (75) from January 2038 on, when the seconds exceed 32 bits; sys::System has 64-bit
+ *         clocks
  */
 DALNIM_API qv_err_t qv_si_gettime(si_timespec_t* now) QV_NOEXCEPT;
 
-/** The calendar time in UTC. EOVERFLOW when the year does not fit. */
+/** Converts to calendar time in UTC. Fails with EOVERFLOW (75) if the year does not fit. */
 DALNIM_API qv_err_t qv_si_gmtime(time_t time, struct tm* result) QV_NOEXCEPT;
 
-/** The calendar time in the zone that `tzset` found. EOVERFLOW when the year does not fit. */
+/** Converts to calendar time in the zone set by `tzset`. Fails with EOVERFLOW (75) if the year does not fit.
+ */
 DALNIM_API qv_err_t qv_si_localtime(time_t time, struct tm* result) QV_NOEXCEPT;
 
 /**
- * Sleeps for an interval; a change of the wall clock does not alter it. EINTR when a signal ends the
- * sleep: `remaining`, unless null, then tells what is left. EINVAL for an interval that is negative
- * or not normalised. A cancellation point.
+ * Sleeps for an interval, unaffected by changes of the wall clock. A cancellation point.
+ *
+ * @param remaining  may be null; receives the rest of the interval if a signal interrupts the sleep
+ * @return 0, EINTR (4) if a signal interrupts the sleep, or EINVAL (22) if the interval is negative or not
+ *         normalised
  */
 DALNIM_API qv_err_t qv_si_nanosleep(const si_timespec_t* request, si_timespec_t* remaining);
 
