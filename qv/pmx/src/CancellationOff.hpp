@@ -5,7 +5,7 @@
 
 namespace qv {
 
-/** Defers the cancellation of the calling thread to the end of a scope. */
+/** Disables cancellation of the calling thread for a scope; a request that arrives stays pending. */
 class CancellationOff
 {
 public:

@@ -27,7 +27,7 @@ std::bitset<256> digits()
     return result;
 }
 
-// Steps over a backslash to the byte that it quotes.
+/** Returns the position of the next literal byte: `pos`, or the one after a backslash. */
 const char* unquote(const char* pos)
 {
     if (*pos != '\\') {
@@ -65,7 +65,7 @@ WildPattern::WildPattern(const char* pattern)
     }
 }
 
-// Reads a set from behind its opening bracket; the result is the place behind the closing one.
+/** Parses a set, from the position after `[`. Returns the position after `]`. */
 const char* WildPattern::addSet(const char* pos)
 {
     const bool negated = *pos == '!' || *pos == '^';
@@ -101,98 +101,99 @@ void WildPattern::add(const ByteSet& bytes, bool optional, bool repeated)
     _tokens.push_back(Token{bytes, optional, repeated});
 }
 
-/*
- * All the places of the pattern that the text read so far can have come to. Place i stands before
- * token i, and the place behind the last token means a match.
+/**
+ * The states of a nondeterministic automaton that are reachable by the bytes read so far. In state i, tokens
+ * 0 to i-1 have matched; the state after the last token accepts.
  *
- * Following them all at once is what bounds the time. Going back to the last star alone would do
- * without numbers, but a number may have to give digits back to several tokens behind it, and going
- * back to every choice takes exponential time.
+ * Following all states in parallel bounds the time. Backtracking to the last star would be sufficient if
+ * there were no numbers; but a number may have to yield digits to several tokens after it, and backtracking
+ * to every choice takes exponential time.
  */
-class WildPattern::Front
+class WildPattern::ActiveStates
 {
 public:
-    explicit Front(const std::vector<Token>& tokens) : _tokens(tokens)
+    explicit ActiveStates(const std::vector<Token>& tokens) : _tokens(tokens)
     {
-        if (tokens.size() >= _small.size()) {
-            _large = std::make_unique<unsigned char[]>(tokens.size() + 1);
-            _reached = _large.get();
+        if (tokens.size() >= _inlineStorage.size()) {
+            _heapStorage = std::make_unique<unsigned char[]>(tokens.size() + 1);
+            _isActive = _heapStorage.get();
         }
-        enter(0);
+        activate(0);
     }
 
-    /** Reads one byte; false when no place is left. */
+    /** Reads one byte. Returns false if no state is active any more. */
     bool advance(char byte);
 
-    bool atEnd() const
+    bool isAccepting() const
     {
-        return _reached[_tokens.size()] != 0;
+        return _isActive[_tokens.size()] != 0;
     }
 
 private:
-    bool takes(std::size_t place, char byte) const
+    bool tokenAccepts(std::size_t token, char byte) const
     {
-        return _tokens[place].bytes.test(code(byte));
+        return _tokens[token].bytes.test(code(byte));
     }
-    bool isStar(std::size_t place) const
+    bool isBeforeStar(std::size_t state) const
     {
-        return place < _tokens.size() && _tokens[place].optional;
+        return state < _tokens.size() && _tokens[state].optional;
     }
-    void enter(std::size_t place);
+    void activate(std::size_t state);
 
     const std::vector<Token>& _tokens;
-    std::array<unsigned char, 256> _small{};
-    std::unique_ptr<unsigned char[]> _large;
-    unsigned char* _reached = _small.data();
-    // No place outside of these two is of interest.
+    std::array<unsigned char, 256> _inlineStorage{};
+    std::unique_ptr<unsigned char[]> _heapStorage;
+    /** One flag per state, in one of the two storages. */
+    unsigned char* _isActive = _inlineStorage.data();
+    /** The range of states that need to be examined: all active states are within it. */
     std::size_t _first = 0;
     std::size_t _last = 0;
 };
 
-void WildPattern::Front::enter(std::size_t place)
+void WildPattern::ActiveStates::activate(std::size_t state)
 {
-    _reached[place] = 1;
-    _last = std::max(_last, place);
-    if (isStar(place)) {
-        enter(place + 1);
+    _isActive[state] = 1;
+    _last = std::max(_last, state);
+    if (isBeforeStar(state)) {
+        activate(state + 1);
     }
 }
 
-// Goes from the last place to the first, so that each reads its predecessor's state before this byte.
-bool WildPattern::Front::advance(char byte)
+// Iterates downwards, so that each state sees its predecessor as it was before this byte.
+bool WildPattern::ActiveStates::advance(char byte)
 {
     const std::size_t highest = std::min(_last + 1, _tokens.size());
     const std::size_t lowest = _first;
     _last = 0;
-    bool alive = false;
-    for (std::size_t place = highest + 1; place > lowest;) {
-        --place;
-        const bool arrives = place > lowest && _reached[place - 1] && takes(place - 1, byte);
-        const bool stays =
-            place < _tokens.size() && _reached[place] && _tokens[place].repeated && takes(place, byte);
-        _reached[place] = 0;
-        if (arrives || stays) {
-            enter(place);
-            _first = place;
-            alive = true;
-            if (isStar(place)) {
-                // A star holds whatever follows: no earlier place can come to more than it.
+    bool isAnyActive = false;
+    for (std::size_t state = highest + 1; state > lowest;) {
+        --state;
+        const bool isEntered = state > lowest && _isActive[state - 1] && tokenAccepts(state - 1, byte);
+        const bool isRepeated = state < _tokens.size() && _isActive[state] && _tokens[state].repeated
+                                && tokenAccepts(state, byte);
+        _isActive[state] = 0;
+        if (isEntered || isRepeated) {
+            activate(state);
+            _first = state;
+            isAnyActive = true;
+            if (isBeforeStar(state)) {
+                // A star accepts any bytes: earlier states cannot match more than this one.
                 break;
             }
         }
     }
-    return alive;
+    return isAnyActive;
 }
 
 bool WildPattern::matches(const char* text) const
 {
-    Front front(_tokens);
+    ActiveStates states(_tokens);
     for (; *text != '\0'; ++text) {
-        if (!front.advance(*text)) {
+        if (!states.advance(*text)) {
             return false;
         }
     }
-    return front.atEnd();
+    return states.isAccepting();
 }
 
 }

@@ -1,7 +1,7 @@
 #include <qv/pmx/errors.h>
 
-// The families of the platform. Each has the block of 256 numbers that begins with its first one;
-// those of a block that are not told here were given up, or are another library's.
+// The families of the platform. Each has the block of 256 error numbers that starts with its first one.
+// Numbers that are missing here are retired, or belong to other libraries.
 
 namespace {
 
@@ -107,7 +107,7 @@ int _qv_MISC_error_table_initializer_done = 0;
 int _qv_JVMI_error_table_initializer_done = 0;
 int _qv_SGNL_error_table_initializer_done = 0;
 
-// A table that finds no room is missing from the texts and nothing else, so the status is dropped.
+// The status is ignored: if a table cannot be registered, only its messages are missing.
 
 void _qv_RTLD_error_table_init(void)
 {

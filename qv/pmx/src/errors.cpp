@@ -8,11 +8,11 @@ namespace {
 
 constexpr size_t MAX_TABLES = 16;
 
-// Filled at load time on one thread, constant from then on.
+// Filled while the library is loaded, on one thread; constant afterwards.
 const qv_error_table_t* tables[MAX_TABLES];
 size_t tableCount = 0;
 
-const char* findText(const qv_error_table_t& table, qv_err_t code)
+const char* findMessage(const qv_error_table_t& table, qv_err_t code)
 {
     const qv_error_message_t* const end = table.messages + table.count;
     const qv_error_message_t* const found =
@@ -30,7 +30,7 @@ const char* qv_si_strerror(qv_err_t code) noexcept
         return text;
     }
     for (size_t i = 0; i < tableCount; ++i) {
-        if (const char* const text = findText(*tables[i], code)) {
+        if (const char* const text = findMessage(*tables[i], code)) {
             return text;
         }
     }

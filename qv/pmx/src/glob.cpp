@@ -41,9 +41,9 @@ qv_err_t readNames(std::vector<std::string>& names, const char* path, const qv::
         return errno;
     }
     for (;;) {
-        // A null result is the end or a failure, and errno alone tells which.
+        // Null means the end or an error, and only errno distinguishes them.
         errno = 0;
-        // The stream is this call's own. NOLINTNEXTLINE(concurrency-mt-unsafe)
+        // The stream is local to this call. NOLINTNEXTLINE(concurrency-mt-unsafe)
         const dirent* const entry = ::readdir(directory.get());
         if (entry == nullptr) {
             return errno;

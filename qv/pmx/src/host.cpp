@@ -9,8 +9,11 @@
 
 namespace {
 
-/** A page that holds 0 in every new child process, however that is made (madvise(2)); may be null. */
-std::atomic<pid_t>* makeProcessPage() noexcept
+/**
+ * Maps a page that the kernel clears in every child process, however the child is created (MADV_WIPEONFORK).
+ * Returns null on failure.
+ */
+std::atomic<pid_t>* mapPidCache() noexcept
 {
     const auto size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     void* const page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -24,43 +27,46 @@ std::atomic<pid_t>* makeProcessPage() noexcept
     return static_cast<std::atomic<pid_t>*>(page);
 }
 
-/** In place of a page where the system has none of that kind. */
-std::atomic<pid_t> no_page{0};
+/** Stands for a cache that could not be mapped: the process ID is then not cached. */
+std::atomic<pid_t> no_cache{0};
 
-/** Not left to the guard of a static variable, which the child of a fork could find taken for ever. */
-std::atomic<std::atomic<pid_t>*> process_page{nullptr};
+/**
+ * The page with the cached process ID; null before its first use. Not a function-local static: a child
+ * process could inherit its guard locked, and deadlock.
+ */
+std::atomic<std::atomic<pid_t>*> pid_cache{nullptr};
 
-__attribute__((noinline, cold)) std::atomic<pid_t>* lookUpProcessPage() noexcept
+__attribute__((noinline, cold)) std::atomic<pid_t>* createPidCache() noexcept
 {
-    std::atomic<pid_t>* const made = makeProcessPage();
-    std::atomic<pid_t>* const page = made != nullptr ? made : &no_page;
+    std::atomic<pid_t>* const mapped = mapPidCache();
+    std::atomic<pid_t>* const cache = mapped != nullptr ? mapped : &no_cache;
     std::atomic<pid_t>* other = nullptr;
-    if (process_page.compare_exchange_strong(other, page, std::memory_order_acq_rel)) {
-        return page;
+    if (pid_cache.compare_exchange_strong(other, cache, std::memory_order_acq_rel)) {
+        return cache;
     }
-    // Another thread was faster.
-    if (made != nullptr) {
-        munmap(made, static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+    // Another thread has created the cache.
+    if (mapped != nullptr) {
+        munmap(mapped, static_cast<size_t>(sysconf(_SC_PAGESIZE)));
     }
     return other;
 }
 
 }
 
-// The kernel is asked once a process: each log record carries the number.
+// Cached, since each log record contains the process ID.
 pid_t qv_si_getpid(void) noexcept
 {
-    std::atomic<pid_t>* page = process_page.load(std::memory_order_acquire);
-    if (page == nullptr) {
-        page = lookUpProcessPage();
+    std::atomic<pid_t>* cache = pid_cache.load(std::memory_order_acquire);
+    if (cache == nullptr) {
+        cache = createPidCache();
     }
-    if (page == &no_page) {
+    if (cache == &no_cache) {
         return getpid();
     }
-    pid_t pid = page->load(std::memory_order_relaxed);
+    pid_t pid = cache->load(std::memory_order_relaxed);
     if (pid == 0) {
         pid = getpid();
-        page->store(pid, std::memory_order_relaxed);
+        cache->store(pid, std::memory_order_relaxed);
     }
     return pid;
 }

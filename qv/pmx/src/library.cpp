@@ -35,11 +35,10 @@ extern "C" qv_err_t appendName(dl_phdr_info* info, size_t, void* names)
 }
 
 /**
- * The error number of a failure. The linker keeps it to itself, but ends its text with a colon and the
- * system's text of the number, if there is one. Otherwise the file could be read, and was refused for
- * what is in it.
+ * Returns the errno value that a message of the dynamic linker ends with, as ": " and the system's message.
+ * Without one, the file was read but its content was rejected: returns ENOEXEC.
  */
-qv_err_t findReason(std::string_view text)
+qv_err_t errnoFromMessage(std::string_view text)
 {
     constexpr qv_err_t MAX_ERRNO = 133;
     for (qv_err_t code = 1; code <= MAX_ERRNO; ++code) {
@@ -85,7 +84,7 @@ qv_err_t qv_si_library_nload(const char* path, char** error_text, qv_lhandle_t* 
     if (error_text != nullptr) {
         *error_text = strdup(text);
     }
-    return findReason(text);
+    return errnoFromMessage(text);
 }
 
 qv_err_t qv_si_library_unload(qv_lhandle_t handle)

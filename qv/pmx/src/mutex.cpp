@@ -7,8 +7,8 @@
 
 qv_err_t qv_si_mutex_init(si_mutex_t* mutex, const char* attributes) noexcept
 {
-    // The images of the system: objects that have a mutex are made often, and a copy is all it takes.
-    // Error checking costs a comparison and turns undefined behaviour into a status.
+    // The static initialisers of the C library: copying one is cheaper than pthread_mutex_init(), and mutexes
+    // are created often. Error checking costs one comparison, and turns undefined behaviour into a status.
     static constexpr pthread_mutex_t PLAIN = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
     static constexpr pthread_mutex_t RECURSIVE = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t MAX_DIGITS = 12;
 
-/** Writes `value` in decimal to the end of `digits` and tells where it begins. */
+/** Writes `value` in decimal to the end of `digits`. Returns its first character. */
 const char* formatDecimal(int value, char (&digits)[MAX_DIGITS])
 {
     char* begin = digits + MAX_DIGITS;
@@ -49,8 +49,8 @@ void qv_si_panic_internal(const char* path, int line) noexcept
         piece(number, static_cast<size_t>(digits + MAX_DIGITS - number)),
         piece("\n"),
     };
-    // One call, so that the line stays whole among those of other threads. The process ends: there is
-    // nobody to tell when the line does not get through.
+    // A single call, so that the line does not interleave with the output of other threads. Errors are
+    // ignored: the process ends in any case.
     const ssize_t written = writev(STDERR_FILENO, pieces, sizeof pieces / sizeof pieces[0]);
     static_cast<void>(written);
     std::abort();

@@ -16,7 +16,7 @@ qv_err_t qv_si_isdir(const char* path) noexcept
     if (stat(path, &status) == 0) {
         return S_ISDIR(status.st_mode) ? 0 : ENOTDIR;
     }
-    // Below a file there is nothing; ENOTDIR would tell that there is something.
+    // A component of the directory is a file. ENOTDIR would mean that the path itself names a file.
     return errno == ENOTDIR ? ENOENT : errno;
 }
 
@@ -27,7 +27,7 @@ qv_err_t qv_si_getrealpath(const char* path, size_t size, char* buffer) noexcept
     }
     buffer[0] = '\0';
 
-    // The system asks for this much room, however short the result.
+    // realpath() requires a buffer of this size, however short the result.
     char resolved[PATH_MAX];
     if (realpath(path, resolved) == nullptr) {
         return errno;

@@ -15,10 +15,10 @@ namespace {
 
 std::atomic<std::uint64_t> threads{0};
 
-/** The state of the thread's generator; 0 until it is first used. */
+/** State of the thread's random generator; 0 before its first use. */
 thread_local std::uint64_t state = 0;
 
-/** Each thread has a sequence of its own, which depends on the seed and on the order of their first uses. */
+/** Returns the initial state: different for each thread, from the seed and the order of first uses. */
 std::uint64_t begin() noexcept
 {
     const char* const seed = std::getenv("DALNIM_PERTURB_SEED");
@@ -47,8 +47,7 @@ void qv::perturb() noexcept
     const std::uint64_t number = next();
     if (number % SLEEP_ONCE_IN == 0) {
         const timespec nap = {0, static_cast<long>(next() % MAX_SLEEP_NS)};
-        // The call itself, since nanosleep() is a cancellation point, and the places that are perturbed are
-        // none.
+        // The system call, since nanosleep() is a cancellation point and the perturbed code has none here.
         syscall(SYS_nanosleep, &nap, nullptr);
     } else if (number % YIELD_ONCE_IN == 0) {
         sched_yield();

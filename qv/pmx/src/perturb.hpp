@@ -4,10 +4,10 @@
 namespace qv {
 
 /**
- * A point at which another thread may come in between: around each lock, and between two looks at a value
- * that threads share. Nothing, but for a build with DALNIM_PERTURB: there the thread gives its turn away or
- * sleeps for some microseconds, at random, so that a test sees more orders of events than the scheduler
- * would give it. DALNIM_PERTURB_SEED in the environment is the seed.
+ * A perturbation point: placed around each lock, and between two reads of a value that threads share. Does
+ * nothing unless compiled with DALNIM_PERTURB. There it randomly yields or sleeps for some microseconds, so
+ * that tests see more interleavings than the scheduler would produce. The environment variable
+ * DALNIM_PERTURB_SEED is the seed.
  */
 #ifdef DALNIM_PERTURB
 void perturb() noexcept;

@@ -13,13 +13,13 @@
 
 namespace {
 
-// The word that holds the whole state as long as nobody waits.
+// The bits of ReaderWriterLock::_state, which is the whole state while no thread waits.
 constexpr si_uint32_t WRITER = 0x80000000U;
-constexpr si_uint32_t QUEUED = 0x40000000U;
+constexpr si_uint32_t HAS_WAITERS = 0x40000000U;
 constexpr si_uint32_t READERS = 0x3FFFFFFFU;
 
-constexpr int MAGIC_AT_REST = 0;
-constexpr int MAGIC_LIVE = 0x52574C4B;
+constexpr int MAGIC_UNINITIALIZED = 0;
+constexpr int MAGIC_INITIALIZED = 0x52574C4B;
 
 class Guard
 {
@@ -40,7 +40,7 @@ private:
     pthread_mutex_t& _mutex;
 };
 
-/** Microseconds since an arbitrary start. */
+/** Returns the monotonic time, in microseconds. */
 si_int64_t now()
 {
     timespec time = {};
@@ -56,31 +56,32 @@ struct WaitingWriter
     WaitingWriter& operator=(const WaitingWriter&) = delete;
     ~WaitingWriter()
     {
-        pthread_cond_destroy(&turn);
+        pthread_cond_destroy(&wakeUp);
     }
 
     WaitingWriter* next = nullptr;
-    /** The lock is this writer's. */
+    /** Whether this writer owns the lock. */
     bool isAdmitted = false;
-    pthread_cond_t turn = PTHREAD_COND_INITIALIZER;
+    pthread_cond_t wakeUp = PTHREAD_COND_INITIALIZER;
 };
 
 /**
- * The lock itself. As long as no thread waits, one exchange of `_state` acquires or releases access. QUEUED
- * is set while threads wait; access is then acquired and released under `_mutex`. The last thread that
- * releases it admits the next waiter: a thread that is admitted owns the lock already, and no other thread
- * can overtake it.
+ * The implementation. While no thread waits, one compare-and-exchange of `_state` acquires or releases
+ * access. HAS_WAITERS is set while threads wait; access is then acquired and released under `_mutex`. The
+ * last thread that releases it admits the next waiter: a thread that is admitted owns the lock already, and
+ * no other thread can overtake it.
  *
- * To admit a sleeping writer each time would make every access last as long as it takes to wake a thread. So
- * writers are admitted only HAND_OVER_INTERVAL after the last time. In between the lock is left free, with
- * QUEUED as its state: the first waiting writer is woken to acquire it, and a running writer may be faster.
- * It gets the lock at the latest by the first release after the interval.
+ * If a sleeping writer were admitted each time, every access would last as long as it takes to wake a thread.
+ * So writers are admitted only if HAND_OVER_INTERVAL has passed since the last time. In between the lock is
+ * left free, with HAS_WAITERS as its state: the first waiting writer is woken to acquire it, and a running
+ * writer may be faster. The waiting writer is admitted by the first release after the interval at the latest.
  *
  * Memory order. Each acquisition reads `_state` by an acquiring exchange, or is handed over under `_mutex`. A
  * release without the mutex is a releasing exchange, and every change of `_state` without the mutex is an
  * exchange too, so a release sequence ends only at a store of a thread that holds the mutex. That thread has
- * acquired what was released before: the waiter that set QUEUED did, by an acquiring exchange under the same
- * mutex, and later releases hold the mutex themselves. The relaxed loads only supply the value to compare.
+ * acquired what was released before: the waiter that set HAS_WAITERS did, by an acquiring exchange under the
+ * same mutex, and later releases hold the mutex themselves. The relaxed loads only supply the value to
+ * compare.
  */
 class ReaderWriterLock
 {
@@ -90,7 +91,7 @@ public:
     ReaderWriterLock& operator=(const ReaderWriterLock&) = delete;
     ~ReaderWriterLock()
     {
-        pthread_cond_destroy(&_readerTurn);
+        pthread_cond_destroy(&_readersAdmitted);
         pthread_mutex_destroy(&_mutex);
     }
 
@@ -99,11 +100,11 @@ public:
         return _state.load(std::memory_order_acquire) != 0;
     }
 
-    /** Whether threads wait for the lock. */
-    bool isAwaited()
+    /** Returns true if threads wait for the lock. */
+    bool hasWaiters()
     {
         const Guard guard(_mutex);
-        return (_state.load(std::memory_order_acquire) & QUEUED) != 0;
+        return (_state.load(std::memory_order_acquire) & HAS_WAITERS) != 0;
     }
 
     qv_err_t lockShared()
@@ -117,11 +118,11 @@ public:
         return tryLockExclusive() == 0 ? 0 : waitExclusive();
     }
 
-    /** EBUSY if a writer holds the lock or waits for it. */
+    /** Returns EBUSY if a writer holds the lock or waits for it. */
     qv_err_t tryLockShared()
     {
         si_uint32_t state = _state.load(std::memory_order_relaxed);
-        while ((state & (WRITER | QUEUED)) == 0) {
+        while ((state & (WRITER | HAS_WAITERS)) == 0) {
             if (state == READERS) {
                 return EAGAIN;
             }
@@ -134,7 +135,7 @@ public:
         return EBUSY;
     }
 
-    /** EBUSY if the lock is held. */
+    /** Returns EBUSY if the lock is held. */
     qv_err_t tryLockExclusive()
     {
         si_uint32_t free = 0;
@@ -149,7 +150,7 @@ public:
     qv_err_t unlock()
     {
         si_uint32_t state = _state.load(std::memory_order_relaxed);
-        while ((state & QUEUED) == 0) {
+        while ((state & HAS_WAITERS) == 0) {
             if (state == 0) {
                 return EPERM;
             }
@@ -167,10 +168,10 @@ public:
     {
         si_uint32_t state = _state.load(std::memory_order_relaxed);
         while ((state & WRITER) == 0 && (state & READERS) == 1) {
-            // QUEUED stays as it is: the waiting ones wait on. This needs no mutex, for who could hand
-            // the lock over meanwhile is the caller alone.
+            // HAS_WAITERS is preserved: waiting threads continue to wait. The mutex is not needed, since only
+            // the caller could hand the lock over.
             qv::perturb();
-            if (_state.compare_exchange_weak(state, (state & QUEUED) | WRITER, std::memory_order_acquire,
+            if (_state.compare_exchange_weak(state, (state & HAS_WAITERS) | WRITER, std::memory_order_acquire,
                                              std::memory_order_relaxed)) {
                 return 0;
             }
@@ -181,13 +182,13 @@ public:
 private:
     qv_err_t waitShared()
     {
-        // A waiting thread is counted in, and may own the lock already.
+        // A waiting thread is registered, and may already own the lock.
         const qv::CancellationOff cancellationOff;
         const Guard guard(_mutex);
 
         si_uint32_t state = _state.load(std::memory_order_relaxed);
         for (;;) {
-            if ((state & (WRITER | QUEUED)) == 0) {
+            if ((state & (WRITER | HAS_WAITERS)) == 0) {
                 if (state == READERS) {
                     return EAGAIN;
                 }
@@ -196,24 +197,24 @@ private:
                                                  std::memory_order_relaxed)) {
                     return 0;
                 }
-            } else if (_state.compare_exchange_weak(state, state | QUEUED, std::memory_order_acquire,
+            } else if (_state.compare_exchange_weak(state, state | HAS_WAITERS, std::memory_order_acquire,
                                                     std::memory_order_relaxed)) {
                 break;
             }
         }
 
-        // All waiting readers are admitted together; a change of the number signals it.
+        // All waiting readers are admitted together, by incrementing _readerAdmission.
         ++_waitingReaders;
         const si_uint32_t admission = _readerAdmission;
         while (admission == _readerAdmission) {
-            pthread_cond_wait(&_readerTurn, &_mutex);
+            pthread_cond_wait(&_readersAdmitted, &_mutex);
         }
         return 0;
     }
 
     qv_err_t waitExclusive()
     {
-        // A waiting thread is counted in, and may own the lock already.
+        // A waiting thread is registered, and may already own the lock.
         const qv::CancellationOff cancellationOff;
         const Guard guard(_mutex);
 
@@ -225,7 +226,7 @@ private:
                                                  std::memory_order_relaxed)) {
                     return 0;
                 }
-            } else if (_state.compare_exchange_weak(state, state | QUEUED, std::memory_order_acquire,
+            } else if (_state.compare_exchange_weak(state, state | HAS_WAITERS, std::memory_order_acquire,
                                                     std::memory_order_relaxed)) {
                 break;
             }
@@ -235,9 +236,9 @@ private:
         *_lastWriter = &self;
         _lastWriter = &self.next;
         for (;;) {
-            pthread_cond_wait(&self.turn, &_mutex);
+            pthread_cond_wait(&self.wakeUp, &_mutex);
             if (!self.isAdmitted && _firstWriter == &self
-                && _state.load(std::memory_order_acquire) == QUEUED) {
+                && _state.load(std::memory_order_acquire) == HAS_WAITERS) {
                 admit(self);
             }
             if (self.isAdmitted) {
@@ -246,11 +247,11 @@ private:
         }
     }
 
-    /** Unlocks while threads wait. EPERM if no thread holds the lock. */
+    /** Releases access while threads wait. Returns EPERM if no thread holds the lock. */
     qv_err_t handOver()
     {
         const Guard guard(_mutex);
-        // Acquires what readers that left without the mutex did, for the writer that comes next.
+        // Synchronises with readers that released access without the mutex, for the next writer.
         const si_uint32_t state = _state.load(std::memory_order_acquire);
         if ((state & (WRITER | READERS)) == 0) {
             return EPERM;
@@ -259,11 +260,11 @@ private:
         const si_uint32_t readersLeft = wasWriter ? 0 : (state & READERS) - 1;
 
         if (readersLeft != 0) {
-            _state.store(readersLeft | QUEUED, std::memory_order_release);
+            _state.store(readersLeft | HAS_WAITERS, std::memory_order_release);
         } else if (wasWriter && _waitingReaders != 0) {
             admitReaders();
         } else {
-            passToWriter();
+            admitOrWakeWriter();
         }
         return 0;
     }
@@ -273,12 +274,12 @@ private:
         const si_uint32_t admitted = _waitingReaders;
         _waitingReaders = 0;
         ++_readerAdmission;
-        _state.store(admitted | queuedFlag(), std::memory_order_release);
-        pthread_cond_broadcast(&_readerTurn);
+        _state.store(admitted | waitersFlag(), std::memory_order_release);
+        pthread_cond_broadcast(&_readersAdmitted);
     }
 
-    /** Admits the first waiting writer, or wakes it to try. The lock is free. */
-    void passToWriter()
+    /** Admits the first waiting writer, or wakes it to compete for the lock. The lock must be free. */
+    void admitOrWakeWriter()
     {
         WaitingWriter& first = *_firstWriter;
         const si_int64_t time = now();
@@ -286,12 +287,12 @@ private:
             _nextHandOver = time + HAND_OVER_INTERVAL;
             admit(first);
         } else {
-            _state.store(QUEUED, std::memory_order_release);
+            _state.store(HAS_WAITERS, std::memory_order_release);
         }
-        pthread_cond_signal(&first.turn);
+        pthread_cond_signal(&first.wakeUp);
     }
 
-    /** Makes the first waiting writer the owner of the lock, which is free. */
+    /** Makes the first waiting writer the owner of the lock, which must be free. */
     void admit(WaitingWriter& first)
     {
         _firstWriter = first.next;
@@ -299,111 +300,113 @@ private:
             _lastWriter = &_firstWriter;
         }
         first.isAdmitted = true;
-        _state.store(WRITER | queuedFlag(), std::memory_order_release);
+        _state.store(WRITER | waitersFlag(), std::memory_order_release);
     }
 
-    si_uint32_t queuedFlag() const
+    si_uint32_t waitersFlag() const
     {
-        return _waitingReaders != 0 || _firstWriter != nullptr ? QUEUED : 0;
+        return _waitingReaders != 0 || _firstWriter != nullptr ? HAS_WAITERS : 0;
     }
 
-    /** In microseconds. Longer than it takes to wake a thread, shorter than any wait that is noticed. */
+    /** In microseconds. Longer than waking a thread takes, and too short to be noticed. */
     static constexpr si_int64_t HAND_OVER_INTERVAL = 100;
 
     std::atomic<si_uint32_t> _state{0};
     pthread_mutex_t _mutex = PTHREAD_MUTEX_INITIALIZER;
     // The members below are guarded by _mutex.
-    pthread_cond_t _readerTurn = PTHREAD_COND_INITIALIZER;
+    pthread_cond_t _readersAdmitted = PTHREAD_COND_INITIALIZER;
     si_uint32_t _waitingReaders = 0;
+    /** Incremented when the waiting readers are admitted. */
     si_uint32_t _readerAdmission = 0;
-    /** Waiting writers, in the order of their arrival, and where the next one is linked. */
+    /** FIFO list of waiting writers, and the link that the next one is appended to. */
     WaitingWriter* _firstWriter = nullptr;
     WaitingWriter** _lastWriter = &_firstWriter;
-    /** When a writer is admitted again, by now(). */
+    /** Time from which a writer is admitted again, by now(). */
     si_int64_t _nextHandOver = 0;
 };
 
-/** The live lock of a record, null when the record is at rest. */
-ReaderWriterLock* liveLock(const si_rwlock_t* lock)
+/** Returns the implementation of a lock, or null if the lock is not initialised. */
+ReaderWriterLock* implementationOf(const si_rwlock_t* lock)
 {
-    return lock != nullptr && lock->magic == MAGIC_LIVE ? static_cast<ReaderWriterLock*>(lock->val) : nullptr;
+    return lock != nullptr && lock->magic == MAGIC_INITIALIZED ? static_cast<ReaderWriterLock*>(lock->val)
+                                                               : nullptr;
 }
 
 }
 
-const si_rwlock_t qv_si_rwlock_empty_lock_extern = {nullptr, MAGIC_AT_REST};
+const si_rwlock_t qv_si_rwlock_empty_lock_extern = {nullptr, MAGIC_UNINITIALIZED};
 
 qv_err_t qv_si_rw_init(si_rwlock_t* lock, const char* attributes) noexcept
 {
     if (lock == nullptr || attributes != nullptr) {
         return EINVAL;
     }
-    if (liveLock(lock) != nullptr) {
+    if (implementationOf(lock) != nullptr) {
         return EBUSY;
     }
     lock->val = new (std::nothrow) ReaderWriterLock;
     if (lock->val == nullptr) {
         return ENOMEM;
     }
-    lock->magic = MAGIC_LIVE;
+    lock->magic = MAGIC_INITIALIZED;
     return 0;
 }
 
 qv_err_t qv_si_rw_destroy(si_rwlock_t* lock) noexcept
 {
-    ReaderWriterLock* const live = liveLock(lock);
-    if (live == nullptr) {
+    ReaderWriterLock* const implementation = implementationOf(lock);
+    if (implementation == nullptr) {
         return EINVAL;
     }
-    if (live->isHeld()) {
+    if (implementation->isHeld()) {
         return EBUSY;
     }
     *lock = qv_si_rwlock_empty_lock_extern;
-    delete live;
+    delete implementation;
     return 0;
 }
 
 qv_err_t qv_si_rw_rdlock(si_rwlock_t* lock) noexcept
 {
-    ReaderWriterLock* const live = liveLock(lock);
-    return live != nullptr ? live->lockShared() : EINVAL;
+    ReaderWriterLock* const implementation = implementationOf(lock);
+    return implementation != nullptr ? implementation->lockShared() : EINVAL;
 }
 
 qv_err_t qv_si_rw_wrlock(si_rwlock_t* lock) noexcept
 {
-    ReaderWriterLock* const live = liveLock(lock);
-    return live != nullptr ? live->lockExclusive() : EINVAL;
+    ReaderWriterLock* const implementation = implementationOf(lock);
+    return implementation != nullptr ? implementation->lockExclusive() : EINVAL;
 }
 
 qv_err_t qv_si_rw_tryrdlock(si_rwlock_t* lock) noexcept
 {
-    ReaderWriterLock* const live = liveLock(lock);
-    return live != nullptr ? live->tryLockShared() : EINVAL;
+    ReaderWriterLock* const implementation = implementationOf(lock);
+    return implementation != nullptr ? implementation->tryLockShared() : EINVAL;
 }
 
 qv_err_t qv_si_rw_trywrlock(si_rwlock_t* lock) noexcept
 {
-    ReaderWriterLock* const live = liveLock(lock);
-    return live != nullptr ? live->tryLockExclusive() : EINVAL;
+    ReaderWriterLock* const implementation = implementationOf(lock);
+    return implementation != nullptr ? implementation->tryLockExclusive() : EINVAL;
 }
 
 qv_err_t qv_si_rw_unlock(si_rwlock_t* lock) noexcept
 {
-    ReaderWriterLock* const live = liveLock(lock);
-    return live != nullptr ? live->unlock() : EINVAL;
+    ReaderWriterLock* const implementation = implementationOf(lock);
+    return implementation != nullptr ? implementation->unlock() : EINVAL;
 }
 
 qv_err_t qv_si_rw_upgrade(si_rwlock_t* lock) noexcept
 {
-    ReaderWriterLock* const live = liveLock(lock);
-    return live != nullptr ? live->upgrade() : EINVAL;
+    ReaderWriterLock* const implementation = implementationOf(lock);
+    return implementation != nullptr ? implementation->upgrade() : EINVAL;
 }
 
 void qv::abandon(si_rwlock_t& lock) noexcept
 {
-    ReaderWriterLock* const live = liveLock(&lock);
+    ReaderWriterLock* const implementation = implementationOf(&lock);
     lock = qv_si_rwlock_empty_lock_extern;
-    if (live != nullptr && !live->isAwaited()) {
-        delete live;
+    if (implementation != nullptr && !implementation->hasWaiters()) {
+        delete implementation;
     }
 }

@@ -6,8 +6,8 @@
 namespace qv {
 
 /**
- * Frees a lock although it is held, if its owner cannot be prevented from being destroyed; the record is at
- * rest afterwards. A lock for which threads wait stays allocated: they use it.
+ * Destroys a lock although it is held, because the object that contains it is being destroyed. The record is
+ * uninitialised afterwards. If threads wait for the lock, its memory is leaked, since they use it.
  */
 void abandon(si_rwlock_t& lock) noexcept;
 

@@ -6,33 +6,33 @@
 #include <qv/pmx/init.h>
 #include <qv/pmx/src/thread_self.hpp>
 
-static_assert(sizeof(si_thread_key_t) == sizeof(pthread_key_t), "keys are handed through");
+static_assert(sizeof(si_thread_key_t) == sizeof(pthread_key_t), "keys are passed through");
 
 namespace {
 
-// 0 until the thread asks for the first time; the kernel gives no thread that number.
-__attribute__((tls_model("initial-exec"))) thread_local ThreadID_t self = 0;
+/** The thread's ID, or 0 before its first use; the kernel assigns no thread the ID 0. */
+__attribute__((tls_model("initial-exec"))) thread_local ThreadID_t cachedThreadId = 0;
 
-__attribute__((noinline, cold)) ThreadID_t lookUpSelf()
+__attribute__((noinline, cold)) ThreadID_t lookUpThreadId()
 {
-    // Whoever remembers a number must be told of a fork.
+    // A cached ID must be invalidated by fork(), so cache it only if the handler is registered.
     if (qv_si_init_only_multithreaded() != 0) {
         return gettid();
     }
-    return self = gettid();
+    return cachedThreadId = gettid();
 }
 
 }
 
 void qv::forgetThreadSelf()
 {
-    self = 0;
+    cachedThreadId = 0;
 }
 
 ThreadID_t qv_si_thread_self(void) noexcept
 {
-    const ThreadID_t known = self;
-    return known != 0 ? known : lookUpSelf();
+    const ThreadID_t known = cachedThreadId;
+    return known != 0 ? known : lookUpThreadId();
 }
 
 qv_err_t qv_si_thread_keycreate(si_thread_key_t* key, void (*destructor)(void*)) noexcept

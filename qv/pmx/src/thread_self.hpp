@@ -3,7 +3,7 @@
 
 namespace qv {
 
-/** Makes the calling thread look its number up again: in the child of a fork it has another. */
+/** Invalidates the cached ID of the calling thread; called in the child of a fork, which has another ID. */
 extern "C" void forgetThreadSelf();
 
 }

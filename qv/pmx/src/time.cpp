@@ -9,9 +9,8 @@ constexpr time_t SECONDS_PER_DAY = 86400;
 constexpr time_t END_OF_9999 = 253402300800;
 
 /**
- * The date of a time between the epoch and the year 9999. Years are counted from March, so that the
- * day that may be missing is the last (H. Hinnant, chrono-Compatible Low-Level Date Algorithms,
- * civil_from_days).
+ * Returns the calendar time of a time from 1970 to 9999. Years start in March, so that the leap day is the
+ * last day of the year (H. Hinnant, chrono-Compatible Low-Level Date Algorithms, civil_from_days).
  */
 tm utcTime(time_t time) noexcept
 {
@@ -58,7 +57,7 @@ qv_err_t qv_si_gettime(si_timespec_t* now) noexcept
 
 qv_err_t qv_si_gmtime(time_t time, struct tm* result) noexcept
 {
-    // The C library takes its lock of the time zones for this one, too.
+    // gmtime_r() acquires the time zone lock of the C library, so it is used only outside these years.
     if (time < 0 || time >= END_OF_9999) {
         return gmtime_r(&time, result) != nullptr ? 0 : errno;
     }
