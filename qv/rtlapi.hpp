@@ -3,7 +3,7 @@
 
 /**
  * @file
- * The class library of the runtime layer, see the headers one by one.
+ * The class library of the runtime layer. Includes all of its headers.
  */
 
 #include <qv/rtlapi/RX_AbsTime.hpp>

@@ -8,13 +8,13 @@
 #include <qv/rtlapi/RX_Time.hpp>
 
 /**
- * A point in time on CLOCK_MONOTONIC: the deadline of a wait, which a change of the wall clock does
- * not move. It tells no time of day.
+ * A point in time on CLOCK_MONOTONIC: the deadline of a wait, unaffected by changes of the wall clock. It has
+ * no relation to the time of day.
  */
 class DALNIM_API RX_AbsTime : public RX_Time
 {
 public:
-    /** Now plus the interval. */
+    /** The current time plus `interval`. */
     explicit RX_AbsTime(const RX_RelTime& interval);
 
     RX_AbsTime deadline() const override;

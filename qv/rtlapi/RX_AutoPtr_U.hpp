@@ -4,21 +4,20 @@
 #include <qv/pmx/types.h>
 
 /**
- * A pointer that deletes its object, unless a copy took it over: copying and assignment transfer the
- * ownership, and the source goes on pointing to the object without owning it.
+ * An owning pointer. Copying and assignment transfer the ownership; the source still points to the object,
+ * but does not own it any more.
  *
- * The object goes by `delete`, so it must not be an array; a pointer to `char` is one character.
+ * The object is destroyed by `delete`, so it must not be an array; a `char*` points to one character.
  *
- * Thread safety: an object of this class is used by one thread at a time, and copying counts as use
- * of both.
+ * Thread safety: must not be used by two threads concurrently. Copying uses both objects.
  */
 template <class T>
 class RX_AutoPtr_U
 {
 public:
-    /** Takes the object over; null owns nothing. */
+    /** Takes ownership of `object`, which may be null. */
     explicit RX_AutoPtr_U(T* object = nullptr) noexcept : owner(object != nullptr), pT(object) {}
-    /** Takes over the ownership that `other` has. */
+    /** Takes the ownership from `other`, if it has it. */
     RX_AutoPtr_U(const RX_AutoPtr_U& other) noexcept : owner(other.owner), pT(other.release()) {}
     ~RX_AutoPtr_U()
     {
@@ -27,11 +26,11 @@ public:
         }
     }
 
-    /** Deletes what it owns, and takes over the ownership that `other` has. */
+    /** Deletes the object that it owns, and takes the ownership from `other`, if it has it. */
     RX_AutoPtr_U& operator=(const RX_AutoPtr_U& other) noexcept
     {
         if (this != &other) {
-            // The two may point to one object, which whoever of them owns it must not lose.
+            // Both may point to the same object, and either may own it: keep it alive then.
             const bool isSame = pT == other.pT;
             if (owner && !isSame) {
                 delete pT;
@@ -42,23 +41,23 @@ public:
         return *this;
     }
 
-    /** The object, owned or not; null for none. */
+    /** Returns the object, whether owned or not, or null. */
     T* get() const noexcept
     {
         return pT;
     }
-    /** Gives the ownership to the caller, and goes on pointing to the object. */
+    /** Transfers the ownership to the caller. Still points to the object. */
     T* release() const noexcept
     {
         owner = 0;
         return pT;
     }
-    /** The object, which there must be. */
+    /** Returns the object. The pointer must not be null. */
     T& operator*() const noexcept
     {
         return *pT;
     }
-    /** The object, which there must be. */
+    /** Returns the object. The pointer must not be null. */
     T* operator->() const noexcept
     {
         return pT;

@@ -3,25 +3,25 @@
 
 /**
  * @file
- * What the collections raise.
+ * The exceptions of the collections.
  */
 
 #include <cstddef>
 
 #include <qv/pmx/api.h>
 
-// The failures of the collection templates, raised out of line to keep the templates small.
+// Out of line, to keep the collection templates small.
 
-/** Raises RX_ExError with code 51458; the arguments are the index and the size. */
+/** Throws RX_ExError 51458 (index out of range) with the index and the size as arguments. */
 [[noreturn]] DALNIM_API void RX_raiseIndexRange_(std::size_t index, std::size_t size);
 
-/** Raises RX_ExError with code 51488: there is no element to take. */
+/** Throws RX_ExError 51488: no such element. */
 [[noreturn]] DALNIM_API void RX_raiseNoElement_();
 
-/** Raises RX_ExError with code 51512: an iterator is used beyond its end. */
+/** Throws RX_ExError 51512: an iterator is used past its end. */
 [[noreturn]] DALNIM_API void RX_raiseIteratorEnd_();
 
-/** Raises RX_ExError with code 51532: a set was changed under its iterator. */
+/** Throws RX_ExError 51532: a set was modified during an iteration. */
 [[noreturn]] DALNIM_API void RX_raiseSetChanged_();
 
 #endif

@@ -4,25 +4,25 @@
 #include <qv/pmx/api.h>
 #include <qv/rtlapi/RX_ExFatal.hpp>
 
-/** A failure of one operation. */
+/** An error: one operation failed. */
 class DALNIM_API RX_ExError : public RX_ExFatal
 {
 public:
-    /** A message without a source position: its code, and up to six arguments. */
+    /** Constructs a message with up to six arguments, without a source position. */
     explicit RX_ExError(int code, const RX_String& a1 = RX_String::none,
                         const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
                         const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,
                         const RX_String& a6 = RX_String::none);
-    /** A message and the source position that it is raised from. */
+    /** Constructs a message with up to six arguments and the source position of the `throw`. */
     RX_ExError(unsigned int line, const RX_String& file, int code, const RX_String& a1 = RX_String::none,
                const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
                const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,
                const RX_String& a6 = RX_String::none);
-    /** A deep copy of any exception of the tree, as one of this type. */
+    /** Makes a deep copy of any RX_Exception, as an exception of this type. */
     explicit RX_ExError(const RX_Exception& other);
     /** @name Copying */
     /** @{ */
-    /** A deep copy: the chained messages too. */
+    /** Makes a deep copy, including the chained messages. */
     RX_ExError(const RX_ExError& other) = default;
     RX_ExError& operator=(const RX_ExError& other) = default;
     /** @} */

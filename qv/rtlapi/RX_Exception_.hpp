@@ -10,72 +10,72 @@
 class RX_Exception;
 
 /**
- * The implementation of the exceptions: a chain of messages, each an error code with up to six
- * arguments, the first with the source position that it was raised from.
+ * Implementation of the exceptions: a chain of messages. Each message is an error code with up to six
+ * arguments; the first one also has the source position of the `throw`.
  *
- * Thread safety: like an `int`.
+ * Thread safety: as for an `int`.
  */
 class DALNIM_API RX_Exception_
 {
 public:
-    /** How many arguments a message can have. */
+    /** Maximum number of arguments of a message. */
     static constexpr unsigned int ARGUMENTS = 6;
 
     virtual ~RX_Exception_();
 
-    /** The code of the first message. */
+    /** Returns the code of the first message. */
     qv_err_t getCode() const noexcept
     {
         return _code;
     }
-    /** The source line, 0 when none was told. */
+    /** Returns the source line, or 0 if there is none. */
     unsigned int getLine() const noexcept
     {
         return _line;
     }
-    /** The source file; empty when none was told. */
+    /** Returns the source file; empty if there is none. */
     const RX_String& getFile() const noexcept
     {
         return _file;
     }
-    /** A message argument, from 0; RX_String::none when it was left out or beyond the sixth. */
+    /** Returns an argument of the first message, counted from 0, or RX_String::none if there is none. */
     const RX_String& getArgument(unsigned int index) const noexcept;
 
-    /** Hangs a further message behind the last one. Gives this exception. */
+    /** Appends a message to the chain. Returns this exception. */
     RX_Exception_& chain(int code, const RX_String& a1 = RX_String::none,
                          const RX_String& a2 = RX_String::none, const RX_String& a3 = RX_String::none,
                          const RX_String& a4 = RX_String::none, const RX_String& a5 = RX_String::none,
                          const RX_String& a6 = RX_String::none);
 
     /**
-     * The whole message: for every message of the chain, on a line of its own, the text of its code
-     * and its arguments. Lines longer than `width` are folded at blanks; a longer word stays whole.
+     * Formats all messages of the chain, one per line: the message of the code, then the arguments. Lines
+     * longer than `width` are wrapped at spaces; a longer word is not broken.
      *
-     * @param width  0 folds nothing
+     * @param width  maximum length of a line, in bytes; 0 does not wrap
      */
     virtual RX_String asString(unsigned int width) const;
 
-    /** Throws a copy of this exception with its most derived type. */
+    /** Throws a copy of this exception, of its most derived type. */
     [[noreturn]] virtual void throwThis() const = 0;
 
-    /** A copy with the most derived type, for the caller to delete. */
+    /** Returns a copy of the most derived type, owned by the caller. */
     virtual RX_Exception* clone() const = 0;
 
 protected:
-    /** A message and the source position that it is raised from. */
+    /** Constructs a message with the source position of the `throw`. */
     RX_Exception_(unsigned int line, const RX_String& file, int code, const RX_String& a1,
                   const RX_String& a2, const RX_String& a3, const RX_String& a4, const RX_String& a5,
                   const RX_String& a6);
     /** @name Copying */
     /** @{ */
-    /** A deep copy: the chained messages too. */
+    /** Makes a deep copy, including the chained messages. */
     RX_Exception_(const RX_Exception_& other);
     RX_Exception_& operator=(const RX_Exception_& other);
     /** @} */
 
-    /** Takes over position, code and arguments of `other`, not what is chained behind it. */
+    /** Copies position, code and arguments of `other`, but not its chained messages. */
     void copyData(const RX_Exception_& other) noexcept;
-    /** Takes over all of `other`, with copies of the messages chained behind it. */
+    /** Copies all of `other`, including the chained messages. */
     void deepCopy(const RX_Exception_& other);
 
 private:

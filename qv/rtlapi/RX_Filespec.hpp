@@ -8,110 +8,121 @@
 #include <qv/rtlapi/RX_String.hpp>
 
 /**
- * The name of a file, taken apart without touching the file system, and on demand a check of what the
- * process may do with that file.
+ * A file name with its components, and an optional check of the access rights of the process. Splitting the
+ * name does not access the file system.
  *
- * The name is a path of this host as the system calls take it; nothing in it is decoded. Always
- * `directory()` + `basename()` is `filespec()`.
+ * The name is a local path as used in system calls; nothing in it is decoded. `directory()` + `basename()`
+ * always equals `filespec()`.
  *
- * Immutable: any number of threads may use one object at once.
+ * Thread safety: immutable; any number of threads may use one object concurrently.
  */
 class DALNIM_API RX_Filespec
 {
 public:
-    /** What is wanted of the file. Values may be combined; CREATE alone counts where the file is missing. */
+    /** Access rights, which may be combined. If CREATE is among them, a missing file needs no other right. */
     enum access {
         DONTCARE = 0,
         READ = 1,
         WRITE = 2,
         RW = 3,
-        /** To open it for appending, creating it where it is missing. */
+        /** Opening the file for appending, creating it if it does not exist. */
         CREATE = 4,
         EXECUTE = 8
     };
 
-    /** What parse() and iparse() take out of a name. */
+    /** Components of a name, for parse() and iparse(). */
     enum component {
-        /** Always empty: a name has no scheme and no host. */
+        /** SCHEME and HOST are always empty. */
         SCHEME = 1,
         HOST = 2,
-        /** All up to the last slash, and that slash; empty for a name without one. */
+        /** Everything up to and including the last slash; empty if there is none. */
         DIRECTORY = 3,
-        /** The last component without its ending. */
+        /** BASENAME without its extension. */
         FILENAME = 4,
-        /** The ending of the last component: its last dot and what follows. Dots in front are no ending. */
+        /** The extension of BASENAME: its last dot and the rest. Leading dots do not start an extension. */
         TYPE = 5,
-        /** The ending of FILENAME: ".tar" in "x.tar.gz". */
+        /** The extension of FILENAME: ".tar" in "x.tar.gz". */
         SUBTYPE = 6,
-        /** FILESPEC from the root, put behind the working directory if need be. */
+        /** FILESPEC as an absolute path, relative to the working directory. */
         COMPLETE = 7,
-        /** The whole name, as it was given. */
+        /** The whole name, verbatim. */
         FILESPEC = 8,
-        /** The last component with its ending: all behind the last slash. */
+        /** Everything after the last slash. */
         BASENAME = 9
     };
 
     /** Values of the constructor's `options`. */
     enum option : si_uint16_t {
         CHECK_RIGHTS = 0,
-        /** Leaves the check to whoever opens the file, which need not exist yet. */
+        /** Does not check: rights are checked when the file is opened. It need not exist. */
         DEFER_CHECK = 1
     };
 
     /**
-     * Takes `spec`, which may be empty, and unless `options` has DEFER_CHECK, checks it for `rights`.
+     * Splits a name and checks the access rights of the process, unless `rights` is DONTCARE or `options`
+     * contains DEFER_CHECK.
      *
-     * The check asks for the effective user and group and alters nothing; no file is opened. READ, WRITE
-     * and EXECUTE are what the mode, the access lists and the file system allow (of a directory: to
-     * list it, to alter it, to enter it). CREATE is writing if the file is there, else to alter the
-     * directory that it, or the last target of a dangling link, would stand in. What only an open can
-     * tell stays unseen, such as a program that is running (ETXTBSY) or a full disk.
+     * The check is for the effective user and group. It opens and modifies nothing. READ, WRITE and EXECUTE
+     * depend on the file mode, access control lists and the file system (for a directory: listing it,
+     * modifying it, searching it). CREATE requires write access to the file if it exists, otherwise write
+     * access to its directory, or to that of the last target of a dangling link. Errors that only opening
+     * the file reveals are not detected, such as a running program (ETXTBSY) or a full disk.
      *
-     * A right that is refused raises RX_ExWarning with code 13 (EACCES). Any other obstacle raises
-     * RX_ExError with its `errno` value: 2 no such file or directory, or an empty name; 20 a file in
-     * a directory's place; 21 for CREATE, a directory in the file's place or a slash at the end; 22 a
-     * zero byte in the name; 30 a file system that is read-only; 36 a name too long; 40 links in a
-     * circle. The first argument is the name.
+     * @param spec  the name; may be empty
+     * @throws RX_ExWarning  13 (EACCES) if access is denied; the argument is the name
+     * @throws RX_ExError  any other `errno` value; the argument is the name.
+     *     2 (ENOENT): no such file or directory, or an empty name.
+     *     20 (ENOTDIR): a component of the directory is a file.
+     *     21 (EISDIR), only for CREATE: the name is that of a directory, or ends in a slash.
+     *     22 (EINVAL): the name contains a zero byte.
+     *     30 (EROFS): read-only file system.
+     *     36 (ENAMETOOLONG): the name is too long.
+     *     40 (ELOOP): too many symbolic links.
      */
     RX_Filespec(const RX_String& spec, access rights, si_uint16_t options);
 
-    /** All up to the last slash, and that slash; empty for a name without one. */
+    /** Returns everything up to and including the last slash; empty if there is none. */
     RX_String directory() const
     {
         return parse(DIRECTORY);
     }
-    /** All behind the last slash. */
+    /** Returns everything after the last slash. */
     RX_String basename() const
     {
         return parse(BASENAME);
     }
-    /** The whole name, as it was given. */
+    /** Returns the whole name, verbatim. */
     RX_String filespec() const
     {
         return parse(FILESPEC);
     }
 
-    /** One component. COMPLETE raises RX_ExError if the working directory is gone. */
+    /**
+     * Returns a component.
+     *
+     * @throws RX_ExError  for COMPLETE, with an `errno` value, if the working directory cannot be determined:
+     *     2 (ENOENT) if it has been removed
+     */
     RX_String parse(component part) const;
 
     /**
-     * One piece of a component that has several: the directory at `index` of DIRECTORY, without
-     * slashes and from 0 at the outermost; the ending at `index` of TYPE, from 0 at the last. Of any
-     * other component piece 0 is the whole. Empty where there is no such piece.
+     * Returns one part of a component: for DIRECTORY the directory at `index`, without slashes, where 0 is
+     * the outermost; for TYPE the extension at `index`, where 0 is the last. Other components have only part
+     * 0. Returns the empty string if there is no such part.
      */
     RX_String iparse(component part, int index) const;
 
     /**
-     * The name as RX_FilespecIterator is to see it for this file alone: the wildcards of `basename()`
-     * stand behind backslashes. Append to it to find names that begin like this one.
+     * Returns the name as a pattern for RX_FilespecIterator that matches only this file: wildcards in
+     * `basename()` are escaped by backslashes. Append to it to find names that start with this one.
      */
     RX_String quoted() const;
 
 private:
-    RX_String piece(std::size_t from, std::size_t to) const;
+    RX_String substring(std::size_t from, std::size_t to) const;
     RX_String complete() const;
-    std::size_t endingBefore(std::size_t end) const;
-    RX_String endingAt(int index) const;
+    std::size_t extensionOffset(std::size_t end) const;
+    RX_String extensionAt(int index) const;
     RX_String directoryAt(int index) const;
 
     RX_String _spec;

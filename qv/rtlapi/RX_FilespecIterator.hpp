@@ -8,40 +8,44 @@
 #include <qv/rtlapi/RX_String.hpp>
 
 /**
- * The files that a specification with wildcards matches, in the byte order of their names.
+ * Iterates over the files that match a name with wildcards, sorted bytewise.
  *
- * The last component of the specification is a pattern in the style WILD of RX_Wildcard; the directory
- * is taken as it stands. So `P.<->` walks the files that are named P, a dot, and a decimal number. Where
- * P may hold wildcard characters itself, `RX_Filespec::quoted` gives the text to append ".<->" to.
- * Names of every kind of file are given, links and directories too, except for "." and "..".
+ * The last component of the name is a pattern of style RX_Wildcard::WILD; its directory is used verbatim. For
+ * example, `P.<->` matches files that are named P, a dot and a decimal number. If P may contain wildcards,
+ * append ".<->" to `RX_Filespec::quoted()`. All file types match, including links and directories, except
+ * "." and "..".
  *
- * The directory is read once, by the constructor. One thread at a time uses an iterator.
+ * The directory is read once, by the constructor.
+ *
+ * Thread safety: must not be used by two threads concurrently.
  */
 class DALNIM_API RX_FilespecIterator
 {
 public:
     /**
-     * Reads the directory of `spec`. With `with_directory` the names given begin with that directory,
-     * as in `spec`; without, they are bare.
+     * Reads the directory of `spec`. If it does not exist or cannot be read, the iterator has no files, and
+     * `status()` returns the error.
      *
-     * A directory that is missing or cannot be read gives no file, and `status()` tells why. A bad
-     * pattern raises RX_ExError with code 22 (EINVAL), the reason and the pattern, as RX_Wildcard does.
+     * @param with_directory  whether filespec() starts with the directory of `spec`
+     * @throws RX_ExError  22 (EINVAL) if the pattern is malformed; the arguments are the reason and the
+     * pattern
+     * @throws std::bad_alloc
      */
     RX_FilespecIterator(const RX_Filespec& spec, qv_bool_t with_directory);
     RX_FilespecIterator(const RX_FilespecIterator&) = delete;
     RX_FilespecIterator& operator=(const RX_FilespecIterator&) = delete;
     ~RX_FilespecIterator();
 
-    /** Goes to the next file, at first to the first one; 0 when there is none. */
+    /** Advances to the next file, initially to the first one. Returns 0 at the end. */
     qv_bool_t next();
 
-    /** The present file; empty before the first `next()` and at the end. */
+    /** Returns the current file; empty before the first `next()` and at the end. */
     const RX_String& filespec() const
     {
         return _current;
     }
 
-    /** 0, or the error number with which reading the directory ended. */
+    /** Returns 0, or the error from reading the directory. */
     qv_err_t status() const
     {
         return _status;

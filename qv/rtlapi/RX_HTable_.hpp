@@ -6,12 +6,13 @@
 #include <unordered_set>
 
 /**
- * The table beneath the hash collections: elements of a type E with `hash()` and `operator==`, each
- * once. Finding, inserting and erasing take constant time on average; the table grows by rehashing as
- * it fills, and elements never move.
+ * The hash table of the hash collections: unique elements of a type E with `hash()` and `operator==`.
+ * Finding, inserting and erasing take constant time on average. The table is rehashed as it grows; elements
+ * are never moved in memory.
  *
- * `changes()` moves with every insertion and removal, so that an iterator sees one made behind its
- * back. Any number of threads may read at once; a thread that writes needs the table for itself.
+ * `changes()` changes with every insertion and removal, so that iterators detect modifications.
+ *
+ * Thread safety: any number of threads may read concurrently; modification requires exclusive access.
  */
 template <typename E>
 class RX_HTable_
@@ -27,10 +28,10 @@ class RX_HTable_
     typedef std::unordered_set<E, Hash, std::equal_to<>> Elems;
 
 public:
-    /** A place in the table; it stays good until its element goes. */
+    /** An iterator, valid until its element is erased. */
     typedef typename Elems::const_iterator Place;
 
-    /** An empty table with room for `expected` elements. */
+    /** Constructs an empty table, with memory reserved for `expected` elements. */
     explicit RX_HTable_(std::size_t expected = 0)
     {
         _elems.reserve(expected);
@@ -38,56 +39,57 @@ public:
     RX_HTable_(const RX_HTable_&) = delete;
     RX_HTable_& operator=(const RX_HTable_&) = delete;
 
-    /** The element equal to `elem`, or null. */
+    /** Returns the element that equals `elem`, or null. */
     const E* find(const E& elem) const
     {
         const Place place = _elems.find(elem);
         return place == _elems.end() ? nullptr : &*place;
     }
 
-    /** False if an equal element is there already, which then stays. */
+    /** Inserts a copy of `elem`. Returns false if the table already contains an equal element. */
     bool insert(const E& elem)
     {
-        return counted(_elems.insert(elem).second);
+        return recordChange(_elems.insert(elem).second);
     }
 
-    /** False if no element equals `elem`. The places of all other elements stay good. */
+    /** Erases the element that equals `elem`. Returns false if there is none. Other iterators remain valid.
+     */
     bool erase(const E& elem)
     {
-        return counted(_elems.erase(elem) != 0);
+        return recordChange(_elems.erase(elem) != 0);
     }
 
     /** Erases all elements. */
     void clear()
     {
-        counted(!_elems.empty());
+        recordChange(!_elems.empty());
         _elems.clear();
     }
 
-    /** The number of elements. */
+    /** Returns the number of elements. */
     std::size_t size() const
     {
         return _elems.size();
     }
-    /** How often the table was changed; wraps round. */
+    /** Returns the number of modifications so far; wraps around on overflow. */
     std::size_t changes() const
     {
         return _changes;
     }
 
-    /** The first place, or end(). The order means nothing. */
+    /** Returns an iterator to the first element, or end(). The order is unspecified. */
     Place begin() const
     {
         return _elems.begin();
     }
-    /** The place behind the last one. */
+    /** Returns the iterator past the last element. */
     Place end() const
     {
         return _elems.end();
     }
 
 private:
-    bool counted(bool changed)
+    bool recordChange(bool changed)
     {
         _changes += changed ? 1 : 0;
         return changed;

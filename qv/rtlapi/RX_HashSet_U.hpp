@@ -9,14 +9,14 @@
 #include <qv/rtlapi/RX_Set_U.hpp>
 
 /**
- * A set over a hash table, of RX_String, of numbers, or of any type with `RX_hash` and `operator==`.
- * Its operations take constant time on average; the order of its elements means nothing.
+ * A hash set of RX_String, of integers, or of any type with `RX_hash` and `operator==`. Operations take
+ * constant time on average; the order of the elements is unspecified.
  */
 template <typename T>
 class RX_HashSet_U : public RX_Set_U<T>
 {
 public:
-    /** An empty set with room for `expected` elements. */
+    /** Constructs an empty set, with memory reserved for `expected` elements. */
     explicit RX_HashSet_U(std::size_t expected = 0) : _table(expected) {}
 
     qv_bool_t get(const T& key, T& elem) const override
@@ -63,17 +63,17 @@ private:
     typedef RX_ElemWrap<T> Elem;
     typedef RX_HTable_<Elem> Table;
 
-    /** Stands one place ahead of the element it gave, which may thus be removed. */
+    /** Is one element past the last one that it returned, so that this one may be removed. */
     class Cursor : public RX_SetCursor_U<T>
     {
     public:
-        explicit Cursor(const Table& table) : _table(table), _ahead(table.begin()), _changes(table.changes())
+        explicit Cursor(const Table& table) : _table(table), _next(table.begin()), _changes(table.changes())
         {
         }
 
         const T* next() override
         {
-            return _ahead == _table.end() ? nullptr : &(_ahead++)->value();
+            return _next == _table.end() ? nullptr : &(_next++)->value();
         }
         bool isOutdated() const override
         {
@@ -86,7 +86,7 @@ private:
 
     private:
         const Table& _table;
-        typename Table::Place _ahead;
+        typename Table::Place _next;
         std::size_t _changes;
     };
 

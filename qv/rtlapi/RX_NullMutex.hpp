@@ -3,17 +3,17 @@
 
 #include <qv/pmx/types.h>
 
-/** Stands where a template wants a lock and none is needed. */
+/** A mutex that does nothing, for templates that require one. */
 class RX_NullMutex
 {
 public:
-    /** @name Nothing to hold */
+    /** @name Locking */
     /** @{ */
     /** Does nothing. */
     void lock() const noexcept {}
     void unlock() const noexcept {}
     /** @} */
-    /** Always 1. */
+    /** Returns 1. */
     qv_bool_t tryLock() const noexcept
     {
         return 1;

@@ -3,7 +3,7 @@
 
 /**
  * @file
- * The base of the counted objects of the runtime layer.
+ * The base of the reference-counted objects of the runtime layer.
  */
 
 #include <qv/pmx/api.h>
@@ -11,14 +11,14 @@
 
 class RX_Exception_;
 
-/** Reports, in one line on the standard error, an object that goes while it has references. */
+/** Reports on standard error, in one line, that an object is destroyed while there are references to it. */
 DALNIM_API void RX_BadLockableDestruct() noexcept;
 
 /**
- * An object that counts the references to it. Made with `new` it starts with one, its creator's; the
- * last `detach` deletes it.
+ * A reference-counted object. It is created by `new` with one reference, owned by its creator; the last
+ * `detach` deletes it.
  *
- * Thread safety: `attach` and `detach` may be called from any thread that has a reference.
+ * Thread safety: `attach` and `detach` may be called by any thread that holds a reference.
  */
 class DALNIM_API RX_RefCounted_PRIVATE_
 {
@@ -26,17 +26,17 @@ public:
     RX_RefCounted_PRIVATE_() = default;
     RX_RefCounted_PRIVATE_(const RX_RefCounted_PRIVATE_&) = delete;
     RX_RefCounted_PRIVATE_& operator=(const RX_RefCounted_PRIVATE_&) = delete;
-    /** Calls RX_BadLockableDestruct when there are references. */
+    /** Calls RX_BadLockableDestruct() if there are references. */
     virtual ~RX_RefCounted_PRIVATE_() noexcept(false);
 
-    /** One reference more. The caller has one, or knows of one that stays. */
+    /** Adds a reference. The caller must hold one, or know of one that outlasts the call. */
     void attach() noexcept
     {
         qv_si_atomic_increment(&_refc);
     }
     /**
-     * One reference less; the last one deletes the object on this thread, and what its destructor throws
-     * passes.
+     * Releases a reference. The last one deletes the object on this thread; exceptions of its destructor
+     * propagate.
      */
     void detach()
     {
@@ -47,13 +47,14 @@ public:
 
 protected:
     /**
-     * The first member of a class whose other members may fail to be made: there is no object then, and
-     * the creator's reference is given up. It is told at the end of the constructor that nothing failed.
+     * Guards the construction of an object: the first member of a class if constructing its other members may
+     * throw. Unless complete() was called at the end of the constructor, the destructor drops the creator's
+     * reference, since there is no object.
      */
     class Construction
     {
     public:
-        /** Watches over the making of `object`. */
+        /** Guards the construction of `object`. */
         explicit Construction(RX_RefCounted_PRIVATE_& object) noexcept : _object(&object) {}
         Construction(const Construction&) = delete;
         Construction& operator=(const Construction&) = delete;
@@ -64,7 +65,7 @@ protected:
             }
         }
 
-        /** Nothing failed: the object keeps the creator's reference. */
+        /** Keeps the creator's reference: construction has succeeded. */
         void complete() noexcept
         {
             _object = nullptr;
@@ -74,7 +75,7 @@ protected:
         RX_RefCounted_PRIVATE_* _object;
     };
 
-    /** Gives up the creator's reference, for there will be no object, and throws the exception. */
+    /** Drops the creator's reference, since there will be no object, and throws `exception`. */
     [[noreturn]] void throwFromConstructor(const RX_Exception_& exception);
 
 private:

@@ -8,10 +8,10 @@
 class DALNIM_API RX_RelTime : public RX_Time
 {
 public:
-    /** Both may be of either sign; they are normalised. */
+    /** Normalises the arguments, which may be negative. */
     RX_RelTime(int seconds, int nanoseconds);
 
-    /** Now plus the interval. */
+    /** Returns the current time plus this interval. */
     RX_AbsTime deadline() const override;
 };
 

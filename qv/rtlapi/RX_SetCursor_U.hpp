@@ -1,20 +1,20 @@
 #ifndef QV_RTLAPI_RX_SETCURSOR_U_HPP
 #define QV_RTLAPI_RX_SETCURSOR_U_HPP
 
-/** What a kind of set gives its iterators: a way along its elements. */
+/** A position in a set, implemented by each kind of set for RX_SetIterator_U. */
 template <typename T>
 class RX_SetCursor_U
 {
 public:
     virtual ~RX_SetCursor_U() = default;
 
-    /** The next element, at first the first one; null at the end, and from then on. */
+    /** Returns the next element, initially the first one, or null at the end. */
     virtual const T* next() = 0;
 
-    /** Whether the set was changed since the cursor was made or refreshed. */
+    /** Returns true if the set was modified after the cursor was created or refreshed. */
     virtual bool isOutdated() const = 0;
 
-    /** Accepts a change: the removal of the element that `next()` gave last, and no other. */
+    /** Accepts a modification: only the removal of the element that `next()` returned last. */
     virtual void refresh() = 0;
 };
 

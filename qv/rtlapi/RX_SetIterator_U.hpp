@@ -8,17 +8,17 @@
 #include <qv/rtlapi/RX_Set_U.hpp>
 
 /**
- * Walks the elements of a set, each once. The set must outlive the iterator and stay as it is: after a
- * change that is not the iterator's own, everything here raises RX_ExError with code 51532.
+ * Iterates over the elements of a set, each once. The set must outlive the iterator. After a modification of
+ * the set that was not made through the iterator, all operations throw RX_ExError 51532.
  */
 template <typename T>
 class RX_SetIterator_U
 {
 public:
-    /** Stands before the first element. */
+    /** Constructs an iterator before the first element. */
     explicit RX_SetIterator_U(const RX_Set_U<T>& set) : _cursor(set.newCursor()) {}
 
-    /** Goes to the next element; 0 when there is none. */
+    /** Advances to the next element. Returns 0 at the end. */
     qv_bool_t next()
     {
         checkUnchanged();
@@ -27,7 +27,8 @@ public:
         return !_ended;
     }
 
-    /** Goes to the next element and copies it to `elem`; 0, and `elem` as it was, when there is none. */
+    /** Advances to the next element and copies it to `elem`. Returns 0 at the end; `elem` is then unchanged.
+     */
     qv_bool_t next(T& elem)
     {
         const qv_bool_t found = next();
@@ -38,8 +39,10 @@ public:
     }
 
     /**
-     * The current element. RX_ExError with code 51512 at the end, with code 51488 where there is none:
-     * before the first `next()`, and after its removal.
+     * Returns the current element.
+     *
+     * @throws RX_ExError  51512 at the end; 51488 if there is no current element: before the first `next()`,
+     * and after its removal
      */
     const T& current() const
     {
@@ -54,7 +57,7 @@ public:
     }
 
 protected:
-    /** Takes note that the current element was removed. */
+    /** Resets the current element after it was removed. */
     void forgetCurrent()
     {
         _cursor->refresh();

@@ -3,15 +3,15 @@
 
 #include <qv/rtlapi/RX_SetIterator_U.hpp>
 
-/** Walks the elements of a set and can remove them on its way. */
+/** Iterates over the elements of a set and can remove them. */
 template <typename T>
 class RX_SetModifier_U : public RX_SetIterator_U<T>
 {
 public:
-    /** Stands before the first element. */
+    /** Constructs an iterator before the first element. */
     explicit RX_SetModifier_U(RX_Set_U<T>& set) : RX_SetIterator_U<T>(set), _set(set) {}
 
-    /** Removes the current element; `next()` goes on behind it. Fails as `current()` does. */
+    /** Removes the current element; `next()` continues after it. Throws as `current()` does. */
     void remove()
     {
         _set.remove(this->current());

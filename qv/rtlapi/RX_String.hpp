@@ -3,7 +3,7 @@
 
 /**
  * @file
- * The string of the runtime layer, and how it is compared and written.
+ * The string of the runtime layer, with comparison and output.
  */
 
 #include <cstddef>
@@ -14,48 +14,48 @@
 #include <qv/pmx/atomic.h>
 
 /**
- * A string of bytes whose copies share one representation until one of them is written to. It may
- * hold zero bytes; a terminator that does not count follows its last byte.
+ * A copy-on-write byte string. It may contain zero bytes, and is followed by a terminator that length() does
+ * not include.
  *
- * Thread safety: like an `int`. Distinct objects may be used in any threads at once, also when they
- * share a representation.
+ * Thread safety: as for an `int`. Distinct objects may be used concurrently, even if they share a
+ * representation.
  */
 class DALNIM_API RX_String
 {
 public:
-    /** What stands in front of the characters. */
+    /** The header of a representation; the characters follow it. */
     struct Rep
     {
-        /** In bytes, without the terminator. */
+        /** Length in bytes, without the terminator. */
         std::size_t length;
-        /** For how many bytes there is room, without the terminator. */
+        /** Capacity in bytes, without the terminator. */
         std::size_t capacity;
-        /** How many strings share it. */
+        /** Number of strings that share it. */
         si_atomic_t ref_count;
 
-        /** The first character. */
+        /** Returns the first character. */
         char* characters() noexcept
         {
             return reinterpret_cast<char*>(this + 1);
         }
     };
 
-    /** The representation of the empty string and its terminator, never counted and never freed. */
+    /** The representation of the empty string with its terminator; not reference-counted, never freed. */
     struct EmptyRep
     {
-        /** Its length is 0. */
+        /** Has the length 0. */
         Rep rep;
         /** A zero byte. */
         char terminator;
     };
 
-    /** As a length: up to the terminating zero. */
+    /** As a length: up to the terminating zero byte. */
     static constexpr std::size_t NPOS = static_cast<std::size_t>(-1);
 
-    /** The empty string that stands for an argument left out. */
+    /** The empty string, as the default of optional arguments. */
     static const RX_String none;
 
-    /** Shared by all empty strings. */
+    /** The representation of all empty strings. */
     static EmptyRep _empty;
 
     constexpr RX_String() noexcept : _rep(&_empty.rep) {}
@@ -64,13 +64,14 @@ public:
     {
         attach();
     }
-    /** Takes over the representation of `other`, which is empty then. */
+    /** Takes the representation of `other`, which becomes empty. */
     RX_String(RX_String&& other) noexcept : _rep(std::exchange(other._rep, &_empty.rep)) {}
     /**
      * Copies `length` bytes of `text`.
      *
-     * @param text    may be null, which is the empty text
-     * @param length  NPOS means up to the terminating zero
+     * @param text    null is the empty string
+     * @param length  in bytes; NPOS means up to the terminating zero byte
+     * @throws std::length_error  if the string is too long
      */
     RX_String(const char* text, std::size_t length = NPOS);
     ~RX_String()
@@ -84,52 +85,52 @@ public:
         RX_String(other).swap(*this);
         return *this;
     }
-    /** Takes over the representation of `other`, which is empty then. */
+    /** Takes the representation of `other`, which becomes empty. */
     RX_String& operator=(RX_String&& other) noexcept
     {
         RX_String(std::move(other)).swap(*this);
         return *this;
     }
-    /** Copies up to the terminating zero; null is the empty text. */
+    /** Copies up to the terminating zero byte; null is the empty string. */
     RX_String& operator=(const char* text)
     {
         RX_String(text).swap(*this);
         return *this;
     }
 
-    /** Appends; takes constant time a byte over many calls. */
+    /** Appends `other`, in amortised constant time per byte. Throws std::length_error if it gets too long. */
     RX_String& operator+=(const RX_String& other);
 
-    /** The characters and their terminator, valid until this string is changed. */
+    /** Returns the characters with their terminator, valid until this string is modified. */
     const char* data() const noexcept
     {
         return _rep->characters();
     }
-    /** In bytes, without the terminator. */
+    /** Returns the length in bytes, without the terminator. */
     std::size_t length() const noexcept
     {
         return _rep->length;
     }
-    /** The representation: to be looked at, and not counted for the caller. */
+    /** Returns the representation. The caller does not own a reference, and must not modify it. */
     Rep* getRep() const noexcept
     {
         return _rep;
     }
 
-    /** Leaves the empty string. */
+    /** Makes the string empty. */
     void clear() noexcept
     {
         deref();
     }
-    /** Gives up the share of the representation, and leaves the empty string. */
+    /** Releases the representation and makes the string empty. */
     void deref() noexcept;
 
-    /** Lowers the letters in place, by the character classes of the current locale. */
+    /** Converts to lower case in place, in the current locale. Returns this string. */
     RX_String& toLower();
-    /** Raises the letters in place, by the character classes of the current locale. */
+    /** Converts to upper case in place, in the current locale. Returns this string. */
     RX_String& toUpper();
 
-    /** Exchanges the two. */
+    /** Swaps the two strings. */
     void swap(RX_String& other) noexcept
     {
         std::swap(_rep, other._rep);
@@ -162,12 +163,12 @@ inline void RX_String::deref() noexcept
 
 /** Compares all bytes. */
 DALNIM_API bool operator==(const RX_String& left, const RX_String& right) noexcept;
-/** Compares up to the terminating zero of `right`, which must not be null. */
+/** Compares with `right` up to its terminating zero byte; `right` must not be null. */
 DALNIM_API bool operator==(const RX_String& left, const char* right) noexcept;
 
-/** @name Comparison, the other ways */
+/** @name Comparison: the other operand orders, and inequality */
 /** @{ */
-/** As the two above. */
+/** Compares as the two operators above. */
 inline bool operator==(const char* left, const RX_String& right) noexcept
 {
     return right == left;
@@ -186,7 +187,7 @@ inline bool operator!=(const char* left, const RX_String& right) noexcept
 }
 /** @} */
 
-/** Writes all bytes, within the width of the stream. */
+/** Writes all bytes, padded to the width of the stream. */
 DALNIM_API std::ostream& operator<<(std::ostream& os, const RX_String& string);
 
 #endif

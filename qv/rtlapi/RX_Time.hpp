@@ -7,44 +7,44 @@
 class RX_AbsTime;
 
 /**
- * Seconds and nanoseconds, the latter from 0 to 999999999: half a second ago is -1 and 500000000.
- * What does not fit becomes the greatest or the least time there is.
+ * A time in seconds and nanoseconds. Nanoseconds are from 0 to 999999999: minus half a second is -1 and
+ * 500000000. Values that do not fit become the greatest or the least time.
  *
- * As such it is a point in time on CLOCK_MONOTONIC, the clock of RX_AbsTime.
+ * An object of this class itself is a point in time on CLOCK_MONOTONIC, the clock of RX_AbsTime.
  */
 class DALNIM_API RX_Time
 {
 public:
-    /** Both may be of either sign; they are normalised. */
+    /** Normalises the arguments, which may be negative. */
     RX_Time(int seconds, int nanoseconds);
     virtual ~RX_Time();
 
-    /** The whole seconds, rounded down. */
+    /** Returns the whole seconds, rounded down. */
     si_int32_t seconds() const noexcept
     {
         return _seconds;
     }
-    /** What is above them, from 0 to 999999999. */
+    /** Returns the nanoseconds above seconds(), from 0 to 999999999. */
     si_int32_t nanoseconds() const noexcept
     {
         return _nanoseconds;
     }
 
-    /** Carries whole seconds out of the nanosecond part. */
+    /** Carries whole seconds from the nanosecond part to the seconds. */
     void normalize() noexcept;
 
-    /** The point in time at which a wait for this time ends that begins now. */
+    /** Returns the deadline of a wait for this time that starts now. */
     virtual RX_AbsTime deadline() const;
 
 protected:
     /** @name Copying */
     /** @{ */
-    /** The same time. */
+    /** Copies the time. */
     RX_Time(const RX_Time&) = default;
     RX_Time& operator=(const RX_Time&) = default;
     /** @} */
 
-    /** A time from parts of any size. */
+    /** Normalises the arguments, which may have any value. */
     RX_Time(si_int64_t seconds, si_int64_t nanoseconds) noexcept;
 
 private:

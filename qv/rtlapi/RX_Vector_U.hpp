@@ -9,29 +9,29 @@
 #include <qv/rtlapi/RX_CollectionErrors_.hpp>
 
 /**
- * An array that grows and shrinks at its high end, with every index checked.
+ * A growing array with bounds checks. Elements are added and removed at its end.
  *
- * Any number of threads may read at once; a thread that writes needs the vector for itself.
+ * Thread safety: any number of threads may read concurrently; modification requires exclusive access.
  */
 template <typename T>
 class RX_Vector_U
 {
-    static_assert(!std::is_same_v<T, bool>, "elements are handed out by reference: use qv_bool_t");
+    static_assert(!std::is_same_v<T, bool>, "elements are returned by reference: use qv_bool_t");
 
 public:
-    /** An empty vector with room for `expected` elements. */
+    /** Constructs an empty vector, with memory reserved for `expected` elements. */
     explicit RX_Vector_U(std::size_t expected = 0)
     {
         _elems.reserve(expected);
     }
 
-    /** Adds an element behind the last one, in constant time on average. */
+    /** Appends an element, in amortised constant time. */
     void addhi(const T& elem)
     {
         _elems.push_back(elem);
     }
 
-    /** Takes the last element out. An empty vector raises RX_ExError with code 51488. */
+    /** Removes the last element and returns it. Throws RX_ExError 51488 if the vector is empty. */
     T remhi()
     {
         if (_elems.empty()) {
@@ -42,7 +42,7 @@ public:
         return elem;
     }
 
-    /** Drops the last `count` elements. If there are fewer, RX_ExError with code 51488, and all stay. */
+    /** Erases the last `count` elements. Throws RX_ExError 51488 if there are fewer, and then erases none. */
     void erasehi(std::size_t count = 1)
     {
         if (count > _elems.size()) {
@@ -51,20 +51,20 @@ public:
         _elems.erase(_elems.end() - static_cast<std::ptrdiff_t>(count), _elems.end());
     }
 
-    /** The number of elements. */
+    /** Returns the number of elements. */
     std::size_t size() const
     {
         return _elems.size();
     }
 
-    /** An index at or beyond `size()` raises RX_ExError with code 51458. */
+    /** Returns the element at `index`. Throws RX_ExError 51458 unless `index` is below size(). */
     T& operator[](std::size_t index)
     {
         check(index);
         return _elems[index];
     }
 
-    /** The same for reading. */
+    /** Returns the element at `index`. Throws RX_ExError 51458 unless `index` is below size(). */
     const T& operator[](std::size_t index) const
     {
         check(index);

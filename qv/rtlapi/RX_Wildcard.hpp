@@ -8,60 +8,60 @@
 #include <qv/rtlapi/RX_String.hpp>
 
 /**
- * A compiled pattern that texts are matched against.
+ * A compiled pattern.
  *
- * In the style WILD the pattern covers the whole text:
+ * A pattern of style WILD matches a whole string:
  *
  * | In the pattern | Matches |
  * |---|---|
- * | `*` | any run of bytes, also none |
+ * | `*` | any number of bytes, including none |
  * | `?` | any one byte |
  * | `[abc]`, `[a-z]` | one byte of the set |
- * | `[!abc]`, `[^a-z]` | one byte outside of the set |
+ * | `[!abc]`, `[^a-z]` | one byte that is not in the set |
  * | `<->` | a decimal number: one or more digits 0 to 9 |
- * | backslash and a byte | that byte, inside of brackets too |
+ * | backslash and a byte | that byte, also inside brackets |
  *
- * In a set, a `]` that comes first and a `-` at either end stand for themselves; there are no named
- * classes. A slash and a leading dot are bytes like any other, and no locale plays a part. Time is
- * bounded by the product of the two lengths.
+ * In a set, a leading `]` and a leading or trailing `-` match themselves; there are no named classes. Slashes
+ * and leading dots are ordinary bytes. Matching does not depend on the locale; its time is bounded by the
+ * product of the two lengths.
  *
- * In the style REGEXP the pattern is a POSIX extended regular expression, found anywhere in the text
- * unless it is anchored; the empty one matches everything. Its cost is that of the system's matcher:
- * take expressions from trusted sources alone.
+ * A pattern of style REGEXP is a POSIX extended regular expression. It matches anywhere in the string unless
+ * it is anchored; the empty expression matches any string. Matching takes as long as the system's matcher
+ * needs: use only expressions from trusted sources.
  *
- * Patterns and texts end at their first zero byte.
+ * Patterns and strings end at their first zero byte.
  *
- * Thread safety: `matches` may run in any number of threads at once; everything else needs the object
- * for itself.
+ * Thread safety: any number of threads may call `matches` concurrently; all other operations require
+ * exclusive access.
  */
 class DALNIM_API RX_Wildcard
 {
 public:
-    /** What a pattern is written in. */
+    /** The syntax of a pattern. */
     enum Style { WILD = 0, REGEXP = 1 };
 
-    /** Compiles, as `setPattern` does. */
+    /** Compiles a pattern. Throws as `setPattern` does. */
     RX_Wildcard(const RX_String& pattern, Style style);
     RX_Wildcard(const RX_Wildcard&) = delete;
     RX_Wildcard& operator=(const RX_Wildcard&) = delete;
     ~RX_Wildcard();
 
     /**
-     * Compiles `pattern` in place of the present one, which stays if this fails.
+     * Replaces the pattern. If this throws, the previous pattern is kept.
      *
-     * A bad pattern raises RX_ExError: in the style WILD with code 22 (EINVAL), in the style REGEXP
-     * with the number that `regcomp` gives (REG_BADPAT and its kin, from 1). Its arguments are the
-     * reason and the pattern.
+     * @throws RX_ExError  if the pattern is malformed: 22 (EINVAL) for the style WILD, the error code of
+     *     `regcomp` (REG_BADPAT and so on, from 1) for REGEXP. The arguments are the reason and the pattern.
+     * @throws std::bad_alloc
      */
     void setPattern(const RX_String& pattern, Style style);
 
-    /** 1 if `text` matches, otherwise 0; always 0 without a compiled pattern. */
+    /** Returns 1 if `text` matches, otherwise 0; always 0 without a compiled pattern. */
     qv_bool_t matches(const char* text) const;
 
-    /** Releases the compiled form, if any: from then on nothing matches until `setPattern`. */
+    /** Frees the compiled pattern, if any. Afterwards nothing matches until `setPattern`. */
     void freeCompiled() noexcept;
 
-    /** A pattern in the style WILD that matches `text` alone: its wildcards behind backslashes. */
+    /** Returns a pattern of style WILD that matches only `text`, with wildcards escaped by backslashes. */
     static RX_String quote(const RX_String& text);
 
 private:

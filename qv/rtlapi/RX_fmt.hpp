@@ -3,22 +3,22 @@
 
 /**
  * @file
- * Numbers as text.
+ * Conversion of numbers to strings.
  */
 
 #include <qv/pmx/api.h>
 #include <qv/rtlapi/RX_String.hpp>
 
-/** The value of a formatting option that stands for its default. */
+/** The default value of a formatting option. */
 constexpr unsigned int RX_FMT_DEFAULT = 314159265;
 
 /**
- * A number as text: its decimal digits and nothing else. The three options are there for the sake of
- * the callers that name them; no value of them alters the result.
+ * Returns the decimal digits of a number, and nothing else. The three options exist for the callers that pass
+ * them; their values have no effect.
  */
 DALNIM_API RX_String RX_fmt(unsigned int value, unsigned int option = 0, unsigned int width = RX_FMT_DEFAULT,
                             unsigned int precision = RX_FMT_DEFAULT);
-/** The same. */
+/** Returns the decimal digits of a number, as the overload for `unsigned int` does. */
 DALNIM_API RX_String RX_fmt(unsigned long value, unsigned int option = 0, unsigned int width = RX_FMT_DEFAULT,
                             unsigned int precision = RX_FMT_DEFAULT);
 

@@ -6,10 +6,10 @@
 /** Helpers of the runtime layer. */
 namespace qv {
 
-/** Gives up a reference. */
+/** Deleter that releases a reference. */
 struct Detach
 {
-    /** Calls `detach` on an object that is not null. */
+    /** Calls `detach` on `object`, which must not be null. */
     template <class Counted>
     void operator()(Counted* object) const
     {
@@ -17,11 +17,11 @@ struct Detach
     }
 };
 
-/** A reference to a counted object, taken over from whoever had it. */
+/** Owns one reference to a reference-counted object; the constructor takes over an existing one. */
 template <class Counted>
 using Reference = std::unique_ptr<Counted, Detach>;
 
-/** One further reference to a counted object; null to null. */
+/** Adds a reference to a reference-counted object and returns its owner. Returns null for null. */
 template <class Counted>
 Reference<Counted> share(Counted* object) noexcept
 {

@@ -20,7 +20,7 @@ static_assert(std::is_base_of_v<RX_RefCounted_PRIVATE_, RX_Lockable>);
 static_assert(std::is_base_of_v<RX_Mutex, RX_Lockable>);
 static_assert(std::is_base_of_v<RX_Lockable, RX_Monitor> && !std::is_destructible_v<RX_Monitor>);
 
-constexpr char REPORT[] = "qv: a counted object is destroyed while there are references to it\n";
+constexpr char REPORT[] = "qv: a reference-counted object is destroyed while there are references to it\n";
 
 class Counted : public RX_RefCounted_PRIVATE_
 {

@@ -4,7 +4,7 @@ namespace {
 
 timespec readClock()
 {
-    // Cannot fail: the clock exists, and so does the result.
+    // Cannot fail: the clock exists and the pointer is valid.
     timespec time = {};
     clock_gettime(CLOCK_MONOTONIC, &time);
     return time;

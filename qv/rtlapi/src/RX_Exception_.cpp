@@ -7,7 +7,7 @@
 
 #include <qv/pmx/errors.h>
 
-/** A message chained behind an exception. */
+/** A chained message. */
 struct RX_Exception_::Message
 {
     int code;
@@ -22,8 +22,11 @@ std::string_view view(const RX_String& string)
     return {string.data(), string.length()};
 }
 
-/** Messages into which arguments are put; with any other the arguments stand behind the text. */
-const char* findPattern(int code)
+/**
+ * Returns the message with placeholders for its arguments, or null: the arguments are then appended to the
+ * message.
+ */
+const char* findTemplate(int code)
 {
     switch (code) {
     case QV_RX_INDEX_RANGE:
@@ -33,31 +36,31 @@ const char* findPattern(int code)
     }
 }
 
-std::string textOf(int code)
+std::string messageOf(int code)
 {
     const char* const text = qv_si_strerror(code);
     return text != nullptr ? text : "Unknown error " + std::to_string(code);
 }
 
-std::string fillIn(std::string_view pattern, const RX_String* arguments)
+std::string substituteArguments(std::string_view messageTemplate, const RX_String* arguments)
 {
     std::string text;
-    for (std::size_t i = 0; i < pattern.size(); ++i) {
-        if (pattern[i] == '%') {
-            text += view(arguments[pattern[++i] - '1']);
+    for (std::size_t i = 0; i < messageTemplate.size(); ++i) {
+        if (messageTemplate[i] == '%') {
+            text += view(arguments[messageTemplate[++i] - '1']);
         } else {
-            text += pattern[i];
+            text += messageTemplate[i];
         }
     }
     return text;
 }
 
-std::string describe(int code, const RX_String* arguments)
+std::string format(int code, const RX_String* arguments)
 {
-    if (const char* const pattern = findPattern(code)) {
-        return fillIn(pattern, arguments);
+    if (const char* const messageTemplate = findTemplate(code)) {
+        return substituteArguments(messageTemplate, arguments);
     }
-    std::string text = textOf(code);
+    std::string text = messageOf(code);
     const char* separator = ": ";
     for (unsigned int i = 0; i < RX_Exception_::ARGUMENTS; ++i) {
         if (arguments[i].length() != 0) {
@@ -69,37 +72,37 @@ std::string describe(int code, const RX_String* arguments)
     return text;
 }
 
-/** Appends one line to `text`, folded: the blanks at which it is folded go. */
-void appendFolded(std::string& text, std::string_view line, std::size_t width)
+/** Appends one line to `text`, wrapped. Removes the spaces at which it is wrapped. */
+void appendWrapped(std::string& text, std::string_view line, std::size_t width)
 {
     while (line.size() > width) {
-        // The last blank that leaves no more than `width`, else the first one behind a longer word.
+        // The last space within `width`, otherwise the first one after a longer word.
         const std::size_t begin = line.find_first_not_of(' ');
-        std::size_t fold = line.rfind(' ', width);
-        if (fold == std::string_view::npos || fold < begin) {
-            fold = line.find(' ', std::max(width, begin));
+        std::size_t breakAt = line.rfind(' ', width);
+        if (breakAt == std::string_view::npos || breakAt < begin) {
+            breakAt = line.find(' ', std::max(width, begin));
         }
-        const std::size_t rest = line.find_first_not_of(' ', fold);
-        if (fold == std::string_view::npos || rest == std::string_view::npos) {
+        const std::size_t rest = line.find_first_not_of(' ', breakAt);
+        if (breakAt == std::string_view::npos || rest == std::string_view::npos) {
             break;
         }
-        text += line.substr(0, line.find_last_not_of(' ', fold) + 1);
+        text += line.substr(0, line.find_last_not_of(' ', breakAt) + 1);
         text += '\n';
         line.remove_prefix(rest);
     }
     text += line;
 }
 
-std::string fold(std::string_view text, std::size_t width)
+std::string wrap(std::string_view text, std::size_t width)
 {
-    std::string folded;
+    std::string wrapped;
     for (;;) {
         const std::size_t end = text.find('\n');
-        appendFolded(folded, text.substr(0, end), width);
+        appendWrapped(wrapped, text.substr(0, end), width);
         if (end == std::string_view::npos) {
-            return folded;
+            return wrapped;
         }
-        folded += '\n';
+        wrapped += '\n';
         text.remove_prefix(end + 1);
     }
 }
@@ -120,7 +123,7 @@ RX_Exception_::RX_Exception_(const RX_Exception_& other) : _line(0), _code(0)
 
 RX_Exception_::~RX_Exception_() = default;
 
-// Also to itself: see deepCopy(). NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
+// Handles self-assignment: see deepCopy(). NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
 RX_Exception_& RX_Exception_::operator=(const RX_Exception_& other)
 {
     deepCopy(other);
@@ -145,13 +148,13 @@ RX_Exception_& RX_Exception_::chain(int code, const RX_String& a1, const RX_Stri
 
 RX_String RX_Exception_::asString(unsigned int width) const
 {
-    std::string text = describe(_code, _arguments);
+    std::string text = format(_code, _arguments);
     for (const Message* message = _next.get(); message != nullptr; message = message->next.get()) {
         text += '\n';
-        text += describe(message->code, message->arguments);
+        text += format(message->code, message->arguments);
     }
     if (width != 0) {
-        text = fold(text, width);
+        text = wrap(text, width);
     }
     return RX_String(text.data(), text.size());
 }
@@ -168,7 +171,8 @@ void RX_Exception_::copyData(const RX_Exception_& other) noexcept
 
 void RX_Exception_::deepCopy(const RX_Exception_& other)
 {
-    // The copy is complete before anything here is given up, also when `other` is this exception.
+    // Copies everything before it modifies this exception: the copy may throw, and `other` may be this
+    // exception.
     std::unique_ptr<Message> copied;
     std::unique_ptr<Message>* last = &copied;
     for (const Message* message = other._next.get(); message != nullptr; message = message->next.get()) {

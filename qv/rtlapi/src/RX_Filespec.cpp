@@ -17,7 +17,7 @@
 
 namespace {
 
-// The kernel follows as many links in one name (path_resolution(7)).
+// As many links as the kernel follows in one name (path_resolution(7)).
 const int MAX_LINKS = 40;
 
 std::size_t baseOffset(const char* path, std::size_t length)
@@ -31,14 +31,15 @@ std::string directoryOf(const std::string& path)
     return path.substr(0, baseOffset(path.data(), path.size()));
 }
 
-// The effective user's rights, as an errno value; an empty path is the working directory.
+/** Checks the rights of the effective user. An empty path is the working directory. Returns an errno value.
+ */
 qv_err_t accessStatus(const std::string& path, int mode)
 {
     const char* const name = path.empty() ? "." : path.c_str();
     return ::faccessat(AT_FDCWD, name, mode, AT_EACCESS) == 0 ? 0 : errno;
 }
 
-// False if the path is no symbolic link.
+/** Replaces a symbolic link by its target. Returns false if `path` is not a symbolic link. */
 bool followLink(std::string& path)
 {
     char target[PATH_MAX];
@@ -51,7 +52,7 @@ bool followLink(std::string& path)
     return true;
 }
 
-// What opening a name with a slash at its end for writing fails with.
+/** Returns the error of opening a name that ends in a slash for writing. */
 qv_err_t directoryNameStatus(const std::string& path)
 {
     const std::size_t last = path.find_last_not_of('/');
@@ -60,9 +61,11 @@ qv_err_t directoryNameStatus(const std::string& path)
     return status == 0 ? EISDIR : status;
 }
 
-// What open(path, O_WRONLY | O_APPEND | O_CREAT) would fail with, told without the open: that one
-// would create the file, rewind a tape, wake the reader of a pipe, and with its close drop the locks
-// that the process holds on the file.
+/**
+ * Returns the error of open(path, O_WRONLY | O_APPEND | O_CREAT), or 0, without opening the file. Opening it
+ * could create the file, rewind a tape or wake the reader of a pipe, and closing it would release the locks
+ * that the process holds on the file.
+ */
 qv_err_t createStatus(std::string path)
 {
     for (int links = 0; links <= MAX_LINKS; ++links) {
@@ -73,10 +76,10 @@ qv_err_t createStatus(std::string path)
             if (access != ENOENT) {
                 return access;
             }
-            // Renamed in between, by the rotation of a log for example. Look it up again.
+            // Renamed after stat(), by the rotation of a log for example. Look it up again.
             continue;
         }
-        // A name that is too long is refused as such, whatever it ends in.
+        // ENAMETOOLONG takes precedence over a trailing slash.
         if (path.back() == '/' && status != ENAMETOOLONG) {
             return directoryNameStatus(path);
         }
@@ -84,7 +87,7 @@ qv_err_t createStatus(std::string path)
             return status;
         }
         if (!followLink(path)) {
-            // A name that was looked up and not found stands in a directory that can be entered.
+            // The lookup failed with ENOENT and not with EACCES, so the directory can be searched.
             return accessStatus(directoryOf(path), W_OK);
         }
     }
@@ -158,19 +161,19 @@ RX_String RX_Filespec::parse(component part) const
     const std::size_t end = _spec.length();
     switch (part) {
     case DIRECTORY:
-        return piece(0, _baseOffset);
+        return substring(0, _baseOffset);
     case BASENAME:
-        return piece(_baseOffset, end);
+        return substring(_baseOffset, end);
     case FILESPEC:
         return _spec;
     case COMPLETE:
         return complete();
     case FILENAME:
-        return piece(_baseOffset, endingBefore(end));
+        return substring(_baseOffset, extensionOffset(end));
     case TYPE:
-        return piece(endingBefore(end), end);
+        return substring(extensionOffset(end), end);
     case SUBTYPE:
-        return piece(endingBefore(endingBefore(end)), endingBefore(end));
+        return substring(extensionOffset(extensionOffset(end)), extensionOffset(end));
     case SCHEME:
     case HOST:
         break;
@@ -187,7 +190,7 @@ RX_String RX_Filespec::iparse(component part, int index) const
     case DIRECTORY:
         return directoryAt(index);
     case TYPE:
-        return endingAt(index);
+        return extensionAt(index);
     default:
         return index == 0 ? parse(part) : RX_String::none;
     }
@@ -200,8 +203,8 @@ RX_String RX_Filespec::quoted() const
     return result;
 }
 
-// The whole text is shared, not copied.
-RX_String RX_Filespec::piece(std::size_t from, std::size_t to) const
+// The whole name shares its representation.
+RX_String RX_Filespec::substring(std::size_t from, std::size_t to) const
 {
     return to - from == _spec.length() ? _spec : RX_String(_spec.data() + from, to - from);
 }
@@ -219,8 +222,8 @@ RX_String RX_Filespec::complete() const
     return result;
 }
 
-// Where the last ending within the first `end` bytes begins; `end` if there is none.
-std::size_t RX_Filespec::endingBefore(std::size_t end) const
+// Returns the offset of the last extension within the first `end` bytes, or `end` if there is none.
+std::size_t RX_Filespec::extensionOffset(std::size_t end) const
 {
     const char* const text = _spec.data();
     std::size_t start = _baseOffset;
@@ -231,15 +234,15 @@ std::size_t RX_Filespec::endingBefore(std::size_t end) const
     return dot == nullptr ? end : static_cast<std::size_t>(static_cast<const char*>(dot) - text);
 }
 
-RX_String RX_Filespec::endingAt(int index) const
+RX_String RX_Filespec::extensionAt(int index) const
 {
     std::size_t end = _spec.length();
-    std::size_t start = endingBefore(end);
+    std::size_t start = extensionOffset(end);
     for (; index > 0 && start != end; --index) {
         end = start;
-        start = endingBefore(end);
+        start = extensionOffset(end);
     }
-    return piece(start, end);
+    return substring(start, end);
 }
 
 RX_String RX_Filespec::directoryAt(int index) const
@@ -255,7 +258,7 @@ RX_String RX_Filespec::directoryAt(int index) const
             ++end;
         }
         if (index == 0 || start == end) {
-            return piece(start, end);
+            return substring(start, end);
         }
         start = end;
     }

@@ -12,11 +12,11 @@ RX_FilespecIterator::RX_FilespecIterator(const RX_Filespec& spec, qv_bool_t with
     if (with_directory) {
         _prefix = directory;
     }
-    // Raises the failure of a bad pattern, which the plain functions tell by number alone.
+    // Throws if the pattern is malformed, with the reason, which the function below does not report.
     const RX_Wildcard checked(pattern, RX_Wildcard::WILD);
     _status = qv_si_fileio_glob_construct(&_glob, directory.data(), pattern.data());
     if (_status == ENOMEM) {
-        // The system may have run out of it with names read already.
+        // Memory may have run out after some names were read.
         qv_si_fileio_glob_destruct(&_glob);
         throw std::bad_alloc();
     }

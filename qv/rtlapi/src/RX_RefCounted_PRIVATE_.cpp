@@ -6,7 +6,8 @@
 
 void RX_BadLockableDestruct() noexcept
 {
-    static constexpr char TEXT[] = "qv: a counted object is destroyed while there are references to it\n";
+    static constexpr char TEXT[] =
+        "qv: a reference-counted object is destroyed while there are references to it\n";
     const ssize_t written = write(STDERR_FILENO, TEXT, sizeof TEXT - 1);
     static_cast<void>(written);
 }

@@ -8,11 +8,11 @@
 #include <stdexcept>
 #include <string_view>
 
-// The terminator of the empty text stands where the characters of every other one begin.
+// The terminator of the empty string is where the characters of other representations start.
 static_assert(offsetof(RX_String::EmptyRep, terminator) == sizeof(RX_String::Rep), "no gap");
 static_assert(sizeof(RX_String) == sizeof(void*), "one pointer wide");
 
-// Constant data both: strings of other load-time objects may refer to them before any code has run.
+// Both are initialised at compile time, so static objects elsewhere may use them in their constructors.
 RX_String::EmptyRep RX_String::_empty = {{0, 0, 1}, '\0'};
 const RX_String RX_String::none;
 
@@ -33,7 +33,7 @@ RX_String& RX_String::operator+=(const RX_String& other)
         return *this = other;
     }
     if (other.length() != 0) {
-        // Keeps the characters where they are, should both be one string.
+        // Keeps the characters alive if `other` is this string.
         const RX_String source(other);
         append(source.data(), source.length());
     }
@@ -70,14 +70,15 @@ void RX_String::append(const char* text, std::size_t count)
     _rep->characters()[_rep->length] = '\0';
 }
 
-/** Makes sure that the representation is this string's own, with room for `capacity` bytes. */
+/** Ensures that the representation is not shared and has a capacity of at least `capacity` bytes. */
 void RX_String::makeWritable(std::size_t capacity)
 {
     const bool isOwn = _rep != &_empty.rep && __atomic_load_n(&_rep->ref_count, __ATOMIC_ACQUIRE) == 1;
     if (isOwn && capacity <= _rep->capacity) {
         return;
     }
-    // Grows by half when it grows at all, so that appending bit by bit copies each byte but a few times.
+    // Grows geometrically, by at least half, so that repeated appending takes amortised constant time per
+    // byte.
     const std::size_t grown = length() + length() / 2;
     Rep* const copy = allocate(capacity > length() ? std::max(capacity, grown) : capacity);
     copy->length = length();
@@ -91,7 +92,7 @@ RX_String& RX_String::mapCharacters(Mapping mapping)
 {
     const auto map = [mapping](char c) { return static_cast<char>(mapping(static_cast<unsigned char>(c))); };
 
-    // A string that is as it should be already stays shared.
+    // If nothing changes, the representation remains shared.
     const char* const end = data() + length();
     const char* const first = std::find_if(data(), end, [map](char c) { return map(c) != c; });
     if (first != end) {

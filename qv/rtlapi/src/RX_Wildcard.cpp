@@ -13,7 +13,7 @@
 
 namespace {
 
-/** Its code can be one of `regcomp`'s own numbering, whose text must not be that of an `errno` value. */
+/** Its code may be an error code of `regcomp`, which must not be formatted as an `errno` value. */
 class BadPattern : public RX_ExError
 {
 public:

@@ -5,7 +5,7 @@
 
 std::size_t RX_hashAlignedBytes(const char* bytes, std::size_t length) noexcept
 {
-    // The length goes in first: the last word is filled up with zeros, which may be data as well.
+    // Includes the length, since the padding of the last word does not differ from zero bytes in the data.
     std::size_t hash = RX_hash(length);
     for (std::size_t done = 0; done < length; done += sizeof(std::uint64_t)) {
         std::uint64_t word = 0;

@@ -7,7 +7,7 @@
 
 namespace qv {
 
-/** The name of a type as its writer spells it, or the mangled one when there is no other. */
+/** Returns the demangled name of a type, or the mangled name if it cannot be demangled. */
 RX_String typeName(const std::type_info& type);
 
 }
