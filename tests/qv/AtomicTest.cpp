@@ -12,7 +12,7 @@ namespace {
 static_assert(std::is_same_v<si_atomic_t, si_int32_t> && sizeof(si_atomic_t) == 4);
 static_assert(noexcept(qv_si_atomic_increment(nullptr)) && noexcept(qv_si_atomic_decrement(nullptr)));
 
-TEST(Atomic, GivesTheNewValue)
+TEST(Atomic, ReturnsTheNewValue)
 {
     si_atomic_t counter = 5;
     EXPECT_EQ(qv_si_atomic_increment(&counter), 6);
@@ -21,21 +21,21 @@ TEST(Atomic, GivesTheNewValue)
     EXPECT_EQ(counter, 6);
 }
 
-TEST(Atomic, GoesBelowZero)
+TEST(Atomic, DecrementOfZeroIsNegative)
 {
     si_atomic_t counter = 0;
     EXPECT_EQ(qv_si_atomic_decrement(&counter), -1);
     EXPECT_EQ(qv_si_atomic_increment(&counter), 0);
 }
 
-TEST(Atomic, WrapsAtItsEnds)
+TEST(Atomic, WrapsAroundOnOverflow)
 {
     si_atomic_t counter = 2147483647;
     EXPECT_EQ(qv_si_atomic_increment(&counter), -2147483647 - 1);
     EXPECT_EQ(qv_si_atomic_decrement(&counter), 2147483647);
 }
 
-TEST(Atomic, LosesNothingBetweenThreads)
+TEST(Atomic, ConcurrentChangesAreNotLost)
 {
     si_atomic_t counter = 0;
     std::vector<std::thread> threads;
@@ -54,10 +54,10 @@ TEST(Atomic, LosesNothingBetweenThreads)
     EXPECT_EQ(counter, 40000);
 }
 
-TEST(Atomic, TheLastOneDownSeesWhatTheOthersDid)
+TEST(Atomic, ThreadThatReachesZeroSeesWritesOfOthers)
 {
-    // An unsynchronised field is written by every holder before it lets go, each its own element, and
-    // all are read by the last. The thread sanitizer is the judge.
+    // Each thread writes its own element, without synchronisation, before its decrement; the thread that
+    // reaches 0 reads all of them. The thread sanitizer reports a missing order.
     for (int round = 0; round < 100; ++round) {
         si_atomic_t references = 2;
         int written[2] = {0, 0};

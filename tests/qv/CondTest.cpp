@@ -9,7 +9,7 @@
 
 namespace {
 
-static_assert(offsetof(si_cond_t, cond) == 0, "callers signal its start");
+static_assert(offsetof(si_cond_t, cond) == 0, "callers signal its first member");
 
 class Cond : public testing::Test
 {
@@ -29,7 +29,7 @@ protected:
     si_cond_t cond;
 };
 
-TEST_F(Cond, WaitReleasesTheMutexAndTakesItAgain)
+TEST_F(Cond, WaitReleasesTheMutexAndReacquiresIt)
 {
     bool isReady = false;
     bool hasSeen = false;
@@ -46,21 +46,21 @@ TEST_F(Cond, WaitReleasesTheMutexAndTakesItAgain)
     EXPECT_TRUE(waiter.awaitAsleep());
     ASSERT_EQ(qv_si_mutex_lock(&mutex), 0);
     isReady = true;
-    // The record is handed to the system as it is.
+    // The POSIX functions may be called on the record itself.
     EXPECT_EQ(pthread_cond_signal(reinterpret_cast<pthread_cond_t*>(&cond)), 0);
     ASSERT_EQ(qv_si_mutex_unlock(&mutex), 0);
     waiter.join();
     EXPECT_TRUE(hasSeen);
 }
 
-TEST_F(Cond, RefusesAWaitWithoutTheMutex)
+TEST_F(Cond, WaitFailsIfTheCallerDoesNotHoldTheMutex)
 {
     EXPECT_EQ(qv_si_cond_wait(&cond, &mutex), 1);
 }
 
-#ifndef __SANITIZE_THREAD__ // which takes the attempt for the deed
+#ifndef __SANITIZE_THREAD__ // regards the mutex as destroyed although the call fails
 
-TEST_F(Cond, KeepsAMutexInUseWhileItWaits)
+TEST_F(Cond, MutexCannotBeDestroyedDuringAWait)
 {
     bool isReady = false;
     qvtest::Caller waiter([&] {
@@ -80,12 +80,12 @@ TEST_F(Cond, KeepsAMutexInUseWhileItWaits)
 
 #endif
 
-TEST_F(Cond, CountsOnTheMonotonicClock)
+TEST_F(Cond, DeadlineIsOnTheMonotonicClock)
 {
     timespec now;
     ASSERT_EQ(clock_gettime(CLOCK_MONOTONIC, &now), 0);
     const timespec limit = {now.tv_sec + 3600, 0};
-    // An hour ahead on its own clock; long past on the clock of the wall. Something must wake it.
+    // An hour in the future on the monotonic clock, long past on the wall clock: only a signal ends the wait.
     bool isReady = false;
     int status = -1;
     qvtest::Caller waiter([&] {
@@ -105,7 +105,7 @@ TEST_F(Cond, CountsOnTheMonotonicClock)
     EXPECT_EQ(status, 0);
 }
 
-TEST(CondInit, RefusesAttributes)
+TEST(CondInit, FailsIfAttributesAreNotNull)
 {
     si_cond_t cond;
     EXPECT_EQ(qv_si_cond_init(&cond, "R"), 22);

@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(StrError, GivesTheSystemsTextOfAnErrnoValue)
+TEST(StrError, ErrnoValueHasTheMessageOfTheSystem)
 {
     EXPECT_STREQ(qv_si_strerror(0), "Success");
     EXPECT_STREQ(qv_si_strerror(2), "No such file or directory");
@@ -21,27 +21,27 @@ TEST(StrError, GivesTheSystemsTextOfAnErrnoValue)
     EXPECT_STREQ(qv_si_strerror(62), "Timer expired");
 }
 
-TEST(StrError, GivesNullForAnUnknownNumber)
+TEST(StrError, UnknownNumberHasNoMessage)
 {
-    // 41 and 58 are gaps between the system's numbers.
+    // 41 and 58 are not errno values.
     for (const int code : {-1, -22, 41, 58, 4095, 51457, 51460, 99999, 882164500,
                            std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
         EXPECT_EQ(qv_si_strerror(code), nullptr) << code;
     }
 }
 
-TEST(StrError, KnowsTheMessagesOfTheClassLibrary)
+TEST(StrError, ErrorsOfTheClassLibraryHaveMessages)
 {
     EXPECT_STREQ(qv_si_strerror(51458), "Index out of range");
     EXPECT_STREQ(qv_si_strerror(51459), "Condition does not hold");
     EXPECT_STREQ(qv_si_strerror(51488), "No such element");
-    EXPECT_STREQ(qv_si_strerror(51512), "Iterator used beyond its end");
-    EXPECT_STREQ(qv_si_strerror(51532), "Set was changed under its iterator");
+    EXPECT_STREQ(qv_si_strerror(51512), "Iterator used past its end");
+    EXPECT_STREQ(qv_si_strerror(51532), "Set was modified during an iteration");
     EXPECT_STREQ(qv_si_strerror(51536), "Exception");
     EXPECT_STREQ(qv_si_strerror(51537), "Exception of unknown type");
 }
 
-TEST(StrError, KnowsAMessageOfEveryFamily)
+TEST(StrError, EveryFamilyHasMessages)
 {
     EXPECT_STREQ(qv_si_strerror(49408), "Library cannot be loaded");
     EXPECT_STREQ(qv_si_strerror(49664), "Host name cannot be resolved");
@@ -56,18 +56,18 @@ TEST(StrError, KnowsAMessageOfEveryFamily)
     EXPECT_STREQ(qv_si_strerror(52992), "Signal handler cannot be installed");
 }
 
-TEST(StrError, GivesTheSameTextOnEveryThread)
+TEST(StrError, MessageIsTheSameOnEveryThread)
 {
     const char* here = qv_si_strerror(2);
     const char* there = nullptr;
     std::thread([&there] { there = qv_si_strerror(2); }).join();
     EXPECT_EQ(here, there);
-    // Asking for another text leaves the first one as it is.
+    // Looking up another message does not change the first one.
     qv_si_strerror(13);
     EXPECT_STREQ(here, "No such file or directory");
 }
 
-TEST(ErrorTables, WereEnteredWhenTheLibraryWasLoaded)
+TEST(ErrorTables, AreRegisteredWhenTheLibraryIsLoaded)
 {
     EXPECT_EQ(_qv_RTLD_error_table_initializer_done, 1);
     EXPECT_EQ(_qv_DNS_error_table_initializer_done, 1);
@@ -90,7 +90,7 @@ void countCall()
     ++initCalls;
 }
 
-TEST(ErrorTableInitializer, SetsTheFlagAndCallsOnce)
+TEST(ErrorTableInitializer, SetsTheFlagAndCallsInitOnce)
 {
     initCalls = 0;
     int done = 0;
@@ -105,21 +105,21 @@ TEST(ErrorTableInitializer, SetsTheFlagAndCallsOnce)
 int doneSeen = -1;
 int flag = 0;
 
-TEST(ErrorTableInitializer, SetsTheFlagBeforeTheCall)
+TEST(ErrorTableInitializer, SetsTheFlagBeforeItCallsInit)
 {
     flag = 0;
     const qv::ErrorTableInitializer initializer(flag, [] { doneSeen = flag; });
     EXPECT_EQ(doneSeen, 1);
 }
 
-TEST(ErrorTables, TakeFurtherFamiliesUntilTheyAreFull)
+TEST(ErrorTables, RegistrationFailsWhenTheTableIsFull)
 {
     static const qv_error_message_t messages[] = {{60001, "first"}, {60005, "second"}};
     static const qv_error_table_t table = {"TEST", messages, 2};
     EXPECT_EQ(qv_si_strerror(60001), nullptr);
     EXPECT_EQ(qv_si_error_table_add(nullptr), 22);
 
-    // In a process of its own, for a table stays for good.
+    // In a child process, since a table cannot be unregistered.
     EXPECT_EXIT(
         {
             bool isGood = qv_si_error_table_add(&table) == 0;
@@ -135,7 +135,7 @@ TEST(ErrorTables, TakeFurtherFamiliesUntilTheyAreFull)
         testing::ExitedWithCode(0), "");
 }
 
-TEST(Init, MayBeCalledManyTimesFromAnyThread)
+TEST(Init, SucceedsRepeatedlyOnAnyThread)
 {
     EXPECT_EQ(qv_si_init_only_multithreaded(), 0);
     EXPECT_EQ(qv_si_init_only_multithreaded(), 0);

@@ -8,7 +8,7 @@ namespace {
 
 using qvtest::Scratch;
 
-TEST(Glob, GivesTheMatchingNamesInOrder)
+TEST(Glob, ReturnsTheMatchingNamesInOrder)
 {
     const Scratch scratch;
     scratch.file("b1");
@@ -23,7 +23,7 @@ TEST(Glob, GivesTheMatchingNamesInOrder)
     qv_si_fileio_glob_destruct(&glob);
 }
 
-TEST(Glob, MayBeWalkedAndDestructedAfterAFailure)
+TEST(Glob, CanBeIteratedAndDestructedAfterAFailure)
 {
     qv_glob_t glob;
     EXPECT_EQ(qv_si_fileio_glob_construct(&glob, "/no/such/directory", "*"), 2);
@@ -35,7 +35,7 @@ TEST(Glob, MayBeWalkedAndDestructedAfterAFailure)
     qv_si_fileio_glob_destruct(&glob);
 }
 
-TEST(Glob, MayBeDestructedAgain)
+TEST(Glob, SecondDestructHasNoEffect)
 {
     qv_glob_t glob;
     ASSERT_EQ(qv_si_fileio_glob_construct(&glob, "/", "*"), 0);

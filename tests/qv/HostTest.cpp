@@ -21,13 +21,13 @@ TEST(GetHostName, IsTheSystemsName)
     EXPECT_STREQ(name, expected);
 }
 
-TEST(GetHostName, RefusesABufferThatIsTooSmall)
+TEST(GetHostName, FailsIfTheBufferIsTooSmall)
 {
     char name[1] = {'x'};
     EXPECT_EQ(qv_si_gethostname(name, sizeof name), 36);
 }
 
-TEST(AddressLookUp, GoesThereAndBack)
+TEST(AddressLookUp, NumericAddressIsResolvedAndFormatted)
 {
     addrinfo hints = {};
     hints.ai_family = AF_INET;
@@ -48,7 +48,7 @@ TEST(AddressLookUp, GoesThereAndBack)
     qv_si_freeaddrinfo(list);
 }
 
-TEST(AddressLookUp, GivesTheResolversNumber)
+TEST(AddressLookUp, FailureReturnsTheErrorOfTheResolver)
 {
     addrinfo hints = {};
     hints.ai_flags = AI_NUMERICHOST;
@@ -57,7 +57,7 @@ TEST(AddressLookUp, GivesTheResolversNumber)
     EXPECT_EQ(list, nullptr);
 }
 
-TEST(AddressLookUp, FreesNothing)
+TEST(AddressLookUp, FreeingNullHasNoEffect)
 {
     qv_si_freeaddrinfo(nullptr);
 }

@@ -20,7 +20,7 @@ namespace {
 
 using qvtest::Scratch;
 
-/** What a load gave. */
+/** Loads a library, and unloads it at the end of its scope. */
 struct Load
 {
     explicit Load(const std::string& path)
@@ -65,7 +65,7 @@ TEST(Library, IsLoadedAndUnloaded)
     EXPECT_EQ(dlopen(QV_TEST_PLUGIN, RTLD_LAZY | RTLD_NOLOAD), nullptr);
 }
 
-TEST(Library, IsCounted)
+TEST(Library, RemainsLoadedUntilTheLastUnload)
 {
     const Load first(QV_TEST_PLUGIN);
     {
@@ -75,13 +75,13 @@ TEST(Library, IsCounted)
     EXPECT_NE(qv_si_lib_find_symbol(first.handle, nullptr, "qv_test_plugin_value"), nullptr);
 }
 
-TEST(Library, HasAScopeOfItsOwn)
+TEST(Library, SymbolsAreNotVisibleToOtherModules)
 {
     const Load plugin(QV_TEST_PLUGIN);
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "qv_test_plugin_value"), nullptr);
 }
 
-TEST(Library, TellsWhyItCannotBeLoaded)
+TEST(Library, FailureReturnsTheReasonAndItsNumber)
 {
     const Load missing("/no/such/library.so");
     EXPECT_EQ(missing.status, 2);
@@ -97,14 +97,14 @@ TEST(Library, TellsWhyItCannotBeLoaded)
     EXPECT_EQ(garbage.text, path + ": invalid ELF header");
 }
 
-TEST(Library, TellsItWithoutAPlaceForTheText)
+TEST(Library, FailureReturnsTheNumberIfTheTextIsNotWanted)
 {
     qv_lhandle_t handle = reinterpret_cast<qv_lhandle_t>(this);
     EXPECT_EQ(qv_si_library_nload("/no/such/library.so", nullptr, &handle), 2);
     EXPECT_EQ(handle, nullptr);
 }
 
-TEST(Library, OfTheEmptyNameIsTheProcess)
+TEST(Library, EmptyNameLoadsTheProcessImage)
 {
     const Load process("");
     EXPECT_EQ(process.status, 0);
@@ -114,7 +114,7 @@ TEST(Library, OfTheEmptyNameIsTheProcess)
     EXPECT_NE(qv_si_lib_find_symbol(process.handle, nullptr, "qv_si_strerror"), nullptr);
 }
 
-TEST(Library, RefusesNothingAsAnArgument)
+TEST(Library, FailsIfAnArgumentIsNull)
 {
     qv_lhandle_t handle = nullptr;
     char* text = nullptr;
@@ -124,11 +124,11 @@ TEST(Library, RefusesNothingAsAnArgument)
     EXPECT_EQ(qv_si_library_unload(nullptr), 22);
 }
 
-TEST(FindSymbol, LooksInTheLibraryFirstAndThenInTheOthers)
+TEST(FindSymbol, SearchesTheLibraryBeforeTheModules)
 {
     const Load plugin(QV_TEST_PLUGIN);
     ASSERT_EQ(plugin.status, 0);
-    // What neither the library nor what it was linked with defines.
+    // Defined neither by the library nor by its dependencies.
     EXPECT_EQ(qv_si_lib_find_symbol(plugin.handle, nullptr, "qv_test_symbol_of_the_program"), nullptr);
 
     qv_module_list_t list = nullptr;
@@ -138,7 +138,7 @@ TEST(FindSymbol, LooksInTheLibraryFirstAndThenInTheOthers)
               &qv_test_symbol_of_the_program);
     EXPECT_EQ(qv_si_lib_find_symbol(plugin.handle, list, "qv_test_plugin_value"),
               qv_si_lib_find_symbol(plugin.handle, nullptr, "qv_test_plugin_value"));
-    // The list reaches what has a scope of its own, too.
+    // The list includes modules that were loaded with RTLD_LOCAL.
     EXPECT_EQ(qv_si_lib_find_symbol(nullptr, list, "qv_test_plugin_value"),
               qv_si_lib_find_symbol(plugin.handle, nullptr, "qv_test_plugin_value"));
     EXPECT_EQ(qv_si_lib_find_symbol(plugin.handle, list, "qv_test_no_such_symbol"), nullptr);
@@ -147,7 +147,7 @@ TEST(FindSymbol, LooksInTheLibraryFirstAndThenInTheOthers)
     qv_si_module_destroy_list(list);
 }
 
-TEST(ModuleList, KeepsItsModulesLoaded)
+TEST(ModuleList, ModulesRemainLoadedWhileTheListExists)
 {
     qv_module_list_t list = nullptr;
     {
@@ -159,7 +159,7 @@ TEST(ModuleList, KeepsItsModulesLoaded)
     EXPECT_EQ(dlopen(QV_TEST_PLUGIN, RTLD_LAZY | RTLD_NOLOAD), nullptr);
 }
 
-TEST(ModuleList, MayBeNull)
+TEST(ModuleList, NullListIsAccepted)
 {
     qv_si_module_destroy_list(nullptr);
     EXPECT_EQ(qv_si_module_create_list(nullptr), 22);

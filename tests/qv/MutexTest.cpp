@@ -20,7 +20,7 @@ qv_err_t onOtherThread(Call call)
 class Mutex : public testing::TestWithParam<const char*>
 {};
 
-TEST_P(Mutex, IsHeldByOneThread)
+TEST_P(Mutex, TrylockFailsWhileAnotherThreadHoldsIt)
 {
     si_mutex_t mutex;
     ASSERT_EQ(qv_si_mutex_init(&mutex, GetParam()), 0);
@@ -36,7 +36,7 @@ TEST_P(Mutex, IsHeldByOneThread)
     EXPECT_EQ(qv_si_mutex_destroy(&mutex), 0);
 }
 
-TEST_P(Mutex, RefusesAReleaseThatIsNotDue)
+TEST_P(Mutex, UnlockFailsIfTheCallerDoesNotHoldIt)
 {
     si_mutex_t mutex;
     ASSERT_EQ(qv_si_mutex_init(&mutex, GetParam()), 0);
@@ -47,7 +47,7 @@ TEST_P(Mutex, RefusesAReleaseThatIsNotDue)
     EXPECT_EQ(qv_si_mutex_destroy(&mutex), 0);
 }
 
-TEST_P(Mutex, CannotBeDestroyedWhileItIsLocked)
+TEST_P(Mutex, DestroyFailsWhileItIsLocked)
 {
     si_mutex_t mutex;
     ASSERT_EQ(qv_si_mutex_init(&mutex, GetParam()), 0);
@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(Attributes, Mutex, testing::Values(nullptr, "r", "R"));
 class PlainMutex : public testing::TestWithParam<const char*>
 {};
 
-TEST_P(PlainMutex, RefusesASecondLockOfOneThread)
+TEST_P(PlainMutex, SecondLockOfOneThreadFails)
 {
     si_mutex_t mutex;
     ASSERT_EQ(qv_si_mutex_init(&mutex, GetParam()), 0);
@@ -93,7 +93,7 @@ TEST_P(PlainMutex, RefusesASecondLockOfOneThread)
 
 INSTANTIATE_TEST_SUITE_P(Attributes, PlainMutex, testing::Values(nullptr, "r"));
 
-TEST(RecursiveMutex, CountsTheLocksOfOneThread)
+TEST(RecursiveMutex, IsReleasedByTheLastUnlock)
 {
     si_mutex_t mutex;
     ASSERT_EQ(qv_si_mutex_init(&mutex, "R"), 0);
@@ -108,7 +108,7 @@ TEST(RecursiveMutex, CountsTheLocksOfOneThread)
     EXPECT_EQ(qv_si_mutex_destroy(&mutex), 0);
 }
 
-TEST(MutexInit, RefusesUnknownAttributes)
+TEST(MutexInit, FailsIfAttributesAreUnknown)
 {
     si_mutex_t mutex;
     EXPECT_EQ(qv_si_mutex_init(&mutex, "x"), 22);
@@ -116,7 +116,7 @@ TEST(MutexInit, RefusesUnknownAttributes)
     EXPECT_EQ(qv_si_mutex_init(&mutex, "Rr"), 22);
 }
 
-TEST(MutexLock, GuardsACounter)
+TEST(MutexLock, ExcludesOtherThreads)
 {
     si_mutex_t mutex;
     ASSERT_EQ(qv_si_mutex_init(&mutex, nullptr), 0);

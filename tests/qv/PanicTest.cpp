@@ -10,13 +10,13 @@ namespace {
 class PanicDeathTest : public testing::Test
 {};
 
-TEST_F(PanicDeathTest, NamesThePlaceAndAborts)
+TEST_F(PanicDeathTest, WritesTheSourcePositionAndAborts)
 {
     EXPECT_EXIT(qv_si_panic_internal("sys/internal/src/ThreadState", 90), testing::KilledBySignal(SIGABRT),
                 "^qv: fatal error at sys/internal/src/ThreadState:90\n$");
 }
 
-TEST_F(PanicDeathTest, TakesAnyLine)
+TEST_F(PanicDeathTest, AnyLineNumberIsFormatted)
 {
     EXPECT_EXIT(qv_si_panic_internal("x", 0), testing::KilledBySignal(SIGABRT), "^qv: fatal error at x:0\n$");
     EXPECT_EXIT(qv_si_panic_internal("x", std::numeric_limits<int>::max()), testing::KilledBySignal(SIGABRT),
@@ -25,7 +25,7 @@ TEST_F(PanicDeathTest, TakesAnyLine)
                 "^qv: fatal error at x:-2147483648\n$");
 }
 
-TEST_F(PanicDeathTest, TakesNoPath)
+TEST_F(PanicDeathTest, NullPathIsAnUnknownSource)
 {
     EXPECT_EXIT(qv_si_panic_internal(nullptr, 7), testing::KilledBySignal(SIGABRT),
                 "^qv: fatal error at unknown source:7\n$");

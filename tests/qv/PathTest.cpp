@@ -16,7 +16,7 @@ namespace {
 using qvtest::AsNobody;
 using qvtest::Scratch;
 
-TEST(IsDir, TellsADirectoryFromTheRest)
+TEST(IsDir, DistinguishesDirectoriesFromOtherFiles)
 {
     const Scratch scratch;
     EXPECT_EQ(qv_si_isdir(scratch.directory("d").c_str()), 0);
@@ -30,7 +30,7 @@ TEST(IsDir, TellsADirectoryFromTheRest)
     EXPECT_EQ(qv_si_isdir(""), 2);
 }
 
-TEST(IsDir, FindsNothingBelowAFile)
+TEST(IsDir, PathBelowAFileDoesNotExist)
 {
     const Scratch scratch;
     EXPECT_EQ(qv_si_isdir((scratch.file("f") + "/below").c_str()), 2);
@@ -39,7 +39,7 @@ TEST(IsDir, FindsNothingBelowAFile)
 TEST(IsDir, FollowsLinks)
 {
     const Scratch scratch;
-    EXPECT_EQ(qv_si_isdir(scratch.link("to-folder", scratch.directory("d")).c_str()), 0);
+    EXPECT_EQ(qv_si_isdir(scratch.link("to-directory", scratch.directory("d")).c_str()), 0);
     EXPECT_EQ(qv_si_isdir(scratch.link("to-file", scratch.file("f")).c_str()), 20);
     EXPECT_EQ(qv_si_isdir(scratch.link("to-nothing", scratch.path("missing")).c_str()), 2);
     EXPECT_EQ(qv_si_isdir(scratch.link("to-itself", scratch.path("to-itself")).c_str()), 40);
@@ -48,18 +48,18 @@ TEST(IsDir, FollowsLinks)
 class IsDirAsNobody : public qvtest::NeedsRoot
 {};
 
-TEST_F(IsDirAsNobody, TellsThatTheWayIsBarred)
+TEST_F(IsDirAsNobody, FailsIfADirectoryCannotBeSearched)
 {
     const Scratch scratch;
-    const std::string barred = scratch.directory("barred", 0700);
-    scratch.file("barred/f");
+    const std::string closed = scratch.directory("closed", 0700);
+    scratch.file("closed/f");
     const AsNobody nobody;
-    EXPECT_EQ(qv_si_isdir(barred.c_str()), 0);
-    EXPECT_EQ(qv_si_isdir((barred + "/f").c_str()), 13);
-    EXPECT_EQ(qv_si_isdir((barred + "/missing").c_str()), 13);
+    EXPECT_EQ(qv_si_isdir(closed.c_str()), 0);
+    EXPECT_EQ(qv_si_isdir((closed + "/f").c_str()), 13);
+    EXPECT_EQ(qv_si_isdir((closed + "/missing").c_str()), 13);
 }
 
-TEST(IsDir, PassesOtherErrorsOn)
+TEST(IsDir, ReturnsOtherErrorsUnchanged)
 {
     EXPECT_EQ(qv_si_isdir(std::string(300, 'x').c_str()), 36);
     EXPECT_EQ(qv_si_isdir(nullptr), 22);
@@ -90,14 +90,14 @@ TEST_F(RealPath, IsAbsoluteAndCanonical)
     EXPECT_STREQ(buffer, "/");
 }
 
-TEST_F(RealPath, BeginsAtTheWorkingDirectory)
+TEST_F(RealPath, RelativePathStartsAtTheWorkingDirectory)
 {
     char buffer[4096];
     EXPECT_EQ(qv_si_getrealpath(".", sizeof buffer, buffer), 0);
     EXPECT_EQ(buffer, std::filesystem::current_path().string());
 }
 
-TEST_F(RealPath, FitsExactly)
+TEST_F(RealPath, SucceedsIfTheResultFitsExactly)
 {
     std::vector<char> buffer(root.size() + 2, 'x');
     EXPECT_EQ(qv_si_getrealpath(root.c_str(), root.size() + 1, buffer.data()), 0);
@@ -105,7 +105,7 @@ TEST_F(RealPath, FitsExactly)
     EXPECT_EQ(buffer.back(), 'x');
 }
 
-TEST_F(RealPath, FillsWhatFitsAndSaysSo)
+TEST_F(RealPath, TruncatesAndFailsIfTheResultDoesNotFit)
 {
     std::vector<char> buffer(root.size() + 1, 'x');
     EXPECT_EQ(qv_si_getrealpath(root.c_str(), root.size(), buffer.data()), 34);
@@ -118,7 +118,7 @@ TEST_F(RealPath, FillsWhatFitsAndSaysSo)
     EXPECT_EQ(one[1], 'x');
 }
 
-TEST_F(RealPath, LeavesTheEmptyTextWhenItFails)
+TEST_F(RealPath, BufferIsEmptyAfterAFailure)
 {
     char buffer[4096] = "before";
     EXPECT_EQ(qv_si_getrealpath(scratch.path("missing").c_str(), sizeof buffer, buffer), 2);
@@ -128,7 +128,7 @@ TEST_F(RealPath, LeavesTheEmptyTextWhenItFails)
     EXPECT_EQ(qv_si_getrealpath("", sizeof buffer, buffer), 2);
 }
 
-TEST_F(RealPath, RefusesNothingAsAnArgument)
+TEST_F(RealPath, FailsIfAnArgumentIsNull)
 {
     char buffer[2] = {'x', 'x'};
     EXPECT_EQ(qv_si_getrealpath(nullptr, sizeof buffer, buffer), 22);

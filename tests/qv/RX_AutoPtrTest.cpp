@@ -48,7 +48,7 @@ TEST(RXAutoPtr, MayBeNull)
     EXPECT_EQ(Pointer(nullptr).get(), nullptr);
 }
 
-TEST(RXAutoPtr, GivesItsObjectAway)
+TEST(RXAutoPtr, ReleaseTransfersTheOwnership)
 {
     Counted* object = nullptr;
     {
@@ -60,7 +60,7 @@ TEST(RXAutoPtr, GivesItsObjectAway)
     delete object;
 }
 
-TEST(RXAutoPtr, ACopyTakesTheObjectOver)
+TEST(RXAutoPtr, CopyTransfersTheOwnership)
 {
     const Pointer first(new Counted);
     {
@@ -72,7 +72,7 @@ TEST(RXAutoPtr, ACopyTakesTheObjectOver)
     const Pointer third(first);
 }
 
-TEST(RXAutoPtr, AssignmentTakesTheObjectOverAndDeletesItsOwn)
+TEST(RXAutoPtr, AssignmentDeletesItsObjectAndTransfersTheOwnership)
 {
     Pointer first(new Counted);
     Counted* const object = first.get();
@@ -82,7 +82,7 @@ TEST(RXAutoPtr, AssignmentTakesTheObjectOverAndDeletesItsOwn)
         second = first;
         EXPECT_EQ(Counted::alive, 1);
         EXPECT_EQ(second.get(), object);
-        // And back, where the object is pointed to already.
+        // And back: `first` still points to the object.
         first = second;
     }
     EXPECT_EQ(Counted::alive, 1);
@@ -92,7 +92,7 @@ TEST(RXAutoPtr, AssignmentTakesTheObjectOverAndDeletesItsOwn)
     EXPECT_EQ(first.get(), nullptr);
 }
 
-TEST(RXAutoPtr, KeepsItsObjectOnAssignmentOfOneThatDoesNotOwnIt)
+TEST(RXAutoPtr, AssignmentFromANonOwnerOfTheSameObjectKeepsTheOwnership)
 {
     Pointer first(new Counted);
     Pointer second(first);
@@ -103,7 +103,7 @@ TEST(RXAutoPtr, KeepsItsObjectOnAssignmentOfOneThatDoesNotOwnIt)
     EXPECT_EQ(Counted::alive, 1);
 }
 
-TEST(RXAutoPtr, HoldsCharactersAndStreams)
+TEST(RXAutoPtr, OwnsCharactersAndStreams)
 {
     const RX_AutoPtr_U<char> character(new char('x'));
     EXPECT_EQ(*character, 'x');

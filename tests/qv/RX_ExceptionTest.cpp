@@ -44,7 +44,7 @@ bool isCaught(const Thrown& thrown)
     }
 }
 
-TEST(RXException, HandlersCatchWhatIsBelowThem)
+TEST(RXException, HandlersCatchDerivedExceptions)
 {
     const RX_ExWarning warning(16);
     EXPECT_TRUE(isCaught<RX_ExWarning>(warning));
@@ -88,7 +88,7 @@ TYPED_TEST(RXExceptionClass, CarriesASourcePosition)
     EXPECT_EQ(exception.getCode(), 2);
     EXPECT_EQ(exception.getArgument(0), "one");
     EXPECT_EQ(exception.getArgument(1), "");
-    // The position is not part of the text.
+    // The message does not include the position.
     EXPECT_EQ(textOf(exception), "No such file or directory: one");
 }
 
@@ -138,7 +138,7 @@ TYPED_TEST(RXExceptionConversion, IsADeepCopy)
     EXPECT_EQ(textOf(copy), "Device or resource busy: one, two\nNo such file or directory: three");
 }
 
-TEST(RXException, IsAssigned)
+TEST(RXException, AssignmentIsADeepCopy)
 {
     RX_ExWarning target(16, "old");
     target.chain(2);
@@ -153,7 +153,7 @@ TEST(RXException, IsAssigned)
     EXPECT_EQ(textOf(source), "Invalid argument: new\nPermission denied: denied");
 }
 
-TEST(RXException, ChainsFurtherMessagesInTheirOrder)
+TEST(RXException, ChainAppendsMessagesInOrder)
 {
     RX_ExError exception(2, "first");
     EXPECT_EQ(&exception.chain(13, "second", "too"), &exception);
@@ -171,13 +171,13 @@ TEST(RXExceptionText, IsTheMessageOfTheCode)
     EXPECT_EQ(textOf(RX_ExFatal(16)), "Device or resource busy");
     EXPECT_EQ(textOf(RX_ExFatal(62)), "Timer expired");
     EXPECT_EQ(textOf(RX_ExFatal(51488)), "No such element");
-    EXPECT_EQ(textOf(RX_ExFatal(51512)), "Iterator used beyond its end");
-    EXPECT_EQ(textOf(RX_ExFatal(51532)), "Set was changed under its iterator");
+    EXPECT_EQ(textOf(RX_ExFatal(51512)), "Iterator used past its end");
+    EXPECT_EQ(textOf(RX_ExFatal(51532)), "Set was modified during an iteration");
     EXPECT_EQ(textOf(RX_ExFatal(99999)), "Unknown error 99999");
     EXPECT_EQ(textOf(RX_ExFatal(-7)), "Unknown error -7");
 }
 
-TEST(RXExceptionText, HasTheArgumentsPutIn)
+TEST(RXExceptionText, ArgumentsAreSubstitutedOrAppended)
 {
     EXPECT_EQ(textOf(RX_ExFatal(51458, "7", "3")), "Index 7 is out of range, the size is 3");
     EXPECT_EQ(textOf(RX_ExFatal(51459, "size_nolock() == 0 && _threadCount == 0")),
@@ -187,7 +187,7 @@ TEST(RXExceptionText, HasTheArgumentsPutIn)
               "Permission denied: a, c, d, e, f");
 }
 
-TEST(RXExceptionText, IsFoldedAtBlanks)
+TEST(RXExceptionText, IsWrappedAtSpaces)
 {
     const RX_ExFatal exception(22, "aaaa bbbb cccc dddd");
     EXPECT_EQ(textOf(exception), "Invalid argument: aaaa bbbb cccc dddd");
@@ -198,7 +198,7 @@ TEST(RXExceptionText, IsFoldedAtBlanks)
     EXPECT_EQ(textOf(exception, 0), "Invalid argument: aaaa bbbb cccc dddd");
 }
 
-TEST(RXExceptionText, LeavesLongWordsWhole)
+TEST(RXExceptionText, LongWordsAreNotBroken)
 {
     EXPECT_EQ(textOf(RX_ExFatal(22, "aaaaaaaaaaaaaaaaaaaaaaaa b"), 10),
               "Invalid\nargument:\naaaaaaaaaaaaaaaaaaaaaaaa\nb");
@@ -207,7 +207,7 @@ TEST(RXExceptionText, LeavesLongWordsWhole)
               "Invalid argument:\n" + std::string(100, 'x'));
 }
 
-TEST(RXExceptionText, FoldsAtRunsOfBlanksAndAtTheEnd)
+TEST(RXExceptionText, IsWrappedAtRunsOfSpacesAndAtTheEnd)
 {
     EXPECT_EQ(textOf(RX_ExFatal(22, "a    b"), 18), "Invalid argument:\na    b");
     EXPECT_EQ(textOf(RX_ExFatal(22, "a    b"), 20), "Invalid argument: a\nb");
@@ -216,19 +216,19 @@ TEST(RXExceptionText, FoldsAtRunsOfBlanksAndAtTheEnd)
     EXPECT_EQ(textOf(RX_ExFatal(22, "a\nb"), 78), "Invalid argument: a\nb");
 }
 
-TEST(RXExceptionText, FoldsTheMessagesOfAChainOneByOne)
+TEST(RXExceptionText, MessagesOfAChainAreWrappedSeparately)
 {
     RX_ExFatal exception(2);
     exception.chain(13);
     EXPECT_EQ(textOf(exception, 12), "No such file\nor directory\nPermission\ndenied");
 }
 
-TEST(RXCheck, PassesSuccess)
+TEST(RXCheck, DoesNotThrowForSuccess)
 {
     EXPECT_NO_THROW(RX_Check(0));
 }
 
-TEST(RXCheck, RaisesTheExceptionOfAStatus)
+TEST(RXCheck, ThrowsExFatalWithTheStatus)
 {
     try {
         RX_Check(16);
@@ -241,7 +241,7 @@ TEST(RXCheck, RaisesTheExceptionOfAStatus)
     EXPECT_THROW(RX_CheckThrow_(-1), RX_Exception);
 }
 
-/** What RX_analyzeCurrentException_ makes of an exception. */
+/** Returns the result of RX_analyzeCurrentException_() in a handler for `thrown`. */
 template <class Thrown>
 std::unique_ptr<RX_Exception> analyze(const Thrown& thrown)
 {
@@ -252,7 +252,7 @@ std::unique_ptr<RX_Exception> analyze(const Thrown& thrown)
     }
 }
 
-TEST(RXAnalyze, KeepsTheTypesOfTheTree)
+TEST(RXAnalyze, KeepsTheDynamicTypeOfAnRXException)
 {
     RX_ExWarning warning(9, "file", 16, "busy");
     warning.chain(2);
@@ -266,7 +266,7 @@ TEST(RXAnalyze, KeepsTheTypesOfTheTree)
     EXPECT_EQ(typeOf(*analyze(RX_Exception(1))), typeid(RX_Exception));
 }
 
-TEST(RXAnalyze, TakesTheTextOfAStandardException)
+TEST(RXAnalyze, StandardExceptionKeepsItsMessage)
 {
     const std::unique_ptr<RX_Exception> copy = analyze(std::runtime_error("what it says"));
     EXPECT_EQ(copy->getCode(), 51536);
@@ -275,20 +275,20 @@ TEST(RXAnalyze, TakesTheTextOfAStandardException)
     EXPECT_EQ(typeOf(*copy), typeid(RX_ExFatal));
 }
 
-TEST(RXAnalyze, TakesTheNumberOfASystemError)
+TEST(RXAnalyze, SystemErrorKeepsItsNumber)
 {
     const std::unique_ptr<RX_Exception> copy =
         analyze(std::system_error(std::make_error_code(std::errc::permission_denied), "open"));
     EXPECT_EQ(copy->getCode(), 13);
     EXPECT_EQ(textOf(*copy), "Permission denied: open: Permission denied");
     EXPECT_EQ(analyze(std::system_error(4, std::system_category()))->getCode(), 4);
-    // A number of another kind is no number of ours.
+    // Numbers of other categories are not errno values.
     EXPECT_EQ(analyze(std::ios_base::failure("stream"))->getCode(), 51536);
     EXPECT_EQ(analyze(std::future_error(std::future_errc::no_state))->getCode(), 51536);
     EXPECT_EQ(analyze(std::system_error(0, std::generic_category()))->getCode(), 51536);
 }
 
-TEST(RXAnalyze, KnowsTheLackOfMemory)
+TEST(RXAnalyze, BadAllocBecomesENOMEM)
 {
     EXPECT_EQ(analyze(std::bad_alloc())->getCode(), 12);
 }
@@ -296,14 +296,14 @@ TEST(RXAnalyze, KnowsTheLackOfMemory)
 struct Foreign
 {};
 
-TEST(RXAnalyze, NamesTheTypeOfAnythingElse)
+TEST(RXAnalyze, OtherExceptionsAreNamedByTheirType)
 {
     EXPECT_EQ(textOf(*analyze(5)), "Exception of unknown type: int");
     EXPECT_EQ(textOf(*analyze(Foreign())), "Exception of unknown type: (anonymous namespace)::Foreign");
     EXPECT_EQ(analyze(5)->getCode(), 51537);
 }
 
-TEST(RXAnalyze, GivesNullWhenNothingIsInFlight)
+TEST(RXAnalyze, ReturnsNullWithoutACurrentException)
 {
     EXPECT_EQ(RX_analyzeCurrentException_(), nullptr);
 }

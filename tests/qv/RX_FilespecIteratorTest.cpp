@@ -24,7 +24,7 @@ RX_Filespec specOf(const std::string& text)
     return RX_Filespec(text.c_str(), RX_Filespec::DONTCARE, 1);
 }
 
-std::vector<std::string> walk(const RX_Filespec& spec, qv_bool_t withDirectory = 0)
+std::vector<std::string> findFiles(const RX_Filespec& spec, qv_bool_t withDirectory = 0)
 {
     std::vector<std::string> names;
     RX_FilespecIterator iterator(spec, withDirectory);
@@ -34,65 +34,66 @@ std::vector<std::string> walk(const RX_Filespec& spec, qv_bool_t withDirectory =
     return names;
 }
 
-TEST(RX_FilespecIterator, WalksTheNumberedFiles)
+TEST(RX_FilespecIterator, FindsTheNumberedFiles)
 {
     const Scratch scratch;
     for (const char* const name :
          {"log", "log.0", "log.5", "log.10", "log.x", "log.", "log.1x", "log.1.2", "xlog.1"}) {
         scratch.file(name);
     }
-    EXPECT_THAT(walk(specOf(scratch.path("log.<->"))), ElementsAre("log.0", "log.10", "log.5"));
+    EXPECT_THAT(findFiles(specOf(scratch.path("log.<->"))), ElementsAre("log.0", "log.10", "log.5"));
 }
 
-TEST(RX_FilespecIterator, TellsTheFullNamesOnDemand)
+TEST(RX_FilespecIterator, NamesIncludeTheDirectoryIfRequested)
 {
     const Scratch scratch;
     scratch.file("b.log");
     scratch.file("a.log");
-    EXPECT_THAT(walk(specOf(scratch.path("*.log")), 1),
+    EXPECT_THAT(findFiles(specOf(scratch.path("*.log")), 1),
                 ElementsAre(scratch.path("a.log"), scratch.path("b.log")));
-    EXPECT_THAT(walk(specOf(scratch.path("*.log")), 0), ElementsAre("a.log", "b.log"));
+    EXPECT_THAT(findFiles(specOf(scratch.path("*.log")), 0), ElementsAre("a.log", "b.log"));
 }
 
-TEST(RX_FilespecIterator, SortsByBytes)
+TEST(RX_FilespecIterator, SortsBytewise)
 {
     const Scratch scratch;
     for (const char* const name : {"b", "B", "a", "\xc3\xa4", "10", "9", "_"}) {
         scratch.file(name);
     }
-    EXPECT_THAT(walk(specOf(scratch.path("*"))), ElementsAre("10", "9", "B", "_", "a", "b", "\xc3\xa4"));
+    EXPECT_THAT(findFiles(specOf(scratch.path("*"))), ElementsAre("10", "9", "B", "_", "a", "b", "\xc3\xa4"));
 }
 
-TEST(RX_FilespecIterator, GivesEveryKindOfFileButTheDots)
+TEST(RX_FilespecIterator, FindsAllFileTypesExceptDotAndDotDot)
 {
     const Scratch scratch;
-    scratch.directory("folder");
+    scratch.directory("directory");
     scratch.file(".hidden");
     scratch.link("dangling", "nowhere");
-    EXPECT_THAT(walk(specOf(scratch.path("*"))), ElementsAre(".hidden", "dangling", "folder"));
+    EXPECT_THAT(findFiles(specOf(scratch.path("*"))), ElementsAre(".hidden", "dangling", "directory"));
 }
 
-TEST(RX_FilespecIterator, ANameWithoutWildcardsIsTheFileItself)
+TEST(RX_FilespecIterator, NameWithoutWildcardsFindsTheFileItself)
 {
     const Scratch scratch;
     scratch.file("log.0");
-    EXPECT_THAT(walk(specOf(scratch.path("log.0"))), ElementsAre("log.0"));
-    EXPECT_THAT(walk(specOf(scratch.path("log.1"))), IsEmpty());
-    EXPECT_THAT(walk(specOf(scratch.path(""))), IsEmpty());
-    EXPECT_THAT(walk(specOf(scratch.path("."))), IsEmpty());
+    EXPECT_THAT(findFiles(specOf(scratch.path("log.0"))), ElementsAre("log.0"));
+    EXPECT_THAT(findFiles(specOf(scratch.path("log.1"))), IsEmpty());
+    EXPECT_THAT(findFiles(specOf(scratch.path(""))), IsEmpty());
+    EXPECT_THAT(findFiles(specOf(scratch.path("."))), IsEmpty());
 }
 
-TEST(RX_FilespecIterator, TakesTheDirectoryAsItStands)
+TEST(RX_FilespecIterator, WildcardsInTheDirectoryAreLiteral)
 {
     const Scratch scratch;
     scratch.directory("log[s]*\\");
     scratch.directory("logs");
     scratch.file("log[s]*\\/x.0");
     scratch.file("logs/x.1");
-    EXPECT_THAT(walk(specOf(scratch.path("log[s]*\\/x.<->")), 1), ElementsAre(scratch.path("log[s]*\\/x.0")));
+    EXPECT_THAT(findFiles(specOf(scratch.path("log[s]*\\/x.<->")), 1),
+                ElementsAre(scratch.path("log[s]*\\/x.0")));
 }
 
-TEST(RX_FilespecIterator, HonoursQuotedNames)
+TEST(RX_FilespecIterator, QuotedNamesMatchLiterally)
 {
     const Scratch scratch;
     for (const char* const name : {"a*[b]<->?\\.0", "a*[b]<->?\\.x", "aX[b]<->?\\.1", "a*b1X\\.2"}) {
@@ -100,22 +101,22 @@ TEST(RX_FilespecIterator, HonoursQuotedNames)
     }
     RX_String pattern = specOf(scratch.path("a*[b]<->?\\")).quoted();
     pattern += RX_String(".<->");
-    EXPECT_THAT(walk(RX_Filespec(pattern, RX_Filespec::DONTCARE, 1), 1),
+    EXPECT_THAT(findFiles(RX_Filespec(pattern, RX_Filespec::DONTCARE, 1), 1),
                 ElementsAre(scratch.path("a*[b]<->?\\.0")));
 }
 
-TEST(RX_FilespecIterator, ABareNameIsInTheWorkingDirectory)
+TEST(RX_FilespecIterator, BareNameIsInTheWorkingDirectory)
 {
     const Scratch scratch;
     scratch.file("log.0");
     const std::string before = std::filesystem::current_path();
     std::filesystem::current_path(scratch.path());
-    const std::vector<std::string> names = walk(specOf("log.<->"), 1);
+    const std::vector<std::string> names = findFiles(specOf("log.<->"), 1);
     std::filesystem::current_path(before);
     EXPECT_THAT(names, ElementsAre("log.0"));
 }
 
-TEST(RX_FilespecIterator, ADirectoryThatIsMissingGivesNoFile)
+TEST(RX_FilespecIterator, MissingDirectoryHasNoFilesAndAStatus)
 {
     const Scratch scratch;
     RX_FilespecIterator iterator(specOf(scratch.path("missing/*")), 1);
@@ -126,7 +127,7 @@ TEST(RX_FilespecIterator, ADirectoryThatIsMissingGivesNoFile)
     EXPECT_EQ(below.next(), 0);
 }
 
-TEST_F(RX_FilespecIteratorAsRoot, ADirectoryThatCannotBeReadGivesNoFile)
+TEST_F(RX_FilespecIteratorAsRoot, UnreadableDirectoryHasNoFilesAndAStatus)
 {
     const Scratch scratch;
     scratch.directory("hidden");
@@ -138,7 +139,7 @@ TEST_F(RX_FilespecIteratorAsRoot, ADirectoryThatCannotBeReadGivesNoFile)
     EXPECT_EQ(iterator.next(), 0);
 }
 
-TEST(RX_FilespecIterator, HasNoFileBeforeTheFirstAndBehindTheLast)
+TEST(RX_FilespecIterator, FilespecIsEmptyBeforeTheFirstAndAfterTheLastFile)
 {
     const Scratch scratch;
     scratch.file("only");
@@ -152,7 +153,7 @@ TEST(RX_FilespecIterator, HasNoFileBeforeTheFirstAndBehindTheLast)
     EXPECT_EQ(iterator.next(), 0);
 }
 
-TEST(RX_FilespecIterator, SeesTheDirectoryAsItWas)
+TEST(RX_FilespecIterator, IgnoresChangesAfterItsConstruction)
 {
     const Scratch scratch;
     scratch.file("a");
@@ -164,7 +165,7 @@ TEST(RX_FilespecIterator, SeesTheDirectoryAsItWas)
     EXPECT_EQ(iterator.next(), 0);
 }
 
-TEST(RX_FilespecIterator, ABadPatternRaises)
+TEST(RX_FilespecIterator, MalformedPatternThrows)
 {
     const Scratch scratch;
     try {
@@ -172,7 +173,7 @@ TEST(RX_FilespecIterator, ABadPatternRaises)
         FAIL();
     } catch (const RX_ExError& failure) {
         EXPECT_EQ(failure.getCode(), 22);
-        EXPECT_EQ(failure.asString(78), "Bad pattern: bracket without an end, a[b");
+        EXPECT_EQ(failure.asString(78), "Bad pattern: missing ], a[b");
     }
 }
 

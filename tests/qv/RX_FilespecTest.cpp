@@ -65,7 +65,7 @@ Outcome check(const std::string& path, RX_Filespec::access rights, si_uint16_t o
     return GRANTED;
 }
 
-TEST(RX_Filespec, RightsHaveTheirNumbers)
+TEST(RX_Filespec, RightsHaveTheirDocumentedValues)
 {
     EXPECT_EQ(static_cast<int>(RX_Filespec::DONTCARE), 0);
     EXPECT_EQ(static_cast<int>(RX_Filespec::READ), 1);
@@ -75,7 +75,7 @@ TEST(RX_Filespec, RightsHaveTheirNumbers)
     EXPECT_EQ(static_cast<int>(RX_Filespec::EXECUTE), 8);
 }
 
-TEST(RX_Filespec, ComponentsHaveTheirNumbers)
+TEST(RX_Filespec, ComponentsHaveTheirDocumentedValues)
 {
     EXPECT_EQ(static_cast<int>(RX_Filespec::SCHEME), 1);
     EXPECT_EQ(static_cast<int>(RX_Filespec::HOST), 2);
@@ -114,14 +114,14 @@ TEST(RX_Filespec, BasenameIsTheLastComponent)
     EXPECT_EQ(specOf("C:name").basename(), "C:name");
 }
 
-TEST(RX_Filespec, FilespecIsTheWhole)
+TEST(RX_Filespec, FilespecIsTheWholeName)
 {
     EXPECT_EQ(specOf("/var//log/./host.log").filespec(), "/var//log/./host.log");
     EXPECT_EQ(specOf("").filespec(), "");
     EXPECT_EQ(specOf(" a b ").filespec(), " a b ");
 }
 
-TEST(RX_Filespec, AWholeThatIsAComponentIsShared)
+TEST(RX_Filespec, ComponentThatIsTheWholeNameSharesItsCharacters)
 {
     const RX_String text("host.log");
     const RX_Filespec spec(text, RX_Filespec::DONTCARE, 0);
@@ -143,7 +143,7 @@ TEST(RX_Filespec, FilenameAndTypeMakeUpTheBasename)
     EXPECT_EQ(specOf("a.b/").parse(RX_Filespec::TYPE), "");
 }
 
-TEST(RX_Filespec, DotsInFrontAreNoEnding)
+TEST(RX_Filespec, LeadingDotsDoNotStartAnExtension)
 {
     EXPECT_EQ(specOf("d/.profile").parse(RX_Filespec::FILENAME), ".profile");
     EXPECT_EQ(specOf("d/.profile").parse(RX_Filespec::TYPE), "");
@@ -153,20 +153,20 @@ TEST(RX_Filespec, DotsInFrontAreNoEnding)
     EXPECT_EQ(specOf(".").parse(RX_Filespec::FILENAME), ".");
 }
 
-TEST(RX_Filespec, SubtypeIsTheEndingBeforeTheType)
+TEST(RX_Filespec, SubtypeIsTheExtensionBeforeTheType)
 {
     EXPECT_EQ(specOf("a.b/x.tar.gz").parse(RX_Filespec::SUBTYPE), ".tar");
     EXPECT_EQ(specOf("a.b/x.gz").parse(RX_Filespec::SUBTYPE), "");
     EXPECT_EQ(specOf("a.b/x").parse(RX_Filespec::SUBTYPE), "");
 }
 
-TEST(RX_Filespec, ThereIsNoSchemeAndNoHost)
+TEST(RX_Filespec, SchemeAndHostAreEmpty)
 {
     EXPECT_EQ(specOf("http://host/file").parse(RX_Filespec::SCHEME), "");
     EXPECT_EQ(specOf("http://host/file").parse(RX_Filespec::HOST), "");
 }
 
-TEST(RX_Filespec, CompleteBeginsAtTheRoot)
+TEST(RX_Filespec, CompleteIsAbsolute)
 {
     const Scratch scratch;
     const std::string before = std::filesystem::current_path();
@@ -179,7 +179,7 @@ TEST(RX_Filespec, CompleteBeginsAtTheRoot)
     std::filesystem::current_path(before);
 }
 
-TEST(RX_Filespec, CompleteRaisesWithoutAWorkingDirectory)
+TEST(RX_Filespec, CompleteThrowsIfTheWorkingDirectoryWasRemoved)
 {
     const Scratch scratch;
     const std::string before = std::filesystem::current_path();
@@ -195,7 +195,7 @@ TEST(RX_Filespec, CompleteRaisesWithoutAWorkingDirectory)
     EXPECT_EQ(code, 2);
 }
 
-TEST(RX_Filespec, IparseGivesDirectoriesFromTheOutermost)
+TEST(RX_Filespec, IparseCountsDirectoriesFromTheOutermost)
 {
     const RX_Filespec spec = specOf("/var//log/host.log");
     EXPECT_EQ(spec.iparse(RX_Filespec::DIRECTORY, 0), "var");
@@ -206,7 +206,7 @@ TEST(RX_Filespec, IparseGivesDirectoriesFromTheOutermost)
     EXPECT_EQ(specOf("host.log").iparse(RX_Filespec::DIRECTORY, 0), "");
 }
 
-TEST(RX_Filespec, IparseGivesEndingsFromTheLast)
+TEST(RX_Filespec, IparseCountsExtensionsFromTheLast)
 {
     const RX_Filespec spec = specOf("a.b/x.1.tar.gz");
     EXPECT_EQ(spec.iparse(RX_Filespec::TYPE, 0), ".gz");
@@ -216,7 +216,7 @@ TEST(RX_Filespec, IparseGivesEndingsFromTheLast)
     EXPECT_EQ(spec.iparse(RX_Filespec::TYPE, 2147483647), "");
 }
 
-TEST(RX_Filespec, IparseGivesOtherComponentsAsOnePiece)
+TEST(RX_Filespec, IparseReturnsOtherComponentsWhole)
 {
     const RX_Filespec spec = specOf("a/x.gz");
     EXPECT_EQ(spec.iparse(RX_Filespec::BASENAME, 0), "x.gz");
@@ -224,7 +224,7 @@ TEST(RX_Filespec, IparseGivesOtherComponentsAsOnePiece)
     EXPECT_EQ(spec.iparse(RX_Filespec::FILESPEC, 0), "a/x.gz");
 }
 
-TEST(RX_Filespec, QuotedPutsTheWildcardsOfTheBasenameBehindBackslashes)
+TEST(RX_Filespec, QuotedEscapesTheWildcardsOfTheBasename)
 {
     EXPECT_EQ(specOf("/lo[g]*/a*b?.log").quoted(), "/lo[g]*/a\\*b\\?.log");
     EXPECT_EQ(specOf("plain").quoted(), "plain");
@@ -237,7 +237,7 @@ TEST(RX_FilespecRights, DontcareNeverFails)
     EXPECT_EQ(check(std::string("a\0b", 3), RX_Filespec::DONTCARE), GRANTED);
 }
 
-TEST_F(RX_FilespecAsRoot, ADeferredCheckNeverFails)
+TEST_F(RX_FilespecAsRoot, DeferredCheckNeverFails)
 {
     const Scratch scratch;
     const std::string hidden = scratch.directory("hidden", 0700);
@@ -250,7 +250,7 @@ TEST_F(RX_FilespecAsRoot, ADeferredCheckNeverFails)
     }
 }
 
-TEST(RX_FilespecRights, TheOwnerOfAFileHasThem)
+TEST(RX_FilespecRights, OwnerHasTheRightsOfTheFileMode)
 {
     const Scratch scratch;
     const std::string file = scratch.file("file", 0700);
@@ -264,7 +264,7 @@ TEST(RX_FilespecRights, TheOwnerOfAFileHasThem)
     EXPECT_EQ(check(file, all), GRANTED);
 }
 
-TEST(RX_FilespecRights, ADirectoryHasThemToo)
+TEST(RX_FilespecRights, OwnerHasTheRightsOfADirectory)
 {
     const Scratch scratch;
     EXPECT_EQ(check(scratch.path(), RX_Filespec::READ), GRANTED);
@@ -284,13 +284,13 @@ TEST_F(RX_FilespecAsRoot, RightsAreThoseOfTheEffectiveUser)
     EXPECT_EQ(check(file, RX_Filespec::CREATE), WARNING_ACCESS);
 }
 
-TEST(RX_FilespecRights, ExecutingAPlainFileIsRefusedToAnyone)
+TEST(RX_FilespecRights, FileWithoutExecuteBitsIsExecutableForNoUser)
 {
     const Scratch scratch;
     EXPECT_EQ(check(scratch.file("file", 0644), RX_Filespec::EXECUTE), WARNING_ACCESS);
 }
 
-TEST(RX_FilespecRights, AFileThatIsMissingIsAnError)
+TEST(RX_FilespecRights, MissingFileIsAnError)
 {
     const Scratch scratch;
     for (const RX_Filespec::access rights : {RX_Filespec::READ, RX_Filespec::WRITE, RX_Filespec::EXECUTE}) {
@@ -300,7 +300,7 @@ TEST(RX_FilespecRights, AFileThatIsMissingIsAnError)
     }
 }
 
-TEST(RX_FilespecRights, AZeroByteIsInNoName)
+TEST(RX_FilespecRights, NameWithAZeroByteIsAnError)
 {
     const Scratch scratch;
     const std::string name = scratch.file("file") + std::string("\0tail", 5);
@@ -308,7 +308,7 @@ TEST(RX_FilespecRights, AZeroByteIsInNoName)
     EXPECT_EQ(check(name, RX_Filespec::CREATE), error(22));
 }
 
-TEST(RX_FilespecRights, AFailureNamesTheFile)
+TEST(RX_FilespecRights, ErrorNamesTheFile)
 {
     try {
         const RX_Filespec spec("/no/such/file", RX_Filespec::READ, 0);
@@ -319,7 +319,7 @@ TEST(RX_FilespecRights, AFailureNamesTheFile)
     }
 }
 
-TEST(RX_FilespecCreate, LeavesAFileThatIsMissingMissing)
+TEST(RX_FilespecCreate, DoesNotCreateTheFile)
 {
     const Scratch scratch;
     EXPECT_EQ(check(scratch.path("new"), RX_Filespec::CREATE), GRANTED);
@@ -329,7 +329,7 @@ TEST(RX_FilespecCreate, LeavesAFileThatIsMissingMissing)
     EXPECT_FALSE(std::filesystem::exists(scratch.path("new")));
 }
 
-TEST(RX_FilespecCreate, LeavesAFileAsItIs)
+TEST(RX_FilespecCreate, DoesNotModifyTheFile)
 {
     const Scratch scratch;
     const std::string file = scratch.file("file");
@@ -339,7 +339,7 @@ TEST(RX_FilespecCreate, LeavesAFileAsItIs)
     EXPECT_EQ(std::filesystem::last_write_time(file), before);
 }
 
-TEST(RX_FilespecCreate, KeepsTheLocksOfTheProcess)
+TEST(RX_FilespecCreate, DoesNotReleaseFileLocksOfTheProcess)
 {
     const Scratch scratch;
     const std::string file = scratch.file("file");
@@ -361,7 +361,7 @@ TEST(RX_FilespecCreate, KeepsTheLocksOfTheProcess)
     ::close(descriptor);
 }
 
-TEST(RX_FilespecCreate, TakesTheWorkingDirectoryForABareName)
+TEST(RX_FilespecCreate, BareNameIsInTheWorkingDirectory)
 {
     const Scratch scratch;
     const std::string before = std::filesystem::current_path();
@@ -371,7 +371,7 @@ TEST(RX_FilespecCreate, TakesTheWorkingDirectoryForABareName)
     EXPECT_EQ(outcome, GRANTED);
 }
 
-TEST_F(RX_FilespecAsRoot, RefusedCreationIsAWarning)
+TEST_F(RX_FilespecAsRoot, DeniedCreationIsAWarning)
 {
     const Scratch scratch;
     const std::string closed = scratch.directory("closed", 0755);
@@ -384,7 +384,7 @@ TEST_F(RX_FilespecAsRoot, RefusedCreationIsAWarning)
     EXPECT_EQ(check(hidden + "/new/", RX_Filespec::CREATE), WARNING_ACCESS);
 }
 
-TEST_F(RX_FilespecAsRoot, AWritableFileInAClosedDirectoryCanBeAppendedTo)
+TEST_F(RX_FilespecAsRoot, WritableFileInAReadOnlyDirectoryIsGranted)
 {
     const Scratch scratch;
     const std::string file = scratch.directory("closed", 0755) + "/file";
@@ -393,7 +393,7 @@ TEST_F(RX_FilespecAsRoot, AWritableFileInAClosedDirectoryCanBeAppendedTo)
     EXPECT_EQ(check(file, RX_Filespec::CREATE), GRANTED);
 }
 
-TEST(RX_FilespecCreate, AMissingDirectoryIsAnError)
+TEST(RX_FilespecCreate, MissingDirectoryIsAnError)
 {
     const Scratch scratch;
     EXPECT_EQ(check(scratch.path("missing/new"), RX_Filespec::CREATE), error(2));
@@ -401,7 +401,7 @@ TEST(RX_FilespecCreate, AMissingDirectoryIsAnError)
     EXPECT_EQ(check(scratch.file("file") + "/new", RX_Filespec::CREATE), error(20));
 }
 
-TEST(RX_FilespecCreate, ADirectoryInTheFilesPlaceIsAnError)
+TEST(RX_FilespecCreate, NameOfADirectoryIsAnError)
 {
     const Scratch scratch;
     EXPECT_EQ(check(scratch.path(), RX_Filespec::CREATE), error(21));
@@ -410,7 +410,7 @@ TEST(RX_FilespecCreate, ADirectoryInTheFilesPlaceIsAnError)
     EXPECT_EQ(check("/", RX_Filespec::CREATE), error(21));
 }
 
-TEST_F(RX_FilespecAsRoot, ADirectoryInTheFilesPlaceIsAnErrorAllTheSame)
+TEST_F(RX_FilespecAsRoot, NameOfADirectoryThatCannotBeWrittenToIsAnError)
 {
     const Scratch scratch;
     const std::string closed = scratch.directory("closed", 0755);
@@ -418,7 +418,7 @@ TEST_F(RX_FilespecAsRoot, ADirectoryInTheFilesPlaceIsAnErrorAllTheSame)
     EXPECT_EQ(check(closed, RX_Filespec::CREATE), error(21));
 }
 
-TEST(RX_FilespecCreate, ASlashAtTheEndIsAnError)
+TEST(RX_FilespecCreate, TrailingSlashIsAnError)
 {
     const Scratch scratch;
     EXPECT_EQ(check(scratch.path("new/"), RX_Filespec::CREATE), error(21));
@@ -428,7 +428,7 @@ TEST(RX_FilespecCreate, ASlashAtTheEndIsAnError)
     EXPECT_EQ(check(scratch.path("new"), RX_Filespec::CREATE), GRANTED);
 }
 
-TEST(RX_FilespecCreate, ANameTooLongIsAnError)
+TEST(RX_FilespecCreate, NameThatIsTooLongIsAnError)
 {
     const Scratch scratch;
     EXPECT_EQ(check(scratch.path(std::string(256, 'x')), RX_Filespec::CREATE), error(36));
@@ -446,7 +446,7 @@ TEST(RX_FilespecCreate, NameThatIsTooLongAndEndsInASlashIsTooLong)
     EXPECT_EQ(check(scratch.path(std::string(255, 'x') + "/"), RX_Filespec::CREATE), error(21));
 }
 
-TEST(RX_FilespecCreate, ADanglingLinkCountsAsItsTarget)
+TEST(RX_FilespecCreate, DanglingLinkIsCheckedAsItsTarget)
 {
     const Scratch scratch;
     scratch.directory("sub");
@@ -455,12 +455,12 @@ TEST(RX_FilespecCreate, ADanglingLinkCountsAsItsTarget)
     EXPECT_EQ(check(scratch.link("chained", "relative"), RX_Filespec::CREATE), GRANTED);
     EXPECT_EQ(check(scratch.link("lost", "missing/new"), RX_Filespec::CREATE), error(2));
     EXPECT_EQ(check(scratch.link("slashed", "new/"), RX_Filespec::CREATE), error(21));
-    EXPECT_EQ(check(scratch.link("folder", "sub"), RX_Filespec::CREATE), error(21));
+    EXPECT_EQ(check(scratch.link("directory", "sub"), RX_Filespec::CREATE), error(21));
     EXPECT_EQ(check(scratch.link("circle", "circle"), RX_Filespec::CREATE), error(40));
     EXPECT_FALSE(std::filesystem::exists(scratch.path("sub/new")));
 }
 
-TEST_F(RX_FilespecAsRoot, ADanglingLinkIsRefusedWhereItsTargetIs)
+TEST_F(RX_FilespecAsRoot, DanglingLinkIsDeniedIfItsTargetIs)
 {
     const Scratch scratch;
     scratch.directory("closed", 0755);
@@ -472,7 +472,7 @@ TEST_F(RX_FilespecAsRoot, ADanglingLinkIsRefusedWhereItsTargetIs)
     EXPECT_EQ(check(outward, RX_Filespec::CREATE), GRANTED);
 }
 
-// Exits with 0 if the checks hold on a file system that is read-only, with 77 if none can be made.
+/** Returns 0 if the checks succeed on a read-only file system, 77 if none can be mounted, otherwise 1. */
 int checkReadOnly(const Scratch& scratch)
 {
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0
@@ -490,7 +490,7 @@ int checkReadOnly(const Scratch& scratch)
     return right ? 0 : 1;
 }
 
-TEST(RX_FilespecCreate, AFileSystemThatIsReadOnlyIsAnError)
+TEST(RX_FilespecCreate, ReadOnlyFileSystemIsAnError)
 {
     const Scratch scratch;
     const pid_t child = ::fork();
@@ -501,12 +501,12 @@ TEST(RX_FilespecCreate, AFileSystemThatIsReadOnlyIsAnError)
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status));
     if (WEXITSTATUS(status) == 77) {
-        GTEST_SKIP() << "no file system can be mounted here";
+        GTEST_SKIP() << "cannot mount a file system";
     }
     EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST_F(RX_FilespecAsRoot, AProgramThatIsRunningIsLeftToTheOpen)
+TEST_F(RX_FilespecAsRoot, RunningProgramIsNotDetected)
 {
     EXPECT_EQ(check("/proc/self/exe", RX_Filespec::CREATE), GRANTED);
 }

@@ -11,7 +11,7 @@
 
 namespace {
 
-/** Equal to every other one of its number, and yet to be told apart. */
+/** Equal to every other key with its number, but distinguished by its label. */
 struct Labelled
 {
     int number;
@@ -28,7 +28,7 @@ std::size_t RX_hash(const Labelled& key)
     return ::RX_hash(key.number);
 }
 
-/** Whose hash is no help. */
+/** All keys have the same hash. */
 struct Colliding
 {
     int number;
@@ -56,7 +56,7 @@ int codeOf(Action action)
 }
 
 template <typename T>
-std::multiset<T> walk(const RX_Set_U<T>& set)
+std::multiset<T> elementsOf(const RX_Set_U<T>& set)
 {
     std::multiset<T> found;
     RX_SetIterator_U<T> iterator(set);
@@ -66,7 +66,7 @@ std::multiset<T> walk(const RX_Set_U<T>& set)
     return found;
 }
 
-TEST(RX_HashSet, AddTellsWhetherTheSetChanged)
+TEST(RX_HashSet, AddReturnsWhetherTheSetChanged)
 {
     RX_HashSet_U<RX_String> set;
     EXPECT_EQ(set.isEmpty(), 1);
@@ -77,7 +77,7 @@ TEST(RX_HashSet, AddTellsWhetherTheSetChanged)
     EXPECT_EQ(set.isEmpty(), 0);
 }
 
-TEST(RX_HashSet, RemoveTellsWhetherTheSetChanged)
+TEST(RX_HashSet, RemoveReturnsWhetherTheSetChanged)
 {
     RX_HashSet_U<int> set;
     set.add(1);
@@ -87,7 +87,7 @@ TEST(RX_HashSet, RemoveTellsWhetherTheSetChanged)
     EXPECT_EQ(set.isEmpty(), 1);
 }
 
-TEST(RX_HashSet, ContainsWhatWasAdded)
+TEST(RX_HashSet, ContainsAddedElements)
 {
     RX_HashSet_U<RX_String> set(100);
     EXPECT_EQ(set.contains("a"), 0);
@@ -98,7 +98,7 @@ TEST(RX_HashSet, ContainsWhatWasAdded)
     EXPECT_EQ(set.contains("b"), 0);
 }
 
-TEST(RX_HashSet, GetGivesTheElementOfTheSet)
+TEST(RX_HashSet, GetCopiesTheElementOfTheSet)
 {
     RX_HashSet_U<Labelled> set;
     set.add({1, 'x'});
@@ -112,7 +112,7 @@ TEST(RX_HashSet, GetGivesTheElementOfTheSet)
     EXPECT_EQ(found.label, 'x');
 }
 
-TEST(RX_HashSet, RemoveAllLeavesAnEmptySetThatCanBeUsed)
+TEST(RX_HashSet, SetIsUsableAfterRemoveAll)
 {
     RX_HashSet_U<int> set;
     set.add(1);
@@ -123,7 +123,7 @@ TEST(RX_HashSet, RemoveAllLeavesAnEmptySetThatCanBeUsed)
     EXPECT_EQ(set.add(1), 1);
 }
 
-TEST(RX_HashSet, HoldsKeysOfOneHash)
+TEST(RX_HashSet, KeysWithEqualHashesAreDistinct)
 {
     RX_HashSet_U<Colliding> set;
     for (int i = 0; i < 100; ++i) {
@@ -136,7 +136,7 @@ TEST(RX_HashSet, HoldsKeysOfOneHash)
     EXPECT_EQ(set.size(), 99U);
 }
 
-TEST(RX_HashSet, GrowsAndKeepsItsElements)
+TEST(RX_HashSet, KeepsItsElementsWhenItGrows)
 {
     RX_HashSet_U<long> set;
     for (long i = 0; i < 100000; ++i) {
@@ -196,7 +196,7 @@ TEST(RX_HashSet, BehavesLikeAnOrderedSet)
     EXPECT_EQ(left, std::multiset<std::string>(model.begin(), model.end()));
 }
 
-TEST(RX_SetIterator, WalksNothingInAnEmptySet)
+TEST(RX_SetIterator, HasNoElementsInAnEmptySet)
 {
     const RX_HashSet_U<int> set;
     RX_SetIterator_U<int> iterator(set);
@@ -206,7 +206,7 @@ TEST(RX_SetIterator, WalksNothingInAnEmptySet)
     EXPECT_EQ(elem, 7);
 }
 
-TEST(RX_SetIterator, GivesEachElementOnce)
+TEST(RX_SetIterator, ReturnsEachElementOnce)
 {
     RX_HashSet_U<int> set;
     for (int i = 0; i < 50; ++i) {
@@ -216,10 +216,10 @@ TEST(RX_SetIterator, GivesEachElementOnce)
     for (int i = 0; i < 50; ++i) {
         expected.insert(i);
     }
-    EXPECT_EQ(walk(set), expected);
+    EXPECT_EQ(elementsOf(set), expected);
 }
 
-TEST(RX_SetIterator, CurrentIsTheElementThatNextCameTo)
+TEST(RX_SetIterator, CurrentIsTheElementOfTheLastNext)
 {
     RX_HashSet_U<RX_String> set;
     set.add("only");
@@ -233,7 +233,7 @@ TEST(RX_SetIterator, CurrentIsTheElementThatNextCameTo)
     EXPECT_EQ(iterator.next(), 0);
 }
 
-TEST(RX_SetIterator, AChangeOfTheSetRaises51532)
+TEST(RX_SetIterator, ModificationOfTheSetThrows51532)
 {
     RX_HashSet_U<int> set;
     set.add(1);
@@ -262,7 +262,7 @@ TEST(RX_SetIterator, AChangeOfTheSetRaises51532)
     EXPECT_EQ(ofEmpty.next(), 0);
 }
 
-TEST(RX_SetModifier, RemovesOnItsWay)
+TEST(RX_SetModifier, RemovesDuringTheIteration)
 {
     RX_HashSet_U<int> set;
     for (int i = 0; i < 1000; ++i) {
@@ -280,10 +280,10 @@ TEST(RX_SetModifier, RemovesOnItsWay)
     for (int i = 0; i < 1000; i += 3) {
         expected.insert(i);
     }
-    EXPECT_EQ(walk(set), expected);
+    EXPECT_EQ(elementsOf(set), expected);
 }
 
-TEST(RX_SetModifier, RemovesEverything)
+TEST(RX_SetModifier, CanRemoveEveryElement)
 {
     RX_HashSet_U<RX_String> set;
     set.add("a");
@@ -295,7 +295,7 @@ TEST(RX_SetModifier, RemovesEverything)
     EXPECT_EQ(set.isEmpty(), 1);
 }
 
-TEST(RX_SetModifier, NothingToRemoveRaises)
+TEST(RX_SetModifier, RemoveThrowsWithoutACurrentElement)
 {
     RX_HashSet_U<int> set;
     set.add(1);
@@ -311,7 +311,7 @@ TEST(RX_SetModifier, NothingToRemoveRaises)
     EXPECT_EQ(set.size(), 1U);
 }
 
-TEST(RX_SetModifier, RemovalEndsTheOtherIteratorsOfTheSet)
+TEST(RX_SetModifier, RemovalInvalidatesOtherIterators)
 {
     RX_HashSet_U<int> set;
     set.add(1);

@@ -10,16 +10,16 @@
 
 namespace {
 
-TEST(RX_Hash, EqualStringsHashAlike)
+TEST(RX_Hash, EqualStringsHaveEqualHashes)
 {
     const RX_String shared("archive.0");
     EXPECT_EQ(RX_hash(shared), RX_hash(RX_String("archive.0")));
     EXPECT_EQ(RX_hash(shared), RX_hashAlignedBytes("archive.0", 9));
 }
 
-TEST(RX_Hash, LengthCounts)
+TEST(RX_Hash, DependsOnTheLength)
 {
-    // All of them end in the same padded word.
+    // The last word is the same for all of them.
     const char zeros[16] = {};
     std::set<std::size_t> hashes;
     for (std::size_t length = 0; length <= sizeof zeros; ++length) {
@@ -28,7 +28,7 @@ TEST(RX_Hash, LengthCounts)
     EXPECT_EQ(hashes.size(), 17U);
 }
 
-TEST(RX_Hash, EveryByteCounts)
+TEST(RX_Hash, DependsOnEveryByte)
 {
     std::string text = "a name that is longer than two words";
     std::set<std::size_t> hashes = {RX_hashAlignedBytes(text.data(), text.size())};
@@ -40,7 +40,7 @@ TEST(RX_Hash, EveryByteCounts)
     EXPECT_EQ(hashes.size(), 37U);
 }
 
-TEST(RX_Hash, AlignmentDoesNotCount)
+TEST(RX_Hash, DoesNotDependOnTheAlignment)
 {
     alignas(8) char buffer[32];
     std::memcpy(buffer, "eleven byte", 11);
@@ -49,17 +49,17 @@ TEST(RX_Hash, AlignmentDoesNotCount)
     EXPECT_EQ(RX_hashAlignedBytes(buffer + 3, 11), aligned);
 }
 
-TEST(RX_Hash, NumbersSpreadOverTheLowBits)
+TEST(RX_Hash, HighBitsOfNumbersAffectLowBitsOfTheHash)
 {
-    // What a table of 1024 places sees of numbers that differ in their high bits alone.
-    std::set<std::size_t> places;
+    // The buckets, in a table of 1024, of numbers that differ only in their high bits.
+    std::set<std::size_t> buckets;
     for (unsigned long i = 0; i < 1024; ++i) {
-        places.insert(RX_hash(i << 40) % 1024);
+        buckets.insert(RX_hash(i << 40) % 1024);
     }
-    EXPECT_GT(places.size(), 500U);
+    EXPECT_GT(buckets.size(), 500U);
 }
 
-TEST(RX_Hash, KeysAreEqualAsTheirTypeSays)
+TEST(RX_Hash, KeysAreComparedByTheirType)
 {
     EXPECT_TRUE(RX_keyEq(RX_String("a"), RX_String("a")));
     EXPECT_FALSE(RX_keyEq(RX_String("a"), RX_String("b")));

@@ -25,51 +25,51 @@ constexpr char REPORT[] = "qv: a reference-counted object is destroyed while the
 class Counted : public RX_RefCounted_PRIVATE_
 {
 public:
-    explicit Counted(bool& isGone) : _isGone(isGone) {}
+    explicit Counted(bool& isDestroyed) : _isDestroyed(isDestroyed) {}
     ~Counted() noexcept(false) override
     {
-        _isGone = true;
+        _isDestroyed = true;
     }
 
 private:
-    bool& _isGone;
+    bool& _isDestroyed;
 };
 
 TEST(RXRefCounted, StartsWithTheReferenceOfItsCreator)
 {
-    bool isGone = false;
-    Counted* const counted = new Counted(isGone);
+    bool isDestroyed = false;
+    Counted* const counted = new Counted(isDestroyed);
     counted->detach();
-    EXPECT_TRUE(isGone);
+    EXPECT_TRUE(isDestroyed);
 }
 
-TEST(RXRefCounted, GoesWithTheLastReference)
+TEST(RXRefCounted, IsDeletedByTheLastDetach)
 {
-    bool isGone = false;
-    Counted* const counted = new Counted(isGone);
+    bool isDestroyed = false;
+    Counted* const counted = new Counted(isDestroyed);
     counted->attach();
     counted->attach();
     counted->detach();
     counted->detach();
-    EXPECT_FALSE(isGone);
+    EXPECT_FALSE(isDestroyed);
     testing::internal::CaptureStderr();
     counted->detach();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_TRUE(isGone);
+    EXPECT_TRUE(isDestroyed);
 }
 
-TEST(RXRefCounted, ReportsAnObjectThatIsDestroyedWithReferences)
+TEST(RXRefCounted, DestructionWithReferencesIsReported)
 {
-    bool isGone = false;
+    bool isDestroyed = false;
     testing::internal::CaptureStderr();
     {
-        const Counted onTheStack(isGone);
+        const Counted onTheStack(isDestroyed);
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), REPORT);
-    EXPECT_TRUE(isGone);
+    EXPECT_TRUE(isDestroyed);
 }
 
-TEST(RXRefCounted, ReportsWithoutAnException)
+TEST(RXRefCounted, BadLockableDestructReportsWithoutThrowing)
 {
     static_assert(noexcept(RX_BadLockableDestruct()));
     testing::internal::CaptureStderr();
@@ -86,7 +86,7 @@ public:
     }
 };
 
-TEST(RXRefCounted, FailsInItsConstructorWithoutAReport)
+TEST(RXRefCounted, ConstructorThatThrowsIsNotReported)
 {
     testing::internal::CaptureStderr();
     try {
@@ -99,10 +99,10 @@ TEST(RXRefCounted, FailsInItsConstructorWithoutAReport)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(RXRefCounted, IsCountedByManyThreads)
+TEST(RXRefCounted, CountsReferencesOfManyThreads)
 {
-    bool isGone = false;
-    Counted* const counted = new Counted(isGone);
+    bool isDestroyed = false;
+    Counted* const counted = new Counted(isDestroyed);
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         counted->attach();
@@ -118,10 +118,10 @@ TEST(RXRefCounted, IsCountedByManyThreads)
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_TRUE(isGone);
+    EXPECT_TRUE(isDestroyed);
 }
 
-TEST(RXLockable, IsCountedAndCanBeLocked)
+TEST(RXLockable, IsReferenceCountedAndLockable)
 {
     RX_Lockable* const lockable = new RX_Lockable;
     lockable->attach();
@@ -140,7 +140,7 @@ TEST(RXLockable, IsCountedAndCanBeLocked)
 class Monitor : public RX_Monitor
 {};
 
-TEST(RXMonitor, GoesByDetach)
+TEST(RXMonitor, IsDeletedByDetach)
 {
     Monitor* const monitor = new Monitor;
     monitor->detach();

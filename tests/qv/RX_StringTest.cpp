@@ -16,10 +16,10 @@ static_assert(sizeof(RX_String) == sizeof(void*));
 static_assert(std::is_nothrow_copy_constructible_v<RX_String>);
 static_assert(std::is_nothrow_move_constructible_v<RX_String>);
 
-// Load-time objects of any file may refer to it: the empty string needs no code to run.
+// Static objects elsewhere may use the empty string in their constructors: it is initialised at compile time.
 const RX_String loadTimeString;
 
-TEST(RXString, IsEmptyAtFirst)
+TEST(RXString, IsInitiallyEmpty)
 {
     const RX_String string;
     EXPECT_EQ(string.length(), 0U);
@@ -46,7 +46,7 @@ TEST(RXString, CopiesUpToTheTerminator)
     EXPECT_EQ(string.getRep()->ref_count, 1);
 }
 
-TEST(RXString, CopiesSoManyBytes)
+TEST(RXString, CopiesTheGivenNumberOfBytes)
 {
     const RX_String part("hello", 3);
     EXPECT_STREQ(part.data(), "hel");
@@ -54,7 +54,7 @@ TEST(RXString, CopiesSoManyBytes)
     EXPECT_EQ(RX_String("hello", 0).getRep(), &RX_String::_empty.rep);
 }
 
-TEST(RXString, KeepsZeroBytes)
+TEST(RXString, MayContainZeroBytes)
 {
     const RX_String string("a\0b\0", 4);
     EXPECT_EQ(string.length(), 4U);
@@ -63,7 +63,7 @@ TEST(RXString, KeepsZeroBytes)
     EXPECT_EQ(RX_String("a\0b", RX_String::NPOS).length(), 1U);
 }
 
-TEST(RXString, TakesNullAsTheEmptyText)
+TEST(RXString, NullIsTheEmptyString)
 {
     EXPECT_EQ(RX_String(nullptr, RX_String::NPOS).length(), 0U);
     EXPECT_EQ(RX_String(nullptr, 5).length(), 0U);
@@ -72,7 +72,7 @@ TEST(RXString, TakesNullAsTheEmptyText)
     EXPECT_EQ(string.length(), 0U);
 }
 
-TEST(RXString, SharesItsRepresentationWithCopies)
+TEST(RXString, CopiesShareTheRepresentation)
 {
     RX_String first("shared");
     {
@@ -86,7 +86,7 @@ TEST(RXString, SharesItsRepresentationWithCopies)
     EXPECT_EQ(first.getRep()->ref_count, 1);
 }
 
-TEST(RXString, TheFirstWriterGetsACopyOfItsOwn)
+TEST(RXString, WriteToASharedStringCopiesIt)
 {
     RX_String first("Shared");
     const RX_String second(first);
@@ -102,7 +102,7 @@ TEST(RXString, TheFirstWriterGetsACopyOfItsOwn)
     EXPECT_STREQ(second.data(), "Shared");
 }
 
-TEST(RXString, IsWrittenInPlaceByItsOnlyOwner)
+TEST(RXString, WriteToAnUnsharedStringIsInPlace)
 {
     RX_String string("Mixed");
     const char* const before = string.data();
@@ -111,7 +111,7 @@ TEST(RXString, IsWrittenInPlaceByItsOnlyOwner)
     EXPECT_STREQ(string.data(), "mixed");
 }
 
-TEST(RXString, StaysSharedWhenNothingChanges)
+TEST(RXString, RemainsSharedIfNothingChanges)
 {
     RX_String first("lower");
     const RX_String second(first);
@@ -119,7 +119,7 @@ TEST(RXString, StaysSharedWhenNothingChanges)
     EXPECT_EQ(first.getRep(), second.getRep());
 }
 
-TEST(RXString, MovesWithoutCounting)
+TEST(RXString, MoveDoesNotChangeTheReferenceCount)
 {
     RX_String first("moved");
     RX_String second(std::move(first));
@@ -132,7 +132,7 @@ TEST(RXString, MovesWithoutCounting)
     EXPECT_EQ(third.getRep()->ref_count, 1);
 }
 
-TEST(RXString, IsAssigned)
+TEST(RXString, AssignmentSharesOrCopies)
 {
     RX_String string("one");
     string = "two";
@@ -143,12 +143,12 @@ TEST(RXString, IsAssigned)
     string = self;
     EXPECT_STREQ(string.data(), "three");
     EXPECT_EQ(string.getRep()->ref_count, 1);
-    // From its own characters.
+    // Assignment of a part of its own characters.
     string = string.data() + 2;
     EXPECT_STREQ(string.data(), "ree");
 }
 
-TEST(RXString, ClearsToTheEmptyString)
+TEST(RXString, ClearReleasesTheRepresentation)
 {
     RX_String string("text");
     const RX_String other(string);
@@ -176,7 +176,7 @@ TEST(RXString, Appends)
     EXPECT_EQ(string.length(), 6U);
 }
 
-TEST(RXString, SharesWhatIsAppendedToTheEmptyString)
+TEST(RXString, AppendToTheEmptyStringShares)
 {
     const RX_String source("source");
     RX_String string;
@@ -184,7 +184,7 @@ TEST(RXString, SharesWhatIsAppendedToTheEmptyString)
     EXPECT_EQ(string.getRep(), source.getRep());
 }
 
-TEST(RXString, AppendsItself)
+TEST(RXString, CanBeAppendedToItself)
 {
     RX_String string("ab");
     string += string;
@@ -194,7 +194,7 @@ TEST(RXString, AppendsItself)
     EXPECT_EQ(string.getRep()->ref_count, 1);
 }
 
-TEST(RXString, GrowsInFewSteps)
+TEST(RXString, GrowsGeometrically)
 {
     RX_String string("x");
     const RX_String byte("y");
@@ -208,7 +208,7 @@ TEST(RXString, GrowsInFewSteps)
     EXPECT_LT(moves, 50);
 }
 
-TEST(RXString, ChangesTheCaseOfLettersAlone)
+TEST(RXString, ChangesTheCaseOfLettersOnly)
 {
     RX_String string("aZ09_\xE4\0Bz", 9);
     EXPECT_EQ(&string.toUpper(), &string);
@@ -236,19 +236,19 @@ TEST(RXString, Compares)
     EXPECT_FALSE(string != "text");
 }
 
-TEST(RXString, IsWritten)
+TEST(RXString, IsWrittenToStreams)
 {
     std::ostringstream os;
     os << RX_String("a\0b", 3) << '|' << RX_String() << '|' << std::setw(5) << RX_String("cd") << '|';
     EXPECT_EQ(os.str(), std::string("a\0b||   cd|", 11));
 }
 
-TEST(RXString, RefusesALengthThatCannotBe)
+TEST(RXString, ThrowsIfTheLengthIsTooLarge)
 {
     EXPECT_THROW(RX_String("x", RX_String::NPOS - 1), std::exception);
 }
 
-TEST(RXString, IsSharedBetweenThreads)
+TEST(RXString, CanBeSharedBetweenThreads)
 {
     const RX_String shared("Shared By All");
     std::vector<std::thread> threads;
@@ -271,9 +271,9 @@ TEST(RXString, IsSharedBetweenThreads)
     EXPECT_EQ(shared.getRep()->ref_count, 1);
 }
 
-TEST(RXString, TheLastOwnerWritesInPlaceAfterTheOthersHaveRead)
+TEST(RXString, LastOwnerWritesInPlaceAfterOthersHaveRead)
 {
-    // The copy of another thread goes while this one becomes the only owner and writes.
+    // Another thread destroys its copy while this thread becomes the only owner, and writes.
     for (int round = 0; round < 200; ++round) {
         RX_String mine("Text Of Both");
         std::thread other([copy = mine]() mutable {

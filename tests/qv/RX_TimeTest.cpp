@@ -21,7 +21,7 @@ Parts partsOf(const RX_Time& time)
     return {time.seconds(), time.nanoseconds()};
 }
 
-TEST(RXTime, IsNormalized)
+TEST(RXTime, NanosecondsAreNormalized)
 {
     EXPECT_EQ(partsOf(RX_Time(0, 0)), Parts(0, 0));
     EXPECT_EQ(partsOf(RX_Time(1, 999999999)), Parts(1, 999999999));
@@ -41,7 +41,7 @@ TEST(RXTime, NormalizingTwiceChangesNothing)
     EXPECT_EQ(partsOf(time), Parts(4, 500000000));
 }
 
-TEST(RXTime, StaysWithinItsEnds)
+TEST(RXTime, OverflowIsTheGreatestOrLeastTime)
 {
     EXPECT_EQ(partsOf(RX_Time(GREATEST, 999999999)), Parts(GREATEST, 999999999));
     EXPECT_EQ(partsOf(RX_Time(GREATEST, 1000000000)), Parts(GREATEST, 999999999));
@@ -56,7 +56,7 @@ int monotonicSeconds()
     return static_cast<int>(now.tv_sec);
 }
 
-TEST(RXAbsTime, IsNowPlusTheInterval)
+TEST(RXAbsTime, IsTheCurrentTimePlusTheInterval)
 {
     const int before = monotonicSeconds();
     const RX_AbsTime time(RX_RelTime(1000, 0));
@@ -68,7 +68,7 @@ TEST(RXAbsTime, IsNowPlusTheInterval)
     EXPECT_LE(past.seconds(), monotonicSeconds() - 10);
 }
 
-TEST(RXAbsTime, TakesTheLongestIntervals)
+TEST(RXAbsTime, AcceptsTheLongestIntervals)
 {
     const int before = monotonicSeconds();
     // 0xFFFFFFFF milliseconds.
@@ -79,9 +79,9 @@ TEST(RXAbsTime, TakesTheLongestIntervals)
     EXPECT_LT(RX_AbsTime(RX_RelTime(LEAST, 0)).seconds(), 0);
 }
 
-TEST(RXTime, HasADeadline)
+TEST(RXTime, DeadlineOfAnIntervalStartsAtTheCall)
 {
-    // A point in time is its own; an interval begins when it is asked.
+    // A point in time is its own deadline; an interval starts at the call.
     EXPECT_EQ(partsOf(RX_Time(12, 34).deadline()), Parts(12, 34));
     const RX_AbsTime point(RX_RelTime(5, 0));
     EXPECT_EQ(partsOf(point.deadline()), partsOf(point));

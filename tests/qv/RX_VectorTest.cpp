@@ -18,13 +18,13 @@ int codeOf(Action action)
     return 0;
 }
 
-TEST(RX_Vector, BeginsEmptyWhateverRoomIsAskedFor)
+TEST(RX_Vector, IsInitiallyEmptyWithAnyCapacity)
 {
     EXPECT_EQ(RX_Vector_U<int>(100).size(), 0U);
     EXPECT_EQ(RX_Vector_U<int>().size(), 0U);
 }
 
-TEST(RX_Vector, AddsAndTakesAtTheHighEnd)
+TEST(RX_Vector, AddsAndRemovesAtTheEnd)
 {
     RX_Vector_U<RX_String> vector(1);
     vector.addhi("a");
@@ -39,7 +39,7 @@ TEST(RX_Vector, AddsAndTakesAtTheHighEnd)
     EXPECT_EQ(vector[0], "a");
 }
 
-TEST(RX_Vector, GrowsWithAnElementOfItsOwn)
+TEST(RX_Vector, CanAddItsOwnElement)
 {
     RX_Vector_U<RX_String> vector(1);
     vector.addhi("first");
@@ -60,7 +60,7 @@ TEST(RX_Vector, ElementsCanBeAssigned)
     EXPECT_EQ(copy[0], 7);
 }
 
-TEST(RX_Vector, ErasesFromTheHighEnd)
+TEST(RX_Vector, ErasesAtTheEnd)
 {
     RX_Vector_U<int> vector;
     for (int i = 0; i < 5; ++i) {
@@ -75,7 +75,7 @@ TEST(RX_Vector, ErasesFromTheHighEnd)
     EXPECT_EQ(vector.size(), 1U);
 }
 
-TEST(RX_Vector, IndexOutOfRangeRaises51458)
+TEST(RX_Vector, IndexOutOfRangeThrows51458)
 {
     RX_Vector_U<int> vector(10);
     EXPECT_EQ(codeOf([&] { vector[0] = 1; }), 51458);
@@ -87,7 +87,7 @@ TEST(RX_Vector, IndexOutOfRangeRaises51458)
     EXPECT_EQ(codeOf([&] { static_cast<void>(constant[static_cast<std::size_t>(-1)]); }), 51458);
 }
 
-TEST(RX_Vector, TakingWhatIsNotThereRaises51488AndTakesNothing)
+TEST(RX_Vector, RemovingTooManyThrows51488AndRemovesNone)
 {
     RX_Vector_U<int> vector;
     EXPECT_EQ(codeOf([&] { vector.remhi(); }), 51488);

@@ -37,13 +37,13 @@ int codeOf(const RX_String& pattern, RX_Wildcard::Style style)
     return 0;
 }
 
-TEST(RX_Wildcard, StylesHaveTheirNumbers)
+TEST(RX_Wildcard, StylesHaveTheirDocumentedValues)
 {
     EXPECT_EQ(static_cast<int>(RX_Wildcard::WILD), 0);
     EXPECT_EQ(static_cast<int>(RX_Wildcard::REGEXP), 1);
 }
 
-TEST(RX_WildcardWild, PlainTextMatchesItselfAsAWhole)
+TEST(RX_WildcardWild, PatternWithoutWildcardsMatchesOnlyItself)
 {
     EXPECT_EQ(wild("abc", "abc"), 1);
     EXPECT_EQ(wild("abc", "abcd"), 0);
@@ -53,13 +53,13 @@ TEST(RX_WildcardWild, PlainTextMatchesItselfAsAWhole)
     EXPECT_EQ(wild("abc", ""), 0);
 }
 
-TEST(RX_WildcardWild, TheEmptyPatternMatchesTheEmptyText)
+TEST(RX_WildcardWild, EmptyPatternMatchesOnlyTheEmptyString)
 {
     EXPECT_EQ(wild("", ""), 1);
     EXPECT_EQ(wild("", "a"), 0);
 }
 
-TEST(RX_WildcardWild, StarMatchesAnyRun)
+TEST(RX_WildcardWild, StarMatchesAnyNumberOfBytes)
 {
     EXPECT_EQ(wild("*", ""), 1);
     EXPECT_EQ(wild("*", "any/.thing"), 1);
@@ -85,7 +85,7 @@ TEST(RX_WildcardWild, QuestionMarkMatchesOneByte)
     EXPECT_EQ(wild("?", "\xff"), 1);
 }
 
-TEST(RX_WildcardWild, BracketsMatchOneByteOfTheirSet)
+TEST(RX_WildcardWild, SetMatchesOneOfItsBytes)
 {
     EXPECT_EQ(wild("[abc]", "b"), 1);
     EXPECT_EQ(wild("[abc]", "d"), 0);
@@ -98,7 +98,7 @@ TEST(RX_WildcardWild, BracketsMatchOneByteOfTheirSet)
     EXPECT_EQ(wild("[a-a]", "a"), 1);
 }
 
-TEST(RX_WildcardWild, BracketsCanBeNegated)
+TEST(RX_WildcardWild, SetCanBeNegated)
 {
     EXPECT_EQ(wild("[!abc]", "b"), 0);
     EXPECT_EQ(wild("[!abc]", "d"), 1);
@@ -110,7 +110,7 @@ TEST(RX_WildcardWild, BracketsCanBeNegated)
     EXPECT_EQ(wild("[!!]", "!"), 0);
 }
 
-TEST(RX_WildcardWild, BracketAndDashCanStandForThemselvesInBrackets)
+TEST(RX_WildcardWild, LeadingBracketAndOuterDashesAreLiteralInASet)
 {
     EXPECT_EQ(wild("[]]", "]"), 1);
     EXPECT_EQ(wild("[]a]", "a"), 1);
@@ -140,13 +140,13 @@ TEST(RX_WildcardWild, NumberMatchesDigits)
     EXPECT_EQ(wild("<->", ":"), 0);
 }
 
-TEST(RX_WildcardWild, NumberGivesBackWhatFollowsIt)
+TEST(RX_WildcardWild, NumberYieldsDigitsToLaterTokens)
 {
     EXPECT_EQ(wild("<->5", "155"), 1);
     EXPECT_EQ(wild("<->5", "5"), 0);
     EXPECT_EQ(wild("<-><->", "12"), 1);
     EXPECT_EQ(wild("<-><->", "1"), 0);
-    // The first number must take two digits, although what follows it also fits after one.
+    // The first number must match two digits, although the next tokens also match after one.
     EXPECT_EQ(wild("<->[0-9]?<->", "123a4"), 1);
     EXPECT_EQ(wild("*<->*", "a"), 0);
     EXPECT_EQ(wild("*<->x", "ab12x"), 1);
@@ -154,7 +154,7 @@ TEST(RX_WildcardWild, NumberGivesBackWhatFollowsIt)
     EXPECT_EQ(wild("a*<->1*b", "a1b"), 0);
 }
 
-TEST(RX_WildcardWild, AnglesAloneAreNoWildcard)
+TEST(RX_WildcardWild, AnglesThatDoNotFormANumberAreLiteral)
 {
     EXPECT_EQ(wild("<", "<"), 1);
     EXPECT_EQ(wild("<-", "<-"), 1);
@@ -164,7 +164,7 @@ TEST(RX_WildcardWild, AnglesAloneAreNoWildcard)
     EXPECT_EQ(wild("\\<->", "1"), 0);
 }
 
-TEST(RX_WildcardWild, BackslashQuotes)
+TEST(RX_WildcardWild, BackslashMakesTheNextByteLiteral)
 {
     EXPECT_EQ(wild("\\*", "*"), 1);
     EXPECT_EQ(wild("\\*", "a"), 0);
@@ -175,7 +175,7 @@ TEST(RX_WildcardWild, BackslashQuotes)
     EXPECT_EQ(wild("\\a", "a"), 1);
 }
 
-TEST(RX_WildcardWild, BadPatternRaisesErrorEinval)
+TEST(RX_WildcardWild, MalformedPatternThrowsEINVAL)
 {
     EXPECT_EQ(codeOf("[", RX_Wildcard::WILD), 22);
     EXPECT_EQ(codeOf("a[bc", RX_Wildcard::WILD), 22);
@@ -189,7 +189,7 @@ TEST(RX_WildcardWild, BadPatternRaisesErrorEinval)
     EXPECT_EQ(codeOf("[a]", RX_Wildcard::WILD), 0);
 }
 
-TEST(RX_WildcardWild, HostilePatternsTakeBoundedTime)
+TEST(RX_WildcardWild, ManyWildcardsTakeBoundedTime)
 {
     std::string pattern;
     for (int i = 0; i < 100; ++i) {
@@ -210,7 +210,7 @@ TEST(RX_WildcardWild, HostilePatternsTakeBoundedTime)
     EXPECT_EQ(wild(numbers.c_str(), std::string(99, '1').c_str()), 0);
 }
 
-TEST(RX_WildcardWild, PatternsMayBeLong)
+TEST(RX_WildcardWild, LongPatternsMatch)
 {
     for (const std::size_t length : {254U, 255U, 256U, 257U, 5000U}) {
         const std::string pattern(length, '?');
@@ -221,16 +221,16 @@ TEST(RX_WildcardWild, PatternsMayBeLong)
     }
 }
 
-/** Tries every way; knows the pattern as a list of single wildcards. */
-bool matchesByTrying(const std::vector<std::string>& pattern, std::size_t place, const char* text)
+/** A backtracking matcher of the tokens from `index` on. */
+bool matchesByBacktracking(const std::vector<std::string>& pattern, std::size_t index, const char* text)
 {
-    if (place == pattern.size()) {
+    if (index == pattern.size()) {
         return *text == '\0';
     }
-    const std::string& token = pattern[place];
+    const std::string& token = pattern[index];
     if (token == "*") {
         for (;; ++text) {
-            if (matchesByTrying(pattern, place + 1, text)) {
+            if (matchesByBacktracking(pattern, index + 1, text)) {
                 return true;
             }
             if (*text == '\0') {
@@ -240,7 +240,7 @@ bool matchesByTrying(const std::vector<std::string>& pattern, std::size_t place,
     }
     if (token == "<->") {
         for (; *text >= '0' && *text <= '9'; ++text) {
-            if (matchesByTrying(pattern, place + 1, text + 1)) {
+            if (matchesByBacktracking(pattern, index + 1, text + 1)) {
                 return true;
             }
         }
@@ -249,12 +249,12 @@ bool matchesByTrying(const std::vector<std::string>& pattern, std::size_t place,
     if (*text == '\0') {
         return false;
     }
-    const bool taken = token == "?" || token[0] == *text || (token == "[!a]" && *text != 'a')
-                       || (token == "[a1]" && (*text == 'a' || *text == '1'));
-    return taken && matchesByTrying(pattern, place + 1, text + 1);
+    const bool isAccepted = token == "?" || token[0] == *text || (token == "[!a]" && *text != 'a')
+                            || (token == "[a1]" && (*text == 'a' || *text == '1'));
+    return isAccepted && matchesByBacktracking(pattern, index + 1, text + 1);
 }
 
-TEST(RX_WildcardWild, AgreesWithTryingEveryWay)
+TEST(RX_WildcardWild, AgreesWithABacktrackingMatcher)
 {
     const std::vector<std::string> tokens = {"a", "b", "1", "2", "?", "*", "<->", "[a1]", "[!a]"};
     const std::string alphabet = "ab12";
@@ -271,21 +271,21 @@ TEST(RX_WildcardWild, AgreesWithTryingEveryWay)
         for (std::size_t i = random() % 10; i > 0; --i) {
             text += alphabet[random() % alphabet.size()];
         }
-        const bool expected = matchesByTrying(pattern, 0, text.c_str());
+        const bool expected = matchesByBacktracking(pattern, 0, text.c_str());
         matched += expected ? 1 : 0;
         ASSERT_EQ(wild(joined.c_str(), text.c_str()), expected ? 1 : 0) << joined << " on " << text;
     }
     EXPECT_GT(matched, 10000);
 }
 
-TEST(RX_WildcardQuote, PutsWildcardsBehindBackslashes)
+TEST(RX_WildcardQuote, EscapesWildcardsByBackslashes)
 {
     EXPECT_EQ(RX_Wildcard::quote("plain-1.log]>"), "plain-1.log]>");
     EXPECT_EQ(RX_Wildcard::quote("a*b?c[d]<->\\e"), "a\\*b\\?c\\[d]\\<->\\\\e");
     EXPECT_EQ(RX_Wildcard::quote(""), "");
 }
 
-TEST(RX_WildcardQuote, TheResultMatchesTheTextAlone)
+TEST(RX_WildcardQuote, ResultMatchesOnlyTheString)
 {
     const char* const text = "a*b?[c-d]<->\\!^";
     const RX_Wildcard quoted(RX_Wildcard::quote(text), RX_Wildcard::WILD);
@@ -295,7 +295,7 @@ TEST(RX_WildcardQuote, TheResultMatchesTheTextAlone)
     EXPECT_EQ(quoted.matches("a*b?[c-d]7\\!^"), 0);
 }
 
-TEST(RX_WildcardRegexp, IsFoundAnywhereUnlessAnchored)
+TEST(RX_WildcardRegexp, MatchesAnywhereUnlessAnchored)
 {
     EXPECT_EQ(regexp("b+", "abbc"), 1);
     EXPECT_EQ(regexp("^b+", "abbc"), 0);
@@ -303,7 +303,7 @@ TEST(RX_WildcardRegexp, IsFoundAnywhereUnlessAnchored)
     EXPECT_EQ(regexp("c$", "cb"), 0);
 }
 
-TEST(RX_WildcardRegexp, SpeaksTheExtendedDialect)
+TEST(RX_WildcardRegexp, HasTheExtendedSyntax)
 {
     EXPECT_EQ(regexp("^(ab|cd){2}$", "abcd"), 1);
     EXPECT_EQ(regexp("^(ab|cd){2}$", "ab"), 0);
@@ -312,13 +312,13 @@ TEST(RX_WildcardRegexp, SpeaksTheExtendedDialect)
     EXPECT_EQ(regexp("^a?$", ""), 1);
 }
 
-TEST(RX_WildcardRegexp, TheEmptyPatternMatchesEverything)
+TEST(RX_WildcardRegexp, EmptyPatternMatchesAnyString)
 {
     EXPECT_EQ(regexp("", ""), 1);
     EXPECT_EQ(regexp("", "anything"), 1);
 }
 
-TEST(RX_WildcardRegexp, BadPatternRaisesErrorWithTheNumberOfRegcomp)
+TEST(RX_WildcardRegexp, MalformedPatternThrowsTheErrorOfRegcomp)
 {
     EXPECT_EQ(codeOf("[a", RX_Wildcard::REGEXP), REG_EBRACK);
     EXPECT_EQ(codeOf("(a", RX_Wildcard::REGEXP), REG_EPAREN);
@@ -328,7 +328,7 @@ TEST(RX_WildcardRegexp, BadPatternRaisesErrorWithTheNumberOfRegcomp)
     EXPECT_EQ(codeOf("a\\", RX_Wildcard::REGEXP), REG_EESCAPE);
 }
 
-TEST(RX_Wildcard, ABadPatternTellsWhyAndNotTheErrnoTextOfItsNumber)
+TEST(RX_Wildcard, MalformedPatternReportsTheReasonAndNoErrnoMessage)
 {
     try {
         const RX_Wildcard compiled("x(a", RX_Wildcard::REGEXP);
@@ -342,11 +342,11 @@ TEST(RX_Wildcard, ABadPatternTellsWhyAndNotTheErrnoTextOfItsNumber)
         const RX_Wildcard compiled("x[a", RX_Wildcard::WILD);
         FAIL();
     } catch (const RX_ExError& failure) {
-        EXPECT_EQ(failure.asString(78), "Bad pattern: bracket without an end, x[a");
+        EXPECT_EQ(failure.asString(78), "Bad pattern: missing ], x[a");
     }
 }
 
-TEST(RX_Wildcard, ABadPatternKeepsItsTextThroughThrowThis)
+TEST(RX_Wildcard, MalformedPatternKeepsItsMessageThroughThrowThis)
 {
     try {
         try {
@@ -357,7 +357,7 @@ TEST(RX_Wildcard, ABadPatternKeepsItsTextThroughThrowThis)
         FAIL();
     } catch (const RX_Exception& failure) {
         EXPECT_EQ(failure.getCode(), 22);
-        EXPECT_EQ(failure.asString(78), "Bad pattern: bracket without an end, x[a");
+        EXPECT_EQ(failure.asString(78), "Bad pattern: missing ], x[a");
     }
 }
 
@@ -372,7 +372,7 @@ TEST(RX_Wildcard, SetPatternReplacesThePattern)
     EXPECT_EQ(wildcard.matches("a."), 1);
 }
 
-TEST(RX_Wildcard, AFailingSetPatternKeepsThePattern)
+TEST(RX_Wildcard, SetPatternThatThrowsKeepsThePattern)
 {
     RX_Wildcard wildcard("a*", RX_Wildcard::WILD);
     EXPECT_THROW(wildcard.setPattern("(", RX_Wildcard::REGEXP), RX_ExError);
@@ -380,7 +380,7 @@ TEST(RX_Wildcard, AFailingSetPatternKeepsThePattern)
     EXPECT_EQ(wildcard.matches("ab"), 1);
 }
 
-TEST(RX_Wildcard, FreedOfItsPatternMatchesNothing)
+TEST(RX_Wildcard, MatchesNothingAfterFreeCompiled)
 {
     for (const RX_Wildcard::Style style : {RX_Wildcard::WILD, RX_Wildcard::REGEXP}) {
         RX_Wildcard wildcard("a", style);
@@ -394,7 +394,7 @@ TEST(RX_Wildcard, FreedOfItsPatternMatchesNothing)
     }
 }
 
-TEST(RX_Wildcard, ManyThreadsMatchAtOnce)
+TEST(RX_Wildcard, ManyThreadsMatchConcurrently)
 {
     const RX_Wildcard regular("^(a|b)*c$", RX_Wildcard::REGEXP);
     const RX_Wildcard shell("*<->?c", RX_Wildcard::WILD);

@@ -32,7 +32,7 @@ protected:
     si_rwlock_t lock;
 };
 
-TEST_F(RwLock, HasManyReaders)
+TEST_F(RwLock, IsSharedByReaders)
 {
     EXPECT_EQ(qv_si_rw_rdlock(&lock), 0);
     Caller other([this] {
@@ -43,7 +43,7 @@ TEST_F(RwLock, HasManyReaders)
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
 }
 
-TEST_F(RwLock, AWriterHoldsOffReadersAndWriters)
+TEST_F(RwLock, WriterExcludesReadersAndWriters)
 {
     ASSERT_EQ(qv_si_rw_wrlock(&lock), 0);
     Caller reader([this] {
@@ -59,7 +59,7 @@ TEST_F(RwLock, AWriterHoldsOffReadersAndWriters)
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
 }
 
-TEST_F(RwLock, AReaderHoldsOffWriters)
+TEST_F(RwLock, ReaderExcludesWriters)
 {
     ASSERT_EQ(qv_si_rw_rdlock(&lock), 0);
     Caller writer([this] {
@@ -70,32 +70,32 @@ TEST_F(RwLock, AReaderHoldsOffWriters)
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
 }
 
-TEST_F(RwLock, AWaitingWriterHoldsBackNewReaders)
+TEST_F(RwLock, WaitingWriterBlocksNewReaders)
 {
     std::atomic<int> order{0};
-    int writerCame = 0;
-    int readerCame = 0;
+    int writerPosition = 0;
+    int readerPosition = 0;
     ASSERT_EQ(qv_si_rw_rdlock(&lock), 0);
     Caller writer([&] {
         EXPECT_EQ(qv_si_rw_wrlock(&lock), 0);
-        writerCame = ++order;
+        writerPosition = ++order;
         EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
     });
     ASSERT_TRUE(writer.awaitAsleep());
     Caller reader([&] {
         EXPECT_EQ(qv_si_rw_rdlock(&lock), 0);
-        readerCame = ++order;
+        readerPosition = ++order;
         EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
     });
     ASSERT_TRUE(reader.awaitAsleep());
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
     writer.join();
     reader.join();
-    EXPECT_EQ(writerCame, 1);
-    EXPECT_EQ(readerCame, 2);
+    EXPECT_EQ(writerPosition, 1);
+    EXPECT_EQ(readerPosition, 2);
 }
 
-TEST_F(RwLock, ReadersThatWaitForAWriterGoAheadOfTheNextOne)
+TEST_F(RwLock, WaitingReadersPrecedeTheNextWriter)
 {
     std::atomic<int> readers{0};
     int readersBeforeWriter = 0;
@@ -120,7 +120,7 @@ TEST_F(RwLock, ReadersThatWaitForAWriterGoAheadOfTheNextOne)
     EXPECT_EQ(readersBeforeWriter, 2);
 }
 
-TEST_F(RwLock, AWriterThatUnlocksAndLocksAgainGoesAfterTheOneThatWaits)
+TEST_F(RwLock, WriterThatRelocksFollowsTheWaitingWriter)
 {
     for (int round = 0; round < 20; ++round) {
         std::atomic<bool> hasWritten{false};
@@ -138,7 +138,7 @@ TEST_F(RwLock, AWriterThatUnlocksAndLocksAgainGoesAfterTheOneThatWaits)
     }
 }
 
-TEST_F(RwLock, AReaderThatLeavesAndWritesGoesAfterTheWriterThatWaits)
+TEST_F(RwLock, ReaderThatRelocksAsWriterFollowsTheWaitingWriter)
 {
     for (int round = 0; round < 20; ++round) {
         std::atomic<bool> hasWritten{false};
@@ -156,11 +156,11 @@ TEST_F(RwLock, AReaderThatLeavesAndWritesGoesAfterTheWriterThatWaits)
     }
 }
 
-TEST_F(RwLock, WritersThatNeverPauseDoNotStarveAnother)
+TEST_F(RwLock, BusyWritersDoNotStarveAnotherWriter)
 {
     std::atomic<bool> isOver{false};
     std::atomic<long> written{0};
-    const auto writeOn = [&] {
+    const auto writeUntilOver = [&] {
         while (!isOver) {
             EXPECT_EQ(qv_si_rw_wrlock(&lock), 0);
             ++written;
@@ -168,8 +168,8 @@ TEST_F(RwLock, WritersThatNeverPauseDoNotStarveAnother)
         }
     };
     {
-        Caller first(writeOn);
-        Caller second(writeOn);
+        Caller first(writeUntilOver);
+        Caller second(writeUntilOver);
         while (written < 1000) {
             std::this_thread::yield();
         }
@@ -181,10 +181,10 @@ TEST_F(RwLock, WritersThatNeverPauseDoNotStarveAnother)
         }
         isOver = true;
     }
-    EXPECT_EQ(qv_si_rw_unlock(&lock), 1) << "it is free";
+    EXPECT_EQ(qv_si_rw_unlock(&lock), 1) << "the lock is not free";
 }
 
-TEST_F(RwLock, WritersGoInTheOrderOfTheirArrival)
+TEST_F(RwLock, WaitingWritersAcquireInTheOrderOfArrival)
 {
     std::vector<int> order;
     ASSERT_EQ(qv_si_rw_wrlock(&lock), 0);
@@ -202,7 +202,7 @@ TEST_F(RwLock, WritersGoInTheOrderOfTheirArrival)
     EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), order);
 }
 
-TEST_F(RwLock, AttemptsThatWouldWaitAreRefused)
+TEST_F(RwLock, TryLockFailsIfItWouldBlock)
 {
     ASSERT_EQ(qv_si_rw_tryrdlock(&lock), 0);
     EXPECT_EQ(qv_si_rw_tryrdlock(&lock), 0);
@@ -213,7 +213,7 @@ TEST_F(RwLock, AttemptsThatWouldWaitAreRefused)
         EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
     });
     ASSERT_TRUE(writer.awaitAsleep());
-    EXPECT_EQ(qv_si_rw_tryrdlock(&lock), 16) << "a writer waits";
+    EXPECT_EQ(qv_si_rw_tryrdlock(&lock), 16) << "although a writer waits";
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
     writer.join();
     EXPECT_EQ(qv_si_rw_trywrlock(&lock), 0);
@@ -222,7 +222,7 @@ TEST_F(RwLock, AttemptsThatWouldWaitAreRefused)
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
 }
 
-TEST_F(RwLock, TheSoleReaderIsUpgraded)
+TEST_F(RwLock, OnlyReaderIsUpgraded)
 {
     ASSERT_EQ(qv_si_rw_rdlock(&lock), 0);
     EXPECT_EQ(qv_si_rw_upgrade(&lock), 0);
@@ -234,7 +234,7 @@ TEST_F(RwLock, TheSoleReaderIsUpgraded)
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
 }
 
-TEST_F(RwLock, TheSoleReaderIsUpgradedAheadOfAWaitingWriter)
+TEST_F(RwLock, OnlyReaderIsUpgradedBeforeAWaitingWriter)
 {
     int value = 0;
     ASSERT_EQ(qv_si_rw_rdlock(&lock), 0);
@@ -253,31 +253,31 @@ TEST_F(RwLock, TheSoleReaderIsUpgradedAheadOfAWaitingWriter)
     EXPECT_EQ(value, 2);
 }
 
-TEST_F(RwLock, OneOfSeveralReadersIsNotUpgradedAndStaysAReader)
+TEST_F(RwLock, UpgradeFailsIfThereAreOtherReaders)
 {
     ASSERT_EQ(qv_si_rw_rdlock(&lock), 0);
     Gate isHeld;
-    Gate mayLeave;
+    Gate mayRelease;
     Caller other([&] {
         EXPECT_EQ(qv_si_rw_rdlock(&lock), 0);
         isHeld.open();
-        mayLeave.pass();
-        // Neither of the two waits for the other.
+        mayRelease.pass();
+        // Neither reader waits for the other.
         EXPECT_EQ(qv_si_rw_upgrade(&lock), 16);
         EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
     });
     isHeld.pass();
     EXPECT_EQ(qv_si_rw_upgrade(&lock), 16);
     EXPECT_EQ(qv_si_rw_upgrade(&lock), 16);
-    mayLeave.open();
+    mayRelease.open();
     other.join();
-    // The shared access is there still: now it is the only one.
+    // This thread still has shared access, and is now the only reader.
     EXPECT_EQ(qv_si_rw_upgrade(&lock), 0);
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
     EXPECT_EQ(qv_si_rw_unlock(&lock), 1);
 }
 
-TEST_F(RwLock, RefusesAnUpgradeWithoutSharedAccess)
+TEST_F(RwLock, UpgradeFailsWithoutSharedAccess)
 {
     EXPECT_EQ(qv_si_rw_upgrade(&lock), 1);
     ASSERT_EQ(qv_si_rw_wrlock(&lock), 0);
@@ -285,7 +285,7 @@ TEST_F(RwLock, RefusesAnUpgradeWithoutSharedAccess)
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
 }
 
-TEST_F(RwLock, RefusesToUnlockWhatIsFree)
+TEST_F(RwLock, UnlockFailsIfNoThreadHoldsIt)
 {
     EXPECT_EQ(qv_si_rw_unlock(&lock), 1);
     ASSERT_EQ(qv_si_rw_wrlock(&lock), 0);
@@ -296,7 +296,7 @@ TEST_F(RwLock, RefusesToUnlockWhatIsFree)
     EXPECT_EQ(qv_si_rw_unlock(&lock), 1);
 }
 
-TEST_F(RwLock, CannotBeDestroyedWhileItIsHeld)
+TEST_F(RwLock, DestroyFailsWhileItIsHeld)
 {
     ASSERT_EQ(qv_si_rw_rdlock(&lock), 0);
     EXPECT_EQ(qv_si_rw_destroy(&lock), 16);
@@ -306,18 +306,18 @@ TEST_F(RwLock, CannotBeDestroyedWhileItIsHeld)
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
 }
 
-TEST_F(RwLock, CannotBeMadeTwice)
+TEST_F(RwLock, SecondInitFails)
 {
     EXPECT_EQ(qv_si_rw_init(&lock, nullptr), 16);
     EXPECT_EQ(qv_si_rw_rdlock(&lock), 0);
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
 }
 
-TEST_F(RwLock, AWaitingThreadIsNotCancelled)
+TEST_F(RwLock, WaitingThreadIsNotCancelled)
 {
     ASSERT_EQ(qv_si_rw_wrlock(&lock), 0);
     qv_err_t status = -1;
-    std::atomic<bool> isThrough{false};
+    std::atomic<bool> hasReturned{false};
     pthread_t thread = {};
     Gate isKnown;
     Caller reader([&] {
@@ -325,22 +325,22 @@ TEST_F(RwLock, AWaitingThreadIsNotCancelled)
         isKnown.open();
         status = qv_si_rw_rdlock(&lock);
         qv_si_rw_unlock(&lock);
-        // What was asked for meanwhile must not meet the rest of this thread.
+        // The cancellation request is still pending: it must not end the rest of this thread.
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-        isThrough = true;
+        hasReturned = true;
     });
     isKnown.pass();
     ASSERT_TRUE(reader.awaitAsleep());
     EXPECT_EQ(pthread_cancel(thread), 0);
     EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
     reader.join();
-    EXPECT_TRUE(isThrough);
+    EXPECT_TRUE(hasReturned);
     EXPECT_EQ(status, 0);
 }
 
-TEST_F(RwLock, KeepsWritersApartFromAllOthers)
+TEST_F(RwLock, WritersExcludeAllOtherThreads)
 {
-    // Unsynchronised but for the lock: the thread sanitizer is the judge too.
+    // Synchronised only by the lock, so that the thread sanitizer checks it too.
     int value = 0;
     int copy = 0;
     std::atomic<int> upgrades{0};
@@ -371,14 +371,14 @@ TEST_F(RwLock, KeepsWritersApartFromAllOthers)
     EXPECT_EQ(value, 2000 + upgrades);
 }
 
-TEST(RwLockLifetime, EndsWithItsLastHolder)
+TEST(RwLockLifetime, CanBeDestroyedByTheLastThreadThatUnlocks)
 {
-    // Whoever comes last destroys the lock, at once.
+    // The last thread destroys the lock immediately after it has released it.
     for (int round = 0; round < 500; ++round) {
         si_rwlock_t lock = qv_si_rwlock_empty_lock_extern;
         ASSERT_EQ(qv_si_rw_init(&lock, nullptr), 0);
         int left = 2;
-        const auto leave = [&] {
+        const auto release = [&] {
             qv_si_rw_wrlock(&lock);
             const bool isLast = --left == 0;
             qv_si_rw_unlock(&lock);
@@ -386,19 +386,19 @@ TEST(RwLockLifetime, EndsWithItsLastHolder)
                 EXPECT_EQ(qv_si_rw_destroy(&lock), 0);
             }
         };
-        std::thread other(leave);
-        leave();
+        std::thread other(release);
+        release();
         other.join();
     }
 }
 
-TEST(RwLockAtRest, IsAFixedImage)
+TEST(RwLockUninitialized, HasTheDocumentedRecord)
 {
     EXPECT_EQ(qv_si_rwlock_empty_lock_extern.val, nullptr);
     EXPECT_EQ(qv_si_rwlock_empty_lock_extern.magic, 0);
 }
 
-TEST(RwLockAtRest, CannotBeUsed)
+TEST(RwLockUninitialized, AllOperationsFail)
 {
     si_rwlock_t lock = qv_si_rwlock_empty_lock_extern;
     EXPECT_EQ(qv_si_rw_rdlock(&lock), 22);
@@ -411,7 +411,7 @@ TEST(RwLockAtRest, CannotBeUsed)
     EXPECT_EQ(qv_si_rw_rdlock(nullptr), 22);
 }
 
-TEST(RwLockAtRest, IsWhatDestructionLeaves)
+TEST(RwLockUninitialized, IsTheStateAfterDestroy)
 {
     si_rwlock_t lock = qv_si_rwlock_empty_lock_extern;
     ASSERT_EQ(qv_si_rw_init(&lock, nullptr), 0);
@@ -425,7 +425,7 @@ TEST(RwLockAtRest, IsWhatDestructionLeaves)
     EXPECT_EQ(qv_si_rw_destroy(&lock), 0);
 }
 
-TEST(RwLockAtRest, TakesNoAttributes)
+TEST(RwLockUninitialized, InitFailsIfAttributesAreNotNull)
 {
     si_rwlock_t lock = qv_si_rwlock_empty_lock_extern;
     EXPECT_EQ(qv_si_rw_init(&lock, "R"), 22);

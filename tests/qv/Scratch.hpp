@@ -14,7 +14,7 @@
 
 namespace qvtest {
 
-/** A folder of the test's own, which every user can enter; removed with all that is in it. */
+/** A temporary directory that all users can search. The destructor removes it with its content. */
 class Scratch
 {
 public:
@@ -74,7 +74,7 @@ private:
     std::string _path;
 };
 
-/** Drops root's effective user to one without rights, and back at the end of its scope. */
+/** Changes the effective user from root to one without rights for a scope. */
 class AsNobody
 {
 public:
@@ -98,7 +98,7 @@ private:
     }
 };
 
-/** Tests that give access and deny it: with files of root, seen by root and by another user. */
+/** Fixture of tests that need root, to deny access to files by changing the effective user. */
 class NeedsRoot : public testing::Test
 {
 protected:

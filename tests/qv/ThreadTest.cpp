@@ -13,7 +13,7 @@
 
 namespace {
 
-/** Runs `check` in a child made by fork, and tells whether it held there. */
+/** Runs `check` in a child process and returns its result. */
 template <class Check>
 bool holdsInChild(Check check)
 {
@@ -25,7 +25,7 @@ bool holdsInChild(Check check)
     return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-TEST(ThreadSelf, IsTheKernelsNumber)
+TEST(ThreadSelf, IsTheThreadIDOfTheKernel)
 {
     EXPECT_EQ(qv_si_thread_self(), gettid());
     EXPECT_EQ(qv_si_thread_self(), gettid());
@@ -43,7 +43,7 @@ TEST(ThreadSelf, DiffersBetweenThreads)
     EXPECT_NE(there, qv_si_thread_self());
 }
 
-TEST(ThreadSelf, IsRightInTheChildOfAFork)
+TEST(ThreadSelf, IsUpdatedInTheChildOfAFork)
 {
     const ThreadID_t parent = qv_si_thread_self();
     EXPECT_TRUE(holdsInChild([parent] {
@@ -53,7 +53,7 @@ TEST(ThreadSelf, IsRightInTheChildOfAFork)
     EXPECT_EQ(qv_si_thread_self(), parent);
 }
 
-TEST(ThreadSelf, IsRightInTheChildOfAForkOnAnotherThread)
+TEST(ThreadSelf, IsUpdatedInTheChildOfAForkOnAnotherThread)
 {
     std::thread([] {
         const ThreadID_t parent = qv_si_thread_self();
@@ -62,13 +62,13 @@ TEST(ThreadSelf, IsRightInTheChildOfAForkOnAnotherThread)
     }).join();
 }
 
-TEST(GetPid, IsRightInTheChildOfAFork)
+TEST(GetPid, IsUpdatedInTheChildOfAFork)
 {
     EXPECT_EQ(qv_si_getpid(), getpid());
     const pid_t parent = qv_si_getpid();
     EXPECT_TRUE(holdsInChild([parent] { return qv_si_getpid() == getpid() && getppid() == parent; }));
 
-    // A child that the C library knows nothing of.
+    // A child process that the C library is not aware of.
     const auto child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
     if (child == 0) {
         _exit(qv_si_getpid() == static_cast<pid_t>(syscall(SYS_getpid)) ? 0 : 1);
@@ -87,7 +87,7 @@ void countDestroyed(void* value)
     lastDestroyed = value;
 }
 
-TEST(ThreadKey, HasAValueForEveryThread)
+TEST(ThreadKey, HasOneValuePerThread)
 {
     si_thread_key_t key;
     ASSERT_EQ(qv_si_thread_keycreate(&key, nullptr), 0);
@@ -106,7 +106,7 @@ TEST(ThreadKey, HasAValueForEveryThread)
     EXPECT_EQ(qv_si_thread_getspecific(key), nullptr);
 }
 
-TEST(ThreadKey, DestroysTheValueAtTheEndOfAThread)
+TEST(ThreadKey, DestructorRunsWhenTheThreadEnds)
 {
     si_thread_key_t key;
     ASSERT_EQ(qv_si_thread_keycreate(&key, countDestroyed), 0);
@@ -125,7 +125,7 @@ TEST(ThreadKey, DestroysTheValueAtTheEndOfAThread)
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST(ThreadKey, IsRefusedWhenItWasNeverMade)
+TEST(ThreadKey, SetSpecificFailsIfTheKeyWasNotCreated)
 {
     EXPECT_EQ(qv_si_thread_setspecific(1000000, nullptr), 22);
     EXPECT_EQ(qv_si_thread_getspecific(1000000), nullptr);

@@ -19,7 +19,7 @@ std::string format(const std::tm& time)
     return {text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %w %j", &time)};
 }
 
-/** Another time zone for the duration of a test. */
+/** Sets the time zone for a scope. */
 class Zone
 {
 public:
@@ -54,14 +54,14 @@ TEST(GetTime, IsTheWallClock)
     const time_t before = time(nullptr);
     si_timespec_t now = {0, -1};
     ASSERT_EQ(qv_si_gettime(&now), 0);
-    // time() reads a clock that is a tick behind.
+    // time() reads a coarser clock, which may lag by one tick.
     EXPECT_GE(now.seconds, before);
     EXPECT_LE(now.seconds, time(nullptr) + 1);
     EXPECT_GE(now.nanoseconds, 0);
     EXPECT_LE(now.nanoseconds, 999999999);
 }
 
-TEST(GmTime, IsTheCalendarInUtc)
+TEST(GmTime, ConvertsToUtc)
 {
     std::tm result = {};
     ASSERT_EQ(qv_si_gmtime(0, &result), 0);
@@ -74,7 +74,7 @@ TEST(GmTime, IsTheCalendarInUtc)
     EXPECT_EQ(format(result), "2100-03-01 00:00:00 1 060");
 }
 
-TEST(GmTime, AgreesWithTheSystemOnEveryDay)
+TEST(GmTime, AgreesWithGmtimeOnEveryDay)
 {
     const time_t endOf9999 = 253402300800;
     for (time_t day = 0; day < endOf9999; day += 86400) {
@@ -98,7 +98,7 @@ TEST(GmTime, AgreesWithTheSystemOnEveryDay)
     EXPECT_EQ(result.tm_year, 8100);
 }
 
-TEST(LocalTime, IsTheCalendarOfTheZone)
+TEST(LocalTime, ConvertsToTheTimeZone)
 {
     const Zone zone("XYZ-2");
     std::tm result = {};
@@ -108,7 +108,7 @@ TEST(LocalTime, IsTheCalendarOfTheZone)
     EXPECT_EQ(format(result), "2026-11-14 15:05:20 6 318");
 }
 
-TEST(Calendar, RefusesAYearThatDoesNotFit)
+TEST(Calendar, FailsIfTheYearDoesNotFit)
 {
     std::tm result = {};
     EXPECT_EQ(qv_si_gmtime(std::numeric_limits<time_t>::max(), &result), 75);
@@ -130,13 +130,13 @@ TEST(NanoSleep, SleepsForTheInterval)
     EXPECT_EQ(remaining.nanoseconds, 0);
 }
 
-TEST(NanoSleep, MayBeForNothing)
+TEST(NanoSleep, AcceptsAnEmptyInterval)
 {
     const si_timespec_t request = {0, 0};
     EXPECT_EQ(qv_si_nanosleep(&request, nullptr), 0);
 }
 
-TEST(NanoSleep, RefusesWhatIsNoInterval)
+TEST(NanoSleep, FailsIfTheIntervalIsNotNormalized)
 {
     si_timespec_t remaining = {};
     const si_timespec_t tooMany = {0, 1000000000};
@@ -147,7 +147,7 @@ TEST(NanoSleep, RefusesWhatIsNoInterval)
 
 void ignoreSignal(int) {}
 
-TEST(NanoSleep, IsEndedByASignalAndTellsWhatIsLeft)
+TEST(NanoSleep, SignalInterruptsItAndTheRestIsReturned)
 {
     struct sigaction action = {};
     struct sigaction previous = {};
@@ -165,7 +165,7 @@ TEST(NanoSleep, IsEndedByASignalAndTellsWhatIsLeft)
         status = qv_si_nanosleep(&request, &remaining);
     });
     isKnown.pass();
-    // Once more, should one have come before the sleep.
+    // Repeated, since a signal may arrive before the sleep.
     while (sleeper.awaitAsleep()) {
         EXPECT_EQ(pthread_kill(thread, SIGUSR1), 0);
     }
@@ -174,7 +174,7 @@ TEST(NanoSleep, IsEndedByASignalAndTellsWhatIsLeft)
 
     EXPECT_EQ(status, 4);
     EXPECT_GT(remaining.seconds, 3000);
-    // The system rounds a sleep up, and what is left of it.
+    // The system may round the interval up, and with it the rest.
     EXPECT_LE(remaining.seconds, 3600);
 }
 

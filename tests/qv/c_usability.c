@@ -1,10 +1,10 @@
-/* The system interface as C sees it: compiled as C11, called by CUsabilityTest. */
+/* Uses the system interface from C: compiled as C11, called by CUsabilityTest. */
 
 #include <qv/pmx.h>
 
 #include <string.h>
 
-/** 0, or the line of the first check that does not hold. */
+/** Returns 0, or the line of the first check that failed. */
 int qv_test_from_c(void);
 
 #define CHECK(condition)                                                                                     \

@@ -34,7 +34,7 @@ const char* unquote(const char* pos)
         return pos;
     }
     if (pos[1] == '\0') {
-        throw std::invalid_argument("backslash at the end");
+        throw std::invalid_argument("trailing backslash");
     }
     return pos + 1;
 }
@@ -76,7 +76,7 @@ const char* WildPattern::addSet(const char* pos)
     ByteSet bytes;
     for (bool leading = true; leading || *pos != ']'; leading = false) {
         if (*pos == '\0') {
-            throw std::invalid_argument("bracket without an end");
+            throw std::invalid_argument("missing ]");
         }
         pos = unquote(pos);
         const std::size_t low = code(*pos++);
@@ -86,7 +86,7 @@ const char* WildPattern::addSet(const char* pos)
             high = code(*pos++);
         }
         if (high < low) {
-            throw std::invalid_argument("range in reverse order");
+            throw std::invalid_argument("range end precedes range start");
         }
         for (std::size_t byte = low; byte <= high; ++byte) {
             bytes.set(byte);
