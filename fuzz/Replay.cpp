@@ -1,5 +1,5 @@
-// Feeds inputs to a fuzz target without a fuzzer: every file in the folders that are named; behind
-// --mutate, what the target's own mutator makes of them, and always the same.
+// Runs a fuzz target without a fuzzer: on every file in the given directories or, with --mutate, on mutations
+// of these files by the target's own mutator, which are the same in every run.
 
 #include <algorithm>
 #include <cstddef>
@@ -15,7 +15,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-// Null in a target without one.
+// Null in a target without a mutator.
 extern "C" [[gnu::weak]] std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
                                                              std::size_t max_size, unsigned int seed);
 
@@ -27,11 +27,11 @@ constexpr std::size_t MAX_SIZE = 4096;
 
 std::minstd_rand randomNumber;
 
-std::vector<std::filesystem::path> filesOf(const std::vector<std::string>& folders)
+std::vector<std::filesystem::path> filesIn(const std::vector<std::string>& directories)
 {
     std::vector<std::filesystem::path> files;
-    for (const std::string& folder : folders) {
-        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    for (const std::string& directory : directories) {
+        for (const auto& entry : std::filesystem::directory_iterator(directory)) {
             files.push_back(entry.path());
         }
     }
@@ -51,11 +51,11 @@ void run(const Input& input)
     LLVMFuzzerTestOneInput(input.data(), input.size());
 }
 
-/** Each one is made from one of the inputs, or of what was made of one. */
+/** Runs the target on mutations of the inputs, and on mutations of these. */
 void runMutations(std::vector<Input> inputs)
 {
     const std::size_t count = std::getenv("DALNIM_TEST_LONG") != nullptr ? 1000000 : 20000;
-    const std::size_t kept = 4 * inputs.size();
+    const std::size_t capacity = 4 * inputs.size();
     for (std::size_t i = 0; i < count; ++i) {
         Input input = inputs[randomNumber() % inputs.size()];
         const std::size_t size = input.size();
@@ -63,10 +63,10 @@ void runMutations(std::vector<Input> inputs)
         input.resize(LLVMFuzzerCustomMutator(input.data(), size, input.size(),
                                              static_cast<unsigned int>(randomNumber())));
         run(input);
-        if (inputs.size() < kept) {
+        if (inputs.size() < capacity) {
             inputs.push_back(input);
         } else if (i % 4 == 0) {
-            inputs[kept / 4 + randomNumber() % (kept - kept / 4)] = input;
+            inputs[capacity / 4 + randomNumber() % (capacity - capacity / 4)] = input;
         }
     }
     std::cout << count << " mutations\n";
@@ -74,7 +74,7 @@ void runMutations(std::vector<Input> inputs)
 
 }
 
-/** For mutators: a byte is changed, added or lost. The fuzzer has more to offer. */
+/** For mutators: changes, inserts or erases one byte. Replaces the richer function of libFuzzer. */
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max_size)
 {
     const auto byte = static_cast<std::uint8_t>(randomNumber() % 256);
@@ -99,9 +99,9 @@ int main(int argc, char** argv)
     std::vector<std::string> arguments(argv + 1, argv + argc);
     const bool mutate = !arguments.empty() && arguments[0] == "--mutate";
     arguments.erase(arguments.begin(), arguments.begin() + (mutate ? 1 : 0));
-    const std::vector<std::filesystem::path> files = filesOf(arguments);
+    const std::vector<std::filesystem::path> files = filesIn(arguments);
     if (files.empty() || (mutate && LLVMFuzzerCustomMutator == nullptr)) {
-        std::cerr << "no inputs, or no mutator\n";
+        std::cerr << "no inputs, or --mutate for a target without a mutator\n";
         return 1;
     }
 
@@ -109,11 +109,11 @@ int main(int argc, char** argv)
     for (const auto& file : files) {
         Input input;
         if (!readFile(file, input)) {
-            std::cerr << file.native() << " cannot be read\n";
+            std::cerr << "cannot read " << file.native() << "\n";
             return 1;
         }
         if (!mutate) {
-            // Where one ends the process, it is the last that was named.
+            // Printed first, so that the last line names the input that ended the process.
             std::cout << file.native() << std::endl;
             run(input);
         }

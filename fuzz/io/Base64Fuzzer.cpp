@@ -1,6 +1,5 @@
-// Base64: of the input, the first byte chooses flags, the second is the width of lines, the third the
-// length of the pieces that streams come in; the rest is encoded, and decoded, and compared with a
-// plain model.
+// Base64: the first byte of the input selects flags, the second is the line width, the third the chunk size
+// of streams. The rest is encoded, decoded, and compared with a simple model.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Path texts: what fullPath() makes of the input is what realpath() makes of the part of it that counts.
+// Paths: fullPath() of the input must equal realpath() of its significant part.
 
 #include <algorithm>
 #include <cerrno>
@@ -25,7 +25,7 @@ bool isOneOf(const char* set, char c)
     return std::string(set).find(c) != std::string::npos;
 }
 
-std::string partThatCounts(std::string text)
+std::string significantPart(std::string text)
 {
     for (const char* run : {" \t\n\v\f\r", "\"'"}) {
         while (!text.empty() && isOneOf(run, text.front())) {
@@ -76,7 +76,7 @@ void checkFullPath(const Text& text, const std::string& part)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const std::string text(reinterpret_cast<const char*>(data), size);
-    const std::string part = partThatCounts(text);
+    const std::string part = significantPart(text);
     std::size_t offset = 0;
     std::size_t length = 0;
     const bool found = size != 0 && find_path_substring(offset, length, text.c_str(), text.size());
@@ -85,11 +85,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(text.substr(offset, length) == part);
     }
 
-    // In the process's own folder names change from look to look.
+    // Names below /proc change between lookups.
     if (text.find("proc") != std::string::npos || text.find("fd") != std::string::npos) {
         return 0;
     }
     checkFullPath(text, part);
-    checkFullPath(text.c_str(), partThatCounts(text.c_str()));
+    checkFullPath(text.c_str(), significantPart(text.c_str()));
     return 0;
 }

@@ -1,6 +1,6 @@
-// Properties files: the first byte of the input chooses the options, the rest is the file, and behind
-// bytes 28 (a file separator) the files that it may include. The loader is compared with a plain model
-// of the format, in one piece and in small ones, and what it loads must survive storing.
+// Properties files: the first byte of the input selects the options, the rest is the file, followed by the
+// files that it may include, separated by bytes 28 (file separator). The loader is compared with a simple
+// model of the format, in one chunk and in small chunks, and loaded properties must survive storing.
 
 #include <algorithm>
 #include <cstddef>
@@ -27,13 +27,13 @@ using propertiestest::Model;
 constexpr char FILE_SEPARATOR = 28;
 const char NAME[] = "x.conf";
 
-/** A folder with the files that an input may include, deep enough that no ".." leads out of it. */
-class Folder
+/** A directory with the files that an input may include, so deep that ".." does not lead out of it. */
+class IncludeDirectory
 {
 public:
     static constexpr std::size_t DEPTH = 8;
 
-    Folder()
+    IncludeDirectory()
     {
         std::string name = std::filesystem::temp_directory_path() / "dalnim-fuzz-XXXXXX";
         require(mkdtemp(name.data()) != nullptr);
@@ -45,49 +45,50 @@ public:
         std::filesystem::create_directories(path + "sub");
     }
 
-    ~Folder()
+    ~IncludeDirectory()
     {
         std::filesystem::remove_all(root);
     }
 
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
+    IncludeDirectory(const IncludeDirectory&) = delete;
+    IncludeDirectory& operator=(const IncludeDirectory&) = delete;
 
-    /** The folder has these, and no other ones, which are named in this order. */
-    void hold(const std::vector<std::string>& texts)
+    /** Makes these the only files in the directory. Their names are assigned in a fixed order. */
+    void setFiles(const std::vector<std::string>& texts)
     {
         static const char* const NAMES[COUNT] = {"b.conf", "sub/c.conf", "d.conf"};
         for (std::size_t i = 0; i < COUNT; ++i) {
             const bool is_wanted = i < texts.size();
-            if (is_wanted && (!is_there[i] || held[i] != texts[i])) {
+            if (is_wanted && (!exists[i] || contents[i] != texts[i])) {
                 std::ofstream(path + NAMES[i], std::ios_base::binary) << texts[i];
-                held[i] = texts[i];
-            } else if (!is_wanted && is_there[i]) {
+                contents[i] = texts[i];
+            } else if (!is_wanted && exists[i]) {
                 std::filesystem::remove(path + NAMES[i]);
             }
-            is_there[i] = is_wanted;
+            exists[i] = is_wanted;
         }
     }
 
     static constexpr std::size_t COUNT = 3;
-    /** Of the innermost one, with its slash. */
+    /** Path of the innermost directory, with a trailing slash. */
     std::string path;
 
 private:
     std::string root;
-    /** What has been written: most inputs have the same files as the one before. */
-    std::string held[COUNT];
-    bool is_there[COUNT] = {};
+    /** The content of the files. Most inputs have the same files as the previous one. */
+    std::string contents[COUNT];
+    bool exists[COUNT] = {};
 };
 
-/** Cuts the text of the file from the texts of those that it may include. */
-std::vector<std::string> takeIncluded(std::string& text)
+/** Removes the files that `text` may include from it, and returns them. */
+std::vector<std::string> extractIncluded(std::string& text)
 {
     std::vector<std::string> included;
     std::size_t end = text.find(FILE_SEPARATOR);
     const std::string rest = end == std::string::npos ? "" : text.substr(end);
     text.resize(std::min(end, text.size()));
-    for (std::size_t start = 0; start < rest.size() && included.size() < Folder::COUNT; start = end) {
+    for (std::size_t start = 0; start < rest.size() && included.size() < IncludeDirectory::COUNT;
+         start = end) {
         end = std::min(rest.find(FILE_SEPARATOR, start + 1), rest.size());
         included.push_back(rest.substr(start + 1, end - start - 1));
     }
@@ -108,7 +109,7 @@ Model::Table tableOf(const Properties& properties)
     return Model::Table(properties.begin(), properties.end());
 }
 
-/** As many as it takes to have the loader sort what it reads before it enters it. */
+/** Returns a table that is large enough for the loader to sort properties before it inserts them. */
 const Properties& largeTable()
 {
     static Properties table;
@@ -135,7 +136,7 @@ void checkLoading(const Model& model, Properties& properties, std::istream& stre
     }
     require(tableOf(properties) == model.table);
     require(warnings.str() == model.warnings && notes.str().empty());
-    // A message ends for its reader where the file has a zero byte.
+    // The message ends at a zero byte of the file, since what() is a C string.
     require(error == model.error.c_str());
 }
 
@@ -172,26 +173,26 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0) {
         return 0;
     }
-    static Folder folder;
+    static IncludeDirectory directory;
     const bool keep = (data[0] & 1) != 0;
     const bool report = (data[0] & 2) != 0;
     const std::size_t piece = data[0] >> 2 & 15;
     const bool large = data[0] >> 4 == 15;
     std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
-    if (countOf("..", text) > Folder::DEPTH) {
+    if (countOf("..", text) > IncludeDirectory::DEPTH) {
         return 0;
     }
-    folder.hold(takeIncluded(text));
+    directory.setFiles(extractIncluded(text));
 
     const Properties nothing;
     const Properties& before = large ? largeTable() : nothing;
-    const Model model(text, folder.path, NAME, report, keep, tableOf(before));
+    const Model model(text, directory.path, NAME, report, keep, tableOf(before));
     if (model.gaveUp) {
         return 0;
     }
     Properties properties(before, false);
     std::istringstream stream(text);
-    checkLoading(model, properties, stream, folder.path + NAME, report, keep);
+    checkLoading(model, properties, stream, directory.path + NAME, report, keep);
     if (large) {
         return 0;
     }
@@ -199,7 +200,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Properties again;
     PieceBuffer pieces(text, piece);
     std::istream piece_stream(&pieces);
-    checkLoading(model, again, piece_stream, folder.path + NAME, report, keep);
+    checkLoading(model, again, piece_stream, directory.path + NAME, report, keep);
     checkStoring(properties);
     return 0;
 }

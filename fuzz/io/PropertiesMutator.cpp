@@ -1,5 +1,5 @@
-// Mutations of properties files for PropertiesFuzzer.cpp: they know lines, properties, escapes, pragmas,
-// continuations, and the files that an input has.
+// Mutations of properties files for PropertiesFuzzer.cpp. They are aware of lines, properties, escapes,
+// pragmas, continuations, and the files that an input contains.
 
 #include <algorithm>
 #include <cstddef>
@@ -41,22 +41,22 @@ public:
         switch (choices.below(10)) {
         case 0:
         case 1:
-            lines.insert(place(at), newLine());
+            lines.insert(iteratorAt(at), newLine());
             break;
         case 2:
-            lines.insert(place(at), line);
+            lines.insert(iteratorAt(at), line);
             break;
         case 3:
             std::swap(line, lines[choices.below(lines.size())]);
             break;
         case 4:
             if (lines.size() > 1) {
-                lines.erase(place(at));
+                lines.erase(iteratorAt(at));
             }
             break;
         case 5:
-            // What this line has of a property, and what another has.
-            line = line.substr(0, line.find('=')) + behindSeparator(lines[choices.below(lines.size())]);
+            // The key of this line with the value of another one.
+            line = line.substr(0, line.find('=')) + fromSeparator(lines[choices.below(lines.size())]);
             break;
         case 6:
             mutateBytes(line);
@@ -67,12 +67,12 @@ public:
     }
 
 private:
-    Lines::iterator place(std::size_t at)
+    Lines::iterator iteratorAt(std::size_t at)
     {
         return lines.begin() + static_cast<std::ptrdiff_t>(at);
     }
 
-    static std::string behindSeparator(const std::string& line)
+    static std::string fromSeparator(const std::string& line)
     {
         const std::size_t separator = line.find('=');
         return separator == std::string::npos ? line : line.substr(separator);
@@ -82,15 +82,16 @@ private:
     {
         switch (choices.below(8)) {
         case 0:
-            return blanks() + choices.oneOf({"#", "!"}) + word() + lineEnd();
+            return optionalWhiteSpace() + choices.oneOf({"#", "!"}) + word() + lineEnd();
         case 1:
-            return blanks() + lineEnd();
+            return optionalWhiteSpace() + lineEnd();
         case 2:
-            return blanks() + "%pragma" + blank() + "include" + blank() + file() + blanks() + lineEnd();
+            return optionalWhiteSpace() + "%pragma" + whiteSpace() + "include" + whiteSpace() + file()
+                   + optionalWhiteSpace() + lineEnd();
         case 3:
             return pragma();
         case 4:
-            // Another file of the input begins.
+            // Starts another file of the input.
             return "\x1c" + property();
         default:
             return property();
@@ -99,20 +100,20 @@ private:
 
     std::string property()
     {
-        std::string line = blanks() + word() + separator();
+        std::string line = optionalWhiteSpace() + word() + separator();
         for (std::size_t words = choices.below(4); words > 0; --words) {
-            line += choices.oneIn(3) ? "\\" + lineEnd() + blanks() : "";
+            line += choices.oneIn(3) ? "\\" + lineEnd() + optionalWhiteSpace() : "";
             line += choices.oneIn(2) ? word() : escape();
         }
-        return line + blanks() + lineEnd();
+        return line + optionalWhiteSpace() + lineEnd();
     }
 
     std::string pragma()
     {
-        return "%" + choices.oneOf({"pragma", "pragma", "pragma", "Pragma", "", "x"}) + blanks()
-               + choices.oneOf({"severity", "severity", "severity", "include", "other", ""}) + blanks()
-               + choices.oneOf({"error", "warning", "note", "none", "\"\"", "\"", ""}) + blanks()
-               + choices.oneOf({"", "", "more"}) + lineEnd();
+        return "%" + choices.oneOf({"pragma", "pragma", "pragma", "Pragma", "", "x"}) + optionalWhiteSpace()
+               + choices.oneOf({"severity", "severity", "severity", "include", "other", ""})
+               + optionalWhiteSpace() + choices.oneOf({"error", "warning", "note", "none", "\"\"", "\"", ""})
+               + optionalWhiteSpace() + choices.oneOf({"", "", "more"}) + lineEnd();
     }
 
     std::string file()
@@ -125,7 +126,7 @@ private:
     std::string word()
     {
         if (choices.oneIn(3)) {
-            // Among those of the table that is there before.
+            // A key of largeTable().
             return "k" + std::to_string(choices.below(2000));
         }
         return choices.oneOf({"a", "b", "key", "value", "com.kor.key", "x", "%", "#", "!", "\xff", "\x80\x81",
@@ -145,7 +146,8 @@ private:
 
     std::string separator()
     {
-        return blanks() + choices.oneOf({"=", "=", "=", ":", " ", "==", ":=", ""}) + blanks();
+        return optionalWhiteSpace() + choices.oneOf({"=", "=", "=", ":", " ", "==", ":=", ""})
+               + optionalWhiteSpace();
     }
 
     std::string lineEnd()
@@ -153,14 +155,14 @@ private:
         return choices.oneOf({"\n", "\n", "\n", "\n", "\r\n", "\n\n", "\r", "\\\n", "\\\r\n", ""});
     }
 
-    std::string blank()
+    std::string whiteSpace()
     {
         return choices.oneOf({" ", " ", "\t", "\v", "\f", "\r", "  \t"});
     }
 
-    std::string blanks()
+    std::string optionalWhiteSpace()
     {
-        return choices.oneIn(2) ? "" : blank();
+        return choices.oneIn(2) ? "" : whiteSpace();
     }
 
     std::string token()
@@ -173,9 +175,9 @@ private:
         case 2:
             return word();
         case 3:
-            return blank();
+            return whiteSpace();
         case 4:
-            return "\\" + lineEnd() + blanks();
+            return "\\" + lineEnd() + optionalWhiteSpace();
         case 5:
             return choices.oneOf({"%", "%pragma ", "#", "!", "\"", "\\", "\x1c", "\0"sv});
         default:
@@ -211,7 +213,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
     return store(input, data, max_size);
 }
 
-/** Lines of both, in their order, by chance from the one or the other. */
+/** Selects each line at random from one of the two inputs. */
 extern "C" std::size_t LLVMFuzzerCustomCrossOver(const std::uint8_t* data1, std::size_t size1,
                                                  const std::uint8_t* data2, std::size_t size2,
                                                  std::uint8_t* out, std::size_t max_out_size,

@@ -1,4 +1,4 @@
-// Regular expressions: the input is an expression, a zero byte, and a text.
+// Regular expressions: the input is an expression, a zero byte and a string.
 
 #include <cstddef>
 #include <cstdint>

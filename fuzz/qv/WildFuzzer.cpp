@@ -1,4 +1,4 @@
-// Wildcard patterns: the input is a pattern, a zero byte, and a text.
+// Wildcard patterns: the input is a pattern, a zero byte and a string.
 
 #include <cstddef>
 #include <cstdint>

@@ -6,10 +6,10 @@
 #include <string>
 
 /**
- * The system's compiler copies what is repeated by '+' or by count, which doubles the expression for
- * every '+' around or behind another; it follows what may be left out, in each of the copies, one by
- * one; and its matcher takes exponential time over back references.
- * That is theirs, and known; what is looked for here is ours.
+ * Returns true for expressions that the system's regcomp() or regexec() is known to handle badly: these are
+ * not our bugs. regcomp() copies operands of '+' and of counts, so each '+' around or after another doubles
+ * the expression; it then follows each optional part of each copy separately. regexec() takes exponential
+ * time for back references.
  */
 inline bool isCostly(const std::string& expression)
 {

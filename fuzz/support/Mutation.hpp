@@ -11,16 +11,16 @@
 #include <string_view>
 #include <vector>
 
-/** What the fuzzer itself does to bytes that it knows nothing about; Replay.cpp has a plain one. */
+/** The generic mutation of libFuzzer; Replay.cpp has a simple one. */
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max_size);
 
-/** The choices of one mutation, all of which follow from the seed that the fuzzer gives for it. */
+/** The random choices of one mutation, determined by the seed that the fuzzer passes. */
 class Choices
 {
 public:
     explicit Choices(unsigned int seed) : random(seed) {}
 
-    /** From 0 up to `limit`, which is not 0, and without it. */
+    /** Returns a number from 0 to `limit` - 1; `limit` must not be 0. */
     std::size_t below(std::size_t limit)
     {
         return random() % limit;
@@ -40,7 +40,7 @@ private:
     std::minstd_rand random;
 };
 
-/** Lets the fuzzer mutate a piece of an input, which may grow a little by it. */
+/** Applies the generic mutation to a part of an input, which may grow by a few bytes. */
 inline void mutateBytes(std::string& piece)
 {
     constexpr std::size_t GROWTH = 16;
@@ -50,7 +50,7 @@ inline void mutateBytes(std::string& piece)
     piece.assign(bytes.begin(), bytes.end());
 }
 
-/** Hands a mutated input back to the fuzzer, as much of it as there is room for. */
+/** Copies a mutated input to the buffer of the fuzzer, truncated to its size. Returns the length. */
 inline std::size_t store(const std::string& input, std::uint8_t* data, std::size_t max_size)
 {
     const std::size_t size = std::min(input.size(), max_size);

@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-/** Ends the process, which is what the fuzzer notices. */
+/** Aborts unless `condition` is true. The fuzzer reports the crash. */
 inline void require(bool condition)
 {
     if (!condition) {

@@ -1,5 +1,5 @@
-// Numbers: the first byte of the input chooses whether `errno` is stale, the rest is the text. Every
-// type is compared with a plain model.
+// Number parsing: the first byte of the input selects whether `errno` is set before, the rest is the string.
+// Each type is compared with a simple model.
 
 #include <cerrno>
 #include <cstddef>

@@ -1,5 +1,5 @@
-// The class of regular expressions: the input is an expression, a zero byte, and a text. It is
-// compared with the system's own compiler and matcher.
+// The class RegExp: the input is an expression, a zero byte and a string. It is compared with regcomp() and
+// regexec().
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
-// The push parser against its plain model. The first three bytes of an input choose the flags and the
-// kind of callbacks, the event that does more than to be recorded and what it does, and the length of
-// the pieces; a byte 0 in the rest ends one document and begins the next on the same handle.
+// The push parser, compared with a simple model. The first three bytes of the input select the flags and the
+// kind of callbacks, the event with an action and that action, and the chunk size. A byte 0 in the rest ends
+// one document and starts the next on the same handle.
 
 #include <fuzz/support/Require.hpp>
 #include <tests/xml/ParserModel.hpp>
@@ -41,7 +41,7 @@ Script scriptOf(std::uint8_t choice)
         script[choice / 8] = Action::Reset;
         script[choice / 8 + 1] = Action::PushTwiceAndStop;
     } else {
-        // Two in a row: a push within a push.
+        // Two in a row: a nested push.
         script[choice / 8] = Action::Push;
         script[choice / 8 + 1] = Action::Push;
     }

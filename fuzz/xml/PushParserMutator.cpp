@@ -1,5 +1,5 @@
-// Mutations of documents for PushParserFuzzer.cpp: they know elements, attributes, references, text,
-// CDATA sections, comments and instructions, and keep most of a good document good.
+// Mutations of documents for PushParserFuzzer.cpp. They are aware of elements, attributes, references, text,
+// CDATA sections, comments and processing instructions, and leave most of a well-formed document well-formed.
 
 #include <algorithm>
 #include <cstddef>
@@ -17,7 +17,7 @@ using namespace std::string_view_literals;
 
 constexpr std::size_t CHOICES = 3;
 
-/** A tag, a comment, an instruction, a section or a text; or the NUL between two documents. */
+/** A tag, comment, processing instruction, CDATA section or text; or the zero byte between two documents. */
 typedef std::string Piece;
 typedef std::vector<Piece> Pieces;
 
@@ -42,10 +42,10 @@ bool isEmptyElement(const Piece& piece)
     return isStartTag(piece) && piece.size() > 2 && piece.compare(piece.size() - 2, 2, "/>") == 0;
 }
 
-/** Where the piece ends that begins at `start`; the end of the text if it is never finished. */
+/** Returns the end of the piece that begins at `start`; the end of the text if the piece is incomplete. */
 std::size_t endOfPiece(const std::string& text, std::size_t start)
 {
-    const auto behind = [&](std::string_view end) {
+    const auto after = [&](std::string_view end) {
         const std::size_t found = text.find(end, start);
         return found == std::string::npos ? text.size() : found + end.size();
     };
@@ -56,15 +56,15 @@ std::size_t endOfPiece(const std::string& text, std::size_t start)
         return std::min(text.find_first_of("<\0"sv, start), text.size());
     }
     if (text.compare(start, 4, "<!--") == 0) {
-        return behind("-->");
+        return after("-->");
     }
     if (text.compare(start, 2, "<?") == 0) {
-        return behind("?>");
+        return after("?>");
     }
     if (text.compare(start, 2, "<!") == 0 && text.compare(start, 9, "<!DOCTYPE") != 0) {
-        return behind("]]>");
+        return after("]]>");
     }
-    return behind(">");
+    return after(">");
 }
 
 Pieces piecesOf(const std::string& text)
@@ -87,7 +87,7 @@ std::string joined(const Pieces& pieces)
     return text;
 }
 
-/** From a piece on, as many as belong together: an element with all in it, or that piece alone. */
+/** A range of pieces: an element with its content, or a single piece. */
 struct Span
 {
     std::size_t begin;
@@ -139,30 +139,30 @@ public:
     }
 
 private:
-    Pieces::iterator place(std::size_t at)
+    Pieces::iterator iteratorAt(std::size_t at)
     {
         return pieces.begin() + static_cast<std::ptrdiff_t>(at);
     }
 
     Pieces copyOf(Span span)
     {
-        return Pieces(place(span.begin), place(span.end));
+        return Pieces(iteratorAt(span.begin), iteratorAt(span.end));
     }
 
     void insert(std::size_t at, const Pieces& added)
     {
-        pieces.insert(place(at), added.begin(), added.end());
+        pieces.insert(iteratorAt(at), added.begin(), added.end());
     }
 
     void erase(Span span)
     {
-        pieces.erase(place(span.begin), place(span.end));
+        pieces.erase(iteratorAt(span.begin), iteratorAt(span.end));
     }
 
     Span someSpan()
     {
         const std::size_t begin = choices.below(pieces.size());
-        // Now and then a tag without its other half.
+        // Sometimes a single tag of an element.
         return choices.oneIn(8) ? Span{begin, begin + 1} : spanFrom(begin);
     }
 
@@ -185,7 +185,7 @@ private:
         return {begin, begin + 1};
     }
 
-    /** Beside the first one, or anywhere, many times if it is small. */
+    /** Inserts copies of a span after it or anywhere; sometimes many copies if it is small. */
     void duplicate()
     {
         const Span span = someSpan();
@@ -215,17 +215,17 @@ private:
         insert(first.begin, back);
     }
 
-    /** Another element around one, or many around each other. */
+    /** Encloses a span in a new element, or in many nested ones. */
     void wrap()
     {
         const Span span = someSpan();
         const std::string name = newName();
         const std::size_t times = choices.oneIn(6) ? 1 + choices.below(50) : 1;
-        insert(span.end, Pieces(times, "</" + name + blanks() + ">"));
-        insert(span.begin, Pieces(times, "<" + name + blanks() + ">"));
+        insert(span.end, Pieces(times, "</" + name + optionalWhiteSpace() + ">"));
+        insert(span.begin, Pieces(times, "<" + name + optionalWhiteSpace() + ">"));
     }
 
-    /** The start tag, and the end tag that goes with it. */
+    /** Renames an element: its start tag and, usually, its end tag. */
     void rename()
     {
         const Span span = someSpan();
@@ -237,7 +237,7 @@ private:
         start.replace(1, nameEnd(start) - 1, name);
         Piece& last = pieces[span.end - 1];
         if (isEndTag(last) && !choices.oneIn(6)) {
-            last = "</" + name + blanks() + ">";
+            last = "</" + name + optionalWhiteSpace() + ">";
         }
     }
 
@@ -246,10 +246,10 @@ private:
         return std::min(tag.find_first_of(" \t\n\r/>", 1), tag.size());
     }
 
-    /** The attributes of the start tag that is next. */
+    /** Changes the attributes of the next start tag. */
     void changeTag(std::size_t from)
     {
-        const auto found = std::find_if(place(from), pieces.end(), isStartTag);
+        const auto found = std::find_if(iteratorAt(from), pieces.end(), isStartTag);
         if (found == pieces.end()) {
             return;
         }
@@ -273,7 +273,7 @@ private:
             tag.erase(one.begin, text.size());
             break;
         case 2:
-            // It becomes the first.
+            // Moves the attribute to the front.
             tag.erase(one.begin, text.size());
             tag.insert(end, text);
             break;
@@ -285,7 +285,7 @@ private:
         }
     }
 
-    /** Each with the blanks before it. */
+    /** Returns the attributes of a tag, each with the white space before it. */
     static std::vector<Span> attributesOf(const Piece& tag)
     {
         std::vector<Span> attributes;
@@ -330,11 +330,11 @@ private:
     Pieces newElement()
     {
         const std::string name = newName();
-        const std::string start = "<" + name + (choices.oneIn(2) ? attribute() : "") + blanks();
+        const std::string start = "<" + name + (choices.oneIn(2) ? attribute() : "") + optionalWhiteSpace();
         if (choices.oneIn(3)) {
             return {start + "/>"};
         }
-        return {start + ">", characters(), "</" + name + blanks() + ">"};
+        return {start + ">", characters(), "</" + name + optionalWhiteSpace() + ">"};
     }
 
     Pieces newContent()
@@ -352,8 +352,8 @@ private:
         case 4:
             return {characters()};
         case 5:
-            // Another document on the same handle.
-            return choices.oneIn(4) ? Pieces{Piece(1, '\0')} : Pieces{blank()};
+            // Starts another document on the same handle.
+            return choices.oneIn(4) ? Pieces{Piece(1, '\0')} : Pieces{whiteSpace()};
         default:
             return newElement();
         }
@@ -365,7 +365,7 @@ private:
         const std::string name = choices.oneIn(2) ? newName() : "k" + std::to_string(choices.below(100));
         std::string value = choices.oneIn(3) ? "" : characters();
         value.erase(std::remove(value.begin(), value.end(), quote[0]), value.end());
-        return (choices.oneIn(8) ? "" : blank()) + name + "=" + quote + value + quote;
+        return (choices.oneIn(8) ? "" : whiteSpace()) + name + "=" + quote + value + quote;
     }
 
     std::string newName()
@@ -395,14 +395,14 @@ private:
                               "<!DOCTYPE ", "</", "/>", " ",   "\n",  "\0"sv, "\xff", "a"});
     }
 
-    std::string blank()
+    std::string whiteSpace()
     {
         return choices.oneOf({" ", "\t", "\n", "\r\n", "\v", "\f", "  "});
     }
 
-    std::string blanks()
+    std::string optionalWhiteSpace()
     {
-        return choices.oneIn(2) ? "" : blank();
+        return choices.oneIn(2) ? "" : whiteSpace();
     }
 
     Choices& choices;
@@ -430,7 +430,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
     return store(input + joined(pieces), data, max_size);
 }
 
-/** The beginning of one, and of the other what follows the same number of pieces, or any number. */
+/** Joins the start of one input and the end of the other, split at the same piece or at any piece. */
 extern "C" std::size_t LLVMFuzzerCustomCrossOver(const std::uint8_t* data1, std::size_t size1,
                                                  const std::uint8_t* data2, std::size_t size2,
                                                  std::uint8_t* out, std::size_t max_out_size,
