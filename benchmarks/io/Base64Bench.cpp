@@ -1,6 +1,6 @@
-// Base64 from and to memory, beside OpenSSL and, where they are installed, POCO and Boost. Bytes are
-// those of the data, not of the text. OpenSSL is measured as it is called in C, into memory that is
-// there already, and into a new string, as it is called from here.
+// Base64 from and to memory, compared with OpenSSL and, if installed, POCO and Boost. Rates are in bytes of
+// the data, not of the encoded text. OpenSSL is measured with preallocated memory, as called from C, and with
+// a new string, as called from C++.
 
 #include <dalnim/io/Base64.hpp>
 
@@ -37,7 +37,7 @@ String makeData(std::size_t length)
     return data;
 }
 
-/** Reads and writes memory that is there already, so that what is measured is not its growth. */
+/** Reads and writes preallocated memory, so that its growth is not measured. */
 class Memory : public std::streambuf
 {
 public:

@@ -65,7 +65,7 @@ String textWithEscapes(const std::vector<String>& keys)
     return text;
 }
 
-/** Reads a text where it lies, so that no copy of it is measured. */
+/** Reads a string in place, so that copying it is not measured. */
 class TextBuffer : public std::streambuf
 {
 public:
@@ -76,7 +76,7 @@ public:
     }
 };
 
-/** Takes everything and keeps nothing. */
+/** Discards its output. */
 class Sink : public std::streambuf
 {
 protected:
@@ -105,7 +105,7 @@ void countLines(benchmark::State& state, const String& text)
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
 }
 
-/** The floor: what it takes to get at the lines. */
+/** The lower limit: reading the lines. */
 void readLines(benchmark::State& state)
 {
     const String text = textOf(keysShuffled());
@@ -155,7 +155,7 @@ void loadEscapes(benchmark::State& state)
 }
 BENCHMARK(loadEscapes)->Unit(benchmark::kMillisecond);
 
-/** The same assignments again: every key is there. */
+/** Loads the same properties again: all keys exist already. */
 void loadAgain(benchmark::State& state)
 {
     const String text = textOf(keysShuffled());
@@ -194,7 +194,7 @@ void lookUp(benchmark::State& state)
 }
 BENCHMARK(lookUp);
 
-/** One of a thousand prefixes, with a hundred properties each. */
+/** Selects by one of a thousand prefixes with a hundred properties each. */
 void selectByPrefix(benchmark::State& state)
 {
     const Properties& properties = table();
@@ -220,7 +220,7 @@ void copyTable(benchmark::State& state)
 }
 BENCHMARK(copyTable)->Unit(benchmark::kMillisecond);
 
-void walk(benchmark::State& state)
+void iterate(benchmark::State& state)
 {
     const Properties& properties = table();
     for (auto _ : state) {
@@ -232,7 +232,7 @@ void walk(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations() * LINES);
 }
-BENCHMARK(walk)->Unit(benchmark::kMillisecond);
+BENCHMARK(iterate)->Unit(benchmark::kMillisecond);
 
 void store(benchmark::State& state)
 {

@@ -1,5 +1,5 @@
-// Tables of 10 to 1,000,000 properties: loaded, stored, looked up and selected from, by the library
-// and by its peers, beside a bare std::getline of the same lines.
+// Tables of 10 to 1,000,000 properties: load, store, lookup and selection, by the library and its peers,
+// compared with a bare std::getline of the same lines.
 
 #include <dalnim/io/Properties.hpp>
 
@@ -32,10 +32,10 @@ namespace {
 
 using com::kor::dal::nim::io::Properties;
 
-/** A prefix selects so many. */
+/** Number of properties with the same prefix. */
 constexpr std::int64_t GROUP = 100;
 
-/** The keys of a table of so many, in no order. */
+/** Returns `count` keys in random order. */
 std::vector<std::string> keysOf(std::int64_t count)
 {
     std::vector<std::string> keys;
@@ -46,11 +46,11 @@ std::vector<std::string> keysOf(std::int64_t count)
     return keys;
 }
 
-/** The same text for every repetition: to make it anew would take longer than what is measured. */
+/** Returns the text of `count` properties. Cached, since generating it takes longer than the measurement. */
 const std::string& textOf(std::int64_t count)
 {
-    static std::map<std::int64_t, std::string> made;
-    std::string& text = made[count];
+    static std::map<std::int64_t, std::string> cache;
+    std::string& text = cache[count];
     if (text.empty()) {
         for (const std::string& key : keysOf(count)) {
             text += key + " = a value of " + key + "\n";
@@ -59,7 +59,7 @@ const std::string& textOf(std::int64_t count)
     return text;
 }
 
-/** Reads a text where it lies, so that no copy of it is measured. */
+/** Reads a string in place, so that copying it is not measured. */
 class TextBuffer : public std::streambuf
 {
 public:
@@ -70,7 +70,7 @@ public:
     }
 };
 
-/** Takes everything and keeps nothing. */
+/** Discards its output. */
 class NullBuffer : public std::streambuf
 {
 protected:
@@ -84,9 +84,9 @@ protected:
     }
 };
 
-/** Loads the same text again and again; `load(stream)` gives what is destroyed outside the time. */
+/** Measures `load(stream)`. Destroying the table that it returns is not measured. */
 template <class Load>
-void loads(benchmark::State& state, Load load)
+void measureLoad(benchmark::State& state, Load load)
 {
     const std::string& text = textOf(state.range(0));
     for (auto _ : state) {
@@ -101,12 +101,12 @@ void loads(benchmark::State& state, Load load)
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-/** Asks for one key after the other in no order; `find(key)` gives the value. */
+/** Measures `find(key)` for keys in random order. */
 template <class Find>
-void lookUps(benchmark::State& state, Find find)
+void measureLookUp(benchmark::State& state, Find find)
 {
-    static std::map<std::int64_t, std::vector<std::string>> made;
-    std::vector<std::string>& keys = made[state.range(0)];
+    static std::map<std::int64_t, std::vector<std::string>> cache;
+    std::vector<std::string>& keys = cache[state.range(0)];
     if (keys.empty()) {
         keys = keysOf(state.range(0));
         std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
@@ -119,9 +119,9 @@ void lookUps(benchmark::State& state, Find find)
     state.SetItemsProcessed(state.iterations());
 }
 
-/** Selects one group after the other; `select(prefix)` gives it. */
+/** Measures `select(prefix)` for one prefix after another. */
 template <class Select>
-void selections(benchmark::State& state, Select select)
+void measureSelect(benchmark::State& state, Select select)
 {
     const std::int64_t groups = std::max<std::int64_t>(1, state.range(0) / GROUP);
     std::int64_t next = 0;
@@ -132,12 +132,12 @@ void selections(benchmark::State& state, Select select)
     state.SetItemsProcessed(state.iterations() * std::min(GROUP, state.range(0)));
 }
 
-/** Likewise the table of so many, of one kind or another. */
+/** Returns a table of `count` properties, of any type. Cached like textOf(). */
 template <class Pointer, class Load>
 const Pointer& loadedOnce(std::int64_t count, Load load)
 {
-    static std::map<std::int64_t, Pointer> made;
-    Pointer& table = made[count];
+    static std::map<std::int64_t, Pointer> cache;
+    Pointer& table = cache[count];
     if (!table) {
         TextBuffer buffer(textOf(count));
         std::istream stream(&buffer);
@@ -154,19 +154,19 @@ const std::unique_ptr<Properties>& loaded(std::int64_t count)
 
 void loadDalnim(benchmark::State& state)
 {
-    loads(state, [](std::istream& stream) { return std::make_unique<Properties>(stream); });
+    measureLoad(state, [](std::istream& stream) { return std::make_unique<Properties>(stream); });
 }
 
 void lookUpDalnim(benchmark::State& state)
 {
     const auto& table = loaded(state.range(0));
-    lookUps(state, [&](const std::string& key) { return table->getProperty(key); });
+    measureLookUp(state, [&](const std::string& key) { return table->getProperty(key); });
 }
 
 void selectDalnim(benchmark::State& state)
 {
     const auto& table = loaded(state.range(0));
-    selections(state, [&](const std::string& prefix) {
+    measureSelect(state, [&](const std::string& prefix) {
         return std::unique_ptr<Properties>(table->getProperties(prefix));
     });
 }
@@ -182,10 +182,10 @@ void storeDalnim(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-/** What it takes to get at the lines. */
+/** The lower limit: reading the lines. */
 void loadGetline(benchmark::State& state)
 {
-    loads(state, [](std::istream& stream) {
+    measureLoad(state, [](std::istream& stream) {
         auto line = std::make_unique<std::string>();
         std::size_t bytes = 0;
         while (std::getline(stream, *line)) {
@@ -218,19 +218,19 @@ const std::unique_ptr<Log4cplusTable>& loadedLog4cplus(std::int64_t count)
 
 void loadLog4cplus(benchmark::State& state)
 {
-    loads(state, [](std::istream& stream) { return std::make_unique<Log4cplusTable>(stream); });
+    measureLoad(state, [](std::istream& stream) { return std::make_unique<Log4cplusTable>(stream); });
 }
 
 void lookUpLog4cplus(benchmark::State& state)
 {
     const auto& table = loadedLog4cplus(state.range(0));
-    lookUps(state, [&](const std::string& key) -> std::string { return table->getProperty(key); });
+    measureLookUp(state, [&](const std::string& key) -> std::string { return table->getProperty(key); });
 }
 
 void selectLog4cplus(benchmark::State& state)
 {
     const auto& table = loadedLog4cplus(state.range(0));
-    selections(state, [&](const std::string& prefix) { return table->getPropertySubset(prefix).size(); });
+    measureSelect(state, [&](const std::string& prefix) { return table->getPropertySubset(prefix).size(); });
 }
 
 BENCHMARK(loadLog4cplus)->Name("load/log4cplus")->Apply(numbers);
@@ -249,13 +249,13 @@ const Poco::AutoPtr<PocoTable>& loadedPoco(std::int64_t count)
 
 void loadPoco(benchmark::State& state)
 {
-    loads(state, [](std::istream& stream) { return Poco::AutoPtr<PocoTable>(new PocoTable(stream)); });
+    measureLoad(state, [](std::istream& stream) { return Poco::AutoPtr<PocoTable>(new PocoTable(stream)); });
 }
 
 void lookUpPoco(benchmark::State& state)
 {
     const Poco::AutoPtr<PocoTable>& table = loadedPoco(state.range(0));
-    lookUps(state, [&](const std::string& key) { return table->getString(key); });
+    measureLookUp(state, [&](const std::string& key) { return table->getString(key); });
 }
 
 void storePoco(benchmark::State& state)
@@ -277,7 +277,7 @@ BENCHMARK(storePoco)->Name("store/POCO")->Apply(numbers);
 #ifdef DALNIM_BENCH_PROPERTY_TREE
 void loadPropertyTree(benchmark::State& state)
 {
-    loads(state, [](std::istream& stream) {
+    measureLoad(state, [](std::istream& stream) {
         auto table = std::make_unique<boost::property_tree::ptree>();
         boost::property_tree::read_ini(stream, *table);
         return table;

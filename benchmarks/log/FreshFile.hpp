@@ -6,9 +6,8 @@
 #include <string>
 
 /**
- * The path of a file that does not exist yet, in a folder of its own below the one for temporary
- * files, which goes with this object. Each repetition has its own: a file that is truncated and
- * written anew costs other than a new one.
+ * The path of a file that does not exist yet, in a new temporary directory that the destructor removes. Each
+ * repetition uses its own: writing to a truncated file does not cost the same as writing to a new one.
  */
 class FreshFile
 {
@@ -19,18 +18,18 @@ public:
         if (mkdtemp(name.data()) == nullptr) {
             std::abort();
         }
-        folder = name;
-        path = folder + "/bench.log";
+        directory = name;
+        path = directory + "/bench.log";
     }
     FreshFile(const FreshFile&) = delete;
     FreshFile& operator=(const FreshFile&) = delete;
     ~FreshFile()
     {
         std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
+        std::filesystem::remove_all(directory, ignored);
     }
 
-    std::string folder;
+    std::string directory;
     std::string path;
 };
 

@@ -1,5 +1,4 @@
-// What a log statement costs that produces no record, by the library's logger and its peers, and what
-// the gate costs that lets one through.
+// The cost of a disabled log statement, in the library and its peers, and of the check of an enabled one.
 
 #include "Loggers.hpp"
 
@@ -14,7 +13,7 @@ namespace {
 
 namespace log = com::kor::dal::nim::log;
 
-/** A logger whose filter has some entries, none of which names "silent". */
+/** A logger whose module filter contains some entries, none of which matches "silent". */
 struct Gates
 {
     Gates()
@@ -31,7 +30,7 @@ struct Gates
     log::Module& silent;
 };
 
-/** Made by the main thread, before there is another. */
+/** Constructed by the main thread before it starts others. */
 Gates gates;
 
 void statementRefusedByFilter(benchmark::State& state)
@@ -62,14 +61,14 @@ BENCHMARK(statementRefusedByFilter)->ThreadRange(1, 8);
 BENCHMARK(gatePassedByFilter)->ThreadRange(1, 8);
 BENCHMARK(gatePassedByError)->ThreadRange(1, 8);
 
-/** Refused by its severity, on a logger with a file. */
+/** A statement that is disabled by its severity, on a logger with a file. */
 template <class Logger>
 void statementRefused(benchmark::State& state)
 {
     Logger& logger = *Shared<Logger>::logger();
     for (auto _ : state) {
         logger.refuse();
-        // Another thread may change the threshold: nobody may ask for it once for all statements.
+        // Another thread may change the threshold, so the compiler must not hoist the check out of the loop.
         benchmark::ClobberMemory();
     }
 }
@@ -79,8 +78,8 @@ const bool areRegistered = [] {
         typedef typename decltype(is)::type Logger;
         benchmark::RegisterBenchmark((std::string("refused/") + Logger::NAME).c_str(),
                                      statementRefused<Logger>)
-            ->Setup([](const benchmark::State&) { Shared<Logger>::make(Output()); })
-            ->Teardown(Shared<Logger>::drop)
+            ->Setup([](const benchmark::State&) { Shared<Logger>::create(Output()); })
+            ->Teardown(Shared<Logger>::destroy)
             ->ThreadRange(1, 8);
     });
     return true;

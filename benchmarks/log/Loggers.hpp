@@ -24,14 +24,14 @@
 
 #include <memory>
 
-/** Names a logger as an argument. */
+/** Passes a logger type as an argument. */
 template <class Logger>
 struct Is
 {
     typedef Logger type;
 };
 
-/** Calls `action(Is<Logger>())` for the library's logger and each peer that is there. */
+/** Calls `action(Is<Logger>())` for the library's logger and each installed peer. */
 template <class Action>
 void forEachLogger(Action action)
 {
@@ -53,19 +53,20 @@ void forEachLogger(Action action)
 #endif
 }
 
-/** What the threads of one repetition share: made before they start and gone when all have ended. */
+/** The logger that the threads of one repetition share: created before they start, destroyed after they end.
+ */
 template <class Logger>
 class Shared
 {
 public:
-    static void make(Output output)
+    static void create(Output output)
     {
         file() = std::make_unique<FreshFile>();
         output.path = file()->path;
         logger() = std::make_unique<Logger>(output);
     }
 
-    static void drop(const benchmark::State&)
+    static void destroy(const benchmark::State&)
     {
         logger().reset();
         file().reset();

@@ -1,6 +1,6 @@
-// Records on their way to a file, by the library's logger and its peers, beside what no logger can do
-// without: write(2) of the same bytes to a fresh file in append mode. Every line has reached the
-// kernel when its statement returns, and is of the same length for all.
+// Records to a file, by the library's logger and its peers, compared with the lower limit of any logger:
+// write(2) of the same bytes to a new file in append mode. Each line has been written when its statement
+// returns, and has the same length for all loggers.
 
 #include "Loggers.hpp"
 #include "peers/Limits.hpp"
@@ -18,51 +18,51 @@ constexpr std::size_t ROTATION_SIZE = 10000000;
 /** Enough for six rotations. */
 constexpr std::int64_t ROTATION_RECORDS = 400000;
 
-/** The text with which a line of this logger is so many bytes long, with its prefix and newline. */
+/** Returns the text of a record whose line is `lineLength` bytes long, including prefix and newline. */
 template <class Logger>
 std::string textFor(std::size_t lineLength, Prefix prefix)
 {
     const FreshFile file;
     Logger logger(Output{file.path, prefix});
-    // The first record may come behind a heading of the file.
+    // The first record may be preceded by a stream header.
     logger.record("");
     const std::uintmax_t before = std::filesystem::file_size(file.path);
     logger.record("");
     const std::uintmax_t overhead = std::filesystem::file_size(file.path) - before;
     std::string words(lineLength > overhead ? lineLength - overhead : 0, 'x');
     if (overhead == 0) {
-        // It writes what it is given.
+        // The logger writes the text verbatim.
         words.back() = '\n';
     }
     return words;
 }
 
-/** The text of the records of a repetition, which stands before its logger is made. */
+/** The text of the records of a repetition, set before its logger is created. */
 std::string text;
 
 template <class Logger>
-void make(const Output& output, std::size_t lineLength)
+void create(const Output& output, std::size_t lineLength)
 {
     text = textFor<Logger>(lineLength, output.prefix);
-    Shared<Logger>::make(output);
+    Shared<Logger>::create(output);
 }
 
 template <class Logger>
-void makeFull(const benchmark::State&)
+void createWithFullPrefix(const benchmark::State&)
 {
-    make<Logger>(Output(), LINE_LENGTH);
+    create<Logger>(Output(), LINE_LENGTH);
 }
 
 template <class Logger>
-void makeOfSize(const benchmark::State& state)
+void createForSize(const benchmark::State& state)
 {
-    make<Logger>(Output{"", Prefix::SEVERITY}, static_cast<std::size_t>(state.range(0)));
+    create<Logger>(Output{"", Prefix::SEVERITY}, static_cast<std::size_t>(state.range(0)));
 }
 
 template <class Logger>
-void makeRotating(const benchmark::State&)
+void createRotating(const benchmark::State&)
 {
-    make<Logger>(Output{"", Prefix::FULL, ROTATION_SIZE}, LINE_LENGTH);
+    create<Logger>(Output{"", Prefix::FULL, ROTATION_SIZE}, LINE_LENGTH);
 }
 
 template <class Logger>
@@ -75,19 +75,19 @@ void records(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
 }
 
-/** The same records by 1 to 8 threads, and by one in sizes of 20 to 2,000 bytes. */
+/** Registers records of one size on 1 to 8 threads, and of 20 to 2,000 bytes on one thread. */
 template <class Logger>
 void registerRecords()
 {
     const std::string name = Logger::NAME;
     benchmark::RegisterBenchmark(("record/" + name).c_str(), records<Logger>)
-        ->Setup(makeFull<Logger>)
-        ->Teardown(Shared<Logger>::drop)
+        ->Setup(createWithFullPrefix<Logger>)
+        ->Teardown(Shared<Logger>::destroy)
         ->ThreadRange(1, 8)
         ->UseRealTime();
 
     auto* const sizes = benchmark::RegisterBenchmark(("recordOfSize/" + name).c_str(), records<Logger>);
-    sizes->Setup(makeOfSize<Logger>)->Teardown(Shared<Logger>::drop)->UseRealTime();
+    sizes->Setup(createForSize<Logger>)->Teardown(Shared<Logger>::destroy)->UseRealTime();
     for (const int size : {20, 50, 100, 200, 500, 1000, 2000}) {
         sizes->Arg(size);
     }
@@ -98,12 +98,12 @@ void registerRotation(const std::string& variant, void (*setUp)(const benchmark:
 {
     benchmark::RegisterBenchmark(("rotation/" + variant + "/" + Logger::NAME).c_str(), records<Logger>)
         ->Setup(setUp)
-        ->Teardown(Shared<Logger>::drop)
+        ->Teardown(Shared<Logger>::destroy)
         ->Iterations(ROTATION_RECORDS)
         ->UseRealTime();
 }
 
-/** All of a record but the file: the statement, its header, the prefix and the joined line. */
+/** A record without its output: the statement, its header, the prefix and the formatted line. */
 void recordWithoutOutput(benchmark::State& state)
 {
     namespace log = com::kor::dal::nim::log;
@@ -129,8 +129,8 @@ const bool areRegistered = [] {
         typedef typename decltype(is)::type Logger;
         registerRecords<Logger>();
         if (Logger::ROTATES) {
-            registerRotation<Logger>("off", makeFull<Logger>);
-            registerRotation<Logger>("on", makeRotating<Logger>);
+            registerRotation<Logger>("off", createWithFullPrefix<Logger>);
+            registerRotation<Logger>("on", createRotating<Logger>);
         }
     });
     registerRecords<BareWrite>();

@@ -1,5 +1,4 @@
-// A logger with 1 to 10,000 modules: what their number costs those who ask for one, and those who
-// change the filter.
+// A logger with 1 to 10,000 modules: how their number affects getInstance() and changes of the module filter.
 
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Write.hpp>
@@ -16,7 +15,7 @@ namespace {
 
 namespace log = com::kor::dal::nim::log;
 
-/** A logger with so many modules. */
+/** A logger with as many modules as the argument of the benchmark. */
 class Registry
 {
 public:
@@ -33,8 +32,8 @@ public:
     std::vector<log::Module*> modules;
 };
 
-/** The first statement behind a change of the filter: its module asks anew. */
-void gateBehindAFilterChange(benchmark::State& state)
+/** The first statement after a change of the filter: its module evaluates the filter again. */
+void gateAfterFilterChange(benchmark::State& state)
 {
     Registry registry(state);
     registry.logger.setModuleFilter("app.*", true);
@@ -47,8 +46,8 @@ void gateBehindAFilterChange(benchmark::State& state)
     }
 }
 
-/** The same for the statements of all modules. */
-void allGatesBehindAFilterChange(benchmark::State& state)
+/** A change of the filter and one statement of each module. */
+void allGatesAfterFilterChange(benchmark::State& state)
 {
     Registry registry(state);
     registry.logger.setModuleFilter("app.*", true);
@@ -63,7 +62,7 @@ void allGatesBehindAFilterChange(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-/** A module that is there, found by its name, one after the other in no order. */
+/** Finds existing modules by name, in random order. */
 void getInstance(benchmark::State& state)
 {
     Registry registry(state);
@@ -76,8 +75,8 @@ void getInstance(benchmark::State& state)
     }
 }
 
-BENCHMARK(gateBehindAFilterChange)->RangeMultiplier(10)->Range(1, 10000);
-BENCHMARK(allGatesBehindAFilterChange)->RangeMultiplier(10)->Range(1, 10000);
+BENCHMARK(gateAfterFilterChange)->RangeMultiplier(10)->Range(1, 10000);
+BENCHMARK(allGatesAfterFilterChange)->RangeMultiplier(10)->Range(1, 10000);
 BENCHMARK(getInstance)->RangeMultiplier(10)->Range(1, 10000);
 
 }

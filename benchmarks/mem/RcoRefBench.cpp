@@ -1,4 +1,4 @@
-// A reference is copied and dropped, beside its likes and the bare counting that all stand on.
+// Copying and releasing references, compared with similar classes and with bare atomic counting.
 
 #include <dalnim/mem/RcoRef.hpp>
 #include <dalnim/mem/RefCntObject.hpp>
@@ -82,7 +82,7 @@ void makeAndDrop(benchmark::State& state)
 }
 BENCHMARK(makeAndDrop);
 
-/** One object under the hands of all threads. */
+/** All threads use the same object. */
 void copyAndDropShared(benchmark::State& state)
 {
     static const RcoRef<Counted> shared(new Counted(true, true));

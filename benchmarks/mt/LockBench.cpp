@@ -1,4 +1,4 @@
-// Locks taken and given back, by one thread alone and by several at once, beside their likes.
+// Acquiring and releasing locks, on one thread and on several concurrently, compared with similar classes.
 
 #include <dalnim/mt/CriticalSection.hpp>
 #include <dalnim/mt/ReaderWriterLock.hpp>
@@ -17,15 +17,15 @@ namespace {
 
 namespace mt = com::kor::dal::nim::mt;
 
-template <class Lock, void (*take)(Lock&), void (*give)(Lock&)>
-void takeAndGive(benchmark::State& state)
+template <class Lock, void (*acquireLock)(Lock&), void (*releaseLock)(Lock&)>
+void acquireAndRelease(benchmark::State& state)
 {
     static Lock lock;
     static long guarded = 0;
     for (auto _ : state) {
-        take(lock);
+        acquireLock(lock);
         benchmark::DoNotOptimize(guarded);
-        give(lock);
+        releaseLock(lock);
     }
 }
 
@@ -66,8 +66,11 @@ void unlockShared(std::shared_mutex& lock)
     lock.unlock_shared();
 }
 
-#define LOCK_BENCHMARK(name, Lock, take, give)                                                               \
-    BENCHMARK_TEMPLATE(takeAndGive, Lock, take, give)->Name(name)->ThreadRange(1, 4)->UseRealTime()
+#define LOCK_BENCHMARK(name, Lock, acquireLock, releaseLock)                                                 \
+    BENCHMARK_TEMPLATE(acquireAndRelease, Lock, acquireLock, releaseLock)                                    \
+        ->Name(name)                                                                                         \
+        ->ThreadRange(1, 4)                                                                                  \
+        ->UseRealTime()
 
 LOCK_BENCHMARK("dalnim::CriticalSection", mt::CriticalSection, acquire, release);
 LOCK_BENCHMARK("dalnim::SysMutex", mt::SysMutex, acquire, release);

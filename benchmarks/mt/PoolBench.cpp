@@ -1,5 +1,5 @@
-// 100,000 empty tasks go through a pool of two workers that is made and ended for them: the library's
-// pool, under contexts of several sizes, beside its likes.
+// Runs 100,000 empty tasks in a pool of two workers, including its start and shutdown: the library's pool,
+// with contexts of several sizes, compared with similar classes.
 
 #include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/type/ContainerContext.hpp>
@@ -46,7 +46,7 @@ public:
 class Entry : public nim::mem::RefCntObject
 {};
 
-/** Shared content in the context of the calling thread. */
+/** Adds shared entries to the context of the calling thread. */
 class Entries
 {
 public:
@@ -67,7 +67,7 @@ private:
     nim::type::ContainerContextRef context = nim::type::ContainerContext::current();
 };
 
-/** Tasks that are there before and stay the submitter's. */
+/** The tasks exist before and are owned by the submitter. */
 void dalnimPool(benchmark::State& state)
 {
     const Entries entries(state.range(0));
@@ -90,7 +90,7 @@ void dalnimPool(benchmark::State& state)
 }
 BENCHMARK(dalnimPool)->Arg(0)->Arg(4)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-/** Tasks that are made for their submission and go with their end. */
+/** The tasks are created for the pool, which deletes them when they end. */
 void dalnimPoolManaged(benchmark::State& state)
 {
     const Entries entries(state.range(0));
@@ -127,7 +127,7 @@ public:
     void run() override {}
 };
 
-/** It has no queue: its submitter waits for a worker. */
+/** This pool has no queue: the submitter waits for a worker. */
 void pocoPool(benchmark::State& state)
 {
     EmptyRunnable task;
@@ -146,7 +146,7 @@ void pocoPool(benchmark::State& state)
 BENCHMARK(pocoPool)->UseRealTime()->Unit(benchmark::kMillisecond);
 #endif
 
-/** A thread each, as many at once as the pools have. */
+/** One thread per task, as many concurrently as the pools have workers. */
 void standardAsync(benchmark::State& state)
 {
     for (auto _ : state) {
@@ -159,7 +159,7 @@ void standardAsync(benchmark::State& state)
 }
 BENCHMARK(standardAsync)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-/** What one writes by hand. */
+/** A simple handwritten pool. */
 class PlainPool
 {
 public:

@@ -1,5 +1,5 @@
-// Elements are handed over between as many producers as consumers: by the library's queue, beside its
-// likes. Each pair of threads hands over 100,000.
+// Passes elements from producers to as many consumers, by the library's queue and similar classes. Each pair
+// of threads passes 100,000 elements.
 
 #include <dalnim/mt/Queue.hpp>
 
@@ -25,8 +25,8 @@ constexpr std::size_t CAPACITY = 1024;
 constexpr std::int64_t ELEMENTS = 100000;
 
 /**
- * Runs pairs of threads: `put(element)` for each element on the one, `take()` as often on the other.
- * The elements are the caller's.
+ * Runs pairs of threads: one calls `put(element)` for each element, the other `take()` as often. The caller
+ * owns the elements.
  */
 template <class Element, class Put, class Take>
 void handOver(benchmark::State& state, std::vector<Element>& elements, Put put, Take take)
@@ -75,7 +75,7 @@ void dalnimQueue(benchmark::State& state)
 }
 BENCHMARK(dalnimQueue)->Arg(1)->Arg(4)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-/** What one writes by hand, with a limit as the library's queue has. */
+/** A simple handwritten queue, bounded like the library's queue. */
 class PlainQueue
 {
 public:
@@ -85,29 +85,29 @@ public:
     {
         {
             std::unique_lock<std::mutex> lock(mutex);
-            room.wait(lock, [this] { return elements.size() < capacity; });
+            notFull.wait(lock, [this] { return elements.size() < capacity; });
             elements.push_back(element);
         }
-        work.notify_one();
+        notEmpty.notify_one();
     }
     Element* take()
     {
         Element* element;
         {
             std::unique_lock<std::mutex> lock(mutex);
-            work.wait(lock, [this] { return !elements.empty(); });
+            notEmpty.wait(lock, [this] { return !elements.empty(); });
             element = elements.front();
             elements.pop_front();
         }
-        room.notify_one();
+        notFull.notify_one();
         return element;
     }
 
 private:
     const std::size_t capacity;
     std::mutex mutex;
-    std::condition_variable work;
-    std::condition_variable room;
+    std::condition_variable notEmpty;
+    std::condition_variable notFull;
     std::deque<Element*> elements;
 };
 

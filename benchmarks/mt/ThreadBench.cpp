@@ -1,4 +1,4 @@
-// A thread from its start to its join, beside that of the standard library.
+// Starting and joining a thread, compared with the standard library.
 
 #include <dalnim/mt/Runnable.hpp>
 #include <dalnim/mt/Thread.hpp>

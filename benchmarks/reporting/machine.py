@@ -1,4 +1,4 @@
-"""Where it was measured: the machine, its tools, and the versions of the peers."""
+"""Describes the machine, its tools and the versions of the peers."""
 
 import json
 import os
@@ -15,7 +15,7 @@ PEERS = {
 
 
 def output_of(*command):
-    """What the command prints; nothing when it fails or does not exist."""
+    """Returns the standard output of a command; empty if it fails or does not exist."""
     try:
         return subprocess.run(command, capture_output=True, text=True).stdout.strip()
     except OSError:
@@ -34,11 +34,11 @@ def processor():
     model = re.search(r"^model name\s*:\s*(.*)$", text, re.M)
     clock = re.search(r"^cpu MHz\s*:\s*(.*)$", text, re.M)
     return (model.group(1) if model else platform.machine(),
-            f"{float(clock.group(1)):,.0f} MHz" if clock else "not told")
+            f"{float(clock.group(1)):,.0f} MHz" if clock else "unknown")
 
 
 def compiler(build):
-    """The compiler and the flags of the build that was measured."""
+    """Returns the compiler and the flags of the measured build."""
     text = (build / "CMakeCache.txt").read_text(encoding="utf-8")
     cache = dict(re.findall(r"^(\w+):\w+=(.*)$", text, re.M))
     flags = " ".join(filter(None, [cache.get("CMAKE_CXX_FLAGS", ""),
@@ -47,14 +47,14 @@ def compiler(build):
 
 
 def revision(tree):
-    """The commit that is measured, marked when the tree differs from it."""
+    """Returns the measured commit, marked if the tree contains changes."""
     name = output_of("git", "-C", str(tree), "log", "-1", "--format=%h")
     changed = output_of("git", "-C", str(tree), "status", "--porcelain", "--", ".", ":!docs")
-    return (name or "not told") + (" with changes" if changed else "")
+    return (name or "unknown") + (" with changes" if changed else "")
 
 
 def library_size(build):
-    """Bytes of the library without its debugging information."""
+    """Returns the size of the stripped library, in bytes."""
     source = next(build.glob("libdalnim.so.*.*.*"), None)
     if source is None:
         return None
@@ -67,13 +67,13 @@ def library_size(build):
 
 
 def private_memory(build):
-    """Bytes that a program has written to more when it is linked with the library."""
+    """Returns the additional private dirty memory of a program that is linked with the library, in bytes."""
     sizes = [output_of(str(build / "benchmarks" / name), "memory") for name in ("load_with", "load_without")]
     return (int(sizes[0]) - int(sizes[1])) * 1024 if all(sizes) else None
 
 
 def record(path, tree):
-    """Keeps it beside the results, so that a report that is written later tells the truth."""
+    """Stores the description with the results, for reports that are written later."""
     build = tree / "build" / "benchmarks"
     model, clock = processor()
     data = {

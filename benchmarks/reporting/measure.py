@@ -1,4 +1,4 @@
-"""Runs the programs of Google Benchmark and reads what they have recorded."""
+"""Runs benchmark programs and reads their results."""
 
 import json
 import os
@@ -14,13 +14,13 @@ REPETITIONS = 9
 SECONDS = "0.1"
 QUICK_REPETITIONS = 3
 QUICK_SECONDS = "0.02"
-# A leading minus excludes: what is long or large, by the last argument of its name.
+# The leading minus excludes: benchmarks that take long or are large, by the last argument in their name.
 QUICK_FILTER = (r"-(/10000000$|/100000000$|/10000000/|/100000000/|(load|store|lookUp|select)/.*/1000000$"
                 r"|^standardAsync|^pocoPool)")
 
 
 def run(program, output, quick, revision, note):
-    """Runs one program, repetitions interleaved, and keeps its JSON and its diagnostics."""
+    """Runs one program with interleaved repetitions, and stores its JSON and its output."""
     command = [
         str(program),
         "--benchmark_enable_random_interleaving=true",
@@ -54,7 +54,7 @@ class Sample:
     def __init__(self, runs):
         self.real = statistics.median(run["real_time"] * UNITS[run["time_unit"]] for run in runs)
         self.cpu = statistics.median(run["cpu_time"] * UNITS[run["time_unit"]] for run in runs)
-        # How many items or bytes one iteration stands for: rates are of the time that was asked for.
+        # Items and bytes per iteration. Rates refer to the time that the benchmark was registered with.
         timed = [run["real_time"] if is_real(run["name"]) else run["cpu_time"] for run in runs]
         seconds = [value * UNITS[run["time_unit"]] for value, run in zip(timed, runs)]
         self.items = statistics.median(
@@ -63,7 +63,7 @@ class Sample:
             run.get("bytes_per_second", 0) * value for run, value in zip(runs, seconds))
 
     def cost(self, clock, per):
-        """Seconds an iteration, an item or a byte."""
+        """Returns the seconds per iteration, item or byte."""
         count = {"iteration": 1, "item": self.items, "byte": self.bytes}[per]
         return getattr(self, clock) / count
 
@@ -77,13 +77,13 @@ def plain_name(name):
 
 
 class Results:
-    """All that is recorded, by subsystem and name."""
+    """The recorded results of a subsystem, by program and name."""
 
-    def __init__(self, subsystem, folder):
+    def __init__(self, subsystem, directory):
         self.samples = {}
         self.contexts = []
         for program in subsystem.programs:
-            path = folder / f"{program}.json"
+            path = directory / f"{program}.json"
             if not path.exists():
                 continue
             data = json.loads(path.read_text(encoding="utf-8"))

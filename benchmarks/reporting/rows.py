@@ -1,7 +1,7 @@
-"""What the report tells: the rows of its tables with their goals, and its plots.
+"""The content of the report: rows of tables with their goals, and plots.
 
-Benchmarks are named as their programs print them, without "/real_time" and the like. A row's cost is
-the processor's time ("cpu") or that of the clock ("real"), for an iteration, an item or a byte.
+Benchmarks have the names that their programs print, without suffixes such as "/real_time". The cost of a row
+is the CPU time ("cpu") or the elapsed time ("real") per iteration, item or byte.
 """
 
 import dataclasses
@@ -14,7 +14,7 @@ UNKNOWN = "not measured"
 
 @dataclasses.dataclass(frozen=True)
 class Within:
-    """At most so many times the cost of the other that has this label."""
+    """The cost must be at most `factor` times that of the peer or limit with this label."""
     factor: float
     label: str
 
@@ -30,7 +30,7 @@ class Within:
 
 @dataclasses.dataclass(frozen=True)
 class Ahead:
-    """Not behind any of those that have these labels."""
+    """The cost must not exceed that of any peer with these labels."""
     labels: tuple
 
     @property
@@ -47,7 +47,7 @@ class Ahead:
 
 @dataclasses.dataclass(frozen=True)
 class Beyond:
-    """At most so many seconds more than the other that has this label."""
+    """The cost must exceed that of the peer or limit with this label by at most `seconds`."""
     seconds: float
     label: str
     text: str
@@ -64,11 +64,11 @@ class Row:
     program: str
     own: str
     peers: tuple = ()   # of (label, benchmark), each of the same program
-    limits: tuple = ()  # likewise: what nobody can undercut, or the like of the library's own
+    limits: tuple = ()  # likewise: lower limits of any implementation, or other benchmarks of the library
     goals: tuple = ()
     clock: str = "cpu"
     per: str = "iteration"
-    rate: str = ""      # "MB/s" or "M/s" instead of a time
+    rate: str = ""      # "MB/s" or "M/s", instead of a time
 
 
 @dataclasses.dataclass(frozen=True)
@@ -93,7 +93,7 @@ class Subsystem:
     rows: tuple
     plots: tuple
     remarks: tuple = ()
-    reasons: tuple = () # of (beginning of rows' titles, why their goal is out of reach), told if missed
+    reasons: tuple = () # of (prefix of row titles, reason), written if the goal of such a row is missed
 
 
 LOGGERS = ("spdlog", "log4cplus", "glog", "POCO", "Boost.Log")
@@ -140,7 +140,7 @@ def log_rows():
               goals=(Within(1.05, "without rotation"),), clock="real")
     for modules in (1, 100, 10000):
         yield Row(f"filter change and the next gate, {modules_text(modules)}", "registry_bench",
-                  f"gateBehindAFilterChange/{modules}")
+                  f"gateAfterFilterChange/{modules}")
     for modules in (1, 100, 10000):
         yield Row(f"getInstance among {modules_text(modules)}", "registry_bench", f"getInstance/{modules}")
 
@@ -157,8 +157,8 @@ LOG_PLOTS = (
          tuple((name, f"recordOfSize/{name}/{{x}}")
                for name in ("dalnim",) + LOGGERS + ("write", "ofstream")), clock="real"),
     Plot("registry", "The registry of modules", "registry_bench", "modules", (1, 10, 100, 1000, 10000),
-         (("filter change and the next gate", "gateBehindAFilterChange/{x}"),
-          ("filter change and all gates", "allGatesBehindAFilterChange/{x}"),
+         (("filter change and the next gate", "gateAfterFilterChange/{x}"),
+          ("filter change and all gates", "allGatesAfterFilterChange/{x}"),
           ("getInstance", "getInstance/{x}"))),
 )
 
@@ -335,57 +335,56 @@ def xml_plots():
 
 LOG_REASONS = (
     ("record of 160 bytes to a file, 1 thread",
-     "One thread's record: beside the write it is 2,300 instructions (counted by callgrind). 45 % of them "
-     "make the prefix, which is formatted anew for each record, the date alone 19 %; 20 % put the "
-     "statement's stream back into the state of a new one and begin the next record in it; 9 % are the "
-     "two locks, 6 % the insertion of the text. With a prefix of the severity alone a record of 200 bytes "
-     "comes near the goal, as the row of that name shows. The stream and the two locks are the "
-     "interface's."),
+     "One thread: apart from the write, a record takes 2,300 instructions (counted by callgrind). 45 % of "
+     "them format the prefix, again for each record (the date alone takes 19 %); 20 % reset the stream of "
+     "the statement and start the next record in it; 9 % are the two locks, and 6 % insert the text. With "
+     "a prefix that contains only the severity, a record of 200 bytes comes close to the goal, as the row "
+     "for that size shows. The interface requires the stream and the two locks."),
     ("record of 160 bytes to a file, 2 threads",
-     "Two threads' records: `write` alone needs 1.6 times its own time with one thread, since the kernel "
-     "lets one thread at a time append to a file; and of two threads that alternate, the one that finds "
-     "the lock held sleeps and is woken. To look for the lock for the length of a write before sleeping "
-     "was tried: it made no clear difference to two threads, and four on two cores a quarter slower."),
+     "Two threads: `write` alone takes 1.6 times as long as with one thread, since the kernel serialises "
+     "appends to a file; and if two threads alternate, the one that finds the lock held sleeps and is "
+     "woken. Spinning for the duration of a write before sleeping was tried: it made no clear difference "
+     "with two threads, and was 25 % slower with four threads on two cores."),
 )
 
 MEM_REASONS = (
     ("copy and drop, thread-safe",
-     "Thread-safe references: the two atomic operations are the same as the peers'. Taking and giving up a "
-     "reference are virtual operations, which subclasses may replace, and each object tells how it is "
-     "counted: two calls and some loads more, between atomic operations that hide nothing. The ratio varies with the machine: "
-     "1.0 was measured on another."),
+     "Thread-safe references: the two atomic operations are the same as those of the peers. Acquiring and "
+     "releasing a reference are virtual operations that subclasses may override, and each object stores "
+     "how it is counted: two more calls and some loads between the atomic operations, which do not hide "
+     "their latency. The ratio varies with the machine: 1.0 was measured on another one."),
 )
 
 MT_REASONS = (
     ("pool, tasks made for it",
-     "Tasks made for the pool: the pool's own part is that of the rows above. The rest is the task: it is "
-     "allocated, with its name and number, by the submitter and freed by a worker, which "
-     "the allocator has to bring back from one thread to the other. Asio's functions here have no state."),
+     "Tasks created for the pool: the cost of the pool itself is that of the rows above. The rest is the "
+     "task: the submitter allocates it, with its name and ID, and a worker frees it, so the allocator must "
+     "return memory from one thread to the other. The functions passed to Asio have no state."),
 )
 
 XML_REASONS = (
     ("attributes, 1 MB",
-     "Attributes at 1 MB: level with pugixml in place (within 5 %), ahead of it at 10 KB and 100 MB."),
+     "Attributes, 1 MB: on a par with pugixml in place (within 5 %), and faster at 10 KB and 100 MB."),
     ("text, 10",
-     "Text from 10 MB on: the parser copies the document, which stays the caller's, and delivers text that "
-     "is ended by a zero byte, so that two buffers of that size go through memory, one of them of fresh "
-     "pages. Expat delivers pieces of a small buffer, and pugixml in place edits the caller's document."),
+     "Text, 10 MB and more: the parser copies the document, which it must not modify, and delivers "
+     "zero-terminated text, so two buffers of that size are read and written, one of them in new pages. "
+     "Expat delivers parts of a small buffer, and pugixml in place modifies the caller's document."),
     ("mixed, 100 MB",
-     "Mixed at 100 MB: 4.3 times expat instead of 5, for the same reason."),
+     "Mixed, 100 MB: 4.3 times as fast as expat instead of 5 times, for the same reason."),
 )
 
 SUBSYSTEMS = (
     Subsystem(
         "log", "Log statements and records", ("gate_bench", "record_bench", "registry_bench"),
         tuple(log_rows()), LOG_PLOTS,
-        ("Refused statements are told in the processor's time for each, so that it does not matter how "
-         "many of the threads the machine can run at once. Records are told by the clock, by the records "
-         "of all threads.",
+        ("The cost of a refused statement is its CPU time, so that it does not depend on how many of the "
+         "threads the machine can run concurrently. The cost of a record is the elapsed time divided by "
+         "the number of records of all threads.",
          "All loggers write lines of the same length, with date, zone, host, process, thread, module, "
-         "severity, file and line, to a fresh file, and each line is in the kernel when its statement "
-         "returns. spdlog keeps the text of the date for a second, and has host and process as constants "
-         "in its pattern, as the others have them or some of them; dalnim formats all anew for each "
-         "record. `write` and `ofstream` are given the whole line, and format nothing."),
+         "severity, file and line, to a new file, and each line has been written when its statement "
+         "returns. spdlog caches the formatted date for a second, and has host and process as constants in "
+         "its pattern; the other peers have some or all of them as constants. dalnim formats everything "
+         "for each record. `write` and `ofstream` receive the whole line and format nothing."),
         LOG_REASONS),
     Subsystem("mem", "References", ("rcoref_bench",), MEM_ROWS, (), reasons=MEM_REASONS),
     Subsystem("mt", "Queues, pools, threads and locks",
@@ -398,7 +397,7 @@ SUBSYSTEMS = (
     Subsystem("io", "Base64 and properties", ("base64_bench", "properties_scale_bench"),
               tuple(io_rows()), tuple(io_plots())),
     Subsystem("xml", "XML", ("parser_bench",), tuple(xml_rows()), tuple(xml_plots()),
-              ("dalnim's push parser with a callback that does nothing; expat and POCO with empty "
-               "handlers. pugixml builds its tree; in place means that it edits the document, which is put "
-               "back outside the time.",), XML_REASONS),
+              ("dalnim is its push parser with a callback that does nothing; expat and POCO have empty "
+               "handlers. pugixml builds its tree; \"in place\" means that it modifies the document, "
+               "which is restored between measurements.",), XML_REASONS),
 )

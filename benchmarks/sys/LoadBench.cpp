@@ -1,5 +1,5 @@
-// A process from its start to its end: one that is linked with the library, beside one that is linked
-// with the C++ library alone. The difference is what loading the library takes.
+// Runs a process that is linked with the library, and one that is linked only with the C++ library. The
+// difference is the time to load the library.
 
 #include <benchmark/benchmark.h>
 

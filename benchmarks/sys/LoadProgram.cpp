@@ -1,5 +1,5 @@
-// What LoadBench runs, linked with the library or without it. With an argument it prints how much
-// memory it has written to, in kB: pages that are only read are anybody's.
+// The program that LoadBench runs, linked with the library or without it. With an argument it prints the size
+// of its private dirty memory in kB: pages that are only read are shared with other processes.
 
 #include <fstream>
 #include <iostream>

@@ -1,4 +1,4 @@
-// What a function pays for its track, and what a failure pays for its trace.
+// The cost of a StackTrack in a function, and of the stack trace of an error.
 
 #include <dalnim/sys/StackTrace.hpp>
 #include <dalnim/sys/StackTrack.hpp>
@@ -27,13 +27,13 @@ void enterAndLeave(benchmark::State& state)
 }
 BENCHMARK(enterAndLeave);
 
-void findTheThread(benchmark::State& state)
+void currentThreadState(benchmark::State& state)
 {
     for (auto _ : state) {
         benchmark::DoNotOptimize(&ThreadState::current());
     }
 }
-BENCHMARK(findTheThread);
+BENCHMARK(currentThreadState);
 
 void bareAtomicCounting(benchmark::State& state)
 {
@@ -45,7 +45,7 @@ void bareAtomicCounting(benchmark::State& state)
 }
 BENCHMARK(bareAtomicCounting);
 
-/** Does it under so many tracks, the caller's included. */
+/** Calls `action` with `tracks` open tracks, including the caller's. */
 template <class Action>
 void underTracks(int tracks, const Action& action)
 {
@@ -57,7 +57,7 @@ void underTracks(int tracks, const Action& action)
     }
 }
 
-void takeATrace(benchmark::State& state)
+void captureStackTrace(benchmark::State& state)
 {
     underTracks(static_cast<int>(state.range(0)), [&state] {
         for (auto _ : state) {
@@ -66,7 +66,7 @@ void takeATrace(benchmark::State& state)
         }
     });
 }
-BENCHMARK(takeATrace)->Arg(1)->Arg(5)->Arg(20);
+BENCHMARK(captureStackTrace)->Arg(1)->Arg(5)->Arg(20);
 
 void buildAnError(benchmark::State& state)
 {

@@ -1,4 +1,4 @@
-// What a look-up costs of a symbol and of a library that somebody holds, beside the dynamic linker's own.
+// Lookups of symbols and libraries that are in the cache, compared with those of the dynamic linker.
 
 #include <dalnim/sys/DynLibrary.hpp>
 
@@ -16,10 +16,10 @@ using com::kor::dal::nim::sys::DynSymbolRef;
 const String PLUGIN = DALNIM_BENCH_PLUGIN;
 const String SYMBOL = "bench_plugin_create";
 
-/** The plug-in with all its symbols in the cache. */
-struct Held
+/** The plug-in, with all its symbols in the cache. */
+struct CachedPlugin
 {
-    Held() : library(DynLibrary::load(PLUGIN)), handle(dlopen(PLUGIN.c_str(), RTLD_LAZY | RTLD_LOCAL))
+    CachedPlugin() : library(DynLibrary::load(PLUGIN)), handle(dlopen(PLUGIN.c_str(), RTLD_LAZY | RTLD_LOCAL))
     {
         for (const char* const name : {"create", "describe", "start", "stop"}) {
             symbols[count++] = library->symbol(String("bench_plugin_") + name);
@@ -32,16 +32,16 @@ struct Held
     void* const handle;
 };
 
-const Held& held()
+const CachedPlugin& cachedPlugin()
 {
-    static const Held instance;
+    static const CachedPlugin instance;
     return instance;
 }
 
-/** A look-up and the end of the reference that it gave. */
+/** Looks up a symbol and releases the reference. */
 void symbolHit(benchmark::State& state)
 {
-    const DynLibrary& library = *held().library;
+    const DynLibrary& library = *cachedPlugin().library;
     for (auto _ : state) {
         benchmark::DoNotOptimize(library.symbol(SYMBOL)->func());
     }
@@ -49,16 +49,16 @@ void symbolHit(benchmark::State& state)
 
 void dlsymHit(benchmark::State& state)
 {
-    void* const handle = held().handle;
+    void* const handle = cachedPlugin().handle;
     for (auto _ : state) {
         benchmark::DoNotOptimize(dlsym(handle, SYMBOL.c_str()));
     }
 }
 
-/** Nobody holds the symbol: it is found anew, and forgotten. */
+/** The symbol is not in the cache: it is looked up by the dynamic linker, and removed when it is released. */
 void symbolMiss(benchmark::State& state)
 {
-    const DynLibrary& library = *held().library;
+    const DynLibrary& library = *cachedPlugin().library;
     for (auto _ : state) {
         benchmark::DoNotOptimize(library.symbol("bench_plugin_state")->data());
     }
@@ -66,7 +66,7 @@ void symbolMiss(benchmark::State& state)
 
 void libraryHit(benchmark::State& state)
 {
-    held();
+    cachedPlugin();
     for (auto _ : state) {
         benchmark::DoNotOptimize(DynLibrary::load(PLUGIN));
     }
@@ -74,7 +74,7 @@ void libraryHit(benchmark::State& state)
 
 void dlopenHit(benchmark::State& state)
 {
-    held();
+    cachedPlugin();
     for (auto _ : state) {
         void* const handle = dlopen(PLUGIN.c_str(), RTLD_LAZY | RTLD_LOCAL);
         benchmark::DoNotOptimize(handle);

@@ -1,4 +1,4 @@
-// What SymbolBench loads: a plug-in of a usual kind, which exports some functions and is in C++.
+// The plug-in that SymbolBench loads: a typical one in C++ that exports some functions.
 
 #include <string>
 

@@ -1,5 +1,5 @@
-// A context of shared entries is duplicated, as at the start of each thread and task, beside a copy of
-// the maps that one would use instead.
+// Duplicates a context of shared entries, as at the start of each thread and task, compared with copying maps
+// that could be used instead.
 
 #include <dalnim/sys/internal/CurrentContext.hpp>
 

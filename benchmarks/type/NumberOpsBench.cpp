@@ -1,4 +1,4 @@
-// Numbers from strings, beside what they stand on and what the standard library offers for speed.
+// Number parsing, compared with strtol() and strtod(), which it uses, and with std::from_chars().
 
 #include <dalnim/type/NumberOps.hpp>
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-/** The documents that are parsed, the same in every run. */
+/** The documents to be parsed, the same in every run. */
 namespace documents {
 
 enum Kind { ATTRIBUTES, TEXT, MIXED };
@@ -21,7 +21,7 @@ inline const char* nameOf(int kind)
 
 namespace detail {
 
-/** An inventory: the data are in the attributes, and many elements are empty. */
+/** An inventory: the data is in attributes, and many elements are empty. */
 inline std::string attributeItem(std::mt19937& random)
 {
     const std::string number = std::to_string(random() % 100000);
@@ -30,7 +30,7 @@ inline std::string attributeItem(std::mt19937& random)
            + "000' unit=\"MB\" location=\"Rack 4 &amp; shelf " + std::to_string(random() % 40) + "\"/>\n";
 }
 
-/** Prose, with a symbol here and there. */
+/** Prose, with a few references. */
 inline std::string textItem(std::mt19937& random)
 {
     static const char* const words[] = {
@@ -44,7 +44,7 @@ inline std::string textItem(std::mt19937& random)
     return text + "</p>\n";
 }
 
-/** An answer of a management server: short values in elements, blanks between these. */
+/** A response of a management server: short values in elements, with white space between them. */
 inline std::string mixedItem(std::mt19937& random)
 {
     const std::string number = std::to_string(random() % 100000);
@@ -68,21 +68,21 @@ inline std::string make(int kind, std::size_t size)
 
 }
 
-/** A document of about so many bytes. */
+/** Returns a document of about `size` bytes. */
 inline const std::string& one(int kind, std::size_t size)
 {
-    static std::map<std::pair<int, std::size_t>, std::string> made;
-    std::string& document = made[{kind, size}];
+    static std::map<std::pair<int, std::size_t>, std::string> cache;
+    std::string& document = cache[{kind, size}];
     if (document.empty()) {
         document = detail::make(kind, size);
     }
     return document;
 }
 
-/** Messages of a few hundred bytes, each a document. */
+/** Returns documents of a few hundred bytes each. */
 inline const std::vector<std::string>& messages()
 {
-    static const std::vector<std::string> made = [] {
+    static const std::vector<std::string> cache = [] {
         std::mt19937 random(9104);
         std::vector<std::string> all;
         for (int i = 0; i < 1000; ++i) {
@@ -95,7 +95,7 @@ inline const std::vector<std::string>& messages()
         }
         return all;
     }();
-    return made;
+    return cache;
 }
 
 }

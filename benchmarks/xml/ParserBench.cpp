@@ -1,5 +1,5 @@
-// Documents through the push parser and the parser of objects, beside other parsers. Arguments: the kind
-// of document and its size; 100 MB with DALNIM_BENCH_LARGE in the environment.
+// Parses documents with the push parser and with the class Parser, compared with other parsers. The arguments
+// are the kind of document and its size; 100 MB only if DALNIM_BENCH_LARGE is set in the environment.
 
 #include "Documents.hpp"
 
@@ -29,14 +29,14 @@ using com::kor::dal::nim::xml::Attributes;
 using com::kor::dal::nim::xml::Consumer;
 using com::kor::dal::nim::xml::ConsumerRef;
 
-void require(bool good)
+void require(bool condition)
 {
-    if (!good) {
+    if (!condition) {
         std::abort();
     }
 }
 
-/** The plain functions, with a callback that does nothing. */
+/** The push parser, with a callback that does nothing. */
 class PlainParser
 {
 public:
@@ -69,7 +69,7 @@ private:
     PDS_PARSE_H handle_ = nullptr;
 };
 
-/** The parser of objects, with a consumer that counts. */
+/** The class Parser, with a consumer that counts events. */
 class ObjectParser
 {
 public:
@@ -134,7 +134,7 @@ private:
 };
 
 #if defined DALNIM_BENCH_PUGIXML
-/** Its tree is made in memory of its own, from a copy that it takes itself. */
+/** Builds its tree from its own copy of the document. */
 class PugiParser
 {
 public:
@@ -168,7 +168,7 @@ private:
 };
 #endif
 
-/** What it takes to look at each byte once. */
+/** The lower limit: reading each byte once. */
 class MemChr
 {
 public:
@@ -208,7 +208,7 @@ void parseMessages(benchmark::State& state)
 }
 
 #if defined DALNIM_BENCH_PUGIXML
-/** Of this thread, which is also what the other rates are made of. */
+/** Returns the CPU time of this thread, on which the other rates are based, too. */
 double processorSeconds()
 {
     timespec time{};
@@ -216,7 +216,7 @@ double processorSeconds()
     return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
-/** Parses what is already in a buffer that may be edited: putting it there is not timed. */
+/** Parses a buffer that may be modified. Filling the buffer is not measured. */
 void timeInPlace(benchmark::State& state, const std::vector<const std::string*>& texts)
 {
     std::vector<std::vector<char>> buffers;

@@ -18,7 +18,7 @@
 
 #include <fstream>
 
-/** One core for the process: what there is at once of it writes to the files of all. */
+/** Has one core per process: concurrent instances would write to the files of all of them. */
 class BoostLog
 {
 public:
@@ -71,7 +71,7 @@ public:
         BOOST_LOG_SEV(logger, WARNING) << text;
     }
 
-    REFUSED_IN_PLACE void refuse()
+    ALWAYS_INLINE void refuse()
     {
         BOOST_LOG_SEV(logger, DEBUG) << expensiveText();
     }

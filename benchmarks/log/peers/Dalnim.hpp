@@ -3,13 +3,13 @@
 
 #include "Output.hpp"
 
-/** Instead of the path at which this tree lies, so that lines are as long everywhere. */
+/** Replaces the path of this file, so that the length of lines does not depend on the source directory. */
 #define NIM_LOG_FILE SOURCE_FILE
 
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Write.hpp>
 
-/** The library's own logger. Its module is made here, before the threads that use it start. */
+/** The library's own logger. Creates its module before the threads that use it start. */
 class Dalnim
 {
 public:
@@ -23,7 +23,7 @@ public:
         NIM_LOG_TO(module, Severity_WARNING) << text;
     }
 
-    REFUSED_IN_PLACE void refuse()
+    ALWAYS_INLINE void refuse()
     {
         NIM_LOG_TO(module, Severity_DEBUG) << expensiveText();
     }

@@ -7,12 +7,12 @@
 
 #include <unistd.h>
 
-/** One for the process: what there is at once of it writes to the same file. */
+/** Has one instance per process: concurrent instances would write to the same file. */
 class Glog
 {
 public:
     static constexpr char NAME[] = "glog";
-    /** It begins a new file, and removes none. */
+    /** Starts new files, but does not remove old ones. */
     static constexpr bool ROTATES = false;
 
     explicit Glog(const Output& output) : hasFullPrefix(output.prefix == Prefix::FULL)
@@ -47,7 +47,7 @@ public:
         }
     }
 
-    REFUSED_IN_PLACE void refuse()
+    ALWAYS_INLINE void refuse()
     {
         VLOG(1) << expensiveText();
     }

@@ -11,7 +11,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-/** The bare system call, which no logger can do without. Its text is the whole line. */
+/** The bare system call: the lower limit of any logger. The text is the whole line. */
 class BareWrite
 {
 public:
@@ -39,7 +39,7 @@ private:
     const int descriptor;
 };
 
-/** The least that one would write by hand. Its text is the whole line. */
+/** The minimal handwritten logger. The text is the whole line. */
 class GuardedStream
 {
 public:

@@ -42,7 +42,7 @@ public:
         LOG4CPLUS_WARN(logger, text);
     }
 
-    REFUSED_IN_PLACE void refuse()
+    ALWAYS_INLINE void refuse()
     {
         LOG4CPLUS_DEBUG(logger, expensiveText());
     }

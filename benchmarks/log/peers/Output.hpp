@@ -6,29 +6,29 @@
 
 #include <unistd.h>
 
-/** A statement stands in its function: that of a wrapper around it must cost no call. */
-#define REFUSED_IN_PLACE [[gnu::always_inline]]
+/** Inlines the wrapper of a statement, so that the call is not measured. */
+#define ALWAYS_INLINE [[gnu::always_inline]]
 
-/** What a logger's lines begin with. */
+/** The prefix of lines. */
 enum class Prefix {
-    /** Date and time with the zone, host, process, its id, thread, module, severity, file and line. */
+    /** Date, time, zone, host, process name and ID, thread ID, module, severity, source file and line. */
     FULL,
     /** "WARNING : ", so that a record can be as short as 20 bytes. */
     SEVERITY
 };
 
-/** How a logger that is measured is to write: to a fresh file, each line in the kernel at its end. */
+/** The configuration of a measured logger, which writes each line with a system call, to a new file. */
 struct Output
 {
     std::string path;
     Prefix prefix = Prefix::FULL;
-    /** Bytes after which the file is rotated, with three old ones kept; 0 for never. */
+    /** Size in bytes at which the file is rotated, with OLD_FILES rotated files kept; 0 for no rotation. */
     std::size_t maxFileSize = 0;
 };
 
 constexpr unsigned int OLD_FILES = 3;
 
-/** What a peer that knows no field for it has as a constant text in its pattern. */
+/** Returns the host name; a constant in the pattern of peers that have no field for it. */
 inline const std::string& hostName()
 {
     static const std::string name = [] {
@@ -43,7 +43,7 @@ constexpr char PROCESS_NAME[] = "log_bench";
 constexpr char MODULE_NAME[] = "bench.records";
 constexpr char SOURCE_FILE[] = "log/Records";
 
-/** The argument of a refused statement: costs more than all else, if it is ever evaluated. */
+/** The operand of a disabled statement: dominates the cost if it is evaluated. */
 inline std::string expensiveText()
 {
     return std::string(10000, 'x');

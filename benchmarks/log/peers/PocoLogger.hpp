@@ -45,8 +45,8 @@ public:
         }
     }
 
-    /** What its macros expand to; that for debugging is empty in a release. */
-    REFUSED_IN_PLACE void refuse()
+    /** The expansion of the library's macros; the one for debug messages is empty in release builds. */
+    ALWAYS_INLINE void refuse()
     {
         if (logger.debug()) {
             logger.debug(expensiveText(), SOURCE_FILE, __LINE__);
