@@ -168,7 +168,7 @@ def machine_section(machine, everything):
 def footprint_section(machine):
     lines = []
     for title, key in (("library, stripped", "library_size"),
-                       ("additional private memory of a process", "private_memory")):
+                       ("memory written to, more than without the library", "private_memory")):
         if machine[key] is not None:
             size = machine[key] / 2**20
             verdict = MET if size < 1 else MISSED
