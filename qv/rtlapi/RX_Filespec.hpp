@@ -19,7 +19,8 @@
 class DALNIM_API RX_Filespec
 {
 public:
-    /** Access rights, which may be combined. If CREATE is among them, a missing file needs no other right. */
+    /** Access rights, which may be combined. With CREATE, the other rights of a missing file are not checked.
+     */
     enum access {
         DONTCARE = 0,
         READ = 1,
@@ -43,7 +44,7 @@ public:
         TYPE = 5,
         /** The extension of FILENAME: ".tar" in "x.tar.gz". */
         SUBTYPE = 6,
-        /** FILESPEC as an absolute path, relative to the working directory. */
+        /** FILESPEC as an absolute path; a relative one is prefixed with the working directory. */
         COMPLETE = 7,
         /** The whole name, verbatim. */
         FILESPEC = 8,
