@@ -53,8 +53,7 @@ void forEachLogger(Action action)
 #endif
 }
 
-/** The logger that the threads of one repetition share: created before they start, destroyed after they end.
- */
+/** The logger that the threads of one repetition share: created before they start, destroyed afterwards. */
 template <class Logger>
 class Shared
 {

@@ -25,8 +25,7 @@ DALNIM_API qv_err_t qv_si_gettime(si_timespec_t* now) QV_NOEXCEPT;
 /** Converts to calendar time in UTC. Fails with EOVERFLOW (75) if the year does not fit. */
 DALNIM_API qv_err_t qv_si_gmtime(time_t time, struct tm* result) QV_NOEXCEPT;
 
-/** Converts to calendar time in the zone set by `tzset`. Fails with EOVERFLOW (75) if the year does not fit.
- */
+/** Converts to calendar time in the zone set by `tzset`. Fails as qv_si_gmtime() does. */
 DALNIM_API qv_err_t qv_si_localtime(time_t time, struct tm* result) QV_NOEXCEPT;
 
 /**

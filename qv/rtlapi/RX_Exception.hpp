@@ -51,8 +51,8 @@ inline void RX_Check(int status)
  *
  * - An RX_Exception is cloned, with its dynamic type.
  * - A `std::system_error` of the system or generic category becomes an RX_ExFatal with its error number,
- *   `std::bad_alloc` one with ENOMEM (12), and any other `std::exception` one with the code 51536. The
- * message of the exception is the argument.
+ *   `std::bad_alloc` one with ENOMEM (12), and any other `std::exception` one with the code 51536. Its
+ *   argument is the message of the exception.
  * - An exception of any other type becomes an RX_ExFatal with the code 51537, and the name of the type as its
  *   argument if that is available.
  *

@@ -19,8 +19,7 @@
 class DALNIM_API RX_Filespec
 {
 public:
-    /** Access rights, which may be combined. With CREATE, the other rights of a missing file are not checked.
-     */
+    /** Access rights, which may be combined. With CREATE, a missing file is not checked for other rights. */
     enum access {
         DONTCARE = 0,
         READ = 1,

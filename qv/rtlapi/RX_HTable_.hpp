@@ -52,8 +52,7 @@ public:
         return recordChange(_elems.insert(elem).second);
     }
 
-    /** Erases the element that equals `elem`. Returns false if there is none. Other iterators remain valid.
-     */
+    /** Erases the element that equals `elem`, or returns false. Iterators to other elements remain valid. */
     bool erase(const E& elem)
     {
         return recordChange(_elems.erase(elem) != 0);

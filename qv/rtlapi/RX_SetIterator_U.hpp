@@ -27,8 +27,7 @@ public:
         return !_ended;
     }
 
-    /** Advances to the next element and copies it to `elem`. Returns 0 at the end; `elem` is then unchanged.
-     */
+    /** Advances to the next element and copies it to `elem`. At the end, only returns 0. */
     qv_bool_t next(T& elem)
     {
         const qv_bool_t found = next();

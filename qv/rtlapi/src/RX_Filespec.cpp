@@ -31,8 +31,7 @@ std::string directoryOf(const std::string& path)
     return path.substr(0, baseOffset(path.data(), path.size()));
 }
 
-/** Checks the rights of the effective user. An empty path is the working directory. Returns an errno value.
- */
+/** Checks rights of the effective user; an empty path is the working directory. Returns an errno value. */
 qv_err_t accessStatus(const std::string& path, int mode)
 {
     const char* const name = path.empty() ? "." : path.c_str();
