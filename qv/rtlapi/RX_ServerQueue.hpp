@@ -1,13 +1,10 @@
 #ifndef QV_RTLAPI_RX_SERVERQUEUE_HPP
 #define QV_RTLAPI_RX_SERVERQUEUE_HPP
 
-#include <atomic>
-#include <deque>
-#include <forward_list>
+#include <memory>
 
 #include <qv/pmx/api.h>
 #include <qv/pmx/types.h>
-#include <qv/rtlapi/RX_Condition.hpp>
 #include <qv/rtlapi/RX_Lockable.hpp>
 
 class RX_ActivityRecorder;
@@ -18,163 +15,121 @@ class ServerQueueAccess;
 }
 
 /**
- * A queue of closures that its own worker threads run, the oldest first.
+ * A bounded FIFO queue of closures, with the worker threads that run them.
  *
- * A worker holds a reference to the queue, so the owner may `detach` while closures run; it calls
- * `close` before, or the idle workers keep the queue for good. An exception that leaves a closure
- * ends the process, as with RX_Thread. If a closure ends its thread, by pthread_exit or because it is
- * cancelled, the closure is released, and another thread takes over as the worker before this one ends;
- * only if the system refuses that thread does the queue have one worker less.
+ * Ownership: a put operation transfers one reference to the queue, which releases it after the closure has
+ * run or has been discarded. If the operation throws, or tryPut() returns 0, the caller keeps the reference.
  *
- * A put operation transfers one reference to the queue, which releases it once the closure was run or
- * dropped; if an operation throws, the caller keeps the reference. An open queue drops nothing unless it
- * is flushed: without workers the closures stay pending until threads are added. A closed queue drops
- * immediately what is put. The recorder is notified of every closure, first by `inc`, and when the closure is
- * gone by `dec`.
+ * Lifetime: each worker holds a reference to the queue, so the owner may `detach` while closures run. It must
+ * call close() first; otherwise idle workers keep the queue alive indefinitely.
  *
- * Thread safety: every operation may be called from any thread, also from a closure that the queue
- * runs, except `size_nolock`. The lock is not held while foreign code runs.
+ * An open queue discards closures only in flush(). Without workers they remain pending until threads are
+ * added. After close(), put() and putProbe() discard the closure immediately, and tryPut() returns 0.
+ *
+ * Activity: the connected recorder is incremented for each closure that the queue takes over, even if it
+ * discards it, and decremented after that closure has been released.
+ *
+ * Exceptions that leave a closure on a worker terminate the process, as on an RX_Thread. If a closure ends
+ * its thread, by pthread_exit or because the thread is cancelled, the closure is released, and a new thread
+ * replaces the worker. The queue loses the worker only if the system cannot create that thread.
+ *
+ * Thread safety: any thread may call any operation, including from a closure that the queue runs; only
+ * size_nolock() requires the lock of the queue. No lock is held while a closure runs or is destroyed.
  */
 class DALNIM_API RX_ServerQueue : public RX_Lockable
 {
 public:
     /**
-     * An open queue without threads.
+     * Creates an open queue without threads.
      *
-     * @param capacity  how many closures may be pending; with 0, `put` waits for a worker that is free
+     * @param capacity  maximum number of pending closures; with 0, put() hands each closure to an idle worker
+     * @throws std::bad_alloc  if memory runs out
+     * @throws RX_Exception    if the system cannot create a condition variable, with its error number
      */
     explicit RX_ServerQueue(unsigned int capacity);
 
     /**
-     * Starts worker threads; none on a closed queue. When the system refuses one, raises RX_Exception
-     * with its number, and those that were started before stay.
+     * Starts worker threads. Does nothing if the queue is closed.
+     *
+     * @throws std::bad_alloc  if memory runs out
+     * @throws RX_Exception    if the system cannot create a thread, with its error number (such as 11,
+     *                         `EAGAIN`); the threads that were started before remain
      */
     void addThreads(unsigned int count);
 
     /**
-     * Makes that many workers, or as many as there are, end when they are next free. They leave the
-     * pending closures to the workers that remain or that are added later. Workers that are added after
-     * this call are not affected by it.
+     * Makes `count` workers, or all if there are fewer, end when they are next free. Pending closures are
+     * left to the other workers, or to those that are added later. Workers that are added after this call are
+     * not affected by it.
      */
     void removeThreads(unsigned int count);
 
     /**
-     * Reports to `ar`, or with null to nobody, from now on. Raises RX_ExFatal with the code 51459
-     * unless the queue is empty and without threads.
+     * Connects a recorder in place of the present one.
+     *
+     * @param ar  the recorder, to which the queue acquires a reference, or null for none
+     * @throws RX_ExFatal  with the code 51459 if the queue is not empty or has threads
      */
     void connectActivityRecorder(RX_ActivityRecorder* ar);
 
+    /** Discards the pending closures. An exception from the destructor of a closure propagates. */
     ~RX_ServerQueue() noexcept(false) override;
 
-    /** Appends a closure, also if there is no worker; waits while there is no room. */
+    /**
+     * Appends a closure, even if there are no workers. Blocks while the queue is full.
+     *
+     * @param closure  one reference to it, which is transferred to the queue
+     * @throws std::bad_alloc  if memory runs out; the caller then keeps the reference
+     */
     virtual void put(RX_Closure* const& closure);
-    /** Appends a closure, whether there is room or not. */
+    /**
+     * Appends a closure, even beyond the capacity.
+     *
+     * @param closure  one reference to it, which is transferred to the queue
+     * @throws std::bad_alloc  if memory runs out; the caller then keeps the reference
+     */
     virtual void putProbe(RX_Closure* const& closure);
-    /** Appends a closure if there is room: 1. If not, or if the queue is closed, 0: the caller keeps it. */
+    /**
+     * Appends a closure, unless the queue is full or closed.
+     *
+     * @param closure  one reference to it, which is transferred to the queue if the result is 1
+     * @return 1 if the closure was appended, otherwise 0
+     * @throws std::bad_alloc  if memory runs out; the caller then keeps the reference
+     */
     virtual qv_bool_t tryPut(RX_Closure* const& closure);
-    /** Runs the oldest pending closure on the calling thread, 1, or 0 when there is none. Exceptions pass. */
+    /**
+     * Runs the oldest pending closure on the calling thread. Exceptions that leave it propagate.
+     *
+     * @return 1 if a closure was run, 0 if none was pending
+     */
     virtual qv_bool_t runPending();
-    /** The number of pending closures. */
+    /** Returns the number of pending closures. */
     virtual unsigned int size() const;
-    /** Drops all pending closures, and ends the workers once they are through with the running ones. */
+    /** Discards all pending closures, and ends each worker once its running closure has returned. */
     virtual void close();
-    /** Not 0 once the queue was closed. */
+    /** Returns a value other than 0 if the queue has been closed. */
     virtual int isClosed() const;
-    /** The number of pending closures; the caller holds the lock of the queue. */
+    /** Returns the number of pending closures. The caller must hold the lock of the queue. */
     virtual unsigned int size_nolock() const;
-    /** The number of workers. */
+    /** Returns the number of workers, including those that are about to end. */
     virtual si_uint32_t threadCount() const;
-    /** Drops all pending closures. */
+    /** Discards all pending closures. */
     virtual void flush();
 
 private:
     friend class qv::ServerQueueAccess;
 
-    class Bed;
-    class Job;
-    struct Pending;
-    class Rest;
-    class Shift;
-    class Waiting;
-    struct Worker;
-    typedef std::deque<RX_Closure*> Closures;
-    /** What a put operation does if there is no room; PROBE also enters a queue that refuses the others. */
-    enum class Room { AWAITED, NEEDED, IGNORED, PROBE };
-
-    static constexpr unsigned int CACHE_LINE = 64;
-
-    static void* runWorker(void* worker);
+    class Implementation;
 
     void putBeyondCapacity(RX_Closure* closure);
     void refusePuts();
-    bool accepts(Room room) const;
-    bool mustLeave(const Worker& worker) const;
-    bool hasRoom();
-    void append(RX_Closure* closure);
-    bool offer(RX_Closure* closure, Room room);
-    void refuse(RX_Closure* closure);
-    void dropPending(bool closing);
-    void dropOneByOne(unsigned int count, RX_ActivityRecorder* recorder);
-    static void drop(Closures& closures, RX_ActivityRecorder* recorder);
-    RX_Closure* takeFromFront();
-    RX_Closure* takeOldest();
-    RX_Closure* awaitClosure(const Worker& worker);
-    void lookOut();
-    Bed* lieDown();
-    Bed* callWorker();
-    void callAllWorkers();
-    void countIn();
-    void countOut();
-
-    /**
-     * What the workers take from, the oldest closures: whenever it is empty, all that was put since moves
-     * here. So those who take and those who put seldom meet, on a lock or on a cache line.
-     */
-    struct alignas(CACHE_LINE) Front
-    {
-        /** Guards what follows. Taken before the lock of the queue. */
-        RX_Mutex lock;
-        Closures closures;
-        /** How many these are; also read under the lock of the queue alone, when it may go down. */
-        std::atomic<si_uint32_t> size{0};
-        /** Threads that wait for room. Goes up under both locks, and down under that of the queue. */
-        std::atomic<si_uint32_t> waiting{0};
-        /** Whether a worker is to look at the state of the queue first. Set under both locks. */
-        std::atomic<bool> isToAsk{false};
-    };
 
     Construction _construction{*this};
-    Front _front;
-    alignas(CACHE_LINE) const unsigned int _capacity;
-    // All that follows is guarded by the lock of the queue.
-    Closures _back;
-    /** The size of the front at some time since it was filled. */
-    si_uint32_t _frontAtMost = 0;
-    /** As many as there ever were workers at once; they stay as long as the queue. */
-    std::forward_list<Bed> _beds;
-    /** Where no worker sleeps, or is still to get up. */
-    Bed* _freeBeds = nullptr;
-    /** Where a worker sleeps that nobody has called, the last to lie down first. */
-    Bed* _sleepers = nullptr;
-    RX_Condition _room;
+    const std::unique_ptr<Implementation> _implementation;
+    /** The connected recorder, with one reference, or null. Guarded by the lock of the queue. */
     RX_ActivityRecorder* _ar = nullptr;
-    si_uint32_t _bedCount = 0;
+    /** Number of workers, including those that are about to end. Guarded by the lock of the queue. */
     si_uint32_t _threadCount = 0;
-    /** How many workers must end instead of running another closure. */
-    si_uint32_t _leaving = 0;
-    /** How many calls have removed workers: only workers from before the last one may leave. */
-    si_uint32_t _removals = 0;
-    /** Workers that sleep, or were called and do not run yet. */
-    si_uint32_t _idle = 0;
-    /** Those of them that were called. */
-    si_uint32_t _called = 0;
-    /** Whether a worker looks out before it sleeps: one at a time. It comes for what is put meanwhile. */
-    bool _isLooking = false;
-    /** That something was put; what it looks at. */
-    std::atomic<bool> _isStirred{false};
-    /** Whether only probes are accepted: the pool is shutting down. */
-    bool _refusesPuts = false;
-    bool _closed = false;
 };
 
 #endif

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
 #include "ServerQueueFixture.hpp"
+#include "StoppedSpinner.hpp"
 
 namespace {
 
@@ -158,5 +160,27 @@ TEST_F(ServerQueueWake, WhatTheWorkersHaveBeforeThemIsPendingStill)
     recorder->waitForQuiet();
     EXPECT_EQ(calls, 1);
 }
+
+#ifndef DALNIM_SANITIZED
+
+TEST_F(ServerQueueWake, IdleWorkerRunsTheClosureIfTheSpinningOneIsPreempted)
+{
+    make(10, 2);
+    qvtest::StoppedSpinner spinner;
+    long nanoseconds = 0;
+    do {
+        // Another moment after the end of the closure in each round, until the worker spins then.
+        nanoseconds = nanoseconds % 10000 + 100;
+        queue->put(closure([&] { spinner.interruptAfter(nanoseconds); }));
+        recorder->waitForQuiet();
+    } while (!spinner.hasStopped());
+    Gate isRun;
+    queue->put(closure([&] { isRun.open(); }));
+    EXPECT_TRUE(isRun.passWithin(std::chrono::seconds(10)));
+    spinner.release();
+    recorder->waitForQuiet();
+}
+
+#endif
 
 }

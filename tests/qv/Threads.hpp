@@ -2,6 +2,7 @@
 #define TESTS_QV_THREADS_HPP
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <fstream>
 #include <future>
@@ -29,6 +30,12 @@ public:
     {
         std::unique_lock<std::mutex> guard(_mutex);
         _changed.wait(guard, [this] { return _isOpen; });
+    }
+    /** Returns false if the gate has not been opened after that time. */
+    bool passWithin(std::chrono::seconds time)
+    {
+        std::unique_lock<std::mutex> guard(_mutex);
+        return _changed.wait_for(guard, time, [this] { return _isOpen; });
     }
 
 private:

@@ -4,221 +4,470 @@
 #include <memory>
 #include <new>
 #include <optional>
-#include <utility>
 
 #include <qv/pmx/errors.h>
-#include <qv/pmx/src/perturb.hpp>
 #include <qv/rtlapi/RX_ActivityRecorder.hpp>
 #include <qv/rtlapi/RX_Closure.hpp>
 #include <qv/rtlapi/RX_ExFatal.hpp>
 #include <qv/rtlapi/RX_Locked_.hpp>
+#include <qv/rtlapi/Reference.hpp>
+#include <qv/rtlapi/src/DequeuedClosure.hpp>
+#include <qv/rtlapi/src/IdleWorkers.hpp>
+#include <qv/rtlapi/src/TwoLockQueue.hpp>
 #include <qv/rtlapi/src/detached.hpp>
 
-/**
- * A place for one worker to sleep. Its condition has one waiter at most, so that a call reaches whom it
- * is meant for.
- */
-class RX_ServerQueue::Bed
+using qv::DequeuedClosure;
+using qv::IdleWorkers;
+using qv::TwoLockQueue;
+
+/** The state of a queue besides its recorder and its number of threads, and everything that changes it. */
+class RX_ServerQueue::Implementation
 {
 public:
-    explicit Bed(RX_ServerQueue& queue) : call(queue) {}
+    /** What a put operation does if the queue is full; PROBE also enters a queue that refuses the others. */
+    enum class IfFull { BLOCK, FAIL, EXCEED, PROBE };
 
-    RX_Condition call;
-    Bed* next = nullptr;
-    bool isCalled = false;
-};
+    Implementation(RX_ServerQueue& queue, unsigned int capacity);
 
-/** The sleep of a worker that has lain down, also if its thread is ended there. The lock is held. */
-class RX_ServerQueue::Rest
-{
-public:
-    Rest(RX_ServerQueue& queue, Bed* bed) : _queue(queue), _bed(bed) {}
-    Rest(const Rest&) = delete;
-    Rest& operator=(const Rest&) = delete;
-    ~Rest()
-    {
-        --_queue._idle;
-        if (_bed->isCalled) {
-            --_queue._called;
-        } else {
-            Bed** link = &_queue._sleepers;
-            while (*link != _bed) {
-                link = &(*link)->next;
-            }
-            *link = _bed->next;
-        }
-        _bed->next = _queue._freeBeds;
-        _queue._freeBeds = _bed;
-    }
-
-    void awaitCall() const
-    {
-        while (!_bed->isCalled) {
-            _bed->call.wait();
-        }
-    }
+    void addThreads(unsigned int count);
+    void removeThreads(unsigned int count);
+    bool enqueue(RX_Closure* closure, IfFull policy);
+    void reject(RX_Closure* closure);
+    bool runPending();
+    void discardPending(bool closing);
+    void discardAtEnd();
+    void refusePuts();
+    bool isClosed() const;
+    unsigned int size() const;
 
 private:
+    class Worker;
+    class WorkerThread;
+
+    static void* runWorker(void* worker);
+
+    bool acceptsWork(IfFull policy) const;
+    bool hasCapacity();
+    void deliver(IdleWorkers::Wakeup wakeup);
+    static void discard(TwoLockQueue::Closures& closures, RX_ActivityRecorder* recorder);
+    void discardOneByOne(unsigned int count, RX_ActivityRecorder* recorder);
+    RX_Closure* dequeue(Worker& worker);
+    std::unique_ptr<Worker> addWorker();
+    void cancelWorker(Worker& worker);
+    void removeWorker(Worker& worker);
+    bool mustStop(const Worker& worker) const;
+
     RX_ServerQueue& _queue;
-    Bed* const _bed;
-};
+    /** The lock of the queue, which is also that of the producers of `_pending`. */
+    RX_Mutex& _mutex;
+    const unsigned int _capacity;
+    TwoLockQueue _pending;
 
-/** A thread that waits for room, which is counted already. The lock is held. */
-class RX_ServerQueue::Waiting
-{
-public:
-    explicit Waiting(RX_ServerQueue& queue) : _queue(queue) {}
-    Waiting(const Waiting&) = delete;
-    Waiting& operator=(const Waiting&) = delete;
-    ~Waiting()
-    {
-        _queue._front.waiting.fetch_sub(1, std::memory_order_relaxed);
-    }
+    // All members below are guarded by the lock of the queue.
 
-    void awaitRoom() const
-    {
-        while (_queue.accepts(Room::AWAITED) && !_queue.hasRoom()) {
-            _queue._room.wait();
-        }
-    }
-
-private:
-    RX_ServerQueue& _queue;
-};
-
-/** What was pending when it was taken. */
-struct RX_ServerQueue::Pending
-{
-    Closures older;
-    Closures newer;
+    IdleWorkers _idle;
+    /** Number of workers that must end instead of running another closure. */
+    si_uint32_t _threadsToStop = 0;
+    /** Number of calls that have removed workers: only workers from before the last one may stop. */
+    si_uint32_t _removals = 0;
+    /** Whether only probes are accepted: the pool is shutting down. */
+    bool _refusesPuts = false;
+    bool _isClosed = false;
 };
 
 /**
- * A closure on its way from the queue: when the job goes, the closure is released, and then the
- * recorder is told; so whoever waits for quiet finds everything gone that was run.
+ * A worker's reference to the queue and its registration. Several threads may run it, one after the other;
+ * the present one owns it.
  */
-class RX_ServerQueue::Job
+class RX_ServerQueue::Implementation::Worker
 {
 public:
-    /** Takes over the reference to the closure; the recorder is to outlive the job. Both may be null. */
-    Job(RX_Closure* closure, RX_ActivityRecorder* recorder) noexcept : _recorder(recorder), _closure(closure)
+    Worker(RX_ServerQueue& owner, si_uint32_t removalCount, IdleWorkers::Waiter& ownWaiter) noexcept
+        : queue(qv::share(&owner)), removals(removalCount), waiter(ownWaiter)
     {
     }
-    Job(const Job&) = delete;
-    Job& operator=(const Job&) = delete;
-    /** The destructor of the closure may end the thread, which unwinds through here. */
-    ~Job() noexcept(false)
-    {
-        if (_closure != nullptr) {
-            const Record record(_recorder);
-            _closure->detach();
-        }
-    }
 
-    explicit operator bool() const noexcept
-    {
-        return _closure != nullptr;
-    }
-    RX_Closure& closure() const noexcept
-    {
-        return *_closure;
-    }
-
-private:
-    /** Notifies the recorder at its end, however the release of the closure ends. */
-    class Record
-    {
-    public:
-        explicit Record(RX_ActivityRecorder* recorder) noexcept : _recorder(recorder) {}
-        Record(const Record&) = delete;
-        Record& operator=(const Record&) = delete;
-        ~Record()
-        {
-            if (_recorder != nullptr) {
-                _recorder->dec();
-            }
-        }
-
-    private:
-        RX_ActivityRecorder* const _recorder;
-    };
-
-    RX_ActivityRecorder* const _recorder;
-    RX_Closure* const _closure;
-};
-
-/** A worker of the queue, which has counted it in: one thread after the other may run it. */
-struct RX_ServerQueue::Worker
-{
     const qv::Reference<RX_ServerQueue> queue;
-    /** The removals before it was added. */
+    /** Value of `_removals` when the worker was added. */
     const si_uint32_t removals;
+    IdleWorkers::Waiter& waiter;
 };
 
-/** The part of a thread in running a worker. However it ends, the queue keeps a right count of workers. */
-class RX_ServerQueue::Shift
+/** A thread that runs a worker. However the thread ends, the number of workers remains correct. */
+class RX_ServerQueue::Implementation::WorkerThread
 {
 public:
     /** Takes over the worker. */
-    explicit Shift(Worker* worker) noexcept : _worker(worker) {}
-    Shift(const Shift&) = delete;
-    Shift& operator=(const Shift&) = delete;
-    /** With a worker left, a closure has ended the thread: another thread continues, if possible. */
-    ~Shift()
+    explicit WorkerThread(Worker* worker) noexcept
+        : _worker(worker), _implementation(*worker->queue->_implementation)
     {
-        if (_worker && !leaveIfRemoved() && !handOver()) {
-            const RX_Locked_ locked(*_worker->queue);
-            _worker->queue->countOut();
+    }
+    WorkerThread(const WorkerThread&) = delete;
+    WorkerThread& operator=(const WorkerThread&) = delete;
+    /** If the worker has not been unregistered, a closure has ended the thread: a new one continues. */
+    ~WorkerThread()
+    {
+        if (_worker && !removeIfStopped() && !handOver()) {
+            const RX_Locked_ locked(_implementation._mutex);
+            _implementation.removeWorker(*_worker);
         }
     }
 
-    void work()
+    void run()
     {
-        RX_ServerQueue& queue = *_worker->queue;
-        while (RX_Closure* const closure = queue.awaitClosure(*_worker)) {
-            // The queue keeps its recorder as long as it has workers.
-            const Job job(closure, queue._ar);
-            qv::applyDetached(job.closure());
+        // The recorder cannot change as long as the queue has workers.
+        RX_ActivityRecorder* const recorder = _worker->queue->_ar;
+        while (RX_Closure* const closure = _implementation.dequeue(*_worker)) {
+            const DequeuedClosure dequeued(closure, recorder);
+            qv::applyDetached(*dequeued);
         }
         _worker.reset();
     }
 
 private:
-    /** Counts a worker out that must leave anyway; in one step, for another one may leave in its place. */
-    bool leaveIfRemoved()
+    /** Unregisters a worker that must stop. Check and change are one step, as another may stop instead. */
+    bool removeIfStopped()
     {
-        const RX_Locked_ locked(*_worker->queue);
-        const bool isRemoved = _worker->queue->mustLeave(*_worker);
-        if (isRemoved) {
-            _worker->queue->countOut();
+        const RX_Locked_ locked(_implementation._mutex);
+        const bool isStopped = _implementation.mustStop(*_worker);
+        if (isStopped) {
+            _implementation.removeWorker(*_worker);
         }
-        return isRemoved;
+        return isStopped;
     }
 
-    /** Lets a new thread run the worker, unless the system refuses one. */
+    /** Starts a new thread for the worker. Returns false if the system cannot create one. */
     bool handOver()
     {
-        if (qv::startDetached(&RX_ServerQueue::runWorker, _worker.get()) != 0) {
+        if (qv::startDetached(&Implementation::runWorker, _worker.get()) != 0) {
             return false;
         }
-        // The new thread has it now.
+        // Owned by the new thread.
         static_cast<void>(_worker.release());
         return true;
     }
 
     std::unique_ptr<Worker> _worker;
+    /** Exists as long as the worker. */
+    Implementation& _implementation;
 };
 
-RX_ServerQueue::RX_ServerQueue(unsigned int capacity) : _capacity(capacity), _room(*this)
+RX_ServerQueue::Implementation::Implementation(RX_ServerQueue& queue, unsigned int capacity)
+    : _queue(queue), _mutex(queue), _capacity(capacity), _pending(_mutex, capacity), _idle(_mutex)
+{
+}
+
+void RX_ServerQueue::Implementation::addThreads(unsigned int count)
+{
+    for (unsigned int i = 0; i < count; ++i) {
+        std::unique_ptr<Worker> worker = addWorker();
+        if (!worker) {
+            return;
+        }
+        if (const int status = qv::startDetached(&Implementation::runWorker, worker.get())) {
+            cancelWorker(*worker);
+            throw RX_ExFatal(status);
+        }
+        // Owned by the new thread.
+        static_cast<void>(worker.release());
+    }
+}
+
+void RX_ServerQueue::Implementation::removeThreads(unsigned int count)
+{
+    const RX_Locked_ consumer(_pending.consumerMutex());
+    const RX_Locked_ locked(_mutex);
+    const si_uint32_t removed = std::min(count, _queue._threadCount - _threadsToStop);
+    if (removed == 0) {
+        return;
+    }
+    _threadsToStop += removed;
+    ++_removals;
+    _pending.setMustCheckState(true);
+    _idle.wakeAll();
+}
+
+/** Appends a closure and wakes a worker if needed. Returns false if the queue accepts no work or is full. */
+bool RX_ServerQueue::Implementation::enqueue(RX_Closure* closure, IfFull policy)
+{
+    for (bool isBlocked = false;; isBlocked = true) {
+        IdleWorkers::Wakeup wakeup;
+        qv::Reference<RX_ServerQueue> self;
+        bool isEnqueued = false;
+        {
+            const RX_Locked_ locked(_mutex);
+            if (isBlocked) {
+                const TwoLockQueue::BlockedPut blocked(_pending);
+                while (acceptsWork(policy) && !hasCapacity()) {
+                    blocked.wait();
+                }
+            }
+            if (!acceptsWork(policy)) {
+                return false;
+            }
+            isEnqueued = policy == IfFull::EXCEED || policy == IfFull::PROBE || hasCapacity();
+            if (isEnqueued) {
+                _pending.push(closure);
+                if (_queue._ar != nullptr) {
+                    _queue._ar->inc();
+                }
+                wakeup = _idle.wakeFor(_pending.size());
+                if (wakeup) {
+                    // The closure may hold the last reference to the owner of the queue.
+                    self = qv::share(&_queue);
+                }
+            } else if (policy == IfFull::FAIL) {
+                return false;
+            }
+        }
+        if (isEnqueued) {
+            if (wakeup) {
+                deliver(wakeup);
+            }
+            return true;
+        }
+        // From here on, a worker that removes a closure signals this thread.
+        const RX_Locked_ consumer(_pending.consumerMutex());
+        const RX_Locked_ locked(_mutex);
+        _pending.addBlockedPut();
+    }
+}
+
+bool RX_ServerQueue::Implementation::runPending()
+{
+    RX_Closure* closure = nullptr;
+    qv::Reference<RX_ActivityRecorder> recorder;
+    {
+        const RX_Locked_ consumer(_pending.consumerMutex());
+        const RX_Locked_ locked(_mutex);
+        closure = _pending.pop();
+        recorder = qv::share(_queue._ar);
+    }
+    const DequeuedClosure dequeued(closure, recorder.get());
+    if (!dequeued) {
+        return false;
+    }
+    (*dequeued).apply();
+    return true;
+}
+
+void RX_ServerQueue::Implementation::discardPending(bool closing)
+{
+    // All pending closures are drained in one step. Without the memory for that they are discarded one by
+    // one, while the workers of a queue that stays open run some of them: a queue can be closed without
+    // memory.
+    std::optional<TwoLockQueue::DrainedClosures> all;
+    try {
+        all.emplace();
+    } catch (const std::bad_alloc&) {
+    }
+    unsigned int count = 0;
+    qv::Reference<RX_ActivityRecorder> recorder;
+    {
+        const RX_Locked_ consumer(_pending.consumerMutex());
+        const RX_Locked_ locked(_mutex);
+        _isClosed = _isClosed || closing;
+        count = _pending.size();
+        if (all) {
+            _pending.drain(*all);
+        }
+        recorder = qv::share(_queue._ar);
+        _pending.wakeBlockedPuts();
+        if (_isClosed) {
+            _pending.setMustCheckState(true);
+            _idle.wakeAll();
+        }
+    }
+    if (all) {
+        discard(all->older, recorder.get());
+        discard(all->newer, recorder.get());
+    } else {
+        discardOneByOne(count, recorder.get());
+    }
+}
+
+/** Discards all pending closures of a queue without workers that no other thread uses any more. */
+void RX_ServerQueue::Implementation::discardAtEnd()
+{
+    while (RX_Closure* const closure = _pending.pop()) {
+        const DequeuedClosure discarded(closure, _queue._ar);
+    }
+}
+
+void RX_ServerQueue::Implementation::refusePuts()
+{
+    const RX_Locked_ locked(_mutex);
+    _refusesPuts = true;
+    _pending.wakeBlockedPuts();
+}
+
+bool RX_ServerQueue::Implementation::isClosed() const
+{
+    const RX_Locked_ locked(_mutex);
+    return _isClosed;
+}
+
+/** Returns the number of pending closures. Requires the lock of the queue. */
+unsigned int RX_ServerQueue::Implementation::size() const
+{
+    return _pending.size();
+}
+
+void* RX_ServerQueue::Implementation::runWorker(void* worker)
+{
+    WorkerThread(static_cast<Worker*>(worker)).run();
+    return nullptr;
+}
+
+/** Returns true if a closure may be put, apart from the capacity. Requires the lock of the queue. */
+bool RX_ServerQueue::Implementation::acceptsWork(IfFull policy) const
+{
+    return !_isClosed && (!_refusesPuts || policy == IfFull::PROBE);
+}
+
+/** Returns true if the queue is not full. Requires the lock of the queue. */
+bool RX_ServerQueue::Implementation::hasCapacity()
+{
+    if (_capacity == 0) {
+        // A closure is handed to a worker that has not been woken (those that must stop have been), or to one
+        // that is idle for another reason, provided that each pending closure has one that does not stop.
+        return _idle.hasAny() || _pending.size() + _threadsToStop < _idle.count();
+    }
+    return _pending.hasCapacity();
+}
+
+/** Delivers a wake-up. If a spinning worker does not respond, another worker is woken as well. */
+void RX_ServerQueue::Implementation::deliver(IdleWorkers::Wakeup wakeup)
+{
+    while (!_idle.deliver(wakeup)) {
+        const RX_Locked_ locked(_mutex);
+        wakeup = _idle.wakeFor(_pending.size());
+        if (!wakeup) {
+            return;
+        }
+    }
+}
+
+/** Discards a closure that was not appended, and reports it to the recorder like any other closure. */
+void RX_ServerQueue::Implementation::reject(RX_Closure* closure)
+{
+    qv::Reference<RX_ActivityRecorder> recorder;
+    {
+        const RX_Locked_ locked(_mutex);
+        recorder = qv::share(_queue._ar);
+    }
+    if (recorder) {
+        recorder->inc();
+    }
+    const DequeuedClosure rejected(closure, recorder.get());
+}
+
+void RX_ServerQueue::Implementation::discard(TwoLockQueue::Closures& closures, RX_ActivityRecorder* recorder)
+{
+    while (!closures.empty()) {
+        RX_Closure* const closure = closures.front();
+        closures.pop_front();
+        const DequeuedClosure discarded(closure, recorder);
+    }
+}
+
+void RX_ServerQueue::Implementation::discardOneByOne(unsigned int count, RX_ActivityRecorder* recorder)
+{
+    for (; count != 0; --count) {
+        RX_Closure* closure = nullptr;
+        {
+            const RX_Locked_ consumer(_pending.consumerMutex());
+            const RX_Locked_ locked(_mutex);
+            closure = _pending.pop();
+        }
+        const DequeuedClosure discarded(closure, recorder);
+    }
+}
+
+/** Blocks until a closure is available. Returns null if the worker was unregistered and must end. */
+RX_Closure* RX_ServerQueue::Implementation::dequeue(Worker& worker)
+{
+    for (;;) {
+        {
+            const RX_Locked_ consumer(_pending.consumerMutex());
+            if (RX_Closure* const closure = _pending.popConsumerSide()) {
+                return closure;
+            }
+            const RX_Locked_ locked(_mutex);
+            if (mustStop(worker)) {
+                removeWorker(worker);
+                return nullptr;
+            }
+            if (RX_Closure* const closure = _pending.pop()) {
+                return closure;
+            }
+            _idle.push(worker.waiter);
+            if (_capacity == 0) {
+                _pending.wakeBlockedPut();
+            }
+        }
+        _idle.wait(worker.waiter);
+    }
+}
+
+/** Registers a worker that is about to start. Returns null if the queue is closed. */
+std::unique_ptr<RX_ServerQueue::Implementation::Worker> RX_ServerQueue::Implementation::addWorker()
+{
+    const RX_Locked_ locked(_mutex);
+    if (_isClosed) {
+        return nullptr;
+    }
+    IdleWorkers::Waiter& waiter = _idle.addWaiter();
+    try {
+        auto worker = std::make_unique<Worker>(_queue, _removals, waiter);
+        ++_queue._threadCount;
+        return worker;
+    } catch (const std::bad_alloc&) {
+        _idle.removeWaiter(waiter);
+        throw;
+    }
+}
+
+/** Unregisters a worker that was not started. */
+void RX_ServerQueue::Implementation::cancelWorker(Worker& worker)
+{
+    const RX_Locked_ locked(_mutex);
+    _idle.removeWaiter(worker.waiter);
+    --_queue._threadCount;
+    _threadsToStop = std::min(_threadsToStop, _queue._threadCount);
+}
+
+/** Unregisters a worker that is about to end. Requires the lock of the queue. */
+void RX_ServerQueue::Implementation::removeWorker(Worker& worker)
+{
+    _idle.removeWaiter(worker.waiter);
+    --_queue._threadCount;
+    if (_threadsToStop != 0) {
+        --_threadsToStop;
+    }
+    _pending.setMustCheckState(_isClosed || _threadsToStop != 0);
+    // With fewer workers to stop, a queue of capacity 0 may have an idle worker for a blocked producer.
+    _pending.wakeBlockedPut();
+    // Producers may have counted on this worker.
+    if (_pending.size() != 0) {
+        _idle.wakeAll();
+    }
+}
+
+/** Returns true if the worker must end instead of running another closure. Requires the lock of the queue. */
+bool RX_ServerQueue::Implementation::mustStop(const Worker& worker) const
+{
+    return _isClosed || (_threadsToStop != 0 && worker.removals != _removals);
+}
+
+RX_ServerQueue::RX_ServerQueue(unsigned int capacity) : _implementation(new Implementation(*this, capacity))
 {
     _construction.complete();
 }
 
 RX_ServerQueue::~RX_ServerQueue() noexcept(false)
 {
-    // Workers have references, so there is none; nobody else is here either.
-    drop(_front.closures, _ar);
-    drop(_back, _ar);
+    _implementation->discardAtEnd();
     if (_ar != nullptr) {
         _ar->disconnect(this);
         _ar->detach();
@@ -227,39 +476,12 @@ RX_ServerQueue::~RX_ServerQueue() noexcept(false)
 
 void RX_ServerQueue::addThreads(unsigned int count)
 {
-    for (unsigned int i = 0; i < count; ++i) {
-        std::unique_ptr<Worker> worker;
-        {
-            const RX_Locked_ locked(*this);
-            if (_closed) {
-                return;
-            }
-            worker.reset(new Worker{qv::share(this), _removals});
-            countIn();
-        }
-        if (const int status = qv::startDetached(&RX_ServerQueue::runWorker, worker.get())) {
-            const RX_Locked_ locked(*this);
-            --_threadCount;
-            _leaving = std::min(_leaving, _threadCount);
-            throw RX_ExFatal(status);
-        }
-        // The thread has it now.
-        static_cast<void>(worker.release());
-    }
+    _implementation->addThreads(count);
 }
 
 void RX_ServerQueue::removeThreads(unsigned int count)
 {
-    const RX_Locked_ front(_front.lock);
-    const RX_Locked_ locked(*this);
-    const si_uint32_t removed = std::min(count, _threadCount - _leaving);
-    if (removed == 0) {
-        return;
-    }
-    _leaving += removed;
-    ++_removals;
-    _front.isToAsk.store(true, std::memory_order_relaxed);
-    callAllWorkers();
+    _implementation->removeThreads(count);
 }
 
 void RX_ServerQueue::connectActivityRecorder(RX_ActivityRecorder* ar)
@@ -269,7 +491,7 @@ void RX_ServerQueue::connectActivityRecorder(RX_ActivityRecorder* ar)
         throw RX_ExFatal(__LINE__, "qv/rtlapi/src/RX_ServerQueue", QV_RX_CONDITION,
                          "size_nolock() == 0 && _threadCount == 0");
     }
-    // The new one is taken first: it may be the old one.
+    // The new reference is acquired first: both may be the same recorder.
     if (ar != nullptr) {
         ar->attach();
     }
@@ -285,53 +507,38 @@ void RX_ServerQueue::connectActivityRecorder(RX_ActivityRecorder* ar)
 
 void RX_ServerQueue::put(RX_Closure* const& closure)
 {
-    if (!offer(closure, Room::AWAITED)) {
-        refuse(closure);
+    if (!_implementation->enqueue(closure, Implementation::IfFull::BLOCK)) {
+        _implementation->reject(closure);
     }
 }
 
 void RX_ServerQueue::putProbe(RX_Closure* const& closure)
 {
-    if (!offer(closure, Room::PROBE)) {
-        refuse(closure);
+    if (!_implementation->enqueue(closure, Implementation::IfFull::PROBE)) {
+        _implementation->reject(closure);
     }
 }
 
 void RX_ServerQueue::putBeyondCapacity(RX_Closure* closure)
 {
-    if (!offer(closure, Room::IGNORED)) {
-        refuse(closure);
+    if (!_implementation->enqueue(closure, Implementation::IfFull::EXCEED)) {
+        _implementation->reject(closure);
     }
 }
 
 void RX_ServerQueue::refusePuts()
 {
-    const RX_Locked_ locked(*this);
-    _refusesPuts = true;
-    _room.broadcast();
+    _implementation->refusePuts();
 }
 
 qv_bool_t RX_ServerQueue::tryPut(RX_Closure* const& closure)
 {
-    return offer(closure, Room::NEEDED);
+    return _implementation->enqueue(closure, Implementation::IfFull::FAIL);
 }
 
 qv_bool_t RX_ServerQueue::runPending()
 {
-    RX_Closure* closure = nullptr;
-    qv::Reference<RX_ActivityRecorder> recorder;
-    {
-        const RX_Locked_ front(_front.lock);
-        const RX_Locked_ locked(*this);
-        closure = takeOldest();
-        recorder = qv::share(_ar);
-    }
-    const Job job(closure, recorder.get());
-    if (!job) {
-        return 0;
-    }
-    job.closure().apply();
-    return 1;
+    return _implementation->runPending();
 }
 
 unsigned int RX_ServerQueue::size() const
@@ -342,18 +549,17 @@ unsigned int RX_ServerQueue::size() const
 
 void RX_ServerQueue::close()
 {
-    dropPending(true);
+    _implementation->discardPending(true);
 }
 
 int RX_ServerQueue::isClosed() const
 {
-    const RX_Locked_ locked(*this);
-    return _closed;
+    return _implementation->isClosed();
 }
 
 unsigned int RX_ServerQueue::size_nolock() const
 {
-    return static_cast<unsigned int>(_back.size()) + _front.size.load(std::memory_order_relaxed);
+    return _implementation->size();
 }
 
 si_uint32_t RX_ServerQueue::threadCount() const
@@ -364,317 +570,5 @@ si_uint32_t RX_ServerQueue::threadCount() const
 
 void RX_ServerQueue::flush()
 {
-    dropPending(false);
-}
-
-void* RX_ServerQueue::runWorker(void* worker)
-{
-    Shift(static_cast<Worker*>(worker)).work();
-    return nullptr;
-}
-
-/** Whether a closure may be put at all. The caller holds the lock of the queue. */
-bool RX_ServerQueue::accepts(Room room) const
-{
-    return !_closed && (!_refusesPuts || room == Room::PROBE);
-}
-
-/** Whether a worker that is free must end. The caller holds the lock of the queue. */
-bool RX_ServerQueue::mustLeave(const Worker& worker) const
-{
-    return _closed || (_leaving != 0 && worker.removals != _removals);
-}
-
-bool RX_ServerQueue::hasRoom()
-{
-    if (_capacity == 0) {
-        // Handed over directly, to a worker that sleeps (those that must leave have been called), or to one
-        // of those that are idle for other reasons, as long as each closure has one that stays.
-        return _sleepers != nullptr || size_nolock() + _leaving < _idle;
-    }
-    if (_back.size() + _frontAtMost < _capacity) {
-        return true;
-    }
-    _frontAtMost = _front.size.load(std::memory_order_relaxed);
-    return _back.size() + _frontAtMost < _capacity;
-}
-
-/** Appends a closure to the back; the caller holds the lock of the queue. */
-void RX_ServerQueue::append(RX_Closure* closure)
-{
-    try {
-        _back.push_back(closure);
-    } catch (const std::bad_alloc&) {
-        // This thread may have been woken for the room that it leaves.
-        _room.signal();
-        throw;
-    }
-}
-
-/** Appends a closure and calls a worker for it; false if the queue does not accept it, or has no room. */
-bool RX_ServerQueue::offer(RX_Closure* closure, Room room)
-{
-    Bed* called = nullptr;
-    qv::Reference<RX_ServerQueue> self;
-    for (bool isWaiting = false;; isWaiting = true) {
-        {
-            const RX_Locked_ locked(*this);
-            if (isWaiting) {
-                const Waiting waiting(*this);
-                waiting.awaitRoom();
-            }
-            if (!accepts(room)) {
-                return false;
-            }
-            if (room == Room::IGNORED || room == Room::PROBE || hasRoom()) {
-                append(closure);
-                if (_ar != nullptr) {
-                    _ar->inc();
-                }
-                called = callWorker();
-                if (called != nullptr) {
-                    // The closure may be what keeps the owner of the queue.
-                    self = qv::share(this);
-                }
-                break;
-            }
-            if (room == Room::NEEDED) {
-                return false;
-            }
-        }
-        // Who takes a closure from now on tells it.
-        const RX_Locked_ front(_front.lock);
-        const RX_Locked_ locked(*this);
-        _front.waiting.fetch_add(1, std::memory_order_relaxed);
-    }
-    if (called != nullptr) {
-        // Without the lock, for which the worker would have to wait at once.
-        qv::perturb();
-        called->call.signal();
-    }
-    return true;
-}
-
-/** Drops what cannot be appended any more, and tells the recorder as of any other closure. */
-void RX_ServerQueue::refuse(RX_Closure* closure)
-{
-    qv::Reference<RX_ActivityRecorder> recorder;
-    {
-        const RX_Locked_ locked(*this);
-        recorder = qv::share(_ar);
-    }
-    if (recorder) {
-        recorder->inc();
-    }
-    const Job dropped(closure, recorder.get());
-}
-
-void RX_ServerQueue::dropPending(bool closing)
-{
-    // All are taken at once. Without the memory for that they are taken one by one, and the workers, if the
-    // queue stays open, take theirs meanwhile: so a queue can be ended also where there is no memory.
-    std::optional<Pending> all;
-    try {
-        all.emplace();
-    } catch (const std::bad_alloc&) {
-    }
-    unsigned int count = 0;
-    qv::Reference<RX_ActivityRecorder> recorder;
-    {
-        const RX_Locked_ front(_front.lock);
-        const RX_Locked_ locked(*this);
-        _closed = _closed || closing;
-        count = size_nolock();
-        if (all) {
-            all->older.swap(_front.closures);
-            _front.size.store(0, std::memory_order_relaxed);
-            all->newer.swap(_back);
-        }
-        recorder = qv::share(_ar);
-        _room.broadcast();
-        if (_closed) {
-            _front.isToAsk.store(true, std::memory_order_relaxed);
-            callAllWorkers();
-        }
-    }
-    if (all) {
-        drop(all->older, recorder.get());
-        drop(all->newer, recorder.get());
-    } else {
-        dropOneByOne(count, recorder.get());
-    }
-}
-
-void RX_ServerQueue::dropOneByOne(unsigned int count, RX_ActivityRecorder* recorder)
-{
-    for (; count != 0; --count) {
-        RX_Closure* closure = nullptr;
-        {
-            const RX_Locked_ front(_front.lock);
-            const RX_Locked_ locked(*this);
-            closure = takeOldest();
-        }
-        const Job dropped(closure, recorder);
-    }
-}
-
-void RX_ServerQueue::drop(Closures& closures, RX_ActivityRecorder* recorder)
-{
-    while (!closures.empty()) {
-        RX_Closure* const closure = closures.front();
-        closures.pop_front();
-        const Job dropped(closure, recorder);
-    }
-}
-
-/** The oldest closure of the front, whose lock the caller holds; null when there is none. */
-RX_Closure* RX_ServerQueue::takeFromFront()
-{
-    if (_front.closures.empty()) {
-        return nullptr;
-    }
-    RX_Closure* const closure = _front.closures.front();
-    _front.closures.pop_front();
-    _front.size.store(static_cast<si_uint32_t>(_front.closures.size()), std::memory_order_relaxed);
-    return closure;
-}
-
-/** The oldest pending closure; null when there is none. The caller holds both locks. */
-RX_Closure* RX_ServerQueue::takeOldest()
-{
-    if (_front.closures.empty()) {
-        _front.closures.swap(_back);
-        _frontAtMost = static_cast<si_uint32_t>(_front.closures.size());
-    }
-    RX_Closure* const closure = takeFromFront();
-    if (closure != nullptr && _front.waiting.load(std::memory_order_relaxed) != 0) {
-        _room.signal();
-    }
-    return closure;
-}
-
-/** Waits, on a worker, for a closure. Null means that the worker has been counted out and must end. */
-RX_Closure* RX_ServerQueue::awaitClosure(const Worker& worker)
-{
-    for (bool hasLooked = false;;) {
-        Bed* bed = nullptr;
-        {
-            const RX_Locked_ front(_front.lock);
-            if (!_front.isToAsk.load(std::memory_order_relaxed)
-                && _front.waiting.load(std::memory_order_relaxed) == 0) {
-                if (RX_Closure* const closure = takeFromFront()) {
-                    return closure;
-                }
-            }
-            const RX_Locked_ locked(*this);
-            if (mustLeave(worker)) {
-                countOut();
-                return nullptr;
-            }
-            if (RX_Closure* const closure = takeOldest()) {
-                return closure;
-            }
-            if (hasLooked || _isLooking || _capacity == 0) {
-                bed = lieDown();
-            } else {
-                _isLooking = true;
-                _isStirred.store(false, std::memory_order_relaxed);
-            }
-        }
-        if (bed == nullptr) {
-            lookOut();
-            hasLooked = true;
-        } else {
-            const RX_Locked_ locked(*this);
-            const Rest rest(*this, bed);
-            rest.awaitCall();
-            hasLooked = false;
-        }
-    }
-}
-
-/**
- * Looks for a moment, of a few microseconds, whether something comes. To sleep and to be called takes
- * longer, and that from the one who calls, too.
- */
-void RX_ServerQueue::lookOut()
-{
-    constexpr int LOOKS = 64;
-    for (int i = 0; i < LOOKS && !_isStirred.load(std::memory_order_relaxed); ++i) {
-        __builtin_ia32_pause();
-    }
-    qv::perturb();
-    const RX_Locked_ locked(*this);
-    _isLooking = false;
-}
-
-/** Makes the worker one that can be called; both locks are held, so that it has missed nothing. */
-RX_ServerQueue::Bed* RX_ServerQueue::lieDown()
-{
-    Bed* const bed = _freeBeds;
-    _freeBeds = bed->next;
-    bed->next = _sleepers;
-    bed->isCalled = false;
-    _sleepers = bed;
-    ++_idle;
-    if (_capacity == 0) {
-        _room.signal();
-    }
-    return bed;
-}
-
-/**
- * Calls a worker, if one sleeps and those who are to come anyway are too few for what is pending. The
- * result is the bed whose condition is to be signalled, or null.
- */
-RX_ServerQueue::Bed* RX_ServerQueue::callWorker()
-{
-    if (_isLooking) {
-        _isStirred.store(true, std::memory_order_relaxed);
-    }
-    if (_sleepers == nullptr || size_nolock() <= _called + (_isLooking ? 1 : 0)) {
-        return nullptr;
-    }
-    Bed* const bed = _sleepers;
-    _sleepers = bed->next;
-    bed->isCalled = true;
-    ++_called;
-    return bed;
-}
-
-void RX_ServerQueue::callAllWorkers()
-{
-    for (; _sleepers != nullptr; _sleepers = _sleepers->next) {
-        _sleepers->isCalled = true;
-        ++_called;
-        _sleepers->call.signal();
-    }
-}
-
-/** One worker more: it is about to start, and has a bed. */
-void RX_ServerQueue::countIn()
-{
-    if (_bedCount == _threadCount) {
-        _beds.emplace_front(*this);
-        _beds.front().next = _freeBeds;
-        _freeBeds = &_beds.front();
-        ++_bedCount;
-    }
-    ++_threadCount;
-}
-
-/** One worker less: it is about to end. */
-void RX_ServerQueue::countOut()
-{
-    --_threadCount;
-    if (_leaving != 0) {
-        --_leaving;
-    }
-    _front.isToAsk.store(_closed || _leaving != 0, std::memory_order_relaxed);
-    // Without those who leave there may be room for a closure that is handed over.
-    _room.signal();
-    // Somebody may have counted on this one for what is pending.
-    if (Bed* const called = callWorker()) {
-        called->call.signal();
-    }
+    _implementation->discardPending(false);
 }

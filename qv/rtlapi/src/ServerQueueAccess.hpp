@@ -9,14 +9,14 @@ namespace qv {
 class ServerQueueAccess
 {
 public:
-    /** As `put`, but never waits: appends the closure even if the queue is full. */
+    /** Appends a closure like `put`, but never blocks: it is appended even if the queue is full. */
     static void putBeyondCapacity(RX_ServerQueue& queue, RX_Closure* closure)
     {
         queue.putBeyondCapacity(closure);
     }
     /**
-     * Makes the queue drop what is put from now on, and the closures of threads that are blocked in `put`.
-     * putProbe() works until the queue is closed, and pending closures are still run.
+     * Makes the queue discard closures that are put afterwards, and those of threads that are blocked in
+     * `put`. putProbe() works until the queue is closed, and pending closures are still run.
      */
     static void refusePuts(RX_ServerQueue& queue)
     {
