@@ -11,35 +11,41 @@
 class RX_ServerQueue;
 
 /**
- * Counts the closures of a server queue, the pending and the running ones together, and lets threads
- * wait until there are none.
+ * Counts the closures of a server queue that are pending or running (the backlog). Threads can wait until
+ * there are none. Destroyed only by `detach`.
  *
- * Thread safety: every operation may be called from any thread. The object's lock is taken by those who
- * wait, and by the `dec` that ends their wait. Whoever finds the backlog at 0 may let go of the recorder
- * although the `dec` that brought it there has yet to return.
+ * Thread safety: any thread may call any operation. The lock of the object is acquired only by waiting
+ * threads, and by the `dec` that ends their wait. A thread that finds the backlog to be 0 may release its
+ * reference, even if the `dec` that ended the last closure has not returned yet.
  */
 class DALNIM_API RX_ActivityRecorder : public RX_Monitor
 {
 public:
+    /**
+     * Creates a recorder with a backlog of 0.
+     *
+     * @throws RX_Exception  if the system cannot create the condition variable, with its error number
+     */
     RX_ActivityRecorder();
 
-    /** How many closures are pending or running at this moment. */
+    /** Returns the number of closures that are pending or running. */
     si_uint32_t getBacklog() const;
 
-    /** Waits, without limit, until the backlog is 0. */
+    /** Blocks until the backlog is 0, without a time limit. */
     void waitForQuiet() const;
 
-    /** One more closure: the queue accepts it. */
+    /** Increments the backlog: the queue takes over a closure. */
     void inc();
     /**
-     * One closure less: it was run or dropped, and is gone. Raises RX_ExFatal with the code 51459 when
-     * there was none.
+     * Decrements the backlog: a closure was run or discarded, and has been released.
+     *
+     * @throws RX_ExFatal  with the code 51459 if the backlog is 0
      */
     void dec();
 
-    /** Tells that a queue begins to report here. Does nothing. */
+    /** Called when the recorder is connected to a queue. Does nothing. */
     void connect(RX_ServerQueue* sq);
-    /** Tells that a queue ceases to report here. Does nothing. */
+    /** Called when the recorder is disconnected from a queue. Does nothing. */
     void disconnect(RX_ServerQueue* sq);
 
 protected:
@@ -47,23 +53,26 @@ protected:
 
 private:
     static constexpr unsigned int CACHE_LINE = 64;
-    /** In _ended: somebody waits for quiet. */
-    static constexpr si_uint64_t AWAITED = 1;
-    /** One closure in _ended. */
-    static constexpr si_uint64_t ONE = 2;
+    /** Bit of `_finished`: threads wait until the backlog is 0. */
+    static constexpr si_uint64_t HAS_WAITERS = 1;
+    /** One closure in `_finished`. */
+    static constexpr si_uint64_t ONE_CLOSURE = 2;
 
-    si_uint32_t backlogBehind(si_uint64_t ended) const;
-    si_uint64_t backlogUpTo(si_uint64_t wanted, si_uint64_t ended);
-    void endLast();
+    si_uint32_t backlogAt(si_uint64_t finished) const;
+    si_uint64_t minimalBacklog(si_uint64_t sufficient, si_uint64_t finished);
+    void finishLast();
 
     Construction _construction{*this};
-    // The backlog is the difference of two counts that never go back, each on a line of its own: those
-    // who submit write the one, and the workers the other.
-    alignas(CACHE_LINE) std::atomic<si_uint64_t> _begun{0};
-    /** Twice the count, and AWAITED, which is set and cleared under the lock. */
-    alignas(CACHE_LINE) mutable std::atomic<si_uint64_t> _ended{0};
-    /** What _begun was at some time, so that the workers need not look each time. */
-    std::atomic<si_uint64_t> _begunAtLeast{0};
+    // The backlog is the difference of two counts that only increase, each on a cache line of its own:
+    // producers write the first, workers the second.
+
+    /** Number of calls of inc(). */
+    alignas(CACHE_LINE) std::atomic<si_uint64_t> _started{0};
+    /** Number of calls of dec(), in units of ONE_CLOSURE, and HAS_WAITERS, which changes under the lock. */
+    alignas(CACHE_LINE) mutable std::atomic<si_uint64_t> _finished{0};
+    /** Lower bound of `_started`, cached to avoid reading the producers' cache line. */
+    std::atomic<si_uint64_t> _startedBound{0};
+    /** Signalled when the backlog becomes 0 while threads wait. */
     RX_Condition _quiet;
 };
 

@@ -12,31 +12,31 @@ RX_ActivityRecorder::RX_ActivityRecorder() : _quiet(*this)
 
 RX_ActivityRecorder::~RX_ActivityRecorder() noexcept(false) = default;
 
-// The order of the two counts in the C++ memory model. Every change of `_ended` is a read-modify-write with
-// memory_order_acq_rel, so that who reads n ended closures by an acquiring load or exchange synchronises with
-// all n decrements. Each closure was counted by inc() before its dec() was called: the n calls of inc()
-// happen before that read, and so does the inc() of the caller's own closure in dec(). A load of `_begun`
-// that is sequenced after the read therefore yields at least n, and n + 1 in dec(), by coherence. Read
-// relaxed,
-// `_ended` might be loaded after `_begun`, as ARM64 does: the backlog would then seem to be 0 or negative.
+// The order of the two counts in the C++ memory model. Every change of `_finished` is a read-modify-write
+// with memory_order_acq_rel, so that a thread that reads n finished closures by an acquiring load or exchange
+// synchronises with all n decrements. Each closure was counted by inc() before its dec() was called: the n
+// calls of inc() happen before that read, and so does the inc() of the caller's own closure in dec(). A
+// load of `_started` that is sequenced after the read therefore yields at least n, and n + 1 in dec(), by
+// coherence. With memory_order_relaxed, `_finished` might be loaded after `_started`, as on ARM64: the
+// backlog could then appear to be 0 or negative.
 //
-// `_begunAtLeast` only ever holds former values of `_begun`. It is a lower bound whatever the order of its
-// stores is, and is replaced by `_begun` itself if it does not suffice.
+// `_startedBound` only ever contains former values of `_started`. It is a lower bound whatever the order
+// of its stores is, and is replaced by `_started` itself if it does not suffice.
 
-/** The backlog at the moment at which `ended` was read, with memory_order_acquire. */
-si_uint32_t RX_ActivityRecorder::backlogBehind(si_uint64_t ended) const
+/** Returns the backlog at the moment at which `finished` was read, with memory_order_acquire. */
+si_uint32_t RX_ActivityRecorder::backlogAt(si_uint64_t finished) const
 {
-    return static_cast<si_uint32_t>(_begun.load(std::memory_order_acquire) - ended / ONE);
+    return static_cast<si_uint32_t>(_started.load(std::memory_order_acquire) - finished / ONE_CLOSURE);
 }
 
 si_uint32_t RX_ActivityRecorder::getBacklog() const
 {
-    // Both counts as they stood at one moment: neither comes back to a value that it had.
-    for (si_uint64_t before = _ended.load(std::memory_order_acquire);;) {
-        const si_uint32_t backlog = backlogBehind(before);
+    // Both counts must be from one moment. They only increase: an unchanged count has not changed in between.
+    for (si_uint64_t before = _finished.load(std::memory_order_acquire);;) {
+        const si_uint32_t backlog = backlogAt(before);
         qv::perturb();
-        const si_uint64_t after = _ended.load(std::memory_order_acquire);
-        if (before / ONE == after / ONE) {
+        const si_uint64_t after = _finished.load(std::memory_order_acquire);
+        if (before / ONE_CLOSURE == after / ONE_CLOSURE) {
             return backlog;
         }
         before = after;
@@ -45,62 +45,61 @@ si_uint32_t RX_ActivityRecorder::getBacklog() const
 
 void RX_ActivityRecorder::waitForQuiet() const
 {
-    // A backlog of 0 that nobody else waits for is final: its last `dec` touches nothing any more.
-    const si_uint64_t ended = _ended.load(std::memory_order_acquire);
-    if ((ended & AWAITED) == 0 && backlogBehind(ended) == 0) {
+    // If the backlog is 0 and no other thread waits, the last `dec` does not access this object any more.
+    const si_uint64_t finished = _finished.load(std::memory_order_acquire);
+    if ((finished & HAS_WAITERS) == 0 && backlogAt(finished) == 0) {
         return;
     }
     const RX_Locked_ locked(*this);
-    while (backlogBehind(_ended.fetch_or(AWAITED, std::memory_order_acq_rel)) != 0) {
+    while (backlogAt(_finished.fetch_or(HAS_WAITERS, std::memory_order_acq_rel)) != 0) {
         _quiet.wait();
     }
-    _ended.fetch_and(~AWAITED, std::memory_order_acq_rel);
+    _finished.fetch_and(~HAS_WAITERS, std::memory_order_acq_rel);
 }
 
 void RX_ActivityRecorder::inc()
 {
-    _begun.fetch_add(1, std::memory_order_acq_rel);
+    _started.fetch_add(1, std::memory_order_acq_rel);
 }
 
 void RX_ActivityRecorder::dec()
 {
-    si_uint64_t ended = _ended.load(std::memory_order_acquire);
+    si_uint64_t finished = _finished.load(std::memory_order_acquire);
     do {
         qv::perturb();
-        // Only where somebody waits it matters which one is the last.
-        const bool isAwaited = (ended & AWAITED) != 0;
-        const si_uint64_t backlog = backlogUpTo(isAwaited ? 2 : 1, ended);
+        // Only if threads wait, the last decrement must be recognised.
+        const bool hasWaiters = (finished & HAS_WAITERS) != 0;
+        const si_uint64_t backlog = minimalBacklog(hasWaiters ? 2 : 1, finished);
         if (backlog == 0) {
             throw RX_ExFatal(__LINE__, "qv/rtlapi/src/RX_ActivityRecorder", QV_RX_CONDITION, "_backlog > 0");
         }
-        if (isAwaited && backlog == 1) {
-            endLast();
+        if (hasWaiters && backlog == 1) {
+            finishLast();
             return;
         }
-        // A failure reads `_ended` again, for the next look at `_begun`.
-    } while (!_ended.compare_exchange_weak(ended, ended + ONE, std::memory_order_acq_rel,
-                                           std::memory_order_acquire));
+        // A failed exchange reloads `_finished`, with which `_started` is compared again.
+    } while (!_finished.compare_exchange_weak(finished, finished + ONE_CLOSURE, std::memory_order_acq_rel,
+                                              std::memory_order_acquire));
 }
 
-/** The backlog behind `ended`, or what is known of it if that is at least `wanted`. */
-si_uint64_t RX_ActivityRecorder::backlogUpTo(si_uint64_t wanted, si_uint64_t ended)
+/** Returns a lower bound of the backlog if that is at least `sufficient`, otherwise the backlog itself. */
+si_uint64_t RX_ActivityRecorder::minimalBacklog(si_uint64_t sufficient, si_uint64_t finished)
 {
-    si_uint64_t begun = _begunAtLeast.load(std::memory_order_acquire);
-    if (begun < ended / ONE + wanted) {
-        begun = _begun.load(std::memory_order_acquire);
-        _begunAtLeast.store(begun, std::memory_order_release);
+    si_uint64_t started = _startedBound.load(std::memory_order_acquire);
+    if (started < finished / ONE_CLOSURE + sufficient) {
+        started = _started.load(std::memory_order_acquire);
+        _startedBound.store(started, std::memory_order_release);
     }
-    return begun - ended / ONE;
+    return started - finished / ONE_CLOSURE;
 }
 
-/** Counts the last closure: under the lock, so that those who wait go on only when nothing is touched here.
- */
-void RX_ActivityRecorder::endLast()
+/** Counts the last closure, under the lock: waiting threads continue after the last access to this object. */
+void RX_ActivityRecorder::finishLast()
 {
     const RX_Locked_ locked(*this);
     qv::perturb();
-    const si_uint64_t before = _ended.fetch_add(ONE, std::memory_order_acq_rel);
-    if (backlogBehind(before) == 1) {
+    const si_uint64_t before = _finished.fetch_add(ONE_CLOSURE, std::memory_order_acq_rel);
+    if (backlogAt(before) == 1) {
         _quiet.broadcast();
     }
 }
