@@ -5,17 +5,20 @@
 #include <qv/rtlapi/RX_Lockable.hpp>
 #include <qv/rtlapi/RX_String.hpp>
 
-/** Something to call without arguments, for a thread or a queue to run. It goes by `detach`. */
+/** A call without arguments, to be run by a thread or a queue. Destroyed by `detach`. */
 class DALNIM_API RX_Closure : public RX_Lockable
 {
 public:
     RX_Closure() = default;
     ~RX_Closure() noexcept(false) override;
 
-    /** Makes the call. Nothing of the closure is locked meanwhile. */
+    /** Makes the call. The lock of the closure is not held during the call. */
     virtual void apply() = 0;
 
-    /** A label for messages: the name of the closure's type, behind `prefix` and a blank if there is one. */
+    /**
+     * Returns a label for messages: the name of the type of the closure, preceded by `prefix` and a space
+     * unless `prefix` is empty.
+     */
     RX_String asString(const RX_String& prefix) const;
 };
 

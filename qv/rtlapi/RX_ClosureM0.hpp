@@ -3,12 +3,12 @@
 
 #include <qv/rtlapi/RX_ClosureM_.hpp>
 
-/** Calls a member function without arguments on an object of `T`. */
+/** Calls a member function without arguments on an object of `T`. Its exceptions propagate. */
 template <class T>
 class RX_ClosureM0 : public RX_ClosureM_<T, void (T::*)()>
 {
 public:
-    /** A closure that calls `member` on `object`, which must outlive the call. */
+    /** Creates a closure that calls `member` on `object`, which must outlive the call. */
     RX_ClosureM0(T* object, void (T::*member)()) : RX_ClosureM_<T, void (T::*)()>(object, member) {}
 };
 

@@ -3,12 +3,13 @@
 
 #include <qv/rtlapi/RX_ClosureSync_.hpp>
 
-/** Calls a member function `F` on an object, which must outlive the call; synchronous. */
+/** Calls a member function `F` on an object, which must outlive the call; synchronous (see RX_ClosureSync_).
+ */
 template <class T, class F>
 class RX_ClosureMS_ : public RX_ClosureSync_
 {
 public:
-    /** A closure that calls `member` on `object`. */
+    /** Creates a closure that calls `member` on `object`. */
     RX_ClosureMS_(T* object, F member) : _object(object), _member(member) {}
 
 private:

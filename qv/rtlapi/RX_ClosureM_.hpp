@@ -3,15 +3,15 @@
 
 #include <qv/rtlapi/RX_Closure.hpp>
 
-/** Calls a member function `F` on an object, which must outlive the call. Its exceptions pass. */
+/** Calls a member function `F` on an object, which must outlive the call. Its exceptions propagate. */
 template <class T, class F>
 class RX_ClosureM_ : public RX_Closure
 {
 public:
-    /** A closure that calls `member` on `object`. */
+    /** Creates a closure that calls `member` on `object`. */
     RX_ClosureM_(T* object, F member) : _object(object), _member(member) {}
 
-    /** Makes the call; its exceptions pass. */
+    /** Makes the call. Its exceptions propagate. */
     void apply() override
     {
         (_object->*_member)();

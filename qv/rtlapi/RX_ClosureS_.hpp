@@ -5,12 +5,12 @@
 
 #include <qv/rtlapi/RX_ClosureSync_.hpp>
 
-/** Calls a function, or whatever else is called without arguments; synchronous. */
+/** Calls a function or a function object without arguments; synchronous (see RX_ClosureSync_). */
 template <class F>
 class RX_ClosureS_ : public RX_ClosureSync_
 {
 public:
-    /** A closure that calls a copy of `function`. */
+    /** Creates a closure that calls a copy of `function`. */
     explicit RX_ClosureS_(F function) : _function(std::move(function)) {}
 
 private:

@@ -11,8 +11,8 @@
 #include <qv/rtlapi/RX_Time.hpp>
 
 /**
- * What the synchronous closures share: a thread can wait for the end of the call, and receives the
- * exception that left it. The one who waits holds a reference of its own.
+ * The base of the synchronous closures: threads can wait until the call has returned, and receive the
+ * exception that left it. A waiting thread must hold a reference of its own.
  *
  * Thread safety: any number of threads may wait.
  */
@@ -22,26 +22,33 @@ public:
     ~RX_ClosureSync_() noexcept(false) override;
 
     /**
-     * Makes the call, keeps what it throws, and marks the closure as done in all cases. If the call ends
-     * the thread, by pthread_exit or cancellation, waiting threads receive an RX_ExFatal with ECANCELED,
-     * unless the call has marked the closure as done itself.
+     * Makes the call, stores the exception that leaves it, if any, and marks the closure as done in all
+     * cases. If the call ends the thread, by pthread_exit or cancellation, waiting threads receive an
+     * RX_ExFatal with 125 (`ECANCELED`), unless the call has marked the closure as done itself.
      */
     void apply() override;
 
-    /** Wakes those who wait: the call has ended. */
+    /** Marks the closure as done, and wakes the waiting threads. */
     virtual void markDone();
 
     /**
-     * In a handler: keeps the current exception as if the call had thrown it, and marks the closure as
-     * done. For a closure that will never be applied.
+     * Stores the current exception as if the call had thrown it, and marks the closure as done. For closures
+     * that will never be applied. Must be called from an exception handler.
      */
     void failWithCurrentException();
 
-    /** Waits without limit until the call has ended; then raises what left it, if anything did. */
+    /**
+     * Blocks until the closure is marked as done, without a time limit.
+     *
+     * @throws RX_Exception  the exception that left the call, if any
+     */
     void waitForCompletion();
     /**
-     * The same, at most until `deadline`, or for `deadline` when that is an RX_RelTime. Raises
-     * RX_ExWarning with ETIME (62) when the call has not ended by then.
+     * Blocks until the closure is marked as done, or until a time-out.
+     *
+     * @param deadline  a deadline, or a duration if it is an RX_RelTime
+     * @throws RX_ExWarning  with 62 (`ETIME`) if the closure is not done by then
+     * @throws RX_Exception  the exception that left the call, if any
      */
     virtual void waitForCompletion(const RX_Time& deadline);
 
@@ -50,11 +57,13 @@ protected:
 
 private:
     virtual void call_() = 0;
-    void endFromWithin();
-    void raise() const;
+    void failWithThreadEnd();
+    void throwFailure() const;
 
     Construction _construction{*this};
+    /** The exception that left the call, or null. */
     std::unique_ptr<RX_Exception> _ex;
+    /** Signalled when the closure is marked as done. */
     RX_Condition _cond;
     qv_bool_t _done = 0;
 };

@@ -5,12 +5,12 @@
 
 #include <qv/rtlapi/RX_Closure.hpp>
 
-/** Calls a function, or whatever else is called without arguments. Its exceptions pass. */
+/** Calls a function or a function object without arguments. Its exceptions propagate. */
 template <class F>
 class RX_Closure_ : public RX_Closure
 {
 public:
-    /** A closure that calls a copy of `function`. */
+    /** Creates a closure that calls a copy of `function`. */
     explicit RX_Closure_(F function) : _function(std::move(function)) {}
 
     void apply() override

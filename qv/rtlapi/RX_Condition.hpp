@@ -9,39 +9,46 @@
 #include <qv/rtlapi/RX_Time.hpp>
 
 /**
- * A condition variable bound to a mutex, which must outlive it. A wait may end without a wake-up:
- * test in a loop. Failures raise RX_Exception with the system's number.
+ * A condition variable bound to a mutex, which must outlive it. Waits may wake up spuriously: check the
+ * condition in a loop. If the system reports an error, operations throw RX_Exception with its error number.
  *
- * Thread safety: every operation may be called from any thread.
+ * Thread safety: any thread may call any operation.
  */
 class DALNIM_API RX_Condition
 {
 public:
-    /** A condition on `mutex`. */
+    /** Creates a condition that is bound to `mutex`. */
     explicit RX_Condition(RX_Mutex& mutex) : _mup(&mutex._mutex)
     {
         RX_Check(qv_si_cond_init(&_cond, nullptr));
     }
-    /** The same; `mutex` must not be null. */
+    /** Creates a condition that is bound to `*mutex`; the pointer must not be null. */
     explicit RX_Condition(RX_Mutex* mutex) : RX_Condition(*mutex) {}
     RX_Condition(const RX_Condition&) = delete;
     RX_Condition& operator=(const RX_Condition&) = delete;
     virtual ~RX_Condition() noexcept(false);
 
-    /** Waits for a wake-up. The caller holds the mutex, and holds it again afterwards. */
+    /**
+     * Blocks until woken, without a time limit. Releases the mutex, which the caller must hold, and locks it
+     * again before returning.
+     *
+     * @throws RX_Exception  with 1 (`EPERM`) if the calling thread does not hold the mutex
+     */
     void wait() const
     {
         RX_Check(qv_si_cond_wait(&_cond, _mup));
     }
     /**
-     * Waits for a wake-up, at most until `time`, or for `time` when that is an RX_RelTime. The caller
-     * holds the mutex, and holds it again afterwards. A change of the wall clock plays no part.
+     * Blocks until woken, or until a time-out. Releases the mutex, which the caller must hold, and locks it
+     * again before returning. Changes of the wall clock have no effect.
      *
-     * @return 1 when woken, 0 at the time-out
+     * @param time  a deadline, or a duration if it is an RX_RelTime
+     * @return 1 if woken, 0 if the time-out has expired
+     * @throws RX_Exception  with 1 (`EPERM`) if the calling thread does not hold the mutex
      */
     qv_bool_t timedWait(const RX_Time& time) const;
 
-    /** Wakes one waiting thread. Nothing is kept for one that comes later. */
+    /** Wakes one waiting thread. Has no effect if none is waiting. */
     void signal() const
     {
         RX_Check(pthread_cond_signal(&_cond.cond));

@@ -5,7 +5,7 @@
 #include <qv/rtlapi/RX_Mutex.hpp>
 #include <qv/rtlapi/RX_RefCounted_PRIVATE_.hpp>
 
-/** A counted object that is a mutex too: an RX_Locked_ can be taken on it. */
+/** A reference-counted object that is also a mutex, which an RX_Locked_ can lock. */
 class DALNIM_API RX_Lockable : public virtual RX_RefCounted_PRIVATE_, public virtual RX_Mutex
 {
 public:

@@ -4,26 +4,40 @@
 #include <qv/rtlapi/RX_Mutex.hpp>
 #include <qv/rtlapi/RX_NullMutex.hpp>
 
-/** Holds a mutex for as long as it lives; or nothing, where an RX_NullMutex stands for one. */
+/** Locks a mutex for the lifetime of this object. With an RX_NullMutex, it locks nothing. */
 class RX_Locked_
 {
 public:
-    /** Locks `mutex`, which must outlive this object. Raises what the locking raises. */
+    /**
+     * Locks a mutex.
+     *
+     * @param mutex  must outlive this object
+     * @throws RX_Exception  if RX_Mutex::lock() throws
+     */
     explicit RX_Locked_(const RX_Mutex& mutex) : _mutex(&mutex)
     {
         _mutex->lock();
     }
-    /** @param mutex  must not be null */
+    /**
+     * Locks a mutex.
+     *
+     * @param mutex  must not be null, and must outlive this object
+     * @throws RX_Exception  if RX_Mutex::lock() throws
+     */
     explicit RX_Locked_(const RX_Mutex* mutex) : RX_Locked_(*mutex) {}
-    /** @name In the place of a mutex */
+    /** @name Without a mutex */
     /** @{ */
-    /** Holds nothing. */
+    /** Locks nothing. */
     explicit RX_Locked_(const RX_NullMutex&) noexcept : _mutex(nullptr) {}
     explicit RX_Locked_(const RX_NullMutex*) noexcept : _mutex(nullptr) {}
     /** @} */
     RX_Locked_(const RX_Locked_&) = delete;
     RX_Locked_& operator=(const RX_Locked_&) = delete;
-    /** Raises RX_Exception when the unlocking fails. */
+    /**
+     * Unlocks the mutex.
+     *
+     * @throws RX_Exception  if RX_Mutex::unlock() throws
+     */
     ~RX_Locked_() noexcept(false)
     {
         if (_mutex != nullptr) {

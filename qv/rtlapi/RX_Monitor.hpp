@@ -4,7 +4,7 @@
 #include <qv/pmx/api.h>
 #include <qv/rtlapi/RX_Lockable.hpp>
 
-/** A lockable that waits on conditions of its own mutex. It goes by `detach` alone. */
+/** An RX_Lockable with conditions that are bound to its own mutex. Destroyed only by `detach`. */
 class DALNIM_API RX_Monitor : public RX_Lockable
 {
 protected:

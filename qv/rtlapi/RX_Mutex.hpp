@@ -7,34 +7,50 @@
 #include <qv/rtlapi/RX_Exception.hpp>
 
 /**
- * A mutex that is not recursive. What the system refuses raises RX_Exception with its number: locking
- * twice on one thread EDEADLK, unlocking what one does not hold EPERM.
+ * A non-recursive mutex that checks for errors.
  *
- * Thread safety: every operation may be called from any thread.
+ * Thread safety: any thread may call any operation.
  */
 class DALNIM_API RX_Mutex
 {
 public:
+    /**
+     * Creates an unlocked mutex.
+     *
+     * @throws RX_Exception  if the system cannot create it, with its error number
+     */
     RX_Mutex()
     {
         RX_Check(qv_si_mutex_init(&_mutex, nullptr));
     }
     RX_Mutex(const RX_Mutex&) = delete;
     RX_Mutex& operator=(const RX_Mutex&) = delete;
-    /** Raises RX_Exception with EBUSY when the mutex is locked. */
+    /** @throws RX_Exception  with 16 (`EBUSY`) if the mutex is locked */
     virtual ~RX_Mutex() noexcept(false);
 
-    /** Locks; waits without limit. Raises EDEADLK when the caller holds it. */
+    /**
+     * Locks the mutex. Blocks while another thread holds it, without a time limit.
+     *
+     * @throws RX_Exception  with 35 (`EDEADLK`) if the calling thread holds it already
+     */
     void lock() const
     {
         RX_Check(qv_si_mutex_lock(&_mutex));
     }
-    /** Unlocks. Raises EPERM when the caller does not hold it. */
+    /**
+     * Unlocks the mutex.
+     *
+     * @throws RX_Exception  with 1 (`EPERM`) if the calling thread does not hold it
+     */
     void unlock() const
     {
         RX_Check(qv_si_mutex_unlock(&_mutex));
     }
-    /** Locks if that takes no waiting: 1 when it was locked, 0 when it is held. */
+    /**
+     * Locks the mutex if no thread holds it. Does not block.
+     *
+     * @return 1 if it was locked, 0 if a thread holds it
+     */
     qv_bool_t tryLock() const;
 
 private:

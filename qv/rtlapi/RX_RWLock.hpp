@@ -7,47 +7,57 @@
 #include <qv/rtlapi/RX_Exception.hpp>
 
 /**
- * Shared or exclusive access. See si_rwlock_t for who goes first. Failures raise RX_Exception with
- * the system's number.
+ * A reader-writer lock: shared or exclusive access. si_rwlock_t documents the order in which waiting threads
+ * acquire it. If an operation fails, it throws RX_Exception with the error number.
  *
- * Thread safety: every operation may be called from any thread.
+ * Thread safety: any thread may call any operation.
  */
 class DALNIM_API RX_RWLock
 {
 public:
+    /** Creates an unlocked lock. */
     RX_RWLock() : _lock(qv_si_rwlock_empty_lock_extern)
     {
         RX_Check(qv_si_rw_init(&_lock, nullptr));
     }
     RX_RWLock(const RX_RWLock&) = delete;
     RX_RWLock& operator=(const RX_RWLock&) = delete;
-    /** Raises RX_Exception with EBUSY when the lock is held. The object is destroyed all the same. */
+    /**
+     * Destroys the lock, even if it is held.
+     *
+     * @throws RX_Exception  with 16 (`EBUSY`) if the lock is held
+     */
     virtual ~RX_RWLock() noexcept(false);
 
-    /** Takes shared access; waits without limit. */
+    /** Acquires shared access. Blocks without a time limit. */
     void rdlock() const
     {
         RX_Check(qv_si_rw_rdlock(&_lock));
     }
-    /** Takes exclusive access; waits without limit. */
+    /** Acquires exclusive access. Blocks without a time limit. */
     void wrlock() const
     {
         RX_Check(qv_si_rw_wrlock(&_lock));
     }
-    /** Acquires shared access if that takes no waiting: 1 on success, 0 if a writer holds the lock or waits.
+    /** Acquires shared access without blocking. Returns 1, or 0 if a writer holds the lock or waits for it.
      */
     qv_bool_t tryRdlock() const;
-    /** Acquires exclusive access if that takes no waiting: 1 on success, 0 if the lock is held. */
+    /** Acquires exclusive access without blocking. Returns 1, or 0 if the lock is held. */
     qv_bool_t tryWrlock() const;
-    /** Ends access of either kind. */
+    /**
+     * Releases access of either kind.
+     *
+     * @throws RX_Exception  with 1 (`EPERM`) if the lock is not held
+     */
     void unlock() const
     {
         RX_Check(qv_si_rw_unlock(&_lock));
     }
     /**
-     * Turns the caller's shared access into exclusive access, without a wait. Where there are other
-     * readers, raises RX_ExWarning with EBUSY (16) and leaves the shared access in place; any other
-     * failure raises RX_ExFatal.
+     * Converts the caller's shared access into exclusive access. Does not block.
+     *
+     * @throws RX_ExWarning  with 16 (`EBUSY`) if there are other readers; the caller keeps its shared access
+     * @throws RX_ExFatal    if the upgrade fails for any other reason, with the error number
      */
     void upgrade() const;
 

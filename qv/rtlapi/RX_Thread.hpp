@@ -8,21 +8,29 @@
 class RX_Closure;
 
 /**
- * A detached system thread that runs one closure. Once started it keeps itself alive for as long as
- * it runs, so that the starter may `detach` at once. An exception that leaves the closure ends the
- * process through `std::terminate`, after a line on the standard error that names it.
+ * A detached system thread that runs one closure. A running thread holds a reference to its object, so the
+ * caller of start() may `detach` immediately. If an exception leaves the closure, a line that names it is
+ * written to standard error, and `std::terminate` is called.
  *
- * Thread safety: one thread starts it.
+ * Thread safety: only one thread may call start().
  */
 class DALNIM_API RX_Thread : public RX_RefCounted_PRIVATE_
 {
 public:
-    /** Takes over one reference to the closure. */
+    /**
+     * Creates an object whose thread is not started yet.
+     *
+     * @param closure  one reference to it, which is transferred to this object; it is released after the
+     *                 closure has run, or with this object if the thread was never started
+     */
     explicit RX_Thread(const RX_Closure* closure);
 
     /**
-     * Starts the thread. Raises RX_Exception with the system's number when there is none to be had;
-     * it may be tried again then. EINVAL when it was started before.
+     * Starts the thread.
+     *
+     * @throws RX_ExFatal  with 22 (`EINVAL`) if the thread was started before or the closure is null; with
+     * the error number of the system, such as 11 (`EAGAIN`), if it cannot create a thread. The call may then
+     * be repeated
      */
     void start();
 

@@ -13,33 +13,36 @@
 namespace {
 
 /**
- * What is kept where there is no memory to keep the failure itself: who waits must learn of it. Made at
- * load and never given back, for closures run until the process has ended.
+ * The failure that is stored if there is no memory for the actual one, so that waiting threads receive an
+ * exception. Allocated when the library is loaded, and never freed: closures run until the process ends.
  */
-// NOLINTNEXTLINE(cert-err58-cpp): what is loaded without memory for this ends
-RX_Exception* const withoutMemory = std::make_unique<RX_ExFatal>(ENOMEM).release();
+// NOLINTNEXTLINE(cert-err58-cpp): a program that is loaded without memory for this is terminated
+RX_Exception* const outOfMemoryFailure = std::make_unique<RX_ExFatal>(ENOMEM).release();
 
+/** Returns a copy of the current exception, for store(). */
 RX_Exception* currentFailure()
 {
     try {
         return RX_analyzeCurrentException_();
     } catch (const std::bad_alloc&) {
-        return withoutMemory;
+        return outOfMemoryFailure;
     }
 }
 
-RX_Exception* cancellation()
+/** Returns the failure of a call that has ended its thread, for store(). */
+RX_Exception* threadEndFailure()
 {
     RX_Exception* const failure = new (std::nothrow) RX_ExFatal(ECANCELED);
-    return failure != nullptr ? failure : withoutMemory;
+    return failure != nullptr ? failure : outOfMemoryFailure;
 }
 
-void keep(std::unique_ptr<RX_Exception>& kept, RX_Exception* failure)
+/** Replaces the stored failure; `outOfMemoryFailure` is shared and must not be deleted. */
+void store(std::unique_ptr<RX_Exception>& stored, RX_Exception* failure)
 {
-    if (kept.get() == withoutMemory) {
-        static_cast<void>(kept.release());
+    if (stored.get() == outOfMemoryFailure) {
+        static_cast<void>(stored.release());
     }
-    kept.reset(failure);
+    stored.reset(failure);
 }
 
 }
@@ -51,7 +54,7 @@ RX_ClosureSync_::RX_ClosureSync_() : _cond(*this)
 
 RX_ClosureSync_::~RX_ClosureSync_() noexcept(false)
 {
-    keep(_ex, nullptr);
+    store(_ex, nullptr);
 }
 
 void RX_ClosureSync_::apply()
@@ -60,22 +63,22 @@ void RX_ClosureSync_::apply()
         call_();
     } catch (...) {
         if (qv::isThreadEnding()) {
-            endFromWithin();
+            failWithThreadEnd();
             throw;
         }
-        keep(_ex, currentFailure());
+        store(_ex, currentFailure());
     }
     markDone();
 }
 
 void RX_ClosureSync_::failWithCurrentException()
 {
-    keep(_ex, currentFailure());
+    store(_ex, currentFailure());
     markDone();
 }
 
-/** The call ends its thread. If it has marked the closure as done, the waiting threads learn nothing more. */
-void RX_ClosureSync_::endFromWithin()
+/** Reports that the call has ended its thread, unless the call has already marked the closure as done. */
+void RX_ClosureSync_::failWithThreadEnd()
 {
     bool isDone = false;
     {
@@ -83,7 +86,7 @@ void RX_ClosureSync_::endFromWithin()
         isDone = _done != 0;
     }
     if (!isDone) {
-        keep(_ex, cancellation());
+        store(_ex, threadEndFailure());
         markDone();
     }
 }
@@ -103,13 +106,13 @@ void RX_ClosureSync_::waitForCompletion()
             _cond.wait();
         }
     }
-    raise();
+    throwFailure();
 }
 
 void RX_ClosureSync_::waitForCompletion(const RX_Time& deadline)
 {
     {
-        // Fixed here once: a wake-up for nothing must not begin an interval anew.
+        // Computed once: a spurious wake-up must not restart a duration.
         const RX_AbsTime limit = deadline.deadline();
         const RX_Locked_ locked(*this);
         while (!_done) {
@@ -118,10 +121,10 @@ void RX_ClosureSync_::waitForCompletion(const RX_Time& deadline)
             }
         }
     }
-    raise();
+    throwFailure();
 }
 
-void RX_ClosureSync_::raise() const
+void RX_ClosureSync_::throwFailure() const
 {
     if (_ex) {
         _ex->throwThis();

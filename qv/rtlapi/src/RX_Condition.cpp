@@ -15,7 +15,7 @@ RX_Condition::~RX_Condition() noexcept(false)
 qv_bool_t RX_Condition::timedWait(const RX_Time& time) const
 {
     const RX_AbsTime deadline = time.deadline();
-    // Before the clock began is as much in the past as its beginning, and the system takes that.
+    // The system rejects times before the start of the clock; the start itself is in the past as well.
     const timespec limit = {std::max(deadline.seconds(), 0), deadline.nanoseconds()};
     qv::perturb();
     const int status = pthread_cond_timedwait(&_cond.cond, &_mup->mutex, &limit);

@@ -26,7 +26,7 @@ void RX_Thread::start()
         _started = 0;
         throw RX_ExFatal(status);
     }
-    // The thread has it now.
+    // Owned by the thread.
     static_cast<void>(self.release());
 }
 

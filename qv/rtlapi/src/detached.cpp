@@ -16,6 +16,7 @@
 
 namespace {
 
+/** Writes one line to standard error; newlines within it become spaces. */
 void writeLine(std::string line)
 {
     std::replace(line.begin(), line.end(), '\n', ' ');
@@ -24,8 +25,8 @@ void writeLine(std::string line)
     static_cast<void>(written);
 }
 
-/** The text of the exception in flight, with a colon and a blank before it, if it has one. */
-std::string currentText()
+/** Returns the message of the current exception after a colon and a space, or "" if it has none. */
+std::string currentMessage()
 {
     try {
         throw;
@@ -38,7 +39,7 @@ std::string currentText()
     }
 }
 
-/** From inside a handler. */
+/** Writes a line that names the current exception. Must be called from a handler. */
 void nameCurrentException(const RX_Closure& closure)
 {
     const std::type_info* const type = abi::__cxa_current_exception_type();
@@ -46,7 +47,7 @@ void nameCurrentException(const RX_Closure& closure)
     line += closure.asString(RX_String::none).data();
     line += " on a detached thread: ";
     line += type != nullptr ? qv::typeName(*type).data() : "of a foreign type";
-    line += currentText();
+    line += currentMessage();
     writeLine(std::move(line));
 }
 

@@ -7,12 +7,12 @@ class RX_Closure;
 
 namespace qv {
 
-/** Starts a detached system thread. Gives 0 or an error number. */
+/** Starts a detached system thread. Returns 0 or an error number. */
 int startDetached(void* (*function)(void*), void* argument) noexcept;
 
 /**
- * Applies a closure on a thread where nobody waits for an exception. One that leaves it ends the
- * process through `std::terminate`, after a line on the standard error that names it.
+ * Applies a closure on a thread that has no other handler for its exceptions. If one leaves the closure, a
+ * line that names it is written to standard error, and `std::terminate` is called.
  */
 void applyDetached(RX_Closure& closure);
 

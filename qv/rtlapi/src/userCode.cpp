@@ -2,6 +2,6 @@
 
 bool qv::isThreadEnding() noexcept
 {
-    // A handler for everything catches a forced unwinding too, but there is no C++ exception to refer to.
+    // `catch (...)` also catches a forced unwinding, but that has no C++ exception to refer to.
     return !std::current_exception();
 }

@@ -22,20 +22,23 @@ bool isThreadEnding() noexcept;
 class CaughtException
 {
 public:
-    /** No exception. */
+    /** Creates an object without an exception. */
     CaughtException() noexcept = default;
-    /** The current exception; `known` is the same object, or null if it is no std::exception. */
+    /**
+     * @param exception  the current exception
+     * @param known      the same object, or null if it is no std::exception
+     */
     CaughtException(std::exception_ptr exception, const std::exception* known) noexcept
         : _exception(std::move(exception)), _known(known)
     {
     }
 
-    /** Whether there is an exception. */
+    /** Returns true if there is an exception. */
     explicit operator bool() const noexcept
     {
         return _exception != nullptr;
     }
-    /** The exception, or null if there is none or if it is no std::exception. */
+    /** Returns the exception, or null if there is none or if it is no std::exception. */
     const std::exception* known() const noexcept
     {
         return _known;
