@@ -25,7 +25,7 @@ protected:
     RX_ActivityRecorder* const recorder = new RX_ActivityRecorder;
 };
 
-TEST_F(ActivityRecorder, Counts)
+TEST_F(ActivityRecorder, BacklogIsIncrementsMinusDecrements)
 {
     EXPECT_EQ(recorder->getBacklog(), 0U);
     recorder->inc();
@@ -37,12 +37,12 @@ TEST_F(ActivityRecorder, Counts)
     EXPECT_EQ(recorder->getBacklog(), 0U);
 }
 
-TEST_F(ActivityRecorder, IsQuietAtFirst)
+TEST_F(ActivityRecorder, WaitForQuietReturnsImmediatelyAtFirst)
 {
     recorder->waitForQuiet();
 }
 
-TEST_F(ActivityRecorder, WaitsForQuiet)
+TEST_F(ActivityRecorder, WaitForQuietBlocksUntilTheLastDec)
 {
     recorder->inc();
     recorder->inc();
@@ -62,7 +62,7 @@ TEST_F(ActivityRecorder, WaitsForQuiet)
     recorder->dec();
 }
 
-TEST_F(ActivityRecorder, RefusesToGoBelowZero)
+TEST_F(ActivityRecorder, DecThrowsIfTheBacklogIsZero)
 {
     try {
         recorder->dec();
@@ -74,14 +74,14 @@ TEST_F(ActivityRecorder, RefusesToGoBelowZero)
     EXPECT_EQ(recorder->getBacklog(), 0U);
 }
 
-TEST_F(ActivityRecorder, TakesNoNoticeOfConnections)
+TEST_F(ActivityRecorder, ConnectAndDisconnectDoNothing)
 {
     recorder->connect(nullptr);
     recorder->disconnect(nullptr);
     EXPECT_EQ(recorder->getBacklog(), 0U);
 }
 
-TEST_F(ActivityRecorder, DecOfACountedClosureNeverThrowsWhateverOthersCount)
+TEST_F(ActivityRecorder, DecAfterIncNeverThrowsDespiteConcurrentCalls)
 {
     constexpr int ROUNDS = 5000;
     std::atomic<bool> isOver{false};

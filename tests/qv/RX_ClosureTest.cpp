@@ -107,7 +107,7 @@ TEST(RXClosure, CallsAFunction)
     EXPECT_EQ(functionCalls, 2);
 }
 
-TEST(RXClosure, CallsWhatIsCalledWithoutArguments)
+TEST(RXClosure, CallsAFunctionObject)
 {
     int calls = 0;
     const auto count = [&calls] { ++calls; };
@@ -134,7 +134,7 @@ struct ConstTarget
     mutable int calls = 0;
 };
 
-TEST(RXClosure, CallsAMemberFunctionOfAnotherForm)
+TEST(RXClosure, CallsAConstMemberFunctionWithAResult)
 {
     const ConstTarget target;
     typedef RX_ClosureM_<const ConstTarget, int (ConstTarget::*)() const> Closure;
@@ -143,21 +143,21 @@ TEST(RXClosure, CallsAMemberFunctionOfAnotherForm)
     EXPECT_EQ(target.calls, 1);
 }
 
-TEST(RXClosure, LetsExceptionsPass)
+TEST(RXClosure, PropagatesExceptions)
 {
     QvTestTarget target;
     const Holder<RX_Closure> closure(new RX_ClosureM0<QvTestTarget>(&target, &QvTestTarget::fail));
     EXPECT_THROW(closure->apply(), std::runtime_error);
 }
 
-TEST(RXClosure, IsALock)
+TEST(RXClosure, CanBeLocked)
 {
     const Holder<RX_Closure> closure(new RX_Closure_<void (*)()>(countCall));
     const RX_Locked_ locked(*closure);
     EXPECT_EQ(closure->tryLock(), 0);
 }
 
-TEST(RXClosure, HasALabel)
+TEST(RXClosure, AsStringIsThePrefixAndTheTypeName)
 {
     QvTestTarget target;
     const Holder<RX_Closure> closure(new RX_ClosureM0<QvTestTarget>(&target, &QvTestTarget::count));
@@ -167,7 +167,7 @@ TEST(RXClosure, HasALabel)
     EXPECT_STREQ(other->asString(RX_String::none).data(), "RX_Closure0S");
 }
 
-TEST(RXClosureS, KeepsTheExceptionForTheOneWhoWaits)
+TEST(RXClosureS, WaitThrowsTheExceptionOfTheCall)
 {
     QvTestTarget target;
     const Holder<RX_ClosureM0S<QvTestTarget>> closure(
@@ -180,15 +180,15 @@ TEST(RXClosureS, KeepsTheExceptionForTheOneWhoWaits)
         EXPECT_EQ(typeid(exception), typeid(RX_ExWarning));
         EXPECT_STREQ(exception.asString(78).data(), "Device or resource busy: busy");
     }
-    // It is kept, and raised again.
+    // It remains stored, and is thrown again.
     EXPECT_THROW(closure->waitForCompletion(), RX_ExWarning);
     EXPECT_THROW(closure->waitForCompletion(RX_RelTime(1, 0)), RX_ExWarning);
-    // The lock was released before.
+    // The lock has been released.
     EXPECT_EQ(closure->tryLock(), 1);
     closure->unlock();
 }
 
-TEST(RXClosureS, CarriesAnyException)
+TEST(RXClosureS, WaitThrowsExceptionsOfAnyType)
 {
     QvTestTarget target;
     const Holder<RX_ClosureM0S<QvTestTarget>> standard(
@@ -214,7 +214,7 @@ TEST(RXClosureS, CarriesAnyException)
     EXPECT_THROW(function->waitForCompletion(), RX_ExFatal);
 }
 
-TEST(RXClosureS, ReturnsAtOnceWhenTheCallHasEnded)
+TEST(RXClosureS, WaitReturnsImmediatelyAfterTheCall)
 {
     QvTestTarget target;
     const Holder<RX_ClosureM0S<QvTestTarget>> closure(
@@ -226,7 +226,7 @@ TEST(RXClosureS, ReturnsAtOnceWhenTheCallHasEnded)
     EXPECT_EQ(target.calls, 1);
 }
 
-TEST(RXClosureS, CallsAnythingWithoutArguments)
+TEST(RXClosureS, CallsAFunctionObject)
 {
     int calls = 0;
     const auto count = [&calls] { ++calls; };
@@ -236,7 +236,7 @@ TEST(RXClosureS, CallsAnythingWithoutArguments)
     EXPECT_EQ(calls, 1);
 }
 
-TEST(RXClosureS, WaitsForTheEndOfTheCall)
+TEST(RXClosureS, WaitBlocksUntilTheCallReturns)
 {
     QvTestTarget target;
     const Holder<RX_ClosureM0S<QvTestTarget>> closure(
@@ -256,7 +256,7 @@ TEST(RXClosureS, WaitsForTheEndOfTheCall)
     target.gate.open();
 }
 
-TEST(RXClosureS, WarnsWhenTheTimeIsOver)
+TEST(RXClosureS, WaitThrowsAWarningAtTheTimeOut)
 {
     const Holder<RX_Closure0S> closure(new RX_Closure0S(countCall));
     for (const bool isInterval : {true, false}) {
@@ -276,7 +276,7 @@ TEST(RXClosureS, WarnsWhenTheTimeIsOver)
     closure->unlock();
 }
 
-TEST(RXClosureS, IsMarkedDoneWithoutACall)
+TEST(RXClosureS, WaitReturnsAfterMarkDoneWithoutACall)
 {
     functionCalls = 0;
     const Holder<RX_Closure0S> closure(new RX_Closure0S(countCall));
@@ -285,7 +285,7 @@ TEST(RXClosureS, IsMarkedDoneWithoutACall)
     EXPECT_EQ(functionCalls, 0);
 }
 
-TEST(RXClosureS, IsMarkedDoneWhenTheThreadEndsWithinTheCall)
+TEST(RXClosureS, WaitThrowsIfTheCallEndsItsThread)
 {
     const auto endThread = [] { pthread_exit(nullptr); };
     const Holder<RX_ClosureS_<decltype(endThread)>> closure(new RX_ClosureS_<decltype(endThread)>(endThread));
@@ -299,7 +299,7 @@ TEST(RXClosureS, IsMarkedDoneWhenTheThreadEndsWithinTheCall)
     runner.join();
 }
 
-TEST(RXClosureS, GoesWithItsExceptionUnseen)
+TEST(RXClosureS, CanBeDestroyedWithAStoredException)
 {
     const Holder<RX_Closure0S> closure(new RX_Closure0S(failCall));
     closure->apply();

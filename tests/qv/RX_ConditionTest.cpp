@@ -84,14 +84,14 @@ TEST_F(Condition, SignalWakesOneAndBroadcastAll)
     EXPECT_EQ(through, 3);
 }
 
-TEST_F(Condition, IsBoundByPointerToo)
+TEST_F(Condition, CanBeConstructedFromAPointer)
 {
     const RX_Condition other(&mutex);
     const RX_Locked_ locked(mutex);
     EXPECT_EQ(other.timedWait(RX_RelTime(0, 0)), 0);
 }
 
-TEST_F(Condition, TimedWaitEndsAtItsTime)
+TEST_F(Condition, TimedWaitReturns0AtTheTimeOut)
 {
     const RX_Locked_ locked(mutex);
     timespec before;
@@ -104,7 +104,7 @@ TEST_F(Condition, TimedWaitEndsAtItsTime)
     EXPECT_EQ(mutex.tryLock(), 0);
 }
 
-TEST_F(Condition, TimedWaitForThePastEndsAtOnce)
+TEST_F(Condition, TimedWaitReturnsImmediatelyIfTheTimeIsPast)
 {
     const RX_Locked_ locked(mutex);
     EXPECT_EQ(condition.timedWait(RX_AbsTime(RX_RelTime(-1, 0))), 0);
@@ -136,13 +136,13 @@ void expectWokenWithin(RX_Mutex& mutex, const RX_Condition& condition, const RX_
     EXPECT_EQ(result, 1);
 }
 
-TEST_F(Condition, TimedWaitTellsAWakeUp)
+TEST_F(Condition, TimedWaitReturns1WhenWoken)
 {
     expectWokenWithin(mutex, condition, RX_RelTime(3600, 0));
     expectWokenWithin(mutex, condition, RX_AbsTime(RX_RelTime(3600, 0)));
 }
 
-TEST_F(Condition, TimedWaitTakesTheLongestTimes)
+TEST_F(Condition, TimedWaitSupportsTheLongestTimes)
 {
     expectWokenWithin(mutex, condition, RX_RelTime(4294967, 295000000));
     expectWokenWithin(mutex, condition, RX_RelTime(std::numeric_limits<int>::max(), 999999999));
@@ -150,7 +150,7 @@ TEST_F(Condition, TimedWaitTakesTheLongestTimes)
     expectWokenWithin(mutex, condition, RX_Time(std::numeric_limits<int>::max(), 999999999));
 }
 
-TEST_F(Condition, RaisesWhenTheMutexIsNotHeld)
+TEST_F(Condition, WaitThrowsIfTheMutexIsNotHeld)
 {
     EXPECT_THROW(condition.wait(), RX_Exception);
     try {
@@ -161,7 +161,7 @@ TEST_F(Condition, RaisesWhenTheMutexIsNotHeld)
     }
 }
 
-TEST_F(Condition, KeepsNoWakeUpForLater)
+TEST_F(Condition, SignalWithoutAWaiterHasNoEffect)
 {
     condition.signal();
     condition.broadcast();

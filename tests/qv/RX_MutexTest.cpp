@@ -28,7 +28,7 @@ int codeOf(Call call)
     }
 }
 
-/** Whether another thread can have the mutex now. */
+/** Returns true if another thread can lock the mutex now. */
 bool isFree(const RX_Mutex& mutex)
 {
     qv_bool_t wasFree = -1;
@@ -55,7 +55,7 @@ TEST(RXMutex, IsHeldByOneThread)
     EXPECT_TRUE(isFree(mutex));
 }
 
-TEST(RXMutex, RaisesWhatTheSystemRefuses)
+TEST(RXMutex, ThrowsWhenTheSystemCallFails)
 {
     const RX_Mutex mutex;
     EXPECT_EQ(codeOf([&] { mutex.unlock(); }), 1);
@@ -64,7 +64,7 @@ TEST(RXMutex, RaisesWhatTheSystemRefuses)
     mutex.unlock();
 }
 
-TEST(RXMutex, RaisesWhenItIsDestroyedWhileLocked)
+TEST(RXMutex, DestructorThrowsIfLocked)
 {
     EXPECT_EQ(codeOf([] {
                   const RX_Mutex mutex;
@@ -73,7 +73,7 @@ TEST(RXMutex, RaisesWhenItIsDestroyedWhileLocked)
               16);
 }
 
-TEST(RXMutex, RaisesWhenADerivedOneIsDestroyedWhileLocked)
+TEST(RXMutex, DestructorThrowsIfADerivedMutexIsLocked)
 {
     struct Derived : RX_Mutex
     {};
@@ -116,7 +116,7 @@ TEST(RXLocked, LocksNothingOfANullMutex)
     const RX_Locked_ byPointer(&mutex);
 }
 
-TEST(RXLocked, RaisesWhenItCannotUnlock)
+TEST(RXLocked, DestructorThrowsIfUnlockFails)
 {
     const RX_Mutex mutex;
     EXPECT_EQ(codeOf([&] {
@@ -126,7 +126,7 @@ TEST(RXLocked, RaisesWhenItCannotUnlock)
               1);
 }
 
-TEST(RXLocked, RaisesWhenItCannotLockAndLeavesTheLockAlone)
+TEST(RXLocked, FailedConstructorDoesNotUnlock)
 {
     const RX_Mutex mutex;
     const RX_Locked_ locked(mutex);
@@ -134,7 +134,7 @@ TEST(RXLocked, RaisesWhenItCannotLockAndLeavesTheLockAlone)
     EXPECT_FALSE(isFree(mutex));
 }
 
-TEST(RXLocked, UnlocksOnTheWayOfAnException)
+TEST(RXLocked, UnlocksDuringStackUnwinding)
 {
     const RX_Mutex mutex;
     EXPECT_THROW(

@@ -24,7 +24,7 @@ using qvtest::Gate;
 static_assert(!std::is_copy_constructible_v<RX_RWLock> && !std::is_nothrow_destructible_v<RX_RWLock>);
 static_assert(std::has_virtual_destructor_v<RX_RWLock>);
 
-TEST(RXRWLock, SharesAndExcludes)
+TEST(RXRWLock, ReadersShareAndWritersExclude)
 {
     const RX_RWLock lock;
     lock.rdlock();
@@ -54,7 +54,7 @@ TEST(RXRWLock, UpgradesTheSoleReader)
     lock.unlock();
 }
 
-TEST(RXRWLock, WarnsOneOfSeveralReaders)
+TEST(RXRWLock, UpgradeThrowsAWarningIfThereAreOtherReaders)
 {
     const RX_RWLock lock;
     Gate isHeld;
@@ -81,7 +81,7 @@ TEST(RXRWLock, WarnsOneOfSeveralReaders)
     lock.unlock();
 }
 
-TEST(RXRWLock, RaisesWhatElseIsRefused)
+TEST(RXRWLock, UpgradeAndUnlockThrowIfNotHeld)
 {
     const RX_RWLock lock;
     try {
@@ -94,7 +94,7 @@ TEST(RXRWLock, RaisesWhatElseIsRefused)
     EXPECT_THROW(lock.unlock(), RX_Exception);
 }
 
-TEST(RXRWLock, RaisesWhenItIsDestroyedWhileHeld)
+TEST(RXRWLock, DestructorThrowsIfHeld)
 {
     RX_RWLock* const lock = new RX_RWLock;
     lock->rdlock();
@@ -106,10 +106,10 @@ TEST(RXRWLock, RaisesWhenItIsDestroyedWhileHeld)
     }
 }
 
-TEST(RXRWLock, LeavesNoMemoryBehindWhenItIsDestroyedWhileHeld)
+TEST(RXRWLock, DestructorThatThrowsLeaksNoMemory)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "their allocators count nothing; that of addresses finds the leak itself";
+    GTEST_SKIP() << "the allocators of sanitizers keep no count; the address sanitizer finds the leak itself";
 #else
     constexpr std::size_t LOCKS = 1000;
     const auto destroyHeld = [] {
@@ -126,12 +126,12 @@ TEST(RXRWLock, LeavesNoMemoryBehindWhenItIsDestroyedWhileHeld)
 #endif
 }
 
-TEST(RXRWLock, StaysInMemoryForThoseWhoWaitWhenItIsDestroyed)
+TEST(RXRWLock, WaitingThreadsSurviveTheDestructionOfAHeldLock)
 {
     alignas(RX_RWLock) char memory[sizeof(RX_RWLock)];
     RX_RWLock* const lock = new (memory) RX_RWLock;
     lock->rdlock();
-    // The record is the last field: with it, the lock is released after the failure.
+    // The record is the last field; it is used to release the lock after the destructor has thrown.
     si_rwlock_t record;
     std::memcpy(&record, memory + sizeof memory - sizeof record, sizeof record);
     Caller writer([&] { EXPECT_EQ(qv_si_rw_wrlock(&record), 0); });
@@ -143,7 +143,7 @@ TEST(RXRWLock, StaysInMemoryForThoseWhoWaitWhenItIsDestroyed)
     EXPECT_EQ(qv_si_rw_destroy(&record), 0);
 }
 
-TEST(RXRWLock, TriesWithoutAWait)
+TEST(RXRWLock, TryOperationsDoNotBlock)
 {
     const RX_RWLock lock;
     EXPECT_EQ(lock.tryRdlock(), 1);

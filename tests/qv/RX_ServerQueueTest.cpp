@@ -33,7 +33,7 @@ TEST_F(ServerQueue, IsOpenAndEmptyAtFirst)
     EXPECT_EQ(queue->size_nolock(), 0U);
 }
 
-TEST_F(ServerQueue, JustAppendsWithoutThreads)
+TEST_F(ServerQueue, PutWithoutThreadsLeavesClosuresPending)
 {
     make(2, 0);
     queue->put(closure());
@@ -43,7 +43,7 @@ TEST_F(ServerQueue, JustAppendsWithoutThreads)
     EXPECT_EQ(alive, 2);
 }
 
-TEST_F(ServerQueue, RunsWhatIsPutAndReleasesIt)
+TEST_F(ServerQueue, RunsAndReleasesEachClosure)
 {
     make(10, 2);
     std::atomic<int> calls{0};
@@ -52,7 +52,7 @@ TEST_F(ServerQueue, RunsWhatIsPutAndReleasesIt)
     }
     recorder->waitForQuiet();
     EXPECT_EQ(calls, 100);
-    // Released before the recorder was told.
+    // Released before the recorder was decremented.
     EXPECT_EQ(alive, 0);
     EXPECT_EQ(recorder->getBacklog(), 0U);
     EXPECT_EQ(queue->threadCount(), 2U);
@@ -130,7 +130,7 @@ TEST_F(ServerQueue, PutWaitsForRoom)
     recorder->waitForQuiet();
 }
 
-TEST_F(ServerQueue, PutProbeWaitsForNoRoom)
+TEST_F(ServerQueue, PutProbeIgnoresTheCapacity)
 {
     make(1, 0);
     queue->put(closure());
@@ -152,7 +152,7 @@ TEST_F(ServerQueue, PutProbeWorksAfterFlush)
     recorder->waitForQuiet();
 }
 
-TEST_F(ServerQueue, TryPutTakesAClosureWhenThereIsRoom)
+TEST_F(ServerQueue, TryPutAppendsOnlyIfTheQueueIsNotFull)
 {
     make(1, 0);
     EXPECT_EQ(queue->tryPut(closure()), 1);
@@ -167,7 +167,7 @@ TEST_F(ServerQueue, TryPutTakesAClosureWhenThereIsRoom)
     refused->detach();
 }
 
-TEST_F(ServerQueue, RunsAPendingClosureOnTheCaller)
+TEST_F(ServerQueue, RunPendingRunsAClosureOnTheCallingThread)
 {
     make(5, 0);
     pid_t tid = 0;
@@ -184,7 +184,7 @@ TEST_F(ServerQueue, RunsAPendingClosureOnTheCaller)
     EXPECT_EQ(queue->runPending(), 0);
 }
 
-TEST_F(ServerQueue, LetsAnExceptionPassToTheCallerThatRunsIt)
+TEST_F(ServerQueue, RunPendingPropagatesTheExceptionOfTheClosure)
 {
     make(5, 0);
     queue->put(closure([] { throw 5; }));
@@ -193,7 +193,7 @@ TEST_F(ServerQueue, LetsAnExceptionPassToTheCallerThatRunsIt)
     EXPECT_EQ(alive, 0);
 }
 
-TEST_F(ServerQueue, MakesRoomWhenTheCallerRunsOne)
+TEST_F(ServerQueue, RunPendingUnblocksPut)
 {
     make(1, 0);
     queue->put(closure());
@@ -204,7 +204,7 @@ TEST_F(ServerQueue, MakesRoomWhenTheCallerRunsOne)
     EXPECT_EQ(queue->size(), 1U);
 }
 
-TEST_F(ServerQueue, FlushDropsWhatIsPending)
+TEST_F(ServerQueue, FlushDiscardsPendingClosures)
 {
     make(5, 1);
     Gate gate;
@@ -223,7 +223,7 @@ TEST_F(ServerQueue, FlushDropsWhatIsPending)
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(ServerQueue, FlushMakesRoom)
+TEST_F(ServerQueue, FlushUnblocksPut)
 {
     make(1, 0);
     queue->put(closure());
@@ -235,7 +235,7 @@ TEST_F(ServerQueue, FlushMakesRoom)
     EXPECT_EQ(recorder->getBacklog(), 1U);
 }
 
-TEST_F(ServerQueue, CloseDropsWhatIsPendingAndEndsTheWorkers)
+TEST_F(ServerQueue, CloseDiscardsPendingClosuresAndEndsTheWorkers)
 {
     make(5, 2);
     Gate gate;
@@ -264,7 +264,7 @@ TEST_F(ServerQueue, CloseEndsIdleWorkers)
     EXPECT_NE(queue->isClosed(), 0);
 }
 
-TEST_F(ServerQueue, DropsWhatIsPutAfterClose)
+TEST_F(ServerQueue, PutAfterCloseDiscardsTheClosure)
 {
     make(5, 1);
     queue->close();
@@ -279,7 +279,7 @@ TEST_F(ServerQueue, DropsWhatIsPutAfterClose)
     EXPECT_EQ(calls, 0);
 }
 
-TEST_F(ServerQueue, CloseWakesThoseWhoWaitForRoom)
+TEST_F(ServerQueue, CloseUnblocksPut)
 {
     make(1, 0);
     queue->put(closure());
@@ -314,7 +314,7 @@ TEST_F(ServerQueue, ClosuresMayPutFurtherOnes)
     EXPECT_EQ(calls, 2);
 }
 
-TEST_F(ServerQueue, OfNoCapacityHandsOverToAFreeWorker)
+TEST_F(ServerQueue, WithCapacity0PutHandsOverToAnIdleWorker)
 {
     make(0, 2);
     std::atomic<int> calls{0};
@@ -325,7 +325,7 @@ TEST_F(ServerQueue, OfNoCapacityHandsOverToAFreeWorker)
     EXPECT_EQ(calls, 50);
 }
 
-TEST_F(ServerQueue, OfNoCapacityWaitsForAFreeWorker)
+TEST_F(ServerQueue, WithCapacity0PutWaitsForAnIdleWorker)
 {
     make(0, 1);
     Gate gate;
@@ -342,7 +342,7 @@ TEST_F(ServerQueue, OfNoCapacityWaitsForAFreeWorker)
     recorder->waitForQuiet();
 }
 
-TEST_F(ServerQueue, OfNoCapacityWaitsForAThread)
+TEST_F(ServerQueue, WithCapacity0PutWaitsForAThread)
 {
     make(0, 0);
     std::atomic<int> calls{0};
@@ -354,7 +354,7 @@ TEST_F(ServerQueue, OfNoCapacityWaitsForAThread)
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(ServerQueue, OfNoCapacityTakesAProbe)
+TEST_F(ServerQueue, WithCapacity0PutProbeAppends)
 {
     make(0, 1);
     Gate gate;

@@ -37,7 +37,7 @@ TEST_F(ServerQueueThreads, AddsThreads)
     EXPECT_EQ(queue->threadCount(), 1U);
     queue->addThreads(2);
     EXPECT_EQ(queue->threadCount(), 3U);
-    // All three are there at once.
+    // All three run at the same time.
     Gate gate;
     occupy(gate);
     occupy(gate);
@@ -81,7 +81,7 @@ TEST_F(ServerQueueThreads, RemovesNoMoreThreadsThanThereAre)
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(ServerQueueThreads, ABusyWorkerEndsWhenItIsFree)
+TEST_F(ServerQueueThreads, RemovedWorkerEndsAfterItsRunningClosure)
 {
     make(5, 2);
     Gate first;
@@ -90,7 +90,7 @@ TEST_F(ServerQueueThreads, ABusyWorkerEndsWhenItIsFree)
     occupy(second);
     queue->removeThreads(1);
     EXPECT_EQ(queue->threadCount(), 2U);
-    // Another stays: the one that is removed leaves the pending closure to it.
+    // The other worker remains, and will run the pending closure.
     std::atomic<int> calls{0};
     queue->put(closure([&] { ++calls; }));
     first.open();
@@ -141,7 +141,7 @@ TEST_F(ServerQueueThreads, PutAppendsAfterAllThreadsWereRemoved)
     EXPECT_EQ(calls, 4);
 }
 
-TEST_F(ServerQueueThreads, BlockedPutWaitsOnWhenAllThreadsAreRemoved)
+TEST_F(ServerQueueThreads, BlockedPutKeepsWaitingWhenAllThreadsAreRemoved)
 {
     make(1, 1);
     Gate gate;
@@ -168,7 +168,7 @@ TEST_F(ServerQueueThreads, WorkerThatIsAddedAfterARemovalStays)
         occupy(gate);
         queue->removeThreads(1);
         queue->addThreads(1);
-        // The first worker is the one to end: this closure does not wait until it is free.
+        // The first worker must end: this closure does not wait until it is free.
         Gate isRun;
         queue->put(closure([&] { isRun.open(); }));
         isRun.pass();
@@ -179,7 +179,7 @@ TEST_F(ServerQueueThreads, WorkerThatIsAddedAfterARemovalStays)
     }
 }
 
-TEST_F(ServerQueueThreads, RefusesPutsButNoProbesWhenThePoolSaysSo)
+TEST_F(ServerQueueThreads, RefusePutsDiscardsPutsButNotProbes)
 {
     make(1, 1);
     Gate gate;
@@ -193,11 +193,11 @@ TEST_F(ServerQueueThreads, RefusesPutsButNoProbesWhenThePoolSaysSo)
     putter.join();
     queue->put(closure([&] { ++dropped; }));
     qv::ServerQueueAccess::putBeyondCapacity(*queue, closure([&] { ++dropped; }));
-    RX_Closure* const kept = closure([&] { ++dropped; });
-    EXPECT_EQ(queue->tryPut(kept), 0);
-    kept->detach();
+    RX_Closure* const rejected = closure([&] { ++dropped; });
+    EXPECT_EQ(queue->tryPut(rejected), 0);
+    rejected->detach();
     EXPECT_EQ(queue->isClosed(), 0);
-    EXPECT_EQ(alive, 2) << "the running and the pending one";
+    EXPECT_EQ(alive, 2) << "one runs, one is pending";
     queue->putProbe(closure([&] { ++calls; }));
     gate.open();
     recorder->waitForQuiet();
@@ -220,7 +220,7 @@ TEST_F(ServerQueueThreads, PutBeyondCapacityNeverWaits)
     EXPECT_EQ(calls, 3);
 }
 
-TEST_F(ServerQueueThreads, RefusesARecorderUnlessItIsEmptyAndWithoutThreads)
+TEST_F(ServerQueueThreads, ConnectThrowsUnlessTheQueueIsEmptyAndWithoutThreads)
 {
     make(5, 0);
     const auto expectRefusal = [this] {
@@ -243,12 +243,12 @@ TEST_F(ServerQueueThreads, RefusesARecorderUnlessItIsEmptyAndWithoutThreads)
     queue->connectActivityRecorder(nullptr);
 }
 
-TEST_F(ServerQueueThreads, ChangesItsRecorder)
+TEST_F(ServerQueueThreads, ConnectReplacesTheRecorder)
 {
     make(5, 0);
     RX_ActivityRecorder* const other = new RX_ActivityRecorder;
     queue->connectActivityRecorder(other);
-    // The same once more.
+    // The same recorder again.
     queue->connectActivityRecorder(other);
     queue->put(closure());
     EXPECT_EQ(other->getBacklog(), 1U);
@@ -260,7 +260,7 @@ TEST_F(ServerQueueThreads, ChangesItsRecorder)
     other->detach();
 }
 
-TEST_F(ServerQueueThreads, KeepsItsRecorder)
+TEST_F(ServerQueueThreads, HoldsAReferenceToTheRecorder)
 {
     queue = new RX_ServerQueue(5);
     RX_ActivityRecorder* const other = new RX_ActivityRecorder;
@@ -270,7 +270,7 @@ TEST_F(ServerQueueThreads, KeepsItsRecorder)
     queue->flush();
 }
 
-TEST_F(ServerQueueThreads, DropsWhatIsPendingWhenItGoes)
+TEST_F(ServerQueueThreads, DestructorDiscardsPendingClosures)
 {
     make(5, 0);
     queue->put(closure());
@@ -294,7 +294,7 @@ TEST_F(ServerQueueThreads, LivesAsLongAsAWorkerRuns)
     recorder->waitForQuiet();
 }
 
-TEST_F(ServerQueueThreads, WorkerThatAClosureEndsIsReplaced)
+TEST_F(ServerQueueThreads, WorkerWhoseThreadAClosureEndsIsReplaced)
 {
     make(5, 1);
     for (int i = 0; i < 3; ++i) {
@@ -317,7 +317,7 @@ TEST_F(ServerQueueThreads, IdleWorkerThatIsCancelledIsReplaced)
     queue->put(closure([&] { worker = pthread_self(); }));
     recorder->waitForQuiet();
     EXPECT_EQ(pthread_cancel(worker), 0);
-    // Whichever thread runs these, before or after the end of the first one.
+    // These may run on the old thread or on the new one.
     std::atomic<int> calls{0};
     for (int i = 0; i < 100; ++i) {
         queue->put(closure([&] { ++calls; }));
@@ -327,7 +327,7 @@ TEST_F(ServerQueueThreads, IdleWorkerThatIsCancelledIsReplaced)
     EXPECT_EQ(queue->threadCount(), 1U);
 }
 
-TEST_F(ServerQueueThreads, WorkerThatEndsFromWithinIsNotReplacedOnceRemoved)
+TEST_F(ServerQueueThreads, RemovedWorkerIsNotReplacedIfAClosureEndsItsThread)
 {
     make(5, 1);
     Gate gate;
@@ -372,7 +372,7 @@ TEST_F(ServerQueueThreads, ThreadsMayEndWhileWorkersAreAddedAndRemoved)
     }
 }
 
-TEST_F(ServerQueueThreads, IsUsedFromManyThreadsWhileItCloses)
+TEST_F(ServerQueueThreads, MayBeClosedWhileManyThreadsPut)
 {
     for (int round = 0; round < 20; ++round) {
         make(3, 2);
@@ -386,7 +386,7 @@ TEST_F(ServerQueueThreads, IsUsedFromManyThreadsWhileItCloses)
             });
         }
         if (round % 2 == 0) {
-            // As the shutdown of a pool does.
+            // Like the shutdown of a pool.
             qv::ServerQueueAccess::refusePuts(*queue);
             queue->flush();
             queue->removeThreads(queue->threadCount());
@@ -406,8 +406,8 @@ TEST_F(ServerQueueThreads, IsUsedFromManyThreadsWhileItCloses)
 
 #ifndef DALNIM_SANITIZED
 
-/** In a process of its own: a limit on memory makes the system refuse the stack of a third thread. */
-bool keepsItsCountWhenAThreadIsRefused()
+/** Limits the memory of the process, so that the system has none for the stack of a third thread. */
+bool isCountRightIfAThreadCannotBeStarted()
 {
     constexpr rlim_t MEBIBYTE = 1024 * 1024;
     pthread_attr_t attributes;
@@ -421,16 +421,16 @@ bool keepsItsCountWhenAThreadIsRefused()
         std::ifstream statm("/proc/self/statm");
         statm >> pages;
     }
-    // Room for the stacks of two, and for the heap that the first allocation of each thread maps.
+    // Enough for the stacks of two, and for the heap that the first allocation of each thread maps.
     const rlim_t used = static_cast<rlim_t>(pages) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
     const rlimit limit = {used + 170 * MEBIBYTE, used + 170 * MEBIBYTE};
     setrlimit(RLIMIT_AS, &limit);
 
-    bool isRefused = false;
+    bool hasFailed = false;
     try {
         queue->addThreads(100);
     } catch (const RX_Exception& exception) {
-        isRefused = exception.getCode() == EAGAIN;
+        hasFailed = exception.getCode() == EAGAIN;
     }
     const unsigned int count = queue->threadCount();
     RX_Closure0S* const probe = new RX_Closure0S([] {});
@@ -441,12 +441,12 @@ bool keepsItsCountWhenAThreadIsRefused()
     while (queue->threadCount() != 0) {
         std::this_thread::yield();
     }
-    return isRefused && count > 0 && count < 3;
+    return hasFailed && count > 0 && count < 3;
 }
 
-TEST(ServerQueueRefusal, LeavesTheCountOfThreadsRight)
+TEST(ServerQueueRefusal, ThreadCountIsRightIfAThreadCannotBeStarted)
 {
-    EXPECT_EXIT(_exit(keepsItsCountWhenAThreadIsRefused() ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(_exit(isCountRightIfAThreadCannotBeStarted() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 #endif
@@ -461,7 +461,7 @@ TEST(ServerQueueRefusal, LeavesTheCountOfThreadsRight)
     }
 }
 
-TEST(ServerQueueDeathTest, AnExceptionEndsTheProcessAndIsNamed)
+TEST(ServerQueueDeathTest, UncaughtExceptionIsReportedAndTerminates)
 {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(runAndDie(), testing::KilledBySignal(SIGABRT),

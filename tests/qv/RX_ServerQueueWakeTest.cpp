@@ -15,18 +15,18 @@ namespace {
 using qvtest::Caller;
 using qvtest::Gate;
 
-/** Nobody sleeps while there is work for him: each of these hangs when a wake-up is lost. */
+/** No worker is parked while a closure is pending: each of these tests hangs if a wake-up is lost. */
 class ServerQueueWake : public qvtest::ServerQueueFixture
 {
 protected:
     static constexpr int ROUNDS = 300;
 };
 
-TEST_F(ServerQueueWake, EveryWorkerComesForItsClosure)
+TEST_F(ServerQueueWake, AllWorkersAreWokenForAsManyClosures)
 {
     make(10, 3);
     for (int round = 0; round < ROUNDS; ++round) {
-        // Each of the three waits for the two others, so that they need all workers at once.
+        // Each of the three waits for the two others, so that all workers are needed at the same time.
         std::atomic<int> met{0};
         for (int i = 0; i < 3; ++i) {
             queue->put(closure([&] {
@@ -41,7 +41,7 @@ TEST_F(ServerQueueWake, EveryWorkerComesForItsClosure)
     }
 }
 
-TEST_F(ServerQueueWake, AClosureIsNotKeptBehindOneThatWaitsForIt)
+TEST_F(ServerQueueWake, ClosureDoesNotWaitForABlockedOne)
 {
     make(10, 2);
     for (int round = 0; round < ROUNDS; ++round) {
@@ -53,7 +53,7 @@ TEST_F(ServerQueueWake, AClosureIsNotKeptBehindOneThatWaitsForIt)
     }
 }
 
-TEST_F(ServerQueueWake, OneByOneFromASleepingWorker)
+TEST_F(ServerQueueWake, ParkedWorkerIsWokenForEachClosure)
 {
     make(1, 1);
     for (int round = 0; round < ROUNDS; ++round) {
@@ -63,7 +63,7 @@ TEST_F(ServerQueueWake, OneByOneFromASleepingWorker)
     EXPECT_EQ(queue->size(), 0U);
 }
 
-TEST_F(ServerQueueWake, ManyWaitForRoom)
+TEST_F(ServerQueueWake, ManyBlockedPutsAllProceed)
 {
     for (const unsigned int capacity : {0U, 1U, 2U}) {
         make(capacity, 2);
@@ -87,7 +87,7 @@ TEST_F(ServerQueueWake, ManyWaitForRoom)
     }
 }
 
-TEST_F(ServerQueueWake, WorkersLeaveWhileOthersAreNeeded)
+TEST_F(ServerQueueWake, RemovedWorkersConsumeNoWakeUps)
 {
     for (int round = 0; round < ROUNDS / 3; ++round) {
         make(10, 3);
@@ -107,7 +107,7 @@ TEST_F(ServerQueueWake, WorkersLeaveWhileOthersAreNeeded)
     }
 }
 
-TEST_F(ServerQueueWake, TheOldestAreFirstAlsoBehindTheFront)
+TEST_F(ServerQueueWake, RunsTheOldestFirstAcrossBothSides)
 {
     make(100, 1);
     Gate gate;
@@ -127,7 +127,7 @@ TEST_F(ServerQueueWake, TheOldestAreFirstAlsoBehindTheFront)
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
 }
 
-TEST_F(ServerQueueWake, WhatTheWorkersHaveBeforeThemIsPendingStill)
+TEST_F(ServerQueueWake, ClosuresOnTheConsumerSideArePending)
 {
     make(4, 1);
     Gate first;
@@ -144,7 +144,7 @@ TEST_F(ServerQueueWake, WhatTheWorkersHaveBeforeThemIsPendingStill)
     }
     first.open();
     isSecond.pass();
-    // Three lie before the worker now, and count for the room as before.
+    // Three are on the consumer side now, and still count as pending.
     EXPECT_EQ(queue->size(), 3U);
     queue->put(closure([&] { ++calls; }));
     RX_Closure* const refused = closure();

@@ -21,14 +21,14 @@ namespace {
 
 using qvtest::Gate;
 
-/** A closure that tells when it goes. */
+/** A closure that opens a gate when it is destroyed. */
 class Call : public RX_Closure
 {
 public:
-    Call(Gate& gone, void (*function)()) : _gone(gone), _function(function) {}
+    Call(Gate& destroyed, void (*function)()) : _destroyed(destroyed), _function(function) {}
     ~Call() noexcept(false) override
     {
-        _gone.open();
+        _destroyed.open();
     }
     void apply() override
     {
@@ -36,32 +36,32 @@ public:
     }
 
 private:
-    Gate& _gone;
+    Gate& _destroyed;
     void (*_function)();
 };
 
 std::atomic<pid_t> callerTid{0};
 
-void tellTid()
+void storeTid()
 {
     callerTid = gettid();
 }
 
 TEST(RXThread, RunsItsClosureOnAThreadOfItsOwnAndReleasesIt)
 {
-    Gate gone;
+    Gate destroyed;
     callerTid = 0;
-    RX_Thread* const thread = new RX_Thread(new Call(gone, tellTid));
+    RX_Thread* const thread = new RX_Thread(new Call(destroyed, storeTid));
     thread->start();
     thread->detach();
-    gone.pass();
+    destroyed.pass();
     EXPECT_NE(callerTid, 0);
     EXPECT_NE(callerTid, gettid());
 }
 
-TEST(RXThread, LeavesTheClosureToWhoeverHasAReference)
+TEST(RXThread, ClosureWithAnotherReferenceSurvives)
 {
-    RX_Closure0S* const closure = new RX_Closure0S(tellTid);
+    RX_Closure0S* const closure = new RX_Closure0S(storeTid);
     closure->attach();
     RX_Thread* const thread = new RX_Thread(closure);
     thread->start();
@@ -75,7 +75,7 @@ void fail()
     throw RX_ExWarning(16, "busy");
 }
 
-TEST(RXThread, CarriesAnExceptionToTheOneWhoWaits)
+TEST(RXThread, WaitThrowsTheExceptionOfASynchronousClosure)
 {
     RX_Closure0S* const closure = new RX_Closure0S(fail);
     closure->attach();
@@ -88,17 +88,17 @@ TEST(RXThread, CarriesAnExceptionToTheOneWhoWaits)
 
 TEST(RXThread, ReleasesTheClosureWhenItWasNeverStarted)
 {
-    Gate gone;
+    Gate destroyed;
     callerTid = 0;
-    RX_Thread* const thread = new RX_Thread(new Call(gone, tellTid));
+    RX_Thread* const thread = new RX_Thread(new Call(destroyed, storeTid));
     thread->detach();
-    gone.pass();
+    destroyed.pass();
     EXPECT_EQ(callerTid, 0);
 }
 
-TEST(RXThread, IsStartedOnce)
+TEST(RXThread, SecondStartThrows)
 {
-    RX_Closure0S* const closure = new RX_Closure0S(tellTid);
+    RX_Closure0S* const closure = new RX_Closure0S(storeTid);
     closure->attach();
     RX_Thread* const thread = new RX_Thread(closure);
     thread->start();
@@ -113,7 +113,7 @@ TEST(RXThread, IsStartedOnce)
     closure->detach();
 }
 
-TEST(RXThread, NeedsAClosure)
+TEST(RXThread, StartWithoutAClosureThrows)
 {
     RX_Thread* const thread = new RX_Thread(nullptr);
     EXPECT_THROW(thread->start(), RX_Exception);
@@ -125,13 +125,13 @@ void endThread()
     pthread_exit(nullptr);
 }
 
-TEST(RXThread, ReleasesTheClosureWhenItEndsTheThread)
+TEST(RXThread, ReleasesAClosureThatEndsTheThread)
 {
-    Gate gone;
-    RX_Thread* const thread = new RX_Thread(new Call(gone, endThread));
+    Gate destroyed;
+    RX_Thread* const thread = new RX_Thread(new Call(destroyed, endThread));
     thread->start();
     thread->detach();
-    gone.pass();
+    destroyed.pass();
 }
 
 [[noreturn]] void runAndDie(void (*function)())
@@ -152,7 +152,7 @@ protected:
     }
 };
 
-TEST_F(RXThreadDeathTest, AnExceptionEndsTheProcessAndIsNamed)
+TEST_F(RXThreadDeathTest, UncaughtExceptionIsReportedAndTerminates)
 {
     EXPECT_EXIT(runAndDie([] { throw std::runtime_error("what\nit says"); }),
                 testing::KilledBySignal(SIGABRT),
@@ -160,29 +160,29 @@ TEST_F(RXThreadDeathTest, AnExceptionEndsTheProcessAndIsNamed)
                 "std::runtime_error: what it says\n");
 }
 
-TEST_F(RXThreadDeathTest, AnExceptionOfTheTreeIsNamedToo)
+TEST_F(RXThreadDeathTest, UncaughtRXExceptionIsReportedWithItsMessage)
 {
     EXPECT_EXIT(runAndDie(fail), testing::KilledBySignal(SIGABRT),
                 "on a detached thread: RX_ExWarning: Device or resource busy: busy\n");
 }
 
-TEST_F(RXThreadDeathTest, SoIsAnythingElse)
+TEST_F(RXThreadDeathTest, UncaughtExceptionOfAnyTypeIsReported)
 {
     EXPECT_EXIT(runAndDie([] { throw 5; }), testing::KilledBySignal(SIGABRT), "on a detached thread: int\n");
 }
 
-[[noreturn]] void tellAndExit()
+[[noreturn]] void writeAndExit()
 {
     static const char text[] = "the handler of the program\n";
     const ssize_t written = write(STDERR_FILENO, text, sizeof text - 1);
     _exit(written > 0 && std::current_exception() ? 3 : 4);
 }
 
-TEST_F(RXThreadDeathTest, TheHandlerOfTheProgramIsCalledWithTheExceptionInFlight)
+TEST_F(RXThreadDeathTest, TerminateHandlerSeesTheCurrentException)
 {
     EXPECT_EXIT(
         {
-            std::set_terminate(tellAndExit);
+            std::set_terminate(writeAndExit);
             runAndDie(fail);
         },
         testing::ExitedWithCode(3), "the handler of the program");

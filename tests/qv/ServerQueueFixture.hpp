@@ -16,7 +16,7 @@
 
 namespace qvtest {
 
-/** A queue with a recorder, and closures that are counted. */
+/** A queue with a recorder, and closures whose objects are counted. */
 class ServerQueueFixture : public testing::Test
 {
 protected:
@@ -40,7 +40,7 @@ protected:
         queue->addThreads(threads);
     }
 
-    /** Closes the queue and waits until its last worker is gone. */
+    /** Closes the queue and waits until its last worker has ended. */
     void endQueue()
     {
         queue->close();
@@ -57,13 +57,13 @@ protected:
         }
     }
 
-    /** A closure that is counted as long as it lives. */
+    /** Returns a new closure, which is counted in `alive` until it is destroyed. */
     RX_Closure* closure(std::function<void()> function = [] {})
     {
         return new Counted(alive, std::move(function));
     }
 
-    /** A closure that runs until the gate is open; returns once it runs. */
+    /** Puts a closure that runs until the gate is opened, and returns when it runs. */
     void occupy(Gate& gate)
     {
         Gate isRunning;

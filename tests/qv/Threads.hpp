@@ -16,7 +16,7 @@
 
 namespace qvtest {
 
-/** A gate that stays open once it was opened. */
+/** A gate that remains open after it was opened. */
 class Gate
 {
 public:
@@ -31,7 +31,7 @@ public:
         std::unique_lock<std::mutex> guard(_mutex);
         _changed.wait(guard, [this] { return _isOpen; });
     }
-    /** Returns false if the gate has not been opened after that time. */
+    /** Returns false if the gate is still closed after that time. */
     bool passWithin(std::chrono::seconds time)
     {
         std::unique_lock<std::mutex> guard(_mutex);
@@ -44,7 +44,7 @@ private:
     bool _isOpen = false;
 };
 
-/** A thread that makes one call, of which others can see that it waits or has ended. */
+/** A thread that makes one call. Other threads can observe whether the call blocks or has returned. */
 class Caller
 {
 public:
@@ -78,8 +78,8 @@ public:
     }
 
     /**
-     * Returns when the thread sleeps in the kernel and goes on sleeping, as it does in the wait that the
-     * test is about; false when the call has ended instead.
+     * Waits until the thread sleeps in the kernel, and remains asleep as in the wait that the test is about.
+     * Returns false if the call has returned instead.
      */
     bool awaitAsleep() const
     {
@@ -105,7 +105,7 @@ public:
     }
 
 private:
-    /** Which of its sleeps the thread is in; empty when it is in none. */
+    /** Returns a string that identifies the present sleep of the thread, or "" if it does not sleep. */
     std::string sleep() const
     {
         std::ifstream status("/proc/self/task/" + std::to_string(_tid) + "/status");

@@ -10,10 +10,10 @@ namespace {
 
 constexpr unsigned int CACHE_LINE = 64;
 
-/** Polls of the spinning worker before it parks. Parking and waking a thread takes longer. */
+/** Number of polls of the spinning worker before it parks. Parking and waking a thread takes longer. */
 constexpr int SPINS = 64;
 
-/** Polls of its waker for the response, which takes two or three if the worker runs. */
+/** Number of polls for its response, which arrives within two or three if the worker is running. */
 constexpr int RESPONSE_SPINS = 32;
 
 enum class State { ACTIVE, IDLE, WOKEN };
@@ -90,8 +90,8 @@ void qv::IdleWorkers::push(Waiter& waiter) noexcept
         park(waiter);
     }
     ++_count;
-    // Nothing is pending now: those that were woken before have come too late, and the next closure must not
-    // wait for them.
+    // The queue is empty: workers that were woken earlier come too late, and the next closure must not wait
+    // for them.
     ++_pushCount;
     _wokenCount = 0;
 }
@@ -112,7 +112,7 @@ void qv::IdleWorkers::wait(Waiter& waiter)
     }
 }
 
-/** Polls until the worker is woken, and responds to that; or for a few microseconds. */
+/** Polls for a few microseconds, or until the worker is woken, to which it responds. */
 void qv::IdleWorkers::spin(Waiter& waiter) noexcept
 {
     for (int i = 0; i < SPINS; ++i) {
@@ -125,12 +125,14 @@ void qv::IdleWorkers::spin(Waiter& waiter) noexcept
     }
 }
 
+/** Pushes a worker onto the stack of parked workers. */
 void qv::IdleWorkers::park(Waiter& waiter) noexcept
 {
     waiter.next = _parked;
     _parked = &waiter;
 }
 
+/** Ends the idle state of a worker, whether it has been woken or not. */
 void qv::IdleWorkers::leave(Waiter& waiter) noexcept
 {
     if (waiter.state.load(std::memory_order_relaxed) == State::IDLE) {
@@ -167,7 +169,7 @@ void qv::IdleWorkers::wakeAll()
     }
 }
 
-/** Wakes the spinning worker, if any, which is not counted: it may have been preempted. */
+/** Wakes the spinning worker, if any. It is not counted, since it may have been preempted. */
 qv::IdleWorkers::Waiter* qv::IdleWorkers::wakeSpinner() noexcept
 {
     Waiter* const spinner = _spinner;
