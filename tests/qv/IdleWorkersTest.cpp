@@ -160,13 +160,13 @@ TEST_F(IdleWorkersTest, WakeAllWakesSpinningAndParkedWorkers)
         workers.wait(first);
     });
     EXPECT_TRUE(parked.awaitAsleep());
-    workers.push(second);
-    workers.push(third);
     {
         const RX_Locked_ locked(mutex);
+        workers.push(second);
+        workers.push(third);
         workers.wakeAll();
+        EXPECT_FALSE(workers.hasAny());
     }
-    EXPECT_FALSE(workers.hasAny());
     workers.wait(second);
     workers.wait(third);
     parked.join();
