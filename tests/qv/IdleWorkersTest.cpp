@@ -128,6 +128,21 @@ TEST_F(IdleWorkersTest, SpinningWorkerRespondsWithoutTheLock)
     EXPECT_EQ(workers.count(), 1U);
 }
 
+TEST_F(IdleWorkersTest, WorkerThatIsNotIdleAnyMoreCountsAsHavingResponded)
+{
+    workers.push(first);
+    workers.push(second);
+    mutex.lock();
+    Caller worker([&] { workers.wait(first); });
+    EXPECT_TRUE(worker.awaitAsleep()) << "it does not spin any more, and the lock is held";
+    const IdleWorkers::Wakeup wakeup = workers.wakeFor(1);
+    EXPECT_EQ(wakeup.waiter, &first);
+    EXPECT_FALSE(workers.deliver(wakeup));
+    mutex.unlock();
+    worker.join();
+    EXPECT_TRUE(workers.deliver(wakeup));
+}
+
 TEST_F(IdleWorkersTest, WorkersThatCameTooLateAreNotCounted)
 {
     workers.push(first);
