@@ -17,6 +17,7 @@
 #include <memory>
 #include <streambuf>
 #include <thread>
+#include <vector>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -219,6 +220,31 @@ TEST(ForkHandlers, LoggersAreConstructedAndReplaceTheirFilesDuringForks)
     // Locks that are acquired in two orders would cost each fork its second.
     EXPECT_LT(slowForks, FORKS / 2);
     user.write.unregisterModule(shared);
+}
+
+TEST(ForkHandlers, ThreadsForkConcurrently)
+{
+    constexpr int THREADS = 3;
+    const Folder folder;
+    FileLogger first(folder / "first.log");
+    FileLogger second(folder / "second.log");
+    {
+        const Repeated busy([&] { first.log("parent"); });
+        std::vector<std::thread> threads;
+        for (int i = 0; i < THREADS; ++i) {
+            threads.emplace_back([&] {
+                expectChildrenCan(busy, [&] {
+                    first.log("child");
+                    second.log("child");
+                });
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+    EXPECT_EQ(THREADS * FORKS, countIn(contentOf(folder / "first.log"), " : child\n"));
+    EXPECT_EQ(THREADS * FORKS, countIn(contentOf(folder / "second.log"), " : child\n"));
 }
 
 /** A stream whose records run a function of the test. */

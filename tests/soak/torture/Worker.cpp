@@ -46,7 +46,7 @@ class Worker
 public:
     Worker(Round& shared, unsigned int number)
         : round(shared), scenario(shared.scenario), life(number),
-          logger(scenario.ownLogger ? own : log::GET_NIM_LOG_LOGGER_VAR()), random(scenario.seed + number)
+          logger(scenario.ownLogger ? own : log::GET_NIM_LOG_LOGGER_VAR())
     {
     }
 
@@ -108,17 +108,17 @@ private:
         }
     }
 
-    /** Logs the records of a thread; the first thread of the process also forks. */
+    /** Logs the records of a thread, and forks the children of the process together with its other threads.
+     */
     void write(const Writer& writer)
     {
-        const bool forks = scenario.children != 0 && writer.number % MAX_THREADS == 0;
         const unsigned int interval = std::max(1U, scenario.records / (scenario.children + 1));
         for (unsigned int number = 0; number < writer.count && goesOn(); ++number) {
             write(writer, number);
             if (number == 0) {
                 ++round.begun[life];
             }
-            if (forks && number % interval == 0 && round.forks[life] < scenario.children) {
+            if (number % interval == 0) {
                 fork();
             }
         }
@@ -137,10 +137,16 @@ private:
         }
     }
 
-    /** Forks a child that logs, and waits for its end. Kills some children. */
+    /** Forks one of the children, which logs, and waits for its end. Kills some of them. */
     void fork()
     {
-        const unsigned int index = round.forks[life]++;
+        unsigned int index = round.forks[life];
+        do {
+            if (index >= scenario.children) {
+                return;
+            }
+        } while (!round.forks[life].compare_exchange_weak(index, index + 1));
+        std::mt19937_64 random(scenario.seed + life * MAX_CHILDREN + index);
         const bool kills = random() % 4 == 0;
         const std::chrono::microseconds patience(random() % 2000);
         const pid_t child = ::fork();
@@ -197,7 +203,6 @@ private:
     log::Write own;
     log::Log& logger;
     log::Module module{"torture", logger};
-    std::mt19937_64 random;
 };
 
 }
