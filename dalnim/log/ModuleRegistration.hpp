@@ -106,8 +106,8 @@ private:
     /** Records by the address of their module. */
     typedef std::unordered_multimap<const Module*, Records::iterator> Index;
 
-    template <class Question>
-    bool askFilter(Question question) const;
+    template <class Predicate>
+    bool readFilter(Predicate predicate) const;
     /** Makes `requested` the filter, of the next generation. */
     void publish(std::list<String> requested);
 

@@ -137,8 +137,8 @@ void ModuleRegistration::own(Module& module) noexcept
     }
 }
 
-template <class Question>
-bool ModuleRegistration::askFilter(Question question) const
+template <class Predicate>
+bool ModuleRegistration::readFilter(Predicate predicate) const
 {
     // The count is raised before the filter is looked up, and publish() looks at the count
     // behind its exchange of the filter, all in the one order of sequential consistency. So a
@@ -147,7 +147,7 @@ bool ModuleRegistration::askFilter(Question question) const
     qv::perturb();
     const Filter* const filter = _filter.load();
     qv::perturb();
-    const bool answer = question(*filter);
+    const bool answer = predicate(*filter);
     _filterReaders.fetch_sub(1);
     return answer;
 }
@@ -155,12 +155,12 @@ bool ModuleRegistration::askFilter(Question question) const
 bool ModuleRegistration::isModuleRequested(const String& name) const
 {
     return !name.empty()
-           && askFilter([&name](const Filter& filter) { return findMatch(filter, name) != filter.end(); });
+           && readFilter([&name](const Filter& filter) { return findMatch(filter, name) != filter.end(); });
 }
 
 bool ModuleRegistration::isModuleSelected(const String& name) const
 {
-    return askFilter([&name](const Filter& filter) {
+    return readFilter([&name](const Filter& filter) {
         return filter.empty() || (!name.empty() && findMatch(filter, name) != filter.end());
     });
 }
