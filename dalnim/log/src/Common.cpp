@@ -2,24 +2,15 @@
 
 #include <dalnim/log/Common.hpp>
 
-#include <dalnim/log/LibraryModule.hpp>
-#include <dalnim/log/Module.hpp>
-#include <dalnim/log/Write.hpp>
-#include <dalnim/log/nsdefs.hpp>
-#include <dalnim/log/src/ForkHandlers.hpp>
 #include <dalnim/log/src/LogText.hpp>
-#include <dalnim/log/src/StatementScope.hpp>
 #include <dalnim/sys/System.hpp>
 
 #include <algorithm>
+#include <iostream>
 #include <iterator>
-#include <new>
 #include <stdexcept>
-#include <utility>
 
-namespace com::kor::dal::nim {
-
-namespace log {
+namespace com::kor::dal::nim::log {
 
 const LogStreamRec STD_LOG_STREAMS[NUM_STD_LOG_STREAMS] = {
     {"STDERR", &std::cerr},
@@ -67,72 +58,15 @@ constexpr char UNKNOWN_SEVERITY[] = "Unrecognized NIM Log Severity";
 constexpr char UNKNOWN_OUTPUT_BIT[] = "Unrecognized NIM Log Output Mask Bit";
 
 template <class Rows, class Predicate>
-const NamedValue& findRow(const Rows& rows, const char* complaint, Predicate matches)
+const NamedValue& findRow(const Rows& rows, const char* message, Predicate matches)
 {
     const auto row = std::find_if(std::begin(rows), std::end(rows), matches);
     if (row == std::end(rows)) {
-        throw std::out_of_range(complaint);
+        throw std::out_of_range(message);
     }
     return *row;
 }
 
-/**
- * An object in static storage that is never destroyed. Threads may log while the process exits,
- * and static destructors of plug-ins in any order: the default logger and its modules outlive
- * them all. Each record is with the kernel when its statement returns, so nothing is left to flush.
- */
-template <class T>
-union Immortal
-{
-    constexpr Immortal() noexcept : none() {}
-    ~Immortal() {}
-
-    template <class... Args>
-    T& construct(Args&&... args)
-    {
-        return *::new (&object) T(std::forward<Args>(args)...);
-    }
-
-    char none;
-    T object;
-};
-
-Immortal<Module> default_module;
-Immortal<Module> internal_module;
-
-Write& default_write_instance()
-{
-    static Immortal<Write> storage;
-    static Write& DEFAULT_INSTANCE = storage.construct();
-    return DEFAULT_INSTANCE;
-}
-
-String internal_log_mod_name()
-{
-    return String(NAMESPACE_NAME) + ".internal";
-}
-
-/** The start-up of the log, in the order in which the default logger lists its modules. */
-Control& start()
-{
-    Write& logger = default_write_instance();
-    ForkHandlers::install();
-    StatementScope::initialize();
-    default_module.construct(Module::DEFAULT_NAME, logger);
-    internal_module.construct(internal_log_mod_name(), logger);
-    return logger;
-}
-
-}
-
-// The bindings of these two are static data, valid before any constructor runs; the objects
-// themselves are made by start().
-Module& Module::DEFAULT_INSTANCE = default_module.object;
-Module& INTERNAL_LOG_MODULE = internal_module.object;
-
-Log& GET_NIM_LOG_LOGGER_VAR()
-{
-    return default_write_instance();
 }
 
 String getSeverityName(Severity severity)
@@ -183,16 +117,3 @@ String getProcessName()
 }
 
 }
-
-}
-
-// A process whose log cannot be had from its first statement on does not start.
-// NOLINTBEGIN(cert-err58-cpp)
-com::kor::dal::nim::log::Module& com_kor_dal_nim_log_module =
-    com::kor::dal::nim::log::Module::DEFAULT_INSTANCE;
-com::kor::dal::nim::log::Control& com_kor_dal_nim_log_control = com::kor::dal::nim::log::start();
-
-com::kor::dal::nim::log::Module& com::kor::dal::nim::com_kor_dal_nim_log_module =
-    com::kor::dal::nim::log::Module::getInstance("com.kor.dal.nim",
-                                                 com::kor::dal::nim::log::GET_NIM_LOG_LOGGER_VAR());
-// NOLINTEND(cert-err58-cpp)
