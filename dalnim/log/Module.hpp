@@ -71,9 +71,12 @@ public:
 private:
     friend class ModuleRegistration;
 
-    /** Returns the gate of a logger that is a Write and no subclass of it, the open gate of any other. */
-    static const SeverityGate& gateOf(const Log& logger);
-    /** Binds this module to its logger's gate, and returns that. Threads may do it side by side. */
+    /** Returns the gate of a logger whose class is Write, not a subclass of it; null for any other logger. */
+    static const SeverityGate* gateOf(const Log& logger) noexcept;
+    /** Increments the number of refused statements of a Write; does nothing for any other logger. */
+    static void countRefused(Log& logger) noexcept;
+    /** Binds this module to its logger's gate, or to an open one, and returns it. Threads may do so
+     * concurrently. */
     const SeverityGate& bindGate() noexcept;
     /** The rest of the gate: the logger, where it has more to say, and the filter. */
     bool isSelected(Severity codedSeverity);

@@ -2,7 +2,6 @@
 
 #include <dalnim/log/Control.hpp>
 
-#include <dalnim/log/Write.hpp>
 #include <dalnim/sys/InitLock.hpp>
 
 #include <stdexcept>
@@ -37,12 +36,6 @@ void Control::setSeverity(const String& name)
 void Control::setSeverityMask(const String& name, bool enable)
 {
     setSeverityMask(getSeverityId(name), enable);
-}
-
-std::uint64_t Control::getRefusedStatements() const noexcept
-{
-    const auto* const logger = dynamic_cast<const Write*>(this);
-    return logger != nullptr ? logger->refusedStatements.load(std::memory_order_relaxed) : 0;
 }
 
 unsigned int Control::getOutputMaskDefault()

@@ -5,7 +5,6 @@
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Log.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
-#include <dalnim/log/Write.hpp>
 #include <dalnim/log/src/StatementScope.hpp>
 
 #include <memory>
@@ -25,14 +24,10 @@ const SeverityGate UNBOUND_GATE;
 
 }
 
-const SeverityGate& Module::gateOf(const Log& logger)
-{
-    return typeid(logger) == typeid(Write) ? static_cast<const Write&>(logger).severity : OPEN_GATE;
-}
-
 const SeverityGate& Module::bindGate() noexcept
 {
-    const SeverityGate& gate = gateOf(logger);
+    const SeverityGate* const own = gateOf(logger);
+    const SeverityGate& gate = own != nullptr ? *own : OPEN_GATE;
     // Other threads that bind it store the same.
     loggerGate.store(&gate, std::memory_order_relaxed);
     return gate;
@@ -63,9 +58,7 @@ bool Module::isRefused() noexcept
     if (!StatementScope::isInterrupted()) {
         return false;
     }
-    if (auto* const counter = dynamic_cast<Write*>(&logger)) {
-        counter->refusedStatements.fetch_add(1, std::memory_order_relaxed);
-    }
+    countRefused(logger);
     return true;
 }
 

@@ -521,4 +521,10 @@ std::ostream& Write::writeSeverityMask(std::ostream& os, unsigned int mask)
                      [](unsigned int bit) { return getSeverityName(static_cast<Severity>(bit)); });
 }
 
+std::uint64_t Control::getRefusedStatements() const noexcept
+{
+    const auto* const logger = dynamic_cast<const Write*>(this);
+    return logger != nullptr ? logger->refusedStatements.load(std::memory_order_relaxed) : 0;
+}
+
 }
