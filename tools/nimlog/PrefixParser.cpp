@@ -3,6 +3,7 @@
 #include "TimeText.hpp"
 
 #include <dalnim/log/Common.hpp>
+#include <dalnim/log/src/StreamHeader.hpp>
 #include <dalnim/type/CompositeString.hpp>
 #include <support/Errors.hpp>
 
@@ -165,14 +166,16 @@ bool PrefixParser::parseFrom(std::string_view line, std::size_t pos, Fields& fie
 
 bool readShownMask(std::string_view text, unsigned int& into)
 {
-    if (text.compare(0, 2, "0x") != 0) {
+    constexpr std::string_view BEGIN = log::SHOWN_MASK_NUMBER;
+    constexpr std::string_view NAMES = log::SHOWN_MASK_NAMES;
+    if (text.substr(0, BEGIN.size()) != BEGIN) {
         return false;
     }
     unsigned int number = 0;
     const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data() + 2, end, number, 16);
+    const auto [stop, error] = std::from_chars(text.data() + BEGIN.size(), end, number, 16);
     const std::string_view names(stop, static_cast<std::size_t>(end - stop));
-    if (error != std::errc() || names.substr(0, 2) != " [" || number > log::Mask_ALL) {
+    if (error != std::errc() || names.substr(0, NAMES.size()) != NAMES || number > log::Mask_ALL) {
         return false;
     }
     into = number;

@@ -3,6 +3,7 @@
 #include "TimeText.hpp"
 
 #include <dalnim/log/Common.hpp>
+#include <dalnim/log/src/StreamHeader.hpp>
 
 #include <cstring>
 
@@ -15,20 +16,13 @@ namespace {
 /** A record is no longer than this: what follows is a record of its own, without a prefix. */
 constexpr std::size_t LONGEST_RECORD = 16UL * 1024 * 1024;
 
-/** The heading of a new output, whatever the mask is. */
-constexpr unsigned int HEADING_MASK = log::Mask_DATETIME | log::Mask_HOSTNAME | log::Mask_PROCESSNAME
-                                      | log::Mask_PROCESSID | log::Mask_THREADID | log::Mask_MODULENAME
-                                      | log::Mask_SEVERITY;
-constexpr std::string_view HEADING_TERMINATOR = " Write: ";
-constexpr std::string_view HEADING_TITLE = "Log Configuration:";
-constexpr std::string_view HEADING_LABEL = "\tOutputMask:   ";
-
 /** What a log writes for a line break if it escapes control characters. */
 constexpr std::string_view ESCAPED_NEWLINE = "\\n";
 
-constexpr std::string_view REPORT_TITLE = "Changing logging setting: OutputMask";
-constexpr std::string_view REPORT_OLD = "\told: ";
-constexpr std::string_view REPORT_NEW = "\tnew: ";
+constexpr std::string_view HEADER_LABEL = log::STREAM_HEADER_OUTPUT_MASK;
+constexpr std::string_view REPORT_TITLE = log::CHANGE_REPORT_OF_OUTPUT_MASK;
+constexpr std::string_view REPORT_OLD = log::CHANGE_REPORT_OLD_VALUE;
+constexpr std::string_view REPORT_NEW = log::CHANGE_REPORT_NEW_VALUE;
 
 bool beginsWith(std::string_view text, std::string_view begin)
 {
@@ -73,7 +67,8 @@ bool hasTitle(std::string_view line, std::string_view title)
 }
 
 RecordSplitter::RecordSplitter(unsigned int mask, RecordSink& recordSink)
-    : prefix(mask, log::TERMINATOR), heading(HEADING_MASK, HEADING_TERMINATOR), sink(recordSink)
+    : prefix(mask, log::TERMINATOR), heading(log::STREAM_HEADER_MASK, log::STREAM_HEADER_TERMINATOR),
+      sink(recordSink)
 {
 }
 
@@ -153,7 +148,7 @@ void RecordSplitter::takePart(std::size_t begin, std::string_view part, const Pr
         beginRecord(begin, found.fields, true);
         inHeading = found.isHeading;
         unsigned int mask = 0;
-        if (inHeading && readShownMask(behindEscaped(part, HEADING_LABEL), mask)) {
+        if (inHeading && readShownMask(behindEscaped(part, HEADER_LABEL), mask)) {
             prefix.setMask(mask);
         }
     } else {
@@ -167,7 +162,7 @@ void RecordSplitter::parse(std::string_view line, Prefix& into)
     // The prefix of a heading ends in another way than that of a record.
     into.isHeading = false;
     into.isFound = prefix.parse(line, into.fields);
-    if (!into.isFound && hasTitle(line, HEADING_TITLE)) {
+    if (!into.isFound && hasTitle(line, log::STREAM_HEADER_TITLE)) {
         into.isFound = into.isHeading = heading.parse(line, into.fields);
     }
 }
@@ -175,7 +170,7 @@ void RecordSplitter::parse(std::string_view line, Prefix& into)
 /** Finds the first record that begins inside a line, and its prefix; npos if there is none. */
 std::size_t RecordSplitter::findInside(std::string_view line, const Prefix& outer)
 {
-    if (!prefix.hasDate() && !hasTitle(line, HEADING_TITLE)) {
+    if (!prefix.hasDate() && !hasTitle(line, log::STREAM_HEADER_TITLE)) {
         return std::string_view::npos;
     }
     // The name of a process may contain blanks, and so may have swallowed the date of the next record.
@@ -225,8 +220,8 @@ void RecordSplitter::continueRecord(std::size_t begin, std::string_view line)
         beginRecord(begin, Fields(), false);
     }
     unsigned int mask = 0;
-    if (inHeading && beginsWith(line, HEADING_LABEL)
-        && readShownMask(line.substr(HEADING_LABEL.size()), mask)) {
+    if (inHeading && beginsWith(line, HEADER_LABEL)
+        && readShownMask(line.substr(HEADER_LABEL.size()), mask)) {
         prefix.setMask(mask);
     }
 }

@@ -12,6 +12,7 @@
 #include <dalnim/log/src/LineText.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
+#include <dalnim/log/src/StreamHeader.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrack.hpp>
@@ -27,8 +28,6 @@
 namespace com::kor::dal::nim::log {
 
 namespace {
-
-constexpr char CONFIGURATION[] = "Log Configuration:";
 
 /** Adds the text of a record. What is escaped is trimmed first: white space at its end is left out, as ever.
  */
@@ -251,7 +250,7 @@ void Write::streamHeader() const
 {
     // Opened first: the configuration names it.
     logFile->open();
-    if (isDefault() && !writeHeader(CONFIGURATION, Severity_INFO)) {
+    if (isDefault() && !writeHeader(STREAM_HEADER_TITLE, Severity_INFO)) {
         revertStreamHeader(errno);
     }
     streamHeaderDone = true;
@@ -268,7 +267,7 @@ void Write::revertStreamHeader(int error) const
     if (!logFile->revertStream()) {
         throw sys::system_error(error, complaint + sys::sys_err_string(error));
     }
-    if (!writeHeader(complaint + sys::sys_err_string(error) + "; " + CONFIGURATION, Severity_ERROR)) {
+    if (!writeHeader(complaint + sys::sys_err_string(error) + "; " + STREAM_HEADER_TITLE, Severity_ERROR)) {
         const int secondError = errno;
         throw sys::system_error(secondError, complaint + sys::sys_err_string(secondError));
     }
@@ -290,20 +289,18 @@ std::ostream& Write::writeLogConfig(std::ostream& os) const
 {
     String path;
     logFile->getCurrentPath(path, false);
-    os << "\tOutputPath:   \"" << path << '"' << std::endl;
-    os << "\tOutputMask:   ";
-    writeOutputMask(os, getOutputMask()) << std::endl;
+    os << STREAM_HEADER_OUTPUT_PATH << '"' << path << '"' << std::endl;
+    writeOutputMask(os << STREAM_HEADER_OUTPUT_MASK, getOutputMask()) << std::endl;
     if (severity.mask() != 0) {
-        os << "\tSeverityMask: ";
-        writeSeverityMask(os, severity.mask()) << std::endl;
+        writeSeverityMask(os << STREAM_HEADER_SEVERITY_MASK, severity.mask()) << std::endl;
     } else {
-        os << "\tSeverityMin:  " << getSeverityName(severity.minimum()) << std::endl;
+        os << STREAM_HEADER_SEVERITY_MIN << getSeverityName(severity.minimum()) << std::endl;
     }
     const std::list<String>& filter = modules->getModulesRequested();
     if (filter.empty()) {
-        os << "\tModuleFilter: *" << std::endl;
+        os << STREAM_HEADER_MODULE_FILTER << " *" << std::endl;
     } else {
-        os << "\tModuleFilter:" << std::endl;
+        os << STREAM_HEADER_MODULE_FILTER << std::endl;
         for (const String& entry : filter) {
             os << '\t' << entry << std::endl;
         }
@@ -316,7 +313,7 @@ std::ostream& Write::writeLogMessage(std::ostream& os, const String& msg, Severi
     return os << getDateTime(std::time(nullptr)) << SEPARATOR << sys::System::hostname() << SEPARATOR
               << getProcessName() << SEPARATOR << std::to_string(getProcessId()) << SEPARATOR
               << std::to_string(sys::System::threadId()) << SEPARATOR << INTERNAL_LOG_MODULE.getName()
-              << SEPARATOR << getSeverityName(sev) << SEPARATOR << "Write:" << SEPARATOR << msg << std::endl;
+              << SEPARATOR << getSeverityName(sev) << STREAM_HEADER_TERMINATOR << msg << std::endl;
 }
 
 }

@@ -8,6 +8,7 @@
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/log/src/SettingsText.hpp>
+#include <dalnim/log/src/StreamHeader.hpp>
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <qv/pmx/src/perturb.hpp>
@@ -50,7 +51,7 @@ Severity lowestSeverity(unsigned int mask)
 template <class Name>
 std::ostream& writeMask(std::ostream& os, unsigned int shown, unsigned int named, Name name)
 {
-    os << "0x" << std::hex << shown << std::dec << " [";
+    os << SHOWN_MASK_NUMBER << std::hex << shown << std::dec << SHOWN_MASK_NAMES;
     const char* comma = "";
     for (unsigned int bit = 0; named >> bit != 0; ++bit) {
         if ((named >> bit & 1U) != 0) {
@@ -85,7 +86,7 @@ void Write::reportChange(unsigned int line, const char* setting, Writer writeOld
     // Not a stream of its own: see SpareHeaders.
     Statement statement(INTERNAL_LOG_MODULE, Severity_INFO);
     Header& report = statement.header(REPORT_SOURCE, line);
-    report.os() << "Changing logging setting: " << setting << std::endl;
+    report.os() << CHANGE_REPORT_TITLE << setting << std::endl;
     writeOldAndNew(report.os());
     report.requireWhole();
     log(INTERNAL_LOG_MODULE, report, true);
@@ -96,7 +97,7 @@ void Write::reportOldAndNew(unsigned int line, const char* setting, const Value&
                             const Value& newValue)
 {
     reportChange(line, setting, [&](std::ostream& os) {
-        os << "\told: " << oldValue << std::endl << "\tnew: " << newValue;
+        os << CHANGE_REPORT_OLD_VALUE << oldValue << std::endl << CHANGE_REPORT_NEW_VALUE << newValue;
     });
 }
 
@@ -285,9 +286,9 @@ void Write::setOutputMask(unsigned int newMask)
     }
     outputMask.store(newMask, std::memory_order_relaxed);
     holder.release(true);
-    reportChange(__LINE__, "OutputMask", [old, newMask](std::ostream& os) {
-        writeOutputMask(os << "\told: ", old) << std::endl;
-        writeOutputMask(os << "\tnew: ", newMask);
+    reportChange(__LINE__, OUTPUT_MASK_SETTING, [old, newMask](std::ostream& os) {
+        writeOutputMask(os << CHANGE_REPORT_OLD_VALUE, old) << std::endl;
+        writeOutputMask(os << CHANGE_REPORT_NEW_VALUE, newMask);
     });
 }
 
@@ -351,8 +352,8 @@ void Write::setSeverityMask(Severity severityId, bool on)
     severity.set(newMask, newMinimum);
     holder.release(true);
     reportChange(__LINE__, "SeverityMask", [oldMask, newMask](std::ostream& os) {
-        writeSeverityMask(os << "\told: ", oldMask) << std::endl;
-        writeSeverityMask(os << "\tnew: ", newMask);
+        writeSeverityMask(os << CHANGE_REPORT_OLD_VALUE, oldMask) << std::endl;
+        writeSeverityMask(os << CHANGE_REPORT_NEW_VALUE, newMask);
     });
 }
 
@@ -385,8 +386,8 @@ void Write::setSeverityMask(const SeverityColl& severities, bool on)
     holder.release(true);
     const unsigned int shownMask = newMask != 0 ? newMask : severityBit(Severity_NONE);
     reportChange(__LINE__, "SeverityMask", [oldMask, shownMask](std::ostream& os) {
-        writeSeverityMask(os << "\told: ", oldMask) << std::endl;
-        writeSeverityMask(os << "\tnew: ", shownMask);
+        writeSeverityMask(os << CHANGE_REPORT_OLD_VALUE, oldMask) << std::endl;
+        writeSeverityMask(os << CHANGE_REPORT_NEW_VALUE, shownMask);
     });
 }
 
@@ -510,7 +511,7 @@ void Write::getSeverityMask(SeverityMaskData& data, unsigned int mask)
 std::ostream& Write::writeOutputMask(std::ostream& os, unsigned int mask)
 {
     if (mask == Mask_NONE) {
-        return os << "0x0 [NONE]";
+        return os << SHOWN_MASK_NUMBER << '0' << SHOWN_MASK_NAMES << getOutputName(mask) << ']';
     }
     return writeMask(os, mask, mask, [](unsigned int bit) { return getOutputName(1U << bit); });
 }
