@@ -15,54 +15,58 @@ class Properties;
 
 namespace com::kor::dal::nim::log {
 
-/** The interface through which a logger is configured. The operations' meaning is told at Write. */
+/**
+ * The interface through which a logger is configured. The settings are documented here, as Write implements
+ * them.
+ *
+ * Any thread may call any operation. A setter that rejects its argument changes nothing. On the default
+ * logger, each setter that changes something logs a report at INFO, whatever the severity settings are; other
+ * loggers change without a report. If the report cannot be logged, the setter throws, and the new value is in
+ * effect.
+ */
 class DALNIM_API Control
 {
 public:
     static constexpr const char CLASS_NAME[] = "Control";
 
-    // The last part of the configuration keys, behind "com.kor.dal.nim.log.Control.".
-    /** The directory of the log file. */
+    // The last part of each configuration key, which follows "com.kor.dal.nim.log.Control.".
+    /** Directory of the log file; setPath(). */
     static constexpr const char TAG_OUTPUT_DIRECTORY[] = "directory";
-    /** The name of the log file, where the last `<date>` becomes the date in UTC; with a slash, its path. */
+    /** Name of the log file, whose last `<date>` is replaced by the date in UTC. With a slash: its path. */
     static constexpr const char TAG_OUTPUT_FILE[] = "file";
-    /** A stream of setStream(const String&); goes ahead of a file. */
+    /** Name of a stream; setStream(const String&). Takes precedence over a file. */
     static constexpr const char TAG_OUTPUT_STREAM[] = "stream";
-    /** The threshold, by the name of a severity. */
+    /** Threshold, as the name of a severity; setSeverity(). */
     static constexpr const char TAG_SEVERITY_ID[] = "severity.id";
-    /** The severities of the mask, by name and separated by white space. */
+    /** Severities of the mask, as names separated by white space. Takes precedence over a threshold. */
     static constexpr const char TAG_SEVERITY_MASK[] = "severity.mask";
-    /** The fields of a prefix, by name and separated by white space. */
+    /** Fields of a prefix, as names separated by white space; setOutputMask(). */
     static constexpr const char TAG_OUTPUT_MASK[] = "output.mask";
-    /** Entries for the module filter, separated by white space. */
+    /** Entries of the module filter, separated by white space; setModuleFilter(). */
     static constexpr const char TAG_MODULE_LIST[] = "modules";
-    /** "true" in any case of letters declares remote control as allowed, all else as refused. */
+    /** Whether remote control is allowed: "true" (ignoring case), or else false; allowRemoteControl(). */
     static constexpr const char TAG_ALLOW_REMOTE[] = "remote.enable";
-    /** "true" in any case of letters is local time, all else UTC. */
+    /** Whether records carry local time: "true" (ignoring case), or else UTC; setLocaltime(). */
     static constexpr const char TAG_RECORD_LOCAL_TIME[] = "localtime";
-    /** The size of a file at which it is rotated, in bytes; 0 for none. */
+    /** Size of the log file, in bytes, at which it is rotated; setMaxFileSize(). */
     static constexpr const char TAG_MAX_FILE_SIZE[] = "maxFileSize";
-    /** How many old files are kept; 0 for all. */
+    /** Maximum number of rotated files; setMaxNumberOfFiles(). */
     static constexpr const char TAG_MAX_NUMBER_OF_FILES[] = "maxNumberOfFiles";
-    /**
-     * "true" in any case of letters lets statements fall back to standard error if the file cannot be opened,
-     * all else lets them throw.
-     */
+    /** Whether statements fall back to standard error: "true" (ignoring case), or else they throw. */
     static constexpr const char TAG_FALLBACK[] = "fallback.enable";
-    /** The permissions of new files in octal, such as 0640. */
+    /** Permissions of new log files, in octal, such as 0640; setFileMode(). */
     static constexpr const char TAG_FILE_MODE[] = "file.mode";
-    /** "true" in any case of letters escapes control characters in records, all else writes them as they are.
-     */
+    /** Whether control characters are escaped: "true" (ignoring case), or else false; setEscapeControls(). */
     static constexpr const char TAG_ESCAPE_CONTROLS[] = "escape.enable";
 
-    /** The file mode that means no setting: new files have the permissions that the umask leaves. */
+    /** The file mode without a setting: new files have the permissions that the umask leaves. */
     static constexpr unsigned int MODE_OF_UMASK = ~0U;
 
-    // Written directly, these are to be set before other threads start; setOutputMaskDefault() and
+    // May be written directly only before other threads start. setOutputMaskDefault() and
     // setSeverityDefault() may be called at any time.
-    /** What a logger that is made from now on starts with; Mask_ALL at load. */
+    /** Output mask of new loggers; Mask_ALL when the library is loaded. */
     static unsigned int DEFAULT_MASK;
-    /** The threshold of a logger that is made from now on; NOTICE at load. */
+    /** Threshold of new loggers; NOTICE when the library is loaded. */
     static Severity DEFAULT_SEVERITY;
 
     /** A list of severities. */
@@ -70,166 +74,266 @@ public:
     /** A list of names. */
     typedef std::vector<String> StringColl;
 
-    /** A setting of a configuration that a logger does not accept. */
+    /** A setting in a configuration that a logger does not accept. */
     struct BadSetting
     {
-        /** The whole key. */
+        /** The full key. */
         String key;
-        /** The value as the configuration has it. */
+        /** The value in the configuration. */
         String value;
-        /** What is wrong with it, and what is allowed, such as "must be true or false". */
+        /** What is wrong with the value, and which values are allowed, such as "must be true or false". */
         String reason;
     };
 
     virtual ~Control() = 0;
 
     /**
-     * Takes the settings of "com.kor.dal.nim.log.Control.*" in a table; a bad one raises what its setter
-     * raises.
+     * Applies the settings "com.kor.dal.nim.log.Control.*" of a table by their setters, one after the other:
+     * other threads see the steps. A setting whose key is absent or has an empty value does not change; but
+     * without any output setting the output is standard error. Unknown keys are ignored. See reconfigure()
+     * for a strict form.
+     *
+     * @param opts  the table
+     * @throws std::exception  any exception of the setters. The settings before the bad one are in effect.
      */
     virtual void setConfiguration(const io::Properties& opts) = 0;
-    /** What allowRemoteControl() has stored last; false at first. */
+    /** Returns the value that allowRemoteControl() stored last; false initially. */
     virtual bool remoteControlAllowed() const = 0;
     /**
-     * Declares whether remote administration is welcome, for whoever offers it; gives the old declaration.
+     * Declares whether remote administration may change the settings. The library stores this for a component
+     * that offers remote administration, and does not use it.
+     *
+     * @param allow  the new declaration
+     * @return the previous declaration
      */
     virtual bool allowRemoteControl(bool allow) = 0;
-    /** The path of the file that records go to; empty when they go elsewhere. */
+    /** Returns the path of the log file; empty if the output is a stream. */
     virtual const String getPath() const = 0;
-    /** Sends records to a file, opened by the next one; to standard error with an empty path. */
+    /**
+     * Directs the output to a file, which the next record opens. Has no effect if the path is the current
+     * one; see reopen().
+     *
+     * @param path  the path of the file. If it is empty, the output is standard error.
+     */
     virtual void setPath(const String& path) = 0;
     /**
-     * Sends records to a stream that goes by a name. Throws `std::out_of_range` for a name that means none.
+     * Directs the output to a standard stream, or to the log file of another logger.
+     *
+     * @param stream  "STDERR", "STDOUT" or "STDLOG"; or "CIMOM" to share the file of the logger to which the
+     * registered module "com_kor_dal_nim_log_module_CIMOM" belongs. The file settings of this logger do not
+     * apply to a shared file.
+     * @throws std::out_of_range  "Illegal output stream name"
+     * @throws std::invalid_argument  "CIMOM stream is not available"
      */
     virtual void setStream(const String& stream) = 0;
-    /** The fields of a record's prefix: Mask values, combined. */
+    /** Returns the fields of a record's prefix, as a combination of Mask values. */
     virtual unsigned int getOutputMask() const = 0;
-    /** Selects the fields of a record's prefix. Throws `std::out_of_range` for a bit that means none. */
-    virtual void setOutputMask(unsigned int newMask) = 0;
-    /** The threshold, or the lowest severity of the mask that is in force in its place. */
-    virtual Severity getSeverity() const = 0;
-    /** Makes this the threshold, and ends a mask. Throws `std::out_of_range`, "Illegal Severity". */
-    virtual void setSeverity(Severity newSev) = 0;
-    /** Replaces the list by the severities of the mask; by NONE alone while no mask is in force. */
-    virtual void getSeverityMask(SeverityColl& severities) const = 0;
-    /** The same, by name. */
-    virtual void getSeverityMask(StringColl& severities) const = 0;
-    /** Adds a severity to the mask, or takes it out. Throws `std::out_of_range`, "Illegal Severity". */
-    virtual void setSeverityMask(Severity severityId, bool on) = 0;
-    /** Adds several severities to the mask, or, with `on` false, keeps none but these. */
-    virtual void setSeverityMask(const SeverityColl& severities, bool on) = 0;
-    /** The same by name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
-    virtual void setSeverityMask(const StringColl& severities, bool on) = 0;
-    /** Whether records carry local time rather than UTC. */
-    virtual bool getLocaltime() const = 0;
-    /** Selects local time or UTC; gives the old setting. */
-    virtual bool setLocaltime(bool on) = 0;
     /**
-     * Replaces the list by the entries of the module filter, in their order; none when no filter is in force.
+     * Selects the fields of a record's prefix.
+     *
+     * @param newMask  a combination of Mask values
+     * @throws std::out_of_range  "Illegal Output Mask" if `newMask` exceeds Mask_ALL (1023)
      */
+    virtual void setOutputMask(unsigned int newMask) = 0;
+    /** Returns the threshold, or the lowest severity of the severity mask if there is one. */
+    virtual Severity getSeverity() const = 0;
+    /**
+     * Sets the threshold, and removes the severity mask.
+     *
+     * @param newSev  the lowest severity whose records pass; NONE lets all pass
+     * @throws std::out_of_range  "Illegal Severity"
+     */
+    virtual void setSeverity(Severity newSev) = 0;
+    /** Replaces the contents of the list by the severities of the mask, or by NONE if there is no mask. */
+    virtual void getSeverityMask(SeverityColl& severities) const = 0;
+    /** Replaces the contents of the list by the names of the severities of the mask, or by NONE if there is
+     * no mask. */
+    virtual void getSeverityMask(StringColl& severities) const = 0;
+    /**
+     * Adds a severity to the severity mask, or removes it. While there is a mask, exactly its severities
+     * pass, and the threshold does not apply. If the last severity is removed from a mask, all records pass.
+     * Removing NONE removes the mask and restores the default threshold; adding NONE does not change a mask.
+     *
+     * @param severityId  the severity
+     * @param on          true to add it, false to remove it
+     * @throws std::out_of_range  "Illegal Severity"
+     */
+    virtual void setSeverityMask(Severity severityId, bool on) = 0;
+    /**
+     * Adds several severities to the severity mask, or removes all others from it. A list of one severity has
+     * the effect of setSeverityMask(Severity, bool), which removes this one instead; an empty list has no
+     * effect.
+     *
+     * @param severities  the severities
+     * @param on          true to add them, false to remove all others
+     * @throws std::out_of_range  "Illegal Severity"
+     */
+    virtual void setSeverityMask(const SeverityColl& severities, bool on) = 0;
+    /**
+     * Like the overload for severities, by name.
+     *
+     * @param severities  the names
+     * @param on          true to add them, false to remove all others
+     * @throws std::out_of_range  "Unrecognized NIM Log Severity"
+     */
+    virtual void setSeverityMask(const StringColl& severities, bool on) = 0;
+    /** Returns true if records carry local time, false if they carry UTC. */
+    virtual bool getLocaltime() const = 0;
+    /**
+     * Selects local time or UTC, for all loggers of the process.
+     *
+     * @param on  true for local time
+     * @return the previous setting
+     */
+    virtual bool setLocaltime(bool on) = 0;
+    /** Replaces the contents of the list by the entries of the module filter, in order; none if there is no
+     * filter. */
     virtual void getModuleFilter(StringColl& modules) const = 0;
     /**
-     * Adds an entry to the module filter: a name, or its beginning and "*"; or removes the first that
-     * matches.
+     * Changes the module filter, which selects the modules whose records pass up to WARNING. Without entries
+     * all modules pass. A report is logged even if nothing changes.
+     *
+     * @param module  with `on`: the entry to add, a name or the beginning of names followed by "*"; an empty
+     * one is not added. Without `on`: the first entry that matches this name is removed; an empty one removes
+     * all.
+     * @param on      true to add an entry, false to remove one
      */
     virtual void setModuleFilter(const String& module, bool on) = 0;
-    /** 0 for a logger that knows no limit. */
+    /** Returns the size at which the log file is rotated, in bytes; 0 without a limit, or if the logger has
+     * no files. */
     virtual std::size_t getMaxFileSize() const;
-    /** Ignored by a logger that knows no limit. */
+    /**
+     * Sets the size at which the log file is rotated: renamed to its path followed by ".0", and replaced by a
+     * new file. The size is checked after each record, so a file may exceed it by one record. Has no effect
+     * on a shared file, or if the logger has no files.
+     *
+     * @param size  in bytes; 0 for no limit
+     */
     virtual void setMaxFileSize(std::size_t size);
-    /** 0 for a logger that knows no limit. */
+    /** Returns the maximum number of rotated files; 0 without a limit, or if the logger has no files. */
     virtual std::size_t getMaxNumberOfFiles() const;
-    /** Ignored by a logger that knows no limit. */
+    /**
+     * Sets the maximum number of rotated files, and immediately deletes any excess files. Has no effect on a
+     * shared file, or if the logger has no files.
+     *
+     * @param number  0 for no limit
+     */
     virtual void setMaxNumberOfFiles(std::size_t number);
-    /** Replaces the list by the names of the modules that are registered. */
+    /** Replaces the contents of the list by the names of all registered modules, in the order of
+     * registration. */
     virtual void getModulesRegisteredDynamic(StringColl& modules) const = 0;
-    /** The same list. */
+    /** Does the same as getModulesRegisteredDynamic(). */
     virtual void getModulesRegisteredStatic(StringColl& modules) const = 0;
 
-    /** setSeverity() by name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
+    /** Like setSeverity(Severity), by name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
     void setSeverity(const String& name);
-    /** setSeverityMask() by name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
+    /** Like setSeverityMask(Severity, bool), by name. Throws `std::out_of_range`, "Unrecognized NIM Log
+     * Severity". */
     void setSeverityMask(const String& name, bool enable);
 
     /**
-     * Checks the settings of "com.kor.dal.nim.log.Control.*" in a table as reconfigure() does, for a process
-     * in this working directory. Changes nothing, and creates no file. Returns the bad ones in the order of
-     * their keys; none if all are good. Whether a stream "CIMOM" is available is not checked.
+     * Checks the settings "com.kor.dal.nim.log.Control.*" of a table as reconfigure() does, for a process in
+     * the current working directory. Changes nothing and creates no file. Does not check whether the stream
+     * "CIMOM" is available.
+     *
+     * @param opts  the table
+     * @return the bad settings, in the order of their keys
      */
     static std::vector<BadSetting> checkConfiguration(const io::Properties& opts);
     /**
-     * Replaces all settings by those of "com.kor.dal.nim.log.Control.*" in a table, or none of them. A
-     * setting that the table does not have, or that is empty, goes back to its default: the output to
-     * standard error, the threshold and the fields to getSeverityDefault() and getOutputMaskDefault(). The
-     * values are those of setConfiguration(), but strict: what that ignores or takes in part, such as "10 MB"
-     * as 10 bytes, is bad, as are keys that do not exist and files that cannot be opened. maxFileSize may end
-     * in a unit: k, M, G, KiB, MiB or GiB.
+     * Replaces all settings by the settings "com.kor.dal.nim.log.Control.*" of a table, or changes nothing.
      *
-     * No record is written between the first change and the last. A file that is open already stays open;
-     * another one is opened before anything changes. The changes are reported in the log of the default
-     * logger by one record at INFO, whatever the severity settings are; a failure of that report reaches the
-     * caller after the changes.
+     * A setting whose key is absent or has an empty value returns to its default: the output to standard
+     * error, the threshold and the fields to getSeverityDefault() and getOutputMaskDefault(). Values are
+     * those of setConfiguration(), but checked strictly: a value that setConfiguration() ignores or reads in
+     * part ("10 MB" as 10 bytes) is bad, as are unknown keys and files that cannot be opened. maxFileSize may
+     * end in a unit: k, M, G, KiB, MiB or GiB.
      *
-     * Throws `std::invalid_argument`, "Bad log configuration: ...", with each bad key, its value (escaped as
-     * by setEscapeControls()) and what is allowed, and `std::bad_cast` if this logger is not a Write. Then
-     * nothing has changed.
+     * No record is written between the first change and the last. If the file is already open, it stays open;
+     * a different file is opened before anything changes. The default logger reports all changes by one
+     * record.
+     *
+     * @param opts  the table
+     * @throws std::invalid_argument  "Bad log configuration: ...", with each bad key, its value (escaped as
+     * by setEscapeControls()) and the values that are allowed. Nothing has changed.
+     * @throws std::bad_cast  if this logger is not a Write. Nothing has changed.
      */
     void reconfigure(const io::Properties& opts);
     /**
-     * Opens the file of the log again by its path, for a file that was renamed from outside. Each record is
-     * written either to the old file or to the new one. On the default logger the new one begins with the
-     * configuration. Returns false, and does nothing, if the output is not a file of this logger's own.
-     * Throws sys::system_error if the file cannot be opened, and `std::bad_cast` if this logger is not a
-     * Write: the old file is still in use then.
+     * Opens the log file again by its path, for a file that another program has renamed. Each record is
+     * written either to the old file or to the new one. On the default logger the new file begins with a
+     * stream header.
+     *
+     * @return false if the output is not a file of this logger's own. Nothing has changed.
+     * @throws sys::system_error  if the file cannot be opened. The old file remains in use.
+     * @throws std::bad_cast  if this logger is not a Write
      */
     bool reopen();
 
-    // Settings of a Write. On any other logger the setters throw `std::bad_cast`, and the getters return what
-    // is in effect without a setting.
+    // Settings of a Write. For any other logger the setters throw `std::bad_cast`, and the getters return the
+    // value that applies without a setting.
 
-    /** Whether records are written with their control characters escaped; false at first. */
+    /** Returns true if control characters in records are escaped; false initially. */
     bool getEscapeControls() const;
     /**
-     * Selects whether control characters in the text of records, which includes that of exceptions, and in
-     * names of modules are escaped: bytes 0 to 31 but tab, and 127, are written as `\a \b \f \n \r \v` where
-     * C has such a name, otherwise as `\xNN` with two lower-case digits, and a backslash as `\\`. Each record
-     * is one line then, and cannot be mistaken for two. Returns the old setting.
+     * Selects whether control characters are escaped in the text of records, including that of exceptions,
+     * and in the names of modules. Bytes 0 to 31 except tab, and 127, are written as `\a \b \f \n \r \v` if C
+     * has such a name, otherwise as `\xNN` with two lower-case digits; a backslash is written as `\\`. Each
+     * record is then a single line and cannot be mistaken for two.
+     *
+     * @param on  true to escape them
+     * @return the previous setting
      */
     bool setEscapeControls(bool on);
 
-    /** The permissions of new log files; MODE_OF_UMASK at first. */
+    /** Returns the permissions of new log files; MODE_OF_UMASK initially. */
     unsigned int getFileMode() const;
     /**
-     * Sets the permissions of log files that are created from now on, whatever the umask is: 0640, for
-     * example, or MODE_OF_UMASK. Existing files keep theirs. Throws `std::out_of_range`, "Illegal File Mode",
-     * for a mode above 0777 or one that does not let the owner write.
+     * Sets the permissions of log files that are created afterwards, regardless of the umask. Existing files
+     * are not changed.
+     *
+     * @param mode  0640, for example, or MODE_OF_UMASK
+     * @throws std::out_of_range  "Illegal File Mode" if `mode` exceeds 0777 or does not let the owner write
      */
     void setFileMode(unsigned int mode);
 
-    /** Whether statements fall back to standard error if the file cannot be opened; false at first. */
+    /** Returns true if statements fall back to standard error if the log file cannot be opened; false
+     * initially. */
     bool getFallback() const;
     /**
-     * Selects what a statement does if the file of the log cannot be opened: with false it throws; with true
-     * it writes its record to standard error after an error message, as if the file had rejected the record.
-     * Returns the old setting.
+     * Selects what a statement does if the log file cannot be opened.
+     *
+     * @param on  true to write the record to standard error after an error message, as if the file had
+     * rejected the record; false to throw
+     * @return the previous setting
      */
     bool setFallback(bool on);
 
     /**
-     * Returns how many log statements were refused because they were made in a signal handler that had
-     * interrupted another log statement of its thread. 0 for a logger that is no Write. Any thread may call
-     * this, also in a signal handler.
+     * Returns the number of log statements that were rejected because they ran in a signal handler that had
+     * interrupted another log statement of the same thread; 0 for a logger that is not a Write. May be called
+     * in a signal handler.
      */
     std::uint64_t getRefusedStatements() const noexcept;
 
-    // The defaults are guarded by the library's InitLock.
-    /** What a logger that is made from now on starts with as its output mask. */
+    // Guarded by InitLock.
+    /** Returns the output mask of new loggers. */
     static unsigned int getOutputMaskDefault();
-    /** What a logger that is made from now on starts with as its threshold. */
+    /** Returns the threshold of new loggers. */
     static Severity getSeverityDefault();
-    /** Throws `std::out_of_range`, "Illegal Mask", above 512: most combined masks are refused here. */
+    /**
+     * Sets the output mask of new loggers.
+     *
+     * @param mask  at most 512: most combinations of fields are rejected
+     * @throws std::out_of_range  "Illegal Mask"
+     */
     static void setOutputMaskDefault(unsigned int mask);
-    /** Throws `std::out_of_range`, "Illegal Severity". */
+    /**
+     * Sets the threshold of new loggers.
+     *
+     * @param severity  the threshold
+     * @throws std::out_of_range  "Illegal Severity"
+     */
     static void setSeverityDefault(Severity severity);
 
     Control(const Control&) = delete;
