@@ -56,63 +56,37 @@ public:
     /** Forgets a module; call it before a registered module is destroyed. */
     virtual void unregisterModule(const Module& module);
 
-    // The settings.
+    // The settings, which are documented at Control.
     using Control::setSeverity;
     using Control::setSeverityMask;
 
-    /**
-     * Takes the settings of "com.kor.dal.nim.log.Control.*", each of which stays as it is when it
-     * is missing or empty, except that no output at all means standard error. Bad values raise what
-     * the setters raise; the settings before them are in force then. Not one step to other threads.
-     */
     void setConfiguration(const io::Properties& opts) override;
 
     bool remoteControlAllowed() const override;
-    /** Stores a declaration for whoever offers remote administration; gives the old one. */
     bool allowRemoteControl(bool allow) override;
 
     const String getPath() const override;
-    /** Logs to a file, opened by the next record. An empty path means standard error. */
     void setPath(const String& path) override;
-    /**
-     * Logs to "STDERR", "STDOUT" or "STDLOG": throws `std::out_of_range`, "Illegal output stream
-     * name", for others; or shares the file of the logger behind the module
-     * "com_kor_dal_nim_log_module_CIMOM" under the name "CIMOM": throws `std::invalid_argument`,
-     * "CIMOM stream is not available". The settings of files do not apply to a shared one.
-     */
     void setStream(const String& stream) override;
-    /** Logs to a stream of the caller's, without a report. Throws as LogFile::setStream. */
+    /** Directs the output to a stream of the caller's, without a report. Throws the exceptions of
+     * LogFile::setStream(). */
     void setStream(std::ios& stream) override;
 
     unsigned int getOutputMask() const override;
-    /** Throws `std::out_of_range`, "Illegal Output Mask", above 1023. */
     void setOutputMask(unsigned int newMask) override;
 
     Severity getSeverity() const override;
-    /** Makes this the threshold and ends a mask. Throws `std::out_of_range`, "Illegal Severity". */
     void setSeverity(Severity newSev) override;
-    /** The severities of the mask; NONE alone while no mask is in force. */
     void getSeverityMask(SeverityColl& severities) const override;
     void getSeverityMask(StringColl& severities) const override;
-    /**
-     * Adds a severity to the mask, or takes it out. A mask that loses its last bit lets everything
-     * through; NONE with false goes back to the default threshold. Throws `std::out_of_range`,
-     * "Illegal Severity".
-     */
     void setSeverityMask(Severity severityId, bool on) override;
-    /**
-     * Adds several severities, or, with `on` false, keeps none but these. One severity alone counts
-     * as a call of the form above.
-     */
     void setSeverityMask(const SeverityColl& severities, bool on) override;
     void setSeverityMask(const StringColl& severities, bool on) override;
 
     bool getLocaltime() const override;
-    /** For all loggers of the process; gives the old setting. */
     bool setLocaltime(bool on) override;
 
     void getModuleFilter(StringColl& modules) const override;
-    /** Adds a name or pattern to the filter, or removes the first that matches; all for "". */
     void setModuleFilter(const String& module, bool on) override;
 
     std::size_t getMaxFileSize() const override;
@@ -120,9 +94,7 @@ public:
     std::size_t getMaxNumberOfFiles() const override;
     void setMaxNumberOfFiles(std::size_t number) override;
 
-    /** The names of all registered modules, in order, dynamic or not. */
     void getModulesRegisteredDynamic(StringColl& modules) const override;
-    /** The same list. */
     void getModulesRegisteredStatic(StringColl& modules) const override;
 
 protected:
