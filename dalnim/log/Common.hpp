@@ -3,7 +3,7 @@
 
 /**
  * @file
- * The vocabulary of the log: severities, the fields of a prefix, the default logger.
+ * The vocabulary of the log: severities, the fields of a record's prefix, the default logger.
  */
 
 #include <dalnim/Primitives.hpp>
@@ -18,7 +18,7 @@ class Control;
 class Log;
 class Module;
 
-/** How serious a record is: a higher value is more serious. As a threshold, NONE passes everything. */
+/** Severity of a record; a higher value is more serious. As a threshold, NONE lets all records pass. */
 enum Severity : std::int32_t {
     Severity_MIN = 0,
     Severity_NONE = 0,
@@ -38,7 +38,7 @@ enum Mask : std::uint32_t {
     Mask_MIN = 0,
     Mask_NONE = 0,
     Mask_DATETIME = 1,
-    /** Named, stored and displayed; it selects no field. */
+    /** Has a name, is stored and displayed, and selects no field. */
     Mask_TIMEZONE = 2,
     Mask_SEVERITY = 4,
     Mask_HOSTNAME = 8,
@@ -48,67 +48,81 @@ enum Mask : std::uint32_t {
     Mask_MODULENAME = 128,
     Mask_SOURCEFILE = 256,
     Mask_LINENUMBER = 512,
-    /** One above the highest single bit, not a mask of all bits. */
+    /** One more than the highest single bit; not a mask of all bits. */
     Mask_MAX = 513,
     Mask_ALL = 1023
 };
 
-/** A standard stream under the name that a configuration gives it. */
+/** A standard stream and its name in configurations. */
 struct LogStreamRec
 {
-    /** As a configuration names it, such as "STDERR". */
+    /** Name in configurations, such as "STDERR". */
     const char* name;
-    /** The stream of the standard library; never null, and never owned. */
+    /** The stream of the C++ library; not owned, never null. */
     std::ostream* addr;
 };
 
-/** How many standard streams there are. */
+/** Number of standard streams. */
 constexpr unsigned int NUM_STD_LOG_STREAMS = 3;
-/** "STDERR", "STDOUT", "STDLOG". The first is where records go when nothing else takes them. */
+/** "STDERR", "STDOUT", "STDLOG". Records that no other output accepts are written to the first. */
 extern DALNIM_API const LogStreamRec STD_LOG_STREAMS[NUM_STD_LOG_STREAMS];
 
-/** Stands between two fields of a prefix: one blank. */
+/** Separates two fields of a prefix: one space. */
 extern DALNIM_API const char SEPARATOR[];
 /** Ends a prefix: " : ". */
 extern DALNIM_API const char TERMINATOR[];
 
-/** Whether records carry local time; false is UTC. One setting for all loggers of the process. */
+/** Whether records carry local time; false for UTC. Applies to all loggers of the process. */
 extern DALNIM_API volatile bool LOG_LOCALTIME;
 
-/** The name of a severity. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
+/** Returns the name of a severity. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
 DALNIM_API String getSeverityName(Severity severity);
-/** The severity of that exact name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
+/**
+ * Returns the severity with exactly this name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity".
+ */
 DALNIM_API Severity getSeverityId(const String& name);
-/** The name of 0 or of a single bit. Throws `std::out_of_range`, "Unrecognized NIM Log Output Mask Bit". */
+/**
+ * Returns the name of a single bit of Mask, or of Mask_NONE. Throws `std::out_of_range`, "Unrecognized NIM
+ * Log Output Mask Bit".
+ */
 DALNIM_API String getOutputName(unsigned int outputMaskBit);
-/** The bit of that exact name. Throws `std::out_of_range`, "Unrecognized NIM Log Output Mask Bit". */
+/**
+ * Returns the bit of Mask with exactly this name. Throws `std::out_of_range`, "Unrecognized NIM Log Output
+ * Mask Bit".
+ */
 DALNIM_API unsigned int getOutputBit(const String& name);
 
-/** Decimal text; a negative number shows as its unsigned 32-bit value. */
+/** Returns the number in decimal; a negative number as its unsigned 32-bit value. */
 DALNIM_API String toString(int number);
 
 /**
- * The date and time of a record, such as "Sat Nov 14 15:05:20 UTC 2026". The time 0 stands for now.
- * Throws sys::system_error 38 when the time cannot be broken down.
+ * Returns the date and time as in a record, such as "Sat Nov 14 15:05:20 UTC 2026".
+ *
+ * @param t  seconds since the epoch; 0 for the current time
+ * @return the text, in local time or UTC according to LOG_LOCALTIME
+ * @throws sys::system_error  38 if the time cannot be converted to a date
  */
 DALNIM_API String getDateTime(time_t t);
 
-/** The number of this process. */
+/** Returns the process ID. */
 DALNIM_API ProcID_t getProcessId();
-/** The name of the executable, without a directory. */
+/** Returns the file name of the executable, without its directory. */
 DALNIM_API String getProcessName();
 
-/** The default logger, made at the first call whatever the order of static initialisation. */
+/** Returns the default logger. The first call constructs it, in any order of static initialisation. */
 DALNIM_API Log& GET_NIM_LOG_LOGGER_VAR();
 
-/** The logger's own module, "com.kor.dal.nim.log.internal": change reports stand under it. */
+/** The module of the log itself, "com.kor.dal.nim.log.internal". Changed settings are logged under it. */
 extern DALNIM_API Module& INTERNAL_LOG_MODULE;
 
 }
 
-/** The module of log statements that see no other: Module::DEFAULT_INSTANCE, "global". */
+/**
+ * The module of log statements in sources that do not declare one of their own: Module::DEFAULT_INSTANCE,
+ * "global".
+ */
 extern DALNIM_API com::kor::dal::nim::log::Module& com_kor_dal_nim_log_module;
-/** The default logger as its control interface. */
+/** The control interface of the default logger. */
 extern DALNIM_API com::kor::dal::nim::log::Control& com_kor_dal_nim_log_control;
 
 #endif

@@ -10,11 +10,11 @@ class Module;
 }
 
 /**
- * The library's own module, "com.kor.dal.nim": the sources of the library see it, so that their log
- * statements stand under it.
+ * The module of the library, "com.kor.dal.nim". Log statements in the library's sources are logged under it.
  *
- * It is declared apart from everything else. A program that says `using namespace com::kor::dal::nim`
- * would otherwise find two variables of this name, and none of its log statements would compile.
+ * Declared in a header of its own, which only those sources include: with `using namespace
+ * com::kor::dal::nim`, a program would otherwise find two variables of this name, and its log statements
+ * would not compile.
  */
 extern DALNIM_API log::Module& com_kor_dal_nim_log_module;
 

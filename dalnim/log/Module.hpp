@@ -14,11 +14,12 @@ namespace com::kor::dal::nim::log {
 class ModuleRegistration;
 
 /**
- * A named source of log records, and the gate that each log statement passes first.
+ * A named source of log records. Each log statement first asks its module whether its severity is enabled.
  *
- * The gate may be asked from any thread. Making modules takes no lock: it is for start-up, or for
- * callers that serialise themselves. Whoever destroys a module that is registered calls
- * Write::unregisterModule first.
+ * Thread safety: isSeveritySatisfied(), operator+=, getName() and control() may be called by any thread.
+ * Modules are constructed, and getInstance() is called, without a lock: at start-up, or by callers that
+ * serialise these calls. The owner of a registered module must call Write::unregisterModule() before it
+ * destroys the module.
  */
 class DALNIM_API Module
 {
@@ -26,13 +27,15 @@ public:
     static constexpr const char CLASS_NAME[] = "Module";
     /** "global". */
     static const char DEFAULT_NAME[];
-    /** The module of that name, registered with the default logger. It is never destroyed. */
+    /** The module with that name, registered with the default logger. Never destroyed. */
     static Module& DEFAULT_INSTANCE;
 
     /**
-     * Registers itself with `logInst`, which must outlive it, and which may be under construction as long
-     * as isSeveritySatisfied() is not called. A name may be taken already: look-ups then find the first
-     * module of that name.
+     * Registers the module with its logger.
+     *
+     * @param name     the name. If it is in use, lookups find the first module with this name.
+     * @param logInst  the logger; not owned, must outlive the module. It may be under construction until
+     *                 isSeveritySatisfied() is first called.
      */
     Module(const String& name, Log& logInst);
     ~Module();
@@ -40,32 +43,44 @@ public:
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
 
-    /** The registered module of that name, or a new one that the logger owns. */
+    /**
+     * Returns a registered module, or registers a new one, which the logger owns.
+     *
+     * @param name     the name of the module
+     * @param logInst  the logger
+     * @return the first registered module with this name
+     */
     static Module& getInstance(const String& name, Log& logInst);
 
     /**
-     * The gate: whether a statement of this severity may produce a record. The logger decides first;
-     * the module filter silences nothing above WARNING.
+     * Returns true if a statement with this severity is enabled: by the logger, and up to WARNING also by the
+     * module filter. Returns false in a signal handler that interrupted another statement of the same thread,
+     * and increments Control::getRefusedStatements().
      */
     bool isSeveritySatisfied(Severity codedSeverity)
     {
-        // Most statements are refused here, where they stand; what makes a record lies out of the way.
+        // Most statements are disabled and return here, inline.
         return __builtin_expect(loggerGate.load(std::memory_order_relaxed)->passes(codedSeverity), false)
                && isSelected(codedSeverity);
     }
 
     /**
-     * Hands a record to the logger. `header` must be the Header of the statement: throws
-     * `std::invalid_argument`, "Supplied std::ostream is not an NIM Log Header.", otherwise.
+     * Passes a record to the logger.
+     *
+     * @param header  the Header of the statement, which contains the text
+     * @return this module
+     * @throws std::invalid_argument  "Supplied std::ostream is not an NIM Log Header."
+     * @throws std::bad_alloc  if memory ran out while the text was inserted; nothing is written
+     * @throws std::exception  any exception of the logger
      */
     Module& operator+=(std::ostream& header);
 
-    /** The name that it was made with. */
+    /** Returns the name that was passed to the constructor. */
     const String& getName() const noexcept
     {
         return modName;
     }
-    /** The logger as its control interface. */
+    /** Returns the control interface of the logger. */
     Control& control() noexcept;
 
 private:
@@ -78,30 +93,30 @@ private:
     /** Binds this module to its logger's gate, or to an open one, and returns it. Threads may do so
      * concurrently. */
     const SeverityGate& bindGate() noexcept;
-    /** The rest of the gate: the logger, where it has more to say, and the filter. */
+    /** Checks the rest: signal handlers, a logger that does not decide by its gate alone, and the filter. */
     bool isSelected(Severity codedSeverity);
     /**
-     * Refuses and counts a statement of a signal handler that has interrupted another statement of its
-     * thread.
+     * Returns true, and counts the statement as refused, in a signal handler that interrupted another
+     * statement of the same thread. Requires StatementScope::isActive().
      */
     bool isRefused() noexcept;
 
-    /** A filterState that was never computed: above the lowest bit, more than any generation. */
+    /** Initial value of `filterState`: its generation is greater than any real one. */
     static constexpr std::uint64_t NEVER_COMPUTED = ~std::uint64_t(0);
 
     /**
-     * The cached answer of the filter in the lowest bit, and above it the generation of the filter
-     * for which it was computed. One word, so that no two threads can mix their answers.
+     * Cached result of the filter (lowest bit) and the generation of the filter that it belongs to (other
+     * bits). A single word, so that threads cannot combine the result of one generation with another
+     * generation.
      */
     std::atomic<std::uint64_t> filterState;
-    /** The registration that getInstance() made a dynamic module for; null for any other module. */
+    /** The registration that owns a module created by getInstance(); null for any other module. */
     const ModuleRegistration* owner;
     const String modName;
     Log& logger;
     /**
-     * The logger's own gate if it decides by that alone, otherwise an open one; until the first question,
-     * the open gate of a module that is not bound yet. A module may be made while its logger is under
-     * construction, when it cannot be known which class will decide.
+     * The logger's gate if the logger decides by it alone, otherwise an open gate. Bound by the first check,
+     * not by the constructor: the logger may be under construction then, and its final class unknown.
      */
     std::atomic<const SeverityGate*> loggerGate;
 };

@@ -19,13 +19,12 @@ class Module;
 /**
  * A logger's registry of modules, and the filter that selects them.
  *
- * Two lists: the actual one holds the modules that exist; the requested one holds the names and
- * patterns that somebody asked for, whether or not a module matches them. An empty requested list
- * means that no filter is in force.
+ * There are two lists. The actual list contains the registered modules. The requested list contains the
+ * entries of the filter: names and patterns, whether or not a module matches them. If it is empty, there is
+ * no filter.
  *
- * What changes a list, and what reads the lists themselves, is serialised by the caller.
- * getUpdate(), isModuleRequested() and isModuleSelected() may be called by any thread meanwhile:
- * they work on an immutable copy of the requested list.
+ * Thread safety: getUpdate(), isModuleRequested() and isModuleSelected() may be called by any thread at any
+ * time; they use an immutable copy of the requested list. The caller serialises all other operations.
  */
 class DALNIM_API ModuleRegistration
 {
@@ -33,82 +32,89 @@ public:
     static constexpr const char CLASS_NAME[] = "ModuleRegistration";
 
     ModuleRegistration();
-    /** Deletes the dynamic modules and forgets the others. */
+    /** Deletes the modules that this registration owns. Does not access the others, which may have been
+     * destroyed. */
     ~ModuleRegistration();
 
     ModuleRegistration(const ModuleRegistration&) = delete;
     ModuleRegistration& operator=(const ModuleRegistration&) = delete;
 
-    /** The generation of the filter: it changes with the requested list, and wraps. */
+    /** Returns the generation of the filter. It is incremented at each change of the requested list, and
+     * wraps. */
     unsigned int getUpdate() const noexcept
     {
         return _update.load(std::memory_order_acquire);
     }
-    /** Makes what modules know of the filter stale. */
+    /** Increments the generation, which invalidates the result of the filter that modules have cached. */
     void setUpdate() noexcept;
 
-    /** The entries of the filter, in their order. */
+    /** Returns the entries of the filter, in order. */
     const std::list<String>& getModulesRequested() const noexcept;
-    /** The modules that exist, in the order in which they came. */
+    /** Returns the registered modules, in the order of registration. */
     const std::list<Module*>& getModulesActual() const noexcept;
-    /** Returns the names of the modules, in the same order. Calls no module: one may be destroyed already. */
+    /** Returns the names of the registered modules, in the same order. Does not access the modules, which may
+     * have been destroyed. */
     std::vector<String> getNamesActual() const;
 
-    /** The first registered module of that exact name, or null. */
+    /** Returns the first registered module with exactly this name, or null. */
     Module* getModuleActual(const String& name) const;
     /**
-     * Appends a module, even if its name is taken. A dynamic module that was made for this registration, and
-     * was removed from it, is owned again. If memory runs out, nothing changes.
+     * Appends a module, even if its name is in use. A module that getInstance() created for this
+     * registration, and that was removed from it, is owned again. If memory runs out, nothing changes.
      */
     void addModulesActual(const Module& module);
     /**
-     * Removes every entry of the module. The module is not destroyed; a dynamic one is owned by the caller
-     * afterwards.
+     * Removes every entry of the module. The module is not destroyed; if this registration owned it, the
+     * caller owns it afterwards.
      */
     void removeFromModulesActual(const Module& module);
-    /** Deletes a dynamic module and sets `module` to null; leaves others alone. The list stays. */
+    /**
+     * Deletes a module that a registration owns, and sets `module` to null. Does nothing for any other
+     * module. The lists do not change.
+     */
     void removeModulesActual(Module*& module);
-    /** Makes a registered module a dynamic one: it is deleted with this registration. */
+    /** Transfers ownership of a registered module to this registration. */
     void own(Module& module) noexcept;
 
     /**
-     * Whether an entry of the filter matches: the exact name, "*", or a leading part of the name
-     * followed by "*". False for an empty name and for an empty filter.
+     * Returns true if an entry of the filter matches: the name itself, "*", or the beginning of the name
+     * followed by "*". Returns false for an empty name and for an empty filter.
      */
     bool isModuleRequested(const String& name) const;
-    /** Whether the module of that name passes: no filter is in force, or it is requested. */
+    /** Returns true if a module with this name passes: there is no filter, or isModuleRequested(). */
     bool isModuleSelected(const String& name) const;
-    /** Replaces all entries; does nothing if they are the same. If memory runs out, nothing changes. */
+    /** Replaces all entries, unless they are the same. If memory runs out, nothing changes. */
     void setModulesRequested(std::list<String> names);
-    /** Appends an entry, unless it is there already. */
+    /** Appends an entry, unless an equal one exists. */
     void addModulesRequested(const String& name);
     /**
-     * Removes the first entry that matches `name`, be it by a pattern; nothing when none does. An
-     * empty name removes all entries.
+     * Removes the first entry that matches `name` as in isModuleRequested(). An empty name removes all
+     * entries.
      */
     void removeModulesRequested(const String& name);
 
 private:
     typedef std::vector<String> Filter;
 
-    /** An entry of the actual list. It is all that may be read of a module that may be destroyed already. */
+    /** A registered module. Holds all that may be read after the module has been destroyed. */
     struct Record
     {
-        /** Position in _modulesActual, which holds the pointer. */
+        /** Position in _modulesActual, which contains the pointer. */
         std::list<Module*>::iterator entry;
-        /** Ascending in the order of registration. */
+        /** Position in the order of registration. */
         std::uint64_t number;
-        /** Whether the module is deleted with this registration. */
+        /** Whether this registration owns the module. */
         bool owned;
     };
-    /** By the name at registration; records of one name are in the order of registration. */
+    /** Records by the name at registration; records with the same name are in the order of registration. */
     typedef std::multimap<String, Record> Records;
     /** Records by the address of their module. */
     typedef std::unordered_multimap<const Module*, Records::iterator> Index;
 
+    /** Returns the result of `predicate` for the current filter, which is not deleted during the call. */
     template <class Predicate>
     bool readFilter(Predicate predicate) const;
-    /** Makes `requested` the filter, of the next generation. */
+    /** Replaces the filter and increments the generation. If memory runs out, nothing changes. */
     void publish(std::list<String> requested);
 
     std::atomic<unsigned int> _update;
@@ -117,13 +123,13 @@ private:
 
     Records _records;
     Index _index;
-    /** The number of the next record. */
+    /** `number` of the next record. */
     std::uint64_t _nextNumber;
-    /** What the gates read: an immutable copy of the requested list. */
+    /** The current filter: an immutable copy of the requested list. */
     std::atomic<const Filter*> _filter;
-    /** How many gates read a filter just now. */
+    /** Number of threads that are reading a filter. */
     mutable std::atomic<unsigned int> _filterReaders;
-    /** Every filter that a gate may still read, the current one last. */
+    /** All filters that a thread may still be reading; the current one is the last. */
     std::vector<std::unique_ptr<const Filter>> _filters;
 };
 

@@ -6,7 +6,7 @@
 /** Log records, modules, loggers and log files. */
 namespace com::kor::dal::nim::log {
 
-/** The dotted name of this namespace, as stack traces and configuration keys show it. */
+/** Dotted name of this namespace, as in stack traces and configuration keys. */
 extern DALNIM_API const char NAMESPACE_NAME[];
 
 }
