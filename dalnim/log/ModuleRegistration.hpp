@@ -52,8 +52,10 @@ public:
     const std::list<String>& getModulesRequested() const noexcept;
     /** Returns the registered modules, in the order of registration. */
     const std::list<Module*>& getModulesActual() const noexcept;
-    /** Returns the names of the registered modules, in the same order. Does not access the modules, which may
-     * have been destroyed. */
+    /**
+     * Returns the names of the registered modules, in the same order. Does not access the modules, which may
+     * have been destroyed.
+     */
     std::vector<String> getNamesActual() const;
 
     /** Returns the first registered module with exactly this name, or null. */

@@ -17,9 +17,10 @@ const char Module::DEFAULT_NAME[] = "global";
 
 namespace {
 
-/** The gate of loggers that decide otherwise. */
+/** The gate of modules whose logger does not decide by a gate. */
 const SeverityGate OPEN_GATE;
-/** The gate of modules that were not asked yet. It is open, too, so that the first question binds them. */
+/** The gate of modules before their first check. Open, so that the check reaches isSelected(), which binds
+ * the module. */
 const SeverityGate UNBOUND_GATE;
 
 }
@@ -28,7 +29,7 @@ const SeverityGate& Module::bindGate() noexcept
 {
     const SeverityGate* const own = gateOf(logger);
     const SeverityGate& gate = own != nullptr ? *own : OPEN_GATE;
-    // Other threads that bind it store the same.
+    // Threads that bind the module concurrently store the same value.
     loggerGate.store(&gate, std::memory_order_relaxed);
     return gate;
 }
@@ -39,7 +40,7 @@ Module::Module(const String& name, Log& logInst)
     logger.moduleRegistrar().addModulesActual(*this);
 }
 
-// It touches the name alone: a module and its logger may go in either order.
+// Accesses only the name, so a module and its logger may be destroyed in either order.
 Module::~Module() = default;
 
 Module& Module::getInstance(const String& name, Log& logInst)
@@ -83,7 +84,7 @@ bool Module::isSelected(Severity codedSeverity)
     const ModuleRegistration& registrar = logger.moduleRegistrar();
     const unsigned int generation = registrar.getUpdate();
     std::uint64_t state = filterState.load(std::memory_order_relaxed);
-    // An inequality, not an order: a wrap of the generation is harmless.
+    // Compared for inequality, not order, so the generation may wrap.
     if (state >> 1 != generation) {
         state = std::uint64_t(generation) << 1 | std::uint64_t(registrar.isModuleSelected(modName));
         filterState.store(state, std::memory_order_relaxed);
@@ -102,7 +103,7 @@ Module& Module::operator+=(std::ostream& header)
     if (StatementScope::isActive()) {
         logger.log(*this, *record, false);
     } else {
-        // A record that was not made by a Statement.
+        // The record does not belong to a Statement.
         const StatementScope scope(record, __builtin_frame_address(0));
         logger.log(*this, *record, false);
     }

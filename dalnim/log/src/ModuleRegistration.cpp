@@ -43,7 +43,7 @@ ModuleRegistration::ModuleRegistration() : _update(0), _nextNumber(0), _filter(n
 ModuleRegistration::~ModuleRegistration()
 {
     _modulesRequested.clear();
-    // Only the addresses of the other modules are known: they, and their code, may be gone already.
+    // The other modules, and their code, may have been unloaded: only their addresses are valid.
     for (auto& [name, record] : _records) {
         if (record.owned) {
             removeModulesActual(*record.entry);
@@ -140,9 +140,9 @@ void ModuleRegistration::own(Module& module) noexcept
 template <class Predicate>
 bool ModuleRegistration::readFilter(Predicate predicate) const
 {
-    // The count is raised before the filter is looked up, and publish() looks at the count
-    // behind its exchange of the filter, all in the one order of sequential consistency. So a
-    // publisher that sees no reader can free every filter but the new one.
+    // The counter is incremented before the filter is loaded, and publish() loads the counter after it has
+    // stored the new filter. All four operations are sequentially consistent. So a publisher that sees no
+    // reader can delete every filter except the new one.
     _filterReaders.fetch_add(1);
     qv::perturb();
     const Filter* const filter = _filter.load();
@@ -198,7 +198,7 @@ void ModuleRegistration::removeModulesRequested(const String& name)
 
 void ModuleRegistration::publish(std::list<String> requested)
 {
-    // Whatever can fail comes first, so that a failure changes nothing.
+    // The only step that may throw comes first, so that an exception changes nothing.
     _filters.push_back(std::make_unique<const Filter>(requested.begin(), requested.end()));
     _modulesRequested.swap(requested);
     _filter.store(_filters.back().get());

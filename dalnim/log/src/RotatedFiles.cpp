@@ -42,15 +42,15 @@ int renameToNew(const char* from, const char* to)
     if (errno != EINVAL && errno != ENOSYS && errno != EPERM) {
         return errno;
     }
-    // Some file systems, NFS among them, and old kernels and containers do not have it. A process that is
-    // killed here leaves one file with two names, which findGap() repairs.
+    // Some file systems (such as NFS), old kernels and some containers do not support the flag. A process
+    // that is killed between the two calls leaves one file with two names, which findGap() repairs.
     if (::link(from, to) == 0) {
         return ::unlink(from) == 0 ? 0 : errno;
     }
     if (errno == EEXIST || errno == ENOENT) {
         return errno;
     }
-    // Neither does the file system have hard links, or it is a directory.
+    // The file system does not support hard links, or `from` is a directory.
     if (exists(to)) {
         return EEXIST;
     }
@@ -66,7 +66,7 @@ String RotatedFiles::nameOf(std::size_t number) const
 
 std::size_t RotatedFiles::count() const
 {
-    // The path is literal text; only the number after it is a pattern.
+    // The path is quoted; only the number after it is a pattern.
     RX_String pattern =
         RX_Filespec(RX_String(livePath.data(), livePath.size()), RX_Filespec::DONTCARE, 0).quoted();
     pattern += RX_String(".<->", RX_String::NPOS);
@@ -79,7 +79,7 @@ std::size_t RotatedFiles::count() const
                          std::string_view(name.data(), name.length()), "]");
     }
     const qv_err_t error = files.status();
-    // A directory that does not exist yet is made with the file.
+    // A missing directory is created with the log file.
     if (error != 0 && error != ENOENT && error != ENOTDIR) {
         FileTrace::print(__LINE__, "countLogFiles", "Failed to read the directory of [", livePath,
                          "]: ", sys::sys_err_string(error));
@@ -122,7 +122,7 @@ std::size_t RotatedFiles::rotate(std::size_t number, std::size_t maximum) const
                              "]: ", sys::sys_err_string(error));
         }
     }
-    // Another process may rotate the same path, and create a file where there was none.
+    // Another process may be rotating the same path, and fill the gap first.
     constexpr int MOST_ATTEMPTS = 10;
     int error = EEXIST;
     for (int attempt = 0; error == EEXIST && attempt < MOST_ATTEMPTS; ++attempt) {
@@ -137,7 +137,9 @@ std::size_t RotatedFiles::rotate(std::size_t number, std::size_t maximum) const
     return number;
 }
 
-/** Returns the first number without a file. */
+/**
+ * Returns the first number without a file. Throws sys::system_error if the directory cannot be searched.
+ */
 std::size_t RotatedFiles::findGap() const
 {
     struct stat newer;
@@ -153,7 +155,7 @@ std::size_t RotatedFiles::findGap() const
             throw moveFailure(errno);
         }
         if (hasNewer && status.st_ino == newer.st_ino && status.st_dev == newer.st_dev) {
-            // One file with two names: a move that was cut short.
+            // One file with two names: a process was killed in renameToNew().
             const bool isLive = number == 0;
             if (::unlink((isLive ? name : newerName).c_str()) == 0) {
                 return isLive ? 0 : number - 1;
@@ -165,12 +167,13 @@ std::size_t RotatedFiles::findGap() const
     }
 }
 
-/** Moves the files below `gap` up by one. Returns 0 or the error number of the move that failed. */
+/** Increments the number of each file below `gap`. Returns 0 or the error number of the rename that failed.
+ */
 int RotatedFiles::shiftUpTo(std::size_t gap) const
 {
     for (std::size_t number = gap; number >= 1; --number) {
         const int error = move(nameOf(number - 1), nameOf(number));
-        // A file that has disappeared in between need not move.
+        // ENOENT: another process has renamed or removed the file.
         if (error != 0 && error != ENOENT) {
             return error;
         }

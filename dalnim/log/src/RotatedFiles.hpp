@@ -8,36 +8,36 @@
 namespace com::kor::dal::nim::log {
 
 /**
- * The rotated files of a log at the path P: P ".0" (the newest), P ".1" and so on.
+ * The rotated files of a log with the path P: P ".0" (the newest), P ".1" and so on.
  *
- * No operation replaces a file that exists, whichever process made it and whenever this one is killed. A
- * number that is missing is filled by the next rotation.
+ * No operation replaces an existing file, even if another process has created it, or if this process is
+ * killed at any point. The next rotation fills a missing number.
  *
- * Each step is traced to standard error. One thread at a time uses an object.
+ * Each step is traced to standard error. Not thread-safe: the owner of the log file holds its lock.
  */
 class RotatedFiles
 {
 public:
-    /** @param path is kept by reference */
+    /** @param path  the path of the log file; must outlive the object */
     explicit RotatedFiles(const String& path) : livePath(path) {}
 
     /**
-     * Returns how many rotated files exist, with whatever numbers. In a directory that cannot be read these
-     * are the ones from P ".0" up to the first that is missing.
+     * Returns the number of rotated files, including files after a missing number. If the directory cannot be
+     * read, returns the number of files before the first missing number.
      */
     std::size_t count() const;
 
-    /** Removes the files with these numbers, both included, as far as possible. */
+    /** Removes the files numbered `first` to `last`. Continues after a file that cannot be removed. */
     void remove(std::size_t first, std::size_t last) const;
 
     /**
-     * Makes room and renames P to P ".0": if `maximum` files exist, the oldest is removed; then the files
-     * below the first missing number move up by one. Returns how many files exist now.
+     * Renames P to P ".0", after the files below the first missing number have been renamed to the next
+     * number. If `maximum` files exist, the oldest is removed first.
      *
-     * @param number of rotated files that exist
-     * @param maximum of rotated files that may exist; 0 for no limit
-     *
-     * Throws sys::system_error, "Failed to move old log files: ..." if a file cannot be renamed.
+     * @param number   the number of rotated files
+     * @param maximum  the maximum number of rotated files; 0 for no limit
+     * @return the number of rotated files afterwards
+     * @throws sys::system_error  "Failed to move old log files: ..." if a file cannot be renamed
      */
     std::size_t rotate(std::size_t number, std::size_t maximum) const;
 

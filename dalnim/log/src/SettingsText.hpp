@@ -8,9 +8,9 @@
 
 namespace com::kor::dal::nim::log {
 
-// How the reports of changes show values.
+// The form of values in reports of changes.
 
-/** The source file that reports name: one for the logger, whichever of its sources they are in. */
+/** The source file in the prefix of reports: the same for all sources of the logger. */
 constexpr char REPORT_SOURCE[] = "log/src/Write";
 
 inline String quoted(const String& text)
@@ -28,7 +28,7 @@ inline const char* truth(bool value)
     return value ? "true" : "false";
 }
 
-/** As "0640" or "umask", with the quotes. */
+/** Returns the mode as "0640" or "umask", including the quotes. */
 inline String fileModeText(unsigned int mode)
 {
     if (mode == Control::MODE_OF_UMASK) {

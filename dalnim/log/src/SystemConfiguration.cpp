@@ -6,7 +6,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/nsdefs.hpp>
 
-// It stands with the log, which it configures: the services below know nothing of a log.
+// Defined in the log, which it configures, because the services of sys come below the log.
 void com::kor::dal::nim::sys::System::setConfiguration(const io::Properties& opts)
 {
     const StackTrack track("setConfiguration()", CLASS_NAME, NAMESPACE_NAME, __LINE__);

@@ -13,7 +13,7 @@ namespace com::kor::dal::nim::log {
 
 namespace {
 
-/** The values of the settings that the table of rows has. */
+/** Returns the values of all known settings. */
 SettingValues knownValues(const io::Properties& opts)
 {
     SettingValues values;
@@ -26,7 +26,7 @@ SettingValues knownValues(const io::Properties& opts)
     return values;
 }
 
-/** The values of all keys below the prefix of the log's settings, those of no setting among them. */
+/** Returns the values of all keys with the prefix of the log's settings, including unknown ones. */
 SettingValues allValues(const io::Properties& opts)
 {
     const String prefix = SettingsTable::key("");
@@ -59,7 +59,7 @@ void Control::reconfigure(const io::Properties& opts)
     LogSettings settings;
     std::vector<BadSetting> bad = SettingsTable::read(values, settings);
     if (!logger.isOutputOf(settings)) {
-        // A file that is open already need not be opened again: this process may have given up the right to.
+        // Not for a file that is open already: this process may have dropped the privileges to open it again.
         SettingsTable::checkPath(values, settings, bad);
     }
     SettingsTable::requireNone(bad);
@@ -82,7 +82,7 @@ void Write::setConfiguration(const io::Properties& opts)
     const SettingValues values = knownValues(opts);
     for (const Setting* setting = SettingsTable::begin(); setting != SettingsTable::end(); ++setting) {
         if (std::string_view(setting->tag) == TAG_OUTPUT_STREAM) {
-            // In effect without any of its keys, too.
+            // Applies even if none of its keys is present.
             configureOutput(values);
         } else if (setting->set != nullptr && SettingsTable::applies(*setting, values)) {
             setting->set(SettingsTable::valueOf(values, setting->tag), *this);

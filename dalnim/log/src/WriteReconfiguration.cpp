@@ -19,8 +19,8 @@ namespace com::kor::dal::nim::log {
 namespace {
 
 /**
- * How often a file is reopened because it is no longer the one at its path. Not without end: a file
- * system may give a file another number at each look.
+ * Number of times that a file is opened because it is no longer the file at its path. Limited, since some
+ * file systems report another inode number at each call.
  */
 constexpr int MOST_ATTEMPTS = 20;
 
@@ -63,7 +63,7 @@ String filterText(const std::list<String>& filter)
 template <class Insert>
 String textOf(Insert insert)
 {
-    // Not a stream of its own: see SpareHeaders.
+    // Not an ostringstream: see SpareHeaders.
     Statement statement(INTERNAL_LOG_MODULE, Severity_INFO);
     Header& text = statement.header("", 0);
     text.exceptions(std::ios_base::badbit);
@@ -104,7 +104,7 @@ void Write::replaceOutput(LogFileRef& opened, const LogSettings& settings)
 {
     const LogFile::Limits limits = {settings.fileMode, settings.maxFileSize, settings.maxNumberOfFiles};
     if (ownedLogFile) {
-        // In place: another logger may share this file.
+        // In the same object, which another logger may share.
         logFile->replaceOutput(opened.get(), limits);
     } else if (opened.get() != nullptr) {
         opened->replaceOutput(nullptr, limits);
@@ -121,13 +121,13 @@ void Write::applySettings(const LogSettings& settings)
     LogFileRef opened;
     Changes changes;
     StateHolder holder(stateSync.acquire());
-    // A rotation, or anyone else, may have renamed the file since it was opened.
+    // A rotation or another program may have renamed the file since it was opened.
     for (int attempt = 0; !isShared && attempt < MOST_ATTEMPTS
                           && (opened.get() == nullptr ? !hasOutputOf(settings) : !opened->isAtItsPath());
          ++attempt) {
         LogFileRef file = newLogFile();
         holder.release(true);
-        // Opening may take its time, with a pipe that has no reader as long as that.
+        // Opening may block: for a pipe without a reader, indefinitely.
         file->setFileMode(settings.fileMode);
         openOutput(*file, settings);
         opened = file;
@@ -144,7 +144,7 @@ void Write::applySettings(const LogSettings& settings)
         }
     }
 
-    // Everything that can fail comes first.
+    // The steps that may throw come first.
     const qv::CancellationOff uncut;
     const bool ownsOutput = opened.get() != nullptr ? !isShared : ownedLogFile;
     if (opened.get() != nullptr) {
@@ -166,7 +166,7 @@ void Write::applySettings(const LogSettings& settings)
     changes.add("ModuleFilter", filterText(modules->getModulesRequested()), filterText(settings.modules));
     changes.add("RemoteControlAllowed", truth(remoteControlAllowed()), truth(settings.remoteControl));
     if (ownsOutput) {
-        // A fresh file that replaces a shared one has no limits yet.
+        // A new file that replaces a shared one has no limits yet.
         const std::size_t oldNumber = ownedLogFile ? logFile->getMaxNumberOfFiles() : 0;
         const std::size_t oldSize = ownedLogFile ? logFile->getMaxFileSize() : 0;
         changes.add("MaxFiles", quoted(oldNumber), quoted(settings.maxNumberOfFiles));
@@ -226,7 +226,7 @@ bool Write::reopenFile()
         }
         const qv::CancellationOff uncut;
         StateHolder holder(stateSync.acquire());
-        // Another path may have been set since, or the file may have been rotated.
+        // Another thread may have set another path, or the file may have been rotated.
         bool isCurrent = ownedLogFile && logFile->exchangeReopened(*opened);
         if (!isCurrent && attempt >= MOST_ATTEMPTS && ownedLogFile
             && logFile->getPath() == opened->getPath()) {
@@ -238,7 +238,7 @@ bool Write::reopenFile()
             streamHeaderDone = false;
         }
         holder.release(true);
-        // Closes the old file, or the one that nobody needs.
+        // Closes the old file, or the new one if it is not used.
         opened.clear();
         if (isCurrent) {
             return true;

@@ -22,7 +22,7 @@ namespace com::kor::dal::nim::log {
 namespace {
 
 constexpr char CIMOM_STREAM[] = "CIMOM";
-/** A component that offers its own logger under that name registers a module of this one. */
+/** Name of the module by which another component offers the log file of its own logger. */
 constexpr char CIMOM_MODULE[] = "com_kor_dal_nim_log_module_CIMOM";
 
 void checkSeverity(Severity severity)
@@ -37,7 +37,7 @@ constexpr unsigned int severityBit(Severity severity)
     return 1U << static_cast<unsigned int>(severity);
 }
 
-/** The lowest severity of a mask that is not 0. */
+/** Returns the lowest severity of a mask, which must not be 0. */
 Severity lowestSeverity(unsigned int mask)
 {
     unsigned int severity = Severity_MIN;
@@ -47,7 +47,10 @@ Severity lowestSeverity(unsigned int mask)
     return static_cast<Severity>(severity);
 }
 
-/** Writes "0x14 [SEVERITY,PROCESSNAME]", of the names of the single bits that `name` knows. */
+/**
+ * Writes a mask as "0x14 [SEVERITY,PROCESSNAME]": the number `shown`, and `name(bit)` for each bit of
+ * `named`.
+ */
 template <class Name>
 std::ostream& writeMask(std::ostream& os, unsigned int shown, unsigned int named, Name name)
 {
@@ -83,7 +86,7 @@ void Write::reportChange(unsigned int line, const char* setting, Writer writeOld
     if (!isDefault()) {
         return;
     }
-    // Not a stream of its own: see SpareHeaders.
+    // Not an ostringstream: see SpareHeaders.
     Statement statement(INTERNAL_LOG_MODULE, Severity_INFO);
     Header& report = statement.header(REPORT_SOURCE, line);
     report.os() << CHANGE_REPORT_TITLE << setting << std::endl;
@@ -202,7 +205,8 @@ void Write::setPath(const String& path)
     }
     String old;
     file->getCurrentPath(old, false);
-    // Whatever becomes of the new path, the old output is closed and the next one begins anew.
+    // Even if the new path cannot be used: the old output is closed, and the next one begins with a stream
+    // header.
     streamHeaderDone = false;
     file->setPath(path);
     holder.release(true);
@@ -229,7 +233,7 @@ void Write::setStream(const String& stream)
         if (logFile->getStream() == output) {
             return;
         }
-        // A shared file is replaced by a fresh one, and the report tells what that one replaces.
+        // A shared file is replaced by a new one, whose output is the old value in the report.
         LogFileRef& file = getOwnedLogFile();
         file->getCurrentPath(oldPath, false);
         file->setStream(*output);
@@ -250,8 +254,8 @@ LogFileRef Write::cimomLogFile() const
         throw std::invalid_argument("CIMOM stream is not available");
     }
     qv::perturb();
-    // The owner is alive as long as its module is registered here, which stateSync sees to. Its own stateSync
-    // is not taken: two loggers that share each other's files would wait for each other.
+    // The owner exists while its module is registered here, which stateSync guards. Its own stateSync is not
+    // acquired: two loggers that share each other's files would deadlock.
     const sys::InitLock lock(true);
     return owner->logFile;
 }
@@ -260,7 +264,7 @@ void Write::setStream(std::ios& stream)
 {
     const sys::StackTrack track("setStream()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     const StateHolder holder(stateSync.acquire());
-    // A refused stream must not end the sharing of a file.
+    // A stream that is rejected must not end the sharing of a file.
     LogFileRef file = ownedLogFile ? logFile : newLogFile();
     file->setStream(stream);
     if (!ownedLogFile) {
@@ -334,8 +338,8 @@ void Write::setSeverityMask(Severity severityId, bool on)
     StateHolder holder(stateSync.acquire());
     const unsigned int oldMask = severity.mask();
     unsigned int newMask = oldMask;
-    // A mask that loses its last bit lets everything through, on purpose; the way back to the
-    // default threshold is to take out NONE.
+    // Compatibility: a mask whose last bit is removed lets all records pass. Removing NONE restores the
+    // default threshold.
     Severity newMinimum = Severity_NONE;
     if (severityId != Severity_NONE) {
         newMask = on ? oldMask | severityBit(severityId) : oldMask & ~severityBit(severityId);
@@ -376,8 +380,8 @@ void Write::setSeverityMask(const SeverityColl& severities, bool on)
 
     StateHolder holder(stateSync.acquire());
     const unsigned int oldMask = severity.mask();
-    // Switching several off keeps exactly these, where switching one off takes that one out. The
-    // two are not alike, on purpose.
+    // Compatibility: without `on` the listed severities remain, whereas the overload for one severity removes
+    // it.
     const unsigned int newMask = on ? oldMask | bits : oldMask & bits;
     if (newMask == oldMask) {
         return;
@@ -440,7 +444,7 @@ void Write::setModuleFilter(const String& module, bool on)
         modules->addModulesRequested(module);
     }
     holder.release(true);
-    // Reported each time, also when nothing has changed.
+    // Reported each time, even if nothing has changed.
     reportChange(__LINE__, "ModuleFilter", [&](std::ostream& os) {
         os << "\tmodule " << quoted(module) << ' ' << (on ? "added" : "removed");
     });
