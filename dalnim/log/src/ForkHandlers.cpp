@@ -18,16 +18,17 @@ using sys::internal::TimeZone;
 namespace {
 
 /**
- * How long a fork waits for the locks under which records are written, on the monotonic clock. The time for
- * all of them may be used up by one lock whose thread is blocked. Each of the others is then still waited
- * for, for as long as a record or a rotation takes: otherwise the child would inherit a logger that is being
- * changed.
+ * The deadlines by which a fork stops waiting for the locks under which records are written, on the monotonic
+ * clock. A lock whose owner is blocked may use up the time for all locks. The others are then still waited
+ * for, as long as a record or a rotation takes; otherwise the child would inherit a logger in the middle of a
+ * change.
  */
 class LockDeadline
 {
 public:
     LockDeadline() noexcept : ofAll(after(ALL_MS)) {}
 
+    /** Returns the deadline of the lock that is acquired next. */
     std::timespec ofNextLock() const noexcept
     {
         const std::timespec ofOne = after(EACH_MS);
@@ -40,7 +41,7 @@ private:
     static constexpr long ALL_MS = 1000;
     static constexpr long EACH_MS = 50;
 
-    /** Returns the time after so many milliseconds. */
+    /** Returns the time that is `milliseconds` from now. */
     static std::timespec after(long milliseconds) noexcept
     {
         constexpr long NANOS_PER_SECOND = 1000000000;
@@ -63,8 +64,8 @@ public:
 
     static List& of(Kind kind) noexcept
     {
-        // A logger acquires the mutex of the files while it replaces its file, under its own lock. So this
-        // one comes after the locks of all loggers, and cannot be the same as theirs.
+        // A logger that replaces its file acquires the mutex of the list of files under its own lock. This
+        // mutex therefore comes after the locks of all loggers, and must not be that of the list of loggers.
         static List loggers;
         static List files;
         return kind == Kind::LOGGER ? loggers : files;
@@ -129,7 +130,7 @@ ForkEntry::~ForkEntry()
 
 namespace {
 
-/** Serialises forks, whose holds are not guarded where a wait for a lock has timed out. */
+/** Serialises forks. Guards the holds of locks that a fork could not acquire in time. */
 ForkSafeMutex fork_mutex(false);
 
 }
@@ -148,8 +149,8 @@ void ForkHandlers::prepare() noexcept
     RecordMutex::mutex.prepare(&limit);
     ForkEntry::List::of(ForkEntry::Kind::LOGGER).prepare(deadline);
     ForkEntry::List::of(ForkEntry::Kind::FILE).prepare(deadline);
-    // Without a limit, like the mutexes of the lists: no thread blocks while it holds one of these, and a
-    // child without this one could find the lock of the C library held.
+    // Without a deadline, like the mutexes of the lists: no thread blocks while it holds one of these.
+    // Without this one, the child could inherit the time zone lock of the C library locked.
     TimeZone::mutex.prepare();
 }
 

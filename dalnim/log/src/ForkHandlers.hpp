@@ -7,13 +7,14 @@
 namespace com::kor::dal::nim::log {
 
 /**
- * The lock of one logger or of one log file, which every fork of the process acquires. Entered for as long as
- * the object exists, on any thread.
+ * Registers the lock of a logger or of a log file with the fork handlers, for the lifetime of the object.
+ * Objects may be constructed and destroyed by any thread. The object that contains the lock destroys its
+ * entry first.
  */
 class ForkEntry
 {
 public:
-    /** In the order in which fork() acquires them. */
+    /** In the order in which fork() acquires the locks. */
     enum class Kind : unsigned char { LOGGER, FILE };
 
     ForkEntry(Kind kind, const mt::CriticalSection& section) noexcept;
@@ -35,19 +36,19 @@ private:
 
 /**
  * The fork handlers of the log. fork() acquires the record mutex, the lock of every logger, the lock of every
- * log file and the time zone mutex, in this order, so that the child inherits no half-written record and no
- * lock of a thread that it does not have: it logs as its parent does.
+ * log file and the time zone mutex, in this order. The child therefore inherits no half-written record, and
+ * no lock of a thread that does not exist there, and can log as its parent does.
  *
- * A thread that is blocked while it writes, because no process reads its pipe, holds its locks. fork() waits
- * for the locks under which records are written for one second in all, and afterwards for 50 ms each. It
- * continues without those that are still held; the child reinitialises these, too.
+ * A thread that is blocked in a write, to a pipe that no process reads, holds its locks. fork() waits for the
+ * locks under which records are written for one second in all, and afterwards for 50 ms each. It continues
+ * without those that are still held; the child reinitialises these, too.
  */
 class ForkHandlers
 {
 public:
     ForkHandlers() = delete;
 
-    /** Registers the handlers. To be called once. */
+    /** Registers the handlers. Must be called once. */
     static void install() noexcept;
 
 private:

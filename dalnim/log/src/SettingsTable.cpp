@@ -62,7 +62,7 @@ bool isTrue(const String& value)
     return equalsIgnoringCase(value, "true");
 }
 
-/** The decimal number that a text begins with, 0 if it does not begin with one. */
+/** Returns the decimal number at the beginning of `text`, or 0 if there is none. */
 std::size_t leadingNumber(const String& text)
 {
     std::istringstream stream(text);
@@ -73,7 +73,7 @@ std::size_t leadingNumber(const String& text)
     return number;
 }
 
-/** Writes the present UTC date, as "20261114", whatever the log's local time setting is. */
+/** Writes the current date in UTC, as "20261114", even if records carry local time. Returns its length. */
 std::size_t get_filename_date(char* buf, std::size_t bufsz)
 {
     std::tm broken_down;
@@ -95,7 +95,7 @@ void insertDate(String& file)
     }
 }
 
-/** Runs a conversion that throws std::out_of_range for a name that it does not know. */
+/** Returns true if `convert` succeeds, false if it throws std::out_of_range because of an unknown name. */
 template <class Convert>
 bool converts(Convert convert)
 {
@@ -113,7 +113,7 @@ bool readSwitch(const String& value, bool& into)
     return into || equalsIgnoringCase(value, "false");
 }
 
-/** The end of a number, and what that multiplies it by. */
+/** A unit that may follow a number, and its factor. */
 struct Unit
 {
     const char* name;
@@ -125,7 +125,7 @@ constexpr Unit SIZE_UNITS[] = {
     {"KiB", 1U << 10}, {"MiB", 1U << 20}, {"GiB", 1U << 30},
 };
 
-/** Reads digits that one of the units up to `lastUnit` follows; the first is the empty one. */
+/** Reads a decimal number followed by one of the units before `lastUnit`, the first of which is empty. */
 bool readNumber(const String& value, std::size_t& into, const Unit* lastUnit)
 {
     std::uint64_t number = 0;
@@ -137,10 +137,10 @@ bool readNumber(const String& value, std::size_t& into, const Unit* lastUnit)
     return error == std::errc() && found != lastUnit && !__builtin_mul_overflow(number, found->factor, &into);
 }
 
-/** A mode that setFileMode() refuses. */
+/** A mode that setFileMode() rejects. */
 constexpr unsigned int BAD_FILE_MODE = 0;
 
-/** The mode that an octal number denotes, or BAD_FILE_MODE. */
+/** Returns the file mode that an octal number denotes, or BAD_FILE_MODE. */
 unsigned int fileModeOf(const String& value)
 {
     unsigned int mode = 0;
@@ -150,7 +150,7 @@ unsigned int fileModeOf(const String& value)
     return isMode ? mode : BAD_FILE_MODE;
 }
 
-/** A text for a message: a zero byte would end that. */
+/** Returns the string for use in a message, which a zero byte would end. */
 String escaped(const String& text)
 {
     LineText line;
@@ -158,7 +158,7 @@ String escaped(const String& text)
     return String(line.view());
 }
 
-/** Why opening a log file for writing would fail, in the form of a reason; empty if it would not. */
+/** Returns why a log file cannot be opened, as the reason of a BadSetting; empty if it can be opened. */
 String whyNotCreatable(const String& path)
 {
     String created = path;
@@ -166,7 +166,7 @@ String whyNotCreatable(const String& path)
     const String directory =
         slash == String::npos ? String() : path.substr(0, path.find_last_not_of('/', slash) + 1);
     if (!directory.empty() && path.find('\0') == String::npos && qv_si_isdir(directory.c_str()) == ENOENT) {
-        // One level of a directory that is missing is created when the file is opened.
+        // A missing directory (one level) is created when the file is opened.
         created = directory;
     }
     try {
@@ -186,7 +186,7 @@ bool readStream(const String& value, LogSettings& settings)
     return settings.isStreamNamed || value == CIMOM_STREAM;
 }
 
-/** The path is made of several keys, and can be checked only then. */
+/** Accepts any value: the path depends on several keys, and is checked afterwards. */
 bool readPathPart(const String&, LogSettings&)
 {
     return true;
@@ -245,7 +245,7 @@ void addModules(const String& value, Control& logger)
 }
 
 constexpr Setting SETTINGS[] = {
-    // What the reports of the changes below depend on comes first.
+    // First the settings that the reports of the following changes depend on.
     {Control::TAG_ESCAPE_CONTROLS, nullptr,
      [](const String& value, LogSettings& settings) { return readSwitch(value, settings.escapesControls); },
      ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.setEscapeControls(isTrue(value)); }},
@@ -275,7 +275,7 @@ constexpr Setting SETTINGS[] = {
     {Control::TAG_ALLOW_REMOTE, nullptr,
      [](const String& value, LogSettings& settings) { return readSwitch(value, settings.remoteControl); },
      ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.allowRemoteControl(isTrue(value)); }},
-    // The limits come last, for the file that has just been selected.
+    // Last the limits, which apply to the selected file.
     {Control::TAG_MAX_NUMBER_OF_FILES, nullptr,
      [](const String& value, LogSettings& settings) {
          return readNumber(value, settings.maxNumberOfFiles, SIZE_UNITS + 1);
@@ -413,7 +413,7 @@ std::vector<Control::BadSetting> SettingsTable::read(const SettingValues& values
         }
     }
     if (settings.severityMask != 0) {
-        // As with the setters: NONE adds nothing to a mask, and by itself lets everything pass.
+        // As in the setters: NONE adds nothing to a mask, and a mask of NONE alone lets all records pass.
         settings.severityMask &= ~1U;
         settings.minimum =
             static_cast<Severity>(settings.severityMask != 0 ? __builtin_ctz(settings.severityMask) : 0);

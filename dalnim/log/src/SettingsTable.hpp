@@ -12,20 +12,20 @@
 
 namespace com::kor::dal::nim::log {
 
-/** The values of a configuration by the last part of their key, such as "severity.id". None is empty. */
+/** Values of a configuration by tag, the last part of the key, such as "severity.id". No value is empty. */
 typedef std::map<String, String> SettingValues;
 
-/** All settings of a logger: at construction the defaults, which apply to keys that a configuration lacks. */
+/** All settings of a logger. The constructor sets the defaults, which apply to absent keys. */
 struct LogSettings
 {
     LogSettings();
 
-    /** One of the standard streams, or null: then the file at `path`, or, if that is empty, "CIMOM". */
+    /** A standard stream; or null for the file at `path`, or for "CIMOM" if `path` is empty. */
     std::ostream* stream;
-    /** Whether the configuration names the stream, so that its descriptor is to be looked at again. */
+    /** Whether the configuration names the stream: its descriptor is then checked again. */
     bool isStreamNamed;
     String path;
-    /** The severity mask, or 0: then the threshold `minimum` decides. */
+    /** The severity mask; or 0 if the threshold `minimum` applies. */
     unsigned int severityMask;
     Severity minimum;
     unsigned int outputMask;
@@ -35,72 +35,76 @@ struct LogSettings
     bool remoteControl;
     bool escapesControls;
     bool fallsBack;
-    /** Or Control::MODE_OF_UMASK. */
+    /** Permissions of new files, or Control::MODE_OF_UMASK. */
     unsigned int fileMode;
     std::size_t maxNumberOfFiles;
-    /** Bytes. */
+    /** In bytes. */
     std::size_t maxFileSize;
 };
 
-/** A key of the configuration: a row of the one table that everything that reads a configuration uses. */
+/** A configuration key: a row of the table that all readers of a configuration share. */
 struct Setting
 {
-    /** The last part of the key, one of Control::TAG_*. */
+    /** Last part of the key, one of Control::TAG_*. */
     const char* tag;
-    /** The tag of the key that takes precedence over this one, or null. */
+    /** Tag of the key that takes precedence over this one, or null. */
     const char* overriddenBy;
-    /** Stores a value; returns false for one that `allowed` does not describe. */
+    /** Stores a value in `settings`. Returns false if the value is not one that `allowed` describes. */
     bool (*read)(const String& value, LogSettings& settings);
-    /** Describes the values that read() accepts, following "must be". */
+    /** The values that read() accepts, as a message that begins with "must be" continues. */
     const char* allowed;
     /**
-     * Calls the setter for a value, as setConfiguration() does: as laxly as it always has. Null for the keys
-     * of the output, which are applied together.
+     * Calls the setter with a value, for setConfiguration(), which does not check values strictly. Null for
+     * the keys of the output, which are applied together.
      */
     void (*set)(const String& value, Control& logger);
 };
 
-/** The rows, in the order in which setConfiguration() applies them. */
+/** The table of all configuration keys, in the order in which setConfiguration() applies them. */
 class SettingsTable
 {
 public:
     static const Setting* begin() noexcept;
     static const Setting* end() noexcept;
-    /** The row of a tag, or null. */
+    /** Returns the row of a tag, or null. */
     static const Setting* find(const String& tag) noexcept;
 
-    /** The tags, as "a, b and c". */
+    /** Returns all tags, as "a, b and c". */
     static String tags();
-    /** Whether `setting` has a value that takes effect: its own, with none that takes precedence. */
+    /** Returns true if `setting` has a value, and no other value takes precedence. */
     static bool applies(const Setting& setting, const SettingValues& values);
 
-    /** The path that the keys of the output select, today's date in it; empty if they select no file. */
+    /** Returns the path that the keys of the output select, with today's date; empty if they select no file.
+     */
     static String outputPath(const SettingValues& values);
-    /** The value of a tag, or an empty text. */
+    /** Returns the value of a tag, or an empty string. */
     static String valueOf(const SettingValues& values, const char* tag);
 
-    /** The output that settings select cannot be opened; the text says why. */
+    /** The selected output cannot be opened. The message is the reason of a BadSetting. */
     struct OutputFailure : std::runtime_error
     {
         using runtime_error::runtime_error;
     };
 
-    /** Adds the output to `bad` if it is a file that could not be opened. Does not create the file. */
+    /** Adds the output to `bad` if it is a file that cannot be opened. Does not create the file. */
     static void checkPath(const SettingValues& values, const LogSettings& settings,
                           std::vector<Control::BadSetting>& bad);
-    /** What is wrong with a path that cannot be opened for the reason `error`. */
+    /** Returns the reason of a BadSetting for a path that cannot be opened because of `error`. */
     static String unopenable(const String& path, const String& error);
-    /** The entry of an output that cannot be opened, or be shared, for this reason. */
+    /** Returns the BadSetting of an output that cannot be opened or shared. */
     static Control::BadSetting badOutput(const SettingValues& values, const String& reason);
-    /** Throws `std::invalid_argument` that lists the bad settings, if there are any. */
+    /** Throws `std::invalid_argument` with a list of the bad settings, unless `bad` is empty. */
     static void requireNone(const std::vector<Control::BadSetting>& bad);
 
     /**
-     * Reads all values strictly, and without touching any logger or file system. Returns the settings that
-     * are bad; the keys that no setting has are among them.
+     * Reads and strictly checks all values. Accesses no logger and no file.
+     *
+     * @param values    the values
+     * @param settings  receives the settings
+     * @return the bad settings, including unknown keys
      */
     static std::vector<Control::BadSetting> read(const SettingValues& values, LogSettings& settings);
-    /** The full key of a tag. */
+    /** Returns the full key of a tag. */
     static String key(const String& tag);
 };
 
