@@ -82,7 +82,7 @@ TEST(Severity, ValuesAreOrderedBySeriousness)
     EXPECT_EQ(8, log::Severity_COUNT);
 }
 
-TEST(Severity, EachHasItsName)
+TEST(Severity, EachHasAName)
 {
     EXPECT_EQ("NONE", log::getSeverityName(log::Severity_NONE));
     EXPECT_EQ("TRACE", log::getSeverityName(log::Severity_TRACE));
@@ -96,7 +96,7 @@ TEST(Severity, EachHasItsName)
     EXPECT_EQ("FATAL", log::getSeverityName(log::Severity_MAX));
 }
 
-TEST(Severity, UnknownValuesHaveNoName)
+TEST(Severity, UnknownValuesThrow)
 {
     for (const int value :
          {8, 9, 255, 256, -1, -8, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
@@ -109,7 +109,7 @@ TEST(Severity, UnknownValuesHaveNoName)
               textOf<std::out_of_range>([] { log::getSeverityName(log::Severity_COUNT); }));
 }
 
-TEST(Severity, IsFoundByItsExactName)
+TEST(Severity, LookupMatchesTheExactName)
 {
     EXPECT_EQ(0, log::getSeverityId("NONE"));
     EXPECT_EQ(1, log::getSeverityId("TRACE"));
@@ -147,7 +147,7 @@ TEST(Mask, ValuesAreSingleBits)
     EXPECT_EQ(1023u, log::Mask_ALL);
 }
 
-TEST(Mask, EachBitHasItsName)
+TEST(Mask, EachBitHasAName)
 {
     EXPECT_EQ("NONE", log::getOutputName(0));
     EXPECT_EQ("DATETIME", log::getOutputName(1));
@@ -162,7 +162,7 @@ TEST(Mask, EachBitHasItsName)
     EXPECT_EQ("LINENUMBER", log::getOutputName(512));
 }
 
-TEST(Mask, CombinationsHaveNoName)
+TEST(Mask, CombinationsThrow)
 {
     for (const unsigned int mask : {3u, 5u, 513u, 1023u, 1024u, 0x80000000u, 0xFFFFFFFFu}) {
         EXPECT_EQ("Unrecognized NIM Log Output Mask Bit",
@@ -171,7 +171,7 @@ TEST(Mask, CombinationsHaveNoName)
     }
 }
 
-TEST(Mask, IsFoundByItsExactName)
+TEST(Mask, LookupMatchesTheExactName)
 {
     EXPECT_EQ(0u, log::getOutputBit("NONE"));
     EXPECT_EQ(1u, log::getOutputBit("DATETIME"));
@@ -191,7 +191,7 @@ TEST(Mask, IsFoundByItsExactName)
     }
 }
 
-TEST(Common, StandardStreamsStandInOrder)
+TEST(Common, StandardStreamsAreListedInOrder)
 {
     ASSERT_EQ(3u, log::NUM_STD_LOG_STREAMS);
     EXPECT_STREQ("STDERR", log::STD_LOG_STREAMS[0].name);
@@ -202,14 +202,14 @@ TEST(Common, StandardStreamsStandInOrder)
     EXPECT_EQ(&std::clog, log::STD_LOG_STREAMS[2].addr);
 }
 
-TEST(Common, FixedTexts)
+TEST(Common, SeparatorAndTerminatorHaveTheirTexts)
 {
     EXPECT_STREQ(" ", log::SEPARATOR);
     EXPECT_STREQ(" : ", log::TERMINATOR);
     EXPECT_STREQ("com.kor.dal.nim.log", log::NAMESPACE_NAME);
 }
 
-TEST(Common, NumbersShowAsUnsigned)
+TEST(Common, NegativeNumbersAreShownAsUnsigned)
 {
     EXPECT_EQ("0", log::toString(0));
     EXPECT_EQ("42", log::toString(42));
@@ -218,13 +218,13 @@ TEST(Common, NumbersShowAsUnsigned)
     EXPECT_EQ("2147483648", log::toString(std::numeric_limits<int>::min()));
 }
 
-TEST(Common, TheProcessIsThisOne)
+TEST(Common, ProcessIdAndNameAreThoseOfThisProcess)
 {
     EXPECT_EQ(::getpid(), log::getProcessId());
     EXPECT_EQ("log_tests", log::getProcessName());
 }
 
-TEST(DateTime, IsUtcAtLoad)
+TEST(DateTime, IsUtcInitially)
 {
     EXPECT_FALSE(log::LOG_LOCALTIME);
     EXPECT_EQ("Sat Nov 14 15:05:20 UTC 2026", log::getDateTime(1794668720));
@@ -256,7 +256,7 @@ TEST(DateTime, ShowsLocalTimeWithItsNumericZone)
     }
 }
 
-TEST(DateTime, IsWhatStrftimeMakesOfIt)
+TEST(DateTime, EqualsTheResultOfStrftime)
 {
     const LocalTime local;
     std::mt19937_64 random(20261121);
@@ -291,7 +291,7 @@ TEST(DateTime, ZeroIsNow)
                            "[0-9][0-9][0-9][0-9]"));
 }
 
-TEST(DateTime, AYearBeyondReckoningIsAnError)
+TEST(DateTime, YearOutOfRangeThrows)
 {
     for (const bool local : {false, true}) {
         log::LOG_LOCALTIME = local;

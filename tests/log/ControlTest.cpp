@@ -89,7 +89,7 @@ protected:
     }
 };
 
-TEST(Control, NamesItsKeys)
+TEST(Control, TagsHaveTheirTexts)
 {
     EXPECT_STREQ("Control", Control::CLASS_NAME);
     EXPECT_STREQ("directory", Control::TAG_OUTPUT_DIRECTORY);
@@ -105,7 +105,7 @@ TEST(Control, NamesItsKeys)
     EXPECT_STREQ("maxNumberOfFiles", Control::TAG_MAX_NUMBER_OF_FILES);
 }
 
-TEST(Control, FileLimitsAreIgnoredByOneThatKnowsNone)
+TEST(Control, FileLimitsAreIgnoredByALoggerWithoutFiles)
 {
     FilelessControl fileless;
     Control& control = fileless;
@@ -115,7 +115,7 @@ TEST(Control, FileLimitsAreIgnoredByOneThatKnowsNone)
     EXPECT_EQ(0u, control.getMaxNumberOfFiles());
 }
 
-TEST(Control, SeveritiesMayBeGivenByName)
+TEST(Control, SeveritiesCanBeSetByName)
 {
     FilelessControl fileless;
     Control& control = fileless;
@@ -131,7 +131,7 @@ TEST(Control, SeveritiesMayBeGivenByName)
     EXPECT_FALSE(fileless.switchedOn);
 }
 
-TEST(Control, UnknownSeverityNamesAreRefused)
+TEST(Control, UnknownSeverityNamesThrow)
 {
     FilelessControl fileless;
     Control& control = fileless;
@@ -144,7 +144,7 @@ TEST(Control, UnknownSeverityNamesAreRefused)
     EXPECT_FALSE(fileless.switchedOn);
 }
 
-TEST_F(Defaults, AreAllFieldsAndNoticeAtLoad)
+TEST_F(Defaults, AreAllFieldsAndNoticeInitially)
 {
     EXPECT_EQ(1023u, Control::DEFAULT_MASK);
     EXPECT_EQ(4, Control::DEFAULT_SEVERITY);
@@ -152,7 +152,7 @@ TEST_F(Defaults, AreAllFieldsAndNoticeAtLoad)
     EXPECT_EQ(log::Severity_NOTICE, Control::getSeverityDefault());
 }
 
-TEST_F(Defaults, AreTakenByLoggersMadeLater)
+TEST_F(Defaults, ApplyToLoggersConstructedLater)
 {
     const log::Write before;
     Control::setOutputMaskDefault(4);
@@ -166,7 +166,7 @@ TEST_F(Defaults, AreTakenByLoggersMadeLater)
     EXPECT_FALSE(after.isSeveritySatisfied(log::Severity_NONE));
 }
 
-TEST_F(Defaults, OfTheMaskEndAtTheHighestSingleBit)
+TEST_F(Defaults, MaskAboveTheHighestSingleBitThrows)
 {
     Control::setOutputMaskDefault(512);
     EXPECT_EQ(512u, Control::getOutputMaskDefault());
@@ -180,7 +180,7 @@ TEST_F(Defaults, OfTheMaskEndAtTheHighestSingleBit)
     EXPECT_EQ(511u, Control::DEFAULT_MASK);
 }
 
-TEST_F(Defaults, OfTheSeverityEndAtFatal)
+TEST_F(Defaults, SeverityAboveFatalThrows)
 {
     for (const int severity : {8, -1, 255}) {
         EXPECT_EQ("Illegal Severity", textOf<std::out_of_range>([severity] {

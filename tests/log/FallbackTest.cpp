@@ -18,7 +18,7 @@ using logfiletest::AsNobody;
 using logfiletest::COMPLAINT;
 using logfiletest::Folder;
 
-TEST(Fallback, IsOffAtFirst)
+TEST(Fallback, IsOffInitially)
 {
     Write logger;
     EXPECT_FALSE(logger.getFallback());
@@ -42,7 +42,7 @@ TEST(Fallback, WritesToStandardErrorIfTheFileCannotBeOpened)
     EXPECT_EQ("/nowhere/at/all.log", logger.getPath());
 }
 
-TEST(Fallback, IsPlainStandardErrorOnceThePathIsForgotten)
+TEST(Fallback, PrintsOneErrorMessageIfThePathIsCleared)
 {
     const Folder folder;
     std::filesystem::create_directory(folder / "locked");
@@ -60,7 +60,7 @@ TEST(Fallback, IsPlainStandardErrorOnceThePathIsForgotten)
     EXPECT_EQ("", logger.getPath());
 }
 
-TEST(Fallback, TriesAPathThatIsKeptAgainWithEachRecord)
+TEST(Fallback, OpensAPathThatIsKeptAgainForEachRecord)
 {
     const Folder folder;
     Captured err(std::cerr);
@@ -104,7 +104,7 @@ TEST(Fallback, AppliesToASubclass)
     EXPECT_EQ(COMPLAINT + " : text\n", err.taken());
 }
 
-TEST(Fallback, ComplainsOnceForASubclassWhosePathIsForgotten)
+TEST(Fallback, PrintsOneErrorMessageForASubclassIfThePathIsCleared)
 {
     const Folder folder;
     std::filesystem::create_directory(folder / "locked");
@@ -148,7 +148,7 @@ TEST(Fallback, IsAKeyOfTheConfiguration)
     EXPECT_FALSE(logger.getFallback());
 }
 
-TEST(Fallback, IsRefusedByALoggerOfAnotherKind)
+TEST(Fallback, ThrowsForALoggerThatIsNotAWrite)
 {
     PlainLog logger;
     EXPECT_FALSE(logger.getFallback());

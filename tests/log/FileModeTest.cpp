@@ -41,7 +41,7 @@ mode_t modeOf(const String& path)
     return info.st_mode & 07777;
 }
 
-TEST(FileMode, IsThatOfTheUmaskAtFirst)
+TEST(FileMode, IsThatOfTheUmaskInitially)
 {
     const Folder folder;
     const Umask umask(027);
@@ -69,7 +69,7 @@ TEST(FileMode, OfANewFileIsIndependentOfTheUmask)
     EXPECT_EQ(0600u, modeOf(folder / "b.log"));
 }
 
-TEST(FileMode, OfAnExistingFileStays)
+TEST(FileMode, OfAnExistingFileIsUnchanged)
 {
     const Folder folder;
     logfiletest::create(folder / "a.log", "old\n");
@@ -112,7 +112,7 @@ TEST(FileMode, AppliesToTheTargetOfADanglingLink)
     EXPECT_EQ(0600u, modeOf(folder / "target.log"));
 }
 
-TEST(FileMode, IsKeptWhenASharedFileIsLeft)
+TEST(FileMode, AppliesAgainAfterASharedFile)
 {
     const Folder folder;
     const Umask umask(0);
@@ -130,7 +130,7 @@ TEST(FileMode, IsKeptWhenASharedFileIsLeft)
     EXPECT_EQ(0620u, modeOf(folder / "a.log"));
 }
 
-TEST(FileMode, RefusesWhatTheOwnerCouldNotWriteAndMoreThanPermissions)
+TEST(FileMode, ThrowsIfTheOwnerCouldNotWriteOrAboveThePermissions)
 {
     Write logger;
     for (const unsigned int mode : {0u, 0444u, 01000u, 04755u, 0xFFFFFFFEu}) {
@@ -172,7 +172,7 @@ TEST(FileMode, IsAKeyOfTheConfigurationInOctal)
     }
 }
 
-TEST(FileMode, IsRefusedByALoggerOfAnotherKind)
+TEST(FileMode, ThrowsForALoggerThatIsNotAWrite)
 {
     PlainLog logger;
     EXPECT_EQ(Control::MODE_OF_UMASK, logger.getFileMode());

@@ -275,7 +275,7 @@ public:
     String written;
 };
 
-TEST(ForkHandlers, AForkWithinARecordLeavesItsLocksToItsThread)
+TEST(ForkHandlers, ForkWithinARecordKeepsItsLocksInTheChild)
 {
     Callback buffer;
     std::ostream stream(&buffer);
@@ -299,7 +299,7 @@ TEST(ForkHandlers, AForkWithinARecordLeavesItsLocksToItsThread)
     EXPECT_EQ(" : forks\n : parent\n", buffer.written);
 }
 
-TEST(ForkHandlers, AForkGoesOnAfterASecondIfNobodyReadsThePipe)
+TEST(ForkHandlers, ForkReturnsAfterASecondIfThePipeIsNotRead)
 {
     const Folder folder;
     const String path = folder / "pipe";

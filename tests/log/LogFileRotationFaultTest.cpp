@@ -60,7 +60,7 @@ TEST_F(LogFileRotationFaultTest, MissingNewestOldFileIsReplacedByTheLiveOne)
     EXPECT_TRUE(file->is_open());
 }
 
-TEST_F(LogFileRotationFaultTest, PathSetAgainAfterAFailedRotation)
+TEST_F(LogFileRotationFaultTest, SettingThePathAgainResumesAFailedRotation)
 {
     open(10);
     file->log("one");
@@ -82,7 +82,7 @@ TEST_F(LogFileRotationFaultTest, DirectoryInThePlaceOfTheNewestOldFileIsShifted)
     EXPECT_TRUE(file->is_open());
 }
 
-TEST_F(LogFileRotationFaultTest, OldFileTurnedIntoADirectoryBetweenRotationsIsShifted)
+TEST_F(LogFileRotationFaultTest, OldFileReplacedByADirectoryIsShifted)
 {
     open(10);
     file->log("0123456789");
@@ -94,7 +94,7 @@ TEST_F(LogFileRotationFaultTest, OldFileTurnedIntoADirectoryBetweenRotationsIsSh
     EXPECT_TRUE(file->is_open());
 }
 
-TEST_F(LogFileRotationFaultTest, FileTurnedIntoADirectoryIsMovedAway)
+TEST_F(LogFileRotationFaultTest, FileReplacedByADirectoryIsRenamed)
 {
     open(10);
     file->log("one");
@@ -108,7 +108,7 @@ TEST_F(LogFileRotationFaultTest, FileTurnedIntoADirectoryIsMovedAway)
     EXPECT_EQ("two\n", contentOf(path));
 }
 
-TEST_F(LogFileRotationFaultTest, OldestThatIsGoneIsOnlyTraced)
+TEST_F(LogFileRotationFaultTest, MissingOldestFileIsOnlyTraced)
 {
     create(old(0), "zero");
     open(10, 1);
@@ -124,7 +124,7 @@ TEST_F(LogFileRotationFaultTest, OldestThatIsGoneIsOnlyTraced)
     EXPECT_TRUE(file->is_open());
 }
 
-TEST_F(LogFileRotationFaultTest, OldestThatCannotBeDeletedMovesUp)
+TEST_F(LogFileRotationFaultTest, OldestFileThatCannotBeDeletedIsShifted)
 {
     create(old(0), "zero");
     createFullDirectory(old(1));
@@ -143,7 +143,7 @@ TEST_F(LogFileRotationFaultTest, OldestThatCannotBeDeletedMovesUp)
     EXPECT_TRUE(file->is_open());
 }
 
-TEST_F(LogFileRotationFaultTest, DirectoryRemovedWhileTheFileIsOpen)
+TEST_F(LogFileRotationFaultTest, RemovedDirectoryRevertsToStandardError)
 {
     file->setPath(folder / "gone/server.log");
     file->setMaxFileSize(100);
@@ -156,7 +156,7 @@ TEST_F(LogFileRotationFaultTest, DirectoryRemovedWhileTheFileIsOpen)
     expectReverted("Failed to move old log files: No such file or directory");
 }
 
-TEST_F(LogFileRotationFaultTest, DirectoryThatMayNotBeWrittenAnyMore)
+TEST_F(LogFileRotationFaultTest, ReadOnlyDirectoryRevertsToStandardError)
 {
     open(10);
     file->log("one");
@@ -170,7 +170,7 @@ TEST_F(LogFileRotationFaultTest, DirectoryThatMayNotBeWrittenAnyMore)
     EXPECT_EQ("one\n0123456789\n", contentOf(path));
 }
 
-TEST_F(LogFileRotationFaultTest, OldNameThatIsTooLong)
+TEST_F(LogFileRotationFaultTest, NameThatIsTooLongRevertsToStandardError)
 {
     const String name = folder / String(255, 'n');
     file->setPath(name);
@@ -180,7 +180,7 @@ TEST_F(LogFileRotationFaultTest, OldNameThatIsTooLong)
     EXPECT_EQ("0123456789\n", contentOf(name));
 }
 
-TEST_F(LogFileRotationFaultTest, FileThatCannotBeReopened)
+TEST_F(LogFileRotationFaultTest, NewFileThatCannotBeOpenedRevertsToStandardError)
 {
 #ifdef DALNIM_SANITIZED
     GTEST_SKIP() << "the undefined behaviour sanitizer looks at memory through a pipe of its own";

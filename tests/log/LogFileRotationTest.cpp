@@ -52,7 +52,7 @@ TEST_F(LogFileRotationTest, LineAboveTheLimitIsWrittenAndThenTheFileRotates)
     EXPECT_EQ("", err.take());
 }
 
-TEST_F(LogFileRotationTest, LimitItselfRotatesAndOneBelowDoesNot)
+TEST_F(LogFileRotationTest, FileRotatesAtTheLimitNotOneByteBelow)
 {
     open(10);
     file->log("12345678");
@@ -133,7 +133,7 @@ TEST_F(LogFileRotationTest, OneOldFileIsReplacedEachTime)
     }
 }
 
-TEST_F(LogFileRotationTest, FileThatWasFullBeforeRotatesBehindTheFirstLine)
+TEST_F(LogFileRotationTest, FullFileRotatesAfterTheFirstLine)
 {
     create(path, String(200, 'x') + "\n");
     open(100);
@@ -142,7 +142,7 @@ TEST_F(LogFileRotationTest, FileThatWasFullBeforeRotatesBehindTheFirstLine)
     EXPECT_EQ("", contentOf(path));
 }
 
-TEST_F(LogFileRotationTest, AppendedFileCountsFromItsTrueEnd)
+TEST_F(LogFileRotationTest, AppendedFileCountsFromItsEnd)
 {
     create(path, "12345\n");
     open(10);
@@ -153,7 +153,7 @@ TEST_F(LogFileRotationTest, AppendedFileCountsFromItsTrueEnd)
     EXPECT_EQ("12345\n1\n2\n", contentOf(old(0)));
 }
 
-TEST_F(LogFileRotationTest, LinesOfOthersCount)
+TEST_F(LogFileRotationTest, LinesFromElsewhereCount)
 {
     open(100);
     file->log("mine");
@@ -178,7 +178,7 @@ TEST_F(LogFileRotationTest, LimitTakesEffectAtTheNextLine)
     EXPECT_FALSE(exists(old(1)));
 }
 
-TEST_F(LogFileRotationTest, MoreOldFilesThanAllowedAreNotTrimmedByAPath)
+TEST_F(LogFileRotationTest, SettingAPathDeletesNoExcessFiles)
 {
     for (std::size_t i = 0; i < 4; ++i) {
         create(old(i), std::to_string(i));
@@ -195,7 +195,7 @@ TEST_F(LogFileRotationTest, MoreOldFilesThanAllowedAreNotTrimmedByAPath)
     EXPECT_FALSE(exists(old(4)));
 }
 
-TEST_F(LogFileRotationTest, RaisingTheNumberLetsTheSetGrowAgain)
+TEST_F(LogFileRotationTest, RaisingTheMaximumAllowsMoreFiles)
 {
     open(1, 1);
     file->log("0");
@@ -208,7 +208,7 @@ TEST_F(LogFileRotationTest, RaisingTheNumberLetsTheSetGrowAgain)
     EXPECT_EQ("2\n", contentOf(old(1)));
 }
 
-TEST_F(LogFileRotationTest, LoweringTheNumberCountsForTheNextRotation)
+TEST_F(LogFileRotationTest, LoweredMaximumAppliesToTheNextRotation)
 {
     open(1);
     for (const char* const line : {"0", "1", "2", "3"}) {
@@ -221,7 +221,7 @@ TEST_F(LogFileRotationTest, LoweringTheNumberCountsForTheNextRotation)
     EXPECT_THAT(namesIn(folder.path()), ElementsAre("server.log", "server.log.0", "server.log.1"));
 }
 
-TEST_F(LogFileRotationTest, NextObjectGoesOnWithTheSet)
+TEST_F(LogFileRotationTest, NextObjectContinuesTheNumbers)
 {
     open(1, 3);
     file->log("0");
@@ -262,7 +262,7 @@ TEST_F(LogFileRotationTest, TracesDoNotFollowTheLocaleOfTheProcess)
     EXPECT_EQ(switching(0, 123, ""), traces);
 }
 
-TEST_F(LogFileRotationTest, ALinkIsMovedAndItsTargetStays)
+TEST_F(LogFileRotationTest, LinkIsRenamedAndItsTargetIsUnchanged)
 {
     create(folder / "target", "");
     std::filesystem::create_symlink(folder / "target", path);
@@ -275,7 +275,7 @@ TEST_F(LogFileRotationTest, ALinkIsMovedAndItsTargetStays)
 
 // ---- counting and removing old files --------------------------------------------------------
 
-TEST_F(LogFileRotationTest, CountsNamesWithADecimalNumberBehindADot)
+TEST_F(LogFileRotationTest, CountsNamesThatEndInADotAndADecimalNumber)
 {
     for (const char* const ending : {".0", ".5", ".12", ".007"}) {
         create(path + ending, "");
@@ -297,7 +297,7 @@ TEST_F(LogFileRotationTest, CountsNamesWithADecimalNumberBehindADot)
     EXPECT_EQ(4, std::count(traces.begin(), traces.end(), '\n')) << traces;
 }
 
-TEST_F(LogFileRotationTest, GapsAreNotSeen)
+TEST_F(LogFileRotationTest, GapsAreNotCounted)
 {
     create(old(0), "");
     create(old(5), "");
@@ -306,7 +306,7 @@ TEST_F(LogFileRotationTest, GapsAreNotSeen)
     EXPECT_THAT(err.take(), testing::HasSubstr("LogFile:#:switchFile(): numFiles=2 maxFiles=0\n"));
 }
 
-TEST_F(LogFileRotationTest, EachPathIsCountedAnew)
+TEST_F(LogFileRotationTest, SettingAPathCountsItsFiles)
 {
     create(old(0), "");
     create(old(1), "");
@@ -324,7 +324,7 @@ TEST_F(LogFileRotationTest, CountingInAMissingDirectoryFindsNothing)
     EXPECT_EQ("", err.take());
 }
 
-TEST_F(LogFileRotationTest, LoweringTheNumberOfFilesRemovesTheOldestAtOnce)
+TEST_F(LogFileRotationTest, LoweringTheMaximumDeletesTheOldestImmediately)
 {
     for (std::size_t i = 0; i < 5; ++i) {
         create(old(i), std::to_string(i));
@@ -410,7 +410,7 @@ protected:
     }
 };
 
-TEST_F(LogFileSizeTest, AFileOfItsOwnRotatesAtTheLineThatReachesTheLimit)
+TEST_F(LogFileSizeTest, FileRotatesAfterTheLineThatReachesTheLimit)
 {
     open(LIMIT);
     logLines(1023);
@@ -427,7 +427,7 @@ TEST_F(LogFileSizeTest, AFileOfItsOwnRotatesAtTheLineThatReachesTheLimit)
     EXPECT_EQ(102400, std::filesystem::file_size(old(0)));
 }
 
-TEST_F(LogFileSizeTest, WhatStoodInTheFileCounts)
+TEST_F(LogFileSizeTest, ExistingContentCounts)
 {
     create(path, String(101999, 'y') + '\n');
     open(LIMIT);
@@ -437,7 +437,7 @@ TEST_F(LogFileSizeTest, WhatStoodInTheFileCounts)
     EXPECT_TRUE(rotated());
 }
 
-TEST_F(LogFileSizeTest, AFileThatStoodAboveTheLimitRotatesBehindItsFirstLine)
+TEST_F(LogFileSizeTest, FileAboveTheLimitRotatesAfterItsFirstLine)
 {
     create(path, String(199999, 'y') + '\n');
     open(LIMIT);
@@ -445,7 +445,7 @@ TEST_F(LogFileSizeTest, AFileThatStoodAboveTheLimitRotatesBehindItsFirstLine)
     EXPECT_EQ(200100, std::filesystem::file_size(old(0)));
 }
 
-TEST_F(LogFileSizeTest, WhatOthersAppendIsSeenWithinAThousandthOfTheLimit)
+TEST_F(LogFileSizeTest, ForeignAppendIsNoticedWithinAThousandthOfTheLimit)
 {
     open(LIMIT);
     logLines(1);
@@ -455,7 +455,7 @@ TEST_F(LogFileSizeTest, WhatOthersAppendIsSeenWithinAThousandthOfTheLimit)
     EXPECT_EQ(0, std::filesystem::file_size(path));
 }
 
-TEST_F(LogFileSizeTest, OnceOthersHaveAppendedEachLineIsLookedAt)
+TEST_F(LogFileSizeTest, AfterAForeignAppendTheSizeIsCheckedAtEachLine)
 {
     open(LIMIT);
     logLines(1);
@@ -471,7 +471,7 @@ TEST_F(LogFileSizeTest, OnceOthersHaveAppendedEachLineIsLookedAt)
     EXPECT_EQ(200100, std::filesystem::file_size(old(0)));
 }
 
-TEST_F(LogFileSizeTest, WhatIsInsertedIntoItsStreamCountsAtTheNextLine)
+TEST_F(LogFileSizeTest, TextInsertedIntoTheStreamCountsAtTheNextLine)
 {
     open(LIMIT);
     logLines(1);
@@ -480,7 +480,7 @@ TEST_F(LogFileSizeTest, WhatIsInsertedIntoItsStreamCountsAtTheNextLine)
     EXPECT_EQ(200200, std::filesystem::file_size(old(0)));
 }
 
-TEST_F(LogFileSizeTest, SmallLimitsAreLookedAtWithEachLine)
+TEST_F(LogFileSizeTest, SmallLimitsAreCheckedAtEachLine)
 {
     open(1000);
     logLines(1);
@@ -489,7 +489,7 @@ TEST_F(LogFileSizeTest, SmallLimitsAreLookedAtWithEachLine)
     EXPECT_EQ(2200, std::filesystem::file_size(old(0)));
 }
 
-TEST_F(LogFileSizeTest, ALimitThatIsLoweredCountsAtTheNextLine)
+TEST_F(LogFileSizeTest, LoweredLimitAppliesToTheNextLine)
 {
     open(LIMIT);
     logLines(10);
@@ -498,7 +498,7 @@ TEST_F(LogFileSizeTest, ALimitThatIsLoweredCountsAtTheNextLine)
     EXPECT_EQ(1100, std::filesystem::file_size(old(0)));
 }
 
-TEST_F(LogFileSizeTest, AFileThatWasCutFromOutsideIsNotRotatedEarly)
+TEST_F(LogFileSizeTest, FileTruncatedFromOutsideIsNotRotatedEarly)
 {
     open(LIMIT);
     logLines(1022);

@@ -44,7 +44,7 @@ TEST(ModuleRegistration, StartsWithoutAFilterInGenerationOne)
     EXPECT_TRUE(registration.isModuleSelected(""));
 }
 
-TEST(ModuleRegistration, AFilterAlwaysRefusesANamelessModule)
+TEST(ModuleRegistration, FilterNeverMatchesAnEmptyName)
 {
     const Filter filter({"*"});
     EXPECT_FALSE(filter.isModuleRequested(""));
@@ -110,7 +110,7 @@ TEST(ModuleRegistration, AnyEntryMayMatch)
     EXPECT_FALSE(filter.isModuleRequested("c"));
 }
 
-TEST(ModuleRegistration, AddingKeepsTheOrderAndCountsAsAChange)
+TEST(ModuleRegistration, AddingAppendsAndIncrementsTheGeneration)
 {
     ModuleRegistration registration;
     registration.addModulesRequested("b");
@@ -120,7 +120,7 @@ TEST(ModuleRegistration, AddingKeepsTheOrderAndCountsAsAChange)
     EXPECT_EQ(4u, registration.getUpdate());
 }
 
-TEST(ModuleRegistration, AddingWhatIsThereChangesNothing)
+TEST(ModuleRegistration, AddingADuplicateChangesNothing)
 {
     Filter filter({"*", "a"});
     const unsigned int generation = filter.getUpdate();
@@ -133,7 +133,7 @@ TEST(ModuleRegistration, AddingWhatIsThereChangesNothing)
     EXPECT_EQ(generation + 1, filter.getUpdate());
 }
 
-TEST(ModuleRegistration, RemovingTakesTheFirstEntryThatMatches)
+TEST(ModuleRegistration, RemovesTheFirstMatchingEntry)
 {
     Filter filter({"*", "a"});
     const unsigned int generation = filter.getUpdate();
@@ -148,14 +148,14 @@ TEST(ModuleRegistration, RemovingTakesTheFirstEntryThatMatches)
     EXPECT_EQ((Names{"x"}), patterns.getModulesRequested());
 }
 
-TEST(ModuleRegistration, RemovingTakesOneEntryACall)
+TEST(ModuleRegistration, RemovesOneEntryPerCall)
 {
     Filter filter({"a.b", "a.*", "a*", "z"});
     filter.removeModulesRequested("a.b");
     EXPECT_EQ((Names{"a.*", "a*", "z"}), filter.getModulesRequested());
 }
 
-TEST(ModuleRegistration, RemovingAPatternTakesTheEntryOfThatTextOrOneThatMatchesIt)
+TEST(ModuleRegistration, RemovingAPatternRemovesAnEqualOrMatchingEntry)
 {
     Filter filter({"a.*", "b"});
     filter.removeModulesRequested("a.*");
@@ -165,7 +165,7 @@ TEST(ModuleRegistration, RemovingAPatternTakesTheEntryOfThatTextOrOneThatMatches
     EXPECT_EQ((Names{"a.*"}), wider.getModulesRequested());
 }
 
-TEST(ModuleRegistration, RemovingWhatMatchesNothingChangesNothing)
+TEST(ModuleRegistration, RemovingWithoutAMatchChangesNothing)
 {
     Filter filter({"a.*", "b"});
     const unsigned int generation = filter.getUpdate();
@@ -185,7 +185,7 @@ TEST(ModuleRegistration, RemovingTheEmptyNameClearsTheFilter)
     EXPECT_TRUE(filter.isModuleSelected("z"));
 }
 
-TEST(ModuleRegistration, RemovingFromAnEmptyFilterCountsAsAChange)
+TEST(ModuleRegistration, RemovingFromAnEmptyFilterIncrementsTheGeneration)
 {
     ModuleRegistration registration;
     registration.removeModulesRequested("");
@@ -195,7 +195,7 @@ TEST(ModuleRegistration, RemovingFromAnEmptyFilterCountsAsAChange)
     EXPECT_TRUE(registration.getModulesRequested().empty());
 }
 
-TEST(ModuleRegistration, ReplacingTheFilterIsOneChange)
+TEST(ModuleRegistration, ReplacingTheFilterIncrementsTheGenerationOnce)
 {
     Filter filter({"a.*", "b"});
     const unsigned int generation = filter.getUpdate();
@@ -208,14 +208,14 @@ TEST(ModuleRegistration, ReplacingTheFilterIsOneChange)
     EXPECT_EQ(generation + 1, filter.getUpdate()) << "the same entries are no change";
 }
 
-TEST(ModuleRegistration, TheGenerationCanBeAdvancedByHand)
+TEST(ModuleRegistration, SetUpdateIncrementsTheGeneration)
 {
     ModuleRegistration registration;
     registration.setUpdate();
     EXPECT_EQ(2u, registration.getUpdate());
 }
 
-TEST(ModuleRegistration, ModulesStandInTheOrderOfRegistration)
+TEST(ModuleRegistration, ModulesAreListedInTheOrderOfRegistration)
 {
     PlainLog logger;
     const Module b("b", logger);
@@ -231,7 +231,7 @@ TEST(ModuleRegistration, ModulesStandInTheOrderOfRegistration)
     EXPECT_EQ(1u, logger.registration.getUpdate()) << "the filter has not changed";
 }
 
-TEST(ModuleRegistration, ForgettingAModuleTakesEveryEntryOfIt)
+TEST(ModuleRegistration, UnregisteringAModuleRemovesEveryEntryOfIt)
 {
     PlainLog logger;
     const Module a("a", logger);
@@ -244,7 +244,7 @@ TEST(ModuleRegistration, ForgettingAModuleTakesEveryEntryOfIt)
     EXPECT_EQ(1u, logger.registration.getUpdate());
 }
 
-TEST(ModuleRegistration, ANameFindsTheFirstModuleThatIsLeft)
+TEST(ModuleRegistration, LookupFindsTheFirstRemainingModule)
 {
     PlainLog logger;
     ModuleRegistration& registration = logger.registration;
@@ -267,7 +267,7 @@ TEST(ModuleRegistration, ANameFindsTheFirstModuleThatIsLeft)
     EXPECT_EQ(nullptr, registration.getModuleActual("a"));
 }
 
-TEST(ModuleRegistration, DeletesDynamicModulesAlone)
+TEST(ModuleRegistration, DeletesOnlyDynamicModules)
 {
     PlainLog logger;
     Module fixed("a", logger);
@@ -357,7 +357,7 @@ double threadCpuSeconds()
 }
 
 // With a search through all modules for each of them this takes minutes.
-TEST(ModuleRegistration, RegistersAndUnregistersManyModulesWithoutSearchingThemAll)
+TEST(ModuleRegistration, RegistersManyModulesInLessThanQuadraticTime)
 {
     constexpr std::size_t NUMBER = 100000;
     PlainLog logger;
@@ -378,7 +378,7 @@ TEST(ModuleRegistration, RegistersAndUnregistersManyModulesWithoutSearchingThemA
     EXPECT_TRUE(logger.registration.getModulesActual().empty());
 }
 
-TEST(ModuleRegistration, AModuleMayGoBeforeItsLogger)
+TEST(ModuleRegistration, ModuleMayBeDestroyedBeforeItsLogger)
 {
     PlainLog logger;
     Module::getInstance("dynamic", logger);
@@ -388,7 +388,7 @@ TEST(ModuleRegistration, AModuleMayGoBeforeItsLogger)
     // The logger goes here, with an entry that leads nowhere. Sanitizers would tell.
 }
 
-TEST(ModuleRegistration, AModuleMayGoAfterItsLogger)
+TEST(ModuleRegistration, ModuleMayBeDestroyedAfterItsLogger)
 {
     auto logger = std::make_unique<PlainLog>();
     const auto module =
@@ -396,7 +396,7 @@ TEST(ModuleRegistration, AModuleMayGoAfterItsLogger)
     logger.reset();
 }
 
-TEST(ModuleRegistration, TheFilterMayChangeUnderItsReaders)
+TEST(ModuleRegistration, FilterMayChangeWhileThreadsReadIt)
 {
     Filter filter({"kept.*"});
     std::atomic<bool> stop(false);

@@ -64,7 +64,7 @@ TEST(ModuleNames, TheLibrarysModulesAreFoundByName)
     EXPECT_EQ(&log::INTERNAL_LOG_MODULE, &Module::getInstance("com.kor.dal.nim.log.internal", logger));
 }
 
-TEST(Module, KnowsItsNameAndItsLogger)
+TEST(Module, HasItsNameAndLogger)
 {
     PlainLog logger;
     String name = "a.b";
@@ -75,7 +75,7 @@ TEST(Module, KnowsItsNameAndItsLogger)
     EXPECT_EQ(&module, logger.registration.getModuleActual("a.b"));
 }
 
-TEST(Module, TwoOfOneNameMayBeMadeAndTheFirstIsFound)
+TEST(Module, LookupFindsTheFirstOfTwoModulesWithOneName)
 {
     PlainLog logger;
     Module first("a", logger);
@@ -84,7 +84,7 @@ TEST(Module, TwoOfOneNameMayBeMadeAndTheFirstIsFound)
     EXPECT_EQ(2u, logger.registration.getModulesActual().size());
 }
 
-TEST(Module, GetInstanceMakesAModuleOnce)
+TEST(Module, GetInstanceCreatesAModuleOnce)
 {
     PlainLog logger;
     Module& made = Module::getInstance("a", logger);
@@ -94,7 +94,7 @@ TEST(Module, GetInstanceMakesAModuleOnce)
     EXPECT_EQ(2u, logger.registration.getModulesActual().size());
 }
 
-TEST(Module, AnUnregisteredDynamicModuleIsTheCallers)
+TEST(Module, CallerOwnsAnUnregisteredDynamicModule)
 {
     PlainLog logger;
     Module* const made = &Module::getInstance("a", logger);
@@ -157,7 +157,7 @@ TEST(ModuleGate, FollowsTheFilter)
     EXPECT_TRUE(module.isSeveritySatisfied(log::Severity_NOTICE));
 }
 
-TEST(ModuleGate, AModuleMadeBehindTheFilterKnowsIt)
+TEST(ModuleGate, ModuleConstructedAfterTheFilterIsFiltered)
 {
     PlainLog logger;
     logger.registration.addModulesRequested("b");
@@ -165,7 +165,7 @@ TEST(ModuleGate, AModuleMadeBehindTheFilterKnowsIt)
     EXPECT_TRUE(Module::getInstance("b", logger).isSeveritySatisfied(log::Severity_NOTICE));
 }
 
-TEST(ModuleGate, ARefusedStatementLeavesTheModuleStale)
+TEST(ModuleGate, DisabledStatementDoesNotUpdateTheCache)
 {
     PlainLog logger;
     Module module("a", logger);
@@ -190,7 +190,7 @@ TEST(ModuleGate, TheGenerationsOfTheFilterMayWrap)
     EXPECT_FALSE(module.isSeveritySatisfied(log::Severity_NOTICE));
 }
 
-TEST(ModuleRecord, IsHandedToTheLogger)
+TEST(ModuleRecord, IsPassedToTheLogger)
 {
     RecordingLog logger;
     Module module("a", logger);
@@ -202,7 +202,7 @@ TEST(ModuleRecord, IsHandedToTheLogger)
     EXPECT_FALSE(logger.forced);
 }
 
-TEST(ModuleRecord, AForeignStreamIsRefused)
+TEST(ModuleRecord, StreamThatIsNotAHeaderThrows)
 {
     RecordingLog logger;
     Module module("a", logger);
@@ -212,7 +212,7 @@ TEST(ModuleRecord, AForeignStreamIsRefused)
     EXPECT_EQ(0, logger.calls);
 }
 
-TEST(ModuleRecord, WhatTheLoggerRaisesPassesThrough)
+TEST(ModuleRecord, ExceptionsOfTheLoggerPropagate)
 {
     struct FailingLog : PlainLog
     {
@@ -226,7 +226,7 @@ TEST(ModuleRecord, WhatTheLoggerRaisesPassesThrough)
     EXPECT_EQ("full", textOf<std::runtime_error>([&] { module += header; }));
 }
 
-TEST(ModuleGate, AsksALoggerThatDecidesForItself)
+TEST(ModuleGate, CallsTheOverrideOfASubclass)
 {
     struct Stubborn : log::Write
     {
@@ -249,7 +249,7 @@ struct ModuleMaker
 };
 
 // While the base classes of Late are constructed, it looks like a plain Write.
-TEST(ModuleGate, AsksTheFinalTypeOfALoggerWhoseBaseMadeTheModule)
+TEST(ModuleGate, CallsTheOverrideIfTheBaseConstructedTheModule)
 {
     struct Late : log::Write, ModuleMaker
     {
@@ -264,7 +264,7 @@ TEST(ModuleGate, AsksTheFinalTypeOfALoggerWhoseBaseMadeTheModule)
     EXPECT_FALSE(logger.module.isSeveritySatisfied(log::Severity_FATAL));
 }
 
-TEST(ModuleGate, TheFirstQuestionIsAnsweredByTheLoggersThreshold)
+TEST(ModuleGate, FirstCheckAppliesTheLoggersThreshold)
 {
     OwnLogger logger;
     Module module("a", logger.write);
@@ -285,7 +285,7 @@ struct GenerationAccess
 void setGeneration(log::ModuleRegistration& registration, unsigned int generation);
 template struct GenerationAccess<&log::ModuleRegistration::_update>;
 
-TEST(ModuleGate, ANewModuleComputesItsAnswerAlsoInGenerationZero)
+TEST(ModuleGate, NewModuleIsFilteredInGenerationZero)
 {
     PlainLog logger;
     // A step before the generation wraps: 4,294,967,295 changes of the filter would take a minute.

@@ -95,7 +95,7 @@ TEST(Reconfigure, ReplacesEverySetting)
     EXPECT_TRUE(exists(folder / "a.log")) << "opened before the first record";
 }
 
-TEST(Reconfigure, PutsAbsentSettingsBackToTheirDefaults)
+TEST(Reconfigure, AbsentSettingsReturnToTheirDefaults)
 {
     const Folder folder;
     Write logger;
@@ -137,7 +137,7 @@ TEST(Reconfigure, IgnoresKeysOutsideOfItsPrefix)
     EXPECT_EQ(log::Severity_WARNING, logger.getSeverity());
 }
 
-TEST(Reconfigure, ASeverityMaskOfNoneLetsEverythingPass)
+TEST(Reconfigure, SeverityMaskOfNoneLetsAllRecordsPass)
 {
     Write logger;
     logger.reconfigure(Settings{{"severity.mask", "NONE"}});
@@ -146,7 +146,7 @@ TEST(Reconfigure, ASeverityMaskOfNoneLetsEverythingPass)
     EXPECT_TRUE(logger.isSeveritySatisfied(log::Severity_TRACE));
 }
 
-TEST(Reconfigure, TakesSizesWithUnits)
+TEST(Reconfigure, AcceptsSizesWithUnits)
 {
     const std::pair<const char*, std::size_t> sizes[] = {
         {"0", 0},
@@ -166,7 +166,7 @@ TEST(Reconfigure, TakesSizesWithUnits)
     }
 }
 
-TEST(Reconfigure, RefusesSizesThatASetterTakesInPart)
+TEST(Reconfigure, RejectsSizesThatTheSetterReadsInPart)
 {
     for (const char* const size : {"10 MB", "10MB", "ten", "-5", "+5", "0x10", "1,000", "1.5G", " 10", "10 ",
                                    "10 KiB", "kib", "k", "18446744073709551616", "18014398509481984KiB"}) {
@@ -186,7 +186,7 @@ TEST(Reconfigure, RefusesSizesThatASetterTakesInPart)
     }
 }
 
-TEST(Reconfigure, RefusesEachBadValueAndSaysWhatIsAllowed)
+TEST(Reconfigure, RejectsEachBadValueAndNamesTheAllowedOnes)
 {
     const struct
     {
@@ -225,7 +225,7 @@ TEST(Reconfigure, RefusesEachBadValueAndSaysWhatIsAllowed)
     }
 }
 
-TEST(Reconfigure, RefusesAKeyThatIsNoSetting)
+TEST(Reconfigure, RejectsUnknownKeys)
 {
     Write logger;
     EXPECT_EQ(
@@ -235,7 +235,7 @@ TEST(Reconfigure, RefusesAKeyThatIsNoSetting)
         refusal(logger, Settings{{"severity", "DEBUG"}}));
 }
 
-TEST(Reconfigure, NamesEveryBadSettingAtOnce)
+TEST(Reconfigure, NamesEveryBadSettingInOneException)
 {
     Write logger;
     EXPECT_EQ(
@@ -250,7 +250,7 @@ TEST(Reconfigure, NamesEveryBadSettingAtOnce)
                                  {"localtime", "no"}}));
 }
 
-TEST(Reconfigure, LeavesTheOldLogRunningIfThePathCannotBeOpened)
+TEST(Reconfigure, KeepsTheOldLogIfThePathCannotBeOpened)
 {
     const Folder folder;
     std::filesystem::create_directory(folder / "locked");
@@ -277,7 +277,7 @@ TEST(Reconfigure, LeavesTheOldLogRunningIfThePathCannotBeOpened)
 }
 
 /** The check cannot see this coming. */
-TEST(Reconfigure, LeavesTheOldLogRunningIfTheOpenFails)
+TEST(Reconfigure, KeepsTheOldLogIfTheOpenFails)
 {
 #ifdef DALNIM_SANITIZED
     GTEST_SKIP() << "the undefined behaviour sanitizer looks at memory through a pipe of its own";
@@ -311,7 +311,7 @@ TEST(Reconfigure, CreatesNoFileIfAnotherSettingIsBad)
     EXPECT_TRUE(exists(folder / "sub/a.log")) << "a directory that is missing is created, one level";
 }
 
-TEST(Reconfigure, KeepsAFileThatIsOpenAlready)
+TEST(Reconfigure, KeepsAFileThatIsAlreadyOpen)
 {
     const Folder folder;
     std::filesystem::create_directory(folder / "locked");
@@ -326,7 +326,7 @@ TEST(Reconfigure, KeepsAFileThatIsOpenAlready)
     EXPECT_EQ(9000u, logger.getMaxFileSize());
 }
 
-TEST(Reconfigure, OpensAFileAgainThatTheLogHasFallenBackFrom)
+TEST(Reconfigure, OpensTheFileAgainAfterAFallback)
 {
     const Folder folder;
     Captured err(std::cerr);
@@ -386,7 +386,7 @@ TEST(Reconfigure, ReportsNothingIfNothingChanges)
     EXPECT_EQ(before, contentOf(folder / "a.log"));
 }
 
-TEST(Reconfigure, OfOtherLoggersIsSilent)
+TEST(Reconfigure, OtherLoggersDoNotReport)
 {
     DefaultLogger logger;
     OwnLogger own;
@@ -419,7 +419,7 @@ TEST(Reconfigure, MaySelectTheFileOfTheCimomLogger)
     logger.unregisterModule(module);
 }
 
-TEST(Reconfigure, OfTheOwnerMovesThoseWhoShareItsFile)
+TEST(Reconfigure, OwnerMovesTheLoggersThatShareItsFile)
 {
     const Folder folder;
     Write owner;
@@ -436,7 +436,7 @@ TEST(Reconfigure, OfTheOwnerMovesThoseWhoShareItsFile)
 }
 
 // Perturbed, or in a few of a thousand rounds, the borrower writes between the file and its limits.
-TEST(Reconfigure, OfTheOwnerSelectsAFileTogetherWithItsLimits)
+TEST(Reconfigure, OwnerSelectsAFileTogetherWithItsLimits)
 {
     constexpr int THREADS = 2;
     constexpr int ROUNDS = 1000;
@@ -474,7 +474,7 @@ TEST(Reconfigure, OfTheOwnerSelectsAFileTogetherWithItsLimits)
               }));
 }
 
-TEST(Reconfigure, RemovesOldFilesThatExceedTheNumber)
+TEST(Reconfigure, DeletesExcessFiles)
 {
     const Folder folder;
     for (const char* const name : {"a.log.0", "a.log.1", "a.log.2"}) {
@@ -486,7 +486,7 @@ TEST(Reconfigure, RemovesOldFilesThatExceedTheNumber)
     EXPECT_EQ((std::vector<String>{"a.log", "a.log.0"}), logfiletest::namesIn(folder.path()));
 }
 
-TEST(Reconfigure, IsRefusedByALoggerOfAnotherKind)
+TEST(Reconfigure, ThrowsForALoggerThatIsNotAWrite)
 {
     PlainLog logger;
     EXPECT_THROW(logger.reconfigure(Properties()), std::bad_cast);
@@ -534,7 +534,7 @@ TEST(Reconfigure, LosesNoRecordOfOtherThreads)
     EXPECT_FALSE(exists(folder / "three.log"));
 }
 
-TEST(Reopen, OpensAFileThatWasRenamedAgain)
+TEST(Reopen, OpensThePathAgainAfterARename)
 {
     const Folder folder;
     Write logger;
@@ -590,7 +590,7 @@ TEST(Reopen, DoesNothingForAStreamOrASharedFile)
 
 // Reopening opens the file and then waits for the thread that rotates it: what it has opened is an old file
 // by then.
-TEST(Reopen, IsNotLeftWithAFileThatWasRotatedMeanwhile)
+TEST(Reopen, DoesNotContinueInAFileThatIsRotatedConcurrently)
 {
     constexpr int ROUNDS = 100;
     constexpr int RECORDS = 10;
@@ -630,7 +630,7 @@ TEST(Reopen, IsNotLeftWithAFileThatWasRotatedMeanwhile)
               }));
 }
 
-TEST(Reopen, BeginsTheNewFileWithTheConfigurationOfTheDefaultLogger)
+TEST(Reopen, NewFileOfTheDefaultLoggerBeginsWithAStreamHeader)
 {
     const Folder folder;
     DefaultLogger logger;
@@ -649,7 +649,7 @@ TEST(Reopen, BeginsTheNewFileWithTheConfigurationOfTheDefaultLogger)
     EXPECT_EQ(100000u, logger->getMaxFileSize());
 }
 
-TEST(CheckConfiguration, FindsWhatReconfigureRefusesAndCreatesNothing)
+TEST(CheckConfiguration, ReportsTheSettingsThatReconfigureRejectsAndCreatesNothing)
 {
     const Folder folder;
     const Settings settings{{"file", folder / "a.log"}, {"maxFileSize", "10 MB"}, {"severity", "INFO"}};

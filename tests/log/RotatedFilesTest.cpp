@@ -40,13 +40,13 @@ protected:
     const RotatedFiles files{path};
 };
 
-TEST_F(RotatedFilesTest, CountSeesNumbersAndNoGaps)
+TEST_F(RotatedFilesTest, CountIgnoresGapsAndOtherNames)
 {
     createAll({"", ".0", ".3", ".20", ".x", "."});
     EXPECT_EQ(3u, files.count());
 }
 
-TEST_F(RotatedFilesTest, CountOfAMissingDirectoryIsNothingAndSilent)
+TEST_F(RotatedFilesTest, CountOfAMissingDirectoryIsZeroWithoutATrace)
 {
     const String elsewhere = folder / "none/log";
     CapturedCerr traces;
@@ -69,7 +69,7 @@ TEST_F(RotatedFilesTest, CountOfAnUnreadableDirectoryEndsAtTheFirstGap)
     ASSERT_EQ(0, ::chmod(folder.path().c_str(), 0755));
 }
 
-TEST_F(RotatedFilesTest, RotationMovesAllUpByOne)
+TEST_F(RotatedFilesTest, RotationIncrementsAllNumbers)
 {
     createAll({"", ".0", ".1"});
     EXPECT_EQ(3u, files.rotate(2, 0));
@@ -91,14 +91,14 @@ TEST_F(RotatedFilesTest, RotationFillsTheFirstGapAndLeavesTheFilesAboveIt)
                                    "log.4=was .4", "log.9=was .9"));
 }
 
-TEST_F(RotatedFilesTest, RotationWithoutTheNewestMovesNothingButTheLiveOne)
+TEST_F(RotatedFilesTest, RotationWithoutNumberZeroRenamesOnlyTheLiveFile)
 {
     createAll({"", ".1", ".2"});
     EXPECT_EQ(3u, files.rotate(2, 3));
     EXPECT_THAT(all(), ElementsAre("log.0=was ", "log.1=was .1", "log.2=was .2"));
 }
 
-TEST_F(RotatedFilesTest, RotationKeepsFilesThatWereNotCounted)
+TEST_F(RotatedFilesTest, RotationKeepsUncountedFiles)
 {
     createAll({"", ".0", ".1", ".2"});
     EXPECT_EQ(1u, files.rotate(0, 5));
@@ -126,7 +126,7 @@ TEST_F(RotatedFilesTest, RotationWithoutALiveFileFails)
     EXPECT_THAT(all(), ElementsAre("log.1=was .0"));
 }
 
-TEST_F(RotatedFilesTest, RemovalGoesOnPastAMissingFile)
+TEST_F(RotatedFilesTest, RemovalContinuesAfterAMissingFile)
 {
     createAll({"", ".0", ".1", ".3"});
     files.remove(1, 3);

@@ -53,7 +53,7 @@ protected:
     DefaultLogger logger;
 };
 
-TEST_F(CimomStream, IsTheFileOfTheOtherLogger)
+TEST_F(CimomStream, SharesTheFileOfTheOtherLogger)
 {
     logger->setStream("CIMOM");
     const String text = written();
@@ -72,7 +72,7 @@ TEST_F(CimomStream, IsTheFileOfTheOtherLogger)
     EXPECT_EQ("", logger.taken());
 }
 
-TEST_F(CimomStream, TwiceIsOnce)
+TEST_F(CimomStream, SettingItAgainChangesNothing)
 {
     logger->setStream("CIMOM");
     written();
@@ -80,7 +80,7 @@ TEST_F(CimomStream, TwiceIsOnce)
     EXPECT_EQ("", written());
 }
 
-TEST_F(CimomStream, KeepsTheSettingsOfFilesToItsOwner)
+TEST_F(CimomStream, FileSettingsOfTheUserAreIgnored)
 {
     logger->setStream("CIMOM");
     written();
@@ -95,7 +95,7 @@ TEST_F(CimomStream, KeepsTheSettingsOfFilesToItsOwner)
     EXPECT_EQ(200000u, logger->getMaxFileSize());
 }
 
-TEST_F(CimomStream, IsLeftForAPath)
+TEST_F(CimomStream, SettingAPathEndsTheSharing)
 {
     logger->setStream("CIMOM");
     written();
@@ -111,7 +111,7 @@ TEST_F(CimomStream, IsLeftForAPath)
     logger->setMaxFileSize(0);
 }
 
-TEST_F(CimomStream, IsLeftForAStream)
+TEST_F(CimomStream, SettingAStreamEndsTheSharing)
 {
     logger->setStream("CIMOM");
     written();
@@ -129,7 +129,7 @@ TEST_F(CimomStream, IsLeftForAStream)
     EXPECT_EQ("ERROR : its own\n", written());
 }
 
-TEST_F(CimomStream, IsKeptWhenTheNewStreamIsRefused)
+TEST_F(CimomStream, RejectedStreamKeepsTheSharing)
 {
     logger->setStream("CIMOM");
     std::istringstream input;
@@ -139,7 +139,7 @@ TEST_F(CimomStream, IsKeptWhenTheNewStreamIsRefused)
     EXPECT_EQ(owner.getStream(), logger->getStream());
 }
 
-TEST_F(CimomStream, OutlivesItsOwner)
+TEST_F(CimomStream, FileOutlivesItsOwner)
 {
     auto shortLived = std::make_unique<Write>();
     shortLived->setPath(folder / "short.log");
@@ -194,7 +194,7 @@ TEST_F(CimomStream, OfTheLoggerItselfChangesNothing)
     EXPECT_EQ(3u, own.write.getMaxFileSize()) << "nothing is shared";
 }
 
-TEST(CimomStreamMissing, IsRefused)
+TEST(CimomStreamMissing, Throws)
 {
     DefaultLogger logger;
     EXPECT_EQ("CIMOM stream is not available",
@@ -203,7 +203,7 @@ TEST(CimomStreamMissing, IsRefused)
     EXPECT_EQ(&asIos(logger.sink), logger->getStream());
 }
 
-TEST(CimomStreamMissing, IsRefusedOfALoggerOfAnotherKind)
+TEST(CimomStreamMissing, ThrowsForALoggerThatIsNotAWrite)
 {
     PlainLog plain;
     const Module module(CIMOM_MODULE, plain);

@@ -65,7 +65,7 @@ void expectPath(Expected expected, const Settings& settings)
         << path << " instead of " << expected(before);
 }
 
-TEST(Configuration, WithoutKeysGoesBackToStandardErrorAndKeepsTheRest)
+TEST(Configuration, WithoutKeysSelectsStandardErrorAndChangesNothingElse)
 {
     const Folder folder;
     Write logger;
@@ -119,7 +119,7 @@ TEST(Configuration, EmptyValuesCountAsAbsent)
     EXPECT_EQ(3u, logger.getMaxNumberOfFiles());
 }
 
-TEST(Configuration, GoesBackToStandardErrorInSilence)
+TEST(Configuration, ReturningToStandardErrorIsNotReported)
 {
     const Folder folder;
     Captured err(std::cerr);
@@ -132,12 +132,12 @@ TEST(Configuration, GoesBackToStandardErrorInSilence)
     EXPECT_EQ("global ERROR WriteConfigurationTest.cpp : text\n", err.taken()) << "no report, no new header";
 }
 
-TEST(ConfigurationFile, WithoutADirectoryStandsBelowLog)
+TEST(ConfigurationFile, WithoutADirectoryIsInLog)
 {
     EXPECT_EQ("log/a.log", pathBy({{"file", "a.log"}}));
 }
 
-TEST(ConfigurationFile, StandsInItsDirectory)
+TEST(ConfigurationFile, IsInItsDirectory)
 {
     EXPECT_EQ("/tmp/a.log", pathBy({{"file", "a.log"}, {"directory", "/tmp"}}));
     EXPECT_EQ("/tmp//a.log", pathBy({{"file", "a.log"}, {"directory", "/tmp/"}}));
@@ -153,7 +153,7 @@ TEST(ConfigurationFile, WithAPathIgnoresTheDirectory)
     EXPECT_EQ("/a.log", pathBy({{"file", "/a.log"}}));
 }
 
-TEST(ConfigurationFile, ShowsTheDateInPlaceOfTheLastPlaceholder)
+TEST(ConfigurationFile, LastPlaceholderIsReplacedByTheDate)
 {
     expectPath([](const String& date) { return "/var/x-" + date + ".log"; },
                {{"file", "/var/x-<date>.log"}, {"directory", "/tmp"}});
@@ -169,7 +169,7 @@ TEST(ConfigurationFile, ADirectoryAloneNamesTheFileAfterTheProcess)
     expectPath([](const String& date) { return "/tmp/log_tests-" + date + ".log"; }, {{"directory", "/tmp"}});
 }
 
-TEST(ConfigurationFile, TheDateIsOfUtcAlsoInLocalTime)
+TEST(ConfigurationFile, DateIsUtcEvenWithLocalTime)
 {
     // Somewhere the day is another one, at any time: one of these two is off by a day.
     for (const char* const zone : {"AHEAD-14", "BEHIND12"}) {
@@ -184,7 +184,7 @@ TEST(ConfigurationFile, TheDateIsOfUtcAlsoInLocalTime)
     ::tzset();
 }
 
-TEST(ConfigurationStream, OverridesTheFile)
+TEST(ConfigurationStream, TakesPrecedenceOverTheFile)
 {
     Write logger;
     logger.setConfiguration(Settings{{"stream", "STDOUT"}, {"file", "a.log"}, {"directory", "/tmp"}});
@@ -196,7 +196,7 @@ TEST(ConfigurationStream, OverridesTheFile)
     EXPECT_EQ(&asIos(std::cerr), logger.getStream());
 }
 
-TEST(ConfigurationStream, RefusesWhatItDoesNotKnowBeforeAnythingElse)
+TEST(ConfigurationStream, UnknownNameThrowsBeforeAnythingChanges)
 {
     Write logger;
     EXPECT_EQ("Illegal output stream name", textOf<std::out_of_range>([&] {
@@ -208,7 +208,7 @@ TEST(ConfigurationStream, RefusesWhatItDoesNotKnowBeforeAnythingElse)
     EXPECT_EQ(log::Severity_NOTICE, logger.getSeverity());
 }
 
-TEST(ConfigurationStream, MayBeAnotherLoggers)
+TEST(ConfigurationStream, MayBeTheFileOfAnotherLogger)
 {
     OwnLogger owner;
     const Module module("com_kor_dal_nim_log_module_CIMOM", owner.write);
@@ -222,7 +222,7 @@ TEST(ConfigurationStream, MayBeAnotherLoggers)
     EXPECT_EQ(&asIos(owner.sink), owner.write.getStream());
 }
 
-TEST(ConfigurationFlags, AreTrueForTrueInAnyCaseAlone)
+TEST(ConfigurationFlags, AreTrueOnlyForTrueIgnoringCase)
 {
     Write logger;
     for (const char* const yes : {"true", "TRUE", "True", "tRuE"}) {
@@ -249,7 +249,7 @@ TEST(ConfigurationSeverity, IsAThreshold)
     EXPECT_EQ(log::Severity_WARNING, logger.getSeverity());
 }
 
-TEST(ConfigurationSeverity, OfAMaskJoinsTheMaskThatIsThere)
+TEST(ConfigurationSeverity, MaskIsAddedToTheExistingMask)
 {
     Write logger;
     logger.setConfiguration(Settings{{"severity.mask", "ERROR FATAL"}});
@@ -262,7 +262,7 @@ TEST(ConfigurationSeverity, OfAMaskJoinsTheMaskThatIsThere)
               maskOf(logger));
 }
 
-TEST(ConfigurationSeverity, OfAMaskComesBeforeTheThreshold)
+TEST(ConfigurationSeverity, MaskTakesPrecedenceOverTheThreshold)
 {
     Write logger;
     logger.setConfiguration(Settings{{"severity.mask", "ERROR"}, {"severity.id", "TRACE"}});
@@ -273,7 +273,7 @@ TEST(ConfigurationSeverity, OfAMaskComesBeforeTheThreshold)
     EXPECT_EQ(log::Severity_NOTICE, other.getSeverity()) << "not empty, if without a name";
 }
 
-TEST(ConfigurationOutputMask, JoinsTheBits)
+TEST(ConfigurationOutputMask, CombinesTheBits)
 {
     Write logger;
     logger.setConfiguration(Settings{{"output.mask", "SEVERITY  LINENUMBER\tDATETIME"}});
@@ -287,7 +287,7 @@ TEST(ConfigurationOutputMask, JoinsTheBits)
     EXPECT_EQ(0u, logger.getOutputMask());
 }
 
-TEST(ConfigurationOutputMask, RefusesUnknownBitsWithTheStepsBeforeInForce)
+TEST(ConfigurationOutputMask, UnknownBitThrowsAndEarlierSettingsAreInEffect)
 {
     Write logger;
     EXPECT_EQ("Unrecognized NIM Log Output Mask Bit", textOf<std::out_of_range>([&] {
@@ -304,7 +304,7 @@ TEST(ConfigurationOutputMask, RefusesUnknownBitsWithTheStepsBeforeInForce)
     EXPECT_EQ(0u, logger.getMaxFileSize());
 }
 
-TEST(ConfigurationModules, JoinTheFilterThatIsThere)
+TEST(ConfigurationModules, AreAddedToTheExistingFilter)
 {
     Write logger;
     logger.setConfiguration(Settings{{"modules", "b a.*\n*"}});
@@ -313,7 +313,7 @@ TEST(ConfigurationModules, JoinTheFilterThatIsThere)
     EXPECT_EQ((StringColl{"b", "a.*", "*", "c"}), filterOf(logger));
 }
 
-TEST(ConfigurationLimits, AreTheNumbersThatTheValuesBeginWith)
+TEST(ConfigurationLimits, AreTheNumbersAtTheBeginningOfTheValues)
 {
     const std::pair<const char*, std::size_t> values[] = {
         {"0", 0},    {"1", 1},      {"1048576", 1048576},
@@ -331,7 +331,7 @@ TEST(ConfigurationLimits, AreTheNumbersThatTheValuesBeginWith)
     }
 }
 
-TEST(ConfigurationLimits, ApplyToTheFileThatWasJustChosen)
+TEST(ConfigurationLimits, ApplyToTheSelectedFile)
 {
     const Folder folder;
     for (const char* const name : {"a.log.0", "a.log.1", "a.log.2"}) {
@@ -343,7 +343,7 @@ TEST(ConfigurationLimits, ApplyToTheFileThatWasJustChosen)
     EXPECT_EQ((std::vector<String>{"a.log.0"}), logfiletest::namesIn(folder.path()));
 }
 
-TEST(ConfigurationOrder, IsThatOfItsReports)
+TEST(ConfigurationOrder, IsShownByTheReports)
 {
     const Folder folder;
     DefaultLogger logger;
@@ -377,7 +377,7 @@ TEST(ConfigurationOrder, IsThatOfItsReports)
     EXPECT_EQ(expected, behindFirstLine(contentOf(folder / "a.log")));
 }
 
-TEST(SystemConfiguration, IsThatOfTheDefaultLogger)
+TEST(SystemConfiguration, AppliesToTheDefaultLogger)
 {
     DefaultLogger logger;
     Properties settings;
@@ -392,7 +392,7 @@ TEST(SystemConfiguration, IsThatOfTheDefaultLogger)
     EXPECT_THAT(err.taken(), testing::EndsWith(String(REPORT) + "Severity\n\told: NOTICE\n\tnew: FATAL\n"));
 }
 
-TEST(SystemConfiguration, LetsBadValuesThrough)
+TEST(SystemConfiguration, BadValuesThrow)
 {
     DefaultLogger logger;
     EXPECT_EQ("Illegal output stream name", textOf<std::out_of_range>([] {

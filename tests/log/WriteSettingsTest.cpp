@@ -33,7 +33,7 @@ TEST(ChangeReport, IsAForcedRecordOfThreeLinesAtInfo)
                      ": Changing logging setting: Severity\n\told: NOTICE\n\tnew: FATAL\n"));
 }
 
-TEST(ChangeReport, PassesSeverityAndFilter)
+TEST(ChangeReport, IgnoresSeverityAndFilter)
 {
     DefaultLogger logger;
     logger->setModuleFilter("other", true);
@@ -43,7 +43,7 @@ TEST(ChangeReport, PassesSeverityAndFilter)
     EXPECT_EQ(changed("MaxFileSize", "\"0\"", "\"1\""), logger.taken());
 }
 
-TEST(ChangeReport, OtherLoggersChangeInSilence)
+TEST(ChangeReport, OtherLoggersDoNotReport)
 {
     DefaultLogger defaultLogger;
     OwnLogger logger;
@@ -61,7 +61,7 @@ TEST(ChangeReport, OtherLoggersChangeInSilence)
     EXPECT_EQ("", defaultLogger.taken());
 }
 
-TEST(ChangeReport, AFailureOfItLeavesTheSettingChanged)
+TEST(ChangeReport, FailureThrowsAfterTheChange)
 {
     DefaultLogger logger;
     EXPECT_ANY_THROW(logger->setPath("/nowhere/at/all"));
@@ -101,7 +101,7 @@ TEST(SetOutputMask, IsReportedUnderTheNewMask)
               logger.taken());
 }
 
-TEST(SetOutputMask, RefusesMoreThanAllBits)
+TEST(SetOutputMask, ThrowsAboveAllBits)
 {
     DefaultLogger logger;
     for (const unsigned int mask : {1024u, 0xFFFFFFFFu}) {
@@ -113,7 +113,7 @@ TEST(SetOutputMask, RefusesMoreThanAllBits)
 
 // Local time and remote control
 
-TEST(SetLocaltime, IsReportedAndGivesTheOldSetting)
+TEST(SetLocaltime, IsReportedAndReturnsTheOldSetting)
 {
     DefaultLogger logger;
     EXPECT_FALSE(logger->setLocaltime(true));
@@ -143,7 +143,7 @@ TEST(SetLocaltime, IsOneSettingForAllLoggers)
     EXPECT_FALSE(other.getLocaltime());
 }
 
-TEST(AllowRemoteControl, IsReportedAndGivesTheOldSetting)
+TEST(AllowRemoteControl, IsReportedAndReturnsTheOldSetting)
 {
     DefaultLogger logger;
     EXPECT_FALSE(logger->allowRemoteControl(true));
@@ -183,7 +183,7 @@ TEST(SetPath, IsReportedInTheNewFile)
                                                                 '"' + (folder / "b.log") + '"')));
 }
 
-TEST(SetPath, TwiceToOnePathIsOnce)
+TEST(SetPath, SettingTheCurrentPathChangesNothing)
 {
     const Folder folder;
     DefaultLogger logger;
@@ -195,7 +195,7 @@ TEST(SetPath, TwiceToOnePathIsOnce)
     EXPECT_EQ(stream, logger->getStream());
 }
 
-TEST(SetPath, OfNothingIsStandardError)
+TEST(SetPath, EmptyPathSelectsStandardError)
 {
     const Folder folder;
     Captured err(std::cerr);
@@ -212,7 +212,7 @@ TEST(SetPath, OfNothingIsStandardError)
     EXPECT_EQ("", logger->getPath());
 }
 
-TEST(SetPath, OfNothingWithoutAPathChangesNothing)
+TEST(SetPath, EmptyPathWithoutAFileChangesNothing)
 {
     DefaultLogger logger;
     logger->setPath("");
@@ -260,7 +260,7 @@ TEST(SetStream, ByNameIsReportedInTheNewStream)
     EXPECT_EQ("", err.taken());
 }
 
-TEST(SetStream, ByNameLeavesAFile)
+TEST(SetStream, ByNameReplacesAFile)
 {
     const Folder folder;
     DefaultLogger logger;
@@ -271,7 +271,7 @@ TEST(SetStream, ByNameLeavesAFile)
     EXPECT_EQ("", logger->getPath());
 }
 
-TEST(SetStream, ToWhereTheLoggerIsChangesNothing)
+TEST(SetStream, ToTheCurrentStreamChangesNothing)
 {
     Write logger;
     Captured err(std::cerr);
@@ -280,7 +280,7 @@ TEST(SetStream, ToWhereTheLoggerIsChangesNothing)
     EXPECT_EQ("", err.taken());
 }
 
-TEST(SetStream, RefusesOtherNames)
+TEST(SetStream, UnknownNameThrows)
 {
     DefaultLogger logger;
     for (const char* const name : {"other", "", "stdout", "STDOUT ", "cimom", "<user assigned stream>"}) {
@@ -291,7 +291,7 @@ TEST(SetStream, RefusesOtherNames)
     EXPECT_EQ(&asIos(logger.sink), logger->getStream());
 }
 
-TEST(SetStream, OfTheCallersIsNotReported)
+TEST(SetStream, StreamOfTheCallerIsNotReported)
 {
     DefaultLogger logger;
     std::ostringstream other;
@@ -302,7 +302,7 @@ TEST(SetStream, OfTheCallersIsNotReported)
     logger->setStream(asIos(logger.sink));
 }
 
-TEST(SetStream, RefusesAStreamForReading)
+TEST(SetStream, InputStreamThrows)
 {
     DefaultLogger logger;
     std::istringstream input;
@@ -335,7 +335,7 @@ TEST(SetMaxNumberOfFiles, IsReported)
     EXPECT_EQ("", logger.taken());
 }
 
-TEST(SetMaxNumberOfFiles, RemovesBeforeItsReport)
+TEST(SetMaxNumberOfFiles, DeletesExcessFilesBeforeItsReport)
 {
     const Folder folder;
     for (const char* const name : {"a.log.0", "a.log.1", "a.log.2"}) {
@@ -365,7 +365,7 @@ TEST(SetModuleFilter, IsReportedEachTime)
     EXPECT_EQ(StringColl(), filterOf(logger.write()));
 }
 
-TEST(SetModuleFilter, OfTheEmptyNameAddsNothingAndRemovesAll)
+TEST(SetModuleFilter, EmptyNameAddsNothingAndRemovesAll)
 {
     DefaultLogger logger;
     logger->setModuleFilter("a", true);
@@ -379,7 +379,7 @@ TEST(SetModuleFilter, OfTheEmptyNameAddsNothingAndRemovesAll)
     EXPECT_EQ(StringColl(), filterOf(logger.write()));
 }
 
-TEST(SetModuleFilter, SilencesTheOthers)
+TEST(SetModuleFilter, DisablesOtherModules)
 {
     OwnLogger logger;
     Module a("a.x", logger.write);

@@ -43,7 +43,7 @@ TEST(SetSeverity, EndsAMask)
     EXPECT_FALSE(logger->isSeveritySatisfied(log::Severity_WARNING));
 }
 
-TEST(SetSeverity, RefusesWhatIsNone)
+TEST(SetSeverity, UnknownSeverityThrows)
 {
     DefaultLogger logger;
     for (const int value : {-1, 8, 100}) {
@@ -74,7 +74,7 @@ TEST(SetSeverity, RefusesWhatIsNone)
     EXPECT_EQ((SeverityColl{log::Severity_NONE}), maskOf(logger.write()));
 }
 
-TEST(SetSeverityMask, OfOneSeverityStartsAMask)
+TEST(SetSeverityMask, AddingOneSeverityStartsAMask)
 {
     DefaultLogger logger;
     logger->setSeverityMask(log::Severity_ERROR, true);
@@ -92,7 +92,7 @@ TEST(SetSeverityMask, OfOneSeverityStartsAMask)
     EXPECT_EQ("", logger.taken()) << "it was not in the mask";
 }
 
-TEST(SetSeverityMask, WithoutItsLastBitLetsEverythingThrough)
+TEST(SetSeverityMask, RemovingTheLastBitLetsAllRecordsPass)
 {
     DefaultLogger logger;
     logger->setSeverityMask(log::Severity_ERROR, true);
@@ -105,7 +105,7 @@ TEST(SetSeverityMask, WithoutItsLastBitLetsEverythingThrough)
     }
 }
 
-TEST(SetSeverityMask, OfOneThatIsNotThereLetsEverythingThroughToo)
+TEST(SetSeverityMask, RemovingAnAbsentBitLetsAllRecordsPass)
 {
     DefaultLogger logger;
     logger->setSeverityMask(log::Severity_ERROR, false);
@@ -115,7 +115,7 @@ TEST(SetSeverityMask, OfOneThatIsNotThereLetsEverythingThroughToo)
     EXPECT_EQ("", logger.taken());
 }
 
-TEST(SetSeverityMask, OfNoneOnAnEmptyMaskLetsEverythingThrough)
+TEST(SetSeverityMask, AddingNoneToAnEmptyMaskLetsAllRecordsPass)
 {
     DefaultLogger logger;
     logger->setSeverityMask(log::Severity_NONE, true);
@@ -124,7 +124,7 @@ TEST(SetSeverityMask, OfNoneOnAnEmptyMaskLetsEverythingThrough)
     EXPECT_TRUE(logger->isSeveritySatisfied(log::Severity_NONE));
 }
 
-TEST(SetSeverityMask, OfNoneAddsNothingToAMask)
+TEST(SetSeverityMask, AddingNoneDoesNotChangeAMask)
 {
     DefaultLogger logger;
     logger->setSeverityMask(log::Severity_ERROR, true);
@@ -134,7 +134,7 @@ TEST(SetSeverityMask, OfNoneAddsNothingToAMask)
     EXPECT_EQ((SeverityColl{log::Severity_ERROR}), maskOf(logger.write()));
 }
 
-TEST(SetSeverityMask, WithoutNoneGoesBackToTheDefault)
+TEST(SetSeverityMask, RemovingNoneRestoresTheDefaultThreshold)
 {
     DefaultLogger logger;
     logger->setSeverityMask(log::Severity_NONE, false);
@@ -152,7 +152,7 @@ TEST(SetSeverityMask, WithoutNoneGoesBackToTheDefault)
     EXPECT_EQ(log::Severity_NOTICE, logger->getSeverity());
 }
 
-TEST(SetSeverityMask, WithoutNoneAsksForTheDefaultOfNow)
+TEST(SetSeverityMask, RemovingNoneUsesTheCurrentDefault)
 {
     Write logger;
     log::Control::setSeverityDefault(log::Severity_WARNING);
@@ -161,7 +161,7 @@ TEST(SetSeverityMask, WithoutNoneAsksForTheDefaultOfNow)
     EXPECT_EQ(log::Severity_WARNING, logger.getSeverity());
 }
 
-TEST(SetSeverityMask, OfSeveralAddsThem)
+TEST(SetSeverityMask, AddsSeveralSeverities)
 {
     DefaultLogger logger;
     logger->setSeverityMask(SeverityColl{log::Severity_ERROR, log::Severity_NOTICE, log::Severity_NONE},
@@ -178,7 +178,7 @@ TEST(SetSeverityMask, OfSeveralAddsThem)
     EXPECT_EQ(log::Severity_TRACE, logger->getSeverity());
 }
 
-TEST(SetSeverityMask, OffForSeveralKeepsExactlyThese)
+TEST(SetSeverityMask, OffWithSeveralSeveritiesKeepsExactlyThese)
 {
     DefaultLogger logger;
     logger->setSeverityMask(SeverityColl{log::Severity_DEBUG, log::Severity_NOTICE, log::Severity_ERROR},
@@ -195,7 +195,7 @@ TEST(SetSeverityMask, OffForSeveralKeepsExactlyThese)
     EXPECT_EQ((SeverityColl{log::Severity_NONE}), maskOf(logger.write()));
 }
 
-TEST(SetSeverityMask, OffForSeveralWithoutAMaskChangesNothing)
+TEST(SetSeverityMask, OffWithSeveralSeveritiesWithoutAMaskChangesNothing)
 {
     DefaultLogger logger;
     logger->setSeverityMask(SeverityColl{log::Severity_NOTICE, log::Severity_ERROR}, false);
@@ -204,7 +204,7 @@ TEST(SetSeverityMask, OffForSeveralWithoutAMaskChangesNothing)
     EXPECT_EQ(log::Severity_NOTICE, logger->getSeverity());
 }
 
-TEST(SetSeverityMask, AListOfOneIsThatOne)
+TEST(SetSeverityMask, ListOfOneEqualsTheSingleForm)
 {
     DefaultLogger logger;
     logger->setSeverityMask(SeverityColl{log::Severity_ERROR}, true);
@@ -218,7 +218,7 @@ TEST(SetSeverityMask, AListOfOneIsThatOne)
     EXPECT_EQ(log::Severity_NOTICE, logger->getSeverity());
 }
 
-TEST(SetSeverityMask, AnEmptyListIsNothing)
+TEST(SetSeverityMask, EmptyListChangesNothing)
 {
     DefaultLogger logger;
     logger->setSeverityMask(SeverityColl(), true);
@@ -229,7 +229,7 @@ TEST(SetSeverityMask, AnEmptyListIsNothing)
     EXPECT_EQ(log::Severity_NOTICE, logger->getSeverity());
 }
 
-TEST(GetSeverityMask, OfNoneInForceIsNoneAlone)
+TEST(GetSeverityMask, WithoutAMaskIsNoneAlone)
 {
     Write logger;
     EXPECT_EQ((SeverityColl{log::Severity_NONE}), maskOf(logger));
