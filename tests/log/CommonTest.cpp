@@ -24,7 +24,7 @@ using testing::MatchesRegex;
 static_assert(sizeof(log::Severity) == 4 && std::is_signed_v<std::underlying_type_t<log::Severity>>);
 static_assert(sizeof(log::Mask) == 4);
 
-/** Puts the process in a time zone, and back. */
+/** Selects a time zone until the end of the scope. */
 class TimeZone
 {
 public:
@@ -54,7 +54,7 @@ private:
     bool wasSet = false;
 };
 
-/** Shows local time, and UTC again at its end. */
+/** Selects local time until the end of the scope. */
 struct LocalTime
 {
     LocalTime()
@@ -264,7 +264,7 @@ TEST(DateTime, EqualsTheResultOfStrftime)
          {"CET-1CEST,M3.5.0,M10.5.0/3", "NST3:30", "IST-5:30", "XYZ12", "LHST-10:30LHDT-11"}) {
         const TimeZone zone(name);
         for (int i = 0; i < 2000; ++i) {
-            // Up to the year 12,700, and a little before the epoch.
+            // Up to the year 12,700, and slightly before the epoch.
             const auto time = static_cast<std::time_t>(random() % 338000000000) - 1000000000;
             std::tm brokenDown = {};
             ASSERT_NE(::localtime_r(&time, &brokenDown), nullptr);

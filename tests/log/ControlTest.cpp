@@ -20,7 +20,7 @@ static_assert(std::is_same_v<decltype(Control::DEFAULT_MASK), unsigned int>);
 static_assert(std::is_same_v<decltype(Control::DEFAULT_SEVERITY), log::Severity>);
 static_assert(std::is_same_v<decltype(std::declval<const Control&>().getPath()), const String>);
 
-/** A control that knows no files: it replaces what it must and nothing else. */
+/** A Control without files, which overrides only the pure virtual operations. */
 class FilelessControl : public Control
 {
 public:
@@ -78,7 +78,7 @@ public:
     bool switchedOn = false;
 };
 
-/** Puts the defaults back, past the check of the setter. */
+/** Restores the defaults, directly: the setter would reject DEFAULT_MASK. */
 class Defaults : public testing::Test
 {
 protected:

@@ -18,7 +18,7 @@ using log::Control;
 using log::Write;
 using logfiletest::Folder;
 
-/** The umask of this process, until the end of the scope. */
+/** Sets the umask of this process until the end of the scope. */
 class Umask
 {
 public:

@@ -1,4 +1,4 @@
-// Children of a process whose other threads write to loggers and files of their own.
+// Children of a process whose other threads write to several loggers and files.
 
 #include <dalnim/log/Write.hpp>
 
@@ -198,7 +198,7 @@ TEST(ForkHandlers, LoggersAreConstructedAndReplaceTheirFilesDuringForks)
     int slowForks = 0;
     {
         const Repeated constructing([&] { const FileLogger other(folder / "c.log"); });
-        // The file that it has is destroyed under its lock.
+        // Destroys its current file while its lock is held.
         const Repeated replacing([&] {
             user.write.setStream("CIMOM");
             user.write.setPath(folder / "b.log");
@@ -217,7 +217,7 @@ TEST(ForkHandlers, LoggersAreConstructedAndReplaceTheirFilesDuringForks)
     }
     EXPECT_EQ(FORKS, countIn(contentOf(folder / "c.log"), " : child\n"));
     EXPECT_EQ(FORKS, countIn(contentOf(folder / "a.log") + contentOf(folder / "b.log"), " : child\n"));
-    // Locks that are acquired in two orders would cost each fork its second.
+    // If locks were acquired in two orders, each fork would take a second.
     EXPECT_LT(slowForks, FORKS / 2);
     user.write.unregisterModule(shared);
 }
@@ -320,21 +320,21 @@ TEST(ForkHandlers, ForkReturnsAfterASecondIfThePipeIsNotRead)
         before = written;
         std::this_thread::sleep_for(milliseconds(100));
     }
-    // Its lock is still waited for when the second has passed.
+    // The fork waits for the time zone mutex after the second has passed.
     const Repeated inTimeZone([] { useTimeZone(); });
     inTimeZone.awaitRound();
     const auto begin = steady_clock::now();
     EXPECT_EQ(0, inChildProcess([&] {
                   ::alarm(PATIENCE_S);
                   useTimeZone();
-                  // The lock is free, and so is that of the file.
+                  // The locks of the logger and its file are free.
                   blocked.write.setPath(folder / "child.log");
                   blocked.log("child");
               }));
     EXPECT_GE(steady_clock::now() - begin, milliseconds(990));
     EXPECT_EQ(" : child\n", contentOf(folder / "child.log"));
 
-    // The parent goes on as soon as the pipe is read.
+    // The parent continues as soon as the pipe is read.
     isOver = true;
     char bytes[65536];
     while (::read(reader, bytes, sizeof bytes) > 0) {
@@ -428,7 +428,7 @@ private:
 TEST(ForkHandlers, AChildInsertsNumbersWithoutALockOfTheLocale)
 {
     CallbackLogger logger;
-    // The child of a process that has had one thread only may take any lock.
+    // The child of a process that has always had a single thread may acquire any lock.
     logger.logOnAThread([] {}).join();
     const GlobalLocale locale(std::locale(std::locale::classic(), new std::numpunct<char>));
     EXPECT_EQ(0, inChildProcess([&] {

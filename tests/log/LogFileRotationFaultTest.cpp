@@ -8,11 +8,11 @@ namespace {
 
 using namespace logfiletest;
 
-/** Rotation that meets an obstacle. No line is lost by it, and none fails. */
+/** Rotations that fail. No line is lost, and no call fails. */
 class LogFileRotationFaultTest : public LogFileFixture
 {
 protected:
-    /** The end of a rotation that failed, and that the records go on. */
+    /** Expects the trace of a failed rotation, and further records on standard error. */
     void expectReverted(const String& error)
     {
         const String traces = err.take();

@@ -9,11 +9,11 @@ namespace {
 using namespace logfiletest;
 using testing::ElementsAre;
 
-/** Rotation that goes well. What goes wrong in one stands with the faults. */
+/** Rotations that succeed; see LogFileRotationFaultTest for those that fail. */
 class LogFileRotationTest : public LogFileFixture
 {
 protected:
-    /** The traces of a rotation without old files but those that are told. */
+    /** Returns the traces of a rotation. */
     String switching(std::size_t numFiles, std::size_t maxFiles, const String& steps) const
     {
         return "LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
@@ -273,7 +273,7 @@ TEST_F(LogFileRotationTest, LinkIsRenamedAndItsTargetIsUnchanged)
     EXPECT_FALSE(std::filesystem::is_symlink(path));
 }
 
-// ---- counting and removing old files --------------------------------------------------------
+// ---- counting and removing rotated files --------------------------------------------------------
 
 TEST_F(LogFileRotationTest, CountsNamesThatEndInADotAndADecimalNumber)
 {
@@ -386,11 +386,11 @@ TEST_F(LogFileRotationTest, WithoutAPathNothingIsRemoved)
                 ElementsAre(".0", ".1", ".2", "server.log.0", "server.log.1", "server.log.2"));
 }
 
-/** What is counted in the file, and what of it is asked of the kernel. */
+/** When the size of a file is counted, and when the kernel is asked for it. */
 class LogFileSizeTest : public LogFileRotationTest
 {
 protected:
-    /** A thousandth of it is about a line. */
+    /** One thousandth of it is about a line. */
     static constexpr std::size_t LIMIT = 102400;
 
     /** Lines of 100 bytes in the file. */
@@ -465,7 +465,7 @@ TEST_F(LogFileSizeTest, AfterAForeignAppendTheSizeIsCheckedAtEachLine)
     appendFromOutside(200000);
     logLines(1);
     EXPECT_EQ(201400, std::filesystem::file_size(old(0)));
-    // In the next file, too.
+    // Also in the next file.
     appendFromOutside(200000);
     logLines(1);
     EXPECT_EQ(200100, std::filesystem::file_size(old(0)));

@@ -21,7 +21,7 @@ using log::ModuleRegistration;
 
 typedef std::list<String> Names;
 
-/** A registration whose filter has these entries. */
+/** A registration with these filter entries. */
 struct Filter : ModuleRegistration
 {
     Filter(std::initializer_list<const char*> entries)
@@ -286,7 +286,7 @@ TEST(ModuleRegistration, DeletesOnlyDynamicModules)
     EXPECT_EQ(2u, logger.registration.getModulesActual().size()) << "the list is not touched";
 }
 
-/** Bytes that this process has allocated and not freed. */
+/** Returns the number of bytes that this process has allocated and not freed. */
 std::size_t allocatedBytes()
 {
     const struct mallinfo2 info = ::mallinfo2();
@@ -348,7 +348,7 @@ TEST(ModuleRegistration, NamesAreInTheOrderOfRegistration)
     EXPECT_EQ((std::vector<String>{"a", "b", "c", "b"}), logger.registration.getNamesActual());
 }
 
-/** Seconds of processor time of this thread. */
+/** Returns the processor time of this thread, in seconds. */
 double threadCpuSeconds()
 {
     timespec time = {};
@@ -356,7 +356,7 @@ double threadCpuSeconds()
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-// With a search through all modules for each of them this takes minutes.
+// A search through all modules for each module would take minutes.
 TEST(ModuleRegistration, RegistersManyModulesInLessThanQuadraticTime)
 {
     constexpr std::size_t NUMBER = 100000;
@@ -385,7 +385,7 @@ TEST(ModuleRegistration, ModuleMayBeDestroyedBeforeItsLogger)
     {
         const Module shortLived("a name that is too long to be kept within the string", logger);
     }
-    // The logger goes here, with an entry that leads nowhere. Sanitizers would tell.
+    // The logger is destroyed here, with an entry for a destroyed module. A sanitizer would report an access.
 }
 
 TEST(ModuleRegistration, ModuleMayBeDestroyedAfterItsLogger)

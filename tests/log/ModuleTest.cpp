@@ -20,7 +20,7 @@ static_assert(std::is_same_v<decltype(com_kor_dal_nim_log_module), Module&>);
 static_assert(std::is_same_v<decltype(com_kor_dal_nim_log_control), log::Control&>);
 static_assert(std::is_same_v<decltype(log::GET_NIM_LOG_LOGGER_VAR()), log::Log&>);
 
-/** What log(mod, rec, force) of a logger was called with. */
+/** The arguments of a call of log(mod, rec, force). */
 class RecordingLog : public PlainLog
 {
 public:
@@ -240,7 +240,7 @@ TEST(ModuleGate, CallsTheOverrideOfASubclass)
     EXPECT_FALSE(module.isSeveritySatisfied(log::Severity_FATAL));
 }
 
-/** Builds its logger's part that makes a module, before the logger is of its final type. */
+/** A base class that constructs a module before the logger has its final type. */
 struct ModuleMaker
 {
     explicit ModuleMaker(log::Log& logger) : module("a", logger) {}
@@ -248,7 +248,7 @@ struct ModuleMaker
     Module module;
 };
 
-// While the base classes of Late are constructed, it looks like a plain Write.
+// While its base classes are constructed, the dynamic type of a Late is Write.
 TEST(ModuleGate, CallsTheOverrideIfTheBaseConstructedTheModule)
 {
     struct Late : log::Write, ModuleMaker
@@ -273,7 +273,7 @@ TEST(ModuleGate, FirstCheckAppliesTheLoggersThreshold)
     EXPECT_TRUE(other.isSeveritySatisfied(log::Severity_NOTICE));
 }
 
-/** Names a private member, which an explicit instantiation may. */
+/** Names a private member, which is allowed in an explicit instantiation. */
 template <std::atomic<unsigned int> log::ModuleRegistration::*Generation>
 struct GenerationAccess
 {
@@ -288,7 +288,7 @@ template struct GenerationAccess<&log::ModuleRegistration::_update>;
 TEST(ModuleGate, NewModuleIsFilteredInGenerationZero)
 {
     PlainLog logger;
-    // A step before the generation wraps: 4,294,967,295 changes of the filter would take a minute.
+    // One step before the generation wraps. 4,294,967,295 changes of the filter would take a minute.
     setGeneration(logger.registration, 0xFFFFFFFF);
     logger.registration.setUpdate();
     ASSERT_EQ(0u, logger.registration.getUpdate());

@@ -49,13 +49,13 @@ struct Settings : Properties
     }
 };
 
-/** What reconfigure() throws for these settings. */
+/** Returns the message of the exception that reconfigure() throws for these settings. */
 String refusal(Control& logger, const Settings& settings)
 {
     return textOf<std::invalid_argument>([&] { logger.reconfigure(settings); });
 }
 
-/** The settings of a logger as one text. */
+/** Returns all settings of a logger in one string. */
 String stateOf(const Write& logger)
 {
     std::ostringstream state;
@@ -276,7 +276,7 @@ TEST(Reconfigure, KeepsTheOldLogIfThePathCannotBeOpened)
     EXPECT_EQ(" : before\n : after\n", contentOf(folder / "a.log"));
 }
 
-/** The check cannot see this coming. */
+/** A failure that the check cannot predict. */
 TEST(Reconfigure, KeepsTheOldLogIfTheOpenFails)
 {
 #ifdef DALNIM_SANITIZED
@@ -435,13 +435,14 @@ TEST(Reconfigure, OwnerMovesTheLoggersThatShareItsFile)
     EXPECT_EQ(" : text\n", contentOf(folder / "b.log"));
 }
 
-// Perturbed, or in a few of a thousand rounds, the borrower writes between the file and its limits.
+// In a perturbed build, or in a few of a thousand rounds, the other logger writes after the file has been
+// replaced and before its limits are set.
 TEST(Reconfigure, OwnerSelectsAFileTogetherWithItsLimits)
 {
     constexpr int THREADS = 2;
     constexpr int ROUNDS = 1000;
     EXPECT_EQ(0, support::inChildProcess([] {
-                  // For the traces of all those rotations.
+                  // Collects the traces of all rotations.
                   ASSERT_NE(nullptr, std::freopen("/dev/null", "w", stderr));
                   const Folder folder;
                   const Settings limited{
@@ -588,14 +589,14 @@ TEST(Reopen, DoesNothingForAStreamOrASharedFile)
     EXPECT_EQ(folder / "a.log", own.write.getPath());
 }
 
-// Reopening opens the file and then waits for the thread that rotates it: what it has opened is an old file
-// by then.
+// reopen() opens the file, then waits for the thread that rotates it. The opened file has been renamed by
+// then.
 TEST(Reopen, DoesNotContinueInAFileThatIsRotatedConcurrently)
 {
     constexpr int ROUNDS = 100;
     constexpr int RECORDS = 10;
     EXPECT_EQ(0, support::inChildProcess([] {
-                  // For the traces of all those rotations.
+                  // Collects the traces of all rotations.
                   ASSERT_NE(nullptr, std::freopen("/dev/null", "w", stderr));
                   const Folder folder;
                   const String path = folder / "a.log";

@@ -16,7 +16,7 @@ using testing::ElementsAre;
 class RotatedFilesTest : public testing::Test
 {
 protected:
-    /** Makes files whose content is their ending, "" for the live one. */
+    /** Creates files whose content names their ending; "" is the live file. */
     void createAll(const std::vector<String>& endings)
     {
         for (const String& ending : endings) {
@@ -24,7 +24,7 @@ protected:
         }
     }
 
-    /** The names of all files and what they hold, as "server.log.0=was .1". */
+    /** Returns the names and contents of all files, as "server.log.0=was .1". */
     std::vector<String> all() const
     {
         std::vector<String> result;

@@ -1,4 +1,4 @@
-// A process that is killed at each system call of a rotation, and the next one.
+// A process that is killed at each system call of a rotation, and the process that follows it.
 
 #include "LogSet.hpp"
 
@@ -45,7 +45,7 @@ public:
         return WIFSTOPPED(status);
     }
 
-    /** Goes on to the next beginning or end of a system call. */
+    /** Continues until the next beginning or end of a system call. */
     void step()
     {
         ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
@@ -93,7 +93,7 @@ protected:
         return process.isAlive();
     }
 
-    /** The next process rotates as often as it takes to come across each gap. */
+    /** Lets the next process rotate often enough to reach each gap. */
     void goOn(std::size_t maxFiles, int rotations)
     {
         open(10, maxFiles);
@@ -141,7 +141,7 @@ TEST_F(RotationKillTest, NoFileButTheOldestIsLostWithAMaximum)
     for (bool wasKilled = true; wasKilled && !HasFailure(); ++steps) {
         SCOPED_TRACE(steps);
         wasKilled = rotateUpTo(steps, OLD_FILES);
-        // The first rotation of the next process may remove another one: that of a full set.
+        // If the maximum is reached, the first rotation of the next process removes another file.
         const bool isFull = oldNumbers(path).size() >= OLD_FILES;
         const String before = wholeLog(path);
         goOn(OLD_FILES, 1);

@@ -168,7 +168,7 @@ TEST_F(CimomStream, ClosesTheFileThatItReplaces)
     EXPECT_THAT(contentOf(folder / "own.log"), testing::Not(testing::HasSubstr("text")));
 }
 
-/** Who comes to a second logger's file closes the first one's, though it is shared too. */
+/** A logger that starts to share a second file closes the first one, even if that is shared as well. */
 TEST_F(CimomStream, ClosesASharedFileThatItReplaces)
 {
     OwnLogger second;

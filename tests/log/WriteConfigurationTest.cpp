@@ -36,7 +36,7 @@ struct Settings : Properties
     }
 };
 
-/** Today in UTC as file names show it. */
+/** Returns the current date in UTC, as in file names. */
 String today()
 {
     const std::time_t now = std::time(nullptr);
@@ -47,7 +47,7 @@ String today()
     return text;
 }
 
-/** The path that a logger gets by these settings. */
+/** Returns the path of a logger with these settings. */
 String pathBy(const Settings& settings)
 {
     Write logger;
@@ -55,7 +55,7 @@ String pathBy(const Settings& settings)
     return logger.getPath();
 }
 
-/** pathBy(), compared with the path that `expected` makes of today; not thrown off at midnight. */
+/** Compares pathBy() with the path that `expected` returns for the current date, also at midnight. */
 template <class Expected>
 void expectPath(Expected expected, const Settings& settings)
 {
@@ -171,7 +171,7 @@ TEST(ConfigurationFile, ADirectoryAloneNamesTheFileAfterTheProcess)
 
 TEST(ConfigurationFile, DateIsUtcEvenWithLocalTime)
 {
-    // Somewhere the day is another one, at any time: one of these two is off by a day.
+    // At any time, the date in one of these two zones differs from the date in UTC.
     for (const char* const zone : {"AHEAD-14", "BEHIND12"}) {
         ::setenv("TZ", zone, 1);
         ::tzset();
@@ -364,7 +364,7 @@ TEST(ConfigurationOrder, IsShownByTheReports)
     expected += changed("OutputPath", "\"<user assigned stream>\"", '"' + (folder / "a.log") + '"');
     expected += changed("TimestampInLocalTime", "false", "true");
     expected += changed("SeverityMask", "0x0 [NONE]", "0x40 [ERROR]");
-    // From here on without the source.
+    // The following reports do not contain the source.
     const String report = "com.kor.dal.nim.log.internal INFO : Changing logging setting: ";
     expected += report
                 + "OutputMask\n\told: 0x184 [SEVERITY,MODULENAME,SOURCEFILE]\n"

@@ -38,13 +38,13 @@ constexpr bool IS_SANITIZED = false;
 #endif
 
 /**
- * How many documents a second the host gets, if it can serve as many. The thread sanitizer keeps memory for
- * each library that was ever mapped: some 2 GiB for ten minutes at this rate.
+ * Number of documents per second that are sent to the host, at most. The thread sanitizer uses memory for
+ * each library that was ever mapped: about 2 GiB for ten minutes at this rate.
  */
 constexpr std::size_t DOCUMENTS_PER_SECOND = IS_SANITIZED ? 5 : 10;
-/** Groups of requests in a document, each of which begins with a reload. */
+/** Number of groups of requests in a document. Each group begins with a reload. */
 constexpr int GROUPS = 3;
-/** More than any step takes, also under a sanitizer. */
+/** Longer than any step, also under a sanitizer. */
 constexpr std::chrono::seconds STUCK(60);
 constexpr std::chrono::milliseconds HANGUP_INTERVAL(150);
 
@@ -74,7 +74,7 @@ std::size_t count(const std::string& text, const std::string& part)
     return number;
 }
 
-/** What the host has of the system at a moment. */
+/** The resources that the host uses at one moment. */
 struct Usage
 {
     long kibibytes = 0;
@@ -109,7 +109,7 @@ public:
         return scratch.file("plugins/" + name + ".so");
     }
 
-    /** Puts a copy of a library in the place of a plug-in's, by a rename. */
+    /** Replaces the library of a plug-in by a copy of another one, by a rename. */
     void replacePlugin(const std::string& name, const std::string& library)
     {
         const std::string fresh = plugin(name) + ".new";
@@ -118,7 +118,7 @@ public:
         ++swaps;
     }
 
-    /** Writes the next of several configurations, in one step. */
+    /** Writes the next of several configurations, atomically. */
     void configure()
     {
         const int round = configurations++;
@@ -155,7 +155,7 @@ public:
         require(written == static_cast<ssize_t>(text.size()), "a document is not taken");
     }
 
-    /** Waits for the end of a document's results; returns them. */
+    /** Waits for the results of a document. Returns them. */
     std::string receive(std::size_t elements)
     {
         std::string text;
@@ -163,14 +163,14 @@ public:
         std::size_t lines = 0;
         await(
             [&] {
-                // The process makes the file.
+                // The host creates the file.
                 if (!results.is_open()) {
                     results.open(scratch.file("stdout"));
                 }
                 for (std::string piece; lines < elements && std::getline(results, piece);) {
                     line += piece;
                     if (results.eof()) {
-                        break; // without its newline until now
+                        break; // the newline is not there yet
                     }
                     if (line != "<results>") {
                         text += line + "\n";
@@ -217,7 +217,7 @@ public:
     std::size_t swaps = 0;
 };
 
-/** Reloads the configuration again and again, until it is destroyed. */
+/** Reloads the configuration repeatedly until it is destroyed. */
 class Hangups
 {
 public:
@@ -258,7 +258,7 @@ std::string request(const std::string& plugin, const std::string& rest)
     return "<request plugin='" + plugin + "' " + rest + "</request>";
 }
 
-/** The document of a round, and the results that it must have. */
+/** The document of a round and its expected results. */
 struct Document
 {
     Document(const std::string& document, int variant)
@@ -270,7 +270,7 @@ struct Document
         };
         text = "<requests>";
         for (int group = 0; group < GROUPS; ++group) {
-            // These are under way while the variant is loaded again.
+            // These run while the variant is reloaded.
             for (int i = 0; i < 6; ++i) {
                 const std::string number = std::to_string(100 * group + i);
                 add("calculator",
@@ -313,7 +313,7 @@ void requireEqual(const std::string& got, const std::string& expected)
     }
 }
 
-/** The number in a row of the host's table. */
+/** Returns the number in a row of the host's table. */
 std::size_t row(const std::string& table, const std::string& label)
 {
     const std::size_t at = table.find("  " + label + ' ');
@@ -321,7 +321,7 @@ std::size_t row(const std::string& table, const std::string& label)
     return std::stoul(table.substr(at + label.size() + 2));
 }
 
-/** Waits for the end of the process, no longer than for a stuck one. */
+/** Waits for the end of the process, until it counts as stuck. */
 int waitForEnd(ChildProcess& host)
 {
     const std::string stat = "/proc/" + std::to_string(host.process()) + "/stat";
@@ -335,13 +335,13 @@ int waitForEnd(ChildProcess& host)
     return host.wait();
 }
 
-/** Whether the last third of the run took less than 1 MiB more than the second. */
+/** Returns true if the last third of the run used less than 1 MiB more than the second. */
 bool isFlat(const std::vector<long>& samples)
 {
     constexpr std::size_t ENOUGH = 90;
     constexpr long TOLERANCE = 1024;
     if (IS_SANITIZED || samples.size() < ENOUGH) {
-        std::puts("the memory is not judged");
+        std::puts("the memory is not checked");
         return true;
     }
     const auto third = static_cast<std::ptrdiff_t>(samples.size() / 3);
@@ -370,7 +370,7 @@ void soak(Run& run, std::size_t seconds)
     {
         std::optional<Hangups> hangups;
         for (std::size_t i = 0; i < run.documentCount; ++i) {
-            // Those that the host was too slow for are small, so that it ends by itself.
+            // After the end of the run the documents are small, so that a slow host ends by itself.
             if (Clock::now() >= end) {
                 run.send("<requests>" + request("encoder", "operation='base64'><text>x</text>")
                          + "</requests>");
@@ -421,7 +421,7 @@ void soak(Run& run, std::size_t seconds)
     const std::string table = run.process->errors();
     const std::size_t reports = count(table, "Sanitizer") + count(table, "runtime error:");
     require(reports == 0, "reports:\n" + table);
-    // Its plug-in failed as it was asked to.
+    // The plug-in failed as requested.
     require(status == 1, "the host ended with " + std::to_string(status) + ":\n" + table);
     require(row(table, "tasks under a foreign token") == 0, "a context did not travel:\n" + table);
     require(row(table, "requests dropped") == 0 && row(table, "documents dropped") == 0
@@ -449,7 +449,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: %s SECONDS NIMHOST PLUGINS VARIANT VARIANT\n", argv[0]);
         return 2;
     }
-    // A sanitizer ends the host with the first report, and names both locks of a bad order.
+    // A sanitizer ends the host at its first report, and names both locks of an inconsistent order.
     setenv("TSAN_OPTIONS", "halt_on_error=1:second_deadlock_stack=1", 0);
     std::unique_ptr<Run> run;
     try {

@@ -1,5 +1,5 @@
-// Threads, pools, contexts and queues that come and go for as long as told, under a watch on the memory
-// and the threads of the process. Ends with 1 when something is left over.
+// Creates and destroys threads, pools, contexts and queues for a number of seconds, and monitors the memory
+// and the threads of the process. Ends with 1 if either grows.
 
 #include <dalnim/mt/Queue.hpp>
 #include <dalnim/mt/Thread.hpp>
@@ -20,7 +20,7 @@
 
 #include <mt/Work.hpp>
 
-// What the sanitizer keeps of freed memory is not to hide what the program keeps.
+// Freed memory that the sanitizer retains must not hide a leak.
 extern "C" __attribute__((visibility("default"), used)) const char* __asan_default_options()
 {
     return "quarantine_size_mb=8:thread_local_quarantine_size_kb=64";
@@ -52,7 +52,7 @@ void require(bool holds, const char* what)
     }
 }
 
-/** Waits for what comes by itself, and soon. */
+/** Waits for a condition that other threads fulfil soon. */
 template <class Predicate>
 void await(Predicate holds, const char* what)
 {
@@ -63,7 +63,7 @@ void await(Predicate holds, const char* what)
     }
 }
 
-/** A number of /proc/self/status. */
+/** Returns a number from /proc/self/status. */
 long status(const std::string& name)
 {
     std::ifstream file("/proc/self/status");
@@ -109,8 +109,8 @@ void startDetached(const Keys& keys)
 }
 
 /**
- * Pools that are ended in each way with tasks queued and running. Their tasks add to a pool beside them:
- * workers that overtake each other at the limit of their own would all wait there, for good.
+ * Pools that are ended in each way while tasks are queued and running. Their tasks add tasks to another pool:
+ * in their own pool, workers that meet its limit concurrently would all block there indefinitely.
  */
 void endPools(int way)
 {
@@ -129,7 +129,7 @@ void endPools(int way)
                             inner.release();
                         }
                     } catch (const std::logic_error&) {
-                        // The pool has ended meanwhile.
+                        // The pool has been shut down.
                     }
                 },
                 &destroyed);
@@ -171,7 +171,7 @@ private:
     std::atomic<int>& destroyed;
 };
 
-/** A queue that is shut down under its users, with elements in it. */
+/** A queue that is shut down while threads use it, and while it contains elements. */
 void endQueue()
 {
     std::atomic<int> made{0};
@@ -214,7 +214,7 @@ void round(const Keys& keys, int number)
     endQueue();
 }
 
-/** The memory of the process in KiB, each second. */
+/** The memory of the process, in KiB, sampled once a second. */
 class Watch
 {
 public:
@@ -225,7 +225,7 @@ public:
         return Clock::now() >= end;
     }
 
-    /** Looks when it is time to. */
+    /** Takes a sample if a second has passed since the last one. */
     void look(int rounds)
     {
         if (Clock::now() < start + std::chrono::seconds(samples.size() + 1)) {
@@ -240,15 +240,15 @@ public:
     }
 
     /**
-     * Whether the last third of the run took as much as the second: less than 1 MiB more. Not judged
-     * under a sanitizer, which keeps a record of each thread that there was.
+     * Returns true if the last third of the run used less than 1 MiB more than the second. Also under a
+     * sanitizer, which retains a record of each thread: the memory is not checked there.
      */
     bool isFlat() const
     {
         constexpr std::size_t ENOUGH = 30;
         constexpr long TOLERANCE = 1024;
         if (IS_SANITIZED || samples.size() < ENOUGH) {
-            std::puts("the memory is not judged");
+            std::puts("the memory is not checked");
             return true;
         }
         const auto third = static_cast<std::ptrdiff_t>(samples.size() / 3);
@@ -266,7 +266,7 @@ private:
 
 int soak(int seconds)
 {
-    // A sanitizer may have a thread of its own, which comes with the first other one.
+    // A sanitizer may start a thread of its own together with the first other thread.
     std::thread([] {}).join();
     const long threads = status("Threads");
     Watch watch(seconds);

@@ -1,6 +1,5 @@
-// A plug-in that exists in two variants: the operation "variant" gives the number of this one, "context"
-// whether the request is answered under a token, and "fail" throws an exception whose code is in this
-// library.
+// A plug-in with two variants. The operation "variant" returns the number of this variant, "context" whether
+// the request is served under a security token, and "fail" throws an exception whose code is in this library.
 
 #include <host/plugins/PluginModule.hpp>
 #include <host/plugins/Service.hpp>
@@ -10,7 +9,8 @@
 
 #include <exception>
 
-// std::to_string() has a symbol that is unique in the process, which would keep this library in memory.
+// std::to_string() has a symbol that is unique in the process, which would prevent this library from being
+// unloaded.
 
 namespace nimhost::variant {
 

@@ -63,7 +63,7 @@ void Findings::readLine(std::string_view line, bool isFile)
             continue;
         }
         ++(isFile ? record.inFiles : record.onStandardError);
-        // No other beginning is shorter than that of a record at the beginning of its line.
+        // A record at the beginning of its line has the shortest prefix.
         prefixLength = std::min(prefixLength, at);
         if (at > prefixLength || at > 3) {
             beginnings.push_back({key, std::string(line.substr(0, at))});
@@ -87,8 +87,8 @@ bool Findings::isGlued(const Beginning& beginning) const
     if (round.scenario.children == 0) {
         return true;
     }
-    // Another process may have been killed, or met a full disk, within its record while this one had the
-    // file open. What a full disk leaves may be too short to be known as a part of a record.
+    // Another process may have been killed, or found the disk full, inside its record while this process had the file
+    // open. The part that is written to a full disk may be too short to be recognised as part of a record.
     return !round.scenario.diskFills && beginning.text.find(MARK) == std::string::npos;
 }
 
@@ -101,8 +101,8 @@ void Findings::judge(Figures& figures, std::string& report)
         }
     }
     const bool removesNone = round.scenario.maxNumberOfFiles == 0;
-    // With a maximum it is set as soon as a record has been found in a file: only older ones were removed. A
-    // process that cannot read the directory counts no old files, and removes others than the oldest later.
+    // With a maximum number of files, set as soon as a record has been found in a file: only older files were deleted.
+    // A process that cannot read the directory counts no rotated files, and may later delete files other than the oldest.
     bool isKept = removesNone;
     for (unsigned int life = 0; life < round.scenario.lives; ++life) {
         bool isKeptAfter = isKept;
@@ -112,7 +112,7 @@ void Findings::judge(Figures& figures, std::string& report)
             isKeptAfter = isKeptAfter || isKeptOfThread;
         }
         for (unsigned int index = 0; index < round.forks[life]; ++index) {
-            // The file that a child goes on writing to may be removed by its parent at any time.
+            // The parent may delete the file that a child writes to at any time.
             bool isKeptOfChild = removesNone;
             judgeWriter(round.child(life, index), isKeptOfChild, figures, report);
         }

@@ -12,7 +12,7 @@
 
 namespace torture {
 
-/** The sums of a run, or of one round of it. */
+/** The totals of a run or of one round. */
 struct Figures
 {
     /** Records whose statement returned. */
@@ -20,14 +20,14 @@ struct Figures
     std::size_t kills = 0;
     std::size_t forks = 0;
     std::size_t lost = 0;
-    /** Only a part of the record was found. */
+    /** Records of which only a part was found. */
     std::size_t torn = 0;
-    /** The record was found whole, but not at the beginning of its line. */
+    /** Records that were found whole, but not at the beginning of a line. */
     std::size_t glued = 0;
     std::size_t hung = 0;
-    /** Records that were found twice or never written, and processes that ended by themselves. */
+    /** Records that were found twice or without having been written, and processes that failed. */
     std::size_t wrong = 0;
-    /** Old files with a lower free number, which a kill between two renames leaves. */
+    /** Number of times that a kill between two renames left a missing number. */
     std::size_t gaps = 0;
     std::size_t throws = 0;
     std::size_t onStandardError = 0;
@@ -39,14 +39,14 @@ struct Figures
     }
 };
 
-/** Looks for the records of a round in all that it has left behind. */
+/** Searches the files and the output of a round for its records. */
 class Findings
 {
 public:
     explicit Findings(Round& searched) : round(searched) {}
 
     void read(std::string_view text, bool isFile);
-    /** Adds its result to `figures`. Appends a line for each of the first bad records to `report`. */
+    /** Adds the results to `figures`, and a line for each of the first bad records to `report`. */
     void judge(Figures& figures, std::string& report);
 
 private:
@@ -57,7 +57,7 @@ private:
         bool isPart = false;
     };
     typedef std::pair<unsigned int, unsigned int> Key;
-    /** A whole record, and the beginning of its line. */
+    /** A whole record, and the part of its line in front of it. */
     struct Beginning
     {
         Key record;
@@ -65,7 +65,7 @@ private:
     };
 
     void readLine(std::string_view line, bool isFile);
-    /** Reads the two numbers of a record. Returns false if they are not complete. */
+    /** Reads the two numbers of a record. Returns false if they are incomplete. */
     bool readKey(std::string_view text, Key& key) const;
     bool isGlued(const Beginning& beginning) const;
     void judgeWriter(const Writer& writer, bool& isKept, Figures& figures, std::string& report) const;

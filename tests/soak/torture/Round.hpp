@@ -14,14 +14,14 @@ constexpr unsigned int MAX_THREADS = 3;
 constexpr unsigned int MAX_CHILDREN = 24;
 constexpr unsigned int THREAD_RECORDS = 3000;
 constexpr unsigned int CHILD_RECORDS = 20;
-/** Longer than any record, child or end takes on a busy machine, also under a sanitizer. */
+/** Longer than a record, a child or the end of a process takes on a busy machine, also under a sanitizer. */
 constexpr unsigned int HUNG_SECONDS = 60;
 
 /** The state of standard error during a round. */
 enum class ErrorOutput {
     PIPE,
     NON_BLOCKING_PIPE,
-    /** A small pipe whose reader pauses, for less than the log waits. */
+    /** A small pipe whose reader pauses for less time than the log waits. */
     SLOW_PIPE,
     FILE,
     CLOSED,
@@ -31,21 +31,21 @@ enum class ErrorOutput {
 constexpr std::array<const char*, 6> ERROR_OUTPUT_NAMES = {"pipe",   "non-blocking pipe", "slow pipe", "file",
                                                            "closed", "full pipe"};
 
-/** What happens in a round: all of it follows from the seed. */
+/** The events of a round, which are determined by the seed. */
 struct Scenario
 {
     std::uint64_t seed;
-    /** Number of processes that log to the file, one after the other or all at a time. */
+    /** Number of processes that log to the file, in turn or concurrently (`atATime`). */
     unsigned int lives;
     bool atATime;
     unsigned int threads;
-    /** A logger of the program's own, without reports and configuration, instead of the default one. */
+    /** Whether the program logs to a Write of its own, without reports and stream header. */
     bool ownLogger;
-    /** Records begin with the local time. */
+    /** Whether records begin with the local time. */
     bool localTime;
     std::size_t shortest;
     std::size_t longest;
-    /** Number of records of a thread. */
+    /** Number of records of each thread. */
     unsigned int records;
     std::size_t maxFileSize;
     std::size_t maxNumberOfFiles;
@@ -62,7 +62,7 @@ struct Scenario
 enum class Statement : std::uint8_t { NOT_BEGUN, BEGUN, RETURNED, THREW };
 typedef std::atomic<Statement> StatementState;
 
-/** The statements of one thread, in their order. */
+/** The statements of one thread, in order. */
 struct Writer
 {
     /** Identifies the writer in its records. */
@@ -73,7 +73,7 @@ struct Writer
     unsigned int count;
 };
 
-/** A round, in memory that all of its processes share and that outlives each of them. */
+/** A round, in memory that its processes share, and that outlives them. */
 struct Round
 {
     Scenario scenario;
@@ -81,7 +81,7 @@ struct Round
     std::atomic<bool> isStopped;
     std::atomic<unsigned int> hung;
     std::atomic<unsigned int> childKills;
-    /** The next three are counted for each life. */
+    // Counted for each life.
     std::array<std::atomic<unsigned int>, MAX_LIVES> begun;
     std::array<std::atomic<unsigned int>, MAX_LIVES> finished;
     std::array<std::atomic<unsigned int>, MAX_LIVES> forks;
@@ -100,10 +100,10 @@ struct Round
     }
 };
 
-/** Begins the text of each record. */
+/** The beginning of each record. */
 constexpr char MARK[] = "@rec ";
 
-/** Returns the text of a record, which follows from the seed of the round. */
+/** Returns the text of a record, which is determined by the seed of the round. */
 inline std::string recordText(const Scenario& scenario, unsigned int writer, unsigned int number)
 {
     std::uint64_t hash = scenario.seed + writer * 0x9E3779B97F4A7C15ULL + number * 0xBF58476D1CE4E5B9ULL;
@@ -116,7 +116,7 @@ inline std::string recordText(const Scenario& scenario, unsigned int writer, uns
     return text + '#';
 }
 
-/** Logs as one life of a round until it is finished, stopped or killed. Returns the exit status. */
+/** Logs as one process of a round until it has finished or is stopped. Returns the exit status. */
 int work(Round& round, unsigned int life);
 
 }

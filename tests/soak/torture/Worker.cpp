@@ -90,7 +90,7 @@ private:
         }
     }
 
-    bool goesOn() const
+    bool shouldContinue() const
     {
         return !round.isStopped.load(std::memory_order_relaxed);
     }
@@ -113,7 +113,7 @@ private:
     void write(const Writer& writer)
     {
         const unsigned int interval = std::max(1U, scenario.records / (scenario.children + 1));
-        for (unsigned int number = 0; number < writer.count && goesOn(); ++number) {
+        for (unsigned int number = 0; number < writer.count && shouldContinue(); ++number) {
             write(writer, number);
             if (number == 0) {
                 ++round.begun[life];
@@ -127,7 +127,7 @@ private:
 
     void reopen()
     {
-        while (goesOn() && round.finished[life] < scenario.threads) {
+        while (shouldContinue() && round.finished[life] < scenario.threads) {
             sleepFor(std::chrono::microseconds(500));
             try {
                 logger.reopen();

@@ -1,7 +1,6 @@
-// Runs processes that log, for a number of seconds, while everything happens to them that happens to servers,
-// and then looks for each record whose statement returned. All of a round follows from its number and the
-// seed: DALNIM_TORTURE_SEED. Ends with 1 if a record is lost, torn or glued to another one, or if a process
-// hangs.
+// Runs processes that log, for a number of seconds, under the disturbances that servers meet, and then searches for each
+// record whose statement returned. A round is determined by its number and the seed, DALNIM_TORTURE_SEED. Ends with 1 if
+// a record is lost, torn or glued to another one, or if a process hangs.
 
 #include "Findings.hpp"
 
@@ -42,12 +41,12 @@ using std::chrono::microseconds;
 
 constexpr uid_t NOBODY = 65534;
 constexpr char DISK_SIZE[] = "size=32m";
-/** Leaves room on the disk for reports and for other files. */
+/** Maximum number of bytes in all records of a round. Leaves space on the disk for reports and other files. */
 constexpr std::size_t MOST_BYTES = 20 * 1024 * 1024;
-/** The descriptor by which a worker gets the memory of the round. */
+/** The descriptor through which a worker maps the memory of the round. */
 constexpr int ROUND_DESCRIPTOR = 100;
 constexpr int PIPE_SIZE = 4096;
-/** The most bytes of a record that is to be short. */
+/** Maximum length of a short record, in bytes. */
 constexpr std::size_t SHORT_RECORD = 300;
 const Clock::duration HUNG = std::chrono::seconds(HUNG_SECONDS);
 
@@ -58,7 +57,7 @@ void require(bool holds, const char* what)
     }
 }
 
-/** Numbers of one seed. */
+/** Random numbers determined by a seed. */
 class Random
 {
 public:
@@ -95,7 +94,7 @@ Scenario makeScenario(std::uint64_t seed, bool hasDisk)
     scenario.reopens = random.isOneOf(4);
     scenario.fallback = random.isOneOf(2);
     scenario.shortest = 40;
-    // Those of many pages are cut when their process is killed or the disk is full.
+    // Records of several pages are truncated if their process is killed or the disk is full.
     scenario.longest = random.isOneOf(2) ? SHORT_RECORD : random.isOneOf(2) ? 3 * 4096 : 32 * 4096;
     if (random.isOneOf(3)) {
         scenario.children = static_cast<unsigned int>(random.between(1, MAX_CHILDREN));
@@ -113,21 +112,20 @@ Scenario makeScenario(std::uint64_t seed, bool hasDisk)
     const bool hasTrouble = random.isOneOf(2);
     scenario.errorOutput = static_cast<ErrorOutput>(random.between(0, hasTrouble ? 3 : 5));
     if (hasTrouble && hasDisk) {
-        // Standard error gets the records then, and has a reader.
+        // Records are then written to standard error, which has a reader.
         (random.isOneOf(3) ? scenario.directoryCloses : scenario.diskFills) = true;
     }
     if (scenario.children != 0 && hasTrouble && scenario.errorOutput != ErrorOutput::FILE) {
-        // Only what is shorter than PIPE_BUF is not torn by other processes in a pipe.
+        // In a pipe, only writes of at most PIPE_BUF bytes do not interleave with those of other processes.
         scenario.longest = SHORT_RECORD;
     }
     if (scenario.longest > SHORT_RECORD && scenario.maxNumberOfFiles == 0) {
-        // Not more files than a rotation shifts in a short time.
+        // Limits the number of files, which each rotation shifts.
         scenario.maxFileSize *= scenario.longest / 1000;
     }
     if (scenario.atATime) {
-        // Processes that share a file do not rotate it, and do not know of each other's parts of records. The
-        // kernel copies page by page: no part is left of records whose length, with " : " and a newline,
-        // divides a page.
+        // Processes that share a file do not rotate it, and do not notice each other's truncated records. The kernel
+        // copies page by page: a record is not truncated if its length, with " : " and a newline, divides a page.
         scenario.lives = std::min(scenario.lives, 3U);
         scenario.maxFileSize = scenario.maxNumberOfFiles = 0;
         scenario.ownLogger = true;
@@ -170,7 +168,7 @@ std::string describe(const Scenario& scenario)
     return text;
 }
 
-/** The memory of a round, which processes map by a descriptor. */
+/** The memory of a round, which processes map through a descriptor. */
 class SharedRound
 {
 public:
@@ -224,7 +222,7 @@ public:
     StandardError(const StandardError&) = delete;
     StandardError& operator=(const StandardError&) = delete;
 
-    /** The descriptor for the process; -1 if it gets none. */
+    /** Returns the descriptor for the process; -1 if its standard error is closed. */
     int descriptor() const
     {
         return writer;
@@ -236,7 +234,7 @@ public:
             writer = -1;
         }
     }
-    /** Returns all that was written. All processes have ended. */
+    /** Returns the bytes that were written. All processes must have ended. */
     std::string finish()
     {
         if (thread.joinable()) {
@@ -291,7 +289,7 @@ private:
     std::thread thread;
 };
 
-/** Fills and frees the disk, or closes and opens the directory, until it is destroyed. */
+/** Fills and frees the disk, or closes and opens the directory, until the object is destroyed. */
 class Disturbance
 {
 public:
@@ -330,14 +328,14 @@ private:
         }
     }
 
-    /** Takes up all blocks of the disk. */
+    /** Allocates all blocks of the disk. */
     void fillDisk()
     {
         const int descriptor = ::open(ballast().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
         struct statvfs disk;
         off_t size = 0;
         for (int i = 0; i < 100 && ::fstatvfs(descriptor, &disk) == 0 && disk.f_bavail != 0; ++i) {
-            // Part of it may have been taken since.
+            // Other processes may have allocated some blocks in between.
             const auto left = static_cast<off_t>(disk.f_bavail * disk.f_frsize);
             if (::fallocate(descriptor, 0, size, left) == 0) {
                 size += left;
@@ -360,7 +358,7 @@ private:
     std::thread thread;
 };
 
-/** Starts this program as a worker. Only what is safe between fork and exec runs in the child. */
+/** Starts this program as a worker. The child calls only functions that are safe between fork and exec. */
 pid_t startWorker(int memory, const StandardError& errors, const std::string& life)
 {
     std::string program = "/proc/self/exe";
@@ -390,7 +388,7 @@ class Torture
 public:
     Torture() : hasDisk(support::mountOwnDisk(scratch.path(), DISK_SIZE))
     {
-        // Children of workers that were killed become those of this process.
+        // Children of workers that were killed become children of this process.
         require(::prctl(PR_SET_CHILD_SUBREAPER, 1) == 0, "prctl");
     }
 
@@ -399,7 +397,7 @@ public:
         return hasDisk;
     }
 
-    /** Runs one round. Returns its figures; `report` gets what is wrong. */
+    /** Runs one round. Returns its figures, and stores a description of the bad records in `report`. */
     Figures run(std::uint64_t seed, std::string& report)
     {
         Figures figures;
@@ -442,11 +440,11 @@ public:
         for (const auto& entry : std::filesystem::directory_iterator(folder)) {
             findings.read(support::readFile(entry.path()), true);
         }
-        std::string told;
+        std::string output;
         for (const auto& error : errors) {
             const std::string text = error->finish();
             findings.read(text, false);
-            told += text;
+            output += text;
         }
         findings.judge(figures, report);
         figures.hung += round.hung;
@@ -456,7 +454,7 @@ public:
         }
         if (!figures.isClean()) {
             report = describe(scenario) + '\n' + report + "standard error ended with:\n"
-                     + told.substr(told.size() > 2000 ? told.size() - 2000 : 0) + '\n';
+                     + output.substr(output.size() > 2000 ? output.size() - 2000 : 0) + '\n';
             keep(folder, seed);
         }
         std::filesystem::remove_all(folder);
@@ -488,8 +486,8 @@ private:
     }
 
     /**
-     * Waits until a worker has ended, which is wrong unless it has finished or was killed. Returns false
-     * before, as soon as `isEnough`, or when the worker counts as hung.
+     * Waits until a worker has ended. It must have finished or been killed; otherwise `figures.wrong` is incremented.
+     * Returns false if `isEnough` returns true first, or if the worker counts as hung.
      */
     template <class Predicate>
     static bool awaitEnd(pid_t worker, Figures& figures, Predicate isEnough)
@@ -507,7 +505,7 @@ private:
         return false;
     }
 
-    /** Waits for the children of workers that were killed, each of which is in the group of its parent. */
+    /** Waits for the children of workers that were killed. Each is in the process group of its parent. */
     static void awaitOrphans(const std::vector<pid_t>& workers, Figures& figures)
     {
         const Clock::time_point end = Clock::now() + HUNG;
@@ -541,7 +539,7 @@ private:
         return most > count;
     }
 
-    /** Copies what a failed round has left behind to DALNIM_TORTURE_KEEP. */
+    /** Copies the files of a failed round to the directory DALNIM_TORTURE_KEEP, if that is set. */
     static void keep(const std::string& folder, std::uint64_t seed)
     {
         if (const char* const target = std::getenv("DALNIM_TORTURE_KEEP")) {
@@ -555,7 +553,7 @@ private:
     const SharedRound shared;
 };
 
-/** The number in a variable of the environment, or another one. */
+/** Returns the number in an environment variable, or `other` if it is not set. */
 std::uint64_t numberFrom(const char* variable, std::uint64_t other)
 {
     const char* const text = std::getenv(variable);
@@ -580,7 +578,7 @@ int torment(std::size_t seconds)
     const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
     Torture torture;
     if (!torture.ownsDisk()) {
-        std::puts("no disk of its own can be mounted: none is filled, and no directory is closed");
+        std::puts("cannot mount a disk: no disk is filled, and no directory is closed");
     }
     Figures sum;
     std::size_t rounds = 0;
