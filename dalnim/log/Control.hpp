@@ -146,8 +146,10 @@ public:
     virtual void setSeverity(Severity newSev) = 0;
     /** Replaces the contents of the list by the severities of the mask, or by NONE if there is no mask. */
     virtual void getSeverityMask(SeverityColl& severities) const = 0;
-    /** Replaces the contents of the list by the names of the severities of the mask, or by NONE if there is
-     * no mask. */
+    /**
+     * Replaces the contents of the list by the names of the severities of the mask, or by NONE if there is no
+     * mask.
+     */
     virtual void getSeverityMask(StringColl& severities) const = 0;
     /**
      * Adds a severity to the severity mask, or removes it. While there is a mask, exactly its severities
@@ -186,8 +188,10 @@ public:
      * @return the previous setting
      */
     virtual bool setLocaltime(bool on) = 0;
-    /** Replaces the contents of the list by the entries of the module filter, in order; none if there is no
-     * filter. */
+    /**
+     * Replaces the contents of the list by the entries of the module filter, in order; none if there is no
+     * filter.
+     */
     virtual void getModuleFilter(StringColl& modules) const = 0;
     /**
      * Changes the module filter, which selects the modules whose records pass up to WARNING. Without entries
@@ -199,8 +203,10 @@ public:
      * @param on      true to add an entry, false to remove one
      */
     virtual void setModuleFilter(const String& module, bool on) = 0;
-    /** Returns the size at which the log file is rotated, in bytes; 0 without a limit, or if the logger has
-     * no files. */
+    /**
+     * Returns the size at which the log file is rotated, in bytes; 0 without a limit, or if the logger has no
+     * files.
+     */
     virtual std::size_t getMaxFileSize() const;
     /**
      * Sets the size at which the log file is rotated: renamed to its path followed by ".0", and replaced by a
@@ -219,16 +225,19 @@ public:
      * @param number  0 for no limit
      */
     virtual void setMaxNumberOfFiles(std::size_t number);
-    /** Replaces the contents of the list by the names of all registered modules, in the order of
-     * registration. */
+    /**
+     * Replaces the contents of the list by the names of all registered modules, in the order of registration.
+     */
     virtual void getModulesRegisteredDynamic(StringColl& modules) const = 0;
     /** Does the same as getModulesRegisteredDynamic(). */
     virtual void getModulesRegisteredStatic(StringColl& modules) const = 0;
 
     /** Like setSeverity(Severity), by name. Throws `std::out_of_range`, "Unrecognized NIM Log Severity". */
     void setSeverity(const String& name);
-    /** Like setSeverityMask(Severity, bool), by name. Throws `std::out_of_range`, "Unrecognized NIM Log
-     * Severity". */
+    /**
+     * Like setSeverityMask(Severity, bool), by name. Throws `std::out_of_range`, "Unrecognized NIM Log
+     * Severity".
+     */
     void setSeverityMask(const String& name, bool enable);
 
     /**
@@ -297,8 +306,10 @@ public:
      */
     void setFileMode(unsigned int mode);
 
-    /** Returns true if statements fall back to standard error if the log file cannot be opened; false
-     * initially. */
+    /**
+     * Returns true if statements fall back to standard error if the log file cannot be opened; false
+     * initially.
+     */
     bool getFallback() const;
     /**
      * Selects what a statement does if the log file cannot be opened.

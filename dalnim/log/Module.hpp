@@ -90,8 +90,10 @@ private:
     static const SeverityGate* gateOf(const Log& logger) noexcept;
     /** Increments the number of refused statements of a Write; does nothing for any other logger. */
     static void countRefused(Log& logger) noexcept;
-    /** Binds this module to its logger's gate, or to an open one, and returns it. Threads may do so
-     * concurrently. */
+    /**
+     * Binds this module to its logger's gate, or to an open one, and returns it. Threads may do so
+     * concurrently.
+     */
     const SeverityGate& bindGate() noexcept;
     /** Checks the rest: signal handlers, a logger that does not decide by its gate alone, and the filter. */
     bool isSelected(Severity codedSeverity);

@@ -32,15 +32,19 @@ public:
     static constexpr const char CLASS_NAME[] = "ModuleRegistration";
 
     ModuleRegistration();
-    /** Deletes the modules that this registration owns. Does not access the others, which may have been
-     * destroyed. */
+    /**
+     * Deletes the modules that this registration owns. Does not access the others, which may have been
+     * destroyed.
+     */
     ~ModuleRegistration();
 
     ModuleRegistration(const ModuleRegistration&) = delete;
     ModuleRegistration& operator=(const ModuleRegistration&) = delete;
 
-    /** Returns the generation of the filter. It is incremented at each change of the requested list, and
-     * wraps. */
+    /**
+     * Returns the generation of the filter. It is incremented at each change of the requested list, and
+     * wraps.
+     */
     unsigned int getUpdate() const noexcept
     {
         return _update.load(std::memory_order_acquire);

@@ -68,8 +68,10 @@ public:
     const String getPath() const override;
     void setPath(const String& path) override;
     void setStream(const String& stream) override;
-    /** Directs the output to a stream of the caller's, without a report. Throws the exceptions of
-     * LogFile::setStream(). */
+    /**
+     * Directs the output to a stream of the caller's, without a report. Throws the exceptions of
+     * LogFile::setStream().
+     */
     void setStream(std::ios& stream) override;
 
     unsigned int getOutputMask() const override;

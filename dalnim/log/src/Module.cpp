@@ -19,8 +19,10 @@ namespace {
 
 /** The gate of modules whose logger does not decide by a gate. */
 const SeverityGate OPEN_GATE;
-/** The gate of modules before their first check. Open, so that the check reaches isSelected(), which binds
- * the module. */
+/**
+ * The gate of modules before their first check. Open, so that the check reaches isSelected(), which binds the
+ * module.
+ */
 const SeverityGate UNBOUND_GATE;
 
 }

@@ -167,7 +167,8 @@ std::size_t RotatedFiles::findGap() const
     }
 }
 
-/** Increments the number of each file below `gap`. Returns 0 or the error number of the rename that failed.
+/**
+ * Increments the number of each file below `gap`. Returns 0 or the error number of the rename that failed.
  */
 int RotatedFiles::shiftUpTo(std::size_t gap) const
 {

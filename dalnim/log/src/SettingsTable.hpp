@@ -74,7 +74,8 @@ public:
     /** Returns true if `setting` has a value, and no other value takes precedence. */
     static bool applies(const Setting& setting, const SettingValues& values);
 
-    /** Returns the path that the keys of the output select, with today's date; empty if they select no file.
+    /**
+     * Returns the path that the keys of the output select, with today's date; empty if they select no file.
      */
     static String outputPath(const SettingValues& values);
     /** Returns the value of a tag, or an empty string. */

@@ -87,8 +87,9 @@ bool Findings::isGlued(const Beginning& beginning) const
     if (round.scenario.children == 0) {
         return true;
     }
-    // Another process may have been killed, or found the disk full, inside its record while this process had the file
-    // open. The part that is written to a full disk may be too short to be recognised as part of a record.
+    // Another process may have been killed, or found the disk full, inside its record while this process had
+    // the file open. The part that is written to a full disk may be too short to be recognised as part of a
+    // record.
     return !round.scenario.diskFills && beginning.text.find(MARK) == std::string::npos;
 }
 
@@ -101,8 +102,9 @@ void Findings::judge(Figures& figures, std::string& report)
         }
     }
     const bool removesNone = round.scenario.maxNumberOfFiles == 0;
-    // With a maximum number of files, set as soon as a record has been found in a file: only older files were deleted.
-    // A process that cannot read the directory counts no rotated files, and may later delete files other than the oldest.
+    // With a maximum number of files, set as soon as a record has been found in a file: only older files were
+    // deleted. A process that cannot read the directory counts no rotated files, and may later delete files
+    // other than the oldest.
     bool isKept = removesNone;
     for (unsigned int life = 0; life < round.scenario.lives; ++life) {
         bool isKeptAfter = isKept;

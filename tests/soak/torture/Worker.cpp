@@ -31,7 +31,7 @@ void sleepFor(std::chrono::microseconds time)
     std::this_thread::sleep_for(time);
 }
 
-/** Sends SIGALRM to the process each millisecond, which interrupts its system calls. */
+/** Sends SIGALRM to the process every millisecond, to interrupt system calls. */
 void startSignals()
 {
     struct sigaction action = {};
@@ -79,14 +79,14 @@ private:
         set([this] { logger.setPath(round.path.data()); });
     }
 
-    /** Changes a setting. It is in effect even if its report cannot be written. */
+    /** Changes a setting, which is in effect even if its report cannot be written. */
     template <class Setter>
     static void set(Setter setter)
     {
         try {
             setter();
         } catch (const std::exception&) {
-            // There is no output for the report.
+            // The report could not be written.
         }
     }
 
@@ -95,7 +95,7 @@ private:
         return !round.isStopped.load(std::memory_order_relaxed);
     }
 
-    /** Logs one record, and keeps its state where it survives this process. */
+    /** Logs one record, and stores the state of its statement in the shared memory. */
     void write(const Writer& writer, unsigned int number)
     {
         const std::string text = recordText(scenario, writer.number, number);
@@ -108,8 +108,7 @@ private:
         }
     }
 
-    /** Logs the records of a thread, and forks the children of the process together with its other threads.
-     */
+    /** Logs the records of a thread, and forks some of the children of the process. */
     void write(const Writer& writer)
     {
         const unsigned int interval = std::max(1U, scenario.records / (scenario.children + 1));
@@ -132,7 +131,7 @@ private:
             try {
                 logger.reopen();
             } catch (const std::exception&) {
-                // The directory or the disk does not let it. The old file is still in use.
+                // The directory or the disk prevents it. The old file remains in use.
             }
         }
     }
@@ -169,7 +168,7 @@ private:
         if (scenario.signals) {
             startSignals();
         }
-        // The parent rotates; this process only appends.
+        // Only the parent rotates.
         set([this] { logger.setMaxFileSize(0); });
         const Writer writer = round.child(life, index);
         for (unsigned int number = 0; number < writer.count; ++number) {
@@ -212,7 +211,7 @@ int work(Round& round, unsigned int life)
     if (round.scenario.directoryCloses && (setegid(NOBODY) == -1 || seteuid(NOBODY) == -1)) {
         return 1;
     }
-    // A change of the user has cleared what the starting process has set.
+    // The change of the user has cleared the signal that the starting process had set.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (round.scenario.signals) {
         startSignals();

@@ -1,6 +1,6 @@
-// Runs processes that log, for a number of seconds, under the disturbances that servers meet, and then searches for each
-// record whose statement returned. A round is determined by its number and the seed, DALNIM_TORTURE_SEED. Ends with 1 if
-// a record is lost, torn or glued to another one, or if a process hangs.
+// Runs processes that log, for a number of seconds, under the disturbances that servers meet, and then
+// searches for each record whose statement returned. A round is determined by its number and the seed,
+// DALNIM_TORTURE_SEED. Ends with 1 if a record is lost, torn or glued to another one, or if a process hangs.
 
 #include "Findings.hpp"
 
@@ -41,7 +41,9 @@ using std::chrono::microseconds;
 
 constexpr uid_t NOBODY = 65534;
 constexpr char DISK_SIZE[] = "size=32m";
-/** Maximum number of bytes in all records of a round. Leaves space on the disk for reports and other files. */
+/**
+ * Maximum number of bytes in all records of a round. Leaves space on the disk for reports and other files.
+ */
 constexpr std::size_t MOST_BYTES = 20 * 1024 * 1024;
 /** The descriptor through which a worker maps the memory of the round. */
 constexpr int ROUND_DESCRIPTOR = 100;
@@ -124,8 +126,9 @@ Scenario makeScenario(std::uint64_t seed, bool hasDisk)
         scenario.maxFileSize *= scenario.longest / 1000;
     }
     if (scenario.atATime) {
-        // Processes that share a file do not rotate it, and do not notice each other's truncated records. The kernel
-        // copies page by page: a record is not truncated if its length, with " : " and a newline, divides a page.
+        // Processes that share a file do not rotate it, and do not notice each other's truncated records. The
+        // kernel copies page by page: a record is not truncated if its length, with " : " and a newline,
+        // divides a page.
         scenario.lives = std::min(scenario.lives, 3U);
         scenario.maxFileSize = scenario.maxNumberOfFiles = 0;
         scenario.ownLogger = true;
@@ -293,16 +296,16 @@ private:
 class Disturbance
 {
 public:
-    Disturbance(const Scenario& scenario, std::string log_folder)
-        : folder(std::move(log_folder)), random(scenario.seed + 1)
+    Disturbance(const Scenario& scenario, std::string log_directory)
+        : directory(std::move(log_directory)), random(scenario.seed + 1)
     {
         if (scenario.diskFills) {
             thread = std::thread([this] { disturb([this] { fillDisk(); }, [this] { freeDisk(); }); });
         } else if (scenario.directoryCloses) {
             thread = std::thread([this] {
                 static constexpr mode_t modes[] = {0, 0100, 0300, 0500};
-                disturb([this] { ::chmod(folder.c_str(), modes[random.between(0, 3)]); },
-                        [this] { ::chmod(folder.c_str(), 0700); });
+                disturb([this] { ::chmod(directory.c_str(), modes[random.between(0, 3)]); },
+                        [this] { ::chmod(directory.c_str(), 0700); });
             });
         }
     }
@@ -349,10 +352,10 @@ private:
     }
     std::string ballast() const
     {
-        return folder + "/ballast";
+        return directory + "/ballast";
     }
 
-    const std::string folder;
+    const std::string directory;
     Random random;
     std::atomic<bool> isEnding{false};
     std::thread thread;
@@ -403,21 +406,21 @@ public:
         Figures figures;
         Random random(seed + 2);
         const support::ScratchFolder captured;
-        const std::string folder = scratch.file("log");
-        std::filesystem::create_directory(folder);
+        const std::string directory = scratch.file("log");
+        std::filesystem::create_directory(directory);
         ::new (shared.round) Round();
         Round& round = *shared.round;
         round.scenario = makeScenario(seed, hasDisk);
         const Scenario& scenario = round.scenario;
-        std::snprintf(round.path.data(), round.path.size(), "%s/torture.log", folder.c_str());
+        std::snprintf(round.path.data(), round.path.size(), "%s/torture.log", directory.c_str());
         if (scenario.directoryCloses) {
-            require(::chown(folder.c_str(), NOBODY, NOBODY) == 0, "chown");
+            require(::chown(directory.c_str(), NOBODY, NOBODY) == 0, "chown");
             ::chmod(scratch.path().c_str(), 0755);
         }
 
         std::vector<std::unique_ptr<StandardError>> errors;
         {
-            const Disturbance disturbance(scenario, folder);
+            const Disturbance disturbance(scenario, directory);
             std::vector<pid_t> workers;
             for (unsigned int life = 0; life < scenario.lives; ++life) {
                 const std::string number = std::to_string(life);
@@ -427,7 +430,7 @@ public:
                 errors.back()->closeWriter();
                 if (!scenario.atATime) {
                     end(workers.back(), life, random, figures);
-                    figures.gaps += hasGap(folder) ? 1 : 0;
+                    figures.gaps += hasGap(directory) ? 1 : 0;
                 }
             }
             for (unsigned int life = 0; scenario.atATime && life < scenario.lives; ++life) {
@@ -437,7 +440,7 @@ public:
         }
 
         Findings findings(round);
-        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        for (const auto& entry : std::filesystem::directory_iterator(directory)) {
             findings.read(support::readFile(entry.path()), true);
         }
         std::string output;
@@ -455,9 +458,9 @@ public:
         if (!figures.isClean()) {
             report = describe(scenario) + '\n' + report + "standard error ended with:\n"
                      + output.substr(output.size() > 2000 ? output.size() - 2000 : 0) + '\n';
-            keep(folder, seed);
+            keep(directory, seed);
         }
-        std::filesystem::remove_all(folder);
+        std::filesystem::remove_all(directory);
         return figures;
     }
 
@@ -486,8 +489,8 @@ private:
     }
 
     /**
-     * Waits until a worker has ended. It must have finished or been killed; otherwise `figures.wrong` is incremented.
-     * Returns false if `isEnough` returns true first, or if the worker counts as hung.
+     * Waits until a worker has ended. It must have finished or been killed; otherwise `figures.wrong` is
+     * incremented. Returns false if `isEnough` returns true first, or if the worker counts as hung.
      */
     template <class Predicate>
     static bool awaitEnd(pid_t worker, Figures& figures, Predicate isEnough)
@@ -525,11 +528,11 @@ private:
         }
     }
 
-    static bool hasGap(const std::string& folder)
+    static bool hasGap(const std::string& directory)
     {
         std::size_t count = 0;
         std::size_t most = 0;
-        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        for (const auto& entry : std::filesystem::directory_iterator(directory)) {
             const std::string extension = entry.path().extension();
             if (extension != ".log" && extension.size() > 1) {
                 ++count;
@@ -540,10 +543,10 @@ private:
     }
 
     /** Copies the files of a failed round to the directory DALNIM_TORTURE_KEEP, if that is set. */
-    static void keep(const std::string& folder, std::uint64_t seed)
+    static void keep(const std::string& directory, std::uint64_t seed)
     {
         if (const char* const target = std::getenv("DALNIM_TORTURE_KEEP")) {
-            std::filesystem::copy(folder, std::string(target) + "/" + std::to_string(seed),
+            std::filesystem::copy(directory, std::string(target) + "/" + std::to_string(seed),
                                   std::filesystem::copy_options::recursive);
         }
     }
@@ -571,10 +574,10 @@ void print(const Figures& figures, std::size_t rounds, std::uint64_t seed)
                 figures.hung);
 }
 
-int torment(std::size_t seconds)
+int runRounds(std::size_t seconds)
 {
     const std::uint64_t seed = numberFrom("DALNIM_TORTURE_SEED", 1);
-    const std::size_t mostRounds = numberFrom("DALNIM_TORTURE_ROUNDS", ~std::size_t(0));
+    const std::size_t maxRounds = numberFrom("DALNIM_TORTURE_ROUNDS", ~std::size_t(0));
     const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
     Torture torture;
     if (!torture.ownsDisk()) {
@@ -582,7 +585,7 @@ int torment(std::size_t seconds)
     }
     Figures sum;
     std::size_t rounds = 0;
-    for (; Clock::now() < end && rounds < mostRounds; ++rounds) {
+    for (; Clock::now() < end && rounds < maxRounds; ++rounds) {
         std::string report;
         const Figures figures = torture.run(seed + rounds, report);
         sum += figures;
@@ -609,7 +612,7 @@ int main(int argc, char** argv)
         return 2;
     }
     try {
-        return torment(static_cast<std::size_t>(seconds));
+        return runRounds(static_cast<std::size_t>(seconds));
     } catch (const std::exception& exc) {
         std::fprintf(stderr, "failed: %s\n", exc.what());
         return EXIT_FAILURE;
