@@ -78,13 +78,14 @@ TEST_F(NimhostReloadTest, BadValueAnywhereKeepsTheWholeConfiguration)
     const std::string names = "names separated by white space, out of NONE, ";
     configure(louder + LOG + "maxFileSize = 10 MB\n" + LOG + "localtime = maybe\n" + LOG + "colour = blue\n",
               common);
-    expectKept(host, badLog(file) + LOG
-                         + "colour = \"blue\" is not a setting; there are escape.enable, fallback.enable, "
-                           "file.mode, stream, file, directory, localtime, severity.mask, severity.id, "
-                           "output.mask, modules, remote.enable, maxNumberOfFiles and maxFileSize; "
-                         + LOG + "localtime = \"maybe\" must be true or false; " + LOG
-                         + "maxFileSize = \"10 MB\" must be a decimal number of bytes, or one directly "
-                           "followed by k, M, G, KiB, MiB or GiB");
+    expectKept(host,
+               badLog(file) + LOG
+                   + "colour = \"blue\" is not a setting; the settings are escape.enable, fallback.enable, "
+                     "file.mode, stream, file, directory, localtime, severity.mask, severity.id, "
+                     "output.mask, modules, remote.enable, maxNumberOfFiles and maxFileSize; "
+                   + LOG + "localtime = \"maybe\" must be true or false; " + LOG
+                   + "maxFileSize = \"10 MB\" must be a decimal number of bytes, or one directly "
+                     "followed by k, M, G, KiB, MiB or GiB");
     configure(louder + LOG + "maxNumberOfFiles = -1\n", common);
     expectKept(host, badLog(file) + LOG + "maxNumberOfFiles = \"-1\" must be a decimal number");
     configure(louder + LOG + "output.mask = SEVERITY COLOUR\n", common);

@@ -228,11 +228,11 @@ TEST(Reconfigure, RejectsEachBadValueAndNamesTheAllowedOnes)
 TEST(Reconfigure, RejectsUnknownKeys)
 {
     Write logger;
-    EXPECT_EQ(
-        "Bad log configuration: com.kor.dal.nim.log.Control.severity = \"DEBUG\" is not a setting; there are "
-        "escape.enable, fallback.enable, file.mode, stream, file, directory, localtime, severity.mask, "
-        "severity.id, output.mask, modules, remote.enable, maxNumberOfFiles and maxFileSize",
-        refusal(logger, Settings{{"severity", "DEBUG"}}));
+    EXPECT_EQ("Bad log configuration: com.kor.dal.nim.log.Control.severity = \"DEBUG\" is not a setting; the "
+              "settings are "
+              "escape.enable, fallback.enable, file.mode, stream, file, directory, localtime, severity.mask, "
+              "severity.id, output.mask, modules, remote.enable, maxNumberOfFiles and maxFileSize",
+              refusal(logger, Settings{{"severity", "DEBUG"}}));
 }
 
 TEST(Reconfigure, NamesEveryBadSettingInOneException)
@@ -660,7 +660,7 @@ TEST(CheckConfiguration, ReportsTheSettingsThatReconfigureRejectsAndCreatesNothi
     EXPECT_EQ("10 MB", bad[0].value);
     EXPECT_THAT(bad[0].reason, testing::StartsWith("must be a decimal number of bytes"));
     EXPECT_EQ("com.kor.dal.nim.log.Control.severity", bad[1].key);
-    EXPECT_THAT(bad[1].reason, testing::StartsWith("is not a setting; there are "));
+    EXPECT_THAT(bad[1].reason, testing::StartsWith("is not a setting; the settings are "));
     EXPECT_FALSE(exists(folder / "a.log"));
     EXPECT_TRUE(Control::checkConfiguration(Settings{{"file", folder / "sub/a.log"}}).empty());
     EXPECT_EQ(1u, Control::checkConfiguration(Settings{{"file", folder / "sub/sub/a.log"}}).size());

@@ -407,7 +407,7 @@ std::vector<Control::BadSetting> SettingsTable::read(const SettingValues& values
     for (const auto& [tag, value] : values) {
         const Setting* const setting = find(tag);
         if (setting == nullptr) {
-            bad.push_back({key(tag), value, "is not a setting; there are " + tags()});
+            bad.push_back({key(tag), value, "is not a setting; the settings are " + tags()});
         } else if (!setting->read(value, settings)) {
             bad.push_back({key(tag), value, String("must be ") + setting->allowed});
         }
