@@ -4,9 +4,9 @@
 #include <dalnim/mem/RefCntObjectRef.hpp>
 #include <dalnim/type/Context.hpp>
 
+#include <atomic>
 #include <map>
 #include <memory>
-#include <mutex>
 
 namespace com::kor::dal::nim::type {
 
@@ -75,27 +75,27 @@ private:
 
     typedef std::map<UInt32_t, mem::RefCntObjectRef> Content;
 
+    const mem::RefCntObjectRef* lookUp(UInt32_t cid) const;
     bool insert(UInt32_t cid, const mem::RefCntObjectRef& ref);
-    void adopt(std::shared_ptr<const EntryList> entries) noexcept;
-    void materialize() const;
-    std::shared_ptr<const SharedEntries> snapshot() const;
-    std::shared_ptr<const SharedEntries> sharedSnapshot() const;
-    std::shared_ptr<const SharedEntries> clonedSnapshot() const;
-    std::shared_ptr<const EntryList> shareableEntries() const;
+    SharedEntries duplicate() const;
+    void adopt(SharedEntries entries) noexcept;
+    void replace(std::shared_ptr<const EntryList> entries) noexcept;
+    void materialize();
+    std::shared_ptr<SharedEntries> snapshot() const;
     void detachSnapshot() noexcept;
 
-    /** Empty while `adopted` is set. */
-    mutable Content content;
+    /** The entries, unless `isAdopted`. */
+    Content content;
     /**
-     * What this context adopted from a snapshot and did not look at since, or null. This context owns one
-     * reference to each entry.
+     * The entries if `isAdopted`: those of a duplicate, which nothing was added to or removed from since.
+     * This context owns one reference to each. Afterwards kept for callers that hold references into it.
      */
-    mutable std::shared_ptr<const EntryList> adopted;
-    /** The snapshot of the content as it is now, while tasks hold it. Several threads may read this context.
-     */
-    mutable std::weak_ptr<const SharedEntries> cachedSnapshot;
-    /** Guards `cachedSnapshot`. Not waited for: a thread that finds it locked makes a snapshot of its own. */
-    mutable std::mutex cacheLock;
+    std::shared_ptr<const EntryList> adopted;
+    bool isAdopted = false;
+    /** Whether a thread uses `cachedSnapshot`: several may read this context. */
+    mutable std::atomic<bool> cacheInUse{false};
+    /** The snapshot of the current entries, as long as tasks hold it. */
+    mutable std::weak_ptr<SharedEntries> cachedSnapshot;
 };
 
 /** A counted reference to a context with content. */

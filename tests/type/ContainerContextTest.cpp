@@ -313,6 +313,85 @@ TEST(ContainerContextCopy, IsExactForAnyNumberOfEntries)
     }
 }
 
+TEST(ContainerContextCopy, FoundReferencesStayValidWhenOtherEntriesChange)
+{
+    Bag source;
+    for (const unsigned int key : {SHARED, SHALLOW, DEEP}) {
+        source.add(sheep(), key);
+    }
+    Bag copy(source);
+    const RefCntObjectRef& shared = copy.find(SHARED);
+    const ConstRefCntObjectRef& clone = std::as_const(copy).find(DEEP);
+    const RefCntObject* const object = clone.get();
+    EXPECT_TRUE(copy.add(item(), STAYS));
+    EXPECT_FALSE(!copy.remove(SHALLOW));
+    EXPECT_EQ(at(source, SHARED), shared.get());
+    EXPECT_EQ(object, clone.get());
+    EXPECT_EQ(2U, shared->refCount());
+    EXPECT_EQ(1U, clone->refCount());
+
+    Bag target;
+    target.swap(copy);
+    EXPECT_EQ(at(source, SHARED), shared.get());
+    EXPECT_EQ(object, at(target, DEEP));
+}
+
+TEST(ContainerContextCopy, CopyOfACopyTreatsEachEntryByItsKey)
+{
+    int living = 0;
+    Bag source;
+    for (const unsigned int key : {STAYS, SHARED, SHALLOW, DEEP}) {
+        source.add(sheep(&living), key);
+    }
+    {
+        const Bag first(source);
+        const Bag second(first);
+        EXPECT_EQ(at(source, SHARED), at(second, SHARED));
+        EXPECT_EQ(3U, at(source, SHARED)->refCount());
+        EXPECT_EQ(2, sheepAt(second, SHALLOW).generation);
+        EXPECT_TRUE(sheepAt(second, DEEP).deepClone);
+        EXPECT_EQ(nullptr, at(second, STAYS));
+        EXPECT_EQ(8, living);
+    }
+    EXPECT_EQ(4, living);
+    EXPECT_EQ(1U, at(source, SHARED)->refCount());
+}
+
+/** Content whose references cannot be acquired while `refuses` is set. */
+class Refusing : public Item
+{
+public:
+    Refusing(int* living, const bool& flag) : Item(living), refuses(flag) {}
+
+    void acquireRef() const override
+    {
+        if (refuses) {
+            throw std::runtime_error("refused");
+        }
+        Item::acquireRef();
+    }
+
+private:
+    const bool& refuses;
+};
+
+TEST(ContainerContextCopy, FailureToAcquireAnEntryReleasesTheOthers)
+{
+    int living = 0;
+    bool refuses = false;
+    Bag source;
+    source.add(item(&living), SHARED);
+    source.add(RefCntObjectRef(new Refusing(&living, refuses)), SHARED + 1);
+    const Bag copy(source);
+    refuses = true;
+    EXPECT_THROW(const Bag of(source), std::runtime_error);
+    EXPECT_THROW(const Bag of(copy), std::runtime_error);
+    refuses = false;
+    EXPECT_EQ(2U, at(source, SHARED)->refCount());
+    EXPECT_EQ(2U, at(source, SHARED + 1)->refCount());
+    EXPECT_EQ(2, living);
+}
+
 TEST(ContainerContextCopy, ReportsAnEmptyReferenceThatIsToBeCloned)
 {
     for (const unsigned int key : {SHALLOW, DEEP, DEEP_AND_SHALLOW}) {

@@ -69,7 +69,7 @@ void TaskClosure::operator delete(void* block) noexcept
 void TaskClosure::apply()
 {
     sys::internal::ThreadState& thread = sys::internal::ThreadState::current();
-    _context.giveTo(*thread.contextRef);
+    _context.transferTo(*thread.contextRef);
     thread.thrd = nullptr;
     thread.task = _task;
     thread.pool = _pool;

@@ -61,13 +61,18 @@ public:
     }
 };
 
-template <class Content>
-void releaseAll(Content& entries) noexcept
+/** Appends the entries of a duplicate of `entries`. */
+template <class Entries>
+void appendDuplicates(EntryList& list, const Entries& entries)
 {
-    // Cancelled in the destructor of an entry, the thread would end the process.
-    const qv::CancellationOff cancellationOff;
-    for (auto& entry : entries) {
-        const ReleasedEntry released(std::move(entry.second));
+    for (const auto& [cid, ref] : entries) {
+        const UInt32_t attributes = Context::keyAttributes(cid);
+        if (attributes == SHARED) {
+            list.append(cid, mem::RefCntObjectRef(ref));
+        } else if ((attributes & (SHALLOW | DEEP)) != 0) {
+            list.append(cid, cloned(ref, (attributes & DEEP) != 0));
+            list.makeExclusive();
+        }
     }
 }
 
@@ -78,40 +83,20 @@ ContainerContext::ContainerContext() = default;
 ContainerContext::ContainerContext(const ContainerContext& ref)
     : type::Object(ref), mem::RefCntObject(ref), Context(ref)
 {
-    const sys::StackTrack track("ContainerContext()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    *this = ref;
+    if (ref.isAdopted || !ref.content.empty()) {
+        const sys::StackTrack track("ContainerContext()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+        *this = ref;
+    }
 }
 
-// Also from itself: entries that are not handed on go, and those to be copied are new ones.
+// A context may be assigned to itself: its duplicate has other entries.
 // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
 ContainerContext& ContainerContext::operator=(const ContainerContext& ref)
 {
     const sys::StackTrack track("operator = ()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    ref.materialize();
-    materialize();
-    Content duplicate;
-    for (const auto& [cid, entry] : ref.content) {
-        switch (keyAttributes(cid)) {
-        case SHARED:
-            duplicate.emplace_hint(duplicate.end(), cid, entry);
-            break;
-        case SHALLOW:
-            duplicate.emplace_hint(duplicate.end(), cid, cloned(entry, false));
-            break;
-        case DEEP:
-        case DEEP | SHALLOW:
-            duplicate.emplace_hint(duplicate.end(), cid, cloned(entry, true));
-            break;
-        default:
-            break;
-        }
-    }
-    detachSnapshot();
-    content.swap(duplicate);
+    SharedEntries entries = ref.duplicate();
     Context::operator=(ref);
-    if (!duplicate.empty()) {
-        releaseAll(duplicate);
-    }
+    adopt(std::move(entries));
     return *this;
 }
 
@@ -148,38 +133,47 @@ bool ContainerContext::add(const ContextRef& ref)
 
 bool ContainerContext::insert(UInt32_t cid, const mem::RefCntObjectRef& ref)
 {
-    materialize();
-    const bool isNew = content.try_emplace(cid, ref).second;
-    if (isNew) {
-        detachSnapshot();
+    if (lookUp(cid) != nullptr) {
+        return false;
     }
-    return isNew;
+    materialize();
+    content.emplace(cid, ref);
+    detachSnapshot();
+    return true;
+}
+
+/** Returns the reference that is stored under a key, or null. */
+const mem::RefCntObjectRef* ContainerContext::lookUp(UInt32_t cid) const
+{
+    if (isAdopted) {
+        return adopted->find(cid);
+    }
+    const auto entry = content.find(cid);
+    return entry != content.end() ? &entry->second : nullptr;
 }
 
 const mem::ConstRefCntObjectRef& ContainerContext::find(unsigned int cid) const
 {
     const sys::StackTrack track("find()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    materialize();
-    const auto entry = content.find(cid);
-    return entry != content.end() ? entry->second : NULL_RCO_REF;
+    const mem::RefCntObjectRef* const ref = lookUp(cid);
+    return ref != nullptr ? *ref : NULL_RCO_REF;
 }
 
 const mem::RefCntObjectRef& ContainerContext::find(unsigned int cid)
 {
     const sys::StackTrack track("find()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    materialize();
-    const auto entry = content.find(cid);
-    return entry != content.end() ? entry->second : NULL_RCO_REF;
+    const mem::RefCntObjectRef* const ref = lookUp(cid);
+    return ref != nullptr ? *ref : NULL_RCO_REF;
 }
 
 mem::RefCntObjectRef ContainerContext::remove(unsigned int cid)
 {
     const sys::StackTrack track("remove()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    materialize();
     mem::RefCntObjectRef removed;
-    const auto entry = content.find(cid);
-    if (entry != content.end()) {
+    if (lookUp(cid) != nullptr) {
+        materialize();
         detachSnapshot();
+        const auto entry = content.find(cid);
         removed = std::move(entry->second);
         content.erase(entry);
     }
@@ -189,127 +183,108 @@ mem::RefCntObjectRef ContainerContext::remove(unsigned int cid)
 void ContainerContext::swap(ContainerContext& ref)
 {
     const sys::StackTrack track("swap()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    materialize();
-    ref.materialize();
     content.swap(ref.content);
+    adopted.swap(ref.adopted);
+    std::swap(isAdopted, ref.isAdopted);
     cachedSnapshot.swap(ref.cachedSnapshot);
 }
 
 void ContainerContext::clearContent() noexcept
 {
-    adopt(nullptr);
+    replace(nullptr);
+}
+
+/** Replaces the content by `entries`. */
+void ContainerContext::adopt(SharedEntries entries) noexcept
+{
+    replace(entries.releaseOwnership());
 }
 
 /**
- * Replaces the content by entries, of which this context acquires references of its own. The old content is
- * released afterwards: destructors of old entries find the new content.
+ * Replaces the content by entries of which this context owns a reference to each, or by none for null. The
+ * old content is released afterwards: destructors of old entries find the new content.
  */
-void ContainerContext::adopt(std::shared_ptr<const EntryList> entries) noexcept
+void ContainerContext::replace(std::shared_ptr<const EntryList> entries) noexcept
 {
-    if (entries != nullptr) {
-        entries->acquire();
-    }
     adopted.swap(entries);
+    const bool wasAdopted = std::exchange(isAdopted, adopted != nullptr);
     // A content without entries may have a snapshot, too.
     detachSnapshot();
     if (!content.empty()) {
         Content replaced;
         replaced.swap(content);
-        releaseAll(replaced);
-    } else if (entries != nullptr && !entries->entries().empty()) {
+        // A thread that is cancelled in the destructor of an entry would end the process.
         const qv::CancellationOff cancellationOff;
+        for (auto& entry : replaced) {
+            const ReleasedEntry released(std::move(entry.second));
+        }
+    }
+    if (wasAdopted) {
         entries->release();
     }
 }
 
-/** Moves adopted entries to the content, where they have addresses. */
-void ContainerContext::materialize() const
+/** Moves adopted entries to the content, where they can be changed. */
+void ContainerContext::materialize()
 {
-    if (adopted == nullptr) {
+    if (!isAdopted) {
         return;
     }
     Content entries;
     for (const EntryList::Entry& entry : adopted->entries()) {
-        entries.emplace_hint(entries.end(), entry.cid,
-                             mem::RefCntObjectRef::unconst(mem::ConstRefCntObjectRef(entry.object)));
+        entries.emplace_hint(entries.end(), entry.cid, mem::RefCntObjectRef());
+    }
+    // Nothing throws from here on.
+    auto moved = entries.begin();
+    for (const EntryList::Entry& entry : adopted->entries()) {
+        (moved++)->second = entry.ref.counted();
     }
     content.swap(entries);
-    adopted->release();
-    adopted.reset();
+    isAdopted = false;
 }
 
-/** A duplicate of the content, with references of its own; null if there are no entries. */
-std::shared_ptr<const SharedEntries> ContainerContext::snapshot() const
+/** Returns a duplicate of the entries. */
+SharedEntries ContainerContext::duplicate() const
 {
-    if (content.empty() && adopted == nullptr) {
-        return nullptr;
+    if (isAdopted && adopted->isShareable()) {
+        return SharedEntries(adopted);
     }
-    if (auto shared = sharedSnapshot()) {
-        return shared;
+    const auto list = std::make_shared<EntryList>(isAdopted ? adopted->entries().size() : content.size());
+    // Releases what was appended if a clone fails.
+    SharedEntries entries(list);
+    if (isAdopted) {
+        appendDuplicates(*list, adopted->entries());
+    } else {
+        appendDuplicates(*list, content);
     }
-    return clonedSnapshot();
+    return entries;
 }
 
 /**
- * The snapshot that the tasks of this submitter share until this context changes; null if entries must be
- * cloned for each task. The cache owns no references: the last task that releases the snapshot ends it.
+ * Returns a duplicate of the entries for a task, or null if there are none. If all of them are shared, the
+ * snapshot is that of all tasks that are added until this context changes. The cache owns nothing: the last
+ * task that releases the snapshot ends it.
  */
-std::shared_ptr<const SharedEntries> ContainerContext::sharedSnapshot() const
+std::shared_ptr<SharedEntries> ContainerContext::snapshot() const
 {
-    {
-        const std::unique_lock<std::mutex> lock(cacheLock, std::try_to_lock);
-        if (lock) {
-            if (auto cached = cachedSnapshot.lock()) {
-                return cached;
-            }
+    if (content.empty() && !isAdopted) {
+        return nullptr;
+    }
+    // A thread that finds the cache in use does not wait, but makes a snapshot of its own.
+    if (!cacheInUse.exchange(true, std::memory_order_acquire)) {
+        auto cached = cachedSnapshot.lock();
+        cacheInUse.store(false, std::memory_order_release);
+        if (cached != nullptr) {
+            return cached;
         }
     }
     qv::perturb();
-    auto entries = shareableEntries();
-    if (entries == nullptr) {
-        return nullptr;
-    }
-    auto made = std::make_shared<const SharedEntries>(std::move(entries));
-    const std::unique_lock<std::mutex> lock(cacheLock, std::try_to_lock);
-    if (lock) {
+    auto made = std::make_shared<SharedEntries>(duplicate());
+    if (made->list()->isShareable() && !cacheInUse.exchange(true, std::memory_order_acquire)) {
         cachedSnapshot = made;
+        cacheInUse.store(false, std::memory_order_release);
     }
     return made;
-}
-
-/** The entries of a duplicate, if it shares them all; null if entries must be cloned. */
-std::shared_ptr<const EntryList> ContainerContext::shareableEntries() const
-{
-    if (adopted != nullptr && adopted->isShareable()) {
-        return adopted;
-    }
-    materialize();
-    EntryList::Entries entries;
-    entries.reserve(content.size());
-    for (const auto& [cid, entry] : content) {
-        const UInt32_t attributes = keyAttributes(cid);
-        if ((attributes & (SHALLOW | DEEP)) != 0) {
-            return nullptr;
-        }
-        if (attributes == SHARED) {
-            entries.push_back({cid, entry.get()});
-        }
-    }
-    return std::make_shared<const EntryList>(std::move(entries), true);
-}
-
-/** A snapshot for one task, with clones of its own. */
-std::shared_ptr<const SharedEntries> ContainerContext::clonedSnapshot() const
-{
-    const sys::internal::CurrentContextRef copy(new sys::internal::CurrentContext(*this));
-    const Content& duplicate = static_cast<const ContainerContext&>(*copy).content;
-    EntryList::Entries entries;
-    entries.reserve(duplicate.size());
-    for (const auto& [cid, entry] : duplicate) {
-        entries.push_back({cid, entry.get()});
-    }
-    return std::make_shared<const SharedEntries>(
-        std::make_shared<const EntryList>(std::move(entries), false));
 }
 
 /** The content changes: tasks that are added afterwards get a new snapshot. */
@@ -321,9 +296,7 @@ void ContainerContext::detachSnapshot() noexcept
 ContainerContextRef ContainerContext::current()
 {
     const sys::StackTrack track("current()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    ContainerContextRef context = sys::internal::ThreadState::current().contextRef;
-    context->materialize();
-    return context;
+    return sys::internal::ThreadState::current().contextRef;
 }
 
 }

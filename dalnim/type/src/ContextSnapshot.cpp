@@ -4,33 +4,29 @@
 
 #include <dalnim/type/ContainerContext.hpp>
 #include <dalnim/type/src/SharedEntries.hpp>
-#include <qv/pmx/src/CancellationOff.hpp>
 #include <qv/pmx/src/perturb.hpp>
+
+#include <utility>
 
 namespace com::kor::dal::nim::type {
 
 ContextSnapshot::ContextSnapshot(const ContainerContext& source) : shared(source.snapshot()) {}
 
-ContextSnapshot::~ContextSnapshot()
-{
-    if (shared != nullptr) {
-        // Dropped without being adopted, which may be the end of entries. Cancelled in the destructor of one,
-        // the thread would end the process.
-        const qv::CancellationOff cancellationOff;
-        shared.reset();
-    }
-}
+ContextSnapshot::~ContextSnapshot() = default;
 
-void ContextSnapshot::giveTo(ContainerContext& target) noexcept
+void ContextSnapshot::transferTo(ContainerContext& target) noexcept
 {
     if (shared == nullptr) {
         target.clearContent();
-        return;
+    } else if (shared->list()->isShareable()) {
+        target.adopt(SharedEntries(shared->list()));
+        qv::perturb();
+        // Ends no entry: the target holds them.
+        shared.reset();
+    } else {
+        target.adopt(std::move(*shared));
+        shared.reset();
     }
-    target.adopt(shared->list());
-    qv::perturb();
-    // Ends no entry: the target holds them.
-    shared.reset();
 }
 
 }

@@ -29,11 +29,11 @@ public:
      * Makes the duplicate the content of `target`, with references of its own; the old content of `target` is
      * released as by clearContent(). The snapshot is empty afterwards.
      */
-    void giveTo(ContainerContext& target) noexcept;
+    void transferTo(ContainerContext& target) noexcept;
 
 private:
     /** Null for no entries. */
-    std::shared_ptr<const SharedEntries> shared;
+    std::shared_ptr<SharedEntries> shared;
 };
 
 }
