@@ -450,6 +450,36 @@ TEST(PropertiesLoad, LongTextWithoutOrderAndWithoutKeys)
     EXPECT_EQ(disorder.expected, loaded(disorder.text));
 }
 
+// Sorting compares some of the bytes that follow the common prefix as numbers, and the whole keys after that.
+TEST(PropertiesLoad, UnsortedKeysAreComparedToTheirEnds)
+{
+    const String middle(20, 'm');
+    Disorder disorder(10000, 5000);
+    std::mt19937 random(7);
+    for (int i = 0; i < 20000; ++i) {
+        // Some keys end where others have zero bytes.
+        const String escapes = random() % 2 == 0 ? "" : "\\x00";
+        const String bytes = escapes.empty() ? "" : String(1, '\0');
+        const String number = std::to_string(random() % 3000);
+        const String value = std::to_string(i);
+        switch (random() % 3) {
+        case 0:
+            disorder.text += "a." + middle + number + escapes + "=" + value + "\n";
+            disorder.expected["a." + middle + number + bytes] = value;
+            break;
+        case 1:
+            disorder.text += "a." + number + escapes + "=" + value + "\n";
+            disorder.expected["a." + number + bytes] = value;
+            break;
+        default:
+            disorder.text += "a." + escapes + "\\xff" + middle + "=" + value + "\n";
+            disorder.expected["a." + bytes + "\xff" + middle] = value;
+            break;
+        }
+    }
+    EXPECT_TRUE(disorder.expected == loaded(disorder.text));
+}
+
 TEST(PropertiesLoad, LongTextWithALongLine)
 {
     Disorder disorder(20000, 10000);

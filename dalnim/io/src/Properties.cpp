@@ -2,7 +2,7 @@
 
 #include <dalnim/io/Properties.hpp>
 
-#include <dalnim/io/src/PropertiesIntake.hpp>
+#include <dalnim/io/src/PropertiesInserter.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <qv/rtlapi/RX_AutoPtr_U.hpp>
 
@@ -52,9 +52,9 @@ void Properties::addAllTo(Properties& dest, bool) const
 {
     const sys::StackTrack track("addAllTo()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     // Shallow or deep is the same: strings are built from the bytes, and share nothing with these here.
-    PropertiesIntake intake(dest.data);
+    PropertiesInserter inserter(dest.data);
     for (const auto& [key, value] : data) {
-        intake.enter(key, value);
+        inserter.insert(key, value);
     }
 }
 
@@ -114,11 +114,11 @@ void Properties::addSelectionTo(Properties& dest, const String& prefix, bool str
     const auto matches = [&prefix](const String& key) { return key.compare(0, prefix.size(), prefix) == 0; };
 
     const std::size_t taken_off = strip_prefix ? prefix.size() : 0;
-    PropertiesIntake intake(dest.data);
+    PropertiesInserter inserter(dest.data);
     for (auto it = data.lower_bound(prefix); it != data.end() && matches(it->first); ++it) {
         const std::string_view key = std::string_view(it->first).substr(taken_off);
         refuseEmpty(key);
-        intake.enter(key, it->second);
+        inserter.insert(key, it->second);
     }
 }
 

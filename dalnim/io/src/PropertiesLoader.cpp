@@ -2,7 +2,7 @@
 
 #include <dalnim/io/Properties.hpp>
 
-#include <dalnim/io/src/PropertiesIntake.hpp>
+#include <dalnim/io/src/PropertiesInserter.hpp>
 #include <dalnim/io/src/PropertiesReader.hpp>
 #include <dalnim/io/src/PropertiesText.hpp>
 #include <dalnim/sys/StackTrack.hpp>
@@ -73,7 +73,7 @@ class __attribute__((visibility("hidden"))) Properties::Loader
 {
 public:
     Loader(Properties& table, std::ostringstream& warning_stream, bool keep_trailing_ws)
-        : target(table), warnings(warning_stream), keep_ws(keep_trailing_ws), intake(table.data)
+        : target(table), warnings(warning_stream), keep_ws(keep_trailing_ws), inserter(table.data)
     {
     }
 
@@ -104,7 +104,7 @@ private:
     const bool keep_ws;
     /** The file that is read now at the back, behind the one that includes it. */
     std::vector<std::unique_ptr<File>> files;
-    PropertiesIntake intake;
+    PropertiesInserter inserter;
 };
 
 void Properties::Loader::read(std::istream& is, const String& filepath, Severity sev)
@@ -114,10 +114,10 @@ void Properties::Loader::read(std::istream& is, const String& filepath, Severity
         readFiles();
     } catch (...) {
         // What came before the failure stays in the table.
-        intake.flush();
+        inserter.flush();
         throw;
     }
-    intake.flush();
+    inserter.flush();
 }
 
 void Properties::Loader::readFiles()
@@ -178,8 +178,8 @@ void Properties::Loader::enter(std::string_view text, const PropertiesReader& re
     const std::string_view value = text.substr(value_start);
 
     if (reader.severity() <= SEV_ERROR) {
-        intake.enterLater(key, value);
-    } else if (intake.enter(key, value)) {
+        inserter.insertDeferred(key, value);
+    } else if (inserter.insert(key, value)) {
         // In one piece, which no format flags of the stream apply to.
         const String warning =
             "WARNING: " + reader.position() + ": Overriding property \"" + String(key) + "\"\n";
