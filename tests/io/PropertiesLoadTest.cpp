@@ -450,8 +450,8 @@ TEST(PropertiesLoad, LongTextWithoutOrderAndWithoutKeys)
     EXPECT_EQ(disorder.expected, loaded(disorder.text));
 }
 
-// Sorting compares some of the bytes that follow the common prefix as numbers, and the whole keys after that.
-TEST(PropertiesLoad, UnsortedKeysAreComparedToTheirEnds)
+// Keys whose common beginnings are longer than the bytes that sorting compares first.
+TEST(PropertiesLoad, UnsortedKeysWithLongCommonBeginningsKeepTheirLatestValues)
 {
     const String middle(20, 'm');
     Disorder disorder(10000, 5000);
