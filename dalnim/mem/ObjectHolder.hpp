@@ -74,10 +74,10 @@ public:
 private:
     bool counted() const noexcept;
     type::Object* held() const noexcept;
-    void take(type::Object* object, StorageMode mode);
-    void takeFrom(const ObjectHolder& ref);
-    void hold(RefCntObject* shared);
-    void letGo();
+    void store(type::Object* object, StorageMode mode);
+    void storeFrom(const ObjectHolder& ref);
+    void storeCounted(RefCntObject* shared);
+    void releaseHeld();
 
     // Copying takes a plain object away from its source, which is const to the copy.
     union

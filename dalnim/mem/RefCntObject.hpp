@@ -78,7 +78,7 @@ protected:
 
 private:
     /** Gives a count up. What is left to keep the object alive, 0 when it is to go, below 0 for none. */
-    std::int32_t countDown() const noexcept;
+    std::int32_t decrement() const noexcept;
 
     enum Flags : std::uint8_t { COUNT_REFS = 1, MT_SAFE = 2 };
 

@@ -50,82 +50,83 @@ std::size_t groupsPerLine(unsigned int flags)
 class Encoding
 {
 public:
-    explicit Encoding(unsigned int flags) : per_line(groupsPerLine(flags)) {}
+    explicit Encoding(unsigned int flags) : groups_per_line(groupsPerLine(flags)) {}
 
     /** Takes in the beginning of `data`, at least a byte of it, and returns how much. */
-    std::size_t take(std::string_view data)
+    std::size_t consume(std::string_view data)
     {
         const auto* const bytes = reinterpret_cast<const unsigned char*>(data.data());
-        std::size_t taken = 0;
+        std::size_t consumed = 0;
         end = text;
-        if (kept != 0) {
-            taken = keep(bytes, std::min(data.size(), GROUP_DATA - kept));
-            if (kept < GROUP_DATA) {
-                return taken;
+        if (buffered != 0) {
+            consumed = buffer(bytes, std::min(data.size(), GROUP_DATA - buffered));
+            if (buffered < GROUP_DATA) {
+                return consumed;
             }
-            put(rest, 1);
-            kept = 0;
+            encodeGroups(partial, 1);
+            buffered = 0;
         }
-        const std::size_t groups = std::min((data.size() - taken) / GROUP_DATA, GROUPS_PER_BLOCK);
-        put(bytes + taken, groups);
-        taken += groups * GROUP_DATA;
-        if (data.size() - taken < GROUP_DATA) {
-            taken += keep(bytes + taken, data.size() - taken);
+        const std::size_t groups = std::min((data.size() - consumed) / GROUP_DATA, GROUPS_PER_BLOCK);
+        encodeGroups(bytes + consumed, groups);
+        consumed += groups * GROUP_DATA;
+        if (data.size() - consumed < GROUP_DATA) {
+            consumed += buffer(bytes + consumed, data.size() - consumed);
         }
-        return taken;
+        return consumed;
     }
 
     /** Takes in the end of the data. */
     void finish()
     {
         end = text;
-        if (kept != 0) {
-            std::fill(rest + kept, rest + GROUP_DATA, static_cast<unsigned char>(0));
-            put(rest, 1);
-            std::fill(text + kept + 1, text + GROUP_TEXT, '=');
+        if (buffered != 0) {
+            std::fill(partial + buffered, partial + GROUP_DATA, static_cast<unsigned char>(0));
+            encodeGroups(partial, 1);
+            std::fill(text + buffered + 1, text + GROUP_TEXT, '=');
         }
     }
 
-    /** What came out of what was taken in last. */
-    std::string_view made() const
+    /** What came out of what was consumed in last. */
+    std::string_view output() const
     {
         return std::string_view(text, static_cast<std::size_t>(end - text));
     }
 
 private:
-    std::size_t keep(const unsigned char* data, std::size_t length)
+    std::size_t buffer(const unsigned char* data, std::size_t length)
     {
-        std::copy(data, data + length, rest + kept);
-        kept += length;
+        std::copy(data, data + length, partial + buffered);
+        buffered += length;
         return length;
     }
 
     /** Encodes groups, and breaks them into lines. */
-    void put(const unsigned char* data, std::size_t groups)
+    void encodeGroups(const unsigned char* data, std::size_t groups)
     {
         while (groups != 0) {
-            const std::size_t part = per_line == 0 ? groups : std::min(groups, per_line - in_line);
+            const std::size_t part =
+                groups_per_line == 0 ? groups : std::min(groups, groups_per_line - groups_in_line);
             blocks.encode(data, part, end);
             data += part * GROUP_DATA;
             end += part * GROUP_TEXT;
             groups -= part;
-            in_line += part;
-            if (in_line == per_line) {
+            groups_in_line += part;
+            if (groups_in_line == groups_per_line) {
                 *end++ = '\n';
-                in_line = 0;
+                groups_in_line = 0;
             }
         }
     }
 
     const Base64Blocks& blocks = base64Blocks();
 
-    /** Groups; `per_line` is 0 for no line breaks. */
-    const std::size_t per_line;
-    std::size_t in_line = 0;
+    /** Groups; `groups_per_line` is 0 for no line breaks. */
+    const std::size_t groups_per_line;
+    std::size_t groups_in_line = 0;
 
     /** The beginning of a group that is not full yet. */
-    unsigned char rest[GROUP_DATA] = {};
-    std::size_t kept = 0;
+    unsigned char partial[GROUP_DATA] = {};
+    std::size_t buffered = 0;
 
     /** Room for one group more, begun before, and for a line feed behind each. */
     char text[(GROUPS_PER_BLOCK + 1) * (GROUP_TEXT + 1)];
@@ -142,7 +143,7 @@ public:
     explicit Decoding(unsigned int flags) : skip_invalid((flags & EncodingBase::DEC_SKIP_INVALID) != 0) {}
 
     /** Takes in the beginning of `text`, up to where it ends or at least a byte, and returns how much. */
-    std::size_t take(std::string_view text)
+    std::size_t consume(std::string_view text)
     {
         const char* const first = text.data();
         const char* const last = first + std::min(text.size(), GROUPS_PER_BLOCK * GROUP_TEXT);
@@ -158,7 +159,7 @@ public:
                     break;
                 }
             }
-            if (takeSymbol(*pos)) {
+            if (acceptSymbol(*pos)) {
                 ++pos;
             }
             if (symbols == GROUP_TEXT) {
@@ -175,8 +176,8 @@ public:
         state = symbols == 0 ? ENDED : ILLEGAL;
     }
 
-    /** What came out of what was taken in last. */
-    std::string_view made() const
+    /** What came out of what was consumed in last. */
+    std::string_view output() const
     {
         return std::string_view(reinterpret_cast<const char*>(data), static_cast<std::size_t>(end - data));
     }
@@ -187,8 +188,8 @@ public:
     }
 
 private:
-    /** Whether the byte is taken; one that ends the text is not. */
-    bool takeSymbol(char c)
+    /** Whether the byte is consumed; one that ends the text is not. */
+    bool acceptSymbol(char c)
     {
         if (c == '=' || pads != 0) {
             if (c != '=') {
@@ -255,14 +256,14 @@ String encodeString(std::string_view data, unsigned int flags)
     Encoding encoding(flags);
     String result;
     const std::size_t groups = (data.size() + GROUP_DATA - 1) / GROUP_DATA;
-    const std::size_t per_line = groupsPerLine(flags);
-    result.reserve(groups * GROUP_TEXT + (per_line != 0 ? groups / per_line : 0));
+    const std::size_t groups_per_line = groupsPerLine(flags);
+    result.reserve(groups * GROUP_TEXT + (groups_per_line != 0 ? groups / groups_per_line : 0));
     while (!data.empty()) {
-        data.remove_prefix(encoding.take(data));
-        result += encoding.made();
+        data.remove_prefix(encoding.consume(data));
+        result += encoding.output();
     }
     encoding.finish();
-    result += encoding.made();
+    result += encoding.output();
     return result;
 }
 
@@ -272,8 +273,8 @@ String decodeString(std::string_view text, unsigned int flags)
     String result;
     result.reserve(text.size() / GROUP_TEXT * GROUP_DATA);
     while (!text.empty() && decoding.outcome() == Decoding::OPEN) {
-        text.remove_prefix(decoding.take(text));
-        result += decoding.made();
+        text.remove_prefix(decoding.consume(text));
+        result += decoding.output();
     }
     if (decoding.outcome() == Decoding::OPEN) {
         decoding.finish();
@@ -314,11 +315,11 @@ std::ostream& Base64::encode(std::ostream& os, std::istream& is, unsigned int fl
     Encoding encoding(flags);
     for (auto ready = input.peek(); !ready.empty(); ready = input.peek()) {
         // Read first, then write: the two streams may share a buffer.
-        input.consume(encoding.take(ready));
-        writeText(os, encoding.made());
+        input.consume(encoding.consume(ready));
+        writeText(os, encoding.output());
     }
     encoding.finish();
-    writeText(os, encoding.made());
+    writeText(os, encoding.output());
     return flushText(os);
 }
 
@@ -353,8 +354,8 @@ std::ostream& Base64::decode(std::ostream& os, std::istream& is, unsigned int fl
         if (ready.empty()) {
             decoding.finish();
         } else {
-            input.consume(decoding.take(ready));
-            writeText(os, decoding.made());
+            input.consume(decoding.consume(ready));
+            writeText(os, decoding.output());
         }
     }
     if (decoding.outcome() == Decoding::ILLEGAL) {

@@ -16,7 +16,7 @@ namespace com::kor::dal::nim::io {
 
 namespace {
 
-void refuseEmpty(std::string_view key)
+void requireKey(std::string_view key)
 {
     if (key.empty()) {
         throw std::invalid_argument("empty key not allowed");
@@ -79,7 +79,7 @@ const String& Properties::getProperty(const String& key) const
 void Properties::setProperty(const String& key, const String& val)
 {
     const sys::StackTrack track("setProperty()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    refuseEmpty(key);
+    requireKey(key);
     data.insert_or_assign(key, val);
 }
 
@@ -113,11 +113,11 @@ void Properties::addSelectionTo(Properties& dest, const String& prefix, bool str
     // The keys that begin with the prefix stand together, and none of them is below the prefix.
     const auto matches = [&prefix](const String& key) { return key.compare(0, prefix.size(), prefix) == 0; };
 
-    const std::size_t taken_off = strip_prefix ? prefix.size() : 0;
+    const std::size_t stripped = strip_prefix ? prefix.size() : 0;
     PropertiesInserter inserter(dest.data);
     for (auto it = data.lower_bound(prefix); it != data.end() && matches(it->first); ++it) {
-        const std::string_view key = std::string_view(it->first).substr(taken_off);
-        refuseEmpty(key);
+        const std::string_view key = std::string_view(it->first).substr(stripped);
+        requireKey(key);
         inserter.insert(key, it->second);
     }
 }

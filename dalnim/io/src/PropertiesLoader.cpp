@@ -52,7 +52,7 @@ String resolvedPath(const String& path)
  * Enters a file into those of a load. Returns false if it was there already, under this spelling or another:
  * a cycle through "sub/../" would otherwise never repeat a spelling.
  */
-bool enterFile(std::map<String, bool>& files, const String& path)
+bool insertFile(std::map<String, bool>& files, const String& path)
 {
     if (!files.emplace(path, true).second) {
         return false;
@@ -97,7 +97,7 @@ private:
 
     void readFiles();
     void include(const PropertiesReader& includer);
-    void enter(std::string_view text, const PropertiesReader& reader);
+    void insertProperty(std::string_view text, const PropertiesReader& reader);
 
     Properties& target;
     std::ostringstream& warnings;
@@ -130,7 +130,7 @@ void Properties::Loader::readFiles()
         }
         switch (reader.read()) {
         case PropertiesReader::PROPERTY:
-            enter(reader.text(keep_ws), reader);
+            insertProperty(reader.text(keep_ws), reader);
             break;
         case PropertiesReader::INCLUDE:
             include(reader);
@@ -144,7 +144,7 @@ void Properties::Loader::readFiles()
 void Properties::Loader::include(const PropertiesReader& includer)
 {
     const String& path = includer.includePath();
-    if (!enterFile(target.includes, path)) {
+    if (!insertFile(target.includes, path)) {
         return;
     }
     std::unique_ptr<std::istream> file = openFile(path);
@@ -156,7 +156,7 @@ void Properties::Loader::include(const PropertiesReader& includer)
 }
 
 /** Splits a decoded line and enters the property. Its key may be empty. */
-void Properties::Loader::enter(std::string_view text, const PropertiesReader& reader)
+void Properties::Loader::insertProperty(std::string_view text, const PropertiesReader& reader)
 {
     const auto is_separator = [](char c) { return c == '=' || c == ':'; };
     const auto skip_space = [text](std::size_t pos) {
@@ -203,7 +203,7 @@ std::istream& Properties::load(std::istream& is, String filepath, std::ostringst
     const RX_Filespec spec(RX_String(filepath.data(), filepath.size()), RX_Filespec::READ,
                            RX_Filespec::DEFER_CHECK);
     const RX_String whole = spec.filespec();
-    enterFile(includes, String(whole.data(), whole.length()));
+    insertFile(includes, String(whole.data(), whole.length()));
     load_r(is, std::move(filepath), warnings, notes, sev, keep_trailing_ws);
     includes.clear();
     return is;

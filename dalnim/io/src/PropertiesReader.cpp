@@ -32,23 +32,23 @@ String toString(const RX_String& text)
 }
 
 PropertiesReader::PropertiesReader(std::istream& is, const String& filepath, Properties::Severity severity)
-    : input(is), raised(is.exceptions()), sev(severity)
+    : input(is), exception_mask(is.exceptions()), sev(severity)
 {
     const RX_Filespec spec = parsePath(filepath);
     name = toString(spec.basename());
     directory = toString(spec.directory());
     if (input.good()) {
         // Or getline() would take missing memory for the end of the file.
-        input.exceptions(raised | std::ios_base::badbit);
+        input.exceptions(exception_mask | std::ios_base::badbit);
     }
 }
 
 PropertiesReader::~PropertiesReader()
 {
     try {
-        input.exceptions(raised);
+        input.exceptions(exception_mask);
     } catch (const std::ios_base::failure&) {
-        // It has been raised already.
+        // Restoring the mask throws if the stream has failed; that was reported before.
     }
 }
 
@@ -90,7 +90,7 @@ bool PropertiesReader::readLine()
     } catch (const std::bad_alloc&) {
         throw;
     } catch (...) {
-        if (qv::isThreadEnding() || (raised & std::ios_base::badbit) != 0 || !input.bad()) {
+        if (qv::isThreadEnding() || (exception_mask & std::ios_base::badbit) != 0 || !input.bad()) {
             throw;
         }
         return false;
@@ -132,7 +132,7 @@ void PropertiesReader::copyPlain(std::size_t pos, std::size_t end)
     used += end - pos;
 }
 
-void PropertiesReader::put(unsigned int byte)
+void PropertiesReader::appendByte(unsigned int byte)
 {
     logical[used++] = static_cast<char>(static_cast<unsigned char>(byte));
     significant = used;
@@ -151,7 +151,7 @@ std::size_t PropertiesReader::decodeEscape(std::size_t pos)
     if (char_is_octal(c)) {
         return decodeOctal(pos);
     }
-    put(static_cast<unsigned char>(char_to_escaped_char(c)));
+    appendByte(static_cast<unsigned char>(char_to_escaped_char(c)));
     return pos + 1;
 }
 
@@ -172,7 +172,7 @@ std::size_t PropertiesReader::decodeUnicode(std::size_t pos)
     if (value > 255) {
         fail(": Unicode escape sequence '\\u" + digits + "' exceeds capacity of single byte character.");
     }
-    put(value);
+    appendByte(value);
     return pos + DIGITS;
 }
 
@@ -188,7 +188,7 @@ std::size_t PropertiesReader::decodeHex(std::size_t pos)
     if (pos < line.size() && char_is_hex(line[pos])) {
         value = value * 16 + hex_char_to_nibble(line[pos++]);
     }
-    put(value);
+    appendByte(value);
     return pos;
 }
 
@@ -200,7 +200,7 @@ std::size_t PropertiesReader::decodeOctal(std::size_t pos)
     while (pos < end && char_is_octal(line[pos])) {
         value = value * 8 + hex_char_to_nibble(line[pos++]);
     }
-    put(value);
+    appendByte(value);
     return pos;
 }
 

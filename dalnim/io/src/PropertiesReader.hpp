@@ -59,7 +59,7 @@ private:
     bool readLine();
     bool decode(std::size_t pos);
     void copyPlain(std::size_t pos, std::size_t end);
-    void put(unsigned int byte);
+    void appendByte(unsigned int byte);
     std::size_t decodeEscape(std::size_t pos);
     std::size_t decodeUnicode(std::size_t pos);
     std::size_t decodeHex(std::size_t pos);
@@ -75,7 +75,7 @@ private:
 
     std::istream& input;
     /** What the stream raises by itself. */
-    std::ios_base::iostate raised;
+    std::ios_base::iostate exception_mask;
     /** The file's name for messages, and the directory that its includes are looked for in. */
     String name;
     String directory;

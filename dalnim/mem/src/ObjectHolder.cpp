@@ -8,7 +8,7 @@ namespace com::kor::dal::nim::mem {
 
 namespace {
 
-constexpr UInt32_t GIVE_UP = 1;
+constexpr UInt32_t RELEASE = 1;
 constexpr UInt32_t ACQUIRE = 2;
 constexpr UInt32_t COUNTED = 4;
 
@@ -18,17 +18,17 @@ ObjectHolder::ObjectHolder() noexcept : obj(nullptr), flags(0) {}
 
 ObjectHolder::ObjectHolder(type::Object* object, StorageMode mode) : obj(nullptr), flags(0)
 {
-    take(object, mode);
+    store(object, mode);
 }
 
 ObjectHolder::ObjectHolder(const ObjectHolder& ref) : obj(nullptr), flags(0)
 {
-    takeFrom(ref);
+    storeFrom(ref);
 }
 
 ObjectHolder::~ObjectHolder()
 {
-    if ((flags & GIVE_UP) == 0) {
+    if ((flags & RELEASE) == 0) {
         return;
     }
     if (counted()) {
@@ -41,16 +41,16 @@ ObjectHolder::~ObjectHolder()
 ObjectHolder& ObjectHolder::operator=(const ObjectHolder& ref)
 {
     if (this != &ref) {
-        letGo();
-        takeFrom(ref);
+        releaseHeld();
+        storeFrom(ref);
     }
     return *this;
 }
 
 ObjectHolder& ObjectHolder::assign(type::Object* object, StorageMode mode)
 {
-    letGo();
-    take(object, mode);
+    releaseHeld();
+    store(object, mode);
     return *this;
 }
 
@@ -87,31 +87,31 @@ type::Object* ObjectHolder::held() const noexcept
     return counted() ? rco : obj;
 }
 
-void ObjectHolder::take(type::Object* object, StorageMode mode)
+void ObjectHolder::store(type::Object* object, StorageMode mode)
 {
     flags = mode;
     if (object == nullptr) {
         return;
     }
     if (auto* const shared = dynamic_cast<RefCntObject*>(object)) {
-        hold(shared);
+        storeCounted(shared);
     } else {
         obj = object;
     }
 }
 
-void ObjectHolder::takeFrom(const ObjectHolder& ref)
+void ObjectHolder::storeFrom(const ObjectHolder& ref)
 {
     flags = ref.flags & ~COUNTED;
     if (ref.counted()) {
-        hold(ref.rco);
+        storeCounted(ref.rco);
     } else {
         obj = ref.obj;
         ref.obj = nullptr;
     }
 }
 
-void ObjectHolder::hold(RefCntObject* shared)
+void ObjectHolder::storeCounted(RefCntObject* shared)
 {
     if ((flags & ACQUIRE) != 0) {
         shared->acquireRef();
@@ -120,25 +120,25 @@ void ObjectHolder::hold(RefCntObject* shared)
     flags |= COUNTED;
 }
 
-void ObjectHolder::letGo()
+void ObjectHolder::releaseHeld()
 {
     // The holder is empty already while the object goes, for what the object's destructor does to it.
     // Unlike the destructor this deletes a plain object in every mode: it has no other holder.
     if (!counted()) {
-        type::Object* const dying = obj;
+        type::Object* const old = obj;
         obj = nullptr;
-        delete dying;
+        delete old;
         return;
     }
     const UInt32_t mode = flags;
-    RefCntObject* const dying = rco;
+    RefCntObject* const old = rco;
     obj = nullptr;
     flags &= ~COUNTED;
-    if ((mode & GIVE_UP) != 0) {
+    if ((mode & RELEASE) != 0) {
         try {
-            dying->releaseRef();
+            old->releaseRef();
         } catch (...) {
-            rco = dying;
+            rco = old;
             flags = mode;
             throw;
         }

@@ -53,12 +53,12 @@ UInt32_t RefCntObject::refCount(bool incorporate_bias) const
     return incorporate_bias ? count - bias : count;
 }
 
-inline std::int32_t RefCntObject::countDown() const noexcept
+inline std::int32_t RefCntObject::decrement() const noexcept
 {
     // Read first: once its count is given up, another thread may delete the object.
-    const UInt32_t held_aside = bias;
+    const UInt32_t bias_before = bias;
     const si_atomic_t count = (flags & MT_SAFE) != 0 ? qv_si_atomic_decrement(&refs) : --refs;
-    return static_cast<std::int32_t>(static_cast<UInt32_t>(count) - held_aside);
+    return static_cast<std::int32_t>(static_cast<UInt32_t>(count) - bias_before);
 }
 
 void RefCntObject::releaseRef() const
@@ -66,7 +66,7 @@ void RefCntObject::releaseRef() const
     if ((flags & COUNT_REFS) == 0) {
         return;
     }
-    const std::int32_t alive = countDown();
+    const std::int32_t alive = decrement();
     if (alive > 0) {
         return;
     }
@@ -82,7 +82,7 @@ bool RefCntObject::releaseRef(const std::nothrow_t&) const
     if ((flags & COUNT_REFS) == 0) {
         return true;
     }
-    const std::int32_t alive = countDown();
+    const std::int32_t alive = decrement();
     if (alive != 0) {
         return alive > 0;
     }

@@ -53,8 +53,8 @@ unsigned int CompositeString::components() const
     std::size_t first = 0;
     std::size_t delim = 0;
 
-    while (const std::size_t taken = find_next(pos, first, delim)) {
-        pos += taken;
+    while (const std::size_t used = find_next(pos, first, delim)) {
+        pos += used;
         ++count;
     }
     return count;
@@ -70,15 +70,15 @@ String CompositeString::next(SInt8_t& dlm)
 {
     std::size_t first = 0;
     std::size_t delim = 0;
-    const std::size_t taken = find_next(0, first, delim);
+    const std::size_t used = find_next(0, first, delim);
 
-    if (taken == 0) {
+    if (used == 0) {
         return String();
     }
     // Not constant, so that it is moved out: a copy could fail behind the removal.
     String component = target.substr(first, delim - first);
     dlm = static_cast<SInt8_t>(target[delim]);
-    target.erase(0, taken);
+    target.erase(0, used);
     return component;
 }
 
@@ -88,8 +88,8 @@ String CompositeString::last()
     std::size_t first = 0;
     std::size_t delim = 0;
 
-    while (const std::size_t taken = find_next(pos, first, delim)) {
-        pos += taken;
+    while (const std::size_t used = find_next(pos, first, delim)) {
+        pos += used;
     }
     if (pos == 0) {
         return String();

@@ -29,10 +29,10 @@ constexpr UInt32_t DEEP = 4;
 const mem::RefCntObjectRef NULL_RCO_REF;
 
 /** Content that is to be cloned later must be able to, which is tested when it is filed. */
-void requireCloneable(const mem::RefCntObject& object, UInt32_t attributes, const char* complaint)
+void requireCloneable(const mem::RefCntObject& object, UInt32_t attributes, const char* message)
 {
     if ((attributes & (SHALLOW | DEEP)) != 0 && dynamic_cast<const Cloneable*>(&object) == nullptr) {
-        throw sys::system_error(EINVAL, complaint);
+        throw sys::system_error(EINVAL, message);
     }
 }
 

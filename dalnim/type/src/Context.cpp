@@ -51,20 +51,20 @@ unsigned int validate_attributes(unsigned int attrib)
 }
 
 /** The track of keyAttributes() is made with its failure: each entry of a context that is copied asks. */
-[[noreturn]] void refuse_content_key(const char* complaint, unsigned int line)
+[[noreturn]] void throw_content_key_error(const char* message, unsigned int line)
 {
     const sys::StackTrack track("keyAttributes()", Context::CLASS_NAME, NAMESPACE_NAME, line);
-    throw sys::system_error(EINVAL, complaint);
+    throw sys::system_error(EINVAL, message);
 }
 
 UInt32_t validate_content_key(UInt32_t key)
 {
     if (key == RESERVED_KEY) {
-        refuse_content_key("Reserved content key.", __LINE__);
+        throw_content_key_error("Reserved content key.", __LINE__);
     }
     const UInt32_t attributes = (key & ATTR_MASK) >> ATTR_SHIFT;
     if ((attributes & SHARED) != 0 && (attributes & (SHALLOW | DEEP)) != 0) {
-        refuse_content_key("Key contains conflicting content attributes.", __LINE__);
+        throw_content_key_error("Key contains conflicting content attributes.", __LINE__);
     }
     return attributes;
 }
