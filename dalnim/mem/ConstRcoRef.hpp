@@ -12,25 +12,26 @@
 namespace com::kor::dal::nim::mem {
 
 /**
- * A smart reference to a const counted object: one pointer wide, holding one count.
+ * A smart pointer that owns one reference to a const reference-counted object, or is empty.
  *
- * Any number of threads may hold their own references to one thread-safe object; one reference
- * itself must not be changed by two threads at once. References order as the addresses of their
- * objects and can be map keys.
+ * References compare by the addresses of their objects and can be map keys.
+ *
+ * Thread safety: any number of threads may own references to one object that is counted atomically. Changing
+ * a reference itself requires exclusive access to it.
  */
 template <class T>
 class ConstRcoRef
 {
 public:
-    /** What it refers to. */
+    /** The type of the object. */
     typedef T element_type;
 
     ConstRcoRef() noexcept : rco(nullptr) {}
-    /** A new reference to an object; null makes it empty. */
+    /** Acquires a reference to an object. Null makes an empty reference. */
     ConstRcoRef(const T* rco_inst) : rco(acquired(rco_inst)) {}
-    /** A new reference to what `ref` holds. */
+    /** Acquires a reference to the object of `ref`. */
     ConstRcoRef(const ConstRcoRef& ref) : rco(acquired(ref.rco)) {}
-    /** Takes over what `ref` holds; no count moves. */
+    /** Transfers the reference of `ref`, which is then empty. */
     ConstRcoRef(ConstRcoRef&& ref) noexcept : rco(ref.rco)
     {
         ref.rco = nullptr;
@@ -40,8 +41,9 @@ public:
         clear();
     }
 
-    /** Holds what `ref` holds. When the release of the old object throws, the reference is as it was. */
-    // What is the same already stays: updatePtr asks.
+    /** Replaces the object by that of `ref`. If releasing the old object throws, this reference is unchanged.
+     */
+    // updatePtr() checks for the same object.
     // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
     ConstRcoRef& operator=(const ConstRcoRef& ref)
     {
@@ -49,49 +51,49 @@ public:
         return *this;
     }
     /**
-     * Takes over what `ref` holds and leaves it empty. If the release of the old object throws, both
-     * references are as they were.
+     * Transfers the reference of `ref`, which is then empty. If releasing the old object throws, both
+     * references are unchanged.
      */
     ConstRcoRef& operator=(ConstRcoRef&& ref)
     {
         moveFrom(ref);
         return *this;
     }
-    /** Holds an object, or nothing for null; otherwise the same. */
+    /** Replaces the object, or clears the reference for null. Throws like copy assignment. */
     ConstRcoRef& operator=(const T* rco_inst)
     {
         updatePtr(rco_inst);
         return *this;
     }
 
-    /** Not null when an object is held; never the object's address. */
+    /** Returns a non-null value, which is never the object's address, unless this is empty. */
     operator const void*() const noexcept
     {
         return reinterpret_cast<const void*>(static_cast<std::uintptr_t>(rco != nullptr ? 1 : 0));
     }
-    /** Whether it is empty. */
+    /** Returns true if this is empty. */
     bool operator!() const noexcept
     {
         return rco == nullptr;
     }
 
-    /** Throws sys::system_error 22, "Attempt to dereference null reference.", when empty. */
+    /** Returns the object. Throws sys::system_error 22 (EINVAL), "Attempt to dereference null reference." */
     const T* operator->() const
     {
         return checked();
     }
-    /** The object. Throws as operator->() when empty. */
+    /** Returns the object. Throws like operator->(). */
     const T& operator*() const
     {
         return *checked();
     }
 
-    // Templates, so that references of related types and plain pointers meet here: left to the
-    // conversion to `const void*`, they would compare whether an object is held, not which.
+    // Templates, so that references of related types and plain pointers match. Otherwise both sides would be
+    // converted to `const void*`, and compare equal whenever neither is empty.
     /** @name Comparison */
     /** @{ */
     /**
-     * By the addresses of the objects; an empty reference is equal to null. Any thread may read meanwhile.
+     * Compares the addresses of the objects. An empty reference is equal to null.
      */
     template <class U>
     bool operator==(const ConstRcoRef<U>& ref) const noexcept
@@ -130,7 +132,7 @@ public:
     }
     /** @} */
 
-    /** Drops what is held. Never throws: an object whose destructor does ends the process here. */
+    /** Releases the object. An exception of its destructor terminates the process. */
     void clear() noexcept
     {
         if (rco != nullptr) {
@@ -138,14 +140,14 @@ public:
         }
     }
 
-    /** The held object, null when empty. */
+    /** Returns the object, or null if this is empty. Does not acquire a reference. */
     const T* get() const noexcept
     {
         return rco;
     }
 
 protected:
-    /** Holds `other`, which must be a T: throws `std::bad_cast` otherwise and keeps what it had. */
+    /** Replaces the object. If `other` is no T, throws `std::bad_cast`, and this reference is unchanged. */
     void assignPtr(const RefCntObject* other)
     {
         const T* converted = nullptr;
@@ -161,9 +163,9 @@ protected:
     }
 
     /**
-     * Holds `other` in place of what is held. The new reference is taken first, so that an object
-     * that hangs off the old one survives. When the old one's release throws, the reference still
-     * holds it and the new one is given back; an old one whose destructor threw is gone all the same.
+     * Replaces the object. The new reference is acquired first, in case only the old object keeps `other`
+     * alive. If releasing the old object throws, this reference still refers to it, and the new one is
+     * released. An old object whose destructor threw is destroyed nevertheless.
      */
     void updatePtr(const T* other)
     {
@@ -172,7 +174,7 @@ protected:
         }
     }
 
-    /** `object`, may be null, with one count more. */
+    /** Acquires a reference to `object`, which may be null, and returns it. */
     static T* acquired(const T* object)
     {
         if (object != nullptr) {
@@ -181,7 +183,7 @@ protected:
         return const_cast<T*>(object);
     }
 
-    /** The object; throws as operator->() when empty. */
+    /** Returns the object. Throws like operator->(). */
     T* checked() const
     {
         if (rco == nullptr) {
@@ -190,14 +192,15 @@ protected:
         return rco;
     }
 
-    /** The held object with one count, null when empty. */
+    /** The object, of which this owns one reference, or null. */
     T* rco;
 
 private:
     /**
-     * Takes over the pointer of `ref`, which may be part of the object that is released here: `ref` is empty
-     * before the release, and not touched after it unless it throws. Then the pointer goes back to `ref`,
-     * and whatever the release assigned to `ref` is released. A move to itself changes nothing.
+     * Transfers the pointer of `ref`, which may be part of the object that is released here: `ref` is empty
+     * before the release, and not accessed after it unless it throws. In that case the pointer returns to
+     * `ref`, and the object that the release assigned to `ref`, if any, is released. A move to itself changes
+     * nothing.
      */
     void moveFrom(ConstRcoRef& ref)
     {
@@ -206,12 +209,12 @@ private:
     }
 
     /**
-     * Holds `counted`, of which a reference is already acquired, and releases the object held before. If that
-     * throws, the old object stays held, and `undo` takes over what this reference held in the meantime:
-     * `counted`, unless the release assigned another object.
+     * Replaces the object by `counted`, of which the caller has acquired a reference, and releases the old
+     * object. If that throws, this refers to the old object again, and `undo` is called with the object that
+     * it referred to during the release: `counted`, unless the release assigned another one.
      *
-     * The pointer changes before the release, and nothing is touched after it: the release may destroy the
-     * object that this reference is part of, or run code that assigns to it.
+     * The pointer is changed before the release, and no member is accessed after it: the release may destroy
+     * the object that this reference is part of, or run code that assigns to it.
      */
     template <class Undo>
     void replace(T* counted, Undo undo)

@@ -5,9 +5,9 @@
 
 namespace com::kor::dal::nim::mem {
 
-// Out of line, so that each instance of a reference's operator-> is a test and a call.
+// Out of line, so that operator-> of a reference compiles to a test and a call.
 
-/** Throws sys::system_error 22, "Attempt to dereference null reference." */
+/** Throws sys::system_error 22 (EINVAL), "Attempt to dereference null reference." */
 [[noreturn]] DALNIM_API void throwNullDerefException();
 
 /** Throws `std::bad_cast`. */

@@ -6,69 +6,72 @@
 namespace com::kor::dal::nim::mem {
 
 /**
- * Holds an object of unknown ownership: asks at run time whether it is counted, and then owns it by
- * counting, otherwise by deleting. Copies share a counted object; a plain object travels from holder
- * to holder and leaves its source empty. A holder is not synchronised.
+ * Holds an object of which the static type does not show whether it is reference-counted. Decides at run
+ * time: it owns a reference to a counted object, and deletes a plain one. Copies share a counted object; a
+ * plain object moves to the copy and leaves its source empty.
+ *
+ * Thread safety: none.
  */
 class DALNIM_API ObjectHolder
 {
 public:
     static constexpr const char CLASS_NAME[] = "ObjectHolder";
 
-    /** What is done on entry, and what at the end. */
+    /** Whether the holder acquires a reference when it stores an object, and releases one at its end. */
     enum StorageMode : UInt32_t {
-        /** Neither acquire nor release. */
+        /** Neither acquires nor releases. */
         SM_NO_ACTION = 0,
-        /** Takes over one reference, or the ownership, and gives it up at the end. */
+        /** Receives one reference, or the ownership of a plain object, from the caller, and releases it. */
         SM_DEREF_ONLY = 1,
-        /** Acquires on entry and gives nothing up at the end. */
+        /** Acquires, but does not release. */
         SM_ACQUIRE_ONLY = 2,
-        /** Acquires on entry and releases at the end. */
+        /** Acquires and releases. */
         SM_ACQUIRE_AND_DEREF = 3
     };
 
-    /** Holds nothing. */
+    /** An empty holder. */
     ObjectHolder() noexcept;
-    /** As assign() to an empty holder. */
+    /** Same as assign() to an empty holder. */
     ObjectHolder(type::Object* object, StorageMode mode);
-    /** By the rules of assignment. */
+    /** Same as an assignment to an empty holder. */
     ObjectHolder(const ObjectHolder& ref);
-    /** Gives up what it holds if its mode says so; a release that throws ends the process. */
+    /** Releases the object if the mode requires it. If that throws, the process is terminated. */
     ~ObjectHolder();
 
     /**
-     * Lets go of what is held, in whatever mode if it is a plain object, and then takes over: a
-     * counted object is shared, a plain one leaves `ref` empty. A copy to itself changes nothing; `ref`
-     * must not be a part of what is let go. A release that throws leaves the old object held.
+     * Releases the old object, if it is a plain one in every mode, and then stores that of `ref`: shares a
+     * counted object, and takes a plain one out of `ref`. Self-assignment has no effect. `ref` must not be
+     * part of the old object. If the release throws, the old object remains.
      */
     ObjectHolder& operator=(const ObjectHolder& ref);
-    /** Lets go of what is held, as above, which must not end `object`, and then holds that. */
+    /** Releases the old object in the same way, which must not destroy `object`, and then stores `object`. */
     ObjectHolder& assign(type::Object* object, StorageMode mode);
 
-    /** What is held, or null; the holder keeps it. */
+    /** Returns the object, or null. The holder still owns it. */
     operator type::Object*() noexcept
     {
         return held();
     }
-    /** What is held, or null; the holder keeps it. */
+    /** Returns the object, or null. The holder still owns it. */
     operator const type::Object*() const noexcept
     {
         return held();
     }
-    /** Whether nothing is held. */
+    /** Returns true if the holder is empty. */
     bool operator!() const noexcept
     {
         return held() == nullptr;
     }
     /** @name Comparison */
     /** @{ */
-    /** By the addresses of the objects, whatever the modes. */
+    /** Compares the addresses of the objects, regardless of the modes. */
     bool operator==(const ObjectHolder& ref) const noexcept;
     bool operator!=(const ObjectHolder& ref) const noexcept;
     bool operator<(const ObjectHolder& ref) const noexcept;
     /** @} */
 
-    /** Gives the object to the caller, with whatever was acquired for it, and holds nothing. */
+    /** Transfers the object, with the reference that was acquired to it, to the caller. The holder is then
+     * empty. */
     type::Object* release() noexcept;
 
 private:
@@ -79,13 +82,13 @@ private:
     void storeCounted(RefCntObject* shared);
     void releaseHeld();
 
-    // Copying takes a plain object away from its source, which is const to the copy.
+    // Mutable, because copying moves a plain object out of its const source.
     union
     {
         mutable type::Object* obj;
         mutable RefCntObject* rco;
     };
-    /** The mode in the low two bits, and a third that is set while it is the second pointer. */
+    /** The mode in the low two bits; the third is set if `rco` is the active member. */
     UInt32_t flags;
 };
 

@@ -7,19 +7,19 @@
 
 namespace com::kor::dal::nim::mem {
 
-/** A ConstRcoRef that also gives non-const access to its object. */
+/** A ConstRcoRef with non-const access to its object. */
 template <class T>
 class RcoRef : public ConstRcoRef<T>
 {
 public:
     RcoRef() noexcept = default;
-    /** A new reference to an object; null makes it empty. */
+    /** Acquires a reference to an object. Null makes an empty reference. */
     RcoRef(T* rco_inst) : ConstRcoRef<T>(rco_inst) {}
-    /** A new reference to what `ref` holds. */
+    /** Acquires a reference to the object of `ref`. */
     RcoRef(const RcoRef& ref) = default;
-    /** Takes over what `ref` holds; no count moves. */
+    /** Transfers the reference of `ref`, which is then empty. */
     RcoRef(RcoRef&& ref) noexcept = default;
-    /** A new reference to the object of `ref`, seen as a T. */
+    /** Acquires a reference to the object of `ref`, converted to T. */
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
     RcoRef(const RcoRef<U>& ref) : ConstRcoRef<T>(static_cast<const T*>(ref.get()))
     {
@@ -27,7 +27,7 @@ public:
 
     /** @name Assignment */
     /** @{ */
-    /** As that of ConstRcoRef. */
+    /** Like ConstRcoRef's. */
     RcoRef& operator=(const RcoRef& ref) = default;
     RcoRef& operator=(RcoRef&& ref) = default;
     RcoRef& operator=(T* rco_inst)
@@ -41,23 +41,23 @@ public:
     using ConstRcoRef<T>::operator*;
     using ConstRcoRef<T>::get;
 
-    /** The object. Throws sys::system_error 22, "Attempt to dereference null reference.", when empty. */
+    /** Returns the object. Throws sys::system_error 22 (EINVAL), "Attempt to dereference null reference." */
     T* operator->()
     {
         return this->checked();
     }
-    /** The object. Throws as operator->() when empty. */
+    /** Returns the object. Throws like operator->(). */
     T& operator*()
     {
         return *this->checked();
     }
-    /** The held object, null when empty; it stays counted by this reference alone. */
+    /** Returns the object, or null if this is empty. Does not acquire a reference. */
     T* get() noexcept
     {
         return this->rco;
     }
 
-    /** A reference to the same object without const: the one sanctioned way to drop it. */
+    /** Returns a non-const reference to the object of `ref`. */
     static RcoRef unconst(const ConstRcoRef<T>& ref)
     {
         return RcoRef(const_cast<T*>(ref.get()));

@@ -10,74 +10,82 @@
 namespace com::kor::dal::nim::mem {
 
 /**
- * Base of the objects that live by intrusive counting behind RcoRef.
+ * Base class of objects with an intrusive reference count, which RcoRef and ConstRcoRef manage.
  *
- * A new object has no reference; the first RcoRef takes one. It is deleted by the release that
- * brings the count to the bias, on the thread that released. Per object, counting can be switched
- * off, for objects in static storage or on a stack, and can be done without atomic operations, for
- * objects that one thread at a time uses. The bias says how many counted references do not keep
- * the object alive; it must not change while other threads release.
+ * A new object has no references; the first RcoRef acquires one. The release that lowers the count to the
+ * bias deletes the object, on the releasing thread. For each object, counting can be disabled (objects in
+ * static storage or on the stack) or done without atomic operations (objects that one thread at a time uses).
+ * The bias is the number of references that do not keep the object alive; it must not change while other
+ * threads release.
  */
 class DALNIM_API RefCntObject : public virtual type::Object
 {
 public:
     static constexpr const char CLASS_NAME[] = "RefCntObject";
 
-    /** Counted, and safe to share between threads. */
+    /** An object that is counted atomically. */
     RefCntObject() noexcept;
     /**
-     * @param count_refs false makes references count nothing: the object's owner destroys it
-     * @param mt_safe    false makes counting plain, for one thread at a time
+     * @param count_refs  whether references are counted; otherwise the object's owner destroys it
+     * @param mt_safe     whether they are counted atomically; otherwise one thread at a time may use the
+     * object
      */
     RefCntObject(bool count_refs, bool mt_safe) noexcept;
-    /** A copy has no references of its own; it takes over how they are counted. */
+    /** The copy starts without references. How they are counted is copied. */
     RefCntObject(const RefCntObject& ref) noexcept;
-    /** Does nothing: assigning a value must not disturb who holds the object. */
+    /** Copies nothing: the references to this object are unaffected. */
     RefCntObject& operator=(const RefCntObject&) noexcept;
 
-    /** Takes a reference. */
+    /** Acquires a reference. */
     virtual void acquireRef() const;
     /**
-     * The count of references, less the bias when `incorporate_bias` is set: the number of those
-     * that keep the object alive. A caller that holds the only one may change the object in place: the
-     * other owners have finished with it.
+     * Returns the number of references.
+     * @param incorporate_bias  subtracts the bias: the result is the number of references that keep the
+     * object alive. A caller that owns the only one may change the object in place, since former owners have
+     * finished their accesses
      */
     virtual UInt32_t refCount(bool incorporate_bias = true) const;
     /**
-     * Gives a reference up, and deletes the object with the last one.
-     * Throws sys::system_error -1, "Reference count < 0", when there was none; what the object's
-     * destructor throws passes through.
+     * Releases a reference, and deletes the object if it was the last one. Exceptions of the object's
+     * destructor propagate.
+     * @throws sys::system_error  -1, "Reference count < 0", if there was none
      */
     virtual void releaseRef() const;
     /**
-     * The same without an exception of its own: false when there was no reference to give up. What
-     * the object's destructor throws passes through here too; ConstRcoRef::clear() stops it.
+     * The same without throwing itself. Exceptions of the object's destructor propagate here, too, but not
+     * from ConstRcoRef::clear().
+     * @return false if there was no reference
      */
     virtual bool releaseRef(const std::nothrow_t&) const;
 
 protected:
-    /** Only the last release, or a subclass, deletes. */
+    /** Protected: the last release deletes the object. */
     ~RefCntObject() noexcept(false) override;
 
     /**
-     * Gives a reference up if more than `floor` are left then, in one step: true when it did. What it
-     * leaves alone is for a release. For objects that are counted safely between threads.
+     * Atomically releases a reference if more than `floor`, besides the bias, remain. The object must be
+     * counted atomically.
+     * @return true if it was released; otherwise the caller still owns the reference
      */
     bool releaseRefAbove(UInt32_t floor) const noexcept;
 
-    /** How many references do not keep the object alive. */
+    /** Returns the number of references that do not keep the object alive. */
     UInt32_t refBias() const noexcept;
-    /** Throws sys::system_error 34, "Bias would exceed range limits.", unless below the count. */
+    /** Sets the bias. Throws sys::system_error 34 (ERANGE), "Bias would exceed range limits.", unless below
+     * the count. */
     void refBias(unsigned int new_bias);
-    /** Adds to the bias; throws as refBias(), also for a sum below 0. */
+    /** Adds to the bias. Throws like refBias(), also if the sum is negative. */
     void adjBias(int bias_adjustment);
-    /** Adds 1 to the bias; throws as refBias(). */
+    /** Adds 1 to the bias. Throws like adjBias(). */
     void incBias();
-    /** Takes 1 from the bias; throws as refBias(). */
+    /** Subtracts 1 from the bias. Throws like adjBias(). */
     void decBias();
 
 private:
-    /** Gives a count up. What is left to keep the object alive, 0 when it is to go, below 0 for none. */
+    /**
+     * Decrements the count and returns it without the bias: 0 if the caller must delete the object, negative
+     * if there was no reference.
+     */
     std::int32_t decrement() const noexcept;
 
     enum Flags : std::uint8_t { COUNT_REFS = 1, MT_SAFE = 2 };

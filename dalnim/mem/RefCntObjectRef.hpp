@@ -5,9 +5,9 @@
 
 namespace com::kor::dal::nim::mem {
 
-/** A reference to any counted object. */
+/** A reference to any reference-counted object. */
 typedef RcoRef<RefCntObject> RefCntObjectRef;
-/** The same, for reading. */
+/** A reference to any reference-counted object, for reading. */
 typedef ConstRcoRef<RefCntObject> ConstRefCntObjectRef;
 
 extern template class DALNIM_API ConstRcoRef<RefCntObject>;

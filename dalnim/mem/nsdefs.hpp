@@ -3,7 +3,7 @@
 
 #include <qv/pmx/api.h>
 
-/** Objects shared by intrusive counting. */
+/** Intrusive reference counting. */
 namespace com::kor::dal::nim::mem {
 
 /** The dotted name of this namespace, as stack traces and configuration keys show it. */

@@ -6,29 +6,29 @@
 namespace com::kor::dal::nim::type {
 
 /**
- * Objects that can be copied through a pointer to their base.
+ * Interface of objects that can be copied through a pointer to their base.
  *
- * Content that is cloned with a context derives from mem::RefCntObject and from this, and needs no destructor
- * of its own. A cloneable exception derives from sys::system_error, or declares its destructor, which that of
- * std::exception requires not to throw: `~Failure() noexcept override = default;`.
+ * Content that is cloned with a context derives from mem::RefCntObject and from this class; it needs no
+ * destructor of its own. A cloneable exception either derives from sys::system_error or declares its
+ * destructor, because that of std::exception must not throw: `~Failure() noexcept override = default;`.
  */
 class DALNIM_API Cloneable
 {
 public:
     /**
-     * A copy of this object, owned by the caller.
-     * @param deep asks for a copy that shares nothing with the source; who has nothing to share
-     *             ignores it
+     * Copies this object.
+     * @param deep  requests a copy that shares nothing with this object. Classes that share nothing ignore it
+     * @return a new object, owned by the caller
      */
     virtual Cloneable* clone(bool deep) const = 0;
-    /** May throw, as that of Object, so that a class can derive from both without declaring its own. */
+    /** May throw, like that of Object, so that a class can derive from both without declaring its own. */
     virtual ~Cloneable() noexcept(false);
 
 protected:
     Cloneable() noexcept;
     /** @name Copying */
     /** @{ */
-    /** There is nothing to copy. */
+    /** Copies nothing. */
     Cloneable(const Cloneable&) noexcept;
     Cloneable& operator=(const Cloneable&) noexcept;
     /** @} */

@@ -15,12 +15,13 @@ class EntryList;
 class SharedEntries;
 
 /**
- * A context that contains other objects, filed under content keys.
+ * A context that contains other objects, stored under content keys.
  *
- * Copying one duplicates it: the attributes in each key decide whether that entry is left behind,
- * shared or cloned. That is how context travels to a new thread.
+ * Copying duplicates it: the attributes in each key determine whether the copy leaves that entry out, shares
+ * it or clones it. New threads and pool tasks start with a duplicate of their creator's context.
  *
- * It has no lock: it is private to a thread, and a source must not change while it is copied.
+ * Thread safety: none, a context is private to a thread. Several threads may copy and read one that no thread
+ * changes.
  */
 class DALNIM_API ContainerContext : public Context
 {
@@ -28,44 +29,49 @@ public:
     static constexpr const char CLASS_NAME[] = "ContainerContext";
 
     /**
-     * Files a reference, also an empty one; false when the key is taken, whose entry then stays.
-     * Throws sys::system_error 22: "Context key mismatch." for a context under another key than its
-     * own, "Content flagged for duplication is not Cloneable."; and what keyAttributes() throws.
+     * Stores a reference, which may be empty.
+     * @return false if the key already has an entry, which remains
+     * @throws sys::system_error  22 (EINVAL): "Context key mismatch." if `ref` is a context with another key,
+     *                            "Content flagged for duplication is not Cloneable.", and the errors of
+     *                            keyAttributes()
      */
     bool add(const mem::RefCntObjectRef& ref, unsigned int cid);
     /**
-     * Files a context under its own key; false when that is taken or `ref` is empty. Throws
-     * sys::system_error 22, "Context flagged for duplication is not Cloneable."
+     * Stores a context under its own key.
+     * @return false if the key already has an entry, which remains, or if `ref` is empty
+     * @throws sys::system_error  22 (EINVAL): "Context flagged for duplication is not Cloneable.", and the
+     * errors of keyAttributes()
      */
     bool add(const ContextRef& ref);
 
-    /** The entry under a key, or an empty reference. The result is valid until the entry goes. */
+    /** Returns the entry of a key, or an empty reference. The result is valid until the entry is removed. */
     const mem::ConstRefCntObjectRef& find(unsigned int cid) const;
-    /** The same; through it an entry can be handed on, and its object changed. */
+    /** The same. A copy of the reference can modify the object. */
     const mem::RefCntObjectRef& find(unsigned int cid);
 
-    /** Takes an entry out; empty when there was none. */
+    /** Removes the entry of a key and returns its reference, or an empty one. */
     mem::RefCntObjectRef remove(unsigned int cid);
-    /** Exchanges the contents of the two. */
+    /** Swaps the contents. References that find() has returned remain valid. */
     void swap(ContainerContext& ref);
     /**
-     * Drops all entries, in the order of their keys. They find this context empty while they go;
-     * what their destructors throw is dropped too. The thread cannot be cancelled during it.
+     * Releases all entries in the order of their keys. Their destructors find this context empty; exceptions
+     * that they throw are discarded. The thread cannot be cancelled during the call.
      */
     void clearContent() noexcept;
 
-    /** The calling thread's current context. */
+    /** Returns the calling thread's current context. */
     static mem::RcoRef<ContainerContext> current();
 
 protected:
     ContainerContext();
-    /** Duplicates `ref`. Throws as operator=. */
+    /** Duplicates `ref`. Throws like operator=. */
     ContainerContext(const ContainerContext& ref);
     /**
-     * Replaces the content by a duplicate of that of `ref`, which may be this context: it then loses
-     * what its keys leave behind. The old content goes as by clearContent(). Throws `std::bad_cast`
-     * for content that cannot be cloned as its key demands, sys::system_error 22 for an empty
-     * reference under such a key, and what cloning throws; the content stays as it was then.
+     * Replaces the content with a duplicate of that of `ref`, and releases the old content like
+     * clearContent(). `ref` may be this context, which then loses the entries that duplicates leave out. If
+     * the duplication throws, the content is unchanged. Exceptions of clone() propagate.
+     * @throws std::bad_cast      if an entry whose key requires cloning, or its clone, does not support it
+     * @throws sys::system_error  22 (EINVAL) if an entry whose key requires cloning is empty
      */
     ContainerContext& operator=(const ContainerContext& ref);
     ~ContainerContext() noexcept(false) override;
@@ -98,7 +104,7 @@ private:
     mutable std::weak_ptr<SharedEntries> cachedSnapshot;
 };
 
-/** A counted reference to a context with content. */
+/** A counting reference to a context with content. */
 typedef mem::RcoRef<ContainerContext> ContainerContextRef;
 
 }

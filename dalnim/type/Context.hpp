@@ -6,10 +6,10 @@
 namespace com::kor::dal::nim::type {
 
 /**
- * State that belongs to a flow of work and travels with it; and the authority for the keys that
- * content is filed under.
+ * State that belongs to a flow of work and follows it from thread to thread. The class also allocates the
+ * keys that content is stored under.
  *
- * A content key is an identity and, in three bits of it, an instruction: what becomes of the content
+ * A content key identifies content. Three of its bits, the attributes, determine what happens to the content
  * when a context is duplicated for a new thread. Keys differ from run to run.
  */
 class DALNIM_API Context : public virtual mem::RefCntObject
@@ -17,35 +17,37 @@ class DALNIM_API Context : public virtual mem::RefCntObject
 public:
     static constexpr const char CLASS_NAME[] = "Context";
 
-    /** The content key under which this context is filed. */
+    /** Returns the content key that this context is stored under. */
     virtual UInt32_t key() const = 0;
 
     /**
-     * A new key, unique up to the narrowness of its layout. May be called at load time, by any thread.
-     * @param key_attributes 0 stays behind when a context is duplicated, 1 is shared, 2 is cloned,
-     *                       4 is cloned deeply (and so is 6)
-     * Throws sys::system_error 22: "Unrecognized content attributes." above 7, "Conflicting content
-     * attributes." for 1 together with others.
+     * Allocates a key. Keys with the same attributes can collide after 64 allocations, since not all bits of
+     * their sequence number fit. Any thread may call this function, also at load time.
+     * @param key_attributes  what a duplicate gets: 0 nothing, 1 the same object, 2 a clone, 4 or 6 a deep
+     * clone
+     * @throws sys::system_error  22 (EINVAL): "Unrecognized content attributes." above 7, "Conflicting
+     * content attributes." for 1 combined with others
      */
     static UInt32_t allocateKey(unsigned int key_attributes);
     /**
-     * The attributes of a key, from 0 to 7. Throws sys::system_error 22: "Reserved content key." for
-     * 0xFFFFFFFF, "Key contains conflicting content attributes."
+     * Returns the attributes of a key.
+     * @throws sys::system_error  22 (EINVAL): "Reserved content key." for 0xFFFFFFFF, "Key contains
+     * conflicting content attributes."
      */
     static UInt32_t keyAttributes(unsigned int content_key);
-    /** The calling thread's current context. */
+    /** Returns the calling thread's current context. */
     static mem::RcoRef<Context> current();
 
 protected:
     Context() noexcept;
-    /** A copy has no references of its own. */
+    /** The copy starts without references. */
     Context(const Context& ref) noexcept;
-    /** Copies nothing: who holds this context is not disturbed. */
+    /** Copies nothing: the references to this context are unaffected. */
     Context& operator=(const Context& ref) noexcept;
     ~Context() noexcept(false) override;
 };
 
-/** A counted reference to a context. */
+/** A counting reference to a context. */
 typedef mem::RcoRef<Context> ContextRef;
 
 }

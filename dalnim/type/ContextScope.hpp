@@ -6,9 +6,11 @@
 namespace com::kor::dal::nim::type {
 
 /**
- * Gives a piece of content of a context the lifetime of a block: makes it and files it unless the key
- * is taken, and undoes that at the end. Scopes for one key nest: only the one that made the content
- * removes it. A scope is used by one thread.
+ * Limits the lifetime of an entry of a context to a block: creates and stores it unless the key already has
+ * an entry, and cleans up at the end of the block. Scopes for the same key nest: only the one that created
+ * the entry removes it.
+ *
+ * Thread safety: none, a scope belongs to one thread.
  */
 class DALNIM_API ContextScope
 {
@@ -16,9 +18,8 @@ public:
     static constexpr const char CLASS_NAME[] = "ContextScope";
 
     /**
-     * Makes the content (what it gives is filed, also an empty reference), or cleans up (what it
-     * gives is dropped).
-     * @param param the caller's opaque parameter
+     * A factory, whose result is stored even if it is empty, or a clean-up, whose result is released.
+     * @param param  the caller's opaque parameter
      */
     typedef mem::RefCntObjectRef (*Operation)(const ContainerContextRef& target, unsigned int content_key,
                                               PointerInt_t param);
@@ -26,33 +27,39 @@ public:
     /** An inactive scope. */
     ContextScope() noexcept;
     /**
-     * Enters: when `target` has nothing under `content_key`, files what `factory` makes. Without a
-     * target or a factory it does nothing; `cleanup` may be null. What the factory and the filing
-     * throw passes, and no clean-up runs.
+     * Stores the result of `factory` if `target` has no object under `content_key`. Does nothing if `target`
+     * is empty or `factory` is null. `cleanup` may be null. Exceptions of the factory and of
+     * ContainerContext::add() propagate, and no clean-up runs.
      */
     ContextScope(Operation factory, Operation cleanup, unsigned int content_key, PointerInt_t op_param,
                  const ContainerContextRef& target);
     /**
-     * Cleans up what this scope made. A `std::exception` from the clean-up is logged at WARNING under
-     * the library's module; anything else ends the process.
+     * Cleans up the entry that this scope created. A `std::exception` of the clean-up is logged at WARNING
+     * under the library's module; any other exception terminates the process.
      */
     ~ContextScope();
 
     ContextScope(const ContextScope&) = delete;
     ContextScope& operator=(const ContextScope&) = delete;
 
-    /** Cleans up what this scope made, then enters anew. A clean-up that throws changes nothing. */
+    /**
+     * Cleans up the entry that this scope created, then does the same as the constructor. If the clean-up
+     * throws, the scope is unchanged.
+     */
     ContextScope& set(Operation factory, Operation cleanup, unsigned int content_key, PointerInt_t op_param,
                       const ContainerContextRef& target);
-    /** Cleans up what this scope made and leaves it inactive. A clean-up that throws changes nothing. */
+    /**
+     * Cleans up the entry that this scope created, and makes the scope inactive. If the clean-up throws, the
+     * scope is unchanged.
+     */
     ContextScope& clear();
-    /** Whether this scope stands for content that it made. */
+    /** Returns true if this scope created an entry. */
     bool active() const noexcept
     {
         return invoke;
     }
 
-    /** A ready clean-up: removes the entry, and gives it. */
+    /** A clean-up that removes the entry and returns it. `param` is ignored. */
     static mem::RefCntObjectRef opRemove(const ContainerContextRef& target, unsigned int content_key,
                                          PointerInt_t param);
 

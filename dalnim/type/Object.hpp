@@ -6,12 +6,11 @@
 namespace com::kor::dal::nim::type {
 
 /**
- * The root of the object classes. Classes derive from it virtually, so that an object with several
- * roots still is one `Object`.
+ * The root of the object classes. Classes derive from it virtually, so that an object with several roots is
+ * still one `Object`.
  *
- * The destructor may throw: an application's object is allowed to fail while it goes. Of a counted
- * object the exception passes through mem::RefCntObject::releaseRef(), and ends the process where a
- * reference is cleared or destroyed.
+ * The destructor of an application's class may throw. If the object is reference-counted, the exception
+ * leaves mem::RefCntObject::releaseRef(); if a reference is cleared or destroyed, it terminates the process.
  */
 class DALNIM_API Object
 {
@@ -22,7 +21,7 @@ protected:
     Object() noexcept;
     /** @name Copying */
     /** @{ */
-    /** There is nothing to copy. */
+    /** Copies nothing. */
     Object(const Object&) noexcept;
     Object& operator=(const Object&) noexcept;
     /** @} */

@@ -6,9 +6,9 @@
 namespace com::kor::dal::nim::type {
 
 /**
- * An exception that can throw itself. A caller who holds a copy by a pointer to `std::exception`
- * cross-casts it to this interface and raises it without losing its type, where a plain `throw`
- * would cut it down to the static one.
+ * Interface of exceptions that can throw themselves. A caller that holds an exception by a pointer to
+ * `std::exception` cross-casts it to this interface and throws it with its dynamic type; `throw *pointer`
+ * would slice it.
  */
 class DALNIM_API Raiseable
 {
@@ -21,7 +21,7 @@ protected:
     Raiseable() noexcept;
     /** @name Copying */
     /** @{ */
-    /** There is nothing to copy. */
+    /** Copies nothing. */
     Raiseable(const Raiseable&) noexcept;
     Raiseable& operator=(const Raiseable&) noexcept;
     /** @} */

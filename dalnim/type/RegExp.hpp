@@ -9,15 +9,13 @@
 namespace com::kor::dal::nim::type {
 
 /**
- * A compiled regular expression: a POSIX extended one (regex(7)), found anywhere in a text unless it
- * is anchored. An empty expression matches every text. Expressions and texts end at their first
- * zero byte.
+ * A compiled POSIX extended regular expression (regex(7)), which matches anywhere in a string unless it is
+ * anchored. An empty expression matches every string. Expressions and strings end at their first zero byte.
  *
- * Time, memory and stack are those of the system's matcher. Some expressions are costly beyond measure,
- * and thousands of parentheses within each other overflow the stack: take them from trusted sources
- * alone.
+ * The system's matcher determines time, memory and stack. Some expressions take exponential time, and
+ * thousands of nested parentheses overflow the stack: accept expressions from trusted sources only.
  *
- * Thread safety: one object may match in any number of threads at once.
+ * Thread safety: any number of threads may call matches() concurrently.
  */
 class DALNIM_API RegExp
 {
@@ -26,7 +24,7 @@ public:
 
     /**
      * Compiles `exp`.
-     * @throws sys::system_error with the number of regcomp() and its text, if that is no expression
+     * @throws sys::system_error  the number and the message of regcomp(), if `exp` is malformed
      */
     explicit RegExp(const String& exp);
     ~RegExp();
@@ -34,7 +32,7 @@ public:
     RegExp(const RegExp&) = delete;
     RegExp& operator=(const RegExp&) = delete;
 
-    /** Whether the expression matches `str`; also false where the system's matcher gives up. */
+    /** Returns true if the expression matches `str`; false also if the system's matcher fails. */
     bool matches(const String& str) const;
 
 private:

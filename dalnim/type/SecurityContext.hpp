@@ -5,41 +5,44 @@
 
 namespace com::kor::dal::nim::type {
 
-/** A token is whatever counted object the application makes of it. */
+/** A security token: any reference-counted object of the application. */
 typedef mem::ConstRefCntObjectRef ConstSecurityTokenRef;
 
 /**
- * Carries an opaque security token along with a flow of work: one object, shared by every thread that
- * the flow starts. The token can be set once. It has no lock: set it before threads start that look
- * at it.
+ * Carries an opaque security token with a flow of work: one object, shared by all threads that the flow
+ * starts. The token can be set once.
  *
- * opCreate() and ContextScope::opRemove(), under KEY, give a block a security context of its own
- * unless there is one already.
+ * A ContextScope with KEY, opCreate() and ContextScope::opRemove() provides a security context for a block,
+ * unless the thread already has one.
+ *
+ * Thread safety: none, set the token before starting threads that read it.
  */
 class DALNIM_API SecurityContext : public Context
 {
 public:
     static constexpr const char CLASS_NAME[] = "SecurityContext";
 
-    /** The key of security contexts, allocated at load time; its content is shared. */
+    /** The key of security contexts, allocated at load time. Duplicates share the object. */
     static const UInt32_t KEY;
 
-    /** The token; empty as long as none was set. */
+    /** Returns the token, or an empty reference if none was set. */
     const ConstSecurityTokenRef& token() const noexcept
     {
         return tok_ref;
     }
     /**
-     * Sets the token. Throws `std::logic_error`, "Attempt to replace SecurityToken at:\n" and the
-     * trace of the caller, when there is one already, be it the same.
+     * Sets the token. An empty `ref` has no effect.
+     * @throws std::logic_error  "Attempt to replace SecurityToken at:\n" and the caller's stack trace, if a
+     * token is already set, even if it is the same
      */
     void token(const ConstSecurityTokenRef& ref);
 
     UInt32_t key() const override;
 
-    /** The calling thread's security context; empty when it has none. */
+    /** Returns the calling thread's security context, or an empty reference. */
     static mem::RcoRef<SecurityContext> current();
-    /** A factory for ContextScope: a new security context for KEY, nothing for other keys. */
+    /** A factory for ContextScope: returns a new security context for KEY, an empty reference for other keys.
+     */
     static mem::RefCntObjectRef opCreate(const ContainerContextRef& target, unsigned int content_key,
                                          PointerInt_t param);
 
@@ -52,7 +55,7 @@ private:
     ConstSecurityTokenRef tok_ref;
 };
 
-/** A counted reference to a security context. */
+/** A counting reference to a security context. */
 typedef mem::RcoRef<SecurityContext> SecurityContextRef;
 
 }

@@ -9,9 +9,9 @@
 
 /**
  * @file
- * The vectors of the library: of strings, of pairs of them and of the arithmetic types. It instantiates
- * them for its own use and does not export their code. Users compile their own: what a vector consists
- * of belongs to the standard library that they are built with, which may be a later one.
+ * The vectors of the library: of strings, of pairs of strings and of the arithmetic types. The library
+ * instantiates them for its own use and does not export their code. Users compile their own, because the
+ * implementation of a vector belongs to the standard library that they are built with, which may be later.
  */
 
 namespace com::kor::dal::nim::type {

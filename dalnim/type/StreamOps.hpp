@@ -5,7 +5,7 @@
 
 /**
  * @file
- * The place of operations on streams. There are none: strings and streams meet by `<<`.
+ * Reserved for operations on streams. The library has none: strings are written by `<<`.
  */
 
 #endif

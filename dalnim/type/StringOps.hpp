@@ -11,11 +11,12 @@
 namespace com::kor::dal::nim::type {
 
 /**
- * Operations on strings and on zero-terminated character arrays. They work on bytes; characters of
- * several bytes have no meaning here. Case and white space are those of the process's locale.
+ * Operations on strings and on zero-terminated character arrays. They process bytes; multibyte characters are
+ * not recognised. Case and white space are those of the process's locale.
  *
- * All operations may be called from any thread. They throw nothing but std::bad_alloc, and where
- * they do, their argument is unchanged.
+ * They throw nothing but std::bad_alloc, and leave their argument unchanged then.
+ *
+ * Thread safety: any thread may call any operation.
  */
 class DALNIM_API StringOps
 {
@@ -23,52 +24,52 @@ public:
     static constexpr const char CLASS_NAME[] = "StringOps";
 
     /**
-     * Compares without regard to case: the first difference of lowered bytes decides, then the
-     * length. Only the sign of the result means something. The locale is the one of the first call.
-     * A null pointer is below every text and equal to another one.
+     * Compares regardless of case: by the first lowercase bytes that differ, then by length. The locale is
+     * that of the first call. A null pointer is less than every string and equal to another null pointer.
+     * @return a value below, equal to or above 0
      */
     static int compareIgnoreCase(const String& l, const String& r);
     /** The same. */
     static int compareIgnoreCase(const char* l, const char* r);
 
-    /** Replaces every occurrence in place, and returns `target`, which may be a null pointer. */
+    /** Replaces every occurrence in place and returns `target`. */
     static String& replace(String& target, char search_char, char replace_char);
-    /** The same in an array, up to its terminating zero. */
+    /** The same in an array, up to its terminating zero. `target` may be null. */
     static char* replace(char* target, char search_char, char replace_char);
     template <std::size_t N>
     static char* replace(const char (&literal)[N], char search_char, char replace_char) = delete;
 
     /**
-     * Replaces every occurrence from left to right, and returns `target`. Text that was put in, or
-     * that moved together, is not searched again. An empty `search_str` occurs nowhere.
+     * Replaces every occurrence from left to right and returns `target`. Replacements, and occurrences that
+     * they complete, are not searched again. An empty `search_str` never occurs.
      */
     static String& replace(String& target, const String& search_str, const String& replace_str);
 
-    /** Converts in place up to the first zero byte, where `target` ends thereafter; returns it. */
+    /** Converts to lower case in place and returns `target`, truncated at its first zero byte. */
     static String& toLower(String& target);
-    /** The same, to upper case. */
+    /** Converts to upper case in the same way. */
     static String& toUpper(String& target);
 
-    /** A copy without white space at its beginning and its end. */
+    /** Returns a copy without leading and trailing white space. */
     static String trimWS(const String& source);
 
     /**
-     * Ends `target` behind its last character that is no white space, and returns a pointer to the
-     * first one: not the one to free the array by. A null pointer is returned as it is.
+     * Trims an array in place: writes a zero after its last character that is not white space.
+     * @return a pointer to the first such character, by which the array must not be freed; null for null
      */
     static char* trimWS(char* target);
 
-    // Compilers take a literal for the array that it must not be written to as.
-    /** A copy, as of a String. */
+    // Without this overload, some compilers would pass a literal to the overload that writes to its argument.
+    /** Returns a trimmed copy of a literal. */
     template <std::size_t N>
     static String trimWS(const char (&literal)[N])
     {
         return trimWS(String(literal));
     }
 
-    /** Both end at the first zero byte. */
+    /** Converts a string, up to its first zero byte. */
     static RX_String convNIMStrToRXString(const String& nimStr);
-    /** The other way round. */
+    /** Converts a string, up to its first zero byte. */
     static String convRXStringToNIMStr(const RX_String& rxStr);
 
     StringOps() = delete;

@@ -8,9 +8,9 @@
 
 namespace com::kor::dal::nim::type {
 
-/** Two strings that belong together, such as a name and its value. */
+/** Two related strings, such as a name and its value. */
 typedef std::pair<String, String> StringPair;
-/** The same of wide characters. */
+/** The same with wide characters. */
 typedef std::pair<std::wstring, std::wstring> WideStringPair;
 
 }

@@ -122,8 +122,8 @@ void ObjectHolder::storeCounted(RefCntObject* shared)
 
 void ObjectHolder::releaseHeld()
 {
-    // The holder is empty already while the object goes, for what the object's destructor does to it.
-    // Unlike the destructor this deletes a plain object in every mode: it has no other holder.
+    // The holder is emptied first, since the object's destructor may access it. Unlike ~ObjectHolder(), this
+    // deletes a plain object in every mode: no other holder has it.
     if (!counted()) {
         type::Object* const old = obj;
         obj = nullptr;

@@ -25,7 +25,7 @@ RefCntObject::RefCntObject(const RefCntObject& ref) noexcept
 {
 }
 
-// Count and switches are those of the object, not of its value. NOLINTNEXTLINE(cert-oop54-cpp)
+// The count and how it is counted are no part of the value. NOLINTNEXTLINE(cert-oop54-cpp)
 RefCntObject& RefCntObject::operator=(const RefCntObject&) noexcept
 {
     return *this;
@@ -47,15 +47,15 @@ void RefCntObject::acquireRef() const
 
 UInt32_t RefCntObject::refCount(bool incorporate_bias) const
 {
-    // Acquire: a caller that finds itself the sole owner may change the object. What former owners read of it
-    // happened before their decrements, which release; increments in between continue the release sequence.
+    // Acquire: a caller that finds itself the sole owner may change the object. Former owners read it before
+    // they decremented the count with release order; increments in between continue the release sequence.
     const UInt32_t count = static_cast<UInt32_t>(__atomic_load_n(&refs, __ATOMIC_ACQUIRE));
     return incorporate_bias ? count - bias : count;
 }
 
 inline std::int32_t RefCntObject::decrement() const noexcept
 {
-    // Read first: once its count is given up, another thread may delete the object.
+    // Read first: after the decrement, another thread may delete the object.
     const UInt32_t bias_before = bias;
     const si_atomic_t count = (flags & MT_SAFE) != 0 ? qv_si_atomic_decrement(&refs) : --refs;
     return static_cast<std::int32_t>(static_cast<UInt32_t>(count) - bias_before);
@@ -86,7 +86,7 @@ bool RefCntObject::releaseRef(const std::nothrow_t&) const
     if (alive != 0) {
         return alive > 0;
     }
-    // Out of line: the release of one among several needs no frame.
+    // Out of line, so that releasing a reference that is not the last needs no stack frame.
     // clang-format off
     return [this]() __attribute__((noinline)) {
         delete this;
@@ -115,7 +115,7 @@ UInt32_t RefCntObject::refBias() const noexcept
 void RefCntObject::refBias(unsigned int new_bias)
 {
     const sys::StackTrack track("refBias()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    // Only the upper end is tested: the argument has no other.
+    // The argument is unsigned, so that only the upper limit needs a check.
     if (RefCntObject::refCount(false) <= new_bias) {
         throw sys::system_error(ERANGE, "Bias would exceed range limits.");
     }

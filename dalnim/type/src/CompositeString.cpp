@@ -34,10 +34,10 @@ CompositeString::CompositeString(const CompositeString& composite, bool deep) : 
     }
 }
 
-// The copies are made first, also of its own texts. NOLINTNEXTLINE(cert-oop54-cpp)
+// Safe for self-assignment: copies first. NOLINTNEXTLINE(cert-oop54-cpp)
 CompositeString& CompositeString::operator=(const CompositeString& composite)
 {
-    // Both texts or none: one with the other's delimiters would be taken apart in another way.
+    // Both strings or none: one with the other's delimiters would have different components.
     String new_target(composite.target);
     String new_delims(composite.delims);
     skip_nil = composite.skip_nil;
@@ -75,7 +75,7 @@ String CompositeString::next(SInt8_t& dlm)
     if (used == 0) {
         return String();
     }
-    // Not constant, so that it is moved out: a copy could fail behind the removal.
+    // Not const, so that returning it moves: copying could throw after the removal.
     String component = target.substr(first, delim - first);
     dlm = static_cast<SInt8_t>(target[delim]);
     target.erase(0, used);

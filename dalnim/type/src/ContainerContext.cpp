@@ -25,10 +25,11 @@ constexpr UInt32_t SHARED = 1;
 constexpr UInt32_t SHALLOW = 2;
 constexpr UInt32_t DEEP = 4;
 
-/** What find() refers to when a key is absent. */
+/** The result of find() for a key without an entry. */
 const mem::RefCntObjectRef NULL_RCO_REF;
 
-/** Content that is to be cloned later must be able to, which is tested when it is filed. */
+/** Throws if content whose key requires cloning is not Cloneable. Checked when it is stored, not when copied.
+ */
 void requireCloneable(const mem::RefCntObject& object, UInt32_t attributes, const char* message)
 {
     if ((attributes & (SHALLOW | DEEP)) != 0 && dynamic_cast<const Cloneable*>(&object) == nullptr) {
@@ -36,6 +37,7 @@ void requireCloneable(const mem::RefCntObject& object, UInt32_t attributes, cons
     }
 }
 
+/** Returns a clone of an entry. */
 mem::RefCntObjectRef cloned(const mem::RefCntObjectRef& ref, bool deep)
 {
     std::unique_ptr<Cloneable> copy(dynamic_cast<const Cloneable&>(*ref).clone(deep));
@@ -287,7 +289,7 @@ std::shared_ptr<SharedEntries> ContainerContext::snapshot() const
     return made;
 }
 
-/** The content changes: tasks that are added afterwards get a new snapshot. */
+/** Detaches the snapshot before the content changes: tasks that are added afterwards get a new one. */
 void ContainerContext::detachSnapshot() noexcept
 {
     cachedSnapshot.reset();

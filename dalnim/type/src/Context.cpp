@@ -22,9 +22,9 @@ constexpr unsigned int SHALLOW = 2;
 constexpr unsigned int DEEP = 4;
 constexpr unsigned int ALL_ATTRIBUTES = SHARED | SHALLOW | DEEP;
 
-// A key holds its attributes in bits 7 to 9. The sequence number is laid around them twice, shifted
-// and unshifted, and the masks decide what survives: numbers that differ in bit 6 alone give one
-// key. Who keeps keys relies on this layout.
+// Compatibility: a key contains its attributes in bits 7 to 9. The sequence number is combined with it twice,
+// shifted and unshifted, each time under a mask. Bit 6 of the number is lost, so numbers that differ only in
+// that bit produce the same key. Callers that store keys rely on this layout.
 constexpr unsigned int ATTR_WIDTH = 3;
 constexpr unsigned int ATTR_SHIFT = 7;
 constexpr UInt32_t ATTR_MASK = ALL_ATTRIBUTES << ATTR_SHIFT;
@@ -35,7 +35,7 @@ constexpr UInt32_t RESERVED_KEY = 0xFFFFFFFF;
 
 static_assert(HI_MASK == 0xFFFFFC40 && MAX_KEY == 0x1FFFFFFF, "the layout of a key");
 
-// Both guarded by InitLock; the flag is also looked at without it.
+// Both are guarded by InitLock. The flag is also read without it.
 UInt32_t _key_last;
 std::atomic<bool> _key_inited(false);
 
@@ -50,7 +50,8 @@ unsigned int validate_attributes(unsigned int attrib)
     return (attrib & DEEP) != 0 ? attrib & ~SHALLOW : attrib;
 }
 
-/** The track of keyAttributes() is made with its failure: each entry of a context that is copied asks. */
+/** Throws. Opens the track of keyAttributes() only now, because that is called for each entry of a copied
+ * context. */
 [[noreturn]] void throw_content_key_error(const char* message, unsigned int line)
 {
     const sys::StackTrack track("keyAttributes()", Context::CLASS_NAME, NAMESPACE_NAME, line);
@@ -73,7 +74,7 @@ UInt32_t next_sequence_number()
 {
     UInt64_t start = 0;
     if (!_key_inited) {
-        // Drawn ahead of the lock; when two threads race, the winner's stands.
+        // Drawn before the lock is acquired. If two threads race, the first one's number is used.
         start = sys::UniqueID::nextUid64();
     }
     const sys::InitLock lock(true);
@@ -91,7 +92,7 @@ UInt32_t next_sequence_number()
 
 Context::Context() noexcept = default;
 Context::Context(const Context& ref) noexcept : type::Object(ref), mem::RefCntObject(ref) {}
-// There is nothing of its own to take.
+// There are no members to copy.
 Context& Context::operator=(const Context&) noexcept // NOLINT(cert-oop54-cpp)
 {
     return *this;
@@ -113,7 +114,6 @@ UInt32_t Context::keyAttributes(unsigned int content_key)
 
 ContextRef Context::current()
 {
-    // By the way of the container, which makes it what it looks like.
     return ContainerContext::current();
 }
 

@@ -12,7 +12,7 @@ namespace com::kor::dal::nim::type {
 
 namespace {
 
-/** The key of a scope that stands for nothing; no content can be filed under it. */
+/** The key of an inactive scope. No content can be stored under it. */
 constexpr UInt32_t RESERVED_KEY = 0xFFFFFFFF;
 
 }
@@ -31,7 +31,7 @@ ContextScope::~ContextScope()
 {
     try {
         if (cleanupIsDue()) {
-            // In here, for it may need memory.
+            // Inside of the try block, because it may throw std::bad_alloc.
             const sys::StackTrack track("~ContextScope()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
             fini(ref, key, prm);
         }

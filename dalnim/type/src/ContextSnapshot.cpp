@@ -21,7 +21,7 @@ void ContextSnapshot::transferTo(ContainerContext& target) noexcept
     } else if (shared->list()->isShareable()) {
         target.adopt(SharedEntries(shared->list()));
         qv::perturb();
-        // Ends no entry: the target holds them.
+        // Destroys no entry: the target references them.
         shared.reset();
     } else {
         target.adopt(std::move(*shared));

@@ -9,30 +9,30 @@ class ContainerContext;
 class SharedEntries;
 
 /**
- * The duplicate of a context on its way to the thread that adopts it. It follows the rules of a copy: content
- * that its key demands to clone is cloned here, by the thread that reads the source. Content that is shared
- * is referenced once for all snapshots of the same, unchanged source.
+ * A duplicate of a context, to be transferred to another thread. The rules are those of a copy: content whose
+ * key requires cloning is cloned by the constructor, on the thread that reads the source. If nothing is
+ * cloned, snapshots of the same, unchanged source share one reference to each entry.
  *
- * A snapshot belongs to one thread at a time.
+ * Thread safety: a snapshot belongs to one thread at a time.
  */
 class ContextSnapshot
 {
 public:
-    /** Duplicates `source`. Throws as the assignment of a ContainerContext does. */
+    /** Duplicates `source`. Throws like the assignment of a ContainerContext. */
     explicit ContextSnapshot(const ContainerContext& source);
     ContextSnapshot(ContextSnapshot&&) noexcept = default;
     ContextSnapshot& operator=(ContextSnapshot&&) = delete;
-    /** Releases what no context adopted; exceptions of destructors are discarded. */
+    /** Releases the entries, unless they were transferred. Discards exceptions of their destructors. */
     ~ContextSnapshot();
 
     /**
-     * Makes the duplicate the content of `target`, with references of its own; the old content of `target` is
-     * released as by clearContent(). The snapshot is empty afterwards.
+     * Replaces the content of `target` with the entries, of which it owns references. Releases its old
+     * content like clearContent(). The snapshot is empty afterwards.
      */
     void transferTo(ContainerContext& target) noexcept;
 
 private:
-    /** Null for no entries. */
+    /** Null if there are no entries. */
     std::shared_ptr<SharedEntries> shared;
 };
 

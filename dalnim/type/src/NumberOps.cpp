@@ -28,7 +28,7 @@ constexpr const char* CLASS_NAME = NumberOps::CLASS_NAME;
     throw std::out_of_range("String representation exceeds capacity of numeric type.");
 }
 
-/** The value of the whole of `source`, by one of the functions of the strtol family. */
+/** Parses all of `source` by a function of the strtol family. Throws std::invalid_argument. */
 template <class T>
 T convert(T (*strto)(const char*, char**, int), const String& source, unsigned int line)
 {
@@ -40,7 +40,7 @@ T convert(T (*strto)(const char*, char**, int), const String& source, unsigned i
     return value;
 }
 
-/** `value` as the type of `result`. */
+/** Converts `value` to the type of `result` and assigns it. Throws std::out_of_range. */
 template <class T, class Wide>
 T narrow(T& result, Wide value, unsigned int line)
 {
@@ -62,7 +62,7 @@ T parseUnsigned(T& result, const String& source, unsigned int line)
     return source.empty() ? result = 0 : narrow(result, convert(std::strtoul, source, line), line);
 }
 
-/** For the types that the conversion itself has: it tells by its extremes and by `errno`. */
+/** Parses a type that the C function itself returns: overflow shows in an extreme value and in `errno`. */
 template <class T>
 T& parseWide(T& result, T (*strto)(const char*, char**, int), const String& source, unsigned int line)
 {
@@ -123,8 +123,8 @@ NumberOps::SInt64_t& NumberOps::parse(SInt64_t& result, const String& source)
 
 NumberOps::UInt64_t& NumberOps::parse(UInt64_t& result, const String& source)
 {
-    // The highest signed value, though overflow gives the highest unsigned one: callers count on
-    // the latter being no failure.
+    // Compatibility: the highest signed value, although overflow yields the highest unsigned one. Callers
+    // rely on the latter being accepted.
     constexpr UInt64_t SUSPECT = 0x7FFFFFFFFFFFFFFF;
     const UInt64_t value = source.empty() ? 0 : convert(std::strtoull, source, __LINE__);
     if (value == SUSPECT && errno == ERANGE) {
@@ -165,7 +165,7 @@ template <class T>
 bool NumberOps::convertString(T& result, const String& source)
 {
     std::istringstream stream(source);
-    // Missing memory is no bad format.
+    // Running out of memory must not count as a bad format.
     stream.exceptions(std::ios_base::badbit);
     T value;
     stream >> std::dec >> value;

@@ -10,7 +10,7 @@
 
 namespace com::kor::dal::nim::type {
 
-// Only the last of all keys could be refused.
+// Does not throw: 1 is a valid attribute.
 // NOLINTNEXTLINE(cert-err58-cpp)
 const UInt32_t SecurityContext::KEY = Context::allocateKey(1);
 
@@ -24,7 +24,7 @@ void SecurityContext::token(const ConstSecurityTokenRef& ref)
         tok_ref = ref;
         return;
     }
-    // A logic error has no other place for the trace than its message.
+    // Unlike a system_error, a logic_error has no trace of its own.
     throw std::logic_error("Attempt to replace SecurityToken at:\n" + sys::StackTrace().toString());
 }
 

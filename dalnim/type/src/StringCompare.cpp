@@ -14,7 +14,7 @@ namespace com::kor::dal::nim::type {
 
 namespace {
 
-/** l - r, or as close as an int comes to it: its sign is what counts. */
+/** Returns l - r, limited to the range of int. Only the sign matters. */
 int lengthDifference(std::size_t l, std::size_t r) noexcept
 {
     constexpr std::size_t LIMIT = INT_MAX;
@@ -23,7 +23,7 @@ int lengthDifference(std::size_t l, std::size_t r) noexcept
 
 }
 
-/** `tolower()` of each byte, in the locale that the process had when it was first asked for. */
+/** Returns `tolower()` of each byte, in the locale of the process at the first call. */
 const unsigned char* StringOps::_get_lowercase_char_xlat_table() noexcept
 {
     static unsigned char XLAT[UCHAR_MAX + 1];

@@ -41,7 +41,7 @@ String& StringOps::replace(String& target, const String& search_str, const Strin
         return target;
     }
 
-    // Into a string of its own: time grows with the text alone, and `target` may be an argument twice.
+    // Builds a new string: the time is linear, and `target` may be one of the other arguments.
     String result;
     std::size_t pos = 0;
     do {
