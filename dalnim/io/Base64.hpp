@@ -5,7 +5,7 @@
 
 namespace com::kor::dal::nim::io {
 
-/** Base64 with the standard alphabet and padding (RFC 4648, table 1), in both directions. */
+/** Encodes and decodes Base64 with the standard alphabet and padding (RFC 4648, table 1). */
 class DALNIM_API Base64 : public Encoder, public Decoder
 {
 public:
@@ -16,19 +16,20 @@ public:
     Base64();
     ~Base64() override;
 
-    /** 7 */
+    /** Returns 7. */
     unsigned int features() const override;
-    /** "Base64" */
+    /** Returns "Base64". */
     const String& scheme() const override;
 
     Decoder* createDecoder() const override;
 
     /**
-     * Encodes `is` up to its end. Without ENC_LINE_BREAKS the output is one line. With it, a line
-     * has as many characters as the low 8 bits of `flags` say, 76 for 0, down to the next multiple
-     * of 4 but not below that; every full line ends in a line feed, a partial one does not.
+     * Encodes `is` up to its end. Without ENC_LINE_BREAKS the output is one line. Otherwise the low 8 bits of
+     * `flags` are the number of characters in a line (0 means 76), rounded down to a multiple of 4, but at
+     * least
+     * 4. Every full line ends in a line feed; a partial last line does not.
      *
-     * @throws sys::system_error with the number in `errno`, if a stream fails, also in the last flush
+     * @throws sys::system_error  the value of `errno`, if a stream fails, also in the final flush
      */
     std::ostream& encode(std::ostream& os, std::istream& is, unsigned int flags = 0) const override;
     String encode(const String& istr, unsigned int flags = 0) const override;
@@ -36,17 +37,15 @@ public:
     Encoder* createEncoder() const override;
 
     /**
-     * Decodes `is` up to its end, or up to padding: what stands behind a padded group is not read,
-     * and neither is a "=" in the place of a group. White space is skipped except behind a "=";
-     * with DEC_SKIP_INVALID, so is every other byte outside of the alphabet. Bits that a padded
-     * group has to spare are ignored.
+     * Decodes `is` up to its end or through the first padded group. Bytes after a padded group are not read,
+     * nor is a "=" at the start of a group, which ends the input. White space is skipped except after a "=";
+     * DEC_SKIP_INVALID skips every other byte outside of the alphabet, too. Surplus bits of a padded group
+     * are ignored.
      *
-     * @throws std::invalid_argument "Illegal Base64 format", for any other byte, for text that ends
-     *                               within a group, and for more than two "=" in a group. `os` has
-     *                               got all groups before that; a byte that is out of place is not
-     *                               read.
-     * @throws sys::system_error     with the number in `errno`, if a stream fails, also in the last
-     *                               flush
+     * @throws std::invalid_argument  "Illegal Base64 format", for any other byte, for input that ends within
+     * a group, and for more than two "=" in a group. All groups before it have been written to `os`; the
+     * invalid byte has not been read
+     * @throws sys::system_error      the value of `errno`, if a stream fails, also in the final flush
      */
     std::ostream& decode(std::ostream& os, std::istream& is, unsigned int flags = 0) const override;
     String decode(const String& istr, unsigned int flags = 0) const override;

@@ -9,39 +9,41 @@
 namespace com::kor::dal::nim::io {
 
 /**
- * One configuration table for several named instances. A key is a setting of one instance if it begins
- * with the instance's name and a slash; a default for all of them if it begins with a star and a
- * slash; and a default of lower rank if it begins with a bare slash. Also, the spelling of boolean
- * settings.
+ * Extracts the settings of one instance from a configuration table of several. A key that begins with the
+ * name of an instance and "/" is a setting of that instance. A key that begins with "*" and "/" is a default
+ * for all instances, and one that begins with "/" is a default of lower precedence. The class also defines
+ * the spelling of boolean settings.
  *
- * Nothing in an object ever changes: any number of threads may use it.
+ * Thread safety: objects are immutable; any number of threads may use one concurrently.
  */
 class DALNIM_API Config
 {
 public:
     static constexpr const char CLASS_NAME[] = "Config";
-    /** How a boolean setting is spelled that holds. */
+    /** The spelling of a boolean setting that is true. */
     static constexpr const char VAL_TRUE[] = "true";
-    /** How a boolean setting is spelled that does not hold. */
+    /** The spelling of a boolean setting that is false. */
     static constexpr const char VAL_FALSE[] = "false";
 
-    /** VAL_TRUE and VAL_FALSE, to compare settings with. */
+    /** VAL_TRUE as a String, to compare settings with. */
     const String STR_TRUE;
-    /** VAL_FALSE, likewise. */
+    /** VAL_FALSE as a String, to compare settings with. */
     const String STR_FALSE;
 
     Config();
-    /** A copy, equal to every other one. */
+    /** All objects are equal. */
     Config(const Config& r);
     ~Config();
     Config& operator=(const Config&) = delete;
 
     /**
-     * The settings of the instance `specific_id`, under their keys without the prefix. Keys of other
-     * instances and keys without a prefix are left out.
+     * Returns the settings of an instance, under their keys without the prefix. Keys of other instances and
+     * keys without a prefix are omitted.
      *
-     * @return a new table, which the caller deletes; empty if nothing applies.
-     * @throws std::invalid_argument  "empty key not allowed", when a key is nothing but a prefix.
+     * @param specific_id  the name of the instance
+     * @param deep_copy    has no effect
+     * @return a new table, which the caller must delete
+     * @throws std::invalid_argument  "empty key not allowed", if a key is equal to a prefix
      */
     static Properties* getDefaultedProperties(const Properties& source, const String& specific_id,
                                               bool deep_copy = false);

@@ -8,18 +8,17 @@
 namespace com::kor::dal::nim::io {
 
 /**
- * A scheme that turns bytes into text. What it can do is told by its further interfaces, Encoder
- * and Decoder.
+ * A scheme that converts bytes to text. Its operations are in the interfaces Encoder and Decoder.
  *
- * Thread safety: an encoding has no state, and its operations may run in any number of threads at
- * once. Each call needs its streams for itself.
+ * Thread safety: encodings have no state; any number of threads may call their operations concurrently. A
+ * call requires exclusive access to its streams.
  */
 class DALNIM_API EncodingBase
 {
 public:
-    /** In the `flags` of an encoder: break the output into lines. */
+    /** Flag of encoders: break the output into lines. */
     static constexpr unsigned int ENC_LINE_BREAKS = 256;
-    /** In the `flags` of a decoder: skip whatever is not of the alphabet, not white space alone. */
+    /** Flag of decoders: skip all bytes outside of the alphabet, not only white space. */
     static constexpr unsigned int DEC_SKIP_INVALID = 512;
 
     virtual ~EncodingBase();
@@ -27,9 +26,9 @@ public:
     EncodingBase(const EncodingBase&) = delete;
     EncodingBase& operator=(const EncodingBase&) = delete;
 
-    /** What the scheme can do, as bits; without a decoder the bit of value 2 is absent. */
+    /** Returns the abilities of the scheme as bits. The bit with the value 2 is set if it can be decoded. */
     virtual unsigned int features() const = 0;
-    /** The name of the scheme. It lives as long as the process. */
+    /** Returns the name of the scheme. It is valid until the process ends. */
     virtual const String& scheme() const = 0;
 
 protected:

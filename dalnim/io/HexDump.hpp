@@ -5,7 +5,7 @@
 
 namespace com::kor::dal::nim::io {
 
-/** Bytes for the eyes of people: rows of an offset, the bytes in hexadecimal, and their text. */
+/** Formats bytes for human readers: rows of an offset, the bytes in hexadecimal, and their characters. */
 class DALNIM_API HexDump : public Encoder
 {
 public:
@@ -16,23 +16,23 @@ public:
     HexDump();
     ~HexDump() override;
 
-    /** 5 */
+    /** Returns 5. */
     unsigned int features() const override;
-    /** "HexDump" */
+    /** Returns "HexDump". */
     const String& scheme() const override;
 
-    /** Null: nothing decodes a dump. */
+    /** Returns null: a dump cannot be decoded. */
     Decoder* createDecoder() const override;
 
     /**
-     * Dumps `is` up to its end, in rows of as many bytes as the low 8 bits of `flags` say, 16 for 0:
+     * Dumps `is` up to its end. The low 8 bits of `flags` are the number of bytes in a row; 0 means 16:
      *
      *     00000000: 48 65 6C 6C 6F 0A                               | Hello.
      *
-     * Rows are separated, not ended, by line feeds, and `os` is flushed behind each. The offset is
-     * that of the first byte, modulo 2^32. Bytes other than 32 to 126 show as ".".
+     * Line feeds separate the rows; the last row has none. `os` is flushed after each row. The offset is that
+     * of the first byte of the row, modulo 2^32. Bytes other than 32 to 126 are shown as ".".
      *
-     * @throws sys::system_error with the number in `errno`, if a stream fails, also in a flush
+     * @throws sys::system_error  the value of `errno`, if a stream fails, also in a flush
      */
     std::ostream& encode(std::ostream& os, std::istream& is, unsigned int flags = 0) const override;
     String encode(const String& istr, unsigned int flags = 0) const override;

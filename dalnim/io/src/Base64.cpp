@@ -25,7 +25,7 @@ namespace {
 constexpr std::size_t GROUP_DATA = 3;
 constexpr std::size_t GROUP_TEXT = 4;
 
-/** How many groups are converted between two writes: data, text and tables fit a first-level cache. */
+/** Number of groups converted between two writes. Data, text and tables fit into a first-level cache. */
 constexpr std::size_t GROUPS_PER_BLOCK = 2048;
 
 constexpr unsigned int WIDTH_MASK = 0xFF;
@@ -36,7 +36,7 @@ constexpr unsigned int DEFAULT_WIDTH = 76;
     throw std::invalid_argument("Illegal Base64 format");
 }
 
-/** 0 for no line breaks. */
+/** Returns the number of groups in a line, or 0 for no line breaks. */
 std::size_t groupsPerLine(unsigned int flags)
 {
     if ((flags & EncodingBase::ENC_LINE_BREAKS) == 0) {
@@ -46,13 +46,13 @@ std::size_t groupsPerLine(unsigned int flags)
     return std::max<std::size_t>(width / GROUP_TEXT, 1);
 }
 
-/** Encodes data that comes in pieces of any length. */
+/** Encodes data that is passed in pieces of any length. */
 class Encoding
 {
 public:
     explicit Encoding(unsigned int flags) : groups_per_line(groupsPerLine(flags)) {}
 
-    /** Takes in the beginning of `data`, at least a byte of it, and returns how much. */
+    /** Encodes the beginning of `data`. Returns the number of bytes consumed, at least one. */
     std::size_t consume(std::string_view data)
     {
         const auto* const bytes = reinterpret_cast<const unsigned char*>(data.data());
@@ -75,7 +75,7 @@ public:
         return consumed;
     }
 
-    /** Takes in the end of the data. */
+    /** Ends the data: encodes a partial group. */
     void finish()
     {
         end = text;
@@ -86,7 +86,7 @@ public:
         }
     }
 
-    /** What came out of what was consumed in last. */
+    /** Returns the output of the last call of consume() or finish(). */
     std::string_view output() const
     {
         return std::string_view(text, static_cast<std::size_t>(end - text));
@@ -100,7 +100,7 @@ private:
         return length;
     }
 
-    /** Encodes groups, and breaks them into lines. */
+    /** Encodes groups and inserts line breaks. */
     void encodeGroups(const unsigned char* data, std::size_t groups)
     {
         while (groups != 0) {
@@ -120,29 +120,30 @@ private:
 
     const Base64Blocks& blocks = base64Blocks();
 
-    /** Groups; `groups_per_line` is 0 for no line breaks. */
+    /** 0 for no line breaks. */
     const std::size_t groups_per_line;
     std::size_t groups_in_line = 0;
 
-    /** The beginning of a group that is not full yet. */
+    /** The beginning of a partial group, and the number of its bytes. */
     unsigned char partial[GROUP_DATA] = {};
     std::size_t buffered = 0;
 
-    /** Room for one group more, begun before, and for a line feed behind each. */
+    /** Has space for one more group, the partial one, and for a line feed after each group. */
     char text[(GROUPS_PER_BLOCK + 1) * (GROUP_TEXT + 1)];
     char* end = text;
 };
 
-/** Decodes text that comes in pieces of any length. */
+/** Decodes text that is passed in pieces of any length. */
 class Decoding
 {
 public:
-    /** How the text goes on: behind padding it does not. */
+    /** OPEN until the text ends, by padding or by finish(), or is found to be malformed. */
     enum State { OPEN, ENDED, ILLEGAL };
 
     explicit Decoding(unsigned int flags) : skip_invalid((flags & EncodingBase::DEC_SKIP_INVALID) != 0) {}
 
-    /** Takes in the beginning of `text`, up to where it ends or at least a byte, and returns how much. */
+    /** Decodes the beginning of `text`. Returns the number of bytes consumed, at least one while still OPEN.
+     */
     std::size_t consume(std::string_view text)
     {
         const char* const first = text.data();
@@ -169,14 +170,14 @@ public:
         return static_cast<std::size_t>(pos - first);
     }
 
-    /** Takes in the end of the text. */
+    /** Ends the text, which must not be within a group. */
     void finish()
     {
         end = data;
         state = symbols == 0 ? ENDED : ILLEGAL;
     }
 
-    /** What came out of what was consumed in last. */
+    /** Returns the output of the last call of consume() or finish(). */
     std::string_view output() const
     {
         return std::string_view(reinterpret_cast<const char*>(data), static_cast<std::size_t>(end - data));
@@ -188,7 +189,7 @@ public:
     }
 
 private:
-    /** Whether the byte is consumed; one that ends the text is not. */
+    /** Processes a byte. Returns false if it ends the text, and is not consumed. */
     bool acceptSymbol(char c)
     {
         if (c == '=' || pads != 0) {
@@ -241,12 +242,12 @@ private:
     const bool skip_invalid;
     State state = OPEN;
 
-    /** The group that is being read: its values, how many there are, and how many are padding. */
+    /** The current group: its bits, the number of its symbols, and how many of them are padding. */
     std::uint32_t bits = 0;
     std::size_t symbols = 0;
     std::size_t pads = 0;
 
-    /** Room for one group more, begun before. */
+    /** Has space for one more group, the one begun in an earlier piece. */
     unsigned char data[(GROUPS_PER_BLOCK + 1) * GROUP_DATA];
     unsigned char* end = data;
 };
@@ -297,7 +298,7 @@ unsigned int Base64::features() const
 
 const String& Base64::scheme() const
 {
-    // Never destroyed: static destructors and threads may ask for it until the process has ended.
+    // Never destroyed: static destructors and threads may use it until the process has ended.
     static const String* const name = new String(ENCODING_SCHEME);
     return *name;
 }
@@ -314,7 +315,7 @@ std::ostream& Base64::encode(std::ostream& os, std::istream& is, unsigned int fl
     InputBytes input(is);
     Encoding encoding(flags);
     for (auto ready = input.peek(); !ready.empty(); ready = input.peek()) {
-        // Read first, then write: the two streams may share a buffer.
+        // Consume the input before writing: the two streams may share a buffer.
         input.consume(encoding.consume(ready));
         writeText(os, encoding.output());
     }
@@ -326,13 +327,13 @@ std::ostream& Base64::encode(std::ostream& os, std::istream& is, unsigned int fl
 String Base64::encode(const String& istr, unsigned int flags) const
 {
     const sys::StackTrack track("encode()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    // A derived class may have a form of its own for streams. That of this one needs no streams here.
+    // A derived class may override the overload for streams, which must then be called.
     if (typeid(*this) == typeid(Base64)) {
         return encodeString(istr, flags);
     }
     std::istringstream is(istr);
     std::ostringstream os;
-    // The text is whole, or there is none.
+    // Throws if memory runs out, so that the result is never truncated.
     os.exceptions(std::ios_base::badbit);
     encode(os, is, flags);
     return os.str();
@@ -372,7 +373,7 @@ String Base64::decode(const String& istr, unsigned int flags) const
     }
     std::istringstream is(istr);
     std::ostringstream os;
-    // The text is whole, or there is none.
+    // Throws if memory runs out, so that the result is never truncated.
     os.exceptions(std::ios_base::badbit);
     decode(os, is, flags);
     return os.str();

@@ -9,33 +9,33 @@ namespace com::kor::dal::nim::io {
 constexpr char B64_XLAT[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 /**
- * The inner loops of Base64: whole groups of 3 bytes and 4 characters, one behind the other, with
- * nothing in between. They come in several makes for what the processor can do, all of the same
- * effect.
+ * The inner loops of Base64, which convert consecutive groups of 3 bytes and 4 characters. There is one
+ * implementation for each instruction set; all have the same results.
  */
 struct Base64Blocks
 {
-    /** Encodes `groups` groups; `to` has room for them. */
+    /** Encodes `groups` groups. `to` must have space for them. */
     void (*encode)(const unsigned char* from, std::size_t groups, char* to);
 
     /**
-     * Decodes up to `groups` groups, and stops before the first one with a character outside of
-     * the alphabet. Returns how many it decoded. Of the room for `groups` groups at `to`, what is
-     * behind those may have been written to as well.
+     * Decodes groups up to the first one with a character outside of the alphabet.
+     * @param groups  the maximum number of groups. `to` must have space for them; bytes after the decoded
+     * groups may be overwritten
+     * @return the number of decoded groups
      */
     std::size_t (*decode)(const char* from, std::size_t groups, unsigned char* to);
 };
 
-/** For every processor. */
+/** The implementation for every processor. */
 extern const Base64Blocks BASE64_SCALAR;
 
-/** The fastest that this processor runs. */
+/** Returns the fastest implementation that this processor supports. */
 const Base64Blocks& base64Blocks() noexcept;
 
-/** In place of the value of a character that is not of the alphabet. */
+/** The result of base64Value() for a character outside of the alphabet. */
 constexpr unsigned char B64_INVALID = 0xFF;
 
-/** The value of a character in the alphabet, or B64_INVALID. */
+/** Returns the value of a character in the alphabet, or B64_INVALID. */
 unsigned char base64Value(char c) noexcept;
 
 }

@@ -15,7 +15,7 @@ constexpr std::size_t index(char c)
     return static_cast<unsigned char>(c);
 }
 
-/** Two characters for each value of 12 bits, so that a group takes two look-ups. */
+/** Two characters for each value of 12 bits, so that a group takes two lookups. */
 struct Pair
 {
     char text[2];
@@ -32,20 +32,20 @@ constexpr std::array<Pair, 4096> makePairs()
 
 constexpr std::array<Pair, 4096> PAIRS = makePairs();
 
-/** Beyond the 24 bits of a group: set if any of its characters is not of the alphabet. */
+/** Outside of the 24 bits of a group: set if any of its characters is outside of the alphabet. */
 constexpr std::uint32_t INVALID_GROUP = 0x80000000;
 
 typedef std::array<std::uint32_t, 256> GroupBits;
 
-/** The bits that a character at `place` of a group stands for, where they are in the group. */
-constexpr GroupBits makeGroupBits(unsigned int place)
+/** Returns the bits that each character has in a group, if it is at `index_in_group`. */
+constexpr GroupBits makeGroupBits(unsigned int index_in_group)
 {
     GroupBits bits{};
     for (std::uint32_t& entry : bits) {
         entry = INVALID_GROUP;
     }
     for (std::uint32_t value = 0; value < 64; ++value) {
-        bits[index(B64_XLAT[value])] = value << (18 - 6 * place);
+        bits[index(B64_XLAT[value])] = value << (18 - 6 * index_in_group);
     }
     return bits;
 }

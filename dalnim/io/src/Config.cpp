@@ -20,7 +20,7 @@ Properties* Config::getDefaultedProperties(const Properties& source, const Strin
     const String global = wildcard.substr(1);
     const String specific = specific_id + "/";
 
-    // The later prefix wins.
+    // Later prefixes take precedence.
     const String* prefixes[] = {&global, &wildcard, &specific};
     return source.getProperties(prefixes, 3, true, deep_copy);
 }

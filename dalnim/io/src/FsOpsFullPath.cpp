@@ -19,7 +19,7 @@ namespace com::kor::dal::nim::io {
 
 namespace {
 
-/** The runtime's code for a path that it resolved with a remark: the result is in the buffer. */
+/** The runtime's code for a path that was resolved with a warning: the result is in the buffer. */
 constexpr qv_err_t RESOLVED_WITH_REMARK = 882164500;
 
 constexpr std::size_t PATH_BUFFER_SIZE = 4096;
@@ -29,7 +29,8 @@ constexpr std::size_t PATH_BUFFER_SIZE = 4096;
     throw sys::system_error(err, "Error resolving '" + path + "': " + sys::sys_err_string(err));
 }
 
-/** No file has such a name. The message has "\0" for each zero byte, which would end its text. */
+/** Throws ENOENT: no file has such a name. The message contains "\0" for each zero byte, which would end it.
+ */
 [[noreturn]] void zero_byte_error(String path)
 {
     for (std::size_t at = 0; (at = path.find('\0', at)) != String::npos;) {
@@ -67,7 +68,7 @@ String full_path(const char* path)
     return with_slashes(larger.data(), strnlen(larger.data(), larger.size()));
 }
 
-/** Past `plen` bytes, `path` has a zero byte; a `plen` of 0 means all up to the first one. */
+/** Resolves the first `plen` bytes of `path`, after which it has a zero byte; 0 means up to the first one. */
 String full_path_of_part(const char* path, std::size_t plen)
 {
     std::size_t offset = 0;

@@ -8,9 +8,8 @@
 #include <qv/rtlapi/RX_Exception.hpp>
 #include <qv/rtlapi/RX_Filespec.hpp>
 
-#include <stdexcept>
-
 #include <cerrno>
+#include <stdexcept>
 
 DALNIM_USES_RTLAPI
 
@@ -80,7 +79,7 @@ int path_stat(const char* path, int flags_to_check, bool no_perm_error)
         }
     }
 
-    // 0 is the answer of a path that does not exist.
+    // 0 means that the path does not exist.
     return result != 0 ? result : 1;
 }
 
@@ -102,7 +101,7 @@ int pathStat(const String& path, int flags_to_check, bool no_perm_error)
         throw std::invalid_argument("Specified path is nil.");
     }
     if (path.find('\0') != String::npos) {
-        // No file has such a name. The system would look at the part in front of the zero byte.
+        // No file has such a name. The system would examine the part before the zero byte.
         require_known_flags(flags_to_check);
         return 0;
     }

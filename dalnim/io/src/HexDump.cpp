@@ -27,7 +27,7 @@ char hex_printable_char(char c)
     return c >= 32 && c <= 126 ? c : '.';
 }
 
-/** Reads up to `width` bytes into `bytes`. False if the data ended there. */
+/** Reads up to `width` bytes. Returns false at the end of the data. */
 bool readRow(String& bytes, InputBytes& input, std::size_t width)
 {
     bytes.clear();
@@ -74,7 +74,7 @@ unsigned int HexDump::features() const
 
 const String& HexDump::scheme() const
 {
-    // Never destroyed: static destructors and threads may ask for it until the process has ended.
+    // Never destroyed: static destructors and threads may use it until the process has ended.
     static const String* const name = new String(ENCODING_SCHEME);
     return *name;
 }
@@ -114,7 +114,7 @@ String HexDump::encode(const String& istr, unsigned int flags) const
     const sys::StackTrack track("encode()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     std::istringstream is(istr);
     std::ostringstream os;
-    // The text is whole, or there is none.
+    // Throws if memory runs out, so that the result is never truncated.
     os.exceptions(std::ios_base::badbit);
     encode(os, is, flags);
     return os.str();

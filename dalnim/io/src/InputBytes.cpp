@@ -12,7 +12,7 @@ namespace com::kor::dal::nim::io {
 
 namespace {
 
-/** Names what a stream's buffer shows to its derived classes alone, where there is no public way. */
+/** Accesses the get area of a stream buffer, for which std::streambuf has only protected members. */
 struct GetArea : std::streambuf
 {
     static const char* begin(const std::streambuf& buffer)
@@ -29,7 +29,7 @@ struct GetArea : std::streambuf
     }
 };
 
-/** The most that a get area can be advanced by at once. */
+/** The maximum that a get area can be advanced by in one call. */
 constexpr std::size_t MAX_READY = INT_MAX;
 
 }

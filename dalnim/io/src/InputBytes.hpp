@@ -8,9 +8,9 @@
 namespace com::kor::dal::nim::io {
 
 /**
- * The bytes of an input stream, as many at a time as its buffer holds. To the stream this looks
- * like calls of peek() and get(): its position is behind the last byte that was consumed, and it
- * waits for more only when nothing lies ready.
+ * Reads an input stream in pieces, as many bytes at a time as its buffer contains. The effect on the stream
+ * is that of peek() and get(): its position is after the last consumed byte, and it blocks only if its buffer
+ * is empty.
  */
 class InputBytes
 {
@@ -18,19 +18,20 @@ public:
     explicit InputBytes(std::istream& stream) noexcept : is(stream) {}
 
     /**
-     * The bytes that lie ready, at least one; none at the end of the data. They are valid until
-     * the next use of the stream or of a stream that shares its buffer.
+     * Returns the available bytes: at least one, or none at the end of the data. They are valid until the
+     * next use of the stream or of a stream that shares its buffer.
      *
-     * @throws sys::system_error when the stream failed for another reason than the end of its data
+     * @throws sys::system_error  the value of `errno`, if the stream fails for another reason than the end of
+     * its data
      */
     std::string_view peek();
 
-    /** Reads `count` of the bytes that peek() gave. */
+    /** Consumes `count` of the bytes that peek() returned. */
     void consume(std::size_t count);
 
 private:
     std::istream& is;
-    /** What peek() shows of a stream without a buffer. */
+    /** The byte that peek() returns if the stream buffer has no get area. */
     char single = 0;
 };
 

@@ -51,7 +51,7 @@ Properties::~Properties() = default;
 void Properties::addAllTo(Properties& dest, bool) const
 {
     const sys::StackTrack track("addAllTo()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    // Shallow or deep is the same: strings are built from the bytes, and share nothing with these here.
+    // Deep in any case: the strings are built from bytes, and share nothing with those of this table.
     PropertiesInserter inserter(dest.data);
     for (const auto& [key, value] : data) {
         inserter.insert(key, value);
@@ -110,7 +110,7 @@ Properties* Properties::getProperties(const String** prefixes, unsigned int num_
 
 void Properties::addSelectionTo(Properties& dest, const String& prefix, bool strip_prefix) const
 {
-    // The keys that begin with the prefix stand together, and none of them is below the prefix.
+    // The keys that begin with the prefix are adjacent, and the first one is not less than the prefix.
     const auto matches = [&prefix](const String& key) { return key.compare(0, prefix.size(), prefix) == 0; };
 
     const std::size_t stripped = strip_prefix ? prefix.size() : 0;

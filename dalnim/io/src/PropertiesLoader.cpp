@@ -24,10 +24,10 @@ namespace com::kor::dal::nim::io {
 
 namespace {
 
-/** Null if the file cannot be opened. */
+/** Opens a file for reading. Returns null if that fails. */
 std::unique_ptr<std::istream> openFile(const String& path)
 {
-    // The name that the system sees ends at a zero byte, and it opens directories for reading.
+    // The system would use the part of the name before a zero byte, and would open directories for reading.
     if (path.find('\0') != String::npos || qv_si_isdir(path.c_str()) == 0) {
         return nullptr;
     }
@@ -38,7 +38,7 @@ std::unique_ptr<std::istream> openFile(const String& path)
     return file;
 }
 
-/** Returns the path that the file has without links, "." and "..", or `path` if there is no such file. */
+/** Returns the path of the file without links, "." and "..", or `path` if the file does not exist. */
 String resolvedPath(const String& path)
 {
     char resolved[PATH_MAX];
@@ -49,8 +49,8 @@ String resolvedPath(const String& path)
 }
 
 /**
- * Enters a file into those of a load. Returns false if it was there already, under this spelling or another:
- * a cycle through "sub/../" would otherwise never repeat a spelling.
+ * Inserts a file into the set of files of a load. Returns false if it was already in it, under this spelling
+ * or another: a cycle through "sub/../" would otherwise never repeat a spelling.
  */
 bool insertFile(std::map<String, bool>& files, const String& path)
 {
@@ -64,10 +64,10 @@ bool insertFile(std::map<String, bool>& files, const String& path)
 }
 
 /**
- * Fills a table from a file and, in the place of each pragma, from the files that it includes.
+ * Fills a table from a file and, at the position of each pragma, from the files that it includes.
  *
- * A file that includes another waits on the heap until that one has been read: a chain of includes
- * takes open files and memory, but not the stack of the thread.
+ * The files that are being read are on the heap. A chain of includes therefore uses file descriptors and
+ * memory, but not the stack of the thread.
  */
 class __attribute__((visibility("hidden"))) Properties::Loader
 {
@@ -80,7 +80,7 @@ public:
     void read(std::istream& is, const String& filepath, Severity sev);
 
 private:
-    /** A file that is open. */
+    /** An open file. */
     struct File
     {
         File(std::istream& is, const String& filepath, Severity sev) : reader(is, filepath, sev) {}
@@ -90,7 +90,7 @@ private:
         {
         }
 
-        /** Null in the file that the caller reads for us. */
+        /** Null for the stream of the caller. */
         std::unique_ptr<std::istream> included;
         PropertiesReader reader;
     };
@@ -102,7 +102,7 @@ private:
     Properties& target;
     std::ostringstream& warnings;
     const bool keep_ws;
-    /** The file that is read now at the back, behind the one that includes it. */
+    /** The current file is at the back, after the files that include it. */
     std::vector<std::unique_ptr<File>> files;
     PropertiesInserter inserter;
 };
@@ -113,7 +113,7 @@ void Properties::Loader::read(std::istream& is, const String& filepath, Severity
     try {
         readFiles();
     } catch (...) {
-        // What came before the failure stays in the table.
+        // Properties before the failure remain in the table.
         inserter.flush();
         throw;
     }
@@ -155,7 +155,7 @@ void Properties::Loader::include(const PropertiesReader& includer)
     files.push_back(std::make_unique<File>(std::move(file), path, includer.severity()));
 }
 
-/** Splits a decoded line and enters the property. Its key may be empty. */
+/** Splits a decoded line and inserts the property. Its key may be empty. */
 void Properties::Loader::insertProperty(std::string_view text, const PropertiesReader& reader)
 {
     const auto is_separator = [](char c) { return c == '=' || c == ':'; };
@@ -180,7 +180,7 @@ void Properties::Loader::insertProperty(std::string_view text, const PropertiesR
     if (reader.severity() <= SEV_ERROR) {
         inserter.insertDeferred(key, value);
     } else if (inserter.insert(key, value)) {
-        // In one piece, which no format flags of the stream apply to.
+        // One unformatted write, to which the format flags of the stream do not apply.
         const String warning =
             "WARNING: " + reader.position() + ": Overriding property \"" + String(key) + "\"\n";
         warnings.write(warning.data(), static_cast<std::streamsize>(warning.size()));

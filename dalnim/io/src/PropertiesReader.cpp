@@ -38,7 +38,7 @@ PropertiesReader::PropertiesReader(std::istream& is, const String& filepath, Pro
     name = toString(spec.basename());
     directory = toString(spec.directory());
     if (input.good()) {
-        // Or getline() would take missing memory for the end of the file.
+        // Otherwise, if memory ran out, getline() would report the end of the file.
         input.exceptions(exception_mask | std::ios_base::badbit);
     }
 }
@@ -82,7 +82,7 @@ PropertiesReader::LineKind PropertiesReader::read()
     return used == 0 ? NOTHING : PROPERTY;
 }
 
-/** False at the end of the file, which is also where a stream fails that is not to raise that. */
+/** Returns false at end of file. A read error counts as end of file unless the stream throws on `badbit`. */
 bool PropertiesReader::readLine()
 {
     try {
@@ -102,7 +102,7 @@ String PropertiesReader::position() const
     return name + ":" + std::to_string(line_number);
 }
 
-/** Adds the line from `pos` on to the logical line, and tells whether the next one continues it. */
+/** Appends the line from `pos` on to the logical line. Returns true if the next line continues it. */
 bool PropertiesReader::decode(std::size_t pos)
 {
     logical.resize(std::max(logical.size(), used + (line.size() - pos)));
@@ -138,7 +138,7 @@ void PropertiesReader::appendByte(unsigned int byte)
     significant = used;
 }
 
-/** Decodes what stands behind a backslash, and returns where it ends. */
+/** Decodes the escape sequence at `pos`, after its backslash. Returns the position of its end. */
 std::size_t PropertiesReader::decodeEscape(std::size_t pos)
 {
     const char c = line[pos];
@@ -192,7 +192,7 @@ std::size_t PropertiesReader::decodeHex(std::size_t pos)
     return pos;
 }
 
-/** As many digits as surely fit a byte: three, or two if the first one is above "3". */
+/** Decodes up to three octal digits, or up to two if the first one is above "3": the value fits a byte. */
 std::size_t PropertiesReader::decodeOctal(std::size_t pos)
 {
     const std::size_t end = std::min(line.size(), pos + (line[pos] <= '3' ? 3 : 2));
@@ -204,7 +204,7 @@ std::size_t PropertiesReader::decodeOctal(std::size_t pos)
     return pos;
 }
 
-/** Reads the line behind its "%"; a line with any other word there than "pragma" has no meaning. */
+/** Evaluates a line from the position after its "%". Lines whose first word is not "pragma" are ignored. */
 PropertiesReader::LineKind PropertiesReader::readPragma(std::size_t pos)
 {
     std::size_t end = wordEnd(pos);

@@ -10,49 +10,49 @@
 namespace com::kor::dal::nim::io {
 
 /**
- * One properties file being read: takes it apart into logical lines, decodes them, and understands
- * its pragmas. It knows nothing of the table that is filled.
+ * Reads a properties file: splits it into logical lines, decodes them, and evaluates its pragmas. Independent
+ * of the table that is filled.
  */
 class PropertiesReader
 {
 public:
-    /** What a logical line is. */
+    /** The kinds of logical lines. */
     enum LineKind { NOTHING, PROPERTY, INCLUDE };
 
-    /** Reads `is`, which must outlive the reader, from where it stands. */
+    /** Reads `is`, which must outlive the reader, from its current position. */
     PropertiesReader(std::istream& is, const String& filepath, Properties::Severity sev);
     PropertiesReader(const PropertiesReader&) = delete;
     PropertiesReader& operator=(const PropertiesReader&) = delete;
     ~PropertiesReader();
 
-    /** Whether there may be more lines. */
+    /** Returns false at the end of the file. */
     bool good() const
     {
         return input.good();
     }
 
-    /** Reads the next logical line. Throws std::invalid_argument if it is malformed, and std::bad_alloc. */
+    /** Reads the next logical line. Throws std::invalid_argument if it is malformed, or std::bad_alloc. */
     LineKind read();
 
-    /** The decoded text of a PROPERTY; valid until the next read(). */
+    /** Returns the decoded text of a PROPERTY. It is valid until the next read(). */
     std::string_view text(bool keep_trailing_ws) const
     {
         return std::string_view(logical.data(), keep_trailing_ws ? used : significant);
     }
 
-    /** The path that an INCLUDE names. */
+    /** Returns the path of an INCLUDE. */
     const String& includePath() const
     {
         return include;
     }
 
-    /** What is to be reported of the lines that come now. */
+    /** Returns the severity that applies to the current line. */
     Properties::Severity severity() const
     {
         return sev;
     }
 
-    /** The place of the line that was read last, as "name:12". */
+    /** Returns the position of the line that was read last, as "name:12". */
     String position() const;
 
 private:
@@ -74,21 +74,21 @@ private:
     [[noreturn]] void fail(const String& text) const;
 
     std::istream& input;
-    /** What the stream raises by itself. */
+    /** The exception mask of the stream, restored by the destructor. */
     std::ios_base::iostate exception_mask;
-    /** The file's name for messages, and the directory that its includes are looked for in. */
+    /** The file's name in messages, and the directory of its includes. */
     String name;
     String directory;
     Properties::Severity sev;
     String include;
 
-    /** The physical line, and how many have been read. */
+    /** The current physical line and its number. */
     String line;
     unsigned int line_number = 0;
 
     /**
-     * The logical line. The buffer only grows, from one line to the next; of it `used` bytes count,
-     * and `significant` of them up to the last one that must not be trimmed.
+     * The buffer of logical lines, which only grows. The current line has `used` bytes; without trailing
+     * white space it has `significant` bytes.
      */
     String logical;
     std::size_t used = 0;

@@ -41,7 +41,7 @@ String localTimeText()
                   sys::internal::TimeZone::format(text, sizeof text, sys::internal::LOCAL_TIME_FORMAT, now));
 }
 
-/** Lines are put together first: the stream is called once for each, and its format flags do not apply. */
+/** Writes a whole line in one call, to which the format flags of the stream do not apply. Clears `line`. */
 void writeLine(std::ostream& os, String& line)
 {
     line += '\n';

@@ -3,7 +3,7 @@
 
 #include <cctype>
 
-/** @file The characters of the properties format, for those who read it and those who write it. */
+/** @file The characters and escapes of the properties format, for reading and writing. */
 
 namespace com::kor::dal::nim::io {
 
@@ -13,13 +13,13 @@ struct EscapePair
     char byte;
 };
 
-/** The letters that stand behind a backslash for control bytes. */
+/** The letters that denote control bytes after a backslash. */
 inline constexpr EscapePair C_ESCAPE_XLAT[] = {{'a', '\a'}, {'b', '\b'}, {'f', '\f'}, {'n', '\n'},
                                                {'r', '\r'}, {'t', '\t'}, {'v', '\v'}};
 
 inline constexpr char HEX_CHAR_SET[] = "0123456789ABCDEF";
 
-/** The byte that a letter stands for, or the letter itself. */
+/** Returns the byte that a letter denotes, or the letter itself. */
 inline char char_to_escaped_char(char letter) noexcept
 {
     for (const EscapePair& pair : C_ESCAPE_XLAT) {
@@ -30,7 +30,7 @@ inline char char_to_escaped_char(char letter) noexcept
     return letter;
 }
 
-/** The letter that stands for a byte, or the byte itself. */
+/** Returns the letter that denotes a byte, or the byte itself. */
 inline char escaped_char_to_char(char byte) noexcept
 {
     for (const EscapePair& pair : C_ESCAPE_XLAT) {
@@ -51,7 +51,7 @@ inline bool char_is_hex(char c) noexcept
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
 }
 
-/** The value of a hexadecimal digit; 0 for anything else. */
+/** Returns the value of a hexadecimal digit; 0 for any other character. */
 inline unsigned int hex_char_to_nibble(char c) noexcept
 {
     if (c >= '1' && c <= '9') {
@@ -66,7 +66,7 @@ inline unsigned int hex_char_to_nibble(char c) noexcept
     return 0;
 }
 
-/** isspace() of a byte. It is no question for the bytes that are printed in every locale. */
+/** Returns isspace() of a byte. Does not call it for the bytes that are printable in every locale. */
 inline bool char_is_space(char c) noexcept
 {
     const auto byte = static_cast<unsigned char>(c);

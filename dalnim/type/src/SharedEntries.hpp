@@ -80,7 +80,7 @@ public:
     void acquire() const;
     /**
      * Releases a reference to each object, in the order of their keys. Discards exceptions of their
-     * destructors. The thread cannot be cancelled meanwhile.
+     * destructors. The thread cannot be cancelled during the call.
      */
     void release() const noexcept;
 
