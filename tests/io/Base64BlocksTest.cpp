@@ -55,7 +55,7 @@ std::string randomData(std::mt19937& random, std::size_t length)
     return data;
 }
 
-TEST_P(Base64BlocksOf, EveryNumberOfGroups)
+TEST_P(Base64BlocksOf, EveryNumberOfGroupsIsConverted)
 {
     std::mt19937 random(24);
     for (std::size_t groups = 0; groups < 200; ++groups) {
@@ -66,7 +66,7 @@ TEST_P(Base64BlocksOf, EveryNumberOfGroups)
     }
 }
 
-TEST_P(Base64BlocksOf, EveryByteAtEveryPlace)
+TEST_P(Base64BlocksOf, EveryByteAtEveryPositionIsChecked)
 {
     std::mt19937 random(32);
     for (const std::size_t groups : {1U, 10U, 11U, 16U, 19U, 20U}) {
@@ -85,7 +85,7 @@ TEST_P(Base64BlocksOf, EveryByteAtEveryPlace)
     }
 }
 
-TEST_P(Base64BlocksOf, EveryValueAtEveryPlace)
+TEST_P(Base64BlocksOf, EveryValueAtEveryPositionIsConverted)
 {
     for (std::size_t place = 0; place < 88; ++place) {
         for (const char symbol : std::string(base64model::ALPHABET)) {
@@ -101,12 +101,12 @@ TEST_P(Base64BlocksOf, EveryValueAtEveryPlace)
 INSTANTIATE_TEST_SUITE_P(Scalar, Base64BlocksOf, testing::Values(&BASE64_SCALAR));
 INSTANTIATE_TEST_SUITE_P(Fastest, Base64BlocksOf, testing::Values(&base64Blocks()));
 
-TEST(Base64Blocks, FastMakeWhereTheProcessorHasIt)
+TEST(Base64Blocks, Avx2IsUsedIfTheProcessorSupportsIt)
 {
     EXPECT_EQ(__builtin_cpu_supports("avx2") != 0, &base64Blocks() != &BASE64_SCALAR);
 }
 
-TEST(Base64Blocks, Values)
+TEST(Base64Blocks, ValuesOfAllBytes)
 {
     EXPECT_STREQ("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/", B64_XLAT);
     for (int byte = 0; byte < 256; ++byte) {

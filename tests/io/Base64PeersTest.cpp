@@ -72,7 +72,7 @@ String decodedByOpenSsl(const String& text)
     return data;
 }
 
-TEST(Base64Peers, OpenSslOneLine)
+TEST(Base64Peers, AgreesWithOpenSslOnOneLine)
 {
     std::mt19937 random(1);
     for (std::size_t i = 0; i < 3000; ++i) {
@@ -84,7 +84,7 @@ TEST(Base64Peers, OpenSslOneLine)
     }
 }
 
-TEST(Base64Peers, OpenSslLines)
+TEST(Base64Peers, AgreesWithOpenSslOnLines)
 {
     std::mt19937 random(2);
     for (std::size_t i = 0; i < 1000; ++i) {
@@ -99,7 +99,7 @@ TEST(Base64Peers, OpenSslLines)
     }
 }
 
-TEST(Base64Peers, Coreutils)
+TEST(Base64Peers, AgreesWithCoreutils)
 {
     std::mt19937 random(3);
     const support::ScratchFolder scratch;

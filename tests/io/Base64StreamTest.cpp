@@ -97,7 +97,7 @@ TEST(Base64Stream, EncodesToTheEnd)
     EXPECT_FALSE(is.fail());
 }
 
-TEST(Base64Stream, EncodesWhatIsLeft)
+TEST(Base64Stream, EncodesFromTheCurrentPosition)
 {
     std::istringstream is("skip ABC");
     String word;
@@ -122,7 +122,7 @@ TEST(Base64Stream, FlushesOnceAtTheEnd)
     }
 }
 
-TEST(Base64Stream, IgnoresHowNumbersAreFormatted)
+TEST(Base64Stream, IgnoresTheFormatFlags)
 {
     std::istringstream is("ABC");
     std::ostringstream os;
@@ -158,7 +158,7 @@ String restOf(const String& text, unsigned int flags = 0)
     return os.str() + "|" + rest + (end ? "|end" : "");
 }
 
-TEST(Base64Stream, StopsBehindAPaddedGroup)
+TEST(Base64Stream, StopsAfterAPaddedGroup)
 {
     EXPECT_EQ("A|", restOf("QQ=="));
     EXPECT_EQ("A|\nmore", restOf("QQ==\nmore"));
@@ -166,14 +166,14 @@ TEST(Base64Stream, StopsBehindAPaddedGroup)
     EXPECT_EQ("ABCA|*", restOf("QUJDQQ==*"));
 }
 
-TEST(Base64Stream, StopsBeforePaddingInPlaceOfAGroup)
+TEST(Base64Stream, StopsBeforePaddingAtTheStartOfAGroup)
 {
     EXPECT_EQ("|=QQ", restOf("=QQ"));
     EXPECT_EQ("ABC|=", restOf("QUJD="));
     EXPECT_EQ("ABC|==", restOf("QUJD\n=="));
 }
 
-TEST(Base64Stream, SeesTheEndWithoutPadding)
+TEST(Base64Stream, ReadsToEndOfFileWithoutPadding)
 {
     EXPECT_EQ("||end", restOf(""));
     EXPECT_EQ("ABC||end", restOf("QUJD"));
@@ -181,7 +181,7 @@ TEST(Base64Stream, SeesTheEndWithoutPadding)
     EXPECT_EQ("!||end", restOf("QQ="));
 }
 
-TEST(Base64Stream, StopsBeforeAByteThatIsOutOfPlace)
+TEST(Base64Stream, StopsBeforeAnInvalidByte)
 {
     EXPECT_EQ("!|*JD", restOf("QU*JD"));
     EXPECT_EQ("ABC!|*JD", restOf("QUJDQU*JD"));
@@ -206,7 +206,7 @@ TEST(Base64Stream, WritesAllGroupsBeforeAnError)
     }
 }
 
-TEST(Base64Stream, DecodesOneTextBehindAnother)
+TEST(Base64Stream, DecodesConsecutiveTexts)
 {
     std::istringstream is("QQ==Qg==QUJD");
     std::ostringstream os;
@@ -217,7 +217,7 @@ TEST(Base64Stream, DecodesOneTextBehindAnother)
     EXPECT_EQ("A,B,ABC,", os.str());
 }
 
-TEST(Base64Stream, NothingIsLeftAtTheEnd)
+TEST(Base64Stream, EmptyInputDecodesToNothing)
 {
     std::istringstream is("");
     is.get();
@@ -228,7 +228,7 @@ TEST(Base64Stream, NothingIsLeftAtTheEnd)
     EXPECT_EQ("", os.str());
 }
 
-TEST(Base64Stream, InAnyPieces)
+TEST(Base64Stream, PiecesOfAnySizeAreEquivalent)
 {
     std::mt19937 random(76);
     for (const std::size_t piece : {0U, 1U, 2U, 3U, 4U, 5U, 31U, 57U, 100U, 8191U}) {
@@ -255,7 +255,7 @@ TEST(Base64Stream, InAnyPieces)
     }
 }
 
-TEST(Base64Stream, StandardInputHasNoBufferOfItsOwn)
+TEST(Base64Stream, StandardInputWithoutABufferIsRead)
 {
     int ends[2];
     ASSERT_EQ(0, pipe(ends));
@@ -277,7 +277,7 @@ TEST(Base64Stream, StandardInputHasNoBufferOfItsOwn)
     EXPECT_EQ("tail", rest);
 }
 
-TEST(Base64Stream, WritesWhatItHasBeforeItWaits)
+TEST(Base64Stream, WritesOutputBeforeItBlocksForInput)
 {
     // Nothing more comes before what came is out, as in a dialogue.
     Sink sink;
@@ -297,7 +297,7 @@ TEST(Base64Stream, WritesWhatItHasBeforeItWaits)
     EXPECT_EQ("QUJDREVGR0hJ", encoded.text);
 }
 
-TEST(Base64Stream, DecodesInPlace)
+TEST(Base64Stream, InputAndOutputMayShareABuffer)
 {
     String data;
     for (int i = 0; i < 20000; ++i) {
@@ -308,7 +308,7 @@ TEST(Base64Stream, DecodesInPlace)
     EXPECT_EQ(data, both.str().substr(0, data.size()));
 }
 
-TEST(Base64Stream, InputThatFailsIsASystemError)
+TEST(Base64Stream, ReadErrorThrowsSystemError)
 {
     for (const std::size_t at : {0U, 4U, 8U}) {
         PieceBuffer pieces("QUJDREVGR0hJ", 4);
@@ -333,7 +333,7 @@ TEST(Base64Stream, InputThatFailsIsASystemError)
     }
 }
 
-TEST(Base64Stream, InputThatThrowsPassesItOn)
+TEST(Base64Stream, ExceptionOfTheInputPropagates)
 {
     PieceBuffer pieces("QUJD", 2);
     pieces.before_piece = [](std::size_t position) {
@@ -348,7 +348,7 @@ TEST(Base64Stream, InputThatThrowsPassesItOn)
     EXPECT_EQ("", os.str());
 }
 
-TEST(Base64Stream, InputThatThrowsAtItsEnd)
+TEST(Base64Stream, InputThatThrowsAtEndOfFile)
 {
     std::istringstream is("ABC");
     is.exceptions(std::ios::eofbit);
@@ -357,7 +357,7 @@ TEST(Base64Stream, InputThatThrowsAtItsEnd)
     EXPECT_EQ("QUJD", os.str());
 }
 
-TEST(Base64Stream, InputThatFailedBefore)
+TEST(Base64Stream, InputThatHadFailedThrowsSystemError)
 {
     for (const std::ios::iostate state : {std::ios::failbit, std::ios::badbit}) {
         std::istringstream is("QUJD");
@@ -375,7 +375,7 @@ TEST(Base64Stream, InputThatFailedBefore)
     EXPECT_EQ(IO_ERROR, failure([&] { Base64().encode(os, none); }));
 }
 
-TEST(Base64Stream, OutputThatFailsIsASystemError)
+TEST(Base64Stream, WriteErrorThrowsSystemError)
 {
     for (const std::size_t room : {0U, 3U, 5U}) {
         Sink sink(room);
@@ -393,7 +393,7 @@ TEST(Base64Stream, OutputThatFailsIsASystemError)
     }
 }
 
-TEST(Base64Stream, OutputThatFailsComesBeforeTheErrorBehindIt)
+TEST(Base64Stream, WriteErrorIsReportedBeforeALaterFormatError)
 {
     Sink sink(0);
     std::ostream os(&sink);
@@ -401,7 +401,7 @@ TEST(Base64Stream, OutputThatFailsComesBeforeTheErrorBehindIt)
     EXPECT_EQ(NO_SPACE, failure([&] { Base64().decode(os, is); }));
 }
 
-TEST(Base64Stream, OutputThatFailsWithThePaddedGroup)
+TEST(Base64Stream, WriteErrorOfThePaddedGroupThrowsSystemError)
 {
     Sink sink(4);
     std::ostream os(&sink);
@@ -410,7 +410,7 @@ TEST(Base64Stream, OutputThatFailsWithThePaddedGroup)
     EXPECT_EQ("QUJD", sink.text);
 }
 
-TEST(Base64Stream, NothingToWriteIsNoFailure)
+TEST(Base64Stream, FailedOutputIsIgnoredIfNothingIsWritten)
 {
     std::istringstream is("");
     std::ostringstream os;
@@ -448,7 +448,7 @@ TEST(Base64Stream, OutputThatFailsInTheLastFlushThrowsSystemError)
     }
 }
 
-TEST(Base64Stream, FullDeviceBehindABufferThrowsSystemError)
+TEST(Base64Stream, FullDeviceThrowsWhenTheBufferIsFlushed)
 {
     std::ofstream full("/dev/full");
     ASSERT_TRUE(full.is_open());
@@ -456,7 +456,7 @@ TEST(Base64Stream, FullDeviceBehindABufferThrowsSystemError)
     EXPECT_EQ(NO_SPACE, failure([&] { Base64().encode(full, is); }));
 }
 
-TEST(Base64Stream, FullDevice)
+TEST(Base64Stream, FullDeviceThrowsSystemError)
 {
     std::ofstream full;
     full.rdbuf()->pubsetbuf(nullptr, 0);
@@ -466,7 +466,7 @@ TEST(Base64Stream, FullDevice)
     EXPECT_EQ(NO_SPACE, failure([&] { Base64().encode(full, is); }));
 }
 
-TEST(Base64Stream, TraceEndsInTheOperation)
+TEST(Base64Stream, OperationIsNamedInTheTrace)
 {
     std::istream none(nullptr);
     std::ostringstream os;
@@ -494,7 +494,7 @@ protected:
     }
 };
 
-TEST(Base64Stream, BufferBeyondTheRangeOfInt)
+TEST(Base64Stream, BufferLargerThanIntIsRead)
 {
 #ifdef DALNIM_SANITIZED
     GTEST_SKIP() << "slow under a sanitizer";

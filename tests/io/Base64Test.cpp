@@ -59,7 +59,7 @@ String failure(const String& text, unsigned int flags = 0)
 
 const char ILLEGAL[] = "Illegal Base64 format";
 
-TEST(Base64Encode, VectorsOfTheStandard)
+TEST(Base64Encode, VectorsOfTheRfc)
 {
     EXPECT_EQ("", encoded(""));
     EXPECT_EQ("Zg==", encoded("f"));
@@ -70,7 +70,7 @@ TEST(Base64Encode, VectorsOfTheStandard)
     EXPECT_EQ("Zm9vYmFy", encoded("foobar"));
 }
 
-TEST(Base64Encode, EveryByte)
+TEST(Base64Encode, EveryByteIsEncoded)
 {
     EXPECT_EQ(ALL_BYTES_ENCODED, encoded(allBytes()));
     EXPECT_EQ("AA==", encoded(String(1, '\0')));
@@ -93,13 +93,13 @@ TEST(Base64Encode, WidthOfLinesIsAMultipleOf4)
     EXPECT_EQ(252U, firstLine(255));
 }
 
-TEST(Base64Encode, WidthAloneBreaksNoLines)
+TEST(Base64Encode, WidthWithoutTheFlagBreaksNoLines)
 {
     EXPECT_EQ("QUJDREVG", encoded("ABCDEF", 4));
     EXPECT_EQ(String::npos, encoded(String(600, 'x'), 255).find('\n'));
 }
 
-TEST(Base64Encode, OtherBitsMeanNothing)
+TEST(Base64Encode, OtherFlagsAreIgnored)
 {
     EXPECT_EQ("QUJDREVG", encoded("ABCDEF", ~LINES));
     EXPECT_EQ("QUJD\nREVG\n", encoded("ABCDEF", 0xFFFFFF04));
@@ -127,7 +127,7 @@ TEST(Base64Encode, A57thByteFillsALine)
     EXPECT_EQ(line + "\n" + line + "\n", encoded(String(114, 'x'), LINES));
 }
 
-TEST(Base64Decode, VectorsOfTheStandard)
+TEST(Base64Decode, VectorsOfTheRfc)
 {
     EXPECT_EQ("", decoded(""));
     EXPECT_EQ("f", decoded("Zg=="));
@@ -139,14 +139,14 @@ TEST(Base64Decode, VectorsOfTheStandard)
     EXPECT_EQ(allBytes(), decoded(ALL_BYTES_ENCODED));
 }
 
-TEST(Base64Decode, ShortTexts)
+TEST(Base64Decode, ShortTextsAreDecoded)
 {
     EXPECT_EQ("ABC", decoded("QUJD"));
     EXPECT_EQ("AB", decoded("QUI="));
     EXPECT_EQ("A", decoded("QQ=="));
 }
 
-TEST(Base64Decode, GroupsThatAreNotFull)
+TEST(Base64Decode, PartialGroupsAreIllegal)
 {
     EXPECT_EQ(ILLEGAL, failure("Q"));
     EXPECT_EQ(ILLEGAL, failure("QU"));
@@ -160,7 +160,7 @@ TEST(Base64Decode, GroupsThatAreNotFull)
     EXPECT_EQ(ILLEGAL, failure("Q=="));
 }
 
-TEST(Base64Decode, PaddingOfOneOrTwo)
+TEST(Base64Decode, PaddingIsOneOrTwoCharacters)
 {
     EXPECT_EQ(ILLEGAL, failure("Q==="));
     EXPECT_EQ(ILLEGAL, failure("Q===", SKIP));
@@ -172,7 +172,7 @@ TEST(Base64Decode, PaddingOfOneOrTwo)
     EXPECT_EQ("AB", decoded("QUL="));
 }
 
-TEST(Base64Decode, EndsAtPaddingInPlaceOfAGroup)
+TEST(Base64Decode, EndsAtPaddingAtTheStartOfAGroup)
 {
     EXPECT_EQ("", decoded("="));
     EXPECT_EQ("", decoded("===="));
@@ -183,7 +183,7 @@ TEST(Base64Decode, EndsAtPaddingInPlaceOfAGroup)
     EXPECT_EQ("ABC", decoded("QUJD=*", SKIP));
 }
 
-TEST(Base64Decode, EndsBehindAPaddedGroup)
+TEST(Base64Decode, EndsAfterAPaddedGroup)
 {
     EXPECT_EQ("A", decoded("QQ==QUJD"));
     EXPECT_EQ("A", decoded("QQ==*"));
@@ -193,7 +193,7 @@ TEST(Base64Decode, EndsBehindAPaddedGroup)
     EXPECT_EQ("ABCAB", decoded("QUJDQUI=Q"));
 }
 
-TEST(Base64Decode, NothingBetweenPadding)
+TEST(Base64Decode, NothingIsSkippedWithinPadding)
 {
     EXPECT_EQ(ILLEGAL, failure("QQ=\n="));
     EXPECT_EQ(ILLEGAL, failure("QQ=\n=", SKIP));
@@ -217,7 +217,7 @@ TEST(Base64Decode, SkipsWhiteSpace)
     EXPECT_EQ("ABC", decoded("QU\nJD", LINES | 3));
 }
 
-TEST(Base64Decode, SkipsAnythingWhenAsked)
+TEST(Base64Decode, SkipsInvalidBytesWithTheFlag)
 {
     EXPECT_EQ(ILLEGAL, failure("QU*JD"));
     EXPECT_EQ("ABC", decoded("QU*JD", SKIP));
@@ -265,7 +265,7 @@ TEST(Base64Decode, RunsOfIllegalBytesTakeLinearTime)
     EXPECT_EQ("ABC", decoded("QU" + String(10000000, '*') + "JD" + String(10000000, '-'), SKIP));
 }
 
-TEST(Base64, ThereAndBackAtEveryLength)
+TEST(Base64, EveryLengthRoundTrips)
 {
     std::mt19937 random(2048);
     for (std::size_t length = 0; length < 400; ++length) {
@@ -282,7 +282,7 @@ TEST(Base64, ThereAndBackAtEveryLength)
     }
 }
 
-TEST(Base64, ThereAndBackAcrossBlocks)
+TEST(Base64, SeveralBlocksRoundTrip)
 {
     std::mt19937 random(6144);
     for (const std::size_t blocks : {1U, 2U, 7U}) {
@@ -313,7 +313,7 @@ String randomText(std::mt19937& random)
     return text;
 }
 
-TEST(Base64Decode, AsTheModelDoes)
+TEST(Base64Decode, AgreesWithTheModel)
 {
     std::mt19937 random(4648);
     for (int i = 0; i < 20000; ++i) {
@@ -325,7 +325,7 @@ TEST(Base64Decode, AsTheModelDoes)
     }
 }
 
-TEST(Base64, OneObjectServesManyThreads)
+TEST(Base64, ManyThreadsMayUseOneObject)
 {
     const Base64 base64;
     std::vector<std::thread> threads;

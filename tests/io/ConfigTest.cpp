@@ -29,7 +29,7 @@ std::map<String, String> settingsOf(const char* id, const char* text, bool deep 
     return std::map<String, String>(settings->begin(), settings->end());
 }
 
-TEST(Config, SpellsBooleans)
+TEST(Config, BooleansAreTrueAndFalse)
 {
     EXPECT_STREQ("true", Config::VAL_TRUE);
     EXPECT_STREQ("false", Config::VAL_FALSE);
@@ -42,7 +42,7 @@ TEST(Config, SpellsBooleans)
     EXPECT_STREQ("Config", Config::CLASS_NAME);
 }
 
-TEST(Config, SpecificBeatsWildcardBeatsGlobal)
+TEST(Config, SpecificPrecedesWildcardPrecedesGlobal)
 {
     const char* const all = "/a=1\n*/a=2\nx/a=3\ny/a=4\n";
     for (const bool deep : {false, true}) {
@@ -53,36 +53,36 @@ TEST(Config, SpecificBeatsWildcardBeatsGlobal)
     EXPECT_THAT(settingsOf("y", "y/a=4\n*/a=2\n/a=1\n"), ElementsAre(Pair("a", "4")));
 }
 
-TEST(Config, EachKeyByItself)
+TEST(Config, PrecedenceAppliesToEachKey)
 {
     EXPECT_THAT(settingsOf("x", "/a=1\n/b=1\n/c=1\n*/b=2\n*/c=2\nx/c=3\n"),
                 ElementsAre(Pair("a", "1"), Pair("b", "2"), Pair("c", "3")));
 }
 
-TEST(Config, OnlyTheFirstPrefixIsTakenOff)
+TEST(Config, OnlyTheFirstPrefixIsRemoved)
 {
     EXPECT_THAT(settingsOf("x", "x/b/c=1\nx/x/d=2\n"), ElementsAre(Pair("b/c", "1"), Pair("x/d", "2")));
     EXPECT_THAT(settingsOf("x/b", "x/b/c=1\n"), ElementsAre(Pair("c", "1")));
 }
 
-TEST(Config, OtherKeysAreLeftOut)
+TEST(Config, OtherKeysAreOmitted)
 {
     EXPECT_TRUE(settingsOf("x", "a=1\ny/a=2\nxx/a=3\nx=4\n*a=5\n*=6\n").empty());
 }
 
-TEST(Config, EmptyIdGivesTheBareSlashTheHighestRank)
+TEST(Config, EmptyIdGivesGlobalKeysPrecedence)
 {
     EXPECT_THAT(settingsOf("", "/a=1\n*/a=2\n*/b=2\n"), ElementsAre(Pair("a", "1"), Pair("b", "2")));
 }
 
-TEST(Config, NothingMatchesGivesAnEmptyTable)
+TEST(Config, NoMatchReturnsAnEmptyTable)
 {
     const std::unique_ptr<Properties> settings(Config::getDefaultedProperties(Properties(), "x"));
     ASSERT_NE(nullptr, settings);
     EXPECT_TRUE(settings->empty());
 }
 
-TEST(Config, KeyThatIsNothingButAPrefix)
+TEST(Config, KeyEqualToAPrefixThrows)
 {
     for (const char* const text : {"*/=1\n", "/=1\n", "x/=1\n"}) {
         try {

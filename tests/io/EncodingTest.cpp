@@ -38,7 +38,7 @@ typedef String (Encoder::*EncodeString)(const String&, unsigned int) const;
 typedef std::ostream& (Decoder::*DecodeStream)(std::ostream&, std::istream&, unsigned int) const;
 typedef String (Decoder::*DecodeString)(const String&, unsigned int) const;
 
-TEST(Encoding, SlotsOfTheInterfaces)
+TEST(Encoding, InterfacesHaveTheirSlots)
 {
     EXPECT_EQ(2, virtualSlot(&EncodingBase::features));
     EXPECT_EQ(3, virtualSlot(&EncodingBase::scheme));
@@ -50,7 +50,7 @@ TEST(Encoding, SlotsOfTheInterfaces)
     EXPECT_EQ(6, virtualSlot(static_cast<DecodeString>(&Decoder::decode)));
 }
 
-TEST(Encoding, SlotsOfBase64)
+TEST(Encoding, Base64HasItsSlots)
 {
     typedef std::ostream& (Base64::*Stream)(std::ostream&, std::istream&, unsigned int) const;
     typedef String (Base64::*Text)(const String&, unsigned int) const;
@@ -64,7 +64,7 @@ TEST(Encoding, SlotsOfBase64)
     EXPECT_EQ(9, virtualSlot(static_cast<Text>(&Base64::decode)));
 }
 
-TEST(Encoding, SlotsOfHexDump)
+TEST(Encoding, HexDumpHasItsSlots)
 {
     typedef std::ostream& (HexDump::*Stream)(std::ostream&, std::istream&, unsigned int) const;
     typedef String (HexDump::*Text)(const String&, unsigned int) const;
@@ -75,7 +75,7 @@ TEST(Encoding, SlotsOfHexDump)
     EXPECT_EQ(6, virtualSlot(static_cast<Text>(&HexDump::encode)));
 }
 
-TEST(Encoding, ClassesHoldNoState)
+TEST(Encoding, ClassesHaveNoState)
 {
     EXPECT_EQ(2 * sizeof(void*), sizeof(Base64));
     EXPECT_EQ(sizeof(void*), sizeof(HexDump));
@@ -105,7 +105,7 @@ TEST(Encoding, SchemesAndFeatures)
     EXPECT_EQ(&hex_dump.scheme(), &HexDump().scheme());
 }
 
-TEST(Encoding, SchemesAreNamedOnAnyThread)
+TEST(Encoding, SchemeMayBeCalledOnAnyThread)
 {
     std::vector<std::thread> threads;
     std::vector<const String*> names(4);
@@ -135,7 +135,7 @@ TEST(Encoding, EachDirectionCreatesTheOther)
     EXPECT_EQ(7U, again->features());
 }
 
-TEST(Encoding, NothingDecodesADump)
+TEST(Encoding, DumpHasNoDecoder)
 {
     EXPECT_EQ(nullptr, HexDump().createDecoder());
 }
@@ -164,7 +164,7 @@ public:
     }
 };
 
-TEST(Encoding, FormsForStringsGoByThoseForStreams)
+TEST(Encoding, StringOverloadsCallTheOverriddenStreamOverloads)
 {
     EXPECT_EQ("<0>QUJD", MarkingBase64().encode("ABC"));
     EXPECT_EQ("<256>QUJD", MarkingBase64().encode("ABC", 256));
@@ -173,7 +173,7 @@ TEST(Encoding, FormsForStringsGoByThoseForStreams)
     EXPECT_EQ("<2>00000000: 41 42 | AB", Marking<HexDump>().encode("AB", 2));
 }
 
-TEST(Encoding, InterfacesTakeDefaultFlags)
+TEST(Encoding, InterfacesHaveDefaultFlags)
 {
     const Base64 base64;
     const Encoder& encoder = base64;

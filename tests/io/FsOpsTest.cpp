@@ -143,7 +143,7 @@ void expect_system_error(int number, const String& text, Call call)
 
 // fullPath
 
-TEST_F(FullPath, ResolvesBothForms)
+TEST_F(FullPath, AcceptsArraysAndStrings)
 {
     const String file = make_file("file");
     EXPECT_EQ(file, fullPath(file));
@@ -151,7 +151,7 @@ TEST_F(FullPath, ResolvesBothForms)
     EXPECT_EQ("/tmp", fullPath("/tmp"));
 }
 
-TEST_F(FullPath, GivesTheCanonicalForm)
+TEST_F(FullPath, ReturnsTheCanonicalPath)
 {
     const String file = make_file("file");
     make_dir("dir");
@@ -174,7 +174,7 @@ TEST_F(FullPath, ResolvesARelativePathFromTheCurrentDirectory)
     EXPECT_EQ(scratch, from_dot);
 }
 
-TEST_F(FullPath, DropsBlanksQuotesAndTrailingSeparators)
+TEST_F(FullPath, RemovesSpacesQuotesAndTrailingSeparators)
 {
     const String dir = make_dir("dir");
     const struct
@@ -194,7 +194,7 @@ TEST_F(FullPath, DropsBlanksQuotesAndTrailingSeparators)
     EXPECT_EQ("/tmp", fullPath("  \"/tmp/\"  "));
 }
 
-TEST_F(FullPath, KeepsWhatOnlyLooksLikePadding)
+TEST_F(FullPath, SpacesWithinQuotesBelongToThePath)
 {
     // One run of each kind is dropped, in one order; a blank between quotes is part of the name.
     const String name = make_file(" x ");
@@ -203,14 +203,14 @@ TEST_F(FullPath, KeepsWhatOnlyLooksLikePadding)
                         [&] { fullPath(name); });
 }
 
-TEST_F(FullPath, TurnsBackslashesIntoSlashes)
+TEST_F(FullPath, ReplacesBackslashesBySlashes)
 {
     make_dir("a\\b");
     EXPECT_EQ(in("a/b"), fullPath(in("a\\b")));
     EXPECT_EQ(in("a/b"), fullPath(in("a\\b\\")));
 }
 
-TEST_F(FullPath, RefusesAPathOfNothing)
+TEST_F(FullPath, EmptyPathThrows)
 {
     const char* const null = nullptr;
     EXPECT_EQ("Specified path is nil.", invalid_argument_of([&] { fullPath(null); }));
@@ -222,7 +222,7 @@ TEST_F(FullPath, RefusesAPathOfNothing)
     }
 }
 
-TEST_F(FullPath, ReportsWhatItCannotResolve)
+TEST_F(FullPath, UnresolvablePathThrows)
 {
     const String missing = in("missing");
     expect_system_error(2, "Error resolving '" + missing + "': No such file or directory",
@@ -259,7 +259,7 @@ TEST_F(FullPath, PathWithAZeroByteDoesNotExist)
     expect_missing(zero + file, "\\0" + file);
 }
 
-TEST_F(FullPath, ReportsADirectoryThatMustNotBeSearched)
+TEST_F(FullPath, InaccessibleDirectoryThrows)
 {
     if (geteuid() != 0) {
         GTEST_SKIP() << "needs to drop rights";
@@ -270,7 +270,7 @@ TEST_F(FullPath, ReportsADirectoryThatMustNotBeSearched)
     expect_system_error(13, "Error resolving '" + hidden + "': Permission denied", [&] { fullPath(hidden); });
 }
 
-TEST_F(FullPath, ResolvesAResultThatIsAsLongAsPathsGet)
+TEST_F(FullPath, ResolvesAPathOfMaximumLength)
 {
     // 4095 characters and the terminator: what the buffer holds at most.
     String path = scratch;
@@ -284,7 +284,7 @@ TEST_F(FullPath, ResolvesAResultThatIsAsLongAsPathsGet)
     EXPECT_EQ(path, fullPath(path));
 }
 
-TEST_F(FullPath, TakesAResultThatCameWithARemark)
+TEST_F(FullPath, AcceptsAResultWithAWarning)
 {
     resolved = [](size_t size, char* buffer) {
         std::snprintf(buffer, size, "/a\\b/c");
@@ -298,7 +298,7 @@ TEST_F(FullPath, TakesAResultThatCameWithARemark)
     expect_system_error(882164501, "Error resolving 'x': Unknown error 882164501", [] { fullPath("x"); });
 }
 
-TEST_F(FullPath, AsksOnceMoreForAResultThatFillsTheBuffer)
+TEST_F(FullPath, ResolvesAgainIfTheResultFillsTheBuffer)
 {
     std::vector<size_t> sizes;
     qv_err_t second = 0;
@@ -335,7 +335,7 @@ TEST_F(FullPath, AsksOnceMoreForAResultThatFillsTheBuffer)
     EXPECT_EQ((std::vector<size_t>{4096}), sizes);
 }
 
-TEST_F(FullPath, CarriesItsNameInTheTrace)
+TEST_F(FullPath, FunctionIsNamedInTheTrace)
 {
     const StackTrack track("caller()", 7);
     try {
@@ -360,7 +360,7 @@ TEST_F(PathStat, FlagsHaveTheirValues)
     EXPECT_EQ(32, io::PATH_CAN_WRITE);
 }
 
-TEST_F(PathStat, TellsAllOfADirectory)
+TEST_F(PathStat, ReturnsAllFlagsOfADirectory)
 {
     const String dir = make_dir("dir");
     EXPECT_EQ(63, pathStat(dir, 0, false));
@@ -371,14 +371,14 @@ TEST_F(PathStat, TellsAllOfADirectory)
     EXPECT_EQ(63, pathStat(dir + "/"));
 }
 
-TEST_F(PathStat, TellsAllOfAFile)
+TEST_F(PathStat, ReturnsAllFlagsOfAFile)
 {
     // Even root can execute only what has an execute bit.
     EXPECT_EQ(1 + 16 + 32, pathStat(make_file("plain", 0644)));
     EXPECT_EQ(1 + 4 + 16 + 32, pathStat(make_file("program", 0755)));
 }
 
-TEST_F(PathStat, TellsOnlyWhatItIsAskedFor)
+TEST_F(PathStat, ReturnsOnlyCheckedFlags)
 {
     const String dir = make_dir("dir");
     const String file = make_file("file");
@@ -391,7 +391,7 @@ TEST_F(PathStat, TellsOnlyWhatItIsAskedFor)
     EXPECT_EQ(6, pathStat(dir, io::PATH_IS_DIR | io::PATH_CAN_EXECUTE, false));
 }
 
-TEST_F(PathStat, AnswersOneWhenThePathHasNothingOfWhatWasAsked)
+TEST_F(PathStat, ReturnsOneIfNoCheckedFlagIsTrue)
 {
     const String file = make_file("file");
     EXPECT_EQ(1, pathStat(file, io::PATH_IS_DIR, false));
@@ -400,7 +400,7 @@ TEST_F(PathStat, AnswersOneWhenThePathHasNothingOfWhatWasAsked)
     EXPECT_EQ(1, pathStat(file, io::PATH_IS_DIR | io::PATH_CAN_EXECUTE | io::PATH_CAN_SEARCH, true));
 }
 
-TEST_F(PathStat, TellsSearchOnlyTogetherWithDirectoryAndExecute)
+TEST_F(PathStat, SearchRequiresDirectoryAndExecute)
 {
     const String dir = make_dir("dir");
     EXPECT_EQ(1, pathStat(dir, io::PATH_CAN_SEARCH));
@@ -410,7 +410,7 @@ TEST_F(PathStat, TellsSearchOnlyTogetherWithDirectoryAndExecute)
     EXPECT_EQ(4, pathStat(make_file("program", 0755), 14));
 }
 
-TEST_F(PathStat, AnswersNothingOfAMissingPathWhateverTheFlags)
+TEST_F(PathStat, ReturnsZeroForAMissingPath)
 {
     const String missing = in("missing");
     for (const bool no_perm_error : {false, true}) {
@@ -441,7 +441,7 @@ TEST_F(PathStat, FollowsLinks)
     EXPECT_EQ(63, pathStat(in("link")));
 }
 
-TEST_F(PathStat, RefusesAPathOfNothing)
+TEST_F(PathStat, EmptyPathThrows)
 {
     const char* const null = nullptr;
     EXPECT_EQ("Specified path is nil.", invalid_argument_of([&] { pathStat(null); }));
@@ -459,7 +459,7 @@ TEST_F(PathStat, DoesNotTrim)
     EXPECT_EQ(2, pathStat("/", io::PATH_IS_DIR));
 }
 
-TEST_F(PathStat, RefusesOtherFlagsBeforeItLooksAtThePath)
+TEST_F(PathStat, UnknownFlagsThrowForAnyPath)
 {
     const String too_long(5000, 'n');
     for (const int flags : {64, 65, 127, -1, -64, 1 << 30}) {
@@ -469,7 +469,7 @@ TEST_F(PathStat, RefusesOtherFlagsBeforeItLooksAtThePath)
     }
 }
 
-TEST_F(PathStat, TellsWhatTheEffectiveUserMayDo)
+TEST_F(PathStat, ReturnsTheRightsOfTheEffectiveUser)
 {
     if (geteuid() != 0) {
         GTEST_SKIP() << "needs to drop rights";
@@ -494,7 +494,7 @@ TEST_F(PathStat, TellsWhatTheEffectiveUserMayDo)
     EXPECT_EQ(2, pathStat(shut, 14));
 }
 
-TEST_F(PathStat, TellsAPathOutOfReachOrRaises)
+TEST_F(PathStat, InaccessiblePathReturnsMinusOneOrThrows)
 {
     if (geteuid() != 0) {
         GTEST_SKIP() << "needs to drop rights";
@@ -511,7 +511,7 @@ TEST_F(PathStat, TellsAPathOutOfReachOrRaises)
                         [&] { pathStat(hidden.c_str(), io::PATH_IS_DIR, true); });
 }
 
-TEST_F(PathStat, ReportsWhatElseKeepsItFromLooking)
+TEST_F(PathStat, OtherFailuresThrow)
 {
     const String too_long = in(String(256, 'n'));
     ASSERT_EQ(0, symlink("loop", in("loop").c_str()));
@@ -524,7 +524,7 @@ TEST_F(PathStat, ReportsWhatElseKeepsItFromLooking)
     }
 }
 
-TEST_F(PathStat, KeepsApartWhatTheSystemAnswers)
+TEST_F(PathStat, DistinguishesTheErrorsOfTheSystem)
 {
     const String file = make_file("file");
     qv_err_t answer = 0;
@@ -557,7 +557,7 @@ TEST_F(PathStat, KeepsApartWhatTheSystemAnswers)
     EXPECT_FALSE(asked);
 }
 
-TEST_F(PathStat, CarriesItsNameInTheTrace)
+TEST_F(PathStat, FunctionIsNamedInTheTrace)
 {
     try {
         pathStat(String(5000, 'n'));

@@ -49,19 +49,19 @@ TEST(HexDump, ShortRow)
     EXPECT_EQ("00000000: 48 65 6C 6C 6F 0A                               | Hello.", dump("Hello\n"));
 }
 
-TEST(HexDump, NothingOfNothing)
+TEST(HexDump, EmptyInputDumpsNothing)
 {
     EXPECT_EQ("", dump(""));
 }
 
-TEST(HexDump, FullRowHasNoSeparatorBehindIt)
+TEST(HexDump, LastRowHasNoLineFeed)
 {
     EXPECT_EQ("00000000: 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 | 0123456789abcdef",
               dump("0123456789abcdef"));
     EXPECT_EQ("00000000: 41 42 | AB", dump("AB", 2));
 }
 
-TEST(HexDump, RowsAreSeparated)
+TEST(HexDump, LineFeedsSeparateRows)
 {
     EXPECT_EQ("00000000: 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 | 0123456789abcdef\n"
               "00000010: 67                                              | g",
@@ -70,7 +70,7 @@ TEST(HexDump, RowsAreSeparated)
     EXPECT_EQ("00000000: 41 | A\n00000001: 42 | B", dump("AB", 1));
 }
 
-TEST(HexDump, WidthIsTheLowByte)
+TEST(HexDump, WidthIsTheLowByteOfTheFlags)
 {
     EXPECT_EQ(dump("0123456789abcdefg"), dump("0123456789abcdefg", 16));
     EXPECT_EQ(dump("0123456789abcdefg"), dump("0123456789abcdefg", 0xFFFFFF00));
@@ -88,7 +88,7 @@ TEST(HexDump, WidestRow)
     EXPECT_EQ("    | x", rows[1].substr(9 + 255 * 3 - 3));
 }
 
-TEST(HexDump, PrintableBytes)
+TEST(HexDump, OnlyPrintableBytesAreShown)
 {
     for (int byte = 0; byte < 256; ++byte) {
         const String row = dump(String(1, static_cast<char>(byte)), 1);
@@ -104,7 +104,7 @@ TEST(HexDump, DigitsAndOffsetsAreUpperCase)
     EXPECT_EQ("0000ABC0: ", rowsOf(dump(String(0xABC1, ' '))).back().substr(0, 10));
 }
 
-TEST(HexDump, IgnoresHowNumbersAreFormatted)
+TEST(HexDump, IgnoresTheFormatFlags)
 {
     std::istringstream is("ABC");
     std::ostringstream os;
@@ -129,7 +129,7 @@ protected:
     }
 };
 
-TEST(HexDump, FlushesBehindEachRow)
+TEST(HexDump, FlushesAfterEachRow)
 {
     Marks marks;
     std::ostream os(&marks);
@@ -144,7 +144,7 @@ TEST(HexDump, FlushesBehindEachRow)
     EXPECT_EQ("~", nothing.str());
 }
 
-TEST(HexDump, SeesTheEndOnce)
+TEST(HexDump, ReadsEndOfFileOnce)
 {
     for (const char* data : {"", "A", "AB", "ABC"}) {
         std::istringstream is(data);
@@ -155,7 +155,7 @@ TEST(HexDump, SeesTheEndOnce)
     }
 }
 
-TEST(HexDump, InAnyPieces)
+TEST(HexDump, PiecesOfAnySizeAreEquivalent)
 {
     const String data = "The quick brown fox jumps over the lazy dog";
     const String expected = dump(data);
@@ -168,7 +168,7 @@ TEST(HexDump, InAnyPieces)
     }
 }
 
-TEST(HexDump, InputThatFailsIsASystemError)
+TEST(HexDump, ReadErrorThrowsSystemError)
 {
     PieceBuffer pieces("0123456789", 3);
     pieces.before_piece = [](std::size_t position) {
@@ -291,7 +291,7 @@ TEST(HexDump, OutputThatFailedBeforeThrowsUnlessThereIsNothingToWrite)
     EXPECT_TRUE(none.bad());
 }
 
-TEST(HexDump, AsXxdDoes)
+TEST(HexDump, AgreesWithXxd)
 {
     std::mt19937 random(16);
     const support::ScratchFolder scratch;
@@ -317,7 +317,7 @@ TEST(HexDump, AsXxdDoes)
     }
 }
 
-TEST(HexDump, OffsetsBeginAnewBehindTheLast)
+TEST(HexDump, OffsetsWrapAround)
 {
     if (!support::isLongRun()) {
         GTEST_SKIP() << "dumps 4 GiB: only with --long";

@@ -52,7 +52,7 @@ void PrintTo(const LongLine& line, std::ostream* os)
 class HostileLine : public testing::TestWithParam<LongLine>
 {};
 
-TEST_P(HostileLine, IsReadWhateverItsLength)
+TEST_P(HostileLine, LineOfAnyLengthIsRead)
 {
     const LongLine& line = GetParam();
     const std::size_t size = (support::isLongRun() ? 256 : 8) * MEBIBYTE;
@@ -95,7 +95,7 @@ INSTANTIATE_TEST_SUITE_P(All, HostileLine,
                                          LongLine{"NoPragma", "%", "x", "\nbehind=1\n", 0, 0}),
                          [](const auto& tested) { return String(tested.param.name); });
 
-TEST(HostileLine, OfAPragmaIsToldInFull)
+TEST(HostileLine, MessageContainsALongPragmaInFull)
 {
     const std::size_t size = (support::isLongRun() ? 64 : 1) * MEBIBYTE;
     std::istringstream stream("%pragma include \"" + String(size, 'x') + "\"\n");
@@ -125,7 +125,7 @@ std::size_t loadMany(std::size_t count, std::size_t step, Properties& properties
     return properties.size();
 }
 
-TEST(HostileProperties, AreAsManyAsYouLike)
+TEST(HostileProperties, LargeTablesAreLoadedInBoundedMemory)
 {
     // No multiple of the steps, which are primes.
     const std::size_t count = support::isLongRun() ? 10000000 : 300000;
@@ -142,7 +142,7 @@ TEST(HostileProperties, AreAsManyAsYouLike)
     }
 }
 
-TEST(HostileProperties, TakeLinearTime)
+TEST(HostileProperties, LoadInLinearTime)
 {
     for (const std::size_t step : {std::size_t{1}, std::size_t{7919}}) {
         const auto time = [step](std::size_t count) {
@@ -199,14 +199,14 @@ protected:
     Properties properties;
 };
 
-TEST_F(HostileIncludes, InACycleThatNeverRepeatsASpellingAreReadOnce)
+TEST_F(HostileIncludes, CycleThatNeverRepeatsASpellingIsReadOnce)
 {
     support::writeFile(scratch.file("a.conf"), "a=1\n%pragma include \"./a.conf\"\nb=1\n");
     EXPECT_EQ("loaded", load("a.conf"));
     EXPECT_EQ(2U, properties.size());
 }
 
-TEST_F(HostileIncludes, OneAfterTheOtherNeedOneDescriptor)
+TEST_F(HostileIncludes, ConsecutiveIncludesUseOneDescriptor)
 {
     constexpr int FILES = 2000;
     String all;
@@ -226,7 +226,7 @@ TEST_F(HostileIncludes, OneAfterTheOtherNeedOneDescriptor)
     EXPECT_EQ(static_cast<std::size_t>(FILES), properties.size());
 }
 
-TEST_F(HostileIncludes, OfAPipeIsReadToItsEnd)
+TEST_F(HostileIncludes, PipeIsReadToItsEnd)
 {
     ASSERT_EQ(0, mkfifo(scratch.file("pipe").c_str(), 0600));
     support::writeFile(scratch.file("a.conf"), "%pragma include \"pipe\"\na=1\n");
@@ -259,7 +259,7 @@ protected:
     }
 };
 
-TEST(HostileBase64, StreamsTakeNoMemory)
+TEST(HostileBase64, StreamsUseConstantMemory)
 {
     const std::size_t times = (support::isLongRun() ? 1024 : 32) * MEBIBYTE / PIECE;
     const auto check = [times](const String& piece, bool encode, std::size_t expected) {
@@ -285,7 +285,7 @@ TEST(HostileBase64, StreamsTakeNoMemory)
     check(String(PIECE - 4, '\0') + "QUJD", false, times * 3);
 }
 
-TEST(HostileBase64, LongTextsThereAndBack)
+TEST(HostileBase64, LongTextsRoundTrip)
 {
     const std::size_t size = (support::isLongRun() ? 256 : 4) * MEBIBYTE + 1;
     const String data(size, '\x80');

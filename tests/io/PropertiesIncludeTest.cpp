@@ -150,21 +150,21 @@ protected:
     String warnings;
 };
 
-TEST_F(PropertiesInclude, ReadsTheFileAtThatPoint)
+TEST_F(PropertiesInclude, FileIsReadAtThePragma)
 {
     file("a.conf", "x=1\ny=1\n%pragma include \"b.conf\"\nz=3\n");
     file("b.conf", "y=2\nz=2\nb=2");
     EXPECT_THAT(load("a.conf"), ElementsAre(Pair("b", "2"), Pair("x", "1"), Pair("y", "2"), Pair("z", "3")));
 }
 
-TEST_F(PropertiesInclude, SpacesAroundTheArgument)
+TEST_F(PropertiesInclude, SpacesAroundTheArgumentAreIgnored)
 {
     file("a.conf", "  %pragma\t include \t \"b.conf\" \t\r\n");
     file("b.conf", "b=2");
     EXPECT_THAT(load("a.conf"), ElementsAre(Pair("b", "2")));
 }
 
-TEST_F(PropertiesInclude, IsNotPartOfTheLinesAroundIt)
+TEST_F(PropertiesInclude, PragmaDoesNotContinueLines)
 {
     file("a.conf", "%pragma include \"b.conf\"\n  c=3\n");
     file("b.conf", "b=2 \\");
@@ -180,14 +180,14 @@ TEST_F(PropertiesInclude, CycleEndsWithoutAMessage)
     EXPECT_EQ("WARNING: a.conf:2: Overriding property \"k\"\n", warnings);
 }
 
-TEST_F(PropertiesInclude, FileThatIncludesItself)
+TEST_F(PropertiesInclude, FileThatIncludesItselfIsReadOnce)
 {
     file("a.conf", "%pragma include \"a.conf\"\na=1\n%pragma include \"a.conf\"\n");
     EXPECT_THAT(load("a.conf", Properties::SEV_NOTE), ElementsAre(Pair("a", "1")));
     EXPECT_EQ("", warnings);
 }
 
-TEST_F(PropertiesInclude, TwiceReadsOnce)
+TEST_F(PropertiesInclude, FileIncludedTwiceIsReadOnce)
 {
     file("a.conf",
          "%pragma include \"c.conf\"\nc=changed\n%pragma include \"b.conf\"\n%pragma include \"c.conf\"\n");
@@ -231,7 +231,7 @@ TEST_F(PropertiesInclude, FileIncludedThroughALinkIsReadOnce)
     EXPECT_THAT(load("a.conf"), ElementsAre(Pair("b", "changed")));
 }
 
-TEST_F(PropertiesInclude, MessageKeepsTheSpellingOfThePath)
+TEST_F(PropertiesInclude, MessageContainsThePathAsSpelled)
 {
     file("sub/b.conf", "%pragma include \"../sub/./missing.conf\"\n");
     file("a.conf", "%pragma include \"sub/../sub/b.conf\"\n");
@@ -251,7 +251,7 @@ TEST_F(PropertiesInclude, RelativePathAndAbsolutePathAreOneFile)
     EXPECT_THAT(table, ElementsAre(Pair("b", "2")));
 }
 
-TEST_F(PropertiesInclude, EachLoadReadsAnew)
+TEST_F(PropertiesInclude, EachLoadReadsTheFileAgain)
 {
     file("a.conf", "%pragma include \"b.conf\"\n");
     file("b.conf", "b=1\n");
@@ -260,7 +260,7 @@ TEST_F(PropertiesInclude, EachLoadReadsAnew)
     EXPECT_THAT(load("a.conf"), ElementsAre(Pair("b", "2")));
 }
 
-TEST_F(PropertiesInclude, LoadAfterAFailureReadsAnew)
+TEST_F(PropertiesInclude, LoadAfterAFailureReadsTheFileAgain)
 {
     file("a.conf", "%pragma include \"b.conf\"\n%pragma include \"bad.conf\"\n");
     file("b.conf", "b=1\n");
@@ -273,7 +273,7 @@ TEST_F(PropertiesInclude, LoadAfterAFailureReadsAnew)
     EXPECT_THAT(load("a.conf"), ElementsAre(Pair("b", "2"), Pair("k", "\x04")));
 }
 
-TEST_F(PropertiesInclude, PathFollowsTheDirectoryOfItsFile)
+TEST_F(PropertiesInclude, PathIsRelativeToTheIncludingFile)
 {
     file("main.conf", "%pragma include \"sub/one.conf\"\nmain=1\n");
     file("sub/one.conf", "%pragma include \"two.conf\"\n%pragma include \"deep/three.conf\"\none=1\n");
@@ -284,7 +284,7 @@ TEST_F(PropertiesInclude, PathFollowsTheDirectoryOfItsFile)
                                                Pair("three", "1"), Pair("two", "1")));
 }
 
-TEST_F(PropertiesInclude, LeadingSlashIsBelowTheDirectoryToo)
+TEST_F(PropertiesInclude, LeadingSlashIsRelativeToo)
 {
     file("b.conf", "b=outer\n");
     file("sub/a.conf", "%pragma include \"" + folder + "b.conf\"\n");
@@ -292,7 +292,7 @@ TEST_F(PropertiesInclude, LeadingSlashIsBelowTheDirectoryToo)
     EXPECT_THAT(load("sub/a.conf"), ElementsAre(Pair("b", "inner")));
 }
 
-TEST_F(PropertiesInclude, WithoutADirectoryThePathIsTakenAsItIs)
+TEST_F(PropertiesInclude, WithoutADirectoryThePathIsUnchanged)
 {
     file("b.conf", "b=1\n");
     const String text = "%pragma include \"" + folder + "b.conf\"\n";
@@ -303,13 +303,13 @@ TEST_F(PropertiesInclude, WithoutADirectoryThePathIsTakenAsItIs)
     EXPECT_EQ("1", Properties(stream).getProperty("b"));
 }
 
-TEST_F(PropertiesInclude, FileThatIsReadNeedNotBeThere)
+TEST_F(PropertiesInclude, LoadedFileNeedNotExist)
 {
     file("b.conf", "b=1\n");
     EXPECT_THAT(loadText("%pragma include \"b.conf\"", folder + "missing.conf"), ElementsAre(Pair("b", "1")));
 }
 
-TEST_F(PropertiesInclude, ArgumentIsTakenRaw)
+TEST_F(PropertiesInclude, ArgumentHasNoEscapes)
 {
     file("b\\u0041.conf", "b=1\n");
     file("it's-\"b\".conf", "c=1\n");
@@ -319,7 +319,7 @@ TEST_F(PropertiesInclude, ArgumentIsTakenRaw)
     EXPECT_THAT(load("a.conf"), ElementsAre(Pair("b", "1"), Pair("c", "1"), Pair("d", "1")));
 }
 
-TEST_F(PropertiesInclude, MissingFile)
+TEST_F(PropertiesInclude, MissingFileThrows)
 {
     file("a.conf", "\na=1\n%pragma include \"missing.conf\"\nb=1\n");
     EXPECT_EQ("ERROR: a.conf:3: failed to open include file: \"" + folder + "missing.conf\"",
@@ -328,7 +328,7 @@ TEST_F(PropertiesInclude, MissingFile)
     EXPECT_FALSE(properties.containsKey("b"));
 }
 
-TEST_F(PropertiesInclude, MessageNamesTheFileThatIncludes)
+TEST_F(PropertiesInclude, MessageNamesTheIncludingFile)
 {
     file("a.conf", "%pragma include \"sub/b.conf\"\n");
     file("sub/b.conf", "%pragma include \"c.conf\"\n");
@@ -355,7 +355,7 @@ TEST_F(PropertiesInclude, DirectoryCannotBeOpened)
     EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + folder + "\"", failureOf("a.conf"));
 }
 
-TEST_F(PropertiesInclude, EmptyPathOfAnUnnamedTextIsThatText)
+TEST_F(PropertiesInclude, EmptyPathInAnUnnamedStreamIsThatStream)
 {
     EXPECT_THAT(loadText("%pragma include \"\"\na=1\n", ""), ElementsAre(Pair("a", "1")));
 }
@@ -389,7 +389,7 @@ TEST_F(PropertiesInclude, UnreadableFileCannotBeOpened)
     EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + folder + "secret.conf\"", message);
 }
 
-TEST_F(PropertiesInclude, SeverityHoldsForTheFileAndWhatItIncludes)
+TEST_F(PropertiesInclude, SeverityAppliesToTheFileAndItsIncludes)
 {
     file("a.conf", "k=1\n%pragma severity warning\n%pragma include \"b.conf\"\nk=a\n");
     file("b.conf", "k=b\n%pragma severity error\nk=b\n%pragma include \"c.conf\"\n");
@@ -401,7 +401,7 @@ TEST_F(PropertiesInclude, SeverityHoldsForTheFileAndWhatItIncludes)
               warnings);
 }
 
-TEST_F(PropertiesInclude, SeverityOfAnIncludedFileIsItsOwn)
+TEST_F(PropertiesInclude, SeverityOfAnIncludedFileEndsWithIt)
 {
     file("a.conf", "%pragma include \"b.conf\"\nk=2\n");
     file("b.conf", "%pragma severity warning\nk=1\n");
@@ -409,14 +409,14 @@ TEST_F(PropertiesInclude, SeverityOfAnIncludedFileIsItsOwn)
     EXPECT_EQ("", warnings);
 }
 
-TEST_F(PropertiesInclude, TrailingWhiteSpaceIsKeptInAllFiles)
+TEST_F(PropertiesInclude, KeepTrailingWhiteSpaceAppliesToAllFiles)
 {
     file("a.conf", "%pragma include \"b.conf\"\na=1 \n");
     file("b.conf", "b=1 \n");
     EXPECT_THAT(load("a.conf", Properties::SEV_ERROR, true), ElementsAre(Pair("a", "1 "), Pair("b", "1 ")));
 }
 
-TEST_F(PropertiesInclude, DeepChainNeedsNoStack)
+TEST_F(PropertiesInclude, DeepChainUsesNoStack)
 {
     OpenFileLimit limit(11000);
     const unsigned int last = static_cast<unsigned int>(std::min<rlim_t>(10000, limit.granted - 100));
@@ -435,7 +435,7 @@ TEST_F(PropertiesInclude, DeepChainNeedsNoStack)
     EXPECT_EQ(std::to_string(last), table["key" + std::to_string(last)]);
 }
 
-TEST_F(PropertiesInclude, ChainThatIsTooDeepIsAFileThatCannotBeOpened)
+TEST_F(PropertiesInclude, ChainBeyondTheDescriptorLimitThrows)
 {
     chain(300);
     const std::ptrdiff_t before = openFiles();

@@ -56,7 +56,7 @@ protected:
     const Properties& reading = table;
 };
 
-TEST_F(PropertiesIterators, WalkInTheOrderOfKeys)
+TEST_F(PropertiesIterators, IterateInTheOrderOfKeys)
 {
     Iterator it = table.begin();
     EXPECT_EQ("a", it->first);
@@ -75,7 +75,7 @@ TEST_F(PropertiesIterators, WalkInTheOrderOfKeys)
     EXPECT_TRUE(++reader == reading.end());
 }
 
-TEST_F(PropertiesIterators, OfAnEmptyTable)
+TEST_F(PropertiesIterators, BeginOfAnEmptyTableIsEnd)
 {
     Properties none;
     EXPECT_TRUE(none.begin() == none.end());
@@ -139,7 +139,7 @@ TEST_F(PropertiesIterators, AssignAndConvert)
     EXPECT_EQ("2", reader->second);
 }
 
-TEST_F(PropertiesIterators, OutliveOtherProperties)
+TEST_F(PropertiesIterators, StayValidWhenOtherPropertiesChange)
 {
     const Iterator b = ++table.begin();
     table.setProperty("aa", "");
@@ -147,7 +147,7 @@ TEST_F(PropertiesIterators, OutliveOtherProperties)
     EXPECT_EQ("changed", b->second);
 }
 
-TEST_F(PropertiesIterators, ServeStandardAlgorithms)
+TEST_F(PropertiesIterators, WorkWithStandardAlgorithms)
 {
     EXPECT_EQ(3, std::distance(table.begin(), table.end()));
     const ConstIterator found = std::find_if(reading.begin(), reading.end(),

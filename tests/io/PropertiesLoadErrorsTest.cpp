@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-TEST(PropertiesLoad, LinesThatAreIgnored)
+TEST(PropertiesLoad, OtherPercentLinesAreIgnored)
 {
     for (const char* const text :
          {"%foo bar", "%pragma", "% pragma include \"x\"", "%", "%%", "%=x", "%Pragma include x",
@@ -28,7 +28,7 @@ TEST(PropertiesLoad, LinesThatAreIgnored)
     }
 }
 
-TEST(PropertiesLoad, CommandsThatAreUnknown)
+TEST(PropertiesLoad, UnknownPragmaCommandThrows)
 {
     const std::pair<const char*, const char*> cases[] = {
         {"%pragma foo", "foo"},
@@ -48,7 +48,7 @@ TEST(PropertiesLoad, CommandsThatAreUnknown)
     }
 }
 
-TEST(PropertiesLoad, ArgumentsThatAreTooMany)
+TEST(PropertiesLoad, SecondPragmaArgumentThrows)
 {
     for (const char* const text :
          {"%pragma foo bar baz", "%pragma include \"a\" b", "%pragma include \"a b\"",
@@ -57,7 +57,7 @@ TEST(PropertiesLoad, ArgumentsThatAreTooMany)
     }
 }
 
-TEST(PropertiesLoad, SeveritiesThatAreUnknown)
+TEST(PropertiesLoad, UnknownSeverityThrows)
 {
     const std::pair<const char*, const char*> cases[] = {{"%pragma severity Error", "Error"},
                                                          {"%pragma severity \"error\"", "\"error\""},
@@ -71,7 +71,7 @@ TEST(PropertiesLoad, SeveritiesThatAreUnknown)
     }
 }
 
-TEST(PropertiesLoad, IncludesThatAreNotQuoted)
+TEST(PropertiesLoad, UnquotedIncludeThrows)
 {
     const std::pair<const char*, const char*> cases[] = {
         {"%pragma include a.conf", "a.conf"}, {"%pragma include \"", "\""},   {"%pragma include \"a", "\"a"},
@@ -85,7 +85,7 @@ TEST(PropertiesLoad, IncludesThatAreNotQuoted)
     }
 }
 
-TEST(PropertiesLoad, EscapesThatAreMalformed)
+TEST(PropertiesLoad, MalformedEscapesThrow)
 {
     const std::pair<const char*, const char*> cases[] = {
         {"k=\\u", "End-of-line encountered in unicode escape sequence."},
@@ -112,12 +112,12 @@ TEST(PropertiesLoad, EscapesThatAreMalformed)
     }
 }
 
-TEST(PropertiesLoad, EscapesMeanNothingInComments)
+TEST(PropertiesLoad, EscapesInCommentsAreIgnored)
 {
     EXPECT_EQ("loaded", failureOf("# \\u\n! \\x\n%foo \\x"));
 }
 
-TEST(PropertiesLoad, ErrorTellsThePhysicalLine)
+TEST(PropertiesLoad, ErrorContainsThePhysicalLineNumber)
 {
     EXPECT_EQ("ERROR: x.conf:5: Invalid hex escape sequence '\\x.'.",
               failureOf("a=1\n# comment\n\nb=2\\\n\\x.\nc=3\n"));
@@ -125,7 +125,7 @@ TEST(PropertiesLoad, ErrorTellsThePhysicalLine)
               failureOf(String(1233, '\n') + "%pragma x"));
 }
 
-TEST(PropertiesLoad, ErrorWithoutAFileName)
+TEST(PropertiesLoad, ErrorOfAnUnnamedStreamHasAnEmptyName)
 {
     std::istringstream stream("\n%pragma x");
     try {

@@ -21,13 +21,13 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-TEST(PropertiesLoad, EmptyStream)
+TEST(PropertiesLoad, EmptyStreamLoadsNothing)
 {
     EXPECT_THAT(loaded(""), IsEmpty());
     EXPECT_EQ("", warningsOf("", Properties::SEV_NOTE));
 }
 
-TEST(PropertiesLoad, KeyAndValue)
+TEST(PropertiesLoad, SeparatorsAroundKeyAndValueAreEquivalent)
 {
     EXPECT_THAT(loaded("key"), ElementsAre(Pair("key", "")));
     EXPECT_THAT(loaded("key="), ElementsAre(Pair("key", "")));
@@ -38,7 +38,7 @@ TEST(PropertiesLoad, KeyAndValue)
     }
 }
 
-TEST(PropertiesLoad, OneSeparator)
+TEST(PropertiesLoad, OnlyOneSeparatorIsConsumed)
 {
     EXPECT_THAT(loaded("a=b=c"), ElementsAre(Pair("a", "b=c")));
     EXPECT_THAT(loaded("a==b"), ElementsAre(Pair("a", "=b")));
@@ -58,7 +58,7 @@ TEST(PropertiesLoad, DecodingComesBeforeSplitting)
     EXPECT_THAT(loaded("k=\\n\\nx"), ElementsAre(Pair("k", "x")));
 }
 
-TEST(PropertiesLoad, EmptyKey)
+TEST(PropertiesLoad, EmptyKeyIsLoaded)
 {
     EXPECT_THAT(loaded("=x"), ElementsAre(Pair("", "x")));
     EXPECT_THAT(loaded(":x"), ElementsAre(Pair("", "x")));
@@ -67,7 +67,7 @@ TEST(PropertiesLoad, EmptyKey)
     EXPECT_THAT(loaded("="), ElementsAre(Pair("", "")));
 }
 
-TEST(PropertiesLoad, TrailingWhiteSpace)
+TEST(PropertiesLoad, TrailingWhiteSpaceIsTrimmedUnlessEscapedOrKept)
 {
     EXPECT_THAT(loaded("k=x   "), ElementsAre(Pair("k", "x")));
     EXPECT_THAT(loaded("k=x   ", true), ElementsAre(Pair("k", "x   ")));
@@ -88,7 +88,7 @@ TEST(PropertiesLoad, CarriageReturnIsWhiteSpace)
     EXPECT_THAT(loaded("k=x\\\r\nl=y"), ElementsAre(Pair("k", "x\r"), Pair("l", "y")));
 }
 
-TEST(PropertiesLoad, Comments)
+TEST(PropertiesLoad, CommentsBeginWithHashOrExclamationMark)
 {
     EXPECT_THAT(loaded("#a=1\n!b=2\n  # c=3\n\t!d=4\n"), IsEmpty());
     EXPECT_THAT(loaded("a=#1\nb#=!2\n"), ElementsAre(Pair("a", "#1"), Pair("b#", "!2")));
@@ -97,12 +97,12 @@ TEST(PropertiesLoad, Comments)
                 ElementsAre(Pair("!b", "2"), Pair("#a", "1"), Pair("%c", "3")));
 }
 
-TEST(PropertiesLoad, BlankLines)
+TEST(PropertiesLoad, EmptyLinesAreSkipped)
 {
     EXPECT_THAT(loaded("\n \n\t\r\na=1\n\n\nb=2\n\n"), ElementsAre(Pair("a", "1"), Pair("b", "2")));
 }
 
-TEST(PropertiesLoad, Continuation)
+TEST(PropertiesLoad, BackslashAtTheEndContinuesTheLine)
 {
     EXPECT_THAT(loaded("a=b\\\n   c"), ElementsAre(Pair("a", "bc")));
     EXPECT_THAT(loaded("a=b \\\nc"), ElementsAre(Pair("a", "b c")));
@@ -113,7 +113,7 @@ TEST(PropertiesLoad, Continuation)
     EXPECT_THAT(loaded("a=b\\\n# c\\\n# d"), ElementsAre(Pair("a", "b# c# d")));
 }
 
-TEST(PropertiesLoad, ContinuationThatEnds)
+TEST(PropertiesLoad, EmptyLinePercentLineOrEndOfFileEndsAContinuation)
 {
     EXPECT_THAT(loaded("a=b\\\n\nc=d"), ElementsAre(Pair("a", "b"), Pair("c", "d")));
     EXPECT_THAT(loaded("a=b\\\n \t\r\nc=d"), ElementsAre(Pair("a", "b"), Pair("c", "d")));
@@ -125,7 +125,7 @@ TEST(PropertiesLoad, ContinuationThatEnds)
     EXPECT_THAT(loaded("a=b\\\n  %x\\\nc=d"), ElementsAre(Pair("a", "b"), Pair("c", "d")));
 }
 
-TEST(PropertiesLoad, ContinuationOfNothing)
+TEST(PropertiesLoad, ContinuationOfAnEmptyLine)
 {
     EXPECT_THAT(loaded("\\"), IsEmpty());
     EXPECT_THAT(loaded("\\\n\\\n\n"), IsEmpty());
@@ -144,13 +144,13 @@ TEST(PropertiesLoad, ContinuationAndWhiteSpace)
     EXPECT_THAT(loaded("a=b\\\n  c  ", true), ElementsAre(Pair("a", "bc  ")));
 }
 
-TEST(PropertiesLoad, ALongLineLeavesNothingForTheNext)
+TEST(PropertiesLoad, LongLineLeavesNothingForTheNext)
 {
     EXPECT_THAT(loaded("a=a long value \\\n that goes on\nb=x\nc\n"),
                 ElementsAre(Pair("a", "a long value that goes on"), Pair("b", "x"), Pair("c", "")));
 }
 
-TEST(PropertiesLoad, LetterEscapes)
+TEST(PropertiesLoad, LetterEscapesAreControlBytes)
 {
     EXPECT_THAT(loaded("k=-\\a\\b\\f\\n\\r\\t\\v-"), ElementsAre(Pair("k", "-\a\b\f\n\r\t\v-")));
     EXPECT_THAT(loaded("k=\\c\\d\\e\\g\\w\\y\\z"), ElementsAre(Pair("k", "cdegwyz")));
@@ -160,7 +160,7 @@ TEST(PropertiesLoad, LetterEscapes)
     EXPECT_THAT(loaded("k=\\\\\\\nl=m"), ElementsAre(Pair("k", "\\l=m")));
 }
 
-TEST(PropertiesLoad, UnicodeEscapes)
+TEST(PropertiesLoad, UnicodeEscapesAreOneByte)
 {
     EXPECT_THAT(loaded("\\u0041=1"), ElementsAre(Pair("A", "1")));
     EXPECT_THAT(loaded("k=\\u00e9"), ElementsAre(Pair("k", "\xe9")));
@@ -169,7 +169,7 @@ TEST(PropertiesLoad, UnicodeEscapes)
     EXPECT_THAT(loaded("k=\\u0000"), ElementsAre(Pair("k", String("\0", 1))));
 }
 
-TEST(PropertiesLoad, HexEscapes)
+TEST(PropertiesLoad, HexEscapesHaveUpToTwoDigits)
 {
     EXPECT_THAT(loaded("k=\\x4"), ElementsAre(Pair("k", "\x04")));
     EXPECT_THAT(loaded("k=\\x41"), ElementsAre(Pair("k", "A")));
@@ -180,7 +180,7 @@ TEST(PropertiesLoad, HexEscapes)
                                                              "1")));
 }
 
-TEST(PropertiesLoad, OctalEscapes)
+TEST(PropertiesLoad, OctalEscapesHaveUpToThreeDigits)
 {
     EXPECT_THAT(loaded("k=\\101"), ElementsAre(Pair("k", "A")));
     EXPECT_THAT(loaded("k=x\\400"), ElementsAre(Pair("k", "x 0")));
@@ -193,18 +193,18 @@ TEST(PropertiesLoad, OctalEscapes)
                                                              "01")));
 }
 
-TEST(PropertiesLoad, BytesAreTakenAsTheyAre)
+TEST(PropertiesLoad, OtherBytesAreUnchanged)
 {
     EXPECT_THAT(loaded(String("a\0b=c\0d\0", 8)), ElementsAre(Pair(String("a\0b", 3), String("c\0d\0", 4))));
     EXPECT_THAT(loaded("\xff\x80=\xa0\x85"), ElementsAre(Pair("\xff\x80", "\xa0\x85")));
 }
 
-TEST(PropertiesLoad, LastAssignmentWins)
+TEST(PropertiesLoad, LastAssignmentIsUsed)
 {
     EXPECT_THAT(loaded("a=1\nb=2\na=3\n"), ElementsAre(Pair("a", "3"), Pair("b", "2")));
 }
 
-TEST(PropertiesLoad, AddsToWhatIsThere)
+TEST(PropertiesLoad, AddsToExistingProperties)
 {
     Properties properties;
     properties.setProperty("a", "1");
@@ -232,7 +232,7 @@ TEST(PropertiesLoad, ConstructorsLoad)
     EXPECT_THROW(Properties{bad}, std::invalid_argument);
 }
 
-TEST(PropertiesLoad, WarnsOfWhatIsOverridden)
+TEST(PropertiesLoad, WarnsOfOverriddenProperties)
 {
     const String text = "a=1\n\n# comment\nb=2\na=3\na=\\\n4\n";
     const String expected = "WARNING: x.conf:5: Overriding property \"a\"\n"
@@ -242,7 +242,7 @@ TEST(PropertiesLoad, WarnsOfWhatIsOverridden)
     EXPECT_EQ(expected, warningsOf(text, Properties::SEV_NOTE));
 }
 
-TEST(PropertiesLoad, WarnsOfWhatWasThereBefore)
+TEST(PropertiesLoad, WarnsOfPropertiesFromBeforeTheLoad)
 {
     Properties properties;
     properties.setProperty("k", "v");
@@ -251,14 +251,14 @@ TEST(PropertiesLoad, WarnsOfWhatWasThereBefore)
     EXPECT_EQ("w", properties.getProperty("k"));
 }
 
-TEST(PropertiesLoad, WarningShowsTheKeyAsItIsStored)
+TEST(PropertiesLoad, WarningContainsTheDecodedKey)
 {
     EXPECT_EQ("WARNING: x.conf:2: Overriding property \"\"\n", warningsOf("=1\n=2", Properties::SEV_WARNING));
     EXPECT_EQ("WARNING: x.conf:2: Overriding property \"A" + String(1, '\0') + "\xe9\"\n",
               warningsOf("\\u0041\\0\\xe9\n\\101\\u0000\\xe9", Properties::SEV_WARNING));
 }
 
-TEST(PropertiesLoad, WarningsAreAppendedWhateverTheFormatOfTheStream)
+TEST(PropertiesLoad, WarningsIgnoreTheFormatFlagsOfTheStream)
 {
     struct Grouping : std::numpunct<char>
     {
@@ -281,7 +281,7 @@ TEST(PropertiesLoad, WarningsAreAppendedWhateverTheFormatOfTheStream)
     EXPECT_EQ("before\nWARNING: f:14: Overriding property \"a\"\n", warnings.str());
 }
 
-TEST(PropertiesLoad, SeverityPragma)
+TEST(PropertiesLoad, SeverityPragmaAppliesToTheRestOfTheFile)
 {
     const String repeated = "a=1\na=2\n";
     EXPECT_EQ("WARNING: x.conf:4: Overriding property \"a\"\n",
@@ -293,7 +293,7 @@ TEST(PropertiesLoad, SeverityPragma)
               warningsOf(repeated + "%pragma severity error\n" + repeated, Properties::SEV_WARNING));
 }
 
-TEST(PropertiesLoad, FailureUndoesNothing)
+TEST(PropertiesLoad, FailureKeepsPropertiesBeforeIt)
 {
     Properties properties;
     std::istringstream stream("a=1\nb=\\x\nc=3\n");
@@ -305,7 +305,7 @@ TEST(PropertiesLoad, FailureUndoesNothing)
     EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1"), Pair("c", "3")));
 }
 
-TEST(PropertiesLoad, StreamTellsHowItEnded)
+TEST(PropertiesLoad, StreamStateShowsHowTheLoadEnded)
 {
     std::istringstream ended("a=1");
     Properties properties;
@@ -318,7 +318,7 @@ TEST(PropertiesLoad, StreamTellsHowItEnded)
     EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1")));
 }
 
-TEST(PropertiesLoad, StreamThatBreaksOffEndsTheFile)
+TEST(PropertiesLoad, ReadErrorEndsTheFile)
 {
     /** Has a few bytes, and then fails. */
     class Broken : public std::streambuf
@@ -345,7 +345,7 @@ TEST(PropertiesLoad, StreamThatBreaksOffEndsTheFile)
     EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1"), Pair("b", "2")));
 }
 
-TEST(PropertiesLoad, StreamThatThrowsIsTheCallersWish)
+TEST(PropertiesLoad, ReadErrorThrowsIfTheStreamDoes)
 {
     std::istringstream stream("a=1\n");
     stream.exceptions(std::ios::failbit);
@@ -354,7 +354,7 @@ TEST(PropertiesLoad, StreamThatThrowsIsTheCallersWish)
     EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1")));
 }
 
-TEST(PropertiesLoad, LongLine)
+TEST(PropertiesLoad, LongLinesAreLoaded)
 {
     const String value(16 << 20, 'x');
     EXPECT_EQ(value, loaded("k=" + value + " ")["k"]);
@@ -366,7 +366,7 @@ TEST(PropertiesLoad, LongLine)
     EXPECT_EQ(String(100000, 'x'), loaded(lines)["k"]);
 }
 
-TEST(PropertiesLoad, ManyProperties)
+TEST(PropertiesLoad, ManyPropertiesAreLoaded)
 {
     String text;
     for (int i = 0; i < 50000; ++i) {
@@ -396,7 +396,7 @@ struct Disorder
     Table expected;
 };
 
-TEST(PropertiesLoad, LongTextWithoutOrder)
+TEST(PropertiesLoad, UnsortedTextIsLoaded)
 {
     for (const auto& [lines, keys] : {std::pair(30000, 10000u), std::pair(150000, 100000u)}) {
         const Disorder disorder(static_cast<std::size_t>(lines), keys);
@@ -404,7 +404,7 @@ TEST(PropertiesLoad, LongTextWithoutOrder)
     }
 }
 
-TEST(PropertiesLoad, LongTextWithoutOrderOntoATable)
+TEST(PropertiesLoad, UnsortedTextIsAddedToATable)
 {
     const Disorder first(20000, 10000);
     const Disorder second(10000, 20000);
@@ -419,7 +419,7 @@ TEST(PropertiesLoad, LongTextWithoutOrderOntoATable)
     EXPECT_TRUE(expected == tableOf(properties));
 }
 
-TEST(PropertiesLoad, LongTextWithoutOrderThatFails)
+TEST(PropertiesLoad, FailureKeepsUnsortedPropertiesBeforeIt)
 {
     const Disorder disorder(20000, 10000);
     Properties properties;
@@ -428,7 +428,7 @@ TEST(PropertiesLoad, LongTextWithoutOrderThatFails)
     EXPECT_TRUE(disorder.expected == tableOf(properties));
 }
 
-TEST(PropertiesLoad, LongTextWithoutOrderThatComesToWarnings)
+TEST(PropertiesLoad, UnsortedTextIsInsertedBeforeWarningsBegin)
 {
     const Disorder disorder(20000, 10000);
     const auto& [key, value] = *disorder.expected.begin();
@@ -440,7 +440,7 @@ TEST(PropertiesLoad, LongTextWithoutOrderThatComesToWarnings)
     EXPECT_TRUE(disorder.expected == tableOf(properties));
 }
 
-TEST(PropertiesLoad, LongTextWithoutOrderAndWithoutKeys)
+TEST(PropertiesLoad, UnsortedTextMayContainEmptyKeys)
 {
     Disorder disorder(10000, 5000);
     for (int i = 0; i < 1000; ++i) {
@@ -480,7 +480,7 @@ TEST(PropertiesLoad, UnsortedKeysWithLongCommonBeginningsKeepTheirLatestValues)
     EXPECT_TRUE(disorder.expected == loaded(disorder.text));
 }
 
-TEST(PropertiesLoad, LongTextWithALongLine)
+TEST(PropertiesLoad, UnsortedTextMayContainALongLine)
 {
     Disorder disorder(20000, 10000);
     const String value(9 << 20, 'v');
@@ -491,7 +491,7 @@ TEST(PropertiesLoad, LongTextWithALongLine)
     EXPECT_TRUE(disorder.expected == loaded(disorder.text));
 }
 
-TEST(PropertiesLoad, WhiteSpaceAmongAllBytes)
+TEST(PropertiesLoad, WhiteSpaceIsThatOfIsspace)
 {
     const String white_space = " \t\v\f\r";
     for (int byte = 0; byte < 256; ++byte) {

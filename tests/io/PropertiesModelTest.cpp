@@ -37,7 +37,7 @@ String randomText(std::mt19937& random)
     return text;
 }
 
-TEST(PropertiesModel, LoaderAgrees)
+TEST(PropertiesModel, LoaderAgreesWithTheModel)
 {
     std::mt19937 random(8101);
     int loaded = 0;

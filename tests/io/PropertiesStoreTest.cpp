@@ -52,12 +52,12 @@ bool canCarryValue(const String& value)
     return value.empty() || (isspace(static_cast<unsigned char>(value.front())) == 0 && value.back() != ' ');
 }
 
-TEST(PropertiesStore, EmptyTable)
+TEST(PropertiesStore, EmptyTableStoresOnlyTheTime)
 {
     EXPECT_EQ("", storedBody(Properties()));
 }
 
-TEST(PropertiesStore, HeaderAndTime)
+TEST(PropertiesStore, HeaderPrecedesTheTime)
 {
     setenv("TZ", "XYZ-5:30", 1);
     tzset();
@@ -69,7 +69,7 @@ TEST(PropertiesStore, HeaderAndTime)
                                       "[0-9][0-9]:[0-9][0-9]:[0-9][0-9] \\+0530 [0-9][0-9][0-9][0-9]\n"));
 }
 
-TEST(PropertiesStore, TimeIsNow)
+TEST(PropertiesStore, TimeIsTheCurrentLocalTime)
 {
     const std::time_t before = std::time(nullptr);
     const String text = stored(Properties());
@@ -82,7 +82,7 @@ TEST(PropertiesStore, TimeIsNow)
     EXPECT_GE(after, written);
 }
 
-TEST(PropertiesStore, InTheOrderOfKeys)
+TEST(PropertiesStore, PropertiesAreInTheOrderOfKeys)
 {
     Properties properties;
     properties.setProperty("b", "2");
@@ -91,7 +91,7 @@ TEST(PropertiesStore, InTheOrderOfKeys)
     EXPECT_EQ("B=1\na=\nb=2\n", storedBody(properties));
 }
 
-TEST(PropertiesStore, EscapesOfAllBytes)
+TEST(PropertiesStore, AllBytesHaveTheirEscapes)
 {
     Properties properties;
     String all;
@@ -131,7 +131,7 @@ TEST(PropertiesStore, NothingElseIsEscaped)
     EXPECT_EQ("#a =:b= #!%=: c \n", storedBody(properties));
 }
 
-TEST(PropertiesStore, WhateverTheFormatOfTheStream)
+TEST(PropertiesStore, IgnoresTheFormatFlagsOfTheStream)
 {
     Properties properties;
     properties.setProperty("k", "v");
@@ -167,13 +167,13 @@ TEST(PropertiesStore, FlushesTheStream)
     EXPECT_EQ(1, buffer.flushes);
 }
 
-TEST(PropertiesStore, StreamThatFailsTellsSo)
+TEST(PropertiesStore, StreamStateShowsAFailure)
 {
     std::ostream stream(nullptr);
     EXPECT_TRUE(Properties().store(stream, "head").bad());
 }
 
-TEST(PropertiesStore, WhatDoesNotSurvive)
+TEST(PropertiesStore, KeysWithSeparatorsAndLeadingSpacesAreNotRestored)
 {
     const auto reloaded = [](const String& key, const String& value) {
         Properties properties;
@@ -190,7 +190,7 @@ TEST(PropertiesStore, WhatDoesNotSurvive)
     EXPECT_EQ(Table(), reloaded("%k", "v"));
 }
 
-TEST(PropertiesStore, RoundTripOfWhatTheFormatCarries)
+TEST(PropertiesStore, RestorablePropertiesRoundTrip)
 {
     std::mt19937 random(8102);
     const auto text = [&random](std::size_t longest) {
@@ -223,7 +223,7 @@ TEST(PropertiesStore, RoundTripOfWhatTheFormatCarries)
     EXPECT_LT(4000u, carried);
 }
 
-TEST(PropertiesStore, BlanksAtTheEndSurviveIfTheyAreKept)
+TEST(PropertiesStore, TrailingSpacesAreRestoredIfKept)
 {
     Properties properties;
     properties.setProperty("k", "v  ");

@@ -99,7 +99,7 @@ TEST(Properties, SetFromItself)
     EXPECT_EQ("a value that is too long for the string's own space", table.getProperty("l"));
 }
 
-TEST(Properties, EmptyValueIsThere)
+TEST(Properties, EmptyValueIsStored)
 {
     Properties table;
     table.setProperty("k", "");
@@ -108,7 +108,7 @@ TEST(Properties, EmptyValueIsThere)
     EXPECT_EQ("", table.getProperty("k", "default"));
 }
 
-TEST(Properties, EmptyKeyIsRefused)
+TEST(Properties, EmptyKeyThrows)
 {
     Properties table;
     table.setProperty("k", "v");
@@ -116,14 +116,14 @@ TEST(Properties, EmptyKeyIsRefused)
     EXPECT_THAT(pairsOf(table), ElementsAre(Pair("k", "v")));
 }
 
-TEST(Properties, MissingKeyGivesTheDefaultItself)
+TEST(Properties, MissingKeyReturnsTheDefaultItself)
 {
     const Properties table;
     const String fallback("fallback");
     EXPECT_EQ(&fallback, &table.getProperty("k", fallback));
 }
 
-TEST(Properties, MissingKeyGivesAnEmptyStringOfTheTable)
+TEST(Properties, MissingKeyReturnsAnEmptyStringOfTheTable)
 {
     Properties table;
     const String& first = table.getProperty("k");
@@ -136,7 +136,7 @@ TEST(Properties, MissingKeyGivesAnEmptyStringOfTheTable)
     EXPECT_NE(&first, &second.getProperty("k"));
 }
 
-TEST(Properties, KeysStandInTheOrderOfUnsignedBytes)
+TEST(Properties, KeysAreSortedByUnsignedBytes)
 {
     Properties table;
     for (const char* const key : {"\xff", "b", "a", "ab", "\x7f", "B", "a!"}) {
@@ -146,7 +146,7 @@ TEST(Properties, KeysStandInTheOrderOfUnsignedBytes)
                                             Pair("b", ""), Pair("\x7f", ""), Pair("\xff", "")));
 }
 
-TEST(Properties, ZeroBytesCount)
+TEST(Properties, ZeroBytesAreSignificant)
 {
     Properties table;
     table.setProperty(String("a\0", 2), String("\0", 1));
@@ -154,7 +154,7 @@ TEST(Properties, ZeroBytesCount)
     EXPECT_EQ(String("\0", 1), table.getProperty(String("a\0", 2)));
 }
 
-TEST(Properties, CopyIsOfItsOwn)
+TEST(Properties, CopyIsIndependent)
 {
     const Properties table = database();
     for (const bool deep : {false, true}) {
@@ -184,7 +184,7 @@ TEST(Properties, AddAllReplacesAndInserts)
     }
 }
 
-TEST(Properties, AddAllTakesTheEmptyKeyToo)
+TEST(Properties, AddAllCopiesTheEmptyKeyToo)
 {
     std::istringstream text("=v");
     const Properties source(text);
@@ -205,7 +205,7 @@ TEST(Properties, AddAllOntoItselfChangesNothing)
     }
 }
 
-TEST(PropertiesSelection, TakesThePrefixOff)
+TEST(PropertiesSelection, RemovesThePrefix)
 {
     const Properties table = database();
     const Owned selected(table.getProperties("db.", true, false));
@@ -222,7 +222,7 @@ TEST(PropertiesSelection, KeepsWholeKeys)
     EXPECT_THAT(pairsOf(*selected), ElementsAre(Pair("db.host", "h"), Pair("db.port", "1")));
 }
 
-TEST(PropertiesSelection, NothingMatches)
+TEST(PropertiesSelection, NoMatchReturnsAnEmptyTable)
 {
     const Properties table = database();
     for (const char* const prefix : {"a", "db.hostess", "db.i", "e", "\xff"}) {
@@ -232,7 +232,7 @@ TEST(PropertiesSelection, NothingMatches)
     }
 }
 
-TEST(PropertiesSelection, PrefixOfTheHighestByte)
+TEST(PropertiesSelection, PrefixOfTheHighestByteMatches)
 {
     Properties table;
     table.setProperty("\xff\xff", "1");
@@ -242,7 +242,7 @@ TEST(PropertiesSelection, PrefixOfTheHighestByte)
     EXPECT_THAT(pairsOf(*selected), ElementsAre(Pair("\xff", "1"), Pair("\xff\xff", "2")));
 }
 
-TEST(PropertiesSelection, KeyThatIsThePrefix)
+TEST(PropertiesSelection, KeyEqualToThePrefixThrowsIfStripped)
 {
     Properties table = database();
     table.setProperty("db.", "dot");
@@ -262,7 +262,7 @@ TEST(PropertiesSelection, EmptyPrefixIsAFullCopy)
     }
 }
 
-TEST(PropertiesSelection, EmptyPrefixAndEmptyKey)
+TEST(PropertiesSelection, EmptyPrefixAndEmptyKeyThrowsIfStripped)
 {
     std::istringstream text("=v\nk=w\n");
     const Properties table(text);
@@ -275,7 +275,7 @@ TEST(PropertiesSelection, EmptyPrefixAndEmptyKey)
     EXPECT_THAT(pairsOf(*other), ElementsAre(Pair("k", "w")));
 }
 
-TEST(PropertiesSelection, LaterPrefixWins)
+TEST(PropertiesSelection, LaterPrefixTakesPrecedence)
 {
     Properties table;
     table.setProperty("a.x", "1");
@@ -299,7 +299,7 @@ TEST(PropertiesSelection, LaterPrefixWins)
     EXPECT_THAT(pairsOf(*once), ElementsAre(Pair("x", "1"), Pair("y", "1")));
 }
 
-TEST(PropertiesSelection, ListsThatAreRefused)
+TEST(PropertiesSelection, NullListsAndPrefixesThrow)
 {
     Properties table = database();
     EXPECT_EQ("null prefix list not allowed",
@@ -318,7 +318,7 @@ TEST(PropertiesSelection, ListsThatAreRefused)
     EXPECT_EQ("null prefix not allowed", refusalOf([&] { table.getProperties(hole_first, 2); }));
 }
 
-TEST(PropertiesSelection, EmptyListOfPrefixes)
+TEST(PropertiesSelection, EmptyListReturnsAnEmptyTable)
 {
     const Properties table = database();
     const Owned none(table.getProperties(static_cast<const String**>(nullptr), 0));

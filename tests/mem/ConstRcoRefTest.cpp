@@ -62,7 +62,7 @@ protected:
     ConstRef ref{object};
 };
 
-TEST(ConstRcoRef, HoldsNothingAtFirst)
+TEST(ConstRcoRef, DefaultIsEmpty)
 {
     const ConstRef ref;
     EXPECT_EQ(nullptr, ref.get());
@@ -71,7 +71,7 @@ TEST(ConstRcoRef, HoldsNothingAtFirst)
     EXPECT_EQ(nullptr, static_cast<const void*>(ref));
 }
 
-TEST(ConstRcoRef, IsMadeOfEveryNullPointer)
+TEST(ConstRcoRef, EveryNullPointerMakesAnEmptyReference)
 {
     const Counted* const null = nullptr;
     EXPECT_TRUE(!ConstRef(null));
@@ -85,7 +85,7 @@ TEST(ConstRcoRef, IsMadeOfEveryNullPointer)
     EXPECT_TRUE(!ref);
 }
 
-TEST_F(ConstRcoRefTest, TakesAReferenceToAPointer)
+TEST_F(ConstRcoRefTest, AcquiresAReference)
 {
     EXPECT_EQ(object, ref.get());
     EXPECT_EQ(1U, object->refCount(false));
@@ -93,13 +93,13 @@ TEST_F(ConstRcoRefTest, TakesAReferenceToAPointer)
     EXPECT_TRUE(ref);
 }
 
-TEST_F(ConstRcoRefTest, YieldsOneInPlaceOfTheAddress)
+TEST_F(ConstRcoRefTest, ConvertsToAPointerThatIsNotTheAddress)
 {
     const void* const held = ref;
     EXPECT_EQ(1U, reinterpret_cast<std::uintptr_t>(held));
 }
 
-TEST_F(ConstRcoRefTest, GivesAccess)
+TEST_F(ConstRcoRefTest, AccessesTheObject)
 {
     object->value = 5;
     EXPECT_EQ(5, ref->value);
@@ -107,7 +107,7 @@ TEST_F(ConstRcoRefTest, GivesAccess)
     EXPECT_EQ(object, &*ref);
 }
 
-TEST(ConstRcoRef, RefusesAccessToNothing)
+TEST(ConstRcoRef, DereferencingAnEmptyReferenceThrows)
 {
     const ConstRef ref;
     for (const bool arrow : {false, true}) {
@@ -121,7 +121,7 @@ TEST(ConstRcoRef, RefusesAccessToNothing)
     }
 }
 
-TEST_F(ConstRcoRefTest, CopiesCountAndGo)
+TEST_F(ConstRcoRefTest, CopiesAcquireAndRelease)
 {
     {
         const ConstRef copy(ref);
@@ -136,7 +136,7 @@ TEST_F(ConstRcoRefTest, CopiesCountAndGo)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST_F(ConstRcoRefTest, MovesNoCountAtAssignmentToItself)
+TEST_F(ConstRcoRefTest, SelfAssignmentDoesNotCount)
 {
     ConstRef& same = ref;
     ref = same;
@@ -149,7 +149,7 @@ TEST_F(ConstRcoRefTest, MovesNoCountAtAssignmentToItself)
     EXPECT_EQ(0, destroyed);
 }
 
-TEST_F(ConstRcoRefTest, AssignmentDropsTheOldOne)
+TEST_F(ConstRcoRefTest, AssignmentReleasesTheOldObject)
 {
     int otherDestroyed = 0;
     const ConstRef other(new Counted(&otherDestroyed));
@@ -161,7 +161,7 @@ TEST_F(ConstRcoRefTest, AssignmentDropsTheOldOne)
     EXPECT_EQ(0, otherDestroyed);
 }
 
-TEST(ConstRcoRef, ClearIgnoresAWrongCount)
+TEST(ConstRcoRef, ClearIgnoresAMissingReference)
 {
     const Counted object;
     EXPECT_FALSE(object.releaseRef(std::nothrow));
@@ -172,7 +172,7 @@ TEST(ConstRcoRef, ClearIgnoresAWrongCount)
     EXPECT_EQ(-1, static_cast<std::int32_t>(object.refCount(false)));
 }
 
-TEST(ConstRcoRef, AssignmentReportsAWrongCount)
+TEST(ConstRcoRef, AssignmentThrowsForAMissingReference)
 {
     const Counted object;
     EXPECT_FALSE(object.releaseRef(std::nothrow));
@@ -191,7 +191,7 @@ TEST(ConstRcoRef, AssignmentReportsAWrongCount)
     }
 }
 
-TEST(ConstRcoRef, ReferencesThatCountNothingKeepToTheStack)
+TEST(ConstRcoRef, ReferencesToUncountedObjectsMayBeOnTheStack)
 {
     int destroyed = 0;
     {
@@ -276,7 +276,7 @@ TEST(ConstRcoRef, IsAKeyOfMaps)
     EXPECT_EQ(1U, refs.count(b));
 }
 
-TEST(ConstRcoRef, AssignsAnObjectOfItsTypeByItsRoot)
+TEST(ConstRcoRef, AssignPtrAcceptsAnObjectOfItsType)
 {
     OpenRef<Derived> ref;
     Derived* const derived = new Derived;
@@ -287,7 +287,7 @@ TEST(ConstRcoRef, AssignsAnObjectOfItsTypeByItsRoot)
     EXPECT_EQ(nullptr, ref.get());
 }
 
-TEST(ConstRcoRef, RefusesAnObjectOfAnotherTypeAndHoldsOnToWhatItHad)
+TEST(ConstRcoRef, AssignPtrOfAnotherTypeThrowsAndChangesNothing)
 {
     OpenRef<Derived> ref;
     Derived* const derived = new Derived;
@@ -302,7 +302,7 @@ TEST(ConstRcoRef, RefusesAnObjectOfAnotherTypeAndHoldsOnToWhatItHad)
     EXPECT_EQ(1U, base->refCount(false));
 }
 
-TEST(ConstRcoRef, AssignsEveryObjectToAReferenceToTheRoot)
+TEST(ConstRcoRef, AssignPtrToTheRootAcceptsEveryObject)
 {
     OpenRef<RefCntObject> ref;
     const RcoRef<Unrelated> unrelated(new Unrelated);
@@ -313,7 +313,7 @@ TEST(ConstRcoRef, AssignsEveryObjectToAReferenceToTheRoot)
     EXPECT_EQ(1U, unrelated->refCount(false));
 }
 
-TEST(ConstRcoRefDeathTest, AFailingDestructorEndsTheProcessWhereAReferenceIsCleared)
+TEST(ConstRcoRefDeathTest, ThrowingDestructorTerminatesIfAReferenceIsCleared)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     ConstRcoRef<Failing> ref(new Failing);
@@ -325,7 +325,7 @@ TEST(ConstRcoRefDeathTest, AFailingDestructorEndsTheProcessWhereAReferenceIsClea
     EXPECT_THROW(object->releaseRef(), std::runtime_error);
 }
 
-TEST(ConstRcoRefDeathTest, AFailingDestructorEndsTheProcessWhereAReferenceIsDestroyed)
+TEST(ConstRcoRefDeathTest, ThrowingDestructorTerminatesIfAReferenceIsDestroyed)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(ConstRcoRef<Failing>(new Failing), "failed to go");

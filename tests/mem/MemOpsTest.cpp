@@ -11,7 +11,7 @@ namespace {
 using com::kor::dal::nim::sys::system_error;
 namespace mem = com::kor::dal::nim::mem;
 
-TEST(MemOps, ReportsAnEmptyReference)
+TEST(MemOps, NullDereferenceThrowsSystemError)
 {
     try {
         mem::throwNullDerefException();
@@ -22,7 +22,7 @@ TEST(MemOps, ReportsAnEmptyReference)
     EXPECT_THROW(mem::throwNullDerefException(), system_error);
 }
 
-TEST(MemOps, ReportsAnObjectOfAnotherType)
+TEST(MemOps, BadCastThrowsBadCast)
 {
     EXPECT_THROW(mem::throwBadCastException(), std::bad_cast);
 }

@@ -173,12 +173,12 @@ const Object* objectOf(const ObjectHolder& holder)
     return holder;
 }
 
-TEST(ObjectHolder, IsCalledByItsName)
+TEST(ObjectHolder, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("ObjectHolder", ObjectHolder::CLASS_NAME);
 }
 
-TEST(ObjectHolder, HoldsNothingAtFirst)
+TEST(ObjectHolder, DefaultIsEmpty)
 {
     ObjectHolder holder;
     EXPECT_TRUE(!holder);
@@ -188,7 +188,7 @@ TEST(ObjectHolder, HoldsNothingAtFirst)
     EXPECT_EQ(nullptr, holder.release());
 }
 
-TEST(ObjectHolder, KeepsTheModeAndWhatItHoldsInItsFlags)
+TEST(ObjectHolder, FlagsContainTheModeAndTheKindOfObject)
 {
     int destroyed = 0;
     for (const StorageMode mode : MODES) {
@@ -204,7 +204,7 @@ TEST(ObjectHolder, KeepsTheModeAndWhatItHoldsInItsFlags)
     }
 }
 
-TEST(ObjectHolder, TakesANullPointerInAnyMode)
+TEST(ObjectHolder, AcceptsNullInAnyMode)
 {
     for (const StorageMode mode : MODES) {
         ObjectHolder holder(nullptr, mode);
@@ -223,7 +223,7 @@ TEST(ObjectHolder, TakesANullPointerInAnyMode)
     }
 }
 
-TEST(ObjectHolder, DeletesAPlainObjectAtItsEndOnlyWhenItsModeSaysSo)
+TEST(ObjectHolder, DestructorDeletesAPlainObjectOnlyIfTheModeRequiresIt)
 {
     for (const StorageMode mode : MODES) {
         int destroyed = 0;
@@ -241,7 +241,7 @@ TEST(ObjectHolder, DeletesAPlainObjectAtItsEndOnlyWhenItsModeSaysSo)
     }
 }
 
-TEST(ObjectHolder, DeletesAPlainObjectOnAssignmentInEveryMode)
+TEST(ObjectHolder, AssignmentDeletesAPlainObjectInEveryMode)
 {
     for (const StorageMode mode : MODES) {
         int destroyed = 0;
@@ -256,7 +256,7 @@ TEST(ObjectHolder, DeletesAPlainObjectOnAssignmentInEveryMode)
     }
 }
 
-TEST(ObjectHolder, CountsACountedObjectAsItsModeSays)
+TEST(ObjectHolder, AcquiresACountedObjectIfTheModeRequiresIt)
 {
     for (const StorageMode mode : MODES) {
         int destroyed = 0;
@@ -275,7 +275,7 @@ TEST(ObjectHolder, CountsACountedObjectAsItsModeSays)
     }
 }
 
-TEST(ObjectHolder, LetsGoOfACountedObjectAsItsModeSays)
+TEST(ObjectHolder, ReleasesACountedObjectIfTheModeRequiresIt)
 {
     for (const StorageMode mode : MODES) {
         RcoRef<Counted> ref(new Counted);
@@ -290,7 +290,7 @@ TEST(ObjectHolder, LetsGoOfACountedObjectAsItsModeSays)
     }
 }
 
-TEST(ObjectHolder, TakesOverANewCountedObject)
+TEST(ObjectHolder, OwnsANewCountedObject)
 {
     int destroyed = 0;
     {
@@ -307,7 +307,7 @@ TEST(ObjectHolder, TakesOverANewCountedObject)
     EXPECT_EQ(2, destroyed);
 }
 
-TEST(ObjectHolder, FindsTheCountedPartWhereverItStands)
+TEST(ObjectHolder, FindsTheCountedBaseAtAnyAddress)
 {
     int destroyed = 0;
     auto* const shifted = new Shifted(&destroyed);
@@ -322,7 +322,7 @@ TEST(ObjectHolder, FindsTheCountedPartWhereverItStands)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST(ObjectHolder, SharesACountedObjectWithItsCopies)
+TEST(ObjectHolder, CopiesShareACountedObject)
 {
     int destroyed = 0;
     auto* const counted = new Counted(&destroyed);
@@ -344,7 +344,7 @@ TEST(ObjectHolder, SharesACountedObjectWithItsCopies)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST(ObjectHolder, CopiesTheModeWithTheObject)
+TEST(ObjectHolder, CopiesHaveTheSameMode)
 {
     for (const StorageMode mode : MODES) {
         RcoRef<Counted> ref(new Counted);
@@ -364,7 +364,7 @@ TEST(ObjectHolder, CopiesTheModeWithTheObject)
     }
 }
 
-TEST(ObjectHolder, LeavesTheSourceOfAPlainObjectEmpty)
+TEST(ObjectHolder, CopyingAPlainObjectEmptiesTheSource)
 {
     int destroyed = 0;
     auto* const plain = new Plain(&destroyed);
@@ -388,7 +388,7 @@ TEST(ObjectHolder, LeavesTheSourceOfAPlainObjectEmpty)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST(ObjectHolder, TravelsThroughAVector)
+TEST(ObjectHolder, SurvivesReallocationOfAVector)
 {
     int destroyed = 0;
     {
@@ -405,7 +405,7 @@ TEST(ObjectHolder, TravelsThroughAVector)
     EXPECT_EQ(40, destroyed);
 }
 
-TEST(ObjectHolder, StaysAsItIsWhenCopiedToItself)
+TEST(ObjectHolder, SelfAssignmentChangesNothing)
 {
     int destroyed = 0;
     for (const StorageMode mode : {ObjectHolder::SM_DEREF_ONLY, ObjectHolder::SM_ACQUIRE_AND_DEREF}) {
@@ -427,7 +427,7 @@ TEST(ObjectHolder, StaysAsItIsWhenCopiedToItself)
     EXPECT_EQ(7U, flagsOf(ofCounted));
 }
 
-TEST(ObjectHolder, LetsGoBeforeItTakes)
+TEST(ObjectHolder, ReleasesTheOldObjectBeforeItStoresTheNewOne)
 {
     std::vector<std::string> events;
     const RcoRef<Counted> one(new Witness("one", &events));
@@ -447,7 +447,7 @@ TEST(ObjectHolder, LetsGoBeforeItTakes)
     one->releaseRef();
 }
 
-TEST(ObjectHolder, ChangesBetweenPlainAndCounted)
+TEST(ObjectHolder, HoldsPlainAndCountedObjectsAlternately)
 {
     int plains = 0;
     int counteds = 0;
@@ -466,7 +466,7 @@ TEST(ObjectHolder, ChangesBetweenPlainAndCounted)
     EXPECT_EQ(1, counteds);
 }
 
-TEST(ObjectHolder, GivesItsObjectBackWithWhatWasAcquired)
+TEST(ObjectHolder, ReleaseTransfersTheObjectWithItsReference)
 {
     int destroyed = 0;
     for (const StorageMode mode : MODES) {
@@ -496,7 +496,7 @@ TEST(ObjectHolder, GivesItsObjectBackWithWhatWasAcquired)
     }
 }
 
-TEST(ObjectHolder, ComparesTheHeldPointers)
+TEST(ObjectHolder, ComparesTheAddressesOfTheObjects)
 {
     Counted objects[2] = {{false, true}, {false, true}};
     const ObjectHolder none;
@@ -515,7 +515,7 @@ TEST(ObjectHolder, ComparesTheHeldPointers)
     EXPECT_TRUE(none != low);
 }
 
-TEST(ObjectHolder, IsATruthValue)
+TEST(ObjectHolder, ConvertsToATruthValue)
 {
     Counted counted(false, true);
     ObjectHolder holder(&counted, ObjectHolder::SM_NO_ACTION);
@@ -527,7 +527,7 @@ TEST(ObjectHolder, IsATruthValue)
 
 // Failures.
 
-TEST(ObjectHolder, StillHoldsWhatRefusesToBeReleased)
+TEST(ObjectHolder, KeepsTheObjectIfItsReleaseThrows)
 {
     int destroyed = 0;
     auto* const stubborn = new Stubborn(&destroyed);
@@ -549,7 +549,7 @@ TEST(ObjectHolder, StillHoldsWhatRefusesToBeReleased)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST(ObjectHolder, ReportsAnObjectWithoutAReference)
+TEST(ObjectHolder, ReleaseWithoutAReferenceThrows)
 {
     Counted counted;
     ObjectHolder holder(&counted, ObjectHolder::SM_DEREF_ONLY);
@@ -563,7 +563,7 @@ TEST(ObjectHolder, ReportsAnObjectWithoutAReference)
     EXPECT_EQ(&counted, holder.release());
 }
 
-TEST(ObjectHolder, HoldsNothingWhenAnObjectRefusesToBeAcquired)
+TEST(ObjectHolder, IsEmptyIfAcquiringThrows)
 {
     int destroyed = 0;
     Closed closed;
@@ -577,14 +577,14 @@ TEST(ObjectHolder, HoldsNothingWhenAnObjectRefusesToBeAcquired)
     EXPECT_EQ(&closed, holder.release());
 }
 
-TEST(ObjectHolder, IsEmptyBehindAPlainObjectThatFailsToGo)
+TEST(ObjectHolder, IsEmptyAfterADestructorThrew)
 {
     ObjectHolder holder(new FailingPlain, ObjectHolder::SM_DEREF_ONLY);
     EXPECT_THROW(holder.assign(nullptr, ObjectHolder::SM_DEREF_ONLY), std::runtime_error);
     EXPECT_TRUE(!holder);
 }
 
-TEST(ObjectHolder, IsEmptyWhileItsObjectGoes)
+TEST(ObjectHolder, IsEmptyDuringTheDestructorOfItsObject)
 {
     ObjectHolder holder;
     int looks = 0;
@@ -602,7 +602,7 @@ TEST(ObjectHolder, IsEmptyWhileItsObjectGoes)
     EXPECT_EQ(2, looks);
 }
 
-TEST(ObjectHolderDeathTest, EndsTheProcessByAReleaseThatThrowsAtItsEnd)
+TEST(ObjectHolderDeathTest, ReleaseThatThrowsInTheDestructorTerminates)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(

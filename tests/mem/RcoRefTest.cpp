@@ -68,7 +68,7 @@ protected:
     Ref otherRef{other};
 };
 
-TEST_F(RcoRefTest, GivesAccessForChange)
+TEST_F(RcoRefTest, AccessesTheObjectForWriting)
 {
     ref->value = 1;
     (*ref).value += 1;
@@ -76,7 +76,7 @@ TEST_F(RcoRefTest, GivesAccessForChange)
     EXPECT_EQ(3, object->value);
 }
 
-TEST(RcoRef, RefusesAccessToNothing)
+TEST(RcoRef, DereferencingAnEmptyReferenceThrows)
 {
     Ref ref;
     for (const bool arrow : {false, true}) {
@@ -91,7 +91,7 @@ TEST(RcoRef, RefusesAccessToNothing)
     EXPECT_EQ(nullptr, ref.get());
 }
 
-TEST(RcoRef, IsMadeOfEveryNullPointer)
+TEST(RcoRef, EveryNullPointerMakesAnEmptyReference)
 {
     EXPECT_TRUE(!Ref(nullptr));
     EXPECT_TRUE(!Ref(0));
@@ -103,7 +103,7 @@ TEST(RcoRef, IsMadeOfEveryNullPointer)
     EXPECT_TRUE(!ref);
 }
 
-TEST_F(RcoRefTest, CopiesCount)
+TEST_F(RcoRefTest, CopiesAcquire)
 {
     Ref copy(ref);
     EXPECT_EQ(2U, object->refCount(false));
@@ -115,7 +115,7 @@ TEST_F(RcoRefTest, CopiesCount)
     EXPECT_EQ(1U, other->refCount(false));
 }
 
-TEST_F(RcoRefTest, MovesNoCountAtAssignmentToItself)
+TEST_F(RcoRefTest, SelfAssignmentDoesNotCount)
 {
     Ref& same = ref;
     ref = same;
@@ -137,7 +137,7 @@ public:
     mutable int acquired = 0;
 };
 
-TEST(RcoRef, AsksForNoCountThatItHas)
+TEST(RcoRef, AssigningTheSameObjectDoesNotCount)
 {
     RcoRef<Asked> ref(new Asked);
     const RcoRef<Asked> other(ref);
@@ -152,7 +152,7 @@ TEST(RcoRef, AsksForNoCountThatItHas)
     EXPECT_EQ(2U, ref->refCount(false));
 }
 
-TEST(RcoRef, ConvertsTowardsTheBase)
+TEST(RcoRef, ConvertsToTheBase)
 {
     int destroyed = 0;
     {
@@ -171,7 +171,7 @@ TEST(RcoRef, ConvertsTowardsTheBase)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST_F(RcoRefTest, DropsConstInOneWayOnly)
+TEST_F(RcoRefTest, OnlyUnconstRemovesConst)
 {
     const ConstRcoRef<Counted> constRef(ref);
     EXPECT_EQ(2U, object->refCount(false));
@@ -182,7 +182,7 @@ TEST_F(RcoRefTest, DropsConstInOneWayOnly)
     EXPECT_TRUE(!Ref::unconst(ConstRcoRef<Counted>()));
 }
 
-TEST_F(RcoRefTest, MovingTakesOverWithoutCounting)
+TEST_F(RcoRefTest, MovingDoesNotCount)
 {
     Ref taken(std::move(ref));
     EXPECT_EQ(object, taken.get());
@@ -210,7 +210,7 @@ TEST_F(RcoRefTest, MovingToItselfChangesNothing)
     EXPECT_EQ(0, destroyed);
 }
 
-TEST_F(RcoRefTest, MovingBetweenReferencesToOneObjectDropsOne)
+TEST_F(RcoRefTest, MovingBetweenReferencesToOneObjectReleasesOne)
 {
     Ref second(ref);
     ref = std::move(second);
@@ -220,7 +220,7 @@ TEST_F(RcoRefTest, MovingBetweenReferencesToOneObjectDropsOne)
     EXPECT_EQ(0, destroyed);
 }
 
-TEST_F(RcoRefTest, MovingAnEmptyOneEmpties)
+TEST_F(RcoRefTest, MovingAnEmptyReferenceClears)
 {
     ref = Ref();
     EXPECT_EQ(nullptr, ref.get());
@@ -229,7 +229,7 @@ TEST_F(RcoRefTest, MovingAnEmptyOneEmpties)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST_F(RcoRefTest, SwapsWithoutCounting)
+TEST_F(RcoRefTest, SwappingDoesNotCount)
 {
     std::swap(ref, otherRef);
     EXPECT_EQ(other, ref.get());
@@ -239,7 +239,7 @@ TEST_F(RcoRefTest, SwapsWithoutCounting)
     EXPECT_EQ(0, destroyed + otherDestroyed);
 }
 
-TEST(RcoRef, LivesInAGrowingVector)
+TEST(RcoRef, SurvivesReallocationOfAVector)
 {
     int destroyed = 0;
     {
@@ -345,7 +345,7 @@ private:
     Counted* substitute_;
 };
 
-TEST(RcoRef, IsAssignedToWhileItDropsItsObject)
+TEST(RcoRef, DestructorOfTheObjectMayAssignToTheReference)
 {
     int droppedOver = 0;
     int destroyed = 0;
@@ -386,7 +386,7 @@ protected:
     }
 };
 
-TEST_F(RefusedRelease, AssignmentGivesTheNewOneBack)
+TEST_F(RefusedRelease, AssignmentReleasesTheNewObject)
 {
     const Ref otherRef(other);
     EXPECT_THROW(ref = otherRef, std::runtime_error);
@@ -394,13 +394,13 @@ TEST_F(RefusedRelease, AssignmentGivesTheNewOneBack)
     EXPECT_EQ(0, otherDestroyed);
 }
 
-TEST_F(RefusedRelease, AssignmentOfAFreshObjectEndsIt)
+TEST_F(RefusedRelease, AssignmentDeletesANewObject)
 {
     EXPECT_THROW(ref = other, std::runtime_error);
     EXPECT_EQ(1, otherDestroyed);
 }
 
-TEST_F(RefusedRelease, AssignmentOfNullKeepsTheOldOne)
+TEST_F(RefusedRelease, AssignmentOfNullKeepsTheOldObject)
 {
     EXPECT_THROW(ref = nullptr, std::runtime_error);
     EXPECT_THROW(ref = Ref(), std::runtime_error);
@@ -448,7 +448,7 @@ TEST_F(RefusedRelease, AssignmentReleasesWhatTheReleaseAssignedToTheReference)
     EXPECT_EQ(1, assignedDestroyed);
 }
 
-TEST_F(RefusedRelease, ClearDoesNotAsk)
+TEST_F(RefusedRelease, ClearUsesTheNonThrowingRelease)
 {
     Ref second(ref);
     EXPECT_EQ(2U, object->refCount(false));

@@ -61,13 +61,13 @@ class Both : public Counted, public Twofold
 {};
 static_assert(std::is_convertible_v<Both*, type::Object*>, "an object with two roots is one Object");
 
-TEST(RefCntObject, IsCalledByItsName)
+TEST(RefCntObject, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("RefCntObject", RefCntObject::CLASS_NAME);
     EXPECT_STREQ("com.kor.dal.nim.mem", com::kor::dal::nim::mem::NAMESPACE_NAME);
 }
 
-TEST(RefCntObject, KeepsTheOrderOfItsVirtualFunctions)
+TEST(RefCntObject, VirtualFunctionsHaveTheirSlots)
 {
     EXPECT_EQ(2, virtualSlot(&RefCntObject::acquireRef));
     EXPECT_EQ(3, virtualSlot(&RefCntObject::refCount));
@@ -76,7 +76,7 @@ TEST(RefCntObject, KeepsTheOrderOfItsVirtualFunctions)
                      &RefCntObject::releaseRef)));
 }
 
-TEST(RefCntObject, StartsWithoutAReferenceAndWithoutABias)
+TEST(RefCntObject, StartsWithoutReferencesAndBias)
 {
     const Counted object;
     EXPECT_EQ(0U, object.refCount(false));
@@ -85,7 +85,7 @@ TEST(RefCntObject, StartsWithoutAReferenceAndWithoutABias)
     EXPECT_TRUE((std::is_same_v<std::uint32_t, decltype(object.refCount(true))>));
 }
 
-TEST(RefCntObject, CanStandForItself)
+TEST(RefCntObject, IsNotAbstract)
 {
     RefCntObject* const object = new RefCntObject;
     object->acquireRef();
@@ -100,7 +100,7 @@ protected:
     Counted* const object = new Counted(true, GetParam(), &destroyed);
 };
 
-TEST_P(Counting, GoesWithItsLastReference)
+TEST_P(Counting, IsDeletedWithTheLastReference)
 {
     acquire(*object, 3);
     EXPECT_EQ(3U, object->refCount(false));
@@ -112,14 +112,14 @@ TEST_P(Counting, GoesWithItsLastReference)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST_P(Counting, GoesByANonThrowingReleaseToo)
+TEST_P(Counting, IsDeletedByTheNonThrowingReleaseToo)
 {
     object->acquireRef();
     EXPECT_TRUE(object->releaseRef(std::nothrow));
     EXPECT_EQ(1, destroyed);
 }
 
-TEST_P(Counting, RefusesAReleaseThatWasNotAcquired)
+TEST_P(Counting, ReleaseWithoutAReferenceThrows)
 {
     const system_error error = errorOf([this] { object->releaseRef(); });
     EXPECT_EQ(-1, error.error());
@@ -129,7 +129,7 @@ TEST_P(Counting, RefusesAReleaseThatWasNotAcquired)
     delete object;
 }
 
-TEST_P(Counting, NamesTheReleaseInTheTrace)
+TEST_P(Counting, FailedReleaseIsNamedInTheTrace)
 {
     const StackTrack track("caller()", 0);
     const system_error error = errorOf([this] { object->releaseRef(); });
@@ -140,7 +140,7 @@ TEST_P(Counting, NamesTheReleaseInTheTrace)
     delete object;
 }
 
-TEST_P(Counting, TellsByTheResultAReleaseThatWasNotAcquired)
+TEST_P(Counting, NonThrowingReleaseWithoutAReferenceReturnsFalse)
 {
     EXPECT_FALSE(object->releaseRef(std::nothrow));
     EXPECT_FALSE(object->releaseRef(std::nothrow));
@@ -149,7 +149,7 @@ TEST_P(Counting, TellsByTheResultAReleaseThatWasNotAcquired)
     delete object;
 }
 
-TEST_P(Counting, ComesBackFromBelow)
+TEST_P(Counting, NegativeCountRecoversByAcquiring)
 {
     EXPECT_FALSE(object->releaseRef(std::nothrow));
     acquire(*object, 2);
@@ -158,7 +158,7 @@ TEST_P(Counting, ComesBackFromBelow)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST_P(Counting, GoesWhenTheCountReachesTheBias)
+TEST_P(Counting, IsDeletedWhenTheCountReachesTheBias)
 {
     acquire(*object, 5);
     object->refBias(2U);
@@ -177,7 +177,7 @@ INSTANTIATE_TEST_SUITE_P(SafeOrNot, Counting, testing::Bool(), [](const testing:
     return how.param ? "ThreadSafe" : "Plain";
 });
 
-TEST(RefCntObject, SurvivesAnyReleaseWhenItDoesNotCount)
+TEST(RefCntObject, UncountedObjectSurvivesReleases)
 {
     for (const bool mt_safe : {false, true}) {
         int destroyed = 0;
@@ -211,7 +211,7 @@ TEST(RefCntObject, CopiesStartWithoutReferences)
     EXPECT_EQ(1U, source.refBias());
 }
 
-TEST(RefCntObject, CopiesTakeOverHowReferencesCount)
+TEST(RefCntObject, CopiesCountInTheSameWay)
 {
     const Counted uncounted(false, true);
     const Counted copy(uncounted);
@@ -224,7 +224,7 @@ TEST(RefCntObject, CopiesTakeOverHowReferencesCount)
     EXPECT_EQ(1U, countedCopy.refCount(false));
 }
 
-TEST(RefCntObject, AssignmentDisturbsNobody)
+TEST(RefCntObject, AssignmentKeepsTheCount)
 {
     Counted target;
     acquire(target, 3);
@@ -246,7 +246,7 @@ TEST(RefCntObject, AssignmentDisturbsNobody)
     EXPECT_EQ(0U, source.refBias());
 }
 
-TEST(RefCntObject, BiasStaysBelowTheCount)
+TEST(RefCntObject, BiasMustBeBelowTheCount)
 {
     Counted object;
     const system_error none = errorOf([&] { object.refBias(0U); });
@@ -275,7 +275,7 @@ TEST(RefCntObject, BiasOneBelowTheCountMakesTheNextReleaseTheLast)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST(RefCntObject, BiasIsAdjustedWithinItsRange)
+TEST(RefCntObject, AdjustedBiasMayHaveAnyValueInItsRange)
 {
     Counted object;
     acquire(object, 4);
@@ -293,7 +293,7 @@ TEST(RefCntObject, BiasIsAdjustedWithinItsRange)
     EXPECT_EQ(1U, object.refBias());
 }
 
-TEST(RefCntObject, GivesUpOnlyWhatLeavesMoreThanTheFloor)
+TEST(RefCntObject, ReleasesOnlyIfMoreThanTheFloorRemain)
 {
     Counted object;
     EXPECT_FALSE(object.releaseRefAbove(0)) << "there is none to give up";
@@ -313,7 +313,7 @@ TEST(RefCntObject, GivesUpOnlyWhatLeavesMoreThanTheFloor)
     EXPECT_EQ(1U, object.refCount());
 }
 
-TEST(RefCntObject, BiasIsNotAdjustedBeyondItsRange)
+TEST(RefCntObject, AdjustingTheBiasBeyondItsRangeThrows)
 {
     Counted object;
     const auto expectRefused = [&object](auto call) {
@@ -337,7 +337,7 @@ TEST(RefCntObject, BiasIsNotAdjustedBeyondItsRange)
     expectRefused([&] { object.adjBias(-0x7fffffff - 1); });
 }
 
-TEST(RefCntObject, BiasIsMeasuredByACountReadWithoutItsSign)
+TEST(RefCntObject, BiasIsComparedWithTheUnsignedCount)
 {
     Counted object;
     EXPECT_FALSE(object.releaseRef(std::nothrow));
@@ -350,7 +350,7 @@ TEST(RefCntObject, BiasIsMeasuredByACountReadWithoutItsSign)
     EXPECT_EQ(0xfffffffeU, object.refBias());
 }
 
-TEST(RefCntObject, NamesTheBiasFunctionInTheTrace)
+TEST(RefCntObject, FailedBiasFunctionIsNamedInTheTrace)
 {
     Counted object;
     const system_error set = errorOf([&] { object.refBias(0U); });
@@ -373,7 +373,7 @@ public:
     }
 };
 
-TEST(RefCntObject, MeasuresTheBiasByItsOwnCount)
+TEST(RefCntObject, BiasIgnoresAnOverriddenCount)
 {
     Boasting object;
     object.acquireRef();
@@ -381,7 +381,7 @@ TEST(RefCntObject, MeasuresTheBiasByItsOwnCount)
     EXPECT_EQ(34, errorOf([&] { object.adjBias(1); }).error());
 }
 
-TEST(RefCntObject, LetsAFailureOfItsDestructorThrough)
+TEST(RefCntObject, ExceptionOfTheDestructorPropagates)
 {
     int destroyed = 0;
     const Counted* object = new Failing(&destroyed);
@@ -400,7 +400,7 @@ TEST(RefCntObject, LetsAFailureOfItsDestructorThrough)
     EXPECT_EQ(2, destroyed);
 }
 
-TEST(RefCntObject, GoesThroughItsVirtualDestructorFromAnyOfItsRoots)
+TEST(RefCntObject, IsDestroyedWholeThroughAnyBase)
 {
     Both* const both = new Both;
     const RefCntObject* const counted = both;

@@ -39,7 +39,7 @@ void together(Work work)
     }
 }
 
-TEST(SharedObject, CountsWhatAllThreadsAcquireAndRelease)
+TEST(SharedObject, CountsReferencesOfAllThreads)
 {
     int destroyed = 0;
     RcoRef<Counted> ref(new Counted(&destroyed));
@@ -58,7 +58,7 @@ TEST(SharedObject, CountsWhatAllThreadsAcquireAndRelease)
     EXPECT_EQ(0, destroyed);
 }
 
-TEST(SharedObject, CountsPlainAcquiresAndReleases)
+TEST(SharedObject, CountsCallsOfAcquireRefAndReleaseRef)
 {
     int destroyed = 0;
     const Counted* const object = new Counted(&destroyed);
@@ -80,7 +80,7 @@ TEST(SharedObject, CountsPlainAcquiresAndReleases)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST(SharedObject, GoesOnceWithTheLastOfAllThreads)
+TEST(SharedObject, IsDeletedOnceByTheLastThread)
 {
     for (int round = 0; round < 300; ++round) {
         int destroyed = 0;
@@ -97,7 +97,7 @@ TEST(SharedObject, GoesOnceWithTheLastOfAllThreads)
     }
 }
 
-TEST(SharedObject, GoesOnceAtItsBias)
+TEST(SharedObject, IsDeletedOnceAtItsBias)
 {
     for (int round = 0; round < 300; ++round) {
         int destroyed = 0;
@@ -111,7 +111,7 @@ TEST(SharedObject, GoesOnceAtItsBias)
     }
 }
 
-TEST(SharedObject, ShowsItsDestructorWhatEveryThreadDid)
+TEST(SharedObject, DestructorSeesTheWritesOfAllThreads)
 {
     class Tallied : public Counted
     {

@@ -93,7 +93,7 @@ public:
 
 static_assert(std::is_nothrow_destructible_v<Failure>);
 
-TEST(Cloneable, ContentThatIsCountedNeedsNoDestructor)
+TEST(Cloneable, CountedContentNeedsNoDestructor)
 {
     using com::kor::dal::nim::mem::RefCntObject;
     using com::kor::dal::nim::mem::RefCntObjectRef;
@@ -107,12 +107,12 @@ TEST(Cloneable, ContentThatIsCountedNeedsNoDestructor)
     }
 }
 
-TEST(Cloneable, ComesAheadOfItsDestructor)
+TEST(Cloneable, CloneHasTheSlotBeforeTheDestructor)
 {
     EXPECT_EQ(0, virtualSlot(&Cloneable::clone));
 }
 
-TEST(Cloneable, IsCopiedAndDestroyedByItsBase)
+TEST(Cloneable, IsClonedAndDestroyedThroughTheBase)
 {
     int living = 0;
     {

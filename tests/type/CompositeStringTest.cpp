@@ -40,7 +40,7 @@ TEST(CompositeString, ConstantsHaveTheirValues)
     EXPECT_TRUE((std::is_same_v<signed char, CompositeString::SInt8_t>));
 }
 
-TEST(CompositeString, BeginsEmpty)
+TEST(CompositeString, DefaultIsEmpty)
 {
     CompositeString text;
     EXPECT_EQ(0U, text.components());
@@ -49,7 +49,7 @@ TEST(CompositeString, BeginsEmpty)
     EXPECT_EQ("", text.last());
 }
 
-TEST(CompositeString, BeginsWithTheDefaultDelimitersAndEmptyComponents)
+TEST(CompositeString, DefaultDelimitersAndEmptyComponentsApply)
 {
     CompositeString text;
     text.append("a").append("").append("b");
@@ -81,7 +81,7 @@ TEST(CompositeString, EmptyComponentsAtTheFrontCountUnlessSkipped)
     EXPECT_EQ((Strings{"a"}), all_from_front(CompositeString("++a", true)));
 }
 
-TEST(CompositeString, ATrailingDelimiterMakesNoFurtherComponent)
+TEST(CompositeString, TrailingDelimiterAddsNoComponent)
 {
     EXPECT_EQ(1U, CompositeString("a+", false).components());
     EXPECT_EQ(1U, CompositeString("a+", true).components());
@@ -101,7 +101,7 @@ TEST(CompositeString, DelimitersAloneAreEmptyComponentsUnlessSkipped)
     EXPECT_EQ("++", skipping.composite());
 }
 
-TEST(CompositeString, NextTellsTheDelimiterThatEndedTheComponent)
+TEST(CompositeString, NextReturnsTheDelimiterThatEndedTheComponent)
 {
     CompositeString text("a:b;c", ":;");
     SInt8_t dlm = 'x';
@@ -113,7 +113,7 @@ TEST(CompositeString, NextTellsTheDelimiterThatEndedTheComponent)
     EXPECT_EQ('\0', dlm);
 }
 
-TEST(CompositeString, NextLeavesTheDelimiterAloneWhenNothingWasLeft)
+TEST(CompositeString, NextKeepsTheDelimiterArgumentIfNothingIsLeft)
 {
     SInt8_t dlm = 'x';
     EXPECT_EQ("", CompositeString().next(dlm));
@@ -122,7 +122,7 @@ TEST(CompositeString, NextLeavesTheDelimiterAloneWhenNothingWasLeft)
     EXPECT_EQ('x', dlm);
 }
 
-TEST(CompositeString, ADelimiterAbove127ArrivesAsThatByte)
+TEST(CompositeString, DelimiterAbove127IsReturnedAsThatByte)
 {
     CompositeString text("a\xff"
                          "b",
@@ -132,7 +132,7 @@ TEST(CompositeString, ADelimiterAbove127ArrivesAsThatByte)
     EXPECT_EQ(-1, dlm);
 }
 
-TEST(CompositeString, NextSkipsAndConsumesTheDelimitersInFront)
+TEST(CompositeString, NextConsumesLeadingDelimitersIfEmptyComponentsAreSkipped)
 {
     CompositeString text("::a::b::", ":", true);
     SInt8_t dlm = 0;
@@ -145,7 +145,7 @@ TEST(CompositeString, NextSkipsAndConsumesTheDelimitersInFront)
     EXPECT_EQ(":", text.composite());
 }
 
-TEST(CompositeString, AnExhaustedTextStaysEmpty)
+TEST(CompositeString, ExhaustedStringStaysEmpty)
 {
     CompositeString text("a");
     EXPECT_EQ("a", text.next());
@@ -155,7 +155,7 @@ TEST(CompositeString, AnExhaustedTextStaysEmpty)
     EXPECT_EQ(0U, text.components());
 }
 
-TEST(CompositeString, WithoutDelimitersTheWholeTextIsOneComponent)
+TEST(CompositeString, WithoutDelimitersTheWholeStringIsOneComponent)
 {
     CompositeString text("a+b:c", "");
     EXPECT_EQ(1U, text.components());
@@ -166,7 +166,7 @@ TEST(CompositeString, WithoutDelimitersTheWholeTextIsOneComponent)
     EXPECT_EQ("a+b", CompositeString("a+b", "", true).last());
 }
 
-TEST(CompositeString, LastLeavesTheDelimiterBeforeIt)
+TEST(CompositeString, LastKeepsTheDelimiterBeforeIt)
 {
     CompositeString text("a+b");
     EXPECT_EQ("b", text.last());
@@ -177,7 +177,7 @@ TEST(CompositeString, LastLeavesTheDelimiterBeforeIt)
     EXPECT_EQ("", text.last());
 }
 
-TEST(CompositeString, LastTakesItsTrailingDelimitersAlong)
+TEST(CompositeString, LastRemovesTrailingDelimiters)
 {
     CompositeString skipping("a+b++", true);
     EXPECT_EQ("b", skipping.last());
@@ -190,13 +190,13 @@ TEST(CompositeString, LastTakesItsTrailingDelimitersAlong)
     EXPECT_EQ("a+", counting.composite());
 }
 
-TEST(CompositeString, LastWalksBackOverAllComponents)
+TEST(CompositeString, RepeatedLastRemovesAllComponents)
 {
     EXPECT_EQ((Strings{"b", "", "a"}), all_from_back(CompositeString("a++b", false)));
     EXPECT_EQ((Strings{"b", "a"}), all_from_back(CompositeString("+a++b+", true)));
 }
 
-TEST(CompositeString, AppendToAnEmptyTextAddsNoDelimiter)
+TEST(CompositeString, AppendToAnEmptyStringAddsNoDelimiter)
 {
     CompositeString text;
     EXPECT_EQ(&text, &text.append("x"));
@@ -229,14 +229,14 @@ TEST(CompositeString, AppendOfAnEmptyComponentAddsADelimiterUnlessSkipped)
     EXPECT_EQ("", skipping.composite());
 }
 
-TEST(CompositeString, AppendWithoutDelimitersRunsTheTextsTogether)
+TEST(CompositeString, AppendWithoutDelimitersConcatenates)
 {
     CompositeString text("a", "");
     text.append("b").append("");
     EXPECT_EQ("ab", text.composite());
 }
 
-TEST(CompositeString, AppendBehindATrailingDelimiterAddsAnother)
+TEST(CompositeString, AppendAfterATrailingDelimiterAddsAnother)
 {
     CompositeString text("a+");
     text.append("b");
@@ -252,7 +252,7 @@ TEST(CompositeString, PlusAssignIsAppend)
     EXPECT_EQ("a+b+", text.composite());
 }
 
-TEST(CompositeString, CompositeAndToStringGiveTheRemainingText)
+TEST(CompositeString, CompositeAndToStringReturnTheRemainingString)
 {
     CompositeString text("a+b+c");
     text.next();
@@ -265,7 +265,7 @@ TEST(CompositeString, CompositeAndToStringGiveTheRemainingText)
     EXPECT_EQ(2U, text.components());
 }
 
-TEST(CompositeString, CopiesTakeFlagTextAndDelimiters)
+TEST(CompositeString, CopiesHaveTheSameFlagStringAndDelimiters)
 {
     const CompositeString source("a::b", ":", true);
     for (const bool deep : {false, true}) {
@@ -279,7 +279,7 @@ TEST(CompositeString, CopiesTakeFlagTextAndDelimiters)
     EXPECT_EQ((Strings{"a", "b"}), all_from_front(implicit));
 }
 
-TEST(CompositeString, AssignmentTakesFlagTextAndDelimiters)
+TEST(CompositeString, AssignmentCopiesFlagStringAndDelimiters)
 {
     CompositeString text("x+y");
     EXPECT_EQ(&text, &(text = CompositeString("a::b", ":", true)));
@@ -292,7 +292,7 @@ TEST(CompositeString, AssignmentTakesFlagTextAndDelimiters)
     EXPECT_EQ("a::b:c", text.composite());
 }
 
-TEST(CompositeString, IsTrueAsLongAsTextIsLeft)
+TEST(CompositeString, IsTrueWhileCharactersRemain)
 {
     CompositeString text("a");
     EXPECT_TRUE(text ? true : false);
@@ -304,14 +304,14 @@ TEST(CompositeString, IsTrueAsLongAsTextIsLeft)
     EXPECT_EQ(nullptr, static_cast<const void*>(text));
 }
 
-TEST(CompositeString, IsTrueForDelimitersThatAreLeft)
+TEST(CompositeString, IsTrueWhileOnlyDelimitersRemain)
 {
     const CompositeString text("++", true);
     EXPECT_TRUE(text ? true : false);
     EXPECT_FALSE(!text);
 }
 
-TEST(CompositeString, KeepsZeroBytesInTextAndDelimiters)
+TEST(CompositeString, KeepsZeroBytesInStringAndDelimiters)
 {
     const String zero(1, '\0');
     CompositeString text("a" + zero + "b", zero);
@@ -325,7 +325,7 @@ TEST(CompositeString, KeepsZeroBytesInTextAndDelimiters)
     EXPECT_EQ(embedded, CompositeString(CompositeString(embedded), true).composite(true));
 }
 
-TEST(CompositeString, ALiteralOfDelimitersIsNoFlag)
+TEST(CompositeString, LiteralIsTheDelimitersAndNotTheFlag)
 {
     EXPECT_EQ(2U, CompositeString("a:b", ":").components());
     EXPECT_EQ(3U, CompositeString("a::b", ":").components());
@@ -335,7 +335,7 @@ TEST(CompositeString, ALiteralOfDelimitersIsNoFlag)
     EXPECT_EQ(2U, CompositeString(String("a:b"), String(delimiters)).components());
 }
 
-TEST(CompositeString, AFlagIsNoSetOfDelimiters)
+TEST(CompositeString, BoolIsTheFlagAndNotTheDelimiters)
 {
     EXPECT_EQ(2U, CompositeString("a++b", true).components());
     EXPECT_EQ(3U, CompositeString("a++b", false).components());
@@ -343,7 +343,7 @@ TEST(CompositeString, AFlagIsNoSetOfDelimiters)
     EXPECT_EQ(2U, CompositeString(String("a++b"), skip_empty).components());
 }
 
-TEST(CompositeString, RefusesWhatCouldBeEither)
+TEST(CompositeString, AmbiguousArgumentsDoNotCompile)
 {
     EXPECT_FALSE((std::is_constructible_v<CompositeString, const char*, char>));
     EXPECT_FALSE((std::is_constructible_v<CompositeString, const char*, int>));
@@ -378,7 +378,7 @@ Strings components_by_character(const String& text, bool skip_empty)
     return found;
 }
 
-TEST(CompositeString, AgreesWithAPlainScanOnEveryTextOfUpToEightCharacters)
+TEST(CompositeString, AgreesWithTheModelOnEveryStringOfUpToEightCharacters)
 {
     for (unsigned int length = 0; length <= 8; ++length) {
         for (unsigned int bits = 0; bits < (1U << length); ++bits) {

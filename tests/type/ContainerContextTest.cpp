@@ -60,12 +60,12 @@ bool isTaken(Bag& bag, unsigned int key)
     return true;
 }
 
-TEST(ContainerContext, IsCalledByItsName)
+TEST(ContainerContext, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("ContainerContext", ContainerContext::CLASS_NAME);
 }
 
-TEST(ContainerContext, FindsWhatIsFiled)
+TEST(ContainerContext, FindsAStoredReference)
 {
     Bag bag;
     const RefCntObjectRef ref = item();
@@ -77,7 +77,7 @@ TEST(ContainerContext, FindsWhatIsFiled)
               static_cast<const void*>(&std::as_const(bag).find(STAYS)));
 }
 
-TEST(ContainerContext, FindsAnEmptyReferenceUnderAnAbsentKeyAndMakesNoEntry)
+TEST(ContainerContext, FindOfAnAbsentKeyReturnsAnEmptyReferenceAndStoresNothing)
 {
     Bag bag;
     EXPECT_TRUE(!bag.find(STAYS));
@@ -87,7 +87,7 @@ TEST(ContainerContext, FindsAnEmptyReferenceUnderAnAbsentKeyAndMakesNoEntry)
     EXPECT_FALSE(!bag.find(STAYS));
 }
 
-TEST(ContainerContext, KeepsTheFirstObjectOfAKey)
+TEST(ContainerContext, SecondAddUnderAKeyIsRejected)
 {
     Bag bag;
     const RefCntObjectRef first = item();
@@ -101,7 +101,7 @@ TEST(ContainerContext, KeepsTheFirstObjectOfAKey)
     EXPECT_EQ(1U, second->refCount());
 }
 
-TEST(ContainerContext, FilesAnEmptyReferenceUnderAnyAttributes)
+TEST(ContainerContext, StoresAnEmptyReferenceUnderAnyAttributes)
 {
     for (const unsigned int key : {STAYS, SHARED, SHALLOW, DEEP, DEEP_AND_SHALLOW}) {
         Bag bag;
@@ -114,7 +114,7 @@ TEST(ContainerContext, FilesAnEmptyReferenceUnderAnyAttributes)
     }
 }
 
-TEST(ContainerContext, FilesAContextUnderItsOwnKey)
+TEST(ContainerContext, StoresAContextUnderItsOwnKey)
 {
     Bag bag;
     const ContextRef first(new Named(STAYS));
@@ -128,7 +128,7 @@ TEST(ContainerContext, FilesAContextUnderItsOwnKey)
     EXPECT_TRUE(bag.add(RefCntObjectRef(new NamedSheep(SHALLOW)), SHALLOW));
 }
 
-TEST(ContainerContext, RefusesAContextUnderAnotherKey)
+TEST(ContainerContext, ContextUnderAnotherKeyThrows)
 {
     Bag bag;
     const RefCntObjectRef context(new Named(STAYS));
@@ -140,7 +140,7 @@ TEST(ContainerContext, RefusesAContextUnderAnotherKey)
               failurePlace([&] { bag.add(context, SHARED); }));
 }
 
-TEST(ContainerContext, RefusesContentThatCannotBeDuplicatedAsItsKeyDemands)
+TEST(ContainerContext, ContentThatIsNotCloneableThrowsIfItsKeyRequiresCloning)
 {
     Bag bag;
     for (const unsigned int key : {SHALLOW, DEEP, DEEP_AND_SHALLOW}) {
@@ -159,7 +159,7 @@ TEST(ContainerContext, RefusesContentThatCannotBeDuplicatedAsItsKeyDemands)
               failurePlace([&] { bag.add(ContextRef(new Named(DEEP))); }));
 }
 
-TEST(ContainerContext, RefusesKeysThatAreNone)
+TEST(ContainerContext, InvalidKeysThrow)
 {
     Bag bag;
     for (const RefCntObjectRef& ref : {item(), sheep(), RefCntObjectRef()}) {
@@ -174,7 +174,7 @@ TEST(ContainerContext, RefusesKeysThatAreNone)
               failurePlace([&] { bag.add(item(), RESERVED); }));
 }
 
-TEST(ContainerContext, GivesBackWhatIsRemoved)
+TEST(ContainerContext, RemoveReturnsTheReference)
 {
     int living = 0;
     Bag bag;
@@ -192,7 +192,7 @@ TEST(ContainerContext, GivesBackWhatIsRemoved)
     EXPECT_FALSE(!bag.find(SHARED));
 }
 
-TEST(ContainerContext, ExchangesItsContent)
+TEST(ContainerContext, SwapExchangesTheContents)
 {
     Bag one;
     Bag two;
@@ -263,7 +263,7 @@ TEST(ContainerContextCopy, ReplacesTheContentOfItsTarget)
     EXPECT_EQ(1, sheepAt(target, SHALLOW).generation);
 }
 
-TEST(ContainerContextCopy, RebuildsAContextThatIsAssignedToItself)
+TEST(ContainerContextCopy, SelfAssignmentDuplicatesTheEntries)
 {
     int living = 0;
     Bag bag;
@@ -392,7 +392,7 @@ TEST(ContainerContextCopy, FailureToAcquireAnEntryReleasesTheOthers)
     EXPECT_EQ(2, living);
 }
 
-TEST(ContainerContextCopy, ReportsAnEmptyReferenceThatIsToBeCloned)
+TEST(ContainerContextCopy, EmptyReferenceUnderACloningKeyThrows)
 {
     for (const unsigned int key : {SHALLOW, DEEP, DEEP_AND_SHALLOW}) {
         Bag source;
@@ -404,7 +404,7 @@ TEST(ContainerContextCopy, ReportsAnEmptyReferenceThatIsToBeCloned)
     }
 }
 
-TEST(ContainerContextCopy, ReportsACloneThatIsNoContent)
+TEST(ContainerContextCopy, CloneThatIsNotRefCntObjectThrowsBadCast)
 {
     int clones = 0;
     for (int* const living : {&clones, static_cast<int*>(nullptr)}) {
@@ -417,7 +417,7 @@ TEST(ContainerContextCopy, ReportsACloneThatIsNoContent)
     }
 }
 
-TEST(ContainerContextCopy, LeavesItsTargetAsItWasWhenItFails)
+TEST(ContainerContextCopy, FailureLeavesTheTargetUnchanged)
 {
     int living = 0;
     Bag source;
@@ -441,7 +441,7 @@ TEST(ContainerContextCopy, LeavesItsTargetAsItWasWhenItFails)
 
 // Clearing.
 
-TEST(ContainerContextClear, DropsAllEntries)
+TEST(ContainerContextClear, ReleasesAllEntries)
 {
     int living = 0;
     const RefCntObjectRef kept = item(&living);
@@ -458,7 +458,7 @@ TEST(ContainerContextClear, DropsAllEntries)
     bag.clearContent();
 }
 
-TEST(ContainerContextClear, GoesInTheOrderOfTheKeysAndShowsAnEmptyContext)
+TEST(ContainerContextClear, ReleasesInKeyOrderWhileTheContextIsEmpty)
 {
     std::vector<unsigned int> gone;
     Bag bag;
@@ -478,7 +478,7 @@ TEST(ContainerContextClear, GoesInTheOrderOfTheKeysAndShowsAnEmptyContext)
     EXPECT_EQ((std::vector<unsigned int>{0x81, 0x82, 0x83, 0x84}), gone);
 }
 
-TEST(ContainerContextClear, LeavesWhatAnEntryFilesWhileItGoes)
+TEST(ContainerContextClear, KeepsAnEntryThatADestructorAdds)
 {
     Bag bag;
     bag.add(RefCntObjectRef(new Item(nullptr, [&bag] { bag.add(item(), SHARED); })), STAYS);
@@ -504,7 +504,7 @@ void addFailing(Bag& bag, int* living)
     bag.add(item(living), 0x404);
 }
 
-TEST(ContainerContextClear, DropsWhatTheDestructorsOfEntriesThrow)
+TEST(ContainerContextClear, DiscardsExceptionsOfDestructors)
 {
     int living = 0;
     Bag bag;
@@ -517,7 +517,7 @@ TEST(ContainerContextClear, DropsWhatTheDestructorsOfEntriesThrow)
     }
 }
 
-TEST(ContainerContextClear, HappensAtTheEndOfAContext)
+TEST(ContainerContextClear, HappensInTheDestructor)
 {
     int living = 0;
     {
@@ -527,7 +527,7 @@ TEST(ContainerContextClear, HappensAtTheEndOfAContext)
     EXPECT_EQ(0, living);
 }
 
-TEST(ContainerContextClear, HappensToContentThatIsReplaced)
+TEST(ContainerContextClear, HappensToReplacedContent)
 {
     int living = 0;
     Bag source;
@@ -540,7 +540,7 @@ TEST(ContainerContextClear, HappensToContentThatIsReplaced)
 }
 
 // An object that is shared goes with the last context, whichever that is.
-TEST(ContainerContextClear, LeavesAFailingObjectToItsOtherHolders)
+TEST(ContainerContextClear, KeepsObjectsThatHaveOtherReferences)
 {
     int living = 0;
     Bag one;
@@ -554,7 +554,7 @@ TEST(ContainerContextClear, LeavesAFailingObjectToItsOtherHolders)
     EXPECT_EQ(0, living);
 }
 
-TEST(ContainerContextClear, GivesUpOneCountOnly)
+TEST(ContainerContextClear, ReleasesOneReferenceOnly)
 {
     Item owned;
     owned.acquireRef();
@@ -566,7 +566,7 @@ TEST(ContainerContextClear, GivesUpOneCountOnly)
 }
 
 // An entry that is taken out is a reference like any other.
-TEST(ContainerContextDeathTest, DoesNotGuardWhatWasRemoved)
+TEST(ContainerContextDeathTest, RemovedObjectWhoseDestructorThrowsTerminates)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
@@ -578,7 +578,7 @@ TEST(ContainerContextDeathTest, DoesNotGuardWhatWasRemoved)
         testing::KilledBySignal(SIGABRT), "");
 }
 
-TEST(ContainerContext, IsTheOneOfTheThread)
+TEST(ContainerContext, CurrentIsThatOfTheThread)
 {
     const ContainerContextRef current = ContainerContext::current();
     EXPECT_TRUE(current == ThreadState::current().contextRef.get());

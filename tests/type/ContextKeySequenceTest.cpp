@@ -21,7 +21,7 @@ UInt32_t keyBehind(UInt32_t last, unsigned int attributes = 0)
     return Context::allocateKey(attributes);
 }
 
-TEST(ContextKeySequence, GoesOnAt1AfterItsEnd)
+TEST(ContextKeySequence, ContinuesAt1AfterTheHighestNumber)
 {
     EXPECT_EQ(0xFFFFFC7EU, keyBehind(0x1FFFFFFD));
     EXPECT_EQ(0x1FFFFFFEU, _key_last);
@@ -33,7 +33,7 @@ TEST(ContextKeySequence, GoesOnAt1AfterItsEnd)
     EXPECT_EQ(2U, _key_last);
 }
 
-TEST(ContextKeySequence, LaysTheNumberAroundTheAttributes)
+TEST(ContextKeySequence, KeyContainsTheNumberAroundTheAttributes)
 {
     EXPECT_EQ(0x00000005U, keyBehind(4));
     EXPECT_EQ(0x00000085U, keyBehind(4, 1));
@@ -48,7 +48,7 @@ TEST(ContextKeySequence, LaysTheNumberAroundTheAttributes)
     EXPECT_EQ(0xFFFFFE7FU, keyBehind(0x1FFFFFFE, 4));
 }
 
-TEST(ContextKeySequence, GivesOneKeyForNumbersThatDifferInBit6Alone)
+TEST(ContextKeySequence, NumbersThatDifferOnlyInBit6HaveTheSameKey)
 {
     EXPECT_EQ(5U, keyBehind(4));
     EXPECT_EQ(5U, keyBehind(68));
@@ -60,7 +60,7 @@ TEST(ContextKeySequence, GivesOneKeyForNumbersThatDifferInBit6Alone)
     EXPECT_EQ(64U, keys.size());
 }
 
-TEST(ContextKeySequence, StaysAtARefusal)
+TEST(ContextKeySequence, InvalidAttributesDoNotAdvanceTheSequence)
 {
     EXPECT_EQ(0x0000000AU | 0x40U, keyBehind(9));
     EXPECT_THROW(Context::allocateKey(8), sys::system_error);
@@ -68,7 +68,7 @@ TEST(ContextKeySequence, StaysAtARefusal)
     EXPECT_EQ(10U, _key_last);
 }
 
-TEST(ContextKeySequence, StartsInTheLowerHalfAtAUniqueNumber)
+TEST(ContextKeySequence, StartsAtAUniqueNumberInTheLowerHalf)
 {
     for (int i = 0; i < 20; ++i) {
         _key_inited = false;
@@ -83,7 +83,7 @@ TEST(ContextKeySequence, StartsInTheLowerHalfAtAUniqueNumber)
     }
 }
 
-TEST(ContextKeySequence, StartsOnceOnManyThreads)
+TEST(ContextKeySequence, ConcurrentFirstCallsStartOnce)
 {
     constexpr int THREADS = 8;
     for (int round = 0; round < 20; ++round) {

@@ -116,7 +116,7 @@ protected:
     const ContainerContextRef other{new Bag};
 };
 
-TEST_F(ContextScopeTest, IsCalledByItsName)
+TEST_F(ContextScopeTest, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("ContextScope", ContextScope::CLASS_NAME);
 }
@@ -129,7 +129,7 @@ TEST_F(ContextScopeTest, IsInactiveAtFirst)
     EXPECT_FALSE(scope.active());
 }
 
-TEST_F(ContextScopeTest, GivesContentTheLifetimeOfABlock)
+TEST_F(ContextScopeTest, EntryExistsWithinTheBlock)
 {
     {
         const ContextScope scope(make, unmake, STAYS, 0xFFFFFFFFFFFFFFFF, bag);
@@ -144,7 +144,7 @@ TEST_F(ContextScopeTest, GivesContentTheLifetimeOfABlock)
     EXPECT_EQ(1U, bag->refCount());
 }
 
-TEST_F(ContextScopeTest, KeepsItsTarget)
+TEST_F(ContextScopeTest, KeepsItsTargetAlive)
 {
     int living = 0;
     ContextScope scope;
@@ -158,7 +158,7 @@ TEST_F(ContextScopeTest, KeepsItsTarget)
     EXPECT_EQ(0, living);
 }
 
-TEST_F(ContextScopeTest, LeavesContentAloneThatIsThere)
+TEST_F(ContextScopeTest, ExistingEntryIsUnaffected)
 {
     const RefCntObjectRef there(new Item);
     ContainerContextRef(bag)->add(there, STAYS);
@@ -170,7 +170,7 @@ TEST_F(ContextScopeTest, LeavesContentAloneThatIsThere)
     EXPECT_TRUE(bag->find(STAYS) == there);
 }
 
-TEST_F(ContextScopeTest, Nests)
+TEST_F(ContextScopeTest, NestedScopesShareTheEntry)
 {
     {
         const ContextScope outer(make, unmake, STAYS, 1, bag);
@@ -186,7 +186,7 @@ TEST_F(ContextScopeTest, Nests)
     EXPECT_EQ(2U, calls.size());
 }
 
-TEST_F(ContextScopeTest, FilesAnEmptyResultToo)
+TEST_F(ContextScopeTest, EmptyResultOfTheFactoryIsStored)
 {
     {
         const ContextScope scope(makeNothing, unmake, STAYS, 0, bag);
@@ -198,7 +198,7 @@ TEST_F(ContextScopeTest, FilesAnEmptyResultToo)
 }
 
 // The key is taken by nothing: what the factory makes is not filed, and the clean-up still is due.
-TEST_F(ContextScopeTest, IsActiveOverAnEmptyReference)
+TEST_F(ContextScopeTest, ExistingEmptyReferenceCountsAsAbsent)
 {
     ContainerContextRef(bag)->add(RefCntObjectRef(), STAYS);
     {
@@ -222,7 +222,7 @@ TEST_F(ContextScopeTest, DoesNothingWithoutATarget)
     EXPECT_TRUE(calls.empty());
 }
 
-TEST_F(ContextScopeTest, MakesNothingWithoutAFactory)
+TEST_F(ContextScopeTest, DoesNothingWithoutAFactory)
 {
     {
         const ContextScope scope(nullptr, unmake, STAYS, 0, bag);
@@ -234,7 +234,7 @@ TEST_F(ContextScopeTest, MakesNothingWithoutAFactory)
     EXPECT_FALSE(isFiled());
 }
 
-TEST_F(ContextScopeTest, LeavesItsContentWithoutACleanUp)
+TEST_F(ContextScopeTest, EntryRemainsWithoutACleanUp)
 {
     {
         const ContextScope scope(make, nullptr, STAYS, 0, bag);
@@ -243,7 +243,7 @@ TEST_F(ContextScopeTest, LeavesItsContentWithoutACleanUp)
     EXPECT_TRUE(isFiled());
 }
 
-TEST_F(ContextScopeTest, CleansUpBeforeItIsSetAnew)
+TEST_F(ContextScopeTest, SetCleansUpFirst)
 {
     ContextScope scope(make, unmake, STAYS, 1, bag);
     EXPECT_EQ(&scope, &scope.set(make, unmake, SHARED, 2, other));
@@ -265,7 +265,7 @@ TEST_F(ContextScopeTest, CleansUpBeforeItIsSetAnew)
     EXPECT_EQ((Call{'u', other.get(), SHARED, 3}), calls.back());
 }
 
-TEST_F(ContextScopeTest, CleansUpOnceHoweverOftenItIsCleared)
+TEST_F(ContextScopeTest, RepeatedClearCleansUpOnce)
 {
     {
         ContextScope scope(make, unmake, STAYS, 0, bag);
@@ -278,7 +278,7 @@ TEST_F(ContextScopeTest, CleansUpOnceHoweverOftenItIsCleared)
     EXPECT_EQ(2U, calls.size());
 }
 
-TEST_F(ContextScopeTest, LeavesTheContentOfOthersWhenItIsCleared)
+TEST_F(ContextScopeTest, ClearKeepsAnEntryOfAnotherScope)
 {
     ContextScope outer(make, unmake, STAYS, 1, bag);
     ContextScope inner(make, unmake, STAYS, 2, bag);
@@ -287,7 +287,7 @@ TEST_F(ContextScopeTest, LeavesTheContentOfOthersWhenItIsCleared)
     EXPECT_TRUE(outer.active());
 }
 
-TEST_F(ContextScopeTest, RemovesByItsReadyCleanUp)
+TEST_F(ContextScopeTest, OpRemoveRemovesTheEntry)
 {
     const RefCntObjectRef filed(new Item);
     ContainerContextRef(bag)->add(filed, STAYS);
@@ -299,7 +299,7 @@ TEST_F(ContextScopeTest, RemovesByItsReadyCleanUp)
 
 // Failures.
 
-TEST_F(ContextScopeTest, PassesTheFailureOfAFactoryOnAndCleansNothingUp)
+TEST_F(ContextScopeTest, ExceptionOfTheFactoryPropagatesWithoutCleanUp)
 {
     EXPECT_THROW(ContextScope(failToMake, unmake, STAYS, 0, bag), std::runtime_error);
     {
@@ -315,7 +315,7 @@ TEST_F(ContextScopeTest, PassesTheFailureOfAFactoryOnAndCleansNothingUp)
               calls);
 }
 
-TEST_F(ContextScopeTest, PassesTheRefusalOfTheContentOn)
+TEST_F(ContextScopeTest, ExceptionOfAddPropagates)
 {
     EXPECT_EQ("Context key mismatch.",
               refusal([this] { ContextScope(makeContextOfAnotherKey, unmake, STAYS, 0, bag); }));
@@ -333,7 +333,7 @@ TEST_F(ContextScopeTest, PassesTheRefusalOfTheContentOn)
     }
 }
 
-TEST_F(ContextScopeTest, StaysAsItWasWhenItsCleanUpFails)
+TEST_F(ContextScopeTest, IsUnchangedIfItsCleanUpThrows)
 {
     const logtest::DefaultLogger logger;
     {
@@ -352,7 +352,7 @@ TEST_F(ContextScopeTest, StaysAsItWasWhenItsCleanUpFails)
               calls);
 }
 
-TEST_F(ContextScopeTest, TracksAClearThatCleansUp)
+TEST_F(ContextScopeTest, ClearThatCleansUpIsInTheTrace)
 {
     const logtest::DefaultLogger logger;
     ContextScope scope(make, failBySystem, STAYS, 0, bag);
@@ -362,7 +362,7 @@ TEST_F(ContextScopeTest, TracksAClearThatCleansUp)
               failurePlace([&] { scope.set(make, unmake, STAYS, 0, bag); }));
 }
 
-TEST_F(ContextScopeTest, LogsACleanUpThatFailsAtItsEnd)
+TEST_F(ContextScopeTest, DestructorLogsAnExceptionOfTheCleanUp)
 {
     logtest::DefaultLogger logger;
     {
@@ -389,7 +389,7 @@ TEST_F(ContextScopeTest, LogsTheNumberAndTheTraceOfASystemError)
     EXPECT_EQ(text.size() - 1, text.find('\n', front.size())) << "one number and nothing more";
 }
 
-TEST_F(ContextScopeTest, LogsNothingBehindAClosedGate)
+TEST_F(ContextScopeTest, DisabledSeverityLogsNothing)
 {
     logtest::DefaultLogger logger;
     logger->setSeverity(com::kor::dal::nim::log::Severity_ERROR);
@@ -401,7 +401,7 @@ TEST_F(ContextScopeTest, LogsNothingBehindAClosedGate)
     EXPECT_EQ('x', calls.back().operation);
 }
 
-TEST_F(ContextScopeTest, LetsAnExceptionPassThatIsOnItsWay)
+TEST_F(ContextScopeTest, ExceptionThatLeavesTheBlockPropagates)
 {
     logtest::DefaultLogger logger;
     try {
@@ -414,7 +414,7 @@ TEST_F(ContextScopeTest, LetsAnExceptionPassThatIsOnItsWay)
               logger.taken());
 }
 
-TEST(ContextScopeDeathTest, EndsTheProcessByWhatIsNoStdException)
+TEST(ContextScopeDeathTest, NonStandardExceptionInTheDestructorTerminates)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(ContextScope(make, failByNumber, STAYS, 0, ContainerContextRef(new Bag)),
@@ -428,7 +428,7 @@ RefCntObjectRef unmakeWhenWilling(const ContainerContextRef& target, unsigned in
     return willing ? unmake(target, key, param) : failByNumber(target, key, param);
 }
 
-TEST_F(ContextScopeTest, PassesAnythingOnWhenItIsCleared)
+TEST_F(ContextScopeTest, AnyExceptionOfTheCleanUpLeavesClear)
 {
     ContextScope scope(make, unmakeWhenWilling, STAYS, 0, bag);
     EXPECT_THROW(scope.clear(), int);

@@ -46,18 +46,18 @@ const UInt32_t loadTimeKey = Context::allocateKey(4);
 const int loadTimeAttributes = static_cast<int>(Context::keyAttributes(loadTimeKey));
 const bool loadTimeContext = !!Context::current();
 
-TEST(Context, IsCalledByItsName)
+TEST(Context, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("Context", Context::CLASS_NAME);
 }
 
 // Those of its virtual base stand in a table of their own.
-TEST(Context, HasItsKeyBehindItsDestructor)
+TEST(Context, KeyHasTheSlotAfterTheDestructor)
 {
     EXPECT_EQ(2, virtualSlot(&Context::key));
 }
 
-TEST(Context, IsCountedOnceHoweverItIsDerived)
+TEST(Context, SeveralBasesShareOneCount)
 {
     const ContextRef ref(new Twofold(7));
     EXPECT_EQ(1U, ref->refCount());
@@ -81,7 +81,7 @@ TEST(Context, CopiesNothing)
     EXPECT_EQ(0U, two.refCount(false));
 }
 
-TEST(ContextKey, CarriesItsAttributes)
+TEST(ContextKey, ContainsItsAttributes)
 {
     EXPECT_EQ(0U, Context::keyAttributes(Context::allocateKey(0)));
     EXPECT_EQ(1U, Context::keyAttributes(Context::allocateKey(1)));
@@ -90,7 +90,7 @@ TEST(ContextKey, CarriesItsAttributes)
     EXPECT_EQ(4U, Context::keyAttributes(Context::allocateKey(6)));
 }
 
-TEST(ContextKey, CarriesItsAttributesInBits7To9)
+TEST(ContextKey, ContainsItsAttributesInBits7To9)
 {
     EXPECT_EQ(0x000U, Context::allocateKey(0) & 0x380);
     EXPECT_EQ(0x080U, Context::allocateKey(1) & 0x380);
@@ -106,7 +106,7 @@ TEST(ContextKey, IsAllocatedAtLoadTime)
     EXPECT_TRUE(loadTimeContext);
 }
 
-TEST(ContextKey, RefusesAttributesThatAreUnknown)
+TEST(ContextKey, UnknownAttributesThrow)
 {
     for (const unsigned int attributes : {8U, 9U, 16U, 0x80000000U, 0xFFFFFFFFU}) {
         EXPECT_EQ("Unrecognized content attributes.", refusal([&] { Context::allocateKey(attributes); }));
@@ -114,14 +114,14 @@ TEST(ContextKey, RefusesAttributesThatAreUnknown)
     EXPECT_EQ("com.kor.dal.nim.type.Context.allocateKey()\n", failurePlace([] { Context::allocateKey(8); }));
 }
 
-TEST(ContextKey, RefusesAttributesThatConflict)
+TEST(ContextKey, ConflictingAttributesThrow)
 {
     for (const unsigned int attributes : {3U, 5U, 7U}) {
         EXPECT_EQ("Conflicting content attributes.", refusal([&] { Context::allocateKey(attributes); }));
     }
 }
 
-TEST(ContextKey, TellsTheAttributesOfAnyKey)
+TEST(ContextKey, KeyAttributesReturnsTheAttributesOfAnyKey)
 {
     EXPECT_EQ(0U, Context::keyAttributes(0));
     EXPECT_EQ(0U, Context::keyAttributes(0xFFFFFC7F));
@@ -132,14 +132,14 @@ TEST(ContextKey, TellsTheAttributesOfAnyKey)
     EXPECT_EQ(6U, Context::keyAttributes(0xFFFFFF7F));
 }
 
-TEST(ContextKey, RefusesTheReservedKey)
+TEST(ContextKey, ReservedKeyThrows)
 {
     EXPECT_EQ("Reserved content key.", refusal([] { Context::keyAttributes(0xFFFFFFFF); }));
     EXPECT_EQ("com.kor.dal.nim.type.Context.keyAttributes()\n",
               failurePlace([] { Context::keyAttributes(0xFFFFFFFF); }));
 }
 
-TEST(ContextKey, RefusesKeysWithConflictingAttributes)
+TEST(ContextKey, KeysWithConflictingAttributesThrow)
 {
     for (const unsigned int key : {0x180U, 0x280U, 0x380U, 0xFFFFFFFEU, 0x12345180U}) {
         EXPECT_EQ("Key contains conflicting content attributes.",
@@ -148,7 +148,7 @@ TEST(ContextKey, RefusesKeysWithConflictingAttributes)
 }
 
 // Numbers that differ in bit 6 alone give one key, so that only 64 in a row are sure to differ.
-TEST(ContextKey, DiffersFromItsNeighboursOnManyThreads)
+TEST(ContextKey, ConcurrentAllocationsReturnDifferentKeys)
 {
     constexpr int THREADS = 8;
     constexpr int KEYS = 8;
@@ -176,7 +176,7 @@ TEST(ContextKey, DiffersFromItsNeighboursOnManyThreads)
     EXPECT_EQ(std::size_t(THREADS * KEYS), all.size());
 }
 
-TEST(Context, IsTheOneOfTheThread)
+TEST(Context, CurrentIsThatOfTheThread)
 {
     const ContextRef current = Context::current();
     EXPECT_TRUE(current == ThreadState::current().contextRef.get());

@@ -80,7 +80,7 @@ typedef testing::Types<signed char, unsigned char, short, unsigned short, int, u
     AnyNumber;
 TYPED_TEST_SUITE(NumberOpsAny, AnyNumber, );
 
-TYPED_TEST(NumberOpsAny, EmptyTextIs0)
+TYPED_TEST(NumberOpsAny, EmptyStringIs0)
 {
     EXPECT_EQ(0, parsed<TypeParam>(""));
     EXPECT_EQ(NONE, failure<TypeParam>("", ERANGE));
@@ -95,7 +95,7 @@ TYPED_TEST(NumberOpsAny, SmallNumbers)
     EXPECT_EQ(100, parsed<TypeParam>("100"));
 }
 
-TYPED_TEST(NumberOpsAny, WhiteSpaceInFrontAlone)
+TYPED_TEST(NumberOpsAny, OnlyLeadingWhiteSpaceIsAccepted)
 {
     EXPECT_EQ(5, parsed<TypeParam>(" 5"));
     EXPECT_EQ(5, parsed<TypeParam>(" \t\n\v\f\r+5"));
@@ -104,14 +104,14 @@ TYPED_TEST(NumberOpsAny, WhiteSpaceInFrontAlone)
     EXPECT_EQ(FORMAT, failure<TypeParam>("+ 5"));
 }
 
-TYPED_TEST(NumberOpsAny, WhatIsNoNumber)
+TYPED_TEST(NumberOpsAny, NonNumbersAreABadFormat)
 {
     for (const char* text : {" ", "x", "-", "+", "--1", "+-1", "1x", "1 2", "1,000", "0b1", "0xg", "."}) {
         EXPECT_EQ(FORMAT, failure<TypeParam>(text)) << text;
     }
 }
 
-TYPED_TEST(NumberOpsAny, ZeroByte)
+TYPED_TEST(NumberOpsAny, ZeroByteEndsAllButFloat)
 {
     // The stream that `float` is read from sees what is behind it.
     const bool seen = std::is_same_v<TypeParam, float>;
@@ -132,7 +132,7 @@ typedef testing::Types<signed char, unsigned char, short, unsigned short, int, u
     AnyInteger;
 TYPED_TEST_SUITE(NumberOpsInteger, AnyInteger, );
 
-TYPED_TEST(NumberOpsInteger, Bases)
+TYPED_TEST(NumberOpsInteger, PrefixDeterminesTheBase)
 {
     EXPECT_EQ(16, parsed<TypeParam>("0x10"));
     EXPECT_EQ(16, parsed<TypeParam>("0X10"));
@@ -146,7 +146,7 @@ TYPED_TEST(NumberOpsInteger, Bases)
     EXPECT_EQ(FORMAT, failure<TypeParam>("0x 1"));
 }
 
-TYPED_TEST(NumberOpsInteger, NoFractions)
+TYPED_TEST(NumberOpsInteger, FractionsAreABadFormat)
 {
     EXPECT_EQ(FORMAT, failure<TypeParam>("1.5"));
     EXPECT_EQ(FORMAT, failure<TypeParam>("1."));
@@ -154,7 +154,7 @@ TYPED_TEST(NumberOpsInteger, NoFractions)
     EXPECT_EQ(FORMAT, failure<TypeParam>("inf"));
 }
 
-TYPED_TEST(NumberOpsInteger, FormatComesBeforeRange)
+TYPED_TEST(NumberOpsInteger, BadFormatIsReportedBeforeRange)
 {
     EXPECT_EQ(FORMAT, failure<TypeParam>("99999999999999999999x"));
     EXPECT_EQ(FORMAT, failure<TypeParam>("-99999999999999999999 "));
@@ -208,7 +208,7 @@ TEST(NumberOpsNarrow, UnsignedInt)
     EXPECT_EQ(RANGE, failure<unsigned int>("-1"));
 }
 
-TEST(NumberOpsNarrow, BeyondTheWidestType)
+TEST(NumberOpsNarrow, ValuesBeyondTheWidestTypeAreOutOfRange)
 {
     for (const char* text : {"99999999999999999999", "0xffffffffffffffffff"}) {
         EXPECT_EQ(RANGE, failure<signed char>(text));
@@ -222,14 +222,14 @@ TEST(NumberOpsNarrow, BeyondTheWidestType)
     EXPECT_EQ(RANGE, failure<unsigned int>("-99999999999999999999"));
 }
 
-TEST(NumberOpsNarrow, NegativeNumbersWrapIntoTheRangeOnceAround)
+TEST(NumberOpsNarrow, NegativeNumbersWrapAroundIn64BitsForUnsignedTypes)
 {
     EXPECT_EQ(1, parsed<unsigned char>("-18446744073709551615"));
     EXPECT_EQ(RANGE, failure<unsigned char>("-18446744073709551360"));
     EXPECT_EQ(255, parsed<unsigned char>("-18446744073709551361"));
 }
 
-TEST(NumberOpsNarrow, StaleErrnoMeansNothing)
+TEST(NumberOpsNarrow, StaleErrnoIsIgnored)
 {
     EXPECT_EQ(NONE, failure<signed char>("-128", ERANGE));
     EXPECT_EQ(NONE, failure<unsigned char>("255", ERANGE));
@@ -246,7 +246,7 @@ class NumberOpsWideSigned : public testing::Test
 typedef testing::Types<long, long long> WideSigned;
 TYPED_TEST_SUITE(NumberOpsWideSigned, WideSigned, );
 
-TYPED_TEST(NumberOpsWideSigned, Extremes)
+TYPED_TEST(NumberOpsWideSigned, OnlyValuesBeyondTheExtremesAreOutOfRange)
 {
     EXPECT_EQ(LONG_MAX, parsed<TypeParam>("9223372036854775807"));
     EXPECT_EQ(LONG_MIN, parsed<TypeParam>("-9223372036854775808"));
@@ -256,7 +256,7 @@ TYPED_TEST(NumberOpsWideSigned, Extremes)
     EXPECT_EQ(RANGE, failure<TypeParam>("-99999999999999999999"));
 }
 
-TYPED_TEST(NumberOpsWideSigned, StaleErrnoFailsTheExtremesAlone)
+TYPED_TEST(NumberOpsWideSigned, StaleErrnoRejectsOnlyTheExtremes)
 {
     EXPECT_EQ(RANGE, failure<TypeParam>("9223372036854775807", ERANGE));
     EXPECT_EQ(RANGE, failure<TypeParam>("-9223372036854775808", ERANGE));
@@ -266,7 +266,7 @@ TYPED_TEST(NumberOpsWideSigned, StaleErrnoFailsTheExtremesAlone)
     EXPECT_EQ(NONE, failure<TypeParam>("9223372036854775807", EINVAL));
 }
 
-TEST(NumberOpsWideUnsigned, LongHasNoRange)
+TEST(NumberOpsWideUnsigned, LongIsNeverOutOfRange)
 {
     EXPECT_EQ(ULONG_MAX, parsed<unsigned long>("18446744073709551615"));
     EXPECT_EQ(ULONG_MAX, parsed<unsigned long>("18446744073709551616"));
@@ -278,7 +278,7 @@ TEST(NumberOpsWideUnsigned, LongHasNoRange)
     EXPECT_EQ(NONE, failure<unsigned long>("9223372036854775807", ERANGE));
 }
 
-TEST(NumberOpsWideUnsigned, OverflowOf64BitsPasses)
+TEST(NumberOpsWideUnsigned, OverflowOf64BitsIsAccepted)
 {
     EXPECT_EQ(ULLONG_MAX, parsed<unsigned long long>("18446744073709551615"));
     EXPECT_EQ(ULLONG_MAX, parsed<unsigned long long>("99999999999999999999"));
@@ -296,7 +296,7 @@ TEST(NumberOpsWideUnsigned, HighestSignedValueOf64BitsFailsWithStaleErrno)
     EXPECT_EQ(NONE, failure<unsigned long long>("9223372036854775807", EINVAL));
 }
 
-TEST(NumberOpsFloat, IsDecimalAlone)
+TEST(NumberOpsFloat, AcceptsOnlyDecimal)
 {
     EXPECT_EQ(1.5F, parsed<float>("1.5"));
     EXPECT_EQ(-1.5e-3F, parsed<float>("-1.5e-3"));
@@ -321,7 +321,7 @@ TEST(NumberOpsFloat, OverflowIsABadFormat)
     EXPECT_EQ(NONE, failure<float>("1.5", ERANGE));
 }
 
-TEST(NumberOpsDouble, IsWhatTheSystemReads)
+TEST(NumberOpsDouble, AgreesWithStrtod)
 {
     EXPECT_EQ(1.5, parsed<double>("1.5"));
     EXPECT_EQ(-1.5e-3, parsed<double>("-1.5e-3"));
@@ -344,13 +344,13 @@ TEST(NumberOpsDouble, OverflowIsOutOfRange)
     EXPECT_EQ(FORMAT, failure<double>("1e999x"));
 }
 
-TEST(NumberOpsDouble, UnderflowPasses)
+TEST(NumberOpsDouble, UnderflowIsAccepted)
 {
     EXPECT_EQ(0.0, parsed<double>("1e-999"));
     EXPECT_EQ(4.9406564584124654e-324, parsed<double>("5e-324"));
 }
 
-TEST(NumberOpsDouble, InfinityPassesUnlessErrnoIsStale)
+TEST(NumberOpsDouble, InfinityIsAcceptedUnlessErrnoIsStale)
 {
     EXPECT_EQ(HUGE_VAL, parsed<double>("inf"));
     EXPECT_EQ(-HUGE_VAL, parsed<double>("-INFINITY"));
@@ -362,7 +362,7 @@ TEST(NumberOpsDouble, InfinityPassesUnlessErrnoIsStale)
     EXPECT_EQ(NONE, failure<double>("1.7976931348623157e308", ERANGE));
 }
 
-TEST(NumberOps, ResultsAreReturnedByReferenceWhereTheyAreWide)
+TEST(NumberOps, WideResultsAreReturnedByReference)
 {
     long l = 1;
     unsigned long ul = 1;
@@ -378,7 +378,7 @@ TEST(NumberOps, ResultsAreReturnedByReferenceWhereTheyAreWide)
     EXPECT_EQ(&d, &NumberOps::parse(d, ""));
 }
 
-TEST(NumberOps, ErrnoIsLeftAlone)
+TEST(NumberOps, ErrnoIsNotCleared)
 {
     int result = 0;
     errno = EINTR;
@@ -422,7 +422,7 @@ constexpr int TEXTS = 2000;
 constexpr int TEXTS = 20000;
 #endif
 
-TEST(NumberOps, AsTheModelDoes)
+TEST(NumberOps, AgreesWithTheModel)
 {
     std::mt19937_64 random(73);
     for (int i = 0; i < TEXTS; ++i) {
@@ -431,7 +431,7 @@ TEST(NumberOps, AsTheModelDoes)
     }
 }
 
-TEST(NumberOps, AsTheModelDoesWithNoise)
+TEST(NumberOps, AgreesWithTheModelOnMalformedNumbers)
 {
     std::mt19937_64 random(74);
     const String bytes = String("0123456789+-.exXabfpINn \t", 25) + '\0';

@@ -47,14 +47,14 @@ static_assert(std::is_convertible_v<Both*, Object*>, "there is one Object, howev
 static_assert(std::is_copy_constructible_v<Both>);
 static_assert(std::is_copy_assignable_v<Both>);
 
-TEST(Object, IsOneInAnObjectOfSeveralRoots)
+TEST(Object, SeveralBasesShareOneObject)
 {
     Both both;
     EXPECT_EQ(static_cast<Object*>(static_cast<Left*>(&both)),
               static_cast<Object*>(static_cast<Right*>(&both)));
 }
 
-TEST(Object, EndsTheWholeObject)
+TEST(Object, DestroysTheWholeObject)
 {
     int destroyed = 0;
     std::unique_ptr<Object> object = std::make_unique<Both>(&destroyed);
@@ -72,7 +72,7 @@ public:
     }
 };
 
-TEST(Object, LetsAFailureOfTheDestructorThrough)
+TEST(Object, ExceptionOfTheDestructorPropagates)
 {
     Object* const object = new Failing;
     try {

@@ -30,12 +30,12 @@ public:
     int level;
 };
 
-TEST(Raiseable, ComesAheadOfItsDestructor)
+TEST(Raiseable, RaiseHasTheSlotBeforeTheDestructor)
 {
     EXPECT_EQ(0, virtualSlot(&Raiseable::raise));
 }
 
-TEST(Raiseable, KeepsItsTypeWhereAPlainThrowWouldNot)
+TEST(Raiseable, RaiseThrowsTheDynamicType)
 {
     const std::unique_ptr<std::exception> stored = std::make_unique<Alarm>(3);
     try {

@@ -27,7 +27,7 @@ bool matches(const String& expression, const String& text)
     return RegExp(expression).matches(text);
 }
 
-TEST(RegExp, IsFoundAnywhere)
+TEST(RegExp, MatchesAnywhere)
 {
     EXPECT_TRUE(matches("b", "abc"));
     EXPECT_TRUE(matches("a.c", "xxabcxx"));
@@ -35,7 +35,7 @@ TEST(RegExp, IsFoundAnywhere)
     EXPECT_FALSE(matches("b", ""));
 }
 
-TEST(RegExp, IsAnchoredWhenItSaysSo)
+TEST(RegExp, AnchorsAreObeyed)
 {
     EXPECT_TRUE(matches("^ab", "abc"));
     EXPECT_FALSE(matches("^b", "abc"));
@@ -45,7 +45,7 @@ TEST(RegExp, IsAnchoredWhenItSaysSo)
     EXPECT_FALSE(matches("^$", "x"));
 }
 
-TEST(RegExp, IsOfTheExtendedDialect)
+TEST(RegExp, AcceptsExtendedSyntax)
 {
     EXPECT_TRUE(matches("^(ab|cd)+$", "abcdab"));
     EXPECT_FALSE(matches("^(ab|cd)+$", "abc"));
@@ -55,7 +55,7 @@ TEST(RegExp, IsOfTheExtendedDialect)
     EXPECT_TRUE(matches("colou?r", "color"));
 }
 
-TEST(RegExp, TellsCapitalsFromSmallLetters)
+TEST(RegExp, IsCaseSensitive)
 {
     EXPECT_FALSE(matches("abc", "ABC"));
 }
@@ -93,7 +93,7 @@ std::pair<int, String> failure(const String& expression)
 
 typedef std::pair<int, String> Failure;
 
-TEST(RegExp, BadExpressionsCarryNumberAndText)
+TEST(RegExp, BadExpressionThrowsNumberAndMessage)
 {
     EXPECT_EQ(Failure(4, "Bad pattern: Invalid character class name, [[:no:]]"), failure("[[:no:]]"));
     EXPECT_EQ(Failure(5, "Bad pattern: Trailing backslash, a\\"), failure("a\\"));
@@ -107,7 +107,7 @@ TEST(RegExp, BadExpressionsCarryNumberAndText)
     static_assert(REG_EBRACE == 9 && REG_BADBR == 10 && REG_ERANGE == 11 && REG_BADRPT == 13);
 }
 
-TEST(RegExp, TextOfTheFailureIsFolded)
+TEST(RegExp, MessageOfTheFailureIsFolded)
 {
     const String expression = String(70, 'x') + "(";
     EXPECT_EQ(Failure(8, "Bad pattern: Unmatched ( or \\(,\n" + expression), failure(expression));
@@ -123,7 +123,7 @@ TEST(RegExp, TraceEndsInTheConstructor)
     }
 }
 
-TEST(RegExp, OneObjectServesManyThreads)
+TEST(RegExp, ManyThreadsMayUseOneObject)
 {
     const RegExp regexp("^(a|b)*c[0-9]+$");
     std::vector<std::thread> threads;

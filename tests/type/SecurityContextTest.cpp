@@ -70,12 +70,12 @@ public:
     ContextScope scope;
 };
 
-TEST(SecurityContext, IsCalledByItsName)
+TEST(SecurityContext, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("SecurityContext", SecurityContext::CLASS_NAME);
 }
 
-TEST(SecurityContext, HasASharedKey)
+TEST(SecurityContext, AttributeOfItsKeyIsShared)
 {
     EXPECT_EQ(1U, Context::keyAttributes(SecurityContext::KEY));
     EXPECT_EQ(SecurityContext::KEY, created()->key());
@@ -87,7 +87,7 @@ TEST(SecurityContext, IsAbsentOnAFreshThread)
     std::thread([] { EXPECT_TRUE(!SecurityContext::current()); }).join();
 }
 
-TEST(SecurityContext, IsMadeForItsKeyAlone)
+TEST(SecurityContext, OpCreateReturnsNothingForOtherKeys)
 {
     const RefCntObjectRef made = SecurityContext::opCreate(ContainerContextRef(), SecurityContext::KEY, 1);
     EXPECT_EQ(1U, made->refCount());
@@ -98,7 +98,7 @@ TEST(SecurityContext, IsMadeForItsKeyAlone)
     }
 }
 
-TEST(SecurityContext, StandsForABlock)
+TEST(SecurityContext, ExistsWithinAScope)
 {
     {
         const SecurityScope outer;
@@ -117,7 +117,7 @@ TEST(SecurityContext, StandsForABlock)
     EXPECT_TRUE(!SecurityContext::current());
 }
 
-TEST(SecurityContext, IsNotWhatSomebodyElseFiledUnderItsKey)
+TEST(SecurityContext, ForeignObjectUnderItsKeyIsIgnored)
 {
     ContainerContext::current()->add(RefCntObjectRef(new Item), SecurityContext::KEY);
     EXPECT_TRUE(!SecurityContext::current());
@@ -127,7 +127,7 @@ TEST(SecurityContext, IsNotWhatSomebodyElseFiledUnderItsKey)
     ContainerContext::current()->remove(SecurityContext::KEY);
 }
 
-TEST(SecurityContext, IsFoundByTheThreadsOfItsFlow)
+TEST(SecurityContext, ThreadsOfTheFlowFindTheSameObject)
 {
     const SecurityScope scope;
     SecurityContextRef mine = SecurityContext::current();
@@ -149,7 +149,7 @@ TEST(SecurityContext, IsFoundByTheThreadsOfItsFlow)
     }).join();
 }
 
-TEST(SecurityContext, OutlivesItsScopeWhereItIsShared)
+TEST(SecurityContext, SharedObjectOutlivesItsScope)
 {
     int living = 0;
     RefCntObjectRef copy;
@@ -164,7 +164,7 @@ TEST(SecurityContext, OutlivesItsScopeWhereItIsShared)
     EXPECT_EQ(0, living);
 }
 
-TEST(SecurityContext, TakesAToken)
+TEST(SecurityContext, TokenCanBeSet)
 {
     int living = 0;
     {
@@ -178,7 +178,7 @@ TEST(SecurityContext, TakesAToken)
     EXPECT_EQ(0, living);
 }
 
-TEST(SecurityContext, TakesAnEmptyTokenForNone)
+TEST(SecurityContext, EmptyTokenHasNoEffect)
 {
     SecurityContextRef context = created();
     context->token(ConstSecurityTokenRef());
@@ -189,7 +189,7 @@ TEST(SecurityContext, TakesAnEmptyTokenForNone)
     EXPECT_TRUE(context->token() == token);
 }
 
-TEST(SecurityContext, RefusesToReplaceItsToken)
+TEST(SecurityContext, ReplacingTheTokenThrows)
 {
     SecurityContextRef context = created();
     const ConstSecurityTokenRef token(new Item);

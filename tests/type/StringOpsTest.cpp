@@ -55,7 +55,7 @@ TEST(StringOpsCompare, IgnoresCase)
     EXPECT_EQ(0, StringOps::compareIgnoreCase("A1_z", "a1_Z"));
 }
 
-TEST(StringOpsCompare, LengthDecidesBehindTheCommonPart)
+TEST(StringOpsCompare, LengthDecidesAfterTheCommonPart)
 {
     EXPECT_EQ(-1, StringOps::compareIgnoreCase(String("abc"), String("ABCD")));
     EXPECT_EQ(-1, StringOps::compareIgnoreCase("abc", "ABCD"));
@@ -99,7 +99,7 @@ TEST(StringOpsCompare, BytesAreUnsigned)
     EXPECT_EQ(0xe9 - 0xc9, StringOps::compareIgnoreCase(String("\xe9"), String("\xc9")));
 }
 
-TEST(StringOpsCompare, ZeroBytesCountInStringsAndEndArrays)
+TEST(StringOpsCompare, ZeroBytesCountInStringsButEndArrays)
 {
     const String left("a\0b", 3);
     const String right("A\0c", 3);
@@ -109,7 +109,7 @@ TEST(StringOpsCompare, ZeroBytesCountInStringsAndEndArrays)
     EXPECT_EQ(2, StringOps::compareIgnoreCase(left, String("a")));
 }
 
-TEST(StringOpsCompare, AnyThreadMayComeFirst)
+TEST(StringOpsCompare, AnyThreadMayCallFirst)
 {
     std::vector<std::thread> threads;
     std::vector<int> results(8, -1);
@@ -152,20 +152,20 @@ TEST(StringOpsReplaceChar, ArrayUpToItsEnd)
     EXPECT_EQ(nullptr, StringOps::replace(static_cast<char*>(nullptr), 'a', 'b'));
 }
 
-TEST(StringOpsReplace, WhatWasPutInIsNotSearched)
+TEST(StringOpsReplace, ReplacementsAreNotSearched)
 {
     EXPECT_EQ("aaaaaa", replaced("aaa", "a", "aa"));
     EXPECT_EQ("xbab-xbab", replaced("ab-ab", "a", "xba"));
     EXPECT_EQ("aab", replaced("ab", "ab", "aab"));
 }
 
-TEST(StringOpsReplace, WhatMovedTogetherIsNotSearched)
+TEST(StringOpsReplace, OccurrencesThatAReplacementCompletesAreNotReplaced)
 {
     EXPECT_EQ("ab", replaced("aabb", "ab", ""));
     EXPECT_EQ("", replaced("abab", "ab", ""));
 }
 
-TEST(StringOpsReplace, NothingToDo)
+TEST(StringOpsReplace, NoOccurrenceChangesNothing)
 {
     EXPECT_EQ("abc", replaced("abc", "", "x"));
     EXPECT_EQ("", replaced("", "", "x"));
@@ -174,7 +174,7 @@ TEST(StringOpsReplace, NothingToDo)
     EXPECT_EQ("abc", replaced("abc", "d", "x"));
 }
 
-TEST(StringOpsReplace, WholeEndsAndOverlaps)
+TEST(StringOpsReplace, WholeStringEndsAndOverlapsAreReplaced)
 {
     EXPECT_EQ("x", replaced("abc", "abc", "x"));
     EXPECT_EQ("xabc_ab", replaced("ab_abc_ab", "ab_", "x"));
@@ -189,7 +189,7 @@ TEST(StringOpsReplace, WholeEndsAndOverlaps)
                        String("\0\0", 2), String("\0", 1)));
 }
 
-TEST(StringOpsReplace, ArgumentsThatAreTheTarget)
+TEST(StringOpsReplace, TargetMayBeAnArgument)
 {
     String text("ab");
     StringOps::replace(text, text, "xyz");
@@ -200,7 +200,7 @@ TEST(StringOpsReplace, ArgumentsThatAreTheTarget)
     EXPECT_EQ("xxyzz", text);
 }
 
-TEST(StringOpsReplace, AgreesWithTheWalkInPlace)
+TEST(StringOpsReplace, AgreesWithReplacingInPlace)
 {
     std::mt19937 random(20240607);
     const auto word = [&random](std::size_t longest) {
@@ -241,7 +241,7 @@ TEST(StringOpsCase, InPlace)
     EXPECT_EQ("", StringOps::toUpper(empty));
 }
 
-TEST(StringOpsCase, CutAtTheFirstZeroByte)
+TEST(StringOpsCase, TruncatesAtTheFirstZeroByte)
 {
     String text("a\0b", 3);
     EXPECT_EQ("A", StringOps::toUpper(text));
@@ -285,7 +285,7 @@ TEST(StringOpsTrim, ArrayInPlace)
     EXPECT_STREQ("\xa0 \xff", high);
 }
 
-TEST(StringOpsTrim, ArrayOfSpaces)
+TEST(StringOpsTrim, ArrayOfSpacesBecomesEmpty)
 {
     char spaces[] = "    ";
     char* const result = StringOps::trimWS(spaces);
@@ -297,7 +297,7 @@ TEST(StringOpsTrim, ArrayOfSpaces)
     EXPECT_EQ(nullptr, StringOps::trimWS(static_cast<char*>(nullptr)));
 }
 
-TEST(StringOpsConvert, BetweenTheStringClasses)
+TEST(StringOpsConvert, ConvertsBetweenTheStringClasses)
 {
     const RX_String converted = StringOps::convNIMStrToRXString("text");
     EXPECT_STREQ("text", converted.data());
