@@ -1,4 +1,4 @@
-// The inner loops of Base64, one make against the other, and to the edge of their memory.
+// The inner loops of Base64: compares the implementations, and checks that they stay within their memory.
 
 #include <dalnim/io/src/Base64Blocks.hpp>
 
@@ -21,11 +21,11 @@ using com::kor::dal::nim::io::BASE64_SCALAR;
 using com::kor::dal::nim::io::base64Blocks;
 using com::kor::dal::nim::io::base64Value;
 
-/** What the processor that runs the tests has: a fast make, or the scalar one twice. */
+/** The implementations that this processor supports: AVX2 and scalar, or twice the scalar one. */
 class Base64BlocksOf : public testing::TestWithParam<const Base64Blocks*>
 {
 protected:
-    /** In memory of their exact size: a sanitizer sees a step too far. */
+    /** Uses memory of the exact size, so that a sanitizer reports any access outside. */
     std::string encode(const std::string& data) const
     {
         const std::unique_ptr<unsigned char[]> from(new unsigned char[data.size()]);
@@ -35,7 +35,7 @@ protected:
         return std::string(to.get(), data.size() / 3 * 4);
     }
 
-    /** What was decoded, whole groups. */
+    /** The decoded groups. */
     std::string decode(const std::string& text) const
     {
         const std::unique_ptr<char[]> from(new char[text.size()]);

@@ -5,12 +5,12 @@
 #include <cstring>
 #include <string>
 
-/** Base64 once more, as plainly as it can be told: bit by bit, and one byte after the other. */
+/** A model of Base64 in its simplest form: bit by bit, one byte after another. */
 namespace base64model {
 
 constexpr char ALPHABET[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-/** A width of 0 is no line breaks; others are multiples of 4. */
+/** Encodes. A width of 0 means no line breaks; others must be multiples of 4. */
 inline std::string encoded(const std::string& data, std::size_t width)
 {
     std::string result;
@@ -43,12 +43,12 @@ inline std::string encoded(const std::string& data, std::size_t width)
 
 struct Decoded
 {
-    /** What was written, also in front of an error. */
+    /** The output, including that before an error. */
     std::string data;
     bool illegal = false;
-    /** How many bytes were read. */
+    /** Number of bytes read. */
     std::size_t position = 0;
-    /** Whether the end of the text was seen, and not only reached. */
+    /** Whether end of file was read, rather than only reached. */
     bool sawEnd = false;
 };
 

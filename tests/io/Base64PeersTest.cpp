@@ -1,4 +1,4 @@
-// Beside other programs' Base64. The program of the scalar loops runs these too.
+// Compares with the Base64 of other programs. The program with the scalar loops runs these tests, too.
 
 #include <dalnim/io/Base64.hpp>
 
@@ -46,7 +46,7 @@ String encodedByOpenSsl(const String& data)
     return text;
 }
 
-/** In lines of 64, each of them ended. */
+/** Breaks into lines of 64 characters, each with a line feed. */
 String encodedToLinesByOpenSsl(const String& data)
 {
     const std::unique_ptr<EVP_ENCODE_CTX, decltype(&EVP_ENCODE_CTX_free)> context(EVP_ENCODE_CTX_new(),
@@ -61,7 +61,7 @@ String encodedToLinesByOpenSsl(const String& data)
     return text;
 }
 
-/** `text` of whole groups; the bytes of padding are cut off. */
+/** Decodes `text`, whole groups, and removes the bytes of the padding. */
 String decodedByOpenSsl(const String& text)
 {
     String data(text.size() / 4 * 3, '\0');

@@ -1,4 +1,4 @@
-// The processor of this program can nothing: it compiles Base64 into itself, without the fast loops.
+// Compiles Base64 into the program without the AVX2 loops, to test the scalar ones on every processor.
 
 #include <dalnim/io/src/Base64Blocks.hpp>
 

@@ -1,5 +1,5 @@
-// The forms for streams: where they stop, what they leave, and how they fail. The program of the
-// scalar loops runs these too.
+// The overloads for streams: where they stop, which bytes they leave unread, and how they fail. The program
+// with the scalar loops runs these tests, too.
 
 #include <dalnim/io/Base64.hpp>
 
@@ -34,7 +34,7 @@ using com::kor::dal::nim::sys::system_error;
 constexpr unsigned int LINES = 256;
 constexpr unsigned int SKIP = 512;
 
-/** Takes so many bytes, then fails with a number; counts what it is asked. */
+/** Accepts a number of bytes, then fails with an error number. Counts the calls. */
 class Sink : public std::streambuf
 {
 public:
@@ -73,7 +73,7 @@ private:
     const int error;
 };
 
-/** The number and the text of the failure; 0 and nothing for none. */
+/** Returns the error number and the message; 0 and an empty one if nothing was thrown. */
 std::pair<int, String> failure(const std::function<void()>& action)
 {
     try {
@@ -141,7 +141,7 @@ TEST(Base64Stream, KeepsWhiteSpaceOfData)
     EXPECT_EQ("IAog", os.str());
 }
 
-/** What is left of `text` behind what was decoded. */
+/** Decodes `text` and returns the output, "!" for an error, "|", and the rest that was not read. */
 String restOf(const String& text, unsigned int flags = 0)
 {
     std::istringstream is(text);
@@ -188,7 +188,7 @@ TEST(Base64Stream, StopsBeforeAnInvalidByte)
     EXPECT_EQ("!|\n=", restOf("QQ=\n="));
     EXPECT_EQ("!|\n=", restOf("QQ=\n=", SKIP));
     EXPECT_EQ("!|A", restOf("QQ=A"));
-    // A third padding is one too many only when it is there.
+    // The group is illegal only once a third padding character is read.
     EXPECT_EQ("ABC!|QUJD", restOf("QUJDQ===QUJD"));
 }
 
@@ -279,7 +279,7 @@ TEST(Base64Stream, StandardInputWithoutABufferIsRead)
 
 TEST(Base64Stream, WritesOutputBeforeItBlocksForInput)
 {
-    // Nothing more comes before what came is out, as in a dialogue.
+    // The writer sends more only after it has received the output, as in a dialogue.
     Sink sink;
     std::ostream os(&sink);
     PieceBuffer pieces("QUJDREVGR0hJ", 4);
@@ -420,7 +420,7 @@ TEST(Base64Stream, FailedOutputIsIgnoredIfNothingIsWritten)
     EXPECT_TRUE(os.bad());
 }
 
-/** Holds all that it is given; fails when it is flushed. */
+/** Buffers all output; fails when it is flushed. */
 class UnflushableBuffer : public std::stringbuf
 {
 protected:
@@ -478,7 +478,7 @@ TEST(Base64Stream, OperationIsNamedInTheTrace)
     }
 }
 
-/** Counts, and keeps the end. */
+/** Counts the output and stores its end. */
 class Counter : public std::streambuf
 {
 public:
@@ -507,7 +507,7 @@ TEST(Base64Stream, BufferLargerThanIntIsRead)
             setg(begin, begin, begin + length);
         }
     };
-    // All of it is the one page of zeros that is only read.
+    // All of it maps to one page of zeros, since it is only read.
     constexpr std::size_t LENGTH = (std::size_t{1} << 31) + 11;
     void* const memory = mmap(nullptr, LENGTH, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(MAP_FAILED, memory);

@@ -1,5 +1,4 @@
-// What goes in and what comes out, in the forms for strings. The program of the scalar loops runs
-// these too.
+// Input and output of the overloads for strings. The program with the scalar loops runs these tests, too.
 
 #include <dalnim/io/Base64.hpp>
 
@@ -47,7 +46,7 @@ String decoded(const String& text, unsigned int flags = 0)
     return Base64().decode(text, flags);
 }
 
-/** The message of the failure, or the result in brackets. */
+/** Returns the message of the exception, or the result in brackets. */
 String failure(const String& text, unsigned int flags = 0)
 {
     try {
@@ -165,7 +164,7 @@ TEST(Base64Decode, PaddingIsOneOrTwoCharacters)
     EXPECT_EQ(ILLEGAL, failure("Q==="));
     EXPECT_EQ(ILLEGAL, failure("Q===", SKIP));
     EXPECT_EQ(ILLEGAL, failure("QUJDQ==="));
-    // Nothing is asked of the bits that are left over.
+    // Surplus bits are not checked.
     EXPECT_EQ("A", decoded("QR=="));
     EXPECT_EQ("A", decoded("Qf=="));
     EXPECT_EQ("AB", decoded("QUJ="));
@@ -202,7 +201,7 @@ TEST(Base64Decode, NothingIsSkippedWithinPadding)
     EXPECT_EQ(ILLEGAL, failure("QQ=A"));
     EXPECT_EQ(ILLEGAL, failure("Q=Q="));
     EXPECT_EQ(ILLEGAL, failure("Q=QQ", SKIP));
-    // In front of it there may be.
+    // White space before padding is allowed.
     EXPECT_EQ("A", decoded("QQ\n=="));
     EXPECT_EQ("A", decoded("Q*Q*==", SKIP));
 }
@@ -300,7 +299,7 @@ TEST(Base64, SeveralBlocksRoundTrip)
     }
 }
 
-/** Alphabet for the most part, with all that the decoder treats in its own way. */
+/** Returns text that is mostly from the alphabet, with all bytes that the decoder treats specially. */
 String randomText(std::mt19937& random)
 {
     static const char others[] = "====\n\n  \t\r*-\x80";

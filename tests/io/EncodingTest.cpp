@@ -140,7 +140,7 @@ TEST(Encoding, DumpHasNoDecoder)
     EXPECT_EQ(nullptr, HexDump().createDecoder());
 }
 
-/** Marks what passes through its forms for streams. */
+/** Adds a mark in its overloads for streams. */
 template <class Scheme>
 class Marking : public Scheme
 {

@@ -22,7 +22,7 @@
 
 namespace {
 
-/** When set, these answer for the runtime layer, to show what it cannot be brought to on this host. */
+/** If set, these replace functions of the runtime layer, for results that it does not return on this host. */
 std::function<qv_err_t(size_t size, char* buffer)> resolved;
 std::function<qv_err_t()> looked_at;
 
@@ -57,7 +57,7 @@ using namespace com::kor::dal::nim;
 
 constexpr uid_t NOBODY = 65534;
 
-/** Drops the effective user to one without rights for as long as it lives. */
+/** Changes the effective user to one without rights, for a scope. */
 class AsNobody
 {
 public:
@@ -196,7 +196,7 @@ TEST_F(FullPath, RemovesSpacesQuotesAndTrailingSeparators)
 
 TEST_F(FullPath, SpacesWithinQuotesBelongToThePath)
 {
-    // One run of each kind is dropped, in one order; a blank between quotes is part of the name.
+    // Spaces are removed first, then quotes: a space between quotes is part of the name.
     const String name = make_file(" x ");
     EXPECT_EQ(name, fullPath("\"" + name + "\""));
     expect_system_error(ENOENT, "Error resolving '" + in(" x") + "': No such file or directory",
@@ -227,7 +227,7 @@ TEST_F(FullPath, UnresolvablePathThrows)
     const String missing = in("missing");
     expect_system_error(2, "Error resolving '" + missing + "': No such file or directory",
                         [&] { fullPath(missing); });
-    // The text names the part that was resolved, not the whole argument.
+    // The message contains the part that was resolved, not the whole argument.
     expect_system_error(2, "Error resolving '" + missing + "': No such file or directory",
                         [&] { fullPath("  '" + missing + "/' "); });
 
@@ -272,7 +272,7 @@ TEST_F(FullPath, InaccessibleDirectoryThrows)
 
 TEST_F(FullPath, ResolvesAPathOfMaximumLength)
 {
-    // 4095 characters and the terminator: what the buffer holds at most.
+    // 4095 characters and the terminator: the capacity of the buffer.
     String path = scratch;
     while (path.length() + 1 + 200 < 4095) {
         path += "/" + String(199, 'd');
@@ -323,7 +323,7 @@ TEST_F(FullPath, ResolvesAgainIfTheResultFillsTheBuffer)
     expect_system_error(5, "Error resolving 'x': Input/output error", [] { fullPath("x"); });
     EXPECT_EQ(2U, sizes.size());
 
-    // One character less fits, terminator and all.
+    // With one character less, the result and its terminator fit.
     sizes.clear();
     resolved = [&](size_t size, char* buffer) {
         sizes.push_back(size);
@@ -373,7 +373,7 @@ TEST_F(PathStat, ReturnsAllFlagsOfADirectory)
 
 TEST_F(PathStat, ReturnsAllFlagsOfAFile)
 {
-    // Even root can execute only what has an execute bit.
+    // Even root may execute only files with an execute bit.
     EXPECT_EQ(1 + 16 + 32, pathStat(make_file("plain", 0644)));
     EXPECT_EQ(1 + 4 + 16 + 32, pathStat(make_file("program", 0755)));
 }
@@ -447,7 +447,7 @@ TEST_F(PathStat, EmptyPathThrows)
     EXPECT_EQ("Specified path is nil.", invalid_argument_of([&] { pathStat(null); }));
     EXPECT_EQ("Specified path is nil.", invalid_argument_of([] { pathStat(""); }));
     EXPECT_EQ("Specified path is nil.", invalid_argument_of([] { pathStat(String()); }));
-    // The path comes before the flags.
+    // The path is checked before the flags.
     EXPECT_EQ("Specified path is nil.", invalid_argument_of([] { pathStat("", 64, false); }));
 }
 
@@ -530,7 +530,7 @@ TEST_F(PathStat, DistinguishesTheErrorsOfTheSystem)
     qv_err_t answer = 0;
     looked_at = [&] { return answer; };
 
-    // What is there is told by this answer alone; the rights are a matter of their own.
+    // Only this result determines whether the path exists; the rights are checked separately.
     answer = 2;
     EXPECT_EQ(0, pathStat(file, 0, true));
     answer = 13;

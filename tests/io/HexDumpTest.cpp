@@ -118,7 +118,7 @@ TEST(HexDump, IgnoresTheFormatFlags)
     EXPECT_FALSE(is.fail());
 }
 
-/** Writes a mark where it is flushed. */
+/** Writes a mark at each flush. */
 class Marks : public std::stringbuf
 {
 protected:
@@ -190,7 +190,7 @@ TEST(HexDump, ReadErrorThrowsSystemError)
     EXPECT_EQ("00000000: 30 31 32 33 | 0123", os.str());
 }
 
-/** Takes so many bytes and flushes, then fails with ENOSPC. */
+/** Accepts a number of bytes and of flushes, then fails with ENOSPC. */
 class FullBuffer : public std::streambuf
 {
 public:
@@ -229,7 +229,7 @@ private:
     int flushes_left;
 };
 
-/** Dumps "ABCDE" in rows of two bytes, and returns the number of the failure and what was read. */
+/** Dumps "ABCDE" in rows of two bytes, and returns the error number and the number of bytes read. */
 std::pair<int, std::streamoff> failureOfDump(FullBuffer& buffer)
 {
     std::istringstream is("ABCDE");
@@ -250,7 +250,7 @@ TEST(HexDump, OutputThatFailsInARowThrowsSystemErrorAndReadsNoFurther)
     EXPECT_EQ(std::make_pair(28, std::streamoff{2}), failureOfDump(none));
     EXPECT_EQ("", none.text);
 
-    // In the middle of the second row.
+    // Fails in the middle of the second row.
     FullBuffer some(25, 9);
     EXPECT_EQ(std::make_pair(28, std::streamoff{4}), failureOfDump(some));
     EXPECT_EQ("00000000: 41 42 | AB\n0000", some.text);
@@ -306,7 +306,7 @@ TEST(HexDump, AgreesWithXxd)
         support::ChildProcess xxd(command, scratch.path());
         ASSERT_EQ(0, xxd.wait()) << xxd.errors();
 
-        // Theirs has offsets in lower case, two blanks for the bar, and a line feed at the end.
+        // xxd writes offsets in lower case, two spaces in place of the bar, and a final line feed.
         String expected;
         for (String row : rowsOf(xxd.output())) {
             std::transform(row.begin(), row.begin() + 8, row.begin(), [](char c) { return std::toupper(c); });

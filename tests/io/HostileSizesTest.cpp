@@ -32,14 +32,14 @@ using support::GeneratedText;
 constexpr std::size_t MEBIBYTE = std::size_t{1} << 20;
 constexpr std::size_t PIECE = 65536;
 
-/** A line of properties, or a few, of which the middle is as long as it takes. */
+/** One or several lines, whose middle has a length of choice. */
 struct LongLine
 {
     const char* name;
     const char* first;
     const char* piece;
     const char* last;
-    /** What of it there is in the table. */
+    /** The part of it that the table contains. */
     std::size_t key_length_of_piece;
     std::size_t value_length_of_piece;
 };
@@ -79,7 +79,7 @@ TEST_P(HostileLine, LineOfAnyLengthIsRead)
     EXPECT_GE(value_length, std::max<std::size_t>(1, line.value_length_of_piece * pieces));
     RecordProperty("growth", std::to_string(memory.growth() / MEBIBYTE));
     if (support::measuresMemory()) {
-        // The line, the decoded line, the property; and an old block while a new one is filled.
+        // The line, the decoded line, the property, and an old block while it is copied to a larger one.
         EXPECT_LE(memory.growth(), 6 * size + 16 * MEBIBYTE);
     }
 }
@@ -109,7 +109,7 @@ TEST(HostileLine, MessageContainsALongPragmaInFull)
     }
 }
 
-/** Loads that many properties, whose keys come in the order of multiples of `step`. */
+/** Loads `count` properties, whose keys are in the order of multiples of `step`. */
 std::size_t loadMany(std::size_t count, std::size_t step, Properties& properties)
 {
     std::size_t number = 0;
@@ -127,7 +127,7 @@ std::size_t loadMany(std::size_t count, std::size_t step, Properties& properties
 
 TEST(HostileProperties, LargeTablesAreLoadedInBoundedMemory)
 {
-    // No multiple of the steps, which are primes.
+    // Not a multiple of the steps, which are primes.
     const std::size_t count = support::isLongRun() ? 10000000 : 300000;
     for (const std::size_t step : {std::size_t{1}, std::size_t{7919}}) {
         const support::PeakMemory memory;
@@ -152,7 +152,7 @@ TEST(HostileProperties, LoadInLinearTime)
             });
         };
         constexpr std::size_t FACTOR = 8;
-        // Where each looks at all others it takes 64 times as long.
+        // Quadratic time would be 64 times as long.
         EXPECT_LT(time(FACTOR * 20000), 4 * FACTOR * time(20000)) << step;
     }
 }
@@ -237,7 +237,7 @@ TEST_F(HostileIncludes, PipeIsReadToItsEnd)
     EXPECT_EQ(3U, properties.size());
 }
 
-/** Takes what is written and keeps how much it was, and a sum of the bytes. */
+/** Counts the bytes written and sums them up. */
 class Sink : public std::streambuf
 {
 public:
@@ -295,7 +295,7 @@ TEST(HostileBase64, LongTextsRoundTrip)
     EXPECT_TRUE(Base64().decode(text) == data);
     RecordProperty("growth", std::to_string(memory.growth() / MEBIBYTE));
     if (support::measuresMemory()) {
-        // The copies of two string streams, one of which doubles, and the result.
+        // The copies in two string streams, one of which doubles its capacity, and the result.
         EXPECT_LE(memory.growth(), 9 * size);
     }
 }

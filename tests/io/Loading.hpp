@@ -9,7 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 
-/** Texts loaded as properties files, and what comes of it. */
+/** Loads texts as properties files. */
 namespace iotest {
 
 using com::kor::dal::nim::String;
@@ -29,7 +29,7 @@ inline Table loaded(const String& text, bool keep_trailing_ws = false)
     return tableOf(properties);
 }
 
-/** The message that a load of this text, from a file "conf/x.conf", ends with. */
+/** Loads `text` as file "conf/x.conf" and returns the message of the exception. */
 inline String failureOf(const String& text)
 {
     std::istringstream stream(text);

@@ -9,21 +9,21 @@
 #include <utility>
 
 /**
- * Gives a text out in pieces, as a pipe or a terminal would. With pieces of 0 there is no buffer at
- * all, only one byte after the other.
+ * Returns a text in pieces, like a pipe or a terminal. With pieces of 0 it has no buffer, and returns one
+ * byte after another.
  */
 class PieceBuffer : public std::streambuf
 {
 public:
     PieceBuffer(std::string text, std::size_t piece_length) : all(std::move(text)), length(piece_length) {}
 
-    /** How many bytes have been read. */
+    /** Number of bytes read. */
     std::size_t position() const
     {
         return next - static_cast<std::size_t>(egptr() - gptr());
     }
 
-    /** Called before each further piece, with the position. It may throw. */
+    /** Called with the position before each further piece. May throw. */
     std::function<void(std::size_t)> before_piece;
 
 protected:

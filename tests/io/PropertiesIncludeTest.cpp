@@ -27,7 +27,7 @@ using testing::Pair;
 
 typedef std::map<String, String> Table;
 
-/** Sets the number of files that this process may have open, and restores it. */
+/** Sets the maximum number of open files of this process for a scope. */
 class OpenFileLimit
 {
 public:
@@ -94,7 +94,7 @@ protected:
         std::ofstream(folder + name) << text;
     }
 
-    /** Files "0" to "<last>", each of which includes the next and then sets a property. */
+    /** Writes files "0" to "<last>", each of which includes the next and then sets a property. */
     void chain(unsigned int last) const
     {
         for (unsigned int i = 0; i <= last; ++i) {
@@ -107,7 +107,7 @@ protected:
         }
     }
 
-    /** Loads that file of the folder as the file that it is. */
+    /** Loads a file of the test's directory under its own path. */
     Table load(const String& name, Properties::Severity sev = Properties::SEV_ERROR,
                bool keep_trailing_ws = false)
     {
@@ -134,7 +134,7 @@ protected:
         return loadText(stream, filepath, sev);
     }
 
-    /** The message of the std::runtime_error that loading that file ends with. */
+    /** Loads a file and returns the message of the std::runtime_error that it throws. */
     String failureOf(const String& name)
     {
         try {

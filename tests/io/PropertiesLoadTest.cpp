@@ -84,7 +84,7 @@ TEST(PropertiesLoad, CarriageReturnIsWhiteSpace)
 {
     EXPECT_THAT(loaded("k=x\r\nl=y\r\n"), ElementsAre(Pair("k", "x"), Pair("l", "y")));
     EXPECT_THAT(loaded("k=x\r\n\r\nl=y\r\n", true), ElementsAre(Pair("k", "x\r"), Pair("l", "y\r")));
-    // The backslash escapes the CR: the next line is of its own.
+    // The backslash escapes the CR and does not continue the line.
     EXPECT_THAT(loaded("k=x\\\r\nl=y"), ElementsAre(Pair("k", "x\r"), Pair("l", "y")));
 }
 
@@ -299,7 +299,7 @@ TEST(PropertiesLoad, FailureKeepsPropertiesBeforeIt)
     std::istringstream stream("a=1\nb=\\x\nc=3\n");
     EXPECT_THROW(properties.load(stream), std::invalid_argument);
     EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1")));
-    // The stream stands behind the line that failed.
+    // The stream is positioned after the line that failed.
     EXPECT_TRUE(stream.good());
     properties.load(stream);
     EXPECT_THAT(tableOf(properties), ElementsAre(Pair("a", "1"), Pair("c", "3")));
@@ -320,7 +320,7 @@ TEST(PropertiesLoad, StreamStateShowsHowTheLoadEnded)
 
 TEST(PropertiesLoad, ReadErrorEndsTheFile)
 {
-    /** Has a few bytes, and then fails. */
+    /** Contains a few bytes, then fails. */
     class Broken : public std::streambuf
     {
     public:
@@ -378,7 +378,7 @@ TEST(PropertiesLoad, ManyPropertiesAreLoaded)
     EXPECT_EQ("0", table.at("key0"));
 }
 
-/** Assignments to that many keys in no order, and what comes of them. */
+/** Assignments to keys in random order, and the resulting table. */
 struct Disorder
 {
     Disorder(std::size_t lines, unsigned int keys)

@@ -16,8 +16,8 @@
 namespace propertiestest {
 
 /**
- * The properties format once more, as plainly as it can be told: a byte after the other, a line after
- * the other, a file within the other.
+ * A model of the properties format in its simplest form: byte by byte, line by line, and a recursion for each
+ * included file.
  */
 class Model
 {
@@ -26,12 +26,12 @@ public:
 
     Table table;
     std::string warnings;
-    /** Empty if the text is well-formed. */
+    /** The message, or empty if the text is well-formed. */
     std::string error;
-    /** Whether there were more includes than it is made for; then the rest means nothing. */
+    /** Whether there were too many includes for the model. The rest is then meaningless. */
     bool gaveUp = false;
 
-    /** Loads the text of that file into a table that holds `before`. */
+    /** Loads the text of a file into a table that contains `before`. */
     Model(const std::string& text, const std::string& folder, const std::string& name, bool report_all,
           bool keep_ws, Table before = {})
         : table(std::move(before)), keep(keep_ws)
@@ -50,11 +50,11 @@ private:
         std::string name;
         bool report;
         std::vector<std::string> lines;
-        /** The number of lines read, and so of the line read last. */
+        /** The number of lines read, which is the number of the last one. */
         std::size_t next;
     };
 
-    /** A decoded byte, and whether it counts as white space when the end is trimmed. */
+    /** A decoded byte, and whether it may be trimmed as trailing white space. */
     struct Byte
     {
         char value;
@@ -93,7 +93,7 @@ private:
 
     void readFile(File file)
     {
-        // The one that includes it waits here.
+        // Recursion: the including file continues afterwards.
         std::swap(file, current);
         ++depth;
         while (current.next < current.lines.size() && error.empty()) {
@@ -103,7 +103,7 @@ private:
         std::swap(file, current);
     }
 
-    /** Returns false if the file has been entered, under this path or another. */
+    /** Returns false if the file was already registered, under this path or another. */
     bool enter(const std::string& path)
     {
         if (!seen.insert(path).second) {
@@ -332,7 +332,7 @@ private:
     const bool keep;
     File current = {};
     std::size_t depth = 0;
-    /** The files that have been read or opened, by each path as given and as resolved. */
+    /** The files that were read or opened, by their paths as given and as resolved. */
     std::set<std::string> seen;
 };
 

@@ -15,7 +15,7 @@ using com::kor::dal::nim::String;
 using com::kor::dal::nim::io::Properties;
 using propertiestest::Model;
 
-/** A text of what means something in a properties file, and of what does not. */
+/** Returns a random text of the format's special characters and words and of ordinary ones. */
 String randomText(std::mt19937& random)
 {
     static const char* const pieces[] = {"\\",      "\\\n",    "\n",       "\n",         "\n",

@@ -24,14 +24,14 @@ String stored(const Properties& properties, const String& header = "")
     return stream.str();
 }
 
-/** The text without the line that holds the time. */
+/** Returns the text without the line that contains the time. */
 String storedBody(const Properties& properties)
 {
     const String text = stored(properties);
     return text.substr(text.find('\n') + 1);
 }
 
-/** Keys and values that the text form can carry. */
+/** Keys and values that the format can restore. */
 bool canCarryKey(const String& key)
 {
     if (key.empty() || key[0] == '#' || key[0] == '!' || key[0] == '%') {
@@ -47,8 +47,8 @@ bool canCarryKey(const String& key)
 
 bool canCarryValue(const String& value)
 {
-    // A blank at the end is written bare, and trimmed on reading. All other white space is written as an
-    // escape.
+    // A trailing space is written unescaped, and trimmed when it is read. All other white space is written as
+    // an escape.
     return value.empty() || (isspace(static_cast<unsigned char>(value.front())) == 0 && value.back() != ' ');
 }
 
@@ -195,7 +195,7 @@ TEST(PropertiesStore, RestorablePropertiesRoundTrip)
     std::mt19937 random(8102);
     const auto text = [&random](std::size_t longest) {
         String result(random() % (longest + 1), ' ');
-        // Either any byte, or those that mean something.
+        // Either any byte, or one of the special characters.
         const bool any = random() % 2 == 0;
         const String special = "\\ =:#!%ux0417n\n\r\t\"";
         for (char& c : result) {

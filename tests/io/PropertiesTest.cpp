@@ -311,7 +311,7 @@ TEST(PropertiesSelection, NullListsAndPrefixesThrow)
     const Owned before_the_hole(table.getProperties(hole, 1));
     EXPECT_EQ(2u, before_the_hole->size());
 
-    // The entries are looked at one after the other.
+    // The entries are checked one after another.
     table.setProperty("db.", "");
     EXPECT_EQ("empty key not allowed", refusalOf([&] { table.getProperties(hole, 3); }));
     const String* hole_first[] = {nullptr, &prefix};

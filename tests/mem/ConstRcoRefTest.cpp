@@ -318,7 +318,7 @@ TEST(ConstRcoRefDeathTest, ThrowingDestructorTerminatesIfAReferenceIsCleared)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     ConstRcoRef<Failing> ref(new Failing);
     EXPECT_DEATH(ref.clear(), "failed to go");
-    // It cannot go: not by its reference.
+    // The reference cannot release it.
     ref->acquireRef();
     const Failing* const object = ref.get();
     ref.clear();

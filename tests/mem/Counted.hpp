@@ -14,7 +14,7 @@ using com::kor::dal::nim::mem::ConstRcoRef;
 using com::kor::dal::nim::mem::RcoRef;
 using com::kor::dal::nim::mem::RefCntObject;
 
-/** A counted object that opens its protected parts and tells when it goes. */
+/** A reference-counted object with public access to its protected members. Counts its destructor calls. */
 class Counted : public RefCntObject
 {
 public:
@@ -52,11 +52,11 @@ public:
     int more = 0;
 };
 
-/** Related to Counted by nothing but its root. */
+/** Shares only the root class with Counted. */
 class Unrelated : public RefCntObject
 {};
 
-/** Refuses to give a count up by an exception as long as it is told to. */
+/** An object whose releaseRef() throws while a flag is set. */
 class Stubborn : public Counted
 {
 public:
@@ -81,7 +81,7 @@ public:
     std::function<void()> beforeRefusing;
 };
 
-/** Fails while it goes. */
+/** An object whose destructor throws. */
 class Failing : public Counted
 {
 public:
@@ -93,7 +93,7 @@ public:
     }
 };
 
-/** One of a chain; each holds the next. */
+/** An element of a list; each references the next. */
 class Node : public Counted
 {
 public:
@@ -101,7 +101,7 @@ public:
     RcoRef<Node> next;
 };
 
-/** An assignPtr() that can be called. */
+/** Makes assignPtr() public. */
 template <class T>
 class OpenRef : public RcoRef<T>
 {

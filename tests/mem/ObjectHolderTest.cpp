@@ -68,7 +68,7 @@ private:
     int* destroyed_;
 };
 
-/** Fails while it goes. */
+/** An object whose destructor throws. */
 class FailingPlain : public virtual Object
 {
 public:
@@ -78,7 +78,7 @@ public:
     }
 };
 
-/** Its counted part stands behind another one, so that its addresses differ. */
+/** The counted base follows another base, so that their addresses differ. */
 class Other
 {
 public:
@@ -91,7 +91,7 @@ public:
     using Counted::Counted;
 };
 
-/** Does something of the test's while it goes. */
+/** Calls a function of the test in its destructor. */
 class Farewell : public Counted
 {
 public:
@@ -118,7 +118,7 @@ private:
     std::function<void()> act_;
 };
 
-/** Tells what is done to its count. */
+/** Records the calls that change its count. */
 class Witness : public Counted
 {
 public:
@@ -145,7 +145,7 @@ private:
     std::vector<std::string>* events_;
 };
 
-/** Refuses to be acquired. */
+/** An object whose acquireRef() throws. */
 class Closed : public Counted
 {
 public:
@@ -155,7 +155,7 @@ public:
     }
 };
 
-/** The second field of a holder. */
+/** Returns the second member of a holder. */
 std::uint32_t flagsOf(const ObjectHolder& holder)
 {
     std::uint32_t flags = 0;

@@ -28,7 +28,7 @@ typedef RcoRef<Counted> Ref;
 static_assert(sizeof(Ref) == sizeof(void*), "one pointer wide");
 static_assert(std::is_base_of_v<ConstRcoRef<Counted>, Ref>);
 
-// Towards the base, and towards const; never back.
+// References convert to bases and to const, but not back.
 static_assert(std::is_convertible_v<RcoRef<Derived>, Ref>);
 static_assert(std::is_convertible_v<RcoRef<Derived>, RcoRef<RefCntObject>>);
 static_assert(std::is_convertible_v<const RcoRef<Derived>&, Ref>);
@@ -44,7 +44,7 @@ static_assert(!std::is_assignable_v<Ref&, RcoRef<Unrelated>>);
 static_assert(std::is_assignable_v<Ref&, RcoRef<Derived>>);
 static_assert(std::is_assignable_v<Ref&, Derived*>);
 
-// Const goes with the reference to the object.
+// A const reference gives const access to its object.
 static_assert(std::is_same_v<Counted*, decltype(std::declval<Ref&>().operator->())>);
 static_assert(std::is_same_v<Counted&, decltype(*std::declval<Ref&>())>);
 static_assert(std::is_same_v<Counted*, decltype(std::declval<Ref&>().get())>);
@@ -125,7 +125,7 @@ TEST_F(RcoRefTest, SelfAssignmentDoesNotCount)
     EXPECT_EQ(0, destroyed);
 }
 
-/** Tells how often a count was asked for. */
+/** Counts the calls of acquireRef(). */
 class Asked : public Counted
 {
 public:
@@ -256,7 +256,7 @@ TEST(RcoRef, SurvivesReallocationOfAVector)
     EXPECT_EQ(100, destroyed);
 }
 
-// The new one hangs off the old one, which goes.
+// The new object is referenced only by the old one, which is deleted.
 
 TEST(RcoRef, AdvancesAlongAChainByCopy)
 {
@@ -293,7 +293,7 @@ TEST(RcoRef, AdvancesAlongAChainByMove)
     EXPECT_EQ(1U, second->refCount(false));
 }
 
-// The reference itself is a part of the object that goes with the assignment.
+// The reference itself is part of the object that the assignment deletes.
 
 TEST(RcoRef, BreaksACycleFromWithinByCopy)
 {
@@ -330,7 +330,7 @@ TEST(RcoRef, BreaksACycleFromWithinByClearing)
     EXPECT_EQ(1, destroyed);
 }
 
-/** Puts something else in place of itself when it goes. */
+/** Assigns another object to its reference in its destructor. */
 class Replacing : public Counted
 {
 public:
@@ -362,7 +362,7 @@ TEST(RcoRef, DestructorOfTheObjectMayAssignToTheReference)
     EXPECT_EQ(1, destroyed);
 }
 
-// A release that refuses.
+// Releases that throw.
 
 class RefusedRelease : public testing::Test
 {

@@ -45,16 +45,16 @@ void acquire(const RefCntObject& object, int times)
     }
 }
 
-// The destructor is reserved for the last release and for subclasses.
+// Only the last release and subclasses may destroy an object.
 static_assert(!std::is_destructible_v<RefCntObject>);
 static_assert(std::has_virtual_destructor_v<RefCntObject>);
 static_assert(std::is_base_of_v<type::Object, RefCntObject>);
 static_assert(std::is_convertible_v<RefCntObject*, type::Object*>);
 
-// Its assignment is for everybody, as its constructors are.
+// Assignment and constructors are public.
 static_assert(std::is_copy_assignable_v<RefCntObject>);
 
-/** Two roots, one object. */
+/** Two bases with one virtual root. */
 class Twofold : public virtual type::Object
 {};
 class Both : public Counted, public Twofold
@@ -363,7 +363,7 @@ TEST(RefCntObject, FailedBiasFunctionIsNamedInTheTrace)
                 MatchesRegex("com\\.kor\\.dal\\.nim\\.mem\\.RefCntObject\\.adjBias\\(\\):[0-9]+"));
 }
 
-/** Tells others another count than its own. */
+/** Overrides refCount() with a wrong count. */
 class Boasting : public Counted
 {
 public:

@@ -1,4 +1,4 @@
-// One thread-safe object under the hands of several threads.
+// Several threads share one object that is counted atomically.
 
 #include <dalnim/mem/RcoRef.hpp>
 
@@ -19,7 +19,7 @@ using memtest::RcoRef;
 
 constexpr int THREADS = 8;
 
-/** Lets `THREADS` threads begin at once, each with its number. */
+/** Runs a function on `THREADS` threads that start simultaneously, with the index of each. */
 template <class Work>
 void together(Work work)
 {

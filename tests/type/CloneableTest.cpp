@@ -51,7 +51,7 @@ private:
     int* living_;
 };
 
-/** Content as an application writes it: without a destructor. */
+/** Content of an application, without a destructor of its own. */
 struct Leaf : com::kor::dal::nim::mem::RefCntObject, Cloneable
 {
     Cloneable* clone(bool) const override
@@ -65,7 +65,7 @@ struct Branch : Leaf
     std::string name;
 };
 
-/** A context that is content of another one. */
+/** A context that is stored in another one. */
 struct Tree : com::kor::dal::nim::type::Context, Cloneable
 {
     com::kor::dal::nim::UInt32_t key() const override
@@ -78,7 +78,7 @@ struct Tree : com::kor::dal::nim::type::Context, Cloneable
     }
 };
 
-/** An exception of which a copy can be kept. */
+/** A cloneable exception. */
 class Failure : public std::runtime_error, public Cloneable
 {
 public:

@@ -357,7 +357,7 @@ TEST(CompositeString, AmbiguousArgumentsDoNotCompile)
     EXPECT_FALSE((std::is_convertible_v<String, CompositeString>));
 }
 
-/** The scanner told over again in the simplest way, to compare with on every short text. */
+/** A model of the scanner in its simplest form, for comparison on every short string. */
 Strings components_by_character(const String& text, bool skip_empty)
 {
     Strings found;

@@ -50,7 +50,7 @@ RefCntObjectRef sheep(int* living = nullptr)
     return RefCntObjectRef(new Sheep(living));
 }
 
-/** Whether it is taken, without a change when it is. */
+/** Returns true if the key has an entry. Leaves the context unchanged. */
 bool isTaken(Bag& bag, unsigned int key)
 {
     if (bag.add(RefCntObjectRef(), key)) {
@@ -290,7 +290,7 @@ TEST(ContainerContextCopy, IsExactForAnyNumberOfEntries)
         int living = 0;
         Bag source;
         for (unsigned int i = 0; i < entries; ++i) {
-            // One of each treatment in turn; behind bit 9 any key is as good.
+            // Each attribute in turn. The bits above 9 of a key are arbitrary.
             const unsigned int attributes[] = {0x000, 0x080, 0x100, 0x200};
             source.add(sheep(&living), (i + 1) << 10 | attributes[i % 4]);
         }
@@ -539,7 +539,7 @@ TEST(ContainerContextClear, HappensToReplacedContent)
     EXPECT_EQ(at(source, SHARED), at(target, SHARED));
 }
 
-// An object that is shared goes with the last context, whichever that is.
+// A shared object is destroyed with the last context that contains it.
 TEST(ContainerContextClear, KeepsObjectsThatHaveOtherReferences)
 {
     int living = 0;
@@ -565,7 +565,7 @@ TEST(ContainerContextClear, ReleasesOneReferenceOnly)
     EXPECT_EQ(1U, owned.refCount());
 }
 
-// An entry that is taken out is a reference like any other.
+// A removed entry is a reference like any other.
 TEST(ContainerContextDeathTest, RemovedObjectWhoseDestructorThrowsTerminates)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

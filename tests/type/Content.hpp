@@ -26,7 +26,7 @@ using com::kor::dal::nim::type::ContainerContextRef;
 using com::kor::dal::nim::type::Context;
 using com::kor::dal::nim::type::ContextRef;
 
-// Keys whose attributes are 0, 1, 2 and 4, with a 6 that no allocation gives.
+// Keys with the attributes 0, 1, 2, 4, and 6, which allocateKey() never returns.
 constexpr unsigned int STAYS = 0x0001;
 constexpr unsigned int SHARED = 0x0082;
 constexpr unsigned int SHALLOW = 0x0103;
@@ -35,7 +35,7 @@ constexpr unsigned int DEEP_AND_SHALLOW = 0x0305;
 constexpr unsigned int CONFLICTING = 0x0186;
 constexpr unsigned int RESERVED = 0xFFFFFFFF;
 
-/** Content that counts its living and does something of the test's while it goes. */
+/** Content that counts its live objects and calls a function of the test in its destructor. */
 class Item : public RefCntObject
 {
 public:
@@ -61,7 +61,7 @@ private:
     std::function<void()> farewell_;
 };
 
-/** Content that can be cloned. */
+/** Content that is cloneable. */
 class Sheep : public RefCntObject, public Cloneable
 {
 public:
@@ -102,7 +102,7 @@ private:
     int* living_;
 };
 
-/** Refuses to be cloned. */
+/** Content whose clone() throws. */
 class Unwilling : public Sheep
 {
 public:
@@ -115,7 +115,7 @@ public:
     }
 };
 
-/** A clone that nothing counts. */
+/** A clone that is not reference-counted. */
 class Uncounted : public Cloneable
 {
 public:
@@ -138,7 +138,7 @@ private:
     int* living_;
 };
 
-/** Its clones are no content. */
+/** Content whose clones are not reference-counted, or null. */
 class Degenerate : public Sheep
 {
 public:
@@ -153,7 +153,7 @@ public:
     int* clones;
 };
 
-/** A context under any key. */
+/** A context with any key. */
 class Named : public Context
 {
 public:
@@ -168,7 +168,7 @@ private:
     UInt32_t key_;
 };
 
-/** The same, that can be cloned. */
+/** A cloneable context with any key. */
 class NamedSheep : public Context, public Cloneable
 {
 public:
@@ -188,7 +188,7 @@ private:
     UInt32_t key_;
 };
 
-/** A container that anyone may make. */
+/** A container with public constructors. */
 class Bag : public ContainerContext
 {
 public:
@@ -209,7 +209,7 @@ public:
 
 typedef RcoRef<Bag> BagRef;
 
-/** What `call` throws as a system_error 22, or "nothing". */
+/** Returns the message of the system_error 22 that `call` throws, or "nothing". */
 template <class Call>
 String refusal(Call call)
 {
@@ -221,7 +221,7 @@ String refusal(Call call)
     return "nothing";
 }
 
-/** Where `call` fails: the frames of the exception less their lines, innermost first. */
+/** Returns the frames of the exception that `call` throws, without line numbers, innermost first. */
 template <class Call>
 String failurePlace(Call call)
 {

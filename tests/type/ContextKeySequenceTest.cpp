@@ -1,5 +1,5 @@
-// The numbers behind the keys. They end after half a thousand million keys, so this program compiles
-// the allocation into itself and sets the last number given out.
+// The sequence numbers of keys. There are half a billion, so this program compiles the allocation into itself
+// and sets the last number.
 
 #include <dalnim/type/src/Context.cpp>
 
@@ -12,7 +12,7 @@
 namespace com::kor::dal::nim::type {
 namespace {
 
-/** The key that the next number gives. */
+/** Returns the key of the next number. */
 UInt32_t keyBehind(UInt32_t last, unsigned int attributes = 0)
 {
     const sys::InitLock lock(true);

@@ -30,7 +30,7 @@ static_assert(std::is_same_v<ContextScope::Operation,
                              RefCntObjectRef (*)(const ContainerContextRef&, unsigned int, PointerInt_t)>);
 static_assert(std::is_same_v<decltype(&ContextScope::opRemove), ContextScope::Operation>);
 
-/** What the operations were called with. */
+/** The arguments of a call of an operation. */
 struct Call
 {
     char operation;
@@ -197,7 +197,7 @@ TEST_F(ContextScopeTest, EmptyResultOfTheFactoryIsStored)
     EXPECT_TRUE(ContainerContextRef(bag)->add(RefCntObjectRef(new Item), STAYS));
 }
 
-// The key is taken by nothing: what the factory makes is not filed, and the clean-up still is due.
+// The key has an empty reference: the result of the factory is not stored, but the clean-up runs.
 TEST_F(ContextScopeTest, ExistingEmptyReferenceCountsAsAbsent)
 {
     ContainerContextRef(bag)->add(RefCntObjectRef(), STAYS);

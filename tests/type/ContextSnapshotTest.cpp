@@ -13,7 +13,7 @@
 
 #include "Content.hpp"
 
-// The context of a pool task is adopted from a snapshot of the submitter's.
+// The context of a pool task adopts the entries of a snapshot of its submitter's context.
 
 namespace {
 
@@ -90,7 +90,7 @@ TEST(ContextSnapshot, CloneIsAcquiredOnce)
     }
 }
 
-// The thread sanitizer is the judge, too.
+// The thread sanitizer reports a read that changes the context.
 TEST(ContextSnapshot, SeveralThreadsMayReadAndCopyTheContextOfATask)
 {
     constexpr int ROUNDS = 200;

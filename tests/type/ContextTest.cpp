@@ -33,7 +33,7 @@ static_assert(!std::is_destructible_v<Context>, "it goes by its count only");
 static_assert(!std::is_copy_constructible_v<Context> && !std::is_copy_assignable_v<Context>);
 static_assert(std::is_convertible_v<Context*, RefCntObject*>);
 
-/** Two ways to one counted object. */
+/** Two bases with one counted root. */
 class Twofold : public Named, public virtual RefCntObject
 {
 public:
@@ -41,7 +41,7 @@ public:
 };
 static_assert(std::is_convertible_v<Twofold*, RefCntObject*>, "the counted base is a virtual one");
 
-// At load time, ahead of main().
+// Runs at load time, before main().
 const UInt32_t loadTimeKey = Context::allocateKey(4);
 const int loadTimeAttributes = static_cast<int>(Context::keyAttributes(loadTimeKey));
 const bool loadTimeContext = !!Context::current();
@@ -51,7 +51,7 @@ TEST(Context, ClassNameIsItsUnqualifiedName)
     EXPECT_STREQ("Context", Context::CLASS_NAME);
 }
 
-// Those of its virtual base stand in a table of their own.
+// The virtual functions of the virtual base are in a table of their own.
 TEST(Context, KeyHasTheSlotAfterTheDestructor)
 {
     EXPECT_EQ(2, virtualSlot(&Context::key));
@@ -147,7 +147,7 @@ TEST(ContextKey, KeysWithConflictingAttributesThrow)
     }
 }
 
-// Numbers that differ in bit 6 alone give one key, so that only 64 in a row are sure to differ.
+// Numbers that differ only in bit 6 have the same key, so only 64 consecutive keys are certain to differ.
 TEST(ContextKey, ConcurrentAllocationsReturnDifferentKeys)
 {
     constexpr int THREADS = 8;

@@ -21,7 +21,7 @@ struct Expected
     T value = 0;
 };
 
-/** Of 64 bits, as the conversions of the system clip it. */
+/** Limits a value to 64 bits, like the conversions of the system. */
 inline Wide clippedSigned(const Integer& integer)
 {
     typedef std::numeric_limits<long long> Limits;
@@ -89,7 +89,7 @@ inline Expected<double> expectedDouble(const std::string& text, int stale)
     return {std::isinf(value) && number == ERANGE ? BAD_RANGE : NUMBER, value};
 }
 
-/** What is wrong with what parse() makes of `text`; empty if nothing is. */
+/** Returns the difference between parse() and the model for `text`, or an empty string. */
 template <class T>
 std::string disagreementOn(const Expected<T>& expected, const std::string& text, int stale)
 {
@@ -126,7 +126,7 @@ std::string disagreementOn(const Expected<T>& expected, const std::string& text,
     return "";
 }
 
-/** The same for all types, behind a name of the type. */
+/** The same for all types; the result begins with the name of the type. */
 inline std::string disagreement(const std::string& text, int stale)
 {
     std::string found;

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-/** Integers and decimals in text, as plainly as it can be told: a character after the other. */
+/** A model of integers and decimal numbers in text, in its simplest form: one character after another. */
 namespace numbermodel {
 
 __extension__ typedef __int128 Wide;
@@ -16,7 +16,7 @@ struct Integer
 {
     bool malformed = false;
     bool negative = false;
-    /** What stands behind the sign; not beyond 2^100. */
+    /** The value after the sign, limited to 2^100. */
     Wide magnitude = 0;
 
     Wide value() const
@@ -44,7 +44,7 @@ inline int digitValue(char c)
     return 99;
 }
 
-/** `text` is not empty. */
+/** Parses an integer. `text` must not be empty. */
 inline Integer integer(const std::string& text)
 {
     const char* pos = text.c_str();
@@ -81,7 +81,7 @@ inline bool isDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-/** Whether all of `text`, zero bytes included, is white space and a decimal number. */
+/** Returns true if all of `text`, including zero bytes, is white space and a decimal number. */
 inline bool isDecimal(const std::string& text)
 {
     const char* pos = text.c_str();

@@ -39,7 +39,7 @@ static_assert(std::is_same_v<Returned<unsigned long long>, unsigned long long&>)
 static_assert(std::is_same_v<Returned<float>, float&>);
 static_assert(std::is_same_v<Returned<double>, double&>);
 
-/** `errno` is clear before. */
+/** Parses with a cleared `errno`. */
 template <class T>
 T parsed(const String& source)
 {
@@ -113,7 +113,7 @@ TYPED_TEST(NumberOpsAny, NonNumbersAreABadFormat)
 
 TYPED_TEST(NumberOpsAny, ZeroByteEndsAllButFloat)
 {
-    // The stream that `float` is read from sees what is behind it.
+    // The stream that parses `float` reads past the zero byte.
     const bool seen = std::is_same_v<TypeParam, float>;
     EXPECT_EQ(seen ? FORMAT : NONE, failure<TypeParam>(String("12\0x", 4)));
     EXPECT_EQ(seen ? FORMAT : NONE, failure<TypeParam>(String("\0x", 2)));
@@ -386,7 +386,7 @@ TEST(NumberOps, ErrnoIsNotCleared)
     EXPECT_EQ(EINTR, errno);
 }
 
-/** Numbers, near the limits for the most part, whole and broken. */
+/** Returns a number, valid or malformed, mostly close to the limits of a type. */
 String randomText(std::mt19937_64& random)
 {
     static const char* const heads[] = {"", " ", "\t\n", "-", "+", " -", "- ", "x"};
@@ -415,7 +415,7 @@ String randomText(std::mt19937_64& random)
     return text + tails[random() % 12];
 }
 
-// Exceptions are thrown by most of them, which the sanitizers slow down thirtyfold.
+// Most of them throw, which takes thirty times as long with the sanitizers.
 #ifdef DALNIM_SANITIZED
 constexpr int TEXTS = 2000;
 #else

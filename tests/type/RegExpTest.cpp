@@ -80,7 +80,7 @@ TEST(RegExp, EndsAtTheFirstZeroByte)
     EXPECT_FALSE(matches("b", String("a\0b", 3)));
 }
 
-/** The number and the text of the failure. */
+/** Returns the error number and the message. */
 std::pair<int, String> failure(const String& expression)
 {
     try {

@@ -58,7 +58,7 @@ SecurityContextRef created()
     return SecurityContextRef(dynamic_cast<SecurityContext*>(const_cast<RefCntObject*>(made.get())));
 }
 
-/** Gives the block a security context in the thread's own context. */
+/** Provides a security context in the thread's own context for a block. */
 class SecurityScope
 {
 public:

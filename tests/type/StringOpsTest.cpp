@@ -31,7 +31,7 @@ String replaced(String target, const String& search, const String& replacement)
     return target;
 }
 
-/** The walk as it is told, step by step, for comparison with the one that copies. */
+/** Replaces step by step in place, for comparison with the implementation, which copies. */
 String replacedInPlace(String target, const String& search, const String& replacement)
 {
     if (search.empty()) {
@@ -86,7 +86,7 @@ TEST(StringOpsCompare, FirstDifferenceOfLoweredBytes)
 {
     EXPECT_EQ(-1, StringOps::compareIgnoreCase("aB", "Ac"));
     EXPECT_EQ(25, StringOps::compareIgnoreCase("Z", "abcdef"));
-    // "_" lies between the capital and the small letters.
+    // "_" is between the upper-case and the lower-case letters.
     EXPECT_EQ(2, StringOps::compareIgnoreCase("A", "_"));
     EXPECT_EQ(2, StringOps::compareIgnoreCase("a", "_"));
 }
@@ -95,7 +95,7 @@ TEST(StringOpsCompare, BytesAreUnsigned)
 {
     EXPECT_EQ(255 - 'z', StringOps::compareIgnoreCase("\xff", "Z"));
     EXPECT_EQ(1 - 128, StringOps::compareIgnoreCase("\x01", "\x80"));
-    // No letters beyond ASCII in the locale of this process.
+    // The locale of this process has only ASCII letters.
     EXPECT_EQ(0xe9 - 0xc9, StringOps::compareIgnoreCase(String("\xe9"), String("\xc9")));
 }
 
