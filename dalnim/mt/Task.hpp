@@ -79,7 +79,7 @@ public:
     /** The state of the moment, without a lock. */
     TaskState status() const noexcept
     {
-        return static_cast<TaskState>(_state.load(std::memory_order_acquire) & ~WAITED_FOR);
+        return static_cast<TaskState>(_state.load(std::memory_order_acquire) & ~HAS_WAITERS);
     }
     /** Whether it runs at this moment. */
     bool running() const noexcept
@@ -146,16 +146,16 @@ private:
 
     void _set_state(TaskState ts);
     /** The state, whose next change will ring the bell. The caller holds the bell's lock until it waits. */
-    TaskState _state_to_wait_on() const;
+    TaskState _mark_waiter() const;
     RX_String _make_name(const char* name, const char* label, TaskID_t id) const;
     /** Declared for the layout of the interface; nothing calls them. */
     void _run_via_thread();
     void _run_via_threadpool();
 
     /** Beside the state: somebody may be waiting at the bell of this task. */
-    static constexpr UInt32_t WAITED_FOR = 0x80000000;
+    static constexpr UInt32_t HAS_WAITERS = 0x80000000;
 
-    /** The state, and WAITED_FOR. Whoever replaces it and finds that bit set rings the bell. */
+    /** The state, and HAS_WAITERS. Whoever replaces it and finds that bit set rings the bell. */
     mutable std::atomic<UInt32_t> _state;
     const TaskID_t _id;
     /** Guarded by the lock of the bell. */

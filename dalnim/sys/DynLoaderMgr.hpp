@@ -79,7 +79,7 @@ private:
     }
 
     DynSymbolRef find(const DynLibrary* library, const String& symname) const;
-    [[noreturn]] void refuse(const String& symname) const;
+    [[noreturn]] void rejectLookup(const String& symname) const;
     /**
      * Releases a reference by `releaseOne`, and then the cache's own if that is the only one left. Defined
      * in sys/src/LoaderRelease.hpp.
@@ -89,10 +89,10 @@ private:
 
     // All of these are called with sync held.
     /** The symbols of the library's record, which is made if there is none; the library notes them. */
-    SymbolMap& enter(const DynLibrary& library) const;
+    SymbolMap& insertRecord(const DynLibrary& library) const;
     DynSymbolRef resolve(const DynLibrary& library, SymbolMap& symbols, const String& symname) const;
-    bool drop(const DynLibrary& library) const;
-    bool drop(const DynSymbol& symbol) const;
+    bool removeUnused(const DynLibrary& library) const;
+    bool removeUnused(const DynSymbol& symbol) const;
 
     /** Recursive: what is loaded or unloaded may come back here. Taken before the logger's locks. */
     mt::CriticalSection sync;

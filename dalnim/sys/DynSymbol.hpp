@@ -57,7 +57,7 @@ private:
     DynSymbol(const DynLibrary& library, void (*symbol)(), const char* symname);
     ~DynSymbol() noexcept override;
 
-    void holdLibrary() const;
+    void acquireLibrary() const;
 
     const union Address
     {

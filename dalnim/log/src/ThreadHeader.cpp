@@ -4,7 +4,7 @@
 
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/src/SpareHeaders.hpp>
-#include <dalnim/sys/internal/src/ThreadEnd.hpp>
+#include <dalnim/sys/internal/src/ThreadExitHook.hpp>
 
 #include <new>
 
@@ -50,7 +50,7 @@ void endSlot()
     slot.state = State::GONE;
 }
 
-sys::internal::ThreadEnd thread_end(endSlot);
+sys::internal::ThreadExitHook exit_hook(endSlot);
 
 }
 
@@ -63,7 +63,7 @@ Header* ThreadHeader::lend(Severity severity, const char* file, unsigned int lin
         return SpareHeaders::acquire(severity, file, line);
     }
     if (slot.state == State::EMPTY) {
-        if (!thread_end.await()) {
+        if (!exit_hook.arm()) {
             return nullptr;
         }
         ::new (slot.bytes) Header(severity, file, line);

@@ -35,7 +35,7 @@ public:
     }
 
     /** Waits for a wake-up. Returns false if the wait has reached its end, or fails. */
-    bool wakesUp(const CondSem& condition) const
+    bool waitOn(const CondSem& condition) const
     {
         if (!isTimed()) {
             return wait == NO_LIMIT && condition.wait(NO_LIMIT);
@@ -75,7 +75,7 @@ bool Queue::insert(QueueElement* elem, unsigned int max_wait_ms)
     const sys::StackTrack track("insert()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     const Deadline deadline(max_wait_ms);
     const LockHolder holder(sync.acquire());
-    while ((flags & READY) != 0 && cur_elems >= max_elems && deadline.wakesUp(sig)) {
+    while ((flags & READY) != 0 && cur_elems >= max_elems && deadline.waitOn(sig)) {
     }
     if ((flags & READY) == 0 || cur_elems >= max_elems) {
         return false;
@@ -98,7 +98,7 @@ QueueElement* Queue::next(unsigned int max_wait_ms)
     const sys::StackTrack track("next()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     const Deadline deadline(max_wait_ms);
     const LockHolder holder(sync.acquire());
-    while ((flags & (READY | COMPLETED)) == READY && cur_elems == 0 && deadline.wakesUp(sig)) {
+    while ((flags & (READY | COMPLETED)) == READY && cur_elems == 0 && deadline.waitOn(sig)) {
     }
     if ((flags & (READY | COMPLETED)) == 0 || cur_elems == 0) {
         return nullptr;

@@ -4,7 +4,7 @@
 
 #include <dalnim/mt/nsdefs.hpp>
 #include <dalnim/mt/src/Ownership.hpp>
-#include <dalnim/mt/src/TaskBell.hpp>
+#include <dalnim/mt/src/TaskWaitBucket.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/UniqueID.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
@@ -101,16 +101,16 @@ String Task::name() const
 
 unsigned long Task::interrupt(unsigned long bits)
 {
-    TaskBell& bell = TaskBell::of(this);
-    const RX_Locked_ lock(bell.mutex);
+    TaskWaitBucket& bucket = TaskWaitBucket::of(this);
+    const RX_Locked_ lock(bucket.mutex);
     _intbits |= bits != 0 ? bits : 1UL;
-    bell.changed.broadcast();
+    bucket.changed.broadcast();
     return _intbits;
 }
 
 unsigned long Task::interrupted()
 {
-    const RX_Locked_ lock(TaskBell::of(this).mutex);
+    const RX_Locked_ lock(TaskWaitBucket::of(this).mutex);
     const unsigned long bits = _intbits;
     _intbits &= STICKY_BIT;
     return bits;
@@ -122,13 +122,13 @@ bool Task::waitForCompletion(unsigned int ms) const
     // with it.
     const RX_AbsTime deadline(RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000));
     qv_bool_t woken = 0;
-    TaskBell& bell = TaskBell::of(this);
-    const RX_Locked_ lock(bell.mutex);
+    TaskWaitBucket& bucket = TaskWaitBucket::of(this);
+    const RX_Locked_ lock(bucket.mutex);
     if (ms == 0) {
         return status() == TSF_FINISHED;
     }
-    while (_state_to_wait_on() != TSF_FINISHED) {
-        woken = bell.changed.timedWait(deadline);
+    while (_mark_waiter() != TSF_FINISHED) {
+        woken = bucket.changed.timedWait(deadline);
         if (woken == 0) {
             return false;
         }
@@ -139,8 +139,8 @@ bool Task::waitForCompletion(unsigned int ms) const
 void Task::waitForStateChange(unsigned int ms) const
 {
     const RX_AbsTime deadline(RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000000));
-    TaskBell& bell = TaskBell::of(this);
-    const RX_Locked_ lock(bell.mutex);
+    TaskWaitBucket& bucket = TaskWaitBucket::of(this);
+    const RX_Locked_ lock(bucket.mutex);
     if (_intbits != 0) {
         return;
     }
@@ -149,8 +149,8 @@ void Task::waitForStateChange(unsigned int ms) const
     if (ms == 0) {
         return;
     }
-    while (_state_to_wait_on() == oldState && _intbits == oldBits) {
-        if (bell.changed.timedWait(deadline) == 0) {
+    while (_mark_waiter() == oldState && _intbits == oldBits) {
+        if (bucket.changed.timedWait(deadline) == 0) {
             return;
         }
     }
@@ -202,18 +202,18 @@ const Task*& Task::_last_finished() noexcept
     return task;
 }
 
-Task::TaskState Task::_state_to_wait_on() const
+Task::TaskState Task::_mark_waiter() const
 {
-    return static_cast<TaskState>(_state.fetch_or(WAITED_FOR, std::memory_order_acq_rel) & ~WAITED_FOR);
+    return static_cast<TaskState>(_state.fetch_or(HAS_WAITERS, std::memory_order_acq_rel) & ~HAS_WAITERS);
 }
 
 void Task::_set_state(TaskState ts)
 {
     // Behind the exchange the task may be gone: the bell is found by the address alone.
     qv::perturb();
-    if ((_state.exchange(ts, std::memory_order_acq_rel) & WAITED_FOR) != 0) {
+    if ((_state.exchange(ts, std::memory_order_acq_rel) & HAS_WAITERS) != 0) {
         qv::perturb();
-        TaskBell::of(this).ring();
+        TaskWaitBucket::of(this).wakeAll();
     }
 }
 

@@ -3,7 +3,7 @@
 #include <dalnim/mt/src/TaskClosure.hpp>
 
 #include <dalnim/mem/RefCntObject.hpp>
-#include <dalnim/mt/src/BlockStock.hpp>
+#include <dalnim/mt/src/ClosureAllocator.hpp>
 #include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 
@@ -56,14 +56,14 @@ TaskClosure::~TaskClosure() noexcept(false)
 
 void* TaskClosure::operator new(std::size_t size)
 {
-    static_assert(sizeof(TaskClosure) <= BlockStock::BLOCK_SIZE, "a closure fits into a block");
+    static_assert(sizeof(TaskClosure) <= ClosureAllocator::BLOCK_SIZE, "a closure fits into a block");
     static_cast<void>(size);
-    return BlockStock::take();
+    return ClosureAllocator::allocate();
 }
 
 void TaskClosure::operator delete(void* block) noexcept
 {
-    BlockStock::give(block);
+    ClosureAllocator::deallocate(block);
 }
 
 void TaskClosure::apply()

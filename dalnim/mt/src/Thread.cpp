@@ -38,7 +38,7 @@ qv::Reference<RX_Thread> makeSystemThread(qv::Reference<RX_Closure> closure)
  * never destroyed, since threads run until the process has ended.
  */
 // NOLINTNEXTLINE(cert-err58-cpp): what is loaded without memory for this ends
-std::exception* const withoutMemory = std::make_unique<std::bad_alloc>().release();
+std::exception* const outOfMemory = std::make_unique<std::bad_alloc>().release();
 
 }
 
@@ -271,7 +271,7 @@ std::exception* Thread::copyForJoin(qv::CaughtException caught) const
         }
         caught = std::move(failure);
     }
-    return withoutMemory;
+    return outOfMemory;
 }
 
 void Thread::report(const qv::CaughtException& caught) const
@@ -291,7 +291,7 @@ void Thread::report(const qv::CaughtException& caught) const
 
 void Thread::DeleteCopy::operator()(std::exception* exception) const noexcept
 {
-    if (exception != withoutMemory) {
+    if (exception != outOfMemory) {
         delete exception;
     }
 }

@@ -79,7 +79,7 @@ private:
     // reported by an exception, which takes a trace.
     friend class sys::StackTrace;
     // Corrects the thread ID in the child of a fork(), whose only thread continues with its parent's state.
-    friend void renumber_in_child() noexcept;
+    friend void update_tid_in_child() noexcept;
 
     ThreadState();
 

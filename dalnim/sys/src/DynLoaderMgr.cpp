@@ -53,7 +53,7 @@ bool isName(const String& text)
  * What an initialiser of the library throws ends the process here. Let through, it would leave the lock
  * of the dynamic linker taken, and sooner or later every other thread waiting for that.
  */
-qv_err_t load_or_end(const String& imgfile, char** text, qv_lhandle_t* handle) noexcept
+qv_err_t load_or_terminate(const String& imgfile, char** text, qv_lhandle_t* handle) noexcept
 {
     return qv_si_library_nload(imgfile.c_str(), text, handle);
 }
@@ -62,7 +62,7 @@ Handle load_library(const String& imgfile)
 {
     char* text = nullptr;
     qv_lhandle_t handle = nullptr;
-    const qv_err_t status = isName(imgfile) ? load_or_end(imgfile, &text, &handle) : ENOENT;
+    const qv_err_t status = isName(imgfile) ? load_or_terminate(imgfile, &text, &handle) : ENOENT;
     const SystemText detail(text, &std::free);
     if (status == 0) {
         return Handle(handle);
@@ -174,10 +174,10 @@ DynSymbolRef DynLoaderMgr::find(const DynLibrary* library, const String& symname
 {
     // What may fail has a track of its own; a hit does without the price of one.
     if (library == nullptr || symname.empty()) {
-        refuse(symname);
+        rejectLookup(symname);
     }
     const Holder holder(sync.acquire());
-    SymbolMap& symbols = library->symbols != nullptr ? *library->symbols : enter(*library);
+    SymbolMap& symbols = library->symbols != nullptr ? *library->symbols : insertRecord(*library);
     const auto found = symbols.find(symname);
     return found != symbols.end() ? found->second : resolve(*library, symbols, symname);
 }
@@ -185,16 +185,16 @@ DynSymbolRef DynLoaderMgr::find(const DynLibrary* library, const String& symname
 bool DynLoaderMgr::checkRefs(const DynLibrary& ref) const
 {
     const Holder holder(sync.acquire());
-    return drop(ref);
+    return removeUnused(ref);
 }
 
 bool DynLoaderMgr::checkRefs(const DynSymbol& ref) const
 {
     const Holder holder(sync.acquire());
-    return drop(ref);
+    return removeUnused(ref);
 }
 
-DynLoaderMgr::SymbolMap& DynLoaderMgr::enter(const DynLibrary& library) const
+DynLoaderMgr::SymbolMap& DynLoaderMgr::insertRecord(const DynLibrary& library) const
 {
     LibRec& record = libs.try_emplace(library.path).first->second;
     if (!record.library) {
@@ -206,7 +206,7 @@ DynLoaderMgr::SymbolMap& DynLoaderMgr::enter(const DynLibrary& library) const
     return record.symbols;
 }
 
-void DynLoaderMgr::refuse(const String& symname) const
+void DynLoaderMgr::rejectLookup(const String& symname) const
 {
     const StackTrack track("symbol()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     if (symname.empty()) {
@@ -227,7 +227,7 @@ DynSymbolRef DynLoaderMgr::resolve(const DynLibrary& library, SymbolMap& symbols
     return symbols.try_emplace(symname, created).first->second;
 }
 
-bool DynLoaderMgr::drop(const DynLibrary& library) const
+bool DynLoaderMgr::removeUnused(const DynLibrary& library) const
 {
     if (library.refCount(true) != 1) {
         return false;
@@ -241,7 +241,7 @@ bool DynLoaderMgr::drop(const DynLibrary& library) const
     return true;
 }
 
-bool DynLoaderMgr::drop(const DynSymbol& symbol) const
+bool DynLoaderMgr::removeUnused(const DynSymbol& symbol) const
 {
     if (symbol.refCount(true) != 1) {
         return false;

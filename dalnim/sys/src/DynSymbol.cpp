@@ -11,13 +11,13 @@ namespace com::kor::dal::nim::sys {
 DynSymbol::DynSymbol(const DynLibrary& library, void* symbol, const char* symname)
     : sym(symbol), lib(library), label(symname)
 {
-    holdLibrary();
+    acquireLibrary();
 }
 
 DynSymbol::DynSymbol(const DynLibrary& library, void (*symbol)(), const char* symname)
     : sym(symbol), lib(library), label(symname)
 {
-    holdLibrary();
+    acquireLibrary();
 }
 
 DynSymbol::~DynSymbol() noexcept
@@ -48,7 +48,7 @@ bool DynSymbol::releaseRef(const std::nothrow_t&) const
     return lib.loader.release(*this, [this] { return RefCntObject::releaseRef(std::nothrow); });
 }
 
-void DynSymbol::holdLibrary() const
+void DynSymbol::acquireLibrary() const
 {
     const StackTrack track("DynSymbol()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     lib.acquireRef();

@@ -28,7 +28,7 @@ bool DynLoaderMgr::release(const T& object, ReleaseOne releaseOne) const
     const bool isLast = object.refCount(true) <= 1;
     qv::perturb();
     const bool released = releaseOne();
-    return isLast ? released : drop(object) && released;
+    return isLast ? released : removeUnused(object) && released;
 }
 
 }

@@ -50,7 +50,7 @@ void create_key()
 
 }
 
-void renumber_in_child() noexcept
+void update_tid_in_child() noexcept
 {
     if (cached_state != nullptr) {
         cached_state->_tid = qv_si_thread_self();
@@ -59,7 +59,7 @@ void renumber_in_child() noexcept
 
 namespace {
 
-const int fork_handler_status = pthread_atfork(nullptr, nullptr, renumber_in_child);
+const int fork_handler_status = pthread_atfork(nullptr, nullptr, update_tid_in_child);
 
 }
 

@@ -1,5 +1,5 @@
-#ifndef DALNIM_MT_SRC_TASKBELL_HPP
-#define DALNIM_MT_SRC_TASKBELL_HPP
+#ifndef DALNIM_MT_SRC_TASKWAITBUCKET_HPP
+#define DALNIM_MT_SRC_TASKWAITBUCKET_HPP
 
 #include <qv/rtlapi/RX_Condition.hpp>
 #include <qv/rtlapi/RX_Mutex.hpp>
@@ -15,16 +15,16 @@ class Task;
  *
  * The mutex is the last of any order: nothing is taken, and nothing runs, under it.
  */
-class TaskBell
+class TaskWaitBucket
 {
 public:
     /** The bell of a task, which need not be alive. */
-    static TaskBell& of(const Task* task);
+    static TaskWaitBucket& of(const Task* task);
 
-    TaskBell() : changed(mutex) {}
+    TaskWaitBucket() : changed(mutex) {}
 
     /** Wakes all that wait here. */
-    void ring() const;
+    void wakeAll() const;
 
     RX_Mutex mutex;
     /** Bound to the mutex. */

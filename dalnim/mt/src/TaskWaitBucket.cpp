@@ -1,6 +1,6 @@
 #include <dalnim/dalbase.hpp>
 
-#include <dalnim/mt/src/TaskBell.hpp>
+#include <dalnim/mt/src/TaskWaitBucket.hpp>
 
 #include <qv/rtlapi/RX_Locked_.hpp>
 
@@ -22,45 +22,45 @@ constexpr std::size_t COUNT = 64;
  * All bells. They are made when the library is loaded, and not by the first use, which the child of a fork
  * could find underway for ever; and never destroyed: tasks in static storage may be told of to the very end.
  */
-class Bells
+class Buckets
 {
 public:
-    Bells() noexcept
+    Buckets() noexcept
     {
-        makeAll();
+        initializeAll();
         // In the child of a fork nobody waits, and nobody is there to unlock what was locked.
-        pthread_atfork(nullptr, nullptr, makeAll);
+        pthread_atfork(nullptr, nullptr, initializeAll);
     }
 
-    TaskBell& operator[](std::size_t index) const
+    TaskWaitBucket& operator[](std::size_t index) const
     {
-        return *std::launder(reinterpret_cast<TaskBell*>(storage) + index);
+        return *std::launder(reinterpret_cast<TaskWaitBucket*>(storage) + index);
     }
 
 private:
-    static void makeAll() noexcept
+    static void initializeAll() noexcept
     {
         for (std::size_t i = 0; i < COUNT; ++i) {
-            ::new (storage + i * sizeof(TaskBell)) TaskBell;
+            ::new (storage + i * sizeof(TaskWaitBucket)) TaskWaitBucket;
         }
     }
 
-    alignas(TaskBell) static unsigned char storage[COUNT * sizeof(TaskBell)];
+    alignas(TaskWaitBucket) static unsigned char storage[COUNT * sizeof(TaskWaitBucket)];
 };
 
-alignas(TaskBell) unsigned char Bells::storage[COUNT * sizeof(TaskBell)];
-const Bells bells;
+alignas(TaskWaitBucket) unsigned char Buckets::storage[COUNT * sizeof(TaskWaitBucket)];
+const Buckets buckets;
 
 }
 
-TaskBell& TaskBell::of(const Task* task)
+TaskWaitBucket& TaskWaitBucket::of(const Task* task)
 {
     // Allocated objects lie 16 bytes apart; the bits above tell those of an array from each other.
     const auto address = reinterpret_cast<std::uintptr_t>(task);
-    return bells[((address >> 4) ^ (address >> 10) ^ (address >> 16)) & (COUNT - 1)];
+    return buckets[((address >> 4) ^ (address >> 10) ^ (address >> 16)) & (COUNT - 1)];
 }
 
-void TaskBell::ring() const
+void TaskWaitBucket::wakeAll() const
 {
     const RX_Locked_ lock(mutex);
     changed.broadcast();

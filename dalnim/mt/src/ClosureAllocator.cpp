@@ -1,0 +1,160 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/mt/src/ClosureAllocator.hpp>
+
+#include <dalnim/sys/internal/src/ThreadExitHook.hpp>
+#include <qv/pmx/src/perturb.hpp>
+
+#include <atomic>
+#include <new>
+
+namespace com::kor::dal::nim::mt {
+
+namespace {
+
+// Caching is off under the address sanitizer, which detects a use after free only if blocks are freed.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool IS_CACHING = false;
+#else
+constexpr bool IS_CACHING = true;
+#endif
+
+/** Number of blocks in a full magazine. */
+constexpr unsigned int MAGAZINE_SIZE = 64;
+/** Maximum number of magazines in the depot. */
+constexpr unsigned int DEPOT_SIZE = 128;
+
+/** A free block. */
+struct Block
+{
+    Block* next;
+};
+
+void deleteAll(Block* first) noexcept
+{
+    while (first != nullptr) {
+        Block* const next = first->next;
+        ::operator delete(first);
+        first = next;
+    }
+}
+
+/** The full magazines of all threads. */
+class Depot
+{
+public:
+    /** Removes a magazine and returns its blocks. Returns null if the depot is empty or locked. */
+    Block* tryPop() noexcept
+    {
+        if (isEmpty.load(std::memory_order_relaxed) || isLocked.exchange(true, std::memory_order_acquire)) {
+            return nullptr;
+        }
+        qv::perturb();
+        Block* const blocks = count != 0 ? magazines[--count] : nullptr;
+        isEmpty.store(count == 0, std::memory_order_relaxed);
+        isLocked.store(false, std::memory_order_release);
+        return blocks;
+    }
+    /** Adds the blocks of a magazine. Returns false if the depot is full or locked. */
+    bool tryPush(Block* blocks) noexcept
+    {
+        if (isLocked.exchange(true, std::memory_order_acquire)) {
+            return false;
+        }
+        qv::perturb();
+        const bool hasCapacity = count != DEPOT_SIZE;
+        if (hasCapacity) {
+            magazines[count++] = blocks;
+            isEmpty.store(false, std::memory_order_relaxed);
+        }
+        isLocked.store(false, std::memory_order_release);
+        return hasCapacity;
+    }
+
+private:
+    /** A lock that is only ever tried. */
+    std::atomic<bool> isLocked{false};
+    std::atomic<bool> isEmpty{true};
+    unsigned int count = 0;
+    Block* magazines[DEPOT_SIZE] = {};
+};
+
+Depot depot;
+
+/** The free blocks of one thread. */
+struct Magazine
+{
+    Block* first;
+    unsigned int count;
+    /** Whether blocks may be cached here: the exit hook is armed and has not run. */
+    bool isActive;
+    /** Whether the exit hook has run. */
+    bool isDestroyed;
+};
+
+__attribute__((tls_model("initial-exec"))) thread_local Magazine magazine = {nullptr, 0, false, false};
+
+/** The exit hook: deletes the blocks of the thread. */
+void destroyMagazine()
+{
+    magazine.isActive = false;
+    magazine.isDestroyed = true;
+    deleteAll(magazine.first);
+    magazine.first = nullptr;
+}
+
+sys::internal::ThreadExitHook exit_hook(destroyMagazine);
+
+void activateMagazine() noexcept
+{
+    magazine.isActive = !magazine.isDestroyed && exit_hook.arm();
+}
+
+void* allocateFromDepot()
+{
+    if (magazine.isActive) {
+        if (Block* const first = depot.tryPop()) {
+            magazine.first = first->next;
+            magazine.count = MAGAZINE_SIZE - 1;
+            return first;
+        }
+    }
+    return ::operator new(ClosureAllocator::BLOCK_SIZE);
+}
+
+}
+
+void* ClosureAllocator::allocate()
+{
+    if (Block* const block = magazine.first) {
+        magazine.first = block->next;
+        --magazine.count;
+        return block;
+    }
+    if (IS_CACHING && !magazine.isActive) {
+        activateMagazine();
+    }
+    return allocateFromDepot();
+}
+
+void ClosureAllocator::deallocate(void* block) noexcept
+{
+    if (IS_CACHING && !magazine.isActive) {
+        activateMagazine();
+    }
+    if (!magazine.isActive) {
+        ::operator delete(block);
+        return;
+    }
+    if (magazine.count == MAGAZINE_SIZE) {
+        if (!depot.tryPush(magazine.first)) {
+            deleteAll(magazine.first);
+        }
+        magazine.first = nullptr;
+        magazine.count = 0;
+    }
+    magazine.first = new (block) Block{magazine.first};
+    ++magazine.count;
+}
+
+}
