@@ -11,7 +11,6 @@
 #include <dalnim/type/Cloneable.hpp>
 #include <qv/pmx/src/perturb.hpp>
 #include <qv/rtlapi/RX_AbsTime.hpp>
-#include <qv/rtlapi/RX_Locked_.hpp>
 #include <qv/rtlapi/RX_RelTime.hpp>
 #include <qv/rtlapi/RX_fmt.hpp>
 
@@ -101,16 +100,15 @@ String Task::name() const
 
 unsigned long Task::interrupt(unsigned long bits)
 {
-    TaskWaitBucket& bucket = TaskWaitBucket::of(this);
-    const RX_Locked_ lock(bucket.mutex);
+    const TaskWaitBucket::Lock lock(TaskWaitBucket::of(this));
     _intbits |= bits != 0 ? bits : 1UL;
-    bucket.changed.broadcast();
+    lock.wakeAll();
     return _intbits;
 }
 
 unsigned long Task::interrupted()
 {
-    const RX_Locked_ lock(TaskWaitBucket::of(this).mutex);
+    const TaskWaitBucket::Lock lock(TaskWaitBucket::of(this));
     const unsigned long bits = _intbits;
     _intbits &= STICKY_BIT;
     return bits;
@@ -118,29 +116,27 @@ unsigned long Task::interrupted()
 
 bool Task::waitForCompletion(unsigned int ms) const
 {
-    // What is below a second counts a thousand times too little here, and callers have come to terms
-    // with it.
+    // Compatibility: the part below one second is taken as microseconds, not milliseconds. Callers rely on
+    // it.
     const RX_AbsTime deadline(RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000));
-    qv_bool_t woken = 0;
-    TaskWaitBucket& bucket = TaskWaitBucket::of(this);
-    const RX_Locked_ lock(bucket.mutex);
+    const TaskWaitBucket::Lock lock(TaskWaitBucket::of(this));
     if (ms == 0) {
         return status() == TSF_FINISHED;
     }
+    bool hasWaited = false;
     while (_mark_waiter() != TSF_FINISHED) {
-        woken = bucket.changed.timedWait(deadline);
-        if (woken == 0) {
+        if (!lock.waitUntil(deadline)) {
             return false;
         }
+        hasWaited = true;
     }
-    return woken == 1;
+    return hasWaited;
 }
 
 void Task::waitForStateChange(unsigned int ms) const
 {
     const RX_AbsTime deadline(RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000000));
-    TaskWaitBucket& bucket = TaskWaitBucket::of(this);
-    const RX_Locked_ lock(bucket.mutex);
+    const TaskWaitBucket::Lock lock(TaskWaitBucket::of(this));
     if (_intbits != 0) {
         return;
     }
@@ -150,7 +146,7 @@ void Task::waitForStateChange(unsigned int ms) const
         return;
     }
     while (_mark_waiter() == oldState && _intbits == oldBits) {
-        if (bucket.changed.timedWait(deadline) == 0) {
+        if (!lock.waitUntil(deadline)) {
             return;
         }
     }
@@ -209,7 +205,7 @@ Task::TaskState Task::_mark_waiter() const
 
 void Task::_set_state(TaskState ts)
 {
-    // Behind the exchange the task may be gone: the bell is found by the address alone.
+    // After the exchange the owner may destroy the task: its bucket is found by the address alone.
     qv::perturb();
     if ((_state.exchange(ts, std::memory_order_acq_rel) & HAS_WAITERS) != 0) {
         qv::perturb();

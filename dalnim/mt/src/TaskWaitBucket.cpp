@@ -2,12 +2,17 @@
 
 #include <dalnim/mt/src/TaskWaitBucket.hpp>
 
-#include <qv/rtlapi/RX_Locked_.hpp>
+#include <qv/pmx/src/perturb.hpp>
+#include <qv/rtlapi/RX_AbsTime.hpp>
+#include <qv/rtlapi/RX_Exception.hpp>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <new>
+#include <ctime>
 #include <pthread.h>
+#include <type_traits>
 
 DALNIM_USES_RTLAPI
 
@@ -15,55 +20,81 @@ namespace com::kor::dal::nim::mt {
 
 namespace {
 
-/** A power of 2. */
+/** Number of buckets: a power of 2. */
 constexpr std::size_t COUNT = 64;
 
-/**
- * All bells. They are made when the library is loaded, and not by the first use, which the child of a fork
- * could find underway for ever; and never destroyed: tasks in static storage may be told of to the very end.
- */
-class Buckets
+/** Never destroyed: states of tasks in static storage change until the process has ended. */
+TaskWaitBucket buckets[COUNT];
+static_assert(std::is_trivially_destructible_v<TaskWaitBucket>);
+
+void initializeAll(bool isForkedChild) noexcept
 {
-public:
-    Buckets() noexcept
-    {
-        initializeAll();
-        // In the child of a fork nobody waits, and nobody is there to unlock what was locked.
-        pthread_atfork(nullptr, nullptr, initializeAll);
+    for (TaskWaitBucket& bucket : buckets) {
+        bucket.initialize(isForkedChild);
     }
+}
 
-    TaskWaitBucket& operator[](std::size_t index) const
+/**
+ * Initialises the buckets when the library is loaded: a fork during a lazy initialisation would leave the
+ * child with one that never ends.
+ */
+const struct Initialization
+{
+    Initialization() noexcept
     {
-        return *std::launder(reinterpret_cast<TaskWaitBucket*>(storage) + index);
+        initializeAll(false);
+        pthread_atfork(nullptr, nullptr, [] { initializeAll(true); });
     }
-
-private:
-    static void initializeAll() noexcept
-    {
-        for (std::size_t i = 0; i < COUNT; ++i) {
-            ::new (storage + i * sizeof(TaskWaitBucket)) TaskWaitBucket;
-        }
-    }
-
-    alignas(TaskWaitBucket) static unsigned char storage[COUNT * sizeof(TaskWaitBucket)];
-};
-
-alignas(TaskWaitBucket) unsigned char Buckets::storage[COUNT * sizeof(TaskWaitBucket)];
-const Buckets buckets;
+} initialization;
 
 }
 
-TaskWaitBucket& TaskWaitBucket::of(const Task* task)
+TaskWaitBucket& TaskWaitBucket::of(const Task* task) noexcept
 {
-    // Allocated objects lie 16 bytes apart; the bits above tell those of an array from each other.
+    // Allocations are 16 bytes apart; the upper bits distinguish the elements of an array.
     const auto address = reinterpret_cast<std::uintptr_t>(task);
     return buckets[((address >> 4) ^ (address >> 10) ^ (address >> 16)) & (COUNT - 1)];
 }
 
-void TaskWaitBucket::wakeAll() const
+void TaskWaitBucket::wakeAll()
 {
-    const RX_Locked_ lock(mutex);
-    changed.broadcast();
+    const Lock lock(*this);
+    lock.wakeAll();
+}
+
+void TaskWaitBucket::initialize(bool isForkedChild)
+{
+    if (isForkedChild) {
+        mutex.afterForkInChild();
+    }
+    RX_Check(qv_si_cond_init(&changed, nullptr));
+}
+
+TaskWaitBucket::Lock::Lock(TaskWaitBucket& lockedBucket) : bucket(lockedBucket)
+{
+    RX_Check(bucket.mutex.lock());
+}
+
+TaskWaitBucket::Lock::~Lock() noexcept(false)
+{
+    RX_Check(bucket.mutex.unlock());
+}
+
+bool TaskWaitBucket::Lock::waitUntil(const RX_AbsTime& deadline) const
+{
+    // The system rejects a time before the start of its clock, which has passed as well.
+    const timespec limit = {std::max(deadline.seconds(), 0), deadline.nanoseconds()};
+    qv::perturb();
+    const int status = bucket.mutex.waitUntil(bucket.changed, limit);
+    if (status != ETIMEDOUT) {
+        RX_Check(status);
+    }
+    return status != ETIMEDOUT;
+}
+
+void TaskWaitBucket::Lock::wakeAll() const
+{
+    RX_Check(pthread_cond_broadcast(&bucket.changed.cond));
 }
 
 }

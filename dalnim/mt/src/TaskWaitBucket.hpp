@@ -1,34 +1,65 @@
 #ifndef DALNIM_MT_SRC_TASKWAITBUCKET_HPP
 #define DALNIM_MT_SRC_TASKWAITBUCKET_HPP
 
-#include <qv/rtlapi/RX_Condition.hpp>
-#include <qv/rtlapi/RX_Mutex.hpp>
+#include <dalnim/sys/internal/src/ForkSafeMutex.hpp>
+#include <qv/pmx/cond.h>
+
+class RX_AbsTime;
 
 namespace com::kor::dal::nim::mt {
 
 class Task;
 
 /**
- * Where threads wait for tasks. A few bells serve all tasks, chosen by address: so whoever tells of a
- * state needs nothing of the task behind the store of that state, by which its owner may destroy it,
- * and a task that nobody waits for costs no lock. One who waits may be woken for the task of another.
+ * A bucket of the parking lot in which threads wait for tasks. A fixed number of buckets serves all tasks; a
+ * task's bucket is found by its address alone. The thread that sets a state therefore accesses nothing of the
+ * task after the store of that state, which allows the owner to destroy the task. A task without waiters
+ * costs no lock. A thread may be woken for another task of the same bucket: test in a loop.
  *
- * The mutex is the last of any order: nothing is taken, and nothing runs, under it.
+ * The mutexes come last in the order of locks: nothing is acquired, and no user code runs, under one. fork()
+ * does not acquire them, since each word that they guard is valid at any time; the child reinitialises them.
+ *
+ * Failures raise RX_Exception with the system's number. Thread safety: any thread may call any operation.
  */
 class TaskWaitBucket
 {
 public:
-    /** The bell of a task, which need not be alive. */
-    static TaskWaitBucket& of(const Task* task);
+    /** Holds the mutex of a bucket for a scope. */
+    class Lock;
 
-    TaskWaitBucket() : changed(mutex) {}
+    constexpr TaskWaitBucket() noexcept : mutex(false), changed{PTHREAD_COND_INITIALIZER} {}
 
-    /** Wakes all that wait here. */
+    /** Returns the bucket of a task, which may have been destroyed. */
+    static TaskWaitBucket& of(const Task* task) noexcept;
+
+    /** Wakes all threads that wait in this bucket. */
+    void wakeAll();
+
+    /** Initialises the condition. In the child of a fork, where no thread waits, also the mutex. */
+    void initialize(bool isForkedChild);
+
+private:
+    sys::internal::ForkSafeMutex mutex;
+    /** On the monotonic clock after initialize(). */
+    si_cond_t changed;
+};
+
+class TaskWaitBucket::Lock
+{
+public:
+    explicit Lock(TaskWaitBucket& lockedBucket);
+    ~Lock() noexcept(false);
+
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+    /** Waits until this bucket is woken. Returns false if the deadline has passed. */
+    bool waitUntil(const RX_AbsTime& deadline) const;
+    /** Wakes all threads that wait in this bucket. */
     void wakeAll() const;
 
-    RX_Mutex mutex;
-    /** Bound to the mutex. */
-    RX_Condition changed;
+private:
+    TaskWaitBucket& bucket;
 };
 
 }

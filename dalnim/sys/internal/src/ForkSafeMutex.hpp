@@ -1,6 +1,7 @@
 #ifndef DALNIM_SYS_INTERNAL_SRC_FORKSAFEMUTEX_HPP
 #define DALNIM_SYS_INTERNAL_SRC_FORKSAFEMUTEX_HPP
 
+#include <qv/pmx/cond.h>
 #include <qv/pmx/mutex.h>
 
 #include <ctime>
@@ -77,6 +78,17 @@ public:
     qv_err_t unlock() noexcept
     {
         return qv_si_mutex_unlock(&mutex);
+    }
+
+    /**
+     * Unlocks, waits for a wake-up of `condition`, and locks again. The caller must hold the mutex. A
+     * cancellation point.
+     * @param deadline  on the clock of the condition
+     * @return ETIMEDOUT if the deadline has passed
+     */
+    qv_err_t waitUntil(si_cond_t& condition, const std::timespec& deadline)
+    {
+        return pthread_cond_timedwait(&condition.cond, &mutex.mutex, &deadline);
     }
 
     // Fork handlers: see Hold.
