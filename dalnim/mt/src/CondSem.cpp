@@ -3,8 +3,10 @@
 #include <dalnim/mt/CondSem.hpp>
 
 #include <dalnim/mt/SysMutex.hpp>
-#include <dalnim/mt/src/MutexErrors.hpp>
+#include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/RXErrors.hpp>
 #include <qv/rtlapi/RX_Condition.hpp>
 #include <qv/rtlapi/RX_RelTime.hpp>
 
@@ -14,6 +16,8 @@
 DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::mt {
+
+using sys::internal::translateRXErrors;
 
 namespace {
 
@@ -52,8 +56,7 @@ CondSem::~CondSem()
 
 void CondSem::createCondition()
 {
-    sys::internal::translateRXErrors(
-        [this] { _cond = new RX_Condition(static_cast<RX_Mutex*>(_mop->os_mux())); });
+    translateRXErrors([this] { _cond = new RX_Condition(static_cast<RX_Mutex*>(_mop->os_mux())); });
 }
 
 const CondSem& CondSem::acquire() const
@@ -79,12 +82,12 @@ bool CondSem::request() const
 
 void CondSem::signal() const
 {
-    translated("signal()", CLASS_NAME, __LINE__, [this] { _cond->signal(); });
+    translateRXErrors("signal()", CLASS_NAME, NAMESPACE_NAME, __LINE__, [this] { _cond->signal(); });
 }
 
 void CondSem::broadcast() const
 {
-    translated("broadcast()", CLASS_NAME, __LINE__, [this] { _cond->broadcast(); });
+    translateRXErrors("broadcast()", CLASS_NAME, NAMESPACE_NAME, __LINE__, [this] { _cond->broadcast(); });
 }
 
 bool CondSem::wait(unsigned int ms) const

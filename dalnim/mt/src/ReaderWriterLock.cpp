@@ -2,12 +2,15 @@
 
 #include <dalnim/mt/ReaderWriterLock.hpp>
 
-#include <dalnim/mt/src/MutexErrors.hpp>
+#include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/sys/internal/RXErrors.hpp>
 #include <qv/rtlapi/RX_RWLock.hpp>
 
 DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::mt {
+
+using sys::internal::translateRXErrors;
 
 namespace {
 
@@ -20,7 +23,8 @@ const RX_RWLock& lockOf(const void* rep)
 
 ReaderWriterLock::ReaderWriterLock() : rep(nullptr)
 {
-    translated("ReaderWriterLock()", CLASS_NAME, __LINE__, [this] { rep = new RX_RWLock; });
+    translateRXErrors("ReaderWriterLock()", CLASS_NAME, NAMESPACE_NAME, __LINE__,
+                      [this] { rep = new RX_RWLock; });
 }
 
 ReaderWriterLock::~ReaderWriterLock()
@@ -34,39 +38,40 @@ ReaderWriterLock::~ReaderWriterLock()
 
 const ReaderWriterLock& ReaderWriterLock::acquireForRead() const
 {
-    translated("acquireForRead()", CLASS_NAME, __LINE__, [this] { lockOf(rep).rdlock(); });
+    translateRXErrors("acquireForRead()", CLASS_NAME, NAMESPACE_NAME, __LINE__,
+                      [this] { lockOf(rep).rdlock(); });
     return *this;
 }
 
 const ReaderWriterLock& ReaderWriterLock::acquireForWrite() const
 {
-    translated("acquireForWrite()", CLASS_NAME, __LINE__, [this] { lockOf(rep).wrlock(); });
+    translateRXErrors("acquireForWrite()", CLASS_NAME, NAMESPACE_NAME, __LINE__,
+                      [this] { lockOf(rep).wrlock(); });
     return *this;
 }
 
 const ReaderWriterLock& ReaderWriterLock::upgradeToWrite() const
 {
-    translated("upgradeToWrite()", CLASS_NAME, __LINE__, [this] { lockOf(rep).upgrade(); });
+    translateRXErrors("upgradeToWrite()", CLASS_NAME, NAMESPACE_NAME, __LINE__,
+                      [this] { lockOf(rep).upgrade(); });
     return *this;
 }
 
 void ReaderWriterLock::release() const
 {
-    translated("release()", CLASS_NAME, __LINE__, [this] { lockOf(rep).unlock(); });
+    translateRXErrors("release()", CLASS_NAME, NAMESPACE_NAME, __LINE__, [this] { lockOf(rep).unlock(); });
 }
 
 bool ReaderWriterLock::try_lock() const
 {
-    bool isAcquired = false;
-    translated("try_lock()", CLASS_NAME, __LINE__, [&] { isAcquired = lockOf(rep).tryWrlock() != 0; });
-    return isAcquired;
+    return translateRXErrors("try_lock()", CLASS_NAME, NAMESPACE_NAME, __LINE__,
+                             [this] { return lockOf(rep).tryWrlock() != 0; });
 }
 
 bool ReaderWriterLock::try_lock_shared() const
 {
-    bool isAcquired = false;
-    translated("try_lock_shared()", CLASS_NAME, __LINE__, [&] { isAcquired = lockOf(rep).tryRdlock() != 0; });
-    return isAcquired;
+    return translateRXErrors("try_lock_shared()", CLASS_NAME, NAMESPACE_NAME, __LINE__,
+                             [this] { return lockOf(rep).tryRdlock() != 0; });
 }
 
 bool ReaderWriterLock::release(const std::nothrow_t&) const noexcept

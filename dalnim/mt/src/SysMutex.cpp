@@ -2,16 +2,19 @@
 
 #include <dalnim/mt/SysMutex.hpp>
 
-#include <dalnim/mt/src/MutexErrors.hpp>
+#include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/sys/internal/RXErrors.hpp>
 #include <qv/rtlapi/RX_Mutex.hpp>
 
 DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::mt {
 
+using sys::internal::translateRXErrors;
+
 SysMutex::SysMutex() : _mu(nullptr)
 {
-    translated("SysMutex()", CLASS_NAME, __LINE__, [this] { _mu = new RX_Mutex; });
+    translateRXErrors("SysMutex()", CLASS_NAME, NAMESPACE_NAME, __LINE__, [this] { _mu = new RX_Mutex; });
 }
 
 SysMutex::~SysMutex()
@@ -21,13 +24,13 @@ SysMutex::~SysMutex()
 
 const MutexOps& SysMutex::acquire() const
 {
-    translated("acquire()", CLASS_NAME, __LINE__, [this] { _mu->lock(); });
+    translateRXErrors("acquire()", CLASS_NAME, NAMESPACE_NAME, __LINE__, [this] { _mu->lock(); });
     return *this;
 }
 
 void SysMutex::release() const
 {
-    translated("release()", CLASS_NAME, __LINE__, [this] { _mu->unlock(); });
+    translateRXErrors("release()", CLASS_NAME, NAMESPACE_NAME, __LINE__, [this] { _mu->unlock(); });
 }
 
 bool SysMutex::release(const std::nothrow_t&) const noexcept

@@ -4,6 +4,7 @@
 
 #include <dalnim/mt/nsdefs.hpp>
 #include <dalnim/mt/src/Ownership.hpp>
+#include <dalnim/mt/src/TaskName.hpp>
 #include <dalnim/mt/src/TaskWaitBucket.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/UniqueID.hpp>
@@ -12,7 +13,6 @@
 #include <qv/pmx/src/perturb.hpp>
 #include <qv/rtlapi/RX_AbsTime.hpp>
 #include <qv/rtlapi/RX_RelTime.hpp>
-#include <qv/rtlapi/RX_fmt.hpp>
 
 #include <ios>
 #include <memory>
@@ -28,8 +28,6 @@ namespace {
 
 /** The one interrupt bit that interrupted() never clears. */
 constexpr unsigned long STICKY_BIT = 0x80000000UL;
-
-constexpr unsigned int FORMAT_DEFAULT = 314159265;
 
 /** A copy of `e` as a `Type`, if it is one. */
 template <class Type>
@@ -215,12 +213,7 @@ void Task::_set_state(TaskState ts)
 
 RX_String Task::_make_name(const char* name, const char* label, TaskID_t id) const
 {
-    if (name != nullptr) {
-        return RX_String(name, RX_String::NPOS);
-    }
-    RX_String text(label != nullptr ? label : CLASS_NAME, RX_String::NPOS);
-    text += RX_fmt(id, 0, FORMAT_DEFAULT, FORMAT_DEFAULT);
-    return text;
+    return makeTaskName(name, label != nullptr ? label : CLASS_NAME, id);
 }
 
 }

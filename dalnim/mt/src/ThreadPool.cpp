@@ -4,6 +4,7 @@
 
 #include <dalnim/mt/nsdefs.hpp>
 #include <dalnim/mt/src/TaskClosure.hpp>
+#include <dalnim/mt/src/TaskName.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/UniqueID.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
@@ -13,7 +14,6 @@
 #include <qv/rtlapi/RX_Closure0S.hpp>
 #include <qv/rtlapi/RX_RelTime.hpp>
 #include <qv/rtlapi/RX_ServerQueue.hpp>
-#include <qv/rtlapi/RX_fmt.hpp>
 #include <qv/rtlapi/Reference.hpp>
 #include <qv/rtlapi/src/ServerQueueAccess.hpp>
 
@@ -23,12 +23,6 @@
 DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::mt {
-
-namespace {
-
-constexpr unsigned int FORMAT_DEFAULT = 314159265;
-
-}
 
 ThreadPool::ThreadPool(const char* name, unsigned int max_threads, unsigned int, unsigned int, unsigned int,
                        unsigned int, unsigned int max_pending_tasks)
@@ -169,10 +163,8 @@ ThreadPool* ThreadPool::currentPool()
 
 String ThreadPool::_make_tp_name(const char* name, TaskID_t id) const
 {
-    if (name != nullptr) {
-        return name;
-    }
-    return CLASS_NAME + String(RX_fmt(id, 0, FORMAT_DEFAULT, FORMAT_DEFAULT).data());
+    const RX_String text = makeTaskName(name, CLASS_NAME, id);
+    return String(text.data(), text.length());
 }
 
 void activeThreadsFunction() {}
