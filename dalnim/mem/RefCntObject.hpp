@@ -82,6 +82,8 @@ protected:
     void decBias();
 
 private:
+    friend class RefCntAccess;
+
     /**
      * Decrements the count and returns it without the bias: 0 if the caller must delete the object, negative
      * if there was no reference.

@@ -6,6 +6,7 @@
 #include <dalnim/log/LibraryModule.hpp>
 #include <dalnim/log/Statement.hpp>
 #include <dalnim/mem/RefCntObject.hpp>
+#include <dalnim/mem/src/RefCntAccess.hpp>
 #include <dalnim/mt/Runnable.hpp>
 #include <dalnim/mt/src/SafeLog.hpp>
 
@@ -34,6 +35,13 @@ Ownership acquireOwnership(const Runnable& runnable)
     }
     counted->acquireRef();
     return Ownership::COUNTED;
+}
+
+void undoOwnership(const Runnable& runnable, Ownership ownership)
+{
+    if (ownership == Ownership::COUNTED) {
+        mem::RefCntAccess::undoAcquireRef(dynamic_cast<const mem::RefCntObject&>(runnable));
+    }
 }
 
 Ownership ownershipOf(const Runnable& runnable)

@@ -5,16 +5,19 @@ namespace com::kor::dal::nim::mt {
 
 class Runnable;
 
-/** How a task, a thread or a pool holds a runnable: not at all, as its one owner, or by a reference. */
+/** How a task, a thread or a pool owns a runnable: not at all, as its only owner, or by a reference. */
 enum class Ownership : unsigned char { NONE, OWNED, COUNTED };
 
-/** Becomes an owner of a runnable, which is COUNTED if it is reference-counted: acquires a reference then. */
+/** Becomes an owner of a runnable. If it is reference-counted, acquires a reference and returns COUNTED. */
 Ownership acquireOwnership(const Runnable& runnable);
 
-/** The ownership that acquireOwnership() has returned for the runnable. */
+/** Undoes acquireOwnership(), without destroying the runnable: its former owner keeps it. */
+void undoOwnership(const Runnable& runnable, Ownership ownership);
+
+/** Returns what acquireOwnership() has returned for the runnable. */
 Ownership ownershipOf(const Runnable& runnable);
 
-/** Whether the runnable ends with this ownership: it is OWNED, or the reference is the only one. */
+/** Returns true if the runnable ends with this ownership: it is OWNED, or the reference is the only one. */
 bool isSoleOwner(const Runnable& runnable, Ownership ownership);
 
 /**

@@ -2,7 +2,6 @@
 
 #include <dalnim/mt/src/TaskClosure.hpp>
 
-#include <dalnim/mem/RefCntObject.hpp>
 #include <dalnim/mt/src/ClosureAllocator.hpp>
 #include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
@@ -41,10 +40,7 @@ TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, type::Contex
 
 void TaskClosure::releaseOwnership()
 {
-    const Ownership ownership = std::exchange(_ownership, Ownership::NONE);
-    if (ownership == Ownership::COUNTED) {
-        dynamic_cast<const mem::RefCntObject&>(*_task).releaseRef();
-    }
+    undoOwnership(*_task, std::exchange(_ownership, Ownership::NONE));
 }
 
 TaskClosure::~TaskClosure() noexcept(false)

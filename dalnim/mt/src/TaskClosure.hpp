@@ -42,7 +42,7 @@ public:
      */
     void apply() override;
 
-    /** Leaves a managed task to whoever submitted it. */
+    /** Returns a managed task to the caller of ThreadPool::add(), without destroying it. */
     void releaseOwnership();
 
 private:

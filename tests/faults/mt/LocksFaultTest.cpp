@@ -247,6 +247,45 @@ TEST(ThreadsFault, ATaskIsAddedOrMissesMemory)
     pool.shutdown();
 }
 
+class CountedTask : public OwnTask, public com::kor::dal::nim::mem::RefCntObject
+{
+public:
+    explicit CountedTask(std::atomic<int>* destroyedTasks, bool isThreadSafe = true)
+        : OwnTask(nullptr, destroyedTasks), RefCntObject(true, isThreadSafe)
+    {
+    }
+    ~CountedTask() override = default;
+};
+
+TEST(ThreadsFault, CountedTaskStaysTheCallersIfItCannotBeQueued)
+{
+    ThreadPool pool("pool", 1, 0, 0, 0, 0, 10);
+    std::atomic<int> destroyed{0};
+    for (const bool isThreadSafe : {true, false}) {
+        destroyed = 0;
+        auto* const task = new CountedTask(&destroyed, isThreadSafe);
+        {
+            const Fault fault(Call::MUTEX_LOCK, EINVAL);
+            EXPECT_THROW(pool.add(task, true), RX_ExFatal);
+        }
+        ASSERT_EQ(0, destroyed) << "it had no reference, and its caller still has it";
+        EXPECT_EQ(0U, task->refCount());
+        EXPECT_EQ(Task::TSF_QUEUED, task->status());
+        com::kor::dal::nim::mem::RcoRef<CountedTask> owner(task);
+        owner.clear();
+        EXPECT_EQ(1, destroyed);
+    }
+
+    // A reference of the caller's is left alone.
+    const com::kor::dal::nim::mem::RcoRef<CountedTask> owner(new CountedTask(&destroyed));
+    com::kor::dal::nim::mem::RcoRef<CountedTask> other(owner);
+    {
+        const Fault fault(Call::MUTEX_LOCK, EINVAL);
+        EXPECT_THROW(pool.add(other.get(), true), RX_ExFatal);
+    }
+    EXPECT_EQ(2U, owner->refCount());
+}
+
 TEST(ThreadsFault, APoolIsMadeOrMissesMemory)
 {
     testing::internal::CaptureStderr();
