@@ -3,22 +3,17 @@
 
 #include <dalnim/String.hpp>
 #include <dalnim/mem/ConstRcoRef.hpp>
+#include <dalnim/sys/DynSymbol.hpp>
 #include <qv/pmx/types.h>
 
 #include <map>
 
 namespace com::kor::dal::nim::sys {
 
-class DynLibrary;
 class DynLoaderMgr;
-class DynSymbol;
-/** @name References */
-/** @{ */
-/** Counted; those who hold one keep the code in memory. */
-typedef mem::ConstRcoRef<DynLibrary> ConstDynLibraryRef;
+
+/** A reference to a library, which keeps its code in memory. */
 typedef mem::ConstRcoRef<DynLibrary> DynLibraryRef;
-typedef mem::ConstRcoRef<DynSymbol> DynSymbolRef;
-/** @} */
 
 /**
  * A loaded library. It is unloaded by the thread that gives up the last reference to it or to a symbol
@@ -124,7 +119,5 @@ namespace com::kor::dal::nim::mem {
 extern template class DALNIM_API ConstRcoRef<sys::DynLibrary>;
 
 }
-
-#include <dalnim/sys/DynSymbol.hpp>
 
 #endif

@@ -7,6 +7,7 @@
 namespace com::kor::dal::nim::sys {
 
 class DynLibrary;
+/** A reference to a library, which keeps its code in memory. */
 typedef mem::ConstRcoRef<DynLibrary> ConstDynLibraryRef;
 
 /**
@@ -39,7 +40,7 @@ public:
     {
         return label;
     }
-    /** The library through which it was found. */
+    /** Returns the library through which it was found. To use the result, include DynLibrary.hpp. */
     ConstDynLibraryRef library() const;
 
     /** As RefCntObject, and gives the cache's own reference up when that is the only one left. */
@@ -83,7 +84,5 @@ namespace com::kor::dal::nim::mem {
 extern template class DALNIM_API ConstRcoRef<sys::DynSymbol>;
 
 }
-
-#include <dalnim/sys/DynLibrary.hpp>
 
 #endif
