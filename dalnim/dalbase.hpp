@@ -13,7 +13,8 @@
  */
 
 #include <dalnim/log/LibraryModule.hpp>
-#include <qv/pmx.h>
+#include <qv/pmx/errors.h>
+#include <qv/pmx/init.h>
 
 // Each source file has objects of its own.
 namespace { // NOLINT(cert-dcl59-cpp)

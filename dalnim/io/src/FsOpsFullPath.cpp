@@ -5,6 +5,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
+#include <qv/pmx/path.h>
 
 #include <algorithm>
 #include <cerrno>

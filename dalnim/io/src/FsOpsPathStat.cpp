@@ -5,6 +5,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 
+#include <qv/pmx/path.h>
 #include <qv/rtlapi/RX_Exception.hpp>
 #include <qv/rtlapi/RX_Filespec.hpp>
 

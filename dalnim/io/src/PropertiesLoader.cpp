@@ -6,6 +6,7 @@
 #include <dalnim/io/src/PropertiesReader.hpp>
 #include <dalnim/io/src/PropertiesText.hpp>
 #include <dalnim/sys/StackTrack.hpp>
+#include <qv/pmx/path.h>
 #include <qv/rtlapi/RX_Filespec.hpp>
 #include <qv/rtlapi/RX_String.hpp>
 

@@ -7,6 +7,7 @@
 #include <dalnim/log/LogFile.hpp>
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/AppendFile.hpp>
+#include <qv/pmx/path.h>
 #include <qv/pmx/src/CancellationOff.hpp>
 #include <dalnim/log/src/FileTrace.hpp>
 #include <dalnim/log/src/RotatedFiles.hpp>

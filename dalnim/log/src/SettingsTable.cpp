@@ -11,6 +11,7 @@
 #include <dalnim/type/CompositeString.hpp>
 #include <dalnim/type/StringOps.hpp>
 #include <qv/pmx/api.h>
+#include <qv/pmx/path.h>
 #include <qv/rtlapi/RX_Exception.hpp>
 #include <qv/rtlapi/RX_Filespec.hpp>
 

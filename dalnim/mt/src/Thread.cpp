@@ -10,6 +10,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
+#include <qv/pmx/thread.h>
 #include <qv/rtlapi/RX_ClosureM0.hpp>
 #include <qv/rtlapi/RX_ClosureM0S.hpp>
 #include <qv/rtlapi/RX_Thread.hpp>

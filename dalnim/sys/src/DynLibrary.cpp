@@ -10,6 +10,7 @@
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/nsdefs.hpp>
 #include <dalnim/sys/src/LoaderRelease.hpp>
+#include <qv/pmx/library.h>
 
 namespace com::kor::dal::nim::sys {
 

@@ -7,6 +7,7 @@
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/internal/src/ForkSafeMutex.hpp>
 #include <dalnim/sys/nsdefs.hpp>
+#include <qv/pmx/library.h>
 
 #include <atomic>
 #include <cerrno>

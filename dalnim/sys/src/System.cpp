@@ -7,6 +7,7 @@
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
+#include <qv/pmx/host.h>
 
 #include <atomic>
 #include <cctype>

@@ -2,6 +2,8 @@
 
 #include <dalnim/sys/SysError.hpp>
 
+#include <qv/pmx/errors.h>
+
 #include <cctype>
 #include <cerrno>
 #include <cstring>

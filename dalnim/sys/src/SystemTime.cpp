@@ -5,6 +5,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/internal/src/TimeZone.hpp>
+#include <qv/pmx/time.h>
 
 #include <cerrno>
 #include <cstdint>

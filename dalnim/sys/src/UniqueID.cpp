@@ -3,6 +3,7 @@
 #include <dalnim/sys/UniqueID.hpp>
 
 #include <dalnim/sys/System.hpp>
+#include <qv/pmx/atomic.h>
 
 #include <pthread.h>
 

@@ -5,6 +5,8 @@
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/internal/src/ThreadStateCache.hpp>
+#include <qv/pmx/panic.h>
+#include <qv/pmx/thread.h>
 
 #include <atomic>
 #include <memory>
