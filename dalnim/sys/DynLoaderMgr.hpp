@@ -82,7 +82,7 @@ private:
     [[noreturn]] void rejectLookup(const String& symname) const;
     /**
      * Releases a reference by `releaseOne`, and then the cache's own if that is the only one left. Defined
-     * in sys/src/LoaderRelease.hpp.
+     * in sys/src/DynLoaderRelease.hpp.
      */
     template <class T, class ReleaseOne>
     bool release(const T& object, ReleaseOne releaseOne) const;

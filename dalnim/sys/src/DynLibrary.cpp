@@ -9,7 +9,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/nsdefs.hpp>
-#include <dalnim/sys/src/LoaderRelease.hpp>
+#include <dalnim/sys/src/DynLoaderRelease.hpp>
 #include <qv/pmx/library.h>
 
 namespace com::kor::dal::nim::sys {

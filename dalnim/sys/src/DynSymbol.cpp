@@ -4,7 +4,7 @@
 
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/nsdefs.hpp>
-#include <dalnim/sys/src/LoaderRelease.hpp>
+#include <dalnim/sys/src/DynLoaderRelease.hpp>
 
 namespace com::kor::dal::nim::sys {
 
