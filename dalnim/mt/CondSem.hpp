@@ -8,21 +8,26 @@ class RX_Condition;
 namespace com::kor::dal::nim::mt {
 
 /**
- * A condition variable that carries its lock. It holds no count: a signal with nobody waiting is lost.
+ * A condition variable together with its lock. In spite of the name there is no count: a signal is lost if no
+ * thread is waiting.
  *
- * Any thread may call any operation. Failures other than those of a wait are sys::system_error with
- * the number and text of the cause.
+ * Exceptions: a failure throws sys::system_error with the error number and the message of its cause; wait()
+ * returns false instead.
+ *
+ * Thread safety: any thread may call any operation.
  */
 class DALNIM_API CondSem
 {
 public:
     static constexpr const char CLASS_NAME[] = "CondSem";
 
-    /** On a lock that stays the caller's and must outlive this object. */
+    /** Uses `mux`, which remains the caller's and must outlive this object. */
     explicit CondSem(const MutexOps& mux);
     /**
-     * On a lock that is deleted with this object when `own` is set. Without a lock, `own` makes one,
-     * and otherwise sys::system_error 22 is thrown.
+     * @param mux  the lock to use; if null and `own` is true, this object creates one
+     * @param own  transfers ownership of `mux`: it is deleted with this object. If construction fails, `mux`
+     *             remains the caller's
+     * @throws sys::system_error  22 (EINVAL) if `mux` is null and `own` is false
      */
     CondSem(MutexOps* mux, bool own = false);
     virtual ~CondSem();
@@ -30,22 +35,21 @@ public:
     CondSem(const CondSem&) = delete;
     CondSem& operator=(const CondSem&) = delete;
 
-    // The operations of the lock.
-    /** Blocks until the lock is held; gives this object. */
+    /** Blocks until the lock is held. Returns this object, for a MutexHolder to own. */
     const CondSem& acquire() const;
     /** Unlocks. */
     void release() const;
-    /** Unlocks; false on failure. */
+    /** Unlocks. Returns false on failure. */
     bool release(const std::nothrow_t&) const noexcept;
-    /** One attempt at the lock that does not block; true when it was got. */
+    /** Tries to lock without blocking. Returns true if the lock was acquired. */
     bool request() const;
 
     /** @name Standard locks */
     /** @{ */
     /**
-     * For std::lock_guard, std::unique_lock and std::scoped_lock, also of a const lock: acquire(), release()
-     * and request() under the names of the standard. A release that fails in their destructor ends the
-     * process.
+     * acquire(), release() and request() under the names that std::lock_guard, std::unique_lock and
+     * std::scoped_lock require, also for a const lock. A release that fails in the destructor of one of these
+     * terminates the process.
      */
     void lock() const
     {
@@ -61,15 +65,15 @@ public:
     }
     /** @} */
 
-    /** Wakes one waiter. */
+    /** Wakes one waiting thread. */
     void signal() const;
-    /** Wakes all waiters. */
+    /** Wakes all waiting threads. */
     void broadcast() const;
     /**
-     * Waits for a wake-up; the caller holds the lock, and holds it again on return. It may also
-     * return without one: test in a loop. Never throws.
-     * @param ms milliseconds; 0xFFFFFFFF waits without limit
-     * @return false at the time-out, and for a failure
+     * Releases the lock, waits for a wake-up, and acquires the lock again. The caller must hold the lock.
+     * May also return without a wake-up: test in a loop. Never throws.
+     * @param ms  maximum duration in milliseconds, on the monotonic clock; 0xFFFFFFFF waits without limit
+     * @return true if woken, false at the time-out or on failure
      */
     bool wait(unsigned int ms = 0xFFFFFFFF) const;
 

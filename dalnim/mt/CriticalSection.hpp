@@ -12,38 +12,41 @@ class ForkSafeMutex;
 namespace com::kor::dal::nim::mt {
 
 /**
- * A plain lock that embeds its mutex: no allocation, no virtual call. It serves the classes that
- * guard their own data. Failures are sys::system_error with the number of the system interface.
+ * A lock that embeds its mutex, without allocation and virtual calls, for classes that guard their own data.
+ *
+ * Exceptions: a failure throws sys::system_error with the error number of the system interface.
+ *
+ * Thread safety: any thread may call any operation.
  */
 class DALNIM_API CriticalSection
 {
 public:
     static constexpr const char CLASS_NAME[] = "CriticalSection";
 
-    /** A section with the system interface's default, which is not recursive. */
+    /** Constructs a section that is not recursive. */
     CriticalSection();
-    /** A section that its holder may take again when `recursive` is set, or may not. */
+    /** @param recursive  whether the thread that holds the section may acquire it again */
     explicit CriticalSection(bool recursive);
     ~CriticalSection();
 
     CriticalSection(const CriticalSection&) = delete;
     CriticalSection& operator=(const CriticalSection&) = delete;
 
-    /** Blocks until the lock is held; the result is for MutexHolder to take over. */
+    /** Blocks until the lock is held. Returns this lock, for a MutexHolder to own. */
     const CriticalSection& acquire() const;
     /** Unlocks. */
     void release() const;
-    /** Unlocks; false on failure. */
+    /** Unlocks. Returns false on failure. */
     bool release(const std::nothrow_t&) const noexcept;
-    /** One attempt that does not block; true when the lock was got. */
+    /** Tries to lock without blocking. Returns true if the lock was acquired. */
     bool request() const noexcept;
 
     /** @name Standard locks */
     /** @{ */
     /**
-     * For std::lock_guard, std::unique_lock and std::scoped_lock, also of a const lock: acquire(), release()
-     * and request() under the names of the standard. A release that fails in their destructor ends the
-     * process.
+     * acquire(), release() and request() under the names that std::lock_guard, std::unique_lock and
+     * std::scoped_lock require, also for a const lock. A release that fails in the destructor of one of these
+     * terminates the process.
      */
     void lock() const
     {

@@ -12,18 +12,18 @@ class ContainerContext;
 
 namespace com::kor::dal::nim::mt {
 
-/** Whether a counted reference to a `Type` is one to a context. */
+/** Whether a `RcoRef<Type>` refers to a context. */
 template <class Type>
 constexpr bool IS_CONTEXT = std::is_convertible_v<const Type*, const type::ContainerContext*>;
 
 /**
- * Finds arguments that the language would convert to a `bool` parameter although their writer means something
- * else: names, contexts, targets. Overloads for such arguments are deleted, or do what is meant.
+ * Detects arguments that would silently convert to a `bool` parameter although the caller means something
+ * else: names, contexts, targets. Overloads for such arguments are deleted or do what the caller means.
  */
 template <class Argument>
 struct FlagArgument
 {
-    /** The type of a parameter that is passed by value. */
+    /** The argument type without reference and qualifiers. */
     typedef std::decay_t<Argument> Type;
 
 private:
@@ -32,17 +32,17 @@ private:
     static std::false_type isContextReference(const void*);
 
 public:
-    /** Whether the argument is something to run. */
+    /** Whether the argument is a runnable. */
     static constexpr bool IS_TARGET =
         std::is_convertible_v<Type, Runnable*> || std::is_base_of_v<Runnable, Type>;
     /** Whether the argument is a pointer to a context. */
     static constexpr bool IS_CONTEXT_POINTER = std::is_convertible_v<Type, const type::ContainerContext*>;
-    /** Whether the argument is a counted reference to a context. */
+    /** Whether the argument is an `RcoRef` to a context. */
     static constexpr bool IS_CONTEXT_REFERENCE =
         decltype(isContextReference(static_cast<Type*>(nullptr)))::value;
     /**
-     * Whether the argument is a pointer, or is converted to `bool` by way of one, as a reference or a lambda.
-     * What is a `bool` by itself is converted to `int` as well.
+     * Whether the argument is a pointer or converts to `bool` through one, as an `RcoRef` or a lambda does.
+     * Types that convert to `bool` directly also convert to `int`.
      */
     static constexpr bool IS_MISTAKEN =
         std::is_convertible_v<

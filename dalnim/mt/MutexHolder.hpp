@@ -6,28 +6,35 @@
 namespace com::kor::dal::nim::mt {
 
 /**
- * The scoped owner of a lock that is already acquired: `MutexHolder<T> holder(lock.acquire())`.
- * It never acquires anything: `MutexHolder<T> holder(lock)` compiles and locks nothing. To lock for a scope,
- * use `std::lock_guard guard(lock)`. Copy and assignment hand the lock over and empty their source. A
- * holder assigned to itself releases its lock and is empty. A holder belongs to one thread at a time.
+ * Scoped owner of a lock that is already held: `MutexHolder<T> holder(lock.acquire())`. It never acquires a
+ * lock itself: `MutexHolder<T> holder(lock)` compiles and locks nothing. To lock for a scope, use
+ * `std::lock_guard guard(lock)`.
  *
- * What releases, save the destructor, lets the failure of the lock's release() through and then
- * holds what it held.
+ * Copying and assigning transfer the lock and leave the source empty. A holder that is assigned to itself
+ * releases its lock and becomes empty.
+ *
+ * Exceptions: if releasing the lock fails, every operation except the destructor throws, and the holder still
+ * owns the lock.
+ *
+ * Thread safety: a holder may be used by one thread at a time.
  */
 template <class T>
 class MutexHolder
 {
 public:
     MutexHolder() noexcept : muxref(nullptr) {}
-    /** Takes over `mux`, which the caller has acquired. */
+    /** Owns `mux`, which the caller must hold. */
     MutexHolder(const T& mux) noexcept : muxref(&mux) {}
-    /** Takes over the lock of `other`, which is empty then. */
+    /** @name Transfer */
+    /** @{ */
+    /** Takes the lock of `other`, which becomes empty. */
     MutexHolder(MutexHolder& other) noexcept : muxref(other.muxref)
     {
         other.muxref = nullptr;
     }
-    /** The same. */
     MutexHolder(MutexHolder&& other) noexcept : MutexHolder(other) {}
+    /** @} */
+    /** Releases the lock, if any. Ignores a failure. */
     ~MutexHolder()
     {
         if (muxref != nullptr) {
@@ -35,7 +42,9 @@ public:
         }
     }
 
-    /** Takes over the lock of `other`; a holder that is assigned to itself lets go, and ends up empty. */
+    /** @name Transfer by assignment */
+    /** @{ */
+    /** Releases the lock that it owns, if any, then takes the lock of `other`, which becomes empty. */
     MutexHolder& operator=(MutexHolder& other) // NOLINT(bugprone-unhandled-self-assignment,cert-oop54-cpp)
     {
         if (muxref != nullptr) {
@@ -45,12 +54,12 @@ public:
         other.muxref = nullptr;
         return *this;
     }
-    /** The same. */
     MutexHolder& operator=(MutexHolder&& other)
     {
         return *this = other;
     }
-    /** Releases what it holds, and takes over `mux`, which the caller has acquired. */
+    /** @} */
+    /** Releases the lock that it owns, if any, then owns `mux`, which the caller must hold. */
     MutexHolder& operator=(const T& mux)
     {
         reset(mux, true);
@@ -58,8 +67,9 @@ public:
     }
 
     /**
-     * Becomes empty and gives back the lock that it held, null for none. With `release_lock` false
-     * the lock stays locked and belongs to the caller.
+     * Gives up the lock and becomes empty.
+     * @param release_lock  whether to release the lock; otherwise it stays locked and is the caller's
+     * @return the lock that it owned, or null
      */
     const T* release(bool release_lock = true)
     {
@@ -71,7 +81,10 @@ public:
         return held;
     }
 
-    /** Gives back the lock that it held, unlocked unless `release_lock` is false; takes over `mux`. */
+    /**
+     * Gives up the lock as release() does, then owns `mux`, which the caller must hold.
+     * @return the lock that it owned before, or null
+     */
     const T* reset(const T& mux, bool release_lock = true)
     {
         const T* const held = release(release_lock);
@@ -80,6 +93,7 @@ public:
     }
 
 private:
+    /** The lock to release, or null. */
     const T* muxref;
 };
 

@@ -10,8 +10,10 @@ namespace com::kor::dal::nim::mt {
 class CondSem;
 
 /**
- * A lock, as CondSem and Queue work against it. All operations are const, so that a const object
- * can lock what it contains. Failures are sys::system_error with the number and text of the cause.
+ * The interface of the locks that CondSem and Queue use. All operations are const, so that a const object can
+ * use a lock that it contains.
+ *
+ * Exceptions: a failure throws sys::system_error with the error number and the message of its cause.
  */
 class DALNIM_API MutexOps
 {
@@ -20,21 +22,21 @@ public:
 
     virtual ~MutexOps() = 0;
 
-    /** Blocks until the lock is held; the result is for MutexHolder to take over. */
+    /** Blocks until the lock is held. Returns this lock, for a MutexHolder to own. */
     virtual const MutexOps& acquire() const = 0;
     /** Unlocks. */
     virtual void release() const = 0;
-    /** Unlocks; false on failure. */
+    /** Unlocks. Returns false on failure. */
     virtual bool release(const std::nothrow_t&) const = 0;
-    /** One attempt that does not block; true when the lock was got. */
+    /** Tries to lock without blocking. Returns true if the lock was acquired. */
     virtual bool request() const = 0;
 
     /** @name Standard locks */
     /** @{ */
     /**
-     * For std::lock_guard, std::unique_lock and std::scoped_lock, also of a const lock: acquire(), release()
-     * and request() under the names of the standard. A release that fails in their destructor ends the
-     * process.
+     * acquire(), release() and request() under the names that std::lock_guard, std::unique_lock and
+     * std::scoped_lock require, also for a const lock. A release that fails in the destructor of one of these
+     * terminates the process.
      */
     void lock() const
     {
@@ -59,7 +61,7 @@ protected:
 private:
     friend class CondSem;
 
-    /** The `RX_Mutex` beneath the lock, for a condition to bind to. */
+    /** Returns the underlying `RX_Mutex`, to which CondSem binds its condition. */
     virtual void* os_mux() const = 0;
 };
 

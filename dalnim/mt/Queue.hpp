@@ -11,52 +11,61 @@
 namespace com::kor::dal::nim::mt {
 
 /**
- * A bounded first-in first-out queue between threads. Any number of producers and consumers may use
- * it at once; it must not be destroyed while one of them is inside.
+ * A bounded FIFO queue between threads.
  *
- * Ready, it takes elements up to its capacity. Completed, its consumers do not wait any more, while
- * producers are not stopped. Shut down, nothing goes in or out.
+ * States: a ready queue accepts elements up to its capacity. In a completed queue, consumers no longer wait;
+ * producers can still insert. A queue that was shut down accepts and returns nothing.
  *
- * The waits take milliseconds: 0 does not wait, 0xFFFFFFFF waits without limit. They are durations on the
- * monotonic clock: a change of the wall clock alters none.
+ * Time-outs are in milliseconds: 0 does not wait, 0xFFFFFFFF waits without limit. They are durations on the
+ * monotonic clock, which changes of the wall clock do not affect.
+ *
+ * Thread safety: any number of threads may insert and remove elements concurrently. The queue must not be
+ * destroyed while one of its operations is running.
  */
 class DALNIM_API Queue : public virtual type::Object
 {
 public:
     static constexpr const char CLASS_NAME[] = "Queue";
 
-    /** @param maxelems the capacity as it stands: a queue of 0 never takes an element */
+    /** @param maxelems  the capacity; a queue with capacity 0 accepts no element */
     explicit Queue(unsigned int maxelems);
-    /** Shuts down. */
+    /** Calls shutdown(). */
     ~Queue() noexcept(false) override;
 
     Queue(const Queue&) = delete;
     Queue& operator=(const Queue&) = delete;
 
     /**
-     * Appends an element, waiting for room, and owns it from then on. False, and the element stays
-     * the caller's, at the time-out, when the queue is full, and when it is shut down.
+     * Appends an element. Blocks while the queue is full.
+     * @param elem         the element, which the queue owns if the result is true
+     * @param max_wait_ms  time-out in milliseconds
+     * @return false if the queue was still full at the time-out, or has been shut down; `elem` remains the
+     *         caller's then, as it does if this throws
+     * @throws sys::system_error  if locking fails, with the error number of the cause
      */
     bool insert(QueueElement* elem, unsigned int max_wait_ms = 0xFFFFFFFF);
     /**
-     * Takes the oldest element out, waiting for one; it is the caller's then. Null at the time-out,
-     * when the queue is empty and completed, and when it is shut down.
+     * Removes the oldest element and returns it. Blocks while the queue is empty and not completed.
+     * @param max_wait_ms  time-out in milliseconds
+     * @return the element, owned by the caller. Null if the queue was still empty at the time-out, is empty
+     * and completed, or has been shut down
+     * @throws sys::system_error  if locking fails, with the error number of the cause
      */
     QueueElement* next(unsigned int max_wait_ms = 0xFFFFFFFF);
-    /** Lets consumers of an empty queue go instead of waiting. What is queued can still be taken. */
+    /** Completes the queue: next() no longer waits. Elements can still be inserted and removed. */
     void complete();
     /**
-     * Ends the queue and wakes everybody. What is left is deleted, or released if it is counted,
-     * without the queue's lock.
+     * Shuts the queue down and wakes all waiting threads. Destroys the elements that it contains: releases
+     * those that are reference-counted, deletes the others. The lock of the queue is not held then.
      */
     void shutdown();
 
-    /** Whether complete() was called and the queue is not shut down. */
+    /** Returns true if complete() was called and the queue has not been shut down. */
     bool completed() const noexcept
     {
         return (flags & COMPLETED) != 0;
     }
-    /** Whether the queue takes elements, as long as there is room. */
+    /** Returns true if the queue accepts elements, unless it is full. */
     bool ready() const noexcept
     {
         return (flags & READY) != 0;
@@ -72,16 +81,19 @@ private:
 
     static void destroy(QueueElement* elements);
 
-    /** Guards all below. */
+    /** Guards the members below. */
     SysMutex sync;
-    /** On `sync`; producers and consumers wait on it alike, so every wake-up is a broadcast. */
+    /** Uses `sync`. Producers and consumers wait on the same condition, so every wake-up is a broadcast. */
     CondSem sig;
-    /** Written under `sync`; also read without it. */
+    /** State bits. Written under `sync`, also read without it. */
     std::atomic<UInt32_t> flags;
+    /** The capacity. */
     const unsigned int max_elems;
+    /** Number of elements. */
     UInt32_t cur_elems;
-    /** The oldest element, null when the queue is empty. */
+    /** The oldest element, or null. */
     QueueElement* next_elem;
+    /** The newest element, or null. */
     QueueElement* last_elem;
 };
 

@@ -5,7 +5,7 @@
 
 namespace com::kor::dal::nim::mt {
 
-/** What can stand in a Queue: it carries the link, so that queueing allocates nothing. */
+/** Base class of the elements of a Queue. It contains the link, so that inserting allocates nothing. */
 class DALNIM_API QueueElement : public virtual type::Object
 {
 public:
@@ -13,14 +13,15 @@ public:
 
 protected:
     QueueElement() noexcept;
-    /** A copy stands in no queue. */
+    /** Copies no link: the copy is in no queue. */
     QueueElement(const QueueElement& ref) noexcept;
-    /** Changes nothing: the link belongs to the queue that this element may stand in. */
+    /** Does nothing: the link belongs to the queue that contains this element, if any. */
     QueueElement& operator=(const QueueElement& ref) noexcept;
 
 private:
     friend class Queue;
 
+    /** The next element of the queue, or null. */
     QueueElement* next;
 };
 

@@ -8,10 +8,13 @@
 namespace com::kor::dal::nim::mt {
 
 /**
- * Shared and exclusive access, for any number of threads. A waiting writer holds back new readers, and
- * waiting writers acquire the lock in the order of their arrival. Every acquisition is ended by one
- * release(), so a MutexHolder serves for both kinds. Failures are sys::system_error with the number and text
- * of the cause.
+ * A lock with shared and exclusive access. A waiting writer blocks new readers, and waiting writers acquire
+ * the lock in the order of their arrival. Each acquisition of either kind is ended by one release(), so a
+ * MutexHolder works for both.
+ *
+ * Exceptions: a failure throws sys::system_error with the error number and the message of its cause.
+ *
+ * Thread safety: any thread may call any operation.
  */
 class DALNIM_API ReaderWriterLock
 {
@@ -19,7 +22,7 @@ public:
     static constexpr const char CLASS_NAME[] = "ReaderWriterLock";
 
     ReaderWriterLock();
-    /** Keeps every failure to itself. */
+    /** Ignores failures. */
     ~ReaderWriterLock();
 
     ReaderWriterLock(const ReaderWriterLock&) = delete;
@@ -30,21 +33,22 @@ public:
     /** Blocks until exclusive access is held. */
     const ReaderWriterLock& acquireForWrite() const;
     /**
-     * Turns the caller's shared access into exclusive access. Throws sys::system_error 16, at once,
-     * when there are other readers: the shared access stays, so release() it and start again with
-     * acquireForWrite().
+     * Converts the caller's shared access to exclusive access. Does not wait for other readers.
+     * @throws sys::system_error  16 (EBUSY) if there are other readers. The caller still has shared access,
+     * and may release() it and call acquireForWrite()
      */
     const ReaderWriterLock& upgradeToWrite() const;
     /** Ends either kind of access. */
     void release() const;
-    /** Ends either kind of access; false on failure. */
+    /** Ends either kind of access. Returns false on failure. */
     bool release(const std::nothrow_t&) const noexcept;
 
     /** @name Standard locks */
     /** @{ */
     /**
-     * For std::lock_guard, std::unique_lock and std::scoped_lock, also of a const lock: acquireForWrite() and
-     * release() under the names of the standard. A release that fails in their destructor ends the process.
+     * acquireForWrite() and release() under the names that std::lock_guard, std::unique_lock and
+     * std::scoped_lock require, also for a const lock. A release that fails in the destructor of one of these
+     * terminates the process.
      */
     void lock() const
     {
@@ -54,7 +58,7 @@ public:
     {
         release();
     }
-    /** For std::shared_lock: acquireForRead() and release(). */
+    /** acquireForRead() and release() under the names that std::shared_lock requires. */
     void lock_shared() const
     {
         acquireForRead();
@@ -63,14 +67,17 @@ public:
     {
         release();
     }
-    /** Acquires exclusive access if that takes no waiting. Returns false if the lock is held. */
+    /** Tries to acquire exclusive access without blocking. Returns false if the lock is held. */
     bool try_lock() const;
-    /** Acquires shared access if that takes no waiting. Returns false if a writer holds the lock or waits. */
+    /**
+     * Tries to acquire shared access without blocking. Returns false if a writer holds the lock or waits for
+     * it.
+     */
     bool try_lock_shared() const;
     /** @} */
 
 private:
-    /** An `RX_RWLock`, owned. */
+    /** The `RX_RWLock`, owned. */
     void* rep;
 };
 

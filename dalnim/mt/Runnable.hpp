@@ -5,19 +5,19 @@
 
 namespace com::kor::dal::nim::mt {
 
-/** Anything that can be run. */
+/** The interface of work that a Task, a Thread or a ThreadPool can run. */
 class DALNIM_API Runnable : public virtual type::Object
 {
 public:
     ~Runnable() noexcept(false) override;
-    /** Does the work. What it throws is for whoever runs it: see Task, Thread and ThreadPool. */
+    /** Does the work. Exceptions are handled by the caller: see Task, Thread and ThreadPool. */
     virtual void run() = 0;
 
 protected:
     Runnable() noexcept;
     /** @name Copying */
     /** @{ */
-    /** There is nothing to copy. */
+    /** Does nothing: there are no data. */
     Runnable(const Runnable& ref) noexcept;
     Runnable& operator=(const Runnable& ref) noexcept;
     /** @} */

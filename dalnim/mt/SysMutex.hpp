@@ -8,17 +8,22 @@ class RX_Mutex;
 namespace com::kor::dal::nim::mt {
 
 /**
- * The mutex behind every CondSem and Queue. It may be used from any number of threads, is not
- * recursive, and must be released by the thread that acquired it: a wrong release is reported.
+ * A mutex, which CondSem and Queue use. It is not recursive and must be released by the thread that acquired
+ * it: a release by another thread fails with 1 (EPERM), a second acquisition with 35 (EDEADLK).
+ *
+ * Thread safety: any thread may call any operation.
  */
 class DALNIM_API SysMutex : public MutexOps
 {
 public:
     static constexpr const char CLASS_NAME[] = "SysMutex";
 
-    /** Throws sys::system_error with the cause, or `std::bad_alloc`. */
+    /**
+     * @throws sys::system_error  if the system cannot create the mutex, with its error number
+     * @throws std::bad_alloc     if memory runs out
+     */
     SysMutex();
-    /** Destroying a locked mutex ends the process. */
+    /** Terminates the process if the mutex is locked. */
     ~SysMutex() override;
 
     SysMutex(const SysMutex&) = delete;
@@ -27,7 +32,7 @@ public:
     const MutexOps& acquire() const override;
     void release() const override;
     bool release(const std::nothrow_t&) const noexcept override;
-    /** False also for a failure. */
+    /** Returns false also on failure. */
     bool request() const override;
 
 private:

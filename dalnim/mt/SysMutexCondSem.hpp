@@ -6,15 +6,15 @@
 
 namespace com::kor::dal::nim::mt {
 
-/** A mutex and a condition on it, bound together. */
+/** A mutex together with a condition that uses it. */
 struct DALNIM_API SysMutexCondSem
 {
     SysMutexCondSem();
     ~SysMutexCondSem();
 
-    /** The lock; used directly, or through `sig`. */
+    /** The mutex; may be locked directly or through `sig`. */
     SysMutex sync;
-    /** The condition on it. */
+    /** The condition, which uses `sync`. */
     CondSem sig;
 };
 

@@ -10,7 +10,7 @@ namespace com::kor::dal::nim::mt {
 
 namespace {
 
-/** A failure is rare, so the track is made with it: the good path is the call of the interface. */
+/** Constructs the track only now that a call has failed: success costs nothing but the call. */
 [[noreturn]] void raise(qv_err_t status, const char* scope, unsigned int line)
 {
     const sys::StackTrack track(scope, CriticalSection::CLASS_NAME, NAMESPACE_NAME, line);

@@ -20,10 +20,7 @@ typedef MutexHolder<MutexOps> LockHolder;
 
 }
 
-/**
- * The end of a wait: never, immediately, or after a duration on the monotonic clock, which a step of the wall
- * clock neither lengthens nor cuts.
- */
+/** The end of a wait: immediately, after a duration on the monotonic clock, or never. */
 class Queue::Deadline
 {
 public:
@@ -34,14 +31,14 @@ public:
         }
     }
 
-    /** Waits for a wake-up. Returns false if the wait has reached its end, or fails. */
+    /** Waits for a wake-up. Returns false if the deadline has passed or the wait fails. */
     bool waitOn(const CondSem& condition) const
     {
         if (!isTimed()) {
             return wait == NO_LIMIT && condition.wait(NO_LIMIT);
         }
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-        // Never more than `wait`: this clock does not go back.
+        // Not greater than `wait`, since the clock is monotonic.
         return left > 0 && condition.wait(static_cast<unsigned int>(left));
     }
 
@@ -81,7 +78,7 @@ bool Queue::insert(QueueElement* elem, unsigned int max_wait_ms)
         return false;
     }
     if (cur_elems == 0) {
-        // Ahead of all else: where this fails, the element is still the caller's.
+        // First: if this fails, the element remains the caller's.
         sig.broadcast();
         next_elem = elem;
     } else {
@@ -104,7 +101,7 @@ QueueElement* Queue::next(unsigned int max_wait_ms)
         return nullptr;
     }
     if (cur_elems == max_elems) {
-        // The producers that wait for room go on when the lock is given back.
+        // Producers that wait for capacity continue when the lock is released.
         sig.broadcast();
     }
     QueueElement* const elem = next_elem;
@@ -123,7 +120,7 @@ void Queue::complete()
     if (flags == SHUT_DOWN || (flags & COMPLETED) != 0) {
         return;
     }
-    // READY stays: completion stops nobody from inserting.
+    // READY stays set, since completion does not stop producers.
     flags |= COMPLETED;
     sig.broadcast();
 }
