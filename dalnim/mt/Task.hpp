@@ -14,27 +14,31 @@
 namespace com::kor::dal::nim::mt {
 
 /**
- * A unit of work with an identity, a name, a public state and interrupt bits, and ways to wait on
- * these. It starts nothing by itself: a Thread, a ThreadPool or a direct call of run() runs it.
+ * A unit of work with an ID, a name, a public state and interrupt bits, and operations to wait for changes of
+ * these. A task starts nothing by itself: a Thread, a ThreadPool or a direct call of run() runs it.
  *
- * Any thread may interrupt, wait and look. Whoever destroys a task sees to it that nothing runs it or
- * waits on it any more. Failures of the system reach the caller as RX_Exception.
+ * Lifetime: the owner must not destroy a task while a thread runs it or waits for it.
+ *
+ * Exceptions: failures of the system reach the caller as RX_Exception.
+ *
+ * Thread safety: any thread may interrupt, wait for or query a task.
  */
 class DALNIM_API Task : public Runnable
 {
 public:
     static constexpr const char CLASS_NAME[] = "Task";
 
-    /** One bit a state. */
+    /** The states, one bit each. */
     enum TaskState : UInt32_t {
         /** May be started or queued. */
         TSF_READY = 1,
-        /** Handed to a pool, not yet taken by a worker. */
+        /** Queued in a pool; no worker runs it yet. */
         TSF_QUEUED = 2,
-        /** A thread was asked to start for it. */
+        /** A thread is being started for it. */
         TSF_STARTING = 4,
+        /** Its work is in progress. */
         TSF_RUNNING = 8,
-        /** Over, normally or by an exception. */
+        /** Its work has ended, normally or by an exception. */
         TSF_FINISHED = 16,
         /** A join has begun. */
         TSF_JOINED = 32,
@@ -45,25 +49,26 @@ public:
     };
 
     /**
-     * @param tgt     what run() calls; throws `std::logic_error`, "Runnable target was NULL", for null
-     * @param destroy makes this task an owner of `tgt`: of a reference-counted one it acquires a reference
-     *                now and releases it in its destructor, any other it deletes there. If construction
-     *                fails, `tgt` remains the caller's
-     * @param name    the name as it stands, or null
-     * @param label   with no name, what the name begins with, in front of the task's number; "Task"
-     *                for null
+     * @param tgt      the target, which run() calls
+     * @param destroy  makes this task an owner of `tgt`. If `tgt` is reference-counted, the task acquires a
+     *                 reference now and releases it in its destructor; otherwise its destructor deletes
+     * `tgt`. If construction fails, `tgt` remains the caller's
+     * @param name     the name, used unchanged, or null
+     * @param label    if `name` is null, the name is the label followed by the task's ID; null for "Task"
+     * @throws std::logic_error  "Runnable target was NULL" if `tgt` is null
      */
     explicit Task(Runnable* tgt, bool destroy = false, const char* name = nullptr,
                   const char* label = nullptr);
-    /** The target stays the caller's. */
+    /** The target remains the caller's. */
     explicit Task(Runnable& tgt, const char* name = nullptr, const char* label = nullptr);
-    // A name in the place of the flag would make the task an owner of its target.
+    // A string literal would convert to `destroy` silently and make the task an owner of its target.
     template <class T, class... More, class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN>>
     Task(Runnable* tgt, T&& destroy, More&&... more) = delete;
     /**
-     * Releases or deletes a target that it owns. An exception of the target's destructor is caught and
-     * logged under the module "com.kor.dal.nim" with severity WARNING and the message "Unexpected exception
-     * while destroying the target of a task"; only the unwinding of a thread that ends there passes.
+     * Releases or deletes the target if this task owns it. An exception of the target's destructor is caught
+     * and logged under the module "com.kor.dal.nim" with severity WARNING and the message "Unexpected
+     * exception while destroying the target of a task". If the destructor ends the thread, the unwinding
+     * continues.
      */
     ~Task() noexcept(false) override;
 
@@ -71,60 +76,66 @@ public:
     Task& operator=(const Task&) = delete;
 
     /**
-     * Runs the target on the calling thread. What the target throws passes, and leaves the task
-     * running and current: ending that is for the caller.
+     * Runs the target on the calling thread. An exception of the target propagates; the task then remains
+     * TSF_RUNNING and the thread's current task, until the caller changes that.
      */
     void run() override;
 
-    /** The state of the moment, without a lock. */
+    /** Returns the current state, without a lock. */
     TaskState status() const noexcept
     {
         return static_cast<TaskState>(_state.load(std::memory_order_acquire) & ~HAS_WAITERS);
     }
-    /** Whether it runs at this moment. */
+    /** Returns true if the state is TSF_RUNNING. */
     bool running() const noexcept
     {
         return status() == TSF_RUNNING;
     }
-    /** Its number, for life: unique in the process among tasks, threads and pools. */
+    /** Returns the ID, which is unique in the process among tasks, threads and pools. It never changes. */
     TaskID_t taskId() const noexcept
     {
         return _id;
     }
-    /** Its name: as given, or the label and the number. */
+    /** Returns the name: the one given, or the label followed by the ID. */
     String name() const;
 
     /**
-     * Sets interrupt bits, whose meaning belongs to the users of the task, and wakes all waiters.
-     * @param bits 0 stands for the lowest bit
-     * @return all bits that are set now
+     * Sets interrupt bits and wakes all waiting threads. The users of a task define the meaning of the bits.
+     * @param bits  the bits to set; 0 sets bit 0
+     * @return all bits that are set afterwards
      */
     unsigned long interrupt(unsigned long bits);
-    /** The interrupt bits, which are cleared, save bit 31. */
+    /** Returns the interrupt bits and clears all of them except bit 31. */
     unsigned long interrupted();
 
     /**
-     * Waits until the task is finished. 0 does not wait and tells whether it is. Otherwise true means
-     * that it became finished during this wait: a task that is finished already gives false, at once.
-     * @param ms milliseconds, of which what is below a second counts as microseconds
+     * Waits until the state is TSF_FINISHED.
+     *
+     * Compatibility: if the task has finished already, a call with `ms` other than 0 returns false
+     * immediately. To check whether a task has finished, call with 0, or use status().
+     * @param ms  time-out in milliseconds, of which the part below one second is taken as microseconds. 0
+     * does not wait
+     * @return for 0, whether the task has finished; otherwise whether it finished during this wait
      */
     bool waitForCompletion(unsigned int ms) const;
     /**
-     * Waits until the state or the interrupt bits change, not at all while bits are set.
-     * @param ms milliseconds; 0 does not wait
+     * Waits until the state or the interrupt bits change. Returns immediately if any interrupt bit is set.
+     * @param ms  time-out in milliseconds; 0 does not wait
      */
     void waitForStateChange(unsigned int ms) const;
 
-    /** The task that the calling thread runs, or null. */
+    /** Returns the task that the calling thread runs, or null. */
     static Task* currentTask();
 
 protected:
-    /** A task that is its own target: a derived class replaces run(). */
+    /** Constructs a task that is its own target, for a derived class that overrides run(). */
     explicit Task(const char* name, const char* label = nullptr);
 
     /**
-     * A copy of an exception that outlives its handler, owned by the caller: a clone if it can be
-     * cloned, else a copy as the first of the standard types that it is one of.
+     * Returns a copy of an exception, owned by the caller: a clone if it is a type::Cloneable, otherwise a
+     * copy as the first of these that it is: std::ios_base::failure, bad_alloc, bad_cast, bad_typeid,
+     * runtime_error, logic_error, exception.
+     * @throws std::bad_cast  if the clone is not a std::exception
      */
     static std::exception* cloneError(const std::exception& e);
 
@@ -134,33 +145,39 @@ private:
     friend class ThreadPool;
 
     /**
-     * What run() itself has finished last on the calling thread. It is there to be compared: the owner
-     * may have destroyed it since.
+     * The task that run() has finished last on the calling thread. Only for comparisons: its owner may have
+     * destroyed it.
      */
     static const Task*& _last_finished() noexcept;
 
-    /** The clone of an exception that can be cloned, null otherwise. Throws as cloneError(). */
+    /** Returns the clone of an exception that is a type::Cloneable, otherwise null. Throws as cloneError().
+     */
     static std::exception* _cloneOf(const std::exception& e);
-    /** A copy as the first of the standard types that the exception is one of. */
+    /** Returns a copy as the first standard type that the exception is. */
     static std::exception* _standardCopyOf(const std::exception& e);
 
     void _set_state(TaskState ts);
-    /** The state, whose next change will ring the bell. The caller holds the bell's lock until it waits. */
+    /**
+     * Sets HAS_WAITERS and returns the state, whose next change then wakes the task's TaskWaitBucket. The
+     * caller must hold the bucket's lock until it waits.
+     */
     TaskState _mark_waiter() const;
     RX_String _make_name(const char* name, const char* label, TaskID_t id) const;
-    /** Declared for the layout of the interface; nothing calls them. */
+    /** Declared only; part of the fixed interface. */
     void _run_via_thread();
     void _run_via_threadpool();
 
-    /** Beside the state: somebody may be waiting at the bell of this task. */
+    /** A bit beside the state: a thread may be waiting for this task in its TaskWaitBucket. */
     static constexpr UInt32_t HAS_WAITERS = 0x80000000;
 
-    /** The state, and HAS_WAITERS. Whoever replaces it and finds that bit set rings the bell. */
+    /** The state and HAS_WAITERS. A thread that replaces it while the bit is set must wake the bucket. */
     mutable std::atomic<UInt32_t> _state;
     const TaskID_t _id;
-    /** Guarded by the lock of the bell. */
+    /** Guarded by the lock of the task's TaskWaitBucket. */
     unsigned long _intbits;
+    /** The target that run() calls; this object if it is its own target. */
     Runnable* const _target;
+    /** Whether this task owns `_target`. */
     const bool _manage;
     const RX_String _name;
 };

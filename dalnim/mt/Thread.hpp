@@ -20,18 +20,21 @@ class CondSem;
 class MutexOps;
 
 /**
- * A task that runs on a system thread of its own, under a copy of its starter's context. A target that
- * is a Task is moved through the same states.
+ * A task that runs on a system thread of its own, with a copy of the context of the thread that starts it. If
+ * its target is a Task, the target's state follows the thread's.
  *
- * Joinable, it keeps a copy of the exception that ended the run for join(), after which it can be started
- * again. If copying throws, it keeps a copy of that exception instead, and `std::bad_alloc` if memory runs
- * out. Detached, it logs the exception and drops it, and cannot run again.
+ * A joinable thread stores a copy of the exception that ended the run, which join() returns. It can be
+ * started again afterwards. If copying throws, the thread stores a copy of that exception instead, or
+ * `std::bad_alloc` if memory runs out. A detached thread logs the exception and discards it; it cannot run
+ * again.
  *
- * A run may also end the thread, by pthread_exit or because it is cancelled. It is finished then like any
- * other, with its context cleared and no exception: join() returns null.
+ * The run may also end the thread, by pthread_exit() or by cancellation. The thread is finished then as by
+ * any other end, with its context cleared and without an exception: join() returns null.
  *
- * One thread controls an object: start(), join() and the destructor are not guarded against each
- * other. The destructor does not wait; destroying a thread that still runs is the caller's fault.
+ * Lifetime: the destructor does not wait. The owner must not destroy a thread that still runs.
+ *
+ * Thread safety: start(), join() and the destructor must not be called concurrently. For the other
+ * operations, see Task.
  */
 class DALNIM_API Thread : public Task
 {
@@ -39,18 +42,20 @@ public:
     static constexpr const char CLASS_NAME[] = "Thread";
 
     /**
-     * @param tgt     what runs; throws `std::logic_error`, "Runnable target was NULL", for null
-     * @param destroy makes this object an owner of `tgt`: of a reference-counted one it acquires a
-     *                reference now and releases it in its destructor, any other it deletes there. If
-     *                construction fails, `tgt` remains the caller's
-     * @param name    null for "Thread" and the task's number
+     * @param tgt       the target, which runs on the thread
+     * @param joinable  whether the thread is to be joined; start() may change it
+     * @param destroy   makes this object an owner of `tgt`. If `tgt` is reference-counted, the thread
+     * acquires a reference now and releases it in its destructor; otherwise its destructor deletes `tgt`. If
+     * construction fails, `tgt` remains the caller's
+     * @param name      the name; null for "Thread" followed by the task's ID
+     * @throws std::logic_error  "Runnable target was NULL" if `tgt` is null
      */
     explicit Thread(Runnable* tgt, bool joinable = true, bool destroy = false, const char* name = nullptr);
-    /** The target stays the caller's. */
+    /** The target remains the caller's. */
     explicit Thread(Runnable& tgt, bool joinable = true, const char* name = nullptr);
-    /** A thread to derive from: the derived class replaces run(). */
+    /** Constructs a thread that is its own target, for a derived class that overrides run(). */
     explicit Thread(bool joinable = true, const char* name = nullptr);
-    // A name, or something that cannot be run, in the place of a flag.
+    // A name, or an object that is not a Runnable, would convert to a flag silently.
     template <class T, class... More,
               class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN && !FlagArgument<T>::IS_TARGET>>
     explicit Thread(T&& joinable, More&&... more) = delete;
@@ -61,28 +66,32 @@ public:
     template <class T, class... More, class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN>>
     Thread(Runnable& tgt, T&& joinable, More&&... more) = delete;
     /**
-     * Releases or deletes a target that it owns. If that is a task, and nothing else holds a reference to it,
-     * its state becomes TSF_DESTROYED first. An exception of the target's destructor is caught and logged
-     * under the module "com.kor.dal.nim" with severity WARNING and the message "Unexpected exception while
-     * destroying the target of a thread"; only the unwinding of a thread that ends there passes.
+     * Releases or deletes the target if this object owns it. If the target is a task, and there is no other
+     * reference to it, its state is set to TSF_DESTROYED first. An exception of the target's destructor is
+     * caught and logged under the module "com.kor.dal.nim" with severity WARNING and the message "Unexpected
+     * exception while destroying the target of a thread". If the destructor ends the calling thread, the
+     * unwinding continues.
      */
     ~Thread() noexcept(false) override;
 
-    /** Runs the target. */
+    /** Runs the target on the calling thread. The new thread calls this. */
     void run() override;
 
     /**
-     * Starts the thread. Throws `std::logic_error`, "Thread not ready to be started", and RX_Exception
-     * if the system has no thread, which leaves this one starting; join() throws that exception again.
-     * @param joinable whether it is to be joined, from now on
-     * @param context  what the new thread gets a copy of, made here; null for the caller's current one
+     * Starts the thread.
+     * @param joinable  whether the thread is to be joined, instead of the constructor's value
+     * @param context   the context to copy for the new thread, on the calling thread; null for the calling
+     *                  thread's current one
+     * @throws std::logic_error  "Thread not ready to be started" if the state is not TSF_READY
+     * @throws RX_Exception      if the system cannot create the thread. The state remains TSF_STARTING; if
+     * the thread is joinable, join() throws the exception again
      */
     void start(bool joinable, const type::ContainerContext* context = nullptr);
-    /** The same, joinable or not as before. */
+    /** Starts the thread, joinable or detached as before. */
     void start(const type::ContainerContext* context = nullptr);
-    /** @name Start with a counted context */
+    /** @name Start with a reference to a context */
     /** @{ */
-    /** The same, with the context that `context` holds; empty for the caller's current one. */
+    /** As above, with a reference to the context; empty for the calling thread's current one. */
     template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
     void start(bool joinable, const mem::ConstRcoRef<T>& context)
     {
@@ -94,16 +103,19 @@ public:
         start(static_cast<const type::ContainerContext*>(context.get()));
     }
     /** @} */
-    /** A new thread, started; the caller owns the object, which a failed start leaves behind. */
+    /**
+     * Constructs a thread and starts it. Returns the new object, owned by the caller. If the start fails, the
+     * object is not deleted.
+     */
     static Thread* start(Runnable& tgt, bool joinable, const char* name,
                          const type::ContainerContext* context = nullptr);
-    /** The same; with `destroy`, the object is an owner of `tgt`. Throws as the constructor. */
+    /** As above. `destroy` and the exceptions are those of the constructor. */
     static Thread* start(Runnable* tgt, bool joinable, bool destroy, const char* name,
                          const type::ContainerContext* context = nullptr);
 
-    /** @name Start of new threads with a counted context */
+    /** @name Start of new threads with a reference to a context */
     /** @{ */
-    /** The same, with the context that `context` holds; empty for the caller's current one. */
+    /** As above, with a reference to the context; empty for the calling thread's current one. */
     template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
     static Thread* start(Runnable& tgt, bool joinable, const char* name, const mem::ConstRcoRef<T>& context)
     {
@@ -116,7 +128,7 @@ public:
         return start(tgt, joinable, destroy, name, static_cast<const type::ContainerContext*>(context.get()));
     }
     /** @} */
-    // Something else in the place of a flag; a context is meant only as the last argument.
+    // Other arguments would convert to a flag silently; a context may only be the last argument.
     template <class T, class... More,
               class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN && !FlagArgument<T>::IS_TARGET
                                        && (sizeof...(More) != 0
@@ -131,27 +143,29 @@ public:
     static Thread* start(Runnable* tgt, bool joinable, T&& destroy, More&&... more) = delete;
 
     /**
-     * Waits for the end of the run, without limit, and makes the thread ready to be started again.
-     * Throws `std::logic_error`: "Thread is not joinable", "Target already joined, or never existed",
-     * "Target already joined, or never started".
-     * @return what ended the run, or null; it stays this object's until the next run
+     * Waits for the end of the run, without limit. The state is TSF_READY afterwards: the thread can be
+     * started again.
+     * @return the exception that ended the run, or null. It is owned by this object and valid until the next
+     *         run
+     * @throws std::logic_error  "Thread is not joinable" if the thread is detached; "Target already joined,
+     * or never existed" or "Target already joined, or never started" if there is no run to join
      */
     const std::exception* join();
-    /** Whether it is to be joined. */
+    /** Returns true if the thread is to be joined. */
     bool joinable() const noexcept
     {
         return _joinable;
     }
-    /** The number of the calling thread, whichever object it asks. */
+    /** Returns the thread ID of the calling thread, not of the thread that this object has started. */
     ThreadID_t threadId() const noexcept;
 
-    /** The object of the calling thread; null on a thread that none was started for. */
+    /** Returns the object of the calling thread, or null if no Thread object has started it. */
     static Thread* currentThread();
 
 protected:
-    /** For a derived class: its name, or for null its label and its number. */
+    /** As above, with a label that is followed by the ID if `name` is null. */
     Thread(bool joinable, const char* name, const char* label);
-    /** Declared for the layout of the interface; nothing calls it. */
+    /** Declared only; part of the fixed interface. */
     Thread(Runnable* tgt, bool joinable, bool destroy, const char* name, MutexOps& mux, CondSem& sem,
            mem::RefCntObject* object);
 
@@ -164,27 +178,30 @@ private:
     std::exception* copyForJoin(qv::CaughtException caught) const;
     void report(const qv::CaughtException& caught) const;
 
-    /** Deletes a copy, but not the one that is used when memory runs out. */
+    /** Deletes an exception, except the static one that is used if memory runs out. */
     struct DeleteCopy
     {
         void operator()(std::exception* exception) const noexcept;
     };
 
     bool _joinable;
+    /** Whether this object owns `_target`. */
     bool _manage;
-    /** Shadows of the members of Task with these names, which alone have an effect. */
+    /** Not in use: shadows the member of Task, as do `_id` and `_name`. */
     TaskState _state;
+    /** The target; this object if it is its own target. */
     Runnable* _target;
-    /** The target if it is a task; this object if it is its own target. */
+    /** The target if it is a task, otherwise null; this object if it is its own target. */
     Task* _targetAsTask;
+    /** Not in use. */
     RX_Mutex _mu;
-    /** With one reference, from the start of a joinable run to its join; null otherwise. */
+    /** With one reference, from the start of a joinable run until join(); otherwise null. */
     RX_ClosureM0S<Thread>* _closure;
     TaskID_t _id;
     RX_String _name;
-    /** What ended the last joinable run. */
+    /** The exception that ended the last joinable run, or null. */
     std::unique_ptr<std::exception, DeleteCopy> _exception;
-    /** What the new thread gets; an empty shell once it runs. */
+    /** The context for the new thread; without entries once the thread runs. */
     type::ContainerContextRef _contextRef;
 };
 

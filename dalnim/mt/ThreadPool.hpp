@@ -14,16 +14,17 @@ class RX_ServerQueue;
 namespace com::kor::dal::nim::mt {
 
 /**
- * Runs tasks on a fixed set of worker threads, each under a copy of the context that its submitter
- * had at that moment. A task runs once; what it throws is dropped. A task that ends its thread, by
- * pthread_exit or because it is cancelled, is finished like any other, and the pool replaces the thread;
- * only if the system refuses a new one does the pool have one worker less.
+ * Runs tasks on a fixed number of worker threads, each with a copy of the context that the submitting thread
+ * had when it called add(). A task runs once. Exceptions that it throws are discarded and not logged. A task
+ * that ends its thread, by pthread_exit() or by cancellation, is finished as by any other end, and the pool
+ * replaces the thread; if the system cannot create a new one, the pool has one worker less.
  *
- * Any thread may submit, also a task of the pool: but one that waits for room in its own full pool
- * may wait for itself. Nothing of the pool is locked while a task runs.
+ * Child of a fork: the pool has no workers there, and queued tasks are not run. It may be destroyed, but no
+ * task may be added.
  *
- * In the child of a fork the pool has no workers, and what is queued stays where it is. It may be
- * destroyed there, so that the child may exit, and not be submitted to.
+ * Thread safety: any thread may call any operation. A task may add tasks to its own pool, but may deadlock if
+ * it blocks because the pool is full. A task must not call shutdown() of its own pool. No lock of the pool is
+ * held while a task runs.
  */
 class DALNIM_API ThreadPool : public virtual type::Object
 {
@@ -31,40 +32,44 @@ public:
     static constexpr const char CLASS_NAME[] = "ThreadPool";
 
     /**
-     * Starts the workers. Failures of the system reach the caller as RX_Exception.
-     * @param name              null for "ThreadPool" and the pool's number
-     * @param max_threads       how many workers, for the life of the pool
-     * @param max_pending_tasks how many tasks may wait for a worker
-     * The four in between have no effect.
+     * Starts the workers. The four parameters without a name have no effect.
+     * @param name               the name; null for "ThreadPool" followed by the pool's ID
+     * @param max_threads        number of workers, which never changes
+     * @param max_pending_tasks  maximum number of tasks that wait for a worker
+     * @throws RX_Exception  if the system cannot create the workers or the queue
      */
     ThreadPool(const char* name, unsigned int max_threads, unsigned int, unsigned int, unsigned int,
                unsigned int, unsigned int max_pending_tasks);
-    /** shutdown(false). */
+    /** Calls shutdown(false). */
     ~ThreadPool() noexcept(false) override;
 
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
 
     /**
-     * Queues a task. Throws `std::logic_error`: "Attempt to add a NULL Task", "Attempt to add a
-     * non-ready Task", "ThreadPool already shutdown".
-     * @param manage  the pool deletes the task when it is through with it, or, if it is counted,
-     *                holds a reference that long. An exception of the task's destructor is caught and logged
-     *                under the module "com.kor.dal.nim" with severity WARNING and the message "Unexpected
-     *                exception while destroying a task of a pool"
-     * @param block   waits for room. Otherwise the call never waits, and the result may be false; threads
-     *                that add concurrently may exceed the limit by their number
-     * @param context what the task gets a copy of, made here; null for the caller's current one
-     * @return false when the limit of pending tasks refused it: it stays the caller's, also a managed
-     *         one
+     * Queues a task.
+     * @param manage   makes the pool an owner of the task if the result is true: it deletes the task after
+     * the run. If the task is reference-counted, the pool holds a reference until then instead. An exception
+     * of the task's destructor is caught and logged under the module "com.kor.dal.nim" with severity WARNING
+     * and the message "Unexpected exception while destroying a task of a pool"
+     * @param block    whether to wait while the pool is full. Otherwise the call never waits; threads that
+     * add concurrently may exceed the limit by their number
+     * @param context  the context to copy for the task, on the calling thread; null for the calling thread's
+     *                 current one
+     * @return false if the pool is full and `block` is false. The task remains the caller's, as it does if
+     * this throws
+     * @throws std::logic_error  "Attempt to add a NULL Task", "Attempt to add a non-ready Task", or
+     * "ThreadPool already shutdown". The task is unchanged
+     * @throws std::bad_alloc    if memory runs out. After this and any other exception, which copying the
+     *                           context or a lock may throw, the task is TSF_QUEUED and cannot be added again
      */
     bool add(Task* task, bool manage = false, bool block = true,
              const type::ContainerContext* context = nullptr);
-    /** The task stays the caller's, who keeps it until it is finished. */
+    /** As above. The task remains the caller's, who must not destroy it before it is finished. */
     bool add(Task& task, bool block = true, const type::ContainerContext* context = nullptr);
-    /** @name Add with a counted context */
+    /** @name Add with a reference to a context */
     /** @{ */
-    /** The same, with the context that `context` holds; empty for the caller's current one. */
+    /** As above, with a reference to the context; empty for the calling thread's current one. */
     template <class T, class = std::enable_if_t<IS_CONTEXT<T>>>
     bool add(Task* task, bool manage, bool block, const mem::ConstRcoRef<T>& context)
     {
@@ -91,8 +96,8 @@ public:
         return add(&task, false, true, context);
     }
     /** @} */
-    // Something else in the place of a flag, also a pointer to a context; a counted one is meant only as the
-    // last argument.
+    // Other arguments would convert to a flag silently, also a pointer to a context. A reference to a context
+    // may only be the last argument.
     template <class T, class... More,
               class = std::enable_if_t<FlagArgument<T>::IS_MISTAKEN
                                        && (sizeof...(More) != 0 || !FlagArgument<T>::IS_CONTEXT_REFERENCE)>>
@@ -107,28 +112,29 @@ public:
     bool add(Task& task, T&& block, More&&... more) = delete;
 
     /**
-     * Ends the pool; a second call does nothing. An add() that is waiting for room returns, and its task is
-     * dropped. Synchronously, all that is queued is run first. Otherwise what no worker has taken is dropped,
-     * and running tasks are waited for only if a worker becomes free within a second. Does nothing in the
-     * child of a fork.
+     * Shuts the pool down; a second call does nothing. An add() that waits because the pool is full returns,
+     * and its task is discarded. Does nothing in the child of a fork.
      *
-     * No task of the pool may call it: it would wait for itself. A second thread that calls it before
-     * the first is through waits as well.
+     * A task of the pool must not call this: it would wait for itself. A second thread that calls this
+     * concurrently waits as well.
+     * @param synchronous  whether to run all queued tasks first, without a time limit. Otherwise queued tasks
+     *                     are discarded, and running tasks are waited for only if a worker becomes idle
+     * within one second
      */
     void shutdown(bool synchronous = true, bool = false);
 
-    /** The name of the pool, valid as long as that. */
+    /** Returns the name, which is valid as long as the pool. */
     const String& name() const noexcept
     {
         return _name;
     }
-    /** Its number: unique in the process among tasks, threads and pools. */
+    /** Returns the ID, which is unique in the process among tasks, threads and pools. */
     TaskID_t poolId() const noexcept
     {
         return _id;
     }
 
-    /** The pool whose task the calling thread runs, or null. */
+    /** Returns the pool whose task the calling thread runs, or null. */
     static ThreadPool* currentPool();
 
 private:
@@ -138,17 +144,20 @@ private:
     bool probe();
 
     const TaskID_t _id;
-    /** The process that has the workers. */
+    /** The process in which the workers run. */
     const ProcID_t _process;
     const String _name;
-    /** These two with one reference each. */
+    /** The queue with the workers, with one reference. */
     RX_ServerQueue* _queue;
+    /** Counts the queued and the running tasks. With one reference. */
     RX_ActivityRecorder* _ar;
+    /** Maximum number of queued tasks. */
     const UInt32_t _max_pending_tasks;
+    /** Set when shutdown() begins. */
     std::atomic<bool> isPoolClosed;
 };
 
-/** Does nothing: the work of the closure that asks whether a worker is free. */
+/** Does nothing. Run by the closure with which shutdown() finds out whether a worker is idle. */
 DALNIM_API void activeThreadsFunction();
 
 }

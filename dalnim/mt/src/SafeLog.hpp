@@ -8,8 +8,8 @@
 namespace com::kor::dal::nim::mt {
 
 /**
- * Runs a log statement that must not affect the thread that it reports on: if it fails, standard error gets a
- * line that says so. Only a forced unwinding leaves this function.
+ * Runs a log statement that must not affect its caller: if it fails, one line is written to standard error.
+ * Only a forced unwinding leaves this function.
  */
 template <class Statement>
 void logSafely(const char* component, Statement statement)

@@ -29,7 +29,7 @@ namespace {
 /** The one interrupt bit that interrupted() never clears. */
 constexpr unsigned long STICKY_BIT = 0x80000000UL;
 
-/** A copy of `e` as a `Type`, if it is one. */
+/** Returns a copy of `e` as a `Type`, or null if it is none. */
 template <class Type>
 std::exception* copyAs(const std::exception& e)
 {
@@ -48,7 +48,7 @@ Task::Task(Runnable* tgt, bool destroy, const char* name, const char* label)
         throw std::logic_error("Runnable target was NULL");
     }
     if (destroy) {
-        // Last, since the target stays the caller's if construction fails.
+        // Last, since the target remains the caller's if construction fails.
         acquireOwnership(*tgt);
     }
 }
@@ -85,9 +85,9 @@ void Task::run()
     _last_finished() = nullptr;
     _target->run();
     _set_state(TSF_FINISHED);
-    // From here on the owner may destroy this task.
+    // From here on, the owner may destroy this task.
     _last_finished() = this;
-    // Cleared and not restored, also for a task that was run from inside another.
+    // Compatibility: cleared, not restored, also if another task has run this one.
     thread.task = nullptr;
 }
 

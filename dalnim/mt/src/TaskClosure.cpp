@@ -26,7 +26,8 @@ type::ContextSnapshot duplicate(const type::ContainerContext* context)
 
 }
 
-// The context comes first: a copy that fails must not leave half a closure, which is counted.
+// The context is copied before the base class is constructed: if copying throws, there is no closure, which
+// would report that it is destroyed with a reference.
 TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, const type::ContainerContext* context)
     : TaskClosure(task, manage, pool, duplicate(context))
 {
@@ -52,7 +53,7 @@ TaskClosure::~TaskClosure() noexcept(false)
 
 void* TaskClosure::operator new(std::size_t size)
 {
-    static_assert(sizeof(TaskClosure) <= ClosureAllocator::BLOCK_SIZE, "a closure fits into a block");
+    static_assert(sizeof(TaskClosure) <= ClosureAllocator::BLOCK_SIZE, "BLOCK_SIZE is too small");
     static_cast<void>(size);
     return ClosureAllocator::allocate();
 }
@@ -74,7 +75,7 @@ void TaskClosure::apply()
     try {
         _task->run();
     } catch (...) {
-        // An exception is dropped on purpose: a pool task reports its outcome by its own means.
+        // Discarded deliberately: a pool task reports its outcome itself.
         if (qv::isThreadEnding()) {
             finish(thread);
             throw;
@@ -83,10 +84,10 @@ void TaskClosure::apply()
     finish(thread);
 }
 
-/** Ends the work of the task on this thread. */
+/** Sets the state and clears what the task leaves behind on this thread. */
 void TaskClosure::finish(sys::internal::ThreadState& thread) const
 {
-    // A task that has finished itself may be gone: its owner waits for nothing else.
+    // Its owner may have destroyed a task that run() has set to TSF_FINISHED.
     if (Task::_last_finished() != _task) {
         _task->_set_state(Task::TSF_FINISHED);
     }

@@ -17,28 +17,28 @@ namespace com::kor::dal::nim::mt {
 
 class ThreadPool;
 
-/** A task on its way through a pool's queue, with a copy of its submitter's context. */
+/** A task in the queue of a pool, with a copy of the context of the thread that added it. */
 class TaskClosure : public RX_Closure
 {
 public:
-    /** Copies `context` or, for null, the calling thread's current one. */
+    /** Copies `context` or, if null, the calling thread's current one. */
     TaskClosure(Task* task, bool manage, ThreadPool* pool, const type::ContainerContext* context);
     /**
-     * Releases a managed task that is counted, deletes one that is not. An exception of the task's destructor
-     * is logged; only a forced unwinding passes.
+     * Releases a managed task if it is reference-counted, otherwise deletes it. An exception of the task's
+     * destructor is logged; a forced unwinding continues.
      */
     ~TaskClosure() noexcept(false) override;
 
     TaskClosure(TaskClosure&) = delete;
     TaskClosure& operator=(TaskClosure&) = delete;
 
-    // One of them goes with each submission, from one thread to another.
+    // One closure is allocated by each add(), and deallocated by another thread: see ClosureAllocator.
     static void* operator new(std::size_t size);
     static void operator delete(void* block) noexcept;
 
     /**
-     * Runs the task on a worker; what it throws is dropped. A task that ends the thread is finished, too, and
-     * the unwinding goes on.
+     * Runs the task on a worker and discards its exception. If the task ends the thread, it is finished as
+     * well, and the unwinding continues.
      */
     void apply() override;
 
@@ -51,8 +51,11 @@ private:
     void finish(sys::internal::ThreadState& thread) const;
 
     Task* _task;
+    /** How the pool owns `_task`. */
     Ownership _ownership;
+    /** The pool that queued the task; not owned. */
     ThreadPool* const _pool;
+    /** The copied context. */
     type::ContextSnapshot _context;
 };
 

@@ -35,10 +35,10 @@ qv::Reference<RX_Thread> makeSystemThread(qv::Reference<RX_Closure> closure)
 }
 
 /**
- * The exception of a run that could not be copied because memory ran out. Made when the library is loaded and
- * never destroyed, since threads run until the process has ended.
+ * Stands for an exception that could not be copied because memory ran out. Constructed when the library is
+ * loaded and never destroyed, since threads run until the process has ended.
  */
-// NOLINTNEXTLINE(cert-err58-cpp): what is loaded without memory for this ends
+// NOLINTNEXTLINE(cert-err58-cpp): if memory runs out here, loading the library fails
 std::exception* const outOfMemory = std::make_unique<std::bad_alloc>().release();
 
 }
@@ -52,7 +52,7 @@ Thread::Thread(Runnable* tgt, bool joinable, bool destroy, const char* name)
         throw std::logic_error("Runnable target was NULL");
     }
     if (destroy) {
-        // Last, since the target stays the caller's if construction fails.
+        // Last, since the target remains the caller's if construction fails.
         acquireOwnership(*tgt);
     }
 }
@@ -107,7 +107,7 @@ void Thread::start(bool joinable, const type::ContainerContext* context)
     if (context == nullptr) {
         context = sys::internal::ThreadState::current().contextRef.get();
     }
-    // The copy is made here, so that what it shares or clones is read by the thread that owns it.
+    // Copied on this thread, which owns the entries that are shared or cloned.
     _contextRef = new sys::internal::CurrentContext(*context);
 
     if (!joinable) {
@@ -157,12 +157,12 @@ const std::exception* Thread::join()
     if (!_contextRef) {
         throw std::logic_error("Target already joined, or never started");
     }
-    // Ahead of the wait: a thread that is not through yet overwrites it, and nobody relies on it.
+    // Before the wait: a thread that has not finished overwrites it.
     setBothStates(TSF_JOINED);
     _closure->waitForCompletion();
     _closure->detach();
     _closure = nullptr;
-    // The thread before its target, the reverse of every other step.
+    // Compatibility: the thread before its target, unlike everywhere else.
     _set_state(TSF_READY);
     if (_targetAsTask != nullptr) {
         _targetAsTask->_set_state(TSF_READY);
@@ -183,7 +183,7 @@ Thread* Thread::currentThread()
 
 void Thread::setBothStates(TaskState ts)
 {
-    // A thread that is its own target is set once: who sees it finished may destroy it.
+    // A thread that is its own target is set only once: its owner may destroy it when it is finished.
     if (_targetAsTask != nullptr && _targetAsTask != this) {
         _targetAsTask->_set_state(ts);
     }
@@ -214,8 +214,7 @@ void Thread::run_post()
 
 void Thread::run_joinable()
 {
-    // Referenced by the system thread also after the end of this object, which is allowed from TSF_FINISHED
-    // on.
+    // The system thread keeps the closure alive. This object may be destroyed from TSF_FINISHED on.
     RX_ClosureM0S<Thread>* const closure = _closure;
     run_pre();
     try {
@@ -226,7 +225,7 @@ void Thread::run_joinable()
         const bool isEnding = qv::isThreadEnding();
         run_post();
         if (isEnding) {
-            // Ended from within: the run is over, and there is nothing that its joiner could receive.
+            // The run has ended its thread: join() has no exception to return.
             closure->markDone();
         }
         throw;
@@ -249,8 +248,9 @@ void Thread::run_detached()
 }
 
 /**
- * A copy of what ended the run. If copying throws, that exception is copied instead, at last as a standard
- * type, which can only run out of memory. Only a forced unwinding leaves this function.
+ * Returns a copy of the exception that ended the run. If copying throws, that exception is copied instead,
+ * finally as a standard type, which fails only if memory runs out. Only a forced unwinding leaves this
+ * function.
  */
 std::exception* Thread::copyForJoin(qv::CaughtException caught) const
 {
@@ -277,7 +277,7 @@ std::exception* Thread::copyForJoin(qv::CaughtException caught) const
 
 void Thread::report(const qv::CaughtException& caught) const
 {
-    // What an application runs on its threads is logged under its module, not the library's.
+    // Exceptions of the application's code are logged under its module, not the library's.
     using ::com_kor_dal_nim_log_module;
     logSafely(CLASS_NAME, [&] {
         if (caught.known() != nullptr) {

@@ -36,7 +36,7 @@ ThreadPool::ThreadPool(const char* name, unsigned int max_threads, unsigned int,
     try {
         queue->addThreads(max_threads);
     } catch (...) {
-        // Those that were started would hold the queue for good.
+        // Otherwise workers that have started would keep the queue alive forever.
         queue->close();
         throw;
     }
@@ -54,10 +54,10 @@ ThreadPool::~ThreadPool() noexcept(false)
     try {
         shutdown(false, false);
     } catch (const std::bad_alloc&) {
-        // Not even for its track. Then nobody is waited for.
+        // There is no memory for a StackTrack. The workers are not waited for then.
         queue->close();
     } catch (...) {
-        // As when the thread is cancelled in a wait: idle workers would keep an open queue for good.
+        // For example if the thread is cancelled while it waits. Idle workers would keep an open queue alive.
         queue->close();
         throw;
     }
@@ -72,7 +72,7 @@ bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerC
     if (task->status() != Task::TSF_READY) {
         throw std::logic_error("Attempt to add a non-ready Task");
     }
-    // The queue is closed by shutdown() alone, which sets this first.
+    // Only shutdown() closes the queue, after it has set this.
     if (isPoolClosed) {
         throw std::logic_error("ThreadPool already shutdown");
     }
@@ -86,15 +86,15 @@ bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerC
         if (block) {
             _queue->put(closure.get());
         } else {
-            // Other threads may have taken the room since isFull(). This one must not wait for it.
+            // Other threads may have filled the queue since isFull(). This call must not wait.
             qv::ServerQueueAccess::putBeyondCapacity(*_queue, closure.get());
         }
     } catch (...) {
-        // The task stays the caller's, as with every failure of this operation.
+        // The task remains the caller's, as after every failure of this operation.
         closure->releaseOwnership();
         throw;
     }
-    // The queue has the only reference, so that the task of a managed closure goes with its run.
+    // The queue now owns the only reference, so that a managed task is released after its run.
     static_cast<void>(closure.release());
     return true;
 }
@@ -106,14 +106,14 @@ bool ThreadPool::add(Task& task, bool block, const type::ContainerContext* conte
 
 bool ThreadPool::isFull() const
 {
-    // The backlog counts the tasks that run too. A snapshot: several that submit at once may overrun
-    // the limit by their number.
+    // The backlog includes running tasks. This is a snapshot: threads that add concurrently may exceed the
+    // limit by their number.
     const UInt32_t backlog = _ar->getBacklog();
     const UInt32_t workers = _queue->threadCount();
     return _max_pending_tasks <= (backlog > workers ? backlog - workers : 0);
 }
 
-/** False in the child of a fork: any lock there may be held by a thread that only the parent has. */
+/** Returns false in the child of a fork, where any lock may be held by a thread of the parent. */
 bool ThreadPool::hasWorkers() const
 {
     return qv_si_getpid() == _process;
@@ -126,7 +126,7 @@ void ThreadPool::shutdown(bool synchronous, bool)
     if (!hasWorkers() || _queue->isClosed() != 0) {
         return;
     }
-    // An add() that did not see the flag, or that waits for room, reaches the queue no more.
+    // The queue then discards the closure of an add() that has not seen the flag or is blocked.
     qv::ServerQueueAccess::refusePuts(*_queue);
     if (synchronous) {
         _ar->waitForQuiet();
@@ -139,7 +139,7 @@ void ThreadPool::shutdown(bool synchronous, bool)
     _queue->close();
 }
 
-/** Whether a worker becomes free within a second; not so if there is no memory to ask. */
+/** Returns true if a worker becomes idle within one second, false also if memory runs out. */
 bool ThreadPool::probe()
 {
     try {
