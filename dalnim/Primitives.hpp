@@ -6,22 +6,22 @@
 
 namespace com::kor::dal::nim {
 
-/** @name Integers of a fixed width */
+/** @name Fixed-width integers */
 /** @{ */
-/** Of as many bits as its name says. */
+/** An integer with the number of bits in its name. */
 typedef std::int8_t SInt8_t;
 typedef std::uint32_t UInt32_t;
 typedef std::uint64_t UInt64_t;
 /** @} */
 
-/** An unsigned integer that holds a pointer. */
+/** An unsigned integer that can hold a pointer. */
 typedef unsigned long long PointerInt_t;
 
-/** The kernel's number of a process. */
+/** A process ID. */
 typedef std::int32_t ProcID_t;
-/** The kernel's number of a thread, as `ps -L` shows it. */
+/** The kernel's thread ID, as `ps -L` shows it. */
 typedef std::int32_t ThreadID_t;
-/** A number shared by tasks, threads and pools, unique within the process. */
+/** The ID of a task, a thread or a pool, unique within the process. */
 typedef std::uint32_t TaskID_t;
 
 /** Seconds since the epoch. */

@@ -6,10 +6,10 @@
 
 namespace com::kor::dal::nim {
 
-/** The string of the library's interface: bytes, with no encoding of its own. */
+/** The string type of the interface: bytes without a fixed encoding. */
 typedef std::string String;
 
-/** The common list type of the library. */
+/** A list of strings. */
 typedef std::vector<String> StringVector;
 
 }

@@ -3,20 +3,20 @@
 
 /**
  * @file
- * The base of every source file of the library, included first by each of them.
+ * Included first by every source file of the library.
  *
- * It plants the objects that prepare the runtime layer when the library is loaded, before any of
- * its code can be called. Whichever file comes first does the work: an error table enters its
- * messages once per process, and every later object is one test of a flag.
+ * It defines objects that initialise the runtime layer when the library is loaded, before any of its code can
+ * be called. Those of the first source file do the work: an error table registers its messages once per
+ * process, and the other objects only check a flag.
  *
- * And it names the module of the library's own log statements.
+ * It also declares the module of the library's own log statements.
  */
 
 #include <dalnim/log/LibraryModule.hpp>
 #include <qv/pmx/errors.h>
 #include <qv/pmx/init.h>
 
-// Each source file has objects of its own.
+// One set of objects for each source file.
 namespace { // NOLINT(cert-dcl59-cpp)
 
 const qv::ErrorTableInitializer RTLD_error_table_initializer(_qv_RTLD_error_table_initializer_done,
@@ -30,14 +30,14 @@ const qv::ErrorTableInitializer BNUM_error_table_initializer(_qv_BNUM_error_tabl
 const qv::ErrorTableInitializer CRPT_error_table_initializer(_qv_CRPT_error_table_initializer_done,
                                                              _qv_CRPT_error_table_init);
 
-// Nothing can work without the system interface: a failure here ends the process.
+// The library cannot work without the system interface: a failure terminates the process.
 const qv::SystemInterfaceInitializer si_init_initializer("dalnim/dalbase.hpp", __LINE__);
 
 }
 
 #include <iostream>
 
-/** The tables of the class library, for the sources that use it: planted behind the includes. */
+/** Registers the error tables of the class library. For sources that use it, after the includes. */
 #define DALNIM_USES_RTLAPI                                                                                   \
     namespace {                                                                                              \
     const qv::ErrorTableInitializer RX_error_table_initializer(_qv_RX_error_table_initializer_done,          \
@@ -50,7 +50,7 @@ const qv::SystemInterfaceInitializer si_init_initializer("dalnim/dalbase.hpp", _
                                                                  _qv_MAPP_error_table_init);                 \
     }
 
-/** The further tables of path resolution, in the same way. */
+/** Registers the error tables of path resolution. Used likewise. */
 #define DALNIM_USES_PATH_TABLES                                                                              \
     namespace {                                                                                              \
     const qv::ErrorTableInitializer MISC_error_table_initializer(_qv_MISC_error_table_initializer_done,      \

@@ -3,7 +3,7 @@
 
 /**
  * @file
- * Every public header of the library.
+ * Includes every public header of the library.
  */
 
 #include <dalnim/Primitives.hpp>

@@ -48,7 +48,7 @@ public:
      * Removes the oldest element and returns it. Blocks while the queue is empty and not completed.
      * @param max_wait_ms  time-out in milliseconds
      * @return the element, owned by the caller. Null if the queue was still empty at the time-out, is empty
-     * and completed, or has been shut down
+     *         and completed, or has been shut down
      * @throws sys::system_error  if locking fails, with the error number of the cause
      */
     QueueElement* next(unsigned int max_wait_ms = 0xFFFFFFFF);

@@ -35,7 +35,7 @@ public:
     /**
      * Converts the caller's shared access to exclusive access. Does not wait for other readers.
      * @throws sys::system_error  16 (EBUSY) if there are other readers. The caller still has shared access,
-     * and may release() it and call acquireForWrite()
+     *                            and may release() it and call acquireForWrite()
      */
     const ReaderWriterLock& upgradeToWrite() const;
     /** Ends either kind of access. */

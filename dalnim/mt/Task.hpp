@@ -52,7 +52,7 @@ public:
      * @param tgt      the target, which run() calls
      * @param destroy  makes this task an owner of `tgt`. If `tgt` is reference-counted, the task acquires a
      *                 reference now and releases it in its destructor; otherwise its destructor deletes
-     * `tgt`. If construction fails, `tgt` remains the caller's
+     *                 `tgt`. If construction fails, `tgt` remains the caller's
      * @param name     the name, used unchanged, or null
      * @param label    if `name` is null, the name is the label followed by the task's ID; null for "Task"
      * @throws std::logic_error  "Runnable target was NULL" if `tgt` is null
@@ -114,7 +114,7 @@ public:
      * Compatibility: if the task has finished already, a call with `ms` other than 0 returns false
      * immediately. To check whether a task has finished, call with 0, or use status().
      * @param ms  time-out in milliseconds, of which the part below one second is taken as microseconds. 0
-     * does not wait
+     *            does not wait
      * @return for 0, whether the task has finished; otherwise whether it finished during this wait
      */
     bool waitForCompletion(unsigned int ms) const;

@@ -45,8 +45,8 @@ public:
      * @param tgt       the target, which runs on the thread
      * @param joinable  whether the thread is to be joined; start() may change it
      * @param destroy   makes this object an owner of `tgt`. If `tgt` is reference-counted, the thread
-     * acquires a reference now and releases it in its destructor; otherwise its destructor deletes `tgt`. If
-     * construction fails, `tgt` remains the caller's
+     *                  acquires a reference now and releases it in its destructor; otherwise its destructor
+     *                  deletes `tgt`. If construction fails, `tgt` remains the caller's
      * @param name      the name; null for "Thread" followed by the task's ID
      * @throws std::logic_error  "Runnable target was NULL" if `tgt` is null
      */
@@ -84,7 +84,7 @@ public:
      *                  thread's current one
      * @throws std::logic_error  "Thread not ready to be started" if the state is not TSF_READY
      * @throws RX_Exception      if the system cannot create the thread. The state remains TSF_STARTING; if
-     * the thread is joinable, join() throws the exception again
+     *                           the thread is joinable, join() throws the exception again
      */
     void start(bool joinable, const type::ContainerContext* context = nullptr);
     /** Starts the thread, joinable or detached as before. */
@@ -148,7 +148,8 @@ public:
      * @return the exception that ended the run, or null. It is owned by this object and valid until the next
      *         run
      * @throws std::logic_error  "Thread is not joinable" if the thread is detached; "Target already joined,
-     * or never existed" or "Target already joined, or never started" if there is no run to join
+     *                           or never existed" or "Target already joined, or never started" if there is no
+     *                           run to join
      */
     const std::exception* join();
     /** Returns true if the thread is to be joined. */

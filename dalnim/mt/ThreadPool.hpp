@@ -49,17 +49,18 @@ public:
     /**
      * Queues a task.
      * @param manage   makes the pool an owner of the task if the result is true: it deletes the task after
-     * the run. If the task is reference-counted, the pool holds a reference until then instead. An exception
-     * of the task's destructor is caught and logged under the module "com.kor.dal.nim" with severity WARNING
-     * and the message "Unexpected exception while destroying a task of a pool"
+     *                 the run. If the task is reference-counted, the pool holds a reference until then
+     *                 instead. An exception of the task's destructor is caught and logged under the module
+     *                 "com.kor.dal.nim" with severity WARNING and the message "Unexpected exception while
+     *                 destroying a task of a pool"
      * @param block    whether to wait while the pool is full. Otherwise the call never waits; threads that
-     * add concurrently may exceed the limit by their number
+     *                 add concurrently may exceed the limit by their number
      * @param context  the context to copy for the task, on the calling thread; null for the calling thread's
      *                 current one
      * @return false if the pool is full and `block` is false. The task remains the caller's, as it does if
-     * this throws
+     *         this throws
      * @throws std::logic_error  "Attempt to add a NULL Task", "Attempt to add a non-ready Task", or
-     * "ThreadPool already shutdown". The task is unchanged
+     *                           "ThreadPool already shutdown". The task is unchanged
      * @throws std::bad_alloc    if memory runs out. After this and any other exception, which copying the
      *                           context or a lock may throw, the task is TSF_QUEUED and cannot be added again
      */
@@ -119,7 +120,7 @@ public:
      * concurrently waits as well.
      * @param synchronous  whether to run all queued tasks first, without a time limit. Otherwise queued tasks
      *                     are discarded, and running tasks are waited for only if a worker becomes idle
-     * within one second
+     *                     within one second
      */
     void shutdown(bool synchronous = true, bool = false);
 

@@ -12,35 +12,35 @@ namespace com::kor::dal::nim::sys {
 
 class DynLoaderMgr;
 
-/** A reference to a library, which keeps its code in memory. */
+/** A reference to a library, which keeps it loaded. */
 typedef mem::ConstRcoRef<DynLibrary> DynLibraryRef;
 
 /**
- * A loaded library. It is unloaded by the thread that gives up the last reference to it or to a symbol
- * that was found through it, at that moment:
+ * A loaded library. It is unloaded when the last reference to it, or to a symbol that was found through it,
+ * is released, by the thread that releases it:
  *
  *     const DynLibraryRef plugin = DynLibrary::load("libplugin.so");
  *     const DynSymbolRef entry = plugin->symbol("plugin_entry");
  *     reinterpret_cast<int (*)(int)>(entry->func())(3);
  *
- * Everything here may be called by any thread that holds a reference. Loading and unloading run the
- * library's initialisers and its static destructors under the loader's lock; these may load, look up
- * and release on their own thread, and must not wait for another thread that does. A library that is
- * going cannot be brought back by its own destructors.
+ * Initialisers and static destructors of the library run while the loader's lock is held. They may load
+ * libraries, look up symbols and release references on their own thread, but must not wait for another thread
+ * that does. Destructors cannot keep a library that is being unloaded.
  *
- * A library whose initialisers or static destructors use this interface is to be loaded and unloaded by it,
- * and not by a plain `dlopen` or `dlclose`: these take the lock of the dynamic linker before the loader's,
- * which another thread that loads by this interface takes after it, and the two threads wait for each other
- * for ever. When the static destructors of the process have run, other threads that come here wait for its
- * end.
+ * A library whose initialisers or static destructors use this interface must be loaded and unloaded with it,
+ * not with a plain `dlopen` or `dlclose`. These acquire the lock of the dynamic linker before the loader's
+ * lock, while this interface acquires it afterwards, so that two threads could deadlock.
+ *
+ * Thread safety: any thread that holds a reference may call any operation. After the static destructors of
+ * the process have run, all other threads that load, look up or release block until the process has ended.
  */
 class DALNIM_API DynLibrary final : public mem::RefCntObject
 {
 public:
     static constexpr const char CLASS_NAME[] = "DynLibrary";
     /**
-     * Whether loads may ask for global look-up; false turns that off for all callers. To be set before
-     * other threads load.
+     * Whether load() and loadProcess() may request global lookup; false disables it for all callers. Must be
+     * set before other threads load libraries.
      */
     static bool DEFAULT_LOOKUP_SCOPE_GLOBAL;
 
@@ -48,38 +48,38 @@ public:
     DynLibrary& operator=(const DynLibrary&) = delete;
 
     /**
-     * The library of that name, loaded if nobody holds it under this name: the text counts, not the
-     * file. The name means what it means to `dlopen`; symbols are bound lazily, in a scope of the
-     * library's own.
-     *
-     * Throws system_error with the number of the failure and the text "Unable to load "name": reason",
-     * followed by ", detail)" with what the dynamic linker has to say. An initialiser that throws ends
-     * the process.
-     * @param global_lookup remembered, and never taken back; it has no effect on the search
+     * Returns the library with the given name. Loads it unless it is already loaded under this name; only
+     * names are compared, not files. Symbols are bound lazily, in a scope of the library's own. An
+     * exception that leaves an initialiser of the library terminates the process.
+     * @param libfile        the name, as for `dlopen`
+     * @param global_lookup  recorded for the library, and never reset; has no effect on lookups
+     * @throws system_error  the error number and "Unable to load "name": reason", followed by ", detail)" if
+     *                       the dynamic linker reports a detail
      */
     static ConstDynLibraryRef load(const String& libfile, bool global_lookup = true);
-    /** The image of the process itself, and what it was started with. */
+    /** Returns the image of the process: its program and the libraries that were loaded with it. */
     static ConstDynLibraryRef loadProcess(bool global_lookup = true);
 
     /**
-     * The symbol of that name: the library's own, or one of the libraries that it was linked with, or,
-     * if these have none, of any module of the process. Such a module is not kept loaded by the symbol.
-     *
-     * Throws system_error 0: "Cannot lookup nil dynamic symbol name." for the empty name, "Unable to
-     * resolve dynamic symbol "name"" for one that nobody defines.
+     * Returns the symbol with the given name. Searches this library and the libraries that it is linked with,
+     * then all modules of the process. A symbol that is found in another module does not keep that module
+     * loaded.
+     * @throws system_error  0 and "Cannot lookup nil dynamic symbol name." if the name is empty; 0 and
+     *                       "Unable to resolve dynamic symbol "name"" if no module defines it
      */
     DynSymbolRef symbol(const String& symname) const;
-    /** The name that it was loaded by; empty for the process. */
+    /** Returns the name under which the library was loaded; empty for the process. */
     const String& name() const noexcept
     {
         return path;
     }
 
-    /** As RefCntObject, and gives the cache's own reference up when that is the only one left. */
+    /** Releases a reference as RefCntObject does. If only the loader's reference is left, releases that too.
+     */
     void releaseRef() const override;
     /**
-     * The same without an exception. True when the library is gone; false while others hold it, though
-     * the reference is given up.
+     * As above, without an exception. Releases the reference in any case. Returns true if the library was
+     * destroyed, false if there are other references.
      */
     bool releaseRef(const std::nothrow_t&) const override;
 
@@ -87,7 +87,7 @@ private:
     friend class DynLoaderMgr;
     friend class DynSymbol;
 
-    /** The symbols of a library begin alike: their lengths tell most of them apart. */
+    /** Orders by length first: symbols of one library often have a common prefix. */
     struct ShorterFirst
     {
         bool operator()(const String& left, const String& right) const noexcept
@@ -97,18 +97,20 @@ private:
     };
     typedef std::map<String, mem::ConstRcoRef<DynSymbol>, ShorterFirst> SymbolMap;
 
-    /** Takes over the handle. */
+    /** Takes ownership of the handle. Acquires a reference to the manager. */
     DynLibrary(qv_lhandle_t handle, bool global_lookup, const String& filepath, DynLoaderMgr& loadmgr);
-    /** Unloads, and logs that; an unload that the system refuses is a warning. */
+    /** Unloads the library and logs that; logs a warning if the system cannot unload it. */
     ~DynLibrary() noexcept override;
 
+    /** The handle, owned. */
     const qv_lhandle_t hnd;
-    /** Whether anybody asked for global look-up. Guarded by the loader's lock. */
+    /** Whether any caller has requested global lookup. Guarded by the loader's lock. */
     mutable bool global;
+    /** The name under which the library was loaded. */
     const String path;
-    /** With one reference of this library. */
+    /** The manager, with one reference. */
     const DynLoaderMgr& loader;
-    /** Those in the record that the loader has of this library, to find them at once; null at first. */
+    /** The symbols in the loader's record of this library, cached; null before the first lookup. */
     mutable SymbolMap* symbols;
 };
 

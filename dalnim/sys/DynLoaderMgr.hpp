@@ -14,15 +14,16 @@
 namespace com::kor::dal::nim::sys {
 
 class DynLoaderMgr;
-/** A counted reference to the manager. */
+/** A reference to the manager. */
 typedef mem::RcoRef<DynLoaderMgr> DynLoaderMgrRef;
 
 /**
- * The libraries that the process has loaded by name, and the symbols that were found in them. A name
- * is loaded once, and a symbol looked up once, for as long as somebody holds it.
+ * The cache of the libraries that the process has loaded by name, and of the symbols that were found in them.
+ * As long as there is a reference to it, a library is not loaded again and a symbol not looked up again.
+ * Applications use DynLibrary and DynSymbol instead.
  *
- * Any thread may call everything here. One recursive lock guards the table; it is held while a library
- * is loaded or unloaded, and fork() waits for it. Applications use DynLibrary and DynSymbol instead.
+ * Thread safety: any thread may call any operation. One recursive lock guards the cache. It is held while a
+ * library is loaded or unloaded, and fork() waits for it.
  */
 class DALNIM_API DynLoaderMgr final : public mem::RefCntObject
 {
@@ -32,20 +33,20 @@ public:
     DynLoaderMgr(const DynLoaderMgr&) = delete;
     DynLoaderMgr& operator=(const DynLoaderMgr&) = delete;
 
-    /** The one manager, made at the first call. It can be used for as long as the process runs. */
+    /** Returns the only manager, which the first call constructs. It is valid until the process has ended. */
     static DynLoaderMgrRef manager();
 
-    /** As DynLibrary::load(). */
+    /** Loads a library. See DynLibrary::load(). */
     ConstDynLibraryRef image(const String& imgfile, bool global);
     /**
-     * As DynLibrary::symbol(); system_error 22, "Attempt to dereference null reference.", without a
-     * library.
+     * Looks up a symbol. See DynLibrary::symbol().
+     * @throws system_error  22 (EINVAL) and "Attempt to dereference null reference." if `imgref` is empty
      */
     DynSymbolRef symbol(const ConstDynLibraryRef& imgref, const String& symname) const;
 
-    /** Drops what nobody but the cache holds; true when it did, and then `ref` is gone. */
+    /** Removes a library to which only the cache refers. Returns true if it did, which destroys `ref`. */
     bool checkRefs(const DynLibrary& ref) const;
-    /** The same for a symbol, whose library may go with it. */
+    /** As above for a symbol. Its library may be destroyed, too. */
     bool checkRefs(const DynSymbol& ref) const;
 
 private:
@@ -56,10 +57,11 @@ private:
 
     typedef DynLibrary::SymbolMap SymbolMap;
 
+    /** The cache entry of a library. */
     struct LibRec
     {
         ConstDynLibraryRef library;
-        /** By the names asked for. */
+        /** By the names under which they were looked up. */
         SymbolMap symbols;
     };
 
@@ -67,9 +69,10 @@ private:
     ~DynLoaderMgr() override;
 
     /**
-     * Called when the static destructors of the process have run. The dynamic linker ends the libraries one
-     * by one then, and would begin those anew that are needed by what another thread loads. So the other
-     * threads that come to the loader from here on stay there; the one that ends the process does not.
+     * Acquires the loader's lock and keeps it, after the static destructors of the process have run. The
+     * dynamic linker then finalises the libraries one by one, and would initialise again those that a library
+     * loaded by another thread needs. Other threads therefore block in the loader from here on. The thread
+     * that ends the process does not.
      */
     __attribute__((destructor)) static void endLoads() noexcept;
 
@@ -81,22 +84,26 @@ private:
     DynSymbolRef find(const DynLibrary* library, const String& symname) const;
     [[noreturn]] void rejectLookup(const String& symname) const;
     /**
-     * Releases a reference by `releaseOne`, and then the cache's own if that is the only one left. Defined
-     * in sys/src/DynLoaderRelease.hpp.
+     * Releases a reference with `releaseOne`, then the cache's reference if that is the only one left.
+     * Defined in sys/src/DynLoaderRelease.hpp.
      */
     template <class T, class ReleaseOne>
     bool release(const T& object, ReleaseOne releaseOne) const;
 
-    // All of these are called with sync held.
-    /** The symbols of the library's record, which is made if there is none; the library notes them. */
+    // These require sync.
+    /** Returns the symbols in the library's record, which is inserted if there is none, and caches them in
+     * it. */
     SymbolMap& insertRecord(const DynLibrary& library) const;
     DynSymbolRef resolve(const DynLibrary& library, SymbolMap& symbols, const String& symname) const;
     bool removeUnused(const DynLibrary& library) const;
     bool removeUnused(const DynSymbol& symbol) const;
 
-    /** Recursive: what is loaded or unloaded may come back here. Taken before the logger's locks. */
+    /**
+     * Guards the cache. Recursive, since initialisers and destructors of libraries may use the loader.
+     * Acquired before the logger's locks.
+     */
     mt::CriticalSection sync;
-    /** By the name that was asked for. */
+    /** By the names under which they were loaded. */
     mutable std::map<String, LibRec> libs;
     // Reserved for a search path.
     [[maybe_unused]] UInt32_t pkey;

@@ -7,15 +7,14 @@
 namespace com::kor::dal::nim::sys {
 
 class DynLibrary;
-/** A reference to a library, which keeps its code in memory. */
+/** A reference to a library, which keeps it loaded. */
 typedef mem::ConstRcoRef<DynLibrary> ConstDynLibraryRef;
 
 /**
- * A symbol that was found through a library. It keeps that library loaded, and is itself kept by
- * references alone: with the last one outside the loader's cache it goes, and the library with it if
- * nobody else holds that.
+ * A symbol that was found through a library. It keeps that library loaded. A symbol is destroyed when the
+ * last reference other than the loader's is released, and then releases its library.
  *
- * Everything here may be called by any thread that holds a reference.
+ * Thread safety: any thread that holds a reference may call any operation.
  */
 class DALNIM_API DynSymbol final : public mem::RefCntObject
 {
@@ -25,17 +24,17 @@ public:
     DynSymbol(const DynSymbol&) = delete;
     DynSymbol& operator=(const DynSymbol&) = delete;
 
-    /** The address as that of a variable. */
+    /** Returns the address as that of a variable. */
     void* data() const noexcept
     {
         return sym.data;
     }
-    /** The same address as that of a function, for the caller to cast to its type. */
+    /** Returns the address as that of a function, for the caller to cast to the function's type. */
     void (*func() const noexcept)()
     {
         return sym.func;
     }
-    /** The name that it was looked up by. */
+    /** Returns the name under which the symbol was looked up. */
     const String& name() const noexcept
     {
         return label;
@@ -43,11 +42,12 @@ public:
     /** Returns the library through which it was found. To use the result, include DynLibrary.hpp. */
     ConstDynLibraryRef library() const;
 
-    /** As RefCntObject, and gives the cache's own reference up when that is the only one left. */
+    /** Releases a reference as RefCntObject does. If only the loader's reference is left, releases that too.
+     */
     void releaseRef() const override;
     /**
-     * The same without an exception. True when the symbol is gone; false while others hold it, though
-     * the reference is given up.
+     * As above, without an exception. Releases the reference in any case. Returns true if the symbol was
+     * destroyed, false if there are other references.
      */
     bool releaseRef(const std::nothrow_t&) const override;
 
@@ -68,12 +68,13 @@ private:
         void (*func)();
         void* data;
     } sym;
-    /** With one reference of this symbol. */
+    /** The library, with one reference. */
     const DynLibrary& lib;
+    /** The name under which the symbol was looked up. */
     const String label;
 };
 
-/** A counted reference to a symbol, which keeps its library in memory. */
+/** A reference to a symbol, which keeps its library loaded. */
 typedef mem::ConstRcoRef<DynSymbol> ConstDynSymbolRef;
 typedef mem::ConstRcoRef<DynSymbol> DynSymbolRef;
 

@@ -8,26 +8,28 @@ namespace com::kor::dal::nim::sys {
 /**
  * Guard of the one library-wide lock for rare one-time work.
  *
- * The lock is recursive, so that one-time work may run inside another. It must not be held across
- * anything that blocks for long. fork() waits for it behind other locks of the library, so that it is
- * free in the child: who holds it does not fork. An object belongs to one thread; nothing here throws.
+ * The lock is recursive, so that one-time work may include other one-time work. It must not be held during
+ * calls that block for long. fork() acquires it after other locks of the library, so that it is unlocked in
+ * the child; a thread that holds it must not call fork().
+ *
+ * Thread safety: an object may be used by one thread only; the lock is shared by all.
  */
 class DALNIM_API InitLock
 {
 public:
     static constexpr const char CLASS_NAME[] = "InitLock";
 
-    /** Acquires at once when `lock` is true. */
+    /** @param lock  whether to acquire the lock now */
     explicit InitLock(bool lock) noexcept;
-    /** Releases what this object holds. */
+    /** Releases the lock if this object holds it. */
     ~InitLock();
 
     InitLock(const InitLock&) = delete;
     InitLock& operator=(const InitLock&) = delete;
 
-    /** Blocks until the lock is held; does nothing when this object holds it already. */
+    /** Blocks until the lock is held. Does nothing if this object already holds it. */
     void acquire() noexcept;
-    /** Gives the lock back when this object holds it. */
+    /** Releases the lock if this object holds it. */
     void release() noexcept;
 
 private:

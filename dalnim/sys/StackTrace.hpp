@@ -9,45 +9,49 @@
 namespace com::kor::dal::nim::sys {
 
 /**
- * A snapshot of the open tracks of the thread that made it, as text, innermost first.
+ * A snapshot of the stack of StackTracks of the thread that constructs it, as labels, innermost first.
  *
- * Once complete it may be read by any thread, except that the first toString() of an object writes
- * a cache and must not run concurrently with another.
+ * Thread safety: any thread may read a constructed object, except that the first toString() of an object
+ * writes a cache and must not run concurrently with another.
  */
 class DALNIM_API StackTrace
 {
 public:
     static constexpr const char CLASS_NAME[] = "StackTrace";
 
-    /** Captures the calling thread's tracks. */
+    /** Captures the tracks of the calling thread. */
     StackTrace();
-    /** Copies the labels; the text form starts anew. */
+    /** Copies the labels, but not the cached string. */
     StackTrace(const StackTrace& ref);
-    /** Copies the labels. A text form that this object has made already stays as it was. */
+    /** Copies the labels. Compatibility: a string that toString() has already cached remains unchanged. */
     StackTrace& operator=(const StackTrace& ref);
     virtual ~StackTrace();
 
-    /** Whether no track was open. */
+    /** Returns true if there was no track. */
     bool empty() const noexcept;
-    /** One label a frame, innermost first. */
+    /** Returns one label per frame, innermost first. */
     const StringVector& trace() const noexcept;
 
     /**
-     * Writes one line a frame, and flushes. An empty trace leaves the stream untouched.
-     * @param indent   stands before each line
-     * @param numbered puts "[n]" and a tab before each label, counting down to 0 at the outermost
+     * Writes one line per frame and flushes the stream. Does nothing if the trace is empty.
+     * @param indent    written at the start of each line
+     * @param numbered  whether to write "[n]" and a tab in front of each label; n is 0 for the outermost
+     *                  frame
+     * @return `os`
      */
     std::ostream& displayFormatted(std::ostream& os, const String& indent, bool numbered) const;
 
-    /** The frames without indent and numbers, made at the first call. */
+    /** Returns the frames as lines without indent and numbers. Cached by the first call. */
     const String& toString() const;
 
 private:
+    /** The labels, innermost first. */
     StringVector data;
+    /** The result of toString(), or empty. */
     mutable String str_cache;
 };
 
-/** Writes the trace with two blanks of indent and numbered lines. */
+/** Writes the trace as numbered lines, indented by two spaces. */
 DALNIM_API std::ostream& operator<<(std::ostream& os, const StackTrace& trace);
 
 }

@@ -11,15 +11,15 @@ namespace com::kor::dal::nim::sys {
 
 class StackTrack;
 
-/** The open tracks of one thread, the newest at the back. */
+/** The stack of tracks of one thread; the innermost is the last element. */
 typedef std::vector<const StackTrack*> StackTrackState;
 
 /**
- * One frame of the library's own call stack. A function that can fail puts a track on its machine
- * stack as its first act; a StackTrace shows exactly the functions that did.
+ * One frame of the library's own call stack. A function that can fail constructs a track as its first
+ * statement; a StackTrace contains exactly these functions.
  *
- * The texts are not copied and must outlive the track: they are constants. A track belongs to the
- * thread and to the scope that made it.
+ * Lifetime: the strings are not copied and must outlive the track; they are literals. A track must be
+ * destroyed on the thread that constructed it, in the reverse order of construction.
  */
 class DALNIM_API StackTrack
 {
@@ -27,38 +27,40 @@ public:
     static constexpr const char CLASS_NAME[] = "StackTrack";
 
     /**
-     * @param scope_name  the function, as "add()"
-     * @param inner_scope the class, may be null
-     * @param outer_scope the namespace, may be null
-     * @param line_num    the source line, 0 for none
+     * @param scope_name   the name of the function, such as "add()"
+     * @param inner_scope  the name of the class, or null
+     * @param outer_scope  the name of the namespace, or null
+     * @param line_num     the source line; 0 for none
      */
     StackTrack(const char* scope_name, const char* inner_scope, const char* outer_scope,
                unsigned int line_num);
-    /** A track with one scope around the function. */
+    /** As above, with one enclosing scope. */
     StackTrack(const char* scope_name, const char* enclosing_scope, unsigned int line_num);
-    /** A track of the bare function. */
+    /** As above, without an enclosing scope. */
     StackTrack(const char* scope_name, unsigned int line_num);
     ~StackTrack();
 
     StackTrack(const StackTrack&) = delete;
     StackTrack& operator=(const StackTrack&) = delete;
 
-    /** Notes how far the function got, for the traces taken from now on. */
+    /** Records the line that the function has reached, for subsequent traces. */
     void currentLine(unsigned int line) noexcept
     {
         cur_line = line;
     }
 
-    /** The text of this frame, as "com.kor.dal.nim.mem.RefCntObject.refBias():209". */
+    /** Returns the label of this frame, such as "com.kor.dal.nim.mem.RefCntObject.refBias():209". */
     String label() const;
 
 private:
     const char* out_scope;
     const char* mid_scope;
     const char* scope_name;
+    /** The line passed to the constructor, or 0. */
     const UInt32_t init_line;
+    /** The line passed to currentLine(), or 0. */
     UInt32_t cur_line;
-    /** The stack that this track stands on, so that leaving needs no look-up of the thread. */
+    /** The StackTrackState that contains this track, so that the destructor need not look up the thread. */
     const void* state;
 };
 

@@ -12,11 +12,11 @@
 namespace com::kor::dal::nim::sys {
 
 /**
- * The exception of the library: a message, an error number, and the trace of the tracks that were
- * open when it was built. The three are separate: what() is the bare message.
+ * The exception of the library: a message, an error number, and the stack trace of its construction. The
+ * three are separate: what() returns the message only.
  *
- * It can be copied through a base pointer (clone) and can throw itself (raise), so that a failure
- * on one thread is stored and raised on another.
+ * An exception can be copied through a pointer to a base class, by clone(), and can throw itself, by raise(),
+ * so that one thread can store a failure that another one throws.
  */
 class DALNIM_API system_error : public std::runtime_error,
                                 public StackTrace,
@@ -26,53 +26,58 @@ class DALNIM_API system_error : public std::runtime_error,
 public:
     static constexpr const char CLASS_NAME[] = "system_error";
 
-    /** Number and message of the thread's current `errno`. */
+    /** Uses the number and the message of the current `errno`. */
     system_error();
-    /** The message is sys_err_string(sys_err_num). */
+    /** Uses the message sys_err_string(sys_err_num). */
     explicit system_error(int sys_err_num);
-    /** A message of the caller's, copied, and a number. */
+    /** @name A number with a message */
+    /** @{ */
+    /** Copies the message. */
     system_error(int err_num, const char* message);
-    /** The same. */
     system_error(int err_num, const String& message);
-    /** Copies message, number and trace; captures nothing anew. */
+    /** @} */
+    /** Copies the message, the number and the trace. Captures no new trace. */
     system_error(const system_error& r);
-    /** Takes over message and number, and the trace as StackTrace does. */
+    /** Copies the message and the number, and the trace as StackTrace does. */
     system_error& operator=(const system_error& r);
     ~system_error() noexcept override;
 
-    /** The bare message: no number, no trace. Valid as long as the object is unchanged. */
+    /** Returns the message, without number and trace. Valid as long as the object is unchanged. */
     const char* what() const noexcept override;
-    /** A copy owned by the caller, the same whether deep or not. */
+    /** Returns a copy, owned by the caller. `deep` has no effect. */
     type::Cloneable* clone(bool deep = false) const override;
     /** Throws a copy of this object as a `system_error`. */
     [[noreturn]] void raise() const override;
 
-    /** The error number: an `errno` value, -1 or 0 for a failure without one, or a runtime code. */
+    /** Returns the error number: an `errno` value, a code of the runtime layer, or -1 or 0 for none. */
     int error() const noexcept
     {
         return err;
     }
 
 private:
+    /** Stores `errno` in `e` and returns its message. */
     static String errno_init(int& e);
 
     int err;
 };
 
-/** The thread's `errno`. */
+/** Returns `errno`. */
 DALNIM_API int sys_err_num() noexcept;
 
-/** The text of an error number, "Unknown error N" for one that has none; at most 1023 bytes. */
+/** @name Messages of error numbers */
+/** @{ */
+/** Returns the message of an error number, at most 1023 bytes, or "Unknown error N" if there is none. */
 DALNIM_API String sys_err_string(int sys_err_num);
-/** The same. */
 DALNIM_API String sys_err_string(unsigned int sys_err_num);
-/** The text of the thread's current `errno`. */
+/** @} */
+/** Returns the message of the current `errno`. */
 DALNIM_API String sys_err_string();
 
 /**
- * The readable form of a symbol of the C++ ABI, or `mangled` itself when it is none.
- * @param mangled may be null, which gives the empty text
- * @param error   receives the demangler's status, 0 on success, unless null
+ * Returns the demangled form of a C++ symbol, or `mangled` itself if it is not one.
+ * @param mangled  the symbol; the result is empty if this is null
+ * @param error    receives the status of the demangler, 0 on success; may be null
  */
 DALNIM_API String demangle(const char* mangled, int* error = nullptr);
 

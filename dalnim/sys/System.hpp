@@ -17,11 +17,10 @@ class Properties;
 namespace com::kor::dal::nim::sys {
 
 /**
- * What the library asks of the process and the host: who they are, what time it is, where the
- * executable lies.
+ * Services of the host and the process: names, addresses, IDs, clocks, the path of the executable.
  *
- * All operations may be called from any thread. The host's name and the process path are found
- * once and answered from memory, without a lock, from then on.
+ * Thread safety: any thread may call any operation. The host name and the process path are looked up once;
+ * subsequent calls acquire no lock.
  */
 class DALNIM_API System
 {
@@ -30,7 +29,7 @@ public:
 
     /** @name Types */
     /** @{ */
-    /** As of the library; see Primitives.hpp for their units. */
+    /** The types of the library; for their units, see Primitives.hpp. */
     typedef nim::ProcID_t ProcID_t;
     typedef nim::ThreadID_t ThreadID_t;
     typedef nim::TimeUS_t TimeUS_t;
@@ -39,83 +38,85 @@ public:
     typedef nim::StringVector StringVector;
     /** @} */
 
-    /** Which part of the process path is asked for. */
+    /** The parts of the process path. */
     enum PROCESS_PATH_OPT : int {
-        /** The directory and the name. */
+        /** Directory and name. */
         FULL_PROCESS_PATH = 0,
         /** The name without a directory. */
         EXECUTABLE_NAME_ONLY = 1,
-        /** The directory, with no "/" at its end unless it is the root. */
+        /** The directory, without a trailing "/" unless it is the root. */
         DIRECTORY_PATH_ONLY = 2
     };
 
     /**
-     * The host's name in lower case, as it was at the first call.
+     * Returns the host name in lower case, as it was at the first successful call.
      *
-     * @throws system_error  1, when the host has no name to give; the next call asks again.
+     * @throws system_error  1 (EPERM) if the host name cannot be read; the next call tries again.
      */
     static String hostname();
 
     /**
-     * The numeric addresses of this host, in the resolver's order and with its duplicates.
+     * Returns the numeric addresses of this host, in the order of the resolver, including duplicates.
      *
      * @param family  AF_INET, AF_INET6, or AF_UNSPEC for both.
-     * @throws system_error  the resolver's code and `si_getaddrinfo failed. family = <family> rc = <code>`;
-     *                       whatever hostname() throws.
+     * @throws system_error  the code of the resolver and `si_getaddrinfo failed. family = <family> rc =
+     *                       <code>`; the exceptions of hostname().
      */
     static StringVector hostIpAddress(int family = AF_UNSPEC);
 
-    /** The number of the calling process; in the child after fork(), the child's. */
+    /** Returns the process ID, in the child of a fork the child's. */
     static ProcID_t procId();
 
-    /** The kernel's number of the calling thread. */
+    /** Returns the kernel's thread ID of the calling thread. */
     static ThreadID_t threadId();
 
-    /** Suspends the calling thread for that long, or until a signal is handled. */
+    /** Suspends the calling thread for the given time, or until a signal is handled. */
     static void sleep(unsigned int milliseconds);
 
-    /** The wall clock in microseconds since the epoch, also after January 2038. */
+    /** Returns the wall clock in microseconds since the epoch, also after January 2038. */
     static TimeUS_t timeMicros();
 
-    /** The wall clock in milliseconds since the epoch, truncated towards zero. */
+    /** Returns the wall clock in milliseconds since the epoch, truncated towards zero. */
     static TimeMS_t timeMillis();
 
-    /** timeMillis() */
+    /** Returns timeMillis(). */
     static TimeMS_t time()
     {
         return timeMillis();
     }
 
-    /** The wall clock in intervals of 100 nanoseconds since 15 October 1582, as in a DCE UUID. */
+    /** Returns the wall clock in intervals of 100 nanoseconds since 15 October 1582, as in a DCE UUID. */
     static TimeDCE_t dceTime();
 
     /**
-     * Breaks `timeval`, in seconds since the epoch, down in the time zone of the process.
+     * Converts a time to broken-down local time.
      *
+     * @param result   receives the local time.
+     * @param timeval  seconds since the epoch.
      * @return `result`
-     * @throws system_error  38, when the year does not fit.
+     * @throws system_error  38 (ENOSYS) if the year is out of range.
      */
     static tm& localtime(tm& result, time_t timeval);
 
-    /** The same in UTC. */
+    /** As localtime(), in UTC. */
     static tm& utctime(tm& result, time_t timeval);
 
     /**
-     * The path of the running executable, or the part of it that `opt` selects; any other value
-     * selects all of it.
+     * Returns the path of the running executable, or a part of it.
      *
-     * It is /proc/self/exe. Without that it is put together from the name the process was started
-     * by, the current directory, and the environment variables PWD and PATH.
+     * The path is read from /proc/self/exe. If that fails, it is determined from the name with which the
+     * process was started, the current directory, and the environment variables PWD and PATH.
      *
-     * @throws system_error  2 and a text that tells how to start the process, when no directory is
-     *                       found. Later calls give empty strings.
+     * @param opt  the part; any other value selects the full path.
+     * @throws system_error  2 (ENOENT) and a message that describes how to start the process, if the
+     *                       directory cannot be determined. Subsequent calls return empty strings.
      */
     static String getProcessPath(PROCESS_PATH_OPT opt);
 
     /**
-     * Configures the default logger from the keys below "com.kor.dal.nim.log.Control." in `opts`.
-     * Settings that `opts` does not name stay as they are. A bad value ends the call with an
-     * exception and leaves in force what was set before it.
+     * Configures the default logger from the keys in `opts` that start with "com.kor.dal.nim.log.Control.".
+     * Settings without a key remain unchanged. If a value is invalid, this throws; settings that were applied
+     * before remain in effect.
      */
     static void setConfiguration(const io::Properties& opts);
 

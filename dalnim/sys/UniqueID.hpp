@@ -8,13 +8,13 @@
 namespace com::kor::dal::nim::sys {
 
 /**
- * Numbers that are unique within the process.
+ * IDs that are unique within the process.
  *
- * Each series counts up by one from a base made of the clock and the process id, so that the
- * numbers of two processes differ by chance alone. A series repeats after 2^32 calls. A child
- * after fork() goes on in the series of its parent.
+ * Each of the two series counts up by one from a base that is computed from the clock and the process ID. IDs
+ * of two processes may therefore be equal by chance. A series repeats after 2^32 calls. The child of a fork
+ * continues the series of its parent.
  *
- * All operations may be called from any thread and take no lock after the first call.
+ * Thread safety: any thread may call any operation. Only the first call acquires a lock.
  */
 class DALNIM_API UniqueID
 {
@@ -23,15 +23,15 @@ public:
 
     /** @name Types */
     /** @{ */
-    /** As of the library. */
+    /** The types of the library. */
     typedef nim::UInt32_t UInt32_t;
     typedef nim::UInt64_t UInt64_t;
     /** @} */
 
-    /** The next number of the 32-bit series, which tasks, threads and pools share. */
+    /** Returns the next ID of the 32-bit series, which tasks, threads and pools share. */
     static UInt32_t nextUid32() noexcept;
 
-    /** The next number of the 64-bit series. */
+    /** Returns the next ID of the 64-bit series. */
     static UInt64_t nextUid64() noexcept;
 
     UniqueID() = delete;

@@ -19,7 +19,7 @@ void logSafely(const char* component, Statement statement)
         return;
     }
     static_cast<void>(qv::catchException([&] {
-        std::cerr << component << ": a report was lost";
+        std::cerr << component << ": a log record was lost";
         if (failure.known() != nullptr) {
             std::cerr << ": " << failure.known()->what();
         }

@@ -6,25 +6,27 @@
 
 namespace com::kor::dal::nim::sys::internal {
 
-/** The container context of one thread; it stands in the thread's ThreadState. */
+/** The container context of a thread, which its ThreadState owns. */
 class DALNIM_API CurrentContext : public type::ContainerContext
 {
 public:
     static constexpr const char CLASS_NAME[] = "CurrentContext";
 
     CurrentContext();
-    /** A duplicate, by the attributes of the keys. */
+    /** @name Copying */
+    /** @{ */
+    /** Duplicates the entries as the attributes of their keys require. */
     CurrentContext(const type::ContainerContext& ref);
-    /** A duplicate, by the attributes of the keys. */
     CurrentContext(const CurrentContext& ref);
+    /** @} */
     /** @name Assignment */
     /** @{ */
-    /** Replaces the content by a duplicate, as type::ContainerContext does. */
+    /** Replaces the entries with duplicates. See type::ContainerContext. */
     CurrentContext& operator=(const CurrentContext& ref);
     CurrentContext& operator=(const type::ContainerContext& ref);
     /** @} */
 
-    /** 0: it is filed nowhere. */
+    /** Returns 0, since this context is stored under no key. */
     UInt32_t key() const override;
 
 private:

@@ -10,34 +10,38 @@
 
 namespace com::kor::dal::nim::sys::internal {
 
-/** The date and time of a record, for strftime(), in local time and in UTC. */
+/** @name Date and time of a log record, formats for strftime() */
+/** @{ */
+/** In local time and in UTC. */
 inline constexpr const char LOCAL_TIME_FORMAT[] = "%a %b %d %H:%M:%S %z %Y";
-/** The same in UTC. */
 inline constexpr const char UTC_TIME_FORMAT[] = "%a %b %d %H:%M:%S UTC %Y";
+/** @} */
 
-/** Where a platform that needs it starts and ends its network layer. Nothing here; always 0. */
+/** Initialises the network layer. Does nothing on this platform; returns 0. */
 DALNIM_API int net_init();
-/** Where a platform that needs it ends its network layer. Nothing here; always 0. */
+/** Ends the network layer. Does nothing on this platform; returns 0. */
 DALNIM_API int net_fini();
 
-/** What System::hostname() copies, for the life of the process; fails as it does. */
+/** Returns the host name without a copy, valid until the process ends. Throws as System::hostname() does. */
 std::string_view host_name_text();
 
-/** What System::getProcessPath(EXECUTABLE_NAME_ONLY) copies, likewise. */
+/** Returns the name of the executable without a copy, valid until the process ends. Throws as
+ * System::getProcessPath() does. */
 const String& process_name_text();
 
-/** Throws std::logic_error with `message`, a newline, and the numbered trace of the open tracks. */
+/** Throws std::logic_error with `message`, a newline, and the numbered stack trace. */
 [[noreturn]] DALNIM_API void throw_null_ref_exception(const char* message);
 
 /**
- * Finds the meaningful part of a path text: what is left without the white space and the quotes
- * around it and the separators, "/" and "\", at its end.
+ * Finds the path in a string, without enclosing white space and quotes, and without trailing separators, "/"
+ * and
+ * "\".
  *
- * @param offset  receives where the part begins in `path`.
- * @param length  receives how long it is.
- * @param path    the text; a null pointer has no part at offset 0.
- * @param plen    the length of `path`; 0 for a text that ends at its zero byte.
- * @return whether anything is left, which it is not of "/".
+ * @param offset  receives the offset of the path in the string.
+ * @param length  receives the length of the path.
+ * @param path    the string; null is an empty string.
+ * @param plen    the length of the string; 0 if it ends with a NUL.
+ * @return false if the path is empty, as it is for "/".
  */
 DALNIM_API bool find_path_substring(std::size_t& offset, std::size_t& length, const char* path,
                                     std::size_t plen) noexcept;

@@ -23,17 +23,19 @@ class StackTrace;
 
 namespace com::kor::dal::nim::sys::internal {
 
-// Contexts stand above the thread state, which knows its own by name alone.
+// Contexts are in a higher layer: the class is only declared here.
 class CurrentContext;
-/** A counted reference to the context of a thread. */
+/** A reference to the context of a thread. */
 typedef mem::RcoRef<CurrentContext> CurrentContextRef;
 
-/** A word of mode bits of a thread. */
+/** The mode bits of a thread. */
 typedef UInt32_t ThreadMode_t;
 
 /**
- * What the library knows of one thread. It comes with the first current() on a thread, whoever
- * started it, and goes when the thread ends. It belongs to its thread alone and has no lock.
+ * The state that the library stores for a thread. The first current() on a thread constructs it, also on
+ * threads that the library did not start; it is destroyed when the thread ends.
+ *
+ * Thread safety: only its own thread may use a state.
  */
 class DALNIM_API ThreadState
 {
@@ -41,8 +43,9 @@ public:
     static constexpr const char CLASS_NAME[] = "ThreadState";
 
     /**
-     * The calling thread's state, made on first use.
-     * Throws `std::bad_alloc`, or a system_error with the number of the failed registration.
+     * Returns the state of the calling thread. The first call on a thread constructs it.
+     * @throws std::bad_alloc     if memory runs out
+     * @throws sys::system_error  if the system cannot register the state, with its error number
      */
     static ThreadState& current();
 
@@ -52,40 +55,41 @@ public:
     ThreadState& operator=(const ThreadState&) = delete;
 
 private:
-    // First in memory, where programs that are built already read it, and `tid` last, so that the fields in
+    // Compatibility: existing programs read the thread ID at offset 0. `tid` is last, so that the fields
     // between keep their offsets.
     ThreadID_t _tid;
 
 public:
-    /** Bits whose meaning belongs to the users of ThreadStateBitHolder. Bit 0 is set from the start. */
+    /** Mode bits, which the users of ThreadStateBitHolder define. Bit 0 is set initially. */
     mutable ThreadMode_t mode;
-    /** What this thread runs now, each null when there is none; not owned. */
+    /** The task that this thread runs, or null; not owned. */
     mt::Task* task;
-    /** The object of this thread, null when none was started for it; not owned. */
+    /** The Thread object that has started this thread, or null; not owned. */
     mt::Thread* thrd;
-    /** The pool that this thread works for, or null; not owned. */
+    /** The pool whose task this thread runs, or null; not owned. */
     mt::ThreadPool* pool;
-    /** Kept for callers; the library has no use of it. */
+    /** For callers; the library does not use it. */
     const mt::MutexOps* lock;
-    /** The open tracks. */
+    /** The stack of tracks. */
     StackTrackState where;
-    /** The thread's current context, never empty. */
+    /** The current context of the thread; never empty. */
     CurrentContextRef& contextRef;
-    /** The kernel's thread ID. The child of a fork() finds its own here, also through an older reference. */
+    /** The kernel's thread ID. In the child of a fork it is the child's, also through an existing reference.
+     */
     const ThreadID_t& tid;
 
 private:
-    // A trace of a thread without a state is empty and must not make one: the failure to make one is
-    // reported by an exception, which takes a trace.
+    // A StackTrace must not construct the state: if that fails, the exception captures a StackTrace.
     friend class sys::StackTrace;
-    // Corrects the thread ID in the child of a fork(), whose only thread continues with its parent's state.
+    // Updates the thread ID in the child of a fork, whose thread continues with the state of the parent's.
     friend void update_tid_in_child() noexcept;
 
     ThreadState();
 
-    /** The calling thread's state, null when there is none. */
+    /** Returns the state of the calling thread, or null. */
     static const ThreadState* find() noexcept;
 
+    // Defined in src/CurrentContext.cpp, where the class is complete.
     static CurrentContextRef& createContext();
     static void destroyContext(CurrentContextRef& context) noexcept;
 };

@@ -6,10 +6,10 @@
 namespace com::kor::dal::nim::sys::internal {
 
 /**
- * Sets mode bits of the calling thread for a scope, and clears exactly those that it has set. With
- * one flag it is a re-entrancy guard: only the outermost holder sets and clears.
+ * Sets mode bits of the calling thread for a scope. The destructor clears those bits that this object has
+ * set. With one flag, this is a guard against re-entrance: only the outermost holder sets and clears it.
  *
- * It must be destroyed on the thread that built it.
+ * A holder must be destroyed on the thread that constructed it.
  */
 class DALNIM_API ThreadStateBitHolder
 {
@@ -17,8 +17,9 @@ public:
     static constexpr const char CLASS_NAME[] = "ThreadStateBitHolder";
 
     /**
-     * @param multi true takes each of `flags` that is still free; false takes all of them or, when
-     *              even one is set already, none
+     * @param flags  the bits to set
+     * @param multi  if true, sets those of `flags` that are clear; if false, sets all of them, or none if any
+     *               is already set
      */
     ThreadStateBitHolder(ThreadMode_t flags, bool multi);
     ~ThreadStateBitHolder();
@@ -26,13 +27,14 @@ public:
     ThreadStateBitHolder(const ThreadStateBitHolder&) = delete;
     ThreadStateBitHolder& operator=(const ThreadStateBitHolder&) = delete;
 
-    /** The bits that this holder has set. */
+    /** Returns the bits that this holder has set. */
     ThreadMode_t active() const noexcept
     {
         return bits;
     }
 
 private:
+    /** The state of the thread that constructed this holder. */
     const ThreadState& ts;
     ThreadMode_t bits;
 };

@@ -3,7 +3,7 @@
 
 #include <qv/pmx/api.h>
 
-/** What the library keeps for itself: thread state and its helpers. */
+/** Internals of the library: the thread state and its helpers. */
 namespace com::kor::dal::nim::sys::internal {
 
 /** The dotted name of this namespace, as stack traces and configuration keys show it. */

@@ -43,7 +43,7 @@ DynLibrary::~DynLibrary() noexcept
     try {
         unload(hnd, path);
     } catch (...) {
-        // The log takes no record, and there is nobody else to tell.
+        // If logging fails, there is no other way to report the unload.
     }
     loader.releaseRef(std::nothrow);
 }
@@ -76,7 +76,7 @@ void DynLibrary::releaseRef() const
 
 bool DynLibrary::releaseRef(const std::nothrow_t&) const
 {
-    // With more than the cache's reference left there is nothing to drop, and no lock to wait for.
+    // If more than the cache's reference is left, there is nothing to remove and no need for the lock.
     if (releaseRefAbove(1)) {
         return false;
     }

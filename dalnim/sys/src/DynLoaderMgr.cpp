@@ -44,15 +44,16 @@ typedef std::unique_ptr<std::remove_pointer_t<qv_lhandle_t>, Unload> Handle;
 typedef std::unique_ptr<std::remove_pointer_t<qv_module_list_t>, DestroyList> ModuleList;
 typedef std::unique_ptr<char, decltype(&std::free)> SystemText;
 
-/** The system interface takes the text up to its first zero: behind one, it would be another name. */
+/** Returns false if `text` contains a NUL, at which the system interface would truncate it to another name.
+ */
 bool isName(const String& text)
 {
     return text.find('\0') == String::npos;
 }
 
 /**
- * What an initialiser of the library throws ends the process here. Let through, it would leave the lock
- * of the dynamic linker taken, and sooner or later every other thread waiting for that.
+ * Loads a library. An exception of one of its initialisers terminates the process here: if it propagated, the
+ * dynamic linker's lock would stay locked, and every other thread would eventually wait for it.
  */
 qv_err_t load_or_terminate(const String& imgfile, char** text, qv_lhandle_t* handle) noexcept
 {
@@ -76,7 +77,7 @@ Handle load_library(const String& imgfile)
     throw system_error(status, message);
 }
 
-/** Null when nobody defines the symbol. */
+/** Returns the address of a symbol, or null if no module defines it. */
 void* find_symbol(qv_lhandle_t library, const String& symname)
 {
     if (!isName(symname)) {
@@ -91,7 +92,7 @@ void* find_symbol(qv_lhandle_t library, const String& symname)
 }
 
 /**
- * The one manager, once it was made. Never released: static destructors and threads that are still running
+ * The only manager, or null before it is constructed. Never destroyed: static destructors and running threads
  * may load, look up and release while the process exits.
  *
  * Written once, under InitLock. The store releases the manager's fields to a thread whose first load, an
@@ -99,7 +100,7 @@ void* find_symbol(qv_lhandle_t library, const String& symname)
  */
 std::atomic<DynLoaderMgr*> instance{nullptr};
 
-/** The hold of a fork on the manager's lock. */
+/** How a fork holds the manager's lock. */
 internal::ForkSafeMutex::Hold fork_hold;
 
 }
@@ -120,9 +121,9 @@ DynLoaderMgrRef DynLoaderMgr::manager()
             instance.store(known, std::memory_order_release);
         }
     }
-    // A forked child starts with a table that is whole and a lock that is free. Registered behind the
-    // handlers of the other locks of the library, this one is taken before them, as it is everywhere.
-    // The child of a fork that comes in between begins this anew.
+    // The child of a fork must have a consistent cache and an unlocked lock. Handlers that are registered
+    // last run first: this lock is acquired before the other locks of the library, as everywhere. In the
+    // child of a fork during the registration, pthread_once() starts again.
     static pthread_once_t fork_once = PTHREAD_ONCE_INIT;
     pthread_once(&fork_once, [] {
         pthread_atfork(
@@ -135,7 +136,7 @@ DynLoaderMgrRef DynLoaderMgr::manager()
 
 void DynLoaderMgr::endLoads() noexcept
 {
-    // Not awaited for ever: an initialiser that is underway may be waiting for something itself.
+    // With a time limit: an initialiser that another thread runs under the lock may be blocked.
     constexpr int TRIES = 1000;
     constexpr timespec MILLISECOND = {0, 1000000};
     if (const DynLoaderMgr* const manager = instance.load(std::memory_order_acquire)) {
@@ -152,7 +153,7 @@ ConstDynLibraryRef DynLoaderMgr::image(const String& imgfile, bool global)
     auto found = libs.find(imgfile);
     if (found == libs.end()) {
         Handle handle = load_library(imgfile);
-        // The library's initialisers may have loaded it by this name, too, and hold it.
+        // Initialisers of the library may have loaded it under this name as well.
         found = libs.find(imgfile);
         if (found == libs.end()) {
             const ConstDynLibraryRef created(new DynLibrary(handle.get(), global, imgfile, *this));
@@ -173,7 +174,7 @@ DynSymbolRef DynLoaderMgr::symbol(const ConstDynLibraryRef& imgref, const String
 
 DynSymbolRef DynLoaderMgr::find(const DynLibrary* library, const String& symname) const
 {
-    // What may fail has a track of its own; a hit does without the price of one.
+    // The paths that may fail have tracks of their own, so that a hit does not pay for one.
     if (library == nullptr || symname.empty()) {
         rejectLookup(symname);
     }
@@ -224,7 +225,7 @@ DynSymbolRef DynLoaderMgr::resolve(const DynLibrary& library, SymbolMap& symbols
         throw system_error(0, "Unable to resolve dynamic symbol \"" + symname + '"');
     }
     const DynSymbolRef created(new DynSymbol(library, address, symname.c_str()));
-    // The search may have unloaded a module whose end asked for the same symbol: then that one counts.
+    // The search may have unloaded a module whose destructors looked up the same symbol: keep that entry.
     return symbols.try_emplace(symname, created).first->second;
 }
 
@@ -237,7 +238,7 @@ bool DynLoaderMgr::removeUnused(const DynLibrary& library) const
     if (found == libs.end() || found->second.library != &library) {
         return false;
     }
-    // Out of the table first: the library's end runs its destructors, which may come back here.
+    // Removed from the cache first: the destructors of the library may use the loader.
     const auto dropped = libs.extract(found);
     return true;
 }
@@ -256,7 +257,7 @@ bool DynLoaderMgr::removeUnused(const DynSymbol& symbol) const
     if (found == symbols.end() || found->second != &symbol) {
         return false;
     }
-    // Out of the table first: the symbol's end may be that of its library, and of this very table.
+    // Removed from the table first: with the symbol its library, and this table, may be destroyed.
     const auto dropped = symbols.extract(found);
     return true;
 }

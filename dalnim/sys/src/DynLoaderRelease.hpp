@@ -7,8 +7,8 @@
 namespace com::kor::dal::nim::sys {
 
 /**
- * Without the lock, a count is decremented only to 2 or more (releaseRefAbove(1)); from 2 to 1 and from 1 to
- * 0 only here, with the lock held. Therefore:
+ * Without the lock, a count is decremented only to 2 or more, by releaseRefAbove(1). From 2 to 1 and from 1
+ * to 0 it is decremented only here, with the lock held. Therefore:
  *
  * - A count of 1 before the decrement is the caller's own reference to an object that the cache does not
  *   hold. The decrement destroys it, and nothing may touch it afterwards.

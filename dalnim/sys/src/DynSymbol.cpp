@@ -41,7 +41,7 @@ void DynSymbol::releaseRef() const
 
 bool DynSymbol::releaseRef(const std::nothrow_t&) const
 {
-    // With more than the cache's reference left there is nothing to drop, and no lock to wait for.
+    // If more than the cache's reference is left, there is nothing to remove and no need for the lock.
     if (releaseRefAbove(1)) {
         return false;
     }

@@ -10,7 +10,7 @@ namespace com::kor::dal::nim::sys {
 
 namespace {
 
-/** Recursive. Constant-initialised: one-time work may come before any constructor has run. */
+/** Recursive. Constant-initialised, since one-time work may run before any constructor. */
 internal::ForkSafeMutex _init_sync(true);
 
 /** Registers the fork handlers of the lock when the library is loaded. */

@@ -16,7 +16,7 @@ StackTrace::StackTrace()
     if (thread == nullptr) {
         return;
     }
-    // The labels are made at once: the tracks are gone by the time anyone reads an exception.
+    // Labels are formatted now, since the tracks are destroyed before a handler reads the exception.
     const StackTrackState& where = thread->where;
     data.reserve(where.size());
     for (auto track = where.rbegin(); track != where.rend(); ++track) {
@@ -26,9 +26,9 @@ StackTrace::StackTrace()
 
 StackTrace::StackTrace(const StackTrace& ref) : data(ref.data) {}
 
-StackTrace& StackTrace::operator=(const StackTrace& ref) // NOLINT(cert-oop54-cpp): the data can be
+StackTrace& StackTrace::operator=(const StackTrace& ref) // NOLINT(cert-oop54-cpp): safe for self-assignment
 {
-    // The text form is deliberately not refreshed: what was once shown for this object stays.
+    // Compatibility: the cached string is deliberately kept.
     data = ref.data;
     return *this;
 }
@@ -54,7 +54,7 @@ std::ostream& StackTrace::displayFormatted(std::ostream& os, const String& inden
     for (const String& label : data) {
         os << indent;
         if (numbered) {
-            // As text: neither the base nor the grouping that the stream is set to is for it.
+            // As a string: the base and the grouping of the stream must not apply.
             os << '[' << std::to_string(--n) << "]\t";
         }
         os << label << '\n';
@@ -66,7 +66,7 @@ const String& StackTrace::toString() const
 {
     if (str_cache.empty() && !data.empty()) {
         std::ostringstream text;
-        // A text without its end would be kept.
+        // A truncated string must not be cached.
         text.exceptions(std::ios_base::badbit);
         displayFormatted(text, String(), false);
         str_cache = text.str();

@@ -8,7 +8,7 @@ namespace com::kor::dal::nim::sys {
 
 namespace {
 
-/** The first track of a thread, or one that the stack must grow for. */
+/** Pushes the first track of a thread, or one for which the stack must grow. */
 [[gnu::noinline, gnu::cold]] const void* push_with_memory(StackTrack* that)
 {
     StackTrackState& where = internal::ThreadState::current().where;
@@ -47,7 +47,7 @@ StackTrack::StackTrack(const char* scope, unsigned int line_num)
 
 StackTrack::~StackTrack()
 {
-    // Tracks are nested by the rules of scopes, so the back element is this one.
+    // Tracks are nested like their scopes, so this one is the last element.
     static_cast<StackTrackState*>(const_cast<void*>(state))->pop_back();
 }
 

@@ -27,8 +27,8 @@ constexpr std::size_t NUMERIC_HOST_SIZE = 1025;
 char host_name[HOST_NAME_SIZE];
 std::size_t host_name_length;
 /**
- * Set under InitLock once the two above are final. The store releases them to a thread whose first load, an
- * acquire, sees it. The load under the lock may be relaxed: the lock orders it after the store.
+ * Set under InitLock when the two variables above are final. The store releases them to a thread whose first
+ * load, an acquire, sees it. The load under the lock may be relaxed: the lock orders it after the store.
  */
 std::atomic<bool> host_name_known{false};
 
@@ -44,8 +44,8 @@ typedef std::unique_ptr<addrinfo, AddrInfoDeleter> AddrInfoList;
 }
 
 /**
- * Under InitLock and not in a pthread_once(), which an exception must not leave: a failure releases the lock,
- * and the next call asks the system again.
+ * Looks the host name up, under InitLock. An exception must not leave a pthread_once(); here it releases the
+ * lock, and the next call tries again.
  */
 static void _get_host_name()
 {

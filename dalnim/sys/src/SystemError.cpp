@@ -8,7 +8,7 @@
 
 namespace com::kor::dal::nim::sys {
 
-// errno_init has filled err by the time the other members are reached, and nothing sets it again.
+// errno_init() sets err before the members are initialised; err has no initialiser that would overwrite it.
 system_error::system_error() : std::runtime_error(errno_init(err)) {}
 
 system_error::system_error(int sys_err_num)

@@ -12,7 +12,8 @@ namespace com::kor::dal::nim::sys {
 
 namespace {
 
-/** Where a text that must be cut at `pos` is cut: the one place to move a cut to a character's end. */
+/** Returns where to truncate a message that must end at `pos`. This is the place to respect UTF-8 characters.
+ */
 std::size_t si_i18n_get_UTF8_char_end(const char*, std::size_t pos)
 {
     return pos;

@@ -21,7 +21,7 @@ namespace com::kor::dal::nim::sys {
 
 namespace {
 
-/** Finds where the running executable lies, once; see System::getProcessPath(). */
+/** Determines the path of the running executable, once; see System::getProcessPath(). */
 class ProcessPath
 {
 public:
@@ -54,8 +54,8 @@ private:
 bool ProcessPath::initialized = false;
 
 /**
- * The flag is set before the work: who comes after a failure gets empty strings and no second
- * exception, so that a process whose path cannot be told still gets its log records written.
+ * Sets the flag first: after a failure, subsequent calls return empty strings and do not throw, so that a
+ * process whose path cannot be determined can still log.
  */
 void ProcessPath::initialize()
 {
@@ -84,12 +84,12 @@ void ProcessPath::setName()
 }
 
 /**
- * Without /proc the loader still knows by what name the process was started: as the file of the
- * symbol "main" or, in a program that does not export it, at the front of its complaint.
+ * Gets the name with which the process was started from the dynamic linker, for a system without /proc: the
+ * file of the symbol "main" or, if the program does not export it, the start of the error message.
  */
 void ProcessPath::setNameFromLoader()
 {
-    // The loader keeps its complaints per thread.
+    // The dynamic linker keeps its error message per thread.
     // NOLINTBEGIN(concurrency-mt-unsafe)
     dlerror();
     void* const process = dlopen(nullptr, RTLD_NOW);
@@ -103,9 +103,9 @@ void ProcessPath::setNameFromLoader()
         path = info.dli_fname;
     }
     if (path.empty()) {
-        const char* const complaint = dlerror();
-        if (complaint != nullptr) {
-            path = complaint;
+        const char* const message = dlerror();
+        if (message != nullptr) {
+            path = message;
             const std::size_t end = path.find(": ");
             path.erase(end != String::npos ? end : 0);
         }
@@ -129,13 +129,13 @@ void ProcessPath::setPath()
     try {
         path = io::fullPath(path);
     } catch (const std::exception&) {
-        // The path as it stands is better than none: the file may have been removed or replaced
-        // since the process was started.
+        // The unresolved path is better than none: the file may have been removed or replaced since the
+        // process was started.
     }
     decomposePath(path, dir, name);
 }
 
-/** Finds a directory for a name without one: the first candidate that can be looked into. */
+/** Finds the directory of a name without an absolute path: the first candidate that exists() accepts. */
 void ProcessPath::setDir()
 {
     if (exists(dir)) {
@@ -149,7 +149,7 @@ void ProcessPath::setDir()
         return;
     }
 
-    // Nothing of ours changes the environment. NOLINTNEXTLINE(concurrency-mt-unsafe)
+    // The library never changes the environment. NOLINTNEXTLINE(concurrency-mt-unsafe)
     const char* const pwd = std::getenv("PWD");
     if (pwd != nullptr && exists(pwd)) {
         return;
@@ -167,8 +167,8 @@ void ProcessPath::setDir()
 }
 
 /**
- * Tries a directory, and takes it when the executable's path in it can be looked at. Only a path
- * that cannot be examined at all is refused; one that leads to nothing passes.
+ * Sets the directory if the executable's path in it can be examined. Compatibility: the path need not exist;
+ * only one that cannot be examined at all is rejected.
  */
 bool ProcessPath::exists(const String& dir2)
 {
@@ -182,7 +182,7 @@ bool ProcessPath::exists(const String& dir2)
             return true;
         }
     } catch (const std::exception&) {
-        // No place to find the executable in.
+        // The executable cannot be found in this directory.
     }
     path.clear();
     return false;
@@ -219,7 +219,7 @@ char ProcessPath::getDelimiter() noexcept
     return '/';
 }
 
-/** Written once, under InitLock, before `init`. */
+/** The only object, or null. Written once, under InitLock, before `init`. */
 const ProcessPath* processPath = nullptr;
 /**
  * The store releases the pointer and its object to a thread whose first load, an acquire, sees it. The load
@@ -232,7 +232,7 @@ const ProcessPath& getProcess()
     if (!init.load(std::memory_order_acquire)) {
         const InitLock lock(true);
         if (!init.load(std::memory_order_relaxed)) {
-            // Never destroyed: records are written until the process has ended.
+            // Never destroyed: the process may log until it has ended.
             static const ProcessPath* const instance = new ProcessPath;
             processPath = instance;
             init.store(true, std::memory_order_release);

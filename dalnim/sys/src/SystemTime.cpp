@@ -20,12 +20,12 @@ constexpr std::int64_t DCE_INTERVALS_PER_SECOND = 10000000;
 constexpr std::int64_t NANOS_PER_MICRO = 1000;
 constexpr std::int64_t NANOS_PER_DCE_INTERVAL = 100;
 
-/** From the reform of the calendar on 15 October 1582 to the epoch. */
+/** Intervals from 15 October 1582, the start of the Gregorian calendar, to the epoch. */
 constexpr std::int64_t DCE_TIME_OF_EPOCH = 122192928000000000;
 
 /**
- * The kernel's clock, whose seconds have 64 bits. Those of qv_si_gettime() have 32, and end in January 2038.
- * A clock that cannot be read shows the epoch.
+ * The wall clock with 64-bit seconds. Those of qv_si_gettime() have 32 bits and overflow in January 2038. If
+ * the clock cannot be read, this is the epoch.
  */
 struct WallClock
 {
@@ -70,7 +70,7 @@ TimeDCE_t System::dceTime()
            + DCE_TIME_OF_EPOCH;
 }
 
-// Each log record asks for one of these: the track is made with the failure.
+// Each log record calls one of these, so the track is constructed only on failure.
 
 tm& System::localtime(tm& result, time_t timeval)
 {

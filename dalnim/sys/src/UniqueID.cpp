@@ -11,10 +11,11 @@ namespace com::kor::dal::nim::sys {
 
 namespace {
 
-/** Written in the pthread_once(), which orders that before every read. */
+/** The bases of the series. Written in a pthread_once(), which orders that before every read. */
 UInt32_t _uid32 = 0;
 UInt64_t _uid64 = 0;
-/** Incremented relaxed: a number is unique by the increment alone, and nothing else is read by it. */
+/** Number of IDs so far. Incremented relaxed: an ID is unique by the increment alone and orders nothing else.
+ */
 si_atomic_t _incr32 = 0;
 si_atomic_t _incr64 = 0;
 pthread_once_t once = PTHREAD_ONCE_INIT;
@@ -23,7 +24,7 @@ void init_bases()
 {
     const auto pid = static_cast<UInt32_t>(System::procId());
 
-    // _uid64 has no value yet: the process id is what is taken.
+    // _uid64 is still 0 here, so this is the process ID.
     const UInt32_t multiplier = _uid64 != 0 ? static_cast<UInt32_t>(_uid64) : pid;
     _uid32 = static_cast<UInt32_t>(System::time()) * multiplier;
     _uid64 = static_cast<UInt64_t>(System::time()) * (_uid32 != 0 ? _uid32 : pid);

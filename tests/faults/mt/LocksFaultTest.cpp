@@ -390,7 +390,7 @@ TEST(ThreadsFault, ADetachedThreadThatFailsWithoutMemoryEnds)
             const std::string complaint = testing::internal::GetCapturedStderr();
             // A stream that cannot grow cuts the text of the record short.
             const bool isLogged = complaint.find(" : Exception from") != std::string::npos;
-            const bool isLost = complaint.find("Thread: a report was lost") != std::string::npos;
+            const bool isLost = complaint.find("Thread: a log record was lost") != std::string::npos;
             EXPECT_TRUE(isLogged || isLost) << "without allocation " << n << ": " << complaint;
         }
     }

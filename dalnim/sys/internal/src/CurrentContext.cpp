@@ -28,8 +28,8 @@ UInt32_t CurrentContext::key() const
     return 0;
 }
 
-// The thread state stands below the contexts and knows this one by name alone; these two of its
-// operations stand here, where the context is known.
+// ThreadState is in a lower layer than the contexts and only declares this class. These two of its operations
+// are defined here, where the class is complete.
 
 CurrentContextRef& ThreadState::createContext()
 {

@@ -20,7 +20,7 @@ namespace {
 
 #ifdef DALNIM_THREAD_SANITIZER
 
-/** The thread sanitizer of g++ 12 does not see pthread_mutex_clocklock(). */
+/** Without pthread_mutex_clocklock(), which the thread sanitizer of g++ 12 does not intercept. */
 int lockUntil(si_mutex_t& mutex, const std::timespec& deadline) noexcept
 {
     constexpr long NANOS_PER_SECOND = 1000000000;
@@ -65,7 +65,7 @@ bool ForkSafeMutex::Hold::prepare(si_mutex_t& held, const std::timespec* deadlin
 
 void ForkSafeMutex::Hold::afterForkInParent(si_mutex_t& held) noexcept
 {
-    // Reset first: afterwards another fork may write it.
+    // Reset before the unlock: afterwards another fork may write it.
     const bool isAcquired = state == State::ACQUIRED;
     state = State::NONE;
     if (isAcquired) {
@@ -78,13 +78,13 @@ void ForkSafeMutex::Hold::afterForkInChild(si_mutex_t& held, bool isRecursive) n
     const State before = state;
     state = State::NONE;
     if (before != State::NONE) {
-        // Fails with EPERM: the owner is the thread ID that this thread had in the parent. But the thread
-        // sanitizer knows threads by themselves, and would otherwise report the next lock as a second one.
+        // Fails with EPERM, since the owner is the thread ID that this thread had in the parent. The thread
+        // sanitizer, however, identifies threads differently, and would report the next lock as a second one.
         pthread_mutex_unlock(&held.mutex);
     }
     qv_si_mutex_init(&held, isRecursive ? "R" : nullptr);
     if (before == State::HELD_BEFORE) {
-        // It is free. Not a lock that waits: the order of the locks does not apply here.
+        // The mutex is unlocked. Not a blocking lock, to which the order of the locks would apply.
         static_cast<void>(pthread_mutex_trylock(&held.mutex));
     }
 }

@@ -24,8 +24,8 @@ class ForkSafeMutex
 {
 public:
     /**
-     * How the forking thread holds one mutex, from before the fork until after it. Written under that mutex,
-     * or under another one that serialises forks.
+     * How the forking thread holds one mutex, from before the fork until after it. Guarded by that mutex, or
+     * by another one that serialises forks.
      */
     class Hold
     {
@@ -38,21 +38,22 @@ public:
          * @return false if the deadline has passed: another thread still holds the mutex
          */
         bool prepare(si_mutex_t& held, const std::timespec* deadline) noexcept;
-        /** Unlocks what prepare() has locked. */
+        /** Unlocks the mutex if prepare() has locked it. */
         void afterForkInParent(si_mutex_t& held) noexcept;
         /**
-         * Reinitialises the mutex in any state. The forking thread still holds what it held before the
-         * fork, unless the mutex is recursive.
+         * Reinitialises the mutex, whatever its state, also without prepare(). It is unlocked afterwards,
+         * unless prepare() has found that the forking thread already held it; a recursive mutex is always
+         * unlocked.
          */
         void afterForkInChild(si_mutex_t& held, bool isRecursive) noexcept;
 
     private:
         enum class State : unsigned char {
-            /** Another thread holds the mutex, or none. */
+            /** The forking thread does not hold the mutex. */
             NONE,
             /** Locked by prepare(). */
             ACQUIRED,
-            /** Locked by the forking thread before the fork, which goes on to hold it. */
+            /** Locked by the forking thread before the fork. */
             HELD_BEFORE
         };
 
@@ -91,7 +92,7 @@ public:
         return pthread_cond_timedwait(&condition.cond, &mutex.mutex, &deadline);
     }
 
-    // Fork handlers: see Hold.
+    // To be called by fork handlers: see Hold.
     bool prepare(const std::timespec* deadline = nullptr) noexcept
     {
         return hold.prepare(mutex, deadline);
@@ -105,7 +106,7 @@ public:
         hold.afterForkInChild(mutex, recursive);
     }
 
-    /** The mutex of an mt::CriticalSection, for a Hold on it. */
+    /** Returns the mutex of an mt::CriticalSection, for a Hold. */
     template <class Section>
     static si_mutex_t& of(const Section& section) noexcept
     {
@@ -118,7 +119,7 @@ private:
     Hold hold;
 };
 
-/** Holds a ForkSafeMutex for a scope. */
+/** Holds a ForkSafeMutex for a scope. If locking fails, it holds nothing. */
 class ForkSafeLock
 {
 public:

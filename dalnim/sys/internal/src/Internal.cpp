@@ -12,8 +12,7 @@ namespace com::kor::dal::nim::sys::internal {
 
 namespace {
 
-// White space is told apart without the locale: in a single-byte one, bytes of a UTF-8 name would
-// count as blanks.
+// Independent of the locale: a single-byte locale would take some bytes of a UTF-8 name for spaces.
 constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
 constexpr std::string_view QUOTES = "\"'";
 constexpr std::string_view SEPARATORS = "\\/";

@@ -6,7 +6,7 @@ namespace com::kor::dal::nim::sys::internal {
 
 namespace {
 
-/** Prepares the time zone at load, before any thread can ask for local time. */
+/** Initialises the time zone when the library is loaded, before any thread uses local time. */
 struct OsOpsInit
 {
     OsOpsInit() noexcept

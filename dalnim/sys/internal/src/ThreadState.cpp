@@ -31,7 +31,7 @@ void _ts_tls_destroy(void* p)
     if (p == nullptr) {
         return;
     }
-    // A current() that runs later on this thread makes a new state and never finds this one.
+    // A later current() on this thread must construct a new state, and not return this one.
     cached_state = nullptr;
     if (_ts_tls_init.load(std::memory_order_acquire)) {
         qv_si_thread_setspecific(_ts_tls_key, nullptr);

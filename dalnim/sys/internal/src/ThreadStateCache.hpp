@@ -6,10 +6,10 @@
 namespace com::kor::dal::nim::sys::internal {
 
 /**
- * What the thread-specific key holds for the calling thread, null for nothing: read with every track,
- * and reached in one instruction. It is set behind the key and cleared ahead of the state's end.
+ * The state of the calling thread, or null: the value of the thread-specific key, cached, since each track
+ * reads it. It is set after the key, and cleared before the state is destroyed.
  *
- * Not `thread_local`, whose every use from another source would ask whether it is to be initialised.
+ * Not `thread_local`: each use in another source would check whether it must be initialised.
  */
 extern __attribute__((visibility("hidden"), tls_model("initial-exec"))) __thread ThreadState* cached_state;
 

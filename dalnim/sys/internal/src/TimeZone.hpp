@@ -9,27 +9,29 @@
 namespace com::kor::dal::nim::sys::internal {
 
 /**
- * All calls of this library that take the C library's time zone lock.
+ * All calls of this library that acquire the C library's lock for the time zone.
  *
- * A forked child would inherit that lock as it is: locked forever if another thread was inside
- * localtime_r(). So the library's own threads are inside it only while they hold the mutex of this class,
- * which fork() acquires. An application's own calls are beyond that.
+ * The child of a fork inherits that lock in its state: locked forever if another thread was executing
+ * localtime_r(). The library therefore makes these calls only while it holds the mutex of this class, which
+ * fork() acquires. Calls of the application itself are not covered.
+ *
+ * Thread safety: any thread may call any operation.
  */
 class TimeZone
 {
 public:
     TimeZone() = delete;
 
-    /** tzset(). */
+    /** Calls tzset(). */
     static void set() noexcept;
-    /** qv_si_gmtime(), which takes that lock for years before 1970 and after 9999 only. */
+    /** Calls qv_si_gmtime(), which acquires that lock only for years before 1970 and after 9999. */
     static qv_err_t utcTime(std::time_t time, std::tm& result) noexcept;
-    /** qv_si_localtime(). */
+    /** Calls qv_si_localtime(). */
     static qv_err_t localTime(std::time_t time, std::tm& result) noexcept;
-    /** strftime(), which may look up the names of the time zone. */
+    /** Calls strftime(), which may look up the names of the time zone. */
     static std::size_t format(char* text, std::size_t size, const char* format, const std::tm& time) noexcept;
 
-    /** Held across fork, after all locks of the log. No other lock is acquired under it. */
+    /** fork() acquires it after all locks of the log. No other lock is acquired under it. */
     static ForkSafeMutex mutex;
 };
 
