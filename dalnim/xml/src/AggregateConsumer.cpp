@@ -6,17 +6,17 @@ namespace com::kor::dal::nim::xml {
 
 namespace {
 
-/** Asks every member, also behind one that refuses: true when none did. */
+/** Passes an event to every member, even after one has returned false. Returns true if all returned true. */
 template <class Event>
-bool askAll(std::vector<ConsumerRef>& members, Event event)
+bool forwardToAll(std::vector<ConsumerRef>& members, Event event)
 {
-    bool goOn = true;
+    bool proceed = true;
     for (ConsumerRef& member : members) {
         if (!event(*member)) {
-            goOn = false;
+            proceed = false;
         }
     }
-    return goOn;
+    return proceed;
 }
 
 }
@@ -25,19 +25,19 @@ AggregateConsumer::~AggregateConsumer() noexcept(false) = default;
 
 bool AggregateConsumer::elementBegin(const String& tag, const String& fullTag, const Attributes& attrs)
 {
-    return askAll(*this, [&](Consumer& member) { return member.elementBegin(tag, fullTag, attrs); });
+    return forwardToAll(*this, [&](Consumer& member) { return member.elementBegin(tag, fullTag, attrs); });
 }
 
 bool AggregateConsumer::elementEnd(const String& tag, const String& fullTag)
 {
-    return askAll(*this, [&](Consumer& member) { return member.elementEnd(tag, fullTag); });
+    return forwardToAll(*this, [&](Consumer& member) { return member.elementEnd(tag, fullTag); });
 }
 
 bool AggregateConsumer::elementProcessData(const String& tag, const String& fullTag, const String& data,
                                            bool isCData)
 {
-    return askAll(*this,
-                  [&](Consumer& member) { return member.elementProcessData(tag, fullTag, data, isCData); });
+    return forwardToAll(
+        *this, [&](Consumer& member) { return member.elementProcessData(tag, fullTag, data, isCData); });
 }
 
 void AggregateConsumer::setDocumentId(int docId)

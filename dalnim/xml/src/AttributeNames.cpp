@@ -11,7 +11,7 @@ namespace com::kor::dal::nim::xml {
 
 namespace {
 
-constexpr std::size_t FIRST_SLOTS = 64;
+constexpr std::size_t INITIAL_SLOTS = 64;
 
 constexpr std::uint64_t PRIME = (std::uint64_t{1} << 61) - 1;
 
@@ -27,30 +27,30 @@ std::uint64_t randomBase() noexcept
 }
 
 /**
- * One number for the life of the process. Not left to the guard of a static variable, which the child of a
- * fork could find taken for ever by a thread that it does not have.
+ * Returns the random base of this process's hashes. It is not a function-local static initialised at first
+ * use: a child process that was forked during the initialisation would wait forever for a thread it lacks.
  */
-std::uint64_t baseOfProcess() noexcept
+std::uint64_t hashBase() noexcept
 {
-    static std::atomic<std::uint64_t> known{0};
-    std::uint64_t base = known.load(std::memory_order_relaxed);
+    static std::atomic<std::uint64_t> shared{0};
+    std::uint64_t base = shared.load(std::memory_order_relaxed);
     if (base == 0) {
-        const std::uint64_t fresh = randomBase();
-        // The first one counts; another thread's is in `base` then.
-        if (known.compare_exchange_strong(base, fresh, std::memory_order_relaxed)) {
-            base = fresh;
+        const std::uint64_t candidate = randomBase();
+        // If another thread was first, the exchange fails and loads that thread's value into `base`.
+        if (shared.compare_exchange_strong(base, candidate, std::memory_order_relaxed)) {
+            base = candidate;
         }
     }
     return base;
 }
 
 /**
- * The name as a polynomial over the field of 2^61 - 1 elements, taken at a point that is random for
- * each process: no document can be written whose names collide (Carter and Wegman, 1979).
+ * Evaluates the name as a polynomial over the field of 2^61 - 1 elements, at a point that is random in each
+ * process. No document can therefore be crafted whose names collide (Carter and Wegman, 1979).
  */
 std::uint64_t hashOf(const char* name, std::size_t length) noexcept
 {
-    const std::uint64_t base = baseOfProcess();
+    const std::uint64_t base = hashBase();
     std::uint64_t hash = length;
     for (std::size_t i = 0; i < length; ++i) {
         __extension__ const unsigned __int128 product = static_cast<unsigned __int128>(hash) * base;
@@ -66,7 +66,7 @@ std::uint64_t hashOf(const char* name, std::size_t length) noexcept
 bool AttributeNames::addToTable(const char* name, std::size_t length, const char* const* attributes,
                                 std::size_t names)
 {
-    if (names == MAX_LISTED) {
+    if (names == MAX_LINEAR_SEARCH) {
         fill(attributes, names);
     } else if (2 * (names + 1) > slots.size()) {
         grow();
@@ -74,8 +74,8 @@ bool AttributeNames::addToTable(const char* name, std::size_t length, const char
     return insert(name, hashOf(name, length));
 }
 
-bool AttributeNames::isListed(const char* name, const char* const* attributes,
-                              std::size_t entries) const noexcept
+bool AttributeNames::isAmong(const char* name, const char* const* attributes,
+                             std::size_t entries) const noexcept
 {
     for (std::size_t i = 0; i < entries; i += 2) {
         if (attributes[i][0] == name[0] && std::strcmp(attributes[i], name) == 0) {
@@ -87,7 +87,7 @@ bool AttributeNames::isListed(const char* name, const char* const* attributes,
 
 void AttributeNames::fill(const char* const* attributes, std::size_t names)
 {
-    slots.assign(FIRST_SLOTS, Slot{0, nullptr});
+    slots.assign(INITIAL_SLOTS, Slot{0, nullptr});
     for (std::size_t i = 0; i < names; ++i) {
         const char* const name = attributes[2 * i];
         insert(name, hashOf(name, std::strlen(name)));

@@ -8,40 +8,43 @@
 namespace com::kor::dal::nim::xml {
 
 /**
- * Tells whether an element already has an attribute of a name, in time that does not grow with the
- * number of attributes, whatever the names are.
+ * Detects duplicate attribute names of an element, in time that does not grow with the number of attributes,
+ * whatever the names are.
  *
- * The names themselves stand in the parser's array. Few are compared one by one, and only when one of
- * them looks alike; many are kept in a hash table.
+ * The names are stored in the parser's attribute array. Up to MAX_LINEAR_SEARCH names are compared one by
+ * one, and only if a Bloom filter reports a possible duplicate; beyond that, names are stored in a hash
+ * table.
  */
 class AttributeNames
 {
 public:
-    /** For a new element. */
+    /** Starts a new element. */
     void clear() noexcept
     {
-        seenKinds = 0;
+        bloomFilter = 0;
     }
 
     /**
-     * Notes a name. May throw `std::bad_alloc`.
-     * @param attributes, entries the names so far, at the even places
-     * @return false when the name is among them
+     * Adds a name.
+     * @param attributes the attribute array, with the names added so far at even indexes
+     * @param entries    number of entries in use: two for each name
+     * @return false if the name was added before
+     * @throws std::bad_alloc if the hash table cannot grow
      */
     bool add(const char* name, std::size_t length, const char* const* attributes, std::size_t entries)
     {
-        if (entries >= 2 * MAX_LISTED) {
+        if (entries >= 2 * MAX_LINEAR_SEARCH) {
             return addToTable(name, length, attributes, entries / 2);
         }
-        const std::uint64_t kind = kindOf(name, length);
-        const bool isNewKind = (seenKinds & kind) == 0;
-        seenKinds |= kind;
-        return isNewKind || !isListed(name, attributes, entries);
+        const std::uint64_t bit = bloomBit(name, length);
+        const bool isCertainlyNew = (bloomFilter & bit) == 0;
+        bloomFilter |= bit;
+        return isCertainlyNew || !isAmong(name, attributes, entries);
     }
 
 private:
-    /** More names than this are kept in the table. */
-    static constexpr std::size_t MAX_LISTED = 16;
+    /** Number of names up to which no hash table is used. */
+    static constexpr std::size_t MAX_LINEAR_SEARCH = 16;
 
     struct Slot
     {
@@ -49,7 +52,7 @@ private:
         const char* name;
     };
 
-    static std::uint64_t kindOf(const char* name, std::size_t length) noexcept
+    static std::uint64_t bloomBit(const char* name, std::size_t length) noexcept
     {
         const auto first = static_cast<unsigned char>(name[0]);
         const auto last = static_cast<unsigned char>(name[length - 1]);
@@ -57,14 +60,14 @@ private:
     }
 
     bool addToTable(const char* name, std::size_t length, const char* const* attributes, std::size_t names);
-    bool isListed(const char* name, const char* const* attributes, std::size_t entries) const noexcept;
+    bool isAmong(const char* name, const char* const* attributes, std::size_t entries) const noexcept;
     void fill(const char* const* attributes, std::size_t names);
     bool insert(const char* name, std::uint64_t hash);
     void grow();
 
-    /** A bit for each kind of name that the element has; names of different kinds differ. */
-    std::uint64_t seenKinds = 0;
-    /** Open addressing; the size is a power of two, and at most half of it is in use. */
+    /** Bits of the names added so far. A name whose bit is clear is new. */
+    std::uint64_t bloomFilter = 0;
+    /** Hash table with open addressing. The size is a power of two; at most half of the slots are in use. */
     std::vector<Slot> slots;
 };
 

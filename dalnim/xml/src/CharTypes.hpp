@@ -8,11 +8,12 @@ namespace com::kor::dal::nim::xml {
 enum CharType : unsigned char { CHAR_SPACE = 1, CHAR_NAME_START = 2, CHAR_NAME = 4 };
 
 /**
- * The classes of each byte. Filled by fillCharTypes() alone, which only sets bits: two threads that
- * come first fill it alike, and the atomic bytes make that no race.
+ * Character classes of each byte, a combination of CharType bits. Written only by fillCharTypes(). The
+ * elements are atomic, because several threads may fill the table concurrently, all with the same bits.
  */
 extern std::atomic<unsigned char> aChTypes[256];
 
+/** Fills `aChTypes`. Any thread may call it, any number of times. */
 void fillCharTypes();
 
 inline bool isA(CharType type, char c) noexcept
@@ -20,10 +21,10 @@ inline bool isA(CharType type, char c) noexcept
     return (aChTypes[static_cast<unsigned char>(c)].load(std::memory_order_relaxed) & type) != 0;
 }
 
-/** The first byte from `p` that is not of the type. The NUL that ends a text is of none. */
+/** Returns the position of the first byte that is not of the type. Stops at a NUL, which has no class. */
 inline char* skip(CharType type, char* p) noexcept
 {
-    // Four by four: names are short, and alike in the elements of a document.
+    // Unrolled by four: names are short, and repeat from element to element, so the branches predict well.
     while (true) {
         if (!isA(type, p[0])) {
             return p;

@@ -14,13 +14,13 @@
 namespace com::kor::dal::nim::xml {
 
 /**
- * A stack of offsets that takes memory only where a document nests deeper than most do. It is never
- * empty: below all lies a -1, which stays.
+ * A stack of offsets that allocates memory only for unusually deep documents. Its bottom entry is -1 and is
+ * never popped.
  */
 class OffsetStack
 {
 public:
-    OffsetStack() : top(near), limit(near + NEAR - 1)
+    OffsetStack() : top(inlineStorage), limit(inlineStorage + INLINE_CAPACITY - 1)
     {
         *top = -1;
     }
@@ -31,7 +31,7 @@ public:
     {
         return *top;
     }
-    /** May throw `std::bad_alloc`. */
+    /** @throws std::bad_alloc if the stack cannot grow */
     void push(std::size_t offset)
     {
         if (top == limit) {
@@ -45,46 +45,50 @@ public:
     }
 
 private:
-    static constexpr std::size_t NEAR = 32;
+    static constexpr std::size_t INLINE_CAPACITY = 32;
 
     [[gnu::noinline, gnu::cold]] void grow()
     {
-        std::ptrdiff_t* const begin = far.empty() ? near : far.data();
+        std::ptrdiff_t* const begin = heapStorage.empty() ? inlineStorage : heapStorage.data();
         const std::ptrdiff_t used = top - begin;
         std::vector<std::ptrdiff_t> grown(2 * (static_cast<std::size_t>(used) + 1));
         std::copy(begin, top + 1, grown.begin());
-        far.swap(grown);
-        top = far.data() + used;
-        limit = &far.back();
+        heapStorage.swap(grown);
+        top = heapStorage.data() + used;
+        limit = &heapStorage.back();
     }
 
     std::ptrdiff_t* top;
     std::ptrdiff_t* limit;
-    std::ptrdiff_t near[NEAR];
-    std::vector<std::ptrdiff_t> far;
+    std::ptrdiff_t inlineStorage[INLINE_CAPACITY];
+    std::vector<std::ptrdiff_t> heapStorage;
 };
 
-/** The open elements of a parse: the text of their names, and the innermost, which events are told for. */
+/** The path of open elements, and the name of the innermost, to which the next event belongs. */
 class ElementPath
 {
 public:
     /**
-     * @param memory for the names, joined by "/"; it keeps what it grows to
-     * @param textEnd behind the document in which the tags stand
+     * @param memory  storage for the names, joined by "/". It is not shrunk, so that the next parse reuses it
+     * @param textEnd end of the document
      */
     ElementPath(String& memory, const char* textEnd)
-        : storage(memory), end(textEnd), path(memory.data()), room(memory.size()), used(0), name(path),
-          length(0), head(_mm_setzero_si128())
+        : storage(memory), end(textEnd), path(memory.data()), capacity(memory.size()), used(0), name(path),
+          length(0), firstBytes(_mm_setzero_si128())
     {
     }
 
-    /** @return false without memory */
+    /**
+     * Appends an element.
+     * @param tag its name in the document
+     * @return false if memory runs out
+     */
     bool open(char* tag, std::size_t tagLength, bool isRoot)
     {
         if (isRoot) {
             used = 0;
         }
-        if (used + tagLength + SLACK > room && !grow(used + tagLength + SLACK)) {
+        if (used + tagLength + SLACK > capacity && !grow(used + tagLength + SLACK)) {
             return false;
         }
         if (!isRoot) {
@@ -95,9 +99,9 @@ public:
             }
             path[used++] = '/';
         }
-        head = headOf(tag);
-        if (tagLength <= sizeof head) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(path + used), head);
+        firstBytes = loadFirstBytes(tag);
+        if (tagLength <= sizeof firstBytes) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(path + used), firstBytes);
         } else {
             std::memcpy(path + used, tag, tagLength);
         }
@@ -108,18 +112,21 @@ public:
         return true;
     }
 
-    /** The position behind the innermost element's tag where it stands at `p`, else null. */
+    /** Returns the position past the innermost element's name if `p` starts with it, otherwise null. */
     char* skipTag(char* p) const
     {
-        if (length != 0 && length <= sizeof head && end - p >= SCAN_WIDTH) {
-            const unsigned different = ~bitsOf(_mm_cmpeq_epi8(load(p), head)) & ((1U << length) - 1);
+        if (length != 0 && length <= sizeof firstBytes && end - p >= SCAN_WIDTH) {
+            const unsigned different = ~matchMask(_mm_cmpeq_epi8(load(p), firstBytes)) & ((1U << length) - 1);
             return different == 0 ? p + length : nullptr;
         }
         return skipTagByBytes(p);
     }
 
-    /** An end tag closes what the path ends with, wherever its "/" stand: "</b>" closes "<ab>". */
-    bool closeBy(char* tag, std::size_t tagLength)
+    /**
+     * Makes `tag` the current name if the path ends with it, otherwise returns false. Compatibility: the "/"
+     * in the path are ignored, so "</b>" closes "<ab>".
+     */
+    bool matchEndTag(char* tag, std::size_t tagLength)
     {
         if (tagLength > used || std::memcmp(path + (used - tagLength), tag, tagLength) != 0) {
             return false;
@@ -129,7 +136,7 @@ public:
         return true;
     }
 
-    /** Cuts the tag off the path, with the "/" before it; the innermost element is the one then last. */
+    /** Removes the current name and the "/" in front of it. The last name left becomes the current one. */
     void close()
     {
         std::size_t rest = used - length;
@@ -141,8 +148,8 @@ public:
         used = rest;
         name = path + parent;
         length = rest - parent;
-        // Ahead of the NUL: a load that must wait for a byte that was just written is a slow one.
-        head = load(name);
+        // Before the NUL is stored: loading a vector that overlaps a recent store of one byte stalls.
+        firstBytes = load(name);
         path[rest] = '\0';
     }
 
@@ -160,12 +167,12 @@ public:
     }
 
 private:
-    /** Behind what is used: a "/", a NUL, and as much as is read and written at once. */
+    /** Bytes reserved past `used`: a "/", a NUL, and the vector that one load or store accesses. */
     static constexpr std::size_t SLACK = sizeof(__m128i) + 2;
-    static constexpr std::size_t SMALLEST = 128;
+    static constexpr std::size_t MIN_CAPACITY = 128;
 
-    /** The bytes from `tag` on, of which those behind the end of the document mean nothing. */
-    __m128i headOf(const char* tag) const
+    /** Loads the first bytes of `tag`. Bytes past the end of the document are zero. */
+    __m128i loadFirstBytes(const char* tag) const
     {
         if (end - tag >= SCAN_WIDTH) {
             return load(tag);
@@ -180,7 +187,7 @@ private:
         if (length == 0) {
             return nullptr;
         }
-        // What differs may be the NUL that ends the text: no look at what lies behind it.
+        // A mismatch may be the terminating NUL, past which nothing may be read.
         for (std::size_t i = 0; i < length; ++i) {
             if (p[i] != name[i]) {
                 return nullptr;
@@ -192,27 +199,28 @@ private:
     [[gnu::noinline, gnu::cold]] bool grow(std::size_t needed)
     {
         try {
-            storage.resize(std::max({needed, 2 * room, SMALLEST}));
+            storage.resize(std::max({needed, 2 * capacity, MIN_CAPACITY}));
         } catch (const std::bad_alloc&) {
             return false;
         }
         path = storage.data();
-        room = storage.size();
+        capacity = storage.size();
         return true;
     }
 
-    /** All of it is to be written to; the text is what `used` says. */
+    /** Storage of the path; all of its size may be written to, and the first `used` bytes are the path. */
     String& storage;
+    /** End of the document. */
     const char* const end;
     char* path;
-    std::size_t room;
+    std::size_t capacity;
     std::size_t used;
-    /** In the document, or the tail of the path. */
+    /** Name of the innermost element, in the document or in the tail of the path. */
     char* name;
     std::size_t length;
-    /** The name's first bytes, and what stood behind it. */
-    __m128i head;
-    /** Where the "/" stand in the path, so that a long path is not searched for each element. */
+    /** First 16 bytes at `name`, of which those past `length` are arbitrary. */
+    __m128i firstBytes;
+    /** Offsets of the "/" in the path, so that closing an element does not search a long path. */
     OffsetStack slashes;
 };
 

@@ -9,31 +9,34 @@
 
 namespace com::kor::dal::nim::xml {
 
-/** A common callback that a push has replaced. */
+/** A common callback that nim_pdsParsePushCommonCB() has replaced. */
 struct iCbStackItem
 {
-    /** To be restored, null for the three separate callbacks. */
+    /** The callback to restore; null restores the three separate callbacks. */
     PDS_PARSE_COMMON_FN callbackFn;
     void* pUserDataAlt;
-    /** The depth of the element during whose start it was replaced. */
+    /** Depth of the element whose start callback replaced it. */
     int nTagDepth;
 };
 
-/** What a PDS_PARSE_H points to. The blocks are from malloc, each owned by the one pointer to it. */
+/**
+ * The control block that a PDS_PARSE_H refers to. It owns `apszAttrs`, `pBuffer` and `pCbStack`, which are
+ * allocated with `malloc` and freed by nim_pdsParseDestroy().
+ */
 struct iParseCB
 {
     UInt32_t unEyeCatcher;
-    /** Memory for the names of the open elements, joined by "/"; they are ended by a NUL. */
+    /** Storage for the names of the open elements, joined by "/" and terminated by a NUL. */
     String ssTagPath;
     char** apszAttrs;
-    /** Entries that the block is known to hold; 0 for the first one, which holds INITIAL_ATTRS. */
+    /** Capacity of `apszAttrs` in entries. Remains 0 for the first array, which has INITIAL_ATTRS. */
     std::size_t nMaxAttrs;
     std::size_t nNumAttrs;
     int bError;
     int bDone;
-    /** The failure of a push, to be seen when its callback returns. */
+    /** Error code of a failed push; checked when the callback returns. */
     int nPushErrCode;
-    /** 0 outside of a start callback, 1 inside, 2 after its one allowed push, then PUSHED_TWICE. */
+    /** 0 outside a start callback, 1 inside one, 2 after the one push allowed, then PUSHED_TWICE. */
     int nInStartCB;
     int nTagDepth;
     String ssErrMsg;
@@ -41,7 +44,7 @@ struct iParseCB
     void* pUserDataAlt;
     char* pBuffer;
     std::size_t nBuffSize;
-    /** Bytes of text, without the NUL behind it. */
+    /** Length of the document in bytes, without the terminating NUL. */
     std::size_t nBuffUsed;
     iCbStackItem* pCbStack;
     int nCbStackNum;
@@ -51,17 +54,18 @@ struct iParseCB
     PDS_PARSE_DATA_FN cbData;
     PDS_PARSE_COMMON_FN cbCommon;
     PDS_PARSE_COMMON_FN cbCommonOriginal;
-    /** Whether the last buffer is being parsed, so that callbacks may run. */
+    /** Whether a parse is running, so that callbacks may call the plain functions. */
     bool isParsing;
-    /** Whether a callback has asked for a reset, and the context that it gave. */
+    /** Whether a callback has called nim_pdsParseReset(); the reset is done when the parse has ended. */
     bool isResetPending;
+    /** User data of the pending reset. */
     void* pResetUserData;
 };
 
-/** The nInStartCB of a start callback that pushed again: its result no longer matters. */
+/** Value of `nInStartCB` after a second push: the result of that callback is ignored. */
 constexpr int PUSHED_TWICE = 3;
 
-/** Entries of the first block of attributes, and of the first that takes its place. */
+/** Entries of the first attribute array, and of the array that replaces it. */
 constexpr std::size_t INITIAL_ATTRS = 20;
 
 }

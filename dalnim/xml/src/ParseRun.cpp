@@ -4,7 +4,7 @@
 
 #include "AttributeNames.hpp"
 #include "ElementPath.hpp"
-#include "EventSender.hpp"
+#include "EventDispatcher.hpp"
 #include "Symbols.hpp"
 #include "TextScan.hpp"
 
@@ -16,19 +16,20 @@ namespace com::kor::dal::nim::xml {
 
 namespace {
 
-/** Bytes of the text that an error shows, and that the mark of an early end moves back. */
-constexpr std::size_t SHOWN_BYTES = 16;
-constexpr std::ptrdiff_t EARLY_END_BYTES = 8;
+/** Bytes of the document that an error message quotes. */
+constexpr std::size_t EXCERPT_BYTES = 16;
 
-/** "![CDATA[", which is not looked at: whatever the spelling, so many bytes are skipped. */
+/** Bytes by which the error position of a premature end moves back. */
+constexpr std::ptrdiff_t PREMATURE_END_BYTES = 8;
+
+/** Length of "![CDATA[". Compatibility: so many bytes are skipped, whatever they are. */
 constexpr std::ptrdiff_t CDATA_OPENING_BYTES = 8;
 
 /**
- * Finds the end of a DOCTYPE: the ">" that no "<" before it claims. Quotes and brackets mean nothing.
- * @param pOut receives the byte behind it
- * @return 0, or -1 when the text ends first
+ * Finds the end of a DOCTYPE: the first ">" that closes no "<". Quotes and brackets have no meaning.
+ * @return the position past that ">", or null if the document ends first
  */
-int findEndOfDocType(char* pIn, char* end, char** pOut)
+char* findEndOfDocType(char* pIn, char* end)
 {
     std::size_t open = 0;
     while ((pIn = findEither(pIn, end, '<', '>')) != end) {
@@ -36,31 +37,27 @@ int findEndOfDocType(char* pIn, char* end, char** pOut)
         if (c == '<') {
             ++open;
         } else if (open == 0) {
-            *pOut = pIn;
-            return 0;
+            return pIn;
         } else {
             --open;
         }
     }
-    return -1;
+    return nullptr;
 }
 
-/** Restores the callback that the element just closed had replaced. -1 when none is replaced. */
-int parsePopCommonCB(iParseCB& cb)
+/** Restores the callback that was replaced for the element just closed, if any. Requires a non-empty stack.
+ */
+void parsePopCommonCB(iParseCB& cb)
 {
-    if (cb.nCbStackNum == 0) {
-        return -1;
-    }
     const iCbStackItem& item = cb.pCbStack[cb.nCbStackNum - 1];
     if (item.nTagDepth > cb.nTagDepth) {
         cb.cbCommon = item.callbackFn;
         cb.pUserDataAlt = item.pUserDataAlt;
         --cb.nCbStackNum;
     }
-    return 0;
 }
 
-/** Makes room for an attribute's name and value and the null entry behind all; false without memory. */
+/** Reserves entries for a name, a value and the terminating null. Returns false if memory runs out. */
 bool reserveAttribute(iParseCB& cb)
 {
     if (cb.nNumAttrs + 3 < cb.nMaxAttrs) {
@@ -79,28 +76,28 @@ bool reserveAttribute(iParseCB& cb)
 }
 
 /**
- * One run over the text of a control block, which it edits: what is delivered is ended by a NUL in its
- * place.
+ * One parse of the document in a control block. The document is edited in place: each string that a
+ * callback receives is terminated by a NUL where it is.
  *
- * Ahead of the position the text has no NUL but the one behind its end, since it arrived as
- * NUL-terminated pieces and only what is passed is edited.
+ * From the current position on, the only NUL is the one at `end`: the document arrived as NUL-terminated
+ * strings, and only bytes that were already parsed are edited. Loops may therefore rely on it as a sentinel.
  *
- * Each step takes the position of what it reads, and returns the position behind, or null when the
- * parse ends with `code`.
+ * Each parsing function takes the position where its construct starts, and returns the position past it, or
+ * null if the parse ends with `code`.
  */
 class ParseRun
 {
 public:
     ParseRun(iParseCB& control, int flags)
         : cb(control), path(control.ssTagPath, control.pBuffer + control.nBuffUsed), events(control, path),
-          skipsBlankText((flags & PDS_PARSE_F_SKIP_WS) != 0),
-          tellsNullAttribute((flags & PDS_PARSE_F_NULL_ATTR) != 0), begin(control.pBuffer),
-          end(control.pBuffer + control.nBuffUsed), mark(begin)
+          skipsWhitespaceText((flags & PDS_PARSE_F_SKIP_WS) != 0),
+          reportsNullAttribute((flags & PDS_PARSE_F_NULL_ATTR) != 0), begin(control.pBuffer),
+          end(control.pBuffer + control.nBuffUsed), errorPosition(begin)
     {
     }
 
     int run();
-    /** What is wrong, where run() returned PDS_PARSE_E_SYNTAX. */
+    /** Returns the message of the error, after run() has returned PDS_PARSE_E_SYNTAX. */
     String errorText() const;
 
 private:
@@ -114,16 +111,16 @@ private:
     char* attributeValue(char* p);
     char* startElement(char* p, bool isEmpty);
     char* endTag(char* p);
-    char* unusualEndTag(char* name);
+    char* generalEndTag(char* name);
     char* endElement(char* p);
     char* comment(char* p);
     char* cdata(char* p);
     char* processingInstruction(char* p);
     char* docType(char* p);
 
-    void markAt(const char* position)
+    void setErrorPosition(const char* position)
     {
-        mark = position;
+        errorPosition = position;
     }
 
     char* fail(int result)
@@ -136,12 +133,12 @@ private:
         message = text;
         return fail(PDS_PARSE_E_SYNTAX);
     }
-    char* earlyEnd()
+    char* prematureEnd()
     {
-        mark -= std::min(mark - begin, EARLY_END_BYTES);
+        errorPosition -= std::min(errorPosition - begin, PREMATURE_END_BYTES);
         return syntaxError("Premature end of data stream (not at top-level)");
     }
-    /** Goes on with a callback behind it. */
+    /** Returns `p` if the callback succeeded, otherwise fails with its result. */
     char* check(int result, char* p)
     {
         return result == PDS_PARSE_OK ? p : fail(result);
@@ -149,17 +146,18 @@ private:
 
     iParseCB& cb;
     ElementPath path;
-    EventSender events;
+    EventDispatcher events;
     AttributeNames attributeNames;
-    const bool skipsBlankText;
-    const bool tellsNullAttribute;
+    const bool skipsWhitespaceText;
+    const bool reportsNullAttribute;
     char* const begin;
     char* const end;
     bool hasRoot = false;
     int code = PDS_PARSE_OK;
-    /** What an error names the offset of, and what is to be added: that may lie behind the end. */
-    const char* mark;
-    std::ptrdiff_t behindMark = 0;
+    /** Position that a syntax error refers to. */
+    const char* errorPosition;
+    /** Number of bytes added to the reported offset, which may then exceed the length of the document. */
+    std::ptrdiff_t errorOffset = 0;
     const char* message = "";
 };
 
@@ -175,11 +173,11 @@ int ParseRun::run()
     return code;
 }
 
-/** Outside of the root element. */
+/** Parses one piece of markup outside the root element. */
 char* ParseRun::top(char* p)
 {
     p = skipSpace(p, end);
-    markAt(p);
+    setErrorPosition(p);
     if (p == end) {
         return p;
     }
@@ -202,13 +200,13 @@ char* ParseRun::top(char* p)
     return startTag(p + 1);
 }
 
-/** Inside of an element: a text, or one piece of markup. */
+/** Parses a run of text or one piece of markup inside an element. */
 inline char* ParseRun::content(char* p)
 {
     if (*p != '<') {
-        return p == end ? earlyEnd() : text(p);
+        return p == end ? prematureEnd() : text(p);
     }
-    markAt(p);
+    setErrorPosition(p);
     *p++ = '\0';
     switch (*p) {
     case '/':
@@ -224,9 +222,9 @@ inline char* ParseRun::content(char* p)
 
 inline char* ParseRun::text(char* p)
 {
-    markAt(p);
+    setErrorPosition(p);
     char* const data = p;
-    if (skipsBlankText) {
+    if (skipsWhitespaceText) {
         p = skipSpace(p, end);
         if (*p == '<' || p == end) {
             return p;
@@ -241,11 +239,11 @@ inline char* ParseRun::text(char* p)
     const char stopped = *stop;
     *stop = '\0';
     if (ampersand != nullptr) {
-        if (expandSpecialSymbols(ampersand, stop) != 0) {
+        if (!expandSpecialSymbols(ampersand, stop)) {
             return syntaxError("Unrecognized special symbol");
         }
-        // Symbols may also stand for blanks, or for the end of the text.
-        if (skipsBlankText && *skip(CHAR_SPACE, data) == '\0') {
+        // Character references can expand to white space, and to a NUL, which ends the text.
+        if (skipsWhitespaceText && *skip(CHAR_SPACE, data) == '\0') {
             *stop = stopped;
             return stop;
         }
@@ -255,7 +253,7 @@ inline char* ParseRun::text(char* p)
     return check(result, stop);
 }
 
-/** In content, from the "!". */
+/** Parses "<!" inside an element; `p` is the position of the "!". */
 char* ParseRun::exclamation(char* p)
 {
     if (startsWith(p, end, "!--")) {
@@ -265,8 +263,8 @@ char* ParseRun::exclamation(char* p)
         return docType(p + 9);
     }
     if (end - p < CDATA_OPENING_BYTES) {
-        markAt(p);
-        behindMark = CDATA_OPENING_BYTES;
+        setErrorPosition(p);
+        errorOffset = CDATA_OPENING_BYTES;
         return syntaxError("CDATA segment not terminated");
     }
     return cdata(p + CDATA_OPENING_BYTES);
@@ -275,27 +273,27 @@ char* ParseRun::exclamation(char* p)
 char* ParseRun::comment(char* p)
 {
     if (p == end) {
-        return earlyEnd();
+        return prematureEnd();
     }
-    char* const behind = findBehind(p, end, "-->");
-    return behind != nullptr ? behind : syntaxError("Comment not terminated");
+    char* const next = findPast(p, end, "-->");
+    return next != nullptr ? next : syntaxError("Comment not terminated");
 }
 
 char* ParseRun::cdata(char* p)
 {
     if (p == end) {
-        return earlyEnd();
+        return prematureEnd();
     }
-    markAt(p);
-    char* const behind = findBehind(p, end, "]]>");
-    if (behind == nullptr) {
+    setErrorPosition(p);
+    char* const next = findPast(p, end, "]]>");
+    if (next == nullptr) {
         return syntaxError("CDATA segment not terminated");
     }
-    *(behind - 3) = '\0';
-    return check(events.cdata(p), behind);
+    *(next - 3) = '\0';
+    return check(events.cdata(p), next);
 }
 
-/** The "?" that opens it may be the one that closes it. */
+/** Skips a processing instruction. Compatibility: one "?" may both open and close it, as in "<?>". */
 char* ParseRun::processingInstruction(char* p)
 {
     while ((p = findByte(p, end, '?')) != end) {
@@ -309,21 +307,19 @@ char* ParseRun::processingInstruction(char* p)
 
 char* ParseRun::docType(char* p)
 {
-    char* behind = nullptr;
-    if (findEndOfDocType(p, end, &behind) != 0) {
-        return syntaxError("DOCTYPE tag is not properly terminated - reached End Of Document");
-    }
-    return behind;
+    char* const next = findEndOfDocType(p, end);
+    return next != nullptr ? next
+                           : syntaxError("DOCTYPE tag is not properly terminated - reached End Of Document");
 }
 
-/** From its name. */
+/** Parses a start tag; `p` is the position of its name. */
 inline char* ParseRun::startTag(char* p)
 {
     if (p == end) {
-        return earlyEnd();
+        return prematureEnd();
     }
     char* const name = p;
-    markAt(name);
+    setErrorPosition(name);
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Element name [Start Tag] starts with an invalid character");
     }
@@ -332,7 +328,7 @@ inline char* ParseRun::startTag(char* p)
     if (stopped != '>' && stopped != '/' && !isA(CHAR_SPACE, stopped)) {
         return syntaxError("Element name [Start Tag] contains an invalid character");
     }
-    // Ahead of the NUL, for the same reason as in the path.
+    // Before the NUL is stored: loading a vector that overlaps a recent store of one byte stalls.
     if (!path.open(name, static_cast<std::size_t>(stop - name), cb.nTagDepth == 0)) {
         return fail(PDS_PARSE_E_NO_MEMORY);
     }
@@ -355,16 +351,16 @@ inline char* ParseRun::startTag(char* p)
     return startElement(p, isEmpty);
 }
 
-/** And the end of their tag. */
+/** Parses the attributes and the end of a start tag. */
 inline char* ParseRun::attributes(char* p, bool& isEmpty)
 {
     attributeNames.clear();
     while (p != nullptr) {
         p = skip(CHAR_SPACE, p);
         if (p == end) {
-            return earlyEnd();
+            return prematureEnd();
         }
-        markAt(p);
+        setErrorPosition(p);
         if (*p == '>') {
             return p + 1;
         }
@@ -388,7 +384,7 @@ inline char* ParseRun::attribute(char* p)
         return syntaxError("Attribute name doesn't terminate with an '='");
     }
     *stop = '\0';
-    if (tellsNullAttribute && cb.cbCommon != nullptr && std::strcmp(name, "NULL") == 0) {
+    if (reportsNullAttribute && cb.cbCommon != nullptr && std::strcmp(name, "NULL") == 0) {
         const int result = events.nullAttribute();
         if (result != PDS_PARSE_OK) {
             return fail(result);
@@ -415,7 +411,7 @@ inline char* ParseRun::attributeValue(char* p)
         return syntaxError("Attribute value doesn't start with a quote");
     }
     char* const value = p + 1;
-    markAt(value);
+    setErrorPosition(value);
     char* ampersand = nullptr;
     char* stop = findInValue(value, end, quote);
     while (stop != end && *stop != quote) {
@@ -430,7 +426,7 @@ inline char* ParseRun::attributeValue(char* p)
         return syntaxError("Attribute value doesn't end with a quote");
     }
     *stop = '\0';
-    if (ampersand != nullptr && expandSpecialSymbols(ampersand, stop) != 0) {
+    if (ampersand != nullptr && !expandSpecialSymbols(ampersand, stop)) {
         return syntaxError("Unrecognized special symbol");
     }
     cb.apszAttrs[cb.nNumAttrs + 1] = value;
@@ -438,30 +434,31 @@ inline char* ParseRun::attributeValue(char* p)
     return stop + 1;
 }
 
-/** Behind its start tag. One that is a tag alone is told also where the text ends behind it. */
+/** Reports the start of an element. An empty-element tag is reported even if the document ends right after
+ * it. */
 inline char* ParseRun::startElement(char* p, bool isEmpty)
 {
     if (p == end && !isEmpty) {
-        return earlyEnd();
+        return prematureEnd();
     }
     const int result = events.start();
     return result == PDS_PARSE_OK && isEmpty ? endElement(p) : check(result, p);
 }
 
-/** From its name. */
+/** Parses an end tag; `p` is the position of its name. */
 inline char* ParseRun::endTag(char* p)
 {
     if (p == end) {
-        return earlyEnd();
+        return prematureEnd();
     }
     char* const name = p;
-    markAt(name);
-    // Most often it is the tag of the innermost element, with a ">" at once.
+    setErrorPosition(name);
+    // Fast path: the name of the innermost element, followed immediately by ">".
     char* close = path.skipTag(name);
     if (close != nullptr && *close == '>') {
         *close = '\0';
     } else {
-        close = unusualEndTag(name);
+        close = generalEndTag(name);
         if (close == nullptr) {
             return nullptr;
         }
@@ -469,8 +466,8 @@ inline char* ParseRun::endTag(char* p)
     return endElement(close + 1);
 }
 
-/** The ">" of an end tag with a blank in it, or of one that is not the innermost element's. */
-char* ParseRun::unusualEndTag(char* name)
+/** Parses any other end tag: with white space after the name, or with a different name. Returns its ">". */
+char* ParseRun::generalEndTag(char* name)
 {
     if (!isA(CHAR_NAME_START, *name)) {
         return syntaxError("Element name [End Tag] starts with an invalid character");
@@ -482,7 +479,7 @@ char* ParseRun::unusualEndTag(char* name)
     if (closing != '>') {
         return syntaxError("Element name [End Tag] contains an invalid character");
     }
-    if (!path.closeBy(name, static_cast<std::size_t>(stop - name))) {
+    if (!path.matchEndTag(name, static_cast<std::size_t>(stop - name))) {
         return syntaxError("Mismatched End Tag");
     }
     return close;
@@ -505,10 +502,10 @@ inline char* ParseRun::endElement(char* p)
 String ParseRun::errorText() const
 {
     const auto size = static_cast<std::size_t>(end - begin);
-    const auto offset = static_cast<std::size_t>(mark - begin + behindMark);
+    const auto offset = static_cast<std::size_t>(errorPosition - begin + errorOffset);
     const std::size_t shown = std::min(offset, size);
     return String(message) + " -- near offset " + std::to_string(offset) + ": "
-           + String(begin + shown, std::min(SHOWN_BYTES, size - shown)) + "...";
+           + String(begin + shown, std::min(EXCERPT_BYTES, size - shown)) + "...";
 }
 
 }

@@ -6,9 +6,9 @@
 namespace com::kor::dal::nim::xml {
 
 /**
- * Parses the text of a control block, which it edits, and calls back for what is in it.
- * @return PDS_PARSE_OK, or the code that ended the parse; then the block's bError is set. What a
- *         callback throws passes through.
+ * Parses the document in a control block, editing it in place, and calls the callbacks. Exceptions from
+ * callbacks propagate.
+ * @return PDS_PARSE_OK, or the code that ended the parse; `bError` is set then
  */
 int runParse(iParseCB& control, int flags);
 

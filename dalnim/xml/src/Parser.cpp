@@ -16,19 +16,16 @@ namespace com::kor::dal::nim::xml {
 
 namespace {
 
-/**
- * One parse on its way to the consumer: the context of the adapters. Its strings keep their memory
- * from one event to the next.
- */
+/** The state of one parse() call, passed to the callbacks. Its strings are reused from event to event. */
 struct Delivery
 {
     explicit Delivery(const ConsumerRef& receiver) : consumer(receiver) {}
 
     /**
-     * An element starts, and ends. The path is kept here as it is in the parser, whose text would have
-     * to be measured and copied: so an event costs the same at any depth.
+     * Appends an element to the path. The push parser passes a path of its own, but as a C string that would
+     * have to be measured and copied for each event; with this copy, an event costs the same at any depth.
      */
-    void enter(const char* name)
+    void openElement(const char* name)
     {
         tag = name;
         if (!path.empty()) {
@@ -36,15 +33,16 @@ struct Delivery
         }
         path += tag;
     }
-    void leave()
+    /** Removes the innermost element from the path. */
+    void closeElement()
     {
         path.erase(path.size() - std::min(path.size(), tag.size() + 1));
     }
 
-    /** Of its own, so that the consumer lives through its calls. */
+    /** Own reference: keeps the consumer alive during its callbacks. */
     ConsumerRef consumer;
     String tag;
-    /** The names of the open elements, joined by "/". */
+    /** Names of the open elements, joined by "/". */
     String path;
     String data;
     Attributes attrs;
@@ -55,9 +53,9 @@ Delivery& deliveryOf(void* context)
     return *static_cast<Delivery*>(context);
 }
 
-int answer(bool goOn)
+int toResult(bool proceed)
 {
-    return goOn ? 0 : 1;
+    return proceed ? 0 : 1;
 }
 
 extern "C" {
@@ -65,7 +63,7 @@ extern "C" {
 int processStartTag(void* context, char* tag, char*, std::size_t numAttributes, char** attributes)
 {
     Delivery& delivery = deliveryOf(context);
-    delivery.enter(tag);
+    delivery.openElement(tag);
     delivery.attrs.resize(numAttributes / 2);
     for (std::size_t i = 0; i < numAttributes; i += 2) {
         if (attributes[i] == nullptr || attributes[i + 1] == nullptr) {
@@ -75,16 +73,16 @@ int processStartTag(void* context, char* tag, char*, std::size_t numAttributes, 
         delivery.attrs[i / 2].name = attributes[i];
         delivery.attrs[i / 2].value = attributes[i + 1];
     }
-    return answer(delivery.consumer->elementBegin(delivery.tag, delivery.path, delivery.attrs));
+    return toResult(delivery.consumer->elementBegin(delivery.tag, delivery.path, delivery.attrs));
 }
 
 int processEndTag(void* context, char* tag, char*)
 {
     Delivery& delivery = deliveryOf(context);
     delivery.tag = tag;
-    const bool goesOn = delivery.consumer->elementEnd(delivery.tag, delivery.path);
-    delivery.leave();
-    return answer(goesOn);
+    const bool proceed = delivery.consumer->elementEnd(delivery.tag, delivery.path);
+    delivery.closeElement();
+    return toResult(proceed);
 }
 
 int processData(void* context, int isCData, char* data, char*)
@@ -94,11 +92,11 @@ int processData(void* context, int isCData, char* data, char*)
     const std::size_t slash = path.rfind('/');
     delivery.tag.assign(path, slash == String::npos ? 0 : slash + 1, String::npos);
     delivery.data = data;
-    return answer(delivery.consumer->elementProcessData(delivery.tag, path, delivery.data, isCData == 1));
+    return toResult(delivery.consumer->elementProcessData(delivery.tag, path, delivery.data, isCData == 1));
 }
 }
 
-/** Turns a failure of the plain functions into an exception; a missing handle is one, too. */
+/** Throws sys::system_error with the code and its message if `errorCode` is not 0 or the handle is null. */
 void checkPdsReturn(int errorCode, PDS_PARSE_H handle)
 {
     char buffer[256];
@@ -139,7 +137,7 @@ void Parser::parse(const String& doc, int docId)
         code = nim_pdsParseReset(0, &delivery, parserHandle);
     }
     checkPdsReturn(code, parserHandle);
-    // The text is only read, for all that the plain function does not say so.
+    // nim_pdsParseBuffer() only reads the string, although its parameter is not const.
     code = nim_pdsParseBuffer(const_cast<char*>(doc.c_str()), PDS_PARSE_F_LAST | PDS_PARSE_F_SKIP_WS,
                               parserHandle);
     checkPdsReturn(code, parserHandle);
@@ -149,11 +147,11 @@ void Parser::parse(std::istream& is, int docId)
 {
     const sys::StackTrack track("parse()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     String doc;
-    char piece[1024];
+    char chunk[1024];
     while (!is.eof()) {
-        std::memset(piece, 0, sizeof piece);
-        is.read(piece, sizeof piece - 1);
-        doc += piece;
+        std::memset(chunk, 0, sizeof chunk);
+        is.read(chunk, sizeof chunk - 1);
+        doc += chunk;
     }
     parse(doc, docId);
 }

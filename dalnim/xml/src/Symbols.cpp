@@ -10,11 +10,11 @@ namespace com::kor::dal::nim::xml {
 
 namespace {
 
-/** The position behind the `rest` of a symbol, or null where something else stands. */
+/** Returns the position past `rest` if the string at `p` starts with it, otherwise null. */
 template <std::size_t N>
 char* readRest(char* p, const char (&rest)[N]) noexcept
 {
-    // Byte by byte: what differs may be the NUL that ends the text.
+    // Byte by byte: a mismatch may be the terminating NUL, past which nothing may be read.
     for (std::size_t i = 0; i < N - 1; ++i) {
         if (p[i] != rest[i]) {
             return nullptr;
@@ -43,7 +43,7 @@ char* readNamed(char* p, char& value) noexcept
     }
 }
 
-/** The number is formed in one byte: it wraps, and no digits are 0. */
+/** Reads a character reference. Compatibility: the number is taken modulo 256, and no digits mean 0. */
 char* readNumber(char* p, char& value) noexcept
 {
     unsigned number = 0;
@@ -56,14 +56,14 @@ char* readNumber(char* p, char& value) noexcept
 
 }
 
-int expandSpecialSymbols(char* p, char* end) noexcept
+bool expandSpecialSymbols(char* p, char* end) noexcept
 {
     char* out = p;
     while (p != end) {
         char value = '\0';
         p = p[1] == '#' ? readNumber(p + 2, value) : readNamed(p + 1, value);
         if (p == nullptr) {
-            return -1;
+            return false;
         }
         *out++ = value;
         char* const next = findByte(p, end, '&');
@@ -73,7 +73,7 @@ int expandSpecialSymbols(char* p, char* end) noexcept
         p = next;
     }
     *out = '\0';
-    return 0;
+    return true;
 }
 
 }

@@ -4,12 +4,12 @@
 namespace com::kor::dal::nim::xml {
 
 /**
- * Replaces the symbols of a text in its place.
+ * Expands the entity and character references of a string in place.
  * @param p   the first "&"
- * @param end the NUL of the text
- * @return 0, or -1 for an "&" that begins no symbol
+ * @param end the terminating NUL
+ * @return false if an "&" starts no known reference; the string is then partly expanded
  */
-int expandSpecialSymbols(char* p, char* end) noexcept;
+bool expandSpecialSymbols(char* p, char* end) noexcept;
 
 }
 

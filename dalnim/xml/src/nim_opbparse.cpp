@@ -28,14 +28,14 @@ using com::kor::dal::nim::xml::runParse;
 
 namespace {
 
-/** "APDP", as it stands in memory. */
+/** The bytes "APDP" in memory order. */
 constexpr UInt32_t EYE_CATCHER = 'A' | 'P' << 8 | 'D' << 16 | 'P' << 24;
 
-constexpr std::size_t SMALLEST_OPEN_BUFFER = 2048;
+constexpr std::size_t MIN_OPEN_BUFFER = 2048;
 constexpr std::size_t COPY_CHUNK = 16384;
 constexpr int CB_STACK_STEP = 20;
 
-/** By detail code; the code of a result less PDS_PARSE_E_BAD_HANDLE, plus 1. */
+/** Messages by detail code: result code - PDS_PARSE_E_BAD_HANDLE + 1. */
 const char* const aszErrmsgs[] = {
     "No error",
     "Invalid parse handle supplied",
@@ -49,20 +49,20 @@ const char* const aszErrmsgs[] = {
 std::atomic<int> trace_severity{0};
 
 std::atomic<bool> charTypesInitialized{false};
-/** Kept for a table that could not be filled twice. This one can, so that nobody need wait for it. */
-const CriticalSection parseInitCritSection; // NOLINT(cert-err58-cpp): the system makes plain ones anywhere
+/** Never acquired, since filling the table is idempotent. Kept for compatibility. */
+const CriticalSection parseInitCritSection; // NOLINT(cert-err58-cpp): initialising a plain mutex cannot fail
 
-iParseCB& blockOf(PDS_PARSE_H h)
+iParseCB& controlBlock(PDS_PARSE_H h)
 {
     return *static_cast<iParseCB*>(h);
 }
 
-bool isParser(const iParseCB& cb)
+bool hasEyeCatcher(const iParseCB& cb)
 {
     return cb.unEyeCatcher == EYE_CATCHER;
 }
 
-/** Makes room for `added` bytes of text and the NUL behind them; false without memory. */
+/** Reserves `added` bytes and the terminating NUL. Returns false if memory runs out. */
 bool reserve(iParseCB& cb, std::size_t added, bool last)
 {
     if (cb.nBuffUsed + added < cb.nBuffSize) {
@@ -70,7 +70,7 @@ bool reserve(iParseCB& cb, std::size_t added, bool last)
     }
     std::size_t size = cb.nBuffUsed + added + 1;
     if (!last) {
-        size = size < SMALLEST_OPEN_BUFFER ? SMALLEST_OPEN_BUFFER : 2 * size;
+        size = size < MIN_OPEN_BUFFER ? MIN_OPEN_BUFFER : 2 * size;
     }
     auto* const block = static_cast<char*>(std::malloc(size));
     if (block == nullptr) {
@@ -85,15 +85,15 @@ bool reserve(iParseCB& cb, std::size_t added, bool last)
     return true;
 }
 
-/** Appends a piece of the document, and the NUL behind it; false without memory. */
-bool append(iParseCB& cb, const char* piece, bool last)
+/** Appends a string and its NUL to the document. Returns false if memory runs out. */
+bool append(iParseCB& cb, const char* chunk, bool last)
 {
-    // In chunks while there is room: what is measured is copied while it is still in the cache.
+    // In chunks while the buffer has room: each is measured and then copied while it is still in the cache.
     std::size_t taken = 0;
     std::size_t length = COPY_CHUNK;
     while (length == COPY_CHUNK && cb.nBuffUsed + COPY_CHUNK < cb.nBuffSize) {
-        length = strnlen(piece + taken, COPY_CHUNK);
-        std::memcpy(cb.pBuffer + cb.nBuffUsed, piece + taken, length);
+        length = strnlen(chunk + taken, COPY_CHUNK);
+        std::memcpy(cb.pBuffer + cb.nBuffUsed, chunk + taken, length);
         taken += length;
         cb.nBuffUsed += length;
     }
@@ -101,16 +101,16 @@ bool append(iParseCB& cb, const char* piece, bool last)
         cb.pBuffer[cb.nBuffUsed] = '\0';
         return true;
     }
-    length = std::strlen(piece + taken);
+    length = std::strlen(chunk + taken);
     if (!reserve(cb, length, last)) {
         return false;
     }
-    std::memcpy(cb.pBuffer + cb.nBuffUsed, piece + taken, length + 1);
+    std::memcpy(cb.pBuffer + cb.nBuffUsed, chunk + taken, length + 1);
     cb.nBuffUsed += length;
     return true;
 }
 
-/** Makes room for one more replaced callback; false without memory. */
+/** Reserves an entry of the callback stack. Returns false if memory runs out. */
 bool reserveStackItem(iParseCB& cb)
 {
     if (cb.nCbStackNum < cb.nCbStackSize) {
@@ -129,7 +129,8 @@ bool reserveStackItem(iParseCB& cb)
     return true;
 }
 
-/** The failure of a push is also seen when the callback that it was called from returns. */
+/** Records the failure of a push, so that the parse ends when the calling callback returns. Returns `code`.
+ */
 int failPush(iParseCB& cb, int code)
 {
     cb.nPushErrCode = code;
@@ -153,17 +154,17 @@ void reset(iParseCB& cb, void* pUserData)
 }
 
 /**
- * Marks a block as being parsed. Carries out the reset that a callback asked for when the parse is over, also
- * if a callback throws: until then the parse depends on what a reset changes.
+ * Marks a control block as being parsed. The destructor performs the reset that a callback requested, also if
+ * a callback has thrown. It cannot be done earlier: the parse uses the fields that a reset clears.
  */
-class Parsing
+class ParseScope
 {
 public:
-    explicit Parsing(iParseCB& control) : cb(control)
+    explicit ParseScope(iParseCB& control) : cb(control)
     {
         cb.isParsing = true;
     }
-    ~Parsing()
+    ~ParseScope()
     {
         cb.isParsing = false;
         if (cb.isResetPending) {
@@ -171,8 +172,8 @@ public:
             reset(cb, cb.pResetUserData);
         }
     }
-    Parsing(const Parsing&) = delete;
-    Parsing& operator=(const Parsing&) = delete;
+    ParseScope(const ParseScope&) = delete;
+    ParseScope& operator=(const ParseScope&) = delete;
 
 private:
     iParseCB& cb;
@@ -214,8 +215,8 @@ int nim_pdsParseBuffer(char* pszData, int nFlags, PDS_PARSE_H h)
     if (pszData == nullptr || h == nullptr) {
         return PDS_PARSE_E_BAD_ARGS;
     }
-    iParseCB& cb = blockOf(h);
-    if (!isParser(cb)) {
+    iParseCB& cb = controlBlock(h);
+    if (!hasEyeCatcher(cb)) {
         return PDS_PARSE_E_BAD_HANDLE;
     }
     if (cb.bError != 0) {
@@ -236,7 +237,7 @@ int nim_pdsParseBuffer(char* pszData, int nFlags, PDS_PARSE_H h)
     if (cb.nBuffUsed == 0) {
         return PDS_PARSE_OK;
     }
-    const Parsing parsing(cb);
+    const ParseScope parsing(cb);
     return runParse(cb, nFlags);
 }
 
@@ -245,8 +246,8 @@ int nim_pdsParseReset(int, void* pUserData, PDS_PARSE_H h)
     if (h == nullptr) {
         return PDS_PARSE_E_BAD_ARGS;
     }
-    iParseCB& cb = blockOf(h);
-    if (!isParser(cb)) {
+    iParseCB& cb = controlBlock(h);
+    if (!hasEyeCatcher(cb)) {
         return PDS_PARSE_E_BAD_HANDLE;
     }
     if (cb.isParsing) {
@@ -263,10 +264,10 @@ int nim_pdsParseDestroy(PDS_PARSE_H* ph)
     if (ph == nullptr || *ph == nullptr) {
         return PDS_PARSE_E_BAD_ARGS;
     }
-    if (!isParser(blockOf(*ph))) {
+    if (!hasEyeCatcher(controlBlock(*ph))) {
         return PDS_PARSE_E_BAD_HANDLE;
     }
-    const std::unique_ptr<iParseCB> cb(&blockOf(*ph));
+    const std::unique_ptr<iParseCB> cb(&controlBlock(*ph));
     *ph = nullptr;
     std::free(cb->apszAttrs);
     std::free(cb->pBuffer);
@@ -279,8 +280,8 @@ int nim_pdsParsePushCommonCB(PDS_PARSE_COMMON_FN fCb, void* pUserDataAlt, int, P
     if (h == nullptr || fCb == nullptr) {
         return PDS_PARSE_E_BAD_ARGS;
     }
-    iParseCB& cb = blockOf(h);
-    if (!isParser(cb)) {
+    iParseCB& cb = controlBlock(h);
+    if (!hasEyeCatcher(cb)) {
         return failPush(cb, PDS_PARSE_E_BAD_HANDLE);
     }
     if (cb.nInStartCB != 1) {
@@ -302,8 +303,8 @@ const char* nim_pdsParseGetErrorInfo(PDS_PARSE_H h)
     if (h == nullptr) {
         return "Null ParseHandle";
     }
-    const iParseCB& cb = blockOf(h);
-    return isParser(cb) ? cb.ssErrMsg.c_str() : "Invalid ParseHandle";
+    const iParseCB& cb = controlBlock(h);
+    return hasEyeCatcher(cb) ? cb.ssErrMsg.c_str() : "Invalid ParseHandle";
 }
 
 const char* nim_pdsParseErrorToStr(int nDetailCode)
@@ -325,7 +326,7 @@ void nim_pdsParseTrcInit(int nSevLevel)
 int ipdsParseInit()
 {
     if (!charTypesInitialized.load(std::memory_order_acquire)) {
-        // Empty on purpose: filling the table twice gives the same table.
+        // Deliberately holds no mutex: filling the table is idempotent.
         const MutexHolder<CriticalSection> holder;
         fillCharTypes();
         charTypesInitialized.store(true, std::memory_order_release);

@@ -1,5 +1,5 @@
-#ifndef DALNIM_XML_SRC_EVENTSENDER_HPP
-#define DALNIM_XML_SRC_EVENTSENDER_HPP
+#ifndef DALNIM_XML_SRC_EVENTDISPATCHER_HPP
+#define DALNIM_XML_SRC_EVENTDISPATCHER_HPP
 
 #include "ElementPath.hpp"
 #include "ParseControl.hpp"
@@ -7,13 +7,13 @@
 namespace com::kor::dal::nim::xml {
 
 /**
- * Calls the callbacks of a control block, the common one where there is one. Each function returns
- * PDS_PARSE_OK or the code that ends the parse. What a callback throws passes through.
+ * Calls the callbacks of a control block: the common callback if there is one, otherwise the separate ones.
+ * Each function returns PDS_PARSE_OK or the code that ends the parse. Exceptions from callbacks propagate.
  */
-class EventSender
+class EventDispatcher
 {
 public:
-    EventSender(iParseCB& control, ElementPath& elements) : cb(control), path(elements) {}
+    EventDispatcher(iParseCB& control, ElementPath& elements) : cb(control), path(elements) {}
 
     int start()
     {
@@ -46,13 +46,14 @@ public:
                                             : cb.cbData(cb.pUserData, 1, data, path.text()));
     }
 
-    /** For the common callback only. */
+    /** Reports an attribute named "NULL". Requires a common callback. */
     int nullAttribute()
     {
-        char nothing[] = "";
-        // Told as empty, but whoever walks it finds its end: each addition leaves room for one more.
+        char empty[] = "";
+        // The callback gets 0 entries, but the array is terminated all the same. There is always room for
+        // the null: reserveAttribute() keeps one entry free.
         cb.apszAttrs[cb.nNumAttrs] = nullptr;
-        return check(common(PDS_PARSE_CB_DATA, nothing, 0, cb.apszAttrs));
+        return check(common(PDS_PARSE_CB_DATA, empty, 0, cb.apszAttrs));
     }
 
 private:
