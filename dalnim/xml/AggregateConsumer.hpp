@@ -8,11 +8,13 @@
 namespace com::kor::dal::nim::xml {
 
 /**
- * A consumer that is a list of consumers, and repeats each event to each of them, in their order. One
- * that asks to stop stops the parse, but only after all have had the event. What one throws ends the
- * round: those behind it miss the event.
+ * A list of consumers that passes each event to all of its members, in list order.
  *
- * The list is filled as any vector, and must not change during a parse.
+ * If a member returns false, the remaining members still receive the event; then the parse stops. If a
+ * member throws, the exception propagates immediately, and the remaining members do not receive the event.
+ *
+ * The list is filled with the operations of `std::vector`, and must not be modified during a parse. It holds
+ * a reference to each member.
  */
 class DALNIM_API AggregateConsumer : public Consumer, public std::vector<ConsumerRef>
 {
@@ -25,14 +27,14 @@ public:
     bool elementEnd(const String& tag, const String& fullTag) override;
     bool elementProcessData(const String& tag, const String& fullTag, const String& data,
                             bool isCData) override;
-    /** Told to the members that it has then; one that is added later does not learn it. */
+    /** Stores the identifier, and passes it to the current members. Members added later do not receive it. */
     void setDocumentId(int docId) override;
 
 protected:
     ~AggregateConsumer() noexcept(false) override;
 };
 
-/** A counted reference to a list of consumers. */
+/** A reference-counting pointer to an AggregateConsumer. */
 typedef mem::RcoRef<AggregateConsumer> AggregateConsumerRef;
 
 }

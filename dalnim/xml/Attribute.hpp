@@ -8,16 +8,16 @@
 
 namespace com::kor::dal::nim::xml {
 
-/** An attribute of a start tag, the symbols of its value expanded. */
+/** An attribute of a start tag. */
 struct DALNIM_API Attribute
 {
-    /** As it stands in the document. */
+    /** Name, verbatim. */
     String name;
-    /** What stood between the quotes, its symbols expanded. */
+    /** Value, with references expanded and line breaks replaced by spaces. */
     String value;
 };
 
-/** In the order of the document. */
+/** The attributes of a start tag, in document order. */
 typedef std::vector<Attribute> Attributes;
 
 }

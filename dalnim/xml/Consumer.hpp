@@ -9,51 +9,63 @@
 namespace com::kor::dal::nim::xml {
 
 /**
- * Receives the events of a Parser, on the thread that parses. It lives by its references.
+ * Receives the events of a Parser. Reference-counted.
  *
- * `tag` is the name of an element, `fullTag` the names from the root to it, joined by "/"; both, as
- * all that is told, belong to the parser and are valid during the call only. A result of true asks to
- * go on, false stops the parse. What an operation throws reaches the caller of the parse. It may parse
- * on another Parser, but not on the one that calls it.
+ * Events: each operation is called on the thread that called Parser::parse(). If it returns false, the parse
+ * stops; if it throws, the exception propagates to the caller of parse(). It may use another Parser, but not
+ * the one that calls it.
+ *
+ * Arguments: `tag` is the name of the element; `fullTag` contains the names from the root to that element,
+ * joined by "/". All arguments are owned by the parser and valid only during the call.
  */
 class DALNIM_API Consumer : public virtual mem::RefCntObject
 {
 protected:
     Consumer() noexcept;
-    /** A copy has no references of its own, and the same document. */
+    /** Copies the document identifier. The reference count of the copy starts at zero. */
     Consumer(const Consumer&) = default;
-    /** Takes over the document; who holds this consumer is not disturbed. */
+    /** Copies the document identifier. The reference counts do not change. */
     Consumer& operator=(const Consumer&) = default;
     ~Consumer() noexcept(false) override;
 
 public:
     static constexpr const char CLASS_NAME[] = "Consumer";
 
-    /** @param attrs in the order of the document */
+    /**
+     * Called for each start tag.
+     * @param attrs the attributes, in document order
+     * @return true to continue, false to stop the parse
+     */
     virtual bool elementBegin(const String& tag, const String& fullTag, const Attributes& attrs) = 0;
-    /** The end of an element, also of one that is a tag alone; `fullTag` still has it. */
+    /**
+     * Called for each end tag and each empty-element tag. `fullTag` still includes the element.
+     * @return true to continue, false to stop the parse
+     */
     virtual bool elementEnd(const String& tag, const String& fullTag) = 0;
     /**
-     * Text between two pieces of markup, its symbols expanded, or a CDATA section as it stands.
-     * @param tag the element that the text stands in
+     * Called for each run of text between two pieces of markup, and for each CDATA section.
+     * @param tag     the element that contains the text
+     * @param data    text with references expanded, or the content of the CDATA section, verbatim
+     * @param isCData true for a CDATA section
+     * @return true to continue, false to stop the parse
      */
     virtual bool elementProcessData(const String& tag, const String& fullTag, const String& data,
                                     bool isCData) = 0;
-    /** Told by a Parser ahead of its first document only. */
+    /** Stores the document identifier. A Parser calls it before its first document only. */
     virtual void setDocumentId(int docId);
 
-    /** The identifier of the document in progress; 0 before the first. */
+    /** Returns the identifier passed to setDocumentId(), or 0 before the first call. */
     int getDocumentId() const noexcept
     {
         return documentId;
     }
 
 protected:
-    /** What setDocumentId() was told last; 0 before. */
+    /** Document identifier; 0 before the first setDocumentId(). */
     int documentId;
 };
 
-/** A counted reference to a consumer. */
+/** A reference-counting pointer to a Consumer. */
 typedef mem::RcoRef<Consumer> ConsumerRef;
 
 }

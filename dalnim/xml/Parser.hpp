@@ -9,43 +9,57 @@
 namespace com::kor::dal::nim::xml {
 
 /**
- * Parses whole documents, one after the other, and tells a consumer what is in them. What it accepts
- * is the subset of nim_opbparse.h; text that is all whitespace is not delivered.
+ * Parses complete documents, one at a time, and passes their events to a Consumer.
  *
- * One thread at a time uses a parser. After a failure, and after an exception of the consumer, the
- * next document is parsed as if nothing had happened.
+ * Accepts the XML subset that nim_opbparse.h describes. Text that consists of white space is not reported.
  *
- * Both forms of parse() throw sys::system_error:
- * - 700012003 for a syntax error, with its offset in the text;
- * - 700012002 when the consumer asked to stop, 700012900 without memory, both with the text "Error to
- *   String function unimplemented";
- * - 700012005, the same text, from within a callback of the same parser: parse() is not reentrant.
+ * Errors: after a failed parse, or an exception from the consumer, the parser can be used for the next
+ * document.
  *
- * They take the identifier of the document, but only that of the first document is told to the
- * consumer.
+ * Document identifier: compatibility: only the identifier of the first document is passed to the consumer.
+ *
+ * Thread safety: one thread at a time. parse() is not reentrant.
  */
 class DALNIM_API Parser
 {
 public:
     static constexpr const char CLASS_NAME[] = "Parser";
 
-    /** Holds a reference to the consumer, which must not be null, for its life. */
+    /**
+     * Creates a parser for a consumer. Allocates nothing until the first parse.
+     * @param consumerImpl the consumer, not null; the parser holds a reference to it
+     */
     explicit Parser(ConsumerRef& consumerImpl);
     ~Parser();
 
     Parser(const Parser&) = delete;
     Parser& operator=(const Parser&) = delete;
 
-    /** Parses the text up to its first NUL. */
+    /**
+     * Parses a document.
+     * @param doc   the document, which ends at its first NUL
+     * @param docId identifier of the document; ignored after the first call
+     * @throws sys::system_error
+     * - 700012003 (`PDS_PARSE_E_SYNTAX`): syntax error; the message contains its offset in bytes
+     * - 700012002 (`PDS_PARSE_E_CALLBACK`): the consumer returned false
+     * - 700012005 (`PDS_PARSE_E_DONE`): called from within a callback of the same parser
+     * - 700012900 (`PDS_PARSE_E_NO_MEMORY`): out of memory
+     *
+     * The message of the last three is "Error to String function unimplemented". Exceptions from the consumer
+     * propagate unchanged.
+     */
     void parse(const String& doc, int docId = 0);
     /**
-     * Reads a stream to its end, then parses. A NUL hides what follows it in the same 1,023 bytes. No
-     * state of the stream but the end is looked at: one that has failed short of it is read forever.
+     * Reads a stream to its end, then parses the document.
+     * @param is    read in blocks of 1,023 bytes; a NUL discards the rest of its block. Only `eof()` is
+     * checked: if the stream fails before its end, the call never returns
+     * @param docId identifier of the document; ignored after the first call
+     * @throws sys::system_error as the other form
      */
     void parse(std::istream& is, int docId = 0);
 
 private:
-    /** The PDS_PARSE_H, null until the first parse. */
+    /** The owned PDS_PARSE_H; null until the first parse. */
     void* parserHandle;
     ConsumerRef consumer;
 };

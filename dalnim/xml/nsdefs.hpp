@@ -6,7 +6,7 @@
 /** A push parser for a small XML subset, and its consumers. */
 namespace com::kor::dal::nim::xml {
 
-/** The dotted name of this namespace, as stack traces and configuration keys show it. */
+/** Dotted name of this namespace, as used in stack traces and configuration keys. */
 extern DALNIM_API const char NAMESPACE_NAME[];
 
 }
