@@ -41,7 +41,7 @@ protected:
 
 }
 
-TEST_F(AggregateConsumerTest, AnEmptyOneSwallowsEveryEvent)
+TEST_F(AggregateConsumerTest, EmptyAggregateReturnsTrueForEveryEvent)
 {
     EXPECT_TRUE(aggregate->elementBegin("a", "a", Attributes()));
     EXPECT_TRUE(aggregate->elementProcessData("a", "a", "x", false));
@@ -50,7 +50,7 @@ TEST_F(AggregateConsumerTest, AnEmptyOneSwallowsEveryEvent)
     EXPECT_EQ(aggregate->getDocumentId(), 9);
 }
 
-TEST_F(AggregateConsumerTest, RepeatsEachEventInTheOrderOfTheList)
+TEST_F(AggregateConsumerTest, PassesEachEventToMembersInListOrder)
 {
     aggregate->push_back(b);
     aggregate->push_back(a);
@@ -63,7 +63,7 @@ TEST_F(AggregateConsumerTest, RepeatsEachEventInTheOrderOfTheList)
     EXPECT_EQ(b->getDocumentId(), 4);
 }
 
-TEST_F(AggregateConsumerTest, AllHaveTheEventThatOneStopsAt)
+TEST_F(AggregateConsumerTest, MembersAfterOneThatStopsStillReceiveTheEvent)
 {
     aggregate->push_back(a);
     aggregate->push_back(b);
@@ -78,7 +78,7 @@ TEST_F(AggregateConsumerTest, AllHaveTheEventThatOneStopsAt)
     EXPECT_THAT(lines, ElementsAre("A: begin r r", "B: begin r r", "A: data r r [t]", "B: data r r [t]"));
 }
 
-TEST_F(AggregateConsumerTest, EachOperationStopsByAnyMember)
+TEST_F(AggregateConsumerTest, AnyMemberCanStopTheParseInEachOperation)
 {
     aggregate->push_back(a);
     aggregate->push_back(b);
@@ -92,7 +92,7 @@ TEST_F(AggregateConsumerTest, EachOperationStopsByAnyMember)
     EXPECT_EQ(lines.size(), 12U);
 }
 
-TEST_F(AggregateConsumerTest, ALateMemberDoesNotLearnTheIdentifier)
+TEST_F(AggregateConsumerTest, MemberAddedAfterTheFirstParseGetsNoIdentifier)
 {
     aggregate->push_back(a);
     parser.parse("<r/>", 6);
@@ -104,7 +104,7 @@ TEST_F(AggregateConsumerTest, ALateMemberDoesNotLearnTheIdentifier)
                                    "B: end r r"));
 }
 
-TEST_F(AggregateConsumerTest, AMemberOfTwoPlacesIsToldTwice)
+TEST_F(AggregateConsumerTest, MemberListedTwiceReceivesEventsTwice)
 {
     aggregate->push_back(a);
     aggregate->push_back(a);
@@ -112,7 +112,7 @@ TEST_F(AggregateConsumerTest, AMemberOfTwoPlacesIsToldTwice)
     EXPECT_THAT(lines, ElementsAre("A: begin r r", "A: begin r r", "A: end r r", "A: end r r"));
 }
 
-TEST_F(AggregateConsumerTest, AnExceptionEndsTheRound)
+TEST_F(AggregateConsumerTest, ExceptionSkipsTheRemainingMembers)
 {
     aggregate->push_back(a);
     aggregate->push_back(b);
@@ -133,7 +133,7 @@ TEST_F(AggregateConsumerTest, AggregatesNest)
     EXPECT_EQ(a->getDocumentId(), 3);
 }
 
-TEST(AggregateConsumerLife, ItsMembersGoWithIt)
+TEST(AggregateConsumerLife, ReleasesItsMembersWhenDestroyed)
 {
     struct Mortal : Listener
     {

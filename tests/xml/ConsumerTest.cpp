@@ -25,7 +25,7 @@ static_assert(std::is_same_v<Attributes, std::vector<Attribute>>);
 static_assert(std::is_abstract_v<Consumer> && !std::is_abstract_v<AggregateConsumer>);
 static_assert(std::is_base_of_v<RefCntObject, Consumer>);
 static_assert(std::is_base_of_v<std::vector<RcoRef<Consumer>>, AggregateConsumer>);
-// They live by their references.
+// They are destroyed by their last reference only.
 static_assert(!std::is_destructible_v<Consumer> && !std::is_destructible_v<AggregateConsumer>);
 
 TEST(Consumer, OperationsKeepTheirSlots)
@@ -41,7 +41,7 @@ TEST(Consumer, OperationsKeepTheirSlots)
     EXPECT_EQ(5, virtualSlot(&AggregateConsumer::setDocumentId));
 }
 
-TEST(Consumer, KeepsTheIdentifier)
+TEST(Consumer, StoresTheDocumentIdentifier)
 {
     test::ListenerRef listener(new test::Listener);
     EXPECT_EQ(0, listener->getDocumentId());
@@ -49,7 +49,7 @@ TEST(Consumer, KeepsTheIdentifier)
     EXPECT_EQ(-7, listener->getDocumentId());
 }
 
-TEST(Attribute, IsNameAndValueAndCopies)
+TEST(Attribute, CopiesAreIndependent)
 {
     const Attribute attribute{"name", "value"};
     Attribute copy = attribute;
@@ -63,7 +63,7 @@ TEST(Attribute, IsNameAndValueAndCopies)
     EXPECT_EQ("value", copies.at(2).value);
 }
 
-TEST(ConsumerInstantiations, AreInTheLibrary)
+TEST(ConsumerInstantiations, AreExportedByTheLibrary)
 {
     void* const library = dlopen("libdalnim.so.1", RTLD_NOW | RTLD_NOLOAD);
     ASSERT_NE(nullptr, library) << dlerror();

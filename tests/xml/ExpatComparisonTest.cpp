@@ -15,16 +15,16 @@
 #include <vector>
 
 /*
- * The parser beside Expat, on the XML documents that the packages of the system ship. Each document
- * that both accept has the same events; each that this parser alone refuses is refused for one of the
- * things that its subset leaves out, seen in the text at the offset of the error.
+ * Compares the parser with Expat on the XML documents that are installed on the system. If both accept a
+ * document, the events must be equal. If only this parser rejects it, the document must contain a construct
+ * that the subset excludes, at the offset of the error.
  */
 
 namespace {
 
 /**
- * The events of a document in the form that both parsers can be brought to: text of one piece
- * between tags, whether it was CDATA, had comments in it or came in parts.
+ * The events of a document in a normal form: all text between two tags is one event, even if it contained
+ * CDATA sections or comments, or was reported in parts.
  */
 class EventList
 {
@@ -34,7 +34,7 @@ public:
         endText();
         std::string event = "<" + tag;
         for (auto& [name, value] : attributes) {
-            // In values, the one keeps tabs, the other makes them blanks.
+            // In attribute values, Expat replaces tabs by spaces; this parser does not.
             std::replace(value.begin(), value.end(), '\t', ' ');
             event += " " + name + "=\"" + value + "\"";
         }
@@ -118,7 +118,7 @@ Result parseWithExpat(const std::string& document)
         {
             auto& self = *static_cast<Callbacks*>(context);
             std::vector<std::pair<std::string, std::string>> attributeList;
-            // Those that stand in the document, without those that a DOCTYPE adds.
+            // Without the attributes that a DOCTYPE adds by default.
             const int entries = XML_GetSpecifiedAttributeCount(self.parser);
             for (int i = 0; i < entries; i += 2) {
                 attributeList.emplace_back(attributes[i], attributes[i + 1]);
@@ -147,7 +147,7 @@ Result parseWithExpat(const std::string& document)
     return result;
 }
 
-/** The text with the line ends that XML 1.0 (2.11) has a reader see. */
+/** Normalises line ends as XML 1.0 requires (section 2.11). */
 std::string withPlainLineEnds(const std::string& text)
 {
     std::string plain = std::regex_replace(text, std::regex("\r\n"), "\n");
@@ -155,15 +155,15 @@ std::string withPlainLineEnds(const std::string& text)
     return plain;
 }
 
-/** The text without the decimal symbols above 127, which one parser makes one byte and the other UTF-8. */
+/** Removes decimal references above 127, which become one byte in this parser and UTF-8 in Expat. */
 std::string withoutWideSymbols(const std::string& text)
 {
     return std::regex_replace(text, std::regex("&#(12[89]|1[3-9][0-9]|[2-9][0-9]{2}|[0-9]{4,});"), "($1)");
 }
 
 /**
- * Why a document that XML allows is refused: what the subset leaves out, as it stands at the offset
- * that the error names. Empty when it is nothing of the kind.
+ * Returns the construct that the subset excludes and that the document contains at the offset of the error,
+ * or an empty string if there is none.
  */
 std::string reasonFor(const std::string& document, const std::string& error)
 {
@@ -179,28 +179,28 @@ std::string reasonFor(const std::string& document, const std::string& error)
     };
     if (message == "Attribute name doesn't terminate with an '='"
         && begins("[A-Za-z0-9_:.-]+[[:space:]]+=")) {
-        return "blank before the '='";
+        return "white space before the '='";
     }
     if (message == "Attribute value doesn't start with a quote"
         && begins("[A-Za-z0-9_:.-]+=[[:space:]]+[\"']")) {
-        return "blank behind the '='";
+        return "white space after the '='";
     }
     if (message == "Unrecognized special symbol" && begins("[^<]*&#x[0-9A-Fa-f]+;")) {
-        return "character in hexadecimal";
+        return "hexadecimal character reference";
     }
     if (message == "Unrecognized special symbol" && begins("[^<]*&[A-Za-z]")) {
-        return "entity of its own";
+        return "entity other than the predefined five";
     }
     if (message == "Invalid data contained outside a top-level Element" && begins("\xEF\xBB\xBF")) {
         return "byte order mark";
     }
     if (message == "Element name [Start Tag] contains an invalid character" && begins("!DOCTYPE\n")) {
-        return "DOCTYPE without its blank";
+        return "DOCTYPE followed by a line feed";
     }
     if ((message == "Invalid data contained outside a top-level Element"
          || message == "DOCTYPE tag is not properly terminated - reached End Of Document")
         && document.find("<!DOCTYPE ") != std::string::npos) {
-        return "bracket in a comment or text of the DOCTYPE";
+        return "bracket in a comment or string of the DOCTYPE";
     }
     return "";
 }
@@ -208,11 +208,11 @@ std::string reasonFor(const std::string& document, const std::string& error)
 std::vector<std::filesystem::path> documents()
 {
     std::vector<std::filesystem::path> found;
-    for (const char* folder : {"/usr/share/mime/packages", "/usr/share/xml"}) {
-        if (!std::filesystem::is_directory(folder)) {
+    for (const char* directory : {"/usr/share/mime/packages", "/usr/share/xml"}) {
+        if (!std::filesystem::is_directory(directory)) {
             continue;
         }
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
             const std::string ending = entry.path().extension();
             if (entry.is_regular_file() && !entry.is_symlink()
                 && (ending == ".xml" || ending == ".xsl" || ending == ".rng" || ending == ".xsd")) {
@@ -234,7 +234,7 @@ std::string read(const std::filesystem::path& path)
 
 }
 
-TEST(ExpatComparison, TheDocumentsOfTheSystemHaveTheSameEvents)
+TEST(ExpatComparison, SystemDocumentsProduceTheSameEvents)
 {
     std::size_t accepted = 0;
     std::size_t bytes = 0;
@@ -258,9 +258,9 @@ TEST(ExpatComparison, TheDocumentsOfTheSystemHaveTheSameEvents)
     }
     std::cout << accepted << " documents of " << bytes << " bytes have the same events\n";
     for (const auto& [reason, paths] : refused) {
-        std::cout << paths.size() << " refused: " << reason << ", such as " << paths.front() << '\n';
+        std::cout << paths.size() << " rejected: " << reason << ", for example " << paths.front() << '\n';
     }
-    // The packages that the documents come from are there.
+    // Fails if the packages that contain the documents are not installed.
     EXPECT_GE(accepted, 10U);
     EXPECT_GE(bytes, 2000000U);
 }

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t MEBIBYTE = std::size_t{1} << 20;
 
-/** A handle whose callbacks count what they are told. */
+/** A parser whose callback counts events and measures their strings. */
 class CountingParser
 {
 public:
@@ -46,9 +46,9 @@ public:
         return nim_pdsParseGetErrorInfo(handle);
     }
 
-    /** By type of event. */
+    /** Number of events by type. */
     std::array<std::size_t, 4> events = {};
-    /** The lengths of the last event's texts. */
+    /** Lengths of the strings of the last event, in bytes. */
     std::size_t tagLength = 0;
     std::size_t dataLength = 0;
     std::size_t attributes = 0;
@@ -82,7 +82,7 @@ std::string repeated(const std::string& text, std::size_t times)
     return result;
 }
 
-/** Pushes at least so many bytes of the same text. */
+/** Pushes repetitions of `text` until at least `bytes` were pushed. */
 void pushMuch(CountingParser& parser, const std::string& text, std::size_t bytes)
 {
     const std::string piece = repeated(text, 65536 / text.size() + 1);
@@ -91,7 +91,7 @@ void pushMuch(CountingParser& parser, const std::string& text, std::size_t bytes
     }
 }
 
-/** On a thread whose stack would not bear a call for each of many levels. */
+/** Runs `work` on a thread with a stack of 256 KiB, too small for a recursion over many levels. */
 void runOnSmallStack(std::function<void()> work)
 {
     const auto run = [](void* argument) -> void* {
@@ -107,7 +107,7 @@ void runOnSmallStack(std::function<void()> work)
     pthread_attr_destroy(&attributes);
 }
 
-TEST(HostileSizes, ADocumentIsHeldOnceAndParsedInPlace)
+TEST(HostileSizes, DocumentIsStoredOnceAndParsedInPlace)
 {
     const std::size_t size = (support::isLongRun() ? 1024 : 32) * MEBIBYTE;
     const std::string row = "<row id=\"1\" name='n'>text &amp; more<b/><![CDATA[x]]><!-- c --></row>\n";
@@ -126,7 +126,7 @@ TEST(HostileSizes, ADocumentIsHeldOnceAndParsedInPlace)
     RecordProperty("growth", std::to_string(whole.growth() / MEBIBYTE));
     RecordProperty("growth_of_parse", std::to_string(parse.growth() / MEBIBYTE));
     if (support::measuresMemory()) {
-        // Its buffer doubles while text keeps coming: for a moment the old one is there as well.
+        // When the buffer doubles, the old and the new one exist at the same time.
         EXPECT_LE(whole.growth(), 3 * size);
         EXPECT_LE(parse.growth(), 4 * MEBIBYTE);
     }
@@ -137,7 +137,7 @@ struct Single
     const char* name;
     const char* open;
     const char* close;
-    /** What of the event is to be as long. */
+    /** Length to check: at least the number of bytes pushed; null checks none. */
     std::size_t CountingParser::*length;
 };
 
@@ -149,7 +149,7 @@ void PrintTo(const Single& single, std::ostream* os)
 class HostileSingle : public testing::TestWithParam<Single>
 {};
 
-TEST_P(HostileSingle, MayFillTheDocument)
+TEST_P(HostileSingle, AnyConstructMayFillTheDocument)
 {
     const Single& single = GetParam();
     const std::size_t size = (support::isLongRun() ? 1024 : 16) * MEBIBYTE;
@@ -165,7 +165,7 @@ TEST_P(HostileSingle, MayFillTheDocument)
     EXPECT_NE(parser.events[PDS_PARSE_CB_TAG_START], 0U);
     RecordProperty("growth", std::to_string(memory.growth() / MEBIBYTE));
     if (support::measuresMemory()) {
-        // A name stands in the path as well.
+        // A name is also stored in the path.
         EXPECT_LE(memory.growth(), 4 * size);
     }
 }
@@ -182,7 +182,7 @@ INSTANTIATE_TEST_SUITE_P(All, HostileSingle,
                                          Single{"DocType", "<!DOCTYPE ", "><a/>", nullptr}),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
-TEST(HostileSizes, LevelsTakeNoStack)
+TEST(HostileSizes, NestingUsesNoStack)
 {
     const std::size_t depth = support::isLongRun() ? 20000000 : 1000000;
     const auto parse = [depth](const std::string& end, int code) {
@@ -202,7 +202,7 @@ TEST(HostileSizes, LevelsTakeNoStack)
     });
 }
 
-TEST(HostileSizes, AttributesAreAsManyAsYouLike)
+TEST(HostileSizes, NumberOfAttributesIsUnlimited)
 {
     const std::size_t count = support::isLongRun() ? 10000000 : 500000;
     const support::PeakMemory memory;
@@ -219,7 +219,8 @@ TEST(HostileSizes, AttributesAreAsManyAsYouLike)
     }
 }
 
-/** A document that asks for time: a piece again and again. Some of them are no documents at all. */
+/** A document, not always well-formed, that repeats one piece and would be slow to parse in quadratic time.
+ */
 struct Repetition
 {
     const char* open;
@@ -244,7 +245,7 @@ TEST_P(HostileRepetition, TakesLinearTime)
     };
     constexpr std::size_t FACTOR = 8;
     const std::size_t few = 20000;
-    // One that looks at all that came before takes 64 times as long.
+    // A parse in quadratic time would take 64 times as long.
     EXPECT_LT(time(FACTOR * few), 3 * FACTOR * time(few) + 0.01);
 }
 

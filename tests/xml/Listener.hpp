@@ -9,7 +9,7 @@
 
 namespace test {
 
-/** A consumer that writes down what it is told; its lines may go into the list of another. */
+/** A consumer that records its events as lines, in a list of its own or in a shared one. */
 class Listener : public com::kor::dal::nim::xml::Consumer
 {
 public:
@@ -26,16 +26,16 @@ public:
         for (const com::kor::dal::nim::xml::Attribute& attribute : attrs) {
             line += " " + attribute.name + "=[" + attribute.value + "]";
         }
-        return tell(line);
+        return record(line);
     }
     bool elementEnd(const com::kor::dal::nim::String& tag, const com::kor::dal::nim::String& fullTag) override
     {
-        return tell("end " + tag + " " + fullTag);
+        return record("end " + tag + " " + fullTag);
     }
     bool elementProcessData(const com::kor::dal::nim::String& tag, const com::kor::dal::nim::String& fullTag,
                             const com::kor::dal::nim::String& data, bool isCData) override
     {
-        return tell((isCData ? "cdata " : "data ") + tag + " " + fullTag + " [" + data + "]");
+        return record((isCData ? "cdata " : "data ") + tag + " " + fullTag + " [" + data + "]");
     }
 
     const std::vector<std::string>& events() const
@@ -47,14 +47,14 @@ public:
         lines->clear();
     }
 
-    /** Called for each event; its answer is the consumer's. */
+    /** Called for each event, with its line. Its result is returned to the parser. */
     std::function<bool(const std::string&)> answer;
 
 protected:
     ~Listener() noexcept(false) override = default;
 
 private:
-    bool tell(const std::string& line)
+    bool record(const std::string& line)
     {
         lines->push_back(name.empty() ? line : name + ": " + line);
         return answer ? answer(line) : true;

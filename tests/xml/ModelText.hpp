@@ -8,7 +8,7 @@
 
 namespace parsermodel {
 
-/** The document of the model, with a position in it, and the classes of its bytes. */
+/** The document of the model with the current position, and the character classes. */
 class ModelText
 {
 public:
@@ -30,7 +30,7 @@ public:
         return size_;
     }
 
-    /** Whether the position is behind the text, not only at its end. */
+    /** Returns true if the position is past the end of the text, not just at it. */
     bool isPast() const
     {
         return p_ > size_;
@@ -46,7 +46,7 @@ public:
         p_ += bytes;
     }
 
-    /** The byte at the position; NUL at the end of the text, and behind it. */
+    /** Returns the byte at the position, or NUL at or past the end of the text. */
     char byte() const
     {
         return at(p_);
@@ -62,13 +62,13 @@ public:
         return position < size_ ? text_[position] : '\0';
     }
 
-    /** From a position to the next NUL. */
+    /** Returns the string from a position to the next NUL. */
     std::string string(std::size_t position) const
     {
         return text_.c_str() + position;
     }
 
-    /** From a position, whatever stands there, as far as there is text. */
+    /** Returns up to `count` bytes from a position, including NULs. */
     std::string bytes(std::size_t position, std::size_t count) const
     {
         return position < size_ ? text_.substr(position, count) : std::string();
@@ -105,7 +105,7 @@ public:
         return isNameStart(byte) || (byte >= '0' && byte <= '9') || byte == '-' || byte == '.';
     }
 
-    /** In place: what is written so far stays when it fails. */
+    /** Expands references in place. On failure, the part that was already expanded remains. */
     bool expand(std::size_t from)
     {
         static const std::pair<const char*, char> symbols[] = {
@@ -143,7 +143,7 @@ public:
             text_[out] = byte;
             ++out;
         }
-        // Nothing was written where there was nothing to expand.
+        // If there was nothing to expand, nothing is written.
         if (out != in) {
             text_[out] = '\0';
         }

@@ -12,7 +12,7 @@ namespace test {
 
 using Lines = std::vector<std::string>;
 
-/** What comes of a document. */
+/** The result of parsing a document. */
 struct Outcome
 {
     int code;
@@ -28,7 +28,7 @@ inline Outcome parse(const std::string& text, int flags = 0, bool common = false
     return {code, recorder.events, parser.error()};
 }
 
-/** The events of a document that is to be accepted. */
+/** Returns the events of a document that must be accepted. */
 inline Lines eventsOf(const std::string& text, int flags = 0, bool common = false)
 {
     const Outcome outcome = parse(text, flags, common);
@@ -37,7 +37,7 @@ inline Lines eventsOf(const std::string& text, int flags = 0, bool common = fals
     return outcome.events;
 }
 
-/** The error text of a document that is to be refused. */
+/** Returns the error message of a document that must be rejected. */
 inline std::string errorOf(const std::string& text, int flags = 0)
 {
     const Outcome outcome = parse(text, flags);

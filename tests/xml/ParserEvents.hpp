@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-/** What the push parser and its model are told to do, and what they tell. */
+/** The input and the recorded events of the push parser and its model. */
 namespace parsermodel {
 
-/** What a callback does besides being recorded. */
+/** What a callback does in addition to being recorded. */
 enum class Action {
     GoOn,
     Stop,
@@ -23,25 +23,25 @@ enum class Action {
     PushTwiceAndStop,
 };
 
-/** What the callback of an event does, by the event's number in its document; the others go on. */
+/** The actions of callbacks, by the number of the event in its document. Other callbacks continue. */
 typedef std::map<std::size_t, Action> Script;
 
-/** What a callback throws that is told to. */
+/** The exception that a callback throws for Action::Throw. */
 struct Thrown
 {};
 
-/** The three separate callbacks, in the place of a common callback's number. */
+/** Stands for the three separate callbacks where the number of a common callback is expected. */
 constexpr int SEPARATE = -1;
-/** The common callbacks are numbered from 0, the one given at init; the others are pushed. */
+/** Common callbacks are numbered: 0 is the one passed to nim_pdsParseInit(), the others are pushed. */
 constexpr int COMMON_CALLBACKS = 3;
 
-/** Which callback an event pushes. */
+/** Returns the number of the callback that an event pushes. */
 constexpr int pushedCallback(std::size_t event)
 {
     return 1 + static_cast<int>(event % (COMMON_CALLBACKS - 1));
 }
 
-/** With what alternate user data, which tells the pushes apart. */
+/** Returns the alternate user data that an event pushes, different for each push. */
 constexpr std::uintptr_t pushedUserData(std::size_t event)
 {
     return 1000 + event;
@@ -60,9 +60,9 @@ struct Event
     std::string data;
     std::size_t numAttributes = 0;
     bool hasAttributes = false;
-    /** All up to the null pointer, which need not be as many as are told. */
+    /** All entries up to the null pointer, whose number may differ from `numAttributes`. */
     std::vector<std::string> attributes;
-    /** What the pushes within the callback returned. */
+    /** Results of the pushes within the callback. */
     std::vector<int> pushes;
 
     bool operator==(const Event& other) const

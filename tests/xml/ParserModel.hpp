@@ -10,9 +10,9 @@
 namespace parsermodel {
 
 /**
- * The push parser told a second time, byte by byte and without a thought of speed, to be compared with
- * the first. It keeps its own copy of the text and writes the same NULs into it, for they show in the
- * messages of errors.
+ * A second implementation of the push parser, as a plain state machine over single bytes, which the tests
+ * compare with the first. It writes the same NULs into its copy of the text, because error messages show
+ * them.
  */
 class ParserModel
 {
@@ -36,7 +36,7 @@ public:
         reset(user_data, {});
     }
 
-    /** Ready for another document, in which the callbacks act by the script. */
+    /** Prepares the model for another document, in which callbacks act as the script says. */
     void reset(std::uintptr_t user_data, Script script)
     {
         callback_ = original_;
@@ -56,7 +56,7 @@ public:
         resetPending_ = false;
     }
 
-    /** Throws Thrown where the script says so. */
+    /** @throws Thrown if the script contains Action::Throw */
     int parseBuffer(const std::string& piece, int flags)
     {
         if (failed_) {
@@ -90,14 +90,14 @@ public:
         return events_;
     }
 
-    /** All of the message, what stands behind its first NUL too. */
+    /** Returns the whole message, which may contain NULs. */
     const std::string& error() const
     {
         return error_;
     }
 
 private:
-    /** A reset that a callback asked for: the events and the script of the document stay. */
+    /** Performs a reset that a callback requested. Keeps the events and the script of the document. */
     void resetIfPending()
     {
         if (resetPending_) {
@@ -110,7 +110,7 @@ private:
 
     enum class State { Comment, Top, TagName, TagOpen, TagEmpty, Attributes, EndTag, Content, CData };
 
-    /** A result ends the parse. */
+    /** The result of the parse, or nothing if the parse continues. */
     typedef std::optional<int> Outcome;
 
     struct Pushed
@@ -338,7 +338,7 @@ private:
     {
         inStart_ = 1;
         Event event = commonEvent(TAG_START);
-        giveAttributes(event);
+        addAttributes(event);
         const Outcome stopped = deliver(std::move(event));
         inStart_ = 0;
         if (stopped) {
@@ -445,8 +445,8 @@ private:
         }
         if ((flags_ & SKIP_WS) == 0 || !blank) {
             Event event = commonEvent(DATA);
-            giveData(event, run);
-            giveAttributes(event);
+            addData(event, run);
+            addAttributes(event);
             if (const Outcome stopped = deliver(std::move(event))) {
                 return stopped;
             }
@@ -463,7 +463,7 @@ private:
         }
         text_.put('\0');
         Event event = commonEvent(CDATA);
-        giveData(event, text_.string(mark_));
+        addData(event, text_.string(mark_));
         if (const Outcome stopped = deliver(std::move(event))) {
             return stopped;
         }
@@ -475,8 +475,8 @@ private:
     Outcome nullAttributeEvent()
     {
         Event event = commonEvent(DATA);
-        giveData(event, "");
-        giveAttributes(event);
+        addData(event, "");
+        addAttributes(event);
         event.numAttributes = 0;
         return deliver(std::move(event));
     }
@@ -490,13 +490,13 @@ private:
         return event;
     }
 
-    static void giveData(Event& event, const std::string& data)
+    static void addData(Event& event, const std::string& data)
     {
         event.hasData = true;
         event.data = data;
     }
 
-    void giveAttributes(Event& event) const
+    void addAttributes(Event& event) const
     {
         event.numAttributes = attributes_.size();
         event.hasAttributes = true;
@@ -505,7 +505,7 @@ private:
         }
     }
 
-    /** What of the event the callback is told, and what its script and its result make of the parse. */
+    /** Records the event as the current callback receives it, and acts as the script says. */
     Outcome deliver(Event event)
     {
         event.callback = callback_;

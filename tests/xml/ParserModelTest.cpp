@@ -44,7 +44,7 @@ Script randomScript(RandomDocument& random)
     return script;
 }
 
-/** Of the ways that a parse can end, how often each came up. */
+/** How often each result and each message occurred. */
 typedef std::map<std::string, int> Endings;
 
 void note(Endings& endings, int result, const std::string& error)
@@ -55,7 +55,7 @@ void note(Endings& endings, int result, const std::string& error)
     }
 }
 
-/** Gives one document to both, cut and flagged by chance, and compares all that they tell. */
+/** Passes a random document, in random pieces and with random flags, to both, and compares their results. */
 void compareOneDocument(RandomDocument& random, ParserModel& model, ParserSubject& subject, Endings& endings)
 {
     const std::string text = random.make();
@@ -83,7 +83,7 @@ void compareOneDocument(RandomDocument& random, ParserModel& model, ParserSubjec
     }
 }
 
-TEST(ParserModel, TellsTheSame)
+TEST(ParserModel, RandomDocumentsProduceTheSameEventsAsTheModel)
 {
     const int handles = support::isLongRun() ? 40000 : 2000;
     constexpr int DOCUMENTS = 50;

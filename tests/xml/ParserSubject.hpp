@@ -10,7 +10,7 @@
 
 namespace parsermodel {
 
-/** The push parser behind the same interface as its model. */
+/** The push parser, with the interface of its model. */
 class ParserSubject
 {
 public:
@@ -38,7 +38,7 @@ public:
 
     int parseBuffer(const std::string& piece, int flags)
     {
-        // A block of its own size, so that an address sanitizer sees every byte that is read too many.
+        // A block of the exact size, so that the address sanitizer detects any read past the end.
         const std::unique_ptr<char[]> block(new char[piece.size() + 1]);
         piece.copy(block.get(), piece.size());
         block[piece.size()] = '\0';
@@ -50,7 +50,7 @@ public:
         return events_;
     }
 
-    /** Whether the message is this one, and a NUL behind it: it may hold others. */
+    /** Returns true if the message is `expected`, which may contain NULs, followed by a NUL. */
     bool hasError(const std::string& expected) const
     {
         const char* const error = nim_pdsParseGetErrorInfo(handle_);
@@ -89,7 +89,7 @@ private:
         Event event = makeEvent(type, tag, full_tag, data, count, attributes);
         event.callback = Number;
         ParserSubject& self = subject(user_data);
-        // The alternate user data starts as the user data.
+        // Initially, the alternate user data is the user data.
         event.userDataAlt =
             user_data_alt == user_data ? self.userData_ : reinterpret_cast<std::uintptr_t>(user_data_alt);
         if (handle != self.handle_) {

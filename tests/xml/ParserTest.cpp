@@ -27,7 +27,7 @@ class ParserTest : public testing::Test
 protected:
     ParserTest() : listener(new Listener), consumer(listener), parser(consumer) {}
 
-    /** The failure of a parse, as number and text. */
+    /** Returns the error number and the message of a failed parse. */
     template <class Document>
     std::pair<int, String> failureOf(Document&& document)
     {
@@ -48,7 +48,7 @@ using Failure = std::pair<int, String>;
 
 }
 
-TEST_F(ParserTest, AnEmptyDocumentTellsTheIdentifier)
+TEST_F(ParserTest, EmptyDocumentStillPassesTheIdentifier)
 {
     EXPECT_EQ(listener->getDocumentId(), 0);
     parser.parse(String(), 1);
@@ -71,7 +71,7 @@ TEST_F(ParserTest, DeliversTagsAttributesAndText)
                 ElementsAre("begin a a x=[1]", "begin b a/b", "end b a/b", "data a a [text]", "end a a"));
 }
 
-TEST_F(ParserTest, TheIdentifierMayBeLeftOut)
+TEST_F(ParserTest, IdentifierDefaultsToZero)
 {
     parser.parse("<a/>");
     std::istringstream stream("<b/>");
@@ -80,7 +80,7 @@ TEST_F(ParserTest, TheIdentifierMayBeLeftOut)
     EXPECT_EQ(listener->events().size(), 4U);
 }
 
-TEST_F(ParserTest, TextIsOfTheElementThatItStandsIn)
+TEST_F(ParserTest, TextBelongsToItsEnclosingElement)
 {
     parser.parse("<a><b><![CDATA[1]]></b>2<c>&lt;</c></a>", 1);
     EXPECT_THAT(listener->events(),
@@ -88,19 +88,19 @@ TEST_F(ParserTest, TextIsOfTheElementThatItStandsIn)
                             "begin c a/c", "data c a/c [<]", "end c a/c", "end a a"));
 }
 
-TEST_F(ParserTest, BlankTextIsNotDelivered)
+TEST_F(ParserTest, WhiteSpaceTextIsNotReported)
 {
     parser.parse("<a>\n  <b> </b>\n</a>\n", 1);
     EXPECT_THAT(listener->events(), ElementsAre("begin a a", "begin b a/b", "end b a/b", "end a a"));
 }
 
-TEST_F(ParserTest, ADocumentEndsAtItsFirstNul)
+TEST_F(ParserTest, DocumentEndsAtItsFirstNul)
 {
     parser.parse(String("<a/>\0<b/>", 9), 1);
     EXPECT_THAT(listener->events(), ElementsAre("begin a a", "end a a"));
 }
 
-TEST_F(ParserTest, SyntaxErrorsCarryTheirText)
+TEST_F(ParserTest, SyntaxErrorContainsMessageAndOffset)
 {
     EXPECT_EQ(
         failureOf("<a></a>x"),
@@ -113,7 +113,7 @@ TEST_F(ParserTest, SyntaxErrorsCarryTheirText)
     EXPECT_THAT(listener->events(), ElementsAre("begin good good", "end good good"));
 }
 
-TEST_F(ParserTest, AConsumerMayStopTheParse)
+TEST_F(ParserTest, ReturningFalseStopsTheParse)
 {
     listener->answer = [](const std::string& line) { return line != "begin b a/b"; };
     EXPECT_EQ(failureOf("<a><b/><c/></a>"), Failure(700012002, "Error to String function unimplemented"));
@@ -128,7 +128,7 @@ TEST_F(ParserTest, AConsumerMayStopTheParse)
     EXPECT_THAT(listener->events(), ElementsAre("begin d d", "end d d"));
 }
 
-TEST_F(ParserTest, AnExceptionOfTheConsumerPassesThrough)
+TEST_F(ParserTest, ExceptionFromTheConsumerPropagates)
 {
     listener->answer = [](const std::string& line) -> bool {
         if (line == "begin b a/b") {
@@ -148,9 +148,9 @@ TEST_F(ParserTest, AnExceptionOfTheConsumerPassesThrough)
     EXPECT_THAT(listener->events(), ElementsAre("begin d d", "end d d"));
 }
 
-TEST_F(ParserTest, AConsumerLivesThroughItsCalls)
+TEST_F(ParserTest, ConsumerIsKeptAliveDuringItsCallbacks)
 {
-    // The parser and its call hold it: three references, with the test's two.
+    // Three references: the test's two and the parser's; a fourth is held during the call.
     std::vector<unsigned> counts;
     listener->answer = [&](const std::string&) {
         counts.push_back(listener->refCount());
@@ -161,7 +161,7 @@ TEST_F(ParserTest, AConsumerLivesThroughItsCalls)
     EXPECT_EQ(listener->refCount(), 3U);
 }
 
-TEST_F(ParserTest, AConsumerMayParseOnItsOwnParser)
+TEST_F(ParserTest, ConsumerMayUseAnotherParser)
 {
     ListenerRef inner(new Listener);
     ConsumerRef innerConsumer(inner);
@@ -177,7 +177,7 @@ TEST_F(ParserTest, AConsumerMayParseOnItsOwnParser)
     EXPECT_EQ(listener->events().size(), 6U);
 }
 
-TEST_F(ParserTest, ParseWithinACallbackOfTheSameParserThrowsAndTheOuterParseGoesOn)
+TEST_F(ParserTest, NestedParseOnTheSameParserThrowsAndTheOuterParseContinues)
 {
     Failure inner;
     listener->answer = [&](const std::string& line) {
@@ -197,7 +197,7 @@ TEST_F(ParserTest, ParseWithinACallbackOfTheSameParserThrowsAndTheOuterParseGoes
 
 TEST(ParserSize, AnEventCostsTheSameAtAnyDepth)
 {
-    // Takes minutes where each event copies the path.
+    // Would take minutes if each event copied the path.
     class Counter : public com::kor::dal::nim::xml::Consumer
     {
     public:
@@ -251,7 +251,7 @@ TEST_F(ParserTest, ReadsAStreamToItsEnd)
     EXPECT_EQ(listener->getDocumentId(), 3);
 }
 
-TEST_F(ParserTest, ReadsAStreamFromWhereItStands)
+TEST_F(ParserTest, ReadsAStreamFromItsCurrentPosition)
 {
     std::istringstream stream("skipped <a/>");
     String word;
@@ -268,7 +268,7 @@ TEST_F(ParserTest, AnEmptyOrFinishedStreamIsAnEmptyDocument)
     EXPECT_THAT(listener->events(), IsEmpty());
 }
 
-TEST_F(ParserTest, PiecesOfAStreamMayEndAnywhere)
+TEST_F(ParserTest, StreamBlocksMayEndAnywhere)
 {
     for (std::size_t size : {1016U, 1022U, 1023U, 1024U, 1025U, 2046U, 2047U}) {
         listener->clear();
@@ -279,9 +279,9 @@ TEST_F(ParserTest, PiecesOfAStreamMayEndAnywhere)
     }
 }
 
-TEST_F(ParserTest, ANulInAStreamHidesTheRestOfItsPiece)
+TEST_F(ParserTest, NulInAStreamDiscardsTheRestOfItsBlock)
 {
-    // The first piece is 1,023 bytes: what follows the NUL is hidden up to there.
+    // The first block has 1,023 bytes, so everything from the NUL to that offset is discarded.
     String text = "<a>1" + String(1, '\0');
     text += String(1023 - text.size(), 'z') + "2</a>";
     std::istringstream stream(text);
@@ -289,7 +289,7 @@ TEST_F(ParserTest, ANulInAStreamHidesTheRestOfItsPiece)
     EXPECT_THAT(listener->events(), ElementsAre("begin a a", "data a a [12]", "end a a"));
 }
 
-TEST_F(ParserTest, TheFailureCarriesTheTraceOfItsPlace)
+TEST_F(ParserTest, FailureContainsAStackTrace)
 {
     try {
         parser.parse("x", 1);

@@ -17,7 +17,7 @@ using com::kor::dal::nim::xml::Parser;
 
 constexpr int THREADS = 8;
 
-/** Lets the threads of a test go all at once. */
+/** Starts the threads of a test simultaneously. */
 class Gate
 {
 public:
@@ -51,8 +51,8 @@ void onAllThreads(Work work)
 
 }
 
-// Where each test has a process of its own, this is the first use of the parser there.
-TEST(ParserThreads, TheFirstUseMayBeOnAllOfThem)
+// Under ctest, each test runs in its own process, so this is the first use of the parser.
+TEST(ParserThreads, FirstUseMayBeConcurrent)
 {
     std::atomic<int> good{0};
     onAllThreads([&good](int number) {
@@ -69,7 +69,7 @@ TEST(ParserThreads, TheFirstUseMayBeOnAllOfThem)
     EXPECT_EQ(THREADS, good.load());
 }
 
-TEST(ParserThreads, EachParsesOnItsOwn)
+TEST(ParserThreads, ParsersOfDifferentThreadsAreIndependent)
 {
     std::atomic<int> good{0};
     onAllThreads([&good](int number) {

@@ -1,4 +1,4 @@
-/* The parser from a C program: prints the events of a document and its result. */
+/* Uses the parser from C: prints the events of a document and the result. */
 #include <dalnim/xml/nim_opbparse.h>
 
 #include <stdio.h>

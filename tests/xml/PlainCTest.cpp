@@ -5,7 +5,7 @@
 
 using support::ChildProcess;
 
-TEST(PlainC, AProgramInCParses)
+TEST(PlainC, CProgramReceivesTheEvents)
 {
     const support::ScratchFolder scratch;
     ChildProcess program(
@@ -24,7 +24,7 @@ TEST(PlainC, AProgramInCParses)
                                 "0 \n");
 }
 
-TEST(PlainC, AProgramInCLearnsWhatIsWrong)
+TEST(PlainC, CProgramReceivesTheSyntaxError)
 {
     const support::ScratchFolder scratch;
     ChildProcess program({DALNIM_XML_PLAIN_C, "<a><!-- b"}, scratch.path());

@@ -14,14 +14,15 @@ using testing::ElementsAre;
 
 namespace {
 
-/** Pushes a common callback at the start of chosen elements and writes down who is told what. */
+/** Pushes common callbacks at the start of chosen elements, and records which callback receives which event.
+ */
 class Pusher
 {
 public:
-    /** Element name: the name of the callback's data that takes over. */
+    /** Element names, each with the name of the callback that is pushed at its start. */
     std::map<std::string, std::string> pushes;
     std::vector<std::string> events;
-    /** The results of the pushes. */
+    /** Results of the pushes. */
     std::vector<int> results;
     int pushesPerStart = 1;
     bool passesCodeOn = false;
@@ -97,7 +98,7 @@ private:
 
 }
 
-TEST(PushCommonCallback, SeesAllOfTheElementButItsStart)
+TEST(PushCommonCallback, ReceivesContentAndEndOfTheElement)
 {
     Pusher pusher;
     pusher.pushes["b"] = "pushed";
@@ -110,7 +111,7 @@ TEST(PushCommonCallback, SeesAllOfTheElementButItsStart)
                             "pushed end b", "separate data 5", "separate end a"));
 }
 
-TEST(PushCommonCallback, HoldsForAnEmptyElementAndForTheRoot)
+TEST(PushCommonCallback, AppliesToEmptyElementsAndToTheRoot)
 {
     Pusher pusher;
     pusher.pushes["a"] = "first";
@@ -122,7 +123,7 @@ TEST(PushCommonCallback, HoldsForAnEmptyElementAndForTheRoot)
                                            "first data x", "first end a"));
 }
 
-TEST(PushCommonCallback, NestsDeeperThanTheStackFirstHolds)
+TEST(PushCommonCallback, NestsBeyondTheInitialStackCapacity)
 {
     Pusher pusher;
     std::string text;
@@ -159,7 +160,7 @@ TEST(PushCommonCallback, SecondPushEndsTheParseWithItsCodeWhateverTheCallbackRet
     }
 }
 
-TEST(PushCommonCallback, OutsideOfAStartCallbackEndsTheParseToo)
+TEST(PushCommonCallback, PushOutsideAStartCallbackEndsTheParse)
 {
     struct Late
     {
@@ -192,7 +193,7 @@ TEST(PushCommonCallback, OutsideOfAStartCallbackEndsTheParseToo)
     EXPECT_EQ(late.result, 700012006);
     EXPECT_EQ(late.events, 3);
 
-    // Before any parse: the first callback is the last.
+    // A push while no parse is running fails, and the next parse ends at its first callback.
     ASSERT_EQ(nim_pdsParseReset(0, &late, late.handle), 0);
     late.events = 0;
     EXPECT_EQ(nim_pdsParsePushCommonCB(Recorder::common, nullptr, 0, late.handle), 700012006);
@@ -201,7 +202,7 @@ TEST(PushCommonCallback, OutsideOfAStartCallbackEndsTheParseToo)
     EXPECT_EQ(nim_pdsParseDestroy(&late.handle), 0);
 }
 
-TEST(PushCommonCallback, PushOutsideOfAStartCallbackIsHiddenByTheResultOfTheCallback)
+TEST(PushCommonCallback, CallbackResultTakesPrecedenceOverAPushOutsideAStartCallback)
 {
     struct Late
     {
@@ -230,7 +231,7 @@ TEST(PushCommonCallback, PushOutsideOfAStartCallbackIsHiddenByTheResultOfTheCall
     EXPECT_EQ(nim_pdsParseDestroy(&late.handle), 0);
 }
 
-TEST(PushCommonCallback, NullArgumentsAreRefusedBeforeTheHandleIsRead)
+TEST(PushCommonCallback, NullArgumentsAreRejectedBeforeTheHandleIsRead)
 {
     Recorder recorder;
     PushParser parser(recorder);
@@ -239,7 +240,7 @@ TEST(PushCommonCallback, NullArgumentsAreRefusedBeforeTheHandleIsRead)
     EXPECT_EQ(nim_pdsParsePushCommonCB(nullptr, nullptr, 0, nullptr), 700012901);
     EXPECT_EQ(parser.parse("<a/>"), 0) << "the handle was not touched";
 
-    // No handle, and not even memory.
+    // Neither a handle nor readable memory.
     std::vector<char> stranger(512, 'x');
     EXPECT_EQ(nim_pdsParsePushCommonCB(nullptr, nullptr, 0, stranger.data()), 700012901);
     EXPECT_THAT(stranger, testing::Each('x'));
@@ -248,7 +249,7 @@ TEST(PushCommonCallback, NullArgumentsAreRefusedBeforeTheHandleIsRead)
 
 namespace {
 
-/** Resets its handle at a chosen event, with another context for the next document. */
+/** Resets its handle at a chosen event, with other user data for the next document. */
 class Resetter
 {
 public:
@@ -269,7 +270,7 @@ public:
         return nim_pdsParseBuffer(const_cast<char*>(text.c_str()), PDS_PARSE_F_LAST, handle);
     }
 
-    /** The events of the first document, and of the one after the reset. */
+    /** Events of the first document and of the document after the reset. */
     const std::vector<std::string>& events() const
     {
         return first.events;
@@ -317,7 +318,7 @@ private:
 
 }
 
-TEST(PushParserResetInACallback, TakesEffectWhenTheParseHasReturned)
+TEST(PushParserResetInACallback, TakesEffectWhenTheParseHasEnded)
 {
     for (const std::size_t event : {1U, 2U, 3U, 4U, 5U, 6U, 7U}) {
         Resetter resetter(event);
@@ -350,7 +351,7 @@ TEST(PushParserResetInACallback, ParseReturnsItsOwnResultAndTheHandleIsReady)
     EXPECT_THAT(thrower.laterEvents(), ElementsAre("c", "c"));
 }
 
-TEST(PushCommonCallback, IsGoneAfterAReset)
+TEST(PushCommonCallback, IsRemovedByReset)
 {
     Pusher pusher;
     pusher.pushes["a"] = "pushed";
@@ -362,7 +363,7 @@ TEST(PushCommonCallback, IsGoneAfterAReset)
     EXPECT_THAT(pusher.events, ElementsAre("original start c", "original data x", "original end c"));
 }
 
-TEST(PushCommonCallback, ANullAttributeReachesTheOneInForce)
+TEST(PushCommonCallback, NullAttributeIsReportedToTheCurrentCallback)
 {
     Pusher pusher;
     pusher.pushes["a"] = "pushed";

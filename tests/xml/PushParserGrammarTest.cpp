@@ -14,7 +14,7 @@ using test::Recorder;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(PushParserTop, TextEndsInATag)
+TEST(PushParserTop, RootMustBeClosed)
 {
     EXPECT_THAT(eventsOf("<a/>"), ElementsAre("start a a", "end a a"));
     EXPECT_THAT(eventsOf("<a />"), ElementsAre("start a a", "end a a"));
@@ -31,7 +31,7 @@ TEST(PushParserTop, TextEndsInATag)
     EXPECT_EQ(outcome.error, "Premature end of data stream (not at top-level) -- near offset 0: <a");
 }
 
-TEST(PushParserTop, WhatStandsBehindTheRoot)
+TEST(PushParserTop, ContentAfterTheRootElement)
 {
     EXPECT_THAT(eventsOf("<a></a> <!-- c --> <?pi ?>\n<!DOCTYPE b>"), ElementsAre("start a a", "end a a"));
     EXPECT_EQ(errorOf("<a></a>x"),
@@ -49,22 +49,22 @@ TEST(PushParserTop, ProcessingInstructions)
                 ElementsAre("start a a", "data a [x]", "data a [y]", "end a a"));
     EXPECT_EQ(errorOf("  <?xml >"),
               "Invalid processing instruction: '<?' without a matching '?>' -- near offset 2: <?xml >...");
-    // Within an element the "<" is already passed, and a NUL.
+    // Inside an element, the "<" was already consumed and replaced by a NUL.
     EXPECT_EQ(errorOf("<a><?xml >"),
               "Invalid processing instruction: '<?' without a matching '?>' -- near offset 3: ");
 }
 
-TEST(PushParserTop, DocTypeCountsItsBrackets)
+TEST(PushParserTop, DocTypeEndsAtItsMatchingBracket)
 {
     EXPECT_THAT(eventsOf("<!DOCTYPE a [ <!ELEMENT a (b)> <!-- c --> ]><a/>"),
                 ElementsAre("start a a", "end a a"));
-    // The ">" of a comment ends it early.
+    // The ">" of a comment ends the DOCTYPE.
     EXPECT_EQ(errorOf("<!DOCTYPE a [ <!-- > --> ]><a/>"),
               "Invalid data contained outside a top-level Element -- near offset 25: ]><a/>...");
     EXPECT_EQ(errorOf("<!DOCTYPE a [<!ELEMENT a>"),
               "DOCTYPE tag is not properly terminated - reached End Of Document -- near offset 0: "
               "<!DOCTYPE a [<!E...");
-    // Quotes mean nothing.
+    // Quotes have no meaning.
     EXPECT_EQ(errorOf("<!DOCTYPE a \">\"><a/>"),
               "Invalid data contained outside a top-level Element -- near offset 14: \"><a/>...");
     EXPECT_THAT(eventsOf("<a>x<!DOCTYPE b>y</a>"),
@@ -73,7 +73,7 @@ TEST(PushParserTop, DocTypeCountsItsBrackets)
               "DOCTYPE tag is not properly terminated - reached End Of Document -- near offset 3: ");
 }
 
-TEST(PushParserTop, DocTypeNeedsItsBlank)
+TEST(PushParserTop, DocTypeKeywordMustBeFollowedByASpace)
 {
     EXPECT_THAT(eventsOf("<!DOCTYPE/>"), ElementsAre("start !DOCTYPE !DOCTYPE", "end !DOCTYPE !DOCTYPE"));
     EXPECT_THAT(eventsOf("<!foo></!foo>"), ElementsAre("start !foo !foo", "end !foo !foo"));
@@ -120,21 +120,21 @@ TEST(PushParserNames, EndTags)
     EXPECT_EQ(errorOf("<a><b></a></b>"), "Mismatched End Tag -- near offset 8: a");
 }
 
-TEST(PushParserNames, AnEndTagNeedOnlyBeATailOfThePath)
+TEST(PushParserNames, EndTagOfAnyTailOfThePathIsAccepted)
 {
     EXPECT_THAT(eventsOf("<ab></b>"), ElementsAre("start ab ab", "end b ab"));
-    // What is left of the path has a name without a byte, which nothing can close.
+    // The rest of the path ends in an empty name, which no end tag matches.
     const Outcome outcome = parse("<x><ab></b>y<c></c></x>", 0, true);
     EXPECT_EQ(outcome.code, 700012003);
     EXPECT_THAT(outcome.events, ElementsAre("start x x", "start ab x/ab", "end b x/ab", "data  x/ [y]0",
                                             "start c x//c", "end c x//c"));
     EXPECT_EQ(outcome.error, "Mismatched End Tag -- near offset 21: x");
-    // An end that is shorter than the name leaves the rest of it, less the byte of a "/".
+    // An end tag shorter than the name leaves the rest of the name, without the byte taken for a "/".
     EXPECT_THAT(parse("<x><abc></c>y</a></x>", 0, true).events,
                 ElementsAre("start x x", "start abc x/abc", "end c x/abc", "data a x/a [y]0", "end a x/a"));
 }
 
-TEST(PushParserNames, AfterAChildTheTagIsTheParentAgain)
+TEST(PushParserNames, TextAfterAChildBelongsToTheParent)
 {
     EXPECT_THAT(eventsOf("<a>1<b>2<c>3</c>4</b>5</a>", 0, true),
                 ElementsAre("start a a", "data a a [1]0", "start b a/b", "data b a/b [2]0", "start c a/b/c",
@@ -142,7 +142,7 @@ TEST(PushParserNames, AfterAChildTheTagIsTheParentAgain)
                             "data a a [5]0", "end a a"));
 }
 
-TEST(PushParserAttributes, Forms)
+TEST(PushParserAttributes, AcceptedForms)
 {
     EXPECT_THAT(eventsOf("<a b=\"1\" c='2'/>"), ElementsAre("start a a b=[1] c=[2]", "end a a"));
     EXPECT_THAT(eventsOf("<a b=\"1\"c=\"2\"/>"), ElementsAre("start a a b=[1] c=[2]", "end a a"));
@@ -152,7 +152,7 @@ TEST(PushParserAttributes, Forms)
     EXPECT_THAT(eventsOf("<a b=\"1\n2\r3\r\n4\t5\"/>"), ElementsAre("start a a b=[1 2 3  4\t5]", "end a a"));
 }
 
-TEST(PushParserAttributes, Errors)
+TEST(PushParserAttributes, RejectedForms)
 {
     EXPECT_EQ(errorOf("<a b = \"1\"/>"),
               "Attribute name doesn't terminate with an '=' -- near offset 3: b = \"1\"/>...");
@@ -170,7 +170,7 @@ TEST(PushParserAttributes, Errors)
     EXPECT_EQ(errorOf("<a b=\"1\""), "Premature end of data stream (not at top-level) -- near offset 0: <a");
 }
 
-TEST(PushParserAttributes, ManyOfThemAndTheDuplicateAmongThem)
+TEST(PushParserAttributes, DuplicateIsDetectedAmongManyAttributes)
 {
     for (int count : {1, 8, 9, 10, 15, 16, 17, 18, 32, 33, 100, 5000}) {
         std::string text = "<a";
@@ -188,7 +188,7 @@ TEST(PushParserAttributes, ManyOfThemAndTheDuplicateAmongThem)
     }
 }
 
-TEST(PushParserAttributes, NamesOfOneElementMeanNothingToTheNext)
+TEST(PushParserAttributes, NamesMayRepeatInTheNextElement)
 {
     std::string inner;
     for (int i = 0; i < 40; ++i) {
@@ -197,7 +197,7 @@ TEST(PushParserAttributes, NamesOfOneElementMeanNothingToTheNext)
     EXPECT_EQ(eventsOf("<a><b" + inner + "/><c" + inner + "/><d n1=\"\"/></a>").size(), 8U);
 }
 
-TEST(PushParserSymbols, Expand)
+TEST(PushParserSymbols, AreExpanded)
 {
     EXPECT_THAT(eventsOf("<a b=\"&#65;&#321;\"/>"), ElementsAre("start a a b=[AA]", "end a a"));
     EXPECT_THAT(eventsOf("<a>x&lt;y</a>"), ElementsAre("start a a", "data a [x<y]", "end a a"));
@@ -211,7 +211,7 @@ TEST(PushParserSymbols, Expand)
                 ElementsAre("start a a", "data a [\xFF]", "end a a"));
 }
 
-TEST(PushParserSymbols, ThatAreNone)
+TEST(PushParserSymbols, UnknownSymbolIsASyntaxError)
 {
     for (const char* symbol :
          {"&", "&;", "& ", "&LT;", "&lt", "&lt ;", "&copy;", "&#x41;", "&#65", "&#65 ;", "&#-1;", "&&amp;"}) {
@@ -219,11 +219,11 @@ TEST(PushParserSymbols, ThatAreNone)
         EXPECT_EQ(errorOf("<a>" + text + "</a>"), "Unrecognized special symbol -- near offset 3: " + text)
             << symbol;
     }
-    // What stood before it is already expanded in its place.
+    // The symbols before it were already expanded in place.
     EXPECT_EQ(errorOf("<a>&lt;&zz;</a>"), "Unrecognized special symbol -- near offset 3: <lt;&zz;");
 }
 
-TEST(PushParserContent, CommentsDivideText)
+TEST(PushParserContent, CommentSplitsTextIntoTwoEvents)
 {
     EXPECT_THAT(eventsOf("<a>x<!-- c -->y</a>"),
                 ElementsAre("start a a", "data a [x]", "data a [y]", "end a a"));
@@ -231,7 +231,7 @@ TEST(PushParserContent, CommentsDivideText)
     EXPECT_THAT(eventsOf("<a><!----></a>"), ElementsAre("start a a", "end a a"));
 }
 
-TEST(PushParserContent, ACommentWithoutAnEnd)
+TEST(PushParserContent, UnterminatedCommentIsASyntaxError)
 {
     EXPECT_EQ(errorOf(" <!-- x --"), "Comment not terminated -- near offset 1: <!-- x --...");
     EXPECT_EQ(errorOf("<!--->"), "Comment not terminated -- near offset 0: <!--->...");
@@ -240,7 +240,7 @@ TEST(PushParserContent, ACommentWithoutAnEnd)
     EXPECT_EQ(errorOf("<a><!--"), "Premature end of data stream (not at top-level) -- near offset 0: <a");
 }
 
-TEST(PushParserContent, CDataInAnySpelling)
+TEST(PushParserContent, CDataOpeningIsNotCompared)
 {
     EXPECT_THAT(eventsOf("<a><![CDATA[<b>&]] ]>]]></a>"),
                 ElementsAre("start a a", "cdata a [<b>&]] ]>]", "end a a"))
@@ -255,7 +255,7 @@ TEST(PushParserContent, CDataInAnySpelling)
     EXPECT_THAT(eventsOf("<a><!]]></a>]]></a>"), ElementsAre("start a a", "cdata a []", "end a a"));
 }
 
-TEST(PushParserContent, CDataWithoutAnEnd)
+TEST(PushParserContent, UnterminatedCDataIsASyntaxError)
 {
     EXPECT_EQ(errorOf("<a><![CDATA[x]]"), "CDATA segment not terminated -- near offset 12: x]]...");
     EXPECT_EQ(errorOf("<a><![CDATA["),
@@ -268,7 +268,7 @@ TEST(PushParserContent, CDataWithoutAnEnd)
     }
 }
 
-TEST(PushParserContent, BlankText)
+TEST(PushParserContent, WhiteSpaceTextIsReportedUnlessSkipped)
 {
     EXPECT_THAT(eventsOf("<a> <b/>\n</a>"),
                 ElementsAre("start a a", "data a [ ]", "start b a/b", "end b a/b", "data a [\n]", "end a a"));
@@ -282,20 +282,20 @@ TEST(PushParserContent, BlankText)
         << "its readers see no byte of it";
 }
 
-TEST(PushParserContent, BytesAbove127StandInTextAndValues)
+TEST(PushParserContent, BytesAbove127AreAcceptedInTextAndValues)
 {
     EXPECT_THAT(eventsOf("<a b=\"\xC3\xA4\">\xFF\x80</a>"),
                 ElementsAre("start a a b=[\xC3\xA4]", "data a [\xFF\x80]", "end a a"));
 }
 
-TEST(PushParserContent, TextComesWithTheAttributesOfTheLastStart)
+TEST(PushParserContent, TextIsPassedWithTheAttributesOfTheLastStartTag)
 {
     EXPECT_THAT(eventsOf("<a x=\"1\" y=\"2\">1<b z=\"3\"/>2<c/>3</a>", 0, true),
                 ElementsAre("start a a x=[1] y=[2]", "data a a [1]4", "start b a/b z=[3]", "end b a/b",
                             "data a a [2]2", "start c a/c", "end c a/c", "data a a [3]0", "end a a"));
 }
 
-TEST(PushParserNullAttribute, RaisesADataEventAheadOfTheStart)
+TEST(PushParserNullAttribute, IsReportedAsDataBeforeTheStart)
 {
     EXPECT_THAT(eventsOf("<a x=\"1\" NULL=\"y\" z=\"2\"/>", PDS_PARSE_F_NULL_ATTR, true),
                 ElementsAre("data a a []0", "start a a x=[1] NULL=[y] z=[2]", "end a a"));
@@ -306,9 +306,9 @@ TEST(PushParserNullAttribute, RaisesADataEventAheadOfTheStart)
                 ElementsAre("start a a NULL=[y]", "end a a"));
 }
 
-TEST(PushParserNullAttribute, TheArrayHasAnEnd)
+TEST(PushParserNullAttribute, ArrayIsNullTerminated)
 {
-    // Told as empty, it holds what the element has so far, and a null pointer.
+    // The event has 0 entries, but the array contains the attributes so far and a null pointer.
     const auto walk = [](PDS_PARSE_H, pds_parse_cb_type_e type, void* context, void*, char*, char*, char*,
                          std::size_t entries, char** attributes) {
         auto& seen = *static_cast<std::vector<std::string>*>(context);
@@ -327,7 +327,7 @@ TEST(PushParserNullAttribute, TheArrayHasAnEnd)
     EXPECT_EQ(nim_pdsParseBuffer(text, PDS_PARSE_F_LAST | PDS_PARSE_F_NULL_ATTR, handle), 0);
     EXPECT_THAT(seen, ElementsAre("0:", "0:", "c", "1"));
 
-    // Also where the block before had just been filled.
+    // Also if the previous array was exactly full.
     seen.clear();
     std::string many = "<a";
     for (int i = 0; i < 100; ++i) {
@@ -343,7 +343,7 @@ TEST(PushParserNullAttribute, TheArrayHasAnEnd)
     EXPECT_EQ(nim_pdsParseDestroy(&handle), 0);
 }
 
-TEST(PushParserNullAttribute, ItsAnswerCounts)
+TEST(PushParserNullAttribute, CallbackResultCanStopTheParse)
 {
     Recorder recorder;
     recorder.stopAt = 1;

@@ -15,7 +15,7 @@ using test::Recorder;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(PushParserConstants, HaveTheirValues)
+TEST(PushParserConstants, HaveTheDocumentedValues)
 {
     EXPECT_EQ(PDS_PARSE_CB_TAG_START, 0);
     EXPECT_EQ(PDS_PARSE_CB_TAG_END, 1);
@@ -35,7 +35,7 @@ TEST(PushParserConstants, HaveTheirValues)
     EXPECT_EQ(PDS_PARSE_E_BAD_ARGS, 700012901);
 }
 
-TEST(PushParserTexts, DetailCodes)
+TEST(PushParserTexts, DetailCodesHaveDescriptions)
 {
     EXPECT_STREQ(nim_pdsParseErrorToStr(0), "No error");
     EXPECT_STREQ(nim_pdsParseErrorToStr(1), "Invalid parse handle supplied");
@@ -58,7 +58,7 @@ TEST(PushParserTexts, ErrorToStringIsTheSameForAll)
     EXPECT_STREQ(buffer, "before");
 }
 
-TEST(PushParserInit, RefusesMissingArguments)
+TEST(PushParserInit, RejectsMissingArguments)
 {
     int some = 0;
     PDS_PARSE_H handle = &some;
@@ -85,7 +85,7 @@ TEST(PushParserInit, RefusesMissingArguments)
     EXPECT_EQ(handle, nullptr);
 }
 
-TEST(PushParserInit, MayPrepareTwice)
+TEST(PushParserInit, MayBeCalledRepeatedly)
 {
     EXPECT_EQ(ipdsParseInit(), 0);
     EXPECT_EQ(ipdsParseInit(), 0);
@@ -93,7 +93,7 @@ TEST(PushParserInit, MayPrepareTwice)
     EXPECT_THAT(eventsOf("<a/>"), ElementsAre("start a a", "end a a"));
 }
 
-TEST(PushParserHandle, IsCheckedByItsEyeCatcher)
+TEST(PushParserHandle, InvalidHandleIsRejectedByEveryFunction)
 {
     char text[] = "<a/>";
     std::vector<char> stranger(1024, 'x');
@@ -120,7 +120,7 @@ TEST(PushParserBuffers, EmptyDocumentsSucceedWithoutAnEvent)
                 IsEmpty());
 }
 
-TEST(PushParserBuffers, AnyCutOfADocumentGivesTheSameEvents)
+TEST(PushParserBuffers, DocumentMayBeSplitAnywhere)
 {
     const std::string text = "<a b=\"1&amp;2\">x&lt;y<!-- c --><d/><![CDATA[e]]></a>";
     const Lines whole = eventsOf(text);
@@ -136,7 +136,7 @@ TEST(PushParserBuffers, AnyCutOfADocumentGivesTheSameEvents)
     }
 }
 
-TEST(PushParserBuffers, GrowWhileTextKeepsComing)
+TEST(PushParserBuffers, GrowAsPiecesAreAppended)
 {
     Recorder recorder;
     PushParser parser(recorder);
@@ -164,7 +164,7 @@ TEST(PushParserBuffers, FillToTheLastByte)
     }
 }
 
-TEST(PushParserBuffers, AreRefusedOnceDoneOrFailed)
+TEST(PushParserBuffers, AreRejectedOnceDoneOrFailed)
 {
     Recorder recorder;
     PushParser parser(recorder);
@@ -183,7 +183,7 @@ TEST(PushParserBuffers, AreRefusedOnceDoneOrFailed)
     EXPECT_THAT(recorder.events, ElementsAre("start a a", "end a a", "start b b", "end b b"));
 }
 
-TEST(PushParserBuffers, AnEmptyLastOneIsDone)
+TEST(PushParserBuffers, EmptyLastPieceCompletesTheDocument)
 {
     Recorder recorder;
     PushParser parser(recorder);
@@ -191,7 +191,7 @@ TEST(PushParserBuffers, AnEmptyLastOneIsDone)
     EXPECT_EQ(parser.parse("<a/>"), 700012005);
 }
 
-TEST(PushParserStop, AnyEventMayEndTheParse)
+TEST(PushParserStop, AnyCallbackCanStopTheParse)
 {
     const std::string text = "<a>x<![CDATA[y]]><b/></a>";
     const Lines all = eventsOf(text);
@@ -212,7 +212,7 @@ TEST(PushParserStop, AnyEventMayEndTheParse)
     }
 }
 
-TEST(PushParserStop, AnExceptionOfACallbackPassesThrough)
+TEST(PushParserStop, ExceptionFromACallbackPropagates)
 {
     struct Thrower
     {
@@ -234,7 +234,7 @@ TEST(PushParserStop, AnExceptionOfACallbackPassesThrough)
     EXPECT_EQ(nim_pdsParseDestroy(&handle), 0);
 }
 
-TEST(PushParserReset, NothingOfTheLastDocumentIsSeenAgain)
+TEST(PushParserReset, LastDocumentDoesNotLeakIntoTheNext)
 {
     Recorder recorder;
     PushParser parser(recorder);
@@ -251,7 +251,7 @@ TEST(PushParserReset, NothingOfTheLastDocumentIsSeenAgain)
     }
 }
 
-TEST(PushParserReset, TakesOtherUserData)
+TEST(PushParserReset, ReplacesTheUserData)
 {
     Recorder first;
     Recorder second;
@@ -263,7 +263,7 @@ TEST(PushParserReset, TakesOtherUserData)
     EXPECT_THAT(second.events, ElementsAre("start b b", "end b b"));
 }
 
-TEST(PushParserErrors, ShowSixteenBytesAndTheOffset)
+TEST(PushParserErrors, ContainTheOffsetAndSixteenBytes)
 {
     EXPECT_EQ(errorOf("<a>ok</a>\n0123456789abcdefghij"),
               "Invalid data contained outside a top-level Element -- near offset 10: 0123456789abcdef...");
@@ -274,7 +274,7 @@ TEST(PushParserErrors, ShowSixteenBytesAndTheOffset)
 
 TEST(PushParserSize, HostileDocumentsTakeLinearTime)
 {
-    // Each of these takes minutes when a step looks at all that came before it.
+    // Each of these would take minutes in quadratic time.
     std::string attributes = "<a";
     for (int i = 0; i < 200000; ++i) {
         attributes += " n" + std::to_string(i) + "=\"\"";

@@ -9,7 +9,7 @@
 
 namespace parsermodel {
 
-/** Makes documents up: good ones, good ones gone bad, and soups of what means something to the parser. */
+/** Generates random documents: well-formed ones, damaged ones, and sequences of the parser's delimiters. */
 class RandomDocument
 {
 public:
@@ -56,7 +56,7 @@ public:
         return text;
     }
 
-    /** In pieces, some of them empty. */
+    /** Splits a document into pieces, some of them empty. */
     std::vector<std::string> cut(const std::string& text)
     {
         std::vector<std::string> pieces;
@@ -103,7 +103,7 @@ private:
         return oneIn(2) ? "" : oneOf({" ", "\n", "\t", " \r\n ", "\f\v", "  "});
     }
 
-    /** What may stand outside of the root. */
+    /** Returns markup that is allowed outside the root element. */
     std::string around()
     {
         std::string text;

@@ -9,12 +9,12 @@
 
 namespace test {
 
-/** Writes down the events of a push parser, one line each, and answers as it was told to. */
+/** Records the events of a push parser, one line each. Its callbacks return a chosen result. */
 class Recorder
 {
 public:
     std::vector<std::string> events;
-    /** The number of the event, from 1, that is answered with `answer`; 0 for none. */
+    /** Number of the event (from 1) whose callback returns `answer`; 0 for none. */
     std::size_t stopAt = 0;
     int answer = 1;
 
@@ -31,7 +31,8 @@ public:
         return of(context).note((isCData == 1 ? "cdata " : "data ") + std::string(fullTag) + " [" + text
                                 + "]");
     }
-    /** The same lines by way of the common callback; text carries the tag and the attributes, too. */
+    /** Records the same lines from a common callback; the lines of text also contain the tag and attributes.
+     */
     static int common(PDS_PARSE_H, pds_parse_cb_type_e type, void* userData, void*, char* tag, char* fullTag,
                       char* text, std::size_t entries, char** attributes)
     {
@@ -80,7 +81,7 @@ private:
     }
 };
 
-/** A push parser with the three separate callbacks, or with the common one. */
+/** A push parser with the three separate callbacks or with the common one. */
 class PushParser
 {
 public:
