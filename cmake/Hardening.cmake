@@ -1,6 +1,6 @@
-# What is shipped is hardened: overrun stack frames and buffers of known size end the process, and the
-# relocations are read-only before the first line runs. The checks of the C library need an optimised
-# build, and would hide calls from the sanitizers.
+# Hardens a target that is shipped: stack overruns and overruns of buffers of known size abort the process, and
+# relocations are read-only before any code runs. _FORTIFY_SOURCE needs an optimised build, and would hide
+# calls from the sanitizers.
 function(dalnim_harden target)
     target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
     target_compile_options(${target} PRIVATE -fstack-protector-strong -fstack-clash-protection)

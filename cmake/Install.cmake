@@ -1,7 +1,6 @@
 include(CMakePackageConfigHelpers)
 
-# The components are those of the packages: what runs programs, what builds them, and what is read. The
-# tools add one of their own.
+# One component for each Debian package: runtime, dev and doc here, tools in tools/.
 install(TARGETS dalnim EXPORT dalnimTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/dalnim ${PROJECT_SOURCE_DIR}/qv
@@ -23,7 +22,7 @@ file(RELATIVE_PATH DALNIM_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${
 configure_file(${CMAKE_CURRENT_LIST_DIR}/dalnim.pc.in ${PROJECT_BINARY_DIR}/dalnim.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/dalnim.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
-# What is read, with its links: documents, and the sources that they show. The reference, where it was made.
+# The documents, and the sources that they link to. The reference is installed if it was generated.
 if(PROJECT_IS_TOP_LEVEL)
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
         DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc
@@ -35,7 +34,7 @@ if(PROJECT_IS_TOP_LEVEL)
         ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
 
-    # Takes away what the last installation from this tree has put into place.
+    # Removes the files of the last installation from this build.
     configure_file(${CMAKE_CURRENT_LIST_DIR}/uninstall.cmake.in ${PROJECT_BINARY_DIR}/uninstall.cmake @ONLY)
     add_custom_target(uninstall
         COMMAND ${CMAKE_COMMAND} -P ${PROJECT_BINARY_DIR}/uninstall.cmake USES_TERMINAL VERBATIM)

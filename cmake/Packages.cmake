@@ -1,8 +1,8 @@
-# The Debian packages, one for each component: packaging/build-deb makes them. They are of a tree that is
-# configured for /usr, where the loader looks by itself and libraries lie in the folder of their machine.
+# The Debian packages, one for each component, built by packaging/build-deb. They require a build configured for
+# /usr, which the loader searches by default and where libraries are in the multiarch directory.
 set(DALNIM_PACKAGE_REVISION 1 CACHE STRING "Revision of the Debian packages of one version")
 set(DALNIM_PACKAGE_MAINTAINER "dalnim maintainers <maintainers@dalnim.example>" CACHE STRING
-    "Who answers for the Debian packages: a name and an address")
+    "Maintainer of the Debian packages, as 'Name <address>'")
 
 set(debian ${PROJECT_SOURCE_DIR}/packaging/debian)
 set(package_version ${PROJECT_VERSION}-${DALNIM_PACKAGE_REVISION})
@@ -18,7 +18,7 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-# Ahead of the packing: the dependencies of the programs, and what each package holds beside its files.
+# Run before packing: they compute the dependencies of the programs, and add the files that only packages have.
 set(CPACK_PROJECT_CONFIG_FILE ${debian}/dependencies.cmake)
 set(CPACK_PRE_BUILD_SCRIPTS ${debian}/finish.cmake)
 
@@ -30,14 +30,13 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-# The first line of each description is its summary, in the place of the one of the project.
+# The first line of each description is its summary; it replaces the summary of the project.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(about
-"dalnim gives long-running server processes a log that is filtered by severity
-and module and rotates by size, exceptions with traces of the calls that were
-open, threads, tasks and pools with a context that travels along, counted
-objects, properties files with includes, plug-ins, encodings and a parser for
-a small XML subset.")
+"dalnim provides logging (filtered by severity and module, to files that rotate
+by size), exceptions with stack traces, threads, tasks and pools with a context
+that follows the work, reference-counted objects, properties files with
+includes, plug-ins, encodings and a parser for a small XML subset.")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
@@ -47,7 +46,7 @@ set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
 "foundation classes for long-running server processes
 ${about}
 
-This package holds the shared library.")
+This package contains the shared library.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libdalnim-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
@@ -57,7 +56,7 @@ set(CPACK_DEBIAN_DEV_DESCRIPTION
 "foundation classes for server processes - development files
 ${about}
 
-This package holds the headers, and what CMake and pkg-config ask for.")
+This package contains the headers, and the files for CMake and pkg-config.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME dalnim-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
@@ -66,9 +65,9 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION
 "foundation classes for server processes - tools
 ${about}
 
-This package holds nimlog, which reads a rotated log as one, follows, filters
-and counts it; nimprops, which checks, prints and compares properties files;
-and nimxml, which shows and checks documents.")
+This package contains nimlog, which reads, follows, filters and counts the
+records of a rotated log; nimprops, which checks, prints and compares
+properties files; and nimxml, which prints and checks XML documents.")
 
 set(CPACK_DEBIAN_DOC_PACKAGE_NAME dalnim-doc)
 set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
@@ -77,12 +76,12 @@ set(CPACK_DEBIAN_DOC_DESCRIPTION
 "foundation classes for server processes - guides and examples
 ${about}
 
-This package holds the guides, the reference of the public headers, and the
-sources of the programs of the guides and of an
-example host, which build against libdalnim-dev.")
+This package contains the guides, the reference of the public headers, and the
+sources of the guides' programs and of an example host, which build against
+libdalnim-dev.")
 
 configure_file(${debian}/shlibs.in ${PROJECT_BINARY_DIR}/debian/shlibs @ONLY)
-# The scripts above run far from here, and see nothing but names that begin so.
+# CPack passes only variables that start with CPACK_ to the scripts above.
 set(CPACK_DALNIM_SOURCE ${PROJECT_SOURCE_DIR})
 set(CPACK_DALNIM_BINARY ${PROJECT_BINARY_DIR})
 include(CPack)

@@ -1,4 +1,4 @@
-# The target `reference`: the pages on every public header, with diagrams, in reference/html of the build.
+# The target `reference` generates the API reference, with diagrams, in reference/html of the build directory.
 find_program(DALNIM_DOXYGEN doxygen)
 find_program(DALNIM_DOT dot)
 mark_as_advanced(DALNIM_DOXYGEN DALNIM_DOT)
@@ -8,9 +8,9 @@ if(DALNIM_DOXYGEN AND DALNIM_DOT)
     set(doxyfile ${DALNIM_REFERENCE_DIR}/Doxyfile)
     configure_file(${PROJECT_SOURCE_DIR}/docs/reference/Doxyfile.in ${doxyfile} @ONLY)
     add_custom_target(reference
-        # Without the pages of classes that are there no more.
+        # Removes the pages of classes that no longer exist.
         COMMAND ${CMAKE_COMMAND} -E rm -rf ${DALNIM_REFERENCE_DIR}/html
         COMMAND ${DALNIM_DOXYGEN} ${doxyfile}
-        COMMENT "Writing the reference to ${DALNIM_REFERENCE_DIR}/html/index.html"
+        COMMENT "Generating the reference: ${DALNIM_REFERENCE_DIR}/html/index.html"
         VERBATIM)
 endif()

@@ -1,11 +1,10 @@
-# Sanitizers reach every target, the library and its users alike: half an instrumented process
-# reports what is not there and misses what is.
+# Sanitizers apply to all targets: a partly instrumented process has false positives and misses errors.
 if(DALNIM_SANITIZE)
     add_compile_options(-fsanitize=${DALNIM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${DALNIM_SANITIZE})
     add_compile_definitions(DALNIM_SANITIZED=1)
     if(DALNIM_SANITIZE_IGNORED)
-        # Neither the build nor a compiler cache looks into the list: its hash makes it part of the command.
+        # Its hash is part of the compiler command, so that build and compiler cache notice a changed list.
         set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${DALNIM_SANITIZE_IGNORED})
         file(SHA1 ${DALNIM_SANITIZE_IGNORED} ignored_hash)
         add_compile_options(-fsanitize-ignorelist=${DALNIM_SANITIZE_IGNORED})

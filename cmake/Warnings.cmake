@@ -1,5 +1,5 @@
-# Everything that is built here builds without a warning. With the compilers that this is held to each one is
-# an error; a younger one may know more of them, and whoever builds this inside a project has rules of their own.
+# All code compiles without warnings. They are errors only with the supported compilers: newer ones may warn about
+# more. Projects that embed this one decide for themselves.
 add_library(dalnim_warnings INTERFACE)
 target_compile_options(dalnim_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
     $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-error=maybe-uninitialized>)
