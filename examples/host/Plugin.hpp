@@ -12,8 +12,10 @@ namespace nimhost {
 class Plugin
 {
 public:
-    /** Throws system_error if it cannot be loaded. What its entry throws becomes a system_error or
-     * runtime_error. */
+    /**
+     * Throws system_error if it cannot be loaded. What its entry throws becomes a system_error or
+     * runtime_error.
+     */
     Plugin(const com::kor::dal::nim::String& library, const com::kor::dal::nim::io::Properties& settings);
 
     /** Throws `std::invalid_argument` when it is something else. */

@@ -74,8 +74,10 @@ protected:
         return false;
     }
 
-    /** Whether the process has ended; wait() does not wait then. False if it has not within a quarter of a
-     * minute. */
+    /**
+     * Whether the process has ended; wait() does not wait then. False if it has not within a quarter of a
+     * minute.
+     */
     static bool ends(const support::ChildProcess& host)
     {
         const std::string stat = "/proc/" + std::to_string(host.process()) + "/stat";

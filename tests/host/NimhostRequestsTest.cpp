@@ -25,8 +25,10 @@ using testing::Not;
 class NimhostRequestsTest : public NimhostFixture
 {
 protected:
-    /** In place of that of the sources: writes a configuration whose log and plug-ins stand in the scratch
-     * folder; gives its path. */
+    /**
+     * In place of that of the sources: writes a configuration whose log and plug-ins stand in the scratch
+     * folder; gives its path.
+     */
     std::string configure(const std::string& settings = "", const std::string& logOutput = "file = host.log")
     {
         std::filesystem::create_directories(scratch.file("plugins"));

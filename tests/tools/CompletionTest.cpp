@@ -2,7 +2,7 @@
 
 namespace {
 
-/** Completes the last word of a command line as bash would. */
+/** Completes the last word of a command line with the completion script for bash. */
 class CompletionTest : public ToolFixture
 {
 protected:

@@ -18,9 +18,9 @@ namespace {
 using com::kor::dal::nim::log::LogFile;
 using com::kor::dal::nim::log::LogFileRef;
 
-/** A log that this process writes and a nimlog that follows it. */
-const char REMOVED[] = ": a file was removed before a newer one was found; records may be missing\n";
+const char REMOVED[] = ": a file was deleted before a newer one was found; records may be missing\n";
 
+/** A log that this process writes, and a nimlog that follows it. */
 class NimlogFollowTest : public ToolFixture
 {
 protected:
@@ -38,8 +38,8 @@ protected:
         nimlog = std::make_unique<support::ChildProcess>(command, outputs.path());
     }
 
-    /** Starts it with a library in front of the C library. */
-    void startBehind(const std::string& library)
+    /** Starts nimlog with a preloaded library. */
+    void startPreloaded(const std::string& library)
     {
         nimlog = std::make_unique<support::ChildProcess>(
             std::vector<std::string>{"/usr/bin/env", "LD_PRELOAD=" + library, NIMLOG_PROGRAM, "--follow",
@@ -47,7 +47,7 @@ protected:
             outputs.path());
     }
 
-    /** Waits for a text at the end of its output; false when a minute did not bring it. */
+    /** Waits until the output ends with a string. Returns false after a minute. */
     bool showsLast(const std::string& text) const
     {
         for (int round = 0; round < 6000; ++round) {
@@ -60,7 +60,7 @@ protected:
         return false;
     }
 
-    /** Ends it, and expects what it has shown. */
+    /** Stops nimlog and checks its output. */
     void expectShown(const std::string& output, const std::string& errors = "", int signal = SIGINT)
     {
         nimlog->signal(signal);
@@ -72,10 +72,10 @@ protected:
         EXPECT_EQ(nimlog->errors(), errors);
     }
 
-    /** The text there, with some of what stands before it. */
-    static std::string around(const std::string& text, std::string::const_iterator place)
+    /** Returns the string around a position, for messages. */
+    static std::string around(const std::string& text, std::string::const_iterator position)
     {
-        const auto at = static_cast<std::size_t>(place - text.begin());
+        const auto at = static_cast<std::size_t>(position - text.begin());
         return text.substr(at - std::min<std::size_t>(at, 100), 300);
     }
 
@@ -91,7 +91,7 @@ protected:
     std::unique_ptr<support::ChildProcess> nimlog;
 };
 
-TEST_F(NimlogFollowTest, ShowsWhatIsWritten)
+TEST_F(NimlogFollowTest, PrintsNewRecords)
 {
     log->log("INFO : first");
     start();
@@ -101,7 +101,7 @@ TEST_F(NimlogFollowTest, ShowsWhatIsWritten)
     expectShown("INFO : first\nINFO : second\nwith two lines\n");
 }
 
-TEST_F(NimlogFollowTest, EndsOnTermToo)
+TEST_F(NimlogFollowTest, EndsOnSigterm)
 {
     log->log("INFO : first");
     start();
@@ -109,9 +109,9 @@ TEST_F(NimlogFollowTest, EndsOnTermToo)
     expectShown("INFO : first\n", "", SIGTERM);
 }
 
-TEST_F(NimlogFollowTest, GoesOnAtEachRotation)
+TEST_F(NimlogFollowTest, ContinuesAfterEachRotation)
 {
-    // Each line fills a file, and there are two old ones at most.
+    // Each line fills a file. There are at most two rotated files.
     log->setMaxFileSize(1);
     log->setMaxNumberOfFiles(2);
     log->log("INFO : 0");
@@ -127,7 +127,7 @@ TEST_F(NimlogFollowTest, GoesOnAtEachRotation)
     expectShown(expected);
 }
 
-TEST_F(NimlogFollowTest, LosesAndRepeatsNothingHoweverFastTheLogRotates)
+TEST_F(NimlogFollowTest, FastRotationsLoseAndRepeatNoRecord)
 {
     log->setMaxFileSize(2000);
     log->log("INFO : 0");
@@ -147,24 +147,24 @@ TEST_F(NimlogFollowTest, LosesAndRepeatsNothingHoweverFastTheLogRotates)
 }
 
 #ifdef ROTATE_AT_STAT
-TEST_F(NimlogFollowTest, ReadsTheRestOfAFileThatIsRotatedBehindItsBack)
+TEST_F(NimlogFollowTest, ReadsTheRestOfAFileThatIsRotatedBetweenTwoReads)
 {
     append("INFO : first\n");
-    startBehind(ROTATE_AT_STAT);
+    startPreloaded(ROTATE_AT_STAT);
     ASSERT_TRUE(showsLast("INFO : first\n"));
     support::writeFile(path + ".arm", "");
     ASSERT_TRUE(showsLast("INFO : next\n"));
     expectShown("INFO : first\nINFO : late\nINFO : next\n");
 }
 
-/** The oldest file has moved, the next one moves while its folder is read, which does not show it then. */
-TEST_F(NimlogFollowTest, TakesNoFileThatMovesForAGap)
+/** The oldest file has been renamed, and the next one is renamed while the directory is read. */
+TEST_F(NimlogFollowTest, FileRenamedDuringADirectoryReadIsNotTakenForAGap)
 {
     append("INFO : third\n");
     support::writeFile(path + ".0", "INFO : second\n");
     support::writeFile(path + ".2", "INFO : first\n");
     support::writeFile(path + ".arm", "");
-    startBehind(ROTATE_AT_READDIR);
+    startPreloaded(ROTATE_AT_READDIR);
     ASSERT_TRUE(showsLast("INFO : third\n"));
     expectShown("INFO : first\nINFO : second\nINFO : third\n");
     EXPECT_TRUE(std::filesystem::exists(path + ".1"));
@@ -172,8 +172,8 @@ TEST_F(NimlogFollowTest, TakesNoFileThatMovesForAGap)
 }
 #endif
 
-/** Neither an old file nor a gap: something of that name that cannot be read. */
-TEST_F(NimlogFollowTest, PassesOverNamesOfNothing)
+/** A dangling link under the name of a rotated file is neither a file nor a gap. */
+TEST_F(NimlogFollowTest, DanglingLinksAreSkipped)
 {
     append("INFO : second\n");
     std::filesystem::create_symlink(folder.file("none"), path + ".0");
@@ -184,7 +184,7 @@ TEST_F(NimlogFollowTest, PassesOverNamesOfNothing)
     expectShown("INFO : first\nINFO : second\n");
 }
 
-TEST_F(NimlogFollowTest, BeginsInTheMiddleOfTheRotations)
+TEST_F(NimlogFollowTest, MayStartDuringARotation)
 {
     log->setMaxFileSize(1000);
     std::string expected;
@@ -202,7 +202,7 @@ TEST_F(NimlogFollowTest, BeginsInTheMiddleOfTheRotations)
             }
         }
     });
-    // A program that a test started is killed with the thread that started it.
+    // Started by the main thread: the child is killed when the thread that started it ends.
     isRotating.get_future().wait();
     start();
     isFollowed.set_value();
@@ -212,7 +212,7 @@ TEST_F(NimlogFollowTest, BeginsInTheMiddleOfTheRotations)
     expectShown(expected);
 }
 
-TEST_F(NimlogFollowTest, WaitsForALogThatIsNotThereYet)
+TEST_F(NimlogFollowTest, WaitsForALogThatDoesNotExistYet)
 {
     start();
     log->log("INFO : first");
@@ -230,7 +230,7 @@ TEST_F(NimlogFollowTest, WaitsForTheRestOfALine)
     expectShown("INFO : first\nINFO : partly\n");
 }
 
-TEST_F(NimlogFollowTest, ShowsALineWithoutAnEndAtItsOwn)
+TEST_F(NimlogFollowTest, PrintsAnUnfinishedLineAtTheEnd)
 {
     append("INFO : first\nINFO : without end");
     start();
@@ -238,7 +238,7 @@ TEST_F(NimlogFollowTest, ShowsALineWithoutAnEndAtItsOwn)
     expectShown("INFO : first\nINFO : without end\n");
 }
 
-TEST_F(NimlogFollowTest, TellsOfAFileThatWasRemoved)
+TEST_F(NimlogFollowTest, WarnsIfTheFileWasRemoved)
 {
     log->log("INFO : first");
     start();
@@ -249,7 +249,7 @@ TEST_F(NimlogFollowTest, TellsOfAFileThatWasRemoved)
     expectShown("INFO : first\nINFO : second\n", "nimlog: " + path + REMOVED);
 }
 
-TEST_F(NimlogFollowTest, RepeatsNoOldFileWhenTheLiveOneIsReplaced)
+TEST_F(NimlogFollowTest, ReplacingTheLiveFileRepeatsNoRotatedFile)
 {
     support::writeFile(path + ".0", "INFO : old\n");
     append("INFO : first\n");
@@ -261,7 +261,7 @@ TEST_F(NimlogFollowTest, RepeatsNoOldFileWhenTheLiveOneIsReplaced)
     expectShown("INFO : old\nINFO : first\nINFO : second\n", "nimlog: " + path + REMOVED);
 }
 
-TEST_F(NimlogFollowTest, BeginsAgainInAFileThatWasCut)
+TEST_F(NimlogFollowTest, TruncatedFileIsReadFromTheBeginning)
 {
     append("INFO : first\nINFO : second\n");
     start();
@@ -270,20 +270,21 @@ TEST_F(NimlogFollowTest, BeginsAgainInAFileThatWasCut)
     append("INFO : third\n");
     ASSERT_TRUE(showsLast("INFO : third\n"));
     expectShown("INFO : first\nINFO : second\nINFO : third\n",
-                "nimlog: " + path + ": the file was cut; reading it from its beginning\n");
+                "nimlog: " + path + ": the file was truncated; reading it from the beginning\n");
 }
 
-/** It is stopped during each refill: the file is as long as before, or longer, when it looks again. */
-TEST_F(NimlogFollowTest, BeginsAgainInAFileThatWasCutAndRefilled)
+/** nimlog is stopped during each refill, so that it finds the file as long as before, or longer. */
+TEST_F(NimlogFollowTest, TruncatedAndRefilledFileIsReadFromTheBeginning)
 {
     append("INFO : first\nINFO : second\n");
     start();
     ASSERT_TRUE(showsLast("INFO : second\n"));
     std::string expected = "INFO : first\nINFO : second\n";
     std::string errors;
-    const std::string message = "nimlog: " + path + ": the file was cut; reading it from its beginning\n";
+    const std::string message =
+        "nimlog: " + path + ": the file was truncated; reading it from the beginning\n";
     for (const std::string& refill :
-         // Of the same length; longer; longer, with the same beginning; longer, with the same end there.
+         // The same length; longer; longer, with the same start; longer, with the same bytes at the old end.
          {std::string("INFO : third\nINFO : fourth\n"), "INFO : " + std::string(3000, 'x') + "\nINFO : 5\n",
           "INFO : " + std::string(2000, 'x') + std::string(3000, 'y') + "\nINFO : 6\n",
           "INFO : z" + std::string(1999, 'x') + std::string(3000, 'y') + "\nINFO : 6\nINFO : 7\n"}) {
@@ -298,7 +299,7 @@ TEST_F(NimlogFollowTest, BeginsAgainInAFileThatWasCutAndRefilled)
     expectShown(expected, errors);
 }
 
-TEST_F(NimlogFollowTest, GoesOnBehindWhatItHasReadOfALongFile)
+TEST_F(NimlogFollowTest, ContinuesAfterTheLastReadOfALongFile)
 {
     append("INFO : " + std::string(1000000, 'x') + '\n');
     start();
@@ -313,7 +314,7 @@ TEST_F(NimlogFollowTest, GoesOnBehindWhatItHasReadOfALongFile)
     expectShown(expected);
 }
 
-TEST_F(NimlogFollowTest, OldFileThatIsAFifoIsSkipped)
+TEST_F(NimlogFollowTest, RotatedFileThatIsAFifoIsSkipped)
 {
     append("INFO : second\n");
     support::writeFile(path + ".1", "INFO : first\n");
@@ -326,7 +327,7 @@ TEST_F(NimlogFollowTest, OldFileThatIsAFifoIsSkipped)
                 "nimlog: " + path + ".0: skipped, because it is a FIFO\n");
 }
 
-TEST_F(NimlogFollowTest, FiltersWhileItFollows)
+TEST_F(NimlogFollowTest, FiltersNewRecords)
 {
     log->log("INFO : first");
     log->log("ERROR : second");

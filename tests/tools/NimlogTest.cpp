@@ -30,7 +30,7 @@ const char REPORT[] = "com.kor.dal.nim.log.internal INFO : Changing logging sett
 const char FATAL[] = "net FATAL : last\n";
 
 const char LEFT_OUT[] =
-    "nimlog: app.log: records left out because they have not the fields that were asked for: 2\n";
+    "nimlog: app.log: records left out because they lack a field that was filtered or counted by: 2\n";
 
 class NimlogTest : public ToolFixture
 {
@@ -40,13 +40,13 @@ protected:
         return shell("exec '" NIMLOG_PROGRAM "' " + arguments);
     }
 
-    /** A log of three files, of which the fields change in the second. */
+    /** Writes a log of three files, whose mask changes in the second one. */
     void writeSet() const
     {
         write("app.log.10", std::string(HEADING) + WARNING);
         write("app.log.2", std::string(ERROR) + REPORT);
         write("app.log", FATAL);
-        // Of no such log.
+        // These files do not belong to the log.
         write("app.log.02", "02\n");
         write("app.log.x", "x\n");
         write("app.log.", "none\n");
@@ -54,41 +54,43 @@ protected:
     }
 };
 
-TEST_F(NimlogTest, RefusesABadCommandLineInOneLine)
+TEST_F(NimlogTest, InvalidCommandLineIsRejectedWithOneLine)
 {
-    expectResult(run(""), 2, "", "nimlog: a FILE is needed\n");
-    expectResult(run("a b"), 2, "", "nimlog: one FILE is all; old files are found by its name\n");
+    expectResult(run(""), 2, "", "nimlog: expected a FILE\n");
+    expectResult(run("a b"), 2, "", "nimlog: expected one FILE; its rotated files are found by name\n");
     expectResult(run("-f -"), 2, "",
-                 "nimlog: --follow needs a file: standard input is read to its end as it comes\n");
+                 "nimlog: --follow requires a file: standard input is always read until it ends\n");
     expectResult(run("--bogus a"), 2, "", "nimlog: unknown option --bogus\n");
-    expectResult(run("a --mask"), 2, "", "nimlog: option --mask needs a value\n");
+    expectResult(run("a --mask"), 2, "", "nimlog: option --mask requires a value\n");
     expectResult(run("-fx a"), 2, "", "nimlog: unknown option -x\n");
-    expectResult(run("a -m"), 2, "", "nimlog: option -m needs a value\n");
-    expectResult(run("-s loud a"), 2, "",
-                 "nimlog: \"loud\" is no severity: TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR or FATAL\n");
-    expectResult(run("-m '[' a"), 2, "", "nimlog: \"[\" is no pattern for modules\n");
-    expectResult(run("-t 0x1 a"), 2, "", "nimlog: \"0x1\" is no thread's number\n");
+    expectResult(run("a -m"), 2, "", "nimlog: option -m requires a value\n");
+    expectResult(
+        run("-s loud a"), 2, "",
+        "nimlog: \"loud\" is not a severity: use TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR or FATAL\n");
+    expectResult(run("-m '[' a"), 2, "", "nimlog: \"[\" is not a valid module pattern\n");
+    expectResult(run("-t 0x1 a"), 2, "", "nimlog: \"0x1\" is not a thread ID\n");
     expectResult(run("--since soon a"), 2, "",
-                 "nimlog: \"soon\" is no time, such as 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m\n");
+                 "nimlog: \"soon\" is not a time: use 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m\n");
     for (const char* const option : {"--since", "--until"}) {
         for (const char* const time :
              {"", " ", "@", "2026-02-30", "2025-02-29T12:00", "2026-04-31 10:00:00", "1900-02-29",
               "2026-06-31T15:05:20+01:00", "Mon Feb 30 15:05:20 UTC 2026", "2026-11-00", "2026-13-01"}) {
             expectResult(run(std::string(option) + " '" + time + "' a"), 2, "",
                          std::string("nimlog: \"") + time
-                             + "\" is no time, such as 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m\n");
+                             + "\" is not a time: use 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m\n");
         }
     }
     expectResult(run("--count days a"), 2, "",
-                 "nimlog: --count takes severity, module, thread or hour, not \"days\"\n");
-    expectResult(run("--color red a"), 2, "", "nimlog: --color takes auto, always or never, not \"red\"\n");
+                 "nimlog: --count requires severity, module, thread or hour, not \"days\"\n");
+    expectResult(run("--color red a"), 2, "",
+                 "nimlog: --color requires auto, always or never, not \"red\"\n");
     expectResult(run("--mask DATE a"), 2, "",
-                 "nimlog: \"DATE\" is no field; a mask is NONE, ALL, a number up to 1023, or some of "
+                 "nimlog: \"DATE\" is not a field; a mask is NONE, ALL, a number up to 1023, or a list of "
                  "DATETIME,SEVERITY,HOSTNAME,PROCESSNAME,PROCESSID,THREADID,MODULENAME,SOURCEFILE,"
                  "LINENUMBER\n");
 }
 
-TEST_F(NimlogTest, TellsOfItself)
+TEST_F(NimlogTest, PrintsVersionAndUsage)
 {
     expectResult(run("--version"), 0, "nimlog (dalnim) " TOOLS_VERSION "\n", "");
     const Result help = run("--help");
@@ -97,29 +99,29 @@ TEST_F(NimlogTest, TellsOfItself)
     EXPECT_EQ(help.errors, "");
 }
 
-TEST_F(NimlogTest, TellsWhatCannotBeReadOrWritten)
+TEST_F(NimlogTest, NamesTheFileThatCannotBeReadOrWritten)
 {
     expectResult(run("missing"), 2, "", "nimlog: cannot read missing: No such file or directory\n");
     expectResult(run("."), 2, "", "nimlog: cannot read .: Is a directory\n");
     write("app.log", HEADING);
     expectResult(run("app.log >/dev/full"), 2, "",
-                 "nimlog: cannot write standard output: No space left on device\n");
+                 "nimlog: cannot write to standard output: No space left on device\n");
 }
 
-TEST_F(NimlogTest, ReadsASetAsOneFromTheOldestOn)
+TEST_F(NimlogTest, ReadsRotatedFilesFromTheOldestToTheNewest)
 {
     writeSet();
     expectResult(run("app.log"), 0, std::string(HEADING) + WARNING + ERROR + REPORT + FATAL, "");
-    // The live file may be missing for a moment.
+    // During a rotation, there may be no live file.
     shell("rm app.log");
     expectResult(run("app.log"), 0, std::string(HEADING) + WARNING + ERROR + REPORT, "");
-    // A name may stand for nothing.
+    // A dangling link is not a file of the log.
     shell("ln -s nowhere app.log.99");
     expectResult(run("app.log"), 0, std::string(HEADING) + WARNING + ERROR + REPORT, "");
     expectResult(run("- < app.log.2"), 0, std::string(ERROR) + REPORT, "");
 }
 
-TEST_F(NimlogTest, OldFileThatIsNotRegularIsSkippedWithAMessage)
+TEST_F(NimlogTest, RotatedFileThatIsNotRegularIsSkippedWithAMessage)
 {
     write("app.log.5", "net FATAL : oldest\n");
     write("app.log.1", "net FATAL : old\n");
@@ -131,14 +133,14 @@ TEST_F(NimlogTest, OldFileThatIsNotRegularIsSkippedWithAMessage)
     for (const char* const message : {"nimlog: app.log.0: skipped, because it is a FIFO\n",
                                       "nimlog: app.log.2: skipped, because it is a directory\n",
                                       "nimlog: app.log.3: skipped, because it is a FIFO\n",
-                                      "nimlog: app.log.4: skipped, because it is no regular file\n",
+                                      "nimlog: app.log.4: skipped, because it is not a regular file\n",
                                       "nimlog: app.log.9: skipped, because it is a FIFO\n"}) {
         EXPECT_THAT(result.errors, testing::HasSubstr(message));
     }
     EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 5) << result.errors;
 }
 
-TEST_F(NimlogTest, FifoUnderTheNameOfTheLogIsSkippedOnlyIfThereAreOldFiles)
+TEST_F(NimlogTest, FifoUnderTheNameOfTheLogIsSkippedOnlyIfThereAreRotatedFiles)
 {
     shell("mkfifo app.log");
     expectResult(shell("(echo 'net FATAL : piped' > app.log &); exec timeout 20 '" NIMLOG_PROGRAM
@@ -156,23 +158,23 @@ TEST_F(NimlogTest, FifoUnderTheNameOfTheLogIsSkippedOnlyIfThereAreOldFiles)
                  "nimlog: cannot read app.log: No such file or directory\n");
 }
 
-TEST_F(NimlogTest, MessageNamesTheOldFileThatItIsAbout)
+TEST_F(NimlogTest, MessageNamesTheRotatedFile)
 {
     write("app.log.2", "net FATAL : oldest\n");
     write("app.log.1", "net FATAL : old\n");
     write("app.log", "net FATAL : last\n");
     shell("ln -sf /proc/self/mem app.log.1");
-    // Regular by its kind, but no byte of it can be read.
+    // A regular file that cannot be read.
     expectResult(run("--mask 0x84 app.log"), 2, "", "nimlog: cannot read app.log.1: Input/output error\n");
 
     write("app.log.2", "a line\n");
     shell("rm app.log.1");
     expectResult(run("--mask 0x84 app.log"), 0, "a line\nnet FATAL : last\n",
-                 "nimlog: app.log.2: lines ahead of the first record with other fields than expected: 1; "
-                 "--mask or --config tells which they have\n");
+                 "nimlog: app.log.2: lines before the first record that do not start with the "
+                 "expected fields: 1; name them with --mask or --config\n");
 }
 
-TEST_F(NimlogTest, ShowsWhatAPipeHasBroughtSoFar)
+TEST_F(NimlogTest, PrintsTheInputOfAnIdlePipeWithoutWaitingForMore)
 {
     expectResult(shell("(echo 'INFO : a'; for i in {1..6000}; do [ ! -s shown ] || break; sleep 0.01; done;"
                        " cat shown; echo 'INFO : b')"
@@ -180,7 +182,7 @@ TEST_F(NimlogTest, ShowsWhatAPipeHasBroughtSoFar)
                  0, "INFO : a\nINFO : a\nINFO : b\n", "");
 }
 
-TEST_F(NimlogTest, EndsALastLineThatHasNoNewline)
+TEST_F(NimlogTest, AppendsAMissingLastNewline)
 {
     write("app.log.0", "net FATAL : no newline");
     write("app.log", "net FATAL : second");
@@ -188,7 +190,7 @@ TEST_F(NimlogTest, EndsALastLineThatHasNoNewline)
                  "");
 }
 
-TEST_F(NimlogTest, ShowsJson)
+TEST_F(NimlogTest, PrintsJson)
 {
     writeSet();
     write("app.log", "net FATAL : \xff\xc3\xa9 \xe2\x82 \xed\xa0\x80 \xf0\x9f\x98\x80 \"\\\x01\x7f\t\r\n/\n");
@@ -224,7 +226,7 @@ TEST_F(NimlogTest, FiltersWholeRecords)
     expectResult(run("-s error -m 'd*' app.log"), 0, ERROR, "");
 }
 
-TEST_F(NimlogTest, FiltersByTimeWhereverItsZone)
+TEST_F(NimlogTest, FiltersByTimeInAnyZone)
 {
     write("app.log", std::string(WARNING) + ERROR);
     for (const char* const since :
@@ -242,7 +244,7 @@ TEST_F(NimlogTest, FiltersByTimeWhereverItsZone)
                  "");
 }
 
-TEST_F(NimlogTest, CountsByWhatIsAsked)
+TEST_F(NimlogTest, CountsByTheRequestedField)
 {
     writeSet();
     expectResult(run("--count severity app.log"), 0,
@@ -259,7 +261,7 @@ TEST_F(NimlogTest, CountsByWhatIsAsked)
                  LEFT_OUT);
 }
 
-TEST_F(NimlogTest, ColorsSeveritiesWhenAsked)
+TEST_F(NimlogTest, ColorsSeveritiesOnRequest)
 {
     writeSet();
     expectResult(run("--color always -s error app.log"), 0,
@@ -271,14 +273,14 @@ TEST_F(NimlogTest, ColorsSeveritiesWhenAsked)
                  "net \x1b[1;31mFATAL\x1b[0m : last\n", "");
 }
 
-/** Its output is a terminal. */
+/** Runs nimlog with a terminal as its standard output. */
 class NimlogTerminalTest : public NimlogTest
 {
 protected:
     void SetUp() override
     {
         if (std::system("script --version >/dev/null 2>&1") != 0) {
-            GTEST_SKIP() << "no terminal can be had here";
+            GTEST_SKIP() << "no terminal is available";
         }
     }
 
@@ -286,16 +288,17 @@ protected:
         "script -qec \"'" NIMLOG_PROGRAM "' --mask 0x84 app.log\" /dev/null </dev/null";
 };
 
-TEST_F(NimlogTerminalTest, ShowsNoControlBytes)
+TEST_F(NimlogTerminalTest, ControlBytesAreMadeVisible)
 {
     write("app.log", "net NOTICE : \x1b[2J\x7f\x01\ttab \xc3\xa9\nline\n");
     EXPECT_EQ(shell("TERM=dumb " + command).output, "net NOTICE : ^[[2J^?^A\ttab \xc3\xa9\r\nline\r\n");
     expectResult(run("--mask 0x84 app.log"), 0, "net NOTICE : \x1b[2J\x7f\x01\ttab \xc3\xa9\nline\n", "");
 }
 
-TEST_F(NimlogTerminalTest, ShowsControlCharactersAbove127Harmlessly)
+TEST_F(NimlogTerminalTest, ControlCharactersAbove127AreMadeVisible)
 {
-    // U+009B alone and as UTF-8, U+0085, a letter with such a byte in it, an ill-formed piece with one.
+    // U+009B as a byte and as UTF-8, U+0085, a letter that contains such a byte, an ill-formed sequence with
+    // one.
     write("app.log", "net NOTICE : \x9b"
                      "2J \xc2\x9b"
                      "2J \xc2\x85 \xc3\x80 \xe2\x82 \xc2\xa0\n");
@@ -303,7 +306,7 @@ TEST_F(NimlogTerminalTest, ShowsControlCharactersAbove127Harmlessly)
               "net NOTICE : M-^[2J M-^[2J M-^E \xc3\x80 \xe2M-^B \xc2\xa0\r\n");
 }
 
-TEST_F(NimlogTerminalTest, ShowsControlCharactersHarmlesslyInEveryForm)
+TEST_F(NimlogTerminalTest, ControlCharactersAreMadeVisibleInEveryOutputForm)
 {
     const auto onTerminal = [this](const std::string& arguments) {
         return shell("TERM=dumb script -qec \"'" NIMLOG_PROGRAM "' " + arguments + "\" /dev/null </dev/null")
@@ -318,10 +321,10 @@ TEST_F(NimlogTerminalTest, ShowsControlCharactersHarmlesslyInEveryForm)
     EXPECT_EQ(onTerminal("--mask 0x84 --unescape --count module escaped.log"), "         1 n^Jx\r\n");
     write("log.properties", "com.kor.dal.nim.log.Control.output.mask = \x1b[2J\n");
     EXPECT_THAT(onTerminal("--config log.properties app.log"),
-                testing::StartsWith("nimlog: log.properties: \"^[[2J\" is no field;"));
+                testing::StartsWith("nimlog: log.properties: \"^[[2J\" is not a field;"));
 }
 
-TEST_F(NimlogTerminalTest, UsesColorUnlessToldOtherwise)
+TEST_F(NimlogTerminalTest, UsesColorUnlessTheEnvironmentDisablesIt)
 {
     write("app.log", FATAL);
     EXPECT_EQ(shell("TERM=xterm NO_COLOR= " + command).output, "net \x1b[1;31mFATAL\x1b[0m : last\r\n");
@@ -329,7 +332,7 @@ TEST_F(NimlogTerminalTest, UsesColorUnlessToldOtherwise)
     EXPECT_EQ(shell("TERM=dumb NO_COLOR= " + command).output, "net FATAL : last\r\n");
 }
 
-TEST_F(NimlogTest, UnescapeUndoesTheEscapesOfTheLogAndNothingElse)
+TEST_F(NimlogTest, UnescapeReplacesOnlyTheEscapesOfTheLog)
 {
     write("app.log",
           "n\\x1bt FATAL : \\a\\b\\f\\n\\r\\v\\x00\\x7f\\\\n\t\\t\\q\\x4\\x1B\\X1b\\u0041\\\\\\\nmore\\\n"
@@ -345,11 +348,11 @@ TEST_F(NimlogTest, UnescapeUndoesTheEscapesOfTheLogAndNothingElse)
         "");
     expectResult(run("--mask 0x84 --unescape --color always -m 'n?t' app.log | head -n 1"), 0,
                  "n\x1bt \x1b[1;31mFATAL\x1b[0m : \a\b\f\n", "");
-    // Not asked for, nothing is undone.
+    // Without the option, nothing is unescaped.
     expectResult(run("--mask 0x84 --count module app.log"), 0, "         1 n\\x1bt\n         1 plain\n", "");
 }
 
-TEST_F(NimlogTest, FieldsAreLearntFromALogWithEscapedLineBreaks)
+TEST_F(NimlogTest, MaskIsReadFromALogWithEscapedLineBreaks)
 {
     std::string heading = HEADING;
     heading.pop_back();
@@ -364,11 +367,11 @@ TEST_F(NimlogTest, FieldsAreLearntFromALogWithEscapedLineBreaks)
     write("app.log", "x" + heading + ERROR + report + FATAL);
     expectResult(
         run("--mask MODULENAME -s info --unescape app.log"), 0, std::string(HEADING) + ERROR + REPORT + FATAL,
-        "nimlog: app.log: lines ahead of the first record with other fields than expected: 1; --mask or "
-        "--config tells which they have\n");
+        "nimlog: app.log: lines before the first record that do not start with the expected fields: 1; "
+        "name them with --mask or --config\n");
 }
 
-TEST_F(NimlogTest, TakesTheMaskThatItIsGiven)
+TEST_F(NimlogTest, UsesTheMaskOfTheCommandLine)
 {
     write("app.log", "WARNING 251 : a\nb\nERROR 1 : c\n");
     for (const char* const mask : {"SEVERITY,LINENUMBER", "'LINENUMBER SEVERITY'", "516", "0x204"}) {
@@ -378,7 +381,7 @@ TEST_F(NimlogTest, TakesTheMaskThatItIsGiven)
     expectResult(run("--json --mask NONE none.log"), 0, "{\"text\":\"a\\nb\"}\n{\"text\":\"c\"}\n", "");
 }
 
-TEST_F(NimlogTest, TakesTheMaskOfAConfiguration)
+TEST_F(NimlogTest, UsesTheMaskOfAConfigurationFile)
 {
     write("app.log", "WARNING 251 : a\nb\nERROR 1 : c\n");
     write("app.properties", "%pragma include \"log.properties\"\n");
@@ -387,7 +390,7 @@ TEST_F(NimlogTest, TakesTheMaskOfAConfiguration)
 
     write("log.properties", "com.kor.dal.nim.log.Control.output.mask = LOUDNESS\n");
     EXPECT_THAT(run("--config log.properties app.log").errors,
-                testing::StartsWith("nimlog: log.properties: \"LOUDNESS\" is no field"));
+                testing::StartsWith("nimlog: log.properties: \"LOUDNESS\" is not a field"));
     write("log.properties", "a=\\x\n");
     expectResult(run("--config log.properties app.log"), 2, "",
                  "nimlog: log.properties: ERROR: log.properties:1: End-of-line encountered in hex escape "
@@ -396,28 +399,27 @@ TEST_F(NimlogTest, TakesTheMaskOfAConfiguration)
                  "nimlog: cannot read missing: No such file or directory\n");
     shell("mkfifo pipe");
     write("log.properties", "%pragma include \"pipe\"\n");
-    expectResult(
-        shell("exec timeout 20 '" NIMLOG_PROGRAM "' --config app.properties app.log"), 2, "",
-        "nimlog: log.properties:1: the included file pipe is a FIFO; its writer is not waited for\n");
+    expectResult(shell("exec timeout 20 '" NIMLOG_PROGRAM "' --config app.properties app.log"), 2, "",
+                 "nimlog: log.properties:1: the included file pipe is a FIFO, which is not supported\n");
     write("none.properties", "");
     EXPECT_EQ(run("--config none.properties app.log").status, 1);
 }
 
-TEST_F(NimlogTest, TellsWhenItDoesNotKnowTheFields)
+TEST_F(NimlogTest, WarnsAboutLinesWithUnexpectedFields)
 {
     write("app.log", "WARNING 251 : a\nb\n");
     expectResult(run("app.log"), 1, "WARNING 251 : a\nb\n",
-                 "nimlog: app.log: no line begins with the fields that a record is to have; --mask or "
-                 "--config tells which they have\n");
+                 "nimlog: app.log: no line starts with the expected fields; name them with --mask or "
+                 "--config\n");
     write("app.log", std::string("WARNING 251 : a\nb\n") + HEADING);
     expectResult(run("-s info app.log"), 0, HEADING,
-                 "nimlog: app.log: lines ahead of the first record with other fields than expected: 2; "
-                 "--mask or --config tells which they have\n");
+                 "nimlog: app.log: lines before the first record that do not start with the "
+                 "expected fields: 2; name them with --mask or --config\n");
     write("app.log", "");
     expectResult(run("app.log"), 0, "", "");
 }
 
-TEST_F(NimlogTest, ReadsNoDateThatIsNone)
+TEST_F(NimlogTest, InvalidDateIsNotAPrefix)
 {
     for (const char* const date :
          {"Sat Nov 00 15:05:20 UTC 2026", "Mon Nov 31 15:05:20 UTC 2026", "Mon Feb 29 15:05:20 UTC 2027",
@@ -432,7 +434,7 @@ TEST_F(NimlogTest, ReadsNoDateThatIsNone)
                  "{\"time\":\"2000-02-29T23:59:60-11:30\",\"text\":\"text\"}\n", "");
 }
 
-TEST_F(NimlogTest, KeepsRecordsTogetherWhereverItsPiecesEnd)
+TEST_F(NimlogTest, RecordsAreNotSplitAtBufferBoundaries)
 {
     std::string text;
     std::string counted;
@@ -459,15 +461,15 @@ std::string withoutNewlines(std::string text)
     return text;
 }
 
-/** A record of the process at a second of 15:05, with or without a newline. */
+/** Returns a record of 15:05, without a newline. */
 std::string recordAt(const char* second, const std::string& text)
 {
     return std::string("Sat Nov 14 15:05:") + second
            + " UTC 2026 host01 server 4711 4711 net ERROR Net 7 : " + text;
 }
 
-/** Killed after any byte that it wrote, the next process's first record is found. */
-TEST_F(NimlogTest, RecordAfterATornRecordIsFoundWhereverThatWasTorn)
+/** Whichever byte a process was killed after, the first record of the next process is found. */
+TEST_F(NimlogTest, RecordAfterATruncatedRecordIsFoundAtAnyPosition)
 {
     const std::string torn = recordAt("20", "connection to db1 lost");
     std::string log = recordAt("19", "first") + '\n';
@@ -477,7 +479,7 @@ TEST_F(NimlogTest, RecordAfterATornRecordIsFoundWhereverThatWasTorn)
         const std::string later = recordAt("21", "started " + std::to_string(length)) + '\n';
         log += torn.substr(0, length) + later;
         laterRecords += later;
-        // A fragment of a prefix is a line of the record before it.
+        // A truncated prefix is a line of the previous record.
         records += length < torn.find("connection") ? 1U : 2U;
     }
     write("app.log", log);
@@ -486,8 +488,8 @@ TEST_F(NimlogTest, RecordAfterATornRecordIsFoundWhereverThatWasTorn)
     EXPECT_EQ(withoutNewlines(run("app.log").output), withoutNewlines(log));
 }
 
-/** Also if the two are of one second, but for a fragment that ends like the introduction of a quotation. */
-TEST_F(NimlogTest, RecordOfTheSameSecondAfterATornRecordIsFound)
+/** Except after a fragment that ends like the introduction of a quotation. */
+TEST_F(NimlogTest, RecordOfTheSameSecondAfterATruncatedRecordIsFound)
 {
     const std::string torn = recordAt("20", "connection to db1 lost");
     std::string log = recordAt("20", "first") + '\n';
@@ -503,14 +505,14 @@ TEST_F(NimlogTest, RecordOfTheSameSecondAfterATornRecordIsFound)
     expectResult(run("app.log | grep started"), 0, nextRecords, "");
 }
 
-TEST_F(NimlogTest, RecordAfterATornRecordIsFoundAtTheBeginningAndSeveralTimesInALine)
+TEST_F(NimlogTest, SeveralTruncatedRecordsInALineAreFound)
 {
     const std::string torn = recordAt("20", "connection to db1 lost");
     const std::string next = recordAt("20", "started") + "\n x\n";
     write("app.log", "n lost" + next);
     const std::string message =
-        "nimlog: app.log: lines ahead of the first record with other fields than expected: 1; --mask or "
-        "--config tells which they have\n";
+        "nimlog: app.log: lines before the first record that do not start with the expected fields: 1; "
+        "name them with --mask or --config\n";
     expectResult(run("--severity error app.log"), 0, next, message);
     write("app.log", torn.substr(0, 20) + torn.substr(0, 90) + torn.substr(0, 80) + next);
     expectResult(run("app.log"), 0,
@@ -518,14 +520,14 @@ TEST_F(NimlogTest, RecordAfterATornRecordIsFoundAtTheBeginningAndSeveralTimesInA
                  message);
 }
 
-TEST_F(NimlogTest, HeadingAfterATornRecordIsFoundWhateverTheMask)
+TEST_F(NimlogTest, StreamHeaderAfterATruncatedRecordIsFoundWithAnyMask)
 {
     write("app.log", "net FATAL : torn he" + std::string(HEADING) + WARNING);
     expectResult(run("--mask MODULENAME,SEVERITY -s warning app.log"), 0,
                  std::string("net FATAL : torn he\n") + WARNING, "");
 }
 
-TEST_F(NimlogTest, RecordThatQuotesAnotherOneStaysOne)
+TEST_F(NimlogTest, RecordThatQuotesAnotherOneIsNotSplit)
 {
     for (const std::string& quoting :
          {recordAt("20", "the plug-in wrote: ") + recordAt("20", "hello"),
@@ -537,13 +539,13 @@ TEST_F(NimlogTest, RecordThatQuotesAnotherOneStaysOne)
         expectResult(run("--json app.log | wc -l"), 0, "1\n", "");
         expectResult(run("app.log"), 0, quoting + "\n", "");
     }
-    // Without a date nothing tells a record from a text.
+    // Without a date, a record cannot be distinguished from text.
     write("app.log", "ERROR 7 : tornERROR 8 : next\n");
     expectResult(run("--mask SEVERITY,LINENUMBER --json app.log | wc -l"), 0, "1\n", "");
 }
 
-/** Bytes of any kind: shown as they are, and as JSON that is UTF-8. */
-TEST_F(NimlogTest, TakesAnyBytes)
+/** Text output is unchanged, JSON output is valid UTF-8. */
+TEST_F(NimlogTest, AcceptsArbitraryBytes)
 {
     ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
     std::mt19937 random(20261114);
@@ -581,7 +583,7 @@ TEST_F(NimlogTest, TakesAnyBytes)
         const std::string mask = " --mask " + std::to_string(round % 2 == 0 ? 1023 : random() % 1024);
         const Result shown = run("app.log" + mask);
         EXPECT_LE(shown.status, 1) << shown.errors;
-        // A record that begins inside a line, and an unfinished line, get newlines.
+        // Newlines are added before a record inside a line, and after an unfinished line.
         EXPECT_GE(shown.output.size(), text.size()) << "round " << round;
         EXPECT_TRUE(withoutNewlines(shown.output) == withoutNewlines(text)) << "round " << round;
 

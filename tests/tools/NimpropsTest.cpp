@@ -13,24 +13,24 @@ protected:
     }
 };
 
-TEST_F(NimpropsTest, RefusesABadCommandLineInOneLine)
+TEST_F(NimpropsTest, InvalidCommandLineIsRejectedWithOneLine)
 {
-    expectResult(run(""), 2, "", "nimprops: a command is needed: check, print, get, instance or diff\n");
+    expectResult(run(""), 2, "", "nimprops: expected a command: check, print, get, instance or diff\n");
     expectResult(run("mend a"), 2, "", "nimprops: unknown command mend\n");
     expectResult(run("--bogus"), 2, "", "nimprops: unknown option --bogus\n");
     expectResult(run("print -x a"), 2, "", "nimprops: unknown option -x\n");
     expectResult(run("--help=me"), 2, "", "nimprops: option --help takes no value\n");
-    expectResult(run("check"), 2, "", "nimprops: check needs a FILE\n");
-    expectResult(run("print a b"), 2, "", "nimprops: print needs one FILE\n");
-    expectResult(run("get a"), 2, "", "nimprops: get needs a FILE and a KEY\n");
+    expectResult(run("check"), 2, "", "nimprops: check requires the operands FILE...\n");
+    expectResult(run("print a b"), 2, "", "nimprops: print requires the operands FILE\n");
+    expectResult(run("get a"), 2, "", "nimprops: get requires the operands FILE KEY\n");
     expectResult(run("instance a"), 2, "",
-                 "nimprops: instance needs a FILE, perhaps a CLASS, and an INSTANCE\n");
-    expectResult(run("diff a"), 2, "", "nimprops: diff needs two FILEs\n");
-    expectResult(run("print --log a"), 2, "", "nimprops: option --log is for check only\n");
-    expectResult(run("--log check"), 2, "", "nimprops: check needs a FILE\n");
+                 "nimprops: instance requires the operands FILE [CLASS] INSTANCE\n");
+    expectResult(run("diff a"), 2, "", "nimprops: diff requires the operands FILE FILE\n");
+    expectResult(run("print --log a"), 2, "", "nimprops: option --log is only valid with check\n");
+    expectResult(run("--log check"), 2, "", "nimprops: check requires the operands FILE...\n");
 }
 
-TEST_F(NimpropsTest, TellsOfItself)
+TEST_F(NimpropsTest, PrintsVersionAndUsage)
 {
     expectResult(run("--version"), 0, "nimprops (dalnim) " TOOLS_VERSION "\n", "");
     const Result help = run("-h");
@@ -39,7 +39,7 @@ TEST_F(NimpropsTest, TellsOfItself)
     EXPECT_EQ(help.errors, "");
 }
 
-TEST_F(NimpropsTest, TellsWhichFileCannotBeRead)
+TEST_F(NimpropsTest, NamesTheFileThatCannotBeRead)
 {
     expectResult(run("print missing"), 2, "", "nimprops: cannot read missing: No such file or directory\n");
     expectResult(run("get . key"), 2, "", "nimprops: cannot read .: Is a directory\n");
@@ -51,7 +51,7 @@ TEST_F(NimpropsTest, TellsWhichFileCannotBeRead)
                  "nimprops: cannot read missing: No such file or directory\n");
 }
 
-TEST_F(NimpropsTest, CheckLogShowsWhatAReconfigurationRefuses)
+TEST_F(NimpropsTest, CheckLogPrintsSettingsThatAReconfigurationRejects)
 {
     write("good", "com.kor.dal.nim.log.Control.file = a.log\n"
                   "com.kor.dal.nim.log.Control.maxFileSize = 10MiB\n");
@@ -80,14 +80,14 @@ TEST_F(NimpropsTest, CheckLogShowsWhatAReconfigurationRefuses)
     EXPECT_EQ(shell("ls").output, "bad\ngood\nincluded\n");
 }
 
-TEST_F(NimpropsTest, TellsWhenItCannotWrite)
+TEST_F(NimpropsTest, ReportsAFailedWrite)
 {
     write("a", "a=1\n");
     expectResult(run("print a >/dev/full"), 2, "",
-                 "nimprops: cannot write standard output: No space left on device\n");
+                 "nimprops: cannot write to standard output: No space left on device\n");
 }
 
-TEST_F(NimpropsTest, ChecksWhatIsWithoutFault)
+TEST_F(NimpropsTest, ValidFilesHaveNoFindings)
 {
     write("a", "# fine\na = 1\nb : 2\n");
     write("b", "");
@@ -95,7 +95,7 @@ TEST_F(NimpropsTest, ChecksWhatIsWithoutFault)
     expectResult(run("check - < a"), 0, "", "");
 }
 
-TEST_F(NimpropsTest, ShowsEveryErrorAndWarning)
+TEST_F(NimpropsTest, PrintsEveryErrorAndWarning)
 {
     shell("mkdir sub");
     write("a.properties", "a=1\n"
@@ -118,7 +118,7 @@ TEST_F(NimpropsTest, ShowsEveryErrorAndWarning)
                  "");
 }
 
-TEST_F(NimpropsTest, EndsAtTheErrorOfAnIncludedFile)
+TEST_F(NimpropsTest, StopsAtAnErrorOfAnIncludedFile)
 {
     shell("mkdir sub");
     write("a", "%pragma include \"sub/b\"\nc=\\xg\n");
@@ -128,18 +128,18 @@ TEST_F(NimpropsTest, EndsAtTheErrorOfAnIncludedFile)
     expectResult(run("check a"), 1, "a:1: error: failed to open include file: \"sub/c\"\n", "");
 }
 
-TEST_F(NimpropsTest, IncludedFifoIsRefusedAndNotWaitedFor)
+TEST_F(NimpropsTest, IncludedFifoIsRejectedWithoutWaiting)
 {
     shell("mkdir sub; mkfifo sub/pipe");
     write("a", "x=1\n%pragma include \"sub/b\"\n");
     write("sub/b", "\ny=2\n%pragma include \"pipe\"\n");
     const std::string message =
-        "nimprops: sub/b:3: the included file sub/pipe is a FIFO; its writer is not waited for\n";
+        "nimprops: sub/b:3: the included file sub/pipe is a FIFO, which is not supported\n";
     for (const char* const command :
          {"check a", "print a", "get a x", "instance a x", "diff a a", "check - < a"}) {
         expectResult(shell(std::string("exec timeout 20 '" NIMPROPS_PROGRAM "' ") + command), 2, "", message);
     }
-    // What the user names is read whatever it is.
+    // A file named by the user may be a FIFO.
     expectResult(shell("exec timeout 20 '" NIMPROPS_PROGRAM "' print <(echo 'k=v')"), 0, "k=v\n", "");
 }
 
@@ -159,7 +159,7 @@ TEST_F(NimpropsTest, IncludesInACycleThroughAnotherDirectoryAreReadOnce)
                  "sub/../sub/c:1: error: End-of-line encountered in hex escape sequence.\n", "");
 }
 
-TEST_F(NimpropsTest, NamesAFileThatIsNotAloneInItsNameByThatOnly)
+TEST_F(NimpropsTest, FileWithAnAmbiguousNameIsNamedWithoutItsPath)
 {
     shell("mkdir sub");
     write("same", "k=0\n%pragma include \"sub/same\"\nl=\\xg\n");
@@ -170,7 +170,7 @@ TEST_F(NimpropsTest, NamesAFileThatIsNotAloneInItsNameByThatOnly)
                  "");
 }
 
-TEST_F(NimpropsTest, PrintsWhatItsReadersSee)
+TEST_F(NimpropsTest, PrintedPropertiesLoadAsTheSameProperties)
 {
     write("a", "z=last\n"
                "\\#k=v\n\\!k=v\n\\%k=v\n"
@@ -195,14 +195,14 @@ TEST_F(NimpropsTest, PrintsWhatItsReadersSee)
     expectResult(run("diff a again"), 0, "", "");
 }
 
-TEST_F(NimpropsTest, PrintsNothingOfAFileWithAnError)
+TEST_F(NimpropsTest, FileWithAnErrorIsNotPrinted)
 {
     write("a", "a=1\n\nb=\\x\n");
     expectResult(run("print a"), 2, "", "nimprops: a:3: End-of-line encountered in hex escape sequence.\n");
     expectResult(run("get a a"), 2, "", "nimprops: a:3: End-of-line encountered in hex escape sequence.\n");
 }
 
-TEST_F(NimpropsTest, GetsAValueAsItIs)
+TEST_F(NimpropsTest, GetPrintsTheValueUnescaped)
 {
     write("a", "a=\\u00e9 x\\ty\nempty\n");
     expectResult(run("get a a"), 0, "\xe9 x\ty\n", "");
@@ -210,7 +210,7 @@ TEST_F(NimpropsTest, GetsAValueAsItIs)
     expectResult(run("get a other"), 1, "", "nimprops: a: no property \"other\"\n");
 }
 
-TEST_F(NimpropsTest, ShowsTheSettingsOfAnInstanceAndTheirOrigin)
+TEST_F(NimpropsTest, InstancePrintsSettingsWithTheirOrigin)
 {
     write("a", "/pool/size=1\n"
                "*/pool/size=2\n"
@@ -233,28 +233,28 @@ TEST_F(NimpropsTest, ShowsTheSettingsOfAnInstanceAndTheirOrigin)
                  "pool/rate=4\t/pool/rate\ta:4\n"
                  "pool/size=2\t*/pool/size\ta:2\n",
                  "");
-    expectResult(run("instance a pond x"), 1, "", "nimprops: a: no settings for x of the class pond\n");
-    // The empty name: its own prefix is that of the lowest rank, which so wins.
+    expectResult(run("instance a pond x"), 1, "", "nimprops: a: no settings for x of class pond\n");
+    // The prefix of the empty name is "/", which has the lowest precedence.
     expectResult(run("instance a pool ''"), 0,
                  "pool/rate=4\t/pool/rate\ta:4\n"
                  "pool/size=1\t/pool/size\ta:1\n",
                  "");
 }
 
-TEST_F(NimpropsTest, TellsNoPlaceRatherThanAWrongOne)
+TEST_F(NimpropsTest, UnknownLocationIsNotGuessed)
 {
     write("a", "/a=1\n/b=1\n%pragma severity error\n/b=2\n/c=3\n%pragma severity warning\n/d=4\n");
     expectResult(run("instance a x"), 0, "a=1\t/a\ta:1\nb=2\t/b\t-\nc=3\t/c\t-\nd=4\t/d\ta:7\n", "");
 }
 
-TEST_F(NimpropsTest, RefusesAKeyThatIsAPrefixAlone)
+TEST_F(NimpropsTest, KeyThatIsOnlyAPrefixIsRejected)
 {
     write("a", "*/=1\n");
     expectResult(run("instance a x"), 2, "",
-                 "nimprops: a: a key is nothing but a prefix: empty key not allowed\n");
+                 "nimprops: a: a key consists only of a prefix: empty key not allowed\n");
 }
 
-TEST_F(NimpropsTest, ShowsWhatDiffers)
+TEST_F(NimpropsTest, DiffPrintsDifferences)
 {
     write("a", "both=1\nchanged=old\nleft=1\nblank=\n");
     write("b", "both = 1\nchanged=new\\n\nright=2\nblank\nzz=3\n");

@@ -16,17 +16,17 @@ protected:
     }
 };
 
-TEST_F(NimxmlTest, RefusesABadCommandLineInOneLine)
+TEST_F(NimxmlTest, InvalidCommandLineIsRejectedWithOneLine)
 {
-    expectResult(run(""), 2, "", "nimxml: a command is needed: print or check\n");
+    expectResult(run(""), 2, "", "nimxml: expected a command: print or check\n");
     expectResult(run("mend a"), 2, "", "nimxml: unknown command mend\n");
     expectResult(run("--bogus"), 2, "", "nimxml: unknown option --bogus\n");
-    expectResult(run("print"), 2, "", "nimxml: print needs one FILE\n");
-    expectResult(run("check"), 2, "", "nimxml: check needs a FILE\n");
+    expectResult(run("print"), 2, "", "nimxml: print requires the operands FILE\n");
+    expectResult(run("check"), 2, "", "nimxml: check requires the operands FILE...\n");
     expectResult(run("print missing"), 2, "", "nimxml: cannot read missing: No such file or directory\n");
 }
 
-TEST_F(NimxmlTest, TellsOfItself)
+TEST_F(NimxmlTest, PrintsVersionAndUsage)
 {
     expectResult(run("--version"), 0, "nimxml (dalnim) " TOOLS_VERSION "\n", "");
     const Result help = run("--help");
@@ -49,17 +49,17 @@ TEST_F(NimxmlTest, PrintsTheEvents)
     expectResult(run("print a.xml"), 0, events, "");
     expectResult(run("print - < a.xml"), 0, events, "");
     expectResult(run("print a.xml > /dev/full"), 2, "",
-                 "nimxml: cannot write standard output: No space left on device\n");
+                 "nimxml: cannot write to standard output: No space left on device\n");
 }
 
-TEST_F(NimxmlTest, PrintsWhatPrecedesAnError)
+TEST_F(NimxmlTest, PrintsTheEventsBeforeAnError)
 {
     write("a.xml", "<a>\n <b c=\"1\" c=\"2\"/></a>");
     expectResult(run("print a.xml"), 1, "begin a\n",
                  "nimxml: a.xml:2:11: offset 14: Duplicate attribute name\n");
 }
 
-/** As a program that parses the document whole has it, but for the zero byte, which hides what follows it. */
+/** Same results as Parser, except for NUL bytes, which end the document for Parser. */
 TEST_F(NimxmlTest, ContentAfterTheRootElement)
 {
     for (const char* const accepted :
@@ -72,9 +72,10 @@ TEST_F(NimxmlTest, ContentAfterTheRootElement)
         {"</a>", "Multiple top-level Elements encountered"},
         {"<b/>", "Multiple top-level Elements encountered"},
         {"<![CDATA[x]]>", "Multiple top-level Elements encountered"},
-        {std::string("\0", 1), "A zero byte; what follows it is not read"},
-        {std::string("\0x", 2), "A zero byte; what follows it is not read"},
-        {std::string("\0", 1) + std::string(2000, 'x'), "A zero byte; what follows it is not read"}};
+        {std::string("\0", 1), "NUL byte in the document; the parser ignores the rest"},
+        {std::string("\0x", 2), "NUL byte in the document; the parser ignores the rest"},
+        {std::string("\0", 1) + std::string(2000, 'x'),
+         "NUL byte in the document; the parser ignores the rest"}};
     for (const auto& [rest, error] : refused) {
         write("a.xml", "<a/>" + rest);
         const Result result = run("check a.xml");
@@ -96,7 +97,7 @@ TEST_F(NimxmlTest, ChecksManyDocuments)
     expectResult(run("check end.xml good.xml missing open.xml zero.xml"), 2,
                  "end.xml:2:3: offset 6: Mismatched End Tag\n"
                  "open.xml:1:1: offset 0: Premature end of data stream (not at top-level)\n"
-                 "zero.xml:2:1: offset 5: A zero byte; what follows it is not read\n",
+                 "zero.xml:2:1: offset 5: NUL byte in the document; the parser ignores the rest\n",
                  "nimxml: cannot read missing: No such file or directory\n");
     expectResult(run("check end.xml good.xml"), 1, "end.xml:2:3: offset 6: Mismatched End Tag\n", "");
 }

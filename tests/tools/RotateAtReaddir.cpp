@@ -1,7 +1,7 @@
 /**
- * Loaded in front of the C library, so that a rotation of a log that is half done goes on while its folder is
- * read, and the folder shows the file that moves under neither name. It does once a program has looked for
- * "<log>.1" in vain, if a file "<log>.arm" exists: "<log>.0" becomes "<log>.1" then.
+ * A preloaded library that continues a rotation while a program reads the directory of the log, and shows the
+ * renamed file under neither name. It is triggered when the program fails to open "<log>.1" and a file
+ * "<log>.arm" exists; "<log>.0" is then renamed to "<log>.1".
  */
 
 #include <cerrno>
@@ -16,11 +16,11 @@
 
 namespace {
 
-/** Of the log whose rotation is to go on; empty when none is. */
-std::string waitingLog;
-/** The reading that does not show its files. */
-DIR* blindReading = nullptr;
-std::string hiddenBegin;
+/** Path of the log whose rotation continues at the next readdir(), or empty. */
+std::string pendingLog;
+/** The directory stream that omits the renamed file. */
+DIR* affectedStream = nullptr;
+std::string hiddenPrefix;
 
 bool endsIn(const std::string& text, const char* end)
 {
@@ -30,7 +30,7 @@ bool endsIn(const std::string& text, const char* end)
 
 bool isHidden(DIR* reading, const char* name)
 {
-    return reading == blindReading && (name == hiddenBegin + ".0" || name == hiddenBegin + ".1");
+    return reading == affectedStream && (name == hiddenPrefix + ".0" || name == hiddenPrefix + ".1");
 }
 
 }
@@ -47,7 +47,7 @@ extern "C" __attribute__((visibility("default"))) int open(const char* path, int
         const std::string log = name.substr(0, name.size() - 2);
         const int error = errno;
         if (unlink((log + ".arm").c_str()) == 0) {
-            waitingLog = log;
+            pendingLog = log;
         }
         errno = error;
     }
@@ -57,20 +57,20 @@ extern "C" __attribute__((visibility("default"))) int open(const char* path, int
 extern "C" __attribute__((visibility("default"))) dirent* readdir(DIR* reading)
 {
     static const auto next = reinterpret_cast<dirent* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir"));
-    if (!waitingLog.empty()) {
-        if (rename((waitingLog + ".0").c_str(), (waitingLog + ".1").c_str()) == -1) {
+    if (!pendingLog.empty()) {
+        if (rename((pendingLog + ".0").c_str(), (pendingLog + ".1").c_str()) == -1) {
             _exit(99);
         }
-        hiddenBegin = waitingLog.substr(waitingLog.rfind('/') + 1);
-        blindReading = reading;
-        waitingLog.clear();
+        hiddenPrefix = pendingLog.substr(pendingLog.rfind('/') + 1);
+        affectedStream = reading;
+        pendingLog.clear();
     }
     dirent* entry = next(reading);
     while (entry != nullptr && isHidden(reading, entry->d_name)) {
         entry = next(reading);
     }
-    if (entry == nullptr && reading == blindReading) {
-        blindReading = nullptr;
+    if (entry == nullptr && reading == affectedStream) {
+        affectedStream = nullptr;
     }
     return entry;
 }

@@ -1,7 +1,6 @@
 /**
- * Loaded in front of the C library, so that a log rotates at a certain moment: when a program asks by its
- * name which file it is. If a file "<log>.arm" exists, one more line is written to the log just then, and
- * it is moved away and begun anew.
+ * A preloaded library that rotates a log at the moment when a program calls stat() with its name: if a file
+ * "<log>.arm" exists, one more line is written to the log, which is then renamed and created again.
  */
 
 #include <cstring>

@@ -8,7 +8,7 @@
 
 #include <string>
 
-/** Runs a tool in a folder of the test's own. */
+/** Runs a tool in a temporary directory. */
 class ToolFixture : public testing::Test
 {
 protected:
@@ -19,7 +19,7 @@ protected:
         std::string errors;
     };
 
-    /** A line of shell; the outputs do not stand in the folder that it runs in. */
+    /** Runs a shell command. Its outputs are stored in another directory than the one that it runs in. */
     Result shell(const std::string& line) const
     {
         support::ChildProcess child({"/bin/bash", "-c", "cd '" + folder.path() + "' && " + line},

@@ -13,8 +13,11 @@ namespace nimlog {
 
 namespace {
 
-/** Without notifications, and for folders whose changes on other hosts raise none. */
-constexpr std::chrono::milliseconds LOOK_INTERVAL(250);
+/**
+ * Maximum wait, for changes without a notification: those by other hosts on a network file system, for
+ * example.
+ */
+constexpr std::chrono::milliseconds POLL_INTERVAL(250);
 
 }
 
@@ -30,9 +33,9 @@ Changes::Changes(const std::string& path) : notifications(inotify_init1(IN_CLOEX
         throw nimtools::cannotRead("signals");
     }
     const std::size_t slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     if (notifications
-        && inotify_add_watch(notifications.get(), folder.c_str(),
+        && inotify_add_watch(notifications.get(), directory.c_str(),
                              IN_MODIFY | IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE)
                == -1) {
         notifications = nimtools::Descriptor();
@@ -41,16 +44,16 @@ Changes::Changes(const std::string& path) : notifications(inotify_init1(IN_CLOEX
 
 bool Changes::isStopped()
 {
-    pollfd waited = {signals.get(), POLLIN, 0};
-    return poll(&waited, 1, 0) > 0;
+    pollfd polled = {signals.get(), POLLIN, 0};
+    return poll(&polled, 1, 0) > 0;
 }
 
 void Changes::wait(std::chrono::milliseconds limit)
 {
-    std::array<pollfd, 2> waited = {{{signals.get(), POLLIN, 0}, {notifications.get(), POLLIN, 0}}};
-    poll(waited.data(), waited.size(), static_cast<int>(std::min(limit, LOOK_INTERVAL).count()));
-    if ((waited[1].revents & POLLIN) != 0) {
-        // They only tell that it is time to look.
+    std::array<pollfd, 2> polled = {{{signals.get(), POLLIN, 0}, {notifications.get(), POLLIN, 0}}};
+    poll(polled.data(), polled.size(), static_cast<int>(std::min(limit, POLL_INTERVAL).count()));
+    if ((polled[1].revents & POLLIN) != 0) {
+        // Discards the events: only their arrival matters.
         std::array<char, 4096> events;
         while (read(notifications.get(), events.data(), events.size()) > 0) {
         }

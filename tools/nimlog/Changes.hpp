@@ -8,22 +8,22 @@
 
 namespace nimlog {
 
-/** Waits until something happens in the folder of a file, or until SIGINT or SIGTERM ends it all. */
+/** Waits for changes in the directory of a file, or for SIGINT or SIGTERM. */
 class Changes
 {
 public:
-    /** From here on the two signals do nothing but end the waiting. */
+    /** Blocks the two signals; afterwards they only end wait(). */
     explicit Changes(const std::string& path);
 
-    /** Whether one of the signals has come. */
+    /** Returns true if one of the signals has arrived. */
     bool isStopped();
 
-    /** Returns when there may be something new, or at once when stopped; after `limit` at the latest. */
+    /** Returns when something may have changed, when a signal arrives, or after `limit` at the latest. */
     void wait(std::chrono::milliseconds limit);
 
 private:
     nimtools::Descriptor signals;
-    /** None where the system has no more of them: then it is the clock alone. */
+    /** inotify descriptor; none if the system has no more of them: changes are then detected by polling. */
     nimtools::Descriptor notifications;
 };
 

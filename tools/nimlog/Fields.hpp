@@ -8,23 +8,23 @@
 
 namespace nimlog {
 
-/** The date and time of a record, as it stands there and as a number. */
+/** The date and time of a record, as text and as a number. */
 struct DateTime
 {
     int year;
     int month;
     int day;
-    /** "15:05:20" */
+    /** Time of day, as in "15:05:20". */
     std::string_view clock;
-    /** "UTC" or "+0100" */
+    /** Time zone: "UTC" or as in "+0100". */
     std::string_view zone;
     std::time_t when;
 };
 
-/** What a record's prefix tells; all views are into the line. */
+/** The fields of a record's prefix. All views refer to the line. */
 struct Fields
 {
-    /** Bits of log::Mask for the fields that are there. */
+    /** The fields that are present, as bits of log::Mask. */
     unsigned int present = 0;
     DateTime dateTime = {};
     std::string_view host;
@@ -36,11 +36,11 @@ struct Fields
     int severity = 0;
     std::string_view source;
     std::string_view line;
-    /** The bytes of the line that are prefix. */
+    /** Length of the prefix in bytes. */
     std::size_t length = 0;
 };
 
-/** Calls a function with each view of the fields that are there. */
+/** Calls a function with the view of each field that is present. */
 template <class Function>
 void forEachView(Fields& fields, Function function)
 {
@@ -62,7 +62,7 @@ void forEachView(Fields& fields, Function function)
     callIf(log::Mask_LINENUMBER, fields.line);
 }
 
-/** Some lines that belong together; of no fields if no prefix was recognised. */
+/** Lines that belong together. Without fields if no prefix was recognised. */
 struct Record
 {
     /** All lines, without the last newline. */
@@ -70,7 +70,7 @@ struct Record
     Fields fields;
     bool hasPrefix;
 
-    /** What stands behind the prefix. */
+    /** Returns the text after the prefix. */
     std::string_view text() const
     {
         return whole.substr(fields.length);

@@ -14,8 +14,8 @@ using com::kor::dal::nim::type::StringOps;
 
 namespace {
 
-/** Names are without limit; what is known of them is not. */
-constexpr std::size_t MOST_NAMES = 10000;
+/** Limit of the cache of module names: a log may contain any number of them. */
+constexpr std::size_t MAX_CACHED_NAMES = 10000;
 
 }
 
@@ -26,25 +26,25 @@ Filter::Filter(const Options& given, RecordSink& nextSink) : options(given), nex
             patterns.push_back(
                 std::make_unique<RX_Wildcard>(StringOps::convNIMStrToRXString(pattern), RX_Wildcard::WILD));
         } catch (const RX_Exception&) {
-            throw nimtools::UsageError("\"" + pattern + "\" is no pattern for modules");
+            throw nimtools::UsageError("\"" + pattern + "\" is not a valid module pattern");
         }
     }
-    needed |= options.severity != log::Severity_NONE ? log::Mask_SEVERITY : 0U;
-    needed |= options.modules.empty() ? 0U : log::Mask_MODULENAME;
-    needed |= options.threads.empty() ? 0U : log::Mask_THREADID;
-    needed |= options.since || options.until ? log::Mask_DATETIME : 0U;
+    requiredFields |= options.severity != log::Severity_NONE ? log::Mask_SEVERITY : 0U;
+    requiredFields |= options.modules.empty() ? 0U : log::Mask_MODULENAME;
+    requiredFields |= options.threads.empty() ? 0U : log::Mask_THREADID;
+    requiredFields |= options.since || options.until ? log::Mask_DATETIME : 0U;
 }
 
-void Filter::take(const Record& record)
+void Filter::consume(const Record& record)
 {
-    if (needed == 0) {
-        next.take(record);
-    } else if ((record.fields.present & needed) == needed) {
+    if (requiredFields == 0) {
+        next.consume(record);
+    } else if ((record.fields.present & requiredFields) == requiredFields) {
         if (passes(record.fields)) {
-            next.take(record);
+            next.consume(record);
         }
     } else if (record.hasPrefix) {
-        ++lackingCount;
+        ++missingFieldsCount;
     }
 }
 
@@ -55,23 +55,23 @@ bool Filter::passes(const Fields& fields)
            && (!options.until || fields.dateTime.when <= *options.until)
            && (options.threads.empty()
                || std::any_of(options.threads.begin(), options.threads.end(), isThread))
-           && (patterns.empty() || isModuleAskedFor(fields.module));
+           && (patterns.empty() || isModuleSelected(fields.module));
 }
 
-bool Filter::isModuleAskedFor(std::string_view module)
+bool Filter::isModuleSelected(std::string_view module)
 {
     const auto known = modules.find(module);
     if (known != modules.end()) {
         return known->second;
     }
     const std::string name(module);
-    const bool isAskedFor = std::any_of(patterns.begin(), patterns.end(), [&name](const auto& pattern) {
+    const bool isSelected = std::any_of(patterns.begin(), patterns.end(), [&name](const auto& pattern) {
         return pattern->matches(name.c_str()) != 0;
     });
-    if (modules.size() < MOST_NAMES) {
-        modules.emplace(name, isAskedFor);
+    if (modules.size() < MAX_CACHED_NAMES) {
+        modules.emplace(name, isSelected);
     }
-    return isAskedFor;
+    return isSelected;
 }
 
 }

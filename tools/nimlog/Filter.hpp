@@ -11,33 +11,33 @@
 
 namespace nimlog {
 
-/** Lets those records through that the options ask for. */
+/** Passes on the records that the options select. */
 class Filter : public RecordSink
 {
 public:
-    /** Throws UsageError for a bad pattern. */
+    /** @throws UsageError if a module pattern is invalid */
     Filter(const Options& given, RecordSink& nextSink);
 
-    void take(const Record& record) override;
+    void consume(const Record& record) override;
 
-    /** How many records were left out because they have none of the fields that were asked for. */
-    std::uint64_t lacking() const
+    /** Returns the number of records left out because they lack a field that is filtered by. */
+    std::uint64_t missingFields() const
     {
-        return lackingCount;
+        return missingFieldsCount;
     }
 
 private:
     bool passes(const Fields& fields);
-    bool isModuleAskedFor(std::string_view module);
+    bool isModuleSelected(std::string_view module);
 
     const Options& options;
     RecordSink& next;
-    /** Bits of the fields that are asked for. */
-    unsigned int needed = 0;
+    /** The fields that are filtered by, as bits of log::Mask. */
+    unsigned int requiredFields = 0;
     std::vector<std::unique_ptr<RX_Wildcard>> patterns;
-    /** What the patterns said of the names so far. */
+    /** Cached results of the patterns, by module name. */
     std::map<std::string, bool, std::less<>> modules;
-    std::uint64_t lackingCount = 0;
+    std::uint64_t missingFieldsCount = 0;
 };
 
 }

@@ -6,7 +6,7 @@ namespace nimlog {
 
 namespace {
 
-/** Which bytes stand for themselves. */
+/** The bytes that need no escape. */
 struct PlainBytes
 {
     constexpr PlainBytes()
@@ -62,13 +62,13 @@ void appendJson(std::string& to, std::string_view text)
             text.remove_prefix(1);
             continue;
         }
-        bool isGood = false;
-        const std::size_t length = nimtools::utf8Sequence(text, isGood);
-        if (isGood && nimtools::beginsWithC1(text)) {
-            // As a control character it would be a command to some terminals.
+        bool isWellFormed = false;
+        const std::size_t length = nimtools::utf8Sequence(text, isWellFormed);
+        if (isWellFormed && nimtools::beginsWithC1(text)) {
+            // Escaped, because some terminals execute it as a command.
             appendEscaped(to, text[1]);
         } else {
-            to.append(isGood ? text.substr(0, length) : "\xef\xbf\xbd");
+            to.append(isWellFormed ? text.substr(0, length) : "\xef\xbf\xbd");
         }
         text.remove_prefix(length);
     }

@@ -6,7 +6,7 @@
 
 namespace nimlog {
 
-/** Adds a text as a JSON string. What is not UTF-8 becomes U+FFFD, one for each ill-formed piece. */
+/** Appends a JSON string. Each ill-formed UTF-8 sequence is replaced by U+FFFD. */
 void appendJson(std::string& to, std::string_view text);
 
 }

@@ -25,30 +25,30 @@ using nimtools::UsageError;
 const char USAGE[] =
     "usage: nimlog [OPTION]... FILE\n"
     "\n"
-    "Reads a log and its old files FILE.0, FILE.1 and so on as one, the oldest records first; \"-\" is\n"
-    "standard input.\n"
+    "Reads the log FILE and its rotated files FILE.0, FILE.1, ... as one log, oldest records first.\n"
+    "If FILE is \"-\", reads standard input.\n"
     "\n"
-    "  -f, --follow         go on with what is written, also when the log is rotated, until SIGINT\n"
-    "  -s, --severity MIN   records of that severity and above\n"
-    "  -m, --module GLOB    records of modules that match, such as 'com.kor.*'; may be repeated\n"
-    "  -t, --thread ID      records of that thread; may be repeated\n"
-    "      --since TIME     records of that time and later\n"
-    "      --until TIME     records of that time and earlier\n"
-    "      --count BY       how many there are by severity, module, thread or hour\n"
-    "      --json           a line of JSON for each record\n"
+    "  -f, --follow         wait for new records, also across rotations, until SIGINT\n"
+    "  -s, --severity MIN   print records of severity MIN or higher\n"
+    "  -m, --module GLOB    print records of matching modules, such as 'com.kor.*'; may be repeated\n"
+    "  -t, --thread ID      print records of the thread; may be repeated\n"
+    "      --since TIME     print records of TIME or later\n"
+    "      --until TIME     print records of TIME or earlier\n"
+    "      --count BY       print the number of records by severity, module, thread or hour\n"
+    "      --json           print each record as one line of JSON\n"
     "      --unescape       undo the escapes of a log that escapes control characters\n"
-    "      --color WHEN     severities in colour: auto (on a terminal), always or never\n"
-    "      --mask MASK      the fields of the prefix, until the log tells: such as\n"
-    "                       DATETIME,MODULENAME,SEVERITY or 0x85 (default ALL)\n"
-    "      --config FILE    the same, from the properties file that configures the log\n"
-    "  -h, --help           show this text\n"
-    "  -V, --version        show the version\n"
+    "      --color WHEN     colour severities: auto (on a terminal), always or never\n"
+    "      --mask MASK      fields of records before the first stream header, for example\n"
+    "                       DATETIME,MODULENAME,SEVERITY or 0x85 (default: ALL)\n"
+    "      --config FILE    read the mask from the properties file that configures the log\n"
+    "  -h, --help           print this help\n"
+    "  -V, --version        print the version\n"
     "\n"
-    "A TIME is 2026-11-14, 2026-11-14T15:05:20 or 15:05, each in UTC or with a zone such as +01:00\n"
-    "behind seconds; @SECONDS since 1970; or a time ago such as 90s, 10m, 2h or 7d.\n"
+    "TIME is 2026-11-14, 2026-11-14T15:05:20 or 15:05, in UTC unless a zone such as +01:00 follows the\n"
+    "seconds; @SECONDS since 1970; or a time ago, such as 90s, 10m, 2h or 7d.\n"
     "\n"
-    "Exit status: 0; 1 when no record has a prefix of these fields; 2 for a bad command line or a file\n"
-    "that cannot be read.\n";
+    "Exit status: 0 if all is well; 1 if no line starts with the expected fields; 2 if the command line is\n"
+    "invalid or a file cannot be read.\n";
 
 namespace {
 
@@ -60,14 +60,14 @@ int severityOf(const std::string& name)
         return log::getSeverityId(upper);
     } catch (const std::out_of_range&) {
         throw UsageError("\"" + name
-                         + "\" is no severity: TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR or FATAL");
+                         + "\" is not a severity: use TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR or FATAL");
     }
 }
 
 std::string threadOf(const std::string& id)
 {
     if (id.empty() || id.find_first_not_of("0123456789") != std::string::npos) {
-        throw UsageError("\"" + id + "\" is no thread's number");
+        throw UsageError("\"" + id + "\" is not a thread ID");
     }
     return id;
 }
@@ -86,10 +86,10 @@ CountBy countByOf(const std::string& name)
     if (name == "hour") {
         return CountBy::HOUR;
     }
-    throw UsageError("--count takes severity, module, thread or hour, not \"" + name + "\"");
+    throw UsageError("--count requires severity, module, thread or hour, not \"" + name + "\"");
 }
 
-/** What the properties file of a server sets; ALL if that is nothing. */
+/** Returns the mask set in a server's properties file, or ALL if the file sets none. */
 unsigned int maskOfConfiguration(const std::string& path)
 {
     namespace io = com::kor::dal::nim::io;
@@ -110,10 +110,10 @@ unsigned int maskOfConfiguration(const std::string& path)
     }
 }
 
-/** The value of a variable, empty for none. */
+/** Returns the value of an environment variable, or an empty string. */
 std::string environment(const char* variable)
 {
-    const char* const value = std::getenv(variable); // NOLINT(concurrency-mt-unsafe): there is one thread
+    const char* const value = std::getenv(variable); // NOLINT(concurrency-mt-unsafe): single-threaded
     return value != nullptr ? value : "";
 }
 
@@ -123,7 +123,7 @@ bool colorOf(const std::string& when)
         return when == "always";
     }
     if (when != "auto") {
-        throw UsageError("--color takes auto, always or never, not \"" + when + "\"");
+        throw UsageError("--color requires auto, always or never, not \"" + when + "\"");
     }
     return isatty(STDOUT_FILENO) == 1 && environment("NO_COLOR").empty() && !environment("TERM").empty()
            && environment("TERM") != "dumb";
@@ -201,12 +201,12 @@ Options Options::parse(int argc, char** argv)
     }
     const std::vector<std::string> operands = line.operands();
     if (operands.size() != 1) {
-        throw UsageError(operands.empty() ? "a FILE is needed"
-                                          : "one FILE is all; old files are found by its name");
+        throw UsageError(operands.empty() ? "expected a FILE"
+                                          : "expected one FILE; its rotated files are found by name");
     }
     options.path = operands[0];
     if (options.follow && options.path == nimtools::STANDARD_INPUT) {
-        throw UsageError("--follow needs a file: standard input is read to its end as it comes");
+        throw UsageError("--follow requires a file: standard input is always read until it ends");
     }
     return options;
 }

@@ -8,14 +8,14 @@
 
 namespace nimlog {
 
-/** What the records are counted by. */
+/** The field that records are counted by. */
 enum class CountBy { NOTHING, SEVERITY, MODULE, THREAD, HOUR };
 
 /** The command line. */
 struct Options
 {
     std::string path;
-    /** Bits of log::Mask: the fields of records ahead of the first heading. */
+    /** Fields of records before the first stream header, as bits of log::Mask. */
     unsigned int mask;
     int severity = 0;
     std::vector<std::string> modules;
@@ -30,7 +30,7 @@ struct Options
     bool help = false;
     bool version = false;
 
-    /** Throws UsageError. */
+    /** @throws UsageError if the command line is invalid */
     static Options parse(int argc, char** argv);
 };
 

@@ -18,8 +18,8 @@ namespace log = com::kor::dal::nim::log;
 
 namespace {
 
-/** The names of executables may have blanks in them: so many words may be one. */
-constexpr int MOST_WORDS = 8;
+/** Process names may contain spaces: maximum number of words in one. */
+constexpr int MAX_NAME_WORDS = 8;
 
 struct SeverityNames
 {
@@ -33,7 +33,7 @@ struct SeverityNames
     std::array<std::string, log::Severity_COUNT> names;
 };
 
-/** The end of the word that begins at `pos`; `pos` itself if there is none. */
+/** Returns the end of the word that starts at `pos`, or `pos` if there is none. */
 std::size_t wordEnd(std::string_view line, std::size_t pos)
 {
     return std::min(line.find(' ', pos), line.size());
@@ -102,30 +102,30 @@ std::size_t PrefixParser::readDate(std::string_view line, DateTime& into)
     return length;
 }
 
-/** Parses the fields behind the date. */
+/** Parses the fields after the date. */
 bool PrefixParser::parseFrom(std::string_view line, std::size_t pos, Fields& fields, bool isFirst) const
 {
     const auto isSelected = [this](log::Mask bit) { return (mask & bit) != 0; };
-    // Between each two fields stands a blank.
+    // Consumes the space between two fields.
     const auto begin = [&] {
         const bool fits = isFirst || (pos < line.size() && line[pos] == ' ');
         pos += isFirst ? 0 : 1;
         isFirst = false;
         return fits && pos <= line.size();
     };
-    const auto take = [&](std::size_t end, std::string_view& into, log::Mask bit) {
+    const auto consume = [&](std::size_t end, std::string_view& into, log::Mask bit) {
         into = line.substr(pos, end - pos);
         fields.present |= bit;
         pos = end;
         return !into.empty();
     };
     const auto word = [&](std::string_view& into, log::Mask bit) {
-        return !isSelected(bit) || (begin() && take(wordEnd(line, pos), into, bit));
+        return !isSelected(bit) || (begin() && consume(wordEnd(line, pos), into, bit));
     };
     const auto number = [&](std::string_view& into, log::Mask bit) {
-        return !isSelected(bit) || (begin() && take(digitsEnd(line, pos), into, bit));
+        return !isSelected(bit) || (begin() && consume(digitsEnd(line, pos), into, bit));
     };
-    const auto behindProcess = [&] {
+    const auto fieldsAfterProcess = [&] {
         return number(fields.processId, log::Mask_PROCESSID) && number(fields.thread, log::Mask_THREADID)
                && word(fields.module, log::Mask_MODULENAME) && word(fields.severityName, log::Mask_SEVERITY)
                && (!isSelected(log::Mask_SEVERITY) || readSeverity(fields.severityName, fields.severity))
@@ -137,7 +137,7 @@ bool PrefixParser::parseFrom(std::string_view line, std::size_t pos, Fields& fie
         return false;
     }
     if (!isSelected(log::Mask_PROCESSNAME)) {
-        if (!behindProcess()) {
+        if (!fieldsAfterProcess()) {
             return false;
         }
     } else {
@@ -148,13 +148,13 @@ bool PrefixParser::parseFrom(std::string_view line, std::size_t pos, Fields& fie
         std::size_t nameEnd = wordEnd(line, pos);
         for (int words = 1;; ++words) {
             pos = nameBegin;
-            if (!take(nameEnd, fields.process, log::Mask_PROCESSNAME)) {
+            if (!consume(nameEnd, fields.process, log::Mask_PROCESSNAME)) {
                 return false;
             }
-            if (behindProcess()) {
+            if (fieldsAfterProcess()) {
                 break;
             }
-            if (words == MOST_WORDS || nameEnd == line.size()) {
+            if (words == MAX_NAME_WORDS || nameEnd == line.size()) {
                 return false;
             }
             nameEnd = wordEnd(line, nameEnd + 1);
@@ -164,7 +164,7 @@ bool PrefixParser::parseFrom(std::string_view line, std::size_t pos, Fields& fie
     return true;
 }
 
-bool readShownMask(std::string_view text, unsigned int& into)
+bool readReportedMask(std::string_view text, unsigned int& into)
 {
     constexpr std::string_view BEGIN = log::SHOWN_MASK_NUMBER;
     constexpr std::string_view NAMES = log::SHOWN_MASK_NAMES;
@@ -200,8 +200,8 @@ unsigned int parseMask(const std::string& text)
             mask |= name == "ALL" ? log::Mask_ALL : log::getOutputBit(name);
         } catch (const std::out_of_range&) {
             throw nimtools::UsageError("\"" + name
-                                       + "\" is no field; a mask is NONE, ALL, a number up to 1023, or some "
-                                         "of DATETIME,SEVERITY,HOSTNAME,PROCESSNAME,PROCESSID,THREADID,"
+                                       + "\" is not a field; a mask is NONE, ALL, a number up to 1023, or a "
+                                         "list of DATETIME,SEVERITY,HOSTNAME,PROCESSNAME,PROCESSID,THREADID,"
                                          "MODULENAME,SOURCEFILE,LINENUMBER");
         }
     }

@@ -8,24 +8,26 @@
 
 namespace nimlog {
 
-/** Recognises lines that begin with a prefix of certain fields. */
+/** Parses prefixes that consist of given fields. */
 class PrefixParser
 {
 public:
-    /** @param fieldMask   bits of log::Mask
-     *  @param prefixEnd   what stands behind the last field */
+    /**
+     * @param fieldMask bits of log::Mask
+     * @param prefixEnd the text after the last field
+     */
     PrefixParser(unsigned int fieldMask, std::string_view prefixEnd);
 
-    /** A new mask for the lines that come now. */
+    /** Sets the mask for the lines that follow. */
     void setMask(unsigned int fieldMask)
     {
         mask = fieldMask;
     }
 
-    /** Whether a prefix begins with a date, which text hardly contains by chance. */
+    /** Returns true if prefixes start with a date, which other text rarely contains. */
     bool hasDate() const;
 
-    /** Whether the line begins with such a prefix; only then are the fields to be looked at. */
+    /** Returns true if the line starts with a prefix. Otherwise, the content of `fields` is unspecified. */
     bool parse(std::string_view line, Fields& fields);
 
 private:
@@ -34,15 +36,18 @@ private:
 
     unsigned int mask;
     const std::string_view terminator;
-    /** The date of the line before: most have the same. */
+    /** The date of the previous line, cached because most lines have the same date as the previous one. */
     std::string lastText;
     DateTime lastDate = {};
 };
 
-/** The mask in "0x14 [SEVERITY,PROCESSNAME]", as the log itself writes it; false if that is none. */
-bool readShownMask(std::string_view text, unsigned int& into);
+/** Reads a mask as the log writes it, as in "0x14 [SEVERITY,PROCESSNAME]". Returns false if it is none. */
+bool readReportedMask(std::string_view text, unsigned int& into);
 
-/** A mask as a user writes it: names with commas or blanks between them, or a number. Throws UsageError. */
+/**
+ * Parses a mask of the user: names separated by commas or spaces, or a number.
+ * @throws UsageError if it is invalid
+ */
 unsigned int parseMask(const std::string& text);
 
 }

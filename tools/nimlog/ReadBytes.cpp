@@ -14,18 +14,18 @@ void ReadBytes::clear()
 
 void ReadBytes::add(std::string_view bytes)
 {
-    first.append(bytes.substr(0, KEPT - first.size()));
-    bytes.remove_prefix(bytes.size() - std::min(bytes.size(), KEPT));
-    last.erase(0, last.size() - std::min(last.size(), KEPT - bytes.size()));
+    first.append(bytes.substr(0, KEPT_BYTES - first.size()));
+    bytes.remove_prefix(bytes.size() - std::min(bytes.size(), KEPT_BYTES));
+    last.erase(0, last.size() - std::min(last.size(), KEPT_BYTES - bytes.size()));
     last.append(bytes);
 }
 
-bool ReadBytes::areIn(int descriptor, off_t position) const
+bool ReadBytes::matchFile(int descriptor, off_t position) const
 {
     const auto isAt = [descriptor](std::string_view bytes, off_t begin) {
-        std::array<char, KEPT> found;
+        std::array<char, KEPT_BYTES> found;
         const ssize_t count = pread(descriptor, found.data(), bytes.size(), begin);
-        // A file that cannot be read now may still be the same.
+        // If the file cannot be read, nothing indicates a change.
         return count == -1 || bytes == std::string_view(found.data(), static_cast<std::size_t>(count));
     };
     return isAt(first, 0) && isAt(last, position - static_cast<off_t>(last.size()));

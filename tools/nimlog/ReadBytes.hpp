@@ -8,21 +8,22 @@
 namespace nimlog {
 
 /**
- * The first and the last bytes that were read from a file. If the file no longer contains them at their
- * places, it was truncated and refilled, however long it is by now.
+ * The first and the last bytes that were read from a file. If the file no longer contains them at the same
+ * offsets, it was truncated and refilled, even if it is longer than before.
  */
 class ReadBytes
 {
 public:
-    /** Starts with another file, or with the same one from its beginning. */
+    /** Starts with another file, or at the beginning of the same one. */
     void clear();
     /** Adds bytes that were read, in order. */
     void add(std::string_view bytes);
-    /** Whether the file still contains the bytes; `position` is the end of those that were read. */
-    bool areIn(int descriptor, off_t position) const;
+    /** Returns true if the file still contains the bytes. `position` is the offset up to which it was read.
+     */
+    bool matchFile(int descriptor, off_t position) const;
 
 private:
-    static constexpr std::size_t KEPT = 1024;
+    static constexpr std::size_t KEPT_BYTES = 1024;
 
     std::string first;
     std::string last;

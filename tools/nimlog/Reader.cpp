@@ -14,39 +14,39 @@ namespace nimlog {
 
 namespace {
 
-constexpr std::size_t PIECE = 256UL * 1024;
+constexpr std::size_t CHUNK = 256UL * 1024;
 
-/** A record is taken for complete when nothing has followed it for so long. */
-constexpr std::chrono::milliseconds QUIET(100);
-/** Nothing is waiting for the time to pass. */
-constexpr std::chrono::milliseconds LONG(10000);
+/** A record is considered complete if nothing follows it for this time. */
+constexpr std::chrono::milliseconds IDLE_TIME(100);
+/** Maximum wait if no record is pending. */
+constexpr std::chrono::milliseconds MAX_WAIT(10000);
 
 }
 
 Reader::Reader(const std::string& logPath, RecordSplitter& recordSplitter,
-               std::function<void(const std::string&)> complaints)
-    : path(logPath), splitter(recordSplitter), complain(std::move(complaints)), files(logPath, complain)
+               std::function<void(const std::string&)> warnings)
+    : path(logPath), splitter(recordSplitter), warn(std::move(warnings)), files(logPath, warn)
 {
 }
 
 void Reader::readAll(const std::function<void()>& idle)
 {
-    files.look();
+    files.scan();
     if (!files.hasNext()) {
         errno = ENOENT;
         throw nimtools::cannotRead(path);
     }
-    while (goOn()) {
+    while (nextFile()) {
         do {
-            awaitPiece(idle);
-        } while (readPiece());
+            waitForInput(idle);
+        } while (readChunk());
         endFile();
     }
     splitter.flush();
 }
 
-/** Goes on to the next file; returns false if there is none. */
-bool Reader::goOn()
+/** Advances to the next file. Returns false if there is none. */
+bool Reader::nextFile()
 {
     readBytes.clear();
     return files.next();
@@ -65,23 +65,23 @@ void Reader::watchLeading()
     }
 }
 
-/** Somebody may be waiting for what a pipe has brought so far. */
-void Reader::awaitPiece(const std::function<void()>& idle)
+/** Flushes the output if standard input is idle: a reader may be waiting for it. */
+void Reader::waitForInput(const std::function<void()>& idle)
 {
-    pollfd waited = {STDIN_FILENO, POLLIN, 0};
-    if (path == nimtools::STANDARD_INPUT && poll(&waited, 1, static_cast<int>(QUIET.count())) == 0) {
+    pollfd polled = {STDIN_FILENO, POLLIN, 0};
+    if (path == nimtools::STANDARD_INPUT && poll(&polled, 1, static_cast<int>(IDLE_TIME.count())) == 0) {
         splitter.flush();
         idle();
     }
 }
 
-/** False at the end of the file. */
-bool Reader::readPiece()
+/** Returns false at the end of the file. */
+bool Reader::readChunk()
 {
-    char* const room = splitter.prepare(PIECE);
+    char* const room = splitter.prepare(CHUNK);
     ssize_t count;
     do {
-        count = read(files.current(), room, PIECE);
+        count = read(files.current(), room, CHUNK);
     } while (count == -1 && errno == EINTR);
     if (count == -1) {
         throw nimtools::cannotRead(files.currentName());
@@ -93,20 +93,20 @@ bool Reader::readPiece()
 }
 
 /**
- * The file in hand is complete when another one stands under the name of the log, since the log closes a
- * file before it moves it: what it has then is read before the next one is begun.
+ * The log closes a file before it renames it. So if the name of the log refers to another file, the current
+ * one is complete; the rest of it is read before the next file.
  */
 void Reader::follow(const std::function<void()>& idle)
 {
     Changes changes(path);
     bool isComplete = false;
-    bool toldOfMissed = false;
-    auto lastPiece = std::chrono::steady_clock::now();
-    files.look();
-    goOn();
+    bool hasWarned = false;
+    auto lastChunk = std::chrono::steady_clock::now();
+    files.scan();
+    nextFile();
     while (!changes.isStopped()) {
-        if (files.hasCurrent() && readPiece()) {
-            lastPiece = std::chrono::steady_clock::now();
+        if (files.hasCurrent() && readChunk()) {
+            lastChunk = std::chrono::steady_clock::now();
             continue;
         }
         if (isComplete || !files.hasCurrent()) {
@@ -114,28 +114,28 @@ void Reader::follow(const std::function<void()>& idle)
                 endFile();
             }
             isComplete = false;
-            if (goOn()) {
+            if (nextFile()) {
                 continue;
             }
         }
         if (!files.hasNext() && (!files.hasCurrent() || isReplaced())) {
-            files.look();
+            files.scan();
         }
         if (files.hasNext()) {
             isComplete = true;
-            if (files.mayHaveMissed() && !toldOfMissed) {
-                toldOfMissed = true;
-                complain(path + ": a file was removed before a newer one was found; records may be missing");
+            if (files.mayHaveMissed() && !hasWarned) {
+                hasWarned = true;
+                warn(path + ": a file was deleted before a newer one was found; records may be missing");
             }
             continue;
         }
-        const auto quiet = std::chrono::steady_clock::now() - lastPiece;
-        if (splitter.isWaiting() && quiet >= QUIET) {
+        const auto quiet = std::chrono::steady_clock::now() - lastChunk;
+        if (splitter.hasPending() && quiet >= IDLE_TIME) {
             splitter.flush();
         }
         idle();
-        changes.wait(splitter.isWaiting() ? QUIET : LONG);
-        startAgainIfCut();
+        changes.wait(splitter.hasPending() ? IDLE_TIME : MAX_WAIT);
+        restartIfTruncated();
     }
     if (files.hasCurrent()) {
         endFile();
@@ -143,29 +143,29 @@ void Reader::follow(const std::function<void()>& idle)
     splitter.flush();
 }
 
-/** Whether the name of the log stands for another file than that in hand. */
+/** Returns true if the name of the log refers to another file than the current one. */
 bool Reader::isReplaced() const
 {
     struct stat named = {};
-    struct stat inHand = {};
+    struct stat current = {};
     if (path == nimtools::STANDARD_INPUT || stat(path.c_str(), &named) == -1
-        || fstat(files.current(), &inHand) == -1) {
+        || fstat(files.current(), &current) == -1) {
         return false;
     }
-    return named.st_dev != inHand.st_dev || named.st_ino != inHand.st_ino;
+    return named.st_dev != current.st_dev || named.st_ino != current.st_ino;
 }
 
 /**
- * Another program may have truncated the file; the log itself does not. It may also have refilled it by now,
- * so this must come before the next bytes are read.
+ * Detects whether another program has truncated the file, and possibly refilled it. Must be called before the
+ * next bytes are read. The log itself never truncates a file.
  */
-void Reader::startAgainIfCut()
+void Reader::restartIfTruncated()
 {
     struct stat status = {};
     const off_t at = files.hasCurrent() ? lseek(files.current(), 0, SEEK_CUR) : -1;
     if (at > 0 && fstat(files.current(), &status) == 0 && S_ISREG(status.st_mode)
-        && (status.st_size < at || !readBytes.areIn(files.current(), at))) {
-        complain(files.currentName() + ": the file was cut; reading it from its beginning");
+        && (status.st_size < at || !readBytes.matchFile(files.current(), at))) {
+        warn(files.currentName() + ": the file was truncated; reading it from the beginning");
         endFile();
         readBytes.clear();
         lseek(files.current(), 0, SEEK_SET);

@@ -10,43 +10,44 @@
 
 namespace nimlog {
 
-/** Reads the files of a log into a splitter, one after the other, to the end or as they grow. */
+/** Reads the files of a log into a splitter, in order, to the end or as they grow. */
 class Reader
 {
 public:
-    /** @param complaints takes what the user ought to know */
+    /** @param warnings called with messages for the user */
     Reader(const std::string& logPath, RecordSplitter& recordSplitter,
-           std::function<void(const std::string&)> complaints);
+           std::function<void(const std::string&)> warnings);
 
     /**
-     * Reads what there is. Throws Failure, also when there is no such log.
-     * @param idle is called when nothing comes from standard input for a while
+     * Reads all files to their end.
+     * @param idle called if standard input brings nothing for a while
+     * @throws Failure if there is no such log, or a file cannot be read
      */
     void readAll(const std::function<void()>& idle);
 
-    /** Reads what there is and what comes, until a signal. `idle` as above. */
+    /** Reads all files, then follows the log until a signal arrives. `idle` is called before each wait. */
     void follow(const std::function<void()>& idle);
 
-    /** The file with the first line in front of all records; empty if there is none. */
+    /** Returns the name of the file that contains the first line before any record, or an empty string. */
     const std::string& leadingFile() const
     {
         return leading;
     }
 
 private:
-    bool goOn();
-    bool readPiece();
+    bool nextFile();
+    bool readChunk();
     void endFile();
     void watchLeading();
-    void awaitPiece(const std::function<void()>& idle);
+    void waitForInput(const std::function<void()>& idle);
     bool isReplaced() const;
-    void startAgainIfCut();
+    void restartIfTruncated();
 
     const std::string path;
     RecordSplitter& splitter;
-    const std::function<void(const std::string&)> complain;
+    const std::function<void(const std::string&)> warn;
     RotatedFiles files;
-    /** Of the current file. */
+    /** Bytes of the current file. */
     ReadBytes readBytes;
     std::string leading;
 };

@@ -13,10 +13,10 @@ namespace log = com::kor::dal::nim::log;
 
 namespace {
 
-/** A record is no longer than this: what follows is a record of its own, without a prefix. */
-constexpr std::size_t LONGEST_RECORD = 16UL * 1024 * 1024;
+/** Maximum size of a record in bytes. The rest becomes a record of its own, without a prefix. */
+constexpr std::size_t MAX_RECORD_SIZE = 16UL * 1024 * 1024;
 
-/** What a log writes for a line break if it escapes control characters. */
+/** How a log writes a line break if it escapes control characters. */
 constexpr std::string_view ESCAPED_NEWLINE = "\\n";
 
 constexpr std::string_view HEADER_LABEL = log::STREAM_HEADER_OUTPUT_MASK;
@@ -34,7 +34,7 @@ bool endsWith(std::string_view text, std::string_view end)
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-/** Moves the views with the buffer that they are into. */
+/** Adjusts the views to a moved buffer. */
 void move(Fields& fields, const char* from, const char* to)
 {
     forEachView(fields, [=](std::string_view& view) {
@@ -42,8 +42,8 @@ void move(Fields& fields, const char* from, const char* to)
     });
 }
 
-/** Finds the text after a line break and a label, in a record whose line breaks are escaped; null if there is
- * none. */
+/** Returns the text after an escaped line break and a label, or a null view if the record has no such label.
+ */
 std::string_view behindEscaped(std::string_view line, std::string_view label)
 {
     for (std::size_t at = 0; (at = line.find(ESCAPED_NEWLINE, at)) != std::string_view::npos; ++at) {
@@ -55,7 +55,7 @@ std::string_view behindEscaped(std::string_view line, std::string_view label)
     return {};
 }
 
-/** Whether the line ends with the title, or the rest of the record follows with its line breaks escaped. */
+/** Returns true if the line ends with the title, or if the title is followed by an escaped line break. */
 bool hasTitle(std::string_view line, std::string_view title)
 {
     const std::size_t at = line.find(title);
@@ -74,7 +74,7 @@ RecordSplitter::RecordSplitter(unsigned int mask, RecordSink& recordSink)
 
 char* RecordSplitter::prepare(std::size_t size)
 {
-    // What has been handed on goes; the record in hand stays in one piece.
+    // Discards the bytes of records that were emitted; the pending record stays contiguous.
     const std::size_t kept = hasRecord ? recordBegin : lineBegin;
     std::vector<char> larger;
     char* target = buffer.data();
@@ -112,43 +112,43 @@ void RecordSplitter::scan()
         const void* const found = std::memchr(buffer.data() + searched, '\n', filled - searched);
         if (found == nullptr) {
             searched = filled;
-            if (filled - lineBegin > LONGEST_RECORD) {
-                takeLine(bytes(lineBegin, filled));
+            if (filled - lineBegin > MAX_RECORD_SIZE) {
+                processLine(bytes(lineBegin, filled));
                 lineBegin = filled;
                 emit(filled);
             }
             return;
         }
         const auto end = static_cast<std::size_t>(static_cast<const char*>(found) - buffer.data());
-        takeLine(bytes(lineBegin, end));
+        processLine(bytes(lineBegin, end));
         lineBegin = searched = end + 1;
     }
 }
 
-/** A line may hold several records: each but the last was torn off before its newline. */
-void RecordSplitter::takeLine(std::string_view line)
+/** A line may contain several records, if the previous ones were cut off before their newlines. */
+void RecordSplitter::processLine(std::string_view line)
 {
     std::size_t begin = lineBegin;
     Prefix outer;
     parse(line, outer);
-    for (std::size_t inside; (inside = findInside(line, outer)) != std::string_view::npos;) {
-        // A prefix that reaches into the next record was none: it took the fields of that for its own.
+    for (std::size_t inside; (inside = findEmbedded(line, outer)) != std::string_view::npos;) {
+        // A prefix that extends into the next record is not one: it includes fields of that record.
         outer.isFound = outer.isFound && outer.fields.length <= inside;
-        takePart(begin, line.substr(0, inside), outer);
+        processPart(begin, line.substr(0, inside), outer);
         begin += inside;
         line.remove_prefix(inside);
         outer = inner;
     }
-    takePart(begin, line, outer);
+    processPart(begin, line, outer);
 }
 
-void RecordSplitter::takePart(std::size_t begin, std::string_view part, const Prefix& found)
+void RecordSplitter::processPart(std::size_t begin, std::string_view part, const Prefix& found)
 {
     if (found.isFound) {
         beginRecord(begin, found.fields, true);
         inHeading = found.isHeading;
         unsigned int mask = 0;
-        if (inHeading && readShownMask(behindEscaped(part, HEADER_LABEL), mask)) {
+        if (inHeading && readReportedMask(behindEscaped(part, HEADER_LABEL), mask)) {
             prefix.setMask(mask);
         }
     } else {
@@ -159,7 +159,7 @@ void RecordSplitter::takePart(std::size_t begin, std::string_view part, const Pr
 
 void RecordSplitter::parse(std::string_view line, Prefix& into)
 {
-    // The prefix of a heading ends in another way than that of a record.
+    // The prefix of a stream header has another terminator than that of a record.
     into.isHeading = false;
     into.isFound = prefix.parse(line, into.fields);
     if (!into.isFound && hasTitle(line, log::STREAM_HEADER_TITLE)) {
@@ -167,22 +167,22 @@ void RecordSplitter::parse(std::string_view line, Prefix& into)
     }
 }
 
-/** Finds the first record that begins inside a line, and its prefix; npos if there is none. */
-std::size_t RecordSplitter::findInside(std::string_view line, const Prefix& outer)
+/** Returns the position of the first record inside a line, or npos. Stores its prefix in `inner`. */
+std::size_t RecordSplitter::findEmbedded(std::string_view line, const Prefix& outer)
 {
     if (!prefix.hasDate() && !hasTitle(line, log::STREAM_HEADER_TITLE)) {
         return std::string_view::npos;
     }
-    // The name of a process may contain blanks, and so may have swallowed the date of the next record.
+    // A process name can contain spaces, and may therefore include the date of the next record.
     const bool isWholePrefix = outer.isFound
                                && ((outer.fields.present & log::Mask_PROCESSNAME) == 0
                                    || outer.fields.process.find(':') == std::string_view::npos);
     std::size_t from = isWholePrefix ? outer.fields.length : 1;
     for (std::size_t at; (at = findDateTime(line, from)) != std::string_view::npos; from = at + 1) {
         parse(line.substr(at), inner);
-        // A prefix without a date would begin anywhere.
+        // Without a date, almost any text would match.
         if (inner.isFound && (inner.isHeading || prefix.hasDate())
-            && isBehindFragment(line.substr(0, at), outer)) {
+            && followsFragment(line.substr(0, at), outer)) {
             return at;
         }
     }
@@ -190,10 +190,11 @@ std::size_t RecordSplitter::findInside(std::string_view line, const Prefix& oute
 }
 
 /**
- * Whether the text in front of a prefix is a fragment, and not the text of a record that quotes another
- * one. A quotation is older than what quotes it. Of the same second, it follows a blank or punctuation.
+ * Returns true if the text in front of a prefix is a fragment of a record, rather than the text of a record
+ * that quotes another one. A quoted record is older than the one that quotes it. If both have the same
+ * second, a quotation follows white space or punctuation.
  */
-bool RecordSplitter::isBehindFragment(std::string_view fragment, const Prefix& outer) const
+bool RecordSplitter::followsFragment(std::string_view fragment, const Prefix& outer) const
 {
     const bool isInsidePrefix = outer.isFound && fragment.size() < outer.fields.length;
     const bool isOfRecord = outer.isFound || (hasRecord && record.hasPrefix);
@@ -211,46 +212,49 @@ bool RecordSplitter::isBehindFragment(std::string_view fragment, const Prefix& o
     return std::string_view(" \t\"'`([{<>|:=,;").find(fragment.back()) == std::string_view::npos;
 }
 
-/** A line without a prefix belongs to the record before it, if there is one that may have more lines. */
+/** Appends a line without a prefix to the pending record, if that may have more lines. */
 void RecordSplitter::continueRecord(std::size_t begin, std::string_view line)
 {
-    const bool isTooLong = hasRecord && begin - recordBegin > LONGEST_RECORD;
-    const bool isReported = report != NO_REPORT && begin - reportBegin < LONGEST_RECORD;
+    const bool isTooLong = hasRecord && begin - recordBegin > MAX_RECORD_SIZE;
+    const bool isReported = report != NO_REPORT && begin - reportBegin < MAX_RECORD_SIZE;
     if (!hasRecord || isTooLong || (!record.hasPrefix && !isReported)) {
         beginRecord(begin, Fields(), false);
     }
     unsigned int mask = 0;
     if (inHeading && beginsWith(line, HEADER_LABEL)
-        && readShownMask(line.substr(HEADER_LABEL.size()), mask)) {
+        && readReportedMask(line.substr(HEADER_LABEL.size()), mask)) {
         prefix.setMask(mask);
     }
 }
 
-/** The title of the report, the old mask and the new mask are three lines. */
+/** Follows a report of a changed mask: its title, the old mask and the new mask are on three lines. */
 void RecordSplitter::watchReport(std::size_t begin, std::string_view line)
 {
     unsigned int mask = 0;
     if (endsWith(line, REPORT_TITLE)) {
-        report = BEHIND_TITLE;
+        report = AFTER_TITLE;
         reportBegin = begin;
     } else if (line.size() > REPORT_TITLE.size() && endsWith(line, "]") && hasTitle(line, REPORT_TITLE)) {
         reportBegin = begin;
-        if (readShownMask(behindEscaped(line, REPORT_NEW), mask)) {
+        if (readReportedMask(behindEscaped(line, REPORT_NEW), mask)) {
             changeMask(mask);
         }
         report = NO_REPORT;
-    } else if (report == BEHIND_TITLE && beginsWith(line, REPORT_OLD)) {
-        report = BEHIND_OLD;
+    } else if (report == AFTER_TITLE && beginsWith(line, REPORT_OLD)) {
+        report = AFTER_OLD;
     } else {
-        if (report == BEHIND_OLD && beginsWith(line, REPORT_NEW)
-            && readShownMask(line.substr(REPORT_NEW.size()), mask)) {
+        if (report == AFTER_OLD && beginsWith(line, REPORT_NEW)
+            && readReportedMask(line.substr(REPORT_NEW.size()), mask)) {
             changeMask(mask);
         }
         report = NO_REPORT;
     }
 }
 
-/** The report is of the new mask: where it looked like a part of the record before it, it begins here. */
+/**
+ * The report itself is written with the new mask, so it may have been taken for a part of the previous
+ * record.
+ */
 void RecordSplitter::changeMask(unsigned int mask)
 {
     prefix.setMask(mask);
@@ -278,7 +282,7 @@ void RecordSplitter::beginRecord(std::size_t begin, const Fields& fields, bool h
     inHeading = false;
 }
 
-/** Hands on the record in hand, which ends there. */
+/** Passes the pending record on; it ends at `end`. */
 void RecordSplitter::emit(std::size_t end)
 {
     record.whole = bytes(recordBegin, end);
@@ -292,7 +296,7 @@ void RecordSplitter::emit(std::size_t end)
     } else if (recognisedCount == 0) {
         ++leadingCount;
     }
-    sink.take(record);
+    sink.consume(record);
 }
 
 void RecordSplitter::endFile()

@@ -8,63 +8,64 @@
 
 namespace nimlog {
 
-/** Takes the records of a log, one after the other. */
+/** Receives the records of a log in order. */
 class RecordSink
 {
 public:
     virtual ~RecordSink() = default;
-    /** The record's views are valid during the call. */
-    virtual void take(const Record& record) = 0;
+    /** The views in the record are valid during the call only. */
+    virtual void consume(const Record& record) = 0;
 };
 
 /**
- * Makes records of bytes. A record is a line with a prefix and the lines behind it that have none.
+ * Splits a log into records. A record is a line with a prefix, and the following lines without one.
  *
- * A record also begins inside a line, after a fragment whose writer was killed or found no room, if a
- * prefix with a date follows and does not look like a quotation. See isBehindFragment().
+ * A record can also start inside a line, after a fragment whose writer was killed or whose disk was full. It
+ * is recognised if its prefix has a date, and if it does not look like a quotation; see followsFragment().
  *
- * Which fields there are is learnt from the log: the heading of a new output names the mask, and so does
- * the report of its change, whose own prefix is of the new one already.
+ * The mask of fields is read from the log itself: from each stream header, and from reports of a changed
+ * mask, which are themselves written with the new mask.
  */
 class RecordSplitter
 {
 public:
     RecordSplitter(unsigned int mask, RecordSink& recordSink);
 
-    /** Room for that many bytes, to be followed by commit() with the number that came. */
+    /** Returns space for `size` bytes. The caller must call commit() with the number of bytes stored. */
     char* prepare(std::size_t size);
     void commit(std::size_t size);
 
-    /** A file has ended: so has its last line, with a newline or not. */
+    /** Ends the file: a last line without a newline is complete. */
     void endFile();
-    /** Nothing more is coming: hands on what waits for its continuation. */
+    /** Emits the pending record without waiting for further lines. */
     void flush();
-    /** Whether there are lines that wait for what follows them. */
-    bool isWaiting() const
+    /** Returns true if a record is pending, because more of its lines may follow. */
+    bool hasPending() const
     {
         return hasRecord;
     }
 
-    /** How many records had a prefix, and how many lines stood ahead of the first of them. */
+    /** Returns the number of records with a prefix. */
     std::uint64_t recognised() const
     {
         return recognisedCount;
     }
+    /** Returns the number of lines before the first of these records. */
     std::uint64_t leading() const
     {
         return leadingCount;
     }
-    /** Whether there are such lines, also if the last of them waits for what follows it. */
+    /** Returns true if there are lines before the first record with a prefix, including a pending one. */
     bool hasLeading() const
     {
         return leadingCount != 0 || (recognisedCount == 0 && hasRecord && !record.hasPrefix);
     }
 
 private:
-    /** How far a report of a changed mask has come. */
-    enum ReportState { NO_REPORT, BEHIND_TITLE, BEHIND_OLD };
+    /** Which lines of a report of a changed mask have been read. */
+    enum ReportState { NO_REPORT, AFTER_TITLE, AFTER_OLD };
 
-    /** A prefix that was found, or none. */
+    /** The result of searching for a prefix. */
     struct Prefix
     {
         bool isFound = false;
@@ -73,11 +74,11 @@ private:
     };
 
     void scan();
-    void takeLine(std::string_view line);
-    void takePart(std::size_t begin, std::string_view part, const Prefix& found);
+    void processLine(std::string_view line);
+    void processPart(std::size_t begin, std::string_view part, const Prefix& found);
     void parse(std::string_view line, Prefix& into);
-    std::size_t findInside(std::string_view line, const Prefix& outer);
-    bool isBehindFragment(std::string_view fragment, const Prefix& outer) const;
+    std::size_t findEmbedded(std::string_view line, const Prefix& outer);
+    bool followsFragment(std::string_view fragment, const Prefix& outer) const;
     void continueRecord(std::size_t begin, std::string_view line);
     void watchReport(std::size_t begin, std::string_view line);
     void changeMask(unsigned int mask);
@@ -88,20 +89,20 @@ private:
         return {buffer.data() + begin, end - begin};
     }
 
-    /** What findInside() has found. Not made for each line: most have nothing inside. */
+    /** Result of findEmbedded(). A member, to avoid its construction for each line. */
     Prefix inner;
     PrefixParser prefix;
     PrefixParser heading;
     RecordSink& sink;
 
-    /** Of the buffer, bytes up to `filled` count; those in front of `lineBegin` have been looked at. */
+    /** Input. Bytes up to `filled` are valid; those before `lineBegin` have been processed. */
     std::vector<char> buffer;
     std::size_t filled = 0;
     std::size_t lineBegin = 0;
-    /** Where no newline has been found yet, from `lineBegin` on. */
+    /** Position up to which there is no newline after `lineBegin`. */
     std::size_t searched = 0;
 
-    /** The record that waits for its end. */
+    /** Whether a record is pending, which `record` and `recordBegin` describe. */
     bool hasRecord = false;
     std::size_t recordBegin = 0;
     Record record = {};

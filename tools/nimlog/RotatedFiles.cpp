@@ -16,11 +16,11 @@ namespace nimlog {
 
 namespace {
 
-/** How often the oldest file is looked for anew because files have moved. */
-constexpr int MOST_ATTEMPTS = 1000;
+/** Maximum number of attempts to find the oldest file while files are renamed. */
+constexpr int MAX_ATTEMPTS = 1000;
 
-/** There may be many old files. */
-void raiseOpenFiles()
+/** Raises the limit of open files: all rotated files may be open. */
+void raiseOpenFileLimit()
 {
     rlimit limit = {};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
@@ -42,35 +42,35 @@ bool contains(const Files& files, dev_t device, ino_t inode)
 RotatedFiles::RotatedFiles(const std::string& logPath, std::function<void(const std::string&)> warnings)
     : path(logPath), warn(std::move(warnings))
 {
-    raiseOpenFiles();
+    raiseOpenFileLimit();
 }
 
-void RotatedFiles::look()
+void RotatedFiles::scan()
 {
     if (path == nimtools::STANDARD_INPUT) {
         if (seen.empty()) {
-            waiting.push_back({nimtools::Descriptor(STDIN_FILENO), 0, 0, 0});
+            pending.push_back({nimtools::Descriptor(STDIN_FILENO), 0, 0, 0});
         }
         return;
     }
     while (addNewer()) {
     }
-    forgetRemoved();
+    closeRemoved();
 }
 
 bool RotatedFiles::addNewer()
 {
-    bool isGone = false;
+    bool wasRemoved = false;
     const auto isAdded = [&](File& file, Outcome& outcome) {
-        outcome = addNextTo(file);
-        missed = missed || (outcome == ADDED && isGone);
-        isGone = isGone || outcome == GONE;
-        return outcome != GONE;
+        outcome = addSuccessorOf(file);
+        missed = missed || (outcome == ADDED && wasRemoved);
+        wasRemoved = wasRemoved || outcome == REMOVED;
+        return outcome != REMOVED;
     };
-    Outcome outcome = GONE;
-    // By index: what is added moves the others.
-    for (std::size_t left = waiting.size(); left > 0; --left) {
-        if (isAdded(waiting[left - 1], outcome)) {
+    Outcome outcome = REMOVED;
+    // By index, because adding a file invalidates references.
+    for (std::size_t left = pending.size(); left > 0; --left) {
+        if (isAdded(pending[left - 1], outcome)) {
             return outcome == ADDED;
         }
     }
@@ -82,76 +82,79 @@ bool RotatedFiles::addNewer()
     return addOldest();
 }
 
-/** When nothing is there that is known: begins with the oldest. */
+/** Adds the oldest file, if no known file exists any more. */
 bool RotatedFiles::addOldest()
 {
     for (int attempt = 0;; ++attempt) {
-        const std::set<Place> taken = places();
-        File file = openAt(*taken.rbegin());
-        for (auto place = taken.rbegin(); !file.descriptor && place != taken.rend(); ++place) {
-            file = openAt(*place);
+        const std::set<Index> existing = indexes();
+        File file = openAt(*existing.rbegin());
+        for (auto index = existing.rbegin(); !file.descriptor && index != existing.rend(); ++index) {
+            file = openAt(*index);
         }
         if (!file.descriptor) {
             return false;
         }
-        // It may have moved, but nothing that is older may be above it.
+        // The file may have been renamed, but no file with a higher index may exist.
         const bool isOldest =
-            locate(file) && isNothingBetween(file.place, static_cast<Place>(-1)) && isAt(file, file.place);
-        if (isOldest || attempt == MOST_ATTEMPTS) {
+            locate(file) && hasNoFileBetween(file.index, static_cast<Index>(-1)) && isAt(file, file.index);
+        if (isOldest || attempt == MAX_ATTEMPTS) {
             missed = missed || !seen.empty();
-            waiting.push_back(std::move(file));
+            pending.push_back(std::move(file));
             return true;
         }
     }
 }
 
 /**
- * Finds what was written next to a file. The log moves the oldest file first: as long as a file keeps its
- * place, the one below it has not moved either.
+ * Adds the file that was written after `file`. A rotation renames the oldest file first: as long as a file
+ * keeps its index, the one with the next lower index has not been renamed either.
  */
-RotatedFiles::Outcome RotatedFiles::addNextTo(File& file)
+RotatedFiles::Outcome RotatedFiles::addSuccessorOf(File& file)
 {
     while (locate(file)) {
-        if (file.place == 0) {
+        if (file.index == 0) {
             return NONE_NEWER;
         }
-        Place place = file.place - 1;
-        File next = openAt(place);
-        while (!next.descriptor && place != 0) {
-            // There is a gap in the numbers.
-            const std::set<Place> taken = places();
-            place = *std::prev(taken.lower_bound(place));
-            next = openAt(place);
+        Index index = file.index - 1;
+        File next = openAt(index);
+        while (!next.descriptor && index != 0) {
+            // The indexes have a gap.
+            const std::set<Index> existing = indexes();
+            index = *std::prev(existing.lower_bound(index));
+            next = openAt(index);
         }
-        if (!isNothingBetween(place, file.place) || !isAt(file, file.place)) {
+        if (!hasNoFileBetween(index, file.index) || !isAt(file, file.index)) {
             continue;
         }
         if (!next.descriptor || contains(seen, next.device, next.inode)
-            || contains(waiting, next.device, next.inode)) {
+            || contains(pending, next.device, next.inode)) {
             return NONE_NEWER;
         }
-        waiting.push_back(std::move(next));
+        pending.push_back(std::move(next));
         return ADDED;
     }
-    return GONE;
+    return REMOVED;
 }
 
-/** Looks for a file from its last place on upwards, where it cannot be overtaken; false when it is gone. */
+/**
+ * Finds a file, from its last known index upwards, since renames only increase it. Returns false if it was
+ * removed.
+ */
 bool RotatedFiles::locate(File& file) const
 {
-    Place highest = 0;
-    for (Place place = file.place;; ++place) {
-        if (isAt(file, place)) {
-            file.place = place;
+    Index highest = 0;
+    for (Index index = file.index;; ++index) {
+        if (isAt(file, index)) {
+            file.index = index;
             return true;
         }
         struct stat status = {};
         if (fstat(file.descriptor.get(), &status) == -1 || status.st_nlink == 0) {
             return false;
         }
-        if (place > highest) {
-            highest = *places().rbegin() + 1;
-            if (place > highest) {
+        if (index > highest) {
+            highest = *indexes().rbegin() + 1;
+            if (index > highest) {
                 return false;
             }
         }
@@ -159,37 +162,39 @@ bool RotatedFiles::locate(File& file) const
 }
 
 /**
- * Whether no file is between two places. A folder that is read while a file in it moves may show that one
- * under neither name; but as long as the file at one of the places stays there, those between them move once
- * at most, and so are met in one of two readings.
+ * Returns true if there is no file between two indexes. A directory that is read during a rename may show the
+ * file under neither name. But as long as the file at one of the indexes stays there, those between them are
+ * renamed at most once, so that one of two readings shows them.
  */
-bool RotatedFiles::isNothingBetween(Place low, Place high) const
+bool RotatedFiles::hasNoFileBetween(Index low, Index high) const
 {
-    const auto isNothingMet = [&] {
-        const std::set<Place> taken = places();
-        return std::none_of(taken.upper_bound(low), taken.lower_bound(high), [this](Place place) {
+    const auto isRangeEmpty = [&] {
+        const std::set<Index> existing = indexes();
+        return std::none_of(existing.upper_bound(low), existing.lower_bound(high), [this](Index index) {
             struct stat status = {};
-            return stat(nameOf(place).c_str(), &status) == 0 && S_ISREG(status.st_mode);
+            return stat(nameOf(index).c_str(), &status) == 0 && S_ISREG(status.st_mode);
         });
     };
-    return high - low == 1 || (isNothingMet() && isNothingMet());
+    return high - low == 1 || (isRangeEmpty() && isRangeEmpty());
 }
 
-bool RotatedFiles::isAt(const File& file, Place place) const
+bool RotatedFiles::isAt(const File& file, Index index) const
 {
     struct stat status = {};
-    return stat(nameOf(place).c_str(), &status) == 0 && status.st_dev == file.device
+    return stat(nameOf(index).c_str(), &status) == 0 && status.st_dev == file.device
            && status.st_ino == file.inode;
 }
 
-/** Returns a file without a descriptor if nothing is there, or nothing that is to be read. */
-RotatedFiles::File RotatedFiles::openAt(Place place)
+/**
+ * Opens the file at an index. Returns a File without a descriptor if there is none, or if it must be skipped.
+ */
+RotatedFiles::File RotatedFiles::openAt(Index index)
 {
-    const std::string name = nameOf(place);
-    File file = {nimtools::Descriptor(), 0, 0, place};
+    const std::string name = nameOf(index);
+    File file = {nimtools::Descriptor(), 0, 0, index};
     struct stat status = {};
-    // Checked first: the open of a FIFO would wait for its writer.
-    if (stat(name.c_str(), &status) == 0 && isSkipped(place, status)) {
+    // Checked before the open, which would wait for the writer of a FIFO.
+    if (stat(name.c_str(), &status) == 0 && isSkipped(index, status)) {
         return file;
     }
     file.descriptor = nimtools::Descriptor(open(name.c_str(), O_RDONLY | O_CLOEXEC));
@@ -204,36 +209,35 @@ RotatedFiles::File RotatedFiles::openAt(Place place)
     return file;
 }
 
-/** Among several files only regular ones are read. A FIFO or a device that is alone is what the user wants.
- */
-bool RotatedFiles::isSkipped(Place place, const struct stat& status)
+/** Of several files, only regular ones are read. A FIFO or device without rotated files is read, too. */
+bool RotatedFiles::isSkipped(Index index, const struct stat& status)
 {
-    if (S_ISREG(status.st_mode) || (place == 0 && places().size() == 1)) {
+    if (S_ISREG(status.st_mode) || (index == 0 && indexes().size() == 1)) {
         return false;
     }
     if (skipped.insert({status.st_dev, status.st_ino}).second) {
         const char* const kind = S_ISFIFO(status.st_mode)  ? "a FIFO"
                                  : S_ISDIR(status.st_mode) ? "a directory"
-                                                           : "no regular file";
-        warn(nameOf(place) + ": skipped, because it is " + kind);
+                                                           : "not a regular file";
+        warn(nameOf(index) + ": skipped, because it is " + kind);
     }
     return true;
 }
 
-std::string RotatedFiles::nameOf(Place place) const
+std::string RotatedFiles::nameOf(Index index) const
 {
-    return place == 0 ? path : path + '.' + std::to_string(place - 1);
+    return index == 0 ? path : path + '.' + std::to_string(index - 1);
 }
 
-/** The places that are taken, and that of the live file. While files move, some may be missing. */
-std::set<RotatedFiles::Place> RotatedFiles::places() const
+/** Returns the indexes of all files, and that of the live file. During a rotation, some may be missing. */
+std::set<RotatedFiles::Index> RotatedFiles::indexes() const
 {
     const std::size_t slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const std::string begin = (slash == std::string::npos ? path : path.substr(slash + 1)) + '.';
-    std::set<Place> result = {0};
+    std::set<Index> result = {0};
     std::error_code failure;
-    for (std::filesystem::directory_iterator entry(folder, failure), last; !failure && entry != last;
+    for (std::filesystem::directory_iterator entry(directory, failure), last; !failure && entry != last;
          entry.increment(failure)) {
         const std::string name = entry->path().filename();
         if (name.compare(0, begin.size(), begin) != 0) {
@@ -242,7 +246,7 @@ std::set<RotatedFiles::Place> RotatedFiles::places() const
         std::size_t number = 0;
         const char* const end = name.data() + name.size();
         const auto [stop, error] = std::from_chars(name.data() + begin.size(), end, number);
-        // The log writes no other form.
+        // The log uses the canonical form only.
         if (error == std::errc() && stop == end && begin + std::to_string(number) == name
             && number != static_cast<std::size_t>(-1)) {
             result.insert(number + 1);
@@ -253,25 +257,28 @@ std::set<RotatedFiles::Place> RotatedFiles::places() const
 
 bool RotatedFiles::next()
 {
-    if (waiting.empty()) {
+    if (pending.empty()) {
         return false;
     }
-    seen.push_back(std::move(waiting.front()));
-    waiting.pop_front();
+    seen.push_back(std::move(pending.front()));
+    pending.pop_front();
     return true;
 }
 
-/** A file without a name cannot be met again; that in hand is still to be read. */
-void RotatedFiles::forgetRemoved()
+/**
+ * Closes files that have been deleted and so cannot be found again, except the current one, which is still
+ * read.
+ */
+void RotatedFiles::closeRemoved()
 {
     if (seen.empty()) {
         return;
     }
-    const auto isRemoved = [](const File& file) {
+    const auto wasRemoved = [](const File& file) {
         struct stat status = {};
         return fstat(file.descriptor.get(), &status) == 0 && status.st_nlink == 0;
     };
-    seen.erase(std::remove_if(seen.begin(), seen.end() - 1, isRemoved), seen.end() - 1);
+    seen.erase(std::remove_if(seen.begin(), seen.end() - 1, wasRemoved), seen.end() - 1);
 }
 
 }

@@ -15,32 +15,33 @@
 namespace nimlog {
 
 /**
- * The files of a log in the order in which they were written, while the log goes on and moves them: P is
- * written now, P.0 was before it, then P.1 and so on. A file is known by its inode, not by its name.
+ * The files of a log P in the order in which they were written, even if the log rotates them at the same
+ * time: P is the live file, P.0 the previous one, then P.1 and so on. Files are identified by inode, not by
+ * name.
  */
 class RotatedFiles
 {
 public:
     /**
-     * @param path     "-" for standard input alone
-     * @param warnings takes a message for each file that is skipped
+     * @param path     path of the log, or "-" for standard input
+     * @param warnings called with a message for each file that is skipped
      */
     RotatedFiles(const std::string& path, std::function<void(const std::string&)> warnings);
 
     /**
-     * Looks for files that are newer than all that have been seen; next() hands them out. Throws Failure
-     * when one cannot be opened.
+     * Searches for files that are newer than all known ones, and queues them for next().
+     * @throws Failure if a file cannot be opened
      */
-    void look();
+    void scan();
 
-    /** Goes on to the next newer file; false if there is none. */
+    /** Makes the next newer file the current one. Returns false if there is none. */
     bool next();
     bool hasNext() const
     {
-        return !waiting.empty();
+        return !pending.empty();
     }
 
-    /** The file in hand; valid behind the first next(). */
+    /** Returns the descriptor of the current file. Requires hasCurrent(). */
     int current() const
     {
         return seen.back().descriptor.get();
@@ -49,52 +50,55 @@ public:
     {
         return !seen.empty();
     }
-    /** The name under which it was found last; valid under the same condition. */
+    /** Returns the last known name of the current file. Requires hasCurrent(). */
     std::string currentName() const
     {
-        return nameOf(seen.back().place);
+        return nameOf(seen.back().index);
     }
 
-    /** Whether the file in hand was gone when a newer one was found: others between them may be, too. */
+    /**
+     * Returns true if a known file was removed before a newer one was found: files between them may be
+     * missing.
+     */
     bool mayHaveMissed() const
     {
         return missed;
     }
 
 private:
-    /** A place in the set: 0 is the live file's name, N + 1 that of the old file N. */
-    typedef std::size_t Place;
+    /** Index of a file: 0 is the live file P, N + 1 is P.N. */
+    typedef std::size_t Index;
 
     struct File
     {
         nimtools::Descriptor descriptor;
         dev_t device;
         ino_t inode;
-        /** Where it was met last. From there it has moved up, if at all. */
-        Place place;
+        /** Last known index. Renames only increase it. */
+        Index index;
     };
-    enum Outcome { ADDED, NONE_NEWER, GONE };
+    enum Outcome { ADDED, NONE_NEWER, REMOVED };
 
     bool addNewer();
     bool addOldest();
-    Outcome addNextTo(File& file);
+    Outcome addSuccessorOf(File& file);
     bool locate(File& file) const;
-    bool isNothingBetween(Place low, Place high) const;
-    bool isAt(const File& file, Place place) const;
-    File openAt(Place place);
-    bool isSkipped(Place place, const struct stat& status);
-    std::string nameOf(Place place) const;
-    std::set<Place> places() const;
-    void forgetRemoved();
+    bool hasNoFileBetween(Index low, Index high) const;
+    bool isAt(const File& file, Index index) const;
+    File openAt(Index index);
+    bool isSkipped(Index index, const struct stat& status);
+    std::string nameOf(Index index) const;
+    std::set<Index> indexes() const;
+    void closeRemoved();
 
     const std::string path;
     const std::function<void(const std::string&)> warn;
-    /** The files that were skipped, with a warning for each. */
+    /** Files that were skipped, each with a warning. */
     std::set<std::pair<dev_t, ino_t>> skipped;
-    /** Oldest first. They are kept open: so their inodes are not given to new files. */
+    /** Files returned by next(), oldest first. Kept open, so that their inodes are not reused. */
     std::vector<File> seen;
-    /** Oldest first. */
-    std::deque<File> waiting;
+    /** Files found but not yet returned by next(), oldest first. */
+    std::deque<File> pending;
     bool missed = false;
 };
 

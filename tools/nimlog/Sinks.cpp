@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::time_t SECONDS_OF_HOUR = 3600;
 
-/** The sequences of ECMA-48 for each severity, and the one that ends them. */
+/** ECMA-48 escape sequences by severity. */
 constexpr std::array<std::string_view, log::Severity_COUNT> COLORS = {
     "", "\x1b[2m", "\x1b[2m", "", "\x1b[1m", "\x1b[33m", "\x1b[31m", "\x1b[1;31m"};
 constexpr std::string_view COLOR_END = "\x1b[0m";
@@ -34,7 +34,7 @@ void appendTwoDigits(std::string& text, int number)
     text += static_cast<char>('0' + number % 10);
 }
 
-/** As RFC 3339 has it. */
+/** Appends a time as in RFC 3339. */
 void appendTime(std::string& line, const DateTime& time)
 {
     line += '"';
@@ -56,7 +56,7 @@ void appendTime(std::string& line, const DateTime& time)
     line += '"';
 }
 
-/** Digits as a number of JSON, which begins with no 0. */
+/** Appends digits as a JSON number, which must not start with 0. */
 void appendNumber(std::string& line, std::string_view digits)
 {
     line += digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
@@ -64,7 +64,7 @@ void appendNumber(std::string& line, std::string_view digits)
 
 }
 
-void TextSink::take(const Record& record)
+void TextSink::consume(const Record& record)
 {
     const Fields& fields = record.fields;
     if (color && (fields.present & log::Mask_SEVERITY) != 0
@@ -90,7 +90,7 @@ void TextSink::write(std::string_view text)
     out << visible;
 }
 
-void JsonSink::take(const Record& record)
+void JsonSink::consume(const Record& record)
 {
     const Fields& fields = record.fields;
     const auto isPresent = [&fields](log::Mask bit) { return (fields.present & bit) != 0; };
@@ -127,11 +127,11 @@ void JsonSink::take(const Record& record)
 
 CountSink::CountSink(CountBy countedField) : countBy(countedField) {}
 
-void CountSink::take(const Record& record)
+void CountSink::consume(const Record& record)
 {
     const std::string_view key = keyOf(record.fields);
     if (key.empty()) {
-        ++lackingCount;
+        ++missingFieldsCount;
         return;
     }
     const auto known = counts.find(key);
@@ -168,7 +168,7 @@ std::string_view CountSink::keyOf(const Fields& fields)
     return hourText;
 }
 
-/** Severities from the gravest on, hours as they come, all else by its count. */
+/** Returns the counts in output order: severities by severity, hours by time, others by count. */
 std::vector<const CountSink::Counts::value_type*> CountSink::inOrder() const
 {
     std::vector<const Counts::value_type*> list;

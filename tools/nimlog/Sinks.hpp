@@ -11,8 +11,8 @@
 namespace nimlog {
 
 /**
- * Writes records as they are, perhaps with the severity in colour. On a terminal their control characters,
- * which might be commands to it, are made visible.
+ * Prints records unchanged, optionally with coloured severities. On a terminal, control characters are made
+ * visible, since they could be commands to it.
  */
 class TextSink : public RecordSink
 {
@@ -22,7 +22,7 @@ public:
     {
     }
 
-    void take(const Record& record) override;
+    void consume(const Record& record) override;
 
 private:
     void write(std::string_view text);
@@ -33,33 +33,33 @@ private:
     std::string visible;
 };
 
-/** Writes an object of JSON a line for each record. */
+/** Prints each record as a JSON object on one line. */
 class JsonSink : public RecordSink
 {
 public:
     explicit JsonSink(nimtools::Output& output) : out(output) {}
 
-    void take(const Record& record) override;
+    void consume(const Record& record) override;
 
 private:
     nimtools::Output& out;
     std::string line;
 };
 
-/** Counts records, and writes how many there were when that is asked for. */
+/** Counts records by a field, and prints the counts on request. */
 class CountSink : public RecordSink
 {
 public:
     explicit CountSink(CountBy countedField);
 
-    void take(const Record& record) override;
-    /** @param isForTerminal makes control characters visible, as TextSink does */
+    void consume(const Record& record) override;
+    /** @param isForTerminal whether to make control characters visible, as TextSink does */
     void write(nimtools::Output& out, bool json, bool isForTerminal) const;
 
-    /** How many records have none of the field that is counted. */
-    std::uint64_t lacking() const
+    /** Returns the number of records without the field that is counted. */
+    std::uint64_t missingFields() const
     {
-        return lackingCount;
+        return missingFieldsCount;
     }
 
 private:
@@ -70,10 +70,10 @@ private:
 
     const CountBy countBy;
     Counts counts;
-    /** The hour that was written last, and its text. */
+    /** Most recent hour since 1970, and its text. */
     std::time_t hour = -1;
     std::string hourText;
-    std::uint64_t lackingCount = 0;
+    std::uint64_t missingFieldsCount = 0;
 };
 
 }

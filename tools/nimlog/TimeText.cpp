@@ -23,17 +23,20 @@ bool isDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-/** The two digits at a place, or -1. */
-int twoDigits(const char* at)
+/** Reads two digits. Returns false if there are none. */
+bool readTwoDigits(const char* at, int& into)
 {
-    return isDigit(at[0]) && isDigit(at[1]) ? (at[0] - '0') * 10 + (at[1] - '0') : -1;
+    into = (at[0] - '0') * 10 + (at[1] - '0');
+    return isDigit(at[0]) && isDigit(at[1]);
 }
 
-int monthNumber(const char* name)
+/** Reads the abbreviated name of a month as a number from 1. Returns false if it is none. */
+bool readMonth(const char* name, int& into)
 {
     static const std::string_view NAMES = "JanFebMarAprMayJunJulAugSepOctNovDec";
     const std::size_t at = NAMES.find(std::string_view(name, 3));
-    return at == std::string_view::npos || at % 3 != 0 ? 0 : static_cast<int>(at / 3) + 1;
+    into = static_cast<int>(at / 3) + 1;
+    return at != std::string_view::npos && at % 3 == 0;
 }
 
 int daysOfMonth(int year, int month)
@@ -43,7 +46,7 @@ int daysOfMonth(int year, int month)
     return month == 2 && isLeapYear ? 29 : DAYS[static_cast<std::size_t>(month - 1)];
 }
 
-/** Days since the epoch, by the years since 1 March of the year 0. */
+/** Returns the days since 1 January 1970. The computation starts the year on 1 March. */
 std::time_t daysSinceEpoch(int year, int month, int day)
 {
     const int years = month > 2 ? year : year - 1;
@@ -65,13 +68,12 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
         || clock[8] != ' ') {
         return 0;
     }
-    into.month = monthNumber(date + 4);
-    into.day = twoDigits(date + 8);
-    const int hour = twoDigits(clock);
-    const int minute = twoDigits(clock + 3);
-    const int second = twoDigits(clock + 6);
-    if (into.month == 0 || into.day < 1 || hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0
-        || second > 60) {
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+    if (!readMonth(date + 4, into.month) || !readTwoDigits(date + 8, into.day) || !readTwoDigits(clock, hour)
+        || !readTwoDigits(clock + 3, minute) || !readTwoDigits(clock + 6, second) || into.day < 1 || hour > 23
+        || minute > 59 || second > 60) {
         return 0;
     }
     into.clock = text.substr(DATE_LENGTH, CLOCK_LENGTH);
@@ -82,9 +84,10 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
         into.zone = text.substr(zone, 3);
     } else {
         into.zone = text.substr(zone, sizeof "+0100" - 1);
-        const int hours = into.zone.size() == 5 ? twoDigits(into.zone.data() + 1) : -1;
-        const int minutes = into.zone.size() == 5 ? twoDigits(into.zone.data() + 3) : -1;
-        if (hours < 0 || minutes < 0 || (into.zone[0] != '+' && into.zone[0] != '-')) {
+        int hours = 0;
+        int minutes = 0;
+        if (into.zone.size() != 5 || (into.zone[0] != '+' && into.zone[0] != '-')
+            || !readTwoDigits(into.zone.data() + 1, hours) || !readTwoDigits(into.zone.data() + 3, minutes)) {
             return 0;
         }
         secondsEast = hours * SECONDS_OF_HOUR + minutes * SECONDS_OF_MINUTE;
@@ -94,9 +97,10 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
     if (text.size() < year + YEAR_LENGTH || text[year - 1] != ' ') {
         return 0;
     }
-    const int century = twoDigits(text.data() + year);
-    const int yearOfCentury = twoDigits(text.data() + year + 2);
-    if (century < 0 || yearOfCentury < 0) {
+    int century = 0;
+    int yearOfCentury = 0;
+    if (!readTwoDigits(text.data() + year, century)
+        || !readTwoDigits(text.data() + year + 2, yearOfCentury)) {
         return 0;
     }
     into.year = century * 100 + yearOfCentury;
@@ -110,7 +114,7 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
 
 std::size_t findDateTime(std::string_view text, std::size_t from)
 {
-    // By its first colon: there are fewer of them than of most bytes.
+    // Searches for the first colon of the clock, because colons are rarer than most bytes.
     constexpr std::size_t BEFORE = DATE_LENGTH + 2;
     for (std::size_t at = text.find(':', from + BEFORE); at != std::string_view::npos;
          at = text.find(':', at + 1)) {
@@ -125,7 +129,7 @@ bool isCutDateTime(std::string_view text)
 {
     static const std::string_view FORM = "Aaa Aaa 00 00:00:00 ";
     if (text.size() >= FORM.size()) {
-        // The rest is the zone and the year.
+        // The rest must be a part of the zone and the year.
         return text.size() < FORM.size() + sizeof "+0100 2026" - 1
                && isCutDateTime(text.substr(0, FORM.size() - 1));
     }
@@ -175,12 +179,12 @@ std::time_t parseTime(const std::string& text, std::time_t now)
           "%Y-%m-%d %H:%M:%S %z", "%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M %z", "%Y-%m-%d %H:%M", "%Y-%m-%d",
           "%H:%M:%S", "%H:%M"}) {
         std::tm time = {};
-        // What the text does not tell is midnight, and today.
+        // Missing parts default to midnight and today.
         gmtime_r(&now, &time);
         time.tm_hour = time.tm_min = time.tm_sec = 0;
         time.tm_gmtoff = 0;
         const char* const stop = strptime(text.c_str(), format, &time);
-        // strptime() takes the 31st of any month, and timegm() makes it a day of the next one.
+        // strptime() accepts day 31 in every month, which timegm() would convert to a day of the next month.
         if (stop == text.c_str() + text.size()
             && time.tm_mday <= daysOfMonth(time.tm_year + 1900, time.tm_mon + 1)) {
             const long secondsEast = time.tm_gmtoff;
@@ -188,7 +192,7 @@ std::time_t parseTime(const std::string& text, std::time_t now)
         }
     }
     throw nimtools::UsageError("\"" + text
-                               + "\" is no time, such as 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m");
+                               + "\" is not a time: use 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m");
 }
 
 }

@@ -7,19 +7,25 @@
 
 namespace nimlog {
 
-/** Reads "Sat Nov 14 15:05:20 UTC 2026" or "... +0100 2026" in front of a text; gives its length, or 0. */
+/**
+ * Reads "Sat Nov 14 15:05:20 UTC 2026" or "... +0100 2026" at the start of a string. Returns its length, or
+ * 0.
+ */
 std::size_t readDateTime(std::string_view text, DateTime& into);
 
 /**
- * Returns the first place from `from` on at which readDateTime() may succeed; npos if there is none. There
- * may be no more than a clock with the right distances around it.
+ * Returns the first position, at or after `from`, at which readDateTime() may succeed, or npos. A match only
+ * means that there is a clock with the right characters around it.
  */
 std::size_t findDateTime(std::string_view text, std::size_t from);
 
-/** Whether a text is a date and time of that form that was cut off at its end. An empty one is. */
+/** Returns true if a string is a prefix of a date and time in that form; it may be empty. */
 bool isCutDateTime(std::string_view text);
 
-/** A time as a user writes it; what has no zone is UTC. Throws UsageError. */
+/**
+ * Parses a time of the user. Without a zone, it is in UTC.
+ * @throws UsageError if it is invalid
+ */
 std::time_t parseTime(const std::string& text, std::time_t now);
 
 }

@@ -4,16 +4,15 @@ namespace nimlog {
 
 namespace {
 
-/** The digit's value, or -1: the log writes lower-case digits. */
-int hexValue(char c)
+/** Reads a lower-case hexadecimal digit, as the log writes it. Returns false if it is none. */
+bool readHexDigit(char c, int& into)
 {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+    const bool isDecimal = c >= '0' && c <= '9';
+    into = isDecimal ? c - '0' : c - 'a' + 10;
+    return isDecimal || (c >= 'a' && c <= 'f');
 }
 
-/** Reads the escape that begins with the backslash of a text; returns its length, 0 if there is none. */
+/** Reads an escape sequence at the start of a string. Returns its length, or 0 if there is none. */
 std::size_t readEscape(std::string_view text, char& into)
 {
     static const std::string_view LETTERS = "abfnrv\\";
@@ -26,10 +25,12 @@ std::size_t readEscape(std::string_view text, char& into)
         into = BYTES[letter];
         return 2;
     }
-    if (text[1] != 'x' || text.size() < 4 || hexValue(text[2]) == -1 || hexValue(text[3]) == -1) {
+    int high = 0;
+    int low = 0;
+    if (text[1] != 'x' || text.size() < 4 || !readHexDigit(text[2], high) || !readHexDigit(text[3], low)) {
         return 0;
     }
-    into = static_cast<char>(hexValue(text[2]) * 16 + hexValue(text[3]));
+    into = static_cast<char>(high * 16 + low);
     return 4;
 }
 
@@ -55,11 +56,11 @@ std::size_t unescapedSize(std::string_view text)
 
 }
 
-void Unescaper::take(const Record& record)
+void Unescaper::consume(const Record& record)
 {
     const std::string_view escaped = record.whole;
     if (escaped.find('\\') == std::string_view::npos) {
-        next.take(record);
+        next.consume(record);
         return;
     }
     text.clear();
@@ -72,7 +73,7 @@ void Unescaper::take(const Record& record)
         const auto begin = static_cast<std::size_t>(view.data() - escaped.data());
         view = std::string_view(text).substr(unescapedSize(escaped.substr(0, begin)), unescapedSize(view));
     });
-    next.take(unescaped);
+    next.consume(unescaped);
 }
 
 }

@@ -8,19 +8,19 @@
 namespace nimlog {
 
 /**
- * Undoes the escapes of a log that writes control characters as `\a \b \f \n \r \v` and `\xNN`, and the
- * backslash as `\\`, and hands the records on. What is no such escape stays as it is.
+ * Passes records on with the escapes `\a \b \f \n \r \v`, `\xNN` and `\\` replaced by the characters that
+ * they stand for. Other backslashes are kept.
  */
 class Unescaper : public RecordSink
 {
 public:
     explicit Unescaper(RecordSink& nextSink) : next(nextSink) {}
 
-    void take(const Record& record) override;
+    void consume(const Record& record) override;
 
 private:
     RecordSink& next;
-    /** The current record, with the escapes undone. */
+    /** The current record, unescaped. */
     std::string text;
 };
 

@@ -24,7 +24,7 @@ protected:
 
 private:
     Status report(const Options& options, const RecordSplitter& splitter, const Reader& reader,
-                  std::uint64_t lacking);
+                  std::uint64_t missingFields);
 };
 
 Status NimLog::work(int argc, char** argv)
@@ -32,7 +32,7 @@ Status NimLog::work(int argc, char** argv)
     const Options options = Options::parse(argc, argv);
     if (options.help || options.version) {
         options.help ? showUsage() : showVersion();
-        return nimtools::STATUS_FINE;
+        return nimtools::STATUS_OK;
     }
 
     const bool isForTerminal = isatty(STDOUT_FILENO) == 1;
@@ -47,36 +47,38 @@ Status NimLog::work(int argc, char** argv)
         sink = &json;
     }
     Filter filter(options, *sink);
-    // In front of the filter, which so compares the names as the program has them.
+    // The unescaper precedes the filter, so that module names are compared unescaped.
     Unescaper unescaper(filter);
     RecordSplitter splitter(options.mask, options.unescape ? static_cast<RecordSink&>(unescaper) : filter);
-    Reader reader(options.path, splitter, [this](const std::string& complaint) { complain(complaint); });
+    Reader reader(options.path, splitter, [this](const std::string& message) { warn(message); });
     const auto idle = [this] { out.flush(); };
     options.follow ? reader.follow(idle) : reader.readAll(idle);
     if (isCounting) {
         counts.write(out, options.json, isForTerminal);
     }
-    return report(options, splitter, reader, filter.lacking() + (isCounting ? counts.lacking() : 0));
+    return report(options, splitter, reader,
+                  filter.missingFields() + (isCounting ? counts.missingFields() : 0));
 }
 
-/** Tells what the records did not have. */
+/** Warns about records without the expected fields. */
 Status NimLog::report(const Options& options, const RecordSplitter& splitter, const Reader& reader,
-                      std::uint64_t lacking)
+                      std::uint64_t missingFields)
 {
-    const std::string advice = "; --mask or --config tells which they have";
+    const std::string advice = "; name them with --mask or --config";
     if (splitter.recognised() == 0 && splitter.leading() != 0) {
-        complain(options.path + ": no line begins with the fields that a record is to have" + advice);
+        warn(options.path + ": no line starts with the expected fields" + advice);
         return nimtools::STATUS_FOUND;
     }
     if (splitter.leading() != 0) {
-        complain(reader.leadingFile() + ": lines ahead of the first record with other fields than expected: "
-                 + std::to_string(splitter.leading()) + advice);
+        warn(reader.leadingFile()
+             + ": lines before the first record that do not start with the expected fields: "
+             + std::to_string(splitter.leading()) + advice);
     }
-    if (lacking != 0) {
-        complain(options.path + ": records left out because they have not the fields that were asked for: "
-                 + std::to_string(lacking));
+    if (missingFields != 0) {
+        warn(options.path + ": records left out because they lack a field that was filtered or counted by: "
+             + std::to_string(missingFields));
     }
-    return nimtools::STATUS_FINE;
+    return nimtools::STATUS_OK;
 }
 
 }

@@ -15,19 +15,19 @@ namespace {
 
 const char OVERRIDING[] = "Overriding property \"";
 
-std::string folderOf(const std::string& path)
+std::string directoryOf(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
-std::string lastPart(const std::string& path)
+std::string fileName(const std::string& path)
 {
-    return path.substr(folderOf(path).size());
+    return path.substr(directoryOf(path).size());
 }
 
-/** Takes the N-th line, from 1, out of a text, and leaves an empty one. */
-bool blankLine(std::string& text, unsigned long number)
+/** Replaces a line (`number` counts from 1) by an empty line. Returns false if it does not exist. */
+bool eraseLine(std::string& text, unsigned long number)
 {
     std::size_t begin = 0;
     for (; number > 1; --number) {
@@ -41,12 +41,12 @@ bool blankLine(std::string& text, unsigned long number)
     return true;
 }
 
-/** A stream's buffer that hands each line on as it is written. */
-template <class Take>
-class LineListener : public std::streambuf
+/** A stream buffer that calls a handler with each line when it is complete. */
+template <class LineHandler>
+class LineSplitter : public std::streambuf
 {
 public:
-    explicit LineListener(Take taker) : take(taker) {}
+    explicit LineSplitter(LineHandler lineHandler) : onLine(lineHandler) {}
 
 protected:
     int_type overflow(int_type c) override
@@ -61,22 +61,23 @@ protected:
     {
         line.append(bytes, static_cast<std::size_t>(length));
         for (std::size_t end; (end = line.find('\n')) != std::string::npos; line.erase(0, end + 1)) {
-            take(line.substr(0, end));
+            onLine(line.substr(0, end));
         }
         return length;
     }
 
 private:
-    Take take;
+    LineHandler onLine;
     std::string line;
 };
 
-/** Loads a text with warnings, of which `take` hears one by one; gives the error that ended it. */
-template <class Take>
-std::string load(io::Properties& into, const std::string& path, const std::string& text, Take take)
+/** Loads properties and calls `onLine` with each warning immediately. Returns the error that ended the load.
+ */
+template <class LineHandler>
+std::string load(io::Properties& into, const std::string& path, const std::string& text, LineHandler onLine)
 {
     std::istringstream is(text);
-    LineListener<Take> listener(take);
+    LineSplitter<LineHandler> listener(onLine);
     std::ostringstream warnings;
     std::ostringstream notes;
     static_cast<std::ios&>(warnings).rdbuf(&listener);
@@ -96,7 +97,7 @@ PropertiesFile::PropertiesFile(const std::string& filePath)
     : path(filePath), text(nimtools::readAll(filePath))
 {
     findIncludes();
-    found = readText(properties, text);
+    loadMessages = readText(properties, text);
 }
 
 std::vector<Message> PropertiesFile::readText(io::Properties& into, const std::string& lines) const
@@ -110,17 +111,16 @@ std::vector<Message> PropertiesFile::readText(io::Properties& into, const std::s
     return messages;
 }
 
-/** Messages name a file by the last part of its path alone. The includes decide no more than which path is
- * shown. */
+/** Collects the paths of included files. They are needed only to show paths in messages. */
 void PropertiesFile::findIncludes()
 {
-    paths.emplace(lastPart(path), path);
+    paths.emplace(fileName(path), path);
     for (const std::string& included : nimtools::includedFiles(path, text)) {
-        paths.emplace(lastPart(included), included);
+        paths.emplace(fileName(included), included);
     }
 }
 
-/** Takes "WARNING: name:12: text" or "ERROR: name:12: text" apart. */
+/** Parses "WARNING: name:12: text" or "ERROR: name:12: text". */
 Message PropertiesFile::message(const std::string& line) const
 {
     const std::size_t nameBegin = line.find(": ") + 2;
@@ -129,8 +129,8 @@ Message PropertiesFile::message(const std::string& line) const
         const std::size_t digits = colon + 1;
         const std::size_t end = std::min(line.find_first_not_of("0123456789", digits), line.size());
         if (end != digits && line.compare(end, 2, ": ") == 0) {
-            result.place =
-                placeOf(line.substr(nameBegin, colon - nameBegin), line.substr(digits, end - digits));
+            result.location =
+                locationOf(line.substr(nameBegin, colon - nameBegin), line.substr(digits, end - digits));
             result.text = line.substr(end + 2);
             break;
         }
@@ -138,54 +138,54 @@ Message PropertiesFile::message(const std::string& line) const
     return result;
 }
 
-std::string PropertiesFile::placeOf(const std::string& name, const std::string& line) const
+std::string PropertiesFile::locationOf(const std::string& name, const std::string& line) const
 {
-    // With two files of one name the name is all that is known.
+    // If several files have this name, the path is unknown.
     const auto [first, last] = paths.equal_range(name);
-    const bool isClear = first != last && std::next(first) == last;
-    return (isClear ? first->second : name) + ":" + line;
+    const bool isUnambiguous = first != last && std::next(first) == last;
+    return (isUnambiguous ? first->second : name) + ":" + line;
 }
 
 void PropertiesFile::requireNoError() const
 {
-    if (!found.empty() && found.back().severity == Message::ERROR) {
-        throw nimtools::Failure(found.back().place + ": " + found.back().text);
+    if (!loadMessages.empty() && loadMessages.back().severity == Message::ERROR) {
+        throw nimtools::Failure(loadMessages.back().location + ": " + loadMessages.back().text);
     }
 }
 
 std::vector<Message> PropertiesFile::allMessages() const
 {
-    constexpr std::size_t MOST_ERRORS = 100;
+    constexpr std::size_t MAX_ERRORS = 100;
     std::vector<Message> errors;
-    std::vector<Message> messages = found;
-    std::string mended = text;
-    const bool isClear = paths.count(lastPart(path)) == 1;
-    while (isClear && !messages.empty() && messages.back().severity == Message::ERROR) {
-        const std::string& place = messages.back().place;
-        const std::size_t colon = place.rfind(':');
-        if (place.substr(0, colon) != path || errors.size() == MOST_ERRORS
-            || !blankLine(mended, std::stoul(place.substr(colon + 1)))) {
+    std::vector<Message> messages = loadMessages;
+    std::string patched = text;
+    const bool isUnambiguous = paths.count(fileName(path)) == 1;
+    while (isUnambiguous && !messages.empty() && messages.back().severity == Message::ERROR) {
+        const std::string& location = messages.back().location;
+        const std::size_t colon = location.rfind(':');
+        if (location.substr(0, colon) != path || errors.size() == MAX_ERRORS
+            || !eraseLine(patched, std::stoul(location.substr(colon + 1)))) {
             break;
         }
         errors.push_back(messages.back());
         io::Properties unused;
-        messages = readText(unused, mended);
+        messages = readText(unused, patched);
     }
     messages.insert(messages.begin(), errors.begin(), errors.end());
     return messages;
 }
 
 /**
- * The library tells of an assignment to a key that is there already. So the file is read a second time
- * into its own table, where all keys are: that tells of each assignment, the last one of a key last. At
- * that moment its value is in the table; when the table has another one in the end, there was an
- * assignment behind it that a "%pragma severity error" has silenced.
+ * The library warns about assignments to existing keys. The file is therefore loaded again into a copy of its
+ * own table, which has all keys, so that every assignment produces a warning; the last one for a key is its
+ * location. Assignments after "%pragma severity error" produce no warning. They are detected by the value: if
+ * the value at the time of the last warning differs from the final one, the location is unknown.
  */
-std::map<std::string, std::string> PropertiesFile::places() const
+std::map<std::string, std::string> PropertiesFile::locations() const
 {
     struct Assignment
     {
-        std::string place;
+        std::string location;
         std::string value;
     };
     std::map<std::string, Assignment> last;
@@ -194,19 +194,19 @@ std::map<std::string, std::string> PropertiesFile::places() const
         const Message assignment = message(line);
         const std::size_t key = assignment.text.find(OVERRIDING) + sizeof OVERRIDING - 1;
         const std::string name = assignment.text.substr(key, assignment.text.size() - key - 1);
-        last[name] = {assignment.place, again.getProperty(name)};
+        last[name] = {assignment.location, again.getProperty(name)};
     });
 
     std::map<std::string, std::string> result;
     for (const auto& [key, assignment] : last) {
         if (assignment.value == again.getProperty(key)) {
-            result.emplace(key, assignment.place);
+            result.emplace(key, assignment.location);
         }
     }
     return result;
 }
 
-/** The library's own form, mended where it would be read back as something else. */
+/** Uses Properties::store(), and escapes leading "#", "!" and "%" and trailing spaces, which it does not. */
 std::vector<std::string> storedLines(const io::Properties& properties)
 {
     std::ostringstream stored;

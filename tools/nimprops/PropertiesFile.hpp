@@ -11,66 +11,67 @@ namespace nimprops {
 
 namespace io = com::kor::dal::nim::io;
 
-/** Something that the library has to say of a line. */
+/** An error or a warning of the library about a line. */
 struct Message
 {
     enum Severity { WARNING, ERROR };
 
     Severity severity;
-    /** "file:12", the file as the user would open it, if that can be told. */
-    std::string place;
+    /** File and line, as in "file:12"; the file with its path if that is unambiguous. */
+    std::string location;
     std::string text;
 };
 
-/** A properties file with what it includes, read by the library; "-" is standard input. */
+/** A properties file and the files that it includes, read by the library. */
 class PropertiesFile
 {
 public:
     /**
-     * Throws Failure when the file cannot be read, or if it includes a FIFO. An error in a line is none: see
-     * messages().
+     * Reads a file. Errors in its content do not throw, see messages().
+     * @param path the path, or "-" for standard input
+     * @throws Failure if the file cannot be read, or includes a FIFO
      */
     explicit PropertiesFile(const std::string& path);
 
-    /** The properties, up to the first error. */
+    /** Returns the properties, up to the first error. */
     const io::Properties& table() const
     {
         return properties;
     }
 
-    /** The warnings, and the error that ended the reading if there was one; in the order of reading. */
+    /** Returns the warnings in file order, followed by the error that ended the load, if any. */
     const std::vector<Message>& messages() const
     {
-        return found;
+        return loadMessages;
     }
 
-    /** Throws Failure, of "file:12: text", for a file with an error. */
+    /** @throws Failure "file:12: text" if the file has an error */
     void requireNoError() const;
 
     /**
-     * The messages as they would be without the errors before them: reads on behind each error of the
-     * file itself, as if its line were empty. An error of an included file is the last.
+     * Returns all errors, at most 100, then the warnings. Continues after each error of the file itself as if
+     * its line were empty, and stops at an error of an included file.
      */
     std::vector<Message> allMessages() const;
 
-    /** Where the value of each key comes from; no key whose place the library does not tell. */
-    std::map<std::string, std::string> places() const;
+    /** Returns the location that the value of each key comes from. Keys of unknown location are omitted. */
+    std::map<std::string, std::string> locations() const;
 
 private:
     std::vector<Message> readText(io::Properties& into, const std::string& lines) const;
     void findIncludes();
     Message message(const std::string& line) const;
-    std::string placeOf(const std::string& name, const std::string& line) const;
+    std::string locationOf(const std::string& name, const std::string& line) const;
 
     const std::string path;
     const std::string text;
-    /** The files that may be meant by the names in the messages: paths by their last part. */
+    /** Paths of the file and its includes, by file name: the library's messages contain only file names. */
     std::multimap<std::string, std::string> paths;
     io::Properties properties;
-    std::vector<Message> found;
+    std::vector<Message> loadMessages;
 };
 
-/** The lines that properties are written as, in the order of keys; a load reads each back as it is. */
+/** Returns the properties as lines of a properties file, sorted by key. A load restores them exactly. */
 std::vector<std::string> storedLines(const io::Properties& properties);
 
 }

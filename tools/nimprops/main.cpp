@@ -23,34 +23,34 @@ const char USAGE[] =
     "       nimprops instance FILE [CLASS] INSTANCE\n"
     "       nimprops diff FILE FILE\n"
     "\n"
-    "Reads properties files with what they include; \"-\" is standard input.\n"
+    "Reads properties files and the files that they include. If FILE is \"-\", reads standard input.\n"
     "\n"
-    "  check     show what is wrong in each file, and which properties are set twice\n"
-    "  print     show all properties in the order of their keys, as a file that can be read again\n"
-    "  get       show the value of one property\n"
-    "  instance  show the settings of an instance, those of the class only if that is given, with\n"
-    "            the key and the place that each comes from\n"
-    "  diff      show the properties that are in one of two files or differ\n"
+    "  check     print the errors of each file, and warnings about properties that are set twice\n"
+    "  print     print all properties, sorted by key, in a form that can be loaded again\n"
+    "  get       print the value of a property\n"
+    "  instance  print the settings of an instance (if CLASS is given, only those of the class), each\n"
+    "            with the key, file and line that it comes from\n"
+    "  diff      print the properties that differ, or that only one of the files contains\n"
     "\n"
-    "      --log      check the settings of the log as well, as a server in this directory would when it\n"
-    "                 is reconfigured: keys, values, and whether the file of the log can be opened\n"
-    "  -h, --help     show this text\n"
-    "  -V, --version  show the version\n"
+    "      --log      also check the log settings, as a server started in this directory would when it is\n"
+    "                 reconfigured: unknown keys, invalid values, and a log file that cannot be opened\n"
+    "  -h, --help     print this help\n"
+    "  -V, --version  print the version\n"
     "\n"
-    "Exit status: 0; 1 for findings, differences, or a property or instance that is not there; 2 for a\n"
-    "bad command line or a file that cannot be read.\n";
+    "Exit status: 0 if all is well; 1 if there are findings or differences, or the property or instance\n"
+    "does not exist; 2 if the command line is invalid or a file cannot be read.\n";
 
 class NimProps : public nimtools::CommandProgram
 {
 public:
     NimProps()
         : CommandProgram("nimprops", USAGE,
-                         {{"check", 1, ANY_NUMBER, "a FILE", [this](auto& files) { return check(files); }},
-                          {"print", 1, 1, "one FILE", [this](auto& files) { return print(files); }},
-                          {"get", 2, 2, "a FILE and a KEY", [this](auto& operands) { return get(operands); }},
-                          {"instance", 2, 3, "a FILE, perhaps a CLASS, and an INSTANCE",
+                         {{"check", 1, ANY_NUMBER, "FILE...", [this](auto& files) { return check(files); }},
+                          {"print", 1, 1, "FILE", [this](auto& files) { return print(files); }},
+                          {"get", 2, 2, "FILE KEY", [this](auto& operands) { return get(operands); }},
+                          {"instance", 2, 3, "FILE [CLASS] INSTANCE",
                            [this](auto& operands) { return instance(operands); }},
-                          {"diff", 2, 2, "two FILEs", [this](auto& files) { return diff(files); }}},
+                          {"diff", 2, 2, "FILE FILE", [this](auto& files) { return diff(files); }}},
                          {{{"log", CHECKS_LOG, false}, "check"}})
     {
     }
@@ -66,38 +66,39 @@ private:
     Status diff(const std::vector<std::string>& operands);
 };
 
-/** Shows the settings of the log that a reconfiguration would refuse. */
+/** Prints the log settings that a reconfiguration would reject. */
 Status NimProps::checkLog(const std::string& path, const PropertiesFile& file)
 {
     const auto bad = log::Control::checkConfiguration(file.table());
     if (bad.empty()) {
-        return nimtools::STATUS_FINE;
+        return nimtools::STATUS_OK;
     }
-    const std::map<std::string, std::string> places = file.places();
+    const std::map<std::string, std::string> locations = file.locations();
     for (const log::Control::BadSetting& setting : bad) {
-        const auto place = places.find(setting.key);
-        out << (place == places.end() ? path : place->second) << ": error: " << setting.key << " = \""
-            << setting.value << "\" " << setting.reason << '\n';
+        const auto location = locations.find(setting.key);
+        out << (location == locations.end() ? path : location->second) << ": error: " << setting.key
+            << " = \"" << setting.value << "\" " << setting.reason << '\n';
     }
     return nimtools::STATUS_FOUND;
 }
 
 Status NimProps::check(const std::vector<std::string>& operands)
 {
-    Status status = nimtools::STATUS_FINE;
+    Status status = nimtools::STATUS_OK;
     for (const std::string& path : operands) {
         try {
             const PropertiesFile file(path);
             for (const Message& message : file.allMessages()) {
                 const bool isError = message.severity == Message::ERROR;
-                out << message.place << ": " << (isError ? "error: " : "warning: ") << message.text << '\n';
+                out << message.location << ": " << (isError ? "error: " : "warning: ") << message.text
+                    << '\n';
                 status = std::max(status, nimtools::STATUS_FOUND);
             }
-            if (isGiven(CHECKS_LOG)) {
+            if (hasOption(CHECKS_LOG)) {
                 status = std::max(status, checkLog(path, file));
             }
         } catch (const Failure& exc) {
-            complain(exc.what());
+            warn(exc.what());
             status = nimtools::STATUS_FAILED;
         }
     }
@@ -111,7 +112,7 @@ Status NimProps::print(const std::vector<std::string>& operands)
     for (const std::string& line : storedLines(file.table())) {
         out << line << '\n';
     }
-    return nimtools::STATUS_FINE;
+    return nimtools::STATUS_OK;
 }
 
 Status NimProps::get(const std::vector<std::string>& operands)
@@ -120,11 +121,11 @@ Status NimProps::get(const std::vector<std::string>& operands)
     file.requireNoError();
     const std::string& key = operands[1];
     if (!file.table().containsKey(key)) {
-        complain(operands[0] + ": no property \"" + key + "\"");
+        warn(operands[0] + ": no property \"" + key + "\"");
         return nimtools::STATUS_FOUND;
     }
     out << file.table().getProperty(key) << '\n';
-    return nimtools::STATUS_FINE;
+    return nimtools::STATUS_OK;
 }
 
 Status NimProps::instance(const std::vector<std::string>& operands)
@@ -138,31 +139,32 @@ Status NimProps::instance(const std::vector<std::string>& operands)
     try {
         effective.reset(io::Config::getDefaultedProperties(file.table(), instanceName));
     } catch (const std::invalid_argument& exc) {
-        throw Failure(operands[0] + ": a key is nothing but a prefix: " + exc.what());
+        throw Failure(operands[0] + ": a key consists only of a prefix: " + exc.what());
     }
-    const std::map<std::string, std::string> places = file.places();
+    const std::map<std::string, std::string> locations = file.locations();
     const std::vector<std::string> lines = storedLines(*effective);
     bool isEmpty = true;
     auto line = lines.begin();
     for (const auto& [key, value] : *effective) {
         if (key.compare(0, classPrefix.size(), classPrefix) == 0) {
-            // The ranks of getDefaultedProperties(), highest first.
+            // The precedence of getDefaultedProperties(), highest first.
             std::string from = instanceName + '/' + key;
             for (const char* const prefix : {"*/", "/"}) {
                 from = file.table().containsKey(from) ? from : prefix + key;
             }
-            const auto place = places.find(from);
-            out << *line << '\t' << from << '\t' << (place == places.end() ? "-" : place->second) << '\n';
+            const auto location = locations.find(from);
+            out << *line << '\t' << from << '\t' << (location == locations.end() ? "-" : location->second)
+                << '\n';
             isEmpty = false;
         }
         ++line;
     }
     if (isEmpty) {
-        complain(operands[0] + ": no settings for " + instanceName
-                 + (classPrefix.empty() ? "" : " of the class " + operands[1]));
+        warn(operands[0] + ": no settings for " + instanceName
+             + (classPrefix.empty() ? "" : " of class " + operands[1]));
         return nimtools::STATUS_FOUND;
     }
-    return nimtools::STATUS_FINE;
+    return nimtools::STATUS_OK;
 }
 
 Status NimProps::diff(const std::vector<std::string>& operands)
@@ -174,7 +176,7 @@ Status NimProps::diff(const std::vector<std::string>& operands)
     const std::vector<std::string> leftLines = storedLines(left.table());
     const std::vector<std::string> rightLines = storedLines(right.table());
 
-    Status status = nimtools::STATUS_FINE;
+    Status status = nimtools::STATUS_OK;
     auto leftLine = leftLines.begin();
     auto rightLine = rightLines.begin();
     auto l = left.table().begin();

@@ -22,7 +22,7 @@ _nimprops()
                 compopt -o filenames
                 mapfile -t COMPREPLY < <(compgen -f -- "$current")
             elif [ "$command" = get ] && [ "$COMP_CWORD" -eq 3 ]; then
-                # No key has an equals sign in it.
+                # Keys do not contain "=".
                 local keys
                 keys=$(nimprops print "${COMP_WORDS[2]}" 2>/dev/null | cut -d= -f1)
                 mapfile -t COMPREPLY < <(compgen -W "$keys" -- "$current")

@@ -28,7 +28,7 @@ bool EventPrinter::elementProcessData(const std::string&, const std::string& ful
     return true;
 }
 
-/** In quotes, with control bytes and what would end the quotes escaped as in C. */
+/** Writes a string in quotes. Quotes, backslashes and control bytes are escaped as in C. */
 void EventPrinter::writeQuoted(const std::string& text)
 {
     static const char HEX[] = "0123456789abcdef";

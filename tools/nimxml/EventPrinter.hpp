@@ -8,7 +8,7 @@ namespace nimxml {
 
 namespace xml = com::kor::dal::nim::xml;
 
-/** Writes a line for each event of a document. */
+/** Prints one line for each event of a document. */
 class EventPrinter : public xml::Consumer
 {
 public:

@@ -21,19 +21,19 @@ const char USAGE[] =
     "usage: nimxml print FILE\n"
     "       nimxml check FILE...\n"
     "\n"
-    "Parses documents of the XML subset of dalnim; \"-\" is standard input.\n"
+    "Parses documents in the XML subset of dalnim. If FILE is \"-\", reads standard input.\n"
     "\n"
-    "  print  show the events of a document, one a line\n"
-    "  check  show what is wrong in each document\n"
+    "  print  print the events of a document, one per line\n"
+    "  check  print the errors of documents\n"
     "\n"
-    "  -h, --help     show this text\n"
-    "  -V, --version  show the version\n"
+    "  -h, --help     print this help\n"
+    "  -V, --version  print the version\n"
     "\n"
-    "Exit status: 0; 1 for a document with an error; 2 for a bad command line or a file that cannot be\n"
-    "read.\n";
+    "Exit status: 0 if all documents are correct; 1 if a document has an error; 2 if the command line is\n"
+    "invalid or a file cannot be read.\n";
 
-/** Has no interest in the events. */
-class Ignorer : public xml::Consumer
+/** Ignores all events. */
+class NullConsumer : public xml::Consumer
 {
 public:
     bool elementBegin(const std::string&, const std::string&, const xml::Attributes&) override
@@ -50,10 +50,11 @@ public:
     }
 
 protected:
-    ~Ignorer() noexcept(false) override = default;
+    ~NullConsumer() noexcept(false) override = default;
 };
 
-/** "file:line:column: offset N: text", where lines and columns count from 1 and offsets from 0, in bytes. */
+/** Returns "file:line:column: offset N: text". Lines and columns start at 1, offsets at 0; all count bytes.
+ */
 std::string errorAt(const std::string& path, const std::string& document, std::size_t offset,
                     const std::string& text)
 {
@@ -65,15 +66,15 @@ std::string errorAt(const std::string& path, const std::string& document, std::s
            + std::to_string(offset) + ": " + text;
 }
 
-/** The parser's "text -- near offset N: bytes..." as a line for the user. */
+/** Converts the parser's message "text -- near offset N: bytes..." to the form of errorAt(). */
 std::string syntaxError(const std::string& path, const std::string& document, const std::string& message)
 {
-    const std::string mark = " -- near offset ";
-    const std::size_t found = message.find(mark);
+    const std::string separator = " -- near offset ";
+    const std::size_t found = message.find(separator);
     if (found == std::string::npos) {
         return path + ": " + message;
     }
-    return errorAt(path, document, std::strtoul(message.c_str() + found + mark.size(), nullptr, 10),
+    return errorAt(path, document, std::strtoul(message.c_str() + found + separator.size(), nullptr, 10),
                    message.substr(0, found));
 }
 
@@ -82,8 +83,8 @@ class NimXml : public nimtools::CommandProgram
 public:
     NimXml()
         : CommandProgram("nimxml", USAGE,
-                         {{"print", 1, 1, "one FILE", [this](auto& files) { return print(files.front()); }},
-                          {"check", 1, ANY_NUMBER, "a FILE", [this](auto& files) { return check(files); }}})
+                         {{"print", 1, 1, "FILE", [this](auto& files) { return print(files.front()); }},
+                          {"check", 1, ANY_NUMBER, "FILE...", [this](auto& files) { return check(files); }}})
     {
     }
 
@@ -93,7 +94,10 @@ private:
     Status check(const std::vector<std::string>& paths);
 };
 
-/** Gives the error of the document, if there is one. Throws Failure when it cannot be read. */
+/**
+ * Parses a document. Returns its error, or an empty string.
+ * @throws Failure if the file cannot be read
+ */
 std::string NimXml::parse(const std::string& path, xml::ConsumerRef& consumer)
 {
     const std::string document = nimtools::readAll(path);
@@ -105,10 +109,10 @@ std::string NimXml::parse(const std::string& path, xml::ConsumerRef& consumer)
         }
         return syntaxError(path, document, exc.what());
     }
-    // The parser takes it for the end of the text.
-    const std::size_t zero = document.find('\0');
-    if (zero != std::string::npos) {
-        return errorAt(path, document, zero, "A zero byte; what follows it is not read");
+    // The parser stops at a NUL.
+    const std::size_t nul = document.find('\0');
+    if (nul != std::string::npos) {
+        return errorAt(path, document, nul, "NUL byte in the document; the parser ignores the rest");
     }
     return "";
 }
@@ -118,25 +122,25 @@ Status NimXml::print(const std::string& path)
     xml::ConsumerRef printer(new EventPrinter(out));
     const std::string error = parse(path, printer);
     if (error.empty()) {
-        return nimtools::STATUS_FINE;
+        return nimtools::STATUS_OK;
     }
-    complain(error);
+    warn(error);
     return nimtools::STATUS_FOUND;
 }
 
 Status NimXml::check(const std::vector<std::string>& paths)
 {
-    Status status = nimtools::STATUS_FINE;
-    xml::ConsumerRef ignorer(new Ignorer);
+    Status status = nimtools::STATUS_OK;
+    xml::ConsumerRef consumer(new NullConsumer);
     for (const std::string& path : paths) {
         try {
-            const std::string error = parse(path, ignorer);
+            const std::string error = parse(path, consumer);
             if (!error.empty()) {
                 out << error << '\n';
                 status = std::max(status, nimtools::STATUS_FOUND);
             }
         } catch (const nimtools::Failure& exc) {
-            complain(exc.what());
+            warn(exc.what());
             status = nimtools::STATUS_FAILED;
         }
     }

@@ -23,17 +23,17 @@ CommandLine::CommandLine(int argc, char** argv, const std::vector<Option>& optio
 int CommandLine::next()
 {
     const int index = optind;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the tools are single-threaded
     const int found = getopt_long(count, words, letters.c_str(), longOptions.data(), nullptr);
     if (found != ':' && found != '?') {
         return found;
     }
-    // A bad letter may stand in the middle of a word of several, a bad long option is a word.
+    // An invalid letter may be within a word of several letters; an invalid long option is a word of its own.
     const std::string word = words[optind > index ? optind - 1 : index];
     const bool isLong = word.compare(0, 2, "--") == 0;
     const std::string name = isLong ? word : std::string("-") + static_cast<char>(optopt);
     if (found == ':') {
-        throw UsageError("option " + name + " needs a value");
+        throw UsageError("option " + name + " requires a value");
     }
     if (isLong && optopt != 0) {
         throw UsageError("option " + name.substr(0, name.find('=')) + " takes no value");

@@ -7,27 +7,31 @@
 
 namespace nimtools {
 
-/** An option of a tool, long and perhaps with a letter of its own. */
+/** An option of a tool. */
 struct Option
 {
+    /** Long name, without "--". */
     const char* name;
-    /** What next() returns for it: its letter, or a number above 255 for one without. */
+    /** Result of next() for this option: its letter, or a number above 255 if it has none. */
     int id;
     bool hasValue;
 };
 
-/** The options and operands of a command line, in any order, as getopt_long(3) understands them. */
+/** The options and operands of a command line, in any order, as in getopt_long(3). */
 class CommandLine
 {
 public:
-    /** One for a process: getopt_long keeps its place in variables of its own. */
+    /** At most one per process, since getopt_long() stores its position in global variables. */
     CommandLine(int argc, char** argv, const std::vector<Option>& options);
 
-    /** The id of the next option, or -1 behind the last one. Throws UsageError for a bad one. */
+    /**
+     * Returns the id of the next option, or -1 after the last one.
+     * @throws UsageError if the option is unknown, lacks its value or has an unexpected one
+     */
     int next();
-    /** The value of the option that next() returned last. */
+    /** Returns the value of the option that next() returned last. */
     const char* value() const;
-    /** What is no option; when next() has returned -1. */
+    /** Returns the arguments that are not options. Requires that next() has returned -1. */
     std::vector<std::string> operands() const;
 
 private:

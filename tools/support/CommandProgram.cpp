@@ -13,17 +13,17 @@ CommandProgram::CommandProgram(const char* toolName, const char* usageText, std:
 {
 }
 
-bool CommandProgram::isGiven(int id) const
+bool CommandProgram::hasOption(int id) const
 {
-    return std::find(given.begin(), given.end(), id) != given.end();
+    return std::find(givenOptions.begin(), givenOptions.end(), id) != givenOptions.end();
 }
 
 void CommandProgram::checkOptions(const std::string& command) const
 {
     for (const CommandOption& known : options) {
-        if (isGiven(known.option.id) && command != known.command) {
-            throw UsageError(std::string("option --") + known.option.name + " is for " + known.command
-                             + " only");
+        if (hasOption(known.option.id) && command != known.command) {
+            throw UsageError(std::string("option --") + known.option.name + " is only valid with "
+                             + known.command);
         }
     }
 }
@@ -38,13 +38,13 @@ Status CommandProgram::work(int argc, char** argv)
     for (int option; (option = line.next()) != -1;) {
         if (option == 'h' || option == 'V') {
             option == 'h' ? showUsage() : showVersion();
-            return STATUS_FINE;
+            return STATUS_OK;
         }
-        given.push_back(option);
+        givenOptions.push_back(option);
     }
     std::vector<std::string> operands = line.operands();
     if (operands.empty()) {
-        throw UsageError("a command is needed: " + names());
+        throw UsageError("expected a command: " + commandNames());
     }
     const std::string wanted = operands.front();
     operands.erase(operands.begin());
@@ -54,13 +54,13 @@ Status CommandProgram::work(int argc, char** argv)
         throw UsageError("unknown command " + wanted);
     }
     checkOptions(wanted);
-    if (operands.size() < command->fewest || operands.size() > command->most) {
-        throw UsageError(wanted + " needs " + command->needs);
+    if (operands.size() < command->minOperands || operands.size() > command->maxOperands) {
+        throw UsageError(wanted + " requires the operands " + command->operandNames);
     }
-    return command->carryOut(operands);
+    return command->execute(operands);
 }
 
-std::string CommandProgram::names() const
+std::string CommandProgram::commandNames() const
 {
     std::string text;
     for (std::size_t i = 0; i < commands.size(); ++i) {

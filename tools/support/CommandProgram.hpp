@@ -11,22 +11,22 @@
 
 namespace nimtools {
 
-/** A tool whose first operand is a command, and the others that command's. An option may be one command's. */
+/** A tool whose first operand is a command. Options may apply to one command only. */
 class CommandProgram : public Program
 {
 protected:
     struct Command
     {
         const char* name;
-        std::size_t fewest;
-        std::size_t most;
-        /** What it needs, for the complaint. */
-        const char* needs;
-        std::function<Status(const std::vector<std::string>& operands)> carryOut;
+        std::size_t minOperands;
+        std::size_t maxOperands;
+        /** Its operands, as in the usage: "FILE KEY". */
+        const char* operandNames;
+        std::function<Status(const std::vector<std::string>& operands)> execute;
     };
     static constexpr std::size_t ANY_NUMBER = static_cast<std::size_t>(-1);
 
-    /** An option without a value that one command has. */
+    /** An option without a value, for one command. */
     struct CommandOption
     {
         Option option;
@@ -36,22 +36,22 @@ protected:
     CommandProgram(const char* toolName, const char* usageText, std::vector<Command> toolCommands,
                    std::vector<CommandOption> commandOptions = {});
 
-    /** Returns true if the option of this id is given. */
-    bool isGiven(int id) const;
+    /** Returns true if the option with this id is on the command line. */
+    bool hasOption(int id) const;
 
     Status work(int argc, char** argv) override;
 
 private:
-    /** The names, as "a, b or c". */
-    std::string names() const;
+    /** Returns the names of the commands, as in "a, b or c". */
+    std::string commandNames() const;
 
-    /** Throws UsageError for an option that another command has. */
+    /** @throws UsageError if an option does not apply to the command */
     void checkOptions(const std::string& command) const;
 
     const std::vector<Command> commands;
     const std::vector<CommandOption> options;
-    /** The ids of the options that are given. */
-    std::vector<int> given;
+    /** Ids of the options on the command line. */
+    std::vector<int> givenOptions;
 };
 
 }

@@ -6,7 +6,7 @@
 
 namespace nimtools {
 
-/** Owns a file descriptor; -1 for none. */
+/** Owns a file descriptor, or none (-1). Never closes standard input. */
 class Descriptor
 {
 public:
@@ -19,7 +19,6 @@ public:
     }
     ~Descriptor()
     {
-        // Standard input is borrowed.
         if (number > STDIN_FILENO) {
             close(number);
         }

@@ -6,21 +6,21 @@
 
 namespace nimtools {
 
-/** What ends a tool with the status 2: its text is the one line on standard error. */
+/** An error that ends a tool with status 2. Its message is printed as one line on standard error. */
 class Failure : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/** A mistake on the command line. */
+/** An invalid command line. */
 class UsageError : public Failure
 {
 public:
     using Failure::Failure;
 };
 
-/** "cannot read NAME: No such file or directory", of the number in `errno`. */
+/** Returns a Failure such as "cannot read NAME: No such file or directory", with the message of `errno`. */
 Failure cannotRead(const std::string& name);
 
 }

@@ -15,14 +15,14 @@ namespace nimtools {
 
 namespace {
 
-/** A line that looks like an include. */
+/** A line that looks like an include directive. */
 struct Include
 {
     std::string path;
     std::size_t line;
 };
 
-/** A file whose includes are being followed. */
+/** A file whose includes are being visited. */
 struct Includer
 {
     std::string path;
@@ -52,15 +52,15 @@ Includer readIncluder(const std::string& path, std::istream& lines)
     return result;
 }
 
-/** Returns false if the file was entered before, under this path or another. */
-bool enter(std::set<std::string>& known, const std::string& path)
+/** Adds a file. Returns false if it was added before, under this path or another. */
+bool insertPath(std::set<std::string>& visited, const std::string& path)
 {
-    if (!known.insert(path).second) {
+    if (!visited.insert(path).second) {
         return false;
     }
     std::error_code failure;
     const std::string resolved = std::filesystem::canonical(path, failure);
-    return failure || resolved == path || known.insert(resolved).second;
+    return failure || resolved == path || visited.insert(resolved).second;
 }
 
 }
@@ -68,8 +68,8 @@ bool enter(std::set<std::string>& known, const std::string& path)
 std::vector<std::string> includedFiles(const std::string& path, const std::string& text)
 {
     std::vector<std::string> result;
-    std::set<std::string> known;
-    enter(known, path);
+    std::set<std::string> visited;
+    insertPath(visited, path);
     std::istringstream own(text);
     std::vector<Includer> includers;
     includers.push_back(readIncluder(path, own));
@@ -80,13 +80,13 @@ std::vector<std::string> includedFiles(const std::string& path, const std::strin
             continue;
         }
         const Include include = includer.includes[includer.next++];
-        if (!enter(known, include.path)) {
+        if (!insertPath(visited, include.path)) {
             continue;
         }
         std::error_code failure;
         if (std::filesystem::is_fifo(include.path, failure)) {
             throw Failure(includer.path + ":" + std::to_string(include.line) + ": the included file "
-                          + include.path + " is a FIFO; its writer is not waited for");
+                          + include.path + " is a FIFO, which is not supported");
         }
         result.push_back(include.path);
         std::ifstream file(include.path);

@@ -7,13 +7,12 @@
 namespace nimtools {
 
 /**
- * Returns the files that a properties file includes, directly or not, each once and in the order in which a
- * load reads them. Each line that looks like an include counts, also one that an error in front of it hides.
- *
- * Throws Failure if one of them is a FIFO, for whose writer the load would wait.
- *
- * @param path names the file in messages; its directory is the base of its includes
- * @param text what the file contains
+ * Returns the files that a properties file includes, directly or indirectly, each once, in the order in which
+ * they are loaded. Every line that looks like an include counts, even if the load stops at an error before
+ * it.
+ * @param path the path of the file, for messages; its directory is the base of its includes
+ * @param text the content of the file
+ * @throws Failure if an included file is a FIFO, whose writer the load would wait for
  */
 std::vector<std::string> includedFiles(const std::string& path, const std::string& text);
 

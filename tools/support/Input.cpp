@@ -18,11 +18,11 @@ std::string readAll(const std::string& path)
         throw cannotRead(path);
     }
     std::string text;
-    std::array<char, 64UL * 1024> piece;
+    std::array<char, 64UL * 1024> chunk;
     for (;;) {
-        const ssize_t count = read(file.get(), piece.data(), piece.size());
+        const ssize_t count = read(file.get(), chunk.data(), chunk.size());
         if (count > 0) {
-            text.append(piece.data(), static_cast<std::size_t>(count));
+            text.append(chunk.data(), static_cast<std::size_t>(count));
         } else if (count == 0) {
             return text;
         } else if (errno != EINTR) {

@@ -5,10 +5,13 @@
 
 namespace nimtools {
 
-/** The name that stands for standard input. */
+/** The file name that means standard input. */
 extern const char STANDARD_INPUT[];
 
-/** All bytes of a file, or of standard input. Throws Failure. */
+/**
+ * Returns the content of a file or of standard input.
+ * @throws Failure if it cannot be read
+ */
 std::string readAll(const std::string& path);
 
 }

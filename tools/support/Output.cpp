@@ -11,7 +11,7 @@ namespace nimtools {
 
 Output::Output()
 {
-    buffer.reserve(2 * PIECE);
+    buffer.reserve(2 * CHUNK);
 }
 
 void Output::flush()
@@ -22,7 +22,7 @@ void Output::flush()
         if (written >= 0) {
             rest.remove_prefix(static_cast<std::size_t>(written));
         } else if (errno != EINTR) {
-            throw Failure("cannot write standard output: " + com::kor::dal::nim::sys::sys_err_string());
+            throw Failure("cannot write to standard output: " + com::kor::dal::nim::sys::sys_err_string());
         }
     }
     buffer.clear();

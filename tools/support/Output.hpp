@@ -6,12 +6,12 @@
 
 namespace nimtools {
 
-/** Standard output, in large pieces. A failure to write is not overlooked. */
+/** Buffered standard output that reports write errors. */
 class Output
 {
 public:
     Output();
-    /** Loses what was not flushed. */
+    /** Discards output that was not flushed. */
     ~Output() = default;
 
     Output(const Output&) = delete;
@@ -20,7 +20,7 @@ public:
     Output& operator<<(std::string_view text)
     {
         buffer.append(text);
-        if (buffer.size() >= PIECE) {
+        if (buffer.size() >= CHUNK) {
             flush();
         }
         return *this;
@@ -30,11 +30,15 @@ public:
         return *this << std::string_view(&c, 1);
     }
 
-    /** Throws Failure, as all that writes does. */
+    /**
+     * Writes the buffered output.
+     * @throws Failure if it cannot be written, as `operator<<` does
+     */
     void flush();
 
 private:
-    static constexpr std::size_t PIECE = 64UL * 1024;
+    /** Size in bytes at which the buffer is flushed. */
+    static constexpr std::size_t CHUNK = 64UL * 1024;
 
     std::string buffer;
 };

@@ -37,13 +37,13 @@ void Program::showVersion()
     out << name << " (dalnim) " << DALNIM_VERSION << '\n';
 }
 
-void Program::complain(const std::string& text)
+void Program::warn(const std::string& text)
 {
     out.flush();
     printError(text);
 }
 
-/** The text may be from a file that is not to be trusted. */
+/** Makes control characters visible on a terminal: messages may quote untrusted files. */
 void Program::printError(const std::string& text) const
 {
     std::string line = text;

@@ -7,16 +7,16 @@
 
 namespace nimtools {
 
-/** The statuses that a tool ends with. */
+/** Exit statuses of the tools. */
 enum Status {
-    STATUS_FINE = 0,
-    /** There are findings or differences, or what was asked for is not there. */
+    STATUS_OK = 0,
+    /** There are findings or differences, or the requested item does not exist. */
     STATUS_FOUND = 1,
-    /** A bad command line, or a file that cannot be read. */
+    /** The command line is invalid, or a file cannot be read. */
     STATUS_FAILED = 2
 };
 
-/** The frame of a tool: what all of them do alike. */
+/** The base class of the tools. */
 class Program
 {
 public:
@@ -25,20 +25,21 @@ public:
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
-    /** Does the work, and turns what is thrown into a line on standard error and STATUS_FAILED. */
+    /** Calls work() and returns its status. Exceptions become a line on standard error and STATUS_FAILED. */
     int run(int argc, char** argv);
 
 protected:
     Program(const char* toolName, const char* usageText);
 
-    /** The work; what it puts into `out` is written when it returns. */
+    /** Runs the tool. Output in `out` is flushed after it returns. */
     virtual Status work(int argc, char** argv) = 0;
 
-    /** Answers the options that every tool has. */
+    /** Implements the option --help. */
     void showUsage();
+    /** Implements the option --version. */
     void showVersion();
-    /** A line on standard error, behind what has been put out by then. */
-    void complain(const std::string& text);
+    /** Flushes the output, then prints a line on standard error. */
+    void warn(const std::string& text);
 
     Output out;
 

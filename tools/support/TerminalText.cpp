@@ -15,7 +15,7 @@ bool isControl(unsigned char byte)
     return byte < 0x20 || byte == 0x7f;
 }
 
-/** Adds a byte as the key that makes it, in the manner of cat(1). */
+/** Appends a byte as the key that produces it, like cat(1). */
 void appendKey(std::string& to, unsigned char byte)
 {
     to += byte > SEVEN_BITS ? "M-^" : "^";
@@ -37,14 +37,14 @@ void appendVisible(std::string& to, std::string_view text, std::string_view plai
             text.remove_prefix(1);
             continue;
         }
-        bool isGood = false;
-        const std::size_t length = utf8Sequence(text, isGood);
-        if (isGood && beginsWithC1(text)) {
+        bool isWellFormed = false;
+        const std::size_t length = utf8Sequence(text, isWellFormed);
+        if (isWellFormed && beginsWithC1(text)) {
             appendKey(to, static_cast<unsigned char>(text[1]));
-        } else if (isGood) {
+        } else if (isWellFormed) {
             to += text.substr(0, length);
         } else {
-            // Terminals that do not know UTF-8 take such a byte for the control character.
+            // Terminals without UTF-8 treat such a byte as a control character.
             for (const char c : text.substr(0, length)) {
                 const auto part = static_cast<unsigned char>(c);
                 if (isControl(part & SEVEN_BITS)) {

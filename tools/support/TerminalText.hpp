@@ -7,10 +7,9 @@
 namespace nimtools {
 
 /**
- * Adds a text in a form that is no command to a terminal: control characters as "^X", those above 127 as
+ * Appends a string in a form that is safe for terminals: control characters as "^X", those above 127 as
  * "M-^X".
- *
- * @param plain control characters that are added unchanged
+ * @param plain control characters that are appended unchanged
  */
 void appendVisible(std::string& to, std::string_view text, std::string_view plain);
 

@@ -8,13 +8,14 @@ struct Lead
 {
     unsigned char first;
     unsigned char last;
-    /** Bytes that follow, and the range of the first of them. */
+    /** Number of continuation bytes; `low` and `high` are the range of the first. */
     unsigned int following;
     unsigned char low;
     unsigned char high;
 };
 
-/** The well-formed sequences of the Unicode standard: no surrogates, none too long, none above U+10FFFF. */
+/** Well-formed sequences of the Unicode standard: no surrogates, no overlong forms, nothing above U+10FFFF.
+ */
 constexpr Lead LEADS[] = {{0xc2, 0xdf, 1, 0x80, 0xbf}, {0xe0, 0xe0, 2, 0xa0, 0xbf},
                           {0xe1, 0xec, 2, 0x80, 0xbf}, {0xed, 0xed, 2, 0x80, 0x9f},
                           {0xee, 0xef, 2, 0x80, 0xbf}, {0xf0, 0xf0, 3, 0x90, 0xbf},
@@ -22,10 +23,10 @@ constexpr Lead LEADS[] = {{0xc2, 0xdf, 1, 0x80, 0xbf}, {0xe0, 0xe0, 2, 0xa0, 0xb
 
 }
 
-std::size_t utf8Sequence(std::string_view text, bool& isGood)
+std::size_t utf8Sequence(std::string_view text, bool& isWellFormed)
 {
     const auto byte = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-    isGood = false;
+    isWellFormed = false;
     for (const Lead& lead : LEADS) {
         if (byte(0) < lead.first || byte(0) > lead.last) {
             continue;
@@ -37,7 +38,7 @@ std::size_t utf8Sequence(std::string_view text, bool& isGood)
                 return at;
             }
         }
-        isGood = true;
+        isWellFormed = true;
         return lead.following + 1;
     }
     return 1;

@@ -7,12 +7,14 @@
 namespace nimtools {
 
 /**
- * Returns how many bytes at the beginning of a text, which must not be empty, are a character that UTF-8
- * encodes with more than one byte. If `isGood` is set to false, they are an ill-formed piece instead.
+ * Returns the length of the UTF-8 sequence at the start of a string.
+ * @param text         starts with a byte above 127
+ * @param isWellFormed receives false if the sequence is ill-formed; the result is then the number of bytes to
+ *                     replace
  */
-std::size_t utf8Sequence(std::string_view text, bool& isGood);
+std::size_t utf8Sequence(std::string_view text, bool& isWellFormed);
 
-/** Whether a text begins with a control character of U+0080 to U+009F, two bytes in UTF-8. */
+/** Returns true if a string starts with a control character from U+0080 to U+009F (two bytes in UTF-8). */
 bool beginsWithC1(std::string_view text);
 
 }

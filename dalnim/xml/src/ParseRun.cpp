@@ -434,8 +434,9 @@ inline char* ParseRun::attributeValue(char* p)
     return stop + 1;
 }
 
-/** Reports the start of an element. An empty-element tag is reported even if the document ends right after
- * it. */
+/**
+ * Reports the start of an element. An empty-element tag is reported even if the document ends right after it.
+ */
 inline char* ParseRun::startElement(char* p, bool isEmpty)
 {
     if (p == end && !isEmpty) {
