@@ -21,11 +21,13 @@ namespace nim = com::kor::dal::nim;
 
 namespace {
 
-/** More would not be of use, and their start would take the machine's threads. */
-constexpr std::uint32_t MOST_WORKERS = 10000;
+/** More workers would be of no use, and starting them would exhaust the threads of the machine. */
+constexpr std::uint32_t MAX_WORKERS = 10000;
 constexpr std::uint32_t NO_LIMIT = std::numeric_limits<std::uint32_t>::max();
 
-/** The settings of one instance; complains of a bad one with the file and the instance. */
+/**
+ * The settings of one instance. Throws ConfigurationError, with the file and the instance, if one is invalid.
+ */
 class Settings
 {
 public:
@@ -34,27 +36,27 @@ public:
     {
     }
 
-    std::uint32_t number(const char* key, std::uint32_t least, std::uint32_t most = NO_LIMIT) const
+    std::uint32_t number(const char* key, std::uint32_t minimum, std::uint32_t maximum = NO_LIMIT) const
     {
         const std::string& text = effective->getProperty(key);
         std::uint32_t value = 0;
         const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-        if (error != std::errc() || stop != text.data() + text.size() || value < least) {
-            complain(key, "a number from " + std::to_string(least), text);
+        if (error != std::errc() || stop != text.data() + text.size() || value < minimum) {
+            throwInvalid(key, "a number of at least " + std::to_string(minimum), text);
         }
-        if (value > most) {
-            complain(key, "at most " + std::to_string(most), text);
+        if (value > maximum) {
+            throwInvalid(key, "at most " + std::to_string(maximum), text);
         }
         return value;
     }
 
-    /** Names of letters, digits, "-" and "_", separated by blanks. */
+    /** Returns a list of names, separated by spaces. Names consist of letters, digits, "-" and "_". */
     std::vector<std::string> names(const char* key) const
     {
         const std::string& text = effective->getProperty(key);
         if (text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_ ")
             != std::string::npos) {
-            complain(key, "a list of names", text);
+            throwInvalid(key, "a list of names", text);
         }
         std::vector<std::string> list;
         nim::type::CompositeString words(text, " ", true);
@@ -69,20 +71,21 @@ public:
         return effective->containsKey(key);
     }
 
-    bool truth(const char* key) const
+    bool boolean(const char* key) const
     {
         const std::string& text = effective->getProperty(key);
         if (text != nim::io::Config::VAL_TRUE && text != nim::io::Config::VAL_FALSE) {
-            complain(key, "true or false", text);
+            throwInvalid(key, "true or false", text);
         }
         return text == nim::io::Config::VAL_TRUE;
     }
 
 private:
-    [[noreturn]] void complain(const char* key, const std::string& wanted, const std::string& text) const
+    [[noreturn]] void throwInvalid(const char* key, const std::string& expected,
+                                   const std::string& text) const
     {
-        throw ConfigurationError(path + ": " + key + " of " + name + " is to be " + wanted + ", not \"" + text
-                                 + "\"");
+        throw ConfigurationError(path + ": " + key + " of " + name + " must be " + expected + ", not \""
+                                 + text + "\"");
     }
 
     const std::unique_ptr<nim::io::Properties> effective;
@@ -96,7 +99,7 @@ std::string directoryOf(const std::string& path)
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
-std::string joined(const std::vector<std::string>& words)
+std::string quotedList(const std::vector<std::string>& words)
 {
     std::string text;
     for (const std::string& word : words) {
@@ -105,19 +108,19 @@ std::string joined(const std::vector<std::string>& words)
     return "\"" + text + "\"";
 }
 
-/** Notes a setting whose two values differ. */
-void compare(std::vector<RestartSetting>& differing, const std::string& name, const std::string& inEffect,
-             const std::string& wanted)
+/** Adds a setting if its two values differ. */
+void addIfDifferent(std::vector<RestartSetting>& differences, const std::string& name,
+                    const std::string& current, const std::string& requested)
 {
-    if (inEffect != wanted) {
-        differing.push_back({name, inEffect, wanted});
+    if (current != requested) {
+        differences.push_back({name, current, requested});
     }
 }
 
-void compare(std::vector<RestartSetting>& differing, const std::string& name, std::uint32_t inEffect,
-             std::uint32_t wanted)
+void addIfDifferent(std::vector<RestartSetting>& differences, const std::string& name, std::uint32_t current,
+                    std::uint32_t requested)
 {
-    compare(differing, name, std::to_string(inEffect), std::to_string(wanted));
+    addIfDifferent(differences, name, std::to_string(current), std::to_string(requested));
 }
 
 }
@@ -137,7 +140,7 @@ Configuration::Configuration(const std::string& file, Time time) : path(file), r
         }
         std::error_code unknown;
         if (time == WHILE_RUNNING && status > 0 && !std::filesystem::is_regular_file(file, unknown)) {
-            throw ConfigurationError("cannot read " + file + " again: it is no regular file");
+            throw ConfigurationError("cannot reload " + file + ": it is not a regular file");
         }
         std::ifstream stream(file);
         if (!stream) {
@@ -152,7 +155,7 @@ Configuration::Configuration(const std::string& file, Time time) : path(file), r
     } catch (...) {
         throw ConfigurationError(currentFailure());
     }
-    anchorLogDirectory();
+    resolveLogDirectory();
 }
 
 void Configuration::check(const std::vector<std::string>& sources) const
@@ -183,28 +186,29 @@ std::string Configuration::logPath() const
 void Configuration::configureLog() const
 {
     LogSettings::apply(properties, path,
-                       readAt == WHILE_RUNNING ? LogSettings::NEVER_WAITS : LogSettings::MAY_WAIT);
+                       readAt == WHILE_RUNNING ? LogSettings::NON_BLOCKING : LogSettings::MAY_BLOCK);
 }
 
 std::vector<RestartSetting> Configuration::restartSettings(const Configuration& fresh,
                                                            const std::vector<std::string>& sources) const
 {
-    std::vector<RestartSetting> differing;
-    compare(differing, "host/plugins", joined(plugins()), joined(fresh.plugins()));
-    compare(differing, "host/adapters", joined(adapters()), joined(fresh.adapters()));
+    std::vector<RestartSetting> differences;
+    addIfDifferent(differences, "host/plugins", quotedList(plugins()), quotedList(fresh.plugins()));
+    addIfDifferent(differences, "host/adapters", quotedList(adapters()), quotedList(fresh.adapters()));
     for (const std::string& name : adapters()) {
         if (!(plugin(name) == fresh.plugin(name))) {
-            differing.push_back({"the settings of the adapter " + name, "those of the start", "others"});
+            differences.push_back(
+                {"the settings of the adapter " + name, "those of the start", "the new ones"});
         }
     }
     const PoolSettings workers = pool();
-    const PoolSettings wanted = fresh.pool();
-    compare(differing, "pool/threads", workers.threads, wanted.threads);
-    compare(differing, "pool/pending", workers.pending, wanted.pending);
+    const PoolSettings requested = fresh.pool();
+    addIfDifferent(differences, "pool/threads", workers.threads, requested.threads);
+    addIfDifferent(differences, "pool/pending", workers.pending, requested.pending);
     for (const std::string& name : sources) {
-        compare(differing, "source/queue of " + name, source(name).queue, fresh.source(name).queue);
+        addIfDifferent(differences, "source/queue of " + name, source(name).queue, fresh.source(name).queue);
     }
-    return differing;
+    return differences;
 }
 
 std::string Configuration::warnings() const
@@ -215,22 +219,22 @@ std::string Configuration::warnings() const
     for (const auto& setting : properties) {
         const bool ours = setting.first.rfind("host/", 0) == 0 || setting.first.rfind("pool/", 0) == 0;
         if (ours && known.count(setting.first) == 0) {
-            text += "WARNING: " + path + ": there is no setting \"" + setting.first + "\"\n";
+            text += "WARNING: " + path + ": unknown setting \"" + setting.first + "\"\n";
         }
     }
     return text;
 }
 
-void Configuration::anchorLogDirectory()
+void Configuration::resolveLogDirectory()
 {
     const std::string key = LogSettings::key(nim::log::Control::TAG_OUTPUT_DIRECTORY);
     const std::string directory = properties.getProperty(key);
     if (!directory.empty()) {
-        properties.setProperty(key, anchored(directory));
+        properties.setProperty(key, resolvePath(directory));
     }
 }
 
-std::string Configuration::anchored(const std::string& file) const
+std::string Configuration::resolvePath(const std::string& file) const
 {
     return !file.empty() && file.front() == '/' ? file : directoryOf(path) + file;
 }
@@ -239,7 +243,7 @@ SourceSettings Configuration::source(const std::string& name) const
 {
     const Settings settings(properties, path, name);
     return {settings.number("source/rate", 0),       settings.number("source/queue", 1),
-            settings.truth("source/block"),          settings.number("source/debug.every", 0),
+            settings.boolean("source/block"),        settings.number("source/debug.every", 0),
             settings.number("source/fail.every", 0), settings.number("source/break.after", 0)};
 }
 
@@ -264,9 +268,9 @@ PluginSettings Configuration::plugin(const std::string& name) const
     const std::unique_ptr<const nim::io::Properties> host(
         nim::io::Config::getDefaultedProperties(properties, "host"));
     std::unique_ptr<nim::io::Properties> own(nim::io::Config::getDefaultedProperties(properties, name));
-    // Where its relative paths begin, unless it is told.
-    own->setProperty("directory", own->getProperty("directory", anchored(".")));
-    const std::string directory = anchored(host->getProperty("plugin.directory", "."));
+    // The default base of relative paths in the settings of the plug-in.
+    own->setProperty("directory", own->getProperty("directory", resolvePath(".")));
+    const std::string directory = resolvePath(host->getProperty("plugin.directory", "."));
     return {directory + "/" + name + ".so", std::move(own)};
 }
 
@@ -274,7 +278,7 @@ PoolSettings Configuration::pool() const
 {
     const std::string name = "pool";
     const Settings settings(properties, path, name);
-    return {settings.number("threads", 1, MOST_WORKERS), settings.number("pending", 1)};
+    return {settings.number("threads", 1, MAX_WORKERS), settings.number("pending", 1)};
 }
 
 std::chrono::seconds Configuration::endLimit() const

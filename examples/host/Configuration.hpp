@@ -12,35 +12,35 @@
 
 namespace nimhost {
 
-/** A configuration that cannot be read or has a bad value: one line for standard error. */
+/** A configuration that cannot be read or is invalid. The message is one line. */
 class ConfigurationError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/** How one source behaves. */
+/** The settings of a source. */
 struct SourceSettings
 {
-    /** Requests a second, 0 for as many as it can. */
+    /** Requests per second; 0 means as many as possible. */
     std::uint32_t rate;
-    /** How many of its requests may be under way. */
+    /** Maximum number of its unanswered requests. */
     std::uint32_t queue;
-    /** Whether it waits for room in the pool. */
+    /** Whether it waits if the pool is full. */
     bool block;
-    /** Every so many requests one is answered at DEBUG, 0 for none. */
+    /** Every n-th request is logged at DEBUG; 0 means none. */
     std::uint32_t debugEvery;
-    /** Every so many requests one fails, 0 for none. */
+    /** Every n-th request fails; 0 means none. */
     std::uint32_t failEvery;
-    /** After so many requests the source throws, 0 for never. */
+    /** Number of requests after which the source throws; 0 means never. */
     std::uint32_t breakAfter;
 };
 
-/** The workers. */
+/** The settings of the thread pool. */
 struct PoolSettings
 {
     std::uint32_t threads;
-    /** How many requests may wait for a worker. */
+    /** Maximum number of requests that wait for a worker. */
     std::uint32_t pending;
 };
 
@@ -53,12 +53,12 @@ struct PluginSettings
 
 bool operator==(const PluginSettings& left, const PluginSettings& right);
 
-/** A setting that is read at the start only, and the value that another configuration has for it. */
+/** A setting that is read only at the start, and has another value in a new configuration. */
 struct RestartSetting
 {
     std::string name;
-    std::string inEffect;
-    std::string wanted;
+    std::string current;
+    std::string requested;
 };
 
 /** The host's configuration, read from a properties file. */
@@ -67,55 +67,63 @@ class Configuration
 public:
     /** When a configuration is read. */
     enum Time {
-        /** The file may be a pipe, whose writer is waited for. */
+        /** The file may be a pipe; the constructor waits for its writer. */
         AT_START,
-        /** Nothing may hold up the run: only a regular file is read, and a log that would wait for its reader
-           is refused. */
+        /** Must not block: the file must be regular, and a log whose opening would block is rejected. */
         WHILE_RUNNING
     };
 
-    /** Reads the file and what it includes. Throws ConfigurationError. */
+    /**
+     * Reads the file and the files that it includes.
+     * @throws ConfigurationError if one of them cannot be read or is invalid
+     */
     Configuration(const std::string& file, Time time);
 
     /**
-     * Checks every setting of the host, its pool, its plug-ins and the named sources. Throws
-     * ConfigurationError for the first that is bad.
+     * Checks all settings of the host, the pool, the plug-ins and the named sources.
+     * @throws ConfigurationError for the first invalid setting
      */
     void check(const std::vector<std::string>& sources) const;
-    /** All settings. */
+    /** Returns all settings. */
     const com::kor::dal::nim::io::Properties& settings() const;
-    /** The path that the log will have; empty for a stream. */
+    /** Returns the path that the log will have, or an empty string for a stream. */
     std::string logPath() const;
-    /** Configures the log as LogSettings::apply() does: completely or not at all. Throws ConfigurationError.
+    /**
+     * Applies all log settings, or none; see LogSettings::apply().
+     * @throws ConfigurationError if they cannot be applied
      */
     void configureLog() const;
-    /** What differs from `fresh` and is only read at the start. */
+    /** Returns the settings that differ from `fresh` and are read only at the start. */
     std::vector<RestartSetting> restartSettings(const Configuration& fresh,
                                                 const std::vector<std::string>& sources) const;
 
-    /** The settings of the source of that name. Throws ConfigurationError. */
+    /**
+     * Returns the settings of a source. This and the functions below throw ConfigurationError if one is
+     * invalid.
+     */
     SourceSettings source(const std::string& name) const;
-    /** Throws ConfigurationError. */
+    /** Returns the settings of the thread pool. */
     PoolSettings pool() const;
 
-    /** How long an orderly end may take; 0 for no limit, also if it is not set. Throws ConfigurationError. */
+    /** Returns the time limit of an orderly shutdown; 0 (the default) means no limit. */
     std::chrono::seconds endLimit() const;
 
-    /** The names of the plug-ins that answer requests. Throws ConfigurationError. */
+    /** Returns the names of the plug-ins that answer requests. */
     std::vector<std::string> plugins() const;
-    /** The names of the plug-ins that are loaded before the log is configured, and stay. */
+    /**
+     * Returns the names of the plug-ins that are loaded before the log is configured, and are never unloaded.
+     */
     std::vector<std::string> adapters() const;
-    /** What belongs to the plug-in of that name. */
+    /** Returns the library and the settings of a plug-in. */
     PluginSettings plugin(const std::string& name) const;
 
-    /** Warnings: of the loader, and about settings of the host and the pool that do not exist; a line each.
-     */
+    /** Returns warnings of the load, and about unknown settings of the host and the pool, one per line. */
     std::string warnings() const;
 
 private:
-    void anchorLogDirectory();
-    /** The path; one that is not absolute stands beside the configuration. */
-    std::string anchored(const std::string& file) const;
+    void resolveLogDirectory();
+    /** Returns a path; relative paths are relative to the directory of the configuration. */
+    std::string resolvePath(const std::string& file) const;
     std::vector<std::string> names(const char* key) const;
 
     std::string path;

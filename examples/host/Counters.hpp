@@ -7,43 +7,43 @@
 
 namespace nimhost {
 
-/** What the whole host did; any thread may count. */
+/** Counters of the host. Any thread may modify them. */
 struct Counters
 {
-    /** Requests that no worker has begun: in the pool, or at its door while it is full. */
+    /** Requests that no worker has started, including those that wait because the pool is full. */
     std::atomic<std::int64_t> requestsWaiting{0};
-    /** Requests that were read and have no answer yet. */
+    /** Requests that were read and are not yet answered. */
     std::atomic<std::int64_t> requestsOpen{0};
     std::atomic<std::uint64_t> tasksRun{0};
-    /** Requests for which the pool had no room. */
-    std::atomic<std::uint64_t> tasksRefused{0};
+    /** Requests rejected because the pool was full. */
+    std::atomic<std::uint64_t> tasksRejected{0};
     std::atomic<std::uint64_t> tasksFailed{0};
-    /** Tasks that ran under another token than their source's. */
-    std::atomic<std::uint64_t> tasksUnderForeignToken{0};
-    /** Requests that were read and that the end of the run left without an answer. */
+    /** Tasks that did not run with the security token of their source. */
+    std::atomic<std::uint64_t> tasksWithWrongToken{0};
+    /** Requests that were read but not answered before the end of the run. */
     std::atomic<std::uint64_t> requestsDropped{0};
-    /** The longest that a request waited for a worker. */
+    /** Longest time that a request waited for a worker, in microseconds. */
     std::atomic<std::uint64_t> longestWaitMicros{0};
-    std::atomic<std::uint64_t> sourcesBroken{0};
+    std::atomic<std::uint64_t> sourcesFailed{0};
 
     std::atomic<std::uint64_t> documentsRead{0};
-    std::atomic<std::uint64_t> documentsRefused{0};
-    /** Documents that the end of the run left unread. */
+    std::atomic<std::uint64_t> documentsRejected{0};
+    /** Documents that were not read before the end of the run. */
     std::atomic<std::uint64_t> documentsDropped{0};
     std::atomic<std::uint64_t> elementsRead{0};
-    /** Results that standard output did not take. */
-    std::atomic<std::uint64_t> resultsLost{0};
-    /** By a reload in a document. */
-    std::atomic<std::uint64_t> pluginsLoadedAgain{0};
-    /** By SIGHUP. */
-    std::atomic<std::uint64_t> configurationsRead{0};
-    std::atomic<std::uint64_t> configurationsRefused{0};
+    /** Results that could not be written to standard output. */
+    std::atomic<std::uint64_t> resultsNotWritten{0};
+    /** Plug-ins reloaded by a request in a document. */
+    std::atomic<std::uint64_t> pluginsReloaded{0};
+    /** Configurations reloaded on SIGHUP. */
+    std::atomic<std::uint64_t> configurationsReloaded{0};
+    std::atomic<std::uint64_t> configurationsRejected{0};
 
     std::atomic<std::uint64_t> recordsWritten{0};
-    /** By the gate. */
-    std::atomic<std::uint64_t> recordsRefused{0};
+    /** Records whose severity or module is disabled. */
+    std::atomic<std::uint64_t> recordsFiltered{0};
 
-    void noteWait(std::chrono::steady_clock::duration wait)
+    void recordWait(std::chrono::steady_clock::duration wait)
     {
         const auto micros =
             static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(wait).count());
@@ -53,13 +53,13 @@ struct Counters
     }
 };
 
-/** The end of the run, seen by all sources. */
+/** State of the end of the run, read by all threads. */
 struct Stop
 {
     std::atomic<bool> now{false};
-    /** Requests that no worker has begun are dropped rather than answered. */
+    /** Whether requests that no worker has started are dropped instead of answered. */
     std::atomic<bool> drop{false};
-    /** How many requests the sources may still read. */
+    /** Number of requests that the sources may still read. */
     std::atomic<std::int64_t> requestsLeft{0};
 };
 

@@ -14,7 +14,7 @@ void openMissingDescriptors()
         if (fcntl(wanted, F_GETFD) != -1 || errno != EBADF) {
             continue;
         }
-        // Those below are open, so this is the number that open() chooses.
+        // open() returns the lowest free number, which is `wanted`, since all lower ones are open.
         if (open("/dev/null", O_RDWR) != wanted) {
             throw std::system_error(errno, std::generic_category(), "cannot open /dev/null");
         }

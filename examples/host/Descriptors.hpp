@@ -6,14 +6,15 @@
 namespace nimhost {
 
 /**
- * Opens /dev/null for standard input, output and error if they are closed. Otherwise the next file that is
- * opened, such as the log, would receive what is written to them. Throws std::system_error.
+ * Opens /dev/null for standard input, output and error if they are closed. Otherwise, the next file to be
+ * opened (the log, for example) would get their descriptor, and what is written to them.
+ * @throws std::system_error if /dev/null cannot be opened
  */
 void openMissingDescriptors();
 
 /**
- * Writes a text to standard error in one piece if that can take it now; drops it otherwise. Never waits, so
- * that the last words of a process cannot hold up its end.
+ * Writes a text to standard error if it is writable, otherwise drops it. Never blocks, so that a last message
+ * cannot delay the end of the process.
  */
 void writeLastWords(const char* text, std::size_t length) noexcept;
 

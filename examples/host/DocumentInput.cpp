@@ -13,11 +13,11 @@ namespace nim = com::kor::dal::nim;
 
 namespace {
 
-constexpr int LOOK_MILLISECONDS = 100;
+constexpr int POLL_MILLISECONDS = 100;
 
 int openDocument(const std::string& path)
 {
-    // A pipe without a writer is waited for below, where the end of the run is noticed.
+    // O_NONBLOCK: waiting for the writer of a pipe here would ignore the end of the run. underflow() waits.
     const int descriptor = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor == -1) {
         throw nim::sys::system_error();
@@ -64,12 +64,12 @@ DocumentInput::int_type DocumentInput::underflow()
     return traits_type::eof();
 }
 
-/** False when the run ended first. */
+/** Returns false if the run ends first. */
 bool DocumentInput::waitForBytes()
 {
     while (!stop.now) {
         pollfd waited = {descriptor, POLLIN, 0};
-        if (poll(&waited, 1, LOOK_MILLISECONDS) > 0) {
+        if (poll(&waited, 1, POLL_MILLISECONDS) > 0) {
             return true;
         }
     }

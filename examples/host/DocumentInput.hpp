@@ -10,20 +10,23 @@
 namespace nimhost {
 
 /**
- * A file, a pipe or standard input, read so that the end of the run is noticed while nothing comes.
- * It ends for whatever reason; that is told apart afterwards.
+ * Reads a file, a pipe or standard input, and stops at the end of the run even if no input arrives. For the
+ * reader of the stream, each reason is an end of file; requireEnd() distinguishes them.
  */
 class DocumentInput : public std::streambuf
 {
 public:
-    /** @param path "-" for standard input. Throws system_error when it cannot be opened. */
+    /**
+     * @param path path of the document, or "-" for standard input
+     * @throws system_error if it cannot be opened
+     */
     DocumentInput(const std::string& path, const Stop& stop);
     ~DocumentInput() override;
 
     DocumentInput(const DocumentInput&) = delete;
     DocumentInput& operator=(const DocumentInput&) = delete;
 
-    /** Throws system_error when it ended for another reason than its end. */
+    /** @throws system_error unless the input was read to its end */
     void requireEnd() const;
 
 protected:

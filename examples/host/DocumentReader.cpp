@@ -19,36 +19,37 @@ using nim::String;
 
 namespace {
 
-/** Requests of a document that were counted as open and not handed on: the rest of them is dropped. */
-class Rest
+/** Counts the requests of a document as open. Those that are not submitted are counted as dropped at the end.
+ */
+class OpenRequests
 {
 public:
-    Rest(Counters& hostCounters, std::size_t requests)
-        : counters(hostCounters), left(static_cast<std::int64_t>(requests))
+    OpenRequests(Counters& hostCounters, std::size_t requests)
+        : counters(hostCounters), remaining(static_cast<std::int64_t>(requests))
     {
-        counters.requestsOpen += left;
+        counters.requestsOpen += remaining;
     }
-    ~Rest()
+    ~OpenRequests()
     {
-        counters.requestsDropped += static_cast<std::uint64_t>(left);
-        counters.requestsOpen -= left;
+        counters.requestsDropped += static_cast<std::uint64_t>(remaining);
+        counters.requestsOpen -= remaining;
     }
 
-    Rest(const Rest&) = delete;
-    Rest& operator=(const Rest&) = delete;
+    OpenRequests(const OpenRequests&) = delete;
+    OpenRequests& operator=(const OpenRequests&) = delete;
 
-    /** One was handed on, which accounts for it. */
-    void handOn()
+    /** Excludes a request that was submitted: its task counts it from here on. */
+    void markSubmitted()
     {
-        --left;
+        --remaining;
     }
 
 private:
     Counters& counters;
-    std::int64_t left;
+    std::int64_t remaining;
 };
 
-/** Throws system_error if the document cannot be read to its end, for example because the run ends. */
+/** @throws system_error if the document cannot be read to its end, for example because the run ends */
 std::string readDocument(const std::string& path, const Stop& stop)
 {
     DocumentInput input(path, stop);
@@ -57,13 +58,13 @@ std::string readDocument(const std::string& path, const Stop& stop)
     return text;
 }
 
-/** The parser takes a zero byte for the end of the text: requests that follow it would be lost silently. */
-void requireNoZeroByte(const std::string& document)
+/** The parser stops at a NUL, so that the requests after it would be ignored without a diagnostic. */
+void requireNoNul(const std::string& document)
 {
-    const std::size_t zero = document.find('\0');
-    if (zero != std::string::npos) {
-        throw std::runtime_error("A zero byte; what follows it is not read -- near offset "
-                                 + std::to_string(zero));
+    const std::size_t nul = document.find('\0');
+    if (nul != std::string::npos) {
+        throw std::runtime_error("NUL byte in the document; the parser ignores the rest -- near offset "
+                                 + std::to_string(nul));
     }
 }
 
@@ -72,14 +73,14 @@ void requireNoZeroByte(const std::string& document)
 DocumentReader::DocumentReader(std::vector<std::string> paths, PluginTable& plugins, Results& results,
                                nim::mt::ThreadPool& workers, Counters& counters, const Stop& hostStop)
     : documents(std::move(paths)), pool(workers),
-      stop(hostStop), desk{plugins, results, counters, stop, nim::mem::ConstRefCntObjectRef(new Token)}
+      stop(hostStop), environment{plugins, results, counters, stop, nim::mem::ConstRefCntObjectRef(new Token)}
 {
 }
 
 void DocumentReader::run()
 {
     const nim::sys::StackTrack track("run()", "DocumentReader", "nimhost", __LINE__);
-    const TokenScope scope(desk.token);
+    const TokenScope scope(environment.token);
     for (const std::string& path : documents) {
         if (stop.now) {
             drop(path);
@@ -94,14 +95,11 @@ void DocumentReader::serve(const std::string& path)
     std::vector<DocumentRequest> requests;
     try {
         requests = parse(path);
-    } catch (const std::exception& exc) {
-        refuse(path, exc);
-        return;
     } catch (...) {
-        refuse(path, std::runtime_error(currentFailure()));
+        withCurrentException([&](const std::exception& exc) { reject(path, exc); });
         return;
     }
-    ++desk.counters.documentsRead;
+    ++environment.counters.documentsRead;
     NIM_LOG(Severity_NOTICE) << path << " has " << requests.size() << " requests";
     submit(path, requests);
 }
@@ -112,70 +110,70 @@ std::vector<DocumentRequest> DocumentReader::parse(const std::string& path) cons
     RequestConsumerRef requests(new RequestConsumer);
     nim::xml::AggregateConsumerRef all(new nim::xml::AggregateConsumer);
     all->push_back(requests);
-    all->push_back(new ElementCounter(desk.counters));
+    all->push_back(new ElementCounter(environment.counters));
     nim::xml::ConsumerRef consumer(all);
     nim::xml::Parser(consumer).parse(document);
-    requireNoZeroByte(document);
+    requireNoNul(document);
     return requests->requests;
 }
 
 void DocumentReader::submit(const std::string& path, const std::vector<DocumentRequest>& requests)
 {
-    Rest rest(desk.counters, requests.size());
+    OpenRequests openRequests(environment.counters, requests.size());
     for (std::size_t i = 0; i < requests.size(); ++i) {
         const DocumentRequest& request = requests[i];
-        const Results::Place place =
-            desk.results.reserve("<result document=\"" + escaped(path) + "\" number=\""
-                                 + std::to_string(i + 1) + "\" plugin=\"" + escaped(request.plugin) + "\"");
+        const Results::Position position = environment.results.reserve(
+            "<result document=\"" + escaped(path) + "\" number=\"" + std::to_string(i + 1) + "\" plugin=\""
+            + escaped(request.plugin) + "\"");
         if (stop.now) {
-            desk.results.drop(place);
+            environment.results.drop(position);
         } else if (request.kind == DocumentRequest::RELOAD) {
-            reload(place, request.plugin);
-            rest.handOn();
-            --desk.counters.requestsOpen;
+            reload(position, request.plugin);
+            openRequests.markSubmitted();
+            --environment.counters.requestsOpen;
         } else {
-            auto task = std::make_unique<ServiceTask>(desk, request, place);
-            rest.handOn();
+            auto task = std::make_unique<ServiceTask>(environment, request, position);
+            openRequests.markSubmitted();
             pool.add(task.get(), true);
             static_cast<void>(task.release());
         }
     }
 }
 
-void DocumentReader::reload(Results::Place place, const String& plugin)
+void DocumentReader::reload(Results::Position position, const String& plugin)
 {
     try {
-        desk.plugins.reload(plugin);
-        ++desk.counters.pluginsLoadedAgain;
-        desk.results.fill(place, " status=\"reloaded\"/>");
-    } catch (const std::exception& exc) {
-        failReload(place, plugin, exc);
+        environment.plugins.reload(plugin);
+        ++environment.counters.pluginsReloaded;
+        environment.results.fill(position, " status=\"reloaded\"/>");
     } catch (...) {
-        failReload(place, plugin, std::runtime_error(currentFailure()));
+        withCurrentException([&](const std::exception& exc) { reportFailedReload(position, plugin, exc); });
     }
 }
 
-void DocumentReader::failReload(Results::Place place, const String& plugin, const std::exception& exc)
+void DocumentReader::reportFailedReload(Results::Position position, const String& plugin,
+                                        const std::exception& exc)
 {
-    ++desk.counters.tasksFailed;
-    NIM_LOG_TRAPPED(Severity_WARNING, exc, plugin + " cannot be loaded again");
-    desk.results.fill(place, " status=\"failed\">" + escaped(exc.what()) + "</result>");
+    ++environment.counters.tasksFailed;
+    NIM_LOG_TRAPPED(Severity_WARNING, exc, plugin + " cannot be reloaded");
+    environment.results.fill(position, " status=\"failed\">" + escaped(exc.what()) + "</result>");
 }
 
-void DocumentReader::refuse(const std::string& path, const std::exception& exc)
+void DocumentReader::reject(const std::string& path, const std::exception& exc)
 {
-    ++desk.counters.documentsRefused;
-    const Results::Place place = desk.results.reserve("<document name=\"" + escaped(path) + "\"");
-    desk.results.fill(place, " status=\"refused\">" + escaped(exc.what()) + "</document>");
+    ++environment.counters.documentsRejected;
+    const Results::Position position =
+        environment.results.reserve("<document name=\"" + escaped(path) + "\"");
+    environment.results.fill(position, " status=\"rejected\">" + escaped(exc.what()) + "</document>");
     std::cerr << "nimhost: " << path << ": " << exc.what() << std::endl;
-    NIM_LOG_TRAPPED(Severity_ERROR, exc, path + " is refused");
+    NIM_LOG_TRAPPED(Severity_ERROR, exc, path + " was rejected");
 }
 
 void DocumentReader::drop(const std::string& path)
 {
-    ++desk.counters.documentsDropped;
-    desk.results.drop(desk.results.reserve("<document name=\"" + escaped(path) + "\""));
-    NIM_LOG(Severity_WARNING) << path << " is dropped: the run ended before it was read";
+    ++environment.counters.documentsDropped;
+    environment.results.drop(environment.results.reserve("<document name=\"" + escaped(path) + "\""));
+    NIM_LOG(Severity_WARNING) << path << " was dropped: the run ended before it was read";
 }
 
 }

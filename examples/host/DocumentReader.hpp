@@ -13,35 +13,34 @@
 namespace nimhost {
 
 /**
- * Reads documents of requests, one after the other, and submits what is in them to the pool, under a
- * token of its own. A document is taken as a whole: one that is broken is reported, none of its
- * requests is answered, and the next one is read. What the end of the run leaves is dropped, with a result
- * that says so.
+ * Reads documents of requests in order, and submits their requests to the pool with a security token of its
+ * own. An invalid document is reported, and none of its requests is answered. Requests and documents that
+ * remain at the end of the run are dropped, and have a result with that status.
  */
 class DocumentReader : public com::kor::dal::nim::mt::Runnable
 {
 public:
-    /** @param paths "-" is standard input */
+    /** @param paths paths of documents; "-" means standard input */
     DocumentReader(std::vector<std::string> paths, PluginTable& plugins, Results& results,
                    com::kor::dal::nim::mt::ThreadPool& pool, Counters& counters, const Stop& stop);
 
-    /** Runs on a thread of its own, until all documents are read or the run ends. */
+    /** Returns when all documents have been read, or the run ends. Runs on its own thread. */
     void run() override;
 
 private:
     void serve(const std::string& path);
     std::vector<DocumentRequest> parse(const std::string& path) const;
     void submit(const std::string& path, const std::vector<DocumentRequest>& requests);
-    void reload(Results::Place place, const com::kor::dal::nim::String& plugin);
-    void refuse(const std::string& path, const std::exception& exc);
-    void failReload(Results::Place place, const com::kor::dal::nim::String& plugin,
-                    const std::exception& exc);
+    void reload(Results::Position position, const com::kor::dal::nim::String& plugin);
+    void reject(const std::string& path, const std::exception& exc);
+    void reportFailedReload(Results::Position position, const com::kor::dal::nim::String& plugin,
+                            const std::exception& exc);
     void drop(const std::string& path);
 
     const std::vector<std::string> documents;
     com::kor::dal::nim::mt::ThreadPool& pool;
     const Stop& stop;
-    Desk desk;
+    RequestEnvironment environment;
 };
 
 }

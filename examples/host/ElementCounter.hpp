@@ -7,7 +7,7 @@
 
 namespace nimhost {
 
-/** Counts the elements of documents, whatever they are. */
+/** Counts the elements of documents. */
 class ElementCounter : public com::kor::dal::nim::xml::Consumer
 {
 public:

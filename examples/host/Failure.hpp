@@ -1,16 +1,34 @@
 #ifndef NIMHOST_FAILURE_HPP
 #define NIMHOST_FAILURE_HPP
 
+#include <exception>
+#include <stdexcept>
 #include <string>
 
 namespace nimhost {
 
 /**
- * Returns one line for the exception that is being handled, whatever its type: its message, or the name of
- * its type if it has none. Rethrows the unwinding of a thread that is cancelled or exits, which no handler
- * may end. To be called from a handler only.
+ * Returns a line that describes the exception being handled: its message, or the name of its type if it has
+ * none. Rethrows the exception that unwinds a cancelled or exiting thread, which must not be swallowed. Must
+ * be called from a handler.
  */
 std::string currentFailure();
+
+/**
+ * Calls a function with the exception being handled. An exception that is not derived from `std::exception`
+ * is passed as a `std::runtime_error` with the message of currentFailure(). Must be called from a handler.
+ */
+template <class Function>
+void withCurrentException(Function function)
+{
+    try {
+        throw;
+    } catch (const std::exception& exc) {
+        function(exc);
+    } catch (...) {
+        function(std::runtime_error(currentFailure()));
+    }
+}
 
 }
 

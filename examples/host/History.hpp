@@ -7,23 +7,23 @@
 
 namespace nimhost {
 
-/** How a run stood at one moment. */
+/** The state of a run at one moment. */
 struct Sample
 {
-    /** Since the run began. */
+    /** Time since the start of the run. */
     double seconds = 0;
-    /** Since the run began. */
+    /** Number of records since the start of the run. */
     std::uint64_t records = 0;
-    /** Since the run began. */
+    /** Number of rotations since the start of the run. */
     std::uint64_t rotations = 0;
-    /** The most requests that were seen to wait since the sample before. */
+    /** Maximum number of waiting requests since the previous sample. */
     std::int64_t waiting = 0;
 };
 
 /**
- * The samples of a run of any length in a bounded number: whenever there are MAX_SAMPLES, every
- * second one goes, and from then on they are taken half as often. What is counted stays exact, the
- * peaks of what waits are kept. One thread uses it.
+ * A bounded number of samples of a run of any length. When there are MAX_SAMPLES, every second one is removed
+ * and the interval is doubled. Counts remain exact, and peaks of waiting requests are preserved. Not
+ * thread-safe.
  */
 class History
 {
@@ -32,25 +32,25 @@ public:
 
     History();
 
-    /** Keeps the sample, or its peak for the next one when the last that is kept is not old enough. */
-    void take(const Sample& now);
-    /** Keeps it in any case, for the last one when that has only just been taken: the end of a run. */
+    /** Adds a sample. If the previous one is too recent, only its peak is kept, for the next sample. */
+    void add(const Sample& now);
+    /** Adds the last sample of a run, instead of the previous one if that is too recent. */
     void end(const Sample& now);
 
-    /** In order of time, the first of them the beginning of the run. */
+    /** Returns the samples in order of time. The first one is the start of the run. */
     const std::vector<Sample>& samples() const
     {
-        return kept;
+        return retained;
     }
 
 private:
-    void keep(const Sample& now);
+    void append(const Sample& now);
     void thin();
 
-    std::vector<Sample> kept;
-    /** How old the last sample is to be before the next one is kept, in seconds. */
+    std::vector<Sample> retained;
+    /** Minimum time between samples, in seconds. */
     double interval;
-    /** The most that waited since the last one that is kept. */
+    /** Maximum number of waiting requests since the last sample. */
     std::int64_t peak = 0;
 };
 

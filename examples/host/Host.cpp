@@ -25,12 +25,12 @@ typedef std::chrono::steady_clock Clock;
 
 constexpr std::chrono::milliseconds PROGRESS_INTERVAL(100);
 constexpr std::chrono::milliseconds END_INTERVAL(10);
-/** How long dropping may take, once the time for an orderly end is over. */
+/** Time limit for dropping requests after the time for an orderly shutdown has passed. */
 constexpr std::chrono::seconds DROP_LIMIT(1);
 
-/** Runs log statements of the main thread: one that fails must not end the run out of order. */
+/** Runs log statements of the main thread. A failed statement must not interrupt the run or its shutdown. */
 template <class Statements>
-void guarded(Statements statements)
+void logSafely(Statements statements)
 {
     try {
         statements();
@@ -56,12 +56,12 @@ Host::Host(const Options& given)
 {
     stop.requestsLeft = options.records != 0 ? static_cast<std::int64_t>(options.records)
                                              : std::numeric_limits<std::int64_t>::max();
-    requireOwnPage(configuration.logPath());
+    checkStatusPath(configuration.logPath());
     configuration.check(sourceNames());
     configuration.configureLog();
-    // That of a stream which an adapter brings is known now.
-    requireOwnPage(::com_kor_dal_nim_log_control.getPath());
-    logWatch.expect(configuration);
+    // Only now is the path known of a stream that an adapter provides.
+    checkStatusPath(::com_kor_dal_nim_log_control.getPath());
+    logWatch.setConfiguration(configuration);
     logWarnings(configuration.warnings());
     makePool();
     makeSources();
@@ -111,25 +111,24 @@ std::vector<std::string> Host::sourceNames() const
 void Host::makeSources()
 {
     for (const std::string& name : sourceNames()) {
-        Station station;
-        station.source = std::make_unique<Source>(name, configuration.source(name), *pool, counters, stop);
-        station.thread = std::make_unique<nim::mt::Thread>(*station.source, true, name.c_str());
-        stations.push_back(std::move(station));
+        HostThread hostThread;
+        hostThread.source = std::make_unique<Source>(name, configuration.source(name), *pool, counters, stop);
+        hostThread.thread = std::make_unique<nim::mt::Thread>(*hostThread.source, true, name.c_str());
+        threads.push_back(std::move(hostThread));
     }
 }
 
 void Host::makeReader()
 {
-    results = std::make_unique<Results>(STDOUT_FILENO, counters.resultsLost);
+    results = std::make_unique<Results>(STDOUT_FILENO, counters.resultsNotWritten);
     reader = std::make_unique<DocumentReader>(options.documents, plugins, *results, *pool, counters, stop);
-    Station station;
-    station.thread = std::make_unique<nim::mt::Thread>(*reader, true, "reader");
-    stations.push_back(std::move(station));
+    HostThread hostThread;
+    hostThread.thread = std::make_unique<nim::mt::Thread>(*reader, true, "reader");
+    threads.push_back(std::move(hostThread));
 }
 
-/** The page replaces what is there: it must not be the log, or a name that a rotation gives to an old file.
- */
-void Host::requireOwnPage(const std::string& log) const
+/** The page replaces its file, which must therefore be neither the log nor a possible rotated file. */
+void Host::checkStatusPath(const std::string& log) const
 {
     if (options.status.empty() || log.empty()) {
         return;
@@ -139,7 +138,7 @@ void Host::requireOwnPage(const std::string& log) const
     for (const std::string& written : {options.status, options.status + ".new"}) {
         const std::string page = fs::weakly_canonical(written);
         if (page == live || page.rfind(live + ".", 0) == 0) {
-            throw ConfigurationError("--status " + options.status + " is a file of the log, " + log);
+            throw ConfigurationError("--status " + options.status + " must not be a file of the log, " + log);
         }
     }
 }
@@ -149,8 +148,8 @@ int Host::run()
     const bool started = start();
     if (started) {
         waitForEnd();
-        signals.hostEnds();
-        guarded(
+        signals.endRun();
+        logSafely(
             [&] { NIM_LOG(Severity_NOTICE) << "nimhost ends after " << seconds() << " s: " << endReason(); });
     }
     shutDown();
@@ -161,7 +160,7 @@ int Host::run()
     return exitStatus();
 }
 
-/** Returns false, and says why, if a thread cannot be started. */
+/** Starts the run. Reports an error and returns false if a thread cannot be started. */
 bool Host::start()
 {
     NIM_LOG(Severity_NOTICE) << "nimhost starts with " << static_cast<std::size_t>(options.threads)
@@ -170,16 +169,16 @@ bool Host::start()
     if (results) {
         results->begin();
     }
-    signals.hostRuns(std::chrono::seconds(options.seconds));
+    signals.beginRun(std::chrono::seconds(options.seconds));
     try {
         startThread(monitorThread);
         monitorStarted = true;
-        for (Station& station : stations) {
-            startThread(*station.thread);
-            station.started = true;
+        for (HostThread& hostThread : threads) {
+            startThread(*hostThread.thread);
+            hostThread.started = true;
         }
     } catch (const std::exception& exc) {
-        complain(exc.what(), 2);
+        reportError(exc.what(), 2);
         return false;
     }
     return true;
@@ -194,12 +193,12 @@ void Host::startThread(nim::mt::Thread& thread)
     }
 }
 
-/** Writes one line to standard error and to the log; the exit status becomes this, if none is higher. */
-void Host::complain(const std::string& text, int exitStatus)
+/** Writes a line to standard error and to the log, and raises the exit status to `exitStatus`. */
+void Host::reportError(const std::string& text, int exitStatus)
 {
     status = std::max(status, exitStatus);
     std::cerr << "nimhost: " << text << std::endl;
-    guarded([&] { NIM_LOG(Severity_ERROR) << text; });
+    logSafely([&] { NIM_LOG(Severity_ERROR) << text; });
 }
 
 bool Host::atEnd() const
@@ -211,15 +210,15 @@ bool Host::atEnd() const
 const char* Host::endReason() const
 {
     return results && results->failure() != 0 ? "its results cannot be written"
-           : ending                           ? "it was told to"
-           : isAllAnswered()                  ? "nothing is left to be done"
-                                              : "its time is over";
+           : ending                           ? "it received a signal"
+           : isAllAnswered()                  ? "all work is done"
+                                              : "its time limit was reached";
 }
 
 bool Host::isAllAnswered() const
 {
-    const bool allRead = std::all_of(stations.begin(), stations.end(), [](const Station& station) {
-        return !station.started || station.thread->status() == Task::TSF_FINISHED;
+    const bool allRead = std::all_of(threads.begin(), threads.end(), [](const HostThread& hostThread) {
+        return !hostThread.started || hostThread.thread->status() == Task::TSF_FINISHED;
     });
     return allRead && counters.requestsOpen == 0;
 }
@@ -228,14 +227,14 @@ void Host::waitForEnd()
 {
     const bool terminal = !results && isatty(STDOUT_FILENO) != 0;
     while (!atEnd()) {
-        const SignalWatch::Arrived arrived = signals.take(PROGRESS_INTERVAL);
+        const SignalWatch::Arrived arrived = signals.wait(PROGRESS_INTERVAL);
         if (terminal) {
             showProgress(std::cout, seconds(), counters, traces.rotations());
         }
         if (recorder) {
-            recorder->look(seconds());
+            recorder->update(seconds());
         }
-        guarded([&] { logWatch.look(); });
+        logSafely([&] { logWatch.check(); });
         handleSignals(arrived);
     }
     if (terminal) {
@@ -246,10 +245,10 @@ void Host::waitForEnd()
 void Host::handleSignals(const SignalWatch::Arrived& arrived)
 {
     if (arrived.reload) {
-        readConfigurationAgain();
+        reloadConfiguration();
     }
     if (arrived.end != 0) {
-        guarded([&] { NIM_LOG(Severity_NOTICE) << "nimhost was told to end by signal " << arrived.end; });
+        logSafely([&] { NIM_LOG(Severity_NOTICE) << "nimhost received signal " << arrived.end; });
         if (stop.now) {
             drop();
         }
@@ -257,18 +256,18 @@ void Host::handleSignals(const SignalWatch::Arrived& arrived)
     }
 }
 
-void Host::readConfigurationAgain()
+void Host::reloadConfiguration()
 {
-    // A mistake in the new configuration changes nothing: the old one stays in effect as a whole, and the
-    // exit status shows it.
+    // If the new configuration is invalid, the current one stays in effect unchanged, and the exit status
+    // is 2.
     try {
         const Configuration fresh(options.config, Configuration::WHILE_RUNNING);
-        requireOwnPage(fresh.logPath());
+        checkStatusPath(fresh.logPath());
         fresh.check(sourceNames());
         applyConfiguration(fresh);
-        ++counters.configurationsRead;
+        ++counters.configurationsReloaded;
     } catch (...) {
-        ++counters.configurationsRefused;
+        ++counters.configurationsRejected;
         keepConfiguration(currentFailure());
     }
 }
@@ -276,29 +275,29 @@ void Host::readConfigurationAgain()
 void Host::applyConfiguration(const Configuration& fresh)
 {
     fresh.configureLog();
-    logWatch.expect(fresh);
+    logWatch.setConfiguration(fresh);
     logWarnings(fresh.warnings());
     endLimit = fresh.endLimit();
     const std::vector<std::string> waiting = plugins.configure(fresh);
-    for (const Station& station : stations) {
-        if (station.source) {
-            station.source->configure(fresh.source(station.source->name()));
+    for (const HostThread& hostThread : threads) {
+        if (hostThread.source) {
+            hostThread.source->configure(fresh.source(hostThread.source->name()));
         }
     }
     for (const std::string& name : waiting) {
         NIM_LOG(Severity_NOTICE) << "the new settings of the plug-in " << name
-                                 << " take effect when it is loaded again";
+                                 << " take effect when it is reloaded";
     }
     const std::vector<RestartSetting> ignored = configuration.restartSettings(fresh, sourceNames());
     for (const RestartSetting& setting : ignored) {
-        NIM_LOG(Severity_WARNING) << setting.name << " needs a restart: " << setting.inEffect
-                                  << " stays in effect, not " << setting.wanted;
+        NIM_LOG(Severity_WARNING) << setting.name << " requires a restart: " << setting.current
+                                  << " remains in effect, not " << setting.requested;
     }
     if (ignored.empty()) {
-        NIM_LOG(Severity_NOTICE) << "nimhost has read " << options.config << " again";
+        NIM_LOG(Severity_NOTICE) << "nimhost has reloaded " << options.config;
     } else {
-        NIM_LOG(Severity_NOTICE) << "nimhost has read " << options.config << " again, but for "
-                                 << ignored.size() << " settings that need a restart";
+        NIM_LOG(Severity_NOTICE) << "nimhost has reloaded " << options.config << ", except for "
+                                 << ignored.size() << " settings that require a restart";
     }
 }
 
@@ -306,42 +305,43 @@ void Host::keepConfiguration(const std::string& why)
 {
     status = 2;
     std::cerr << "nimhost: " << why << std::endl;
-    guarded([&] {
+    logSafely([&] {
         logWatch.reopenIfRemoved();
         NIM_LOG_TRAPPED(Severity_ERROR, std::runtime_error(why), "nimhost keeps its configuration");
     });
 }
 
-/** Ends in the order in which the work flows, so that nothing that was read is lost. */
+/** Shuts down in the order of the flow of requests, so that none is lost. */
 void Host::shutDown()
 {
     stop.now = true;
-    if (!awaitAnswers()) {
-        endUnanswered();
+    if (!waitForAnswers()) {
+        exitWithUnanswered();
     }
     joinThreads();
     pool->shutdown();
     signals.noteProgress();
-    dropRest();
+    dropRemaining();
     plugins.clear();
-    // A log that goes to an adapter's file keeps that file.
+    // The log holds a reference to the file of an adapter that it writes to.
     adapters.clear();
     signals.noteProgress();
     joinMonitor();
-    guarded([&] {
-        NIM_LOG(Severity_NOTICE) << "nimhost is down: sources stopped, queues complete, pool " << pool->name()
-                                 << " shut down after " << counters.tasksRun << " tasks";
+    logSafely([&] {
+        NIM_LOG(Severity_NOTICE) << "nimhost is down: sources stopped, queues completed, pool "
+                                 << pool->name() << " shut down after " << counters.tasksRun << " tasks";
     });
 }
 
-/** Returns false if the time for an orderly end is over and threads or requests are not at their end. */
-bool Host::awaitAnswers()
+/** Returns false if requests are still unanswered, or threads running, when the time for a shutdown is over.
+ */
+bool Host::waitForAnswers()
 {
     const Clock::time_point endBegan = Clock::now();
     while (!isAllAnswered()) {
-        handleSignals(signals.take(END_INTERVAL));
+        handleSignals(signals.wait(END_INTERVAL));
         if (recorder) {
-            recorder->look(seconds());
+            recorder->update(seconds());
         }
         if (endLimit == std::chrono::seconds::zero()) {
             continue;
@@ -357,27 +357,30 @@ bool Host::awaitAnswers()
     return true;
 }
 
-/** Drops the requests that no worker has begun, and the results that nobody reads. */
+/**
+ * Drops requests that no worker has started, and results that cannot be written because their reader has
+ * stalled.
+ */
 void Host::drop()
 {
     stop.drop = true;
     if (results) {
-        results->stopWaiting();
+        results->disableWaiting();
     }
 }
 
 /**
- * Says what is without an answer, and ends the process: there is no way to end the threads that are busy
- * with it, and nothing that they use may be destroyed.
+ * Reports the unanswered requests and ends the process. Threads that are busy cannot be stopped, and nothing
+ * that they use may be destroyed.
  */
-void Host::endUnanswered()
+void Host::exitWithUnanswered()
 {
-    complain(std::to_string(counters.requestsOpen) + " requests have no answer "
-                 + std::to_string(endLimit.count()) + " seconds after the end",
-             1);
+    reportError(std::to_string(counters.requestsOpen) + " requests are unanswered "
+                    + std::to_string(endLimit.count()) + " seconds after the end of the run",
+                1);
     counters.requestsDropped += static_cast<std::uint64_t>(std::max<std::int64_t>(counters.requestsOpen, 0));
     if (results) {
-        results->dropOpen();
+        results->dropUnfilled();
         results->end();
     }
     report();
@@ -388,17 +391,17 @@ void Host::endUnanswered()
 
 void Host::joinThreads()
 {
-    for (Station& station : stations) {
+    for (HostThread& hostThread : threads) {
         signals.noteProgress();
-        // A thread that broke down hands its exception over; it stays the thread's.
-        const std::exception* const error = station.started ? station.thread->join() : nullptr;
-        if (station.source) {
-            station.source->complete();
+        // join() returns the exception that ended the thread; the thread still owns it.
+        const std::exception* const error = hostThread.started ? hostThread.thread->join() : nullptr;
+        if (hostThread.source) {
+            hostThread.source->complete();
         }
         if (error != nullptr) {
-            ++(station.source ? counters.sourcesBroken : counters.documentsRefused);
-            guarded(
-                [&] { NIM_LOG_TRAPPED(Severity_ERROR, *error, station.thread->name() + " ended early"); });
+            ++(hostThread.source ? counters.sourcesFailed : counters.documentsRejected);
+            logSafely(
+                [&] { NIM_LOG_TRAPPED(Severity_ERROR, *error, hostThread.thread->name() + " ended early"); });
         }
     }
 }
@@ -410,41 +413,41 @@ void Host::joinMonitor()
     }
 }
 
-void Host::dropRest()
+void Host::dropRemaining()
 {
-    for (const Station& station : stations) {
-        if (station.source) {
-            station.source->dropLeft();
+    for (const HostThread& hostThread : threads) {
+        if (hostThread.source) {
+            hostThread.source->dropRemaining();
         }
     }
     if (results) {
-        results->dropOpen();
+        results->dropUnfilled();
         results->end();
     }
 }
 
-/** The reasons of a status that is not 0, and the table. */
+/** Reports the reasons of a nonzero status, and prints the summary. */
 void Host::report()
 {
     if (results && results->failure() != 0) {
-        complain("the results cannot be written: " + nim::sys::sys_err_string(results->failure()), 1);
+        reportError("cannot write the results: " + nim::sys::sys_err_string(results->failure()), 1);
     }
     if (counters.requestsDropped != 0 || counters.documentsDropped != 0) {
-        complain(std::to_string(counters.requestsDropped) + " requests and "
-                     + std::to_string(counters.documentsDropped) + " documents were dropped",
-                 1);
+        reportError(std::to_string(counters.requestsDropped) + " requests and "
+                        + std::to_string(counters.documentsDropped) + " documents were dropped",
+                    1);
     }
-    // The results have standard output for themselves.
+    // Standard output contains only the results if there are documents.
     std::ostream& os = results ? std::cerr : std::cout;
     showTable(os, Summary(seconds(), counters, traces.rotations()));
     if (!os.flush()) {
-        complain("the table cannot be written", 1);
+        reportError("cannot write the summary", 1);
     }
 }
 
 int Host::exitStatus() const
 {
-    const bool failed = results && (counters.documentsRefused != 0 || counters.tasksFailed != 0);
+    const bool failed = results && (counters.documentsRejected != 0 || counters.tasksFailed != 0);
     return status != 0 ? status : failed ? 1 : 0;
 }
 
@@ -456,7 +459,7 @@ void Host::writeLastStatus()
     try {
         recorder->end(seconds());
     } catch (const std::exception& exc) {
-        complain(exc.what(), 1);
+        reportError(exc.what(), 1);
     }
 }
 

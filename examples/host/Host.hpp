@@ -23,38 +23,39 @@
 
 namespace nimhost {
 
-/** The run of the host: its sources, each on a thread, the pool, and the signals that steer it. */
+/** The example host: its sources, each with a thread, the thread pool, and its reactions to signals. */
 class Host
 {
 public:
     /**
-     * Reads the configuration, opens the log and writes the first page. Throws ConfigurationError, and what
-     * the library and adapters throw.
+     * Reads the configuration, opens the log and writes the first status page.
+     * @throws ConfigurationError if the configuration is invalid; exceptions of the library and of adapters
+     * propagate
      */
     explicit Host(const Options& options);
 
     /**
-     * Runs to the end and shows the table; the result is the exit status. If requests have no answer when the
-     * time for an orderly end is over, it ends the process by itself, with status 1.
+     * Runs the host to its end, prints the summary and returns the exit status. Ends the process itself, with
+     * status 1, if requests are still unanswered when the time for an orderly shutdown is over.
      */
     int run();
 
 private:
-    /** A thread of the host and whether it was started. */
-    struct Station
+    /** A thread of the host. */
+    struct HostThread
     {
-        /** Null for the thread of the reader. */
+        /** The source that the thread runs; null for the document reader. */
         std::unique_ptr<Source> source;
         std::unique_ptr<com::kor::dal::nim::mt::Thread> thread;
         bool started = false;
     };
 
-    /** Loads plug-ins that the log's configuration may need. */
+    /** Loads the plug-ins that the log configuration may refer to. */
     std::vector<Plugin> loadAdapters() const;
     void makePool();
     void makeSources();
     void makeReader();
-    void requireOwnPage(const std::string& log) const;
+    void checkStatusPath(const std::string& log) const;
     std::vector<std::string> sourceNames() const;
 
     bool start();
@@ -65,39 +66,39 @@ private:
     bool isAllAnswered() const;
     void handleSignals(const SignalWatch::Arrived& arrived);
 
-    void readConfigurationAgain();
+    void reloadConfiguration();
     void applyConfiguration(const Configuration& fresh);
     void keepConfiguration(const std::string& why);
 
     void shutDown();
-    bool awaitAnswers();
+    bool waitForAnswers();
     void drop();
     void joinThreads();
     void joinMonitor();
-    void dropRest();
-    void endUnanswered();
+    void dropRemaining();
+    void exitWithUnanswered();
     void report();
     void writeLastStatus();
-    void complain(const std::string& text, int exitStatus);
+    void reportError(const std::string& text, int exitStatus);
     int exitStatus() const;
     double seconds() const;
 
     const Options& options;
     Counters counters;
-    // Before everything that may wait or start a thread.
+    // Constructed before everything that may block or start a thread.
     SignalWatch signals;
     Stop stop;
     RotationTraces traces;
-    /** As it was at the start: settings that are not read again are in effect as they are here. */
+    /** The configuration at the start. Settings that are not reloaded still have its values. */
     const Configuration configuration;
     std::vector<Plugin> adapters;
     std::unique_ptr<com::kor::dal::nim::mt::ThreadPool> pool;
-    std::vector<Station> stations;
+    std::vector<HostThread> threads;
     PluginTable plugins;
-    /** These two for documents alone. */
+    /** Results and reader exist only if there are documents. */
     std::unique_ptr<Results> results;
     std::unique_ptr<DocumentReader> reader;
-    /** Only when a page is asked for. */
+    /** Exists only if a status page was requested. */
     std::unique_ptr<StatusRecorder> recorder;
     LogWatch logWatch;
     Monitor monitor;

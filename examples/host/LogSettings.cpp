@@ -24,8 +24,8 @@ const std::string& value(const Properties& properties, const char* tag)
     return properties.getProperty(key(tag));
 }
 
-/** Whether the path is a FIFO that no process reads: its opening would wait for a reader. */
-bool wouldWait(const std::string& path)
+/** Returns true if the path is a FIFO without a reader, so that opening it would block. */
+bool wouldBlock(const std::string& path)
 {
     const int descriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor == -1) {
@@ -75,17 +75,17 @@ void apply(const Properties& properties, const std::string& file, Opening openin
 {
     Control& control = ::com_kor_dal_nim_log_control;
     const std::string path = chosenPath(properties);
-    if (opening == NEVER_WAITS && !path.empty() && wouldWait(path)) {
+    if (opening == NON_BLOCKING && !path.empty() && wouldBlock(path)) {
         throw ConfigurationError(file + ": cannot open the log, " + path + ": "
                                  + nim::sys::sys_err_string(ENXIO));
     }
     try {
-        // First, since it is the only step that may fail without the other.
+        // First, because a failure after reconfigure() would leave the new settings in effect.
         if (!path.empty() && path == control.getPath()) {
             control.reopen();
         }
     } catch (...) {
-        throw ConfigurationError(file + ": cannot open the log again: " + currentFailure());
+        throw ConfigurationError(file + ": cannot reopen the log: " + currentFailure());
     }
     try {
         control.reconfigure(properties);

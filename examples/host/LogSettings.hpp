@@ -7,30 +7,32 @@
 
 namespace nimhost {
 
-/** The log's part of a configuration. */
+/** Log settings of a configuration. */
 namespace LogSettings {
 
-/** How the file of a log may be opened. */
+/** How the log file may be opened. */
 enum Opening {
-    /** A FIFO that no process reads waits for its reader. */
-    MAY_WAIT,
-    /** Such a FIFO is refused, since a run must not be held up. */
-    NEVER_WAITS
+    /** Opening a FIFO waits for its reader. */
+    MAY_BLOCK,
+    /** A FIFO without a reader is rejected, so that the run is not blocked. */
+    NON_BLOCKING
 };
 
-/** The whole key of a tag of log::Control. */
+/** Returns the full key of a tag of log::Control. */
 std::string key(const char* tag);
 
-/** The path that these settings choose for the log; empty for a stream. */
+/** Returns the path of the log that the settings choose, or an empty string for a stream. */
 std::string chosenPath(const com::kor::dal::nim::io::Properties& properties);
 
 /**
- * Replaces all settings of the log by these, or none of them. A file that stays the log's is opened again by
- * its path, since it may have been moved away. The file is open when this returns, so no statement fails
- * because it cannot be opened.
- * @param file the configuration, for messages
- * Throws ConfigurationError, with each key that is bad, its value and what is allowed. The old file is still
- * in use then, or the one that is at its path now.
+ * Applies all log settings, or none of them. Reopens the log file if the path does not change, since the file
+ * may have been renamed. The file is open on return, so that no log statement fails because it cannot be
+ * opened.
+ * @param properties the settings
+ * @param file       the path of the configuration, for messages
+ * @param opening    whether opening the log file may block
+ * @throws ConfigurationError with each invalid key, its value and the allowed values. The log then still uses
+ * its old file, or the file that now has the same path
  */
 void apply(const com::kor::dal::nim::io::Properties& properties, const std::string& file, Opening opening);
 

@@ -15,42 +15,42 @@ namespace nim = com::kor::dal::nim;
 
 namespace {
 
-constexpr std::chrono::seconds INTERVAL(3);
+constexpr std::chrono::seconds RETRY_INTERVAL(3);
 
 }
 
-void LogWatch::expect(const Configuration& configuration)
+void LogWatch::setConfiguration(const Configuration& configuration)
 {
     settings = configuration.logPath().empty()
                    ? nullptr
                    : std::make_unique<const nim::io::Properties>(configuration.settings());
-    lost = false;
+    hasLostFile = false;
 }
 
-void LogWatch::look()
+void LogWatch::check()
 {
     if (settings == nullptr || !::com_kor_dal_nim_log_control.getPath().empty()) {
-        lost = false;
+        hasLostFile = false;
         return;
     }
     const Clock::time_point now = Clock::now();
-    if (!lost) {
-        lost = true;
+    if (!hasLostFile) {
+        hasLostFile = true;
         since = nim::log::getDateTime(std::time(nullptr));
         nextTry = now;
     }
     if (now < nextTry) {
         return;
     }
-    nextTry = now + INTERVAL;
+    nextTry = now + RETRY_INTERVAL;
     try {
-        LogSettings::apply(*settings, "nimhost", LogSettings::NEVER_WAITS);
+        LogSettings::apply(*settings, "nimhost", LogSettings::NON_BLOCKING);
     } catch (const ConfigurationError&) {
         return;
     }
-    lost = false;
-    NIM_LOG(Severity_WARNING) << "the log is in " << ::com_kor_dal_nim_log_control.getPath()
-                              << " again; its records since " << since << " are on standard error";
+    hasLostFile = false;
+    NIM_LOG(Severity_WARNING) << "logging to " << ::com_kor_dal_nim_log_control.getPath()
+                              << " again; the records since " << since << " are on standard error";
 }
 
 void LogWatch::reopenIfRemoved()
@@ -65,7 +65,7 @@ void LogWatch::reopenIfRemoved()
     } catch (...) {
         const std::string why = currentFailure();
         nim::log::GET_NIM_LOG_LOGGER_VAR().setStream(std::cerr);
-        std::cerr << "nimhost: logs to standard error: " << why << std::endl;
+        std::cerr << "nimhost: logging to standard error: " << why << std::endl;
     }
 }
 

@@ -12,32 +12,32 @@
 namespace nimhost {
 
 /**
- * Keeps the log in its file: after a rotation that failed the log is on standard error, and stays there until
- * it is configured again. One thread uses it.
+ * Returns the log to its file: after a failed rotation, the log is written to standard error until it is
+ * configured again. Not thread-safe.
  */
 class LogWatch
 {
 public:
-    /** The configuration that is in effect from here on. */
-    void expect(const Configuration& configuration);
+    /** Sets the configuration to be restored. */
+    void setConfiguration(const Configuration& configuration);
     /**
-     * Configures the log again if it has lost its file, no more often than every few seconds. It stays on
-     * standard error until the file can be opened.
+     * Configures the log again if it is not written to its file, at most every few seconds. If the file
+     * cannot be opened, the log remains on standard error.
      */
-    void look();
+    void check();
     /**
-     * Opens the file again if it was removed, so that records do not go to one that cannot be found. The log
-     * moves to standard error if that fails; look() finds the way back.
+     * Reopens the log file if it was deleted, so that no records are lost with it. If that fails, logs to
+     * standard error; check() later restores the file.
      */
     void reopenIfRemoved();
 
 private:
     typedef std::chrono::steady_clock Clock;
 
-    /** The configuration that is in effect; null if its log is a stream. */
+    /** Settings of the configuration in effect; null if its log is a stream. */
     std::unique_ptr<const com::kor::dal::nim::io::Properties> settings;
-    bool lost = false;
-    /** When the loss was noticed, as a record shows it. */
+    bool hasLostFile = false;
+    /** When the loss was detected, in the format of a log record. */
     std::string since;
     Clock::time_point nextTry;
 };

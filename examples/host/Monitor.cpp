@@ -9,8 +9,8 @@ namespace nimhost {
 
 namespace {
 
-constexpr std::chrono::milliseconds LOOK(20);
-constexpr std::chrono::seconds INTERVAL(1);
+constexpr std::chrono::milliseconds POLL_INTERVAL(20);
+constexpr std::chrono::seconds REPORT_INTERVAL(1);
 
 }
 
@@ -20,11 +20,11 @@ Monitor::Monitor(const Counters& hostCounters, const Stop& hostStop) : counters(
 
 void Monitor::run()
 {
-    auto next = std::chrono::steady_clock::now() + INTERVAL;
+    auto next = std::chrono::steady_clock::now() + REPORT_INTERVAL;
     while (!stop.now) {
-        std::this_thread::sleep_for(LOOK);
+        std::this_thread::sleep_for(POLL_INTERVAL);
         if (std::chrono::steady_clock::now() >= next) {
-            next += INTERVAL;
+            next += REPORT_INTERVAL;
             NIM_LOG(Severity_NOTICE) << counters.tasksRun << " tasks run, longest wait "
                                      << counters.longestWaitMicros << " us";
         }

@@ -8,7 +8,7 @@
 
 namespace nimhost {
 
-/** Logs once a second what the host has done, until the end of the run; on a detached thread. */
+/** Logs the progress of the host once per second until the end of the run. Runs on a detached thread. */
 class Monitor : public com::kor::dal::nim::mt::Runnable
 {
 public:

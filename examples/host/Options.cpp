@@ -14,25 +14,25 @@ const char USAGE[] =
     "usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N]\n"
     "               [--status FILE] [DOCUMENT...]\n"
     "\n"
-    "Serves the requests of XML documents by plug-ins, and writes the results to standard output; \"-\"\n"
-    "is standard input. Without documents it runs sources whose requests a pool answers. Either way it\n"
-    "logs as the configuration describes, and ends with a table.\n"
+    "Answers the requests in XML documents with plug-ins, and writes the results to standard output.\n"
+    "If DOCUMENT is \"-\", reads standard input. Without documents, generates requests in sources, which\n"
+    "a thread pool answers. Logs as configured, and prints a summary at the end.\n"
     "\n"
-    "  --config FILE  read FILE instead of host.properties beside the program\n"
-    "  --threads N    how many sources, each on a thread of its own (default 4, or 0\n"
-    "                 beside documents)\n"
+    "  --config FILE  read FILE instead of host.properties in the directory of the program\n"
+    "  --threads N    number of sources, each with a thread of its own (default: 4, or 0 if there are\n"
+    "                 documents)\n"
     "  --seconds S    stop after S seconds\n"
-    "  --records N    stop after N requests\n"
-    "  --status FILE  show the run on a page of HTML, which is written once a second\n"
-    "  --help         show this text\n"
+    "  --records N    stop after N requests of the sources\n"
+    "  --status FILE  write an HTML page about the run, once per second\n"
+    "  --help         print this help\n"
     "\n"
-    "Sources with neither limit run for five seconds. SIGHUP makes it read its configuration again.\n"
-    "SIGINT and SIGTERM end it in order: requests that were submitted are answered, all others are\n"
-    "dropped, which their results say. A second one ends it immediately.\n"
+    "Sources without a limit run for five seconds. SIGHUP reloads the configuration. SIGINT and SIGTERM\n"
+    "shut the host down: submitted requests are answered, all others are dropped, and have a result\n"
+    "with that status. A second signal ends it immediately.\n"
     "\n"
-    "Exit status: 0; 1 if a document was refused, or a request of one failed, if anything was dropped,\n"
-    "or if the results, the table or the last page could not be written; 2 for a bad option or\n"
-    "configuration, also of a SIGHUP, and for a start that failed.\n";
+    "Exit status: 0 if all is well; 1 if a document was rejected, one of its requests failed, anything\n"
+    "was dropped, or the results, the summary or the last page could not be written; 2 if the command\n"
+    "line or the configuration is invalid, even after SIGHUP, or the host cannot start.\n";
 
 namespace {
 
@@ -41,14 +41,14 @@ constexpr unsigned int DEFAULT_THREADS = 4;
 constexpr unsigned int MAX_THREADS = 1000;
 
 template <class Number>
-Number parseNumber(const char* option, const char* text, Number most)
+Number parseNumber(const char* option, const char* text, Number maximum)
 {
     Number number = 0;
     const char* const end = text + std::strlen(text);
     const auto [stop, error] = std::from_chars(text, end, number);
-    if (error != std::errc() || stop != end || text == end || number == 0 || number > most) {
-        throw UsageError("--" + std::string(option) + " takes a number from 1 to " + std::to_string(most)
-                         + ", not \"" + text + "\"");
+    if (error != std::errc() || stop != end || text == end || number == 0 || number > maximum) {
+        throw UsageError("--" + std::string(option) + " requires a number from 1 to "
+                         + std::to_string(maximum) + ", not \"" + text + "\"");
     }
     return number;
 }
@@ -56,7 +56,7 @@ Number parseNumber(const char* option, const char* text, Number most)
 std::string requireText(const char* option, const char* text)
 {
     if (*text == '\0') {
-        throw UsageError("option --" + std::string(option) + " needs a value");
+        throw UsageError("option --" + std::string(option) + " requires a value");
     }
     return text;
 }
@@ -65,7 +65,7 @@ std::string requireText(const char* option, const char* text)
 
 Options Options::parse(int argc, char** argv)
 {
-    // Each is one more than its index in the table.
+    // Index in the table below + 1.
     enum { CONFIG = 1, THREADS, SECONDS, RECORDS, STATUS, HELP };
     static const option long_options[] = {
         {"config", required_argument, nullptr, CONFIG},
@@ -81,7 +81,7 @@ Options Options::parse(int argc, char** argv)
     std::set<int> given;
     opterr = 0;
     int index = 0;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): single-threaded
     for (int found; (found = getopt_long(argc, argv, ":", long_options, &index)) != -1;) {
         if (found != ':' && found != '?' && !given.insert(found).second) {
             throw UsageError(std::string("option --") + long_options[found - 1].name + " is given twice");
@@ -106,7 +106,7 @@ Options Options::parse(int argc, char** argv)
             options.help = true;
             break;
         case ':':
-            throw UsageError(std::string("option ") + argv[optind - 1] + " needs a value");
+            throw UsageError(std::string("option ") + argv[optind - 1] + " requires a value");
         default:
             throw UsageError(std::string("unknown option ") + argv[optind - 1]);
         }
@@ -116,7 +116,7 @@ Options Options::parse(int argc, char** argv)
         throw UsageError("standard input, \"-\", is given twice");
     }
     if (options.records != 0 && options.threads == 0 && !options.documents.empty()) {
-        throw UsageError("--records limits sources: beside documents it needs --threads");
+        throw UsageError("--records limits the sources: with documents, it requires --threads");
     }
     if (options.documents.empty() && options.threads == 0) {
         options.threads = DEFAULT_THREADS;

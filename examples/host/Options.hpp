@@ -8,7 +8,7 @@
 
 namespace nimhost {
 
-/** A mistake of whoever started the host: one line for standard error. */
+/** An invalid command line. The message is one line. */
 class UsageError : public std::runtime_error
 {
 public:
@@ -18,23 +18,23 @@ public:
 /** The command line. */
 struct Options
 {
-    /** The configuration; the one beside the program unless told. */
+    /** Path of the configuration; by default host.properties in the directory of the program. */
     std::string config;
-    /** How many sources there are; 4 unless told, or none beside documents. */
+    /** Number of sources; by default 4, or 0 if there are documents. */
     unsigned int threads = 0;
-    /** How long to run; 0 for no limit. */
+    /** Duration of the run in seconds; 0 means no limit. */
     unsigned int seconds = 0;
-    /** How many requests the sources read together, each of which makes a record; 0 for no limit. */
+    /** Total number of requests of the sources, each of which is logged; 0 means no limit. */
     std::uint64_t records = 0;
-    /** Where the page of the run is written; empty for none. */
+    /** Path of the status page; empty for none. */
     std::string status;
-    /** Documents of requests, "-" for standard input. */
+    /** Paths of documents; "-" means standard input. */
     std::vector<std::string> documents;
     bool help = false;
 
     /**
-     * Throws UsageError. With sources and neither limit told, the host runs for five seconds; with
-     * documents alone, until they are served.
+     * Parses the command line. If there are sources and no limit is given, the run lasts five seconds.
+     * @throws UsageError if it is invalid
      */
     static Options parse(int argc, char** argv);
 };

@@ -11,7 +11,7 @@ namespace nimhost {
 
 namespace {
 
-// In units of the drawing, which is as wide as the page that it stands on.
+// In units of the drawing. It is as wide as the page.
 constexpr double WIDTH = 760;
 constexpr double HEIGHT = 180;
 constexpr double LEFT = 76;
@@ -32,15 +32,15 @@ double above(double value, double top)
     return HEIGHT - BOTTOM - value / top * INNER_HEIGHT;
 }
 
-/** A tenth of a unit is as fine as a drawing need be. */
-std::string place(double units)
+/** Formats a coordinate with a precision of a tenth of a unit. */
+std::string formatted(double units)
 {
     char text[32];
     static_cast<void>(std::snprintf(text, sizeof text, "%.1f", units));
     return text;
 }
 
-/** 1, 2 or 5 times a power of ten, so that about that many make the range. */
+/** Returns 1, 2 or 5 times a power of ten, such that about `steps` of them make the range. */
 double roundStep(double range, int steps)
 {
     const double raw = range / steps;
@@ -53,7 +53,7 @@ double roundStep(double range, int steps)
     return 10 * power;
 }
 
-/** The distance of the lines below a curve of counts, of which there are no parts. */
+/** Returns the distance of grid lines for counts, which is a whole number. */
 double countStep(double top)
 {
     return std::max(roundStep(std::max(top, 1.0), 4), 1.0);
@@ -74,7 +74,7 @@ std::string grouped(std::uint64_t number)
 std::string grouped(double number)
 {
     if (number < 10 && number != std::round(number)) {
-        return place(number);
+        return formatted(number);
     }
     return grouped(static_cast<std::uint64_t>(std::llround(number)));
 }
@@ -118,39 +118,39 @@ void Plot::writeGrid(std::ostream& os, double top, double seconds) const
 {
     const double step = countStep(top);
     for (int line = 0; line * step <= top * 1.001; ++line) {
-        const std::string y = place(above(line * step, top));
+        const std::string y = formatted(above(line * step, top));
         os << "<path class=\"grid\" d=\"M" << LEFT << ' ' << y << "H" << WIDTH - RIGHT
            << "\"/><text class=\"y\" x=\"" << LEFT - 8 << "\" y=\"" << y << "\">" << grouped(line * step)
            << "</text>\n";
     }
-    // A label has one decimal at most.
+    // Labels have at most one decimal.
     const double tick = std::max(roundStep(seconds, 8), 0.1);
     for (int line = 0; line * tick <= seconds; ++line) {
-        os << "<text class=\"x\" x=\"" << place(across(line * tick, seconds)) << "\" y=\"" << HEIGHT - 8
+        os << "<text class=\"x\" x=\"" << formatted(across(line * tick, seconds)) << "\" y=\"" << HEIGHT - 8
            << "\">" << grouped(line * tick) << " s</text>\n";
     }
 }
 
 void Plot::writeCurve(std::ostream& os, double top, double seconds) const
 {
-    std::string path = "M" + place(LEFT) + ' ' + place(above(0, top));
+    std::string path = "M" + formatted(LEFT) + ' ' + formatted(above(0, top));
     for (const Part& part : parts) {
-        path += "V" + place(above(part.value, top)) + "H" + place(across(part.until, seconds));
+        path += "V" + formatted(above(part.value, top)) + "H" + formatted(across(part.until, seconds));
     }
-    os << "<path class=\"curve\" d=\"" << path << "V" << place(above(0, top)) << "Z\"/>\n";
+    os << "<path class=\"curve\" d=\"" << path << "V" << formatted(above(0, top)) << "Z\"/>\n";
 }
 
-/** What a pointer on the plot is told: the number of the part below it. */
+/** Writes a tooltip for each part. */
 void Plot::writeHints(std::ostream& os, double seconds) const
 {
     os << "<g class=\"hints\">\n";
     double from = 0;
     for (const Part& part : parts) {
         const double x = across(from, seconds);
-        os << "<rect x=\"" << place(x) << "\" y=\"" << TOP << "\" width=\""
-           << place(across(part.until, seconds) - x) << "\" height=\"" << INNER_HEIGHT << "\"><title>"
-           << place(from) << " to " << place(part.until) << " s: " << grouped(part.value) << ' ' << unit
-           << "</title></rect>\n";
+        os << "<rect x=\"" << formatted(x) << "\" y=\"" << TOP << "\" width=\""
+           << formatted(across(part.until, seconds) - x) << "\" height=\"" << INNER_HEIGHT << "\"><title>"
+           << formatted(from) << " to " << formatted(part.until) << " s: " << grouped(part.value) << ' '
+           << unit << "</title></rect>\n";
         from = part.until;
     }
     os << "</g>\n";

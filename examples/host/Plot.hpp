@@ -8,14 +8,14 @@
 
 namespace nimhost {
 
-/** What is counted over the time of a run, drawn as SVG that needs nothing but itself. */
+/** A plot of values over the time of a run, as self-contained SVG. */
 class Plot
 {
 public:
-    /** @param unit behind the number that a pointer on the plot is shown */
+    /** @param unit unit of the values, shown in tooltips */
     Plot(std::string title, std::string unit);
 
-    /** How it stood from the end of the part before (the first one begins at 0) to this time. */
+    /** Adds a value for the time from the end of the previous part (initially 0) to `untilSeconds`. */
     void add(double untilSeconds, double value);
 
     void write(std::ostream& os) const;
@@ -37,7 +37,7 @@ private:
     std::vector<Part> parts;
 };
 
-/** With the digits in groups of three, and a decimal where the number is small: "1,234", "0.5". Not below 0.
+/** Formats a number >= 0 with digits in groups of three, and with one decimal if it is small: "1,234", "0.5".
  */
 std::string grouped(double number);
 std::string grouped(std::uint64_t number);

@@ -13,8 +13,8 @@ namespace nim = com::kor::dal::nim;
 namespace {
 
 /**
- * Calls the entry. An exception of the plug-in's own type is replaced here: the library that has its code is
- * unloaded when the exception leaves the constructor of Plugin.
+ * Calls the entry. Replaces exceptions of types that the plug-in defines: their code is unloaded with the
+ * library when an exception leaves the constructor of Plugin.
  */
 nim::mem::RefCntObject* make(const nim::sys::DynSymbol& entry, const nim::io::Properties& settings)
 {
@@ -38,7 +38,7 @@ const Service& Plugin::service() const
 {
     const auto* const found = dynamic_cast<const Service*>(object.get());
     if (found == nullptr) {
-        throw std::invalid_argument("this plug-in answers no requests");
+        throw std::invalid_argument("this plug-in does not answer requests");
     }
     return *found;
 }

@@ -8,22 +8,24 @@
 
 namespace nimhost {
 
-/** A library that is loaded and the object that it made. Its entry keeps the library in memory. */
+/** A loaded library and the object that it has created. The entry symbol keeps the library loaded. */
 class Plugin
 {
 public:
     /**
-     * Throws system_error if it cannot be loaded. What its entry throws becomes a system_error or
-     * runtime_error.
+     * Loads a plug-in and creates its object.
+     * @throws system_error if it cannot be loaded. Exceptions of its entry become system_error or
+     * runtime_error
      */
     Plugin(const com::kor::dal::nim::String& library, const com::kor::dal::nim::io::Properties& settings);
 
-    /** Throws `std::invalid_argument` when it is something else. */
+    /** @throws std::invalid_argument if the object is not a Service */
     const Service& service() const;
 
 private:
     const com::kor::dal::nim::sys::DynSymbolRef entry;
-    // Behind the entry: its code is in the library, which must not go before it.
+    // Declared after `entry`, so that it is destroyed before the library, which contains its code, is
+    // unloaded.
     const com::kor::dal::nim::mem::RefCntObjectRef object;
 };
 

@@ -17,7 +17,7 @@ namespace {
 
 typedef nim::mt::MutexHolder<nim::mt::ReaderWriterLock> LockHolder;
 
-/** A failure that cannot be logged is written to standard error. */
+/** Logs a failure, or writes it to standard error if it cannot be logged. */
 void logFailure(const std::exception& exc, const String& label)
 {
     try {
@@ -28,22 +28,18 @@ void logFailure(const std::exception& exc, const String& label)
     }
 }
 
-/** The answer for the exception that is being handled, which is logged. */
+/** Logs the exception that is being handled, and returns it as an answer. */
 Answer currentAnswer(const String& label)
 {
-    try {
-        throw;
-    } catch (const nim::sys::system_error& exc) {
+    Answer answer = {true, String(), std::nullopt};
+    withCurrentException([&](const std::exception& exc) {
         logFailure(exc, label);
-        return {true, exc.what(), exc.error()};
-    } catch (const std::exception& exc) {
-        logFailure(exc, label);
-        return {true, exc.what(), std::nullopt};
-    } catch (...) {
-        const std::string text = currentFailure();
-        logFailure(std::runtime_error(text), label);
-        return {true, text, std::nullopt};
-    }
+        answer.text = exc.what();
+        if (const auto* const system = dynamic_cast<const nim::sys::system_error*>(&exc)) {
+            answer.error = system->error();
+        }
+    });
+    return answer;
 }
 
 }
@@ -63,7 +59,7 @@ std::vector<String> PluginTable::configure(const Configuration& configuration)
     for (const auto& [name, slot] : slots) {
         PluginSettings settings = configuration.plugin(name);
         const std::lock_guard<std::mutex> guard(slot->stateLock);
-        if (slot->inEffect && !(settings == *slot->inEffect)) {
+        if (slot->loadedSettings && !(settings == *slot->loadedSettings)) {
             waiting.push_back(name);
         }
         slot->settings = std::move(settings);
@@ -89,30 +85,30 @@ PluginTable::Slot& PluginTable::slot(const String& name)
 {
     Slot* const found = find(name);
     if (found == nullptr) {
-        throw std::invalid_argument("there is no plug-in \"" + name + "\"");
+        throw std::invalid_argument("unknown plug-in \"" + name + "\"");
     }
     return *found;
 }
 
-void PluginTable::expect(const String& name)
+void PluginTable::announce(const String& name)
 {
     if (Slot* const found = find(name)) {
         const std::lock_guard<std::mutex> guard(found->stateLock);
-        ++found->expected;
+        ++found->announced;
     }
 }
 
-void PluginTable::forget(const String& name)
+void PluginTable::withdraw(const String& name)
 {
     if (Slot* const found = find(name)) {
         const std::lock_guard<std::mutex> guard(found->stateLock);
-        if (--found->expected == 0) {
+        if (--found->announced == 0) {
             found->idle.notify_all();
         }
     }
 }
 
-/** The caller holds the slot's lock for writing, as that of unload() does. */
+/** The caller of load() or unload() holds the slot's lock for writing. */
 void PluginTable::load(Slot& slot)
 {
     PluginSettings settings;
@@ -122,14 +118,14 @@ void PluginTable::load(Slot& slot)
     }
     slot.plugin = std::make_unique<const Plugin>(settings.library, *settings.settings);
     const std::lock_guard<std::mutex> guard(slot.stateLock);
-    slot.inEffect = std::move(settings);
+    slot.loadedSettings = std::move(settings);
 }
 
 void PluginTable::unload(Slot& slot)
 {
     slot.plugin = nullptr;
     const std::lock_guard<std::mutex> guard(slot.stateLock);
-    slot.inEffect.reset();
+    slot.loadedSettings.reset();
 }
 
 Answer PluginTable::perform(const String& name, const ServiceCall& call, const String& label)
@@ -161,14 +157,14 @@ void PluginTable::reload(const String& name)
 {
     Slot& chosen = slot(name);
     {
-        // What was asked before is still answered by the old one.
+        // Requests that were announced before are answered by the plug-in as it is loaded now.
         std::unique_lock<std::mutex> guard(chosen.stateLock);
-        chosen.idle.wait(guard, [&] { return chosen.expected == 0; });
+        chosen.idle.wait(guard, [&] { return chosen.announced == 0; });
     }
     const LockHolder writing(chosen.lock.acquireForWrite());
     unload(chosen);
     load(chosen);
-    NIM_LOG(Severity_NOTICE) << "plug-in " << name << " is loaded again";
+    NIM_LOG(Severity_NOTICE) << "plug-in " << name << " was reloaded";
 }
 
 }

@@ -16,70 +16,70 @@
 
 namespace nimhost {
 
-/** The outcome of a request. Contains nothing whose code is in the plug-in. */
+/** The outcome of a request. Contains no object whose code is in the plug-in. */
 struct Answer
 {
     bool failed;
-    /** The result, or the reason of the failure. */
+    /** The result, or the error message. */
     com::kor::dal::nim::String text;
-    /** The error number of the failure, if it has one. */
+    /** Error number of the failure, if it has one. */
     std::optional<int> error;
 };
 
 /**
- * The plug-ins that answer requests, each loaded by its name with the first request for it. The
- * configuration lists the names; no other is ever loaded. Any thread may call everything.
+ * The plug-ins that answer requests. Only the plug-ins listed in the configuration are available; each one is
+ * loaded by the first request for it. Thread-safe.
  */
 class PluginTable
 {
 public:
-    /** Throws ConfigurationError. */
+    /** @throws ConfigurationError if the settings of a plug-in are invalid */
     explicit PluginTable(const Configuration& configuration);
 
-    /** Announces a request: reload() waits for it until forget() is called. */
-    void expect(const com::kor::dal::nim::String& name);
-    /** Ends an announcement: the request was answered, or will not be asked. */
-    void forget(const com::kor::dal::nim::String& name);
+    /** Announces a request, for which reload() waits until withdraw() is called. */
+    void announce(const com::kor::dal::nim::String& name);
+    /** Withdraws the announcement of a request that was answered or dropped. */
+    void withdraw(const com::kor::dal::nim::String& name);
 
     /**
-     * Asks a plug-in. Failures of any type are logged under `label` and returned: an exception whose code is
-     * in the plug-in must not outlive the lock that keeps the plug-in in memory.
+     * Performs a request. Failures of any type are logged with `label` and returned, because an exception
+     * whose code is in the plug-in must not outlive the lock that keeps the plug-in loaded.
      */
     Answer perform(const com::kor::dal::nim::String& name, const ServiceCall& call,
                    const com::kor::dal::nim::String& label);
 
     /**
-     * Waits until all requests announced for the plug-in are answered, unloads it, and loads it again with
-     * the current settings; requests for other plug-ins are answered during the wait. If the load fails, the
-     * next request tries once more. Throws `std::invalid_argument` for a name that is not listed, and what
-     * loading throws.
+     * Waits until all requests announced for a plug-in are answered, unloads it, and loads it with the
+     * current settings. Requests for other plug-ins are not delayed. If the load fails, the next request
+     * tries again.
+     * @throws std::invalid_argument if the name is not listed; exceptions of the load propagate
      */
     void reload(const com::kor::dal::nim::String& name);
 
-    /** Unloads all; the next request for one loads it again. */
+    /** Unloads all plug-ins. The next request for one loads it again. */
     void clear();
 
     /**
-     * New settings, for each plug-in that is loaded from now on. The result names those that are loaded with
-     * other settings, which therefore wait until it is loaded again.
+     * Stores new settings, which take effect when a plug-in is loaded. Returns the names of the plug-ins that
+     * are loaded with other settings, and must be reloaded.
      */
     std::vector<com::kor::dal::nim::String> configure(const Configuration& configuration);
 
 private:
     struct Slot
     {
-        /** Held for reading by those who use the plug-in, for writing by those who load or unload it. */
+        /** Held for reading while the plug-in is used, for writing while it is loaded or unloaded. */
         com::kor::dal::nim::mt::ReaderWriterLock lock;
         std::unique_ptr<const Plugin> plugin;
 
-        /** Guards all below; no code of the plug-in runs under it. */
+        /** Guards all members below. Never held while code of the plug-in runs. */
         std::mutex stateLock;
         PluginSettings settings;
-        /** The settings that the plug-in was loaded with; none if it is not loaded. */
-        std::optional<PluginSettings> inEffect;
-        /** Requests that are announced and not answered. */
-        std::size_t expected = 0;
-        /** Signalled when `expected` reaches 0. */
+        /** Settings that the plug-in was loaded with; none if it is not loaded. */
+        std::optional<PluginSettings> loadedSettings;
+        /** Number of requests that are announced and not yet answered. */
+        std::size_t announced = 0;
+        /** Notified when `announced` becomes 0. */
         std::condition_variable idle;
     };
 
@@ -88,7 +88,7 @@ private:
     static void load(Slot& slot);
     static void unload(Slot& slot);
 
-    /** Does not change once it is made. */
+    /** Plug-ins by name. Constant after construction. */
     std::map<com::kor::dal::nim::String, std::unique_ptr<Slot>> slots;
 };
 

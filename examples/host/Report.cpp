@@ -32,15 +32,15 @@ void showTable(std::ostream& os, const Summary& summary)
     for (const Summary::Row& count : summary.counts) {
         row(os, count.first, count.second);
     }
-    if (summary.folder.empty()) {
-        os << "  the log is a stream, there are no files\n";
+    if (summary.directory.empty()) {
+        os << "  the log is written to a stream, not to files\n";
         return;
     }
-    os << "  files, newest first" << std::string(15, ' ') << "bytes\n";
+    os << "  log files, newest first" << std::string(12, ' ') << "bytes\n";
     for (const Summary::Row& file : summary.files) {
         row(os, "  " + file.first, file.second);
     }
-    os << "  in " << summary.folder << '\n';
+    os << "  in " << summary.directory << '\n';
 }
 
 }

@@ -8,12 +8,12 @@
 
 namespace nimhost {
 
-/** Overwrites the line of progress on a terminal. */
+/** Overwrites the progress line on a terminal. */
 void showProgress(std::ostream& os, double seconds, const Counters& counters, std::uint64_t rotations);
-/** Takes that line away. */
+/** Clears the progress line. */
 void clearProgress(std::ostream& os);
 
-/** The table at the end of the run, with the log's files and their sizes. */
+/** Prints the summary at the end of the run, with the sizes of the log files. */
 void showTable(std::ostream& os, const Summary& summary);
 
 }

@@ -8,7 +8,7 @@
 
 namespace nimhost {
 
-/** A request on its way from the source that read it to the worker that answers it. */
+/** A request, from the source that reads it to the worker that answers it. */
 class Request : public com::kor::dal::nim::mt::QueueElement
 {
 public:

@@ -15,13 +15,13 @@ const char ROOT[] = "requests";
 const char REQUEST[] = "requests/request";
 const char RELOAD[] = "requests/reload";
 
-bool standsInRequest(const String& tag, const String& fullTag)
+bool isRequestArgument(const String& tag, const String& fullTag)
 {
     return fullTag == String(REQUEST) + '/' + tag;
 }
 
-/** The value of the attribute, which is taken out of the list. */
-String takeAttribute(const String& tag, Attributes& attrs, const char* name)
+/** Removes an attribute from the list and returns its value. */
+String extractAttribute(const String& tag, Attributes& attrs, const char* name)
 {
     for (auto attribute = attrs.begin(); attribute != attrs.end(); ++attribute) {
         if (attribute->name == name) {
@@ -30,7 +30,7 @@ String takeAttribute(const String& tag, Attributes& attrs, const char* name)
             return value;
         }
     }
-    throw std::invalid_argument("<" + tag + "> has no " + name);
+    throw std::invalid_argument("<" + tag + "> has no attribute " + name);
 }
 
 }
@@ -39,18 +39,18 @@ bool RequestConsumer::elementBegin(const String& tag, const String& fullTag, con
 {
     Attributes left = attrs;
     if (fullTag == REQUEST) {
-        DocumentRequest request{DocumentRequest::CALL, takeAttribute(tag, left, "plugin"), ServiceCall()};
-        request.call.operation = takeAttribute(tag, left, "operation");
+        DocumentRequest request{DocumentRequest::CALL, extractAttribute(tag, left, "plugin"), ServiceCall()};
+        request.call.operation = extractAttribute(tag, left, "operation");
         for (const Attribute& option : left) {
             request.call.options.emplace_back(option.name, option.value);
         }
         requests.push_back(request);
     } else if (fullTag == RELOAD) {
-        requests.push_back({DocumentRequest::RELOAD, takeAttribute(tag, left, "plugin"), ServiceCall()});
-    } else if (standsInRequest(tag, fullTag)) {
+        requests.push_back({DocumentRequest::RELOAD, extractAttribute(tag, left, "plugin"), ServiceCall()});
+    } else if (isRequestArgument(tag, fullTag)) {
         requests.back().call.arguments.emplace_back(tag, String());
     } else if (fullTag != ROOT) {
-        throw std::invalid_argument("<" + tag + "> has no place at " + fullTag);
+        throw std::invalid_argument("<" + tag + "> is not allowed at " + fullTag);
     }
     return true;
 }
@@ -62,10 +62,10 @@ bool RequestConsumer::elementEnd(const String&, const String&)
 
 bool RequestConsumer::elementProcessData(const String& tag, const String& fullTag, const String& data, bool)
 {
-    if (!standsInRequest(tag, fullTag)) {
-        throw std::invalid_argument("text has no place at " + fullTag);
+    if (!isRequestArgument(tag, fullTag)) {
+        throw std::invalid_argument("text is not allowed at " + fullTag);
     }
-    // Text comes in pieces: around a comment, and beside CDATA.
+    // Text is reported in several events if it contains comments or CDATA sections.
     requests.back().call.arguments.back().second += data;
     return true;
 }

@@ -9,7 +9,7 @@
 
 namespace nimhost {
 
-/** One element of a document of requests. */
+/** A request or reload in a document. */
 struct DocumentRequest
 {
     enum Kind { CALL, RELOAD };
@@ -20,7 +20,7 @@ struct DocumentRequest
 };
 
 /**
- * Makes requests of a document of this form, and throws `std::invalid_argument` for another:
+ * Collects the requests of a document. Throws `std::invalid_argument` unless it has this form:
  *
  *     <requests>
  *       <request plugin="matcher" operation="lines"><expression>x$</expression><text>..</text></request>

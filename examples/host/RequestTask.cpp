@@ -57,17 +57,15 @@ void RequestTask::run()
         return;
     }
     ++counters.tasksRun;
-    counters.noteWait(std::chrono::steady_clock::now() - request->submitted);
+    counters.recordWait(std::chrono::steady_clock::now() - request->submitted);
 
-    if (!isUnder(source.token())) {
-        ++counters.tasksUnderForeignToken;
+    if (!isCurrentToken(source.token())) {
+        ++counters.tasksWithWrongToken;
     }
     try {
         answer(*request);
-    } catch (const std::exception& exc) {
-        fail(exc);
     } catch (...) {
-        fail(std::runtime_error(currentFailure()));
+        withCurrentException([this](const std::exception& exc) { fail(exc); });
     }
     answered = true;
 }
@@ -97,7 +95,7 @@ void RequestTask::answer(const Request& request)
     bool passed = false;
     NIM_LOG_TO(source.module(), severity)
         << "request " << request.number << " of " << source.name() << " answered" << (passed = true, "");
-    ++(passed ? counters.recordsWritten : counters.recordsRefused);
+    ++(passed ? counters.recordsWritten : counters.recordsFiltered);
 }
 
 }

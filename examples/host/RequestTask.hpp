@@ -10,15 +10,18 @@ namespace nimhost {
 class Request;
 class Source;
 
-/** Answers the oldest request of a source, on a worker, under the source's token. */
+/** Answers the oldest request of a source, on a worker, with the security token of the source. */
 class RequestTask : public com::kor::dal::nim::mt::Task
 {
 public:
     explicit RequestTask(Source& source);
-    /** A request that a worker has begun and not answered counts as dropped; others stay with the source. */
+    /**
+     * Counts a request as dropped if it was started but not answered. One that was not started stays in the
+     * queue.
+     */
     ~RequestTask() override;
 
-    /** Lets no exception out: a failed request is counted and logged. */
+    /** Throws no exceptions: a failed request is counted and logged. */
     void run() override;
 
 private:

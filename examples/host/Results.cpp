@@ -14,10 +14,11 @@ using nim::String;
 
 namespace {
 
-constexpr int LOOK_MILLISECONDS = 100;
+constexpr int POLL_MILLISECONDS = 100;
 
-/** A pipe that poll() calls writable has room for PIPE_BUF bytes at least; a file never waits. */
-std::size_t pieceSize(int descriptor)
+/** A pipe that poll() reports as writable has space for at least PIPE_BUF bytes; writes to files never block.
+ */
+std::size_t maxWriteSize(int descriptor)
 {
     struct stat status = {};
     return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) ? SSIZE_MAX : PIPE_BUF;
@@ -25,8 +26,8 @@ std::size_t pieceSize(int descriptor)
 
 }
 
-Results::Results(int descriptor, std::atomic<std::uint64_t>& lostResults)
-    : output(descriptor), piece(pieceSize(descriptor)), lost(lostResults)
+Results::Results(int descriptor, std::atomic<std::uint64_t>& notWrittenCounter)
+    : output(descriptor), maxWrite(maxWriteSize(descriptor)), notWritten(notWrittenCounter)
 {
 }
 
@@ -36,47 +37,47 @@ void Results::begin()
     write("<results>\n");
 }
 
-Results::Place Results::reserve(const String& start)
+Results::Position Results::reserve(const String& start)
 {
     const std::lock_guard<std::mutex> guard(lock);
-    open.emplace(reserved, start);
+    unfilled.emplace(reserved, start);
     return reserved++;
 }
 
-void Results::fill(Place place, const String& rest)
+void Results::fill(Position position, const String& rest)
 {
     const std::lock_guard<std::mutex> guard(lock);
-    fillLocked(place, rest);
+    fillLocked(position, rest);
 }
 
-void Results::drop(Place place)
+void Results::drop(Position position)
 {
-    fill(place, " status=\"dropped\"/>");
+    fill(position, " status=\"dropped\"/>");
 }
 
-void Results::dropOpen()
+void Results::dropUnfilled()
 {
     const std::lock_guard<std::mutex> guard(lock);
-    while (!open.empty()) {
-        fillLocked(open.begin()->first, " status=\"dropped\"/>");
+    while (!unfilled.empty()) {
+        fillLocked(unfilled.begin()->first, " status=\"dropped\"/>");
     }
 }
 
-void Results::fillLocked(Place place, const String& rest)
+void Results::fillLocked(Position position, const String& rest)
 {
-    const auto start = open.find(place);
-    if (start == open.end()) {
+    const auto start = unfilled.find(position);
+    if (start == unfilled.end()) {
         return;
     }
-    // Not erased before there is memory for the other entry.
-    early.emplace(place, "  " + start->second + rest + "\n");
-    open.erase(start);
-    for (auto next = early.find(written); next != early.end(); next = early.find(written)) {
+    // Not erased before the other entry has been allocated.
+    completed.emplace(position, "  " + start->second + rest + "\n");
+    unfilled.erase(start);
+    for (auto next = completed.find(written); next != completed.end(); next = completed.find(written)) {
         write(next->second);
         if (error != 0) {
-            ++lost;
+            ++notWritten;
         }
-        early.erase(next);
+        completed.erase(next);
         ++written;
     }
 }
@@ -87,16 +88,16 @@ void Results::end()
     write("</results>\n");
 }
 
-void Results::stopWaiting()
+void Results::disableWaiting()
 {
-    impatient = true;
+    isWaitingDisabled = true;
 }
 
 void Results::write(const String& text)
 {
     std::size_t done = 0;
-    while (error == 0 && done < text.size() && waitForRoom()) {
-        const ssize_t count = ::write(output, text.data() + done, std::min(text.size() - done, piece));
+    while (error == 0 && done < text.size() && waitUntilWritable()) {
+        const ssize_t count = ::write(output, text.data() + done, std::min(text.size() - done, maxWrite));
         if (count >= 0) {
             done += static_cast<std::size_t>(count);
         } else if (errno != EINTR && errno != EAGAIN) {
@@ -105,12 +106,12 @@ void Results::write(const String& text)
     }
 }
 
-/** Returns false if there is no room and waiting was stopped. */
-bool Results::waitForRoom()
+/** Returns false if the output is not writable and waiting was disabled. */
+bool Results::waitUntilWritable()
 {
     pollfd waited = {output, POLLOUT, 0};
-    while (poll(&waited, 1, LOOK_MILLISECONDS) <= 0) {
-        if (impatient) {
+    while (poll(&waited, 1, POLL_MILLISECONDS) <= 0) {
+        if (isWaitingDisabled) {
             error = ETIMEDOUT;
             return false;
         }

@@ -12,68 +12,65 @@
 namespace nimhost {
 
 /**
- * The results of requests as an XML document, in the order in which the requests were read, whichever
- * is answered first. Any thread may call everything.
+ * Writes the results of requests as an XML document, in the order in which the requests were read, in
+ * whatever order they are answered. Thread-safe.
  *
- * A write that fails is kept: nothing is written afterwards, and the places that are filled then are
- * counted as lost.
+ * After a write error nothing more is written, and results are counted as not written.
  */
 class Results
 {
 public:
-    typedef std::uint64_t Place;
+    typedef std::uint64_t Position;
 
-    /** @param lost counts the results that could not be written */
-    Results(int descriptor, std::atomic<std::uint64_t>& lost);
+    /** @param notWritten incremented for each result that could not be written */
+    Results(int descriptor, std::atomic<std::uint64_t>& notWritten);
 
-    /** Begins the document. */
+    /** Writes the start of the document. */
     void begin();
     /**
-     * Reserves the place of the next result.
-     * @param start the element up to its last attribute that is known: without a ">"
+     * Reserves the position of the next result.
+     * @param start the start tag of the result up to the last known attribute, without ">"
      */
-    Place reserve(const com::kor::dal::nim::String& start);
-    /**
-     * Fills a place with its start and the rest of its element. Does nothing if the place was filled already.
-     */
-    void fill(Place place, const com::kor::dal::nim::String& rest);
-    /** Fills a place whose request was not answered. */
-    void drop(Place place);
-    /** Drops all places that are not filled. */
-    void dropOpen();
-    /** Ends the document; nothing is reserved or filled any more. */
+    Position reserve(const com::kor::dal::nim::String& start);
+    /** Completes a result with the rest of its element. Does nothing if it was completed before. */
+    void fill(Position position, const com::kor::dal::nim::String& rest);
+    /** Completes the result of a request that was not answered. */
+    void drop(Position position);
+    /** Drops all results that are not completed. */
+    void dropUnfilled();
+    /** Writes the end of the document. Nothing may be reserved or filled afterwards. */
     void end();
-    /** Lets a write that waits for its reader fail, and each one that would wait afterwards. */
-    void stopWaiting();
+    /** Makes the current write, and all later ones, fail instead of waiting for the reader. */
+    void disableWaiting();
 
-    /** The errno value of the write that failed, 0 if none did. */
+    /** Returns the `errno` of the first failed write, or 0. */
     int failure() const
     {
         return error;
     }
 
 private:
-    void fillLocked(Place place, const com::kor::dal::nim::String& rest);
+    void fillLocked(Position position, const com::kor::dal::nim::String& rest);
     void write(const com::kor::dal::nim::String& text);
-    bool waitForRoom();
+    bool waitUntilWritable();
 
     const int output;
-    /** How much may be written at a time without a wait, once poll() has found room. */
-    const std::size_t piece;
-    std::atomic<std::uint64_t>& lost;
+    /** Maximum number of bytes that can be written without blocking after poll() has returned. */
+    const std::size_t maxWrite;
+    std::atomic<std::uint64_t>& notWritten;
     std::atomic<int> error{0};
-    std::atomic<bool> impatient{false};
-    /** Guards all below. */
+    std::atomic<bool> isWaitingDisabled{false};
+    /** Guards all members below. */
     std::mutex lock;
-    Place reserved = 0;
-    Place written = 0;
-    /** The starts of those that are not filled. */
-    std::map<Place, com::kor::dal::nim::String> open;
-    /** Filled ones that wait for an earlier one. */
-    std::map<Place, com::kor::dal::nim::String> early;
+    Position reserved = 0;
+    Position written = 0;
+    /** Starts of the results that are not completed. */
+    std::map<Position, com::kor::dal::nim::String> unfilled;
+    /** Completed results that wait for an earlier one. */
+    std::map<Position, com::kor::dal::nim::String> completed;
 };
 
-/** Text as it stands in an element or in a value. */
+/** Returns a string escaped for XML text and attribute values. */
 com::kor::dal::nim::String escaped(const com::kor::dal::nim::String& text);
 
 }

@@ -25,14 +25,14 @@ RotationTraces::int_type RotationTraces::overflow(int_type c)
 {
     if (!traits_type::eq_int_type(c, traits_type::eof())) {
         const char byte = traits_type::to_char_type(c);
-        take(&byte, 1);
+        append(&byte, 1);
     }
     return traits_type::not_eof(c);
 }
 
 std::streamsize RotationTraces::xsputn(const char* text, std::streamsize length)
 {
-    take(text, static_cast<std::size_t>(length));
+    append(text, static_cast<std::size_t>(length));
     return length;
 }
 
@@ -42,24 +42,24 @@ int RotationTraces::sync()
     return standardError->pubsync();
 }
 
-void RotationTraces::take(const char* text, std::size_t length)
+void RotationTraces::append(const char* text, std::size_t length)
 {
     const std::lock_guard<std::mutex> guard(lock);
     for (std::size_t i = 0; i < length; ++i) {
         line.push_back(text[i]);
         if (text[i] == '\n') {
-            takeLine();
+            processLine();
         }
     }
 }
 
-void RotationTraces::takeLine()
+void RotationTraces::processLine()
 {
     const bool trace = line.compare(0, 8, "LogFile:") == 0;
     if (trace && contains(line, "Switching log file [")) {
         ++rotationCount;
     }
-    // What went wrong is for whoever runs the host, and so is all that is no trace.
+    // Errors, and everything that is not a trace, are shown to the user.
     if (!trace || contains(line, "ERROR") || contains(line, "Failed to") || contains(line, "Could not")) {
         standardError->sputn(line.data(), static_cast<std::streamsize>(line.size()));
     }

@@ -10,8 +10,8 @@
 namespace nimhost {
 
 /**
- * Stands in front of standard error for as long as it lives: counts the rotations that the log
- * files trace there and keeps those traces off the terminal. All else goes through, line by line.
+ * Filters standard error during its lifetime: counts the rotations in the traces of log files, and removes
+ * these traces. Everything else is passed on line by line.
  */
 class RotationTraces : public std::streambuf
 {
@@ -33,8 +33,8 @@ protected:
     int sync() override;
 
 private:
-    void take(const char* text, std::size_t length);
-    void takeLine();
+    void append(const char* text, std::size_t length);
+    void processLine();
 
     std::streambuf* const standardError;
     std::mutex lock;

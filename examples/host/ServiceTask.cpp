@@ -11,42 +11,43 @@ namespace nimhost {
 namespace nim = com::kor::dal::nim;
 using nim::String;
 
-ServiceTask::ServiceTask(Desk& sharedDesk, DocumentRequest asked, Results::Place where)
-    : Task(nullptr, "Request"), desk(sharedDesk), request(std::move(asked)), place(where),
-      submitted(std::chrono::steady_clock::now())
+ServiceTask::ServiceTask(RequestEnvironment& sharedEnvironment, DocumentRequest asked,
+                         Results::Position resultPosition)
+    : Task(nullptr, "Request"), environment(sharedEnvironment), request(std::move(asked)),
+      position(resultPosition), submitted(std::chrono::steady_clock::now())
 {
-    desk.plugins.expect(request.plugin);
-    ++desk.counters.requestsWaiting;
+    environment.plugins.announce(request.plugin);
+    ++environment.counters.requestsWaiting;
 }
 
 ServiceTask::~ServiceTask()
 {
     if (!begun) {
-        --desk.counters.requestsWaiting;
+        --environment.counters.requestsWaiting;
     }
     if (!filled) {
-        ++desk.counters.requestsDropped;
+        ++environment.counters.requestsDropped;
         try {
-            desk.results.drop(place);
+            environment.results.drop(position);
         } catch (const std::exception& exc) {
             std::cerr << "nimhost: " << name() << ": " << exc.what() << std::endl;
         }
     }
-    desk.plugins.forget(request.plugin);
-    --desk.counters.requestsOpen;
+    environment.plugins.withdraw(request.plugin);
+    --environment.counters.requestsOpen;
 }
 
 void ServiceTask::run()
 {
-    if (desk.stop.drop) {
+    if (environment.stop.drop) {
         return;
     }
     begun = true;
-    --desk.counters.requestsWaiting;
-    ++desk.counters.tasksRun;
-    desk.counters.noteWait(std::chrono::steady_clock::now() - submitted);
-    if (!isUnder(desk.token)) {
-        ++desk.counters.tasksUnderForeignToken;
+    --environment.counters.requestsWaiting;
+    ++environment.counters.tasksRun;
+    environment.counters.recordWait(std::chrono::steady_clock::now() - submitted);
+    if (!isCurrentToken(environment.token)) {
+        ++environment.counters.tasksWithWrongToken;
     }
     try {
         answer();
@@ -57,12 +58,12 @@ void ServiceTask::run()
 
 void ServiceTask::answer()
 {
-    const Answer answer = desk.plugins.perform(request.plugin, request.call, name());
+    const Answer answer = environment.plugins.perform(request.plugin, request.call, name());
     if (!answer.failed) {
         fill(" status=\"ok\">" + escaped(answer.text) + "</result>");
         return;
     }
-    ++desk.counters.tasksFailed;
+    ++environment.counters.tasksFailed;
     fill(" status=\"failed\""
          + (answer.error ? " error=\"" + std::to_string(*answer.error) + "\"" : std::string()) + ">"
          + escaped(answer.text) + "</result>");
@@ -70,7 +71,7 @@ void ServiceTask::answer()
 
 void ServiceTask::fill(const String& rest)
 {
-    desk.results.fill(place, rest);
+    environment.results.fill(position, rest);
     filled = true;
 }
 

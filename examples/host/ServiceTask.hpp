@@ -13,36 +13,36 @@
 
 namespace nimhost {
 
-/** What the requests of documents need. */
-struct Desk
+/** The objects that tasks of document requests use. */
+struct RequestEnvironment
 {
     PluginTable& plugins;
     Results& results;
     Counters& counters;
     const Stop& stop;
-    /** What requests are answered under. */
+    /** Security token of the requests. */
     const com::kor::dal::nim::mem::ConstRefCntObjectRef token;
 };
 
-/** Answers one request of a document, on a worker. */
+/** Answers one request of a document on a worker. */
 class ServiceTask : public com::kor::dal::nim::mt::Task
 {
 public:
-    /** @param where where the result goes */
-    ServiceTask(Desk& desk, DocumentRequest request, Results::Place where);
-    /** A request that was not answered is dropped, and counted as such. */
+    /** @param position position of its result */
+    ServiceTask(RequestEnvironment& environment, DocumentRequest request, Results::Position where);
+    /** Drops the request, and counts it as dropped, if it was not answered. */
     ~ServiceTask() override;
 
-    /** Lets no exception out: a request that fails has a result that says so. */
+    /** Throws no exceptions: a failed request has a result with that status. */
     void run() override;
 
 private:
     void answer();
     void fill(const com::kor::dal::nim::String& rest);
 
-    Desk& desk;
+    RequestEnvironment& environment;
     const DocumentRequest request;
-    const Results::Place place;
+    const Results::Position position;
     bool begun = false;
     bool filled = false;
     const std::chrono::steady_clock::time_point submitted;

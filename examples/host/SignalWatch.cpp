@@ -15,7 +15,7 @@ namespace nimhost {
 
 namespace {
 
-constexpr int LOOK_MILLISECONDS = 200;
+constexpr int POLL_MILLISECONDS = 200;
 
 sigset_t makeSet(std::initializer_list<int> numbers)
 {
@@ -40,7 +40,7 @@ int checked(int descriptor)
     return descriptor;
 }
 
-/** Threads that are started afterwards inherit the block. */
+/** Blocks the signals, also in threads that are started later, and returns a descriptor to read them from. */
 int openBlockedSignals()
 {
     const sigset_t signals = watchedSignals();
@@ -80,29 +80,29 @@ SignalWatch::~SignalWatch()
     setDefault(SIGTERM);
 }
 
-void SignalWatch::hostRuns(std::chrono::seconds limit)
+void SignalWatch::beginRun(std::chrono::seconds limit)
 {
     const std::lock_guard<std::mutex> guard(lock);
     running = true;
-    lastSeen = Clock::now();
+    lastProgress = Clock::now();
     if (limit != std::chrono::seconds::zero()) {
-        runEnd = lastSeen + limit;
+        runEnd = lastProgress + limit;
     }
 }
 
-void SignalWatch::hostEnds()
+void SignalWatch::endRun()
 {
     const std::lock_guard<std::mutex> guard(lock);
     runEnd = Clock::time_point::max();
-    lastSeen = Clock::now();
+    lastProgress = Clock::now();
 }
 
-SignalWatch::Arrived SignalWatch::take(std::chrono::milliseconds interval)
+SignalWatch::Arrived SignalWatch::wait(std::chrono::milliseconds interval)
 {
     std::unique_lock<std::mutex> guard(lock);
-    lastSeen = Clock::now();
+    lastProgress = Clock::now();
     arrival.wait_for(guard, interval, [this] { return arrived.reload || arrived.end != 0; });
-    lastSeen = Clock::now();
+    lastProgress = Clock::now();
     const Arrived taken = arrived;
     arrived = Arrived();
     return taken;
@@ -111,26 +111,26 @@ SignalWatch::Arrived SignalWatch::take(std::chrono::milliseconds interval)
 void SignalWatch::noteProgress()
 {
     const std::lock_guard<std::mutex> guard(lock);
-    lastSeen = Clock::now();
+    lastProgress = Clock::now();
 }
 
 void SignalWatch::watch()
 {
     for (;;) {
         pollfd descriptors[] = {{source, POLLIN, 0}, {stopped, POLLIN, 0}};
-        poll(descriptors, 2, LOOK_MILLISECONDS);
+        poll(descriptors, 2, POLL_MILLISECONDS);
         if (descriptors[1].revents != 0) {
             return;
         }
         signalfd_siginfo signal = {};
         while (read(source, &signal, sizeof signal) == sizeof signal) {
-            note(static_cast<int>(signal.ssi_signo));
+            handle(static_cast<int>(signal.ssi_signo));
         }
-        endIfStuck();
+        endProcessIfStuck();
     }
 }
 
-void SignalWatch::note(int signal)
+void SignalWatch::handle(int signal)
 {
     const std::lock_guard<std::mutex> guard(lock);
     if (signal == SIGHUP) {
@@ -138,7 +138,7 @@ void SignalWatch::note(int signal)
     } else if (!running) {
         endProcess(signal, "before it was running");
     } else if (firstEnd != 0) {
-        endProcess(signal, "the second one");
+        endProcess(signal, "the second signal");
     } else {
         firstEnd = signal;
         arrived.end = signal;
@@ -146,20 +146,20 @@ void SignalWatch::note(int signal)
     arrival.notify_one();
 }
 
-/** Whether the main thread has not been seen for too long. */
-bool SignalWatch::isUnseen() const
+/** Returns true if the main thread has made no progress for STUCK_SECONDS. */
+bool SignalWatch::isMainThreadStuck() const
 {
-    return Clock::now() - lastSeen > std::chrono::seconds(STUCK_SECONDS);
+    return Clock::now() - lastProgress > std::chrono::seconds(STUCK_SECONDS);
 }
 
-/** Ends the process if the main thread does not end it, though a signal or the time limit asks for that. */
-void SignalWatch::endIfStuck()
+/** Ends the process if the main thread does not respond to a signal or to the time limit. */
+void SignalWatch::endProcessIfStuck()
 {
     const std::lock_guard<std::mutex> guard(lock);
-    if (firstEnd != 0 && isUnseen()) {
-        endProcess(firstEnd, "since its main thread does not respond");
+    if (firstEnd != 0 && isMainThreadStuck()) {
+        endProcess(firstEnd, "because its main thread does not respond");
     }
-    if (isUnseen() && Clock::now() - std::chrono::seconds(STUCK_SECONDS) > runEnd) {
+    if (isMainThreadStuck() && Clock::now() - std::chrono::seconds(STUCK_SECONDS) > runEnd) {
         endProcessAfterItsTime();
     }
 }
@@ -172,7 +172,7 @@ void SignalWatch::endProcess(int signal, const char* why) const noexcept
                       signal, why, static_cast<long long>(counters.requestsOpen));
     writeLastWords(text, static_cast<std::size_t>(std::max(length, 0)));
     setDefault(signal);
-    // The process dies of the signal, as the process that started it expects.
+    // The process ends by the signal, so that its parent sees the expected status.
     kill(getpid(), signal);
     _exit(128 + signal);
 }
@@ -180,10 +180,11 @@ void SignalWatch::endProcess(int signal, const char* why) const noexcept
 void SignalWatch::endProcessAfterItsTime() const noexcept
 {
     char text[128];
-    const int length = std::snprintf(text, sizeof text,
-                                     "nimhost: ended after its time, since its main thread does not respond: "
-                                     "%lld requests are unanswered\n",
-                                     static_cast<long long>(counters.requestsOpen));
+    const int length =
+        std::snprintf(text, sizeof text,
+                      "nimhost: ended after its time limit, because its main thread does not respond: "
+                      "%lld requests are unanswered\n",
+                      static_cast<long long>(counters.requestsOpen));
     writeLastWords(text, static_cast<std::size_t>(std::max(length, 0)));
     _exit(1);
 }

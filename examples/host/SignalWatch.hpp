@@ -12,80 +12,81 @@
 namespace nimhost {
 
 /**
- * Receives SIGHUP, SIGINT and SIGTERM on a thread of its own, so that they work whatever the other threads
- * are blocked in: the opening of a FIFO, a plug-in that loops, a log whose reader has stopped.
+ * Receives SIGHUP, SIGINT and SIGTERM on a thread of its own, so that they work even if all other threads are
+ * blocked, for example by opening a FIFO, a plug-in in an endless loop, or a log whose reader has stalled.
  *
- * Until hostRuns() is called SIGINT and SIGTERM end the process: nothing has begun that must be ended in
- * order. Afterwards the host takes the first one, and a second one ends the process. So does the first one if
- * the host's main thread shows no progress for STUCK_SECONDS. SIGHUP waits for the host. SIGPIPE is
- * ignored: a reader that closes its end is a failed write.
+ * Before beginRun(), SIGINT and SIGTERM end the process. Afterwards, the first one is passed to the host,
+ * which shuts down. The process is ended by a second one, or if the main thread makes no progress for
+ * STUCK_SECONDS after the first. SIGHUP is passed to the host. SIGPIPE is ignored: writing to a closed pipe
+ * fails.
  *
- * The time limit of the run holds in the same way: if the main thread is blocked when it is over, and stays
- * so for STUCK_SECONDS, the process ends with status 1. Otherwise the sources would go on without an end.
+ * Time limit: if the main thread makes no progress for STUCK_SECONDS after the end of the time that the host
+ * may run, the process ends with status 1. Otherwise, the sources would run forever.
  */
 class SignalWatch
 {
 public:
     static constexpr int STUCK_SECONDS = 5;
 
-    /** Signals that have arrived since the last look. */
+    /** The signals that have arrived since the last wait(). */
     struct Arrived
     {
         bool reload = false;
-        /** The signal that asks for the end, or 0. */
+        /** SIGINT or SIGTERM, or 0. */
         int end = 0;
     };
 
     /**
      * Blocks the signals in the calling thread, which must be the only one, and starts the watching thread.
-     * @param counters names the requests that are unanswered when a signal ends the process
-     * Throws std::system_error if the signals cannot be watched.
+     * @param counters contains the number of unanswered requests, for the message when a signal ends the
+     * process
+     * @throws std::system_error if the signals cannot be watched
      */
     explicit SignalWatch(const Counters& counters);
-    /** Gives SIGINT and SIGTERM their default action again; SIGHUP is ignored from here on. */
+    /** Restores the default actions of SIGINT and SIGTERM. SIGHUP is ignored afterwards. */
     ~SignalWatch();
 
     SignalWatch(const SignalWatch&) = delete;
     SignalWatch& operator=(const SignalWatch&) = delete;
 
     /**
-     * From here on the host takes the first signal to end.
-     * @param limit how long the host may run; 0 for no limit
+     * Starts passing signals to the host instead of ending the process.
+     * @param limit time that the host may run; 0 means no limit
      */
-    void hostRuns(std::chrono::seconds limit);
-    /** The host has begun to end: the time limit of its run is of no interest any more. */
-    void hostEnds();
-    /** Waits for a signal, no longer than `interval`, and takes those that have arrived. */
-    Arrived take(std::chrono::milliseconds interval);
-    /** Shows that the main thread is at work; take() does so, too. */
+    void beginRun(std::chrono::seconds limit);
+    /** Disables the time limit: the host is shutting down. */
+    void endRun();
+    /** Waits up to `interval` for a signal, and returns those that have arrived. */
+    Arrived wait(std::chrono::milliseconds interval);
+    /** Records progress of the main thread, as wait() does. */
     void noteProgress();
 
 private:
     typedef std::chrono::steady_clock Clock;
 
     void watch();
-    void note(int signal);
-    bool isUnseen() const;
-    void endIfStuck();
+    void handle(int signal);
+    bool isMainThreadStuck() const;
+    void endProcessIfStuck();
     [[noreturn]] void endProcess(int signal, const char* why) const noexcept;
     [[noreturn]] void endProcessAfterItsTime() const noexcept;
 
     const Counters& counters;
-    /** The end of this object, for the watching thread. */
+    /** Event descriptor that stops the watching thread. */
     const int stopped;
-    /** A descriptor that the signals are read from. */
+    /** Descriptor that signals are read from. */
     const int source;
-    /** Guards all below. */
+    /** Guards all members below. */
     std::mutex lock;
     std::condition_variable arrival;
     Arrived arrived;
     bool running = false;
-    /** The first signal to end, once it has come. */
+    /** The first SIGINT or SIGTERM that has arrived, or 0. */
     int firstEnd = 0;
-    /** The end of the time that the host may run for. */
+    /** End of the time that the host may run. */
     Clock::time_point runEnd = Clock::time_point::max();
-    /** When the main thread was seen last. */
-    Clock::time_point lastSeen = Clock::now();
+    /** Time of the last progress of the main thread. */
+    Clock::time_point lastProgress = Clock::now();
     std::thread watcher;
 };
 

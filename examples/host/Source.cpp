@@ -18,8 +18,8 @@ namespace nim = com::kor::dal::nim;
 
 namespace {
 
-/** The longest wait, so that the end of the run is noticed. */
-constexpr std::chrono::milliseconds LONGEST_WAIT(100);
+/** Maximum wait, so that the end of the run is noticed. */
+constexpr std::chrono::milliseconds MAX_WAIT(100);
 
 }
 
@@ -68,7 +68,7 @@ void Source::complete()
     requests.complete();
 }
 
-void Source::dropLeft()
+void Source::dropRemaining()
 {
     while (const std::unique_ptr<nim::mt::QueueElement> left{requests.next(0)}) {
         ++counters.requestsDropped;
@@ -80,12 +80,12 @@ bool Source::isDropping() const
     return stop.drop;
 }
 
-/** Returns false if the run ended before there was room: then no request was read. */
+/** Returns false if the run ended before the queue had space; no request was read then. */
 bool Source::submit(std::uint64_t number)
 {
     auto task = std::make_unique<RequestTask>(*this);
     auto request = std::make_unique<Request>(number);
-    while (!requests.insert(request.get(), static_cast<unsigned int>(LONGEST_WAIT.count()))) {
+    while (!requests.insert(request.get(), static_cast<unsigned int>(MAX_WAIT.count()))) {
         if (stop.now) {
             ++stop.requestsLeft;
             return false;
@@ -96,7 +96,7 @@ bool Source::submit(std::uint64_t number)
     if (pool.add(task.get(), true, settings().block)) {
         static_cast<void>(task.release());
     } else {
-        ++counters.tasksRefused;
+        ++counters.tasksRejected;
         const std::unique_ptr<nim::mt::QueueElement> refused(requests.next(0));
     }
     return true;
@@ -111,7 +111,7 @@ void Source::pace(std::chrono::steady_clock::time_point& next) const
     next += std::chrono::nanoseconds(1000000000 / perSecond);
     for (auto now = std::chrono::steady_clock::now(); now < next && !stop.now;
          now = std::chrono::steady_clock::now()) {
-        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(next - now, LONGEST_WAIT));
+        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(next - now, MAX_WAIT));
     }
 }
 

@@ -17,8 +17,8 @@
 namespace nimhost {
 
 /**
- * Reads requests and submits them to the pool, under a token of its own, until it is told to stop. The
- * requests that are under way stand in its queue, which bounds their number.
+ * Reads requests and submits them to the pool, with a security token of its own, until the run ends. Its
+ * queue holds the unanswered requests, and limits their number.
  */
 class Source : public com::kor::dal::nim::mt::Runnable
 {
@@ -26,16 +26,16 @@ public:
     Source(std::string name, const SourceSettings& settings, com::kor::dal::nim::mt::ThreadPool& pool,
            Counters& counters, Stop& stop);
 
-    /** Runs on a thread of its own. Throws when it breaks down. */
+    /** Runs on its own thread. Throws after the configured number of requests. */
     void run() override;
-    /** Ends the queue: those that are in it are answered. */
+    /** Completes the queue. Requests that are in it are still answered. */
     void complete();
-    /** Drops and counts the requests that are left, once no task of this source is left. */
-    void dropLeft();
-    /** Whether requests that no worker has begun are dropped. */
+    /** Drops and counts the remaining requests. Requires that no task of this source remains. */
+    void dropRemaining();
+    /** Returns true if requests that no worker has started are dropped. */
     bool isDropping() const;
 
-    /** Takes effect at the next request, but for the size of the queue; any thread may call it. */
+    /** Sets the settings, which apply from the next request on, except the size of the queue. Thread-safe. */
     void configure(const SourceSettings& settings);
     SourceSettings settings() const;
 

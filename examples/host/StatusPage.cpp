@@ -60,9 +60,9 @@ void writeTable(std::ostream& os, const std::string& caption, const std::vector<
 
 void writePlots(std::ostream& os, const std::vector<Sample>& samples)
 {
-    Plot records("Records of the sources per second", "records per second");
-    Plot waiting("Requests that wait for a worker", "requests");
-    Plot rotations("Rotations of the log so far", "rotations");
+    Plot records("Log records of the sources per second", "records per second");
+    Plot waiting("Requests waiting for a worker", "requests");
+    Plot rotations("Log rotations so far", "rotations");
     for (std::size_t i = 1; i < samples.size(); ++i) {
         const Sample& before = samples[i - 1];
         const Sample& sample = samples[i];
@@ -91,17 +91,18 @@ void writePage(std::ostream& os, const Summary& summary, const History& history,
        << std::setprecision(1) << summary.seconds << " s; written " << now() << "</p>\n";
     os << std::defaultfloat << std::setprecision(6);
     writePlots(os, history.samples());
-    writeTable(os, "The run", summary.counts);
-    if (!summary.folder.empty()) {
-        writeTable(os, "Bytes of the log in " + summary.folder + ", newest first", summary.files);
+    writeTable(os, "Summary", summary.counts);
+    if (!summary.directory.empty()) {
+        writeTable(os, "Size in bytes of the log files in " + summary.directory + ", newest first",
+                   summary.files);
     }
     os << "</body>\n</html>\n";
 }
 
-/** Where a link leads, also when nothing is there yet. */
+/** Returns the path that a symbolic link refers to, even if it does not exist. */
 std::string followed(const std::filesystem::path& path)
 {
-    constexpr int MAX_LINKS = 40; // as the kernel has it
+    constexpr int MAX_LINKS = 40; // as in the kernel
     std::filesystem::path end = path;
     for (int links = 0; links < MAX_LINKS && std::filesystem::is_symlink(end); ++links) {
         end = end.parent_path() / std::filesystem::read_symlink(end);
@@ -109,18 +110,23 @@ std::string followed(const std::filesystem::path& path)
     return end;
 }
 
+[[noreturn]] void fail(const std::string& file, int error)
+{
+    throw std::runtime_error("cannot write " + file + ": " + nim::sys::sys_err_string(error));
+}
+
 /**
- * Puts a file with that text in the place of another, so that a reader sees the one or the other and never
- * a part; 0, or the number of what went wrong.
+ * Replaces the content of a file atomically: readers see the old content or the new one.
+ * @throws std::runtime_error if that fails
  */
-int replace(const std::string& file, const std::string& text)
+void replace(const std::string& file, const std::string& text)
 {
     const std::string fresh = file + ".new";
-    // What a host that was killed left there, or a link that would have the page written elsewhere.
+    // Removes the file of a host that was killed, or a link that would redirect the page.
     static_cast<void>(std::remove(fresh.c_str()));
     std::FILE* const out = std::fopen(fresh.c_str(), "wxe");
     if (out == nullptr) {
-        return errno;
+        fail(file, errno);
     }
     int error = std::fwrite(text.data(), 1, text.size(), out) == text.size() ? 0 : errno;
     if (std::fclose(out) != 0 && error == 0) {
@@ -131,20 +137,15 @@ int replace(const std::string& file, const std::string& text)
     }
     if (error != 0) {
         static_cast<void>(std::remove(fresh.c_str()));
+        fail(file, error);
     }
-    return error;
-}
-
-[[noreturn]] void fail(const std::string& file, int error)
-{
-    throw std::runtime_error("cannot write " + file + ": " + nim::sys::sys_err_string(error));
 }
 
 }
 
 StatusPage::StatusPage(const std::string& path) : file(followed(path))
 {
-    // The page takes the place of what is there, which is not to be a pipe or a device.
+    // The page replaces its file, which must not be a pipe or a device.
     if (std::filesystem::exists(file) && !std::filesystem::is_regular_file(file)) {
         fail(path, std::filesystem::is_directory(file) ? EISDIR : EINVAL);
     }
@@ -154,9 +155,7 @@ void StatusPage::write(const Summary& summary, const History& history, bool runn
 {
     std::ostringstream page;
     writePage(page, summary, history, running);
-    if (const int error = replace(file, page.str())) {
-        fail(file, error);
-    }
+    replace(file, page.str());
 }
 
 }

@@ -10,20 +10,20 @@
 namespace nimhost {
 
 /**
- * Shows a run on a page of HTML that needs neither network nor scripts: tables, and plots of the
- * records of the sources per second, of the requests that wait and of rotations. While the run lasts, a
- * browser loads it again by itself.
+ * Writes an HTML page about a run, which needs neither network nor scripts: tables, and plots of log records
+ * per second, of waiting requests and of rotations. During the run, browsers reload it automatically.
  */
 class StatusPage
 {
 public:
     /**
-     * @param path the page's file, or a link to it; what stands there is replaced, as a whole, at each write.
-     * Throws std::runtime_error when that is something else than a file.
+     * @param path the page's file, or a symbolic link to it. Each write replaces the file as a whole
+     * @throws std::runtime_error if it exists and is not a regular file
      */
     explicit StatusPage(const std::string& path);
 
-    /** Throws std::runtime_error "cannot write PATH: REASON", and leaves what stood there. */
+    /** @throws std::runtime_error "cannot write PATH: REASON" if the write fails; the file is unchanged then
+     */
     void write(const Summary& summary, const History& history, bool running) const;
 
 private:

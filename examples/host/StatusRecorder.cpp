@@ -8,30 +8,30 @@ namespace nimhost {
 
 namespace {
 
-constexpr double INTERVAL = 1;
+constexpr double PAGE_INTERVAL = 1;
 
 }
 
 StatusRecorder::StatusRecorder(const std::string& path, const Counters& hostCounters,
                                const RotationTraces& rotationTraces)
-    : counters(hostCounters), traces(rotationTraces), page(path), next(INTERVAL)
+    : counters(hostCounters), traces(rotationTraces), page(path), next(PAGE_INTERVAL)
 {
     write(0, true);
 }
 
-void StatusRecorder::look(double seconds)
+void StatusRecorder::update(double seconds)
 {
-    history.take(sample(seconds));
+    history.add(sample(seconds));
     if (seconds < next) {
         return;
     }
-    next = seconds + INTERVAL;
+    next = seconds + PAGE_INTERVAL;
     try {
         write(seconds, true);
         failed = false;
     } catch (const std::exception& exc) {
         if (!failed) {
-            NIM_LOG_TRAPPED(Severity_WARNING, exc, "the page of the run is out of date");
+            NIM_LOG_TRAPPED(Severity_WARNING, exc, "the status page is out of date");
         }
         failed = true;
     }

@@ -10,16 +10,24 @@
 
 namespace nimhost {
 
-/** Takes the samples of a run and keeps the page that shows it up to date. One thread uses it. */
+/** Samples a run and keeps its status page up to date. Not thread-safe. */
 class StatusRecorder
 {
 public:
-    /** Writes the first page. Throws std::runtime_error when that cannot be done. */
+    /**
+     * Writes the first page.
+     * @throws std::runtime_error if that fails
+     */
     StatusRecorder(const std::string& path, const Counters& counters, const RotationTraces& traces);
 
-    /** Looks at the run as it is now; once a second it writes the page. A page that fails is logged once. */
-    void look(double seconds);
-    /** Writes the last page. Throws std::runtime_error when that cannot be done. */
+    /**
+     * Takes a sample, and writes the page once per second. Only the first of several failed writes is logged.
+     */
+    void update(double seconds);
+    /**
+     * Writes the last page.
+     * @throws std::runtime_error if that fails
+     */
     void end(double seconds);
 
 private:

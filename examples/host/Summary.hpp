@@ -10,7 +10,7 @@
 
 namespace nimhost {
 
-/** What the host has done until now, in words and numbers, for whoever shows it. */
+/** The state of the host as labels and numbers. */
 struct Summary
 {
     typedef std::pair<std::string, std::uint64_t> Row;
@@ -19,10 +19,10 @@ struct Summary
 
     double seconds;
     std::vector<Row> counts;
-    /** The files of the log with their bytes, newest first; empty when the log is a stream. */
+    /** Log files with their sizes in bytes, newest first; empty if the log is a stream. */
     std::vector<Row> files;
-    /** Where they stand; empty when the log is a stream. */
-    std::string folder;
+    /** Directory of the log files; empty if the log is a stream. */
+    std::string directory;
 };
 
 }

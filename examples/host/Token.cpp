@@ -17,7 +17,7 @@ TokenScope::TokenScope(const ConstSecurityTokenRef& token)
     SecurityContext::current()->token(token);
 }
 
-bool isUnder(const ConstSecurityTokenRef& token)
+bool isCurrentToken(const ConstSecurityTokenRef& token)
 {
     const SecurityContextRef security = SecurityContext::current();
     return security && security->token() == token;

@@ -7,13 +7,13 @@
 
 namespace nimhost {
 
-/** What a source acts under; its identity is all there is to it. */
+/** A security token. It has no content: only its identity matters. */
 class Token : public com::kor::dal::nim::mem::RefCntObject
 {};
 
 /**
- * Puts the calling thread under a token for the life of the object. Each task that the thread submits
- * meanwhile gets a copy of its context, and the token with it.
+ * Sets the security token of the calling thread during its lifetime. Each task that the thread submits gets a
+ * copy of its context, which contains the token.
  */
 class TokenScope
 {
@@ -24,8 +24,8 @@ private:
     const com::kor::dal::nim::type::ContextScope scope;
 };
 
-/** Whether the calling thread acts under this token. */
-bool isUnder(const com::kor::dal::nim::type::ConstSecurityTokenRef& token);
+/** Returns true if the calling thread has this security token. */
+bool isCurrentToken(const com::kor::dal::nim::type::ConstSecurityTokenRef& token);
 
 }
 

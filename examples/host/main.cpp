@@ -5,8 +5,8 @@
 #include <iostream>
 
 /**
- * Runs the example host. Bad options, a bad configuration and a start that fails are reported in one line,
- * with status 2.
+ * Runs the example host. An invalid command line or configuration, or a failed start, is reported with one
+ * line and status 2.
  */
 int main(int argc, char** argv)
 {

@@ -8,11 +8,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/** Hosts of a test that a time limit had killed ran on, and disturbed every later measurement. */
-TEST(ChildProcessTest, IsKilledWithTheProcessThatStartedIt)
+/** Otherwise, hosts of a test that was killed would keep running, and disturb later measurements. */
+TEST(ChildProcessTest, IsKilledWithItsParent)
 {
     const support::ScratchFolder scratch;
-    // Processes whose parent has ended become children of this one.
+    // Makes this process the new parent of orphaned descendants.
     ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);

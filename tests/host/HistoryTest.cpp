@@ -7,7 +7,7 @@ namespace {
 using nimhost::History;
 using nimhost::Sample;
 
-TEST(NimhostHistory, BeginsWithTheRun)
+TEST(NimhostHistory, StartsWithTheRun)
 {
     const History history;
     ASSERT_EQ(history.samples().size(), 1U);
@@ -15,13 +15,13 @@ TEST(NimhostHistory, BeginsWithTheRun)
     EXPECT_EQ(history.samples()[0].records, 0U);
 }
 
-TEST(NimhostHistory, KeepsTheHighestOfWhatItDoesNotKeep)
+TEST(NimhostHistory, SkippedSamplesKeepTheirPeak)
 {
     History history;
-    history.take({0.1, 10, 0, 3});
-    history.take({0.12, 12, 0, 40});
-    history.take({0.14, 14, 0, 5});
-    history.take({0.2, 20, 1, 4});
+    history.add({0.1, 10, 0, 3});
+    history.add({0.12, 12, 0, 40});
+    history.add({0.14, 14, 0, 5});
+    history.add({0.2, 20, 1, 4});
     ASSERT_EQ(history.samples().size(), 3U);
     EXPECT_EQ(history.samples()[1].records, 10U);
     EXPECT_EQ(history.samples()[1].waiting, 3);
@@ -30,11 +30,11 @@ TEST(NimhostHistory, KeepsTheHighestOfWhatItDoesNotKeep)
     EXPECT_EQ(history.samples()[2].waiting, 40);
 }
 
-TEST(NimhostHistory, EndsWithTheRunAtWhateverTimeThatIs)
+TEST(NimhostHistory, LastSampleIsTheEndOfTheRun)
 {
     History history;
-    history.take({0.1, 10, 0, 3});
-    history.take({0.2, 20, 1, 30});
+    history.add({0.1, 10, 0, 3});
+    history.add({0.2, 20, 1, 30});
     history.end({0.201, 21, 2, 1});
     ASSERT_EQ(history.samples().size(), 3U);
     EXPECT_EQ(history.samples()[2].seconds, 0.201);
@@ -43,7 +43,7 @@ TEST(NimhostHistory, EndsWithTheRunAtWhateverTimeThatIs)
     EXPECT_EQ(history.samples()[2].waiting, 30);
 
     History longer;
-    longer.take({0.1, 10, 0, 3});
+    longer.add({0.1, 10, 0, 3});
     longer.end({0.2, 12, 0, 1});
     ASSERT_EQ(longer.samples().size(), 3U);
     EXPECT_EQ(longer.samples()[2].waiting, 1);
@@ -53,11 +53,11 @@ TEST(NimhostHistory, EndsWithTheRunAtWhateverTimeThatIs)
     EXPECT_EQ(short_run.samples().size(), 2U);
 }
 
-TEST(NimhostHistory, HoldsARunOfAnyLengthInABoundedNumber)
+TEST(NimhostHistory, NumberOfSamplesIsBounded)
 {
     History history;
     for (unsigned int i = 1; i <= 1000000; ++i) {
-        history.take({0.1 * i, i, i / 1000, i == 123457 ? 99 : 1});
+        history.add({0.1 * i, i, i / 1000, i == 123457 ? 99 : 1});
         ASSERT_LT(history.samples().size(), 480U);
     }
     history.end({100000.05, 1000001, 1000, 1});

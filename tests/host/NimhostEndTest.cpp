@@ -13,7 +13,7 @@ using support::readFile;
 using testing::HasSubstr;
 using testing::Not;
 
-/** Ends that leave requests without an answer: each is accounted for. */
+/** Runs that end with unanswered requests: each request is accounted for. */
 class NimhostEndTest : public NimhostPluginFixture
 {
 protected:
@@ -29,7 +29,7 @@ protected:
 
 }
 
-TEST_F(NimhostEndTest, SignalDropsRequestsThatWereNotSubmittedAndDocumentsThatWereNotRead)
+TEST_F(NimhostEndTest, SignalDropsUnsubmittedRequestsAndUnreadDocuments)
 {
     std::string requests = waitingRequest();
     for (int i = 0; i < 99; ++i) {
@@ -41,11 +41,11 @@ TEST_F(NimhostEndTest, SignalDropsRequestsThatWereNotSubmittedAndDocumentsThatWe
     ChildProcess host(command({"--config", file, first, second}), scratch.path());
     ASSERT_TRUE(waitingRequestRuns());
     host.signal(SIGTERM);
-    ASSERT_TRUE(logHolds("it was told to"));
+    ASSERT_TRUE(logHolds("it received a signal"));
     endWaitingRequest();
     ASSERT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 1);
-    // Those that are in the pool, or at its door, are answered; the others are not.
+    // Requests that are in the pool, or wait for it, are answered; the others are not.
     const std::string output = host.output();
     const std::size_t answered = count(output, "status=\"ok\">");
     const std::size_t dropped = count(output, "number=\"") - answered;
@@ -59,10 +59,10 @@ TEST_F(NimhostEndTest, SignalDropsRequestsThatWereNotSubmittedAndDocumentsThatWe
     EXPECT_EQ(tableRow(host.errors(), "tasks run"), answered);
     EXPECT_THAT(host.errors(), HasSubstr("nimhost: " + std::to_string(dropped)
                                          + " requests and 1 documents were dropped\n"));
-    EXPECT_THAT(logText(), HasSubstr(second + " is dropped: the run ended before it was read\n"));
+    EXPECT_THAT(logText(), HasSubstr(second + " was dropped: the run ended before it was read\n"));
 }
 
-TEST_F(NimhostEndTest, TimeLimitOfTheEndDropsTheRequestsOfAPluginThatLoops)
+TEST_F(NimhostEndTest, ShutdownLimitDropsRequestsOfALoopingPlugin)
 {
     const std::string path = document("d.xml", waitingRequest() + request("fine"));
     const std::string file = configureOdd("host/end.seconds = 1\n");
@@ -74,21 +74,21 @@ TEST_F(NimhostEndTest, TimeLimitOfTheEndDropsTheRequestsOfAPluginThatLoops)
     EXPECT_EQ(host.wait(), 1);
     EXPECT_EQ(host.output(),
               "<results>\n" + results("d.xml", {"\"dropped\"/>", "\"dropped\"/>"}) + "</results>\n");
-    // The second one is among these only if it was submitted before the signal.
-    EXPECT_THAT(host.errors(), HasSubstr(" requests have no answer 1 seconds after the end\n"));
+    // The second request is included only if it was submitted before the signal.
+    EXPECT_THAT(host.errors(), HasSubstr(" requests are unanswered 1 seconds after the end of the run\n"));
     EXPECT_THAT(host.errors(), HasSubstr("nimhost: 2 requests and 0 documents were dropped\n"));
     EXPECT_EQ(tableRow(host.errors(), "requests dropped"), 2U);
     EXPECT_THAT(readFile(page), HasSubstr("<p>Ran for "));
 }
 
-TEST_F(NimhostEndTest, TimeLimitOfTheEndCountsTheRequestsOfSources)
+TEST_F(NimhostEndTest, ShutdownLimitCountsRequestsOfSources)
 {
     const std::string file = configureOdd("host/end.seconds = 1\npool/pending = 4\n");
     ChildProcess host(
         command({"--config", file, "--threads", "2", "--seconds", "60", document("d.xml", waitingRequest())}),
         scratch.path());
     ASSERT_TRUE(waitingRequestRuns());
-    // The only worker waits: the requests of the sources are queued up to their limits.
+    // The only worker is blocked: the requests of the sources fill their queues.
     host.signal(SIGTERM);
     ASSERT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 1);
@@ -98,7 +98,7 @@ TEST_F(NimhostEndTest, TimeLimitOfTheEndCountsTheRequestsOfSources)
                                   + " requests and 0 documents were dropped\n"));
 }
 
-TEST_F(NimhostEndTest, NothingIsDroppedWhenAllIsAnswered)
+TEST_F(NimhostEndTest, NothingIsDroppedIfAllRequestsAreAnswered)
 {
     const std::string path = document("d.xml", request("fine"));
     ChildProcess host(command({"--config", configureOdd(), "--threads", "2", "--records", "500", path}),
@@ -109,7 +109,7 @@ TEST_F(NimhostEndTest, NothingIsDroppedWhenAllIsAnswered)
     EXPECT_THAT(host.errors(), Not(HasSubstr("dropped\nnimhost")));
 }
 
-TEST_F(NimhostEndTest, ResultsThatCannotBeWrittenEndTheRunInOrder)
+TEST_F(NimhostEndTest, FailedWriteOfResultsShutsTheHostDown)
 {
     const std::string page = scratch.file("page.html");
     const std::string first = document("first.xml", request("fine") + request("fine"));
@@ -120,22 +120,21 @@ TEST_F(NimhostEndTest, ResultsThatCannotBeWrittenEndTheRunInOrder)
         scratch.path());
     ASSERT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 1);
-    EXPECT_THAT(host.errors(),
-                HasSubstr("nimhost: the results cannot be written: No space left on device\n"));
+    EXPECT_THAT(host.errors(), HasSubstr("nimhost: cannot write the results: No space left on device\n"));
     EXPECT_THAT(host.errors(), HasSubstr("nimhost ran for "));
     // If the run ended before the document was read, the document has one result, which is lost.
-    EXPECT_EQ(tableRow(host.errors(), "results lost"),
+    EXPECT_EQ(tableRow(host.errors(), "results not written"),
               tableRow(host.errors(), "documents read") == 0 ? 1U : 2U);
     EXPECT_THAT(logText(), HasSubstr("its results cannot be written"));
     EXPECT_THAT(logText(), HasSubstr("nimhost is down: sources stopped"));
     EXPECT_THAT(readFile(page), HasSubstr("<p>Ran for "));
 }
 
-TEST_F(NimhostEndTest, TableThatCannotBeWrittenIsAFailure)
+TEST_F(NimhostEndTest, FailedWriteOfTheSummaryIsAnError)
 {
     const std::string file = configure(fileSettings(""));
     ChildProcess host(shellCommand("exec \"$0\" \"$@\" >/dev/full", {"--config", file, "--records", "1"}),
                       scratch.path());
     EXPECT_EQ(host.wait(), 1);
-    EXPECT_EQ(host.errors(), "nimhost: the table cannot be written\n");
+    EXPECT_EQ(host.errors(), "nimhost: cannot write the summary\n");
 }

@@ -14,7 +14,7 @@ using support::ChildProcess;
 using support::readFile;
 using testing::HasSubstr;
 
-/** The host while something fails below it: each record that it counts is somewhere, once. */
+/** The host during failures of the system: each record that it counts is stored exactly once. */
 class NimhostFaultTest : public NimhostFixture
 {
 protected:
@@ -26,7 +26,7 @@ protected:
         }
     }
 
-    /** The lines of a text that are records of requests. */
+    /** Returns the lines of a text that are records of requests. */
     static std::multiset<std::string> answersIn(const std::string& text)
     {
         std::multiset<std::string> found;
@@ -39,7 +39,7 @@ protected:
         return found;
     }
 
-    /** Expects that each record stands once: in a file of the log or on standard error. */
+    /** Expects each record exactly once: in a file of the log or on standard error. */
     void expectEachRecordOnce(const ChildProcess& host) const
     {
         std::multiset<std::string> all = answersIn(host.errors());
@@ -48,7 +48,7 @@ protected:
         }
         EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size())
             << "a record stands twice";
-        EXPECT_EQ(tableRow(host.output(), "records of sources written"), all.size());
+        EXPECT_EQ(tableRow(host.output(), "source records written"), all.size());
     }
 
     const std::string log = scratch.file("log");
@@ -56,7 +56,7 @@ protected:
         fileSettings(LOG + "severity.id = INFO\n" + LOG + "output.mask = MODULENAME SEVERITY\n");
 };
 
-TEST_F(NimhostFaultTest, LosesNoRecordToADiskThatIsFullForAWhile)
+TEST_F(NimhostFaultTest, TemporarilyFullDiskLosesNoRecord)
 {
     const std::string file = configure(settings, "/source/rate = 2000\n");
     EXPECT_EQ(0, support::inChildProcess([&] {
@@ -71,7 +71,7 @@ TEST_F(NimhostFaultTest, LosesNoRecordToADiskThatIsFullForAWhile)
 
                   std::filesystem::remove(ballast);
                   host.signal(SIGHUP);
-                  ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
+                  ASSERT_TRUE(logHolds("nimhost has reloaded " + file));
                   const std::size_t before = answers().size();
                   ASSERT_TRUE(waitFor([&] { return answers().size() > before + 100; }));
                   host.signal(SIGTERM);
@@ -80,24 +80,24 @@ TEST_F(NimhostFaultTest, LosesNoRecordToADiskThatIsFullForAWhile)
               }));
 }
 
-TEST_F(NimhostFaultTest, LosesNoRecordToAFolderThatIsRemoved)
+TEST_F(NimhostFaultTest, RemovedLogDirectoryLosesNoRecord)
 {
     const std::string file = configure(settings, "/source/rate = 2000\n");
     ChildProcess host(command({"--config", file, "--threads", "2", "--seconds", "60"}), scratch.path());
     ASSERT_TRUE(logHolds(" answered"));
-    // The file goes with its folder, and is written on; a new one comes when it is told to open it.
+    // The deleted file is still written to. SIGHUP creates a new one.
     std::filesystem::rename(log, scratch.file("moved"));
     host.signal(SIGHUP);
-    ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
+    ASSERT_TRUE(logHolds("nimhost has reloaded " + file));
     ASSERT_TRUE(logHolds(" answered"));
     host.signal(SIGTERM);
     ASSERT_EQ(host.wait(), 0);
     EXPECT_EQ(host.errors(), "");
     const std::size_t moved = answersIn(readFile(scratch.file("moved/host.log"))).size();
-    EXPECT_EQ(tableRow(host.output(), "records of sources written"), moved + answers().size());
+    EXPECT_EQ(tableRow(host.output(), "source records written"), moved + answers().size());
 }
 
-TEST_F(NimhostFaultTest, LogsToStandardErrorWhereItsFolderCannotBeMade)
+TEST_F(NimhostFaultTest, LogsToStandardErrorIfTheLogDirectoryCannotBeCreated)
 {
     const std::string parent = scratch.file("a");
     const std::string deep = parent + "/b";
@@ -112,21 +112,21 @@ TEST_F(NimhostFaultTest, LogsToStandardErrorWhereItsFolderCannotBeMade)
     host.signal(SIGHUP);
     ASSERT_TRUE(waitFor([&] { return answersIn(host.errors()).size() > 10; }));
     EXPECT_THAT(host.errors(),
-                HasSubstr("nimhost: " + file + ": cannot open the log again: No such file or directory: "
-                          + deep + "/host.log\n"));
-    EXPECT_THAT(host.errors(), HasSubstr("nimhost: logs to standard error: No such file or directory: " + deep
-                                         + "/host.log\n"));
+                HasSubstr("nimhost: " + file + ": cannot reopen the log: No such file or directory: " + deep
+                          + "/host.log\n"));
+    EXPECT_THAT(host.errors(), HasSubstr("nimhost: logging to standard error: No such file or directory: "
+                                         + deep + "/host.log\n"));
 
-    // With room for it again, the next signal brings the file back.
+    // When there is space again, the next SIGHUP restores the file.
     std::filesystem::create_directory(parent);
     host.signal(SIGHUP);
     ASSERT_TRUE(waitFor([&] { return readFile(deep + "/host.log").find(" answered") != std::string::npos; }));
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 2);
-    EXPECT_EQ(tableRow(host.output(), "tasks failed"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "tasks that failed"), 0U);
 }
 
-TEST_F(NimhostFaultTest, GoesOnWhereAKilledOneEnded)
+TEST_F(NimhostFaultTest, ContinuesTheLogOfAKilledHost)
 {
     const std::string file = configure(settings + LOG + "maxFileSize = 10000\n", "/source/rate = 2000\n");
     std::size_t before = 0;
@@ -148,7 +148,7 @@ TEST_F(NimhostFaultTest, GoesOnWhereAKilledOneEnded)
     }
 }
 
-TEST_F(NimhostFaultTest, SaysThatThereIsNoRoomForThePage)
+TEST_F(NimhostFaultTest, FullDiskForTheStatusPageIsReported)
 {
     const std::string file = configure(LOG + "stream = STDOUT\n");
     EXPECT_EQ(0, support::inChildProcess([&] {

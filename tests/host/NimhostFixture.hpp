@@ -15,11 +15,11 @@
 #include <thread>
 #include <vector>
 
-/** Runs of the example host, with its configuration and its log in a scratch folder. */
+/** Runs the example host, with its configuration and its log in a temporary directory. */
 class NimhostFixture : public testing::Test
 {
 protected:
-    /** What the keys of the log's configuration begin with. */
+    /** Prefix of the keys of the log configuration. */
     inline static const std::string LOG = "com.kor.dal.nim.log.Control.";
 
     std::vector<std::string> command(const std::vector<std::string>& arguments) const
@@ -30,8 +30,8 @@ protected:
     }
 
     /**
-     * Writes a configuration of sources whose log stands in the scratch folder; gives its path.
-     * @param hostSettings stands behind the settings of the host, and so overrides them
+     * Writes a configuration of sources whose log is in the temporary directory. Returns its path.
+     * @param hostSettings appended to the settings of the host, which it overrides
      */
     std::string configure(const std::string& logSettings, const std::string& hostSettings = "") const
     {
@@ -55,13 +55,13 @@ protected:
         return support::readFile(scratch.file("log/host.log"));
     }
 
-    /** Waits until the log holds a text; false when a quarter of a minute did not bring it. */
+    /** Waits until the log contains a text. Returns false after 15 seconds. */
     bool logHolds(const std::string& text) const
     {
         return waitFor([&] { return logText().find(text) != std::string::npos; });
     }
 
-    /** False when a quarter of a minute did not bring it. */
+    /** Waits until a condition is true. Returns false after 15 seconds. */
     template <class Condition>
     static bool waitFor(Condition condition)
     {
@@ -74,9 +74,7 @@ protected:
         return false;
     }
 
-    /**
-     * Whether the process has ended; wait() does not wait then. False if it has not within a quarter of a
-     * minute.
+    /** Waits until the process has ended, so that wait() returns immediately. Returns false after 15 seconds.
      */
     static bool ends(const support::ChildProcess& host)
     {
@@ -103,7 +101,7 @@ protected:
         });
     }
 
-    /** Runs the host with redirections or limits of the shell: "$0" "$@" stands for the host. */
+    /** Returns a command that runs the host through a shell script, in which "$0" "$@" is the host. */
     std::vector<std::string> shellCommand(const std::string& script,
                                           const std::vector<std::string>& arguments) const
     {
@@ -113,7 +111,7 @@ protected:
         return words;
     }
 
-    /** The records of requests in all files of the log's folder. */
+    /** Returns the records of requests in all log files. */
     std::vector<std::string> answers() const
     {
         std::vector<std::string> records;
@@ -128,15 +126,15 @@ protected:
         return records;
     }
 
-    /** Expects that the files have each record of a request that the host has counted, and none twice. */
+    /** Expects each record that the host has counted exactly once in the log files. */
     void expectEachAnswerOnce(const support::ChildProcess& host) const
     {
         const std::vector<std::string> records = answers();
         EXPECT_EQ(std::set<std::string>(records.begin(), records.end()).size(), records.size()) << "twice";
-        EXPECT_EQ(tableRow(host.output(), "records of sources written"), records.size());
+        EXPECT_EQ(tableRow(host.output(), "source records written"), records.size());
     }
 
-    /** The number in the row of that label, a very large one when there is no such row. */
+    /** Returns the number in a row of the summary, or npos if there is no such row. */
     static std::size_t tableRow(const std::string& output, const std::string& label)
     {
         const std::size_t row = output.find("  " + label + ' ');
@@ -144,7 +142,7 @@ protected:
                                         : std::string::npos;
     }
 
-    /** Runs to the end and expects one line on standard error and status 2. */
+    /** Runs the host to its end, and expects one line on standard error and status 2. */
     void expectRefused(const std::vector<std::string>& arguments, const std::string& line) const
     {
         support::ChildProcess host(command(arguments), scratch.path());

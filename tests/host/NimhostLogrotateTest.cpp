@@ -10,11 +10,11 @@ using support::ChildProcess;
 using support::readFile;
 using support::writeFile;
 
-/** The example host below logrotate, by the configuration that the documents show. */
+/** Runs the example host with logrotate and the documented configuration. */
 class NimhostLogrotateTest : public NimhostFixture
 {
 protected:
-    /** That configuration, for one log and for one process, which says that it is the host. */
+    /** Returns the documented configuration, with this log, and the process ID read from a file. */
     std::string rotationOf(const std::string& log, const std::string& process) const
     {
         std::string text = readFile(NIMHOST_LOGROTATE);
@@ -55,7 +55,7 @@ private:
     }
 };
 
-TEST_F(NimhostLogrotateTest, LosesNoRecord)
+TEST_F(NimhostLogrotateTest, LogrotateLosesNoRecord)
 {
     const std::string file =
         configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "output.mask = MODULENAME SEVERITY\n"),
@@ -67,7 +67,7 @@ TEST_F(NimhostLogrotateTest, LosesNoRecord)
 
     ASSERT_EQ(rotate(rotationOf(scratch.file("log/host.log"), process)), 0);
     EXPECT_THAT(rotated(), testing::ElementsAre(testing::MatchesRegex("host\\.log-[0-9]{8}")));
-    ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
+    ASSERT_TRUE(logHolds("nimhost has reloaded " + file));
     ASSERT_TRUE(logHolds("answered"));
     host.signal(SIGTERM);
     ASSERT_EQ(host.wait(), 0);
@@ -76,7 +76,7 @@ TEST_F(NimhostLogrotateTest, LosesNoRecord)
     expectEachAnswerOnce(host);
 }
 
-TEST_F(NimhostLogrotateTest, HoldsWithoutAHostAndWithoutALog)
+TEST_F(NimhostLogrotateTest, WorksWithoutAHostOrALog)
 {
     const std::string process = scratch.file("process");
     writeFile(process, "");

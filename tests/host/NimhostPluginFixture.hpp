@@ -8,7 +8,7 @@
 #include <string>
 #include <sys/stat.h>
 
-/** Runs of the example host with the plug-in "odd", which waits, loops and throws as it is asked to. */
+/** Runs the example host with the plug-in "odd", which waits, loops or throws on request. */
 class NimhostPluginFixture : public NimhostFixture
 {
 protected:
@@ -18,14 +18,14 @@ protected:
         std::filesystem::copy_file(NIMHOST_ODD_PLUGIN, scratch.file("plugins/odd.so"));
     }
 
-    /** Writes a configuration with a worker, whose log is in the scratch folder; returns its path. */
+    /** Writes a configuration with one worker, whose log is in the temporary directory. Returns its path. */
     std::string configureOdd(const std::string& more = "") const
     {
         return configure(fileSettings(LOG + "output.mask = MODULENAME SEVERITY\n"),
                          "pool/threads = 1\nhost/plugins = odd\nhost/plugin.directory = plugins\n" + more);
     }
 
-    /** Writes a document of requests for the plug-in; returns its path. */
+    /** Writes a document of requests for the plug-in. Returns its path. */
     std::string document(const std::string& name, const std::string& requests) const
     {
         support::writeFile(scratch.file(name), "<requests>" + requests + "</requests>");
@@ -37,7 +37,7 @@ protected:
         return "<request plugin='odd' operation='" + operation + "'/>";
     }
 
-    /** A request that says that it runs by the file "running" and waits for the file "end". */
+    /** Returns a request that creates the file "running" when it starts, and waits for the file "end". */
     std::string waitingRequest() const
     {
         return "<request plugin='odd' operation='wait'><running>" + scratch.file("running")
@@ -54,7 +54,7 @@ protected:
         support::writeFile(scratch.file("end"), "");
     }
 
-    /** The results of a document as the host writes them: an element for each status. */
+    /** Returns the results of a document as the host writes them, one element for each status. */
     std::string results(const std::string& name, const std::vector<std::string>& statuses) const
     {
         std::string text;

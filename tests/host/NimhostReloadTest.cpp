@@ -15,17 +15,17 @@ using support::writeFile;
 using testing::HasSubstr;
 using testing::Not;
 
-/** Configurations that are read by SIGHUP, and values that no configuration may have. */
+/** Configurations that are reloaded on SIGHUP, and invalid values. */
 class NimhostReloadTest : public NimhostPluginFixture
 {
 protected:
-    /** A host that logs a few records a second. */
+    /** Starts a host that logs a few records per second. */
     ChildProcess run(const std::string& file) const
     {
         return ChildProcess(command({"--config", file, "--threads", "1", "--seconds", "60"}), scratch.path());
     }
 
-    /** Expects that the host keeps its configuration for that reason. */
+    /** Expects that the host keeps its configuration, for this reason. */
     void expectKept(const ChildProcess& host, const std::string& reason)
     {
         host.signal(SIGHUP);
@@ -33,7 +33,7 @@ protected:
         ASSERT_TRUE(waitFor([&] { return host.errors() == expected; })) << host.errors();
         EXPECT_TRUE(logHolds("ERROR Host.cpp "));
         EXPECT_TRUE(logHolds("nimhost keeps its configuration : " + reason + "\n"));
-        EXPECT_THAT(logText(), Not(HasSubstr(" again")));
+        EXPECT_THAT(logText(), Not(HasSubstr("nimhost has reloaded")));
     }
 
     static std::string badLog(const std::string& file)
@@ -41,7 +41,7 @@ protected:
         return file + ": Bad log configuration: ";
     }
 
-    /** The reason for a file of the log that cannot be opened. */
+    /** Returns the error message for a log file that cannot be opened. */
     static std::string unopenable(const std::string& name, const std::string& path, const std::string& error)
     {
         return LOG + "file = \"" + name + "\" must be a path that can be opened, but " + path + ": " + error;
@@ -55,26 +55,26 @@ private:
 
 }
 
-TEST_F(NimhostReloadTest, BadValueAnywhereKeepsTheWholeConfiguration)
+TEST_F(NimhostReloadTest, InvalidValueKeepsTheWholeConfiguration)
 {
     const std::string file = configure(fileSettings(""), common);
     ChildProcess host = run(file);
     ASSERT_TRUE(logHolds("nimhost starts with 1 sources"));
-    // Each also asks for a severity, which must not come into effect.
+    // Each configuration also changes the severity, which must not take effect.
     const std::string louder = fileSettings(LOG + "severity.id = DEBUG\n");
 
     configure(louder, common + "pool/threads = many\n");
-    expectKept(host, file + ": threads of pool is to be a number from 1, not \"many\"");
+    expectKept(host, file + ": threads of pool must be a number of at least 1, not \"many\"");
     configure(louder, common + "pool/pending = 10k\n");
-    expectKept(host, file + ": pending of pool is to be a number from 1, not \"10k\"");
+    expectKept(host, file + ": pending of pool must be a number of at least 1, not \"10k\"");
     configure(louder, common + "host/plugins = a/b\n");
-    expectKept(host, file + ": plugins of host is to be a list of names, not \"a/b\"");
+    expectKept(host, file + ": plugins of host must be a list of names, not \"a/b\"");
     configure(louder, common + "host/adapters = a/b\n");
-    expectKept(host, file + ": adapters of host is to be a list of names, not \"a/b\"");
+    expectKept(host, file + ": adapters of host must be a list of names, not \"a/b\"");
     configure(louder, common + "host/end.seconds = soon\n");
-    expectKept(host, file + ": end.seconds of host is to be a number from 0, not \"soon\"");
+    expectKept(host, file + ": end.seconds of host must be a number of at least 0, not \"soon\"");
     configure(louder, "/source/rate = 50 a second\n");
-    expectKept(host, file + ": source/rate of source-0 is to be a number from 0, not \"50 a second\"");
+    expectKept(host, file + ": source/rate of source-0 must be a number of at least 0, not \"50 a second\"");
     const std::string names = "names separated by white space, out of NONE, ";
     configure(louder + LOG + "maxFileSize = 10 MB\n" + LOG + "localtime = maybe\n" + LOG + "colour = blue\n",
               common);
@@ -104,11 +104,11 @@ TEST_F(NimhostReloadTest, BadValueAnywhereKeepsTheWholeConfiguration)
 
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 2);
-    EXPECT_EQ(tableRow(host.output(), "configurations refused"), 12U);
-    EXPECT_EQ(tableRow(host.output(), "configurations read again"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "configurations rejected"), 12U);
+    EXPECT_EQ(tableRow(host.output(), "configurations reloaded"), 0U);
 }
 
-TEST_F(NimhostReloadTest, LogDirectoryThatCannotBeMadeSaysWhy)
+TEST_F(NimhostReloadTest, LogDirectoryThatCannotBeCreatedIsReported)
 {
     const std::string file = configure(LOG + "directory = none/log\n" + LOG + "file = host.log\n");
     expectRefused(
@@ -125,7 +125,7 @@ TEST_F(NimhostReloadTest, LogDirectoryThatCannotBeMadeSaysWhy)
                   "nimhost: " + badLog(file) + unopenable("./", "./", "Is a directory"));
 }
 
-TEST_F(NimhostReloadTest, LogThatCannotBeOpenedKeepsTheOldOne)
+TEST_F(NimhostReloadTest, LogThatCannotBeOpenedKeepsTheCurrentOne)
 {
     const std::string file = configure(fileSettings(LOG + "severity.id = INFO\n"), common);
     ChildProcess host = run(file);
@@ -134,7 +134,7 @@ TEST_F(NimhostReloadTest, LogThatCannotBeOpenedKeepsTheOldOne)
     expectKept(host,
                badLog(file)
                    + unopenable("host.log", scratch.file("none/log/host.log"), "No such file or directory"));
-    // Without a reader its opening would hold up every statement.
+    // Opening a FIFO without a reader would block every log statement.
     ASSERT_EQ(mkfifo(scratch.file("pipe").c_str(), 0600), 0);
     configure(LOG + "directory = .\n" + LOG + "file = pipe\n", common);
     expectKept(host,
@@ -146,7 +146,7 @@ TEST_F(NimhostReloadTest, LogThatCannotBeOpenedKeepsTheOldOne)
     expectEachAnswerOnce(host);
 }
 
-TEST_F(NimhostReloadTest, NamesWhatNeedsARestart)
+TEST_F(NimhostReloadTest, NamesSettingsThatRequireARestart)
 {
     const std::string file = configureOdd(common + "odd/colour = red\n");
     ChildProcess host(
@@ -157,24 +157,26 @@ TEST_F(NimhostReloadTest, NamesWhatNeedsARestart)
                  + "pool/threads = 3\npool/pending = 17\nhost/plugins = odd even\nsource-0/source/queue = 9\n"
                    "host/adapters = odd\nodd/colour = blue\nhost/colour = green\n");
     host.signal(SIGHUP);
-    ASSERT_TRUE(logHolds("nimhost has read " + file + " again, but for 5 settings that need a restart\n"));
+    ASSERT_TRUE(
+        logHolds("nimhost has reloaded " + file + ", except for 5 settings that require a restart\n"));
     const std::string log = logText();
-    EXPECT_THAT(log, HasSubstr("WARNING : host/plugins needs a restart: \"odd\" stays in effect, not "
+    EXPECT_THAT(log, HasSubstr("WARNING : host/plugins requires a restart: \"odd\" remains in effect, not "
                                "\"odd even\"\n"));
-    EXPECT_THAT(log,
-                HasSubstr("WARNING : host/adapters needs a restart: \"\" stays in effect, not \"odd\"\n"));
-    EXPECT_THAT(log, HasSubstr("WARNING : pool/threads needs a restart: 1 stays in effect, not 3\n"));
-    EXPECT_THAT(log, HasSubstr("WARNING : pool/pending needs a restart: 16 stays in effect, not 17\n"));
-    EXPECT_THAT(log,
-                HasSubstr("WARNING : source/queue of source-0 needs a restart: 8 stays in effect, not 9\n"));
-    EXPECT_THAT(log, HasSubstr("NOTICE : the new settings of the plug-in odd take effect when it is loaded "
-                               "again\n"));
-    EXPECT_THAT(log, HasSubstr("WARNING : WARNING: " + file + ": there is no setting \"host/colour\"\n"));
-    EXPECT_THAT(log, Not(HasSubstr("again\n\n")));
+    EXPECT_THAT(
+        log, HasSubstr("WARNING : host/adapters requires a restart: \"\" remains in effect, not \"odd\"\n"));
+    EXPECT_THAT(log, HasSubstr("WARNING : pool/threads requires a restart: 1 remains in effect, not 3\n"));
+    EXPECT_THAT(log, HasSubstr("WARNING : pool/pending requires a restart: 16 remains in effect, not 17\n"));
+    EXPECT_THAT(
+        log,
+        HasSubstr("WARNING : source/queue of source-0 requires a restart: 8 remains in effect, not 9\n"));
+    EXPECT_THAT(log, HasSubstr("NOTICE : the new settings of the plug-in odd take effect when it is "
+                               "reloaded\n"));
+    EXPECT_THAT(log, HasSubstr("WARNING : WARNING: " + file + ": unknown setting \"host/colour\"\n"));
+    EXPECT_THAT(log, Not(HasSubstr("\n\n")));
 
     configureOdd(common + "odd/colour = red\n");
     host.signal(SIGHUP);
-    EXPECT_TRUE(logHolds("nimhost has read " + file + " again\n"));
+    EXPECT_TRUE(logHolds("nimhost has reloaded " + file + "\n"));
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);
 }
@@ -185,26 +187,26 @@ TEST_F(NimhostReloadTest, ConfigurationWithoutLogSettingsLogsToStandardError)
     ChildProcess host(command({"--config", file, "--records", "10"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
     EXPECT_THAT(host.errors(), HasSubstr("nimhost starts with 4 sources\n"));
-    EXPECT_THAT(host.output(), HasSubstr("  the log is a stream, there are no files\n"));
+    EXPECT_THAT(host.output(), HasSubstr("  the log is written to a stream, not to files\n"));
 }
 
-TEST_F(NimhostReloadTest, LogSettingsThatAreTakenAwayMoveTheLogToStandardError)
+TEST_F(NimhostReloadTest, RemovedLogSettingsMoveTheLogToStandardError)
 {
     const std::string file = configure(fileSettings(""), common);
     ChildProcess host = run(file);
     ASSERT_TRUE(logHolds("nimhost starts with 1 sources"));
     configure("", common);
     host.signal(SIGHUP);
-    ASSERT_TRUE(waitFor(
-        [&] { return host.errors().find("nimhost has read " + file + " again") != std::string::npos; }));
+    ASSERT_TRUE(
+        waitFor([&] { return host.errors().find("nimhost has reloaded " + file) != std::string::npos; }));
     configure(fileSettings(""), common);
     host.signal(SIGHUP);
-    ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
+    ASSERT_TRUE(logHolds("nimhost has reloaded " + file));
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);
 }
 
-TEST_F(NimhostReloadTest, SettingsThatAreTakenAwayGoBackToTheirDefaults)
+TEST_F(NimhostReloadTest, RemovedSettingsRevertToTheirDefaults)
 {
     const std::string file =
         configure(fileSettings(LOG + "severity.id = DEBUG\n" + LOG + "escape.enable = true\n" + LOG
@@ -222,8 +224,8 @@ TEST_F(NimhostReloadTest, SettingsThatAreTakenAwayGoBackToTheirDefaults)
     ASSERT_TRUE(logHolds(" answered"));
     configure(fileSettings(""), common);
     host.signal(SIGHUP);
-    ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
-    // One record for all changes.
+    ASSERT_TRUE(logHolds("nimhost has reloaded " + file));
+    // All changes are reported in one record.
     EXPECT_THAT(logText(), HasSubstr(" : Changing logging settings: EscapeControls Severity MaxFileSize\n"
                                      "\tEscapeControls\n\t\told: true\n\t\tnew: false\n"
                                      "\tSeverity\n\t\told: DEBUG\n\t\tnew: NOTICE\n"
@@ -232,8 +234,8 @@ TEST_F(NimhostReloadTest, SettingsThatAreTakenAwayGoBackToTheirDefaults)
     EXPECT_EQ(host.wait(), 0);
 }
 
-/** As when a rotation found no descriptor for a moment. */
-TEST_F(NimhostReloadTest, LogThatLostItsFileToAFailedRotationFindsTheWayBack)
+/** For example, a rotation that finds no free descriptor. */
+TEST_F(NimhostReloadTest, LogReturnsToItsFileAfterAFailedRotation)
 {
     const std::string file =
         configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "maxFileSize = 2000\n" + LOG
@@ -241,10 +243,10 @@ TEST_F(NimhostReloadTest, LogThatLostItsFileToAFailedRotationFindsTheWayBack)
                   "/source/rate = 200\n");
     const std::string log = scratch.file("log/host.log");
     ChildProcess host = run(file);
-    // The next rotation finds nothing to rename, and fails.
+    // The next rotation fails, because there is nothing to rename.
     ASSERT_TRUE(waitFor([&] { return std::filesystem::remove(log); }));
     ASSERT_TRUE(waitFor([&] { return host.errors().find(" answered") != std::string::npos; }));
-    ASSERT_TRUE(logHolds("the log is in " + log + " again; its records since ")
+    ASSERT_TRUE(logHolds("logging to " + log + " again; the records since ")
                 || readFile(log + ".0").find("the log is in " + log) != std::string::npos);
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);

@@ -26,8 +26,8 @@ class NimhostRequestsTest : public NimhostFixture
 {
 protected:
     /**
-     * In place of that of the sources: writes a configuration whose log and plug-ins stand in the scratch
-     * folder; gives its path.
+     * Writes a configuration whose log and plug-ins are in the temporary directory. Returns its path. Hides
+     * the function for sources.
      */
     std::string configure(const std::string& settings = "", const std::string& logOutput = "file = host.log")
     {
@@ -54,14 +54,14 @@ protected:
         return scratch.file("plugins/" + name + ".so");
     }
 
-    /** Writes a document; gives its path. */
+    /** Writes a document. Returns its path. */
     std::string document(const std::string& name, const std::string& text) const
     {
         writeFile(scratch.file(name), text);
         return scratch.file(name);
     }
 
-    /** A document of one request. */
+    /** Writes a document of one request. Returns its path. */
     static std::string request(const std::string& plugin, const std::string& rest)
     {
         return "<requests><request plugin=\"" + plugin + "\" " + rest + "</request></requests>";
@@ -74,7 +74,7 @@ protected:
         return ChildProcess(command(words), scratch.path());
     }
 
-    /** The element of the result of request `number` of a document of the scratch folder. */
+    /** Returns the result element of request `number` of a document. */
     std::string result(const std::string& name, int number, const std::string& rest) const
     {
         return "  <result document=\"" + scratch.file(name) + "\" number=\"" + std::to_string(number) + "\" "
@@ -87,7 +87,7 @@ protected:
     }
 };
 
-/** A pipe with a name, to feed the host step by step. */
+/** A named pipe, to feed the host step by step. */
 class NamedPipe
 {
 public:
@@ -95,7 +95,7 @@ public:
     {
         EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
     }
-    /** Writes a whole document: waits for the reader, and closes. */
+    /** Waits for a reader, writes a complete document and closes the pipe. */
     void write(const std::string& text) const
     {
         const int descriptor = open(name.c_str(), O_WRONLY | O_CLOEXEC);
@@ -104,7 +104,7 @@ public:
         close(descriptor);
     }
 
-    /** Whether somebody has it open for reading. */
+    /** Returns true if a process has the pipe open for reading. */
     bool isRead() const
     {
         const int descriptor = open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
@@ -126,13 +126,13 @@ public:
     const std::string name;
 
 private:
-    /** Open until the end: a pipe that its writer has closed is one that has ended. */
+    /** Kept open until the end: closing it is the end of the document. */
     mutable std::vector<int> writers;
 };
 
 }
 
-TEST_F(NimhostRequestsTest, TheEncoderEncodesTextsAndFiles)
+TEST_F(NimhostRequestsTest, EncoderEncodesTextsAndFiles)
 {
     writeFile(scratch.file("bytes"), std::string("\0\1\2\xFF", 4));
     const std::string path = document(
@@ -154,13 +154,13 @@ TEST_F(NimhostRequestsTest, TheEncoderEncodesTextsAndFiles)
                                "00000000: 61 3C 62                                        | a&lt;b</result>")
                       + result("d.xml", 4, "plugin=\"encoder\" status=\"ok\">&#0;&#1;</result>")));
     EXPECT_EQ(tableRow(host.errors(), "tasks run"), 4U);
-    EXPECT_EQ(tableRow(host.errors(), "tasks failed"), 0U);
-    EXPECT_EQ(tableRow(host.errors(), "tasks under a foreign token"), 0U);
+    EXPECT_EQ(tableRow(host.errors(), "tasks that failed"), 0U);
+    EXPECT_EQ(tableRow(host.errors(), "tasks with the wrong token"), 0U);
     EXPECT_EQ(tableRow(host.errors(), "documents read"), 1U);
-    EXPECT_EQ(tableRow(host.errors(), "elements read"), 9U);
+    EXPECT_EQ(tableRow(host.errors(), "XML elements read"), 9U);
 }
 
-TEST_F(NimhostRequestsTest, TheCalculatorTellsWhatATypeCannotHold)
+TEST_F(NimhostRequestsTest, CalculatorReportsValuesOutOfRange)
 {
     struct Case
     {
@@ -170,15 +170,15 @@ TEST_F(NimhostRequestsTest, TheCalculatorTellsWhatATypeCannotHold)
     const Case cases[] = {
         {"operation='add' type='signed char'><number>100</number><number>27</number>", "ok\">127"},
         {"operation='add' type='signed char'><number>127</number><number>1</number>",
-         "failed\">the result exceeds the capacity of the type"},
+         "failed\">the result is out of the range of the type"},
         {"operation='add' type='signed char'><number>128</number><number>1</number>",
          "failed\">String representation exceeds capacity of numeric type."},
         {"operation='subtract' type='unsigned char'><number>0</number><number>1</number>",
-         "failed\">the result exceeds the capacity of the type"},
+         "failed\">the result is out of the range of the type"},
         {"operation='add' type='unsigned char'><number>-1</number><number>1</number>",
          "failed\">String representation exceeds capacity of numeric type."},
         {"operation='divide' type='short'><number>-32768</number><number>-1</number>",
-         "failed\">the result exceeds the capacity of the type"},
+         "failed\">the result is out of the range of the type"},
         {"operation='multiply' type='unsigned short'><number>0xFF</number><number>257</number>",
          "ok\">65535"},
         {"operation='divide' type='int'><number>7</number><number>-2</number>", "ok\">-3"},
@@ -191,17 +191,18 @@ TEST_F(NimhostRequestsTest, TheCalculatorTellsWhatATypeCannotHold)
         {"operation='add' type='unsigned long'><number>18446744073709551614</number><number>1</number>",
          "ok\">18446744073709551615"},
         {"operation='add' type='long long'><number>9223372036854775807</number><number>1</number>",
-         "failed\">the result exceeds the capacity of the type"},
+         "failed\">the result is out of the range of the type"},
         {"operation='add' type='unsigned long long'><number>010</number><number>1</number>", "ok\">9"},
         {"operation='divide' type='float'><number>1</number><number>4</number>", "ok\">0.25"},
         {"operation='add'><number>0.5</number><number>0.25</number><number>1e3</number>", "ok\">1000.75"},
-        {"operation='add' type='double'><number>1</number>", "failed\">the calculator needs two numbers"},
+        {"operation='add' type='double'><number>1</number>",
+         "failed\">the calculator requires at least two numbers"},
         {"operation='add' type='int'><number>1</number><number>two</number>",
          "failed\">Invalid string representation of numeric type."},
         {"operation='add' type='byte'><number>1</number><number>2</number>",
-         "failed\">the calculator offers no type &quot;byte&quot;"},
+         "failed\">type &quot;byte&quot; is not available in the calculator"},
         {"operation='power'><number>1</number><number>2</number>",
-         "failed\">the calculator knows no operation &quot;power&quot;"},
+         "failed\">unknown operation &quot;power&quot; of the calculator"},
     };
     std::string text = "<requests>";
     std::string expected;
@@ -214,10 +215,10 @@ TEST_F(NimhostRequestsTest, TheCalculatorTellsWhatATypeCannotHold)
     ChildProcess host = run(configure(), {document("d.xml", text + "</requests>")});
     EXPECT_EQ(host.wait(), 1);
     EXPECT_EQ(host.output(), results(expected));
-    EXPECT_EQ(tableRow(host.errors(), "tasks failed"), 12U);
+    EXPECT_EQ(tableRow(host.errors(), "tasks that failed"), 12U);
 }
 
-TEST_F(NimhostRequestsTest, TheMatcherFindsLines)
+TEST_F(NimhostRequestsTest, MatcherFindsLines)
 {
     const std::string path = document(
         "d.xml",
@@ -238,7 +239,7 @@ TEST_F(NimhostRequestsTest, TheMatcherFindsLines)
                                "Bad pattern: Unmatched ( or \\(, (</result>")));
 }
 
-TEST_F(NimhostRequestsTest, SettingsAreThoseOfTheInstance)
+TEST_F(NimhostRequestsTest, PluginsGetTheSettingsOfTheirInstance)
 {
     const std::string configuration = configure("*/width = 4\nencoder/width = 8\n"
                                                 "calculator/types = int,double\n/numbers = false\n");
@@ -251,7 +252,7 @@ TEST_F(NimhostRequestsTest, SettingsAreThoseOfTheInstance)
     ChildProcess host = run(configuration, {path});
     EXPECT_EQ(host.wait(), 1);
     EXPECT_THAT(host.output(), HasSubstr("status=\"ok\">MTIzNDU2\nNzg5</result>"));
-    EXPECT_THAT(host.output(), HasSubstr("the calculator offers no type &quot;short&quot;"));
+    EXPECT_THAT(host.output(), HasSubstr("type &quot;short&quot; is not available in the calculator"));
     EXPECT_THAT(host.output(), HasSubstr("status=\"ok\">x</result>"));
 }
 
@@ -267,7 +268,7 @@ TEST_F(NimhostRequestsTest, EachPluginLogsUnderItsOwnModule)
     EXPECT_THAT(logText(), Not(HasSubstr("nimhost.plugin.matcher"))) << "nobody asked for it";
 }
 
-TEST_F(NimhostRequestsTest, ABrokenDocumentIsReportedAndTheNextOneServed)
+TEST_F(NimhostRequestsTest, InvalidDocumentIsReportedAndTheNextOneServed)
 {
     const std::string broken =
         document("broken.xml", "<requests><request plugin='encoder' operation='base64'>"
@@ -280,25 +281,25 @@ TEST_F(NimhostRequestsTest, ABrokenDocumentIsReportedAndTheNextOneServed)
     EXPECT_EQ(
         host.output(),
         results("  <document name=\"" + broken
-                + "\" status=\"refused\">Mismatched End Tag -- near offset 64: txt</document>\n"
+                + "\" status=\"rejected\">Mismatched End Tag -- near offset 64: txt</document>\n"
                   "  <document name=\""
                 + strange
-                + "\" status=\"refused\">&lt;question&gt; has no place at requests/question</document>\n"
+                + "\" status=\"rejected\">&lt;question&gt; is not allowed at requests/question</document>\n"
                   "  <document name=\""
                 + missing
-                + "\" status=\"refused\">No such file or directory</document>\n"
+                + "\" status=\"rejected\">No such file or directory</document>\n"
                   "  <document name=\""
-                + scratch.path() + "\" status=\"refused\">Is a directory</document>\n"
+                + scratch.path() + "\" status=\"rejected\">Is a directory</document>\n"
                 + result("good.xml", 1, "plugin=\"encoder\" status=\"ok\">eA==</result>")));
     EXPECT_THAT(host.errors(),
                 HasSubstr("nimhost: " + broken + ": Mismatched End Tag -- near offset 64: txt\n"
-                          + "nimhost: " + strange + ": <question> has no place at requests/question\n"));
+                          + "nimhost: " + strange + ": <question> is not allowed at requests/question\n"));
     EXPECT_EQ(tableRow(host.errors(), "documents read"), 1U);
-    EXPECT_EQ(tableRow(host.errors(), "documents refused"), 4U);
-    EXPECT_THAT(logText(), HasSubstr(broken + " is refused : "));
+    EXPECT_EQ(tableRow(host.errors(), "documents rejected"), 4U);
+    EXPECT_THAT(logText(), HasSubstr(broken + " was rejected : "));
 }
 
-TEST_F(NimhostRequestsTest, ZeroByteAnywhereInADocumentIsRefused)
+TEST_F(NimhostRequestsTest, NulByteAnywhereInADocumentIsRejected)
 {
     const std::string zero("\0", 1);
     const std::string whole = request("encoder", "operation='base64'><text>x</text>");
@@ -312,9 +313,9 @@ TEST_F(NimhostRequestsTest, ZeroByteAnywhereInADocumentIsRefused)
     ChildProcess host = run(configure(), {last, hidden, comment, inside, more, blank});
     EXPECT_EQ(host.wait(), 1);
     const auto refused = [](const std::string& path, const std::string& error) {
-        return "  <document name=\"" + path + "\" status=\"refused\">" + error + "</document>\n";
+        return "  <document name=\"" + path + "\" status=\"rejected\">" + error + "</document>\n";
     };
-    const std::string zeroByte = "A zero byte; what follows it is not read -- near offset ";
+    const std::string zeroByte = "NUL byte in the document; the parser ignores the rest -- near offset ";
     EXPECT_EQ(host.output(),
               results(refused(last, zeroByte + "90") + refused(hidden, zeroByte + "91")
                       + refused(comment, "Comment not terminated -- near offset 90: &lt;!-- ...")
@@ -323,22 +324,22 @@ TEST_F(NimhostRequestsTest, ZeroByteAnywhereInADocumentIsRefused)
                       + refused(more, "Multiple top-level Elements encountered -- near offset 90: "
                                       "&lt;requests&gt;&lt;reque...")
                       + result("blank.xml", 1, "plugin=\"encoder\" status=\"ok\">eA==</result>")));
-    EXPECT_EQ(tableRow(host.errors(), "documents refused"), 5U);
+    EXPECT_EQ(tableRow(host.errors(), "documents rejected"), 5U);
 }
 
-TEST_F(NimhostRequestsTest, OnlyListedPluginsAreEverLoaded)
+TEST_F(NimhostRequestsTest, OnlyListedPluginsAreLoaded)
 {
     const std::string path = document("d.xml", "<requests><request plugin='cimom' operation='x'/>"
                                                "<request plugin='../plugins/encoder' operation='base64'/>"
                                                "<reload plugin='oracle'/></requests>");
     ChildProcess host = run(configure(), {path});
     EXPECT_EQ(host.wait(), 1);
-    EXPECT_THAT(host.output(), HasSubstr("there is no plug-in &quot;cimom&quot;"));
-    EXPECT_THAT(host.output(), HasSubstr("there is no plug-in &quot;../plugins/encoder&quot;"));
-    EXPECT_THAT(host.output(), HasSubstr("there is no plug-in &quot;oracle&quot;"));
+    EXPECT_THAT(host.output(), HasSubstr("unknown plug-in &quot;cimom&quot;"));
+    EXPECT_THAT(host.output(), HasSubstr("unknown plug-in &quot;../plugins/encoder&quot;"));
+    EXPECT_THAT(host.output(), HasSubstr("unknown plug-in &quot;oracle&quot;"));
 }
 
-TEST_F(NimhostRequestsTest, APluginThatCannotBeLoadedFailsItsRequests)
+TEST_F(NimhostRequestsTest, PluginThatCannotBeLoadedFailsItsRequests)
 {
     const std::string configuration = configure();
     std::filesystem::remove(plugin("encoder"));
@@ -352,7 +353,7 @@ TEST_F(NimhostRequestsTest, APluginThatCannotBeLoadedFailsItsRequests)
     EXPECT_THAT(host.output(), HasSubstr("plugin=\"calculator\" status=\"ok\">2</result>"));
 }
 
-TEST_F(NimhostRequestsTest, StandardInputIsADocumentToo)
+TEST_F(NimhostRequestsTest, StandardInputCanBeADocument)
 {
     const std::string configuration = configure();
     const std::string path = document("d.xml", request("encoder", "operation='base64'><text>in</text>"));
@@ -364,7 +365,7 @@ TEST_F(NimhostRequestsTest, StandardInputIsADocumentToo)
                                      "aW4=</result>\n"));
 }
 
-TEST_F(NimhostRequestsTest, ManyRequestsAreAnsweredInTheirOrder)
+TEST_F(NimhostRequestsTest, ResultsAreInTheOrderOfTheRequests)
 {
     std::string text = "<requests>";
     std::string expected;
@@ -377,10 +378,10 @@ TEST_F(NimhostRequestsTest, ManyRequestsAreAnsweredInTheirOrder)
     ChildProcess host = run(configure(), {document("d.xml", text + "</requests>")});
     EXPECT_EQ(host.wait(), 0);
     EXPECT_TRUE(host.output() == results(expected));
-    EXPECT_EQ(tableRow(host.errors(), "tasks under a foreign token"), 0U);
+    EXPECT_EQ(tableRow(host.errors(), "tasks with the wrong token"), 0U);
 }
 
-TEST_F(NimhostRequestsTest, TheResultsAreADocumentThatParses)
+TEST_F(NimhostRequestsTest, ResultsAreAWellFormedDocument)
 {
     const std::string path =
         document("d \"&<>.xml", "<requests><request plugin='encoder' operation='base64-decode'>"
@@ -421,7 +422,7 @@ TEST_F(NimhostRequestsTest, TheResultsAreADocumentThatParses)
     EXPECT_EQ(reader->text, "<a&b>\"") << "up to the NUL, which a reader of C texts takes for the end";
 }
 
-TEST_F(NimhostRequestsTest, APluginIsReplacedWhileTheHostRuns)
+TEST_F(NimhostRequestsTest, ReloadReplacesAPlugin)
 {
     const NamedPipe first(scratch.file("first"));
     const NamedPipe second(scratch.file("second"));
@@ -429,7 +430,7 @@ TEST_F(NimhostRequestsTest, APluginIsReplacedWhileTheHostRuns)
     first.write(request("encoder", "operation='base64'><text>x</text>"));
     ASSERT_TRUE(waitFor([&] { return host.output().find("eA==") != std::string::npos; }));
 
-    // Another library takes the place of the file: it counts once the old one has gone from memory.
+    // The new library takes effect when the old one has been unloaded.
     std::filesystem::copy_file(plugin("calculator"), plugin("new"));
     std::filesystem::rename(plugin("new"), plugin("encoder"));
     second.write("<requests><request plugin='encoder' operation='base64'><text>y</text></request>"
@@ -441,11 +442,11 @@ TEST_F(NimhostRequestsTest, APluginIsReplacedWhileTheHostRuns)
                                      + result("second", 1, "plugin=\"encoder\" status=\"ok\">eQ==</result>")
                                      + result("second", 2, "plugin=\"encoder\" status=\"reloaded\"/>")
                                      + result("second", 3, "plugin=\"encoder\" status=\"ok\">3</result>")));
-    EXPECT_THAT(logText(), HasSubstr("NOTICE : plug-in encoder is loaded again\n"));
+    EXPECT_THAT(logText(), HasSubstr("NOTICE : plug-in encoder was reloaded\n"));
     EXPECT_THAT(logText(), HasSubstr("nimhost.plugin.calculator INFO : calculator of 12 types\n"));
 }
 
-TEST_F(NimhostRequestsTest, AReloadThatFailsIsTriedAgain)
+TEST_F(NimhostRequestsTest, FailedReloadIsRetried)
 {
     const NamedPipe first(scratch.file("first"));
     const NamedPipe second(scratch.file("second"));
@@ -464,7 +465,7 @@ TEST_F(NimhostRequestsTest, AReloadThatFailsIsTriedAgain)
                 HasSubstr(result("third", 1, "plugin=\"encoder\" status=\"ok\">eA==</result>")));
 }
 
-TEST_F(NimhostRequestsTest, ASignalEndsTheWaitForADocument)
+TEST_F(NimhostRequestsTest, SignalEndsTheWaitForADocument)
 {
     const NamedPipe pipe(scratch.file("never"));
     ChildProcess host = run(configure(), {pipe.name});
@@ -472,12 +473,12 @@ TEST_F(NimhostRequestsTest, ASignalEndsTheWaitForADocument)
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 1);
     EXPECT_EQ(host.output(), results("  <document name=\"" + pipe.name
-                                     + "\" status=\"refused\">Interrupted system call</document>\n"));
+                                     + "\" status=\"rejected\">Interrupted system call</document>\n"));
     const std::string log = logText();
     EXPECT_THAT(log.substr(log.rfind("\n", log.size() - 2)), HasSubstr("nimhost is down: sources stopped"));
 }
 
-TEST_F(NimhostRequestsTest, SourcesRunBesideDocuments)
+TEST_F(NimhostRequestsTest, SourcesRunConcurrentlyWithDocuments)
 {
     const std::string path = document("d.xml", request("encoder", "operation='base64'><text>x</text>"));
     const std::string configuration =
@@ -489,10 +490,10 @@ TEST_F(NimhostRequestsTest, SourcesRunBesideDocuments)
     EXPECT_EQ(host.wait(), 0);
     EXPECT_THAT(host.output(), HasSubstr(">eA==</result>"));
     EXPECT_EQ(tableRow(host.errors(), "tasks run"), 101U);
-    EXPECT_EQ(tableRow(host.errors(), "tasks under a foreign token"), 0U);
+    EXPECT_EQ(tableRow(host.errors(), "tasks with the wrong token"), 0U);
 }
 
-TEST_F(NimhostRequestsTest, TheAdapterMakesTheStreamCimomAvailable)
+TEST_F(NimhostRequestsTest, AdapterProvidesTheStreamCimom)
 {
     const std::string path = document("d.xml", request("encoder", "operation='base64'><text>x</text>"));
     const std::string configuration =
@@ -506,7 +507,7 @@ TEST_F(NimhostRequestsTest, TheAdapterMakesTheStreamCimomAvailable)
     EXPECT_FALSE(std::filesystem::exists(scratch.file("log/host.log")));
 }
 
-TEST_F(NimhostRequestsTest, AdapterWhoseFileCannotBeOpenedIsRefusedAtTheStart)
+TEST_F(NimhostRequestsTest, AdapterWhoseFileCannotBeOpenedIsRejectedAtTheStart)
 {
     const std::string path = scratch.file("none/none/manager.log");
     const std::string configuration =
@@ -518,7 +519,7 @@ TEST_F(NimhostRequestsTest, AdapterWhoseFileCannotBeOpenedIsRefusedAtTheStart)
                                  + ": No such file or directory\n");
 }
 
-TEST_F(NimhostRequestsTest, TheStreamCimomNeedsItsAdapter)
+TEST_F(NimhostRequestsTest, StreamCimomRequiresItsAdapter)
 {
     const std::string configuration = configure("", "stream = CIMOM");
     ChildProcess without = run(configuration, {"-"});
@@ -530,20 +531,19 @@ TEST_F(NimhostRequestsTest, TheStreamCimomNeedsItsAdapter)
     configure("host/adapters = cimom\n", "stream = CIMOM");
     ChildProcess fileless = run(configuration, {"-"});
     EXPECT_EQ(fileless.wait(), 2);
-    EXPECT_EQ(fileless.errors(), "nimhost: adapter cimom: the adapter needs a file\n");
+    EXPECT_EQ(fileless.errors(), "nimhost: adapter cimom: the adapter requires the setting file\n");
 }
 
-TEST_F(NimhostRequestsTest, RefusesABadListOfPlugins)
+TEST_F(NimhostRequestsTest, InvalidListOfPluginsIsRejected)
 {
     const std::string configuration = configure("host/plugins = encoder ../matcher\n");
     ChildProcess host = run(configuration, {"-"});
     EXPECT_EQ(host.wait(), 2);
-    EXPECT_EQ(host.errors(),
-              "nimhost: " + configuration
-                  + ": plugins of host is to be a list of names, not \"encoder ../matcher\"\n");
+    EXPECT_EQ(host.errors(), "nimhost: " + configuration
+                                 + ": plugins of host must be a list of names, not \"encoder ../matcher\"\n");
 }
 
-TEST_F(NimhostRequestsTest, TheRequestsThatAreShippedAreServed)
+TEST_F(NimhostRequestsTest, ExampleRequestsAreServed)
 {
     std::vector<std::string> documents;
     for (const auto& entry : std::filesystem::directory_iterator(NIMHOST_REQUESTS)) {
@@ -553,7 +553,7 @@ TEST_F(NimhostRequestsTest, TheRequestsThatAreShippedAreServed)
     ChildProcess host = run(configure(), documents);
     EXPECT_EQ(host.wait(), 1);
     EXPECT_EQ(tableRow(host.errors(), "documents read"), 5U);
-    EXPECT_EQ(tableRow(host.errors(), "documents refused"), 3U);
+    EXPECT_EQ(tableRow(host.errors(), "documents rejected"), 3U);
     EXPECT_THAT(host.output(), HasSubstr("status=\"ok\">SGVsbG8sIHdvcmxkIQ==</result>"));
     EXPECT_THAT(host.output(), Not(HasSubstr("dropped")));
 }

@@ -17,18 +17,18 @@ using support::ChildProcess;
 using support::writeFile;
 using testing::HasSubstr;
 
-/** Signals reach the host whatever its threads are blocked in. */
+/** Signals reach the host even if its threads are blocked. */
 class NimhostSignalTest : public NimhostPluginFixture
 {
 protected:
-    /** Makes a FIFO; returns its path. */
+    /** Creates a FIFO. Returns its path. */
     std::string fifo(const std::string& name) const
     {
         EXPECT_EQ(mkfifo(scratch.file(name).c_str(), 0600), 0);
         return scratch.file(name);
     }
 
-    /** Expects that one signal ends a host that has not begun to run. */
+    /** Expects that one signal ends a host that has not started its run. */
     void expectEndAtItsStart(const std::string& configuration, int signal) const
     {
         ChildProcess host(command({"--config", configuration, "--seconds", "60"}), scratch.path());
@@ -57,7 +57,7 @@ TEST_F(NimhostSignalTest, EndsAHostThatWaitsForTheReaderOfItsLog)
     expectEndAtItsStart(file, SIGINT);
 }
 
-TEST_F(NimhostSignalTest, HangupDuringTheStartIsServedByTheRun)
+TEST_F(NimhostSignalTest, SighupDuringTheStartIsHandledByTheRun)
 {
     configure(fileSettings(""));
     const std::string pipe = fifo("configuration");
@@ -65,12 +65,12 @@ TEST_F(NimhostSignalTest, HangupDuringTheStartIsServedByTheRun)
     ASSERT_TRUE(watchesSignals(host));
     host.signal(SIGHUP);
     writeFile(pipe, support::readFile(scratch.file("test.properties")));
-    // A pipe is not waited for a second time.
+    // A reload does not wait for the writer of a pipe.
     ASSERT_TRUE(logHolds("nimhost keeps its configuration"));
     host.signal(SIGTERM);
     ASSERT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 2);
-    EXPECT_EQ(host.errors(), "nimhost: cannot read " + pipe + " again: it is no regular file\n");
+    EXPECT_EQ(host.errors(), "nimhost: cannot reload " + pipe + ": it is not a regular file\n");
 }
 
 TEST_F(NimhostSignalTest, SecondSignalEndsAHostWhosePluginLoops)
@@ -79,11 +79,11 @@ TEST_F(NimhostSignalTest, SecondSignalEndsAHostWhosePluginLoops)
                       scratch.path());
     ASSERT_TRUE(waitingRequestRuns());
     host.signal(SIGTERM);
-    ASSERT_TRUE(logHolds("nimhost was told to end by signal 15"));
+    ASSERT_TRUE(logHolds("nimhost received signal 15"));
     host.signal(SIGINT);
     ASSERT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 128 + SIGINT);
-    EXPECT_EQ(host.errors(), "nimhost: ended by signal 2, the second one: 1 requests are unanswered\n");
+    EXPECT_EQ(host.errors(), "nimhost: ended by signal 2, the second signal: 1 requests are unanswered\n");
 }
 
 TEST_F(NimhostSignalTest, SecondSignalEndsAHostWhosePluginLoopsAfterTheTimeLimit)
@@ -91,21 +91,21 @@ TEST_F(NimhostSignalTest, SecondSignalEndsAHostWhosePluginLoopsAfterTheTimeLimit
     ChildProcess host(
         command({"--config", configureOdd(), "--seconds", "1", document("d.xml", waitingRequest())}),
         scratch.path());
-    ASSERT_TRUE(logHolds("its time is over"));
+    ASSERT_TRUE(logHolds("its time limit was reached"));
     host.signal(SIGTERM);
-    ASSERT_TRUE(logHolds("nimhost was told to end by signal 15"));
+    ASSERT_TRUE(logHolds("nimhost received signal 15"));
     host.signal(SIGTERM);
     ASSERT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 128 + SIGTERM);
 }
 
-TEST_F(NimhostSignalTest, FirstSignalAfterTheTimeLimitDropsWhatNoWorkerHasBegun)
+TEST_F(NimhostSignalTest, FirstSignalAfterTheTimeLimitDropsRequestsThatNoWorkerHasStarted)
 {
     const std::string path = document("d.xml", waitingRequest() + request("a") + request("b"));
     ChildProcess host(command({"--config", configureOdd(), "--seconds", "1", path}), scratch.path());
-    ASSERT_TRUE(logHolds("its time is over"));
+    ASSERT_TRUE(logHolds("its time limit was reached"));
     host.signal(SIGTERM);
-    ASSERT_TRUE(logHolds("nimhost was told to end by signal 15"));
+    ASSERT_TRUE(logHolds("nimhost received signal 15"));
     endWaitingRequest();
     ASSERT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 1);
@@ -115,23 +115,23 @@ TEST_F(NimhostSignalTest, FirstSignalAfterTheTimeLimitDropsWhatNoWorkerHasBegun)
     EXPECT_EQ(tableRow(host.errors(), "requests dropped"), 2U);
 }
 
-TEST_F(NimhostSignalTest, HangupIsServedWhileTheHostEnds)
+TEST_F(NimhostSignalTest, SighupDuringTheShutdownIsHandled)
 {
     const std::string file = configureOdd();
     ChildProcess host(command({"--config", file, document("d.xml", waitingRequest())}), scratch.path());
     ASSERT_TRUE(waitingRequestRuns());
     host.signal(SIGTERM);
-    ASSERT_TRUE(logHolds("it was told to"));
+    ASSERT_TRUE(logHolds("it received a signal"));
     host.signal(SIGHUP);
-    ASSERT_TRUE(logHolds("nimhost has read " + file + " again\n"));
+    ASSERT_TRUE(logHolds("nimhost has reloaded " + file + "\n"));
     endWaitingRequest();
     ASSERT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 0);
-    EXPECT_EQ(tableRow(host.errors(), "configurations read again"), 1U);
+    EXPECT_EQ(tableRow(host.errors(), "configurations reloaded"), 1U);
 }
 
-/** All threads of the host wait in statements then, and none can take the signal. */
-TEST_F(NimhostSignalTest, EndsAHostWhoseLogIsAPipeThatIsFull)
+/** All threads of the host are blocked in log statements. */
+TEST_F(NimhostSignalTest, EndsAHostWhoseLogIsAFullPipe)
 {
     const std::string pipe = fifo("pipe");
     const std::string file =
@@ -139,19 +139,19 @@ TEST_F(NimhostSignalTest, EndsAHostWhoseLogIsAPipeThatIsFull)
     const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     ASSERT_NE(reader, -1);
     ChildProcess host(command({"--config", file, "--threads", "2", "--seconds", "60"}), scratch.path());
-    // Nothing comes out of the pipe, and nothing goes in once a page is not free.
+    // The pipe is not read, and a write blocks when less than a page is free.
     pollfd full = {open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), POLLOUT, 0};
     EXPECT_TRUE(waitFor([&] { return poll(&full, 1, 0) == 0; }));
     host.signal(SIGTERM);
     EXPECT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 128 + SIGTERM);
     EXPECT_THAT(host.errors(),
-                HasSubstr("nimhost: ended by signal 15, since its main thread does not respond: "));
+                HasSubstr("nimhost: ended by signal 15, because its main thread does not respond: "));
     close(full.fd);
     close(reader);
 }
 
-/** Its sources would go on for ever. */
+/** Otherwise, its sources would run forever. */
 TEST_F(NimhostSignalTest, TimeLimitEndsAHostWhoseMainThreadDoesNotRespond)
 {
     const std::string file = configure(fileSettings(""));
@@ -160,20 +160,21 @@ TEST_F(NimhostSignalTest, TimeLimitEndsAHostWhoseMainThreadDoesNotRespond)
     std::filesystem::remove(scratch.file("test-log.properties"));
     const std::string pipe = fifo("test-log.properties");
     host.signal(SIGHUP);
-    // The host reads the configuration from here on, and its end does not come.
+    // The host reads the configuration from a pipe that does not end.
     int writer = -1;
     ASSERT_TRUE(
         waitFor([&] { return (writer = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) != -1; }));
     EXPECT_TRUE(ends(host));
     host.signal(SIGKILL);
     EXPECT_EQ(host.wait(), 1);
-    EXPECT_THAT(host.errors(), testing::MatchesRegex(
-                                   "nimhost: ended after its time, since its main thread does not respond: "
-                                   "[0-9]+ requests are unanswered\n"));
+    EXPECT_THAT(host.errors(),
+                testing::MatchesRegex(
+                    "nimhost: ended after its time limit, because its main thread does not respond: "
+                    "[0-9]+ requests are unanswered\n"));
     close(writer);
 }
 
-TEST_F(NimhostSignalTest, ReaderOfTheResultsThatGoesAwayIsAnOrderlyEnd)
+TEST_F(NimhostSignalTest, ClosedPipeForTheResultsShutsTheHostDown)
 {
     const std::string pipe = fifo("results");
     std::string requests;
@@ -190,6 +191,6 @@ TEST_F(NimhostSignalTest, ReaderOfTheResultsThatGoesAwayIsAnOrderlyEnd)
     endWaitingRequest();
     ASSERT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 1);
-    EXPECT_THAT(host.errors(), HasSubstr("nimhost: the results cannot be written: Broken pipe\n"));
+    EXPECT_THAT(host.errors(), HasSubstr("nimhost: cannot write the results: Broken pipe\n"));
     EXPECT_THAT(host.errors(), HasSubstr("nimhost ran for "));
 }

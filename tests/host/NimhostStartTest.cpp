@@ -13,11 +13,11 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 
-/** Starts that fail, and what is missing at a start. */
+/** Starts that fail, or with missing descriptors. */
 class NimhostStartTest : public NimhostPluginFixture
 {
 protected:
-    /** Expects one line on standard error and status 2 of a host that has little address space. */
+    /** Runs a host with little address space, and expects one line on standard error and status 2. */
     void expectNoThread(const std::vector<std::string>& arguments, const std::string& line) const
     {
 #ifdef DALNIM_SANITIZED
@@ -32,14 +32,14 @@ protected:
 
 }
 
-TEST_F(NimhostStartTest, PoolWithoutThreadsIsOneLine)
+TEST_F(NimhostStartTest, PoolThatCannotStartItsThreadsIsReportedWithOneLine)
 {
     const std::string file = configure(fileSettings(""), "pool/threads = 1000\n");
     expectNoThread({"--config", file, "--records", "1"},
                    "nimhost: " + file + ": cannot start the workers, pool/threads is 1000: [^\n]+");
 }
 
-TEST_F(NimhostStartTest, SourceWithoutAThreadIsOneLineAndTheOthersStop)
+TEST_F(NimhostStartTest, SourceThatCannotStartItsThreadStopsTheOthers)
 {
     const std::string file = configure(fileSettings(""), "/source/rate = 1\n");
     expectNoThread({"--config", file, "--threads", "500", "--seconds", "60"},
@@ -50,13 +50,13 @@ TEST_F(NimhostStartTest, SourceWithoutAThreadIsOneLineAndTheOthersStop)
 #endif
 }
 
-TEST_F(NimhostStartTest, AdapterThatThrowsNoStdExceptionIsOneLine)
+TEST_F(NimhostStartTest, AdapterThatThrowsNoStdExceptionIsReportedWithOneLine)
 {
     const std::string file = configureOdd("host/adapters = odd\nodd/throw = int\n");
     expectRefused({"--config", file}, "nimhost: adapter odd: an exception of type int");
 }
 
-TEST_F(NimhostStartTest, AdapterThatThrowsATypeOfItsOwnIsOneLine)
+TEST_F(NimhostStartTest, AdapterThatThrowsItsOwnTypeIsReportedWithOneLine)
 {
     const std::string file = configureOdd("host/adapters = odd\nodd/throw = own\n");
     expectRefused({"--config", file}, "nimhost: adapter odd: an error of the plug-in's own");
@@ -79,14 +79,14 @@ TEST_F(NimhostStartTest, PluginThatThrowsNoStdExceptionFailsItsRequest)
                                 "\"failed\">an exception of type (anonymous namespace)::Oddity</result>",
                                 "\"failed\">an error of the plug-in's own</result>", "\"ok\">fine</result>"})
             + "</results>\n");
-    EXPECT_EQ(tableRow(host.errors(), "tasks failed"), 3U);
+    EXPECT_EQ(tableRow(host.errors(), "tasks that failed"), 3U);
     EXPECT_EQ(tableRow(host.errors(), "requests dropped"), 0U);
     EXPECT_THAT(logText(), HasSubstr(" failed : an exception of type int\n"));
     EXPECT_THAT(logText(), HasSubstr(" failed : an error of the plug-in's own\n"));
 }
 
-/** The library that has the code of the exception is unloaded on the way to the handler. */
-TEST_F(NimhostStartTest, PluginWhoseEntryThrowsATypeOfItsOwnFailsItsRequests)
+/** The library that contains the code of the exception is unloaded before the handler runs. */
+TEST_F(NimhostStartTest, PluginWhoseEntryThrowsItsOwnTypeFailsItsRequests)
 {
     for (const std::string type : {"own", "oddity", "int"}) {
         const std::string path =
@@ -95,12 +95,12 @@ TEST_F(NimhostStartTest, PluginWhoseEntryThrowsATypeOfItsOwnFailsItsRequests)
                           scratch.path());
         ASSERT_TRUE(ends(host));
         EXPECT_EQ(host.wait(), 1);
-        EXPECT_EQ(tableRow(host.errors(), "tasks failed"), 3U);
+        EXPECT_EQ(tableRow(host.errors(), "tasks that failed"), 3U);
         EXPECT_THAT(host.output(), Not(HasSubstr("status=\"ok\"")));
     }
 }
 
-TEST_F(NimhostStartTest, MissingDescriptorsDoNotLetResultsIntoTheLog)
+TEST_F(NimhostStartTest, ResultsDoNotReachTheLogIfDescriptorsAreClosed)
 {
     for (const std::string closed : {">&-", "<&- >&-", "<&- >&- 2>&-"}) {
         const std::string path = document("d.xml", request("fine"));
@@ -116,7 +116,7 @@ TEST_F(NimhostStartTest, MissingDescriptorsDoNotLetResultsIntoTheLog)
     }
 }
 
-TEST_F(NimhostStartTest, RefusesAPageThatIsAFileOfTheLog)
+TEST_F(NimhostStartTest, StatusPageThatIsAFileOfTheLogIsRejected)
 {
     const std::string file = configure(fileSettings(""));
     const std::string log = scratch.file("log/host.log");
@@ -124,15 +124,15 @@ TEST_F(NimhostStartTest, RefusesAPageThatIsAFileOfTheLog)
     std::filesystem::create_symlink(log, scratch.file("link"));
     const auto expect = [&](const std::string& page) {
         expectRefused({"--config", file, "--records", "1", "--status", page},
-                      "nimhost: --status " + page + " is a file of the log, " + log);
+                      "nimhost: --status " + page + " must not be a file of the log, " + log);
     };
     expect(log);
     expect(scratch.file("log/../log/host.log"));
     expect(log + ".0");
     expect(scratch.file("link"));
-    // The page is written beside its place first, as "page.new".
+    // The page is first written to "page.new".
     configure(LOG + "directory = log\n" + LOG + "file = page.new\n");
     expectRefused({"--config", file, "--records", "1", "--status", scratch.file("log/page")},
-                  "nimhost: --status " + scratch.file("log/page") + " is a file of the log, "
+                  "nimhost: --status " + scratch.file("log/page") + " must not be a file of the log, "
                       + scratch.file("log/page.new"));
 }

@@ -21,13 +21,13 @@ using support::writeFile;
 using testing::HasSubstr;
 using testing::Not;
 
-/** The page that shows a run. */
+/** The status page of a run. */
 class NimhostStatusTest : public NimhostFixture
 {
 protected:
     const std::string page = scratch.file("page.html");
 
-    /** Runs to the end with a page; gives what stands on standard output. */
+    /** Runs the host with a page to its end. Returns its standard output. */
     std::string run(const std::string& configuration, const std::string& records)
     {
         ChildProcess host(
@@ -38,7 +38,7 @@ protected:
         return host.output();
     }
 
-    /** The texts of the cells of all tables, by the text of the cell before. */
+    /** Returns the cells of all tables, by the text of the cell to their left. */
     static std::map<std::string, std::string> cells(const std::string& html)
     {
         static const std::regex row("<tr><td>([^<]*)</td><td>([^<]*)</td></tr>");
@@ -67,7 +67,7 @@ protected:
     }
 };
 
-TEST_F(NimhostStatusTest, HasTheTableAndThePlotsOfTheRun)
+TEST_F(NimhostStatusTest, ContainsTheSummaryAndThePlots)
 {
     const std::string output =
         run(configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "maxFileSize = 20000\n")), "4000");
@@ -76,9 +76,9 @@ TEST_F(NimhostStatusTest, HasTheTableAndThePlotsOfTheRun)
 
     std::map<std::string, std::string> numbers = cells(html);
     for (const char* label :
-         {"tasks run", "tasks refused by the limit", "tasks failed", "tasks under a foreign token",
-          "longest wait, microseconds", "sources broken down", "documents read", "documents refused",
-          "elements read", "records of sources written", "records of sources refused", "rotations"}) {
+         {"tasks run", "tasks rejected (pool full)", "tasks that failed", "tasks with the wrong token",
+          "longest wait (microseconds)", "sources that threw", "documents read", "documents rejected",
+          "XML elements read", "source records written", "source records disabled", "log rotations"}) {
         EXPECT_EQ(withoutCommas(numbers[label]), std::to_string(tableRow(output, label))) << label;
     }
     EXPECT_EQ(numbers["tasks run"], "4,000");
@@ -86,16 +86,16 @@ TEST_F(NimhostStatusTest, HasTheTableAndThePlotsOfTheRun)
               std::to_string(std::filesystem::file_size(scratch.file("log/host.log"))));
     EXPECT_EQ(withoutCommas(numbers["host.log.0"]),
               std::to_string(std::filesystem::file_size(scratch.file("log/host.log.0"))));
-    EXPECT_THAT(
-        html, HasSubstr("<caption>Bytes of the log in " + scratch.file("log") + ", newest first</caption>"));
+    EXPECT_THAT(html, HasSubstr("<caption>Size in bytes of the log files in " + scratch.file("log")
+                                + ", newest first</caption>"));
 
-    EXPECT_THAT(html, HasSubstr("aria-label=\"Records of the sources per second, at most "));
-    EXPECT_THAT(html, HasSubstr("aria-label=\"Requests that wait for a worker, at most "));
-    EXPECT_THAT(html, HasSubstr("aria-label=\"Rotations of the log so far, at most " + numbers["rotations"]
+    EXPECT_THAT(html, HasSubstr("aria-label=\"Log records of the sources per second, at most "));
+    EXPECT_THAT(html, HasSubstr("aria-label=\"Requests waiting for a worker, at most "));
+    EXPECT_THAT(html, HasSubstr("aria-label=\"Log rotations so far, at most " + numbers["log rotations"]
                                 + " rotations\""));
 }
 
-TEST_F(NimhostStatusTest, NeedsNothingButItself)
+TEST_F(NimhostStatusTest, IsSelfContained)
 {
     run(configure(fileSettings("")), "100");
     const std::string html = readFile(page);
@@ -105,7 +105,7 @@ TEST_F(NimhostStatusTest, NeedsNothingButItself)
     EXPECT_FALSE(std::filesystem::exists(page + ".new"));
 }
 
-TEST_F(NimhostStatusTest, ShowsMarkupOfNamesAsText)
+TEST_F(NimhostStatusTest, MarkupInNamesIsEscaped)
 {
     run(configure(LOG + "directory = a<b>&c\n" + LOG + "file = host.log\n"), "10");
     const std::string html = readFile(page);
@@ -113,7 +113,7 @@ TEST_F(NimhostStatusTest, ShowsMarkupOfNamesAsText)
     EXPECT_THAT(html, HasSubstr(scratch.file("a&lt;b&gt;&amp;c") + ", newest first"));
 }
 
-TEST_F(NimhostStatusTest, TellsOfNoFilesWhenTheLogIsAStream)
+TEST_F(NimhostStatusTest, ListsNoFilesIfTheLogIsAStream)
 {
     run(configure(LOG + "stream = STDOUT\n"), "10");
     const std::string html = readFile(page);
@@ -121,7 +121,7 @@ TEST_F(NimhostStatusTest, TellsOfNoFilesWhenTheLogIsAStream)
     EXPECT_THAT(html, Not(HasSubstr("Bytes of the log")));
 }
 
-TEST_F(NimhostStatusTest, LoadsItselfAgainWhileTheRunLasts)
+TEST_F(NimhostStatusTest, ReloadsAutomaticallyDuringTheRun)
 {
     const std::string file = configure(fileSettings(LOG + "severity.id = INFO\n"), "/source/rate = 200\n");
     ChildProcess host(command({"--config", file, "--seconds", "60", "--status", page}), scratch.path());
@@ -141,7 +141,7 @@ TEST_F(NimhostStatusTest, LoadsItselfAgainWhileTheRunLasts)
     EXPECT_THAT(after, HasSubstr("<p>Ran for "));
 }
 
-TEST_F(NimhostStatusTest, RefusesAPlaceThatCannotBeWritten)
+TEST_F(NimhostStatusTest, PathThatCannotBeWrittenIsRejected)
 {
     const std::string file = configure(fileSettings(""));
     expectRefused({"--config", file, "--status", scratch.file("none/page.html")},
@@ -154,11 +154,11 @@ TEST_F(NimhostStatusTest, RefusesAPlaceThatCannotBeWritten)
     expectRefused({"--config", file, "--status", pipe},
                   "nimhost: cannot write " + pipe + ": Invalid argument");
     EXPECT_TRUE(std::filesystem::is_fifo(pipe));
-    expectRefused({"--status"}, "nimhost: option --status needs a value");
-    expectRefused({"--status", ""}, "nimhost: option --status needs a value");
+    expectRefused({"--status"}, "nimhost: option --status requires a value");
+    expectRefused({"--status", ""}, "nimhost: option --status requires a value");
 }
 
-TEST_F(NimhostStatusTest, IsWrittenWhereALinkLeads)
+TEST_F(NimhostStatusTest, SymbolicLinkIsFollowed)
 {
     const std::string target = scratch.file("target.html");
     std::filesystem::create_symlink(target, page);
@@ -168,7 +168,7 @@ TEST_F(NimhostStatusTest, IsWrittenWhereALinkLeads)
     expectWellFormed(readFile(target));
 }
 
-TEST_F(NimhostStatusTest, IsNotWrittenThroughALinkInThePlaceOfItsDraft)
+TEST_F(NimhostStatusTest, SymbolicLinkUnderTheTemporaryNameIsNotFollowed)
 {
     const std::string other = scratch.file("other");
     writeFile(other, "somebody's");
@@ -180,7 +180,7 @@ TEST_F(NimhostStatusTest, IsNotWrittenThroughALinkInThePlaceOfItsDraft)
     EXPECT_FALSE(std::filesystem::exists(page + ".new"));
 }
 
-TEST_F(NimhostStatusTest, HasNoSizeOfWhatIsNoFile)
+TEST_F(NimhostStatusTest, OmitsEntriesThatAreNotFiles)
 {
     std::filesystem::create_directory(scratch.file("log"));
     ASSERT_EQ(0, mkfifo(scratch.file("log/host.log").c_str(), 0600));
@@ -191,7 +191,7 @@ TEST_F(NimhostStatusTest, HasNoSizeOfWhatIsNoFile)
     EXPECT_EQ(tableRow(output, "  host.log"), std::string::npos);
 }
 
-TEST_F(NimhostStatusTest, GoesOnWithoutThePageAndTellsOfIt)
+TEST_F(NimhostStatusTest, FailedWriteIsLoggedAndTheRunContinues)
 {
     const std::string file = configure(fileSettings(""), "/source/rate = 200\n");
     std::filesystem::create_directory(scratch.file("pages"));
@@ -199,8 +199,8 @@ TEST_F(NimhostStatusTest, GoesOnWithoutThePageAndTellsOfIt)
     ChildProcess host(command({"--config", file, "--seconds", "60", "--status", gone}), scratch.path());
     ASSERT_TRUE(logHolds("nimhost starts with 4 sources"));
     std::filesystem::remove_all(scratch.file("pages"));
-    ASSERT_TRUE(logHolds("the page of the run is out of date : cannot write " + gone
-                         + ": No such file or directory"));
+    ASSERT_TRUE(
+        logHolds("the status page is out of date : cannot write " + gone + ": No such file or directory"));
 
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 1);

@@ -22,25 +22,27 @@ using testing::MatchesRegex;
 class NimhostTest : public NimhostFixture
 {};
 
-TEST_F(NimhostTest, RefusesBadOptionsInOneLine)
+TEST_F(NimhostTest, InvalidOptionsAreRejectedWithOneLine)
 {
     expectRefused({"--bogus"}, "nimhost: unknown option --bogus");
-    expectRefused({"--threads"}, "nimhost: option --threads needs a value");
-    expectRefused({"--threads", "0"}, "nimhost: --threads takes a number from 1 to 1000, not \"0\"");
-    expectRefused({"--threads", "4x"}, "nimhost: --threads takes a number from 1 to 1000, not \"4x\"");
-    expectRefused({"--seconds", "-1"}, "nimhost: --seconds takes a number from 1 to 1000000000, not \"-1\"");
-    expectRefused({"--records", ""}, "nimhost: --records takes a number from 1 to 1000000000000, not \"\"");
-    expectRefused({"--config", ""}, "nimhost: option --config needs a value");
-    expectRefused({"--status", ""}, "nimhost: option --status needs a value");
+    expectRefused({"--threads"}, "nimhost: option --threads requires a value");
+    expectRefused({"--threads", "0"}, "nimhost: --threads requires a number from 1 to 1000, not \"0\"");
+    expectRefused({"--threads", "4x"}, "nimhost: --threads requires a number from 1 to 1000, not \"4x\"");
+    expectRefused({"--seconds", "-1"},
+                  "nimhost: --seconds requires a number from 1 to 1000000000, not \"-1\"");
+    expectRefused({"--records", ""},
+                  "nimhost: --records requires a number from 1 to 1000000000000, not \"\"");
+    expectRefused({"--config", ""}, "nimhost: option --config requires a value");
+    expectRefused({"--status", ""}, "nimhost: option --status requires a value");
     expectRefused({"--seconds", "1", "--threads", "1", "--seconds", "2"},
                   "nimhost: option --seconds is given twice");
     expectRefused({"--config", "a", "--config", "a"}, "nimhost: option --config is given twice");
     expectRefused({"--records", "1", "d.xml"},
-                  "nimhost: --records limits sources: beside documents it needs --threads");
+                  "nimhost: --records limits the sources: with documents, it requires --threads");
     expectRefused({"-", "d.xml", "-"}, "nimhost: standard input, \"-\", is given twice");
 }
 
-TEST_F(NimhostTest, RefusesAConfigurationThatCannotBeRead)
+TEST_F(NimhostTest, ConfigurationThatCannotBeReadIsRejected)
 {
     const std::string missing = scratch.file("missing.properties");
     expectRefused({"--config", missing}, "nimhost: cannot read " + missing + ": No such file or directory");
@@ -48,7 +50,7 @@ TEST_F(NimhostTest, RefusesAConfigurationThatCannotBeRead)
                   "nimhost: cannot read " + scratch.path() + ": Is a directory");
 }
 
-TEST_F(NimhostTest, RefusesAMissingInclude)
+TEST_F(NimhostTest, MissingIncludeIsRejected)
 {
     const std::string file = configure("");
     std::filesystem::remove(scratch.file("test-log.properties"));
@@ -56,7 +58,7 @@ TEST_F(NimhostTest, RefusesAMissingInclude)
                                           + scratch.file("test-log.properties") + "\"");
 }
 
-TEST_F(NimhostTest, RefusesABadValue)
+TEST_F(NimhostTest, InvalidValueIsRejected)
 {
     const std::string file = configure(fileSettings(LOG + "severity.id = LOUD\n"));
     expectRefused(
@@ -67,16 +69,17 @@ TEST_F(NimhostTest, RefusesABadValue)
 
     configure(fileSettings(""), "/source/rate = many\n");
     expectRefused({"--config", file},
-                  "nimhost: " + file + ": source/rate of source-0 is to be a number from 0, not \"many\"");
+                  "nimhost: " + file
+                      + ": source/rate of source-0 must be a number of at least 0, not \"many\"");
     configure(fileSettings(""), "pool/threads = 0\n");
     expectRefused({"--config", file},
-                  "nimhost: " + file + ": threads of pool is to be a number from 1, not \"0\"");
+                  "nimhost: " + file + ": threads of pool must be a number of at least 1, not \"0\"");
     configure(fileSettings(""), "source-3/source/block = yes\n");
     expectRefused({"--config", file},
-                  "nimhost: " + file + ": source/block of source-3 is to be true or false, not \"yes\"");
+                  "nimhost: " + file + ": source/block of source-3 must be true or false, not \"yes\"");
 }
 
-TEST_F(NimhostTest, ShowsItsUsage)
+TEST_F(NimhostTest, PrintsItsUsage)
 {
     ChildProcess host(command({"--help"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
@@ -86,7 +89,7 @@ TEST_F(NimhostTest, ShowsItsUsage)
     EXPECT_EQ(host.errors(), "");
 }
 
-TEST_F(NimhostTest, WritesEveryRecordOfSeveralThreadsToARotatingSet)
+TEST_F(NimhostTest, EveryRecordOfSeveralThreadsIsInTheRotatedFiles)
 {
     const std::string file =
         configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "output.mask = MODULENAME SEVERITY\n"
@@ -113,22 +116,22 @@ TEST_F(NimhostTest, WritesEveryRecordOfSeveralThreadsToARotatingSet)
     EXPECT_EQ(records.size(), lines) << "a record stands twice";
     EXPECT_GE(files, 5U);
 
-    // Of every four records of a source one is refused; a source may end in the middle of four.
+    // One of four records of a source is disabled. A source may end within a group of four.
     EXPECT_GE(lines, 3000U);
     EXPECT_LE(lines, 3012U);
-    EXPECT_EQ(tableRow(host.output(), "records of sources written"), lines);
-    EXPECT_EQ(tableRow(host.output(), "records of sources refused"), 4000 - lines);
+    EXPECT_EQ(tableRow(host.output(), "source records written"), lines);
+    EXPECT_EQ(tableRow(host.output(), "source records disabled"), 4000 - lines);
     EXPECT_EQ(tableRow(host.output(), "tasks run"), 4000U);
-    EXPECT_EQ(tableRow(host.output(), "tasks refused by the limit"), 0U);
-    EXPECT_EQ(tableRow(host.output(), "tasks failed"), 0U);
-    EXPECT_EQ(tableRow(host.output(), "tasks under a foreign token"), 0U);
-    EXPECT_EQ(tableRow(host.output(), "sources broken down"), 0U);
-    EXPECT_GT(tableRow(host.output(), "longest wait, microseconds"), 0U);
-    EXPECT_EQ(tableRow(host.output(), "rotations"), files - 1);
+    EXPECT_EQ(tableRow(host.output(), "tasks rejected (pool full)"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "tasks that failed"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "tasks with the wrong token"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "sources that threw"), 0U);
+    EXPECT_GT(tableRow(host.output(), "longest wait (microseconds)"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "log rotations"), files - 1);
     EXPECT_THAT(host.output(), HasSubstr("    host.log.0 "));
 }
 
-TEST_F(NimhostTest, KeepsTheNumberOfFilesThatItIsToldTo)
+TEST_F(NimhostTest, NumberOfFilesIsLimitedAsConfigured)
 {
     const std::string file = configure(fileSettings(
         LOG + "severity.id = INFO\n" + LOG + "maxFileSize = 10000\n" + LOG + "maxNumberOfFiles = 2\n"));
@@ -141,7 +144,7 @@ TEST_F(NimhostTest, KeepsTheNumberOfFilesThatItIsToldTo)
     EXPECT_EQ(names, (std::set<std::string>{"host.log", "host.log.0", "host.log.1"}));
 }
 
-TEST_F(NimhostTest, ReadsItsConfigurationAgainOnHangup)
+TEST_F(NimhostTest, ReloadsItsConfigurationOnSighup)
 {
     const std::string file = configure(fileSettings(""), "/source/rate = 200\n");
     ChildProcess host(command({"--config", file, "--threads", "1", "--seconds", "60"}), scratch.path());
@@ -150,18 +153,18 @@ TEST_F(NimhostTest, ReadsItsConfigurationAgainOnHangup)
 
     configure(fileSettings(LOG + "severity.id = DEBUG\n"), "/source/rate = 200\n");
     host.signal(SIGHUP);
-    ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
+    ASSERT_TRUE(logHolds("nimhost has reloaded " + file));
     EXPECT_TRUE(
         logHolds("Changing logging settings: Severity\n\tSeverity\n\t\told: NOTICE\n\t\tnew: DEBUG\n"));
     EXPECT_TRUE(logHolds(" DEBUG RequestTask.cpp "));
 
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);
-    EXPECT_THAT(logText(), HasSubstr("nimhost was told to end by signal 15"));
+    EXPECT_THAT(logText(), HasSubstr("nimhost received signal 15"));
 }
 
-/** As a tool does that rotates logs: moves the file away, puts a new one there, and tells the host. */
-TEST_F(NimhostTest, OpensItsLogAnewOnHangupBehindARotationFromOutside)
+/** Like a log rotation tool: renames the file, creates a new one, and sends SIGHUP. */
+TEST_F(NimhostTest, ReopensItsLogOnSighupAfterAnExternalRotation)
 {
     const std::string file =
         configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "output.mask = MODULENAME SEVERITY\n"),
@@ -176,7 +179,7 @@ TEST_F(NimhostTest, OpensItsLogAnewOnHangupBehindARotationFromOutside)
             writeFile(log, "");
         }
         host.signal(SIGHUP);
-        ASSERT_TRUE(logHolds("nimhost has read " + file + " again"));
+        ASSERT_TRUE(logHolds("nimhost has reloaded " + file));
         ASSERT_TRUE(logHolds("answered"));
     }
     host.signal(SIGTERM);
@@ -184,11 +187,11 @@ TEST_F(NimhostTest, OpensItsLogAnewOnHangupBehindARotationFromOutside)
     EXPECT_EQ(host.errors(), "");
 
     expectEachAnswerOnce(host);
-    EXPECT_EQ(tableRow(host.output(), "rotations"), 0U);
+    EXPECT_EQ(tableRow(host.output(), "log rotations"), 0U);
     EXPECT_THAT(host.output(), HasSubstr("  in " + scratch.file("log") + "\n"));
 }
 
-TEST_F(NimhostTest, GoesOnWithItsOwnRotationBehindAHangup)
+TEST_F(NimhostTest, ContinuesItsOwnRotationAfterSighup)
 {
     const std::string file =
         configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "output.mask = MODULENAME SEVERITY\n"
@@ -205,12 +208,12 @@ TEST_F(NimhostTest, GoesOnWithItsOwnRotationBehindAHangup)
     EXPECT_EQ(host.errors(), "");
 
     expectEachAnswerOnce(host);
-    const std::size_t rotations = tableRow(host.output(), "rotations");
+    const std::size_t rotations = tableRow(host.output(), "log rotations");
     EXPECT_TRUE(std::filesystem::exists(scratch.file("log/host.log." + std::to_string(rotations - 1))));
     EXPECT_FALSE(std::filesystem::exists(scratch.file("log/host.log." + std::to_string(rotations))));
 }
 
-TEST_F(NimhostTest, KeepsItsLogWhenTheNewConfigurationIsBad)
+TEST_F(NimhostTest, KeepsItsLogIfTheNewConfigurationIsInvalid)
 {
     const std::string file = configure(fileSettings(""), "/source/rate = 200\n");
     ChildProcess host(command({"--config", file, "--threads", "1", "--seconds", "60"}), scratch.path());
@@ -224,10 +227,10 @@ TEST_F(NimhostTest, KeepsItsLogWhenTheNewConfigurationIsBad)
     EXPECT_EQ(host.wait(), 2);
     EXPECT_EQ(host.errors(),
               "nimhost: ERROR: test.properties:1: End-of-line encountered in unicode escape sequence.\n");
-    EXPECT_THAT(logText(), HasSubstr("nimhost was told to end by signal 2"));
+    EXPECT_THAT(logText(), HasSubstr("nimhost received signal 2"));
 }
 
-TEST_F(NimhostTest, LogsWhatTheLoaderWarnsOf)
+TEST_F(NimhostTest, LogsWarningsOfTheLoader)
 {
     const std::string file = configure(fileSettings("") + "twice = 1\ntwice = 2\n");
     ChildProcess host(command({"--config", file, "--records", "1"}), scratch.path());
@@ -235,51 +238,51 @@ TEST_F(NimhostTest, LogsWhatTheLoaderWarnsOf)
     EXPECT_THAT(logText(), HasSubstr(": WARNING: test-log.properties:4: Overriding property \"twice\"\n"));
 }
 
-TEST_F(NimhostTest, LogsToAStreamWhenItIsToldTo)
+TEST_F(NimhostTest, LogsToAStreamIfConfigured)
 {
     const std::string file = configure(LOG + "stream = STDOUT\n");
     ChildProcess host(command({"--config", file, "--records", "1"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
     EXPECT_THAT(host.output(), HasSubstr("nimhost starts with 4 sources\n"));
-    EXPECT_THAT(host.output(), HasSubstr("  the log is a stream, there are no files\n"));
+    EXPECT_THAT(host.output(), HasSubstr("  the log is written to a stream, not to files\n"));
 }
 
-TEST_F(NimhostTest, CountsAndLogsTheTasksThatFail)
+TEST_F(NimhostTest, CountsAndLogsFailedTasks)
 {
     const std::string file = configure(fileSettings(""), "/source/fail.every = 10\n");
     ChildProcess host(command({"--config", file, "--threads", "1", "--records", "100"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
     EXPECT_EQ(tableRow(host.output(), "tasks run"), 100U);
-    EXPECT_EQ(tableRow(host.output(), "tasks failed"), 10U);
+    EXPECT_EQ(tableRow(host.output(), "tasks that failed"), 10U);
     EXPECT_THAT(logText(), HasSubstr(" failed : 71 : Protocol error\n  [0]\tnimhost.RequestTask.answer():"));
 }
 
-TEST_F(NimhostTest, RefusesTasksBeyondTheLimit)
+TEST_F(NimhostTest, TasksBeyondTheLimitAreRejected)
 {
     const std::string file =
         configure(fileSettings(""), "/source/block = false\npool/pending = 1\npool/threads = 1\n");
     ChildProcess host(command({"--config", file, "--records", "20000"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
     const std::size_t run = tableRow(host.output(), "tasks run");
-    const std::size_t refused = tableRow(host.output(), "tasks refused by the limit");
+    const std::size_t refused = tableRow(host.output(), "tasks rejected (pool full)");
     EXPECT_EQ(run + refused, 20000U);
     EXPECT_GT(run, 0U);
     EXPECT_GT(refused, 0U);
 }
 
-TEST_F(NimhostTest, ReceivesTheExceptionOfASourceThatBreaksDown)
+TEST_F(NimhostTest, ExceptionOfASourceIsLogged)
 {
-    // The other source is slow, so that it does not take all the requests before this one has its share.
+    // The other source is slow, so that it does not use up all requests first.
     const std::string file =
         configure(fileSettings(""), "source-1/source/break.after = 30\nsource-0/source/rate = 1000\n");
     ChildProcess host(command({"--config", file, "--threads", "2", "--records", "1000"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
-    EXPECT_EQ(tableRow(host.output(), "sources broken down"), 1U);
+    EXPECT_EQ(tableRow(host.output(), "sources that threw"), 1U);
     EXPECT_THAT(logText(), HasSubstr("source-1 ended early : 32 : source-1 broke down after 30 requests\n"
                                      "  [0]\tnimhost.Source.run():"));
 }
 
-TEST_F(NimhostTest, ShutsDownInOrderWhenItIsToldTo)
+TEST_F(NimhostTest, SignalShutsTheHostDownInOrder)
 {
     for (const int signal : {SIGINT, SIGTERM}) {
         const std::string file = configure(fileSettings(""));
@@ -291,16 +294,16 @@ TEST_F(NimhostTest, ShutsDownInOrderWhenItIsToldTo)
         const std::string log = logText();
         const std::string last = log.substr(log.rfind('\n', log.size() - 2) + 1);
         EXPECT_THAT(last,
-                    HasSubstr("nimhost is down: sources stopped, queues complete, pool requests shut down "
+                    HasSubstr("nimhost is down: sources stopped, queues completed, pool requests shut down "
                               "after "
                               + std::to_string(tableRow(host.output(), "tasks run")) + " tasks\n"));
         std::filesystem::remove_all(scratch.file("log"));
     }
 }
 
-TEST_F(NimhostTest, EndsAtOnceOnASecondSignal)
+TEST_F(NimhostTest, SecondSignalEndsTheHostImmediately)
 {
-    // So many requests under way that the orderly end takes far longer than the second signal.
+    // With so many pending requests, an orderly shutdown takes far longer than the second signal.
     const std::string file =
         configure(fileSettings(LOG + "severity.id = INFO\n" + LOG + "maxFileSize = 1000000\n" + LOG
                                + "maxNumberOfFiles = 1\n"),
@@ -309,7 +312,7 @@ TEST_F(NimhostTest, EndsAtOnceOnASecondSignal)
     ASSERT_TRUE(logHolds("answered"));
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     host.signal(SIGTERM);
-    // The first one has been taken when the sources have stopped: from then on nothing waits for it.
+    // When the sources have stopped, the first signal has been handled.
     for (int round = 0; round < 100; ++round) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
         host.signal(SIGTERM);

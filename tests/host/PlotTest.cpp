@@ -23,7 +23,7 @@ TEST(NimhostPlot, GroupsDigits)
     EXPECT_EQ(grouped(1234567.0), "1,234,567");
 }
 
-TEST(NimhostPlot, DrawsEachPartAsHighAsItsValue)
+TEST(NimhostPlot, HeightOfEachPartIsItsValue)
 {
     Plot plot("Sizes", "bytes");
     plot.add(1, 1500);
@@ -52,7 +52,7 @@ TEST(NimhostPlot, DrawsEachPartAsHighAsItsValue)
 )");
 }
 
-TEST(NimhostPlot, OfAMomentHasItsOwnLabels)
+TEST(NimhostPlot, VeryShortRunHasDecimalLabels)
 {
     Plot plot("Sizes", "bytes");
     plot.add(0.25, 1);
@@ -64,7 +64,7 @@ TEST(NimhostPlot, OfAMomentHasItsOwnLabels)
         << os.str();
 }
 
-TEST(NimhostPlot, OfNothingHasItsAxes)
+TEST(NimhostPlot, EmptyPlotHasItsAxes)
 {
     std::ostringstream os;
     Plot("Sizes", "bytes").write(os);

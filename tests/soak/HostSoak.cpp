@@ -423,15 +423,15 @@ void soak(Run& run, std::size_t seconds)
     require(reports == 0, "reports:\n" + table);
     // The plug-in failed as requested.
     require(status == 1, "the host ended with " + std::to_string(status) + ":\n" + table);
-    require(row(table, "tasks under a foreign token") == 0, "a context did not travel:\n" + table);
+    require(row(table, "tasks with the wrong token") == 0, "a context did not travel:\n" + table);
     require(row(table, "requests dropped") == 0 && row(table, "documents dropped") == 0
-                && row(table, "documents refused") == 0 && row(table, "results lost") == 0,
+                && row(table, "documents rejected") == 0 && row(table, "results not written") == 0,
             "lost:\n" + table);
     require(row(table, "documents read") == run.documentCount, "documents are missing:\n" + table);
-    require(row(table, "plug-ins loaded again") == reloads, "reloads are missing:\n" + table);
-    require(row(table, "tasks failed") >= failures, "failures are missing:\n" + table);
-    require(row(table, "configurations refused") == 0, "a configuration was refused:\n" + table);
-    const std::size_t configurations = row(table, "configurations read again");
+    require(row(table, "plug-ins reloaded") == reloads, "reloads are missing:\n" + table);
+    require(row(table, "tasks that failed") >= failures, "failures are missing:\n" + table);
+    require(row(table, "configurations rejected") == 0, "a configuration was refused:\n" + table);
+    const std::size_t configurations = row(table, "configurations reloaded");
     require(configurations > seconds / 2, "the configuration was hardly read again:\n" + table);
     require(isFlat(memory), "the memory grows");
     std::printf("%zu s: %zu documents, %zu requests and %zu of sources served, %zu swaps, %zu reloads, "

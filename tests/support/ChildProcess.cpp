@@ -25,7 +25,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::s
         throw std::runtime_error("fork");
     }
     if (pid == 0) {
-        // A test that is killed, by its time limit for example, runs no destructor.
+        // Kills the child with this process: a test that is killed, by its time limit for example, runs no
+        // destructor.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != test) {
             kill(getpid(), SIGKILL);

@@ -8,14 +8,14 @@
 namespace support {
 
 /**
- * A program that a test runs, with its two outputs in files of the test's scratch folder. It is killed when
- * the thread that made this object ends, also by a signal.
+ * A program that a test runs. Its two outputs are stored in files in the test's temporary directory. It is
+ * killed when the thread that created this object ends, even if by a signal.
  */
 class ChildProcess
 {
 public:
     ChildProcess(const std::vector<std::string>& command, const std::string& scratch);
-    /** Kills what still runs. */
+    /** Kills the program if it still runs. */
     ~ChildProcess();
 
     ChildProcess(const ChildProcess&) = delete;
@@ -23,7 +23,7 @@ public:
 
     pid_t process() const;
     void signal(int number) const;
-    /** Waits for the end; the exit status, or 128 and the signal that ended it. */
+    /** Waits for the end. Returns the exit status, or 128 + the signal that ended the program. */
     int wait();
     std::string output() const;
     std::string errors() const;

@@ -7,7 +7,7 @@
 
 namespace support {
 
-/** The seconds of processor time that this thread spends on some work: of three times the shortest. */
+/** Returns the CPU time that this thread needs for some work, in seconds: the minimum of three runs. */
 template <class Work>
 double cpuTimeOf(const Work& work)
 {

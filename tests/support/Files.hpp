@@ -5,7 +5,7 @@
 
 namespace support {
 
-/** A folder of one test's own, removed with all that is in it. */
+/** A temporary directory, which is removed with its content. */
 class ScratchFolder
 {
 public:
@@ -28,7 +28,7 @@ private:
     std::string folder;
 };
 
-/** All bytes of a file; empty when there is none. */
+/** Returns the content of a file, or an empty string if it does not exist. */
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
 

@@ -9,14 +9,14 @@
 
 namespace support {
 
-/** A text too large to be held, made piece by piece while it is read. */
+/** A stream buffer for a text that is too large to be stored, and is generated while it is read. */
 class GeneratedText : public std::streambuf
 {
 public:
-    /** @param makeNext gives the next piece; an empty one ends the text */
+    /** @param makeNext returns the next piece; an empty one ends the text */
     explicit GeneratedText(std::function<std::string()> makeNext) : make(std::move(makeNext)) {}
 
-    /** One piece so many times, with something before and behind. */
+    /** A repeated piece, with a start and an end. */
     static std::function<std::string()> repeated(std::string first, std::string piece, std::size_t times,
                                                  std::string last)
     {

@@ -12,14 +12,14 @@
 
 namespace support {
 
-/** How the child process fared in which `body` ran: 0 without a failed expectation. */
+/** Runs `body` in a child process. Returns its wait status, which is 0 if all expectations are met. */
 template <class Body>
 int inChildProcess(Body body)
 {
     std::fflush(nullptr);
     const pid_t child = ::fork();
     if (child == 0) {
-        // Nothing that the body starts outlives a test that is killed.
+        // Kills the child with its parent, so that it does not outlive a test that is killed.
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         body();
         std::fflush(nullptr);

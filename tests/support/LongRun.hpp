@@ -5,7 +5,7 @@
 
 namespace support {
 
-/** Whether the sizes are wanted that take their time and memory. */
+/** Returns true if tests should use sizes that need much time and memory. */
 inline bool isLongRun()
 {
     return std::getenv("DALNIM_TEST_LONG") != nullptr;

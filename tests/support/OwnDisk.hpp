@@ -14,8 +14,8 @@
 namespace support {
 
 /**
- * Mounts a disk over a folder, for this process and its children alone, with whom it goes. False, with
- * errno, where this process may not.
+ * Mounts a disk over a directory, for this process and its children only. Returns false, with `errno` set, if
+ * this process lacks the permission.
  * @param size as in "size=64k"
  */
 inline bool mountOwnDisk(const std::string& folder, const std::string& size)
@@ -24,13 +24,13 @@ inline bool mountOwnDisk(const std::string& folder, const std::string& size)
            && ::mount("none", folder.c_str(), "tmpfs", 0, size.c_str()) == 0;
 }
 
-/** Why no disk can be mounted over this folder; 0 when one can. */
+/** Returns the error number with which mounting a disk over this directory fails, or 0. */
 inline int ownDiskError(const std::string& folder)
 {
     return WEXITSTATUS(inChildProcess([&folder] { ::_exit(mountOwnDisk(folder, "size=64k") ? 0 : errno); }));
 }
 
-/** Takes up what is left of the disk but for so many bytes, by a file of that name. */
+/** Fills the disk, except for some bytes, with a file of this name. */
 inline void fillDisk(const std::string& ballast, std::size_t left)
 {
     const std::filesystem::path folder = std::filesystem::path(ballast).parent_path();

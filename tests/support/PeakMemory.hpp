@@ -11,15 +11,15 @@
 
 namespace support {
 
-/** By how much the memory that the process has in use has grown at its highest, from here on. */
+/** Measures by how much the resident memory of the process grows at most from its construction on. */
 class PeakMemory
 {
 public:
     PeakMemory()
     {
-        // What is free but kept would be taken again, and be no growth.
+        // Releases free memory, which would otherwise be reused and not count as growth.
         malloc_trim(0);
-        // Lets the kernel begin anew with the highest size. Where it does not, growth is told too high.
+        // Resets the kernel's peak value. If that is not supported, the result is too high.
         std::ofstream("/proc/self/clear_refs") << 5;
         before = status("VmRSS:");
     }
@@ -47,7 +47,7 @@ private:
     std::size_t before;
 };
 
-/** Under a sanitizer or valgrind the process takes memory of which the library knows nothing. */
+/** Returns false with a sanitizer or valgrind, which allocate memory themselves. */
 inline bool measuresMemory()
 {
 #ifdef DALNIM_SANITIZED

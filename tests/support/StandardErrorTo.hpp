@@ -6,7 +6,7 @@
 
 namespace support {
 
-/** While it lives, std::cerr writes to another buffer, which stays the caller's; null refuses all. */
+/** Redirects std::cerr to another buffer, which the caller owns. Null makes all writes fail. */
 class StandardErrorTo
 {
 public:

@@ -3,7 +3,7 @@
 
 namespace support {
 
-/** Whether this program was compiled for the thread sanitizer, which changes what some tests may do. */
+/** Whether this program is instrumented by the thread sanitizer, with which some tests must do less. */
 #if defined(__SANITIZE_THREAD__)
 constexpr bool UNDER_THREAD_SANITIZER = true;
 #elif defined(__has_feature)

@@ -5,8 +5,7 @@
 
 namespace support {
 
-/** Whether `./test --long memcheck` runs the tests, beside whose own memory and descriptors they have theirs.
- */
+/** Whether the tests run under valgrind, which has memory and descriptors of its own in the process. */
 inline bool isUnderValgrind()
 {
     return std::getenv("DALNIM_TEST_VALGRIND") != nullptr;

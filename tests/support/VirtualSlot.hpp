@@ -5,14 +5,14 @@
 #include <cstring>
 
 /**
- * Which slot of its virtual table a member function stands in, -1 for one that is not virtual. The
- * destructor takes two. Programs that are built against the library rely on these numbers: they
- * must not change by the way.
+ * Returns the slot of a member function in its virtual table, or -1 if it is not virtual. The destructor
+ * occupies two slots. The numbers are part of the ABI: programs that were built against the library rely on
+ * them.
  */
 template <class Function>
 std::ptrdiff_t virtualSlot(Function function)
 {
-    // Itanium C++ ABI, 2.3: a pointer to a virtual function is 1 plus its offset in the table.
+    // Itanium C++ ABI, 2.3: a pointer to a virtual function is its offset in the table + 1.
     std::ptrdiff_t representation[2];
     static_assert(sizeof function == sizeof representation);
     std::memcpy(representation, &function, sizeof function);

@@ -12,7 +12,8 @@
 
 namespace {
 
-/** The child of a fork has not the threads, but their memory, for which it is not to be blamed at its end. */
+/** A forked child lacks the threads of its parent but has their memory, which must not be reported as a leak.
+ */
 void leaveLeaksToTheParent()
 {
 #ifdef DALNIM_TEST_VALGRIND_HEADER
@@ -29,7 +30,7 @@ int main(int argc, char** argv)
         pthread_atfork(nullptr, nullptr, leaveLeaksToTheParent);
     }
     const int status = RUN_ALL_TESTS();
-    // Of a library that is built to be perturbed: what the run can be had again with.
+    // For a library built with perturbation: prints how to repeat the run.
     const char* const seed = std::getenv("DALNIM_PERTURB_SEED");
     if (status != 0 && seed != nullptr) {
         std::cerr << "DALNIM_PERTURB_SEED=" << seed << std::endl;

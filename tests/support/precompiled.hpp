@@ -1,7 +1,7 @@
 #ifndef DALNIM_TESTS_SUPPORT_PRECOMPILED_HPP
 #define DALNIM_TESTS_SUPPORT_PRECOMPILED_HPP
 
-// What most tests include anyway; each of them still includes what it uses.
+// Headers that most tests include. Tests must still include what they use.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -10,7 +10,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** Any function as a task, whose result or exception is a future. */
+/** Runs a function as a task, and provides its result or exception as a future. */
 template <class Function>
 class Call : public mt::Task
 {
@@ -30,7 +30,7 @@ private:
     std::packaged_task<std::invoke_result_t<Function&>()> work;
 };
 
-/** Who is being served, as the token of the security context. */
+/** The user being served, stored as the token of the security context. */
 class User : public mem::RefCntObject
 {
 public:
@@ -54,7 +54,7 @@ int main()
                                    type::SecurityContext::KEY, 0, type::ContainerContext::current());
     type::SecurityContext::current()->token(new User("Ada"));
 
-    // A thread of the standard library may use everything, but the context stays behind.
+    // Threads of the standard library may use the whole library, but they do not inherit the context.
     std::thread([] { NIM_LOG(Severity_NOTICE) << "std::thread serves " << user(); }).join();
 
     Call serve([] { return user(); });
@@ -63,7 +63,7 @@ int main()
     thread.join();
     std::cerr << "mt::Thread serves " << serve.result().get() << '\n';
 
-    // The pool drops what a task throws, so the task keeps it.
+    // The pool discards exceptions of tasks, so the task stores its exception in the future.
     Call fail([]() -> int { throw std::domain_error("nothing is left"); });
     mt::ThreadPool pool("pool", 2, 0, 0, 0, 0, 16);
     pool.add(fail);
@@ -74,7 +74,7 @@ int main()
     }
     pool.shutdown();
 
-    // A log of its own, beside that of the process.
+    // A second log, in addition to the default log of the process.
     log::Write audit;
     audit.setPath("audit.log");
     audit.setOutputMask(log::Mask_MODULENAME);

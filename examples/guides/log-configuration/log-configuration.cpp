@@ -41,7 +41,7 @@ int main()
     NIM_LOG_TO(moduleNamed("mail"), Severity_WARNING) << "the filter does not name this module";
     NIM_LOG_TO(moduleNamed("mail"), Severity_ERROR) << "but errors pass";
 
-    // A small limit, to see the file rotate.
+    // A small limit, so that the file rotates.
     com_kor_dal_nim_log_control.setMaxFileSize(200);
     for (int customer = 1; customer <= 5; ++customer) {
         NIM_LOG_TO(moduleNamed("shop.till"), Severity_NOTICE) << "customer " << customer << " leaves";

@@ -8,7 +8,7 @@ using namespace com::kor::dal::nim;
 
 namespace disks {
 
-// The statements in this namespace stand under this module.
+// The module of the log statements in this namespace.
 log::Module& com_kor_dal_nim_log_module =
     log::Module::getInstance("shop.disks", log::GET_NIM_LOG_LOGGER_VAR());
 
@@ -32,7 +32,7 @@ void check(const String& name, int percent)
 
 int main()
 {
-    // Nothing is set up: the record goes to standard error, with every field in front.
+    // Without a configuration, records are written to standard error with all fields.
     NIM_LOG(Severity_NOTICE) << "the shop opens";
 
     log::Control& control = com_kor_dal_nim_log_control;
@@ -50,7 +50,7 @@ int main()
         NIM_LOG_TRAPPED(Severity_ERROR, failure, "no deliveries");
     }
 
-    // The next record opens the file, which begins with the settings.
+    // The next record opens the file and writes the stream header, which lists the settings.
     control.setPath("shop.log");
     NIM_LOG(Severity_NOTICE) << "the shop closes";
     std::cerr << "--- shop.log\n" << std::ifstream("shop.log").rdbuf();

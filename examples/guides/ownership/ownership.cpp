@@ -7,7 +7,8 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** A counted object: its destructor is for the last reference alone. */
+/** A reference-counted object. Its destructor is protected, because only the last reference may destroy it.
+ */
 class Page : public mem::RefCntObject
 {
 public:
@@ -19,25 +20,25 @@ public:
 protected:
     ~Page() override
     {
-        std::cout << title << " goes\n";
+        std::cout << title << " is destroyed\n";
     }
 };
 
 typedef mem::RcoRef<Page> PageRef;
 typedef mem::ConstRcoRef<Page> ConstPageRef;
 
-/** Counted for others, but not by them: its owner is the block that it stands in. */
+/** An object that references count but do not own: it is owned by the block that declares it. */
 class Cover : public mem::RefCntObject
 {
 public:
     Cover() : RefCntObject(false, false) {}
     ~Cover() override
     {
-        std::cout << "the cover goes\n";
+        std::cout << "the cover is destroyed\n";
     }
 };
 
-// Who only looks takes a reference by const reference, and moves no count.
+// A function that only reads takes the reference by const reference, which does not change the count.
 void read(const ConstPageRef& page)
 {
     std::cout << page->title << ": " << page->text << ", held by " << page->refCount() << '\n';
@@ -58,7 +59,7 @@ int main()
     std::cout << "the book keeps " << book["beginning"]->title << '\n';
     book["beginning"] = page;
 
-    // The count is in the object: a plain pointer may become a reference anywhere.
+    // The count is stored in the object, so a reference can be made from a plain pointer.
     Page* const plain = page.get();
     {
         const PageRef another = plain;

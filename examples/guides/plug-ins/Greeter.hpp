@@ -5,7 +5,7 @@
 #include <dalnim/mem/RcoRef.hpp>
 #include <dalnim/mem/RefCntObject.hpp>
 
-/** What a plug-in makes. */
+/** The interface of the objects that plug-ins create. */
 class Greeter : public com::kor::dal::nim::mem::RefCntObject
 {
 public:

@@ -8,7 +8,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-// The logger owns the module, so it may stay when the plug-in goes.
+// The logger owns the module, so it remains when the plug-in is unloaded.
 log::Module& com_kor_dal_nim_log_module =
     log::Module::getInstance("greeters.polite", log::GET_NIM_LOG_LOGGER_VAR());
 
@@ -16,11 +16,11 @@ struct Presence
 {
     Presence()
     {
-        std::cerr << "  (the library comes)\n";
+        std::cerr << "  (library loaded)\n";
     }
     ~Presence()
     {
-        std::cerr << "  (the library goes)\n";
+        std::cerr << "  (library unloaded)\n";
     }
 } presence;
 

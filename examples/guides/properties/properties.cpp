@@ -28,12 +28,12 @@ private:
     const std::unique_ptr<const io::Properties> settings;
 };
 
-/** Adds what is in a file, and in those that it includes, and passes its warnings on. */
+/** Adds the properties of a file and of the files that it includes. Prints the warnings. */
 void load(io::Properties& configuration, const char* path)
 {
     std::ifstream file(path);
     if (!file) {
-        throw std::runtime_error("there is no " + String(path));
+        throw std::runtime_error("cannot read " + String(path));
     }
     std::ostringstream warnings;
     std::ostringstream notes;

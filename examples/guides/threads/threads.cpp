@@ -8,7 +8,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** Who is being served: it travels with the context. */
+/** The user being served, who is passed on with the context. */
 class User : public mem::RefCntObject
 {
 public:
@@ -17,7 +17,7 @@ public:
     const String name;
 };
 
-/** A thread of its own, until somebody sets its interrupt bit. */
+/** A thread that runs until its interrupt bit is set. */
 class Watch : public mt::Thread
 {
 public:
@@ -34,7 +34,7 @@ public:
     }
 };
 
-/** Work for a pool. What it threw would be dropped: it keeps what came of it. */
+/** A task for a pool. It stores its result; an exception would be discarded. */
 class Order : public mt::Task
 {
 public:
@@ -61,7 +61,7 @@ int main()
     const std::exception* const failure = watch.join();
     std::cout << watch.name() << " ended: " << failure->what() << '\n';
 
-    // From here to the end of the block, this thread and what it starts serve that user.
+    // Until the end of the block, this thread and the tasks that it submits serve this user.
     std::list<Order> orders;
     mt::ThreadPool pool("counter", 2, 0, 0, 0, 0, 100);
     {

@@ -7,7 +7,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** Shows what it is told. */
+/** Prints all events. */
 class Echo : public xml::Consumer
 {
 public:
@@ -32,7 +32,7 @@ public:
     }
 };
 
-/** Adds prices up, as far as somebody can pay. */
+/** Adds up prices, and stops the parse if the sum exceeds 100. */
 class Bill : public xml::Consumer
 {
 public:
@@ -87,7 +87,7 @@ int main()
     xml::Parser parser(consumer);
     std::ifstream file("order.xml");
     if (!file) {
-        std::cerr << "there is no order.xml\n";
+        std::cerr << "cannot read order.xml\n";
         return 1;
     }
     parser.parse(file);

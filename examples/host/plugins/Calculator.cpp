@@ -1,6 +1,7 @@
-// Computes with two or more numbers of the type that the request names: operations "add", "subtract",
-// "multiply" and "divide", from left to right. A number or a result that the type cannot hold is an
-// error. The setting "types" lists the types that are offered, by commas; all without it.
+// Computes with two or more numbers of the type that the request names. The operations "add", "subtract",
+// "multiply" and "divide" are applied from left to right. Numbers and results that are out of the range of
+// the type are errors. The setting "types" is a comma-separated list of the types that are available, by
+// default all.
 
 #include "PluginModule.hpp"
 #include "Service.hpp"
@@ -23,16 +24,16 @@ namespace {
 PluginModule pluginModule("nimhost.plugin.calculator");
 nim::log::Module& com_kor_dal_nim_log_module = pluginModule;
 
-[[noreturn]] void refuseResult()
+[[noreturn]] void throwOutOfRange()
 {
-    throw std::out_of_range("the result exceeds the capacity of the type");
+    throw std::out_of_range("the result is out of the range of the type");
 }
 
 template <class Number>
 Number parse(const String& text)
 {
     Number number = 0;
-    // What an earlier failure has left there would make the highest values errors.
+    // An `errno` left over from an earlier failure would turn the highest values into errors.
     errno = 0;
     nim::type::NumberOps::parse(number, text);
     return number;
@@ -47,7 +48,7 @@ Number divide(Number left, Number right)
         }
         if constexpr (std::is_signed_v<Number>) {
             if (left == std::numeric_limits<Number>::min() && right == -1) {
-                refuseResult();
+                throwOutOfRange();
             }
         }
     }
@@ -68,7 +69,7 @@ Number compute(const String& operation, Number left, Number right)
                              : operation == "subtract" ? __builtin_sub_overflow(left, right, &result)
                                                        : __builtin_mul_overflow(left, right, &result);
         if (exceeds) {
-            refuseResult();
+            throwOutOfRange();
         }
     }
     return result;
@@ -84,7 +85,7 @@ String computeAll(const ServiceCall& call)
         }
     }
     if (numbers.size() < 2) {
-        throw std::invalid_argument("the calculator needs two numbers");
+        throw std::invalid_argument("the calculator requires at least two numbers");
     }
     Number result = numbers[0];
     for (std::size_t i = 1; i < numbers.size(); ++i) {
@@ -92,7 +93,7 @@ String computeAll(const ServiceCall& call)
     }
     std::ostringstream text;
     text.precision(std::numeric_limits<Number>::max_digits10);
-    // The narrow types are numbers here, and no characters.
+    // "+" promotes the character types, which would be printed as characters.
     text << +result;
     return text.str();
 }
@@ -134,13 +135,13 @@ public:
         const nim::sys::StackTrack track("perform()", "CalculatorService", "nimhost.calculator", __LINE__);
         if (call.operation != "add" && call.operation != "subtract" && call.operation != "multiply"
             && call.operation != "divide") {
-            throw std::invalid_argument("the calculator knows no operation \"" + call.operation + "\"");
+            throw std::invalid_argument("unknown operation \"" + call.operation + "\" of the calculator");
         }
         const String* const named = ServiceCall::find(call.options, "type");
         const String type = named == nullptr ? "double" : *named;
         const auto found = offered.find(type);
         if (found == offered.end()) {
-            throw std::invalid_argument("the calculator offers no type \"" + type + "\"");
+            throw std::invalid_argument("type \"" + type + "\" is not available in the calculator");
         }
         const String result = found->second(call);
         NIM_LOG(Severity_DEBUG) << call.operation << " in " << type << " gave " << result;
@@ -152,7 +153,7 @@ private:
     {
         const auto found = COMPUTATIONS.find(type);
         if (found == COMPUTATIONS.end()) {
-            throw std::invalid_argument("the calculator knows no type \"" + type + "\"");
+            throw std::invalid_argument("unknown type \"" + type + "\" of the calculator");
         }
         return found->second;
     }

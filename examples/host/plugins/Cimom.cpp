@@ -1,6 +1,6 @@
-// The adapter to an object manager that brings a logger of its own: with it, the stream name "CIMOM" of
-// the log's configuration means that logger's file. The setting "file" is its path,
-// which begins at "directory" unless it is absolute.
+// An adapter with a logger of its own: if it is loaded, the stream name "CIMOM" in the log configuration
+// means the file of that logger. The setting "file" is its path, relative to the setting "directory" unless
+// it is absolute.
 
 #include "PluginModule.hpp"
 #include "Service.hpp"
@@ -16,7 +16,7 @@ using nim::String;
 
 namespace {
 
-/** The name under which a logger looks for the one whose file "CIMOM" means. */
+/** Name of the module by which a logger finds the one whose file "CIMOM" means. */
 const char MODULE_NAME[] = "com_kor_dal_nim_log_module_CIMOM";
 
 class CimomAdapter : public nim::mem::RefCntObject
@@ -26,14 +26,14 @@ public:
     {
         const String& file = settings.getProperty("file");
         if (file.empty()) {
-            throw std::invalid_argument("the adapter needs a file");
+            throw std::invalid_argument("the adapter requires the setting file");
         }
         const String key = String(nim::log::NAMESPACE_NAME) + '.' + nim::log::Control::CLASS_NAME + '.';
         nim::io::Properties logSettings;
         logSettings.setProperty(key + nim::log::Control::TAG_OUTPUT_FILE,
                                 file.front() == '/' ? file : settings.getProperty("directory") + "/" + file);
         logSettings.setProperty(key + nim::log::Control::TAG_SEVERITY_ID, "INFO");
-        // Opens the file, so that no statement of the host fails because it cannot be opened.
+        // Opens the file now, so that no log statement of the host fails because it cannot be opened.
         logger.reconfigure(logSettings);
         PluginModule::logger().registerModule(module);
     }
@@ -41,7 +41,7 @@ public:
 protected:
     ~CimomAdapter() override
     {
-        // The file itself is counted: a logger that shares it keeps it.
+        // The file is reference-counted: a logger that shares it keeps it open.
         PluginModule::logger().unregisterModule(module);
         logger.unregisterModule(module);
     }

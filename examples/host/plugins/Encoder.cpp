@@ -1,5 +1,6 @@
-// Encodes a text or a file: operations "base64", "base64-decode" and "hexdump". The setting "width" is
-// that of a row of the dump in bytes, and of a line of Base64 in characters; 0 for that of the scheme.
+// Encodes a text or a file. Operations: "base64", "base64-decode" and "hexdump". The setting "width" is the
+// number of characters in a line of Base64, and of bytes in a line of a dump; 0 means the default of the
+// encoding.
 
 #include "PluginModule.hpp"
 #include "Service.hpp"
@@ -59,7 +60,7 @@ private:
         } else if (operation == "hexdump") {
             nim::io::HexDump().encode(to, from, width);
         } else {
-            throw std::invalid_argument("the encoder knows no operation \"" + operation + "\"");
+            throw std::invalid_argument("unknown operation \"" + operation + "\" of the encoder");
         }
     }
 

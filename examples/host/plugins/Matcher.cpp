@@ -1,5 +1,6 @@
-// Matches the lines of a text against a POSIX extended regular expression: operation "lines" gives the
-// lines that match, "count" their number. With the setting "numbers" at true, lines come with theirs.
+// Matches the lines of a text against a POSIX extended regular expression. Operation "lines" returns the
+// matching lines, "count" their number. If the setting "numbers" is true, lines are preceded by their
+// numbers.
 
 #include "PluginModule.hpp"
 #include "Service.hpp"
@@ -31,7 +32,7 @@ public:
     {
         const nim::sys::StackTrack track("perform()", "MatcherService", "nimhost.matcher", __LINE__);
         if (call.operation != "lines" && call.operation != "count") {
-            throw std::invalid_argument("the matcher knows no operation \"" + call.operation + "\"");
+            throw std::invalid_argument("unknown operation \"" + call.operation + "\" of the matcher");
         }
         const nim::type::RegExp expression(call.argument("expression"));
         std::istringstream text(call.argument("text"));

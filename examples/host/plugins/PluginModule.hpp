@@ -8,8 +8,8 @@
 namespace nimhost {
 
 /**
- * The log module of a plug-in, as a static object of its library: registered when that is loaded, and
- * out of the registry before it is unloaded.
+ * The log module of a plug-in, a static object in its library: it is registered when the library is loaded,
+ * and unregistered before it is unloaded.
  */
 class PluginModule
 {
@@ -28,7 +28,7 @@ public:
         return logModule;
     }
 
-    /** The logger of the process. */
+    /** Returns the default logger. */
     static com::kor::dal::nim::log::Write& logger()
     {
         using namespace com::kor::dal::nim::log;

@@ -11,27 +11,30 @@
 
 /**
  * @file
- * What nimhost and its plug-ins have in common. A plug-in is a library that exports PLUGIN_ENTRY, with
- * the type PluginEntry: it makes the plug-in's object from the settings of its instance. The library
- * stays loaded until that object is gone.
+ * The interface between nimhost and its plug-ins. A plug-in is a library that exports a function PLUGIN_ENTRY
+ * of type PluginEntry, which creates the plug-in's object from the settings of its instance. The library
+ * remains loaded until that object has been destroyed.
  */
 
 namespace nimhost {
 
-/** A request as it stands in a document, for the plug-in to make sense of. */
+/** A request as it is in the document; the plug-in interprets it. */
 struct ServiceCall
 {
     typedef std::pair<com::kor::dal::nim::String, com::kor::dal::nim::String> NamedText;
 
     com::kor::dal::nim::String operation;
-    /** The attributes of the request. */
+    /** Attributes of the request. */
     std::vector<NamedText> options;
-    /** The elements in it, by name and text, in their order. */
+    /** Elements in the request, by name and text, in document order. */
     std::vector<NamedText> arguments;
 
-    /** The text of the first of that name, null for none. */
+    /** Returns the first text with a name, or null if there is none. */
     static const com::kor::dal::nim::String* find(const std::vector<NamedText>& texts, const char* name);
-    /** The same; throws `std::invalid_argument` for none. */
+    /**
+     * Returns the first argument with a name.
+     * @throws std::invalid_argument if there is none
+     */
     const com::kor::dal::nim::String& argument(const char* name) const;
 };
 
@@ -55,11 +58,14 @@ inline const com::kor::dal::nim::String& ServiceCall::argument(const char* name)
     return *text;
 }
 
-/** A plug-in that answers requests. Any number of threads may ask it at once. */
+/** A plug-in that answers requests. Thread-safe: any number of threads may call it at the same time. */
 class Service : public virtual com::kor::dal::nim::mem::RefCntObject
 {
 public:
-    /** The answer; a request that cannot be answered is an exception, whose text is the reason. */
+    /**
+     * Returns the answer. Throws an exception with the reason as its message if the request cannot be
+     * answered.
+     */
     virtual com::kor::dal::nim::String perform(const ServiceCall& call) const = 0;
 };
 
@@ -70,8 +76,8 @@ constexpr const char PLUGIN_ENTRY[] = "nimhost_plugin";
 
 }
 
-/** Declares the entry of a plug-in, for its body to follow; the argument is the name of a parameter. */
-// NOLINTBEGIN(bugprone-macro-parentheses): which cannot stand in parentheses
+/** Declares the entry function of a plug-in; its body follows. `settings` is the name of the parameter. */
+// NOLINTBEGIN(bugprone-macro-parentheses): a parameter name cannot be parenthesised
 #define NIMHOST_PLUGIN(settings)                                                                             \
     extern "C" __attribute__((visibility("default"))) ::com::kor::dal::nim::mem::RefCntObject*               \
     nimhost_plugin(const ::com::kor::dal::nim::io::Properties& settings)

@@ -1,4 +1,4 @@
-// A plug-in that does what a plug-in must not: see the operations. The setting "throw" lets its entry throw.
+// A plug-in that misbehaves: see the operations. The setting "throw" makes its entry throw.
 
 #include <host/plugins/Service.hpp>
 
@@ -16,7 +16,7 @@ namespace nim = com::kor::dal::nim;
 using nim::String;
 using nimhost::ServiceCall;
 
-/** Its destructor and its message are code of this library. */
+/** An exception whose destructor and message are code of this library. */
 class OwnError : public std::exception
 {
 public:
@@ -32,7 +32,7 @@ private:
     const String text;
 };
 
-/** Not even that. */
+/** An exception that is not derived from std::exception. */
 struct Oddity
 {
     int number = 7;
@@ -68,7 +68,7 @@ public:
     {
         throwAsAsked(call.operation);
         if (call.operation == "wait") {
-            // Says that it runs, and waits for a file; for ever if that never comes.
+            // Creates one file to show that it runs, and waits for another, possibly forever.
             touch(call.argument("running"));
             while (!exists(call.argument("end"))) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
