@@ -47,7 +47,7 @@ protected:
             all.insert(record);
         }
         EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size())
-            << "a record stands twice";
+            << "a record exists twice";
         EXPECT_EQ(tableRow(host.output(), "source records written"), all.size());
     }
 
@@ -143,7 +143,7 @@ TEST_F(NimhostFaultTest, ContinuesTheLogOfAKilledHost)
                         testing::MatchesRegex("nimhost\\.source-[01] (INFO|NOTICE) : request [0-9]+ of "
                                               "source-[01] answered"));
         }
-        ASSERT_GE(records.size(), before) << "what an earlier one wrote is gone";
+        ASSERT_GE(records.size(), before) << "records of an earlier host are missing";
         before = records.size();
     }
 }

@@ -143,7 +143,7 @@ protected:
     }
 
     /** Runs the host to its end, and expects one line on standard error and status 2. */
-    void expectRefused(const std::vector<std::string>& arguments, const std::string& line) const
+    void expectRejected(const std::vector<std::string>& arguments, const std::string& line) const
     {
         support::ChildProcess host(command(arguments), scratch.path());
         EXPECT_EQ(host.wait(), 2);

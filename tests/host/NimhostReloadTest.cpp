@@ -111,18 +111,18 @@ TEST_F(NimhostReloadTest, InvalidValueKeepsTheWholeConfiguration)
 TEST_F(NimhostReloadTest, LogDirectoryThatCannotBeCreatedIsReported)
 {
     const std::string file = configure(LOG + "directory = none/log\n" + LOG + "file = host.log\n");
-    expectRefused(
+    expectRejected(
         {"--config", file, "--records", "1"},
         "nimhost: " + badLog(file)
             + unopenable("host.log", scratch.file("none/log/host.log"), "No such file or directory"));
     writeFile(scratch.file("file"), "");
     configure(LOG + "directory = file/log\n" + LOG + "file = host.log\n");
-    expectRefused({"--config", file, "--records", "1"},
-                  "nimhost: " + badLog(file)
-                      + unopenable("host.log", scratch.file("file/log/host.log"), "Not a directory"));
+    expectRejected({"--config", file, "--records", "1"},
+                   "nimhost: " + badLog(file)
+                       + unopenable("host.log", scratch.file("file/log/host.log"), "Not a directory"));
     configure(LOG + "directory = plugins\n" + LOG + "file = ./\n");
-    expectRefused({"--config", file, "--records", "1"},
-                  "nimhost: " + badLog(file) + unopenable("./", "./", "Is a directory"));
+    expectRejected({"--config", file, "--records", "1"},
+                   "nimhost: " + badLog(file) + unopenable("./", "./", "Is a directory"));
 }
 
 TEST_F(NimhostReloadTest, LogThatCannotBeOpenedKeepsTheCurrentOne)
@@ -212,7 +212,7 @@ TEST_F(NimhostReloadTest, RemovedSettingsRevertToTheirDefaults)
         configure(fileSettings(LOG + "severity.id = DEBUG\n" + LOG + "escape.enable = true\n" + LOG
                                + "maxFileSize = 1 GiB\n"),
                   common);
-    expectRefused(
+    expectRejected(
         {"--config", file, "--records", "1"},
         "nimhost: " + badLog(file) + LOG
             + "maxFileSize = \"1 GiB\" must be a decimal number of bytes, or one directly followed by "

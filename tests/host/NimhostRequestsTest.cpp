@@ -312,17 +312,17 @@ TEST_F(NimhostRequestsTest, NulByteAnywhereInADocumentIsRejected)
     const std::string blank = document("blank.xml", whole + " \n<!-- the end -->\n<?and so on?>\n");
     ChildProcess host = run(configure(), {last, hidden, comment, inside, more, blank});
     EXPECT_EQ(host.wait(), 1);
-    const auto refused = [](const std::string& path, const std::string& error) {
+    const auto rejected = [](const std::string& path, const std::string& error) {
         return "  <document name=\"" + path + "\" status=\"rejected\">" + error + "</document>\n";
     };
-    const std::string zeroByte = "NUL byte in the document; the parser ignores the rest -- near offset ";
+    const std::string nulByte = "NUL byte in the document; the parser ignores the rest -- near offset ";
     EXPECT_EQ(host.output(),
-              results(refused(last, zeroByte + "90") + refused(hidden, zeroByte + "91")
-                      + refused(comment, "Comment not terminated -- near offset 90: &lt;!-- ...")
-                      + refused(inside, "Premature end of data stream (not at top-level) -- near offset 0: "
-                                        "&lt;requests")
-                      + refused(more, "Multiple top-level Elements encountered -- near offset 90: "
-                                      "&lt;requests&gt;&lt;reque...")
+              results(rejected(last, nulByte + "90") + rejected(hidden, nulByte + "91")
+                      + rejected(comment, "Comment not terminated -- near offset 90: &lt;!-- ...")
+                      + rejected(inside, "Premature end of data stream (not at top-level) -- near offset 0: "
+                                         "&lt;requests")
+                      + rejected(more, "Multiple top-level Elements encountered -- near offset 90: "
+                                       "&lt;requests&gt;&lt;reque...")
                       + result("blank.xml", 1, "plugin=\"encoder\" status=\"ok\">eA==</result>")));
     EXPECT_EQ(tableRow(host.errors(), "documents rejected"), 5U);
 }

@@ -53,16 +53,16 @@ TEST_F(NimhostStartTest, SourceThatCannotStartItsThreadStopsTheOthers)
 TEST_F(NimhostStartTest, AdapterThatThrowsNoStdExceptionIsReportedWithOneLine)
 {
     const std::string file = configureOdd("host/adapters = odd\nodd/throw = int\n");
-    expectRefused({"--config", file}, "nimhost: adapter odd: an exception of type int");
+    expectRejected({"--config", file}, "nimhost: adapter odd: an exception of type int");
 }
 
 TEST_F(NimhostStartTest, AdapterThatThrowsItsOwnTypeIsReportedWithOneLine)
 {
     const std::string file = configureOdd("host/adapters = odd\nodd/throw = own\n");
-    expectRefused({"--config", file}, "nimhost: adapter odd: an error of the plug-in's own");
+    expectRejected({"--config", file}, "nimhost: adapter odd: an error of the plug-in's own");
     configureOdd("host/adapters = odd\nodd/throw = oddity\n");
-    expectRefused({"--config", file},
-                  "nimhost: adapter odd: an exception of type (anonymous namespace)::Oddity");
+    expectRejected({"--config", file},
+                   "nimhost: adapter odd: an exception of type (anonymous namespace)::Oddity");
 }
 
 TEST_F(NimhostStartTest, PluginThatThrowsNoStdExceptionFailsItsRequest)
@@ -123,8 +123,8 @@ TEST_F(NimhostStartTest, StatusPageThatIsAFileOfTheLogIsRejected)
     std::filesystem::create_directory(scratch.file("log"));
     std::filesystem::create_symlink(log, scratch.file("link"));
     const auto expect = [&](const std::string& page) {
-        expectRefused({"--config", file, "--records", "1", "--status", page},
-                      "nimhost: --status " + page + " must not be a file of the log, " + log);
+        expectRejected({"--config", file, "--records", "1", "--status", page},
+                       "nimhost: --status " + page + " must not be a file of the log, " + log);
     };
     expect(log);
     expect(scratch.file("log/../log/host.log"));
@@ -132,7 +132,7 @@ TEST_F(NimhostStartTest, StatusPageThatIsAFileOfTheLogIsRejected)
     expect(scratch.file("link"));
     // The page is first written to "page.new".
     configure(LOG + "directory = log\n" + LOG + "file = page.new\n");
-    expectRefused({"--config", file, "--records", "1", "--status", scratch.file("log/page")},
-                  "nimhost: --status " + scratch.file("log/page") + " must not be a file of the log, "
-                      + scratch.file("log/page.new"));
+    expectRejected({"--config", file, "--records", "1", "--status", scratch.file("log/page")},
+                   "nimhost: --status " + scratch.file("log/page") + " must not be a file of the log, "
+                       + scratch.file("log/page.new"));
 }

@@ -144,18 +144,19 @@ TEST_F(NimhostStatusTest, ReloadsAutomaticallyDuringTheRun)
 TEST_F(NimhostStatusTest, PathThatCannotBeWrittenIsRejected)
 {
     const std::string file = configure(fileSettings(""));
-    expectRefused({"--config", file, "--status", scratch.file("none/page.html")},
-                  "nimhost: cannot write " + scratch.file("none/page.html") + ": No such file or directory");
+    expectRejected({"--config", file, "--status", scratch.file("none/page.html")},
+                   "nimhost: cannot write " + scratch.file("none/page.html") + ": No such file or directory");
     std::filesystem::create_directory(page);
-    expectRefused({"--config", file, "--status", page}, "nimhost: cannot write " + page + ": Is a directory");
+    expectRejected({"--config", file, "--status", page},
+                   "nimhost: cannot write " + page + ": Is a directory");
     EXPECT_FALSE(std::filesystem::exists(page + ".new"));
     const std::string pipe = scratch.file("pipe");
     ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
-    expectRefused({"--config", file, "--status", pipe},
-                  "nimhost: cannot write " + pipe + ": Invalid argument");
+    expectRejected({"--config", file, "--status", pipe},
+                   "nimhost: cannot write " + pipe + ": Invalid argument");
     EXPECT_TRUE(std::filesystem::is_fifo(pipe));
-    expectRefused({"--status"}, "nimhost: option --status requires a value");
-    expectRefused({"--status", ""}, "nimhost: option --status requires a value");
+    expectRejected({"--status"}, "nimhost: option --status requires a value");
+    expectRejected({"--status", ""}, "nimhost: option --status requires a value");
 }
 
 TEST_F(NimhostStatusTest, SymbolicLinkIsFollowed)

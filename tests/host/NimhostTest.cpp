@@ -24,59 +24,59 @@ class NimhostTest : public NimhostFixture
 
 TEST_F(NimhostTest, InvalidOptionsAreRejectedWithOneLine)
 {
-    expectRefused({"--bogus"}, "nimhost: unknown option --bogus");
-    expectRefused({"--threads"}, "nimhost: option --threads requires a value");
-    expectRefused({"--threads", "0"}, "nimhost: --threads requires a number from 1 to 1000, not \"0\"");
-    expectRefused({"--threads", "4x"}, "nimhost: --threads requires a number from 1 to 1000, not \"4x\"");
-    expectRefused({"--seconds", "-1"},
-                  "nimhost: --seconds requires a number from 1 to 1000000000, not \"-1\"");
-    expectRefused({"--records", ""},
-                  "nimhost: --records requires a number from 1 to 1000000000000, not \"\"");
-    expectRefused({"--config", ""}, "nimhost: option --config requires a value");
-    expectRefused({"--status", ""}, "nimhost: option --status requires a value");
-    expectRefused({"--seconds", "1", "--threads", "1", "--seconds", "2"},
-                  "nimhost: option --seconds is given twice");
-    expectRefused({"--config", "a", "--config", "a"}, "nimhost: option --config is given twice");
-    expectRefused({"--records", "1", "d.xml"},
-                  "nimhost: --records limits the sources: with documents, it requires --threads");
-    expectRefused({"-", "d.xml", "-"}, "nimhost: standard input, \"-\", is given twice");
+    expectRejected({"--bogus"}, "nimhost: unknown option --bogus");
+    expectRejected({"--threads"}, "nimhost: option --threads requires a value");
+    expectRejected({"--threads", "0"}, "nimhost: --threads requires a number from 1 to 1000, not \"0\"");
+    expectRejected({"--threads", "4x"}, "nimhost: --threads requires a number from 1 to 1000, not \"4x\"");
+    expectRejected({"--seconds", "-1"},
+                   "nimhost: --seconds requires a number from 1 to 1000000000, not \"-1\"");
+    expectRejected({"--records", ""},
+                   "nimhost: --records requires a number from 1 to 1000000000000, not \"\"");
+    expectRejected({"--config", ""}, "nimhost: option --config requires a value");
+    expectRejected({"--status", ""}, "nimhost: option --status requires a value");
+    expectRejected({"--seconds", "1", "--threads", "1", "--seconds", "2"},
+                   "nimhost: option --seconds is given twice");
+    expectRejected({"--config", "a", "--config", "a"}, "nimhost: option --config is given twice");
+    expectRejected({"--records", "1", "d.xml"},
+                   "nimhost: --records limits the sources: with documents, it requires --threads");
+    expectRejected({"-", "d.xml", "-"}, "nimhost: standard input, \"-\", is given twice");
 }
 
 TEST_F(NimhostTest, ConfigurationThatCannotBeReadIsRejected)
 {
     const std::string missing = scratch.file("missing.properties");
-    expectRefused({"--config", missing}, "nimhost: cannot read " + missing + ": No such file or directory");
-    expectRefused({"--config", scratch.path()},
-                  "nimhost: cannot read " + scratch.path() + ": Is a directory");
+    expectRejected({"--config", missing}, "nimhost: cannot read " + missing + ": No such file or directory");
+    expectRejected({"--config", scratch.path()},
+                   "nimhost: cannot read " + scratch.path() + ": Is a directory");
 }
 
 TEST_F(NimhostTest, MissingIncludeIsRejected)
 {
     const std::string file = configure("");
     std::filesystem::remove(scratch.file("test-log.properties"));
-    expectRefused({"--config", file}, "nimhost: ERROR: test.properties:1: failed to open include file: \""
-                                          + scratch.file("test-log.properties") + "\"");
+    expectRejected({"--config", file}, "nimhost: ERROR: test.properties:1: failed to open include file: \""
+                                           + scratch.file("test-log.properties") + "\"");
 }
 
 TEST_F(NimhostTest, InvalidValueIsRejected)
 {
     const std::string file = configure(fileSettings(LOG + "severity.id = LOUD\n"));
-    expectRefused(
+    expectRejected(
         {"--config", file},
         "nimhost: " + file + ": Bad log configuration: " + LOG
             + "severity.id = \"LOUD\" must be one of NONE, TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR "
               "and FATAL");
 
     configure(fileSettings(""), "/source/rate = many\n");
-    expectRefused({"--config", file},
-                  "nimhost: " + file
-                      + ": source/rate of source-0 must be a number of at least 0, not \"many\"");
+    expectRejected({"--config", file},
+                   "nimhost: " + file
+                       + ": source/rate of source-0 must be a number of at least 0, not \"many\"");
     configure(fileSettings(""), "pool/threads = 0\n");
-    expectRefused({"--config", file},
-                  "nimhost: " + file + ": threads of pool must be a number of at least 1, not \"0\"");
+    expectRejected({"--config", file},
+                   "nimhost: " + file + ": threads of pool must be a number of at least 1, not \"0\"");
     configure(fileSettings(""), "source-3/source/block = yes\n");
-    expectRefused({"--config", file},
-                  "nimhost: " + file + ": source/block of source-3 must be true or false, not \"yes\"");
+    expectRejected({"--config", file},
+                   "nimhost: " + file + ": source/block of source-3 must be true or false, not \"yes\"");
 }
 
 TEST_F(NimhostTest, PrintsItsUsage)
@@ -264,10 +264,10 @@ TEST_F(NimhostTest, TasksBeyondTheLimitAreRejected)
     ChildProcess host(command({"--config", file, "--records", "20000"}), scratch.path());
     EXPECT_EQ(host.wait(), 0);
     const std::size_t run = tableRow(host.output(), "tasks run");
-    const std::size_t refused = tableRow(host.output(), "tasks rejected (pool full)");
-    EXPECT_EQ(run + refused, 20000U);
+    const std::size_t rejected = tableRow(host.output(), "tasks rejected (pool full)");
+    EXPECT_EQ(run + rejected, 20000U);
     EXPECT_GT(run, 0U);
-    EXPECT_GT(refused, 0U);
+    EXPECT_GT(rejected, 0U);
 }
 
 TEST_F(NimhostTest, ExceptionOfASourceIsLogged)

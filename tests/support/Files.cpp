@@ -10,16 +10,16 @@ namespace support {
 
 ScratchFolder::ScratchFolder()
 {
-    folder = (std::filesystem::temp_directory_path() / "dalnim-test-XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp " + folder);
+    directory = (std::filesystem::temp_directory_path() / "dalnim-test-XXXXXX").string();
+    if (mkdtemp(directory.data()) == nullptr) {
+        throw std::runtime_error("mkdtemp " + directory);
     }
 }
 
 ScratchFolder::~ScratchFolder()
 {
     std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
+    std::filesystem::remove_all(directory, ignored);
 }
 
 std::string readFile(const std::string& path)

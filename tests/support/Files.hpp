@@ -17,15 +17,15 @@ public:
 
     const std::string& path() const
     {
-        return folder;
+        return directory;
     }
     std::string file(const std::string& name) const
     {
-        return folder + '/' + name;
+        return directory + '/' + name;
     }
 
 private:
-    std::string folder;
+    std::string directory;
 };
 
 /** Returns the content of a file, or an empty string if it does not exist. */

@@ -18,23 +18,24 @@ namespace support {
  * this process lacks the permission.
  * @param size as in "size=64k"
  */
-inline bool mountOwnDisk(const std::string& folder, const std::string& size)
+inline bool mountOwnDisk(const std::string& directory, const std::string& size)
 {
     return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0
-           && ::mount("none", folder.c_str(), "tmpfs", 0, size.c_str()) == 0;
+           && ::mount("none", directory.c_str(), "tmpfs", 0, size.c_str()) == 0;
 }
 
 /** Returns the error number with which mounting a disk over this directory fails, or 0. */
-inline int ownDiskError(const std::string& folder)
+inline int ownDiskError(const std::string& directory)
 {
-    return WEXITSTATUS(inChildProcess([&folder] { ::_exit(mountOwnDisk(folder, "size=64k") ? 0 : errno); }));
+    return WEXITSTATUS(
+        inChildProcess([&directory] { ::_exit(mountOwnDisk(directory, "size=64k") ? 0 : errno); }));
 }
 
 /** Fills the disk, except for some bytes, with a file of this name. */
 inline void fillDisk(const std::string& ballast, std::size_t left)
 {
-    const std::filesystem::path folder = std::filesystem::path(ballast).parent_path();
-    writeFile(ballast, std::string(std::filesystem::space(folder).available - left, 'b'));
+    const std::filesystem::path directory = std::filesystem::path(ballast).parent_path();
+    writeFile(ballast, std::string(std::filesystem::space(directory).available - left, 'b'));
 }
 
 }

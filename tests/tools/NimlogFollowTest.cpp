@@ -24,7 +24,7 @@ const char REMOVED[] = ": a file was deleted before a newer one was found; recor
 class NimlogFollowTest : public ToolFixture
 {
 protected:
-    NimlogFollowTest() : path(folder.file("app.log")), log(new LogFile) {}
+    NimlogFollowTest() : path(directory.file("app.log")), log(new LogFile) {}
 
     void SetUp() override
     {
@@ -176,9 +176,9 @@ TEST_F(NimlogFollowTest, FileRenamedDuringADirectoryReadIsNotTakenForAGap)
 TEST_F(NimlogFollowTest, DanglingLinksAreSkipped)
 {
     append("INFO : second\n");
-    std::filesystem::create_symlink(folder.file("none"), path + ".0");
+    std::filesystem::create_symlink(directory.file("none"), path + ".0");
     support::writeFile(path + ".1", "INFO : first\n");
-    std::filesystem::create_symlink(folder.file("none"), path + ".2");
+    std::filesystem::create_symlink(directory.file("none"), path + ".2");
     start();
     ASSERT_TRUE(showsLast("INFO : second\n"));
     expectShown("INFO : first\nINFO : second\n");

@@ -67,7 +67,7 @@ TEST_F(NimxmlTest, ContentAfterTheRootElement)
         write("a.xml", std::string("<a/>") + accepted);
         expectResult(run("check a.xml"), 0, "", "");
     }
-    const std::pair<std::string, std::string> refused[] = {
+    const std::pair<std::string, std::string> rejected[] = {
         {"x", "Invalid data contained outside a top-level Element"},
         {"</a>", "Multiple top-level Elements encountered"},
         {"<b/>", "Multiple top-level Elements encountered"},
@@ -76,7 +76,7 @@ TEST_F(NimxmlTest, ContentAfterTheRootElement)
         {std::string("\0x", 2), "NUL byte in the document; the parser ignores the rest"},
         {std::string("\0", 1) + std::string(2000, 'x'),
          "NUL byte in the document; the parser ignores the rest"}};
-    for (const auto& [rest, error] : refused) {
+    for (const auto& [rest, error] : rejected) {
         write("a.xml", "<a/>" + rest);
         const Result result = run("check a.xml");
         EXPECT_EQ(result.status, 1) << rest;

@@ -22,7 +22,7 @@ protected:
     /** Runs a shell command. Its outputs are stored in another directory than the one that it runs in. */
     Result shell(const std::string& line) const
     {
-        support::ChildProcess child({"/bin/bash", "-c", "cd '" + folder.path() + "' && " + line},
+        support::ChildProcess child({"/bin/bash", "-c", "cd '" + directory.path() + "' && " + line},
                                     outputs.path());
         const int status = child.wait();
         return {status, child.output(), child.errors()};
@@ -30,7 +30,7 @@ protected:
 
     void write(const std::string& name, const std::string& text) const
     {
-        support::writeFile(folder.file(name), text);
+        support::writeFile(directory.file(name), text);
     }
 
     static void expectResult(const Result& result, int status, const std::string& output,
@@ -41,7 +41,7 @@ protected:
         EXPECT_EQ(result.status, status);
     }
 
-    support::ScratchFolder folder;
+    support::ScratchFolder directory;
     support::ScratchFolder outputs;
 };
 

@@ -238,7 +238,7 @@ TEST(ExpatComparison, SystemDocumentsProduceTheSameEvents)
 {
     std::size_t accepted = 0;
     std::size_t bytes = 0;
-    std::map<std::string, std::vector<std::string>> refused;
+    std::map<std::string, std::vector<std::string>> rejected;
     for (const std::filesystem::path& path : documents()) {
         const std::string document = withoutWideSymbols(withPlainLineEnds(read(path)));
         const Result peer = parseWithExpat(document);
@@ -249,7 +249,7 @@ TEST(ExpatComparison, SystemDocumentsProduceTheSameEvents)
         if (!here.accepted) {
             const std::string reason = reasonFor(document, here.error);
             EXPECT_NE(reason, "") << path << ": " << here.error;
-            refused[reason].push_back(path);
+            rejected[reason].push_back(path);
             continue;
         }
         ++accepted;
@@ -257,7 +257,7 @@ TEST(ExpatComparison, SystemDocumentsProduceTheSameEvents)
         EXPECT_TRUE(here.events == peer.events) << path;
     }
     std::cout << accepted << " documents of " << bytes << " bytes have the same events\n";
-    for (const auto& [reason, paths] : refused) {
+    for (const auto& [reason, paths] : rejected) {
         std::cout << paths.size() << " rejected: " << reason << ", for example " << paths.front() << '\n';
     }
     // Fails if the packages that contain the documents are not installed.

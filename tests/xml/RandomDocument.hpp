@@ -98,7 +98,7 @@ private:
         return oneOf({"a", "b", "ab", "a:b", "_x", "n-1.0", "item", "NULL", "bb", "aLongerNameOfAnElement"});
     }
 
-    std::string blanks()
+    std::string spaces()
     {
         return oneIn(2) ? "" : oneOf({" ", "\n", "\t", " \r\n ", "\f\v", "  "});
     }
@@ -155,7 +155,7 @@ private:
             for (std::size_t at; (at = value.find(quote)) != std::string::npos;) {
                 value.erase(at, 1);
             }
-            text += (oneIn(8) ? "" : " ") + blanks() + name + "=" + quote + value + quote;
+            text += (oneIn(8) ? "" : " ") + spaces() + name + "=" + quote + value + quote;
         }
         return text;
     }
@@ -163,7 +163,7 @@ private:
     std::string element(int depth)
     {
         const std::string name = this->name();
-        std::string text = "<" + name + attributes() + blanks();
+        std::string text = "<" + name + attributes() + spaces();
         if (oneIn(4)) {
             return text + "/>";
         }
@@ -171,7 +171,7 @@ private:
         for (std::size_t count = below(4); count > 0; --count) {
             text += depth > 0 && oneIn(2) ? element(depth - 1) : content();
         }
-        return text + "</" + name + blanks() + ">";
+        return text + "</" + name + spaces() + ">";
     }
 
     std::string content()

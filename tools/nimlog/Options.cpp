@@ -99,15 +99,11 @@ unsigned int maskOfConfiguration(const std::string& path)
     nimtools::includedFiles(path, text);
     std::istringstream stream(text);
     std::ostringstream unused;
-    try {
+    return nimtools::translateLoadErrors(path + ": ", [&] {
         const io::Properties properties(stream, path, unused, unused, io::Properties::SEV_ERROR);
         const std::string& mask = properties.getProperty(key);
         return mask.empty() ? static_cast<unsigned int>(log::Mask_ALL) : parseMask(mask);
-    } catch (const std::runtime_error& exc) {
-        throw nimtools::Failure(path + ": " + exc.what());
-    } catch (const std::invalid_argument& exc) {
-        throw nimtools::Failure(path + ": " + exc.what());
-    }
+    });
 }
 
 /** Returns the value of an environment variable, or an empty string. */

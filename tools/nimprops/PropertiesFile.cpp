@@ -82,10 +82,9 @@ std::string load(io::Properties& into, const std::string& path, const std::strin
     std::ostringstream notes;
     static_cast<std::ios&>(warnings).rdbuf(&listener);
     try {
-        into.load(is, path, warnings, notes, io::Properties::SEV_WARNING);
-    } catch (const std::invalid_argument& exc) {
-        return exc.what();
-    } catch (const std::runtime_error& exc) {
+        nimtools::translateLoadErrors(
+            "", [&] { into.load(is, path, warnings, notes, io::Properties::SEV_WARNING); });
+    } catch (const nimtools::Failure& exc) {
         return exc.what();
     }
     return "";

@@ -20,6 +20,23 @@ public:
     using Failure::Failure;
 };
 
+/**
+ * Calls a function that loads properties, and returns its result.
+ * @param prefix put in front of the library's message
+ * @throws Failure if the library rejects the properties; other exceptions propagate
+ */
+template <class Function>
+auto translateLoadErrors(const std::string& prefix, Function load)
+{
+    try {
+        return load();
+    } catch (const std::runtime_error& exc) {
+        throw Failure(prefix + exc.what());
+    } catch (const std::invalid_argument& exc) {
+        throw Failure(prefix + exc.what());
+    }
+}
+
 /** Returns a Failure such as "cannot read NAME: No such file or directory", with the message of `errno`. */
 Failure cannotRead(const std::string& name);
 
