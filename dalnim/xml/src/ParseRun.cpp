@@ -45,9 +45,11 @@ char* findEndOfDocType(char* pIn, char* end)
     return nullptr;
 }
 
-/** Restores the callback that was replaced for the element just closed, if any. Requires a non-empty stack.
+/**
+ * Restores the callback that was replaced for the element just closed, if any. Requires a non-empty stack.
+ * Not inlined, because few parses replace callbacks, and the end of an element is a hot path.
  */
-void parsePopCommonCB(iParseCB& cb)
+[[gnu::noinline]] void parsePopCommonCB(iParseCB& cb)
 {
     const iCbStackItem& item = cb.pCbStack[cb.nCbStackNum - 1];
     if (item.nTagDepth > cb.nTagDepth) {
