@@ -1,4 +1,4 @@
-"""Describes the machine, its tools and the versions of the peers."""
+"""The environment of a measurement: the machine, its tools, and the versions of the peers."""
 
 import json
 import os
@@ -15,7 +15,7 @@ PEERS = {
 
 
 def output_of(*command):
-    """Returns the standard output of a command; empty if it fails or does not exist."""
+    """Returns the output of a command, or an empty string if it fails or does not exist."""
     try:
         return subprocess.run(command, capture_output=True, text=True).stdout.strip()
     except OSError:
@@ -47,14 +47,14 @@ def compiler(build):
 
 
 def revision(tree):
-    """Returns the measured commit, marked if the tree contains changes."""
+    """Returns the measured commit, marked if the tree differs from it."""
     name = output_of("git", "-C", str(tree), "log", "-1", "--format=%h")
     changed = output_of("git", "-C", str(tree), "status", "--porcelain", "--", ".", ":!docs")
     return (name or "unknown") + (" with changes" if changed else "")
 
 
 def library_size(build):
-    """Returns the size of the stripped library, in bytes."""
+    """Returns the size of the stripped library in bytes, or None if it cannot be determined."""
     source = next(build.glob("libdalnim.so.*.*.*"), None)
     if source is None:
         return None
@@ -67,13 +67,13 @@ def library_size(build):
 
 
 def private_memory(build):
-    """Returns the additional private dirty memory of a program that is linked with the library, in bytes."""
+    """Returns by how many bytes the private memory of a program grows if it is linked with the library."""
     sizes = [output_of(str(build / "benchmarks" / name), "memory") for name in ("load_with", "load_without")]
     return (int(sizes[0]) - int(sizes[1])) * 1024 if all(sizes) else None
 
 
 def record(path, tree):
-    """Stores the description with the results, for reports that are written later."""
+    """Stores the environment with the results, so that a report written later describes the measured machine."""
     build = tree / "build" / "benchmarks"
     model, clock = processor()
     data = {

@@ -1,4 +1,4 @@
-"""Runs benchmark programs and reads their results."""
+"""Runs the Google Benchmark programs and reads their recorded results."""
 
 import json
 import os
@@ -14,13 +14,13 @@ REPETITIONS = 9
 SECONDS = "0.1"
 QUICK_REPETITIONS = 3
 QUICK_SECONDS = "0.02"
-# The leading minus excludes: benchmarks that take long or are large, by the last argument in their name.
+# A leading minus excludes benchmarks: those that take long, and large sizes by the last argument in the name.
 QUICK_FILTER = (r"-(/10000000$|/100000000$|/10000000/|/100000000/|(load|store|lookUp|select)/.*/1000000$"
                 r"|^standardAsync|^pocoPool)")
 
 
 def run(program, output, quick, revision, note):
-    """Runs one program with interleaved repetitions, and stores its JSON and its output."""
+    """Runs one program with interleaved repetitions, and stores its JSON and its diagnostics."""
     command = [
         str(program),
         "--benchmark_enable_random_interleaving=true",
@@ -54,7 +54,7 @@ class Sample:
     def __init__(self, runs):
         self.real = statistics.median(run["real_time"] * UNITS[run["time_unit"]] for run in runs)
         self.cpu = statistics.median(run["cpu_time"] * UNITS[run["time_unit"]] for run in runs)
-        # Items and bytes per iteration. Rates refer to the time that the benchmark was registered with.
+        # Items and bytes of one iteration: rates refer to the time that the benchmark reports.
         timed = [run["real_time"] if is_real(run["name"]) else run["cpu_time"] for run in runs]
         seconds = [value * UNITS[run["time_unit"]] for value, run in zip(timed, runs)]
         self.items = statistics.median(
