@@ -10,7 +10,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** Runs a function as a task, and provides its result or exception as a future. */
+/** Runs any callable as a task; its result or exception is a future. */
 template <class Function>
 class Call : public mt::Task
 {
@@ -30,7 +30,7 @@ private:
     std::packaged_task<std::invoke_result_t<Function&>()> work;
 };
 
-/** The user being served, stored as the token of the security context. */
+/** The user being served: the token of the security context. */
 class User : public mem::RefCntObject
 {
 public:
@@ -54,7 +54,7 @@ int main()
                                    type::SecurityContext::KEY, 0, type::ContainerContext::current());
     type::SecurityContext::current()->token(new User("Ada"));
 
-    // Threads of the standard library may use the whole library, but they do not inherit the context.
+    // A std::thread may use the whole library, but does not receive the context.
     std::thread([] { NIM_LOG(Severity_NOTICE) << "std::thread serves " << user(); }).join();
 
     Call serve([] { return user(); });
@@ -63,7 +63,7 @@ int main()
     thread.join();
     std::cerr << "mt::Thread serves " << serve.result().get() << '\n';
 
-    // The pool discards exceptions of tasks, so the task stores its exception in the future.
+    // The pool discards exceptions of tasks, so the task stores its own.
     Call fail([]() -> int { throw std::domain_error("nothing is left"); });
     mt::ThreadPool pool("pool", 2, 0, 0, 0, 0, 16);
     pool.add(fail);
@@ -74,7 +74,7 @@ int main()
     }
     pool.shutdown();
 
-    // A second log, in addition to the default log of the process.
+    // A second log, independent of the default logger.
     log::Write audit;
     audit.setPath("audit.log");
     audit.setOutputMask(log::Mask_MODULENAME);

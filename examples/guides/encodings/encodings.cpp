@@ -9,7 +9,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** Works with any encoding. */
+/** Encodes and decodes with any encoding. */
 void show(const io::Encoder& encoder, const String& bytes)
 {
     std::cout << encoder.scheme() << ": " << encoder.encode(bytes) << '\n';
@@ -38,7 +38,7 @@ int main()
     show(base64, "a pot of tea");
     show(dump, "a pot of tea\n");
 
-    // The low bits of the flags are the line width.
+    // The low 8 bits of the flags are the width of a row.
     std::istringstream letter("Dear Ada, the tea is ready. Yours, the shop");
     std::cout << "lines of 20 characters:\n";
     base64.encode(std::cout, letter, io::EncodingBase::ENC_LINE_BREAKS | 20) << '\n';

@@ -28,7 +28,7 @@ private:
     int balance = 100;
 };
 
-/** Work that runs on a thread of its own. */
+/** Work for a separate thread. */
 class Payment : public mt::Runnable
 {
 public:
@@ -46,7 +46,7 @@ int main()
     com_kor_dal_nim_log_control.setOutputMask(log::Mask_SEVERITY);
     const sys::StackTrack track("main()", __LINE__);
 
-    // An error of the library: its number, its message and its stack trace.
+    // A failure of the library: its error number, its message and its stack trace.
     try {
         io::fullPath("no/such/file");
     } catch (const sys::system_error& failure) {
@@ -54,7 +54,7 @@ int main()
         std::cerr << failure.error() << ": " << failure.what() << '\n' << trace;
     }
 
-    // The severity determines how much of an exception is logged.
+    // The severity selects how much of it is logged.
     try {
         bank::Account().withdraw(200);
     } catch (const std::exception& failure) {
@@ -64,7 +64,7 @@ int main()
         NIM_LOG_TRAPPED(Severity_DEBUG, failure, "with the type, too");
     }
 
-    // The exception that ended a thread is rethrown by the thread that joins it.
+    // The exception that ended a thread is thrown again on the thread that joins it.
     bank::Payment payment;
     mt::Thread thread(payment, true, "payment");
     thread.start();

@@ -8,7 +8,7 @@ using namespace com::kor::dal::nim;
 
 namespace disks {
 
-// The module of the log statements in this namespace.
+// The statements in this namespace are logged under this module.
 log::Module& com_kor_dal_nim_log_module =
     log::Module::getInstance("shop.disks", log::GET_NIM_LOG_LOGGER_VAR());
 
@@ -32,7 +32,7 @@ void check(const String& name, int percent)
 
 int main()
 {
-    // Without a configuration, records are written to standard error with all fields.
+    // Nothing is configured: the record is written to standard error, with every prefix field.
     NIM_LOG(Severity_NOTICE) << "the shop opens";
 
     log::Control& control = com_kor_dal_nim_log_control;
@@ -50,7 +50,7 @@ int main()
         NIM_LOG_TRAPPED(Severity_ERROR, failure, "no deliveries");
     }
 
-    // The next record opens the file and writes the stream header, which lists the settings.
+    // The next record opens the file, which begins with the stream header.
     control.setPath("shop.log");
     NIM_LOG(Severity_NOTICE) << "the shop closes";
     std::cerr << "--- shop.log\n" << std::ifstream("shop.log").rdbuf();

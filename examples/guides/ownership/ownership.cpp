@@ -7,8 +7,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** A reference-counted object. Its destructor is protected, because only the last reference may destroy it.
- */
+/** A reference-counted object: only the last reference destroys it. */
 class Page : public mem::RefCntObject
 {
 public:
@@ -20,25 +19,25 @@ public:
 protected:
     ~Page() override
     {
-        std::cout << title << " is destroyed\n";
+        std::cout << title << " goes\n";
     }
 };
 
 typedef mem::RcoRef<Page> PageRef;
 typedef mem::ConstRcoRef<Page> ConstPageRef;
 
-/** An object that references count but do not own: it is owned by the block that declares it. */
+/** Can be referenced, but is not counted: the enclosing block owns it. */
 class Cover : public mem::RefCntObject
 {
 public:
     Cover() : RefCntObject(false, false) {}
     ~Cover() override
     {
-        std::cout << "the cover is destroyed\n";
+        std::cout << "the cover goes\n";
     }
 };
 
-// A function that only reads takes the reference by const reference, which does not change the count.
+// Takes its argument by const reference, so that the reference count does not change.
 void read(const ConstPageRef& page)
 {
     std::cout << page->title << ": " << page->text << ", held by " << page->refCount() << '\n';
@@ -59,7 +58,7 @@ int main()
     std::cout << "the book keeps " << book["beginning"]->title << '\n';
     book["beginning"] = page;
 
-    // The count is stored in the object, so a reference can be made from a plain pointer.
+    // The count is in the object: a plain pointer may become a reference anywhere.
     Page* const plain = page.get();
     {
         const PageRef another = plain;

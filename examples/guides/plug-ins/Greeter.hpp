@@ -5,7 +5,7 @@
 #include <dalnim/mem/RcoRef.hpp>
 #include <dalnim/mem/RefCntObject.hpp>
 
-/** The interface of the objects that plug-ins create. */
+/** The interface of the objects that a plug-in creates. */
 class Greeter : public com::kor::dal::nim::mem::RefCntObject
 {
 public:

@@ -8,7 +8,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** A plug-in and the object that it has created. */
+/** A plug-in and the object that it created. */
 class Plugin
 {
 public:
@@ -26,7 +26,7 @@ public:
 private:
     // Keeps the library loaded.
     const sys::DynSymbolRef entry;
-    // Declared after `entry`, so that it is destroyed first: its code is in the library.
+    // Declared after the entry, so that it is destroyed first: its code is in the library.
     const GreeterRef greeter;
 };
 
@@ -35,12 +35,11 @@ private:
 int main()
 {
     com_kor_dal_nim_log_control.setOutputMask(log::Mask_MODULENAME | log::Mask_SEVERITY);
-    // The plug-ins are in the directory of the program. A name without "/" would be searched for by the
-    // system.
-    const String directory = sys::System::getProcessPath(sys::System::DIRECTORY_PATH_ONLY) + '/';
+    // The plug-ins are in the directory of the program. The system searches for names without "/".
+    const String folder = sys::System::getProcessPath(sys::System::DIRECTORY_PATH_ONLY) + '/';
     {
-        const Plugin polite(directory + "polite.so");
-        const Plugin again(directory + "polite.so");
+        const Plugin polite(folder + "polite.so");
+        const Plugin again(folder + "polite.so");
         std::cerr << polite.object().greet("Ada") << '\n';
     }
     std::cerr << "without it\n";
@@ -51,7 +50,7 @@ int main()
         std::cerr << failure.error() << ": " << failure.what() << '\n';
     }
     try {
-        sys::DynLibrary::load(directory + "polite.so")->symbol("make_farewell");
+        sys::DynLibrary::load(folder + "polite.so")->symbol("make_farewell");
     } catch (const sys::system_error& failure) {
         std::cerr << failure.error() << ": " << failure.what() << '\n';
     }

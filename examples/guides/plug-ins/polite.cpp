@@ -8,7 +8,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-// The logger owns the module, so it remains when the plug-in is unloaded.
+// The logger owns the module, so it outlives the plug-in.
 log::Module& com_kor_dal_nim_log_module =
     log::Module::getInstance("greeters.polite", log::GET_NIM_LOG_LOGGER_VAR());
 
@@ -16,11 +16,11 @@ struct Presence
 {
     Presence()
     {
-        std::cerr << "  (library loaded)\n";
+        std::cerr << "  (the library comes)\n";
     }
     ~Presence()
     {
-        std::cerr << "  (library unloaded)\n";
+        std::cerr << "  (the library goes)\n";
     }
 } presence;
 

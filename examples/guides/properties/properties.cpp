@@ -9,7 +9,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** One of several shops, which differ by their settings. */
+/** One of several shops with different settings. */
 class Shop
 {
 public:
@@ -28,12 +28,12 @@ private:
     const std::unique_ptr<const io::Properties> settings;
 };
 
-/** Adds the properties of a file and of the files that it includes. Prints the warnings. */
+/** Adds the properties of a file and its includes, and prints the warnings. */
 void load(io::Properties& configuration, const char* path)
 {
     std::ifstream file(path);
     if (!file) {
-        throw std::runtime_error("cannot read " + String(path));
+        throw std::runtime_error("there is no " + String(path));
     }
     std::ostringstream warnings;
     std::ostringstream notes;

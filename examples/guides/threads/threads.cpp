@@ -8,7 +8,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** The user being served, who is passed on with the context. */
+/** The user being served: passed on with the context. */
 class User : public mem::RefCntObject
 {
 public:
@@ -17,7 +17,7 @@ public:
     const String name;
 };
 
-/** A thread that runs until its interrupt bit is set. */
+/** Runs on its own thread until its interrupt bit is set. */
 class Watch : public mt::Thread
 {
 public:
@@ -34,7 +34,7 @@ public:
     }
 };
 
-/** A task for a pool. It stores its result; an exception would be discarded. */
+/** Work for a pool, which would discard an exception: so the task stores its result. */
 class Order : public mt::Task
 {
 public:
@@ -61,7 +61,7 @@ int main()
     const std::exception* const failure = watch.join();
     std::cout << watch.name() << " ended: " << failure->what() << '\n';
 
-    // Until the end of the block, this thread and the tasks that it submits serve this user.
+    // Until the end of the block, this thread and the work that it starts serve that user.
     std::list<Order> orders;
     mt::ThreadPool pool("counter", 2, 0, 0, 0, 0, 100);
     {

@@ -7,7 +7,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** Prints all events. */
+/** Prints the events. */
 class Echo : public xml::Consumer
 {
 public:
@@ -32,7 +32,7 @@ public:
     }
 };
 
-/** Adds up prices, and stops the parse if the sum exceeds 100. */
+/** Sums up the prices, and stops the parse above 100. */
 class Bill : public xml::Consumer
 {
 public:
@@ -87,7 +87,7 @@ int main()
     xml::Parser parser(consumer);
     std::ifstream file("order.xml");
     if (!file) {
-        std::cerr << "cannot read order.xml\n";
+        std::cerr << "there is no order.xml\n";
         return 1;
     }
     parser.parse(file);
