@@ -1,5 +1,5 @@
-# Run by cpack between the installation of the components and the packing. Puts into each package what Debian
-# expects there: who may use it, what has changed, and compressed manual pages.
+# Run by CPack after it has installed the components and before it packs them. Adds to each package the files that
+# Debian requires: copyright, change log, and compressed manual pages.
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 set(version ${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 
@@ -13,7 +13,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     set(root ${CPACK_TEMPORARY_DIRECTORY}/${component}${CPACK_PACKAGING_INSTALL_PREFIX})
     set(doc ${root}/share/doc/${package})
     if(NOT IS_DIRECTORY ${root})
-        message(FATAL_ERROR "there is no ${root}")
+        message(FATAL_ERROR "${root} does not exist")
     endif()
 
     file(MAKE_DIRECTORY ${doc})
@@ -22,7 +22,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     file(WRITE ${doc}/changelog.Debian
 "dalnim (${version}) unstable; urgency=medium
 
-  * Version ${CPACK_PACKAGE_VERSION}: changelog.gz tells what is new in it.
+  * Version ${CPACK_PACKAGE_VERSION}: changelog.gz describes the changes.
 
  -- ${CPACK_DEBIAN_PACKAGE_MAINTAINER}  ${date}
 ")
@@ -32,7 +32,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     endforeach()
     file(MAKE_DIRECTORY ${root}/share/lintian/overrides)
     file(WRITE ${root}/share/lintian/overrides/${package}
-"# Nobody has asked Debian for this package: it has no request there that its first version would close.
+"# This package is not in Debian, so there is no request that its first version could close.
 ${package}: initial-upload-closes-no-bugs
 ")
     file(GLOB_RECURSE files LIST_DIRECTORIES false ${doc}/* ${root}/share/lintian/*)
