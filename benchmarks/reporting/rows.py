@@ -140,7 +140,7 @@ def log_rows():
               goals=(Within(1.05, "without rotation"),), clock="real")
     for modules in (1, 100, 10000):
         yield Row(f"filter change and the next check, {modules_text(modules)}", "registry_bench",
-                  f"gateBehindAFilterChange/{modules}")
+                  f"gateAfterFilterChange/{modules}")
     for modules in (1, 100, 10000):
         yield Row(f"getInstance among {modules_text(modules)}", "registry_bench", f"getInstance/{modules}")
 
@@ -157,8 +157,8 @@ LOG_PLOTS = (
          tuple((name, f"recordOfSize/{name}/{{x}}")
                for name in ("dalnim",) + LOGGERS + ("write", "ofstream")), clock="real"),
     Plot("registry", "The module registry", "registry_bench", "modules", (1, 10, 100, 1000, 10000),
-         (("filter change and the next check", "gateBehindAFilterChange/{x}"),
-          ("filter change and the checks of all modules", "allGatesBehindAFilterChange/{x}"),
+         (("filter change and the next check", "gateAfterFilterChange/{x}"),
+          ("filter change and the checks of all modules", "allGatesAfterFilterChange/{x}"),
           ("getInstance", "getInstance/{x}"))),
 )
 
