@@ -19,7 +19,8 @@ using nim::String;
 
 namespace {
 
-/** Counts the requests of a document as open. Those that are not submitted are counted as dropped at the end.
+/**
+ * Counts the requests of a document as open. Those that are not submitted are counted as dropped at the end.
  */
 class OpenRequests
 {

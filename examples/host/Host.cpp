@@ -333,7 +333,8 @@ void Host::shutDown()
     });
 }
 
-/** Returns false if requests are still unanswered, or threads running, when the time for a shutdown is over.
+/**
+ * Returns false if requests are still unanswered, or threads running, when the time for a shutdown is over.
  */
 bool Host::waitForAnswers()
 {

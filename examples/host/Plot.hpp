@@ -37,7 +37,8 @@ private:
     std::vector<Part> parts;
 };
 
-/** Formats a number >= 0 with digits in groups of three, and with one decimal if it is small: "1,234", "0.5".
+/**
+ * Formats a number >= 0 with digits in groups of three, and with one decimal if it is small: "1,234", "0.5".
  */
 std::string grouped(double number);
 std::string grouped(std::uint64_t number);

@@ -16,7 +16,8 @@ namespace {
 
 constexpr int POLL_MILLISECONDS = 100;
 
-/** A pipe that poll() reports as writable has space for at least PIPE_BUF bytes; writes to files never block.
+/**
+ * A pipe that poll() reports as writable has space for at least PIPE_BUF bytes; writes to files never block.
  */
 std::size_t maxWriteSize(int descriptor)
 {

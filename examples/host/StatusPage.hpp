@@ -22,7 +22,8 @@ public:
      */
     explicit StatusPage(const std::string& path);
 
-    /** @throws std::runtime_error "cannot write PATH: REASON" if the write fails; the file is unchanged then
+    /**
+     * @throws std::runtime_error "cannot write PATH: REASON" if the write fails; the file is unchanged then
      */
     void write(const Summary& summary, const History& history, bool running) const;
 

@@ -74,7 +74,8 @@ protected:
         return false;
     }
 
-    /** Waits until the process has ended, so that wait() returns immediately. Returns false after 15 seconds.
+    /**
+     * Waits until the process has ended, so that wait() returns immediately. Returns false after 15 seconds.
      */
     static bool ends(const support::ChildProcess& host)
     {

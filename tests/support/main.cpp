@@ -12,7 +12,8 @@
 
 namespace {
 
-/** A forked child lacks the threads of its parent but has their memory, which must not be reported as a leak.
+/**
+ * A forked child lacks the threads of its parent but has their memory, which must not be reported as a leak.
  */
 void leaveLeaksToTheParent()
 {

@@ -219,7 +219,8 @@ TEST(HostileSizes, NumberOfAttributesIsUnlimited)
     }
 }
 
-/** A document, not always well-formed, that repeats one piece and would be slow to parse in quadratic time.
+/**
+ * A document, not always well-formed, that repeats one piece and would be slow to parse in quadratic time.
  */
 struct Repetition
 {

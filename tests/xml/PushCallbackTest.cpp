@@ -14,7 +14,8 @@ using testing::ElementsAre;
 
 namespace {
 
-/** Pushes common callbacks at the start of chosen elements, and records which callback receives which event.
+/**
+ * Pushes common callbacks at the start of chosen elements, and records which callback receives which event.
  */
 class Pusher
 {

@@ -31,7 +31,8 @@ public:
         return of(context).note((isCData == 1 ? "cdata " : "data ") + std::string(fullTag) + " [" + text
                                 + "]");
     }
-    /** Records the same lines from a common callback; the lines of text also contain the tag and attributes.
+    /**
+     * Records the same lines from a common callback; the lines of text also contain the tag and attributes.
      */
     static int common(PDS_PARSE_H, pds_parse_cb_type_e type, void* userData, void*, char* tag, char* fullTag,
                       char* text, std::size_t entries, char** attributes)

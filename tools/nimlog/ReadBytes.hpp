@@ -18,7 +18,8 @@ public:
     void clear();
     /** Adds bytes that were read, in order. */
     void add(std::string_view bytes);
-    /** Returns true if the file still contains the bytes. `position` is the offset up to which it was read.
+    /**
+     * Returns true if the file still contains the bytes. `position` is the offset up to which it was read.
      */
     bool matchFile(int descriptor, off_t position) const;
 

@@ -42,7 +42,8 @@ void move(Fields& fields, const char* from, const char* to)
     });
 }
 
-/** Returns the text after an escaped line break and a label, or a null view if the record has no such label.
+/**
+ * Returns the text after an escaped line break and a label, or a null view if the record has no such label.
  */
 std::string_view behindEscaped(std::string_view line, std::string_view label)
 {

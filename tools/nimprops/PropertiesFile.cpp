@@ -71,7 +71,8 @@ private:
     std::string line;
 };
 
-/** Loads properties and calls `onLine` with each warning immediately. Returns the error that ended the load.
+/**
+ * Loads properties and calls `onLine` with each warning immediately. Returns the error that ended the load.
  */
 template <class LineHandler>
 std::string load(io::Properties& into, const std::string& path, const std::string& text, LineHandler onLine)

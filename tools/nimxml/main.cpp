@@ -53,7 +53,8 @@ protected:
     ~NullConsumer() noexcept(false) override = default;
 };
 
-/** Returns "file:line:column: offset N: text". Lines and columns start at 1, offsets at 0; all count bytes.
+/**
+ * Returns "file:line:column: offset N: text". Lines and columns start at 1, offsets at 0; all count bytes.
  */
 std::string errorAt(const std::string& path, const std::string& document, std::size_t offset,
                     const std::string& text)

@@ -14,7 +14,8 @@ struct Lead
     unsigned char high;
 };
 
-/** Well-formed sequences of the Unicode standard: no surrogates, no overlong forms, nothing above U+10FFFF.
+/**
+ * Well-formed sequences of the Unicode standard: no surrogates, no overlong forms, nothing above U+10FFFF.
  */
 constexpr Lead LEADS[] = {{0xc2, 0xdf, 1, 0x80, 0xbf}, {0xe0, 0xe0, 2, 0xa0, 0xbf},
                           {0xe1, 0xec, 2, 0x80, 0xbf}, {0xed, 0xed, 2, 0x80, 0x9f},

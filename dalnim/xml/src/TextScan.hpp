@@ -64,7 +64,8 @@ inline char* findEither(char* p, char* end, char first, char second) noexcept
     return p;
 }
 
-/** Returns the position of the first byte that is `quote`, "&", a line feed or a carriage return, or `end`.
+/**
+ * Returns the position of the first byte that is `quote`, "&", a line feed or a carriage return, or `end`.
  */
 inline char* findInValue(char* p, char* end, char quote) noexcept
 {

@@ -129,7 +129,8 @@ bool reserveStackItem(iParseCB& cb)
     return true;
 }
 
-/** Records the failure of a push, so that the parse ends when the calling callback returns. Returns `code`.
+/**
+ * Records the failure of a push, so that the parse ends when the calling callback returns. Returns `code`.
  */
 int failPush(iParseCB& cb, int code)
 {
