@@ -83,7 +83,7 @@ RX_Filespec create(const std::string& path)
 extern "C" __attribute__((visibility("default"))) int faccessat(int directory, const char* path, int mode,
                                                                 int flags) noexcept
 {
-    static const auto next = reinterpret_cast<decltype(&::faccessat)>(::dlsym(RTLD_NEXT, "faccessat"));
+    const auto next = reinterpret_cast<decltype(&::faccessat)>(::dlsym(RTLD_NEXT, "faccessat"));
     if (renamedAtAccess == path) {
         const AsRealUser allowed;
         if (std::rename(path, (renamedAtAccess + ".0").c_str()) != 0) {
