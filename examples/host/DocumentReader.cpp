@@ -165,7 +165,7 @@ void DocumentReader::reject(const std::string& path, const std::exception& exc)
     ++environment.counters.documentsRejected;
     const Results::Position position =
         environment.results.reserve("<document name=\"" + escaped(path) + "\"");
-    environment.results.fill(position, " status=\"rejected\">" + escaped(exc.what()) + "</document>");
+    environment.results.fill(position, " status=\"refused\">" + escaped(exc.what()) + "</document>");
     std::cerr << "nimhost: " << path << ": " << exc.what() << std::endl;
     NIM_LOG_TRAPPED(Severity_ERROR, exc, path + " was rejected");
 }

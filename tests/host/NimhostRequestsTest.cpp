@@ -281,15 +281,15 @@ TEST_F(NimhostRequestsTest, InvalidDocumentIsReportedAndTheNextOneServed)
     EXPECT_EQ(
         host.output(),
         results("  <document name=\"" + broken
-                + "\" status=\"rejected\">Mismatched End Tag -- near offset 64: txt</document>\n"
+                + "\" status=\"refused\">Mismatched End Tag -- near offset 64: txt</document>\n"
                   "  <document name=\""
                 + strange
-                + "\" status=\"rejected\">&lt;question&gt; is not allowed at requests/question</document>\n"
+                + "\" status=\"refused\">&lt;question&gt; is not allowed at requests/question</document>\n"
                   "  <document name=\""
                 + missing
-                + "\" status=\"rejected\">No such file or directory</document>\n"
+                + "\" status=\"refused\">No such file or directory</document>\n"
                   "  <document name=\""
-                + scratch.path() + "\" status=\"rejected\">Is a directory</document>\n"
+                + scratch.path() + "\" status=\"refused\">Is a directory</document>\n"
                 + result("good.xml", 1, "plugin=\"encoder\" status=\"ok\">eA==</result>")));
     EXPECT_THAT(host.errors(),
                 HasSubstr("nimhost: " + broken + ": Mismatched End Tag -- near offset 64: txt\n"
@@ -313,7 +313,7 @@ TEST_F(NimhostRequestsTest, NulByteAnywhereInADocumentIsRejected)
     ChildProcess host = run(configure(), {last, hidden, comment, inside, more, blank});
     EXPECT_EQ(host.wait(), 1);
     const auto rejected = [](const std::string& path, const std::string& error) {
-        return "  <document name=\"" + path + "\" status=\"rejected\">" + error + "</document>\n";
+        return "  <document name=\"" + path + "\" status=\"refused\">" + error + "</document>\n";
     };
     const std::string nulByte = "NUL byte in the document; the parser ignores the rest -- near offset ";
     EXPECT_EQ(host.output(),
@@ -473,7 +473,7 @@ TEST_F(NimhostRequestsTest, SignalEndsTheWaitForADocument)
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 1);
     EXPECT_EQ(host.output(), results("  <document name=\"" + pipe.name
-                                     + "\" status=\"rejected\">Interrupted system call</document>\n"));
+                                     + "\" status=\"refused\">Interrupted system call</document>\n"));
     const std::string log = logText();
     EXPECT_THAT(log.substr(log.rfind("\n", log.size() - 2)), HasSubstr("nimhost is down: sources stopped"));
 }
