@@ -79,19 +79,19 @@ protected:
     PropertiesInclude()
     {
         char name[] = "/tmp/dalnim-include-XXXXXX";
-        folder = String(mkdtemp(name)) + "/";
-        EXPECT_EQ(0, chmod(folder.c_str(), 0755));
+        directory = String(mkdtemp(name)) + "/";
+        EXPECT_EQ(0, chmod(directory.c_str(), 0755));
     }
 
     ~PropertiesInclude() override
     {
-        std::filesystem::remove_all(folder);
+        std::filesystem::remove_all(directory);
     }
 
     void file(const String& name, const String& text) const
     {
-        std::filesystem::create_directories(std::filesystem::path(folder + name).parent_path());
-        std::ofstream(folder + name) << text;
+        std::filesystem::create_directories(std::filesystem::path(directory + name).parent_path());
+        std::ofstream(directory + name) << text;
     }
 
     /** Writes files "0" to "<last>", each of which includes the next and then sets a property. */
@@ -99,7 +99,7 @@ protected:
     {
         for (unsigned int i = 0; i <= last; ++i) {
             const String number = std::to_string(i);
-            std::ofstream out(folder + number);
+            std::ofstream out(directory + number);
             if (i < last) {
                 out << "%pragma include \"" << i + 1 << "\"\n";
             }
@@ -111,9 +111,9 @@ protected:
     Table load(const String& name, Properties::Severity sev = Properties::SEV_ERROR,
                bool keep_trailing_ws = false)
     {
-        std::ifstream stream(folder + name);
+        std::ifstream stream(directory + name);
         EXPECT_TRUE(stream.is_open());
-        return loadText(stream, folder + name, sev, keep_trailing_ws);
+        return loadText(stream, directory + name, sev, keep_trailing_ws);
     }
 
     Table loadText(std::istream& stream, const String& filepath,
@@ -145,7 +145,7 @@ protected:
         return "loaded";
     }
 
-    String folder;
+    String directory;
     Properties properties;
     String warnings;
 };
@@ -205,10 +205,10 @@ TEST_F(PropertiesInclude, CycleThroughDifferentSpellingsEndsWithoutAMessage)
     }
 
     Properties reported;
-    std::ifstream stream(folder + "a.conf");
+    std::ifstream stream(directory + "a.conf");
     std::ostringstream warning_stream;
     std::ostringstream notes;
-    reported.load(stream, folder + "a.conf", warning_stream, notes, Properties::SEV_WARNING);
+    reported.load(stream, directory + "a.conf", warning_stream, notes, Properties::SEV_WARNING);
     EXPECT_EQ("WARNING: a.conf:2: Overriding property \"k\"\n", warning_stream.str());
 }
 
@@ -226,8 +226,8 @@ TEST_F(PropertiesInclude, FileIncludedThroughALinkIsReadOnce)
     file("a.conf", "%pragma include \"link.conf\"\nb=changed\n%pragma include \"b.conf\"\n"
                    "%pragma include \"other/b.conf\"\n");
     file("b.conf", "b=1\n%pragma include \"other/a.conf\"\n");
-    std::filesystem::create_symlink("b.conf", folder + "link.conf");
-    std::filesystem::create_directory_symlink(".", folder + "other");
+    std::filesystem::create_symlink("b.conf", directory + "link.conf");
+    std::filesystem::create_directory_symlink(".", directory + "other");
     EXPECT_THAT(load("a.conf"), ElementsAre(Pair("b", "changed")));
 }
 
@@ -235,7 +235,7 @@ TEST_F(PropertiesInclude, MessageContainsThePathAsSpelled)
 {
     file("sub/b.conf", "%pragma include \"../sub/./missing.conf\"\n");
     file("a.conf", "%pragma include \"sub/../sub/b.conf\"\n");
-    EXPECT_EQ("ERROR: b.conf:1: failed to open include file: \"" + folder
+    EXPECT_EQ("ERROR: b.conf:1: failed to open include file: \"" + directory
                   + "sub/../sub/../sub/./missing.conf\"",
               failureOf("a.conf"));
 }
@@ -244,9 +244,9 @@ TEST_F(PropertiesInclude, RelativePathAndAbsolutePathAreOneFile)
 {
     file("b.conf", "b=1\n");
     const std::filesystem::path before = std::filesystem::current_path();
-    std::filesystem::current_path(folder);
+    std::filesystem::current_path(directory);
     const Table table =
-        loadText("%pragma include \"b.conf\"\nb=2\n%pragma include \"" + folder + "b.conf\"\n", "a.conf");
+        loadText("%pragma include \"b.conf\"\nb=2\n%pragma include \"" + directory + "b.conf\"\n", "a.conf");
     std::filesystem::current_path(before);
     EXPECT_THAT(table, ElementsAre(Pair("b", "2")));
 }
@@ -287,15 +287,15 @@ TEST_F(PropertiesInclude, PathIsRelativeToTheIncludingFile)
 TEST_F(PropertiesInclude, LeadingSlashIsRelativeToo)
 {
     file("b.conf", "b=outer\n");
-    file("sub/a.conf", "%pragma include \"" + folder + "b.conf\"\n");
-    file("sub" + folder + "b.conf", "b=inner\n");
+    file("sub/a.conf", "%pragma include \"" + directory + "b.conf\"\n");
+    file("sub" + directory + "b.conf", "b=inner\n");
     EXPECT_THAT(load("sub/a.conf"), ElementsAre(Pair("b", "inner")));
 }
 
 TEST_F(PropertiesInclude, WithoutADirectoryThePathIsUnchanged)
 {
     file("b.conf", "b=1\n");
-    const String text = "%pragma include \"" + folder + "b.conf\"\n";
+    const String text = "%pragma include \"" + directory + "b.conf\"\n";
     for (const char* const name : {"", "a.conf"}) {
         EXPECT_THAT(loadText(text, name), ElementsAre(Pair("b", "1"))) << name;
     }
@@ -306,7 +306,8 @@ TEST_F(PropertiesInclude, WithoutADirectoryThePathIsUnchanged)
 TEST_F(PropertiesInclude, LoadedFileNeedNotExist)
 {
     file("b.conf", "b=1\n");
-    EXPECT_THAT(loadText("%pragma include \"b.conf\"", folder + "missing.conf"), ElementsAre(Pair("b", "1")));
+    EXPECT_THAT(loadText("%pragma include \"b.conf\"", directory + "missing.conf"),
+                ElementsAre(Pair("b", "1")));
 }
 
 TEST_F(PropertiesInclude, ArgumentHasNoEscapes)
@@ -322,7 +323,7 @@ TEST_F(PropertiesInclude, ArgumentHasNoEscapes)
 TEST_F(PropertiesInclude, MissingFileThrows)
 {
     file("a.conf", "\na=1\n%pragma include \"missing.conf\"\nb=1\n");
-    EXPECT_EQ("ERROR: a.conf:3: failed to open include file: \"" + folder + "missing.conf\"",
+    EXPECT_EQ("ERROR: a.conf:3: failed to open include file: \"" + directory + "missing.conf\"",
               failureOf("a.conf"));
     EXPECT_EQ("1", properties.getProperty("a"));
     EXPECT_FALSE(properties.containsKey("b"));
@@ -332,7 +333,7 @@ TEST_F(PropertiesInclude, MessageNamesTheIncludingFile)
 {
     file("a.conf", "%pragma include \"sub/b.conf\"\n");
     file("sub/b.conf", "%pragma include \"c.conf\"\n");
-    EXPECT_EQ("ERROR: b.conf:1: failed to open include file: \"" + folder + "sub/c.conf\"",
+    EXPECT_EQ("ERROR: b.conf:1: failed to open include file: \"" + directory + "sub/c.conf\"",
               failureOf("a.conf"));
 
     file("sub/c.conf", "\n\nk=\\x\n");
@@ -348,11 +349,11 @@ TEST_F(PropertiesInclude, DirectoryCannotBeOpened)
 {
     file("sub/b.conf", "");
     file("a.conf", "%pragma include \"sub\"\n");
-    EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + folder + "sub\"", failureOf("a.conf"));
+    EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + directory + "sub\"", failureOf("a.conf"));
     file("a.conf", "%pragma include \"sub/\"\n");
-    EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + folder + "sub/\"", failureOf("a.conf"));
+    EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + directory + "sub/\"", failureOf("a.conf"));
     file("a.conf", "%pragma include \"\"\n");
-    EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + folder + "\"", failureOf("a.conf"));
+    EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + directory + "\"", failureOf("a.conf"));
 }
 
 TEST_F(PropertiesInclude, EmptyPathInAnUnnamedStreamIsThatStream)
@@ -364,7 +365,7 @@ TEST_F(PropertiesInclude, NameWithAZeroByteCannotBeOpened)
 {
     file("b", "b=1\n");
     file("a.conf", String("%pragma include \"b\0x\"\n", 22));
-    EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + folder + "b", failureOf("a.conf"));
+    EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + directory + "b", failureOf("a.conf"));
     EXPECT_TRUE(properties.empty());
 }
 
@@ -372,21 +373,21 @@ TEST_F(PropertiesInclude, NameWithAZeroByteIsNotTheFileBeforeIt)
 {
     file("b", "b=1\n");
     file("a.conf", String("%pragma include \"b\"\n%pragma include \"b\0x\"\n", 42));
-    EXPECT_EQ("ERROR: a.conf:2: failed to open include file: \"" + folder + "b", failureOf("a.conf"));
+    EXPECT_EQ("ERROR: a.conf:2: failed to open include file: \"" + directory + "b", failureOf("a.conf"));
 }
 
 TEST_F(PropertiesInclude, UnreadableFileCannotBeOpened)
 {
     file("a.conf", "%pragma include \"secret.conf\"\n");
     file("secret.conf", "b=1\n");
-    ASSERT_EQ(0, chmod((folder + "secret.conf").c_str(), 0));
+    ASSERT_EQ(0, chmod((directory + "secret.conf").c_str(), 0));
     const uid_t user = geteuid();
     if (user == 0) {
         ASSERT_EQ(0, seteuid(65534));
     }
     const String message = failureOf("a.conf");
     ASSERT_EQ(0, seteuid(user));
-    EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + folder + "secret.conf\"", message);
+    EXPECT_EQ("ERROR: a.conf:1: failed to open include file: \"" + directory + "secret.conf\"", message);
 }
 
 TEST_F(PropertiesInclude, SeverityAppliesToTheFileAndItsIncludes)
@@ -442,7 +443,7 @@ TEST_F(PropertiesInclude, ChainBeyondTheDescriptorLimitThrows)
     {
         const OpenFileLimit limit(128);
         EXPECT_THAT(failureOf("0"), testing::MatchesRegex("ERROR: [0-9]+:1: failed to open include file: \""
-                                                          + folder + "[0-9]+\""));
+                                                          + directory + "[0-9]+\""));
     }
     EXPECT_EQ(before, openFiles());
     EXPECT_THAT(Table(properties.begin(), properties.end()), IsEmpty());

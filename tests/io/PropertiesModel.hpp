@@ -32,12 +32,12 @@ public:
     bool gaveUp = false;
 
     /** Loads the text of a file into a table that contains `before`. */
-    Model(const std::string& text, const std::string& folder, const std::string& name, bool report_all,
+    Model(const std::string& text, const std::string& directory, const std::string& name, bool report_all,
           bool keep_ws, Table before = {})
         : table(std::move(before)), keep(keep_ws)
     {
-        enter(folder + name);
-        readFile({folder, name, report_all, cutIntoLines(text), 0});
+        registerFile(directory + name);
+        readFile({directory, name, report_all, cutIntoLines(text), 0});
     }
 
 private:
@@ -46,7 +46,7 @@ private:
 
     struct File
     {
-        std::string folder;
+        std::string directory;
         std::string name;
         bool report;
         std::vector<std::string> lines;
@@ -104,7 +104,7 @@ private:
     }
 
     /** Returns false if the file was already registered, under this path or another. */
-    bool enter(const std::string& path)
+    bool registerFile(const std::string& path)
     {
         if (!seen.insert(path).second) {
             return false;
@@ -119,7 +119,7 @@ private:
 
     void include(const std::string& path)
     {
-        if (!enter(path)) {
+        if (!registerFile(path)) {
             return;
         }
         std::ifstream file;
@@ -322,7 +322,7 @@ private:
             if (argument.size() < 2 || argument[0] != '"' || argument[argument.size() - 1] != '"') {
                 fail("invalid arg for %pragma include: \"" + argument + "\"");
             } else {
-                include(current.folder + argument.substr(1, argument.size() - 2));
+                include(current.directory + argument.substr(1, argument.size() - 2));
             }
         } else {
             fail("unknown %pragma command: \"" + command + "\"");

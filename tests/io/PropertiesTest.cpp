@@ -45,14 +45,14 @@ Pairs pairsOf(const Properties& table)
 }
 
 template <typename Call>
-String refusalOf(Call call)
+String messageOf(Call call)
 {
     try {
         call();
     } catch (const std::invalid_argument& e) {
         return e.what();
     }
-    return "not refused";
+    return "nothing thrown";
 }
 
 Properties database()
@@ -112,7 +112,7 @@ TEST(Properties, EmptyKeyThrows)
 {
     Properties table;
     table.setProperty("k", "v");
-    EXPECT_EQ("empty key not allowed", refusalOf([&table] { table.setProperty("", "x"); }));
+    EXPECT_EQ("empty key not allowed", messageOf([&table] { table.setProperty("", "x"); }));
     EXPECT_THAT(pairsOf(table), ElementsAre(Pair("k", "v")));
 }
 
@@ -246,7 +246,7 @@ TEST(PropertiesSelection, KeyEqualToThePrefixThrowsIfStripped)
 {
     Properties table = database();
     table.setProperty("db.", "dot");
-    EXPECT_EQ("empty key not allowed", refusalOf([&table] { table.getProperties("db.", true, false); }));
+    EXPECT_EQ("empty key not allowed", messageOf([&table] { table.getProperties("db.", true, false); }));
     EXPECT_EQ(5u, table.size());
 
     const Owned whole(table.getProperties("db.", false, false));
@@ -269,7 +269,7 @@ TEST(PropertiesSelection, EmptyPrefixAndEmptyKeyThrowsIfStripped)
     ASSERT_EQ(2u, table.size());
     for (const bool strip : {false, true}) {
         EXPECT_EQ("empty key not allowed",
-                  refusalOf([&table, strip] { table.getProperties("", strip, false); }));
+                  messageOf([&table, strip] { table.getProperties("", strip, false); }));
     }
     const Owned other(table.getProperties("k", false));
     EXPECT_THAT(pairsOf(*other), ElementsAre(Pair("k", "w")));
@@ -303,19 +303,19 @@ TEST(PropertiesSelection, NullListsAndPrefixesThrow)
 {
     Properties table = database();
     EXPECT_EQ("null prefix list not allowed",
-              refusalOf([&table] { table.getProperties(static_cast<const String**>(nullptr), 1); }));
+              messageOf([&table] { table.getProperties(static_cast<const String**>(nullptr), 1); }));
 
     const String prefix("db.");
     const String* hole[] = {&prefix, nullptr, &prefix};
-    EXPECT_EQ("null prefix not allowed", refusalOf([&] { table.getProperties(hole, 3); }));
+    EXPECT_EQ("null prefix not allowed", messageOf([&] { table.getProperties(hole, 3); }));
     const Owned before_the_hole(table.getProperties(hole, 1));
     EXPECT_EQ(2u, before_the_hole->size());
 
     // The entries are checked one after another.
     table.setProperty("db.", "");
-    EXPECT_EQ("empty key not allowed", refusalOf([&] { table.getProperties(hole, 3); }));
+    EXPECT_EQ("empty key not allowed", messageOf([&] { table.getProperties(hole, 3); }));
     const String* hole_first[] = {nullptr, &prefix};
-    EXPECT_EQ("null prefix not allowed", refusalOf([&] { table.getProperties(hole_first, 2); }));
+    EXPECT_EQ("null prefix not allowed", messageOf([&] { table.getProperties(hole_first, 2); }));
 }
 
 TEST(PropertiesSelection, EmptyListReturnsAnEmptyTable)

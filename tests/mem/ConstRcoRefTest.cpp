@@ -317,7 +317,7 @@ TEST(ConstRcoRefDeathTest, ThrowingDestructorTerminatesIfAReferenceIsCleared)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     ConstRcoRef<Failing> ref(new Failing);
-    EXPECT_DEATH(ref.clear(), "failed to go");
+    EXPECT_DEATH(ref.clear(), "destructor failed");
     // The reference cannot release it.
     ref->acquireRef();
     const Failing* const object = ref.get();
@@ -328,7 +328,7 @@ TEST(ConstRcoRefDeathTest, ThrowingDestructorTerminatesIfAReferenceIsCleared)
 TEST(ConstRcoRefDeathTest, ThrowingDestructorTerminatesIfAReferenceIsDestroyed)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(ConstRcoRef<Failing>(new Failing), "failed to go");
+    EXPECT_DEATH(ConstRcoRef<Failing>(new Failing), "destructor failed");
 }
 
 }

@@ -64,11 +64,11 @@ public:
 
     void releaseRef() const override
     {
-        if (refusing) {
+        if (throwsOnRelease) {
             if (beforeRefusing) {
                 beforeRefusing();
             }
-            throw std::runtime_error("refused");
+            throw std::runtime_error("release failed");
         }
         Counted::releaseRef();
     }
@@ -77,7 +77,7 @@ public:
         return Counted::releaseRef(nothrow);
     }
 
-    bool refusing = false;
+    bool throwsOnRelease = false;
     std::function<void()> beforeRefusing;
 };
 
@@ -89,7 +89,7 @@ public:
 
     ~Failing() noexcept(false) override
     {
-        throw std::runtime_error("failed to go");
+        throw std::runtime_error("destructor failed");
     }
 };
 

@@ -45,7 +45,7 @@ static_assert(!std::is_convertible_v<const ObjectHolder, Object*>);
 constexpr StorageMode MODES[] = {ObjectHolder::SM_NO_ACTION, ObjectHolder::SM_DEREF_ONLY,
                                  ObjectHolder::SM_ACQUIRE_ONLY, ObjectHolder::SM_ACQUIRE_AND_DEREF};
 
-bool givesUp(StorageMode mode)
+bool releases(StorageMode mode)
 {
     return mode == 1 || mode == 3;
 }
@@ -74,7 +74,7 @@ class FailingPlain : public virtual Object
 public:
     ~FailingPlain() noexcept(false) override
     {
-        throw std::runtime_error("failed to go");
+        throw std::runtime_error("destructor failed");
     }
 };
 
@@ -234,8 +234,8 @@ TEST(ObjectHolder, DestructorDeletesAPlainObjectOnlyIfTheModeRequiresIt)
             EXPECT_EQ(owner.get(), objectOf(std::as_const(holder)));
             EXPECT_FALSE(!holder);
         }
-        EXPECT_EQ(givesUp(mode) ? 1 : 0, destroyed) << "mode " << mode;
-        if (givesUp(mode)) {
+        EXPECT_EQ(releases(mode) ? 1 : 0, destroyed) << "mode " << mode;
+        if (releases(mode)) {
             owner.release();
         }
     }
@@ -267,7 +267,7 @@ TEST(ObjectHolder, AcquiresACountedObjectIfTheModeRequiresIt)
             EXPECT_EQ(ref.get(), objectOf(holder));
             EXPECT_EQ(2 + acquired(mode), ref->refCount()) << "mode " << mode;
         }
-        EXPECT_EQ(2 + acquired(mode) - (givesUp(mode) ? 1 : 0), ref->refCount()) << "mode " << mode;
+        EXPECT_EQ(2 + acquired(mode) - (releases(mode) ? 1 : 0), ref->refCount()) << "mode " << mode;
         while (ref->refCount() > 1) {
             ref->releaseRef();
         }
@@ -282,7 +282,7 @@ TEST(ObjectHolder, ReleasesACountedObjectIfTheModeRequiresIt)
         ref->acquireRef();
         ObjectHolder holder(ref.get(), mode);
         holder.assign(nullptr, mode);
-        EXPECT_EQ(2 + acquired(mode) - (givesUp(mode) ? 1 : 0), ref->refCount()) << "mode " << mode;
+        EXPECT_EQ(2 + acquired(mode) - (releases(mode) ? 1 : 0), ref->refCount()) << "mode " << mode;
         EXPECT_TRUE(!holder);
         while (ref->refCount() > 1) {
             ref->releaseRef();
@@ -357,7 +357,7 @@ TEST(ObjectHolder, CopiesHaveTheSameMode)
             EXPECT_EQ(3 + 2 * acquired(mode), ref->refCount()) << "mode " << mode;
             EXPECT_EQ(std::uint32_t(mode) + 4, flagsOf(copy));
         }
-        EXPECT_EQ(3 + 2 * acquired(mode) - (givesUp(mode) ? 2 : 0), ref->refCount()) << "mode " << mode;
+        EXPECT_EQ(3 + 2 * acquired(mode) - (releases(mode) ? 2 : 0), ref->refCount()) << "mode " << mode;
         while (ref->refCount() > 1) {
             ref->releaseRef();
         }
@@ -530,21 +530,21 @@ TEST(ObjectHolder, ConvertsToATruthValue)
 TEST(ObjectHolder, KeepsTheObjectIfItsReleaseThrows)
 {
     int destroyed = 0;
-    auto* const stubborn = new Stubborn(&destroyed);
+    auto* const throwing = new Stubborn(&destroyed);
     {
         RcoRef<Counted> ref(new Counted);
-        ObjectHolder holder(stubborn, ObjectHolder::SM_ACQUIRE_AND_DEREF);
+        ObjectHolder holder(throwing, ObjectHolder::SM_ACQUIRE_AND_DEREF);
         const ObjectHolder source(ref.get(), ObjectHolder::SM_ACQUIRE_AND_DEREF);
-        stubborn->refusing = true;
+        throwing->throwsOnRelease = true;
         EXPECT_THROW(holder = source, std::runtime_error);
-        EXPECT_EQ(stubborn, objectOf(holder));
+        EXPECT_EQ(throwing, objectOf(holder));
         EXPECT_EQ(7U, flagsOf(holder));
         EXPECT_EQ(2U, ref->refCount());
         EXPECT_THROW(holder.assign(nullptr, ObjectHolder::SM_NO_ACTION), std::runtime_error);
-        EXPECT_EQ(stubborn, objectOf(holder));
+        EXPECT_EQ(throwing, objectOf(holder));
         EXPECT_EQ(7U, flagsOf(holder));
-        EXPECT_EQ(1U, stubborn->refCount());
-        stubborn->refusing = false;
+        EXPECT_EQ(1U, throwing->refCount());
+        throwing->throwsOnRelease = false;
     }
     EXPECT_EQ(1, destroyed);
 }

@@ -317,7 +317,7 @@ TEST(RcoRef, BreaksACycleFromWithinByMove)
     node->next = node;
     node->next = std::move(other);
     EXPECT_EQ(1, destroyed);
-    EXPECT_EQ(1, otherDestroyed) << "it went with the node that held it last";
+    EXPECT_EQ(1, otherDestroyed) << "deleted with the last node that referenced it";
     EXPECT_EQ(nullptr, other.get());
 }
 
@@ -375,14 +375,14 @@ protected:
 
     void SetUp() override
     {
-        object->refusing = true;
+        object->throwsOnRelease = true;
     }
     void TearDown() override
     {
         EXPECT_EQ(object, ref.get());
         EXPECT_EQ(1U, object->refCount(false));
         EXPECT_EQ(0, destroyed);
-        object->refusing = false;
+        object->throwsOnRelease = false;
     }
 };
 

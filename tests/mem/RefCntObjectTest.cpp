@@ -238,11 +238,11 @@ TEST(RefCntObject, AssignmentKeepsTheCount)
     EXPECT_EQ(3U, target.refCount(false));
     EXPECT_EQ(2U, target.refBias());
     target.acquireRef();
-    EXPECT_EQ(4U, target.refCount(false)) << "it still counts";
+    EXPECT_EQ(4U, target.refCount(false)) << "still counted";
 
     source = target;
     source.acquireRef();
-    EXPECT_EQ(0U, source.refCount(false)) << "it still does not";
+    EXPECT_EQ(0U, source.refCount(false)) << "still not counted";
     EXPECT_EQ(0U, source.refBias());
 }
 
@@ -296,7 +296,7 @@ TEST(RefCntObject, AdjustedBiasMayHaveAnyValueInItsRange)
 TEST(RefCntObject, ReleasesOnlyIfMoreThanTheFloorRemain)
 {
     Counted object;
-    EXPECT_FALSE(object.releaseRefAbove(0)) << "there is none to give up";
+    EXPECT_FALSE(object.releaseRefAbove(0)) << "it has no reference";
     acquire(object, 4);
     EXPECT_TRUE(object.releaseRefAbove(1));
     EXPECT_TRUE(object.releaseRefAbove(1));
@@ -304,11 +304,11 @@ TEST(RefCntObject, ReleasesOnlyIfMoreThanTheFloorRemain)
     EXPECT_FALSE(object.releaseRefAbove(1));
     EXPECT_EQ(2U, object.refCount());
     EXPECT_TRUE(object.releaseRefAbove(0));
-    EXPECT_FALSE(object.releaseRefAbove(0)) << "the last one ends the object";
+    EXPECT_FALSE(object.releaseRefAbove(0)) << "the last one must delete the object";
     EXPECT_EQ(1U, object.refCount());
     acquire(object, 2);
     object.incBias();
-    EXPECT_FALSE(object.releaseRefAbove(1)) << "the bias counts for nothing";
+    EXPECT_FALSE(object.releaseRefAbove(1)) << "the bias is subtracted";
     EXPECT_TRUE(object.releaseRefAbove(0));
     EXPECT_EQ(1U, object.refCount());
 }
@@ -390,7 +390,7 @@ TEST(RefCntObject, ExceptionOfTheDestructorPropagates)
         object->releaseRef();
         FAIL() << "nothing was thrown";
     } catch (const std::runtime_error& failure) {
-        EXPECT_STREQ("failed to go", failure.what());
+        EXPECT_STREQ("destructor failed", failure.what());
     }
     EXPECT_EQ(1, destroyed);
 

@@ -23,18 +23,18 @@ static_assert(sizeof(Cloneable) == sizeof(void*), "it has no fields");
 class Sheep : public Cloneable
 {
 public:
-    explicit Sheep(int* living) : living_(living)
+    explicit Sheep(int* live) : live_(live)
     {
-        ++*living_;
+        ++*live_;
     }
-    Sheep(const Sheep& other) : Cloneable(other), name(other.name), living_(other.living_)
+    Sheep(const Sheep& other) : Cloneable(other), name(other.name), live_(other.live_)
     {
-        ++*living_;
+        ++*live_;
     }
     Sheep& operator=(const Sheep&) = default;
     ~Sheep() override
     {
-        --*living_;
+        --*live_;
     }
 
     Cloneable* clone(bool deep) const override
@@ -48,7 +48,7 @@ public:
     bool wasDeep = false;
 
 private:
-    int* living_;
+    int* live_;
 };
 
 /** Content of an application, without a destructor of its own. */
@@ -114,26 +114,26 @@ TEST(Cloneable, CloneHasTheSlotBeforeTheDestructor)
 
 TEST(Cloneable, IsClonedAndDestroyedThroughTheBase)
 {
-    int living = 0;
+    int live = 0;
     {
-        Sheep sheep(&living);
+        Sheep sheep(&live);
         sheep.name = 7;
         const Cloneable& cloneable = sheep;
         for (const bool deep : {false, true}) {
             const std::unique_ptr<Cloneable> clone(cloneable.clone(deep));
-            EXPECT_EQ(2, living);
+            EXPECT_EQ(2, live);
             const auto& copy = dynamic_cast<const Sheep&>(*clone);
             EXPECT_NE(&sheep, &copy);
             EXPECT_EQ(7, copy.name);
             EXPECT_EQ(deep, copy.wasDeep);
         }
-        EXPECT_EQ(1, living);
+        EXPECT_EQ(1, live);
 
-        Sheep other(&living);
+        Sheep other(&live);
         other = sheep;
         EXPECT_EQ(7, other.name);
     }
-    EXPECT_EQ(0, living);
+    EXPECT_EQ(0, live);
 }
 
 }

@@ -40,14 +40,14 @@ const Sheep& sheepAt(const Bag& bag, unsigned int key)
     return dynamic_cast<const Sheep&>(*bag.find(key));
 }
 
-RefCntObjectRef item(int* living = nullptr)
+RefCntObjectRef item(int* live = nullptr)
 {
-    return RefCntObjectRef(new Item(living));
+    return RefCntObjectRef(new Item(live));
 }
 
-RefCntObjectRef sheep(int* living = nullptr)
+RefCntObjectRef sheep(int* live = nullptr)
 {
-    return RefCntObjectRef(new Sheep(living));
+    return RefCntObjectRef(new Sheep(live));
 }
 
 /** Returns true if the key has an entry. Leaves the context unchanged. */
@@ -133,11 +133,11 @@ TEST(ContainerContext, ContextUnderAnotherKeyThrows)
     Bag bag;
     const RefCntObjectRef context(new Named(STAYS));
     for (const unsigned int key : {SHARED, DEEP, CONFLICTING, RESERVED}) {
-        EXPECT_EQ("Context key mismatch.", refusal([&] { bag.add(context, key); }));
+        EXPECT_EQ("Context key mismatch.", errorMessage([&] { bag.add(context, key); }));
     }
     EXPECT_FALSE(isTaken(bag, SHARED));
     EXPECT_EQ("com.kor.dal.nim.type.ContainerContext.add()\n",
-              failurePlace([&] { bag.add(context, SHARED); }));
+              failureTrace([&] { bag.add(context, SHARED); }));
 }
 
 TEST(ContainerContext, ContentThatIsNotCloneableThrowsIfItsKeyRequiresCloning)
@@ -145,48 +145,49 @@ TEST(ContainerContext, ContentThatIsNotCloneableThrowsIfItsKeyRequiresCloning)
     Bag bag;
     for (const unsigned int key : {SHALLOW, DEEP, DEEP_AND_SHALLOW}) {
         EXPECT_EQ("Content flagged for duplication is not Cloneable.",
-                  refusal([&] { bag.add(item(), key); }));
+                  errorMessage([&] { bag.add(item(), key); }));
         EXPECT_EQ("Content flagged for duplication is not Cloneable.",
-                  refusal([&] { bag.add(RefCntObjectRef(new Named(key)), key); }));
+                  errorMessage([&] { bag.add(RefCntObjectRef(new Named(key)), key); }));
         EXPECT_EQ("Context flagged for duplication is not Cloneable.",
-                  refusal([&] { bag.add(ContextRef(new Named(key))); }));
+                  errorMessage([&] { bag.add(ContextRef(new Named(key))); }));
         EXPECT_FALSE(isTaken(bag, key));
         EXPECT_TRUE(bag.add(sheep(), key));
-        EXPECT_EQ("Content flagged for duplication is not Cloneable.", refusal([&] { bag.add(item(), key); }))
-            << "also when the key is taken";
+        EXPECT_EQ("Content flagged for duplication is not Cloneable.",
+                  errorMessage([&] { bag.add(item(), key); }))
+            << "even if the key has an entry";
     }
     EXPECT_EQ("com.kor.dal.nim.type.ContainerContext.add()\n",
-              failurePlace([&] { bag.add(ContextRef(new Named(DEEP))); }));
+              failureTrace([&] { bag.add(ContextRef(new Named(DEEP))); }));
 }
 
 TEST(ContainerContext, InvalidKeysThrow)
 {
     Bag bag;
     for (const RefCntObjectRef& ref : {item(), sheep(), RefCntObjectRef()}) {
-        EXPECT_EQ("Reserved content key.", refusal([&] { bag.add(ref, RESERVED); }));
+        EXPECT_EQ("Reserved content key.", errorMessage([&] { bag.add(ref, RESERVED); }));
         EXPECT_EQ("Key contains conflicting content attributes.",
-                  refusal([&] { bag.add(ref, CONFLICTING); }));
+                  errorMessage([&] { bag.add(ref, CONFLICTING); }));
     }
-    EXPECT_EQ("Reserved content key.", refusal([&] { bag.add(ContextRef(new Named(RESERVED))); }));
+    EXPECT_EQ("Reserved content key.", errorMessage([&] { bag.add(ContextRef(new Named(RESERVED))); }));
     EXPECT_EQ("Key contains conflicting content attributes.",
-              refusal([&] { bag.add(ContextRef(new Named(CONFLICTING))); }));
+              errorMessage([&] { bag.add(ContextRef(new Named(CONFLICTING))); }));
     EXPECT_EQ("com.kor.dal.nim.type.Context.keyAttributes()\ncom.kor.dal.nim.type.ContainerContext.add()\n",
-              failurePlace([&] { bag.add(item(), RESERVED); }));
+              failureTrace([&] { bag.add(item(), RESERVED); }));
 }
 
 TEST(ContainerContext, RemoveReturnsTheReference)
 {
-    int living = 0;
+    int live = 0;
     Bag bag;
-    bag.add(item(&living), STAYS);
-    bag.add(item(&living), SHARED);
+    bag.add(item(&live), STAYS);
+    bag.add(item(&live), SHARED);
     {
         const RefCntObjectRef removed = bag.remove(STAYS);
         EXPECT_EQ(1U, removed->refCount());
         EXPECT_FALSE(isTaken(bag, STAYS));
-        EXPECT_EQ(2, living);
+        EXPECT_EQ(2, live);
     }
-    EXPECT_EQ(1, living);
+    EXPECT_EQ(1, live);
     EXPECT_TRUE(!bag.remove(STAYS));
     EXPECT_TRUE(!bag.remove(RESERVED));
     EXPECT_FALSE(!bag.find(SHARED));
@@ -213,10 +214,10 @@ TEST(ContainerContext, SwapExchangesTheContents)
 
 TEST(ContainerContextCopy, TreatsEachEntryByItsKey)
 {
-    int living = 0;
+    int live = 0;
     Bag source;
     for (const unsigned int key : {STAYS, SHARED, SHALLOW, DEEP, DEEP_AND_SHALLOW}) {
-        source.add(sheep(&living), key);
+        source.add(sheep(&live), key);
     }
     {
         const Bag copy(source);
@@ -232,9 +233,9 @@ TEST(ContainerContextCopy, TreatsEachEntryByItsKey)
         EXPECT_FALSE(sheepAt(copy, SHALLOW).deepClone);
         EXPECT_TRUE(sheepAt(copy, DEEP).deepClone);
         EXPECT_TRUE(sheepAt(copy, DEEP_AND_SHALLOW).deepClone);
-        EXPECT_EQ(8, living);
+        EXPECT_EQ(8, live);
     }
-    EXPECT_EQ(5, living);
+    EXPECT_EQ(5, live);
     EXPECT_EQ(1U, at(source, SHARED)->refCount());
 }
 
@@ -250,14 +251,14 @@ TEST(ContainerContextCopy, SharesAnEmptyReference)
 
 TEST(ContainerContextCopy, ReplacesTheContentOfItsTarget)
 {
-    int living = 0;
+    int live = 0;
     Bag source;
     source.add(sheep(), SHALLOW);
     Bag target;
-    target.add(item(&living), STAYS);
-    target.add(item(&living), SHARED);
+    target.add(item(&live), STAYS);
+    target.add(item(&live), SHARED);
     EXPECT_EQ(&target, &(target = source));
-    EXPECT_EQ(0, living);
+    EXPECT_EQ(0, live);
     EXPECT_FALSE(isTaken(target, STAYS));
     EXPECT_FALSE(isTaken(target, SHARED));
     EXPECT_EQ(1, sheepAt(target, SHALLOW).generation);
@@ -265,39 +266,39 @@ TEST(ContainerContextCopy, ReplacesTheContentOfItsTarget)
 
 TEST(ContainerContextCopy, SelfAssignmentDuplicatesTheEntries)
 {
-    int living = 0;
+    int live = 0;
     Bag bag;
     for (const unsigned int key : {STAYS, SHARED, SHALLOW, DEEP}) {
-        bag.add(sheep(&living), key);
+        bag.add(sheep(&live), key);
     }
     const RefCntObject* const shared = at(bag, SHARED);
     const Bag& same = bag;
     bag = same;
-    EXPECT_EQ(3, living);
+    EXPECT_EQ(3, live);
     EXPECT_FALSE(isTaken(bag, STAYS));
     EXPECT_EQ(shared, at(bag, SHARED));
     EXPECT_EQ(1U, shared->refCount());
     EXPECT_EQ(1, sheepAt(bag, SHALLOW).generation);
     EXPECT_EQ(1, sheepAt(bag, DEEP).generation);
     bag = same;
-    EXPECT_EQ(3, living);
+    EXPECT_EQ(3, live);
     EXPECT_EQ(2, sheepAt(bag, SHALLOW).generation);
 }
 
 TEST(ContainerContextCopy, IsExactForAnyNumberOfEntries)
 {
     for (const unsigned int entries : {0U, 4U, 32U, 1000U}) {
-        int living = 0;
+        int live = 0;
         Bag source;
         for (unsigned int i = 0; i < entries; ++i) {
             // Each attribute in turn. The bits above 9 of a key are arbitrary.
             const unsigned int attributes[] = {0x000, 0x080, 0x100, 0x200};
-            source.add(sheep(&living), (i + 1) << 10 | attributes[i % 4]);
+            source.add(sheep(&live), (i + 1) << 10 | attributes[i % 4]);
         }
-        ASSERT_EQ(static_cast<int>(entries), living);
+        ASSERT_EQ(static_cast<int>(entries), live);
         {
             Bag copy(source);
-            EXPECT_EQ(static_cast<int>(entries + entries / 2), living);
+            EXPECT_EQ(static_cast<int>(entries + entries / 2), live);
             for (unsigned int i = 0; i < entries; i += 4) {
                 EXPECT_FALSE(isTaken(copy, (i + 1) << 10));
                 EXPECT_EQ(at(source, (i + 2) << 10 | 0x080), at(copy, (i + 2) << 10 | 0x080));
@@ -305,11 +306,11 @@ TEST(ContainerContextCopy, IsExactForAnyNumberOfEntries)
                 EXPECT_TRUE(sheepAt(copy, (i + 4) << 10 | 0x200).deepClone);
             }
             copy = source;
-            EXPECT_EQ(static_cast<int>(entries + entries / 2), living);
+            EXPECT_EQ(static_cast<int>(entries + entries / 2), live);
         }
-        EXPECT_EQ(static_cast<int>(entries), living);
+        EXPECT_EQ(static_cast<int>(entries), live);
         source.clearContent();
-        EXPECT_EQ(0, living);
+        EXPECT_EQ(0, live);
     }
 }
 
@@ -338,10 +339,10 @@ TEST(ContainerContextCopy, FoundReferencesStayValidWhenOtherEntriesChange)
 
 TEST(ContainerContextCopy, CopyOfACopyTreatsEachEntryByItsKey)
 {
-    int living = 0;
+    int live = 0;
     Bag source;
     for (const unsigned int key : {STAYS, SHARED, SHALLOW, DEEP}) {
-        source.add(sheep(&living), key);
+        source.add(sheep(&live), key);
     }
     {
         const Bag first(source);
@@ -351,45 +352,45 @@ TEST(ContainerContextCopy, CopyOfACopyTreatsEachEntryByItsKey)
         EXPECT_EQ(2, sheepAt(second, SHALLOW).generation);
         EXPECT_TRUE(sheepAt(second, DEEP).deepClone);
         EXPECT_EQ(nullptr, at(second, STAYS));
-        EXPECT_EQ(8, living);
+        EXPECT_EQ(8, live);
     }
-    EXPECT_EQ(4, living);
+    EXPECT_EQ(4, live);
     EXPECT_EQ(1U, at(source, SHARED)->refCount());
 }
 
-/** Content whose references cannot be acquired while `refuses` is set. */
-class Refusing : public Item
+/** Content whose references cannot be acquired while `throws` is set. */
+class ThrowingAcquire : public Item
 {
 public:
-    Refusing(int* living, const bool& flag) : Item(living), refuses(flag) {}
+    ThrowingAcquire(int* live, const bool& flag) : Item(live), throws(flag) {}
 
     void acquireRef() const override
     {
-        if (refuses) {
-            throw std::runtime_error("refused");
+        if (throws) {
+            throw std::runtime_error("acquire failed");
         }
         Item::acquireRef();
     }
 
 private:
-    const bool& refuses;
+    const bool& throws;
 };
 
 TEST(ContainerContextCopy, FailureToAcquireAnEntryReleasesTheOthers)
 {
-    int living = 0;
-    bool refuses = false;
+    int live = 0;
+    bool throws = false;
     Bag source;
-    source.add(item(&living), SHARED);
-    source.add(RefCntObjectRef(new Refusing(&living, refuses)), SHARED + 1);
+    source.add(item(&live), SHARED);
+    source.add(RefCntObjectRef(new ThrowingAcquire(&live, throws)), SHARED + 1);
     const Bag copy(source);
-    refuses = true;
+    throws = true;
     EXPECT_THROW(const Bag of(source), std::runtime_error);
     EXPECT_THROW(const Bag of(copy), std::runtime_error);
-    refuses = false;
+    throws = false;
     EXPECT_EQ(2U, at(source, SHARED)->refCount());
     EXPECT_EQ(2U, at(source, SHARED + 1)->refCount());
-    EXPECT_EQ(2, living);
+    EXPECT_EQ(2, live);
 }
 
 TEST(ContainerContextCopy, EmptyReferenceUnderACloningKeyThrows)
@@ -397,19 +398,19 @@ TEST(ContainerContextCopy, EmptyReferenceUnderACloningKeyThrows)
     for (const unsigned int key : {SHALLOW, DEEP, DEEP_AND_SHALLOW}) {
         Bag source;
         source.add(RefCntObjectRef(), key);
-        EXPECT_EQ("Attempt to dereference null reference.", refusal([&] { const Bag copy(source); }));
+        EXPECT_EQ("Attempt to dereference null reference.", errorMessage([&] { const Bag copy(source); }));
         EXPECT_EQ("com.kor.dal.nim.type.ContainerContext.operator = ()\n"
                   "com.kor.dal.nim.type.ContainerContext.ContainerContext()\n",
-                  failurePlace([&] { const Bag copy(source); }));
+                  failureTrace([&] { const Bag copy(source); }));
     }
 }
 
 TEST(ContainerContextCopy, CloneThatIsNotRefCntObjectThrowsBadCast)
 {
     int clones = 0;
-    for (int* const living : {&clones, static_cast<int*>(nullptr)}) {
+    for (int* const live : {&clones, static_cast<int*>(nullptr)}) {
         Bag source;
-        source.add(RefCntObjectRef(new Degenerate(living)), SHALLOW);
+        source.add(RefCntObjectRef(new UncountedClone(live)), SHALLOW);
         EXPECT_THROW(const Bag copy(source), std::bad_cast);
         Bag target;
         EXPECT_THROW(target = source, std::bad_cast);
@@ -419,16 +420,16 @@ TEST(ContainerContextCopy, CloneThatIsNotRefCntObjectThrowsBadCast)
 
 TEST(ContainerContextCopy, FailureLeavesTheTargetUnchanged)
 {
-    int living = 0;
+    int live = 0;
     Bag source;
-    source.add(sheep(&living), SHARED);
-    source.add(sheep(&living), SHALLOW);
-    source.add(RefCntObjectRef(new Unwilling), DEEP);
+    source.add(sheep(&live), SHARED);
+    source.add(sheep(&live), SHALLOW);
+    source.add(RefCntObjectRef(new ThrowingClone), DEEP);
     Bag target;
-    target.add(sheep(&living), STAYS);
+    target.add(sheep(&live), STAYS);
     const RefCntObject* const before = at(target, STAYS);
     EXPECT_THROW(target = source, std::runtime_error);
-    EXPECT_EQ(3, living);
+    EXPECT_EQ(3, live);
     EXPECT_EQ(before, at(target, STAYS));
     EXPECT_FALSE(isTaken(target, SHARED));
     EXPECT_FALSE(isTaken(target, SHALLOW));
@@ -443,14 +444,14 @@ TEST(ContainerContextCopy, FailureLeavesTheTargetUnchanged)
 
 TEST(ContainerContextClear, ReleasesAllEntries)
 {
-    int living = 0;
-    const RefCntObjectRef kept = item(&living);
+    int live = 0;
+    const RefCntObjectRef kept = item(&live);
     Bag bag;
     bag.add(kept, SHARED);
-    bag.add(item(&living), STAYS);
+    bag.add(item(&live), STAYS);
     bag.add(RefCntObjectRef(), DEEP);
     bag.clearContent();
-    EXPECT_EQ(1, living);
+    EXPECT_EQ(1, live);
     EXPECT_EQ(1U, kept->refCount());
     for (const unsigned int key : {STAYS, SHARED, DEEP}) {
         EXPECT_FALSE(isTaken(bag, key));
@@ -487,13 +488,13 @@ TEST(ContainerContextClear, KeepsAnEntryThatADestructorAdds)
     EXPECT_TRUE(isTaken(bag, SHARED));
 }
 
-void addFailing(Bag& bag, int* living)
+void addFailing(Bag& bag, int* live)
 {
     for (const unsigned int key : {0x401U, 0x402U, 0x403U}) {
-        bag.add(RefCntObjectRef(new Item(living,
+        bag.add(RefCntObjectRef(new Item(live,
                                          [key] {
                                              if (key == 0x402) {
-                                                 throw std::runtime_error("failed to go");
+                                                 throw std::runtime_error("destructor failed");
                                              }
                                              if (key == 0x403) {
                                                  throw 7;
@@ -501,17 +502,17 @@ void addFailing(Bag& bag, int* living)
                                          })),
                 key);
     }
-    bag.add(item(living), 0x404);
+    bag.add(item(live), 0x404);
 }
 
 TEST(ContainerContextClear, DiscardsExceptionsOfDestructors)
 {
-    int living = 0;
+    int live = 0;
     Bag bag;
-    addFailing(bag, &living);
-    EXPECT_EQ(4, living);
+    addFailing(bag, &live);
+    EXPECT_EQ(4, live);
     bag.clearContent();
-    EXPECT_EQ(0, living);
+    EXPECT_EQ(0, live);
     for (const unsigned int key : {0x401U, 0x402U, 0x403U, 0x404U}) {
         EXPECT_FALSE(isTaken(bag, key));
     }
@@ -519,39 +520,39 @@ TEST(ContainerContextClear, DiscardsExceptionsOfDestructors)
 
 TEST(ContainerContextClear, HappensInTheDestructor)
 {
-    int living = 0;
+    int live = 0;
     {
         const BagRef bag(new Bag);
-        addFailing(const_cast<Bag&>(*bag), &living);
+        addFailing(const_cast<Bag&>(*bag), &live);
     }
-    EXPECT_EQ(0, living);
+    EXPECT_EQ(0, live);
 }
 
 TEST(ContainerContextClear, HappensToReplacedContent)
 {
-    int living = 0;
+    int live = 0;
     Bag source;
     source.add(sheep(), SHARED);
     Bag target;
-    addFailing(target, &living);
+    addFailing(target, &live);
     target = source;
-    EXPECT_EQ(0, living);
+    EXPECT_EQ(0, live);
     EXPECT_EQ(at(source, SHARED), at(target, SHARED));
 }
 
 // A shared object is destroyed with the last context that contains it.
 TEST(ContainerContextClear, KeepsObjectsThatHaveOtherReferences)
 {
-    int living = 0;
+    int live = 0;
     Bag one;
-    one.add(RefCntObjectRef(new Item(&living, [] { throw 7; })), SHARED);
+    one.add(RefCntObjectRef(new Item(&live, [] { throw 7; })), SHARED);
     {
         Bag two(one);
         one.clearContent();
-        EXPECT_EQ(1, living);
+        EXPECT_EQ(1, live);
         EXPECT_EQ(1U, at(two, SHARED)->refCount());
     }
-    EXPECT_EQ(0, living);
+    EXPECT_EQ(0, live);
 }
 
 TEST(ContainerContextClear, ReleasesOneReferenceOnly)

@@ -39,39 +39,39 @@ constexpr unsigned int RESERVED = 0xFFFFFFFF;
 class Item : public RefCntObject
 {
 public:
-    explicit Item(int* living = nullptr, std::function<void()> farewell = nullptr)
-        : living_(living), farewell_(std::move(farewell))
+    explicit Item(int* live = nullptr, std::function<void()> onDestruction = nullptr)
+        : live_(live), onDestruction_(std::move(onDestruction))
     {
-        if (living_ != nullptr) {
-            ++*living_;
+        if (live_ != nullptr) {
+            ++*live_;
         }
     }
     ~Item() noexcept(false) override
     {
-        if (living_ != nullptr) {
-            --*living_;
+        if (live_ != nullptr) {
+            --*live_;
         }
-        if (farewell_) {
-            farewell_();
+        if (onDestruction_) {
+            onDestruction_();
         }
     }
 
 private:
-    int* living_;
-    std::function<void()> farewell_;
+    int* live_;
+    std::function<void()> onDestruction_;
 };
 
 /** Content that is cloneable. */
 class Sheep : public RefCntObject, public Cloneable
 {
 public:
-    explicit Sheep(int* living = nullptr) : living_(living)
+    explicit Sheep(int* live = nullptr) : live_(live)
     {
         count(1);
     }
     Sheep(const Sheep& other)
         : com::kor::dal::nim::type::Object(other), RefCntObject(other), Cloneable(other),
-          generation(other.generation + 1), living_(other.living_)
+          generation(other.generation + 1), live_(other.live_)
     {
         count(1);
     }
@@ -94,60 +94,60 @@ public:
 private:
     void count(int change) noexcept
     {
-        if (living_ != nullptr) {
-            *living_ += change;
+        if (live_ != nullptr) {
+            *live_ += change;
         }
     }
 
-    int* living_;
+    int* live_;
 };
 
 /** Content whose clone() throws. */
-class Unwilling : public Sheep
+class ThrowingClone : public Sheep
 {
 public:
     using Sheep::Sheep;
-    ~Unwilling() noexcept override {}
+    ~ThrowingClone() noexcept override {}
 
     Cloneable* clone(bool) const override
     {
-        throw std::runtime_error("unwilling");
+        throw std::runtime_error("clone failed");
     }
 };
 
 /** A clone that is not reference-counted. */
-class Uncounted : public Cloneable
+class UncountedObject : public Cloneable
 {
 public:
-    explicit Uncounted(int* living) : living_(living)
+    explicit UncountedObject(int* live) : live_(live)
     {
-        ++*living_;
+        ++*live_;
     }
-    Uncounted(const Uncounted&) = delete;
-    Uncounted& operator=(const Uncounted&) = delete;
-    ~Uncounted() override
+    UncountedObject(const UncountedObject&) = delete;
+    UncountedObject& operator=(const UncountedObject&) = delete;
+    ~UncountedObject() override
     {
-        --*living_;
+        --*live_;
     }
     Cloneable* clone(bool) const override
     {
-        return new Uncounted(living_);
+        return new UncountedObject(live_);
     }
 
 private:
-    int* living_;
+    int* live_;
 };
 
 /** Content whose clones are not reference-counted, or null. */
-class Degenerate : public Sheep
+class UncountedClone : public Sheep
 {
 public:
-    explicit Degenerate(int* living) : clones(living) {}
-    ~Degenerate() noexcept override {}
+    explicit UncountedClone(int* live) : clones(live) {}
+    ~UncountedClone() noexcept override {}
 
     Cloneable* clone(bool) const override
     {
-        return clones != nullptr ? new Uncounted(clones) : nullptr;
+        return clones != nullptr ? new UncountedObject(clones) : nullptr;
     }
 
     int* clones;
@@ -211,7 +211,7 @@ typedef RcoRef<Bag> BagRef;
 
 /** Returns the message of the system_error 22 that `call` throws, or "nothing". */
 template <class Call>
-String refusal(Call call)
+String errorMessage(Call call)
 {
     try {
         call();
@@ -223,7 +223,7 @@ String refusal(Call call)
 
 /** Returns the frames of the exception that `call` throws, without line numbers, innermost first. */
 template <class Call>
-String failurePlace(Call call)
+String failureTrace(Call call)
 {
     String place;
     try {

@@ -107,7 +107,7 @@ protected:
         calls.clear();
     }
 
-    bool isFiled(unsigned int key = STAYS)
+    bool hasEntry(unsigned int key = STAYS)
     {
         return !!bag->find(key);
     }
@@ -134,28 +134,28 @@ TEST_F(ContextScopeTest, EntryExistsWithinTheBlock)
     {
         const ContextScope scope(make, unmake, STAYS, 0xFFFFFFFFFFFFFFFF, bag);
         EXPECT_TRUE(scope.active());
-        EXPECT_TRUE(isFiled());
+        EXPECT_TRUE(hasEntry());
         EXPECT_EQ((std::vector<Call>{{'m', bag.get(), STAYS, 0xFFFFFFFFFFFFFFFF}}), calls);
         EXPECT_EQ(2U, bag->refCount());
         calls.clear();
     }
     EXPECT_EQ((std::vector<Call>{{'u', bag.get(), STAYS, 0xFFFFFFFFFFFFFFFF}}), calls);
-    EXPECT_FALSE(isFiled());
+    EXPECT_FALSE(hasEntry());
     EXPECT_EQ(1U, bag->refCount());
 }
 
 TEST_F(ContextScopeTest, KeepsItsTargetAlive)
 {
-    int living = 0;
+    int live = 0;
     ContextScope scope;
     {
         ContainerContextRef target(new Bag);
-        target->add(RefCntObjectRef(new Item(&living)), SHARED);
+        target->add(RefCntObjectRef(new Item(&live)), SHARED);
         scope.set(make, unmake, STAYS, 0, target);
     }
-    EXPECT_EQ(1, living);
+    EXPECT_EQ(1, live);
     scope.clear();
-    EXPECT_EQ(0, living);
+    EXPECT_EQ(0, live);
 }
 
 TEST_F(ContextScopeTest, ExistingEntryIsUnaffected)
@@ -182,7 +182,7 @@ TEST_F(ContextScopeTest, NestedScopesShareTheEntry)
         EXPECT_EQ(made, bag->find(STAYS).get());
         EXPECT_EQ(1U, calls.size());
     }
-    EXPECT_FALSE(isFiled());
+    EXPECT_FALSE(hasEntry());
     EXPECT_EQ(2U, calls.size());
 }
 
@@ -191,7 +191,8 @@ TEST_F(ContextScopeTest, EmptyResultOfTheFactoryIsStored)
     {
         const ContextScope scope(makeNothing, unmake, STAYS, 0, bag);
         EXPECT_TRUE(scope.active());
-        EXPECT_FALSE(ContainerContextRef(bag)->add(RefCntObjectRef(new Item), STAYS)) << "the key is taken";
+        EXPECT_FALSE(ContainerContextRef(bag)->add(RefCntObjectRef(new Item), STAYS))
+            << "the key has an entry";
     }
     EXPECT_EQ(2U, calls.size());
     EXPECT_TRUE(ContainerContextRef(bag)->add(RefCntObjectRef(new Item), STAYS));
@@ -204,7 +205,7 @@ TEST_F(ContextScopeTest, ExistingEmptyReferenceCountsAsAbsent)
     {
         const ContextScope scope(make, unmake, STAYS, 0, bag);
         EXPECT_TRUE(scope.active());
-        EXPECT_FALSE(isFiled());
+        EXPECT_FALSE(hasEntry());
     }
     EXPECT_EQ((std::vector<Call>{{'m', bag.get(), STAYS, 0}, {'u', bag.get(), STAYS, 0}}), calls);
     EXPECT_TRUE(ContainerContextRef(bag)->add(RefCntObjectRef(), STAYS));
@@ -231,7 +232,7 @@ TEST_F(ContextScopeTest, DoesNothingWithoutAFactory)
         EXPECT_FALSE(without.active());
     }
     EXPECT_TRUE(calls.empty());
-    EXPECT_FALSE(isFiled());
+    EXPECT_FALSE(hasEntry());
 }
 
 TEST_F(ContextScopeTest, EntryRemainsWithoutACleanUp)
@@ -240,7 +241,7 @@ TEST_F(ContextScopeTest, EntryRemainsWithoutACleanUp)
         const ContextScope scope(make, nullptr, STAYS, 0, bag);
         EXPECT_TRUE(scope.active());
     }
-    EXPECT_TRUE(isFiled());
+    EXPECT_TRUE(hasEntry());
 }
 
 TEST_F(ContextScopeTest, SetCleansUpFirst)
@@ -251,12 +252,12 @@ TEST_F(ContextScopeTest, SetCleansUpFirst)
                   {'m', bag.get(), STAYS, 1}, {'u', bag.get(), STAYS, 1}, {'m', other.get(), SHARED, 2}}),
               calls);
     EXPECT_TRUE(scope.active());
-    EXPECT_FALSE(isFiled());
+    EXPECT_FALSE(hasEntry());
     EXPECT_EQ(1U, bag->refCount());
     EXPECT_EQ(2U, other->refCount());
 
     scope.set(make, unmake, SHARED, 3, other);
-    EXPECT_TRUE(scope.active()) << "its own content was gone when it looked";
+    EXPECT_TRUE(scope.active()) << "its own entry was already removed";
     scope.set(nullptr, unmake, SHARED, 4, other);
     EXPECT_FALSE(scope.active());
     EXPECT_TRUE(!other->find(SHARED));
@@ -271,7 +272,7 @@ TEST_F(ContextScopeTest, RepeatedClearCleansUpOnce)
         ContextScope scope(make, unmake, STAYS, 0, bag);
         scope.clear();
         EXPECT_FALSE(scope.active());
-        EXPECT_FALSE(isFiled());
+        EXPECT_FALSE(hasEntry());
         EXPECT_EQ(1U, bag->refCount());
         scope.clear();
     }
@@ -283,7 +284,7 @@ TEST_F(ContextScopeTest, ClearKeepsAnEntryOfAnotherScope)
     ContextScope outer(make, unmake, STAYS, 1, bag);
     ContextScope inner(make, unmake, STAYS, 2, bag);
     inner.clear();
-    EXPECT_TRUE(isFiled());
+    EXPECT_TRUE(hasEntry());
     EXPECT_TRUE(outer.active());
 }
 
@@ -294,7 +295,7 @@ TEST_F(ContextScopeTest, OpRemoveRemovesTheEntry)
     EXPECT_TRUE(!ContextScope::opRemove(ContainerContextRef(), STAYS, 0));
     EXPECT_TRUE(!ContextScope::opRemove(bag, SHARED, 0));
     EXPECT_TRUE(ContextScope::opRemove(bag, STAYS, 99) == filed);
-    EXPECT_FALSE(isFiled());
+    EXPECT_FALSE(hasEntry());
 }
 
 // Failures.
@@ -306,7 +307,7 @@ TEST_F(ContextScopeTest, ExceptionOfTheFactoryPropagatesWithoutCleanUp)
         ContextScope scope(make, unmake, SHARED, 1, bag);
         EXPECT_THROW(scope.set(failToMake, unmake, STAYS, 2, other), std::runtime_error);
         EXPECT_FALSE(scope.active());
-        EXPECT_EQ(2U, other->refCount()) << "the scope knows its new target already";
+        EXPECT_EQ(2U, other->refCount()) << "the scope already refers to its new target";
     }
     EXPECT_EQ((std::vector<Call>{{'f', bag.get(), STAYS, 0},
                                  {'m', bag.get(), SHARED, 1},
@@ -318,16 +319,17 @@ TEST_F(ContextScopeTest, ExceptionOfTheFactoryPropagatesWithoutCleanUp)
 TEST_F(ContextScopeTest, ExceptionOfAddPropagates)
 {
     EXPECT_EQ("Context key mismatch.",
-              refusal([this] { ContextScope(makeContextOfAnotherKey, unmake, STAYS, 0, bag); }));
+              errorMessage([this] { ContextScope(makeContextOfAnotherKey, unmake, STAYS, 0, bag); }));
     EXPECT_EQ("Content flagged for duplication is not Cloneable.",
-              refusal([this] { ContextScope(make, unmake, DEEP, 0, bag); }));
-    EXPECT_EQ("Reserved content key.", refusal([this] { ContextScope(make, unmake, RESERVED, 0, bag); }));
+              errorMessage([this] { ContextScope(make, unmake, DEEP, 0, bag); }));
+    EXPECT_EQ("Reserved content key.",
+              errorMessage([this] { ContextScope(make, unmake, RESERVED, 0, bag); }));
     EXPECT_EQ("com.kor.dal.nim.type.ContainerContext.add()\n"
               "com.kor.dal.nim.type.ContextScope.ContextScope()\n",
-              failurePlace([this] { ContextScope(make, unmake, DEEP, 0, bag); }));
+              failureTrace([this] { ContextScope(make, unmake, DEEP, 0, bag); }));
     ContextScope scope;
     EXPECT_EQ("com.kor.dal.nim.type.ContainerContext.add()\ncom.kor.dal.nim.type.ContextScope.set()\n",
-              failurePlace([&] { scope.set(make, unmake, DEEP, 0, bag); }));
+              failureTrace([&] { scope.set(make, unmake, DEEP, 0, bag); }));
     for (const Call& call : calls) {
         EXPECT_NE('u', call.operation);
     }
@@ -356,10 +358,10 @@ TEST_F(ContextScopeTest, ClearThatCleansUpIsInTheTrace)
 {
     const logtest::DefaultLogger logger;
     ContextScope scope(make, failBySystem, STAYS, 0, bag);
-    EXPECT_EQ("unmake()\ncom.kor.dal.nim.type.ContextScope.clear()\n", failurePlace([&] { scope.clear(); }));
+    EXPECT_EQ("unmake()\ncom.kor.dal.nim.type.ContextScope.clear()\n", failureTrace([&] { scope.clear(); }));
     ContainerContextRef(bag)->remove(STAYS);
     EXPECT_EQ("unmake()\ncom.kor.dal.nim.type.ContextScope.set()\n",
-              failurePlace([&] { scope.set(make, unmake, STAYS, 0, bag); }));
+              failureTrace([&] { scope.set(make, unmake, STAYS, 0, bag); }));
 }
 
 TEST_F(ContextScopeTest, DestructorLogsAnExceptionOfTheCleanUp)
@@ -370,8 +372,8 @@ TEST_F(ContextScopeTest, DestructorLogsAnExceptionOfTheCleanUp)
     }
     EXPECT_EQ("com.kor.dal.nim WARNING ContextScope : Unexpected context exception : cannot unmake\n",
               logger.taken());
-    EXPECT_EQ(1U, bag->refCount()) << "the target is released all the same";
-    EXPECT_TRUE(isFiled());
+    EXPECT_EQ(1U, bag->refCount()) << "the target is released nevertheless";
+    EXPECT_TRUE(hasEntry());
 }
 
 TEST_F(ContextScopeTest, LogsTheNumberAndTheTraceOfASystemError)
@@ -386,7 +388,7 @@ TEST_F(ContextScopeTest, LogsTheNumberAndTheTraceOfASystemError)
                          "  [1]\tunmake()\n"
                          "  [0]\tcom.kor.dal.nim.type.ContextScope.~ContextScope():";
     EXPECT_EQ(front, text.substr(0, front.size()));
-    EXPECT_EQ(text.size() - 1, text.find('\n', front.size())) << "one number and nothing more";
+    EXPECT_EQ(text.size() - 1, text.find('\n', front.size())) << "only one number";
 }
 
 TEST_F(ContextScopeTest, DisabledSeverityLogsNothing)
@@ -434,10 +436,10 @@ TEST_F(ContextScopeTest, AnyExceptionOfTheCleanUpLeavesClear)
     EXPECT_THROW(scope.clear(), int);
     EXPECT_THROW(scope.set(make, unmake, STAYS, 0, other), int);
     EXPECT_TRUE(scope.active());
-    EXPECT_TRUE(isFiled());
+    EXPECT_TRUE(hasEntry());
     willing = true;
     scope.clear();
-    EXPECT_FALSE(isFiled());
+    EXPECT_FALSE(hasEntry());
     willing = false;
 }
 

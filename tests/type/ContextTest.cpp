@@ -20,11 +20,11 @@ namespace {
 using com::kor::dal::nim::sys::internal::ThreadState;
 using typetest::Context;
 using typetest::ContextRef;
-using typetest::failurePlace;
+using typetest::failureTrace;
 using typetest::Named;
 using typetest::RefCntObject;
 using typetest::RefCntObjectRef;
-using typetest::refusal;
+using typetest::errorMessage;
 using typetest::UInt32_t;
 
 static_assert(std::is_abstract_v<Context>);
@@ -109,15 +109,16 @@ TEST(ContextKey, IsAllocatedAtLoadTime)
 TEST(ContextKey, UnknownAttributesThrow)
 {
     for (const unsigned int attributes : {8U, 9U, 16U, 0x80000000U, 0xFFFFFFFFU}) {
-        EXPECT_EQ("Unrecognized content attributes.", refusal([&] { Context::allocateKey(attributes); }));
+        EXPECT_EQ("Unrecognized content attributes.",
+                  errorMessage([&] { Context::allocateKey(attributes); }));
     }
-    EXPECT_EQ("com.kor.dal.nim.type.Context.allocateKey()\n", failurePlace([] { Context::allocateKey(8); }));
+    EXPECT_EQ("com.kor.dal.nim.type.Context.allocateKey()\n", failureTrace([] { Context::allocateKey(8); }));
 }
 
 TEST(ContextKey, ConflictingAttributesThrow)
 {
     for (const unsigned int attributes : {3U, 5U, 7U}) {
-        EXPECT_EQ("Conflicting content attributes.", refusal([&] { Context::allocateKey(attributes); }));
+        EXPECT_EQ("Conflicting content attributes.", errorMessage([&] { Context::allocateKey(attributes); }));
     }
 }
 
@@ -134,16 +135,16 @@ TEST(ContextKey, KeyAttributesReturnsTheAttributesOfAnyKey)
 
 TEST(ContextKey, ReservedKeyThrows)
 {
-    EXPECT_EQ("Reserved content key.", refusal([] { Context::keyAttributes(0xFFFFFFFF); }));
+    EXPECT_EQ("Reserved content key.", errorMessage([] { Context::keyAttributes(0xFFFFFFFF); }));
     EXPECT_EQ("com.kor.dal.nim.type.Context.keyAttributes()\n",
-              failurePlace([] { Context::keyAttributes(0xFFFFFFFF); }));
+              failureTrace([] { Context::keyAttributes(0xFFFFFFFF); }));
 }
 
 TEST(ContextKey, KeysWithConflictingAttributesThrow)
 {
     for (const unsigned int key : {0x180U, 0x280U, 0x380U, 0xFFFFFFFEU, 0x12345180U}) {
         EXPECT_EQ("Key contains conflicting content attributes.",
-                  refusal([&] { Context::keyAttributes(key); }));
+                  errorMessage([&] { Context::keyAttributes(key); }));
     }
 }
 

@@ -68,7 +68,7 @@ class Failing : public virtual Object
 public:
     ~Failing() noexcept(false) override
     {
-        throw std::runtime_error("failed to go");
+        throw std::runtime_error("destructor failed");
     }
 };
 
@@ -79,7 +79,7 @@ TEST(Object, ExceptionOfTheDestructorPropagates)
         delete object;
         FAIL() << "nothing was thrown";
     } catch (const std::runtime_error& failure) {
-        EXPECT_STREQ("failed to go", failure.what());
+        EXPECT_STREQ("destructor failed", failure.what());
     }
 }
 

@@ -144,38 +144,36 @@ TEST(SecurityContext, ThreadsOfTheFlowFindTheSameObject)
     EXPECT_EQ(mine.get(), seen);
     EXPECT_EQ(mine->token().get(), token);
     EXPECT_EQ(2U, mine->refCount());
-    std::thread([] {
-        EXPECT_TRUE(!SecurityContext::current()) << "the library did not start this one";
-    }).join();
+    std::thread([] { EXPECT_TRUE(!SecurityContext::current()) << "not started by the library"; }).join();
 }
 
 TEST(SecurityContext, SharedObjectOutlivesItsScope)
 {
-    int living = 0;
+    int live = 0;
     RefCntObjectRef copy;
     {
         const SecurityScope scope;
-        SecurityContext::current()->token(ConstSecurityTokenRef(new Item(&living)));
+        SecurityContext::current()->token(ConstSecurityTokenRef(new Item(&live)));
         copy = RefCntObjectRef(new Bag(*ContainerContext::current()));
     }
     EXPECT_TRUE(!SecurityContext::current());
-    EXPECT_EQ(1, living);
+    EXPECT_EQ(1, live);
     copy.clear();
-    EXPECT_EQ(0, living);
+    EXPECT_EQ(0, live);
 }
 
 TEST(SecurityContext, TokenCanBeSet)
 {
-    int living = 0;
+    int live = 0;
     {
         SecurityContextRef context = created();
         EXPECT_TRUE(!context->token());
-        const ConstSecurityTokenRef token(new Item(&living));
+        const ConstSecurityTokenRef token(new Item(&live));
         context->token(token);
         EXPECT_TRUE(context->token() == token);
         EXPECT_EQ(2U, token->refCount());
     }
-    EXPECT_EQ(0, living);
+    EXPECT_EQ(0, live);
 }
 
 TEST(SecurityContext, EmptyTokenHasNoEffect)
@@ -202,7 +200,7 @@ TEST(SecurityContext, ReplacingTheTokenThrows)
             context->token(second);
             ADD_FAILURE() << "nothing was thrown";
         } catch (const system_error&) {
-            ADD_FAILURE() << "a misuse is no system_error";
+            ADD_FAILURE() << "misuse throws std::logic_error";
         } catch (const std::logic_error& error) {
             const String text = error.what();
             const String front =
