@@ -93,8 +93,8 @@ private:
     /** The entries, unless `isAdopted`. */
     Content content;
     /**
-     * The entries if `isAdopted`: those of a duplicate, which nothing was added to or removed from since.
-     * This context owns one reference to each. Afterwards kept for callers that hold references into it.
+     * The entries if `isAdopted`: those of a duplicate, unchanged since. This context owns one reference to
+     * each. Retained after a change, because find() may have returned references into the list.
      */
     std::shared_ptr<const EntryList> adopted;
     bool isAdopted = false;

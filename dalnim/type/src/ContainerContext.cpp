@@ -199,7 +199,8 @@ void ContainerContext::clearContent() noexcept
 /** Replaces the content by `entries`. */
 void ContainerContext::adopt(SharedEntries entries) noexcept
 {
-    replace(entries.releaseOwnership());
+    auto list = entries.releaseOwnership();
+    replace(list->entries().empty() ? nullptr : std::move(list));
 }
 
 /**
