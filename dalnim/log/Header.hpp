@@ -7,15 +7,24 @@
 #include <qv/pmx/api.h>
 
 #include <exception>
+#include <locale>
+#include <memory>
 #include <sstream>
 #include <string_view>
 
 namespace com::kor::dal::nim::log {
 
+class ForwardingBuffer;
+class RecordBuffer;
+class StreamState;
+
 /**
- * One record in the making: the stream that a log statement fills, and where and when it stood.
- * It is the statement's for as long as that runs, and is used on one thread. The time is that of the
- * statement, not that of the writing.
+ * A record: the stream that a log statement inserts its text into, with the place and time of the statement.
+ * It is used on one thread. The time is that of the statement, not that of the write.
+ *
+ * A record that a program constructs is a string stream in every respect. The records of NIM_LOG and its kin
+ * keep the text where the line is assembled. For these, str() of this class returns and replaces the text at
+ * any time, but std::ostringstream::str() returns it only once the record has been passed to a logger.
  */
 class DALNIM_API Header : public std::ostringstream
 {
@@ -23,10 +32,13 @@ public:
     static constexpr const char CLASS_NAME[] = "Header";
 
     /**
-     * @param file is kept as a pointer: a literal that outlives the record
+     * Starts a record at the present time, on the calling thread.
      *
-     * An insertion into the stream that misses memory sets its badbit, as in every stream; a logger
-     * refuses such a record with `std::bad_alloc` instead of writing a part of it.
+     * If memory runs out during an insertion, the stream sets `badbit`, as any stream does. A module then
+     * rejects the record with `std::bad_alloc` instead of writing a part of it.
+     *
+     * @param file  source file; only the pointer is stored, so the string must outlive the record
+     * @throws std::bad_alloc if memory runs out
      */
     Header(Severity severity, const char* file, unsigned int line);
     ~Header() override;
@@ -34,79 +46,110 @@ public:
     Header(const Header&) = delete;
     Header& operator=(const Header&) = delete;
 
-    /** The stream for the text. */
+    /** Returns the stream for the text: this object. */
     std::ostream& os() noexcept
     {
         return *this;
     }
 
-    /** The name of the record's severity. Throws `std::out_of_range` for a number that is none. */
+    /** Returns the text. */
+    String str() const;
+    /** Replaces the text. The next insertion overwrites its beginning, as in any string stream. */
+    void str(const String& text);
+
+    /**
+     * Returns the name of the severity.
+     * @throws std::out_of_range if the severity is not one of the enumeration
+     */
     String getSeverityName() const;
-    /** The severity of the statement. */
+    /** Returns the severity of the statement. */
     Severity getSeverityId() const noexcept
     {
         return severity;
     }
-    /** The source file of the statement: the pointer that the record was made with. */
+    /** Returns the source file of the statement: the pointer that was passed to the constructor. */
     const char* getFile() const noexcept
     {
         return file;
     }
-    /** The source line of the statement. */
+    /** Returns the source line of the statement. */
     unsigned int getLine() const noexcept
     {
         return line;
     }
-    /** The kernel's number of the thread of the statement. */
+    /** Returns the kernel's ID of the thread that ran the statement. */
     ThreadID_t getThread() const noexcept
     {
         return thread;
     }
-    /** Seconds since the epoch. */
+    /** Returns the time of the statement, in seconds since the epoch. */
     Time_t getWhen() const noexcept
     {
         return when;
     }
 
     /**
-     * Writes `msg`, the exception's number if it is a sys::system_error, and its text. The severity
-     * chooses the detail: DEBUG adds the type's name and the stack trace, INFO neither, every other
-     * severity the stack trace.
+     * Inserts `msg`, the error number if `exc` is a sys::system_error, and the exception's message. The
+     * severity selects the details: DEBUG adds the name of the type and the stack trace, INFO neither, and
+     * every other severity the stack trace.
+     * @return os()
      */
     std::ostream& insertTrapped(const std::exception& exc, const char* msg);
-    /** The same. */
+    /** @copydoc insertTrapped(const std::exception&, const char*) */
     std::ostream& insertTrapped(const std::exception& exc, const String& msg);
 
 private:
     friend class Log;
     friend class Module;
+    friend class RecordLine;
     friend class SpareHeaders;
-    friend class ThreadHeader;
+    friend class Statement;
+    friend class ThreadHeaderCache;
     friend class Write;
 
-    /** What str() copies, where it stands: until the next insertion. */
-    std::string_view text() const noexcept;
+    /** Selects the constructor of the records that a Statement fills, and that are used again. */
+    enum class Origin { STATEMENT };
 
-    /** Throws std::bad_alloc where memory has run out within the text, which would go out cut. */
-    void requireWhole() const
+    Header(Origin origin, Severity severity, const char* file, unsigned int line);
+    /** Has the stream insert into `buffer`, and returns its state after that. */
+    std::unique_ptr<StreamState> connectBuffer();
+
+    /** Returns what str() copies. Valid until the next insertion. */
+    std::string_view text() const;
+    /** Returns the memory that holds the text, for the line. */
+    RecordBuffer& lineBuffer() const;
+
+    /** Throws `std::bad_alloc` if memory ran out during an insertion. */
+    void throwIfTruncated() const
     {
         if (bad()) {
-            throwIfCut();
+            throwIfTruncatedWhenBad();
         }
     }
-    void throwIfCut() const;
+    void throwIfTruncatedWhenBad() const;
+    /** Makes the text available through std::ostringstream::str(), for loggers other than Write. */
+    void copyToStringStream();
 
-    /** Makes it an empty record again; false when only a new one would be as good as new. */
-    bool restore() noexcept;
-    /** Begins the next record in a restored one; false if a new stream would have another locale. */
-    bool renew(Severity severity, const char* file, unsigned int line);
+    /** Resets the record to the state of a new one. Requires Origin::STATEMENT. */
+    void reset() noexcept;
+    /** Starts the next record in one that was reset. */
+    void start(Severity severity, const char* file, unsigned int line);
+    void followLocale(const std::locale& global);
 
-    // Constant for the length of a statement; only renew() changes them.
+    // Constant during a statement; changed only by start().
     Severity severity;
     const char* file;
     unsigned int line;
     ThreadID_t thread;
     Time_t when;
+    /** Whether std::ostringstream::str() returns a text that reset() must remove. */
+    bool copied;
+    /** The text of a statement's record; otherwise a copy of it, made when it is logged. */
+    const std::unique_ptr<RecordBuffer> buffer;
+    /** Null in a statement's record. Otherwise the stream inserts through it into its own string buffer. */
+    const std::unique_ptr<ForwardingBuffer> forwarder;
+    /** Null unless the record is a statement's. */
+    const std::unique_ptr<StreamState> initialState;
 };
 
 }

@@ -2,7 +2,7 @@
 
 #include <dalnim/log/src/EscapedText.hpp>
 
-#include <dalnim/log/src/LineText.hpp>
+#include <dalnim/log/src/LineBuffer.hpp>
 
 #include <algorithm>
 
@@ -48,7 +48,7 @@ bool needsEscape(std::string_view text) noexcept
     return std::any_of(text.begin(), text.end(), isEscaped);
 }
 
-void appendEscaped(LineText& line, std::string_view text)
+void appendEscaped(LineBuffer& line, std::string_view text)
 {
     while (!text.empty()) {
         const auto* const escaped = std::find_if(text.begin(), text.end(), isEscaped);

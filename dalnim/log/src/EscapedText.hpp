@@ -5,7 +5,7 @@
 
 namespace com::kor::dal::nim::log {
 
-class LineText;
+class LineBuffer;
 
 /** Returns whether appendEscaped() would change a text. */
 bool needsEscape(std::string_view text) noexcept;
@@ -15,7 +15,7 @@ bool needsEscape(std::string_view text) noexcept;
  * has such a name, otherwise as \xNN with two lower-case digits, and a backslash as \\. So a record stays on
  * one line, no text looks like the beginning of another record, and nothing reaches a terminal as a command.
  */
-void appendEscaped(LineText& line, std::string_view text);
+void appendEscaped(LineBuffer& line, std::string_view text);
 
 }
 

@@ -1,7 +1,7 @@
 #ifndef DALNIM_LOG_SRC_FILETRACE_HPP
 #define DALNIM_LOG_SRC_FILETRACE_HPP
 
-#include <dalnim/log/src/LineText.hpp>
+#include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 
 #include <iostream>
@@ -32,7 +32,7 @@ private:
     static void printParts(const Parts&... parts)
     {
         try {
-            LineText message;
+            LineBuffer message;
             (append(message, parts), ...);
             write(message.view());
         } catch (const std::bad_alloc&) {
@@ -41,7 +41,7 @@ private:
     }
 
     template <class Part>
-    static void append(LineText& message, const Part& part)
+    static void append(LineBuffer& message, const Part& part)
     {
         if constexpr (std::is_integral_v<Part>) {
             message.appendNumber(part);
@@ -54,7 +54,7 @@ private:
     static void writePart(const Part& part)
     {
         if constexpr (std::is_integral_v<Part>) {
-            LineText digits;
+            LineBuffer digits;
             write(digits.appendNumber(part).view());
         } else {
             write(std::string_view(part));

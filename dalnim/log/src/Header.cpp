@@ -2,12 +2,13 @@
 
 #include <dalnim/log/Header.hpp>
 
+#include <dalnim/log/src/ForwardingBuffer.hpp>
+#include <dalnim/log/src/RecordBuffer.hpp>
 #include <dalnim/log/src/SpareHeaders.hpp>
+#include <dalnim/log/src/StreamState.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
 
-#include <algorithm>
-#include <cstddef>
 #include <ctime>
 #include <locale>
 #include <new>
@@ -15,117 +16,111 @@
 
 namespace com::kor::dal::nim::log {
 
-namespace {
-
-/**
- * The area of output of a stream buffer. It is its subclasses' own; its members can be named in one of
- * them only.
- */
-struct Area : std::stringbuf
-{
-    static const char* begin(const std::stringbuf& buffer)
-    {
-        return (buffer.*&Area::pbase)();
-    }
-    static const char* position(const std::stringbuf& buffer)
-    {
-        return (buffer.*&Area::pptr)();
-    }
-    /** Behind the position of output there is more text when the statement has gone back in it. */
-    static const char* endOfText(const std::stringbuf& buffer)
-    {
-        return std::max<const char*>(position(buffer), (buffer.*&Area::egptr)());
-    }
-    static const char* end(const std::stringbuf& buffer)
-    {
-        return (buffer.*&Area::epptr)();
-    }
-};
-
-/** One byte more than a string without memory of its own has room for. */
-constexpr char FIRST_TEXT[] = "0123456789abcdef";
-
-}
-
 Header::Header(Severity sev, const char* source_file, unsigned int source_line)
     : std::ostringstream(std::ios_base::out), severity(sev), file(source_file), line(source_line),
-      thread(sys::System::threadId()), when(std::time(nullptr))
+      thread(sys::System::threadId()), when(std::time(nullptr)), copied(false),
+      buffer(std::make_unique<RecordBuffer>()),
+      forwarder(std::make_unique<ForwardingBuffer>(*std::ostringstream::rdbuf()))
 {
-    // Takes the memory for a text of the usual length now: see throwIfCut().
-    rdbuf()->sputn(FIRST_TEXT, sizeof FIRST_TEXT - 1);
-    str(String());
+    std::ios::rdbuf(forwarder.get());
 }
 
-Header::~Header() = default;
+Header::Header(Origin, Severity sev, const char* source_file, unsigned int source_line)
+    : std::ostringstream(std::ios_base::out), severity(sev), file(source_file), line(source_line),
+      thread(sys::System::threadId()), when(std::time(nullptr)), copied(false),
+      buffer(std::make_unique<RecordBuffer>()), initialState(connectBuffer())
+{
+}
+
+std::unique_ptr<StreamState> Header::connectBuffer()
+{
+    std::ios::rdbuf(buffer.get());
+    return std::make_unique<StreamState>(*this);
+}
+
+Header::~Header()
+{
+    // Callbacks of user code run in the destructor of the stream.
+    std::ios::rdbuf(std::ostringstream::rdbuf());
+}
+
+String Header::str() const
+{
+    return forwarder != nullptr ? std::ostringstream::str() : String(buffer->text());
+}
+
+void Header::str(const String& text)
+{
+    if (forwarder != nullptr) {
+        std::ostringstream::str(text);
+        forwarder->reset();
+    } else {
+        buffer->assign(text);
+    }
+}
 
 String Header::getSeverityName() const
 {
     return log::getSeverityName(severity);
 }
 
-std::string_view Header::text() const noexcept
+std::string_view Header::text() const
 {
-    const std::stringbuf& buffer = *rdbuf();
-    const char* const first = Area::begin(buffer);
-    return std::string_view(first, static_cast<std::size_t>(Area::endOfText(buffer) - first));
+    return lineBuffer().text();
 }
 
-void Header::throwIfCut() const
+RecordBuffer& Header::lineBuffer() const
 {
-    // The stream swallows the exception of a text that finds no memory to grow, and shows it as it shows
-    // a null pointer for a text. But only the former leaves the area full to its last byte; the latter
-    // does where it comes behind just so many bytes, 512 or twice that once or several times, and is
-    // taken for it there.
-    if (Area::position(*rdbuf()) == Area::end(*rdbuf())) {
+    if (forwarder != nullptr) {
+        buffer->assign(std::ostringstream::str());
+    }
+    return *buffer;
+}
+
+void Header::throwIfTruncatedWhenBad() const
+{
+    if (forwarder != nullptr ? forwarder->isTruncated() : buffer->isTruncated()) {
         throw std::bad_alloc();
     }
 }
 
-bool Header::restore() noexcept
+void Header::copyToStringStream()
 {
-    // A longer text than records usually have gives its memory back.
-    constexpr std::ptrdiff_t KEPT_SIZE = 4096;
-    const std::ios& base = *this;
-    if (base.rdbuf() != rdbuf() || Area::end(*rdbuf()) - Area::begin(*rdbuf()) > KEPT_SIZE) {
-        return false;
+    if (forwarder == nullptr) {
+        copied = true;
+        std::ostringstream::str(String(buffer->text()));
     }
-    // What users of the stream have hung onto it: nothing but its end tells them that it has ended.
-    if (_M_callbacks != nullptr || _M_word != _M_local_word) {
-        return false;
-    }
-    for (const _Words& word : _M_local_word) {
-        if (word._M_iword != 0 || word._M_pword != nullptr) {
-            return false;
-        }
-    }
-    if (!good()) {
-        clear();
-    }
-    if (exceptions() != std::ios_base::goodbit) {
-        exceptions(std::ios_base::goodbit);
-    }
-    flags(std::ios_base::skipws | std::ios_base::dec);
-    precision(6);
-    width(0);
-    fill(' ');
-    tie(nullptr);
-    str(String());
-    return true;
 }
 
-bool Header::renew(Severity sev, const char* source_file, unsigned int source_line)
+void Header::reset() noexcept
+{
+    if (copied) {
+        copied = false;
+        std::ostringstream::str(String());
+    }
+    initialState->restore();
+    buffer->reset();
+}
+
+void Header::start(Severity sev, const char* source_file, unsigned int source_line)
 {
     if (__builtin_expect(SpareHeaders::isRestricted(), false)) {
-        SpareHeaders::imbue(*this);
-    } else if (getloc() != std::locale()) {
-        return false;
+        followLocale(SpareHeaders::locale());
+    } else {
+        followLocale(std::locale());
     }
     thread = sys::System::threadId();
     severity = sev;
     file = source_file;
     line = source_line;
     when = std::time(nullptr);
-    return true;
+}
+
+void Header::followLocale(const std::locale& global)
+{
+    if (global != initialState->locale()) {
+        initialState->setLocale(global);
+    }
 }
 
 std::ostream& Header::insertTrapped(const std::exception& exc, const char* msg)
@@ -134,7 +129,7 @@ std::ostream& Header::insertTrapped(const std::exception& exc, const char* msg)
     stream << msg << TERMINATOR;
     const auto* const error = dynamic_cast<const sys::system_error*>(&exc);
     if (error != nullptr) {
-        // Whatever the statement has set on the stream, the number is a decimal one.
+        // Decimal, whatever base the statement has selected.
         stream << std::to_string(error->error()) << TERMINATOR;
     }
     stream << exc.what() << '\n';

@@ -8,7 +8,7 @@
 #include <qv/pmx/src/CancellationOff.hpp>
 #include <dalnim/log/src/CurrentPrefix.hpp>
 #include <dalnim/log/src/EscapedText.hpp>
-#include <dalnim/log/src/LineText.hpp>
+#include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordMutex.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
@@ -38,17 +38,18 @@ void Log::log(const Module& mod, const Header& rec, bool force)
 
 String Log::format(const Module& mod, const Header& rec)
 {
-    LineText prefix;
-    // The logger is asked only about a name that makes a difference: that takes a cast.
-    appendPrefix(prefix, getOutputMask(), mod, rec, needsEscape(mod.getName()) && getEscapeControls());
+    LineBuffer prefix;
+    // getEscapeControls() casts, so it is called only if the name has something to escape.
+    const bool escapesControls = needsEscape(mod.getName()) && getEscapeControls();
+    RecordPrefix(getOutputMask(), mod, rec, escapesControls).appendTo(prefix);
     return String(prefix.view());
 }
 
 void Log::log(const String& msg)
 {
-    LineText line;
+    LineBuffer line;
     line.append(msg);
-    endLine(line, CurrentPrefix::lengthIn(msg));
+    terminateLine(line, CurrentPrefix::lengthIn(msg));
     auto* const stream = dynamic_cast<std::ostream*>(getStream());
     const qv::CancellationOff uncut;
     bool isWritten = false;

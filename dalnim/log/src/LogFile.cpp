@@ -5,7 +5,7 @@
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/CurrentPrefix.hpp>
 #include <dalnim/log/src/ForkHandlers.hpp>
-#include <dalnim/log/src/LineText.hpp>
+#include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogOutput.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/mt/MutexHolder.hpp>
@@ -118,9 +118,9 @@ bool LogFile::is_reserved() const
 void LogFile::log(const String& msg)
 {
     const sys::StackTrack track("log()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    LineText line;
+    LineBuffer line;
     line.append(msg);
-    endLine(line, CurrentPrefix::lengthIn(msg));
+    terminateLine(line, CurrentPrefix::lengthIn(msg));
     logLine(line.view());
 }
 

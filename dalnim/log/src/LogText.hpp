@@ -2,20 +2,20 @@
 #define DALNIM_LOG_SRC_LOGTEXT_HPP
 
 #include <dalnim/log/Common.hpp>
-#include <dalnim/log/src/LineText.hpp>
+#include <dalnim/log/src/LineBuffer.hpp>
 
 #include <cctype>
 #include <string_view>
 
 namespace com::kor::dal::nim::log {
 
-/** What stands on standard error ahead of a record that its own stream would not take. */
-constexpr char STREAM_COMPLAINT[] = "ERROR: Unable to write to log output stream.";
+/** Precedes a record on standard error that its own output has rejected. */
+constexpr char WRITE_ERROR_MESSAGE[] = "ERROR: Unable to write to log output stream.";
 
-/** What getSeverityName() copies; fails as it does. */
+/** Returns what getSeverityName() copies; throws like it. */
 std::string_view severityText(Severity severity);
 
-/** The length of TERMINATOR, without a look at it. */
+/** Length of TERMINATOR. */
 constexpr std::size_t TERMINATOR_LENGTH = 3;
 
 /** Returns the length of `msg` without its trailing white space, but never less than that of its prefix. */
@@ -28,10 +28,10 @@ inline std::size_t trimmedLength(std::string_view msg, std::size_t prefixLength)
     return length;
 }
 
-/** Replaces the trailing white space of a line, as trimmedLength() has it, by a newline. */
-inline void endLine(LineText& line, std::size_t prefixLength)
+/** Replaces the trailing white space of a line, except in its prefix, by a newline. */
+inline void terminateLine(LineBuffer& line, std::size_t prefixLength)
 {
-    line.cut(trimmedLength(line.view(), prefixLength));
+    line.truncate(trimmedLength(line.view(), prefixLength));
     line.append('\n');
 }
 

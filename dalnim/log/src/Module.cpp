@@ -96,12 +96,16 @@ bool Module::isSelected(Severity codedSeverity)
 
 Module& Module::operator+=(std::ostream& header)
 {
-    const auto* const record = typeid(header) == typeid(Header) ? static_cast<const Header*>(&header)
-                                                                : dynamic_cast<const Header*>(&header);
+    auto* const record =
+        typeid(header) == typeid(Header) ? static_cast<Header*>(&header) : dynamic_cast<Header*>(&header);
     if (record == nullptr) {
         throw std::invalid_argument("Supplied std::ostream is not an NIM Log Header.");
     }
-    record->requireWhole();
+    record->throwIfTruncated();
+    if (loggerGate.load(std::memory_order_relaxed) == &OPEN_GATE) {
+        // Loggers of other classes may treat it as the string stream that it is.
+        record->copyToStringStream();
+    }
     if (StatementScope::isActive()) {
         logger.log(*this, *record, false);
     } else {

@@ -4,45 +4,77 @@
 
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
-#include <dalnim/log/src/DateTimeText.hpp>
 #include <dalnim/log/src/EscapedText.hpp>
-#include <dalnim/log/src/LineText.hpp>
+#include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
 
+#include <cstdint>
 #include <cstring>
+#include <limits>
 
 namespace com::kor::dal::nim::log {
 
 namespace {
 
-/** Puts the fields into the line, with a separator between each two. */
-class Fields
+constexpr std::size_t FIELD_COUNT = 9;
+constexpr std::size_t NUMBER_COUNT = 3;
+/** The longest decimal number of 32 bits, with a sign. */
+constexpr std::size_t MAX_NUMBER_LENGTH = std::numeric_limits<std::uint32_t>::digits10 + 2;
+
+/** Writes the fields from the last to the first, so that their end is known before their lengths. */
+class BackwardWriter
 {
 public:
-    Fields(LineText& text, unsigned int selected) : line(text), mask(selected), first(true) {}
+    explicit BackwardWriter(char* end) noexcept : position(end), lastFieldEnd(nullptr) {}
 
-    /** Lets `put` add a field, if the mask selects it; otherwise it is not even computed. */
-    template <class Put>
-    Fields& add(Mask bit, Put put)
+    char* begin() const noexcept
     {
-        if ((mask & bit) != 0) {
-            if (!first) {
-                line.append(SEPARATOR[0]);
-            }
-            first = false;
-            put(line);
+        return position;
+    }
+    void putTerminator() noexcept
+    {
+        put(std::string_view(TERMINATOR, TERMINATOR_LENGTH));
+        lastFieldEnd = position;
+    }
+    void putField(std::string_view text) noexcept
+    {
+        putSeparator();
+        put(text);
+    }
+    /** Plain decimal digits. */
+    void putField(std::int64_t number) noexcept
+    {
+        putSeparator();
+        std::uint64_t rest =
+            number < 0 ? 0 - static_cast<std::uint64_t>(number) : static_cast<std::uint64_t>(number);
+        do {
+            *--position = static_cast<char>('0' + rest % 10);
+            rest /= 10;
+        } while (rest != 0);
+        if (number < 0) {
+            *--position = '-';
         }
-        return *this;
     }
 
 private:
-    LineText& line;
-    const unsigned int mask;
-    bool first;
+    void putSeparator() noexcept
+    {
+        if (position != lastFieldEnd) {
+            *--position = SEPARATOR[0];
+        }
+    }
+    void put(std::string_view text) noexcept
+    {
+        position -= text.size();
+        std::memcpy(position, text.data(), text.size());
+    }
+
+    char* position;
+    const char* lastFieldEnd;
 };
 
-/** The name behind the last "/" of a path. */
+/** Returns the name after the last "/" of a path. */
 std::string_view baseName(const char* path)
 {
     const char* const slash = std::strrchr(path, '/');
@@ -51,24 +83,80 @@ std::string_view baseName(const char* path)
 
 }
 
-void appendPrefix(LineText& line, unsigned int outputMask, const Module& mod, const Header& rec,
-                  bool escapesControls)
+RecordPrefix::RecordPrefix(unsigned int outputMask, const Module& mod, const Header& rec,
+                           bool escapesControls)
+    : mask(outputMask), bound(FIELD_COUNT + NUMBER_COUNT * MAX_NUMBER_LENGTH + TERMINATOR_LENGTH), record(rec)
 {
-    Fields(line, outputMask)
-        .add(Mask_DATETIME, [&](LineText& text) { text.append(DateTimeText(rec.getWhen()).view()); })
-        .add(Mask_HOSTNAME, [](LineText& text) { text.append(sys::internal::host_name_text()); })
-        .add(Mask_PROCESSNAME, [](LineText& text) { text.append(sys::internal::process_name_text()); })
-        .add(Mask_PROCESSID, [](LineText& text) { text.appendNumber(getProcessId()); })
-        .add(Mask_THREADID, [&](LineText& text) { text.appendNumber(rec.getThread()); })
-        .add(Mask_MODULENAME,
-             [&](LineText& text) {
-                 escapesControls ? appendEscaped(text, mod.getName())
-                                 : static_cast<void>(text.append(mod.getName()));
-             })
-        .add(Mask_SEVERITY, [&](LineText& text) { text.append(severityText(rec.getSeverityId())); })
-        .add(Mask_SOURCEFILE, [&](LineText& text) { text.append(baseName(rec.getFile())); })
-        .add(Mask_LINENUMBER, [&](LineText& text) { text.appendNumber(rec.getLine()); });
-    line.append(std::string_view(TERMINATOR, TERMINATOR_LENGTH));
+    if ((mask & Mask_DATETIME) != 0) {
+        count(date.emplace(rec.getWhen()).view());
+    }
+    if ((mask & Mask_HOSTNAME) != 0) {
+        host = count(sys::internal::host_name_text());
+    }
+    if ((mask & Mask_PROCESSNAME) != 0) {
+        process = count(sys::internal::process_name_text());
+    }
+    if ((mask & Mask_MODULENAME) != 0) {
+        module = mod.getName();
+        if (escapesControls && needsEscape(module)) {
+            LineBuffer line;
+            appendEscaped(line, module);
+            escapedModule = line.view();
+            module = escapedModule;
+        }
+        count(module);
+    }
+    if ((mask & Mask_SEVERITY) != 0) {
+        severity = count(severityText(rec.getSeverityId()));
+    }
+    if ((mask & Mask_SOURCEFILE) != 0) {
+        sourceFile = count(baseName(rec.getFile()));
+    }
+}
+
+char* RecordPrefix::writeBefore(char* end) const noexcept
+{
+    BackwardWriter out(end);
+    out.putTerminator();
+    if ((mask & Mask_LINENUMBER) != 0) {
+        out.putField(record.getLine());
+    }
+    if ((mask & Mask_SOURCEFILE) != 0) {
+        out.putField(sourceFile);
+    }
+    if ((mask & Mask_SEVERITY) != 0) {
+        out.putField(severity);
+    }
+    if ((mask & Mask_MODULENAME) != 0) {
+        out.putField(module);
+    }
+    if ((mask & Mask_THREADID) != 0) {
+        out.putField(record.getThread());
+    }
+    if ((mask & Mask_PROCESSID) != 0) {
+        out.putField(getProcessId());
+    }
+    if ((mask & Mask_PROCESSNAME) != 0) {
+        out.putField(process);
+    }
+    if ((mask & Mask_HOSTNAME) != 0) {
+        out.putField(host);
+    }
+    if (date) {
+        out.putField(date->view());
+    }
+    return out.begin();
+}
+
+void RecordPrefix::appendTo(LineBuffer& line) const
+{
+    line.appendWith(bound, [this](char* memory) {
+        char* const end = memory + bound;
+        const char* const begin = writeBefore(end);
+        const auto length = static_cast<std::size_t>(end - begin);
+        std::memmove(memory, begin, length);
+        return length;
+    });
 }
 
 }

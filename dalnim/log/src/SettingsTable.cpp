@@ -4,7 +4,7 @@
 
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/EscapedText.hpp>
-#include <dalnim/log/src/LineText.hpp>
+#include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/internal/src/TimeZone.hpp>
@@ -154,7 +154,7 @@ unsigned int fileModeOf(const String& value)
 /** Returns the string for use in a message, which a zero byte would end. */
 String escaped(const String& text)
 {
-    LineText line;
+    LineBuffer line;
     appendEscaped(line, text);
     return String(line.view());
 }

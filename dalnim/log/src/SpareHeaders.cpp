@@ -19,13 +19,18 @@ namespace {
 /** One record for each statement that is active in the child at the same time. */
 constexpr std::size_t COUNT = 32;
 
-struct Spare
+/** Whether a child of the fork that is under way is restricted. */
+bool restrict_child = false;
+
+}
+
+struct SpareHeaders::Spare
 {
-    Header header{Severity_NONE, "", 0};
+    Header header{Header::Origin::STATEMENT, Severity_NONE, "", 0};
     std::atomic<bool> isInUse{false};
 };
 
-struct Stock
+struct SpareHeaders::Stock
 {
     explicit Stock(const std::locale& global) : locale(global) {}
 
@@ -34,13 +39,7 @@ struct Stock
     Spare spares[COUNT];
 };
 
-/** Null until a fork needs it. Replaced by forks, one at a time. Never destroyed at exit: see prepare(). */
-Stock* stock = nullptr;
-/** Whether a child of the fork that is under way is restricted. */
-bool restrict_child = false;
-
-}
-
+SpareHeaders::Stock* SpareHeaders::stock = nullptr;
 bool SpareHeaders::restricted = false;
 
 void SpareHeaders::prepare() noexcept
@@ -79,18 +78,16 @@ void SpareHeaders::afterForkInChild() noexcept
     restricted = restricted || restrict_child;
 }
 
-void SpareHeaders::imbue(Header& header)
+const std::locale& SpareHeaders::locale() noexcept
 {
-    if (header.getloc() != stock->locale) {
-        header.imbue(stock->locale);
-    }
+    return stock->locale;
 }
 
 Header* SpareHeaders::acquire(Severity severity, const char* file, unsigned int line)
 {
     for (Spare& spare : stock->spares) {
         if (!spare.isInUse.exchange(true, std::memory_order_acquire)) {
-            spare.header.renew(severity, file, line);
+            spare.header.start(severity, file, line);
             return &spare.header;
         }
     }
@@ -104,8 +101,8 @@ bool SpareHeaders::release(Header& header) noexcept
     }
     for (Spare& spare : stock->spares) {
         if (&spare.header == &header) {
-            // A stream that cannot be reset is not used again.
-            spare.isInUse.store(!header.restore(), std::memory_order_release);
+            header.reset();
+            spare.isInUse.store(false, std::memory_order_release);
             return true;
         }
     }

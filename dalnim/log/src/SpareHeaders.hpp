@@ -3,6 +3,8 @@
 
 #include <dalnim/log/Common.hpp>
 
+#include <locale>
+
 namespace com::kor::dal::nim::log {
 
 class Header;
@@ -32,8 +34,8 @@ public:
     {
         return restricted;
     }
-    /** Gives `header` the global locale that was looked up last. Requires a restricted child. */
-    static void imbue(Header& header);
+    /** Returns the global locale that was looked up last. Requires a restricted child. */
+    static const std::locale& locale() noexcept;
 
     /**
      * Acquires a record in a restricted child. Returns null if more statements are active than there are
@@ -44,6 +46,12 @@ public:
     static bool release(Header& header) noexcept;
 
 private:
+    struct Spare;
+    struct Stock;
+
+    /** Null until a fork needs it. Replaced by forks, one at a time. Never destroyed at exit: see prepare().
+     */
+    static Stock* stock;
     /** Written by the only thread of a process. */
     static bool restricted;
 };

@@ -3,7 +3,7 @@
 #include <dalnim/log/Statement.hpp>
 
 #include <dalnim/log/src/StatementScope.hpp>
-#include <dalnim/log/src/ThreadHeader.hpp>
+#include <dalnim/log/src/ThreadHeaderCache.hpp>
 
 #include <new>
 
@@ -12,9 +12,9 @@ namespace com::kor::dal::nim::log {
 Header& Statement::header(const char* file, unsigned int line)
 {
     StatementScope scope(this, __builtin_frame_address(0));
-    record = ThreadHeader::lend(severity, file, line);
+    record = ThreadHeaderCache::acquire(severity, file, line);
     if (record == nullptr) {
-        record = ::new (own) Header(severity, file, line);
+        record = ::new (own) Header(Header::Origin::STATEMENT, severity, file, line);
     }
     scope.keep();
     return *record;
@@ -22,7 +22,7 @@ Header& Statement::header(const char* file, unsigned int line)
 
 void Statement::end() noexcept
 {
-    if (!ThreadHeader::takeBack(*record)) {
+    if (!ThreadHeaderCache::release(*record)) {
         record->~Header();
     }
     StatementScope::leave(this);

@@ -256,9 +256,9 @@ void StreamOutput::writeToFallback(std::string_view line)
     std::ostream& stream = *STD_LOG_STREAMS[0].addr;
     const qv::CancellationOff uncut;
     try {
-        write(stream, String(STREAM_COMPLAINT).append(1, '\n').append(line));
+        write(stream, String(WRITE_ERROR_MESSAGE).append(1, '\n').append(line));
     } catch (const std::bad_alloc&) {
-        write(stream, STREAM_COMPLAINT);
+        write(stream, WRITE_ERROR_MESSAGE);
         write(stream, "\n");
         write(stream, line);
     }

@@ -9,9 +9,9 @@
 #include <dalnim/log/src/CurrentPrefix.hpp>
 #include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/ForkHandlers.hpp>
-#include <dalnim/log/src/LineText.hpp>
+#include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogText.hpp>
-#include <dalnim/log/src/RecordPrefix.hpp>
+#include <dalnim/log/src/RecordLine.hpp>
 #include <dalnim/log/src/StreamHeader.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/sys/InitLock.hpp>
@@ -29,25 +29,17 @@ namespace com::kor::dal::nim::log {
 
 namespace {
 
-/** Adds the text of a record. What is escaped is trimmed first: white space at its end is left out, as ever.
+/** Appends the text of a record. One that is escaped is trimmed first: its white space would not be removed.
  */
-void appendText(LineText& line, std::string_view text, bool escapesControls)
+void appendText(String& record, std::string_view text, bool escapesControls)
 {
-    if (escapesControls) {
-        appendEscaped(line, text.substr(0, trimmedLength(text, 0)));
-    } else {
-        line.append(text);
+    if (!escapesControls) {
+        record.append(text);
+        return;
     }
-}
-
-/** Formats a record as a line. Exceptions of appendPrefix() propagate. */
-void appendRecord(LineText& line, unsigned int outputMask, bool escapesControls, const Module& mod,
-                  const Header& rec, std::string_view text)
-{
-    appendPrefix(line, outputMask, mod, rec, escapesControls);
-    const std::size_t prefixLength = line.view().size();
-    appendText(line, text, escapesControls);
-    endLine(line, prefixLength);
+    LineBuffer line;
+    appendEscaped(line, text.substr(0, trimmedLength(text, 0)));
+    record.append(line.view());
 }
 
 }
@@ -89,20 +81,18 @@ void Write::log(const Module& mod, const Header& rec, bool force)
     }
     String record = format(mod, rec);
     const std::size_t prefixLength = record.size();
-    LineText text;
-    appendText(text, rec.text(), escapesControls.load(std::memory_order_relaxed));
-    record.append(text.view());
+    appendText(record, rec.text(), escapesControls.load(std::memory_order_relaxed));
     const CurrentPrefix prefix(std::string_view(record).substr(0, prefixLength));
     log(record);
 }
 
 void Write::formatAndLog(const Module& mod, const Header& rec)
 {
-    LineText line;
+    RecordLine line(mod, rec);
     const unsigned int mask = getOutputMask();
     const bool escapes = escapesControls.load(std::memory_order_relaxed);
     try {
-        appendRecord(line, mask, escapes, mod, rec, rec.text());
+        line.format(mask, escapes);
     } catch (...) {
         // A new output begins with its stream header, also if its first record cannot be formatted.
         const StateHolder holder(stateSync.acquire());
@@ -115,8 +105,7 @@ void Write::formatAndLog(const Module& mod, const Header& rec)
     const unsigned int currentMask = getOutputMask();
     const bool currentEscapes = escapesControls.load(std::memory_order_relaxed);
     if (currentMask != mask || currentEscapes != escapes) {
-        line.cut(0);
-        appendRecord(line, currentMask, currentEscapes, mod, rec, rec.text());
+        line.format(currentMask, currentEscapes);
     }
     if (hasBegun) {
         writeLine(line.view());
@@ -161,9 +150,9 @@ void Write::log(const String& msg)
         if (!fallsBack.load(std::memory_order_relaxed)) {
             throw;
         }
-        LineText line;
+        LineBuffer line;
         line.append(msg);
-        endLine(line, CurrentPrefix::lengthIn(msg));
+        terminateLine(line, CurrentPrefix::lengthIn(msg));
         StreamOutput::writeToFallback(line.view());
     }
 }

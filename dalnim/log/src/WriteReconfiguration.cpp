@@ -196,7 +196,7 @@ void Write::applySettings(const LogSettings& settings)
         Statement statement(INTERNAL_LOG_MODULE, Severity_INFO);
         Header& report = statement.header(REPORT_SOURCE, __LINE__);
         changes.write(report.os());
-        report.requireWhole();
+        report.throwIfTruncated();
         log(INTERNAL_LOG_MODULE, report, true);
     }
 }

@@ -91,7 +91,7 @@ void Write::reportChange(unsigned int line, const char* setting, Writer writeOld
     Header& report = statement.header(REPORT_SOURCE, line);
     report.os() << CHANGE_REPORT_TITLE << setting << std::endl;
     writeOldAndNew(report.os());
-    report.requireWhole();
+    report.throwIfTruncated();
     log(INTERNAL_LOG_MODULE, report, true);
 }
 

@@ -1,5 +1,5 @@
-#ifndef DALNIM_LOG_SRC_LINETEXT_HPP
-#define DALNIM_LOG_SRC_LINETEXT_HPP
+#ifndef DALNIM_LOG_SRC_LINEBUFFER_HPP
+#define DALNIM_LOG_SRC_LINEBUFFER_HPP
 
 #include <charconv>
 #include <cstring>
@@ -10,21 +10,21 @@
 
 namespace com::kor::dal::nim::log {
 
-/** The text of a line in the making. One of the usual length needs no memory but its own. */
-class LineText
+/** A buffer in which a line is assembled. A line of the usual length needs no memory other than its own. */
+class LineBuffer
 {
 public:
-    LineText() : begin(inlineBytes), length(0), capacity(sizeof inlineBytes) {}
+    LineBuffer() : begin(inlineBytes), length(0), capacity(sizeof inlineBytes) {}
 
-    LineText(const LineText&) = delete;
-    LineText& operator=(const LineText&) = delete;
+    LineBuffer(const LineBuffer&) = delete;
+    LineBuffer& operator=(const LineBuffer&) = delete;
 
     std::string_view view() const noexcept
     {
         return {begin, length};
     }
 
-    LineText& append(std::string_view text)
+    LineBuffer& append(std::string_view text)
     {
         if (text.empty()) {
             return *this;
@@ -34,15 +34,23 @@ public:
         length += text.size();
         return *this;
     }
-    LineText& append(char c)
+    LineBuffer& append(char c)
     {
         reserve(1);
         begin[length++] = c;
         return *this;
     }
-    /** In plain decimal digits: a stream would group them by the process's locale. */
+    /** Appends what `write` writes to the memory that it is called with, of at most `bound` bytes; it returns
+     * how many. */
+    template <class Write>
+    void appendWith(std::size_t bound, Write write)
+    {
+        reserve(bound);
+        length += write(begin + length);
+    }
+    /** Appends plain decimal digits; a stream would group them as the global locale demands. */
     template <class Number, class = std::enable_if_t<std::is_integral_v<Number>>>
-    LineText& appendNumber(Number number)
+    LineBuffer& appendNumber(Number number)
     {
         constexpr std::size_t LONGEST = std::numeric_limits<Number>::digits10 + 2;
         reserve(LONGEST);
@@ -50,7 +58,7 @@ public:
         length += static_cast<std::size_t>(std::to_chars(at, at + LONGEST, number).ptr - at);
         return *this;
     }
-    void cut(std::size_t newLength) noexcept
+    void truncate(std::size_t newLength) noexcept
     {
         length = newLength;
     }

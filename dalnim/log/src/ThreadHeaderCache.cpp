@@ -1,0 +1,79 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/src/ThreadHeaderCache.hpp>
+
+#include <dalnim/log/Header.hpp>
+#include <dalnim/log/src/SpareHeaders.hpp>
+#include <dalnim/sys/internal/src/ThreadExitHook.hpp>
+
+#include <new>
+
+namespace com::kor::dal::nim::log {
+
+namespace {
+
+enum class State : unsigned char {
+    /** Not constructed yet. */
+    EMPTY,
+    AVAILABLE,
+    IN_USE,
+    /** The thread is ending: statements that run after this construct records of their own. */
+    DESTROYED
+};
+
+/** Plain storage, which can be accessed until the very end of the thread. */
+struct Slot
+{
+    State state;
+    alignas(Header) unsigned char bytes[sizeof(Header)];
+
+    Header& header() noexcept
+    {
+        return *std::launder(reinterpret_cast<Header*>(bytes));
+    }
+};
+
+thread_local Slot slot;
+
+/** Destroys the record of the ending thread. */
+void destroySlot()
+{
+    // If an operand of an active statement ends the thread, the statement keeps its record.
+    if (slot.state == State::AVAILABLE) {
+        slot.header().~Header();
+    }
+    slot.state = State::DESTROYED;
+}
+
+sys::internal::ThreadExitHook exit_hook(destroySlot);
+
+}
+
+Header* ThreadHeaderCache::acquire(Severity severity, const char* file, unsigned int line)
+{
+    Slot& own = slot;
+    if (own.state == State::AVAILABLE) {
+        own.header().start(severity, file, line);
+    } else if (SpareHeaders::isRestricted()) {
+        return SpareHeaders::acquire(severity, file, line);
+    } else if (own.state == State::EMPTY && exit_hook.arm()) {
+        ::new (own.bytes) Header(Header::Origin::STATEMENT, severity, file, line);
+    } else {
+        return nullptr;
+    }
+    own.state = State::IN_USE;
+    return &own.header();
+}
+
+bool ThreadHeaderCache::release(Header& header) noexcept
+{
+    Slot& own = slot;
+    if (static_cast<void*>(&header) != own.bytes) {
+        return SpareHeaders::release(header);
+    }
+    header.reset();
+    own.state = State::AVAILABLE;
+    return true;
+}
+
+}
