@@ -16,15 +16,18 @@ namespace com::kor::dal::nim::log {
 
 class ForwardingBuffer;
 class RecordBuffer;
+class RecordPrefix;
+struct SourcePosition;
 class StreamState;
 
 /**
  * A record: the stream that a log statement inserts its text into, with the place and time of the statement.
  * It is used on one thread. The time is that of the statement, not that of the write.
  *
- * A record that a program constructs is a string stream in every respect. The records of NIM_LOG and its kin
- * keep the text where the line is assembled. For these, str() of this class returns and replaces the text at
- * any time, but std::ostringstream::str() returns it only once the record has been passed to a logger.
+ * A record that a program constructs is a string stream in every respect. A record of NIM_LOG and its kin
+ * keeps its text where the line is assembled: str() of this class returns and replaces the text at any time,
+ * but the str() of std::ostringstream only returns it, and only once the record has been passed to a logger
+ * that is not exactly a Write.
  */
 class DALNIM_API Header : public std::ostringstream
 {
@@ -102,6 +105,7 @@ private:
     friend class Log;
     friend class Module;
     friend class RecordLine;
+    friend class RecordPrefix;
     friend class SpareHeaders;
     friend class Statement;
     friend class ThreadHeaderCache;
@@ -110,7 +114,7 @@ private:
     /** Selects the constructor of the records that a Statement fills, and that are used again. */
     enum class Origin { STATEMENT };
 
-    Header(Origin origin, Severity severity, const char* file, unsigned int line);
+    Header(Origin origin, Severity severity, const SourcePosition& position);
     /** Has the stream insert into `buffer`, and returns its state after that. */
     std::unique_ptr<StreamState> connectBuffer();
 
@@ -133,7 +137,7 @@ private:
     /** Resets the record to the state of a new one. Requires Origin::STATEMENT. */
     void reset() noexcept;
     /** Starts the next record in one that was reset. */
-    void start(Severity severity, const char* file, unsigned int line);
+    void start(Severity severity, const SourcePosition& position);
     void followLocale(const std::locale& global);
 
     // Constant during a statement; changed only by start().
@@ -142,6 +146,8 @@ private:
     unsigned int line;
     ThreadID_t thread;
     Time_t when;
+    /** The part of `file` after the last "/", if the statement has determined it; otherwise null. */
+    std::string_view baseName;
     /** Whether std::ostringstream::str() returns a text that reset() must remove. */
     bool copied;
     /** The text of a statement's record; otherwise a copy of it, made when it is logged. */

@@ -22,6 +22,8 @@
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
 
+#include <string_view>
+
 namespace com::kor::dal::nim::log {
 
 /** The gate of one statement, open for one round, and the record behind it. */
@@ -45,8 +47,19 @@ public:
     Statement(const Statement&) = delete;
     Statement& operator=(const Statement&) = delete;
 
-    /** Begins the record, once, behind the open gate. */
-    Header& header(const char* file, unsigned int line);
+    /**
+     * Starts the record. Called once, if the statement is enabled.
+     * @param file          source file; only the pointer is stored
+     * @param fileBaseName  baseName() of it, or null to have that determined when the record is formatted
+     */
+    Header& header(const char* file, unsigned int line, std::string_view fileBaseName = {});
+
+    /** Returns the part of a path after the last "/". The compiler evaluates it for a literal. */
+    static std::string_view baseName(const char* path) noexcept
+    {
+        const char* const slash = __builtin_strrchr(path, '/');
+        return slash == nullptr ? path : slash + 1;
+    }
 
     /** The module that the record goes to, which outlives the statement. */
     Module& module;
@@ -97,7 +110,8 @@ private:
 #define NIM_LOG_STATEMENT_(statement, log_module, log_severity)                                              \
     for (::com::kor::dal::nim::log::Statement statement(log_module, NIM_LOG_SEVERITY_(log_severity));        \
          statement.open; statement.open = false)                                                             \
-    statement.module += statement.header(NIM_LOG_FILE, __LINE__)
+    statement.module += statement.header(NIM_LOG_FILE, __LINE__,                                             \
+                                         ::com::kor::dal::nim::log::Statement::baseName(NIM_LOG_FILE))
 // NOLINTEND(bugprone-macro-parentheses)
 
 /** Logs to a module, at a severity; insert the text behind it by `<<`. See the top of this file. */

@@ -3,10 +3,12 @@
 #include <dalnim/log/src/DateTimeText.hpp>
 
 #include <dalnim/log/Common.hpp>
+#include <dalnim/log/src/DecimalDigits.hpp>
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
 #include <dalnim/sys/internal/src/TimeZone.hpp>
 
+#include <cstdint>
 #include <cstring>
 #include <langinfo.h>
 
@@ -14,60 +16,110 @@ namespace com::kor::dal::nim::log {
 
 namespace {
 
-char* putText(char* to, const char* text)
-{
-    const std::size_t length = std::strlen(text);
-    std::memcpy(to, text, length); // NOLINT(bugprone-not-null-terminated-result): a piece of a line
-    return to + length;
-}
+constexpr std::time_t END_OF_9999 = 253402300800;
 
-char* putTwoDigits(char* to, int number)
+/** The numbers of a date and time of four-digit years. */
+struct Calendar
 {
-    to[0] = static_cast<char>('0' + number / 10);
-    to[1] = static_cast<char>('0' + number % 10);
-    return to + 2;
+    unsigned int year;
+    /** 0 to 11. */
+    unsigned int month;
+    unsigned int day;
+    /** 0 for Sunday. */
+    unsigned int weekday;
+    unsigned int hour;
+    unsigned int minute;
+    unsigned int second;
+
+    /** Returns the date in UTC of a time from 1970 to 9999. */
+    static Calendar utc(std::time_t time) noexcept
+    {
+        constexpr unsigned int SECONDS_PER_DAY = 86400;
+        const auto days = static_cast<std::uint32_t>(static_cast<std::uint64_t>(time) / SECONDS_PER_DAY);
+        const auto seconds = static_cast<std::uint32_t>(static_cast<std::uint64_t>(time)
+                                                        - std::uint64_t(days) * SECONDS_PER_DAY);
+        // C. Neri and L. Schneider, Euclidean affine functions and their application to calendar algorithms.
+        // Years start in March, so that the leap day is the last day of the year.
+        const std::uint32_t quarters = 4 * (days + 719468) + 3;
+        const std::uint32_t century = quarters / 146097;
+        const std::uint32_t quartersOfCentury = quarters % 146097 | 3;
+        const std::uint64_t product = std::uint64_t(2939745) * quartersOfCentury;
+        const auto yearOfCentury = static_cast<std::uint32_t>(product >> 32);
+        const std::uint32_t dayOfYear = static_cast<std::uint32_t>(product) / 2939745 / 4;
+        const std::uint32_t monthAndDay = 2141 * dayOfYear + 197913;
+        const std::uint32_t monthFromMarch = monthAndDay >> 16;
+        const bool isNextYear = dayOfYear >= 306;
+        return {100 * century + yearOfCentury + (isNextYear ? 1 : 0),
+                isNextYear ? monthFromMarch - 13 : monthFromMarch - 1,
+                (monthAndDay & 0xFFFF) / 2141 + 1,
+                (days + 4) % 7,
+                seconds / 3600,
+                seconds / 60 % 60,
+                seconds % 60};
+    }
+    static Calendar of(const std::tm& time) noexcept
+    {
+        return {static_cast<unsigned int>(1900 + time.tm_year), static_cast<unsigned int>(time.tm_mon),
+                static_cast<unsigned int>(time.tm_mday),        static_cast<unsigned int>(time.tm_wday),
+                static_cast<unsigned int>(time.tm_hour),        static_cast<unsigned int>(time.tm_min),
+                static_cast<unsigned int>(time.tm_sec)};
+    }
+};
+
+/** Copies a string until `end`, and returns the position after it; `end` if it does not fit. */
+char* writeName(char* to, const char* end, const char* name) noexcept
+{
+    while (*name != '\0' && to < end) {
+        *to++ = *name++;
+    }
+    return to;
 }
 
 /** "%z": hours and minutes east of Greenwich. */
-char* putZone(char* to, long secondsEast)
+char* writeZone(char* to, long secondsEast) noexcept
 {
     *to++ = secondsEast < 0 ? '-' : '+';
-    const auto minutes = static_cast<int>((secondsEast < 0 ? -secondsEast : secondsEast) / 60);
-    return putTwoDigits(putTwoDigits(to, minutes / 60), minutes % 60);
+    const auto minutes = static_cast<unsigned int>((secondsEast < 0 ? -secondsEast : secondsEast) / 60);
+    return DecimalDigits::writePair(DecimalDigits::writePair(to, minutes / 60), minutes % 60);
 }
 
 /**
- * What strftime() makes of LOCAL_TIME_FORMAT or UTC_TIME_FORMAT, in a fraction of its time: every
- * record has one. The names are those of the locale, as there.
- * @return the length; 0 for what does not fit: a year that has not four digits, or long names
+ * Formats like strftime() with LOCAL_TIME_FORMAT or UTC_TIME_FORMAT, in a fraction of its time. The names are
+ * those of the locale, as there.
+ * @param secondsEast  the offset of the local time, or null for UTC
+ * @return the length, or 0 if long names do not fit
  */
-std::size_t formatTime(char* text, std::size_t size, const std::tm& time, bool local)
+std::size_t formatTime(char* text, std::size_t size, const Calendar& time, const long* secondsEast) noexcept
 {
     constexpr std::size_t NUMBERS_LENGTH = sizeof " 31 23:59:59 +2359 9999 ";
-    // As strftime() itself, not while another thread changes the locale of the process.
+    const char* const namesEnd = text + size - NUMBERS_LENGTH;
+    // Like strftime(), not while another thread changes the locale of the process.
     // NOLINTBEGIN(concurrency-mt-unsafe)
-    const char* const day = nl_langinfo(ABDAY_1 + time.tm_wday);
-    const char* const month = nl_langinfo(ABMON_1 + time.tm_mon);
+    char* end = writeName(text, namesEnd, nl_langinfo(ABDAY_1 + static_cast<nl_item>(time.weekday)));
+    *end++ = ' ';
+    end = writeName(end, namesEnd, nl_langinfo(ABMON_1 + static_cast<nl_item>(time.month)));
     // NOLINTEND(concurrency-mt-unsafe)
-    const int year = 1900 + time.tm_year;
-    if (year < 1000 || year > 9999 || std::strlen(day) + std::strlen(month) + NUMBERS_LENGTH > size) {
+    if (end >= namesEnd) {
         return 0;
     }
-    char* end = putText(text, day);
     *end++ = ' ';
-    end = putText(end, month);
+    end = DecimalDigits::writePair(end, time.day);
     *end++ = ' ';
-    end = putTwoDigits(end, time.tm_mday);
-    *end++ = ' ';
-    end = putTwoDigits(end, time.tm_hour);
+    end = DecimalDigits::writePair(end, time.hour);
     *end++ = ':';
-    end = putTwoDigits(end, time.tm_min);
+    end = DecimalDigits::writePair(end, time.minute);
     *end++ = ':';
-    end = putTwoDigits(end, time.tm_sec);
+    end = DecimalDigits::writePair(end, time.second);
     *end++ = ' ';
-    end = local ? putZone(end, time.tm_gmtoff) : putText(end, "UTC");
+    if (secondsEast != nullptr) {
+        end = writeZone(end, *secondsEast);
+    } else {
+        std::memcpy(end, "UTC", 3);
+        end += 3;
+    }
     *end++ = ' ';
-    end = putTwoDigits(putTwoDigits(end, year / 100), year % 100);
+    end = DecimalDigits::writePair(end, time.year / 100);
+    end = DecimalDigits::writePair(end, time.year % 100);
     return static_cast<std::size_t>(end - text);
 }
 
@@ -78,15 +130,31 @@ DateTimeText::DateTimeText(std::time_t t)
     if (t == 0) {
         t = std::time(nullptr);
     }
-    // Whoever changes the setting meanwhile gets either form; a torn read does not exist for it.
+    // If another thread changes the setting during the call, either form is written.
     const bool local = __atomic_load_n(&LOG_LOCALTIME, __ATOMIC_RELAXED);
+    if (!local && t > 0 && t < END_OF_9999) {
+        length = formatTime(text, sizeof text, Calendar::utc(t), nullptr);
+        if (length != 0) {
+            return;
+        }
+    }
+    format(t, local);
+}
+
+void DateTimeText::format(std::time_t t, bool local)
+{
     std::tm broken_down;
     if (local) {
         sys::System::localtime(broken_down, t);
     } else {
         sys::System::utctime(broken_down, t);
     }
-    length = formatTime(text, sizeof text, broken_down, local);
+    const int year = 1900 + broken_down.tm_year;
+    length = 0;
+    if (year >= 1000 && year <= 9999) {
+        const long secondsEast = broken_down.tm_gmtoff;
+        length = formatTime(text, sizeof text, Calendar::of(broken_down), local ? &secondsEast : nullptr);
+    }
     if (length == 0) {
         const char* const format = local ? sys::internal::LOCAL_TIME_FORMAT : sys::internal::UTC_TIME_FORMAT;
         length = sys::internal::TimeZone::format(text, sizeof text, format, broken_down);

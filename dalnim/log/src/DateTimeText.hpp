@@ -7,7 +7,7 @@
 
 namespace com::kor::dal::nim::log {
 
-/** The date and time of a record; see getDateTime(). */
+/** The date and time of a record, as getDateTime() returns them. Exceptions are those of getDateTime(). */
 class DateTimeText
 {
 public:
@@ -19,6 +19,9 @@ public:
     }
 
 private:
+    /** Formats what the constructor's fast path does not: local time, other years, long names. */
+    void format(std::time_t t, bool local);
+
     char text[64];
     std::size_t length;
 };

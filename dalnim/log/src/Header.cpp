@@ -4,6 +4,7 @@
 
 #include <dalnim/log/src/ForwardingBuffer.hpp>
 #include <dalnim/log/src/RecordBuffer.hpp>
+#include <dalnim/log/src/SourcePosition.hpp>
 #include <dalnim/log/src/SpareHeaders.hpp>
 #include <dalnim/log/src/StreamState.hpp>
 #include <dalnim/sys/SysError.hpp>
@@ -25,9 +26,9 @@ Header::Header(Severity sev, const char* source_file, unsigned int source_line)
     std::ios::rdbuf(forwarder.get());
 }
 
-Header::Header(Origin, Severity sev, const char* source_file, unsigned int source_line)
-    : std::ostringstream(std::ios_base::out), severity(sev), file(source_file), line(source_line),
-      thread(sys::System::threadId()), when(std::time(nullptr)), copied(false),
+Header::Header(Origin, Severity sev, const SourcePosition& position)
+    : std::ostringstream(std::ios_base::out), severity(sev), file(position.file), line(position.line),
+      thread(sys::System::threadId()), when(std::time(nullptr)), baseName(position.baseName), copied(false),
       buffer(std::make_unique<RecordBuffer>()), initialState(connectBuffer())
 {
 }
@@ -102,7 +103,7 @@ void Header::reset() noexcept
     buffer->reset();
 }
 
-void Header::start(Severity sev, const char* source_file, unsigned int source_line)
+void Header::start(Severity sev, const SourcePosition& position)
 {
     if (__builtin_expect(SpareHeaders::isRestricted(), false)) {
         followLocale(SpareHeaders::locale());
@@ -111,8 +112,9 @@ void Header::start(Severity sev, const char* source_file, unsigned int source_li
     }
     thread = sys::System::threadId();
     severity = sev;
-    file = source_file;
-    line = source_line;
+    file = position.file;
+    line = position.line;
+    baseName = position.baseName;
     when = std::time(nullptr);
 }
 

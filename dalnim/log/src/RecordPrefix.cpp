@@ -4,14 +4,14 @@
 
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
+#include <dalnim/log/Statement.hpp>
+#include <dalnim/log/src/DecimalDigits.hpp>
 #include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
 
-#include <cstdint>
 #include <cstring>
-#include <limits>
 
 namespace com::kor::dal::nim::log {
 
@@ -19,8 +19,6 @@ namespace {
 
 constexpr std::size_t FIELD_COUNT = 9;
 constexpr std::size_t NUMBER_COUNT = 3;
-/** The longest decimal number of 32 bits, with a sign. */
-constexpr std::size_t MAX_NUMBER_LENGTH = std::numeric_limits<std::uint32_t>::digits10 + 2;
 
 /** Writes the fields from the last to the first, so that their end is known before their lengths. */
 class BackwardWriter
@@ -42,19 +40,11 @@ public:
         putSeparator();
         put(text);
     }
-    /** Plain decimal digits. */
-    void putField(std::int64_t number) noexcept
+    template <class Number>
+    void putNumber(Number number) noexcept
     {
         putSeparator();
-        std::uint64_t rest =
-            number < 0 ? 0 - static_cast<std::uint64_t>(number) : static_cast<std::uint64_t>(number);
-        do {
-            *--position = static_cast<char>('0' + rest % 10);
-            rest /= 10;
-        } while (rest != 0);
-        if (number < 0) {
-            *--position = '-';
-        }
+        position = DecimalDigits::writeBefore(position, number);
     }
 
 private:
@@ -74,18 +64,12 @@ private:
     const char* lastFieldEnd;
 };
 
-/** Returns the name after the last "/" of a path. */
-std::string_view baseName(const char* path)
-{
-    const char* const slash = std::strrchr(path, '/');
-    return slash == nullptr ? path : slash + 1;
-}
-
 }
 
 RecordPrefix::RecordPrefix(unsigned int outputMask, const Module& mod, const Header& rec,
                            bool escapesControls)
-    : mask(outputMask), bound(FIELD_COUNT + NUMBER_COUNT * MAX_NUMBER_LENGTH + TERMINATOR_LENGTH), record(rec)
+    : mask(outputMask), bound(FIELD_COUNT + NUMBER_COUNT * DecimalDigits::MAX_LENGTH + TERMINATOR_LENGTH),
+      record(rec)
 {
     if ((mask & Mask_DATETIME) != 0) {
         count(date.emplace(rec.getWhen()).view());
@@ -110,7 +94,8 @@ RecordPrefix::RecordPrefix(unsigned int outputMask, const Module& mod, const Hea
         severity = count(severityText(rec.getSeverityId()));
     }
     if ((mask & Mask_SOURCEFILE) != 0) {
-        sourceFile = count(baseName(rec.getFile()));
+        sourceFile =
+            count(rec.baseName.data() != nullptr ? rec.baseName : Statement::baseName(rec.getFile()));
     }
 }
 
@@ -119,7 +104,7 @@ char* RecordPrefix::writeBefore(char* end) const noexcept
     BackwardWriter out(end);
     out.putTerminator();
     if ((mask & Mask_LINENUMBER) != 0) {
-        out.putField(record.getLine());
+        out.putNumber(record.getLine());
     }
     if ((mask & Mask_SOURCEFILE) != 0) {
         out.putField(sourceFile);
@@ -131,10 +116,10 @@ char* RecordPrefix::writeBefore(char* end) const noexcept
         out.putField(module);
     }
     if ((mask & Mask_THREADID) != 0) {
-        out.putField(record.getThread());
+        out.putNumber(record.getThread());
     }
     if ((mask & Mask_PROCESSID) != 0) {
-        out.putField(getProcessId());
+        out.putNumber(getProcessId());
     }
     if ((mask & Mask_PROCESSNAME) != 0) {
         out.putField(process);

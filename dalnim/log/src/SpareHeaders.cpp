@@ -3,6 +3,7 @@
 #include <dalnim/log/src/SpareHeaders.hpp>
 
 #include <dalnim/log/Header.hpp>
+#include <dalnim/log/src/SourcePosition.hpp>
 
 #include <atomic>
 #include <cstddef>
@@ -26,7 +27,7 @@ bool restrict_child = false;
 
 struct SpareHeaders::Spare
 {
-    Header header{Header::Origin::STATEMENT, Severity_NONE, "", 0};
+    Header header{Header::Origin::STATEMENT, Severity_NONE, SourcePosition{"", "", 0}};
     std::atomic<bool> isInUse{false};
 };
 
@@ -83,11 +84,11 @@ const std::locale& SpareHeaders::locale() noexcept
     return stock->locale;
 }
 
-Header* SpareHeaders::acquire(Severity severity, const char* file, unsigned int line)
+Header* SpareHeaders::acquire(Severity severity, const SourcePosition& position)
 {
     for (Spare& spare : stock->spares) {
         if (!spare.isInUse.exchange(true, std::memory_order_acquire)) {
-            spare.header.start(severity, file, line);
+            spare.header.start(severity, position);
             return &spare.header;
         }
     }

@@ -8,6 +8,7 @@
 namespace com::kor::dal::nim::log {
 
 class Header;
+struct SourcePosition;
 
 /**
  * The records of a forked child in which the global locale cannot be looked up.
@@ -41,7 +42,7 @@ public:
      * Acquires a record in a restricted child. Returns null if more statements are active than there are
      * records.
      */
-    static Header* acquire(Severity severity, const char* file, unsigned int line);
+    static Header* acquire(Severity severity, const SourcePosition& position);
     /** Returns false if `header` is none of these. */
     static bool release(Header& header) noexcept;
 

@@ -2,6 +2,7 @@
 
 #include <dalnim/log/Statement.hpp>
 
+#include <dalnim/log/src/SourcePosition.hpp>
 #include <dalnim/log/src/StatementScope.hpp>
 #include <dalnim/log/src/ThreadHeaderCache.hpp>
 
@@ -9,12 +10,13 @@
 
 namespace com::kor::dal::nim::log {
 
-Header& Statement::header(const char* file, unsigned int line)
+Header& Statement::header(const char* file, unsigned int line, std::string_view fileBaseName)
 {
     StatementScope scope(this, __builtin_frame_address(0));
-    record = ThreadHeaderCache::acquire(severity, file, line);
+    const SourcePosition position = {file, fileBaseName, line};
+    record = ThreadHeaderCache::acquire(severity, position);
     if (record == nullptr) {
-        record = ::new (own) Header(Header::Origin::STATEMENT, severity, file, line);
+        record = ::new (own) Header(Header::Origin::STATEMENT, severity, position);
     }
     scope.keep();
     return *record;

@@ -49,15 +49,15 @@ sys::internal::ThreadExitHook exit_hook(destroySlot);
 
 }
 
-Header* ThreadHeaderCache::acquire(Severity severity, const char* file, unsigned int line)
+Header* ThreadHeaderCache::acquire(Severity severity, const SourcePosition& position)
 {
     Slot& own = slot;
     if (own.state == State::AVAILABLE) {
-        own.header().start(severity, file, line);
+        own.header().start(severity, position);
     } else if (SpareHeaders::isRestricted()) {
         return SpareHeaders::acquire(severity, file, line);
     } else if (own.state == State::EMPTY && exit_hook.arm()) {
-        ::new (own.bytes) Header(Header::Origin::STATEMENT, severity, file, line);
+        ::new (own.bytes) Header(Header::Origin::STATEMENT, severity, position);
     } else {
         return nullptr;
     }

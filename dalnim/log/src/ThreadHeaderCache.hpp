@@ -6,6 +6,7 @@
 namespace com::kor::dal::nim::log {
 
 class Header;
+struct SourcePosition;
 
 /**
  * The cached record of each thread. Constructing and destroying a string stream costs more than everything
@@ -21,7 +22,7 @@ public:
      * statement, for example), if the thread has already run its exit hook, or if the hook could not be
      * registered.
      */
-    static Header* acquire(Severity severity, const char* file, unsigned int line);
+    static Header* acquire(Severity severity, const SourcePosition& position);
 
     /** Resets and releases a header that acquire() returned. Returns false if `header` is another one. */
     static bool release(Header& header) noexcept;

@@ -71,7 +71,7 @@ protected:
 
 TEST_F(StatementFault, ARecordIsWrittenWhollyOrNotAtAll)
 {
-    for (const unsigned int size : {10U, 500U, 511U, 512U, 513U, 1024U, 5000U, 100000U}) {
+    for (const unsigned int size : {10U, 512U, 1017U, 1018U, 1023U, 1024U, 1025U, 5000U, 100000U}) {
         SCOPED_TRACE(size);
         const String text(size, 't');
         EXPECT_GE(walk(text + "|12345",
@@ -130,6 +130,22 @@ TEST_F(StatementFault, ATrappedFailureIsWrittenWhollyOrNotAtAll)
         walk(record, [&error](Module& com_kor_dal_nim_log_module) {
             NIM_LOG_TRAPPED(Severity_ERROR, error, "message");
         });
+    }
+}
+
+TEST_F(StatementFault, ARecordThatTheProgramConstructsIsWrittenWhollyOrNotAtAll)
+{
+    for (const unsigned int size : {0U, 10U, 511U, 512U, 513U, 1018U, 1024U, 5000U}) {
+        SCOPED_TRACE(size);
+        const String text(size, 't');
+        EXPECT_GE(walk(text + "|12345",
+                       [&](Module& module) {
+                           com::kor::dal::nim::log::Header header(com::kor::dal::nim::log::Severity_ERROR,
+                                                                  "x/Source", 1);
+                           header << text << "|" << 12345;
+                           module += header;
+                       }),
+                  3u);
     }
 }
 
