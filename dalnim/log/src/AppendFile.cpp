@@ -9,13 +9,16 @@
 #include <cerrno>
 #include <climits>
 #include <ctime>
-#include <ext/stdio_filebuf.h>
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <sys/vfs.h>
 #include <unistd.h>
+
+#if __has_include(<ext/stdio_filebuf.h>)
+#include <ext/stdio_filebuf.h>
+#endif
 
 namespace com::kor::dal::nim::log {
 
@@ -26,9 +29,6 @@ constexpr mode_t FILE_MODE = 0666;
 /** Permissions of a new file until it has those that were asked for: none for other users. */
 constexpr mode_t PRIVATE_MODE = 0600;
 constexpr int FLAGS = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY;
-
-/** Of a stream that is handed out: unbuffered, so that bytes that were rejected do not come back later. */
-constexpr std::size_t STREAM_BUFFER_SIZE = 1;
 
 /** The part of a size limit that may be filled before the kernel is asked again for the size of the file. */
 constexpr std::size_t PARTS_OF_LIMIT = 1024;
@@ -69,6 +69,34 @@ private:
 int duplicate(int descriptor) noexcept
 {
     return ::fcntl(descriptor, F_DUPFD_CLOEXEC, FIRST_DESCRIPTOR);
+}
+
+/**
+ * Opens the unbuffered `buffer` on the file of `descriptor`, with a descriptor of its own. A buffer would
+ * write bytes that were rejected again later. Returns false if no descriptor is available.
+ */
+bool openBuffer(std::filebuf& buffer, int descriptor)
+{
+#if __has_include(<ext/stdio_filebuf.h>)
+    // std::filebuf::open() cannot ask for O_CLOEXEC, and the path may lead to another file by now.
+    constexpr std::size_t NO_BUFFER = 1;
+    Descriptor copy(duplicate(descriptor));
+    if (copy.get() == -1) {
+        return false;
+    }
+    __gnu_cxx::stdio_filebuf<char> opened(copy.get(), std::ios_base::out | std::ios_base::app, NO_BUFFER);
+    if (!opened.is_open()) {
+        return false;
+    }
+    copy.release();
+    buffer = std::move(static_cast<std::filebuf&>(opened));
+    return true;
+#else
+    // This link leads to the file also if it was renamed.
+    const String link = "/proc/self/fd/" + std::to_string(descriptor);
+    buffer.pubsetbuf(nullptr, 0);
+    return buffer.open(link, std::ios_base::out | std::ios_base::app) != nullptr;
+#endif
 }
 
 /** Returns true if the path leads to a pipe. Leaves `errno` as it is. */
@@ -321,17 +349,9 @@ std::ofstream& AppendFile::stream()
 
 void AppendFile::attachStream()
 {
-    // std::ofstream::open() cannot ask for O_CLOEXEC, and the path may lead to another file by now.
-    Descriptor copy(duplicate(descriptor));
-    if (copy.get() != -1) {
-        __gnu_cxx::stdio_filebuf<char> buffer(copy.get(), std::ios_base::out | std::ios_base::app,
-                                              STREAM_BUFFER_SIZE);
-        if (buffer.is_open()) {
-            copy.release();
-            *handedOut->rdbuf() = std::move(static_cast<std::filebuf&>(buffer));
-            handedOut->clear();
-            return;
-        }
+    if (openBuffer(*handedOut->rdbuf(), descriptor)) {
+        handedOut->clear();
+        return;
     }
     try {
         handedOut->setstate(std::ios_base::failbit);

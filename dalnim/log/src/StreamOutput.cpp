@@ -12,8 +12,6 @@
 #include <chrono>
 #include <cstdio>
 #include <exception>
-#include <ext/stdio_filebuf.h>
-#include <ext/stdio_sync_filebuf.h>
 #include <fcntl.h>
 #include <iostream>
 #include <new>
@@ -21,6 +19,11 @@
 #include <stdio_ext.h>
 #include <typeinfo>
 #include <unistd.h>
+
+#if __has_include(<ext/stdio_sync_filebuf.h>)
+#include <ext/stdio_filebuf.h>
+#include <ext/stdio_sync_filebuf.h>
+#endif
 
 namespace com::kor::dal::nim::log {
 
@@ -61,6 +64,37 @@ private:
     std::chrono::steady_clock::time_point deadline;
 };
 
+#if __has_include(<ext/stdio_sync_filebuf.h>)
+
+/** Returns true if `buffer` is the one that the C++ library gives a stream of this descriptor. */
+bool isStandardBuffer(std::streambuf& buffer, int descriptor, std::FILE* file)
+{
+    typedef __gnu_cxx::stdio_sync_filebuf<char> Synchronized;
+    typedef __gnu_cxx::stdio_filebuf<char> Unsynchronized;
+    const std::type_info& type = typeid(buffer);
+    if (type == typeid(Synchronized)) {
+        return static_cast<Synchronized&>(buffer).file() == file;
+    }
+    // After sync_with_stdio(false).
+    if (type == typeid(Unsynchronized)) {
+        auto& own = static_cast<Unsynchronized&>(buffer);
+        return own.is_open() && own.fd() == descriptor;
+    }
+    return false;
+}
+
+#else
+
+/** The same for a C++ library that never replaces the buffers of the standard streams. */
+bool isStandardBuffer(std::streambuf& buffer, int descriptor, std::FILE*)
+{
+    static const std::streambuf* const output = std::cout.rdbuf();
+    static const std::streambuf* const error = std::cerr.rdbuf();
+    return &buffer == (descriptor == STDOUT_FILENO ? output : error);
+}
+
+#endif
+
 /** A standard descriptor and the C stream on it. */
 class StandardDescriptor
 {
@@ -72,21 +106,9 @@ public:
     }
 
     /** Returns true if `buffer` is the one that the C++ library gives a stream of this descriptor. */
-    bool isBehind(std::streambuf* buffer) const
+    bool hasBuffer(std::streambuf* buffer) const
     {
-        if (buffer == nullptr) {
-            return false;
-        }
-        const std::type_info& type = typeid(*buffer);
-        if (type == typeid(Synchronized)) {
-            return static_cast<Synchronized*>(buffer)->file() == file;
-        }
-        // After sync_with_stdio(false).
-        if (type == typeid(Unsynchronized)) {
-            auto* const own = static_cast<Unsynchronized*>(buffer);
-            return own->is_open() && own->fd() == number;
-        }
-        return false;
+        return buffer != nullptr && isStandardBuffer(*buffer, number, file);
     }
 
     bool write(std::ostream& stream, std::string_view text)
@@ -119,15 +141,12 @@ public:
         return descriptor == -1 ? -1 : ::lseek(descriptor, 0, SEEK_CUR);
     }
 
-    void lookAgain() noexcept
+    void checkIfOpen() noexcept
     {
         countsAsClosed.store(::fcntl(number, F_GETFD) == -1, std::memory_order_relaxed);
     }
 
 private:
-    typedef __gnu_cxx::stdio_sync_filebuf<char> Synchronized;
-    typedef __gnu_cxx::stdio_filebuf<char> Unsynchronized;
-
     /** Holds the lock of a C stream, which fork() reinitialises in the child. */
     class Lock
     {
@@ -211,15 +230,15 @@ private:
 StandardDescriptor standard_output(STDOUT_FILENO, stdout);
 StandardDescriptor standard_error(STDERR_FILENO, stderr);
 
-/** Notes which descriptors are closed when the library is loaded. */
-const struct LookAtLoad
+/** Records which descriptors are closed when the library is loaded. */
+const struct CheckAtLoad
 {
-    LookAtLoad() noexcept
+    CheckAtLoad() noexcept
     {
-        standard_output.lookAgain();
-        standard_error.lookAgain();
+        standard_output.checkIfOpen();
+        standard_error.checkIfOpen();
     }
-} look_at_load;
+} check_at_load;
 
 /** Returns the descriptor of a standard stream; null for any other stream. */
 StandardDescriptor* standardDescriptor(const std::ostream& stream)
@@ -231,17 +250,17 @@ StandardDescriptor* standardDescriptor(const std::ostream& stream)
 }
 
 /** Returns the descriptor that `stream` is written to directly; null if it is written as a stream. */
-StandardDescriptor* descriptorBehind(const std::ostream& stream)
+StandardDescriptor* directDescriptor(const std::ostream& stream)
 {
     StandardDescriptor* const standard = standardDescriptor(stream);
-    return standard != nullptr && standard->isBehind(stream.rdbuf()) ? standard : nullptr;
+    return standard != nullptr && standard->hasBuffer(stream.rdbuf()) ? standard : nullptr;
 }
 
 }
 
 bool StreamOutput::write(std::ostream& stream, std::string_view text)
 {
-    if (StandardDescriptor* const standard = descriptorBehind(stream)) {
+    if (StandardDescriptor* const standard = directDescriptor(stream)) {
         return standard->write(stream, text);
     }
     try {
@@ -266,13 +285,13 @@ void StreamOutput::writeToFallback(std::string_view line)
 
 bool StreamOutput::isDirect(const std::ostream& stream)
 {
-    return descriptorBehind(stream) != nullptr;
+    return directDescriptor(stream) != nullptr;
 }
 
 std::size_t StreamOutput::position(std::ostream& stream)
 {
     // On failure each of them returns -1, which converts to the largest size.
-    if (const StandardDescriptor* const standard = descriptorBehind(stream)) {
+    if (const StandardDescriptor* const standard = directDescriptor(stream)) {
         return static_cast<std::size_t>(standard->position());
     }
     return static_cast<std::size_t>(std::streamoff(stream.tellp()));
@@ -281,7 +300,7 @@ std::size_t StreamOutput::position(std::ostream& stream)
 void StreamOutput::trust(const std::ostream& stream) noexcept
 {
     if (StandardDescriptor* const standard = standardDescriptor(stream)) {
-        standard->lookAgain();
+        standard->checkIfOpen();
     }
 }
 
