@@ -18,15 +18,15 @@ class ForkEntry;
 class LogOutput;
 
 /**
- * The end of the record path: a file of its own, opened at the first line and rotated by size, or a
- * stream that the caller owns. A line that the output rejects is written to standard error.
+ * The output of a logger: a file of its own, opened at the first line and rotated by size, or a stream that
+ * the caller owns. A line that the output rejects is written to standard error.
  *
  * The rotated files of a path P are P ".0" (the newest), P ".1" and so on. A rotation never replaces a file
- * that exists; a missing number is filled by the next rotation. Only regular files are rotated, also behind a
- * link. The diagnostics of rotation are written to standard error, never to the log.
+ * that exists; a missing number is filled by the next rotation. Only regular files are rotated, also at the
+ * end of links. The diagnostics of rotation are written to standard error, never to the log.
  *
- * A line begins at the beginning of a line: if the file ends inside one, because a process was killed or the
- * disk was full, a newline comes first.
+ * Each line begins on a new line of the file: if the file ends inside one, because a process was killed or
+ * the disk was full, a newline is written first.
  *
  * Any thread may call any operation: a line and the rotation that it causes are one step to all
  * other threads, and a thread is not cancelled within that step. The stream that getStream() returns is not
@@ -42,11 +42,11 @@ public:
     /** Closes the output. */
     ~LogFile() override;
 
-    /** The configured path; empty when the output is not a file of this object. */
+    /** Returns the path of the file, or an empty string if the output is not a file of this object. */
     virtual String getPath() const;
     /**
-     * Closes the present output and takes a path, whose old files are counted. The file is opened
-     * by the first line. An empty path leaves standard error.
+     * Closes the current output, sets the path, and counts the rotated files. The file is opened by the first
+     * line. With an empty path, lines are written to standard error.
      */
     virtual void setPath(const String& path);
     /**
@@ -55,52 +55,55 @@ public:
      * own; it follows a rotation, and its state has no effect on the lines of the log. If no descriptor is
      * available for it, it is not open, and the next call tries again.
      *
-     * Throws sys::system_error if the file cannot be opened. If it may not be created (13, `EACCES`) or if
+     * @throws sys::system_error if the file cannot be opened. If it may not be created (13, `EACCES`) or if
      * the open itself fails (its `errno`), the path is cleared. Any other number is a failure of the check
-     * before the open; the path is kept.
+     *         before the open; the path is unchanged
      */
     virtual std::ostream* getStream() const;
     /**
-     * Closes the present output and writes to `stream`, which stays the caller's. Throws
-     * `std::invalid_argument`, "Supplied std::ios is not a std::ostream."
+     * Closes the current output, and writes to a stream of the caller.
+     * @param stream  must exist until another output is set
+     * @throws std::invalid_argument "Supplied std::ios is not a std::ostream."
      */
     virtual void setStream(std::ios& stream);
-    /** Bytes after which the file is rotated, 0 for never. */
+    /** Returns the size in bytes at which the file is rotated; 0 if it is never rotated. */
     virtual std::size_t getMaxFileSize() const;
     /**
-     * Takes effect at the next line. A file may exceed the limit by one line, and by a thousandth of
-     * the limit where others than this object append to the file for the first time.
+     * Sets the size at which the file is rotated, from the next line. A file may exceed the limit by one
+     * line, and by a thousandth of the limit when another process appends to it for the first time.
+     * @param size  bytes; 0 for no limit
      */
     virtual void setMaxFileSize(std::size_t size);
-    /** How many old files are kept, 0 for all. */
+    /** Returns the maximum number of rotated files; 0 if there is none. */
     virtual std::size_t getMaxNumberOfFiles() const;
-    /** Removes at once what exceeds the number. */
+    /** Sets the maximum number of rotated files, and immediately deletes any excess files. */
     virtual void setMaxNumberOfFiles(std::size_t number);
     /** Returns the permissions of new files, or Control::MODE_OF_UMASK; see Control::setFileMode(). */
     unsigned int getFileMode() const;
-    /** Takes effect at the next file that is created. */
+    /** Sets the permissions of the files that are created afterwards. */
     void setFileMode(unsigned int mode);
     /** Returns true if there is a stream in a good state, or a file that the last line was written to. */
     virtual bool is_open() const;
-    /** Whether there is a stream, and, with a path, the file is open. */
+    /** Returns true if there is a stream or, with a path, if the file is open. */
     virtual bool is_valid() const;
-    /** Whether the stream belongs to somebody else. */
+    /** Returns true if the output is a stream that this object does not own. */
     virtual bool is_reserved() const;
     /**
      * Writes one line, without the trailing white space of `msg`, if possible by one system call; then
      * rotates the file if it has reached its size. A line that the output rejects is written to standard
      * error after an error message, and the next one tries the same output again, also if a stream throws.
-     * Throws as getStream() does.
+     * @throws sys::system_error like getStream()
      */
     virtual void log(const String& msg);
     /**
-     * The name of the output for a reader: the path, a standard stream's name, "<not set>" or
-     * "<user assigned stream>". With `deep` the text shares nothing with this object.
+     * Determines the display name of the output.
+     * @param path  receives the path, a standard stream's name, "<not set>" or "<user assigned stream>"
+     * @param deep  whether the string must share nothing with this object; no string does
      */
     virtual void getCurrentPath(String& path, bool deep = false) const;
-    /** Closes the output and forgets the path; limits stay. */
+    /** Closes the output, and clears the path; the limits are unchanged. */
     virtual void close() const;
-    /** Closes the output and goes back to standard error; false when it was there already. */
+    /** Closes the output, and selects standard error. Returns false if that was the output already. */
     virtual bool revertStream() const;
 
 private:
@@ -108,9 +111,9 @@ private:
 
     /** log() of a line that is trimmed and ends in a newline. */
     void logLine(std::string_view line);
-    /** For a logger: writes a text before its lines. Returns false if the output rejects it. */
+    /** For a logger: writes the stream header. Returns false if the output rejects it. */
     bool begin(const String& text) const;
-    /** What a logger sets together with the output. */
+    /** The settings that a logger sets together with the output. */
     struct Limits
     {
         unsigned int fileMode;
@@ -119,22 +122,21 @@ private:
     };
 
     /**
-     * For a logger: sets the limits, and exchanges the outputs of this file and `other`, which no other
-     * thread has, or keeps the output if that is null. One step to those who share this file: no line is
-     * written by the limits of the other output.
+     * For a logger: sets the limits and, unless `other` is null, exchanges the outputs of this file and
+     * `other`. Both are one step to loggers that share this file.
+     * @param other  a file that no other thread uses, or null
      */
     void replaceOutput(LogFile* other, const Limits& limits);
     /**
-     * For a logger: exchanges the outputs of this file and `other`, which no other thread has, if both have
-     * one path and `other` is at it; the limits stay. Returns false, and does nothing, otherwise.
+     * For a logger: exchanges the outputs of this file and `other`, which no other thread uses, if both have
+     * the same path and `other` is still at it; the limits are unchanged. Otherwise returns false.
      */
     bool exchangeReopened(LogFile& other);
-    /** For a logger: opens the file at `path`, which is not empty. Throws as getStream() does. */
+    /** For a logger: opens the file at `path`, which is not empty. Throws like getStream(). */
     void openAt(const String& path);
-    /** For a logger: returns false if the output is a file that was renamed or removed since it was opened.
-     */
+    /** For a logger: returns false if the output is a file that has been renamed or deleted. */
     bool isAtItsPath() const;
-    /** For a logger: returns true if the output is a file of this path, open. */
+    /** For a logger: returns true if the output is an open file of this path. */
     bool isOpenAt(const String& path) const;
     /** For a logger: returns true if the output is this stream. */
     bool isSetTo(const std::ostream& stream) const;

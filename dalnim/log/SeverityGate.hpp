@@ -8,38 +8,38 @@
 namespace com::kor::dal::nim::log {
 
 /**
- * Which severities a logger takes: a mask with a bit for each, or, while that is empty, a threshold.
+ * The severity check of a logger: a mask with a bit for each enabled severity or, if that is empty, a
+ * threshold.
  *
- * Both stand in one atomic word, with the severities that pass, so that every log statement gets its
- * answer without a lock, and each answer is one that held at some moment. Writers are serialised by
- * the logger.
+ * Both are in one atomic word, together with the set of enabled severities, so that a log statement checks
+ * its severity without a lock, and never sees a mixture of two settings. The logger serialises the writers.
  */
 class SeverityGate
 {
 public:
-    /** A threshold, with no mask in force. */
+    /** Enables the severities from `minimum` up, without a mask. */
     explicit SeverityGate(Severity minimum) noexcept : word(pack(0, minimum)) {}
-    /** A gate that all values pass: that of a logger that decides otherwise. */
+    /** Enables all values, for a logger with a severity check of its own. */
     constexpr SeverityGate() noexcept : word(OPEN) {}
 
-    /** Replaces both in one step. With a mask, `newMinimum` is its lowest severity. */
+    /** Replaces mask and threshold in one step. With a mask, `newMinimum` is its lowest severity. */
     void set(unsigned int newMask, Severity newMinimum) noexcept
     {
         word.store(pack(newMask, newMinimum), std::memory_order_relaxed);
     }
 
-    /** Bits 1 to 7, one a severity; 0 while the threshold decides. */
+    /** Returns bits 1 to 7, one for each severity; 0 if the threshold applies. */
     unsigned int mask() const noexcept
     {
         return word.load(std::memory_order_relaxed) >> MASK_SHIFT & SEVERITY_BITS;
     }
-    /** The threshold, or the lowest severity of the mask. */
+    /** Returns the threshold, or the lowest severity of the mask. */
     Severity minimum() const noexcept
     {
         return static_cast<Severity>(word.load(std::memory_order_relaxed) >> MINIMUM_SHIFT);
     }
 
-    /** Whether a record of this severity is taken. */
+    /** Returns true if the severity is enabled. */
     bool passes(Severity severity) const noexcept
     {
         const auto bit = static_cast<unsigned int>(severity);
@@ -53,7 +53,7 @@ private:
     static constexpr unsigned int MINIMUM_SHIFT = 16;
     static constexpr unsigned int OPEN = ~0U;
 
-    /** The same for what is no severity at all. */
+    /** Returns passes() of a value that is not a severity. */
     static bool passesBeyond(Severity severity, unsigned int state) noexcept
     {
         if (state == OPEN) {

@@ -3,19 +3,19 @@
 
 /**
  * @file
- * The log statements. Each is one statement, safe in an unbraced `if` or `else`, and evaluates
- * nothing behind a closed gate:
+ * The log statements. Each is a single statement, safe in an unbraced `if` or `else`, and evaluates none of
+ * its operands if it is disabled:
  *
  *     NIM_LOG(Severity_WARNING) << "disk " << name << " is " << percent << "% full";
  *     NIM_LOG_TO(module, Severity_INFO) << "text";
  *     NIM_LOG_TRAPPED(Severity_WARNING, exception, "message");
  *
- * The first and the last use the variable `com_kor_dal_nim_log_module` that is visible where they
- * stand: the global one, unless a source has declared one of its own in its namespace. What the
- * record's output raises leaves the statement, as does the `std::bad_alloc` of a text without memory.
+ * The first and the last use the variable `com_kor_dal_nim_log_module` that is visible at the statement: the
+ * global one, unless the source has declared its own in its namespace. Exceptions from writing the record
+ * leave the statement, as does `std::bad_alloc` if memory runs out for its text.
  *
  * Not for signal handlers, which may have interrupted the allocator. A statement in a handler that
- * interrupted another statement of its thread is refused and counted: see Control::getRefusedStatements().
+ * interrupted another statement of its thread is rejected and counted: see Control::getRefusedStatements().
  */
 
 #include <dalnim/log/Common.hpp>
@@ -26,11 +26,11 @@
 
 namespace com::kor::dal::nim::log {
 
-/** The gate of one statement, open for one round, and the record behind it. */
+/** One log statement: its severity check and, if it is enabled, its record. The macros construct it. */
 class DALNIM_API Statement
 {
 public:
-    /** Asks the gate of the module. */
+    /** Checks whether the module logs this severity. */
     Statement(Module& statement_module, Severity statement_severity)
         : module(statement_module), open(statement_module.isSeveritySatisfied(statement_severity)),
           severity(statement_severity), record(nullptr)
@@ -38,7 +38,7 @@ public:
     }
     ~Statement()
     {
-        // Most statements are refused, and end here.
+        // Most statements are disabled.
         if (record != nullptr) {
             end();
         }
@@ -61,9 +61,9 @@ public:
         return slash == nullptr ? path : slash + 1;
     }
 
-    /** The module that the record goes to, which outlives the statement. */
+    /** The module that logs the record; outlives the statement. */
     Module& module;
-    /** Whether the round is still to come. The macros set it to false behind it. */
+    /** Whether the operands are still to be evaluated. The macros set it to false afterwards. */
     bool open;
 
 private:
@@ -71,25 +71,25 @@ private:
 
     const Severity severity;
     Header* record;
-    /** For a record of its own, where the thread's is in use: by a statement around this one, say. */
+    /** Storage for a record of its own if the thread's is in use, by an enclosing statement for example. */
     alignas(Header) unsigned char own[sizeof(Header)];
 };
 
 }
 
-/** The source that a record names; a file may define it before it includes this one. */
+/** The source file of the records. A source may define it before it includes this header. */
 #ifndef NIM_LOG_FILE
 #define NIM_LOG_FILE __FILE__
 #endif
 
-/** Two words as one, behind their expansion. */
+/** Joins two tokens after their expansion. */
 #define NIM_LOG_JOIN_(a, b) a##b
-/** A name for the Statement of a line, which no variable of the caller hides. */
+/** The name of a line's Statement, which hides no variable of the caller. */
 #define NIM_LOG_NAME_(line) NIM_LOG_JOIN_(nim_log_statement_, line)
 
 /**
- * Evaluates a severity where the enumerators need no namespace. A block that is an expression, since
- * a lambda could not use the structured bindings of the function around it.
+ * Evaluates a severity whose enumerators need no namespace. A statement expression, because a lambda could
+ * not use structured bindings of the enclosing function.
  */
 #define NIM_LOG_SEVERITY_(severity)                                                                          \
     __extension__({                                                                                          \
@@ -104,9 +104,9 @@ private:
         (severity);                                                                                          \
     })
 
-// A name that is declared cannot stand in parentheses.
+// A declared name must not be in parentheses.
 // NOLINTBEGIN(bugprone-macro-parentheses)
-/** What the statements are made of: one round of a loop, if the gate is open. */
+/** The common part of the statements: a loop that runs once if the statement is enabled. */
 #define NIM_LOG_STATEMENT_(statement, log_module, log_severity)                                              \
     for (::com::kor::dal::nim::log::Statement statement(log_module, NIM_LOG_SEVERITY_(log_severity));        \
          statement.open; statement.open = false)                                                             \
@@ -114,16 +114,14 @@ private:
                                          ::com::kor::dal::nim::log::Statement::baseName(NIM_LOG_FILE))
 // NOLINTEND(bugprone-macro-parentheses)
 
-/** Logs to a module, at a severity; insert the text behind it by `<<`. See the top of this file. */
+/** Logs to a module with a severity; the text is inserted by `<<`. See the top of this file. */
 #define NIM_LOG_TO(log_module, log_severity)                                                                 \
     NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), log_module, log_severity).os()
 
-/** Logs to the module that is visible here, at a severity; insert the text behind it by `<<`. */
+/** Logs to the module that is visible here, with a severity; the text is inserted by `<<`. */
 #define NIM_LOG(log_severity) NIM_LOG_TO(com_kor_dal_nim_log_module, log_severity)
 
-/**
- * Logs an exception behind a message to the module that is visible here; see log::Header::insertTrapped().
- */
+/** Logs a message and an exception to the module that is visible here; see log::Header::insertTrapped(). */
 #define NIM_LOG_TRAPPED(log_severity, exception, message)                                                    \
     NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), com_kor_dal_nim_log_module, log_severity)                    \
         .insertTrapped(exception, message)

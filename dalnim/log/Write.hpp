@@ -22,12 +22,13 @@ struct LogSettings;
  * The logger: a severity threshold or mask, an output mask, a module registry and one LogFile.
  * With nothing configured it writes to standard error.
  *
- * Any thread may call any operation; a record runs entirely on the thread of its statement. Every
- * setter that changes something reports it in the log of the default logger, at INFO, whatever the
- * severity settings are; other loggers change silently. A failure of that report reaches the caller
- * after the setting has changed. What is refused changes nothing.
+ * Any thread may call any operation. A record is formatted and written on the thread of its statement.
  *
- * On the default logger each new output begins with the log's configuration.
+ * The setters of the default logger log each change at INFO, whatever the severity settings are; other
+ * loggers change without a report. If that report fails, the exception reaches the caller after the setting
+ * has changed. A rejected value changes nothing.
+ *
+ * On the default logger, each new output begins with the configuration of the log.
  */
 class DALNIM_API Write : public Log
 {
@@ -35,25 +36,31 @@ public:
     static constexpr const char CLASS_NAME[] = "Write";
 
     Write();
-    /** Deletes the dynamic modules. No other thread may use the logger any more. */
+    /** Deletes the dynamic modules. No other thread may use the logger. */
     ~Write() override;
 
     // The record path.
     bool isSeveritySatisfied(Severity sev) const override;
     /**
-     * Writes a record. An output that cannot be opened, or, on standard error, fails for the
-     * configuration block, raises sys::system_error out of the statement, unless getFallback().
+     * Writes a record.
+     * @throws sys::system_error unless getFallback(), if the output cannot be opened, or if it is standard
+     * error and rejects the configuration
+     * @throws std::bad_alloc if memory runs out
      */
     void log(const Module& mod, const Header& rec, bool force) override;
     bool is_open() const override;
     bool is_valid() const override;
     bool is_reserved() const override;
-    /** The stream, opened and begun if it is new. Writing to it is outside the logger's protection. */
+    /**
+     * Returns the stream of the output, which is opened, and begun with the configuration, if it is new. The
+     * logger's lock does not protect what the caller inserts.
+     * @throws sys::system_error as log() does
+     */
     std::ios* getStream() const override;
 
-    /** Adds a module, unless its name is taken. */
+    /** Registers a module, unless one of the same name is registered. */
     virtual void registerModule(const Module& module);
-    /** Forgets a module; call it before a registered module is destroyed. */
+    /** Removes a module. Must be called before a registered module is destroyed. */
     virtual void unregisterModule(const Module& module);
 
     // The settings, which are documented at Control.
@@ -124,11 +131,11 @@ private:
 
     // Called with stateSync held.
     LogFileRef& getOwnedLogFile();
-    /** Returns a new file with this logger's settings that are not the caller's to choose. */
+    /** Returns a new file with the settings that apply to all files of this logger. */
     LogFileRef newLogFile() const;
-    /** Makes `file` the output; releases the present one. */
+    /** Makes `file` the output, and releases the current one. */
     void replaceLogFile(const LogFileRef& file, bool owned);
-    /** Returns the file of the logger that offers itself as "CIMOM", or throws as setStream() does. */
+    /** Returns the file that setStream("CIMOM") shares, or throws like it. */
     LogFileRef cimomLogFile() const;
     /** Writes the stream header if it is due. Returns false if that fails, and getFallback() is selected. */
     bool beginOutput() const;
@@ -136,34 +143,34 @@ private:
     void writeLine(std::string_view line);
     void streamHeader() const;
     void revertStreamHeader(int error) const;
-    /** Begins the output with a message and the configuration; false when it refuses them. */
+    /** Writes a message and the configuration to the output. Returns false if the output rejects them. */
     bool writeHeader(const String& msg, Severity sev) const;
     std::ostream& writeLogConfig(std::ostream& os) const;
 
-    // Called without it, behind the change that they report.
+    // Called after a change, without stateSync held.
     template <class Writer>
     void reportChange(unsigned int line, const char* setting, Writer writeOldAndNew);
     template <class Value>
     void reportOldAndNew(unsigned int line, const char* setting, const Value& oldValue,
                          const Value& newValue);
 
-    /** Changes a setting that is true or false, and reports that as `label`; returns the old value. */
+    /** Sets a boolean setting, reports the change as `label`, and returns the old value. */
     bool changeSwitch(std::atomic<bool>& flag, bool value, unsigned int line, const char* label);
 
-    /** Puts all of `settings` in effect. Throws what opening the output throws; then nothing has changed. */
+    /** Applies all settings. Exceptions from opening the output propagate; then nothing has changed. */
     void applySettings(const LogSettings& settings);
     /** Opens the output of `settings`, except "CIMOM", in a file that is not in use yet. */
     static void openOutput(LogFile& file, const LogSettings& settings);
-    /** Whether the output is the one that `settings` select, open; called with stateSync held. */
+    /** Returns true if the output is the one that `settings` select, and is open. Requires stateSync. */
     bool hasOutputOf(const LogSettings& settings) const;
-    /** hasOutputOf() without stateSync held. */
+    /** Acquires stateSync, and returns hasOutputOf(). */
     bool isOutputOf(const LogSettings& settings) const;
     /**
-     * Makes `opened`, which is this logger's own, the output, and sets the limits of `settings`, unless the
-     * file is shared. Null keeps the output. Called with stateSync held.
+     * Makes `opened`, a file of this logger's own, the output unless it is null. Sets the limits of
+     * `settings`, unless the file is shared. Requires stateSync.
      */
     void replaceOutput(LogFileRef& opened, const LogSettings& settings);
-    /** Opens a file like the present one; null if the output is not a file of this logger's own. */
+    /** Opens the path of the output again. Returns null if the output is not a file of this logger's own. */
     LogFileRef openAgain() const;
     bool reopenFile();
 
@@ -177,30 +184,30 @@ private:
     static std::ostream& writeLogMessage(std::ostream& os, const String& msg, Severity sev);
 
     /**
-     * Guards all of the state. It is taken before LogFile's lock. It is not recursive: a setter
-     * gives it up before it reports.
+     * Guards all of the state. Acquired before LogFile's lock. Not recursive: a setter releases it before it
+     * reports the change.
      */
     mt::CriticalSection stateSync;
-    // Read without the lock by their getters, written under it.
+    // The atomic members are read without the lock, and written under it.
     std::atomic<bool> flagAllowRemoteControl;
-    /** Whether the present output has begun with the configuration. */
+    /** Whether the configuration has been written to the current output. */
     mutable bool streamHeaderDone;
     std::atomic<bool> escapesControls;
     std::atomic<bool> fallsBack;
     std::atomic<unsigned int> outputMask;
     SeverityGate severity;
     /**
-     * Never null. Mutable, since its const holder writes to it all the same. Changes under InitLock as well:
-     * another logger that is to share the file reads this reference under InitLock alone, so that no thread
-     * holds the locks of two loggers.
+     * Never null. Mutable: a const logger writes to its file. Written under InitLock as well: a logger that
+     * shares the file of another one reads that reference under InitLock alone, so that no thread holds the
+     * locks of two loggers.
      */
     mutable LogFileRef logFile;
-    /** False while the file is shared with another logger, who owns its settings. */
+    /** False while the file is that of another logger, which owns its settings. */
     bool ownedLogFile;
-    /** Of each file that this logger owns; a shared one has the mode of its owner. */
+    /** Permissions of the files that this logger owns; a shared file has those of its owner. */
     unsigned int fileMode;
     std::unique_ptr<ModuleRegistration> modules;
-    /** Statements in signal handlers that were refused. */
+    /** Number of statements in signal handlers that were rejected. */
     std::atomic<std::uint64_t> refusedStatements{0};
     /** Has fork() hold stateSync. Destroyed first. */
     std::unique_ptr<ForkEntry> forkEntry;

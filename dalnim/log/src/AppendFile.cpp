@@ -30,13 +30,13 @@ constexpr mode_t FILE_MODE = 0666;
 constexpr mode_t PRIVATE_MODE = 0600;
 constexpr int FLAGS = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY;
 
-/** The part of a size limit that may be filled before the kernel is asked again for the size of the file. */
+/** Fraction of a size limit that may be written before the kernel is asked for the file size again. */
 constexpr std::size_t PARTS_OF_LIMIT = 1024;
 
 /** The first descriptor that no standard stream has. */
 constexpr int FIRST_DESCRIPTOR = STDERR_FILENO + 1;
 
-/** A descriptor that is closed at the end of its scope. */
+/** Owns a descriptor. */
 class Descriptor
 {
 public:
@@ -194,12 +194,12 @@ struct End
 };
 
 /**
- * Returns true if a regular file ends inside a line, other than one that another process is writing. Such a
- * line has grown, or is complete, at the second look.
+ * Returns true if a regular file ends inside a line that no other process is writing: such a line would have
+ * grown, or would be complete, when the file is read a second time.
  */
-bool isCut(const String& path, const struct stat& file) noexcept
+bool isTruncated(const String& path, const struct stat& file) noexcept
 {
-    constexpr timespec A_MOMENT = {0, 1000000};
+    constexpr timespec PAUSE = {0, 1000000};
     if (file.st_size == 0) {
         return false;
     }
@@ -213,8 +213,8 @@ bool isCut(const String& path, const struct stat& file) noexcept
     if (!first.isInsideLine()) {
         return false;
     }
-    ::nanosleep(&A_MOMENT, nullptr);
-    // Waits for the end of a write: file systems lock the file for both.
+    ::nanosleep(&PAUSE, nullptr);
+    // Waits for the end of a write: file systems lock the file for both operations.
     ::lseek(reader.get(), 0, SEEK_DATA);
     const End second = End::of(reader.get());
     return second.isInsideLine() && second.size == first.size;
@@ -237,7 +237,7 @@ int AppendFile::open(const String& path, unsigned int mode)
     }
     const bool isRegular = S_ISREG(status.st_mode);
     rotatable = isRegular && !isDescriptorLink(path);
-    endsInsideLine = isRegular && isCut(path, status);
+    endsInsideLine = isRegular && isTruncated(path, status);
     hasFailed = false;
     positionKnown = false;
     exclusive = handedOut == nullptr;
@@ -271,7 +271,7 @@ bool AppendFile::isAt(const String& path) const noexcept
 bool AppendFile::append(std::string_view line) noexcept
 {
     const std::string_view rest = endsInsideLine ? writeAfterNewline(line) : write(line);
-    // A line that lacks only its newline is in the file. The next one begins with a newline.
+    // A line that lacks only its newline counts as written; the next one begins with a newline.
     const bool isWritten = rest.empty() || (rest == "\n" && line.size() > rest.size());
     hasFailed = !isWritten;
     return isWritten;
@@ -356,7 +356,7 @@ void AppendFile::attachStream()
     try {
         handedOut->setstate(std::ios_base::failbit);
     } catch (const std::ios_base::failure&) {
-        // The owner of the stream may have asked for exceptions; the log goes on without it.
+        // A user of the stream has enabled exceptions. The log does not need the stream.
     }
 }
 

@@ -14,8 +14,8 @@ namespace com::kor::dal::nim::log {
  * A file that lines are appended to, even if other processes append to it as well. There is no buffer: a
  * line has been written, or rejected, when append() returns.
  *
- * A line begins at the beginning of a line: if the file ends inside one, because a process was killed or a
- * write was cut short, a newline comes first.
+ * Each line begins on a new line of the file: if the file ends inside one, because a process was killed or a
+ * write was incomplete, a newline is written first.
  *
  * The descriptor is never 0, 1 or 2, and is closed in programs that the process starts. One thread at a time
  * uses an object.
@@ -55,8 +55,8 @@ public:
         return rotatable;
     }
 
-    /** Returns true unless the file may be renamed and `path`, which it was opened by, leads elsewhere by
-     * now. */
+    /** Returns false if the file may be renamed, and `path`, by which it was opened, no longer leads to it.
+     */
     bool isAt(const String& path) const noexcept;
 
     /**
@@ -85,9 +85,11 @@ public:
 private:
     static constexpr int NONE = -1;
 
-    /** These two return the part that was not written. */
+    /** Writes a text, and returns the part that was not written. */
     std::string_view write(std::string_view text) noexcept;
+    /** Writes a newline and a line, and returns the part of the line that was not written. */
     std::string_view writeAfterNewline(std::string_view line) noexcept;
+    /** Opens the stream that was handed out on the file, or sets its `failbit`. */
     void attachStream();
 
     int descriptor = NONE;
@@ -95,15 +97,15 @@ private:
     /** Whether the file ends inside a line. */
     bool endsInsideLine = false;
     bool hasFailed = false;
-    /** Whether `position` was asked for since the file was opened. */
+    /** Whether `position` has been read since the file was opened. */
     bool positionKnown = false;
-    /** Whether all bytes after `position` are this object's. */
+    /** Whether this object has written all bytes after `position`. */
     bool exclusive = true;
-    /** Bytes. */
+    /** File position, in bytes, when it was last read from the kernel. */
     std::size_t position = 0;
-    /** Bytes that were written since then. */
+    /** Bytes written since then. */
     std::size_t appended = 0;
-    /** What stream() returns; null until then. */
+    /** The stream that stream() returns; null until it is called. */
     std::unique_ptr<std::ofstream> handedOut;
 };
 

@@ -9,24 +9,23 @@ namespace com::kor::dal::nim::log {
 /**
  * The prefix of the record that the calling thread passes to the virtual log(const String&).
  *
- * A record is a string there, which loses its trailing white space; but a record without a text keeps the
- * blank that ends its prefix. The operation cannot be given the length of the prefix, and the text of a
- * record may look like a prefix.
+ * That operation removes trailing white space, but not the space that ends the prefix of a record without
+ * text. It has no parameter for the length of the prefix, and the text of a record may look like a prefix.
  */
 class CurrentPrefix
 {
 public:
-    /** @param prefix must exist, at its place, until the end of the scope */
+    /** @param prefix  must exist, at its address, until the end of the scope */
     explicit CurrentPrefix(std::string_view prefix) noexcept;
     ~CurrentPrefix();
     CurrentPrefix(const CurrentPrefix&) = delete;
     CurrentPrefix& operator=(const CurrentPrefix&) = delete;
 
-    /** Returns the length of the prefix that `msg` begins with; 0 for a text that is not the record's. */
+    /** Returns the length of the prefix if `msg` begins with it, otherwise 0. */
     static std::size_t lengthIn(std::string_view msg) noexcept;
 
 private:
-    /** That of the record around this one: a logger may log while it writes a record. */
+    /** The prefix of the enclosing record: a logger may log while it writes a record. */
     const std::string_view outer;
 };
 

@@ -18,7 +18,7 @@ bool isEscaped(char c) noexcept
     return (byte < 0x20 && c != '\t') || byte == 0x7f || c == '\\';
 }
 
-/** The letter that follows the backslash in C, or 0. */
+/** Returns the letter that follows the backslash in C, or 0. */
 char letterOf(char c) noexcept
 {
     switch (c) {

@@ -7,13 +7,14 @@ namespace com::kor::dal::nim::log {
 
 class LineBuffer;
 
-/** Returns whether appendEscaped() would change a text. */
+/** Returns true if appendEscaped() would change the text. */
 bool needsEscape(std::string_view text) noexcept;
 
 /**
- * Appends a text with its control characters (bytes 0 to 31 but tab, and 127) as \a \b \f \n \r \v where C
- * has such a name, otherwise as \xNN with two lower-case digits, and a backslash as \\. So a record stays on
- * one line, no text looks like the beginning of another record, and nothing reaches a terminal as a command.
+ * Appends a text with its control characters (bytes 0 to 31 except tab, and 127) written as \a \b \f \n \r \v
+ * if C has such a name, otherwise as \xNN with two lower-case digits, and a backslash as \\. A record
+ * therefore stays on one line, no text looks like the beginning of another record, and no terminal receives
+ * control sequences.
  */
 void appendEscaped(LineBuffer& line, std::string_view text);
 

@@ -18,8 +18,8 @@ public:
     FileTrace() = delete;
 
     /**
-     * Writes one trace line built from `parts` (strings and integers). No failure reaches the caller. If
-     * memory runs out for a trace of more than the usual length, it is written in several pieces.
+     * Prints one trace line built from `parts` (strings and integers). Never throws: if memory runs out for a
+     * line of more than the usual length, it is written in several pieces.
      */
     template <class... Parts>
     static void print(unsigned int line, const char* function, const Parts&... parts)

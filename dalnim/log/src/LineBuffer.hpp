@@ -40,8 +40,7 @@ public:
         begin[length++] = c;
         return *this;
     }
-    /** Appends what `write` writes to the memory that it is called with, of at most `bound` bytes; it returns
-     * how many. */
+    /** Calls `write` with memory of `bound` bytes, and appends as many of them as it returns. */
     template <class Write>
     void appendWith(std::size_t bound, Write write)
     {

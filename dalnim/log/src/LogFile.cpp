@@ -156,7 +156,7 @@ void LogFile::replaceOutput(LogFile* other, const Limits& limits)
 bool LogFile::exchangeReopened(LogFile& other)
 {
     const StateHolder holder(stateSync.acquire());
-    // Under the lock: another logger that shares this file may rotate it.
+    // Checked under the lock, since another logger that shares this file may rotate it.
     if (output->path() != other.output->path() || !other.output->isAtItsPath()) {
         return false;
     }
@@ -191,7 +191,7 @@ bool LogFile::isSetTo(const std::ostream& stream) const
 void LogFile::getCurrentPath(String& path, bool deep) const
 {
     const StateHolder holder(stateSync.acquire());
-    // A deep copy shares nothing with this object, and no String does.
+    // Copies of a String share nothing in any case.
     static_cast<void>(deep);
     path = output->displayPath();
 }

@@ -35,7 +35,7 @@ namespace {
 
 constexpr mode_t DIRECTORY_MODE = 0755;
 
-/** The stream for what no other output accepts. */
+/** Returns the stream for lines that the output rejects. */
 std::ostream& fallbackStream()
 {
     return *STD_LOG_STREAMS[0].addr;
@@ -55,18 +55,19 @@ void createDirectory(const String& path)
     }
 }
 
-/** Returns true if an opening that failed so may succeed a moment later. */
+/** Returns true if opening a file that failed with `error` may succeed shortly afterwards. */
 bool isShortage(int error)
 {
     return error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR;
 }
 
-/** Opens a file whose path was in use a moment ago. Returns 0 or the error number. */
+/** Opens the file again after a rotation, which may have to wait for resources. Returns 0 or the error
+ * number. */
 int reopen(AppendFile& file, const String& path, unsigned int mode)
 {
-    constexpr std::chrono::milliseconds LONGEST_WAIT(100);
+    constexpr std::chrono::milliseconds MAX_WAIT(100);
     constexpr timespec PAUSE = {0, 1000000};
-    const auto deadline = std::chrono::steady_clock::now() + LONGEST_WAIT;
+    const auto deadline = std::chrono::steady_clock::now() + MAX_WAIT;
     int error = file.open(path, mode);
     while (isShortage(error) && std::chrono::steady_clock::now() < deadline) {
         ::nanosleep(&PAUSE, nullptr);
@@ -114,7 +115,7 @@ void LogOutput::setMaxNumberOfFiles(std::size_t number)
 {
     rotatedLimit = number;
     if (number != 0 && rotatedCount > number) {
-        // Without a path the count is that of the last one, whose files are not this log's any more.
+        // Without a path, the count is that of the previous one, whose files no longer belong to this log.
         if (!outputPath.empty()) {
             RotatedFiles(outputPath).remove(number, rotatedCount - 1);
         }
@@ -260,7 +261,7 @@ void LogOutput::logLine(std::string_view line)
     const qv::CancellationOff uncut;
     const bool isWritten = tryWrite(line);
     if (!isWritten) {
-        // The record survives there, and the next one tries its own output again.
+        // The next record tries its own output again.
         StreamOutput::writeToFallback(line);
     }
     if (sizeLimit != 0 && hasReachedLimit(isWritten)) {
@@ -276,8 +277,8 @@ bool LogOutput::hasReachedLimit(bool isWritten)
     if (isWritten) {
         return file->hasReached(sizeLimit);
     }
-    // The output that was used in its place. If that has reached the limit, or has no position, the file gets
-    // another chance: it is renamed, and a new one is opened.
+    // The position is that of the output used instead. If it has reached the limit, or has none, the file is
+    // rotated, so that the log continues in a new file.
     return StreamOutput::position(fallbackStream()) >= sizeLimit;
 }
 

@@ -13,7 +13,7 @@ namespace com::kor::dal::nim::log {
 class AppendFile;
 
 /**
- * What a LogFile does, without its lock: one thread at a time uses an object. LogFile.hpp documents the
+ * The output of a LogFile, without a lock: one thread at a time uses an object. LogFile.hpp documents the
  * operations.
  */
 class LogOutput
@@ -62,21 +62,21 @@ public:
     void close() noexcept;
     bool revertStream() noexcept;
 
-    /** Exchanges the outputs, with their counts of rotated files; limits stay. */
+    /** Exchanges the outputs, with their counts of rotated files; the limits are unchanged. */
     void exchange(LogOutput& other) noexcept;
-    /** Returns true if the output is a file of this path, open. */
+    /** Returns true if the output is an open file of this path. */
     bool isOpenAt(const String& path) const noexcept;
     bool isSetTo(const std::ostream& stream) const noexcept
     {
         return outputStream == &stream;
     }
 
-    /** Returns false if the output is a file that was renamed or removed since it was opened. */
+    /** Returns false if the output is a file that has been renamed or deleted. */
     bool isAtItsPath() const noexcept;
 
     /** Opens the output if it is not open. */
     void open();
-    /** Opens a file, and counts the rotated ones only then: a rotation that comes in between renames it. */
+    /** Opens a file, then counts the rotated ones: a concurrent rotation would rename it in between. */
     void openAt(const String& path);
     /** Writes a text to the output. Returns false, with the cause in `errno`, if it rejects the text. */
     bool begin(std::string_view text);
@@ -91,16 +91,17 @@ private:
     void switchFile();
 
     String outputPath;
-    /** Null while a file is the output, or is to be opened, and while there is no output. Not owned. */
+    /** The stream that is the output. Null if that is a file, also one not opened yet, or none. Not owned. */
     std::ostream* outputStream;
     /** The file that is the output; null if there is none. */
     std::unique_ptr<AppendFile> file;
     /** Bytes; 0 for no limit. */
     std::size_t sizeLimit;
-    /** How many rotated files are kept; 0 for all. */
+    /** Maximum number of rotated files; 0 for no limit. */
     std::size_t rotatedLimit;
+    /** Permissions of new files. */
     unsigned int newFileMode;
-    /** How many rotated files exist. */
+    /** Number of rotated files that exist. */
     std::size_t rotatedCount;
 };
 

@@ -46,7 +46,7 @@ public:
         }
         return textBegin;
     }
-    /** Writes `c` to the byte at `index`, at most the length of the text, and returns what it was. */
+    /** Replaces the byte at `index`, at most the length of the text, and returns its old value. */
     char exchange(std::size_t index, char c) noexcept
     {
         const char previous = textBegin[index];
@@ -66,7 +66,7 @@ private:
     /** Bytes for the prefix: more than those of all fields with names of the usual length. */
     static constexpr std::size_t FRONT_SIZE = 256;
     static constexpr std::size_t INLINE_SIZE = 1280;
-    /** The largest size of heap memory that the next record keeps. */
+    /** Size in bytes up to which heap memory is not freed by reset(). */
     static constexpr std::size_t KEPT_SIZE = 4096;
 
     char* memory() noexcept

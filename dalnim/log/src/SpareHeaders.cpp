@@ -17,7 +17,7 @@ namespace com::kor::dal::nim::log {
 
 namespace {
 
-/** One record for each statement that is active in the child at the same time. */
+/** Number of records: one for each statement that is active in the child at the same time. */
 constexpr std::size_t COUNT = 32;
 
 /** Whether a child of the fork that is under way is restricted. */
@@ -46,7 +46,7 @@ bool SpareHeaders::restricted = false;
 void SpareHeaders::prepare() noexcept
 {
     if (restricted) {
-        // A child of the child: the same holds there.
+        // A child of the child is restricted, too.
         return;
     }
     restrict_child = false;
@@ -65,12 +65,12 @@ void SpareHeaders::prepare() noexcept
             number << 0;
             auto created = std::make_unique<Stock>(global);
             const std::unique_ptr<Stock> old(stock);
-            // Static destructors may fork and log: it stays.
+            // Never destroyed at exit, since static destructors may fork and log.
             stock = created.release();
         }
         restrict_child = true;
     } catch (const std::exception&) {
-        // Without memory for the records the child is as it would be without this class.
+        // Without memory for the records, the child is not restricted.
     }
 }
 

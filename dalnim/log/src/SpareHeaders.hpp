@@ -11,13 +11,12 @@ class Header;
 struct SourcePosition;
 
 /**
- * The records of a forked child in which the global locale cannot be looked up.
+ * The records of a forked child that must not read the global locale.
  *
- * Every construction of a stream looks up the global locale, and so does every record that reuses one, to
- * follow its changes. Unless that locale is the classic one, the C++ library takes a lock for it. If another
- * thread of the parent was inside that lock, the child would wait for it forever. So such a child takes
- * neither step: it keeps the global locale that was looked up last, before the fork, and fills records that
- * were constructed in the parent.
+ * Constructing a stream reads the global locale, and so does each record that reuses one, to follow its
+ * changes. Unless that locale is the classic one, the C++ library acquires a lock. If another thread of the
+ * parent held that lock, the child would wait for it forever. Such a child therefore does neither: it uses
+ * the global locale that was read before the fork, and records that were constructed in the parent.
  *
  * A child of a process with a single thread, or with the classic locale, is not restricted.
  */
@@ -26,16 +25,16 @@ class SpareHeaders
 public:
     SpareHeaders() = delete;
 
-    /** Before a fork: looks up the global locale, and constructs the records if the child needs them. */
+    /** Before a fork: reads the global locale, and constructs the records if the child needs them. */
     static void prepare() noexcept;
     static void afterForkInChild() noexcept;
 
-    /** Whether this process is a child that must not look up the global locale. */
+    /** Returns true if this process is a child that must not read the global locale. */
     static bool isRestricted() noexcept
     {
         return restricted;
     }
-    /** Returns the global locale that was looked up last. Requires a restricted child. */
+    /** Returns the global locale that was read before the fork. Requires a restricted child. */
     static const std::locale& locale() noexcept;
 
     /**
@@ -43,7 +42,7 @@ public:
      * records.
      */
     static Header* acquire(Severity severity, const SourcePosition& position);
-    /** Returns false if `header` is none of these. */
+    /** Resets and releases a record that acquire() returned. Returns false if `header` is another one. */
     static bool release(Header& header) noexcept;
 
 private:

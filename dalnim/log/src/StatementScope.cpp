@@ -9,7 +9,7 @@ namespace com::kor::dal::nim::log {
 
 namespace {
 
-/** An inspection of the stack, from the innermost frame outwards. */
+/** A search through the stack, from the innermost frame outwards. */
 struct Search
 {
     std::uintptr_t statement;
@@ -28,7 +28,7 @@ _Unwind_Reason_Code visit(_Unwind_Context* context, void* argument)
         search.isSignalFound = true;
         return _URC_END_OF_STACK;
     }
-    // Not an order alone: a handler may run on a stack of its own.
+    // Compared with both frames: a handler may run on a stack of its own.
     if (search.innerFrame <= search.statement && search.statement < frame) {
         return _URC_END_OF_STACK;
     }
@@ -36,7 +36,7 @@ _Unwind_Reason_Code visit(_Unwind_Context* context, void* argument)
     return _URC_NO_REASON;
 }
 
-/** Whether a signal handler was called since the statement with that address began. */
+/** Returns true if a signal handler was called since the statement with that frame address began. */
 bool hasSignalFrame(std::uintptr_t statement) noexcept
 {
     Search search = {statement, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), false};

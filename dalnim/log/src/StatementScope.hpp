@@ -5,8 +5,8 @@ namespace com::kor::dal::nim::log {
 
 /**
  * Marks the calling thread as inside a log statement, so that a statement in a signal handler that
- * interrupted it can be refused. It would wait for a lock that its own thread is about to acquire or release,
- * or for that of the allocator. A statement within the operands of another one is not refused.
+ * interrupted it can be rejected. It would wait for a lock that its own thread is about to acquire or
+ * release, or for that of the allocator. A statement within the operands of another one is not rejected.
  */
 class StatementScope
 {
@@ -14,8 +14,8 @@ public:
     /**
      * Enters the outermost statement of the thread; inner ones change nothing.
      * @param entered  identifies the statement
-     * @param frame    a stack address below which all is called from the statement. Not that of an object: a
-     *                 sanitizer may keep those elsewhere.
+     * @param frame    a stack address: frames below it are called from the statement. Not the address of an
+     *                 object, which a sanitizer may store elsewhere.
      */
     StatementScope(const void* entered, const void* frame) noexcept : statement(entered)
     {
@@ -34,7 +34,7 @@ public:
     StatementScope(const StatementScope&) = delete;
     StatementScope& operator=(const StatementScope&) = delete;
 
-    /** Leaves the statement to a later call of leave(). */
+    /** Keeps the thread inside the statement until leave() is called. */
     void keep() noexcept
     {
         statement = nullptr;
@@ -46,15 +46,15 @@ public:
         }
     }
 
-    /** Whether the calling thread is inside a statement, or in a signal handler that interrupted one. */
+    /** Returns true if the calling thread is inside a statement, or in a handler that interrupted one. */
     static bool isActive() noexcept
     {
         return outermost != nullptr;
     }
-    /** Whether it is in such a handler. Requires isActive(). */
+    /** Returns true if it is in such a handler. Requires isActive(). */
     static bool isInterrupted() noexcept;
 
-    /** Loads all that isInterrupted() needs, since a signal handler must not. */
+    /** Loads the unwinder that isInterrupted() uses, since a signal handler must not. */
     static void initialize() noexcept;
 
 private:

@@ -29,16 +29,16 @@ namespace com::kor::dal::nim::log {
 
 namespace {
 
-constexpr std::chrono::milliseconds LONGEST_WAIT(1000);
+constexpr std::chrono::milliseconds MAX_WAIT(1000);
 
-/** Waits for a full descriptor, for LONGEST_WAIT in all. */
-class Patience
+/** Limits the time that the writes of one text wait for a full descriptor. */
+class WriteTimeout
 {
 public:
-    explicit Patience(std::chrono::milliseconds wait) : limit(wait), started(false) {}
+    explicit WriteTimeout(std::chrono::milliseconds wait) : limit(wait), started(false) {}
 
     /** Blocks until the descriptor accepts bytes. Returns false, with EAGAIN, if the time has run out. */
-    bool awaitRoom(int descriptor)
+    bool waitUntilWritable(int descriptor)
     {
         const auto now = std::chrono::steady_clock::now();
         if (!started) {
@@ -47,8 +47,8 @@ public:
         }
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
         if (left > 0) {
-            pollfd room = {descriptor, POLLOUT, 0};
-            const int ready = ::poll(&room, 1, static_cast<int>(left));
+            pollfd request = {descriptor, POLLOUT, 0};
+            const int ready = ::poll(&request, 1, static_cast<int>(left));
             // After a signal the caller finds the descriptor full again, and waits for the rest of the time.
             if (ready > 0 || (ready == -1 && errno == EINTR)) {
                 return true;
@@ -85,12 +85,14 @@ bool isStandardBuffer(std::streambuf& buffer, int descriptor, std::FILE* file)
 
 #else
 
+// At load.
+const std::streambuf* const output_buffer = std::cout.rdbuf();
+const std::streambuf* const error_buffer = std::cerr.rdbuf();
+
 /** The same for a C++ library that never replaces the buffers of the standard streams. */
 bool isStandardBuffer(std::streambuf& buffer, int descriptor, std::FILE*)
 {
-    static const std::streambuf* const output = std::cout.rdbuf();
-    static const std::streambuf* const error = std::cerr.rdbuf();
-    return &buffer == (descriptor == STDOUT_FILENO ? output : error);
+    return &buffer == (descriptor == STDOUT_FILENO ? output_buffer : error_buffer);
 }
 
 #endif
@@ -101,7 +103,7 @@ class StandardDescriptor
 public:
     constexpr StandardDescriptor(int descriptor_number, std::FILE*& descriptor_file) noexcept
         : number(descriptor_number), file(descriptor_file), countsAsClosed(false), isStalled(false),
-          isTorn(false)
+          isTruncated(false)
     {
     }
 
@@ -123,13 +125,13 @@ public:
             flush(*stream.tie());
         }
         const Lock lock(file);
-        Patience patience(isStalled.load(std::memory_order_relaxed) ? std::chrono::milliseconds(0)
-                                                                    : LONGEST_WAIT);
-        // The C library discards what a full descriptor rejects.
-        if (::__fpending(file) == 0 || !isFull(descriptor) || patience.awaitRoom(descriptor)) {
+        WriteTimeout timeout(isStalled.load(std::memory_order_relaxed) ? std::chrono::milliseconds(0)
+                                                                       : MAX_WAIT);
+        // The C library discards bytes that a full descriptor rejects.
+        if (::__fpending(file) == 0 || !isFull(descriptor) || timeout.waitUntilWritable(descriptor)) {
             flush(stream);
         }
-        const bool isWritten = writeWhole(descriptor, text, patience);
+        const bool isWritten = writeWhole(descriptor, text, timeout);
         // A reader that has stopped costs one wait, not one for each record.
         isStalled.store(!isWritten && errno == EAGAIN, std::memory_order_relaxed);
         return isWritten;
@@ -173,7 +175,7 @@ private:
         return countsAsClosed.load(std::memory_order_relaxed) ? -1 : ::fileno(file);
     }
 
-    /** Writes out what the program has inserted into a stream. The state of the stream stays as it is. */
+    /** Flushes what the program has inserted into a stream. The state of the stream is unchanged. */
     static void flush(std::ostream& stream)
     {
         try {
@@ -181,35 +183,35 @@ private:
                 stream.rdbuf()->pubsync();
             }
         } catch (const std::exception&) {
-            // The bytes are the program's. They do not stop a record.
+            // The bytes are the program's. Losing them must not prevent a record.
         }
     }
 
     static bool isFull(int descriptor)
     {
-        pollfd room = {descriptor, POLLOUT, 0};
-        return ::poll(&room, 1, 0) == 0;
+        pollfd request = {descriptor, POLLOUT, 0};
+        return ::poll(&request, 1, 0) == 0;
     }
 
-    /** Writes `text`, after a newline if the last text was cut. */
-    bool writeWhole(int descriptor, std::string_view text, Patience& patience)
+    /** Writes `text`, after a newline if the last text was truncated. */
+    bool writeWhole(int descriptor, std::string_view text, WriteTimeout& timeout)
     {
-        if (isTorn.load(std::memory_order_relaxed) && !writePart(descriptor, "\n", patience)) {
+        if (isTruncated.load(std::memory_order_relaxed) && !writePart(descriptor, "\n", timeout)) {
             return false;
         }
-        return writePart(descriptor, text, patience);
+        return writePart(descriptor, text, timeout);
     }
 
-    bool writePart(int descriptor, std::string_view text, Patience& patience)
+    bool writePart(int descriptor, std::string_view text, WriteTimeout& timeout)
     {
         while (!text.empty()) {
             const ssize_t written = ::write(descriptor, text.data(), text.size());
             if (written > 0) {
                 const auto count = static_cast<std::size_t>(written);
-                isTorn.store(count != text.size() && text[count - 1] != '\n', std::memory_order_relaxed);
+                isTruncated.store(count != text.size() && text[count - 1] != '\n', std::memory_order_relaxed);
                 text.remove_prefix(count);
             } else if (written == 0 || (errno != EINTR && errno != EAGAIN)
-                       || (errno == EAGAIN && !patience.awaitRoom(descriptor))) {
+                       || (errno == EAGAIN && !timeout.waitUntilWritable(descriptor))) {
                 return false;
             }
         }
@@ -220,10 +222,10 @@ private:
     /** A reference, so that the compiler can initialise the object. */
     std::FILE*& file;
     std::atomic<bool> countsAsClosed;
-    /** Whether the last write waited in vain. */
+    /** Whether the last write timed out. */
     std::atomic<bool> isStalled;
-    /** Whether the last text was cut inside a line. Written with the lock of `file` held. */
-    std::atomic<bool> isTorn;
+    /** Whether the last text was truncated inside a line. Written with the lock of `file` held. */
+    std::atomic<bool> isTruncated;
 };
 
 // Initialised by the compiler: static constructors of any source may log.
@@ -297,7 +299,7 @@ std::size_t StreamOutput::position(std::ostream& stream)
     return static_cast<std::size_t>(std::streamoff(stream.tellp()));
 }
 
-void StreamOutput::trust(const std::ostream& stream) noexcept
+void StreamOutput::recheckDescriptor(const std::ostream& stream) noexcept
 {
     if (StandardDescriptor* const standard = standardDescriptor(stream)) {
         standard->checkIfOpen();

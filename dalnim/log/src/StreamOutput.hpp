@@ -10,15 +10,15 @@ namespace com::kor::dal::nim::log {
 /**
  * Writes to streams that the log does not own.
  *
- * A standard stream (std::cerr, std::clog, std::cout) is the last resort of a record, so its state must not
- * decide: one failed insertion by anyone would silence it permanently. The text is therefore written to the
- * descriptor behind the stream, whatever the state of the stream, and the state is left unchanged. A stream
- * whose buffer the program has replaced (other than by sync_with_stdio()) is written like any other stream.
+ * A standard stream (std::cerr, std::clog, std::cout) is the last resort of a record, so its state is
+ * ignored: otherwise a single failed insertion would silence it permanently. The text is written to the
+ * descriptor of the stream, and the state of the stream is unchanged. A stream whose buffer the program has
+ * replaced (other than by sync_with_stdio()) is written like any other stream.
  *
- * A standard descriptor that was closed when the library was loaded counts as closed until trust() is
- * called: a file that is given the number afterwards must not receive the log.
+ * A standard descriptor that was closed when the library was loaded counts as closed until
+ * recheckDescriptor() is called: a file that is opened with its number afterwards must not receive the log.
  *
- * Any thread may call any operation. Writes to one standard descriptor exclude each other.
+ * Any thread may call any operation. Writes to one standard descriptor are serialised.
  */
 class StreamOutput
 {
@@ -33,19 +33,19 @@ public:
     static bool write(std::ostream& stream, std::string_view text);
 
     /**
-     * Writes a line that its own output has rejected to standard error, after an error message, where it
-     * survives. Needs no memory, if there is none.
+     * Writes a line that its own output has rejected to standard error, after an error message. Works also if
+     * memory runs out.
      */
     static void writeToFallback(std::string_view line);
 
-    /** Returns true if the stream is written to by its descriptor, whatever its state. */
+    /** Returns true if write() uses the descriptor of the stream, whatever the state of the stream. */
     static bool isDirect(const std::ostream& stream);
 
     /** Returns the position of the output in bytes, or the largest number if it has none. */
     static std::size_t position(std::ostream& stream);
 
-    /** For a setting that names a standard stream: checks again whether its descriptor is open. */
-    static void trust(const std::ostream& stream) noexcept;
+    /** Checks again whether the descriptor of a standard stream is open. For a setting that selects one. */
+    static void recheckDescriptor(const std::ostream& stream) noexcept;
 };
 
 }

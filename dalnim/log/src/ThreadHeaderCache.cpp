@@ -55,7 +55,7 @@ Header* ThreadHeaderCache::acquire(Severity severity, const SourcePosition& posi
     if (own.state == State::AVAILABLE) {
         own.header().start(severity, position);
     } else if (SpareHeaders::isRestricted()) {
-        return SpareHeaders::acquire(severity, file, line);
+        return SpareHeaders::acquire(severity, position);
     } else if (own.state == State::EMPTY && exit_hook.arm()) {
         ::new (own.bytes) Header(Header::Origin::STATEMENT, severity, position);
     } else {

@@ -73,10 +73,10 @@ void Write::log(const Module& mod, const Header& rec, bool force)
         formatAndLog(mod, rec);
         return;
     }
-    // The operations that a subclass may replace are called with the lock held.
+    // The operations that a subclass may override are called with the lock held.
     const StateHolder holder(stateSync.acquire());
     if (!beginOutput() && logFile->getPath().empty()) {
-        // A path that was forgotten leads to standard error now; one that is kept fails again below.
+        // The path was cleared, so that log() writes to standard error. Otherwise it fails again below.
         StreamOutput::writeToFallback("");
     }
     String record = format(mod, rec);
@@ -187,7 +187,7 @@ std::ios* Write::getStream() const
     if (!streamHeaderDone) {
         streamHeader();
     }
-    // Asked for behind the header: one that was refused has sent the output to another stream.
+    // After the header: if that was rejected, the output is another stream.
     return logFile->getStream();
 }
 
@@ -223,7 +223,7 @@ LogFileRef Write::newLogFile() const
 
 void Write::replaceLogFile(const LogFileRef& file, bool owned)
 {
-    // Outlives the lock: destroying the old file, which closes it, must not happen under InitLock.
+    // Destroyed after the lock: the old file must not be closed under InitLock.
     const LogFileRef old(logFile);
     const sys::InitLock lock(true);
     logFile = file;
@@ -237,7 +237,7 @@ bool Write::isDefault() const
 
 void Write::streamHeader() const
 {
-    // Opened first: the configuration names it.
+    // Opened first, since the configuration contains its name.
     logFile->open();
     if (isDefault() && !writeHeader(STREAM_HEADER_TITLE, Severity_INFO)) {
         revertStreamHeader(errno);
@@ -249,22 +249,22 @@ void Write::revertStreamHeader(int error) const
 {
     String path;
     logFile->getCurrentPath(path, false);
-    const String complaint = "Unable to write to log output stream \"" + path + "\": ";
+    const String message = "Unable to write to log output stream \"" + path + "\": ";
 
-    // If the failed stream was the logger's own file, this destroys it: all that follows is for the
-    // stream that the record will reach.
+    // This destroys the failed stream if it is the logger's own file. The header below is therefore written
+    // to the stream that the record will be written to.
     if (!logFile->revertStream()) {
-        throw sys::system_error(error, complaint + sys::sys_err_string(error));
+        throw sys::system_error(error, message + sys::sys_err_string(error));
     }
-    if (!writeHeader(complaint + sys::sys_err_string(error) + "; " + STREAM_HEADER_TITLE, Severity_ERROR)) {
+    if (!writeHeader(message + sys::sys_err_string(error) + "; " + STREAM_HEADER_TITLE, Severity_ERROR)) {
         const int secondError = errno;
-        throw sys::system_error(secondError, complaint + sys::sys_err_string(secondError));
+        throw sys::system_error(secondError, message + sys::sys_err_string(secondError));
     }
 }
 
 bool Write::writeHeader(const String& msg, Severity sev) const
 {
-    // Not a stream of its own: see SpareHeaders.
+    // A statement's record, because a forked child may be unable to construct a stream: see SpareHeaders.
     Statement statement(INTERNAL_LOG_MODULE, sev);
     Header& header = statement.header("", 0);
     // If memory runs out, nothing is written rather than a part.

@@ -115,7 +115,7 @@ void Write::replaceOutput(LogFileRef& opened, const LogSettings& settings)
 void Write::applySettings(const LogSettings& settings)
 {
     if (settings.isStreamNamed) {
-        StreamOutput::trust(*settings.stream);
+        StreamOutput::recheckDescriptor(*settings.stream);
     }
     const bool isShared = settings.stream == nullptr && settings.path.empty();
     LogFileRef opened;

@@ -229,7 +229,7 @@ void Write::setStream(const String& stream)
         replaceLogFile(shared, false);
     } else {
         std::ostream* const output = standardStream(stream).addr;
-        StreamOutput::trust(*output);
+        StreamOutput::recheckDescriptor(*output);
         if (logFile->getStream() == output) {
             return;
         }
