@@ -95,7 +95,7 @@ bool isFree(const MutexOps& mutex)
     return got;
 }
 
-TEST(CondSem, IsCalledByItsName)
+TEST(CondSem, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("CondSem", CondSem::CLASS_NAME);
 }
@@ -109,7 +109,7 @@ TEST(CondSem, HasNoVirtualFunctions)
     EXPECT_EQ(-1, virtualSlot(&CondSem::wait));
 }
 
-TEST(CondSem, MakesALockOfItsOwn)
+TEST(CondSem, CreatesALockIfItOwnsNone)
 {
     const CondSem sem(nullptr, true);
     EXPECT_EQ(&sem, &sem.acquire());
@@ -122,7 +122,7 @@ TEST(CondSem, MakesALockOfItsOwn)
     EXPECT_TRUE(sem.release(std::nothrow));
 }
 
-TEST(CondSem, RefusesToDoWithoutALock)
+TEST(CondSem, ThrowsEINVALWithoutALock)
 {
     try {
         const CondSem sem(nullptr, false);
@@ -134,7 +134,7 @@ TEST(CondSem, RefusesToDoWithoutALock)
     EXPECT_THROW(const CondSem sem(nullptr), system_error);
 }
 
-TEST(CondSem, BorrowsALock)
+TEST(CondSem, UsesTheLockOfTheCaller)
 {
     int destroyed = 0;
     {
@@ -156,7 +156,7 @@ TEST(CondSem, BorrowsALock)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST(CondSem, TakesALockOver)
+TEST(CondSem, OwnsALockThatWasTransferred)
 {
     int destroyed = 0;
     {
@@ -166,7 +166,7 @@ TEST(CondSem, TakesALockOver)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST(CondSem, FailsAsItsLockDoes)
+TEST(CondSem, ThrowsTheFailuresOfItsLock)
 {
     const SysMutex mutex;
     const CondSem sem(mutex);
@@ -194,7 +194,7 @@ protected:
     bool woken = false;
 };
 
-TEST_F(CondSemTest, IsHeldByAHolder)
+TEST_F(CondSemTest, CanBeOwnedByAMutexHolder)
 {
     {
         const MutexHolder<CondSem> holder(sem.acquire());
@@ -203,14 +203,14 @@ TEST_F(CondSemTest, IsHeldByAHolder)
     EXPECT_TRUE(isFree(mutex));
 }
 
-TEST_F(CondSemTest, DoesNotWaitForZero)
+TEST_F(CondSemTest, TimeOutOfZeroDoesNotWait)
 {
     const MutexHolder<CondSem> holder(sem.acquire());
     EXPECT_FALSE(sem.wait(0));
     EXPECT_FALSE(isFree(mutex)) << "it is held again after a time-out";
 }
 
-TEST_F(CondSemTest, WaitsASecondAndAHalf)
+TEST_F(CondSemTest, WaitLastsForSecondsAndMilliseconds)
 {
     const MutexHolder<CondSem> holder(sem.acquire());
     const Clock::time_point end = Clock::now() + Ms(1500);
@@ -222,7 +222,7 @@ TEST_F(CondSemTest, WaitsASecondAndAHalf)
     EXPECT_FALSE(isFree(mutex));
 }
 
-TEST_F(CondSemTest, ReleasesTheLockWhileItWaits)
+TEST_F(CondSemTest, WaitReleasesTheLock)
 {
     for (const unsigned int limit : {60000U, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
         SCOPED_TRACE(limit);
@@ -254,7 +254,7 @@ TEST_F(CondSemTest, WaitsWithoutLimitByDefault)
     wake(&CondSem::broadcast);
 }
 
-TEST_F(CondSemTest, WakesOneByASignalAndAllByABroadcast)
+TEST_F(CondSemTest, SignalWakesOneAndBroadcastWakesAll)
 {
     int tickets = 0;
     int served = 0;
@@ -292,7 +292,7 @@ TEST_F(CondSemTest, WakesOneByASignalAndAllByABroadcast)
     EXPECT_EQ(3, served);
 }
 
-TEST_F(CondSemTest, LosesASignalWithNobodyWaiting)
+TEST_F(CondSemTest, SignalWithoutAWaiterIsLost)
 {
     sem.signal();
     sem.broadcast();
@@ -311,14 +311,14 @@ TEST_F(CondSemTest, LosesASignalWithNobodyWaiting)
     wake(&CondSem::signal);
 }
 
-TEST_F(CondSemTest, TellsAFailedWaitLikeATimeOut)
+TEST_F(CondSemTest, FailedWaitReturnsFalse)
 {
     // Without the lock the system refuses to wait.
     EXPECT_NO_THROW(EXPECT_FALSE(sem.wait(60000)));
     EXPECT_NO_THROW(EXPECT_FALSE(sem.wait(0xFFFFFFFF)));
 }
 
-TEST(SysMutexCondSem, BindsTheTwoTogether)
+TEST(SysMutexCondSem, ConditionUsesTheMutex)
 {
     const SysMutexCondSem pair;
     pair.sig.acquire();

@@ -66,7 +66,7 @@ void release(const CriticalSection& section)
     section.release();
 }
 
-TEST(CriticalSection, IsCalledByItsName)
+TEST(CriticalSection, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("CriticalSection", CriticalSection::CLASS_NAME);
 }
@@ -90,7 +90,7 @@ TEST_P(EverySection, IsHeldByOneThread)
     EXPECT_TRUE(isFree(section));
 }
 
-TEST_P(EverySection, WaitsForTheHolder)
+TEST_P(EverySection, AcquireWaitsForTheOwner)
 {
     section.acquire();
     qvtest::Caller other([this] {
@@ -102,7 +102,7 @@ TEST_P(EverySection, WaitsForTheHolder)
     other.join();
 }
 
-TEST_P(EverySection, IsTakenByRequest)
+TEST_P(EverySection, RequestAcquiresTheLock)
 {
     EXPECT_TRUE(section.request());
     EXPECT_FALSE(isFree(section));
@@ -110,7 +110,7 @@ TEST_P(EverySection, IsTakenByRequest)
     EXPECT_TRUE(isFree(section));
 }
 
-TEST_P(EverySection, RefusesAReleaseWithoutAnAcquire)
+TEST_P(EverySection, ReleaseWithoutAnAcquireFails)
 {
     EXPECT_FALSE(section.release(std::nothrow));
     try {
@@ -123,7 +123,7 @@ TEST_P(EverySection, RefusesAReleaseWithoutAnAcquire)
     EXPECT_TRUE(isFree(section));
 }
 
-TEST_P(EverySection, RefusesAReleaseByAnotherThread)
+TEST_P(EverySection, ReleaseByAnotherThreadFails)
 {
     section.acquire();
     EXPECT_FALSE(onOtherThread([this] { return section.release(std::nothrow); }));
@@ -177,7 +177,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EverySection, testing::Values(Kind::DEFAULT, Kin
 class PlainSection : public EverySection
 {};
 
-TEST_P(PlainSection, RefusesItsHolderASecondTime)
+TEST_P(PlainSection, SecondAcquireByTheOwnerFails)
 {
     section.acquire();
     EXPECT_FALSE(section.request());
@@ -197,7 +197,7 @@ TEST_P(PlainSection, RefusesItsHolderASecondTime)
 
 INSTANTIATE_TEST_SUITE_P(Kinds, PlainSection, testing::Values(Kind::DEFAULT, Kind::PLAIN));
 
-TEST(CriticalSection, OfTheRecursiveKindIsAcquiredAgainByItsHolder)
+TEST(CriticalSection, RecursiveSectionCanBeAcquiredAgain)
 {
     const CriticalSection section(true);
     section.acquire();
@@ -212,7 +212,7 @@ TEST(CriticalSection, OfTheRecursiveKindIsAcquiredAgainByItsHolder)
     EXPECT_FALSE(section.release(std::nothrow));
 }
 
-TEST(CriticalSection, IsDestroyedAlsoWhenItIsLocked)
+TEST(CriticalSection, DestructorIgnoresThatItIsLocked)
 {
     {
         const CriticalSection section(false);

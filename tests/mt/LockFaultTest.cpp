@@ -182,7 +182,7 @@ system_error errorOf(Call call)
 
 typedef std::vector<std::string> Calls;
 
-TEST(LockFault, SectionsAskForTheirKind)
+TEST(LockFault, CriticalSectionPassesItsAttribute)
 {
     StandIn standIn;
     {
@@ -193,7 +193,7 @@ TEST(LockFault, SectionsAskForTheirKind)
     EXPECT_EQ((Calls{"init null", "init r", "init R", "destroy", "destroy", "destroy"}), standIn.calls());
 }
 
-TEST(LockFault, SectionsMakeOneCallEach)
+TEST(LockFault, CriticalSectionMakesOneCallEach)
 {
     StandIn standIn;
     const CriticalSection section;
@@ -204,7 +204,7 @@ TEST(LockFault, SectionsMakeOneCallEach)
     EXPECT_EQ((Calls{"init null", "lock", "unlock", "trylock", "unlock"}), standIn.calls());
 }
 
-TEST(LockFault, SectionsReportAFailedStart)
+TEST(LockFault, CriticalSectionThrowsIfItCannotBeCreated)
 {
     StandIn standIn;
     standIn.fail(EAGAIN);
@@ -221,7 +221,7 @@ TEST(LockFault, SectionsReportAFailedStart)
     EXPECT_EQ((Calls{"init null", "init R"}), standIn.calls()) << "what was not made is not destroyed";
 }
 
-TEST(LockFault, SectionsReportEveryStatus)
+TEST(LockFault, CriticalSectionThrowsEveryStatus)
 {
     StandIn standIn;
     const CriticalSection section;
@@ -237,7 +237,7 @@ TEST(LockFault, SectionsReportEveryStatus)
     EXPECT_STREQ("Unknown error 4000", errorOf([&] { section.acquire(); }).what());
 }
 
-TEST(LockFault, SectionsIgnoreAFailedEnd)
+TEST(LockFault, CriticalSectionIgnoresAFailedDestroy)
 {
     StandIn standIn;
     {
@@ -247,7 +247,7 @@ TEST(LockFault, SectionsIgnoreAFailedEnd)
     EXPECT_EQ((Calls{"init null", "destroy"}), standIn.calls());
 }
 
-TEST(LockFault, MutexesMakeOneCallEach)
+TEST(LockFault, SysMutexMakesOneCallEach)
 {
     StandIn standIn;
     {
@@ -260,7 +260,7 @@ TEST(LockFault, MutexesMakeOneCallEach)
     EXPECT_EQ((Calls{"init null", "lock", "unlock", "trylock", "unlock", "destroy"}), standIn.calls());
 }
 
-TEST(LockFault, MutexesReportAFailedStart)
+TEST(LockFault, SysMutexThrowsIfItCannotBeCreated)
 {
     StandIn standIn;
     standIn.fail(ENOMEM);
@@ -273,7 +273,7 @@ TEST(LockFault, MutexesReportAFailedStart)
     EXPECT_EQ(Calls{"init null"}, standIn.calls());
 }
 
-TEST(LockFault, MutexesReportEveryStatus)
+TEST(LockFault, SysMutexThrowsEveryStatus)
 {
     StandIn standIn;
     const SysMutex mutex;
@@ -289,7 +289,7 @@ TEST(LockFault, MutexesReportEveryStatus)
     standIn.fail(0);
 }
 
-TEST(LockFault, MutexesFoldTheTextAt78Columns)
+TEST(LockFault, SysMutexFoldsTheMessageAt78Columns)
 {
     StandIn standIn;
     const SysMutex mutex;
@@ -317,7 +317,7 @@ std::vector<std::string> places(const system_error& error)
     return found;
 }
 
-TEST(LockFault, ConditionsReportAFailedStart)
+TEST(LockFault, CondSemThrowsIfItCannotBeCreated)
 {
     // A lock of its own is made first: only the condition is to fail.
     const SysMutex mutex;
@@ -330,7 +330,7 @@ TEST(LockFault, ConditionsReportAFailedStart)
     EXPECT_EQ(Calls{"cond init"}, standIn.calls());
 }
 
-TEST(LockFault, ConditionsForwardTheFailuresOfTheirLock)
+TEST(LockFault, CondSemThrowsTheFailuresOfItsLock)
 {
     const CondSem sem(nullptr, true);
     StandIn standIn;
@@ -342,7 +342,7 @@ TEST(LockFault, ConditionsForwardTheFailuresOfTheirLock)
     EXPECT_EQ((Calls{"lock", "unlock", "trylock", "unlock"}), standIn.calls());
 }
 
-TEST(LockFault, ReaderWriterLocksMakeOneCallEach)
+TEST(LockFault, ReaderWriterLockMakesOneCallEach)
 {
     StandIn standIn;
     {
@@ -357,7 +357,7 @@ TEST(LockFault, ReaderWriterLocksMakeOneCallEach)
               standIn.calls());
 }
 
-TEST(LockFault, ReaderWriterLocksReportAFailedStart)
+TEST(LockFault, ReaderWriterLockThrowsIfItCannotBeCreated)
 {
     StandIn standIn;
     standIn.fail(ENOMEM);
@@ -369,7 +369,7 @@ TEST(LockFault, ReaderWriterLocksReportAFailedStart)
     EXPECT_EQ(Calls{"rw init"}, standIn.calls());
 }
 
-TEST(LockFault, ReaderWriterLocksReportEveryStatus)
+TEST(LockFault, ReaderWriterLockThrowsEveryStatus)
 {
     StandIn standIn;
     const ReaderWriterLock lock;
@@ -389,7 +389,7 @@ TEST(LockFault, ReaderWriterLocksReportEveryStatus)
 class Element : public QueueElement
 {};
 
-TEST(LockFault, QueuesPassTheFailureOfTheirLockOn)
+TEST(LockFault, QueueThrowsTheFailuresOfItsLock)
 {
     Queue queue(1);
     Element element;
@@ -416,7 +416,7 @@ TEST(LockFault, QueuesPassTheFailureOfTheirLockOn)
     EXPECT_EQ(nullptr, queue.next(0)) << "the element is still the caller's";
 }
 
-TEST(LockFault, QueuesReportAFailedStart)
+TEST(LockFault, QueueThrowsIfItCannotBeCreated)
 {
     StandIn standIn;
     standIn.fail(EAGAIN);
@@ -442,7 +442,7 @@ int rawFailure(Call call)
     return 0;
 }
 
-TEST(LockFault, TasksPassFailuresOnAsTheyAre)
+TEST(LockFault, TaskThrowsFailuresUntranslated)
 {
     Idle task;
     StandIn standIn;
@@ -455,7 +455,7 @@ TEST(LockFault, TasksPassFailuresOnAsTheyAre)
     standIn.fail(0);
 }
 
-TEST(LockFaultDeathTest, MutexesEndTheProcessByAFailedEnd)
+TEST(LockFaultDeathTest, FailedDestroyOfASysMutexTerminatesTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(

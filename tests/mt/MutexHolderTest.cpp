@@ -75,7 +75,7 @@ protected:
     Lock other;
 };
 
-TEST_F(MutexHolderTest, HoldsNothingAtFirst)
+TEST_F(MutexHolderTest, IsEmptyByDefault)
 {
     Holder holder;
     EXPECT_EQ(nullptr, holder.release(true));
@@ -91,7 +91,7 @@ TEST_F(MutexHolderTest, NeverAcquires)
     EXPECT_EQ(-1, lock.held);
 }
 
-TEST_F(MutexHolderTest, ReleasesSilentlyWhenItGoes)
+TEST_F(MutexHolderTest, DestructorReleasesTheLock)
 {
     {
         const Holder holder(lock.acquire());
@@ -102,7 +102,7 @@ TEST_F(MutexHolderTest, ReleasesSilentlyWhenItGoes)
     EXPECT_EQ(0, lock.throwing);
 }
 
-TEST_F(MutexHolderTest, IsSilentWhenTheLockRefusesAtTheEnd)
+TEST_F(MutexHolderTest, DestructorIgnoresAFailedRelease)
 {
     lock.refusing = true;
     {
@@ -112,7 +112,7 @@ TEST_F(MutexHolderTest, IsSilentWhenTheLockRefusesAtTheEnd)
     EXPECT_EQ(1, lock.held);
 }
 
-TEST_F(MutexHolderTest, CopiesHandTheLockOver)
+TEST_F(MutexHolderTest, CopyTransfersTheLock)
 {
     Holder holder(lock.acquire());
     {
@@ -124,7 +124,7 @@ TEST_F(MutexHolderTest, CopiesHandTheLockOver)
     EXPECT_EQ(1, lock.silent);
 }
 
-TEST_F(MutexHolderTest, AssignmentReleasesAndTakesOver)
+TEST_F(MutexHolderTest, AssignmentReleasesTheOldLock)
 {
     Holder holder(lock.acquire());
     {
@@ -160,7 +160,7 @@ TEST_F(MutexHolderTest, AssignmentToItselfReleasesAndEmpties)
     EXPECT_EQ(nullptr, holder.release(true));
 }
 
-TEST_F(MutexHolderTest, AssignmentOfALockReleasesAndTakesOver)
+TEST_F(MutexHolderTest, AssignmentOfALockReleasesTheOldOne)
 {
     Holder holder(lock.acquire());
     EXPECT_EQ(&holder, &(holder = other.acquire()));
@@ -172,7 +172,7 @@ TEST_F(MutexHolderTest, AssignmentOfALockReleasesAndTakesOver)
     EXPECT_EQ(1, lock.throwing);
 }
 
-TEST_F(MutexHolderTest, ReleaseGivesTheLockBackUnlocked)
+TEST_F(MutexHolderTest, ReleaseReturnsTheLockUnlocked)
 {
     Holder holder(lock.acquire());
     EXPECT_EQ(&lock, holder.release(true));
@@ -182,7 +182,7 @@ TEST_F(MutexHolderTest, ReleaseGivesTheLockBackUnlocked)
     EXPECT_EQ(1, lock.throwing);
 }
 
-TEST_F(MutexHolderTest, ReleaseUnlocksUnlessToldNotTo)
+TEST_F(MutexHolderTest, ReleaseUnlocksByDefault)
 {
     Holder holder(lock.acquire());
     EXPECT_EQ(&lock, holder.release());
@@ -192,7 +192,7 @@ TEST_F(MutexHolderTest, ReleaseUnlocksUnlessToldNotTo)
     EXPECT_EQ(0, lock.held);
 }
 
-TEST_F(MutexHolderTest, ReleaseGivesTheLockBackLocked)
+TEST_F(MutexHolderTest, ReleaseWithFalseReturnsTheLockLocked)
 {
     {
         Holder holder(lock.acquire());
@@ -202,7 +202,7 @@ TEST_F(MutexHolderTest, ReleaseGivesTheLockBackLocked)
     EXPECT_EQ(0, lock.throwing + lock.silent);
 }
 
-TEST_F(MutexHolderTest, ResetGivesTheOldLockBackUnlocked)
+TEST_F(MutexHolderTest, ResetReturnsTheOldLockUnlocked)
 {
     Holder holder(lock.acquire());
     EXPECT_EQ(&lock, holder.reset(other.acquire(), true));
@@ -212,7 +212,7 @@ TEST_F(MutexHolderTest, ResetGivesTheOldLockBackUnlocked)
     EXPECT_EQ(&other, holder.release(true));
 }
 
-TEST_F(MutexHolderTest, ResetGivesTheOldLockBackLocked)
+TEST_F(MutexHolderTest, ResetWithFalseReturnsTheOldLockLocked)
 {
     Holder holder(lock.acquire());
     EXPECT_EQ(&lock, holder.reset(other.acquire(), false));
@@ -221,7 +221,7 @@ TEST_F(MutexHolderTest, ResetGivesTheOldLockBackLocked)
     EXPECT_EQ(&other, holder.release(true));
 }
 
-TEST_F(MutexHolderTest, ResetOfAnEmptyHolderGivesNull)
+TEST_F(MutexHolderTest, ResetOfAnEmptyHolderReturnsNull)
 {
     Holder holder;
     EXPECT_EQ(nullptr, holder.reset(lock.acquire(), true));
@@ -250,7 +250,7 @@ protected:
     }
 };
 
-TEST_F(RefusingLock, StaysWithAnAssignedHolder)
+TEST_F(RefusingLock, FailedAssignmentKeepsTheLock)
 {
     EXPECT_THROW(holder = giver, system_error);
     EXPECT_THROW(holder = std::move(giver), system_error);
@@ -259,13 +259,13 @@ TEST_F(RefusingLock, StaysWithAnAssignedHolder)
     EXPECT_THROW(holder = same, system_error);
 }
 
-TEST_F(RefusingLock, StaysWithAReleasedHolder)
+TEST_F(RefusingLock, FailedReleaseKeepsTheLock)
 {
     EXPECT_THROW(holder.release(true), system_error);
     EXPECT_THROW(holder.release(), system_error);
 }
 
-TEST_F(RefusingLock, StaysWithAResetHolder)
+TEST_F(RefusingLock, FailedResetKeepsTheLock)
 {
     EXPECT_THROW(holder.reset(other, true), system_error);
 }
@@ -275,7 +275,7 @@ Holder handedThrough(Holder holder)
     return holder;
 }
 
-TEST_F(MutexHolderTest, IsHandedFromFunctionToFunction)
+TEST_F(MutexHolderTest, CanBePassedAndReturned)
 {
     {
         Holder first(lock.acquire());
@@ -294,7 +294,7 @@ TEST_F(MutexHolderTest, IsHandedFromFunctionToFunction)
     EXPECT_EQ(0, lock.throwing);
 }
 
-TEST(MutexHolder, HoldsTheLocksOfTheLibrary)
+TEST(MutexHolder, OwnsEachKindOfLock)
 {
     const SysMutex mutex;
     const CriticalSection section(false);

@@ -114,7 +114,7 @@ TEST(Ownership, ExceptionOfAThreadsTargetIsLoggedByTheDestructor)
         logger.taken());
 }
 
-TEST(Ownership, ExceptionOfAManagedPoolTaskIsLoggedAndTheWorkerGoesOn)
+TEST(Ownership, ExceptionOfAManagedPoolTaskIsLoggedAndTheWorkerContinues)
 {
     logtest::DefaultLogger logger;
     const auto pool = makePool(1, 5);
@@ -128,7 +128,7 @@ TEST(Ownership, ExceptionOfAManagedPoolTaskIsLoggedAndTheWorkerGoesOn)
     EXPECT_EQ(1, runs);
 }
 
-TEST(Ownership, ExceptionBehindAClosedGateIsDropped)
+TEST(Ownership, ExceptionIsDiscardedIfTheSeverityIsDisabled)
 {
     logtest::DefaultLogger logger;
     logger->setSeverity(nim::log::Severity_ERROR);
@@ -237,7 +237,7 @@ TEST(CountedTarget, IsReferencedByItsThreadFromTheConstructorToTheDestructor)
     EXPECT_EQ(2, destroyed);
 }
 
-TEST(CountedTarget, ThatIsHeldElsewhereDoesNotBecomeDestroyedWithItsThread)
+TEST(CountedTarget, StateOfATargetThatIsReferencedElsewhereIsKept)
 {
     Task::TaskState state = Task::TSF_READY;
     RcoRef<CountedTask> task(new CountedTask(state));

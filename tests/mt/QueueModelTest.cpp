@@ -238,7 +238,7 @@ TEST(QueueModel, LosesNothingBetweenThreads)
     EXPECT_EQ(nullptr, traffic.queue.next(0));
 }
 
-TEST(QueueModel, EndsUnderItsUsers)
+TEST(QueueModel, ShutdownIsSafeDuringOperations)
 {
     for (int round = 0; round < 50; ++round) {
         std::atomic<int> made{0};

@@ -115,7 +115,7 @@ protected:
     Queue queue{3};
 };
 
-TEST_F(QueueTest, IsCalledByItsName)
+TEST_F(QueueTest, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("Queue", Queue::CLASS_NAME);
     EXPECT_EQ(-1, virtualSlot(&Queue::insert));
@@ -124,7 +124,7 @@ TEST_F(QueueTest, IsCalledByItsName)
     EXPECT_EQ(-1, virtualSlot(&Queue::shutdown));
 }
 
-TEST_F(QueueTest, GivesElementsOutInTheirOrder)
+TEST_F(QueueTest, NextReturnsTheElementsInOrder)
 {
     EXPECT_TRUE(queue.insert(&items[0], 0));
     EXPECT_TRUE(queue.insert(&items[1], 7));
@@ -137,7 +137,7 @@ TEST_F(QueueTest, GivesElementsOutInTheirOrder)
     EXPECT_EQ(nullptr, queue.next(0));
 }
 
-TEST_F(QueueTest, TakesTheSameElementAgainHereAndElsewhere)
+TEST_F(QueueTest, ElementCanBeInsertedAgain)
 {
     Queue other(2);
     for (int round = 0; round < 3; ++round) {
@@ -153,7 +153,7 @@ TEST_F(QueueTest, TakesTheSameElementAgainHereAndElsewhere)
     }
 }
 
-TEST_F(QueueTest, LeavesTheLinkOutOfCopies)
+TEST_F(QueueTest, CopiesHaveNoLink)
 {
     EXPECT_TRUE(queue.insert(&items[0], 0));
     EXPECT_TRUE(queue.insert(&items[1], 0));
@@ -168,7 +168,7 @@ TEST_F(QueueTest, LeavesTheLinkOutOfCopies)
     EXPECT_EQ(1, take(queue));
 }
 
-TEST_F(QueueTest, ReportsFullAndEmptyAtOnce)
+TEST_F(QueueTest, FullInsertAndEmptyNextReturnImmediatelyWithZero)
 {
     EXPECT_EQ(nullptr, queue.next(0));
     for (int i = 0; i < 3; ++i) {
@@ -179,7 +179,7 @@ TEST_F(QueueTest, ReportsFullAndEmptyAtOnce)
     EXPECT_TRUE(queue.insert(&items[3], 0)) << "a refused element is the caller's";
 }
 
-TEST_F(QueueTest, WaitsNoLongerThanTold)
+TEST_F(QueueTest, WaitsReturnAtTheTimeOut)
 {
     const Clock::time_point start = Clock::now();
     EXPECT_EQ(nullptr, queue.next(50));
@@ -205,7 +205,7 @@ TEST_F(QueueTest, WaitsFiveMilliseconds)
     EXPECT_LT(shortest, std::chrono::milliseconds(50));
 }
 
-TEST_F(QueueTest, TakesNothingWithACapacityOfNone)
+TEST_F(QueueTest, CapacityOfZeroAcceptsNothing)
 {
     Queue none(0);
     EXPECT_TRUE(none.ready());
@@ -219,7 +219,7 @@ TEST_F(QueueTest, TakesNothingWithACapacityOfNone)
     EXPECT_EQ(0, producer.outcome());
 }
 
-TEST_F(QueueTest, WakesAConsumerByTheFirstElement)
+TEST_F(QueueTest, FirstElementWakesAConsumer)
 {
     for (const unsigned int limit : {60000U, 0xFFFFFFFEU, NO_LIMIT}) {
         SCOPED_TRACE(limit);
@@ -229,7 +229,7 @@ TEST_F(QueueTest, WakesAConsumerByTheFirstElement)
     }
 }
 
-TEST_F(QueueTest, WakesAProducerByTheFirstRoom)
+TEST_F(QueueTest, FirstFreeSlotWakesAProducer)
 {
     Queue narrow(1);
     for (const unsigned int limit : {60000U, 0xFFFFFFFEU, NO_LIMIT}) {
@@ -242,7 +242,7 @@ TEST_F(QueueTest, WakesAProducerByTheFirstRoom)
     }
 }
 
-TEST_F(QueueTest, SendsABlockedProducerAwayAtItsEnd)
+TEST_F(QueueTest, ShutdownUnblocksAProducer)
 {
     std::atomic<int> destroyed{0};
     Queue narrow(1);
@@ -255,7 +255,7 @@ TEST_F(QueueTest, SendsABlockedProducerAwayAtItsEnd)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST_F(QueueTest, SendsBlockedConsumersAwayAtItsEnd)
+TEST_F(QueueTest, ShutdownUnblocksConsumers)
 {
     Waiter limited([&] { return take(queue, 60000); });
     Waiter unlimited([&] { return take(queue, NO_LIMIT); });
@@ -264,7 +264,7 @@ TEST_F(QueueTest, SendsBlockedConsumersAwayAtItsEnd)
     EXPECT_EQ(-1, unlimited.outcome());
 }
 
-TEST_F(QueueTest, SendsBlockedConsumersAwayWhenItIsComplete)
+TEST_F(QueueTest, CompleteUnblocksConsumers)
 {
     Waiter limited([&] { return take(queue, 60000); });
     Waiter unlimited([&] { return take(queue, NO_LIMIT); });
@@ -273,7 +273,7 @@ TEST_F(QueueTest, SendsBlockedConsumersAwayWhenItIsComplete)
     EXPECT_EQ(-1, unlimited.outcome());
 }
 
-TEST_F(QueueTest, GivesOutWhatItHasWhenItIsComplete)
+TEST_F(QueueTest, NextReturnsElementsOfACompletedQueue)
 {
     EXPECT_TRUE(queue.insert(&items[0], 0));
     EXPECT_TRUE(queue.insert(&items[1], 0));
@@ -284,7 +284,7 @@ TEST_F(QueueTest, GivesOutWhatItHasWhenItIsComplete)
     EXPECT_EQ(-1, take(queue, 60000));
 }
 
-TEST_F(QueueTest, GoesOnTakingElementsWhenItIsComplete)
+TEST_F(QueueTest, CompletedQueueAcceptsElements)
 {
     queue.complete();
     for (int i = 0; i < 3; ++i) {
@@ -299,7 +299,7 @@ TEST_F(QueueTest, GoesOnTakingElementsWhenItIsComplete)
     EXPECT_EQ(3, take(queue));
 }
 
-TEST_F(QueueTest, TellsItsState)
+TEST_F(QueueTest, ReadyAndCompletedReturnTheState)
 {
     EXPECT_TRUE(queue.ready());
     EXPECT_FALSE(queue.completed());
@@ -319,7 +319,7 @@ TEST_F(QueueTest, TellsItsState)
     EXPECT_FALSE(queue.ready());
 }
 
-TEST_F(QueueTest, TakesAndGivesNothingAfterItsEnd)
+TEST_F(QueueTest, InsertAndNextFailAfterShutdown)
 {
     queue.shutdown();
     EXPECT_FALSE(queue.insert(&items[0], 0));
@@ -330,7 +330,7 @@ TEST_F(QueueTest, TakesAndGivesNothingAfterItsEnd)
     EXPECT_EQ(nullptr, queue.next(NO_LIMIT));
 }
 
-TEST(Queue, DestroysWhatIsLeft)
+TEST(Queue, ShutdownDestroysTheRemainingElements)
 {
     std::atomic<int> destroyed{0};
     Queue queue(10);
@@ -345,7 +345,7 @@ TEST(Queue, DestroysWhatIsLeft)
     EXPECT_EQ(5, destroyed);
 }
 
-TEST(Queue, DestroysWhatIsLeftWithItself)
+TEST(Queue, DestructorDestroysTheRemainingElements)
 {
     std::atomic<int> destroyed{0};
     {
@@ -357,7 +357,7 @@ TEST(Queue, DestroysWhatIsLeftWithItself)
     EXPECT_EQ(2, destroyed);
 }
 
-TEST(Queue, ReleasesWhatIsCounted)
+TEST(Queue, ReferenceCountedElementsAreReleased)
 {
     std::atomic<int> destroyed{0};
     auto* const kept = new CountedItem(destroyed);
@@ -397,7 +397,7 @@ private:
     nim::sys::StackTrace& trace;
 };
 
-TEST(Queue, DestroysWithoutItsLock)
+TEST(Queue, ElementsAreDestroyedWithoutTheLock)
 {
     std::vector<bool> accepted;
     nim::sys::StackTrace trace;

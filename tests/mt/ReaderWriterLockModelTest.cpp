@@ -91,7 +91,7 @@ void visit(const ReaderWriterLock& lock, Room& room, unsigned int choice)
     }
 }
 
-TEST(ReaderWriterLockModel, KeepsEverybodyAwayFromAWriter)
+TEST(ReaderWriterLockModel, WriterExcludesReadersAndWriters)
 {
     constexpr int THREADS = 4;
     const int visits = mttest::modelOperations() / THREADS;

@@ -36,12 +36,12 @@ protected:
     const ReaderWriterLock lock;
 };
 
-TEST_F(ReaderWriterLockTest, IsCalledByItsName)
+TEST_F(ReaderWriterLockTest, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("ReaderWriterLock", ReaderWriterLock::CLASS_NAME);
 }
 
-TEST_F(ReaderWriterLockTest, GivesItselfBack)
+TEST_F(ReaderWriterLockTest, AcquireReturnsTheLock)
 {
     EXPECT_EQ(&lock, &lock.acquireForRead());
     EXPECT_EQ(&lock, &lock.upgradeToWrite());
@@ -50,7 +50,7 @@ TEST_F(ReaderWriterLockTest, GivesItselfBack)
     EXPECT_TRUE(lock.release(std::nothrow));
 }
 
-TEST_F(ReaderWriterLockTest, LetsAWriterInWhenBothReadersHaveGone)
+TEST_F(ReaderWriterLockTest, WriterAcquiresAfterTheLastReader)
 {
     lock.acquireForRead();
     Gate leave;
@@ -77,7 +77,7 @@ TEST_F(ReaderWriterLockTest, LetsAWriterInWhenBothReadersHaveGone)
     EXPECT_TRUE(written);
 }
 
-TEST_F(ReaderWriterLockTest, KeepsReadersAndWritersFromAWriter)
+TEST_F(ReaderWriterLockTest, WriterExcludesReadersAndWritersUnderLoad)
 {
     lock.acquireForWrite();
     Caller reader([this] { const Holder holder(lock.acquireForRead()); });
@@ -87,7 +87,7 @@ TEST_F(ReaderWriterLockTest, KeepsReadersAndWritersFromAWriter)
     lock.release();
 }
 
-TEST_F(ReaderWriterLockTest, HoldsNewReadersBackForAWaitingWriter)
+TEST_F(ReaderWriterLockTest, WaitingWriterBlocksNewReaders)
 {
     lock.acquireForRead();
     Caller writer([this] { const Holder holder(lock.acquireForWrite()); });
@@ -97,7 +97,7 @@ TEST_F(ReaderWriterLockTest, HoldsNewReadersBackForAWaitingWriter)
     lock.release();
 }
 
-TEST_F(ReaderWriterLockTest, UpgradesTheOnlyReader)
+TEST_F(ReaderWriterLockTest, UpgradeSucceedsForTheOnlyReader)
 {
     Holder holder(lock.acquireForRead());
     lock.upgradeToWrite();
@@ -107,7 +107,7 @@ TEST_F(ReaderWriterLockTest, UpgradesTheOnlyReader)
     reader.join();
 }
 
-TEST_F(ReaderWriterLockTest, RefusesAnUpgradeBesideAnotherReader)
+TEST_F(ReaderWriterLockTest, UpgradeFailsIfThereIsAnotherReader)
 {
     lock.acquireForRead();
     Gate entered;
@@ -137,7 +137,7 @@ TEST_F(ReaderWriterLockTest, RefusesAnUpgradeBesideAnotherReader)
     lock.release();
 }
 
-TEST_F(ReaderWriterLockTest, RefusesAReleaseWithoutAccess)
+TEST_F(ReaderWriterLockTest, ReleaseWithoutAccessFails)
 {
     EXPECT_FALSE(lock.release(std::nothrow));
     EXPECT_THROW(lock.release(), system_error);
@@ -149,7 +149,7 @@ TEST_F(ReaderWriterLockTest, RefusesAReleaseWithoutAccess)
     lock.release();
 }
 
-TEST_F(ReaderWriterLockTest, TellsTheNumberOfAMisuse)
+TEST_F(ReaderWriterLockTest, MisuseThrowsItsErrorNumber)
 {
     const auto numberOf = [](auto call) {
         try {
@@ -166,7 +166,7 @@ TEST_F(ReaderWriterLockTest, TellsTheNumberOfAMisuse)
     lock.release();
 }
 
-TEST_F(ReaderWriterLockTest, ServesOneHolderForBothKinds)
+TEST_F(ReaderWriterLockTest, MutexHolderWorksForBothKinds)
 {
     Holder holder(lock.acquireForRead());
     holder.release();
@@ -175,7 +175,7 @@ TEST_F(ReaderWriterLockTest, ServesOneHolderForBothKinds)
     EXPECT_FALSE(lock.release(std::nothrow)) << "it is free";
 }
 
-TEST(ReaderWriterLockDeathTest, IsDestroyedLockedWithoutAWord)
+TEST(ReaderWriterLockDeathTest, DestroyingALockedLockIsIgnored)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(

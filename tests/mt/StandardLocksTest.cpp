@@ -134,7 +134,7 @@ TYPED_TEST(StandardLocks, UnlockOfAFreeLockThrows)
     EXPECT_THROW(this->lock.unlock(), system_error);
 }
 
-TEST(StandardLocksOfTheInterface, LockAnyMutexOps)
+TEST(StandardLocksOfTheInterface, StandardGuardsLockAnyMutexOps)
 {
     const SysMutex mutex;
     const MutexOps& ops = mutex;

@@ -50,7 +50,7 @@ bool isFree(const MutexOps& mutex)
     return onOtherThread([&mutex] { return mutex.request() && mutex.release(std::nothrow); });
 }
 
-TEST(MutexOps, KeepsTheOrderOfItsVirtualFunctions)
+TEST(MutexOps, OrderOfVirtualFunctionsIsFixed)
 {
     EXPECT_STREQ("MutexOps", MutexOps::CLASS_NAME);
     EXPECT_EQ(2, virtualSlot(&MutexOps::acquire));
@@ -92,7 +92,7 @@ private:
     }
 };
 
-TEST(MutexOps, IsImplementedByOthersToo)
+TEST(MutexOps, CanBeImplementedByApplications)
 {
     const OwnLock lock;
     {
@@ -109,7 +109,7 @@ protected:
     const MutexOps& lock = mutex;
 };
 
-TEST_F(SysMutexTest, IsCalledByItsName)
+TEST_F(SysMutexTest, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("SysMutex", SysMutex::CLASS_NAME);
 }
@@ -123,7 +123,7 @@ TEST_F(SysMutexTest, IsHeldByOneThread)
     EXPECT_TRUE(isFree(lock));
 }
 
-TEST_F(SysMutexTest, WaitsForTheHolder)
+TEST_F(SysMutexTest, AcquireWaitsForTheOwner)
 {
     lock.acquire();
     qvtest::Caller other([this] {
@@ -135,7 +135,7 @@ TEST_F(SysMutexTest, WaitsForTheHolder)
     other.join();
 }
 
-TEST_F(SysMutexTest, IsTakenByRequest)
+TEST_F(SysMutexTest, RequestAcquiresTheLock)
 {
     EXPECT_TRUE(lock.request());
     EXPECT_FALSE(lock.request()) << "it is not recursive";
@@ -144,7 +144,7 @@ TEST_F(SysMutexTest, IsTakenByRequest)
     EXPECT_TRUE(isFree(lock));
 }
 
-TEST_F(SysMutexTest, RefusesAReleaseWithoutAnAcquire)
+TEST_F(SysMutexTest, ReleaseWithoutAnAcquireFails)
 {
     EXPECT_FALSE(lock.release(std::nothrow));
     const StackTrack track("caller()", 0);
@@ -162,7 +162,7 @@ TEST_F(SysMutexTest, RefusesAReleaseWithoutAnAcquire)
     EXPECT_TRUE(isFree(lock));
 }
 
-TEST_F(SysMutexTest, RefusesAReleaseByAnotherThread)
+TEST_F(SysMutexTest, ReleaseByAnotherThreadFails)
 {
     lock.acquire();
     EXPECT_FALSE(onOtherThread([this] { return lock.release(std::nothrow); }));
@@ -178,7 +178,7 @@ TEST_F(SysMutexTest, RefusesAReleaseByAnotherThread)
     lock.release();
 }
 
-TEST_F(SysMutexTest, RefusesItsHolderASecondTime)
+TEST_F(SysMutexTest, SecondAcquireByTheOwnerFails)
 {
     lock.acquire();
     try {
@@ -213,7 +213,7 @@ TEST_F(SysMutexTest, ExcludesManyThreads)
     EXPECT_EQ(8000L, counter);
 }
 
-TEST(SysMutexDeathTest, EndsTheProcessWhenItIsDestroyedLocked)
+TEST(SysMutexDeathTest, DestroyingALockedMutexTerminatesTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(

@@ -96,12 +96,12 @@ std::string idText(const Task& task)
     return std::to_string(task.taskId());
 }
 
-TEST(Runnable, HasOneFunctionBehindItsDestructor)
+TEST(Runnable, HasOneVirtualFunctionAfterItsDestructor)
 {
     EXPECT_EQ(2, virtualSlot(&Runnable::run));
 }
 
-TEST(Task, IsCalledByItsName)
+TEST(Task, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("Task", Task::CLASS_NAME);
     EXPECT_EQ(virtualSlot(&Runnable::run), virtualSlot(&Task::run));
@@ -109,7 +109,7 @@ TEST(Task, IsCalledByItsName)
     EXPECT_EQ(-1, virtualSlot(&Task::waitForCompletion));
 }
 
-TEST(Task, StartsReady)
+TEST(Task, StateIsReadyInitially)
 {
     Work work;
     const Task task(work);
@@ -118,7 +118,7 @@ TEST(Task, StartsReady)
     EXPECT_EQ(0, work.runs);
 }
 
-TEST(Task, IsNamedAsTold)
+TEST(Task, GivenNameIsUsedUnchanged)
 {
     Work work;
     EXPECT_EQ("Backup", Task(work, "Backup", "Job").name());
@@ -127,7 +127,7 @@ TEST(Task, IsNamedAsTold)
     EXPECT_EQ("Backup", OwnTask("Backup", "Job").name());
 }
 
-TEST(Task, IsNumberedBehindItsLabel)
+TEST(Task, DefaultNameIsTheLabelAndTheId)
 {
     Work work;
     const Task plain(work);
@@ -142,7 +142,7 @@ TEST(Task, IsNumberedBehindItsLabel)
     EXPECT_EQ(idText(unlabelled), unlabelled.name());
 }
 
-TEST(Task, HasANumberOfItsOwn)
+TEST(Task, IdIsUnique)
 {
     Work work;
     const Task first(work);
@@ -153,7 +153,7 @@ TEST(Task, HasANumberOfItsOwn)
     EXPECT_NE(first.taskId(), third.taskId());
 }
 
-TEST(Task, RefusesToHaveNoTarget)
+TEST(Task, NullTargetThrows)
 {
     for (const bool destroy : {false, true}) {
         try {
@@ -165,7 +165,7 @@ TEST(Task, RefusesToHaveNoTarget)
     }
 }
 
-TEST(Task, DeletesItsTargetWhenToldTo)
+TEST(Task, DeletesItsTargetIfItOwnsIt)
 {
     int destroyed = 0;
     {
@@ -205,7 +205,7 @@ TEST(Task, RunsItsTarget)
     EXPECT_EQ(Task::TSF_FINISHED, task.status());
 }
 
-TEST(Task, DoesNothingAsItsOwnTarget)
+TEST(Task, RunDoesNothingIfTheTaskIsItsOwnTarget)
 {
     OwnTask task;
     task.run();
@@ -213,7 +213,7 @@ TEST(Task, DoesNothingAsItsOwnTarget)
     EXPECT_EQ(nullptr, Task::currentTask());
 }
 
-TEST(Task, IsLeftRunningByAnException)
+TEST(Task, ExceptionLeavesTheTaskRunning)
 {
     std::thread([] {
         Work work([] { throw std::runtime_error("no more"); });
@@ -225,7 +225,7 @@ TEST(Task, IsLeftRunningByAnException)
     }).join();
 }
 
-TEST(Task, IsNotCurrentAgainAfterAnInnerOne)
+TEST(Task, CurrentTaskIsNullAfterANestedRun)
 {
     Work innerWork;
     Task inner(innerWork);
@@ -250,7 +250,7 @@ protected:
     Task task{work};
 };
 
-TEST_F(TaskTest, IsInterruptedByBits)
+TEST_F(TaskTest, InterruptSetsBits)
 {
     EXPECT_EQ(0UL, task.interrupted());
     EXPECT_EQ(1UL, task.interrupt(0));
@@ -270,14 +270,14 @@ TEST_F(TaskTest, KeepsBit31)
     EXPECT_EQ(0x80000002UL, task.interrupt(2));
 }
 
-TEST_F(TaskTest, ClearsTheBitsAboveLikeTheLowOnes)
+TEST_F(TaskTest, InterruptedClearsTheBitsAbove31)
 {
     EXPECT_EQ(0xFFFFFFFFFFFFFFFFUL, task.interrupt(0xFFFFFFFFFFFFFFFFUL));
     EXPECT_EQ(0xFFFFFFFFFFFFFFFFUL, task.interrupted());
     EXPECT_EQ(0x80000000UL, task.interrupted());
 }
 
-TEST_F(TaskTest, DoesNotWaitForAChangeInNoTime)
+TEST_F(TaskTest, WaitForStateChangeReturnsImmediatelyWithZero)
 {
     task.waitForStateChange(0);
     task.run();
@@ -285,7 +285,7 @@ TEST_F(TaskTest, DoesNotWaitForAChangeInNoTime)
     EXPECT_EQ(Task::TSF_FINISHED, task.status());
 }
 
-TEST_F(TaskTest, DoesNotWaitForAChangeWhileABitIsSet)
+TEST_F(TaskTest, WaitForStateChangeReturnsImmediatelyIfABitIsSet)
 {
     task.interrupt(0x80000000UL);
     for (const unsigned int ms : {0U, 1U, LONG, 0xFFFFFFFFU}) {
@@ -299,14 +299,14 @@ TEST_F(TaskTest, DoesNotWaitForAChangeWhileABitIsSet)
     EXPECT_EQ(2UL, other.interrupted()) << "the wait takes no bit";
 }
 
-TEST_F(TaskTest, WaitsForAChangeUpToItsLimit)
+TEST_F(TaskTest, WaitForStateChangeReturnsAtTheTimeOut)
 {
     const Clock::time_point start = Clock::now();
     task.waitForStateChange(1100);
     EXPECT_GE(Clock::now() - start, Ms(1095));
 }
 
-TEST_F(TaskTest, EndsTheWaitForAChangeByAState)
+TEST_F(TaskTest, WaitForStateChangeReturnsAfterAStateChange)
 {
     Caller limited([this] { task.waitForStateChange(LONG); });
     Caller unlimited([this] { task.waitForStateChange(0xFFFFFFFF); });
@@ -318,7 +318,7 @@ TEST_F(TaskTest, EndsTheWaitForAChangeByAState)
     EXPECT_EQ(Task::TSF_FINISHED, task.status());
 }
 
-TEST_F(TaskTest, WakesAllByAnInterrupt)
+TEST_F(TaskTest, InterruptWakesAllWaiters)
 {
     Caller first([this] { task.waitForStateChange(LONG); });
     Caller second([this] { task.waitForStateChange(0xFFFFFFFF); });
@@ -329,7 +329,7 @@ TEST_F(TaskTest, WakesAllByAnInterrupt)
     second.join();
 }
 
-TEST_F(TaskTest, WakesNobodyByTakingBits)
+TEST_F(TaskTest, InterruptedWakesNoWaiter)
 {
     Caller waiter([this] { task.waitForStateChange(LONG); });
     EXPECT_TRUE(waiter.awaitAsleep());
@@ -338,7 +338,7 @@ TEST_F(TaskTest, WakesNobodyByTakingBits)
     task.interrupt(0);
 }
 
-TEST_F(TaskTest, TellsItsCompletionInNoTime)
+TEST_F(TaskTest, WaitForCompletionWithZeroReturnsWhetherTheTaskHasFinished)
 {
     EXPECT_FALSE(task.waitForCompletion(0));
     task.run();
@@ -346,7 +346,7 @@ TEST_F(TaskTest, TellsItsCompletionInNoTime)
     EXPECT_TRUE(task.waitForCompletion(0));
 }
 
-TEST_F(TaskTest, DeniesACompletionThatWasThereBefore)
+TEST_F(TaskTest, WaitForCompletionReturnsFalseIfTheTaskHadFinishedBefore)
 {
     task.run();
     EXPECT_FALSE(task.waitForCompletion(1000));
@@ -354,7 +354,7 @@ TEST_F(TaskTest, DeniesACompletionThatWasThereBefore)
     EXPECT_FALSE(task.waitForCompletion(0xFFFFFFFF)) << "and does not wait for it";
 }
 
-TEST_F(TaskTest, ConfirmsACompletionThatItWaitedFor)
+TEST_F(TaskTest, WaitForCompletionReturnsTrueIfTheTaskFinishedDuringTheWait)
 {
     std::atomic<bool> limited{false};
     std::atomic<bool> unlimited{false};
@@ -373,7 +373,7 @@ TEST_F(TaskTest, ConfirmsACompletionThatItWaitedFor)
     EXPECT_TRUE(unlimited);
 }
 
-TEST_F(TaskTest, CountsMillisecondsBelowASecondAsMicroseconds)
+TEST_F(TaskTest, WaitForCompletionTakesThePartBelowASecondAsMicroseconds)
 {
     Clock::time_point start = Clock::now();
     EXPECT_FALSE(task.waitForCompletion(1500));
@@ -387,7 +387,7 @@ TEST_F(TaskTest, CountsMillisecondsBelowASecondAsMicroseconds)
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(300));
 }
 
-TEST_F(TaskTest, IsNobodysOnAForeignThread)
+TEST_F(TaskTest, CurrentIsNullOnAForeignThread)
 {
     const Task* current = &task;
     std::thread([&] { current = Task::currentTask(); }).join();
@@ -395,7 +395,7 @@ TEST_F(TaskTest, IsNobodysOnAForeignThread)
 }
 
 /** Whoever sees a task finished may destroy it, however closely. */
-TEST(TaskEnd, IsFollowedByTheDestructor)
+TEST(TaskEnd, OwnerMayDestroyAFinishedTaskImmediately)
 {
     for (int round = 0; round < 1000; ++round) {
         Work work;
@@ -420,7 +420,7 @@ std::unique_ptr<std::exception> cloneOf(const std::exception& error)
     return copy;
 }
 
-TEST(CloneError, KeepsWhatCanBeCloned)
+TEST(CloneError, ClonesCloneableExceptions)
 {
     const system_error error(5, "disk gone");
     const auto copy = cloneOf<system_error>(error);
@@ -430,7 +430,7 @@ TEST(CloneError, KeepsWhatCanBeCloned)
     EXPECT_EQ(error.trace(), typed.trace());
 }
 
-TEST(CloneError, CopiesTheStandardOnes)
+TEST(CloneError, CopiesStandardExceptionsWithTheirType)
 {
     EXPECT_STREQ(std::ios_base::failure("io").what(),
                  cloneOf<std::ios_base::failure>(std::ios_base::failure("io"))->what());
@@ -451,7 +451,7 @@ public:
     }
 };
 
-TEST(CloneError, CutsDerivedOnesDown)
+TEST(CloneError, SlicesDerivedExceptions)
 {
     EXPECT_STREQ("far", cloneOf<std::runtime_error>(std::range_error("far"))->what());
     EXPECT_STREQ("off", cloneOf<std::logic_error>(std::out_of_range("off"))->what());
@@ -509,13 +509,13 @@ private:
     int& destroyed_;
 };
 
-TEST(CloneError, TriesInItsOrder)
+TEST(CloneError, TriesTheTypesInTheDocumentedOrder)
 {
     cloneOf<std::bad_cast>(static_cast<const std::bad_cast&>(TwoFaced()));
     cloneOf<Clone>(Clone());
 }
 
-TEST(CloneError, RefusesACloneThatIsNoException)
+TEST(CloneError, CloneThatIsNoExceptionThrowsBadCast)
 {
     int destroyed = 0;
     EXPECT_THROW(OwnTask::cloneError(Changeling(destroyed)), std::bad_cast);

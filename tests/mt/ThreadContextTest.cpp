@@ -39,7 +39,7 @@ protected:
     Keys keys;
 };
 
-TEST_F(ThreadContext, FollowsTheRulesOfDuplication)
+TEST_F(ThreadContext, EntriesAreDuplicatedByTheAttributesOfTheirKeys)
 {
     keys.fileAll(7);
     const Content* const source = Keys::here(keys.shared);
@@ -66,7 +66,7 @@ TEST_F(ThreadContext, FollowsTheRulesOfDuplication)
     EXPECT_NE(nullptr, Keys::here(keys.left)) << "the starter keeps all";
 }
 
-TEST_F(ThreadContext, IsThatOfTheStart)
+TEST_F(ThreadContext, IsCopiedByStart)
 {
     auto* const content = new Content(1);
     nim::type::ContainerContext::current()->add(nim::mem::RefCntObjectRef(content), keys.shallow);
@@ -87,7 +87,7 @@ TEST_F(ThreadContext, IsThatOfTheStart)
     EXPECT_FALSE(later);
 }
 
-TEST_F(ThreadContext, IsTheGivenOne)
+TEST_F(ThreadContext, GivenContextIsCopied)
 {
     keys.file(keys.shallow, 1);
     nim::type::ContainerContextRef context(new nim::sys::internal::CurrentContext);
@@ -109,7 +109,7 @@ TEST_F(ThreadContext, IsTheGivenOne)
     EXPECT_EQ(9, seen);
 }
 
-TEST_F(ThreadContext, IsEmptyWithoutAny)
+TEST_F(ThreadContext, IsEmptyIfTheStarterHasNoContext)
 {
     bool none = false;
     Work work([&] { none = keys.noneHere(); });
@@ -139,7 +139,7 @@ private:
     bool& empty;
 };
 
-TEST_F(ThreadContext, IsEmptyAndTheSameObjectWhenItsContentGoes)
+TEST_F(ThreadContext, IsEmptyWhileItsEntriesAreDestroyed)
 {
     const nim::type::ContainerContext* during = nullptr;
     const nim::type::ContainerContext* after = nullptr;
@@ -158,7 +158,7 @@ TEST_F(ThreadContext, IsEmptyAndTheSameObjectWhenItsContentGoes)
     EXPECT_TRUE(empty);
 }
 
-TEST_F(ThreadContext, SharesTheSecurityContext)
+TEST_F(ThreadContext, SecurityContextIsShared)
 {
     using nim::type::SecurityContext;
     const nim::type::ContextScope scope(SecurityContext::opCreate, nim::type::ContextScope::opRemove,
@@ -179,7 +179,7 @@ TEST_F(ThreadContext, SharesTheSecurityContext)
     EXPECT_EQ(here, deeper);
 }
 
-TEST_F(ThreadContext, LetsGoOfWhatItHadAtTheEnd)
+TEST_F(ThreadContext, EntriesAreReleasedAtTheEnd)
 {
     const nim::mem::RefCntObjectRef shared = keys.file(keys.shared, 1);
     const std::uint32_t before = shared->refCount();
@@ -196,7 +196,7 @@ TEST_F(ThreadContext, LetsGoOfWhatItHadAtTheEnd)
     EXPECT_EQ(before, shared->refCount());
 }
 
-TEST_F(ThreadContext, LeavesTheStateWhenItCannotBeCopied)
+TEST_F(ThreadContext, FailedCopyOfTheContextLeavesTheThreadStarting)
 {
     nim::type::ContainerContext::current()->add(nim::mem::RefCntObjectRef(new Content(-1)), keys.deep);
     Work work;

@@ -114,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(Endings, ThreadEnding, testing::Values(Ending::EXIT, En
                              return ending.param == Ending::EXIT ? "PthreadExit" : "Cancellation";
                          });
 
-TEST_P(ThreadEnding, InAJoinableRunFinishesItWithoutAnException)
+TEST_P(ThreadEnding, JoinableRunIsFinishedWithoutAnException)
 {
     const Keys keys;
     const RcoRef<Content> content(new Content(1));
@@ -137,7 +137,7 @@ TEST_P(ThreadEnding, InAJoinableRunFinishesItWithoutAnException)
     EXPECT_EQ(1U, content->refCount()) << "the context of the thread is cleared";
 }
 
-TEST_P(ThreadEnding, LetsAJoinedThreadRunAgain)
+TEST_P(ThreadEnding, JoinedThreadCanRunAgain)
 {
     bool mustEnd = true;
     int runs = 0;
@@ -184,7 +184,7 @@ TEST_P(ThreadEnding, FinishesTheTargetAndWakesItsWaiters)
     EXPECT_EQ(nullptr, thread.join());
 }
 
-TEST_P(ThreadEnding, FinishesADetachedRunWithoutARecord)
+TEST_P(ThreadEnding, FinishesADetachedRunAndLogsNothing)
 {
     logtest::DefaultLogger logger;
     Work work([&] { ender.end(); });
@@ -223,7 +223,7 @@ TEST_P(ThreadEnding, MayHappenWhileAnExceptionIsCopied)
     EXPECT_EQ(Task::TSF_READY, thread.status());
 }
 
-TEST_P(ThreadEnding, InAPoolTaskFinishesItAndReplacesTheWorker)
+TEST_P(ThreadEnding, PoolTaskIsFinishedAndTheWorkerReplaced)
 {
     const auto pool = makePool(1, 5);
     Gate isWaitedFor;
@@ -316,7 +316,7 @@ void runCancelled(std::atomic<int>& ended)
     EXPECT_EQ(0, pthread_cancel(pthread_self()));
 }
 
-TEST(ThreadEnd, DoesNotInterruptTheEndOfTheContextOfACancelledRun)
+TEST(ThreadEnd, CancellationDoesNotInterruptTheDestructionOfTheContext)
 {
     std::atomic<int> ended{0};
     Work work([&] { runCancelled(ended); });
@@ -326,7 +326,7 @@ TEST(ThreadEnd, DoesNotInterruptTheEndOfTheContextOfACancelledRun)
     EXPECT_EQ(1, ended);
 }
 
-TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfTheContextOfACancelledTask)
+TEST(ThreadPoolEnding, CancellationDoesNotInterruptTheDestructionOfTheTasksContext)
 {
     std::atomic<int> ended{0};
     const auto pool = makePool(1, 5);
@@ -340,7 +340,7 @@ TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfTheContextOfACancelledTask)
     EXPECT_EQ(Task::TSF_FINISHED, next.status());
 }
 
-TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfAContextThatTravels)
+TEST(ThreadPoolEnding, CancellationDoesNotInterruptTheDestructionOfAQueuedContext)
 {
     std::atomic<int> ended{0};
     const auto pool = makePool(1, 5);
@@ -359,7 +359,7 @@ TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfAContextThatTravels)
     EXPECT_EQ(Task::TSF_FINISHED, task.status());
 }
 
-TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfAContextThatIsDropped)
+TEST(ThreadPoolEnding, CancellationDoesNotInterruptTheDestructionOfADiscardedContext)
 {
     std::atomic<int> ended{0};
     const auto pool = makePool(1, 5);
@@ -381,7 +381,7 @@ TEST(ThreadPoolEnding, DoesNotInterruptTheEndOfAContextThatIsDropped)
     EXPECT_EQ(Task::TSF_QUEUED, dropped.status());
 }
 
-TEST(ThreadPoolEnding, EndsTheWorkersOfAPoolWhoseDestructorIsCancelled)
+TEST(ThreadPoolEnding, WorkersEndIfTheDestructorIsCancelled)
 {
     // A thread-local object of the worker is destroyed when the worker ends.
     struct Farewell
@@ -420,7 +420,7 @@ TEST(ThreadPoolEnding, EndsTheWorkersOfAPoolWhoseDestructorIsCancelled)
     EXPECT_EQ(Task::TSF_FINISHED, task.status());
 }
 
-TEST(ThreadPoolEnding, KeepsTheNumberOfWorkers)
+TEST(ThreadPoolEnding, NumberOfWorkersIsKept)
 {
     const auto pool = makePool(3, 100);
     std::deque<OwnTask> tasks;
@@ -473,7 +473,7 @@ TEST(ThreadPoolEnding, LosesNoTaskOfManySubmitters)
     }
 }
 
-TEST(ThreadPoolEnding, MayMeetAShutdown)
+TEST(ThreadPoolEnding, ShutdownDuringAnEndingIsSafe)
 {
     for (int round = 0; round < 50; ++round) {
         auto pool = makePool(2, 4);

@@ -31,7 +31,7 @@ using nim::mt::Task;
 using nim::mt::Thread;
 using nim::sys::system_error;
 
-TEST(ThreadExceptions, GiveACloneToTheJoiner)
+TEST(ThreadExceptions, JoinReturnsAClone)
 {
     Work work([] { throw system_error(5, "disk gone"); });
     Thread thread(work);
@@ -44,7 +44,7 @@ TEST(ThreadExceptions, GiveACloneToTheJoiner)
     EXPECT_EQ(Task::TSF_READY, thread.status());
 }
 
-TEST(ThreadExceptions, NameTheThreadOfAnUnknownOne)
+TEST(ThreadExceptions, UnknownExceptionNamesTheThread)
 {
     Work work([] { throw 42; });
     Thread thread(work, true, "Reader");
@@ -105,7 +105,7 @@ std::string keptInsteadOf(Call call)
     return error != nullptr ? error->what() : "";
 }
 
-TEST(ThreadExceptions, ThatCannotBeClonedAreReplacedByThatFailure)
+TEST(ThreadExceptions, ExceptionThatCannotBeClonedIsReplacedByTheFailure)
 {
     Work work([] { throw Changeling(); });
     Thread thread(work);
@@ -164,7 +164,7 @@ private:
     pthread_attr_t attributes;
 };
 
-TEST(ThreadExceptions, LeaveAThreadStartingThatTheSystemRefuses)
+TEST(ThreadExceptions, FailedStartLeavesTheThreadStarting)
 {
     if (support::isUnderValgrind()) {
         GTEST_SKIP() << "valgrind refuses such a stack with another number";
@@ -212,7 +212,7 @@ TEST(ThreadExceptions, RefusedStartIsThrownByTheJoin)
     }
 }
 
-TEST(ThreadExceptions, LastUntilTheNextRun)
+TEST(ThreadExceptions, ExceptionIsValidUntilTheNextRun)
 {
     bool fails = true;
     Work work([&] {
@@ -231,7 +231,7 @@ TEST(ThreadExceptions, LastUntilTheNextRun)
     EXPECT_EQ(nullptr, thread.join());
 }
 
-TEST(ThreadExceptions, EndTheStateOfATargetToo)
+TEST(ThreadExceptions, AlsoFinishATargetThatIsATask)
 {
     Work work([] { throw std::runtime_error("no more"); });
     Task target(work);
@@ -242,7 +242,7 @@ TEST(ThreadExceptions, EndTheStateOfATargetToo)
     EXPECT_EQ(Task::TSF_FINISHED, target.status());
 }
 
-TEST(ThreadExceptions, AreNotLoggedForAJoiner)
+TEST(ThreadExceptions, AreNotLoggedByAJoinableThread)
 {
     logtest::DefaultLogger logger;
     for (const bool known : {true, false}) {
@@ -269,7 +269,7 @@ nim::String logged(logtest::DefaultLogger& logger, mttest::Call call)
     return logger.taken();
 }
 
-TEST(ThreadExceptions, AreLoggedOfADetachedRun)
+TEST(ThreadExceptions, AreLoggedByADetachedThread)
 {
     logtest::DefaultLogger logger;
     EXPECT_EQ("global WARNING Thread : Exception from detached thread 'Reader' discarded : no more\n",
@@ -281,7 +281,7 @@ TEST(ThreadExceptions, AreLoggedOfADetachedRun)
     EXPECT_EQ("", logged(logger, [] {}));
 }
 
-TEST(ThreadExceptions, AreDroppedBehindAClosedGate)
+TEST(ThreadExceptions, AreDiscardedIfTheSeverityIsDisabled)
 {
     logtest::DefaultLogger logger;
     logger->setSeverity(nim::log::Severity_ERROR);
@@ -308,7 +308,7 @@ protected:
     }
 };
 
-TEST(ThreadExceptions, DoNotEndTheProcessWhenTheyCannotBeLogged)
+TEST(ThreadExceptions, DoNotTerminateTheProcessIfLoggingFails)
 {
     logtest::DefaultLogger logger;
     Refusing refusing;

@@ -169,7 +169,7 @@ protected:
     int found = 0;
 };
 
-TEST_F(CountedContext, IsThatOfAStartedThread)
+TEST_F(CountedContext, ContextReferenceIsUsedByStart)
 {
     Work work([this] { look(); });
     for (int form = 0; form < 4; ++form) {
@@ -190,7 +190,7 @@ TEST_F(CountedContext, IsThatOfAStartedThread)
     }
 }
 
-TEST_F(CountedContext, LeavesADetachedThreadDetached)
+TEST_F(CountedContext, StartWithAContextReferenceKeepsTheThreadDetached)
 {
     Work work([this] { look(); });
     Thread thread(work, false);
@@ -200,7 +200,7 @@ TEST_F(CountedContext, LeavesADetachedThreadDetached)
     EXPECT_EQ(7, found);
 }
 
-TEST_F(CountedContext, IsThatOfANewThread)
+TEST_F(CountedContext, ContextReferenceIsUsedByANewThread)
 {
     Work work([this] { look(); });
     std::unique_ptr<Thread> thread(Thread::start(work, true, nullptr, general));
@@ -212,7 +212,7 @@ TEST_F(CountedContext, IsThatOfANewThread)
     EXPECT_EQ(7, found);
 }
 
-TEST_F(CountedContext, StandsForTheCallersIfEmpty)
+TEST_F(CountedContext, EmptyContextReferenceSelectsTheCallersContext)
 {
     const Keys keys;
     keys.file(key, 3);
@@ -224,7 +224,7 @@ TEST_F(CountedContext, StandsForTheCallersIfEmpty)
     ContainerContext::current()->remove(key);
 }
 
-TEST_F(CountedContext, IsThatOfAPoolTask)
+TEST_F(CountedContext, ContextReferenceIsUsedByAPoolTask)
 {
     const auto pool = makePool(1, 5);
     for (int form = 0; form < 6; ++form) {
@@ -248,7 +248,7 @@ TEST_F(CountedContext, IsThatOfAPoolTask)
     }
 }
 
-TEST_F(CountedContext, DoesNotMakeAPoolTaskManaged)
+TEST_F(CountedContext, ContextReferenceDoesNotMakeAPoolTaskManaged)
 {
     std::atomic<int> destroyed{0};
     {

@@ -35,7 +35,7 @@ protected:
     std::unique_ptr<ThreadPool> pool = makePool(1, 5);
 };
 
-TEST_F(ThreadPoolContext, FollowsTheRulesOfDuplication)
+TEST_F(ThreadPoolContext, EntriesAreDuplicatedByTheAttributesOfTheirKeys)
 {
     keys.fileAll(7);
     Found found;
@@ -52,7 +52,7 @@ TEST_F(ThreadPoolContext, FollowsTheRulesOfDuplication)
     EXPECT_EQ(Content::DEEP, found.deep->origin);
 }
 
-TEST_F(ThreadPoolContext, IsThatOfTheAdd)
+TEST_F(ThreadPoolContext, IsCopiedByAdd)
 {
     auto* const content = new Content(1);
     nim::type::ContainerContext::current()->add(nim::mem::RefCntObjectRef(content), keys.shallow);
@@ -87,7 +87,7 @@ TEST_F(ThreadPoolContext, IsEmptyForTheNextTask)
     EXPECT_TRUE(none);
 }
 
-TEST_F(ThreadPoolContext, StaysOneObject)
+TEST_F(ThreadPoolContext, ContextOfAWorkerRemainsOneObject)
 {
     keys.fileAll(7);
     const nim::type::ContainerContext* contexts[2] = {nullptr, nullptr};
@@ -100,7 +100,7 @@ TEST_F(ThreadPoolContext, StaysOneObject)
     EXPECT_EQ(contexts[0], contexts[1]);
 }
 
-TEST_F(ThreadPoolContext, IsLetGoAfterATask)
+TEST_F(ThreadPoolContext, ContextIsClearedAfterATask)
 {
     const nim::mem::RefCntObjectRef shared = keys.file(keys.shared, 1);
     const std::uint32_t before = shared->refCount();
@@ -116,7 +116,7 @@ TEST_F(ThreadPoolContext, IsLetGoAfterATask)
     EXPECT_EQ(before, shared->refCount());
 }
 
-TEST_F(ThreadPoolContext, IsTheGivenOne)
+TEST_F(ThreadPoolContext, GivenContextIsCopied)
 {
     keys.file(keys.shallow, 1);
     nim::type::ContainerContextRef context(new nim::sys::internal::CurrentContext);
@@ -135,7 +135,7 @@ TEST_F(ThreadPoolContext, IsTheGivenOne)
     }
 }
 
-TEST_F(ThreadPoolContext, SharesTheSecurityContext)
+TEST_F(ThreadPoolContext, SecurityContextIsShared)
 {
     using nim::type::SecurityContext;
     const nim::type::ContextScope scope(SecurityContext::opCreate, nim::type::ContextScope::opRemove,

@@ -57,7 +57,7 @@ private:
     mttest::Call call;
 };
 
-TEST(ThreadPoolManaged, DeletesWhatHasRun)
+TEST(ThreadPoolManaged, TaskIsDeletedAfterItsRun)
 {
     std::atomic<int> destroyed{0};
     std::atomic<int> runs{0};
@@ -70,7 +70,7 @@ TEST(ThreadPoolManaged, DeletesWhatHasRun)
     EXPECT_EQ(50, destroyed);
 }
 
-TEST(ThreadPoolManaged, HoldsAReferenceOfWhatIsCounted)
+TEST(ThreadPoolManaged, PoolHoldsAReferenceToAReferenceCountedTask)
 {
     std::atomic<int> destroyed{0};
     const auto pool = makePool(1, 2);
@@ -91,7 +91,7 @@ TEST(ThreadPoolManaged, HoldsAReferenceOfWhatIsCounted)
     EXPECT_EQ(2, destroyed);
 }
 
-TEST(ThreadPoolManaged, GoesWithAnEndedPool)
+TEST(ThreadPoolManaged, TasksAreDestroyedByShutdown)
 {
     std::atomic<int> destroyed{0};
     std::atomic<int> runs{0};
@@ -110,7 +110,7 @@ TEST(ThreadPoolManaged, GoesWithAnEndedPool)
     EXPECT_EQ(Task::TSF_QUEUED, unmanaged.status()) << "for good";
 }
 
-TEST(ThreadPoolManaged, StaysTheCallersWhenAddFails)
+TEST(ThreadPoolManaged, TaskRemainsTheCallersIfAddFails)
 {
     const Keys keys;
     nim::type::ContainerContext::current()->add(nim::mem::RefCntObjectRef(new Content(-1)), keys.deep);
@@ -130,7 +130,7 @@ TEST(ThreadPoolManaged, StaysTheCallersWhenAddFails)
     keys.removeAll();
 }
 
-TEST(ThreadPoolShutdown, RunsAllThatIsQueued)
+TEST(ThreadPoolShutdown, SynchronousShutdownRunsAllQueuedTasks)
 {
     std::atomic<int> runs{0};
     const auto pool = makePool(2, 100);
@@ -159,7 +159,7 @@ TEST(ThreadPoolShutdown, IsSynchronousByDefault)
     EXPECT_EQ(Task::TSF_FINISHED, task.status());
 }
 
-TEST(ThreadPoolShutdown, WaitsForWorkersThatBecomeFreeInTime)
+TEST(ThreadPoolShutdown, WaitsForWorkersThatBecomeIdleWithinASecond)
 {
     const auto pool = makePool(2, 2);
     std::atomic<bool> slowEnded{false};
@@ -184,7 +184,7 @@ TEST(ThreadPoolShutdown, WaitsForWorkersThatBecomeFreeInTime)
     EXPECT_TRUE(sawItEnd);
 }
 
-TEST(ThreadPoolShutdown, LeavesBusyWorkersAloneAfterASecond)
+TEST(ThreadPoolShutdown, DoesNotWaitForBusyWorkersAfterASecond)
 {
     auto pool = makePool(1, 2);
     Gate entered;
@@ -209,7 +209,7 @@ TEST(ThreadPoolShutdown, LeavesBusyWorkersAloneAfterASecond)
     EXPECT_EQ(address, after);
 }
 
-TEST(ThreadPoolShutdown, DropsWhatAPoolWithoutWorkersHas)
+TEST(ThreadPoolShutdown, DiscardsTheTasksOfAPoolWithoutWorkers)
 {
     std::atomic<int> destroyed{0};
     const auto pool = makePool(0, 2);
@@ -225,7 +225,7 @@ TEST(ThreadPoolShutdown, DropsWhatAPoolWithoutWorkersHas)
     EXPECT_EQ(Task::TSF_QUEUED, kept.status());
 }
 
-TEST(ThreadPoolShutdown, HappensOnce)
+TEST(ThreadPoolShutdown, SecondShutdownDoesNothing)
 {
     const auto pool = makePool(1, 2);
     pool->shutdown(true, true);
@@ -236,7 +236,7 @@ TEST(ThreadPoolShutdown, HappensOnce)
     EXPECT_EQ("ThreadPool already shutdown", refusal([&] { pool->add(task); }));
 }
 
-TEST(ThreadPoolShutdown, IsThatOfTheDestructorToo)
+TEST(ThreadPoolShutdown, DestructorShutsDown)
 {
     std::atomic<int> destroyed{0};
     for (int round = 0; round < 20; ++round) {
@@ -248,7 +248,7 @@ TEST(ThreadPoolShutdown, IsThatOfTheDestructorToo)
     EXPECT_EQ(200, destroyed) << "all have run or were dropped";
 }
 
-TEST(ThreadPoolShutdown, DropsTheTaskOfABlockedAdd)
+TEST(ThreadPoolShutdown, DiscardsTheTaskOfABlockedAdd)
 {
     for (const bool synchronous : {true, false}) {
         std::atomic<int> destroyed{0};
@@ -278,7 +278,7 @@ TEST(ThreadPoolShutdown, DropsTheTaskOfABlockedAdd)
     }
 }
 
-TEST(ThreadPoolShutdown, MeetsSubmittersWithoutLosingATaskOrAThread)
+TEST(ThreadPoolShutdown, ConcurrentAddsLoseNoTaskAndNoThread)
 {
     for (int round = 0; round < 40; ++round) {
         std::atomic<int> made{0};
@@ -312,7 +312,7 @@ TEST(ThreadPoolShutdown, MeetsSubmittersWithoutLosingATaskOrAThread)
 }
 
 /** Whoever sees a task finished may destroy it, however closely. */
-TEST(ThreadPoolEnd, IsFollowedByTheDestructorOfATask)
+TEST(ThreadPoolEnd, OwnerMayDestroyAFinishedPoolTaskImmediately)
 {
     const auto pool = makePool(2, 2);
     std::atomic<int> runs{0};

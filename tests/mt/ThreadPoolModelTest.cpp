@@ -185,7 +185,7 @@ TEST(ThreadPoolModel, RunsEachAdmittedTaskOnce)
     EXPECT_LT(ledger.refused, ledger.destroyed);
 }
 
-TEST(ThreadPoolModel, KeepsTheOrderOfEachSubmitter)
+TEST(ThreadPoolModel, TasksOfOneThreadRunInOrder)
 {
     const ModelSeed seed;
     SCOPED_TRACE(seed.text());

@@ -115,7 +115,7 @@ protected:
     ThreadPool pool{nullptr, 1, 0, 0, 0, 0, 1000};
 };
 
-TEST_F(ThreadPoolSharing, KeepsWhatTheSourceGivesUp)
+TEST_F(ThreadPoolSharing, SnapshotKeepsEntriesThatTheSourceRemoves)
 {
     file(shared);
     file(left);
@@ -142,7 +142,7 @@ TEST_F(ThreadPoolSharing, KeepsWhatTheSourceGivesUp)
     EXPECT_EQ(0, living) << "gone with the last that held it";
 }
 
-TEST_F(ThreadPoolSharing, IsThatOfEachAdd)
+TEST_F(ThreadPoolSharing, IsCopiedByEachAdd)
 {
     file(shared);
     occupy();
@@ -165,7 +165,7 @@ TEST_F(ThreadPoolSharing, IsThatOfEachAdd)
     EXPECT_EQ(1, living);
 }
 
-TEST_F(ThreadPoolSharing, CountsForEachThatLooks)
+TEST_F(ThreadPoolSharing, EachTaskThatReadsItsContextHasAReference)
 {
     file(shared);
     const RefCntObjectRef object = context->find(shared);
@@ -201,7 +201,7 @@ TEST_F(ThreadPoolSharing, QueuedTasksHoldOneReferenceToEachEntry)
     EXPECT_EQ(1U, here(other)->refCount());
 }
 
-TEST_F(ThreadPoolSharing, SubmitterIsSoleOwnerAgainWhenNoTaskHoldsTheSnapshot)
+TEST_F(ThreadPoolSharing, SubmitterIsTheOnlyOwnerAfterTheLastTask)
 {
     file(shared);
     const nim::mem::RefCntObject* const object = here(shared);
@@ -215,7 +215,7 @@ TEST_F(ThreadPoolSharing, SubmitterIsSoleOwnerAgainWhenNoTaskHoldsTheSnapshot)
     }
 }
 
-TEST_F(ThreadPoolSharing, RunningTaskHoldsAReferenceOfItsOwnBeforeItLooks)
+TEST_F(ThreadPoolSharing, RunningTaskHasItsOwnReferenceBeforeItReadsItsContext)
 {
     file(shared);
     const nim::mem::RefCntObject* const object = here(shared);
@@ -242,7 +242,7 @@ TEST_F(ThreadPoolSharing, RunningTaskHoldsAReferenceOfItsOwnBeforeItLooks)
     EXPECT_EQ(0, living);
 }
 
-TEST_F(ThreadPoolSharing, LastTaskIsSoleOwnerOfWhatTheSourceGaveUp)
+TEST_F(ThreadPoolSharing, LastTaskIsTheOnlyOwnerOfAnEntryThatTheSourceRemoved)
 {
     file(shared);
     const nim::mem::RefCntObject* const object = here(shared);
@@ -276,7 +276,7 @@ public:
 };
 
 // The numbers are not synchronised but by the counts: the thread sanitizer is the judge, too.
-TEST_F(ThreadPoolSharing, CopyOnWriteByTheCountLeavesTasksTheirVersion)
+TEST_F(ThreadPoolSharing, CopyOnWriteByRefCountKeepsTheVersionOfQueuedTasks)
 {
     ThreadPool pair(nullptr, 2, 0, 0, 0, 0, 1000);
     nim::mem::RcoRef<Version> version(new Version(0));
@@ -311,7 +311,7 @@ TEST_F(ThreadPoolSharing, CopyOnWriteByTheCountLeavesTasksTheirVersion)
 }
 
 // The submitter gives its object up: only the last of the tasks finds itself alone and changes it.
-TEST_F(ThreadPoolSharing, CopyOnWriteByTheCountIsRightAmongTasks)
+TEST_F(ThreadPoolSharing, CopyOnWriteByRefCountIsSafeAmongTasks)
 {
     ThreadPool pair(nullptr, 2, 0, 0, 0, 0, 1000);
     std::atomic<int> right{0};
@@ -334,7 +334,7 @@ TEST_F(ThreadPoolSharing, CopyOnWriteByTheCountIsRightAmongTasks)
     EXPECT_EQ(3000, right);
 }
 
-TEST_F(ThreadPoolSharing, GivesEachTaskClonesOfItsOwn)
+TEST_F(ThreadPoolSharing, EachTaskHasItsOwnClones)
 {
     EXPECT_TRUE(context->add(RefCntObjectRef(new Cell(living)), cloned));
     occupy();
@@ -363,7 +363,7 @@ TEST_F(ThreadPoolSharing, GivesEachTaskClonesOfItsOwn)
     EXPECT_EQ(1, living);
 }
 
-TEST_F(ThreadPoolSharing, TravelsOnFromATaskThatDidNotLook)
+TEST_F(ThreadPoolSharing, CanBePassedOnByATaskThatHasNotReadIt)
 {
     file(shared);
     const nim::mem::RefCntObject* const object = here(shared);
@@ -402,7 +402,7 @@ TEST_F(ThreadPoolSharing, TaskDoesNotPassOnTheSnapshotOfTheTaskBeforeIt)
     EXPECT_EQ(object, seen);
 }
 
-TEST_F(ThreadPoolSharing, EndsWithDroppedTasks)
+TEST_F(ThreadPoolSharing, SnapshotIsReleasedWithDiscardedTasks)
 {
     file(shared);
     occupy();
@@ -421,7 +421,7 @@ TEST_F(ThreadPoolSharing, EndsWithDroppedTasks)
     EXPECT_EQ(Task::TSF_QUEUED, dropped[2].status());
 }
 
-TEST_F(ThreadPoolSharing, IsReadByManySubmittersAtOnce)
+TEST_F(ThreadPoolSharing, ManyThreadsMayCopyOneContext)
 {
     nim::mem::RcoRef<nim::sys::internal::CurrentContext> common(new nim::sys::internal::CurrentContext);
     for (int round = 0; round < 50; ++round) {
@@ -447,7 +447,7 @@ TEST_F(ThreadPoolSharing, IsReadByManySubmittersAtOnce)
     }
 }
 
-TEST_F(ThreadPoolSharing, GoesFromHandToHandWhileTheSourceChanges)
+TEST_F(ThreadPoolSharing, CanBePassedOnWhileTheSourceChanges)
 {
     std::atomic<int> found{0};
     for (int round = 0; round < 2000; ++round) {
@@ -462,7 +462,7 @@ TEST_F(ThreadPoolSharing, GoesFromHandToHandWhileTheSourceChanges)
 }
 
 /** It hangs when a wake-up is lost between those who submit, the workers and the end. */
-TEST(ThreadPoolRace, EndsEachOfManyShortPools)
+TEST(ThreadPoolRace, ManyShortLivedPoolsEnd)
 {
     std::atomic<int> runs{0};
     for (int round = 0; round < 300; ++round) {

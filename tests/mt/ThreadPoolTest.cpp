@@ -36,14 +36,14 @@ static_assert(std::is_base_of_v<nim::type::Object, ThreadPool>);
 static_assert(!std::is_copy_constructible_v<ThreadPool>);
 static_assert(!std::is_copy_assignable_v<ThreadPool>);
 
-TEST(ThreadPool, IsCalledByItsName)
+TEST(ThreadPool, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("ThreadPool", ThreadPool::CLASS_NAME);
     nim::mt::activeThreadsFunction();
     EXPECT_EQ(-1, virtualSlot(&ThreadPool::shutdown));
 }
 
-TEST(ThreadPool, IsNamedAsToldOrNumbered)
+TEST(ThreadPool, NameIsTheGivenOneOrTheClassNameWithTheId)
 {
     const ThreadPool named("Requests", 1, 9, 9, 9, 9, 1);
     EXPECT_EQ("Requests", named.name());
@@ -53,7 +53,7 @@ TEST(ThreadPool, IsNamedAsToldOrNumbered)
     EXPECT_EQ("ThreadPool" + std::to_string(unnamed->poolId()), unnamed->name());
 }
 
-TEST(ThreadPool, SharesItsNumbersWithTasks)
+TEST(ThreadPool, IdIsFromTheSeriesOfTasks)
 {
     const OwnTask before;
     const auto pool = makePool(1, 1);
@@ -62,7 +62,7 @@ TEST(ThreadPool, SharesItsNumbersWithTasks)
     EXPECT_EQ(pool->poolId() + 1, after.taskId());
 }
 
-TEST(ThreadPool, HasAsManyThreadsAsTold)
+TEST(ThreadPool, StartsTheGivenNumberOfWorkers)
 {
     const auto pool = makePool(3, 10);
     Occupation all(*pool, 3);
@@ -73,7 +73,7 @@ TEST(ThreadPool, HasAsManyThreadsAsTold)
     awaitEnd(fourth);
 }
 
-TEST(ThreadPool, RunsATaskAsItsOwn)
+TEST(ThreadPool, TaskIsCurrentOnItsWorker)
 {
     const auto pool = makePool(1, 1);
     const Task* task = nullptr;
@@ -106,7 +106,7 @@ TEST(ThreadPool, RunsATaskWithATarget)
     EXPECT_EQ(&task, current);
 }
 
-TEST(ThreadPool, FinishesATaskThatRunsAnotherInside)
+TEST(ThreadPool, TaskThatRunsAnotherTaskIsFinished)
 {
     const auto pool = makePool(1, 1);
     Work work;
@@ -135,7 +135,7 @@ public:
     TaskState first = TSF_READY;
 };
 
-TEST(ThreadPool, FinishesATaskThatFailsTheSecondTime)
+TEST(ThreadPool, TaskThatThrowsInASecondRunIsFinished)
 {
     const auto pool = makePool(1, 1);
     int runs = 0;
@@ -152,7 +152,7 @@ TEST(ThreadPool, FinishesATaskThatFailsTheSecondTime)
     EXPECT_EQ(2, runs);
 }
 
-TEST(ThreadPool, DropsWhatATaskThrows)
+TEST(ThreadPool, ExceptionOfATaskIsDiscarded)
 {
     logtest::DefaultLogger logger;
     const auto pool = makePool(1, 5);
@@ -173,7 +173,7 @@ TEST(ThreadPool, DropsWhatATaskThrows)
     EXPECT_EQ("", logger.taken());
 }
 
-TEST(ThreadPool, RefusesInItsOwnWordsAndOrder)
+TEST(ThreadPool, AddThrowsTheDocumentedMessagesInOrder)
 {
     const auto pool = makePool(1, 5);
     EXPECT_EQ("Attempt to add a NULL Task", refusal([&] { pool->add(nullptr, false, true, nullptr); }));
@@ -191,7 +191,7 @@ TEST(ThreadPool, RefusesInItsOwnWordsAndOrder)
     EXPECT_EQ(Task::TSF_READY, fresh.status());
 }
 
-TEST(ThreadPool, RefusesEveryTaskThatIsNotReady)
+TEST(ThreadPool, AddThrowsForEveryStateButReady)
 {
     const auto pool = makePool(2, 5);
     Occupation both(*pool, 2);
@@ -203,7 +203,7 @@ TEST(ThreadPool, RefusesEveryTaskThatIsNotReady)
     awaitEnd(queued);
 }
 
-TEST(ThreadPool, AdmitsNothingUnblockedWithoutALimit)
+TEST(ThreadPool, NonBlockingAddReturnsFalseWithALimitOfZero)
 {
     const auto pool = makePool(2, 0);
     std::atomic<int> destroyed{0};
@@ -217,7 +217,7 @@ TEST(ThreadPool, AdmitsNothingUnblockedWithoutALimit)
     awaitEnd(task);
 }
 
-TEST(ThreadPool, AdmitsUnblockedUpToItsLimit)
+TEST(ThreadPool, NonBlockingAddReturnsFalseAtTheLimit)
 {
     const auto pool = makePool(2, 2);
     OwnTask idle;
@@ -239,7 +239,7 @@ TEST(ThreadPool, AdmitsUnblockedUpToItsLimit)
     awaitEnd(third);
 }
 
-TEST(ThreadPool, WaitsForRoom)
+TEST(ThreadPool, AddBlocksWhileThePoolIsFull)
 {
     const auto pool = makePool(1, 1);
     Occupation worker(*pool, 1);
@@ -275,7 +275,7 @@ private:
     Gate& leave;
 };
 
-TEST(ThreadPool, NonBlockingAddDoesNotWaitWhenAnotherThreadTakesTheRoom)
+TEST(ThreadPool, NonBlockingAddDoesNotWaitIfAnotherThreadFillsTheQueue)
 {
     const auto pool = makePool(1, 1);
     Occupation worker(*pool, 1);
@@ -333,7 +333,7 @@ TEST(ThreadPool, TasksThatAddWithoutBlockingToTheirOwnPoolDoNotDeadlock)
     EXPECT_EQ(WORKERS + 1, runs);
 }
 
-TEST(ThreadPool, TakesTasksFromItsTasks)
+TEST(ThreadPool, TaskMayAddTasks)
 {
     const auto pool = makePool(2, 2);
     OwnTask inner;

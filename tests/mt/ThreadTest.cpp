@@ -41,14 +41,14 @@ static_assert(!std::is_constructible_v<Thread, Runnable&, const char (&)[4]>, "a
 static_assert(!std::is_constructible_v<Thread, const char (&)[4]>, "a name is no flag");
 static_assert(!std::is_convertible_v<bool, Thread>);
 
-TEST(Thread, IsCalledByItsName)
+TEST(Thread, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("Thread", Thread::CLASS_NAME);
     EXPECT_EQ(virtualSlot(&Task::run), virtualSlot(&Thread::run));
     EXPECT_EQ(-1, virtualSlot(&Thread::join));
 }
 
-TEST(Thread, IsNamedAsTold)
+TEST(Thread, GivenNameIsUsedUnchanged)
 {
     Work work;
     EXPECT_EQ("Reader", Thread(work, true, "Reader").name());
@@ -57,7 +57,7 @@ TEST(Thread, IsNamedAsTold)
     EXPECT_EQ("Reader", OwnThread("Reader", "Job").name());
 }
 
-TEST(Thread, IsNumberedBehindItsLabel)
+TEST(Thread, DefaultNameIsTheLabelAndTheId)
 {
     Work work;
     const Thread byReference(work);
@@ -72,7 +72,7 @@ TEST(Thread, IsNumberedBehindItsLabel)
     EXPECT_EQ("Task" + std::to_string(unlabelled.taskId()), unlabelled.name());
 }
 
-TEST(Thread, RefusesToHaveNoTarget)
+TEST(Thread, NullTargetThrows)
 {
     EXPECT_EQ("Runnable target was NULL",
               refusal([] { const Thread thread(static_cast<Runnable*>(nullptr)); }));
@@ -82,7 +82,7 @@ TEST(Thread, RefusesToHaveNoTarget)
               refusal([] { delete Thread::start(static_cast<Runnable*>(nullptr), true, true, "x"); }));
 }
 
-TEST(Thread, DeletesItsTargetWhenToldTo)
+TEST(Thread, DeletesItsTargetIfItOwnsIt)
 {
     std::atomic<int> destroyed{0};
     {
@@ -118,7 +118,7 @@ private:
     Task::TaskState& state;
 };
 
-TEST(Thread, TellsAManagedTargetOfItsEnd)
+TEST(Thread, StateOfAnOwnedTargetIsDestroyed)
 {
     Task::TaskState state = Task::TSF_READY;
     {
@@ -135,7 +135,7 @@ TEST(Thread, TellsAManagedTargetOfItsEnd)
     EXPECT_EQ(Task::TSF_READY, state);
 }
 
-TEST(Thread, NamesTheCallingThread)
+TEST(Thread, ThreadIdIsThatOfTheCallingThread)
 {
     ThreadID_t inside = 0;
     Work work([&] { inside = qv_si_thread_self(); });
@@ -147,7 +147,7 @@ TEST(Thread, NamesTheCallingThread)
     EXPECT_NE(inside, thread.threadId());
 }
 
-TEST(Thread, IsNobodysOnAForeignThread)
+TEST(Thread, CurrentIsNullOnAForeignThread)
 {
     EXPECT_EQ(nullptr, Thread::currentThread());
     const Thread* current = reinterpret_cast<const Thread*>(&current);
@@ -182,7 +182,7 @@ TEST(Thread, RunsAPlainTarget)
     EXPECT_EQ(Task::TSF_READY, thread.status());
 }
 
-TEST(Thread, MovesATaskWithATargetOfItsOwn)
+TEST(Thread, StateOfATaskWithATargetFollows)
 {
     const Task* task = nullptr;
     std::vector<Task::TaskState> states;
@@ -208,7 +208,7 @@ TEST(Thread, MovesATaskWithATargetOfItsOwn)
     EXPECT_EQ(Task::TSF_READY, thread.status());
 }
 
-TEST(Thread, MovesATaskThatOverridesRun)
+TEST(Thread, StateOfATaskThatOverridesRunFollows)
 {
     const Task* task = nullptr;
     Task::TaskState state = Task::TSF_READY;
@@ -251,7 +251,7 @@ TEST(Thread, IsItsOwnTarget)
     EXPECT_EQ(Task::TSF_READY, thread.status());
 }
 
-TEST(Thread, IsJoinedBeforeTheWait)
+TEST(Thread, JoinSetsTheStateBeforeItWaits)
 {
     Gate leave;
     Gate entered;
@@ -305,7 +305,7 @@ TEST(Thread, IsStartedBeforeItRuns)
     EXPECT_TRUE(starting);
 }
 
-TEST(Thread, RefusesAJoinInItsOwnWords)
+TEST(Thread, JoinWithoutARunThrowsTheDocumentedMessages)
 {
     Work work;
     Thread thread(work);
@@ -318,7 +318,7 @@ TEST(Thread, RefusesAJoinInItsOwnWords)
     EXPECT_EQ("Thread is not joinable", refusal([&] { detached.join(); }));
 }
 
-TEST(Thread, IsDetachedByItsStart)
+TEST(Thread, StartCanDetachAThread)
 {
     Work work;
     Thread thread(work, true);
@@ -332,7 +332,7 @@ TEST(Thread, IsDetachedByItsStart)
     EXPECT_EQ(Task::TSF_FINISHED, thread.status());
 }
 
-TEST(Thread, IsMadeJoinableByItsStart)
+TEST(Thread, StartCanMakeAThreadJoinable)
 {
     Work work;
     Thread thread(work, false);
@@ -342,7 +342,7 @@ TEST(Thread, IsMadeJoinableByItsStart)
     EXPECT_EQ(nullptr, thread.join());
 }
 
-TEST(Thread, StartsNewObjects)
+TEST(Thread, StaticStartReturnsANewThread)
 {
     std::atomic<int> runs{0};
     std::atomic<int> destroyed{0};
@@ -374,7 +374,7 @@ TEST(Thread, RunsAgainAfterAJoin)
     }
 }
 
-TEST(Thread, ConfirmsTheEndOfADetachedRun)
+TEST(Thread, WaitForCompletionWorksForADetachedThread)
 {
     Gate leave;
     Work work([&] { leave.pass(); });
@@ -389,7 +389,7 @@ TEST(Thread, ConfirmsTheEndOfADetachedRun)
 }
 
 /** Whoever sees a detached thread finished may destroy it, however closely. */
-TEST(ThreadEnd, IsFollowedByTheDestructor)
+TEST(ThreadEnd, OwnerMayDestroyAFinishedTaskImmediately)
 {
     std::atomic<int> runs{0};
     for (int round = 0; round < 500; ++round) {

@@ -199,7 +199,7 @@ TEST_F(WallClockTest, ClocksFollowTheStep)
     EXPECT_GE(System::time(), before + 3600000);
 }
 
-TEST_F(WallClockTest, ClocksGoOnAfter2038)
+TEST_F(WallClockTest, ClocksAreRightAfter2038)
 {
     stepTo2100();
     constexpr std::int64_t A_MINUTE = 60;

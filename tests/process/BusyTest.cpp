@@ -34,7 +34,7 @@ TEST(ProcessBusy, ForksChildrenThatLogAndExit)
     EXPECT_GT(std::count(records.begin(), records.end(), "meanwhile"), 0);
 }
 
-TEST(ProcessBusy, EndsWhileItsThreadsGoOn)
+TEST(ProcessBusy, ProcessEndsWhileItsThreadsRun)
 {
     constexpr int TIMES = 20;
     for (int i = 0; i < TIMES; ++i) {

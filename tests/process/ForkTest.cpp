@@ -16,7 +16,7 @@ using namespace processtest;
 
 constexpr int NO_LOCALE = 77;
 
-TEST(ProcessFork, NoChildHangsInItsRecordsWithLocalTimeAndANamedLocale)
+TEST(ProcessFork, ChildrenDoNotHangWhenTheyLogWithLocalTimeAndANamedLocale)
 {
     if (support::UNDER_THREAD_SANITIZER) {
         GTEST_SKIP() << "a child of several threads may not start any under the thread sanitizer";
@@ -39,7 +39,7 @@ long numberOf(const std::string& word, const std::string& text)
     return at == std::string::npos ? -1 : std::stol(text.substr(at + word.size() + 1));
 }
 
-TEST(ProcessSignals, StatementsOfAHandlerNeitherHangNorDamageTheRecordsThatTheyInterrupt)
+TEST(ProcessSignals, StatementsInASignalHandlerNeitherHangNorDamageInterruptedRecords)
 {
     if (support::UNDER_THREAD_SANITIZER) {
         GTEST_SKIP() << "the thread sanitizer calls handlers later, and not as the system does";

@@ -54,7 +54,7 @@ TEST(ProcessLinked, OpensAndClosesAPlugin)
                  {loadOf("first"), SPOKEN, unloadOf("first"), MAIN_ENDS});
 }
 
-TEST(ProcessLinked, LeavesAPluginToTheEnd)
+TEST(ProcessLinked, PluginMayStayLoadedUntilTheEnd)
 {
     expectLinked({"dlopen", FIRST}, {loadOf("first"), MAIN_ENDS, unloadOf("first")});
     expectLinked({"load", FIRST}, {loadOf("first"), MAIN_ENDS, unloadOf("first")});
@@ -80,7 +80,7 @@ TEST(ProcessLinked, LoadsAPluginAgain)
 }
 
 /** Who leaves a module behind leaves the logger a name; nothing of the module is looked at any more. */
-TEST(ProcessLinked, LogsWhenAModuleHasGoneWithItsCode)
+TEST(ProcessLinked, LogsAfterAModuleWasUnloadedWithItsPlugin)
 {
     const Lines everywhere = {"a by the program's", "a by the global one", "a by the library's",
                               "a by one made now"};
@@ -92,7 +92,7 @@ TEST(ProcessLinked, LogsWhenAModuleHasGoneWithItsCode)
     }
 }
 
-TEST(ProcessLinked, SeesTheEndOfAThreadThatUsesAClosedPlugin)
+TEST(ProcessLinked, ThreadMayEndAfterThePluginThatItUsesWasClosed)
 {
     // The plug-in stays until the thread has ended, as the dynamic linker sees to it.
     const Outcome run({LINKED, "load", FIRST, "see-end", FIRST, "log", "a"});
@@ -101,7 +101,7 @@ TEST(ProcessLinked, SeesTheEndOfAThreadThatUsesAClosedPlugin)
                                                       "a by the global one"}));
 }
 
-TEST(ProcessLinked, LoadsAndDropsAPluginWhileOthersLog)
+TEST(ProcessLinked, LoadsAndUnloadsAPluginWhileOtherThreadsLog)
 {
     const Outcome run({LINKED, "while-logging", FIRST});
     EXPECT_EQ(0, run.status) << run.errors;
@@ -140,12 +140,12 @@ TEST(ProcessBare, ClosesTwoPluginsInEitherOrder)
                {loadOf("first"), loadOf("second"), unloadOf("second"), unloadOf("first")});
 }
 
-TEST(ProcessBare, UsesTheLibraryBehindItsLastStaticObject)
+TEST(ProcessBare, UsesTheLibraryAfterItsLastStaticObject)
 {
     expectBare({"dlopen", FIRST, "at-end", FIRST}, {loadOf("first"), unloadOf("first"), ENDS});
 }
 
-TEST(ProcessBare, SeesTheEndOfAThreadThatUsesAClosedPlugin)
+TEST(ProcessBare, ThreadMayEndAfterThePluginThatItUsesWasClosed)
 {
     const Outcome run({BARE, "dlopen", FIRST, "see-end", FIRST});
     EXPECT_EQ(0, run.status) << run.errors;

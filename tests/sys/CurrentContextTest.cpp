@@ -86,17 +86,17 @@ bool isEmpty(const ContainerContext& context)
     return !context.find(STAYS) && !context.find(SHARED) && !context.find(SecurityContext::KEY);
 }
 
-TEST(CurrentContext, IsCalledByItsName)
+TEST(CurrentContext, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("CurrentContext", CurrentContext::CLASS_NAME);
 }
 
-TEST(CurrentContext, IsFiledNowhere)
+TEST(CurrentContext, KeyIsZero)
 {
     EXPECT_EQ(0U, CurrentContextRef(new CurrentContext)->key());
 }
 
-TEST(CurrentContext, IsDuplicatedFromAnyContainer)
+TEST(CurrentContext, CanBeCopiedFromAnyContainer)
 {
     CurrentContextRef source(new CurrentContext);
     const RefCntObjectRef shared = item();
@@ -119,7 +119,7 @@ TEST(CurrentContext, IsDuplicatedFromAnyContainer)
     EXPECT_EQ(1U, one->refCount());
 }
 
-TEST(CurrentContext, StandsInTheStateOfItsThread)
+TEST(CurrentContext, IsOwnedByTheStateOfItsThread)
 {
     ThreadState& state = ThreadState::current();
     EXPECT_FALSE(!state.contextRef);
@@ -136,7 +136,7 @@ void* lookOnForeignThread(void* good)
     return nullptr;
 }
 
-TEST(CurrentContext, IsEmptyOnAForeignThread)
+TEST(CurrentContext, IsEmptyOnThreadsNotStartedByTheLibrary)
 {
     ContainerContext::current()->add(item(), SHARED);
     bool good = false;
@@ -147,14 +147,14 @@ TEST(CurrentContext, IsEmptyOnAForeignThread)
     ContainerContext::current()->clearContent();
 }
 
-TEST(CurrentContext, GoesWithItsThread)
+TEST(CurrentContext, IsDestroyedWithItsThread)
 {
     int gone = 0;
     std::thread([&gone] { ContainerContext::current()->add(item([&gone] { ++gone; }), STAYS); }).join();
     EXPECT_EQ(1, gone);
 }
 
-TEST(CurrentContext, OutlivesItsThreadWhereItIsHeld)
+TEST(CurrentContext, OutlivesItsThreadIfItIsReferenced)
 {
     int gone = 0;
     ContainerContextRef kept;
@@ -168,7 +168,7 @@ TEST(CurrentContext, OutlivesItsThreadWhereItIsHeld)
     EXPECT_EQ(1, gone);
 }
 
-TEST(CurrentContext, GoesWithAThreadThatIsEndedInTheMiddle)
+TEST(CurrentContext, IsDestroyedWithAThreadThatIsCancelled)
 {
     int gone = 0;
     pthread_t thread;
@@ -185,7 +185,7 @@ TEST(CurrentContext, GoesWithAThreadThatIsEndedInTheMiddle)
 }
 
 // Content that uses the library while its thread ends finds a state and a context that are new.
-TEST(CurrentContext, LetsItsContentUseTheLibraryAtTheEndOfTheThread)
+TEST(CurrentContext, EntriesMayUseTheLibraryAtThreadExit)
 {
     const ThreadState* first = nullptr;
     bool fresh = false;
@@ -210,7 +210,7 @@ TEST(CurrentContext, LetsItsContentUseTheLibraryAtTheEndOfTheThread)
 }
 
 // The system ends a thread in at least four rounds; each state goes in a round of its own.
-TEST(CurrentContext, DropsWhatItsContentFilesAtTheEndOfTheThread)
+TEST(CurrentContext, EntriesAddedByDestructorsAtThreadExitAreDestroyed)
 {
     std::vector<int> gone;
     std::thread([&gone] {
@@ -224,7 +224,7 @@ TEST(CurrentContext, DropsWhatItsContentFilesAtTheEndOfTheThread)
     EXPECT_EQ((std::vector<int>{1, 2}), gone);
 }
 
-TEST(CurrentContext, EndsQuietlyWhenItsContentFailsToGo)
+TEST(CurrentContext, ExceptionOfAnEntrysDestructorAtThreadExitIsIgnored)
 {
     std::atomic<int> gone{0};
     std::thread([&gone] {
@@ -239,7 +239,7 @@ TEST(CurrentContext, EndsQuietlyWhenItsContentFailsToGo)
     EXPECT_EQ(3, gone);
 }
 
-TEST(CurrentContext, ComesAndGoesOnManyThreads)
+TEST(CurrentContext, IsCreatedAndDestroyedOnManyThreads)
 {
     std::atomic<int> gone{0};
     const RefCntObjectRef shared = item([&gone] { ++gone; });
@@ -263,7 +263,7 @@ TEST(CurrentContext, ComesAndGoesOnManyThreads)
     EXPECT_EQ(1U, shared->refCount());
 }
 
-TEST(CurrentContext, TravelsToAThreadThatTheLibraryStarts)
+TEST(CurrentContext, IsCopiedToAThreadThatTheLibraryStarts)
 {
     const ContainerContextRef mine = ContainerContext::current();
     int gone = 0;

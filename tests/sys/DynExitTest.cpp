@@ -26,7 +26,7 @@ struct Probe
     String errors;
 };
 
-TEST(DynExit, ReferencesInStaticStorageEndLikeOthers)
+TEST(DynExit, ReferencesInStaticStorageUnloadTheirLibraries)
 {
     const Probe run("held");
     EXPECT_EQ(0, run.status) << run.errors;
@@ -40,7 +40,7 @@ TEST(DynExit, LibrariesCanBeLoadedWhileTheProcessEnds)
     EXPECT_EQ("early 5\nlate 5\n", run.output);
 }
 
-TEST(DynExit, ThreadsThatLoadDoNotDisturbIt)
+TEST(DynExit, ThreadsThatLoadDoNotBlockTheExit)
 {
     for (int i = 0; i < 5; ++i) {
         const Probe run("threads");

@@ -97,7 +97,7 @@ protected:
     }
 };
 
-TEST_F(DynFault, AnUnloadThatIsRefusedIsAWarning)
+TEST_F(DynFault, FailedUnloadIsLoggedAsAWarning)
 {
     DefaultLogger logger;
     logger->setSeverity(logtest::log::Severity_TRACE);
@@ -139,7 +139,7 @@ private:
     }
 };
 
-TEST_F(DynFault, ALogThatTakesNoRecordEndsNothing)
+TEST_F(DynFault, FailingLogDoesNotDisturbTheUnload)
 {
     DefaultLogger logger;
     logger->setSeverity(logtest::log::Severity_INFO);
@@ -156,7 +156,7 @@ TEST_F(DynFault, ALogThatTakesNoRecordEndsNothing)
     EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true));
 }
 
-TEST_F(DynFault, ALibraryGoesWithoutMemory)
+TEST_F(DynFault, LibraryIsUnloadedIfMemoryRunsOut)
 {
     ConstDynLibraryRef library = DynLibrary::load(OTHER);
     {
@@ -168,7 +168,7 @@ TEST_F(DynFault, ALibraryGoesWithoutMemory)
     EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true));
 }
 
-TEST_F(DynFault, AModuleListThatCannotBeHadIsAFailure)
+TEST_F(DynFault, FailureToListTheModulesIsThrown)
 {
     const ConstDynLibraryRef library = DynLibrary::load(OTHER);
     const DynSymbolRef symbol = library->symbol("dyn_other_value");
@@ -182,7 +182,7 @@ TEST_F(DynFault, AModuleListThatCannotBeHadIsAFailure)
     EXPECT_EQ("dyn_test_loaded", library->symbol("dyn_test_loaded")->name());
 }
 
-TEST_F(DynFault, AModuleListIsGivenBack)
+TEST_F(DynFault, ModuleListIsFreed)
 {
     const ConstDynLibraryRef library = DynLibrary::load(OTHER);
     library->symbol("dyn_other_value");
@@ -191,7 +191,7 @@ TEST_F(DynFault, AModuleListIsGivenBack)
     EXPECT_EQ(0, lists);
 }
 
-TEST_F(DynFault, AFailedLoadIsToldWithOrWithoutADetail)
+TEST_F(DynFault, FailedLoadThrowsWithOrWithoutADetail)
 {
     answers.loadStatus = 16;
     Failure failure([] { DynLibrary::load("x"); });
@@ -211,13 +211,13 @@ TEST_F(DynFault, AFailedLoadIsToldWithOrWithoutADetail)
               Failure([] { DynLibrary::loadProcess(); }).text);
 }
 
-TEST_F(DynFault, ANumberOfItsOwnKeepsItsText)
+TEST_F(DynFault, ErrorNumberOfTheRuntimeLayerKeepsItsMessage)
 {
     answers.loadStatus = 99999;
     EXPECT_EQ("Unable to load \"x\": Unknown error 99999", Failure([] { DynLibrary::load("x"); }).text);
 }
 
-TEST_F(DynFault, MissingMemoryLeavesNothingLoaded)
+TEST_F(DynFault, LoadThatRunsOutOfMemoryLeavesNothingLoaded)
 {
     DynLoaderMgr::manager();
     const String name = OTHER;
@@ -248,7 +248,7 @@ TEST_F(DynFault, MissingMemoryLeavesNothingLoaded)
     EXPECT_EQ(5, valueOf(DynLibrary::load(OTHER)->symbol("dyn_other_value")));
 }
 
-TEST_F(DynFault, MissingMemoryForASymbolLeavesTheOthers)
+TEST_F(DynFault, LookupThatRunsOutOfMemoryKeepsTheOtherSymbols)
 {
     const ConstDynLibraryRef library = DynLibrary::load(PLAIN);
     const DynSymbolRef value = library->symbol("dyn_plain_value");
@@ -276,7 +276,7 @@ TEST_F(DynFault, MissingMemoryForASymbolLeavesTheOthers)
     EXPECT_EQ(0, lists);
 }
 
-TEST_F(DynFault, AHitTakesNoMemory)
+TEST_F(DynFault, CacheHitAllocatesNothing)
 {
     const ConstDynLibraryRef library = DynLibrary::load(PLAIN);
     const DynSymbolRef value = library->symbol("dyn_plain_value");

@@ -66,13 +66,13 @@ public:
     }
 };
 
-TEST(DynLibrary, HasAName)
+TEST(DynLibrary, ReturnsItsName)
 {
     EXPECT_STREQ("DynLibrary", DynLibrary::CLASS_NAME);
     EXPECT_EQ(PLAIN, DynLibrary::load(PLAIN)->name());
 }
 
-TEST(DynLibrary, IsMappedForAsLongAsItIsHeld)
+TEST(DynLibrary, StaysLoadedWhileItIsReferenced)
 {
     EXPECT_FALSE(isMapped(PLAIN));
     {
@@ -84,7 +84,7 @@ TEST(DynLibrary, IsMappedForAsLongAsItIsHeld)
     EXPECT_FALSE(isMapped(BASE));
 }
 
-TEST(DynLibrary, IsLoadedAnewBehindItsEnd)
+TEST(DynLibrary, CanBeLoadedAgainAfterItsUnload)
 {
     for (int i = 0; i < 3; ++i) {
         const ConstDynLibraryRef library = DynLibrary::load(PLAIN);
@@ -94,7 +94,7 @@ TEST(DynLibrary, IsLoadedAnewBehindItsEnd)
     }
 }
 
-TEST(DynLibrary, IsOneObjectForOneName)
+TEST(DynLibrary, SameNameReturnsTheSameObject)
 {
     const ConstDynLibraryRef first = DynLibrary::load(PLAIN);
     const ConstDynLibraryRef second = DynLibrary::load(PLAIN, false);
@@ -103,7 +103,7 @@ TEST(DynLibrary, IsOneObjectForOneName)
     EXPECT_EQ(3u, first->refCount(false)) << "no bias";
 }
 
-TEST(DynLibrary, IsTwoObjectsForTwoNamesOfOneFile)
+TEST(DynLibrary, TwoNamesOfOneFileReturnTwoObjects)
 {
     ConstDynLibraryRef first = DynLibrary::load(PLAIN);
     const ConstDynLibraryRef second = DynLibrary::load(otherNameOf(PLAIN));
@@ -118,13 +118,13 @@ TEST(DynLibrary, IsTwoObjectsForTwoNamesOfOneFile)
     EXPECT_TRUE(isMapped(PLAIN)) << "the other one has loaded it, too";
 }
 
-TEST(DynLibrary, TakesALiteralForAName)
+TEST(DynLibrary, LiteralIsTheNameAndNotAFlag)
 {
     EXPECT_EQ("libm.so.6", DynLibrary::load("libm.so.6")->name());
     EXPECT_NE(nullptr, DynLibrary::load("libm.so.6", false)->symbol("cos")->func());
 }
 
-TEST(DynLibrary, OfTheProcessHasTheEmptyName)
+TEST(DynLibrary, NameOfTheProcessIsEmpty)
 {
     const ConstDynLibraryRef process = DynLibrary::loadProcess();
     EXPECT_EQ("", process->name());
@@ -134,13 +134,13 @@ TEST(DynLibrary, OfTheProcessHasTheEmptyName)
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "dyn_test_loaded"), process->symbol("dyn_test_loaded")->data());
 }
 
-TEST(DynLibrary, KeepsToAScopeOfItsOwn)
+TEST(DynLibrary, SymbolsAreLoadedIntoALocalScope)
 {
     const ConstDynLibraryRef library = DynLibrary::load(PLAIN, true);
     EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, "dyn_plain_value")) << "the argument reaches no system call";
 }
 
-TEST(DynLibraryGlobal, IsWhatTheLoadAskedFor)
+TEST(DynLibraryGlobal, IsRecordedAsRequested)
 {
     EXPECT_TRUE(DynLibrary::DEFAULT_LOOKUP_SCOPE_GLOBAL);
     EXPECT_TRUE(globalOf(*DynLibrary::load(PLAIN, true)));
@@ -151,7 +151,7 @@ TEST(DynLibraryGlobal, IsWhatTheLoadAskedFor)
     EXPECT_FALSE(globalOf(*DynLibrary::loadProcess(false)));
 }
 
-TEST(DynLibraryGlobal, OnlyRises)
+TEST(DynLibraryGlobal, IsNeverReset)
 {
     const ConstDynLibraryRef library = DynLibrary::load(PLAIN, false);
     EXPECT_FALSE(globalOf(*library));
@@ -163,7 +163,7 @@ TEST(DynLibraryGlobal, OnlyRises)
     EXPECT_TRUE(globalOf(*library));
 }
 
-TEST(DynLibraryGlobal, IsTurnedOffForAllByTheConstant)
+TEST(DynLibraryGlobal, DefaultLookupScopeDisablesItForAllCallers)
 {
     const LookupScope scope(false);
     const ConstDynLibraryRef library = DynLibrary::load(PLAIN, true);
@@ -173,7 +173,7 @@ TEST(DynLibraryGlobal, IsTurnedOffForAllByTheConstant)
     EXPECT_TRUE(globalOf(*library)) << "the manager is not asked to look at it";
 }
 
-TEST(DynLibraryRelease, TellsWhetherTheLibraryIsGone)
+TEST(DynLibraryRelease, NonThrowingReleaseReturnsWhetherTheLibraryWasDestroyed)
 {
     ConstDynLibraryRef first = DynLibrary::load(PLAIN);
     const DynLibrary& library = *first;
@@ -188,7 +188,7 @@ TEST(DynLibraryRelease, TellsWhetherTheLibraryIsGone)
     EXPECT_FALSE(isMapped(PLAIN));
 }
 
-TEST(DynLibraryRelease, ThatMayThrowDropsTheLastReferenceToo)
+TEST(DynLibraryRelease, ThrowingReleaseDropsTheLastReference)
 {
     ConstDynLibraryRef first = DynLibrary::load(PLAIN);
     const DynLibrary& library = *first;
@@ -201,7 +201,7 @@ TEST(DynLibraryRelease, ThatMayThrowDropsTheLastReferenceToo)
     EXPECT_FALSE(isMapped(PLAIN));
 }
 
-TEST(DynLibraryRelease, ComesWithAnAssignment)
+TEST(DynLibraryRelease, AssignmentUnloadsTheOldLibrary)
 {
     ConstDynLibraryRef ref = DynLibrary::load(PLAIN);
     ref = DynLibrary::load(OTHER);
@@ -211,7 +211,7 @@ TEST(DynLibraryRelease, ComesWithAnAssignment)
     EXPECT_FALSE(isMapped(OTHER));
 }
 
-TEST(DynLibraryRelease, LeavesASymbolItsLibrary)
+TEST(DynLibraryRelease, SymbolKeepsItsLibraryLoaded)
 {
     ConstDynLibraryRef library = DynLibrary::load(PLAIN);
     DynSymbolRef symbol = library->symbol("dyn_plain_function");
@@ -223,7 +223,7 @@ TEST(DynLibraryRelease, LeavesASymbolItsLibrary)
     EXPECT_FALSE(isMapped(PLAIN));
 }
 
-TEST(DynLibraryRelease, EndsWithTheLastOfSeveralSymbols)
+TEST(DynLibraryRelease, LastOfSeveralSymbolsUnloadsTheLibrary)
 {
     DynSymbolRef value = DynLibrary::load(PLAIN)->symbol("dyn_plain_value");
     DynSymbolRef function = value->library()->symbol("dyn_plain_function");
@@ -234,7 +234,7 @@ TEST(DynLibraryRelease, EndsWithTheLastOfSeveralSymbols)
     EXPECT_FALSE(isMapped(PLAIN));
 }
 
-TEST(DynLibraryLog, TellsOfAnUnload)
+TEST(DynLibraryLog, UnloadIsLogged)
 {
     DefaultLogger logger;
     logger->setSeverity(logtest::log::Severity_INFO);
@@ -246,7 +246,7 @@ TEST(DynLibraryLog, TellsOfAnUnload)
     EXPECT_EQ("com.kor.dal.nim INFO DynLibrary : Unloaded dynamic library \"\"\n", logger.taken());
 }
 
-TEST(DynLibraryLog, TellsNothingAtItsUsualThreshold)
+TEST(DynLibraryLog, UnloadIsNotLoggedAtTheDefaultThreshold)
 {
     DefaultLogger logger;
     logger.taken();
@@ -254,7 +254,7 @@ TEST(DynLibraryLog, TellsNothingAtItsUsualThreshold)
     EXPECT_EQ("", logger.taken());
 }
 
-TEST(DynLibraryLog, TellsNothingOfALibraryThatStays)
+TEST(DynLibraryLog, ReleaseThatDoesNotUnloadIsNotLogged)
 {
     DefaultLogger logger;
     logger->setSeverity(logtest::log::Severity_TRACE);
@@ -264,7 +264,7 @@ TEST(DynLibraryLog, TellsNothingOfALibraryThatStays)
     EXPECT_EQ("", logger.taken());
 }
 
-TEST(DynLibraryLog, KnowsAPluginsModuleForAsLongAsItIsLoaded)
+TEST(DynLibraryLog, ModuleOfAPluginIsRegisteredWhileItIsLoaded)
 {
     DefaultLogger logger;
     const auto names = [&logger] {

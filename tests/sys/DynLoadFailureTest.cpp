@@ -18,7 +18,7 @@ Failure load(const String& name)
     return Failure([&name] { DynLibrary::load(name); });
 }
 
-TEST(DynLoadFailure, TellsOfAFileThatIsNotThere)
+TEST(DynLoadFailure, MissingFileIsReported)
 {
     const Failure failure = load("/no/such/library.so");
     EXPECT_EQ(2, failure.error);
@@ -27,7 +27,7 @@ TEST(DynLoadFailure, TellsOfAFileThatIsNotThere)
               failure.text);
 }
 
-TEST(DynLoadFailure, TellsOfANameThatIsNotOnTheSearchPath)
+TEST(DynLoadFailure, NameThatIsNotOnTheSearchPathIsReported)
 {
     const Failure failure = load("libno_such.so.1");
     EXPECT_EQ(2, failure.error);
@@ -36,14 +36,14 @@ TEST(DynLoadFailure, TellsOfANameThatIsNotOnTheSearchPath)
               failure.text);
 }
 
-TEST(DynLoadFailure, HasATraceOfTheCall)
+TEST(DynLoadFailure, ExceptionHasTheStackTraceOfTheCall)
 {
     EXPECT_EQ(
         (StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.image()", "com.kor.dal.nim.sys.DynLibrary.load()"}),
         functionsOf(load("/no/such/library.so").trace));
 }
 
-TEST(DynLoadFailure, TellsOfAFileThatIsNoLibrary)
+TEST(DynLoadFailure, FileThatIsNoLibraryIsReported)
 {
     const ScratchFolder folder;
     const String file = folder.file("garbage.so");
@@ -54,7 +54,7 @@ TEST(DynLoadFailure, TellsOfAFileThatIsNoLibrary)
               failure.text);
 }
 
-TEST(DynLoadFailure, TellsOfAFileThatIsCutShort)
+TEST(DynLoadFailure, TruncatedFileIsReported)
 {
     const ScratchFolder folder;
     const String file = folder.file("short.so");
@@ -65,7 +65,7 @@ TEST(DynLoadFailure, TellsOfAFileThatIsCutShort)
               failure.text);
 }
 
-TEST(DynLoadFailure, TellsOfAFolder)
+TEST(DynLoadFailure, DirectoryIsReported)
 {
     const ScratchFolder folder;
     const Failure failure = load(folder.path());
@@ -75,7 +75,7 @@ TEST(DynLoadFailure, TellsOfAFolder)
               failure.text);
 }
 
-TEST(DynLoadFailure, TellsOfANameThatCannotBeAFilesName)
+TEST(DynLoadFailure, NameWithANulIsReported)
 {
     // The system would take what stands before the zero for the name, and that is the process here.
     const Failure failure = load(String("\0.so", 4));
@@ -83,7 +83,7 @@ TEST(DynLoadFailure, TellsOfANameThatCannotBeAFilesName)
     EXPECT_EQ("Unable to load \"", failure.text) << "as far as a text of C goes";
 }
 
-TEST(DynLoadFailure, TellsOfALibraryThatIsNeededAndNotThere)
+TEST(DynLoadFailure, MissingDependencyIsReported)
 {
     const ScratchFolder folder;
     const String file = folder.file("plain.so");
@@ -106,7 +106,7 @@ TEST(DynLoadFailure, TellsOfALibraryThatIsNeededAndNotThere)
 class DynLoadDenied : public qvtest::NeedsRoot
 {};
 
-TEST_F(DynLoadDenied, TellsOfAFileThatMayNotBeRead)
+TEST_F(DynLoadDenied, FileWithoutReadPermissionIsReported)
 {
     const ScratchFolder folder;
     const String file = folder.file("other.so");
@@ -139,7 +139,7 @@ TEST(DynLoadFailure, LeavesNothingBehind)
     EXPECT_EQ(2u, library->refCount(true));
 }
 
-TEST(DynLoadFailureDeathTest, EndsTheProcessWhenAnInitialiserThrows)
+TEST(DynLoadFailureDeathTest, ExceptionOfAnInitialiserTerminatesTheProcess)
 {
     EXPECT_EXIT(
         {

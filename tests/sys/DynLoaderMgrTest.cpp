@@ -24,7 +24,7 @@ static_assert(!std::is_copy_assignable_v<DynLoaderMgr>);
 static_assert(!std::is_destructible_v<DynLoaderMgr>);
 static_assert(std::has_virtual_destructor_v<DynLoaderMgr>);
 
-TEST(DynLoaderMgr, IsOne)
+TEST(DynLoaderMgr, ManagerReturnsTheSameObject)
 {
     const DynLoaderMgrRef manager = DynLoaderMgr::manager();
     EXPECT_TRUE(!!manager);
@@ -33,7 +33,7 @@ TEST(DynLoaderMgr, IsOne)
     EXPECT_EQ(3u, DynLoaderMgr::manager()->refCount(true));
 }
 
-TEST(DynLoaderMgr, IsHeldByEachLibrary)
+TEST(DynLoaderMgr, EachLibraryHasAReferenceToIt)
 {
     const DynLoaderMgrRef manager = DynLoaderMgr::manager();
     ConstDynLibraryRef plain = DynLibrary::load(PLAIN);
@@ -47,7 +47,7 @@ TEST(DynLoaderMgr, IsHeldByEachLibrary)
     EXPECT_EQ(3u, manager->refCount(true));
 }
 
-TEST(DynLoaderMgr, GivesTheImageAndItsSymbols)
+TEST(DynLoaderMgr, ReturnsTheImageAndItsSymbols)
 {
     DynLoaderMgrRef manager = DynLoaderMgr::manager();
     const ConstDynLibraryRef library = manager->image(PLAIN, true);
@@ -57,7 +57,7 @@ TEST(DynLoaderMgr, GivesTheImageAndItsSymbols)
     EXPECT_EQ(symbol, library->symbol("dyn_plain_value"));
 }
 
-TEST(DynLoaderMgr, NeedsALibraryForASymbol)
+TEST(DynLoaderMgr, SymbolWithoutALibraryThrowsEINVAL)
 {
     const DynLoaderMgrRef manager = DynLoaderMgr::manager();
     const Failure failure([&manager] { manager->symbol(ConstDynLibraryRef(), "dyn_plain_value"); });
@@ -68,7 +68,7 @@ TEST(DynLoaderMgr, NeedsALibraryForASymbol)
         << "the name is looked at first";
 }
 
-TEST(DynLoaderMgr, DropsNothingThatIsHeld)
+TEST(DynLoaderMgr, CheckRefsKeepsReferencedObjects)
 {
     const DynLoaderMgrRef manager = DynLoaderMgr::manager();
     const ConstDynLibraryRef library = DynLibrary::load(PLAIN);
@@ -79,7 +79,7 @@ TEST(DynLoaderMgr, DropsNothingThatIsHeld)
     EXPECT_EQ(library, DynLibrary::load(PLAIN));
 }
 
-TEST(DynLoaderMgr, DropsWhatTheCacheAloneHolds)
+TEST(DynLoaderMgr, CheckRefsDestroysObjectsThatOnlyTheCacheReferences)
 {
     const DynLoaderMgrRef manager = DynLoaderMgr::manager();
     ConstDynLibraryRef libraryRef = DynLibrary::load(PLAIN);
@@ -110,14 +110,14 @@ TEST(DynLoaderMgr, DropsWhatTheCacheAloneHolds)
 
 // What a library does while it comes and goes, on the thread that loads and releases it.
 
-TEST(DynLoaderRecursion, AnInitialiserLoadsAnotherLibrary)
+TEST(DynLoaderRecursion, InitialiserLoadsAnotherLibrary)
 {
     const DynSymbolRef value = DynLibrary::load(LOADING)->symbol("dyn_loading_value");
     EXPECT_TRUE(isMapped(OTHER));
     EXPECT_EQ(105, reinterpret_cast<int (*)()>(value->func())());
 }
 
-TEST(DynLoaderRecursion, ALibraryReleasesWhatItHoldsAsItGoes)
+TEST(DynLoaderRecursion, DestructorOfALibraryReleasesItsReferences)
 {
     DynLibrary::load(LOADING);
     EXPECT_FALSE(isMapped(LOADING));
@@ -125,7 +125,7 @@ TEST(DynLoaderRecursion, ALibraryReleasesWhatItHoldsAsItGoes)
     EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true));
 }
 
-TEST(DynLoaderRecursion, AnInitialiserLoadsItsOwnLibrary)
+TEST(DynLoaderRecursion, InitialiserLoadsItsOwnLibrary)
 {
     Hooks hooks;
     ConstDynLibraryRef inner;
@@ -142,7 +142,7 @@ TEST(DynLoaderRecursion, AnInitialiserLoadsItsOwnLibrary)
     EXPECT_FALSE(isMapped(HOOKED)) << "it is not loaded once more than it is unloaded";
 }
 
-TEST(DynLoaderRecursion, AnInitialiserLoadsItsOwnLibraryAndLetsGo)
+TEST(DynLoaderRecursion, InitialiserLoadsAndReleasesItsOwnLibrary)
 {
     Hooks hooks;
     int loads = 0;
@@ -159,7 +159,7 @@ TEST(DynLoaderRecursion, AnInitialiserLoadsItsOwnLibraryAndLetsGo)
     EXPECT_FALSE(isMapped(HOOKED));
 }
 
-TEST(DynLoaderRecursion, AnInitialiserFailsToLoad)
+TEST(DynLoaderRecursion, InitialiserFailsToLoad)
 {
     Hooks hooks;
     Failure failure([] {});
@@ -169,7 +169,7 @@ TEST(DynLoaderRecursion, AnInitialiserFailsToLoad)
     EXPECT_EQ(3, valueOf(library->symbol("dyn_hooked_value")));
 }
 
-TEST(DynLoaderRecursion, ALibraryLoadsAnotherAsItGoes)
+TEST(DynLoaderRecursion, DestructorOfALibraryLoadsAnother)
 {
     Hooks hooks;
     ConstDynLibraryRef other;
@@ -183,7 +183,7 @@ TEST(DynLoaderRecursion, ALibraryLoadsAnotherAsItGoes)
     EXPECT_EQ(2u, other->refCount(true));
 }
 
-TEST(DynLoaderRecursion, ALibraryReleasesOthersAsItGoes)
+TEST(DynLoaderRecursion, DestructorOfALibraryReleasesOthers)
 {
     Hooks hooks;
     DynSymbolRef other = DynLibrary::load(OTHER)->symbol("dyn_other_value");
@@ -201,7 +201,7 @@ TEST(DynLoaderRecursion, ALibraryReleasesOthersAsItGoes)
     EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true));
 }
 
-TEST(DynLoaderRecursion, TheThreadThatDropsTheLastReferenceUnloads)
+TEST(DynLoaderRecursion, ThreadThatReleasesTheLastReferenceUnloads)
 {
     Hooks hooks;
     pid_t unloader = 0;
@@ -246,7 +246,7 @@ TEST(DynLoaderLock, IsHeldWhileALibraryLoads)
     library.releaseRef();
 }
 
-TEST(DynLoaderLock, ForksAtRest)
+TEST(DynLoaderLock, ForkFindsTheLockFree)
 {
     // The child must not inherit the lock of a thread that it does not have.
     Hooks hooks;
@@ -279,7 +279,7 @@ TEST(DynLoaderLock, ForksAtRest)
     EXPECT_EQ(3, valueOf(held->symbol("dyn_hooked_value")));
 }
 
-TEST(DynLoaderLock, AnInitialiserForks)
+TEST(DynLoaderLock, InitialiserMayFork)
 {
     Hooks hooks;
     int status = -1;

@@ -33,7 +33,7 @@ protected:
     const ConstDynLibraryRef library = DynLibrary::load(PLAIN);
 };
 
-TEST_F(DynSymbolTest, HasItsNameAndLibrary)
+TEST_F(DynSymbolTest, ReturnsItsNameAndLibrary)
 {
     EXPECT_STREQ("DynSymbol", DynSymbol::CLASS_NAME);
     const DynSymbolRef symbol = library->symbol("dyn_plain_value");
@@ -41,7 +41,7 @@ TEST_F(DynSymbolTest, HasItsNameAndLibrary)
     EXPECT_EQ(library, symbol->library());
 }
 
-TEST_F(DynSymbolTest, IsReadableInBothForms)
+TEST_F(DynSymbolTest, DataAndFuncReturnTheSameAddress)
 {
     const DynSymbolRef value = library->symbol("dyn_plain_value");
     EXPECT_EQ(17, *static_cast<int*>(value->data()));
@@ -52,7 +52,7 @@ TEST_F(DynSymbolTest, IsReadableInBothForms)
     EXPECT_EQ(function->data(), reinterpret_cast<void*>(function->func()));
 }
 
-TEST_F(DynSymbolTest, IsOneObjectForAsLongAsItIsHeld)
+TEST_F(DynSymbolTest, SameNameReturnsTheSameObjectWhileItIsReferenced)
 {
     const DynSymbolRef symbol = library->symbol("dyn_plain_value");
     EXPECT_EQ(2u, symbol->refCount(true)) << "the cache and this one";
@@ -63,7 +63,7 @@ TEST_F(DynSymbolTest, IsOneObjectForAsLongAsItIsHeld)
     EXPECT_EQ(3u, library->refCount(true)) << "one symbol, however often it is held";
 }
 
-TEST_F(DynSymbolTest, IsFoundAnewBehindItsEnd)
+TEST_F(DynSymbolTest, CanBeLookedUpAgainAfterItsDestruction)
 {
     library->symbol("dyn_plain_value");
     EXPECT_EQ(2u, library->refCount(true)) << "it is gone";
@@ -75,7 +75,7 @@ TEST_F(DynSymbolTest, IsFoundAnewBehindItsEnd)
     EXPECT_EQ(4u, library->refCount(true));
 }
 
-TEST_F(DynSymbolTest, TellsWhetherItIsGone)
+TEST_F(DynSymbolTest, NonThrowingReleaseReturnsWhetherItWasDestroyed)
 {
     DynSymbolRef ref = library->symbol("dyn_plain_value");
     const DynSymbol& symbol = *ref;
@@ -89,7 +89,7 @@ TEST_F(DynSymbolTest, TellsWhetherItIsGone)
     EXPECT_EQ(2u, library->refCount(true));
 }
 
-TEST_F(DynSymbolTest, IsReleasedAlsoByTheFormThatMayThrow)
+TEST_F(DynSymbolTest, ThrowingReleaseDropsTheReference)
 {
     DynSymbolRef ref = library->symbol("dyn_plain_value");
     const DynSymbol& symbol = *ref;
@@ -102,7 +102,7 @@ TEST_F(DynSymbolTest, IsReleasedAlsoByTheFormThatMayThrow)
     EXPECT_EQ(2u, library->refCount(true));
 }
 
-TEST_F(DynSymbolTest, IsFoundInWhatTheLibraryWasLinkedWith)
+TEST_F(DynSymbolTest, IsFoundInALinkedLibrary)
 {
     const DynSymbolRef base = library->symbol("dyn_base_function");
     EXPECT_EQ(41, reinterpret_cast<int (*)()>(base->func())());
@@ -110,7 +110,7 @@ TEST_F(DynSymbolTest, IsFoundInWhatTheLibraryWasLinkedWith)
     EXPECT_EQ(42, reinterpret_cast<int (*)()>(library->symbol("dyn_plain_use_of_base")->func())());
 }
 
-TEST_F(DynSymbolTest, IsFoundInOtherModulesToo)
+TEST_F(DynSymbolTest, IsFoundInOtherModulesOfTheProcess)
 {
     EXPECT_EQ(0, failureOf("dyn_other_value").error);
     DynLibraryRef other = DynLibrary::load(OTHER);
@@ -137,7 +137,7 @@ TEST_F(DynSymbolTest, OfALibraryIsFoundThroughTheProcess)
     EXPECT_EQ(17, valueOf(process->symbol("dyn_plain_value")));
 }
 
-TEST_F(DynSymbolTest, NeedsAName)
+TEST_F(DynSymbolTest, EmptyNameThrows)
 {
     const Failure failure = failureOf("");
     EXPECT_EQ(0, failure.error);
@@ -145,7 +145,7 @@ TEST_F(DynSymbolTest, NeedsAName)
     EXPECT_EQ(StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.symbol()"}, functionsOf(failure.trace));
 }
 
-TEST_F(DynSymbolTest, ThatIsAbsentIsAFailure)
+TEST_F(DynSymbolTest, UndefinedSymbolThrows)
 {
     const Failure failure = failureOf("dyn_no_such_symbol");
     EXPECT_EQ(0, failure.error);
@@ -157,7 +157,7 @@ TEST_F(DynSymbolTest, ThatIsAbsentIsAFailure)
     EXPECT_EQ(library, DynLibrary::load(PLAIN)) << "the record stays";
 }
 
-TEST_F(DynSymbolTest, IsNotFoundByAPartOfItsName)
+TEST_F(DynSymbolTest, PartOfItsNameFindsNothing)
 {
     EXPECT_EQ(0, failureOf("dyn_plain_valu").error);
     const String name("dyn_plain_value\0tail", 20);
@@ -165,7 +165,7 @@ TEST_F(DynSymbolTest, IsNotFoundByAPartOfItsName)
     EXPECT_EQ(2u, library->refCount(true)) << "nothing stays in the cache";
 }
 
-TEST_F(DynSymbolTest, KeepsApartNamesThatBeginAlike)
+TEST_F(DynSymbolTest, NamesWithACommonPrefixAreDifferentSymbols)
 {
     // Of equal length and of different lengths: the order in the cache is nobody's business.
     const ConstDynLibraryRef math = DynLibrary::load("libm.so.6");
@@ -183,7 +183,7 @@ TEST_F(DynSymbolTest, KeepsApartNamesThatBeginAlike)
     EXPECT_EQ(std::cos(2.0), reinterpret_cast<double (*)(double)>(symbols[1]->func())(2.0));
 }
 
-TEST(DynSymbolDeath, TakesTheLibraryWithIt)
+TEST(DynSymbolDeath, LastSymbolUnloadsTheLibrary)
 {
     DynSymbolRef symbol = DynLibrary::load(PLAIN)->symbol("dyn_plain_value");
     EXPECT_TRUE(isMapped(PLAIN));
@@ -192,7 +192,7 @@ TEST(DynSymbolDeath, TakesTheLibraryWithIt)
     EXPECT_FALSE(isMapped(PLAIN));
 }
 
-TEST(DynSymbolDeath, ComesInOneExpression)
+TEST(DynSymbolDeath, TemporaryLibraryAndSymbolAreDestroyed)
 {
     EXPECT_EQ(17, valueOf(DynLibrary::load(PLAIN)->symbol("dyn_plain_value")));
     EXPECT_FALSE(isMapped(PLAIN));

@@ -144,7 +144,7 @@ TEST(DynThreads, LoadAndUnloadTheSameLibrary)
     EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true));
 }
 
-TEST(DynThreads, GetTheSameSymbolFromTheCache)
+TEST(DynThreads, LookUpTheSameSymbol)
 {
     const ConstDynLibraryRef library = DynLibrary::load(OTHER);
     const DynSymbolRef held = library->symbol("dyn_other_value");
@@ -157,7 +157,7 @@ TEST(DynThreads, GetTheSameSymbolFromTheCache)
     EXPECT_EQ(3u, library->refCount(true));
 }
 
-TEST(DynThreads, CopyReferencesAndDropTheLastOne)
+TEST(DynThreads, CopyReferencesAndReleaseTheLastOne)
 {
     for (int i = 0; i < rounds() / 50; ++i) {
         const DynSymbolRef shared = DynLibrary::load(OTHER)->symbol("dyn_other_value");
@@ -316,7 +316,7 @@ TEST(DynThreads, LibraryIsUnloadedWhateverReleasesAndLookupsInterleave)
     expectNothingLingers([] { return DynLibrary::load(OTHER); });
 }
 
-TEST(DynThreads, SymbolIsDroppedWhateverReleasesAndLookupsInterleave)
+TEST(DynThreads, SymbolIsDestroyedWhateverReleasesAndLookupsInterleave)
 {
     expectNothingLingers([] { return DynLibrary::load(OTHER)->symbol("dyn_other_value"); });
 }
@@ -334,7 +334,7 @@ TEST(DynThreads, LoadUnderTwoNames)
     EXPECT_FALSE(isMapped(OTHER));
 }
 
-TEST(DynThreads, MakeOneManager)
+TEST(DynThreads, ConcurrentFirstCallsReturnOneManager)
 {
     std::vector<DynLoaderMgrRef> found(THREADS);
     onThreads([&found](int number) { found[static_cast<std::size_t>(number)] = DynLoaderMgr::manager(); });

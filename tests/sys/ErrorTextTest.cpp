@@ -50,14 +50,14 @@ const char* qv_si_strerror(qv_err_t) noexcept
 
 namespace {
 
-TEST(ErrorText, IsGivenByThisProgram)
+TEST(ErrorText, MessagesComeFromTheReplacedInterface)
 {
     const Given given("given");
     EXPECT_EQ("given", sys_err_string(2));
     EXPECT_STREQ("given", system_error(2).what());
 }
 
-TEST(ErrorText, IsMadeUpForANumberWithout)
+TEST(ErrorText, NumberWithoutAMessageIsNamed)
 {
     EXPECT_EQ("Unknown error 2", sys_err_string(2));
     EXPECT_EQ("Unknown error -3", sys_err_string(-3));
@@ -67,7 +67,7 @@ TEST(ErrorText, IsMadeUpForANumberWithout)
     EXPECT_STREQ("Unknown error 2", system_error().what());
 }
 
-TEST(ErrorText, IsNotCutUpTo1023Bytes)
+TEST(ErrorText, MessageOf1023BytesIsNotTruncated)
 {
     for (const std::size_t length : {1U, 1022U, 1023U}) {
         const Given given(letters(length));
@@ -75,7 +75,7 @@ TEST(ErrorText, IsNotCutUpTo1023Bytes)
     }
 }
 
-TEST(ErrorText, IsCutTo1023BytesBeyond)
+TEST(ErrorText, LongMessageIsTruncatedTo1023Bytes)
 {
     for (const std::size_t length : {1024U, 1025U, 2000U, 100000U}) {
         const Given given(letters(length));
@@ -85,13 +85,13 @@ TEST(ErrorText, IsCutTo1023BytesBeyond)
     }
 }
 
-TEST(ErrorText, IsCutWithinACharacter)
+TEST(ErrorText, MayBeTruncatedWithinACharacter)
 {
     const Given given(letters(1022) + "\xc3\xa4" + "y");
     EXPECT_EQ(letters(1022) + "\xc3", sys_err_string(2));
 }
 
-TEST(ErrorText, LosesTrailingWhiteSpace)
+TEST(ErrorText, TrailingWhiteSpaceIsRemoved)
 {
     EXPECT_EQ("text", (Given("text\n"), sys_err_string(2)));
     EXPECT_EQ("text", (Given("text \t\r\n\v\f "), sys_err_string(2)));
@@ -99,7 +99,7 @@ TEST(ErrorText, LosesTrailingWhiteSpace)
     EXPECT_EQ("two words", (Given("two words"), sys_err_string(2)));
 }
 
-TEST(ErrorText, OfWhiteSpaceAloneIsEmpty)
+TEST(ErrorText, MessageOfOnlyWhiteSpaceIsEmpty)
 {
     EXPECT_EQ("", (Given(""), sys_err_string(2)));
     EXPECT_EQ("", (Given(" "), sys_err_string(2)));
@@ -107,7 +107,7 @@ TEST(ErrorText, OfWhiteSpaceAloneIsEmpty)
     EXPECT_EQ("", (Given(std::string(3000, ' ')), sys_err_string(2)));
 }
 
-TEST(ErrorText, LosesWhiteSpaceThatTheCutLaysBare)
+TEST(ErrorText, WhiteSpaceBeforeTheTruncationIsRemoved)
 {
     EXPECT_EQ(letters(1000),
               (Given(letters(1000) + std::string(500, ' ') + letters(500)), sys_err_string(2)));
@@ -116,7 +116,7 @@ TEST(ErrorText, LosesWhiteSpaceThatTheCutLaysBare)
     EXPECT_EQ(letters(1000), (Given(letters(1000) + std::string(23, ' ')), sys_err_string(2)));
 }
 
-TEST(ErrorText, OfErrnoIsTakenAsItIs)
+TEST(ErrorText, MessageOfErrnoIsUnchanged)
 {
     errno = 7;
     const Given given(letters(2000) + " \n");

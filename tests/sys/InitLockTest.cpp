@@ -51,38 +51,38 @@ void letOthersIn()
     taker()->join();
 }
 
-TEST(InitLock, IsCalledByItsName)
+TEST(InitLock, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("InitLock", InitLock::CLASS_NAME);
 }
 
-TEST(InitLock, TakesNothingUnlessAskedTo)
+TEST(InitLock, ConstructionWithFalseAcquiresNothing)
 {
     const InitLock lock(false);
     letOthersIn();
 }
 
-TEST(InitLock, KeepsOthersOutUntilItIsReleased)
+TEST(InitLock, ExcludesOtherThreadsUntilItIsReleased)
 {
     InitLock lock(true);
     EXPECT_TRUE(keepsOthersOut([&lock] { lock.release(); }));
     letOthersIn();
 }
 
-TEST(InitLock, KeepsOthersOutUntilItIsDestroyed)
+TEST(InitLock, ExcludesOtherThreadsUntilItIsDestroyed)
 {
     auto lock = std::make_unique<InitLock>(true);
     EXPECT_TRUE(keepsOthersOut([&lock] { lock.reset(); }));
 }
 
-TEST(InitLock, IsTakenLater)
+TEST(InitLock, CanBeAcquiredAfterConstruction)
 {
     InitLock lock(false);
     lock.acquire();
     EXPECT_TRUE(keepsOthersOut([&lock] { lock.release(); }));
 }
 
-TEST(InitLock, AcquiresOnceAnObject)
+TEST(InitLock, SecondAcquireOfAnObjectDoesNothing)
 {
     InitLock lock(false);
     lock.acquire();
@@ -96,7 +96,7 @@ TEST(InitLock, AcquiresOnceAnObject)
     letOthersIn();
 }
 
-TEST(InitLock, ReleasesOnceAnObject)
+TEST(InitLock, SecondReleaseOfAnObjectDoesNothing)
 {
     InitLock outer(true);
     InitLock inner(true);
@@ -117,7 +117,7 @@ TEST(InitLock, IsSharedByTheObjectsOfAThread)
     letOthersIn();
 }
 
-TEST(InitLock, IsTakenAgainAfterARelease)
+TEST(InitLock, CanBeAcquiredAgainAfterARelease)
 {
     InitLock lock(true);
     lock.release();
@@ -161,14 +161,14 @@ int statusOfForkedTaker()
     return waitpid(child, &status, 0) == child ? status : -1;
 }
 
-TEST(InitLockFork, LeavesParentAndChildAFreeLock)
+TEST(InitLockFork, LockIsFreeInParentAndChild)
 {
     EXPECT_EQ(0, statusOfForkedTaker());
     letOthersIn();
     EXPECT_EQ(0, statusOfForkedTaker());
 }
 
-TEST(InitLockFork, LeavesTheThreadsOfTheChildAFreeLock)
+TEST(InitLockFork, LockIsFreeForThreadsOfTheChild)
 {
     const pid_t child = fork();
     if (child == 0) {
@@ -184,7 +184,7 @@ TEST(InitLockFork, LeavesTheThreadsOfTheChildAFreeLock)
     EXPECT_EQ(0, status);
 }
 
-TEST(InitLockFork, WaitsForTheWorkOfAnotherThread)
+TEST(InitLockFork, ForkWaitsForTheOwner)
 {
     static std::atomic<bool> forking{false};
     ASSERT_EQ(0, pthread_atfork([] { forking = true; }, nullptr, nullptr));

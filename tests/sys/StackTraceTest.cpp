@@ -56,12 +56,12 @@ StackTrace threeDeep()
     return StackTrace();
 }
 
-TEST(StackTrace, IsCalledByItsName)
+TEST(StackTrace, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("StackTrace", StackTrace::CLASS_NAME);
 }
 
-TEST(StackTrace, IsEmptyWithoutTracks)
+TEST(StackTrace, TraceIsEmptyWithoutTracks)
 {
     const StackTrace trace;
     EXPECT_TRUE(trace.empty());
@@ -69,7 +69,7 @@ TEST(StackTrace, IsEmptyWithoutTracks)
     EXPECT_EQ("", trace.toString());
 }
 
-TEST(StackTrace, LeavesTheStreamUntouchedWhenEmpty)
+TEST(StackTrace, EmptyTraceWritesNothing)
 {
     Counter counter;
     std::ostream os(&counter);
@@ -82,14 +82,14 @@ TEST(StackTrace, LeavesTheStreamUntouchedWhenEmpty)
     EXPECT_EQ(std::ios::eofbit, os.rdstate());
 }
 
-TEST(StackTrace, HoldsTheInnermostFirst)
+TEST(StackTrace, InnermostFrameIsFirst)
 {
     const StackTrace trace = threeDeep();
     EXPECT_FALSE(trace.empty());
     EXPECT_EQ((StringVector{"inner():30:33", "lib.middle():20", "app.Host.outer():10"}), trace.trace());
 }
 
-TEST(StackTrace, IsTakenWhenItIsBuilt)
+TEST(StackTrace, IsCapturedByTheConstructor)
 {
     StackTrack track("f()", 1);
     const StackTrace before;
@@ -99,7 +99,7 @@ TEST(StackTrace, IsTakenWhenItIsBuilt)
     EXPECT_EQ(StringVector{"f():1:2"}, after.trace());
 }
 
-TEST(StackTrace, NumbersDownToTheOutermost)
+TEST(StackTrace, NumbersCountDownToTheOutermostFrame)
 {
     std::ostringstream os;
     EXPECT_EQ(&os, &threeDeep().displayFormatted(os, "> ", true));
@@ -122,7 +122,7 @@ protected:
     }
 };
 
-TEST(StackTrace, NumbersInDecimalsWhateverTheStreamIsSetTo)
+TEST(StackTrace, NumbersAreDecimalWhateverTheStreamsFormat)
 {
     std::ostringstream os;
     os.imbue(std::locale(std::locale::classic(), new Grouping));
@@ -138,7 +138,7 @@ TEST(StackTrace, ShowsOnlyIndentAndLabelWithoutNumbers)
     EXPECT_EQ("\tinner():30:33\n\tlib.middle():20\n\tapp.Host.outer():10\n", os.str());
 }
 
-TEST(StackTrace, FlushesOnceBehindTheLastLine)
+TEST(StackTrace, FlushesOnceAfterTheLastLine)
 {
     for (const bool numbered : {false, true}) {
         Counter counter;
@@ -149,14 +149,14 @@ TEST(StackTrace, FlushesOnceBehindTheLastLine)
     }
 }
 
-TEST(StackTrace, IsInsertedWithTwoBlanksAndNumbers)
+TEST(StackTrace, InsertionWritesTwoSpacesAndNumbers)
 {
     std::ostringstream os;
     os << threeDeep();
     EXPECT_EQ("  [2]\tinner():30:33\n  [1]\tlib.middle():20\n  [0]\tapp.Host.outer():10\n", os.str());
 }
 
-TEST(StackTrace, HasATextWithoutIndentAndNumbers)
+TEST(StackTrace, ToStringHasNoIndentAndNumbers)
 {
     const StackTrace trace = threeDeep();
     const String& text = trace.toString();
@@ -175,7 +175,7 @@ TEST(StackTrace, CopiesHoldTheSameLabels)
     EXPECT_EQ("inner():30:33\nlib.middle():20\napp.Host.outer():10\n", copy.toString());
 }
 
-TEST(StackTrace, ACopyMakesItsTextFromItsLabels)
+TEST(StackTrace, CopyFormatsItsStringAgain)
 {
     StackTrace stale = threeDeep();
     stale.toString();
@@ -185,7 +185,7 @@ TEST(StackTrace, ACopyMakesItsTextFromItsLabels)
     EXPECT_EQ("here()\n", copy.toString());
 }
 
-TEST(StackTrace, AssignmentKeepsATextThatWasMade)
+TEST(StackTrace, AssignmentKeepsTheCachedString)
 {
     StackTrace target = threeDeep();
     target.toString();
@@ -200,7 +200,7 @@ TEST(StackTrace, AssignmentKeepsATextThatWasMade)
     EXPECT_EQ("[0]\there():5\n", os.str()) << "what is written is never from memory";
 }
 
-TEST(StackTrace, AssignmentOfNothingKeepsATextThatWasMade)
+TEST(StackTrace, AssignmentOfAnEmptyTraceKeepsTheCachedString)
 {
     const StackTrace empty;
     StackTrace target = threeDeep();
@@ -210,7 +210,7 @@ TEST(StackTrace, AssignmentOfNothingKeepsATextThatWasMade)
     EXPECT_EQ("inner():30:33\nlib.middle():20\napp.Host.outer():10\n", target.toString());
 }
 
-TEST(StackTrace, AssignmentIsShownWhenNoTextWasMade)
+TEST(StackTrace, AssignmentIsVisibleBeforeTheFirstToString)
 {
     StackTrace target = threeDeep();
     const StackTrack here("here()", 5);
@@ -228,14 +228,14 @@ TEST(StackTrace, AssignmentToItselfKeepsTheLabels)
     EXPECT_EQ(3U, trace.trace().size());
 }
 
-TEST(StackTrace, IsReadOnOtherThreads)
+TEST(StackTrace, CanBeReadOnOtherThreads)
 {
     std::unique_ptr<StackTrace> trace;
     std::thread([&trace] { trace = std::make_unique<StackTrace>(threeDeep()); }).join();
     EXPECT_EQ("inner():30:33\nlib.middle():20\napp.Host.outer():10\n", trace->toString());
 }
 
-TEST(Demangle, GivesTheReadableForm)
+TEST(Demangle, ReturnsTheDemangledName)
 {
     int status = 99;
     EXPECT_EQ("com::kor::dal::nim::sys::StackTrace", demangle("N3com3kor3dal3nim3sys10StackTraceE", &status));
@@ -244,7 +244,7 @@ TEST(Demangle, GivesTheReadableForm)
     EXPECT_EQ("f(int)", demangle("_Z1fi"));
 }
 
-TEST(Demangle, GivesAPlainNameBack)
+TEST(Demangle, ReturnsANameThatIsNotMangled)
 {
     int status = 99;
     EXPECT_EQ("main", demangle("main", &status));
@@ -252,7 +252,7 @@ TEST(Demangle, GivesAPlainNameBack)
     EXPECT_EQ("a name, with blanks", demangle("a name, with blanks"));
 }
 
-TEST(Demangle, GivesNothingForNothing)
+TEST(Demangle, ReturnsAnEmptyStringForNull)
 {
     int status = 99;
     EXPECT_EQ("", demangle(nullptr, &status));

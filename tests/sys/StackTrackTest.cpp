@@ -36,7 +36,7 @@ const StackTrackState& where()
     return ThreadState::current().where;
 }
 
-TEST(StackTrack, IsCalledByItsName)
+TEST(StackTrack, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("StackTrack", StackTrack::CLASS_NAME);
 }
@@ -47,7 +47,7 @@ TEST(StackTrack, LabelsAFunctionOfAClass)
     EXPECT_EQ("com.kor.dal.nim.mem.RefCntObject.refBias():209", track.label());
 }
 
-TEST(StackTrack, LabelsWhatScopesThereAre)
+TEST(StackTrack, LabelContainsTheGivenScopes)
 {
     EXPECT_EQ("ns.C.f():7", StackTrack("f()", "C", "ns", 7).label());
     EXPECT_EQ("C.f():7", StackTrack("f()", "C", nullptr, 7).label());
@@ -59,14 +59,14 @@ TEST(StackTrack, LabelsWhatScopesThereAre)
     EXPECT_EQ("..:7", StackTrack("", "", "", 7).label());
 }
 
-TEST(StackTrack, LabelsWithoutALineHaveNoColon)
+TEST(StackTrack, LabelWithoutALineHasNoColon)
 {
     EXPECT_EQ("ns.C.f()", StackTrack("f()", "C", "ns", 0).label());
     EXPECT_EQ("ns.f()", StackTrack("f()", "ns", 0).label());
     EXPECT_EQ("f()", StackTrack("f()", 0).label());
 }
 
-TEST(StackTrack, LabelsTellHowFarTheFunctionGot)
+TEST(StackTrack, LabelContainsTheCurrentLine)
 {
     StackTrack track("refBias()", "RefCntObject", "com.kor.dal.nim.mem", 209);
     track.currentLine(220);
@@ -77,21 +77,21 @@ TEST(StackTrack, LabelsTellHowFarTheFunctionGot)
     EXPECT_EQ("com.kor.dal.nim.mem.RefCntObject.refBias():209", track.label());
 }
 
-TEST(StackTrack, LabelsMarkAMissingFirstLine)
+TEST(StackTrack, LabelMarksAMissingFirstLine)
 {
     StackTrack track("refBias()", 0);
     track.currentLine(220);
     EXPECT_EQ("refBias():-:220", track.label());
 }
 
-TEST(StackTrack, LabelsTakeEveryLine)
+TEST(StackTrack, LabelContainsAnyLine)
 {
     StackTrack track("f()", 4294967295U);
     track.currentLine(4294967295U);
     EXPECT_EQ("f():4294967295:4294967295", track.label());
 }
 
-TEST(StackTrack, StandsOnTheStackOfItsThread)
+TEST(StackTrack, TracksAreOnTheStackOfTheirThread)
 {
     ASSERT_TRUE(where().empty());
     {
@@ -115,7 +115,7 @@ void fail()
     throw std::runtime_error("failed");
 }
 
-TEST(StackTrack, LeavesWhenAnExceptionPasses)
+TEST(StackTrack, ExceptionRemovesTheTracksThatItLeaves)
 {
     const StackTrack outer("outer()", 0);
     EXPECT_THROW(fail(), std::runtime_error);
@@ -143,7 +143,7 @@ TEST(StackTrack, NestsDeeply)
     EXPECT_TRUE(where().empty());
 }
 
-TEST(StackTrack, IsUnseenByOtherThreads)
+TEST(StackTrack, DoesNotAffectOtherThreads)
 {
     const StackTrack mine("mine()", 0);
     StringVector others;
@@ -155,7 +155,7 @@ TEST(StackTrack, IsUnseenByOtherThreads)
     EXPECT_EQ(StringVector{"mine()"}, StackTrace().trace());
 }
 
-TEST(StackTrack, KeepsManyThreadsApart)
+TEST(StackTrack, ThreadsHaveTheirOwnTracks)
 {
     std::vector<std::thread> threads;
     std::vector<int> good(8, 0);

@@ -37,12 +37,12 @@ static_assert(std::is_same_v<int, decltype(std::declval<const system_error&>().e
 static_assert(std::is_nothrow_destructible_v<system_error>);
 static_assert(std::is_same_v<int, decltype(sys_err_num())>);
 
-TEST(SystemError, IsCalledByItsName)
+TEST(SystemError, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("system_error", system_error::CLASS_NAME);
 }
 
-TEST(SystemError, KeepsTheOrderOfItsBasesAndVirtualFunctions)
+TEST(SystemError, OrderOfBasesAndVirtualFunctionsIsFixed)
 {
     system_error error(1);
     const auto offset = [&error](const void* base) {
@@ -57,7 +57,7 @@ TEST(SystemError, KeepsTheOrderOfItsBasesAndVirtualFunctions)
     EXPECT_EQ(4, virtualSlot(&system_error::raise));
 }
 
-TEST(SystemError, KnowsTheTextOfItsNumber)
+TEST(SystemError, MessageIsThatOfTheNumber)
 {
     const system_error error(2);
     EXPECT_EQ(2, error.error());
@@ -70,7 +70,7 @@ TEST(SystemError, KnowsTheTextOfItsNumber)
     EXPECT_STREQ("Success", none.what());
 }
 
-TEST(SystemError, KnowsWhatHasNoText)
+TEST(SystemError, NumberWithoutAMessageIsUnknownError)
 {
     const system_error error(4000);
     EXPECT_EQ(4000, error.error());
@@ -78,7 +78,7 @@ TEST(SystemError, KnowsWhatHasNoText)
     EXPECT_STREQ("Unknown error -1", system_error(-1).what());
 }
 
-TEST(SystemError, TakesTheThreadsErrno)
+TEST(SystemError, DefaultConstructorUsesErrno)
 {
     errno = ENOENT;
     const system_error error;
@@ -102,7 +102,7 @@ TEST(SystemError, TakesTheThreadsErrno)
     EXPECT_STREQ("Permission denied", denied.what());
 }
 
-TEST(SystemError, StoresNumberAndTextUnchanged)
+TEST(SystemError, StoresNumberAndMessageUnchanged)
 {
     const system_error literal(34, "  a text with blanks \n");
     EXPECT_EQ(34, literal.error());
@@ -117,7 +117,7 @@ TEST(SystemError, StoresNumberAndTextUnchanged)
     EXPECT_EQ(lengthy, system_error(1, lengthy).what());
 }
 
-TEST(SystemError, TracesTheOpenTracks)
+TEST(SystemError, TraceContainsTheTracks)
 {
     const StackTrack outer("outer()", 1);
     const StackTrack inner("inner()", "C", "ns", 2);
@@ -160,7 +160,7 @@ TEST(SystemError, AssignsAllItsParts)
     EXPECT_EQ("elsewhere():7\nhere()\n", target.toString()) << "it is built afresh";
 }
 
-TEST(SystemError, AssignmentKeepsATextOfTheTraceThatWasMade)
+TEST(SystemError, AssignmentKeepsTheCachedStringOfTheTrace)
 {
     system_error target = failedElsewhere();
     EXPECT_EQ("elsewhere():7\n", target.toString());
@@ -186,7 +186,7 @@ TEST(SystemError, ClonesAreEqualWhetherDeepOrNot)
     }
 }
 
-TEST(SystemError, ClonesTakeNothingOfTheCloningThread)
+TEST(SystemError, ClonesHaveNoTraceOfTheCloningThread)
 {
     const system_error source = failedElsewhere();
     std::unique_ptr<Cloneable> clone;
@@ -197,7 +197,7 @@ TEST(SystemError, ClonesTakeNothingOfTheCloningThread)
     EXPECT_EQ(StringVector{"elsewhere():7"}, dynamic_cast<const system_error&>(*clone).trace());
 }
 
-TEST(SystemError, RaisesItselfByAPointerToItsBase)
+TEST(SystemError, RaiseWorksThroughAPointerToTheBase)
 {
     const std::unique_ptr<const std::exception> stored = std::make_unique<system_error>(failedElsewhere());
     const auto* const raiseable = dynamic_cast<const Raiseable*>(stored.get());
@@ -243,7 +243,7 @@ public:
     special_error() : system_error(5, "special") {}
 };
 
-TEST(SystemError, RaisesTheTypeThatKnowsHow)
+TEST(SystemError, RaiseThrowsTheTypeThatImplementsIt)
 {
     const special_error special;
     try {
@@ -254,7 +254,7 @@ TEST(SystemError, RaisesTheTypeThatKnowsHow)
     }
 }
 
-TEST(SysErrNum, IsTheThreadsErrno)
+TEST(SysErrNum, ReturnsErrno)
 {
     errno = 5;
     EXPECT_EQ(5, sys_err_num());
@@ -262,7 +262,7 @@ TEST(SysErrNum, IsTheThreadsErrno)
     EXPECT_EQ(0, sys_err_num());
 }
 
-TEST(SysErrString, IsTheTextOfANumber)
+TEST(SysErrString, ReturnsTheMessageOfANumber)
 {
     EXPECT_EQ("No such file or directory", sys_err_string(2));
     EXPECT_EQ("No such file or directory", sys_err_string(2U));
@@ -270,7 +270,7 @@ TEST(SysErrString, IsTheTextOfANumber)
     EXPECT_EQ("Numerical result out of range", sys_err_string(34));
 }
 
-TEST(SysErrString, TellsANumberWithoutAText)
+TEST(SysErrString, NumberWithoutAMessageIsNamed)
 {
     EXPECT_EQ("Unknown error 4000", sys_err_string(4000));
     EXPECT_EQ("Unknown error 4000", sys_err_string(4000U));
@@ -280,7 +280,7 @@ TEST(SysErrString, TellsANumberWithoutAText)
     EXPECT_EQ("Unknown error -1", sys_err_string(4294967295U));
 }
 
-TEST(SysErrString, IsTheTextOfTheThreadsErrno)
+TEST(SysErrString, ReturnsTheMessageOfErrno)
 {
     errno = ENOENT;
     EXPECT_EQ("No such file or directory", sys_err_string());

@@ -84,7 +84,7 @@ std::string probe(std::vector<std::string> arguments, Environment environment = 
     return run(start);
 }
 
-TEST(SystemProbe, TheHostNameIsLoweredAndFoundOnce)
+TEST(SystemProbe, HostNameIsInLowerCaseAndLookedUpOnce)
 {
     EXPECT_EQ("[myhost]\n[myhost]\n[myhost]\n[myhost]\nasked 1 times\n",
               probe({"host"}, {{"PROBE_HOST_NAME", "MyHost"}}));
@@ -92,14 +92,14 @@ TEST(SystemProbe, TheHostNameIsLoweredAndFoundOnce)
               probe({"host"}, {{"PROBE_HOST_NAME", "A-1.B_z"}}));
 }
 
-TEST(SystemProbe, AHostNameThatIsTooLongKeepsItsTerminator)
+TEST(SystemProbe, TooLongHostNameIsTruncated)
 {
     const std::string cut(511, 'n');
     EXPECT_EQ("[" + cut + "]\n[" + cut + "]\n[" + cut + "]\n[" + cut + "]\nasked 1 times\n",
               probe({"host"}, {{"PROBE_HOST_NAME", std::string(600, 'N')}}));
 }
 
-TEST(SystemProbe, AFailingHostNameIsRaisedAndAskedForAgain)
+TEST(SystemProbe, FailedHostNameThrowsAndTheNextCallTriesAgain)
 {
     EXPECT_EQ("1 Operation not permitted\n"
               "com.kor.dal.nim.sys.System.hostname():\n"
@@ -111,7 +111,7 @@ TEST(SystemProbe, AFailingHostNameIsRaisedAndAskedForAgain)
               probe({"host"}, {{"PROBE_HOST_NAME", "MyHost"}, {"PROBE_HOST_FAILURES", "2"}}));
 }
 
-TEST(SystemProbe, AddressesComeInTheListsOrderWithoutThoseThatFail)
+TEST(SystemProbe, AddressesHaveTheResolversOrderWithoutThoseThatFail)
 {
     const std::string names = "name of family 2, 1025 bytes, no service, flags 1\n"
                               "name of family 250, 1025 bytes, no service, flags 1\n"
@@ -159,14 +159,14 @@ TEST(SystemProbe, SleepSplitsOffTheSeconds)
     EXPECT_EQ("asked for 4294967 s 295000000 ns\n", probe({"sleep", "4294967295"}));
 }
 
-TEST(SystemProbe, TheZoneIsPreparedAtLoad)
+TEST(SystemProbe, TimeZoneIsInitialisedAtLoad)
 {
     EXPECT_EQ("XYZ -10800\n1 03:00\n1 00:00\n", probe({"zone"}, {{"TZ", "XYZ-3"}}));
     EXPECT_EQ("ABC 18000\n31 19:00\n1 00:00\n", probe({"zone"}, {{"TZ", "ABC5"}}));
 }
 
 // The library has drawn the first of the 64-bit numbers itself, for its content key.
-TEST(SystemProbe, NumbersStandOnTheClockAndTheProcessId)
+TEST(SystemProbe, BasesAreComputedFromTheClockAndTheProcessId)
 {
     // 1700000000123 is 3487918203 in its low 32 bits.
     EXPECT_EQ("254313500\n254313501\n8057834635960873211\n8057834635960873212\n254313502\n",
@@ -179,7 +179,7 @@ TEST(SystemProbe, NumbersDifferWithTheClockAfter2038)
               probe({"numbers"}, {{"PROBE_CLOCK", "4102444800 123456789"}, {"PROBE_PID", "4321"}}));
 }
 
-TEST(SystemProbe, ABaseOfZeroTakesTheProcessIdForTheOtherSeries)
+TEST(SystemProbe, BaseOfZeroIsReplacedByTheProcessIdInTheOtherSeries)
 {
     // 1700807049216 is 396 times 2 to the 32nd: its low bits are all zero.
     EXPECT_EQ("1\n2\n7349187259662338\n7349187259662339\n3\n",
@@ -284,13 +284,13 @@ TEST_F(ProcessPathProbe, IsTheSameHoweverTheProgramIsStarted)
     EXPECT_EQ(told, run(start));
 }
 
-TEST_F(ProcessPathProbe, IsMadeTidy)
+TEST_F(ProcessPathProbe, IsNormalised)
 {
     make_program("bin/prog");
     EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), path_with_link(in("./bin//../bin/prog")));
 }
 
-TEST_F(ProcessPathProbe, OfAProgramThatIsGoneStaysAsItWas)
+TEST_F(ProcessPathProbe, PathOfARemovedProgramIsUnresolved)
 {
     EXPECT_EQ(path_told("/no/such/../place", "prog", "/no/such/../place/prog"),
               path_with_link("/no/such/../place/prog"));
@@ -298,12 +298,12 @@ TEST_F(ProcessPathProbe, OfAProgramThatIsGoneStaysAsItWas)
               path_with_link(in("bin/prog (deleted)")));
 }
 
-TEST_F(ProcessPathProbe, OfAProgramInTheRootHasTheRootForItsDirectory)
+TEST_F(ProcessPathProbe, DirectoryOfAProgramInTheRootIsTheRoot)
 {
     EXPECT_EQ(path_told("/", "no-such-program", "/no-such-program"), path_with_link("/no-such-program"));
 }
 
-TEST_F(ProcessPathProbe, OfARelativeNameStandsOnTheCurrentDirectory)
+TEST_F(ProcessPathProbe, RelativeNameIsResolvedInTheCurrentDirectory)
 {
     make_program("bin/prog");
     make_program("prog");
@@ -315,7 +315,7 @@ TEST_F(ProcessPathProbe, OfARelativeNameStandsOnTheCurrentDirectory)
               path_with_link("prog", {{"PWD", in("bin")}, {"PATH", in("bin")}}));
 }
 
-TEST_F(ProcessPathProbe, ACandidateNeedNotHoldTheProgram)
+TEST_F(ProcessPathProbe, CandidateNeedNotContainTheProgram)
 {
     // Only a candidate that cannot be looked into is passed over.
     make_program("bin/prog");
@@ -324,7 +324,7 @@ TEST_F(ProcessPathProbe, ACandidateNeedNotHoldTheProgram)
               path_with_link("prog", {{"PWD", in("bin")}, {"PATH", in("bin")}}));
 }
 
-TEST_F(ProcessPathProbe, IsSoughtAlongPwdWhenTheCurrentDirectoryIsGone)
+TEST_F(ProcessPathProbe, PwdIsSearchedIfTheCurrentDirectoryIsRemoved)
 {
     make_program("bin/prog");
     Start start;
@@ -363,7 +363,7 @@ protected:
     }
 };
 
-TEST_F(LockedProcessPathProbe, IsSoughtAlongPwdAndPathInTheirOrder)
+TEST_F(LockedProcessPathProbe, PwdAndPathAreSearchedInThisOrder)
 {
     const std::string in_bin = path_told(in("bin"), "prog", in("bin/prog"));
     EXPECT_EQ(in_bin, path_of_nobody("prog", {{"PWD", in("bin")}, {"PATH", in("other")}}));
@@ -373,20 +373,20 @@ TEST_F(LockedProcessPathProbe, IsSoughtAlongPwdAndPathInTheirOrder)
     EXPECT_EQ(in_bin, path_of_nobody("prog", {{"PATH", in("locked/bin") + ":" + in("bin") + "::"}}));
 }
 
-TEST_F(LockedProcessPathProbe, ADirectoryOfTheNameIsTriedFirst)
+TEST_F(LockedProcessPathProbe, DirectoryInTheNameIsTriedFirst)
 {
     // From the locked directory nothing relative can be looked at, and the name alone goes on.
     EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")),
               path_of_nobody("sub/prog", {{"PATH", in("bin")}}));
 }
 
-TEST_F(LockedProcessPathProbe, TheWalkAlongPathEndsAtItsFirstEmptyEntry)
+TEST_F(LockedProcessPathProbe, SearchEndsAtTheFirstEmptyEntryOfPath)
 {
     EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {{"PATH", ":" + in("bin")}}));
     EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {{"PATH", in("locked") + "::" + in("bin")}}));
 }
 
-TEST_F(LockedProcessPathProbe, WithoutADirectoryTheFirstCallFailsAndLaterOnesAreEmpty)
+TEST_F(LockedProcessPathProbe, FirstCallThrowsAndLaterOnesReturnEmptyStringsWithoutADirectory)
 {
     EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {}));
     EXPECT_EQ(failure_told("prog"), path_of_nobody("sub/prog", {{"PWD", ""}, {"PATH", ""}}));
@@ -395,7 +395,7 @@ TEST_F(LockedProcessPathProbe, WithoutADirectoryTheFirstCallFailsAndLaterOnesAre
 
 // Without /proc.
 
-TEST_F(ProcessPathProbe, ComesFromTheLoadersComplaintWhereMainIsNotExported)
+TEST_F(ProcessPathProbe, IsReadFromTheLinkersErrorMessageIfMainIsNotExported)
 {
     make_program("bin/prog");
     Start start;
@@ -417,7 +417,7 @@ TEST_F(ProcessPathProbe, ComesFromTheLoadersComplaintWhereMainIsNotExported)
     EXPECT_EQ(path_told(in("bin:too"), "prog", in("bin:too/prog")), run(start));
 }
 
-TEST_F(ProcessPathProbe, ComesFromTheFileOfMainWhereItIsExported)
+TEST_F(ProcessPathProbe, IsTheFileOfMainIfMainIsExported)
 {
     std::filesystem::copy_file(DALNIM_SYSTEM_PROBE_WITH_MAIN, in("prog"));
     Start start;
@@ -431,7 +431,7 @@ TEST_F(ProcessPathProbe, ComesFromTheFileOfMainWhereItIsExported)
     EXPECT_EQ(path_told(".", "prog: really", "./prog: really"), run(start));
 }
 
-TEST_F(ProcessPathProbe, OfAProcessThatNobodyKnowsIsUnknown)
+TEST_F(ProcessPathProbe, UndeterminedNameIsUnknown)
 {
     EXPECT_EQ(failure_told("<unknown>"), path_with_link("!", {{"PROBE_NO_LOADER", "1"}}));
     EXPECT_EQ(failure_told("<unknown>"), path_with_link("", {{"PROBE_NO_LOADER", "1"}}));

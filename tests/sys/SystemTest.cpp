@@ -30,7 +30,7 @@ using com::kor::dal::nim::sys::StackTrack;
 using com::kor::dal::nim::sys::System;
 using com::kor::dal::nim::sys::system_error;
 
-TEST(System, TypesHaveTheirWidths)
+TEST(System, TypesHaveFixedWidths)
 {
     EXPECT_TRUE((std::is_same_v<std::int32_t, System::ProcID_t>));
     EXPECT_TRUE((std::is_same_v<std::int32_t, System::ThreadID_t>));
@@ -44,7 +44,7 @@ TEST(System, TypesHaveTheirWidths)
     EXPECT_EQ(2, System::DIRECTORY_PATH_ONLY);
 }
 
-TEST(System, HostNameIsTheSystemsInLowerCase)
+TEST(System, HostNameIsInLowerCase)
 {
     char name[512] = "";
     ASSERT_EQ(0, gethostname(name, sizeof name));
@@ -68,7 +68,7 @@ TEST(System, HostAddressesAreNumeric)
     }
 }
 
-TEST(System, AnUnknownAddressFamilyIsReported)
+TEST(System, UnknownAddressFamilyThrows)
 {
     const StackTrack track("caller()", 5);
     try {
@@ -104,7 +104,7 @@ TEST(System, ProcessIdIsTheChildsAfterFork)
     EXPECT_EQ(parent, System::procId());
 }
 
-TEST(System, ThreadIdIsTheKernelsAndDiffersBetweenThreads)
+TEST(System, ThreadIdIsTheKernelsAndUnique)
 {
     EXPECT_EQ(syscall(SYS_gettid), System::threadId());
     EXPECT_EQ(System::threadId(), System::threadId());
@@ -135,7 +135,7 @@ TEST(System, ClocksAgree)
     EXPECT_NEAR(static_cast<double>(seconds), static_cast<double>(last) / 1e6, 2.0);
 }
 
-TEST(System, SleepTakesItsTime)
+TEST(System, SleepLastsForTheGivenTime)
 {
     const System::TimeUS_t before = System::timeMicros();
     System::sleep(20);
@@ -160,14 +160,14 @@ TEST(System, UtcTimeIsBrokenDown)
     EXPECT_EQ(59, parts.tm_sec);
 }
 
-TEST(System, LocalTimeIsTheSystems)
+TEST(System, LocalTimeIsInTheTimeZoneOfTheProcess)
 {
     tm parts = {};
     EXPECT_EQ(&parts, &System::localtime(parts, 1794668720));
     EXPECT_EQ(1794668720, mktime(&parts));
 }
 
-TEST(System, AYearThatDoesNotFitIsReported)
+TEST(System, YearOutOfRangeThrows)
 {
     tm parts = {};
     const time_t beyond = std::numeric_limits<time_t>::max();
@@ -203,7 +203,7 @@ TEST(System, ProcessPathIsThatOfThisProgram)
     EXPECT_EQ(whole, System::getProcessPath(static_cast<System::PROCESS_PATH_OPT>(-1)));
 }
 
-TEST(System, WhatIsFoundOnceIsAnsweredWithoutALock)
+TEST(System, CachedValuesNeedNoLock)
 {
     const String name = System::hostname();
     const String path = System::getProcessPath(System::FULL_PROCESS_PATH);

@@ -29,12 +29,12 @@ protected:
     }
 };
 
-TEST_F(ThreadStateBitHolderTest, IsCalledByItsName)
+TEST_F(ThreadStateBitHolderTest, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("ThreadStateBitHolder", ThreadStateBitHolder::CLASS_NAME);
 }
 
-TEST_F(ThreadStateBitHolderTest, LeavesTheBitThatIsSetFromTheStart)
+TEST_F(ThreadStateBitHolderTest, KeepsTheInitialBit)
 {
     for (const bool multi : {false, true}) {
         {
@@ -46,7 +46,7 @@ TEST_F(ThreadStateBitHolderTest, LeavesTheBitThatIsSetFromTheStart)
     }
 }
 
-TEST_F(ThreadStateBitHolderTest, SetsAndClearsWhatIsFree)
+TEST_F(ThreadStateBitHolderTest, SetsAndClearsBitsThatAreClear)
 {
     for (const bool multi : {false, true}) {
         {
@@ -58,7 +58,7 @@ TEST_F(ThreadStateBitHolderTest, SetsAndClearsWhatIsFree)
     }
 }
 
-TEST_F(ThreadStateBitHolderTest, TakesTheRestWhenAskedForSeveral)
+TEST_F(ThreadStateBitHolderTest, WithMultiSetsTheRemainingBits)
 {
     state.mode = 3;
     {
@@ -69,7 +69,7 @@ TEST_F(ThreadStateBitHolderTest, TakesTheRestWhenAskedForSeveral)
     EXPECT_EQ(3U, state.mode);
 }
 
-TEST_F(ThreadStateBitHolderTest, TakesAllOrNothingOtherwise)
+TEST_F(ThreadStateBitHolderTest, WithoutMultiSetsAllBitsOrNone)
 {
     state.mode = 3;
     {
@@ -80,7 +80,7 @@ TEST_F(ThreadStateBitHolderTest, TakesAllOrNothingOtherwise)
     EXPECT_EQ(3U, state.mode);
 }
 
-TEST_F(ThreadStateBitHolderTest, TakesNothingWhenAskedForNothing)
+TEST_F(ThreadStateBitHolderTest, NoFlagsSetNothing)
 {
     for (const bool multi : {false, true}) {
         const ThreadStateBitHolder holder(0, multi);
@@ -89,7 +89,7 @@ TEST_F(ThreadStateBitHolderTest, TakesNothingWhenAskedForNothing)
     }
 }
 
-TEST_F(ThreadStateBitHolderTest, TakesAllBits)
+TEST_F(ThreadStateBitHolderTest, SetsAnyBits)
 {
     {
         const ThreadStateBitHolder holder(0xffffffffU, true);
@@ -109,7 +109,7 @@ TEST_F(ThreadStateBitHolderTest, TakesAllBits)
     EXPECT_EQ(0x80000001U, state.mode);
 }
 
-TEST_F(ThreadStateBitHolderTest, GuardsAgainstReentry)
+TEST_F(ThreadStateBitHolderTest, PreventsReentrance)
 {
     for (const bool multi : {false, true}) {
         {
@@ -126,7 +126,7 @@ TEST_F(ThreadStateBitHolderTest, GuardsAgainstReentry)
     }
 }
 
-TEST_F(ThreadStateBitHolderTest, ClearsExactlyItsOwn)
+TEST_F(ThreadStateBitHolderTest, ClearsExactlyTheBitsThatItHasSet)
 {
     {
         const ThreadStateBitHolder holder(6, true);
@@ -136,7 +136,7 @@ TEST_F(ThreadStateBitHolderTest, ClearsExactlyItsOwn)
     EXPECT_EQ(0x100U, state.mode);
 }
 
-TEST_F(ThreadStateBitHolderTest, IsUnseenByOtherThreads)
+TEST_F(ThreadStateBitHolderTest, DoesNotAffectOtherThreads)
 {
     const ThreadStateBitHolder holder(2, false);
     std::thread([] {

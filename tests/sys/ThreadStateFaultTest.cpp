@@ -56,7 +56,7 @@ qv_err_t qv_si_thread_setspecific(si_thread_key_t key, const void* value) noexce
 
 namespace {
 
-TEST(ThreadStateFault, ReportsAFailedRegistration)
+TEST(ThreadStateFault, FailedRegistrationThrows)
 {
     std::thread([] {
         setStatus = ENOMEM;
@@ -75,7 +75,7 @@ TEST(ThreadStateFault, ReportsAFailedRegistration)
     }).join();
 }
 
-TEST(ThreadStateFault, ATrackDoesNotStandWithoutAState)
+TEST(ThreadStateFault, TrackThrowsIfTheStateCannotBeConstructed)
 {
     std::thread([] {
         setStatus = EINVAL;
@@ -86,7 +86,7 @@ TEST(ThreadStateFault, ATrackDoesNotStandWithoutAState)
     }).join();
 }
 
-TEST(ThreadStateFault, ATraceNeedsNoState)
+TEST(ThreadStateFault, StackTraceConstructsNoState)
 {
     std::thread([] {
         setStatus = ENOMEM;
@@ -95,7 +95,7 @@ TEST(ThreadStateFault, ATraceNeedsNoState)
     }).join();
 }
 
-TEST(ThreadStateFault, AStateIsForgottenBeforeItGoes)
+TEST(ThreadStateFault, StateIsUnregisteredBeforeItIsDestroyed)
 {
     const int before = valuesEmptied;
     std::thread([] { ThreadState::current(); }).join();
@@ -104,7 +104,7 @@ TEST(ThreadStateFault, AStateIsForgottenBeforeItGoes)
     EXPECT_EQ(before + 1, valuesEmptied) << "a thread without a state has none to forget";
 }
 
-TEST(ThreadStateFault, GoesAlsoWhenItCannotBeForgotten)
+TEST(ThreadStateFault, IsDestroyedEvenIfItCannotBeUnregistered)
 {
     const int before = valuesEmptied;
     std::thread([] {
@@ -114,7 +114,7 @@ TEST(ThreadStateFault, GoesAlsoWhenItCannotBeForgotten)
     EXPECT_EQ(before + 1, valuesEmptied) << "the status is not looked at";
 }
 
-TEST(ThreadStateFault, ReportsMissingMemory)
+TEST(ThreadStateFault, ThrowsBadAllocIfMemoryRunsOut)
 {
     std::thread([] {
         bool reported = false;
@@ -130,7 +130,7 @@ TEST(ThreadStateFault, ReportsMissingMemory)
     }).join();
 }
 
-TEST(ThreadStateFault, ATrackThatGetsNoMemoryLeavesTheStackAsItWas)
+TEST(ThreadStateFault, TrackThatRunsOutOfMemoryLeavesTheStackUnchanged)
 {
     std::thread([] {
         const StackTrack outer("outer()", 1);
@@ -149,7 +149,7 @@ TEST(ThreadStateFault, ATrackThatGetsNoMemoryLeavesTheStackAsItWas)
     }).join();
 }
 
-TEST(ThreadStateFault, MakesOneKeyForAllThreads)
+TEST(ThreadStateFault, AllThreadsShareOneKey)
 {
     std::thread threads[8];
     for (std::thread& thread : threads) {
@@ -161,7 +161,7 @@ TEST(ThreadStateFault, MakesOneKeyForAllThreads)
     EXPECT_EQ(1, keysMade);
 }
 
-TEST(ThreadStateFaultDeathTest, EndsTheProcessWithoutAKey)
+TEST(ThreadStateFaultDeathTest, MissingThreadKeyTerminatesTheProcess)
 {
     // Started anew, the program gets no key when its library is loaded or at the first need.
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -72,7 +72,7 @@ void together(std::size_t count, Work work)
 }
 
 // The first of this process when the test has it to itself: the key is made under all of them.
-TEST(ThreadState, ComesOnManyThreadsAtOnce)
+TEST(ThreadState, IsConstructedOnManyThreadsConcurrently)
 {
     constexpr std::size_t THREADS = 16;
     std::vector<int> good(THREADS, 0);
@@ -91,24 +91,24 @@ TEST(ThreadState, ComesOnManyThreadsAtOnce)
     EXPECT_EQ(THREADS, (std::set<const ThreadState*>(states.begin(), states.end()).size()));
 }
 
-TEST(ThreadState, IsCalledByItsName)
+TEST(ThreadState, ClassNameIsItsUnqualifiedName)
 {
     EXPECT_STREQ("ThreadState", ThreadState::CLASS_NAME);
 }
 
-TEST(ThreadState, IsTheSameAtEveryCallOfAThread)
+TEST(ThreadState, CurrentReturnsTheSameState)
 {
     ThreadState& state = ThreadState::current();
     EXPECT_EQ(&state, &ThreadState::current());
     EXPECT_EQ(gettid(), state.tid);
 }
 
-TEST(ThreadState, StartsWithNothing)
+TEST(ThreadState, FieldsAreNullInitially)
 {
     std::thread([] { EXPECT_TRUE(isFresh(ThreadState::current())); }).join();
 }
 
-TEST(ThreadState, KeepsTheOrderOfItsFields)
+TEST(ThreadState, OrderOfFieldsIsFixed)
 {
     const ThreadState& state = ThreadState::current();
     const auto address = [](const auto& field) { return reinterpret_cast<std::uintptr_t>(&field); };
@@ -141,7 +141,7 @@ void* onForeignThread(void* good)
     return nullptr;
 }
 
-TEST(ThreadState, ComesOnThreadsThatTheLibraryDidNotStart)
+TEST(ThreadState, IsConstructedOnThreadsThatTheLibraryDidNotStart)
 {
     bool good = false;
     pthread_t thread;
@@ -150,7 +150,7 @@ TEST(ThreadState, ComesOnThreadsThatTheLibraryDidNotStart)
     EXPECT_TRUE(good);
 }
 
-TEST(ThreadState, ComesUnderTheInitLock)
+TEST(ThreadState, IsConstructedUnderTheInitLock)
 {
     std::thread([] {
         const InitLock lock(true);
@@ -183,7 +183,7 @@ void epilogue(void* value)
     }
 }
 
-TEST(ThreadState, ComesAnewBehindTheEndOfTheFirst)
+TEST(ThreadState, IsConstructedAgainAfterItsDestruction)
 {
     ThreadState::current();
     ASSERT_EQ(0, pthread_key_create(&epilogueKey, epilogue));
@@ -216,7 +216,7 @@ bool childKnowsItself()
            && System::threadId() == getpid() && System::procId() == getpid();
 }
 
-TEST(ThreadStateFork, GivesTheChildItsOwnNumber)
+TEST(ThreadStateFork, ChildOfAForkHasItsOwnThreadId)
 {
     const ThreadID_t before = ThreadState::current().tid;
     const pid_t child = fork();
@@ -229,7 +229,7 @@ TEST(ThreadStateFork, GivesTheChildItsOwnNumber)
     EXPECT_EQ(before, System::threadId());
 }
 
-TEST(ThreadStateFork, GivesTheChildOfAnyThreadItsOwnNumber)
+TEST(ThreadStateFork, ChildOfAForkOnAnyThreadHasItsOwnThreadId)
 {
     int status = -1;
     std::thread([&status] {
@@ -244,7 +244,7 @@ TEST(ThreadStateFork, GivesTheChildOfAnyThreadItsOwnNumber)
     EXPECT_EQ(0, status);
 }
 
-TEST(ThreadStateFork, GivesTheChildOfAThreadWithoutAStateItsOwnNumber)
+TEST(ThreadStateFork, ChildOfAForkOnAThreadWithoutAStateHasItsOwnThreadId)
 {
     int status = -1;
     std::thread([&status] {
@@ -257,7 +257,7 @@ TEST(ThreadStateFork, GivesTheChildOfAThreadWithoutAStateItsOwnNumber)
     EXPECT_EQ(0, status);
 }
 
-TEST(ThreadStateFork, GivesTheGrandchildItsOwnNumber)
+TEST(ThreadStateFork, GrandchildHasItsOwnThreadId)
 {
     ThreadState::current();
     const pid_t child = fork();
@@ -272,7 +272,7 @@ TEST(ThreadStateFork, GivesTheGrandchildItsOwnNumber)
     EXPECT_EQ(0, statusOfChild(child));
 }
 
-TEST(ThreadStateFork, LeavesTheChildTheRestOfTheState)
+TEST(ThreadStateFork, ChildOfAForkKeepsTheRestOfTheState)
 {
     const StackTrack track("forking()", 0);
     ThreadState& state = ThreadState::current();
@@ -289,7 +289,7 @@ TEST(ThreadStateFork, LeavesTheChildTheRestOfTheState)
     state.mode = 1;
 }
 
-TEST(ThreadStateFork, ReferenceToTheThreadIdShowsTheChildItsOwn)
+TEST(ThreadStateFork, ReferenceToTheThreadIdIsUpdatedInTheChild)
 {
     const ThreadID_t& tid = ThreadState::current().tid;
     const ThreadID_t before = tid;
@@ -304,7 +304,7 @@ TEST(ThreadStateFork, ReferenceToTheThreadIdShowsTheChildItsOwn)
 
 bool handlerKnewItself = false;
 
-TEST(ThreadStateFork, IsDoneWhenTheHandlersOfTheProgramRun)
+TEST(ThreadStateFork, IsUpdatedBeforeTheForkHandlersOfTheProgramRun)
 {
     ASSERT_EQ(0, pthread_atfork(nullptr, nullptr, [] { handlerKnewItself = childKnowsItself(); }));
     ThreadState::current();

@@ -16,7 +16,7 @@ namespace {
 
 using com::kor::dal::nim::sys::UniqueID;
 
-TEST(UniqueID, TypesHaveTheirWidths)
+TEST(UniqueID, TypesHaveFixedWidths)
 {
     EXPECT_TRUE((std::is_same_v<std::uint32_t, UniqueID::UInt32_t>));
     EXPECT_TRUE((std::is_same_v<std::uint64_t, UniqueID::UInt64_t>));
@@ -27,7 +27,7 @@ TEST(UniqueID, TypesHaveTheirWidths)
     EXPECT_STREQ("UniqueID", UniqueID::CLASS_NAME);
 }
 
-TEST(UniqueID, EachSeriesRisesByOne)
+TEST(UniqueID, EachSeriesIncrementsByOne)
 {
     const std::uint32_t first32 = UniqueID::nextUid32();
     const std::uint64_t first64 = UniqueID::nextUid64();
@@ -38,7 +38,7 @@ TEST(UniqueID, EachSeriesRisesByOne)
     EXPECT_EQ(static_cast<std::uint32_t>(first32 + 3), UniqueID::nextUid32());
 }
 
-TEST(UniqueID, AChildGoesOnInTheSeriesOfItsParent)
+TEST(UniqueID, ChildOfAForkContinuesTheSeries)
 {
     const std::uint32_t before32 = UniqueID::nextUid32();
     const std::uint64_t before64 = UniqueID::nextUid64();
@@ -54,7 +54,7 @@ TEST(UniqueID, AChildGoesOnInTheSeriesOfItsParent)
     EXPECT_EQ(0, status);
 }
 
-TEST(UniqueID, NumbersOfManyThreadsAreAllDifferent)
+TEST(UniqueID, IdsOfManyThreadsAreUnique)
 {
     constexpr std::size_t THREADS = 4;
     constexpr std::size_t NUMBERS = 5000;

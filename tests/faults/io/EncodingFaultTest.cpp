@@ -33,7 +33,7 @@ unsigned int walkText(const String& expected, Make make)
                            [&](String& made, bool done) { EXPECT_EQ(done ? expected : String(), made); });
 }
 
-TEST(EncodingFault, Base64TextIsWholeOrNone)
+TEST(EncodingFault, Base64TextIsCompleteOrThrows)
 {
     const Base64 base64;
     const String encoded = base64.encode(data(), EncodingBase::ENC_LINE_BREAKS);
@@ -45,7 +45,7 @@ TEST(EncodingFault, Base64TextIsWholeOrNone)
 class OwnBase64 : public Base64
 {};
 
-TEST(EncodingFault, DerivedBase64TextIsWholeOrNone)
+TEST(EncodingFault, DerivedBase64TextIsCompleteOrThrows)
 {
     const OwnBase64 base64;
     const String encoded = base64.encode(data());
@@ -53,7 +53,7 @@ TEST(EncodingFault, DerivedBase64TextIsWholeOrNone)
     EXPECT_GE(walkText(data(), [&] { return base64.decode(encoded); }), 3u);
 }
 
-TEST(EncodingFault, HexDumpTextIsWholeOrNone)
+TEST(EncodingFault, HexDumpTextIsCompleteOrThrows)
 {
     const HexDump dump;
     const String text = dump.encode(data());
@@ -61,7 +61,7 @@ TEST(EncodingFault, HexDumpTextIsWholeOrNone)
     EXPECT_GE(walkText(text, [&] { return dump.encode(data()); }), 3u);
 }
 
-TEST(EncodingFault, DirectionsAreMadeOrNot)
+TEST(EncodingFault, EncoderAndDecoderAreConstructedOrThrow)
 {
     const Base64 base64;
     EXPECT_GE(
@@ -77,7 +77,7 @@ TEST(EncodingFault, DirectionsAreMadeOrNot)
 }
 
 /** What the forms for streams need, they need before they read. */
-TEST(EncodingFault, StreamsAreReadWhollyOrNotAtAll)
+TEST(EncodingFault, StreamIsReadCompletelyOrThrows)
 {
     const Base64 base64;
     const HexDump dump;

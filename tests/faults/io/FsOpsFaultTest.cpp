@@ -26,7 +26,7 @@ protected:
     const String path;
 };
 
-TEST_F(FsOpsFault, AFullPathIsGivenOrNot)
+TEST_F(FsOpsFault, FullPathIsReturnedOrThrows)
 {
     const String quoted = " '" + path + "/' ";
     for (const String& wanted : {path, quoted}) {
@@ -37,7 +37,7 @@ TEST_F(FsOpsFault, AFullPathIsGivenOrNot)
     }
 }
 
-TEST_F(FsOpsFault, AFullPathThatCannotBeResolvedIsNamed)
+TEST_F(FsOpsFault, UnresolvableFullPathIsNamedInTheError)
 {
     EXPECT_EQ("5 Error resolving '" + path + "': Input/output error",
               failureOf(Call::REALPATH, EIO, [this] { fullPath(path); }));
@@ -48,7 +48,7 @@ TEST_F(FsOpsFault, AFullPathThatCannotBeResolvedIsNamed)
     EXPECT_EQ(path, fullPath(path));
 }
 
-TEST_F(FsOpsFault, AStateThatCannotBeToldIsNamed)
+TEST_F(FsOpsFault, PathThatCannotBeExaminedIsNamedInTheError)
 {
     EXPECT_EQ("5 Error checking access on '" + path + "': Input/output error",
               failureOf(Call::STAT, EIO, [this] { pathStat(path); }));
@@ -59,7 +59,7 @@ TEST_F(FsOpsFault, AStateThatCannotBeToldIsNamed)
     EXPECT_EQ(63, pathStat(path));
 }
 
-TEST_F(FsOpsFault, ARightThatCannotBeToldIsNone)
+TEST_F(FsOpsFault, RightThatCannotBeDeterminedIsDenied)
 {
     for (const int error : {EACCES, EIO, ENOMEM, ELOOP}) {
         EXPECT_EQ("", failureOf(Call::ACCESS, error, [this] { EXPECT_EQ(3, pathStat(path)); }));
@@ -67,14 +67,14 @@ TEST_F(FsOpsFault, ARightThatCannotBeToldIsNone)
     EXPECT_EQ(63, pathStat(path));
 }
 
-TEST_F(FsOpsFault, AStateIsWholeOrAFailure)
+TEST_F(FsOpsFault, PathStateIsReturnedOrThrows)
 {
     EXPECT_GE(walkAllocations([] { return 0; }, [this](int& state) { state = pathStat(path); },
                               [](int state, bool done) { EXPECT_EQ(done ? 63 : 0, state); }),
               1u);
 }
 
-TEST_F(FsOpsFault, AFailureNeedsMemoryToo)
+TEST_F(FsOpsFault, FailureMayRunOutOfMemory)
 {
     const String missing = path + "/none";
     WalkOptions options;

@@ -56,7 +56,7 @@ const Content& oldContent()
     return content;
 }
 
-TEST(PropertiesFault, SettingANewKeyIsDoneOrNot)
+TEST(PropertiesFault, SettingANewKeySucceedsOrChangesNothing)
 {
     const String key = longText("b");
     const String value = longText("2");
@@ -70,7 +70,7 @@ TEST(PropertiesFault, SettingANewKeyIsDoneOrNot)
               3u);
 }
 
-TEST(PropertiesFault, ReplacingAValueIsDoneOrNot)
+TEST(PropertiesFault, ReplacingAValueSucceedsOrChangesNothing)
 {
     const String key = longText("a");
     const String value = String(1000, 'v');
@@ -99,7 +99,7 @@ void expectBetween(const Content& before, const Content& content, const Content&
     }
 }
 
-TEST(PropertiesFault, AddingATableAddsABeginningOfIt)
+TEST(PropertiesFault, AddingATableMayAddAPrefixOfIt)
 {
     const Table source = tableOf(
         {{longText("a"), String(500, 'n')}, {longText("b"), longText("2")}, {longText("d"), longText("4")}});
@@ -119,7 +119,7 @@ TEST(PropertiesFault, AddingATableAddsABeginningOfIt)
               5u);
 }
 
-TEST(PropertiesFault, ACopyIsMadeOrNot)
+TEST(PropertiesFault, CopyIsConstructedOrThrows)
 {
     const Table source = tableOf(oldContent());
     EXPECT_GE(walkAllocations([] { return Table(); },
@@ -133,7 +133,7 @@ TEST(PropertiesFault, ACopyIsMadeOrNot)
               5u);
 }
 
-TEST(PropertiesFault, ASelectionIsMadeOrNot)
+TEST(PropertiesFault, SelectionIsReturnedOrThrows)
 {
     const Table source = tableOf({{"x/" + longText("a"), longText("1")},
                                   {"*/" + longText("b"), longText("2")},
@@ -166,7 +166,7 @@ TEST(PropertiesFault, ASelectionIsMadeOrNot)
               3u);
 }
 
-TEST(PropertiesFault, QueriesNeedNoMemoryOfTheTable)
+TEST(PropertiesFault, QueriesAllocateNothingInTheTable)
 {
     const Table table = tableOf(oldContent());
     const String key = longText("a");
@@ -206,7 +206,7 @@ struct Loading
 };
 typedef std::unique_ptr<Loading> LoadingRef;
 
-TEST(PropertiesFault, ALoadIsWholeOrFails)
+TEST(PropertiesFault, LoadIsCompleteOrThrows)
 {
     const String text = longText("b") + "=" + longText("2") + "\n" + longText("a") + " = " + String(300, 'n')
                         + "\\\n" + String(2000, 'o') + "\n# comment " + String(3000, '#') + "\n"
@@ -231,7 +231,7 @@ TEST(PropertiesFault, ALoadIsWholeOrFails)
 }
 
 /** The tests above could not tell a short file from a load that gave up. */
-TEST(PropertiesFault, ALoadWithoutItsWarningsTellsByTheirStream)
+TEST(PropertiesFault, LoadThatCannotWriteItsWarningsSetsTheStreamsState)
 {
     const String text = longText("a") + "=" + longText("new") + "\n";
     const String warning = "WARNING: :1: Overriding property \"" + longText("a") + "\"\n";
@@ -277,7 +277,7 @@ protected:
     Content after = oldContent();
 };
 
-TEST_F(IncludeFault, ALoadWithIncludesIsWholeOrFails)
+TEST_F(IncludeFault, LoadWithIncludesIsCompleteOrThrows)
 {
     const String path = folder.file("outer");
     EXPECT_GE(walkAllocations([&] { return std::make_unique<Loading>(path); },
@@ -293,7 +293,7 @@ TEST_F(IncludeFault, ALoadWithIncludesIsWholeOrFails)
               20u);
 }
 
-TEST_F(IncludeFault, AFileThatCannotBeOpenedIsNamed)
+TEST_F(IncludeFault, FileThatCannotBeOpenedIsNamedInTheError)
 {
     for (const int error : {EACCES, EMFILE, ENOMEM, EIO}) {
         Loading loading(folder.file("outer"));
@@ -332,7 +332,7 @@ private:
     std::size_t room;
 };
 
-TEST(PropertiesFault, StoringWithoutMemoryFailsOrIsToldByTheStream)
+TEST(PropertiesFault, StoreThatRunsOutOfMemoryThrowsOrSetsTheStreamsState)
 {
     const Table table = tableOf(oldContent());
     const String header = longText("header");
@@ -354,7 +354,7 @@ TEST(PropertiesFault, StoringWithoutMemoryFailsOrIsToldByTheStream)
               2u);
 }
 
-TEST(PropertiesFault, StoringOnAFullDeviceIsToldByTheStream)
+TEST(PropertiesFault, StoreOnAFullDeviceSetsTheStreamsState)
 {
     const Table table = tableOf(oldContent());
     Storage storage(100);
@@ -364,7 +364,7 @@ TEST(PropertiesFault, StoringOnAFullDeviceIsToldByTheStream)
     EXPECT_EQ(oldContent(), contentOf(*table));
 }
 
-TEST(PropertiesFault, StoringWithoutALocalTimeIsAFailureOfTheSystem)
+TEST(PropertiesFault, StoreWithoutALocalTimeThrows)
 {
     const Table table = tableOf(oldContent());
     std::ostringstream os;

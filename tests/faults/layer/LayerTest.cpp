@@ -26,7 +26,7 @@ using com::kor::dal::nim::String;
 using com::kor::dal::nim::io::Properties;
 using com::kor::dal::nim::sys::system_error;
 
-TEST(FaultLayer, CountsFromTheMomentItIsArmed)
+TEST(FaultLayer, CountsCallsFromItsConstruction)
 {
     const Fault fault(Call::GETCWD, ENOENT, 2, 2);
     char buffer[4096];
@@ -41,7 +41,7 @@ TEST(FaultLayer, CountsFromTheMomentItIsArmed)
     EXPECT_EQ(2u, fault.failed());
 }
 
-TEST(FaultLayer, EndsWithItsScopeAndWhenDisarmed)
+TEST(FaultLayer, IsDisarmedAtTheEndOfItsScope)
 {
     char buffer[4096];
     {
@@ -57,7 +57,7 @@ TEST(FaultLayer, EndsWithItsScopeAndWhenDisarmed)
     EXPECT_NE(nullptr, ::getcwd(buffer, sizeof buffer));
 }
 
-TEST(FaultLayer, ConcernsOneThread)
+TEST(FaultLayer, AffectsOneThreadOnly)
 {
     const Fault fault(Call::GETCWD, ENOENT);
     std::thread([] {
@@ -67,7 +67,7 @@ TEST(FaultLayer, ConcernsOneThread)
     EXPECT_EQ(0u, fault.calls());
 }
 
-TEST(FaultLayer, ReachesTheCallsOfTheLibrary)
+TEST(FaultLayer, AffectsCallsOfTheLibrary)
 {
     Fault fault(Call::REALPATH, EIO);
     int number = 0;
@@ -85,7 +85,7 @@ TEST(FaultLayer, ReachesTheCallsOfTheLibrary)
 }
 
 /** What the library allocates is counted and given back by its own operator delete. */
-TEST(FaultLayer, ReachesTheMemoryOfTheLibrary)
+TEST(FaultLayer, AffectsAllocationsOfTheLibrary)
 {
     const String key(100, 'k');
     std::unique_ptr<Properties> table(new Properties);
@@ -102,7 +102,7 @@ struct alignas(64) Wide
     char bytes[64];
 };
 
-TEST(FaultLayer, KnowsEveryFormOfNew)
+TEST(FaultLayer, AffectsEveryFormOfNew)
 {
     Fault fault(Call::NEW, ENOMEM, 1);
     int thrown = 0;
@@ -135,7 +135,7 @@ TEST(FaultLayer, KnowsEveryFormOfNew)
 
 #if !defined DALNIM_SANITIZED
 
-TEST(FaultLayer, TakesTheMemoryBehindNewForNoneOfMalloc)
+TEST(FaultLayer, DoesNotCountMallocInsideNew)
 {
     Fault fault(Call::MALLOC, ENOMEM, 1);
     const std::unique_ptr<int> made(new int(1));
@@ -155,7 +155,7 @@ struct Steps
     std::unique_ptr<int> second;
 };
 
-TEST(FaultLayer, AWalkVisitsEachAllocationOnce)
+TEST(FaultLayer, WalkFailsEachAllocationOnce)
 {
     std::vector<int> done;
     const unsigned int allocations = walkAllocations([] { return Steps(); },
@@ -172,7 +172,7 @@ TEST(FaultLayer, AWalkVisitsEachAllocationOnce)
     EXPECT_EQ((std::vector<int>{0, 1, 0, 1, 1, 0, 1, 0, 1, 1}), done);
 }
 
-TEST(FaultLayer, AWalkGoesOnAfterAFaultThatIsMadeGood)
+TEST(FaultLayer, WalkContinuesAfterAFaultThatWasHandled)
 {
     const unsigned int allocations =
         walkAllocations([] { return 0; },

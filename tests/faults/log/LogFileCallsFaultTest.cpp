@@ -53,7 +53,7 @@ protected:
 
 // ---- opening --------------------------------------------------------------------------------
 
-TEST_F(LogFileCallsFault, AFileThatWillNotOpenIsForgotten)
+TEST_F(LogFileCallsFault, PathThatCannotBeOpenedIsCleared)
 {
     for (const int error : {EMFILE, ENFILE, ENOSPC, EIO, ENOMEM, EACCES, EINTR, EROFS}) {
         file->setPath(path);
@@ -73,7 +73,7 @@ TEST_F(LogFileCallsFault, AFileThatWillNotOpenIsForgotten)
     EXPECT_EQ("at last\n", contentOf(path));
 }
 
-TEST_F(LogFileCallsFault, ADirectoryThatCannotBeMadeIsAskedForAgain)
+TEST_F(LogFileCallsFault, DirectoryThatCannotBeCreatedIsTriedAgain)
 {
     const String name = folder / "new/server.log";
     for (const int error : {EACCES, ENOSPC, EROFS, EIO}) {
@@ -88,7 +88,7 @@ TEST_F(LogFileCallsFault, ADirectoryThatCannotBeMadeIsAskedForAgain)
     EXPECT_EQ("at last\n", contentOf(name));
 }
 
-TEST_F(LogFileCallsFault, AFileThatMayNotBeMadeIsForgotten)
+TEST_F(LogFileCallsFault, PathThatMayNotBeCreatedIsCleared)
 {
     file->setPath(path);
     EXPECT_EQ("13 Permission denied", failureOf(Call::ACCESS, EACCES, "lost"));
@@ -99,7 +99,7 @@ TEST_F(LogFileCallsFault, AFileThatMayNotBeMadeIsForgotten)
 
 // ---- writing --------------------------------------------------------------------------------
 
-TEST_F(LogFileCallsFault, ALineThatIsNotTakenSurvivesOnStandardError)
+TEST_F(LogFileCallsFault, LineThatCannotBeWrittenIsWrittenToStandardError)
 {
     for (const int error : {EIO, ENOSPC, EDQUOT, EFBIG, EAGAIN, EBADF}) {
         std::filesystem::remove(path);
@@ -118,7 +118,7 @@ TEST_F(LogFileCallsFault, ALineThatIsNotTakenSurvivesOnStandardError)
     }
 }
 
-TEST_F(LogFileCallsFault, AnInterruptedWriteGoesOn)
+TEST_F(LogFileCallsFault, InterruptedWriteContinues)
 {
     open();
     file->log("one");
@@ -129,7 +129,7 @@ TEST_F(LogFileCallsFault, AnInterruptedWriteGoesOn)
     EXPECT_EQ("one\ntwo\n", contentOf(path));
 }
 
-TEST_F(LogFileCallsFault, AFileThatFailedRecoversByItsRotation)
+TEST_F(LogFileCallsFault, FileThatFailedRecoversByItsRotation)
 {
     open(10);
     file->log("one");
@@ -169,7 +169,7 @@ protected:
     }
 };
 
-TEST_F(RotationCallsFault, ARenameRefusedAtEachStepLosesNothing)
+TEST_F(RotationCallsFault, FailedRenameAtAnyStepLosesNoRecord)
 {
     for (const int error : {EACCES, EIO, ENOSPC, EROFS, EBUSY}) {
         for (unsigned int step = 1; step <= 3; ++step) {
@@ -194,7 +194,7 @@ TEST_F(RotationCallsFault, ARenameRefusedAtEachStepLosesNothing)
     }
 }
 
-TEST_F(RotationCallsFault, AnOldestThatCannotBeRemovedIsOnlyTraced)
+TEST_F(RotationCallsFault, OldestFileThatCannotBeRemovedIsOnlyTraced)
 {
     for (const int error : {EACCES, EIO, EBUSY}) {
         prepare(2);
@@ -210,7 +210,7 @@ TEST_F(RotationCallsFault, AnOldestThatCannotBeRemovedIsOnlyTraced)
     }
 }
 
-TEST_F(RotationCallsFault, AFileThatWillNotOpenAnewIsTold)
+TEST_F(RotationCallsFault, FileThatCannotBeReopenedIsReported)
 {
     for (const int error : {EMFILE, EACCES, ENOSPC, EIO, ENOMEM}) {
         prepare();
@@ -324,7 +324,7 @@ TEST_F(RotationCallsFault, OldFilesThatCannotBeRemovedAreTraced)
 }
 
 /** No more is lost than the oldest file by each rotation, which names it, and each line is told. */
-TEST_F(RotationCallsFault, ADiskThatStaysFullCostsTheOldestFileARotation)
+TEST_F(RotationCallsFault, FullDiskCostsTheOldestFilePerRotation)
 {
     constexpr std::size_t FILES = 3;
     for (std::size_t i = 0; i < FILES; ++i) {
@@ -353,7 +353,7 @@ TEST_F(RotationCallsFault, ADiskThatStaysFullCostsTheOldestFileARotation)
 
 /** Of threads whose calls fail now and then: each line that returned stands in a file or on standard error.
  */
-TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoLine)
+TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoRecord)
 {
     constexpr unsigned int THREADS = 4;
     constexpr unsigned int LINES = 2000;
@@ -415,7 +415,7 @@ TEST_F(LogFileCallsFault, OpeningOfAPipeIsRepeatedAfterASignal)
     ::close(reader);
 }
 
-TEST_F(LogFileCallsFault, InterruptedWriteToStandardErrorGoesOn)
+TEST_F(LogFileCallsFault, InterruptedWriteToStandardErrorContinues)
 {
     EXPECT_EQ(0, inChildProcess([this] {
                   const int opened = ::open((folder / "err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
@@ -431,7 +431,7 @@ TEST_F(LogFileCallsFault, InterruptedWriteToStandardErrorGoesOn)
 
 // ---- memory ---------------------------------------------------------------------------------
 
-TEST_F(LogFileCallsFault, ALineIsWrittenWhollyOrNotAtAll)
+TEST_F(LogFileCallsFault, LineIsWrittenCompletelyOrNotAtAll)
 {
     const faults::FixedErr fixed;
     for (const bool isOpen : {false, true}) {
@@ -462,7 +462,7 @@ TEST_F(LogFileCallsFault, ALineIsWrittenWhollyOrNotAtAll)
     }
 }
 
-TEST_F(LogFileCallsFault, SettingsAreTakenOrMissMemory)
+TEST_F(LogFileCallsFault, SettingsAreAppliedOrRunOutOfMemory)
 {
     const faults::FixedErr fixed;
     create(old(0), "zero\n");
@@ -484,7 +484,7 @@ String longPath(const Folder& folder)
     return directory + '/' + String(200, 'd');
 }
 
-TEST_F(LogFileCallsFault, ARotationEndsOrGoesBackToStandardErrorAndSaysSo)
+TEST_F(LogFileCallsFault, RotationSucceedsOrFallsBackToStandardErrorAndReportsIt)
 {
     faults::FixedErr fixed;
     // The first call of a thread needs memory of its own.
@@ -554,7 +554,7 @@ private:
     const support::StandardErrorTo nothing{nullptr};
 };
 
-TEST_F(LogFileCallsFault, ARotationThatCannotTellEndsAllTheSame)
+TEST_F(LogFileCallsFault, RotationThatCannotTraceSucceeds)
 {
     create(old(0), "zero\n");
     open(10);
@@ -575,7 +575,7 @@ TEST_F(LogFileCallsFault, ARotationThatCannotTellEndsAllTheSame)
     EXPECT_EQ("next\n", err.take());
 }
 
-TEST_F(LogFileCallsFault, ALineThatIsRefusedSurvivesWithoutMemory)
+TEST_F(LogFileCallsFault, LineThatCannotBeWrittenSurvivesWithoutMemory)
 {
     faults::FixedErr fixed;
     for (const String& line : {String("short"), String(3000, 'x')}) {

@@ -16,7 +16,7 @@ using com::kor::dal::nim::log::Module;
 using com::kor::dal::nim::log::Write;
 using faults::String;
 
-TEST(ModuleFault, AModuleIsRegisteredOrNot)
+TEST(ModuleFault, ModuleIsRegisteredOrThrows)
 {
     Write write;
     const String name = "a.module.with.a.name.that.needs.memory.of.its.own";
@@ -27,7 +27,7 @@ TEST(ModuleFault, AModuleIsRegisteredOrNot)
               2u);
 }
 
-TEST(ModuleFault, AnInstanceIsRegisteredAndOwnedOrNot)
+TEST(ModuleFault, InstanceIsRegisteredAndOwnedOrThrows)
 {
     const String name = "a.module.with.a.name.that.needs.memory.of.its.own";
     EXPECT_GE(

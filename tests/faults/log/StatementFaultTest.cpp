@@ -69,7 +69,7 @@ protected:
     const String path;
 };
 
-TEST_F(StatementFault, ARecordIsWrittenWhollyOrNotAtAll)
+TEST_F(StatementFault, RecordIsWrittenCompletelyOrNotAtAll)
 {
     for (const unsigned int size : {10U, 512U, 1017U, 1018U, 1023U, 1024U, 1025U, 5000U, 100000U}) {
         SCOPED_TRACE(size);
@@ -80,7 +80,7 @@ TEST_F(StatementFault, ARecordIsWrittenWhollyOrNotAtAll)
     }
 }
 
-TEST_F(StatementFault, ARecordOfManyInsertionsIsWrittenWhollyOrNotAtAll)
+TEST_F(StatementFault, RecordOfManyInsertionsIsWrittenCompletelyOrNotAtAll)
 {
     String numbers;
     for (int i = 0; i < 400; ++i) {
@@ -96,7 +96,7 @@ TEST_F(StatementFault, ARecordOfManyInsertionsIsWrittenWhollyOrNotAtAll)
     });
 }
 
-TEST_F(StatementFault, AStatementWithinAStatementIsWrittenWhollyOrNotAtAll)
+TEST_F(StatementFault, NestedStatementIsWrittenCompletelyOrNotAtAll)
 {
     const String inner(600, 'i');
     const auto logs = [&inner](Module& module) -> const char* {
@@ -118,7 +118,7 @@ TEST_F(StatementFault, AStatementWithinAStatementIsWrittenWhollyOrNotAtAll)
         });
 }
 
-TEST_F(StatementFault, ATrappedFailureIsWrittenWhollyOrNotAtAll)
+TEST_F(StatementFault, TrappedExceptionIsWrittenCompletelyOrNotAtAll)
 {
     for (const unsigned int size : {20U, 480U, 3000U}) {
         SCOPED_TRACE(size);
@@ -150,7 +150,7 @@ TEST_F(StatementFault, ARecordThatTheProgramConstructsIsWrittenWhollyOrNotAtAll)
 }
 
 /** What a statement does to its own stream is no missing memory, and its record stays what it was. */
-TEST_F(StatementFault, AFailureOfAnotherKindDoesNotCount)
+TEST_F(StatementFault, OtherStreamFailuresAreIgnored)
 {
     const char* const nothing = nullptr;
     for (const unsigned int size : {0U, 1U, 15U, 16U, 511U, 513U, 1023U, 1025U, 5000U}) {
@@ -164,7 +164,7 @@ TEST_F(StatementFault, AFailureOfAnotherKindDoesNotCount)
 }
 
 /** What the default logger begins an output with, and its reports of changes. */
-TEST_F(StatementFault, AReportIsWrittenWhollyOrNotAtAll)
+TEST_F(StatementFault, ReportIsWrittenCompletelyOrNotAtAll)
 {
     faults::FixedErr fixed;
     auto& logger = static_cast<Write&>(GET_NIM_LOG_LOGGER_VAR());

@@ -21,7 +21,7 @@ using memtest::RcoRef;
 
 typedef RcoRef<Counted> CountedRef;
 
-TEST(RefCntFault, CountingTakesNoMemory)
+TEST(RefCntFault, CountingAllocatesNothing)
 {
     int destroyed = 0;
     CountedRef object(new Counted(&destroyed));
@@ -40,7 +40,7 @@ TEST(RefCntFault, CountingTakesNoMemory)
     EXPECT_EQ(1, destroyed);
 }
 
-TEST(RefCntFault, AReleaseTooManyIsToldOrIsMissingMemory)
+TEST(RefCntFault, ExcessReleaseThrowsOrRunsOutOfMemory)
 {
     EXPECT_GE(walkAllocations([] { return std::make_unique<Counted>(); },
                               [](std::unique_ptr<Counted>& object) {
@@ -56,7 +56,7 @@ TEST(RefCntFault, AReleaseTooManyIsToldOrIsMissingMemory)
               3u);
 }
 
-TEST(RefCntFault, ABiasIsSetOrNot)
+TEST(RefCntFault, BiasIsSetOrThrows)
 {
     struct Subject
     {
@@ -91,7 +91,7 @@ TEST(RefCntFault, ABiasIsSetOrNot)
               1u);
 }
 
-TEST(RefCntFault, AnEmptyReferenceIsToldOrIsMissingMemory)
+TEST(RefCntFault, EmptyReferenceThrowsOrRunsOutOfMemory)
 {
     EXPECT_GE(walkAllocations([] { return String(); },
                               [](String& found) {

@@ -43,7 +43,7 @@ using com::kor::dal::nim::sys::system_error;
 using mttest::OwnTask;
 using mttest::OwnThread;
 
-TEST(LocksFault, LocksThatTheSystemRefusesToMake)
+TEST(LocksFault, LockThatCannotBeCreatedThrows)
 {
     // A mutex is a copy of an image, for which nobody is asked.
     for (const Call call : {Call::CONDATTR_INIT, Call::COND_INIT}) {
@@ -57,7 +57,7 @@ TEST(LocksFault, LocksThatTheSystemRefusesToMake)
               failureOf(Call::CONDATTR_SETCLOCK, EINVAL, [] { const CondSem lock(nullptr, true); }));
 }
 
-TEST(LocksFault, LocksThatTheSystemRefusesToTake)
+TEST(LocksFault, LockThatCannotBeAcquiredThrows)
 {
     const CriticalSection section;
     const SysMutex mutex;
@@ -92,7 +92,7 @@ unsigned int walkMaking(Arguments... arguments)
                            options);
 }
 
-TEST(LocksFault, LocksAreMadeOrNot)
+TEST(LocksFault, LockIsConstructedOrThrows)
 {
     EXPECT_GE(walkMaking<CriticalSection>(), 1u);
     EXPECT_GE(walkMaking<SysMutex>(), 2u);
@@ -104,7 +104,7 @@ TEST(LocksFault, LocksAreMadeOrNot)
 class Element : public QueueElement
 {};
 
-TEST(LocksFault, AnElementIsQueuedOrStaysTheCallers)
+TEST(LocksFault, ElementIsQueuedOrRemainsTheCallers)
 {
     Element element;
     walkAllocations([] { return std::make_unique<Queue>(2u); },
@@ -134,7 +134,7 @@ int rawFailureOf(Call call, int error, Operation operation)
     return 0;
 }
 
-TEST(ThreadsFault, AThreadThatTheSystemRefusesStaysStarting)
+TEST(ThreadsFault, ThreadThatCannotBeCreatedRemainsStarting)
 {
     for (const Call call : {Call::THREAD_CREATE, Call::THREAD_ATTR_INIT, Call::THREAD_ATTR_SETDETACHSTATE}) {
         for (const bool joinable : {true, false}) {
@@ -156,7 +156,7 @@ TEST(ThreadsFault, AThreadThatTheSystemRefusesStaysStarting)
     }
 }
 
-TEST(ThreadsFault, APoolThatTheSystemRefusesLeavesNothing)
+TEST(ThreadsFault, PoolThatCannotBeCreatedLeavesNothing)
 {
     for (unsigned int n = 1; n <= 4; ++n) {
         Fault fault(Call::THREAD_CREATE, EAGAIN, n, 1);
@@ -172,7 +172,7 @@ TEST(ThreadsFault, APoolThatTheSystemRefusesLeavesNothing)
     }
 }
 
-TEST(ThreadsFault, AThreadIsStartedOrMissesMemory)
+TEST(ThreadsFault, ThreadIsStartedOrRunsOutOfMemory)
 {
     WalkOptions here;
     here.onThisThread = true;
@@ -194,7 +194,7 @@ public:
     ~CountedWork() override = default;
 };
 
-TEST(ThreadsFault, ATargetStaysTheCallersIfItsTaskCannotBeMade)
+TEST(ThreadsFault, TargetRemainsTheCallersIfConstructionFails)
 {
     const com::kor::dal::nim::mem::RcoRef<CountedWork> work(new CountedWork);
     const String name(200, 'n');
@@ -208,7 +208,7 @@ TEST(ThreadsFault, ATargetStaysTheCallersIfItsTaskCannotBeMade)
               1u);
 }
 
-TEST(ThreadsFault, AThreadWhoseStartRanOutOfMemoryDoesNotBlockItsJoiner)
+TEST(ThreadsFault, JoinDoesNotBlockIfStartRanOutOfMemory)
 {
     WalkOptions here;
     here.onThisThread = true;
@@ -226,7 +226,7 @@ TEST(ThreadsFault, AThreadWhoseStartRanOutOfMemoryDoesNotBlockItsJoiner)
                     [](int, bool) {}, here);
 }
 
-TEST(ThreadsFault, ATaskIsAddedOrMissesMemory)
+TEST(ThreadsFault, TaskIsAddedOrRunsOutOfMemory)
 {
     ThreadPool pool("pool", 2, 0, 0, 0, 0, 100);
     struct Subject
@@ -257,7 +257,7 @@ public:
     ~CountedTask() override = default;
 };
 
-TEST(ThreadsFault, CountedTaskStaysTheCallersIfItCannotBeQueued)
+TEST(ThreadsFault, CountedTaskRemainsTheCallersIfItCannotBeQueued)
 {
     ThreadPool pool("pool", 1, 0, 0, 0, 0, 10);
     std::atomic<int> destroyed{0};
@@ -286,7 +286,7 @@ TEST(ThreadsFault, CountedTaskStaysTheCallersIfItCannotBeQueued)
     EXPECT_EQ(2U, owner->refCount());
 }
 
-TEST(ThreadsFault, APoolIsMadeOrMissesMemory)
+TEST(ThreadsFault, PoolIsConstructedOrRunsOutOfMemory)
 {
     testing::internal::CaptureStderr();
     EXPECT_GE(
@@ -298,7 +298,7 @@ TEST(ThreadsFault, APoolIsMadeOrMissesMemory)
     EXPECT_EQ("", testing::internal::GetCapturedStderr()) << "there never was what failed to be made";
 }
 
-TEST(ThreadsFault, APoolEndsWithoutMemory)
+TEST(ThreadsFault, PoolIsDestroyedIfMemoryRunsOut)
 {
     const auto makePool = [] { return std::make_unique<ThreadPool>("pool", 2, 0, 0, 0, 0, 10); };
     const auto check = [](std::unique_ptr<ThreadPool>&, bool done) { EXPECT_TRUE(done); };
@@ -317,7 +317,7 @@ TEST(ThreadsFault, APoolEndsWithoutMemory)
               1u);
 }
 
-TEST(ThreadsFault, ADetachedThreadIsStartedOrMissesMemory)
+TEST(ThreadsFault, DetachedThreadIsStartedOrRunsOutOfMemory)
 {
     struct Subject
     {
@@ -345,7 +345,7 @@ void armThisThread(unsigned int first, unsigned int count)
     new (place) Fault(Call::NEW, ENOMEM, first, count);
 }
 
-TEST(ThreadsFault, AFailureOfAThreadReachesItsJoinerOrMissesMemory)
+TEST(ThreadsFault, ExceptionOfAThreadReachesItsJoinerOrRunsOutOfMemory)
 {
     const String text(200, 't');
     for (const unsigned int count : {1U, Fault::EVER}) {
@@ -372,7 +372,7 @@ TEST(ThreadsFault, AFailureOfAThreadReachesItsJoinerOrMissesMemory)
 }
 
 /** What a detached thread throws is logged, or lost behind a line that says so; the thread ends. */
-TEST(ThreadsFault, ADetachedThreadThatFailsWithoutMemoryEnds)
+TEST(ThreadsFault, DetachedThreadThatThrowsEndsIfMemoryRunsOut)
 {
     const String text(200, 't');
     for (const unsigned int count : {1U, Fault::EVER}) {
@@ -396,7 +396,7 @@ TEST(ThreadsFault, ADetachedThreadThatFailsWithoutMemoryEnds)
     }
 }
 
-TEST(ThreadsFault, AWorkerThatRunsOutOfMemoryTakesTheNextTask)
+TEST(ThreadsFault, WorkerThatRunsOutOfMemoryRunsTheNextTask)
 {
     ThreadPool pool("pool", 1, 0, 0, 0, 0, 100);
     std::atomic<int> ran{0};

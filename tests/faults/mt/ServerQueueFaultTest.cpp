@@ -88,7 +88,7 @@ struct Subject
     qv::Reference<RX_ActivityRecorder> recorder;
 };
 
-TEST(ServerQueueFault, IsMadeOrMissesMemoryInSilence)
+TEST(ServerQueueFault, IsConstructedOrRunsOutOfMemoryWithoutADiagnostic)
 {
     unsigned int allocations = 0;
     EXPECT_EQ("", complaintOf([&] {
@@ -116,14 +116,14 @@ void expectRefusedInSilence(unsigned int conditions, Make make)
     }
 }
 
-TEST(ServerQueueFault, IsRefusedInSilence)
+TEST(ServerQueueFault, FailedConstructionWritesNoDiagnostic)
 {
     expectRefusedInSilence(1, [] { const qv::Reference<RX_ServerQueue> queue(new RX_ServerQueue(4)); });
     expectRefusedInSilence(1, [] { const qv::Reference<RX_ActivityRecorder> made(new RX_ActivityRecorder); });
     expectRefusedInSilence(1, [] { const qv::Reference<RX_Closure0S> closure(new RX_Closure0S([] {})); });
 }
 
-TEST(ServerQueueFault, StartsItsThreadsOrMissesMemory)
+TEST(ServerQueueFault, StartsItsThreadsOrRunsOutOfMemory)
 {
     constexpr unsigned int THREADS = 3;
     EXPECT_GE(walkAllocations([] { return std::make_unique<Subject>(); },
@@ -137,7 +137,7 @@ TEST(ServerQueueFault, StartsItsThreadsOrMissesMemory)
               THREADS);
 }
 
-TEST(ServerQueueFault, TakesAClosureOrLeavesItToTheCaller)
+TEST(ServerQueueFault, PutQueuesTheClosureOrLeavesItToTheCaller)
 {
     // Enough of them that the queue asks for memory for one.
     constexpr unsigned int CLOSURES = 200;
@@ -171,7 +171,7 @@ TEST(ServerQueueFault, TakesAClosureOrLeavesItToTheCaller)
     }
 }
 
-TEST(ServerQueueFault, PutThatWaitsAndMissesMemoryLeavesTheRoomToTheNext)
+TEST(ServerQueueFault, BlockedPutThatRunsOutOfMemoryLeavesTheSlotToTheNext)
 {
     // Enough rounds that the queue asks for memory in some.
     unsigned int missed = 0;
@@ -220,7 +220,7 @@ TEST(ServerQueueFault, PutThatWaitsAndMissesMemoryLeavesTheRoomToTheNext)
     EXPECT_GE(missed, 1U);
 }
 
-TEST(ServerQueueFault, RunsWithoutMemory)
+TEST(ServerQueueFault, ClosuresRunIfMemoryRunsOut)
 {
     Subject subject;
     subject.put();
@@ -231,7 +231,7 @@ TEST(ServerQueueFault, RunsWithoutMemory)
     EXPECT_EQ(0, subject.alive);
 }
 
-TEST(ServerQueueFault, IsFlushedAndClosedWithoutMemory)
+TEST(ServerQueueFault, FlushAndCloseAllocateNothing)
 {
     for (unsigned int n = 1; n <= 5; ++n) {
         for (const bool closing : {false, true}) {

@@ -40,7 +40,7 @@ std::string bytesOf(const RX_String& string)
 
 const std::string LONG(300, 'x');
 
-TEST(RuntimeFault, AStringIsMadeOrNot)
+TEST(RuntimeFault, StringIsConstructedOrThrows)
 {
     EXPECT_GE(walkAllocations([] { return RX_String(); }, [](RX_String& made) { made = LONG.c_str(); },
                               [](RX_String& made, bool done) { EXPECT_EQ(done ? LONG : "", bytesOf(made)); }),
@@ -51,7 +51,7 @@ TEST(RuntimeFault, AStringIsMadeOrNot)
               2u);
 }
 
-TEST(RuntimeFault, AnExceptionIsCopiedOrNot)
+TEST(RuntimeFault, ExceptionIsCopiedOrThrows)
 {
     RX_ExError error(22, text("first"), text(LONG));
     error.chain(13, text("second"), text(LONG));
@@ -81,7 +81,7 @@ TEST(RuntimeFault, AnExceptionIsCopiedOrNot)
               1u);
 }
 
-TEST(RuntimeFault, AMessageIsChainedOrNot)
+TEST(RuntimeFault, MessageIsChainedOrThrows)
 {
     const std::string alone = bytesOf(RX_ExError(22, text("first")).asString(0));
     EXPECT_GE(walkAllocations([] { return std::make_unique<RX_ExError>(22, text("first")); },
@@ -93,7 +93,7 @@ TEST(RuntimeFault, AMessageIsChainedOrNot)
               2u);
 }
 
-TEST(RuntimeFault, CollectionsChangeOrNot)
+TEST(RuntimeFault, CollectionsChangeOrThrow)
 {
     typedef RX_Vector_U<RX_String> Vector;
     EXPECT_GE(walkAllocations(
@@ -133,7 +133,7 @@ TEST(RuntimeFault, CollectionsChangeOrNot)
               150u);
 }
 
-TEST(RuntimeFault, APatternIsCompiledOrNot)
+TEST(RuntimeFault, PatternIsCompiledOrThrows)
 {
     typedef std::unique_ptr<RX_Wildcard> Pattern;
     EXPECT_GE(walkAllocations(
@@ -173,7 +173,7 @@ protected:
     support::ScratchFolder folder;
 };
 
-TEST_F(FilesFault, FilesAreListedOrMissMemory)
+TEST_F(FilesFault, FilesAreListedOrMemoryRunsOut)
 {
     const std::vector<std::string> all = {"log.0", "log.1", "log.2"};
     EXPECT_GE(walkAllocations([] { return std::vector<std::string>(); },
@@ -187,7 +187,7 @@ TEST_F(FilesFault, FilesAreListedOrMissMemory)
               10u);
 }
 
-TEST_F(FilesFault, ADirectoryThatCannotBeReadGivesWhatItGave)
+TEST_F(FilesFault, DirectoryThatCannotBeReadReturnsTheEntriesSoFar)
 {
     for (const int error : {EACCES, EMFILE, EIO}) {
         Fault fault(Call::OPENDIR, error);
@@ -210,7 +210,7 @@ TEST_F(FilesFault, ADirectoryThatCannotBeReadGivesWhatItGave)
     }
 }
 
-TEST_F(FilesFault, PlainFunctionsAnswerByANumber)
+TEST_F(FilesFault, PlainFunctionsReturnAnErrorNumber)
 {
     for (unsigned int n = 1; n < 100; ++n) {
         qv_glob_t glob = {};

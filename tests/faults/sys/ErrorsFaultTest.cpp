@@ -39,14 +39,14 @@ const StringVector& labels()
     return both;
 }
 
-TEST(ErrorsFault, AStateOfTheThreadIsMadeOrNot)
+TEST(ErrorsFault, ThreadStateIsConstructedOrThrows)
 {
     EXPECT_GE(walkAllocations([] { return 0; }, [](int& tid) { tid = ThreadState::current().tid; },
                               [](int tid, bool done) { EXPECT_EQ(done, tid != 0); }),
               3u);
 }
 
-TEST(ErrorsFault, ATrackLeavesTheStackAsItWas)
+TEST(ErrorsFault, FailedTrackLeavesTheStackUnchanged)
 {
     EXPECT_GE(walkAllocations(
                   [] { return StringVector(); },
@@ -60,7 +60,7 @@ TEST(ErrorsFault, ATrackLeavesTheStackAsItWas)
     EXPECT_TRUE(StackTrace().empty());
 }
 
-TEST(ErrorsFault, ATraceIsWholeOrNone)
+TEST(ErrorsFault, TraceIsCompleteOrThrows)
 {
     const StackTrack outer(OUTER, 1);
     const StackTrack inner(INNER, 2);
@@ -82,7 +82,7 @@ TEST(ErrorsFault, ATraceIsWholeOrNone)
               4u);
 }
 
-TEST(ErrorsFault, AnAssignmentOfATraceKeepsTheOldOneOrTakesTheNew)
+TEST(ErrorsFault, AssignmentOfATraceSucceedsOrKeepsTheOldOne)
 {
     std::unique_ptr<StackTrace> source;
     {
@@ -98,7 +98,7 @@ TEST(ErrorsFault, AnAssignmentOfATraceKeepsTheOldOneOrTakesTheNew)
               3u);
 }
 
-TEST(ErrorsFault, TheTextOfATraceIsNotKeptWithoutItsEnd)
+TEST(ErrorsFault, TruncatedStringOfATraceIsNotCached)
 {
     std::unique_ptr<StackTrace> source;
     {
@@ -117,7 +117,7 @@ TEST(ErrorsFault, TheTextOfATraceIsNotKeptWithoutItsEnd)
               2u);
 }
 
-TEST(ErrorsFault, AnErrorIsWholeOrNone)
+TEST(ErrorsFault, ErrorIsCompleteOrThrows)
 {
     typedef std::unique_ptr<system_error> Error;
     const String text(100, 't');
@@ -150,7 +150,7 @@ TEST(ErrorsFault, AnErrorIsWholeOrNone)
               2u);
 }
 
-TEST(ErrorsFault, ACopyOfAnErrorIsWholeOrNone)
+TEST(ErrorsFault, CopyOfAnErrorIsCompleteOrThrows)
 {
     const StackTrack outer(OUTER, 1);
     const StackTrack inner(INNER, 2);
@@ -181,7 +181,7 @@ TEST(ErrorsFault, ACopyOfAnErrorIsWholeOrNone)
               3u);
 }
 
-TEST(ErrorsFault, TextsAreWholeOrNone)
+TEST(ErrorsFault, MessagesAreCompleteOrThrow)
 {
     const String unknown = "Unknown error 1000000";
     EXPECT_GE(walkAllocations([] { return String(); },
@@ -205,7 +205,7 @@ TEST(ErrorsFault, TextsAreWholeOrNone)
 
 #if !defined DALNIM_SANITIZED
 
-TEST(ErrorsFault, ANameThatCannotBeDemangledStaysAsItIs)
+TEST(ErrorsFault, NameThatCannotBeDemangledIsUnchanged)
 {
     const char* const mangled = "_ZN3com3kor3dal3nim3sys10StackTrace8toStringEv";
     int status = 0;
@@ -218,7 +218,7 @@ TEST(ErrorsFault, ANameThatCannotBeDemangledStaysAsItIs)
 
 #endif
 
-TEST(ErrorsFault, ANullReferenceIsToldWithItsWholeTrace)
+TEST(ErrorsFault, NullReferenceIsReportedWithTheCompleteTrace)
 {
     const StackTrack outer(OUTER, 1);
     const StackTrack inner(INNER, 2);

@@ -26,7 +26,7 @@ using com::kor::dal::nim::sys::System;
 using com::kor::dal::nim::sys::system_error;
 using support::inChildProcess;
 
-TEST(SystemFault, TimesThatCannotBeTold)
+TEST(SystemFault, TimesThatCannotBeConvertedThrow)
 {
     tm result = {};
     EXPECT_EQ("38 Function not implemented",
@@ -39,7 +39,7 @@ TEST(SystemFault, TimesThatCannotBeTold)
     EXPECT_EQ(69, result.tm_year);
 }
 
-TEST(SystemFault, AClockThatCannotBeReadStandsStill)
+TEST(SystemFault, ClockThatCannotBeReadReturnsTheEpoch)
 {
     Fault fault(Call::CLOCK_GETTIME, EINVAL);
     const auto micros = System::timeMicros();
@@ -49,7 +49,7 @@ TEST(SystemFault, AClockThatCannotBeReadStandsStill)
     EXPECT_EQ(122192928000000000, dce);
 }
 
-TEST(SystemFault, AddressesThatTheResolverRefuses)
+TEST(SystemFault, ResolverFailureThrows)
 {
     System::hostname();
     for (const int code : {EAI_AGAIN, EAI_FAIL, EAI_MEMORY, EAI_NONAME}) {
@@ -58,7 +58,7 @@ TEST(SystemFault, AddressesThatTheResolverRefuses)
     }
 }
 
-TEST(SystemFault, AddressesThatHaveNoNumbersAreLeftOut)
+TEST(SystemFault, AddressesWithoutANumericFormAreOmitted)
 {
     addrinfo hints = {};
     addrinfo* found = nullptr;
@@ -74,7 +74,7 @@ TEST(SystemFault, AddressesThatHaveNoNumbersAreLeftOut)
     EXPECT_EQ(StringVector(all.begin() + 1, all.end()), left);
 }
 
-TEST(SystemFault, AddressesAreWholeOrNone)
+TEST(SystemFault, AddressesAreCompleteOrThrow)
 {
     const String host = System::hostname();
     WalkOptions options;
@@ -94,7 +94,7 @@ TEST(SystemFault, AddressesAreWholeOrNone)
 
 // What is found once a process is looked for in one that has not looked yet.
 
-TEST(SystemFaultDeathTest, AHostNameIsAskedForAgain)
+TEST(SystemFaultDeathTest, FailedHostNameIsLookedUpAgain)
 {
     FAULTS_IN_NEW_PROCESS([] {
         EXPECT_EQ("1 Operation not permitted",
@@ -141,7 +141,7 @@ TEST(SystemFaultDeathTest, HostNameIsFoundWhileLookupsOfOtherThreadsFail)
     });
 }
 
-TEST(SystemFaultDeathTest, AHostNameIsWholeOrNone)
+TEST(SystemFaultDeathTest, HostNameIsCompleteOrThrows)
 {
     FAULTS_IN_NEW_PROCESS([] {
         char name[512];
@@ -161,7 +161,7 @@ const String NO_DIRECTORY =
     "relative directory to PATH variable if it can be found relative to current directory. (4) add process "
     "absolute directory to PATH variable. ";
 
-TEST(SystemFaultDeathTest, AProcessWithoutAPathFailsOnce)
+TEST(SystemFaultDeathTest, ProcessPathThatCannotBeDeterminedThrowsOnce)
 {
     FAULTS_IN_NEW_PROCESS([] {
         Fault link(Call::READLINK, ENOENT);
@@ -197,7 +197,7 @@ int findPath(unsigned int n)
     }
 }
 
-TEST(SystemFaultDeathTest, AProcessPathIsFoundOrMissingMemory)
+TEST(SystemFaultDeathTest, ProcessPathIsFoundOrRunsOutOfMemory)
 {
     FAULTS_IN_NEW_PROCESS([] {
         int status = FOUND;

@@ -35,7 +35,7 @@ BagRef filledBag(int* living)
     return bag;
 }
 
-TEST(ContextFault, AnEntryIsFiledOrNot)
+TEST(ContextFault, EntryIsAddedOrThrows)
 {
     int living = 0;
     const RefCntObjectRef item(new Item(&living));
@@ -54,7 +54,7 @@ TEST(ContextFault, AnEntryIsFiledOrNot)
               2u);
 }
 
-TEST(ContextFault, AnEntryIsTakenOutOrNot)
+TEST(ContextFault, EntryIsRemovedOrThrows)
 {
     int living = 0;
     struct Subject
@@ -74,7 +74,7 @@ TEST(ContextFault, AnEntryIsTakenOutOrNot)
     EXPECT_EQ(0, living);
 }
 
-TEST(ContextFault, ADuplicateIsMadeOrNot)
+TEST(ContextFault, DuplicateIsConstructedOrThrows)
 {
     int living = 0;
     const BagRef source = filledBag(&living);
@@ -87,7 +87,7 @@ TEST(ContextFault, ADuplicateIsMadeOrNot)
     EXPECT_EQ(4, living);
 }
 
-TEST(ContextFault, AnAssignmentIsDoneOrNot)
+TEST(ContextFault, AssignmentSucceedsOrChangesNothing)
 {
     int living = 0;
     int before = 0;
@@ -115,7 +115,7 @@ TEST(ContextFault, AnAssignmentIsDoneOrNot)
     EXPECT_EQ(0, before);
 }
 
-TEST(ContextFault, ClearingTakesNoMemory)
+TEST(ContextFault, ClearingAllocatesNothing)
 {
     int living = 0;
     BagRef bag = filledBag(&living);
@@ -127,7 +127,7 @@ TEST(ContextFault, ClearingTakesNoMemory)
     EXPECT_EQ(0, living);
 }
 
-TEST(ContextFault, KeysAndContextsOfTheThread)
+TEST(ContextFault, KeysAndThreadContextsAreCreatedOrThrow)
 {
     EXPECT_GE(walkAllocations([] { return 0u; }, [](UInt32_t& key) { key = Context::allocateKey(1); },
                               [](UInt32_t key, bool done) {
@@ -150,7 +150,7 @@ RefCntObjectRef makeItem(const ContainerContextRef&, unsigned int, PointerInt_t)
     return RefCntObjectRef(new Item(&made));
 }
 
-TEST(ContextFault, AScopeStandsOrNot)
+TEST(ContextFault, ScopeIsSetOrThrows)
 {
     struct Subject
     {
@@ -176,7 +176,7 @@ TEST(ContextFault, AScopeStandsOrNot)
     EXPECT_EQ(0, made);
 }
 
-TEST(ContextFault, AScopeIsSetAnewOrEndsInactive)
+TEST(ContextFault, ScopeIsSetAgainOrBecomesInactive)
 {
     struct Subject
     {
@@ -201,7 +201,7 @@ TEST(ContextFault, AScopeIsSetAnewOrEndsInactive)
     EXPECT_EQ(0, made);
 }
 
-TEST(ContextFault, AScopeIsClearedOrStaysAsItWas)
+TEST(ContextFault, ScopeIsClearedOrUnchanged)
 {
     struct Subject
     {
@@ -218,7 +218,7 @@ TEST(ContextFault, AScopeIsClearedOrStaysAsItWas)
 }
 
 /** The end of a scope does not throw, on a thread that is new to the library either. */
-TEST(ContextFault, AScopeEndsWithoutMemory)
+TEST(ContextFault, ScopeEndsIfMemoryRunsOut)
 {
     logtest::DefaultLogger logger;
     logger->setSeverity(logtest::log::Severity_WARNING);
@@ -243,7 +243,7 @@ TEST(ContextFault, AScopeEndsWithoutMemory)
     }
 }
 
-TEST(ContextFault, ATokenIsSetOrNot)
+TEST(ContextFault, TokenIsSetOrThrows)
 {
     const RefCntObjectRef object = SecurityContext::opCreate(ContainerContextRef(), SecurityContext::KEY, 0);
     EXPECT_TRUE(!!object);
@@ -264,7 +264,7 @@ TEST(ContextFault, ATokenIsSetOrNot)
         [&](SecurityContextRef& context, bool done) { EXPECT_EQ(done, context->token() == token); });
 }
 
-TEST(ContextFault, ASecondTokenIsToldWithItsTraceOrIsMissingMemory)
+TEST(ContextFault, SecondTokenThrowsOrRunsOutOfMemory)
 {
     SecurityContextRef context(&dynamic_cast<SecurityContext&>(
         *SecurityContext::opCreate(ContainerContextRef(), SecurityContext::KEY, 0)));

@@ -33,7 +33,7 @@ Composite makeComposite()
     return std::make_unique<CompositeString>(BOTH);
 }
 
-TEST(StringsFault, ACompositeIsMadeOrNot)
+TEST(StringsFault, CompositeIsConstructedOrThrows)
 {
     const CompositeString source(BOTH, String(50, ':'));
     const auto expectBoth = [](Composite& composite, bool done) {
@@ -53,7 +53,7 @@ TEST(StringsFault, ACompositeIsMadeOrNot)
     }
 }
 
-TEST(StringsFault, AnAssignmentOfACompositeIsDoneOrNot)
+TEST(StringsFault, AssignmentOfACompositeSucceedsOrThrows)
 {
     const CompositeString source(SECOND + ":" + FIRST, String(50, ':'));
     EXPECT_GE(walkAllocations([] { return makeComposite(); },
@@ -65,7 +65,7 @@ TEST(StringsFault, AnAssignmentOfACompositeIsDoneOrNot)
               1u);
 }
 
-TEST(StringsFault, AComponentIsTakenOrNot)
+TEST(StringsFault, ComponentIsReturnedOrThrows)
 {
     struct Subject
     {
@@ -89,7 +89,7 @@ TEST(StringsFault, AComponentIsTakenOrNot)
               1u);
 }
 
-TEST(StringsFault, AComponentIsAppendedOrNot)
+TEST(StringsFault, ComponentIsAppendedOrThrows)
 {
     for (const String& text : {String(15, 'x'), BOTH, String()}) {
         const String component(1000, 'c');
@@ -103,7 +103,7 @@ TEST(StringsFault, AComponentIsAppendedOrNot)
     }
 }
 
-TEST(StringsFault, ConversionsAreDoneOrNot)
+TEST(StringsFault, ConversionsSucceedOrThrow)
 {
     const auto walk = [](const String& from, const String& to, auto convert) {
         return walkAllocations([&] { return from; }, [&](String& text) { convert(text); },
@@ -123,7 +123,7 @@ TEST(StringsFault, ConversionsAreDoneOrNot)
     EXPECT_GE(walk(padded, FIRST, [](String& text) { StringOps::trimWS(text).swap(text); }), 1u);
 }
 
-TEST(StringsFault, ComparisonsTakeNoMemory)
+TEST(StringsFault, ComparisonsAllocateNothing)
 {
     onNewThread([] {
         const Fault fault(Call::NEW, ENOMEM);
@@ -132,7 +132,7 @@ TEST(StringsFault, ComparisonsTakeNoMemory)
     });
 }
 
-TEST(StringsFault, ANumberIsReadOrNot)
+TEST(StringsFault, NumberIsParsedOrThrows)
 {
     const String text = "123456.25" + String(40, '0');
     EXPECT_GE(walkAllocations([] { return 0.0f; }, [&](float& number) { NumberOps::parse(number, text); },
@@ -147,7 +147,7 @@ TEST(StringsFault, ANumberIsReadOrNot)
     EXPECT_EQ(17, value);
 }
 
-TEST(StringsFault, ABadNumberIsToldOrIsMissingMemory)
+TEST(StringsFault, InvalidNumberThrowsOrRunsOutOfMemory)
 {
     EXPECT_GE(walkAllocations([] { return String(); },
                               [](String& found) {
@@ -176,7 +176,7 @@ void expectMatching(Expression& expression, bool done)
     }
 }
 
-TEST(StringsFault, AnExpressionIsMadeOrNot)
+TEST(StringsFault, ExpressionIsCompiledOrThrows)
 {
     EXPECT_GE(walkAllocations([] { return Expression(); },
                               [](Expression& made) { made.reset(new RegExp("^(a+)b|[c-e]{2,5}$")); },
@@ -186,7 +186,7 @@ TEST(StringsFault, AnExpressionIsMadeOrNot)
 
 #if !defined DALNIM_SANITIZED
 
-TEST(StringsFault, AnExpressionThatTheSystemHasNoMemoryForIsAFailure)
+TEST(StringsFault, ExpressionThatRunsOutOfSystemMemoryThrows)
 {
     WalkOptions options;
     options.call = Call::MALLOC;
@@ -200,7 +200,7 @@ TEST(StringsFault, AnExpressionThatTheSystemHasNoMemoryForIsAFailure)
               5u);
 }
 
-TEST(StringsFault, AMatchThatTheSystemHasNoMemoryForIsNone)
+TEST(StringsFault, MatchThatRunsOutOfSystemMemoryFails)
 {
     const RegExp expression("^(a+)b|[c-e]{2,5}$");
     for (unsigned int n = 1; n < 20; ++n) {

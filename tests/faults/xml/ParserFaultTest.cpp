@@ -129,21 +129,21 @@ WalkOptions withCode()
     return options;
 }
 
-TEST(ParserFault, ADocumentIsParsedOrMissesMemory)
+TEST(ParserFault, DocumentIsParsedOrRunsOutOfMemory)
 {
     EXPECT_GE(walkAllocations([] { return std::make_unique<Subject>(); },
                               [](SubjectRef& subject) { subject->parse(); }, expectParsed, withCode()),
               40u);
 }
 
-TEST(ParserFault, AStreamIsParsedOrMissesMemory)
+TEST(ParserFault, StreamIsParsedOrRunsOutOfMemory)
 {
     EXPECT_GE(walkAllocations([] { return std::make_unique<Subject>(); },
                               [](SubjectRef& subject) { subject->parseStream(); }, expectParsed, withCode()),
               40u);
 }
 
-TEST(ParserFault, ALaterDocumentIsParsedOrMissesMemory)
+TEST(ParserFault, LaterDocumentIsParsedOrRunsOutOfMemory)
 {
     walkAllocations(
         [] {
@@ -156,7 +156,7 @@ TEST(ParserFault, ALaterDocumentIsParsedOrMissesMemory)
 
 #if !defined DALNIM_SANITIZED
 
-TEST(ParserFault, ADocumentIsParsedOrMissesABlock)
+TEST(ParserFault, DocumentIsParsedOrFailsToAllocateABlock)
 {
     WalkOptions options = withCode();
     options.call = Call::MALLOC;
@@ -167,7 +167,7 @@ TEST(ParserFault, ADocumentIsParsedOrMissesABlock)
 
 #endif
 
-TEST(ParserFault, AnErrorOfTheDocumentIsToldOrMissesMemory)
+TEST(ParserFault, ErrorOfTheDocumentIsReportedOrRunsOutOfMemory)
 {
     const String wrong = "<a>" + String(100, ' ') + "</b>";
     WalkOptions options = withCode();
@@ -190,7 +190,7 @@ TEST(ParserFault, AnErrorOfTheDocumentIsToldOrMissesMemory)
               3u);
 }
 
-TEST(ParserFault, ARepeatedEventTakesNoMemory)
+TEST(ParserFault, RepeatedEventAllocatesNothing)
 {
     const AggregateConsumerRef aggregate(new AggregateConsumer);
     const CounterRef first(new Counter);

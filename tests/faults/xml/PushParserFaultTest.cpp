@@ -98,14 +98,14 @@ const std::string WRONG_END = "<a>" + std::string(100, ' ') + "</b>";
 
 }
 
-TEST(PushParserFault, MissingMemoryIsACode)
+TEST(PushParserFault, OutOfMemoryIsReturnedAsACode)
 {
     std::string error;
     EXPECT_GE(failuresUntil(Call::NEW, 0, ignore, demandingText(), error), 4u);
     EXPECT_EQ("", error);
 }
 
-TEST(PushParserFault, MissingMemoryIsACodeWhereAnErrorHasNoText)
+TEST(PushParserFault, OutOfMemoryIsReturnedAsACodeIfTheErrorHasNoMessage)
 {
     std::string error;
     EXPECT_GE(failuresUntil(Call::NEW, 700012003, ignore, WRONG_END, error), 2u);
@@ -114,21 +114,21 @@ TEST(PushParserFault, MissingMemoryIsACodeWhereAnErrorHasNoText)
 
 #if !defined DALNIM_SANITIZED
 
-TEST(PushParserFault, MissingBlocksAreACode)
+TEST(PushParserFault, FailedBlockIsReturnedAsACode)
 {
     std::string error;
     EXPECT_GE(failuresUntil(Call::MALLOC, 0, ignore, demandingText(), error), 6u);
     EXPECT_EQ("", error);
 }
 
-TEST(PushParserFault, MissingBlocksAreACodeOfAPushToo)
+TEST(PushParserFault, FailedBlockOfAPushIsReturnedAsACode)
 {
     std::string error;
     const unsigned int without = failuresUntil(Call::MALLOC, 0, ignore, demandingText(), error);
     EXPECT_GE(failuresUntil(Call::MALLOC, 0, pushAtEachStart, demandingText(), error), without + 3);
 }
 
-TEST(PushParserFault, MissingBlocksAreACodeAheadOfAnError)
+TEST(PushParserFault, FailedBlockPrecedesAnError)
 {
     std::string error;
     EXPECT_GE(failuresUntil(Call::MALLOC, 700012003, ignore, WRONG_END, error), 2u);

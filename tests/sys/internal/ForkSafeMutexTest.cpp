@@ -124,7 +124,7 @@ TEST(ForkSafeMutex, IsFreeInParentAndChildAfterAFork)
     }
 }
 
-TEST(ForkSafeMutex, StaysHeldByAThreadThatForksWhileItHoldsIt)
+TEST(ForkSafeMutex, IsStillHeldByAThreadThatForksWhileItHoldsIt)
 {
     ForkSafeMutex mutex(false);
     ASSERT_EQ(0, mutex.lock());
@@ -161,7 +161,7 @@ TEST(ForkSafeMutex, PrepareStopsWaitingAtTheDeadline)
     mutex.afterForkInParent();
 }
 
-TEST(ForkSafeMutex, AFreeMutexIsAcquiredEvenIfTheDeadlineHasPassed)
+TEST(ForkSafeMutex, FreeMutexIsAcquiredEvenIfTheDeadlineHasPassed)
 {
     ForkSafeMutex mutex(false);
     const std::timespec past = deadlineIn(std::chrono::milliseconds(0));

@@ -34,7 +34,7 @@ Piece piece_of(const char* path, std::size_t plen)
     return piece;
 }
 
-TEST(Namespaces, HaveTheirDottedNames)
+TEST(Namespaces, NamesAreDotted)
 {
     EXPECT_STREQ("com.kor.dal.nim", NAMESPACE_NAME);
     EXPECT_STREQ("com.kor.dal.nim.io", io::NAMESPACE_NAME);
@@ -47,19 +47,19 @@ TEST(Namespaces, HaveTheirDottedNames)
     EXPECT_STREQ("com.kor.dal.nim.xml", xml::NAMESPACE_NAME);
 }
 
-TEST(Internal, TimeFormatsHaveTheirText)
+TEST(Internal, TimeFormatsAreUnchanged)
 {
     EXPECT_STREQ("%a %b %d %H:%M:%S %z %Y", sys::internal::LOCAL_TIME_FORMAT);
     EXPECT_STREQ("%a %b %d %H:%M:%S UTC %Y", sys::internal::UTC_TIME_FORMAT);
 }
 
-TEST(Internal, TheNetworkLayerNeedsNothing)
+TEST(Internal, NetworkFunctionsReturnZero)
 {
     EXPECT_EQ(0, sys::internal::net_init());
     EXPECT_EQ(0, sys::internal::net_fini());
 }
 
-TEST(Internal, ANullReferenceIsReportedWithTheTrace)
+TEST(Internal, NullReferenceIsReportedWithTheStackTrace)
 {
     const sys::StackTrack outer("outer()", "Outer", "name.space", 11);
     const sys::StackTrack inner("inner()", 22);
@@ -74,7 +74,7 @@ TEST(Internal, ANullReferenceIsReportedWithTheTrace)
     }
 }
 
-TEST(Internal, ANullReferenceIsReportedWithoutTracksToo)
+TEST(Internal, NullReferenceIsReportedWithoutTracks)
 {
     try {
         sys::internal::throw_null_ref_exception("Nothing is held.");
@@ -90,7 +90,7 @@ TEST(Internal, ANullReferenceIsReportedWithoutTracksToo)
     }
 }
 
-TEST(FindPathSubstring, ANullPathHasNoPart)
+TEST(FindPathSubstring, NullPathIsEmpty)
 {
     for (const std::size_t plen : {std::size_t(0), std::size_t(5)}) {
         const Piece piece = piece_of(nullptr, plen);
@@ -100,7 +100,7 @@ TEST(FindPathSubstring, ANullPathHasNoPart)
     }
 }
 
-TEST(FindPathSubstring, DropsOneRunOfEachKindInItsOrder)
+TEST(FindPathSubstring, RemovesSpacesQuotesAndSeparatorsInThisOrder)
 {
     const struct
     {
@@ -142,7 +142,7 @@ TEST(FindPathSubstring, DropsOneRunOfEachKindInItsOrder)
     }
 }
 
-TEST(FindPathSubstring, FindsNothingWhereNothingIsLeft)
+TEST(FindPathSubstring, ReturnsFalseIfNothingRemains)
 {
     const struct
     {
@@ -161,7 +161,7 @@ TEST(FindPathSubstring, FindsNothingWhereNothingIsLeft)
     }
 }
 
-TEST(FindPathSubstring, ReadsNoFurtherThanTheLengthItIsGiven)
+TEST(FindPathSubstring, DoesNotReadBeyondTheGivenLength)
 {
     const Piece piece = piece_of("/x/yz", 3);
     EXPECT_TRUE(piece.found);
