@@ -74,9 +74,12 @@ private:
     const String label;
 };
 
+/** @name References to symbols */
+/** @{ */
 /** A reference to a symbol, which keeps its library loaded. */
 typedef mem::ConstRcoRef<DynSymbol> ConstDynSymbolRef;
 typedef mem::ConstRcoRef<DynSymbol> DynSymbolRef;
+/** @} */
 
 }
 
