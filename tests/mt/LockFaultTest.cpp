@@ -1,5 +1,5 @@
-// Locks, and what is built on them, over a system interface that fails: this program stands in for its
-// mutexes, conditions and reader-writer locks.
+// Locks and their users with a system interface that fails: this program replaces its mutexes, conditions and
+// reader-writer locks.
 
 #include <dalnim/mt/CondSem.hpp>
 #include <dalnim/mt/CriticalSection.hpp>
@@ -40,7 +40,7 @@ using com::kor::dal::nim::sys::system_error;
 using com::kor::dal::nim::sys::internal::ThreadState;
 using testing::MatchesRegex;
 
-/** What the calls of this thread get, and what they asked for. */
+/** The status that calls of this thread return, and the calls. */
 struct Interface
 {
     bool standsIn = false;
@@ -50,7 +50,7 @@ struct Interface
 };
 thread_local Interface interface;
 
-/** Records the call; true when this program answers it. */
+/** Records a call. Returns true if this program replaces it. */
 bool answers(const std::string& call)
 {
     if (interface.standsIn) {
@@ -59,13 +59,13 @@ bool answers(const std::string& call)
     return interface.standsIn;
 }
 
-/** Stands in for as long as it lives; succeeds at first. */
+/** Replaces the calls for a scope. They succeed until fail(). */
 class StandIn
 {
 public:
     StandIn()
     {
-        ThreadState::current(); // so that no error has to make it under these locks
+        ThreadState::current(); // an error must not construct it while the calls are replaced
         interface = Interface();
         interface.standsIn = true;
     }
@@ -307,7 +307,7 @@ TEST(LockFault, SysMutexFoldsTheMessageAt78Columns)
     standIn.fail(0);
 }
 
-/** The first frames of a trace, without their lines. */
+/** Returns the frames of a trace, without their lines. */
 std::vector<std::string> places(const system_error& error)
 {
     std::vector<std::string> found;
@@ -319,7 +319,7 @@ std::vector<std::string> places(const system_error& error)
 
 TEST(LockFault, CondSemThrowsIfItCannotBeCreated)
 {
-    // A lock of its own is made first: only the condition is to fail.
+    // The mutex is created first: only the condition must fail.
     const SysMutex mutex;
     StandIn standIn;
     standIn.fail(ENOMEM);
@@ -383,7 +383,7 @@ TEST(LockFault, ReaderWriterLockThrowsEveryStatus)
     }
     standIn.fail(16);
     EXPECT_STREQ("Device or resource busy", errorOf([&] { lock.upgradeToWrite(); }).what());
-    // The end of the lock, which fails too, says nothing.
+    // The destructor of the lock fails as well, and is silent.
 }
 
 class Element : public QueueElement
@@ -430,7 +430,7 @@ public:
     Idle() : Task(nullptr, nullptr) {}
 };
 
-/** The number of the untranslated failure of `call`; 0 for none. */
+/** Returns the error number of the RX_ExFatal that `call` throws, or 0. */
 template <class Call>
 int rawFailure(Call call)
 {

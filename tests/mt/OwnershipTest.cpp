@@ -29,9 +29,9 @@ using nim::mt::Runnable;
 using nim::mt::Task;
 using nim::mt::Thread;
 
-// ---- targets that cannot be destroyed -------------------------------------------------------
+// ---- targets whose destructors throw -------------------------------------------------------
 
-/** A target that makes a call in its destructor. */
+/** A target that calls a function in its destructor. */
 class Departing : public Runnable
 {
 public:
@@ -46,7 +46,7 @@ private:
     mttest::Call call;
 };
 
-/** The same for a task. */
+/** A task that calls a function in its destructor. */
 class DepartingTask : public Task
 {
 public:
@@ -64,7 +64,7 @@ private:
     mttest::Call call;
 };
 
-/** The same, reference-counted. */
+/** As Departing, reference-counted. */
 class CountedDeparting : public Departing, public nim::mem::RefCntObject
 {
 public:
@@ -177,7 +177,7 @@ public:
     ~CountedWork() override = default;
 };
 
-/** A counted task that reports the state in which it is destroyed. */
+/** A reference-counted task that reports its state in its destructor. */
 class CountedTask : public OwnTask, public nim::mem::RefCntObject
 {
 public:

@@ -18,7 +18,7 @@ inline std::unique_ptr<nim::mt::ThreadPool> makePool(unsigned int threads, unsig
     return std::make_unique<nim::mt::ThreadPool>(nullptr, threads, 0U, 0U, 0U, 0U, pending);
 }
 
-/** Tasks that hold a number of workers until they are let go. */
+/** Tasks that occupy a number of workers until end(). */
 class Occupation
 {
 public:

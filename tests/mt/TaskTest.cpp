@@ -52,7 +52,7 @@ static_assert(Task::TSF_JOINED == 32);
 static_assert(Task::TSF_DESTROYED == 64);
 static_assert(Task::TSF_MASK_ACTIVE == 14);
 
-/** Runs a function. */
+/** A runnable that calls a function. */
 class Work : public Runnable
 {
 public:
@@ -82,7 +82,7 @@ private:
     int* destroyed;
 };
 
-/** A task of its own work; opens the protected parts. */
+/** A task that is its own target and exposes protected members. */
 class OwnTask : public Task
 {
 public:
@@ -394,7 +394,7 @@ TEST_F(TaskTest, CurrentIsNullOnAForeignThread)
     EXPECT_EQ(nullptr, current);
 }
 
-/** Whoever sees a task finished may destroy it, however closely. */
+/** The owner may destroy a task as soon as its state is TSF_FINISHED. */
 TEST(TaskEnd, OwnerMayDestroyAFinishedTaskImmediately)
 {
     for (int round = 0; round < 1000; ++round) {

@@ -21,7 +21,7 @@ namespace nim = com::kor::dal::nim;
 
 typedef std::function<void()> Call;
 
-/** Runs a function. */
+/** A runnable that calls a function, and counts its destruction. */
 class Work : public nim::mt::Runnable
 {
 public:
@@ -48,7 +48,7 @@ private:
     std::atomic<int>* destroyed;
 };
 
-/** A task that is its own target, and runs a function. */
+/** A task that is its own target and calls a function. */
 class OwnTask : public nim::mt::Task
 {
 public:
@@ -75,7 +75,7 @@ private:
     std::atomic<int>* destroyed;
 };
 
-/** A thread that is its own target, and runs a function. */
+/** A thread that is its own target and calls a function. */
 class OwnThread : public nim::mt::Thread
 {
 public:
@@ -100,7 +100,7 @@ inline void awaitEnd(const nim::mt::Task& task)
     }
 }
 
-/** What `call` says that it refuses for. */
+/** Returns the message of the std::logic_error that `call` throws, or "nothing". */
 template <class Refused>
 std::string refusal(Refused call)
 {
@@ -112,7 +112,7 @@ std::string refusal(Refused call)
     return "nothing";
 }
 
-/** Content of a context, which tells how it came to be. */
+/** An entry of a context that records how it was created. */
 class Content : public nim::mem::RefCntObject, public nim::type::Cloneable
 {
 public:
@@ -137,7 +137,7 @@ public:
     const Origin origin;
 };
 
-/** The keys of a content of each attribute, and what they lead to in the current context. */
+/** One key for each attribute, and their entries in the current context. */
 class Keys
 {
 public:
@@ -160,7 +160,7 @@ public:
         }
     }
 
-    /** What stands under a key here; null for nothing. */
+    /** Returns the entry under a key in the current context, or null. */
     static const Content* here(unsigned int key)
     {
         const nim::type::ContainerContextRef context = nim::type::ContainerContext::current();
@@ -179,10 +179,10 @@ public:
     const unsigned int deep = nim::type::Context::allocateKey(4);
 };
 
-/** What a thread or a task has found in its context. */
+/** The entries that a thread or a task has found in its context. */
 struct Found
 {
-    /** On the thread itself. */
+    /** Reads the context of the calling thread. */
     void look(const Keys& keys)
     {
         left = Keys::here(keys.left);

@@ -3,18 +3,18 @@
 
 /**
  * @file
- * Faults of the system, on order. A program that is linked with this layer stands in for the calls named
- * below, for itself and for every library that it has loaded, and passes them on as long as no fault is
- * armed. A fault concerns the thread that armed it, and no other.
+ * Fault injection. A program that is linked with this layer replaces the calls below, for itself and for
+ * every library that it loads. Without an armed fault, calls are forwarded. A fault affects only the thread
+ * that has armed it.
  */
 
 namespace faults {
 
-/** The calls that can fail. What they stand for is in Interposed*.cpp. */
+/** The calls that can fail. The functions are defined in Interposed*.cpp. */
 enum class Call {
     /** operator new, in all its forms. */
     NEW,
-    /** malloc, calloc and realloc, also where the C library calls them; not what is behind NEW. */
+    /** malloc, calloc and realloc, also in the C library, but not inside operator new. */
     MALLOC,
 
     OPEN,
@@ -57,16 +57,16 @@ enum class Call {
     COUNT
 };
 
-/** Lets a call fail on this thread for as long as it lives, or until disarm(). */
+/** Makes a call fail on the calling thread, until the end of the scope or disarm(). */
 class Fault
 {
 public:
     static constexpr unsigned int EVER = 0;
 
     /**
-     * @param error  what the call fails with: its errno, or what it returns.
-     * @param first  the first call to fail, counted from now and from 1.
-     * @param count  how many fail, EVER for all from then on.
+     * @param error  the error number: the `errno` or the result of the call.
+     * @param first  the number of the first call that fails, counted from 1 and from now.
+     * @param count  the number of calls that fail; EVER for all subsequent ones.
      */
     Fault(Call call, int error, unsigned int first = 1, unsigned int count = EVER) noexcept;
     Fault(const Fault&) = delete;
@@ -74,19 +74,19 @@ public:
     ~Fault();
 
     void disarm() noexcept;
-    /** How many calls there were. */
+    /** Returns the number of calls. */
     unsigned int calls() const noexcept;
-    /** How many of them failed. */
+    /** Returns the number of calls that failed. */
     unsigned int failed() const noexcept;
 
 private:
     const Call call;
 };
 
-/** For the calls themselves: what this one is to fail with, 0 for nothing. */
+/** For the replaced functions: returns the error with which this call must fail, or 0. */
 int strike(Call call) noexcept;
 
-/** Lets the calls of a scope pass uncounted: those that another call of the layer makes. */
+/** Excludes the calls of a scope, such as those that another replaced function makes, from the count. */
 class Uncounted
 {
 public:

@@ -20,12 +20,12 @@ struct Outcome
     enum Kind { DONE, NO_MEMORY, FAILED };
 
     Kind kind = DONE;
-    /** Of a failure other than missing memory. */
+    /** The exception, unless it is std::bad_alloc. */
     std::exception_ptr failure;
     unsigned int faults = 0;
 };
 
-/** Runs an operation with a fault armed, which is gone by the time a failure is looked at. */
+/** Runs an operation under a fault, which is disarmed before the failure is examined. */
 template <class Operation>
 Outcome outcomeUnder(Fault& fault, Operation&& operation)
 {
@@ -45,7 +45,7 @@ Outcome outcomeUnder(Fault& fault, Operation&& operation)
     return outcome;
 }
 
-/** Runs a body on a thread that the library has not seen yet. */
+/** Runs a body on a new thread, which has no ThreadState yet. */
 template <class Body>
 void onNewThread(Body&& body)
 {
@@ -55,9 +55,9 @@ void onNewThread(Body&& body)
 struct WalkOptions
 {
     Call call = Call::NEW;
-    /** Whether a failure other than std::bad_alloc is one that the operation names. */
+    /** Returns true for exceptions other than std::bad_alloc that the operation documents. */
     std::function<bool(const std::exception&)> named;
-    /** Whether all is to run on the caller's thread, for what belongs to a thread. */
+    /** Whether to run everything on the calling thread, for objects that belong to a thread. */
     bool onThisThread = false;
 };
 
@@ -74,15 +74,15 @@ inline bool isNamed(const WalkOptions& options, const Outcome& outcome)
 }
 
 /**
- * The out-of-memory walk: lets the first, the second, the third allocation of `operation` fail, until
- * it needs no more; once with that one failing, once with all from it on.
+ * Runs `operation` with its first, second, third ... allocation failing, until it makes no more; first with
+ * only that allocation failing, then with all subsequent ones as well.
  *
- * Each step gets an object from `prepare()`. `operation(object)` either succeeds in spite of the fault,
- * or fails with std::bad_alloc or a failure of its own; then it must succeed on the same object, asked by
- * another thread, so that no lock can be left behind. `check(object, done)` looks at the object: done or
- * not done. What is lost shows under the address sanitizer.
+ * Each step uses a new object from `prepare()`. `operation(object)` must succeed, or throw std::bad_alloc or
+ * a documented exception. In the latter cases it must then succeed on the same object on another thread,
+ * which fails if a lock is still held. `check(object, done)` checks the object after each attempt. Leaks are
+ * detected by the address sanitizer.
  *
- * @return how many allocations the operation has.
+ * @return the number of allocations of the operation.
  */
 template <class Prepare, class Operation, class Check>
 unsigned int walkAllocations(Prepare prepare, Operation operation, Check check, WalkOptions options = {})
@@ -94,7 +94,7 @@ unsigned int walkAllocations(Prepare prepare, Operation operation, Check check, 
             SCOPED_TRACE((count == 1 ? "without allocation " : "without any allocation from ")
                          + std::to_string(n));
             if (n > LIMIT) {
-                ADD_FAILURE() << "needs more and more";
+                ADD_FAILURE() << "the number of allocations grows without limit";
                 return 0;
             }
             auto object = prepare();
@@ -113,7 +113,7 @@ unsigned int walkAllocations(Prepare prepare, Operation operation, Check check, 
             run(attempt);
             const bool done = outcome.kind == Outcome::DONE;
             if (outcome.kind == Outcome::FAILED && !isNamed(options, outcome)) {
-                ADD_FAILURE() << "neither bad_alloc nor a failure of its own";
+                ADD_FAILURE() << "neither std::bad_alloc nor a documented exception";
                 return n;
             }
             check(object, done);

@@ -1,4 +1,4 @@
-// Locks and threads that the system refuses to make, and that no memory is there for.
+// Locks and threads that the system cannot create, or for which memory runs out.
 
 #include "layer/Expect.hpp"
 #include "layer/Fault.hpp"
