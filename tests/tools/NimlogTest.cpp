@@ -371,6 +371,32 @@ TEST_F(NimlogTest, MaskIsReadFromALogWithEscapedLineBreaks)
         "name them with --mask or --config\n");
 }
 
+TEST_F(NimlogTest, MaskIsReadFromTheReportOfAReconfiguration)
+{
+    const std::string begin = "com.kor.dal.nim.log.internal INFO : Changing logging settings: Severity";
+    const std::string others = "\n\tSeverity\n\t\told: NOTICE\n\t\tnew: DEBUG";
+    const std::string mask =
+        "\n\tOutputMask\n\t\told: 0x3ff [DATETIME,TIMEZONE]\n\t\tnew: 0x84 [SEVERITY,MODULENAME]";
+    const std::string last = "\n\tMaxFileSize\n\t\told: \"0\"\n\t\tnew: \"1048576\"";
+    const std::string report = begin + " OutputMask MaxFileSize" + others + mask + last;
+    std::string escaped = report;
+    for (std::size_t at; (at = escaped.find('\n')) != std::string::npos;) {
+        escaped.replace(at, 1, "\\n");
+    }
+    write("app.log", HEADING + std::string(ERROR) + report + '\n' + FATAL);
+    expectResult(run("-s info app.log"), 0, HEADING + std::string(ERROR) + report + '\n' + FATAL, "");
+    expectResult(run("-s fatal app.log"), 0, FATAL, "");
+    write("escaped.log", HEADING + std::string(ERROR) + escaped + '\n' + FATAL);
+    expectResult(run("-s fatal escaped.log"), 0, FATAL, "");
+    // Without a new mask, the old one remains in effect.
+    write("other.log", HEADING + std::string(ERROR)
+                           + "Sat Nov 14 17:00:00 UTC 2026 host01 my server 4711 4711 "
+                             "com.kor.dal.nim.log.internal INFO Write 185 : "
+                             "Changing logging settings: Severity"
+                           + others + '\n' + WARNING);
+    expectResult(run("-s warning other.log"), 0, std::string(ERROR) + WARNING, "");
+}
+
 TEST_F(NimlogTest, UsesTheMaskOfTheCommandLine)
 {
     write("app.log", "WARNING 251 : a\nb\nERROR 1 : c\n");

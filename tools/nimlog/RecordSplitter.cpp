@@ -23,6 +23,10 @@ constexpr std::string_view HEADER_LABEL = log::STREAM_HEADER_OUTPUT_MASK;
 constexpr std::string_view REPORT_TITLE = log::CHANGE_REPORT_OF_OUTPUT_MASK;
 constexpr std::string_view REPORT_OLD = log::CHANGE_REPORT_OLD_VALUE;
 constexpr std::string_view REPORT_NEW = log::CHANGE_REPORT_NEW_VALUE;
+constexpr std::string_view RECONFIGURATION_TITLE = log::RECONFIGURATION_TITLE;
+constexpr std::string_view RECONFIGURED_MASK = log::RECONFIGURATION_OF_OUTPUT_MASK;
+constexpr std::string_view RECONFIGURATION_OLD = log::RECONFIGURATION_OLD_VALUE;
+constexpr std::string_view RECONFIGURATION_NEW = log::RECONFIGURATION_NEW_VALUE;
 
 bool beginsWith(std::string_view text, std::string_view begin)
 {
@@ -231,6 +235,9 @@ void RecordSplitter::continueRecord(std::size_t begin, std::string_view line)
 /** Follows a report of a changed mask: its title, the old mask and the new mask are on three lines. */
 void RecordSplitter::watchReport(std::size_t begin, std::string_view line)
 {
+    if (watchReconfiguration(begin, line)) {
+        return;
+    }
     unsigned int mask = 0;
     if (endsWith(line, REPORT_TITLE)) {
         report = AFTER_TITLE;
@@ -250,6 +257,36 @@ void RecordSplitter::watchReport(std::size_t begin, std::string_view line)
         }
         report = NO_REPORT;
     }
+}
+
+/** Follows a report of several changed settings. Returns false if the line is not a part of one. */
+bool RecordSplitter::watchReconfiguration(std::size_t begin, std::string_view line)
+{
+    unsigned int mask = 0;
+    const std::size_t title = line.find(RECONFIGURATION_TITLE);
+    if (title != std::string_view::npos) {
+        reportBegin = begin;
+        report = IN_RECONFIGURATION;
+        const std::string_view settings = line.substr(title);
+        const std::string_view maskSetting = behindEscaped(settings, RECONFIGURED_MASK);
+        if (readReportedMask(behindEscaped(maskSetting, RECONFIGURATION_NEW), mask)) {
+            changeMask(mask);
+            report = NO_REPORT;
+        }
+        return true;
+    }
+    if (report == IN_RECONFIGURATION && line == RECONFIGURED_MASK) {
+        report = IN_RECONFIGURED_MASK;
+        return true;
+    }
+    if (report == IN_RECONFIGURED_MASK && beginsWith(line, RECONFIGURATION_NEW)
+        && readReportedMask(line.substr(RECONFIGURATION_NEW.size()), mask)) {
+        changeMask(mask);
+        report = NO_REPORT;
+        return true;
+    }
+    return (report == IN_RECONFIGURATION && beginsWith(line, log::RECONFIGURATION_SETTING))
+           || (report == IN_RECONFIGURED_MASK && beginsWith(line, RECONFIGURATION_OLD));
 }
 
 /**

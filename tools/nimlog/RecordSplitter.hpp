@@ -62,8 +62,9 @@ public:
     }
 
 private:
-    /** Which lines of a report of a changed mask have been read. */
-    enum ReportState { NO_REPORT, AFTER_TITLE, AFTER_OLD };
+    /** Which lines of a report of a changed mask have been read. Those of a reconfiguration have other forms.
+     */
+    enum ReportState { NO_REPORT, AFTER_TITLE, AFTER_OLD, IN_RECONFIGURATION, IN_RECONFIGURED_MASK };
 
     /** The result of searching for a prefix. */
     struct Prefix
@@ -81,6 +82,7 @@ private:
     bool followsFragment(std::string_view fragment, const Prefix& outer) const;
     void continueRecord(std::size_t begin, std::string_view line);
     void watchReport(std::size_t begin, std::string_view line);
+    bool watchReconfiguration(std::size_t begin, std::string_view line);
     void changeMask(unsigned int mask);
     void beginRecord(std::size_t begin, const Fields& fields, bool hasPrefix);
     void emit(std::size_t end);

@@ -43,6 +43,14 @@ static_assert(std::string_view(CHANGE_REPORT_OF_OUTPUT_MASK).substr(0, sizeof CH
 constexpr char CHANGE_REPORT_OLD_VALUE[] = "\told: ";
 constexpr char CHANGE_REPORT_NEW_VALUE[] = "\tnew: ";
 
+/** The first line of the report of a reconfiguration, before the names of the changed settings. */
+constexpr char RECONFIGURATION_TITLE[] = "Changing logging settings:";
+// The name of each setting follows on a line of its own, then its values. The lines begin with these texts.
+constexpr char RECONFIGURATION_SETTING[] = "\t";
+constexpr char RECONFIGURATION_OF_OUTPUT_MASK[] = "\tOutputMask";
+constexpr char RECONFIGURATION_OLD_VALUE[] = "\t\told: ";
+constexpr char RECONFIGURATION_NEW_VALUE[] = "\t\tnew: ";
+
 // A mask is shown as "0x14 [SEVERITY,PROCESSNAME]".
 constexpr char SHOWN_MASK_NUMBER[] = "0x";
 constexpr char SHOWN_MASK_NAMES[] = " [";

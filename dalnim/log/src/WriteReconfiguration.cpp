@@ -8,6 +8,7 @@
 #include <qv/pmx/src/CancellationOff.hpp>
 #include <dalnim/log/src/SettingsTable.hpp>
 #include <dalnim/log/src/SettingsText.hpp>
+#include <dalnim/log/src/StreamHeader.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/sys/SysError.hpp>
 
@@ -34,7 +35,8 @@ public:
         if (oldValue != newValue) {
             settings += ' ';
             settings += setting;
-            text += String("\n\t") + setting + "\n\t\told: " + oldValue + "\n\t\tnew: " + newValue;
+            text += String("\n") + RECONFIGURATION_SETTING + setting + '\n' + RECONFIGURATION_OLD_VALUE
+                    + oldValue + '\n' + RECONFIGURATION_NEW_VALUE + newValue;
         }
     }
     bool empty() const noexcept
@@ -43,7 +45,7 @@ public:
     }
     void write(std::ostream& os) const
     {
-        os << "Changing logging settings:" << settings << text;
+        os << RECONFIGURATION_TITLE << settings << text;
     }
 
 private:
