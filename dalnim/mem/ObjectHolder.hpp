@@ -7,8 +7,8 @@ namespace com::kor::dal::nim::mem {
 
 /**
  * Holds an object of which the static type does not show whether it is reference-counted. Decides at run
- * time: it owns a reference to a counted object, and deletes a plain one. Copies share a counted object; a
- * plain object moves to the copy and leaves its source empty.
+ * time: it owns a reference to a reference-counted object, and deletes a plain one. Copies share a
+ * reference-counted object; a plain object moves to the copy and leaves its source empty.
  *
  * Thread safety: none.
  */
@@ -40,8 +40,8 @@ public:
 
     /**
      * Releases the old object, if it is a plain one in every mode, and then stores that of `ref`: shares a
-     * counted object, and takes a plain one out of `ref`. Self-assignment has no effect. `ref` must not be
-     * part of the old object. If the release throws, the old object remains.
+     * reference-counted object, and moves a plain one out of `ref`. Self-assignment has no effect. `ref` must
+     * not be part of the old object. If the release throws, the old object remains.
      */
     ObjectHolder& operator=(const ObjectHolder& ref);
     /** Releases the old object in the same way, which must not destroy `object`, and then stores `object`. */

@@ -17,7 +17,7 @@ namespace com::kor::dal::nim::log {
 /** The fields in the first line of a stream header, whatever the output mask is. */
 constexpr unsigned int STREAM_HEADER_MASK = Mask_DATETIME | Mask_HOSTNAME | Mask_PROCESSNAME | Mask_PROCESSID
                                             | Mask_THREADID | Mask_MODULENAME | Mask_SEVERITY;
-/** Follows these fields, in the place of TERMINATOR. */
+/** Follows these fields, instead of TERMINATOR. */
 constexpr char STREAM_HEADER_TERMINATOR[] = " Write: ";
 /** The end of the first line. */
 constexpr char STREAM_HEADER_TITLE[] = "Log Configuration:";

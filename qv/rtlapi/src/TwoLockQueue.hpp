@@ -18,8 +18,8 @@ namespace qv {
  * consumers, so that they rarely contend for a lock or for a cache line.
  *
  * Producers append to the producer side. Consumers pop from the consumer side. When that is empty, a consumer
- * takes both locks, the consumers' first, and swaps the two. It also takes both if a producer is blocked,
- * whom it must then wake, and if setMustCheckState() requires it.
+ * takes both locks, the consumers' first, and swaps the two. It also takes both if it must wake
+ * a blocked producer, and if setMustCheckState() requires it.
  *
  * The queue does not own the closures, nor does it call them.
  *
