@@ -22,7 +22,7 @@ String numbered(unsigned int number)
     return std::to_string(1000000 + number).substr(1) + String(93, 'x');
 }
 
-/** How often a text stands in another one. */
+/** Returns how often a string occurs in another one. */
 std::size_t occurrences(std::string_view part, std::string_view text)
 {
     std::size_t count = 0;
@@ -126,7 +126,7 @@ TEST_F(LogDiskTest, ASetThatOutgrowsItsDiskLosesItsOldestFilesAlone)
         EXPECT_THAT(told, testing::Not(HasSubstr("switchFile(): ERROR")));
         EXPECT_EQ(path, file->getPath());
 
-        // From the first that is still there on, each stands once: in a file, or behind a complaint.
+        // From the oldest line in a file on, each occurs once: in a file, or after an error message.
         const String kept = wholeLog(path);
         bool begun = false;
         for (unsigned int n = 0; n < 2000; ++n) {
@@ -137,7 +137,7 @@ TEST_F(LogDiskTest, ASetThatOutgrowsItsDiskLosesItsOldestFilesAlone)
         }
         EXPECT_TRUE(begun);
 
-        // With room for all, each line is in a file again, at the latest behind the next rotation.
+        // With space for all, each line is in a file again, at the latest after the next rotation.
         std::filesystem::remove(ballast);
         for (unsigned int n = 2000; n < 2200; ++n) {
             file->log(numbered(n));
@@ -153,7 +153,7 @@ TEST_F(LogDiskTest, ASetThatOutgrowsItsDiskLosesItsOldestFilesAlone)
 
 TEST_F(LogDiskTest, ARotationThatGetsNoNewFileSaysSo)
 {
-    // The folder, the file and its three old ones: one inode is missing.
+    // The directory, the file and its three rotated ones: one inode is missing.
     onDisk("size=64k,nr_inodes=4", [this] {
         open(200);
         unsigned int n = 0;

@@ -21,7 +21,7 @@ using com::kor::dal::nim::sys::system_error;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/** The failure of a file check as the runtime layer tells it, folded at 78 columns. */
+/** The error message of a failed file check, as the runtime layer formats it: folded at 78 columns. */
 String refusal(const String& numberAndText, const String& path)
 {
     const std::size_t length = numberAndText.size() - numberAndText.find(' ') - 1 + 2 + path.size();
@@ -32,7 +32,7 @@ String refusal(const String& numberAndText, const String& path)
 class LogFileFaultTest : public LogFileFixture
 {
 protected:
-    /** What a line ends with, as "13 Permission denied". */
+    /** Returns the error that logging a line throws, as "13 Permission denied", or "written". */
     String failureOf(const String& line)
     {
         try {
@@ -43,7 +43,7 @@ protected:
         return "written";
     }
 
-    /** The path is gone, and the next line goes to standard error like any other. */
+    /** Checks that the path has been cleared, and that the next line is written to standard error. */
     void expectForgotten()
     {
         EXPECT_EQ("", file->getPath());
@@ -57,7 +57,7 @@ protected:
         expectStandardError();
     }
 
-    /** The path is still there, and each line fails in the same way. */
+    /** Checks that the path is unchanged, and that each line fails in the same way. */
     void expectKept(const String& failure)
     {
         const String name = file->getPath();
@@ -304,7 +304,7 @@ TEST_F(LogFileFaultTest, FailedFileRecoversByTheRotationOfStandardErrorsPosition
     EXPECT_EQ("recovered\n", contentOf(path));
 }
 
-/** Cannot tell its position, like a terminal or a pipe. */
+/** A stream buffer without a position, like a terminal's or a pipe's. */
 class Unseekable : public std::streambuf
 {
 public:

@@ -28,7 +28,7 @@ using com::kor::dal::nim::log::LogFile;
 using com::kor::dal::nim::log::LogFileRef;
 using support::inChildProcess;
 
-/** A scratch folder that every user can enter. */
+/** A scratch directory that every user can enter. */
 class Folder : public support::ScratchFolder
 {
 public:
@@ -163,7 +163,7 @@ inline void createFullDirectory(const String& path)
     create(path + "/inside", "");
 }
 
-/** The names in a folder, in order. */
+/** Returns the names in a directory, in order. */
 inline std::vector<String> namesIn(const String& folder)
 {
     std::vector<String> names;
@@ -174,13 +174,13 @@ inline std::vector<String> namesIn(const String& folder)
     return names;
 }
 
-/** A log file in a folder, with standard error captured. */
+/** A log file in a directory, with standard error captured. */
 class LogFileFixture : public testing::Test
 {
 protected:
     LogFileFixture() : path(folder / "server.log"), file(new LogFile) {}
 
-    /** Lets the file take `path` without a word on standard error of the files counted. */
+    /** Sets `path` and the limits, and discards the report of the counted files on standard error. */
     void open(std::size_t maxFileSize = 0, std::size_t maxFiles = 0)
     {
         file->setPath(path);

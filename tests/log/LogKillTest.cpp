@@ -148,19 +148,19 @@ public:
         return true;
     }
 
-    /** Takes the beginning of a record that was cut, none of whose statements can have returned. */
+    /** Checks the beginning of a truncated record: its statement cannot have returned. */
     void readCut(std::string_view part)
     {
         unsigned int t = 0;
         unsigned int n = 0;
-        // Less than its numbers would tell nothing; the kernel stops at the end of a page.
+        // The numbers must be complete to identify the record; the kernel stops at the end of a page.
         ASSERT_TRUE(parse(part, t, n)) << part;
         EXPECT_EQ(part, std::string_view(record(t, n)).substr(0, part.size()));
         EXPECT_EQ(found[t], n);
-        EXPECT_EQ(account.data->returned[t], n) << "cut, although it was told to be written";
+        EXPECT_EQ(account.data->returned[t], n) << "truncated, although its statement returned";
     }
 
-    /** All that was told to be written has been read, and at most one record of each thread more. */
+    /** Checks that each record whose statement returned has been read, and at most one more per thread. */
     void expectComplete() const
     {
         for (unsigned int t = 0; t < KILL_THREADS; ++t) {
@@ -227,7 +227,7 @@ class LogKillTest : public testing::Test
 protected:
     LogKillTest() : random(20240611) {}
 
-    /** Runs `round(path)` as often as the run is long, each time with a folder of its own. */
+    /** Runs `round(path)` as often as the run is long, each time with a new directory. */
     template <class Round>
     void repeat(Round round)
     {
@@ -240,7 +240,7 @@ protected:
         RecordProperty("records", static_cast<int>(records));
     }
 
-    /** Reads a log whose lines are all of one of two victims, those of the first ahead of the others. */
+    /** Reads a log of two victims that contains all lines of the first before those of the second. */
     void readInTurn(const String& path, Victim& first, Victim& second)
     {
         bool secondHasBegun = false;

@@ -71,7 +71,7 @@ void writeLoad(const String& path, std::size_t maxFiles)
     EXPECT_EQ(path, logger.getPath());
 }
 
-/** The thread and the number of a record that stands whole in its line. */
+/** Reads the thread and the number of a record, and checks that its line is complete. */
 void readRecord(std::string_view line, unsigned int& t, unsigned int& n)
 {
     int length = 0;

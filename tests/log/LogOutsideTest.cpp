@@ -30,7 +30,7 @@ constexpr unsigned int THREADS = 4;
 class Writers
 {
 public:
-    /** @param padding stands behind each number */
+    /** @param padding  follows each number */
     Writers(LogFile& file, unsigned int limit, String padding = String()) : tail(std::move(padding))
     {
         for (unsigned int t = 0; t < THREADS; ++t) {
@@ -38,7 +38,7 @@ public:
                 for (unsigned int n = 0; n < limit && !stopped; ++n) {
                     file.log(std::to_string(t) + ' ' + std::to_string(n) + tail);
                     ++returned[t];
-                    // The lock goes to whoever comes, and the test itself is to come, too.
+                    // The lock is not fair: without a pause, the test itself might never acquire it.
                     std::this_thread::sleep_for(std::chrono::microseconds(50));
                 }
             });
@@ -81,7 +81,7 @@ public:
         return total;
     }
 
-    /** All lines that were written stand in `text`, once and in order. */
+    /** Checks that `text` contains all lines that were written, once and in order. */
     void expectAll(std::string_view text) const
     {
         Sequences<THREADS> sequences;
@@ -126,7 +126,7 @@ TEST_F(LogOutsideTest, AFileThatIsMovedAwayTakesTheLinesUntilThePathIsSetAnew)
         writers.waitFor(100);
         const String moved = folder / "moved-" + std::to_string(round);
         std::filesystem::rename(path, moved);
-        // As the tool that rotates may do, ahead of its signal.
+        // As a rotation tool may do before it sends its signal.
         create(path, "");
         writers.waitFor(100);
         EXPECT_EQ("", contentOf(path));
@@ -155,7 +155,7 @@ TEST_F(LogOutsideTest, AFolderThatIsRemovedComesBackWhenThePathIsSetAnew)
         file->setPath(name);
         // Each thread may have one that was written before.
         writers.waitFor(THREADS + 1);
-        // What was written meanwhile is in the file that nobody can open any more.
+        // The lines written before are in the deleted file, which cannot be opened by its name.
         all += readAll(reader);
         ::close(reader);
         EXPECT_TRUE(exists(name));
@@ -233,7 +233,7 @@ TEST_F(LogPipeTest, AStreamThatBlocksHoldsTheWritersAndLosesNothing)
 
 TEST_F(LogPipeTest, WithoutAReaderTheLinesSurviveOnStandardError)
 {
-    // What a server does, lest it be ended by its peers.
+    // As a server does, so that a closed connection does not terminate it.
     const auto before = ::signal(SIGPIPE, SIG_IGN);
     file->log("one");
     EXPECT_EQ("one\n", readAll(reader));

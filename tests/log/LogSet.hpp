@@ -15,10 +15,10 @@
 #include <string_view>
 #include <vector>
 
-/** Reading what a logger has left behind in a file and its old ones. */
+/** Reading the records that a logger has written to a file and its rotated files. */
 namespace logfiletest {
 
-/** Swallows standard error: rotations of a long run tell much. */
+/** Discards standard error: the rotations of a long run print many lines. */
 class Silence
 {
     struct Nothing : std::streambuf
@@ -79,7 +79,7 @@ template <unsigned int THREADS>
 class Sequences
 {
 public:
-    /** Takes a line "[prefix]thread number" and what may stand behind a further blank. */
+    /** Reads a line "[prefix]thread number", which a space and other text may follow. */
     void take(std::string_view line, const char* prefix = "")
     {
         unsigned int t = THREADS;

@@ -29,9 +29,9 @@ using logfiletest::Folder;
 constexpr char CIMOM_MODULE[] = "com_kor_dal_nim_log_module_CIMOM";
 constexpr int THREADS = 4;
 
-/** Runs `work(number)` on several threads, all of which have started before `meanwhile()` runs here. */
-template <class Work, class Meanwhile>
-void onThreads(Work work, Meanwhile meanwhile)
+/** Runs `work(number)` on several threads, and `concurrent()` on this one after all of them have started. */
+template <class Work, class Concurrent>
+void onThreads(Work work, Concurrent concurrent)
 {
     std::atomic<int> ready(0);
     std::atomic<bool> go(false);
@@ -49,13 +49,13 @@ void onThreads(Work work, Meanwhile meanwhile)
         std::this_thread::yield();
     }
     go = true;
-    meanwhile();
+    concurrent();
     for (std::thread& thread : threads) {
         thread.join();
     }
 }
 
-/** How often each line stands in a text. */
+/** Returns how often each line occurs in a string. */
 std::map<String, int> countLines(const String& text)
 {
     std::map<String, int> counts;
@@ -263,7 +263,7 @@ TEST(LogThreads, TwoLoggersMayReachForEachOthersFiles)
 }
 
 // The owner may destroy its logger as soon as unregisterModule() has returned. Under a sanitizer, or
-// perturbed, a look-up that lets go of the lock before it has taken the file fails within a few rounds.
+// perturbed, a lookup that releases the lock before it has acquired the file fails within a few rounds.
 TEST(LogThreads, ASharedFileIsTakenBeforeItsOwnerCanUnregister)
 {
     constexpr int ROUNDS = 2000;

@@ -51,7 +51,7 @@ private:
 
 }
 
-// Stands before the C library's own.
+// Hides the C library's own.
 extern "C" __attribute__((visibility("default"))) std::tm* localtime_r(const std::time_t* time,
                                                                        std::tm* result) noexcept
 {
@@ -180,7 +180,7 @@ TEST(RecordLine, PrefixThatHoldsATerminatorKeepsItsBlank)
     EXPECT_EQ("a : b ERROR Source : \n", logger.taken());
 }
 
-/** A logger with a prefix of its own, which ends in blanks. */
+/** A logger with its own prefix, which ends in spaces. */
 struct Formatted : Write
 {
     String format(const Module& mod, const Header&) override

@@ -28,7 +28,7 @@ using testing::HasSubstr;
 
 constexpr int PIPE_SIZE = 4096;
 
-/** A pipe in the place of standard error, non-blocking for its writers. */
+/** A pipe that replaces standard error, non-blocking for its writers. */
 class ErrorPipe
 {
 public:
@@ -67,7 +67,7 @@ private:
 class StandardErrorTest : public testing::Test
 {
 protected:
-    /** Opens a file in the place of a standard descriptor. */
+    /** Redirects a standard descriptor to a file. */
     static void redirect(int descriptor, const String& name)
     {
         const int opened = ::open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);

@@ -19,7 +19,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** What a statement does to its stream where it stands. */
+/** A manipulator that applies an action to the stream of a statement. */
 template <class Action>
 struct Act
 {
@@ -268,7 +268,7 @@ TEST_F(StatementStreamTest, StatementsInAStatementHaveStreamsOfTheirOwn)
               logger.taken());
 }
 
-/** Logs when the thread has ended so far that its variables go. */
+/** Logs in the destructors of thread-local variables. */
 struct LastWords
 {
     log::Module* module = nullptr;
@@ -289,7 +289,7 @@ thread_local LastWords behind;
 TEST_F(StatementStreamTest, ThreadsLogWhileTheirVariablesGo)
 {
     std::thread([this] {
-        // One is made ahead of the thread's first statement, and so goes behind what that has made.
+        // `before` is constructed before the thread's cached record, and is therefore destroyed after it.
         before.module = &module;
         before.text = "before";
         NIM_LOG_TO(module, Severity_WARNING) << "alive";

@@ -90,7 +90,7 @@ std::size_t WriteSpy::admit(std::size_t bytes)
 
 }
 
-// These stand before the C library's own for everything that this process loads.
+// These take precedence over the C library's own for everything that this process loads.
 
 #define INTERPOSED __attribute__((visibility("default")))
 

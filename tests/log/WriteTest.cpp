@@ -199,7 +199,7 @@ TEST(Write, TakesItsDynamicModulesAlong)
                             *logger);
     }
     logger.reset();
-    // What is left or freed twice, the sanitizers tell.
+    // The sanitizers report leaks and double frees.
 }
 
 TEST(Write, AnotherLoggerHasNoStreamHeader)
