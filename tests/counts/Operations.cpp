@@ -73,7 +73,7 @@ void writeRecords(unsigned int times)
         log::Write logger;
         logger.setPath(path);
         log::Module& module = log::Module::getInstance("counts.record", logger);
-        const std::string text(56, 'x'); // 160 bytes in all, but for the names of host and process
+        const std::string text(56, 'x'); // 160 bytes in all, without the names of host and process
         for (unsigned int i = 0; i < times; ++i) {
             NIM_LOG_TO(module, Severity_WARNING) << text;
         }
@@ -131,7 +131,7 @@ public:
     void run() override {}
 };
 
-/** Occupies its worker until it is told to go. */
+/** Occupies its worker until it is released. */
 class Gate : public mt::Task
 {
 public:

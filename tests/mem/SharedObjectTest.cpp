@@ -139,7 +139,7 @@ TEST(SharedObject, DestructorSeesTheWritesOfAllThreads)
     EXPECT_EQ(28000L, sum);
 }
 
-// Copy on write: unsynchronised but for the count. The thread sanitizer reports a load that does not acquire.
+// Copy on write, synchronised only by the count. The thread sanitizer reports a load that does not acquire.
 TEST(SharedObject, SoleOwnerByTheCountMayChangeTheObject)
 {
     for (int round = 0; round < 100; ++round) {

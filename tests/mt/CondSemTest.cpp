@@ -37,7 +37,7 @@ static_assert(!std::is_copy_assignable_v<CondSem>);
 static_assert(std::is_same_v<const CondSem&, decltype(std::declval<const CondSem&>().acquire())>);
 static_assert(!std::is_polymorphic_v<SysMutexCondSem>);
 
-/** A lock that counts its calls and tells when it goes. */
+/** A lock that counts its calls and its destruction. */
 class SpiedLock : public MutexOps
 {
 public:

@@ -25,7 +25,7 @@ public:
         return std::mt19937(seed + static_cast<unsigned int>(thread));
     }
 
-    /** What a failed test is to tell. */
+    /** Returns the hint for the message of a failed test. */
     std::string text() const
     {
         return "repeat with DALNIM_TEST_SEED=" + std::to_string(seed);

@@ -20,7 +20,7 @@ using com::kor::dal::nim::mt::MutexOps;
 using com::kor::dal::nim::mt::SysMutex;
 using com::kor::dal::nim::sys::system_error;
 
-/** A lock that tells how it was released: all that a holder asks of one. */
+/** A lock that records how it was released; it has only the operations that a holder needs. */
 class Lock
 {
 public:

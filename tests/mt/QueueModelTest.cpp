@@ -39,7 +39,7 @@ private:
     std::atomic<int>& destroyed;
 };
 
-/** One thread's dealings with a queue, and the list that tells what must come of them. */
+/** Random operations of one thread on a queue, with a list as the model of their results. */
 class Dealings
 {
 public:

@@ -158,7 +158,7 @@ TEST_F(QueueTest, CopiesHaveNoLink)
     EXPECT_TRUE(queue.insert(&items[0], 0));
     EXPECT_TRUE(queue.insert(&items[1], 0));
     Item copy(items[0]);
-    // Assigned to, an element stays where it stands.
+    // Assignment to an element does not change its position in the queue.
     items[0] = items[3];
     Queue other(2);
     EXPECT_TRUE(other.insert(&copy, 0));

@@ -193,7 +193,7 @@ TEST(ThreadPoolShutdown, DoesNotWaitForBusyWorkersAfterASecond)
     OwnTask busy([&] {
         entered.open();
         leave.pass();
-        // To be compared, no more: it is gone.
+        // Only the address is compared: the pool has been destroyed.
         after = ThreadPool::currentPool();
     });
     EXPECT_TRUE(pool->add(busy));
@@ -311,7 +311,7 @@ TEST(ThreadPoolShutdown, ConcurrentAddsLoseNoTaskAndNoThread)
     }
 }
 
-/** Whoever sees a task finished may destroy it, however closely. */
+/** A caller may destroy a task as soon as its status is TSF_FINISHED. */
 TEST(ThreadPoolEnd, OwnerMayDestroyAFinishedPoolTaskImmediately)
 {
     const auto pool = makePool(2, 2);

@@ -461,7 +461,7 @@ TEST_F(ThreadPoolSharing, CanBePassedOnWhileTheSourceChanges)
     EXPECT_EQ(0, living);
 }
 
-/** It hangs when a wake-up is lost between those who submit, the workers and the end. */
+/** Hangs if a wake-up is lost between the submitting threads, the workers and the destructor. */
 TEST(ThreadPoolRace, ManyShortLivedPoolsEnd)
 {
     std::atomic<int> runs{0};

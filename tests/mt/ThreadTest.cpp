@@ -104,7 +104,7 @@ TEST(Thread, DeletesItsTargetIfItOwnsIt)
     EXPECT_EQ(2, destroyed);
 }
 
-/** A task that tells the state in which it is destroyed. */
+/** A task that records the state in which it is destroyed. */
 class Dying : public OwnTask
 {
 public:
@@ -277,7 +277,7 @@ TEST(Thread, IsStartedBeforeItRuns)
     Work work;
     Task target(work);
     Thread thread(target);
-    // Somebody who copies the starter's context sees both on their way.
+    // An entry that is copied with the starter's context sees both starting.
     class Witness : public nim::mem::RefCntObject, public nim::type::Cloneable
     {
     public:
@@ -388,7 +388,7 @@ TEST(Thread, WaitForCompletionWorksForADetachedThread)
     EXPECT_TRUE(finished);
 }
 
-/** Whoever sees a detached thread finished may destroy it, however closely. */
+/** A caller may destroy a detached thread as soon as its status is TSF_FINISHED. */
 TEST(ThreadEnd, OwnerMayDestroyAFinishedTaskImmediately)
 {
     std::atomic<int> runs{0};

@@ -1,9 +1,9 @@
 /**
- * A program that knows the library by `dlopen` alone. Each pair of arguments is a step:
+ * A program that loads the library only by `dlopen`. Each pair of arguments is a step:
  *
  *     dlopen PATH, dlclose PATH
- *     say PATH        by the plug-in of that path, under its module
- *     at-end PATH     uses the library through that plug-in when all its static objects are gone
+ *     say PATH        logs by the plug-in of that path, under its module
+ *     at-end PATH     uses the library through that plug-in after all its static objects have been destroyed
  *     see-end PATH    a thread uses the plug-in, which is closed before the thread ends
  *     count what      prints a number: "keys" that the process could make, "threads", "modules"
  */

@@ -76,7 +76,7 @@ void runTask()
     Work work;
     mt::Task task(work);
     pool.add(task);
-    // Whoever waits locks; a wait for as long as it takes would be one for a pool that has ended.
+    // A waiter acquires locks. A wait without a time-out could wait for a pool that has ended.
     while (!task.waitForCompletion(1000) && task.status() != mt::Task::TSF_FINISHED) {
     }
 }

@@ -94,7 +94,7 @@ TEST(ProcessLinked, LogsAfterAModuleWasUnloadedWithItsPlugin)
 
 TEST(ProcessLinked, ThreadMayEndAfterThePluginThatItUsesWasClosed)
 {
-    // The plug-in stays until the thread has ended, as the dynamic linker sees to it.
+    // The dynamic linker keeps the plug-in loaded until the thread has ended.
     const Outcome run({LINKED, "load", FIRST, "see-end", FIRST, "log", "a"});
     EXPECT_EQ(0, run.status) << run.errors;
     EXPECT_THAT(run.records(), testing::IsSupersetOf({"first sees a thread end", "program sees a thread end",

@@ -60,7 +60,7 @@ void process_say(const char* text)
     NIM_LOG_TO(module, Severity_WARNING) << text;
 }
 
-/** Nothing of the plug-in's own is touched: also for when its static objects are gone. */
+/** Uses no object of the plug-in, so it can be called after its static objects have been destroyed. */
 void process_use(const char* moment)
 {
     processtest::useLibrary(moment);

@@ -23,7 +23,7 @@ inline Lines linesOf(const std::string& text)
     return lines;
 }
 
-/** The texts of the records in an output, which stand behind the first " : " of each line. */
+/** Returns the texts of the records in an output: the part of each line after the first " : ". */
 inline Lines recordsIn(const std::string& text)
 {
     Lines records;

@@ -80,7 +80,7 @@ private:
     std::function<void()> work_;
 };
 
-/** Nothing can be told to be in it. */
+/** Returns true if none of the keys of these tests has an entry. */
 bool isEmpty(const ContainerContext& context)
 {
     return !context.find(STAYS) && !context.find(SHARED) && !context.find(SecurityContext::KEY);

@@ -77,10 +77,10 @@ TEST(DynLoadFailure, DirectoryIsReported)
 
 TEST(DynLoadFailure, NameWithANulIsReported)
 {
-    // The system would take what stands before the zero for the name, and that is the process here.
+    // The system would use the part before the null character, which is the name of the process here.
     const Failure failure = load(String("\0.so", 4));
     EXPECT_EQ(2, failure.error);
-    EXPECT_EQ("Unable to load \"", failure.text) << "as far as a text of C goes";
+    EXPECT_EQ("Unable to load \"", failure.text) << "up to the null character";
 }
 
 TEST(DynLoadFailure, MissingDependencyIsReported)

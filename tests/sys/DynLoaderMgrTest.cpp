@@ -233,7 +233,7 @@ TEST(DynLoaderLock, IsHeldWhileALibraryLoads)
     inside.pass();
     const DynLibrary& library = *other;
     library.acquireRef();
-    // A release that leaves somebody else waits for nobody; one that may end the library does.
+    // A release that leaves other references does not block; one that may unload the library does.
     Caller([&other] { other.clear(); }).join();
     Caller dropper([&symbol] { symbol.clear(); });
     EXPECT_TRUE(dropper.awaitAsleep());

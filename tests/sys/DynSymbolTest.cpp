@@ -66,8 +66,8 @@ TEST_F(DynSymbolTest, SameNameReturnsTheSameObjectWhileItIsReferenced)
 TEST_F(DynSymbolTest, CanBeLookedUpAgainAfterItsDestruction)
 {
     library->symbol("dyn_plain_value");
-    EXPECT_EQ(2u, library->refCount(true)) << "it is gone";
-    // What takes the memory of the one that is gone.
+    EXPECT_EQ(2u, library->refCount(true)) << "the symbol has been destroyed";
+    // Reuses the memory of the destroyed symbol.
     const DynSymbolRef other = library->symbol("dyn_plain_function");
     const DynSymbolRef second = library->symbol("dyn_plain_value");
     EXPECT_EQ("dyn_plain_value", second->name());
@@ -167,7 +167,7 @@ TEST_F(DynSymbolTest, PartOfItsNameFindsNothing)
 
 TEST_F(DynSymbolTest, NamesWithACommonPrefixAreDifferentSymbols)
 {
-    // Of equal length and of different lengths: the order in the cache is nobody's business.
+    // Of equal length and of different lengths, independently of the order in the cache.
     const ConstDynLibraryRef math = DynLibrary::load("libm.so.6");
     std::vector<DynSymbolRef> symbols;
     const StringVector names{"sin", "cos", "tan", "sinh", "cosh", "sinf", "cosf", "exp", "exp2", "expm1"};

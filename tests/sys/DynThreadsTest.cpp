@@ -134,7 +134,7 @@ TEST(DynThreads, LoadLookUpAndReleaseAtRandom)
 
 TEST(DynThreads, LoadAndUnloadTheSameLibrary)
 {
-    // Nobody holds it for long: nearly each round is the last reference of somebody.
+    // Each reference is short-lived: in nearly each round a thread releases the last one.
     onThreads([](int) {
         for (int i = 0; i < rounds(); ++i) {
             EXPECT_EQ(5, valueOf(DynLibrary::load(OTHER)->symbol("dyn_other_value")));

@@ -28,13 +28,13 @@ static_assert(std::is_nothrow_destructible_v<InitLock>);
 static_assert(noexcept(std::declval<InitLock&>().acquire()));
 static_assert(noexcept(std::declval<InitLock&>().release()));
 
-/** Another thread that takes the lock, and gives it back at once. */
+/** Starts a thread that acquires the lock and releases it immediately. */
 std::unique_ptr<qvtest::Caller> taker()
 {
     return std::make_unique<qvtest::Caller>([] { const InitLock lock(true); });
 }
 
-/** True when another thread has to wait for the lock until `release` was called. */
+/** Returns true if another thread blocks on the lock until `release` is called. */
 template <class Release>
 bool keepsOthersOut(Release release)
 {
@@ -45,7 +45,7 @@ bool keepsOthersOut(Release release)
     return waits;
 }
 
-/** Returns when another thread has had the lock; hangs when it never gets it. */
+/** Returns after another thread has acquired and released the lock; hangs if it cannot. */
 void letOthersIn()
 {
     taker()->join();
@@ -144,9 +144,9 @@ TEST(InitLock, ExcludesManyThreads)
     EXPECT_EQ(8000L, counter);
 }
 
-// Forks: the child starts with the lock free, whoever held it.
+// Forks: the child starts with the lock free, even if another thread held it.
 
-/** 0 when the child could take the lock within its time. */
+/** Returns 0 if a child could acquire the lock within its time. */
 int statusOfForkedTaker()
 {
     const pid_t child = fork();

@@ -1,16 +1,15 @@
 /**
- * A small program that stands on a host of its own making: what it defines here takes the place of
- * the C library's functions for the library too, so that a test can say what the host is called,
- * what the clock shows and where the executable lies, and look at what the library asks for.
- * Each run is a fresh process, as one-time results need it.
+ * A program on a made-up host: its definitions replace the C library's functions, for the library too. A test
+ * can therefore choose the host name, the time and the path of the executable, and can see the library's
+ * calls. Each run is a new process, because the library computes these values once.
  *
- *     PROBE_HOST_NAME      the host's name
- *     PROBE_HOST_FAILURES  how many calls for it fail first
+ *     PROBE_HOST_NAME      the host name
+ *     PROBE_HOST_FAILURES  how many calls of gethostname() fail first
  *     PROBE_CLOCK          "<seconds> <nanoseconds>" of the wall clock
- *     PROBE_PID            the process id
- *     PROBE_EXE            what /proc/self/exe leads to; "!" when it cannot be read
+ *     PROBE_PID            the process ID
+ *     PROBE_EXE            the target of /proc/self/exe; "!" if the link cannot be read
  *     PROBE_NO_LOADER      the process cannot be opened as a library
- *     PROBE_USER           the effective user during the calls
+ *     PROBE_USER           the effective user ID during the calls
  */
 
 #include <dalnim/sys/StackTrack.hpp>
@@ -242,7 +241,7 @@ void tell_numbers()
     std::printf("%u\n", UniqueID::nextUid32());
 }
 
-/** Lets many threads do the first use of everything at once. */
+/** Makes the first use of everything on many threads at the same time. */
 void tell_threads()
 {
     constexpr std::size_t THREADS = 8;
@@ -293,7 +292,7 @@ void tell_path()
 // Hidden symbols cannot be exported, and one of the two programs made from this source does so.
 __attribute__((visibility("default"))) int main(int argc, char** argv)
 {
-    // A one-time routine that a failure left half done would wait for ever.
+    // A one-time routine that a failure left incomplete would block forever.
     alarm(60);
 
     const String scenario = argc > 1 ? argv[1] : "";

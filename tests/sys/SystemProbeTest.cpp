@@ -25,7 +25,7 @@ struct Start
     std::string directory;
     /** What is executed; looked for along PATH when it has no slash. */
     std::string file = DALNIM_SYSTEM_PROBE;
-    /** What the program is told that it is called. */
+    /** The program's argv[0]. */
     std::string name;
 };
 
@@ -228,7 +228,7 @@ protected:
         std::filesystem::copy_file(DALNIM_SYSTEM_PROBE, in(name));
     }
 
-    /** The path of a process started in the scratch folder, whose link in /proc reads `exe`. */
+    /** Returns the output of a process in the scratch directory that reads `exe` from its link in /proc. */
     std::string path_with_link(const std::string& exe, Environment environment = {},
                                const std::string& directory = "") const
     {
@@ -406,7 +406,7 @@ TEST_F(ProcessPathProbe, IsReadFromTheLinkersErrorMessageIfMainIsNotExported)
         start.environment = {{"PROBE_EXE", link}};
         start.name = "";
         EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), run(start));
-        // Up to the first ": ", wherever it stands.
+        // Up to the first ": ", at any position.
         start.name = "./bin/prog: really";
         EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), run(start));
     }
@@ -426,7 +426,7 @@ TEST_F(ProcessPathProbe, IsTheFileOfMainIfMainIsExported)
     start.file = "./prog";
     start.environment = {{"PROBE_EXE", "!"}};
     EXPECT_EQ(path_told(scratch, "prog", in("prog")), run(start));
-    // No complaint is read: a name with ": " in it stays whole.
+    // No error message is parsed: a name that contains ": " is not truncated.
     start.name = "./prog: really";
     EXPECT_EQ(path_told(".", "prog: really", "./prog: really"), run(start));
 }

@@ -163,7 +163,7 @@ TEST(ThreadStateFault, AllThreadsShareOneKey)
 
 TEST(ThreadStateFaultDeathTest, MissingThreadKeyTerminatesTheProcess)
 {
-    // Started anew, the program gets no key when its library is loaded or at the first need.
+    // The program is started again, and gets no key when its library is loaded or at the first use.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     setenv("DALNIM_TEST_NO_KEY", "1", 1);
     EXPECT_EXIT(ThreadState::current(), testing::KilledBySignal(SIGABRT),

@@ -51,7 +51,7 @@ bool isFresh(const ThreadState& state)
            && state.pool == nullptr && state.lock == nullptr && state.where.empty();
 }
 
-/** Lets `count` threads begin at once. */
+/** Runs `work` on `count` threads, which begin at the same time. */
 template <class Work>
 void together(std::size_t count, Work work)
 {
@@ -202,7 +202,7 @@ TEST(ThreadState, IsConstructedAgainAfterItsDestruction)
     EXPECT_EQ(0, pthread_key_delete(epilogueKey));
 }
 
-// Forks. The children tell by their status and run nothing of the test's.
+// Forks. The children report by their exit status and run no code of the test framework.
 
 int statusOfChild(pid_t child)
 {

@@ -81,7 +81,7 @@ TEST(UniqueID, IdsOfManyThreadsAreUnique)
         thread.join();
     }
 
-    // Told as distances from the number before: 1 to THREADS * NUMBERS, each once.
+    // The distances from the number drawn before: 1 to THREADS * NUMBERS, each once.
     std::set<std::uint32_t> all32;
     std::set<std::uint64_t> all64;
     for (std::size_t t = 0; t < THREADS; ++t) {

@@ -230,7 +230,7 @@ TEST(PropertiesFault, LoadIsCompleteOrThrows)
     }
 }
 
-/** The tests above could not tell a short file from a load that gave up. */
+/** The tests above could not distinguish a short file from a load that was abandoned. */
 TEST(PropertiesFault, LoadThatCannotWriteItsWarningsSetsTheStreamsState)
 {
     const String text = longText("a") + "=" + longText("new") + "\n";

@@ -47,8 +47,8 @@ String failureOf(Call call, int error, Operation operation)
 }
 
 /**
- * Runs a test's body in this program, started anew: for what a process does once. Of a test whose suite
- * is named as a death test, and before anything else in it.
+ * Runs a test's body in a new process of this program, to test what a process does only once. Must be the
+ * first statement of a test whose suite is named as a death test.
  */
 #define FAULTS_IN_NEW_PROCESS(...)                                                                           \
     GTEST_FLAG_SET(death_test_style, "threadsafe");                                                          \

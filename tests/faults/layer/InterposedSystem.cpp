@@ -15,7 +15,7 @@ using faults::strike;
 FAULTS_INTERPOSED void* dlopen(const char* path, int mode) noexcept
 {
     FAULTS_NEXT(dlopen);
-    // The next one asks for a file that is not there, so that dlerror() has something to tell.
+    // The next definition opens a missing file, so that dlerror() returns a message.
     return fails(Call::DLOPEN) ? next("/nowhere/no-such-library.so", mode) : next(path, mode);
 }
 

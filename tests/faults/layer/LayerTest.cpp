@@ -84,7 +84,7 @@ TEST(FaultLayer, AffectsCallsOfTheLibrary)
     EXPECT_EQ(EIO, number);
 }
 
-/** What the library allocates is counted and given back by its own operator delete. */
+/** Allocations of the library are counted, and freed by the matching operator delete. */
 TEST(FaultLayer, AffectsAllocationsOfTheLibrary)
 {
     const String key(100, 'k');
@@ -148,7 +148,7 @@ TEST(FaultLayer, DoesNotCountMallocInsideNew)
 
 #endif
 
-/** Two allocations, and a state that tells how far it came. */
+/** Two allocations; the state shows how many have succeeded. */
 struct Steps
 {
     std::unique_ptr<int> first;

@@ -8,10 +8,10 @@
 
 #include <dlfcn.h>
 
-/** The definition of a function that stands before that of every library. */
+/** Begins the definition of a function that takes precedence over that of every library. */
 #define FAULTS_INTERPOSED extern "C" __attribute__((visibility("default")))
 
-/** The function that this one stands before: a sanitizer's, or the C library's own. */
+/** Defines `next`, the definition that this one hides: a sanitizer's, or the C library's own. */
 #define FAULTS_NEXT(function)                                                                                \
     static std::atomic<void*> known{nullptr};                                                                \
     const auto next = reinterpret_cast<decltype(&::function)>(faults::nextOf(known, #function))

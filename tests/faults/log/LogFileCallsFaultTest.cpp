@@ -323,7 +323,7 @@ TEST_F(RotationCallsFault, OldFilesThatCannotBeRemovedAreTraced)
     EXPECT_EQ(1u, file->getMaxNumberOfFiles());
 }
 
-/** No more is lost than the oldest file by each rotation, which names it, and each line is told. */
+/** Each rotation loses only the oldest file, which it names, and each line is written to standard error. */
 TEST_F(RotationCallsFault, FullDiskCostsTheOldestFilePerRotation)
 {
     constexpr std::size_t FILES = 3;
@@ -338,7 +338,7 @@ TEST_F(RotationCallsFault, FullDiskCostsTheOldestFilePerRotation)
         const String line = "refused " + std::to_string(i) + String(10, 'x');
         file->log(line);
         const String told = err.take();
-        // The complaint alone is beyond the limit: the file is given another chance each time.
+        // The error message alone exceeds the size limit, so each line starts another rotation.
         EXPECT_THAT(told,
                     testing::StartsWith(COMPLAINT + line + "\nLogFile:#:switchFile(): Switching log file ["
                                         + path + "] ...\n"));
@@ -351,7 +351,7 @@ TEST_F(RotationCallsFault, FullDiskCostsTheOldestFilePerRotation)
     }
 }
 
-/** Of threads whose calls fail now and then: each line that returned stands in a file or on standard error.
+/** Calls of each thread fail now and then: each line whose call returned is in a file or on standard error.
  */
 TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoRecord)
 {
@@ -374,7 +374,7 @@ TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoRecord)
                     returned[t].insert(line);
                     failures += fault.failed();
                 } catch (const system_error& error) {
-                    // A path that was set anew, and not opened.
+                    // The path was set again, and the file could not be opened.
                     EXPECT_EQ(ENOSPC, error.error());
                 }
                 const std::lock_guard<std::mutex> guard(repair);

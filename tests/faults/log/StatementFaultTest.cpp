@@ -1,4 +1,4 @@
-// Log statements that miss memory on their way.
+// Log statements during which memory runs out.
 
 #include "layer/Expect.hpp"
 #include "layer/Fault.hpp"
@@ -149,7 +149,7 @@ TEST_F(StatementFault, ARecordThatTheProgramConstructsIsWrittenWhollyOrNotAtAll)
     }
 }
 
-/** What a statement does to its own stream is no missing memory, and its record stays what it was. */
+/** If the statement itself sets its stream's error state, the record is written with its text. */
 TEST_F(StatementFault, OtherStreamFailuresAreIgnored)
 {
     const char* const nothing = nullptr;

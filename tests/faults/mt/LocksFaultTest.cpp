@@ -45,7 +45,7 @@ using mttest::OwnThread;
 
 TEST(LocksFault, LockThatCannotBeCreatedThrows)
 {
-    // A mutex is a copy of an image, for which nobody is asked.
+    // A mutex is copied from an initialised image, without a system call.
     for (const Call call : {Call::CONDATTR_INIT, Call::COND_INIT}) {
         EXPECT_EQ("12 Cannot allocate memory",
                   failureOf(call, ENOMEM, [] { const CondSem lock(nullptr, true); }));

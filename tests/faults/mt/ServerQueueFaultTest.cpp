@@ -1,5 +1,5 @@
-// The queue behind a pool without memory, by itself; and the complaint of the runtime that counted objects go
-// while they are held, which is not to be made of one that never came to be.
+// RX_ServerQueue when memory runs out, without a pool. The runtime's warning that a reference-counted object
+// is destroyed while it is referenced must not be printed for an object whose construction failed.
 
 #include "layer/Fault.hpp"
 #include "layer/Walk.hpp"

@@ -24,7 +24,7 @@ using com::kor::dal::nim::xml::Consumer;
 using com::kor::dal::nim::xml::ConsumerRef;
 using com::kor::dal::nim::xml::Parser;
 
-/** Counts what it is told, and needs no memory for it. */
+/** Counts the events, without allocating memory. */
 class Counter : public Consumer
 {
 public:
@@ -85,7 +85,7 @@ struct Subject
 {
     Subject() : counter(new Counter), consumer(counter), parser(new Parser(consumer)) {}
 
-    /** Counts anew with each document. */
+    /** Parses the document. The counts restart with each document. */
     void parse()
     {
         counter->setDocumentId(7);

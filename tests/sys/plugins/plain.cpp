@@ -1,4 +1,4 @@
-// A plug-in with a variable and functions, which stands on another library.
+// A plug-in with a variable and functions, which depends on another library.
 
 #define EXPORTED extern "C" __attribute__((visibility("default")))
 
