@@ -19,7 +19,7 @@ public:
 protected:
     ~Page() override
     {
-        std::cout << title << " goes\n";
+        std::cout << title << " is destroyed\n";
     }
 };
 
@@ -33,7 +33,7 @@ public:
     Cover() : RefCntObject(false, false) {}
     ~Cover() override
     {
-        std::cout << "the cover goes\n";
+        std::cout << "the cover is destroyed\n";
     }
 };
 
@@ -55,7 +55,7 @@ int main()
     read(page);
 
     page = new Page("last page");
-    std::cout << "the book keeps " << book["beginning"]->title << '\n';
+    std::cout << "the book still holds " << book["beginning"]->title << '\n';
     book["beginning"] = page;
 
     // The count is in the object: a plain pointer may become a reference anywhere.

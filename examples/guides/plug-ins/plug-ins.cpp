@@ -36,13 +36,13 @@ int main()
 {
     com_kor_dal_nim_log_control.setOutputMask(log::Mask_MODULENAME | log::Mask_SEVERITY);
     // The plug-ins are in the directory of the program. The system searches for names without "/".
-    const String folder = sys::System::getProcessPath(sys::System::DIRECTORY_PATH_ONLY) + '/';
+    const String directory = sys::System::getProcessPath(sys::System::DIRECTORY_PATH_ONLY) + '/';
     {
-        const Plugin polite(folder + "polite.so");
-        const Plugin again(folder + "polite.so");
+        const Plugin polite(directory + "polite.so");
+        const Plugin again(directory + "polite.so");
         std::cerr << polite.object().greet("Ada") << '\n';
     }
-    std::cerr << "without it\n";
+    std::cerr << "no plug-in is loaded\n";
 
     try {
         sys::DynLibrary::load("no-such-plug-in.so");
@@ -50,7 +50,7 @@ int main()
         std::cerr << failure.error() << ": " << failure.what() << '\n';
     }
     try {
-        sys::DynLibrary::load(folder + "polite.so")->symbol("make_farewell");
+        sys::DynLibrary::load(directory + "polite.so")->symbol("make_farewell");
     } catch (const sys::system_error& failure) {
         std::cerr << failure.error() << ": " << failure.what() << '\n';
     }

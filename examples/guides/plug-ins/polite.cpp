@@ -16,11 +16,11 @@ struct Presence
 {
     Presence()
     {
-        std::cerr << "  (the library comes)\n";
+        std::cerr << "  (library loaded)\n";
     }
     ~Presence()
     {
-        std::cerr << "  (the library goes)\n";
+        std::cerr << "  (library unloaded)\n";
     }
 } presence;
 
