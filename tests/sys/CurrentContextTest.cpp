@@ -38,7 +38,7 @@ using com::kor::dal::nim::type::SecurityContext;
 
 static_assert(std::is_base_of_v<ContainerContext, CurrentContext>);
 static_assert(std::is_convertible_v<CurrentContext*, ContainerContext*>);
-static_assert(!std::is_destructible_v<CurrentContext>, "it goes by its count only");
+static_assert(!std::is_destructible_v<CurrentContext>, "it is destroyed only by its reference count");
 static_assert(std::is_assignable_v<CurrentContext&, const CurrentContext&>);
 static_assert(std::is_assignable_v<CurrentContext&, const ContainerContext&>);
 static_assert(std::is_same_v<CurrentContextRef&, decltype((std::declval<ThreadState&>().contextRef))>);
@@ -46,25 +46,25 @@ static_assert(std::is_same_v<CurrentContextRef&, decltype((std::declval<ThreadSt
 constexpr unsigned int STAYS = 0x0001;
 constexpr unsigned int SHARED = 0x0082;
 
-/** Content that does something of the test's while it goes. */
+/** An entry that calls a function in its destructor. */
 class Item : public RefCntObject
 {
 public:
-    explicit Item(std::function<void()> farewell = nullptr) : farewell_(std::move(farewell)) {}
+    explicit Item(std::function<void()> atDestruction = nullptr) : atDestruction_(std::move(atDestruction)) {}
     ~Item() noexcept(false) override
     {
-        if (farewell_) {
-            farewell_();
+        if (atDestruction_) {
+            atDestruction_();
         }
     }
 
 private:
-    std::function<void()> farewell_;
+    std::function<void()> atDestruction_;
 };
 
-RefCntObjectRef item(std::function<void()> farewell = nullptr)
+RefCntObjectRef item(std::function<void()> atDestruction = nullptr)
 {
-    return RefCntObjectRef(new Item(std::move(farewell)));
+    return RefCntObjectRef(new Item(std::move(atDestruction)));
 }
 
 class Flow : public Runnable
@@ -128,7 +128,7 @@ TEST(CurrentContext, IsOwnedByTheStateOfItsThread)
     EXPECT_EQ(1U, state.contextRef->refCount());
 }
 
-void* lookOnForeignThread(void* good)
+void* checkOnForeignThread(void* good)
 {
     const ContainerContextRef current = ContainerContext::current();
     *static_cast<bool*>(good) = !!current && isEmpty(*current) && current->refCount() == 2
@@ -141,7 +141,7 @@ TEST(CurrentContext, IsEmptyOnThreadsNotStartedByTheLibrary)
     ContainerContext::current()->add(item(), SHARED);
     bool good = false;
     pthread_t thread;
-    ASSERT_EQ(0, pthread_create(&thread, nullptr, lookOnForeignThread, &good));
+    ASSERT_EQ(0, pthread_create(&thread, nullptr, checkOnForeignThread, &good));
     ASSERT_EQ(0, pthread_join(thread, nullptr));
     EXPECT_TRUE(good);
     ContainerContext::current()->clearContent();
@@ -149,28 +149,30 @@ TEST(CurrentContext, IsEmptyOnThreadsNotStartedByTheLibrary)
 
 TEST(CurrentContext, IsDestroyedWithItsThread)
 {
-    int gone = 0;
-    std::thread([&gone] { ContainerContext::current()->add(item([&gone] { ++gone; }), STAYS); }).join();
-    EXPECT_EQ(1, gone);
+    int destroyed = 0;
+    std::thread([&destroyed] {
+        ContainerContext::current()->add(item([&destroyed] { ++destroyed; }), STAYS);
+    }).join();
+    EXPECT_EQ(1, destroyed);
 }
 
 TEST(CurrentContext, OutlivesItsThreadIfItIsReferenced)
 {
-    int gone = 0;
-    ContainerContextRef kept;
+    int destroyed = 0;
+    ContainerContextRef reference;
     std::thread([&] {
-        kept = ContainerContext::current();
-        kept->add(item([&gone] { ++gone; }), STAYS);
+        reference = ContainerContext::current();
+        reference->add(item([&destroyed] { ++destroyed; }), STAYS);
     }).join();
-    EXPECT_EQ(0, gone);
-    EXPECT_EQ(1U, kept->refCount());
-    kept.clear();
-    EXPECT_EQ(1, gone);
+    EXPECT_EQ(0, destroyed);
+    EXPECT_EQ(1U, reference->refCount());
+    reference.clear();
+    EXPECT_EQ(1, destroyed);
 }
 
 TEST(CurrentContext, IsDestroyedWithAThreadThatIsCancelled)
 {
-    int gone = 0;
+    int destroyed = 0;
     pthread_t thread;
     ASSERT_EQ(0, pthread_create(
                      &thread, nullptr,
@@ -179,12 +181,12 @@ TEST(CurrentContext, IsDestroyedWithAThreadThatIsCancelled)
                                                           STAYS);
                          pthread_exit(nullptr);
                      },
-                     &gone));
+                     &destroyed));
     ASSERT_EQ(0, pthread_join(thread, nullptr));
-    EXPECT_EQ(1, gone);
+    EXPECT_EQ(1, destroyed);
 }
 
-// Content that uses the library while its thread ends finds a state and a context that are new.
+// An entry whose destructor uses the library at thread exit sees a new state and a new context.
 TEST(CurrentContext, EntriesMayUseTheLibraryAtThreadExit)
 {
     const ThreadState* first = nullptr;
@@ -199,50 +201,50 @@ TEST(CurrentContext, EntriesMayUseTheLibraryAtThreadExit)
                                              fresh = isEmpty(*now) && ThreadState::current().mode == 1
                                                      && ThreadState::current().where.empty();
                                              secure = !!SecurityContext::current();
-                                             const StackTrack track("farewell()", 0);
+                                             const StackTrack track("destructor()", 0);
                                              trace = StackTrace().trace();
                                          }),
                                          STAYS);
     }).join();
     EXPECT_TRUE(fresh);
     EXPECT_FALSE(secure);
-    EXPECT_EQ(StringVector{"farewell()"}, trace);
+    EXPECT_EQ(StringVector{"destructor()"}, trace);
 }
 
-// The system ends a thread in at least four rounds; each state goes in a round of its own.
+// The system runs thread-exit handlers in at least four rounds; each state is destroyed in a separate round.
 TEST(CurrentContext, EntriesAddedByDestructorsAtThreadExitAreDestroyed)
 {
-    std::vector<int> gone;
-    std::thread([&gone] {
-        ContainerContext::current()->add(item([&gone] {
-                                             gone.push_back(1);
+    std::vector<int> destroyed;
+    std::thread([&destroyed] {
+        ContainerContext::current()->add(item([&destroyed] {
+                                             destroyed.push_back(1);
                                              ContainerContext::current()->add(
-                                                 item([&gone] { gone.push_back(2); }), STAYS);
+                                                 item([&destroyed] { destroyed.push_back(2); }), STAYS);
                                          }),
                                          STAYS);
     }).join();
-    EXPECT_EQ((std::vector<int>{1, 2}), gone);
+    EXPECT_EQ((std::vector<int>{1, 2}), destroyed);
 }
 
 TEST(CurrentContext, ExceptionOfAnEntrysDestructorAtThreadExitIsIgnored)
 {
-    std::atomic<int> gone{0};
-    std::thread([&gone] {
+    std::atomic<int> destroyed{0};
+    std::thread([&destroyed] {
         for (const unsigned int key : {0x401U, 0x402U, 0x403U}) {
-            ContainerContext::current()->add(item([&gone] {
-                                                 ++gone;
-                                                 throw std::runtime_error("failed to go");
+            ContainerContext::current()->add(item([&destroyed] {
+                                                 ++destroyed;
+                                                 throw std::runtime_error("destructor failed");
                                              }),
                                              key);
         }
     }).join();
-    EXPECT_EQ(3, gone);
+    EXPECT_EQ(3, destroyed);
 }
 
 TEST(CurrentContext, IsCreatedAndDestroyedOnManyThreads)
 {
-    std::atomic<int> gone{0};
-    const RefCntObjectRef shared = item([&gone] { ++gone; });
+    std::atomic<int> destroyed{0};
+    const RefCntObjectRef shared = item([&destroyed] { ++destroyed; });
     for (int round = 0; round < 20; ++round) {
         std::vector<std::thread> threads;
         for (int number = 0; number < 8; ++number) {
@@ -250,7 +252,7 @@ TEST(CurrentContext, IsCreatedAndDestroyedOnManyThreads)
                 const ContainerContextRef current = ContainerContext::current();
                 EXPECT_TRUE(isEmpty(*current));
                 EXPECT_TRUE(ContainerContextRef(current)->add(shared, SHARED));
-                EXPECT_TRUE(ContainerContextRef(current)->add(item([&gone] { ++gone; }), STAYS));
+                EXPECT_TRUE(ContainerContextRef(current)->add(item([&destroyed] { ++destroyed; }), STAYS));
                 const CurrentContextRef copy(new CurrentContext(*current));
                 EXPECT_TRUE(copy->find(SHARED) == shared);
             });
@@ -259,15 +261,15 @@ TEST(CurrentContext, IsCreatedAndDestroyedOnManyThreads)
             thread.join();
         }
     }
-    EXPECT_EQ(160, gone);
+    EXPECT_EQ(160, destroyed);
     EXPECT_EQ(1U, shared->refCount());
 }
 
 TEST(CurrentContext, IsCopiedToAThreadThatTheLibraryStarts)
 {
     const ContainerContextRef mine = ContainerContext::current();
-    int gone = 0;
-    const RefCntObjectRef shared = item([&gone] { ++gone; });
+    int destroyed = 0;
+    const RefCntObjectRef shared = item([&destroyed] { ++destroyed; });
     ContainerContextRef(mine)->add(shared, SHARED);
     ContainerContextRef(mine)->add(item(), STAYS);
     bool same = true;

@@ -1,4 +1,4 @@
-// A program that still uses libraries while it exits.
+// A program that uses libraries while it exits.
 //
 //     dyn_exit_probe (held | late | threads) PLUGIN
 
@@ -22,7 +22,7 @@ int valueIn(const char* plugin)
     return *static_cast<const int*>(symbol->data());
 }
 
-/** Older than the loader's manager, and so destroyed behind its like. */
+/** Constructed before the loader's manager, so any static object of the loader is destroyed before it. */
 struct Last
 {
     ~Last()

@@ -9,7 +9,7 @@ namespace {
 using namespace dyntest;
 using testing::HasSubstr;
 
-/** A run of the probe, at its end. */
+/** The result of a run of the probe. */
 struct Probe
 {
     explicit Probe(const String& mode)

@@ -1,5 +1,5 @@
-// What becomes of libraries and symbols when the system refuses, or the memory: this program stands in for a
-// part of the system interface.
+// Libraries and symbols when the system calls fail or memory runs out. This program replaces a part of the
+// system interface.
 
 #include "DynPlugins.hpp"
 
@@ -17,12 +17,12 @@
 
 namespace {
 
-/** What the interface answers in place of its own. */
+/** The results that the replaced interface returns; 0 calls the original. */
 struct Answers
 {
     qv_err_t listStatus = 0;
     qv_err_t loadStatus = 0;
-    /** The detail of a load that fails; null for none. */
+    /** The error message of a failed load; null for none. */
     const char* loadText = nullptr;
 };
 
@@ -110,7 +110,7 @@ TEST_F(DynFault, FailedUnloadIsLoggedAsAWarning)
                   + "\": Device or resource busy\n",
               logger.taken());
     EXPECT_EQ(1, unloads);
-    EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true)) << "the object is gone all the same";
+    EXPECT_EQ(2u, DynLoaderMgr::manager()->refCount(true)) << "the object has been destroyed nevertheless";
 
     logger->setSeverity(logtest::log::Severity_ERROR);
     logger.taken();
@@ -119,11 +119,11 @@ TEST_F(DynFault, FailedUnloadIsLoggedAsAWarning)
     EXPECT_EQ("", logger.taken());
 }
 
-/** A place for records that lets its own kind of failure out of the statement. */
-class Refusal : private std::streambuf, public std::ostream
+/** A stream from which an exception that is not a std::exception leaves the statement. */
+class ThrowingStream : private std::streambuf, public std::ostream
 {
 public:
-    Refusal() : std::ostream(static_cast<std::streambuf*>(this))
+    ThrowingStream() : std::ostream(static_cast<std::streambuf*>(this))
     {
         exceptions(std::ios_base::badbit);
     }
@@ -144,11 +144,11 @@ TEST_F(DynFault, FailingLogDoesNotDisturbTheUnload)
     DefaultLogger logger;
     logger->setSeverity(logtest::log::Severity_INFO);
     ConstDynLibraryRef library = DynLibrary::load(OTHER);
-    Refusal refusal;
-    std::ios& output = refusal;
+    ThrowingStream stream;
+    std::ios& output = stream;
     logger->setStream(output);
-    EXPECT_THROW(NIM_LOG(Severity_INFO) << "not taken", int);
-    refusal.clear();
+    EXPECT_THROW(NIM_LOG(Severity_INFO) << "rejected", int);
+    stream.clear();
     library.clear();
     logger->setStream(static_cast<std::ios&>(logger.sink));
     EXPECT_EQ(1, unloads);
@@ -177,7 +177,7 @@ TEST_F(DynFault, FailureToListTheModulesIsThrown)
     EXPECT_EQ(12, failure.error);
     EXPECT_EQ("Cannot allocate memory", failure.text);
     EXPECT_EQ(StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.symbol()"}, functionsOf(failure.trace));
-    EXPECT_EQ(symbol, library->symbol("dyn_other_value")) << "a hit needs no list";
+    EXPECT_EQ(symbol, library->symbol("dyn_other_value")) << "a cached symbol needs no module list";
     answers.listStatus = 0;
     EXPECT_EQ("dyn_test_loaded", library->symbol("dyn_test_loaded")->name());
 }
@@ -232,7 +232,7 @@ TEST_F(DynFault, LoadThatRunsOutOfMemoryLeavesNothingLoaded)
         } catch (const std::bad_alloc&) {
             ++failures;
         } catch (const system_error& exc) {
-            // The module list has a status of its own for it.
+            // The module list reports it by its own error number.
             EXPECT_EQ(12, exc.error());
             ++failures;
         }

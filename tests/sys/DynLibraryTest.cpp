@@ -6,7 +6,7 @@
 
 #include <log/Loggers.hpp>
 
-// A field that the interface does not show: an explicit instantiation may name it all the same.
+// A private member: only an explicit instantiation may name it.
 namespace dyntest {
 
 namespace {
@@ -44,13 +44,13 @@ static_assert(!std::is_copy_assignable_v<DynLibrary>);
 static_assert(!std::is_destructible_v<DynLibrary>);
 static_assert(std::is_same_v<decltype(DynLibrary::DEFAULT_LOOKUP_SCOPE_GLOBAL), bool>);
 
-/** The same file under a text of its own. */
+/** Returns another name of the same file. */
 String otherNameOf(const String& file)
 {
     return "/." + file;
 }
 
-/** Another value of the class constant, until the end of the scope. */
+/** Changes the class constant until the end of the scope. */
 class LookupScope
 {
 public:
@@ -99,8 +99,8 @@ TEST(DynLibrary, SameNameReturnsTheSameObject)
     const ConstDynLibraryRef first = DynLibrary::load(PLAIN);
     const ConstDynLibraryRef second = DynLibrary::load(PLAIN, false);
     EXPECT_EQ(first, second);
-    EXPECT_EQ(3u, first->refCount(true)) << "the cache and these two";
-    EXPECT_EQ(3u, first->refCount(false)) << "no bias";
+    EXPECT_EQ(3u, first->refCount(true)) << "the cache and these two references";
+    EXPECT_EQ(3u, first->refCount(false)) << "a library has no bias";
 }
 
 TEST(DynLibrary, TwoNamesOfOneFileReturnTwoObjects)
@@ -115,7 +115,7 @@ TEST(DynLibrary, TwoNamesOfOneFileReturnTwoObjects)
     EXPECT_EQ(first->symbol("dyn_plain_value")->data(), second->symbol("dyn_plain_value")->data());
     EXPECT_NE(first->symbol("dyn_plain_value"), second->symbol("dyn_plain_value"));
     first.clear();
-    EXPECT_TRUE(isMapped(PLAIN)) << "the other one has loaded it, too";
+    EXPECT_TRUE(isMapped(PLAIN)) << "the entry of the other name has loaded it, too";
 }
 
 TEST(DynLibrary, LiteralIsTheNameAndNotAFlag)
@@ -137,7 +137,7 @@ TEST(DynLibrary, NameOfTheProcessIsEmpty)
 TEST(DynLibrary, SymbolsAreLoadedIntoALocalScope)
 {
     const ConstDynLibraryRef library = DynLibrary::load(PLAIN, true);
-    EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, "dyn_plain_value")) << "the argument reaches no system call";
+    EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, "dyn_plain_value")) << "the argument is not passed to dlopen()";
 }
 
 TEST(DynLibraryGlobal, IsRecordedAsRequested)
@@ -170,7 +170,7 @@ TEST(DynLibraryGlobal, DefaultLookupScopeDisablesItForAllCallers)
     EXPECT_FALSE(globalOf(*library));
     EXPECT_FALSE(globalOf(*DynLibrary::loadProcess(true)));
     DynLoaderMgr::manager()->image(PLAIN, true);
-    EXPECT_TRUE(globalOf(*library)) << "the manager is not asked to look at it";
+    EXPECT_TRUE(globalOf(*library)) << "the manager does not evaluate it";
 }
 
 TEST(DynLibraryRelease, NonThrowingReleaseReturnsWhetherTheLibraryWasDestroyed)
@@ -179,7 +179,7 @@ TEST(DynLibraryRelease, NonThrowingReleaseReturnsWhetherTheLibraryWasDestroyed)
     const DynLibrary& library = *first;
     library.acquireRef();
     EXPECT_EQ(3u, library.refCount(true));
-    EXPECT_FALSE(library.releaseRef(std::nothrow)) << "others hold it";
+    EXPECT_FALSE(library.releaseRef(std::nothrow)) << "other references remain";
     EXPECT_EQ(2u, library.refCount(true));
     library.acquireRef();
     first.clear();
@@ -215,7 +215,7 @@ TEST(DynLibraryRelease, SymbolKeepsItsLibraryLoaded)
 {
     ConstDynLibraryRef library = DynLibrary::load(PLAIN);
     DynSymbolRef symbol = library->symbol("dyn_plain_function");
-    EXPECT_EQ(3u, library->refCount(true)) << "the cache, the symbol and this one";
+    EXPECT_EQ(3u, library->refCount(true)) << "the cache, the symbol and this reference";
     library.clear();
     EXPECT_TRUE(isMapped(PLAIN));
     EXPECT_EQ(20, reinterpret_cast<int (*)(int)>(symbol->func())(3));

@@ -12,7 +12,7 @@ namespace {
 using namespace dyntest;
 using support::ScratchFolder;
 
-/** What a load of that name throws. */
+/** Returns the failure that loading `name` throws. */
 Failure load(const String& name)
 {
     return Failure([&name] { DynLibrary::load(name); });
@@ -88,7 +88,7 @@ TEST(DynLoadFailure, MissingDependencyIsReported)
     const ScratchFolder folder;
     const String file = folder.file("plain.so");
     String content = support::readFile(PLAIN);
-    // Of the same length, so that the file stays whole.
+    // Of the same length, so that the file remains valid.
     std::size_t at = 0;
     while ((at = content.find("libdyn_base.so")) != String::npos) {
         content.replace(at, 14, "libdyn_gone.so");

@@ -29,7 +29,7 @@ TEST(DynLoaderMgr, ManagerReturnsTheSameObject)
     const DynLoaderMgrRef manager = DynLoaderMgr::manager();
     EXPECT_TRUE(!!manager);
     EXPECT_EQ(manager, DynLoaderMgr::manager());
-    EXPECT_EQ(2u, manager->refCount(true)) << "its own and this one";
+    EXPECT_EQ(2u, manager->refCount(true)) << "its own reference and this one";
     EXPECT_EQ(3u, DynLoaderMgr::manager()->refCount(true));
 }
 
@@ -65,7 +65,7 @@ TEST(DynLoaderMgr, SymbolWithoutALibraryThrowsEINVAL)
     EXPECT_EQ("Attempt to dereference null reference.", failure.text);
     EXPECT_EQ("Cannot lookup nil dynamic symbol name.",
               Failure([&manager] { manager->symbol(ConstDynLibraryRef(), ""); }).text)
-        << "the name is looked at first";
+        << "the name is checked first";
 }
 
 TEST(DynLoaderMgr, CheckRefsKeepsReferencedObjects)
@@ -90,13 +90,13 @@ TEST(DynLoaderMgr, CheckRefsDestroysObjectsThatOnlyTheCacheReferences)
     symbol.acquireRef();
     libraryRef.clear();
     symbolRef.clear();
-    // The release of the base class does not look at the cache.
+    // The release of the base class does not check the cache.
     library.RefCntObject::releaseRef();
-    EXPECT_FALSE(manager->checkRefs(library)) << "the symbol holds it";
+    EXPECT_FALSE(manager->checkRefs(library)) << "the symbol references it";
     symbol.RefCntObject::releaseRef();
     EXPECT_TRUE(isMapped(PLAIN));
     EXPECT_TRUE(manager->checkRefs(symbol));
-    EXPECT_FALSE(isMapped(PLAIN)) << "and the library with it";
+    EXPECT_FALSE(isMapped(PLAIN)) << "the library is unloaded with it";
 
     libraryRef = DynLibrary::load(OTHER);
     const DynLibrary& other = *libraryRef;
@@ -108,7 +108,7 @@ TEST(DynLoaderMgr, CheckRefsDestroysObjectsThatOnlyTheCacheReferences)
     EXPECT_FALSE(isMapped(OTHER));
 }
 
-// What a library does while it comes and goes, on the thread that loads and releases it.
+// Calls of a library's static constructors and destructors, on the thread that loads and releases it.
 
 TEST(DynLoaderRecursion, InitialiserLoadsAnotherLibrary)
 {
@@ -134,12 +134,12 @@ TEST(DynLoaderRecursion, InitialiserLoadsItsOwnLibrary)
         EXPECT_EQ(3, valueOf(inner->symbol("dyn_hooked_value")));
     };
     ConstDynLibraryRef outer = DynLibrary::load(HOOKED, true);
-    EXPECT_EQ(inner, outer) << "one object for one name";
+    EXPECT_EQ(inner, outer) << "each name has one object";
     EXPECT_EQ(3u, outer->refCount(true));
     outer.clear();
     EXPECT_TRUE(isMapped(HOOKED));
     inner.clear();
-    EXPECT_FALSE(isMapped(HOOKED)) << "it is not loaded once more than it is unloaded";
+    EXPECT_FALSE(isMapped(HOOKED)) << "each load has been undone";
 }
 
 TEST(DynLoaderRecursion, InitialiserLoadsAndReleasesItsOwnLibrary)
@@ -191,7 +191,7 @@ TEST(DynLoaderRecursion, DestructorOfALibraryReleasesOthers)
     hooks.unloaded = [&] {
         other.clear();
         plain.clear();
-        EXPECT_EQ(3u, DynLoaderMgr::manager()->refCount(true)) << "this one is still going";
+        EXPECT_EQ(3u, DynLoaderMgr::manager()->refCount(true)) << "this library is still being unloaded";
     };
     DynLibrary::load(HOOKED)->symbol("dyn_hooked_value");
     EXPECT_FALSE(!!other);
@@ -207,11 +207,11 @@ TEST(DynLoaderRecursion, ThreadThatReleasesTheLastReferenceUnloads)
     pid_t unloader = 0;
     hooks.unloaded = [&unloader] { unloader = gettid(); };
     DynSymbolRef symbol = DynLibrary::load(HOOKED)->symbol("dyn_hooked_value");
-    pid_t dropper = 0;
+    pid_t releaser = 0;
     std::thread([&] {
-        dropper = gettid();
+        releaser = gettid();
         symbol.clear();
-        EXPECT_EQ(dropper, unloader) << "at that moment";
+        EXPECT_EQ(releaser, unloader) << "unloaded immediately, on the releasing thread";
     }).join();
     EXPECT_NE(0, unloader);
     EXPECT_NE(getpid(), unloader);
@@ -235,13 +235,13 @@ TEST(DynLoaderLock, IsHeldWhileALibraryLoads)
     library.acquireRef();
     // A release that leaves other references does not block; one that may unload the library does.
     Caller([&other] { other.clear(); }).join();
-    Caller dropper([&symbol] { symbol.clear(); });
-    EXPECT_TRUE(dropper.awaitAsleep());
+    Caller releaser([&symbol] { symbol.clear(); });
+    EXPECT_TRUE(releaser.awaitAsleep());
     Caller reader([&library] { library.symbol("dyn_other_value"); });
     EXPECT_TRUE(reader.awaitAsleep());
     leave.open();
     loader.join();
-    dropper.join();
+    releaser.join();
     reader.join();
     library.releaseRef();
 }
@@ -293,7 +293,7 @@ TEST(DynLoaderLock, InitialiserMayFork)
     {
         const ConstDynLibraryRef library = DynLibrary::load(HOOKED);
         if (child == 0) {
-            // The child comes back from the load, too, and goes on.
+            // The child also returns from the load, and continues.
             alarm(20);
             hooks.loaded = nullptr;
             const bool right = valueOf(library->symbol("dyn_hooked_value")) == 3

@@ -29,7 +29,7 @@ using sys::DynSymbol;
 using sys::DynSymbolRef;
 using sys::system_error;
 
-// The files of the plug-ins, as the build made them.
+// The paths of the plug-ins that the build has created.
 inline const String BASE = DYN_BASE;
 inline const String PLAIN = DYN_PLAIN;
 inline const String OTHER = DYN_OTHER;
@@ -37,7 +37,7 @@ inline const String HOOKED = DYN_HOOKED;
 inline const String LOGGING = DYN_LOGGING;
 inline const String LOADING = DYN_LOADING;
 
-/** Whether the process has a part of that file in its memory. */
+/** Returns true if a part of the file is mapped into the process. */
 inline bool isMapped(const String& file)
 {
     std::ifstream maps("/proc/self/maps");
@@ -50,13 +50,13 @@ inline bool isMapped(const String& file)
     return false;
 }
 
-/** The value of an int that a symbol stands for. */
+/** Returns the value of the int variable that a symbol denotes. */
 inline int valueOf(const ConstDynSymbolRef& symbol)
 {
     return *static_cast<const int*>(symbol->data());
 }
 
-/** What a call throws. */
+/** The system_error that a call throws. */
 struct Failure
 {
     template <class Call>
@@ -76,7 +76,7 @@ struct Failure
     StringVector trace;
 };
 
-/** The innermost labels of a trace, without their lines. */
+/** Returns the innermost labels of a trace, without their line numbers. */
 inline StringVector functionsOf(const StringVector& trace)
 {
     StringVector functions;
@@ -86,7 +86,7 @@ inline StringVector functionsOf(const StringVector& trace)
     return functions;
 }
 
-/** What the hooked plug-in does when it comes and when it goes, until the end of the scope. */
+/** The functions that the hooked plug-in calls when it is loaded and unloaded, until the end of the scope. */
 struct Hooks
 {
     Hooks();

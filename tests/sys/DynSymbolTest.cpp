@@ -55,12 +55,12 @@ TEST_F(DynSymbolTest, DataAndFuncReturnTheSameAddress)
 TEST_F(DynSymbolTest, SameNameReturnsTheSameObjectWhileItIsReferenced)
 {
     const DynSymbolRef symbol = library->symbol("dyn_plain_value");
-    EXPECT_EQ(2u, symbol->refCount(true)) << "the cache and this one";
+    EXPECT_EQ(2u, symbol->refCount(true)) << "the cache and this reference";
     const DynSymbolRef again = library->symbol(String("dyn_plain_value"));
     EXPECT_EQ(symbol, again);
     EXPECT_EQ(3u, symbol->refCount(true));
     EXPECT_EQ(symbol, DynLoaderMgr::manager()->symbol(library, "dyn_plain_value"));
-    EXPECT_EQ(3u, library->refCount(true)) << "one symbol, however often it is held";
+    EXPECT_EQ(3u, library->refCount(true)) << "one for the symbol, whatever its own count";
 }
 
 TEST_F(DynSymbolTest, CanBeLookedUpAgainAfterItsDestruction)
@@ -80,7 +80,7 @@ TEST_F(DynSymbolTest, NonThrowingReleaseReturnsWhetherItWasDestroyed)
     DynSymbolRef ref = library->symbol("dyn_plain_value");
     const DynSymbol& symbol = *ref;
     symbol.acquireRef();
-    EXPECT_FALSE(symbol.releaseRef(std::nothrow)) << "others hold it";
+    EXPECT_FALSE(symbol.releaseRef(std::nothrow)) << "other references remain";
     EXPECT_EQ(2u, symbol.refCount(true));
     symbol.acquireRef();
     ref.clear();
@@ -116,11 +116,11 @@ TEST_F(DynSymbolTest, IsFoundInOtherModulesOfTheProcess)
     DynLibraryRef other = DynLibrary::load(OTHER);
     DynSymbolRef symbol = library->symbol("dyn_other_value");
     EXPECT_EQ(5, valueOf(symbol));
-    EXPECT_EQ(library, symbol->library()) << "it was found through this one";
+    EXPECT_EQ(library, symbol->library()) << "it was found through this library";
     EXPECT_NE(symbol, other->symbol("dyn_other_value"));
     EXPECT_EQ(symbol->data(), other->symbol("dyn_other_value")->data());
     other.clear();
-    EXPECT_FALSE(isMapped(OTHER)) << "such a symbol keeps its own library alone";
+    EXPECT_FALSE(isMapped(OTHER)) << "such a symbol keeps only the library that it was found through loaded";
     EXPECT_EQ(symbol, library->symbol("dyn_other_value"));
     symbol.clear();
     EXPECT_EQ("Unable to resolve dynamic symbol \"dyn_other_value\"", failureOf("dyn_other_value").text);
@@ -153,8 +153,8 @@ TEST_F(DynSymbolTest, UndefinedSymbolThrows)
     EXPECT_EQ(StringVector{"com.kor.dal.nim.sys.DynLoaderMgr.symbol()"}, functionsOf(failure.trace));
     EXPECT_EQ(2u, library->refCount(true));
     EXPECT_EQ(17, valueOf(library->symbol("dyn_plain_value")));
-    EXPECT_EQ(0, failureOf("dyn_no_such_symbol").error) << "also a second time";
-    EXPECT_EQ(library, DynLibrary::load(PLAIN)) << "the record stays";
+    EXPECT_EQ(0, failureOf("dyn_no_such_symbol").error) << "a repeated lookup fails, too";
+    EXPECT_EQ(library, DynLibrary::load(PLAIN)) << "the library remains in the cache";
 }
 
 TEST_F(DynSymbolTest, PartOfItsNameFindsNothing)
@@ -162,7 +162,7 @@ TEST_F(DynSymbolTest, PartOfItsNameFindsNothing)
     EXPECT_EQ(0, failureOf("dyn_plain_valu").error);
     const String name("dyn_plain_value\0tail", 20);
     EXPECT_EQ("Unable to resolve dynamic symbol \"dyn_plain_value", failureOf(name).text);
-    EXPECT_EQ(2u, library->refCount(true)) << "nothing stays in the cache";
+    EXPECT_EQ(2u, library->refCount(true)) << "nothing remains in the cache";
 }
 
 TEST_F(DynSymbolTest, NamesWithACommonPrefixAreDifferentSymbols)

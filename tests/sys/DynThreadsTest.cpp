@@ -1,4 +1,4 @@
-// Libraries and symbols that come and go under the hands of many threads.
+// Libraries and symbols that many threads load, look up and release concurrently.
 
 #include "DynPlugins.hpp"
 
@@ -16,7 +16,7 @@ using namespace dyntest;
 
 constexpr int THREADS = 8;
 
-/** Runs `work(number)` on all threads; each starts when the last one is there. */
+/** Runs `work(number)` on all threads; each waits until all have started. */
 template <class Work>
 void onThreads(Work work)
 {
@@ -36,13 +36,13 @@ void onThreads(Work work)
     }
 }
 
-/** What one thread holds, and what it does to it at random. */
-class Hand
+/** The references of one thread, and its random operations on them. */
+class RandomUser
 {
 public:
-    explicit Hand(int number) : random(static_cast<unsigned int>(number)) {}
+    explicit RandomUser(int number) : random(static_cast<unsigned int>(number)) {}
 
-    void move()
+    void step()
     {
         switch (random() % 8) {
         case 0:
@@ -67,7 +67,7 @@ public:
             lookUpAbsent();
             break;
         default:
-            letGoByHand();
+            releaseExplicitly();
         }
         use();
     }
@@ -85,8 +85,8 @@ private:
         }
     }
 
-    /** By the form that may throw, and the cache on its own. */
-    void letGoByHand()
+    /** Releases a reference by the overload that may throw, and checks the cache explicitly. */
+    void releaseExplicitly()
     {
         if (!!value) {
             const DynSymbol& symbol = *value;
@@ -97,7 +97,7 @@ private:
         }
     }
 
-    /** What is held can be reached. */
+    /** Checks that the referenced symbols can be used. */
     void use() const
     {
         if (!!value) {
@@ -123,9 +123,9 @@ int rounds()
 TEST(DynThreads, LoadLookUpAndReleaseAtRandom)
 {
     onThreads([](int number) {
-        Hand hand(number);
+        RandomUser user(number);
         for (int i = 0; i < rounds(); ++i) {
-            hand.move();
+            user.step();
         }
     });
     EXPECT_FALSE(isMapped(PLAIN));
@@ -190,7 +190,7 @@ const char* nameOf(Actor actor)
     }
 }
 
-/** Each pair and each triple, the order aside. */
+/** Returns each pair and each triple, regardless of order. */
 std::vector<std::vector<Actor>> allCombinations()
 {
     std::vector<std::vector<Actor>> combinations;
@@ -285,9 +285,9 @@ private:
     const LookUp lookUp;
     /** Written before the round begins. */
     Object object = nullptr;
-    /** How many have not acted in this round. */
+    /** Number of threads that have not acted in this round. */
     std::atomic<int> missing{0};
-    /** Below 0 ends the threads. */
+    /** The current round; a negative value ends the threads. */
     std::atomic<int> round{0};
     std::vector<std::thread> threads;
 };
@@ -304,7 +304,7 @@ void expectNothingLingers(LookUp lookUp)
         Actors<LookUp> actors(roles, lookUp);
         for (int i = 0; i < rounds() / 40; ++i) {
             actors.act();
-            // The manager's own and that of this test, one each library.
+            // The manager's own reference and that of this test; each library would add one.
             ASSERT_EQ(2u, manager->refCount(true)) << "a library lingers in round " << i << " of" << names;
         }
     }

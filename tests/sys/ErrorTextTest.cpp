@@ -1,4 +1,4 @@
-// What becomes of unusual texts of the system interface: this program gives them in its place.
+// Unusual error messages of the system interface, which this program replaces.
 
 #include <dalnim/sys/SysError.hpp>
 
@@ -15,21 +15,21 @@ using com::kor::dal::nim::String;
 using com::kor::dal::nim::sys::sys_err_string;
 using com::kor::dal::nim::sys::system_error;
 
-const char* givenText = nullptr;
+const char* messageText = nullptr;
 
-/** Gives the text for every number, as long as it lives. */
-class Given
+/** Sets the message of every error number until the end of the scope. */
+class ErrorMessage
 {
 public:
-    explicit Given(const std::string& text) : text_(text)
+    explicit ErrorMessage(const std::string& text) : text_(text)
     {
-        givenText = text_.c_str();
+        messageText = text_.c_str();
     }
-    Given(const Given&) = delete;
-    Given& operator=(const Given&) = delete;
-    ~Given()
+    ErrorMessage(const ErrorMessage&) = delete;
+    ErrorMessage& operator=(const ErrorMessage&) = delete;
+    ~ErrorMessage()
     {
-        givenText = nullptr;
+        messageText = nullptr;
     }
 
 private:
@@ -45,16 +45,16 @@ std::string letters(std::size_t count)
 
 const char* qv_si_strerror(qv_err_t) noexcept
 {
-    return givenText;
+    return messageText;
 }
 
 namespace {
 
 TEST(ErrorText, MessagesComeFromTheReplacedInterface)
 {
-    const Given given("given");
-    EXPECT_EQ("given", sys_err_string(2));
-    EXPECT_STREQ("given", system_error(2).what());
+    const ErrorMessage message("message");
+    EXPECT_EQ("message", sys_err_string(2));
+    EXPECT_STREQ("message", system_error(2).what());
 }
 
 TEST(ErrorText, NumberWithoutAMessageIsNamed)
@@ -70,7 +70,7 @@ TEST(ErrorText, NumberWithoutAMessageIsNamed)
 TEST(ErrorText, MessageOf1023BytesIsNotTruncated)
 {
     for (const std::size_t length : {1U, 1022U, 1023U}) {
-        const Given given(letters(length));
+        const ErrorMessage message(letters(length));
         EXPECT_EQ(letters(length), sys_err_string(2));
     }
 }
@@ -78,7 +78,7 @@ TEST(ErrorText, MessageOf1023BytesIsNotTruncated)
 TEST(ErrorText, LongMessageIsTruncatedTo1023Bytes)
 {
     for (const std::size_t length : {1024U, 1025U, 2000U, 100000U}) {
-        const Given given(letters(length));
+        const ErrorMessage message(letters(length));
         EXPECT_EQ(letters(1023), sys_err_string(2));
         EXPECT_EQ(letters(1023), sys_err_string(2U));
         EXPECT_EQ(letters(1023), system_error(2).what());
@@ -87,39 +87,39 @@ TEST(ErrorText, LongMessageIsTruncatedTo1023Bytes)
 
 TEST(ErrorText, MayBeTruncatedWithinACharacter)
 {
-    const Given given(letters(1022) + "\xc3\xa4" + "y");
+    const ErrorMessage message(letters(1022) + "\xc3\xa4" + "y");
     EXPECT_EQ(letters(1022) + "\xc3", sys_err_string(2));
 }
 
 TEST(ErrorText, TrailingWhiteSpaceIsRemoved)
 {
-    EXPECT_EQ("text", (Given("text\n"), sys_err_string(2)));
-    EXPECT_EQ("text", (Given("text \t\r\n\v\f "), sys_err_string(2)));
-    EXPECT_EQ(" \n text", (Given(" \n text "), sys_err_string(2)));
-    EXPECT_EQ("two words", (Given("two words"), sys_err_string(2)));
+    EXPECT_EQ("text", (ErrorMessage("text\n"), sys_err_string(2)));
+    EXPECT_EQ("text", (ErrorMessage("text \t\r\n\v\f "), sys_err_string(2)));
+    EXPECT_EQ(" \n text", (ErrorMessage(" \n text "), sys_err_string(2)));
+    EXPECT_EQ("two words", (ErrorMessage("two words"), sys_err_string(2)));
 }
 
 TEST(ErrorText, MessageOfOnlyWhiteSpaceIsEmpty)
 {
-    EXPECT_EQ("", (Given(""), sys_err_string(2)));
-    EXPECT_EQ("", (Given(" "), sys_err_string(2)));
-    EXPECT_EQ("", (Given(" \n\t "), sys_err_string(2)));
-    EXPECT_EQ("", (Given(std::string(3000, ' ')), sys_err_string(2)));
+    EXPECT_EQ("", (ErrorMessage(""), sys_err_string(2)));
+    EXPECT_EQ("", (ErrorMessage(" "), sys_err_string(2)));
+    EXPECT_EQ("", (ErrorMessage(" \n\t "), sys_err_string(2)));
+    EXPECT_EQ("", (ErrorMessage(std::string(3000, ' ')), sys_err_string(2)));
 }
 
 TEST(ErrorText, WhiteSpaceBeforeTheTruncationIsRemoved)
 {
     EXPECT_EQ(letters(1000),
-              (Given(letters(1000) + std::string(500, ' ') + letters(500)), sys_err_string(2)));
-    EXPECT_EQ(letters(1022), (Given(letters(1022) + " yyyy"), sys_err_string(2)));
-    EXPECT_EQ(letters(1023), (Given(letters(1023) + "    "), sys_err_string(2)));
-    EXPECT_EQ(letters(1000), (Given(letters(1000) + std::string(23, ' ')), sys_err_string(2)));
+              (ErrorMessage(letters(1000) + std::string(500, ' ') + letters(500)), sys_err_string(2)));
+    EXPECT_EQ(letters(1022), (ErrorMessage(letters(1022) + " yyyy"), sys_err_string(2)));
+    EXPECT_EQ(letters(1023), (ErrorMessage(letters(1023) + "    "), sys_err_string(2)));
+    EXPECT_EQ(letters(1000), (ErrorMessage(letters(1000) + std::string(23, ' ')), sys_err_string(2)));
 }
 
 TEST(ErrorText, MessageOfErrnoIsUnchanged)
 {
     errno = 7;
-    const Given given(letters(2000) + " \n");
+    const ErrorMessage message(letters(2000) + " \n");
     const system_error error;
     EXPECT_EQ(7, error.error());
     EXPECT_EQ(letters(2000) + " \n", error.what());

@@ -29,16 +29,16 @@ static_assert(noexcept(std::declval<InitLock&>().acquire()));
 static_assert(noexcept(std::declval<InitLock&>().release()));
 
 /** Starts a thread that acquires the lock and releases it immediately. */
-std::unique_ptr<qvtest::Caller> taker()
+std::unique_ptr<qvtest::Caller> acquireAndRelease()
 {
     return std::make_unique<qvtest::Caller>([] { const InitLock lock(true); });
 }
 
 /** Returns true if another thread blocks on the lock until `release` is called. */
 template <class Release>
-bool keepsOthersOut(Release release)
+bool blocksOtherThreads(Release release)
 {
-    const std::unique_ptr<qvtest::Caller> other = taker();
+    const std::unique_ptr<qvtest::Caller> other = acquireAndRelease();
     const bool waits = other->awaitAsleep();
     release();
     other->join();
@@ -46,9 +46,9 @@ bool keepsOthersOut(Release release)
 }
 
 /** Returns after another thread has acquired and released the lock; hangs if it cannot. */
-void letOthersIn()
+void expectFree()
 {
-    taker()->join();
+    acquireAndRelease()->join();
 }
 
 TEST(InitLock, ClassNameIsItsUnqualifiedName)
@@ -59,27 +59,27 @@ TEST(InitLock, ClassNameIsItsUnqualifiedName)
 TEST(InitLock, ConstructionWithFalseAcquiresNothing)
 {
     const InitLock lock(false);
-    letOthersIn();
+    expectFree();
 }
 
 TEST(InitLock, ExcludesOtherThreadsUntilItIsReleased)
 {
     InitLock lock(true);
-    EXPECT_TRUE(keepsOthersOut([&lock] { lock.release(); }));
-    letOthersIn();
+    EXPECT_TRUE(blocksOtherThreads([&lock] { lock.release(); }));
+    expectFree();
 }
 
 TEST(InitLock, ExcludesOtherThreadsUntilItIsDestroyed)
 {
     auto lock = std::make_unique<InitLock>(true);
-    EXPECT_TRUE(keepsOthersOut([&lock] { lock.reset(); }));
+    EXPECT_TRUE(blocksOtherThreads([&lock] { lock.reset(); }));
 }
 
 TEST(InitLock, CanBeAcquiredAfterConstruction)
 {
     InitLock lock(false);
     lock.acquire();
-    EXPECT_TRUE(keepsOthersOut([&lock] { lock.release(); }));
+    EXPECT_TRUE(blocksOtherThreads([&lock] { lock.release(); }));
 }
 
 TEST(InitLock, SecondAcquireOfAnObjectDoesNothing)
@@ -88,12 +88,12 @@ TEST(InitLock, SecondAcquireOfAnObjectDoesNothing)
     lock.acquire();
     lock.acquire();
     lock.release();
-    letOthersIn();
+    expectFree();
 
     InitLock second(true);
     second.acquire();
     second.release();
-    letOthersIn();
+    expectFree();
 }
 
 TEST(InitLock, SecondReleaseOfAnObjectDoesNothing)
@@ -102,7 +102,7 @@ TEST(InitLock, SecondReleaseOfAnObjectDoesNothing)
     InitLock inner(true);
     inner.release();
     inner.release();
-    EXPECT_TRUE(keepsOthersOut([&outer] { outer.release(); })) << "the outer one holds it still";
+    EXPECT_TRUE(blocksOtherThreads([&outer] { outer.release(); })) << "the outer one still holds it";
 }
 
 TEST(InitLock, IsSharedByTheObjectsOfAThread)
@@ -113,8 +113,8 @@ TEST(InitLock, IsSharedByTheObjectsOfAThread)
     third.acquire();
     first.release();
     second.release();
-    EXPECT_TRUE(keepsOthersOut([&third] { third.release(); }));
-    letOthersIn();
+    EXPECT_TRUE(blocksOtherThreads([&third] { third.release(); }));
+    expectFree();
 }
 
 TEST(InitLock, CanBeAcquiredAgainAfterARelease)
@@ -122,7 +122,7 @@ TEST(InitLock, CanBeAcquiredAgainAfterARelease)
     InitLock lock(true);
     lock.release();
     lock.acquire();
-    EXPECT_TRUE(keepsOthersOut([&lock] { lock.release(); }));
+    EXPECT_TRUE(blocksOtherThreads([&lock] { lock.release(); }));
 }
 
 TEST(InitLock, ExcludesManyThreads)
@@ -147,7 +147,7 @@ TEST(InitLock, ExcludesManyThreads)
 // Forks: the child starts with the lock free, even if another thread held it.
 
 /** Returns 0 if a child could acquire the lock within its time. */
-int statusOfForkedTaker()
+int statusOfForkedAcquirer()
 {
     const pid_t child = fork();
     if (child == 0) {
@@ -163,9 +163,9 @@ int statusOfForkedTaker()
 
 TEST(InitLockFork, LockIsFreeInParentAndChild)
 {
-    EXPECT_EQ(0, statusOfForkedTaker());
-    letOthersIn();
-    EXPECT_EQ(0, statusOfForkedTaker());
+    EXPECT_EQ(0, statusOfForkedAcquirer());
+    expectFree();
+    EXPECT_EQ(0, statusOfForkedAcquirer());
 }
 
 TEST(InitLockFork, LockIsFreeForThreadsOfTheChild)
@@ -198,7 +198,7 @@ TEST(InitLockFork, ForkWaitsForTheOwner)
         while (!forking) {
             std::this_thread::yield();
         }
-        // A fork that does not wait goes on in this time, and finds the work undone.
+        // A fork that does not wait returns during this time, and finds the work incomplete.
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         workDone = true;
     });
@@ -218,7 +218,7 @@ TEST(InitLockFork, ForkWaitsForTheOwner)
     EXPECT_EQ(child, waitpid(child, &status, 0));
     EXPECT_EQ(0, status);
     worker.join();
-    letOthersIn();
+    expectFree();
 }
 
 }

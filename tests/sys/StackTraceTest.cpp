@@ -31,7 +31,7 @@ static_assert(std::is_same_v<const String&, decltype(std::declval<const StackTra
 static_assert(std::is_same_v<std::ostream&, decltype(std::declval<const StackTrace&>().displayFormatted(
                                                 std::declval<std::ostream&>(), String(), true))>);
 
-/** Counts what a stream does to it. */
+/** A stream buffer that counts the flushes. */
 class Counter : public std::stringbuf
 {
 public:
@@ -112,7 +112,7 @@ StackTrace deep(int depth)
     return depth == 1 ? StackTrace() : deep(depth - 1);
 }
 
-/** Puts a comma behind every digit. */
+/** Groups digits singly, so that formatted numbers contain separators. */
 class Grouping : public std::numpunct<char>
 {
 protected:
@@ -161,7 +161,7 @@ TEST(StackTrace, ToStringHasNoIndentAndNumbers)
     const StackTrace trace = threeDeep();
     const String& text = trace.toString();
     EXPECT_EQ("inner():30:33\nlib.middle():20\napp.Host.outer():10\n", text);
-    EXPECT_EQ(&text, &trace.toString()) << "it is made once";
+    EXPECT_EQ(&text, &trace.toString()) << "it is created once";
 }
 
 TEST(StackTrace, CopiesHoldTheSameLabels)
@@ -197,7 +197,7 @@ TEST(StackTrace, AssignmentKeepsTheCachedString)
 
     std::ostringstream os;
     target.displayFormatted(os, "", true);
-    EXPECT_EQ("[0]\there():5\n", os.str()) << "what is written is never from memory";
+    EXPECT_EQ("[0]\there():5\n", os.str()) << "the output is never cached";
 }
 
 TEST(StackTrace, AssignmentOfAnEmptyTraceKeepsTheCachedString)

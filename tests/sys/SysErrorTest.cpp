@@ -127,7 +127,7 @@ TEST(SystemError, TraceContainsTheTracks)
     EXPECT_EQ(tracks, system_error(2, "text").trace());
     EXPECT_EQ(tracks, system_error(2, String("text")).trace());
     EXPECT_EQ("ns.C.inner():2\nouter():1\n", system_error(2).toString());
-    EXPECT_STREQ("text", system_error(2, "text").what()) << "the trace is no part of the text";
+    EXPECT_STREQ("text", system_error(2, "text").what()) << "the trace is not part of the message";
 }
 
 system_error failedElsewhere()
@@ -157,7 +157,7 @@ TEST(SystemError, AssignsAllItsParts)
     EXPECT_EQ(5, target.error());
     EXPECT_STREQ("failed elsewhere", target.what());
     EXPECT_EQ((StringVector{"elsewhere():7", "here()"}), target.trace());
-    EXPECT_EQ("elsewhere():7\nhere()\n", target.toString()) << "it is built afresh";
+    EXPECT_EQ("elsewhere():7\nhere()\n", target.toString()) << "the text is built again";
 }
 
 TEST(SystemError, AssignmentKeepsTheCachedStringOfTheTrace)

@@ -37,7 +37,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#define STAND_IN extern "C" __attribute__((visibility("default")))
+#define INTERPOSED extern "C" __attribute__((visibility("default")))
 
 namespace {
 
@@ -47,74 +47,74 @@ using com::kor::dal::nim::sys::System;
 using com::kor::dal::nim::sys::system_error;
 using com::kor::dal::nim::sys::UniqueID;
 
-std::atomic<int> names_asked{0};
+std::atomic<int> name_calls{0};
 std::atomic<int> links_read{0};
 int lists_freed = 0;
-bool addresses_made_up = false;
+bool fake_addresses = false;
 
 }
 
-STAND_IN int gethostname(char* name, size_t size) noexcept
+INTERPOSED int gethostname(char* name, size_t size) noexcept
 {
-    const int call = ++names_asked;
+    const int call = ++name_calls;
     const char* const failures = std::getenv("PROBE_HOST_FAILURES");
     if (failures != nullptr && call <= std::atoi(failures)) {
         errno = EFAULT;
         return -1;
     }
-    const char* const made_up = std::getenv("PROBE_HOST_NAME");
+    const char* const fake = std::getenv("PROBE_HOST_NAME");
     utsname host = {};
     uname(&host);
-    std::snprintf(name, size, "%s", made_up != nullptr ? made_up : host.nodename);
+    std::snprintf(name, size, "%s", fake != nullptr ? fake : host.nodename);
     return 0;
 }
 
-STAND_IN int clock_gettime(clockid_t clock, timespec* now) noexcept
+INTERPOSED int clock_gettime(clockid_t clock, timespec* now) noexcept
 {
-    const char* const made_up = clock == CLOCK_REALTIME ? std::getenv("PROBE_CLOCK") : nullptr;
-    if (made_up == nullptr) {
+    const char* const fake = clock == CLOCK_REALTIME ? std::getenv("PROBE_CLOCK") : nullptr;
+    if (fake == nullptr) {
         return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
     }
     char* rest = nullptr;
-    now->tv_sec = std::strtol(made_up, &rest, 10);
+    now->tv_sec = std::strtol(fake, &rest, 10);
     now->tv_nsec = std::strtol(rest, nullptr, 10);
     return 0;
 }
 
-STAND_IN int clock_nanosleep(clockid_t, int, const timespec* interval, timespec*)
+INTERPOSED int clock_nanosleep(clockid_t, int, const timespec* interval, timespec*)
 {
     std::printf("asked for %ld s %ld ns\n", static_cast<long>(interval->tv_sec), interval->tv_nsec);
     return EINTR;
 }
 
-STAND_IN pid_t getpid() noexcept
+INTERPOSED pid_t getpid() noexcept
 {
-    const char* const made_up = std::getenv("PROBE_PID");
-    return made_up != nullptr ? std::atoi(made_up) : static_cast<pid_t>(syscall(SYS_getpid));
+    const char* const fake = std::getenv("PROBE_PID");
+    return fake != nullptr ? std::atoi(fake) : static_cast<pid_t>(syscall(SYS_getpid));
 }
 
-STAND_IN ssize_t readlink(const char* path, char* buffer, size_t size) noexcept
+INTERPOSED ssize_t readlink(const char* path, char* buffer, size_t size) noexcept
 {
-    const char* const made_up = std::getenv("PROBE_EXE");
+    const char* const fake = std::getenv("PROBE_EXE");
     if (std::strcmp(path, "/proc/self/exe") != 0) {
         return syscall(SYS_readlinkat, AT_FDCWD, path, buffer, size);
     }
     ++links_read;
-    if (made_up == nullptr) {
+    if (fake == nullptr) {
         return syscall(SYS_readlinkat, AT_FDCWD, path, buffer, size);
     }
-    if (std::strcmp(made_up, "!") == 0) {
+    if (std::strcmp(fake, "!") == 0) {
         errno = ENOENT;
         return -1;
     }
-    // As the system does it: without a terminator.
-    const size_t length = std::strlen(made_up) < size ? std::strlen(made_up) : size;
+    // As the system call does: without a terminator.
+    const size_t length = std::strlen(fake) < size ? std::strlen(fake) : size;
     std::memset(buffer, '#', size);
-    std::memcpy(buffer, made_up, length);
+    std::memcpy(buffer, fake, length);
     return static_cast<ssize_t>(length);
 }
 
-STAND_IN void* dlopen(const char* file, int mode) noexcept
+INTERPOSED void* dlopen(const char* file, int mode) noexcept
 {
     if (file == nullptr && std::getenv("PROBE_NO_LOADER") != nullptr) {
         return nullptr;
@@ -123,9 +123,9 @@ STAND_IN void* dlopen(const char* file, int mode) noexcept
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "dlopen"))(file, mode);
 }
 
-STAND_IN int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** list)
+INTERPOSED int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** list)
 {
-    if (!addresses_made_up) {
+    if (!fake_addresses) {
         typedef int (*Function)(const char*, const char*, const addrinfo*, addrinfo**);
         return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"))(node, service, hints, list);
     }
@@ -157,9 +157,9 @@ STAND_IN int getaddrinfo(const char* node, const char* service, const addrinfo* 
     return 0;
 }
 
-STAND_IN void freeaddrinfo(addrinfo* list) noexcept
+INTERPOSED void freeaddrinfo(addrinfo* list) noexcept
 {
-    if (!addresses_made_up) {
+    if (!fake_addresses) {
         typedef void (*Function)(addrinfo*);
         reinterpret_cast<Function>(dlsym(RTLD_NEXT, "freeaddrinfo"))(list);
         return;
@@ -167,10 +167,10 @@ STAND_IN void freeaddrinfo(addrinfo* list) noexcept
     ++lists_freed;
 }
 
-STAND_IN int getnameinfo(const sockaddr* address, socklen_t address_size, char* host, socklen_t host_size,
-                         char* service, socklen_t service_size, int flags)
+INTERPOSED int getnameinfo(const sockaddr* address, socklen_t address_size, char* host, socklen_t host_size,
+                           char* service, socklen_t service_size, int flags)
 {
-    if (addresses_made_up) {
+    if (fake_addresses) {
         std::printf("name of family %d, %u bytes, %s, flags %d\n", address->sa_family, host_size,
                     service != nullptr || service_size != 0 ? "a service" : "no service", flags);
     }
@@ -181,8 +181,8 @@ STAND_IN int getnameinfo(const sockaddr* address, socklen_t address_size, char* 
 
 namespace {
 
-/** Prints what a call gives, or the failure it raises and the innermost frame of its trace. */
-void tell(const std::function<String()>& call)
+/** Prints the result of a call, or the error that it throws and the innermost frame of its trace. */
+void print(const std::function<String()>& call)
 {
     try {
         std::printf("[%s]\n", call().c_str());
@@ -193,19 +193,19 @@ void tell(const std::function<String()>& call)
     }
 }
 
-void tell_host_name()
+void print_host_name()
 {
     for (int i = 0; i < 3; ++i) {
-        tell(System::hostname);
+        print(System::hostname);
     }
     setenv("PROBE_HOST_NAME", "renamed", 1);
-    tell(System::hostname);
-    std::printf("asked %d times\n", names_asked.load());
+    print(System::hostname);
+    std::printf("asked %d times\n", name_calls.load());
 }
 
-void tell_addresses()
+void print_addresses()
 {
-    addresses_made_up = true;
+    fake_addresses = true;
     for (const String& address : System::hostIpAddress()) {
         std::printf("[%s]\n", address.c_str());
     }
@@ -213,16 +213,16 @@ void tell_addresses()
     std::printf("freed %d times\n", lists_freed);
 }
 
-void tell_clock()
+void print_clock()
 {
     std::printf("%ld\n%ld\n%ld\n%ld\n", static_cast<long>(System::timeMicros()),
                 static_cast<long>(System::timeMillis()), static_cast<long>(System::time()),
                 static_cast<long>(System::dceTime()));
 }
 
-void tell_zone()
+void print_zone()
 {
-    // Nothing but the load of the library can have prepared the zone by now.
+    // Only the loading of the library can have initialised the time zone before.
     std::printf("%s %ld\n", tzname[0], timezone);
     tm parts = {};
     System::localtime(parts, 0);
@@ -231,7 +231,7 @@ void tell_zone()
     std::printf("%d %02d:%02d\n", parts.tm_mday, parts.tm_hour, parts.tm_min);
 }
 
-void tell_numbers()
+void print_numbers()
 {
     std::printf("%u\n", UniqueID::nextUid32());
     std::printf("%u\n", UniqueID::nextUid32());
@@ -242,7 +242,7 @@ void tell_numbers()
 }
 
 /** Makes the first use of everything on many threads at the same time. */
-void tell_threads()
+void print_threads()
 {
     constexpr std::size_t THREADS = 8;
     std::atomic<std::size_t> ready{0};
@@ -267,23 +267,23 @@ void tell_threads()
     }
     const std::set<unsigned int> different(numbers.begin(), numbers.end());
     std::printf("%zu numbers, %u apart\n", different.size(), *different.rbegin() - *different.begin());
-    std::printf("asked %d times\nread %d links\n", names_asked.load(), links_read.load());
+    std::printf("asked %d times\nread %d links\n", name_calls.load(), links_read.load());
 }
 
-void tell_path()
+void print_path()
 {
     const char* const user = std::getenv("PROBE_USER");
     if (user != nullptr && seteuid(static_cast<uid_t>(std::atoi(user))) != 0) {
         std::printf("no such user\n");
     }
     const StackTrack track("caller()", 0);
-    tell([] { return System::getProcessPath(System::EXECUTABLE_NAME_ONLY); });
-    tell([] { return System::getProcessPath(System::DIRECTORY_PATH_ONLY); });
-    tell([] { return System::getProcessPath(System::FULL_PROCESS_PATH); });
-    tell([] { return System::getProcessPath(static_cast<System::PROCESS_PATH_OPT>(3)); });
+    print([] { return System::getProcessPath(System::EXECUTABLE_NAME_ONLY); });
+    print([] { return System::getProcessPath(System::DIRECTORY_PATH_ONLY); });
+    print([] { return System::getProcessPath(System::FULL_PROCESS_PATH); });
+    print([] { return System::getProcessPath(static_cast<System::PROCESS_PATH_OPT>(3)); });
     std::printf("read %d links\n", links_read.load());
     if (user != nullptr && seteuid(0) != 0) {
-        std::printf("no way back\n");
+        std::printf("cannot restore the user\n");
     }
 }
 
@@ -297,21 +297,21 @@ __attribute__((visibility("default"))) int main(int argc, char** argv)
 
     const String scenario = argc > 1 ? argv[1] : "";
     if (scenario == "host") {
-        tell_host_name();
+        print_host_name();
     } else if (scenario == "addresses") {
-        tell_addresses();
+        print_addresses();
     } else if (scenario == "clock") {
-        tell_clock();
+        print_clock();
     } else if (scenario == "sleep") {
         System::sleep(static_cast<unsigned int>(std::strtoul(argv[2], nullptr, 10)));
     } else if (scenario == "zone") {
-        tell_zone();
+        print_zone();
     } else if (scenario == "numbers") {
-        tell_numbers();
+        print_numbers();
     } else if (scenario == "threads") {
-        tell_threads();
+        print_threads();
     } else if (scenario == "path") {
-        tell_path();
+        print_path();
     } else {
         return 2;
     }

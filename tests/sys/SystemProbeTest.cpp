@@ -1,5 +1,5 @@
-// What System and UniqueID do on other hosts than this one: each test runs the program of
-// SystemProbe.cpp, on a host made up by its environment.
+// System and UniqueID on other hosts than this one: each test runs the program of SystemProbe.cpp on a host
+// that the test describes in its environment.
 
 #include <gtest/gtest.h>
 
@@ -17,19 +17,19 @@ namespace {
 
 typedef std::vector<std::pair<std::string, std::string>> Environment;
 
-/** How a program is started. */
+/** The parameters with which a program is started. */
 struct Start
 {
     std::vector<std::string> arguments;
     Environment environment;
     std::string directory;
-    /** What is executed; looked for along PATH when it has no slash. */
+    /** The executable; searched for in PATH if it has no slash. */
     std::string file = DALNIM_SYSTEM_PROBE;
     /** The program's argv[0]. */
     std::string name;
 };
 
-[[noreturn]] void become(const Start& start, int output)
+[[noreturn]] void execute(const Start& start, int output)
 {
     dup2(output, STDOUT_FILENO);
     unsetenv("PWD");
@@ -52,7 +52,7 @@ struct Start
     _exit(127);
 }
 
-/** Runs it to its end; the result is what it printed, and its status when that is not 0. */
+/** Runs a program to its end. Returns its output, followed by its exit status if that is not 0. */
 std::string run(const Start& start)
 {
     int ends[2];
@@ -62,7 +62,7 @@ std::string run(const Start& start)
     const pid_t child = fork();
     if (child == 0) {
         close(ends[0]);
-        become(start, ends[1]);
+        execute(start, ends[1]);
     }
     close(ends[1]);
     std::string output;
@@ -243,12 +243,12 @@ protected:
     std::string scratch;
 };
 
-std::string path_told(const std::string& directory, const std::string& name, const std::string& path)
+std::string path_output(const std::string& directory, const std::string& name, const std::string& path)
 {
     return "[" + name + "]\n[" + directory + "]\n[" + path + "]\n[" + path + "]\nread 1 links\n";
 }
 
-std::string failure_told(const std::string& name)
+std::string failure_output(const std::string& name)
 {
     return "2 Cannot determine directory of process " + name
            + ". Do ONE of the following: (1) start process with absolute path. (2) run process from "
@@ -264,7 +264,7 @@ TEST_F(ProcessPathProbe, IsTheSameHoweverTheProgramIsStarted)
     make_program("bin/prog");
     make_dir("other");
     ASSERT_EQ(0, symlink("bin/prog", in("link").c_str()));
-    const std::string told = path_told(in("bin"), "prog", in("bin/prog"));
+    const std::string told = path_output(in("bin"), "prog", in("bin/prog"));
 
     Start start;
     start.arguments = {"path"};
@@ -287,40 +287,40 @@ TEST_F(ProcessPathProbe, IsTheSameHoweverTheProgramIsStarted)
 TEST_F(ProcessPathProbe, IsNormalised)
 {
     make_program("bin/prog");
-    EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), path_with_link(in("./bin//../bin/prog")));
+    EXPECT_EQ(path_output(in("bin"), "prog", in("bin/prog")), path_with_link(in("./bin//../bin/prog")));
 }
 
 TEST_F(ProcessPathProbe, PathOfARemovedProgramIsUnresolved)
 {
-    EXPECT_EQ(path_told("/no/such/../place", "prog", "/no/such/../place/prog"),
+    EXPECT_EQ(path_output("/no/such/../place", "prog", "/no/such/../place/prog"),
               path_with_link("/no/such/../place/prog"));
-    EXPECT_EQ(path_told(in("bin"), "prog (deleted)", in("bin/prog (deleted)")),
+    EXPECT_EQ(path_output(in("bin"), "prog (deleted)", in("bin/prog (deleted)")),
               path_with_link(in("bin/prog (deleted)")));
 }
 
 TEST_F(ProcessPathProbe, DirectoryOfAProgramInTheRootIsTheRoot)
 {
-    EXPECT_EQ(path_told("/", "no-such-program", "/no-such-program"), path_with_link("/no-such-program"));
+    EXPECT_EQ(path_output("/", "no-such-program", "/no-such-program"), path_with_link("/no-such-program"));
 }
 
 TEST_F(ProcessPathProbe, RelativeNameIsResolvedInTheCurrentDirectory)
 {
     make_program("bin/prog");
     make_program("prog");
-    EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), path_with_link("bin/prog"));
-    EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), path_with_link("./bin/../bin/prog"));
-    EXPECT_EQ(path_told(scratch, "prog", in("prog")), path_with_link("prog"));
-    // What the environment says comes after it.
-    EXPECT_EQ(path_told(scratch, "prog", in("prog")),
+    EXPECT_EQ(path_output(in("bin"), "prog", in("bin/prog")), path_with_link("bin/prog"));
+    EXPECT_EQ(path_output(in("bin"), "prog", in("bin/prog")), path_with_link("./bin/../bin/prog"));
+    EXPECT_EQ(path_output(scratch, "prog", in("prog")), path_with_link("prog"));
+    // The environment is used only after it.
+    EXPECT_EQ(path_output(scratch, "prog", in("prog")),
               path_with_link("prog", {{"PWD", in("bin")}, {"PATH", in("bin")}}));
 }
 
 TEST_F(ProcessPathProbe, CandidateNeedNotContainTheProgram)
 {
-    // Only a candidate that cannot be looked into is passed over.
+    // Only a candidate that cannot be examined is skipped.
     make_program("bin/prog");
-    EXPECT_EQ(path_told("gone", "prog", "gone/prog"), path_with_link("gone/prog"));
-    EXPECT_EQ(path_told(scratch, "prog", in("prog")),
+    EXPECT_EQ(path_output("missing", "prog", "missing/prog"), path_with_link("missing/prog"));
+    EXPECT_EQ(path_output(scratch, "prog", in("prog")),
               path_with_link("prog", {{"PWD", in("bin")}, {"PATH", in("bin")}}));
 }
 
@@ -332,14 +332,14 @@ TEST_F(ProcessPathProbe, PwdIsSearchedIfTheCurrentDirectoryIsRemoved)
     start.file = "/bin/sh";
     start.arguments = {"-c", "rmdir \"$PWD_TO_REMOVE\"; unset OLDPWD; PWD=\"$GIVEN\"; export PWD; exec "
                              "\"$PROBE\" path"};
-    make_dir("gone");
-    start.directory = in("gone");
-    start.environment = {{"PWD_TO_REMOVE", in("gone")},
+    make_dir("removed");
+    start.directory = in("removed");
+    start.environment = {{"PWD_TO_REMOVE", in("removed")},
                          {"GIVEN", in("bin")},
                          {"PATH", "/bin:/usr/bin"},
                          {"PROBE", DALNIM_SYSTEM_PROBE},
                          {"PROBE_EXE", "prog"}};
-    EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), run(start));
+    EXPECT_EQ(path_output(in("bin"), "prog", in("bin/prog")), run(start));
 }
 
 class LockedProcessPathProbe : public ProcessPathProbe
@@ -365,7 +365,7 @@ protected:
 
 TEST_F(LockedProcessPathProbe, PwdAndPathAreSearchedInThisOrder)
 {
-    const std::string in_bin = path_told(in("bin"), "prog", in("bin/prog"));
+    const std::string in_bin = path_output(in("bin"), "prog", in("bin/prog"));
     EXPECT_EQ(in_bin, path_of_nobody("prog", {{"PWD", in("bin")}, {"PATH", in("other")}}));
     EXPECT_EQ(in_bin, path_of_nobody("prog", {{"PWD", in("locked")}, {"PATH", in("bin")}}));
     EXPECT_EQ(in_bin, path_of_nobody("prog", {{"PWD", ""}, {"PATH", in("bin")}}));
@@ -375,22 +375,23 @@ TEST_F(LockedProcessPathProbe, PwdAndPathAreSearchedInThisOrder)
 
 TEST_F(LockedProcessPathProbe, DirectoryInTheNameIsTriedFirst)
 {
-    // From the locked directory nothing relative can be looked at, and the name alone goes on.
-    EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")),
+    // From the locked directory no relative path can be examined, and only the name is used.
+    EXPECT_EQ(path_output(in("bin"), "prog", in("bin/prog")),
               path_of_nobody("sub/prog", {{"PATH", in("bin")}}));
 }
 
 TEST_F(LockedProcessPathProbe, SearchEndsAtTheFirstEmptyEntryOfPath)
 {
-    EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {{"PATH", ":" + in("bin")}}));
-    EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {{"PATH", in("locked") + "::" + in("bin")}}));
+    EXPECT_EQ(failure_output("prog"), path_of_nobody("prog", {{"PATH", ":" + in("bin")}}));
+    EXPECT_EQ(failure_output("prog"), path_of_nobody("prog", {{"PATH", in("locked") + "::" + in("bin")}}));
 }
 
 TEST_F(LockedProcessPathProbe, FirstCallThrowsAndLaterOnesReturnEmptyStringsWithoutADirectory)
 {
-    EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {}));
-    EXPECT_EQ(failure_told("prog"), path_of_nobody("sub/prog", {{"PWD", ""}, {"PATH", ""}}));
-    EXPECT_EQ(failure_told("prog"), path_of_nobody("prog", {{"PWD", in("locked")}, {"PATH", in("locked")}}));
+    EXPECT_EQ(failure_output("prog"), path_of_nobody("prog", {}));
+    EXPECT_EQ(failure_output("prog"), path_of_nobody("sub/prog", {{"PWD", ""}, {"PATH", ""}}));
+    EXPECT_EQ(failure_output("prog"),
+              path_of_nobody("prog", {{"PWD", in("locked")}, {"PATH", in("locked")}}));
 }
 
 // Without /proc.
@@ -405,16 +406,16 @@ TEST_F(ProcessPathProbe, IsReadFromTheLinkersErrorMessageIfMainIsNotExported)
     for (const char* const link : {"!", ""}) {
         start.environment = {{"PROBE_EXE", link}};
         start.name = "";
-        EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), run(start));
+        EXPECT_EQ(path_output(in("bin"), "prog", in("bin/prog")), run(start));
         // Up to the first ": ", at any position.
         start.name = "./bin/prog: really";
-        EXPECT_EQ(path_told(in("bin"), "prog", in("bin/prog")), run(start));
+        EXPECT_EQ(path_output(in("bin"), "prog", in("bin/prog")), run(start));
     }
-    // A colon alone ends nothing.
+    // A colon without a space is part of the path.
     make_program("bin:too/prog");
     start.file = "./bin:too/prog";
     start.name = "";
-    EXPECT_EQ(path_told(in("bin:too"), "prog", in("bin:too/prog")), run(start));
+    EXPECT_EQ(path_output(in("bin:too"), "prog", in("bin:too/prog")), run(start));
 }
 
 TEST_F(ProcessPathProbe, IsTheFileOfMainIfMainIsExported)
@@ -425,16 +426,16 @@ TEST_F(ProcessPathProbe, IsTheFileOfMainIfMainIsExported)
     start.directory = scratch;
     start.file = "./prog";
     start.environment = {{"PROBE_EXE", "!"}};
-    EXPECT_EQ(path_told(scratch, "prog", in("prog")), run(start));
+    EXPECT_EQ(path_output(scratch, "prog", in("prog")), run(start));
     // No error message is parsed: a name that contains ": " is not truncated.
     start.name = "./prog: really";
-    EXPECT_EQ(path_told(".", "prog: really", "./prog: really"), run(start));
+    EXPECT_EQ(path_output(".", "prog: really", "./prog: really"), run(start));
 }
 
 TEST_F(ProcessPathProbe, UndeterminedNameIsUnknown)
 {
-    EXPECT_EQ(failure_told("<unknown>"), path_with_link("!", {{"PROBE_NO_LOADER", "1"}}));
-    EXPECT_EQ(failure_told("<unknown>"), path_with_link("", {{"PROBE_NO_LOADER", "1"}}));
+    EXPECT_EQ(failure_output("<unknown>"), path_with_link("!", {{"PROBE_NO_LOADER", "1"}}));
+    EXPECT_EQ(failure_output("<unknown>"), path_with_link("", {{"PROBE_NO_LOADER", "1"}}));
 }
 
 }

@@ -120,7 +120,7 @@ TEST_F(ThreadStateBitHolderTest, PreventsReentrance)
                 EXPECT_EQ(0U, inner.active());
                 EXPECT_EQ(3U, state.mode);
             }
-            EXPECT_EQ(3U, state.mode) << "the inner one clears nothing";
+            EXPECT_EQ(3U, state.mode) << "the inner holder clears no bit";
         }
         EXPECT_EQ(1U, state.mode);
     }

@@ -1,4 +1,4 @@
-// What becomes of a thread that gets no state: this program refuses what a state needs.
+// Threads for which no ThreadState can be created: this program lets the required calls fail.
 
 #include <dalnim/sys/internal/ThreadState.hpp>
 
@@ -101,7 +101,7 @@ TEST(ThreadStateFault, StateIsUnregisteredBeforeItIsDestroyed)
     std::thread([] { ThreadState::current(); }).join();
     EXPECT_EQ(before + 1, valuesEmptied);
     std::thread([] {}).join();
-    EXPECT_EQ(before + 1, valuesEmptied) << "a thread without a state has none to forget";
+    EXPECT_EQ(before + 1, valuesEmptied) << "a thread without a state has none to remove";
 }
 
 TEST(ThreadStateFault, IsDestroyedEvenIfItCannotBeUnregistered)
@@ -111,7 +111,7 @@ TEST(ThreadStateFault, IsDestroyedEvenIfItCannotBeUnregistered)
         ThreadState::current();
         setStatus = EINVAL;
     }).join();
-    EXPECT_EQ(before + 1, valuesEmptied) << "the status is not looked at";
+    EXPECT_EQ(before + 1, valuesEmptied) << "the status is ignored";
 }
 
 TEST(ThreadStateFault, ThrowsBadAllocIfMemoryRunsOut)

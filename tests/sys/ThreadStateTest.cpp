@@ -53,7 +53,7 @@ bool isFresh(const ThreadState& state)
 
 /** Runs `work` on `count` threads, which begin at the same time. */
 template <class Work>
-void together(std::size_t count, Work work)
+void runConcurrently(std::size_t count, Work work)
 {
     std::atomic<std::size_t> ready{0};
     std::vector<std::thread> threads;
@@ -71,14 +71,14 @@ void together(std::size_t count, Work work)
     }
 }
 
-// The first of this process when the test has it to itself: the key is made under all of them.
+// If this test runs alone, these are the first threads of the process, and create the key concurrently.
 TEST(ThreadState, IsConstructedOnManyThreadsConcurrently)
 {
     constexpr std::size_t THREADS = 16;
     std::vector<int> good(THREADS, 0);
     std::vector<const ThreadState*> states(THREADS, nullptr);
     std::atomic<std::size_t> arrived{0};
-    together(THREADS, [&](std::size_t number) {
+    runConcurrently(THREADS, [&](std::size_t number) {
         ThreadState& state = ThreadState::current();
         states[number] = &state;
         good[number] = isFresh(state) && &ThreadState::current() == &state;
@@ -158,7 +158,7 @@ TEST(ThreadState, IsConstructedUnderTheInitLock)
     }).join();
 }
 
-// A handler of the end of a thread that runs behind the state's own: its key was made later.
+// A thread-exit handler that runs after that of the state, since its key was created later.
 
 struct Epilogue
 {

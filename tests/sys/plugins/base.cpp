@@ -1,4 +1,4 @@
-// What the plain plug-in is linked with.
+// The library that the plain plug-in is linked with.
 
 #define EXPORTED extern "C" __attribute__((visibility("default")))
 

@@ -1,4 +1,4 @@
-// A plug-in with a log module of its own, registered for as long as it is loaded.
+// A plug-in with its own log module, which is registered while the plug-in is loaded.
 
 #include <dalnim/log/Common.hpp>
 #include <dalnim/log/Module.hpp>

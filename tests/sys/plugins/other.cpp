@@ -1,4 +1,4 @@
-// A plug-in that stands alone.
+// A plug-in without dependencies on another library of the tests.
 
 #define EXPORTED extern "C" __attribute__((visibility("default")))
 
