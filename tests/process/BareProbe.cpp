@@ -22,7 +22,7 @@
 
 namespace {
 
-/** Older than what is opened, and so destroyed behind it. */
+/** Constructed before the libraries that this program opens, so destroyed after their static objects. */
 struct Last
 {
     ~Last()

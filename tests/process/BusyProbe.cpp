@@ -1,11 +1,11 @@
 /**
- * A process in which other threads are in the middle of everything that the library has a lock for: they
- * log, load and unload, run tasks, wait for tasks, and use the allocator. In it
+ * A process whose other threads continuously use everything for which the library has a lock: they log, load
+ * and unload, run tasks, wait for tasks, and use the allocator. During that
  *
- *     fork PATH TIMES PLUGIN   children are forked so many times, each of which logs to the file and exits
- *     exit PATH PLUGIN         the program ends
+ *     fork PATH TIMES PLUGIN   forks TIMES children, each of which logs to the file and exits
+ *     exit PATH PLUGIN         ends the program
  *
- * PATH is that of the log file, PLUGIN of something to be loaded.
+ * PATH is the log file, PLUGIN a plug-in to load.
  */
 
 #include "Life.hpp"
@@ -33,14 +33,14 @@ namespace log = com::kor::dal::nim::log;
 namespace mt = com::kor::dal::nim::mt;
 namespace sys = com::kor::dal::nim::sys;
 
-// That of the address sanitizer leaves its locks to the child as they are.
+// The allocator of the address sanitizer does not reset its locks in the child.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool IS_ALLOCATOR_FIT_TO_FORK = false;
 #else
 constexpr bool IS_ALLOCATOR_FIT_TO_FORK = true;
 #endif
 
-// Each load costs the thread sanitizer address space, of which a fork needs as much again.
+// Each load uses address space of the thread sanitizer, and a fork needs the same amount again.
 #if defined(__SANITIZE_THREAD__)
 constexpr std::chrono::microseconds PAUSE(1000);
 #else
@@ -59,7 +59,7 @@ public:
     std::atomic<bool> hasRun{false};
 };
 
-class Talk : public mt::Runnable
+class AsyncTarget : public mt::Runnable
 {
 public:
     void run() override
@@ -68,7 +68,7 @@ public:
     }
 };
 
-/** Ended with the process, while its workers are still at work; in a forked child it has none. */
+/** Destroyed when the process exits, while its workers run tasks. In a forked child it has no workers. */
 mt::ThreadPool pool("busy", 2, 0, 0, 0, 0, 10);
 
 void runTask()
@@ -86,7 +86,7 @@ int valueIn(const char* plugin)
     return *static_cast<const int*>(sys::DynLibrary::load(plugin)->symbol("dyn_other_value")->data());
 }
 
-/** What each thread does all the time. Never destroyed: the threads outlive main(). */
+/** Threads that repeat an action indefinitely. Never destroyed: the threads outlive main(). */
 struct Busy
 {
     explicit Busy(const char* pluginPath) : plugin(pluginPath) {}
@@ -99,7 +99,7 @@ struct Busy
             action();
             for (++started;; ++rounds) {
                 action();
-                // So that the children get a turn.
+                // Leaves CPU time to the children.
                 std::this_thread::sleep_for(PAUSE);
             }
         }).detach();
@@ -113,11 +113,11 @@ struct Busy
         start([this] { expect(valueIn(plugin) == 5); });
         start([] { delete[] new char[static_cast<std::size_t>(1 + rand() % 5000)]; });
     }
-    /** Those which use no memory once they are under way. */
+    /** Starts the actions that allocate no memory after their first round. */
     void startWithoutMemory()
     {
-        start([] { NIM_LOG(Severity_WARNING) << "meanwhile"; });
-        start([] { NIM_LOG(Severity_WARNING) << "meanwhile"; });
+        start([] { NIM_LOG(Severity_WARNING) << "concurrent"; });
+        start([] { NIM_LOG(Severity_WARNING) << "concurrent"; });
         start([] { nim::type::Context::allocateKey(1); });
     }
 
@@ -127,7 +127,7 @@ struct Busy
     std::atomic<long> rounds{0};
 };
 
-/** Says so when the program ends by itself, and its child's child. */
+/** Logs when the process exits normally; a child changes the text. */
 struct Last
 {
     ~Last()
@@ -139,8 +139,8 @@ struct Last
 
 Last last;
 
-/** What a child does; its exit runs the destructors of all static objects. */
-[[noreturn]] void liveAsChild(int number, const char* plugin)
+/** Runs a child, which exits normally: the destructors of all static objects run. */
+[[noreturn]] void runChild(int number, const char* plugin)
 {
     alarm(PATIENCE_S);
     last.text = "child " + std::to_string(number) + " ends";
@@ -162,7 +162,7 @@ int forkAll(int times, const char* plugin)
     for (int i = 0; i < times; ++i) {
         const pid_t child = fork();
         if (child == 0) {
-            liveAsChild(i, plugin);
+            runChild(i, plugin);
         }
         int status = -1;
         if (child == -1 || waitpid(child, &status, 0) != child) {
@@ -192,7 +192,7 @@ int main(int argc, char** argv)
             busy.startWithMemory();
             busy.start(runTask);
         }
-        // The threads would be in the middle of a pool that goes.
+        // Without destructors, since the threads still use the pool.
         _exit(forkAll(std::stoi(argv[3]), plugin));
     }
     busy.startWithoutMemory();
@@ -201,7 +201,7 @@ int main(int argc, char** argv)
         std::this_thread::yield();
     }
     for (int i = 0; i < 10; ++i) {
-        pool.add(new mt::Task(new Talk, true), true);
+        pool.add(new mt::Task(new AsyncTarget, true), true);
     }
     return 0;
 }

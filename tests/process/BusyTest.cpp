@@ -1,4 +1,4 @@
-// Forks and ends of a process whose other threads are in the middle of everything.
+// Forks and exits of a process whose other threads use all parts of the library.
 
 #include "Run.hpp"
 
@@ -17,7 +17,7 @@ const std::string PLUGIN = DYN_OTHER;
 TEST(ProcessBusy, ForksChildrenThatLogAndExit)
 {
     constexpr int CHILDREN = 200;
-    // What only a thread of the parent knows is lost to its child, and no leak of the library.
+    // In the child, memory that only a thread of the parent references is not a leak of the library.
     ::setenv("LSAN_OPTIONS", "detect_leaks=0", 1);
     const support::ScratchFolder folder;
     const std::string path = folder.file("a.log");
@@ -31,7 +31,7 @@ TEST(ProcessBusy, ForksChildrenThatLogAndExit)
         EXPECT_EQ(1, std::count(records.begin(), records.end(), child));
         EXPECT_EQ(1, std::count(records.begin(), records.end(), child + " ends"));
     }
-    EXPECT_GT(std::count(records.begin(), records.end(), "meanwhile"), 0);
+    EXPECT_GT(std::count(records.begin(), records.end(), "concurrent"), 0);
 }
 
 TEST(ProcessBusy, ProcessEndsWhileItsThreadsRun)

@@ -2,10 +2,10 @@
  * A process that logs in local time and with a named global locale, while its other threads are inside the
  * locks of the C and the C++ library that this needs.
  *
- *     fork PATH TIMES      forks so many children, each of which logs in several ways
- *     signals PATH TIMES   logs so many records, interrupted every 100 us by a signal handler that logs
+ *     fork PATH TIMES      forks TIMES children, each of which logs in several ways
+ *     signals PATH TIMES   logs TIMES records, interrupted every 100 us by a signal handler that logs
  *
- * PATH is the log file. Prints the figures of the run.
+ * PATH is the log file. Prints the counts of the run.
  */
 
 #include "Life.hpp"
@@ -36,7 +36,7 @@ using namespace processtest;
 namespace log = com::kor::dal::nim::log;
 namespace sys = com::kor::dal::nim::sys;
 
-/** A test that cannot have its locale is skipped. */
+/** Exit status if the locale is not installed; the test is then skipped. */
 constexpr int NO_LOCALE = 77;
 
 /** Runs `action` on a thread for as long as the process lives; returns after its first round. */
@@ -62,7 +62,7 @@ std::string nestedText()
     return "outer";
 }
 
-/** Constructs no stream of its own: that would be the risk of the application. */
+/** Runs a child. Constructs no stream, which would be at the application's own risk. */
 [[noreturn]] void logAsChild(const std::string& path)
 {
     alarm(PATIENCE_S);
@@ -84,7 +84,7 @@ int forkMany(const std::string& path, long times)
         std::tm time = {};
         sys::System::localtime(time, std::time(nullptr));
     });
-    // The application's own streams are inside the lock of the locale all the time.
+    // The application's own streams acquire the lock of the locale continuously.
     repeatForever([] { const std::ostringstream stream; });
     long ended = 0;
     long hung = 0;
@@ -110,7 +110,7 @@ int forkMany(const std::string& path, long times)
     return hung == 0 ? 0 : 1;
 }
 
-/** Statements in the handler that were not refused. Their thread is the only one. */
+/** Number of statements in the handler that were not refused. There is only one thread. */
 volatile long handled = 0;
 volatile long calls = 0;
 
@@ -133,7 +133,7 @@ int interrupt(long times)
         return 1;
     }
     for (long i = 0; i < times; ++i) {
-        // Longer than the memory that a record starts with, so that the allocator is interrupted, too.
+        // Longer than the initial memory of a record, so that the allocator is interrupted, too.
         NIM_LOG(Severity_WARNING) << "record " << i << std::string(static_cast<std::size_t>(i % 2000), '.');
     }
     const itimerval off = {};
@@ -161,6 +161,6 @@ int main(int argc, char** argv)
     } catch (const std::runtime_error&) {
         return NO_LOCALE;
     }
-    // The threads would be in the middle of static objects that are destroyed.
+    // Without destructors, since the threads still use static objects.
     _exit(forkMany(argv[2], times));
 }

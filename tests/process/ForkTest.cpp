@@ -1,4 +1,4 @@
-// Forks and signals of a process that is inside the locks of the C and the C++ library.
+// Forks and signals of a process whose threads hold locks of the C and the C++ library.
 
 #include "Run.hpp"
 
@@ -32,7 +32,7 @@ TEST(ProcessFork, ChildrenDoNotHangWhenTheyLogWithLocalTimeAndANamedLocale)
     EXPECT_EQ("children " + times + ", hung 0\n", run.output);
 }
 
-/** The number that follows a word. */
+/** Returns the number that follows a word. */
 long numberOf(const std::string& word, const std::string& text)
 {
     const std::size_t at = text.find(word + ' ');

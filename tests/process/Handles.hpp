@@ -10,7 +10,7 @@
 
 namespace processtest {
 
-/** What a program has opened by the dynamic linker alone, by path. */
+/** The libraries that a program has opened by `dlopen`, by path. */
 class Handles
 {
 public:

@@ -17,7 +17,7 @@ namespace processtest {
 
 namespace nim = com::kor::dal::nim;
 
-/** Content of a context that logs when it goes. */
+/** An entry of a context that logs in its destructor. */
 class Content : public nim::mem::RefCntObject
 {
 public:
@@ -31,11 +31,11 @@ private:
     const std::string last;
 };
 
-/** Says something on whatever thread runs it. */
-class Speech : public nim::mt::Runnable
+/** Logs a record on the thread that runs it. */
+class LoggingTarget : public nim::mt::Runnable
 {
 public:
-    explicit Speech(std::string speechText) : text(std::move(speechText)) {}
+    explicit LoggingTarget(std::string targetText) : text(std::move(targetText)) {}
 
     void run() override
     {
@@ -54,8 +54,8 @@ inline void expect(bool condition)
 }
 
 /**
- * What a program or a plug-in can do with the library at any moment of its life, also while its static
- * objects are made and destroyed. It logs a line for each.
+ * Uses the library in all ways that a program or a plug-in may use it at any moment, also during the
+ * construction and destruction of its static objects. Logs a record for each.
  */
 inline void useLibrary(const std::string& moment)
 {
@@ -66,13 +66,13 @@ inline void useLibrary(const std::string& moment)
     expect(context->add(nim::mem::RefCntObjectRef(new Content(moment + ": content")), key));
     context->remove(key);
 
-    Speech onThread(moment + ": thread");
+    LoggingTarget onThread(moment + ": thread");
     nim::mt::Thread thread(onThread);
     thread.start();
     thread.join();
 
     nim::mt::ThreadPool pool("process", 2, 0, 0, 0, 0, 10);
-    Speech onPool(moment + ": task");
+    LoggingTarget onPool(moment + ": task");
     nim::mt::Task task(onPool);
     pool.add(task);
     pool.shutdown();

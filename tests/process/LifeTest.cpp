@@ -1,5 +1,5 @@
-// What a program and its plug-ins do with the library while they come and go, in every order: each test
-// runs a program of its own and looks at its records and its exit status.
+// A program and its plug-ins use the library while they are loaded and unloaded, in every order. Each test
+// runs a program and checks its records and its exit status.
 
 #include "Run.hpp"
 
@@ -19,18 +19,18 @@ const std::string FIRST = PROCESS_FIRST;
 const std::string SECOND = PROCESS_SECOND;
 const std::string FORGETFUL = PROCESS_FORGETFUL;
 
-const Lines STARTS = momentOf("program starts");
-const Lines ENDS = momentOf("program ends");
+const Lines STARTS = recordsOfUse("program starts");
+const Lines ENDS = recordsOfUse("program ends");
 const Lines MAIN_ENDS = {"program sees the main thread end"};
 const Lines SPOKEN = {"spoken"};
 
-/** Runs the linked program by these steps, between its start and its end. */
+/** Runs the linked program with these steps, and checks the records between its start and its end. */
 void expectLinked(std::vector<std::string> steps, const std::vector<Lines>& parts)
 {
     steps.insert(steps.begin(), LINKED);
     const Outcome run(steps);
     EXPECT_EQ(0, run.status) << run.errors;
-    // Of the destructors of static storage, those of the main thread's own objects come first.
+    // The destructors of the main thread's thread-local objects run before those of static objects.
     EXPECT_THAT(run.records(), ElementsAreArray(join({STARTS, join(parts), ENDS})));
 }
 
@@ -79,11 +79,12 @@ TEST(ProcessLinked, LoadsAPluginAgain)
                  {loadOf("first"), unloadOf("first"), loadOf("first"), SPOKEN, unloadOf("first"), MAIN_ENDS});
 }
 
-/** Who leaves a module behind leaves the logger a name; nothing of the module is looked at any more. */
+/** If a plug-in does not unregister its module, the logger keeps only the name, and does not use the module.
+ */
 TEST(ProcessLinked, LogsAfterAModuleWasUnloadedWithItsPlugin)
 {
     const Lines everywhere = {"a by the program's", "a by the global one", "a by the library's",
-                              "a by one made now"};
+                              "a by a new one"};
     for (const char* const open : {"dlopen", "load"}) {
         const char* const close = std::string(open) == "load" ? "drop" : "dlclose";
         expectLinked({open, FORGETFUL, close, FORGETFUL, "log", "a", "log", "a", open, FORGETFUL, "log", "a"},
@@ -106,9 +107,9 @@ TEST(ProcessLinked, LoadsAndUnloadsAPluginWhileOtherThreadsLog)
     const Outcome run({LINKED, "while-logging", FIRST});
     EXPECT_EQ(0, run.status) << run.errors;
     const Lines records = run.records();
-    EXPECT_EQ(20, std::count(records.begin(), records.end(), "first is there"));
-    EXPECT_EQ(20, std::count(records.begin(), records.end(), "first goes"));
-    EXPECT_GE(std::count(records.begin(), records.end(), "meanwhile"), 20 * 3);
+    EXPECT_EQ(20, std::count(records.begin(), records.end(), "first is loaded"));
+    EXPECT_EQ(20, std::count(records.begin(), records.end(), "first is being unloaded"));
+    EXPECT_GE(std::count(records.begin(), records.end(), "concurrent"), 20 * 3);
 }
 
 TEST(ProcessBare, OpensTheLibraryWithAPlugin)
@@ -152,7 +153,7 @@ TEST(ProcessBare, ThreadMayEndAfterThePluginThatItUsesWasClosed)
     EXPECT_THAT(run.records(), testing::Contains("first sees a thread end"));
 }
 
-/** The library itself stays: threads may end later than its last user goes, and run a part of it then. */
+/** The library remains mapped: a thread may end after its last user was unloaded, and then runs its code. */
 TEST(ProcessBare, OpensTheLibraryTwiceAndLeavesNothingBehind)
 {
     const Outcome run({BARE, "dlopen", LIBRARY, "dlclose", LIBRARY, "count", "keys", "count", "threads",

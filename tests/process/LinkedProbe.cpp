@@ -4,8 +4,8 @@
  *
  *     dlopen PATH, dlclose PATH
  *     load PATH, drop PATH    by the library's own loader
- *     say PATH                by a plug-in that was loaded, under its module
- *     log TEXT                under every module that this program can name
+ *     say PATH                logs by a loaded plug-in, under its module
+ *     log TEXT                logs under every module that this program can name
  *     see-end PATH            a thread uses a loaded plug-in, which is dropped before the thread ends
  *     while-logging PATH      loads and drops a plug-in many times, while other threads log
  */
@@ -33,33 +33,33 @@ namespace sys = com::kor::dal::nim::sys;
 
 log::Module own_module("process.program", log::GET_NIM_LOG_LOGGER_VAR());
 
-struct Life
+struct StaticUser
 {
-    Life()
+    StaticUser()
     {
         processtest::useLibrary("program starts");
     }
-    Life(const Life&) = delete;
-    Life& operator=(const Life&) = delete;
-    ~Life()
+    StaticUser(const StaticUser&) = delete;
+    StaticUser& operator=(const StaticUser&) = delete;
+    ~StaticUser()
     {
         processtest::useLibrary("program ends");
     }
 };
 
-const Life life;
+const StaticUser static_user;
 
-/** Logs when its thread ends; the main thread's with the process. */
-struct ThreadEnd
+/** Logs when its thread ends. The main thread's ends with the process. */
+struct ThreadExitLogger
 {
-    ~ThreadEnd()
+    ~ThreadExitLogger()
     {
         NIM_LOG(Severity_WARNING) << text;
     }
     const char* text = "";
 };
 
-thread_local ThreadEnd thread_end;
+thread_local ThreadExitLogger thread_exit_logger;
 
 processtest::Handles handles;
 std::map<std::string, sys::ConstDynLibraryRef> libraries;
@@ -75,7 +75,7 @@ void seeThreadEnd(const std::string& path)
     std::promise<void> used;
     std::promise<void> dropped;
     std::thread thread([&] {
-        thread_end.text = "program sees a thread end";
+        thread_exit_logger.text = "program sees a thread end";
         find<void()>(path, "process_see_thread_end")();
         used.set_value();
         dropped.get_future().wait();
@@ -86,7 +86,7 @@ void seeThreadEnd(const std::string& path)
     thread.join();
 }
 
-/** Threads that log under modules of the program, as long as it lives. */
+/** Threads that log under modules of the program, until the end of the scope. */
 class Loggers
 {
 public:
@@ -96,7 +96,7 @@ public:
             threads.emplace_back([this] {
                 while (!isOver) {
                     NIM_LOG(Severity_DEBUG) << "refused";
-                    NIM_LOG_TO(own_module, Severity_WARNING) << "meanwhile";
+                    NIM_LOG_TO(own_module, Severity_WARNING) << "concurrent";
                     ++rounds;
                 }
             });
@@ -112,7 +112,7 @@ public:
         }
     }
 
-    /** Waits until they have logged so many times more. */
+    /** Blocks until they have logged `more` times. */
     void await(long more) const
     {
         for (const long enough = rounds + more; rounds < enough;) {
@@ -135,7 +135,7 @@ void loadWhileLogging(const std::string& path)
     for (int i = 0; i < TIMES; ++i) {
         loggers.await(3);
         const sys::ConstDynLibraryRef library = sys::DynLibrary::load(path);
-        // Every module's cache is stale now, also that of the plug-in.
+        // Invalidates the cache of every module, also that of the plug-in.
         com_kor_dal_nim_log_control.setModuleFilter("process.*", i % 2 == 0);
         loggers.await(3);
     }
@@ -158,7 +158,7 @@ bool step(const std::string& what, const std::string& which)
         NIM_LOG(Severity_WARNING) << which << " by the global one";
         NIM_LOG_TO(log::INTERNAL_LOG_MODULE, Severity_WARNING) << which << " by the library's";
         NIM_LOG_TO(log::Module::getInstance("process.made", log::GET_NIM_LOG_LOGGER_VAR()), Severity_WARNING)
-            << which << " by one made now";
+            << which << " by a new one";
     } else if (what == "see-end") {
         seeThreadEnd(which);
     } else if (what == "while-logging") {
@@ -174,7 +174,7 @@ bool step(const std::string& what, const std::string& which)
 int main(int argc, char** argv)
 {
     alarm(processtest::PATIENCE_S);
-    thread_end.text = "program sees the main thread end";
+    thread_exit_logger.text = "program sees the main thread end";
     for (int i = 1; i + 1 < argc; i += 2) {
         if (!step(argv[i], argv[i + 1])) {
             return 2;

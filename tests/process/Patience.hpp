@@ -3,7 +3,7 @@
 
 namespace processtest {
 
-/** For alarm(): ends a process that hangs, of which the test then sees SIGALRM. */
+/** For alarm(): terminates a process that hangs by SIGALRM, which the test detects. */
 constexpr unsigned int PATIENCE_S = 60;
 
 }

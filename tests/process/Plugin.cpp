@@ -1,5 +1,5 @@
-// A plug-in that uses the library while it is loaded and unloaded. Built several times, under PLUGIN_NAME;
-// with PLUGIN_FORGETS it leaves its module with the logger when it goes.
+// A plug-in that uses the library while it is loaded and unloaded. Built several times, with different values
+// of PLUGIN_NAME; with PLUGIN_FORGETS it does not unregister its module.
 
 #include "Life.hpp"
 
@@ -12,19 +12,19 @@ namespace log = com::kor::dal::nim::log;
 
 log::Module module("process." PLUGIN_NAME, log::GET_NIM_LOG_LOGGER_VAR());
 
-/** Made behind the module, and so destroyed before it. */
-struct Life
+/** Constructed after the module, and so destroyed before it. */
+struct StaticUser
 {
-    Life()
+    StaticUser()
     {
         processtest::useLibrary(PLUGIN_NAME " loads");
-        NIM_LOG_TO(module, Severity_WARNING) << PLUGIN_NAME " is there";
+        NIM_LOG_TO(module, Severity_WARNING) << PLUGIN_NAME " is loaded";
     }
-    Life(const Life&) = delete;
-    Life& operator=(const Life&) = delete;
-    ~Life()
+    StaticUser(const StaticUser&) = delete;
+    StaticUser& operator=(const StaticUser&) = delete;
+    ~StaticUser()
     {
-        NIM_LOG_TO(module, Severity_WARNING) << PLUGIN_NAME " goes";
+        NIM_LOG_TO(module, Severity_WARNING) << PLUGIN_NAME " is being unloaded";
         processtest::useLibrary(PLUGIN_NAME " unloads");
 #ifndef PLUGIN_FORGETS
         dynamic_cast<log::Write&>(log::GET_NIM_LOG_LOGGER_VAR()).unregisterModule(module);
@@ -32,19 +32,19 @@ struct Life
     }
 };
 
-const Life life;
+const StaticUser static_user;
 
 /** Logs when its thread ends. */
-struct ThreadEnd
+struct ThreadExitLogger
 {
-    ~ThreadEnd()
+    ~ThreadExitLogger()
     {
         NIM_LOG(Severity_WARNING) << PLUGIN_NAME " sees a thread end";
     }
     bool isUsed = false;
 };
 
-thread_local ThreadEnd thread_end;
+thread_local ThreadExitLogger thread_exit_logger;
 
 }
 
@@ -54,7 +54,7 @@ EXPORTED void process_say(const char* text);
 EXPORTED void process_use(const char* moment);
 EXPORTED void process_see_thread_end();
 
-/** Under the plug-in's own module. */
+/** Logs under the plug-in's own module. */
 void process_say(const char* text)
 {
     NIM_LOG_TO(module, Severity_WARNING) << text;
@@ -68,5 +68,5 @@ void process_use(const char* moment)
 
 void process_see_thread_end()
 {
-    thread_end.isUsed = true;
+    thread_exit_logger.isUsed = true;
 }

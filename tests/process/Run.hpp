@@ -36,21 +36,21 @@ inline Lines recordsIn(const std::string& text)
     return records;
 }
 
-/** The thread sanitizer would have each process wait for a second before it ends. */
-inline int makeHaste()
+/** Disables the delay of one second that the thread sanitizer adds to the exit of each process. */
+inline int disableExitDelay()
 {
     const char* const options = std::getenv("TSAN_OPTIONS");
-    const std::string hasty = std::string(options != nullptr ? options : "") + ":atexit_sleep_ms=0";
-    return ::setenv("TSAN_OPTIONS", hasty.c_str(), 1);
+    const std::string extended = std::string(options != nullptr ? options : "") + ":atexit_sleep_ms=0";
+    return ::setenv("TSAN_OPTIONS", extended.c_str(), 1);
 }
 
-/** A run of a program of these tests, at its end. */
+/** The result of a run of a program of these tests. */
 struct Outcome
 {
     explicit Outcome(const std::vector<std::string>& command)
     {
-        static const int status_of_haste = makeHaste();
-        static_cast<void>(status_of_haste);
+        static const int delay_status = disableExitDelay();
+        static_cast<void>(delay_status);
         const support::ScratchFolder folder;
         support::ChildProcess process(command, folder.path());
         status = process.wait();
@@ -68,21 +68,21 @@ struct Outcome
     std::string errors;
 };
 
-/** What useLibrary() logs. */
-inline Lines momentOf(const std::string& moment)
+/** Returns the records that useLibrary() logs. */
+inline Lines recordsOfUse(const std::string& moment)
 {
     return {moment + ": statement", moment + ": content", moment + ": thread", moment + ": task"};
 }
 inline Lines loadOf(const std::string& plugin)
 {
-    Lines lines = momentOf(plugin + " loads");
-    lines.push_back(plugin + " is there");
+    Lines lines = recordsOfUse(plugin + " loads");
+    lines.push_back(plugin + " is loaded");
     return lines;
 }
 inline Lines unloadOf(const std::string& plugin)
 {
-    Lines lines = momentOf(plugin + " unloads");
-    lines.insert(lines.begin(), plugin + " goes");
+    Lines lines = recordsOfUse(plugin + " unloads");
+    lines.insert(lines.begin(), plugin + " is being unloaded");
     return lines;
 }
 
