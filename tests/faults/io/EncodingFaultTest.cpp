@@ -25,7 +25,7 @@ const String& data()
     return bytes;
 }
 
-/** A text that an operation makes, walked through: whole, or none and a failure. */
+/** Fails each allocation of an operation that returns a string: it must return `expected`, or throw. */
 template <class Make>
 unsigned int walkText(const String& expected, Make make)
 {
@@ -41,7 +41,7 @@ TEST(EncodingFault, Base64TextIsCompleteOrThrows)
     EXPECT_GE(walkText(data(), [&] { return base64.decode(encoded); }), 1u);
 }
 
-/** By the form for streams, which a derived class may have replaced. */
+/** A derived class, for which Base64 uses the overloads for streams, since the class could override them. */
 class OwnBase64 : public Base64
 {};
 
@@ -76,7 +76,7 @@ TEST(EncodingFault, EncoderAndDecoderAreConstructedOrThrow)
         1u);
 }
 
-/** What the forms for streams need, they need before they read. */
+/** The overloads for streams allocate only before they read. */
 TEST(EncodingFault, StreamIsReadCompletelyOrThrows)
 {
     const Base64 base64;
@@ -84,7 +84,7 @@ TEST(EncodingFault, StreamIsReadCompletelyOrThrows)
     struct Streams
     {
         std::istringstream in{data()};
-        // Large enough for all that is written.
+        // Large enough for the whole output.
         std::ostringstream out{String(20000, ' ')};
     };
     const auto walk = [](const Encoder& encoder) {

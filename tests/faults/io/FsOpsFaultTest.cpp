@@ -81,7 +81,7 @@ TEST_F(FsOpsFault, FailureMayRunOutOfMemory)
     options.named = [&](const std::exception& failure) {
         return failure.what() == "Error resolving '" + missing + "': No such file or directory";
     };
-    // It never succeeds: each step ends in one of the two failures, the last in its own.
+    // It never succeeds: each attempt throws one of the two exceptions, and the last one its own.
     int named = 0;
     EXPECT_GE(walkAllocations([] { return 0; },
                               [&](int&) {

@@ -23,7 +23,7 @@ using com::kor::dal::nim::io::Config;
 using com::kor::dal::nim::io::Properties;
 using com::kor::dal::nim::sys::system_error;
 
-/** Long enough to need memory of its own. */
+/** Returns a string that is too long for the inline storage. */
 String longText(const String& name)
 {
     return name + String(60, '.');
@@ -84,7 +84,7 @@ TEST(PropertiesFault, ReplacingAValueSucceedsOrChangesNothing)
               1u);
 }
 
-/** Whether each pair is one of the old or one of the new ones, and every old key is there. */
+/** Checks that each pair is one of the old or of the new ones, and that no old key is missing. */
 void expectBetween(const Content& before, const Content& content, const Content& after)
 {
     for (const auto& [key, value] : content) {
@@ -171,7 +171,7 @@ TEST(PropertiesFault, QueriesAllocateNothingInTheTable)
     const Table table = tableOf(oldContent());
     const String key = longText("a");
     const String missing = longText("m");
-    // What they need is the track's.
+    // They allocate only for their StackTrack.
     walkAllocations([] { return String(); },
                     [&](String& found) {
                         const String& value = table->getProperty(key);
@@ -186,7 +186,7 @@ TEST(PropertiesFault, QueriesAllocateNothingInTheTable)
     EXPECT_EQ(oldContent(), contentOf(*table));
 }
 
-/** A table that a text is loaded into, with its warnings. */
+/** A table into which a text is loaded, and the warnings of the loads. */
 struct Loading
 {
     explicit Loading(const String& name = String()) : path(name), table(tableOf(oldContent())) {}
@@ -235,23 +235,24 @@ TEST(PropertiesFault, LoadThatCannotWriteItsWarningsSetsTheStreamsState)
 {
     const String text = longText("a") + "=" + longText("new") + "\n";
     const String warning = "WARNING: :1: Overriding property \"" + longText("a") + "\"\n";
-    struct Told
+    struct Attempt
     {
         Table table = tableOf(oldContent());
         std::ostringstream warnings;
     };
-    walkAllocations([] { return std::make_unique<Told>(); },
-                    [&](std::unique_ptr<Told>& told) {
+    walkAllocations([] { return std::make_unique<Attempt>(); },
+                    [&](std::unique_ptr<Attempt>& attempt) {
                         std::istringstream stream(text);
                         std::ostringstream notes;
-                        told->table->load(stream, String(), told->warnings, notes, Properties::SEV_WARNING);
+                        attempt->table->load(stream, String(), attempt->warnings, notes,
+                                             Properties::SEV_WARNING);
                     },
-                    [&](std::unique_ptr<Told>& told, bool done) {
-                        if (done && told->warnings.good()) {
-                            EXPECT_NE(String::npos, told->warnings.str().find(warning));
+                    [&](std::unique_ptr<Attempt>& attempt, bool done) {
+                        if (done && attempt->warnings.good()) {
+                            EXPECT_NE(String::npos, attempt->warnings.str().find(warning));
                         }
-                        told->warnings.clear();
-                        told->warnings.str("");
+                        attempt->warnings.clear();
+                        attempt->warnings.str("");
                     });
 }
 
@@ -315,21 +316,21 @@ TEST_F(IncludeFault, FileThatCannotBeOpenedIsNamedInTheError)
     }
 }
 
-/** Takes so many bytes, and no more. */
-class Storage : public std::stringbuf
+/** A stream buffer that accepts a limited number of bytes. */
+class LimitedBuffer : public std::stringbuf
 {
 public:
-    explicit Storage(std::size_t size) : room(size) {}
+    explicit LimitedBuffer(std::size_t size) : space(size) {}
 
 private:
     std::streamsize xsputn(const char* bytes, std::streamsize count) override
     {
-        const std::streamsize taken = std::min(count, static_cast<std::streamsize>(room));
-        room -= static_cast<std::size_t>(taken);
-        return std::stringbuf::xsputn(bytes, taken);
+        const std::streamsize accepted = std::min(count, static_cast<std::streamsize>(space));
+        space -= static_cast<std::size_t>(accepted);
+        return std::stringbuf::xsputn(bytes, accepted);
     }
 
-    std::size_t room;
+    std::size_t space;
 };
 
 TEST(PropertiesFault, StoreThatRunsOutOfMemoryThrowsOrSetsTheStreamsState)
@@ -357,7 +358,7 @@ TEST(PropertiesFault, StoreThatRunsOutOfMemoryThrowsOrSetsTheStreamsState)
 TEST(PropertiesFault, StoreOnAFullDeviceSetsTheStreamsState)
 {
     const Table table = tableOf(oldContent());
-    Storage storage(100);
+    LimitedBuffer storage(100);
     std::ostream os(&storage);
     EXPECT_EQ(&os, &table->store(os, "header"));
     EXPECT_TRUE(os.bad());

@@ -17,7 +17,7 @@ namespace faults {
 
 using com::kor::dal::nim::String;
 
-/** What an operation throws while a call fails, as "number text" for a system_error; empty for nothing. */
+/** Returns what an operation throws under a fault: "number message" for a system_error; empty for nothing. */
 template <class Operation>
 String failureUnder(Fault& fault, Operation operation)
 {

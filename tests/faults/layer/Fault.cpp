@@ -6,7 +6,7 @@ namespace faults {
 
 namespace {
 
-/** What is armed for one call of one thread. */
+/** The fault that is armed for one call on one thread. */
 struct Plan
 {
     int error;
@@ -17,7 +17,7 @@ struct Plan
     unsigned int uncounted;
 };
 
-// Without a constructor: memory is asked for before anything is constructed, and behind all ends.
+// Without a constructor: memory is allocated before the first constructor and after the last destructor.
 thread_local Plan plans[static_cast<std::size_t>(Call::COUNT)];
 
 Plan& planOf(Call call) noexcept
@@ -58,7 +58,7 @@ unsigned int Fault::failed() const noexcept
     return planOf(call).failed;
 }
 
-int strike(Call call) noexcept
+int nextError(Call call) noexcept
 {
     Plan& plan = planOf(call);
     if (plan.error == 0 || plan.uncounted != 0) {

@@ -84,7 +84,7 @@ private:
 };
 
 /** For the replaced functions: returns the error with which this call must fail, or 0. */
-int strike(Call call) noexcept;
+int nextError(Call call) noexcept;
 
 /** Excludes the calls of a scope, such as those that another replaced function makes, from the count. */
 class Uncounted

@@ -11,11 +11,11 @@
 
 namespace faults {
 
-/** Standard error as a text, kept without memory of its own: what does not fit any more is dropped. */
+/** Captures standard error without allocating memory. Output that exceeds the buffer is discarded. */
 class FixedErr
 {
 public:
-    /** What came since the last call. */
+    /** Returns the output since the last call. */
     std::string take()
     {
         return buffer.take();

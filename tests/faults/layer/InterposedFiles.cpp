@@ -125,7 +125,7 @@ FAULTS_INTERPOSED char* realpath(const char* path, char* resolved) noexcept
     return fails(Call::REALPATH) ? nullptr : next(path, resolved);
 }
 
-/** What a hardened build calls in place of realpath() when it knows the size of the buffer. */
+/** Hardened builds call this instead of realpath() if the size of the buffer is known. */
 FAULTS_INTERPOSED char* __realpath_chk(const char* path, char* resolved, size_t size) noexcept
 {
     FAULTS_NEXT(__realpath_chk);

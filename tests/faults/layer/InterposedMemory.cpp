@@ -9,35 +9,35 @@ namespace {
 using faults::Call;
 using faults::Uncounted;
 
-/** One form of the operator may call another one, and malloc: all that is one allocation. */
-struct Behind
+/** Makes the calls of one operator new count as one allocation: it may call another form, and malloc. */
+struct SingleAllocation
 {
     const Uncounted otherForms{Call::NEW};
     const Uncounted malloc{Call::MALLOC};
 };
 
-/** One operator new, if it is not this one's turn to fail. */
+/** Calls the next operator new, unless this allocation must fail. */
 template <class Operator, class... Arguments>
 void* allocate(Operator next, Arguments... arguments)
 {
-    if (faults::strike(Call::NEW) != 0) {
+    if (faults::nextError(Call::NEW) != 0) {
         throw std::bad_alloc();
     }
-    const Behind behind;
+    const SingleAllocation single;
     return next(arguments...);
 }
 
 template <class Operator, class... Arguments>
 void* allocateOrNull(Operator next, Arguments... arguments) noexcept
 {
-    if (faults::strike(Call::NEW) != 0) {
+    if (faults::nextError(Call::NEW) != 0) {
         return nullptr;
     }
-    const Behind behind;
+    const SingleAllocation single;
     return next(arguments...);
 }
 
-// What the next operator gives goes to the operator delete of its own.
+// Memory of the next operator new is freed by the matching operator delete, which is not replaced.
 typedef void* (*Plain)(std::size_t);
 typedef void* (*Nothrow)(std::size_t, const std::nothrow_t&);
 typedef void* (*Aligned)(std::size_t, std::align_val_t);
@@ -111,7 +111,7 @@ FAULTS_OPERATOR void* operator new[](std::size_t size, std::align_val_t alignmen
 
 #if !defined DALNIM_FAULTS_SANITIZED
 
-// The sanitizers bring a malloc of their own, which they need from the first instruction on.
+// The sanitizers have their own malloc, which they need from the start of the process.
 extern "C" void* __libc_malloc(std::size_t size);
 extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
 extern "C" void* __libc_realloc(void* memory, std::size_t size);

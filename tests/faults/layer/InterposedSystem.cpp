@@ -8,9 +8,9 @@
 
 using faults::Call;
 using faults::fails;
-using faults::strike;
+using faults::nextError;
 
-// dlsym() itself is let be: what it finds for the sanitizers depends on who calls it.
+// dlsym() is not replaced: for the sanitizers, its result depends on the caller.
 
 FAULTS_INTERPOSED void* dlopen(const char* path, int mode) noexcept
 {
@@ -30,7 +30,7 @@ FAULTS_INTERPOSED int getaddrinfo(const char* node, const char* service, const a
                                   addrinfo** result)
 {
     FAULTS_NEXT(getaddrinfo);
-    const int error = strike(Call::GETADDRINFO);
+    const int error = nextError(Call::GETADDRINFO);
     return error != 0 ? error : next(node, service, hints, result);
 }
 
@@ -38,7 +38,7 @@ FAULTS_INTERPOSED int getnameinfo(const sockaddr* address, socklen_t length, cha
                                   char* service, socklen_t service_size, int flags)
 {
     FAULTS_NEXT(getnameinfo);
-    const int error = strike(Call::GETNAMEINFO);
+    const int error = nextError(Call::GETNAMEINFO);
     return error != 0 ? error : next(address, length, host, host_size, service, service_size, flags);
 }
 

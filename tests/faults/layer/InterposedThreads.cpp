@@ -5,14 +5,14 @@
 #include <pthread.h>
 
 using faults::Call;
-using faults::strike;
+using faults::nextError;
 
-// These return their error, and leave errno alone.
+// These return their error, and do not change errno.
 #define FAULTS_STATUS_CALL(call, function, parameters, arguments, specification)                             \
     FAULTS_INTERPOSED int function parameters specification                                                  \
     {                                                                                                        \
         FAULTS_NEXT(function);                                                                               \
-        const int error = strike(call);                                                                      \
+        const int error = nextError(call);                                                                   \
         return error != 0 ? error : next arguments;                                                          \
     }
 

@@ -1,4 +1,4 @@
-// The layer itself: that the calls of libraries reach it, and that it lets them pass again.
+// The layer itself: calls of libraries reach it, and are forwarded without a fault.
 
 #include "Fault.hpp"
 #include "Walk.hpp"

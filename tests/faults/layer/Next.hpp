@@ -19,8 +19,8 @@
 namespace faults {
 
 /**
- * Looks the function up at the first call. Not left to the guard of a static variable: the thread
- * sanitizer has a guard of its own, which it is not ready for when it makes its first calls.
+ * Looks the function up at the first call. Does not use a static variable with a guard: the thread sanitizer
+ * replaces the guard, and is not ready for it when it makes its first calls.
  */
 inline void* nextOf(std::atomic<void*>& known, const char* name) noexcept
 {
@@ -32,10 +32,10 @@ inline void* nextOf(std::atomic<void*>& known, const char* name) noexcept
     return next;
 }
 
-/** Whether a call that reports by `errno` is to fail; it is set then. */
+/** Returns true if a call that reports by `errno` must fail, and sets `errno`. */
 inline bool fails(Call call) noexcept
 {
-    const int error = strike(call);
+    const int error = nextError(call);
     if (error != 0) {
         errno = error;
     }

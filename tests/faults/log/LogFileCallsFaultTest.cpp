@@ -1,4 +1,4 @@
-// Each call of the system that a log file makes, refused. What no real file can be made to do.
+// Failures of each system call of a log file, also those that no real file causes.
 
 #include "layer/Expect.hpp"
 #include "layer/Fault.hpp"
@@ -32,19 +32,19 @@ using faults::Call;
 using faults::Fault;
 using testing::HasSubstr;
 
-/** That of standard error, before a test replaces it. */
+/** The buffer of standard error before a test replaces it. */
 std::streambuf* const ownBuffer = std::cerr.rdbuf();
 
 class LogFileCallsFault : public LogFileFixture
 {
 protected:
-    /** How a line ends while a call fails: "number text", or empty when it is taken. */
+    /** Returns the error that logging a line throws if a call fails: "number message"; empty for none. */
     String failureOf(Call call, int error, const String& line)
     {
         return faults::failureOf(call, error, [&] { file->log(line); });
     }
 
-    /** The next line, of another thread, which finds the lock free. */
+    /** Logs the next line on another thread, which checks that the lock is free. */
     void logNext(const String& line)
     {
         std::thread([&] { EXPECT_NO_THROW(file->log(line)); }).join();
@@ -110,7 +110,7 @@ TEST_F(LogFileCallsFault, LineThatCannotBeWrittenIsWrittenToStandardError)
         EXPECT_EQ(path, file->getPath());
         EXPECT_FALSE(file->is_open());
         EXPECT_EQ("one\n", contentOf(path));
-        // The next one tries the file again.
+        // The next line is written to the file again.
         logNext("three");
         EXPECT_EQ("", err.take());
         EXPECT_TRUE(file->is_open());
@@ -134,7 +134,7 @@ TEST_F(LogFileCallsFault, FileThatFailedRecoversByItsRotation)
     open(10);
     file->log("one");
     EXPECT_EQ("", failureOf(Call::WRITE, EIO, "two"));
-    // What is on standard error by then is beyond the limit.
+    // By then, the position of standard error exceeds the size limit.
     EXPECT_THAT(err.take(), testing::StartsWith(COMPLAINT + "two\nLogFile:"));
     logNext("three");
     EXPECT_EQ("one\n", contentOf(old(0)));
@@ -146,7 +146,7 @@ TEST_F(LogFileCallsFault, FileThatFailedRecoversByItsRotation)
 class RotationCallsFault : public LogFileCallsFault
 {
 protected:
-    /** Two old files and one that is one line from its limit. */
+    /** Creates two rotated files, and a current one that the next line fills. */
     void prepare(std::size_t maxFiles = 0)
     {
         for (const String& name : namesIn(folder.path())) {
@@ -158,8 +158,8 @@ protected:
         file->log("one");
     }
 
-    /** All lines of all files, in the order of the names. */
-    String kept()
+    /** Returns all lines of all files, in the order of the names. */
+    String allLines()
     {
         String all;
         for (const String& name : namesIn(folder.path())) {
@@ -183,7 +183,7 @@ TEST_F(RotationCallsFault, FailedRenameAtAnyStepLosesNoRecord)
                                           + String(std::strerror(error)) + "\n"));
             expectStandardError();
             EXPECT_EQ("one\n0123456789\n", contentOf(path));
-            EXPECT_THAT(kept(), testing::AllOf(HasSubstr("zero\n"), HasSubstr("minus one\n")));
+            EXPECT_THAT(allLines(), testing::AllOf(HasSubstr("zero\n"), HasSubstr("minus one\n")));
             logNext("next");
             EXPECT_EQ("next\n", err.take());
         }
@@ -250,7 +250,7 @@ TEST_F(RotationCallsFault, FileThatCannotBeOpenedForAnotherReasonIsNotTriedAgain
     }
 }
 
-/** What file systems and kernels answer that cannot rename without replacing. */
+/** The errors of file systems and kernels that cannot rename without replacing. */
 TEST_F(RotationCallsFault, FilesAreLinkedAndUnlinkedWhereTheyCannotBeRenamedWithoutReplacing)
 {
     for (const int error : {EINVAL, ENOSYS, EPERM}) {
@@ -265,7 +265,7 @@ TEST_F(RotationCallsFault, FilesAreLinkedAndUnlinkedWhereTheyCannotBeRenamedWith
     }
 }
 
-/** Each file that a move by two names has left, and the live one. */
+/** Interrupted between link and unlink, for each of the rotated files and the current one. */
 TEST_F(RotationCallsFault, MoveThatWasCutShortIsCompletedByTheNextRotation)
 {
     for (int named = 0; named <= 2; ++named) {
@@ -304,7 +304,7 @@ TEST_F(RotationCallsFault, OldFilesInADirectoryThatCannotBeReadAreKept)
         EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
         EXPECT_EQ("zero\n", contentOf(old(1)));
         EXPECT_EQ("minus one\n", contentOf(old(2)));
-        // They are counted by their names, so that the limit still holds.
+        // The files are counted by their names, so the limit is still applied.
         file->log("9876543210");
         EXPECT_EQ(4u, namesIn(folder.path()).size());
         EXPECT_EQ("zero\n", contentOf(old(2)));
@@ -337,12 +337,12 @@ TEST_F(RotationCallsFault, FullDiskCostsTheOldestFilePerRotation)
     for (int i = 0; i < 5; ++i) {
         const String line = "refused " + std::to_string(i) + String(10, 'x');
         file->log(line);
-        const String told = err.take();
+        const String printed = err.take();
         // The error message alone exceeds the size limit, so each line starts another rotation.
-        EXPECT_THAT(told,
+        EXPECT_THAT(printed,
                     testing::StartsWith(COMPLAINT + line + "\nLogFile:#:switchFile(): Switching log file ["
                                         + path + "] ...\n"));
-        EXPECT_THAT(told, HasSubstr("switchFile(): Removing [" + old(FILES - 1) + "]\n"));
+        EXPECT_THAT(printed, HasSubstr("switchFile(): Removing [" + old(FILES - 1) + "]\n"));
         expected.insert(expected.begin(), String());
         expected.pop_back();
         EXPECT_EQ(expected, (std::vector<String>{contentOf(path), contentOf(old(0)), contentOf(old(1)),
@@ -448,7 +448,7 @@ TEST_F(LogFileCallsFault, LineIsWrittenCompletelyOrNotAtAll)
                 },
                 [&](LogFileRef& log) {
                     if (log->getPath().empty()) {
-                        // Forgotten with the memory for its stream.
+                        // Cleared, since there was no memory for its stream.
                         log->setPath(path);
                     }
                     log->log(line);
@@ -476,7 +476,7 @@ TEST_F(LogFileCallsFault, SettingsAreAppliedOrRunOutOfMemory)
               3u);
 }
 
-/** A path that is too long for the usual trace, so that each trace asks for memory. */
+/** Returns a path that is too long for the trace's buffer, so that each trace allocates memory. */
 String longPath(const Folder& folder)
 {
     const String directory = folder / String(200, 'a') + '/' + String(200, 'b') + '/' + String(200, 'c');
@@ -487,7 +487,7 @@ String longPath(const Folder& folder)
 TEST_F(LogFileCallsFault, RotationSucceedsOrFallsBackToStandardErrorAndReportsIt)
 {
     faults::FixedErr fixed;
-    // The first call of a thread needs memory of its own.
+    // The first call on a new thread would allocate memory, too.
     faults::WalkOptions options;
     options.onThisThread = true;
     for (const String& name : {path, longPath(folder)}) {
@@ -530,22 +530,22 @@ TEST_F(LogFileCallsFault, RotationSucceedsOrFallsBackToStandardErrorAndReportsIt
     }
 }
 
-/** Standard error raises what it refuses, and refuses everything. */
-class RaisingErr
+/** Makes standard error reject all output and throw on each failure. */
+class ThrowingErr
 {
 public:
-    RaisingErr()
+    ThrowingErr()
     {
         std::cerr.clear();
         try {
             std::cerr.exceptions(std::ios_base::badbit);
         } catch (const std::ios_base::failure&) {
-            // Without a buffer it is bad from the start; the mask is set all the same.
+            // Without a buffer, badbit is already set; the mask is set nevertheless.
         }
     }
-    RaisingErr(const RaisingErr&) = delete;
-    RaisingErr& operator=(const RaisingErr&) = delete;
-    ~RaisingErr()
+    ThrowingErr(const ThrowingErr&) = delete;
+    ThrowingErr& operator=(const ThrowingErr&) = delete;
+    ~ThrowingErr()
     {
         std::cerr.exceptions(std::ios_base::goodbit);
     }
@@ -560,14 +560,14 @@ TEST_F(LogFileCallsFault, RotationThatCannotTraceSucceeds)
     open(10);
     file->log("before");
     {
-        const RaisingErr raising;
+        const ThrowingErr throwing;
         EXPECT_NO_THROW(file->log("0123456789"));
     }
     EXPECT_EQ("before\n0123456789\n", contentOf(old(0)));
     EXPECT_EQ("zero\n", contentOf(old(1)));
     Fault fault(Call::RENAME, EIO);
     EXPECT_EQ("", faults::failureUnder(fault, [&] {
-                  const RaisingErr raising;
+                  const ThrowingErr throwing;
                   file->log("9876543210");
               }));
     EXPECT_EQ("", file->getPath());

@@ -37,7 +37,7 @@ TEST(ModuleFault, InstanceIsRegisteredAndOwnedOrThrows)
                                     Write::StringColl dynamic;
                                     write->getModulesRegisteredDynamic(dynamic);
                                     EXPECT_EQ(done ? 1 : 0, std::count(dynamic.begin(), dynamic.end(), name));
-                                    // What failed once is done at the next attempt.
+                                    // After a failure, the next attempt succeeds.
                                     EXPECT_EQ(name, Module::getInstance(name, *write).getName());
                                 }),
         3u);

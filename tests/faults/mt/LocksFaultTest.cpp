@@ -77,9 +77,9 @@ TEST(LocksFault, LockThatCannotBeAcquiredThrows)
     });
 }
 
-/** Made, or bad_alloc, or the number that the runtime gives for it. */
+/** Fails each allocation of a constructor, which must succeed, or throw bad_alloc or 12 (ENOMEM). */
 template <class Lock, class... Arguments>
-unsigned int walkMaking(Arguments... arguments)
+unsigned int walkConstruction(Arguments... arguments)
 {
     WalkOptions options;
     options.named = [](const std::exception& failure) {
@@ -94,11 +94,11 @@ unsigned int walkMaking(Arguments... arguments)
 
 TEST(LocksFault, LockIsConstructedOrThrows)
 {
-    EXPECT_GE(walkMaking<CriticalSection>(), 1u);
-    EXPECT_GE(walkMaking<SysMutex>(), 2u);
-    EXPECT_GE(walkMaking<CondSem>(nullptr, true), 2u);
-    EXPECT_GE(walkMaking<ReaderWriterLock>(), 2u);
-    EXPECT_GE(walkMaking<Queue>(4u), 2u);
+    EXPECT_GE(walkConstruction<CriticalSection>(), 1u);
+    EXPECT_GE(walkConstruction<SysMutex>(), 2u);
+    EXPECT_GE(walkConstruction<CondSem>(nullptr, true), 2u);
+    EXPECT_GE(walkConstruction<ReaderWriterLock>(), 2u);
+    EXPECT_GE(walkConstruction<Queue>(4u), 2u);
 }
 
 class Element : public QueueElement
@@ -116,7 +116,7 @@ TEST(LocksFault, ElementIsQueuedOrRemainsTheCallers)
 
 // ---- threads --------------------------------------------------------------------------------
 
-/** The number of an untranslated failure of the runtime; 0 for none. */
+/** Returns the error number of an RX_Exception that leaves the operation; 0 for none. */
 template <class Operation>
 int rawFailureOf(Call call, int error, Operation operation)
 {
@@ -268,7 +268,7 @@ TEST(ThreadsFault, CountedTaskRemainsTheCallersIfItCannotBeQueued)
             const Fault fault(Call::MUTEX_LOCK, EINVAL);
             EXPECT_THROW(pool.add(task, true), RX_ExFatal);
         }
-        ASSERT_EQ(0, destroyed) << "it had no reference, and its caller still has it";
+        ASSERT_EQ(0, destroyed) << "it had no reference, so it remains the caller's";
         EXPECT_EQ(0U, task->refCount());
         EXPECT_EQ(Task::TSF_QUEUED, task->status());
         com::kor::dal::nim::mem::RcoRef<CountedTask> owner(task);
@@ -276,7 +276,7 @@ TEST(ThreadsFault, CountedTaskRemainsTheCallersIfItCannotBeQueued)
         EXPECT_EQ(1, destroyed);
     }
 
-    // A reference of the caller's is left alone.
+    // The caller's own reference remains.
     const com::kor::dal::nim::mem::RcoRef<CountedTask> owner(new CountedTask(&destroyed));
     com::kor::dal::nim::mem::RcoRef<CountedTask> other(owner);
     {
@@ -295,14 +295,15 @@ TEST(ThreadsFault, PoolIsConstructedOrRunsOutOfMemory)
             [](std::unique_ptr<ThreadPool>& pool) { pool.reset(new ThreadPool(nullptr, 2, 0, 0, 0, 0, 10)); },
             [](std::unique_ptr<ThreadPool>& pool, bool done) { EXPECT_EQ(done, pool != nullptr); }),
         4u);
-    EXPECT_EQ("", testing::internal::GetCapturedStderr()) << "there never was what failed to be made";
+    EXPECT_EQ("", testing::internal::GetCapturedStderr())
+        << "an object whose construction failed is not reported";
 }
 
 TEST(ThreadsFault, PoolIsDestroyedIfMemoryRunsOut)
 {
     const auto makePool = [] { return std::make_unique<ThreadPool>("pool", 2, 0, 0, 0, 0, 10); };
     const auto check = [](std::unique_ptr<ThreadPool>&, bool done) { EXPECT_TRUE(done); };
-    // On a thread that the library knows: the track of the call asks for memory on a new one.
+    // On a thread that already has a ThreadState: on a new one, the call's StackTrack allocates it.
     WalkOptions here;
     here.onThisThread = true;
     com::kor::dal::nim::sys::System::threadId();
@@ -340,7 +341,7 @@ TEST(ThreadsFault, DetachedThreadIsStartedOrRunsOutOfMemory)
 /** Arms a fault for the rest of the calling thread's life. */
 void armThisThread(unsigned int first, unsigned int count)
 {
-    // Never ended: the thread goes on behind the scope that it was armed in.
+    // Never destroyed, since the thread continues after the scope of the caller.
     alignas(Fault) static thread_local unsigned char place[sizeof(Fault)];
     new (place) Fault(Call::NEW, ENOMEM, first, count);
 }
@@ -371,7 +372,8 @@ TEST(ThreadsFault, ExceptionOfAThreadReachesItsJoinerOrRunsOutOfMemory)
     }
 }
 
-/** What a detached thread throws is logged, or lost behind a line that says so; the thread ends. */
+/** The exception of a detached thread is logged, or a line reports that the record was lost; the thread ends.
+ */
 TEST(ThreadsFault, DetachedThreadThatThrowsEndsIfMemoryRunsOut)
 {
     const String text(200, 't');
@@ -387,11 +389,11 @@ TEST(ThreadsFault, DetachedThreadThatThrowsEndsIfMemoryRunsOut)
                 false);
             thread.start();
             mttest::awaitEnd(thread);
-            const std::string complaint = testing::internal::GetCapturedStderr();
-            // A stream that cannot grow cuts the text of the record short.
-            const bool isLogged = complaint.find(" : Exception from") != std::string::npos;
-            const bool isLost = complaint.find("Thread: a log record was lost") != std::string::npos;
-            EXPECT_TRUE(isLogged || isLost) << "without allocation " << n << ": " << complaint;
+            const std::string output = testing::internal::GetCapturedStderr();
+            // If the stream cannot grow, it truncates the text of the record.
+            const bool isLogged = output.find(" : Exception from") != std::string::npos;
+            const bool isLost = output.find("Thread: a log record was lost") != std::string::npos;
+            EXPECT_TRUE(isLogged || isLost) << "without allocation " << n << ": " << output;
         }
     }
 }
@@ -400,14 +402,14 @@ TEST(ThreadsFault, WorkerThatRunsOutOfMemoryRunsTheNextTask)
 {
     ThreadPool pool("pool", 1, 0, 0, 0, 0, 100);
     std::atomic<int> ran{0};
-    OwnTask hungry([] {
+    OwnTask failing([] {
         const Fault fault(Call::NEW, ENOMEM);
         static_cast<void>(::operator new(1));
     });
     OwnTask next([&] { ++ran; });
-    EXPECT_TRUE(pool.add(hungry));
+    EXPECT_TRUE(pool.add(failing));
     EXPECT_TRUE(pool.add(next));
-    mttest::awaitEnd(hungry);
+    mttest::awaitEnd(failing);
     mttest::awaitEnd(next);
     EXPECT_EQ(1, ran);
     pool.shutdown();

@@ -24,16 +24,16 @@ namespace {
 
 using namespace faults;
 
-/** What a call writes to the standard error. */
+/** Returns what an operation writes to standard error. */
 template <class Operation>
-std::string complaintOf(Operation operation)
+std::string errorOutputOf(Operation operation)
 {
     testing::internal::CaptureStderr();
     operation();
     return testing::internal::GetCapturedStderr();
 }
 
-/** A closure that is counted while it lives. */
+/** A closure that counts its living objects and its runs. */
 class Counted : public RX_Closure
 {
 public:
@@ -91,7 +91,7 @@ struct Subject
 TEST(ServerQueueFault, IsConstructedOrRunsOutOfMemoryWithoutADiagnostic)
 {
     unsigned int allocations = 0;
-    EXPECT_EQ("", complaintOf([&] {
+    EXPECT_EQ("", errorOutputOf([&] {
                   allocations = walkAllocations(
                       [] { return qv::Reference<RX_ServerQueue>(); },
                       [](qv::Reference<RX_ServerQueue>& queue) { queue.reset(new RX_ServerQueue(4)); },
@@ -101,12 +101,12 @@ TEST(ServerQueueFault, IsConstructedOrRunsOutOfMemoryWithoutADiagnostic)
 }
 
 template <class Make>
-void expectRefusedInSilence(unsigned int conditions, Make make)
+void expectFailureWithoutDiagnostic(unsigned int conditions, Make make)
 {
     for (const Call call : {Call::COND_INIT, Call::CONDATTR_INIT}) {
         for (unsigned int n = 1; n <= conditions; ++n) {
             Outcome outcome;
-            EXPECT_EQ("", complaintOf([&] {
+            EXPECT_EQ("", errorOutputOf([&] {
                           Fault fault(call, EAGAIN, n);
                           outcome = outcomeUnder(fault, make);
                       }));
@@ -118,9 +118,12 @@ void expectRefusedInSilence(unsigned int conditions, Make make)
 
 TEST(ServerQueueFault, FailedConstructionWritesNoDiagnostic)
 {
-    expectRefusedInSilence(1, [] { const qv::Reference<RX_ServerQueue> queue(new RX_ServerQueue(4)); });
-    expectRefusedInSilence(1, [] { const qv::Reference<RX_ActivityRecorder> made(new RX_ActivityRecorder); });
-    expectRefusedInSilence(1, [] { const qv::Reference<RX_Closure0S> closure(new RX_Closure0S([] {})); });
+    expectFailureWithoutDiagnostic(1,
+                                   [] { const qv::Reference<RX_ServerQueue> queue(new RX_ServerQueue(4)); });
+    expectFailureWithoutDiagnostic(
+        1, [] { const qv::Reference<RX_ActivityRecorder> made(new RX_ActivityRecorder); });
+    expectFailureWithoutDiagnostic(
+        1, [] { const qv::Reference<RX_Closure0S> closure(new RX_Closure0S([] {})); });
 }
 
 TEST(ServerQueueFault, StartsItsThreadsOrRunsOutOfMemory)
@@ -139,33 +142,33 @@ TEST(ServerQueueFault, StartsItsThreadsOrRunsOutOfMemory)
 
 TEST(ServerQueueFault, PutQueuesTheClosureOrLeavesItToTheCaller)
 {
-    // Enough of them that the queue asks for memory for one.
+    // So many that the queue allocates memory for at least one.
     constexpr unsigned int CLOSURES = 200;
     typedef void (*Put)(RX_ServerQueue&, RX_Closure* const&);
     const Put puts[] = {[](RX_ServerQueue& queue, RX_Closure* const& closure) { queue.put(closure); },
                         [](RX_ServerQueue& queue, RX_Closure* const& closure) { queue.putProbe(closure); }};
     for (const Put put : puts) {
         Subject subject;
-        const qv::Reference<RX_ServerQueue> roomy(new RX_ServerQueue(CLOSURES + 1));
-        roomy->connectActivityRecorder(subject.recorder.get());
+        const qv::Reference<RX_ServerQueue> large(new RX_ServerQueue(CLOSURES + 1));
+        large->connectActivityRecorder(subject.recorder.get());
         unsigned int taken = 0;
         unsigned int missed = 0;
         while (taken < CLOSURES) {
             qv::Reference<RX_Closure> closure(new Counted(subject.alive, subject.runs));
             Fault noMemory(Call::NEW, ENOMEM);
-            const Outcome outcome = outcomeUnder(noMemory, [&] { put(*roomy, closure.get()); });
+            const Outcome outcome = outcomeUnder(noMemory, [&] { put(*large, closure.get()); });
             if (outcome.kind == Outcome::NO_MEMORY) {
                 ++missed;
-                put(*roomy, closure.get());
+                put(*large, closure.get());
             }
             closure.release();
             ++taken;
-            ASSERT_EQ(taken, roomy->size());
+            ASSERT_EQ(taken, large->size());
             ASSERT_EQ(taken, subject.recorder->getBacklog());
         }
         EXPECT_GE(missed, 1u);
         EXPECT_EQ(static_cast<int>(CLOSURES), subject.alive);
-        roomy->flush();
+        large->flush();
         EXPECT_EQ(0, subject.alive);
         EXPECT_EQ(0u, subject.recorder->getBacklog());
     }
@@ -173,25 +176,25 @@ TEST(ServerQueueFault, PutQueuesTheClosureOrLeavesItToTheCaller)
 
 TEST(ServerQueueFault, BlockedPutThatRunsOutOfMemoryLeavesTheSlotToTheNext)
 {
-    // Enough rounds that the queue asks for memory in some.
+    // So many rounds that the queue allocates memory in some.
     unsigned int missed = 0;
     for (int round = 0; round < 200; ++round) {
         Subject subject;
-        const qv::Reference<RX_ServerQueue> narrow(new RX_ServerQueue(1));
+        const qv::Reference<RX_ServerQueue> small(new RX_ServerQueue(1));
         for (int i = 0; i <= round; ++i) {
-            // Moves the queue on by one element.
+            // Advances the queue by one element.
             const qv::Reference<RX_Closure> closure(new Counted(subject.alive, subject.runs));
             closure->attach();
-            narrow->put(closure.get());
+            small->put(closure.get());
             if (i < round) {
-                EXPECT_EQ(1, narrow->runPending());
+                EXPECT_EQ(1, small->runPending());
             }
         }
         std::atomic<bool> isMissed{false};
         std::atomic<bool> isPut{false};
         const auto put = [&](RX_Closure* raw) {
             qv::Reference<RX_Closure> closure(raw);
-            narrow->put(closure.get());
+            small->put(closure.get());
             static_cast<void>(closure.release());
         };
         qvtest::Caller first([&] {
@@ -205,16 +208,16 @@ TEST(ServerQueueFault, BlockedPutThatRunsOutOfMemoryLeavesTheSlotToTheNext)
             isPut = true;
         });
         ASSERT_TRUE(second.awaitAsleep());
-        EXPECT_EQ(1, narrow->runPending());
+        EXPECT_EQ(1, small->runPending());
         first.join();
         if (isMissed) {
             ++missed;
         } else {
-            EXPECT_EQ(1, narrow->runPending());
+            EXPECT_EQ(1, small->runPending());
         }
         second.join();
         EXPECT_TRUE(isPut);
-        narrow->close();
+        small->close();
         EXPECT_EQ(0, subject.alive);
     }
     EXPECT_GE(missed, 1U);

@@ -1,4 +1,4 @@
-// The runtime layer without memory, and over calls that the system refuses.
+// The runtime layer when memory runs out or system calls fail.
 
 #include "layer/Expect.hpp"
 #include "layer/Fault.hpp"
@@ -66,8 +66,8 @@ TEST(RuntimeFault, ExceptionIsCopiedOrThrows)
                               }),
               2u);
     EXPECT_GE(
-        walkAllocations([] { return RX_String(); }, [&](RX_String& told) { told = error.asString(0); },
-                        [&](RX_String& told, bool done) { EXPECT_EQ(done ? whole : "", bytesOf(told)); }),
+        walkAllocations([] { return RX_String(); }, [&](RX_String& result) { result = error.asString(0); },
+                        [&](RX_String& result, bool done) { EXPECT_EQ(done ? whole : "", bytesOf(result)); }),
         2u);
     EXPECT_GE(walkAllocations([] { return 0; },
                               [&](int& code) {
@@ -197,7 +197,7 @@ TEST_F(FilesFault, DirectoryThatCannotBeReadReturnsTheEntriesSoFar)
         EXPECT_EQ(0u, namesOf(files).size());
     }
     {
-        // The two dots are read first or in between, wherever the system has them.
+        // "." and ".." may be read at any position.
         Fault fault(Call::READDIR, EIO, 6);
         RX_FilespecIterator files(spec(), 0);
         fault.disarm();

@@ -1,4 +1,4 @@
-// Errors and traces are made where something has gone wrong already: what they do without memory.
+// Errors and traces are created after another failure: they must behave correctly if memory runs out, too.
 
 #include "layer/Expect.hpp"
 #include "layer/Fault.hpp"
@@ -168,7 +168,7 @@ TEST(ErrorsFault, CopyOfAnErrorIsCompleteOrThrows)
                               }),
               4u);
 
-    // Raised, it is itself or bad_alloc.
+    // raise() throws the error itself, or bad_alloc.
     EXPECT_GE(walkAllocations([] { return 0; },
                               [&](int& number) {
                                   try {

@@ -31,7 +31,7 @@ TEST(SystemFault, TimesThatCannotBeConvertedThrow)
     tm result = {};
     EXPECT_EQ("38 Function not implemented",
               failureOf(Call::LOCALTIME, EOVERFLOW, [&] { System::localtime(result, 0); }));
-    // Beyond what the library works out by itself.
+    // Outside the range that the library converts itself.
     EXPECT_EQ("38 Function not implemented",
               failureOf(Call::GMTIME, EOVERFLOW, [&] { System::utctime(result, -1); }));
     EXPECT_EQ(&result, &System::localtime(result, 0));
@@ -92,7 +92,7 @@ TEST(SystemFault, AddressesAreCompleteOrThrow)
         [&](StringVector& found, bool done) { EXPECT_EQ(done ? all : StringVector(), found); }, options);
 }
 
-// What is found once a process is looked for in one that has not looked yet.
+// Values that a process determines once are tested in a process that has not determined them yet.
 
 TEST(SystemFaultDeathTest, FailedHostNameIsLookedUpAgain)
 {
@@ -168,7 +168,7 @@ TEST(SystemFaultDeathTest, ProcessPathThatCannotBeDeterminedThrowsOnce)
         EXPECT_EQ(NO_DIRECTORY,
                   failureOf(Call::DLOPEN, ENOENT, [] { System::getProcessPath(System::FULL_PROCESS_PATH); }));
         link.disarm();
-        // Another thread finds the lock free.
+        // The lock is free for another thread.
         onNewThread([] {
             EXPECT_EQ("", System::getProcessPath(System::FULL_PROCESS_PATH));
             EXPECT_EQ("", System::getProcessPath(System::EXECUTABLE_NAME_ONLY));
@@ -177,7 +177,7 @@ TEST(SystemFaultDeathTest, ProcessPathThatCannotBeDeterminedThrowsOnce)
     });
 }
 
-/** How a process fares that finds its path when the n-th allocation fails. */
+/** The result of determining the path of the process when the n-th allocation fails. */
 enum PathStatus { FOUND, FOUND_LATER, EMPTY_LATER, EMPTY, ANOTHER_FAILURE, FOUND_WITHOUT_A_FAULT };
 
 int findPath(unsigned int n)
@@ -203,7 +203,7 @@ TEST(SystemFaultDeathTest, ProcessPathIsFoundOrRunsOutOfMemory)
         int status = FOUND;
         for (unsigned int n = 1; status != FOUND_WITHOUT_A_FAULT; ++n) {
             ASSERT_LT(n, 100u);
-            // Once a process: the children have not looked yet.
+            // In a child each time, since a process determines its path only once.
             status = WEXITSTATUS(inChildProcess([n] { ::_exit(findPath(n)); }));
             EXPECT_TRUE(status == FOUND || status == FOUND_LATER || status == EMPTY_LATER
                         || status == FOUND_WITHOUT_A_FAULT)

@@ -24,7 +24,7 @@ using com::kor::dal::nim::type::SecurityContext;
 using com::kor::dal::nim::type::SecurityContextRef;
 using faults::String;
 
-/** A bag with something of each kind in it. */
+/** Returns a bag with an entry of each kind. */
 BagRef filledBag(int* living)
 {
     BagRef bag(new Bag);
@@ -217,7 +217,7 @@ TEST(ContextFault, ScopeIsClearedOrUnchanged)
     EXPECT_EQ(0, made);
 }
 
-/** The end of a scope does not throw, on a thread that is new to the library either. */
+/** The end of a scope does not throw, not even on a thread without a ThreadState. */
 TEST(ContextFault, ScopeEndsIfMemoryRunsOut)
 {
     logtest::DefaultLogger logger;

@@ -1,4 +1,4 @@
-// Lets the n-th allocation of a parse fail, for each n, until the parse has what it needs.
+// Fails the n-th allocation of a parse, for each n, until the parse succeeds.
 
 #include "layer/Fault.hpp"
 
@@ -28,7 +28,7 @@ int ignore(PDS_PARSE_H, pds_parse_cb_type_e, void*, void*, char*, char*, char*, 
     return 0;
 }
 
-/** What a parse of the text, in two pieces, comes to when its n-th allocation fails. */
+/** Returns the result of parsing the text, in two pieces, while the n-th allocation fails. */
 int parseWithFailure(Call call, unsigned int n, PDS_PARSE_COMMON_FN callback, const std::string& text,
                      std::string& error)
 {
@@ -51,7 +51,7 @@ int parseWithFailure(Call call, unsigned int n, PDS_PARSE_COMMON_FN callback, co
     if (code != PDS_PARSE_OK) {
         EXPECT_EQ(PDS_PARSE_E_PREVIOUS, nim_pdsParseBuffer(first.data(), 0, handle));
     }
-    // The handle is as good as before.
+    // The handle remains usable.
     EXPECT_EQ(PDS_PARSE_OK, nim_pdsParseReset(0, nullptr, handle));
     char small[] = "<a b='1'>x</a>";
     EXPECT_EQ(PDS_PARSE_OK, nim_pdsParseBuffer(small, PDS_PARSE_F_LAST, handle));
@@ -59,7 +59,7 @@ int parseWithFailure(Call call, unsigned int n, PDS_PARSE_COMMON_FN callback, co
     return code;
 }
 
-/** How many allocations of a kind had to fail before the parse came to its end. */
+/** Returns how many allocations of a kind failed until the parse returned `expected`. */
 unsigned int failuresUntil(Call call, int expected, PDS_PARSE_COMMON_FN callback, const std::string& text,
                            std::string& error)
 {
@@ -72,11 +72,12 @@ unsigned int failuresUntil(Call call, int expected, PDS_PARSE_COMMON_FN callback
         EXPECT_EQ(700012900, code) << n;
         EXPECT_EQ("", error) << n;
     }
-    ADD_FAILURE() << "never came to its end";
+    ADD_FAILURE() << "the parse never returned the expected result";
     return 0;
 }
 
-/** Deep, with many attributes, long names, and text beyond the first buffer. */
+/** Returns a document with deep nesting, many attributes, long names, and text that exceeds the first buffer.
+ */
 std::string demandingText()
 {
     std::string text;
