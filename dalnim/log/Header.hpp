@@ -24,10 +24,10 @@ class StreamState;
  * A record: the stream that a log statement inserts its text into, with the place and time of the statement.
  * It is used on one thread. The time is that of the statement, not that of the write.
  *
- * A record that a program constructs is a string stream in every respect. A record of NIM_LOG and the related
- * macros keeps its text where the line is assembled: str() of this class returns and replaces the text at any
- * time, but the str() of std::ostringstream only returns it, and only once the record has been passed to a
- * logger that is not exactly a Write.
+ * A record that a program constructs is a string stream in every respect. A record of NIM_LOG and the other
+ * statements keeps its text where the line is assembled: str() of this class returns and replaces the text at
+ * any time, but the str() of std::ostringstream only returns it, and only once the record has been passed to
+ * a logger that is not exactly a Write.
  */
 class DALNIM_API Header : public std::ostringstream
 {

@@ -56,7 +56,7 @@ String trapped(log::Severity severity, const std::exception& exc, const Message&
     return header.str();
 }
 
-TEST(Header, HoldsWhereTheStatementStands)
+TEST(Header, ConstructorStoresThePositionThreadAndTime)
 {
     static const char FILE[] = "some/where/Source";
     const std::time_t before = std::time(nullptr);
@@ -73,7 +73,7 @@ TEST(Header, HoldsWhereTheStatementStands)
     EXPECT_EQ("", header.str());
 }
 
-TEST(Header, KnowsTheThreadThatMadeIt)
+TEST(Header, ThreadIsTheOneThatConstructedIt)
 {
     long kernels = 0;
     long headers = 0;
@@ -85,7 +85,7 @@ TEST(Header, KnowsTheThreadThatMadeIt)
     EXPECT_NE(::syscall(SYS_gettid), headers);
 }
 
-TEST(Header, IsTheStreamOfItsText)
+TEST(Header, OsReturnsTheRecordItself)
 {
     Header header(log::Severity_INFO, "", 1);
     std::ostream& os = header.os();
@@ -94,14 +94,14 @@ TEST(Header, IsTheStreamOfItsText)
     EXPECT_EQ("disk 3", header.str());
 }
 
-TEST(Header, AnUnknownSeverityHasNoName)
+TEST(Header, NameOfAnUnknownSeverityThrows)
 {
     const Header header(static_cast<log::Severity>(8), "", 1);
     EXPECT_EQ("Unrecognized NIM Log Severity",
               textOf<std::out_of_range>([&header] { header.getSeverityName(); }));
 }
 
-TEST(HeaderTrapped, APlainExceptionHasNoNumberAndNoTrace)
+TEST(HeaderTrapped, PlainExceptionIsInsertedWithoutNumberAndTrace)
 {
     const std::runtime_error exc("it broke");
     for (const log::Severity severity :
@@ -111,7 +111,7 @@ TEST(HeaderTrapped, APlainExceptionHasNoNumberAndNoTrace)
     }
 }
 
-TEST(HeaderTrapped, DebugAddsTheTypeAsTheRunTimeNamesIt)
+TEST(HeaderTrapped, DebugAddsTheNameOfTheDynamicType)
 {
     EXPECT_EQ("reading failed : it broke\n  St13runtime_error\n",
               trapped(log::Severity_DEBUG, std::runtime_error("it broke"), "reading failed"));
@@ -141,13 +141,13 @@ TEST(HeaderTrapped, EveryOtherSeverityShowsTheTrace)
     }
 }
 
-TEST(HeaderTrapped, AnEmptyTraceShowsNothing)
+TEST(HeaderTrapped, EmptyTraceInsertsNothing)
 {
     EXPECT_EQ("reading failed : 5 : no medium\n",
               trapped(log::Severity_WARNING, errorWithoutTrace(), "reading failed"));
 }
 
-TEST(HeaderTrapped, AnyExceptionMayHaveATrace)
+TEST(HeaderTrapped, TraceOfAnyExceptionTypeIsInserted)
 {
     const StackTrack track("run()", "Job", "app", 7);
     EXPECT_EQ("job failed : out of luck\n  [0]\tapp.Job.run():7\n",
@@ -156,14 +156,14 @@ TEST(HeaderTrapped, AnyExceptionMayHaveATrace)
               trapped(log::Severity_INFO, TracedError("out of luck"), "job failed"));
 }
 
-TEST(HeaderTrapped, TheMessageMayBeAString)
+TEST(HeaderTrapped, MessageCanBeAString)
 {
     EXPECT_EQ("reading failed : it broke\n",
               trapped(log::Severity_ERROR, std::runtime_error("it broke"), String("reading failed")));
     EXPECT_EQ(" : it broke\n", trapped(log::Severity_ERROR, std::runtime_error("it broke"), String()));
 }
 
-TEST(HeaderTrapped, StandsBehindWhatWasWrittenBefore)
+TEST(HeaderTrapped, ExceptionIsAppendedToTheText)
 {
     Header header(log::Severity_ERROR, "", 1);
     header.os() << "first, ";
@@ -171,7 +171,7 @@ TEST(HeaderTrapped, StandsBehindWhatWasWrittenBefore)
     EXPECT_EQ("first, then : it broke\nbehind", header.str());
 }
 
-TEST(HeaderTrapped, TheNumberIsDecimalWhateverTheStreamIsSetTo)
+TEST(HeaderTrapped, NumberIsDecimalInAStreamWithAnotherBase)
 {
     Header header(log::Severity_ERROR, "", 1);
     header.os() << std::hex << std::showbase << 255 << ' ';

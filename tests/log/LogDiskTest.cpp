@@ -61,7 +61,7 @@ protected:
     const String ballast = folder / "ballast";
 };
 
-TEST_F(LogDiskTest, EveryLineOfAFullDiskSurvivesAndTheFileGoesOnWhenThereIsRoom)
+TEST_F(LogDiskTest, EveryLineOfAFullDiskSurvivesAndTheFileContinuesWhenThereIsSpace)
 {
     onDisk("size=64k", [this] {
         file->setPath(path);
@@ -111,7 +111,7 @@ TEST_F(LogDiskTest, RecordWhoseNewlineAloneIsRejectedIsInTheFileOnly)
     });
 }
 
-TEST_F(LogDiskTest, ASetThatOutgrowsItsDiskLosesItsOldestFilesAlone)
+TEST_F(LogDiskTest, SetOfFilesThatFillsItsDiskLosesOnlyItsOldestFiles)
 {
     constexpr std::size_t FILE_SIZE = 8000;
     onDisk("size=64k", [this] {
@@ -126,7 +126,7 @@ TEST_F(LogDiskTest, ASetThatOutgrowsItsDiskLosesItsOldestFilesAlone)
         EXPECT_THAT(told, testing::Not(HasSubstr("switchFile(): ERROR")));
         EXPECT_EQ(path, file->getPath());
 
-        // From the oldest line in a file on, each occurs once: in a file, or after an error message.
+        // Each record from the oldest one is there once: in a file, or after an error message.
         const String kept = wholeLog(path);
         bool begun = false;
         for (unsigned int n = 0; n < 2000; ++n) {
@@ -137,7 +137,7 @@ TEST_F(LogDiskTest, ASetThatOutgrowsItsDiskLosesItsOldestFilesAlone)
         }
         EXPECT_TRUE(begun);
 
-        // With space for all, each line is in a file again, at the latest after the next rotation.
+        // With room for all, each line is in a file again, at the latest behind the next rotation.
         std::filesystem::remove(ballast);
         for (unsigned int n = 2000; n < 2200; ++n) {
             file->log(numbered(n));
@@ -151,9 +151,9 @@ TEST_F(LogDiskTest, ASetThatOutgrowsItsDiskLosesItsOldestFilesAlone)
     });
 }
 
-TEST_F(LogDiskTest, ARotationThatGetsNoNewFileSaysSo)
+TEST_F(LogDiskTest, RotationThatCannotOpenTheNewFilePrintsAnError)
 {
-    // The directory, the file and its three rotated ones: one inode is missing.
+    // The directory, the file and its three rotated files: one inode is missing.
     onDisk("size=64k,nr_inodes=4", [this] {
         open(200);
         unsigned int n = 0;

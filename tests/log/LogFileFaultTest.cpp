@@ -21,7 +21,7 @@ using com::kor::dal::nim::sys::system_error;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/** The error message of a failed file check, as the runtime layer formats it: folded at 78 columns. */
+/** Returns the message of a failed file check as the runtime layer formats it, in 78 columns. */
 String refusal(const String& numberAndText, const String& path)
 {
     const std::size_t length = numberAndText.size() - numberAndText.find(' ') - 1 + 2 + path.size();
@@ -32,7 +32,7 @@ String refusal(const String& numberAndText, const String& path)
 class LogFileFaultTest : public LogFileFixture
 {
 protected:
-    /** Returns the error that logging a line throws, as "13 Permission denied", or "written". */
+    /** What a line ends with, as "13 Permission denied". */
     String failureOf(const String& line)
     {
         try {
@@ -43,7 +43,7 @@ protected:
         return "written";
     }
 
-    /** Checks that the path has been cleared, and that the next line is written to standard error. */
+    /** Expects that the path is cleared, and that the next line is an ordinary one on standard error. */
     void expectForgotten()
     {
         EXPECT_EQ("", file->getPath());
@@ -57,7 +57,7 @@ protected:
         expectStandardError();
     }
 
-    /** Checks that the path is unchanged, and that each line fails in the same way. */
+    /** The path is still there, and each line fails in the same way. */
     void expectKept(const String& failure)
     {
         const String name = file->getPath();
@@ -160,7 +160,7 @@ TEST_F(LogFileFaultTest, MissingParentOfTheDirectory)
     EXPECT_EQ("later\n", contentOf(name));
 }
 
-TEST_F(LogFileFaultTest, DirectoryInThePlaceOfTheFile)
+TEST_F(LogFileFaultTest, DirectoryInsteadOfTheFile)
 {
     std::filesystem::create_directory(path);
     file->setPath(path);
@@ -173,7 +173,7 @@ TEST_F(LogFileFaultTest, DirectoryInThePlaceOfTheFile)
     EXPECT_EQ("later\n", contentOf(path));
 }
 
-TEST_F(LogFileFaultTest, FileInThePlaceOfTheDirectory)
+TEST_F(LogFileFaultTest, FileInsteadOfTheDirectory)
 {
     create(folder / "file", "");
     file->setPath(folder / "file/server.log");
@@ -202,7 +202,7 @@ TEST_F(LogFileFaultTest, ZeroByteInTheName)
     EXPECT_EQ("another's\n", contentOf(path));
 }
 
-TEST_F(LogFileFaultTest, LinksInACircle)
+TEST_F(LogFileFaultTest, CircularLinks)
 {
     std::filesystem::create_symlink(path, folder / "b");
     std::filesystem::create_symlink(folder / "b", path);
@@ -212,7 +212,7 @@ TEST_F(LogFileFaultTest, LinksInACircle)
     expectKept(failure);
 }
 
-TEST_F(LogFileFaultTest, WhatCannotBeOpenedAlthoughItMayBeWritten)
+TEST_F(LogFileFaultTest, WritableFileThatCannotBeOpened)
 {
     const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
     ASSERT_NE(-1, listener);
@@ -245,7 +245,7 @@ TEST_F(LogFileFaultTest, NoMoreDescriptors)
     expectForgotten();
 }
 
-TEST_F(LogFileFaultTest, FolderOfTheKernel)
+TEST_F(LogFileFaultTest, DirectoryOfTheKernel)
 {
     file->setPath("/proc/dalnim-no-such-file");
     EXPECT_NE("written", failureOf("line"));
@@ -304,7 +304,7 @@ TEST_F(LogFileFaultTest, FailedFileRecoversByTheRotationOfStandardErrorsPosition
     EXPECT_EQ("recovered\n", contentOf(path));
 }
 
-/** A stream buffer without a position, like a terminal's or a pipe's. */
+/** Has no position, like a terminal or a pipe. */
 class Unseekable : public std::streambuf
 {
 public:
@@ -318,7 +318,7 @@ private:
     }
 };
 
-TEST_F(LogFileFaultTest, FailedFileRecoversAtOnceWhereStandardErrorHasNoPosition)
+TEST_F(LogFileFaultTest, FailedFileRecoversImmediatelyIfStandardErrorHasNoPosition)
 {
     open(1000000);
     file->getStream();
@@ -354,7 +354,7 @@ TEST_F(LogFileFaultTest, EachLineTriesAFileThatWasFullAgain)
     EXPECT_EQ("one\nfour\n", contentOf(path));
 }
 
-TEST_F(LogFileFaultTest, LineAfterACutOneBeginsOnALineOfItsOwn)
+TEST_F(LogFileFaultTest, LineAfterATruncatedOneBeginsOnANewLine)
 {
     file->setPath(path);
     file->log("one");
@@ -387,7 +387,7 @@ TEST_F(LogFileFaultTest, LineAfterACutOneBeginsOnALineOfItsOwn)
     EXPECT_EQ("one\ntwo i\nfi\nsi\nseven\neight\n", contentOf(path)) << "a rejected line came back";
 }
 
-TEST_F(LogFileFaultTest, ShortWriteThatGoesOnIsNoFailure)
+TEST_F(LogFileFaultTest, PartialWriteIsContinued)
 {
     file->setPath(path);
     file->getStream();

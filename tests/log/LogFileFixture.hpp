@@ -180,7 +180,7 @@ class LogFileFixture : public testing::Test
 protected:
     LogFileFixture() : path(folder / "server.log"), file(new LogFile) {}
 
-    /** Sets `path` and the limits, and discards the report of the counted files on standard error. */
+    /** Sets the path, and discards the traces of the files that are counted. */
     void open(std::size_t maxFileSize = 0, std::size_t maxFiles = 0)
     {
         file->setPath(path);

@@ -15,7 +15,7 @@ protected:
     std::ostringstream foreign;
 };
 
-TEST_F(LogFileLineTest, TrailingWhiteSpaceIsTakenOff)
+TEST_F(LogFileLineTest, TrailingWhiteSpaceIsRemoved)
 {
     file->setStream(foreign);
     file->log("  text \t\n\v\f\r ");
@@ -107,7 +107,7 @@ TEST_F(LogFileLineTest, StreamAtItsEndDoesNotSwallowLines)
 class Refusing : public std::streambuf
 {};
 
-TEST_F(LogFileLineTest, LineThatIsRefusedByItsOwnWriteSurvives)
+TEST_F(LogFileLineTest, LineThatItsOwnWriteRejectsIsWrittenToStandardError)
 {
     Refusing buffer;
     std::ostream refusing(&buffer);
@@ -121,7 +121,7 @@ TEST_F(LogFileLineTest, LineThatIsRefusedByItsOwnWriteSurvives)
     EXPECT_EQ("ERROR: Unable to write to log output stream.\nsecond\n", err.take());
 }
 
-TEST_F(LogFileLineTest, StreamThatRaisesIsARefusalToo)
+TEST_F(LogFileLineTest, LineIsRescuedIfTheStreamThrows)
 {
     Refusing buffer;
     std::ostream refusing(&buffer);
@@ -133,7 +133,7 @@ TEST_F(LogFileLineTest, StreamThatRaisesIsARefusalToo)
     }
 }
 
-TEST_F(LogFileLineTest, StandardErrorInABadStateIsLeftAlone)
+TEST_F(LogFileLineTest, StateOfStandardErrorIsNotChanged)
 {
     std::cerr.setstate(std::ios_base::badbit);
     file->setMaxFileSize(1);

@@ -114,7 +114,7 @@ TEST_F(LogFileOpeningTest, LinkToADescriptorOfTheProcessIsNeverRenamed)
               }));
 }
 
-TEST_F(LogFileOpeningTest, RegularFileBehindLinksIsRotated)
+TEST_F(LogFileOpeningTest, RegularFileAtTheEndOfLinksIsRotated)
 {
     create(folder / "target", "");
     std::filesystem::create_symlink("target", folder / "link");
@@ -253,7 +253,7 @@ TEST_F(LogFileOpeningTest, ThreadThatIsCancelledWhileItOpensAPipeEndsAlone)
     }
 }
 
-TEST_F(LogFileOpeningTest, ThreadThatIsToBeCancelledMayOpenAndCloseAFile)
+TEST_F(LogFileOpeningTest, ThreadWithAPendingCancellationCanOpenAndCloseAFile)
 {
     create(path, "fragment");
     open();

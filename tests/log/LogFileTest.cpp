@@ -162,7 +162,7 @@ TEST_F(LogFileTest, EmptyPathCloses)
     EXPECT_EQ(-1, descriptorOf(path));
 }
 
-TEST_F(LogFileTest, ForeignStreamTakesLinesAndStaysItsOwners)
+TEST_F(LogFileTest, StreamOfTheCallerReceivesLinesAndIsNotDestroyed)
 {
     file->setStream(foreign);
 
@@ -259,7 +259,7 @@ TEST_F(LogFileTest, NewPathClosesTheOldFile)
 
 // ---- setStream and revertStream -------------------------------------------------------------
 
-TEST_F(LogFileTest, InputStreamIsRefusedAndChangesNothing)
+TEST_F(LogFileTest, InputStreamIsRejectedAndChangesNothing)
 {
     file->setPath(path);
     file->log("one");
@@ -275,7 +275,7 @@ TEST_F(LogFileTest, InputStreamIsRefusedAndChangesNothing)
     EXPECT_EQ("one\ntwo\n", contentOf(path));
 }
 
-TEST_F(LogFileTest, StreamForBothWaysIsTaken)
+TEST_F(LogFileTest, StreamForInputAndOutputIsAccepted)
 {
     std::stringstream both;
     file->setStream(both);
@@ -293,7 +293,7 @@ TEST_F(LogFileTest, RevertOnStandardErrorChangesNothing)
     EXPECT_FALSE(file->revertStream());
 }
 
-TEST_F(LogFileTest, RevertLosesThePath)
+TEST_F(LogFileTest, RevertClearsThePath)
 {
     for (const char* const name : {"unopened", "closed", "file open", "foreign"}) {
         SCOPED_TRACE(name);
@@ -319,7 +319,7 @@ TEST_F(LogFileTest, ExistingFileIsExtended)
     EXPECT_EQ("before\nafter\n", contentOf(path));
 }
 
-TEST_F(LogFileTest, LinesGoToTheEndWhoeverWroteLast)
+TEST_F(LogFileTest, LinesAreAppendedAlsoAfterAnotherWriter)
 {
     file->setPath(path);
     file->log("one");

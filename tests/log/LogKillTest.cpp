@@ -148,19 +148,21 @@ public:
         return true;
     }
 
-    /** Checks the beginning of a truncated record: its statement cannot have returned. */
+    /** Takes the beginning of a record that was cut, none of whose statements can have returned. */
     void readCut(std::string_view part)
     {
         unsigned int t = 0;
         unsigned int n = 0;
-        // The numbers must be complete to identify the record; the kernel stops at the end of a page.
+        // A record that is shorter than its numbers would prove nothing; the kernel stops at the end of a
+        // page.
         ASSERT_TRUE(parse(part, t, n)) << part;
         EXPECT_EQ(part, std::string_view(record(t, n)).substr(0, part.size()));
         EXPECT_EQ(found[t], n);
-        EXPECT_EQ(account.data->returned[t], n) << "truncated, although its statement returned";
+        EXPECT_EQ(account.data->returned[t], n) << "cut, although it was told to be written";
     }
 
-    /** Checks that each record whose statement returned has been read, and at most one more per thread. */
+    /** Expects that all records that were reported as written have been read, and at most one more of each
+     * thread. */
     void expectComplete() const
     {
         for (unsigned int t = 0; t < KILL_THREADS; ++t) {
@@ -227,7 +229,7 @@ class LogKillTest : public testing::Test
 protected:
     LogKillTest() : random(20240611) {}
 
-    /** Runs `round(path)` as often as the run is long, each time with a new directory. */
+    /** Runs `round(path)` as often as the run is long, each time with a directory of its own. */
     template <class Round>
     void repeat(Round round)
     {
@@ -240,7 +242,7 @@ protected:
         RecordProperty("records", static_cast<int>(records));
     }
 
-    /** Reads a log of two victims that contains all lines of the first before those of the second. */
+    /** Reads a log whose lines are all of one of two victims, those of the first before the others. */
     void readInTurn(const String& path, Victim& first, Victim& second)
     {
         bool secondHasBegun = false;
@@ -308,7 +310,7 @@ TEST_F(LogKillTest, TheNextProcessGoesOnWithTheSet)
     });
 }
 
-TEST_F(LogKillTest, NoRecordButTheLastIsCut)
+TEST_F(LogKillTest, OnlyTheLastRecordMayBeTruncated)
 {
     int cuts = 0;
     repeat([&](const String& path) {

@@ -71,7 +71,7 @@ void writeLoad(const String& path, std::size_t maxFiles)
     EXPECT_EQ(path, logger.getPath());
 }
 
-/** Reads the thread and the number of a record, and checks that its line is complete. */
+/** The thread and the number of a record that is complete on its line. */
 void readRecord(std::string_view line, unsigned int& t, unsigned int& n)
 {
     int length = 0;
@@ -92,7 +92,7 @@ void expectFullFiles(const String& path)
     }
 }
 
-TEST(LogLoadTest, EveryRecordStandsOnceWholeAndInOrder)
+TEST(LogLoadTest, EveryRecordIsWrittenOnceCompletelyAndInOrder)
 {
     const Folder folder;
     const String path = folder / "load.log";
@@ -113,7 +113,7 @@ TEST(LogLoadTest, EveryRecordStandsOnceWholeAndInOrder)
     }
 }
 
-TEST(LogLoadTest, OfASetThatIsKeptSmallTheLatestRecordsStand)
+TEST(LogLoadTest, LimitedSetOfFilesContainsTheLatestRecords)
 {
     constexpr std::size_t FILES = 3;
     const Folder folder;
@@ -139,7 +139,7 @@ TEST(LogLoadTest, OfASetThatIsKeptSmallTheLatestRecordsStand)
     EXPECT_GE(finished, 1u);
 }
 
-TEST(LogLoadTest, LinesOfTwoProcessesDoNotTearEachOther)
+TEST(LogLoadTest, LinesOfTwoProcessesDoNotMix)
 {
     constexpr std::size_t LENGTH = 200 * 1024;
     constexpr unsigned int RECORDS = 60;

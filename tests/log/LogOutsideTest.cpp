@@ -38,7 +38,7 @@ public:
                 for (unsigned int n = 0; n < limit && !stopped; ++n) {
                     file.log(std::to_string(t) + ' ' + std::to_string(n) + tail);
                     ++returned[t];
-                    // The lock is not fair: without a pause, the test itself might never acquire it.
+                    // The lock is not fair, and the test itself must acquire it, too.
                     std::this_thread::sleep_for(std::chrono::microseconds(50));
                 }
             });
@@ -81,7 +81,7 @@ public:
         return total;
     }
 
-    /** Checks that `text` contains all lines that were written, once and in order. */
+    /** Expects that `text` contains all lines that were written, once and in order. */
     void expectAll(std::string_view text) const
     {
         Sequences<THREADS> sequences;
@@ -116,7 +116,7 @@ protected:
 
 // ---- files ----------------------------------------------------------------------------------
 
-TEST_F(LogOutsideTest, AFileThatIsMovedAwayTakesTheLinesUntilThePathIsSetAnew)
+TEST_F(LogOutsideTest, RenamedFileReceivesTheLinesUntilThePathIsSetAgain)
 {
     open();
     file->getStream();
@@ -138,7 +138,7 @@ TEST_F(LogOutsideTest, AFileThatIsMovedAwayTakesTheLinesUntilThePathIsSetAnew)
     EXPECT_EQ("", err.take());
 }
 
-TEST_F(LogOutsideTest, AFolderThatIsRemovedComesBackWhenThePathIsSetAnew)
+TEST_F(LogOutsideTest, RemovedDirectoryIsCreatedWhenThePathIsSetAgain)
 {
     const String name = folder / "log/server.log";
     file->setPath(name);
@@ -155,7 +155,7 @@ TEST_F(LogOutsideTest, AFolderThatIsRemovedComesBackWhenThePathIsSetAnew)
         file->setPath(name);
         // Each thread may have one that was written before.
         writers.waitFor(THREADS + 1);
-        // The lines written before are in the deleted file, which cannot be opened by its name.
+        // Lines that were written in between are in the file that has no name any more.
         all += readAll(reader);
         ::close(reader);
         EXPECT_TRUE(exists(name));
@@ -233,7 +233,7 @@ TEST_F(LogPipeTest, AStreamThatBlocksHoldsTheWritersAndLosesNothing)
 
 TEST_F(LogPipeTest, WithoutAReaderTheLinesSurviveOnStandardError)
 {
-    // As a server does, so that a closed connection does not terminate it.
+    // As a server does, so that its peers cannot end it.
     const auto before = ::signal(SIGPIPE, SIG_IGN);
     file->log("one");
     EXPECT_EQ("one\n", readAll(reader));
@@ -258,7 +258,7 @@ TEST_F(LogPipeTest, WithASizeLimitIsNeverRenamed)
 
 // ---- descriptors ----------------------------------------------------------------------------
 
-TEST_F(LogOutsideTest, AProgramThatIsStartedHasNoneOfTheFiles)
+TEST_F(LogOutsideTest, StartedProgramInheritsNoFile)
 {
     open(10);
     const auto openFilesOfAChild = [this] {

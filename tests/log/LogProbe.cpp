@@ -30,7 +30,7 @@ log::Control& control()
     return com_kor_dal_nim_log_control;
 }
 
-/** Logs while static objects are constructed and destroyed, if the environment requests it. */
+/** Logs during static construction and destruction, if requested. */
 struct StaticObject
 {
     StaticObject()
@@ -195,7 +195,7 @@ void logAfterStandardErrorIsNamed(const char* path)
     NIM_LOG_TO(module, Severity_ERROR) << "named";
 }
 
-/** Logs which of the standard descriptors, all of them closed before, the log has opened. */
+/** With all standard descriptors closed: logs which of them the log has opened. */
 void logLowDescriptors(const char* path)
 {
     log::Write logger;

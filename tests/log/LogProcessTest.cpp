@@ -69,7 +69,7 @@ TEST_F(LogProcess, StartsWithTheModulesOfTheLibrary)
               probe({"modules"}).output());
 }
 
-TEST_F(LogProcess, LogsToStandardErrorBehindItsConfiguration)
+TEST_F(LogProcess, LogsToStandardErrorAfterItsConfiguration)
 {
     const ChildProcess& run = probe({"log"});
     EXPECT_THAT(run.errors(), MatchesRegex(headerLine() + BLOCK + prefix("global", "NOTICE") + "first\n"
@@ -130,7 +130,7 @@ TEST_F(LogProcess, LogsFromTheDestructorsOfAThread)
                              + prefix("global", "WARNING") + "from the thread's end\n"));
 }
 
-TEST_F(LogProcess, AForkedChildLogsUnderItsOwnNumbers)
+TEST_F(LogProcess, ForkedChildLogsItsOwnProcessAndThreadIDs)
 {
     const ChildProcess& run = probe({"fork", folder / "a.log"});
     std::istringstream pids(run.output());

@@ -15,10 +15,10 @@
 #include <string_view>
 #include <vector>
 
-/** Reading the records that a logger has written to a file and its rotated files. */
+/** Reading what a logger has left behind in a file and its old ones. */
 namespace logfiletest {
 
-/** Discards standard error: the rotations of a long run print many lines. */
+/** Discards standard error: the rotations of a long run print many traces. */
 class Silence
 {
     struct Nothing : std::streambuf
@@ -79,7 +79,7 @@ template <unsigned int THREADS>
 class Sequences
 {
 public:
-    /** Reads a line "[prefix]thread number", which a space and other text may follow. */
+    /** Parses a line "[prefix]thread number", which may be followed by a space and more. */
     void take(std::string_view line, const char* prefix = "")
     {
         unsigned int t = THREADS;

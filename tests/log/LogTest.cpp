@@ -67,12 +67,12 @@ protected:
     std::ostringstream sink;
 };
 
-TEST_F(LogTest, AMaskOfNothingLeavesTheTerminator)
+TEST_F(LogTest, EmptyMaskLeavesTheTerminator)
 {
     EXPECT_EQ(" : ", prefix(0));
 }
 
-TEST_F(LogTest, TheTimeZoneBitIsNeverConsulted)
+TEST_F(LogTest, TimeZoneBitChangesNothing)
 {
     EXPECT_EQ(" : ", prefix(log::Mask_TIMEZONE));
     EXPECT_EQ("WARNING : ", prefix(log::Mask_TIMEZONE | log::Mask_SEVERITY));
@@ -91,7 +91,7 @@ TEST_F(LogTest, EachBitSelectsItsField)
     EXPECT_EQ("251 : ", prefix(log::Mask_LINENUMBER));
 }
 
-TEST_F(LogTest, FieldsHaveAnOrderOfTheirOwn)
+TEST_F(LogTest, OrderOfTheFieldsIsNotThatOfTheBits)
 {
     const String all = log::getDateTime(record.getWhen()) + ' ' + hostName() + " log_tests " + processId()
                        + ' ' + threadId() + " global WARNING Thread 251 : ";
@@ -103,7 +103,7 @@ TEST_F(LogTest, FieldsHaveAnOrderOfTheirOwn)
     EXPECT_EQ("log_tests Thread : ", prefix(log::Mask_PROCESSNAME | log::Mask_SOURCEFILE));
 }
 
-TEST_F(LogTest, AnEmptyFieldIsAFieldAllTheSame)
+TEST_F(LogTest, EmptyFieldHasItsSeparators)
 {
     const Module nameless("", logger);
     const Header sourceless(log::Severity_WARNING, "", 1);
@@ -189,7 +189,7 @@ TEST_F(LogTest, TheSeverityIsTestedUnlessForced)
     EXPECT_EQ(1, logger.asked) << "a forced record asks nobody";
 }
 
-TEST_F(LogTest, TheTextLosesWhatIsBlankAtItsEnd)
+TEST_F(LogTest, TrailingWhiteSpaceOfTheTextIsRemoved)
 {
     logger.mask = log::Mask_SEVERITY;
     for (const char* const blanks : {"", "\n", " ", "\n\n\n", " \t\n\v\f\r "}) {
@@ -200,7 +200,7 @@ TEST_F(LogTest, TheTextLosesWhatIsBlankAtItsEnd)
     }
 }
 
-TEST_F(LogTest, ABlankTextLeavesThePrefixWithItsBlank)
+TEST_F(LogTest, WhiteSpaceTextKeepsTheTrailingSpace)
 {
     for (const char* const blanks : {"", " ", "\n", " \t\n\v\f\r "}) {
         Header header(log::Severity_WARNING, "x", 1);
@@ -214,7 +214,7 @@ TEST_F(LogTest, ABlankTextLeavesThePrefixWithItsBlank)
     }
 }
 
-TEST_F(LogTest, ATextThatEndsLikeAPrefixLosesItsBlankAllTheSame)
+TEST_F(LogTest, TextThatEndsLikeAPrefixIsTrimmed)
 {
     logger.mask = log::Mask_SEVERITY;
     record.os() << "usage : ";
@@ -234,7 +234,7 @@ TEST_F(LogTest, ALineIsTrimmedToo)
     EXPECT_EQ(String("a\0b\n", 4), take(sink));
 }
 
-TEST_F(LogTest, ASubclassMayTakeTheLines)
+TEST_F(LogTest, SubclassCanOverrideTheLine)
 {
     struct Lines : PlainLog
     {
@@ -251,7 +251,7 @@ TEST_F(LogTest, ASubclassMayTakeTheLines)
     EXPECT_EQ((std::vector<String>{"WARNING : the text \n"}), lines.lines) << "joined and not trimmed";
 }
 
-TEST_F(LogTest, ASubclassMayTakeTheFormat)
+TEST_F(LogTest, SubclassCanOverrideTheFormat)
 {
     struct Formatted : PlainLog
     {
@@ -274,7 +274,7 @@ TEST_F(LogTest, WithoutAStreamTheLineGoesToStandardError)
     EXPECT_EQ("ERROR: Unable to write to log output stream.\ntext\n", err.take());
 }
 
-TEST_F(LogTest, AStreamForReadingIsNoOutput)
+TEST_F(LogTest, InputStreamIsNotWrittenTo)
 {
     CapturedCerr err;
     std::istringstream input;
@@ -283,7 +283,7 @@ TEST_F(LogTest, AStreamForReadingIsNoOutput)
     EXPECT_EQ("ERROR: Unable to write to log output stream.\ntext\n", err.take());
 }
 
-TEST_F(LogTest, WhatAFailedStreamRefusesGoesToStandardError)
+TEST_F(LogTest, LineThatAFailedStreamRejectsIsWrittenToStandardError)
 {
     CapturedCerr err;
     sink.setstate(std::ios_base::badbit);
@@ -405,7 +405,7 @@ TEST(LogQueue, IsFreeInTheChildOfAFork)
 }
 
 /** A record that is written while another exception unwinds the stack. */
-TEST(LogQueue, IsFreeAgainBehindARecordOfADestructor)
+TEST(LogQueue, IsReleasedAfterARecordOfADestructor)
 {
     std::ostringstream sink;
     PlainLog logger;

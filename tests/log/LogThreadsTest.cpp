@@ -29,9 +29,9 @@ using logfiletest::Folder;
 constexpr char CIMOM_MODULE[] = "com_kor_dal_nim_log_module_CIMOM";
 constexpr int THREADS = 4;
 
-/** Runs `work(number)` on several threads, and `concurrent()` on this one after all of them have started. */
-template <class Work, class Concurrent>
-void onThreads(Work work, Concurrent concurrent)
+/** Runs `work(number)` on several threads, all of which have started before `meanwhile()` runs here. */
+template <class Work, class Meanwhile>
+void onThreads(Work work, Meanwhile meanwhile)
 {
     std::atomic<int> ready(0);
     std::atomic<bool> go(false);
@@ -49,13 +49,13 @@ void onThreads(Work work, Concurrent concurrent)
         std::this_thread::yield();
     }
     go = true;
-    concurrent();
+    meanwhile();
     for (std::thread& thread : threads) {
         thread.join();
     }
 }
 
-/** Returns how often each line occurs in a string. */
+/** Returns how often each line occurs in a text. */
 std::map<String, int> countLines(const String& text)
 {
     std::map<String, int> counts;
@@ -86,7 +86,7 @@ TEST(LogThreads, LinesOfOneLoggerStayWhole)
     EXPECT_EQ(expected, countLines(logger.taken()));
 }
 
-TEST(LogThreads, SettingsMayChangeUnderStatements)
+TEST(LogThreads, SettingsMayChangeDuringStatements)
 {
     constexpr int RECORDS = 300;
     OwnLogger logger(log::Mask_SEVERITY);
@@ -137,7 +137,7 @@ TEST(LogThreads, SettingsMayChangeUnderStatements)
     EXPECT_EQ(THREADS * RECORDS, always);
 }
 
-TEST(LogThreads, TheDefaultLoggerMayBeConfiguredUnderStatements)
+TEST(LogThreads, DefaultLoggerMayBeConfiguredDuringStatements)
 {
     constexpr int RECORDS = 100;
     const Folder folder;
@@ -263,7 +263,7 @@ TEST(LogThreads, TwoLoggersMayReachForEachOthersFiles)
 }
 
 // The owner may destroy its logger as soon as unregisterModule() has returned. Under a sanitizer, or
-// perturbed, a lookup that releases the lock before it has acquired the file fails within a few rounds.
+// perturbed, a lookup that releases the lock before it references the file fails within a few rounds.
 TEST(LogThreads, ASharedFileIsTakenBeforeItsOwnerCanUnregister)
 {
     constexpr int ROUNDS = 2000;

@@ -51,7 +51,7 @@ private:
 
 }
 
-// Hides the C library's own.
+// Is found before the C library's own.
 extern "C" __attribute__((visibility("default"))) std::tm* localtime_r(const std::time_t* time,
                                                                        std::tm* result) noexcept
 {
@@ -100,7 +100,7 @@ TEST(RecordLine, MaskThatChangesWhileARecordIsFormattedIsApplied)
     EXPECT_EQ("ERROR : text\n", logger.taken());
 }
 
-TEST(RecordLine, MaskThatIsRestoredLeavesTheRecordAsItIs)
+TEST(RecordLine, MaskThatIsRestoredWhileARecordIsFormattedDoesNotChangeIt)
 {
     OwnLogger logger(log::Mask_DATETIME | log::Mask_SEVERITY);
     const LocalTime local(logger.write);
@@ -162,7 +162,7 @@ TEST(RecordLine, TextThatLooksLikeAPrefixIsTrimmed)
     EXPECT_EQ("usage :\n :\n", sink.str());
 }
 
-TEST(RecordLine, BlankTextLeavesThePrefixWithItsBlank)
+TEST(RecordLine, WhiteSpaceTextKeepsTheTrailingSpaceOfThePrefix)
 {
     OwnLogger logger;
     for (const char* const text : {"", " ", " \n\t"}) {
@@ -171,7 +171,7 @@ TEST(RecordLine, BlankTextLeavesThePrefixWithItsBlank)
     }
 }
 
-TEST(RecordLine, PrefixThatHoldsATerminatorKeepsItsBlank)
+TEST(RecordLine, PrefixThatContainsATerminatorKeepsItsTrailingSpace)
 {
     OwnLogger logger;
     const Module module("a : b", logger.write);
@@ -180,7 +180,7 @@ TEST(RecordLine, PrefixThatHoldsATerminatorKeepsItsBlank)
     EXPECT_EQ("a : b ERROR Source : \n", logger.taken());
 }
 
-/** A logger with its own prefix, which ends in spaces. */
+/** A logger with a prefix of its own, which ends in spaces. */
 struct Formatted : Write
 {
     String format(const Module& mod, const Header&) override
@@ -189,7 +189,7 @@ struct Formatted : Write
     }
 };
 
-TEST(RecordLine, PrefixOfASubclassKeepsItsBlanks)
+TEST(RecordLine, PrefixOfASubclassKeepsItsTrailingSpaces)
 {
     Formatted logger;
     std::ostringstream sink;
@@ -199,7 +199,7 @@ TEST(RecordLine, PrefixOfASubclassKeepsItsBlanks)
     EXPECT_EQ("global>  \nglobal>  text\n", sink.str());
 }
 
-TEST(RecordLine, PrefixOfALoggerThatReplacesNothingElseKeepsItsBlanks)
+TEST(RecordLine, PrefixOfAPlainLogKeepsItsTrailingSpaces)
 {
     struct Plain : PlainLog
     {
@@ -237,7 +237,7 @@ TEST(RecordLine, SubclassThatPassesOnARecordKeepsThePrefixAndTrimsItsOwnTexts)
 }
 
 /** A statement within the writing of another one has a prefix of its own, and gives way to it. */
-TEST(RecordLine, RecordWithinARecordLeavesThePrefixOfTheOuterOne)
+TEST(RecordLine, NestedRecordDoesNotChangeThePrefixOfTheOuterOne)
 {
     struct Nested : Write
     {

@@ -1,4 +1,4 @@
-// The stream of a record behaves like a std::ostringstream, for records of statements and of programs.
+// The stream of a record behaves like a std::ostringstream, in records of statements and of programs.
 
 #define NIM_LOG_FILE "tests/log/RecordStream"
 

@@ -28,7 +28,7 @@ using testing::HasSubstr;
 
 constexpr int PIPE_SIZE = 4096;
 
-/** A pipe that replaces standard error, non-blocking for its writers. */
+/** Replaces standard error by a pipe that does not block its writers. */
 class ErrorPipe
 {
 public:
@@ -67,7 +67,7 @@ private:
 class StandardErrorTest : public testing::Test
 {
 protected:
-    /** Redirects a standard descriptor to a file. */
+    /** Opens a file instead of a standard descriptor. */
     static void redirect(int descriptor, const String& name)
     {
         const int opened = ::open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -134,7 +134,7 @@ TEST_F(StandardErrorTest, StateOfTheStreamDoesNotStopRejectedLinesAndTraces)
               }));
 }
 
-TEST_F(StandardErrorTest, StateOfTheStreamDoesNotStopALoggerThatReplacesNothing)
+TEST_F(StandardErrorTest, StateOfTheStreamDoesNotStopAPlainLog)
 {
     EXPECT_EQ(0, inChildProcess([this] {
                   redirect(STDERR_FILENO, err);
@@ -170,7 +170,7 @@ TEST_F(StandardErrorTest, InsertionsBeforeALineComeBeforeIt)
               }));
 }
 
-TEST_F(StandardErrorTest, StreamsThatAreNotSynchronisedAreNoReplacedOnes)
+TEST_F(StandardErrorTest, BuffersOfSyncWithStdioAreNotReplacedOnes)
 {
     EXPECT_EQ(0, inChildProcess([this] {
                   redirect(STDOUT_FILENO, out);
@@ -189,7 +189,7 @@ TEST_F(StandardErrorTest, StreamsThatAreNotSynchronisedAreNoReplacedOnes)
               }));
 }
 
-TEST_F(StandardErrorTest, BufferThatReplacesTheOwnOneGetsTheLines)
+TEST_F(StandardErrorTest, BufferThatReplacesTheStandardOneReceivesTheLines)
 {
     EXPECT_EQ(0, inChildProcess([this] {
                   redirect(STDOUT_FILENO, out);
@@ -223,7 +223,7 @@ TEST_F(StandardErrorTest, LaterRedirectionIsHonoured)
               }));
 }
 
-TEST_F(StandardErrorTest, FullPipeIsWaitedFor)
+TEST_F(StandardErrorTest, WriteWaitsForAFullPipe)
 {
     EXPECT_EQ(0, inChildProcess([] {
                   const ErrorPipe pipe;
@@ -283,7 +283,7 @@ TEST_F(StandardErrorTest, CancelledThreadWritesItsLineWhollyAfterAFileThatCannot
               }));
 }
 
-TEST_F(StandardErrorTest, PipeThatStaysFullIsWaitedForOnceAndASecondAtMost)
+TEST_F(StandardErrorTest, WriteWaitsOnceForAPipeThatStaysFullAndAtMostASecond)
 {
     EXPECT_EQ(0, inChildProcess([] {
                   const ErrorPipe pipe;
@@ -303,7 +303,7 @@ TEST_F(StandardErrorTest, PipeThatStaysFullIsWaitedForOnceAndASecondAtMost)
               }));
 }
 
-TEST_F(StandardErrorTest, LineAfterACutOneBeginsOnALineOfItsOwn)
+TEST_F(StandardErrorTest, LineAfterATruncatedOneBeginsOnANewLine)
 {
     EXPECT_EQ(0, inChildProcess([] {
                   const ErrorPipe pipe;
@@ -332,13 +332,13 @@ protected:
     }
 };
 
-TEST_F(ClosedDescriptorsTest, FileThatGetsTheNumberOfStandardErrorNeverReceivesTheLog)
+TEST_F(ClosedDescriptorsTest, FileWithTheDescriptorOfStandardErrorNeverReceivesTheLog)
 {
     probe("</dev/null 2>&-", "closed-stderr '" + err + "'");
     EXPECT_EQ("data\n", contentOf(err));
 }
 
-TEST_F(ClosedDescriptorsTest, StandardErrorIsUsedAgainOnceASettingNamesIt)
+TEST_F(ClosedDescriptorsTest, StandardErrorIsUsedAgainAfterASettingSelectsIt)
 {
     probe("</dev/null 2>&-", "reopened-stderr '" + err + "'");
     EXPECT_THAT(contentOf(err), testing::EndsWith(" : named\n"));

@@ -1,4 +1,4 @@
-// A statement's stream is one that another statement has used: what that one did to it must not show.
+// A statement's stream was used by another statement, whose changes to it must not be visible.
 
 #define NIM_LOG_FILE "tests/log/Statement"
 
@@ -19,7 +19,7 @@ using namespace com::kor::dal::nim;
 
 namespace {
 
-/** A manipulator that applies an action to the stream of a statement. */
+/** An operand that performs an action on the stream. */
 template <class Action>
 struct Act
 {
@@ -43,7 +43,7 @@ class StatementStreamTest : public testing::Test
 protected:
     StatementStreamTest() : module("tests", logger.write) {}
 
-    /** What the next statement makes of values of several kinds, and the state that it finds. */
+    /** Returns the record of values of several types, and checks the initial state of its stream. */
     String next()
     {
         logger.taken();
@@ -65,7 +65,7 @@ protected:
     log::Module module;
 };
 
-TEST_F(StatementStreamTest, FormatsEndWithTheirStatement)
+TEST_F(StatementStreamTest, FormatsAreResetAfterTheStatement)
 {
     EXPECT_EQ(PLAIN, next());
     NIM_LOG_TO(module, Severity_WARNING)
@@ -80,7 +80,7 @@ TEST_F(StatementStreamTest, FormatsEndWithTheirStatement)
     EXPECT_EQ(PLAIN, next());
 }
 
-TEST_F(StatementStreamTest, FailureEndsWithItsStatement)
+TEST_F(StatementStreamTest, ErrorStateIsResetAfterTheStatement)
 {
     NIM_LOG_TO(module, Severity_WARNING) << "seen" << [](std::ostream& os) -> std::ostream& {
         os.setstate(std::ios_base::badbit);
@@ -90,7 +90,7 @@ TEST_F(StatementStreamTest, FailureEndsWithItsStatement)
     EXPECT_EQ(PLAIN, next());
 }
 
-TEST_F(StatementStreamTest, RaisedFailureEndsWithItsStatement)
+TEST_F(StatementStreamTest, ExceptionMaskIsResetAfterTheStatement)
 {
     const auto fails = [](std::ostream& os) -> std::ostream& {
         os.exceptions(std::ios_base::failbit);
@@ -102,7 +102,7 @@ TEST_F(StatementStreamTest, RaisedFailureEndsWithItsStatement)
     EXPECT_EQ(PLAIN, next());
 }
 
-TEST_F(StatementStreamTest, ExceptionInAStatementLeavesNothingBehind)
+TEST_F(StatementStreamTest, TextIsDiscardedIfAnOperandThrows)
 {
     const auto fails = []() -> int { throw std::runtime_error("it broke"); };
     EXPECT_THROW(NIM_LOG_TO(module, Severity_WARNING) << "lost" << fails(), std::runtime_error);
@@ -110,7 +110,7 @@ TEST_F(StatementStreamTest, ExceptionInAStatementLeavesNothingBehind)
     EXPECT_EQ(PLAIN, next());
 }
 
-/** Puts a point between groups of three digits. */
+/** Groups digits in threes, separated by a dot. */
 class Grouping : public std::numpunct<char>
 {
 protected:
@@ -124,7 +124,7 @@ protected:
     }
 };
 
-TEST_F(StatementStreamTest, LocaleEndsWithItsStatement)
+TEST_F(StatementStreamTest, LocaleIsResetAfterTheStatement)
 {
     NIM_LOG_TO(module, Severity_WARNING) << [](std::ostream& os) -> std::ostream& {
         os.imbue(std::locale(std::locale::classic(), new Grouping));
@@ -135,7 +135,7 @@ TEST_F(StatementStreamTest, LocaleEndsWithItsStatement)
     EXPECT_EQ("tests WARNING Statement : 1234567\n", logger.taken());
 }
 
-TEST_F(StatementStreamTest, FollowsTheProcesssLocale)
+TEST_F(StatementStreamTest, StreamHasTheCurrentGlobalLocale)
 {
     NIM_LOG_TO(module, Severity_WARNING) << 1234567;
     const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
@@ -157,7 +157,7 @@ void countErasures(std::ios_base::event event, std::ios_base&, int)
     }
 }
 
-TEST_F(StatementStreamTest, CallbacksAreToldOfTheEndAtOnce)
+TEST_F(StatementStreamTest, CallbacksAreCalledAtTheEndOfTheStatement)
 {
     erased = 0;
     NIM_LOG_TO(module, Severity_WARNING) << [](std::ostream& os) -> std::ostream& {
@@ -169,7 +169,7 @@ TEST_F(StatementStreamTest, CallbacksAreToldOfTheEndAtOnce)
     EXPECT_EQ(1, erased);
 }
 
-TEST_F(StatementStreamTest, WordsOfTheStreamEndWithTheirStatement)
+TEST_F(StatementStreamTest, IwordAndPwordAreResetAfterTheStatement)
 {
     static const int index = std::ios_base::xalloc();
     static const int far = [] {
@@ -202,7 +202,7 @@ TEST_F(StatementStreamTest, WordsOfTheStreamEndWithTheirStatement)
               logger.taken());
 }
 
-TEST_F(StatementStreamTest, OtherBufferAndTiedStreamEndWithTheirStatement)
+TEST_F(StatementStreamTest, BufferAndTiedStreamAreResetAfterTheStatement)
 {
     std::ostringstream other;
     NIM_LOG_TO(module, Severity_WARNING) << act([&](std::ostream& os) -> std::ostream& {
@@ -226,7 +226,7 @@ TEST_F(StatementStreamTest, OtherBufferAndTiedStreamEndWithTheirStatement)
     EXPECT_FALSE(tied);
 }
 
-TEST_F(StatementStreamTest, ShortTextBehindALongOneIsShort)
+TEST_F(StatementStreamTest, ShortTextAfterALongOneIsShort)
 {
     const String text(100000, 'x');
     NIM_LOG_TO(module, Severity_WARNING) << text;
@@ -241,7 +241,7 @@ TEST_F(StatementStreamTest, ShortTextBehindALongOneIsShort)
               logger.taken());
 }
 
-TEST_F(StatementStreamTest, PositionOfOutputEndsWithItsStatement)
+TEST_F(StatementStreamTest, PositionIsResetAfterTheStatement)
 {
     NIM_LOG_TO(module, Severity_WARNING)
         << [](std::ostream& os) -> std::ostream& { return (os << "back again").seekp(0); };
@@ -251,7 +251,7 @@ TEST_F(StatementStreamTest, PositionOfOutputEndsWithItsStatement)
               logger.taken());
 }
 
-TEST_F(StatementStreamTest, StatementsInAStatementHaveStreamsOfTheirOwn)
+TEST_F(StatementStreamTest, NestedStatementsHaveStreamsOfTheirOwn)
 {
     const auto inner = [&](int depth, const auto& again) -> int {
         if (depth > 0) {
@@ -268,7 +268,7 @@ TEST_F(StatementStreamTest, StatementsInAStatementHaveStreamsOfTheirOwn)
               logger.taken());
 }
 
-/** Logs in the destructors of thread-local variables. */
+/** Logs while the variables of its thread are destroyed. */
 struct LastWords
 {
     log::Module* module = nullptr;
@@ -286,10 +286,10 @@ struct LastWords
 thread_local LastWords before;
 thread_local LastWords behind;
 
-TEST_F(StatementStreamTest, ThreadsLogWhileTheirVariablesGo)
+TEST_F(StatementStreamTest, StatementsWorkWhileThreadVariablesAreDestroyed)
 {
     std::thread([this] {
-        // `before` is constructed before the thread's cached record, and is therefore destroyed after it.
+        // One is constructed before the thread's first statement, and destroyed after its record.
         before.module = &module;
         before.text = "before";
         NIM_LOG_TO(module, Severity_WARNING) << "alive";
@@ -304,7 +304,7 @@ TEST_F(StatementStreamTest, ThreadsLogWhileTheirVariablesGo)
               logger.taken());
 }
 
-TEST_F(StatementStreamTest, RecordsOfSubclassesAndOfUsersAreTheirs)
+TEST_F(StatementStreamTest, ConstructedRecordKeepsItsTextAfterItWasLogged)
 {
     log::Header header(log::Severity_ERROR, "own/file.cpp", 12);
     header << "made by hand";

@@ -57,7 +57,7 @@ TEST_F(StatementTest, WritesARecord)
     EXPECT_EQ("tests WARNING Statement : disk 3 is full\n", taken());
 }
 
-TEST_F(StatementTest, NamesItsLine)
+TEST_F(StatementTest, RecordContainsTheLineOfTheStatement)
 {
     logger.write.setOutputMask(log::Mask_LINENUMBER);
     const unsigned int line = __LINE__ + 1;
@@ -65,7 +65,7 @@ TEST_F(StatementTest, NamesItsLine)
     EXPECT_EQ(std::to_string(line) + " : here\n", taken());
 }
 
-TEST_F(StatementTest, EverySeverityNeedsNoNamespace)
+TEST_F(StatementTest, SeveritiesNeedNoNamespace)
 {
     logger.write.setSeverity(log::Severity_NONE);
     NIM_LOG_TO(module, Severity_NONE) << 0;
@@ -87,7 +87,7 @@ TEST_F(StatementTest, EverySeverityNeedsNoNamespace)
               taken());
 }
 
-TEST_F(StatementTest, TheSeverityMayBeAnyExpression)
+TEST_F(StatementTest, SeverityCanBeAnyExpression)
 {
     const log::Severity held = log::Severity_ERROR;
     NIM_LOG_TO(module, held) << "held";
@@ -101,7 +101,7 @@ TEST_F(StatementTest, TheSeverityMayBeAnyExpression)
               taken());
 }
 
-TEST_F(StatementTest, TheSeverityMayBeHeldAnywhere)
+TEST_F(StatementTest, SeverityCanBeAnyKindOfVariable)
 {
     // Names that the macros might use themselves.
     log::Severity severity = log::Severity_ERROR;
@@ -128,7 +128,7 @@ TEST_F(StatementTest, TheSeverityMayBeHeldAnywhere)
               taken());
 }
 
-TEST_F(StatementTest, EvaluatesNothingBehindAClosedGate)
+TEST_F(StatementTest, DisabledStatementEvaluatesNoOperand)
 {
     NIM_LOG_TO(module, Severity_INFO) << count(1) << count(2);
     EXPECT_EQ(0, evaluated);
@@ -177,7 +177,7 @@ TEST_F(StatementTest, IsOneStatementInAnUnbracedIf)
               taken());
 }
 
-TEST_F(StatementTest, AClosedGateDoesNotTurnToTheElse)
+TEST_F(StatementTest, DisabledStatementDoesNotCaptureElse)
 {
     bool turned = false;
     if (evaluated == 0)
@@ -188,13 +188,13 @@ TEST_F(StatementTest, AClosedGateDoesNotTurnToTheElse)
     EXPECT_EQ("", taken());
 }
 
-TEST_F(StatementTest, MayHaveNoText)
+TEST_F(StatementTest, StatementWithoutTextWritesThePrefix)
 {
     NIM_LOG_TO(module, Severity_ERROR);
     EXPECT_EQ("tests ERROR Statement : \n", taken());
 }
 
-TEST_F(StatementTest, MayStandWithinAnother)
+TEST_F(StatementTest, StatementWithinAnOperandWritesItsRecordFirst)
 {
     NIM_LOG_TO(module, Severity_ERROR) << "outer " << [this] {
         NIM_LOG_TO(module, Severity_WARNING) << "inner";
@@ -210,13 +210,13 @@ void logAll(log::Module& module, const Container& container)
         NIM_LOG_TO(module, Severity_ERROR) << key << '=' << value;
 }
 
-TEST_F(StatementTest, StandsInTemplates)
+TEST_F(StatementTest, CanBeUsedInTemplates)
 {
     logAll(module, std::vector<std::pair<int, const char*>>{{1, "one"}, {2, "two"}});
     EXPECT_EQ("tests ERROR Statement : 1=one\ntests ERROR Statement : 2=two\n", taken());
 }
 
-TEST_F(StatementTest, WhatItsTextRaisesLeavesItWithoutARecord)
+TEST_F(StatementTest, ExceptionOfAnOperandPropagatesWithoutARecord)
 {
     const auto raise = []() -> int { throw std::runtime_error("no text"); };
     EXPECT_EQ("no text", logtest::textOf<std::runtime_error>(
@@ -251,7 +251,7 @@ struct Component
     log::Module& com_kor_dal_nim_log_module;
 };
 
-TEST(Statement, UsesTheModuleThatIsVisible)
+TEST(Statement, UsesTheVisibleModuleVariable)
 {
     logtest::DefaultLogger logger;
     NIM_LOG(Severity_NOTICE) << "text";
@@ -269,7 +269,7 @@ TEST(Statement, UsesTheModuleThatIsVisible)
 
 namespace {
 
-TEST(StatementTrapped, EvaluatesNothingBehindAClosedGateAndEachArgumentOnce)
+TEST(StatementTrapped, DisabledStatementEvaluatesNoArgumentAndEnabledOneEachOnce)
 {
     logtest::DefaultLogger logger;
     int exceptions = 0;

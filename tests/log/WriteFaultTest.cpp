@@ -30,7 +30,7 @@ protected:
     Module module;
 };
 
-TEST_F(WriteFaultTest, RecordsThatTheFileRefusesSurvive)
+TEST_F(WriteFaultTest, RecordsThatTheFileRejectsAreWrittenToStandardError)
 {
     createFullFile(path);
     logger.setPath(path);
@@ -96,7 +96,7 @@ TEST_F(WriteFaultTest, DefaultLoggerLeavesAFullDevice)
               }));
 }
 
-TEST_F(WriteFaultTest, DefaultLoggerRaisesOnAFailingStandardErrorUntilItIsWellAgain)
+TEST_F(WriteFaultTest, DefaultLoggerThrowsUntilStandardErrorRecovers)
 {
     EXPECT_EQ(
         0, inChildProcess([this] {

@@ -90,7 +90,7 @@ std::size_t WriteSpy::admit(std::size_t bytes)
 
 }
 
-// These take precedence over the C library's own for everything that this process loads.
+// These replace the C library's own for everything that this process loads.
 
 #define INTERPOSED __attribute__((visibility("default")))
 

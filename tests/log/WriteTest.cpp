@@ -69,7 +69,7 @@ TEST(Write, StartsOnStandardErrorWithTheDefaults)
     EXPECT_TRUE(names.empty());
 }
 
-TEST(Write, ReachesStandardErrorWithNoSetUpAtAll)
+TEST(Write, WritesToStandardErrorWithoutConfiguration)
 {
     Captured err(std::cerr);
     Write logger;
@@ -93,7 +93,7 @@ TEST(Write, TheThresholdIsNotice)
     EXPECT_FALSE(logger.isSeveritySatisfied(static_cast<log::Severity>(-1)));
 }
 
-TEST(Write, AMaskIsNoThreshold)
+TEST(Write, MaskEnablesOnlyItsSeverities)
 {
     Write logger;
     logger.setSeverityMask(SeverityColl{log::Severity_TRACE, log::Severity_ERROR}, true);
@@ -107,7 +107,7 @@ TEST(Write, AMaskIsNoThreshold)
     EXPECT_FALSE(logger.isSeveritySatisfied(log::Severity_FATAL));
 }
 
-TEST(Write, AMaskLooksAtTheLowFiveBitsOfASeverity)
+TEST(Write, MaskTestsTheLowFiveBitsOfASeverity)
 {
     Write logger;
     logger.setSeverityMask(log::Severity_ERROR, true);
@@ -117,7 +117,7 @@ TEST(Write, AMaskLooksAtTheLowFiveBitsOfASeverity)
     EXPECT_FALSE(logger.isSeveritySatisfied(static_cast<log::Severity>(14)));
 }
 
-TEST(Write, ErrorsPassTheFilterButNotTheLogger)
+TEST(Write, ErrorsBypassTheFilterButNotTheSeverityCheck)
 {
     OwnLogger logger;
     Module module("silent", logger.write);
@@ -130,7 +130,7 @@ TEST(Write, ErrorsPassTheFilterButNotTheLogger)
     EXPECT_EQ("", logger.taken());
 }
 
-TEST(Write, TestsTheSeverityOfARecordUnlessForced)
+TEST(Write, SeverityOfARecordIsCheckedUnlessForced)
 {
     OwnLogger logger;
     logger.write.setModuleFilter("other", true);
@@ -142,7 +142,7 @@ TEST(Write, TestsTheSeverityOfARecordUnlessForced)
               logger.taken());
 }
 
-TEST(Write, ATextMayHaveSeveralLinesUnderOnePrefix)
+TEST(Write, TextOfSeveralLinesHasOnePrefix)
 {
     OwnLogger logger;
     write(logger.write, log::Severity_ERROR, "one\n\ttwo \n\n");
@@ -150,7 +150,7 @@ TEST(Write, ATextMayHaveSeveralLinesUnderOnePrefix)
     EXPECT_EQ("global ERROR Source : one\n\ttwo\nglobal ERROR Source : \n", logger.taken());
 }
 
-TEST(Write, RegistersAModuleUnlessItsNameIsTaken)
+TEST(Write, ModuleIsNotRegisteredIfItsNameIs)
 {
     Write other;
     const Module first("a", other);
@@ -175,7 +175,7 @@ TEST(Write, RegistersAModuleUnlessItsNameIsTaken)
     EXPECT_EQ((StringColl{"b", "a"}), names);
 }
 
-TEST(Write, ListsItsModulesTwiceAlike)
+TEST(Write, StaticAndDynamicListsOfModulesAreTheSame)
 {
     Write logger;
     const Module fixed("fixed", logger);
@@ -189,7 +189,7 @@ TEST(Write, ListsItsModulesTwiceAlike)
     EXPECT_EQ((StringColl{"fixed", "dynamic", "last"}), fixedOnes);
 }
 
-TEST(Write, TakesItsDynamicModulesAlong)
+TEST(Write, DestructorDeletesTheDynamicModules)
 {
     auto logger = std::make_unique<Write>();
     const auto fixed =
@@ -202,7 +202,7 @@ TEST(Write, TakesItsDynamicModulesAlong)
     // The sanitizers report leaks and double frees.
 }
 
-TEST(Write, AnotherLoggerHasNoStreamHeader)
+TEST(Write, OnlyTheDefaultLoggerWritesAStreamHeader)
 {
     const Folder folder;
     OwnLogger logger;
@@ -220,7 +220,7 @@ TEST(Write, AnotherLoggerHasNoStreamHeader)
     }
 }
 
-TEST(StreamHeader, StandsAheadOfTheFirstRecordOfEachOutput)
+TEST(StreamHeader, PrecedesTheFirstRecordOfEachOutput)
 {
     const Folder folder;
     DefaultLogger logger;
@@ -276,7 +276,7 @@ TEST(StreamHeader, IgnoresTheOutputMaskAndTheSeverity)
                 MatchesRegex(headerLine("INFO", "Log Configuration:")));
 }
 
-TEST(StreamHeader, IsNotRepeatedForAStreamOfTheCallers)
+TEST(StreamHeader, IsNotRepeatedForAStreamOfTheCaller)
 {
     DefaultLogger logger;
     std::ostringstream other;
@@ -287,7 +287,7 @@ TEST(StreamHeader, IsNotRepeatedForAStreamOfTheCallers)
     EXPECT_EQ("", logger.taken()) << "no report";
 }
 
-TEST(StreamHeader, IsNotRepeatedBehindARotation)
+TEST(StreamHeader, IsNotRepeatedAfterARotation)
 {
     const Folder folder;
     Captured err(std::cerr);
@@ -299,7 +299,7 @@ TEST(StreamHeader, IsNotRepeatedBehindARotation)
     EXPECT_EQ("global ERROR WriteTest.cpp : in a file of its own\n", contentOf(folder / "a.log.0"));
 }
 
-TEST(StreamHeader, ComesWithTheStreamThatIsAskedFor)
+TEST(StreamHeader, IsWrittenByGetStream)
 {
     DefaultLogger logger;
     Captured out(std::cout);
@@ -310,7 +310,7 @@ TEST(StreamHeader, ComesWithTheStreamThatIsAskedFor)
     EXPECT_EQ("", out.taken()) << "once";
 }
 
-TEST(StreamHeader, ComesWithAnOpenedFileThatIsAskedFor)
+TEST(StreamHeader, IsWrittenByGetStreamOfAFile)
 {
     const Folder folder;
     DefaultLogger logger;
@@ -339,7 +339,7 @@ String fullDevice(const Folder& folder)
     return folder / "full";
 }
 
-TEST(StreamHeader, AnOutputThatRefusesItIsLeftForStandardError)
+TEST(StreamHeader, OutputThatRejectsItIsReplacedByStandardError)
 {
     const Folder folder;
     const String path = fullDevice(folder);
@@ -367,7 +367,7 @@ TEST(StreamHeader, AnOutputThatRefusesItIsLeftForStandardError)
     EXPECT_EQ(&asIos(std::cerr), logger->getStream());
 }
 
-TEST(StreamHeader, TheStreamThatIsAskedForIsTheOneThatWorks)
+TEST(StreamHeader, GetStreamReturnsStandardErrorIfTheOutputRejectsIt)
 {
     DefaultLogger logger;
     Captured err(std::cerr);
@@ -387,7 +387,7 @@ TEST(StreamHeader, TheStreamThatIsAskedForIsTheOneThatWorks)
                                                  "Log Configuration:")));
 }
 
-TEST(StreamHeader, StandardErrorThatRefusesItIsAnError)
+TEST(StreamHeader, ThrowsIfStandardErrorRejectsIt)
 {
     DefaultLogger logger;
     Captured err(std::cerr);
@@ -413,7 +413,7 @@ TEST(StreamHeader, StandardErrorThatRefusesItIsAnError)
     EXPECT_THAT(text, testing::EndsWith("\tModuleFilter: *\nglobal ERROR WriteTest.cpp : and again\n"));
 }
 
-TEST(StreamHeader, AFileAndStandardErrorThatBothRefuseItAreAnErrorOfBoth)
+TEST(StreamHeader, ThrowsBothErrorsIfFileAndStandardErrorRejectIt)
 {
     const Folder folder;
     const String path = fullDevice(folder);
@@ -435,7 +435,7 @@ TEST(StreamHeader, AFileAndStandardErrorThatBothRefuseItAreAnErrorOfBoth)
     EXPECT_THAT(firstLine(err.taken()), MatchesRegex(headerLine("INFO", "Log Configuration:")));
 }
 
-TEST(StreamHeader, AFailureLeavesTheLoggerUnlocked)
+TEST(StreamHeader, FailureReleasesTheLockOfTheLogger)
 {
     DefaultLogger logger;
     EXPECT_THROW(logger->setPath("/nowhere/at/all"), system_error);
@@ -445,7 +445,7 @@ TEST(StreamHeader, AFailureLeavesTheLoggerUnlocked)
 }
 
 /** The ordinary route of a failure: the line goes to standard error, and the output stays. */
-TEST(WriteFailure, ALineThatIsRefusedSurvivesOnStandardError)
+TEST(WriteFailure, LineThatTheOutputRejectsIsWrittenToStandardError)
 {
     const Folder folder;
     const String path = fullDevice(folder);
@@ -460,7 +460,7 @@ TEST(WriteFailure, ALineThatIsRefusedSurvivesOnStandardError)
     EXPECT_FALSE(logger.write.is_reserved());
 }
 
-TEST(WriteFailure, AFileThatCannotBeOpenedRaisesOutOfTheStatement)
+TEST(WriteFailure, StatementThrowsIfTheFileCannotBeOpened)
 {
     OwnLogger logger;
     Module module("m", logger.write);

@@ -1,4 +1,4 @@
-// Log statements during which memory runs out.
+// Log statements that run out of memory.
 
 #include "layer/Expect.hpp"
 #include "layer/Fault.hpp"
@@ -27,7 +27,7 @@ using com::kor::dal::nim::log::Write;
 using com::kor::dal::nim::sys::StackTrack;
 using com::kor::dal::nim::sys::system_error;
 
-/** A logger that writes to a file, without a prefix. */
+/** A logger of its own on a file, without a prefix. */
 struct Logger
 {
     explicit Logger(const String& path) : module("faults", write)
@@ -54,7 +54,7 @@ protected:
         return logger;
     }
 
-    /** Fails each allocation of a statement, which must write `record`, or throw and write nothing. */
+    /** Walks a statement, which writes `record` or fails and writes nothing. */
     template <class Statement>
     unsigned int walk(const String& record, Statement statement)
     {
@@ -112,7 +112,7 @@ TEST_F(StatementFault, NestedStatementIsWrittenCompletelyOrNotAtAll)
             if (done) {
                 EXPECT_THAT(content, testing::EndsWith(innerRecord + " : outer2\n"));
             } else {
-                // The inner record is complete, independently of the outer one.
+                // The inner one is complete by itself.
                 EXPECT_THAT(content, testing::AnyOf(" : first\n", " : first\n" + innerRecord));
             }
         });
@@ -133,7 +133,7 @@ TEST_F(StatementFault, TrappedExceptionIsWrittenCompletelyOrNotAtAll)
     }
 }
 
-TEST_F(StatementFault, ARecordThatTheProgramConstructsIsWrittenWhollyOrNotAtAll)
+TEST_F(StatementFault, ConstructedRecordIsWrittenCompletelyOrNotAtAll)
 {
     for (const unsigned int size : {0U, 10U, 511U, 512U, 513U, 1018U, 1024U, 5000U}) {
         SCOPED_TRACE(size);
@@ -149,8 +149,9 @@ TEST_F(StatementFault, ARecordThatTheProgramConstructsIsWrittenWhollyOrNotAtAll)
     }
 }
 
-/** If the statement itself sets its stream's error state, the record is written with its text. */
-TEST_F(StatementFault, OtherStreamFailuresAreIgnored)
+/** A failure that a statement causes in its own stream is not taken for lack of memory: its record is
+ * written. */
+TEST_F(StatementFault, FailureOfAnotherKindDoesNotRejectTheRecord)
 {
     const char* const nothing = nullptr;
     for (const unsigned int size : {0U, 1U, 15U, 16U, 511U, 513U, 1023U, 1025U, 5000U}) {
@@ -163,7 +164,7 @@ TEST_F(StatementFault, OtherStreamFailuresAreIgnored)
     }
 }
 
-/** The stream header of the default logger, and its reports of changes. */
+/** What the default logger begins an output with, and its reports of changes. */
 TEST_F(StatementFault, ReportIsWrittenCompletelyOrNotAtAll)
 {
     faults::FixedErr fixed;
@@ -198,8 +199,8 @@ TEST_F(StatementFault, ReportIsWrittenCompletelyOrNotAtAll)
             const String content = exists(path) ? contentOf(path) : String();
             const String records = content.empty() ? content : content.substr(content.find(" INFO Write"));
             if (done) {
-                // The first attempt may only have closed the old output; or it may have set the path without
-                // reporting it, and the second attempt does not report it either.
+                // A first try may have closed the old output, and no more; or have set the path without
+                // its report, which is not made twice.
                 EXPECT_THAT(records, testing::AnyOf(first + filterReport,
                                                     header + pathReport("<not set>") + filterReport,
                                                     header + filterReport));
