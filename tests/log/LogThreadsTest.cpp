@@ -29,9 +29,9 @@ using logfiletest::Folder;
 constexpr char CIMOM_MODULE[] = "com_kor_dal_nim_log_module_CIMOM";
 constexpr int THREADS = 4;
 
-/** Runs `work(number)` on several threads, all of which have started before `meanwhile()` runs here. */
+/** Runs `work(number)` on several threads, all of which have started before `concurrently()` runs here. */
 template <class Work, class Meanwhile>
-void onThreads(Work work, Meanwhile meanwhile)
+void onThreads(Work work, Meanwhile concurrently)
 {
     std::atomic<int> ready(0);
     std::atomic<bool> go(false);
@@ -49,7 +49,7 @@ void onThreads(Work work, Meanwhile meanwhile)
         std::this_thread::yield();
     }
     go = true;
-    meanwhile();
+    concurrently();
     for (std::thread& thread : threads) {
         thread.join();
     }
