@@ -21,7 +21,7 @@ using qv::IdleWorkers;
 using qv::TwoLockQueue;
 
 /** The state of a queue besides its recorder and its number of threads, and everything that changes it. */
-class RX_ServerQueue::Implementation
+class __attribute__((visibility("hidden"))) RX_ServerQueue::Implementation
 {
 public:
     /** What a put operation does if the queue is full; PROBE also enters a queue that refuses the others. */
