@@ -87,7 +87,7 @@ private:
     int* destroyed_;
 };
 
-/** Whether another thread can take the lock. */
+/** Returns true if another thread can acquire the lock. */
 bool isFree(const MutexOps& mutex)
 {
     bool got = false;
@@ -207,14 +207,14 @@ TEST_F(CondSemTest, TimeOutOfZeroDoesNotWait)
 {
     const MutexHolder<CondSem> holder(sem.acquire());
     EXPECT_FALSE(sem.wait(0));
-    EXPECT_FALSE(isFree(mutex)) << "it is held again after a time-out";
+    EXPECT_FALSE(isFree(mutex)) << "it is acquired again after a time-out";
 }
 
 TEST_F(CondSemTest, WaitLastsForSecondsAndMilliseconds)
 {
     const MutexHolder<CondSem> holder(sem.acquire());
     const Clock::time_point end = Clock::now() + Ms(1500);
-    // A wake-up without a cause is rare and allowed.
+    // A spurious wake-up is rare and allowed.
     while (sem.wait(static_cast<unsigned int>(
         std::max<Ms::rep>(0, std::chrono::duration_cast<Ms>(end - Clock::now()).count())))) {
     }
@@ -313,7 +313,7 @@ TEST_F(CondSemTest, SignalWithoutAWaiterIsLost)
 
 TEST_F(CondSemTest, FailedWaitReturnsFalse)
 {
-    // Without the lock the system refuses to wait.
+    // The system rejects a wait without the lock.
     EXPECT_NO_THROW(EXPECT_FALSE(sem.wait(60000)));
     EXPECT_NO_THROW(EXPECT_FALSE(sem.wait(0xFFFFFFFF)));
 }

@@ -218,7 +218,8 @@ TEST(LockFault, CriticalSectionThrowsIfItCannotBeCreated)
             error.trace()[0],
             MatchesRegex("com\\.kor\\.dal\\.nim\\.mt\\.CriticalSection\\.CriticalSection\\(\\):[0-9]+"));
     }
-    EXPECT_EQ((Calls{"init null", "init R"}), standIn.calls()) << "what was not made is not destroyed";
+    EXPECT_EQ((Calls{"init null", "init R"}), standIn.calls())
+        << "a mutex that was not created is not destroyed";
 }
 
 TEST(LockFault, CriticalSectionThrowsEveryStatus)
@@ -293,7 +294,7 @@ TEST(LockFault, SysMutexFoldsTheMessageAt78Columns)
 {
     StandIn standIn;
     const SysMutex mutex;
-    // 76 bytes: a word of two letters behind them ends at the last column.
+    // 76 bytes: a following word of two letters ends at the last column.
     std::string words;
     for (int i = 0; i < 38; ++i) {
         words += "a ";
@@ -307,8 +308,8 @@ TEST(LockFault, SysMutexFoldsTheMessageAt78Columns)
     standIn.fail(0);
 }
 
-/** Returns the frames of a trace, without their lines. */
-std::vector<std::string> places(const system_error& error)
+/** Returns the frames of a trace, without their line numbers. */
+std::vector<std::string> functionsOf(const system_error& error)
 {
     std::vector<std::string> found;
     for (const std::string& frame : error.trace()) {
@@ -326,7 +327,7 @@ TEST(LockFault, CondSemThrowsIfItCannotBeCreated)
     const system_error borrowing = errorOf([&] { const CondSem sem(mutex); });
     EXPECT_EQ(12, borrowing.error());
     EXPECT_STREQ("Cannot allocate memory", borrowing.what());
-    EXPECT_EQ(std::vector<std::string>{"com.kor.dal.nim.mt.CondSem.CondSem()"}, places(borrowing));
+    EXPECT_EQ(std::vector<std::string>{"com.kor.dal.nim.mt.CondSem.CondSem()"}, functionsOf(borrowing));
     EXPECT_EQ(Calls{"cond init"}, standIn.calls());
 }
 
@@ -365,7 +366,7 @@ TEST(LockFault, ReaderWriterLockThrowsIfItCannotBeCreated)
     EXPECT_EQ(12, error.error());
     EXPECT_STREQ("Cannot allocate memory", error.what());
     EXPECT_EQ(std::vector<std::string>{"com.kor.dal.nim.mt.ReaderWriterLock.ReaderWriterLock()"},
-              places(error));
+              functionsOf(error));
     EXPECT_EQ(Calls{"rw init"}, standIn.calls());
 }
 
@@ -383,7 +384,7 @@ TEST(LockFault, ReaderWriterLockThrowsEveryStatus)
     }
     standIn.fail(16);
     EXPECT_STREQ("Device or resource busy", errorOf([&] { lock.upgradeToWrite(); }).what());
-    // The destructor of the lock fails as well, and is silent.
+    // The destructor of the lock fails as well, without a diagnostic.
 }
 
 class Element : public QueueElement
@@ -400,20 +401,20 @@ TEST(LockFault, QueueThrowsTheFailuresOfItsLock)
         EXPECT_EQ(22, inserting.error());
         EXPECT_EQ((std::vector<std::string>{"com.kor.dal.nim.mt.SysMutex.acquire()",
                                             "com.kor.dal.nim.mt.Queue.insert()"}),
-                  places(inserting));
+                  functionsOf(inserting));
         EXPECT_EQ((std::vector<std::string>{"com.kor.dal.nim.mt.SysMutex.acquire()",
                                             "com.kor.dal.nim.mt.Queue.next()"}),
-                  places(errorOf([&] { queue.next(0); })));
+                  functionsOf(errorOf([&] { queue.next(0); })));
         EXPECT_EQ((std::vector<std::string>{"com.kor.dal.nim.mt.SysMutex.acquire()",
                                             "com.kor.dal.nim.mt.Queue.complete()"}),
-                  places(errorOf([&] { queue.complete(); })));
+                  functionsOf(errorOf([&] { queue.complete(); })));
         EXPECT_EQ((std::vector<std::string>{"com.kor.dal.nim.mt.SysMutex.acquire()",
                                             "com.kor.dal.nim.mt.Queue.shutdown()"}),
-                  places(errorOf([&] { queue.shutdown(); })));
+                  functionsOf(errorOf([&] { queue.shutdown(); })));
     }
     EXPECT_TRUE(queue.ready());
     EXPECT_FALSE(queue.completed());
-    EXPECT_EQ(nullptr, queue.next(0)) << "the element is still the caller's";
+    EXPECT_EQ(nullptr, queue.next(0)) << "the caller still owns the element";
 }
 
 TEST(LockFault, QueueThrowsIfItCannotBeCreated)

@@ -9,17 +9,17 @@
 
 namespace mttest {
 
-/** How many operations a model test makes. */
+/** Returns the number of operations of a model test. */
 inline int modelOperations()
 {
     return support::isLongRun() ? 1000000 : 100000;
 }
 
-/** The seed of a model test: a new one on each run, unless the environment has one to repeat. */
+/** The seed of a model test: random, unless the environment sets the seed of a run to repeat. */
 class ModelSeed
 {
 public:
-    /** A generator for one of the test's threads. */
+    /** Returns a generator for one of the test's threads. */
     std::mt19937 random(int thread = 0) const
     {
         return std::mt19937(seed + static_cast<unsigned int>(thread));

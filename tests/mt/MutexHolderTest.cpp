@@ -116,7 +116,7 @@ TEST_F(MutexHolderTest, CopyTransfersTheLock)
 {
     Holder holder(lock.acquire());
     {
-        Holder taker(holder);
+        Holder copy(holder);
         EXPECT_EQ(nullptr, holder.release(true));
         EXPECT_EQ(1, lock.held);
     }
@@ -128,13 +128,13 @@ TEST_F(MutexHolderTest, AssignmentReleasesTheOldLock)
 {
     Holder holder(lock.acquire());
     {
-        Holder giver(other.acquire());
-        EXPECT_EQ(&holder, &(holder = giver));
+        Holder source(other.acquire());
+        EXPECT_EQ(&holder, &(holder = source));
         EXPECT_EQ(0, lock.held);
         EXPECT_EQ(1, lock.throwing);
         EXPECT_EQ(1, other.held);
     }
-    EXPECT_EQ(1, other.held) << "the giver is empty";
+    EXPECT_EQ(1, other.held) << "the source is empty";
     EXPECT_EQ(&other, holder.release(true));
     EXPECT_EQ(0, other.held);
 }
@@ -229,13 +229,13 @@ TEST_F(MutexHolderTest, ResetOfAnEmptyHolderReturnsNull)
     EXPECT_EQ(&lock, holder.release(true));
 }
 
-// What refuses to be released is still held.
+// If releasing a lock fails, it is still held.
 
 class RefusingLock : public MutexHolderTest
 {
 protected:
     Holder holder{lock.acquire()};
-    Holder giver{other.acquire()};
+    Holder source{other.acquire()};
 
     void SetUp() override
     {
@@ -246,14 +246,14 @@ protected:
         EXPECT_EQ(1, lock.held);
         EXPECT_EQ(1, other.held);
         EXPECT_EQ(&lock, holder.release(false));
-        EXPECT_EQ(&other, giver.release(true));
+        EXPECT_EQ(&other, source.release(true));
     }
 };
 
 TEST_F(RefusingLock, FailedAssignmentKeepsTheLock)
 {
-    EXPECT_THROW(holder = giver, system_error);
-    EXPECT_THROW(holder = std::move(giver), system_error);
+    EXPECT_THROW(holder = source, system_error);
+    EXPECT_THROW(holder = std::move(source), system_error);
     EXPECT_THROW(holder = other, system_error);
     Holder& same = holder;
     EXPECT_THROW(holder = same, system_error);

@@ -32,11 +32,11 @@ using nim::mt::Thread;
 // ---- targets whose destructors throw -------------------------------------------------------
 
 /** A target that calls a function in its destructor. */
-class Departing : public Runnable
+class ThrowingTarget : public Runnable
 {
 public:
-    explicit Departing(mttest::Call departingCall) : call(std::move(departingCall)) {}
-    ~Departing() noexcept(false) override
+    explicit ThrowingTarget(mttest::Call destructorCall) : call(std::move(destructorCall)) {}
+    ~ThrowingTarget() noexcept(false) override
     {
         call();
     }
@@ -47,14 +47,14 @@ private:
 };
 
 /** A task that calls a function in its destructor. */
-class DepartingTask : public Task
+class ThrowingTask : public Task
 {
 public:
-    explicit DepartingTask(mttest::Call departingCall)
-        : Task(nullptr, nullptr), call(std::move(departingCall))
+    explicit ThrowingTask(mttest::Call destructorCall)
+        : Task(nullptr, nullptr), call(std::move(destructorCall))
     {
     }
-    ~DepartingTask() noexcept(false) override
+    ~ThrowingTask() noexcept(false) override
     {
         call();
     }
@@ -64,12 +64,12 @@ private:
     mttest::Call call;
 };
 
-/** As Departing, reference-counted. */
-class CountedDeparting : public Departing, public nim::mem::RefCntObject
+/** A reference-counted ThrowingTarget. */
+class CountedThrowingTarget : public ThrowingTarget, public nim::mem::RefCntObject
 {
 public:
-    using Departing::Departing;
-    ~CountedDeparting() noexcept(false) override = default;
+    using ThrowingTarget::ThrowingTarget;
+    ~CountedThrowingTarget() noexcept(false) override = default;
 };
 
 void throwKnown()
@@ -81,19 +81,20 @@ TEST(Ownership, ExceptionOfATasksTargetIsLoggedByTheDestructor)
 {
     logtest::DefaultLogger logger;
     {
-        const Task task(new Departing(throwKnown), true);
+        const Task task(new ThrowingTarget(throwKnown), true);
     }
     EXPECT_EQ("com.kor.dal.nim WARNING Ownership : Unexpected exception while destroying the target of a task"
               " : no end\n",
               logger.taken());
     {
-        const Task task(new CountedDeparting([] { throw nim::sys::system_error(5, "disk gone"); }), true);
+        const Task task(new CountedThrowingTarget([] { throw nim::sys::system_error(5, "disk gone"); }),
+                        true);
     }
     EXPECT_EQ("com.kor.dal.nim WARNING Ownership : Unexpected exception while destroying the target of a task"
               " : 5 : disk gone",
               logtest::firstLine(logger.taken()));
     {
-        const Task task(new Departing([] { throw 42; }), true);
+        const Task task(new ThrowingTarget([] { throw 42; }), true);
     }
     EXPECT_EQ("com.kor.dal.nim WARNING Ownership : Unexpected exception while destroying the target of a task"
               " : Unknown exception\n",
@@ -104,7 +105,7 @@ TEST(Ownership, ExceptionOfAThreadsTargetIsLoggedByTheDestructor)
 {
     logtest::DefaultLogger logger;
     {
-        Thread thread(new Departing(throwKnown), true, true);
+        Thread thread(new ThrowingTarget(throwKnown), true, true);
         thread.start();
         EXPECT_EQ(nullptr, thread.join());
     }
@@ -118,7 +119,7 @@ TEST(Ownership, ExceptionOfAManagedPoolTaskIsLoggedAndTheWorkerContinues)
 {
     logtest::DefaultLogger logger;
     const auto pool = makePool(1, 5);
-    EXPECT_TRUE(pool->add(new DepartingTask(throwKnown), true));
+    EXPECT_TRUE(pool->add(new ThrowingTask(throwKnown), true));
     std::atomic<int> runs{0};
     EXPECT_TRUE(pool->add(new OwnTask([&] { ++runs; }), true));
     pool->shutdown(true);
@@ -134,7 +135,7 @@ TEST(Ownership, ExceptionIsDiscardedIfTheSeverityIsDisabled)
     logger->setSeverity(nim::log::Severity_ERROR);
     logger.taken();
     {
-        const Task task(new Departing(throwKnown), true);
+        const Task task(new ThrowingTarget(throwKnown), true);
     }
     EXPECT_EQ("", logger.taken());
 }
@@ -143,7 +144,7 @@ TEST(Ownership, DestructorOfATargetMayEndTheThread)
 {
     for (const bool withThread : {false, true}) {
         OwnThread thread([withThread] {
-            Departing* const target = new Departing([] { pthread_exit(nullptr); });
+            ThrowingTarget* const target = new ThrowingTarget([] { pthread_exit(nullptr); });
             if (withThread) {
                 const Thread inner(target, true, true);
             } else {
@@ -159,7 +160,7 @@ TEST(Ownership, DestructorOfATargetMayEndTheThread)
 TEST(Ownership, DestructorOfAManagedPoolTaskMayEndTheWorker)
 {
     const auto pool = makePool(1, 5);
-    EXPECT_TRUE(pool->add(new DepartingTask([] { pthread_exit(nullptr); }), true));
+    EXPECT_TRUE(pool->add(new ThrowingTask([] { pthread_exit(nullptr); }), true));
     std::atomic<int> runs{0};
     OwnTask next([&] { ++runs; });
     EXPECT_TRUE(pool->add(next));
@@ -203,7 +204,7 @@ TEST(CountedTarget, IsReferencedByItsTaskFromTheConstructorToTheDestructor)
     EXPECT_EQ(0, destroyed);
     auto task = std::make_unique<Task>(work.get(), true);
     work.clear();
-    EXPECT_EQ(0, destroyed) << "the reference of the task keeps it";
+    EXPECT_EQ(0, destroyed) << "the task still references it";
     task->run();
     task.reset();
     EXPECT_EQ(1, destroyed);
@@ -251,7 +252,7 @@ TEST(CountedTarget, StateOfATargetThatIsReferencedElsewhereIsKept)
         const Thread thread(task.get(), true, true);
         task.clear();
     }
-    EXPECT_EQ(Task::TSF_DESTROYED, state) << "it ended with the thread";
+    EXPECT_EQ(Task::TSF_DESTROYED, state) << "it was destroyed with the thread";
 }
 
 }

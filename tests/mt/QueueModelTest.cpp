@@ -40,12 +40,12 @@ private:
 };
 
 /** Random operations of one thread on a queue, with a list as the model of their results. */
-class Dealings
+class RandomOperations
 {
 public:
-    explicit Dealings(std::mt19937 generator) : random(generator) {}
+    explicit RandomOperations(std::mt19937 generator) : random(generator) {}
 
-    void makeOne()
+    void step()
     {
         const auto kind = random() % 1000;
         if (kind < 500) {
@@ -59,9 +59,9 @@ public:
         } else {
             isReady = isCompleted = false;
             queue->shutdown();
-            gone += static_cast<int>(listed.size());
-            listed.clear();
-            ASSERT_EQ(gone, destroyed);
+            expectedDestroyed += static_cast<int>(expectedItems.size());
+            expectedItems.clear();
+            ASSERT_EQ(expectedDestroyed, destroyed);
             if (random() % 2 == 0) {
                 queue = std::make_unique<Queue>(CAPACITY);
                 isReady = true;
@@ -69,12 +69,12 @@ public:
         }
         ASSERT_EQ(isReady, queue->ready());
         ASSERT_EQ(isCompleted, queue->completed());
-        ASSERT_EQ(gone, destroyed);
+        ASSERT_EQ(expectedDestroyed, destroyed);
     }
 
-    bool hasSeenAll() const
+    bool hasTriedAll() const
     {
-        return isCompletedEver && gone > 0 && made > 0;
+        return isCompletedEver && expectedDestroyed > 0 && made > 0;
     }
 
 private:
@@ -84,38 +84,38 @@ private:
     {
         auto item = std::make_unique<Item>(0, made, destroyed);
         ++made;
-        const bool fits = isReady && listed.size() < CAPACITY;
-        // Where it is sure not to wait it may say that it would.
+        const bool fits = isReady && expectedItems.size() < CAPACITY;
+        // Passes an unlimited time-out only if the insertion cannot block.
         ASSERT_EQ(fits, queue->insert(item.get(), fits || !isReady ? NO_LIMIT : 0));
         if (fits) {
-            listed.push_back(item.release()->number);
+            expectedItems.push_back(item.release()->number);
         } else {
-            ++gone;
+            ++expectedDestroyed;
         }
     }
 
     void take()
     {
-        const bool waits = isReady && !isCompleted && listed.empty();
+        const bool waits = isReady && !isCompleted && expectedItems.empty();
         const std::unique_ptr<QueueElement> taken(queue->next(waits ? 0 : NO_LIMIT));
-        if (listed.empty()) {
+        if (expectedItems.empty()) {
             ASSERT_EQ(nullptr, taken);
             return;
         }
         ASSERT_NE(nullptr, taken);
-        ASSERT_EQ(listed.front(), dynamic_cast<Item&>(*taken).number);
-        listed.pop_front();
-        ++gone;
+        ASSERT_EQ(expectedItems.front(), dynamic_cast<Item&>(*taken).number);
+        expectedItems.pop_front();
+        ++expectedDestroyed;
     }
 
     std::mt19937 random;
     std::atomic<int> destroyed{0};
     int made = 0;
-    int gone = 0;
+    int expectedDestroyed = 0;
     bool isReady = true;
     bool isCompleted = false;
     bool isCompletedEver = false;
-    std::deque<int> listed;
+    std::deque<int> expectedItems;
     std::unique_ptr<Queue> queue = std::make_unique<Queue>(CAPACITY);
 };
 
@@ -123,14 +123,14 @@ TEST(QueueModel, BehavesLikeAListOfOneThread)
 {
     const ModelSeed seed;
     SCOPED_TRACE(seed.text());
-    Dealings dealings(seed.random());
+    RandomOperations operations(seed.random());
     for (int i = 0; i < mttest::modelOperations(); ++i) {
-        ASSERT_NO_FATAL_FAILURE(dealings.makeOne()) << "operation " << i;
+        ASSERT_NO_FATAL_FAILURE(operations.step()) << "operation " << i;
     }
-    EXPECT_TRUE(dealings.hasSeenAll());
+    EXPECT_TRUE(operations.hasTriedAll());
 }
 
-/** Producers and consumers that wait in every way, and a record of what went through. */
+/** Producers and consumers that use all kinds of time-outs, and a record of the items that passed. */
 class Traffic
 {
 public:
@@ -162,8 +162,8 @@ public:
         }
     }
 
-    /** How many items did not come out exactly once. */
-    long strays() const
+    /** Returns the number of items that were not removed exactly once. */
+    long lostOrDuplicated() const
     {
         long count = 0;
         for (const std::atomic<unsigned char>& times : taken) {
@@ -179,7 +179,7 @@ public:
     std::atomic<int> disordered{0};
 
 private:
-    /** One of the waits there are; those with a limit may fail and are repeated. */
+    /** Returns a random time-out. Operations with a limit may fail, and are repeated. */
     static unsigned int limit(std::mt19937& random)
     {
         constexpr unsigned int LIMITS[] = {0, 1, 1000, NO_LIMIT};
@@ -201,18 +201,18 @@ private:
     {
         std::mt19937 random = seed.random(PRODUCERS + consumer);
         for (;;) {
-            // Asked first: what is not there afterwards will not come any more.
+            // Checked first: if the queue is then empty, no item will follow.
             const bool isOver = queue.completed();
             const std::unique_ptr<QueueElement> element(queue.next(limit(random)));
             if (const auto* const item = dynamic_cast<Item*>(element.get())) {
-                note(consumer, *item);
+                record(consumer, *item);
             } else if (isOver) {
                 return;
             }
         }
     }
 
-    void note(int consumer, const Item& item)
+    void record(int consumer, const Item& item)
     {
         ++taken[static_cast<std::size_t>(item.producer * perProducer + item.number)];
         int& previous = last[static_cast<std::size_t>(consumer * PRODUCERS + item.producer)];
@@ -220,9 +220,9 @@ private:
         previous = item.number;
     }
 
-    /** How often each item came out. */
+    /** Number of times that each item was removed. */
     std::vector<std::atomic<unsigned char>> taken;
-    /** The last number that each consumer saw of each producer. */
+    /** The last number of each producer that each consumer has removed. */
     std::vector<int> last;
 };
 
@@ -232,7 +232,7 @@ TEST(QueueModel, LosesNothingBetweenThreads)
     SCOPED_TRACE(seed.text());
     Traffic traffic(seed, mttest::modelOperations());
     traffic.run();
-    EXPECT_EQ(0, traffic.strays());
+    EXPECT_EQ(0, traffic.lostOrDuplicated());
     EXPECT_EQ(0, traffic.disordered);
     EXPECT_EQ(Traffic::PRODUCERS * traffic.perProducer, traffic.destroyed);
     EXPECT_EQ(nullptr, traffic.queue.next(0));

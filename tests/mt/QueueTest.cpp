@@ -69,14 +69,14 @@ public:
     std::atomic<int>& destroyed;
 };
 
-/** The number of what comes out; -1 for nothing. The item stays with its owner. */
+/** Removes an item. Returns its number, or -1 if there is none. The item remains its owner's. */
 int take(Queue& queue, unsigned int ms = 0)
 {
     const auto* const item = dynamic_cast<Item*>(queue.next(ms));
     return item != nullptr ? item->number : -1;
 }
 
-/** A producer that waits for room or a consumer that waits for an element. */
+/** A producer that waits for capacity, or a consumer that waits for an element. */
 class Waiter
 {
 public:
@@ -91,7 +91,7 @@ public:
         caller.join();
         return result;
     }
-    bool goesOnWaiting()
+    bool isStillWaiting()
     {
         return caller.awaitAsleep();
     }
@@ -106,7 +106,7 @@ class QueueTest : public testing::Test
 protected:
     ~QueueTest() noexcept override
     {
-        // The items are the test's, so none may be left.
+        // The test owns the items, so the queue must not contain any.
         while (queue.next(0) != nullptr) {
         }
     }
@@ -144,7 +144,7 @@ TEST_F(QueueTest, ElementCanBeInsertedAgain)
         EXPECT_TRUE(queue.insert(&items[0], 0));
         EXPECT_TRUE(queue.insert(&items[1], 0));
         EXPECT_EQ(0, take(queue));
-        // A link left over would bring the second along.
+        // A stale link would insert the second item, too.
         EXPECT_TRUE(other.insert(&items[0], 0));
         EXPECT_EQ(0, take(other));
         EXPECT_EQ(-1, take(other));
@@ -176,7 +176,7 @@ TEST_F(QueueTest, FullInsertAndEmptyNextReturnImmediatelyWithZero)
     }
     EXPECT_FALSE(queue.insert(&items[3], 0));
     EXPECT_EQ(0, take(queue));
-    EXPECT_TRUE(queue.insert(&items[3], 0)) << "a refused element is the caller's";
+    EXPECT_TRUE(queue.insert(&items[3], 0)) << "a rejected element remains the caller's";
 }
 
 TEST_F(QueueTest, WaitsReturnAtTheTimeOut)
@@ -194,7 +194,7 @@ TEST_F(QueueTest, WaitsReturnAtTheTimeOut)
 
 TEST_F(QueueTest, WaitsFiveMilliseconds)
 {
-    // One of several tries is not disturbed by others on the machine.
+    // At least one of several attempts is not delayed by other processes.
     Clock::duration shortest = std::chrono::hours(1);
     for (int i = 0; i < 20; ++i) {
         const Clock::time_point start = Clock::now();
@@ -214,7 +214,7 @@ TEST_F(QueueTest, CapacityOfZeroAcceptsNothing)
     EXPECT_EQ(nullptr, none.next(0));
     Waiter producer([&] { return none.insert(&items[0], NO_LIMIT); });
     none.complete();
-    EXPECT_TRUE(producer.goesOnWaiting());
+    EXPECT_TRUE(producer.isStillWaiting());
     none.shutdown();
     EXPECT_EQ(0, producer.outcome());
 }
@@ -371,22 +371,22 @@ TEST(Queue, ReferenceCountedElementsAreReleased)
     EXPECT_TRUE(queue.insert(left, 0));
     EXPECT_EQ(2U, kept->refCount());
     queue.shutdown();
-    EXPECT_EQ(1, destroyed) << "one release, not a delete";
+    EXPECT_EQ(1, destroyed) << "one reference is released; the object is not deleted";
     EXPECT_EQ(1U, kept->refCount());
 }
 
-/** Uses its queue while it goes, and keeps the trace of that. */
-class Meddler : public QueueElement
+/** Uses its queue in its destructor, and stores the stack trace of that. */
+class QueueUser : public QueueElement
 {
 public:
-    Meddler(Queue& itsQueue, std::vector<bool>& accepted, nim::sys::StackTrace& itsTrace)
+    QueueUser(Queue& itsQueue, std::vector<bool>& accepted, nim::sys::StackTrace& itsTrace)
         : queue(itsQueue), inserts(accepted), trace(itsTrace)
     {
     }
-    ~Meddler() override
+    ~QueueUser() override
     {
         Item item;
-        // From another thread: the lock is free, not merely recursive.
+        // On another thread, to check that the lock is free and not just recursive.
         std::thread([&] { inserts.push_back(queue.insert(&item, NO_LIMIT)); }).join();
         trace = nim::sys::StackTrace();
     }
@@ -403,8 +403,8 @@ TEST(Queue, ElementsAreDestroyedWithoutTheLock)
     nim::sys::StackTrace trace;
     {
         Queue queue(2);
-        EXPECT_TRUE(queue.insert(new Meddler(queue, accepted, trace), 0));
-        EXPECT_TRUE(queue.insert(new Meddler(queue, accepted, trace), 0));
+        EXPECT_TRUE(queue.insert(new QueueUser(queue, accepted, trace), 0));
+        EXPECT_TRUE(queue.insert(new QueueUser(queue, accepted, trace), 0));
     }
     EXPECT_EQ((std::vector<bool>{false, false}), accepted);
     ASSERT_LE(2U, trace.trace().size());

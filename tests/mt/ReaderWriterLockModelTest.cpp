@@ -22,13 +22,13 @@ using mttest::ModelSeed;
 
 typedef MutexHolder<ReaderWriterLock> Holder;
 
-/** What the threads see of each other. */
-struct Room
+/** The data that the lock guards, and the violations that the threads detect. */
+struct GuardedData
 {
     void enterAsReader()
     {
         ++readers;
-        outsiders += writers;
+        intruders += writers;
     }
     void leaveAsReader()
     {
@@ -36,85 +36,87 @@ struct Room
         if (before % 64 == 0) {
             std::this_thread::yield();
         }
-        outsiders += writers;
+        intruders += writers;
         changes += plain != before;
         --readers;
     }
     void enterAsWriter()
     {
-        outsiders += writers++;
-        outsiders += readers;
-        // Without the lock, two of these lose one.
+        intruders += writers++;
+        intruders += readers;
+        // Not atomic: without the lock, concurrent increments are lost.
         plain = plain + 1;
         ++writes;
     }
 
     std::atomic<int> readers{0};
     std::atomic<int> writers{0};
-    /** How many were met who must not be there, and how often something was written under a reader. */
-    std::atomic<int> outsiders{0};
+    /** Number of threads that were found inside although the lock excludes them. */
+    std::atomic<int> intruders{0};
+    /** Number of writes while a reader held the lock. */
     std::atomic<int> changes{0};
     std::atomic<long> writes{0};
     long plain = 0;
 };
 
-void upgradeOrStartAgain(const ReaderWriterLock& lock, Room& room)
+/** Upgrades shared to exclusive access; if that fails, releases the lock and acquires it exclusively. */
+void upgradeOrAcquire(const ReaderWriterLock& lock, GuardedData& data)
 {
     Holder holder(lock.acquireForRead());
-    room.enterAsReader();
-    const long before = room.plain;
-    --room.readers;
+    data.enterAsReader();
+    const long before = data.plain;
+    --data.readers;
     try {
         lock.upgradeToWrite();
-        EXPECT_EQ(before, room.plain) << "somebody wrote during the upgrade";
+        EXPECT_EQ(before, data.plain) << "another thread wrote during the upgrade";
     } catch (const system_error& error) {
         EXPECT_EQ(16, error.error());
         holder.release();
         holder = lock.acquireForWrite();
     }
-    room.enterAsWriter();
-    --room.writers;
+    data.enterAsWriter();
+    --data.writers;
 }
 
-void visit(const ReaderWriterLock& lock, Room& room, unsigned int choice)
+void useLock(const ReaderWriterLock& lock, GuardedData& data, unsigned int choice)
 {
     if (choice < 7) {
         const Holder holder(lock.acquireForRead());
-        room.enterAsReader();
-        room.leaveAsReader();
+        data.enterAsReader();
+        data.leaveAsReader();
     } else if (choice < 9) {
         const Holder holder(lock.acquireForWrite());
-        room.enterAsWriter();
-        --room.writers;
+        data.enterAsWriter();
+        --data.writers;
     } else {
-        upgradeOrStartAgain(lock, room);
+        upgradeOrAcquire(lock, data);
     }
 }
 
 TEST(ReaderWriterLockModel, WriterExcludesReadersAndWriters)
 {
     constexpr int THREADS = 4;
-    const int visits = mttest::modelOperations() / THREADS;
+    const int accesses = mttest::modelOperations() / THREADS;
     const ModelSeed seed;
     SCOPED_TRACE(seed.text());
     const ReaderWriterLock lock;
-    Room room;
+    GuardedData data;
     std::vector<std::thread> threads;
     for (int thread = 0; thread < THREADS; ++thread) {
         threads.emplace_back([&, thread] {
             std::mt19937 random = seed.random(thread);
-            for (int i = 0; i < visits; ++i) {
-                visit(lock, room, static_cast<unsigned int>(random() % 10));
+            for (int i = 0; i < accesses; ++i) {
+                useLock(lock, data, static_cast<unsigned int>(random() % 10));
             }
         });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(0, room.outsiders);
-    EXPECT_EQ(0, room.changes);
-    EXPECT_GT(room.plain, 0);
-    EXPECT_EQ(room.writes, room.plain);
+    EXPECT_EQ(0, data.intruders);
+    EXPECT_EQ(0, data.changes);
+    EXPECT_GT(data.plain, 0);
+    EXPECT_EQ(data.writes, data.plain);
     EXPECT_FALSE(lock.release(std::nothrow)) << "it is free";
 }
 

@@ -60,7 +60,7 @@ TEST_F(ReaderWriterLockTest, WriterAcquiresAfterTheLastReader)
         entered.open();
         leave.pass();
     });
-    // Both hold it: this thread has not released.
+    // Both threads hold it: this one has not released it.
     entered.pass();
     std::atomic<bool> written{false};
     Caller writer([&] {
@@ -70,7 +70,7 @@ TEST_F(ReaderWriterLockTest, WriterAcquiresAfterTheLastReader)
     EXPECT_TRUE(writer.awaitAsleep());
     leave.open();
     second.join();
-    EXPECT_TRUE(writer.awaitAsleep()) << "one reader is left";
+    EXPECT_TRUE(writer.awaitAsleep()) << "one reader still holds it";
     EXPECT_FALSE(written);
     lock.release();
     writer.join();
@@ -128,7 +128,7 @@ TEST_F(ReaderWriterLockTest, UpgradeFailsIfThereIsAnotherReader)
     }
     leave.open();
     second.join();
-    // The shared access is still there, and is the only one now.
+    // This thread still has shared access, and is the only one.
     Caller writer([this] { const Holder holder(lock.acquireForWrite()); });
     EXPECT_TRUE(writer.awaitAsleep());
     lock.release();
@@ -141,7 +141,7 @@ TEST_F(ReaderWriterLockTest, ReleaseWithoutAccessFails)
 {
     EXPECT_FALSE(lock.release(std::nothrow));
     EXPECT_THROW(lock.release(), system_error);
-    // Nothing has come of it.
+    // The lock is unchanged.
     lock.acquireForWrite();
     lock.release();
     lock.acquireForRead();

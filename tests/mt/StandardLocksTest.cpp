@@ -1,4 +1,4 @@
-// The locks under the names of the standard library.
+// The locks by the operations that the standard library expects.
 
 #include <dalnim/mt/CondSem.hpp>
 #include <dalnim/mt/CriticalSection.hpp>
@@ -27,7 +27,7 @@ using com::kor::dal::nim::mt::SysMutex;
 using com::kor::dal::nim::sys::system_error;
 using qvtest::Caller;
 
-/** A condition with a lock of its own, made without arguments. */
+/** A condition with its own lock; it can be constructed without arguments. */
 class OwnCondSem : public CondSem
 {
 public:
@@ -38,7 +38,7 @@ template <class Lock>
 class StandardLocks : public testing::Test
 {
 protected:
-    /** As another thread finds it. */
+    /** Returns true if another thread can acquire the lock. */
     template <class L>
     static bool isFree(L& lock)
     {

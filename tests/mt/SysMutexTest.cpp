@@ -60,7 +60,7 @@ TEST(MutexOps, OrderOfVirtualFunctionsIsFixed)
     EXPECT_EQ(5, virtualSlot(&MutexOps::request));
 }
 
-/** Someone else's lock. Its nonthrowing release is not declared so. */
+/** A lock of an application. Its non-throwing release is not declared `noexcept`. */
 class OwnLock : public MutexOps
 {
 public:

@@ -199,7 +199,7 @@ TEST(Task, RunsItsTarget)
     EXPECT_FALSE(task.running());
     EXPECT_EQ(nullptr, Task::currentTask());
     EXPECT_EQ(1, work.runs);
-    // Nothing asks for the state.
+    // run() does not check the state.
     task.run();
     EXPECT_EQ(2, work.runs);
     EXPECT_EQ(Task::TSF_FINISHED, task.status());
@@ -296,7 +296,7 @@ TEST_F(TaskTest, WaitForStateChangeReturnsImmediatelyIfABitIsSet)
     Task other(otherWork);
     other.interrupt(2);
     other.waitForStateChange(0xFFFFFFFF);
-    EXPECT_EQ(2UL, other.interrupted()) << "the wait takes no bit";
+    EXPECT_EQ(2UL, other.interrupted()) << "the wait clears no bit";
 }
 
 TEST_F(TaskTest, WaitForStateChangeReturnsAtTheTimeOut)
@@ -351,7 +351,7 @@ TEST_F(TaskTest, WaitForCompletionReturnsFalseIfTheTaskHadFinishedBefore)
     task.run();
     EXPECT_FALSE(task.waitForCompletion(1000));
     EXPECT_FALSE(task.waitForCompletion(1));
-    EXPECT_FALSE(task.waitForCompletion(0xFFFFFFFF)) << "and does not wait for it";
+    EXPECT_FALSE(task.waitForCompletion(0xFFFFFFFF)) << "it returns immediately";
 }
 
 TEST_F(TaskTest, WaitForCompletionReturnsTrueIfTheTaskFinishedDuringTheWait)
@@ -362,7 +362,7 @@ TEST_F(TaskTest, WaitForCompletionReturnsTrueIfTheTaskFinishedDuringTheWait)
     Caller second([&] { unlimited = task.waitForCompletion(0xFFFFFFFF); });
     EXPECT_TRUE(first.awaitAsleep());
     EXPECT_TRUE(second.awaitAsleep());
-    // Wakes them to look again, no more.
+    // Wakes the waiters, which check the state and wait again.
     task.interrupt(1);
     EXPECT_TRUE(first.awaitAsleep());
     EXPECT_TRUE(second.awaitAsleep());
@@ -379,7 +379,7 @@ TEST_F(TaskTest, WaitForCompletionTakesThePartBelowASecondAsMicroseconds)
     EXPECT_FALSE(task.waitForCompletion(1500));
     const Clock::duration second = Clock::now() - start;
     EXPECT_GE(second, Ms(1000));
-    // A thousand waits that would last 999 milliseconds each.
+    // A thousand waits, which would last 999 milliseconds each if the unit were milliseconds.
     start = Clock::now();
     for (int i = 0; i < 1000; ++i) {
         EXPECT_FALSE(task.waitForCompletion(999));
@@ -409,7 +409,7 @@ TEST(TaskEnd, OwnerMayDestroyAFinishedTaskImmediately)
     }
 }
 
-/** A clone of `error`, which must be of exactly the type T. */
+/** Returns a clone of `error`, and checks that its type is exactly T. */
 template <class T>
 std::unique_ptr<std::exception> cloneOf(const std::exception& error)
 {
@@ -459,11 +459,11 @@ TEST(CloneError, SlicesDerivedExceptions)
     EXPECT_STREQ("std::exception", cloneOf<std::exception>(OddException())->what());
 }
 
-/** Fits more than one of the tests. */
-class TwoFaced : public std::bad_cast, public std::runtime_error
+/** An exception that matches more than one of the types that cloneError() tests. */
+class TwoTypes : public std::bad_cast, public std::runtime_error
 {
 public:
-    TwoFaced() : std::runtime_error("two") {}
+    TwoTypes() : std::runtime_error("two") {}
 };
 
 class Clone : public std::logic_error, public nim::type::Cloneable
@@ -511,7 +511,7 @@ private:
 
 TEST(CloneError, TriesTheTypesInTheDocumentedOrder)
 {
-    cloneOf<std::bad_cast>(static_cast<const std::bad_cast&>(TwoFaced()));
+    cloneOf<std::bad_cast>(static_cast<const std::bad_cast&>(TwoTypes()));
     cloneOf<Clone>(Clone());
 }
 
@@ -519,7 +519,7 @@ TEST(CloneError, CloneThatIsNoExceptionThrowsBadCast)
 {
     int destroyed = 0;
     EXPECT_THROW(OwnTask::cloneError(Changeling(destroyed)), std::bad_cast);
-    EXPECT_EQ(1, destroyed) << "and does not lose it";
+    EXPECT_EQ(1, destroyed) << "the clone is destroyed";
 }
 
 }

@@ -1,4 +1,4 @@
-// The class is the library's own: this program compiles it into itself.
+// The class is internal to the library, so this program compiles its source.
 
 #include <dalnim/mt/src/TaskWaitBucket.cpp>
 #include <dalnim/sys/internal/src/ForkSafeMutex.cpp>
@@ -30,7 +30,7 @@ RX_AbsTime deadlineIn(int seconds, int nanoseconds = 0)
     return RX_AbsTime(RX_RelTime(seconds, nanoseconds));
 }
 
-/** Any address will do. */
+/** Returns the bucket of an arbitrary address. */
 TaskWaitBucket& anyBucket()
 {
     return TaskWaitBucket::of(nullptr);
@@ -52,7 +52,7 @@ TEST(TaskWaitBucket, WaitEndsAtItsDeadline)
 {
     const Lock lock(anyBucket());
     EXPECT_FALSE(lock.waitUntil(deadlineIn(0, 1000000)));
-    EXPECT_FALSE(lock.waitUntil(deadlineIn(-2000000000))) << "before the start of the clock";
+    EXPECT_FALSE(lock.waitUntil(deadlineIn(-2000000000))) << "before the epoch of the clock";
 }
 
 TEST(TaskWaitBucket, WakeAllWakesEachWaitingThread)

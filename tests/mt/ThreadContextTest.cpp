@@ -41,12 +41,12 @@ protected:
 
 TEST_F(ThreadContext, EntriesAreDuplicatedByTheAttributesOfTheirKeys)
 {
-    keys.fileAll(7);
-    const Content* const source = Keys::here(keys.shared);
-    const Content* const cloned = Keys::here(keys.shallow);
+    keys.insertAll(7);
+    const Content* const source = Keys::find(keys.shared);
+    const Content* const cloned = Keys::find(keys.shallow);
     for (const bool joinable : {true, false}) {
         Found found;
-        Work work([&] { found.look(keys); });
+        Work work([&] { found.read(keys); });
         Thread thread(work, joinable);
         thread.start();
         if (joinable) {
@@ -63,7 +63,7 @@ TEST_F(ThreadContext, EntriesAreDuplicatedByTheAttributesOfTheirKeys)
         ASSERT_TRUE(found.deep);
         EXPECT_EQ(Content::DEEP, found.deep->origin);
     }
-    EXPECT_NE(nullptr, Keys::here(keys.left)) << "the starter keeps all";
+    EXPECT_NE(nullptr, Keys::find(keys.left)) << "the starter's context is unchanged";
 }
 
 TEST_F(ThreadContext, IsCopiedByStart)
@@ -75,12 +75,12 @@ TEST_F(ThreadContext, IsCopiedByStart)
     Gate enter;
     OwnThread thread([&] {
         enter.pass();
-        seen = Keys::here(keys.shallow)->value;
-        later = Keys::here(keys.shared) != nullptr;
+        seen = Keys::find(keys.shallow)->value;
+        later = Keys::find(keys.shared) != nullptr;
     });
     thread.start();
     content->value = 2;
-    keys.file(keys.shared, 3);
+    keys.insert(keys.shared, 3);
     enter.open();
     thread.join();
     EXPECT_EQ(1, seen);
@@ -89,14 +89,14 @@ TEST_F(ThreadContext, IsCopiedByStart)
 
 TEST_F(ThreadContext, GivenContextIsCopied)
 {
-    keys.file(keys.shallow, 1);
+    keys.insert(keys.shallow, 1);
     nim::type::ContainerContextRef context(new nim::sys::internal::CurrentContext);
     context->add(nim::mem::RefCntObjectRef(new Content(9)), keys.deep);
     bool starters = true;
     int seen = 0;
     Work work([&] {
-        starters = Keys::here(keys.shallow) != nullptr;
-        seen = Keys::here(keys.deep)->value;
+        starters = Keys::find(keys.shallow) != nullptr;
+        seen = Keys::find(keys.deep)->value;
     });
     Thread thread(work);
     thread.start(context.get());
@@ -112,25 +112,25 @@ TEST_F(ThreadContext, GivenContextIsCopied)
 TEST_F(ThreadContext, IsEmptyIfTheStarterHasNoContext)
 {
     bool none = false;
-    Work work([&] { none = keys.noneHere(); });
+    Work work([&] { none = keys.noneFound(); });
     Thread thread(work);
     thread.start();
     thread.join();
     EXPECT_TRUE(none);
 }
 
-/** Content that looks for the context of the thread on which it goes. */
-class Farewell : public nim::mem::RefCntObject
+/** An entry that looks up the current context in its destructor. */
+class ContextReader : public nim::mem::RefCntObject
 {
 public:
-    Farewell(const Keys& itsKeys, const nim::type::ContainerContext*& seenContext, bool& seenEmpty)
+    ContextReader(const Keys& itsKeys, const nim::type::ContainerContext*& seenContext, bool& seenEmpty)
         : keys(itsKeys), context(seenContext), empty(seenEmpty)
     {
     }
-    ~Farewell() noexcept override
+    ~ContextReader() noexcept override
     {
         context = nim::type::ContainerContext::current().get();
-        empty = keys.noneHere();
+        empty = keys.noneFound();
     }
 
 private:
@@ -148,8 +148,8 @@ TEST_F(ThreadContext, IsEmptyWhileItsEntriesAreDestroyed)
         const nim::type::ContainerContextRef current = nim::type::ContainerContext::current();
         during = current.get();
         nim::type::ContainerContextRef(current)->add(
-            nim::mem::RefCntObjectRef(new Farewell(keys, after, empty)), keys.left);
-        keys.file(keys.shared, 1);
+            nim::mem::RefCntObjectRef(new ContextReader(keys, after, empty)), keys.left);
+        keys.insert(keys.shared, 1);
     });
     thread.start();
     thread.join();
@@ -181,7 +181,7 @@ TEST_F(ThreadContext, SecurityContextIsShared)
 
 TEST_F(ThreadContext, EntriesAreReleasedAtTheEnd)
 {
-    const nim::mem::RefCntObjectRef shared = keys.file(keys.shared, 1);
+    const nim::mem::RefCntObjectRef shared = keys.insert(keys.shared, 1);
     const std::uint32_t before = shared->refCount();
     Work work;
     Thread thread(work, false);

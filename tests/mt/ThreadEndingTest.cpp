@@ -36,7 +36,7 @@ using nim::mt::ThreadPool;
 using qvtest::Caller;
 using qvtest::Gate;
 
-/** Counts the objects that are destroyed on the way out of a run. */
+/** Counts the local objects that are destroyed when a run is unwound. */
 class Local
 {
 public:
@@ -64,7 +64,7 @@ public:
     Ender& operator=(const Ender&) = delete;
     ~Ender() noexcept {}
 
-    /** For the thread that must end. */
+    /** Ends the calling thread. */
     void end()
     {
         const Local local(unwound);
@@ -73,14 +73,14 @@ public:
         }
         thread = pthread_self();
         entered.open();
-        // A wait of whose cancellation the thread sanitizer knows.
+        // The thread sanitizer supports cancellation of this wait.
         const RX_Locked_ lock(never.mutex);
         for (;;) {
             never.changed.wait();
         }
     }
-    /** For another thread: does its part. */
-    void drive()
+    /** Cancels the thread that calls end(), if the test requires it. Called by another thread. */
+    void cancelIfNeeded()
     {
         if (ending == Ending::CANCELLATION) {
             entered.pass();
@@ -128,7 +128,7 @@ TEST_P(ThreadEnding, JoinableRunIsFinishedWithoutAnException)
     });
     Thread thread(work);
     thread.start();
-    ender.drive();
+    ender.cancelIfNeeded();
     EXPECT_EQ(nullptr, thread.join());
     EXPECT_EQ(1, ender.unwound);
     EXPECT_EQ(Task::TSF_READY, thread.status());
@@ -150,7 +150,7 @@ TEST_P(ThreadEnding, JoinedThreadCanRunAgain)
     });
     Thread thread(work);
     thread.start();
-    ender.drive();
+    ender.cancelIfNeeded();
     EXPECT_EQ(nullptr, thread.join());
     mustEnd = false;
     thread.start();
@@ -176,7 +176,7 @@ TEST_P(ThreadEnding, FinishesTheTargetAndWakesItsWaiters)
     EXPECT_TRUE(onTarget.awaitAsleep());
     EXPECT_TRUE(onThread.awaitAsleep());
     isWaitedFor.open();
-    ender.drive();
+    ender.cancelIfNeeded();
     onTarget.join();
     onThread.join();
     EXPECT_EQ(2, woken);
@@ -190,13 +190,13 @@ TEST_P(ThreadEnding, FinishesADetachedRunAndLogsNothing)
     Work work([&] { ender.end(); });
     Thread thread(work, false);
     thread.start();
-    ender.drive();
+    ender.cancelIfNeeded();
     awaitEnd(thread);
     EXPECT_EQ(1, ender.unwound);
     EXPECT_EQ("", logger.taken());
 }
 
-/** An exception that ends the thread in place of being cloned. */
+/** An exception that ends the thread when it is cloned. */
 class Fatal : public std::runtime_error, public nim::type::Cloneable
 {
 public:
@@ -217,7 +217,7 @@ TEST_P(ThreadEnding, MayHappenWhileAnExceptionIsCopied)
     Work work([this] { throw Fatal(ender); });
     Thread thread(work);
     thread.start();
-    ender.drive();
+    ender.cancelIfNeeded();
     EXPECT_EQ(nullptr, thread.join());
     EXPECT_EQ(1, ender.unwound);
     EXPECT_EQ(Task::TSF_READY, thread.status());
@@ -240,7 +240,7 @@ TEST_P(ThreadEnding, PoolTaskIsFinishedAndTheWorkerReplaced)
     Caller waiter([&] { isWoken = task.waitForCompletion(60000); });
     EXPECT_TRUE(waiter.awaitAsleep());
     isWaitedFor.open();
-    ender.drive();
+    ender.cancelIfNeeded();
     waiter.join();
     EXPECT_TRUE(isWoken);
     EXPECT_EQ(1, ender.unwound);
@@ -261,7 +261,7 @@ TEST_P(ThreadEnding, FinishesAPoolTaskWithATarget)
     Work work([this] { ender.end(); });
     Task task(work);
     EXPECT_TRUE(pool->add(task));
-    ender.drive();
+    ender.cancelIfNeeded();
     awaitEnd(task);
     pool->shutdown();
     EXPECT_EQ(Task::TSF_FINISHED, task.status());
@@ -277,7 +277,7 @@ TEST_P(ThreadEnding, ReleasesTheContextOfAPoolTask)
         ender.end();
     });
     EXPECT_TRUE(pool->add(task));
-    ender.drive();
+    ender.cancelIfNeeded();
     pool->shutdown(true);
     EXPECT_EQ(1U, content->refCount());
 }
@@ -287,13 +287,13 @@ TEST_P(ThreadEnding, DestroysAManagedPoolTask)
     std::atomic<int> destroyed{0};
     const auto pool = makePool(1, 5);
     EXPECT_TRUE(pool->add(new OwnTask([this] { ender.end(); }, &destroyed), true));
-    ender.drive();
+    ender.cancelIfNeeded();
     pool->shutdown(true);
     EXPECT_EQ(1, destroyed);
     EXPECT_EQ(1, ender.unwound);
 }
 
-/** Content whose destructor is a cancellation point, as that of an object that closes a file. */
+/** An entry whose destructor is a cancellation point, like that of an object that closes a file. */
 class Closing : public nim::mem::RefCntObject
 {
 public:
@@ -308,7 +308,7 @@ private:
     std::atomic<int>& ended;
 };
 
-/** A run that is cancelled, but does not wait any more. */
+/** A run that is cancelled, but does not reach another cancellation point. */
 void runCancelled(std::atomic<int>& ended)
 {
     const nim::mem::RefCntObjectRef content(new Closing(ended));
@@ -384,9 +384,9 @@ TEST(ThreadPoolEnding, CancellationDoesNotInterruptTheDestructionOfADiscardedCon
 TEST(ThreadPoolEnding, WorkersEndIfTheDestructorIsCancelled)
 {
     // A thread-local object of the worker is destroyed when the worker ends.
-    struct Farewell
+    struct ThreadLocalObject
     {
-        ~Farewell()
+        ~ThreadLocalObject()
         {
             if (gate != nullptr) {
                 gate->open();
@@ -398,8 +398,8 @@ TEST(ThreadPoolEnding, WorkersEndIfTheDestructorIsCancelled)
     Gate leave;
     Gate hasEnded;
     OwnTask task([&] {
-        static thread_local Farewell farewell;
-        farewell.gate = &hasEnded;
+        static thread_local ThreadLocalObject object;
+        object.gate = &hasEnded;
         entered.open();
         leave.pass();
     });
@@ -409,7 +409,7 @@ TEST(ThreadPoolEnding, WorkersEndIfTheDestructorIsCancelled)
     std::atomic<pthread_t> owner{};
     Caller destroyer([&] {
         owner = pthread_self();
-        // Not by the owner of the pointer, whose own end does not let the unwinding pass.
+        // Not deleted by the unique_ptr, whose noexcept destructor would stop the unwinding.
         delete pool.release();
     });
     EXPECT_TRUE(destroyer.awaitAsleep());

@@ -55,7 +55,7 @@ TEST(ThreadExceptions, UnknownExceptionNamesTheThread)
     EXPECT_STREQ("Unknown Exception propagated from joinable thread 'Reader'", error->what());
 }
 
-/** An exception whose copy is none. */
+/** An exception whose clone is not an exception. */
 class Changeling : public std::runtime_error, public nim::type::Cloneable
 {
 public:
@@ -86,14 +86,14 @@ private:
     Call call;
 };
 
-/** Throws an exception that fails to be cloned, each time with an exception of the same kind. */
-void throwHopeless()
+/** Throws an exception whose clone() throws an exception of the same kind, and so on. */
+void throwUnclonableForever()
 {
-    throw Unclonable(throwHopeless);
+    throw Unclonable(throwUnclonableForever);
 }
 
-/** The text of the exception that join() returns for a run that throws an Unclonable; empty for none. */
-std::string keptInsteadOf(Call call)
+/** Returns the message of the exception of join() if the run throws an Unclonable; empty for none. */
+std::string replacementMessage(Call call)
 {
     Work work([&call] { throw Unclonable(call); });
     Task target(work);
@@ -117,11 +117,12 @@ TEST(ThreadExceptions, ExceptionThatCannotBeClonedIsReplacedByTheFailure)
     thread.start();
     EXPECT_NE(nullptr, thread.join()) << "the thread can run again";
 
-    EXPECT_EQ("no copy", keptInsteadOf([] { throw system_error(5, "no copy"); }));
-    EXPECT_EQ("std::bad_alloc", keptInsteadOf([] { throw std::bad_alloc(); }));
-    EXPECT_EQ("Unknown Exception propagated from joinable thread 'Reader'", keptInsteadOf([] { throw 42; }));
-    EXPECT_EQ("unclonable", keptInsteadOf(throwHopeless));
-    EXPECT_EQ("std::bad_cast", keptInsteadOf([] {}));
+    EXPECT_EQ("no copy", replacementMessage([] { throw system_error(5, "no copy"); }));
+    EXPECT_EQ("std::bad_alloc", replacementMessage([] { throw std::bad_alloc(); }));
+    EXPECT_EQ("Unknown Exception propagated from joinable thread 'Reader'",
+              replacementMessage([] { throw 42; }));
+    EXPECT_EQ("unclonable", replacementMessage(throwUnclonableForever));
+    EXPECT_EQ("std::bad_cast", replacementMessage([] {}));
 }
 
 TEST(ThreadExceptions, BadAllocIsKeptForEachOfManyThreads)
@@ -141,7 +142,8 @@ TEST(ThreadExceptions, BadAllocIsKeptForEachOfManyThreads)
     }
 }
 
-/** Threads get a stack that no system has, until the end of the scope. */
+/** Makes thread creation fail until the end of the scope, by a default stack size that no system can provide.
+ */
 class NoThreads
 {
 public:
@@ -259,7 +261,7 @@ TEST(ThreadExceptions, AreNotLoggedByAJoinableThread)
     EXPECT_EQ("", logger.taken());
 }
 
-/** What a detached run of `call` logs. */
+/** Returns the records of a detached run of `call`. */
 nim::String logged(logtest::DefaultLogger& logger, mttest::Call call)
 {
     Work work(std::move(call));
@@ -294,8 +296,8 @@ TEST(ThreadExceptions, AreDiscardedIfTheSeverityIsDisabled)
     EXPECT_EQ("", logged(logger, [] { throw 42; }));
 }
 
-/** A target that every write to fails. */
-class Refusing : public std::streambuf
+/** A stream buffer on which every write throws. */
+class ThrowingBuffer : public std::streambuf
 {
 protected:
     int_type overflow(int_type) override
@@ -311,7 +313,7 @@ protected:
 TEST(ThreadExceptions, DoNotTerminateTheProcessIfLoggingFails)
 {
     logtest::DefaultLogger logger;
-    Refusing refusing;
+    ThrowingBuffer refusing;
     std::streambuf* const old = static_cast<std::ios&>(logger.sink).rdbuf(&refusing);
     logger.sink.exceptions(std::ios::badbit);
     {

@@ -29,14 +29,14 @@ using nim::sys::internal::CurrentContext;
 using nim::type::ContainerContext;
 using nim::type::ContainerContextRef;
 
-// ---- what does not compile ------------------------------------------------------------------
+// ---- calls that must not compile ------------------------------------------------------------
 
 struct NotARunnable
 {};
 class OtherCounted : public nim::mem::RefCntObject
 {};
 typedef RcoRef<OtherCounted> OtherRef;
-/** A name that the caller holds in a string, as `text.c_str()`. */
+/** The type of a name that the caller stores in a string, as `text.c_str()`. */
 typedef const char* Name;
 typedef const char (&Literal)[4];
 typedef void (*Function)();
@@ -45,7 +45,7 @@ struct Lambda
     operator Function() const;
 };
 
-/** As a lambda with parameters and a result. */
+/** Converts like a lambda with parameters and a result. */
 typedef int (*OtherFunction)(int);
 struct OtherLambda
 {
@@ -65,7 +65,7 @@ struct StartsImpl<std::void_t<decltype(std::declval<Thread&>().start(std::declva
                   Arguments...> : std::true_type
 {
 };
-/** Whether `thread.start(...)` compiles with arguments of these types; also for the static forms. */
+/** True if `thread.start(...)` compiles with arguments of these types; also for the static overloads. */
 template <class... Arguments>
 constexpr bool STARTS = StartsImpl<void, Arguments...>::value;
 
@@ -78,7 +78,7 @@ struct AddsImpl<std::void_t<decltype(std::declval<ThreadPool&>().add(std::declva
                 Arguments...> : std::true_type
 {
 };
-/** Whether `pool.add(...)` compiles with arguments of these types. */
+/** True if `pool.add(...)` compiles with arguments of these types. */
 template <class... Arguments>
 constexpr bool ADDS = AddsImpl<void, Arguments...>::value;
 
@@ -145,7 +145,7 @@ static_assert(ADDS<OwnTask&, bool, const ContainerContext*>);
 static_assert(ADDS<OwnTask*, bool, bool, CurrentContext*>);
 static_assert(ADDS<Task*, int, int>);
 
-// ---- a counted context is the context, not a flag -------------------------------------------
+// ---- a reference-counted context is passed as the context, not as a flag --------------------
 
 class CountedContext : public testing::Test
 {
@@ -155,10 +155,10 @@ protected:
         context->add(nim::mem::RefCntObjectRef(new Content(7)), key);
     }
 
-    /** What a run finds under the key; -1 for nothing. */
-    void look()
+    /** Stores the entry of the current context under the key in `found`; -1 for none. */
+    void readEntry()
     {
-        const Content* const content = Keys::here(key);
+        const Content* const content = Keys::find(key);
         found = content != nullptr ? content->value : -1;
     }
 
@@ -171,7 +171,7 @@ protected:
 
 TEST_F(CountedContext, ContextReferenceIsUsedByStart)
 {
-    Work work([this] { look(); });
+    Work work([this] { readEntry(); });
     for (int form = 0; form < 4; ++form) {
         found = 0;
         Thread thread(work, form != 0);
@@ -192,7 +192,7 @@ TEST_F(CountedContext, ContextReferenceIsUsedByStart)
 
 TEST_F(CountedContext, StartWithAContextReferenceKeepsTheThreadDetached)
 {
-    Work work([this] { look(); });
+    Work work([this] { readEntry(); });
     Thread thread(work, false);
     thread.start(general);
     awaitEnd(thread);
@@ -202,7 +202,7 @@ TEST_F(CountedContext, StartWithAContextReferenceKeepsTheThreadDetached)
 
 TEST_F(CountedContext, ContextReferenceIsUsedByANewThread)
 {
-    Work work([this] { look(); });
+    Work work([this] { readEntry(); });
     std::unique_ptr<Thread> thread(Thread::start(work, true, nullptr, general));
     EXPECT_EQ(nullptr, thread->join());
     EXPECT_EQ(7, found);
@@ -215,8 +215,8 @@ TEST_F(CountedContext, ContextReferenceIsUsedByANewThread)
 TEST_F(CountedContext, EmptyContextReferenceSelectsTheCallersContext)
 {
     const Keys keys;
-    keys.file(key, 3);
-    Work work([this] { look(); });
+    keys.insert(key, 3);
+    Work work([this] { readEntry(); });
     Thread thread(work);
     thread.start(ContainerContextRef());
     EXPECT_EQ(nullptr, thread.join());
@@ -229,7 +229,7 @@ TEST_F(CountedContext, ContextReferenceIsUsedByAPoolTask)
     const auto pool = makePool(1, 5);
     for (int form = 0; form < 6; ++form) {
         found = 0;
-        OwnTask task([this] { look(); });
+        OwnTask task([this] { readEntry(); });
         if (form == 0) {
             EXPECT_TRUE(pool->add(task, general));
         } else if (form == 1) {
@@ -253,7 +253,7 @@ TEST_F(CountedContext, ContextReferenceDoesNotMakeAPoolTaskManaged)
     std::atomic<int> destroyed{0};
     {
         const auto pool = makePool(1, 5);
-        OwnTask task([this] { look(); }, &destroyed);
+        OwnTask task([this] { readEntry(); }, &destroyed);
         EXPECT_TRUE(pool->add(&task, general));
         pool->shutdown();
         EXPECT_EQ(0, destroyed);

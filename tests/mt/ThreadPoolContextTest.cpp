@@ -37,15 +37,15 @@ protected:
 
 TEST_F(ThreadPoolContext, EntriesAreDuplicatedByTheAttributesOfTheirKeys)
 {
-    keys.fileAll(7);
+    keys.insertAll(7);
     Found found;
-    OwnTask task([&] { found.look(keys); });
+    OwnTask task([&] { found.read(keys); });
     EXPECT_TRUE(pool->add(task));
     awaitEnd(task);
     EXPECT_EQ(nullptr, found.left);
-    EXPECT_EQ(Keys::here(keys.shared), found.shared);
+    EXPECT_EQ(Keys::find(keys.shared), found.shared);
     ASSERT_TRUE(found.shallow);
-    EXPECT_NE(Keys::here(keys.shallow), found.shallow.get());
+    EXPECT_NE(Keys::find(keys.shallow), found.shallow.get());
     EXPECT_EQ(Content::SHALLOW, found.shallow->origin);
     EXPECT_EQ(7, found.shallow->value);
     ASSERT_TRUE(found.deep);
@@ -59,14 +59,14 @@ TEST_F(ThreadPoolContext, IsCopiedByAdd)
     int seen = 0;
     bool later = true;
     OwnTask task([&] {
-        seen = Keys::here(keys.shallow)->value;
-        later = Keys::here(keys.shared) != nullptr;
+        seen = Keys::find(keys.shallow)->value;
+        later = Keys::find(keys.shared) != nullptr;
     });
     {
         Occupation worker(*pool, 1);
         EXPECT_TRUE(pool->add(task));
         content->value = 2;
-        keys.file(keys.shared, 3);
+        keys.insert(keys.shared, 3);
         worker.end();
     }
     awaitEnd(task);
@@ -76,12 +76,12 @@ TEST_F(ThreadPoolContext, IsCopiedByAdd)
 
 TEST_F(ThreadPoolContext, IsEmptyForTheNextTask)
 {
-    keys.fileAll(7);
-    OwnTask first([&] { keys.file(keys.left, 8); });
+    keys.insertAll(7);
+    OwnTask first([&] { keys.insert(keys.left, 8); });
     EXPECT_TRUE(pool->add(first));
     keys.removeAll();
     bool none = false;
-    OwnTask second([&] { none = keys.noneHere(); });
+    OwnTask second([&] { none = keys.noneFound(); });
     EXPECT_TRUE(pool->add(second));
     awaitEnd(second);
     EXPECT_TRUE(none);
@@ -89,7 +89,7 @@ TEST_F(ThreadPoolContext, IsEmptyForTheNextTask)
 
 TEST_F(ThreadPoolContext, ContextOfAWorkerRemainsOneObject)
 {
-    keys.fileAll(7);
+    keys.insertAll(7);
     const nim::type::ContainerContext* contexts[2] = {nullptr, nullptr};
     OwnTask first([&] { contexts[0] = nim::type::ContainerContext::current().get(); });
     OwnTask second([&] { contexts[1] = nim::type::ContainerContext::current().get(); });
@@ -102,14 +102,14 @@ TEST_F(ThreadPoolContext, ContextOfAWorkerRemainsOneObject)
 
 TEST_F(ThreadPoolContext, ContextIsClearedAfterATask)
 {
-    const nim::mem::RefCntObjectRef shared = keys.file(keys.shared, 1);
+    const nim::mem::RefCntObjectRef shared = keys.insert(keys.shared, 1);
     const std::uint32_t before = shared->refCount();
     OwnTask task;
     EXPECT_TRUE(pool->add(task));
     while (shared->refCount() != before || task.status() != Task::TSF_FINISHED) {
         std::this_thread::yield();
     }
-    // The worker is still there, and idle.
+    // The worker still exists, and is idle.
     OwnTask failing([] { throw 42; });
     EXPECT_TRUE(pool->add(failing));
     pool->shutdown(true);
@@ -118,15 +118,15 @@ TEST_F(ThreadPoolContext, ContextIsClearedAfterATask)
 
 TEST_F(ThreadPoolContext, GivenContextIsCopied)
 {
-    keys.file(keys.shallow, 1);
+    keys.insert(keys.shallow, 1);
     nim::type::ContainerContextRef context(new nim::sys::internal::CurrentContext);
     context->add(nim::mem::RefCntObjectRef(new Content(9)), keys.deep);
     for (const bool block : {true, false}) {
         bool adders = true;
         int seen = 0;
         OwnTask task([&] {
-            adders = Keys::here(keys.shallow) != nullptr;
-            seen = Keys::here(keys.deep)->value;
+            adders = Keys::find(keys.shallow) != nullptr;
+            seen = Keys::find(keys.deep)->value;
         });
         EXPECT_TRUE(pool->add(task, block, context.get()));
         awaitEnd(task);

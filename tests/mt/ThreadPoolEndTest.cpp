@@ -32,7 +32,7 @@ using qvtest::Caller;
 using qvtest::Gate;
 typedef std::chrono::steady_clock Clock;
 
-/** A counted task. */
+/** A reference-counted task. */
 class CountedTask : public Task, public nim::mem::RefCntObject
 {
 public:
@@ -107,7 +107,7 @@ TEST(ThreadPoolManaged, TasksAreDestroyedByShutdown)
     worker.end();
     pool.reset();
     EXPECT_EQ(0, runs);
-    EXPECT_EQ(Task::TSF_QUEUED, unmanaged.status()) << "for good";
+    EXPECT_EQ(Task::TSF_QUEUED, unmanaged.status()) << "permanently";
 }
 
 TEST(ThreadPoolManaged, TaskRemainsTheCallersIfAddFails)
@@ -119,7 +119,7 @@ TEST(ThreadPoolManaged, TaskRemainsTheCallersIfAddFails)
     OwnTask task(nullptr, &destroyed);
     testing::internal::CaptureStderr();
     EXPECT_THROW(pool->add(&task, true), std::runtime_error);
-    EXPECT_EQ("", testing::internal::GetCapturedStderr()) << "nothing half-made is left";
+    EXPECT_EQ("", testing::internal::GetCapturedStderr()) << "no partly constructed object remains";
     EXPECT_EQ(0, destroyed);
     EXPECT_EQ(Task::TSF_QUEUED, task.status());
     EXPECT_EQ("Attempt to add a non-ready Task", refusal([&] { pool->add(task); }));
@@ -172,7 +172,7 @@ TEST(ThreadPoolShutdown, WaitsForWorkersThatBecomeIdleWithinASecond)
     });
     EXPECT_TRUE(pool->add(slow));
     entered.pass();
-    // The other worker takes the probe; then all are waited for, however long.
+    // The other worker runs the probe; shutdown() then waits for all workers, without a limit.
     std::atomic<bool> sawItEnd{false};
     Caller ender([&] {
         pool->shutdown(false);
@@ -220,7 +220,7 @@ TEST(ThreadPoolShutdown, DiscardsTheTasksOfAPoolWithoutWorkers)
     EXPECT_FALSE(pool->add(third, false));
     const Clock::time_point start = Clock::now();
     pool->shutdown(false);
-    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(995)) << "nobody takes the probe";
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(995)) << "no worker runs the probe";
     EXPECT_EQ(1, destroyed);
     EXPECT_EQ(Task::TSF_QUEUED, kept.status());
 }
@@ -245,7 +245,7 @@ TEST(ThreadPoolShutdown, DestructorShutsDown)
             EXPECT_TRUE(pool->add(new OwnTask(nullptr, &destroyed), true));
         }
     }
-    EXPECT_EQ(200, destroyed) << "all have run or were dropped";
+    EXPECT_EQ(200, destroyed) << "all have run or have been discarded";
 }
 
 TEST(ThreadPoolShutdown, DiscardsTheTaskOfABlockedAdd)
@@ -263,7 +263,7 @@ TEST(ThreadPoolShutdown, DiscardsTheTaskOfABlockedAdd)
         EXPECT_TRUE(adder.awaitAsleep());
         EXPECT_TRUE(managing.awaitAsleep());
         Caller ender([&] { pool->shutdown(synchronous); });
-        // While the worker is busy: nothing that is pending needs to run first.
+        // The worker is still busy: the blocked adds return before any pending task runs.
         adder.join();
         managing.join();
         EXPECT_EQ(1, destroyed);

@@ -23,7 +23,7 @@ using mttest::Work;
 using nim::mt::Task;
 using nim::mt::ThreadPool;
 
-/** A counted task. */
+/** A reference-counted task. */
 class CountedTask : public OwnTask, public nim::mem::RefCntObject
 {
 public:
@@ -31,7 +31,7 @@ public:
     ~CountedTask() noexcept override = default;
 };
 
-/** What became of the tasks of several submitters. */
+/** Records the results of the tasks of several submitters. */
 class Ledger
 {
 public:
@@ -46,22 +46,23 @@ public:
         }
     }
 
-    /** On a worker. */
-    void note(int submitter, int number)
+    /** Records a run. Called on a worker. */
+    void recordRun(int submitter, int number)
     {
         ++runs[static_cast<std::size_t>(submitter * perSubmitter + number)];
         disordered += last[static_cast<std::size_t>(submitter)].exchange(number) >= number;
     }
 
-    void refuse(int submitter, int number)
+    /** Records that a task was rejected. */
+    void recordRejection(int submitter, int number)
     {
-        ++refused;
-        // As if it had run, so that each is to have done so once.
+        ++rejected;
+        // Counted as a run, so that each task must have exactly one.
         ++runs[static_cast<std::size_t>(submitter * perSubmitter + number)];
     }
 
-    /** How many tasks neither ran once nor were refused. */
-    int strays() const
+    /** Returns the number of tasks that neither ran once nor were rejected. */
+    int lostOrDuplicated() const
     {
         int count = 0;
         for (const std::atomic<unsigned char>& times : runs) {
@@ -72,16 +73,16 @@ public:
 
     const int perSubmitter;
     std::atomic<int> disordered{0};
-    std::atomic<int> refused{0};
+    std::atomic<int> rejected{0};
     std::atomic<int> destroyed{0};
 
 private:
     std::vector<std::atomic<unsigned char>> runs;
-    /** The last number that ran of each submitter. */
+    /** The number of the last task of each submitter that ran. */
     std::vector<std::atomic<int>> last;
 };
 
-/** Submits tasks of each kind in each way. */
+/** Submits tasks of every kind by every operation. */
 class Submitter
 {
 public:
@@ -96,15 +97,15 @@ public:
             const bool block = random() % 3 != 0;
             const bool fails = random() % 8 == 0;
             // The task may outlive its submitter.
-            const auto call = [&book = ledger, submitter = number, i, fails] {
-                book.note(submitter, i);
+            const auto call = [&results = ledger, submitter = number, i, fails] {
+                results.recordRun(submitter, i);
                 if (fails) {
                     throw std::runtime_error("dropped");
                 }
             };
             if (!submit(call, block)) {
                 EXPECT_FALSE(block);
-                ledger.refuse(number, i);
+                ledger.recordRejection(number, i);
             }
         }
     }
@@ -114,7 +115,7 @@ private:
     {
         switch (random() % 4) {
         case 0:
-            return submitKept(call, block);
+            return submitAndWait(call, block);
         case 1:
             return submitCounted(call, block);
         case 2:
@@ -141,8 +142,8 @@ private:
         return pool.add(const_cast<CountedTask*>(task.get()), true, block);
     }
 
-    /** And waits for its end. */
-    bool submitKept(const mttest::Call& call, bool block)
+    /** Submits a task that the caller owns, and waits for its end. */
+    bool submitAndWait(const mttest::Call& call, bool block)
     {
         OwnTask task(call, &ledger.destroyed);
         if (!pool.add(task, block)) {
@@ -160,8 +161,8 @@ private:
     std::mt19937 random;
 };
 
-/** Has `operations` tasks submitted to a pool of so many workers, which it ends. */
-void trade(Ledger& ledger, unsigned int workers, const ModelSeed& seed)
+/** Submits the tasks of all submitters to a pool with `workers` workers, and shuts it down. */
+void submitAll(Ledger& ledger, unsigned int workers, const ModelSeed& seed)
 {
     ThreadPool pool(nullptr, workers, 0, 0, 0, 0, 8);
     std::vector<std::thread> threads;
@@ -179,10 +180,10 @@ TEST(ThreadPoolModel, RunsEachAdmittedTaskOnce)
     const ModelSeed seed;
     SCOPED_TRACE(seed.text());
     Ledger ledger(mttest::modelOperations());
-    trade(ledger, 3, seed);
-    EXPECT_EQ(0, ledger.strays());
+    submitAll(ledger, 3, seed);
+    EXPECT_EQ(0, ledger.lostOrDuplicated());
     EXPECT_EQ(ledger.perSubmitter * Ledger::SUBMITTERS, ledger.destroyed);
-    EXPECT_LT(ledger.refused, ledger.destroyed);
+    EXPECT_LT(ledger.rejected, ledger.destroyed);
 }
 
 TEST(ThreadPoolModel, TasksOfOneThreadRunInOrder)
@@ -190,8 +191,8 @@ TEST(ThreadPoolModel, TasksOfOneThreadRunInOrder)
     const ModelSeed seed;
     SCOPED_TRACE(seed.text());
     Ledger ledger(mttest::modelOperations());
-    trade(ledger, 1, seed);
-    EXPECT_EQ(0, ledger.strays());
+    submitAll(ledger, 1, seed);
+    EXPECT_EQ(0, ledger.lostOrDuplicated());
     EXPECT_EQ(0, ledger.disordered);
     EXPECT_EQ(ledger.perSubmitter * Ledger::SUBMITTERS, ledger.destroyed);
 }

@@ -11,8 +11,8 @@
 
 #include "Work.hpp"
 
-// Queued tasks of one submitter share one snapshot of its context. Lifetimes and counts of the entries are
-// those of one reference for all queued tasks, and one for each running task.
+// The queued tasks of one submitter share one snapshot of its context: an entry has one reference of all
+// queued tasks together, and one of each running task.
 
 namespace {
 
@@ -28,7 +28,7 @@ using nim::type::Context;
 using qvtest::Caller;
 using qvtest::Gate;
 
-/** Content that counts its living. */
+/** An entry that counts its living objects. */
 class Item : public nim::mem::RefCntObject
 {
 public:
@@ -45,7 +45,7 @@ private:
     std::atomic<int>& living;
 };
 
-/** The same, which can be cloned. */
+/** An Item that can be cloned. */
 class Cell : public nim::mem::RefCntObject, public nim::type::Cloneable
 {
 public:
@@ -72,7 +72,7 @@ private:
     std::atomic<int>& living;
 };
 
-const nim::mem::RefCntObject* here(unsigned int key)
+const nim::mem::RefCntObject* entry(unsigned int key)
 {
     return ContainerContext::current()->find(key).get();
 }
@@ -85,7 +85,7 @@ protected:
         context->clearContent();
     }
 
-    void file(unsigned int key)
+    void insert(unsigned int key)
     {
         EXPECT_TRUE(context->add(RefCntObjectRef(new Item(living)), key));
     }
@@ -117,43 +117,43 @@ protected:
 
 TEST_F(ThreadPoolSharing, SnapshotKeepsEntriesThatTheSourceRemoves)
 {
-    file(shared);
-    file(left);
+    insert(shared);
+    insert(left);
     occupy();
-    const nim::mem::RefCntObject* const object = here(shared);
+    const nim::mem::RefCntObject* const object = entry(shared);
     const nim::mem::RefCntObject* seen[2] = {nullptr, nullptr};
     bool isLeft = true;
     OwnTask first([&] {
-        seen[0] = here(shared);
-        isLeft = here(left) == nullptr;
+        seen[0] = entry(shared);
+        isLeft = entry(left) == nullptr;
     });
-    OwnTask second([&] { seen[1] = here(shared); });
+    OwnTask second([&] { seen[1] = entry(shared); });
     EXPECT_TRUE(pool.add(first));
     EXPECT_TRUE(pool.add(second));
     context->clearContent();
-    EXPECT_EQ(1, living) << "what stays behind is gone, what is shared is not";
-    OwnTask third([&] { EXPECT_EQ(nullptr, here(shared)); });
+    EXPECT_EQ(1, living) << "the entry that is not copied has been destroyed, the shared one has not";
+    OwnTask third([&] { EXPECT_EQ(nullptr, entry(shared)); });
     EXPECT_TRUE(pool.add(third));
     gate.open();
     pool.shutdown(true);
     EXPECT_EQ(object, seen[0]);
     EXPECT_EQ(object, seen[1]);
     EXPECT_TRUE(isLeft);
-    EXPECT_EQ(0, living) << "gone with the last that held it";
+    EXPECT_EQ(0, living) << "destroyed with its last reference";
 }
 
 TEST_F(ThreadPoolSharing, IsCopiedByEachAdd)
 {
-    file(shared);
+    insert(shared);
     occupy();
     bool had[3] = {false, false, false};
-    OwnTask first([&] { had[0] = here(shared) != nullptr && here(other) == nullptr; });
+    OwnTask first([&] { had[0] = entry(shared) != nullptr && entry(other) == nullptr; });
     EXPECT_TRUE(pool.add(first));
-    file(other);
-    OwnTask second([&] { had[1] = here(shared) != nullptr && here(other) != nullptr; });
+    insert(other);
+    OwnTask second([&] { had[1] = entry(shared) != nullptr && entry(other) != nullptr; });
     EXPECT_TRUE(pool.add(second));
     context->remove(shared);
-    OwnTask third([&] { had[2] = here(shared) == nullptr && here(other) != nullptr; });
+    OwnTask third([&] { had[2] = entry(shared) == nullptr && entry(other) != nullptr; });
     EXPECT_TRUE(pool.add(third));
     EXPECT_EQ(2, living);
     gate.open();
@@ -167,7 +167,7 @@ TEST_F(ThreadPoolSharing, IsCopiedByEachAdd)
 
 TEST_F(ThreadPoolSharing, EachTaskThatReadsItsContextHasAReference)
 {
-    file(shared);
+    insert(shared);
     const RefCntObjectRef object = context->find(shared);
     std::uint32_t seen = 0;
     OwnTask task([&] {
@@ -185,40 +185,40 @@ TEST_F(ThreadPoolSharing, EachTaskThatReadsItsContextHasAReference)
 
 TEST_F(ThreadPoolSharing, QueuedTasksHoldOneReferenceToEachEntry)
 {
-    file(shared);
-    file(other);
+    insert(shared);
+    insert(other);
     const RefCntObjectRef object = context->find(shared);
     occupy();
     OwnTask tasks[3];
     for (OwnTask& task : tasks) {
         EXPECT_TRUE(pool.add(task));
         EXPECT_EQ(3U, object->refCount()) << "this test, the context, the tasks";
-        EXPECT_EQ(2U, here(other)->refCount());
+        EXPECT_EQ(2U, entry(other)->refCount());
     }
     gate.open();
     pool.shutdown(true);
     EXPECT_EQ(2U, object->refCount());
-    EXPECT_EQ(1U, here(other)->refCount());
+    EXPECT_EQ(1U, entry(other)->refCount());
 }
 
 TEST_F(ThreadPoolSharing, SubmitterIsTheOnlyOwnerAfterTheLastTask)
 {
-    file(shared);
-    const nim::mem::RefCntObject* const object = here(shared);
+    insert(shared);
+    const nim::mem::RefCntObject* const object = entry(shared);
     for (int round = 0; round < 3; ++round) {
         OwnTask task([&] { EXPECT_EQ(2U, object->refCount()); });
         EXPECT_TRUE(pool.add(task));
         while (object->refCount() != 1) {
             std::this_thread::yield();
         }
-        EXPECT_EQ(object, here(shared));
+        EXPECT_EQ(object, entry(shared));
     }
 }
 
 TEST_F(ThreadPoolSharing, RunningTaskHasItsOwnReferenceBeforeItReadsItsContext)
 {
-    file(shared);
-    const nim::mem::RefCntObject* const object = here(shared);
+    insert(shared);
+    const nim::mem::RefCntObject* const object = entry(shared);
     ThreadPool pair(nullptr, 2, 0, 0, 0, 0, 10);
     Gate entered[2];
     const auto enter = [&](Gate& mine) {
@@ -232,9 +232,9 @@ TEST_F(ThreadPoolSharing, RunningTaskHasItsOwnReferenceBeforeItReadsItsContext)
     EXPECT_TRUE(pair.add(second));
     entered[0].pass();
     entered[1].pass();
-    EXPECT_EQ(3U, object->refCount()) << "the context, the two tasks";
+    EXPECT_EQ(3U, object->refCount()) << "the context, the two running tasks";
     EXPECT_TRUE(pair.add(queued));
-    EXPECT_EQ(4U, object->refCount()) << "and the queued one";
+    EXPECT_EQ(4U, object->refCount()) << "the context, the two running tasks, the queued one";
     context->clearContent();
     EXPECT_EQ(3U, object->refCount());
     gate.open();
@@ -244,13 +244,13 @@ TEST_F(ThreadPoolSharing, RunningTaskHasItsOwnReferenceBeforeItReadsItsContext)
 
 TEST_F(ThreadPoolSharing, LastTaskIsTheOnlyOwnerOfAnEntryThatTheSourceRemoved)
 {
-    file(shared);
-    const nim::mem::RefCntObject* const object = here(shared);
+    insert(shared);
+    const nim::mem::RefCntObject* const object = entry(shared);
     occupy();
     std::uint32_t counts[4] = {0, 0, 0, 0};
     const auto look = [&](std::uint32_t* count) {
         count[0] = object->refCount();
-        count[1] = here(shared)->refCount();
+        count[1] = entry(shared)->refCount();
     };
     OwnTask first([&] { look(counts); });
     OwnTask second([&] { look(counts + 2); });
@@ -259,14 +259,14 @@ TEST_F(ThreadPoolSharing, LastTaskIsTheOnlyOwnerOfAnEntryThatTheSourceRemoved)
     context->clearContent();
     gate.open();
     pool.shutdown(true);
-    EXPECT_EQ(2U, counts[0]) << "its own and that of the queued one";
+    EXPECT_EQ(2U, counts[0]) << "its own reference and that of the queued task";
     EXPECT_EQ(2U, counts[1]);
     EXPECT_EQ(1U, counts[2]);
     EXPECT_EQ(1U, counts[3]);
     EXPECT_EQ(0, living);
 }
 
-/** Content that its sole owner changes in place. */
+/** An entry that its sole owner changes in place. */
 class Version : public nim::mem::RefCntObject
 {
 public:
@@ -275,15 +275,15 @@ public:
     int number;
 };
 
-// The numbers are not synchronised but by the counts: the thread sanitizer is the judge, too.
+// Only the reference counts synchronise the numbers: the thread sanitizer checks that, too.
 TEST_F(ThreadPoolSharing, CopyOnWriteByRefCountKeepsTheVersionOfQueuedTasks)
 {
     ThreadPool pair(nullptr, 2, 0, 0, 0, 0, 1000);
     nim::mem::RcoRef<Version> version(new Version(0));
     context->add(RefCntObjectRef(version), shared);
-    std::atomic<int> right{0};
+    std::atomic<int> correct{0};
     for (int number = 1; number <= 2000; ++number) {
-        // This test and the context are the only owners, or there are tasks.
+        // If this test and the context are the only owners, no task has a reference.
         if (version->refCount() == 2) {
             version->number = number;
         } else {
@@ -291,12 +291,12 @@ TEST_F(ThreadPoolSharing, CopyOnWriteByRefCountKeepsTheVersionOfQueuedTasks)
             version = new Version(number);
             context->add(RefCntObjectRef(version), shared);
         }
-        const auto check = [&right, this, number] {
+        const auto check = [&correct, this, number] {
             const ContainerContextRef mine = ContainerContext::current();
             const auto& seen = dynamic_cast<const Version&>(*mine->find(shared));
-            const bool wasRight = seen.number == number;
+            const bool wasCorrect = seen.number == number;
             std::this_thread::yield();
-            right += wasRight && seen.number == number ? 1 : 0;
+            correct += wasCorrect && seen.number == number ? 1 : 0;
         };
         EXPECT_TRUE(pair.add(new OwnTask(check), true));
         EXPECT_TRUE(pair.add(new OwnTask(check), true));
@@ -307,18 +307,18 @@ TEST_F(ThreadPoolSharing, CopyOnWriteByRefCountKeepsTheVersionOfQueuedTasks)
         }
     }
     pair.shutdown(true);
-    EXPECT_EQ(4000, right);
+    EXPECT_EQ(4000, correct);
 }
 
-// The submitter gives its object up: only the last of the tasks finds itself alone and changes it.
+// The submitter releases its reference: only the last task is the sole owner and changes the object.
 TEST_F(ThreadPoolSharing, CopyOnWriteByRefCountIsSafeAmongTasks)
 {
     ThreadPool pair(nullptr, 2, 0, 0, 0, 0, 1000);
-    std::atomic<int> right{0};
-    const auto use = [&right, this] {
+    std::atomic<int> correct{0};
+    const auto use = [&correct, this] {
         const ContainerContextRef mine = ContainerContext::current();
         auto& object = const_cast<Version&>(dynamic_cast<const Version&>(*mine->find(shared)));
-        right += object.number == 0 ? 1 : 0;
+        correct += object.number == 0 ? 1 : 0;
         if (object.refCount() == 1) {
             ++object.number;
         }
@@ -331,7 +331,7 @@ TEST_F(ThreadPoolSharing, CopyOnWriteByRefCountIsSafeAmongTasks)
         context->remove(shared);
     }
     pair.shutdown(true);
-    EXPECT_EQ(3000, right);
+    EXPECT_EQ(3000, correct);
 }
 
 TEST_F(ThreadPoolSharing, EachTaskHasItsOwnClones)
@@ -348,7 +348,7 @@ TEST_F(ThreadPoolSharing, EachTaskHasItsOwnClones)
     });
     EXPECT_TRUE(pool.add(first));
     EXPECT_TRUE(pool.add(second));
-    EXPECT_EQ(3, living) << "cloned by the adds";
+    EXPECT_EQ(3, living) << "the original and one clone for each add";
     gate.open();
     awaitEnd(inner);
     pool.shutdown(true);
@@ -365,10 +365,10 @@ TEST_F(ThreadPoolSharing, EachTaskHasItsOwnClones)
 
 TEST_F(ThreadPoolSharing, CanBePassedOnByATaskThatHasNotReadIt)
 {
-    file(shared);
-    const nim::mem::RefCntObject* const object = here(shared);
+    insert(shared);
+    const nim::mem::RefCntObject* const object = entry(shared);
     const nim::mem::RefCntObject* seen = nullptr;
-    OwnTask inner([&] { seen = here(shared); });
+    OwnTask inner([&] { seen = entry(shared); });
     OwnTask outer([&] { EXPECT_TRUE(pool.add(inner)); });
     EXPECT_TRUE(pool.add(outer));
     awaitEnd(inner);
@@ -377,22 +377,22 @@ TEST_F(ThreadPoolSharing, CanBePassedOnByATaskThatHasNotReadIt)
 
 TEST_F(ThreadPoolSharing, TaskDoesNotPassOnTheSnapshotOfTheTaskBeforeIt)
 {
-    // The first task gets a context without entries, submits with it, and makes nothing of it. Its own task
-    // still waits when the next one submits.
-    file(left);
+    // The first task submits a task from a context without entries, and does not change that context. The
+    // submitted task is still queued when the next one submits.
+    insert(left);
     occupy();
     ThreadPool submitters(nullptr, 1, 0, 0, 0, 0, 1000);
-    OwnTask empty([&] { EXPECT_EQ(nullptr, here(shared)); });
+    OwnTask empty([&] { EXPECT_EQ(nullptr, entry(shared)); });
     OwnTask first([&] {
         EXPECT_TRUE(pool.add(empty));
-        EXPECT_EQ(nullptr, here(shared));
+        EXPECT_EQ(nullptr, entry(shared));
     });
     EXPECT_TRUE(submitters.add(first));
     awaitEnd(first);
-    file(shared);
-    const nim::mem::RefCntObject* const object = here(shared);
+    insert(shared);
+    const nim::mem::RefCntObject* const object = entry(shared);
     const nim::mem::RefCntObject* seen = nullptr;
-    OwnTask inner([&] { seen = here(shared); });
+    OwnTask inner([&] { seen = entry(shared); });
     OwnTask second([&] { EXPECT_TRUE(pool.add(inner)); });
     EXPECT_TRUE(submitters.add(second));
     awaitEnd(second);
@@ -404,10 +404,10 @@ TEST_F(ThreadPoolSharing, TaskDoesNotPassOnTheSnapshotOfTheTaskBeforeIt)
 
 TEST_F(ThreadPoolSharing, SnapshotIsReleasedWithDiscardedTasks)
 {
-    file(shared);
+    insert(shared);
     occupy();
-    OwnTask dropped[3];
-    for (OwnTask& task : dropped) {
+    OwnTask discarded[3];
+    for (OwnTask& task : discarded) {
         EXPECT_TRUE(pool.add(task));
     }
     context->clearContent();
@@ -418,7 +418,7 @@ TEST_F(ThreadPoolSharing, SnapshotIsReleasedWithDiscardedTasks)
     }
     gate.open();
     closer.join();
-    EXPECT_EQ(Task::TSF_QUEUED, dropped[2].status());
+    EXPECT_EQ(Task::TSF_QUEUED, discarded[2].status());
 }
 
 TEST_F(ThreadPoolSharing, ManyThreadsMayCopyOneContext)
@@ -432,13 +432,13 @@ TEST_F(ThreadPoolSharing, ManyThreadsMayCopyOneContext)
             for (int i = 0; i < 3; ++i) {
                 submitters.push_back(std::make_unique<Caller>([&] {
                     for (int k = 0; k < 20; ++k) {
-                        pool.add(new OwnTask([&] { found += here(shared) != nullptr ? 1 : 0; }), true, true,
+                        pool.add(new OwnTask([&] { found += entry(shared) != nullptr ? 1 : 0; }), true, true,
                                  common.get());
                     }
                 }));
             }
         }
-        // Some tasks are still to come, some look just now.
+        // Some tasks are still queued, others are reading the context.
         common->clearContent();
         while (living != 0) {
             std::this_thread::yield();
@@ -451,8 +451,8 @@ TEST_F(ThreadPoolSharing, CanBePassedOnWhileTheSourceChanges)
 {
     std::atomic<int> found{0};
     for (int round = 0; round < 2000; ++round) {
-        file(shared);
-        pool.add(new OwnTask([&] { found += here(shared) != nullptr ? 1 : 0; }), true);
+        insert(shared);
+        pool.add(new OwnTask([&] { found += entry(shared) != nullptr ? 1 : 0; }), true);
         pool.add(new OwnTask, true);
         context->remove(shared);
     }

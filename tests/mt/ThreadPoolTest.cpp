@@ -119,7 +119,7 @@ TEST(ThreadPool, TaskThatRunsAnotherTaskIsFinished)
     EXPECT_EQ(Task::TSF_FINISHED, inner.status());
 }
 
-/** Runs its target, and more. */
+/** Runs its target twice. */
 class Twice : public Task
 {
 public:
@@ -212,7 +212,7 @@ TEST(ThreadPool, NonBlockingAddReturnsFalseWithALimitOfZero)
     EXPECT_FALSE(pool->add(&task, true, false));
     EXPECT_EQ(Task::TSF_READY, task.status());
     EXPECT_EQ(0, destroyed);
-    // Blocking, it is handed over to a worker.
+    // A blocking add hands the task to a worker.
     EXPECT_TRUE(pool->add(task, true));
     awaitEnd(task);
 }
@@ -230,7 +230,7 @@ TEST(ThreadPool, NonBlockingAddReturnsFalseAtTheLimit)
     EXPECT_TRUE(pool->add(first, false));
     EXPECT_TRUE(pool->add(second, false));
     EXPECT_FALSE(pool->add(third, false));
-    EXPECT_FALSE(pool->add(&third, true, false)) << "it stays the caller's";
+    EXPECT_FALSE(pool->add(&third, true, false)) << "it remains the caller's";
     EXPECT_EQ(Task::TSF_READY, third.status());
     both.end();
     awaitEnd(first);
@@ -257,7 +257,7 @@ TEST(ThreadPool, AddBlocksWhileThePoolIsFull)
     awaitEnd(second);
 }
 
-/** Content whose copy, made by an adder, waits. */
+/** An entry whose copy, which the adding thread makes, waits. */
 class SlowContent : public nim::mem::RefCntObject, public nim::type::Cloneable
 {
 public:
@@ -289,7 +289,7 @@ TEST(ThreadPool, NonBlockingAddDoesNotWaitIfAnotherThreadFillsTheQueue)
     bool added = false;
     Caller adder([&] { added = pool->add(late, false, context.get()); });
     entered.pass();
-    // The adder has passed the limit. Now the room is taken.
+    // The adding thread has passed the check of the limit. Now another task fills the queue.
     EXPECT_TRUE(pool->add(first, false));
     leave.open();
     adder.join();
@@ -322,7 +322,7 @@ TEST(ThreadPool, TasksThatAddWithoutBlockingToTheirOwnPoolDoNotDeadlock)
         EXPECT_TRUE(pool->add(outer.back()));
         entered[static_cast<std::size_t>(i)].pass();
     }
-    // Both workers have passed the limit. Now the room is taken, and no worker is free to make any.
+    // Both workers have passed the check of the limit. Another task fills the queue, and no worker is free.
     OwnTask first([&] { ++runs; });
     EXPECT_TRUE(pool->add(first, false));
     leave.open();

@@ -89,7 +89,7 @@ TEST(Thread, DeletesItsTargetIfItOwnsIt)
         Thread thread(new Work(nullptr, &destroyed), true, true);
         thread.start();
         thread.join();
-        EXPECT_EQ(0, destroyed) << "not before the thread object goes";
+        EXPECT_EQ(0, destroyed) << "not before the thread object is destroyed";
     }
     EXPECT_EQ(1, destroyed);
     {
@@ -105,11 +105,11 @@ TEST(Thread, DeletesItsTargetIfItOwnsIt)
 }
 
 /** A task that records the state in which it is destroyed. */
-class Dying : public OwnTask
+class StateRecorder : public OwnTask
 {
 public:
-    explicit Dying(Task::TaskState& stateAtEnd) : state(stateAtEnd) {}
-    ~Dying() override
+    explicit StateRecorder(Task::TaskState& stateAtEnd) : state(stateAtEnd) {}
+    ~StateRecorder() override
     {
         state = status();
     }
@@ -122,15 +122,15 @@ TEST(Thread, StateOfAnOwnedTargetIsDestroyed)
 {
     Task::TaskState state = Task::TSF_READY;
     {
-        const Thread managing(new Dying(state), true, true);
+        const Thread managing(new StateRecorder(state), true, true);
     }
     EXPECT_EQ(Task::TSF_DESTROYED, state);
     {
-        Dying target(state);
+        StateRecorder target(state);
         {
             const Thread thread(target);
         }
-        EXPECT_EQ(Task::TSF_READY, target.status()) << "it is not the thread's to end";
+        EXPECT_EQ(Task::TSF_READY, target.status()) << "the thread does not own it";
     }
     EXPECT_EQ(Task::TSF_READY, state);
 }
@@ -172,7 +172,7 @@ TEST(Thread, RunsAPlainTarget)
     Thread thread(work);
     EXPECT_EQ(Task::TSF_READY, thread.status());
     thread.start();
-    // A join that has begun would be the state.
+    // Without this, `state` might be that of a join that has begun.
     seen.pass();
     EXPECT_EQ(nullptr, thread.join());
     EXPECT_EQ(&thread, current);

@@ -1,5 +1,5 @@
-// What happens to waits, clocks and records when the wall clock is stepped, and after January 2038. A program
-// of its own: it stands in for the wall clock.
+// Waits, clocks and records when the wall clock is stepped, and after January 2038. A separate program, since
+// it replaces the wall clock.
 
 #include <dalnim/log/Common.hpp>
 #include <dalnim/log/Module.hpp>
@@ -27,9 +27,9 @@
 
 namespace {
 
-/** By how many seconds the wall clock is off. */
+/** Offset of the wall clock, in seconds. */
 std::atomic<std::int64_t> offset{0};
-/** A step that follows the next look of this thread at the wall clock. */
+/** The step, in seconds, after the next reading of the wall clock by this thread; 0 for none. */
 thread_local std::int64_t stepAfterRead = 0;
 
 void step(std::int64_t seconds) noexcept
@@ -78,7 +78,7 @@ constexpr std::int64_t HOUR = 3600;
 /** The first second of the year 2100. */
 constexpr std::int64_t YEAR_2100 = 4102444800;
 constexpr unsigned int WAIT_MS = 50;
-/** Long for a wait of WAIT_MS on a busy machine, and short for one of an hour. */
+/** Much longer than a wait of WAIT_MS on a busy machine, and much shorter than an hour. */
 constexpr Milliseconds FAR_TOO_LONG(20000);
 
 class Item : public QueueElement
@@ -104,11 +104,11 @@ protected:
     }
 };
 
-/** The wall clock is stepped by the parameter: during the wait, and after its first look at that clock. */
+/** The wall clock is stepped by the parameter: during the wait, and after the wait first reads that clock. */
 class WaitsUnderAStepTest : public WallClockTest, public testing::WithParamInterface<std::int64_t>
 {
 protected:
-    /** Runs `wait`, which is to last for WAIT_MS; `wake` ends one that lasts for too long. */
+    /** Checks that `wait` lasts for WAIT_MS; `wake` ends a wait that lasts too long. */
     static void expectItsDuration(const std::function<void()>& wait, const std::function<void()>& wake)
     {
         std::promise<void> begun;
@@ -155,7 +155,7 @@ TEST_P(WaitsUnderAStepTest, QueueNextReturnsAnElementThatIsInsertedAfterTheStep)
     });
     begun.get_future().wait();
     step(GetParam());
-    EXPECT_EQ(std::future_status::timeout, taken.wait_for(Milliseconds(WAIT_MS))) << "the wait was cut";
+    EXPECT_EQ(std::future_status::timeout, taken.wait_for(Milliseconds(WAIT_MS))) << "the wait was shortened";
     Item item;
     ASSERT_TRUE(queue.insert(&item));
     EXPECT_EQ(&item, taken.get());

@@ -128,7 +128,7 @@ public:
     nim::type::Cloneable* clone(bool deep) const override
     {
         if (value < 0) {
-            throw std::runtime_error("not to be cloned");
+            throw std::runtime_error("must not be cloned");
         }
         return new Content(value, deep ? DEEP : SHALLOW);
     }
@@ -141,16 +141,16 @@ public:
 class Keys
 {
 public:
-    nim::mem::RefCntObjectRef file(unsigned int key, int value) const
+    nim::mem::RefCntObjectRef insert(unsigned int key, int value) const
     {
         const nim::mem::RefCntObjectRef ref(new Content(value));
         nim::type::ContainerContext::current()->add(ref, key);
         return ref;
     }
-    void fileAll(int value) const
+    void insertAll(int value) const
     {
         for (const unsigned int key : {left, shared, shallow, deep}) {
-            file(key, value);
+            insert(key, value);
         }
     }
     void removeAll() const
@@ -161,16 +161,16 @@ public:
     }
 
     /** Returns the entry under a key in the current context, or null. */
-    static const Content* here(unsigned int key)
+    static const Content* find(unsigned int key)
     {
         const nim::type::ContainerContextRef context = nim::type::ContainerContext::current();
         const nim::type::ContainerContext& content = *context;
         return dynamic_cast<const Content*>(content.find(key).get());
     }
-    bool noneHere() const
+    bool noneFound() const
     {
-        return here(left) == nullptr && here(shared) == nullptr && here(shallow) == nullptr
-               && here(deep) == nullptr;
+        return find(left) == nullptr && find(shared) == nullptr && find(shallow) == nullptr
+               && find(deep) == nullptr;
     }
 
     const unsigned int left = nim::type::Context::allocateKey(0);
@@ -183,10 +183,10 @@ public:
 struct Found
 {
     /** Reads the context of the calling thread. */
-    void look(const Keys& keys)
+    void read(const Keys& keys)
     {
-        left = Keys::here(keys.left);
-        shared = Keys::here(keys.shared);
+        left = Keys::find(keys.left);
+        shared = Keys::find(keys.shared);
         keep(shallow, keys.shallow);
         keep(deep, keys.deep);
     }
@@ -199,7 +199,7 @@ struct Found
 private:
     static void keep(nim::mem::RcoRef<Content>& ref, unsigned int key)
     {
-        ref = const_cast<Content*>(Keys::here(key));
+        ref = const_cast<Content*>(Keys::find(key));
     }
 };
 

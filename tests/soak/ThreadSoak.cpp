@@ -78,7 +78,7 @@ long status(const std::string& name)
 void startAndJoin(const Keys& keys)
 {
     int seen = 0;
-    Work work([&] { seen = Keys::here(keys.deep)->value; });
+    Work work([&] { seen = Keys::find(keys.deep)->value; });
     Work failing([] { throw nim::sys::system_error(5, "disk gone"); });
     Task task(work);
     Thread clean(task);
@@ -98,7 +98,7 @@ void startDetached(const Keys& keys)
     std::atomic<int> destroyed{0};
     std::vector<std::unique_ptr<Thread>> threads;
     for (int i = 0; i < 4; ++i) {
-        auto* const work = new Work([&] { found += Keys::here(keys.shared) != nullptr; }, &destroyed);
+        auto* const work = new Work([&] { found += Keys::find(keys.shared) != nullptr; }, &destroyed);
         threads.emplace_back(Thread::start(work, false, true, nullptr));
     }
     for (const auto& thread : threads) {
@@ -273,7 +273,7 @@ int soak(int seconds)
     int rounds = 0;
     {
         const Keys keys;
-        keys.fileAll(7);
+        keys.insertAll(7);
         for (; !watch.isOver(); ++rounds) {
             round(keys, rounds);
             watch.look(rounds + 1);
