@@ -280,7 +280,7 @@ TEST_F(RecordStreamTest, RandomOperationsHaveTheSameResult)
                 os.seekp(-static_cast<int>(upTo(100)), std::ios_base::end);
                 break;
             case 5:
-                os.seekp(upTo(5000));
+                os.seekp(static_cast<int>(upTo(5000)));
                 break;
             case 6:
                 if (upTo(20) == 0) {

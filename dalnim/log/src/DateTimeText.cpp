@@ -9,7 +9,6 @@
 #include <dalnim/sys/internal/src/TimeZone.hpp>
 
 #include <cstdint>
-#include <cstring>
 #include <langinfo.h>
 
 namespace com::kor::dal::nim::log {
@@ -114,8 +113,9 @@ std::size_t formatTime(char* text, std::size_t size, const Calendar& time, const
     if (secondsEast != nullptr) {
         end = writeZone(end, *secondsEast);
     } else {
-        std::memcpy(end, "UTC", 3);
-        end += 3;
+        for (const char letter : {'U', 'T', 'C'}) {
+            *end++ = letter;
+        }
     }
     *end++ = ' ';
     end = DecimalDigits::writePair(end, time.year / 100);
