@@ -43,7 +43,7 @@ public:
 
     /**
      * @param tgt       the target, which runs on the thread
-     * @param joinable  whether the thread must be joined; start() may change it
+     * @param joinable  true for a joinable thread, false for a detached one; start() may change it
      * @param destroy   makes this object an owner of `tgt`. If `tgt` is reference-counted, the thread
      *                  acquires a reference now and releases it in its destructor; otherwise its destructor
      *                  deletes `tgt`. If construction fails, `tgt` remains the caller's
@@ -79,7 +79,7 @@ public:
 
     /**
      * Starts the thread.
-     * @param joinable  whether the thread must be joined, instead of the constructor's value
+     * @param joinable  true for a joinable thread, false for a detached one; replaces the constructor's value
      * @param context   the context to copy for the new thread, on the calling thread; null for the calling
      *                  thread's current one
      * @throws std::logic_error  "Thread not ready to be started" if the state is not TSF_READY
@@ -152,7 +152,7 @@ public:
      *                           run to join
      */
     const std::exception* join();
-    /** Returns true if the thread must be joined. */
+    /** Returns true if the thread is joinable, false if it is detached. */
     bool joinable() const noexcept
     {
         return _joinable;
