@@ -1,4 +1,4 @@
-// Each call of the system that a log file makes, refused. What no real file can be made to do.
+// Failures of each system call of a log file, also those that no real file causes.
 
 #include "layer/Expect.hpp"
 #include "layer/Fault.hpp"
@@ -32,19 +32,19 @@ using faults::Call;
 using faults::Fault;
 using testing::HasSubstr;
 
-/** That of standard error, before a test replaces it. */
+/** The buffer of standard error before a test replaces it. */
 std::streambuf* const ownBuffer = std::cerr.rdbuf();
 
 class LogFileCallsFault : public LogFileFixture
 {
 protected:
-    /** How a line ends while a call fails: "number text", or empty when it is taken. */
+    /** Returns the error that logging a line throws if a call fails: "number message"; empty for none. */
     String failureOf(Call call, int error, const String& line)
     {
         return faults::failureOf(call, error, [&] { file->log(line); });
     }
 
-    /** The next line, of another thread, which finds the lock free. */
+    /** Logs the next line on another thread, which checks that the lock is free. */
     void logNext(const String& line)
     {
         std::thread([&] { EXPECT_NO_THROW(file->log(line)); }).join();
@@ -53,7 +53,7 @@ protected:
 
 // ---- opening --------------------------------------------------------------------------------
 
-TEST_F(LogFileCallsFault, PathIsClearedIfTheFileCannotBeOpened)
+TEST_F(LogFileCallsFault, PathThatCannotBeOpenedIsCleared)
 {
     for (const int error : {EMFILE, ENFILE, ENOSPC, EIO, ENOMEM, EACCES, EINTR, EROFS}) {
         file->setPath(path);
@@ -88,7 +88,7 @@ TEST_F(LogFileCallsFault, DirectoryThatCannotBeCreatedIsTriedAgain)
     EXPECT_EQ("at last\n", contentOf(name));
 }
 
-TEST_F(LogFileCallsFault, PathIsClearedIfTheFileMayNotBeCreated)
+TEST_F(LogFileCallsFault, PathThatMayNotBeCreatedIsCleared)
 {
     file->setPath(path);
     EXPECT_EQ("13 Permission denied", failureOf(Call::ACCESS, EACCES, "lost"));
@@ -99,7 +99,7 @@ TEST_F(LogFileCallsFault, PathIsClearedIfTheFileMayNotBeCreated)
 
 // ---- writing --------------------------------------------------------------------------------
 
-TEST_F(LogFileCallsFault, RejectedLineIsWrittenToStandardError)
+TEST_F(LogFileCallsFault, LineThatCannotBeWrittenIsWrittenToStandardError)
 {
     for (const int error : {EIO, ENOSPC, EDQUOT, EFBIG, EAGAIN, EBADF}) {
         std::filesystem::remove(path);
@@ -110,7 +110,7 @@ TEST_F(LogFileCallsFault, RejectedLineIsWrittenToStandardError)
         EXPECT_EQ(path, file->getPath());
         EXPECT_FALSE(file->is_open());
         EXPECT_EQ("one\n", contentOf(path));
-        // The next one tries the file again.
+        // The next line is written to the file again.
         logNext("three");
         EXPECT_EQ("", err.take());
         EXPECT_TRUE(file->is_open());
@@ -118,7 +118,7 @@ TEST_F(LogFileCallsFault, RejectedLineIsWrittenToStandardError)
     }
 }
 
-TEST_F(LogFileCallsFault, InterruptedWriteIsContinued)
+TEST_F(LogFileCallsFault, InterruptedWriteContinues)
 {
     open();
     file->log("one");
@@ -129,12 +129,12 @@ TEST_F(LogFileCallsFault, InterruptedWriteIsContinued)
     EXPECT_EQ("one\ntwo\n", contentOf(path));
 }
 
-TEST_F(LogFileCallsFault, AFileThatFailedRecoversByItsRotation)
+TEST_F(LogFileCallsFault, FileThatFailedRecoversByItsRotation)
 {
     open(10);
     file->log("one");
     EXPECT_EQ("", failureOf(Call::WRITE, EIO, "two"));
-    // What is on standard error by then is beyond the limit.
+    // By then, the position of standard error exceeds the size limit.
     EXPECT_THAT(err.take(), testing::StartsWith(COMPLAINT + "two\nLogFile:"));
     logNext("three");
     EXPECT_EQ("one\n", contentOf(old(0)));
@@ -146,7 +146,7 @@ TEST_F(LogFileCallsFault, AFileThatFailedRecoversByItsRotation)
 class RotationCallsFault : public LogFileCallsFault
 {
 protected:
-    /** Two old files and one that is one line from its limit. */
+    /** Creates two rotated files, and a current one that the next line fills. */
     void prepare(std::size_t maxFiles = 0)
     {
         for (const String& name : namesIn(folder.path())) {
@@ -158,8 +158,8 @@ protected:
         file->log("one");
     }
 
-    /** All lines of all files, in the order of the names. */
-    String kept()
+    /** Returns all lines of all files, in the order of the names. */
+    String allLines()
     {
         String all;
         for (const String& name : namesIn(folder.path())) {
@@ -169,7 +169,7 @@ protected:
     }
 };
 
-TEST_F(RotationCallsFault, ARenameRefusedAtEachStepLosesNothing)
+TEST_F(RotationCallsFault, FailedRenameAtAnyStepLosesNoRecord)
 {
     for (const int error : {EACCES, EIO, ENOSPC, EROFS, EBUSY}) {
         for (unsigned int step = 1; step <= 3; ++step) {
@@ -183,7 +183,7 @@ TEST_F(RotationCallsFault, ARenameRefusedAtEachStepLosesNothing)
                                           + String(std::strerror(error)) + "\n"));
             expectStandardError();
             EXPECT_EQ("one\n0123456789\n", contentOf(path));
-            EXPECT_THAT(kept(), testing::AllOf(HasSubstr("zero\n"), HasSubstr("minus one\n")));
+            EXPECT_THAT(allLines(), testing::AllOf(HasSubstr("zero\n"), HasSubstr("minus one\n")));
             logNext("next");
             EXPECT_EQ("next\n", err.take());
         }
@@ -194,7 +194,7 @@ TEST_F(RotationCallsFault, ARenameRefusedAtEachStepLosesNothing)
     }
 }
 
-TEST_F(RotationCallsFault, AnOldestThatCannotBeRemovedIsOnlyTraced)
+TEST_F(RotationCallsFault, OldestFileThatCannotBeRemovedIsOnlyTraced)
 {
     for (const int error : {EACCES, EIO, EBUSY}) {
         prepare(2);
@@ -210,7 +210,7 @@ TEST_F(RotationCallsFault, AnOldestThatCannotBeRemovedIsOnlyTraced)
     }
 }
 
-TEST_F(RotationCallsFault, AFileThatWillNotOpenAnewIsTold)
+TEST_F(RotationCallsFault, FileThatCannotBeReopenedIsReported)
 {
     for (const int error : {EMFILE, EACCES, ENOSPC, EIO, ENOMEM}) {
         prepare();
@@ -250,7 +250,7 @@ TEST_F(RotationCallsFault, FileThatCannotBeOpenedForAnotherReasonIsNotTriedAgain
     }
 }
 
-/** What file systems and kernels answer that cannot rename without replacing. */
+/** The errors of file systems and kernels that cannot rename without replacing. */
 TEST_F(RotationCallsFault, FilesAreLinkedAndUnlinkedWhereTheyCannotBeRenamedWithoutReplacing)
 {
     for (const int error : {EINVAL, ENOSYS, EPERM}) {
@@ -265,7 +265,7 @@ TEST_F(RotationCallsFault, FilesAreLinkedAndUnlinkedWhereTheyCannotBeRenamedWith
     }
 }
 
-/** Each file that a move by two names has left, and the live one. */
+/** Interrupted between link and unlink, for each of the rotated files and the current one. */
 TEST_F(RotationCallsFault, MoveThatWasCutShortIsCompletedByTheNextRotation)
 {
     for (int named = 0; named <= 2; ++named) {
@@ -304,7 +304,7 @@ TEST_F(RotationCallsFault, OldFilesInADirectoryThatCannotBeReadAreKept)
         EXPECT_EQ("one\n0123456789\n", contentOf(old(0)));
         EXPECT_EQ("zero\n", contentOf(old(1)));
         EXPECT_EQ("minus one\n", contentOf(old(2)));
-        // They are counted by their names, so that the limit still holds.
+        // The files are counted by their names, so the limit is still applied.
         file->log("9876543210");
         EXPECT_EQ(4u, namesIn(folder.path()).size());
         EXPECT_EQ("zero\n", contentOf(old(2)));
@@ -323,8 +323,8 @@ TEST_F(RotationCallsFault, OldFilesThatCannotBeRemovedAreTraced)
     EXPECT_EQ(1u, file->getMaxNumberOfFiles());
 }
 
-/** Each rotation loses no more than the oldest file, which it names, and every line is accounted for. */
-TEST_F(RotationCallsFault, ADiskThatStaysFullCostsTheOldestFileARotation)
+/** Each rotation loses only the oldest file, which it names, and each line is written to standard error. */
+TEST_F(RotationCallsFault, FullDiskCostsTheOldestFilePerRotation)
 {
     constexpr std::size_t FILES = 3;
     for (std::size_t i = 0; i < FILES; ++i) {
@@ -337,12 +337,12 @@ TEST_F(RotationCallsFault, ADiskThatStaysFullCostsTheOldestFileARotation)
     for (int i = 0; i < 5; ++i) {
         const String line = "refused " + std::to_string(i) + String(10, 'x');
         file->log(line);
-        const String told = err.take();
-        // The error message alone exceeds the limit: the file is rotated each time.
-        EXPECT_THAT(told,
+        const String printed = err.take();
+        // The error message alone exceeds the size limit, so each line starts another rotation.
+        EXPECT_THAT(printed,
                     testing::StartsWith(COMPLAINT + line + "\nLogFile:#:switchFile(): Switching log file ["
                                         + path + "] ...\n"));
-        EXPECT_THAT(told, HasSubstr("switchFile(): Removing [" + old(FILES - 1) + "]\n"));
+        EXPECT_THAT(printed, HasSubstr("switchFile(): Removing [" + old(FILES - 1) + "]\n"));
         expected.insert(expected.begin(), String());
         expected.pop_back();
         EXPECT_EQ(expected, (std::vector<String>{contentOf(path), contentOf(old(0)), contentOf(old(1)),
@@ -351,10 +351,9 @@ TEST_F(RotationCallsFault, ADiskThatStaysFullCostsTheOldestFileARotation)
     }
 }
 
-/** With threads whose calls fail occasionally: each line whose log() returned is in a file or on standard
- * error.
+/** Calls of each thread fail now and then: each line whose call returned is in a file or on standard error.
  */
-TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoLine)
+TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoRecord)
 {
     constexpr unsigned int THREADS = 4;
     constexpr unsigned int LINES = 2000;
@@ -375,7 +374,7 @@ TEST_F(RotationCallsFault, FailuresUnderLoadLoseNoLine)
                     returned[t].insert(line);
                     failures += fault.failed();
                 } catch (const system_error& error) {
-                    // A path that was set again, and not opened.
+                    // The path was set again, and the file could not be opened.
                     EXPECT_EQ(ENOSPC, error.error());
                 }
                 const std::lock_guard<std::mutex> guard(repair);
@@ -416,7 +415,7 @@ TEST_F(LogFileCallsFault, OpeningOfAPipeIsRepeatedAfterASignal)
     ::close(reader);
 }
 
-TEST_F(LogFileCallsFault, InterruptedWriteToStandardErrorGoesOn)
+TEST_F(LogFileCallsFault, InterruptedWriteToStandardErrorContinues)
 {
     EXPECT_EQ(0, inChildProcess([this] {
                   const int opened = ::open((folder / "err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
@@ -449,7 +448,7 @@ TEST_F(LogFileCallsFault, LineIsWrittenCompletelyOrNotAtAll)
                 },
                 [&](LogFileRef& log) {
                     if (log->getPath().empty()) {
-                        // Forgotten with the memory for its stream.
+                        // Cleared, since there was no memory for its stream.
                         log->setPath(path);
                     }
                     log->log(line);
@@ -463,7 +462,7 @@ TEST_F(LogFileCallsFault, LineIsWrittenCompletelyOrNotAtAll)
     }
 }
 
-TEST_F(LogFileCallsFault, SettingsAreAppliedOrThrowBadAlloc)
+TEST_F(LogFileCallsFault, SettingsAreAppliedOrRunOutOfMemory)
 {
     const faults::FixedErr fixed;
     create(old(0), "zero\n");
@@ -477,7 +476,7 @@ TEST_F(LogFileCallsFault, SettingsAreAppliedOrThrowBadAlloc)
               3u);
 }
 
-/** A path that is too long for the usual trace, so that each trace asks for memory. */
+/** Returns a path that is too long for the trace's buffer, so that each trace allocates memory. */
 String longPath(const Folder& folder)
 {
     const String directory = folder / String(200, 'a') + '/' + String(200, 'b') + '/' + String(200, 'c');
@@ -485,10 +484,10 @@ String longPath(const Folder& folder)
     return directory + '/' + String(200, 'd');
 }
 
-TEST_F(LogFileCallsFault, ARotationEndsOrGoesBackToStandardErrorAndSaysSo)
+TEST_F(LogFileCallsFault, RotationSucceedsOrFallsBackToStandardErrorAndReportsIt)
 {
     faults::FixedErr fixed;
-    // The first call of a thread needs memory of its own.
+    // The first call on a new thread would allocate memory, too.
     faults::WalkOptions options;
     options.onThisThread = true;
     for (const String& name : {path, longPath(folder)}) {
@@ -531,22 +530,22 @@ TEST_F(LogFileCallsFault, ARotationEndsOrGoesBackToStandardErrorAndSaysSo)
     }
 }
 
-/** Standard error raises what it refuses, and refuses everything. */
-class RaisingErr
+/** Makes standard error reject all output and throw on each failure. */
+class ThrowingErr
 {
 public:
-    RaisingErr()
+    ThrowingErr()
     {
         std::cerr.clear();
         try {
             std::cerr.exceptions(std::ios_base::badbit);
         } catch (const std::ios_base::failure&) {
-            // Without a buffer it is bad from the start; the mask is set all the same.
+            // Without a buffer, badbit is already set; the mask is set nevertheless.
         }
     }
-    RaisingErr(const RaisingErr&) = delete;
-    RaisingErr& operator=(const RaisingErr&) = delete;
-    ~RaisingErr()
+    ThrowingErr(const ThrowingErr&) = delete;
+    ThrowingErr& operator=(const ThrowingErr&) = delete;
+    ~ThrowingErr()
     {
         std::cerr.exceptions(std::ios_base::goodbit);
     }
@@ -555,20 +554,20 @@ private:
     const support::StandardErrorTo nothing{nullptr};
 };
 
-TEST_F(LogFileCallsFault, ARotationThatCannotTellEndsAllTheSame)
+TEST_F(LogFileCallsFault, RotationThatCannotTraceSucceeds)
 {
     create(old(0), "zero\n");
     open(10);
     file->log("before");
     {
-        const RaisingErr raising;
+        const ThrowingErr throwing;
         EXPECT_NO_THROW(file->log("0123456789"));
     }
     EXPECT_EQ("before\n0123456789\n", contentOf(old(0)));
     EXPECT_EQ("zero\n", contentOf(old(1)));
     Fault fault(Call::RENAME, EIO);
     EXPECT_EQ("", faults::failureUnder(fault, [&] {
-                  const RaisingErr raising;
+                  const ThrowingErr throwing;
                   file->log("9876543210");
               }));
     EXPECT_EQ("", file->getPath());
@@ -576,7 +575,7 @@ TEST_F(LogFileCallsFault, ARotationThatCannotTellEndsAllTheSame)
     EXPECT_EQ("next\n", err.take());
 }
 
-TEST_F(LogFileCallsFault, RejectedLineIsWrittenToStandardErrorWithoutMemory)
+TEST_F(LogFileCallsFault, LineThatCannotBeWrittenSurvivesWithoutMemory)
 {
     faults::FixedErr fixed;
     for (const String& line : {String("short"), String(3000, 'x')}) {

@@ -1,4 +1,4 @@
-// Log statements that run out of memory.
+// Log statements during which memory runs out.
 
 #include "layer/Expect.hpp"
 #include "layer/Fault.hpp"
@@ -27,7 +27,7 @@ using com::kor::dal::nim::log::Write;
 using com::kor::dal::nim::sys::StackTrack;
 using com::kor::dal::nim::sys::system_error;
 
-/** A logger of its own on a file, without a prefix. */
+/** A logger that writes to a file, without a prefix. */
 struct Logger
 {
     explicit Logger(const String& path) : module("faults", write)
@@ -54,7 +54,7 @@ protected:
         return logger;
     }
 
-    /** Walks a statement, which writes `record` or fails and writes nothing. */
+    /** Fails each allocation of a statement, which must write `record`, or throw and write nothing. */
     template <class Statement>
     unsigned int walk(const String& record, Statement statement)
     {
@@ -112,7 +112,7 @@ TEST_F(StatementFault, NestedStatementIsWrittenCompletelyOrNotAtAll)
             if (done) {
                 EXPECT_THAT(content, testing::EndsWith(innerRecord + " : outer2\n"));
             } else {
-                // The inner one is complete by itself.
+                // The inner record is complete, independently of the outer one.
                 EXPECT_THAT(content, testing::AnyOf(" : first\n", " : first\n" + innerRecord));
             }
         });
@@ -133,7 +133,7 @@ TEST_F(StatementFault, TrappedExceptionIsWrittenCompletelyOrNotAtAll)
     }
 }
 
-TEST_F(StatementFault, ConstructedRecordIsWrittenCompletelyOrNotAtAll)
+TEST_F(StatementFault, ARecordThatTheProgramConstructsIsWrittenWhollyOrNotAtAll)
 {
     for (const unsigned int size : {0U, 10U, 511U, 512U, 513U, 1018U, 1024U, 5000U}) {
         SCOPED_TRACE(size);
@@ -149,9 +149,8 @@ TEST_F(StatementFault, ConstructedRecordIsWrittenCompletelyOrNotAtAll)
     }
 }
 
-/** A failure that a statement causes in its own stream is not taken for lack of memory: its record is
- * written. */
-TEST_F(StatementFault, FailureOfAnotherKindDoesNotRejectTheRecord)
+/** If the statement itself sets its stream's error state, the record is written with its text. */
+TEST_F(StatementFault, OtherStreamFailuresAreIgnored)
 {
     const char* const nothing = nullptr;
     for (const unsigned int size : {0U, 1U, 15U, 16U, 511U, 513U, 1023U, 1025U, 5000U}) {
@@ -164,7 +163,7 @@ TEST_F(StatementFault, FailureOfAnotherKindDoesNotRejectTheRecord)
     }
 }
 
-/** What the default logger begins an output with, and its reports of changes. */
+/** The stream header of the default logger, and its reports of changes. */
 TEST_F(StatementFault, ReportIsWrittenCompletelyOrNotAtAll)
 {
     faults::FixedErr fixed;
@@ -199,8 +198,8 @@ TEST_F(StatementFault, ReportIsWrittenCompletelyOrNotAtAll)
             const String content = exists(path) ? contentOf(path) : String();
             const String records = content.empty() ? content : content.substr(content.find(" INFO Write"));
             if (done) {
-                // A first try may have closed the old output, and no more; or have set the path without
-                // its report, which is not made twice.
+                // The first attempt may only have closed the old output; or it may have set the path without
+                // reporting it, and the second attempt does not report it either.
                 EXPECT_THAT(records, testing::AnyOf(first + filterReport,
                                                     header + pathReport("<not set>") + filterReport,
                                                     header + filterReport));
