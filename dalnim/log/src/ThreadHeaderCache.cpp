@@ -4,7 +4,7 @@
 
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/src/SpareHeaders.hpp>
-#include <dalnim/sys/internal/src/ThreadExitHook.hpp>
+#include <dalnim/sys/internal/src/ThreadCacheState.hpp>
 
 #include <new>
 
@@ -16,15 +16,14 @@ enum class State : unsigned char {
     /** Not constructed yet. */
     EMPTY,
     AVAILABLE,
-    IN_USE,
-    /** The thread is ending: statements that run after this construct records of their own. */
-    DESTROYED
+    IN_USE
 };
 
 /** Plain storage, which can be accessed until the very end of the thread. */
 struct Slot
 {
     State state;
+    sys::internal::ThreadCacheState cache;
     alignas(Header) unsigned char bytes[sizeof(Header)];
 
     Header& header() noexcept
@@ -41,8 +40,9 @@ void destroySlot()
     // If an operand of an active statement ends the thread, the statement keeps its record.
     if (slot.state == State::AVAILABLE) {
         slot.header().~Header();
+        slot.state = State::EMPTY;
     }
-    slot.state = State::DESTROYED;
+    slot.cache.exit();
 }
 
 sys::internal::ThreadExitHook exit_hook(destroySlot);
@@ -56,7 +56,7 @@ Header* ThreadHeaderCache::acquire(Severity severity, const SourcePosition& posi
         own.header().start(severity, position);
     } else if (SpareHeaders::isRestricted()) {
         return SpareHeaders::acquire(severity, position);
-    } else if (own.state == State::EMPTY && exit_hook.arm()) {
+    } else if (own.state == State::EMPTY && own.cache.activate(exit_hook)) {
         ::new (own.bytes) Header(Header::Origin::STATEMENT, severity, position);
     } else {
         return nullptr;

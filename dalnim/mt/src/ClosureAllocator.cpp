@@ -2,7 +2,7 @@
 
 #include <dalnim/mt/src/ClosureAllocator.hpp>
 
-#include <dalnim/sys/internal/src/ThreadExitHook.hpp>
+#include <dalnim/sys/internal/src/ThreadCacheState.hpp>
 #include <qv/pmx/src/perturb.hpp>
 
 #include <atomic>
@@ -86,33 +86,24 @@ struct Magazine
 {
     Block* first;
     unsigned int count;
-    /** Whether blocks may be cached here: the exit hook is armed and has not run. */
-    bool isActive;
-    /** Whether the exit hook has run. */
-    bool isDestroyed;
+    sys::internal::ThreadCacheState cache;
 };
 
-__attribute__((tls_model("initial-exec"))) thread_local Magazine magazine = {nullptr, 0, false, false};
+__attribute__((tls_model("initial-exec"))) thread_local Magazine magazine = {nullptr, 0, {false, false}};
 
 /** The exit hook: deletes the blocks of the thread. */
 void destroyMagazine()
 {
-    magazine.isActive = false;
-    magazine.isDestroyed = true;
+    magazine.cache.exit();
     deleteAll(magazine.first);
     magazine.first = nullptr;
 }
 
 sys::internal::ThreadExitHook exit_hook(destroyMagazine);
 
-void activateMagazine() noexcept
-{
-    magazine.isActive = !magazine.isDestroyed && exit_hook.arm();
-}
-
 void* allocateFromDepot()
 {
-    if (magazine.isActive) {
+    if (magazine.cache.isActive) {
         if (Block* const first = depot.tryPop()) {
             magazine.first = first->next;
             magazine.count = MAGAZINE_SIZE - 1;
@@ -131,18 +122,18 @@ void* ClosureAllocator::allocate()
         --magazine.count;
         return block;
     }
-    if (IS_CACHING && !magazine.isActive) {
-        activateMagazine();
+    if (IS_CACHING && !magazine.cache.isActive) {
+        magazine.cache.activate(exit_hook);
     }
     return allocateFromDepot();
 }
 
 void ClosureAllocator::deallocate(void* block) noexcept
 {
-    if (IS_CACHING && !magazine.isActive) {
-        activateMagazine();
+    if (IS_CACHING && !magazine.cache.isActive) {
+        magazine.cache.activate(exit_hook);
     }
-    if (!magazine.isActive) {
+    if (!magazine.cache.isActive) {
         ::operator delete(block);
         return;
     }
