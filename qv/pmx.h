@@ -19,6 +19,7 @@
 #include <qv/pmx/path.h>
 #include <qv/pmx/rwlock.h>
 #include <qv/pmx/thread.h>
+#include <qv/pmx/thread_safety.h>
 #include <qv/pmx/time.h>
 #include <qv/pmx/types.h>
 

@@ -9,12 +9,13 @@
 #include <pthread.h>
 
 #include <qv/pmx/api.h>
+#include <qv/pmx/thread_safety.h>
 #include <qv/pmx/types.h>
 
 QV_BEGIN_C
 
 /** A mutex, held by value; must not be copied. Used only through the functions below. */
-typedef struct si_mutex_t
+typedef struct DALNIM_CAPABILITY("mutex") si_mutex_t
 {
     /** The POSIX mutex. */
     pthread_mutex_t mutex;
@@ -33,13 +34,13 @@ DALNIM_API qv_err_t qv_si_mutex_init(si_mutex_t* mutex, const char* attributes) 
 DALNIM_API qv_err_t qv_si_mutex_destroy(si_mutex_t* mutex) QV_NOEXCEPT;
 
 /** Locks a mutex; blocks. Fails with EDEADLK (35) if the caller holds it and it is not recursive. */
-DALNIM_API qv_err_t qv_si_mutex_lock(si_mutex_t* mutex) QV_NOEXCEPT;
+DALNIM_API qv_err_t qv_si_mutex_lock(si_mutex_t* mutex) QV_NOEXCEPT DALNIM_TRY_ACQUIRE(0, *mutex);
 
 /** Locks a mutex without blocking. Fails with EBUSY (16) if it is held. */
-DALNIM_API qv_err_t qv_si_mutex_trylock(si_mutex_t* mutex) QV_NOEXCEPT;
+DALNIM_API qv_err_t qv_si_mutex_trylock(si_mutex_t* mutex) QV_NOEXCEPT DALNIM_TRY_ACQUIRE(0, *mutex);
 
 /** Unlocks a mutex. Fails with EPERM (1) if the caller does not hold it. */
-DALNIM_API qv_err_t qv_si_mutex_unlock(si_mutex_t* mutex) QV_NOEXCEPT;
+DALNIM_API qv_err_t qv_si_mutex_unlock(si_mutex_t* mutex) QV_NOEXCEPT DALNIM_RELEASE(*mutex);
 
 QV_END_C
 

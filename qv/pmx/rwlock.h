@@ -7,6 +7,7 @@
  */
 
 #include <qv/pmx/api.h>
+#include <qv/pmx/thread_safety.h>
 #include <qv/pmx/types.h>
 
 QV_BEGIN_C
@@ -23,7 +24,7 @@ QV_BEGIN_C
  *
  * Every function but qv_si_rw_init() fails with EINVAL (22) if the lock is not initialised.
  */
-typedef struct si_rwlock_t
+typedef struct DALNIM_CAPABILITY("reader-writer lock") si_rwlock_t
 {
     /** The implementation, owned; null if the lock is not initialised. */
     void* val;
@@ -47,21 +48,21 @@ DALNIM_API qv_err_t qv_si_rw_init(si_rwlock_t* lock, const char* attributes) QV_
 DALNIM_API qv_err_t qv_si_rw_destroy(si_rwlock_t* lock) QV_NOEXCEPT;
 
 /** Acquires shared access; blocks. Fails with EAGAIN (11) if the number of readers overflows. */
-DALNIM_API qv_err_t qv_si_rw_rdlock(si_rwlock_t* lock) QV_NOEXCEPT;
+DALNIM_API qv_err_t qv_si_rw_rdlock(si_rwlock_t* lock) QV_NOEXCEPT DALNIM_TRY_ACQUIRE_SHARED(0, *lock);
 
 /** Acquires exclusive access; blocks. */
-DALNIM_API qv_err_t qv_si_rw_wrlock(si_rwlock_t* lock) QV_NOEXCEPT;
+DALNIM_API qv_err_t qv_si_rw_wrlock(si_rwlock_t* lock) QV_NOEXCEPT DALNIM_TRY_ACQUIRE(0, *lock);
 
 /**
  * Acquires shared access without blocking. Fails with EBUSY (16) if a writer holds the lock or waits for it.
  */
-DALNIM_API qv_err_t qv_si_rw_tryrdlock(si_rwlock_t* lock) QV_NOEXCEPT;
+DALNIM_API qv_err_t qv_si_rw_tryrdlock(si_rwlock_t* lock) QV_NOEXCEPT DALNIM_TRY_ACQUIRE_SHARED(0, *lock);
 
 /** Acquires exclusive access without blocking. Fails with EBUSY (16) if the lock is held. */
-DALNIM_API qv_err_t qv_si_rw_trywrlock(si_rwlock_t* lock) QV_NOEXCEPT;
+DALNIM_API qv_err_t qv_si_rw_trywrlock(si_rwlock_t* lock) QV_NOEXCEPT DALNIM_TRY_ACQUIRE(0, *lock);
 
 /** Releases shared or exclusive access. Fails with EPERM (1) if no thread holds the lock. */
-DALNIM_API qv_err_t qv_si_rw_unlock(si_rwlock_t* lock) QV_NOEXCEPT;
+DALNIM_API qv_err_t qv_si_rw_unlock(si_rwlock_t* lock) QV_NOEXCEPT DALNIM_RELEASE_GENERIC(*lock);
 
 /**
  * Converts the caller's shared access to exclusive access, before any waiting writer. Never blocks.

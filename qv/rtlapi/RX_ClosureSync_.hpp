@@ -4,6 +4,7 @@
 #include <memory>
 
 #include <qv/pmx/api.h>
+#include <qv/pmx/thread_safety.h>
 #include <qv/pmx/types.h>
 #include <qv/rtlapi/RX_Closure.hpp>
 #include <qv/rtlapi/RX_Condition.hpp>
@@ -65,7 +66,7 @@ private:
     std::unique_ptr<RX_Exception> _ex;
     /** Signalled when the closure is marked as done. */
     RX_Condition _cond;
-    qv_bool_t _done = 0;
+    qv_bool_t _done DALNIM_GUARDED_BY(this) = 0;
 };
 
 #endif

@@ -1,11 +1,12 @@
 #ifndef QV_RTLAPI_RX_LOCKED_PRIVATE_HPP
 #define QV_RTLAPI_RX_LOCKED_PRIVATE_HPP
 
+#include <qv/pmx/thread_safety.h>
 #include <qv/rtlapi/RX_Mutex.hpp>
 #include <qv/rtlapi/RX_NullMutex.hpp>
 
 /** Locks a mutex for the lifetime of this object. With an RX_NullMutex, it locks nothing. */
-class RX_Locked_
+class DALNIM_SCOPED_CAPABILITY RX_Locked_
 {
 public:
     /**
@@ -14,7 +15,7 @@ public:
      * @param mutex  must outlive this object
      * @throws RX_Exception  if RX_Mutex::lock() throws
      */
-    explicit RX_Locked_(const RX_Mutex& mutex) : _mutex(&mutex)
+    explicit RX_Locked_(const RX_Mutex& mutex) DALNIM_ACQUIRE(mutex) : _mutex(&mutex)
     {
         _mutex->lock();
     }
@@ -24,7 +25,7 @@ public:
      * @param mutex  must not be null, and must outlive this object
      * @throws RX_Exception  if RX_Mutex::lock() throws
      */
-    explicit RX_Locked_(const RX_Mutex* mutex) : RX_Locked_(*mutex) {}
+    explicit RX_Locked_(const RX_Mutex* mutex) DALNIM_ACQUIRE(mutex) : RX_Locked_(*mutex) {}
     /** @name Without a mutex */
     /** @{ */
     /** Locks nothing. */
@@ -38,7 +39,7 @@ public:
      *
      * @throws RX_Exception  if RX_Mutex::unlock() throws
      */
-    ~RX_Locked_() noexcept(false)
+    ~RX_Locked_() noexcept(false) DALNIM_RELEASE()
     {
         if (_mutex != nullptr) {
             _mutex->unlock();

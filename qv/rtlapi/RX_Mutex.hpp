@@ -3,6 +3,7 @@
 
 #include <qv/pmx/api.h>
 #include <qv/pmx/mutex.h>
+#include <qv/pmx/thread_safety.h>
 #include <qv/pmx/types.h>
 #include <qv/rtlapi/RX_Exception.hpp>
 
@@ -11,7 +12,7 @@
  *
  * Thread safety: any thread may call any operation.
  */
-class DALNIM_API RX_Mutex
+class DALNIM_CAPABILITY("mutex") DALNIM_API RX_Mutex
 {
 public:
     /**
@@ -33,7 +34,7 @@ public:
      *
      * @throws RX_Exception  with 35 (`EDEADLK`) if the calling thread holds it already
      */
-    void lock() const
+    void lock() const DALNIM_ACQUIRE()
     {
         RX_Check(qv_si_mutex_lock(&_mutex));
     }
@@ -42,7 +43,7 @@ public:
      *
      * @throws RX_Exception  with 1 (`EPERM`) if the calling thread does not hold it
      */
-    void unlock() const
+    void unlock() const DALNIM_RELEASE()
     {
         RX_Check(qv_si_mutex_unlock(&_mutex));
     }
@@ -51,7 +52,7 @@ public:
      *
      * @return 1 if it was locked, 0 if a thread holds it
      */
-    qv_bool_t tryLock() const;
+    qv_bool_t tryLock() const DALNIM_TRY_ACQUIRE(1);
 
 private:
     friend class RX_Condition;

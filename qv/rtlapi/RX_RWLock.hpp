@@ -3,6 +3,7 @@
 
 #include <qv/pmx/api.h>
 #include <qv/pmx/rwlock.h>
+#include <qv/pmx/thread_safety.h>
 #include <qv/pmx/types.h>
 #include <qv/rtlapi/RX_Exception.hpp>
 
@@ -12,7 +13,7 @@
  *
  * Thread safety: any thread may call any operation.
  */
-class DALNIM_API RX_RWLock
+class DALNIM_CAPABILITY("reader-writer lock") DALNIM_API RX_RWLock
 {
 public:
     /** Creates an unlocked lock. */
@@ -30,26 +31,26 @@ public:
     virtual ~RX_RWLock() noexcept(false);
 
     /** Acquires shared access. Blocks without a time limit. */
-    void rdlock() const
+    void rdlock() const DALNIM_ACQUIRE_SHARED()
     {
         RX_Check(qv_si_rw_rdlock(&_lock));
     }
     /** Acquires exclusive access. Blocks without a time limit. */
-    void wrlock() const
+    void wrlock() const DALNIM_ACQUIRE()
     {
         RX_Check(qv_si_rw_wrlock(&_lock));
     }
     /** Acquires shared access without blocking. Returns 1, or 0 if a writer holds the lock or waits for it.
      */
-    qv_bool_t tryRdlock() const;
+    qv_bool_t tryRdlock() const DALNIM_TRY_ACQUIRE_SHARED(1);
     /** Acquires exclusive access without blocking. Returns 1, or 0 if the lock is held. */
-    qv_bool_t tryWrlock() const;
+    qv_bool_t tryWrlock() const DALNIM_TRY_ACQUIRE(1);
     /**
      * Releases access of either kind.
      *
      * @throws RX_Exception  with 1 (`EPERM`) if the lock is not held
      */
-    void unlock() const
+    void unlock() const DALNIM_RELEASE_GENERIC()
     {
         RX_Check(qv_si_rw_unlock(&_lock));
     }
@@ -59,7 +60,7 @@ public:
      * @throws RX_ExWarning  with 16 (`EBUSY`) if there are other readers; the caller keeps its shared access
      * @throws RX_ExFatal    if the upgrade fails for any other reason, with the error number
      */
-    void upgrade() const;
+    void upgrade() const DALNIM_RELEASE_SHARED() DALNIM_ACQUIRE();
 
 private:
     mutable si_rwlock_t _lock;

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include <qv/pmx/api.h>
+#include <qv/pmx/thread_safety.h>
 #include <qv/pmx/types.h>
 #include <qv/rtlapi/RX_Lockable.hpp>
 
@@ -110,7 +111,7 @@ public:
     /** Returns a value other than 0 if the queue has been closed. */
     virtual int isClosed() const;
     /** Returns the number of pending closures. The caller must hold the lock of the queue. */
-    virtual unsigned int size_nolock() const;
+    virtual unsigned int size_nolock() const DALNIM_REQUIRES(this);
     /** Returns the number of workers, including those that are about to end. */
     virtual si_uint32_t threadCount() const;
     /** Discards all pending closures. */
@@ -126,10 +127,10 @@ private:
 
     Construction _construction{*this};
     const std::unique_ptr<Implementation> _implementation;
-    /** The connected recorder, with one reference, or null. Guarded by the lock of the queue. */
-    RX_ActivityRecorder* _ar = nullptr;
-    /** Number of workers, including those that are about to end. Guarded by the lock of the queue. */
-    si_uint32_t _threadCount = 0;
+    /** The connected recorder, with one reference, or null. */
+    RX_ActivityRecorder* _ar DALNIM_GUARDED_BY(this) = nullptr;
+    /** Number of workers, including those that are about to end. */
+    si_uint32_t _threadCount DALNIM_GUARDED_BY(this) = 0;
 };
 
 #endif

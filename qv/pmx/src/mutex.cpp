@@ -39,7 +39,8 @@ qv_err_t qv_si_mutex_trylock(si_mutex_t* mutex) noexcept
     return pthread_mutex_trylock(&mutex->mutex);
 }
 
-qv_err_t qv_si_mutex_unlock(si_mutex_t* mutex) noexcept
+// Releases a mutex of the system, which has no annotations.
+DALNIM_NO_LOCK_ANALYSIS qv_err_t qv_si_mutex_unlock(si_mutex_t* mutex) noexcept
 {
     const qv_err_t status = pthread_mutex_unlock(&mutex->mutex);
     qv::perturb();

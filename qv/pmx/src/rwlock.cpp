@@ -21,23 +21,53 @@ constexpr si_uint32_t READERS = 0x3FFFFFFFU;
 constexpr int MAGIC_UNINITIALIZED = 0;
 constexpr int MAGIC_INITIALIZED = 0x52574C4B;
 
-class Guard
+/** A mutex of the system, without a check for errors. */
+class DALNIM_CAPABILITY("mutex") Mutex
 {
 public:
-    explicit Guard(pthread_mutex_t& mutex) : _mutex(mutex)
+    Mutex() = default;
+    Mutex(const Mutex&) = delete;
+    Mutex& operator=(const Mutex&) = delete;
+    ~Mutex()
+    {
+        pthread_mutex_destroy(&_mutex);
+    }
+
+    void lock() DALNIM_ACQUIRE()
     {
         qv::perturb();
         pthread_mutex_lock(&_mutex);
     }
-    Guard(const Guard&) = delete;
-    Guard& operator=(const Guard&) = delete;
-    ~Guard()
+    void unlock() DALNIM_RELEASE()
     {
         pthread_mutex_unlock(&_mutex);
     }
+    /** Releases the mutex, waits for a wake-up, and acquires the mutex again. */
+    void wait(pthread_cond_t& condition) DALNIM_REQUIRES(this)
+    {
+        pthread_cond_wait(&condition, &_mutex);
+    }
 
 private:
-    pthread_mutex_t& _mutex;
+    pthread_mutex_t _mutex = PTHREAD_MUTEX_INITIALIZER;
+};
+
+class DALNIM_SCOPED_CAPABILITY Guard
+{
+public:
+    explicit Guard(Mutex& mutex) DALNIM_ACQUIRE(mutex) : _mutex(mutex)
+    {
+        _mutex.lock();
+    }
+    Guard(const Guard&) = delete;
+    Guard& operator=(const Guard&) = delete;
+    ~Guard() DALNIM_RELEASE()
+    {
+        _mutex.unlock();
+    }
+
+private:
+    Mutex& _mutex;
 };
 
 /** Returns the monotonic time, in microseconds. */
@@ -92,7 +122,6 @@ public:
     ~ReaderWriterLock()
     {
         pthread_cond_destroy(&_readersAdmitted);
-        pthread_mutex_destroy(&_mutex);
     }
 
     bool isHeld() const
@@ -207,7 +236,7 @@ private:
         ++_waitingReaders;
         const si_uint32_t admission = _readerAdmission;
         while (admission == _readerAdmission) {
-            pthread_cond_wait(&_readersAdmitted, &_mutex);
+            _mutex.wait(_readersAdmitted);
         }
         return 0;
     }
@@ -236,7 +265,7 @@ private:
         *_lastWriter = &self;
         _lastWriter = &self.next;
         for (;;) {
-            pthread_cond_wait(&self.wakeUp, &_mutex);
+            _mutex.wait(self.wakeUp);
             if (!self.isAdmitted && _firstWriter == &self
                 && _state.load(std::memory_order_acquire) == HAS_WAITERS) {
                 admit(self);
@@ -269,7 +298,7 @@ private:
         return 0;
     }
 
-    void admitReaders()
+    void admitReaders() DALNIM_REQUIRES(_mutex)
     {
         const si_uint32_t admitted = _waitingReaders;
         _waitingReaders = 0;
@@ -279,7 +308,7 @@ private:
     }
 
     /** Admits the first waiting writer, or wakes it to compete for the lock. The lock must be free. */
-    void admitOrWakeWriter()
+    void admitOrWakeWriter() DALNIM_REQUIRES(_mutex)
     {
         WaitingWriter& first = *_firstWriter;
         const si_int64_t time = now();
@@ -293,7 +322,7 @@ private:
     }
 
     /** Makes the first waiting writer the owner of the lock, which must be free. */
-    void admit(WaitingWriter& first)
+    void admit(WaitingWriter& first) DALNIM_REQUIRES(_mutex)
     {
         _firstWriter = first.next;
         if (_firstWriter == nullptr) {
@@ -303,7 +332,7 @@ private:
         _state.store(WRITER | waitersFlag(), std::memory_order_release);
     }
 
-    si_uint32_t waitersFlag() const
+    si_uint32_t waitersFlag() const DALNIM_REQUIRES(_mutex)
     {
         return _waitingReaders != 0 || _firstWriter != nullptr ? HAS_WAITERS : 0;
     }
@@ -312,17 +341,16 @@ private:
     static constexpr si_int64_t HAND_OVER_INTERVAL = 100;
 
     std::atomic<si_uint32_t> _state{0};
-    pthread_mutex_t _mutex = PTHREAD_MUTEX_INITIALIZER;
-    // The members below are guarded by _mutex.
+    Mutex _mutex;
     pthread_cond_t _readersAdmitted = PTHREAD_COND_INITIALIZER;
-    si_uint32_t _waitingReaders = 0;
+    si_uint32_t _waitingReaders DALNIM_GUARDED_BY(_mutex) = 0;
     /** Incremented when the waiting readers are admitted. */
-    si_uint32_t _readerAdmission = 0;
+    si_uint32_t _readerAdmission DALNIM_GUARDED_BY(_mutex) = 0;
     /** FIFO list of waiting writers, and the link that the next one is appended to. */
-    WaitingWriter* _firstWriter = nullptr;
-    WaitingWriter** _lastWriter = &_firstWriter;
+    WaitingWriter* _firstWriter DALNIM_GUARDED_BY(_mutex) DALNIM_PT_GUARDED_BY(_mutex) = nullptr;
+    WaitingWriter** _lastWriter DALNIM_GUARDED_BY(_mutex) DALNIM_PT_GUARDED_BY(_mutex) = &_firstWriter;
     /** Time from which a writer is admitted again, by now(). */
-    si_int64_t _nextHandOver = 0;
+    si_int64_t _nextHandOver DALNIM_GUARDED_BY(_mutex) = 0;
 };
 
 /** Returns the implementation of a lock, or null if the lock is not initialised. */
@@ -390,7 +418,8 @@ qv_err_t qv_si_rw_trywrlock(si_rwlock_t* lock) noexcept
     return implementation != nullptr ? implementation->tryLockExclusive() : EINVAL;
 }
 
-qv_err_t qv_si_rw_unlock(si_rwlock_t* lock) noexcept
+// Releases a lock that consists of atomic operations.
+DALNIM_NO_LOCK_ANALYSIS qv_err_t qv_si_rw_unlock(si_rwlock_t* lock) noexcept
 {
     ReaderWriterLock* const implementation = implementationOf(lock);
     return implementation != nullptr ? implementation->unlock() : EINVAL;

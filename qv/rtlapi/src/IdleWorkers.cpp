@@ -42,11 +42,14 @@ public:
     std::atomic<State> state{State::ACTIVE};
 };
 
-/** Removes a worker from the idle ones at the end of its wait. Requires the lock. */
+/** Removes a worker from the idle ones at the end of its wait. */
 class qv::IdleWorkers::ParkGuard
 {
 public:
-    ParkGuard(IdleWorkers& workers, Waiter& waiter) noexcept : _workers(workers), _waiter(waiter) {}
+    ParkGuard(IdleWorkers& workers, Waiter& waiter) noexcept DALNIM_REQUIRES(workers._mutex)
+        : _workers(workers), _waiter(waiter)
+    {
+    }
     ParkGuard(const ParkGuard&) = delete;
     ParkGuard& operator=(const ParkGuard&) = delete;
     ~ParkGuard()

@@ -3,6 +3,7 @@
 
 #include <forward_list>
 
+#include <qv/pmx/thread_safety.h>
 #include <qv/pmx/types.h>
 #include <qv/rtlapi/RX_Mutex.hpp>
 
@@ -42,15 +43,21 @@ public:
     IdleWorkers& operator=(const IdleWorkers&) = delete;
     ~IdleWorkers() noexcept(false);
 
+    /** Returns the lock that guards this object. */
+    const RX_Mutex& mutex() const noexcept DALNIM_RETURN_CAPABILITY(_mutex)
+    {
+        return _mutex;
+    }
+
     /**
      * Returns the wait node of a new worker, which remains in the ownership of this object.
      *
      * @throws std::bad_alloc  if memory runs out
      * @throws RX_Exception    if the system cannot create the condition variable, with its error number
      */
-    Waiter& addWaiter();
+    Waiter& addWaiter() DALNIM_REQUIRES(_mutex);
     /** Makes the wait node of a worker that ends, and that is not idle, available to another one. */
-    void removeWaiter(Waiter& waiter) noexcept;
+    void removeWaiter(Waiter& waiter) noexcept DALNIM_REQUIRES(_mutex);
 
     /**
      * Makes a worker idle, so that it can be woken. The worker must then call wait().
@@ -58,12 +65,12 @@ public:
      * The queue must be empty, and the caller must still hold the locks under which it found that: otherwise
      * a closure that is put between that check and the wait would be missed.
      */
-    void push(Waiter& waiter) noexcept;
+    void push(Waiter& waiter) noexcept DALNIM_REQUIRES(_mutex);
     /**
      * Blocks until the worker has been woken. Afterwards it is not idle any more, also if the thread is
      * cancelled during the wait.
      */
-    void wait(Waiter& waiter);
+    void wait(Waiter& waiter) DALNIM_EXCLUDES(_mutex);
 
     /**
      * Wakes an idle worker, unless the parked ones that were woken since the queue was last empty, and do not
@@ -71,27 +78,27 @@ public:
      *
      * @return the wake-up to deliver, if it needs to be delivered
      */
-    Wakeup wakeFor(si_uint32_t pending) noexcept
+    Wakeup wakeFor(si_uint32_t pending) noexcept DALNIM_REQUIRES(_mutex)
     {
         return pending > _wokenCount && hasAny() ? wake() : Wakeup();
     }
     /** Wakes all idle workers. */
-    void wakeAll();
+    void wakeAll() DALNIM_REQUIRES(_mutex);
     /**
      * Delivers a wake-up: signals a parked worker, or waits about a microsecond for the response of a
      * spinning one. Call it without the lock, for which the worker would otherwise have to wait.
      *
      * @return false if the spinning worker has not responded: another call of wakeFor() is then required
      */
-    bool deliver(Wakeup wakeup) const;
+    bool deliver(Wakeup wakeup) const DALNIM_EXCLUDES(_mutex);
 
     /** Returns true if a worker is idle that has not been woken. */
-    bool hasAny() const noexcept
+    bool hasAny() const noexcept DALNIM_REQUIRES(_mutex)
     {
         return _spinner != nullptr || _parked != nullptr;
     }
     /** Returns the number of idle workers, including those that have been woken but do not run yet. */
-    si_uint32_t count() const noexcept
+    si_uint32_t count() const noexcept DALNIM_REQUIRES(_mutex)
     {
         return _count;
     }
@@ -100,27 +107,27 @@ private:
     class ParkGuard;
 
     static void spin(Waiter& waiter) noexcept;
-    void park(Waiter& waiter) noexcept;
-    void leave(Waiter& waiter) noexcept;
-    Wakeup wake() noexcept;
-    Waiter* wakeSpinner() noexcept;
-    Waiter* wakeParked() noexcept;
+    void park(Waiter& waiter) noexcept DALNIM_REQUIRES(_mutex);
+    void leave(Waiter& waiter) noexcept DALNIM_REQUIRES(_mutex);
+    Wakeup wake() noexcept DALNIM_REQUIRES(_mutex);
+    Waiter* wakeSpinner() noexcept DALNIM_REQUIRES(_mutex);
+    Waiter* wakeParked() noexcept DALNIM_REQUIRES(_mutex);
 
     RX_Mutex& _mutex;
     /** Storage of all wait nodes: one per worker. None is freed earlier, since deliver() holds no lock. */
-    std::forward_list<Waiter> _waiters;
+    std::forward_list<Waiter> _waiters DALNIM_GUARDED_BY(_mutex);
     /** Wait nodes without a worker. */
-    Waiter* _unused = nullptr;
+    Waiter* _unused DALNIM_GUARDED_BY(_mutex) DALNIM_PT_GUARDED_BY(_mutex) = nullptr;
     /** The worker that spins and has not been woken, or null. */
-    Waiter* _spinner = nullptr;
+    Waiter* _spinner DALNIM_GUARDED_BY(_mutex) = nullptr;
     /** LIFO stack of the workers that are parked and have not been woken. */
-    Waiter* _parked = nullptr;
+    Waiter* _parked DALNIM_GUARDED_BY(_mutex) DALNIM_PT_GUARDED_BY(_mutex) = nullptr;
     /** Number of workers between push() and the end of wait(). */
-    si_uint32_t _count = 0;
+    si_uint32_t _count DALNIM_GUARDED_BY(_mutex) = 0;
     /** Number of parked workers that have been woken since the last push() and do not run yet. */
-    si_uint32_t _wokenCount = 0;
+    si_uint32_t _wokenCount DALNIM_GUARDED_BY(_mutex) = 0;
     /** Number of calls of push(), plus 1. */
-    si_uint64_t _pushCount = 1;
+    si_uint64_t _pushCount DALNIM_GUARDED_BY(_mutex) = 1;
 };
 
 }

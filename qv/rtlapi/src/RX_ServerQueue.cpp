@@ -29,50 +29,69 @@ public:
 
     Implementation(RX_ServerQueue& queue, unsigned int capacity);
 
-    void addThreads(unsigned int count);
-    void removeThreads(unsigned int count);
-    bool enqueue(RX_Closure* closure, IfFull policy);
-    void reject(RX_Closure* closure);
-    bool runPending();
-    void discardPending(bool closing);
+    void addThreads(unsigned int count) DALNIM_EXCLUDES(_queue);
+    void removeThreads(unsigned int count) DALNIM_EXCLUDES(_queue);
+    bool enqueue(RX_Closure* closure, IfFull policy) DALNIM_EXCLUDES(_queue);
+    void reject(RX_Closure* closure) DALNIM_EXCLUDES(_queue);
+    bool runPending() DALNIM_EXCLUDES(_queue);
+    void discardPending(bool closing) DALNIM_EXCLUDES(_queue);
     void discardAtEnd();
-    void refusePuts();
-    bool isClosed() const;
-    unsigned int size() const;
+    void refusePuts() DALNIM_EXCLUDES(_queue);
+    bool isClosed() const DALNIM_EXCLUDES(_queue);
+    unsigned int size() const DALNIM_REQUIRES(_queue, _pending.producerMutex(), _idle.mutex());
 
 private:
+    class Lock;
     class Worker;
     class WorkerThread;
 
     static void* runWorker(void* worker);
 
-    bool acceptsWork(IfFull policy) const;
-    bool hasCapacity();
-    void deliver(IdleWorkers::Wakeup wakeup);
+    bool acceptsWork(IfFull policy) const DALNIM_REQUIRES(_queue);
+    bool hasCapacity() DALNIM_REQUIRES(_queue, _pending.producerMutex(), _idle.mutex());
+    void deliver(IdleWorkers::Wakeup wakeup) DALNIM_EXCLUDES(_queue);
     static void discard(TwoLockQueue::Closures& closures, RX_ActivityRecorder* recorder);
-    void discardOneByOne(unsigned int count, RX_ActivityRecorder* recorder);
-    RX_Closure* dequeue(Worker& worker);
-    std::unique_ptr<Worker> addWorker();
-    void cancelWorker(Worker& worker);
-    void removeWorker(Worker& worker);
-    bool mustStop(const Worker& worker) const;
+    void discardOneByOne(unsigned int count, RX_ActivityRecorder* recorder) DALNIM_EXCLUDES(_queue);
+    RX_Closure* dequeue(Worker& worker) DALNIM_EXCLUDES(_queue);
+    std::unique_ptr<Worker> addWorker() DALNIM_EXCLUDES(_queue);
+    void cancelWorker(Worker& worker) DALNIM_EXCLUDES(_queue);
+    void removeWorker(Worker& worker) DALNIM_REQUIRES(_queue, _pending.producerMutex(), _idle.mutex());
+    bool mustStop(const Worker& worker) const DALNIM_REQUIRES(_queue);
 
     RX_ServerQueue& _queue;
     /** The lock of the queue, which is also that of the producers of `_pending`. */
     RX_Mutex& _mutex;
     const unsigned int _capacity;
     TwoLockQueue _pending;
-
-    // All members below are guarded by the lock of the queue.
-
     IdleWorkers _idle;
     /** Number of workers that must end instead of running another closure. */
-    si_uint32_t _threadsToStop = 0;
+    si_uint32_t _threadsToStop DALNIM_GUARDED_BY(_queue) = 0;
     /** Number of calls that have removed workers: only workers from before the last one may stop. */
-    si_uint32_t _removals = 0;
+    si_uint32_t _removals DALNIM_GUARDED_BY(_queue) = 0;
     /** Whether only probes are accepted: the pool is shutting down. */
-    bool _refusesPuts = false;
-    bool _isClosed = false;
+    bool _refusesPuts DALNIM_GUARDED_BY(_queue) = false;
+    bool _isClosed DALNIM_GUARDED_BY(_queue) = false;
+};
+
+/**
+ * Holds the lock of the queue for a scope. Producers and idle workers use the same lock; the analysis knows
+ * it by three names.
+ */
+class DALNIM_SCOPED_CAPABILITY RX_ServerQueue::Implementation::Lock
+{
+public:
+    // The analysis sees one lock acquired, under a fourth name.
+    DALNIM_NO_LOCK_ANALYSIS explicit Lock(const Implementation& owner)
+        DALNIM_ACQUIRE(owner._queue, owner._pending.producerMutex(), owner._idle.mutex())
+        : _locked(owner._mutex)
+    {
+    }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+    ~Lock() noexcept(false) DALNIM_RELEASE() = default;
+
+private:
+    const RX_Locked_ _locked;
 };
 
 /**
@@ -108,15 +127,14 @@ public:
     ~WorkerThread()
     {
         if (_worker && !removeIfStopped() && !handOver()) {
-            const RX_Locked_ locked(_implementation._mutex);
+            const Lock locked(_implementation);
             _implementation.removeWorker(*_worker);
         }
     }
 
     void run()
     {
-        // The recorder cannot change as long as the queue has workers.
-        RX_ActivityRecorder* const recorder = _worker->queue->_ar;
+        RX_ActivityRecorder* const recorder = connectedRecorder();
         while (RX_Closure* const closure = _implementation.dequeue(*_worker)) {
             const DequeuedClosure dequeued(closure, recorder);
             qv::applyDetached(*dequeued);
@@ -125,10 +143,16 @@ public:
     }
 
 private:
+    // Without the lock: the recorder cannot change as long as the queue has workers.
+    DALNIM_NO_LOCK_ANALYSIS RX_ActivityRecorder* connectedRecorder() const
+    {
+        return _worker->queue->_ar;
+    }
+
     /** Unregisters a worker that must stop. Check and change are one step, as another may stop instead. */
     bool removeIfStopped()
     {
-        const RX_Locked_ locked(_implementation._mutex);
+        const Lock locked(_implementation);
         const bool isStopped = _implementation.mustStop(*_worker);
         if (isStopped) {
             _implementation.removeWorker(*_worker);
@@ -176,7 +200,7 @@ void RX_ServerQueue::Implementation::addThreads(unsigned int count)
 void RX_ServerQueue::Implementation::removeThreads(unsigned int count)
 {
     const RX_Locked_ consumer(_pending.consumerMutex());
-    const RX_Locked_ locked(_mutex);
+    const Lock locked(*this);
     const si_uint32_t removed = std::min(count, _queue._threadCount - _threadsToStop);
     if (removed == 0) {
         return;
@@ -195,7 +219,7 @@ bool RX_ServerQueue::Implementation::enqueue(RX_Closure* closure, IfFull policy)
         qv::Reference<RX_ServerQueue> self;
         bool isEnqueued = false;
         {
-            const RX_Locked_ locked(_mutex);
+            const Lock locked(*this);
             if (isBlocked) {
                 const TwoLockQueue::BlockedPut blocked(_pending);
                 while (acceptsWork(policy) && !hasCapacity()) {
@@ -228,7 +252,7 @@ bool RX_ServerQueue::Implementation::enqueue(RX_Closure* closure, IfFull policy)
         }
         // From here on, a worker that removes a closure signals this thread.
         const RX_Locked_ consumer(_pending.consumerMutex());
-        const RX_Locked_ locked(_mutex);
+        const Lock locked(*this);
         _pending.addBlockedPut();
     }
 }
@@ -239,7 +263,7 @@ bool RX_ServerQueue::Implementation::runPending()
     qv::Reference<RX_ActivityRecorder> recorder;
     {
         const RX_Locked_ consumer(_pending.consumerMutex());
-        const RX_Locked_ locked(_mutex);
+        const Lock locked(*this);
         closure = _pending.pop();
         recorder = qv::share(_queue._ar);
     }
@@ -265,7 +289,7 @@ void RX_ServerQueue::Implementation::discardPending(bool closing)
     qv::Reference<RX_ActivityRecorder> recorder;
     {
         const RX_Locked_ consumer(_pending.consumerMutex());
-        const RX_Locked_ locked(_mutex);
+        const Lock locked(*this);
         _isClosed = _isClosed || closing;
         count = _pending.size();
         if (all) {
@@ -286,8 +310,9 @@ void RX_ServerQueue::Implementation::discardPending(bool closing)
     }
 }
 
-/** Discards all pending closures of a queue without workers that no other thread uses any more. */
-void RX_ServerQueue::Implementation::discardAtEnd()
+/** Discards all pending closures of a queue that is being destroyed. */
+// Without the locks: there are no workers, and no other thread uses the queue.
+DALNIM_NO_LOCK_ANALYSIS void RX_ServerQueue::Implementation::discardAtEnd()
 {
     while (RX_Closure* const closure = _pending.pop()) {
         const DequeuedClosure discarded(closure, _queue._ar);
@@ -296,18 +321,18 @@ void RX_ServerQueue::Implementation::discardAtEnd()
 
 void RX_ServerQueue::Implementation::refusePuts()
 {
-    const RX_Locked_ locked(_mutex);
+    const Lock locked(*this);
     _refusesPuts = true;
     _pending.wakeBlockedPuts();
 }
 
 bool RX_ServerQueue::Implementation::isClosed() const
 {
-    const RX_Locked_ locked(_mutex);
+    const Lock locked(*this);
     return _isClosed;
 }
 
-/** Returns the number of pending closures. Requires the lock of the queue. */
+/** Returns the number of pending closures. */
 unsigned int RX_ServerQueue::Implementation::size() const
 {
     return _pending.size();
@@ -319,13 +344,13 @@ void* RX_ServerQueue::Implementation::runWorker(void* worker)
     return nullptr;
 }
 
-/** Returns true if a closure may be put, apart from the capacity. Requires the lock of the queue. */
+/** Returns true if a closure may be put, apart from the capacity. */
 bool RX_ServerQueue::Implementation::acceptsWork(IfFull policy) const
 {
     return !_isClosed && (!_refusesPuts || policy == IfFull::PROBE);
 }
 
-/** Returns true if the queue is not full. Requires the lock of the queue. */
+/** Returns true if the queue is not full. */
 bool RX_ServerQueue::Implementation::hasCapacity()
 {
     if (_capacity == 0) {
@@ -340,7 +365,7 @@ bool RX_ServerQueue::Implementation::hasCapacity()
 void RX_ServerQueue::Implementation::deliver(IdleWorkers::Wakeup wakeup)
 {
     while (!_idle.deliver(wakeup)) {
-        const RX_Locked_ locked(_mutex);
+        const Lock locked(*this);
         wakeup = _idle.wakeFor(_pending.size());
         if (!wakeup) {
             return;
@@ -353,7 +378,7 @@ void RX_ServerQueue::Implementation::reject(RX_Closure* closure)
 {
     qv::Reference<RX_ActivityRecorder> recorder;
     {
-        const RX_Locked_ locked(_mutex);
+        const Lock locked(*this);
         recorder = qv::share(_queue._ar);
     }
     if (recorder) {
@@ -377,7 +402,7 @@ void RX_ServerQueue::Implementation::discardOneByOne(unsigned int count, RX_Acti
         RX_Closure* closure = nullptr;
         {
             const RX_Locked_ consumer(_pending.consumerMutex());
-            const RX_Locked_ locked(_mutex);
+            const Lock locked(*this);
             closure = _pending.pop();
         }
         const DequeuedClosure discarded(closure, recorder);
@@ -393,7 +418,7 @@ RX_Closure* RX_ServerQueue::Implementation::dequeue(Worker& worker)
             if (RX_Closure* const closure = _pending.popConsumerSide()) {
                 return closure;
             }
-            const RX_Locked_ locked(_mutex);
+            const Lock locked(*this);
             if (mustStop(worker)) {
                 removeWorker(worker);
                 return nullptr;
@@ -413,7 +438,7 @@ RX_Closure* RX_ServerQueue::Implementation::dequeue(Worker& worker)
 /** Registers a worker that is about to start. Returns null if the queue is closed. */
 std::unique_ptr<RX_ServerQueue::Implementation::Worker> RX_ServerQueue::Implementation::addWorker()
 {
-    const RX_Locked_ locked(_mutex);
+    const Lock locked(*this);
     if (_isClosed) {
         return nullptr;
     }
@@ -431,13 +456,13 @@ std::unique_ptr<RX_ServerQueue::Implementation::Worker> RX_ServerQueue::Implemen
 /** Unregisters a worker that was not started. */
 void RX_ServerQueue::Implementation::cancelWorker(Worker& worker)
 {
-    const RX_Locked_ locked(_mutex);
+    const Lock locked(*this);
     _idle.removeWaiter(worker.waiter);
     --_queue._threadCount;
     _threadsToStop = std::min(_threadsToStop, _queue._threadCount);
 }
 
-/** Unregisters a worker that is about to end. Requires the lock of the queue. */
+/** Unregisters a worker that is about to end. */
 void RX_ServerQueue::Implementation::removeWorker(Worker& worker)
 {
     _idle.removeWaiter(worker.waiter);
@@ -454,7 +479,7 @@ void RX_ServerQueue::Implementation::removeWorker(Worker& worker)
     }
 }
 
-/** Returns true if the worker must end instead of running another closure. Requires the lock of the queue. */
+/** Returns true if the worker must end instead of running another closure. */
 bool RX_ServerQueue::Implementation::mustStop(const Worker& worker) const
 {
     return _isClosed || (_threadsToStop != 0 && worker.removals != _removals);
@@ -557,7 +582,8 @@ int RX_ServerQueue::isClosed() const
     return _implementation->isClosed();
 }
 
-unsigned int RX_ServerQueue::size_nolock() const
+// The implementation knows the lock that the caller holds by another name.
+DALNIM_NO_LOCK_ANALYSIS unsigned int RX_ServerQueue::size_nolock() const
 {
     return _implementation->size();
 }

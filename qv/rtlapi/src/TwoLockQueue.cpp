@@ -1,7 +1,7 @@
 #include <qv/rtlapi/src/TwoLockQueue.hpp>
 
 qv::TwoLockQueue::TwoLockQueue(RX_Mutex& producerMutex, unsigned int capacity)
-    : _capacity(capacity), _notFull(producerMutex)
+    : _capacity(capacity), _producerMutex(producerMutex), _notFull(producerMutex)
 {
 }
 

@@ -5,6 +5,7 @@
 #include <deque>
 #include <new>
 
+#include <qv/pmx/thread_safety.h>
 #include <qv/pmx/types.h>
 #include <qv/rtlapi/RX_Condition.hpp>
 #include <qv/rtlapi/RX_Mutex.hpp>
@@ -51,20 +52,24 @@ public:
     ~TwoLockQueue() noexcept(false);
 
     /** Returns the lock of the consumers. If both are needed, it must be acquired first. */
-    const RX_Mutex& consumerMutex() const noexcept
+    const RX_Mutex& consumerMutex() const noexcept DALNIM_RETURN_CAPABILITY(_consumer.mutex)
     {
         return _consumer.mutex;
     }
 
-    /** @name Operations that require the lock of the producers */
-    /** @{ */
+    /** Returns the lock of the producers. */
+    const RX_Mutex& producerMutex() const noexcept DALNIM_RETURN_CAPABILITY(_producerMutex)
+    {
+        return _producerMutex;
+    }
+
     /** Returns the number of closures. */
-    si_uint32_t size() const noexcept
+    si_uint32_t size() const noexcept DALNIM_REQUIRES(_producerMutex)
     {
         return static_cast<si_uint32_t>(_incoming.size()) + _consumer.size.load(std::memory_order_relaxed);
     }
     /** Returns true if there are fewer closures than the capacity. */
-    bool hasCapacity() noexcept
+    bool hasCapacity() noexcept DALNIM_REQUIRES(_producerMutex)
     {
         if (_incoming.size() + _consumerSizeBound < _capacity) {
             return true;
@@ -77,7 +82,7 @@ public:
      *
      * @throws std::bad_alloc  if memory runs out; another blocked producer is then woken instead of this one
      */
-    void push(RX_Closure* closure)
+    void push(RX_Closure* closure) DALNIM_REQUIRES(_producerMutex)
     {
         try {
             _incoming.push_back(closure);
@@ -88,21 +93,17 @@ public:
         }
     }
     /** Wakes one blocked producer, or all of them. */
-    void wakeBlockedPut() const
+    void wakeBlockedPut() const DALNIM_REQUIRES(_producerMutex)
     {
         _notFull.signal();
     }
-    void wakeBlockedPuts() const
+    void wakeBlockedPuts() const DALNIM_REQUIRES(_producerMutex)
     {
         _notFull.broadcast();
     }
-    /** @} */
 
-    /**
-     * Returns the oldest closure, or null if that takes both locks to find out. Requires the lock of the
-     * consumers.
-     */
-    RX_Closure* popConsumerSide()
+    /** Returns the oldest closure, or null if that takes both locks to find out. */
+    RX_Closure* popConsumerSide() DALNIM_REQUIRES(_consumer.mutex)
     {
         if (_consumer.mustCheckState.load(std::memory_order_relaxed)
             || _consumer.blockedPuts.load(std::memory_order_relaxed) != 0) {
@@ -111,31 +112,28 @@ public:
         return popFront();
     }
 
-    /** @name Operations that require both locks */
-    /** @{ */
     /** Returns the oldest closure and wakes a blocked producer, or returns null if the queue is empty. */
-    RX_Closure* pop();
+    RX_Closure* pop() DALNIM_REQUIRES(_consumer.mutex, _producerMutex);
     /** Moves all closures to `drained`, which must be empty. Does not wake blocked producers. */
-    void drain(DrainedClosures& drained) noexcept;
+    void drain(DrainedClosures& drained) noexcept DALNIM_REQUIRES(_consumer.mutex, _producerMutex);
     /** Registers a producer that is about to create a BlockedPut. */
-    void addBlockedPut() noexcept
+    void addBlockedPut() noexcept DALNIM_REQUIRES(_consumer.mutex, _producerMutex)
     {
         _consumer.blockedPuts.fetch_add(1, std::memory_order_relaxed);
     }
     /**
-     * Makes popConsumerSide() return null, so that consumers take both locks, until it is set to false. That
-     * requires only the lock of the producers.
+     * Makes popConsumerSide() return null, so that consumers take both locks, until it is set to false. The
+     * change to true requires both locks, too.
      */
-    void setMustCheckState(bool mustCheckState) noexcept
+    void setMustCheckState(bool mustCheckState) noexcept DALNIM_REQUIRES(_producerMutex)
     {
         _consumer.mustCheckState.store(mustCheckState, std::memory_order_relaxed);
     }
-    /** @} */
 
 private:
     static constexpr unsigned int CACHE_LINE = 64;
 
-    RX_Closure* popFront()
+    RX_Closure* popFront() DALNIM_REQUIRES(_consumer.mutex)
     {
         if (_consumer.closures.empty()) {
             return nullptr;
@@ -149,9 +147,9 @@ private:
     /** The consumer side: the oldest closures. On cache lines of its own. */
     struct alignas(CACHE_LINE) ConsumerSide
     {
-        /** Guards `closures`. Acquired before the lock of the producers. */
+        /** Acquired before the lock of the producers. */
         RX_Mutex mutex;
-        Closures closures;
+        Closures closures DALNIM_GUARDED_BY(mutex);
         /** closures.size(). Grows only under both locks: an upper bound under the producers' lock alone. */
         std::atomic<si_uint32_t> size{0};
         /** Producers blocked on a full queue. Incremented under both locks, decremented under theirs. */
@@ -162,22 +160,23 @@ private:
     };
 
     ConsumerSide _consumer;
-    /** The producer side: closures put since the last swap. Guarded by the producers' lock. */
-    alignas(CACHE_LINE) Closures _incoming;
+    /** The producer side: closures put since the last swap. */
+    alignas(CACHE_LINE) Closures _incoming DALNIM_GUARDED_BY(_producerMutex);
     /** Upper bound of `_consumer.size`, cached to avoid reading the consumers' cache line. */
-    si_uint32_t _consumerSizeBound = 0;
+    si_uint32_t _consumerSizeBound DALNIM_GUARDED_BY(_producerMutex) = 0;
     const unsigned int _capacity;
+    const RX_Mutex& _producerMutex;
     RX_Condition _notFull;
 };
 
 /**
- * Counts a producer as blocked until it leaves the wait, also if its thread is cancelled there. Requires the
- * lock of the producers, and addBlockedPut() before.
+ * Counts a producer as blocked until it leaves the wait, also if its thread is cancelled there. Requires
+ * addBlockedPut() before.
  */
 class TwoLockQueue::BlockedPut
 {
 public:
-    explicit BlockedPut(TwoLockQueue& queue) noexcept : _queue(queue) {}
+    explicit BlockedPut(TwoLockQueue& queue) noexcept DALNIM_REQUIRES(queue._producerMutex) : _queue(queue) {}
     BlockedPut(const BlockedPut&) = delete;
     BlockedPut& operator=(const BlockedPut&) = delete;
     ~BlockedPut()
