@@ -2,6 +2,7 @@
 #define DALNIM_MT_CONDSEM_HPP
 
 #include <dalnim/mt/MutexOps.hpp>
+#include <qv/pmx/thread_safety.h>
 
 class RX_Condition;
 
@@ -16,7 +17,7 @@ namespace com::kor::dal::nim::mt {
  *
  * Thread safety: any thread may call any operation.
  */
-class DALNIM_API CondSem
+class DALNIM_CAPABILITY("mutex") DALNIM_API CondSem
 {
 public:
     static constexpr const char CLASS_NAME[] = "CondSem";
@@ -36,13 +37,13 @@ public:
     CondSem& operator=(const CondSem&) = delete;
 
     /** Blocks until the lock is held. Returns this object, for a MutexHolder to own. */
-    const CondSem& acquire() const;
+    const CondSem& acquire() const DALNIM_ACQUIRE() DALNIM_RETURN_CAPABILITY(this);
     /** Unlocks. */
-    void release() const;
+    void release() const DALNIM_RELEASE();
     /** Unlocks. Returns false on failure. */
-    bool release(const std::nothrow_t&) const noexcept;
+    bool release(const std::nothrow_t&) const noexcept DALNIM_RELEASE();
     /** Tries to lock without blocking. Returns true if the lock was acquired. */
-    bool request() const;
+    bool request() const DALNIM_TRY_ACQUIRE(true);
 
     /** @name Standard locks */
     /** @{ */
@@ -51,15 +52,15 @@ public:
      * std::scoped_lock require, also for a const lock. A release that fails in the destructor of one of these
      * terminates the process.
      */
-    void lock() const
+    void lock() const DALNIM_ACQUIRE()
     {
         acquire();
     }
-    void unlock() const
+    void unlock() const DALNIM_RELEASE()
     {
         release();
     }
-    bool try_lock() const
+    bool try_lock() const DALNIM_TRY_ACQUIRE(true)
     {
         return request();
     }

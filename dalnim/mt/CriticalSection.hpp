@@ -2,6 +2,7 @@
 #define DALNIM_MT_CRITICALSECTION_HPP
 
 #include <qv/pmx/mutex.h>
+#include <qv/pmx/thread_safety.h>
 
 #include <new>
 
@@ -18,7 +19,7 @@ namespace com::kor::dal::nim::mt {
  *
  * Thread safety: any thread may call any operation.
  */
-class DALNIM_API CriticalSection
+class DALNIM_CAPABILITY("mutex") DALNIM_API CriticalSection
 {
 public:
     static constexpr const char CLASS_NAME[] = "CriticalSection";
@@ -33,13 +34,13 @@ public:
     CriticalSection& operator=(const CriticalSection&) = delete;
 
     /** Blocks until the lock is held. Returns this lock, for a MutexHolder to own. */
-    const CriticalSection& acquire() const;
+    const CriticalSection& acquire() const DALNIM_ACQUIRE() DALNIM_RETURN_CAPABILITY(this);
     /** Unlocks. */
-    void release() const;
+    void release() const DALNIM_RELEASE();
     /** Unlocks. Returns false on failure. */
-    bool release(const std::nothrow_t&) const noexcept;
+    bool release(const std::nothrow_t&) const noexcept DALNIM_RELEASE();
     /** Tries to lock without blocking. Returns true if the lock was acquired. */
-    bool request() const noexcept;
+    bool request() const noexcept DALNIM_TRY_ACQUIRE(true);
 
     /** @name Standard locks */
     /** @{ */
@@ -48,15 +49,15 @@ public:
      * std::scoped_lock require, also for a const lock. A release that fails in the destructor of one of these
      * terminates the process.
      */
-    void lock() const
+    void lock() const DALNIM_ACQUIRE()
     {
         acquire();
     }
-    void unlock() const
+    void unlock() const DALNIM_RELEASE()
     {
         release();
     }
-    bool try_lock() const noexcept
+    bool try_lock() const noexcept DALNIM_TRY_ACQUIRE(true)
     {
         return request();
     }

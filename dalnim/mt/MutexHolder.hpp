@@ -1,6 +1,8 @@
 #ifndef DALNIM_MT_MUTEXHOLDER_HPP
 #define DALNIM_MT_MUTEXHOLDER_HPP
 
+#include <qv/pmx/thread_safety.h>
+
 #include <new>
 
 namespace com::kor::dal::nim::mt {
@@ -19,12 +21,13 @@ namespace com::kor::dal::nim::mt {
  * Thread safety: a holder may be used by one thread at a time.
  */
 template <class T>
-class MutexHolder
+class DALNIM_SCOPED_CAPABILITY MutexHolder
 {
 public:
-    MutexHolder() noexcept : muxref(nullptr) {}
+    // The attribute lets the analysis know of a holder without a lock.
+    DALNIM_NO_LOCK_ANALYSIS MutexHolder() noexcept : muxref(nullptr) {}
     /** Owns `mux`, which the caller must hold. */
-    MutexHolder(const T& mux) noexcept : muxref(&mux) {}
+    MutexHolder(const T& mux) noexcept DALNIM_REQUIRES_SHARED(mux) : muxref(&mux) {}
     /** @name Transfer */
     /** @{ */
     /** Takes the lock of `other`, which becomes empty. */
@@ -35,7 +38,7 @@ public:
     MutexHolder(MutexHolder&& other) noexcept : MutexHolder(other) {}
     /** @} */
     /** Releases the lock, if any. Ignores a failure. */
-    ~MutexHolder()
+    ~MutexHolder() DALNIM_RELEASE()
     {
         if (muxref != nullptr) {
             muxref->release(std::nothrow);
@@ -71,7 +74,7 @@ public:
      * @param release_lock  whether to release the lock; otherwise it stays locked and is the caller's
      * @return the lock that it owned, or null
      */
-    const T* release(bool release_lock = true)
+    const T* release(bool release_lock = true) DALNIM_RELEASE()
     {
         const T* const held = muxref;
         if (held != nullptr && release_lock) {
@@ -85,7 +88,8 @@ public:
      * Gives up the lock as release() does, then owns `mux`, which the caller must hold.
      * @return the lock that it owned before, or null
      */
-    const T* reset(const T& mux, bool release_lock = true)
+    // The analysis supposes that it continues to own the lock of its constructor, as in the library.
+    DALNIM_NO_LOCK_ANALYSIS const T* reset(const T& mux, bool release_lock = true)
     {
         const T* const held = release(release_lock);
         muxref = &mux;

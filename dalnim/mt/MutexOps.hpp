@@ -2,6 +2,7 @@
 #define DALNIM_MT_MUTEXOPS_HPP
 
 #include <qv/pmx/api.h>
+#include <qv/pmx/thread_safety.h>
 
 #include <new>
 
@@ -15,7 +16,7 @@ class CondSem;
  *
  * Exceptions: a failure throws sys::system_error with the error number and the message of its cause.
  */
-class DALNIM_API MutexOps
+class DALNIM_CAPABILITY("mutex") DALNIM_API MutexOps
 {
 public:
     static constexpr const char CLASS_NAME[] = "MutexOps";
@@ -23,13 +24,13 @@ public:
     virtual ~MutexOps() = 0;
 
     /** Blocks until the lock is held. Returns this lock, for a MutexHolder to own. */
-    virtual const MutexOps& acquire() const = 0;
+    virtual const MutexOps& acquire() const DALNIM_ACQUIRE() DALNIM_RETURN_CAPABILITY(this) = 0;
     /** Unlocks. */
-    virtual void release() const = 0;
+    virtual void release() const DALNIM_RELEASE() = 0;
     /** Unlocks. Returns false on failure. */
-    virtual bool release(const std::nothrow_t&) const = 0;
+    virtual bool release(const std::nothrow_t&) const DALNIM_RELEASE() = 0;
     /** Tries to lock without blocking. Returns true if the lock was acquired. */
-    virtual bool request() const = 0;
+    virtual bool request() const DALNIM_TRY_ACQUIRE(true) = 0;
 
     /** @name Standard locks */
     /** @{ */
@@ -38,15 +39,15 @@ public:
      * std::scoped_lock require, also for a const lock. A release that fails in the destructor of one of these
      * terminates the process.
      */
-    void lock() const
+    void lock() const DALNIM_ACQUIRE()
     {
         acquire();
     }
-    void unlock() const
+    void unlock() const DALNIM_RELEASE()
     {
         release();
     }
-    bool try_lock() const
+    bool try_lock() const DALNIM_TRY_ACQUIRE(true)
     {
         return request();
     }

@@ -5,6 +5,7 @@
 #include <dalnim/mt/CondSem.hpp>
 #include <dalnim/mt/QueueElement.hpp>
 #include <dalnim/mt/SysMutex.hpp>
+#include <qv/pmx/thread_safety.h>
 
 #include <atomic>
 
@@ -81,7 +82,6 @@ private:
 
     static void destroy(QueueElement* elements);
 
-    /** Guards the members below. */
     SysMutex sync;
     /** Uses `sync`. Producers and consumers wait on the same condition, so every wake-up is a broadcast. */
     CondSem sig;
@@ -90,11 +90,11 @@ private:
     /** The capacity. */
     const unsigned int max_elems;
     /** Number of elements. */
-    UInt32_t cur_elems;
+    UInt32_t cur_elems DALNIM_GUARDED_BY(sync);
     /** The oldest element, or null. */
-    QueueElement* next_elem;
+    QueueElement* next_elem DALNIM_GUARDED_BY(sync);
     /** The newest element, or null. */
-    QueueElement* last_elem;
+    QueueElement* last_elem DALNIM_GUARDED_BY(sync) DALNIM_PT_GUARDED_BY(sync);
 };
 
 }

@@ -2,6 +2,7 @@
 #define DALNIM_MT_SYSMUTEX_HPP
 
 #include <dalnim/mt/MutexOps.hpp>
+#include <qv/pmx/thread_safety.h>
 
 class RX_Mutex;
 
@@ -29,11 +30,11 @@ public:
     SysMutex(const SysMutex&) = delete;
     SysMutex& operator=(const SysMutex&) = delete;
 
-    const MutexOps& acquire() const override;
-    void release() const override;
-    bool release(const std::nothrow_t&) const noexcept override;
+    const MutexOps& acquire() const override DALNIM_ACQUIRE() DALNIM_RETURN_CAPABILITY(this);
+    void release() const override DALNIM_RELEASE();
+    bool release(const std::nothrow_t&) const noexcept override DALNIM_RELEASE();
     /** Returns false also on failure. */
-    bool request() const override;
+    bool request() const override DALNIM_TRY_ACQUIRE(true);
 
 private:
     void* os_mux() const override;

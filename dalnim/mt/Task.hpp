@@ -5,6 +5,7 @@
 #include <dalnim/String.hpp>
 #include <dalnim/mt/FlagArgument.hpp>
 #include <dalnim/mt/Runnable.hpp>
+#include <qv/pmx/thread_safety.h>
 #include <qv/rtlapi/RX_String.hpp>
 
 #include <atomic>
@@ -12,6 +13,8 @@
 #include <type_traits>
 
 namespace com::kor::dal::nim::mt {
+
+class TaskWaitBucket;
 
 /**
  * A unit of work with an ID, a name, a public state and interrupt bits, and operations to wait for changes of
@@ -157,11 +160,12 @@ private:
     static std::exception* _standardCopyOf(const std::exception& e);
 
     void _set_state(TaskState ts);
+    __attribute__((visibility("hidden"))) TaskWaitBucket& _wait_bucket() const noexcept;
     /**
      * Sets HAS_WAITERS and returns the state, whose next change then wakes the task's TaskWaitBucket. The
      * caller must hold the bucket's lock until it waits.
      */
-    TaskState _mark_waiter() const;
+    TaskState _mark_waiter() const DALNIM_REQUIRES(_wait_bucket());
     RX_String _make_name(const char* name, const char* label, TaskID_t id) const;
     /** Declared only; part of the fixed interface. */
     void _run_via_thread();
@@ -173,8 +177,8 @@ private:
     /** The state and HAS_WAITERS. A thread that replaces it while the bit is set must wake the bucket. */
     mutable std::atomic<UInt32_t> _state;
     const TaskID_t _id;
-    /** Guarded by the lock of the task's TaskWaitBucket. */
-    unsigned long _intbits;
+    /** The bits that interrupt() has set. */
+    unsigned long _intbits DALNIM_GUARDED_BY(_wait_bucket());
     /** The target that run() calls; this object if it is its own target. */
     Runnable* const _target;
     /** Whether this task owns `_target`. */

@@ -8,6 +8,7 @@
 #include <dalnim/mt/MutexHolder.hpp>
 #include <dalnim/sys/DynLibrary.hpp>
 #include <dalnim/sys/DynSymbol.hpp>
+#include <qv/pmx/thread_safety.h>
 
 #include <map>
 
@@ -90,21 +91,21 @@ private:
     template <class T, class ReleaseOne>
     bool release(const T& object, ReleaseOne releaseOne) const;
 
-    // These require sync.
     /** Returns the symbols in the library's record, which is inserted if there is none, and caches them in
      * it. */
-    SymbolMap& insertRecord(const DynLibrary& library) const;
-    DynSymbolRef resolve(const DynLibrary& library, SymbolMap& symbols, const String& symname) const;
-    bool removeUnused(const DynLibrary& library) const;
-    bool removeUnused(const DynSymbol& symbol) const;
+    SymbolMap& insertRecord(const DynLibrary& library) const DALNIM_REQUIRES(sync);
+    DynSymbolRef resolve(const DynLibrary& library, SymbolMap& symbols, const String& symname) const
+        DALNIM_REQUIRES(sync);
+    bool removeUnused(const DynLibrary& library) const DALNIM_REQUIRES(sync);
+    bool removeUnused(const DynSymbol& symbol) const DALNIM_REQUIRES(sync);
 
     /**
-     * Guards the cache. Recursive, since initialisers and destructors of libraries may use the loader.
+     * Recursive, since initialisers and destructors of libraries may use the loader.
      * Acquired before the logger's locks.
      */
     mt::CriticalSection sync;
     /** By the names under which they were loaded. */
-    mutable std::map<String, LibRec> libs;
+    mutable std::map<String, LibRec> libs DALNIM_GUARDED_BY(sync);
     // Reserved for a search path.
     [[maybe_unused]] UInt32_t pkey;
     StringVector path;

@@ -2,6 +2,15 @@
 #define DALNIM_SYS_INITLOCK_HPP
 
 #include <qv/pmx/api.h>
+#include <qv/pmx/thread_safety.h>
+
+namespace com::kor::dal::nim::sys::internal {
+
+class ForkSafeMutex;
+/** The lock that InitLock holds, for declarations of what it guards. Not exported. */
+extern ForkSafeMutex initMutex;
+
+}
 
 namespace com::kor::dal::nim::sys {
 
@@ -14,23 +23,23 @@ namespace com::kor::dal::nim::sys {
  *
  * Thread safety: an object may be used by one thread only; the lock is shared by all.
  */
-class DALNIM_API InitLock
+class DALNIM_SCOPED_CAPABILITY DALNIM_API InitLock
 {
 public:
     static constexpr const char CLASS_NAME[] = "InitLock";
 
     /** @param lock  whether to acquire the lock now */
-    explicit InitLock(bool lock) noexcept;
+    explicit InitLock(bool lock) noexcept DALNIM_ACQUIRE(internal::initMutex);
     /** Releases the lock if this object holds it. */
-    ~InitLock();
+    ~InitLock() DALNIM_RELEASE();
 
     InitLock(const InitLock&) = delete;
     InitLock& operator=(const InitLock&) = delete;
 
     /** Blocks until the lock is held. Does nothing if this object already holds it. */
-    void acquire() noexcept;
+    void acquire() noexcept DALNIM_ACQUIRE();
     /** Releases the lock if this object holds it. */
-    void release() noexcept;
+    void release() noexcept DALNIM_RELEASE();
 
 private:
     bool owned;

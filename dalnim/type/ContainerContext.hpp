@@ -3,8 +3,9 @@
 
 #include <dalnim/mem/RefCntObjectRef.hpp>
 #include <dalnim/type/Context.hpp>
+#include <qv/pmx/TryLock.hpp>
+#include <qv/pmx/thread_safety.h>
 
-#include <atomic>
 #include <map>
 #include <memory>
 
@@ -98,10 +99,10 @@ private:
      */
     std::shared_ptr<const EntryList> adopted;
     bool isAdopted = false;
-    /** Whether a thread uses `cachedSnapshot`: several may read this context. */
-    mutable std::atomic<bool> cacheInUse{false};
+    /** Several threads may read this context. */
+    mutable qv::TryLock cacheLock;
     /** The snapshot of the current entries, as long as tasks hold it. */
-    mutable std::weak_ptr<SharedEntries> cachedSnapshot;
+    mutable std::weak_ptr<SharedEntries> cachedSnapshot DALNIM_GUARDED_BY(cacheLock);
 };
 
 /** A counting reference to a context with content. */

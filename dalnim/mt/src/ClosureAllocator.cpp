@@ -3,7 +3,9 @@
 #include <dalnim/mt/src/ClosureAllocator.hpp>
 
 #include <dalnim/sys/internal/src/ThreadCacheState.hpp>
+#include <qv/pmx/TryLock.hpp>
 #include <qv/pmx/src/perturb.hpp>
+#include <qv/pmx/thread_safety.h>
 
 #include <atomic>
 #include <new>
@@ -46,19 +48,19 @@ public:
     /** Removes a magazine and returns its blocks. Returns null if the depot is empty or locked. */
     Block* tryPop() noexcept
     {
-        if (isEmpty.load(std::memory_order_relaxed) || isLocked.exchange(true, std::memory_order_acquire)) {
+        if (isEmpty.load(std::memory_order_relaxed) || !lock.tryLock()) {
             return nullptr;
         }
         qv::perturb();
         Block* const blocks = count != 0 ? magazines[--count] : nullptr;
         isEmpty.store(count == 0, std::memory_order_relaxed);
-        isLocked.store(false, std::memory_order_release);
+        lock.unlock();
         return blocks;
     }
     /** Adds the blocks of a magazine. Returns false if the depot is full or locked. */
     bool tryPush(Block* blocks) noexcept
     {
-        if (isLocked.exchange(true, std::memory_order_acquire)) {
+        if (!lock.tryLock()) {
             return false;
         }
         qv::perturb();
@@ -67,16 +69,16 @@ public:
             magazines[count++] = blocks;
             isEmpty.store(false, std::memory_order_relaxed);
         }
-        isLocked.store(false, std::memory_order_release);
+        lock.unlock();
         return hasCapacity;
     }
 
 private:
-    /** A lock that is only ever tried. */
-    std::atomic<bool> isLocked{false};
+    qv::TryLock lock;
+    /** Set with the lock held, also read without it. */
     std::atomic<bool> isEmpty{true};
-    unsigned int count = 0;
-    Block* magazines[DEPOT_SIZE] = {};
+    unsigned int count DALNIM_GUARDED_BY(lock) = 0;
+    Block* magazines[DEPOT_SIZE] DALNIM_GUARDED_BY(lock) = {};
 };
 
 Depot depot;

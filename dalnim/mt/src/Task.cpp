@@ -98,7 +98,7 @@ String Task::name() const
 
 unsigned long Task::interrupt(unsigned long bits)
 {
-    const TaskWaitBucket::Lock lock(TaskWaitBucket::of(this));
+    const TaskWaitBucket::Lock lock(_wait_bucket());
     _intbits |= bits != 0 ? bits : 1UL;
     lock.wakeAll();
     return _intbits;
@@ -106,7 +106,7 @@ unsigned long Task::interrupt(unsigned long bits)
 
 unsigned long Task::interrupted()
 {
-    const TaskWaitBucket::Lock lock(TaskWaitBucket::of(this));
+    const TaskWaitBucket::Lock lock(_wait_bucket());
     const unsigned long bits = _intbits;
     _intbits &= STICKY_BIT;
     return bits;
@@ -117,7 +117,7 @@ bool Task::waitForCompletion(unsigned int ms) const
     // Compatibility: the part below one second is taken as microseconds, not milliseconds. Callers rely on
     // it.
     const RX_AbsTime deadline(RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000));
-    const TaskWaitBucket::Lock lock(TaskWaitBucket::of(this));
+    const TaskWaitBucket::Lock lock(_wait_bucket());
     if (ms == 0) {
         return status() == TSF_FINISHED;
     }
@@ -134,7 +134,7 @@ bool Task::waitForCompletion(unsigned int ms) const
 void Task::waitForStateChange(unsigned int ms) const
 {
     const RX_AbsTime deadline(RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000000));
-    const TaskWaitBucket::Lock lock(TaskWaitBucket::of(this));
+    const TaskWaitBucket::Lock lock(_wait_bucket());
     if (_intbits != 0) {
         return;
     }
@@ -194,6 +194,11 @@ const Task*& Task::_last_finished() noexcept
 {
     __attribute__((tls_model("initial-exec"))) static thread_local const Task* task = nullptr;
     return task;
+}
+
+TaskWaitBucket& Task::_wait_bucket() const noexcept
+{
+    return TaskWaitBucket::of(this);
 }
 
 Task::TaskState Task::_mark_waiter() const

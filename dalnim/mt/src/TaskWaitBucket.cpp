@@ -80,7 +80,8 @@ TaskWaitBucket::Lock::~Lock() noexcept(false)
     RX_Check(bucket.mutex.unlock());
 }
 
-bool TaskWaitBucket::Lock::waitUntil(const RX_AbsTime& deadline) const
+// The mutex is held by this object, under the name of the bucket.
+DALNIM_NO_LOCK_ANALYSIS bool TaskWaitBucket::Lock::waitUntil(const RX_AbsTime& deadline) const
 {
     // The system rejects a time before the start of its clock, which has passed as well.
     const timespec limit = {std::max(deadline.seconds(), 0), deadline.nanoseconds()};

@@ -21,7 +21,7 @@ class Task;
  *
  * Failures raise RX_Exception with the system's number. Thread safety: any thread may call any operation.
  */
-class TaskWaitBucket
+class DALNIM_CAPABILITY("mutex") TaskWaitBucket
 {
 public:
     /** Holds the mutex of a bucket for a scope. */
@@ -33,7 +33,7 @@ public:
     static TaskWaitBucket& of(const Task* task) noexcept;
 
     /** Wakes all threads that wait in this bucket. */
-    void wakeAll();
+    void wakeAll() DALNIM_EXCLUDES(this);
 
     /** Initialises the condition. In the child of a fork, where no thread waits, also the mutex. */
     void initialize(bool isForkedChild);
@@ -44,11 +44,11 @@ private:
     si_cond_t changed;
 };
 
-class TaskWaitBucket::Lock
+class DALNIM_SCOPED_CAPABILITY TaskWaitBucket::Lock
 {
 public:
-    explicit Lock(TaskWaitBucket& lockedBucket);
-    ~Lock() noexcept(false);
+    explicit Lock(TaskWaitBucket& lockedBucket) DALNIM_ACQUIRE(lockedBucket);
+    ~Lock() noexcept(false) DALNIM_RELEASE();
 
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;

@@ -134,7 +134,8 @@ DynLoaderMgrRef DynLoaderMgr::manager()
     return DynLoaderMgrRef(known);
 }
 
-void DynLoaderMgr::endLoads() noexcept
+// Keeps the lock, if it could be acquired in time.
+DALNIM_NO_LOCK_ANALYSIS void DynLoaderMgr::endLoads() noexcept
 {
     // With a time limit: an initialiser that another thread runs under the lock may be blocked.
     constexpr int TRIES = 1000;

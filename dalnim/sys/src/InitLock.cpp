@@ -8,24 +8,25 @@
 
 namespace com::kor::dal::nim::sys {
 
-namespace {
-
 /** Recursive. Constant-initialised, since one-time work may run before any constructor. */
-internal::ForkSafeMutex _init_sync(true);
+internal::ForkSafeMutex internal::initMutex(true);
+
+namespace {
 
 /** Registers the fork handlers of the lock when the library is loaded. */
 const struct ForkRegistration
 {
     ForkRegistration() noexcept
     {
-        pthread_atfork([] { _init_sync.prepare(); }, [] { _init_sync.afterForkInParent(); },
-                       [] { _init_sync.afterForkInChild(); });
+        pthread_atfork([] { internal::initMutex.prepare(); }, [] { internal::initMutex.afterForkInParent(); },
+                       [] { internal::initMutex.afterForkInChild(); });
     }
 } fork_registration;
 
 }
 
-InitLock::InitLock(bool lock) noexcept : owned(false)
+// With false it acquires nothing; the analysis assumes true, which all callers in the library pass.
+DALNIM_NO_LOCK_ANALYSIS InitLock::InitLock(bool lock) noexcept : owned(false)
 {
     if (lock) {
         acquire();
@@ -40,7 +41,7 @@ InitLock::~InitLock()
 void InitLock::acquire() noexcept
 {
     if (!owned) {
-        _init_sync.lock();
+        internal::initMutex.lock();
         owned = true;
     }
 }
@@ -48,7 +49,7 @@ void InitLock::acquire() noexcept
 void InitLock::release() noexcept
 {
     if (owned) {
-        _init_sync.unlock();
+        internal::initMutex.unlock();
         owned = false;
     }
 }

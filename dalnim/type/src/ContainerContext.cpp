@@ -182,7 +182,8 @@ mem::RefCntObjectRef ContainerContext::remove(unsigned int cid)
     return removed;
 }
 
-void ContainerContext::swap(ContainerContext& ref)
+// Without the locks: no other thread uses a context while it changes.
+DALNIM_NO_LOCK_ANALYSIS void ContainerContext::swap(ContainerContext& ref)
 {
     const sys::StackTrack track("swap()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     content.swap(ref.content);
@@ -274,24 +275,25 @@ std::shared_ptr<SharedEntries> ContainerContext::snapshot() const
         return nullptr;
     }
     // A thread that finds the cache in use does not wait, but makes a snapshot of its own.
-    if (!cacheInUse.exchange(true, std::memory_order_acquire)) {
+    if (cacheLock.tryLock()) {
         auto cached = cachedSnapshot.lock();
-        cacheInUse.store(false, std::memory_order_release);
+        cacheLock.unlock();
         if (cached != nullptr) {
             return cached;
         }
     }
     qv::perturb();
     auto made = std::make_shared<SharedEntries>(duplicate());
-    if (made->list()->isShareable() && !cacheInUse.exchange(true, std::memory_order_acquire)) {
+    if (made->list()->isShareable() && cacheLock.tryLock()) {
         cachedSnapshot = made;
-        cacheInUse.store(false, std::memory_order_release);
+        cacheLock.unlock();
     }
     return made;
 }
 
 /** Detaches the snapshot before the content changes: tasks that are added afterwards get a new one. */
-void ContainerContext::detachSnapshot() noexcept
+// Without the lock: no other thread uses a context while it changes.
+DALNIM_NO_LOCK_ANALYSIS void ContainerContext::detachSnapshot() noexcept
 {
     cachedSnapshot.reset();
 }

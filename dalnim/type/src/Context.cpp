@@ -9,6 +9,7 @@
 #include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <dalnim/type/nsdefs.hpp>
+#include <qv/pmx/thread_safety.h>
 
 #include <atomic>
 #include <cerrno>
@@ -35,8 +36,8 @@ constexpr UInt32_t RESERVED_KEY = 0xFFFFFFFF;
 
 static_assert(HI_MASK == 0xFFFFFC40 && MAX_KEY == 0x1FFFFFFF, "the layout of a key");
 
-// Both are guarded by InitLock. The flag is also read without it.
-UInt32_t _key_last;
+UInt32_t _key_last DALNIM_GUARDED_BY(sys::internal::initMutex);
+/** Set under InitLock, also read without it. */
 std::atomic<bool> _key_inited(false);
 
 unsigned int validate_attributes(unsigned int attrib)

@@ -63,7 +63,8 @@ bool ForkSafeMutex::Hold::prepare(si_mutex_t& held, const std::timespec* deadlin
     return state != State::NONE;
 }
 
-void ForkSafeMutex::Hold::afterForkInParent(si_mutex_t& held) noexcept
+// Releases the mutex that prepare() acquired.
+DALNIM_NO_LOCK_ANALYSIS void ForkSafeMutex::Hold::afterForkInParent(si_mutex_t& held) noexcept
 {
     // Reset before the unlock: afterwards another fork may write it.
     const bool isAcquired = state == State::ACQUIRED;

@@ -3,6 +3,7 @@
 
 #include <qv/pmx/cond.h>
 #include <qv/pmx/mutex.h>
+#include <qv/pmx/thread_safety.h>
 
 #include <ctime>
 
@@ -20,7 +21,7 @@ namespace com::kor::dal::nim::sys::internal {
  * It is constant-initialised and needs no destructor, so that it can be used before any constructor has run
  * and until the process has ended.
  */
-class ForkSafeMutex
+class DALNIM_CAPABILITY("mutex") ForkSafeMutex
 {
 public:
     /**
@@ -71,23 +72,22 @@ public:
     ForkSafeMutex& operator=(const ForkSafeMutex&) = delete;
 
     /** Locks; EDEADLK if the calling thread holds a mutex that is not recursive. */
-    qv_err_t lock() noexcept
+    qv_err_t lock() noexcept DALNIM_TRY_ACQUIRE(0)
     {
         return qv_si_mutex_lock(&mutex);
     }
     /** Unlocks; EPERM if the calling thread does not hold the mutex. */
-    qv_err_t unlock() noexcept
+    qv_err_t unlock() noexcept DALNIM_RELEASE()
     {
         return qv_si_mutex_unlock(&mutex);
     }
 
     /**
-     * Unlocks, waits for a wake-up of `condition`, and locks again. The caller must hold the mutex. A
-     * cancellation point.
+     * Unlocks, waits for a wake-up of `condition`, and locks again. A cancellation point.
      * @param deadline  on the clock of the condition
      * @return ETIMEDOUT if the deadline has passed
      */
-    qv_err_t waitUntil(si_cond_t& condition, const std::timespec& deadline)
+    qv_err_t waitUntil(si_cond_t& condition, const std::timespec& deadline) DALNIM_REQUIRES(this)
     {
         return pthread_cond_timedwait(&condition.cond, &mutex.mutex, &deadline);
     }
@@ -120,11 +120,15 @@ private:
 };
 
 /** Holds a ForkSafeMutex for a scope. If locking fails, it holds nothing. */
-class ForkSafeLock
+class DALNIM_SCOPED_CAPABILITY ForkSafeLock
 {
 public:
-    explicit ForkSafeLock(ForkSafeMutex& locked) noexcept : mutex(locked), isOwner(locked.lock() == 0) {}
-    ~ForkSafeLock()
+    // Locking fails only if the calling thread holds the mutex already.
+    DALNIM_NO_LOCK_ANALYSIS explicit ForkSafeLock(ForkSafeMutex& locked) noexcept DALNIM_ACQUIRE(locked)
+        : mutex(locked), isOwner(locked.lock() == 0)
+    {
+    }
+    ~ForkSafeLock() DALNIM_RELEASE()
     {
         if (isOwner) {
             mutex.unlock();
