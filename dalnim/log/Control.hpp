@@ -3,7 +3,9 @@
 
 #include <dalnim/String.hpp>
 #include <dalnim/log/Common.hpp>
+#include <dalnim/sys/InitLock.hpp>
 #include <qv/pmx/api.h>
+#include <qv/pmx/thread_safety.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -65,9 +67,9 @@ public:
     // May be written directly only before other threads start. setOutputMaskDefault() and
     // setSeverityDefault() may be called at any time.
     /** Output mask of new loggers; Mask_ALL when the library is loaded. */
-    static unsigned int DEFAULT_MASK;
+    static unsigned int DEFAULT_MASK DALNIM_GUARDED_BY(sys::internal::initMutex);
     /** Threshold of new loggers; NOTICE when the library is loaded. */
-    static Severity DEFAULT_SEVERITY;
+    static Severity DEFAULT_SEVERITY DALNIM_GUARDED_BY(sys::internal::initMutex);
 
     /** A list of severities. */
     typedef std::vector<Severity> SeverityColl;
@@ -327,7 +329,6 @@ public:
      */
     std::uint64_t getRefusedStatements() const noexcept;
 
-    // Guarded by InitLock.
     /** Returns the output mask of new loggers. */
     static unsigned int getOutputMaskDefault();
     /** Returns the threshold of new loggers. */

@@ -5,6 +5,7 @@
 #include <dalnim/mem/RcoRef.hpp>
 #include <dalnim/mt/CriticalSection.hpp>
 #include <qv/pmx/api.h>
+#include <qv/pmx/thread_safety.h>
 
 #include <cstddef>
 #include <ios>
@@ -142,9 +143,11 @@ private:
     bool isSetTo(const std::ostream& stream) const;
     /** For a logger: opens a file that is not open yet, as getStream() does, without a stream. */
     void open() const;
+    /** Returns the output of a file that no other thread uses. */
+    __attribute__((visibility("hidden"))) LogOutput& ownOutput();
 
-    const std::unique_ptr<LogOutput> output;
-    /** Guards `output`. Acquired after Write's lock, never before it. */
+    const std::unique_ptr<LogOutput> output DALNIM_PT_GUARDED_BY(stateSync);
+    /** Acquired after Write's lock, never before it. */
     mt::CriticalSection stateSync;
     /** Has fork() hold stateSync. Destroyed first. */
     std::unique_ptr<ForkEntry> forkEntry;

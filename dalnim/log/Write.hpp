@@ -6,6 +6,7 @@
 #include <dalnim/log/SeverityGate.hpp>
 #include <dalnim/mt/CriticalSection.hpp>
 #include <dalnim/mt/MutexHolder.hpp>
+#include <qv/pmx/thread_safety.h>
 
 #include <atomic>
 #include <cstdint>
@@ -107,7 +108,7 @@ public:
     void getModulesRegisteredStatic(StringColl& modules) const override;
 
 protected:
-    void log(const String& msg) override;
+    void log(const String& msg) override DALNIM_REQUIRES(stateSync);
     ModuleRegistration& moduleRegistrar() override;
 
 private:
@@ -127,52 +128,55 @@ private:
      * Logs a record if neither format() nor log(const String&) is replaced: formats the line before it
      * acquires the lock, and again under it if the output mask has changed in between.
      */
-    void formatAndLog(const Module& mod, const Header& rec);
+    void formatAndLog(const Module& mod, const Header& rec) DALNIM_EXCLUDES(stateSync);
 
-    // Called with stateSync held.
-    LogFileRef& getOwnedLogFile();
+    LogFileRef& getOwnedLogFile() DALNIM_REQUIRES(stateSync);
     /** Returns a new file with the settings that apply to all files of this logger. */
-    LogFileRef newLogFile() const;
+    LogFileRef newLogFile() const DALNIM_REQUIRES(stateSync);
     /** Makes `file` the output, and releases the current one. */
-    void replaceLogFile(const LogFileRef& file, bool owned);
+    void replaceLogFile(const LogFileRef& file, bool owned) DALNIM_REQUIRES(stateSync);
     /** Returns the file that setStream("CIMOM") shares, or throws like it. */
-    LogFileRef cimomLogFile() const;
+    LogFileRef cimomLogFile() const DALNIM_REQUIRES(stateSync);
+    /** Returns the output, for a logger that shares it. */
+    __attribute__((visibility("hidden"))) LogFileRef fileToShare() const;
     /** Writes the stream header if it is due. Returns false if that fails, and getFallback() is selected. */
-    bool beginOutput() const;
+    bool beginOutput() const DALNIM_REQUIRES(stateSync);
     /** Writes a line that ends in a newline, to standard error if need be and getFallback() is selected. */
-    void writeLine(std::string_view line);
-    void streamHeader() const;
-    void revertStreamHeader(int error) const;
+    void writeLine(std::string_view line) DALNIM_REQUIRES(stateSync);
+    void streamHeader() const DALNIM_REQUIRES(stateSync);
+    void revertStreamHeader(int error) const DALNIM_REQUIRES(stateSync);
     /** Writes a message and the configuration to the output. Returns false if the output rejects them. */
-    bool writeHeader(const String& msg, Severity sev) const;
-    std::ostream& writeLogConfig(std::ostream& os) const;
+    bool writeHeader(const String& msg, Severity sev) const DALNIM_REQUIRES(stateSync);
+    std::ostream& writeLogConfig(std::ostream& os) const DALNIM_REQUIRES(stateSync);
 
-    // Called after a change, without stateSync held.
+    // Called after a change.
     template <class Writer>
-    void reportChange(unsigned int line, const char* setting, Writer writeOldAndNew);
+    void reportChange(unsigned int line, const char* setting, Writer writeOldAndNew)
+        DALNIM_EXCLUDES(stateSync);
     template <class Value>
-    void reportOldAndNew(unsigned int line, const char* setting, const Value& oldValue,
-                         const Value& newValue);
+    void reportOldAndNew(unsigned int line, const char* setting, const Value& oldValue, const Value& newValue)
+        DALNIM_EXCLUDES(stateSync);
 
     /** Sets a boolean setting, reports the change as `label`, and returns the old value. */
-    bool changeSwitch(std::atomic<bool>& flag, bool value, unsigned int line, const char* label);
+    bool changeSwitch(std::atomic<bool>& flag, bool value, unsigned int line, const char* label)
+        DALNIM_EXCLUDES(stateSync);
 
     /** Applies all settings. Exceptions from opening the output propagate; then nothing has changed. */
-    void applySettings(const LogSettings& settings);
+    void applySettings(const LogSettings& settings) DALNIM_EXCLUDES(stateSync);
     /** Opens the output of `settings`, except "CIMOM", in a file that is not in use yet. */
     static void openOutput(LogFile& file, const LogSettings& settings);
-    /** Returns true if the output is the one that `settings` select, and is open. Requires stateSync. */
-    bool hasOutputOf(const LogSettings& settings) const;
+    /** Returns true if the output is the one that `settings` select, and is open. */
+    bool hasOutputOf(const LogSettings& settings) const DALNIM_REQUIRES(stateSync);
     /** Acquires stateSync, and returns hasOutputOf(). */
-    bool isOutputOf(const LogSettings& settings) const;
+    bool isOutputOf(const LogSettings& settings) const DALNIM_EXCLUDES(stateSync);
     /**
      * Makes `opened`, a file of this logger's own, the output unless it is null. Sets the limits of
-     * `settings`, unless the file is shared. Requires stateSync.
+     * `settings`, unless the file is shared.
      */
-    void replaceOutput(LogFileRef& opened, const LogSettings& settings);
+    void replaceOutput(LogFileRef& opened, const LogSettings& settings) DALNIM_REQUIRES(stateSync);
     /** Opens the path of the output again. Returns null if the output is not a file of this logger's own. */
-    LogFileRef openAgain() const;
-    bool reopenFile();
+    LogFileRef openAgain() const DALNIM_EXCLUDES(stateSync);
+    bool reopenFile() DALNIM_EXCLUDES(stateSync);
 
     void configureOutput(const std::map<String, String>& values);
 
@@ -183,15 +187,12 @@ private:
     static std::ostream& writeSeverityMask(std::ostream& os, unsigned int mask);
     static std::ostream& writeLogMessage(std::ostream& os, const String& msg, Severity sev);
 
-    /**
-     * Guards all of the state. Acquired before LogFile's lock. Not recursive: a setter releases it before it
-     * reports the change.
-     */
+    /** Acquired before LogFile's lock. Not recursive: a setter releases it before it reports the change. */
     mt::CriticalSection stateSync;
     // The atomic members are read without the lock, and written under it.
     std::atomic<bool> flagAllowRemoteControl;
     /** Whether the configuration has been written to the current output. */
-    mutable bool streamHeaderDone;
+    mutable bool streamHeaderDone DALNIM_GUARDED_BY(stateSync);
     std::atomic<bool> escapesControls;
     std::atomic<bool> fallsBack;
     std::atomic<unsigned int> outputMask;
@@ -201,12 +202,12 @@ private:
      * shares the file of another one reads that reference under InitLock alone, so that no thread holds the
      * locks of two loggers.
      */
-    mutable LogFileRef logFile;
+    mutable LogFileRef logFile DALNIM_GUARDED_BY(stateSync);
     /** False while the file is that of another logger, which owns its settings. */
-    bool ownedLogFile;
+    bool ownedLogFile DALNIM_GUARDED_BY(stateSync);
     /** Permissions of the files that this logger owns; a shared file has those of its owner. */
-    unsigned int fileMode;
-    std::unique_ptr<ModuleRegistration> modules;
+    unsigned int fileMode DALNIM_GUARDED_BY(stateSync);
+    std::unique_ptr<ModuleRegistration> modules DALNIM_PT_GUARDED_BY(stateSync);
     /** Number of statements in signal handlers that were rejected. */
     std::atomic<std::uint64_t> refusedStatements{0};
     /** Has fork() hold stateSync. Destroyed first. */

@@ -5,6 +5,7 @@
 #include <dalnim/log/src/RecordMutex.hpp>
 #include <dalnim/log/src/SpareHeaders.hpp>
 #include <dalnim/sys/internal/src/TimeZone.hpp>
+#include <qv/pmx/thread_safety.h>
 
 #include <ctime>
 #include <pthread.h>
@@ -56,7 +57,7 @@ private:
 
 }
 
-/** All entries of one kind, with the mutex that guards the list. Constant-initialised, never destroyed. */
+/** All entries of one kind. Constant-initialised, never destroyed. */
 class ForkEntry::List
 {
 public:
@@ -89,7 +90,8 @@ public:
         }
     }
 
-    void prepare(const LockDeadline& deadline) noexcept
+    // The mutex is acquired by the first of these, before the fork, and released by the other two, after it.
+    DALNIM_NO_LOCK_ANALYSIS void prepare(const LockDeadline& deadline) noexcept
     {
         mutex.prepare();
         for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
@@ -97,14 +99,14 @@ public:
             entry->hold.prepare(ForkSafeMutex::of(entry->section), &limit);
         }
     }
-    void afterForkInParent() noexcept
+    DALNIM_NO_LOCK_ANALYSIS void afterForkInParent() noexcept
     {
         for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
             entry->hold.afterForkInParent(ForkSafeMutex::of(entry->section));
         }
         mutex.afterForkInParent();
     }
-    void afterForkInChild() noexcept
+    DALNIM_NO_LOCK_ANALYSIS void afterForkInChild() noexcept
     {
         for (ForkEntry* entry = first; entry != nullptr; entry = entry->next) {
             entry->hold.afterForkInChild(ForkSafeMutex::of(entry->section), false);
@@ -114,7 +116,7 @@ public:
 
 private:
     ForkSafeMutex mutex;
-    ForkEntry* first = nullptr;
+    ForkEntry* first DALNIM_GUARDED_BY(mutex) DALNIM_PT_GUARDED_BY(mutex) = nullptr;
 };
 
 ForkEntry::ForkEntry(Kind kind, const mt::CriticalSection& locked) noexcept

@@ -146,7 +146,7 @@ void LogFile::replaceOutput(LogFile* other, const Limits& limits)
 {
     const StateHolder holder(stateSync.acquire());
     if (other != nullptr) {
-        output->exchange(*other->output);
+        output->exchange(other->ownOutput());
     }
     output->setFileMode(limits.fileMode);
     output->setMaxFileSize(limits.maxFileSize);
@@ -157,10 +157,10 @@ bool LogFile::exchangeReopened(LogFile& other)
 {
     const StateHolder holder(stateSync.acquire());
     // Checked under the lock, since another logger that shares this file may rotate it.
-    if (output->path() != other.output->path() || !other.output->isAtItsPath()) {
+    if (output->path() != other.ownOutput().path() || !other.ownOutput().isAtItsPath()) {
         return false;
     }
-    output->exchange(*other.output);
+    output->exchange(other.ownOutput());
     return true;
 }
 
@@ -168,6 +168,12 @@ void LogFile::openAt(const String& path)
 {
     const StateHolder holder(stateSync.acquire());
     output->openAt(path);
+}
+
+// Without the lock: no other thread uses the file.
+DALNIM_NO_LOCK_ANALYSIS LogOutput& LogFile::ownOutput()
+{
+    return *output;
 }
 
 bool LogFile::isAtItsPath() const

@@ -21,7 +21,8 @@ void check(qv_err_t status)
 
 sys::internal::ForkSafeMutex RecordMutex::mutex(false);
 
-RecordLock::RecordLock() : exceptions(std::uncaught_exceptions())
+// If locking fails, the constructor throws.
+DALNIM_NO_LOCK_ANALYSIS RecordLock::RecordLock() : exceptions(std::uncaught_exceptions())
 {
     check(RecordMutex::mutex.lock());
 }

@@ -2,6 +2,7 @@
 #define DALNIM_LOG_SRC_RECORDMUTEX_HPP
 
 #include <dalnim/sys/internal/src/ForkSafeMutex.hpp>
+#include <qv/pmx/thread_safety.h>
 
 namespace com::kor::dal::nim::log {
 
@@ -18,12 +19,12 @@ public:
 };
 
 /** Holds the record mutex for a scope. Throws sys::system_error if it cannot be locked or unlocked. */
-class RecordLock
+class DALNIM_SCOPED_CAPABILITY RecordLock
 {
 public:
-    RecordLock();
+    RecordLock() DALNIM_ACQUIRE(RecordMutex::mutex);
     /** Does not throw while another exception is propagating. */
-    ~RecordLock() noexcept(false); // NOLINT(bugprone-exception-escape)
+    ~RecordLock() noexcept(false) DALNIM_RELEASE(); // NOLINT(bugprone-exception-escape)
 
     RecordLock(const RecordLock&) = delete;
     RecordLock& operator=(const RecordLock&) = delete;

@@ -114,11 +114,12 @@ bool Write::allowRemoteControl(bool allow)
     const sys::StackTrack track("allowRemoteControl()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     StateHolder holder(stateSync.acquire());
     const bool old = remoteControlAllowed();
-    if (old != allow) {
-        flagAllowRemoteControl.store(allow, std::memory_order_relaxed);
-        holder.release(true);
-        reportOldAndNew(__LINE__, "RemoteControlAllowed", truth(old), truth(allow));
+    if (old == allow) {
+        return old;
     }
+    flagAllowRemoteControl.store(allow, std::memory_order_relaxed);
+    holder.release(true);
+    reportOldAndNew(__LINE__, "RemoteControlAllowed", truth(old), truth(allow));
     return old;
 }
 
@@ -126,10 +127,11 @@ bool Write::changeSwitch(std::atomic<bool>& flag, bool value, unsigned int line,
 {
     StateHolder holder(stateSync.acquire());
     const bool old = flag.exchange(value, std::memory_order_relaxed);
-    if (old != value) {
-        holder.release(true);
-        reportOldAndNew(line, label, truth(old), truth(value));
+    if (old == value) {
+        return old;
     }
+    holder.release(true);
+    reportOldAndNew(line, label, truth(old), truth(value));
     return old;
 }
 
@@ -254,10 +256,16 @@ LogFileRef Write::cimomLogFile() const
         throw std::invalid_argument("CIMOM stream is not available");
     }
     qv::perturb();
-    // The owner exists while its module is registered here, which stateSync guards. Its own stateSync is not
-    // acquired: two loggers that share each other's files would deadlock.
+    // The owner exists while its module is registered here, which stateSync guards.
+    return owner->fileToShare();
+}
+
+// Without stateSync: two loggers that share each other's files would deadlock. The reference changes under
+// both locks.
+DALNIM_NO_LOCK_ANALYSIS LogFileRef Write::fileToShare() const
+{
     const sys::InitLock lock(true);
-    return owner->logFile;
+    return logFile;
 }
 
 void Write::setStream(std::ios& stream)
@@ -420,10 +428,11 @@ bool Write::setLocaltime(bool on)
     const sys::StackTrack track("setLocaltime()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     StateHolder holder(stateSync.acquire());
     const bool old = __atomic_exchange_n(&LOG_LOCALTIME, on, __ATOMIC_RELAXED);
-    if (old != on) {
-        holder.release(true);
-        reportOldAndNew(__LINE__, "TimestampInLocalTime", truth(old), truth(on));
+    if (old == on) {
+        return old;
     }
+    holder.release(true);
+    reportOldAndNew(__LINE__, "TimestampInLocalTime", truth(old), truth(on));
     return old;
 }
 
