@@ -17,8 +17,7 @@ namespace qv {
  * reused. The spinning worker is woken first, because that takes no system call. As it may be preempted, its
  * wake-up counts only once it has responded: see deliver().
  *
- * Thread safety: every operation requires the lock that was passed to the constructor, except wait() and
- * deliver(), which must be called without it.
+ * Thread safety: each operation declares whether it requires the lock that was passed to the constructor.
  */
 class IdleWorkers
 {

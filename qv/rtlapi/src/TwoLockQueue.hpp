@@ -24,7 +24,7 @@ namespace qv {
  *
  * The queue does not own the closures, nor does it call them.
  *
- * Thread safety: each operation documents which lock it requires.
+ * Thread safety: each operation declares the locks that it requires.
  */
 class TwoLockQueue
 {
