@@ -4,11 +4,18 @@
 
 #include <dalnim/sys/StackTrack.hpp>
 
+#include <fpu_control.h>
+#include <langinfo.h>
+
 #include <cerrno>
+#include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <locale>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 
 namespace com::kor::dal::nim::type {
 
@@ -26,6 +33,60 @@ constexpr const char* CLASS_NAME = NumberOps::CLASS_NAME;
 {
     const sys::StackTrack track("parse()", CLASS_NAME, NAMESPACE_NAME, line);
     throw std::out_of_range("String representation exceeds capacity of numeric type.");
+}
+
+/** Sets `value` and returns true if std::from_chars() accepts all of `source`. May set it otherwise, too. */
+template <class T>
+bool convertAll(T& value, const String& source)
+{
+    const char* const end = source.data() + source.size();
+    const std::from_chars_result parsed = std::from_chars(source.data(), end, value);
+    return parsed.ec == std::errc() && parsed.ptr == end;
+}
+
+/**
+ * Sets `value` and returns true if `source`, which must not be empty, is a decimal integer without white
+ * space or "+": std::from_chars() converts it to the same value as strtol(), in half the time. May set
+ * `value` otherwise, too.
+ */
+template <class T>
+bool convertPlainInteger(T& value, const String& source)
+{
+    // A leading 0 selects another base.
+    const char* const digits = source.c_str() + (source.front() == '-' ? 1 : 0);
+    return *digits != '0' && convertAll(value, source);
+}
+
+/**
+ * Returns true if strtod() and std::from_chars() both round to nearest. strtod() obeys the control word of
+ * the x87, std::from_chars() multiplies in SSE registers.
+ */
+bool roundsToNearest()
+{
+    fpu_control_t control = 0;
+    _FPU_GETCW(control);
+    // Reading the control register of SSE takes ten times as long as this sum and this difference. The
+    // operand is volatile, so that they are computed here and not by the compiler.
+    static const volatile float small = 1e-30F;
+    const float tiny = small;
+    return (control & _FPU_RC_ZERO) == _FPU_RC_NEAREST && 1 + tiny == 1 - tiny;
+}
+
+/**
+ * Like convertPlainInteger(), for a decimal real number whose decimal point is ".". Returns false for
+ * infinity and NaN, and for values that the C functions convert with a change of `errno`: those that are too
+ * large, or smaller than a normal number.
+ */
+template <class T>
+bool convertPlainReal(T& value, const String& source)
+{
+    if (!roundsToNearest() || !convertAll(value, source)) {
+        return false;
+    }
+    typedef std::numeric_limits<T> Limits;
+    const T magnitude = std::abs(value);
+    // A smaller value may have been rounded up to min(). One that was rounded to 0 has been rejected above.
+    return (magnitude > Limits::min() && magnitude <= Limits::max()) || magnitude == 0;
 }
 
 /** Parses all of `source` by a function of the strtol family. Throws std::invalid_argument. */
@@ -50,23 +111,36 @@ T narrow(T& result, Wide value, unsigned int line)
     return result = static_cast<T>(value);
 }
 
-template <class T>
-T parseSigned(T& result, const String& source, unsigned int line)
+/** Parses a type that is narrower than that of the C function. */
+template <class T, class Wide>
+T parseNarrow(T& result, Wide (*strto)(const char*, char**, int), const String& source, unsigned int line)
 {
-    return source.empty() ? result = 0 : narrow(result, convert(std::strtol, source, line), line);
+    if (source.empty()) {
+        return result = 0;
+    }
+    T value;
+    if (convertPlainInteger(value, source)) {
+        return result = value;
+    }
+    return narrow(result, convert(strto, source, line), line);
 }
 
+/** Returns the value of a type that the C function itself returns, before any check for overflow. */
 template <class T>
-T parseUnsigned(T& result, const String& source, unsigned int line)
+T convertWide(T (*strto)(const char*, char**, int), const String& source, unsigned int line)
 {
-    return source.empty() ? result = 0 : narrow(result, convert(std::strtoul, source, line), line);
+    if (source.empty()) {
+        return 0;
+    }
+    T value;
+    return convertPlainInteger(value, source) ? value : convert(strto, source, line);
 }
 
 /** Parses a type that the C function itself returns: overflow shows in an extreme value and in `errno`. */
 template <class T>
 T& parseWide(T& result, T (*strto)(const char*, char**, int), const String& source, unsigned int line)
 {
-    const T value = source.empty() ? 0 : convert(strto, source, line);
+    const T value = convertWide(strto, source, line);
     typedef std::numeric_limits<T> Limits;
     if ((value == Limits::min() || value == Limits::max()) && errno == ERANGE) {
         throw_bad_range(line);
@@ -78,32 +152,32 @@ T& parseWide(T& result, T (*strto)(const char*, char**, int), const String& sour
 
 signed char NumberOps::parse(signed char& result, const String& source)
 {
-    return parseSigned(result, source, __LINE__);
+    return parseNarrow(result, std::strtol, source, __LINE__);
 }
 
 unsigned char NumberOps::parse(unsigned char& result, const String& source)
 {
-    return parseUnsigned(result, source, __LINE__);
+    return parseNarrow(result, std::strtoul, source, __LINE__);
 }
 
 short NumberOps::parse(short& result, const String& source)
 {
-    return parseSigned(result, source, __LINE__);
+    return parseNarrow(result, std::strtol, source, __LINE__);
 }
 
 unsigned short NumberOps::parse(unsigned short& result, const String& source)
 {
-    return parseUnsigned(result, source, __LINE__);
+    return parseNarrow(result, std::strtoul, source, __LINE__);
 }
 
 int NumberOps::parse(int& result, const String& source)
 {
-    return parseSigned(result, source, __LINE__);
+    return parseNarrow(result, std::strtol, source, __LINE__);
 }
 
 unsigned int NumberOps::parse(unsigned int& result, const String& source)
 {
-    return parseUnsigned(result, source, __LINE__);
+    return parseNarrow(result, std::strtoul, source, __LINE__);
 }
 
 long& NumberOps::parse(long& result, const String& source)
@@ -113,7 +187,7 @@ long& NumberOps::parse(long& result, const String& source)
 
 unsigned long& NumberOps::parse(unsigned long& result, const String& source)
 {
-    return result = source.empty() ? 0 : convert(std::strtoul, source, __LINE__);
+    return result = convertWide(std::strtoul, source, __LINE__);
 }
 
 NumberOps::SInt64_t& NumberOps::parse(SInt64_t& result, const String& source)
@@ -126,7 +200,7 @@ NumberOps::UInt64_t& NumberOps::parse(UInt64_t& result, const String& source)
     // Compatibility: the highest signed value, although overflow yields the highest unsigned one. Callers
     // rely on the latter being accepted.
     constexpr UInt64_t SUSPECT = 0x7FFFFFFFFFFFFFFF;
-    const UInt64_t value = source.empty() ? 0 : convert(std::strtoull, source, __LINE__);
+    const UInt64_t value = convertWide(std::strtoull, source, __LINE__);
     if (value == SUSPECT && errno == ERANGE) {
         throw_bad_range(__LINE__);
     }
@@ -138,6 +212,11 @@ float& NumberOps::parse(float& result, const String& source)
     if (source.empty()) {
         return result = 0;
     }
+    // The facets of any other locale may differ.
+    float plain;
+    if (std::locale() == std::locale::classic() && convertPlainReal(plain, source)) {
+        return result = plain;
+    }
     if (!convertString(result, source)) {
         throw_bad_format(__LINE__);
     }
@@ -148,6 +227,11 @@ double& NumberOps::parse(double& result, const String& source)
 {
     if (source.empty()) {
         return result = 0;
+    }
+    const char* const point = nl_langinfo(RADIXCHAR);
+    double plain;
+    if (point[0] == '.' && point[1] == '\0' && convertPlainReal(plain, source)) {
+        return result = plain;
     }
     char* end = nullptr;
     const double value = std::strtod(source.c_str(), &end);
