@@ -9,13 +9,13 @@
 #include <gtest/gtest.h>
 
 #include <fpu_control.h>
-#include <locale.h>
 #include <sys/stat.h>
 #include <xmmintrin.h>
 
 #include <cerrno>
 #include <cfenv>
 #include <climits>
+#include <clocale>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -35,7 +35,7 @@ using com::kor::dal::nim::type::NumberOps;
 
 enum Outcome { NUMBER, BAD_FORMAT, BAD_RANGE };
 
-/** What a conversion did. */
+/** Outcome, value and `errno` of a conversion. */
 template <class T>
 struct Conversion
 {
@@ -373,7 +373,7 @@ TYPED_TEST(NumberOpsReal, AgreesAtTheLimits)
             ASSERT_TRUE(agrees<TypeParam>(printed("-%.*Lf", precision, largest * factor), ERANGE));
         }
     }
-    // The lowest normal double less a third and two thirds of a quarter of a unit: rounded up to it.
+    // Rounded to the lowest normal double, or to its neighbour below, from both sides.
     for (const char* const text : {"2.22507385850720131e-308", "2.225073858507201259e-308",
                                    "2.2250738585072012e-308", "2.2250738585072011e-308"}) {
         ASSERT_TRUE(agrees<TypeParam>(text, 0));
@@ -439,7 +439,7 @@ TEST(NumberOpsDoubleRounding, FollowsTheControlWordThatStrtodFollows)
     EXPECT_EQ(0x1.3333333333334p-2, value);
 }
 
-/** A locale for numbers with a decimal comma, in effect on this thread. */
+/** A locale for numbers with a decimal comma, in effect in the process. */
 class DecimalComma
 {
 public:
@@ -447,6 +447,7 @@ public:
     {
         const String folder = scratch.file("comma");
         EXPECT_EQ(0, mkdir(folder.c_str(), 0700));
+        // A header, then the decimal point.
         String data = support::readFile("/usr/lib/locale/C.utf8/LC_NUMERIC");
         const std::size_t point = data.find('.', 32);
         if (point != String::npos) {
@@ -454,35 +455,29 @@ public:
         }
         support::writeFile(folder + "/LC_NUMERIC", data);
         setenv("LOCPATH", scratch.path().c_str(), 1);
-        created = newlocale(LC_NUMERIC_MASK, "comma", nullptr);
+        std::setlocale(LC_NUMERIC, "comma");
         unsetenv("LOCPATH");
-        before = created != nullptr ? uselocale(created) : nullptr;
     }
     ~DecimalComma()
     {
-        if (created != nullptr) {
-            uselocale(before);
-            freelocale(created);
-        }
+        std::setlocale(LC_NUMERIC, "C");
     }
     DecimalComma(const DecimalComma&) = delete;
     DecimalComma& operator=(const DecimalComma&) = delete;
 
-    bool exists() const
+    static bool isInEffect()
     {
-        return created != nullptr && std::strtod("1,5", nullptr) == 1.5;
+        return std::strtod("1,5", nullptr) == 1.5;
     }
 
 private:
     support::ScratchFolder scratch;
-    locale_t created = nullptr;
-    locale_t before = nullptr;
 };
 
 TEST(NumberOpsDoubleLocale, DecimalPointIsThatOfTheLocale)
 {
     const DecimalComma locale;
-    if (!locale.exists()) {
+    if (!locale.isInEffect()) {
         GTEST_SKIP() << "no locale could be derived from C.utf8";
     }
     double value = 0;
