@@ -119,12 +119,15 @@ Conversion<T> parsed(const String& text, int stale)
     }
 }
 
-/** Returns true if two results are the same in all bits; all NaNs are the same. */
+/** Returns true if two results are the same, including the sign of 0; all NaNs are the same. */
 template <class T>
 bool isSame(const Conversion<T>& a, const Conversion<T>& b)
 {
-    const bool same =
-        std::memcmp(&a.value, &b.value, sizeof(T)) == 0 || (a.value != a.value && b.value != b.value);
+    bool same = a.value == b.value;
+    if constexpr (std::is_floating_point_v<T>) {
+        same = same ? std::signbit(a.value) == std::signbit(b.value)
+                    : std::isnan(a.value) && std::isnan(b.value);
+    }
     return a.outcome == b.outcome && a.error == b.error && same;
 }
 
@@ -164,7 +167,7 @@ template <class T>
 String printed(const char* format, int precision, T value)
 {
     char text[1200];
-    std::snprintf(text, sizeof text, format, precision, value);
+    static_cast<void>(std::snprintf(text, sizeof text, format, precision, value));
     return text;
 }
 
@@ -454,13 +457,16 @@ public:
             data[point] = ',';
         }
         support::writeFile(folder + "/LC_NUMERIC", data);
+        // The process has one thread.
+        // NOLINTBEGIN(concurrency-mt-unsafe)
         setenv("LOCPATH", scratch.path().c_str(), 1);
-        std::setlocale(LC_NUMERIC, "comma");
+        static_cast<void>(std::setlocale(LC_NUMERIC, "comma"));
         unsetenv("LOCPATH");
     }
     ~DecimalComma()
     {
-        std::setlocale(LC_NUMERIC, "C");
+        static_cast<void>(std::setlocale(LC_NUMERIC, "C"));
+        // NOLINTEND(concurrency-mt-unsafe)
     }
     DecimalComma(const DecimalComma&) = delete;
     DecimalComma& operator=(const DecimalComma&) = delete;

@@ -35,6 +35,12 @@ constexpr const char* CLASS_NAME = NumberOps::CLASS_NAME;
     throw std::out_of_range("String representation exceeds capacity of numeric type.");
 }
 
+/** Returns true unless `source`, which must not be empty, starts with white space or "+". */
+bool startsPlain(const String& source)
+{
+    return source.front() >= '-';
+}
+
 /** Sets `value` and returns true if std::from_chars() accepts all of `source`. May set it otherwise, too. */
 template <class T>
 bool convertAll(T& value, const String& source)
@@ -54,7 +60,7 @@ bool convertPlainInteger(T& value, const String& source)
 {
     // A leading 0 selects another base.
     const char* const digits = source.c_str() + (source.front() == '-' ? 1 : 0);
-    return *digits != '0' && convertAll(value, source);
+    return startsPlain(source) && *digits != '0' && convertAll(value, source);
 }
 
 /**
@@ -72,6 +78,15 @@ bool roundsToNearest()
     return (control & _FPU_RC_ZERO) == _FPU_RC_NEAREST && 1 + tiny == 1 - tiny;
 }
 
+/** Returns true if the decimal point of strtod() is ".". */
+bool isDecimalPointPlain()
+{
+    // Thread-safe in the GNU C library, which returns a string of the locale.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe)
+    const char* const point = nl_langinfo(RADIXCHAR);
+    return point[0] == '.' && point[1] == '\0';
+}
+
 /**
  * Like convertPlainInteger(), for a decimal real number whose decimal point is ".". Returns false for
  * infinity and NaN, and for values that the C functions convert with a change of `errno`: those that are too
@@ -80,7 +95,7 @@ bool roundsToNearest()
 template <class T>
 bool convertPlainReal(T& value, const String& source)
 {
-    if (!roundsToNearest() || !convertAll(value, source)) {
+    if (!startsPlain(source) || !roundsToNearest() || !convertAll(value, source)) {
         return false;
     }
     typedef std::numeric_limits<T> Limits;
@@ -214,7 +229,7 @@ float& NumberOps::parse(float& result, const String& source)
     }
     // The facets of any other locale may differ.
     float plain;
-    if (std::locale() == std::locale::classic() && convertPlainReal(plain, source)) {
+    if (convertPlainReal(plain, source) && std::locale() == std::locale::classic()) {
         return result = plain;
     }
     if (!convertString(result, source)) {
@@ -228,9 +243,8 @@ double& NumberOps::parse(double& result, const String& source)
     if (source.empty()) {
         return result = 0;
     }
-    const char* const point = nl_langinfo(RADIXCHAR);
     double plain;
-    if (point[0] == '.' && point[1] == '\0' && convertPlainReal(plain, source)) {
+    if (convertPlainReal(plain, source) && isDecimalPointPlain()) {
         return result = plain;
     }
     char* end = nullptr;
