@@ -131,6 +131,7 @@ public:
         if (tagLength > used || std::memcmp(path + (used - tagLength), tag, tagLength) != 0) {
             return false;
         }
+        partialEndTag = partialEndTag || tagLength != length;
         name = tag;
         length = tagLength;
         return true;
@@ -164,6 +165,18 @@ public:
     char* text() const
     {
         return path;
+    }
+    std::size_t textLength() const
+    {
+        return used;
+    }
+    /**
+     * Returns true if an end tag was shorter than the name of its element. The path and the depth do not
+     * correspond then.
+     */
+    bool hasPartialEndTag() const
+    {
+        return partialEndTag;
     }
 
 private:
@@ -218,6 +231,7 @@ private:
     /** Name of the innermost element, in the document or in the tail of the path. */
     char* name;
     std::size_t length;
+    bool partialEndTag = false;
     /** First 16 bytes at `name`, of which those past `length` are arbitrary. */
     __m128i firstBytes;
     /** Offsets of the "/" in the path, so that closing an element does not search a long path. */

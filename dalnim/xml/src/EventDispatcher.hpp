@@ -34,14 +34,16 @@ public:
                                             : cb.cbTagEnd(cb.pUserData, path.tag(), path.text()));
     }
 
-    int text(char* data)
+    int text(char* data, std::size_t length)
     {
+        cb.nDataLength = length;
         return check(cb.cbCommon != nullptr ? common(PDS_PARSE_CB_DATA, data, cb.nNumAttrs, cb.apszAttrs)
                                             : cb.cbData(cb.pUserData, 0, data, path.text()));
     }
 
-    int cdata(char* data)
+    int cdata(char* data, std::size_t length)
     {
+        cb.nDataLength = length;
         return check(cb.cbCommon != nullptr ? common(PDS_PARSE_CB_CDATA, data, 0, nullptr)
                                             : cb.cbData(cb.pUserData, 1, data, path.text()));
     }

@@ -9,6 +9,8 @@
 
 namespace com::kor::dal::nim::xml {
 
+class ElementPath;
+
 /** A common callback that nim_pdsParsePushCommonCB() has replaced. */
 struct iCbStackItem
 {
@@ -60,6 +62,12 @@ struct iParseCB
     bool isResetPending;
     /** User data of the pending reset. */
     void* pResetUserData;
+    /** Length of each value in `apszAttrs`, in the same block. Null until the first attribute. */
+    std::size_t* pValueLengths;
+    /** Length of the text passed to the separate data callback. */
+    std::size_t nDataLength;
+    /** Path of the open elements; valid while a parse is running. */
+    const ElementPath* pElements;
 };
 
 /** Value of `nInStartCB` after a second push: the result of that callback is ignored. */

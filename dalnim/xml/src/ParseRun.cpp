@@ -66,15 +66,25 @@ bool reserveAttribute(iParseCB& cb)
         return true;
     }
     const std::size_t capacity = cb.nMaxAttrs == 0 ? INITIAL_ATTRS : 2 * cb.nMaxAttrs;
-    auto** const grown = static_cast<char**>(std::malloc(capacity * sizeof(char*)));
+    auto** const grown =
+        static_cast<char**>(std::malloc(capacity * sizeof(char*) + capacity / 2 * sizeof(std::size_t)));
     if (grown == nullptr) {
         return false;
     }
+    auto* const lengths = reinterpret_cast<std::size_t*>(grown + capacity);
     std::copy_n(cb.apszAttrs, cb.nNumAttrs, grown);
+    std::copy_n(cb.pValueLengths, cb.nNumAttrs / 2, lengths);
     std::free(cb.apszAttrs);
     cb.apszAttrs = grown;
+    cb.pValueLengths = lengths;
     cb.nMaxAttrs = capacity;
     return true;
+}
+
+/** Returns the length of a string that ends at `stop` or, after an expansion, at a NUL in front of it. */
+std::size_t lengthOf(const char* text, const char* stop, bool isExpanded)
+{
+    return isExpanded ? std::strlen(text) : static_cast<std::size_t>(stop - text);
 }
 
 /**
@@ -96,6 +106,7 @@ public:
           reportsNullAttribute((flags & PDS_PARSE_F_NULL_ATTR) != 0), begin(control.pBuffer),
           end(control.pBuffer + control.nBuffUsed), errorPosition(begin)
     {
+        cb.pElements = &path;
     }
 
     int run();
@@ -250,7 +261,7 @@ inline char* ParseRun::text(char* p)
             return stop;
         }
     }
-    const int result = events.text(data);
+    const int result = events.text(data, lengthOf(data, stop, ampersand != nullptr));
     *stop = stopped;
     return check(result, stop);
 }
@@ -291,8 +302,9 @@ char* ParseRun::cdata(char* p)
     if (next == nullptr) {
         return syntaxError("CDATA segment not terminated");
     }
-    *(next - 3) = '\0';
-    return check(events.cdata(p), next);
+    char* const stop = next - 3;
+    *stop = '\0';
+    return check(events.cdata(p, static_cast<std::size_t>(stop - p)), next);
 }
 
 /** Skips a processing instruction. Compatibility: one "?" may both open and close it, as in "<?>". */
@@ -432,6 +444,7 @@ inline char* ParseRun::attributeValue(char* p)
         return syntaxError("Unrecognized special symbol");
     }
     cb.apszAttrs[cb.nNumAttrs + 1] = value;
+    cb.pValueLengths[cb.nNumAttrs / 2] = lengthOf(value, stop, ampersand != nullptr);
     cb.nNumAttrs += 2;
     return stop + 1;
 }

@@ -2,6 +2,9 @@
 
 #include <dalnim/xml/Parser.hpp>
 
+#include "ElementPath.hpp"
+#include "ParseControl.hpp"
+
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/xml/nim_opbparse.h>
@@ -10,42 +13,109 @@
 #include <algorithm>
 #include <cstring>
 #include <istream>
-#include <stdexcept>
 
 namespace com::kor::dal::nim::xml {
 
 namespace {
 
-/** The state of one parse() call, passed to the callbacks. Its strings are reused from event to event. */
-struct Delivery
+/** Assigns `length` bytes. Faster than String::assign() if the length does not change, which is common. */
+void assignText(String& target, const char* text, std::size_t length)
 {
-    explicit Delivery(const ConsumerRef& receiver) : consumer(receiver) {}
-
-    /**
-     * Appends an element to the path. The push parser passes a path of its own, but as a C string that would
-     * have to be measured and copied for each event; with this copy, an event costs the same at any depth.
-     */
-    void openElement(const char* name)
-    {
-        tag = name;
-        if (!path.empty()) {
-            path += '/';
-        }
-        path += tag;
+    if (target.size() == length) {
+        std::memcpy(target.data(), text, length);
+    } else {
+        target.assign(text, length);
     }
-    /** Removes the innermost element from the path. */
-    void closeElement()
+}
+
+/**
+ * The state of one parse() call, passed to the callbacks. Its strings are reused from event to event, and the
+ * push parser's lengths are used, so that no string is measured.
+ */
+class Delivery
+{
+public:
+    explicit Delivery(const ConsumerRef& receiver) : consumer(receiver), control(nullptr) {}
+
+    /** Must be called before the parse. */
+    void setControl(const iParseCB& parserControl)
     {
-        path.erase(path.size() - std::min(path.size(), tag.size() + 1));
+        control = &parserControl;
+    }
+
+    bool start(std::size_t count, char** attributes)
+    {
+        const ElementPath& elements = *control->pElements;
+        // Appends the "/" and the name.
+        path.append(elements.text() + path.size(), elements.textLength() - path.size());
+        String& tag = tags[level()];
+        assignText(tag, elements.tag(), elements.tagLength());
+        return consumer->elementBegin(tag, path, fillAttributes(count, attributes));
+    }
+
+    bool end()
+    {
+        const bool proceed = consumer->elementEnd(currentTag(), path);
+        path.erase(path.size() - std::min(path.size(), control->pElements->tagLength() + 1));
+        return proceed;
+    }
+
+    bool text(const char* text, bool isCData)
+    {
+        assignText(data, text, control->nDataLength);
+        return consumer->elementProcessData(currentTag(), path, data, isCData);
+    }
+
+private:
+    /** Number of levels that have a string of their own for the name. Deeper levels share one. */
+    static constexpr std::size_t LEVELS = 16;
+    /** Number of attributes from which elements share one list. */
+    static constexpr std::size_t SHARED_LIST = 16;
+
+    /** Returns the index of the innermost element in `tags`. */
+    std::size_t level() const
+    {
+        return std::min(static_cast<std::size_t>(control->nTagDepth) - 1, LEVELS);
+    }
+
+    /** Returns the current name. */
+    const String& currentTag()
+    {
+        const ElementPath& elements = *control->pElements;
+        if (level() == LEVELS || elements.hasPartialEndTag()) {
+            assignText(tags[LEVELS], elements.tag(), elements.tagLength());
+            return tags[LEVELS];
+        }
+        return tags[level()];
+    }
+
+    const Attributes& fillAttributes(std::size_t entries, char** attributes)
+    {
+        const std::size_t count = entries / 2;
+        Attributes& list = lists[std::min(count, SHARED_LIST)];
+        if (list.size() != count) {
+            list.resize(count);
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            const char* const name = attributes[2 * i];
+            const char* const value = attributes[2 * i + 1];
+            // Between the name and the value, the document contains only "=" and a quote.
+            assignText(list[i].name, name, static_cast<std::size_t>(value - name) - 2);
+            assignText(list[i].value, value, control->pValueLengths[i]);
+        }
+        return list;
     }
 
     /** Own reference: keeps the consumer alive during its callbacks. */
     ConsumerRef consumer;
-    String tag;
+    const iParseCB* control;
+    /** Names of the open elements by level. The last is that of all deeper levels. */
+    String tags[LEVELS + 1];
     /** Names of the open elements, joined by "/". */
     String path;
     String data;
-    Attributes attrs;
+    /** Attributes by their number, so that no list is resized. */
+    Attributes lists[SHARED_LIST + 1];
 };
 
 Delivery& deliveryOf(void* context)
@@ -60,39 +130,19 @@ int toResult(bool proceed)
 
 extern "C" {
 
-int processStartTag(void* context, char* tag, char*, std::size_t numAttributes, char** attributes)
+int processStartTag(void* context, char*, char*, std::size_t numAttributes, char** attributes)
 {
-    Delivery& delivery = deliveryOf(context);
-    delivery.openElement(tag);
-    delivery.attrs.resize(numAttributes / 2);
-    for (std::size_t i = 0; i < numAttributes; i += 2) {
-        if (attributes[i] == nullptr || attributes[i + 1] == nullptr) {
-            throw std::runtime_error("NULL name or value found for attribute " + std::to_string(i / 2)
-                                     + " of " + std::to_string(numAttributes / 2 - 1));
-        }
-        delivery.attrs[i / 2].name = attributes[i];
-        delivery.attrs[i / 2].value = attributes[i + 1];
-    }
-    return toResult(delivery.consumer->elementBegin(delivery.tag, delivery.path, delivery.attrs));
+    return toResult(deliveryOf(context).start(numAttributes, attributes));
 }
 
-int processEndTag(void* context, char* tag, char*)
+int processEndTag(void* context, char*, char*)
 {
-    Delivery& delivery = deliveryOf(context);
-    delivery.tag = tag;
-    const bool proceed = delivery.consumer->elementEnd(delivery.tag, delivery.path);
-    delivery.closeElement();
-    return toResult(proceed);
+    return toResult(deliveryOf(context).end());
 }
 
 int processData(void* context, int isCData, char* data, char*)
 {
-    Delivery& delivery = deliveryOf(context);
-    const String& path = delivery.path;
-    const std::size_t slash = path.rfind('/');
-    delivery.tag.assign(path, slash == String::npos ? 0 : slash + 1, String::npos);
-    delivery.data = data;
-    return toResult(delivery.consumer->elementProcessData(delivery.tag, path, delivery.data, isCData == 1));
+    return toResult(deliveryOf(context).text(data, isCData == 1));
 }
 }
 
@@ -137,6 +187,7 @@ void Parser::parse(const String& doc, int docId)
         code = nim_pdsParseReset(0, &delivery, parserHandle);
     }
     checkPdsReturn(code, parserHandle);
+    delivery.setControl(*static_cast<const iParseCB*>(parserHandle));
     // nim_pdsParseBuffer() only reads the string, although its parameter is not const.
     code = nim_pdsParseBuffer(const_cast<char*>(doc.c_str()), PDS_PARSE_F_LAST | PDS_PARSE_F_SKIP_WS,
                               parserHandle);
