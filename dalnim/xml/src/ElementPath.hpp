@@ -142,7 +142,8 @@ public:
     {
         std::size_t rest = used - length;
         rest -= rest != 0 ? 1 : 0;
-        while (slashes.last() >= static_cast<std::ptrdiff_t>(rest)) {
+        // At most one: the name is no longer than the last one in the path.
+        if (slashes.last() >= static_cast<std::ptrdiff_t>(rest)) {
             slashes.pop();
         }
         const auto parent = static_cast<std::size_t>(slashes.last() + 1);

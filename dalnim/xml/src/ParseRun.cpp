@@ -114,7 +114,7 @@ public:
     String errorText() const;
 
 private:
-    char* top(char* p);
+    [[gnu::noinline]] char* top(char* p);
     char* content(char* p);
     char* text(char* p);
     char* exclamation(char* p);
@@ -122,14 +122,16 @@ private:
     char* attributes(char* p, bool& isEmpty);
     char* attribute(char* p);
     char* attributeValue(char* p);
+    template <char quote>
+    char* quotedValue(char* value);
     char* startElement(char* p, bool isEmpty);
     char* endTag(char* p);
-    char* generalEndTag(char* name);
+    [[gnu::noinline]] char* generalEndTag(char* name);
     char* endElement(char* p);
     char* comment(char* p);
     char* cdata(char* p);
-    char* processingInstruction(char* p);
-    char* docType(char* p);
+    [[gnu::noinline]] char* processingInstruction(char* p);
+    [[gnu::noinline]] char* docType(char* p);
 
     void setErrorPosition(const char* position)
     {
@@ -141,12 +143,12 @@ private:
         code = result;
         return nullptr;
     }
-    char* syntaxError(const char* text)
+    [[gnu::noinline, gnu::cold]] char* syntaxError(const char* text)
     {
         message = text;
         return fail(PDS_PARSE_E_SYNTAX);
     }
-    char* prematureEnd()
+    [[gnu::noinline, gnu::cold]] char* prematureEnd()
     {
         errorPosition -= std::min(errorPosition - begin, PREMATURE_END_BYTES);
         return syntaxError("Premature end of data stream (not at top-level)");
@@ -213,11 +215,17 @@ char* ParseRun::top(char* p)
     return startTag(p + 1);
 }
 
-/** Parses a run of text or one piece of markup inside an element. */
+/** Parses one piece of markup inside an element, and the text in front of it. */
 inline char* ParseRun::content(char* p)
 {
     if (*p != '<') {
-        return p == end ? prematureEnd() : text(p);
+        if (p == end) {
+            return prematureEnd();
+        }
+        p = text(p);
+        if (p == nullptr || p == end) {
+            return p;
+        }
     }
     setErrorPosition(p);
     *p++ = '\0';
@@ -420,21 +428,26 @@ inline char* ParseRun::attribute(char* p)
 
 inline char* ParseRun::attributeValue(char* p)
 {
-    const char quote = *p;
-    if (quote != '"' && quote != '\'') {
-        return syntaxError("Attribute value doesn't start with a quote");
+    if (*p == '"') {
+        return quotedValue<'"'>(p + 1);
     }
-    char* const value = p + 1;
+    return *p == '\'' ? quotedValue<'\''>(p + 1) : syntaxError("Attribute value doesn't start with a quote");
+}
+
+/** Parses a value in quotes; `value` is the position past the opening quote. */
+template <char quote>
+char* ParseRun::quotedValue(char* value)
+{
     setErrorPosition(value);
     char* ampersand = nullptr;
-    char* stop = findInValue(value, end, quote);
+    char* stop = findInValue<quote>(value, end);
     while (stop != end && *stop != quote) {
         if (*stop != '&') {
             *stop = ' ';
         } else if (ampersand == nullptr) {
             ampersand = stop;
         }
-        stop = findInValue(stop + 1, end, quote);
+        stop = findInValue<quote>(stop + 1, end);
     }
     if (stop == end) {
         return syntaxError("Attribute value doesn't end with a quote");

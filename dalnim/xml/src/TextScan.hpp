@@ -65,9 +65,11 @@ inline char* findEither(char* p, char* end, char first, char second) noexcept
 }
 
 /**
- * Returns the position of the first byte that is `quote`, "&", a line feed or a carriage return, or `end`.
+ * Returns the position of the first byte that is `quote` (a constant, since spreading a byte that was just
+ * read over a vector would delay each search), "&", a line feed or a carriage return, or `end`.
  */
-inline char* findInValue(char* p, char* end, char quote) noexcept
+template <char quote>
+char* findInValue(char* p, char* end) noexcept
 {
     for (; end - p >= SCAN_WIDTH; p += SCAN_WIDTH) {
         const __m128i bytes = load(p);
@@ -90,11 +92,13 @@ inline char* skipSpace(char* p, const char* end) noexcept
     // Runs are usually short. A predicted branch lets the processor continue speculatively, whereas a
     // position computed from a mask must be waited for.
     constexpr int FEW = 8;
-    for (int i = 0; i < FEW; ++i, ++p) {
-        if (!isA(CHAR_SPACE, *p)) {
-            return p;
+#pragma GCC unroll 8
+    for (int i = 0; i < FEW; ++i) {
+        if (!isA(CHAR_SPACE, p[i])) {
+            return p + i;
         }
     }
+    p += FEW;
     for (; isA(CHAR_SPACE, *p) && end - p >= SCAN_WIDTH; p += SCAN_WIDTH) {
         const __m128i bytes = load(p);
         const unsigned spaces = matchMask(_mm_or_si128(equal(bytes, ' '), inRange(bytes, '\t', 5)));
