@@ -440,14 +440,14 @@ char* ParseRun::quotedValue(char* value)
 {
     setErrorPosition(value);
     char* ampersand = nullptr;
-    char* stop = findInValue<quote>(value, end);
-    while (stop != end && *stop != quote) {
+    char* stop = value;
+    while ((stop = findInValue<quote>(stop, end)) != end && *stop != quote) {
         if (*stop != '&') {
             *stop = ' ';
         } else if (ampersand == nullptr) {
             ampersand = stop;
         }
-        stop = findInValue<quote>(stop + 1, end);
+        ++stop;
     }
     if (stop == end) {
         return syntaxError("Attribute value doesn't end with a quote");

@@ -69,7 +69,7 @@ inline char* findEither(char* p, char* end, char first, char second) noexcept
  * read over a vector would delay each search), "&", a line feed or a carriage return, or `end`.
  */
 template <char quote>
-char* findInValue(char* p, char* end) noexcept
+[[gnu::always_inline]] inline char* findInValue(char* p, char* end) noexcept
 {
     for (; end - p >= SCAN_WIDTH; p += SCAN_WIDTH) {
         const __m128i bytes = load(p);
