@@ -18,13 +18,14 @@ namespace com::kor::dal::nim::xml {
 
 namespace {
 
-/** Assigns `length` bytes. Faster than String::assign() if the length does not change, which is common. */
-void assignText(String& target, const char* text, std::size_t length)
+/** Assigns `length` bytes. Faster than String::assign() if the length does not grow. */
+inline void assignText(String& target, const char* text, std::size_t length)
 {
-    if (target.size() == length) {
-        std::memcpy(target.data(), text, length);
-    } else {
+    if (length > target.size()) {
         target.assign(text, length);
+    } else {
+        target.erase(length);
+        std::memcpy(target.data(), text, length);
     }
 }
 
@@ -68,9 +69,9 @@ public:
 
 private:
     /** Number of levels that have a string of their own for the name. Deeper levels share one. */
-    static constexpr std::size_t LEVELS = 16;
+    static constexpr std::size_t LEVELS = 8;
     /** Number of attributes from which elements share one list. */
-    static constexpr std::size_t SHARED_LIST = 16;
+    static constexpr std::size_t SHARED_LIST = 8;
 
     /** Returns the index of the innermost element in `tags`. */
     std::size_t level() const
