@@ -195,6 +195,55 @@ TEST_F(ParserTest, NestedParseOnTheSameParserThrowsAndTheOuterParseContinues)
     EXPECT_THAT(listener->events(), ElementsAre("begin d d", "end d d"));
 }
 
+TEST_F(ParserTest, PartialEndTagLeavesTheRestOfTheName)
+{
+    parser.parse("<a><xyb>1</b>2</x>", 1);
+    EXPECT_THAT(listener->events(), ElementsAre("begin a a", "begin xyb a/xyb", "data xyb a/xyb [1]",
+                                                "end b a/xyb", "data x a/x [2]", "end x a/x"));
+}
+
+TEST_F(ParserTest, NulFromAReferenceEndsTextsAndValues)
+{
+    parser.parse("<a b='1&#0;2'>3&#0;4<![CDATA[&#0;]]></a>", 1);
+    EXPECT_THAT(listener->events(),
+                ElementsAre("begin a a b=[1]", "data a a [3]", "cdata a a [&#0;]", "end a a"));
+}
+
+TEST_F(ParserTest, ElementReceivesOnlyItsOwnAttributes)
+{
+    String many = "<d";
+    String line = "begin d a/d";
+    for (const char* name : {"k1", "k2", "k3", "k4", "k5", "k6", "k7", "k8", "k9"}) {
+        many += " " + String(name) + "='" + name + "'";
+        line += " " + String(name) + "=[" + name + "]";
+    }
+    parser.parse("<a x='1' y='long &amp; short'><b y='&lt;' x=''/><c z='\n'/>" + many + "/><c/></a>", 1);
+    EXPECT_THAT(listener->events(), ElementsAre("begin a a x=[1] y=[long & short]", "begin b a/b y=[<] x=[]",
+                                                "end b a/b", "begin c a/c z=[ ]", "end c a/c", line,
+                                                "end d a/d", "begin c a/c", "end c a/c", "end a a"));
+}
+
+TEST_F(ParserTest, NameOfAnElementIsKnownAfterDeeperLevels)
+{
+    String text;
+    for (int level = 1; level <= 12; ++level) {
+        text += "<e" + std::to_string(level) + ">";
+    }
+    for (int level = 12; level >= 1; --level) {
+        text += std::to_string(level) + "</e" + std::to_string(level) + ">";
+    }
+    parser.parse(text, 1);
+    ASSERT_EQ(listener->events().size(), 36U);
+    String path = "e1/e2/e3/e4/e5/e6/e7/e8/e9/e10/e11/e12";
+    for (std::size_t level = 12; level >= 1; --level) {
+        const String tag = "e" + std::to_string(level);
+        const std::size_t event = 12 + 2 * (12 - level);
+        EXPECT_EQ(listener->events()[event], "data " + tag + " " + path + " [" + std::to_string(level) + "]");
+        EXPECT_EQ(listener->events()[event + 1], "end " + tag + " " + path);
+        path.erase(path.size() - std::min(path.size(), tag.size() + 1));
+    }
+}
+
 TEST(ParserSize, AnEventCostsTheSameAtAnyDepth)
 {
     // Would take minutes if each event copied the path.
