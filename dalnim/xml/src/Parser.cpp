@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 #include <istream>
+#include <stdexcept>
 
 namespace com::kor::dal::nim::xml {
 
@@ -100,6 +101,10 @@ private:
         for (std::size_t i = 0; i < count; ++i) {
             const char* const name = attributes[2 * i];
             const char* const value = attributes[2 * i + 1];
+            if (name == nullptr || value == nullptr) {
+                throw std::runtime_error("NULL name or value found for attribute " + std::to_string(i)
+                                         + " of " + std::to_string(count - 1));
+            }
             // Between the name and the value, the document contains only "=" and a quote.
             assignText(list[i].name, name, static_cast<std::size_t>(value - name) - 2);
             assignText(list[i].value, value, control->pValueLengths[i]);
