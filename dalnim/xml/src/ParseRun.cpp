@@ -81,12 +81,6 @@ bool reserveAttribute(iParseCB& cb)
     return true;
 }
 
-/** Returns the length of a string that ends at `stop` or, after an expansion, at a NUL in front of it. */
-std::size_t lengthOf(const char* text, const char* stop, bool isExpanded)
-{
-    return isExpanded ? std::strlen(text) : static_cast<std::size_t>(stop - text);
-}
-
 /**
  * One parse of the document in a control block. The document is edited in place: each string that a
  * callback receives is terminated by a NUL where it is.
@@ -259,8 +253,10 @@ inline char* ParseRun::text(char* p)
     }
     const char stopped = *stop;
     *stop = '\0';
+    const char* dataEnd = stop;
     if (ampersand != nullptr) {
-        if (!expandSpecialSymbols(ampersand, stop)) {
+        dataEnd = expandSpecialSymbols(ampersand, stop);
+        if (dataEnd == nullptr) {
             return syntaxError("Unrecognized special symbol");
         }
         // Character references can expand to white space, and to a NUL, which ends the text.
@@ -269,7 +265,7 @@ inline char* ParseRun::text(char* p)
             return stop;
         }
     }
-    const int result = events.text(data, lengthOf(data, stop, ampersand != nullptr));
+    const int result = events.text(data, static_cast<std::size_t>(dataEnd - data));
     *stop = stopped;
     return check(result, stop);
 }
@@ -453,11 +449,12 @@ char* ParseRun::quotedValue(char* value)
         return syntaxError("Attribute value doesn't end with a quote");
     }
     *stop = '\0';
-    if (ampersand != nullptr && !expandSpecialSymbols(ampersand, stop)) {
+    const char* const valueEnd = ampersand == nullptr ? stop : expandSpecialSymbols(ampersand, stop);
+    if (valueEnd == nullptr) {
         return syntaxError("Unrecognized special symbol");
     }
     cb.apszAttrs[cb.nNumAttrs + 1] = value;
-    cb.pValueLengths[cb.nNumAttrs / 2] = lengthOf(value, stop, ampersand != nullptr);
+    cb.pValueLengths[cb.nNumAttrs / 2] = static_cast<std::size_t>(valueEnd - value);
     cb.nNumAttrs += 2;
     return stop + 1;
 }

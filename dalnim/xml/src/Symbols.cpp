@@ -56,14 +56,18 @@ char* readNumber(char* p, char& value) noexcept
 
 }
 
-bool expandSpecialSymbols(char* p, char* end) noexcept
+char* expandSpecialSymbols(char* p, char* end) noexcept
 {
     char* out = p;
+    char* nul = nullptr;
     while (p != end) {
         char value = '\0';
         p = p[1] == '#' ? readNumber(p + 2, value) : readNamed(p + 1, value);
         if (p == nullptr) {
-            return false;
+            return nullptr;
+        }
+        if (value == '\0' && nul == nullptr) {
+            nul = out;
         }
         *out++ = value;
         char* const next = findByte(p, end, '&');
@@ -73,7 +77,7 @@ bool expandSpecialSymbols(char* p, char* end) noexcept
         p = next;
     }
     *out = '\0';
-    return true;
+    return nul != nullptr ? nul : out;
 }
 
 }

@@ -7,9 +7,10 @@ namespace com::kor::dal::nim::xml {
  * Expands the entity and character references of a string in place.
  * @param p   the first "&"
  * @param end the terminating NUL
- * @return false if an "&" starts no known reference; the string is then partly expanded
+ * @return the first NUL of the expanded string, which "&#0;" can produce; null if an "&" starts no known
+ * reference, and the string is then partly expanded
  */
-bool expandSpecialSymbols(char* p, char* end) noexcept;
+char* expandSpecialSymbols(char* p, char* end) noexcept;
 
 }
 
