@@ -161,10 +161,11 @@ TEST_F(ServerQueueWake, ClosuresOnTheConsumerSideArePending)
     EXPECT_EQ(calls, 1);
 }
 
-#ifndef DALNIM_SANITIZED
-
 TEST_F(ServerQueueWake, IdleWorkerRunsTheClosureIfTheSpinningOneIsPreempted)
 {
+#ifdef DALNIM_SANITIZED
+    GTEST_SKIP() << "a sanitizer may delay the handler of the signal that stops the worker";
+#else
     make(10, 2);
     qvtest::StoppedSpinner spinner;
     long nanoseconds = 0;
@@ -179,8 +180,7 @@ TEST_F(ServerQueueWake, IdleWorkerRunsTheClosureIfTheSpinningOneIsPreempted)
     EXPECT_TRUE(isRun.passWithin(std::chrono::seconds(10)));
     spinner.release();
     recorder->waitForQuiet();
-}
-
 #endif
+}
 
 }
