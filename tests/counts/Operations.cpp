@@ -164,6 +164,20 @@ void runTasks(unsigned int times)
     pool.shutdown(true);
 }
 
+/** As above, with tasks that are created for the pool, which deletes them. */
+void runManagedTasks(unsigned int times)
+{
+    Gate gate;
+    mt::ThreadPool pool("counts", 1, 0, 0, 0, 0, times + 1);
+    pool.add(gate);
+    gate.entered.get_future().wait();
+    for (unsigned int i = 0; i < times; ++i) {
+        pool.add(new EmptyTask, true);
+    }
+    gate.open.set_value();
+    pool.shutdown(true);
+}
+
 const char DOCUMENT[] =
     "<?xml version=\"1.0\"?>\n<request id=\"4711\" operation=\"getInstance\">\n"
     "  <object>root/system:Disk.4711</object>\n  <option name=\"timeout\">30</option>\n"
@@ -234,6 +248,7 @@ const Operation OPERATIONS[] = {
     {"error-thrown-and-caught", [](unsigned int times) { throwErrors(times); }, 500},
     {"queue-put-and-get", passElements, 5000},
     {"pool-task", runTasks, 1000},
+    {"pool-task-managed", runManagedTasks, 1000},
     {"document-parsed", parseDocuments, 1000},
     {"base64-encoded-and-decoded", encodeAndDecode, 1000},
     {"properties-loaded", loadProperties, 50},

@@ -210,6 +210,71 @@ TEST(CountedTarget, IsReferencedByItsTaskFromTheConstructorToTheDestructor)
     EXPECT_EQ(1, destroyed);
 }
 
+/** A reference-counted runnable with a line of derived classes below it. */
+class DerivedCountedWork : public CountedWork
+{
+public:
+    using CountedWork::CountedWork;
+    ~DerivedCountedWork() override = default;
+};
+
+/** The reference count comes from the first base class, the runnable from a later one. */
+class CountedFirst : public nim::mem::RefCntObject, public Work
+{
+public:
+    explicit CountedFirst(std::atomic<int>* destroyedWork) : Work(nullptr, destroyedWork) {}
+    ~CountedFirst() override = default;
+};
+
+/** The runnable is a virtual base class. */
+class VirtuallyCounted : public virtual Work, public virtual nim::mem::RefCntObject
+{
+public:
+    explicit VirtuallyCounted(std::atomic<int>* destroyedWork) : Work(nullptr, destroyedWork) {}
+    ~VirtuallyCounted() override = default;
+};
+
+template <class Counted>
+void expectReferencedByItsTask(Counted* counted, const std::atomic<int>& destroyed)
+{
+    RcoRef<Counted> ref(counted);
+    {
+        const Task task(counted, true);
+        EXPECT_EQ(2U, counted->refCount());
+    }
+    EXPECT_EQ(1U, counted->refCount());
+    EXPECT_EQ(0, destroyed);
+    ref.clear();
+    EXPECT_EQ(1, destroyed);
+}
+
+TEST(CountedTarget, IsRecognisedInEveryKindOfDerivation)
+{
+    std::atomic<int> destroyed{0};
+    expectReferencedByItsTask(new DerivedCountedWork(nullptr, &destroyed), destroyed);
+    destroyed = 0;
+    expectReferencedByItsTask(new CountedFirst(&destroyed), destroyed);
+    destroyed = 0;
+    expectReferencedByItsTask(new VirtuallyCounted(&destroyed), destroyed);
+}
+
+/** Reference-counted, but not publicly: its owner deletes it. */
+class PrivatelyCounted : public Work, private nim::mem::RefCntObject
+{
+public:
+    using Work::Work;
+    ~PrivatelyCounted() override = default;
+};
+
+TEST(CountedTarget, PrivateReferenceCountIsIgnored)
+{
+    std::atomic<int> destroyed{0};
+    {
+        const Task task(new PrivatelyCounted(nullptr, &destroyed), true);
+    }
+    EXPECT_EQ(1, destroyed);
+}
+
 TEST(CountedTarget, IsNotReferencedByATaskThatDoesNotOwnIt)
 {
     const RcoRef<CountedWork> work(new CountedWork);
