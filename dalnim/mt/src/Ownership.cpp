@@ -32,8 +32,9 @@ void logTrapped(const qv::CaughtException& caught, const char* message)
  * that no other base class is possible. Reads the type information only, since a cache by type would be
  * wrong after a plug-in is unloaded and another one is loaded at its address.
  */
-bool derivesFromRunnableAlone(const std::type_info& type)
+bool derivesFromRunnableAlone([[maybe_unused]] const std::type_info& type)
 {
+#if defined(__GLIBCXX__)
     const std::type_info* current = &type;
     while (current != &typeid(Runnable)) {
         if (&typeid(*current) != &typeid(abi::__si_class_type_info)) {
@@ -42,6 +43,10 @@ bool derivesFromRunnableAlone(const std::type_info& type)
         current = static_cast<const abi::__si_class_type_info*>(current)->__base_type;
     }
     return true;
+#else
+    // Other libraries do not declare the classes of the C++ ABI for type information.
+    return false;
+#endif
 }
 
 /** Returns the runnable as a reference-counted object, or null if it is none. */
