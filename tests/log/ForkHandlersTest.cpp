@@ -7,6 +7,8 @@
 #include "LogFileFixture.hpp"
 #include "Loggers.hpp"
 
+#include <support/Sanitizers.hpp>
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -15,6 +17,7 @@
 #include <functional>
 #include <locale>
 #include <memory>
+#include <mutex>
 #include <streambuf>
 #include <thread>
 #include <vector>
@@ -56,6 +59,15 @@ using std::chrono::steady_clock;
 constexpr int FORKS = 50;
 constexpr unsigned int PATIENCE_S = 30;
 
+/** Held during a round and during a fork, if the allocator could be inherited locked. */
+std::mutex allocator_mutex;
+
+std::unique_lock<std::mutex> lockAllocator()
+{
+    return support::UNDER_ADDRESS_SANITIZER ? std::unique_lock<std::mutex>(allocator_mutex)
+                                            : std::unique_lock<std::mutex>();
+}
+
 /** Repeats an action on a thread of its own until the end of the scope. */
 class Repeated
 {
@@ -63,7 +75,10 @@ public:
     explicit Repeated(std::function<void()> repeated)
         : action(std::move(repeated)), thread([this] {
               while (!isOver) {
-                  action();
+                  {
+                      const std::unique_lock<std::mutex> lock = lockAllocator();
+                      action();
+                  }
                   ++rounds;
               }
           })
@@ -95,6 +110,7 @@ void expectChildrenCan(const Repeated& busy, const std::function<void()>& action
 {
     for (int i = 0; i < FORKS; ++i) {
         busy.awaitRound();
+        const std::unique_lock<std::mutex> lock = lockAllocator();
         ASSERT_EQ(0, inChildProcess([&] {
                       ::alarm(PATIENCE_S);
                       action();
@@ -205,6 +221,7 @@ TEST(ForkHandlers, LoggersAreConstructedAndReplaceTheirFilesDuringForks)
         });
         for (int i = 0; i < FORKS; ++i) {
             replacing.awaitRound();
+            const std::unique_lock<std::mutex> lock = lockAllocator();
             const auto begin = steady_clock::now();
             ASSERT_EQ(0, inChildProcess([&] {
                           ::alarm(PATIENCE_S);

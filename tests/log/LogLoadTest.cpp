@@ -3,6 +3,8 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Write.hpp>
 
+#include <support/Sanitizers.hpp>
+
 #include <gmock/gmock.h>
 
 #include <atomic>
@@ -18,23 +20,14 @@ using namespace logfiletest;
 using com::kor::dal::nim::log::Module;
 using com::kor::dal::nim::log::Write;
 
-#if defined(__SANITIZE_THREAD__)
-#define LOGLOADTEST_TSAN
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define LOGLOADTEST_TSAN
-#endif
-#endif
-
 constexpr unsigned int LOAD_THREADS = 8;
 
 unsigned int perThread()
 {
-#ifdef LOGLOADTEST_TSAN
-    return 5000;
-#else
+    if (support::UNDER_THREAD_SANITIZER) {
+        return 5000;
+    }
     return support::isLongRun() ? 125000 : 25000;
-#endif
 }
 
 constexpr std::size_t FILE_SIZE = 64 * 1024;

@@ -4,7 +4,7 @@
 
 #include "Loggers.hpp"
 
-#include "support/ThreadSanitizer.hpp"
+#include "support/Sanitizers.hpp"
 
 #include <gtest/gtest.h>
 

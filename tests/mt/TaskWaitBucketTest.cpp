@@ -14,7 +14,7 @@
 
 #include <qv/Threads.hpp>
 #include <support/InChildProcess.hpp>
-#include <support/ThreadSanitizer.hpp>
+#include <support/Sanitizers.hpp>
 
 namespace com::kor::dal::nim::mt {
 namespace {

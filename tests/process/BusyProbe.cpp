@@ -14,6 +14,8 @@
 #include <dalnim/log/Control.hpp>
 #include <dalnim/log/Module.hpp>
 
+#include <support/Sanitizers.hpp>
+
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -33,19 +35,8 @@ namespace log = com::kor::dal::nim::log;
 namespace mt = com::kor::dal::nim::mt;
 namespace sys = com::kor::dal::nim::sys;
 
-// The allocator of the address sanitizer does not reset its locks in the child.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool IS_ALLOCATOR_FIT_TO_FORK = false;
-#else
-constexpr bool IS_ALLOCATOR_FIT_TO_FORK = true;
-#endif
-
 // Each load uses address space of the thread sanitizer, and a fork needs the same amount again.
-#if defined(__SANITIZE_THREAD__)
-constexpr std::chrono::microseconds PAUSE(1000);
-#else
-constexpr std::chrono::microseconds PAUSE(20);
-#endif
+constexpr std::chrono::microseconds PAUSE(support::UNDER_THREAD_SANITIZER ? 1000 : 20);
 
 /** Sets its flag when run. */
 class Work : public mt::Runnable
@@ -188,7 +179,7 @@ int main(int argc, char** argv)
     Busy& busy = *new Busy(plugin);
     if (what == "fork") {
         busy.startWithoutMemory();
-        if (IS_ALLOCATOR_FIT_TO_FORK) {
+        if (!support::UNDER_ADDRESS_SANITIZER) {
             busy.startWithMemory();
             busy.start(runTask);
         }

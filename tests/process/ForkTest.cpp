@@ -3,7 +3,7 @@
 #include "Run.hpp"
 
 #include <support/LongRun.hpp>
-#include <support/ThreadSanitizer.hpp>
+#include <support/Sanitizers.hpp>
 
 #include <gtest/gtest.h>
 

@@ -6,6 +6,7 @@
 
 #include <support/Files.hpp>
 #include <support/OwnDisk.hpp>
+#include <support/Sanitizers.hpp>
 
 #include <algorithm>
 #include <atomic>
@@ -136,12 +137,9 @@ Scenario makeScenario(std::uint64_t seed, bool hasDisk)
         scenario.children = 0;
         scenario.shortest = scenario.longest = (std::size_t(64) << random.between(0, 2)) - 4;
     }
-#if defined(__SANITIZE_ADDRESS__)
-    // Its allocator has locks of its own, which fork() does not acquire: a child of several threads may hang.
-    if (scenario.children != 0) {
+    if (support::UNDER_ADDRESS_SANITIZER && scenario.children != 0) {
         scenario.threads = 1;
     }
-#endif
     const std::size_t share = MOST_BYTES / (scenario.lives * scenario.threads);
     const std::size_t bytesOfChildren = scenario.children * CHILD_RECORDS * scenario.longest / 2;
     scenario.records = THREAD_RECORDS;

@@ -5,7 +5,7 @@
 #include <dalnim/mt/CriticalSection.hpp>
 
 #include "support/InChildProcess.hpp"
-#include "support/ThreadSanitizer.hpp"
+#include "support/Sanitizers.hpp"
 
 #include <gtest/gtest.h>
 
