@@ -18,6 +18,23 @@ using logfiletest::AsNobody;
 using logfiletest::COMPLAINT;
 using logfiletest::Folder;
 
+/** Expects two records on standard error after one message, if the file may not be created. */
+void expectOneErrorMessageWithoutPermission(Write& logger)
+{
+    const Folder folder;
+    std::filesystem::create_directory(folder / "locked");
+    std::filesystem::permissions(folder / "locked", std::filesystem::perms(0700));
+    Captured err(std::cerr);
+    logger.setOutputMask(0);
+    logger.setFallback(true);
+    const AsNobody nobody;
+    logger.setPath(folder / "locked/a.log");
+    err.taken();
+    writeError(logger, "text");
+    writeError(logger, "more");
+    EXPECT_EQ(COMPLAINT + " : text\n : more\n", err.taken());
+}
+
 TEST(Fallback, IsOffInitially)
 {
     Write logger;
@@ -44,19 +61,8 @@ TEST(Fallback, WritesToStandardErrorIfTheFileCannotBeOpened)
 
 TEST(Fallback, PrintsOneErrorMessageIfThePathIsCleared)
 {
-    const Folder folder;
-    std::filesystem::create_directory(folder / "locked");
-    std::filesystem::permissions(folder / "locked", std::filesystem::perms(0700));
-    Captured err(std::cerr);
     Write logger;
-    logger.setOutputMask(0);
-    logger.setFallback(true);
-    const AsNobody nobody;
-    logger.setPath(folder / "locked/a.log");
-    err.taken();
-    writeError(logger, "text");
-    writeError(logger, "more");
-    EXPECT_EQ(COMPLAINT + " : text\n : more\n", err.taken());
+    expectOneErrorMessageWithoutPermission(logger);
     EXPECT_EQ("", logger.getPath());
 }
 
@@ -106,21 +112,10 @@ TEST(Fallback, AppliesToASubclass)
 
 TEST(Fallback, PrintsOneErrorMessageForASubclassIfThePathIsCleared)
 {
-    const Folder folder;
-    std::filesystem::create_directory(folder / "locked");
-    std::filesystem::permissions(folder / "locked", std::filesystem::perms(0700));
     struct Subclass : Write
     {
     } logger;
-    Captured err(std::cerr);
-    logger.setOutputMask(0);
-    logger.setFallback(true);
-    const AsNobody nobody;
-    logger.setPath(folder / "locked/a.log");
-    err.taken();
-    writeError(logger, "text");
-    writeError(logger, "more");
-    EXPECT_EQ(COMPLAINT + " : text\n : more\n", err.taken());
+    expectOneErrorMessageWithoutPermission(logger);
 }
 
 TEST(Fallback, IsReported)
