@@ -17,6 +17,8 @@ namespace {
 // Caching is off under the address sanitizer, which detects a use after free only if blocks are freed.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool IS_CACHING = false;
+#elif defined(__has_feature)
+constexpr bool IS_CACHING = !__has_feature(address_sanitizer);
 #else
 constexpr bool IS_CACHING = true;
 #endif

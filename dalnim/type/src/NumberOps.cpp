@@ -4,10 +4,10 @@
 
 #include <dalnim/sys/StackTrack.hpp>
 
-#include <fpu_control.h>
 #include <langinfo.h>
 
 #include <cerrno>
+#include <cfenv>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -64,18 +64,16 @@ bool convertPlainInteger(T& value, const String& source)
 }
 
 /**
- * Returns true if strtod() and std::from_chars() both round to nearest. strtod() obeys the control word of
- * the x87, std::from_chars() multiplies in SSE registers.
+ * Returns true if strtod() and std::from_chars() both round to nearest. On x86-64, strtod() obeys the mode of
+ * the x87, which std::fegetround() returns; std::from_chars() multiplies in SSE registers.
  */
 bool roundsToNearest()
 {
-    fpu_control_t control = 0;
-    _FPU_GETCW(control);
     // Reading the control register of SSE takes ten times as long as this sum and this difference. The
     // operand is volatile, so that they are computed here and not by the compiler.
     static const volatile float small = 1e-30F;
     const float tiny = small;
-    return (control & _FPU_RC_ZERO) == _FPU_RC_NEAREST && 1 + tiny == 1 - tiny;
+    return std::fegetround() == FE_TONEAREST && 1 + tiny == 1 - tiny;
 }
 
 /** Returns true if the decimal point of strtod() is ".". */
