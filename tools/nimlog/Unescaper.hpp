@@ -9,7 +9,7 @@ namespace nimlog {
 
 /**
  * Passes records on with the escapes `\a \b \f \n \r \v`, `\xNN` and `\\` replaced by the characters that
- * they stand for. Other backslashes are kept.
+ * they represent. Other backslashes are kept.
  */
 class Unescaper : public RecordSink
 {

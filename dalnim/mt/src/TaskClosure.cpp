@@ -84,7 +84,7 @@ void TaskClosure::apply()
     finish(thread);
 }
 
-/** Sets the state and clears what the task leaves behind on this thread. */
+/** Sets the state, and clears the context, the task and the pool of this thread. */
 void TaskClosure::finish(sys::internal::ThreadState& thread) const
 {
     // Its owner may have destroyed a task that run() has set to TSF_FINISHED.
