@@ -15,7 +15,7 @@ using namespace logtest;
 using com::kor::dal::nim::sys::system_error;
 using log::Write;
 using logfiletest::AsNobody;
-using logfiletest::COMPLAINT;
+using logfiletest::WRITE_ERROR_MESSAGE;
 using logfiletest::Folder;
 
 /** Expects two records on standard error after one message, if the file may not be created. */
@@ -32,7 +32,7 @@ void expectOneErrorMessageWithoutPermission(Write& logger)
     err.taken();
     writeError(logger, "text");
     writeError(logger, "more");
-    EXPECT_EQ(COMPLAINT + " : text\n : more\n", err.taken());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + " : text\n : more\n", err.taken());
 }
 
 TEST(Fallback, IsOffInitially)
@@ -53,9 +53,9 @@ TEST(Fallback, WritesToStandardErrorIfTheFileCannotBeOpened)
     logger.setFallback(true);
     logger.setPath("/nowhere/at/all.log");
     writeError(logger, "text\n");
-    EXPECT_EQ(COMPLAINT + " : text\n", err.taken());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + " : text\n", err.taken());
     writeError(logger, "more");
-    EXPECT_EQ(COMPLAINT + " : more\n", err.taken());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + " : more\n", err.taken());
     EXPECT_EQ("/nowhere/at/all.log", logger.getPath());
 }
 
@@ -75,7 +75,7 @@ TEST(Fallback, OpensAPathThatIsKeptAgainForEachRecord)
     logger.setFallback(true);
     logger.setPath(folder / "sub/sub/a.log");
     writeError(logger, "text");
-    EXPECT_EQ(COMPLAINT + " : text\n", err.taken());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + " : text\n", err.taken());
     std::filesystem::create_directory(folder / "sub");
     writeError(logger, "more");
     EXPECT_EQ("", err.taken());
@@ -89,10 +89,11 @@ TEST(Fallback, AppliesToTheDefaultLoggerAndItsReports)
     logger->setFallback(true);
     logger.taken();
     EXPECT_NO_THROW(logger->setPath("/nowhere/at/all.log"));
-    EXPECT_EQ(COMPLAINT + changed("OutputPath", "\"<user assigned stream>\"", "\"/nowhere/at/all.log\""),
+    EXPECT_EQ(WRITE_ERROR_MESSAGE
+                  + changed("OutputPath", "\"<user assigned stream>\"", "\"/nowhere/at/all.log\""),
               err.taken());
     NIM_LOG(Severity_ERROR) << "text";
-    EXPECT_EQ(COMPLAINT + "global ERROR FallbackTest.cpp : text\n", err.taken());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + "global ERROR FallbackTest.cpp : text\n", err.taken());
 }
 
 TEST(Fallback, AppliesToASubclass)
@@ -107,7 +108,7 @@ TEST(Fallback, AppliesToASubclass)
     logger.setFallback(true);
     err.taken();
     writeError(logger, "text \n");
-    EXPECT_EQ(COMPLAINT + " : text\n", err.taken());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + " : text\n", err.taken());
 }
 
 TEST(Fallback, PrintsOneErrorMessageForASubclassIfThePathIsCleared)
@@ -137,7 +138,7 @@ TEST(Fallback, IsAKeyOfTheConfiguration)
     logger.setConfiguration(settings);
     EXPECT_TRUE(logger.getFallback());
     writeError(logger, "text");
-    EXPECT_EQ(COMPLAINT + " : text\n", err.taken());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + " : text\n", err.taken());
     settings.setProperty("com.kor.dal.nim.log.Control.fallback.enable", "off");
     logger.setConfiguration(settings);
     EXPECT_FALSE(logger.getFallback());

@@ -74,12 +74,12 @@ TEST_F(LogDiskTest, EveryLineOfAFullDiskSurvivesAndTheFileContinuesWhenThereIsSp
             file->log(numbered(n));
             refused = err.take();
         }
-        EXPECT_EQ(COMPLAINT + numbered(n - 1) + "\n", refused);
+        EXPECT_EQ(WRITE_ERROR_MESSAGE + numbered(n - 1) + "\n", refused);
         const unsigned int firstRefused = n - 1;
         EXPECT_GE(firstRefused, 81u);
         for (const unsigned int end = n + 10; n < end; ++n) {
             file->log(numbered(n));
-            EXPECT_EQ(COMPLAINT + numbered(n) + "\n", err.take());
+            EXPECT_EQ(WRITE_ERROR_MESSAGE + numbered(n) + "\n", err.take());
         }
         const String full = contentOf(path);
         std::filesystem::remove(ballast);
@@ -104,7 +104,7 @@ TEST_F(LogDiskTest, RecordWhoseNewlineAloneIsRejectedIsInTheFileOnly)
         EXPECT_EQ("", err.take());
         EXPECT_EQ(page, contentOf(path));
         file->log("next");
-        EXPECT_EQ(COMPLAINT + "next\n", err.take());
+        EXPECT_EQ(WRITE_ERROR_MESSAGE + "next\n", err.take());
         std::filesystem::remove(ballast);
         file->log("last");
         EXPECT_EQ(page + "\nlast\n", contentOf(path));
@@ -122,7 +122,7 @@ TEST_F(LogDiskTest, SetOfFilesThatFillsItsDiskLosesOnlyItsOldestFiles)
             file->log(numbered(n));
         }
         const String told = err.take();
-        EXPECT_THAT(told, HasSubstr(COMPLAINT)) << "the disk was never full";
+        EXPECT_THAT(told, HasSubstr(WRITE_ERROR_MESSAGE)) << "the disk was never full";
         EXPECT_THAT(told, testing::Not(HasSubstr("switchFile(): ERROR")));
         EXPECT_EQ(path, file->getPath());
 
@@ -131,7 +131,7 @@ TEST_F(LogDiskTest, SetOfFilesThatFillsItsDiskLosesOnlyItsOldestFiles)
         bool begun = false;
         for (unsigned int n = 0; n < 2000; ++n) {
             const std::size_t inFiles = occurrences(numbered(n) + "\n", kept);
-            const std::size_t onErr = occurrences(COMPLAINT + numbered(n) + "\n", told);
+            const std::size_t onErr = occurrences(WRITE_ERROR_MESSAGE + numbered(n) + "\n", told);
             begun = begun || inFiles != 0;
             EXPECT_TRUE(inFiles + onErr == 1 || (!begun && inFiles + onErr == 0)) << n;
         }
@@ -147,7 +147,7 @@ TEST_F(LogDiskTest, SetOfFilesThatFillsItsDiskLosesOnlyItsOldestFiles)
             file->log(numbered(n));
             EXPECT_EQ(1u, occurrences(numbered(n) + "\n", wholeLog(path))) << n;
         }
-        EXPECT_THAT(err.take(), testing::Not(HasSubstr(COMPLAINT)));
+        EXPECT_THAT(err.take(), testing::Not(HasSubstr(WRITE_ERROR_MESSAGE)));
     });
 }
 

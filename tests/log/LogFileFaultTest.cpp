@@ -272,7 +272,7 @@ TEST_F(LogFileFaultTest, FullDevice)
     EXPECT_TRUE(file->is_open());
     for (const String& line : {String("one"), String("two"), String(20000, 'x'), String()}) {
         file->log(line + "\n\n");
-        EXPECT_EQ(COMPLAINT + line + "\n", err.take());
+        EXPECT_EQ(WRITE_ERROR_MESSAGE + line + "\n", err.take());
         EXPECT_EQ(path, file->getPath());
         EXPECT_EQ(stream, file->getStream());
         EXPECT_FALSE(file->is_open());
@@ -295,7 +295,8 @@ TEST_F(LogFileFaultTest, FailedFileRecoversByTheRotationOfStandardErrorsPosition
     const String rotation = "LogFile:#:switchFile(): Switching log file [" + path + "] ...\n"
                             + "LogFile:#:switchFile(): numFiles=0 maxFiles=0\n"
                             + "LogFile:#:switchFile(): Moving [" + path + "] to [" + old(0) + "]\n";
-    EXPECT_EQ(COMPLAINT + "one\n" + COMPLAINT + String(60, 'x') + "\n" + rotation, err.take());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + "one\n" + WRITE_ERROR_MESSAGE + String(60, 'x') + "\n" + rotation,
+              err.take());
     EXPECT_EQ("", contentOf(old(0)));
     EXPECT_TRUE(file->is_open());
 
@@ -330,7 +331,7 @@ TEST_F(LogFileFaultTest, FailedFileRecoversImmediatelyIfStandardErrorHasNoPositi
         file->log("one");
         file->log("two");
     }
-    EXPECT_THAT(terminal.text, testing::StartsWith(COMPLAINT + "one\nLogFile:"));
+    EXPECT_THAT(terminal.text, testing::StartsWith(WRITE_ERROR_MESSAGE + "one\nLogFile:"));
     EXPECT_EQ("", contentOf(old(0)));
     EXPECT_EQ("two\n", contentOf(path));
 }
@@ -343,7 +344,7 @@ TEST_F(LogFileFaultTest, EachLineTriesAFileThatWasFullAgain)
     spy.setRoom(0);
     for (const String& line : {String("two"), String("three")}) {
         file->log(line);
-        EXPECT_EQ(COMPLAINT + line + "\n", err.take());
+        EXPECT_EQ(WRITE_ERROR_MESSAGE + line + "\n", err.take());
         EXPECT_FALSE(file->is_open());
     }
     EXPECT_THAT(spy.takeCalls(), ElementsAre(4u, 6u));
@@ -361,20 +362,20 @@ TEST_F(LogFileFaultTest, LineAfterATruncatedOneBeginsOnANewLine)
     WriteSpy spy(path);
     spy.setRoom(5);
     file->log("two is cut");
-    EXPECT_EQ(COMPLAINT + "two is cut\n", err.take());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + "two is cut\n", err.take());
     // Not even the newline is accepted, or nothing but the newline, or a part of the line behind it.
     file->log("three");
-    EXPECT_EQ(COMPLAINT + "three\n", err.take());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + "three\n", err.take());
     spy.setRoom(1);
     file->log("four");
-    EXPECT_EQ(COMPLAINT + "four\n", err.take());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + "four\n", err.take());
     EXPECT_EQ("one\ntwo i\n", contentOf(path));
     spy.setRoom(2);
     file->log("five");
-    EXPECT_EQ(COMPLAINT + "five\n", err.take());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + "five\n", err.take());
     spy.setRoom(3);
     file->log("six");
-    EXPECT_EQ(COMPLAINT + "six\n", err.take());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + "six\n", err.take());
     spy.setRoom(1000);
     spy.takeCalls();
     file->log("seven");
@@ -415,7 +416,7 @@ TEST_F(LogFileFaultTest, SizeLimitOfTheProcess)
                       const Limit bytes(RLIMIT_FSIZE, 950);
                       for (int i = 0; i < 20; ++i) {
                           file->log(numbered(i));
-                          expected += i < 9 ? String() : COMPLAINT + numbered(i) + "\n";
+                          expected += i < 9 ? String() : WRITE_ERROR_MESSAGE + numbered(i) + "\n";
                       }
                   }
                   EXPECT_EQ(expected, err.take());

@@ -129,7 +129,7 @@ private:
 };
 
 /** What precedes a record on standard error that its own stream would not take. */
-inline const String COMPLAINT = "ERROR: Unable to write to log output stream.\n";
+inline const String WRITE_ERROR_MESSAGE = "ERROR: Unable to write to log output stream.\n";
 
 inline bool exists(const String& path)
 {

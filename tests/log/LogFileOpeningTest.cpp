@@ -92,7 +92,7 @@ TEST_F(LogFileOpeningTest, LinkToADeviceIsNeverRenamed)
     open(1);
     for (int i = 0; i < 3; ++i) {
         file->log("line");
-        EXPECT_EQ(COMPLAINT + "line\n", err.take());
+        EXPECT_EQ(WRITE_ERROR_MESSAGE + "line\n", err.take());
     }
     EXPECT_THAT(namesIn(folder.path()), ElementsAre("server.log"));
     EXPECT_EQ(path, file->getPath());

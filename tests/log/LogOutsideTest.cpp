@@ -240,7 +240,7 @@ TEST_F(LogPipeTest, WithoutAReaderTheLinesSurviveOnStandardError)
     closeReader();
     for (const String& line : {String("two"), String("three")}) {
         file->log(line);
-        EXPECT_EQ(COMPLAINT + line + "\n", err.take());
+        EXPECT_EQ(WRITE_ERROR_MESSAGE + line + "\n", err.take());
     }
     ::signal(SIGPIPE, before);
 }

@@ -127,7 +127,7 @@ TEST_F(StandardErrorTest, StateOfTheStreamDoesNotStopRejectedLinesAndTraces)
                   LogFileRef file(new LogFile);
                   file->setPath(folder / "full");
                   file->log("rejected");
-                  EXPECT_EQ(COMPLAINT + "rejected\n", contentOf(err));
+                  EXPECT_EQ(WRITE_ERROR_MESSAGE + "rejected\n", contentOf(err));
                   create(folder / "server.log.0", "");
                   file->setPath(folder / "server.log");
                   EXPECT_THAT(contentOf(err), testing::EndsWith("server.log.0]\n"));
@@ -145,7 +145,7 @@ TEST_F(StandardErrorTest, StateOfTheStreamDoesNotStopAPlainLog)
                   EXPECT_EQ("text\n", contentOf(err));
                   logger.stream = nullptr;
                   logger.log("text");
-                  EXPECT_EQ("text\n" + COMPLAINT + "text\n", contentOf(err));
+                  EXPECT_EQ("text\n" + WRITE_ERROR_MESSAGE + "text\n", contentOf(err));
               }));
 }
 
@@ -265,7 +265,7 @@ TEST_F(StandardErrorTest, CancelledThreadWritesItsLineWhollyAfterAFileThatCannot
                   logger.setFallback(true);
                   logger.setPath("/nowhere/at/all.log");
                   const String text(20000, 'x');
-                  const String expected = COMPLAINT + " : " + text + "\n";
+                  const String expected = WRITE_ERROR_MESSAGE + " : " + text + "\n";
                   Module module("cancelled", logger);
                   logtest::LoggingThread logging([&] {
                       NIM_LOG_TO(module, Severity_ERROR) << text;

@@ -36,7 +36,7 @@ TEST_F(WriteFaultTest, RecordsThatTheFileRejectsAreWrittenToStandardError)
     logger.setPath(path);
     NIM_LOG_TO(module, Severity_ERROR) << "one";
     NIM_LOG_TO(module, Severity_ERROR) << "two";
-    EXPECT_EQ(COMPLAINT + " : one\n" + COMPLAINT + " : two\n", err.take());
+    EXPECT_EQ(WRITE_ERROR_MESSAGE + " : one\n" + WRITE_ERROR_MESSAGE + " : two\n", err.take());
     EXPECT_EQ(path, logger.getPath());
 }
 
@@ -80,15 +80,15 @@ TEST_F(WriteFaultTest, DefaultLoggerLeavesAFullDevice)
                   createFullFile(path);
                   com_kor_dal_nim_log_control.setPath(path);
                   const String text = err.take();
-                  const std::size_t complaint =
+                  const std::size_t message =
                       text.find(" ERROR Write: Unable to write to log output stream \"" + path
                                 + "\": No space left on device; "
                                   "Log Configuration:\n\tOutputPath:   \"STDERR\"\n");
                   const std::size_t record = text.find("Changing logging setting: OutputPath\n");
-                  EXPECT_NE(String::npos, complaint) << text;
+                  EXPECT_NE(String::npos, message) << text;
                   EXPECT_NE(String::npos, record) << text;
-                  EXPECT_LT(complaint, record);
-                  EXPECT_THAT(text, testing::Not(HasSubstr(COMPLAINT)));
+                  EXPECT_LT(message, record);
+                  EXPECT_THAT(text, testing::Not(HasSubstr(WRITE_ERROR_MESSAGE)));
 
                   NIM_LOG(Severity_ERROR) << "next";
                   EXPECT_THAT(err.take(), testing::MatchesRegex("[^\n]* : next\n"));

@@ -106,7 +106,7 @@ TEST_F(LogFileCallsFault, LineThatCannotBeWrittenIsWrittenToStandardError)
         open();
         file->log("one");
         EXPECT_EQ("", failureOf(Call::WRITE, error, "two"));
-        EXPECT_EQ(COMPLAINT + "two\n", err.take());
+        EXPECT_EQ(WRITE_ERROR_MESSAGE + "two\n", err.take());
         EXPECT_EQ(path, file->getPath());
         EXPECT_FALSE(file->is_open());
         EXPECT_EQ("one\n", contentOf(path));
@@ -135,7 +135,7 @@ TEST_F(LogFileCallsFault, FileThatFailedRecoversByItsRotation)
     file->log("one");
     EXPECT_EQ("", failureOf(Call::WRITE, EIO, "two"));
     // By then, the position of standard error exceeds the size limit.
-    EXPECT_THAT(err.take(), testing::StartsWith(COMPLAINT + "two\nLogFile:"));
+    EXPECT_THAT(err.take(), testing::StartsWith(WRITE_ERROR_MESSAGE + "two\nLogFile:"));
     logNext("three");
     EXPECT_EQ("one\n", contentOf(old(0)));
     EXPECT_EQ("three\n", contentOf(path));
@@ -339,9 +339,9 @@ TEST_F(RotationCallsFault, FullDiskCostsTheOldestFilePerRotation)
         file->log(line);
         const String printed = err.take();
         // The error message alone exceeds the size limit, so each line starts another rotation.
-        EXPECT_THAT(printed,
-                    testing::StartsWith(COMPLAINT + line + "\nLogFile:#:switchFile(): Switching log file ["
-                                        + path + "] ...\n"));
+        EXPECT_THAT(printed, testing::StartsWith(WRITE_ERROR_MESSAGE + line
+                                                 + "\nLogFile:#:switchFile(): Switching log file [" + path
+                                                 + "] ...\n"));
         EXPECT_THAT(printed, HasSubstr("switchFile(): Removing [" + old(FILES - 1) + "]\n"));
         expected.insert(expected.begin(), String());
         expected.pop_back();
@@ -588,7 +588,7 @@ TEST_F(LogFileCallsFault, LineThatCannotBeWrittenSurvivesWithoutMemory)
             EXPECT_EQ("", faults::failureUnder(memory, [&] { log->log(line); }));
             EXPECT_EQ(1u, memory.failed());
         }
-        EXPECT_EQ(COMPLAINT + line + "\n", fixed.take());
+        EXPECT_EQ(WRITE_ERROR_MESSAGE + line + "\n", fixed.take());
         log->close();
     }
 }
