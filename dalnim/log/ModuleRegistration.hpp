@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cstdint>
 #include <list>
-#include <map>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -112,10 +111,16 @@ private:
         /** Whether this registration owns the module. */
         bool owned;
     };
-    /** Records by the name at registration; records with the same name are in the order of registration. */
-    typedef std::multimap<String, Record> Records;
-    /** Records by the address of their module. */
-    typedef std::unordered_multimap<const Module*, Records::iterator> Index;
+    /** Lists of records by the name at registration: none is empty, each is in the order of registration. */
+    typedef std::unordered_map<String, std::list<Record>> Records;
+    /** Where a record is. */
+    struct Position
+    {
+        Records::value_type* name;
+        std::list<Record>::iterator record;
+    };
+    /** Positions of the records by the address of their module. */
+    typedef std::unordered_multimap<const Module*, Position> Index;
 
     /** Returns the result of `predicate` for the current filter, which is not deleted during the call. */
     template <class Predicate>

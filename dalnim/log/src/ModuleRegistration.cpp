@@ -44,9 +44,11 @@ ModuleRegistration::~ModuleRegistration()
 {
     _modulesRequested.clear();
     // The other modules, and their code, may have been unloaded: only their addresses are valid.
-    for (auto& [name, record] : _records) {
-        if (record.owned) {
-            removeModulesActual(*record.entry);
+    for (auto& [name, records] : _records) {
+        for (Record& record : records) {
+            if (record.owned) {
+                removeModulesActual(*record.entry);
+            }
         }
     }
 }
@@ -68,39 +70,42 @@ const std::list<Module*>& ModuleRegistration::getModulesActual() const noexcept
 
 std::vector<String> ModuleRegistration::getNamesActual() const
 {
-    std::vector<Records::const_iterator> ordered;
-    ordered.reserve(_records.size());
-    for (auto record = _records.begin(); record != _records.end(); ++record) {
-        ordered.push_back(record);
+    std::vector<std::pair<std::uint64_t, const String*>> ordered;
+    ordered.reserve(_modulesActual.size());
+    for (const auto& [name, records] : _records) {
+        for (const Record& record : records) {
+            ordered.emplace_back(record.number, &name);
+        }
     }
-    std::sort(ordered.begin(), ordered.end(),
-              [](const auto& left, const auto& right) { return left->second.number < right->second.number; });
+    std::sort(ordered.begin(), ordered.end());
     std::vector<String> names;
     names.reserve(ordered.size());
-    for (const auto& record : ordered) {
-        names.push_back(record->first);
+    for (const auto& [number, name] : ordered) {
+        names.push_back(*name);
     }
     return names;
 }
 
 Module* ModuleRegistration::getModuleActual(const String& name) const
 {
-    // find() may return any of several records of one name.
-    const auto first = _records.lower_bound(name);
-    return first == _records.end() || first->first != name ? nullptr : *first->second.entry;
+    const auto found = _records.find(name);
+    return found == _records.end() ? nullptr : *found->second.front().entry;
 }
 
 void ModuleRegistration::addModulesActual(const Module& module)
 {
     std::list<Module*> entry(1, const_cast<Module*>(&module));
-    const auto record =
-        _records.emplace(module.getName(), Record{entry.begin(), _nextNumber, module.owner == this});
+    std::list<Record> record(1, Record{entry.begin(), _nextNumber, module.owner == this});
+    const auto name = _records.try_emplace(module.getName()).first;
     try {
-        _index.emplace(&module, record);
+        _index.emplace(&module, Position{&*name, record.begin()});
     } catch (...) {
-        _records.erase(record);
+        if (name->second.empty()) {
+            _records.erase(name);
+        }
         throw;
     }
+    name->second.splice(name->second.end(), record);
     _modulesActual.splice(_modulesActual.end(), entry);
     ++_nextNumber;
 }
@@ -108,9 +113,13 @@ void ModuleRegistration::addModulesActual(const Module& module)
 void ModuleRegistration::removeFromModulesActual(const Module& module)
 {
     const auto [first, last] = _index.equal_range(&module);
-    for (auto entry = first; entry != last; ++entry) {
-        _modulesActual.erase(entry->second->second.entry);
-        _records.erase(entry->second);
+    for (auto position = first; position != last; ++position) {
+        const auto [name, record] = position->second;
+        _modulesActual.erase(record->entry);
+        name->second.erase(record);
+        if (name->second.empty()) {
+            _records.erase(_records.find(name->first));
+        }
     }
     _index.erase(first, last);
 }
@@ -119,8 +128,8 @@ void ModuleRegistration::removeModulesActual(Module*& module)
 {
     if (module != nullptr && module->owner != nullptr) {
         const auto [first, last] = _index.equal_range(module);
-        for (auto entry = first; entry != last; ++entry) {
-            entry->second->second.owned = false;
+        for (auto position = first; position != last; ++position) {
+            position->second.record->owned = false;
         }
         module->owner = nullptr;
         const std::unique_ptr<Module> deleted(module);
@@ -132,8 +141,8 @@ void ModuleRegistration::own(Module& module) noexcept
 {
     module.owner = this;
     const auto [first, last] = _index.equal_range(&module);
-    for (auto entry = first; entry != last; ++entry) {
-        entry->second->second.owned = true;
+    for (auto position = first; position != last; ++position) {
+        position->second.record->owned = true;
     }
 }
 
