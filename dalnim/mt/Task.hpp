@@ -144,6 +144,7 @@ protected:
 
 private:
     friend class TaskClosure;
+    friend class TaskEvidence;
     friend class Thread;
     friend class ThreadPool;
 

@@ -7,6 +7,10 @@
 
 #include <vector>
 
+namespace com::kor::dal::nim::sys::internal {
+class TrackList;
+}
+
 namespace com::kor::dal::nim::sys {
 
 class StackTrack;
@@ -53,6 +57,9 @@ public:
     String label() const;
 
 private:
+    // Reads the fields in a signal handler.
+    friend class internal::TrackList;
+
     const char* out_scope;
     const char* mid_scope;
     const char* scope_name;

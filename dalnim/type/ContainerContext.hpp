@@ -9,6 +9,10 @@
 #include <map>
 #include <memory>
 
+namespace com::kor::dal::nim::mt {
+class TaskEvidence;
+}
+
 namespace com::kor::dal::nim::type {
 
 class ContextSnapshot;
@@ -79,6 +83,8 @@ protected:
 
 private:
     friend class ContextSnapshot;
+    // Reads the entries in a signal handler.
+    friend class mt::TaskEvidence;
 
     typedef std::map<UInt32_t, mem::RefCntObjectRef> Content;
 

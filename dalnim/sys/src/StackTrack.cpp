@@ -3,6 +3,9 @@
 #include <dalnim/sys/StackTrack.hpp>
 
 #include <dalnim/sys/internal/src/ThreadStateCache.hpp>
+#include <dalnim/sys/internal/src/TrackList.hpp>
+
+#include <atomic>
 
 namespace com::kor::dal::nim::sys {
 
@@ -12,12 +15,17 @@ namespace {
 [[gnu::noinline, gnu::cold]] const void* push_with_memory(StackTrack* that)
 {
     StackTrackState& where = internal::ThreadState::current().where;
+    if (where.size() == where.capacity()) {
+        internal::TrackList::grow(where);
+    }
     where.push_back(that);
     return &where;
 }
 
 inline const void* initialize_state(StackTrack* that)
 {
+    // A signal handler that describes this thread must not find a track without its fields: see TrackList.
+    std::atomic_signal_fence(std::memory_order_release);
     internal::ThreadState* const thread = internal::cached_state;
     if (thread == nullptr || thread->where.size() == thread->where.capacity()) {
         return push_with_memory(that);

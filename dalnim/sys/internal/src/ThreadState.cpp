@@ -4,6 +4,9 @@
 
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/src/AlternateStack.hpp>
+#include <dalnim/sys/internal/src/ThreadInquiry.hpp>
+#include <dalnim/sys/internal/src/ThreadRegister.hpp>
 #include <dalnim/sys/internal/src/ThreadStateCache.hpp>
 #include <qv/pmx/panic.h>
 #include <qv/pmx/thread.h>
@@ -33,6 +36,8 @@ void _ts_tls_destroy(void* p)
     }
     // A later current() on this thread must construct a new state, and not return this one.
     cached_state = nullptr;
+    ThreadRegister::leave();
+    AlternateStack::release();
     if (_ts_tls_init.load(std::memory_order_acquire)) {
         qv_si_thread_setspecific(_ts_tls_key, nullptr);
     }
@@ -57,6 +62,8 @@ void update_tid_in_child() noexcept
     if (cached_state != nullptr) {
         cached_state->_tid = qv_si_thread_self();
     }
+    ThreadRegister::keepCallerOnly();
+    ThreadInquiry::resetInChild();
 }
 
 namespace {
@@ -94,6 +101,10 @@ ThreadState& ThreadState::current()
         throw system_error(status);
     }
     cached_state = state.get();
+    ThreadRegister::enter();
+    if (AlternateStack::isGivenToNewThreads()) {
+        AlternateStack::giveCaller();
+    }
     return *state.release();
 }
 
