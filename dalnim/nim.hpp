@@ -18,6 +18,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
+#include <dalnim/sys/ThreadReport.hpp>
 #include <dalnim/sys/UniqueID.hpp>
 #include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/Internal.hpp>

@@ -141,6 +141,8 @@ private:
     bool isOpenAt(const String& path) const;
     /** For a logger: returns true if the output is this stream. */
     bool isSetTo(const std::ostream& stream) const;
+    /** For a logger: has the reports of signal handlers be written to this file. */
+    __attribute__((visibility("hidden"))) void publish() const;
     /** For a logger: opens a file that is not open yet, as getStream() does, without a stream. */
     void open() const;
     /** Returns the output of a file that no other thread uses. */

@@ -113,6 +113,7 @@ protected:
 
 private:
     friend class Control;
+    friend class EvidenceLog;
     friend class Module;
 
     typedef mt::MutexHolder<mt::CriticalSection> StateHolder;
@@ -137,6 +138,8 @@ private:
     void replaceLogFile(const LogFileRef& file, bool owned) DALNIM_REQUIRES(stateSync);
     /** Returns the file that setStream("CIMOM") shares, or throws like it. */
     LogFileRef cimomLogFile() const DALNIM_REQUIRES(stateSync);
+    /** Has the reports of signal handlers be written to the output: see EvidenceLog. */
+    __attribute__((visibility("hidden"))) void publishOutput() const DALNIM_EXCLUDES(stateSync);
     /** Returns the output, for a logger that shares it. */
     __attribute__((visibility("hidden"))) LogFileRef fileToShare() const;
     /** Writes the stream header if it is due. Returns false if that fails, and getFallback() is selected. */

@@ -41,6 +41,11 @@ public:
     {
         return descriptor != NONE;
     }
+    /** Returns the descriptor, or -1. */
+    int number() const noexcept
+    {
+        return descriptor;
+    }
     /** Returns true if the last line was written; true as well before the first one. */
     bool isGood() const noexcept
     {

@@ -141,6 +141,12 @@ DateTimeText::DateTimeText(std::time_t t)
     format(t, local);
 }
 
+DateTimeText::DateTimeText(std::time_t t, const long* secondsEast) noexcept
+{
+    const std::time_t shifted = t + (secondsEast != nullptr ? *secondsEast : 0);
+    length = formatTime(text, sizeof text, Calendar::utc(shifted), secondsEast);
+}
+
 void DateTimeText::format(std::time_t t, bool local)
 {
     std::tm broken_down;

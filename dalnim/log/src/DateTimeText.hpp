@@ -12,6 +12,11 @@ class DateTimeText
 {
 public:
     explicit DateTimeText(std::time_t t);
+    /**
+     * For signal handlers: takes no lock.
+     * @param secondsEast  the offset of the local time in seconds, or null for UTC
+     */
+    DateTimeText(std::time_t t, const long* secondsEast) noexcept;
 
     std::string_view view() const noexcept
     {

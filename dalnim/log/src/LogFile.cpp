@@ -136,6 +136,12 @@ bool LogFile::begin(const String& text) const
     return output->begin(text);
 }
 
+void LogFile::publish() const
+{
+    const StateHolder holder(stateSync.acquire());
+    output->publish();
+}
+
 void LogFile::open() const
 {
     const StateHolder holder(stateSync.acquire());

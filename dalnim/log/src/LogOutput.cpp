@@ -7,6 +7,7 @@
 #include <dalnim/log/LogFile.hpp>
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/AppendFile.hpp>
+#include <dalnim/log/src/EvidenceLog.hpp>
 #include <qv/pmx/path.h>
 #include <qv/pmx/src/CancellationOff.hpp>
 #include <dalnim/log/src/FileTrace.hpp>
@@ -84,7 +85,10 @@ LogOutput::LogOutput()
 {
 }
 
-LogOutput::~LogOutput() = default;
+LogOutput::~LogOutput()
+{
+    EvidenceLog::unwatch(*this);
+}
 
 void LogOutput::setPath(const String& path)
 {
@@ -159,6 +163,7 @@ void LogOutput::close() noexcept
     outputPath.clear();
     outputStream = nullptr;
     file.reset();
+    followChange();
 }
 
 bool LogOutput::revertStream() noexcept
@@ -177,6 +182,21 @@ void LogOutput::exchange(LogOutput& other) noexcept
     std::swap(outputStream, other.outputStream);
     file.swap(other.file);
     std::swap(rotatedCount, other.rotatedCount);
+    followChange();
+    other.followChange();
+}
+
+void LogOutput::publish() const noexcept
+{
+    EvidenceLog::watch(*this);
+    followChange();
+}
+
+void LogOutput::followChange() const noexcept
+{
+    if (EvidenceLog::isWatched(*this)) {
+        sys::internal::EvidenceOutput::setLogFile(file != nullptr ? file->number() : -1);
+    }
 }
 
 bool LogOutput::isOpenAt(const String& path) const noexcept
@@ -229,6 +249,7 @@ void LogOutput::openFile()
         throw sys::system_error(error);
     }
     file = std::move(opened);
+    followChange();
 }
 
 void LogOutput::checkCreatable()
@@ -293,6 +314,7 @@ void LogOutput::switchFile()
             throw sys::system_error(error, "Failed to open log file [" + outputPath + "]"
                                                + sys::sys_err_string(error));
         }
+        followChange();
     } catch (const std::exception& exc) {
         // The current line has been written: no record fails because its file could not be rotated.
         FileTrace::print(__LINE__, "switchFile", "ERROR: ", exc.what());

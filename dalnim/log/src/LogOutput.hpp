@@ -74,6 +74,9 @@ public:
     /** Returns false if the output is a file that has been renamed or deleted. */
     bool isAtItsPath() const noexcept;
 
+    /** Has the reports of signal handlers be written to the file of this output: see EvidenceLog. */
+    void publish() const noexcept;
+
     /** Opens the output if it is not open. */
     void open();
     /** Opens a file, then counts the rotated ones: a concurrent rotation would rename it in between. */
@@ -89,6 +92,8 @@ private:
     bool tryWrite(std::string_view line);
     bool hasReachedLimit(bool isWritten);
     void switchFile();
+    /** To be called after each change of the file. */
+    void followChange() const noexcept;
 
     String outputPath;
     /** The stream that is the output. Null if that is a file, also one not opened yet, or none. Not owned. */

@@ -18,6 +18,7 @@
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
+#include <dalnim/sys/internal/src/EvidenceOutput.hpp>
 
 #include <cerrno>
 #include <ctime>
@@ -227,9 +228,20 @@ void Write::replaceLogFile(const LogFileRef& file, bool owned)
 {
     // Destroyed after the lock: the old file must not be closed under InitLock.
     const LogFileRef old(logFile);
-    const sys::InitLock lock(true);
-    logFile = file;
-    ownedLogFile = owned;
+    {
+        const sys::InitLock lock(true);
+        logFile = file;
+        ownedLogFile = owned;
+    }
+    if (sys::internal::EvidenceOutput::isFollowingLog() && isDefault()) {
+        logFile->publish();
+    }
+}
+
+void Write::publishOutput() const
+{
+    const StateHolder holder(stateSync.acquire());
+    logFile->publish();
 }
 
 bool Write::isDefault() const

@@ -85,12 +85,13 @@ bool callerHasStack() noexcept
 
 void AlternateStack::giveToNewThreads() noexcept
 {
-    is_given_to_new_threads.store(true, std::memory_order_relaxed);
+    // Ordered before the iteration over the register: a thread is in it, or gets a stack of its own.
+    is_given_to_new_threads.store(true, std::memory_order_seq_cst);
 }
 
 bool AlternateStack::isGivenToNewThreads() noexcept
 {
-    return is_given_to_new_threads.load(std::memory_order_relaxed);
+    return is_given_to_new_threads.load(std::memory_order_seq_cst);
 }
 
 bool AlternateStack::giveCaller() noexcept

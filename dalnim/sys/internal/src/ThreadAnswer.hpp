@@ -40,12 +40,14 @@ struct ThreadAnswer
     std::atomic<std::uint64_t> inquiry;
     /** Written by the thread that asks, before it asks. */
     std::atomic<ThreadID_t> tid;
-    /** The following three are written by the thread that asks, after the answer. */
+    /** The following are written by the thread that asks, after the answer. */
     Outcome outcome;
     /** The kernel's letter for the state of the thread, such as 'S' for sleeping; '?' if unknown. */
     char state;
     /** CPU time that the thread has used, in milliseconds. */
     std::uint64_t cpuMs;
+    /** The time for which task and innermost track are known to be the same, in milliseconds. */
+    std::uint64_t sameForMs;
     /** The kernel's name of the thread. */
     char name[NAME_SIZE];
 

@@ -41,6 +41,8 @@ constexpr std::uint64_t NUMBER_MASK = 0xffffffff;
 
 /** Time for a thread that is already writing its answer when the time expires, in milliseconds. */
 constexpr unsigned int GRACE_MS = 50;
+/** Interval, in milliseconds, at which threads that have not answered are checked for their end. */
+constexpr std::uint64_t CHECK_MS = 5;
 
 std::atomic<ThreadAnswer*> all_answers;
 std::atomic<int> installed_signal;
@@ -175,6 +177,13 @@ void threadPath(SafeText& path, ThreadID_t tid, const char* file) noexcept
     path << "/proc/self/task/" << tid << '/' << file << '\0';
 }
 
+/** Returns true if a thread that was asked has ended, so that it will never answer. */
+bool hasEnded(const ThreadAnswer& answer) noexcept
+{
+    return ::syscall(SYS_tgkill, ::getpid(), answer.tid.load(std::memory_order_relaxed), 0) != 0
+           && errno == ESRCH;
+}
+
 /** Returns true if the thread blocks the signal. */
 bool blocksSignal(ThreadID_t tid, int number) noexcept
 {
@@ -242,6 +251,45 @@ void readKernelState(ThreadAnswer& answer) noexcept
     answer.cpuMs = perSecond > 0 ? ticks * 1000 / static_cast<std::uint64_t>(perSecond) : 0;
 }
 
+/** What earlier reports found in a thread. Written and read without a lock: a lost update is harmless. */
+struct SeenThread
+{
+    std::atomic<ThreadID_t> tid;
+    /** A hash of task and tracks. */
+    std::atomic<std::uint64_t> content;
+    /** When a report found this content first, on the monotonic clock, in milliseconds. */
+    std::atomic<std::uint64_t> sinceMs;
+};
+constexpr std::size_t SEEN_COUNT = 2048;
+SeenThread seen_threads[SEEN_COUNT];
+
+/** Returns the time since an earlier report found the same task and innermost track; 0 if none did. */
+std::uint64_t sameForMs(const ThreadAnswer& answer) noexcept
+{
+    // FNV-1a.
+    std::uint64_t hash = 0xcbf29ce484222325;
+    const auto add = [&hash](unsigned char byte) { hash = (hash ^ byte) * 0x100000001b3; };
+    for (const char letter : answer.innermost()) {
+        add(static_cast<unsigned char>(letter));
+    }
+    for (const std::uint32_t number : {answer.trackCount, answer.taskId}) {
+        for (unsigned int shift = 0; shift < 32; shift += 8) {
+            add(static_cast<unsigned char>(number >> shift));
+        }
+    }
+    const ThreadID_t tid = answer.tid.load(std::memory_order_relaxed);
+    const std::uint64_t now = nowMs();
+    SeenThread& seen = seen_threads[static_cast<std::size_t>(tid) % SEEN_COUNT];
+    if (seen.tid.load(std::memory_order_relaxed) == tid
+        && seen.content.load(std::memory_order_relaxed) == hash) {
+        return now - std::min(now, seen.sinceMs.load(std::memory_order_relaxed));
+    }
+    seen.sinceMs.store(now, std::memory_order_relaxed);
+    seen.content.store(hash, std::memory_order_relaxed);
+    seen.tid.store(tid, std::memory_order_relaxed);
+    return 0;
+}
+
 /** Appends ID and name of a thread. */
 void appendThread(SafeText& text, const ThreadAnswer& answer) noexcept
 {
@@ -268,7 +316,9 @@ void appendLock(SafeText& text, const ThreadAnswer& answer) noexcept
     text.hex(answer.lockAddress) << ", held by thread " << answer.lockOwner;
 }
 
-const char* outcomeText(ThreadAnswer::Outcome outcome) noexcept
+}
+
+const char* ThreadInquiry::outcomeText(ThreadAnswer::Outcome outcome) noexcept
 {
     switch (outcome) {
     case ThreadAnswer::Outcome::SILENT:
@@ -281,9 +331,6 @@ const char* outcomeText(ThreadAnswer::Outcome outcome) noexcept
         return "";
     }
 }
-
-}
-
 void ThreadInquiry::install(int signal)
 {
     const InitLock lock(true);
@@ -398,21 +445,32 @@ void ThreadInquiry::ask(ThreadID_t tid, const void* context) noexcept
         return;
     }
     answer.outcome = ThreadAnswer::Outcome::NOT_ASKED;
-    if (error == ESRCH) {
-        // The thread has ended.
-        answer.inquiry.store(0, std::memory_order_relaxed);
-        answer.ticket.store(withState(ticket, FREE), std::memory_order_release);
-        return;
-    }
     ++threadCount;
+    if (error == ESRCH) {
+        withdraw(index);
+    }
+}
+
+/** Leaves a thread that has ended out of the report. */
+void ThreadInquiry::withdraw(std::size_t index) noexcept
+{
+    ThreadAnswer& answer = all_answers.load(std::memory_order_relaxed)[index];
+    answer.inquiry.store(0, std::memory_order_relaxed);
+    answer.ticket.store(withState(answer.ticket.load(std::memory_order_relaxed), FREE),
+                        std::memory_order_release);
+    --threadCount;
 }
 
 /** Waits for the answers, and sets the outcomes. */
 void ThreadInquiry::await(unsigned int timeoutMs) noexcept
 {
     const std::uint64_t begin = nowMs();
+    std::uint64_t nextCheckMs = CHECK_MS;
     for (;;) {
         const std::uint32_t seen = answer_count.load(std::memory_order_acquire);
+        const std::uint64_t elapsed = nowMs() - begin;
+        const bool mustCheck = elapsed >= nextCheckMs;
+        nextCheckMs = mustCheck ? elapsed + CHECK_MS : nextCheckMs;
         bool isAsking = false;
         bool isAnswering = false;
         for (std::size_t i = 0; i < used(); ++i) {
@@ -421,15 +479,18 @@ void ThreadInquiry::await(unsigned int timeoutMs) noexcept
                 continue;
             }
             const std::uint64_t state = stateOf(answer->ticket.load(std::memory_order_acquire));
+            if (mustCheck && state == ASKED && hasEnded(*answer)) {
+                withdraw(i);
+                continue;
+            }
             isAsking = isAsking || state == ASKED;
             isAnswering = isAnswering || state == WRITING;
         }
-        const std::uint64_t elapsed = nowMs() - begin;
         const std::uint64_t limit = timeoutMs + (isAnswering ? GRACE_MS : 0);
         if ((!isAsking && !isAnswering) || elapsed >= limit) {
             break;
         }
-        waitForAnswer(seen, limit - elapsed);
+        waitForAnswer(seen, std::min(limit - elapsed, CHECK_MS));
     }
     ThreadAnswer* const answers = all_answers.load(std::memory_order_relaxed);
     for (std::size_t i = 0; i < used(); ++i) {
@@ -461,6 +522,7 @@ void ThreadInquiry::conclude(ThreadAnswer& answer) noexcept
         answer.outcome = ThreadAnswer::Outcome::BLOCKS_SIGNAL;
     }
     silentCount += answer.outcome != ThreadAnswer::Outcome::ANSWERED ? 1 : 0;
+    answer.sameForMs = answer.outcome == ThreadAnswer::Outcome::ANSWERED ? sameForMs(answer) : 0;
     readKernelState(answer);
 }
 
@@ -472,7 +534,15 @@ void ThreadInquiry::append(SafeText& text, const ThreadAnswer& answer) noexcept
         text << ", " << outcomeText(answer.outcome) << '\n';
         return;
     }
+    if (answer.sameForMs != 0 && (answer.hasTask || answer.trackCount != 0)) {
+        text << ", here for at least " << answer.sameForMs << " ms";
+    }
     text << '\n';
+    appendDetails(text, answer);
+}
+
+void ThreadInquiry::appendDetails(SafeText& text, const ThreadAnswer& answer) noexcept
+{
     if (answer.hasTask || answer.hasPool) {
         text << "    ";
         appendTask(text, answer);

@@ -81,8 +81,12 @@ public:
         return omittedCount;
     }
 
+    /** Returns why a thread has not answered, or an empty string. */
+    static const char* outcomeText(ThreadAnswer::Outcome outcome) noexcept;
     /** Appends a thread as some lines of text, each of which begins with two spaces. */
     static void append(SafeText& text, const ThreadAnswer& answer) noexcept;
+    /** Appends task, pool, token, lock and tracks of a thread, on lines that begin with four spaces. */
+    static void appendDetails(SafeText& text, const ThreadAnswer& answer) noexcept;
     /** Appends a thread as one line, with its innermost track. */
     static void appendLine(SafeText& text, const ThreadAnswer& answer) noexcept;
     /** Appends all threads, after a line with their number. */
@@ -101,6 +105,7 @@ private:
 
     const ThreadAnswer* ownAnswer(std::size_t index) const noexcept;
     void ask(ThreadID_t tid, const void* context) noexcept;
+    void withdraw(std::size_t index) noexcept;
     void await(unsigned int timeoutMs) noexcept;
     void conclude(ThreadAnswer& answer) noexcept;
 

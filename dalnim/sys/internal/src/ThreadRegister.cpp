@@ -31,7 +31,8 @@ std::atomic<ThreadID_t>* ThreadRegister::claim(ThreadID_t tid) noexcept
             ThreadID_t free = 0;
             if (entry.load(std::memory_order_relaxed) == 0) {
                 qv::perturb();
-                if (entry.compare_exchange_strong(free, tid, std::memory_order_relaxed)) {
+                // Ordered before the check of AlternateStack::isGivenToNewThreads().
+                if (entry.compare_exchange_strong(free, tid, std::memory_order_seq_cst)) {
                     return &entry;
                 }
             }

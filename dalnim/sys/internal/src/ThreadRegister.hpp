@@ -36,7 +36,7 @@ public:
         for (const Block* block = &firstBlock; block != nullptr;
              block = block->next.load(std::memory_order_acquire)) {
             for (const std::atomic<ThreadID_t>& entry : block->threads) {
-                const ThreadID_t tid = entry.load(std::memory_order_relaxed);
+                const ThreadID_t tid = entry.load(std::memory_order_seq_cst);
                 if (tid != 0) {
                     visit(tid);
                 }

@@ -1,0 +1,134 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/log/src/EvidenceLog.hpp>
+
+#include <dalnim/log/Common.hpp>
+#include <dalnim/log/Write.hpp>
+#include <dalnim/log/src/DateTimeText.hpp>
+#include <dalnim/nsdefs.hpp>
+#include <dalnim/sys/System.hpp>
+#include <dalnim/sys/internal/Internal.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <unistd.h>
+
+namespace com::kor::dal::nim::log {
+
+using sys::internal::EvidenceOutput;
+using sys::internal::SafeText;
+
+std::atomic<const LogOutput*> EvidenceLog::watched;
+std::atomic<const Write*> EvidenceLog::logger;
+
+namespace {
+
+constexpr std::size_t NAME_SIZE = 256;
+
+// Written before `logger` is set, and read afterwards.
+char host_name[NAME_SIZE];
+char process_name[NAME_SIZE];
+/** Local time minus UTC, in seconds, when reports were installed. */
+long seconds_east;
+
+void copyName(char (&to)[NAME_SIZE], std::string_view name) noexcept
+{
+    const std::size_t length = std::min(name.size(), NAME_SIZE - 1);
+    std::memcpy(to, name.data(), length);
+    to[length] = '\0';
+}
+
+}
+
+/** Registers the functions when the library is loaded. */
+struct EvidenceLog::Registration
+{
+    Registration() noexcept
+    {
+        static const EvidenceOutput::LogFormat format = {appendPrefix, escapes, publish};
+        EvidenceOutput::logFormat.store(&format, std::memory_order_release);
+    }
+};
+
+const EvidenceLog::Registration EvidenceLog::registration;
+
+void EvidenceLog::unwatch(const LogOutput& output) noexcept
+{
+    if (isWatched(output)) {
+        watched.store(nullptr, std::memory_order_relaxed);
+        EvidenceOutput::setLogFile(-1);
+    }
+}
+
+void EvidenceLog::publish()
+{
+    auto* const write = dynamic_cast<Write*>(&GET_NIM_LOG_LOGGER_VAR());
+    if (write == nullptr) {
+        return;
+    }
+    if (logger.load(std::memory_order_relaxed) == nullptr) {
+        copyName(host_name, sys::internal::host_name_text());
+        copyName(process_name, sys::internal::process_name_text());
+        std::tm local = {};
+        sys::System::localtime(local, std::time(nullptr));
+        seconds_east = local.tm_gmtoff;
+        logger.store(write, std::memory_order_release);
+    }
+    write->publishOutput();
+}
+
+bool EvidenceLog::escapes() noexcept
+{
+    const Write* const write = logger.load(std::memory_order_acquire);
+    return write != nullptr && write->escapesControls.load(std::memory_order_relaxed);
+}
+
+void EvidenceLog::appendPrefix(SafeText& text, const EvidenceOutput::Record& record, std::time_t when,
+                               ThreadID_t tid) noexcept
+{
+    const Write* const write = logger.load(std::memory_order_acquire);
+    const unsigned int mask = write != nullptr ? write->outputMask.load(std::memory_order_relaxed)
+                                               : static_cast<unsigned int>(Mask_ALL);
+    bool isFirst = true;
+    const auto field = [&](unsigned int bit) {
+        if ((mask & bit) == 0) {
+            return false;
+        }
+        text << (isFirst ? "" : SEPARATOR);
+        isFirst = false;
+        return true;
+    };
+    if (field(Mask_DATETIME)) {
+        const bool isLocal = __atomic_load_n(&LOG_LOCALTIME, __ATOMIC_RELAXED);
+        const DateTimeText date(when, isLocal ? &seconds_east : nullptr);
+        text << date.view();
+    }
+    if (field(Mask_HOSTNAME)) {
+        text << host_name;
+    }
+    if (field(Mask_PROCESSNAME)) {
+        text << process_name;
+    }
+    if (field(Mask_PROCESSID)) {
+        text << ::getpid();
+    }
+    if (field(Mask_THREADID)) {
+        text << tid;
+    }
+    if (field(Mask_MODULENAME)) {
+        text << nim::NAMESPACE_NAME;
+    }
+    if (field(Mask_SEVERITY)) {
+        text << record.severity;
+    }
+    if (field(Mask_SOURCEFILE)) {
+        text << record.source;
+    }
+    if (field(Mask_LINENUMBER)) {
+        text << record.line;
+    }
+    text << TERMINATOR;
+}
+
+}
