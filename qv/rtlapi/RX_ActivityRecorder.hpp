@@ -8,6 +8,7 @@
 #include <qv/rtlapi/RX_Condition.hpp>
 #include <qv/rtlapi/RX_Monitor.hpp>
 
+class RX_AbsTime;
 class RX_ServerQueue;
 
 /**
@@ -33,6 +34,12 @@ public:
 
     /** Blocks until the backlog is 0, without a time limit. */
     void waitForQuiet() const;
+    /**
+     * Blocks until the backlog is 0, or until a time-out.
+     *
+     * @return 1 if the backlog is 0, 0 if the time-out has expired
+     */
+    qv_bool_t waitForQuiet(const RX_AbsTime& deadline) const;
 
     /** Increments the backlog: the queue takes over a closure. */
     void inc();

@@ -5,7 +5,9 @@
 #include <atomic>
 #include <type_traits>
 
+#include <qv/rtlapi/RX_AbsTime.hpp>
 #include <qv/rtlapi/RX_Exception.hpp>
+#include <qv/rtlapi/RX_RelTime.hpp>
 
 #include "Threads.hpp"
 
@@ -60,6 +62,46 @@ TEST_F(ActivityRecorder, WaitForQuietBlocksUntilTheLastDec)
     EXPECT_TRUE(second.awaitAsleep());
     isLast = true;
     recorder->dec();
+}
+
+TEST_F(ActivityRecorder, LimitedWaitForQuietReturnsOneImmediatelyAtFirst)
+{
+    EXPECT_EQ(recorder->waitForQuiet(RX_AbsTime(RX_RelTime(0, 0))), 1);
+}
+
+TEST_F(ActivityRecorder, LimitedWaitForQuietReturnsZeroAtItsDeadline)
+{
+    recorder->inc();
+    EXPECT_EQ(recorder->waitForQuiet(RX_AbsTime(RX_RelTime(0, 0))), 0);
+    EXPECT_EQ(recorder->waitForQuiet(RX_AbsTime(RX_RelTime(0, 20000000))), 0);
+    recorder->dec();
+    EXPECT_EQ(recorder->waitForQuiet(RX_AbsTime(RX_RelTime(0, 0))), 1);
+}
+
+TEST_F(ActivityRecorder, LimitedWaitForQuietReturnsOneAtTheLastDec)
+{
+    recorder->inc();
+    std::atomic<int> result{-1};
+    qvtest::Caller waiter([&] { result = recorder->waitForQuiet(RX_AbsTime(RX_RelTime(60, 0))); });
+    EXPECT_TRUE(waiter.awaitAsleep());
+    recorder->dec();
+    waiter.join();
+    EXPECT_EQ(result, 1);
+}
+
+TEST_F(ActivityRecorder, WaitForQuietIsWokenAfterTheDeadlineOfAnotherThread)
+{
+    for (int round = 0; round < 200; ++round) {
+        recorder->inc();
+        qvtest::Caller unlimited([this] { recorder->waitForQuiet(); });
+        qvtest::Caller limited([this, round] {
+            static_cast<void>(recorder->waitForQuiet(RX_AbsTime(RX_RelTime(0, round * 1000))));
+        });
+        if (round % 2 == 0) {
+            limited.join();
+        }
+        recorder->dec();
+    }
 }
 
 TEST_F(ActivityRecorder, DecThrowsIfTheBacklogIsZero)

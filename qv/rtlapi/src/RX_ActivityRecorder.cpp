@@ -2,6 +2,7 @@
 
 #include <qv/pmx/errors.h>
 #include <qv/pmx/src/perturb.hpp>
+#include <qv/rtlapi/RX_AbsTime.hpp>
 #include <qv/rtlapi/RX_ExFatal.hpp>
 #include <qv/rtlapi/RX_Locked_.hpp>
 
@@ -55,6 +56,25 @@ void RX_ActivityRecorder::waitForQuiet() const
         _quiet.wait();
     }
     _finished.fetch_and(~HAS_WAITERS, std::memory_order_acq_rel);
+}
+
+qv_bool_t RX_ActivityRecorder::waitForQuiet(const RX_AbsTime& deadline) const
+{
+    const si_uint64_t finished = _finished.load(std::memory_order_acquire);
+    if ((finished & HAS_WAITERS) == 0 && backlogAt(finished) == 0) {
+        return 1;
+    }
+    const RX_Locked_ locked(*this);
+    while (backlogAt(_finished.fetch_or(HAS_WAITERS, std::memory_order_acq_rel)) != 0) {
+        if (!_quiet.timedWait(deadline)) {
+            // Other threads that wait set the bit again.
+            const si_uint64_t last = _finished.fetch_and(~HAS_WAITERS, std::memory_order_acq_rel);
+            _quiet.broadcast();
+            return backlogAt(last) == 0;
+        }
+    }
+    _finished.fetch_and(~HAS_WAITERS, std::memory_order_acq_rel);
+    return 1;
 }
 
 void RX_ActivityRecorder::inc()
