@@ -115,6 +115,11 @@ void qv::IdleWorkers::wait(Waiter& waiter)
     }
 }
 
+bool qv::IdleWorkers::isIdle(const Waiter& waiter) const noexcept
+{
+    return waiter.state.load(std::memory_order_relaxed) != State::ACTIVE;
+}
+
 /** Polls for a few microseconds, or until the worker is woken, to which it responds. */
 void qv::IdleWorkers::spin(Waiter& waiter) noexcept
 {

@@ -96,6 +96,8 @@ public:
     {
         return _spinner != nullptr || _parked != nullptr;
     }
+    /** Returns true if a worker is idle, also if it has been woken but does not run yet. */
+    bool isIdle(const Waiter& waiter) const noexcept DALNIM_REQUIRES(_mutex);
     /** Returns the number of idle workers, including those that have been woken but do not run yet. */
     si_uint32_t count() const noexcept DALNIM_REQUIRES(_mutex)
     {

@@ -4,8 +4,11 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include <qv/pmx/errors.h>
+#include <qv/pmx/thread.h>
 #include <qv/rtlapi/RX_ActivityRecorder.hpp>
 #include <qv/rtlapi/RX_Closure.hpp>
 #include <qv/rtlapi/RX_ExFatal.hpp>
@@ -13,12 +16,22 @@
 #include <qv/rtlapi/Reference.hpp>
 #include <qv/rtlapi/src/DequeuedClosure.hpp>
 #include <qv/rtlapi/src/IdleWorkers.hpp>
+#include <qv/rtlapi/src/KernelName.hpp>
+#include <qv/rtlapi/src/ServerQueueAccess.hpp>
 #include <qv/rtlapi/src/TwoLockQueue.hpp>
 #include <qv/rtlapi/src/detached.hpp>
 
 using qv::DequeuedClosure;
 using qv::IdleWorkers;
+using qv::ServerQueueAccess;
 using qv::TwoLockQueue;
+
+namespace {
+
+__attribute__((tls_model("initial-exec"))) thread_local ServerQueueAccess::CurrentWorker current_worker = {
+    nullptr, 0};
+
+}
 
 /** The state of a queue besides its recorder and its number of threads, and everything that changes it. */
 class __attribute__((visibility("hidden"))) RX_ServerQueue::Implementation
@@ -34,10 +47,12 @@ public:
     bool enqueue(RX_Closure* closure, IfFull policy) DALNIM_EXCLUDES(_queue);
     void reject(RX_Closure* closure) DALNIM_EXCLUDES(_queue);
     bool runPending() DALNIM_EXCLUDES(_queue);
-    void discardPending(bool closing) DALNIM_EXCLUDES(_queue);
+    unsigned int discardPending(bool closing) DALNIM_EXCLUDES(_queue);
     void discardAtEnd();
     void refusePuts() DALNIM_EXCLUDES(_queue);
     bool isClosed() const DALNIM_EXCLUDES(_queue);
+    std::vector<ServerQueueAccess::BusyWorker> busyWorkers() const DALNIM_EXCLUDES(_queue);
+    void setThreadName(const qv::KernelName& name) DALNIM_EXCLUDES(_queue);
     unsigned int size() const DALNIM_REQUIRES(_queue, _pending.producerMutex(), _idle.mutex());
 
 private:
@@ -51,10 +66,12 @@ private:
     bool hasCapacity() DALNIM_REQUIRES(_queue, _pending.producerMutex(), _idle.mutex());
     void deliver(IdleWorkers::Wakeup wakeup) DALNIM_EXCLUDES(_queue);
     static void discard(TwoLockQueue::Closures& closures, RX_ActivityRecorder* recorder);
-    void discardOneByOne(unsigned int count, RX_ActivityRecorder* recorder) DALNIM_EXCLUDES(_queue);
+    unsigned int discardOneByOne(unsigned int count, RX_ActivityRecorder* recorder) DALNIM_EXCLUDES(_queue);
     RX_Closure* dequeue(Worker& worker) DALNIM_EXCLUDES(_queue);
     std::unique_ptr<Worker> addWorker() DALNIM_EXCLUDES(_queue);
     void cancelWorker(Worker& worker) DALNIM_EXCLUDES(_queue);
+    void enter(Worker& worker) DALNIM_EXCLUDES(_queue);
+    void unlink(Worker& worker) DALNIM_REQUIRES(_queue);
     void removeWorker(Worker& worker) DALNIM_REQUIRES(_queue, _pending.producerMutex(), _idle.mutex());
     bool mustStop(const Worker& worker) const DALNIM_REQUIRES(_queue);
 
@@ -68,9 +85,15 @@ private:
     si_uint32_t _threadsToStop DALNIM_GUARDED_BY(_queue) = 0;
     /** Number of calls that have removed workers: only workers from before the last one may stop. */
     si_uint32_t _removals DALNIM_GUARDED_BY(_queue) = 0;
+    /** Number of workers that have been added so far. */
+    unsigned int _workersAdded DALNIM_GUARDED_BY(_queue) = 0;
     /** Whether only probes are accepted: the pool is shutting down. */
     bool _refusesPuts DALNIM_GUARDED_BY(_queue) = false;
     bool _isClosed DALNIM_GUARDED_BY(_queue) = false;
+    /** List of the registered workers. */
+    Worker* _workers DALNIM_GUARDED_BY(_queue) DALNIM_PT_GUARDED_BY(_queue) = nullptr;
+    /** Name of the threads of the workers; empty for none. */
+    qv::KernelName _threadName DALNIM_GUARDED_BY(_queue);
 };
 
 /**
@@ -101,15 +124,22 @@ private:
 class RX_ServerQueue::Implementation::Worker
 {
 public:
-    Worker(RX_ServerQueue& owner, si_uint32_t removalCount, IdleWorkers::Waiter& ownWaiter) noexcept
-        : queue(qv::share(&owner)), removals(removalCount), waiter(ownWaiter)
+    Worker(RX_ServerQueue& owner, unsigned int ownIndex, si_uint32_t removalCount,
+           IdleWorkers::Waiter& ownWaiter) noexcept
+        : queue(qv::share(&owner)), index(ownIndex), removals(removalCount), waiter(ownWaiter)
     {
     }
 
     const qv::Reference<RX_ServerQueue> queue;
+    /** Number of workers that were added before this one. */
+    const unsigned int index;
     /** Value of `_removals` when the worker was added. */
     const si_uint32_t removals;
     IdleWorkers::Waiter& waiter;
+    /** The next worker of the list; guarded by the lock of the queue. */
+    Worker* next = nullptr;
+    /** ID of the present thread, or 0 before it has started; guarded by the lock of the queue. */
+    ThreadID_t thread = 0;
 };
 
 /** A thread that runs a worker. However the thread ends, the number of workers remains correct. */
@@ -126,6 +156,7 @@ public:
     /** If the worker has not been unregistered, a closure has ended the thread: a new one continues. */
     ~WorkerThread()
     {
+        current_worker = {nullptr, 0};
         if (_worker && !removeIfStopped() && !handOver()) {
             const Lock locked(_implementation);
             _implementation.removeWorker(*_worker);
@@ -134,6 +165,8 @@ public:
 
     void run()
     {
+        current_worker = {_worker->queue.get(), _worker->index};
+        _implementation.enter(*_worker);
         RX_ActivityRecorder* const recorder = connectedRecorder();
         while (RX_Closure* const closure = _implementation.dequeue(*_worker)) {
             const DequeuedClosure dequeued(closure, recorder);
@@ -157,6 +190,7 @@ private:
         if (isStopped) {
             _implementation.removeWorker(*_worker);
         }
+        _worker->thread = 0;
         return isStopped;
     }
 
@@ -275,7 +309,8 @@ bool RX_ServerQueue::Implementation::runPending()
     return true;
 }
 
-void RX_ServerQueue::Implementation::discardPending(bool closing)
+/** Discards the pending closures, and returns their number. */
+unsigned int RX_ServerQueue::Implementation::discardPending(bool closing)
 {
     // All pending closures are drained in one step. Without the memory for that they are discarded one by
     // one, while the workers of a queue that stays open run some of them: a queue can be closed without
@@ -305,9 +340,9 @@ void RX_ServerQueue::Implementation::discardPending(bool closing)
     if (all) {
         discard(all->older, recorder.get());
         discard(all->newer, recorder.get());
-    } else {
-        discardOneByOne(count, recorder.get());
+        return count;
     }
+    return discardOneByOne(count, recorder.get());
 }
 
 /** Discards all pending closures of a queue that is being destroyed. */
@@ -330,6 +365,32 @@ bool RX_ServerQueue::Implementation::isClosed() const
 {
     const Lock locked(*this);
     return _isClosed;
+}
+
+std::vector<ServerQueueAccess::BusyWorker> RX_ServerQueue::Implementation::busyWorkers() const
+{
+    std::vector<ServerQueueAccess::BusyWorker> busy;
+    // No memory is allocated while the lock is held. If workers are added in between, some are omitted.
+    busy.reserve(_queue.threadCount());
+    const Lock locked(*this);
+    for (const Worker* worker = _workers; worker != nullptr; worker = worker->next) {
+        if (!_idle.isIdle(worker->waiter) && busy.size() < busy.capacity()) {
+            busy.push_back({worker->index, worker->thread});
+        }
+    }
+    return busy;
+}
+
+void RX_ServerQueue::Implementation::setThreadName(const qv::KernelName& name)
+{
+    // With the lock held: a worker that is registered has not ended, so its thread ID is not used again.
+    const Lock locked(*this);
+    _threadName = name;
+    for (const Worker* worker = _workers; worker != nullptr; worker = worker->next) {
+        if (worker->thread != 0) {
+            name.applyTo(worker->thread);
+        }
+    }
 }
 
 /** Returns the number of pending closures. */
@@ -396,8 +457,11 @@ void RX_ServerQueue::Implementation::discard(TwoLockQueue::Closures& closures, R
     }
 }
 
-void RX_ServerQueue::Implementation::discardOneByOne(unsigned int count, RX_ActivityRecorder* recorder)
+/** Discards up to `count` closures, and returns the number of those that were still pending. */
+unsigned int RX_ServerQueue::Implementation::discardOneByOne(unsigned int count,
+                                                             RX_ActivityRecorder* recorder)
 {
+    unsigned int discardedCount = 0;
     for (; count != 0; --count) {
         RX_Closure* closure = nullptr;
         {
@@ -406,7 +470,9 @@ void RX_ServerQueue::Implementation::discardOneByOne(unsigned int count, RX_Acti
             closure = _pending.pop();
         }
         const DequeuedClosure discarded(closure, recorder);
+        discardedCount += discarded ? 1U : 0U;
     }
+    return discardedCount;
 }
 
 /** Blocks until a closure is available. Returns null if the worker was unregistered and must end. */
@@ -444,7 +510,9 @@ std::unique_ptr<RX_ServerQueue::Implementation::Worker> RX_ServerQueue::Implemen
     }
     IdleWorkers::Waiter& waiter = _idle.addWaiter();
     try {
-        auto worker = std::make_unique<Worker>(_queue, _removals, waiter);
+        auto worker = std::make_unique<Worker>(_queue, _workersAdded, _removals, waiter);
+        worker->next = std::exchange(_workers, worker.get());
+        ++_workersAdded;
         ++_queue._threadCount;
         return worker;
     } catch (const std::bad_alloc&) {
@@ -458,14 +526,35 @@ void RX_ServerQueue::Implementation::cancelWorker(Worker& worker)
 {
     const Lock locked(*this);
     _idle.removeWaiter(worker.waiter);
+    unlink(worker);
     --_queue._threadCount;
     _threadsToStop = std::min(_threadsToStop, _queue._threadCount);
+}
+
+/** Begins the calling thread, which runs the worker. */
+void RX_ServerQueue::Implementation::enter(Worker& worker)
+{
+    const Lock locked(*this);
+    worker.thread = qv_si_thread_self();
+    // With the lock held: otherwise a name that is set afterwards might be replaced.
+    _threadName.applyToCaller();
+}
+
+/** Removes a worker from the list. */
+void RX_ServerQueue::Implementation::unlink(Worker& worker)
+{
+    Worker** link = &_workers;
+    while (*link != &worker) {
+        link = &(*link)->next;
+    }
+    *link = worker.next;
 }
 
 /** Unregisters a worker that is about to end. */
 void RX_ServerQueue::Implementation::removeWorker(Worker& worker)
 {
     _idle.removeWaiter(worker.waiter);
+    unlink(worker);
     --_queue._threadCount;
     if (_threadsToStop != 0) {
         --_threadsToStop;
@@ -597,4 +686,24 @@ si_uint32_t RX_ServerQueue::threadCount() const
 void RX_ServerQueue::flush()
 {
     _implementation->discardPending(false);
+}
+
+ServerQueueAccess::CurrentWorker ServerQueueAccess::currentWorker() noexcept
+{
+    return current_worker;
+}
+
+std::vector<ServerQueueAccess::BusyWorker> ServerQueueAccess::busyWorkers(const RX_ServerQueue& queue)
+{
+    return queue._implementation->busyWorkers();
+}
+
+void ServerQueueAccess::setThreadName(RX_ServerQueue& queue, const KernelName& name)
+{
+    queue._implementation->setThreadName(name);
+}
+
+unsigned int ServerQueueAccess::close(RX_ServerQueue& queue)
+{
+    return queue._implementation->discardPending(true);
 }
