@@ -7,17 +7,22 @@
 #include <dalnim/type/ContainerContext.hpp>
 
 #include <atomic>
+#include <exception>
+#include <functional>
 
 class RX_ActivityRecorder;
 class RX_ServerQueue;
 
 namespace com::kor::dal::nim::mt {
 
+class PoolQueue;
+
 /**
  * Runs tasks on a fixed number of worker threads, each with a copy of the context that the submitting thread
- * had when it called add(). A task runs once. Exceptions that it throws are discarded and not logged. A task
- * that ends its thread, by pthread_exit() or by cancellation, is finished as by any other end, and the pool
- * replaces the thread; if the system cannot create a new one, the pool has one worker less.
+ * had when it called add(). A task runs once. Exceptions that it throws are counted, passed to the handler of
+ * the pool, if any, and then discarded; they are not logged. A task that ends its thread, by pthread_exit()
+ * or by cancellation, is finished as by any other end, and the pool replaces the thread; if the system cannot
+ * create a new one, the pool has one worker less.
  *
  * Child of a fork: the pool has no workers there, and queued tasks are not run. It may be destroyed, but no
  * task may be added.
@@ -30,6 +35,18 @@ class DALNIM_API ThreadPool : public virtual type::Object
 {
 public:
     static constexpr const char CLASS_NAME[] = "ThreadPool";
+
+    /**
+     * A function that is called with an exception that has left a task, on the worker, before the task is
+     * finished: the task, the pool and the context are still current, and the tracks of the task have ended.
+     *
+     * Its parameters are the task, or null if its owner may have destroyed it, since it was finished before
+     * it threw; the exception, or null if it is not a `std::exception`; and a pointer that owns the
+     * exception.
+     */
+    typedef std::function<void(const Task* task, const std::exception* known,
+                               const std::exception_ptr& exception)>
+        ExceptionHandler;
 
     /**
      * Starts the workers. The four parameters without a name have no effect.
@@ -124,6 +141,20 @@ public:
      */
     void shutdown(bool synchronous = true, bool = false);
 
+    /**
+     * Sets the function that is called with each exception that leaves a task of this pool. Several workers
+     * may call it at the same time. Exceptions of the handler are discarded; it may end its thread as a task
+     * may. ~ThreadPool() removes the handler: it is not called for a task that ends later.
+     *
+     * Lifetime: a call that has begun may continue after the handler was replaced or removed, and the handler
+     * is destroyed after it. So a handler must only use objects that it owns, or that are never destroyed.
+     * @param handler  the handler, which replaces the present one; empty for none
+     * @throws std::bad_alloc  if memory runs out; the present handler remains
+     */
+    void setExceptionHandler(ExceptionHandler handler);
+    /** Returns the number of exceptions that have left tasks of this pool, with or without a handler. */
+    UInt64_t exceptionCount() const noexcept;
+
     /** Returns the name, which is valid as long as the pool. */
     const String& name() const noexcept
     {
@@ -143,12 +174,13 @@ private:
     bool isFull() const;
     bool hasWorkers() const;
     bool probe();
+    __attribute__((visibility("hidden"))) PoolQueue& poolQueue() const noexcept;
 
     const TaskID_t _id;
     /** The process in which the workers run. */
     const ProcID_t _process;
     const String _name;
-    /** The queue with the workers, with one reference. */
+    /** The queue with the workers, a PoolQueue, with one reference. */
     RX_ServerQueue* _queue;
     /** Counts the queued and the running tasks. With one reference. */
     RX_ActivityRecorder* _ar;

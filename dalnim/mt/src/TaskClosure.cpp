@@ -3,11 +3,12 @@
 #include <dalnim/mt/src/TaskClosure.hpp>
 
 #include <dalnim/mt/src/ClosureAllocator.hpp>
+#include <dalnim/mt/src/PoolQueue.hpp>
 #include <dalnim/sys/internal/CurrentContext.hpp>
-#include <dalnim/sys/internal/ThreadState.hpp>
-
 #include <qv/rtlapi/src/userCode.hpp>
 
+#include <exception>
+#include <new>
 #include <utility>
 
 DALNIM_USES_RTLAPI
@@ -15,6 +16,23 @@ DALNIM_USES_RTLAPI
 namespace com::kor::dal::nim::mt {
 
 namespace {
+
+/**
+ * Storage of the exception that has left a task, from its handler until it is reported. Not a local variable,
+ * which would be initialised and checked for each task; without a destructor, which would have to be
+ * registered for each thread.
+ */
+struct KeptException
+{
+    std::exception_ptr* get() noexcept
+    {
+        return std::launder(reinterpret_cast<std::exception_ptr*>(storage));
+    }
+
+    alignas(std::exception_ptr) unsigned char storage[sizeof(std::exception_ptr)];
+};
+
+__attribute__((tls_model("initial-exec"))) thread_local KeptException kept_exception;
 
 type::ContextSnapshot duplicate(const type::ContainerContext* context)
 {
@@ -72,16 +90,48 @@ void TaskClosure::apply()
     thread.pool = _pool;
     Task::_last_finished() = nullptr;
     _task->_set_state(Task::TSF_RUNNING);
+    bool hasThrown = false;
     try {
         _task->run();
     } catch (...) {
-        // Discarded deliberately: a pool task reports its outcome itself.
         if (qv::isThreadEnding()) {
+            finish(thread);
+            throw;
+        }
+        // Reported outside of this handler: see qv::catchException().
+        keepException();
+        hasThrown = true;
+    }
+    if (hasThrown) {
+        try {
+            reportException();
+        } catch (...) {
+            // The handler of the pool has ended the thread.
             finish(thread);
             throw;
         }
     }
     finish(thread);
+}
+
+/** Keeps the current exception for reportException(). Must be called from its handler. */
+void TaskClosure::keepException() noexcept
+{
+    new (kept_exception.storage) std::exception_ptr(std::current_exception());
+}
+
+/** Passes the exception that was kept on this thread to the queue of the pool, and discards it. */
+void TaskClosure::reportException() const
+{
+    std::exception_ptr* const kept = kept_exception.get();
+    const std::exception_ptr exception(std::move(*kept));
+    kept->~exception_ptr();
+    // Not through the pool, which may have been destroyed.
+    if (PoolQueue* const queue = PoolQueue::current()) {
+        // The owner of a task that run() has set to TSF_FINISHED may have destroyed it.
+        const bool isAlive = _ownership != Ownership::NONE || Task::_last_finished() != _task;
+        queue->handleException(isAlive ? _task : nullptr, exception);
+    }
 }
 
 /** Sets the state, and clears the context, the task and the pool of this thread. */

@@ -3,15 +3,12 @@
 
 #include <dalnim/mt/Task.hpp>
 #include <dalnim/mt/src/Ownership.hpp>
+#include <dalnim/sys/internal/ThreadState.hpp>
 #include <dalnim/type/ContainerContext.hpp>
 #include <dalnim/type/src/ContextSnapshot.hpp>
 #include <qv/rtlapi/RX_Closure.hpp>
 
 #include <cstddef>
-
-namespace com::kor::dal::nim::sys::internal {
-class ThreadState;
-}
 
 namespace com::kor::dal::nim::mt {
 
@@ -37,8 +34,8 @@ public:
     static void operator delete(void* block) noexcept;
 
     /**
-     * Runs the task on a worker and discards its exception. If the task ends the thread, it is finished as
-     * well, and the unwinding continues.
+     * Runs the task on a worker and discards its exception, after PoolQueue::handleException(). If the task
+     * or the handler ends the thread, the task is finished as well, and the unwinding continues.
      */
     void apply() override;
 
@@ -48,6 +45,8 @@ public:
 private:
     TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context);
 
+    static void keepException() noexcept;
+    __attribute__((noinline, cold)) void reportException() const;
     void finish(sys::internal::ThreadState& thread) const;
 
     Task* _task;

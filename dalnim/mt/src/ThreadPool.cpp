@@ -3,6 +3,7 @@
 #include <dalnim/mt/ThreadPool.hpp>
 
 #include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/mt/src/PoolQueue.hpp>
 #include <dalnim/mt/src/TaskClosure.hpp>
 #include <dalnim/mt/src/TaskName.hpp>
 #include <dalnim/sys/StackTrack.hpp>
@@ -19,6 +20,7 @@
 
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 DALNIM_USES_RTLAPI
 
@@ -30,7 +32,7 @@ ThreadPool::ThreadPool(const char* name, unsigned int max_threads, unsigned int,
       _queue(nullptr), _ar(nullptr), _max_pending_tasks(max_pending_tasks), isPoolClosed(false)
 {
     const sys::StackTrack track("ThreadPool()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    qv::Reference<RX_ServerQueue> queue(new RX_ServerQueue(max_pending_tasks));
+    qv::Reference<RX_ServerQueue> queue(new PoolQueue(max_pending_tasks));
     qv::Reference<RX_ActivityRecorder> recorder(new RX_ActivityRecorder);
     queue->connectActivityRecorder(recorder.get());
     try {
@@ -59,8 +61,10 @@ ThreadPool::~ThreadPool() noexcept(false)
     } catch (...) {
         // For example if the thread is cancelled while it waits. Idle workers would keep an open queue alive.
         queue->close();
+        poolQueue().setExceptionHandler(nullptr);
         throw;
     }
+    poolQueue().setExceptionHandler(nullptr);
 }
 
 bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerContext* context)
@@ -154,6 +158,24 @@ bool ThreadPool::probe()
     } catch (const std::bad_alloc&) {
         return false;
     }
+}
+
+void ThreadPool::setExceptionHandler(ExceptionHandler handler)
+{
+    if (hasWorkers()) {
+        poolQueue().setExceptionHandler(std::move(handler));
+    }
+}
+
+UInt64_t ThreadPool::exceptionCount() const noexcept
+{
+    return poolQueue().exceptionCount();
+}
+
+/** Returns the queue by its own type. */
+PoolQueue& ThreadPool::poolQueue() const noexcept
+{
+    return static_cast<PoolQueue&>(*_queue);
 }
 
 ThreadPool* ThreadPool::currentPool()

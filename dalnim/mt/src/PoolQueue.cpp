@@ -1,0 +1,53 @@
+#include <dalnim/dalbase.hpp>
+
+#include <dalnim/mt/src/PoolQueue.hpp>
+
+#include <qv/pmx/src/perturb.hpp>
+#include <qv/rtlapi/RX_Locked_.hpp>
+#include <qv/rtlapi/src/ServerQueueAccess.hpp>
+#include <qv/rtlapi/src/userCode.hpp>
+
+#include <utility>
+
+namespace com::kor::dal::nim::mt {
+
+PoolQueue::PoolQueue(unsigned int capacity) : RX_ServerQueue(capacity)
+{
+    _construction.complete();
+}
+
+PoolQueue::~PoolQueue() noexcept(false) = default;
+
+PoolQueue* PoolQueue::current() noexcept
+{
+    return dynamic_cast<PoolQueue*>(qv::ServerQueueAccess::currentWorker().queue);
+}
+
+void PoolQueue::setExceptionHandler(ThreadPool::ExceptionHandler handler)
+{
+    std::shared_ptr<const ThreadPool::ExceptionHandler> replaced;
+    if (handler) {
+        replaced = std::make_shared<const ThreadPool::ExceptionHandler>(std::move(handler));
+    }
+    // The old handler is destroyed after the lock has been released: its destructor is user code.
+    const RX_Locked_ locked(*this);
+    _exceptionHandler.swap(replaced);
+}
+
+void PoolQueue::handleException(const Task* task, const std::exception_ptr& exception)
+{
+    _exceptionCount.fetch_add(1, std::memory_order_release);
+    std::shared_ptr<const ThreadPool::ExceptionHandler> handler;
+    {
+        const RX_Locked_ locked(*this);
+        handler = _exceptionHandler;
+    }
+    qv::perturb();
+    if (!handler) {
+        return;
+    }
+    const qv::CaughtException caught = qv::catchException([&] { std::rethrow_exception(exception); });
+    static_cast<void>(qv::catchException([&] { (*handler)(task, caught.known(), exception); }));
+}
+
+}

@@ -1,0 +1,55 @@
+#ifndef DALNIM_MT_SRC_POOLQUEUE_HPP
+#define DALNIM_MT_SRC_POOLQUEUE_HPP
+
+#include <dalnim/Primitives.hpp>
+#include <dalnim/mt/ThreadPool.hpp>
+#include <qv/rtlapi/RX_ServerQueue.hpp>
+
+#include <atomic>
+#include <exception>
+#include <memory>
+
+namespace com::kor::dal::nim::mt {
+
+class Task;
+
+/**
+ * The queue of a pool, with the state of the pool that its workers use. They hold references to the queue,
+ * which therefore outlives the tasks that still run when the pool is destroyed.
+ *
+ * Thread safety: any thread may call any operation.
+ */
+class PoolQueue : public RX_ServerQueue
+{
+public:
+    /** @param capacity  maximum number of pending closures */
+    explicit PoolQueue(unsigned int capacity);
+    ~PoolQueue() noexcept(false) override;
+
+    /** Returns the queue of the pool for which the calling thread is a worker, or null. */
+    static PoolQueue* current() noexcept;
+
+    /** Replaces the handler of exceptions; an empty function removes it. */
+    void setExceptionHandler(ThreadPool::ExceptionHandler handler);
+    /**
+     * Counts an exception that has left a task and calls the handler, if any. Discards exceptions of the
+     * handler; only a forced unwinding leaves this function.
+     * @param task  the task, or null if its owner may have destroyed it
+     */
+    void handleException(const Task* task, const std::exception_ptr& exception);
+    /** Returns the number of calls of handleException(). */
+    UInt64_t exceptionCount() const noexcept
+    {
+        return _exceptionCount.load(std::memory_order_acquire);
+    }
+
+private:
+    Construction _construction{*this};
+    /** Shared with the threads that call it, which hold no lock during the call. Null for none. */
+    std::shared_ptr<const ThreadPool::ExceptionHandler> _exceptionHandler DALNIM_GUARDED_BY(this);
+    std::atomic<UInt64_t> _exceptionCount{0};
+};
+
+}
+
+#endif

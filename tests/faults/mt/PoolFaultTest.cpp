@@ -1,0 +1,86 @@
+// What a pool offers beside its tasks, when memory runs out or the system fails.
+
+#include "layer/Fault.hpp"
+#include "layer/Walk.hpp"
+#include "mt/Pools.hpp"
+
+#include <dalnim/mt/ThreadPool.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+
+namespace {
+
+using namespace faults;
+using com::kor::dal::nim::mt::Task;
+using com::kor::dal::nim::mt::ThreadPool;
+using mttest::makePool;
+using mttest::OwnTask;
+
+/** A pool whose first handler counts its calls. */
+struct HandledPool
+{
+    HandledPool()
+    {
+        pool->setExceptionHandler(
+            [this](const Task*, const std::exception*, const std::exception_ptr&) { ++first; });
+    }
+
+    /** Runs a task that throws. */
+    void fail() const
+    {
+        OwnTask task([] { throw std::runtime_error("failed"); });
+        EXPECT_TRUE(pool->add(task));
+        mttest::awaitEnd(task);
+    }
+
+    std::unique_ptr<ThreadPool> pool = makePool(1, 2);
+    std::atomic<int> first{0};
+    std::atomic<int> second{0};
+};
+
+TEST(PoolFault, HandlerIsReplacedOrRemains)
+{
+    EXPECT_GE(walkAllocations([] { return std::make_unique<HandledPool>(); },
+                              [](std::unique_ptr<HandledPool>& handled) {
+                                  HandledPool* const raw = handled.get();
+                                  handled->pool->setExceptionHandler(
+                                      [raw](const Task*, const std::exception*, const std::exception_ptr&) {
+                                          ++raw->second;
+                                      });
+                              },
+                              [](std::unique_ptr<HandledPool>& handled, bool done) {
+                                  const int before = handled->first;
+                                  handled->fail();
+                                  EXPECT_EQ(done ? 1 : 0, handled->second);
+                                  EXPECT_EQ(done ? before : before + 1, handled->first);
+                              }),
+              1U);
+}
+
+TEST(PoolFault, HandlerIsCalledWithoutMemory)
+{
+    const auto pool = makePool(1, 2);
+    std::atomic<int> calls{0};
+    pool->setExceptionHandler([&](const Task* task, const std::exception* known, const std::exception_ptr&) {
+        calls += task != nullptr && known != nullptr ? 1 : 100;
+    });
+    OwnTask task([] {
+        // Armed on the worker until the thread ends.
+        static thread_local std::unique_ptr<Fault> noMemory;
+        noMemory = std::make_unique<Fault>(Call::NEW, ENOMEM);
+        throw 42;
+    });
+    EXPECT_TRUE(pool->add(task));
+    mttest::awaitEnd(task);
+    EXPECT_EQ(100, calls) << "not a std::exception, but called";
+    EXPECT_EQ(1U, pool->exceptionCount());
+    pool->shutdown(true);
+}
+
+}
