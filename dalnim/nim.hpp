@@ -40,6 +40,7 @@
 #include <dalnim/mt/FlagArgument.hpp>
 #include <dalnim/mt/MutexHolder.hpp>
 #include <dalnim/mt/MutexOps.hpp>
+#include <dalnim/mt/PoolStatistics.hpp>
 #include <dalnim/mt/Queue.hpp>
 #include <dalnim/mt/QueueElement.hpp>
 #include <dalnim/mt/ReaderWriterLock.hpp>

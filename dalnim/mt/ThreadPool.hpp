@@ -3,6 +3,7 @@
 
 #include <dalnim/Primitives.hpp>
 #include <dalnim/String.hpp>
+#include <dalnim/mt/PoolStatistics.hpp>
 #include <dalnim/mt/Task.hpp>
 #include <dalnim/type/ContainerContext.hpp>
 
@@ -154,6 +155,18 @@ public:
     void setExceptionHandler(ExceptionHandler handler);
     /** Returns the number of exceptions that have left tasks of this pool, with or without a handler. */
     UInt64_t exceptionCount() const noexcept;
+
+    /**
+     * Starts to collect statistics about the tasks that are added afterwards, until the end of the pool. The
+     * clock is then read when a task is added, when it begins and when it ends. A second call does nothing.
+     * @throws std::bad_alloc  if memory runs out; the pool is unchanged
+     */
+    void collectStatistics();
+    /**
+     * Returns the present figures. Acquires no lock and delays no worker.
+     * @throws std::bad_alloc  if memory runs out for the name
+     */
+    PoolStatistics statistics() const;
 
     /** Returns the name, which is valid as long as the pool. */
     const String& name() const noexcept

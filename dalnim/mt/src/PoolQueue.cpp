@@ -11,7 +11,8 @@
 
 namespace com::kor::dal::nim::mt {
 
-PoolQueue::PoolQueue(unsigned int capacity) : RX_ServerQueue(capacity)
+PoolQueue::PoolQueue(unsigned int capacity, unsigned int workers)
+    : RX_ServerQueue(capacity), _workers(workers)
 {
     _construction.complete();
 }
@@ -48,6 +49,16 @@ void PoolQueue::handleException(const Task* task, const std::exception_ptr& exce
     }
     const qv::CaughtException caught = qv::catchException([&] { std::rethrow_exception(exception); });
     static_cast<void>(qv::catchException([&] { (*handler)(task, caught.known(), exception); }));
+}
+
+void PoolQueue::collectFigures()
+{
+    auto created = std::make_unique<PoolFigures>(_workers);
+    const RX_Locked_ locked(*this);
+    if (!_ownFigures) {
+        _ownFigures = std::move(created);
+        _figures.store(_ownFigures.get(), std::memory_order_release);
+    }
 }
 
 }

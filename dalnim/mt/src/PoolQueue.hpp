@@ -3,6 +3,7 @@
 
 #include <dalnim/Primitives.hpp>
 #include <dalnim/mt/ThreadPool.hpp>
+#include <dalnim/mt/src/PoolFigures.hpp>
 #include <qv/rtlapi/RX_ServerQueue.hpp>
 
 #include <atomic>
@@ -19,11 +20,14 @@ class Task;
  *
  * Thread safety: any thread may call any operation.
  */
-class PoolQueue : public RX_ServerQueue
+class alignas(64) PoolQueue : public RX_ServerQueue
 {
 public:
-    /** @param capacity  maximum number of pending closures */
-    explicit PoolQueue(unsigned int capacity);
+    /**
+     * @param capacity  maximum number of pending closures
+     * @param workers   number of workers that will be added
+     */
+    PoolQueue(unsigned int capacity, unsigned int workers);
     ~PoolQueue() noexcept(false) override;
 
     /** Returns the queue of the pool for which the calling thread is a worker, or null. */
@@ -43,8 +47,26 @@ public:
         return _exceptionCount.load(std::memory_order_acquire);
     }
 
+    /** Starts to collect statistics. Does nothing if they are collected already. Throws `std::bad_alloc`. */
+    void collectFigures();
+    /** Returns the counters, or null if the pool collects no statistics. */
+    PoolFigures* figures() const noexcept
+    {
+        return _figures.load(std::memory_order_acquire);
+    }
+    /** Returns the number of workers that were added. */
+    unsigned int workers() const noexcept
+    {
+        return _workers;
+    }
+
 private:
     Construction _construction{*this};
+    // Read by each add(), as are the members of the base class on the same cache line.
+    /** The counters, or null. Never replaced, since tasks refer to them. */
+    std::atomic<PoolFigures*> _figures{nullptr};
+    std::unique_ptr<PoolFigures> _ownFigures DALNIM_GUARDED_BY(this);
+    const unsigned int _workers;
     /** Shared with the threads that call it, which hold no lock during the call. Null for none. */
     std::shared_ptr<const ThreadPool::ExceptionHandler> _exceptionHandler DALNIM_GUARDED_BY(this);
     std::atomic<UInt64_t> _exceptionCount{0};

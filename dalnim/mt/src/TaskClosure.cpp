@@ -5,7 +5,6 @@
 #include <dalnim/mt/src/ClosureAllocator.hpp>
 #include <dalnim/mt/src/PoolQueue.hpp>
 #include <dalnim/sys/internal/CurrentContext.hpp>
-#include <qv/rtlapi/src/userCode.hpp>
 
 #include <exception>
 #include <new>
@@ -81,37 +80,30 @@ void TaskClosure::operator delete(void* block) noexcept
     ClosureAllocator::deallocate(block);
 }
 
+namespace {
+
+/** The measurement of a pool that collects no statistics. */
+struct NoMeasurement
+{
+    void begin() const noexcept {}
+    void end(bool) const noexcept {}
+};
+
+}
+
 void TaskClosure::apply()
 {
-    sys::internal::ThreadState& thread = sys::internal::ThreadState::current();
+    run(NoMeasurement());
+}
+
+/** Makes the context, the task and the pool current on this thread. */
+void TaskClosure::begin(sys::internal::ThreadState& thread)
+{
     _context.transferTo(*thread.contextRef);
     thread.thrd = nullptr;
     thread.task = _task;
     thread.pool = _pool;
     Task::_last_finished() = nullptr;
-    _task->_set_state(Task::TSF_RUNNING);
-    bool hasThrown = false;
-    try {
-        _task->run();
-    } catch (...) {
-        if (qv::isThreadEnding()) {
-            finish(thread);
-            throw;
-        }
-        // Reported outside of this handler: see qv::catchException().
-        keepException();
-        hasThrown = true;
-    }
-    if (hasThrown) {
-        try {
-            reportException();
-        } catch (...) {
-            // The handler of the pool has ended the thread.
-            finish(thread);
-            throw;
-        }
-    }
-    finish(thread);
 }
 
 /** Keeps the current exception for reportException(). Must be called from its handler. */

@@ -7,6 +7,7 @@
 #include <dalnim/type/ContainerContext.hpp>
 #include <dalnim/type/src/ContextSnapshot.hpp>
 #include <qv/rtlapi/RX_Closure.hpp>
+#include <qv/rtlapi/src/userCode.hpp>
 
 #include <cstddef>
 
@@ -42,11 +43,30 @@ public:
     /** Returns a managed task to the caller of ThreadPool::add(), without destroying it. */
     void releaseOwnership();
 
+protected:
+    /**
+     * Runs the task like apply(). Calls `measurement.begin()` before the task becomes TSF_RUNNING, and
+     * `measurement.end(hasThrown)` before it becomes TSF_FINISHED, also if it ends its thread.
+     */
+    template <class Measurement>
+    void run(const Measurement& measurement);
+
+    TaskID_t taskId() const noexcept
+    {
+        return _task->taskId();
+    }
+    /** Returns the name of the task, which is valid until the task is finished. */
+    const RX_String& taskName() const noexcept
+    {
+        return _task->_name;
+    }
+
 private:
     TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context);
 
     static void keepException() noexcept;
     __attribute__((noinline, cold)) void reportException() const;
+    void begin(sys::internal::ThreadState& thread);
     void finish(sys::internal::ThreadState& thread) const;
 
     Task* _task;
@@ -57,6 +77,40 @@ private:
     /** The copied context. */
     type::ContextSnapshot _context;
 };
+
+template <class Measurement>
+void TaskClosure::run(const Measurement& measurement)
+{
+    sys::internal::ThreadState& thread = sys::internal::ThreadState::current();
+    begin(thread);
+    measurement.begin();
+    _task->_set_state(Task::TSF_RUNNING);
+    bool hasThrown = false;
+    try {
+        _task->run();
+    } catch (...) {
+        if (qv::isThreadEnding()) {
+            measurement.end(false);
+            finish(thread);
+            throw;
+        }
+        // Reported outside of this handler: see qv::catchException().
+        keepException();
+        hasThrown = true;
+    }
+    if (hasThrown) {
+        try {
+            reportException();
+        } catch (...) {
+            // The handler of the pool has ended the thread.
+            measurement.end(true);
+            finish(thread);
+            throw;
+        }
+    }
+    measurement.end(hasThrown);
+    finish(thread);
+}
 
 }
 

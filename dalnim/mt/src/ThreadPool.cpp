@@ -3,6 +3,7 @@
 #include <dalnim/mt/ThreadPool.hpp>
 
 #include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/mt/src/MeasuredTaskClosure.hpp>
 #include <dalnim/mt/src/PoolQueue.hpp>
 #include <dalnim/mt/src/TaskClosure.hpp>
 #include <dalnim/mt/src/TaskName.hpp>
@@ -26,13 +27,24 @@ DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::mt {
 
+namespace {
+
+void countRefused(PoolFigures* figures)
+{
+    if (figures != nullptr) {
+        figures->countRefused();
+    }
+}
+
+}
+
 ThreadPool::ThreadPool(const char* name, unsigned int max_threads, unsigned int, unsigned int, unsigned int,
                        unsigned int, unsigned int max_pending_tasks)
     : _id(sys::UniqueID::nextUid32()), _process(qv_si_getpid()), _name(_make_tp_name(name, _id)),
       _queue(nullptr), _ar(nullptr), _max_pending_tasks(max_pending_tasks), isPoolClosed(false)
 {
     const sys::StackTrack track("ThreadPool()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    qv::Reference<RX_ServerQueue> queue(new PoolQueue(max_pending_tasks));
+    qv::Reference<RX_ServerQueue> queue(new PoolQueue(max_pending_tasks, max_threads));
     qv::Reference<RX_ActivityRecorder> recorder(new RX_ActivityRecorder);
     queue->connectActivityRecorder(recorder.get());
     try {
@@ -76,15 +88,20 @@ bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerC
     if (task->status() != Task::TSF_READY) {
         throw std::logic_error("Attempt to add a non-ready Task");
     }
+    PoolFigures* const figures = poolQueue().figures();
     // Only shutdown() closes the queue, after it has set this.
     if (isPoolClosed) {
+        countRefused(figures);
         throw std::logic_error("ThreadPool already shutdown");
     }
     if (!block && isFull()) {
+        countRefused(figures);
         return false;
     }
     task->_set_state(Task::TSF_QUEUED);
-    qv::Reference<TaskClosure> closure(new TaskClosure(task, manage, this, context));
+    qv::Reference<TaskClosure> closure(figures == nullptr
+                                           ? new TaskClosure(task, manage, this, context)
+                                           : new MeasuredTaskClosure(task, manage, this, context, *figures));
     qv::perturb();
     try {
         if (block) {
@@ -170,6 +187,27 @@ void ThreadPool::setExceptionHandler(ExceptionHandler handler)
 UInt64_t ThreadPool::exceptionCount() const noexcept
 {
     return poolQueue().exceptionCount();
+}
+
+void ThreadPool::collectStatistics()
+{
+    const sys::StackTrack track("collectStatistics()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (hasWorkers()) {
+        poolQueue().collectFigures();
+    }
+}
+
+PoolStatistics ThreadPool::statistics() const
+{
+    PoolStatistics statistics;
+    statistics.name = _name;
+    statistics.id = _id;
+    statistics.workers = poolQueue().workers();
+    if (const PoolFigures* const figures = poolQueue().figures()) {
+        statistics.isCollecting = true;
+        figures->read(statistics);
+    }
+    return statistics;
 }
 
 /** Returns the queue by its own type. */

@@ -17,6 +17,7 @@
 namespace {
 
 using namespace faults;
+using com::kor::dal::nim::mt::PoolStatistics;
 using com::kor::dal::nim::mt::Task;
 using com::kor::dal::nim::mt::ThreadPool;
 using mttest::makePool;
@@ -81,6 +82,63 @@ TEST(PoolFault, HandlerIsCalledWithoutMemory)
     EXPECT_EQ(100, calls) << "not a std::exception, but called";
     EXPECT_EQ(1U, pool->exceptionCount());
     pool->shutdown(true);
+}
+
+TEST(PoolFault, StatisticsAreCollectedOrThePoolIsUnchanged)
+{
+    EXPECT_GE(walkAllocations([] { return makePool(2, 2); },
+                              [](std::unique_ptr<ThreadPool>& pool) { pool->collectStatistics(); },
+                              [](std::unique_ptr<ThreadPool>& pool, bool done) {
+                                  EXPECT_EQ(done, pool->statistics().isCollecting);
+                                  OwnTask task;
+                                  const auto before = pool->statistics().finished;
+                                  EXPECT_TRUE(pool->add(task));
+                                  mttest::awaitEnd(task);
+                                  EXPECT_EQ(done ? before + 1 : before, pool->statistics().finished);
+                              }),
+              2U);
+}
+
+TEST(PoolFault, AddToACollectingPoolQueuesTheTaskOrCountsItAsDiscarded)
+{
+    const auto pool = makePool(1, 2);
+    pool->collectStatistics();
+    struct Attempt
+    {
+        std::unique_ptr<OwnTask> task = std::make_unique<OwnTask>();
+    };
+    unsigned int done = 0;
+    const unsigned int allocations =
+        walkAllocations([] { return Attempt(); },
+                        [&](Attempt& attempt) {
+                            // A task that was not added remains TSF_QUEUED, and cannot be added again.
+                            if (attempt.task->status() != Task::TSF_READY) {
+                                attempt.task = std::make_unique<OwnTask>();
+                            }
+                            EXPECT_TRUE(pool->add(*attempt.task));
+                        },
+                        [&](Attempt& attempt, bool isAdded) {
+                            if (isAdded) {
+                                ++done;
+                                mttest::awaitEnd(*attempt.task);
+                            }
+                            const PoolStatistics figures = pool->statistics();
+                            EXPECT_EQ(done, figures.finished);
+                            EXPECT_EQ(figures.submitted, figures.finished + figures.discarded);
+                            EXPECT_EQ(0U, figures.pending);
+                        });
+    EXPECT_GE(allocations, 1U);
+    pool->shutdown(true);
+}
+
+TEST(PoolFault, StatisticsAreReadOrRunOutOfMemory)
+{
+    const ThreadPool pool("a name that is too long for the string object itself", 1, 0, 0, 0, 0, 2);
+    EXPECT_EQ(1U, walkAllocations([] { return PoolStatistics(); },
+                                  [&](PoolStatistics& figures) { figures = pool.statistics(); },
+                                  [](PoolStatistics& figures, bool done) {
+                                      EXPECT_EQ(done ? 1U : 0U, figures.workers);
+                                  }));
 }
 
 }

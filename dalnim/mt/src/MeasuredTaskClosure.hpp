@@ -1,0 +1,42 @@
+#ifndef DALNIM_MT_SRC_MEASUREDTASKCLOSURE_HPP
+#define DALNIM_MT_SRC_MEASUREDTASKCLOSURE_HPP
+
+#include <dalnim/Primitives.hpp>
+#include <dalnim/mt/src/PoolFigures.hpp>
+#include <dalnim/mt/src/TaskClosure.hpp>
+
+#include <cstddef>
+
+namespace com::kor::dal::nim::mt {
+
+/** A task in the queue of a pool that collects statistics. */
+class MeasuredTaskClosure : public TaskClosure
+{
+public:
+    /**
+     * Counts the task as submitted.
+     * @param figures  the counters of the pool, which outlive the closure
+     */
+    MeasuredTaskClosure(Task* task, bool manage, ThreadPool* pool, const type::ContainerContext* context,
+                        PoolFigures& figures);
+    /** Counts a task that was not run as discarded. */
+    ~MeasuredTaskClosure() noexcept(false) override;
+
+    // Larger than the blocks of the base class.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* block) noexcept;
+
+    void apply() override;
+
+private:
+    class Measurement;
+
+    PoolFigures& _figures;
+    /** Time at which the task was queued, on the clock of PoolFigures. */
+    const UInt64_t _submitted;
+    bool _hasBegun = false;
+};
+
+}
+
+#endif
