@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <limits>
@@ -28,7 +29,7 @@ constexpr std::chrono::milliseconds END_INTERVAL(10);
 /** Time limit for dropping requests after the time for an orderly shutdown has passed. */
 constexpr std::chrono::seconds DROP_LIMIT(1);
 
-/** Runs log statements of the main thread. A failed statement must not interrupt the run or its shutdown. */
+/** Runs log statements. A failed statement must not interrupt the run or its shutdown. */
 template <class Statements>
 void logSafely(Statements statements)
 {
@@ -37,6 +38,28 @@ void logSafely(Statements statements)
     } catch (const std::exception& exc) {
         std::cerr << "nimhost: cannot log: " << exc.what() << std::endl;
     }
+}
+
+/**
+ * Logs an exception that has left a task. The tasks of the host catch theirs; plug-ins may add tasks of their
+ * own.
+ */
+void logTaskException(const Task* task, const std::exception* known, const std::exception_ptr& exception)
+{
+    logSafely([&] {
+        const std::string text = (task != nullptr ? task->name() : "a task") + " ended by an exception";
+        if (known != nullptr) {
+            NIM_LOG_TRAPPED(Severity_ERROR, *known, text);
+            return;
+        }
+        std::string what;
+        try {
+            std::rethrow_exception(exception);
+        } catch (...) {
+            what = currentFailure();
+        }
+        NIM_LOG_TRAPPED(Severity_ERROR, std::runtime_error(what), text);
+    });
 }
 
 void logWarnings(const std::string& warnings)
@@ -97,6 +120,7 @@ void Host::makePool()
         throw ConfigurationError(options.config + ": cannot start the workers, pool/threads is "
                                  + std::to_string(settings.threads) + ": " + currentFailure());
     }
+    pool->setExceptionHandler(logTaskException);
 }
 
 std::vector<std::string> Host::sourceNames() const

@@ -85,6 +85,21 @@ TEST_F(NimhostStartTest, PluginThatThrowsNoStdExceptionFailsItsRequest)
     EXPECT_THAT(logText(), HasSubstr(" failed : an error of the plug-in's own\n"));
 }
 
+TEST_F(NimhostStartTest, ExceptionOfATaskThatAPluginAddsIsLoggedWithItsTrace)
+{
+    const auto background = [](const std::string& type) {
+        return "<request plugin='odd' operation='background'><throw>" + type + "</throw></request>";
+    };
+    const std::string path = document("d.xml", background("none") + background("oddity") + request("fine"));
+    ChildProcess host(command({"--config", configureOdd(), path}), scratch.path());
+    ASSERT_TRUE(ends(host));
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_THAT(logText(), HasSubstr("ERROR : background ended by an exception : 71 : Protocol error\n"
+                                     "  [0]\todd.Background.run():17\n"));
+    EXPECT_THAT(logText(), HasSubstr("ERROR : background ended by an exception : an exception of type "
+                                     "(anonymous namespace)::Oddity\n"));
+}
+
 /** The library that contains the code of the exception is unloaded before the handler runs. */
 TEST_F(NimhostStartTest, PluginWhoseEntryThrowsItsOwnTypeFailsItsRequests)
 {

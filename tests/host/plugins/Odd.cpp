@@ -2,6 +2,12 @@
 
 #include <host/plugins/Service.hpp>
 
+#include <dalnim/mt/Task.hpp>
+#include <dalnim/mt/ThreadPool.hpp>
+#include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/SysError.hpp>
+
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -61,6 +67,23 @@ bool exists(const String& path)
     return std::ifstream(path).good();
 }
 
+/** A task that the plug-in adds to the pool that serves its request. */
+class Background : public nim::mt::Task
+{
+public:
+    explicit Background(const String& type) : Task("background"), thrown(type) {}
+
+    void run() override
+    {
+        const nim::sys::StackTrack track("run()", "Background", "odd", 17);
+        throwAsAsked(thrown);
+        throw nim::sys::system_error(EPROTO);
+    }
+
+private:
+    const String thrown;
+};
+
 class OddService : public nimhost::Service
 {
 public:
@@ -73,6 +96,9 @@ public:
             while (!exists(call.argument("end"))) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
+        }
+        if (call.operation == "background") {
+            nim::mt::ThreadPool::currentPool()->add(new Background(call.argument("throw")), true);
         }
         return call.operation;
     }
