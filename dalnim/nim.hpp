@@ -45,6 +45,7 @@
 #include <dalnim/mt/QueueElement.hpp>
 #include <dalnim/mt/ReaderWriterLock.hpp>
 #include <dalnim/mt/Runnable.hpp>
+#include <dalnim/mt/RunningTask.hpp>
 #include <dalnim/mt/SysMutex.hpp>
 #include <dalnim/mt/SysMutexCondSem.hpp>
 #include <dalnim/mt/Task.hpp>

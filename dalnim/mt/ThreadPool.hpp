@@ -4,6 +4,7 @@
 #include <dalnim/Primitives.hpp>
 #include <dalnim/String.hpp>
 #include <dalnim/mt/PoolStatistics.hpp>
+#include <dalnim/mt/RunningTask.hpp>
 #include <dalnim/mt/Task.hpp>
 #include <dalnim/type/ContainerContext.hpp>
 
@@ -142,6 +143,50 @@ public:
      */
     void shutdown(bool synchronous = true, bool = false);
 
+    /** What shutdownWithin() does with the tasks that no worker has taken. */
+    enum class Queued {
+        /** Runs them as long as the time suffices. */
+        FINISH,
+        /** Discards them immediately. */
+        DISCARD
+    };
+
+    /**
+     * Shuts the pool down within a time limit, and returns the tasks that it has not finished: the number of
+     * those that were discarded, and a description of those that still run. If the result has none of either,
+     * the pool has ended as by shutdown(). An add() that waits because the pool is full returns, and its task
+     * is discarded without being counted in the result.
+     *
+     * Tasks that still run continue. Their workers own everything of the pool that they use, so the pool
+     * object may be destroyed, which does not wait, or may never be destroyed. The following must exist until
+     * the tasks have ended:
+     * - tasks that the pool does not own, their targets, and everything that the tasks use;
+     * - the pool object, if a running task uses it, for example through currentPool();
+     * - static objects and plug-ins that the tasks use. A program in which a task may still run must
+     * therefore end by `std::_Exit()` or `std::quick_exit()`: `exit()` and the return from `main()` destroy
+     * static objects.
+     *
+     * The call may be repeated, to wait longer. It may follow a shutdown() that has returned while tasks were
+     * running. A task of the pool may call it: it then waits for itself until the end of the time, and is
+     * part of the result. Does nothing in the child of a fork.
+     *
+     * The destructors of discarded tasks that the pool owns run on the calling thread, and may exceed the
+     * limit. Tasks are described by name if the pool collects statistics, otherwise only by their threads.
+     * @param ms      the time limit in milliseconds; 0 does not wait
+     * @param queued  what to do with the tasks that no worker has taken. Those that are still queued at the
+     *                end of the time are discarded
+     * @throws std::bad_alloc  if memory runs out. If not even a StackTrack could be created, nothing has
+     *                         happened; otherwise the pool is shut down
+     */
+    UnfinishedTasks shutdownWithin(unsigned int ms, Queued queued = Queued::FINISH);
+    /**
+     * Returns a description of the tasks that the workers run at present. The tasks may end at any time; a
+     * worker that is between two tasks may be included, with the task ID 0. Delays the workers no longer than
+     * one of them delays another.
+     * @throws std::bad_alloc  if memory runs out
+     */
+    RunningTasks runningTasks() const;
+
     /**
      * Sets the function that is called with each exception that leaves a task of this pool. Several workers
      * may call it at the same time. Exceptions of the handler are discarded; it may end its thread as a task
@@ -187,6 +232,7 @@ private:
     bool isFull() const;
     bool hasWorkers() const;
     bool probe();
+    __attribute__((visibility("hidden"))) RunningTasks remainingTasks() const;
     __attribute__((visibility("hidden"))) PoolQueue& poolQueue() const noexcept;
 
     const TaskID_t _id;

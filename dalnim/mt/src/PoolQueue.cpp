@@ -4,12 +4,20 @@
 
 #include <qv/pmx/src/perturb.hpp>
 #include <qv/rtlapi/RX_Locked_.hpp>
+#include <qv/rtlapi/src/KernelName.hpp>
 #include <qv/rtlapi/src/ServerQueueAccess.hpp>
 #include <qv/rtlapi/src/userCode.hpp>
 
 #include <utility>
+#include <vector>
 
 namespace com::kor::dal::nim::mt {
+
+namespace {
+
+constexpr UInt64_t NANOSECONDS_PER_MILLISECOND = 1000000;
+
+}
 
 PoolQueue::PoolQueue(unsigned int capacity, unsigned int workers)
     : RX_ServerQueue(capacity), _workers(workers)
@@ -59,6 +67,27 @@ void PoolQueue::collectFigures()
         _ownFigures = std::move(created);
         _figures.store(_ownFigures.get(), std::memory_order_release);
     }
+}
+
+RunningTasks PoolQueue::runningTasks() const
+{
+    const PoolFigures* const counters = figures();
+    const std::vector<qv::ServerQueueAccess::BusyWorker> busy = qv::ServerQueueAccess::busyWorkers(*this);
+    RunningTasks tasks;
+    tasks.reserve(busy.size());
+    for (const qv::ServerQueueAccess::BusyWorker& worker : busy) {
+        RunningTask task;
+        task.thread = worker.thread;
+        task.threadName = qv::KernelName::of(worker.thread).data();
+        if (counters != nullptr) {
+            const PoolFigures::Running running = counters->running(worker.index);
+            task.task = running.task;
+            task.name = running.name;
+            task.milliseconds = running.nanoseconds / NANOSECONDS_PER_MILLISECOND;
+        }
+        tasks.push_back(std::move(task));
+    }
+    return tasks;
 }
 
 }

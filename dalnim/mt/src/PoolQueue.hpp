@@ -2,6 +2,7 @@
 #define DALNIM_MT_SRC_POOLQUEUE_HPP
 
 #include <dalnim/Primitives.hpp>
+#include <dalnim/mt/RunningTask.hpp>
 #include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/mt/src/PoolFigures.hpp>
 #include <qv/rtlapi/RX_ServerQueue.hpp>
@@ -54,6 +55,12 @@ public:
     {
         return _figures.load(std::memory_order_acquire);
     }
+    /**
+     * Returns the tasks of the workers that are not idle. A worker that is between two tasks may be included,
+     * with the ID 0.
+     */
+    RunningTasks runningTasks() const;
+
     /** Returns the number of workers that were added. */
     unsigned int workers() const noexcept
     {

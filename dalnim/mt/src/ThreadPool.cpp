@@ -12,6 +12,8 @@
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <qv/pmx/host.h>
 #include <qv/pmx/src/perturb.hpp>
+#include <qv/pmx/time.h>
+#include <qv/rtlapi/RX_AbsTime.hpp>
 #include <qv/rtlapi/RX_ActivityRecorder.hpp>
 #include <qv/rtlapi/RX_Closure0S.hpp>
 #include <qv/rtlapi/RX_RelTime.hpp>
@@ -158,6 +160,49 @@ void ThreadPool::shutdown(bool synchronous, bool)
         _ar->waitForQuiet();
     }
     _queue->close();
+}
+
+UnfinishedTasks ThreadPool::shutdownWithin(unsigned int ms, Queued queued)
+{
+    const sys::StackTrack track("shutdownWithin()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const RX_AbsTime deadline(RX_RelTime(static_cast<int>(ms / 1000), static_cast<int>(ms % 1000) * 1000000));
+    UnfinishedTasks unfinished;
+    isPoolClosed = true;
+    if (!hasWorkers()) {
+        return unfinished;
+    }
+    qv::ServerQueueAccess::refusePuts(*_queue);
+    if (queued == Queued::FINISH) {
+        _ar->waitForQuiet(deadline);
+    }
+    unfinished.discarded = qv::ServerQueueAccess::close(*_queue);
+    if (_ar->waitForQuiet(deadline) == 0) {
+        unfinished.running = remainingTasks();
+    }
+    return unfinished;
+}
+
+/** Returns the running tasks of a pool that has been closed, without the workers that are just ending. */
+RunningTasks ThreadPool::remainingTasks() const
+{
+    constexpr int ATTEMPTS = 100;
+    const si_timespec_t interval = {0, 1000000};
+    for (int i = 0;; ++i) {
+        const UInt32_t backlog = _ar->getBacklog();
+        if (backlog == 0) {
+            return RunningTasks();
+        }
+        RunningTasks tasks = runningTasks();
+        if (tasks.size() <= backlog || i == ATTEMPTS) {
+            return tasks;
+        }
+        qv_si_nanosleep(&interval, nullptr);
+    }
+}
+
+RunningTasks ThreadPool::runningTasks() const
+{
+    return hasWorkers() ? poolQueue().runningTasks() : RunningTasks();
 }
 
 /** Returns true if a worker becomes idle within one second, false also if memory runs out. */

@@ -20,6 +20,14 @@ bool isContinuation(char byte)
     return (static_cast<unsigned char>(byte) & MASK) == CONTINUATION;
 }
 
+/** Opens the file with the name of a thread. Returns -1 on failure. */
+int openName(ThreadID_t thread, int flags)
+{
+    char path[64];
+    std::snprintf(path, sizeof path, "/proc/self/task/%d/comm", static_cast<int>(thread));
+    return open(path, flags | O_CLOEXEC);
+}
+
 }
 
 qv::KernelName::KernelName(const char* name) noexcept : _length(strnlen(name, MAX_LENGTH + 1))
@@ -31,6 +39,23 @@ qv::KernelName::KernelName(const char* name) noexcept : _length(strnlen(name, MA
         }
     }
     std::memcpy(_name, name, _length);
+}
+
+qv::KernelName qv::KernelName::of(ThreadID_t thread) noexcept
+{
+    const CancellationOff cancellationOff;
+    const int error = errno;
+    KernelName name;
+    const int file = openName(thread, O_RDONLY);
+    if (file != -1) {
+        // The file contains the name and a newline.
+        const ssize_t length = read(file, name._name, sizeof name._name);
+        name._length = length > 0 ? static_cast<std::size_t>(length) - 1 : 0;
+        name._name[name._length] = '\0';
+        close(file);
+    }
+    errno = error;
+    return name;
 }
 
 void qv::KernelName::applyToCaller() const noexcept
@@ -47,9 +72,7 @@ void qv::KernelName::applyTo(ThreadID_t thread) const noexcept
     }
     const CancellationOff cancellationOff;
     const int error = errno;
-    char path[64];
-    std::snprintf(path, sizeof path, "/proc/self/task/%d/comm", static_cast<int>(thread));
-    const int file = open(path, O_WRONLY | O_CLOEXEC);
+    const int file = openName(thread, O_WRONLY);
     if (file != -1) {
         const ssize_t written = write(file, _name, _length);
         static_cast<void>(written);

@@ -17,6 +17,14 @@ public:
     /** Creates an empty name, which changes no thread. */
     KernelName() noexcept = default;
     explicit KernelName(const char* name) noexcept;
+    /** Returns the name of a thread of this process; empty if it has ended. Not a cancellation point. */
+    static KernelName of(ThreadID_t thread) noexcept;
+
+    /** Returns the name, with a terminator. */
+    const char* data() const noexcept
+    {
+        return _name;
+    }
 
     /** Names the calling thread. */
     void applyToCaller() const noexcept;

@@ -14,12 +14,16 @@
 #include <memory>
 #include <stdexcept>
 
+#include <qv/Threads.hpp>
+
 namespace {
 
 using namespace faults;
 using com::kor::dal::nim::mt::PoolStatistics;
+using com::kor::dal::nim::mt::RunningTasks;
 using com::kor::dal::nim::mt::Task;
 using com::kor::dal::nim::mt::ThreadPool;
+using com::kor::dal::nim::mt::UnfinishedTasks;
 using mttest::makePool;
 using mttest::OwnTask;
 
@@ -129,6 +133,71 @@ TEST(PoolFault, AddToACollectingPoolQueuesTheTaskOrCountsItAsDiscarded)
                         });
     EXPECT_GE(allocations, 1U);
     pool->shutdown(true);
+}
+
+/** A pool with a task that runs until the end. */
+struct OccupiedPool
+{
+    OccupiedPool()
+    {
+        pool->collectStatistics();
+        EXPECT_TRUE(pool->add(running));
+        EXPECT_TRUE(pool->add(new OwnTask(nullptr, &destroyed), true));
+        entered.pass();
+    }
+    ~OccupiedPool()
+    {
+        leave.open();
+        mttest::awaitEnd(running);
+    }
+
+    std::unique_ptr<ThreadPool> pool = makePool(1, 2);
+    qvtest::Gate entered;
+    qvtest::Gate leave;
+    std::atomic<int> destroyed{0};
+    UnfinishedTasks unfinished;
+    OwnTask running{[this] {
+        entered.open();
+        leave.pass();
+    }};
+};
+
+TEST(PoolFault, LimitedShutdownDescribesWhatRunsOrRunsOutOfMemory)
+{
+    EXPECT_GE(walkAllocations([] { return std::make_unique<OccupiedPool>(); },
+                              [](std::unique_ptr<OccupiedPool>& occupied) {
+                                  occupied->unfinished = occupied->pool->shutdownWithin(0);
+                              },
+                              [](std::unique_ptr<OccupiedPool>& occupied, bool done) {
+                                  EXPECT_EQ(done ? 1U : 0U, occupied->unfinished.running.size());
+                                  if (done) {
+                                      EXPECT_EQ(1, occupied->destroyed);
+                                  }
+                              }),
+              3U);
+}
+
+TEST(PoolFault, RunningTasksAreReturnedOrRunOutOfMemory)
+{
+    OccupiedPool occupied;
+    EXPECT_GE(
+        walkAllocations([] { return RunningTasks(); },
+                        [&](RunningTasks& running) { running = occupied.pool->runningTasks(); },
+                        [](RunningTasks& running, bool done) { EXPECT_EQ(done ? 1U : 0U, running.size()); }),
+        2U);
+}
+
+TEST(PoolFault, ThreadNameIsEmptyIfItCannotBeRead)
+{
+    OccupiedPool occupied;
+    const Fault fault(Call::OPEN, EMFILE);
+    errno = 0;
+    const RunningTasks running = occupied.pool->runningTasks();
+    EXPECT_EQ(0, errno);
+    EXPECT_EQ(1U, fault.failed());
+    ASSERT_EQ(1U, running.size());
+    EXPECT_EQ("", running[0].threadName);
+    EXPECT_EQ(occupied.running.taskId(), running[0].task);
 }
 
 TEST(PoolFault, StatisticsAreReadOrRunOutOfMemory)
