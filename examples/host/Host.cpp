@@ -121,6 +121,7 @@ void Host::makePool()
                                  + std::to_string(settings.threads) + ": " + currentFailure());
     }
     pool->setExceptionHandler(logTaskException);
+    pool->collectStatistics();
 }
 
 std::vector<std::string> Host::sourceNames() const
@@ -343,7 +344,10 @@ void Host::shutDown()
         exitWithUnanswered();
     }
     joinThreads();
-    pool->shutdown();
+    // All tasks have ended, so that this does not wait.
+    if (!pool->shutdownWithin(std::chrono::milliseconds(DROP_LIMIT).count()).running.empty()) {
+        exitWithUnanswered();
+    }
     signals.noteProgress();
     dropRemaining();
     plugins.clear();
@@ -357,13 +361,21 @@ void Host::shutDown()
     });
 }
 
+/** Returns true if no task is queued or running. A plug-in may have added tasks of its own. */
+bool Host::isPoolQuiet() const
+{
+    const nim::mt::PoolStatistics figures = pool->statistics();
+    return figures.pending == 0 && figures.running == 0;
+}
+
 /**
- * Returns false if requests are still unanswered, or threads running, when the time for a shutdown is over.
+ * Returns false if requests are still unanswered, or threads or tasks running, when the time for a shutdown
+ * is over.
  */
 bool Host::waitForAnswers()
 {
     const Clock::time_point endBegan = Clock::now();
-    while (!isAllAnswered()) {
+    while (!isAllAnswered() || !isPoolQuiet()) {
         handleSignals(signals.wait(END_INTERVAL));
         if (recorder) {
             recorder->update(seconds());
@@ -395,14 +407,21 @@ void Host::drop()
 }
 
 /**
- * Reports the unanswered requests and ends the process. Threads that are busy cannot be stopped, and nothing
- * that they use may be destroyed.
+ * Reports the unanswered requests and the tasks that still run, and ends the process. Threads that are busy
+ * cannot be stopped, and nothing that they use may be destroyed.
  */
 void Host::exitWithUnanswered()
 {
     reportError(std::to_string(counters.requestsOpen) + " requests are unanswered "
                     + std::to_string(endLimit.count()) + " seconds after the end of the run",
                 1);
+    for (const nim::mt::RunningTask& task : pool->runningTasks()) {
+        if (task.task != 0) {
+            reportError("the task " + task.name + " has been running for " + std::to_string(task.milliseconds)
+                            + " ms on thread " + std::to_string(task.thread),
+                        1);
+        }
+    }
     counters.requestsDropped += static_cast<std::uint64_t>(std::max<std::int64_t>(counters.requestsOpen, 0));
     if (results) {
         results->dropUnfilled();

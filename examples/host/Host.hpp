@@ -71,6 +71,7 @@ private:
     void keepConfiguration(const std::string& why);
 
     void shutDown();
+    bool isPoolQuiet() const;
     bool waitForAnswers();
     void drop();
     void joinThreads();

@@ -10,6 +10,7 @@ namespace {
 
 using support::ChildProcess;
 using support::readFile;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -79,6 +80,46 @@ TEST_F(NimhostEndTest, ShutdownLimitDropsRequestsOfALoopingPlugin)
     EXPECT_THAT(host.errors(), HasSubstr("nimhost: 2 requests and 0 documents were dropped\n"));
     EXPECT_EQ(tableRow(host.errors(), "requests dropped"), 2U);
     EXPECT_THAT(readFile(page), HasSubstr("<p>Ran for "));
+}
+
+TEST_F(NimhostEndTest, ShutdownLimitNamesTheTaskOfALoopingPlugin)
+{
+    const std::string path = document("d.xml", waitingRequest());
+    ChildProcess host(command({"--config", configureOdd("host/end.seconds = 1\n"), path}), scratch.path());
+    ASSERT_TRUE(waitingRequestRuns());
+    host.signal(SIGTERM);
+    ASSERT_TRUE(ends(host));
+    EXPECT_EQ(host.wait(), 1);
+    EXPECT_THAT(
+        host.errors(),
+        ContainsRegex("nimhost: the task Request[0-9]+ has been running for [0-9]+ ms on thread [0-9]+\n"));
+    EXPECT_THAT(logText(), ContainsRegex("ERROR : the task Request[0-9]+ has been running for "));
+}
+
+TEST_F(NimhostEndTest, ShutdownLimitEndsATaskThatAPluginHasAdded)
+{
+    const std::string endless = "<request plugin='odd' operation='background'><throw>never</throw></request>";
+    for (const bool isSignalled : {true, false}) {
+        // The request is answered; the task that it has added never ends.
+        const std::string path =
+            document("d.xml", isSignalled ? endless + waitingRequest() : endless + request("fine"));
+        const std::string file = configureOdd("host/end.seconds = 1\npool/threads = 2\n");
+        ChildProcess host(command({"--config", file, path}), scratch.path());
+        if (isSignalled) {
+            ASSERT_TRUE(waitingRequestRuns());
+            host.signal(SIGTERM);
+            endWaitingRequest();
+        }
+        ASSERT_TRUE(ends(host));
+        EXPECT_EQ(host.wait(), 1);
+        EXPECT_EQ(host.output(),
+                  "<results>\n"
+                      + results("d.xml", {"\"ok\">background</result>",
+                                          isSignalled ? "\"ok\">wait</result>" : "\"ok\">fine</result>"})
+                      + "</results>\n");
+        EXPECT_THAT(host.errors(), HasSubstr("nimhost: 0 requests are unanswered 1 seconds after the end"));
+        EXPECT_THAT(host.errors(), HasSubstr("nimhost: the task background has been running for "));
+    }
 }
 
 TEST_F(NimhostEndTest, ShutdownLimitCountsRequestsOfSources)

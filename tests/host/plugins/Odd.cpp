@@ -76,6 +76,9 @@ public:
     void run() override
     {
         const nim::sys::StackTrack track("run()", "Background", "odd", 17);
+        while (thrown == "never") {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
         throwAsAsked(thrown);
         throw nim::sys::system_error(EPROTO);
     }
