@@ -226,6 +226,19 @@ TEST_F(NimlogTest, FiltersWholeRecords)
     expectResult(run("-s error -m 'd*' app.log"), 0, ERROR, "");
 }
 
+TEST_F(NimlogTest, SeverityMayHaveItsShortName)
+{
+    writeSet();
+    for (const char* const name : {"warn", "WARN", "Warn"}) {
+        expectResult(run(std::string("--severity ") + name + " app.log"), 0,
+                     std::string(WARNING) + ERROR + FATAL, "");
+    }
+    for (const char* const name : {"err", "ERR"}) {
+        expectResult(run(std::string("-s ") + name + " app.log"), 0, std::string(ERROR) + FATAL, "");
+    }
+    EXPECT_EQ(run("-s warnin app.log").status, 2);
+}
+
 TEST_F(NimlogTest, FiltersByTimeInAnyZone)
 {
     write("app.log", std::string(WARNING) + ERROR);

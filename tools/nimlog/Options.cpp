@@ -56,6 +56,13 @@ int severityOf(const std::string& name)
 {
     std::string upper = name;
     com::kor::dal::nim::type::StringOps::toUpper(upper);
+    // The short names of other log systems.
+    if (upper == "WARN") {
+        return log::Severity_WARNING;
+    }
+    if (upper == "ERR") {
+        return log::Severity_ERROR;
+    }
     try {
         return log::getSeverityId(upper);
     } catch (const std::out_of_range&) {
