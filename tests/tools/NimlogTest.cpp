@@ -80,6 +80,8 @@ TEST_F(NimlogTest, InvalidCommandLineIsRejectedWithOneLine)
                              + "\" is not a time: use 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m\n");
         }
     }
+    expectResult(run("--grep 'disk(' a"), 2, "",
+                 "nimlog: \"disk(\" is not a valid regular expression: Unmatched ( or \\(\n");
     expectResult(run("--count days a"), 2, "",
                  "nimlog: --count requires severity, module, thread or hour, not \"days\"\n");
     expectResult(run("--color red a"), 2, "",
@@ -255,6 +257,47 @@ TEST_F(NimlogTest, FiltersByTimeInAnyZone)
     expectResult(run("app.log --since 2000-02-29 --until 2028-02-29"), 0, std::string(WARNING) + ERROR, "");
     expectResult(run("app.log --since 2026-10-31 --until 2026-11-30T23:59"), 0, std::string(WARNING) + ERROR,
                  "");
+}
+
+TEST_F(NimlogTest, GrepSelectsRecordsByTheirText)
+{
+    writeSet();
+    expectResult(run("--grep 'the te' app.log"), 0, WARNING, "");
+    expectResult(run("-g full -g last app.log"), 0, std::string(ERROR) + FATAL, "");
+    expectResult(run("-g 'f[tuv]l+$' app.log"), 0, ERROR, "");
+    // The prefix is not searched.
+    expectResult(run("-g Disk app.log"), 0, "", "");
+    expectResult(run("-g FULL app.log"), 0, "", "");
+    expectResult(run("-i -g FULL -g 'L[A]ST' app.log"), 0, std::string(ERROR) + FATAL, "");
+    expectResult(run("-g full --severity fatal app.log"), 0, "", "");
+    expectResult(run("-g full --count severity app.log"), 0, "         1 ERROR\n", "");
+    expectResult(run("-g '' app.log | wc -l"), 0, "14\n", "");
+}
+
+TEST_F(NimlogTest, GrepMatchesAtEachLineOfARecord)
+{
+    write("app.log", "ERROR : one\ntwo\nthree\nERROR : two lines\n");
+    const std::string options = " --mask SEVERITY app.log";
+    expectResult(run("-g '^two$'" + options), 0, "ERROR : one\ntwo\nthree\n", "");
+    expectResult(run("-g '^one$'" + options), 0, "ERROR : one\ntwo\nthree\n", "");
+    expectResult(run("-g '^two'" + options + " | wc -l"), 0, "4\n", "");
+    expectResult(run("-g 'one.two'" + options), 0, "", "");
+    expectResult(run("-g 'two[^x]three'" + options), 0, "", "");
+}
+
+TEST_F(NimlogTest, GrepForFixedStringsHasNoSpecialCharacters)
+{
+    write("app.log", std::string("ERROR : a.c[1]\nERROR : abc1\nERROR : zero ") + '\0' + "byte\nERROR : \n");
+    const std::string options = " --mask SEVERITY app.log";
+    expectResult(run("-F -g 'a.c[1]'" + options), 0, "ERROR : a.c[1]\n", "");
+    expectResult(run("-F -i -g 'A.C['" + options), 0, "ERROR : a.c[1]\n", "");
+    expectResult(run("-g 'a\\.c\\[1\\]'" + options), 0, "ERROR : a.c[1]\n", "");
+    expectResult(run("-g 'a.c[1]'" + options), 0, "ERROR : abc1\n", "");
+    expectResult(run("-g 'a\\wc'" + options), 0, "ERROR : abc1\n", "");
+    const std::string zero = std::string("ERROR : zero ") + '\0' + "byte\n";
+    expectResult(run("-g byte" + options), 0, zero, "");
+    expectResult(run("-g 'by.e$'" + options), 0, zero, "");
+    expectResult(run("-g '^$'" + options), 0, "ERROR : \n", "");
 }
 
 TEST_F(NimlogTest, CountsByTheRequestedField)

@@ -29,6 +29,10 @@ Filter::Filter(const Options& given, RecordSink& nextSink) : options(given), nex
             throw nimtools::UsageError("\"" + pattern + "\" is not a valid module pattern");
         }
     }
+    texts.reserve(options.texts.size());
+    for (const std::string& text : options.texts) {
+        texts.emplace_back(text, options.fixedStrings, options.ignoreCase);
+    }
     requiredFields |= options.severity != log::Severity_NONE ? log::Mask_SEVERITY : 0U;
     requiredFields |= options.modules.empty() ? 0U : log::Mask_MODULENAME;
     requiredFields |= options.threads.empty() ? 0U : log::Mask_THREADID;
@@ -37,14 +41,10 @@ Filter::Filter(const Options& given, RecordSink& nextSink) : options(given), nex
 
 void Filter::consume(const Record& record)
 {
-    if (requiredFields == 0) {
+    if ((record.fields.present & requiredFields) != requiredFields) {
+        missingFieldsCount += record.hasPrefix ? 1U : 0U;
+    } else if ((requiredFields == 0 || passes(record.fields)) && (texts.empty() || hasText(record.text()))) {
         next.consume(record);
-    } else if ((record.fields.present & requiredFields) == requiredFields) {
-        if (passes(record.fields)) {
-            next.consume(record);
-        }
-    } else if (record.hasPrefix) {
-        ++missingFieldsCount;
     }
 }
 
@@ -56,6 +56,12 @@ bool Filter::passes(const Fields& fields)
            && (options.threads.empty()
                || std::any_of(options.threads.begin(), options.threads.end(), isThread))
            && (patterns.empty() || isModuleSelected(fields.module));
+}
+
+bool Filter::hasText(std::string_view text)
+{
+    return std::any_of(texts.begin(), texts.end(),
+                       [text](TextPattern& pattern) { return pattern.occursIn(text); });
 }
 
 bool Filter::isModuleSelected(std::string_view module)

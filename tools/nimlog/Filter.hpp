@@ -3,6 +3,7 @@
 
 #include "Options.hpp"
 #include "RecordSplitter.hpp"
+#include "TextPattern.hpp"
 
 #include <qv/rtlapi/RX_Wildcard.hpp>
 
@@ -15,7 +16,7 @@ namespace nimlog {
 class Filter : public RecordSink
 {
 public:
-    /** @throws UsageError if a module pattern is invalid */
+    /** @throws UsageError if a module pattern or a regular expression is invalid */
     Filter(const Options& given, RecordSink& nextSink);
 
     void consume(const Record& record) override;
@@ -29,6 +30,7 @@ public:
 private:
     bool passes(const Fields& fields);
     bool isModuleSelected(std::string_view module);
+    bool hasText(std::string_view text);
 
     const Options& options;
     RecordSink& next;
@@ -37,6 +39,7 @@ private:
     std::vector<std::unique_ptr<RX_Wildcard>> patterns;
     /** Cached results of the patterns, by module name. */
     std::map<std::string, bool, std::less<>> modules;
+    std::vector<TextPattern> texts;
     std::uint64_t missingFieldsCount = 0;
 };
 

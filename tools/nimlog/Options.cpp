@@ -34,6 +34,9 @@ const char USAGE[] =
     "  -t, --thread ID      print records of the thread; may be repeated\n"
     "      --since TIME     print records of TIME or later\n"
     "      --until TIME     print records of TIME or earlier\n"
+    "  -g, --grep REGEX     print records whose text matches an extended regular expression; may be repeated\n"
+    "  -F, --fixed-strings  search for plain strings, not for regular expressions\n"
+    "  -i, --ignore-case    ignore the case of ASCII letters in the search\n"
     "      --count BY       print the number of records by severity, module, thread or hour\n"
     "      --json           print each record as one line of JSON\n"
     "      --unescape       undo the escapes of a log that escapes control characters\n"
@@ -144,6 +147,9 @@ Options Options::parse(int argc, char** argv)
                                 {"thread", 't', true},
                                 {"since", SINCE, true},
                                 {"until", UNTIL, true},
+                                {"grep", 'g', true},
+                                {"fixed-strings", 'F', false},
+                                {"ignore-case", 'i', false},
                                 {"count", COUNT, true},
                                 {"json", JSON, false},
                                 {"unescape", UNESCAPE, false},
@@ -175,6 +181,15 @@ Options Options::parse(int argc, char** argv)
             break;
         case UNTIL:
             options.until = parseTime(line.value(), now);
+            break;
+        case 'g':
+            options.texts.emplace_back(line.value());
+            break;
+        case 'F':
+            options.fixedStrings = true;
+            break;
+        case 'i':
+            options.ignoreCase = true;
             break;
         case COUNT:
             options.countBy = countByOf(line.value());

@@ -22,6 +22,10 @@ struct Options
     std::vector<std::string> threads;
     std::optional<std::time_t> since;
     std::optional<std::time_t> until;
+    /** Texts to search for, of which a record must contain one. */
+    std::vector<std::string> texts;
+    bool fixedStrings = false;
+    bool ignoreCase = false;
     CountBy countBy = CountBy::NOTHING;
     bool follow = false;
     bool json = false;

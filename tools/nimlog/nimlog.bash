@@ -14,15 +14,15 @@ _nimlog()
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             return
             ;;
-        -m | --module | -t | --thread | --since | --until) return ;;
+        -m | --module | -t | --thread | --since | --until | -g | --grep) return ;;
         *)
             if [[ $current != -* ]]; then
                 compopt -o filenames
                 mapfile -t COMPREPLY < <(compgen -f -- "$current")
                 return
             fi
-            words='--follow --severity --module --thread --since --until --count --json --unescape --color --mask --config --help
-                --version'
+            words='--follow --severity --module --thread --since --until --grep --fixed-strings --ignore-case --count --json --unescape
+                --color --mask --config --help --version'
             ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
