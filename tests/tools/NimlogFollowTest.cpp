@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <sys/stat.h>
 #include <future>
@@ -325,6 +327,43 @@ TEST_F(NimlogFollowTest, RotatedFileThatIsAFifoIsSkipped)
     ASSERT_TRUE(showsLast("INFO : third\n"));
     expectShown("INFO : first\nINFO : second\nINFO : third\n",
                 "nimlog: " + path + ".0: skipped, because it is a FIFO\n");
+}
+
+/** As logrotate does with the option dateext. */
+TEST_F(NimlogFollowTest, ContinuesAfterAFileGotADateInItsName)
+{
+    support::writeFile(path + "-20261112", "INFO : 0\n");
+    ASSERT_EQ(std::system(("gzip '" + path + "-20261112'").c_str()), 0);
+    append("INFO : 1\n");
+    start();
+    ASSERT_TRUE(showsLast("INFO : 1\n"));
+    std::filesystem::rename(path, path + "-20261113");
+    std::ofstream(path + "-20261113", std::ios::app) << "INFO : rest\n";
+    append("INFO : 2\n");
+    ASSERT_TRUE(showsLast("INFO : 2\n"));
+    // Two rotations between two checks, and files that are compressed after they were read.
+    nimlog->signal(SIGSTOP);
+    std::filesystem::rename(path, path + "-20261114");
+    append("INFO : 3\n");
+    std::filesystem::rename(path, path + "-20261115");
+    append("INFO : 4\n");
+    ASSERT_EQ(std::system(("gzip '" + path + "-20261113'").c_str()), 0);
+    nimlog->signal(SIGCONT);
+    ASSERT_TRUE(showsLast("INFO : 4\n"));
+    expectShown("INFO : 0\nINFO : 1\nINFO : rest\nINFO : 2\nINFO : 3\nINFO : 4\n");
+}
+
+TEST_F(NimlogFollowTest, LiveFileMayAppearAfterCompressedFiles)
+{
+    support::writeFile(path + ".1", "INFO : 1\n");
+    ASSERT_EQ(std::system(("xz '" + path + ".1'").c_str()), 0);
+    start();
+    ASSERT_TRUE(showsLast("INFO : 1\n"));
+    append("INFO : 2\n");
+    ASSERT_TRUE(showsLast("INFO : 2\n"));
+    append("INFO : 3\n");
+    ASSERT_TRUE(showsLast("INFO : 3\n"));
+    expectShown("INFO : 1\nINFO : 2\nINFO : 3\n");
 }
 
 TEST_F(NimlogFollowTest, FiltersNewRecords)

@@ -1,6 +1,7 @@
 #include "Options.hpp"
 
 #include "PrefixParser.hpp"
+#include "RotatedName.hpp"
 #include "TimeText.hpp"
 
 #include <dalnim/io/Properties.hpp>
@@ -25,7 +26,8 @@ using nimtools::UsageError;
 const char USAGE[] =
     "usage: nimlog [OPTION]... FILE\n"
     "\n"
-    "Reads the log FILE and its rotated files FILE.0, FILE.1, ... as one log, oldest records first.\n"
+    "Reads the log FILE and its rotated files FILE.0, FILE.1, ... as one log, oldest records first, also those\n"
+    "that logrotate has named, such as FILE-20261114, or compressed, such as FILE.2.gz and FILE.2.xz.\n"
     "If FILE is \"-\", reads standard input.\n"
     "\n"
     "  -f, --follow         wait for new records, also across rotations, until SIGINT\n"
@@ -225,6 +227,9 @@ Options Options::parse(int argc, char** argv)
     options.path = operands[0];
     if (options.follow && options.path == nimtools::STANDARD_INPUT) {
         throw UsageError("--follow requires a file: standard input is always read until it ends");
+    }
+    if (options.follow && compressionOf(options.path) != nullptr) {
+        throw UsageError("--follow requires a log: " + options.path + " is a compressed file");
     }
     return options;
 }

@@ -54,6 +54,19 @@ bool Reader::nextFile()
 
 void Reader::endFile()
 {
+    endLine();
+    try {
+        files.finishCurrent();
+    } catch (const nimtools::Failure& failure) {
+        // A damaged old file does not prevent newer ones from being read.
+        damaged = true;
+        warn(failure.what());
+    }
+}
+
+/** Ends the last line of the current file, if that has no newline. */
+void Reader::endLine()
+{
     splitter.endFile();
     watchLeading();
 }
@@ -109,7 +122,7 @@ void Reader::follow(const std::function<void()>& idle)
             lastChunk = std::chrono::steady_clock::now();
             continue;
         }
-        if (isComplete || !files.hasCurrent()) {
+        if (isComplete || !files.hasCurrent() || files.isCurrentCompressed()) {
             if (files.hasCurrent()) {
                 endFile();
             }
@@ -138,7 +151,7 @@ void Reader::follow(const std::function<void()>& idle)
         restartIfTruncated();
     }
     if (files.hasCurrent()) {
-        endFile();
+        endLine();
     }
     splitter.flush();
 }

@@ -34,10 +34,17 @@ public:
         return leading;
     }
 
+    /** Returns true if a compressed file could not be read to its end. */
+    bool hasDamagedFile() const
+    {
+        return damaged;
+    }
+
 private:
     bool nextFile();
     bool readChunk();
     void endFile();
+    void endLine();
     void watchLeading();
     void waitForInput(const std::function<void()>& idle);
     bool isReplaced() const;
@@ -50,6 +57,7 @@ private:
     /** Bytes of the current file. */
     ReadBytes readBytes;
     std::string leading;
+    bool damaged = false;
 };
 
 }

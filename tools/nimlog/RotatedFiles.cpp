@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/resource.h>
@@ -53,9 +52,79 @@ void RotatedFiles::scan()
         }
         return;
     }
+    if (!hasScanned) {
+        hasScanned = true;
+        scanFirst();
+        return;
+    }
     while (addNewer()) {
     }
     closeRemoved();
+}
+
+/**
+ * Also finds the compressed files. If another program compresses a file at the same time, it is found under
+ * its old or its new name, but not under both: after it was removed, the search is repeated.
+ */
+void RotatedFiles::scanFirst()
+{
+    if (compressionOf(path) != nullptr) {
+        addArchive(path, {0, compressionOf(path)});
+        return;
+    }
+    for (int attempt = 0; attempt < MAX_ATTEMPTS; ++attempt) {
+        pending.clear();
+        archives.clear();
+        missed = false;
+        while (addNewer()) {
+        }
+        findArchives();
+        if (archives.empty() || !wasPendingRemoved()) {
+            return;
+        }
+    }
+}
+
+/** Opens the compressed files, except copies of uncompressed ones, which may be incomplete. */
+void RotatedFiles::findArchives()
+{
+    const std::set<Index> existing = indexes();
+    forEachRotated([&](const std::string& name, const RotatedName& meaning) {
+        if (meaning.compression != nullptr && existing.count(meaning.index) == 0) {
+            addArchive(name, meaning);
+        }
+    });
+    std::sort(archives.begin(), archives.end(), [](const Archive& left, const Archive& right) {
+        return left.meaning.index != right.meaning.index ? left.meaning.index > right.meaning.index
+                                                         : left.name < right.name;
+    });
+}
+
+void RotatedFiles::addArchive(const std::string& name, const RotatedName& meaning)
+{
+    struct stat status = {};
+    if (stat(name.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        warnSkipped(name, status);
+        return;
+    }
+    nimtools::Descriptor descriptor(open(name.c_str(), O_RDONLY | O_CLOEXEC));
+    if (descriptor) {
+        archives.push_back({std::move(descriptor), name, meaning});
+    } else if (errno != ENOENT) {
+        throw nimtools::cannotRead(name);
+    }
+}
+
+/** Returns true if a file no longer has a name. */
+bool RotatedFiles::isRemoved(const File& file)
+{
+    struct stat status = {};
+    return fstat(file.descriptor.get(), &status) == 0 && status.st_nlink == 0;
+}
+
+bool RotatedFiles::wasPendingRemoved() const
+{
+    return std::any_of(pending.begin(), pending.end(), isRemoved);
 }
 
 bool RotatedFiles::addNewer()
@@ -140,10 +209,10 @@ RotatedFiles::Outcome RotatedFiles::addSuccessorOf(File& file)
  * Finds a file, from its last known index upwards, since renames only increase it. Returns false if it was
  * removed.
  */
-bool RotatedFiles::locate(File& file) const
+bool RotatedFiles::locate(File& file)
 {
     Index highest = 0;
-    for (Index index = file.index;; ++index) {
+    for (Index index = file.index; index < FIRST_DATED; ++index) {
         if (isAt(file, index)) {
             file.index = index;
             return true;
@@ -153,12 +222,21 @@ bool RotatedFiles::locate(File& file) const
             return false;
         }
         if (index > highest) {
-            highest = *indexes().rbegin() + 1;
+            const std::set<Index> existing = indexes();
+            highest = *std::prev(existing.lower_bound(FIRST_DATED)) + 1;
             if (index > highest) {
-                return false;
+                break;
             }
         }
     }
+    const std::set<Index> existing = indexes();
+    const auto found = std::find_if(existing.lower_bound(std::max(file.index, FIRST_DATED)), existing.end(),
+                                    [&](Index index) { return isAt(file, index); });
+    if (found == existing.end()) {
+        return false;
+    }
+    file.index = *found;
+    return true;
 }
 
 /**
@@ -166,7 +244,7 @@ bool RotatedFiles::locate(File& file) const
  * file under neither name. But as long as the file at one of the indexes stays there, those between them are
  * renamed at most once, so that one of two readings shows them.
  */
-bool RotatedFiles::hasNoFileBetween(Index low, Index high) const
+bool RotatedFiles::hasNoFileBetween(Index low, Index high)
 {
     const auto isRangeEmpty = [&] {
         const std::set<Index> existing = indexes();
@@ -215,54 +293,94 @@ bool RotatedFiles::isSkipped(Index index, const struct stat& status)
     if (S_ISREG(status.st_mode) || (index == 0 && indexes().size() == 1)) {
         return false;
     }
+    warnSkipped(nameOf(index), status);
+    return true;
+}
+
+void RotatedFiles::warnSkipped(const std::string& name, const struct stat& status)
+{
     if (skipped.insert({status.st_dev, status.st_ino}).second) {
         const char* const kind = S_ISFIFO(status.st_mode)  ? "a FIFO"
                                  : S_ISDIR(status.st_mode) ? "a directory"
                                                            : "not a regular file";
-        warn(nameOf(index) + ": skipped, because it is " + kind);
+        warn(name + ": skipped, because it is " + kind);
     }
-    return true;
 }
 
+/** Returns an empty string if there is no such file: dates cannot be written in only one way. */
 std::string RotatedFiles::nameOf(Index index) const
 {
-    return index == 0 ? path : path + '.' + std::to_string(index - 1);
+    if (index < FIRST_DATED) {
+        return index == 0 ? path : path + '.' + std::to_string(index - 1);
+    }
+    const auto found = datedNames.find(index);
+    return found == datedNames.end() ? std::string() : found->second;
 }
 
-/** Returns the indexes of all files, and that of the live file. During a rotation, some may be missing. */
-std::set<RotatedFiles::Index> RotatedFiles::indexes() const
+/**
+ * Returns the indexes of all uncompressed files, and that of the live file. During a rotation, some may be
+ * missing.
+ */
+std::set<RotatedFiles::Index> RotatedFiles::indexes()
+{
+    std::set<Index> result = {0};
+    forEachRotated([&](const std::string& name, const RotatedName& meaning) {
+        if (meaning.compression == nullptr) {
+            result.insert(meaning.index);
+            if (meaning.index >= FIRST_DATED) {
+                datedNames[meaning.index] = name;
+            }
+        }
+    });
+    return result;
+}
+
+/** Calls a function with the path of each rotated file. */
+void RotatedFiles::forEachRotated(
+    const std::function<void(const std::string&, const RotatedName&)>& function) const
 {
     const std::size_t slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const std::string begin = (slash == std::string::npos ? path : path.substr(slash + 1)) + '.';
-    std::set<Index> result = {0};
+    const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
     std::error_code failure;
     for (std::filesystem::directory_iterator entry(directory, failure), last; !failure && entry != last;
          entry.increment(failure)) {
         const std::string name = entry->path().filename();
-        if (name.compare(0, begin.size(), begin) != 0) {
-            continue;
-        }
-        std::size_t number = 0;
-        const char* const end = name.data() + name.size();
-        const auto [stop, error] = std::from_chars(name.data() + begin.size(), end, number);
-        // The log uses the canonical form only.
-        if (error == std::errc() && stop == end && begin + std::to_string(number) == name
-            && number != static_cast<std::size_t>(-1)) {
-            result.insert(number + 1);
+        RotatedName meaning = {};
+        if (name.compare(0, base.size(), base) == 0
+            && readRotatedName(std::string_view(name).substr(base.size()), meaning)) {
+            function(path + name.substr(base.size()), meaning);
         }
     }
-    return result;
 }
 
 bool RotatedFiles::next()
 {
+    decompressor.reset();
+    const bool isArchive =
+        !archives.empty() && (pending.empty() || archives.front().meaning.index > pending.front().index);
+    if (isArchive) {
+        const Archive archive = std::move(archives.front());
+        archives.pop_front();
+        archiveName = archive.name;
+        decompressor = std::make_unique<Decompressor>(archive.meaning.compression->program,
+                                                      archive.descriptor.get(), archive.name);
+        return true;
+    }
     if (pending.empty()) {
         return false;
     }
     seen.push_back(std::move(pending.front()));
     pending.pop_front();
     return true;
+}
+
+void RotatedFiles::finishCurrent()
+{
+    if (decompressor) {
+        decompressor->finish();
+        decompressor.reset();
+    }
 }
 
 /**
@@ -274,11 +392,7 @@ void RotatedFiles::closeRemoved()
     if (seen.empty()) {
         return;
     }
-    const auto wasRemoved = [](const File& file) {
-        struct stat status = {};
-        return fstat(file.descriptor.get(), &status) == 0 && status.st_nlink == 0;
-    };
-    seen.erase(std::remove_if(seen.begin(), seen.end() - 1, wasRemoved), seen.end() - 1);
+    seen.erase(std::remove_if(seen.begin(), seen.end() - 1, isRemoved), seen.end() - 1);
 }
 
 }

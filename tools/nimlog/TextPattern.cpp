@@ -20,7 +20,8 @@ bool readLiteral(std::string_view expression, std::string& into)
         if (expression[at] == '\\') {
             ++at;
             // Other escapes, such as "\w", have meanings of their own.
-            if (at == expression.size() || SPECIAL_CHARACTERS.find(expression[at]) == std::string_view::npos) {
+            if (at == expression.size()
+                || SPECIAL_CHARACTERS.find(expression[at]) == std::string_view::npos) {
                 return false;
             }
         } else if (SPECIAL_CHARACTERS.find(expression[at]) != std::string_view::npos) {
@@ -61,7 +62,8 @@ TextPattern::TextPattern(const std::string& pattern, bool isFixed, bool ignoreCa
         if (error != 0) {
             std::array<char, 256> reason = {};
             regerror(error, compiled.get(), reason.data(), reason.size());
-            throw nimtools::UsageError("\"" + pattern + "\" is not a valid regular expression: " + reason.data());
+            throw nimtools::UsageError("\"" + pattern
+                                       + "\" is not a valid regular expression: " + reason.data());
         }
         expression.reset(compiled.release());
     }
@@ -87,8 +89,7 @@ bool TextPattern::matchesExpression(std::string_view text) const
 {
     // Passes the bounds of the text, which does not end in a zero byte and may contain some.
     regmatch_t bounds = {0, static_cast<regoff_t>(text.size())};
-    const int error =
-        regexec(expression.get(), text.empty() ? "" : text.data(), 1, &bounds, REG_STARTEND);
+    const int error = regexec(expression.get(), text.empty() ? "" : text.data(), 1, &bounds, REG_STARTEND);
     if (error != 0 && error != REG_NOMATCH) {
         throw std::bad_alloc();
     }

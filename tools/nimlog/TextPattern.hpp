@@ -9,8 +9,8 @@
 namespace nimlog {
 
 /**
- * A text to search for: an extended regular expression as in POSIX, whose `^` and `$` match at each line, or a
- * plain string. An expression without special characters is searched as a string, which is faster.
+ * A text to search for: an extended regular expression as in POSIX, whose `^` and `$` match at each line, or
+ * a plain string. An expression without special characters is searched as a string, which is faster.
  */
 class TextPattern
 {

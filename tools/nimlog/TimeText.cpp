@@ -104,11 +104,10 @@ std::size_t readDateTime(std::string_view text, DateTime& into)
         return 0;
     }
     into.year = century * 100 + yearOfCentury;
-    if (into.day > daysOfMonth(into.year, into.month)) {
+    if (!toSeconds(into.year, into.month, into.day, into.when)) {
         return 0;
     }
-    into.when = daysSinceEpoch(into.year, into.month, into.day) * SECONDS_OF_DAY + hour * SECONDS_OF_HOUR
-                + minute * SECONDS_OF_MINUTE + second - secondsEast;
+    into.when += hour * SECONDS_OF_HOUR + minute * SECONDS_OF_MINUTE + second - secondsEast;
     return year + YEAR_LENGTH;
 }
 
@@ -123,6 +122,15 @@ std::size_t findDateTime(std::string_view text, std::size_t from)
         }
     }
     return std::string_view::npos;
+}
+
+bool toSeconds(int year, int month, int day, std::time_t& into)
+{
+    if (month < 1 || month > 12 || day < 1 || day > daysOfMonth(year, month)) {
+        return false;
+    }
+    into = daysSinceEpoch(year, month, day) * SECONDS_OF_DAY;
+    return true;
 }
 
 bool isCutDateTime(std::string_view text)

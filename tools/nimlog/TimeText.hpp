@@ -22,6 +22,9 @@ std::size_t findDateTime(std::string_view text, std::size_t from);
 /** Returns true if a string is a prefix of a date and time in that form; it may be empty. */
 bool isCutDateTime(std::string_view text);
 
+/** Stores the start of a day, in seconds since 1970. Returns false if there is no such day. */
+bool toSeconds(int year, int month, int day, std::time_t& into);
+
 /**
  * Parses a time of the user. Without a zone, it is in UTC.
  * @throws UsageError if it is invalid

@@ -56,8 +56,9 @@ Status NimLog::work(int argc, char** argv)
     if (isCounting) {
         counts.write(out, options.json, isForTerminal);
     }
-    return report(options, splitter, reader,
-                  filter.missingFields() + (isCounting ? counts.missingFields() : 0));
+    const Status status = report(options, splitter, reader,
+                                 filter.missingFields() + (isCounting ? counts.missingFields() : 0));
+    return reader.hasDamagedFile() ? nimtools::STATUS_FAILED : status;
 }
 
 /** Warns about records without the expected fields. */
