@@ -366,6 +366,29 @@ TEST_F(NimlogFollowTest, LiveFileMayAppearAfterCompressedFiles)
     expectShown("INFO : 1\nINFO : 2\nINFO : 3\n");
 }
 
+TEST_F(NimlogFollowTest, LastRecordsPrecedeTheNewOnes)
+{
+    append("INFO : 1\nINFO : 2\nmore\nERROR : 3\nINFO : 4\nof two lines\n");
+    start({"--last", "2"});
+    ASSERT_TRUE(showsLast("INFO : 4\nof two lines\n"));
+    append("INFO : 5\n");
+    ASSERT_TRUE(showsLast("INFO : 5\n"));
+    append("INFO : 6\nINFO : 7\nINFO : 8\n");
+    ASSERT_TRUE(showsLast("INFO : 8\n"));
+    expectShown("ERROR : 3\nINFO : 4\nof two lines\nINFO : 5\nINFO : 6\nINFO : 7\nINFO : 8\n");
+}
+
+/** The last record in the file is not among them. */
+TEST_F(NimlogFollowTest, LastRecordsAreThoseThatTheFilterSelects)
+{
+    append("ERROR : 1\nERROR : 2\nERROR : 3\nINFO : 4\n");
+    start({"--last", "2", "--severity", "error"});
+    ASSERT_TRUE(showsLast("ERROR : 3\n"));
+    append("INFO : 5\nERROR : 6\n");
+    ASSERT_TRUE(showsLast("ERROR : 6\n"));
+    expectShown("ERROR : 2\nERROR : 3\nERROR : 6\n");
+}
+
 TEST_F(NimlogFollowTest, FiltersNewRecords)
 {
     log->log("INFO : first");

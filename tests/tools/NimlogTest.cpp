@@ -82,6 +82,10 @@ TEST_F(NimlogTest, InvalidCommandLineIsRejectedWithOneLine)
     }
     expectResult(run("--grep 'disk(' a"), 2, "",
                  "nimlog: \"disk(\" is not a valid regular expression: Unmatched ( or \\(\n");
+    for (const char* const number : {"", "-1", "+1", "2x", "99999999999999999999"}) {
+        expectResult(run(std::string("--last '") + number + "' a"), 2, "",
+                     std::string("nimlog: --last requires a number of records, not \"") + number + "\"\n");
+    }
     expectResult(run("--count days a"), 2, "",
                  "nimlog: --count requires severity, module, thread or hour, not \"days\"\n");
     expectResult(run("--color red a"), 2, "",
@@ -298,6 +302,32 @@ TEST_F(NimlogTest, GrepForFixedStringsHasNoSpecialCharacters)
     expectResult(run("-g byte" + options), 0, zero, "");
     expectResult(run("-g 'by.e$'" + options), 0, zero, "");
     expectResult(run("-g '^$'" + options), 0, "ERROR : \n", "");
+}
+
+TEST_F(NimlogTest, LastSelectsTheLastOfTheFilteredRecords)
+{
+    writeSet();
+    expectResult(run("--last 2 app.log"), 0, std::string(REPORT) + FATAL, "");
+    expectResult(run("-n 2 -s warning app.log"), 0, std::string(ERROR) + FATAL, "");
+    expectResult(run("-n 3 -s warning app.log"), 0, std::string(WARNING) + ERROR + FATAL, "");
+    expectResult(run("-n 100 -s warning app.log"), 0, std::string(WARNING) + ERROR + FATAL, "");
+    expectResult(run("-n 0 app.log"), 0, "", "");
+    expectResult(run("-n 1 --json -s warning app.log"), 0,
+                 "{\"module\":\"net\",\"severity\":\"FATAL\",\"text\":\"last\"}\n", "");
+    expectResult(run("-n 2 --count severity app.log"), 0, "         1 FATAL\n         1 INFO\n", "");
+    // The kept records are copies, which are used again.
+    std::string text;
+    for (int number = 0; number < 5000; ++number) {
+        text += "ERROR : " + std::string(static_cast<std::size_t>(number * 7919 % 400), 'x')
+                + std::to_string(number) + '\n';
+    }
+    write("long.log", text);
+    const std::string end = text.substr(text.size() - 3000);
+    const std::string lines = end.substr(end.find('\n') + 1);
+    expectResult(run("--mask SEVERITY --color always -n "
+                     + std::to_string(std::count(lines.begin(), lines.end(), '\n'))
+                     + " long.log | sed 's/\x1b[^m]*m//g'"),
+                 0, lines, "");
 }
 
 TEST_F(NimlogTest, CountsByTheRequestedField)

@@ -62,6 +62,14 @@ void forEachView(Fields& fields, Function function)
     callIf(log::Mask_LINENUMBER, fields.line);
 }
 
+/** Adjusts the views of fields to a text that was copied or moved. */
+inline void rebase(Fields& fields, const char* from, const char* to)
+{
+    forEachView(fields, [=](std::string_view& view) {
+        view = std::string_view(to + (view.data() - from), view.size());
+    });
+}
+
 /** Lines that belong together. Without fields if no prefix was recognised. */
 struct Record
 {

@@ -13,6 +13,7 @@
 #include <support/Includes.hpp>
 #include <support/Input.hpp>
 
+#include <charconv>
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
@@ -39,6 +40,7 @@ const char USAGE[] =
     "  -g, --grep REGEX     print records whose text matches an extended regular expression; may be repeated\n"
     "  -F, --fixed-strings  search for plain strings, not for regular expressions\n"
     "  -i, --ignore-case    ignore the case of ASCII letters in the search\n"
+    "  -n, --last N         print only the last N of these records, and with --follow all later ones\n"
     "      --count BY       print the number of records by severity, module, thread or hour\n"
     "      --json           print each record as one line of JSON\n"
     "      --unescape       undo the escapes of a log that escapes control characters\n"
@@ -82,6 +84,17 @@ std::string threadOf(const std::string& id)
         throw UsageError("\"" + id + "\" is not a thread ID");
     }
     return id;
+}
+
+std::size_t numberOf(const std::string& text)
+{
+    std::size_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end) {
+        throw UsageError("--last requires a number of records, not \"" + text + "\"");
+    }
+    return number;
 }
 
 CountBy countByOf(const std::string& name)
@@ -152,6 +165,7 @@ Options Options::parse(int argc, char** argv)
                                 {"grep", 'g', true},
                                 {"fixed-strings", 'F', false},
                                 {"ignore-case", 'i', false},
+                                {"last", 'n', true},
                                 {"count", COUNT, true},
                                 {"json", JSON, false},
                                 {"unescape", UNESCAPE, false},
@@ -192,6 +206,9 @@ Options Options::parse(int argc, char** argv)
             break;
         case 'i':
             options.ignoreCase = true;
+            break;
+        case 'n':
+            options.last = numberOf(line.value());
             break;
         case COUNT:
             options.countBy = countByOf(line.value());

@@ -1,6 +1,7 @@
 #ifndef DALNIM_TOOLS_NIMLOG_OPTIONS_HPP
 #define DALNIM_TOOLS_NIMLOG_OPTIONS_HPP
 
+#include <cstddef>
 #include <ctime>
 #include <optional>
 #include <string>
@@ -26,6 +27,8 @@ struct Options
     std::vector<std::string> texts;
     bool fixedStrings = false;
     bool ignoreCase = false;
+    /** Number of records to print, counted from the end. */
+    std::optional<std::size_t> last;
     CountBy countBy = CountBy::NOTHING;
     bool follow = false;
     bool json = false;

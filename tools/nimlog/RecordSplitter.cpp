@@ -38,14 +38,6 @@ bool endsWith(std::string_view text, std::string_view end)
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-/** Adjusts the views to a moved buffer. */
-void move(Fields& fields, const char* from, const char* to)
-{
-    forEachView(fields, [=](std::string_view& view) {
-        view = std::string_view(to + (view.data() - from), view.size());
-    });
-}
-
 /**
  * Returns the text after an escaped line break and a label, or a null view if the record has no such label.
  */
@@ -91,7 +83,7 @@ char* RecordSplitter::prepare(std::size_t size)
         std::memmove(target, buffer.data() + kept, filled - kept);
     }
     if (hasRecord) {
-        move(record.fields, buffer.data() + kept, target);
+        rebase(record.fields, buffer.data() + kept, target);
         recordBegin = 0;
     }
     report = reportBegin < kept ? NO_REPORT : report;

@@ -1,4 +1,5 @@
 #include "Filter.hpp"
+#include "LastRecords.hpp"
 #include "Options.hpp"
 #include "Reader.hpp"
 #include "Sinks.hpp"
@@ -46,13 +47,23 @@ Status NimLog::work(int argc, char** argv)
     } else if (options.json) {
         sink = &json;
     }
-    Filter filter(options, *sink);
+    LastRecords last(options.last.value_or(0), *sink);
+    Filter filter(options, options.last ? static_cast<RecordSink&>(last) : *sink);
     // The unescaper precedes the filter, so that module names are compared unescaped.
     Unescaper unescaper(filter);
     RecordSplitter splitter(options.mask, options.unescape ? static_cast<RecordSink&>(unescaper) : filter);
     Reader reader(options.path, splitter, [this](const std::string& message) { warn(message); });
-    const auto idle = [this] { out.flush(); };
+    bool wasIdle = false;
+    const auto idle = [&] {
+        // At the first call, lines of the last record may be missing, but not at the second one.
+        if (options.follow && (wasIdle || !splitter.hasPending())) {
+            last.release();
+        }
+        wasIdle = true;
+        out.flush();
+    };
     options.follow ? reader.follow(idle) : reader.readAll(idle);
+    last.release();
     if (isCounting) {
         counts.write(out, options.json, isForTerminal);
     }
