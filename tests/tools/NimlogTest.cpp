@@ -57,7 +57,7 @@ protected:
 TEST_F(NimlogTest, InvalidCommandLineIsRejectedWithOneLine)
 {
     expectResult(run(""), 2, "", "nimlog: expected a FILE\n");
-    expectResult(run("a b"), 2, "", "nimlog: expected one FILE; its rotated files are found by name\n");
+    expectResult(run("a b"), 2, "", "nimlog: cannot read a: No such file or directory\n");
     expectResult(run("-f -"), 2, "",
                  "nimlog: --follow requires a file: standard input is always read until it ends\n");
     expectResult(run("--bogus a"), 2, "", "nimlog: unknown option --bogus\n");
@@ -101,7 +101,7 @@ TEST_F(NimlogTest, PrintsVersionAndUsage)
     expectResult(run("--version"), 0, "nimlog (dalnim) " TOOLS_VERSION "\n", "");
     const Result help = run("--help");
     EXPECT_EQ(help.status, 0);
-    EXPECT_THAT(help.output, testing::StartsWith("usage: nimlog [OPTION]... FILE\n"));
+    EXPECT_THAT(help.output, testing::StartsWith("usage: nimlog [OPTION]... FILE...\n"));
     EXPECT_EQ(help.errors, "");
 }
 

@@ -21,7 +21,8 @@ constexpr std::chrono::milliseconds POLL_INTERVAL(250);
 
 }
 
-Changes::Changes(const std::string& path) : notifications(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
+Changes::Changes(const std::vector<std::string>& paths)
+    : notifications(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
 {
     sigset_t ending;
     sigemptyset(&ending);
@@ -32,13 +33,15 @@ Changes::Changes(const std::string& path) : notifications(inotify_init1(IN_CLOEX
     if (!signals) {
         throw nimtools::cannotRead("signals");
     }
-    const std::size_t slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    if (notifications
-        && inotify_add_watch(notifications.get(), directory.c_str(),
-                             IN_MODIFY | IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE)
-               == -1) {
-        notifications = nimtools::Descriptor();
+    for (const std::string& path : paths) {
+        const std::size_t slash = path.rfind('/');
+        const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+        if (notifications
+            && inotify_add_watch(notifications.get(), directory.c_str(),
+                                 IN_MODIFY | IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE)
+                   == -1) {
+            notifications = nimtools::Descriptor();
+        }
     }
 }
 

@@ -5,15 +5,16 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 namespace nimlog {
 
-/** Waits for changes in the directory of a file, or for SIGINT or SIGTERM. */
+/** Waits for changes in the directories of files, or for SIGINT or SIGTERM. */
 class Changes
 {
 public:
     /** Blocks the two signals; afterwards they only end wait(). */
-    explicit Changes(const std::string& path);
+    explicit Changes(const std::vector<std::string>& paths);
 
     /** Returns true if one of the signals has arrived. */
     bool isStopped();

@@ -77,6 +77,8 @@ struct Record
     std::string_view whole;
     Fields fields;
     bool hasPrefix;
+    /** Path of the log; empty if only one is read. */
+    std::string_view log;
 
     /** Returns the text after the prefix. */
     std::string_view text() const

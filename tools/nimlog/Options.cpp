@@ -13,6 +13,7 @@
 #include <support/Includes.hpp>
 #include <support/Input.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <sstream>
@@ -25,11 +26,12 @@ namespace log = com::kor::dal::nim::log;
 using nimtools::UsageError;
 
 const char USAGE[] =
-    "usage: nimlog [OPTION]... FILE\n"
+    "usage: nimlog [OPTION]... FILE...\n"
     "\n"
-    "Reads the log FILE and its rotated files FILE.0, FILE.1, ... as one log, oldest records first, also those\n"
+    "Reads the log FILE and its rotated files FILE.0, FILE.1, ... as one log, oldest records first, also "
+    "those\n"
     "that logrotate has named, such as FILE-20261114, or compressed, such as FILE.2.gz and FILE.2.xz.\n"
-    "If FILE is \"-\", reads standard input.\n"
+    "If FILE is \"-\", reads standard input. The records of several logs are sorted by time.\n"
     "\n"
     "  -f, --follow         wait for new records, also across rotations, until SIGINT\n"
     "  -s, --severity MIN   print records of severity MIN or higher\n"
@@ -37,7 +39,8 @@ const char USAGE[] =
     "  -t, --thread ID      print records of the thread; may be repeated\n"
     "      --since TIME     print records of TIME or later\n"
     "      --until TIME     print records of TIME or earlier\n"
-    "  -g, --grep REGEX     print records whose text matches an extended regular expression; may be repeated\n"
+    "  -g, --grep REGEX     print records whose text matches an extended regular expression; may be "
+    "repeated\n"
     "  -F, --fixed-strings  search for plain strings, not for regular expressions\n"
     "  -i, --ignore-case    ignore the case of ASCII letters in the search\n"
     "  -n, --last N         print only the last N of these records, and with --follow all later ones\n"
@@ -129,6 +132,25 @@ unsigned int maskOfConfiguration(const std::string& path)
         const std::string& mask = properties.getProperty(key);
         return mask.empty() ? static_cast<unsigned int>(log::Mask_ALL) : parseMask(mask);
     });
+}
+
+/**
+ * Returns the logs among paths. Rotated files of other logs are read with these; they are named by a pattern
+ * of the shell such as "server.log*".
+ */
+std::vector<std::string> withoutRotatedFiles(const std::vector<std::string>& paths)
+{
+    std::vector<std::string> logs;
+    for (const std::string& path : paths) {
+        const bool isKnown = std::find(logs.begin(), logs.end(), path) != logs.end();
+        const bool isRotated = std::any_of(paths.begin(), paths.end(), [&path](const std::string& other) {
+            return isRotatedFileOf(path, other);
+        });
+        if (!isKnown && !isRotated) {
+            logs.push_back(path);
+        }
+    }
+    return logs;
 }
 
 /** Returns the value of an environment variable, or an empty string. */
@@ -236,17 +258,17 @@ Options Options::parse(int argc, char** argv)
             return options;
         }
     }
-    const std::vector<std::string> operands = line.operands();
-    if (operands.size() != 1) {
-        throw UsageError(operands.empty() ? "expected a FILE"
-                                          : "expected one FILE; its rotated files are found by name");
+    options.paths = withoutRotatedFiles(line.operands());
+    if (options.paths.empty()) {
+        throw UsageError("expected a FILE");
     }
-    options.path = operands[0];
-    if (options.follow && options.path == nimtools::STANDARD_INPUT) {
-        throw UsageError("--follow requires a file: standard input is always read until it ends");
-    }
-    if (options.follow && compressionOf(options.path) != nullptr) {
-        throw UsageError("--follow requires a log: " + options.path + " is a compressed file");
+    for (const std::string& path : options.paths) {
+        if (options.follow && path == nimtools::STANDARD_INPUT) {
+            throw UsageError("--follow requires a file: standard input is always read until it ends");
+        }
+        if (options.follow && compressionOf(path) != nullptr) {
+            throw UsageError("--follow requires a log: " + path + " is a compressed file");
+        }
     }
     return options;
 }

@@ -15,7 +15,8 @@ enum class CountBy { NOTHING, SEVERITY, MODULE, THREAD, HOUR };
 /** The command line. */
 struct Options
 {
-    std::string path;
+    /** Logs, each without its rotated files. */
+    std::vector<std::string> paths;
     /** Fields of records before the first stream header, as bits of log::Mask. */
     unsigned int mask;
     int severity = 0;

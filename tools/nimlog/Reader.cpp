@@ -1,12 +1,9 @@
 #include "Reader.hpp"
 
-#include "Changes.hpp"
-
 #include <support/Errors.hpp>
 #include <support/Input.hpp>
 
 #include <cerrno>
-#include <chrono>
 #include <poll.h>
 #include <sys/stat.h>
 
@@ -16,11 +13,6 @@ namespace {
 
 constexpr std::size_t CHUNK = 256UL * 1024;
 
-/** A record is considered complete if nothing follows it for this time. */
-constexpr std::chrono::milliseconds IDLE_TIME(100);
-/** Maximum wait if no record is pending. */
-constexpr std::chrono::milliseconds MAX_WAIT(10000);
-
 }
 
 Reader::Reader(const std::string& logPath, RecordSplitter& recordSplitter,
@@ -29,20 +21,30 @@ Reader::Reader(const std::string& logPath, RecordSplitter& recordSplitter,
 {
 }
 
-void Reader::readAll(const std::function<void()>& idle)
+void Reader::open()
 {
     files.scan();
     if (!files.hasNext()) {
         errno = ENOENT;
         throw nimtools::cannotRead(path);
     }
-    while (nextFile()) {
-        do {
-            waitForInput(idle);
-        } while (readChunk());
+}
+
+bool Reader::readNext(const std::function<void()>& idle)
+{
+    for (;;) {
+        if (!isReading && !nextFile()) {
+            splitter.flush();
+            return false;
+        }
+        isReading = true;
+        waitForInput(idle);
+        if (readChunk()) {
+            return true;
+        }
         endFile();
+        isReading = false;
     }
-    splitter.flush();
 }
 
 /** Advances to the next file. Returns false if there is none. */
@@ -109,47 +111,52 @@ bool Reader::readChunk()
  * The log closes a file before it renames it. So if the name of the log refers to another file, the current
  * one is complete; the rest of it is read before the next file.
  */
-void Reader::follow(const std::function<void()>& idle)
+bool Reader::followNext()
 {
-    Changes changes(path);
-    bool isComplete = false;
-    bool hasWarned = false;
-    auto lastChunk = std::chrono::steady_clock::now();
-    files.scan();
-    nextFile();
-    while (!changes.isStopped()) {
-        if (files.hasCurrent() && readChunk()) {
-            lastChunk = std::chrono::steady_clock::now();
-            continue;
-        }
-        if (isComplete || !files.hasCurrent() || files.isCurrentCompressed()) {
-            if (files.hasCurrent()) {
-                endFile();
-            }
-            isComplete = false;
-            if (nextFile()) {
-                continue;
-            }
-        }
-        if (!files.hasNext() && (!files.hasCurrent() || isReplaced())) {
-            files.scan();
-        }
-        if (files.hasNext()) {
-            isComplete = true;
-            if (files.mayHaveMissed() && !hasWarned) {
-                hasWarned = true;
-                warn(path + ": a file was deleted before a newer one was found; records may be missing");
-            }
-            continue;
-        }
-        const auto quiet = std::chrono::steady_clock::now() - lastChunk;
-        if (splitter.hasPending() && quiet >= IDLE_TIME) {
-            splitter.flush();
-        }
-        idle();
-        changes.wait(splitter.hasPending() ? IDLE_TIME : MAX_WAIT);
-        restartIfTruncated();
+    if (!hasStarted) {
+        hasStarted = true;
+        lastChunk = std::chrono::steady_clock::now();
+        files.scan();
+        nextFile();
     }
+    if (files.hasCurrent() && readChunk()) {
+        lastChunk = std::chrono::steady_clock::now();
+        return true;
+    }
+    if (isComplete || !files.hasCurrent() || files.isCurrentCompressed()) {
+        if (files.hasCurrent()) {
+            endFile();
+        }
+        isComplete = false;
+        if (nextFile()) {
+            return true;
+        }
+    }
+    if (!files.hasNext() && (!files.hasCurrent() || isReplaced())) {
+        files.scan();
+    }
+    if (!files.hasNext()) {
+        return false;
+    }
+    isComplete = true;
+    if (files.mayHaveMissed() && !hasWarned) {
+        hasWarned = true;
+        warn(path + ": a file was deleted before a newer one was found; records may be missing");
+    }
+    return true;
+}
+
+std::chrono::milliseconds Reader::prepareWait()
+{
+    const auto quiet = std::chrono::steady_clock::now() - lastChunk;
+    if (splitter.hasPending() && quiet >= IDLE_TIME) {
+        splitter.flush();
+    }
+    return splitter.hasPending() ? IDLE_TIME : MAX_WAIT;
+}
+
+void Reader::endFollowing()
+{
     if (files.hasCurrent()) {
         endLine();
     }
@@ -161,8 +168,7 @@ bool Reader::isReplaced() const
 {
     struct stat named = {};
     struct stat current = {};
-    if (path == nimtools::STANDARD_INPUT || stat(path.c_str(), &named) == -1
-        || fstat(files.current(), &current) == -1) {
+    if (stat(path.c_str(), &named) == -1 || fstat(files.current(), &current) == -1) {
         return false;
     }
     return named.st_dev != current.st_dev || named.st_ino != current.st_ino;

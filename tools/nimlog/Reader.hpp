@@ -5,6 +5,7 @@
 #include "RecordSplitter.hpp"
 #include "RotatedFiles.hpp"
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -14,19 +15,41 @@ namespace nimlog {
 class Reader
 {
 public:
+    /** A record is considered complete if nothing follows it for this time. */
+    static constexpr std::chrono::milliseconds IDLE_TIME{100};
+    /** Maximum wait if no record is pending. */
+    static constexpr std::chrono::milliseconds MAX_WAIT{10000};
+
     /** @param warnings called with messages for the user */
     Reader(const std::string& logPath, RecordSplitter& recordSplitter,
            std::function<void(const std::string&)> warnings);
 
     /**
-     * Reads all files to their end.
-     * @param idle called if standard input brings nothing for a while
-     * @throws Failure if there is no such log, or a file cannot be read
+     * Finds the files of the log. Must be called before readNext().
+     * @throws Failure if there is no such log, or a file cannot be opened
      */
-    void readAll(const std::function<void()>& idle);
+    void open();
 
-    /** Reads all files, then follows the log until a signal arrives. `idle` is called before each wait. */
-    void follow(const std::function<void()>& idle);
+    /**
+     * Reads the next bytes. Returns false at the end of the last file.
+     * @param idle called if standard input brings nothing for a while
+     * @throws Failure if a file cannot be read
+     */
+    bool readNext(const std::function<void()>& idle);
+
+    /**
+     * Reads the next bytes, or advances to the next file, also after rotations. Returns false if there is
+     * nothing new.
+     * @throws Failure if a file cannot be read
+     */
+    bool followNext();
+
+    /** Must be called before a wait for new bytes. Returns the maximum time to wait. */
+    std::chrono::milliseconds prepareWait();
+    /** Must be called after a wait for new bytes. */
+    void restartIfTruncated();
+    /** Ends the last line and the last record. */
+    void endFollowing();
 
     /** Returns the name of the file that contains the first line before any record, or an empty string. */
     const std::string& leadingFile() const
@@ -48,7 +71,6 @@ private:
     void watchLeading();
     void waitForInput(const std::function<void()>& idle);
     bool isReplaced() const;
-    void restartIfTruncated();
 
     const std::string path;
     RecordSplitter& splitter;
@@ -58,6 +80,15 @@ private:
     ReadBytes readBytes;
     std::string leading;
     bool damaged = false;
+    /** For readNext(): whether the current file has not been read to its end. */
+    bool isReading = false;
+
+    // For followNext().
+    bool hasStarted = false;
+    /** Whether nothing will be appended to the current file. */
+    bool isComplete = false;
+    bool hasWarned = false;
+    std::chrono::steady_clock::time_point lastChunk;
 };
 
 }

@@ -107,6 +107,10 @@ void JsonSink::consume(const Record& record)
         }
     };
     line = "{";
+    if (!record.log.empty()) {
+        appendMember(line, "log");
+        appendJson(line, record.log);
+    }
     if (isPresent(log::Mask_DATETIME)) {
         appendMember(line, "time");
         appendTime(line, fields.dateTime);

@@ -1,7 +1,7 @@
 #include "Filter.hpp"
 #include "LastRecords.hpp"
+#include "Logs.hpp"
 #include "Options.hpp"
-#include "Reader.hpp"
 #include "Sinks.hpp"
 #include "Unescaper.hpp"
 
@@ -24,8 +24,7 @@ protected:
     Status work(int argc, char** argv) override;
 
 private:
-    Status report(const Options& options, const RecordSplitter& splitter, const Reader& reader,
-                  std::uint64_t missingFields);
+    Status report(const Logs& logs, std::uint64_t missingFields);
 };
 
 Status NimLog::work(int argc, char** argv)
@@ -51,46 +50,49 @@ Status NimLog::work(int argc, char** argv)
     Filter filter(options, options.last ? static_cast<RecordSink&>(last) : *sink);
     // The unescaper precedes the filter, so that module names are compared unescaped.
     Unescaper unescaper(filter);
-    RecordSplitter splitter(options.mask, options.unescape ? static_cast<RecordSink&>(unescaper) : filter);
-    Reader reader(options.path, splitter, [this](const std::string& message) { warn(message); });
-    bool wasIdle = false;
+    Logs logs(options, options.unescape ? static_cast<RecordSink&>(unescaper) : filter,
+              [this](const std::string& message) { warn(message); });
     const auto idle = [&] {
-        // At the first call, lines of the last record may be missing, but not at the second one.
-        if (options.follow && (wasIdle || !splitter.hasPending())) {
+        if (options.follow && logs.hasCaughtUp()) {
             last.release();
         }
-        wasIdle = true;
         out.flush();
     };
-    options.follow ? reader.follow(idle) : reader.readAll(idle);
+    options.follow ? logs.follow(idle) : logs.readAll(idle);
     last.release();
     if (isCounting) {
         counts.write(out, options.json, isForTerminal);
     }
-    const Status status = report(options, splitter, reader,
-                                 filter.missingFields() + (isCounting ? counts.missingFields() : 0));
-    return reader.hasDamagedFile() ? nimtools::STATUS_FAILED : status;
+    return report(logs, filter.missingFields() + (isCounting ? counts.missingFields() : 0));
 }
 
 /** Warns about records without the expected fields. */
-Status NimLog::report(const Options& options, const RecordSplitter& splitter, const Reader& reader,
-                      std::uint64_t missingFields)
+Status NimLog::report(const Logs& logs, std::uint64_t missingFields)
 {
     const std::string advice = "; name them with --mask or --config";
-    if (splitter.recognised() == 0 && splitter.leading() != 0) {
-        warn(options.path + ": no line starts with the expected fields" + advice);
-        return nimtools::STATUS_FOUND;
+    Status status = nimtools::STATUS_OK;
+    bool isDamaged = false;
+    std::string paths;
+    for (const auto& log : logs.all()) {
+        isDamaged = isDamaged || log->reader.hasDamagedFile();
+        paths += (paths.empty() ? "" : ", ") + log->path;
+        if (log->splitter.leading() == 0) {
+            continue;
+        }
+        if (log->splitter.recognised() == 0) {
+            warn(log->path + ": no line starts with the expected fields" + advice);
+            status = nimtools::STATUS_FOUND;
+        } else {
+            warn(log->reader.leadingFile()
+                 + ": lines before the first record that do not start with the expected fields: "
+                 + std::to_string(log->splitter.leading()) + advice);
+        }
     }
-    if (splitter.leading() != 0) {
-        warn(reader.leadingFile()
-             + ": lines before the first record that do not start with the expected fields: "
-             + std::to_string(splitter.leading()) + advice);
-    }
-    if (missingFields != 0) {
-        warn(options.path + ": records left out because they lack a field that was filtered or counted by: "
+    if (missingFields != 0 && status == nimtools::STATUS_OK) {
+        warn(paths + ": records left out because they lack a field that was filtered or counted by: "
              + std::to_string(missingFields));
     }
-    return nimtools::STATUS_OK;
+    return isDamaged ? nimtools::STATUS_FAILED : status;
 }
 
 }
