@@ -8,17 +8,32 @@
 
 namespace nimlog {
 
+/** A point in time. */
+struct Instant
+{
+    /** Since 1970. */
+    std::time_t seconds = 0;
+    int nanoseconds = 0;
+
+    friend bool operator<(const Instant& left, const Instant& right)
+    {
+        return left.seconds != right.seconds ? left.seconds < right.seconds
+                                             : left.nanoseconds < right.nanoseconds;
+    }
+};
+
 /** The date and time of a record, as text and as a number. */
 struct DateTime
 {
     int year;
     int month;
     int day;
-    /** Time of day, as in "15:05:20". */
+    /** Time of day, as in "15:05:20" or "15:05:20.123456". */
     std::string_view clock;
-    /** Time zone: "UTC" or as in "+0100". */
+    /** Time zone: "UTC", "Z", or as in "+0100" or "+01:00". */
     std::string_view zone;
-    std::time_t when;
+    /** Without a fraction, the start of the second. */
+    Instant when;
 };
 
 /** The fields of a record's prefix. All views refer to the line. */

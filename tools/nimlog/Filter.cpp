@@ -51,8 +51,8 @@ void Filter::consume(const Record& record)
 bool Filter::passes(const Fields& fields)
 {
     const auto isThread = [&fields](const std::string& thread) { return fields.thread == thread; };
-    return fields.severity >= options.severity && (!options.since || fields.dateTime.when >= *options.since)
-           && (!options.until || fields.dateTime.when <= *options.until)
+    return fields.severity >= options.severity && (!options.since || !(fields.dateTime.when < *options.since))
+           && (!options.until || !(*options.until < fields.dateTime.when))
            && (options.threads.empty()
                || std::any_of(options.threads.begin(), options.threads.end(), isThread))
            && (patterns.empty() || isModuleSelected(fields.module));

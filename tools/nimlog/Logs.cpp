@@ -22,7 +22,7 @@ bool isSettled(const RecordQueue::Entry& entry)
 {
     using std::chrono::steady_clock;
     using std::chrono::system_clock;
-    return system_clock::from_time_t(entry.when) + HOLD_TIME <= system_clock::now()
+    return system_clock::from_time_t(entry.when.seconds) + HOLD_TIME <= system_clock::now()
            || entry.arrival + HOLD_TIME <= steady_clock::now();
 }
 

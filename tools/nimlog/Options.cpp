@@ -215,10 +215,10 @@ Options Options::parse(int argc, char** argv)
             options.threads.push_back(threadOf(line.value()));
             break;
         case SINCE:
-            options.since = parseTime(line.value(), now);
+            options.since = parseTime(line.value(), now).first;
             break;
         case UNTIL:
-            options.until = parseTime(line.value(), now);
+            options.until = parseTime(line.value(), now).last;
             break;
         case 'g':
             options.texts.emplace_back(line.value());

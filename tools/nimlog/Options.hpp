@@ -1,8 +1,9 @@
 #ifndef DALNIM_TOOLS_NIMLOG_OPTIONS_HPP
 #define DALNIM_TOOLS_NIMLOG_OPTIONS_HPP
 
+#include "Fields.hpp"
+
 #include <cstddef>
-#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,8 +23,8 @@ struct Options
     int severity = 0;
     std::vector<std::string> modules;
     std::vector<std::string> threads;
-    std::optional<std::time_t> since;
-    std::optional<std::time_t> until;
+    std::optional<Instant> since;
+    std::optional<Instant> until;
     /** Texts to search for, of which a record must contain one. */
     std::vector<std::string> texts;
     bool fixedStrings = false;

@@ -95,7 +95,8 @@ std::size_t PrefixParser::readDate(std::string_view line, DateTime& into)
         return lastText.size();
     }
     const std::size_t length = readDateTime(line, into);
-    if (length != 0) {
+    // A fraction hardly ever occurs again.
+    if (length != 0 && into.when.nanoseconds == 0) {
         lastText = line.substr(0, length);
         readDateTime(lastText, lastDate);
     }

@@ -5,7 +5,6 @@
 #include "RecordSplitter.hpp"
 
 #include <chrono>
-#include <ctime>
 #include <deque>
 #include <string>
 
@@ -21,7 +20,7 @@ public:
 
         KeptRecord kept;
         /** Time of the record; that of its predecessor if it has none. */
-        std::time_t when = 0;
+        Instant when;
         std::chrono::steady_clock::time_point arrival;
     };
 
@@ -48,7 +47,7 @@ private:
     const std::string& path;
     std::deque<Entry> entries;
     /** Records before the first one with a time are the oldest of all. */
-    std::time_t lastTime = 0;
+    Instant lastTime;
 };
 
 }

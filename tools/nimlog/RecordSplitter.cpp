@@ -203,8 +203,9 @@ bool RecordSplitter::followsFragment(std::string_view fragment, const Prefix& ou
     if (!outer.isFound && (isCutDateTime(fragment) || readDateTime(fragment, cutPrefix) != 0)) {
         return true;
     }
-    if (inner.fields.dateTime.when != fields.dateTime.when) {
-        return inner.fields.dateTime.when > fields.dateTime.when;
+    // By seconds: the fraction of a nested statement may be the later one.
+    if (inner.fields.dateTime.when.seconds != fields.dateTime.when.seconds) {
+        return inner.fields.dateTime.when.seconds > fields.dateTime.when.seconds;
     }
     return std::string_view(" \t\"'`([{<>|:=,;").find(fragment.back()) == std::string_view::npos;
 }

@@ -48,6 +48,8 @@ void appendTime(std::string& line, const DateTime& time)
     line += time.clock;
     if (time.zone == "UTC") {
         line += 'Z';
+    } else if (time.zone.size() != sizeof "+0100" - 1) {
+        line += time.zone;
     } else {
         line += time.zone.substr(0, 3);
         line += ':';
@@ -161,8 +163,8 @@ std::string_view CountSink::keyOf(const Fields& fields)
     if ((fields.present & log::Mask_DATETIME) == 0) {
         return "";
     }
-    if (hourText.empty() || hour != fields.dateTime.when / SECONDS_OF_HOUR) {
-        hour = fields.dateTime.when / SECONDS_OF_HOUR;
+    if (hourText.empty() || hour != fields.dateTime.when.seconds / SECONDS_OF_HOUR) {
+        hour = fields.dateTime.when.seconds / SECONDS_OF_HOUR;
         const std::time_t begin = hour * SECONDS_OF_HOUR;
         std::tm time = {};
         gmtime_r(&begin, &time);
