@@ -82,6 +82,9 @@
 
 #include <dalnim/log/Common.hpp>
 #include <dalnim/log/Control.hpp>
+#include <dalnim/log/Field.hpp>
+#include <dalnim/log/FieldReader.hpp>
+#include <dalnim/log/FieldWriter.hpp>
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Log.hpp>
 #include <dalnim/log/LogFile.hpp>

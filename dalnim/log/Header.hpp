@@ -102,6 +102,7 @@ public:
     std::ostream& insertTrapped(const std::exception& exc, const String& msg);
 
 private:
+    friend class FieldWriter;
     friend class Log;
     friend class Module;
     friend class RecordLine;

@@ -2,6 +2,7 @@
 
 #include <dalnim/log/src/EscapedText.hpp>
 
+#include <dalnim/log/src/HexDigits.hpp>
 #include <dalnim/log/src/LineBuffer.hpp>
 
 #include <algorithm>
@@ -9,8 +10,6 @@
 namespace com::kor::dal::nim::log {
 
 namespace {
-
-constexpr char HEX_DIGITS[] = "0123456789abcdef";
 
 bool isEscaped(char c) noexcept
 {

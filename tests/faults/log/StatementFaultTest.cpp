@@ -6,6 +6,7 @@
 #include "layer/Walk.hpp"
 #include "log/LogFileFixture.hpp"
 
+#include <dalnim/log/Field.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Statement.hpp>
 #include <dalnim/log/Write.hpp>
@@ -147,6 +148,47 @@ TEST_F(StatementFault, ARecordThatTheProgramConstructsIsWrittenWhollyOrNotAtAll)
                        }),
                   3u);
     }
+}
+
+/** A value of a class, which is inserted into a record of its own first. */
+struct Shown
+{
+    String text;
+};
+
+std::ostream& operator<<(std::ostream& os, const Shown& shown)
+{
+    return os << shown.text << '"';
+}
+
+TEST_F(StatementFault, RecordWithFieldsIsWrittenCompletelyOrNotAtAll)
+{
+    using com::kor::dal::nim::log::field;
+    for (const unsigned int size : {10U, 1000U, 5000U}) {
+        SCOPED_TRACE(size);
+        const Shown shown{String(size, 's')};
+        EXPECT_GE(walk("text user=17 text=" + shown.text + " shown=\"" + shown.text + "\\\"\" last=true",
+                       [&](Module& module) {
+                           NIM_LOG_TO(module, Severity_ERROR)
+                               << "text" << field("user", 17) << field("text", shown.text)
+                               << field("shown", shown) << field("last", true);
+                       }),
+                  3u);
+    }
+}
+
+TEST_F(StatementFault, FieldsOfNumbersAndTextsAllocateNothing)
+{
+    using com::kor::dal::nim::log::field;
+    const unsigned int plain =
+        walk("text", [](Module& module) { NIM_LOG_TO(module, Severity_ERROR) << "text"; });
+    const String text(300, 'x');
+    EXPECT_EQ(plain, walk("text user=17 part=0.25 is=true text=\"" + text + " " + text + "\"",
+                          [both = text + ' ' + text](Module& module) {
+                              NIM_LOG_TO(module, Severity_ERROR)
+                                  << "text" << field("user", 17) << field("part", 0.25) << field("is", true)
+                                  << field("text", both);
+                          }));
 }
 
 /** If the statement itself sets its stream's error state, the record is written with its text. */
