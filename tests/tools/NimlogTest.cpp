@@ -80,6 +80,11 @@ TEST_F(NimlogTest, InvalidCommandLineIsRejectedWithOneLine)
                              + "\" is not a time: use 2026-11-14T15:05:20Z, 15:05, @1794668720 or 10m\n");
         }
     }
+    for (const char* const condition : {"", "user", "=17", "!=17", "1=2", "a b=c", "-x=1", "\xc3\xa9=1"}) {
+        expectResult(run(std::string("--where '") + condition + "' a"), 2, "",
+                     std::string("nimlog: \"") + condition
+                         + "\" is not a condition: use NAME=VALUE or NAME!=VALUE\n");
+    }
     expectResult(run("--grep 'disk(' a"), 2, "",
                  "nimlog: \"disk(\" is not a valid regular expression: Unmatched ( or \\(\n");
     for (const char* const number : {"", "-1", "+1", "2x", "99999999999999999999"}) {
@@ -260,6 +265,53 @@ TEST_F(NimlogTest, FiltersByTimeInAnyZone)
     expectResult(run("app.log --since 2026-11-14 --until 2026-11-15"), 0, std::string(WARNING) + ERROR, "");
     expectResult(run("app.log --since 2000-02-29 --until 2028-02-29"), 0, std::string(WARNING) + ERROR, "");
     expectResult(run("app.log --since 2026-10-31 --until 2026-11-30T23:59"), 0, std::string(WARNING) + ERROR,
+                 "");
+}
+
+TEST_F(NimlogTest, WhereSelectsRecordsByTheirFields)
+{
+    const std::string a = "INFO : login user=17 role=admin\n";
+    const std::string b = "ERROR : payment failed user=17 reason=\"card \\\"x\\\" expired\"\n";
+    const std::string c = "ERROR : logout user=170 empty=\"\"\n";
+    const std::string d = "INFO : two lines\nuser=18 is one of user=17\n";
+    const std::string e = "INFO : xuser=17 user=\"1\n";
+    write("app.log", a + b + c + d + e);
+    const auto where = [this](const std::string& arguments) {
+        const Result result = run("--mask SEVERITY app.log --where " + arguments);
+        EXPECT_EQ(result.errors, "");
+        return result.output;
+    };
+    EXPECT_EQ(where("user=17"), a + b + d);
+    EXPECT_EQ(where("user=18"), d);
+    EXPECT_EQ(where("user=1"), "");
+    EXPECT_EQ(where("user!=17"), c + e);
+    EXPECT_EQ(where("user!=18"), a + b + c + e);
+    EXPECT_EQ(where("'reason=card \"x\" expired'"), b);
+    EXPECT_EQ(where("empty="), c);
+    EXPECT_EQ(where("empty!="), a + b + d + e);
+    EXPECT_EQ(where("user=17 -w role=admin"), a);
+    EXPECT_EQ(where("user=17 -w role!=admin"), b + d);
+    EXPECT_EQ(where("user=17 -w user=18"), d);
+    EXPECT_EQ(where("user=17 --severity error"), b);
+    EXPECT_EQ(where("user=17 --grep payment --count severity"), "         1 ERROR\n");
+    EXPECT_EQ(where("none=1"), "");
+    EXPECT_EQ(where("none!=1 -g login"), a);
+}
+
+TEST_F(NimlogTest, JsonContainsTheFieldsOfTheText)
+{
+    write("app.log", "INFO : login user=17 name=\"a\\n\\\"b\\x7f\" user=18\nINFO : a = b\nINFO : none\n");
+    expectResult(run("--mask SEVERITY --json app.log"), 0,
+                 "{\"severity\":\"INFO\",\"text\":\"login user=17 name=\\\"a\\\\n\\\\\\\"b\\\\x7f\\\" user=18\","
+                 "\"fields\":{\"user\":\"17\",\"name\":\"a\\n\\\"b\\u007f\"}}\n"
+                 "{\"severity\":\"INFO\",\"text\":\"a = b\"}\n"
+                 "{\"severity\":\"INFO\",\"text\":\"none\"}\n",
+                 "");
+    // Escapes of the log are undone before those of the field.
+    write("escaped.log", "INFO : x name=\"a\\\\n\"\\nuser=17\n");
+    expectResult(run("--mask SEVERITY --unescape --where user=17 --json escaped.log"), 0,
+                 "{\"severity\":\"INFO\",\"text\":\"x name=\\\"a\\\\n\\\"\\nuser=17\","
+                 "\"fields\":{\"name\":\"a\\n\",\"user\":\"17\"}}\n",
                  "");
 }
 

@@ -33,6 +33,9 @@ Filter::Filter(const Options& given, RecordSink& nextSink) : options(given), nex
     for (const std::string& text : options.texts) {
         texts.emplace_back(text, options.fixedStrings, options.ignoreCase);
     }
+    for (const std::string& condition : options.conditions) {
+        conditions.emplace_back(condition);
+    }
     requiredFields |= options.severity != log::Severity_NONE ? log::Mask_SEVERITY : 0U;
     requiredFields |= options.modules.empty() ? 0U : log::Mask_MODULENAME;
     requiredFields |= options.threads.empty() ? 0U : log::Mask_THREADID;
@@ -43,7 +46,9 @@ void Filter::consume(const Record& record)
 {
     if ((record.fields.present & requiredFields) != requiredFields) {
         missingFieldsCount += record.hasPrefix ? 1U : 0U;
-    } else if ((requiredFields == 0 || passes(record.fields)) && (texts.empty() || hasText(record.text()))) {
+    } else if ((requiredFields == 0 || passes(record.fields))
+               && (conditions.empty() || hasFields(record.text()))
+               && (texts.empty() || hasText(record.text()))) {
         next.consume(record);
     }
 }
@@ -56,6 +61,12 @@ bool Filter::passes(const Fields& fields)
            && (options.threads.empty()
                || std::any_of(options.threads.begin(), options.threads.end(), isThread))
            && (patterns.empty() || isModuleSelected(fields.module));
+}
+
+bool Filter::hasFields(std::string_view text) const
+{
+    return std::all_of(conditions.begin(), conditions.end(),
+                       [text](const FieldCondition& condition) { return condition.holdsFor(text); });
 }
 
 bool Filter::hasText(std::string_view text)

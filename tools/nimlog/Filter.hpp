@@ -1,6 +1,7 @@
 #ifndef DALNIM_TOOLS_NIMLOG_FILTER_HPP
 #define DALNIM_TOOLS_NIMLOG_FILTER_HPP
 
+#include "FieldCondition.hpp"
 #include "Options.hpp"
 #include "RecordSplitter.hpp"
 #include "TextPattern.hpp"
@@ -16,7 +17,7 @@ namespace nimlog {
 class Filter : public RecordSink
 {
 public:
-    /** @throws UsageError if a module pattern or a regular expression is invalid */
+    /** @throws UsageError if a module pattern, a regular expression or a condition is invalid */
     Filter(const Options& given, RecordSink& nextSink);
 
     void consume(const Record& record) override;
@@ -31,6 +32,7 @@ private:
     bool passes(const Fields& fields);
     bool isModuleSelected(std::string_view module);
     bool hasText(std::string_view text);
+    bool hasFields(std::string_view text) const;
 
     const Options& options;
     RecordSink& next;
@@ -40,6 +42,7 @@ private:
     /** Cached results of the patterns, by module name. */
     std::map<std::string, bool, std::less<>> modules;
     std::vector<TextPattern> texts;
+    std::vector<FieldCondition> conditions;
     std::uint64_t missingFieldsCount = 0;
 };
 

@@ -39,6 +39,8 @@ const char USAGE[] =
     "  -t, --thread ID      print records of the thread; may be repeated\n"
     "      --since TIME     print records of TIME or later\n"
     "      --until TIME     print records of TIME or earlier\n"
+    "  -w, --where FIELD    print records with the field NAME=VALUE in their text, or, as NAME!=VALUE, without it;\n"
+    "                       may be repeated: all must hold\n"
     "  -g, --grep REGEX     print records whose text matches an extended regular expression; may be "
     "repeated\n"
     "  -F, --fixed-strings  search for plain strings, not for regular expressions\n"
@@ -184,6 +186,7 @@ Options Options::parse(int argc, char** argv)
                                 {"thread", 't', true},
                                 {"since", SINCE, true},
                                 {"until", UNTIL, true},
+                                {"where", 'w', true},
                                 {"grep", 'g', true},
                                 {"fixed-strings", 'F', false},
                                 {"ignore-case", 'i', false},
@@ -219,6 +222,9 @@ Options Options::parse(int argc, char** argv)
             break;
         case UNTIL:
             options.until = parseTime(line.value(), now).last;
+            break;
+        case 'w':
+            options.conditions.emplace_back(line.value());
             break;
         case 'g':
             options.texts.emplace_back(line.value());

@@ -25,6 +25,8 @@ struct Options
     std::vector<std::string> threads;
     std::optional<Instant> since;
     std::optional<Instant> until;
+    /** Conditions on the fields in the text, all of which must hold. */
+    std::vector<std::string> conditions;
     /** Texts to search for, of which a record must contain one. */
     std::vector<std::string> texts;
     bool fixedStrings = false;

@@ -3,6 +3,7 @@
 #include "JsonText.hpp"
 
 #include <dalnim/log/Common.hpp>
+#include <dalnim/log/FieldReader.hpp>
 #include <support/TerminalText.hpp>
 
 #include <algorithm>
@@ -127,8 +128,32 @@ void JsonSink::consume(const Record& record)
     number(log::Mask_LINENUMBER, "line", fields.line);
     appendMember(line, "text");
     appendJson(line, record.text());
+    appendFields(record.text());
     line += "}\n";
     out << line;
+}
+
+/** Appends the fields in the text of a record. Of several with the same name, only the first one. */
+void JsonSink::appendFields(std::string_view text)
+{
+    if (text.find('=') == std::string_view::npos) {
+        return;
+    }
+    names.clear();
+    log::FieldReader fields(text);
+    while (fields.next()) {
+        if (std::find(names.begin(), names.end(), fields.name()) != names.end()) {
+            continue;
+        }
+        line += names.empty() ? ",\"fields\":{" : ",";
+        names.push_back(fields.name());
+        appendJson(line, fields.name());
+        line += ':';
+        appendJson(line, fields.value());
+    }
+    if (!names.empty()) {
+        line += '}';
+    }
 }
 
 CountSink::CountSink(CountBy countedField) : countBy(countedField) {}

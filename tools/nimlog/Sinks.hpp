@@ -42,8 +42,12 @@ public:
     void consume(const Record& record) override;
 
 private:
+    void appendFields(std::string_view text);
+
     nimtools::Output& out;
     std::string line;
+    /** Names of the fields of the current record. */
+    std::vector<std::string_view> names;
 };
 
 /** Counts records by a field, and prints the counts on request. */

@@ -14,14 +14,14 @@ _nimlog()
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             return
             ;;
-        -m | --module | -t | --thread | --since | --until | -g | --grep | -n | --last) return ;;
+        -m | --module | -t | --thread | --since | --until | -w | --where | -g | --grep | -n | --last) return ;;
         *)
             if [[ $current != -* ]]; then
                 compopt -o filenames
                 mapfile -t COMPREPLY < <(compgen -f -- "$current")
                 return
             fi
-            words='--follow --severity --module --thread --since --until --grep --fixed-strings --ignore-case --last --count --json --unescape
+            words='--follow --severity --module --thread --since --until --where --grep --fixed-strings --ignore-case --last --count --json --unescape
                 --color --mask --config --help --version'
             ;;
     esac
