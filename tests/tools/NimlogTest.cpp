@@ -301,12 +301,13 @@ TEST_F(NimlogTest, WhereSelectsRecordsByTheirFields)
 TEST_F(NimlogTest, JsonContainsTheFieldsOfTheText)
 {
     write("app.log", "INFO : login user=17 name=\"a\\n\\\"b\\x7f\" user=18\nINFO : a = b\nINFO : none\n");
-    expectResult(run("--mask SEVERITY --json app.log"), 0,
-                 "{\"severity\":\"INFO\",\"text\":\"login user=17 name=\\\"a\\\\n\\\\\\\"b\\\\x7f\\\" user=18\","
-                 "\"fields\":{\"user\":\"17\",\"name\":\"a\\n\\\"b\\u007f\"}}\n"
-                 "{\"severity\":\"INFO\",\"text\":\"a = b\"}\n"
-                 "{\"severity\":\"INFO\",\"text\":\"none\"}\n",
-                 "");
+    expectResult(
+        run("--mask SEVERITY --json app.log"), 0,
+        "{\"severity\":\"INFO\",\"text\":\"login user=17 name=\\\"a\\\\n\\\\\\\"b\\\\x7f\\\" user=18\","
+        "\"fields\":{\"user\":\"17\",\"name\":\"a\\n\\\"b\\u007f\"}}\n"
+        "{\"severity\":\"INFO\",\"text\":\"a = b\"}\n"
+        "{\"severity\":\"INFO\",\"text\":\"none\"}\n",
+        "");
     // Escapes of the log are undone before those of the field.
     write("escaped.log", "INFO : x name=\"a\\\\n\"\\nuser=17\n");
     expectResult(run("--mask SEVERITY --unescape --where user=17 --json escaped.log"), 0,

@@ -25,17 +25,18 @@ TEST_F(NimlogTimeTest, EveryFormIsReadAndPrintedAsJson)
                      "2026-11-14T04:35:20.000-10:30 INFO : g\n"
                      "2026-11-14T16:05:20.123456+01:00 INFO : h\nmore\n"
                      "2000-02-29T23:59:60.999999999Z INFO : i\n");
-    expectResult(run("--mask DATETIME,SEVERITY --json app.log"), 0,
-                 "{\"time\":\"2026-11-14T15:05:20Z\",\"severity\":\"INFO\",\"text\":\"a\"}\n"
-                 "{\"time\":\"2026-11-14T16:05:20+01:00\",\"severity\":\"INFO\",\"text\":\"b\"}\n"
-                 "{\"time\":\"2026-11-14T15:05:20Z\",\"severity\":\"INFO\",\"text\":\"c\"}\n"
-                 "{\"time\":\"2026-11-14T15:05:20.123Z\",\"severity\":\"INFO\",\"text\":\"d\"}\n"
-                 "{\"time\":\"2026-11-14T15:05:20.123456Z\",\"severity\":\"INFO\",\"text\":\"e\"}\n"
-                 "{\"time\":\"2026-11-14T16:05:20+01:00\",\"severity\":\"INFO\",\"text\":\"f\"}\n"
-                 "{\"time\":\"2026-11-14T04:35:20.000-10:30\",\"severity\":\"INFO\",\"text\":\"g\"}\n"
-                 "{\"time\":\"2026-11-14T16:05:20.123456+01:00\",\"severity\":\"INFO\",\"text\":\"h\\nmore\"}\n"
-                 "{\"time\":\"2000-02-29T23:59:60.999999999Z\",\"severity\":\"INFO\",\"text\":\"i\"}\n",
-                 "");
+    expectResult(
+        run("--mask DATETIME,SEVERITY --json app.log"), 0,
+        "{\"time\":\"2026-11-14T15:05:20Z\",\"severity\":\"INFO\",\"text\":\"a\"}\n"
+        "{\"time\":\"2026-11-14T16:05:20+01:00\",\"severity\":\"INFO\",\"text\":\"b\"}\n"
+        "{\"time\":\"2026-11-14T15:05:20Z\",\"severity\":\"INFO\",\"text\":\"c\"}\n"
+        "{\"time\":\"2026-11-14T15:05:20.123Z\",\"severity\":\"INFO\",\"text\":\"d\"}\n"
+        "{\"time\":\"2026-11-14T15:05:20.123456Z\",\"severity\":\"INFO\",\"text\":\"e\"}\n"
+        "{\"time\":\"2026-11-14T16:05:20+01:00\",\"severity\":\"INFO\",\"text\":\"f\"}\n"
+        "{\"time\":\"2026-11-14T04:35:20.000-10:30\",\"severity\":\"INFO\",\"text\":\"g\"}\n"
+        "{\"time\":\"2026-11-14T16:05:20.123456+01:00\",\"severity\":\"INFO\",\"text\":\"h\\nmore\"}\n"
+        "{\"time\":\"2000-02-29T23:59:60.999999999Z\",\"severity\":\"INFO\",\"text\":\"i\"}\n",
+        "");
     expectResult(run("--mask DATETIME,SEVERITY --count hour app.log"), 0,
                  "         1 2000-03-01T00:00Z\n         8 2026-11-14T15:00Z\n", "");
 }
@@ -105,9 +106,10 @@ TEST_F(NimlogTimeTest, LogsWithDifferentFormsAreSortedTogether)
 /** The stream header has the same form in every log. */
 TEST_F(NimlogTimeTest, MaskIsReadFromTheStreamHeader)
 {
-    write("app.log", "Sat Nov 14 15:05:20 UTC 2026 host01 server 4711 4711 com.kor.dal.nim.log.internal INFO Write: "
-                     "Log Configuration:\n\tOutputMask:   0x87 [DATETIME,TIMEZONE,SEVERITY,MODULENAME]\n"
-                     "2026-11-14T15:05:21.123456Z net ERROR : a\n");
+    write("app.log",
+          "Sat Nov 14 15:05:20 UTC 2026 host01 server 4711 4711 com.kor.dal.nim.log.internal INFO Write: "
+          "Log Configuration:\n\tOutputMask:   0x87 [DATETIME,TIMEZONE,SEVERITY,MODULENAME]\n"
+          "2026-11-14T15:05:21.123456Z net ERROR : a\n");
     expectResult(run("-s error --json app.log"), 0,
                  "{\"time\":\"2026-11-14T15:05:21.123456Z\",\"module\":\"net\",\"severity\":\"ERROR\","
                  "\"text\":\"a\"}\n",
@@ -138,13 +140,28 @@ TEST_F(NimlogTimeTest, RecordAfterATruncatedRecordIsFoundAtAnyPosition)
     EXPECT_EQ(run("--json app.log | wc -l").output, std::to_string(records) + '\n');
 }
 
+/** As after a restart with another configuration. */
+TEST_F(NimlogTimeTest, RecordWithAnotherFormAfterATruncatedRecordIsFoundAtAnyPosition)
+{
+    const std::string torn =
+        "Sat Nov 14 15:05:20 UTC 2026 host01 server 4711 4711 net ERROR Net 7 : connection to db1 lost";
+    std::string log = torn + '\n';
+    std::string laterRecords;
+    for (std::size_t length = 1; length <= torn.size(); ++length) {
+        const std::string later = recordAt("21", "started " + std::to_string(length)) + '\n';
+        log += torn.substr(0, length) + later;
+        laterRecords += later;
+    }
+    write("app.log", log);
+    expectResult(run("app.log | grep started"), 0, laterRecords, "");
+}
+
 TEST_F(NimlogTimeTest, RecordThatQuotesAnotherOneIsNotSplit)
 {
-    for (const std::string& quoting :
-         {recordAt("20.5", "the plug-in wrote: ") + recordAt("20.6", "hello"),
-          recordAt("20.5", "\"") + recordAt("20.4", "hello") + '"',
-          recordAt("20.5", "") + recordAt("19.9", "hello"),
-          recordAt("20.5", "at 2026-11-14T15:05:21.5Z it ended")}) {
+    for (const std::string& quoting : {recordAt("20.5", "the plug-in wrote: ") + recordAt("20.6", "hello"),
+                                       recordAt("20.5", "\"") + recordAt("20.4", "hello") + '"',
+                                       recordAt("20.5", "") + recordAt("19.9", "hello"),
+                                       recordAt("20.5", "at 2026-11-14T15:05:21.5Z it ended")}) {
         write("app.log", quoting + "\n");
         expectResult(run("--json app.log | wc -l"), 0, "1\n", "");
         expectResult(run("app.log"), 0, quoting + "\n", "");

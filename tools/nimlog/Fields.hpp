@@ -49,10 +49,17 @@ struct Fields
     std::string_view module;
     std::string_view severityName;
     int severity = 0;
+    /** Whether the line starts with a priority. Determines the severity if that is not present. */
+    bool hasPriority = false;
     std::string_view source;
     std::string_view line;
     /** Length of the prefix in bytes. */
     std::size_t length = 0;
+
+    bool hasSeverity() const
+    {
+        return hasPriority || (present & com::kor::dal::nim::log::Mask_SEVERITY) != 0;
+    }
 };
 
 /** Calls a function with the view of each field that is present. */

@@ -44,7 +44,10 @@ Filter::Filter(const Options& given, RecordSink& nextSink) : options(given), nex
 
 void Filter::consume(const Record& record)
 {
-    if ((record.fields.present & requiredFields) != requiredFields) {
+    const unsigned int known =
+        record.fields.present
+        | (record.fields.hasPriority ? static_cast<unsigned int>(log::Mask_SEVERITY) : 0U);
+    if ((known & requiredFields) != requiredFields) {
         missingFieldsCount += record.hasPrefix ? 1U : 0U;
     } else if ((requiredFields == 0 || passes(record.fields))
                && (conditions.empty() || hasFields(record.text()))

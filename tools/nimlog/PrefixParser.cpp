@@ -1,5 +1,6 @@
 #include "PrefixParser.hpp"
 
+#include "Severities.hpp"
 #include "TimeText.hpp"
 
 #include <dalnim/log/Common.hpp>
@@ -8,7 +9,6 @@
 #include <support/Errors.hpp>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <stdexcept>
 
@@ -20,18 +20,6 @@ namespace {
 
 /** Process names may contain spaces: maximum number of words in one. */
 constexpr int MAX_NAME_WORDS = 8;
-
-struct SeverityNames
-{
-    SeverityNames()
-    {
-        for (int severity = log::Severity_MIN; severity <= log::Severity_MAX; ++severity) {
-            const auto id = static_cast<log::Severity>(severity);
-            names[static_cast<std::size_t>(severity)] = log::getSeverityName(id);
-        }
-    }
-    std::array<std::string, log::Severity_COUNT> names;
-};
 
 /** Returns the end of the word that starts at `pos`, or `pos` if there is none. */
 std::size_t wordEnd(std::string_view line, std::size_t pos)
@@ -47,17 +35,6 @@ std::size_t digitsEnd(std::string_view line, std::size_t pos)
     return pos;
 }
 
-bool readSeverity(std::string_view word, int& into)
-{
-    static const SeverityNames known;
-    const auto found = std::find(known.names.begin(), known.names.end(), word);
-    if (found == known.names.end()) {
-        return false;
-    }
-    into = static_cast<int>(found - known.names.begin());
-    return true;
-}
-
 }
 
 PrefixParser::PrefixParser(unsigned int fieldMask, std::string_view prefixEnd)
@@ -71,6 +48,22 @@ bool PrefixParser::hasDate() const
 }
 
 bool PrefixParser::parse(std::string_view line, Fields& fields)
+{
+    fields.hasPriority = hasPriority(line);
+    if (!fields.hasPriority) {
+        return parseFields(line, fields);
+    }
+    if (!parseFields(line.substr(PRIORITY_LENGTH), fields)) {
+        return false;
+    }
+    fields.length += PRIORITY_LENGTH;
+    if ((fields.present & log::Mask_SEVERITY) == 0) {
+        fields.severity = severityOfPriority(line);
+    }
+    return true;
+}
+
+bool PrefixParser::parseFields(std::string_view line, Fields& fields)
 {
     fields.present = 0;
     std::size_t pos = 0;

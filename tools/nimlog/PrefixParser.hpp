@@ -27,10 +27,14 @@ public:
     /** Returns true if prefixes start with a date, which other text rarely contains. */
     bool hasDate() const;
 
-    /** Returns true if the line starts with a prefix. Otherwise, the content of `fields` is unspecified. */
+    /**
+     * Returns true if the line starts with a prefix, also after a priority such as "<6>". Otherwise, the
+     * content of `fields` is unspecified.
+     */
     bool parse(std::string_view line, Fields& fields);
 
 private:
+    bool parseFields(std::string_view line, Fields& fields);
     bool parseFrom(std::string_view line, std::size_t pos, Fields& fields, bool isFirst) const;
     std::size_t readDate(std::string_view line, DateTime& into);
 

@@ -1,5 +1,6 @@
 #include "RecordSplitter.hpp"
 
+#include "Severities.hpp"
 #include "TimeText.hpp"
 
 #include <dalnim/log/Common.hpp>
@@ -36,6 +37,20 @@ bool beginsWith(std::string_view text, std::string_view begin)
 bool endsWith(std::string_view text, std::string_view end)
 {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+/**
+ * Returns true if a prefix may include the date of the next record, after its own one: the name of a process
+ * can contain spaces, and a date without spaces can be a part of any name.
+ */
+bool mayIncludeDate(std::string_view line, const Fields& fields)
+{
+    const bool hasDate = (fields.present & log::Mask_DATETIME) != 0;
+    const char* const begin =
+        hasDate ? fields.dateTime.zone.data() + fields.dateTime.zone.size() : line.data();
+    // The second but last character of the prefix is a colon.
+    const char* const end = line.data() + fields.length - 2;
+    return begin < end && std::memchr(begin, ':', static_cast<std::size_t>(end - begin)) != nullptr;
 }
 
 /**
@@ -149,9 +164,9 @@ void RecordSplitter::processPart(std::size_t begin, std::string_view part, const
             prefix.setMask(mask);
         }
     } else {
-        continueRecord(begin, part);
+        continueRecord(begin, withoutPriority(part));
     }
-    watchReport(begin, part);
+    watchReport(begin, withoutPriority(part));
 }
 
 void RecordSplitter::parse(std::string_view line, Prefix& into)
@@ -170,18 +185,19 @@ std::size_t RecordSplitter::findEmbedded(std::string_view line, const Prefix& ou
     if (!prefix.hasDate() && !hasTitle(line, log::STREAM_HEADER_TITLE)) {
         return std::string_view::npos;
     }
-    // A process name can contain spaces, and may therefore include the date of the next record.
-    const bool isWholePrefix = outer.isFound
-                               && ((outer.fields.present & log::Mask_PROCESSNAME) == 0
-                                   || outer.fields.process.find(':') == std::string_view::npos);
+    const bool isWholePrefix = outer.isFound && !mayIncludeDate(line, outer.fields);
     std::size_t from = isWholePrefix ? outer.fields.length : 1;
     for (std::size_t at; (at = findDateTime(line, from)) != std::string_view::npos; from = at + 1) {
+        if (at >= from + PRIORITY_LENGTH && hasPriority(line.substr(at - PRIORITY_LENGTH))) {
+            at -= PRIORITY_LENGTH;
+        }
         parse(line.substr(at), inner);
         // Without a date, almost any text would match.
         if (inner.isFound && (inner.isHeading || prefix.hasDate())
             && followsFragment(line.substr(0, at), outer)) {
             return at;
         }
+        at += inner.fields.hasPriority ? PRIORITY_LENGTH : 0;
     }
     return std::string_view::npos;
 }
@@ -200,7 +216,10 @@ bool RecordSplitter::followsFragment(std::string_view fragment, const Prefix& ou
         return true;
     }
     DateTime cutPrefix = {};
-    if (!outer.isFound && (isCutDateTime(fragment) || readDateTime(fragment, cutPrefix) != 0)) {
+    const std::string_view cut = withoutPriority(fragment);
+    const bool isCutPriority =
+        inner.fields.hasPriority && fragment.size() < PRIORITY_LENGTH && fragment.front() == '<';
+    if (!outer.isFound && (isCutPriority || isCutDateTime(cut) || readDateTime(cut, cutPrefix) != 0)) {
         return true;
     }
     // By seconds: the fraction of a nested statement may be the later one.
@@ -327,7 +346,11 @@ void RecordSplitter::emit(std::size_t end)
     } else if (recognisedCount == 0) {
         ++leadingCount;
     }
-    sink.consume(record);
+    if (record.fields.hasPriority) {
+        sink.consume(withoutPriorities(record, plainText));
+    } else {
+        sink.consume(record);
+    }
 }
 
 void RecordSplitter::endFile()

@@ -4,6 +4,7 @@
 #include "PrefixParser.hpp"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace nimlog {
@@ -22,6 +23,8 @@ public:
  *
  * A record can also start inside a line, after a fragment whose writer was killed or whose disk was full. It
  * is recognised if its prefix has a date, and if it does not look like a quotation; see followsFragment().
+ *
+ * Priorities such as "<6>" in front of the lines of a record are skipped.
  *
  * The mask of fields is read from the log itself: from each stream header, and from reports of a changed
  * mask, which are themselves written with the new mask.
@@ -108,6 +111,8 @@ private:
     bool hasRecord = false;
     std::size_t recordBegin = 0;
     Record record = {};
+    /** Text of the record without priorities. A member, to reuse its storage. */
+    std::string plainText;
     bool inHeading = false;
 
     ReportState report = NO_REPORT;

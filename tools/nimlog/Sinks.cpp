@@ -1,6 +1,7 @@
 #include "Sinks.hpp"
 
 #include "JsonText.hpp"
+#include "Severities.hpp"
 
 #include <dalnim/log/Common.hpp>
 #include <dalnim/log/FieldReader.hpp>
@@ -123,7 +124,10 @@ void JsonSink::consume(const Record& record)
     number(log::Mask_PROCESSID, "pid", fields.processId);
     number(log::Mask_THREADID, "thread", fields.thread);
     text(log::Mask_MODULENAME, "module", fields.module);
-    text(log::Mask_SEVERITY, "severity", fields.severityName);
+    if (fields.hasSeverity()) {
+        appendMember(line, "severity");
+        appendJson(line, severityNameOf(fields));
+    }
     text(log::Mask_SOURCEFILE, "source", fields.source);
     number(log::Mask_LINENUMBER, "line", fields.line);
     appendMember(line, "text");
@@ -177,7 +181,7 @@ std::string_view CountSink::keyOf(const Fields& fields)
 {
     switch (countBy) {
     case CountBy::SEVERITY:
-        return (fields.present & log::Mask_SEVERITY) != 0 ? fields.severityName : "";
+        return fields.hasSeverity() ? severityNameOf(fields) : "";
     case CountBy::MODULE:
         return (fields.present & log::Mask_MODULENAME) != 0 ? fields.module : "";
     case CountBy::THREAD:
