@@ -91,6 +91,7 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/Statement.hpp>
+#include <dalnim/log/TimeFormat.hpp>
 #include <dalnim/log/Write.hpp>
 #include <dalnim/log/nsdefs.hpp>
 

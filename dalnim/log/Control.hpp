@@ -3,6 +3,7 @@
 
 #include <dalnim/String.hpp>
 #include <dalnim/log/Common.hpp>
+#include <dalnim/log/TimeFormat.hpp>
 #include <dalnim/sys/InitLock.hpp>
 #include <qv/pmx/api.h>
 #include <qv/pmx/thread_safety.h>
@@ -50,6 +51,8 @@ public:
     static constexpr const char TAG_ALLOW_REMOTE[] = "remote.enable";
     /** Whether records carry local time: "true" (ignoring case), or else UTC; setLocaltime(). */
     static constexpr const char TAG_RECORD_LOCAL_TIME[] = "localtime";
+    /** Form of the date and time in records, as the name of a TimeFormat; setTimeFormat(). */
+    static constexpr const char TAG_TIME_FORMAT[] = "timeFormat";
     /** Size of the log file, in bytes, at which it is rotated; setMaxFileSize(). */
     static constexpr const char TAG_MAX_FILE_SIZE[] = "maxFileSize";
     /** Maximum number of rotated files; setMaxNumberOfFiles(). */
@@ -296,6 +299,22 @@ public:
      * @return the previous setting
      */
     bool setEscapeControls(bool on);
+
+    /** Returns the form of the date and time in records; TimeFormat_LOCAL initially. */
+    TimeFormat getTimeFormat() const;
+    /**
+     * Selects the form of the date and time in records. It is the time of the statement, second and fraction
+     * from one reading of the clock, which is truncated and not rounded. While no logger of the process needs
+     * the fraction, it is not read: a record whose statement began before that has the fraction 0. The
+     * stream header always has the form TimeFormat_LOCAL.
+     *
+     * @param format  the form
+     * @throws std::out_of_range  "Illegal Time Format"
+     */
+    void setTimeFormat(TimeFormat format);
+    /** Like the overload for forms, by name. Throws `std::out_of_range`, "Unrecognized NIM Log Time Format".
+     */
+    void setTimeFormat(const String& name);
 
     /** Returns the permissions of new log files; MODE_OF_UMASK initially. */
     unsigned int getFileMode() const;

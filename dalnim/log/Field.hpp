@@ -17,6 +17,7 @@ template <class Value>
 class Field
 {
 public:
+    /** Refers to both arguments. */
     Field(std::string_view field_name, const Value& field_value) noexcept
         : name(field_name), value(field_value)
     {

@@ -20,14 +20,20 @@ public:
 
     FieldWriter() = delete;
 
-    // The plain operations allocate nothing themselves.
-
+    /** Writes a text. Allocates nothing, other than the stream does. */
     static void writeText(std::ostream& os, std::string_view name, std::string_view value);
+    /** Writes a number in decimal. Allocates nothing, other than the stream does. */
     static void writeNumber(std::ostream& os, std::string_view name, long long value);
+    /** @copydoc writeNumber(std::ostream&, std::string_view, long long) */
     static void writeNumber(std::ostream& os, std::string_view name, unsigned long long value);
-    // The shortest decimal number that reads back as the same value.
+    /**
+     * Writes the shortest decimal number that reads back as the same value. Allocates nothing, other than the
+     * stream does.
+     */
     static void writeNumber(std::ostream& os, std::string_view name, float value);
+    /** @copydoc writeNumber(std::ostream&, std::string_view, float) */
     static void writeNumber(std::ostream& os, std::string_view name, double value);
+    /** @copydoc writeNumber(std::ostream&, std::string_view, float) */
     static void writeNumber(std::ostream& os, std::string_view name, long double value);
 
     /**

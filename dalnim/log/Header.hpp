@@ -6,6 +6,7 @@
 #include <dalnim/log/Common.hpp>
 #include <qv/pmx/api.h>
 
+#include <cstdint>
 #include <exception>
 #include <locale>
 #include <memory>
@@ -88,7 +89,7 @@ public:
     /** Returns the time of the statement, in seconds since the epoch. */
     Time_t getWhen() const noexcept
     {
-        return when;
+        return when.seconds;
     }
 
     /**
@@ -109,8 +110,18 @@ private:
     friend class RecordPrefix;
     friend class SpareHeaders;
     friend class Statement;
+    friend class StatementClock;
     friend class ThreadHeaderCache;
     friend class Write;
+
+    /** The time of a statement. */
+    struct Time
+    {
+        /** Since the epoch. */
+        Time_t seconds;
+        /** For StatementClock, which reads both members. */
+        std::uint64_t fraction;
+    };
 
     /** Selects the constructor of the records that a Statement fills, and that are used again. */
     enum class Origin { STATEMENT };
@@ -143,14 +154,14 @@ private:
 
     // Constant during a statement; changed only by start().
     Severity severity;
+    /** Whether std::ostringstream::str() returns a text that reset() must remove. */
+    bool copied;
     const char* file;
     unsigned int line;
     ThreadID_t thread;
-    Time_t when;
+    Time when;
     /** The part of `file` after the last "/", if the statement has determined it; otherwise null. */
     std::string_view baseName;
-    /** Whether std::ostringstream::str() returns a text that reset() must remove. */
-    bool copied;
     /** The text of a statement's record; otherwise a copy of it, made when it is logged. */
     const std::unique_ptr<RecordBuffer> buffer;
     /** Null in a statement's record. Otherwise the stream inserts through it into its own string buffer. */

@@ -127,7 +127,7 @@ private:
 
     /**
      * Logs a record if neither format() nor log(const String&) is replaced: formats the line before it
-     * acquires the lock, and again under it if the output mask has changed in between.
+     * acquires the lock, and again under it if its format has changed in between.
      */
     void formatAndLog(const Module& mod, const Header& rec) DALNIM_EXCLUDES(stateSync);
 
@@ -181,6 +181,11 @@ private:
     LogFileRef openAgain() const DALNIM_EXCLUDES(stateSync);
     bool reopenFile() DALNIM_EXCLUDES(stateSync);
 
+    /** Stores output mask and time format; the latter decides whether statements read fractions of seconds.
+     */
+    __attribute__((visibility("hidden"))) void setPrefixFormat(unsigned int mask, TimeFormat format) noexcept
+        DALNIM_REQUIRES(stateSync);
+
     void configureOutput(const std::map<String, String>& values);
 
     bool isDefault() const;
@@ -198,7 +203,8 @@ private:
     mutable bool streamHeaderDone DALNIM_GUARDED_BY(stateSync);
     std::atomic<bool> escapesControls;
     std::atomic<bool> fallsBack;
-    std::atomic<unsigned int> outputMask;
+    /** The output mask and the time format, as a PrefixFormat. */
+    std::atomic<unsigned int> prefixFormat;
     SeverityGate severity;
     /**
      * Never null. Mutable: a const logger writes to its file. Written under InitLock as well: a logger that

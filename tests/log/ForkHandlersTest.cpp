@@ -179,6 +179,21 @@ TEST(ForkHandlers, AChildCanUseALogFileWithoutALogger)
     EXPECT_EQ(FORKS, countIn(contentOf(folder / "a.log"), "child\n"));
 }
 
+TEST(ForkHandlers, AChildCanSetTheTimeFormat)
+{
+    Write parents;
+    const Repeated settings([&parents] {
+        parents.setTimeFormat(log::TimeFormat_UTC_MS);
+        parents.setTimeFormat(log::TimeFormat_UTC);
+        Write other;
+        other.setTimeFormat(log::TimeFormat_UTC_US);
+    });
+    expectChildrenCan(settings, [&parents] {
+        parents.setTimeFormat(log::TimeFormat_OFFSET_MS);
+        parents.setTimeFormat(log::TimeFormat_LOCAL);
+    });
+}
+
 TEST(ForkHandlers, AFileThatLoggersShareIsLockedOnce)
 {
     const Folder folder;

@@ -67,8 +67,8 @@ String stateOf(const Write& logger)
         state << '|' << entry;
     }
     state << '|' << logger.getLocaltime() << logger.remoteControlAllowed() << logger.getEscapeControls()
-          << logger.getFallback() << '|' << logger.getFileMode() << '|' << logger.getMaxFileSize() << '|'
-          << logger.getMaxNumberOfFiles();
+          << logger.getFallback() << '|' << log::getTimeFormatName(logger.getTimeFormat()) << '|'
+          << logger.getFileMode() << '|' << logger.getMaxFileSize() << '|' << logger.getMaxNumberOfFiles();
     return state.str();
 }
 
@@ -80,6 +80,7 @@ TEST(Reconfigure, ReplacesEverySetting)
     logger.setSeverityMask(log::Severity_FATAL, true);
     logger.reconfigure(Settings{{"file", folder / "a.log"},
                                 {"localtime", "TRUE"},
+                                {"timeFormat", "UTC_MS"},
                                 {"severity.mask", "ERROR  DEBUG\tNONE"},
                                 {"severity.id", "TRACE"},
                                 {"output.mask", "SEVERITY LINENUMBER"},
@@ -91,7 +92,7 @@ TEST(Reconfigure, ReplacesEverySetting)
                                 {"maxNumberOfFiles", "5"},
                                 {"maxFileSize", "1000000"}});
     EXPECT_TRUE(logger.setLocaltime(false));
-    EXPECT_EQ((folder / "a.log") + "|2|516|2,6,|b|a.*|0111|416|1000000|5", stateOf(logger));
+    EXPECT_EQ((folder / "a.log") + "|2|516|2,6,|b|a.*|0111|UTC_MS|416|1000000|5", stateOf(logger));
     EXPECT_TRUE(exists(folder / "a.log")) << "opened before the first record";
 }
 
@@ -102,6 +103,7 @@ TEST(Reconfigure, AbsentSettingsReturnToTheirDefaults)
     const String fresh = stateOf(logger);
     logger.reconfigure(Settings{{"file", folder / "a.log"},
                                 {"localtime", "true"},
+                                {"timeFormat", "OFFSET_US"},
                                 {"severity.mask", "ERROR"},
                                 {"output.mask", "SEVERITY"},
                                 {"modules", "a"},
@@ -198,6 +200,8 @@ TEST(Reconfigure, RejectsEachBadValueAndNamesTheAllowedOnes)
         {"stream", "stderr", "STDERR, STDOUT, STDLOG or CIMOM"},
         {"localtime", "yes", "true or false"},
         {"localtime", "true ", "true or false"},
+        {"timeFormat", "utc", "one of LOCAL, UTC, UTC_MS, UTC_US, OFFSET, OFFSET_MS and OFFSET_US"},
+        {"timeFormat", "UTC ", "one of LOCAL, UTC, UTC_MS, UTC_US, OFFSET, OFFSET_MS and OFFSET_US"},
         {"remote.enable", "1", "true or false"},
         {"escape.enable", "on", "true or false"},
         {"fallback.enable", "off", "true or false"},
@@ -230,7 +234,8 @@ TEST(Reconfigure, RejectsUnknownKeys)
     Write logger;
     EXPECT_EQ("Bad log configuration: com.kor.dal.nim.log.Control.severity = \"DEBUG\" is not a setting; the "
               "settings are "
-              "escape.enable, fallback.enable, file.mode, stream, file, directory, localtime, severity.mask, "
+              "escape.enable, fallback.enable, file.mode, stream, file, directory, localtime, timeFormat, "
+              "severity.mask, "
               "severity.id, output.mask, modules, remote.enable, maxNumberOfFiles and maxFileSize",
               refusal(logger, Settings{{"severity", "DEBUG"}}));
 }

@@ -113,6 +113,18 @@ TEST(RecordLine, MaskThatIsRestoredWhileARecordIsFormattedDoesNotChangeIt)
     EXPECT_THAT(logger.taken(), testing::MatchesRegex(".* [+-][0-9]+ [0-9]+ ERROR : text\n"));
 }
 
+TEST(RecordLine, TimeFormatThatChangesWhileARecordIsFormattedIsApplied)
+{
+    OwnLogger logger(log::Mask_DATETIME);
+    logger.write.setTimeFormat(log::TimeFormat_OFFSET);
+    const AtNextDate change([&logger] {
+        logger.write.setTimeFormat(log::TimeFormat_UTC);
+        return true;
+    });
+    writeError(logger.write, "text");
+    EXPECT_THAT(logger.taken(), testing::MatchesRegex("20[0-9]+-[0-9]+-[0-9]+T[0-9:]+Z : text\n"));
+}
+
 /** The default logger on a new output, whose stream header is still to come. */
 class NewOutput : public DefaultLogger
 {

@@ -8,8 +8,10 @@
 #include <dalnim/sys/internal/Internal.hpp>
 #include <dalnim/sys/internal/src/TimeZone.hpp>
 
+#include <charconv>
 #include <cstdint>
 #include <langinfo.h>
+#include <limits>
 
 namespace com::kor::dal::nim::log {
 
@@ -17,9 +19,10 @@ namespace {
 
 constexpr std::time_t END_OF_9999 = 253402300800;
 
-/** The numbers of a date and time of four-digit years. */
+/** The numbers of a date and time. */
 struct Calendar
 {
+    /** Of four digits, except in an ISO date. */
     unsigned int year;
     /** 0 to 11. */
     unsigned int month;
@@ -74,12 +77,24 @@ char* writeName(char* to, const char* end, const char* name) noexcept
     return to;
 }
 
-/** "%z": hours and minutes east of Greenwich. */
-char* writeZone(char* to, long secondsEast) noexcept
+/** "%z": hours and minutes east of Greenwich. `separator` is written between them unless it is 0. */
+char* writeZone(char* to, long secondsEast, char separator) noexcept
 {
     *to++ = secondsEast < 0 ? '-' : '+';
     const auto minutes = static_cast<unsigned int>((secondsEast < 0 ? -secondsEast : secondsEast) / 60);
-    return DecimalDigits::writePair(DecimalDigits::writePair(to, minutes / 60), minutes % 60);
+    to = DecimalDigits::writePair(to, minutes / 60);
+    if (separator != 0) {
+        *to++ = separator;
+    }
+    return DecimalDigits::writePair(to, minutes % 60);
+}
+
+/** Writes two digits and a character. */
+char* writePairAnd(char* to, unsigned int number, char c) noexcept
+{
+    to = DecimalDigits::writePair(to, number);
+    *to++ = c;
+    return to;
 }
 
 /**
@@ -111,7 +126,7 @@ std::size_t formatTime(char* text, std::size_t size, const Calendar& time, const
     end = DecimalDigits::writePair(end, time.second);
     *end++ = ' ';
     if (secondsEast != nullptr) {
-        end = writeZone(end, *secondsEast);
+        end = writeZone(end, *secondsEast, 0);
     } else {
         for (const char letter : {'U', 'T', 'C'}) {
             *end++ = letter;
@@ -123,6 +138,82 @@ std::size_t formatTime(char* text, std::size_t size, const Calendar& time, const
     return static_cast<std::size_t>(end - text);
 }
 
+/** Writes a year as four digits or, if it has more or is negative, with a sign. */
+char* writeYear(char* to, long year) noexcept
+{
+    if (year >= 0 && year <= 9999) {
+        to = DecimalDigits::writePair(to, static_cast<unsigned int>(year) / 100);
+        return DecimalDigits::writePair(to, static_cast<unsigned int>(year) % 100);
+    }
+    if (year > 0) {
+        *to++ = '+';
+    }
+    constexpr std::size_t LONGEST = std::numeric_limits<long>::digits10 + 2;
+    return std::to_chars(to, to + LONGEST, year).ptr;
+}
+
+bool isUtc(TimeFormat format) noexcept
+{
+    return format < TimeFormat_OFFSET;
+}
+
+/** Returns the number of digits after the second. */
+unsigned int fractionDigits(TimeFormat format) noexcept
+{
+    switch (format) {
+    case TimeFormat_UTC_MS:
+    case TimeFormat_OFFSET_MS:
+        return 3;
+    case TimeFormat_UTC_US:
+    case TimeFormat_OFFSET_US:
+        return 6;
+    default:
+        return 0;
+    }
+}
+
+}
+
+DateTimeText::DateTimeText(TimeFormat format, std::time_t t, unsigned int microseconds)
+{
+    Calendar time = {};
+    long year = 0;
+    long secondsEast = 0;
+    if (isUtc(format) && t >= 0 && t < END_OF_9999) {
+        time = Calendar::utc(t);
+        year = time.year;
+    } else {
+        std::tm brokenDown;
+        if (isUtc(format)) {
+            sys::System::utctime(brokenDown, t);
+        } else {
+            sys::System::localtime(brokenDown, t);
+        }
+        time = Calendar::of(brokenDown);
+        // Not the number in `time`, which has no sign.
+        year = 1900L + brokenDown.tm_year;
+        secondsEast = brokenDown.tm_gmtoff;
+    }
+    char* end = writeYear(text, year);
+    *end++ = '-';
+    end = writePairAnd(end, time.month + 1, '-');
+    end = writePairAnd(end, time.day, 'T');
+    end = writePairAnd(end, time.hour, ':');
+    end = writePairAnd(end, time.minute, ':');
+    end = DecimalDigits::writePair(end, time.second);
+    if (const unsigned int digits = fractionDigits(format); digits != 0) {
+        *end++ = '.';
+        end = DecimalDigits::writePair(end, microseconds / 10000);
+        end = DecimalDigits::writePair(end, microseconds / 100 % 100);
+        end = DecimalDigits::writePair(end, microseconds % 100);
+        end -= 6 - digits;
+    }
+    if (isUtc(format)) {
+        *end++ = 'Z';
+    } else {
+        end = writeZone(end, secondsEast, ':');
+    }
+    length = static_cast<std::size_t>(end - text);
 }
 
 DateTimeText::DateTimeText(std::time_t t)

@@ -1,22 +1,31 @@
 #ifndef DALNIM_LOG_SRC_DATETIMETEXT_HPP
 #define DALNIM_LOG_SRC_DATETIMETEXT_HPP
 
+#include <dalnim/log/TimeFormat.hpp>
+
 #include <cstddef>
 #include <ctime>
 #include <string_view>
 
 namespace com::kor::dal::nim::log {
 
-/** The date and time of a record, as getDateTime() returns them. Exceptions are those of getDateTime(). */
+/** The date and time of a record. Exceptions are those of getDateTime(). */
 class DateTimeText
 {
 public:
+    /** As getDateTime() returns it. */
     explicit DateTimeText(std::time_t t);
     /**
      * For signal handlers: takes no lock.
      * @param secondsEast  the offset of the local time in seconds, or null for UTC
      */
     DateTimeText(std::time_t t, const long* secondsEast) noexcept;
+    /**
+     * In a form of ISO 8601. Years before 0 or after 9999 have a sign and as many digits as they need.
+     * @param format        not TimeFormat_LOCAL
+     * @param microseconds  the fraction; less than a million
+     */
+    DateTimeText(TimeFormat format, std::time_t t, unsigned int microseconds);
 
     std::string_view view() const noexcept
     {

@@ -5,6 +5,7 @@
 #include <dalnim/log/Common.hpp>
 #include <dalnim/log/Write.hpp>
 #include <dalnim/log/src/DateTimeText.hpp>
+#include <dalnim/log/src/PrefixFormat.hpp>
 #include <dalnim/nsdefs.hpp>
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
@@ -88,8 +89,9 @@ void EvidenceLog::appendPrefix(SafeText& text, const EvidenceOutput::Record& rec
                                ThreadID_t tid) noexcept
 {
     const Write* const write = logger.load(std::memory_order_acquire);
-    const unsigned int mask = write != nullptr ? write->outputMask.load(std::memory_order_relaxed)
-                                               : static_cast<unsigned int>(Mask_ALL);
+    const unsigned int mask = write != nullptr
+                                  ? PrefixFormat::mask(write->prefixFormat.load(std::memory_order_relaxed))
+                                  : static_cast<unsigned int>(Mask_ALL);
     bool isFirst = true;
     const auto field = [&](unsigned int bit) {
         if ((mask & bit) == 0) {

@@ -4,6 +4,7 @@
 
 #include <dalnim/log/src/RecordMutex.hpp>
 #include <dalnim/log/src/SpareHeaders.hpp>
+#include <dalnim/log/src/StatementClock.hpp>
 #include <dalnim/sys/internal/src/TimeZone.hpp>
 #include <qv/pmx/thread_safety.h>
 
@@ -154,10 +155,12 @@ void ForkHandlers::prepare() noexcept
     // Without a deadline, like the mutexes of the lists: no thread blocks while it holds one of these.
     // Without this one, the child could inherit the time zone lock of the C library locked.
     TimeZone::mutex.prepare();
+    StatementClock::mutex.prepare();
 }
 
 void ForkHandlers::afterForkInParent() noexcept
 {
+    StatementClock::mutex.afterForkInParent();
     TimeZone::mutex.afterForkInParent();
     ForkEntry::List::of(ForkEntry::Kind::FILE).afterForkInParent();
     ForkEntry::List::of(ForkEntry::Kind::LOGGER).afterForkInParent();
@@ -167,6 +170,7 @@ void ForkHandlers::afterForkInParent() noexcept
 
 void ForkHandlers::afterForkInChild() noexcept
 {
+    StatementClock::mutex.afterForkInChild();
     TimeZone::mutex.afterForkInChild();
     ForkEntry::List::of(ForkEntry::Kind::FILE).afterForkInChild();
     ForkEntry::List::of(ForkEntry::Kind::LOGGER).afterForkInChild();

@@ -6,11 +6,11 @@
 #include <dalnim/log/src/RecordBuffer.hpp>
 #include <dalnim/log/src/SourcePosition.hpp>
 #include <dalnim/log/src/SpareHeaders.hpp>
+#include <dalnim/log/src/StatementClock.hpp>
 #include <dalnim/log/src/StreamState.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
 
-#include <ctime>
 #include <locale>
 #include <new>
 #include <typeinfo>
@@ -18,19 +18,20 @@
 namespace com::kor::dal::nim::log {
 
 Header::Header(Severity sev, const char* source_file, unsigned int source_line)
-    : std::ostringstream(std::ios_base::out), severity(sev), file(source_file), line(source_line),
-      thread(sys::System::threadId()), when(std::time(nullptr)), copied(false),
-      buffer(std::make_unique<RecordBuffer>()),
+    : std::ostringstream(std::ios_base::out), severity(sev), copied(false), file(source_file),
+      line(source_line), thread(sys::System::threadId()), when(), buffer(std::make_unique<RecordBuffer>()),
       forwarder(std::make_unique<ForwardingBuffer>(*std::ostringstream::rdbuf()))
 {
+    StatementClock::read(when);
     std::ios::rdbuf(forwarder.get());
 }
 
 Header::Header(Origin, Severity sev, const SourcePosition& position)
-    : std::ostringstream(std::ios_base::out), severity(sev), file(position.file), line(position.line),
-      thread(sys::System::threadId()), when(std::time(nullptr)), baseName(position.baseName), copied(false),
+    : std::ostringstream(std::ios_base::out), severity(sev), copied(false), file(position.file),
+      line(position.line), thread(sys::System::threadId()), when(), baseName(position.baseName),
       buffer(std::make_unique<RecordBuffer>()), initialState(connectBuffer())
 {
+    StatementClock::read(when);
 }
 
 std::unique_ptr<StreamState> Header::connectBuffer()
@@ -115,7 +116,7 @@ void Header::start(Severity sev, const SourcePosition& position)
     file = position.file;
     line = position.line;
     baseName = position.baseName;
-    when = std::time(nullptr);
+    StatementClock::read(when);
 }
 
 void Header::followLocale(const std::locale& global)

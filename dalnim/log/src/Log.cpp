@@ -10,6 +10,7 @@
 #include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogText.hpp>
+#include <dalnim/log/src/PrefixFormat.hpp>
 #include <dalnim/log/src/RecordMutex.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
@@ -39,9 +40,13 @@ void Log::log(const Module& mod, const Header& rec, bool force)
 String Log::format(const Module& mod, const Header& rec)
 {
     LineBuffer prefix;
-    // getEscapeControls() casts, so it is called only if the name has something to escape.
-    const bool escapesControls = needsEscape(mod.getName()) && getEscapeControls();
-    RecordPrefix(getOutputMask(), mod, rec, escapesControls).appendTo(prefix);
+    unsigned int format = getOutputMask();
+    bool escapesControls = false;
+    if (PrefixFormat::hasOptions.load(std::memory_order_relaxed)) {
+        format = PrefixFormat::pack(format, getTimeFormat());
+        escapesControls = needsEscape(mod.getName()) && getEscapeControls();
+    }
+    RecordPrefix(format, mod, rec, escapesControls).appendTo(prefix);
     return String(prefix.view());
 }
 

@@ -10,14 +10,14 @@
 
 namespace com::kor::dal::nim::log {
 
-void RecordLine::format(unsigned int outputMask, bool escapesControls)
+void RecordLine::format(unsigned int prefixFormat, bool escapesControls)
 {
     restoreText();
     if (escapesControls) {
-        formatEscaped(outputMask);
+        formatEscaped(prefixFormat);
         return;
     }
-    const RecordPrefix prefix(outputMask, module, record, false);
+    const RecordPrefix prefix(prefixFormat, module, record, false);
     RecordBuffer& memory = record.lineBuffer();
     char* const text = memory.reserveFront(prefix.maxLength());
     end = trimmedLength(memory.text(), 0);
@@ -27,10 +27,10 @@ void RecordLine::format(unsigned int outputMask, bool escapesControls)
     line = std::string_view(begin, static_cast<std::size_t>(text - begin) + end + 1);
 }
 
-void RecordLine::formatEscaped(unsigned int outputMask)
+void RecordLine::formatEscaped(unsigned int prefixFormat)
 {
     escaped.truncate(0);
-    RecordPrefix(outputMask, module, record, true).appendTo(escaped);
+    RecordPrefix(prefixFormat, module, record, true).appendTo(escaped);
     const std::size_t prefixLength = escaped.view().size();
     // Trimmed before it is escaped: escaped white space would not be removed.
     const std::string_view text = record.text();

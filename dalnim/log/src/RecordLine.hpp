@@ -35,10 +35,11 @@ public:
     /**
      * Formats the line, also if it was formatted before with other settings. Exceptions of RecordPrefix
      * propagate.
+     * @param prefixFormat     a PrefixFormat
      * @param escapesControls  whether the text and the name of the module are escaped by appendEscaped()
      * @throws std::bad_alloc if memory runs out
      */
-    void format(unsigned int outputMask, bool escapesControls);
+    void format(unsigned int prefixFormat, bool escapesControls);
     /** Returns the line. Requires format(). */
     std::string_view view() const noexcept
     {
@@ -46,7 +47,7 @@ public:
     }
 
 private:
-    void formatEscaped(unsigned int outputMask);
+    void formatEscaped(unsigned int prefixFormat);
     void restoreText() noexcept;
 
     const Module& module;

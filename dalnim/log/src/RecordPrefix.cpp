@@ -9,6 +9,8 @@
 #include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogText.hpp>
+#include <dalnim/log/src/PrefixFormat.hpp>
+#include <dalnim/log/src/StatementClock.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
 
 #include <cstring>
@@ -66,13 +68,18 @@ private:
 
 }
 
-RecordPrefix::RecordPrefix(unsigned int outputMask, const Module& mod, const Header& rec,
-                           bool escapesControls)
-    : mask(outputMask), bound(FIELD_COUNT + NUMBER_COUNT * DecimalDigits::MAX_LENGTH + TERMINATOR_LENGTH),
+RecordPrefix::RecordPrefix(unsigned int format, const Module& mod, const Header& rec, bool escapesControls)
+    : mask(format), bound(FIELD_COUNT + NUMBER_COUNT * DecimalDigits::MAX_LENGTH + TERMINATOR_LENGTH),
       record(rec)
 {
     if ((mask & Mask_DATETIME) != 0) {
-        count(date.emplace(rec.getWhen()).view());
+        const TimeFormat timeFormat = PrefixFormat::timeFormat(format);
+        if (__builtin_expect(timeFormat == TimeFormat_LOCAL, true)) {
+            date.emplace(rec.getWhen());
+        } else {
+            date.emplace(timeFormat, rec.getWhen(), StatementClock::microseconds(rec.when));
+        }
+        count(date->view());
     }
     if ((mask & Mask_HOSTNAME) != 0) {
         host = count(sys::internal::host_name_text());

@@ -27,9 +27,10 @@ public:
     /**
      * Determines the fields. Exceptions from looking up the host name, the process name or the date
      * propagate.
+     * @param format           a PrefixFormat
      * @param escapesControls  whether the name of the module is escaped by appendEscaped()
      */
-    RecordPrefix(unsigned int outputMask, const Module& mod, const Header& rec, bool escapesControls);
+    RecordPrefix(unsigned int format, const Module& mod, const Header& rec, bool escapesControls);
 
     /** Returns an upper bound of the length. */
     std::size_t maxLength() const noexcept
@@ -48,6 +49,7 @@ private:
         return field;
     }
 
+    /** A PrefixFormat. */
     const unsigned int mask;
     std::size_t bound;
     std::optional<DateTimeText> date;

@@ -41,6 +41,7 @@ constexpr char ALLOWED_FIELDS[] =
     "names separated by white space, out of NONE, DATETIME, TIMEZONE, SEVERITY, "
     "HOSTNAME, PROCESSNAME, PROCESSID, THREADID, MODULENAME, SOURCEFILE and "
     "LINENUMBER";
+constexpr char ALLOWED_TIME_FORMAT[] = "one of LOCAL, UTC, UTC_MS, UTC_US, OFFSET, OFFSET_MS and OFFSET_US";
 constexpr char ALLOWED_SWITCH[] = "true or false";
 
 StringVector words(const String& text)
@@ -266,6 +267,11 @@ constexpr Setting SETTINGS[] = {
     {Control::TAG_RECORD_LOCAL_TIME, nullptr,
      [](const String& value, LogSettings& settings) { return readSwitch(value, settings.localtime); },
      ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.setLocaltime(isTrue(value)); }},
+    {Control::TAG_TIME_FORMAT, nullptr,
+     [](const String& value, LogSettings& settings) {
+         return converts([&] { settings.timeFormat = getTimeFormatId(value); });
+     },
+     ALLOWED_TIME_FORMAT, [](const String& value, Control& logger) { logger.setTimeFormat(value); }},
     {Control::TAG_SEVERITY_MASK, nullptr, readSeverityMask, ALLOWED_SEVERITIES,
      [](const String& value, Control& logger) { logger.setSeverityMask(words(value), true); }},
     {Control::TAG_SEVERITY_ID, Control::TAG_SEVERITY_MASK, readSeverity, ALLOWED_SEVERITY,
@@ -296,8 +302,8 @@ constexpr Setting SETTINGS[] = {
 LogSettings::LogSettings()
     : stream(STD_LOG_STREAMS[0].addr), isStreamNamed(false), severityMask(0),
       minimum(Control::getSeverityDefault()), outputMask(Control::getOutputMaskDefault()), localtime(false),
-      remoteControl(false), escapesControls(false), fallsBack(false), fileMode(Control::MODE_OF_UMASK),
-      maxNumberOfFiles(0), maxFileSize(0)
+      timeFormat(TimeFormat_LOCAL), remoteControl(false), escapesControls(false), fallsBack(false),
+      fileMode(Control::MODE_OF_UMASK), maxNumberOfFiles(0), maxFileSize(0)
 {
 }
 

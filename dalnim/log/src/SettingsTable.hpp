@@ -32,6 +32,7 @@ struct LogSettings
     /** The module filter, without duplicates. */
     std::list<String> modules;
     bool localtime;
+    TimeFormat timeFormat;
     bool remoteControl;
     bool escapesControls;
     bool fallsBack;

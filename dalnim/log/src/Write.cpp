@@ -11,7 +11,9 @@
 #include <dalnim/log/src/ForkHandlers.hpp>
 #include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogText.hpp>
+#include <dalnim/log/src/PrefixFormat.hpp>
 #include <dalnim/log/src/RecordLine.hpp>
+#include <dalnim/log/src/StatementClock.hpp>
 #include <dalnim/log/src/StreamHeader.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/sys/InitLock.hpp>
@@ -47,8 +49,8 @@ void appendText(String& record, std::string_view text, bool escapesControls)
 
 Write::Write()
     : stateSync(false), flagAllowRemoteControl(false), streamHeaderDone(false), escapesControls(false),
-      fallsBack(false), outputMask(getOutputMaskDefault()), severity(getSeverityDefault()),
-      logFile(new LogFile), ownedLogFile(true), fileMode(MODE_OF_UMASK),
+      fallsBack(false), prefixFormat(PrefixFormat::pack(getOutputMaskDefault(), TimeFormat_LOCAL)),
+      severity(getSeverityDefault()), logFile(new LogFile), ownedLogFile(true), fileMode(MODE_OF_UMASK),
       modules(std::make_unique<ModuleRegistration>()),
       forkEntry(std::make_unique<ForkEntry>(ForkEntry::Kind::LOGGER, stateSync))
 {
@@ -56,6 +58,9 @@ Write::Write()
 
 Write::~Write()
 {
+    if (PrefixFormat::needsFraction(prefixFormat.load(std::memory_order_relaxed))) {
+        StatementClock::release();
+    }
     modules.reset();
 }
 
@@ -90,10 +95,11 @@ void Write::log(const Module& mod, const Header& rec, bool force)
 void Write::formatAndLog(const Module& mod, const Header& rec)
 {
     RecordLine line(mod, rec);
-    const unsigned int mask = getOutputMask();
+    // Not getOutputMask(): only a plain Write comes here.
+    const unsigned int format = prefixFormat.load(std::memory_order_acquire);
     const bool escapes = escapesControls.load(std::memory_order_relaxed);
     try {
-        line.format(mask, escapes);
+        line.format(format, escapes);
     } catch (...) {
         // A new output begins with its stream header, also if its first record cannot be formatted.
         const StateHolder holder(stateSync.acquire());
@@ -103,10 +109,10 @@ void Write::formatAndLog(const Module& mod, const Header& rec)
 
     const StateHolder holder(stateSync.acquire());
     const bool hasBegun = beginOutput();
-    const unsigned int currentMask = getOutputMask();
+    const unsigned int currentFormat = prefixFormat.load(std::memory_order_acquire);
     const bool currentEscapes = escapesControls.load(std::memory_order_relaxed);
-    if (currentMask != mask || currentEscapes != escapes) {
-        line.format(currentMask, currentEscapes);
+    if (currentFormat != format || currentEscapes != escapes) {
+        line.format(currentFormat, currentEscapes);
     }
     if (hasBegun) {
         writeLine(line.view());

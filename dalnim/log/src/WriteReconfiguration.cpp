@@ -6,6 +6,7 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <qv/pmx/src/CancellationOff.hpp>
+#include <dalnim/log/src/PrefixFormat.hpp>
 #include <dalnim/log/src/SettingsTable.hpp>
 #include <dalnim/log/src/SettingsText.hpp>
 #include <dalnim/log/src/StreamHeader.hpp>
@@ -160,6 +161,7 @@ void Write::applySettings(const LogSettings& settings)
     changes.add("Fallback", truth(fallsBack), truth(settings.fallsBack));
     changes.add("EscapeControls", truth(escapesControls), truth(settings.escapesControls));
     changes.add("TimestampInLocalTime", truth(getLocaltime()), truth(settings.localtime));
+    changes.add("TimeFormat", getTimeFormatName(getTimeFormat()), getTimeFormatName(settings.timeFormat));
     changes.add("SeverityMask", textOf([&](std::ostream& os) { writeSeverityMask(os, severity.mask()); }),
                 textOf([&](std::ostream& os) { writeSeverityMask(os, settings.severityMask); }));
     changes.add("Severity", getSeverityName(severity.minimum()), getSeverityName(settings.minimum));
@@ -185,10 +187,13 @@ void Write::applySettings(const LogSettings& settings)
     streamHeaderDone = streamHeaderDone && opened.get() == nullptr;
     fileMode = settings.fileMode;
     fallsBack.store(settings.fallsBack, std::memory_order_relaxed);
+    if (settings.escapesControls) {
+        PrefixFormat::hasOptions.store(true, std::memory_order_relaxed);
+    }
     escapesControls.store(settings.escapesControls, std::memory_order_relaxed);
     __atomic_store_n(&LOG_LOCALTIME, settings.localtime, __ATOMIC_RELAXED);
     severity.set(settings.severityMask, settings.minimum);
-    outputMask.store(settings.outputMask, std::memory_order_relaxed);
+    setPrefixFormat(settings.outputMask, settings.timeFormat);
     flagAllowRemoteControl.store(settings.remoteControl, std::memory_order_relaxed);
     holder.release(true);
     // Closes the old output.

@@ -6,6 +6,8 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/PrefixFormat.hpp>
+#include <dalnim/log/src/StatementClock.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/log/src/SettingsText.hpp>
 #include <dalnim/log/src/StreamHeader.hpp>
@@ -145,6 +147,9 @@ bool Control::setEscapeControls(bool on)
 {
     const sys::StackTrack track("setEscapeControls()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     auto& logger = dynamic_cast<Write&>(*this);
+    if (on) {
+        PrefixFormat::hasOptions.store(true, std::memory_order_relaxed);
+    }
     return logger.changeSwitch(logger.escapesControls, on, __LINE__, "EscapeControls");
 }
 
@@ -159,6 +164,53 @@ bool Control::setFallback(bool on)
     const sys::StackTrack track("setFallback()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     auto& logger = dynamic_cast<Write&>(*this);
     return logger.changeSwitch(logger.fallsBack, on, __LINE__, "Fallback");
+}
+
+TimeFormat Control::getTimeFormat() const
+{
+    const auto* const logger = dynamic_cast<const Write*>(this);
+    return logger != nullptr ? PrefixFormat::timeFormat(logger->prefixFormat.load(std::memory_order_relaxed))
+                             : TimeFormat_LOCAL;
+}
+
+void Control::setTimeFormat(TimeFormat format)
+{
+    const sys::StackTrack track("setTimeFormat()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    auto& logger = dynamic_cast<Write&>(*this);
+    if (format > TimeFormat_OFFSET_US) {
+        throw std::out_of_range("Illegal Time Format");
+    }
+    Write::StateHolder holder(logger.stateSync.acquire());
+    const TimeFormat old = logger.getTimeFormat();
+    if (old == format) {
+        return;
+    }
+    logger.setPrefixFormat(PrefixFormat::mask(logger.prefixFormat.load(std::memory_order_relaxed)), format);
+    holder.release(true);
+    logger.reportOldAndNew(__LINE__, "TimeFormat", getTimeFormatName(old), getTimeFormatName(format));
+}
+
+void Control::setTimeFormat(const String& name)
+{
+    const sys::StackTrack track("setTimeFormat()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    setTimeFormat(getTimeFormatId(name));
+}
+
+void Write::setPrefixFormat(unsigned int mask, TimeFormat format) noexcept
+{
+    const unsigned int changed = PrefixFormat::pack(mask, format);
+    if (format != TimeFormat_LOCAL) {
+        PrefixFormat::hasOptions.store(true, std::memory_order_relaxed);
+    }
+    // First, so that the clock does not stop reading fractions in between.
+    if (PrefixFormat::needsFraction(changed)) {
+        StatementClock::acquire();
+    }
+    // Released, so that a record in this format finds that fractions are being read.
+    const unsigned int old = prefixFormat.exchange(changed, std::memory_order_acq_rel);
+    if (PrefixFormat::needsFraction(old)) {
+        StatementClock::release();
+    }
 }
 
 unsigned int Control::getFileMode() const
@@ -282,7 +334,7 @@ void Write::setStream(std::ios& stream)
 
 unsigned int Write::getOutputMask() const
 {
-    return outputMask.load(std::memory_order_relaxed);
+    return PrefixFormat::mask(prefixFormat.load(std::memory_order_relaxed));
 }
 
 void Write::setOutputMask(unsigned int newMask)
@@ -296,7 +348,7 @@ void Write::setOutputMask(unsigned int newMask)
     if (old == newMask) {
         return;
     }
-    outputMask.store(newMask, std::memory_order_relaxed);
+    setPrefixFormat(newMask, getTimeFormat());
     holder.release(true);
     reportChange(__LINE__, OUTPUT_MASK_SETTING, [old, newMask](std::ostream& os) {
         writeOutputMask(os << CHANGE_REPORT_OLD_VALUE, old) << std::endl;
