@@ -73,9 +73,10 @@ void logWarnings(const std::string& warnings)
 }
 
 Host::Host(const Options& given)
-    : options(given), signals(counters), configuration(options.config, Configuration::AT_START),
-      adapters(loadAdapters()), plugins(configuration), monitor(counters, stop),
-      monitorThread(monitor, false, "monitor"), endLimit(configuration.endLimit())
+    : options(given), serviceManager(counters), signals(counters),
+      configuration(options.config, Configuration::AT_START), adapters(loadAdapters()),
+      plugins(configuration), monitor(counters, stop), monitorThread(monitor, false, "monitor"),
+      endLimit(configuration.endLimit())
 {
     stop.requestsLeft = options.records != 0 ? static_cast<std::int64_t>(options.records)
                                              : std::numeric_limits<std::int64_t>::max();
@@ -174,6 +175,7 @@ int Host::run()
     if (started) {
         waitForEnd();
         signals.endRun();
+        serviceManager.reportStopping(std::string("Ends: ") + endReason());
         logSafely(
             [&] { NIM_LOG(Severity_NOTICE) << "nimhost ends after " << seconds() << " s: " << endReason(); });
     }
@@ -206,6 +208,7 @@ bool Host::start()
         reportError(exc.what(), 2);
         return false;
     }
+    serviceManager.reportReady("Answers requests");
     return true;
 }
 
@@ -253,6 +256,7 @@ void Host::waitForEnd()
     const bool terminal = !results && isatty(STDOUT_FILENO) != 0;
     while (!atEnd()) {
         const SignalWatch::Arrived arrived = signals.wait(PROGRESS_INTERVAL);
+        serviceManager.keepAlive();
         if (terminal) {
             showProgress(std::cout, seconds(), counters, traces.rotations());
         }
@@ -285,19 +289,26 @@ void Host::reloadConfiguration()
 {
     // If the new configuration is invalid, the current one stays in effect unchanged, and the exit status
     // is 2.
+    serviceManager.reportReloading();
     try {
         const Configuration fresh(options.config, Configuration::WHILE_RUNNING);
         checkStatusPath(fresh.logPath());
         fresh.check(sourceNames());
-        applyConfiguration(fresh);
+        const std::size_t ignored = applyConfiguration(fresh);
         ++counters.configurationsReloaded;
+        serviceManager.reportReady(ignored == 0
+                                       ? "Answers requests, has reloaded its configuration"
+                                       : "Answers requests, has reloaded its configuration except for "
+                                             + std::to_string(ignored) + " settings that require a restart");
     } catch (...) {
         ++counters.configurationsRejected;
-        keepConfiguration(currentFailure());
+        const std::string why = currentFailure();
+        keepConfiguration(why);
+        serviceManager.reportReady("Answers requests, keeps its configuration: " + why);
     }
 }
 
-void Host::applyConfiguration(const Configuration& fresh)
+std::size_t Host::applyConfiguration(const Configuration& fresh)
 {
     fresh.configureLog();
     logWatch.setConfiguration(fresh);
@@ -324,6 +335,7 @@ void Host::applyConfiguration(const Configuration& fresh)
         NIM_LOG(Severity_NOTICE) << "nimhost has reloaded " << options.config << ", except for "
                                  << ignored.size() << " settings that require a restart";
     }
+    return ignored.size();
 }
 
 void Host::keepConfiguration(const std::string& why)
@@ -377,6 +389,7 @@ bool Host::waitForAnswers()
     const Clock::time_point endBegan = Clock::now();
     while (!isAllAnswered() || !isPoolQuiet()) {
         handleSignals(signals.wait(END_INTERVAL));
+        serviceManager.keepAlive();
         if (recorder) {
             recorder->update(seconds());
         }

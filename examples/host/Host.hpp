@@ -9,6 +9,7 @@
 #include "PluginTable.hpp"
 #include "Results.hpp"
 #include "RotationTraces.hpp"
+#include "ServiceManager.hpp"
 #include "SignalWatch.hpp"
 #include "Source.hpp"
 #include "StatusRecorder.hpp"
@@ -67,7 +68,8 @@ private:
     void handleSignals(const SignalWatch::Arrived& arrived);
 
     void reloadConfiguration();
-    void applyConfiguration(const Configuration& fresh);
+    /** Applies the settings of a configuration. Returns the number of those that require a restart. */
+    std::size_t applyConfiguration(const Configuration& fresh);
     void keepConfiguration(const std::string& why);
 
     void shutDown();
@@ -86,6 +88,8 @@ private:
 
     const Options& options;
     Counters counters;
+    // Changes the environment, and therefore constructed before all threads.
+    ServiceManager serviceManager;
     // Constructed before everything that may block or start a thread.
     SignalWatch signals;
     Stop stop;

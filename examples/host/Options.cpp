@@ -12,7 +12,7 @@ namespace nimhost {
 
 const char USAGE[] =
     "usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N]\n"
-    "               [--status FILE] [DOCUMENT...]\n"
+    "               [--service] [--status FILE] [DOCUMENT...]\n"
     "\n"
     "Answers the requests in XML documents with plug-ins, and writes the results to standard output.\n"
     "If DOCUMENT is \"-\", reads standard input. Without documents, generates requests in sources, which\n"
@@ -23,12 +23,14 @@ const char USAGE[] =
     "                 documents)\n"
     "  --seconds S    stop after S seconds\n"
     "  --records N    stop after N requests of the sources\n"
+    "  --service      set no limit: run the sources until a signal\n"
     "  --status FILE  write an HTML page about the run, once per second\n"
     "  --help         print this help\n"
     "\n"
     "Sources without a limit run for five seconds. SIGHUP reloads the configuration. SIGINT and SIGTERM\n"
     "shut the host down: submitted requests are answered, all others are dropped, and have a result\n"
-    "with that status. A second signal ends it immediately.\n"
+    "with that status. A second signal ends it immediately. Start, reloads, shutdown and progress are\n"
+    "reported to the service manager, if NOTIFY_SOCKET is set.\n"
     "\n"
     "Exit status: 0 if all is well; 1 if a document was rejected, one of its requests failed, anything\n"
     "was dropped, or the results, the summary or the last page could not be written; 2 if the command\n"
@@ -66,12 +68,13 @@ std::string requireText(const char* option, const char* text)
 Options Options::parse(int argc, char** argv)
 {
     // Index in the table below + 1.
-    enum { CONFIG = 1, THREADS, SECONDS, RECORDS, STATUS, HELP };
+    enum { CONFIG = 1, THREADS, SECONDS, RECORDS, SERVICE, STATUS, HELP };
     static const option long_options[] = {
         {"config", required_argument, nullptr, CONFIG},
         {"threads", required_argument, nullptr, THREADS},
         {"seconds", required_argument, nullptr, SECONDS},
         {"records", required_argument, nullptr, RECORDS},
+        {"service", no_argument, nullptr, SERVICE},
         {"status", required_argument, nullptr, STATUS},
         {"help", no_argument, nullptr, HELP},
         {nullptr, 0, nullptr, 0},
@@ -99,6 +102,9 @@ Options Options::parse(int argc, char** argv)
         case RECORDS:
             options.records = parseNumber("records", optarg, std::uint64_t(1000000000000));
             break;
+        case SERVICE:
+            options.service = true;
+            break;
         case STATUS:
             options.status = requireText("status", optarg);
             break;
@@ -115,6 +121,9 @@ Options Options::parse(int argc, char** argv)
     if (std::count(options.documents.begin(), options.documents.end(), "-") > 1) {
         throw UsageError("standard input, \"-\", is given twice");
     }
+    if (options.service && (options.seconds != 0 || options.records != 0)) {
+        throw UsageError("--service sets no limit: it excludes --seconds and --records");
+    }
     if (options.records != 0 && options.threads == 0 && !options.documents.empty()) {
         throw UsageError("--records limits the sources: with documents, it requires --threads");
     }
@@ -125,7 +134,7 @@ Options Options::parse(int argc, char** argv)
         using com::kor::dal::nim::sys::System;
         options.config = System::getProcessPath(System::DIRECTORY_PATH_ONLY) + "/host.properties";
     }
-    if (options.threads != 0 && options.seconds == 0 && options.records == 0) {
+    if (options.threads != 0 && options.seconds == 0 && options.records == 0 && !options.service) {
         options.seconds = DEFAULT_SECONDS;
     }
     return options;

@@ -26,6 +26,8 @@ struct Options
     unsigned int seconds = 0;
     /** Total number of requests of the sources, each of which is logged; 0 means no limit. */
     std::uint64_t records = 0;
+    /** Whether the sources have no limit, and run until a signal ends them. */
+    bool service = false;
     /** Path of the status page; empty for none. */
     std::string status;
     /** Paths of documents; "-" means standard input. */
@@ -33,7 +35,8 @@ struct Options
     bool help = false;
 
     /**
-     * Parses the command line. If there are sources and no limit is given, the run lasts five seconds.
+     * Parses the command line. If there are sources, no limit is given, and the host is not run as a service,
+     * the run lasts five seconds.
      * @throws UsageError if it is invalid
      */
     static Options parse(int argc, char** argv);
