@@ -10,6 +10,7 @@
 #include <dalnim/String.hpp>
 #include <dalnim/nsdefs.hpp>
 
+#include <dalnim/sys/CrashReport.hpp>
 #include <dalnim/sys/DynLibrary.hpp>
 #include <dalnim/sys/DynLoaderMgr.hpp>
 #include <dalnim/sys/DynSymbol.hpp>
