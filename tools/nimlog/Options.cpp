@@ -50,6 +50,7 @@ const char USAGE[] =
     "      --count BY       print the number of records by severity, module, thread or hour\n"
     "      --json           print each record as one line of JSON\n"
     "      --unescape       undo the escapes of a log that escapes control characters\n"
+    "      --resolve        append functions and lines to the backtraces of reports of crashes\n"
     "      --color WHEN     colour severities: auto (on a terminal), always or never\n"
     "      --mask MASK      fields of records before the first stream header, for example\n"
     "                       DATETIME,MODULENAME,SEVERITY or 0x85 (default: ALL)\n"
@@ -179,7 +180,7 @@ bool colorOf(const std::string& when)
 
 Options Options::parse(int argc, char** argv)
 {
-    enum { SINCE = 256, UNTIL, COUNT, JSON, UNESCAPE, COLOR, MASK, CONFIG };
+    enum { SINCE = 256, UNTIL, COUNT, JSON, UNESCAPE, RESOLVE, COLOR, MASK, CONFIG };
     nimtools::CommandLine line(argc, argv,
                                {{"follow", 'f', false},
                                 {"severity", 's', true},
@@ -195,6 +196,7 @@ Options Options::parse(int argc, char** argv)
                                 {"count", COUNT, true},
                                 {"json", JSON, false},
                                 {"unescape", UNESCAPE, false},
+                                {"resolve", RESOLVE, false},
                                 {"color", COLOR, true},
                                 {"mask", MASK, true},
                                 {"config", CONFIG, true},
@@ -247,6 +249,9 @@ Options Options::parse(int argc, char** argv)
             break;
         case UNESCAPE:
             options.unescape = true;
+            break;
+        case RESOLVE:
+            options.resolve = true;
             break;
         case COLOR:
             options.color = colorOf(line.value());

@@ -38,6 +38,7 @@ struct Options
     bool json = false;
     bool color = false;
     bool unescape = false;
+    bool resolve = false;
     bool help = false;
     bool version = false;
 

@@ -2,6 +2,7 @@
 #include "LastRecords.hpp"
 #include "Logs.hpp"
 #include "Options.hpp"
+#include "Resolver.hpp"
 #include "Sinks.hpp"
 #include "Unescaper.hpp"
 
@@ -45,6 +46,10 @@ Status NimLog::work(int argc, char** argv)
         sink = &counts;
     } else if (options.json) {
         sink = &json;
+    }
+    Resolver resolver(*sink, [this](const std::string& message) { warn(message); });
+    if (options.resolve && !isCounting) {
+        sink = &resolver;
     }
     LastRecords last(options.last.value_or(0), *sink);
     Filter filter(options, options.last ? static_cast<RecordSink&>(last) : *sink);

@@ -21,7 +21,7 @@ _nimlog()
                 mapfile -t COMPREPLY < <(compgen -f -- "$current")
                 return
             fi
-            words='--follow --severity --module --thread --since --until --where --grep --fixed-strings --ignore-case --last --count --json --unescape
+            words='--follow --severity --module --thread --since --until --where --grep --fixed-strings --ignore-case --last --count --json --unescape --resolve
                 --color --mask --config --help --version'
             ;;
     esac
