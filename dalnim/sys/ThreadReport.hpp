@@ -56,7 +56,7 @@ public:
         bool hasTask;
         TaskID_t taskId;
         String taskName;
-        /** The demangled name of the task's class. */
+        /** The demangled name of the class of the task's target, or of the task if it is its own target. */
         String taskType;
         /** Whether it runs a task of a pool. */
         bool hasPool;

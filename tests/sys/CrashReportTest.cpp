@@ -93,7 +93,7 @@ TEST_F(CrashReportTest, RecordContainsSignalThreadAndTracks)
     EXPECT_EQ(128 + SIGSEGV, run.status);
     const std::string report = run.report();
     EXPECT_THAT(report, ContainsRegex("^[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9 ][0-9] [0-9:]* UTC [0-9]* [^ ]* "
-                                      "crash_probe [0-9]* [0-9]* com.kor.dal.nim FATAL sys/src/CrashReport "
+                                      "crash_probe [0-9]* [0-9]* com.kor.dal.nim FATAL CrashReport "
                                       "[0-9]* : Crash: SIGSEGV \\(11\\), no memory is mapped there, address "
                                       "0x10, code 1\n"
                                       "  process [0-9]*, thread [0-9]* \"crash_probe\", time "
@@ -246,7 +246,7 @@ TEST_F(CrashReportTest, TaskPoolAndTokenAreReported)
     const Crash run("task");
     EXPECT_EQ(128 + SIGSEGV, run.status);
     EXPECT_THAT(run.report(),
-                ContainsRegex("\n    task [0-9]* \"import\" \\(N3com3kor3dal3nim2mt4TaskE\\) of pool [0-9]* "
+                ContainsRegex("\n    task [0-9]* \"import\" \\(N12_GLOBAL__N_14WorkE\\) of pool [0-9]* "
                               "\"requests\"\n"
                               "    security token N12_GLOBAL__N_19UserTokenE\n"
                               "    \\[2\\] inner\\(\\):12:13\n"

@@ -273,14 +273,14 @@ TEST_F(ThreadReportTest, WaitingThreadReportsTracksTaskPoolAndToken)
     EXPECT_TRUE(entry.hasTask);
     EXPECT_EQ(task.taskId(), entry.taskId);
     EXPECT_EQ("import", entry.taskName);
-    EXPECT_EQ("com::kor::dal::nim::mt::Task", entry.taskType);
+    EXPECT_EQ("(anonymous namespace)::Work", entry.taskType);
     EXPECT_TRUE(entry.hasPool);
     EXPECT_EQ(pool.poolId(), entry.poolId);
     EXPECT_EQ("requests", entry.poolName);
     EXPECT_EQ("(anonymous namespace)::UserToken", entry.tokenType);
     const std::string head = "  thread " + std::to_string(tid) + " \"busy bee\", state ";
     const std::string body = "    task " + std::to_string(task.taskId())
-                             + " \"import\" (com::kor::dal::nim::mt::Task) of pool "
+                             + " \"import\" ((anonymous namespace)::Work) of pool "
                              + std::to_string(pool.poolId())
                              + " \"requests\"\n"
                                "    security token (anonymous namespace)::UserToken\n"

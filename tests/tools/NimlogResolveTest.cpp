@@ -86,13 +86,32 @@ TEST_F(NimlogResolveTest, FramesGetTheirFunctionsAndLines)
     EXPECT_THAT(result.output, EndsWith("\n  end of report\n"));
 }
 
+TEST_F(NimlogResolveTest, NamesOfClassesAreDemangled)
+{
+    const std::string report = "global FATAL : Crash: SIGSEGV\n"
+                               "    task 12 \"import\" (%s) of pool 3 \"requests\"\n"
+                               "    security token %s\n"
+                               "    thread 4 \"x\", task 13 \"y\" (%s)\n"
+                               "    thread 5 \"x (3Foo\n";
+    const auto with = [&report](const std::string& name) {
+        std::string text = report;
+        for (std::size_t at; (at = text.find("%s")) != std::string::npos;) {
+            text.replace(at, 2, name);
+        }
+        return text;
+    };
+    write("app.log", with("N3foo3BarE"));
+    expectResult(run("--mask MODULENAME,SEVERITY --resolve app.log"), 0, with("foo::Bar"), "");
+    expectResult(run("--mask MODULENAME,SEVERITY app.log"), 0, with("N3foo3BarE"), "");
+}
+
 TEST_F(NimlogResolveTest, JsonContainsTheResolvedReport)
 {
     if (!hasTool()) {
         GTEST_SKIP() << "addr2line is missing";
     }
     const Result result = run("--severity fatal --resolve --json app.log");
-    EXPECT_THAT(result.output, AllOf(HasSubstr("\"severity\":\"FATAL\",\"source\":\"sys/src/CrashReport\""),
+    EXPECT_THAT(result.output, AllOf(HasSubstr("\"severity\":\"FATAL\",\"source\":\"CrashReport\""),
                                      HasSubstr(" in main at ")));
 }
 

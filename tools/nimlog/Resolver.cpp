@@ -2,6 +2,7 @@
 
 #include "BuildId.hpp"
 
+#include <dalnim/sys/SysError.hpp>
 #include <support/Descriptor.hpp>
 
 #include <algorithm>
@@ -94,6 +95,26 @@ std::string outputOf(const std::vector<std::string>& command, bool& isFound)
     return text;
 }
 
+/** Replaces the mangled names of a line: that of a task's class in parentheses, and that of a token's. */
+std::string demangled(std::string_view line)
+{
+    constexpr std::string_view TASK = "\" (";
+    constexpr std::string_view TOKEN = "    security token ";
+    std::size_t begin = line.find(TASK);
+    std::size_t end = line.find(')', begin);
+    if (line.substr(0, TOKEN.size()) == TOKEN) {
+        begin = TOKEN.size();
+        end = line.size();
+    } else if (begin == std::string_view::npos || end == std::string_view::npos) {
+        return std::string(line);
+    } else {
+        begin += TASK.size();
+    }
+    const std::string name(line.substr(begin, end - begin));
+    return std::string(line.substr(0, begin)) + com::kor::dal::nim::sys::demangle(name.c_str())
+           + std::string(line.substr(end));
+}
+
 /**
  * Splits the output of a tool: for each address a line "0x...", then two lines for each function, its name
  * and its place; inlined functions first.
@@ -154,7 +175,7 @@ void Resolver::consume(const Record& record)
     auto frame = frames.begin();
     for (std::size_t i = 0; i < lines.size(); ++i) {
         text += i == 0 ? "" : "\n";
-        text += lines[i];
+        text += i == 0 ? std::string(lines[i]) : demangled(lines[i]);
         if (frame != frames.end() && frame->line == i) {
             text += frame->location;
             ++frame;

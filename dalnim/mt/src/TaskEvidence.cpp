@@ -78,7 +78,7 @@ void TaskEvidence::describeTask(ThreadAnswer& answer, const void* task) noexcept
     if (copy.get() != nullptr) {
         answer.taskId = copy.get()->_id;
         SafeMemory::readText(answer.taskName, sizeof answer.taskName, copy.get()->_name.data());
-        SafeMemory::readTypeName(answer.taskType, sizeof answer.taskType, task);
+        SafeMemory::readTypeName(answer.taskType, sizeof answer.taskType, copy.get()->_target);
     }
 }
 

@@ -113,7 +113,7 @@ void report(const CrashCause& cause, std::uint32_t line) noexcept
         char* const record = report_memory + TEXT_SIZE;
         SafeText text(report_memory, TEXT_SIZE);
         CrashText::append(text, cause, thread_timeout_ms, record + RECORD_SIZE, runPart);
-        EvidenceOutput::writeRecord({"FATAL", "sys/src/CrashReport", line}, text.view(), record, RECORD_SIZE);
+        EvidenceOutput::writeRecord({"FATAL", "CrashReport", line}, text.view(), record, RECORD_SIZE);
         reporter.store(0, std::memory_order_release);
     }
     // The process may end when this thread continues.

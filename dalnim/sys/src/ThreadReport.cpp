@@ -56,7 +56,7 @@ void writeReport(int, siginfo_t*, void* context)
     if (descriptor != -1) {
         EvidenceOutput::write(descriptor, text.view());
     } else {
-        EvidenceOutput::writeRecord({"NOTICE", "sys/src/ThreadReport", __LINE__}, text.view(),
+        EvidenceOutput::writeRecord({"NOTICE", "ThreadReport", __LINE__}, text.view(),
                                     memory + REPORT_SIZE / 2, REPORT_SIZE / 2);
     }
     is_reporting.store(false, std::memory_order_release);

@@ -25,7 +25,7 @@ public:
     struct Record
     {
         const char* severity;
-        /** Source file without an ending, such as "sys/src/Name". */
+        /** Source file without directories and ending. */
         const char* source;
         std::uint32_t line;
     };

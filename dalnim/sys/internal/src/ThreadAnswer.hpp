@@ -67,7 +67,7 @@ struct ThreadAnswer
     bool hasTask;
     bool hasPool;
     char taskName[TEXT_SIZE];
-    /** Mangled. */
+    /** The class of the task's target, mangled. */
     char taskType[TEXT_SIZE];
     char poolName[TEXT_SIZE];
     /** Mangled; empty if the thread's context contains no security token. */
