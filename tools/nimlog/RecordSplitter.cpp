@@ -166,7 +166,8 @@ void RecordSplitter::processPart(std::size_t begin, std::string_view part, const
     } else {
         continueRecord(begin, withoutPriority(part));
     }
-    watchReport(begin, withoutPriority(part));
+    const std::string_view line = withoutPriority(part);
+    watchReport(begin, line, found.isFound ? found.fields.length - (part.size() - line.size()) : 0);
 }
 
 void RecordSplitter::parse(std::string_view line, Prefix& into)
@@ -244,10 +245,13 @@ void RecordSplitter::continueRecord(std::size_t begin, std::string_view line)
     }
 }
 
-/** Follows a report of a changed mask: its title, the old mask and the new mask are on three lines. */
-void RecordSplitter::watchReport(std::size_t begin, std::string_view line)
+/**
+ * Follows a report of a changed mask: its title, the old mask and the new mask are on three lines.
+ * @param textBegin the length of the prefix; 0 if the line has none
+ */
+void RecordSplitter::watchReport(std::size_t begin, std::string_view line, std::size_t textBegin)
 {
-    if (watchReconfiguration(begin, line)) {
+    if (watchReconfiguration(begin, line, textBegin)) {
         return;
     }
     unsigned int mask = 0;
@@ -272,11 +276,12 @@ void RecordSplitter::watchReport(std::size_t begin, std::string_view line)
 }
 
 /** Follows a report of several changed settings. Returns false if the line is not a part of one. */
-bool RecordSplitter::watchReconfiguration(std::size_t begin, std::string_view line)
+bool RecordSplitter::watchReconfiguration(std::size_t begin, std::string_view line, std::size_t textBegin)
 {
     unsigned int mask = 0;
-    const std::size_t title = line.find(RECONFIGURATION_TITLE);
-    if (title != std::string_view::npos) {
+    // Without a known prefix, which a new mask changes, the whole line must be searched.
+    const std::size_t title = textBegin == 0 ? line.find(RECONFIGURATION_TITLE) : textBegin;
+    if (title != std::string_view::npos && beginsWith(line.substr(title), RECONFIGURATION_TITLE)) {
         reportBegin = begin;
         report = IN_RECONFIGURATION;
         const std::string_view settings = line.substr(title);

@@ -84,8 +84,8 @@ private:
     std::size_t findEmbedded(std::string_view line, const Prefix& outer);
     bool followsFragment(std::string_view fragment, const Prefix& outer) const;
     void continueRecord(std::size_t begin, std::string_view line);
-    void watchReport(std::size_t begin, std::string_view line);
-    bool watchReconfiguration(std::size_t begin, std::string_view line);
+    void watchReport(std::size_t begin, std::string_view line, std::size_t textBegin);
+    bool watchReconfiguration(std::size_t begin, std::string_view line, std::size_t textBegin);
     void changeMask(unsigned int mask);
     void beginRecord(std::size_t begin, const Fields& fields, bool hasPrefix);
     void emit(std::size_t end);
