@@ -18,7 +18,6 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/dalnimConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/dalnimConfig.cmake ${PROJECT_BINARY_DIR}/dalnimConfigVersion.cmake
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/dalnim COMPONENT dev)
 
-file(RELATIVE_PATH DALNIM_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/dalnim.pc.in ${PROJECT_BINARY_DIR}/dalnim.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/dalnim.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 

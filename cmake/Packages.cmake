@@ -13,6 +13,9 @@ set(CPACK_PACKAGE_NAME dalnim)
 set(CPACK_PACKAGE_VENDOR "the dalnim authors")
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_COMPONENTS_ALL runtime dev tools doc)
+if(TARGET dalnim_journal)
+    list(APPEND CPACK_COMPONENTS_ALL journal journaldev)
+endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_STRIP_FILES ON)
@@ -80,7 +83,33 @@ This package contains the guides, the reference of the public headers, and the
 sources of the guides' programs and of an example host, which build against
 libdalnim-dev.")
 
+set(journal_package libdalnim-journal${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_JOURNAL_PACKAGE_NAME ${journal_package})
+set(CPACK_DEBIAN_JOURNAL_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_JOURNAL_PACKAGE_CONTROL_EXTRA
+    ${debian}/triggers ${PROJECT_BINARY_DIR}/debian/journal/shlibs)
+set(CPACK_DEBIAN_JOURNAL_DESCRIPTION
+"foundation classes for server processes - systemd journal
+${about}
+
+This package contains a library with a logger for the systemd journal.")
+
+set(CPACK_DEBIAN_JOURNALDEV_PACKAGE_NAME libdalnim-journal-dev)
+set(CPACK_DEBIAN_JOURNALDEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_JOURNALDEV_PACKAGE_DEPENDS
+    "${journal_package} (= ${package_version}), libdalnim-dev (= ${package_version})")
+set(CPACK_DEBIAN_JOURNALDEV_PACKAGE_SUGGESTS dalnim-doc)
+set(CPACK_DEBIAN_JOURNALDEV_DESCRIPTION
+"foundation classes for server processes - systemd journal, development
+${about}
+
+This package contains the header of the logger for the systemd journal, and
+the files for CMake and pkg-config.")
+
+set(shlibs_library libdalnim)
 configure_file(${debian}/shlibs.in ${PROJECT_BINARY_DIR}/debian/shlibs @ONLY)
+set(shlibs_library libdalnim-journal)
+configure_file(${debian}/shlibs.in ${PROJECT_BINARY_DIR}/debian/journal/shlibs @ONLY)
 # CPack passes only variables that start with CPACK_ to the scripts above.
 set(CPACK_DALNIM_SOURCE ${PROJECT_SOURCE_DIR})
 set(CPACK_DALNIM_BINARY ${PROJECT_BINARY_DIR})
