@@ -1,12 +1,15 @@
 #include <dalnim/journal/JournalLog.hpp>
 
+#include <dalnim/log/FieldReader.hpp>
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <qv/pmx/src/CancellationOff.hpp>
 
 #include <cctype>
+#include <cstddef>
 #include <string>
+#include <string_view>
 #include <sys/uio.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -44,6 +47,24 @@ int priorityOf(log::Severity severity)
     }
 }
 
+/** Prefix of the names that programs choose, which can then not collide with the other names. */
+const char FIELD_PREFIX[] = "F_";
+/** The journal ignores fields with longer names. */
+constexpr std::size_t MAX_NAME = 64;
+/** A message has 1,024 parts at most, of which libsystemd uses up to five for each field. */
+constexpr unsigned int MAX_FIELDS = 100;
+
+/** Returns the name in the journal, which consists of capital letters, digits and "_". */
+String journalName(std::string_view field)
+{
+    String name = FIELD_PREFIX;
+    for (const char character : field.substr(0, MAX_NAME - name.size())) {
+        const auto byte = static_cast<unsigned char>(character);
+        name += std::isalnum(byte) != 0 ? static_cast<char>(std::toupper(byte)) : '_';
+    }
+    return name;
+}
+
 String trimmed(String text)
 {
     while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())) != 0) {
@@ -56,13 +77,21 @@ String trimmed(String text)
 class Entry
 {
 public:
-    void add(const char* name, const String& value)
+    void add(const String& name, const String& value)
     {
-        fields.push_back(name + ('=' + value));
+        fields.push_back(name + '=' + value);
     }
     void add(const String& field)
     {
         fields.push_back(field);
+    }
+    /** Adds the fields in the text of a record. */
+    void addFieldsOf(const String& text)
+    {
+        log::FieldReader reader(text);
+        for (unsigned int i = 0; i < MAX_FIELDS && reader.next(); ++i) {
+            add(journalName(reader.name()), reader.value());
+        }
     }
 
     /** Returns 0, or a negative error number. */
@@ -103,8 +132,9 @@ void JournalLog::log(const log::Module& mod, const log::Header& rec, bool force)
 
 bool JournalLog::send(const log::Module& mod, const log::Header& rec) const
 {
+    const String text = trimmed(rec.str());
     Entry entry;
-    entry.add("MESSAGE", trimmed(rec.str()));
+    entry.add("MESSAGE", text);
     entry.add("PRIORITY", std::to_string(priorityOf(rec.getSeverityId())));
     entry.add(identifierField);
     if (rec.getFile() != nullptr) {
@@ -114,6 +144,7 @@ bool JournalLog::send(const log::Module& mod, const log::Header& rec) const
     entry.add("TID", std::to_string(rec.getThread()));
     entry.add("DALNIM_MODULE", mod.getName());
     entry.add("DALNIM_SEVERITY", rec.getSeverityName());
+    entry.addFieldsOf(text);
     // sd_journal_sendv() drops an entry and reports success if there is no journal.
     return access(JOURNAL_SOCKET, F_OK) == 0 && entry.send() >= 0;
 }

@@ -60,7 +60,7 @@ protected:
             const JournalSocket journal;
             const std::string text(600, 't');
             const auto log = [&](const std::unique_ptr<Logger>& logger) {
-                NIM_LOG_TO(logger->module, Severity_ERROR) << text << "\nsecond line";
+                NIM_LOG_TO(logger->module, Severity_ERROR) << text << "\nname=value";
             };
             const auto check = [&](const std::unique_ptr<Logger>& logger, bool done) {
                 const std::string written = logger->fallback.str();
@@ -69,9 +69,9 @@ protected:
                     EXPECT_FALSE(journal.hasEntry());
                     EXPECT_EQ("", written);
                 } else if (mayFallBack && !journal.hasEntry()) {
-                    EXPECT_EQ(" : " + text + "\nsecond line\n", written);
+                    EXPECT_EQ(" : " + text + "\nname=value\n", written);
                 } else {
-                    EXPECT_EQ(text + "\nsecond line", journal.next()["MESSAGE"]);
+                    EXPECT_EQ(text + "\nname=value", journal.next()["MESSAGE"]);
                     EXPECT_FALSE(journal.hasEntry());
                     EXPECT_EQ("", written);
                 }

@@ -5,6 +5,7 @@
 #include <dalnim/journal/JournalLog.hpp>
 
 #include <dalnim/io/Properties.hpp>
+#include <dalnim/log/Field.hpp>
 #include <dalnim/log/Header.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Statement.hpp>
@@ -139,6 +140,47 @@ TEST_F(JournalLogTest, EmptyTextIsAnEntryWithAnEmptyMessage)
         const Fields entry = journal.next();
         ASSERT_EQ(1U, entry.count("MESSAGE"));
         EXPECT_EQ("", entry.at("MESSAGE"));
+    });
+}
+
+TEST_F(JournalLogTest, FieldsOfTheTextAreFieldsOfTheEntry)
+{
+    using com::kor::dal::nim::log::field;
+    withJournal([](const JournalSocket& journal, JournalLog&, Module& disks) {
+        NIM_LOG_TO(disks, Severity_ERROR)
+            << "payment failed" << field("user", 17) << field("reason", "card\n\"expired\"")
+            << field("http.status-code", 402) << field("_PID", 1) << field("message", "forged")
+            << field("empty", "") << field("user", 18);
+        Fields entry = journal.next();
+        EXPECT_EQ("payment failed user=17 reason=\"card\\n\\\"expired\\\"\" http.status-code=402 _PID=1 "
+                  "message=forged empty=\"\" user=18",
+                  entry["MESSAGE"]);
+        EXPECT_EQ("17|18", entry["F_USER"]);
+        EXPECT_EQ("card\n\"expired\"", entry["F_REASON"]);
+        EXPECT_EQ("402", entry["F_HTTP_STATUS_CODE"]);
+        EXPECT_EQ("1", entry["F__PID"]);
+        EXPECT_EQ("forged", entry["F_MESSAGE"]);
+        EXPECT_EQ(1U, entry.count("F_EMPTY"));
+        EXPECT_EQ(14U, entry.size());
+    });
+}
+
+TEST_F(JournalLogTest, NamesAndNumberOfFieldsAreLimited)
+{
+    using com::kor::dal::nim::log::field;
+    withJournal([](const JournalSocket& journal, JournalLog&, Module& disks) {
+        NIM_LOG_TO(disks, Severity_ERROR) << "text" << field(std::string(100, 'n'), 1);
+        EXPECT_EQ("1", journal.next()["F_" + std::string(62, 'N')]);
+        std::string text;
+        for (int i = 0; i < 2000; ++i) {
+            // A value with a newline takes the largest number of parts of the message.
+            text += "name" + std::to_string(i) + "=\"1\\n2\" ";
+        }
+        NIM_LOG_TO(disks, Severity_ERROR) << text;
+        const Fields entry = journal.next();
+        ASSERT_EQ(1U, entry.count("F_NAME99"));
+        EXPECT_EQ("1\n2", entry.at("F_NAME99"));
+        EXPECT_EQ(0U, entry.count("F_NAME100"));
     });
 }
 

@@ -2,6 +2,7 @@
 
 #include <dalnim/journal/JournalLog.hpp>
 
+#include <dalnim/log/Field.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Statement.hpp>
 #include <dalnim/sys/System.hpp>
@@ -163,6 +164,24 @@ TEST_F(JournaldTest, RecordsOfSeveralThreadsAreStoredOnceEach)
         EXPECT_EQ(std::size_t(THREADS * RECORDS), texts.size());
         EXPECT_EQ(texts.size(), std::set<std::string>(texts.begin(), texts.end()).size());
         EXPECT_EQ("", fallback.str());
+    });
+}
+
+TEST_F(JournaldTest, RecordIsFoundByAFieldOfItsText)
+{
+    using com::kor::dal::nim::log::field;
+    withJournald([&] {
+        JournalLog logger("server");
+        Module shop("shop", logger);
+        NIM_LOG_TO(shop, Severity_ERROR) << "failed" << field("user.id", 17);
+        NIM_LOG_TO(shop, Severity_ERROR) << "failed" << field("user.id", 18);
+        std::string many;
+        for (int i = 0; i < 2000; ++i) {
+            many += " name" + std::to_string(i) + "=1";
+        }
+        NIM_LOG_TO(shop, Severity_ERROR) << "many" << many;
+        EXPECT_EQ("failed user.id=18\n", query({"--output=cat", "F_USER_ID=18"}, 1));
+        EXPECT_EQ("many" + many + "\n", query({"--output=cat", "F_NAME99=1"}, 1));
     });
 }
 

@@ -21,6 +21,11 @@ namespace com::kor::dal::nim::journal {
  * | `TID`               | the ID of the thread that ran the statement                                       |
  * | `DALNIM_MODULE`     | the name of the module                                                            |
  * | `DALNIM_SEVERITY`   | the name of the severity                                                          |
+ * | `F_...`             | the fields in the text that log::field() has inserted                             |
+ *
+ * The name of such a field is written in capital letters after `F_`, with "_" for each other character that
+ * is not a digit: log::field("user.id", 17) becomes `F_USER_ID=17`. It is truncated to 64 characters. All
+ * words of the text that have the form of a field count, 100 at most; see log::FieldReader.
  *
  * The journal adds the time, the host, the process and the service. For example, `journalctl
  * DALNIM_MODULE=disks -p warning` prints the serious records of one module.
