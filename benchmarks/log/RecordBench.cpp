@@ -2,6 +2,7 @@
 // write(2) of the same bytes to a new file in append mode. Each line has been written when its statement
 // returns, and has the same length for all loggers.
 
+#include "../Latencies.hpp"
 #include "Loggers.hpp"
 #include "peers/Limits.hpp"
 
@@ -17,6 +18,8 @@ constexpr std::size_t LINE_LENGTH = 160;
 constexpr std::size_t ROTATION_SIZE = 10000000;
 /** Enough for six rotations. */
 constexpr std::int64_t ROTATION_RECORDS = 400000;
+/** Records of each thread, of which a thousandth takes longer than the percentile 99.9. */
+constexpr std::int64_t TIMED_RECORDS = 20000;
 
 /** Returns the text of a record whose line is `lineLength` bytes long, including prefix and newline. */
 template <class Logger>
@@ -75,6 +78,34 @@ void records(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
 }
 
+/** Measures the duration of each statement. */
+template <class Logger>
+void latencies(benchmark::State& state)
+{
+    static MergedLatencies merged;
+    Logger& logger = *Shared<Logger>::logger();
+    Latencies own;
+    for (auto _ : state) {
+        const std::int64_t start = nanoseconds();
+        logger.record(text);
+        own.add(nanoseconds() - start);
+    }
+    merged.report(own, state);
+}
+
+/** The part of the durations above that is the clock's. */
+void latenciesOfNothing(benchmark::State& state)
+{
+    static MergedLatencies merged;
+    Latencies own;
+    for (auto _ : state) {
+        const std::int64_t start = nanoseconds();
+        own.add(nanoseconds() - start);
+    }
+    merged.report(own, state);
+}
+BENCHMARK(latenciesOfNothing)->Name("latency/nothing")->Iterations(TIMED_RECORDS)->UseRealTime();
+
 /** Registers records of one size on 1 to 8 threads, and of 20 to 2,000 bytes on one thread. */
 template <class Logger>
 void registerRecords()
@@ -84,6 +115,12 @@ void registerRecords()
         ->Setup(createWithFullPrefix<Logger>)
         ->Teardown(Shared<Logger>::destroy)
         ->ThreadRange(1, 8)
+        ->UseRealTime();
+    benchmark::RegisterBenchmark(("latency/" + name).c_str(), latencies<Logger>)
+        ->Setup(createWithFullPrefix<Logger>)
+        ->Teardown(Shared<Logger>::destroy)
+        ->ThreadRange(1, 8)
+        ->Iterations(TIMED_RECORDS)
         ->UseRealTime();
 
     auto* const sizes = benchmark::RegisterBenchmark(("recordOfSize/" + name).c_str(), records<Logger>);

@@ -116,6 +116,15 @@ void copyAndDropPoco(benchmark::State& state)
     }
 }
 BENCHMARK(copyAndDropPoco);
+
+void makeAndDropPoco(benchmark::State& state)
+{
+    for (auto _ : state) {
+        Poco::AutoPtr<PocoCounted> ref(new PocoCounted);
+        benchmark::DoNotOptimize(ref);
+    }
+}
+BENCHMARK(makeAndDropPoco);
 #endif
 
 #ifdef DALNIM_BENCH_INTRUSIVE_PTR
@@ -134,6 +143,15 @@ void copyAndDropBoost(benchmark::State& state)
     }
 }
 BENCHMARK(copyAndDropBoost);
+
+void makeAndDropBoost(benchmark::State& state)
+{
+    for (auto _ : state) {
+        boost::intrusive_ptr<BoostCounted> ref(new BoostCounted);
+        benchmark::DoNotOptimize(ref);
+    }
+}
+BENCHMARK(makeAndDropBoost);
 #endif
 
 void standardMakeAndDrop(benchmark::State& state)

@@ -12,6 +12,9 @@
 #ifdef DALNIM_BENCH_POCO
 #include <Poco/Mutex.h>
 #endif
+#ifdef DALNIM_BENCH_ABSEIL
+#include <absl/synchronization/mutex.h>
+#endif
 
 namespace {
 
@@ -66,6 +69,25 @@ void unlockShared(std::shared_mutex& lock)
     lock.unlock_shared();
 }
 
+#ifdef DALNIM_BENCH_ABSEIL
+void lockAbseil(absl::Mutex& lock)
+{
+    lock.Lock();
+}
+void unlockAbseil(absl::Mutex& lock)
+{
+    lock.Unlock();
+}
+void lockAbseilShared(absl::Mutex& lock)
+{
+    lock.ReaderLock();
+}
+void unlockAbseilShared(absl::Mutex& lock)
+{
+    lock.ReaderUnlock();
+}
+#endif
+
 #define LOCK_BENCHMARK(name, Lock, acquireLock, releaseLock)                                                 \
     BENCHMARK_TEMPLATE(acquireAndRelease, Lock, acquireLock, releaseLock)                                    \
         ->Name(name)                                                                                         \
@@ -83,5 +105,9 @@ LOCK_BENCHMARK("dalnim::ReaderWriterLock/read", mt::ReaderWriterLock, acquireFor
 LOCK_BENCHMARK("dalnim::ReaderWriterLock/write", mt::ReaderWriterLock, acquireForWrite, release);
 LOCK_BENCHMARK("std::shared_mutex/read", std::shared_mutex, lockShared, unlockShared);
 LOCK_BENCHMARK("std::shared_mutex/write", std::shared_mutex, lockIt, unlockIt);
+#ifdef DALNIM_BENCH_ABSEIL
+LOCK_BENCHMARK("absl::Mutex", absl::Mutex, lockAbseil, unlockAbseil);
+LOCK_BENCHMARK("absl::Mutex/read", absl::Mutex, lockAbseilShared, unlockAbseilShared);
+#endif
 
 }

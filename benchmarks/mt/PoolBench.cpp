@@ -1,17 +1,15 @@
 // Runs 100,000 empty tasks in a pool of two workers, including its start and shutdown: the library's pool,
 // with contexts of several sizes, compared with similar classes.
 
+#include "PlainPool.hpp"
+
 #include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/type/ContainerContext.hpp>
 
 #include <benchmark/benchmark.h>
 
-#include <condition_variable>
-#include <deque>
-#include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -22,6 +20,13 @@
 #ifdef DALNIM_BENCH_POCO
 #include <Poco/Runnable.h>
 #include <Poco/ThreadPool.h>
+#endif
+#ifdef DALNIM_BENCH_TBB
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <tbb/global_control.h>
+#include <tbb/task_arena.h>
 #endif
 
 namespace {
@@ -146,6 +151,49 @@ void pocoPool(benchmark::State& state)
 BENCHMARK(pocoPool)->UseRealTime()->Unit(benchmark::kMillisecond);
 #endif
 
+#ifdef DALNIM_BENCH_TBB
+/** Counts the tasks that have run, since an arena does not wait for tasks that were enqueued. */
+class TaskCounter
+{
+public:
+    void count()
+    {
+        if (pending.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            haveRun = true;
+            changed.notify_one();
+        }
+    }
+    void wait()
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait(lock, [this] { return haveRun; });
+    }
+
+private:
+    std::atomic<unsigned int> pending{TASKS};
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool haveRun = false;
+};
+
+void tbbPool(benchmark::State& state)
+{
+    // The limit counts the submitter, too.
+    const tbb::global_control limit(tbb::global_control::max_allowed_parallelism, WORKERS + 1);
+    for (auto _ : state) {
+        tbb::task_arena arena(WORKERS, 0);
+        TaskCounter tasks;
+        for (unsigned int i = 0; i < TASKS; ++i) {
+            arena.enqueue([&tasks] { tasks.count(); });
+        }
+        tasks.wait();
+    }
+    countTasks(state);
+}
+BENCHMARK(tbbPool)->UseRealTime()->Unit(benchmark::kMillisecond);
+#endif
+
 /** One thread per task, as many concurrently as the pools have workers. */
 void standardAsync(benchmark::State& state)
 {
@@ -159,67 +207,10 @@ void standardAsync(benchmark::State& state)
 }
 BENCHMARK(standardAsync)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-/** A simple handwritten pool. */
-class PlainPool
-{
-public:
-    PlainPool()
-    {
-        for (std::thread& worker : workers) {
-            worker = std::thread([this] { work(); });
-        }
-    }
-    PlainPool(const PlainPool&) = delete;
-    PlainPool& operator=(const PlainPool&) = delete;
-    ~PlainPool()
-    {
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            isOver = true;
-        }
-        changed.notify_all();
-        for (std::thread& worker : workers) {
-            worker.join();
-        }
-    }
-
-    void add(std::function<void()> task)
-    {
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            tasks.push_back(std::move(task));
-        }
-        changed.notify_one();
-    }
-
-private:
-    void work()
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        for (;;) {
-            changed.wait(lock, [this] { return isOver || !tasks.empty(); });
-            if (tasks.empty()) {
-                return;
-            }
-            const std::function<void()> task = std::move(tasks.front());
-            tasks.pop_front();
-            lock.unlock();
-            task();
-            lock.lock();
-        }
-    }
-
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<std::function<void()>> tasks;
-    bool isOver = false;
-    std::thread workers[WORKERS];
-};
-
 void plainPool(benchmark::State& state)
 {
     for (auto _ : state) {
-        PlainPool pool;
+        PlainPool pool(WORKERS);
         for (unsigned int i = 0; i < TASKS; ++i) {
             pool.add([] {});
         }

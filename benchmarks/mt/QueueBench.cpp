@@ -16,6 +16,12 @@
 #include <Poco/Notification.h>
 #include <Poco/NotificationQueue.h>
 #endif
+#ifdef DALNIM_BENCH_TBB
+#include <tbb/concurrent_queue.h>
+#endif
+#ifdef DALNIM_BENCH_CONCURRENTQUEUE
+#include <concurrentqueue/blockingconcurrentqueue.h>
+#endif
 
 namespace {
 
@@ -150,6 +156,46 @@ void pocoQueue(benchmark::State& state)
     countElements(state);
 }
 BENCHMARK(pocoQueue)->Arg(1)->Arg(4)->UseRealTime()->Unit(benchmark::kMillisecond);
+#endif
+
+#ifdef DALNIM_BENCH_TBB
+void tbbQueue(benchmark::State& state)
+{
+    std::vector<Element> elements(elementCount(state));
+    for (auto _ : state) {
+        tbb::concurrent_bounded_queue<Element*> queue;
+        queue.set_capacity(CAPACITY);
+        handOver(
+            state, elements, [&](Element& element) { queue.push(&element); },
+            [&] {
+                Element* element = nullptr;
+                queue.pop(element);
+                return element;
+            });
+    }
+    countElements(state);
+}
+BENCHMARK(tbbQueue)->Arg(1)->Arg(4)->UseRealTime()->Unit(benchmark::kMillisecond);
+#endif
+
+#ifdef DALNIM_BENCH_CONCURRENTQUEUE
+/** Has no limit, and keeps only the order of the elements of one producer. */
+void moodycamelQueue(benchmark::State& state)
+{
+    std::vector<Element> elements(elementCount(state));
+    for (auto _ : state) {
+        moodycamel::BlockingConcurrentQueue<Element*> queue;
+        handOver(
+            state, elements, [&](Element& element) { queue.enqueue(&element); },
+            [&] {
+                Element* element = nullptr;
+                queue.wait_dequeue(element);
+                return element;
+            });
+    }
+    countElements(state);
+}
+BENCHMARK(moodycamelQueue)->Arg(1)->Arg(4)->UseRealTime()->Unit(benchmark::kMillisecond);
 #endif
 
 }

@@ -8,7 +8,7 @@ matplotlib.use("svg")
 import matplotlib.pyplot as pyplot  # noqa: E402
 
 from measure import Results  # noqa: E402
-from rows import MET, MISSED, SUBSYSTEMS, SUMMARY  # noqa: E402
+from rows import MET, MISSED, OPENING, OPENING_PLOT, SUBSYSTEMS, SUMMARY  # noqa: E402
 
 # Keeps text as text, and makes the files reproducible.
 matplotlib.rcParams.update({"svg.fonttype": "none", "svg.hashsalt": "dalnim", "font.size": 9})
@@ -23,14 +23,21 @@ COLOURS = {
     "write": "black", "memchr": "black", "getline": "black", "ofstream": "grey",
 }
 
-HEAD = """# Performance
+TITLE = """# Performance
 
-Written by `./benchmarks/report`; do not edit by hand.
+What long-running servers do most, with this library and with the peer that they would use instead:
+"""
+
+HEAD = """
+## How to read the tables
+
+This page is written by `./benchmarks/report`; do not edit it by hand.
 
 Each row is the median of repetitions that were interleaved with those of its peers, in one run of one program;
 every repetition writes to a new file. The number in brackets after a peer or a limit is dalnim's cost divided by
 its cost: below 1, dalnim is faster. Goals are ratios where possible, since absolute times depend on the machine.
-Rows that were not measured are omitted; a goal whose peer was not measured is marked as such.
+Rows that were not measured are omitted; a goal whose peer was not measured is marked as such. Percentiles
+(p50, p99, p99.9) are the medians of those of the repetitions.
 """
 
 REPEAT = """
@@ -86,6 +93,7 @@ def table(subsystem, results):
     """The table of the measured rows with the reasons for missed goals; how many rows met and missed theirs."""
     lines = ["| row | dalnim | peers | limits | goal | |", "|---|---|---|---|---|---|"]
     reasons = []
+    unexplained = []
     met = missed = 0
     for row in subsystem.rows:
         sample = results.get(row.program, row.own)
@@ -103,9 +111,15 @@ def table(subsystem, results):
         missed += MISSED in columns[-1]
         lines.append("| " + " | ".join(columns) + " |")
         if MISSED in columns[-1]:
-            reasons += [reason for titles, reason in subsystem.reasons if row.title.startswith(titles)]
+            known = [reason for titles, reason in subsystem.reasons if row.title.startswith(titles)]
+            reasons += known
+            if not known:
+                unexplained.append(row.title)
+    if unexplained:
+        reasons.append(f"Without a profile yet: {'; '.join(unexplained)}.")
     if reasons:
-        lines += ["", "Missed goals, and why:", "", *(f"- {reason}" for reason in dict.fromkeys(reasons))]
+        lines += ["", "Missed goals, and where the time goes:", "",
+                  *(f"- {reason}" for reason in dict.fromkeys(reasons))]
     return (lines if len(lines) > 2 else []), met, missed
 
 
@@ -185,16 +199,37 @@ def row_cells(row, results):
         f"{label} {cost_text(other, row.rate)} ({cost / other:.2f})" for label, other in peers.items())
 
 
+def find_row(everything, name, title):
+    """Returns a row that was measured, and the results of its subsystem, or None and None."""
+    for subsystem, results in everything:
+        for row in subsystem.rows:
+            if (subsystem.name, row.title) == (name, title) and results.get(row.program, row.own):
+                return row, results
+    return None, None
+
+
+def opening(everything):
+    """The first table of the report: few rows, with one peer each. Rows that were not measured are omitted."""
+    lines = ["", "| | dalnim | peer | dalnim's cost |", "|---|---|---|---|"]
+    for title, name, row_title, label in OPENING:
+        row, results = find_row(everything, name, row_title)
+        peer = costs_of(row, results, row.peers).get(label) if row else None
+        if peer is not None:
+            cost = results.get(row.program, row.own).cost(row.clock, row.per)
+            lines.append(f"| {title} | {cost_text(cost, row.rate)} | {label} {cost_text(peer, row.rate)} "
+                         f"| {cost / peer:.2f} × {label} |")
+    return lines if len(lines) > 3 else []
+
+
 def write_summary(readme, everything):
     """Replaces the figures of README.md. Rows that were not measured are omitted."""
     head, rest = readme.read_text(encoding="utf-8").split(README_BEGIN)
     tail = rest.split(README_END)[1]
     lines = [README_BEGIN, "| | dalnim | peers |", "|---|---|---|"]
     for title, name, row_title in SUMMARY:
-        for subsystem, results in everything:
-            for row in subsystem.rows:
-                if (subsystem.name, row.title) == (name, row_title) and results.get(row.program, row.own):
-                    lines.append("| " + " | ".join((title, *row_cells(row, results))) + " |")
+        row, results = find_row(everything, name, row_title)
+        if row:
+            lines.append("| " + " | ".join((title, *row_cells(row, results))) + " |")
     readme.write_text(head + "\n".join(lines + [README_END]) + tail, encoding="utf-8")
 
 
@@ -208,6 +243,7 @@ def write(tree, directory):
 
     everything = [(subsystem, Results(subsystem, directory)) for subsystem in SUBSYSTEMS]
     body = []
+    opening_plot = []
     met = missed = 0
     for subsystem, results in everything:
         lines, met_here, missed_here = table(subsystem, results)
@@ -221,11 +257,16 @@ def write(tree, directory):
         body += lines
         for plot in subsystem.plots:
             if draw(plot, results, plots):
-                body += ["", f"![{plot.title}](performance/{plot.file}.svg)"]
+                link = ["", f"![{plot.title}](performance/{plot.file}.svg)"]
+                if plot.file == OPENING_PLOT:
+                    opening_plot = link
+                else:
+                    body += link
     body += footprint_section(machine)
 
     summary = ["", f"Of the rows below that have goals, {met} meet all of them and {missed} miss at least one."]
-    text = HEAD.splitlines() + summary + machine_section(machine, everything)
+    text = TITLE.splitlines() + opening(everything) + opening_plot + HEAD.rstrip().splitlines() + summary
+    text += machine_section(machine, everything)
     text += REPEAT.rstrip().splitlines() + body
     (docs / "performance.md").write_text("\n".join(text) + "\n", encoding="utf-8")
     write_summary(tree / "README.md", everything)

@@ -10,7 +10,8 @@ PEERS = {
     "Google Benchmark": "libbenchmark-dev", "spdlog": "libspdlog-dev", "log4cplus": "liblog4cplus-dev",
     "glog": "libgoogle-glog-dev", "POCO": "libpoco-dev", "Boost": "libboost-dev",
     "Boost.Log": "libboost-log-dev", "expat": "libexpat1-dev", "pugixml": "libpugixml-dev",
-    "OpenSSL": "libssl-dev", "C library": "libc6", "C++ library": "libstdc++6",
+    "OpenSSL": "libssl-dev", "oneTBB": "libtbb-dev", "moodycamel": "libconcurrentqueue-dev",
+    "Abseil": "libabsl-dev", "fast_float": "libfast-float-dev", "C library": "libc6", "C++ library": "libstdc++6",
 }
 
 

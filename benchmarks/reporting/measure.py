@@ -12,6 +12,8 @@ UNITS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 
 REPETITIONS = 9
 SECONDS = "0.1"
+# Counters of a benchmark, in seconds: percentiles of the durations that it has measured one by one.
+PERCENTILES = ("p50", "p99", "p99.9")
 QUICK_REPETITIONS = 3
 QUICK_SECONDS = "0.02"
 # A leading minus excludes benchmarks: those that take long, and large sizes by the last argument in the name.
@@ -61,9 +63,13 @@ class Sample:
             run.get("items_per_second", 0) * value for run, value in zip(runs, seconds))
         self.bytes = statistics.median(
             run.get("bytes_per_second", 0) * value for run, value in zip(runs, seconds))
+        self.percentiles = {name: statistics.median(run[name] for run in runs)
+                            for name in PERCENTILES if name in runs[0]}
 
     def cost(self, clock, per):
-        """Returns the seconds per iteration, item or byte."""
+        """Returns the seconds per iteration, item or byte, or a percentile of the durations."""
+        if clock in PERCENTILES:
+            return self.percentiles[clock]
         count = {"iteration": 1, "item": self.items, "byte": self.bytes}[per]
         return getattr(self, clock) / count
 

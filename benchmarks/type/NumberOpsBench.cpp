@@ -1,8 +1,11 @@
-// Number parsing, compared with strtol() and strtod(), which it uses, and with std::from_chars().
+// Number parsing, compared with strtol() and strtod(), std::from_chars(), and similar libraries.
 
 #include <dalnim/type/NumberOps.hpp>
 
 #include <benchmark/benchmark.h>
+#ifdef DALNIM_BENCH_FAST_FLOAT
+#include <fast_float/fast_float.h>
+#endif
 
 #include <charconv>
 #include <cstdlib>
@@ -112,6 +115,18 @@ void doubleFromChars(benchmark::State& state)
     convertAll(state, reals(), fromChars<double>);
 }
 BENCHMARK(doubleFromChars);
+
+#ifdef DALNIM_BENCH_FAST_FLOAT
+void doubleFastFloat(benchmark::State& state)
+{
+    convertAll(state, reals(), [](const String& text) {
+        double result = 0;
+        fast_float::from_chars(text.data(), text.data() + text.size(), result);
+        return result;
+    });
+}
+BENCHMARK(doubleFastFloat);
+#endif
 
 void parseFloat(benchmark::State& state)
 {
