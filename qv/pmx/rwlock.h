@@ -19,7 +19,8 @@ QV_BEGIN_C
  * Policy: a waiting writer blocks new readers. When a writer releases the lock, all waiting readers
  * acquire it together, before the next writer. Waiting writers acquire it in the order of their arrival. A
  * running writer may overtake a writer that is just being woken; but the lock is handed to the first waiting
- * writer at the first release, and again whenever 100 microseconds have passed. So no thread starves. The
+ * writer at the first release, and again whenever 100 microseconds have passed. So no thread starves. A
+ * thread that asks for shared access may count as a reader for a moment, even if it must wait or fails. The
  * lock counts its holders but does not identify them: a thread that acquires it twice may deadlock.
  *
  * Every function but qv_si_rw_init() fails with EINVAL (22) if the lock is not initialised.

@@ -371,6 +371,32 @@ TEST_F(RwLock, WritersExcludeAllOtherThreads)
     EXPECT_EQ(value, 2000 + upgrades);
 }
 
+TEST_F(RwLock, IsFreeAfterReadersThatFailedBecauseOfWriters)
+{
+    // A reader that meets a writer may be counted for a moment.
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            for (int k = 0; k < 5000; ++k) {
+                const qv_err_t status = i < 2        ? qv_si_rw_tryrdlock(&lock)
+                                        : k % 8 != 0 ? qv_si_rw_trywrlock(&lock)
+                                                     : qv_si_rw_wrlock(&lock);
+                if (status == 0) {
+                    EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+                } else {
+                    EXPECT_EQ(status, 16);
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(qv_si_rw_unlock(&lock), 1);
+    EXPECT_EQ(qv_si_rw_trywrlock(&lock), 0);
+    EXPECT_EQ(qv_si_rw_unlock(&lock), 0);
+}
+
 TEST(RwLockLifetime, CanBeDestroyedByTheLastThreadThatUnlocks)
 {
     // The last thread destroys the lock immediately after it has released it.

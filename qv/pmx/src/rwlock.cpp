@@ -17,6 +17,8 @@ namespace {
 constexpr si_uint32_t WRITER = 0x80000000U;
 constexpr si_uint32_t HAS_WAITERS = 0x40000000U;
 constexpr si_uint32_t READERS = 0x3FFFFFFFU;
+/** Number of readers up to which one more is added without a check for overflow. */
+constexpr si_uint32_t UNCHECKED_READERS = READERS / 2;
 
 constexpr int MAGIC_UNINITIALIZED = 0;
 constexpr int MAGIC_INITIALIZED = 0x52574C4B;
@@ -96,22 +98,27 @@ struct WaitingWriter
 };
 
 /**
- * The implementation. While no thread waits, one compare-and-exchange of `_state` acquires or releases
- * access. HAS_WAITERS is set while threads wait; access is then acquired and released under `_mutex`. The
- * last thread that releases it admits the next waiter: a thread that is admitted owns the lock already, and
- * no other thread can overtake it.
+ * The implementation. While no thread waits, one atomic operation on `_state` acquires or releases access.
+ * HAS_WAITERS is set while threads wait; access is then acquired and released under `_mutex`. The last thread
+ * that releases it admits the next waiter: a thread that is admitted owns the lock already, and no other
+ * thread can overtake it.
+ *
+ * A reader adds itself to `_state` by an addition, which unlike a compare-and-exchange never has to be
+ * repeated when other readers come and go. If a writer has acquired the lock, or a thread has begun to wait,
+ * since the reader looked, the reader is one of too many in READERS until it has removed itself:
+ *  - While WRITER is set, all of READERS are such, and a writer that releases the lock leaves them. A reader
+ *    that finds WRITER and HAS_WAITERS cleared before it has removed itself holds shared access.
+ *  - Otherwise such a reader cannot be distinguished from those that hold shared access, and delays a waiting
+ *    writer like one of them: if it is the last, it hands the lock over.
  *
  * If a sleeping writer were admitted each time, every access would last as long as it takes to wake a thread.
  * So writers are admitted only if HAND_OVER_INTERVAL has passed since the last time. In between the lock is
  * left free, with HAS_WAITERS as its state: the first waiting writer is woken to acquire it, and a running
  * writer may be faster. The waiting writer is admitted by the first release after the interval at the latest.
  *
- * Memory order. Each acquisition reads `_state` by an acquiring exchange, or is handed over under `_mutex`. A
- * release without the mutex is a releasing exchange, and every change of `_state` without the mutex is an
- * exchange too, so a release sequence ends only at a store of a thread that holds the mutex. That thread has
- * acquired what was released before: the waiter that set HAS_WAITERS did, by an acquiring exchange under the
- * same mutex, and later releases hold the mutex themselves. The relaxed loads only supply the value to
- * compare.
+ * Memory order. Each acquisition reads `_state` with acquire order, or is handed over under `_mutex`. Each
+ * release writes it with release order. Every change of `_state` is an atomic read-modify-write operation, so
+ * that no release sequence ends. The relaxed loads only supply the value to compare.
  */
 class ReaderWriterLock
 {
@@ -150,18 +157,16 @@ public:
     /** Returns EBUSY if a writer holds the lock or waits for it. */
     qv_err_t tryLockShared()
     {
-        si_uint32_t state = _state.load(std::memory_order_relaxed);
-        while ((state & (WRITER | HAS_WAITERS)) == 0) {
-            if (state == READERS) {
-                return EAGAIN;
-            }
-            qv::perturb();
-            if (_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
-                                             std::memory_order_relaxed)) {
-                return 0;
-            }
+        const si_uint32_t expected = _state.load(std::memory_order_relaxed);
+        if ((expected & (WRITER | HAS_WAITERS)) != 0) {
+            return EBUSY;
         }
-        return EBUSY;
+        if (expected > UNCHECKED_READERS) {
+            return tryLockSharedChecked();
+        }
+        qv::perturb();
+        const si_uint32_t state = _state.fetch_add(1, std::memory_order_acquire);
+        return (state & (WRITER | HAS_WAITERS)) == 0 ? 0 : withdrawReader();
     }
 
     /** Returns EBUSY if the lock is held. */
@@ -183,7 +188,7 @@ public:
             if (state == 0) {
                 return EPERM;
             }
-            const si_uint32_t left = state == WRITER ? 0 : state - 1;
+            const si_uint32_t left = (state & WRITER) != 0 ? state & ~WRITER : state - 1;
             qv::perturb();
             if (_state.compare_exchange_weak(state, left, std::memory_order_release,
                                              std::memory_order_relaxed)) {
@@ -209,7 +214,70 @@ public:
     }
 
 private:
-    qv_err_t waitShared()
+    // The operations below are not inlined: they would slow down the fast paths by saving registers there.
+
+    /** As tryLockShared(), if so many threads are readers that their number may overflow. */
+    [[gnu::noinline]] qv_err_t tryLockSharedChecked()
+    {
+        si_uint32_t state = _state.load(std::memory_order_relaxed);
+        while ((state & (WRITER | HAS_WAITERS)) == 0) {
+            if (state == READERS) {
+                return EAGAIN;
+            }
+            qv::perturb();
+            if (_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
+                                             std::memory_order_relaxed)) {
+                return 0;
+            }
+        }
+        return EBUSY;
+    }
+
+    /**
+     * Removes a reader that has added itself although a writer holds the lock or waits for it. Returns EBUSY,
+     * or 0 if that was over first: the reader holds shared access.
+     */
+    [[gnu::noinline]] qv_err_t withdrawReader()
+    {
+        qv::perturb();
+        si_uint32_t state = _state.load(std::memory_order_acquire);
+        for (;;) {
+            if ((state & (WRITER | HAS_WAITERS)) == 0) {
+                return 0;
+            }
+            if ((state & HAS_WAITERS) != 0) {
+                return withdrawFromWaiters();
+            }
+            qv::perturb();
+            if (_state.compare_exchange_weak(state, state - 1, std::memory_order_release,
+                                             std::memory_order_acquire)) {
+                return EBUSY;
+            }
+        }
+    }
+
+    /** As withdrawReader(), while threads wait. */
+    qv_err_t withdrawFromWaiters()
+    {
+        const Guard guard(_mutex);
+        si_uint32_t state = _state.load(std::memory_order_acquire);
+        for (;;) {
+            if ((state & (WRITER | HAS_WAITERS)) == 0) {
+                return 0;
+            }
+            if ((state & WRITER) == 0) {
+                releaseShared(state);
+                return EBUSY;
+            }
+            qv::perturb();
+            if (_state.compare_exchange_weak(state, state - 1, std::memory_order_release,
+                                             std::memory_order_acquire)) {
+                return EBUSY;
+            }
+        }
+    }
+
+    [[gnu::noinline]] qv_err_t waitShared()
     {
         // A waiting thread is registered, and may already own the lock.
         const qv::CancellationOff cancellationOff;
@@ -241,7 +309,7 @@ private:
         return 0;
     }
 
-    qv_err_t waitExclusive()
+    [[gnu::noinline]] qv_err_t waitExclusive()
     {
         // A waiting thread is registered, and may already own the lock.
         const qv::CancellationOff cancellationOff;
@@ -266,36 +334,56 @@ private:
         _lastWriter = &self.next;
         for (;;) {
             _mutex.wait(self.wakeUp);
-            if (!self.isAdmitted && _firstWriter == &self
-                && _state.load(std::memory_order_acquire) == HAS_WAITERS) {
-                admit(self);
-            }
-            if (self.isAdmitted) {
+            si_uint32_t free = HAS_WAITERS;
+            if (self.isAdmitted || (_firstWriter == &self && admitFirst(free))) {
                 return 0;
             }
         }
     }
 
     /** Releases access while threads wait. Returns EPERM if no thread holds the lock. */
-    qv_err_t handOver()
+    [[gnu::noinline]] qv_err_t handOver()
     {
         const Guard guard(_mutex);
-        // Synchronises with readers that released access without the mutex, for the next writer.
         const si_uint32_t state = _state.load(std::memory_order_acquire);
         if ((state & (WRITER | READERS)) == 0) {
             return EPERM;
         }
-        const bool wasWriter = (state & WRITER) != 0;
-        const si_uint32_t readersLeft = wasWriter ? 0 : (state & READERS) - 1;
-
-        if (readersLeft != 0) {
-            _state.store(readersLeft | HAS_WAITERS, std::memory_order_release);
-        } else if (wasWriter && _waitingReaders != 0) {
-            admitReaders();
+        if ((state & WRITER) != 0) {
+            releaseExclusive();
         } else {
-            admitOrWakeWriter();
+            releaseShared(state);
         }
         return 0;
+    }
+
+    /** Releases the access of a writer. */
+    void releaseExclusive() DALNIM_REQUIRES(_mutex)
+    {
+        if (_waitingReaders != 0) {
+            admitReaders();
+            return;
+        }
+        // Readers that have added themselves are about to remove themselves.
+        si_uint32_t state = _state.load(std::memory_order_relaxed);
+        while (!admitOrWakeWriter(state)) {
+        }
+    }
+
+    /** Releases the access of a reader while a writer waits. `state` was loaded with acquire order. */
+    void releaseShared(si_uint32_t state) DALNIM_REQUIRES(_mutex)
+    {
+        for (;;) {
+            qv::perturb();
+            if ((state & READERS) == 1) {
+                if (admitOrWakeWriter(state)) {
+                    return;
+                }
+            } else if (_state.compare_exchange_weak(state, state - 1, std::memory_order_release,
+                                                    std::memory_order_acquire)) {
+                return;
+            }
+        }
     }
 
     void admitReaders() DALNIM_REQUIRES(_mutex)
@@ -303,33 +391,58 @@ private:
         const si_uint32_t admitted = _waitingReaders;
         _waitingReaders = 0;
         ++_readerAdmission;
-        _state.store(admitted | waitersFlag(), std::memory_order_release);
+        si_uint32_t state = _state.load(std::memory_order_relaxed);
+        while (!_state.compare_exchange_weak(state, ((state & READERS) + admitted) | waitersFlag(),
+                                             std::memory_order_release, std::memory_order_relaxed)) {
+        }
         pthread_cond_broadcast(&_readersAdmitted);
     }
 
-    /** Admits the first waiting writer, or wakes it to compete for the lock. The lock must be free. */
-    void admitOrWakeWriter() DALNIM_REQUIRES(_mutex)
+    /**
+     * Releases the access that `state` contains, a writer's or the last reader's: admits the first waiting
+     * writer, or wakes it to compete for the lock. Returns false, with the current state, if it has changed.
+     */
+    bool admitOrWakeWriter(si_uint32_t& state) DALNIM_REQUIRES(_mutex)
     {
         WaitingWriter& first = *_firstWriter;
         const si_int64_t time = now();
         if (time >= _nextHandOver) {
+            if (!admitFirst(state)) {
+                return false;
+            }
             _nextHandOver = time + HAND_OVER_INTERVAL;
-            admit(first);
-        } else {
-            _state.store(HAS_WAITERS, std::memory_order_release);
+        } else if (!_state.compare_exchange_strong(state, readersBesides(state) | HAS_WAITERS,
+                                                   std::memory_order_release, std::memory_order_acquire)) {
+            return false;
         }
         pthread_cond_signal(&first.wakeUp);
+        return true;
     }
 
-    /** Makes the first waiting writer the owner of the lock, which must be free. */
-    void admit(WaitingWriter& first) DALNIM_REQUIRES(_mutex)
+    /**
+     * Makes the first waiting writer the owner of the lock, in place of the access that `state` contains.
+     * Returns false, with the current state, if it has changed.
+     */
+    bool admitFirst(si_uint32_t& state) DALNIM_REQUIRES(_mutex)
     {
+        WaitingWriter& first = *_firstWriter;
+        const si_uint32_t others = _waitingReaders != 0 || first.next != nullptr ? HAS_WAITERS : 0;
+        if (!_state.compare_exchange_strong(state, readersBesides(state) | WRITER | others,
+                                            std::memory_order_acq_rel, std::memory_order_acquire)) {
+            return false;
+        }
         _firstWriter = first.next;
         if (_firstWriter == nullptr) {
             _lastWriter = &_firstWriter;
         }
         first.isAdmitted = true;
-        _state.store(WRITER | waitersFlag(), std::memory_order_release);
+        return true;
+    }
+
+    /** Returns the readers of `state` without the last one, if that is the access to be released. */
+    static si_uint32_t readersBesides(si_uint32_t state)
+    {
+        return (state & WRITER) != 0 ? state & READERS : 0;
     }
 
     si_uint32_t waitersFlag() const DALNIM_REQUIRES(_mutex)
