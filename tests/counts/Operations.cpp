@@ -10,7 +10,9 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Write.hpp>
 #include <dalnim/mem/RcoRef.hpp>
+#include <dalnim/mt/CriticalSection.hpp>
 #include <dalnim/mt/Queue.hpp>
+#include <dalnim/mt/ReaderWriterLock.hpp>
 #include <dalnim/mt/Task.hpp>
 #include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/sys/DynLibrary.hpp>
@@ -87,6 +89,32 @@ void copyReferences(unsigned int times)
     for (unsigned int i = 0; i < times; ++i) {
         const mem::RcoRef<Object> copy(ref);
         use(copy);
+    }
+}
+
+void makeObjects(unsigned int times)
+{
+    for (unsigned int i = 0; i < times; ++i) {
+        const mem::RcoRef<Object> ref(new Object);
+        use(ref);
+    }
+}
+
+void acquireForRead(unsigned int times)
+{
+    const mt::ReaderWriterLock lock;
+    for (unsigned int i = 0; i < times; ++i) {
+        lock.acquireForRead();
+        lock.release();
+    }
+}
+
+void acquireSections(unsigned int times)
+{
+    const mt::CriticalSection section;
+    for (unsigned int i = 0; i < times; ++i) {
+        section.acquire();
+        section.release();
     }
 }
 
@@ -244,6 +272,9 @@ const Operation OPERATIONS[] = {
     {"refused-statement", refuseStatements, 20000},
     {"record-to-file", writeRecords, 500},
     {"reference-copied-and-dropped", copyReferences, 20000},
+    {"object-made-and-dropped", makeObjects, 20000},
+    {"critical-section-acquired-and-released", acquireSections, 20000},
+    {"read-lock-acquired-and-released", acquireForRead, 20000},
     {"track-entered-and-left", enterTracks, 20000},
     {"error-thrown-and-caught", [](unsigned int times) { throwErrors(times); }, 500},
     {"queue-put-and-get", passElements, 5000},
