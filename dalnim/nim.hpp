@@ -92,6 +92,8 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/Statement.hpp>
+#include <dalnim/log/StatementThrottle.hpp>
+#include <dalnim/log/ThrottledStatement.hpp>
 #include <dalnim/log/TimeFormat.hpp>
 #include <dalnim/log/Write.hpp>
 #include <dalnim/log/nsdefs.hpp>

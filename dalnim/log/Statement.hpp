@@ -66,6 +66,14 @@ public:
     /** Whether the operands are still to be evaluated. The macros set it to false afterwards. */
     bool open;
 
+protected:
+    /**
+     * Replaces trailing white space of the record's text by `addition`, whatever the state of its stream is.
+     * Requires header().
+     * @throws std::bad_alloc if memory runs out
+     */
+    void appendToText(std::string_view addition);
+
 private:
     void end() noexcept;
 
@@ -125,5 +133,7 @@ private:
 #define NIM_LOG_TRAPPED(log_severity, exception, message)                                                    \
     NIM_LOG_STATEMENT_(NIM_LOG_NAME_(__LINE__), com_kor_dal_nim_log_module, log_severity)                    \
         .insertTrapped(exception, message)
+
+#include <dalnim/log/ThrottledStatement.hpp>
 
 #endif

@@ -75,6 +75,17 @@ void useAll(int level, log::Module& module, const std::exception& exception)
         return 0;
     }();
     NIM_LOG_TRAPPED(severity, exception, std::string("message")) << "more";
+    if (open)
+        NIM_LOG_EVERY_N(severity, 10) << "n";
+    else if (level == 1)
+        NIM_LOG_FIRST_N(Severity_ERROR, level) << "first " << [&module] {
+            NIM_LOG_EVERY_MS_TO(module, Severity_ERROR, 1000) << "inner";
+            return 0;
+        }();
+    else
+        NIM_LOG_EVERY_MS(Severity_ERROR, 1000U) << "ms";
+    NIM_LOG_EVERY_N_TO(module, open ? Severity_ERROR : Severity_INFO, level + 1) << "n";
+    NIM_LOG_FIRST_N_TO(module, Severity_NOTICE, 5L);
     logTable(std::map<log::Severity, std::string>{{severity, "text"}});
     Component{module, severity}.run();
 }

@@ -2,6 +2,8 @@
 
 #include <dalnim/log/src/RecordBuffer.hpp>
 
+#include <dalnim/log/src/LogText.hpp>
+
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -41,6 +43,14 @@ void RecordBuffer::assign(std::string_view text)
     }
     highMark = textBegin + text.size();
     truncated = false;
+}
+
+void RecordBuffer::append(std::string_view addition)
+{
+    const std::size_t length = trimmedLength(text(), 0);
+    highMark = textBegin + length;
+    setPosition(length);
+    RecordBuffer::xsputn(addition.data(), static_cast<std::streamsize>(addition.size()));
 }
 
 void RecordBuffer::setPosition(std::size_t position) noexcept

@@ -30,6 +30,8 @@ public:
     }
     /** Replaces the text. The next insertion overwrites its beginning, as in a std::stringbuf. */
     void assign(std::string_view text);
+    /** Replaces the trailing white space of the text by `addition`. */
+    void append(std::string_view addition);
     /** Removes the text, and frees the memory of one of unusual length. */
     void reset() noexcept;
     /** Returns true if memory ran out during an insertion since the text was last replaced or removed. */

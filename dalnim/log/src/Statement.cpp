@@ -2,6 +2,7 @@
 
 #include <dalnim/log/Statement.hpp>
 
+#include <dalnim/log/src/RecordBuffer.hpp>
 #include <dalnim/log/src/SourcePosition.hpp>
 #include <dalnim/log/src/StatementScope.hpp>
 #include <dalnim/log/src/ThreadHeaderCache.hpp>
@@ -20,6 +21,11 @@ Header& Statement::header(const char* file, unsigned int line, std::string_view 
     }
     scope.keep();
     return *record;
+}
+
+void Statement::appendToText(std::string_view addition)
+{
+    record->lineBuffer().append(addition);
 }
 
 void Statement::end() noexcept
