@@ -47,6 +47,8 @@ public:
     static constexpr const char TAG_OUTPUT_MASK[] = "output.mask";
     /** Entries of the module filter, separated by white space; setModuleFilter(). */
     static constexpr const char TAG_MODULE_LIST[] = "modules";
+    /** Limits of modules, as "name=records/burst/severity" separated by white space; setModuleLimits(). */
+    static constexpr const char TAG_MODULE_LIMITS[] = "modules.limits";
     /** Whether remote control is allowed: "true" (ignoring case), or else false; allowRemoteControl(). */
     static constexpr const char TAG_ALLOW_REMOTE[] = "remote.enable";
     /** Whether records carry local time: "true" (ignoring case), or else UTC; setLocaltime(). */
@@ -78,6 +80,24 @@ public:
     typedef std::vector<Severity> SeverityColl;
     /** A list of names. */
     typedef std::vector<String> StringColl;
+
+    /** A limit on the records of modules; setModuleLimits(). */
+    struct ModuleLimit
+    {
+        /** Greatest number of `recordsPerSecond` and of `burst`. */
+        static constexpr std::uint32_t MAX_NUMBER = 1000000;
+
+        /** The modules: a name or the beginning of names followed by "*", as in the module filter. */
+        String modules;
+        /** Records of each of these modules that pass in a second, in the long run; 1 to MAX_NUMBER. */
+        std::uint32_t recordsPerSecond = 1;
+        /** Records that pass in a row after a time without records; 1 to MAX_NUMBER. */
+        std::uint32_t burst = 1;
+        /** Highest severity that is limited. Records of the severities above it always pass. */
+        Severity highest = Severity_WARNING;
+    };
+    /** A list of limits. */
+    typedef std::vector<ModuleLimit> ModuleLimitColl;
 
     /** A setting in a configuration that a logger does not accept. */
     struct BadSetting
@@ -340,6 +360,26 @@ public:
      * @return the previous setting
      */
     bool setFallback(bool on);
+
+    /** Returns the limits of modules, in order; none initially. */
+    ModuleLimitColl getModuleLimits() const;
+    /**
+     * Replaces the limits of modules, which keep one module from filling the disk. For each module the first
+     * limit that matches its name applies, separately from other modules.
+     *
+     * The first record that is held back is replaced by a record of the logger, at WARNING whatever the
+     * severity settings are: `The module "shop" exceeds 10 records per second: further ones are held back`.
+     * When no record of the module has been held back for 10 seconds, the next record that the logger writes
+     * follows another one: `The module "shop" is within its limit again: 1234 records were held back`. The
+     * same record is written if the limits change before that. A statement whose record is held back has
+     * evaluated its operands.
+     *
+     * @param limits  the limits; empty for none. Modules whose limit stays the same continue counting if the
+     * lists are equal.
+     * @throws std::out_of_range  "Illegal Module Limit" if a name is empty or contains white space, or if a
+     * number or severity is out of range
+     */
+    void setModuleLimits(const ModuleLimitColl& limits);
 
     /**
      * Returns the number of log statements that were rejected because they ran in a signal handler that had

@@ -17,7 +17,10 @@
 namespace com::kor::dal::nim::log {
 
 class ForkEntry;
+class LoggerState;
+struct LimitReport;
 struct LogSettings;
+class ModuleLimits;
 
 /**
  * The logger: a severity threshold or mask, an output mask, a module registry and one LogFile.
@@ -190,6 +193,19 @@ private:
 
     bool isDefault() const;
 
+    /** Returns the state that is not stored in this class, whose size users compile into their programs. */
+    __attribute__((visibility("hidden"))) LoggerState& state() const noexcept;
+    __attribute__((visibility("hidden"))) ModuleLimits& moduleLimits() const noexcept
+        DALNIM_REQUIRES(stateSync);
+    /**
+     * Counts a record of a module with a limit, and writes the reports that are due. Returns false if the
+     * record is held back.
+     */
+    __attribute__((visibility("hidden"))) bool isAdmitted(const Module& mod, Severity sev)
+        DALNIM_EXCLUDES(stateSync);
+    __attribute__((visibility("hidden"))) void reportLimit(const LimitReport& report)
+        DALNIM_EXCLUDES(stateSync);
+
     static void getSeverityMask(SeverityMaskData& data, unsigned int mask);
     static std::ostream& writeOutputMask(std::ostream& os, unsigned int mask);
     static std::ostream& writeSeverityMask(std::ostream& os, unsigned int mask);
@@ -219,7 +235,7 @@ private:
     std::unique_ptr<ModuleRegistration> modules DALNIM_PT_GUARDED_BY(stateSync);
     /** Number of statements in signal handlers that were rejected. */
     std::atomic<std::uint64_t> refusedStatements{0};
-    /** Has fork() hold stateSync. Destroyed first. */
+    /** A LoggerState, which has fork() hold stateSync. Destroyed first. */
     std::unique_ptr<ForkEntry> forkEntry;
 };
 

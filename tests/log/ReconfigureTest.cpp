@@ -232,12 +232,13 @@ TEST(Reconfigure, RejectsEachBadValueAndNamesTheAllowedOnes)
 TEST(Reconfigure, RejectsUnknownKeys)
 {
     Write logger;
-    EXPECT_EQ("Bad log configuration: com.kor.dal.nim.log.Control.severity = \"DEBUG\" is not a setting; the "
-              "settings are "
-              "escape.enable, fallback.enable, file.mode, stream, file, directory, localtime, timeFormat, "
-              "severity.mask, "
-              "severity.id, output.mask, modules, remote.enable, maxNumberOfFiles and maxFileSize",
-              refusal(logger, Settings{{"severity", "DEBUG"}}));
+    EXPECT_EQ(
+        "Bad log configuration: com.kor.dal.nim.log.Control.severity = \"DEBUG\" is not a setting; the "
+        "settings are "
+        "escape.enable, fallback.enable, file.mode, stream, file, directory, localtime, timeFormat, "
+        "severity.mask, "
+        "severity.id, output.mask, modules, modules.limits, remote.enable, maxNumberOfFiles and maxFileSize",
+        refusal(logger, Settings{{"severity", "DEBUG"}}));
 }
 
 TEST(Reconfigure, NamesEveryBadSettingInOneException)

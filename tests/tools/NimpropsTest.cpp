@@ -74,7 +74,8 @@ TEST_F(NimpropsTest, CheckLogPrintsSettingsThatAReconfigurationRejects)
         "bad:5: error: com.kor.dal.nim.log.Control.severity = \"DEBUG\" is not a setting; the settings are "
         "escape.enable, fallback.enable, file.mode, stream, file, directory, localtime, timeFormat, "
         "severity.mask, "
-        "severity.id, output.mask, modules, remote.enable, maxNumberOfFiles and maxFileSize\n",
+        "severity.id, output.mask, modules, modules.limits, remote.enable, maxNumberOfFiles and "
+        "maxFileSize\n",
         "");
     expectResult(run("check bad"), 1,
                  "bad:6: warning: Overriding property \"com.kor.dal.nim.log.Control.maxFileSize\"\n", "");

@@ -18,7 +18,7 @@ public:
     enum class Kind : unsigned char { LOGGER, FILE };
 
     ForkEntry(Kind kind, const mt::CriticalSection& section) noexcept;
-    ~ForkEntry();
+    virtual ~ForkEntry();
 
     ForkEntry(const ForkEntry&) = delete;
     ForkEntry& operator=(const ForkEntry&) = delete;

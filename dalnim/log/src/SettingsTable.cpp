@@ -5,6 +5,7 @@
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/LineBuffer.hpp>
+#include <dalnim/log/src/ModuleLimits.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/internal/src/TimeZone.hpp>
@@ -230,6 +231,25 @@ bool readModules(const String& value, LogSettings& settings)
     return !settings.modules.empty();
 }
 
+bool readModuleLimits(const String& value, std::vector<Control::ModuleLimit>& limits)
+{
+    for (const String& word : words(value)) {
+        if (!ModuleLimits::parse(word, limits.emplace_back())) {
+            return false;
+        }
+    }
+    return !limits.empty();
+}
+
+void setModuleLimits(const String& value, Control& logger)
+{
+    std::vector<Control::ModuleLimit> limits;
+    if (!readModuleLimits(value, limits)) {
+        throw std::out_of_range("Illegal Module Limit");
+    }
+    logger.setModuleLimits(limits);
+}
+
 void setOutputMask(const String& value, Control& logger)
 {
     unsigned int mask = Mask_NONE;
@@ -279,6 +299,14 @@ constexpr Setting SETTINGS[] = {
     {Control::TAG_OUTPUT_MASK, nullptr, readOutputMask, ALLOWED_FIELDS, setOutputMask},
     {Control::TAG_MODULE_LIST, nullptr, readModules, "names and patterns separated by white space",
      addModules},
+    {Control::TAG_MODULE_LIMITS, nullptr,
+     [](const String& value, LogSettings& settings) {
+         return readModuleLimits(value, settings.moduleLimits);
+     },
+     "limits such as shop.*=10/50 (records per second and burst, each from 1 to 1000000) or "
+     "shop.*=10/50/ERROR, "
+     "separated by white space",
+     setModuleLimits},
     {Control::TAG_ALLOW_REMOTE, nullptr,
      [](const String& value, LogSettings& settings) { return readSwitch(value, settings.remoteControl); },
      ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.allowRemoteControl(isTrue(value)); }},

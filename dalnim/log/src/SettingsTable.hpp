@@ -31,6 +31,7 @@ struct LogSettings
     unsigned int outputMask;
     /** The module filter, without duplicates. */
     std::list<String> modules;
+    std::vector<Control::ModuleLimit> moduleLimits;
     bool localtime;
     TimeFormat timeFormat;
     bool remoteControl;

@@ -11,6 +11,7 @@
 #include <dalnim/log/src/ForkHandlers.hpp>
 #include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogText.hpp>
+#include <dalnim/log/src/LoggerState.hpp>
 #include <dalnim/log/src/PrefixFormat.hpp>
 #include <dalnim/log/src/RecordLine.hpp>
 #include <dalnim/log/src/StatementClock.hpp>
@@ -51,8 +52,7 @@ Write::Write()
     : stateSync(false), flagAllowRemoteControl(false), streamHeaderDone(false), escapesControls(false),
       fallsBack(false), prefixFormat(PrefixFormat::pack(getOutputMaskDefault(), TimeFormat_LOCAL)),
       severity(getSeverityDefault()), logFile(new LogFile), ownedLogFile(true), fileMode(MODE_OF_UMASK),
-      modules(std::make_unique<ModuleRegistration>()),
-      forkEntry(std::make_unique<ForkEntry>(ForkEntry::Kind::LOGGER, stateSync))
+      modules(std::make_unique<ModuleRegistration>()), forkEntry(std::make_unique<LoggerState>(stateSync))
 {
 }
 
@@ -73,6 +73,9 @@ void Write::log(const Module& mod, const Header& rec, bool force)
 {
     const sys::StackTrack track("log()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     if (!force && !isSeveritySatisfied(rec.getSeverityId())) {
+        return;
+    }
+    if (__builtin_expect(state().isLimited(), false) && !force && !isAdmitted(mod, rec.getSeverityId())) {
         return;
     }
     if (typeid(*this) == typeid(Write)) {

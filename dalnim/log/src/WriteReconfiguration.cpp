@@ -6,6 +6,7 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <qv/pmx/src/CancellationOff.hpp>
+#include <dalnim/log/src/LoggerState.hpp>
 #include <dalnim/log/src/PrefixFormat.hpp>
 #include <dalnim/log/src/SettingsTable.hpp>
 #include <dalnim/log/src/SettingsText.hpp>
@@ -123,6 +124,8 @@ void Write::applySettings(const LogSettings& settings)
     const bool isShared = settings.stream == nullptr && settings.path.empty();
     LogFileRef opened;
     Changes changes;
+    ModuleLimits::Limits limits = settings.moduleLimits;
+    ModuleLimits::Buckets endedLimits;
     StateHolder holder(stateSync.acquire());
     // A rotation or another program may have renamed the file since it was opened.
     for (int attempt = 0; !isShared && attempt < MOST_ATTEMPTS
@@ -168,6 +171,8 @@ void Write::applySettings(const LogSettings& settings)
     changes.add("OutputMask", textOf([&](std::ostream& os) { writeOutputMask(os, getOutputMask()); }),
                 textOf([&](std::ostream& os) { writeOutputMask(os, settings.outputMask); }));
     changes.add("ModuleFilter", filterText(modules->getModulesRequested()), filterText(settings.modules));
+    changes.add("ModuleLimits", quoted(ModuleLimits::text(moduleLimits().limits())),
+                quoted(ModuleLimits::text(limits)));
     changes.add("RemoteControlAllowed", truth(remoteControlAllowed()), truth(settings.remoteControl));
     if (ownsOutput) {
         // A new file that replaces a shared one has no limits yet.
@@ -195,6 +200,8 @@ void Write::applySettings(const LogSettings& settings)
     severity.set(settings.severityMask, settings.minimum);
     setPrefixFormat(settings.outputMask, settings.timeFormat);
     flagAllowRemoteControl.store(settings.remoteControl, std::memory_order_relaxed);
+    moduleLimits().exchange(limits, endedLimits);
+    state().limitsHaveChanged();
     holder.release(true);
     // Closes the old output.
     opened.clear();
@@ -205,6 +212,9 @@ void Write::applySettings(const LogSettings& settings)
         changes.write(report.os());
         report.throwIfTruncated();
         log(INTERNAL_LOG_MODULE, report, true);
+    }
+    for (const LimitReport& report : ModuleLimits::ends(endedLimits)) {
+        reportLimit(report);
     }
 }
 

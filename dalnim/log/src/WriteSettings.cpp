@@ -6,6 +6,7 @@
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/nsdefs.hpp>
+#include <dalnim/log/src/LoggerState.hpp>
 #include <dalnim/log/src/PrefixFormat.hpp>
 #include <dalnim/log/src/StatementClock.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
@@ -585,6 +586,37 @@ std::ostream& Write::writeSeverityMask(std::ostream& os, unsigned int mask)
 {
     return writeMask(os, mask, mask != 0 ? mask : severityBit(Severity_NONE),
                      [](unsigned int bit) { return getSeverityName(static_cast<Severity>(bit)); });
+}
+
+Control::ModuleLimitColl Control::getModuleLimits() const
+{
+    const auto* const logger = dynamic_cast<const Write*>(this);
+    if (logger == nullptr) {
+        return {};
+    }
+    const Write::StateHolder holder(logger->stateSync.acquire());
+    return logger->moduleLimits().limits();
+}
+
+void Control::setModuleLimits(const ModuleLimitColl& limits)
+{
+    const sys::StackTrack track("setModuleLimits()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    auto& logger = dynamic_cast<Write&>(*this);
+    ModuleLimits::check(limits);
+    const String newText = ModuleLimits::text(limits);
+    ModuleLimitColl exchanged = limits;
+    ModuleLimits::Buckets ended;
+    Write::StateHolder holder(logger.stateSync.acquire());
+    logger.moduleLimits().exchange(exchanged, ended);
+    logger.state().limitsHaveChanged();
+    holder.release(true);
+    const String oldText = ModuleLimits::text(exchanged);
+    if (oldText != newText) {
+        logger.reportOldAndNew(__LINE__, "ModuleLimits", quoted(oldText), quoted(newText));
+    }
+    for (const LimitReport& report : ModuleLimits::ends(ended)) {
+        logger.reportLimit(report);
+    }
 }
 
 std::uint64_t Control::getRefusedStatements() const noexcept

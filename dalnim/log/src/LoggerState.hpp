@@ -1,0 +1,46 @@
+#ifndef DALNIM_LOG_SRC_LOGGERSTATE_HPP
+#define DALNIM_LOG_SRC_LOGGERSTATE_HPP
+
+#include <dalnim/log/Write.hpp>
+#include <dalnim/log/src/ForkHandlers.hpp>
+#include <dalnim/log/src/ModuleLimits.hpp>
+
+#include <atomic>
+
+namespace com::kor::dal::nim::log {
+
+/**
+ * The state of a Write that is not stored in the Write itself: users derive from that class and embed its
+ * objects, so that its size must not change. A Write stores it as its fork entry.
+ */
+class LoggerState final : public ForkEntry
+{
+public:
+    explicit LoggerState(const mt::CriticalSection& locked) noexcept : ForkEntry(Kind::LOGGER, locked) {}
+
+    /** Returns true if `limits` contains any. Requires no lock. */
+    bool isLimited() const noexcept
+    {
+        return hasLimits.load(std::memory_order_relaxed);
+    }
+    /** Follows a change of `limits`, with the lock of the logger held. */
+    void limitsHaveChanged() noexcept
+    {
+        hasLimits.store(!limits.limits().empty(), std::memory_order_relaxed);
+    }
+
+    /** Guarded by the lock of the logger. */
+    ModuleLimits limits;
+
+private:
+    std::atomic<bool> hasLimits{false};
+};
+
+inline LoggerState& Write::state() const noexcept
+{
+    return static_cast<LoggerState&>(*forkEntry);
+}
+
+}
+
+#endif
