@@ -93,6 +93,7 @@
 #include <dalnim/log/ModuleRegistration.hpp>
 #include <dalnim/log/Statement.hpp>
 #include <dalnim/log/StatementThrottle.hpp>
+#include <dalnim/log/Statistics.hpp>
 #include <dalnim/log/ThrottledStatement.hpp>
 #include <dalnim/log/TimeFormat.hpp>
 #include <dalnim/log/Write.hpp>

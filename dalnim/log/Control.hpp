@@ -3,6 +3,7 @@
 
 #include <dalnim/String.hpp>
 #include <dalnim/log/Common.hpp>
+#include <dalnim/log/Statistics.hpp>
 #include <dalnim/log/TimeFormat.hpp>
 #include <dalnim/sys/InitLock.hpp>
 #include <qv/pmx/api.h>
@@ -387,6 +388,13 @@ public:
      * in a signal handler.
      */
     std::uint64_t getRefusedStatements() const noexcept;
+
+    /**
+     * Returns the numbers of the records that this logger has written and could not write; all 0 for a logger
+     * that is not a Write. Acquires no lock: the numbers of a record that is being written may be incomplete.
+     * May be called in a signal handler.
+     */
+    Statistics getStatistics() const noexcept;
 
     /** Returns the output mask of new loggers. */
     static unsigned int getOutputMaskDefault();

@@ -16,6 +16,7 @@
 namespace com::kor::dal::nim::log {
 
 class ForkEntry;
+struct LineOutcome;
 class LogOutput;
 
 /**
@@ -110,8 +111,10 @@ public:
 private:
     friend class Write;
 
+    /** For a logger: log(). */
+    __attribute__((visibility("hidden"))) LineOutcome logMessage(const String& msg);
     /** log() of a line that is trimmed and ends in a newline. */
-    void logLine(std::string_view line);
+    LineOutcome logLine(std::string_view line);
     /** For a logger: writes the stream header. Returns false if the output rejects it. */
     bool begin(const String& text) const;
     /** The settings that a logger sets together with the output. */

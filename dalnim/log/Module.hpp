@@ -90,6 +90,8 @@ private:
     static const SeverityGate* gateOf(const Log& logger) noexcept;
     /** Increments the number of refused statements of a Write; does nothing for any other logger. */
     static void countRefused(Log& logger) noexcept;
+    /** Counts a record that was not passed to a Write; does nothing for any other logger. */
+    __attribute__((visibility("hidden"))) static void countFailed(Log& logger, Severity severity) noexcept;
     /**
      * Binds this module to its logger's gate, or to an open one, and returns it. Threads may do so
      * concurrently.

@@ -19,6 +19,7 @@ namespace com::kor::dal::nim::log {
 class ForkEntry;
 class LoggerState;
 struct LimitReport;
+struct LineOutcome;
 struct LogSettings;
 class ModuleLimits;
 
@@ -128,6 +129,9 @@ private:
         Severity sevs[Severity_COUNT];
     };
 
+    /** Logs a record of a subclass, which may override format() or log(const String&). */
+    __attribute__((visibility("hidden"))) void logOverridden(const Module& mod, const Header& rec)
+        DALNIM_EXCLUDES(stateSync);
     /**
      * Logs a record if neither format() nor log(const String&) is replaced: formats the line before it
      * acquires the lock, and again under it if its format has changed in between.
@@ -148,7 +152,7 @@ private:
     /** Writes the stream header if it is due. Returns false if that fails, and getFallback() is selected. */
     bool beginOutput() const DALNIM_REQUIRES(stateSync);
     /** Writes a line that ends in a newline, to standard error if need be and getFallback() is selected. */
-    void writeLine(std::string_view line) DALNIM_REQUIRES(stateSync);
+    LineOutcome writeLine(std::string_view line) DALNIM_REQUIRES(stateSync);
     void streamHeader() const DALNIM_REQUIRES(stateSync);
     void revertStreamHeader(int error) const DALNIM_REQUIRES(stateSync);
     /** Writes a message and the configuration to the output. Returns false if the output rejects them. */

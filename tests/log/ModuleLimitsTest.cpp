@@ -194,6 +194,19 @@ TEST_F(ModuleLimitsTest, OtherLimitsEndTheFlood)
     EXPECT_EQ(endOf("shop", "3 records were") + records("shop", 5), write(shop, 5));
 }
 
+TEST_F(ModuleLimitsTest, StatisticsCountTheRecordsHeldBack)
+{
+    logger.write.setModuleLimits({limitOf("shop", 1, 2, log::Severity_ERROR)});
+    write(shop, 5);
+    write(shop, 3, log::Severity_ERROR);
+    const log::Statistics statistics = logger.write.getStatistics();
+    EXPECT_EQ(3u, statistics.records[log::Severity_WARNING].heldBack);
+    EXPECT_EQ(3u, statistics.records[log::Severity_ERROR].heldBack);
+    EXPECT_EQ(3u, statistics.records[log::Severity_WARNING].written) << "with the report";
+    EXPECT_EQ(0u, statistics.records[log::Severity_ERROR].written);
+    EXPECT_EQ(6u, statistics.total().heldBack);
+}
+
 TEST_F(ModuleLimitsTest, RejectsLimitsOutOfRange)
 {
     const log::Severity none = log::Severity_NONE;
@@ -246,6 +259,7 @@ TEST_F(ModuleLimitsTest, LimitsApplyToSubclasses)
     Module module("derived", write);
     write.setModuleLimits({limitOf("derived", 1, 1)});
     EXPECT_EQ(records("derived", 1) + beginOf("derived", "1 record"), this->write(module, 3));
+    EXPECT_EQ(2u, write.getStatistics().total().heldBack);
 }
 
 TEST_F(ModuleLimitsTest, RecordThatEndsAFloodOnSeveralThreadsIsWrittenOnce)

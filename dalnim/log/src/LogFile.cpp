@@ -117,17 +117,22 @@ bool LogFile::is_reserved() const
 
 void LogFile::log(const String& msg)
 {
+    logMessage(msg);
+}
+
+LineOutcome LogFile::logMessage(const String& msg)
+{
     const sys::StackTrack track("log()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     LineBuffer line;
     line.append(msg);
     terminateLine(line, CurrentPrefix::lengthIn(msg));
-    logLine(line.view());
+    return logLine(line.view());
 }
 
-void LogFile::logLine(std::string_view line)
+LineOutcome LogFile::logLine(std::string_view line)
 {
     const StateHolder holder(stateSync.acquire());
-    output->logLine(line);
+    return output->logLine(line);
 }
 
 bool LogFile::begin(const String& text) const

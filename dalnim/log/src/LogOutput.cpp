@@ -276,7 +276,7 @@ bool LogOutput::begin(std::string_view text)
     return tryWrite(text);
 }
 
-void LogOutput::logLine(std::string_view line)
+LineOutcome LogOutput::logLine(std::string_view line)
 {
     open();
     const qv::CancellationOff uncut;
@@ -286,8 +286,9 @@ void LogOutput::logLine(std::string_view line)
         StreamOutput::writeToFallback(line);
     }
     if (sizeLimit != 0 && hasReachedLimit(isWritten)) {
-        switchFile();
+        return {isWritten, switchFile() ? LineOutcome::Rotation::DONE : LineOutcome::Rotation::FAILED};
     }
+    return {isWritten, LineOutcome::Rotation::NONE};
 }
 
 bool LogOutput::hasReachedLimit(bool isWritten)
@@ -303,7 +304,7 @@ bool LogOutput::hasReachedLimit(bool isWritten)
     return StreamOutput::position(fallbackStream()) >= sizeLimit;
 }
 
-void LogOutput::switchFile()
+bool LogOutput::switchFile()
 {
     FileTrace::print(__LINE__, "switchFile", "Switching log file [", outputPath, "] ...");
     try {
@@ -315,10 +316,12 @@ void LogOutput::switchFile()
                                                + sys::sys_err_string(error));
         }
         followChange();
+        return true;
     } catch (const std::exception& exc) {
         // The current line has been written: no record fails because its file could not be rotated.
         FileTrace::print(__LINE__, "switchFile", "ERROR: ", exc.what());
         revertStream();
+        return false;
     }
 }
 

@@ -2,6 +2,7 @@
 #define DALNIM_LOG_SRC_LOGOUTPUT_HPP
 
 #include <dalnim/String.hpp>
+#include <dalnim/log/src/LineOutcome.hpp>
 
 #include <cstddef>
 #include <memory>
@@ -84,14 +85,15 @@ public:
     /** Writes a text to the output. Returns false, with the cause in `errno`, if it rejects the text. */
     bool begin(std::string_view text);
     /** Writes a line that ends in a newline, to standard error if need be, and rotates the file. */
-    void logLine(std::string_view line);
+    LineOutcome logLine(std::string_view line);
 
 private:
     void openFile();
     void checkCreatable();
     bool tryWrite(std::string_view line);
     bool hasReachedLimit(bool isWritten);
-    void switchFile();
+    /** Returns false if the rotation failed, so that the output is standard error. */
+    bool switchFile();
     /** To be called after each change of the file. */
     void followChange() const noexcept;
 

@@ -3,9 +3,11 @@
 
 #include <dalnim/log/Write.hpp>
 #include <dalnim/log/src/ForkHandlers.hpp>
+#include <dalnim/log/src/LogCounters.hpp>
 #include <dalnim/log/src/ModuleLimits.hpp>
 
 #include <atomic>
+#include <cstddef>
 
 namespace com::kor::dal::nim::log {
 
@@ -16,6 +18,8 @@ namespace com::kor::dal::nim::log {
 class LoggerState final : public ForkEntry
 {
 public:
+    static constexpr std::size_t CACHE_LINE = 64;
+
     explicit LoggerState(const mt::CriticalSection& locked) noexcept : ForkEntry(Kind::LOGGER, locked) {}
 
     /** Returns true if `limits` contains any. Requires no lock. */
@@ -34,6 +38,34 @@ public:
 
 private:
     std::atomic<bool> hasLimits{false};
+
+public:
+    /** On cache lines of their own: other threads read `hasLimits` without a lock. */
+    alignas(CACHE_LINE) LogCounters counters;
+    /**
+     * The severity of the record that log(const String&) writes; NONE if a subclass calls that directly.
+     * Guarded by the lock of the logger.
+     */
+    Severity currentSeverity = Severity_NONE;
+
+    /** Sets `currentSeverity` for a scope. */
+    class SeverityScope
+    {
+    public:
+        SeverityScope(LoggerState& logger, Severity severity) noexcept : current(logger.currentSeverity)
+        {
+            current = severity;
+        }
+        ~SeverityScope()
+        {
+            current = Severity_NONE;
+        }
+        SeverityScope(const SeverityScope&) = delete;
+        SeverityScope& operator=(const SeverityScope&) = delete;
+
+    private:
+        Severity& current;
+    };
 };
 
 inline LoggerState& Write::state() const noexcept

@@ -8,6 +8,7 @@
 #include <dalnim/log/src/StatementScope.hpp>
 
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <typeinfo>
 
@@ -101,7 +102,12 @@ Module& Module::operator+=(std::ostream& header)
     if (record == nullptr) {
         throw std::invalid_argument("Supplied std::ostream is not an NIM Log Header.");
     }
-    record->throwIfTruncated();
+    try {
+        record->throwIfTruncated();
+    } catch (const std::bad_alloc&) {
+        countFailed(logger, record->getSeverityId());
+        throw;
+    }
     if (loggerGate.load(std::memory_order_relaxed) == &OPEN_GATE) {
         // Loggers of other classes may treat it as the string stream that it is.
         record->copyToStringStream();

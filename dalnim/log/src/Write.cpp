@@ -78,10 +78,20 @@ void Write::log(const Module& mod, const Header& rec, bool force)
     if (__builtin_expect(state().isLimited(), false) && !force && !isAdmitted(mod, rec.getSeverityId())) {
         return;
     }
-    if (typeid(*this) == typeid(Write)) {
-        formatAndLog(mod, rec);
-        return;
+    try {
+        if (typeid(*this) == typeid(Write)) {
+            formatAndLog(mod, rec);
+        } else {
+            logOverridden(mod, rec);
+        }
+    } catch (...) {
+        state().counters.countFailed(rec.getSeverityId());
+        throw;
     }
+}
+
+void Write::logOverridden(const Module& mod, const Header& rec)
+{
     // The operations that a subclass may override are called with the lock held.
     const StateHolder holder(stateSync.acquire());
     if (!beginOutput() && logFile->getPath().empty()) {
@@ -92,6 +102,7 @@ void Write::log(const Module& mod, const Header& rec, bool force)
     const std::size_t prefixLength = record.size();
     appendText(record, rec.text(), escapesControls.load(std::memory_order_relaxed));
     const CurrentPrefix prefix(std::string_view(record).substr(0, prefixLength));
+    const LoggerState::SeverityScope current(state(), rec.getSeverityId());
     log(record);
 }
 
@@ -117,11 +128,13 @@ void Write::formatAndLog(const Module& mod, const Header& rec)
     if (currentFormat != format || currentEscapes != escapes) {
         line.format(currentFormat, currentEscapes);
     }
+    LineOutcome outcome = {false, LineOutcome::Rotation::NONE};
     if (hasBegun) {
-        writeLine(line.view());
+        outcome = writeLine(line.view());
     } else {
         StreamOutput::writeToFallback(line.view());
     }
+    state().counters.countLine(rec.getSeverityId(), line.view().size(), outcome);
 }
 
 bool Write::beginOutput() const
@@ -139,23 +152,28 @@ bool Write::beginOutput() const
     }
 }
 
-void Write::writeLine(std::string_view line)
+LineOutcome Write::writeLine(std::string_view line)
 {
     try {
-        logFile->logLine(line);
+        return logFile->logLine(line);
     } catch (const sys::system_error&) {
         // The output could not be opened, and nothing of the line was written.
         if (!fallsBack.load(std::memory_order_relaxed)) {
             throw;
         }
         StreamOutput::writeToFallback(line);
+        return {false, LineOutcome::Rotation::NONE};
     }
 }
 
 void Write::log(const String& msg)
 {
+    LogCounters& counters = state().counters;
+    const Severity current = state().currentSeverity;
+    // With the newline, without the white space that is trimmed.
+    const std::size_t length = trimmedLength(msg, CurrentPrefix::lengthIn(msg)) + 1;
     try {
-        logFile->log(msg);
+        counters.countLine(current, length, logFile->logMessage(msg));
     } catch (const sys::system_error&) {
         if (!fallsBack.load(std::memory_order_relaxed)) {
             throw;
@@ -164,6 +182,7 @@ void Write::log(const String& msg)
         line.append(msg);
         terminateLine(line, CurrentPrefix::lengthIn(msg));
         StreamOutput::writeToFallback(line.view());
+        counters.countLine(current, length, {false, LineOutcome::Rotation::NONE});
     }
 }
 

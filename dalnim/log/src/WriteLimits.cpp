@@ -25,6 +25,9 @@ bool Write::isAdmitted(const Module& mod, Severity sev)
     try {
         StateHolder holder(stateSync.acquire());
         const bool isAdmitted = moduleLimits().admit(mod.getName(), sev, now, reports);
+        if (!isAdmitted) {
+            state().counters.countHeldBack(sev);
+        }
         holder.release(true);
         for (; written < reports.size(); ++written) {
             reportLimit(reports[written]);

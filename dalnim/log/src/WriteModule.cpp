@@ -3,6 +3,7 @@
 #include <dalnim/log/Module.hpp>
 
 #include <dalnim/log/Write.hpp>
+#include <dalnim/log/src/LoggerState.hpp>
 
 #include <typeinfo>
 
@@ -20,6 +21,13 @@ void Module::countRefused(Log& logger) noexcept
 {
     if (auto* const counter = dynamic_cast<Write*>(&logger)) {
         counter->refusedStatements.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+void Module::countFailed(Log& logger, Severity severity) noexcept
+{
+    if (auto* const counter = dynamic_cast<Write*>(&logger)) {
+        counter->state().counters.countFailed(severity);
     }
 }
 

@@ -619,6 +619,16 @@ void Control::setModuleLimits(const ModuleLimitColl& limits)
     }
 }
 
+Statistics Control::getStatistics() const noexcept
+{
+    Statistics statistics;
+    if (const auto* const logger = dynamic_cast<const Write*>(this)) {
+        logger->state().counters.read(statistics);
+        statistics.refusedStatements = logger->refusedStatements.load(std::memory_order_relaxed);
+    }
+    return statistics;
+}
+
 std::uint64_t Control::getRefusedStatements() const noexcept
 {
     const auto* const logger = dynamic_cast<const Write*>(this);
