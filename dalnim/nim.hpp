@@ -15,6 +15,7 @@
 #include <dalnim/sys/DynLoaderMgr.hpp>
 #include <dalnim/sys/DynSymbol.hpp>
 #include <dalnim/sys/InitLock.hpp>
+#include <dalnim/sys/LoaderStatistics.hpp>
 #include <dalnim/sys/StackTrace.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>

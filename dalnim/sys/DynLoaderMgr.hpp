@@ -8,6 +8,7 @@
 #include <dalnim/mt/MutexHolder.hpp>
 #include <dalnim/sys/DynLibrary.hpp>
 #include <dalnim/sys/DynSymbol.hpp>
+#include <dalnim/sys/LoaderStatistics.hpp>
 #include <qv/pmx/thread_safety.h>
 
 #include <map>
@@ -36,6 +37,12 @@ public:
 
     /** Returns the only manager, which the first call constructs. It is valid until the process has ended. */
     static DynLoaderMgrRef manager();
+
+    /**
+     * Returns the numbers of libraries that this process has loaded and unloaded. Acquires no lock. May be
+     * called in a signal handler.
+     */
+    static LoaderStatistics statistics() noexcept;
 
     /** Loads a library. See DynLibrary::load(). */
     ConstDynLibraryRef image(const String& imgfile, bool global);

@@ -102,10 +102,13 @@ TEST_F(DynFault, FailedUnloadIsLoggedAsAWarning)
     DefaultLogger logger;
     logger->setSeverity(logtest::log::Severity_TRACE);
     logger.taken();
+    const auto before = DynLoaderMgr::statistics();
     {
         const Fault fault(Call::DLCLOSE, 16);
         EXPECT_NO_THROW(DynLibrary::load(OTHER));
     }
+    EXPECT_EQ(before.failedUnloads + 1, DynLoaderMgr::statistics().failedUnloads);
+    EXPECT_EQ(before.unloaded, DynLoaderMgr::statistics().unloaded);
     EXPECT_EQ("com.kor.dal.nim WARNING DynLibrary : Unable to unload dynamic library \"" + OTHER
                   + "\": Device or resource busy\n",
               logger.taken());
@@ -220,6 +223,7 @@ TEST_F(DynFault, ErrorNumberOfTheRuntimeLayerKeepsItsMessage)
 TEST_F(DynFault, LoadThatRunsOutOfMemoryLeavesNothingLoaded)
 {
     DynLoaderMgr::manager();
+    const auto before = DynLoaderMgr::statistics();
     const String name = OTHER;
     const String symbolName = "dyn_other_value";
     int failures = 0;
@@ -245,6 +249,8 @@ TEST_F(DynFault, LoadThatRunsOutOfMemoryLeavesNothingLoaded)
     EXPECT_GE(failures, 5);
     EXPECT_LT(failures, 1000);
     EXPECT_EQ(loads, unloads);
+    const auto after = DynLoaderMgr::statistics();
+    EXPECT_EQ(after.loaded - before.loaded, after.unloaded - before.unloaded);
     EXPECT_EQ(5, valueOf(DynLibrary::load(OTHER)->symbol("dyn_other_value")));
 }
 

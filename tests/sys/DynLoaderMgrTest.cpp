@@ -13,6 +13,7 @@ namespace {
 using namespace dyntest;
 using com::kor::dal::nim::mem::RcoRef;
 using com::kor::dal::nim::mem::RefCntObject;
+using com::kor::dal::nim::sys::LoaderStatistics;
 using qvtest::Caller;
 using qvtest::Gate;
 
@@ -106,6 +107,22 @@ TEST(DynLoaderMgr, CheckRefsDestroysObjectsThatOnlyTheCacheReferences)
     EXPECT_TRUE(isMapped(OTHER));
     EXPECT_TRUE(manager->checkRefs(other));
     EXPECT_FALSE(isMapped(OTHER));
+}
+
+TEST(DynLoaderMgr, StatisticsCountLoadsUnloadsAndFailures)
+{
+    const LoaderStatistics before = DynLoaderMgr::statistics();
+    {
+        const ConstDynLibraryRef library = DynLibrary::load(PLAIN);
+        const ConstDynLibraryRef again = DynLibrary::load(PLAIN);
+        EXPECT_EQ(before.loaded + 1, DynLoaderMgr::statistics().loaded) << "the second one is in the cache";
+        EXPECT_EQ(before.unloaded, DynLoaderMgr::statistics().unloaded);
+    }
+    EXPECT_EQ(before.unloaded + 1, DynLoaderMgr::statistics().unloaded);
+    EXPECT_ANY_THROW(DynLibrary::load("/nowhere/at/all.so"));
+    EXPECT_EQ(before.loaded + 1, DynLoaderMgr::statistics().loaded);
+    EXPECT_EQ(before.failedLoads + 1, DynLoaderMgr::statistics().failedLoads);
+    EXPECT_EQ(before.failedUnloads, DynLoaderMgr::statistics().failedUnloads);
 }
 
 // Calls of a library's static constructors and destructors, on the thread that loads and releases it.

@@ -10,6 +10,7 @@
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/nsdefs.hpp>
 #include <dalnim/sys/src/DynLoaderRelease.hpp>
+#include <dalnim/sys/src/LoaderCounters.hpp>
 #include <qv/pmx/library.h>
 
 namespace com::kor::dal::nim::sys {
@@ -20,9 +21,11 @@ void unload(qv_lhandle_t handle, const String& path)
 {
     if (qv_si_library_unload(handle) != 0) {
         const int error = sys_err_num();
+        LoaderCounters::increase(LoaderCounters::failedUnloads);
         NIM_LOG(Severity_WARNING) << "Unable to unload dynamic library \"" << path
                                   << "\": " << sys_err_string(error);
     } else {
+        LoaderCounters::increase(LoaderCounters::unloaded);
         NIM_LOG(Severity_INFO) << "Unloaded dynamic library \"" << path << '"';
     }
 }

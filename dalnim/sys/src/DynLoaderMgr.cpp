@@ -7,6 +7,7 @@
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/internal/src/ForkSafeMutex.hpp>
 #include <dalnim/sys/nsdefs.hpp>
+#include <dalnim/sys/src/LoaderCounters.hpp>
 #include <qv/pmx/library.h>
 
 #include <atomic>
@@ -28,7 +29,8 @@ struct Unload
 {
     void operator()(qv_lhandle_t handle) const
     {
-        qv_si_library_unload(handle);
+        LoaderCounters::increase(qv_si_library_unload(handle) == 0 ? LoaderCounters::unloaded
+                                                                   : LoaderCounters::failedUnloads);
     }
 };
 
@@ -67,8 +69,10 @@ Handle load_library(const String& imgfile)
     const qv_err_t status = isName(imgfile) ? load_or_terminate(imgfile, &text, &handle) : ENOENT;
     const SystemText detail(text, &std::free);
     if (status == 0) {
+        LoaderCounters::increase(LoaderCounters::loaded);
         return Handle(handle);
     }
+    LoaderCounters::increase(LoaderCounters::failedLoads);
     String message = "Unable to load \"" + imgfile + "\": " + sys_err_string(status);
     if (detail && *detail != '\0') {
         // The closing parenthesis has no opening one. Readers of these messages look for it.
@@ -132,6 +136,11 @@ DynLoaderMgrRef DynLoaderMgr::manager()
             [] { fork_hold.afterForkInChild(internal::ForkSafeMutex::of(instance.load()->sync), true); });
     });
     return DynLoaderMgrRef(known);
+}
+
+LoaderStatistics DynLoaderMgr::statistics() noexcept
+{
+    return LoaderCounters::read();
 }
 
 // Keeps the lock, if it could be acquired in time.
