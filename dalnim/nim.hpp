@@ -79,6 +79,7 @@
 #include <dalnim/io/EncodingBase.hpp>
 #include <dalnim/io/FsOps.hpp>
 #include <dalnim/io/HexDump.hpp>
+#include <dalnim/io/MetricsText.hpp>
 #include <dalnim/io/Properties.hpp>
 #include <dalnim/io/nsdefs.hpp>
 
