@@ -80,11 +80,11 @@ Host::Host(const Options& given)
 {
     stop.requestsLeft = options.records != 0 ? static_cast<std::int64_t>(options.records)
                                              : std::numeric_limits<std::int64_t>::max();
-    checkStatusPath(configuration.logPath());
+    checkFilePaths(configuration.logPath());
     configuration.check(sourceNames());
     configuration.configureLog();
     // Only now is the path known of a stream that an adapter provides.
-    checkStatusPath(::com_kor_dal_nim_log_control.getPath());
+    checkFilePaths(::com_kor_dal_nim_log_control.getPath());
     logWatch.setConfiguration(configuration);
     logWarnings(configuration.warnings());
     makePool();
@@ -94,6 +94,9 @@ Host::Host(const Options& given)
     }
     if (!options.status.empty()) {
         recorder = std::make_unique<StatusRecorder>(options.status, counters, traces);
+    }
+    if (!options.metrics.empty()) {
+        metrics = std::make_unique<MetricsFile>(options.metrics, counters);
     }
 }
 
@@ -153,18 +156,26 @@ void Host::makeReader()
     threads.push_back(std::move(hostThread));
 }
 
-/** The page replaces its file, which must therefore be neither the log nor a possible rotated file. */
-void Host::checkStatusPath(const std::string& log) const
+/** The page and the metrics replace their files. */
+void Host::checkFilePaths(const std::string& log) const
 {
-    if (options.status.empty() || log.empty()) {
+    checkFilePath("--status", options.status, log);
+    checkFilePath("--metrics", options.metrics, log);
+}
+
+/** A file that is replaced must be neither the log nor a possible rotated file. */
+void Host::checkFilePath(const char* option, const std::string& file, const std::string& log) const
+{
+    if (file.empty() || log.empty()) {
         return;
     }
     namespace fs = std::filesystem;
     const std::string live = fs::weakly_canonical(log);
-    for (const std::string& written : {options.status, options.status + ".new"}) {
-        const std::string page = fs::weakly_canonical(written);
-        if (page == live || page.rfind(live + ".", 0) == 0) {
-            throw ConfigurationError("--status " + options.status + " must not be a file of the log, " + log);
+    for (const std::string& written : {file, file + ".new"}) {
+        const std::string replaced = fs::weakly_canonical(written);
+        if (replaced == live || replaced.rfind(live + ".", 0) == 0) {
+            throw ConfigurationError(std::string(option) + ' ' + file + " must not be a file of the log, "
+                                     + log);
         }
     }
 }
@@ -183,7 +194,7 @@ int Host::run()
     if (started) {
         report();
     }
-    writeLastStatus();
+    writeLastFiles();
     return exitStatus();
 }
 
@@ -260,9 +271,7 @@ void Host::waitForEnd()
         if (terminal) {
             showProgress(std::cout, seconds(), counters, traces.rotations());
         }
-        if (recorder) {
-            recorder->update(seconds());
-        }
+        updateFiles();
         logSafely([&] { logWatch.check(); });
         handleSignals(arrived);
     }
@@ -292,7 +301,7 @@ void Host::reloadConfiguration()
     serviceManager.reportReloading();
     try {
         const Configuration fresh(options.config, Configuration::WHILE_RUNNING);
-        checkStatusPath(fresh.logPath());
+        checkFilePaths(fresh.logPath());
         fresh.check(sourceNames());
         const std::size_t ignored = applyConfiguration(fresh);
         ++counters.configurationsReloaded;
@@ -390,9 +399,7 @@ bool Host::waitForAnswers()
     while (!isAllAnswered() || !isPoolQuiet()) {
         handleSignals(signals.wait(END_INTERVAL));
         serviceManager.keepAlive();
-        if (recorder) {
-            recorder->update(seconds());
-        }
+        updateFiles();
         if (endLimit == std::chrono::seconds::zero()) {
             continue;
         }
@@ -441,7 +448,7 @@ void Host::exitWithUnanswered()
         results->end();
     }
     report();
-    writeLastStatus();
+    writeLastFiles();
     std::cout.flush();
     std::_Exit(exitStatus());
 }
@@ -508,13 +515,29 @@ int Host::exitStatus() const
     return status != 0 ? status : failed ? 1 : 0;
 }
 
-void Host::writeLastStatus()
+void Host::updateFiles()
 {
-    if (!recorder) {
-        return;
+    if (recorder) {
+        recorder->update(seconds());
+    }
+    if (metrics) {
+        metrics->update(seconds());
+    }
+}
+
+void Host::writeLastFiles()
+{
+    try {
+        if (recorder) {
+            recorder->end(seconds());
+        }
+    } catch (const std::exception& exc) {
+        reportError(exc.what(), 1);
     }
     try {
-        recorder->end(seconds());
+        if (metrics) {
+            metrics->write();
+        }
     } catch (const std::exception& exc) {
         reportError(exc.what(), 1);
     }

@@ -3,6 +3,7 @@
 
 #include "DocumentReader.hpp"
 #include "LogWatch.hpp"
+#include "MetricsFile.hpp"
 #include "Monitor.hpp"
 #include "Options.hpp"
 #include "Plugin.hpp"
@@ -29,7 +30,7 @@ class Host
 {
 public:
     /**
-     * Reads the configuration, opens the log and writes the first status page.
+     * Reads the configuration, opens the log and writes the first status page and metrics.
      * @throws ConfigurationError if the configuration is invalid; exceptions of the library and of adapters
      * propagate
      */
@@ -56,7 +57,8 @@ private:
     void makePool();
     void makeSources();
     void makeReader();
-    void checkStatusPath(const std::string& log) const;
+    void checkFilePaths(const std::string& log) const;
+    void checkFilePath(const char* option, const std::string& file, const std::string& log) const;
     std::vector<std::string> sourceNames() const;
 
     bool start();
@@ -81,7 +83,8 @@ private:
     void dropRemaining();
     void exitWithUnanswered();
     void report();
-    void writeLastStatus();
+    void updateFiles();
+    void writeLastFiles();
     void reportError(const std::string& text, int exitStatus);
     int exitStatus() const;
     double seconds() const;
@@ -105,6 +108,8 @@ private:
     std::unique_ptr<DocumentReader> reader;
     /** Exists only if a status page was requested. */
     std::unique_ptr<StatusRecorder> recorder;
+    /** Exists only if metrics were requested. */
+    std::unique_ptr<MetricsFile> metrics;
     LogWatch logWatch;
     Monitor monitor;
     com::kor::dal::nim::mt::Thread monitorThread;

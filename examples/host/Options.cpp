@@ -12,7 +12,7 @@ namespace nimhost {
 
 const char USAGE[] =
     "usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N]\n"
-    "               [--service] [--status FILE] [DOCUMENT...]\n"
+    "               [--service] [--status FILE] [--metrics FILE] [DOCUMENT...]\n"
     "\n"
     "Answers the requests in XML documents with plug-ins, and writes the results to standard output.\n"
     "If DOCUMENT is \"-\", reads standard input. Without documents, generates requests in sources, which\n"
@@ -25,6 +25,9 @@ const char USAGE[] =
     "  --records N    stop after N requests of the sources\n"
     "  --service      set no limit: run the sources until a signal\n"
     "  --status FILE  write an HTML page about the run, once per second\n"
+    "  --metrics FILE\n"
+    "                 write numbers of the host, its log and its plug-ins every two seconds, for the\n"
+    "                 textfile collector of Prometheus, which reads files that end in .prom\n"
     "  --help         print this help\n"
     "\n"
     "Sources without a limit run for five seconds. SIGHUP reloads the configuration. SIGINT and SIGTERM\n"
@@ -33,8 +36,8 @@ const char USAGE[] =
     "reported to the service manager, if NOTIFY_SOCKET is set.\n"
     "\n"
     "Exit status: 0 if all is well; 1 if a document was rejected, one of its requests failed, anything\n"
-    "was dropped, or the results, the summary or the last page could not be written; 2 if the command\n"
-    "line or the configuration is invalid, even after SIGHUP, or the host cannot start.\n";
+    "was dropped, or the results, the summary, the last page or metrics could not be written; 2 if the\n"
+    "command line or the configuration is invalid, even after SIGHUP, or the host cannot start.\n";
 
 namespace {
 
@@ -68,7 +71,7 @@ std::string requireText(const char* option, const char* text)
 Options Options::parse(int argc, char** argv)
 {
     // Index in the table below + 1.
-    enum { CONFIG = 1, THREADS, SECONDS, RECORDS, SERVICE, STATUS, HELP };
+    enum { CONFIG = 1, THREADS, SECONDS, RECORDS, SERVICE, STATUS, METRICS, HELP };
     static const option long_options[] = {
         {"config", required_argument, nullptr, CONFIG},
         {"threads", required_argument, nullptr, THREADS},
@@ -76,6 +79,7 @@ Options Options::parse(int argc, char** argv)
         {"records", required_argument, nullptr, RECORDS},
         {"service", no_argument, nullptr, SERVICE},
         {"status", required_argument, nullptr, STATUS},
+        {"metrics", required_argument, nullptr, METRICS},
         {"help", no_argument, nullptr, HELP},
         {nullptr, 0, nullptr, 0},
     };
@@ -108,6 +112,9 @@ Options Options::parse(int argc, char** argv)
         case STATUS:
             options.status = requireText("status", optarg);
             break;
+        case METRICS:
+            options.metrics = requireText("metrics", optarg);
+            break;
         case HELP:
             options.help = true;
             break;
@@ -123,6 +130,9 @@ Options Options::parse(int argc, char** argv)
     }
     if (options.service && (options.seconds != 0 || options.records != 0)) {
         throw UsageError("--service sets no limit: it excludes --seconds and --records");
+    }
+    if (!options.metrics.empty() && options.metrics == options.status) {
+        throw UsageError("--status and --metrics require different files");
     }
     if (options.records != 0 && options.threads == 0 && !options.documents.empty()) {
         throw UsageError("--records limits the sources: with documents, it requires --threads");

@@ -30,6 +30,8 @@ struct Options
     bool service = false;
     /** Path of the status page; empty for none. */
     std::string status;
+    /** Path of the metrics; empty for none. */
+    std::string metrics;
     /** Paths of documents; "-" means standard input. */
     std::vector<std::string> documents;
     bool help = false;

@@ -2,6 +2,7 @@
 #define NIMHOST_STATUSPAGE_HPP
 
 #include "History.hpp"
+#include "ReplacedFile.hpp"
 #include "Summary.hpp"
 
 #include <iosfwd>
@@ -28,7 +29,7 @@ public:
     void write(const Summary& summary, const History& history, bool running) const;
 
 private:
-    const std::string file;
+    const ReplacedFile file;
 };
 
 }
