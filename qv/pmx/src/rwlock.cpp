@@ -20,6 +20,9 @@ constexpr si_uint32_t READERS = 0x3FFFFFFFU;
 /** Number of readers up to which one more is added without a check for overflow. */
 constexpr si_uint32_t UNCHECKED_READERS = READERS / 2;
 
+/** Alignment of `_state`: the record that refers to it is read by every operation, and seldom changes. */
+constexpr unsigned int CACHE_LINE = 64;
+
 constexpr int MAGIC_UNINITIALIZED = 0;
 constexpr int MAGIC_INITIALIZED = 0x52574C4B;
 
@@ -120,7 +123,7 @@ struct WaitingWriter
  * release writes it with release order. Every change of `_state` is an atomic read-modify-write operation, so
  * that no release sequence ends. The relaxed loads only supply the value to compare.
  */
-class ReaderWriterLock
+class alignas(CACHE_LINE) ReaderWriterLock
 {
 public:
     ReaderWriterLock() = default;
