@@ -157,6 +157,16 @@ public:
     {
         return _joinable;
     }
+    /**
+     * Defines whether a thread that start() starts afterwards gets the name of this object in the kernel,
+     * where `top -H`, `ps -L`, debuggers and profilers show it. It does not by default, but has the name of
+     * the thread that starts it. The kernel stores 15 bytes; a longer name is truncated, in front of the
+     * UTF-8 character that would be cut. Must not be called concurrently with start().
+     */
+    void setKernelName(bool isSet = true) noexcept
+    {
+        _isKernelNameSet = isSet;
+    }
     /** Returns the thread ID of the calling thread, not of the thread that this object has started. */
     ThreadID_t threadId() const noexcept;
 
@@ -188,6 +198,8 @@ private:
     bool _joinable;
     /** Whether this object owns `_target`. */
     bool _manage;
+    /** Whether the thread gets the name of this object in the kernel. */
+    bool _isKernelNameSet = false;
     /** Not in use: shadows the member of Task, as do `_id` and `_name`. */
     TaskState _state;
     /** The target; this object if it is its own target. */

@@ -202,6 +202,13 @@ public:
     UInt64_t exceptionCount() const noexcept;
 
     /**
+     * Gives the workers, including those that replace them later, the name of the pool in the kernel, where
+     * `top -H`, `ps -L`, debuggers and profilers show it. The kernel stores 15 bytes; a longer name is
+     * truncated, in front of the UTF-8 character that would be cut. Does nothing if the name is empty. If the
+     * system cannot open the file that names a thread, that thread keeps its name.
+     */
+    void setKernelNames();
+    /**
      * Starts to collect statistics about the tasks that are added afterwards, until the end of the pool. The
      * clock is then read when a task is added, when it begins and when it ends. A second call does nothing.
      * @throws std::bad_alloc  if memory runs out; the pool is unchanged

@@ -15,6 +15,7 @@
 #include <qv/rtlapi/RX_ClosureM0S.hpp>
 #include <qv/rtlapi/RX_Thread.hpp>
 #include <qv/rtlapi/Reference.hpp>
+#include <qv/rtlapi/src/KernelName.hpp>
 #include <qv/rtlapi/src/userCode.hpp>
 
 #include <new>
@@ -199,6 +200,9 @@ void Thread::run_pre()
     thread.thrd = this;
     thread.task = this;
     thread.pool = nullptr;
+    if (_isKernelNameSet) {
+        qv::KernelName(Task::_name.data()).applyToCaller();
+    }
     setBothStates(TSF_RUNNING);
 }
 

@@ -19,6 +19,7 @@
 #include <qv/rtlapi/RX_RelTime.hpp>
 #include <qv/rtlapi/RX_ServerQueue.hpp>
 #include <qv/rtlapi/Reference.hpp>
+#include <qv/rtlapi/src/KernelName.hpp>
 #include <qv/rtlapi/src/ServerQueueAccess.hpp>
 
 #include <new>
@@ -232,6 +233,14 @@ void ThreadPool::setExceptionHandler(ExceptionHandler handler)
 UInt64_t ThreadPool::exceptionCount() const noexcept
 {
     return poolQueue().exceptionCount();
+}
+
+void ThreadPool::setKernelNames()
+{
+    const sys::StackTrack track("setKernelNames()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (hasWorkers()) {
+        qv::ServerQueueAccess::setThreadName(*_queue, qv::KernelName(_name.c_str()));
+    }
 }
 
 void ThreadPool::collectStatistics()

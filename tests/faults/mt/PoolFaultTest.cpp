@@ -19,6 +19,7 @@
 namespace {
 
 using namespace faults;
+using com::kor::dal::nim::String;
 using com::kor::dal::nim::mt::PoolStatistics;
 using com::kor::dal::nim::mt::RunningTasks;
 using com::kor::dal::nim::mt::Task;
@@ -185,6 +186,23 @@ TEST(PoolFault, RunningTasksAreReturnedOrRunOutOfMemory)
                         [&](RunningTasks& running) { running = occupied.pool->runningTasks(); },
                         [](RunningTasks& running, bool done) { EXPECT_EQ(done ? 1U : 0U, running.size()); }),
         2U);
+}
+
+TEST(PoolFault, WorkersKeepTheirNamesIfTheSystemCannotNameThem)
+{
+    OccupiedPool occupied;
+    const auto nameOfTheWorker = [&] { return occupied.pool->runningTasks().at(0).threadName; };
+    const String before = nameOfTheWorker();
+    for (const Call call : {Call::OPEN, Call::WRITE}) {
+        const Fault fault(call, EMFILE);
+        errno = 0;
+        occupied.pool->setKernelNames();
+        EXPECT_EQ(0, errno);
+        EXPECT_EQ(1U, fault.failed());
+    }
+    EXPECT_EQ(before, nameOfTheWorker());
+    occupied.pool->setKernelNames();
+    EXPECT_EQ(occupied.pool->name().substr(0, 15), nameOfTheWorker());
 }
 
 TEST(PoolFault, ThreadNameIsEmptyIfItCannotBeRead)
