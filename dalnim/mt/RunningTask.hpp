@@ -16,16 +16,24 @@ namespace com::kor::dal::nim::mt {
  */
 struct RunningTask
 {
-    /** ID of the task; 0 if it was added before ThreadPool::collectStatistics(), or without that call. */
+    /** ID of the task; 0 if it is not known. */
     TaskID_t task = 0;
-    /** Name of the task, of which at most 64 bytes are stored; empty if its ID is 0. */
+    /** Name of the task, of which at most 64 bytes are stored; empty if it is not known. */
     String name;
-    /** Time since the start of the task, in milliseconds; 0 if its ID is 0. */
+    /**
+     * Time since the start of the task, in milliseconds; 0 if the task was added before
+     * ThreadPool::collectStatistics(), or without that call.
+     */
     UInt64_t milliseconds = 0;
     /** Thread ID of the worker, or 0 if the thread is just starting. */
     ThreadID_t thread = 0;
     /** Name under which the kernel shows the thread; empty if it has ended. */
     String threadName;
+    /**
+     * The labels of the thread's tracks, innermost first, as in a StackTrace. Empty unless tracks are
+     * included, sys::ThreadReport::install() has been called, and the thread has answered.
+     */
+    StringVector tracks;
 };
 
 /** Running tasks, in no particular order. */

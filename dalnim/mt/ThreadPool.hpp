@@ -171,7 +171,9 @@ public:
      * part of the result. Does nothing in the child of a fork.
      *
      * The destructors of discarded tasks that the pool owns run on the calling thread, and may exceed the
-     * limit. Tasks are described by name if the pool collects statistics, otherwise only by their threads.
+     * limit. Running tasks are described by name if the pool collects statistics. If sys::ThreadReport is
+     * installed, they are described by name and with their tracks, which may exceed the limit by half a
+     * second. Otherwise only their threads are known.
      * @param ms      the time limit in milliseconds; 0 does not wait
      * @param queued  what to do with the tasks that no worker has taken. Those that are still queued at the
      *                end of the time are discarded
@@ -181,11 +183,12 @@ public:
     UnfinishedTasks shutdownWithin(unsigned int ms, Queued queued = Queued::FINISH);
     /**
      * Returns a description of the tasks that the workers run at present. The tasks may end at any time; a
-     * worker that is between two tasks may be included, with the task ID 0. Delays the workers no longer than
-     * one of them delays another.
+     * worker that is between two tasks may be included, with the task ID 0.
+     * @param withTracks  whether to ask the threads for their tracks, by a sys::ThreadReport, which takes
+     *                    half a second if one does not answer. Has no effect unless that is installed
      * @throws std::bad_alloc  if memory runs out
      */
-    RunningTasks runningTasks() const;
+    RunningTasks runningTasks(bool withTracks = false) const;
 
     /**
      * Sets the function that is called with each exception that leaves a task of this pool. Several workers

@@ -54,6 +54,7 @@ UInt64_t PoolFigures::begin(unsigned int worker, UInt64_t submitted, TaskID_t ta
     const UInt64_t begun = now();
     own.waitingTime.add(elapsed(submitted, begun));
     increment(own.begun);
+    own.thread.store(qv_si_thread_self(), std::memory_order_relaxed);
     setTask(own, task, begun, name, length);
     return begun;
 }
@@ -104,6 +105,7 @@ PoolFigures::Running PoolFigures::copyTask(const Worker& worker) noexcept
         std::memcpy(copy.name + i * sizeof bytes, &bytes, sizeof bytes);
     }
     copy.name[length] = '\0';
+    copy.thread = worker.thread.load(std::memory_order_acquire);
     copy.number = worker.begun.load(std::memory_order_acquire);
     return copy;
 }

@@ -32,6 +32,8 @@ public:
         UInt64_t number = 0;
         /** Time since the start of the task, in nanoseconds. */
         UInt64_t nanoseconds = 0;
+        /** Thread ID of the worker. */
+        ThreadID_t thread = 0;
         /** Name of the task, truncated if it is longer, with a terminator. */
         char name[NAME_SIZE + 1] = {};
     };
@@ -121,6 +123,7 @@ private:
         Count version{0};
         std::atomic<TaskID_t> task{0};
         std::atomic<UInt32_t> nameLength{0};
+        std::atomic<ThreadID_t> thread{0};
         Count begunAt{0};
         Count name[Running::NAME_SIZE / sizeof(UInt64_t)] = {};
         Times waitingTime;

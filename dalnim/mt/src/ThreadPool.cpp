@@ -8,6 +8,7 @@
 #include <dalnim/mt/src/TaskClosure.hpp>
 #include <dalnim/mt/src/TaskName.hpp>
 #include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/sys/ThreadReport.hpp>
 #include <dalnim/sys/UniqueID.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <qv/pmx/host.h>
@@ -36,6 +37,27 @@ void countRefused(PoolFigures* figures)
 {
     if (figures != nullptr) {
         figures->countRefused();
+    }
+}
+
+/** Adds the tracks and, if they are not known, the names of the tasks, if sys::ThreadReport is installed. */
+void addTracks(RunningTasks& tasks, TaskID_t pool)
+{
+    if (tasks.empty() || sys::ThreadReport::realTimeSignal() == 0) {
+        return;
+    }
+    const sys::ThreadReport report;
+    for (RunningTask& task : tasks) {
+        for (const sys::ThreadReport::Entry& entry : report.threads()) {
+            if (entry.tid != task.thread || !entry.hasPool || entry.poolId != pool) {
+                continue;
+            }
+            task.tracks = entry.tracks;
+            if (task.task == 0) {
+                task.task = entry.taskId;
+                task.name = entry.taskName;
+            }
+        }
     }
 }
 
@@ -179,6 +201,7 @@ UnfinishedTasks ThreadPool::shutdownWithin(unsigned int ms, Queued queued)
     unfinished.discarded = qv::ServerQueueAccess::close(*_queue);
     if (_ar->waitForQuiet(deadline) == 0) {
         unfinished.running = remainingTasks();
+        addTracks(unfinished.running, _id);
     }
     return unfinished;
 }
@@ -193,7 +216,7 @@ RunningTasks ThreadPool::remainingTasks() const
         if (backlog == 0) {
             return RunningTasks();
         }
-        RunningTasks tasks = runningTasks();
+        RunningTasks tasks = poolQueue().runningTasks();
         if (tasks.size() <= backlog || i == ATTEMPTS) {
             return tasks;
         }
@@ -201,9 +224,17 @@ RunningTasks ThreadPool::remainingTasks() const
     }
 }
 
-RunningTasks ThreadPool::runningTasks() const
+RunningTasks ThreadPool::runningTasks(bool withTracks) const
 {
-    return hasWorkers() ? poolQueue().runningTasks() : RunningTasks();
+    const sys::StackTrack track("runningTasks()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    if (!hasWorkers()) {
+        return RunningTasks();
+    }
+    RunningTasks tasks = poolQueue().runningTasks();
+    if (withTracks) {
+        addTracks(tasks, _id);
+    }
+    return tasks;
 }
 
 /** Returns true if a worker becomes idle within one second, false also if memory runs out. */
