@@ -53,6 +53,7 @@
 #include <dalnim/mt/Task.hpp>
 #include <dalnim/mt/Thread.hpp>
 #include <dalnim/mt/ThreadPool.hpp>
+#include <dalnim/mt/Watchdog.hpp>
 #include <dalnim/mt/nsdefs.hpp>
 
 #include <dalnim/type/Cloneable.hpp>

@@ -238,6 +238,8 @@ public:
     static ThreadPool* currentPool();
 
 private:
+    friend class Watchdog;
+
     String _make_tp_name(const char* name, TaskID_t id) const;
     bool isFull() const;
     bool hasWorkers() const;

@@ -2,9 +2,13 @@
 
 #include "layer/Fault.hpp"
 #include "layer/Walk.hpp"
+#include "log/Loggers.hpp"
 #include "mt/Pools.hpp"
 
 #include <dalnim/mt/ThreadPool.hpp>
+#include <dalnim/mt/Watchdog.hpp>
+
+#include <qv/rtlapi/RX_Exception.hpp>
 
 #include <gtest/gtest.h>
 
@@ -13,6 +17,8 @@
 #include <exception>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <thread>
 
 #include <qv/Threads.hpp>
 
@@ -25,6 +31,7 @@ using com::kor::dal::nim::mt::RunningTasks;
 using com::kor::dal::nim::mt::Task;
 using com::kor::dal::nim::mt::ThreadPool;
 using com::kor::dal::nim::mt::UnfinishedTasks;
+using com::kor::dal::nim::mt::Watchdog;
 using mttest::makePool;
 using mttest::OwnTask;
 
@@ -216,6 +223,67 @@ TEST(PoolFault, ThreadNameIsEmptyIfItCannotBeRead)
     ASSERT_EQ(1U, running.size());
     EXPECT_EQ("", running[0].threadName);
     EXPECT_EQ(occupied.running.taskId(), running[0].task);
+}
+
+/** A pool that is watched, with a task that has exceeded the limit. */
+struct WatchedPool : OccupiedPool
+{
+    WatchedPool()
+    {
+        watchdog.setTaskLimit(1);
+        watchdog.setQueueLimit(1);
+        watchdog.watch(*pool);
+        while (pool->runningTasks().at(0).milliseconds < 2) {
+            std::this_thread::yield();
+        }
+    }
+
+    Watchdog watchdog{1};
+};
+
+TEST(WatchdogFault, FindingIsLoggedOnceOrIsReportedAsLost)
+{
+    logtest::DefaultLogger logger;
+    std::string text;
+    testing::internal::CaptureStderr();
+    EXPECT_GE(walkAllocations([] { return std::make_unique<WatchedPool>(); },
+                              [&](std::unique_ptr<WatchedPool>& watched) { watched->watchdog.check(); },
+                              [&](std::unique_ptr<WatchedPool>&, bool done) {
+                                  text += logger.taken();
+                                  if (!done) {
+                                      return;
+                                  }
+                                  text += testing::internal::GetCapturedStderr();
+                                  testing::internal::CaptureStderr();
+                                  std::size_t findings = 0;
+                                  for (const char* const part : {"has been running", "record was lost"}) {
+                                      for (std::size_t at = text.find(part); at != std::string::npos;
+                                           at = text.find(part, at + 1)) {
+                                          ++findings;
+                                      }
+                                  }
+                                  EXPECT_EQ(1U, findings) << text;
+                                  text.clear();
+                              }),
+              5U);
+    testing::internal::GetCapturedStderr();
+}
+
+TEST(WatchdogFault, PoolIsWatchedOrMemoryRunsOut)
+{
+    EXPECT_GE(walkAllocations([] { return std::make_unique<OccupiedPool>(); },
+                              [](std::unique_ptr<OccupiedPool>& occupied) {
+                                  Watchdog watchdog(1);
+                                  watchdog.watch(*occupied->pool);
+                              },
+                              [](std::unique_ptr<OccupiedPool>&, bool) {}),
+              4U);
+}
+
+TEST(WatchdogFault, ConditionThatCannotBeCreatedIsThrown)
+{
+    const Fault fault(Call::COND_INIT, EAGAIN);
+    EXPECT_THROW(const Watchdog watchdog(1), RX_Exception);
 }
 
 TEST(PoolFault, StatisticsAreReadOrRunOutOfMemory)
