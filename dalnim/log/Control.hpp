@@ -66,6 +66,8 @@ public:
     static constexpr const char TAG_FILE_MODE[] = "file.mode";
     /** Whether control characters are escaped: "true" (ignoring case), or else false; setEscapeControls(). */
     static constexpr const char TAG_ESCAPE_CONTROLS[] = "escape.enable";
+    /** Whether lines on standard error have a priority: "true" (ignoring case), or else false. */
+    static constexpr const char TAG_PRIORITY_PREFIX[] = "priorityPrefix";
 
     /** The file mode without a setting: new files have the permissions that the umask leaves. */
     static constexpr unsigned int MODE_OF_UMASK = ~0U;
@@ -361,6 +363,24 @@ public:
      * @return the previous setting
      */
     bool setFallback(bool on);
+
+    /** Returns true if lines on standard error begin with their priority; false initially. */
+    bool getPriorityPrefix() const noexcept;
+    /**
+     * Selects whether each line that the log writes to standard error begins with its priority, for a service
+     * manager that passes these lines to a system log: "<2>" for FATAL, "<3>" for ERROR, "<4>" for WARNING,
+     * "<5>" for NOTICE, "<6>" for INFO, and "<7>" for all others, as documented in sd-daemon(3). Applies to
+     * all loggers of the process, to every line of a record or a stream header, to records that their own
+     * output has rejected, and to the log's own diagnostics; never to files, standard output and other
+     * streams.
+     *
+     * Standard error means the streams std::cerr and std::clog, whatever their buffers are. If memory runs
+     * out for the prefixes of a long record, it is written without them.
+     *
+     * @param on  true to write the priority
+     * @return the previous setting
+     */
+    bool setPriorityPrefix(bool on);
 
     /** Returns the limits of modules, in order; none initially. */
     ModuleLimitColl getModuleLimits() const;

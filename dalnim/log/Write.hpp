@@ -138,6 +138,11 @@ private:
      */
     void formatAndLog(const Module& mod, const Header& rec) DALNIM_EXCLUDES(stateSync);
 
+    /** Calls formatAndLog() for a process whose lines on standard error have a priority. */
+    __attribute__((visibility("hidden"), cold, noinline)) void formatAndLogWithPriority(const Module& mod,
+                                                                                        const Header& rec)
+        DALNIM_EXCLUDES(stateSync);
+
     LogFileRef& getOwnedLogFile() DALNIM_REQUIRES(stateSync);
     /** Returns a new file with the settings that apply to all files of this logger. */
     LogFileRef newLogFile() const DALNIM_REQUIRES(stateSync);

@@ -55,7 +55,9 @@ void RotationTraces::append(const char* text, std::size_t length)
 
 void RotationTraces::processLine()
 {
-    const bool trace = line.compare(0, 8, "LogFile:") == 0;
+    // A line may begin with its priority: see log::Control::setPriorityPrefix().
+    const std::size_t start = line.size() > 3 && line[0] == '<' && line[2] == '>' ? 3 : 0;
+    const bool trace = line.compare(start, 8, "LogFile:") == 0;
     if (trace && contains(line, "Switching log file [")) {
         ++rotationCount;
     }

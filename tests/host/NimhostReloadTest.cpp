@@ -81,7 +81,8 @@ TEST_F(NimhostReloadTest, InvalidValueKeepsTheWholeConfiguration)
     expectKept(host,
                badLog(file) + LOG
                    + "colour = \"blue\" is not a setting; the settings are escape.enable, fallback.enable, "
-                     "file.mode, stream, file, directory, localtime, timeFormat, severity.mask, severity.id, "
+                     "priorityPrefix, file.mode, stream, file, directory, localtime, timeFormat, "
+                     "severity.mask, severity.id, "
                      "output.mask, modules, modules.limits, remote.enable, maxNumberOfFiles and maxFileSize; "
                    + LOG + "localtime = \"maybe\" must be true or false; " + LOG
                    + "maxFileSize = \"10 MB\" must be a decimal number of bytes, or one directly "

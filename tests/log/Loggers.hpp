@@ -96,6 +96,7 @@ private:
         write().setMaxFileSize(0);
         write().setMaxNumberOfFiles(0);
         write().setEscapeControls(false);
+        write().setPriorityPrefix(false);
         write().setTimeFormat(log::TimeFormat_LOCAL);
         write().setFallback(false);
         write().setFileMode(log::Control::MODE_OF_UMASK);

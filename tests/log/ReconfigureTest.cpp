@@ -67,8 +67,9 @@ String stateOf(const Write& logger)
         state << '|' << entry;
     }
     state << '|' << logger.getLocaltime() << logger.remoteControlAllowed() << logger.getEscapeControls()
-          << logger.getFallback() << '|' << log::getTimeFormatName(logger.getTimeFormat()) << '|'
-          << logger.getFileMode() << '|' << logger.getMaxFileSize() << '|' << logger.getMaxNumberOfFiles();
+          << logger.getFallback() << logger.getPriorityPrefix() << '|'
+          << log::getTimeFormatName(logger.getTimeFormat()) << '|' << logger.getFileMode() << '|'
+          << logger.getMaxFileSize() << '|' << logger.getMaxNumberOfFiles();
     return state.str();
 }
 
@@ -88,11 +89,14 @@ TEST(Reconfigure, ReplacesEverySetting)
                                 {"remote.enable", "true"},
                                 {"escape.enable", "true"},
                                 {"fallback.enable", "true"},
+                                {"priorityPrefix", "True"},
                                 {"file.mode", "0640"},
                                 {"maxNumberOfFiles", "5"},
                                 {"maxFileSize", "1000000"}});
+    const String state = stateOf(logger);
     EXPECT_TRUE(logger.setLocaltime(false));
-    EXPECT_EQ((folder / "a.log") + "|2|516|2,6,|b|a.*|0111|UTC_MS|416|1000000|5", stateOf(logger));
+    EXPECT_TRUE(logger.setPriorityPrefix(false));
+    EXPECT_EQ((folder / "a.log") + "|2|516|2,6,|b|a.*|11111|UTC_MS|416|1000000|5", state);
     EXPECT_TRUE(exists(folder / "a.log")) << "opened before the first record";
 }
 
@@ -110,6 +114,7 @@ TEST(Reconfigure, AbsentSettingsReturnToTheirDefaults)
                                 {"remote.enable", "true"},
                                 {"escape.enable", "true"},
                                 {"fallback.enable", "true"},
+                                {"priorityPrefix", "true"},
                                 {"file.mode", "0640"},
                                 {"maxNumberOfFiles", "5"},
                                 {"maxFileSize", "10"}});
@@ -205,6 +210,7 @@ TEST(Reconfigure, RejectsEachBadValueAndNamesTheAllowedOnes)
         {"remote.enable", "1", "true or false"},
         {"escape.enable", "on", "true or false"},
         {"fallback.enable", "off", "true or false"},
+        {"priorityPrefix", "yes", "true or false"},
         {"severity.id", "notice", "one of NONE, TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR and FATAL"},
         {"severity.mask", "ERROR,FATAL",
          "names separated by white space, out of NONE, TRACE, DEBUG, INFO, NOTICE, WARNING, ERROR and FATAL"},
@@ -235,7 +241,8 @@ TEST(Reconfigure, RejectsUnknownKeys)
     EXPECT_EQ(
         "Bad log configuration: com.kor.dal.nim.log.Control.severity = \"DEBUG\" is not a setting; the "
         "settings are "
-        "escape.enable, fallback.enable, file.mode, stream, file, directory, localtime, timeFormat, "
+        "escape.enable, fallback.enable, priorityPrefix, file.mode, stream, file, directory, "
+        "localtime, timeFormat, "
         "severity.mask, "
         "severity.id, output.mask, modules, modules.limits, remote.enable, maxNumberOfFiles and maxFileSize",
         refusal(logger, Settings{{"severity", "DEBUG"}}));

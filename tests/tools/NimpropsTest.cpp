@@ -72,7 +72,8 @@ TEST_F(NimpropsTest, CheckLogPrintsSettingsThatAReconfigurationRejects)
         "bad:6: error: com.kor.dal.nim.log.Control.maxFileSize = \"10 MB\" must be a decimal number of "
         "bytes, or one directly followed by k, M, G, KiB, MiB or GiB\n"
         "bad:5: error: com.kor.dal.nim.log.Control.severity = \"DEBUG\" is not a setting; the settings are "
-        "escape.enable, fallback.enable, file.mode, stream, file, directory, localtime, timeFormat, "
+        "escape.enable, fallback.enable, priorityPrefix, file.mode, stream, file, directory, localtime, "
+        "timeFormat, "
         "severity.mask, "
         "severity.id, output.mask, modules, modules.limits, remote.enable, maxNumberOfFiles and "
         "maxFileSize\n",

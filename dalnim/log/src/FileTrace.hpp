@@ -2,6 +2,7 @@
 #define DALNIM_LOG_SRC_FILETRACE_HPP
 
 #include <dalnim/log/src/LineBuffer.hpp>
+#include <dalnim/log/src/RecordPriority.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 
 #include <iostream>
@@ -21,9 +22,10 @@ public:
      * Prints one trace line built from `parts` (strings and integers). Never throws: if memory runs out for a
      * line of more than the usual length, it is written in several pieces.
      */
-    template <class... Parts>
+    template <Severity SEVERITY = Severity_INFO, class... Parts>
     static void print(unsigned int line, const char* function, const Parts&... parts)
     {
+        const RecordPriority priority(SEVERITY);
         printParts("LogFile:", line, ":", function, "(): ", parts..., "\n");
     }
 
@@ -34,7 +36,7 @@ private:
         try {
             LineBuffer message;
             (append(message, parts), ...);
-            write(message.view());
+            StreamOutput::write(std::cerr, message.view());
         } catch (const std::bad_alloc&) {
             (writePart(parts), ...);
         }
@@ -63,7 +65,7 @@ private:
 
     static void write(std::string_view text)
     {
-        StreamOutput::write(std::cerr, text);
+        StreamOutput::writePart(std::cerr, text);
     }
 };
 

@@ -13,6 +13,7 @@
 #include <dalnim/log/src/PrefixFormat.hpp>
 #include <dalnim/log/src/RecordMutex.hpp>
 #include <dalnim/log/src/RecordPrefix.hpp>
+#include <dalnim/log/src/RecordPriority.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 
@@ -29,6 +30,7 @@ void Log::log(const Module& mod, const Header& rec, bool force)
     if (!force && !isSeveritySatisfied(rec.getSeverityId())) {
         return;
     }
+    const RecordPriority priority(rec.getSeverityId());
     const RecordLock lock;
     String record = format(mod, rec);
     const std::size_t prefixLength = record.size();
@@ -62,7 +64,9 @@ void Log::log(const String& msg)
         isWritten = StreamOutput::write(*stream, line.view());
     } else if (stream != nullptr && !!*stream) {
         // An exception that the stream throws reaches the statement; the record may have been written.
-        stream->write(line.view().data(), static_cast<std::streamsize>(line.view().size())).flush();
+        LineBuffer lines;
+        const std::string_view text = StreamOutput::prefixed(*stream, line.view(), lines);
+        stream->write(text.data(), static_cast<std::streamsize>(text.size())).flush();
         isWritten = true;
     }
     if (!isWritten) {

@@ -319,7 +319,7 @@ bool LogOutput::switchFile()
         return true;
     } catch (const std::exception& exc) {
         // The current line has been written: no record fails because its file could not be rotated.
-        FileTrace::print(__LINE__, "switchFile", "ERROR: ", exc.what());
+        FileTrace::print<Severity_ERROR>(__LINE__, "switchFile", "ERROR: ", exc.what());
         revertStream();
         return false;
     }

@@ -81,8 +81,8 @@ std::size_t RotatedFiles::count() const
     const qv_err_t error = files.status();
     // A missing directory is created with the log file.
     if (error != 0 && error != ENOENT && error != ENOTDIR) {
-        FileTrace::print(__LINE__, "countLogFiles", "Failed to read the directory of [", livePath,
-                         "]: ", sys::sys_err_string(error));
+        FileTrace::print<Severity_WARNING>(__LINE__, "countLogFiles", "Failed to read the directory of [",
+                                           livePath, "]: ", sys::sys_err_string(error));
         number = std::max(number, countUpToGap());
     }
     return number;
@@ -104,7 +104,7 @@ void RotatedFiles::remove(std::size_t first, std::size_t last) const
         const String name = nameOf(number);
         FileTrace::print(__LINE__, "removeFiles", "Removing file [", name, "] ...");
         if (std::remove(name.c_str()) == -1) {
-            FileTrace::print(__LINE__, "removeFiles", "Could not remove file [", name, "]");
+            FileTrace::print<Severity_WARNING>(__LINE__, "removeFiles", "Could not remove file [", name, "]");
         }
     }
 }
@@ -118,8 +118,8 @@ std::size_t RotatedFiles::rotate(std::size_t number, std::size_t maximum) const
         FileTrace::print(__LINE__, "switchFile", "Removing [", oldest, "]");
         if (std::remove(oldest.c_str()) == -1) {
             const int error = errno;
-            FileTrace::print(__LINE__, "switchFile", "Failed to remove [", oldest,
-                             "]: ", sys::sys_err_string(error));
+            FileTrace::print<Severity_WARNING>(__LINE__, "switchFile", "Failed to remove [", oldest,
+                                               "]: ", sys::sys_err_string(error));
         }
     }
     // Another process may be rotating the same path, and fill the gap first.

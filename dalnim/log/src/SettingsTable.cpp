@@ -274,6 +274,9 @@ constexpr Setting SETTINGS[] = {
     {Control::TAG_FALLBACK, nullptr,
      [](const String& value, LogSettings& settings) { return readSwitch(value, settings.fallsBack); },
      ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.setFallback(isTrue(value)); }},
+    {Control::TAG_PRIORITY_PREFIX, nullptr,
+     [](const String& value, LogSettings& settings) { return readSwitch(value, settings.priorityPrefix); },
+     ALLOWED_SWITCH, [](const String& value, Control& logger) { logger.setPriorityPrefix(isTrue(value)); }},
     {Control::TAG_FILE_MODE, nullptr,
      [](const String& value, LogSettings& settings) {
          settings.fileMode = fileModeOf(value);
@@ -331,7 +334,7 @@ LogSettings::LogSettings()
     : stream(STD_LOG_STREAMS[0].addr), isStreamNamed(false), severityMask(0),
       minimum(Control::getSeverityDefault()), outputMask(Control::getOutputMaskDefault()), localtime(false),
       timeFormat(TimeFormat_LOCAL), remoteControl(false), escapesControls(false), fallsBack(false),
-      fileMode(Control::MODE_OF_UMASK), maxNumberOfFiles(0), maxFileSize(0)
+      priorityPrefix(false), fileMode(Control::MODE_OF_UMASK), maxNumberOfFiles(0), maxFileSize(0)
 {
 }
 

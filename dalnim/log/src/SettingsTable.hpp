@@ -37,6 +37,7 @@ struct LogSettings
     bool remoteControl;
     bool escapesControls;
     bool fallsBack;
+    bool priorityPrefix;
     /** Permissions of new files, or Control::MODE_OF_UMASK. */
     unsigned int fileMode;
     std::size_t maxNumberOfFiles;

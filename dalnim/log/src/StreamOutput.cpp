@@ -2,10 +2,11 @@
 
 #include <dalnim/log/src/StreamOutput.hpp>
 
-#include <dalnim/String.hpp>
 #include <dalnim/log/Common.hpp>
 #include <qv/pmx/src/CancellationOff.hpp>
+#include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogText.hpp>
+#include <dalnim/log/src/RecordPriority.hpp>
 
 #include <atomic>
 #include <cerrno>
@@ -262,6 +263,32 @@ StandardDescriptor* directDescriptor(const std::ostream& stream)
 
 bool StreamOutput::write(std::ostream& stream, std::string_view text)
 {
+    return __builtin_expect(RecordPriority::isEnabled(), false) ? writeWithPriority(stream, text)
+                                                                : writePart(stream, text);
+}
+
+bool StreamOutput::writeWithPriority(std::ostream& stream, std::string_view text)
+{
+    LineBuffer lines;
+    return writePart(stream, prefixed(stream, text, lines));
+}
+
+std::string_view StreamOutput::prefixed(const std::ostream& stream, std::string_view text, LineBuffer& lines)
+{
+    // The streams, not their buffers: a program may pass on what it receives in place of the descriptor.
+    if (RecordPriority::isEnabled() && (&stream == &std::cerr || &stream == &std::clog)) {
+        try {
+            RecordPriority::append(lines, text);
+            return lines.view();
+        } catch (const std::bad_alloc&) {
+            // A record without priority is better than none.
+        }
+    }
+    return text;
+}
+
+bool StreamOutput::writePart(std::ostream& stream, std::string_view text)
+{
     if (StandardDescriptor* const standard = directDescriptor(stream)) {
         return standard->write(stream, text);
     }
@@ -277,11 +304,18 @@ void StreamOutput::writeToFallback(std::string_view line)
     std::ostream& stream = *STD_LOG_STREAMS[0].addr;
     const qv::CancellationOff uncut;
     try {
-        write(stream, String(WRITE_ERROR_MESSAGE).append(1, '\n').append(line));
+        LineBuffer lines;
+        {
+            const RecordPriority priority(Severity_ERROR);
+            RecordPriority::append(lines, WRITE_ERROR_MESSAGE);
+        }
+        lines.append('\n');
+        RecordPriority::append(lines, line);
+        writePart(stream, lines.view());
     } catch (const std::bad_alloc&) {
-        write(stream, WRITE_ERROR_MESSAGE);
-        write(stream, "\n");
-        write(stream, line);
+        writePart(stream, WRITE_ERROR_MESSAGE);
+        writePart(stream, "\n");
+        writePart(stream, line);
     }
 }
 

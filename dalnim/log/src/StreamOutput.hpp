@@ -7,6 +7,8 @@
 
 namespace com::kor::dal::nim::log {
 
+class LineBuffer;
+
 /**
  * Writes to streams that the log does not own.
  *
@@ -29,8 +31,19 @@ public:
      * Writes all of `text` and flushes it. Returns false, with the cause in `errno`, if the stream or the
      * descriptor rejects it; an exception that the stream throws counts as a rejection. An interrupted write
      * is repeated. A full non-blocking descriptor is waited for, one second at most.
+     *
+     * Lines on standard error have the prefix of RecordPriority. If memory runs out for it, the text is
+     * written without prefix.
      */
     static bool write(std::ostream& stream, std::string_view text);
+    /** The same without the prefix, for a part of a line. */
+    static bool writePart(std::ostream& stream, std::string_view text);
+
+    /**
+     * Returns the text that write() would write to a stream.
+     * @param lines  empty; its memory contains the result if that has prefixes
+     */
+    static std::string_view prefixed(const std::ostream& stream, std::string_view text, LineBuffer& lines);
 
     /**
      * Writes a line that its own output has rejected to standard error, after an error message. Works also if
@@ -46,6 +59,11 @@ public:
 
     /** Checks again whether the descriptor of a standard stream is open. For a setting that selects one. */
     static void recheckDescriptor(const std::ostream& stream) noexcept;
+
+private:
+    /** Calls write() for a process whose lines on standard error have a priority. */
+    __attribute__((cold, noinline)) static bool writeWithPriority(std::ostream& stream,
+                                                                  std::string_view text);
 };
 
 }

@@ -14,6 +14,7 @@
 #include <dalnim/log/src/LoggerState.hpp>
 #include <dalnim/log/src/PrefixFormat.hpp>
 #include <dalnim/log/src/RecordLine.hpp>
+#include <dalnim/log/src/RecordPriority.hpp>
 #include <dalnim/log/src/StatementClock.hpp>
 #include <dalnim/log/src/StreamHeader.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
@@ -72,17 +73,22 @@ bool Write::isSeveritySatisfied(Severity sev) const
 void Write::log(const Module& mod, const Header& rec, bool force)
 {
     const sys::StackTrack track("log()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
-    if (!force && !isSeveritySatisfied(rec.getSeverityId())) {
+    const bool isPlain = typeid(*this) == typeid(Write);
+    // A subclass may override the check.
+    if (!force
+        && !(isPlain ? severity.passes(rec.getSeverityId()) : isSeveritySatisfied(rec.getSeverityId()))) {
         return;
     }
     if (__builtin_expect(state().isLimited(), false) && !force && !isAdmitted(mod, rec.getSeverityId())) {
         return;
     }
     try {
-        if (typeid(*this) == typeid(Write)) {
-            formatAndLog(mod, rec);
-        } else {
+        if (!isPlain) {
             logOverridden(mod, rec);
+        } else if (__builtin_expect(RecordPriority::isEnabled(), false)) {
+            formatAndLogWithPriority(mod, rec);
+        } else {
+            formatAndLog(mod, rec);
         }
     } catch (...) {
         state().counters.countFailed(rec.getSeverityId());
@@ -92,6 +98,7 @@ void Write::log(const Module& mod, const Header& rec, bool force)
 
 void Write::logOverridden(const Module& mod, const Header& rec)
 {
+    const RecordPriority priority(rec.getSeverityId());
     // The operations that a subclass may override are called with the lock held.
     const StateHolder holder(stateSync.acquire());
     if (!beginOutput() && logFile->getPath().empty()) {
@@ -104,6 +111,12 @@ void Write::logOverridden(const Module& mod, const Header& rec)
     const CurrentPrefix prefix(std::string_view(record).substr(0, prefixLength));
     const LoggerState::SeverityScope current(state(), rec.getSeverityId());
     log(record);
+}
+
+void Write::formatAndLogWithPriority(const Module& mod, const Header& rec)
+{
+    const RecordPriority priority(rec.getSeverityId());
+    formatAndLog(mod, rec);
 }
 
 void Write::formatAndLog(const Module& mod, const Header& rec)
@@ -311,6 +324,7 @@ bool Write::writeHeader(const String& msg, Severity sev) const
     Header& header = statement.header("", 0);
     // If memory runs out, nothing is written rather than a part.
     header.exceptions(std::ios_base::badbit);
+    const RecordPriority priority(sev);
     writeLogMessage(header, msg, sev);
     writeLogConfig(header);
     return logFile->begin(header.str());

@@ -8,6 +8,7 @@
 #include <qv/pmx/src/CancellationOff.hpp>
 #include <dalnim/log/src/LoggerState.hpp>
 #include <dalnim/log/src/PrefixFormat.hpp>
+#include <dalnim/log/src/RecordPriority.hpp>
 #include <dalnim/log/src/SettingsTable.hpp>
 #include <dalnim/log/src/SettingsText.hpp>
 #include <dalnim/log/src/StreamHeader.hpp>
@@ -162,6 +163,7 @@ void Write::applySettings(const LogSettings& settings)
     }
     changes.add("FileMode", fileModeText(fileMode), fileModeText(settings.fileMode));
     changes.add("Fallback", truth(fallsBack), truth(settings.fallsBack));
+    changes.add("PriorityPrefix", truth(getPriorityPrefix()), truth(settings.priorityPrefix));
     changes.add("EscapeControls", truth(escapesControls), truth(settings.escapesControls));
     changes.add("TimestampInLocalTime", truth(getLocaltime()), truth(settings.localtime));
     changes.add("TimeFormat", getTimeFormatName(getTimeFormat()), getTimeFormatName(settings.timeFormat));
@@ -198,6 +200,7 @@ void Write::applySettings(const LogSettings& settings)
     escapesControls.store(settings.escapesControls, std::memory_order_relaxed);
     __atomic_store_n(&LOG_LOCALTIME, settings.localtime, __ATOMIC_RELAXED);
     severity.set(settings.severityMask, settings.minimum);
+    RecordPriority::setEnabled(settings.priorityPrefix);
     setPrefixFormat(settings.outputMask, settings.timeFormat);
     flagAllowRemoteControl.store(settings.remoteControl, std::memory_order_relaxed);
     moduleLimits().exchange(limits, endedLimits);

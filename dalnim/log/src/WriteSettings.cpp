@@ -8,6 +8,7 @@
 #include <dalnim/log/nsdefs.hpp>
 #include <dalnim/log/src/LoggerState.hpp>
 #include <dalnim/log/src/PrefixFormat.hpp>
+#include <dalnim/log/src/RecordPriority.hpp>
 #include <dalnim/log/src/StatementClock.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/log/src/SettingsText.hpp>
@@ -165,6 +166,25 @@ bool Control::setFallback(bool on)
     const sys::StackTrack track("setFallback()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
     auto& logger = dynamic_cast<Write&>(*this);
     return logger.changeSwitch(logger.fallsBack, on, __LINE__, "Fallback");
+}
+
+bool Control::getPriorityPrefix() const noexcept
+{
+    return RecordPriority::isEnabled();
+}
+
+bool Control::setPriorityPrefix(bool on)
+{
+    const sys::StackTrack track("setPriorityPrefix()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    auto& logger = dynamic_cast<Write&>(*this);
+    Write::StateHolder holder(logger.stateSync.acquire());
+    const bool old = RecordPriority::setEnabled(on);
+    if (old == on) {
+        return old;
+    }
+    holder.release(true);
+    logger.reportOldAndNew(__LINE__, "PriorityPrefix", truth(old), truth(on));
+    return old;
 }
 
 TimeFormat Control::getTimeFormat() const

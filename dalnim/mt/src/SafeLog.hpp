@@ -1,6 +1,7 @@
 #ifndef DALNIM_MT_SRC_SAFELOG_HPP
 #define DALNIM_MT_SRC_SAFELOG_HPP
 
+#include <dalnim/log/src/RecordPriority.hpp>
 #include <qv/rtlapi/src/userCode.hpp>
 
 #include <iostream>
@@ -19,7 +20,7 @@ void logSafely(const char* component, Statement statement)
         return;
     }
     static_cast<void>(qv::catchException([&] {
-        std::cerr << component << ": a log record was lost";
+        std::cerr << log::RecordPriority::errorPrefix() << component << ": a log record was lost";
         if (failure.known() != nullptr) {
             std::cerr << ": " << failure.known()->what();
         }

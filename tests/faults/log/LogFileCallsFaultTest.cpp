@@ -584,9 +584,10 @@ TEST_F(LogFileCallsFault, LineThatCannotBeWrittenSurvivesWithoutMemory)
         log->log("one");
         {
             const Fault refused(Call::WRITE, ENOSPC);
+            // The second allocation: the first is that of the line itself. A short line needs none.
             Fault memory(Call::NEW, ENOMEM, line.size() < 1000 ? 1 : 2);
             EXPECT_EQ("", faults::failureUnder(memory, [&] { log->log(line); }));
-            EXPECT_EQ(1u, memory.failed());
+            EXPECT_EQ(line.size() < 1000 ? 0u : 1u, memory.failed());
         }
         EXPECT_EQ(WRITE_ERROR_MESSAGE + line + "\n", fixed.take());
         log->close();

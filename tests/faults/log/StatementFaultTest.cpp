@@ -191,6 +191,30 @@ TEST_F(StatementFault, FieldsOfNumbersAndTextsAllocateNothing)
                           }));
 }
 
+/** The priorities of a long record need memory. If it runs out, the record is written without them. */
+TEST_F(StatementFault, RecordOnStandardErrorIsWrittenCompletelyWithOrWithoutPriorities)
+{
+    faults::FixedErr err;
+    Write settings;
+    for (const unsigned int size : {10U, 5000U}) {
+        SCOPED_TRACE(size);
+        const String text(size, 't');
+        settings.setPriorityPrefix(true);
+        const unsigned int allocations = faults::walkAllocations(
+            [] { return std::make_unique<Logger>(""); },
+            [&](LoggerRef& logger) { NIM_LOG_TO(logger->module, Severity_ERROR) << text << "\n"
+                                                                                << text; },
+            [&](LoggerRef&, bool done) {
+                const String with = "<3> : " + text + "\n<3>" + text + "\n";
+                const String without = " : " + text + "\n" + text + "\n";
+                EXPECT_THAT(err.take(), done ? testing::Matcher<String>(testing::AnyOf(with, without))
+                                             : testing::Matcher<String>(""));
+            });
+        settings.setPriorityPrefix(false);
+        EXPECT_GE(allocations, 1u);
+    }
+}
+
 /** If the statement itself sets its stream's error state, the record is written with its text. */
 TEST_F(StatementFault, OtherStreamFailuresAreIgnored)
 {
