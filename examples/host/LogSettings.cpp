@@ -7,8 +7,10 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace nimhost::LogSettings {
@@ -33,6 +35,29 @@ bool wouldBlock(const std::string& path)
     }
     close(descriptor);
     return false;
+}
+
+/**
+ * Returns true if standard error is connected to the system journal: then JOURNAL_STREAM contains its device
+ * and inode numbers. A process that has redirected it inherits the variable, so both are compared.
+ */
+bool isJournal(int descriptor)
+{
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment
+    const char* const stream = std::getenv("JOURNAL_STREAM");
+    struct stat status = {};
+    return stream != nullptr && fstat(descriptor, &status) == 0
+           && std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) == stream;
+}
+
+/** Returns the settings, with a priority in each line for the journal unless they say otherwise. */
+Properties withPriority(const Properties& properties)
+{
+    Properties completed(properties);
+    if (value(properties, Control::TAG_PRIORITY_PREFIX).empty() && isJournal(STDERR_FILENO)) {
+        completed.setProperty(key(Control::TAG_PRIORITY_PREFIX), "true");
+    }
+    return completed;
 }
 
 }
@@ -88,7 +113,7 @@ void apply(const Properties& properties, const std::string& file, Opening openin
         throw ConfigurationError(file + ": cannot reopen the log: " + currentFailure());
     }
     try {
-        control.reconfigure(properties);
+        control.reconfigure(withPriority(properties));
     } catch (...) {
         throw ConfigurationError(file + ": " + currentFailure());
     }

@@ -27,7 +27,8 @@ std::string chosenPath(const com::kor::dal::nim::io::Properties& properties);
 /**
  * Applies all log settings, or none of them. Reopens the log file if the path does not change, since the file
  * may have been renamed. The file is open on return, so that no log statement fails because it cannot be
- * opened.
+ * opened. If standard error is connected to the system journal, the lines of the log on it have their
+ * priority, unless the settings contain "priorityPrefix".
  * @param properties the settings
  * @param file       the path of the configuration, for messages
  * @param opening    whether opening the log file may block
