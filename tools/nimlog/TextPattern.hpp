@@ -27,15 +27,15 @@ private:
         void operator()(regex_t* compiled) const noexcept;
     };
 
-    bool matchesExpression(std::string_view text) const;
+    bool matchesExpression(std::string_view text);
 
     const bool ignoresCase;
     /** Null if the pattern is a string. */
     std::unique_ptr<regex_t, Free> expression;
     /** The string; in lower case if the case is ignored. */
     std::string literal;
-    /** The text in lower case. A member, to reuse its storage. */
-    std::string lowerText;
+    /** The text, in lower case if a string is searched. A member, to reuse its storage. */
+    std::string copy;
 };
 
 }
