@@ -12,6 +12,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -359,6 +360,44 @@ TEST_F(Gdb, LibraryOutsideOfTheSafePathLoadsNothing)
     const Result result = run("break subject::stopHere\nrun\nnim threads\nkill\n", subject(), "/nonexistent");
     EXPECT_THAT(result.output + result.errors, HasSubstr("auto-loading has been declined"));
     EXPECT_THAT(result.errors, HasSubstr("Undefined command: \"nim\""));
+}
+
+TEST_F(Gdb, ProbesHaveTheirArguments)
+{
+#ifndef GDB_HAS_PROBES
+    GTEST_SKIP() << "the library was built without probes";
+#endif
+    const std::pair<const char*, const char*> probes[] = {
+        {"task__queued",
+         R"(%d: %d %d %s\n", $_probe_argc, $_probe_arg0 == (long)task, $_probe_arg1 == (long)this, )"
+         R"((char*)$_probe_arg2)"},
+        {"task__begun", R"(%d: %d %d\n", $_probe_argc, $_probe_arg0 == (long)this->_task, )"
+                        R"($_probe_arg1 == (long)this->_pool)"},
+        {"task__ended", R"(%d: %d %d\n", $_probe_argc, $_probe_arg0 == (long)this->_task, )"
+                        R"($_probe_arg1 == (long)this->_pool)"},
+        {"record", R"(%d: %s %d %d\n", $_probe_argc, (char*)$_probe_arg0, $_probe_arg1, $_probe_arg2 > 100)"},
+        {"rotation", R"(%d: %s %d %d\n", $_probe_argc, (char*)$_probe_arg0, $_probe_arg1, $_probe_arg2)"},
+        {"plugin__loaded", R"(%d: %s %d\n", $_probe_argc, (char*)$_probe_arg0, $_probe_arg1 != 0)"},
+        {"plugin__unloaded",
+         R"(%d: %s %d %d\n", $_probe_argc, (char*)$_probe_arg0, $_probe_arg1 != 0, $_probe_arg2)"},
+        {"lock__contended", R"(%d: %d\n", $_probe_argc, $_probe_arg0 != 0)"},
+        {"lock__acquired", R"(%d: %d %d\n", $_probe_argc, $_probe_arg0 != 0, $_probe_arg1)"},
+    };
+    std::string commands = "set pagination off\nset confirm off\nset breakpoint pending on\n";
+    for (const auto& [name, format] : probes) {
+        commands += std::string("tbreak -probe-stap dalnim:") + name + "\ncommands\nsilent\nprintf \"" + name
+                    + ' ' + format + "\ncontinue\nend\n";
+    }
+    support::writeFile(directory.file("commands"), commands + "run\n");
+    const Result result = runWith({"-x", directory.file("commands")}, subject(), GDB_LIBRARY_DIRECTORY);
+    for (const char* const line :
+         {"task__queued 3: 1 1 orders\n", "task__begun 2: 1 1\n", "task__ended 2: 1 1\n",
+          "record 3: com.kor.dal.nim.log.internal 3 1\n", "rotation 3: log 1 0\n",
+          "plugin__loaded 2: libgdb_plugin.so 1\n", "plugin__unloaded 3: libgdb_plugin.so 1 0\n",
+          "lock__contended 1: 1\n", "lock__acquired 2: 1 0\n"}) {
+        EXPECT_THAT(result.output, HasSubstr(line));
+    }
+    EXPECT_THAT(result.output, HasSubstr("exited normally"));
 }
 
 }

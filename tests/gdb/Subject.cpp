@@ -8,6 +8,8 @@
 #include <dalnim/log/Write.hpp>
 #include <dalnim/mem/ObjectHolder.hpp>
 #include <dalnim/mem/RcoRef.hpp>
+#include <dalnim/mt/CriticalSection.hpp>
+#include <dalnim/mt/ReaderWriterLock.hpp>
 #include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/sys/DynLibrary.hpp>
 #include <dalnim/sys/StackTrack.hpp>
@@ -22,6 +24,7 @@
 #include <fstream>
 #include <future>
 #include <iostream>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -100,6 +103,17 @@ void awaitSleep()
         first = switchesOfSleepers();
         second = switchesOfSleepers();
     }
+}
+
+/** Lets another thread wait for a lock. */
+template <class Lock>
+void contend(Lock& lock)
+{
+    std::unique_lock<Lock> held(lock);
+    std::thread other([&lock] { const std::lock_guard<Lock> guard(lock); });
+    awaitSleep();
+    held.unlock();
+    other.join();
 }
 
 /** Where the test stops. The arguments are what it prints. */
@@ -189,5 +203,13 @@ int main(int argc, char** argv)
 
     end.set_value();
     orders.shutdown();
+    idle.shutdown();
+
+    // For the test of the probes.
+    com_kor_dal_nim_log_control.setMaxFileSize(1);
+    nim::mt::CriticalSection section;
+    contend(section);
+    nim::mt::ReaderWriterLock readerWriterLock;
+    contend(readerWriterLock);
     return 0;
 }

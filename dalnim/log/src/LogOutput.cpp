@@ -10,6 +10,7 @@
 #include <dalnim/log/src/EvidenceLog.hpp>
 #include <qv/pmx/path.h>
 #include <qv/pmx/src/CancellationOff.hpp>
+#include <qv/pmx/src/probes.hpp>
 #include <dalnim/log/src/FileTrace.hpp>
 #include <dalnim/log/src/RotatedFiles.hpp>
 #include <dalnim/log/src/StreamOutput.hpp>
@@ -61,6 +62,17 @@ bool isShortage(int error)
 {
     return error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR;
 }
+
+#ifdef DALNIM_PROBES
+
+/** Returns the error number of an exception that has ended a rotation; ENOMEM if it has none. */
+int rotationError(const std::exception& exc) noexcept
+{
+    const auto* const error = dynamic_cast<const sys::system_error*>(&exc);
+    return error != nullptr ? error->error() : ENOMEM;
+}
+
+#endif
 
 /** Opens the file again after a rotation, which may have to wait for resources. Returns 0 or the error
  * number. */
@@ -315,9 +327,11 @@ bool LogOutput::switchFile()
             throw sys::system_error(error, "Failed to open log file [" + outputPath + "]"
                                                + sys::sys_err_string(error));
         }
+        QV_PROBE_ROTATION(outputPath.c_str(), rotatedCount, 0);
         followChange();
         return true;
     } catch (const std::exception& exc) {
+        QV_PROBE_ROTATION(outputPath.c_str(), std::size_t(0), rotationError(exc));
         // The current line has been written: no record fails because its file could not be rotated.
         FileTrace::print<Severity_ERROR>(__LINE__, "switchFile", "ERROR: ", exc.what());
         revertStream();

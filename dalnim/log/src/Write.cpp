@@ -23,6 +23,7 @@
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/internal/src/EvidenceOutput.hpp>
+#include <qv/pmx/src/probes.hpp>
 
 #include <cerrno>
 #include <ctime>
@@ -111,6 +112,7 @@ void Write::logOverridden(const Module& mod, const Header& rec)
     const CurrentPrefix prefix(std::string_view(record).substr(0, prefixLength));
     const LoggerState::SeverityScope current(state(), rec.getSeverityId());
     log(record);
+    QV_PROBE_RECORD(mod.getName().c_str(), rec.getSeverityId(), record.size());
 }
 
 void Write::formatAndLogWithPriority(const Module& mod, const Header& rec)
@@ -148,6 +150,7 @@ void Write::formatAndLog(const Module& mod, const Header& rec)
         StreamOutput::writeToFallback(line.view());
     }
     state().counters.countLine(rec.getSeverityId(), line.view().size(), outcome);
+    QV_PROBE_RECORD(mod.getName().c_str(), rec.getSeverityId(), line.view().size());
 }
 
 bool Write::beginOutput() const

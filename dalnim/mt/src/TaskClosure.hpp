@@ -6,6 +6,7 @@
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <dalnim/type/ContainerContext.hpp>
 #include <dalnim/type/src/ContextSnapshot.hpp>
+#include <qv/pmx/src/probes.hpp>
 #include <qv/rtlapi/RX_Closure.hpp>
 #include <qv/rtlapi/src/userCode.hpp>
 
@@ -85,6 +86,7 @@ void TaskClosure::run(const Measurement& measurement)
     begin(thread);
     measurement.begin();
     _task->_set_state(Task::TSF_RUNNING);
+    QV_PROBE_TASK_BEGUN(_task, _pool);
     bool hasThrown = false;
     try {
         _task->run();

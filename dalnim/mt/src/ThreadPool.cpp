@@ -13,6 +13,7 @@
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <qv/pmx/host.h>
 #include <qv/pmx/src/perturb.hpp>
+#include <qv/pmx/src/probes.hpp>
 #include <qv/pmx/time.h>
 #include <qv/rtlapi/RX_AbsTime.hpp>
 #include <qv/rtlapi/RX_ActivityRecorder.hpp>
@@ -128,6 +129,8 @@ bool ThreadPool::add(Task* task, bool manage, bool block, const type::ContainerC
                                            ? new TaskClosure(task, manage, this, context)
                                            : new MeasuredTaskClosure(task, manage, this, context, *figures));
     qv::perturb();
+    // Before the task is queued: a worker may have run it when put() returns.
+    QV_PROBE_TASK_QUEUED(task, this, _name.c_str());
     try {
         if (block) {
             _queue->put(closure.get());

@@ -12,6 +12,7 @@
 #include <dalnim/sys/src/DynLoaderRelease.hpp>
 #include <dalnim/sys/src/LoaderCounters.hpp>
 #include <qv/pmx/library.h>
+#include <qv/pmx/src/probes.hpp>
 
 namespace com::kor::dal::nim::sys {
 
@@ -19,8 +20,11 @@ namespace {
 
 void unload(qv_lhandle_t handle, const String& path)
 {
-    if (qv_si_library_unload(handle) != 0) {
-        const int error = sys_err_num();
+    const qv_err_t status = qv_si_library_unload(handle);
+    // Logging may change the error number.
+    const int error = status != 0 ? sys_err_num() : 0;
+    QV_PROBE_PLUGIN_UNLOADED(path.c_str(), handle, status);
+    if (status != 0) {
         LoaderCounters::increase(LoaderCounters::failedUnloads);
         NIM_LOG(Severity_WARNING) << "Unable to unload dynamic library \"" << path
                                   << "\": " << sys_err_string(error);

@@ -9,6 +9,7 @@
 #include <dalnim/sys/nsdefs.hpp>
 #include <dalnim/sys/src/LoaderCounters.hpp>
 #include <qv/pmx/library.h>
+#include <qv/pmx/src/probes.hpp>
 
 #include <atomic>
 #include <cerrno>
@@ -69,6 +70,7 @@ Handle load_library(const String& imgfile)
     const qv_err_t status = isName(imgfile) ? load_or_terminate(imgfile, &text, &handle) : ENOENT;
     const SystemText detail(text, &std::free);
     if (status == 0) {
+        QV_PROBE_PLUGIN_LOADED(imgfile.c_str(), handle);
         LoaderCounters::increase(LoaderCounters::loaded);
         return Handle(handle);
     }

@@ -9,6 +9,7 @@
 
 #include <qv/pmx/src/CancellationOff.hpp>
 #include <qv/pmx/src/perturb.hpp>
+#include <qv/pmx/src/probes.hpp>
 #include <qv/pmx/src/rwlock.hpp>
 
 namespace {
@@ -148,13 +149,24 @@ public:
 
     qv_err_t lockShared()
     {
-        const qv_err_t status = tryLockShared();
-        return status == EBUSY ? waitShared() : status;
+        qv_err_t status = tryLockShared();
+        if (status == EBUSY) {
+            QV_PROBE_LOCK_CONTENDED(this);
+            status = waitShared();
+            QV_PROBE_LOCK_ACQUIRED(this, status);
+        }
+        return status;
     }
 
     qv_err_t lockExclusive()
     {
-        return tryLockExclusive() == 0 ? 0 : waitExclusive();
+        qv_err_t status = tryLockExclusive();
+        if (status != 0) {
+            QV_PROBE_LOCK_CONTENDED(this);
+            status = waitExclusive();
+            QV_PROBE_LOCK_ACQUIRED(this, status);
+        }
+        return status;
     }
 
     /** Returns EBUSY if a writer holds the lock or waits for it. */
