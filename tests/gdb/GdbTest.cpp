@@ -125,13 +125,17 @@ const char* const ALL_COMMANDS = "nim threads\nnim pools\nnim log\nnim plugins\n
 void expectThreads(const std::string& output)
 {
     EXPECT_THAT(output, HasSubstr("Thread N\n"
-                                  "  context  K: subject::Ticket at A, 4 references\n"
+                                  "  context  K: subject::Ticket at A, 5 references\n"
                                   "  tracks   #0 subject.Orders.deliver():7\n"
                                   "           #1 subject.main():1\n"));
     EXPECT_THAT(output, HasSubstr("Thread N\n"
                                   "  task     \"ship\", running, ID I, subject::Holding at A\n"
                                   "  pool     \"orders\", ID I, at A\n"
-                                  "  context  K: subject::Ticket at A, 4 references\n"
+                                  "  context  K: subject::Ticket at A, 5 references\n"
+                                  "  tracks   #0 subject.Holding.run():40\n"));
+    EXPECT_THAT(output, HasSubstr("Thread N\n"
+                                  "  task     \"courier\", running, ID I, mt::Thread at A\n"
+                                  "  context  K: subject::Ticket at A, 5 references\n"
                                   "  tracks   #0 subject.Holding.run():40\n"));
     EXPECT_THAT(output, HasSubstr("Thread N\n"
                                   "  has not used the library\n"));
@@ -239,15 +243,15 @@ TEST_F(Gdb, PrintersShowEveryClass)
                    "print error\nprint orderError\nprint runtimeError\n");
     for (const char* const expected : {
              "$1 = (RX_String &) @A: \"two words\"\n",
-             ": mem::RcoRef<subject::Ticket> to subject::Ticket at A, 4 references = {rco = A}\n",
+             ": mem::RcoRef<subject::Ticket> to subject::Ticket at A, 5 references = {rco = A}\n",
              ": mem::RcoRef<subject::Ticket> to null\n",
              ": ObjectHolder of subject::Ticket at A, 1 reference, owned\n",
-             ": ObjectHolder of subject::Ticket at A, 4 references, not owned\n",
+             ": ObjectHolder of subject::Ticket at A, 5 references, not owned\n",
              ": Properties with 2 properties = {[color] = red, [size] = 12\\tcm}\n",
              ": CompositeString \"a+b+c\", delimiters \"+\"\n",
              ": mem::RcoRef<type::ContainerContext> to sys::internal::CurrentContext at A, 2 references = "
              "{rco = A}\n",
-             "$9 = type::ContainerContext with 1 entry = {[K] = subject::Ticket at A, 4 references}\n",
+             "$9 = type::ContainerContext with 1 entry = {[K] = subject::Ticket at A, 5 references}\n",
              ": sys::system_error with 2 tracks, error 2: \"no file\" = {[0] = subject.Orders.deliver():7, "
              "[1] = subject.main():1}\n",
              ": subject::OrderError with 2 tracks, error 22: \"no such order\" = {[0] = "

@@ -10,6 +10,7 @@
 #include <dalnim/mem/RcoRef.hpp>
 #include <dalnim/mt/CriticalSection.hpp>
 #include <dalnim/mt/ReaderWriterLock.hpp>
+#include <dalnim/mt/Thread.hpp>
 #include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/sys/DynLibrary.hpp>
 #include <dalnim/sys/StackTrack.hpp>
@@ -182,6 +183,13 @@ int main(int argc, char** argv)
     orders.add(first);
     orders.add(next);
 
+    std::promise<void> started;
+    std::promise<void> stop;
+    Holding carrying("carry", started, stop.get_future().share());
+    nim::mt::Thread courier(carrying, true, "courier");
+    courier.start();
+    started.get_future().wait();
+
     RX_String text("two words");
     nim::mem::RcoRef<Ticket> noTicket;
     nim::mem::ObjectHolder owning(new Ticket, nim::mem::ObjectHolder::SM_ACQUIRE_AND_DEREF);
@@ -202,6 +210,8 @@ int main(int argc, char** argv)
              runtimeError, orders, aborts);
 
     end.set_value();
+    stop.set_value();
+    courier.join();
     orders.shutdown();
     idle.shutdown();
 

@@ -35,6 +35,8 @@ def tracks_of(state):
 
 def task_label(task):
     """Returns name, state, ID and class of the task that a pointer points to."""
+    # Members of mt::Thread shadow those of mt::Task.
+    task = task.cast(inferior.find_type("mt::Task").pointer())
     status = int(inferior.atomic(task["_state"])) & ~HAS_WAITERS
     return (f'"{inferior.described(inferior.rx_string, task["_name"])}", {STATES.get(status, "in an unknown state")}'
             f", ID {int(task['_id'])}, {inferior.object_label(task)}")
@@ -66,7 +68,8 @@ def entries_of_context(context):
 
 def lines_of(state):
     """Yields the lines about a thread."""
-    if int(state["thrd"]) != 0:
+    # A Thread is a task, too, and usually the one that the thread runs.
+    if int(state["thrd"]) not in (0, int(state["task"])):
         yield "thread   " + inferior.described(task_label, state["thrd"])
     if int(state["task"]) != 0:
         yield "task     " + inferior.described(task_label, state["task"])
