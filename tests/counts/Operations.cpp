@@ -18,6 +18,9 @@
 #include <dalnim/sys/DynLibrary.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/internal/CurrentContext.hpp>
+#include <dalnim/xml/Consumer.hpp>
+#include <dalnim/xml/Parser.hpp>
 #include <dalnim/xml/nim_opbparse.h>
 
 #include <cstdlib>
@@ -229,6 +232,32 @@ void parseDocuments(unsigned int times)
     nim_pdsParseDestroy(&parser);
 }
 
+/** As above, with the class Parser, and a consumer that does nothing. */
+void consumeDocuments(unsigned int times)
+{
+    class Reader : public xml::Consumer
+    {
+        bool elementBegin(const String&, const String&, const xml::Attributes&) override
+        {
+            return true;
+        }
+        bool elementEnd(const String&, const String&) override
+        {
+            return true;
+        }
+        bool elementProcessData(const String&, const String&, const String&, bool) override
+        {
+            return true;
+        }
+    };
+    xml::ConsumerRef reader(new Reader);
+    xml::Parser parser(reader);
+    const String text = DOCUMENT;
+    for (unsigned int i = 0; i < times; ++i) {
+        parser.parse(text);
+    }
+}
+
 void encodeAndDecode(unsigned int times)
 {
     const io::Base64 base64;
@@ -247,6 +276,29 @@ void loadProperties(unsigned int times)
     for (unsigned int i = 0; i < times; ++i) {
         std::istringstream stream(text);
         require(io::Properties(stream).size() == 100);
+    }
+}
+
+void lookUpProperties(unsigned int times)
+{
+    io::Properties properties;
+    for (int i = 0; i < 1000; ++i) {
+        properties.setProperty("server." + std::to_string(i * 37 % 1000) + ".setting", "value");
+    }
+    const String key = "server.471.setting";
+    for (unsigned int i = 0; i < times; ++i) {
+        use(properties.getProperty(key));
+    }
+}
+
+/** Without entries. */
+void copyContexts(unsigned int times)
+{
+    typedef sys::internal::CurrentContext Context;
+    const mem::RcoRef<Context> source(new Context);
+    for (unsigned int i = 0; i < times; ++i) {
+        const mem::RcoRef<Context> copy(new Context(*source));
+        use(copy);
     }
 }
 
@@ -281,8 +333,11 @@ const Operation OPERATIONS[] = {
     {"pool-task", runTasks, 1000},
     {"pool-task-managed", runManagedTasks, 1000},
     {"document-parsed", parseDocuments, 1000},
+    {"document-consumed", consumeDocuments, 1000},
     {"base64-encoded-and-decoded", encodeAndDecode, 1000},
     {"properties-loaded", loadProperties, 50},
+    {"property-looked-up", lookUpProperties, 5000},
+    {"context-copied", copyContexts, 5000},
     {"symbol-in-cache", findSymbols, 5000},
 };
 
