@@ -38,6 +38,9 @@ every repetition writes to a new file. The number in brackets after a peer or a 
 its cost: below 1, dalnim is faster. Goals are ratios where possible, since absolute times depend on the machine.
 Rows that were not measured are omitted; a goal whose peer was not measured is marked as such. Percentiles
 (p50, p99, p99.9) are the medians of those of the repetitions.
+
+Where a goal is missed, a profile follows the table. Its instructions were counted by callgrind, with the command
+that is named; its times are processor time on an AMD EPYC with 2 cores, unless another machine is named.
 """
 
 REPEAT = """
