@@ -103,6 +103,9 @@ TEST_F(NimlogResolveTest, NamesOfClassesAreDemangled)
     write("app.log", with("N3foo3BarE"));
     expectResult(run("--mask MODULENAME,SEVERITY --resolve app.log"), 0, with("foo::Bar"), "");
     expectResult(run("--mask MODULENAME,SEVERITY app.log"), 0, with("N3foo3BarE"), "");
+    write("app.log", "global NOTICE : Threads of process 1: 1\n  thread 1\n    task 12 \"import\" (3Foo)\n");
+    expectResult(run("--mask MODULENAME,SEVERITY --resolve app.log"), 0,
+                 "global NOTICE : Threads of process 1: 1\n  thread 1\n    task 12 \"import\" (Foo)\n", "");
 }
 
 TEST_F(NimlogResolveTest, JsonContainsTheResolvedReport)

@@ -17,7 +17,8 @@ namespace nimlog {
 
 namespace {
 
-constexpr std::string_view REPORT_BEGIN = "Crash: ";
+constexpr std::string_view CRASH_REPORT = "Crash: ";
+constexpr std::string_view THREAD_REPORT = "Threads of process ";
 constexpr std::string_view FRAME_BEGIN = "    #";
 constexpr std::string_view BUILD_ID_LABEL = " build-id ";
 constexpr int STATUS_NOT_FOUND = 127;
@@ -156,7 +157,10 @@ Resolver::Resolver(RecordSink& nextSink, std::function<void(const std::string&)>
 
 void Resolver::consume(const Record& record)
 {
-    if (!record.hasPrefix || record.text().substr(0, REPORT_BEGIN.size()) != REPORT_BEGIN) {
+    const auto begins = [&record](std::string_view title) {
+        return record.text().substr(0, title.size()) == title;
+    };
+    if (!record.hasPrefix || (!begins(CRASH_REPORT) && !begins(THREAD_REPORT))) {
         next.consume(record);
         return;
     }

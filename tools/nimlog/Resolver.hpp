@@ -11,10 +11,10 @@
 namespace nimlog {
 
 /**
- * Passes records on. In reports of crashes, demangles the names of classes, and appends the function and the
- * source line to each address of the backtrace. They are determined by addr2line or eu-addr2line, from the
- * modules of this system: only from those with the build ID that the report contains, or from their separate
- * debug files.
+ * Passes records on. In reports of crashes and threads, demangles the names of classes, and appends the
+ * function and the source line to each address of the backtrace. They are determined by addr2line or
+ * eu-addr2line, from the modules of this system: only from those with the build ID that the report contains,
+ * or from their separate debug files.
  */
 class Resolver : public RecordSink
 {

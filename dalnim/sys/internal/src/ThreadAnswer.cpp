@@ -53,7 +53,8 @@ void describeLock(ThreadAnswer& answer, const void* context) noexcept
         return reinterpret_cast<const char*>(static_cast<std::uintptr_t>(value(number)));
     };
     unsigned char code[2] = {};
-    if (value(REG_RAX) != SYS_futex || (value(REG_RSI) & FUTEX_CMD_MASK) != FUTEX_WAIT
+    if (value(REG_RAX) != SYS_futex
+        || (value(REG_RSI) & static_cast<std::uint64_t>(FUTEX_CMD_MASK)) != FUTEX_WAIT
         || value(REG_RDX) != CONTENDED || !SafeMemory::read(code, pointer(REG_RIP), sizeof code)
         || code[0] != SYSTEM_CALL[0] || code[1] != SYSTEM_CALL[1]) {
         return;
