@@ -106,4 +106,16 @@ private:
     int reported = 0;
 };
 
+/** A benchmark of the part of a duration that is the clock's. */
+inline void latenciesOfNothing(benchmark::State& state)
+{
+    static MergedLatencies merged;
+    Latencies own;
+    for (auto _ : state) {
+        const std::int64_t start = nanoseconds();
+        own.add(nanoseconds() - start);
+    }
+    merged.report(own, state);
+}
+
 #endif

@@ -93,17 +93,6 @@ void latencies(benchmark::State& state)
     merged.report(own, state);
 }
 
-/** The part of the durations above that is the clock's. */
-void latenciesOfNothing(benchmark::State& state)
-{
-    static MergedLatencies merged;
-    Latencies own;
-    for (auto _ : state) {
-        const std::int64_t start = nanoseconds();
-        own.add(nanoseconds() - start);
-    }
-    merged.report(own, state);
-}
 BENCHMARK(latenciesOfNothing)->Name("latency/nothing")->Iterations(TIMED_RECORDS)->UseRealTime();
 
 /** Registers records of one size on 1 to 8 threads, and of 20 to 2,000 bytes on one thread. */

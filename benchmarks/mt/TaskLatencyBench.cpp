@@ -293,6 +293,8 @@ void registerLatencies()
         ->UseRealTime();
 }
 
+BENCHMARK(latenciesOfNothing)->Name("latency/nothing")->Iterations(SINGLE_TASKS)->UseRealTime();
+
 const bool areRegistered = [] {
     registerLatencies<DalnimPool>();
     registerLatencies<ServerQueue>();

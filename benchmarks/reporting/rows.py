@@ -217,7 +217,8 @@ def mt_rows():
             for percentile in PERCENTILES:
                 yield Row(f"time until {submitted} begins, {circumstances}, {percentile}",
                           "task_latency_bench", f"latency/{load}/{own}",
-                          peers=tuple((name, f"latency/{load}/{name}") for name in POOLS), clock=percentile)
+                          peers=tuple((name, f"latency/{load}/{name}") for name in POOLS),
+                          limits=(("clock", "latency/nothing"),), clock=percentile)
     yield Row("thread, start to join", "thread_bench", "dalnimThread",
               peers=(("std::thread", "standardThread"), ("POCO", "pocoThread")),
               goals=(Within(1.3, "std::thread"),), clock="real")
@@ -546,9 +547,10 @@ SUBSYSTEMS = (
               ("queue_bench", "pool_bench", "task_latency_bench", "thread_bench", "lock_bench"),
               tuple(mt_rows()), (),
               ("The times until a task begins are measured one by one, from the call that submits it to the first "
-               "instruction of the task, by a monotonic clock that is read twice. Two workers are idle for 100 µs "
-               "before each task, or 64 tasks are submitted in a row and all of them have begun before the next "
-               "64. The tasks and closures are allocated by the submitter and freed by a worker.",),
+               "instruction of the task, by a monotonic clock that is read twice; its share is the limit \"clock\". "
+               "Two workers are idle for 100 µs before each task, or 64 tasks are submitted in a row and all of "
+               "them have begun before the next 64. The tasks and closures are allocated by the submitter and "
+               "freed by a worker.",),
               MT_REASONS),
     Subsystem("sys", "Stack tracks, errors, symbols and process start",
               ("stacktrack_bench", "symbol_bench", "load_bench"), tuple(sys_rows()), (), reasons=SYS_REASONS),
