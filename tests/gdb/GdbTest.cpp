@@ -347,6 +347,24 @@ TEST_F(Gdb, MissingDebugInformationIsNamed)
                                          "libdalnim1-dbgsym, or the library without --strip\n"));
 }
 
+TEST_F(Gdb, PoolsAreShownWithoutThreadLocalVariables)
+{
+    const Result result = run("set libthread-db-search-path /nonexistent\nbreak subject::stopHere\nrun\n"
+                              "nim threads 2\nnim pools\nkill\n",
+                              subject());
+    const std::string reason =
+        "<gdb cannot find thread-local variables: it needs libthread_db, which its auto-load "
+        "safe-path must contain>\n";
+    EXPECT_THAT(result.output, HasSubstr("Thread N\n  " + reason));
+    EXPECT_THAT(result.output, HasSubstr("Pool \"orders\", ID I, at A\n"
+                                         "  state    open, workers: 1, idle: 0\n"
+                                         "  queue    pending: 2, limit: 10\n"
+                                         "  backlog  queued or running: 3\n"
+                                         "  worker   Thread N: "
+                                         + reason + "  queued   \"pack\""));
+    EXPECT_THAT(result.output, HasSubstr("Pool \"idle\", ID I, at A\n"));
+}
+
 TEST_F(Gdb, MissingProcessIsNamed)
 {
     const Result result = run("source " GDB_SCRIPTS "/nim.py\nnim log\n", {});

@@ -96,12 +96,14 @@ def find_queues(write):
             queue = queues.setdefault(int(pointer), None) or Queue(pointer)
             queues[int(pointer)] = queue
             queue.workers.append(thread)
-            state = threads.state_of(thread)
-            if queue.pool is None and state is not None and int(state["pool"]) != 0:
-                if int(state["pool"]["_queue"]) == int(pointer):
-                    queue.pool = state["pool"]
         except Exception as error:
             write(f"{inferior.thread_label(thread)}: <{inferior.reason(error)}>\n")
+            continue
+        # lines_of() shows why a state cannot be read.
+        with contextlib.suppress(Exception):
+            state = threads.state_of(thread)
+            if state is not None and int(state["pool"]) != 0 and int(state["pool"]["_queue"]) == int(pointer):
+                queue.pool = state["pool"]
     for queue in queues.values():
         if queue.pool is None:
             with contextlib.suppress(Exception):

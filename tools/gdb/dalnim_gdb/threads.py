@@ -11,9 +11,15 @@ MOST_TRACKS = 100
 
 def state_of(thread):
     """Returns the state of a thread, or None if the thread has never used the library."""
-    with inferior.selected(thread):
-        # The address depends on the selected thread, so the value is read here.
-        address = int(inferior.variable("sys::internal::cached_state"))
+    try:
+        with inferior.selected(thread):
+            # The address depends on the selected thread, so the value is read here.
+            address = int(inferior.variable("sys::internal::cached_state"))
+    except gdb.error as error:
+        if "thread-local" not in str(error):
+            raise
+        raise inferior.Unreadable("gdb cannot find thread-local variables: it needs libthread_db, which its "
+                                  "auto-load safe-path must contain") from None
     return inferior.value_at(address, inferior.find_type("sys::internal::ThreadState")) if address != 0 else None
 
 
@@ -107,8 +113,5 @@ def show(write, numbers):
             state = state_of(thread)
             for line in lines_of(state) if state is not None else ["has not used the library"]:
                 write(f"  {line}\n")
-        except gdb.error as error:
-            text = inferior.reason(error)
-            if "thread-local" in text.lower():
-                text += "; gdb finds these by libthread_db, which must be allowed by its auto-load safe-path"
-            write(f"  <{text}>\n")
+        except Exception as error:
+            write(f"  <{inferior.reason(error)}>\n")
