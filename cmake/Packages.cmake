@@ -18,10 +18,12 @@ if(TARGET dalnim_journal)
 endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_STRIP_FILES ON)
+# finish.cmake strips the binaries, whose debug information has packages of its own.
+set(CPACK_STRIP_FILES OFF)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-# Run before packing: they compute the dependencies of the programs, and add the files that only packages have.
+# Run before packing: they compute the dependencies of the programs, add the files that only packages have, and build the
+# packages with the debug information.
 set(CPACK_PROJECT_CONFIG_FILE ${debian}/dependencies.cmake)
 set(CPACK_PRE_BUILD_SCRIPTS ${debian}/finish.cmake)
 
@@ -54,23 +56,25 @@ This package contains the shared library.")
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libdalnim-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${library_package} (= ${package_version})")
-set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS dalnim-doc)
+set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "dalnim-doc, gdb")
 set(CPACK_DEBIAN_DEV_DESCRIPTION
 "foundation classes for server processes - development files
 ${about}
 
-This package contains the headers, and the files for CMake and pkg-config.")
+This package contains the headers, the files for CMake and pkg-config, and an
+extension for gdb.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME dalnim-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS dalnim-doc)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "dalnim-doc, bpftrace")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION
 "foundation classes for server processes - tools
 ${about}
 
 This package contains nimlog, which reads, follows, filters and counts the
 records of a rotated log; nimprops, which checks, prints and compares
-properties files; and nimxml, which prints and checks XML documents.")
+properties files; nimxml, which prints and checks XML documents; and scripts
+for bpftrace.")
 
 set(CPACK_DEBIAN_DOC_PACKAGE_NAME dalnim-doc)
 set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)

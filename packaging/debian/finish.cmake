@@ -1,5 +1,6 @@
 # Run by CPack after it has installed the components and before it packs them. Adds to each package the files that
-# Debian requires: copyright, change log, and compressed manual pages.
+# Debian requires: copyright, change log, and compressed manual pages. Moves the debug information of the binaries to
+# packages of their own.
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 set(version ${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 
@@ -37,4 +38,12 @@ ${package}: initial-upload-closes-no-bugs
 ")
     file(GLOB_RECURSE files LIST_DIRECTORIES false ${doc}/* ${root}/share/lintian/*)
     file(CHMOD ${files} PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+endforeach()
+
+foreach(component runtime tools)
+    string(TOUPPER ${component} name)
+    execute_process(
+        COMMAND ${CPACK_DALNIM_SOURCE}/packaging/debian/build-dbgsym ${CPACK_TEMPORARY_DIRECTORY}/${component}
+            ${CPACK_DEBIAN_${name}_PACKAGE_NAME} ${version} ${CPACK_DEBIAN_PACKAGE_MAINTAINER} ${CPACK_DALNIM_BINARY}
+        COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
