@@ -162,6 +162,7 @@ void Configuration::check(const std::vector<std::string>& sources) const
 {
     pool();
     endLimit();
+    stuckLimit();
     for (const std::string& name : plugins()) {
         plugin(name);
     }
@@ -214,7 +215,8 @@ std::vector<RestartSetting> Configuration::restartSettings(const Configuration& 
 std::string Configuration::warnings() const
 {
     static const std::set<std::string> known = {"host/plugins",     "host/plugin.directory", "host/adapters",
-                                                "host/end.seconds", "pool/threads",          "pool/pending"};
+                                                "host/end.seconds", "host/stuck.seconds",    "pool/threads",
+                                                "pool/pending"};
     std::string text = loadWarnings;
     for (const auto& setting : properties) {
         const bool ours = setting.first.rfind("host/", 0) == 0 || setting.first.rfind("pool/", 0) == 0;
@@ -283,9 +285,20 @@ PoolSettings Configuration::pool() const
 
 std::chrono::seconds Configuration::endLimit() const
 {
+    return optionalSeconds("end.seconds");
+}
+
+std::chrono::seconds Configuration::stuckLimit() const
+{
+    return optionalSeconds("stuck.seconds");
+}
+
+/** Returns a setting of the host, or 0 if it is absent. */
+std::chrono::seconds Configuration::optionalSeconds(const char* key) const
+{
     const std::string name = "host";
     const Settings settings(properties, path, name);
-    return std::chrono::seconds(settings.has("end.seconds") ? settings.number("end.seconds", 0) : 0);
+    return std::chrono::seconds(settings.has(key) ? settings.number(key, 0) : 0);
 }
 
 }

@@ -108,6 +108,9 @@ public:
     /** Returns the time limit of an orderly shutdown; 0 (the default) means no limit. */
     std::chrono::seconds endLimit() const;
 
+    /** Returns the time after which a request or a queue is logged as stuck; 0 (the default) means never. */
+    std::chrono::seconds stuckLimit() const;
+
     /** Returns the names of the plug-ins that answer requests. */
     std::vector<std::string> plugins() const;
     /**
@@ -122,6 +125,7 @@ public:
 
 private:
     void resolveLogDirectory();
+    std::chrono::seconds optionalSeconds(const char* key) const;
     /** Returns a path; relative paths are relative to the directory of the configuration. */
     std::string resolvePath(const std::string& file) const;
     std::vector<std::string> names(const char* key) const;

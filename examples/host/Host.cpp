@@ -28,6 +28,8 @@ constexpr std::chrono::milliseconds PROGRESS_INTERVAL(100);
 constexpr std::chrono::milliseconds END_INTERVAL(10);
 /** Time limit for dropping requests after the time for an orderly shutdown has passed. */
 constexpr std::chrono::seconds DROP_LIMIT(1);
+/** Not in use: the monitor calls check() itself. */
+constexpr unsigned int WATCHDOG_PERIOD_MS = 1000;
 
 /** Runs log statements. A failed statement must not interrupt the run or its shutdown. */
 template <class Statements>
@@ -75,8 +77,8 @@ void logWarnings(const std::string& warnings)
 Host::Host(const Options& given)
     : options(given), serviceManager(counters), signals(counters),
       configuration(options.config, Configuration::AT_START), adapters(loadAdapters()),
-      plugins(configuration), monitor(counters, stop), monitorThread(monitor, false, "monitor"),
-      endLimit(configuration.endLimit())
+      plugins(configuration), watchdog(WATCHDOG_PERIOD_MS), monitor(counters, stop, watchdog),
+      monitorThread(monitor, false, "monitor"), endLimit(configuration.endLimit())
 {
     stop.requestsLeft = options.records != 0 ? static_cast<std::int64_t>(options.records)
                                              : std::numeric_limits<std::int64_t>::max();
@@ -87,6 +89,7 @@ Host::Host(const Options& given)
     checkFilePaths(::com_kor_dal_nim_log_control.getPath());
     logWatch.setConfiguration(configuration);
     logWarnings(configuration.warnings());
+    nim::sys::ThreadReport::install();
     makePool();
     makeSources();
     if (!options.documents.empty()) {
@@ -126,6 +129,18 @@ void Host::makePool()
     }
     pool->setExceptionHandler(logTaskException);
     pool->collectStatistics();
+    pool->setKernelNames();
+    watchdog.watch(*pool);
+    setStuckLimit(configuration.stuckLimit());
+}
+
+/** Sets the time after which a request, or a queue that does not move, is logged. */
+void Host::setStuckLimit(std::chrono::milliseconds limit)
+{
+    const auto ms = static_cast<unsigned int>(
+        std::min<std::chrono::milliseconds::rep>(limit.count(), std::numeric_limits<unsigned int>::max()));
+    watchdog.setTaskLimit(ms);
+    watchdog.setQueueLimit(ms);
 }
 
 std::vector<std::string> Host::sourceNames() const
@@ -143,6 +158,7 @@ void Host::makeSources()
         HostThread hostThread;
         hostThread.source = std::make_unique<Source>(name, configuration.source(name), *pool, counters, stop);
         hostThread.thread = std::make_unique<nim::mt::Thread>(*hostThread.source, true, name.c_str());
+        hostThread.thread->setKernelName();
         threads.push_back(std::move(hostThread));
     }
 }
@@ -153,6 +169,7 @@ void Host::makeReader()
     reader = std::make_unique<DocumentReader>(options.documents, plugins, *results, *pool, counters, stop);
     HostThread hostThread;
     hostThread.thread = std::make_unique<nim::mt::Thread>(*reader, true, "reader");
+    hostThread.thread->setKernelName();
     threads.push_back(std::move(hostThread));
 }
 
@@ -323,6 +340,7 @@ std::size_t Host::applyConfiguration(const Configuration& fresh)
     logWatch.setConfiguration(fresh);
     logWarnings(fresh.warnings());
     endLimit = fresh.endLimit();
+    setStuckLimit(fresh.stuckLimit());
     const std::vector<std::string> waiting = plugins.configure(fresh);
     for (const HostThread& hostThread : threads) {
         if (hostThread.source) {
@@ -435,10 +453,14 @@ void Host::exitWithUnanswered()
     reportError(std::to_string(counters.requestsOpen) + " requests are unanswered "
                     + std::to_string(endLimit.count()) + " seconds after the end of the run",
                 1);
-    for (const nim::mt::RunningTask& task : pool->runningTasks()) {
+    for (const nim::mt::RunningTask& task : pool->runningTasks(true)) {
         if (task.task != 0) {
+            std::string tracks;
+            for (const nim::String& line : task.tracks) {
+                tracks += "\n  " + line;
+            }
             reportError("the task " + task.name + " has been running for " + std::to_string(task.milliseconds)
-                            + " ms on thread " + std::to_string(task.thread),
+                            + " ms on thread " + std::to_string(task.thread) + tracks,
                         1);
         }
     }

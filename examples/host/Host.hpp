@@ -16,6 +16,7 @@
 #include "StatusRecorder.hpp"
 
 #include <dalnim/mt/Thread.hpp>
+#include <dalnim/mt/Watchdog.hpp>
 
 #include <chrono>
 #include <cstddef>
@@ -55,6 +56,7 @@ private:
     /** Loads the plug-ins that the log configuration may refer to. */
     std::vector<Plugin> loadAdapters() const;
     void makePool();
+    void setStuckLimit(std::chrono::milliseconds limit);
     void makeSources();
     void makeReader();
     void checkFilePaths(const std::string& log) const;
@@ -111,6 +113,8 @@ private:
     /** Exists only if metrics were requested. */
     std::unique_ptr<MetricsFile> metrics;
     LogWatch logWatch;
+    /** Its checks are made by the monitor. */
+    com::kor::dal::nim::mt::Watchdog watchdog;
     Monitor monitor;
     com::kor::dal::nim::mt::Thread monitorThread;
     bool monitorStarted = false;

@@ -14,7 +14,9 @@ constexpr std::chrono::seconds REPORT_INTERVAL(1);
 
 }
 
-Monitor::Monitor(const Counters& hostCounters, const Stop& hostStop) : counters(hostCounters), stop(hostStop)
+Monitor::Monitor(const Counters& hostCounters, const Stop& hostStop,
+                 com::kor::dal::nim::mt::Watchdog& hostWatchdog)
+    : counters(hostCounters), stop(hostStop), watchdog(hostWatchdog)
 {
 }
 
@@ -27,6 +29,7 @@ void Monitor::run()
             next += REPORT_INTERVAL;
             NIM_LOG(Severity_NOTICE) << counters.tasksRun << " tasks run, longest wait "
                                      << counters.longestWaitMicros << " us";
+            watchdog.check();
         }
     }
 }

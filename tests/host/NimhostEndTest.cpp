@@ -92,7 +92,8 @@ TEST_F(NimhostEndTest, ShutdownLimitNamesTheTaskOfALoopingPlugin)
     EXPECT_EQ(host.wait(), 1);
     EXPECT_THAT(
         host.errors(),
-        ContainsRegex("nimhost: the task Request[0-9]+ has been running for [0-9]+ ms on thread [0-9]+\n"));
+        ContainsRegex("nimhost: the task Request[0-9]+ has been running for [0-9]+ ms on thread [0-9]+\n"
+                      "  odd\\.Service\\.wait\\(\\):5\n"));
     EXPECT_THAT(logText(), ContainsRegex("ERROR : the task Request[0-9]+ has been running for "));
 }
 
@@ -137,6 +138,22 @@ TEST_F(NimhostEndTest, ShutdownLimitCountsRequestsOfSources)
     EXPECT_GE(tableRow(errors, "requests dropped"), 2U);
     EXPECT_THAT(errors, HasSubstr("nimhost: " + std::to_string(tableRow(errors, "requests dropped"))
                                   + " requests and 0 documents were dropped\n"));
+}
+
+TEST_F(NimhostEndTest, StuckRequestIsLoggedWithItsTracks)
+{
+    const std::string path = document("d.xml", waitingRequest() + request("fine"));
+    ChildProcess host(command({"--config", configureOdd("host/stuck.seconds = 1\n"), path}), scratch.path());
+    ASSERT_TRUE(waitingRequestRuns());
+    ASSERT_TRUE(logHolds("Queue of pool 'requests' has not moved for "));
+    ASSERT_TRUE(logHolds(" of pool 'requests' has been running for "));
+    endWaitingRequest();
+    ASSERT_TRUE(ends(host));
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_THAT(logText(),
+                ContainsRegex("com\\.kor\\.dal\\.nim WARNING : Task 'Request[0-9]+' \\([0-9]+\\) of pool "
+                              "'requests' has been running for [0-9]+ ms on thread [0-9]+\n"
+                              "  \\[0\\]\todd\\.Service\\.wait\\(\\):5\n"));
 }
 
 TEST_F(NimhostEndTest, NothingIsDroppedIfAllRequestsAreAnswered)

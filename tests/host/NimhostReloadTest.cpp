@@ -73,6 +73,8 @@ TEST_F(NimhostReloadTest, InvalidValueKeepsTheWholeConfiguration)
     expectKept(host, file + ": adapters of host must be a list of names, not \"a/b\"");
     configure(louder, common + "host/end.seconds = soon\n");
     expectKept(host, file + ": end.seconds of host must be a number of at least 0, not \"soon\"");
+    configure(louder, common + "host/stuck.seconds = soon\n");
+    expectKept(host, file + ": stuck.seconds of host must be a number of at least 0, not \"soon\"");
     configure(louder, "/source/rate = 50 a second\n");
     expectKept(host, file + ": source/rate of source-0 must be a number of at least 0, not \"50 a second\"");
     const std::string names = "names separated by white space, out of NONE, ";
@@ -105,7 +107,7 @@ TEST_F(NimhostReloadTest, InvalidValueKeepsTheWholeConfiguration)
 
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 2);
-    EXPECT_EQ(tableRow(host.output(), "configurations rejected"), 12U);
+    EXPECT_EQ(tableRow(host.output(), "configurations rejected"), 13U);
     EXPECT_EQ(tableRow(host.output(), "configurations reloaded"), 0U);
 }
 

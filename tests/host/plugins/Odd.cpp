@@ -94,6 +94,7 @@ public:
     {
         throwAsAsked(call.operation);
         if (call.operation == "wait") {
+            const nim::sys::StackTrack track("wait()", "Service", "odd", 5);
             // Creates one file to show that it runs, and waits for another, possibly forever.
             touch(call.argument("running"));
             while (!exists(call.argument("end"))) {
