@@ -240,9 +240,9 @@ TEST_F(WatchdogTest, LogsAQueueThatDoesNotMoveWithTheRunningTasks)
         text,
         MatchesRegex(PREFIX
                      + "Queue of pool 'orders' has not moved for [0-9]+ ms: 1 tasks wait, 2 run\n"
-                       "task '(first|second)' \\([0-9]+\\) has been running for [0-9]+ ms on thread [0-9]+\n"
+                       "  task '(first|second)' \\([0-9]+\\) has been running for [0-9]+ ms on thread [0-9]+\n"
                        "  \\[0\\]\tshop\\.Index\\.scan\\(\\):12\n"
-                       "task '(first|second)' \\([0-9]+\\) has been running for [0-9]+ ms on thread [0-9]+\n"
+                       "  task '(first|second)' \\([0-9]+\\) has been running for [0-9]+ ms on thread [0-9]+\n"
                        "  \\[0\\]\tshop\\.Index\\.scan\\(\\):12\n"));
     EXPECT_THAT(text, HasSubstr("task 'first'"));
     EXPECT_THAT(text, HasSubstr("task 'second'"));

@@ -64,7 +64,7 @@ String recordOf(const WatchFinding& finding, const std::optional<sys::ThreadRepo
     String text = finding.text;
     for (const WatchFinding::Thread& thread : finding.threads) {
         if (!thread.title.empty()) {
-            text += "\n" + thread.title;
+            text += "\n  " + thread.title;
         }
         if (report) {
             appendTracks(text, *report, thread.id);
