@@ -54,13 +54,17 @@ public:
         UInt32_t omittedTracks;
         /** Whether it runs a task. A task that has just been destroyed has an ID of 0, or empty names. */
         bool hasTask;
+        /** The ID of the task, or 0. */
         TaskID_t taskId;
+        /** The name of the task; at most 127 bytes of it, as of all other names. */
         String taskName;
         /** The demangled name of the class of the task's target, or of the task if it is its own target. */
         String taskType;
         /** Whether it runs a task of a pool. */
         bool hasPool;
+        /** The ID of the pool, or 0. */
         TaskID_t poolId;
+        /** The name of the pool. */
         String poolName;
         /** The demangled name of the class of its security token, or empty. */
         String tokenType;
