@@ -30,8 +30,8 @@ namespace com::kor::dal::nim::sys {
  *
  * Threads of the library's users have an alternate stack if they use the library: install() gives one to the
  * calling thread and to all others that have used it, and each thread gets one at its first use. A thread
- * with a stack of the application's keeps that. A thread that never uses the library is reported as well,
- * unless its stack is exhausted.
+ * with a stack of the application's keeps that, which should have 64 KB. A thread that never uses the library
+ * is reported as well, unless its stack is exhausted.
  */
 class DALNIM_API CrashReport
 {

@@ -23,12 +23,18 @@
 #include <thread>
 #include <vector>
 
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <pthread.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -195,6 +201,63 @@ TEST(ThreadReportDeathTest, InstallationThrowsIfMemoryRunsOut)
         EXPECT_EQ(0, ThreadReport::realTimeSignal());
         ThreadReport::install();
         EXPECT_NE(0, ThreadReport::realTimeSignal());
+    });
+}
+
+TEST(ThreadReportDeathTest, SignalIsNotInstalledIfNoDescriptorIsAvailable)
+{
+    inFreshProcess([] {
+        ThreadState::current();
+        rlimit old = {};
+        getrlimit(RLIMIT_NOFILE, &old);
+        const rlimit none = {0, old.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+        int error = 0;
+        try {
+            ThreadReport::installSignal(SIGUSR2);
+        } catch (const system_error& failure) {
+            error = failure.error();
+        }
+        setrlimit(RLIMIT_NOFILE, &old);
+        EXPECT_EQ(24, error);
+        struct sigaction action = {};
+        sigaction(SIGUSR2, nullptr, &action);
+        EXPECT_EQ(SIG_DFL, action.sa_handler);
+        ThreadReport::installSignal(SIGUSR2);
+        sigaction(SIGUSR2, nullptr, &action);
+        EXPECT_NE(SIG_DFL, action.sa_handler);
+    });
+}
+
+/** Has a system call of this process fail with EPERM, as the filters of some containers do. */
+void forbid(unsigned int systemCall)
+{
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, systemCall, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program = {sizeof filter / sizeof *filter, filter};
+    ASSERT_EQ(0, prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0));
+    ASSERT_EQ(0, prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program));
+}
+
+TEST(ThreadReportDeathTest, ReportIsCompleteIfProcessesMayNotBeRead)
+{
+    inFreshProcess([] {
+        ThreadReport::install();
+        forbid(SYS_process_vm_readv);
+        const StackTrack track("filtered()", 1);
+        ThreadState& state = ThreadState::current();
+        void* const page = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        munmap(page, 4096);
+        state.task = static_cast<mt::Task*>(page);
+        const Entry entry = entryOf(ThreadReport(), gettid());
+        state.task = nullptr;
+        EXPECT_EQ("filtered():1", entry.tracks.at(1));
+        EXPECT_TRUE(entry.hasTask);
+        EXPECT_EQ("", entry.taskName);
     });
 }
 

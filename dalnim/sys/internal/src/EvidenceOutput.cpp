@@ -30,30 +30,34 @@ constexpr char NO_FILE[] = "/dev/null";
 
 void EvidenceOutput::followLog()
 {
-    {
-        const InitLock lock(true);
-        if (isFollowingLog()) {
-            return;
-        }
-        const int opened = ::open(NO_FILE, O_WRONLY | O_CLOEXEC | O_NOCTTY);
-        int reserved = opened == -1 ? -1 : ::fcntl(opened, F_DUPFD_CLOEXEC, FIRST_NUMBER);
-        if (opened != -1 && reserved == -1 && errno == EINVAL) {
-            // The limit of the process is lower.
-            reserved = ::fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        }
-        const int error = errno;
-        if (opened != -1) {
-            ::close(opened);
-        }
-        if (reserved == -1) {
-            throw system_error(error);
-        }
-        logDescriptor.store(reserved, std::memory_order_release);
-    }
+    reserve();
     // Without InitLock, since the log acquires its own locks.
     if (const LogFormat* const format = logFormat.load(std::memory_order_acquire)) {
         format->publish();
     }
+}
+
+/** Reserves the descriptor, unless that has been done. */
+void EvidenceOutput::reserve()
+{
+    const InitLock lock(true);
+    if (isFollowingLog()) {
+        return;
+    }
+    const int opened = ::open(NO_FILE, O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    int reserved = opened == -1 ? -1 : ::fcntl(opened, F_DUPFD_CLOEXEC, FIRST_NUMBER);
+    if (opened != -1 && reserved == -1 && errno == EINVAL) {
+        // The limit of the process is lower.
+        reserved = ::fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    }
+    const int error = errno;
+    if (opened != -1) {
+        ::close(opened);
+    }
+    if (reserved == -1) {
+        throw system_error(error);
+    }
+    logDescriptor.store(reserved, std::memory_order_release);
 }
 
 void EvidenceOutput::setLogFile(int descriptor) noexcept

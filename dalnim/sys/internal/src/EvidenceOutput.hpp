@@ -43,8 +43,7 @@ public:
     static std::atomic<const LogFormat*> logFormat;
 
     /**
-     * Reserves the descriptor of the log's file, and has the log keep it up to date. A second call does
-     * nothing.
+     * Reserves the descriptor of the log's file, and has the log keep it up to date. May be called again.
      * @throws sys::system_error  if no descriptor is available, with the system's error number
      */
     static void followLog();
@@ -68,6 +67,8 @@ public:
 
 private:
     static constexpr int NONE = -1;
+
+    static void reserve();
 
     static std::atomic<int> logDescriptor;
     /** Whether the descriptor leads to a file of the log. */

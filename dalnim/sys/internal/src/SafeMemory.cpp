@@ -25,10 +25,14 @@ bool SafeMemory::read(void* to, const void* from, std::size_t size) noexcept
     iovec local = {to, size};
     // process_vm_readv() does not write to its second list.
     iovec remote = {const_cast<void*>(from), size};
-    const ssize_t count = ::process_vm_readv(::getpid(), &local, 1, &remote, 1, 0);
+    ssize_t count = ::process_vm_readv(::getpid(), &local, 1, &remote, 1, 0);
     if (count == -1 && (errno == ENOSYS || errno == EPERM)) {
-        std::memcpy(to, from, size);
-        return true;
+        // A system call filter forbids it, as in some containers.
+        const int file = ::open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
+        if (file != -1) {
+            count = ::pread(file, to, size, static_cast<off_t>(reinterpret_cast<std::uintptr_t>(from)));
+            ::close(file);
+        }
     }
     return count == static_cast<ssize_t>(size);
 }

@@ -11,7 +11,7 @@ namespace com::kor::dal::nim::sys::internal {
  * has just destroyed, does not fault itself. All operations may be called in signal handlers, and leave
  * `errno` unchanged.
  *
- * On a system that forbids process_vm_readv(), memory is read directly.
+ * The kernel must permit process_vm_readv() or /proc/self/mem; otherwise nothing can be read.
  */
 class SafeMemory
 {
