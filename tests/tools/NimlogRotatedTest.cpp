@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 namespace {
 
 /** Logs whose files have names, or a form, that other programs give them. */
@@ -158,6 +160,44 @@ TEST_F(NimlogRotatedTest, FailureOfTheSystemToStartAProgramIsReported)
     expectResult(shell("PATH=$PWD/bin '" NIMLOG_PROGRAM "' --mask SEVERITY app.log"), 2, "",
                  "nimlog: cannot read app.log.1.gz with gzip: Permission denied\n");
 }
+
+#ifdef COMPRESS_AT_CALL
+/** At each call by which nimlog searches the files, and with the compression at each later one. */
+TEST_F(NimlogRotatedTest, RotationAndCompressionDuringTheSearchLoseAndRepeatNoRecord)
+{
+    const std::string all = "INFO : first\nINFO : second\nINFO : third\n";
+    write("gz.1", "INFO : second\n");
+    write("gz.2", "INFO : first\n");
+    write("gz.ready", "INFO : third\n");
+    shell("gzip gz.1 gz.2 gz.ready");
+    const std::string first = support::readFile(directory.file("gz.2.gz"));
+    const std::string second = support::readFile(directory.file("gz.1.gz"));
+    const std::string third = support::readFile(directory.file("gz.ready.gz"));
+    int rotation = 0;
+    for (bool isReached = true; isReached;) {
+        ++rotation;
+        for (int distance : {0, 1, 4}) {
+            std::filesystem::remove(directory.file("app.log.3.gz"));
+            write("app.log.2.gz", first);
+            write("app.log.1.gz", second);
+            write("app.log.ready", third);
+            std::filesystem::remove(directory.file("app.log.1"));
+            write("app.log", "INFO : third\n");
+            write("app.log.arm", "");
+            const Result result = shell("ROTATE_LOG=app.log ROTATE_CALL=" + std::to_string(rotation)
+                                        + " COMPRESS_CALL=" + std::to_string(rotation + distance)
+                                        + " LD_PRELOAD='" COMPRESS_AT_CALL "' exec '" NIMLOG_PROGRAM
+                                          "' --mask SEVERITY app.log");
+            ASSERT_EQ(result.output, all)
+                << "rotation at " << rotation << ", compression " << distance << " later";
+            ASSERT_EQ(result.errors, "");
+            ASSERT_EQ(result.status, 0);
+            isReached = !std::filesystem::exists(directory.file("app.log.arm"));
+        }
+    }
+    EXPECT_GT(rotation, 10);
+}
+#endif
 
 /** The files that the real program leaves, under its usual configurations. */
 class NimlogLogrotateTest : public NimlogRotatedTest, public testing::WithParamInterface<const char*>

@@ -63,8 +63,9 @@ void RotatedFiles::scan()
 }
 
 /**
- * Also finds the compressed files. If another program compresses a file at the same time, it is found under
- * its old or its new name, but not under both: after it was removed, the search is repeated.
+ * Also finds the compressed files. If another program renames or compresses files at the same time, the
+ * search is repeated: until each compressed file has kept its name, and no other file that was found is
+ * removed.
  */
 void RotatedFiles::scanFirst()
 {
@@ -78,26 +79,46 @@ void RotatedFiles::scanFirst()
         missed = false;
         while (addNewer()) {
         }
-        findArchives();
-        if (archives.empty() || !wasPendingRemoved()) {
-            return;
-        }
-    }
-}
-
-/** Opens the compressed files, except copies of uncompressed ones, which may be incomplete. */
-void RotatedFiles::findArchives()
-{
-    const std::set<Index> existing = indexes();
-    forEachRotated([&](const std::string& name, const RotatedName& meaning) {
-        if (meaning.compression != nullptr && existing.count(meaning.index) == 0) {
+        const ArchiveNames names = listArchives();
+        for (const auto& [name, meaning] : names) {
             addArchive(name, meaning);
         }
-    });
+        if (names.empty() || (areArchivesAt(names) && !wasPendingRemoved())) {
+            break;
+        }
+    }
     std::sort(archives.begin(), archives.end(), [](const Archive& left, const Archive& right) {
         return left.meaning.index != right.meaning.index ? left.meaning.index > right.meaning.index
                                                          : left.name < right.name;
     });
+}
+
+/** Returns the compressed files, except copies of uncompressed ones, which may be incomplete. */
+RotatedFiles::ArchiveNames RotatedFiles::listArchives()
+{
+    const std::set<Index> existing = indexes();
+    ArchiveNames names;
+    forEachRotated([&](const std::string& name, const RotatedName& meaning) {
+        if (meaning.compression != nullptr && existing.count(meaning.index) == 0) {
+            names.emplace(name, meaning);
+        }
+    });
+    return names;
+}
+
+/** Returns true if the compressed files still have these names. */
+bool RotatedFiles::areArchivesAt(const ArchiveNames& names)
+{
+    const ArchiveNames found = listArchives();
+    const bool areSame =
+        std::equal(names.begin(), names.end(), found.begin(), found.end(),
+                   [](const auto& left, const auto& right) { return left.first == right.first; });
+    return areSame && std::all_of(archives.begin(), archives.end(), [](const Archive& archive) {
+               struct stat named = {};
+               struct stat opened = {};
+               return stat(archive.name.c_str(), &named) == 0 && fstat(archive.descriptor.get(), &opened) == 0
+                      && named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+           });
 }
 
 void RotatedFiles::addArchive(const std::string& name, const RotatedName& meaning)

@@ -104,10 +104,12 @@ private:
         std::string name;
         RotatedName meaning;
     };
+    typedef std::map<std::string, RotatedName> ArchiveNames;
     enum Outcome { ADDED, NONE_NEWER, REMOVED };
 
     void scanFirst();
-    void findArchives();
+    ArchiveNames listArchives();
+    bool areArchivesAt(const ArchiveNames& names);
     void addArchive(const std::string& name, const RotatedName& meaning);
     static bool isRemoved(const File& file);
     bool wasPendingRemoved() const;
