@@ -268,6 +268,19 @@ def next_node(node):
     return parent
 
 
+def entries_of_hash_map(mapping):
+    """Yields the keys and the values of a std::unordered_map."""
+    arguments = mapping.type.strip_typedefs()
+    key_type, value_type = arguments.template_argument(0), arguments.template_argument(1)
+    offset = -(-key_type.sizeof // value_type.alignof) * value_type.alignof
+    node, count = mapping["_M_h"]["_M_before_begin"]["_M_nxt"], 0
+    while int(node) != 0:
+        count = checked(count + 1, "hash map")
+        address = int(node) + POINTER
+        yield value_at(address, key_type), value_at(address + offset, value_type)
+        node = node["_M_nxt"]
+
+
 def elements_of_deque(values):
     """Yields the elements of a std::deque whose elements are smaller than its blocks of 512 bytes."""
     start, finish = values["_M_impl"]["_M_start"], values["_M_impl"]["_M_finish"]

@@ -75,7 +75,8 @@ def modules_line(logger):
     """Returns the names at registration: the modules themselves may have been unloaded."""
     registration = inferior.pointer_in(logger["modules"])
     names = [(int(record["number"]), inferior.std_string(name))
-             for name, record in inferior.entries_of_map(registration["_records"])]
+             for name, records in inferior.entries_of_hash_map(registration["_records"])
+             for record in inferior.elements_of_list(records, records.type.template_argument(0))]
     names = [name for _, name in sorted(names)]
     shown = ", ".join(names[:MOST_MODULES]) + (", ..." if len(names) > MOST_MODULES else "")
     return f"{len(names)}: {shown}" if names else "none"
