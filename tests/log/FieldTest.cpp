@@ -79,6 +79,16 @@ TEST(Field, ControlCharactersAreEscapedInQuotes)
     EXPECT_EQ(" a=\"\\x00\"", written("a", '\0'));
 }
 
+TEST(Field, LongNamesAndValuesAreWrittenCompletely)
+{
+    for (const std::size_t size : {200U, 254U, 255U, 256U, 257U, 600U}) {
+        const String text(size, 'x');
+        EXPECT_EQ(" a=" + text, written("a", text)) << size;
+        EXPECT_EQ(" " + text + "=1", written(text, 1)) << size;
+        EXPECT_EQ(" a=\"" + text + "\\n" + text + "\"", written("a", text + '\n' + text)) << size;
+    }
+}
+
 TEST(Field, NumbersAreDecimalWhateverFormatsTheStreamHas)
 {
     struct Grouping : std::numpunct<char>

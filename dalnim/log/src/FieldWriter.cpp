@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
+#include <cstring>
 #include <locale>
 #include <ostream>
 
@@ -16,57 +18,89 @@ namespace com::kor::dal::nim::log {
 
 namespace {
 
-void put(std::ostream& os, std::string_view text)
+/** Collects the parts of a field, since each insertion into a stream costs more than a short part. */
+class Output
 {
-    os.write(text.data(), static_cast<std::streamsize>(text.size()));
-}
+public:
+    explicit Output(std::ostream& stream) noexcept : os(stream), length(0) {}
 
-/** Writes the name, with "_" in place of each character that a name cannot have. */
-void putName(std::ostream& os, std::string_view name)
-{
-    const bool startsWell = !name.empty() && FieldSyntax::isNameStart(name.front());
-    if (!startsWell) {
-        put(os, "_");
-        name.remove_prefix(name.empty() ? 0 : 1);
+    void put(char c)
+    {
+        if (length == sizeof bytes) {
+            flush();
+        }
+        bytes[length++] = c;
     }
-    while (!name.empty()) {
-        const auto* const bad = std::find_if_not(name.begin(), name.end(), FieldSyntax::isNamePart);
-        const auto length = static_cast<std::size_t>(bad - name.begin());
-        put(os, name.substr(0, length));
-        name.remove_prefix(length);
-        if (!name.empty()) {
-            put(os, "_");
-            name.remove_prefix(1);
+    void put(std::string_view text)
+    {
+        if (text.size() > sizeof bytes - length) {
+            flush();
+            if (text.size() > sizeof bytes) {
+                write(text);
+                return;
+            }
+        }
+        if (!text.empty()) {
+            std::memcpy(bytes + length, text.data(), text.size());
+            length += text.size();
         }
     }
+    /** Must be called at the end. */
+    void flush()
+    {
+        write(std::string_view(bytes, length));
+        length = 0;
+    }
+
+private:
+    void write(std::string_view text)
+    {
+        os.write(text.data(), static_cast<std::streamsize>(text.size()));
+    }
+
+    std::ostream& os;
+    std::size_t length;
+    char bytes[256];
+};
+
+/** Writes the name, with "_" in place of each character that a name cannot have. */
+void putName(Output& out, std::string_view name)
+{
+    out.put(!name.empty() && FieldSyntax::isNameStart(name.front()) ? name.front() : '_');
+    for (const char c : name.substr(name.empty() ? 0 : 1)) {
+        out.put(FieldSyntax::isNamePart(c) ? c : '_');
+    }
 }
 
-void putEscaped(std::ostream& os, char c)
+void putEscaped(Output& out, char c)
 {
-    const auto byte = static_cast<unsigned char>(c);
-    const char named = c == '\n'                   ? 'n'
-                       : c == '\t'                 ? 't'
-                       : c == '\r'                 ? 'r'
-                       : FieldSyntax::isControl(c) ? 'x'
-                                                   : c;
-    const char sequence[] = {'\\', named, HEX_DIGITS[byte >> 4], HEX_DIGITS[byte & 0xf]};
-    put(os, std::string_view(sequence, named == 'x' ? 4 : 2));
+    out.put('\\');
+    if (c == '\n' || c == '\t' || c == '\r') {
+        out.put(c == '\n' ? 'n' : c == '\t' ? 't' : 'r');
+    } else if (FieldSyntax::isControl(c)) {
+        const auto byte = static_cast<unsigned char>(c);
+        out.put('x');
+        out.put(HEX_DIGITS[byte >> 4]);
+        out.put(HEX_DIGITS[byte & 0xf]);
+    } else {
+        out.put(c);
+    }
 }
 
-void putQuoted(std::ostream& os, std::string_view value)
+void putQuoted(Output& out, std::string_view value)
 {
-    put(os, "\"");
+    out.put('"');
     while (!value.empty()) {
         const auto* const escaped = std::find_if(value.begin(), value.end(), FieldSyntax::isEscaped);
         const auto length = static_cast<std::size_t>(escaped - value.begin());
-        put(os, value.substr(0, length));
+        out.put(value.substr(0, length));
         value.remove_prefix(length);
         if (!value.empty()) {
-            putEscaped(os, value.front());
+            putEscaped(out, value.front());
             value.remove_prefix(1);
         }
     }
-    put(os, "\"");
+    out.put('"');
 }
 
 template <class Number>
@@ -83,14 +117,16 @@ void putNumber(std::ostream& os, std::string_view name, Number value)
 void FieldWriter::writeText(std::ostream& os, std::string_view name, std::string_view value)
 {
     os.width(0);
-    put(os, " ");
-    putName(os, name);
-    put(os, "=");
+    Output out(os);
+    out.put(' ');
+    putName(out, name);
+    out.put('=');
     if (FieldSyntax::needsQuotes(value)) {
-        putQuoted(os, value);
+        putQuoted(out, value);
     } else {
-        put(os, value);
+        out.put(value);
     }
+    out.flush();
 }
 
 void FieldWriter::writeNumber(std::ostream& os, std::string_view name, long long value)
