@@ -5,6 +5,7 @@
 #include "layer/Walk.hpp"
 #include "mt/Work.hpp"
 
+#include <dalnim/log/Control.hpp>
 #include <dalnim/mt/CondSem.hpp>
 #include <dalnim/mt/CriticalSection.hpp>
 #include <dalnim/mt/Queue.hpp>
@@ -396,6 +397,31 @@ TEST(ThreadsFault, DetachedThreadThatThrowsEndsIfMemoryRunsOut)
             EXPECT_TRUE(isLogged || isLost) << "without allocation " << n << ": " << output;
         }
     }
+}
+
+TEST(ThreadsFault, LineAboutALostRecordHasThePriorityOfAnError)
+{
+    com_kor_dal_nim_log_control.setPriorityPrefix(true);
+    unsigned int lost = 0;
+    for (unsigned int n = 1; n <= 12; ++n) {
+        testing::internal::CaptureStderr();
+        OwnThread thread(
+            [&] {
+                const std::runtime_error error("text");
+                armThisThread(n, Fault::EVER);
+                throw error;
+            },
+            false);
+        thread.start();
+        mttest::awaitEnd(thread);
+        const std::string output = "\n" + testing::internal::GetCapturedStderr();
+        if (output.find("Thread: a log record was lost") != std::string::npos) {
+            ++lost;
+            EXPECT_NE(std::string::npos, output.find("\n<3>Thread: a log record was lost")) << output;
+        }
+    }
+    com_kor_dal_nim_log_control.setPriorityPrefix(false);
+    EXPECT_GE(lost, 1u);
 }
 
 TEST(ThreadsFault, WorkerThatRunsOutOfMemoryRunsTheNextTask)
