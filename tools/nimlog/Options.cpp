@@ -181,27 +181,15 @@ bool colorOf(const std::string& when)
 Options Options::parse(int argc, char** argv)
 {
     enum { SINCE = 256, UNTIL, COUNT, JSON, UNESCAPE, RESOLVE, COLOR, MASK, CONFIG };
-    nimtools::CommandLine line(argc, argv,
-                               {{"follow", 'f', false},
-                                {"severity", 's', true},
-                                {"module", 'm', true},
-                                {"thread", 't', true},
-                                {"since", SINCE, true},
-                                {"until", UNTIL, true},
-                                {"where", 'w', true},
-                                {"grep", 'g', true},
-                                {"fixed-strings", 'F', false},
-                                {"ignore-case", 'i', false},
-                                {"last", 'n', true},
-                                {"count", COUNT, true},
-                                {"json", JSON, false},
-                                {"unescape", UNESCAPE, false},
-                                {"resolve", RESOLVE, false},
-                                {"color", COLOR, true},
-                                {"mask", MASK, true},
-                                {"config", CONFIG, true},
-                                {"help", 'h', false},
-                                {"version", 'V', false}});
+    nimtools::CommandLine line(
+        argc, argv,
+        {{"follow", 'f', false},      {"severity", 's', true},       {"module", 'm', true},
+         {"thread", 't', true},       {"since", SINCE, true},        {"until", UNTIL, true},
+         {"where", 'w', true},        {"grep", 'g', true},           {"fixed-strings", 'F', false},
+         {"ignore-case", 'i', false}, {"last", 'n', true},           {"count", COUNT, true},
+         {"json", JSON, false},       {"unescape", UNESCAPE, false}, {"resolve", RESOLVE, false},
+         {"color", COLOR, true},      {"mask", MASK, true},          {"config", CONFIG, true},
+         {"help", 'h', false},        {"version", 'V', false}});
     const std::time_t now = std::time(nullptr);
     Options options;
     options.mask = log::Mask_ALL;
