@@ -85,7 +85,7 @@ TEST_F(NimhostTest, PrintsItsUsage)
     EXPECT_EQ(host.wait(), 0);
     EXPECT_THAT(host.output(),
                 HasSubstr("usage: nimhost [--config FILE] [--threads N] [--seconds S] [--records N]\n"
-                          "               [--service] [--status FILE] [DOCUMENT...]\n"));
+                          "               [--service] [--status FILE] [--metrics FILE] [DOCUMENT...]\n"));
     EXPECT_EQ(host.errors(), "");
 }
 

@@ -34,9 +34,9 @@ PoolQueue* PoolQueue::current() noexcept
 
 void PoolQueue::setExceptionHandler(ThreadPool::ExceptionHandler handler)
 {
-    std::shared_ptr<const ThreadPool::ExceptionHandler> replaced;
+    std::shared_ptr<const Handler> replaced;
     if (handler) {
-        replaced = std::make_shared<const ThreadPool::ExceptionHandler>(std::move(handler));
+        replaced = std::make_shared<const Handler>(Handler{std::move(handler)});
     }
     // The old handler is destroyed after the lock has been released: its destructor is user code.
     const RX_Locked_ locked(*this);
@@ -46,7 +46,7 @@ void PoolQueue::setExceptionHandler(ThreadPool::ExceptionHandler handler)
 void PoolQueue::handleException(const Task* task, const std::exception_ptr& exception)
 {
     _exceptionCount.fetch_add(1, std::memory_order_release);
-    std::shared_ptr<const ThreadPool::ExceptionHandler> handler;
+    std::shared_ptr<const Handler> handler;
     {
         const RX_Locked_ locked(*this);
         handler = _exceptionHandler;
@@ -56,7 +56,7 @@ void PoolQueue::handleException(const Task* task, const std::exception_ptr& exce
         return;
     }
     const qv::CaughtException caught = qv::catchException([&] { std::rethrow_exception(exception); });
-    static_cast<void>(qv::catchException([&] { (*handler)(task, caught.known(), exception); }));
+    static_cast<void>(qv::catchException([&] { handler->function(task, caught.known(), exception); }));
 }
 
 void PoolQueue::collectFigures()

@@ -68,6 +68,12 @@ public:
     }
 
 private:
+    /** A handler, in a class that is not visible outside of the library. */
+    struct Handler
+    {
+        const ThreadPool::ExceptionHandler function;
+    };
+
     Construction _construction{*this};
     // Read by each add(), as are the members of the base class on the same cache line.
     /** The counters, or null. Never replaced, since tasks refer to them. */
@@ -75,7 +81,7 @@ private:
     std::unique_ptr<PoolFigures> _ownFigures DALNIM_GUARDED_BY(this);
     const unsigned int _workers;
     /** Shared with the threads that call it, which hold no lock during the call. Null for none. */
-    std::shared_ptr<const ThreadPool::ExceptionHandler> _exceptionHandler DALNIM_GUARDED_BY(this);
+    std::shared_ptr<const Handler> _exceptionHandler DALNIM_GUARDED_BY(this);
     std::atomic<UInt64_t> _exceptionCount{0};
 };
 

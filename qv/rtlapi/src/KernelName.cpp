@@ -24,7 +24,7 @@ bool isContinuation(char byte)
 int openName(ThreadID_t thread, int flags)
 {
     char path[64];
-    std::snprintf(path, sizeof path, "/proc/self/task/%d/comm", static_cast<int>(thread));
+    static_cast<void>(std::snprintf(path, sizeof path, "/proc/self/task/%d/comm", static_cast<int>(thread)));
     return open(path, flags | O_CLOEXEC);
 }
 

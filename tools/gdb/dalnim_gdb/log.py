@@ -108,7 +108,7 @@ def show(write, _arguments):
         title = "Default logger" if int(logger) == default else "Logger"
         write(f"{title} {inferior.object_label(logger)}\n")
         lines = (("path", path_of), ("severity", severity_line),
-                 ("fields", lambda log: names_of(int(inferior.atomic(log["outputMask"])), MASK)),
+                 ("fields", lambda log: names_of(int(inferior.atomic(log["prefixFormat"])), MASK)),
                  ("output", output_line), ("modules", modules_line), ("filter", filter_line),
                  ("lock", locks_line),
                  ("refused", lambda log: f"{int(inferior.atomic(log['refusedStatements']))} statements in handlers"))
