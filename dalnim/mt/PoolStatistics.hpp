@@ -12,8 +12,8 @@ namespace com::kor::dal::nim::mt {
  * the call of ThreadPool::collectStatistics(), and only increase, except for `pending` and `running`.
  *
  * The figures are read one after the other while the workers go on. They are consistent in that no task is in
- * a later stage without being in the earlier ones: `thrown` is at most `finished`, and `pending` and
- * `running` are never negative.
+ * a later stage without being in the earlier ones: `thrown` is at most `finished`, `pending` is never
+ * negative, and `running` is at most the number of workers.
  *
  * Thread safety: plain values, as for an `int`.
  */

@@ -147,18 +147,21 @@ void PoolFigures::read(PoolStatistics& statistics) const noexcept
 {
     // Each stage before the one that precedes it, so that later stages never exceed earlier ones.
     UInt64_t begun = 0;
-    const auto sum = [this](Count Worker::*count) {
-        UInt64_t total = 0;
-        for (unsigned int i = 0; i < _workerCount; ++i) {
-            total += (_workers[i].*count).load(std::memory_order_acquire);
-        }
-        return total;
-    };
-    statistics.thrown = sum(&Worker::thrown);
-    qv::perturb();
-    statistics.finished = sum(&Worker::finished);
-    qv::perturb();
-    begun = sum(&Worker::begun);
+    for (unsigned int i = 0; i < _workerCount; ++i) {
+        const Worker& worker = _workers[i];
+        const UInt64_t thrown = worker.thrown.load(std::memory_order_acquire);
+        qv::perturb();
+        const UInt64_t finished = worker.finished.load(std::memory_order_acquire);
+        qv::perturb();
+        const UInt64_t begunByWorker = worker.begun.load(std::memory_order_acquire);
+        statistics.thrown += thrown;
+        statistics.finished += finished;
+        // The worker may have begun and ended several tasks in between.
+        statistics.running += std::min(begunByWorker - finished, UInt64_t(1));
+        begun += begunByWorker;
+        worker.waitingTime.addTo(statistics.waitingTime);
+        worker.runningTime.addTo(statistics.runningTime);
+    }
     for (const Stripe& stripe : _stripes) {
         statistics.discarded += stripe.discarded.load(std::memory_order_acquire);
     }
@@ -167,12 +170,7 @@ void PoolFigures::read(PoolStatistics& statistics) const noexcept
         statistics.submitted += stripe.submitted.load(std::memory_order_acquire);
         statistics.refused += stripe.refused.load(std::memory_order_acquire);
     }
-    statistics.running = begun - statistics.finished;
     statistics.pending = statistics.submitted - begun - statistics.discarded;
-    for (unsigned int i = 0; i < _workerCount; ++i) {
-        _workers[i].waitingTime.addTo(statistics.waitingTime);
-        _workers[i].runningTime.addTo(statistics.runningTime);
-    }
 }
 
 }

@@ -65,7 +65,7 @@ void PoolWatch::checkQueue(UInt64_t limit, UInt64_t now, WatchFindings& findings
 {
     PoolStatistics statistics;
     _figures.read(statistics);
-    const UInt64_t begun = statistics.finished + statistics.running;
+    const UInt64_t begun = statistics.submitted - statistics.discarded - statistics.pending;
     if (_movedAt == 0 || begun != _begun || statistics.pending == 0) {
         if (_isQueueLogged) {
             findings.push_back(
