@@ -238,6 +238,7 @@ public:
     static ThreadPool* currentPool();
 
 private:
+    friend class TaskEvidence;
     friend class Watchdog;
 
     String _make_tp_name(const char* name, TaskID_t id) const;

@@ -82,13 +82,15 @@ void TaskEvidence::describeTask(ThreadAnswer& answer, const void* task) noexcept
     }
 }
 
-void TaskEvidence::describePool(ThreadAnswer& answer, const void* pool) noexcept
+// The pool may have been destroyed while its task runs: the copy may be of what was an object.
+__attribute__((no_sanitize("undefined"))) void TaskEvidence::describePool(ThreadAnswer& answer,
+                                                                          const void* pool) noexcept
 {
     answer.hasPool = true;
     const RawCopy<ThreadPool> copy(pool);
     if (copy.get() != nullptr) {
-        answer.poolId = copy.get()->poolId();
-        SafeMemory::readText(answer.poolName, sizeof answer.poolName, copy.get()->name().data());
+        answer.poolId = copy.get()->_id;
+        SafeMemory::readText(answer.poolName, sizeof answer.poolName, copy.get()->_name.data());
     }
 }
 
