@@ -21,17 +21,17 @@ namespace com::kor::dal::nim::sys {
  *
  * The report is written by the thread that crashes, on an alternate stack: also if its own stack is
  * exhausted, if it holds a lock of the log or of the allocator, and in a plug-in. It allocates no memory and
- * takes no lock. If a part of the report itself fails, because memory is damaged, the others are written.
+ * acquires no lock. If a part of the report itself fails, because memory is damaged, the others are written.
  * Several threads that crash concurrently write one report each, one after the other.
  *
  * Afterwards the signal is handled as before install(): by the previous handler with the same information, or
  * by the default action, with a core dump of the original registers if that is enabled. The previous
  * `std::terminate` handler is called as well.
  *
- * Threads of the library's users have an alternate stack if they use the library: install() gives one to the
- * calling thread and to all others that have used it, and each thread gets one at its first use. A thread
- * with a stack of the application's keeps that, which should have 64 KB. A thread that never uses the library
- * is reported as well, unless its stack is exhausted.
+ * Each thread that uses the library has an alternate stack: install() gives one to the calling thread and to
+ * all others that have used it, and later threads get one at their first use. A thread on which the
+ * application has set such a stack keeps that one, which should have 64 KB. A thread that never uses the
+ * library is reported as well, unless its stack is exhausted.
  */
 class DALNIM_API CrashReport
 {

@@ -96,7 +96,7 @@ public:
 
     /**
      * Has a signal of the process, such as SIGUSR2, write a report. The report is written by the thread that
-     * receives the signal, in its handler: it waits for the time-out at most, and takes no lock. A signal
+     * receives the signal, in its handler: it waits for the time-out at most, and acquires no lock. A signal
      * that arrives during a report on another thread is ignored. Calls install().
      * @param signal      replaces the handler of this signal
      * @param descriptor  an open file; -1 for standard error and, if the default logger writes to a file,

@@ -16,7 +16,7 @@ public:
     /** As getDateTime() returns it. */
     explicit DateTimeText(std::time_t t);
     /**
-     * For signal handlers: takes no lock.
+     * For signal handlers: acquires no lock.
      * @param secondsEast  the offset of the local time in seconds, or null for UTC
      */
     DateTimeText(std::time_t t, const long* secondsEast) noexcept;

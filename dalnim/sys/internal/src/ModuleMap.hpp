@@ -11,7 +11,7 @@ namespace com::kor::dal::nim::sys::internal {
 
 /**
  * The modules of the process, the program and its libraries, as the kernel has mapped them. Constructed in
- * signal handlers, from /proc/self/maps: this takes no lock, unlike the lists of the dynamic linker, and
+ * signal handlers, from /proc/self/maps: this acquires no lock, unlike the lists of the dynamic linker, and
  * contains modules that were loaded in any way. Their headers are read through SafeMemory.
  */
 class ModuleMap

@@ -100,7 +100,7 @@ public:
                           bool& isUsed) noexcept;
 
 private:
-    /** Returns the index behind the last answer that may be in use. */
+    /** Returns the number of answers that have ever been in use. */
     static std::size_t used() noexcept;
 
     const ThreadAnswer* ownAnswer(std::size_t index) const noexcept;
