@@ -14,6 +14,10 @@ namespace com::kor::dal::nim::log {
 struct Statistics;
 }
 
+namespace com::kor::dal::nim::mt {
+struct PoolStatistics;
+}
+
 namespace com::kor::dal::nim::sys {
 struct LoaderStatistics;
 }
@@ -79,6 +83,12 @@ public:
      * @param logger  the value of the label "logger"
      */
     void add(const log::Statistics& statistics, const String& logger);
+    /**
+     * Adds the statistics of a pool: counters, gauges and histograms with names that begin with
+     * "dalnim_pool_". Of a pool that does not collect statistics, only the number of workers.
+     * @param pool  the value of the label "pool"
+     */
+    void add(const mt::PoolStatistics& statistics, const String& pool);
     /** Adds the statistics of the dynamic loader: counters with names that begin with "dalnim_loader_". */
     void add(const sys::LoaderStatistics& statistics);
 

@@ -99,7 +99,9 @@ Host::Host(const Options& given)
         recorder = std::make_unique<StatusRecorder>(options.status, counters, traces);
     }
     if (!options.metrics.empty()) {
-        metrics = std::make_unique<MetricsFile>(options.metrics, counters);
+        // Before the first task.
+        pool->collectStatistics();
+        metrics = std::make_unique<MetricsFile>(options.metrics, counters, *pool);
     }
 }
 

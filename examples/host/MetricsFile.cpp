@@ -47,8 +47,9 @@ void addHost(nim::io::MetricsText& metrics, const Counters& counters)
 
 }
 
-MetricsFile::MetricsFile(const std::string& path, const Counters& hostCounters)
-    : counters(hostCounters), file(path), next(INTERVAL)
+MetricsFile::MetricsFile(const std::string& path, const Counters& hostCounters,
+                         const nim::mt::ThreadPool& hostPool)
+    : counters(hostCounters), pool(hostPool), file(path), next(INTERVAL)
 {
     write();
 }
@@ -75,6 +76,7 @@ void MetricsFile::write() const
     nim::io::MetricsText metrics;
     metrics.add(::com_kor_dal_nim_log_control.getStatistics(), "default");
     metrics.add(nim::sys::DynLoaderMgr::statistics());
+    metrics.add(pool.statistics(), pool.name());
     addHost(metrics, counters);
     std::ostringstream text;
     metrics.write(text);

@@ -4,22 +4,26 @@
 #include "Counters.hpp"
 #include "ReplacedFile.hpp"
 
+#include <dalnim/mt/ThreadPool.hpp>
+
 #include <string>
 
 namespace nimhost {
 
 /**
- * Writes the numbers of the host, its log and the dynamic loader for the textfile collector of a Prometheus
- * node exporter. Not thread-safe.
+ * Writes the numbers of the host, its log, its pool and the dynamic loader for the textfile collector of a
+ * Prometheus node exporter. Not thread-safe.
  */
 class MetricsFile
 {
 public:
     /**
      * Writes the file for the first time.
+     * @param pool  the pool, which must collect statistics
      * @throws std::runtime_error if that fails
      */
-    MetricsFile(const std::string& path, const Counters& counters);
+    MetricsFile(const std::string& path, const Counters& counters,
+                const com::kor::dal::nim::mt::ThreadPool& pool);
 
     /** Writes the file every two seconds. Only the first of several failed writes is logged. */
     void update(double seconds);
@@ -31,6 +35,7 @@ public:
 
 private:
     const Counters& counters;
+    const com::kor::dal::nim::mt::ThreadPool& pool;
     const ReplacedFile file;
     double next;
     bool failed = false;

@@ -42,6 +42,9 @@ TEST_F(NimhostMetricsTest, ContainTheNumbersOfTheSummaryAtTheEnd)
     EXPECT_EQ(host.errors(), "");
     EXPECT_EQ(valueOf("nimhost_tasks_total"), "1000");
     EXPECT_EQ(valueOf("nimhost_requests_open"), "0");
+    EXPECT_EQ(valueOf("dalnim_pool_finished_tasks_total{pool=\"requests\"}"), "1000");
+    EXPECT_EQ(valueOf("dalnim_pool_running_seconds_count{pool=\"requests\"}"), "1000");
+    EXPECT_EQ(valueOf("dalnim_pool_running_tasks{pool=\"requests\"}"), "0");
     EXPECT_EQ(valueOf("dalnim_log_rotations_total{logger=\"default\"}"),
               std::to_string(tableRow(host.output(), "log rotations")));
     EXPECT_EQ(valueOf("dalnim_log_rescued_records_total{logger=\"default\",severity=\"INFO\"}"), "0");

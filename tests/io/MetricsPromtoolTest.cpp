@@ -2,6 +2,7 @@
 
 #include <dalnim/io/MetricsText.hpp>
 #include <dalnim/log/Control.hpp>
+#include <dalnim/mt/PoolStatistics.hpp>
 #include <dalnim/sys/DynLoaderMgr.hpp>
 
 #include <support/ChildProcess.hpp>
@@ -50,6 +51,11 @@ TEST(MetricsPromtool, FindsNothingInTheStatisticsOfTheLibrary)
     metrics.add(com_kor_dal_nim_log_control.getStatistics(), "default");
     metrics.add(log::Statistics(), "of a \"plug-in\"\n\\ \xFF");
     metrics.add(sys::DynLoaderMgr::statistics());
+    mt::PoolStatistics pool;
+    metrics.add(pool, "idle");
+    pool.isCollecting = true;
+    pool.waitingTime.counts[3] = 7;
+    metrics.add(pool, "busy");
     EXPECT_EQ("", findingsIn(metrics));
 }
 

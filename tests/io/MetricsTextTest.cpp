@@ -1,6 +1,7 @@
 #include <dalnim/io/MetricsText.hpp>
 
 #include <dalnim/log/Statistics.hpp>
+#include <dalnim/mt/PoolStatistics.hpp>
 #include <dalnim/sys/LoaderStatistics.hpp>
 
 #include <gmock/gmock.h>
@@ -214,6 +215,51 @@ TEST(MetricsText, StatisticsOfLoggersAreDistinguishedByALabel)
     EXPECT_EQ("Illegal metric: dalnim_log_records_total",
               rejection([&] { metrics.add(statistics, "other"); }));
     EXPECT_EQ(text, textOf(metrics));
+}
+
+TEST(MetricsText, StatisticsOfPoolsAreDistinguishedByALabel)
+{
+    mt::PoolStatistics statistics;
+    statistics.workers = 2;
+    MetricsText idle;
+    idle.add(statistics, "idle");
+    EXPECT_EQ("# HELP dalnim_pool_workers Workers of the pool.\n"
+              "# TYPE dalnim_pool_workers gauge\n"
+              "dalnim_pool_workers{pool=\"idle\"} 2\n",
+              textOf(idle))
+        << "without statistics";
+    statistics.isCollecting = true;
+    statistics.submitted = 10;
+    statistics.refused = 1;
+    statistics.discarded = 2;
+    statistics.finished = 5;
+    statistics.thrown = 3;
+    statistics.pending = 4;
+    statistics.running = 6;
+    statistics.waitingTime.counts[0] = 1;
+    statistics.waitingTime.counts[30] = 2;
+    statistics.waitingTime.counts[31] = 3;
+    statistics.waitingTime.microseconds = 1500000;
+    MetricsText metrics;
+    metrics.add(statistics, "busy");
+    metrics.add(mt::PoolStatistics(), "idle");
+    const String text = textOf(metrics);
+    for (const char* const line :
+         {"dalnim_pool_workers{pool=\"idle\"} 0\n", "dalnim_pool_submitted_tasks_total{pool=\"busy\"} 10\n",
+          "dalnim_pool_refused_tasks_total{pool=\"busy\"} 1\n",
+          "dalnim_pool_discarded_tasks_total{pool=\"busy\"} 2\n",
+          "dalnim_pool_finished_tasks_total{pool=\"busy\"} 5\n",
+          "dalnim_pool_thrown_tasks_total{pool=\"busy\"} 3\n", "dalnim_pool_pending_tasks{pool=\"busy\"} 4\n",
+          "dalnim_pool_running_tasks{pool=\"busy\"} 6\n",
+          "dalnim_pool_waiting_seconds_bucket{pool=\"busy\",le=\"1e-06\"} 1\n",
+          "dalnim_pool_waiting_seconds_bucket{pool=\"busy\",le=\"0.001024\"} 1\n",
+          "dalnim_pool_waiting_seconds_bucket{pool=\"busy\",le=\"1073.741824\"} 3\n",
+          "dalnim_pool_waiting_seconds_bucket{pool=\"busy\",le=\"+Inf\"} 6\n",
+          "dalnim_pool_waiting_seconds_sum{pool=\"busy\"} 1.5\n",
+          "dalnim_pool_waiting_seconds_count{pool=\"busy\"} 6\n",
+          "dalnim_pool_running_seconds_count{pool=\"busy\"} 0\n"}) {
+        EXPECT_THAT(text, HasSubstr(line));
+    }
 }
 
 TEST(MetricsText, StatisticsOfTheLoaderAreCounters)

@@ -4,6 +4,7 @@
 
 #include <dalnim/io/nsdefs.hpp>
 #include <dalnim/log/Statistics.hpp>
+#include <dalnim/mt/PoolStatistics.hpp>
 #include <dalnim/sys/LoaderStatistics.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 
@@ -126,9 +127,23 @@ String numberText(double number)
     return String(text, end);
 }
 
+constexpr double MICROSECONDS = 1e6;
+
 String sampleText(const String& name, const String& labels, const String& value)
 {
     return name + labels + ' ' + value + '\n';
+}
+
+void addTimes(MetricsText& metrics, const String& name, const String& description,
+              const MetricsText::Labels& labels, const mt::PoolStatistics::Histogram& times)
+{
+    std::vector<double> limits;
+    for (unsigned int bucket = 0; bucket + 1 < mt::PoolStatistics::Histogram::BUCKETS; ++bucket) {
+        limits.push_back(static_cast<double>(mt::PoolStatistics::Histogram::limit(bucket)) / MICROSECONDS);
+    }
+    metrics.addHistogram(name, description, labels, limits,
+                         {std::begin(times.counts), std::end(times.counts)},
+                         static_cast<double>(times.microseconds) / MICROSECONDS);
 }
 
 }
@@ -241,6 +256,32 @@ void MetricsText::add(const log::Statistics& statistics, const String& logger)
     addCounter("dalnim_log_refused_statements_total",
                "Log statements refused because they ran in a signal handler that interrupted another one.",
                labels, statistics.refusedStatements);
+}
+
+void MetricsText::add(const mt::PoolStatistics& statistics, const String& pool)
+{
+    const sys::StackTrack track("add()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    const Labels labels = {{"pool", pool}};
+    addGauge("dalnim_pool_workers", "Workers of the pool.", labels, statistics.workers);
+    if (!statistics.isCollecting) {
+        return;
+    }
+    addCounter("dalnim_pool_submitted_tasks_total", "Tasks queued.", labels, statistics.submitted);
+    addCounter("dalnim_pool_refused_tasks_total", "Tasks not queued, because the pool was full or shut down.",
+               labels, statistics.refused);
+    addCounter("dalnim_pool_discarded_tasks_total", "Tasks queued, and discarded before they started.",
+               labels, statistics.discarded);
+    addCounter("dalnim_pool_finished_tasks_total", "Tasks that have ended.", labels, statistics.finished);
+    addCounter("dalnim_pool_thrown_tasks_total", "Tasks that have ended by an exception.", labels,
+               statistics.thrown);
+    addGauge("dalnim_pool_pending_tasks", "Tasks that wait for a worker.", labels,
+             static_cast<double>(statistics.pending));
+    addGauge("dalnim_pool_running_tasks", "Tasks that are running.", labels,
+             static_cast<double>(statistics.running));
+    addTimes(*this, "dalnim_pool_waiting_seconds", "Times from the submission of a task to its start.",
+             labels, statistics.waitingTime);
+    addTimes(*this, "dalnim_pool_running_seconds", "Times from the start of a task to its end.", labels,
+             statistics.runningTime);
 }
 
 void MetricsText::add(const sys::LoaderStatistics& statistics)
