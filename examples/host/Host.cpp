@@ -6,6 +6,7 @@
 #include <dalnim/nim.hpp>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -89,7 +90,7 @@ Host::Host(const Options& given)
     checkFilePaths(::com_kor_dal_nim_log_control.getPath());
     logWatch.setConfiguration(configuration);
     logWarnings(configuration.warnings());
-    nim::sys::ThreadReport::install();
+    nim::sys::ThreadReport::installSignal(SIGUSR2);
     makePool();
     makeSources();
     if (!options.documents.empty()) {

@@ -33,7 +33,7 @@ const char USAGE[] =
     "Sources without a limit run for five seconds. SIGHUP reloads the configuration. SIGINT and SIGTERM\n"
     "shut the host down: submitted requests are answered, all others are dropped, and have a result\n"
     "with that status. A second signal ends it immediately. Start, reloads, shutdown and progress are\n"
-    "reported to the service manager, if NOTIFY_SOCKET is set.\n"
+    "reported to the service manager, if NOTIFY_SOCKET is set. SIGUSR2 logs what all threads do.\n"
     "\n"
     "Exit status: 0 if all is well; 1 if a document was rejected, one of its requests failed, anything\n"
     "was dropped, or the results, the summary, the last page or metrics could not be written; 2 if the\n"
