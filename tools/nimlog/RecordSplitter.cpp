@@ -20,7 +20,7 @@ constexpr std::size_t MAX_RECORD_SIZE = 16UL * 1024 * 1024;
 /** How a log writes a line break if it escapes control characters. */
 constexpr std::string_view ESCAPED_NEWLINE = "\\n";
 
-constexpr std::string_view HEADER_LABEL = log::STREAM_HEADER_OUTPUT_MASK;
+constexpr std::string_view STREAM_HEADER_LABEL = log::STREAM_HEADER_OUTPUT_MASK;
 constexpr std::string_view REPORT_TITLE = log::CHANGE_REPORT_OF_OUTPUT_MASK;
 constexpr std::string_view REPORT_OLD = log::CHANGE_REPORT_OLD_VALUE;
 constexpr std::string_view REPORT_NEW = log::CHANGE_REPORT_NEW_VALUE;
@@ -79,7 +79,7 @@ bool hasTitle(std::string_view line, std::string_view title)
 }
 
 RecordSplitter::RecordSplitter(unsigned int mask, RecordSink& recordSink)
-    : prefix(mask, log::TERMINATOR), heading(log::STREAM_HEADER_MASK, log::STREAM_HEADER_TERMINATOR),
+    : prefix(mask, log::TERMINATOR), streamHeader(log::STREAM_HEADER_MASK, log::STREAM_HEADER_TERMINATOR),
       sink(recordSink)
 {
 }
@@ -158,9 +158,9 @@ void RecordSplitter::processPart(std::size_t begin, std::string_view part, const
 {
     if (found.isFound) {
         beginRecord(begin, found.fields, true);
-        inHeading = found.isHeading;
+        inStreamHeader = found.isStreamHeader;
         unsigned int mask = 0;
-        if (inHeading && readReportedMask(behindEscaped(part, HEADER_LABEL), mask)) {
+        if (inStreamHeader && readReportedMask(behindEscaped(part, STREAM_HEADER_LABEL), mask)) {
             prefix.setMask(mask);
         }
     } else {
@@ -173,10 +173,10 @@ void RecordSplitter::processPart(std::size_t begin, std::string_view part, const
 void RecordSplitter::parse(std::string_view line, Prefix& into)
 {
     // The prefix of a stream header has another terminator than that of a record.
-    into.isHeading = false;
+    into.isStreamHeader = false;
     into.isFound = prefix.parse(line, into.fields);
     if (!into.isFound && hasTitle(line, log::STREAM_HEADER_TITLE)) {
-        into.isFound = into.isHeading = heading.parse(line, into.fields);
+        into.isFound = into.isStreamHeader = streamHeader.parse(line, into.fields);
     }
 }
 
@@ -194,7 +194,7 @@ std::size_t RecordSplitter::findEmbedded(std::string_view line, const Prefix& ou
         }
         parse(line.substr(at), inner);
         // Without a date, almost any text would match.
-        if (inner.isFound && (inner.isHeading || prefix.hasDate())
+        if (inner.isFound && (inner.isStreamHeader || prefix.hasDate())
             && followsFragment(line.substr(0, at), outer)) {
             return at;
         }
@@ -213,7 +213,7 @@ bool RecordSplitter::followsFragment(std::string_view fragment, const Prefix& ou
     const bool isInsidePrefix = outer.isFound && fragment.size() < outer.fields.length;
     const bool isOfRecord = outer.isFound || (hasRecord && record.hasPrefix);
     const Fields& fields = outer.isFound ? outer.fields : record.fields;
-    if (inner.isHeading || !isOfRecord || isInsidePrefix || (fields.present & log::Mask_DATETIME) == 0) {
+    if (inner.isStreamHeader || !isOfRecord || isInsidePrefix || (fields.present & log::Mask_DATETIME) == 0) {
         return true;
     }
     DateTime cutPrefix = {};
@@ -239,8 +239,8 @@ void RecordSplitter::continueRecord(std::size_t begin, std::string_view line)
         beginRecord(begin, Fields(), false);
     }
     unsigned int mask = 0;
-    if (inHeading && beginsWith(line, HEADER_LABEL)
-        && readReportedMask(line.substr(HEADER_LABEL.size()), mask)) {
+    if (inStreamHeader && beginsWith(line, STREAM_HEADER_LABEL)
+        && readReportedMask(line.substr(STREAM_HEADER_LABEL.size()), mask)) {
         prefix.setMask(mask);
     }
 }
@@ -334,7 +334,7 @@ void RecordSplitter::beginRecord(std::size_t begin, const Fields& fields, bool h
     recordBegin = begin;
     record.fields = fields;
     record.hasPrefix = hasPrefix;
-    inHeading = false;
+    inStreamHeader = false;
 }
 
 /** Passes the pending record on; it ends at `end`. */
@@ -345,7 +345,7 @@ void RecordSplitter::emit(std::size_t end)
         record.whole.remove_suffix(1);
     }
     hasRecord = false;
-    inHeading = false;
+    inStreamHeader = false;
     if (record.hasPrefix) {
         ++recognisedCount;
     } else if (recognisedCount == 0) {

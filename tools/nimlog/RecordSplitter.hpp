@@ -73,7 +73,7 @@ private:
     struct Prefix
     {
         bool isFound = false;
-        bool isHeading = false;
+        bool isStreamHeader = false;
         Fields fields;
     };
 
@@ -97,7 +97,7 @@ private:
     /** Result of findEmbedded(). A member, to avoid its construction for each line. */
     Prefix inner;
     PrefixParser prefix;
-    PrefixParser heading;
+    PrefixParser streamHeader;
     RecordSink& sink;
 
     /** Input. Bytes up to `filled` are valid; those before `lineBegin` have been processed. */
@@ -113,7 +113,7 @@ private:
     Record record = {};
     /** Text of the record without priorities. A member, to reuse its storage. */
     std::string plainText;
-    bool inHeading = false;
+    bool inStreamHeader = false;
 
     ReportState report = NO_REPORT;
     std::size_t reportBegin = 0;
