@@ -121,9 +121,9 @@ TEST_F(LogDiskTest, SetOfFilesThatFillsItsDiskLosesOnlyItsOldestFiles)
         for (unsigned int n = 0; n < 2000; ++n) {
             file->log(numbered(n));
         }
-        const String told = err.take();
-        EXPECT_THAT(told, HasSubstr(WRITE_ERROR_MESSAGE)) << "the disk was never full";
-        EXPECT_THAT(told, testing::Not(HasSubstr("switchFile(): ERROR")));
+        const String output = err.take();
+        EXPECT_THAT(output, HasSubstr(WRITE_ERROR_MESSAGE)) << "the disk was never full";
+        EXPECT_THAT(output, testing::Not(HasSubstr("switchFile(): ERROR")));
         EXPECT_EQ(path, file->getPath());
 
         // Each record from the oldest one is there once: in a file, or after an error message.
@@ -131,7 +131,7 @@ TEST_F(LogDiskTest, SetOfFilesThatFillsItsDiskLosesOnlyItsOldestFiles)
         bool begun = false;
         for (unsigned int n = 0; n < 2000; ++n) {
             const std::size_t inFiles = occurrences(numbered(n) + "\n", kept);
-            const std::size_t onErr = occurrences(WRITE_ERROR_MESSAGE + numbered(n) + "\n", told);
+            const std::size_t onErr = occurrences(WRITE_ERROR_MESSAGE + numbered(n) + "\n", output);
             begun = begun || inFiles != 0;
             EXPECT_TRUE(inFiles + onErr == 1 || (!begun && inFiles + onErr == 0)) << n;
         }

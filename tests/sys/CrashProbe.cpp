@@ -142,7 +142,7 @@ std::ostream& operator<<(std::ostream& os, const CrashingText&)
 
 void inMalloc()
 {
-    // The word behind the last block is the size of the rest of the heap, which malloc() then finds damaged,
+    // The word after the last block is the size of the rest of the heap, which malloc() then finds damaged,
     // while it holds its lock.
     char* volatile block = static_cast<char*>(std::malloc(100000));
     std::memset(block, 0xff, 100000 + 64);
