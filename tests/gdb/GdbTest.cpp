@@ -63,13 +63,10 @@ protected:
     Result runWith(const std::vector<std::string>& options, const std::vector<std::string>& arguments,
                    const std::string& safePath) const
     {
-        std::vector<std::string> command = {GDB_PROGRAM,
-                                            "-nx",
-                                            "-batch",
-                                            "-iex",
-                                            "set debuginfod enabled off",
-                                            "-iex",
-                                            "set auto-load safe-path " + safePath + ":/usr:/lib"};
+        std::vector<std::string> command = {
+            GDB_PROGRAM, "-nx", "-batch", "-iex", "set debuginfod enabled off",
+            // A compiler cache may name sources in a directory of another build.
+            "-iex", "set source open off", "-iex", "set auto-load safe-path " + safePath + ":/usr:/lib"};
         command.insert(command.end(), options.begin(), options.end());
         command.insert(command.end(), arguments.begin(), arguments.end());
         support::ChildProcess child(command, outputs.path());
