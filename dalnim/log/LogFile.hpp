@@ -114,7 +114,7 @@ private:
     /** For a logger: log(). */
     __attribute__((visibility("hidden"))) LineOutcome logMessage(const String& msg);
     /** log() of a line that is trimmed and ends in a newline. */
-    LineOutcome logLine(std::string_view line);
+    __attribute__((visibility("hidden"))) LineOutcome logLine(std::string_view line);
     /** For a logger: writes the stream header. Returns false if the output rejects it. */
     bool begin(const String& text) const;
     /** The settings that a logger sets together with the output. */

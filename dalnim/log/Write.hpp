@@ -136,7 +136,8 @@ private:
      * Logs a record if neither format() nor log(const String&) is replaced: formats the line before it
      * acquires the lock, and again under it if its format has changed in between.
      */
-    void formatAndLog(const Module& mod, const Header& rec) DALNIM_EXCLUDES(stateSync);
+    __attribute__((visibility("hidden"))) void formatAndLog(const Module& mod, const Header& rec)
+        DALNIM_EXCLUDES(stateSync);
 
     /** Calls formatAndLog() for a process whose lines on standard error have a priority. */
     __attribute__((visibility("hidden"), cold, noinline)) void formatAndLogWithPriority(const Module& mod,
@@ -157,7 +158,8 @@ private:
     /** Writes the stream header if it is due. Returns false if that fails, and getFallback() is selected. */
     bool beginOutput() const DALNIM_REQUIRES(stateSync);
     /** Writes a line that ends in a newline, to standard error if need be and getFallback() is selected. */
-    LineOutcome writeLine(std::string_view line) DALNIM_REQUIRES(stateSync);
+    __attribute__((visibility("hidden"))) LineOutcome writeLine(std::string_view line)
+        DALNIM_REQUIRES(stateSync);
     void streamHeader() const DALNIM_REQUIRES(stateSync);
     void revertStreamHeader(int error) const DALNIM_REQUIRES(stateSync);
     /** Writes a message and the configuration to the output. Returns false if the output rejects them. */

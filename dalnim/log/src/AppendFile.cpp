@@ -268,31 +268,6 @@ bool AppendFile::isAt(const String& path) const noexcept
            || (::stat(path.c_str(), &found) == 0 && found.st_ino == own.st_ino && found.st_dev == own.st_dev);
 }
 
-bool AppendFile::append(std::string_view line) noexcept
-{
-    const std::string_view rest = endsInsideLine ? writeAfterNewline(line) : write(line);
-    // A line that lacks only its newline counts as written; the next one begins with a newline.
-    const bool isWritten = rest.empty() || (rest == "\n" && line.size() > rest.size());
-    hasFailed = !isWritten;
-    return isWritten;
-}
-
-std::string_view AppendFile::write(std::string_view text) noexcept
-{
-    while (!text.empty()) {
-        const ssize_t written = ::write(descriptor, text.data(), text.size());
-        if (written > 0) {
-            const auto count = static_cast<std::size_t>(written);
-            appended += count;
-            endsInsideLine = text[count - 1] != '\n';
-            text.remove_prefix(count);
-        } else if (written == 0 || errno != EINTR) {
-            break;
-        }
-    }
-    return text;
-}
-
 std::string_view AppendFile::writeAfterNewline(std::string_view line) noexcept
 {
     char newline = '\n';

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
+#include <string_view>
 
 namespace com::kor::dal::nim::log {
 
@@ -30,7 +31,7 @@ namespace {
 struct NamedValue
 {
     unsigned int value;
-    const char* name;
+    std::string_view name;
 };
 
 constexpr NamedValue SEVERITIES[] = {
@@ -94,9 +95,9 @@ Severity getSeverityId(const String& name)
 
 String getOutputName(unsigned int outputMaskBit)
 {
-    return findRow(OUTPUTBITS, UNKNOWN_OUTPUT_BIT,
-                   [outputMaskBit](const NamedValue& row) { return row.value == outputMaskBit; })
-        .name;
+    return String(findRow(OUTPUTBITS, UNKNOWN_OUTPUT_BIT, [outputMaskBit](const NamedValue& row) {
+                      return row.value == outputMaskBit;
+                  }).name);
 }
 
 unsigned int getOutputBit(const String& name)

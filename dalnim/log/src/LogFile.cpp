@@ -6,7 +6,7 @@
 #include <dalnim/log/src/CurrentPrefix.hpp>
 #include <dalnim/log/src/ForkHandlers.hpp>
 #include <dalnim/log/src/LineBuffer.hpp>
-#include <dalnim/log/src/LogOutput.hpp>
+#include <dalnim/log/src/LogFileLine.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/mt/MutexHolder.hpp>
 #include <dalnim/sys/StackTrack.hpp>
@@ -127,12 +127,6 @@ LineOutcome LogFile::logMessage(const String& msg)
     line.append(msg);
     terminateLine(line, CurrentPrefix::lengthIn(msg));
     return logLine(line.view());
-}
-
-LineOutcome LogFile::logLine(std::string_view line)
-{
-    const StateHolder holder(stateSync.acquire());
-    return output->logLine(line);
 }
 
 bool LogFile::begin(const String& text) const

@@ -6,14 +6,11 @@
 #include <dalnim/log/Control.hpp>
 #include <dalnim/log/LogFile.hpp>
 #include <dalnim/log/nsdefs.hpp>
-#include <dalnim/log/src/AppendFile.hpp>
 #include <dalnim/log/src/EvidenceLog.hpp>
 #include <qv/pmx/path.h>
-#include <qv/pmx/src/CancellationOff.hpp>
 #include <qv/pmx/src/probes.hpp>
 #include <dalnim/log/src/FileTrace.hpp>
 #include <dalnim/log/src/RotatedFiles.hpp>
-#include <dalnim/log/src/StreamOutput.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/internal/RXErrors.hpp>
@@ -230,14 +227,12 @@ void LogOutput::openAt(const String& path)
     rotatedCount = RotatedFiles(outputPath).count();
 }
 
-void LogOutput::open()
+void LogOutput::openOutput()
 {
-    if (file == nullptr && outputStream == nullptr) {
-        if (outputPath.empty()) {
-            outputStream = &fallbackStream();
-        } else {
-            openFile();
-        }
+    if (outputPath.empty()) {
+        outputStream = &fallbackStream();
+    } else {
+        openFile();
     }
 }
 
@@ -276,31 +271,11 @@ void LogOutput::checkCreatable()
     }
 }
 
-bool LogOutput::tryWrite(std::string_view line)
-{
-    return file != nullptr ? file->append(line) : StreamOutput::write(*outputStream, line);
-}
-
 bool LogOutput::begin(std::string_view text)
 {
     open();
     const qv::CancellationOff uncut;
     return tryWrite(text);
-}
-
-LineOutcome LogOutput::logLine(std::string_view line)
-{
-    open();
-    const qv::CancellationOff uncut;
-    const bool isWritten = tryWrite(line);
-    if (!isWritten) {
-        // The next record tries its own output again.
-        StreamOutput::writeToFallback(line);
-    }
-    if (sizeLimit != 0 && hasReachedLimit(isWritten)) {
-        return {isWritten, switchFile() ? LineOutcome::Rotation::DONE : LineOutcome::Rotation::FAILED};
-    }
-    return {isWritten, LineOutcome::Rotation::NONE};
 }
 
 bool LogOutput::hasReachedLimit(bool isWritten)

@@ -2,7 +2,10 @@
 #define DALNIM_LOG_SRC_LOGOUTPUT_HPP
 
 #include <dalnim/String.hpp>
+#include <dalnim/log/src/AppendFile.hpp>
 #include <dalnim/log/src/LineOutcome.hpp>
+#include <dalnim/log/src/StreamOutput.hpp>
+#include <qv/pmx/src/CancellationOff.hpp>
 
 #include <cstddef>
 #include <memory>
@@ -10,8 +13,6 @@
 #include <string_view>
 
 namespace com::kor::dal::nim::log {
-
-class AppendFile;
 
 /**
  * The output of a LogFile, without a lock: one thread at a time uses an object. LogFile.hpp documents the
@@ -79,7 +80,12 @@ public:
     void publish() const noexcept;
 
     /** Opens the output if it is not open. */
-    void open();
+    void open()
+    {
+        if (file == nullptr && outputStream == nullptr) {
+            openOutput();
+        }
+    }
     /** Opens a file, then counts the rotated ones: a concurrent rotation would rename it in between. */
     void openAt(const String& path);
     /** Writes a text to the output. Returns false, with the cause in `errno`, if it rejects the text. */
@@ -88,6 +94,7 @@ public:
     LineOutcome logLine(std::string_view line);
 
 private:
+    void openOutput();
     void openFile();
     void checkCreatable();
     bool tryWrite(std::string_view line);
@@ -111,6 +118,26 @@ private:
     /** Number of rotated files that exist. */
     std::size_t rotatedCount;
 };
+
+[[gnu::always_inline]] inline bool LogOutput::tryWrite(std::string_view line)
+{
+    return file != nullptr ? file->append(line) : StreamOutput::write(*outputStream, line);
+}
+
+[[gnu::always_inline]] inline LineOutcome LogOutput::logLine(std::string_view line)
+{
+    open();
+    const qv::CancellationOff uncut;
+    const bool isWritten = tryWrite(line);
+    if (!isWritten) {
+        // The next record tries its own output again.
+        StreamOutput::writeToFallback(line);
+    }
+    if (sizeLimit != 0 && hasReachedLimit(isWritten)) {
+        return {isWritten, switchFile() ? LineOutcome::Rotation::DONE : LineOutcome::Rotation::FAILED};
+    }
+    return {isWritten, LineOutcome::Rotation::NONE};
+}
 
 }
 

@@ -34,6 +34,18 @@ struct Slot
 
 thread_local Slot slot;
 
+/** Address of `slot`, or null before the first use in the thread. Unlike `slot`, it is read without a call.
+ */
+__attribute__((tls_model("initial-exec"))) __thread Slot* own_slot = nullptr;
+
+Slot& ownSlot() noexcept
+{
+    if (__builtin_expect(own_slot == nullptr, false)) {
+        own_slot = &slot;
+    }
+    return *own_slot;
+}
+
 /** Destroys the record of the ending thread. */
 void destroySlot()
 {
@@ -51,7 +63,7 @@ sys::internal::ThreadExitHook exit_hook(destroySlot);
 
 Header* ThreadHeaderCache::acquire(Severity severity, const SourcePosition& position)
 {
-    Slot& own = slot;
+    Slot& own = ownSlot();
     if (own.state == State::AVAILABLE) {
         own.header().start(severity, position);
     } else if (SpareHeaders::isRestricted()) {
@@ -67,7 +79,7 @@ Header* ThreadHeaderCache::acquire(Severity severity, const SourcePosition& posi
 
 bool ThreadHeaderCache::release(Header& header) noexcept
 {
-    Slot& own = slot;
+    Slot& own = ownSlot();
     if (static_cast<void*>(&header) != own.bytes) {
         return SpareHeaders::release(header);
     }

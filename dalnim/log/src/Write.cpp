@@ -10,6 +10,7 @@
 #include <dalnim/log/src/EscapedText.hpp>
 #include <dalnim/log/src/ForkHandlers.hpp>
 #include <dalnim/log/src/LineBuffer.hpp>
+#include <dalnim/log/src/LogFileLine.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/LoggerState.hpp>
 #include <dalnim/log/src/PrefixFormat.hpp>
@@ -121,7 +122,8 @@ void Write::formatAndLogWithPriority(const Module& mod, const Header& rec)
     formatAndLog(mod, rec);
 }
 
-void Write::formatAndLog(const Module& mod, const Header& rec)
+// See AppendFile.hpp.
+[[gnu::always_inline]] inline void Write::formatAndLog(const Module& mod, const Header& rec)
 {
     RecordLine line(mod, rec);
     // Not getOutputMask(): only a plain Write comes here.
@@ -168,7 +170,8 @@ bool Write::beginOutput() const
     }
 }
 
-LineOutcome Write::writeLine(std::string_view line)
+// See AppendFile.hpp.
+[[gnu::always_inline]] inline LineOutcome Write::writeLine(std::string_view line)
 {
     try {
         return logFile->logLine(line);
