@@ -1,6 +1,6 @@
 // Base64 from and to memory, compared with OpenSSL and, if installed, POCO and Boost. Rates are in bytes of
-// the data, not of the encoded text. OpenSSL is measured with preallocated memory, as called from C, and with
-// a new string, as called from C++.
+// the data, not of the encoded text. OpenSSL and Boost are measured with preallocated memory, as called from C,
+// and with a new string, as called from C++.
 
 #include <dalnim/io/Base64.hpp>
 
@@ -244,6 +244,18 @@ void encodeBeast(benchmark::State& state)
 }
 BENCHMARK(encodeBeast)->Apply(sizes);
 
+void encodeBeastToNewString(benchmark::State& state)
+{
+    const String data = makeData(static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        String text(boost::beast::detail::base64::encoded_size(data.size()), '\0');
+        text.resize(boost::beast::detail::base64::encode(text.data(), data.data(), data.size()));
+        benchmark::DoNotOptimize(text);
+    }
+    count(state);
+}
+BENCHMARK(encodeBeastToNewString)->Apply(sizes);
+
 void decodeBeast(benchmark::State& state)
 {
     const String text = Base64().encode(makeData(static_cast<std::size_t>(state.range(0))));
@@ -254,6 +266,18 @@ void decodeBeast(benchmark::State& state)
     count(state);
 }
 BENCHMARK(decodeBeast)->Apply(sizes);
+
+void decodeBeastToNewString(benchmark::State& state)
+{
+    const String text = Base64().encode(makeData(static_cast<std::size_t>(state.range(0))));
+    for (auto _ : state) {
+        String data(boost::beast::detail::base64::decoded_size(text.size()), '\0');
+        data.resize(boost::beast::detail::base64::decode(data.data(), text.data(), text.size()).first);
+        benchmark::DoNotOptimize(data);
+    }
+    count(state);
+}
+BENCHMARK(decodeBeastToNewString)->Apply(sizes);
 
 #endif
 

@@ -292,12 +292,12 @@ def size_text(size):
 def io_rows():
     for verb in ("encode", "decode"):
         for size in ENCODED_SIZES:
-            others = (("Boost", f"{verb}Beast/{size}"), ("POCO", f"{verb}Poco/{size}"))
-            for form, openssl in (("String", "OpenSslToNewString"), ("Stream", "OpenSsl")):
+            for form, target in (("String", "ToNewString"), ("Stream", "")):
                 yield Row(f"Base64 {verb}, {form.lower()}, {size_text(size)}", "base64_bench",
                           f"{verb}{form}/{size}",
-                          peers=(("OpenSSL", f"{verb}{openssl}/{size}"),) + others,
-                          goals=(Faster(("OpenSSL",)),), per="byte", rate="MB/s")
+                          peers=(("OpenSSL", f"{verb}OpenSsl{target}/{size}"),
+                                 ("Boost", f"{verb}Beast{target}/{size}"), ("POCO", f"{verb}Poco/{size}")),
+                          goals=(Faster(("OpenSSL", "Boost")),), per="byte", rate="MB/s")
     for count in LINES[2:]:
         yield Row(f"properties load, {count:,} lines", "properties_scale_bench", f"load/dalnim/{count}",
                   peers=tuple((name, f"load/{name}/{count}") for name in ("log4cplus", "POCO", "Boost")),
