@@ -114,7 +114,7 @@ private:
     /** By the names under which they were loaded. */
     mutable std::map<String, LibRec> libs DALNIM_GUARDED_BY(sync);
     // Reserved for a search path.
-    [[maybe_unused]] UInt32_t pkey;
+    UInt32_t pkey;
     StringVector path;
 };
 
