@@ -63,6 +63,17 @@ bool convertPlainInteger(T& value, const String& source)
     return startsPlain(source) && *digits != '0' && convertAll(value, source);
 }
 
+/** Returns true if the decimal point of strtod() is ".". */
+bool isDecimalPointPlain()
+{
+    // Thread-safe in the GNU C library, which returns a string of the locale.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe)
+    const char* const point = nl_langinfo(RADIXCHAR);
+    return point[0] == '.' && point[1] == '\0';
+}
+
+#ifdef __cpp_lib_to_chars
+
 /**
  * Returns true if strtod() and std::from_chars() both round to nearest. On x86-64, strtod() obeys the mode of
  * the x87, which std::fegetround() returns; std::from_chars() multiplies in SSE registers.
@@ -74,15 +85,6 @@ bool roundsToNearest()
     static const volatile float small = 1e-30F;
     const float tiny = small;
     return std::fegetround() == FE_TONEAREST && 1 + tiny == 1 - tiny;
-}
-
-/** Returns true if the decimal point of strtod() is ".". */
-bool isDecimalPointPlain()
-{
-    // Thread-safe in the GNU C library, which returns a string of the locale.
-    // NOLINTNEXTLINE(concurrency-mt-unsafe)
-    const char* const point = nl_langinfo(RADIXCHAR);
-    return point[0] == '.' && point[1] == '\0';
 }
 
 /**
@@ -101,6 +103,17 @@ bool convertPlainReal(T& value, const String& source)
     // A smaller value may have been rounded up to min(). One that was rounded to 0 has been rejected above.
     return (magnitude > Limits::min() && magnitude <= Limits::max()) || magnitude == 0;
 }
+
+#else
+
+/** For a C++ library whose std::from_chars() converts integers only: the C functions convert every value. */
+template <class T>
+bool convertPlainReal(T&, const String&)
+{
+    return false;
+}
+
+#endif
 
 /** Parses all of `source` by a function of the strtol family. Throws std::invalid_argument. */
 template <class T>
