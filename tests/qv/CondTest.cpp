@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <ctime>
 
+#include <support/Sanitizers.hpp>
+
 #include "Threads.hpp"
 
 namespace {
@@ -58,10 +60,11 @@ TEST_F(Cond, WaitFailsIfTheCallerDoesNotHoldTheMutex)
     EXPECT_EQ(qv_si_cond_wait(&cond, &mutex), 1);
 }
 
-#ifndef __SANITIZE_THREAD__ // regards the mutex as destroyed although the call fails
-
 TEST_F(Cond, MutexCannotBeDestroyedDuringAWait)
 {
+    if (support::UNDER_THREAD_SANITIZER) {
+        GTEST_SKIP() << "the thread sanitizer regards the mutex as destroyed although the call fails";
+    }
     bool isReady = false;
     qvtest::Caller waiter([&] {
         qv_si_mutex_lock(&mutex);
@@ -77,8 +80,6 @@ TEST_F(Cond, MutexCannotBeDestroyedDuringAWait)
     EXPECT_EQ(pthread_cond_broadcast(&cond.cond), 0);
     ASSERT_EQ(qv_si_mutex_unlock(&mutex), 0);
 }
-
-#endif
 
 TEST_F(Cond, DeadlineIsOnTheMonotonicClock)
 {

@@ -5,6 +5,7 @@
 #include <dalnim/sys/internal/src/ThreadCacheState.hpp>
 #include <qv/pmx/TryLock.hpp>
 #include <qv/pmx/src/perturb.hpp>
+#include <qv/pmx/src/sanitizers.hpp>
 #include <qv/pmx/thread_safety.h>
 
 #include <atomic>
@@ -15,13 +16,7 @@ namespace com::kor::dal::nim::mt {
 namespace {
 
 // Caching is off under the address sanitizer, which detects a use after free only if blocks are freed.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool IS_CACHING = false;
-#elif defined(__has_feature)
-constexpr bool IS_CACHING = !__has_feature(address_sanitizer);
-#else
-constexpr bool IS_CACHING = true;
-#endif
+constexpr bool IS_CACHING = QV_ADDRESS_SANITIZER == 0;
 
 /** Number of blocks in a full magazine. */
 constexpr unsigned int MAGAZINE_SIZE = 64;

@@ -3,22 +3,15 @@
 #include <dalnim/sys/internal/src/ForkSafeMutex.hpp>
 
 #include <qv/pmx/src/perturb.hpp>
+#include <qv/pmx/src/sanitizers.hpp>
 
 #include <cerrno>
-
-#if defined(__SANITIZE_THREAD__)
-#define DALNIM_THREAD_SANITIZER
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define DALNIM_THREAD_SANITIZER
-#endif
-#endif
 
 namespace com::kor::dal::nim::sys::internal {
 
 namespace {
 
-#ifdef DALNIM_THREAD_SANITIZER
+#if QV_THREAD_SANITIZER
 
 /** Without pthread_mutex_clocklock(), which the thread sanitizer of g++ 12 does not intercept. */
 int lockUntil(si_mutex_t& mutex, const std::timespec& deadline) noexcept
