@@ -215,8 +215,9 @@ std::vector<const CountSink::Counts::value_type*> CountSink::inOrder() const
             return log::getSeverityId(l->first) > log::getSeverityId(r->first);
         });
     } else if (countBy != CountBy::HOUR) {
-        std::stable_sort(list.begin(), list.end(),
-                         [](const auto* l, const auto* r) { return l->second > r->second; });
+        std::sort(list.begin(), list.end(), [](const auto* l, const auto* r) {
+            return l->second != r->second ? l->second > r->second : l->first < r->first;
+        });
     }
     return list;
 }

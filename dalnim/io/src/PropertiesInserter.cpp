@@ -59,9 +59,13 @@ void PropertiesInserter::flush()
     for (PendingEntry& entry : pending) {
         entry.keyPrefix = keyPrefixOf(entry);
     }
-    // Stable: the latest value of a key comes last, and replaces the others.
-    std::stable_sort(pending.begin(), pending.end(), [this](const PendingEntry& l, const PendingEntry& r) {
-        return l.keyPrefix != r.keyPrefix ? l.keyPrefix < r.keyPrefix : keyOf(l) < keyOf(r);
+    // The latest value of a key comes last, and replaces the others.
+    std::sort(pending.begin(), pending.end(), [this](const PendingEntry& l, const PendingEntry& r) {
+        if (l.keyPrefix != r.keyPrefix) {
+            return l.keyPrefix < r.keyPrefix;
+        }
+        const int order = keyOf(l).compare(keyOf(r));
+        return order != 0 ? order < 0 : l.offset < r.offset;
     });
     for (const PendingEntry& entry : pending) {
         const std::string_view key = keyOf(entry);
