@@ -11,7 +11,9 @@
 #include <dalnim/type/SecurityContext.hpp>
 #include <dalnim/type/src/SharedEntries.hpp>
 
+#include <cstddef>
 #include <cstring>
+#include <map>
 #include <new>
 #include <typeinfo>
 
@@ -41,6 +43,76 @@ public:
 private:
     alignas(T) char memory[sizeof(T)];
     const bool isReadable;
+};
+
+/**
+ * A node of a std::map that may be changing, which rules out iterators. Depends on the C++ library; its
+ * binary interface determines the layout.
+ */
+template <class Map>
+struct TreeNode
+{
+    const void* left = nullptr;
+    const void* right = nullptr;
+    /** The address of the entry, which has not been read. */
+    const typename Map::value_type* value = nullptr;
+
+#if defined(__GLIBCXX__)
+
+    /** Returns the address of the root, or null if the map is empty or cannot be read. */
+    static const void* root(const Map& map) noexcept
+    {
+        std::_Rb_tree_node_base header = {};
+        return SafeMemory::readValue(header, map.end()._M_node) ? header._M_parent : nullptr;
+    }
+    /** Reads a node. Returns false if that is not possible. */
+    bool read(const void* node) noexcept
+    {
+        std::_Rb_tree_node_base links = {};
+        const bool isRead = SafeMemory::readValue(links, node);
+        left = links._M_left;
+        right = links._M_right;
+        value = static_cast<const std::_Rb_tree_node<typename Map::value_type>*>(node)->_M_valptr();
+        return isRead;
+    }
+
+#elif defined(_LIBCPP_VERSION)
+
+    static const void* root(const Map& map) noexcept
+    {
+        struct Header
+        {
+            const void* first;
+            const void* root;
+            std::size_t size;
+        };
+        static_assert(sizeof(Map) == sizeof(Header), "unknown layout of a map");
+        Header header = {};
+        return SafeMemory::readValue(header, &map) ? header.root : nullptr;
+    }
+    bool read(const void* node) noexcept
+    {
+        struct Links
+        {
+            const void* left;
+            const void* right;
+            const void* parent;
+            bool isBlack;
+        };
+        constexpr std::size_t ALIGNMENT = alignof(typename Map::value_type);
+        constexpr std::size_t VALUE =
+            (offsetof(Links, isBlack) + sizeof(bool) + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
+        Links links = {};
+        const bool isRead = SafeMemory::readValue(links, node);
+        left = links.left;
+        right = links.right;
+        value = reinterpret_cast<const typename Map::value_type*>(static_cast<const char*>(node) + VALUE);
+        return isRead;
+    }
+
+#else
+#error "The nodes of std::map are known for libstdc++ and libc++ only."
+#endif
 };
 
 const struct Registration
@@ -118,27 +190,21 @@ const void* TaskEvidence::securityContext(const ThreadState& thread) noexcept
             }
         }
     } else {
-#ifdef __GLIBCXX__
         // A search of the tree that ends also if another one is being made of it.
         constexpr int MOST_STEPS = 64;
-        typedef std::_Rb_tree_node<type::ContainerContext::Content::value_type> Node;
-        std::_Rb_tree_node_base node = {};
-        if (!SafeMemory::readValue(node, context.content.end()._M_node)) {
-            return nullptr;
-        }
-        const std::_Rb_tree_node_base* next = node._M_parent;
+        typedef TreeNode<type::ContainerContext::Content> Node;
+        Node node;
+        const void* next = Node::root(context.content);
         for (int i = 0; i < MOST_STEPS && next != nullptr && object == nullptr; ++i) {
-            const auto* const value = static_cast<const Node*>(next)->_M_valptr();
             UInt32_t cid = 0;
-            if (!SafeMemory::readValue(cid, &value->first) || !SafeMemory::readValue(node, next)) {
+            if (!node.read(next) || !SafeMemory::readValue(cid, &node.value->first)) {
                 return nullptr;
             }
             if (cid == type::SecurityContext::KEY) {
-                SafeMemory::readValue(object, &value->second);
+                SafeMemory::readValue(object, &node.value->second);
             }
-            next = type::SecurityContext::KEY < cid ? node._M_left : node._M_right;
+            next = type::SecurityContext::KEY < cid ? node.left : node.right;
         }
-#endif
     }
     constexpr std::size_t NAME_SIZE = 128;
     char name[NAME_SIZE];
