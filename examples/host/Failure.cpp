@@ -29,14 +29,19 @@ std::string currentType()
 
 }
 
+void continueThreadEnd()
+{
+    // Such an exception has no object.
+    if (!std::current_exception()) {
+        throw;
+    }
+}
+
 std::string currentFailure()
 {
+    continueThreadEnd();
     try {
         throw;
-#ifdef __GLIBCXX__
-    } catch (const abi::__forced_unwind&) {
-        throw;
-#endif
     } catch (const std::exception& exc) {
         return oneLine(exc.what());
     } catch (const RX_Exception& exc) {

@@ -8,9 +8,14 @@
 namespace nimhost {
 
 /**
+ * Rethrows the exception that unwinds a cancelled or exiting thread, which must not be stopped. That also
+ * happens if it meets a second handler within the first one. Must be called from a handler.
+ */
+void continueThreadEnd();
+
+/**
  * Returns a line that describes the exception being handled: its message, or the name of its type if it has
- * none. Rethrows the exception that unwinds a cancelled or exiting thread, which must not be swallowed. Must
- * be called from a handler.
+ * none. Calls continueThreadEnd(). Must be called from a handler.
  */
 std::string currentFailure();
 
@@ -21,6 +26,7 @@ std::string currentFailure();
 template <class Function>
 void withCurrentException(Function function)
 {
+    continueThreadEnd();
     try {
         throw;
     } catch (const std::exception& exc) {
