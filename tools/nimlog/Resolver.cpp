@@ -73,7 +73,7 @@ pid_t start(const std::vector<std::string>& command, nimtools::Descriptor& outpu
 /** Runs a program. Returns its output; `isFound` is false if there is no such program. */
 std::string outputOf(const std::vector<std::string>& command, bool& isFound)
 {
-    constexpr std::size_t CHUNK = 4096;
+    constexpr std::size_t BUFFER_SIZE = 4096;
     nimtools::Descriptor output;
     const pid_t child = start(command, output);
     isFound = child != -1;
@@ -81,10 +81,10 @@ std::string outputOf(const std::vector<std::string>& command, bool& isFound)
         return "";
     }
     std::string text;
-    std::array<char, CHUNK> chunk;
-    for (ssize_t count; (count = read(output.get(), chunk.data(), chunk.size())) != 0;) {
+    std::array<char, BUFFER_SIZE> buffer;
+    for (ssize_t count; (count = read(output.get(), buffer.data(), buffer.size())) != 0;) {
         if (count > 0) {
-            text.append(chunk.data(), static_cast<std::size_t>(count));
+            text.append(buffer.data(), static_cast<std::size_t>(count));
         } else if (errno != EINTR) {
             break;
         }

@@ -2,6 +2,7 @@
 
 #include "JsonText.hpp"
 #include "Severities.hpp"
+#include "TimeText.hpp"
 
 #include <dalnim/log/Common.hpp>
 #include <dalnim/log/FieldReader.hpp>
@@ -15,8 +16,6 @@ namespace nimlog {
 namespace log = com::kor::dal::nim::log;
 
 namespace {
-
-constexpr std::time_t SECONDS_OF_HOUR = 3600;
 
 /** ECMA-48 escape sequences by severity. */
 constexpr std::array<std::string_view, log::Severity_COUNT> COLORS = {

@@ -20,7 +20,6 @@ constexpr std::size_t MAX_DECIMALS = 9;
 
 constexpr int NANOSECONDS_OF_SECOND = 1000000000;
 
-constexpr std::time_t SECONDS_OF_HOUR = 3600;
 constexpr std::time_t SECONDS_OF_MINUTE = 60;
 constexpr std::time_t SECONDS_OF_DAY = 86400;
 

@@ -3,9 +3,12 @@
 
 #include "Fields.hpp"
 
+#include <ctime>
 #include <string>
 
 namespace nimlog {
+
+constexpr std::time_t SECONDS_OF_HOUR = 3600;
 
 /**
  * Reads "Sat Nov 14 15:05:20 UTC 2026", "... +0100 2026", "2026-11-14T15:05:20.123456Z" or "...+01:00" at the
