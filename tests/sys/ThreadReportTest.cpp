@@ -581,7 +581,7 @@ TEST_F(ThreadReportTest, AnswersAreConsistentWhileThreadsEnterTracks)
     std::thread second(enterTracks);
     std::vector<std::thread> reporters;
     for (int i = 0; i < 2; ++i) {
-        reporters.emplace_back([rounds] {
+        reporters.emplace_back([] {
             for (int round = 0; round < rounds; ++round) {
                 const ThreadReport report(PATIENCE_MS);
                 for (const Entry& entry : report.threads()) {

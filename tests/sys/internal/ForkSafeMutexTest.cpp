@@ -23,7 +23,7 @@ static_assert(std::is_trivially_destructible_v<ForkSafeMutex>, "used until the p
 static_assert(!std::is_copy_constructible_v<ForkSafeMutex>);
 
 /** Usable before any constructor has run. */
-constexpr ForkSafeMutex CONSTANT(true);
+[[maybe_unused]] constexpr ForkSafeMutex CONSTANT(true);
 
 /** The thread sanitizer reports the attempt. */
 void expectNoUnlock(ForkSafeMutex& mutex)
