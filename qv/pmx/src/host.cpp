@@ -10,9 +10,17 @@
 namespace {
 
 /**
- * Maps a page that the kernel clears in every child process, however the child is created (MADV_WIPEONFORK).
- * Returns null on failure.
+ * Requests that the kernel clears a page in every child process, however the child is created
+ * (MADV_WIPEONFORK). Returns false if it refuses. Emulators of Linux accept any request, and ignore it: if a
+ * number that no request has is accepted, the page may not be cleared either.
  */
+bool isClearedInChildren(void* page, size_t size) noexcept
+{
+    constexpr int NO_REQUEST = -1;
+    return madvise(page, size, NO_REQUEST) != 0 && madvise(page, size, MADV_WIPEONFORK) == 0;
+}
+
+/** Maps a page that is cleared in every child process. Returns null on failure. */
 std::atomic<pid_t>* mapPidCache() noexcept
 {
     const auto size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
@@ -20,7 +28,7 @@ std::atomic<pid_t>* mapPidCache() noexcept
     if (page == MAP_FAILED) {
         return nullptr;
     }
-    if (madvise(page, size, MADV_WIPEONFORK) != 0) {
+    if (!isClearedInChildren(page, size)) {
         munmap(page, size);
         return nullptr;
     }
@@ -38,7 +46,10 @@ std::atomic<std::atomic<pid_t>*> pid_cache{nullptr};
 
 __attribute__((noinline, cold)) std::atomic<pid_t>* createPidCache() noexcept
 {
+    // Like getpid(), the caller does not change `errno`.
+    const int error = errno;
     std::atomic<pid_t>* const mapped = mapPidCache();
+    errno = error;
     std::atomic<pid_t>* const cache = mapped != nullptr ? mapped : &no_cache;
     std::atomic<pid_t>* other = nullptr;
     if (pid_cache.compare_exchange_strong(other, cache, std::memory_order_acq_rel)) {
