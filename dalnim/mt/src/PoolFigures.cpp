@@ -3,6 +3,7 @@
 #include <dalnim/mt/src/PoolFigures.hpp>
 
 #include <qv/pmx/src/perturb.hpp>
+#include <qv/pmx/src/processor.hpp>
 #include <qv/pmx/thread.h>
 
 #include <algorithm>
@@ -122,7 +123,7 @@ PoolFigures::Running PoolFigures::running(unsigned int worker) const noexcept
                 return copy.task != 0 ? copy : Running();
             }
         }
-        __builtin_ia32_pause();
+        qv::pausePolling();
     }
     // The worker ends one task after the other.
     return Running();

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include <qv/pmx/src/perturb.hpp>
+#include <qv/pmx/src/processor.hpp>
 #include <qv/rtlapi/RX_Condition.hpp>
 #include <qv/rtlapi/RX_Locked_.hpp>
 
@@ -129,7 +130,7 @@ void qv::IdleWorkers::spin(Waiter& waiter) noexcept
             waiter.state.store(State::ACTIVE, std::memory_order_relaxed);
             return;
         }
-        __builtin_ia32_pause();
+        qv::pausePolling();
     }
 }
 
@@ -210,7 +211,7 @@ bool qv::IdleWorkers::deliver(Wakeup wakeup) const
         if (wakeup.waiter->state.load(std::memory_order_relaxed) != State::WOKEN) {
             return true;
         }
-        __builtin_ia32_pause();
+        qv::pausePolling();
     }
     return false;
 }
