@@ -1,7 +1,7 @@
 #ifndef DALNIM_XML_SRC_ELEMENTPATH_HPP
 #define DALNIM_XML_SRC_ELEMENTPATH_HPP
 
-#include "TextScan.hpp"
+#include "ByteVector.hpp"
 
 #include <dalnim/String.hpp>
 
@@ -74,7 +74,7 @@ public:
      */
     ElementPath(String& memory, const char* textEnd)
         : storage(memory), end(textEnd), path(memory.data()), capacity(memory.size()), used(0), name(path),
-          length(0), firstBytes(_mm_setzero_si128())
+          length(0), firstBytes{}
     {
     }
 
@@ -101,7 +101,7 @@ public:
         }
         firstBytes = loadFirstBytes(tag);
         if (tagLength <= sizeof firstBytes) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(path + used), firstBytes);
+            store(path + used, firstBytes);
         } else {
             std::memcpy(path + used, tag, tagLength);
         }
@@ -116,7 +116,7 @@ public:
     char* skipTag(char* p) const
     {
         if (length != 0 && length <= sizeof firstBytes && end - p >= SCAN_WIDTH) {
-            const unsigned different = ~matchMask(_mm_cmpeq_epi8(load(p), firstBytes)) & ((1U << length) - 1);
+            const MatchMask different = ~matchMask(load(p) == firstBytes) & firstBytesMask(length);
             return different == 0 ? p + length : nullptr;
         }
         return skipTagByBytes(p);
@@ -182,16 +182,16 @@ public:
 
 private:
     /** Bytes reserved past `used`: a "/", a NUL, and the vector that one load or store accesses. */
-    static constexpr std::size_t SLACK = sizeof(__m128i) + 2;
+    static constexpr std::size_t SLACK = sizeof(ByteVector) + 2;
     static constexpr std::size_t MIN_CAPACITY = 128;
 
     /** Loads the first bytes of `tag`. Bytes past the end of the document are zero. */
-    __m128i loadFirstBytes(const char* tag) const
+    ByteVector loadFirstBytes(const char* tag) const
     {
         if (end - tag >= SCAN_WIDTH) {
             return load(tag);
         }
-        char bytes[sizeof(__m128i)] = {};
+        char bytes[sizeof(ByteVector)] = {};
         std::memcpy(bytes, tag, static_cast<std::size_t>(end - tag));
         return load(bytes);
     }
@@ -234,7 +234,7 @@ private:
     std::size_t length;
     bool partialEndTag = false;
     /** First 16 bytes at `name`, of which those past `length` are arbitrary. */
-    __m128i firstBytes;
+    ByteVector firstBytes;
     /** Offsets of the "/" in the path, so that closing an element does not search a long path. */
     OffsetStack slashes;
 };

@@ -1,45 +1,18 @@
 #ifndef DALNIM_XML_SRC_TEXTSCAN_HPP
 #define DALNIM_XML_SRC_TEXTSCAN_HPP
 
+#include "ByteVector.hpp"
 #include "CharTypes.hpp"
 
 #include <cstring>
-#include <emmintrin.h>
 
 /**
  * @file
- * The inner loops of the parser. They search 16 bytes at a time, with SSE2, which every x86-64 processor
- * has. None reads past `end`; only the functions that skip read the NUL at `end`.
+ * The inner loops of the parser, which search 16 bytes at a time. None reads past `end`; only the functions
+ * that skip read the NUL at `end`.
  */
 
 namespace com::kor::dal::nim::xml {
-
-constexpr std::ptrdiff_t SCAN_WIDTH = sizeof(__m128i);
-constexpr unsigned ALL_BYTES = 0xFFFF;
-
-inline __m128i load(const char* p) noexcept
-{
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-}
-
-/** Returns a mask with one bit for each byte, set if the comparison matched. */
-inline unsigned matchMask(__m128i comparison) noexcept
-{
-    return static_cast<unsigned>(_mm_movemask_epi8(comparison));
-}
-
-inline __m128i equal(__m128i bytes, char byte) noexcept
-{
-    return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(byte));
-}
-
-/** Compares each byte with the range of `count` values that starts at `first`. */
-inline __m128i inRange(__m128i bytes, char first, int count) noexcept
-{
-    // Shifts the range to the smallest signed values, so that one signed comparison suffices.
-    const __m128i moved = _mm_add_epi8(bytes, _mm_set1_epi8(static_cast<char>(-128 - first)));
-    return _mm_cmplt_epi8(moved, _mm_set1_epi8(static_cast<char>(-128 + count)));
-}
 
 /** Returns the position of the first `byte`, or `end`. */
 inline char* findByte(char* p, char* end, char byte) noexcept
@@ -52,10 +25,10 @@ inline char* findByte(char* p, char* end, char byte) noexcept
 inline char* findEither(char* p, char* end, char first, char second) noexcept
 {
     for (; end - p >= SCAN_WIDTH; p += SCAN_WIDTH) {
-        const __m128i bytes = load(p);
-        const unsigned found = matchMask(_mm_or_si128(equal(bytes, first), equal(bytes, second)));
+        const ByteVector bytes = load(p);
+        const MatchMask found = matchMask(equal(bytes, first) | equal(bytes, second));
         if (found != 0) {
-            return p + __builtin_ctz(found);
+            return p + firstByte(found);
         }
     }
     while (p != end && *p != first && *p != second) {
@@ -72,12 +45,12 @@ template <char quote>
 [[gnu::always_inline]] inline char* findInValue(char* p, char* end) noexcept
 {
     for (; end - p >= SCAN_WIDTH; p += SCAN_WIDTH) {
-        const __m128i bytes = load(p);
-        const __m128i symbols = _mm_or_si128(equal(bytes, quote), equal(bytes, '&'));
-        const __m128i breaks = _mm_or_si128(equal(bytes, '\n'), equal(bytes, '\r'));
-        const unsigned found = matchMask(_mm_or_si128(symbols, breaks));
+        const ByteVector bytes = load(p);
+        const ByteVector symbols = equal(bytes, quote) | equal(bytes, '&');
+        const ByteVector breaks = equal(bytes, '\n') | equal(bytes, '\r');
+        const MatchMask found = matchMask(symbols | breaks);
         if (found != 0) {
-            return p + __builtin_ctz(found);
+            return p + firstByte(found);
         }
     }
     while (p != end && *p != quote && *p != '&' && *p != '\n' && *p != '\r') {
@@ -100,10 +73,10 @@ inline char* skipSpace(char* p, const char* end) noexcept
     }
     p += FEW;
     for (; isA(CHAR_SPACE, *p) && end - p >= SCAN_WIDTH; p += SCAN_WIDTH) {
-        const __m128i bytes = load(p);
-        const unsigned spaces = matchMask(_mm_or_si128(equal(bytes, ' '), inRange(bytes, '\t', 5)));
+        const ByteVector bytes = load(p);
+        const MatchMask spaces = matchMask(equal(bytes, ' ') | inRange(bytes, '\t', 5));
         if (spaces != ALL_BYTES) {
-            p += __builtin_ctz(~spaces);
+            p += firstByte(~spaces);
             break;
         }
     }
@@ -114,10 +87,10 @@ inline char* skipSpace(char* p, const char* end) noexcept
 inline char* findPast(char* p, char* end, const char (&text)[4]) noexcept
 {
     for (; end - p >= SCAN_WIDTH + 2; p += SCAN_WIDTH) {
-        const __m128i ends = _mm_and_si128(equal(load(p + 1), text[1]), equal(load(p + 2), text[2]));
-        const unsigned found = matchMask(_mm_and_si128(equal(load(p), text[0]), ends));
+        const ByteVector ends = equal(load(p + 1), text[1]) & equal(load(p + 2), text[2]);
+        const MatchMask found = matchMask(equal(load(p), text[0]) & ends);
         if (found != 0) {
-            return p + __builtin_ctz(found) + 3;
+            return p + firstByte(found) + 3;
         }
     }
     for (; end - p >= 3; ++p) {
