@@ -2,6 +2,8 @@
 
 #include <dalnim/io/src/Base64Blocks.hpp>
 
+#include <qv/pmx/src/processor.hpp>
+
 #include <tests/io/Base64Model.hpp>
 
 #include <gtest/gtest.h>
@@ -21,7 +23,7 @@ using com::kor::dal::nim::io::BASE64_SCALAR;
 using com::kor::dal::nim::io::base64Blocks;
 using com::kor::dal::nim::io::base64Value;
 
-/** The implementations that this processor supports: AVX2 and scalar, or twice the scalar one. */
+/** The implementations that this processor supports: vectors and scalar, or twice the scalar one. */
 class Base64BlocksOf : public testing::TestWithParam<const Base64Blocks*>
 {
 protected:
@@ -101,9 +103,13 @@ TEST_P(Base64BlocksOf, EveryValueAtEveryPositionIsConverted)
 INSTANTIATE_TEST_SUITE_P(Scalar, Base64BlocksOf, testing::Values(&BASE64_SCALAR));
 INSTANTIATE_TEST_SUITE_P(Fastest, Base64BlocksOf, testing::Values(&base64Blocks()));
 
-TEST(Base64Blocks, Avx2IsUsedIfTheProcessorSupportsIt)
+TEST(Base64Blocks, VectorsAreUsedIfTheProcessorSupportsThem)
 {
+#if QV_IS_X86_64
     EXPECT_EQ(__builtin_cpu_supports("avx2") != 0, &base64Blocks() != &BASE64_SCALAR);
+#else
+    EXPECT_EQ(QV_IS_ARM64 == 1, &base64Blocks() != &BASE64_SCALAR);
+#endif
 }
 
 TEST(Base64Blocks, ValuesOfAllBytes)

@@ -2,6 +2,10 @@
 
 #include <dalnim/io/src/Base64Blocks.hpp>
 
+#include <qv/pmx/src/processor.hpp>
+
+#if QV_IS_X86_64
+
 #include <immintrin.h>
 
 /**
@@ -128,13 +132,10 @@ DALNIM_AVX2 std::size_t decode(const char* from, std::size_t groups, unsigned ch
     return done + BASE64_SCALAR.decode(from, groups - done, to);
 }
 
-const Base64Blocks AVX2 = {encode, decode};
+}
+
+const Base64Blocks BASE64_AVX2 = {encode, decode};
 
 }
 
-const Base64Blocks& base64Blocks() noexcept
-{
-    return __builtin_cpu_supports("avx2") != 0 ? AVX2 : BASE64_SCALAR;
-}
-
-}
+#endif

@@ -29,6 +29,10 @@ struct Base64Blocks
 /** The implementation for every processor. */
 extern const Base64Blocks BASE64_SCALAR;
 
+/** The implementations with vector instructions. Each exists only in builds for its processors. */
+extern const Base64Blocks BASE64_AVX2;
+extern const Base64Blocks BASE64_NEON;
+
 /** Returns the fastest implementation that this processor supports. */
 const Base64Blocks& base64Blocks() noexcept;
 
