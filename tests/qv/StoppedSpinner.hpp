@@ -11,14 +11,16 @@
 #include <thread>
 
 #include <link.h>
-#include <ucontext.h>
 #include <unistd.h>
+
+#include <dalnim/sys/internal/src/Registers.hpp>
 
 namespace qvtest {
 
 /**
  * Stops a thread in a loop of the library that polls, as if the system had preempted it there: a timer
- * interrupts the thread, and the signal handler looks for the instruction PAUSE next to the interrupted one.
+ * interrupts the thread, and the signal handler looks for the instruction of
+ * qv::pausePolling() next to the interrupted one.
  */
 class StoppedSpinner
 {
@@ -98,9 +100,14 @@ private:
         if (interrupted < codeBegin + LOOP || interrupted + LOOP > codeEnd) {
             return false;
         }
+#if QV_IS_ARM64
+        constexpr unsigned char PAUSE[] = {0xDF, 0x3F, 0x03, 0xD5};
+#else
+        constexpr unsigned char PAUSE[] = {0xF3, 0x90};
+#endif
         const auto* const code = reinterpret_cast<const unsigned char*>(interrupted);
         for (const unsigned char* byte = code - LOOP; byte != code + LOOP; ++byte) {
-            if (byte[0] == 0xF3 && byte[1] == 0x90) {
+            if (std::memcmp(byte, PAUSE, sizeof PAUSE) == 0) {
                 return true;
             }
         }
@@ -109,8 +116,7 @@ private:
 
     static void handle(int, siginfo_t*, void* context)
     {
-        const auto& machine = static_cast<ucontext_t*>(context)->uc_mcontext;
-        if (!isSpinning(static_cast<ElfW(Addr)>(machine.gregs[REG_RIP]))) {
+        if (!isSpinning(com::kor::dal::nim::sys::internal::Registers(context).instruction())) {
             outcome = Outcome::MISSED;
             return;
         }

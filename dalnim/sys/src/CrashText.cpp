@@ -3,7 +3,7 @@
 #include <dalnim/sys/src/CrashText.hpp>
 
 #include <dalnim/sys/internal/src/ModuleMap.hpp>
-#include <dalnim/sys/internal/src/SafeMemory.hpp>
+#include <dalnim/sys/internal/src/Registers.hpp>
 #include <dalnim/sys/internal/src/ThreadInquiry.hpp>
 
 #include <algorithm>
@@ -11,14 +11,13 @@
 #include <new>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <ucontext.h>
 #include <unistd.h>
 #include <unwind.h>
 
 namespace com::kor::dal::nim::sys {
 
 using internal::ModuleMap;
-using internal::SafeMemory;
+using internal::Registers;
 using internal::SafeText;
 using internal::ThreadAnswer;
 using internal::ThreadInquiry;
@@ -92,19 +91,6 @@ const char* causeOf(const siginfo_t& info) noexcept
     default:
         return nullptr;
     }
-}
-
-std::uint64_t registerOf(const void* context, int number) noexcept
-{
-#if defined(__x86_64__)
-    return context != nullptr ? static_cast<std::uint64_t>(
-               static_cast<const ucontext_t*>(context)->uc_mcontext.gregs[number])
-                              : 0;
-#else
-    static_cast<void>(context);
-    static_cast<void>(number);
-    return 0;
-#endif
 }
 
 /** An iteration over the frames of the calling thread. */
@@ -244,22 +230,14 @@ void CrashText::Parts::appendBacktrace(void* argument)
     Parts& parts = *static_cast<Parts*>(argument);
     parts.text << "  backtrace:\n";
     const ModuleMap modules(parts.mapMemory);
-#if defined(__x86_64__)
-    const std::uint64_t fault = registerOf(parts.cause.context, REG_RIP);
-    const std::uint64_t stack = registerOf(parts.cause.context, REG_RSP);
-#else
-    const std::uint64_t fault = 0;
-    const std::uint64_t stack = 0;
-#endif
+    const Registers registers(parts.cause.context);
+    const std::uint64_t fault = registers.instruction();
     Backtrace trace = {parts.text, modules, fault, parts.cause.context == nullptr, 0};
     if (parts.cause.context != nullptr) {
         appendFrame(trace, fault);
         // After a call of an invalid address, the unwinder finds no caller.
         std::uint64_t caller = 0;
-        if (!modules.isCode(fault)
-            && SafeMemory::readValue(caller,
-                                     reinterpret_cast<const void*>(static_cast<std::uintptr_t>(stack)))
-            && modules.isCode(caller)) {
+        if (!modules.isCode(fault) && registers.readReturnAddress(caller) && modules.isCode(caller)) {
             appendFrame(trace, caller);
         }
     }

@@ -2,6 +2,7 @@
 
 #include <dalnim/sys/internal/src/ThreadAnswer.hpp>
 
+#include <dalnim/sys/internal/src/Registers.hpp>
 #include <dalnim/sys/internal/src/SafeMemory.hpp>
 #include <dalnim/sys/internal/src/SafeText.hpp>
 #include <dalnim/sys/internal/src/ThreadStateCache.hpp>
@@ -10,7 +11,6 @@
 #include <csignal>
 #include <linux/futex.h>
 #include <sys/syscall.h>
-#include <ucontext.h>
 #include <unistd.h>
 
 namespace com::kor::dal::nim::sys::internal {
@@ -37,38 +37,28 @@ void describeTracks(ThreadAnswer& answer, const ThreadState& thread) noexcept
 }
 
 /**
- * Determines the lock if the signal has interrupted a wait for a mutex. The kernel restarts this wait after
- * the handler: the registers contain the system call and its arguments again. The word of a mutex that
- * threads wait for is 2, and its owner follows 8 bytes later.
+ * Determines the lock if the signal has interrupted a wait for a mutex, which the kernel restarts after the
+ * handler. The word of a mutex that threads wait for is 2, and its owner follows 8 bytes later.
  */
 void describeLock(ThreadAnswer& answer, const void* context) noexcept
 {
-#if defined(__x86_64__)
-    constexpr unsigned char SYSTEM_CALL[] = {0x0f, 0x05};
     constexpr std::uint64_t CONTENDED = 2;
     constexpr std::size_t OWNER_OFFSET = 8;
-    const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
-    const auto value = [&registers](int number) { return static_cast<std::uint64_t>(registers[number]); };
-    const auto pointer = [&value](int number) {
-        return reinterpret_cast<const char*>(static_cast<std::uintptr_t>(value(number)));
-    };
-    unsigned char code[2] = {};
-    if (value(REG_RAX) != SYS_futex
-        || (value(REG_RSI) & static_cast<std::uint64_t>(FUTEX_CMD_MASK)) != FUTEX_WAIT
-        || value(REG_RDX) != CONTENDED || !SafeMemory::read(code, pointer(REG_RIP), sizeof code)
-        || code[0] != SYSTEM_CALL[0] || code[1] != SYSTEM_CALL[1]) {
+    const Registers registers(context);
+    const Registers::SystemCall call = registers.systemCall();
+    if (call.number != SYS_futex
+        || (call.arguments[1] & static_cast<std::uint64_t>(FUTEX_CMD_MASK)) != FUTEX_WAIT
+        || call.arguments[2] != CONTENDED || !registers.isAtSystemCall()) {
         return;
     }
+    const std::uint64_t lock = call.arguments[0];
     int owner = 0;
-    if (SafeMemory::readValue(owner, pointer(REG_RDI) + OWNER_OFFSET) && owner > 0
-        && ::syscall(SYS_tgkill, ::getpid(), owner, 0) == 0) {
-        answer.lockAddress = value(REG_RDI);
+    if (SafeMemory::readValue(owner,
+                              reinterpret_cast<const char*>(static_cast<std::uintptr_t>(lock)) + OWNER_OFFSET)
+        && owner > 0 && ::syscall(SYS_tgkill, ::getpid(), owner, 0) == 0) {
+        answer.lockAddress = lock;
         answer.lockOwner = owner;
     }
-#else
-    static_cast<void>(answer);
-    static_cast<void>(context);
-#endif
 }
 
 }
