@@ -16,8 +16,11 @@ namespace com::kor::dal::nim::mt {
 class ClosureAllocator
 {
 public:
-    /** Size of every block, in bytes. */
-    static constexpr std::size_t BLOCK_SIZE = 112;
+    /**
+     * Size of every block, in bytes. A closure contains a mutex, whose size depends on the processor. The
+     * allocator of the C library allocates 113 to 120 bytes from the same 128.
+     */
+    static constexpr std::size_t BLOCK_SIZE = 120;
 
     /** Returns a block of BLOCK_SIZE bytes. Throws `std::bad_alloc`. */
     static void* allocate();
