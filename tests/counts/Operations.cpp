@@ -23,6 +23,8 @@
 #include <dalnim/xml/Parser.hpp>
 #include <dalnim/xml/nim_opbparse.h>
 
+#include <qv/pmx/src/processor.hpp>
+
 #include <cstdlib>
 #include <exception>
 #include <future>
@@ -344,10 +346,14 @@ const Operation OPERATIONS[] = {
 /** Vector units decide which forms of a function run, here and in the C library. */
 const char* vectorUnit()
 {
+#if QV_IS_X86_64
     return __builtin_cpu_supports("avx512bw") ? "avx512"
            : __builtin_cpu_supports("avx2")   ? "avx2"
            : __builtin_cpu_supports("ssse3")  ? "ssse3"
                                               : "sse2";
+#else
+    return "other";
+#endif
 }
 
 }

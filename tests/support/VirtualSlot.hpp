@@ -12,11 +12,17 @@
 template <class Function>
 std::ptrdiff_t virtualSlot(Function function)
 {
-    // Itanium C++ ABI, 2.3: a pointer to a virtual function is its offset in the table + 1.
     std::ptrdiff_t representation[2];
     static_assert(sizeof function == sizeof representation);
     std::memcpy(representation, &function, sizeof function);
-    return representation[0] % 2 == 1 ? representation[0] / static_cast<std::ptrdiff_t>(sizeof(void*)) : -1;
+#ifdef __aarch64__
+    // The C++ ABI for ARM64 allows odd addresses of code: the second part is odd if the function is virtual.
+    const bool isVirtual = representation[1] % 2 == 1;
+#else
+    // Itanium C++ ABI, 2.3: a pointer to a virtual function is its offset in the table + 1.
+    const bool isVirtual = representation[0] % 2 == 1;
+#endif
+    return isVirtual ? representation[0] / static_cast<std::ptrdiff_t>(sizeof(void*)) : -1;
 }
 
 #endif

@@ -258,6 +258,8 @@ void useDamagedStack()
 {
 #if defined(__x86_64__)
     __asm__ volatile("mov $4096, %rsp\n\tmov $4096, %rbp\n\tpush %rax");
+#elif defined(__aarch64__)
+    __asm__ volatile("mov x29, #4096\n\tmov sp, x29\n\tstr x29, [sp, #-16]!");
 #endif
 }
 
@@ -302,7 +304,11 @@ const std::map<std::string, std::function<void()>> MODES = {
              static_cast<volatile char*>(mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fileno(file), 0));
          static_cast<void>(*memory);
      }},
+#if defined(__aarch64__)
+    {"ill", [] { __asm__ volatile("udf #0"); }},
+#else
     {"ill", [] { __asm__ volatile("ud2"); }},
+#endif
     {"fpe", [] { zero = 4711 / zero; }},
     {"abort", [] { std::abort(); }},
     {"raise", [] { std::raise(SIGSEGV); }},
