@@ -29,9 +29,11 @@ namespace com::kor::dal::nim::sys {
  * `std::terminate` handler is called as well.
  *
  * Each thread that uses the library has an alternate stack: install() gives one to the calling thread and to
- * all others that have used it, and later threads get one at their first use. A thread on which the
- * application has set such a stack keeps that one, which should have 64 KB. A thread that never uses the
- * library is reported as well, unless its stack is exhausted.
+ * all others that have used it, and later threads get one of about 40 KB at their first use. A thread on
+ * which the application has set such a stack keeps that one, which should have 32 KB. If the system refuses
+ * the memory, or if the limit of the process for its address space (`ulimit -v`) would then leave less than 4
+ * MB, the thread continues without such a stack. Its crashes, and those of a thread that never uses the
+ * library, are reported on its own stack; only if that is exhausted there is no report.
  */
 class DALNIM_API CrashReport
 {

@@ -1,6 +1,6 @@
 // A program that installs crash reports, and crashes.
 //
-//     crash_probe LOG MODE [PLUGIN]
+//     crash_probe LOG MODE [PLUGIN | measured]
 
 #include <dalnim/io/Properties.hpp>
 #include <dalnim/log/Common.hpp>
@@ -27,6 +27,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <fstream>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -37,6 +38,7 @@
 
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -210,6 +212,44 @@ void onOldThread(bool overflows)
     old.join();
 }
 
+bool hasAlternateStack()
+{
+    stack_t stack = {};
+    return sigaltstack(nullptr, &stack) == 0 && (stack.ss_flags & SS_DISABLE) == 0;
+}
+
+std::size_t addressSpaceInUse()
+{
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+/** Crashes on a thread that uses the library for the first time when so much address space is left. */
+void withAddressSpace(std::size_t left)
+{
+    static std::atomic<bool> goOn{false};
+    static std::atomic<bool> isReady{false};
+    std::thread thread([] {
+        isReady = true;
+        while (!goOn) {
+            std::this_thread::yield();
+        }
+        sys::internal::ThreadState::current();
+        std::fprintf(stderr, "the thread has %s alternate stack\n", hasAlternateStack() ? "an" : "no");
+        crashInTracks();
+    });
+    while (!isReady) {
+        std::this_thread::yield();
+    }
+    rlimit limit = {};
+    getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_cur = addressSpaceInUse() + left;
+    setrlimit(RLIMIT_AS, &limit);
+    goOn = true;
+    thread.join();
+}
+
 void withWaitingThread()
 {
     static std::atomic<bool> isReady{false};
@@ -241,6 +281,25 @@ void installPreviousHandler()
     action.sa_sigaction = [](int number, siginfo_t* info, void* context) {
         std::fprintf(stderr, "previous handler: signal %d, code %d, address %p, %s context\n", number,
                      info->si_code, info->si_addr, context != nullptr ? "with" : "without");
+        std::_Exit(7);
+    };
+    sigaction(SIGSEGV, &action, nullptr);
+}
+
+/** Has the previous handler print how much of the alternate stack was used, of which size. */
+void installStackMeasurement()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        stack_t stack = {};
+        sigaltstack(nullptr, &stack);
+        // The memory was zero.
+        const char* const bottom = static_cast<const char*>(stack.ss_sp);
+        std::size_t unused = 0;
+        while (unused < stack.ss_size && bottom[unused] == 0) {
+            ++unused;
+        }
+        std::fprintf(stderr, "alternate stack: %zu of %zu bytes\n", stack.ss_size - unused, stack.ss_size);
         std::_Exit(7);
     };
     sigaction(SIGSEGV, &action, nullptr);
@@ -333,6 +392,8 @@ const std::map<std::string, std::function<void()>> MODES = {
          }).join();
      }},
     {"stack_old_thread", [] { onOldThread(true); }},
+    {"little_memory", [] { withAddressSpace(2000000); }},
+    {"enough_memory", [] { withAddressSpace(8000000); }},
     {"unknown_thread", [] { std::thread([] { crash(); }).join(); }},
     {"task", onTask},
     {"plugin", inPlugin},
@@ -400,6 +461,9 @@ int main(int argc, char** argv)
     plugin = argc > 3 ? argv[3] : nullptr;
     if (mode == "previous") {
         installPreviousHandler();
+    }
+    if (plugin != nullptr && std::strcmp(plugin, "measured") == 0) {
+        installStackMeasurement();
     }
     if (mode == "terminate_previous") {
         installPreviousTerminate();

@@ -237,6 +237,33 @@ TEST_F(CrashReportTest, ExhaustedStackIsReported)
     }
 }
 
+TEST_F(CrashReportTest, ReportUsesLessThanHalfOfASmallAlternateStack)
+{
+    for (const char* const mode : {"segv", "stack", "task", "others", "damaged_tracks", "stack_old_thread"}) {
+        const Crash run(mode, {"measured"});
+        unsigned int used = 0;
+        unsigned int size = 0;
+        const std::size_t line = run.errors.find("alternate stack: ");
+        ASSERT_NE(std::string::npos, line) << run.errors;
+        ASSERT_EQ(2, std::sscanf(run.errors.c_str() + line, "alternate stack: %u of %u bytes", &used, &size));
+        EXPECT_LT(2 * used, size) << mode;
+        EXPECT_LE(size, 65536U) << mode;
+    }
+}
+
+TEST_F(CrashReportTest, LastAddressSpaceIsNotUsedForAnAlternateStack)
+{
+    const Crash little("little_memory");
+    EXPECT_EQ(128 + SIGSEGV, little.status);
+    EXPECT_THAT(little.errors, StartsWith("the thread has no alternate stack\n"));
+    // On the stack of the thread.
+    EXPECT_THAT(little.report(),
+                AllOf(HasSubstr("\n    [1] inner():12:13\n"), EndsWith("\n  end of report\n")));
+    const Crash enough("enough_memory");
+    EXPECT_THAT(enough.errors, StartsWith("the thread has an alternate stack\n"));
+    EXPECT_THAT(enough.report(), EndsWith("\n  end of report\n"));
+}
+
 TEST_F(CrashReportTest, ThreadThatNeverUsedTheLibraryIsReported)
 {
     const Crash run("unknown_thread");

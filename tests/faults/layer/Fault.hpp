@@ -16,6 +16,8 @@ enum class Call {
     NEW,
     /** malloc, calloc and realloc, also in the C library, but not inside operator new. */
     MALLOC,
+    /** Not with a sanitizer, and not the calls of malloc. */
+    MMAP,
 
     OPEN,
     FOPEN,

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <new>
 
+#include <sys/mman.h>
+
 namespace {
 
 using faults::Call;
@@ -129,6 +131,13 @@ FAULTS_INTERPOSED void* calloc(std::size_t count, std::size_t size) noexcept
 FAULTS_INTERPOSED void* realloc(void* memory, std::size_t size) noexcept
 {
     return faults::fails(Call::MALLOC) ? nullptr : __libc_realloc(memory, size);
+}
+
+FAULTS_INTERPOSED void* mmap(void* address, std::size_t size, int protection, int flags, int file,
+                             off_t offset) noexcept
+{
+    FAULTS_NEXT(mmap);
+    return faults::fails(Call::MMAP) ? MAP_FAILED : next(address, size, protection, flags, file, offset);
 }
 
 #endif

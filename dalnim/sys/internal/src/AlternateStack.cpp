@@ -2,11 +2,14 @@
 
 #include <dalnim/sys/internal/src/AlternateStack.hpp>
 
+#include <dalnim/sys/internal/src/SafeMemory.hpp>
 #include <dalnim/sys/internal/src/ThreadInquiry.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -33,25 +36,71 @@ std::size_t pageSize() noexcept
     return static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
-/** Returns the size of a stack without its guard page: what the report needs, and the registers. */
+/**
+ * Returns the size of a stack without its guard page. A report uses about 7 KB, of which the kernel's frame
+ * is a half; the rest is for the frame of a second signal and for handlers that were installed before.
+ */
 std::size_t stackSize() noexcept
 {
-    constexpr std::size_t FOR_REPORT = 128UL * 1024;
-    constexpr long USUAL_MINIMUM = 16384;
+    constexpr std::size_t FOR_REPORT = 32UL * 1024;
+    constexpr long USUAL_MINIMUM = 4096;
 #ifdef _SC_MINSIGSTKSZ
     const long asked = ::sysconf(_SC_MINSIGSTKSZ);
 #else
     const long asked = USUAL_MINIMUM;
 #endif
-    const auto minimum = static_cast<std::size_t>(asked > USUAL_MINIMUM ? asked : USUAL_MINIMUM);
+    const auto frame = static_cast<std::size_t>(std::max(asked, USUAL_MINIMUM));
     const std::size_t page = pageSize();
-    return (FOR_REPORT + minimum + page - 1) / page * page;
+    return (FOR_REPORT + 2 * frame + page - 1) / page * page;
 }
 
+/** Returns a field of /proc/self/statm, in bytes, or 0 if it cannot be read. */
+std::size_t memoryInUse(unsigned int field) noexcept
+{
+    constexpr std::size_t FILE_SIZE = 256;
+    char statm[FILE_SIZE];
+    SafeMemory::readFile(statm, sizeof statm, "/proc/self/statm");
+    const char* at = statm;
+    for (; field != 0 && *at != '\0'; ++at) {
+        field -= *at == ' ' ? 1 : 0;
+    }
+    std::size_t pages = 0;
+    for (; *at >= '0' && *at <= '9'; ++at) {
+        pages = 10 * pages + static_cast<std::size_t>(*at - '0');
+    }
+    return pages * pageSize();
+}
+
+/**
+ * Returns true if the limits of the process permit a stack and some memory more. The stack is used only if
+ * the thread crashes; it must not take the last memory from a thread that needs it to go on.
+ */
+bool hasRoomFor(std::size_t size) noexcept
+{
+    constexpr std::size_t RESERVE = 4UL * 1024 * 1024;
+    static constexpr struct
+    {
+        decltype(RLIMIT_AS) resource;
+        unsigned int field;
+    } LIMITS[] = {{RLIMIT_AS, 0}, {RLIMIT_DATA, 5}};
+    for (const auto& entry : LIMITS) {
+        rlimit limit = {};
+        if (::getrlimit(entry.resource, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY
+            && memoryInUse(entry.field) + size + RESERVE > limit.rlim_cur) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/** Returns no memory if the system refuses it, or if little would be left. */
 StackMemory allocate() noexcept
 {
     const std::size_t page = pageSize();
     const std::size_t size = stackSize() + page;
+    if (!hasRoomFor(size)) {
+        return {nullptr, 0};
+    }
     void* const memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
                                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK, -1, 0);
     if (memory == MAP_FAILED) {
@@ -96,6 +145,7 @@ bool AlternateStack::isGivenToNewThreads() noexcept
 
 bool AlternateStack::giveCaller() noexcept
 {
+    const ErrnoKeeper keeper;
     if (callerHasStack()) {
         return true;
     }

@@ -8,6 +8,9 @@ namespace com::kor::dal::nim::sys::internal {
 /**
  * The stack on which signal handlers of a thread run, so that they can run when its own stack is exhausted.
  * A thread that already has such a stack, of the application, keeps it.
+ *
+ * The memory is a convenience: if the system refuses it, or if the limit of the process for its address space
+ * or its data would then leave less than 4 MB, the thread continues without such a stack.
  */
 class AlternateStack
 {
@@ -21,7 +24,7 @@ public:
 
     /**
      * Gives the calling thread a stack, unless it has one. It is freed when the thread ends. Returns false
-     * if memory runs out.
+     * if there is no memory for it.
      */
     static bool giveCaller() noexcept;
     /** Gives a thread of this process a stack, in a signal handler of that thread. Returns false on failure.
