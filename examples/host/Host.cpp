@@ -91,6 +91,7 @@ Host::Host(const Options& given)
     logWatch.setConfiguration(configuration);
     logWarnings(configuration.warnings());
     nim::sys::ThreadReport::installSignal(SIGUSR2);
+    nim::sys::CrashReport::install();
     makePool();
     makeSources();
     if (!options.documents.empty()) {

@@ -15,6 +15,8 @@ namespace {
 
 using support::ChildProcess;
 using support::writeFile;
+using testing::AllOf;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 /** Signals reach the host even if its threads are blocked. */
@@ -71,6 +73,34 @@ TEST_F(NimhostSignalTest, SighupDuringTheStartIsHandledByTheRun)
     ASSERT_TRUE(ends(host));
     EXPECT_EQ(host.wait(), 2);
     EXPECT_EQ(host.errors(), "nimhost: cannot reload " + pipe + ": it is not a regular file\n");
+}
+
+TEST_F(NimhostSignalTest, CrashLeavesOneReportInTheLogThatNimlogShowsAsARecord)
+{
+#ifdef DALNIM_SANITIZED
+    GTEST_SKIP() << "the sanitizer handles this signal itself";
+#elif !defined NIMLOG_PROGRAM
+    GTEST_SKIP() << "nimlog is not built";
+#else
+    ChildProcess host(command({"--config", configureOdd(), document("d.xml", waitingRequest())}),
+                      scratch.path());
+    ASSERT_TRUE(waitingRequestRuns());
+    host.signal(SIGSEGV);
+    ASSERT_TRUE(ends(host));
+    EXPECT_EQ(host.wait(), 128 + SIGSEGV);
+    const std::string report = "Crash: SIGSEGV (11), sent by process " + std::to_string(getpid());
+    EXPECT_THAT(host.errors(), HasSubstr(report));
+    ChildProcess nimlog({NIMLOG_PROGRAM, "--severity", "FATAL", scratch.file("log/host.log")},
+                        scratch.path());
+    EXPECT_EQ(nimlog.wait(), 0) << nimlog.errors();
+    EXPECT_THAT(nimlog.output(), AllOf(HasSubstr(report), HasSubstr("\n  other threads:\n"),
+                                       HasSubstr("of pool "), EndsWith("\n  end of report\n")));
+    ChildProcess count(
+        {NIMLOG_PROGRAM, "--severity", "FATAL", "--count", "severity", scratch.file("log/host.log")},
+        scratch.path());
+    EXPECT_EQ(count.wait(), 0) << count.errors();
+    EXPECT_EQ(count.output(), "         1 FATAL\n");
+#endif
 }
 
 TEST_F(NimhostSignalTest, SecondSignalEndsAHostWhosePluginLoops)
