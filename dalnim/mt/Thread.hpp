@@ -26,7 +26,8 @@ class MutexOps;
  * A joinable thread stores a copy of the exception that ended the run, which join() returns. It can be
  * started again afterwards. If copying throws, the thread stores a copy of that exception instead, or
  * `std::bad_alloc` if memory runs out. A detached thread logs the exception and discards it; it cannot run
- * again.
+ * again. A thread that has no memory for its own state does not call its target, and is finished with that
+ * exception.
  *
  * The run may also end the thread, by pthread_exit() or by cancellation. The thread is finished then as by
  * any other end, with its context cleared and without an exception: join() returns null.

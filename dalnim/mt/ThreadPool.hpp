@@ -24,7 +24,8 @@ class PoolQueue;
  * had when it called add(). A task runs once. Exceptions that it throws are counted, passed to the handler of
  * the pool, if any, and then discarded; they are not logged. A task that ends its thread, by pthread_exit()
  * or by cancellation, is finished as by any other end, and the pool replaces the thread; if the system cannot
- * create a new one, the pool has one worker less.
+ * create a new one, the pool has one worker less. If a worker has no memory for its own state, its first task
+ * is finished without running, and that exception is handled like one of the task.
  *
  * Child of a fork: the pool has no workers there, and queued tasks are not run. It may be destroyed, but no
  * task may be added.

@@ -2,6 +2,10 @@
 
 #include <dalnim/sys/internal/ThreadState.hpp>
 
+#include <dalnim/mt/Runnable.hpp>
+#include <dalnim/mt/Task.hpp>
+#include <dalnim/mt/Thread.hpp>
+#include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/sys/StackTrace.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/SysError.hpp>
@@ -15,6 +19,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <exception>
 #include <new>
 #include <thread>
 
@@ -23,6 +28,7 @@
 
 namespace {
 
+namespace mt = com::kor::dal::nim::mt;
 using com::kor::dal::nim::StringVector;
 using com::kor::dal::nim::sys::StackTrace;
 using com::kor::dal::nim::sys::StackTrack;
@@ -32,6 +38,9 @@ using faults::Call;
 using faults::Fault;
 
 thread_local qv_err_t setStatus = 0;
+/** Whether threads that the tests do not start themselves get no state, as if memory had run out. */
+std::atomic<bool> isRefusedToOthers{false};
+thread_local bool isOfTheTest = false;
 std::atomic<int> keysMade{0};
 std::atomic<int> valuesEmptied{0};
 
@@ -50,6 +59,9 @@ qv_err_t qv_si_thread_setspecific(si_thread_key_t key, const void* value) noexce
 {
     if (value == nullptr) {
         ++valuesEmptied;
+    }
+    if (value != nullptr && isRefusedToOthers && !isOfTheTest) {
+        return ENOMEM;
     }
     return setStatus != 0 ? setStatus : pthread_setspecific(key, value);
 }
@@ -159,6 +171,88 @@ TEST(ThreadStateFault, AllThreadsShareOneKey)
         thread.join();
     }
     EXPECT_EQ(1, keysMade);
+}
+
+/** Refuses states to threads of the library for a scope. */
+struct Refusal
+{
+    Refusal()
+    {
+        isOfTheTest = true;
+        isRefusedToOthers = true;
+    }
+    ~Refusal()
+    {
+        isRefusedToOthers = false;
+    }
+    Refusal(const Refusal&) = delete;
+    Refusal& operator=(const Refusal&) = delete;
+};
+
+struct CountingTarget : mt::Runnable
+{
+    void run() override
+    {
+        ++runs;
+    }
+    std::atomic<int> runs{0};
+};
+
+TEST(ThreadStateFault, WorkerWithoutAStateFinishesTheTaskWithAnException)
+{
+    for (const bool isMeasured : {false, true}) {
+        CountingTarget target;
+        mt::Task failing(target, "failing");
+        mt::Task fine(target, "fine");
+        mt::ThreadPool pool("pool", 1, 0, 0, 0, 0, 8);
+        std::atomic<int> error{0};
+        pool.setExceptionHandler(
+            [&](const mt::Task* task, const std::exception* known, const std::exception_ptr&) {
+                EXPECT_EQ(&failing, task);
+                const auto* const refused = dynamic_cast<const system_error*>(known);
+                error = refused != nullptr ? refused->error() : -1;
+            });
+        if (isMeasured) {
+            pool.collectStatistics();
+        }
+        {
+            const Refusal refusal;
+            pool.add(failing);
+            while (failing.status() != mt::Task::TSF_FINISHED) {
+                std::this_thread::yield();
+            }
+        }
+        EXPECT_EQ(12, error);
+        EXPECT_EQ(0, target.runs);
+        EXPECT_EQ(1U, pool.exceptionCount());
+        pool.add(fine);
+        pool.shutdown();
+        EXPECT_EQ(1, target.runs);
+        EXPECT_EQ(mt::Task::TSF_FINISHED, fine.status());
+        if (isMeasured) {
+            EXPECT_EQ(2U, pool.statistics().finished);
+            EXPECT_EQ(1U, pool.statistics().thrown);
+        }
+    }
+}
+
+TEST(ThreadStateFault, ThreadWithoutAStateFinishesWithAnException)
+{
+    CountingTarget target;
+    mt::Thread joinable(target, true, "joinable");
+    mt::Thread detached(target, false, "detached");
+    {
+        const Refusal refusal;
+        joinable.start();
+        detached.start();
+        while (joinable.status() != mt::Task::TSF_FINISHED || detached.status() != mt::Task::TSF_FINISHED) {
+            std::this_thread::yield();
+        }
+        const auto* const error = dynamic_cast<const system_error*>(joinable.join());
+        ASSERT_NE(nullptr, error);
+        EXPECT_EQ(12, error->error());
+    }
+    EXPECT_EQ(0, target.runs);
 }
 
 TEST(ThreadStateFaultDeathTest, MissingThreadKeyTerminatesTheProcess)

@@ -37,7 +37,9 @@ public:
 
     /**
      * Runs the task on a worker and discards its exception, after PoolQueue::handleException(). If the task
-     * or the handler ends the thread, the task is finished as well, and the unwinding continues.
+     * or the handler ends the thread, the task is finished as well, and the unwinding continues. If the
+     * worker has no ThreadState and none can be created, the task is finished without running, and that
+     * exception is handled like its own.
      */
     void apply() override;
 
@@ -65,6 +67,8 @@ protected:
 private:
     TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context);
 
+    template <class Measurement>
+    __attribute__((noinline, cold)) void failWithoutState(const Measurement& measurement);
     static void keepException() noexcept;
     __attribute__((noinline, cold)) void reportException() const;
     void begin(sys::internal::ThreadState& thread);
@@ -82,7 +86,18 @@ private:
 template <class Measurement>
 void TaskClosure::run(const Measurement& measurement)
 {
-    sys::internal::ThreadState& thread = sys::internal::ThreadState::current();
+    sys::internal::ThreadState* state = nullptr;
+    try {
+        state = &sys::internal::ThreadState::current();
+    } catch (...) {
+        // There is no memory for it, on a worker that runs its first task.
+        keepException();
+    }
+    if (state == nullptr) {
+        failWithoutState(measurement);
+        return;
+    }
+    sys::internal::ThreadState& thread = *state;
     begin(thread);
     measurement.begin();
     _task->_set_state(Task::TSF_RUNNING);
@@ -112,6 +127,24 @@ void TaskClosure::run(const Measurement& measurement)
     }
     measurement.end(hasThrown);
     finish(thread);
+}
+
+/** Finishes the task without running it, and reports the exception that was kept. */
+template <class Measurement>
+void TaskClosure::failWithoutState(const Measurement& measurement)
+{
+    Task::_last_finished() = nullptr;
+    measurement.begin();
+    try {
+        reportException();
+    } catch (...) {
+        // The handler of the pool has ended the thread.
+        measurement.end(true);
+        _task->_set_state(Task::TSF_FINISHED);
+        throw;
+    }
+    measurement.end(true);
+    _task->_set_state(Task::TSF_FINISHED);
 }
 
 }

@@ -220,6 +220,12 @@ void Thread::run_joinable()
 {
     // The system thread keeps the closure alive. This object may be destroyed from TSF_FINISHED on.
     RX_ClosureM0S<Thread>* const closure = _closure;
+    if (const qv::CaughtException caught =
+            qv::catchException([] { sys::internal::ThreadState::current(); })) {
+        _exception.reset(copyForJoin(caught));
+        setBothStates(TSF_FINISHED);
+        return;
+    }
     run_pre();
     try {
         if (const qv::CaughtException caught = qv::catchException([this] { run(); })) {
@@ -239,6 +245,12 @@ void Thread::run_joinable()
 
 void Thread::run_detached()
 {
+    if (const qv::CaughtException caught =
+            qv::catchException([] { sys::internal::ThreadState::current(); })) {
+        report(caught);
+        setBothStates(TSF_FINISHED);
+        return;
+    }
     run_pre();
     try {
         if (const qv::CaughtException caught = qv::catchException([this] { run(); })) {
