@@ -37,7 +37,7 @@ TEST_F(CompletionTest, OfNimlog)
     EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "ap"), "app.log\n");
     EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "app.log --s"), "--severity\n--since\n");
     EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "app.log --u"), "--unescape\n--until\n");
-    EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "--count ''"), "hour\nmodule\nseverity\nthread\n");
+    EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "--count ''"), "hour\nmodule\nseverity\nsource\nthread\n");
     EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "--config ap"), "app.log\n");
     EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "-s WA"), "WARNING\n");
     EXPECT_EQ(complete("nimlog", NIMLOG_PROGRAM, "--since 1"), "\n");

@@ -92,7 +92,7 @@ TEST_F(NimlogTest, InvalidCommandLineIsRejectedWithOneLine)
                      std::string("nimlog: --last requires a number of records, not \"") + number + "\"\n");
     }
     expectResult(run("--count days a"), 2, "",
-                 "nimlog: --count requires severity, module, thread or hour, not \"days\"\n");
+                 "nimlog: --count requires severity, module, source, thread or hour, not \"days\"\n");
     expectResult(run("--color red a"), 2, "",
                  "nimlog: --color requires auto, always or never, not \"red\"\n");
     expectResult(run("--mask DATE a"), 2, "",
@@ -392,6 +392,11 @@ TEST_F(NimlogTest, CountsByTheRequestedField)
                  "         2 com.kor.dal.nim.log.internal\n         1 disks.sda\n         1 global\n"
                  "         1 net\n",
                  "");
+    expectResult(
+        run("--count source app.log"), 0, "         1 Disk 7\n         1 Thread 251\n",
+        "nimlog: app.log: records left out because they lack a field that was filtered or counted by: 3\n");
+    expectResult(run("--count source --json -t 4712 app.log"), 0, "{\"source\":\"Thread 251\",\"count\":1}\n",
+                 LEFT_OUT);
     expectResult(run("--count thread app.log"), 0, "         2 4711\n         1 4712\n", LEFT_OUT);
     expectResult(run("--count hour app.log"), 0, "         3 2026-11-14T15:00Z\n", LEFT_OUT);
     expectResult(run("--count hour --json app.log"), 0, "{\"hour\":\"2026-11-14T15:00Z\",\"count\":3}\n",

@@ -47,7 +47,7 @@ const char USAGE[] =
     "  -F, --fixed-strings  search for plain strings, not for regular expressions\n"
     "  -i, --ignore-case    ignore the case of ASCII letters in the search\n"
     "  -n, --last N         print only the last N of these records, and with --follow all later ones\n"
-    "      --count BY       print the number of records by severity, module, thread or hour\n"
+    "      --count BY       print the number of records by severity, module, source, thread or hour\n"
     "      --json           print each record as one line of JSON\n"
     "      --unescape       undo the escapes of a log that escapes control characters\n"
     "      --resolve        append functions and lines to the backtraces of reports of crashes\n"
@@ -112,13 +112,16 @@ CountBy countByOf(const std::string& name)
     if (name == "module") {
         return CountBy::MODULE;
     }
+    if (name == "source") {
+        return CountBy::SOURCE;
+    }
     if (name == "thread") {
         return CountBy::THREAD;
     }
     if (name == "hour") {
         return CountBy::HOUR;
     }
-    throw UsageError("--count requires severity, module, thread or hour, not \"" + name + "\"");
+    throw UsageError("--count requires severity, module, source, thread or hour, not \"" + name + "\"");
 }
 
 /** Returns the mask set in a server's properties file, or ALL if the file sets none. */

@@ -11,7 +11,7 @@
 namespace nimlog {
 
 /** The field that records are counted by. */
-enum class CountBy { NOTHING, SEVERITY, MODULE, THREAD, HOUR };
+enum class CountBy { NOTHING, SEVERITY, MODULE, SOURCE, THREAD, HOUR };
 
 /** The command line. */
 struct Options

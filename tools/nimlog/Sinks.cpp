@@ -59,6 +59,18 @@ void appendTime(std::string& line, const DateTime& time)
     line += '"';
 }
 
+/** Returns source file and line, which follow each other in a record, or one of them. */
+std::string_view sourceOf(const Fields& fields)
+{
+    const bool hasFile = (fields.present & log::Mask_SOURCEFILE) != 0;
+    const bool hasLine = (fields.present & log::Mask_LINENUMBER) != 0;
+    if (!hasFile || !hasLine) {
+        return hasFile ? fields.source : hasLine ? fields.line : "";
+    }
+    const char* const begin = fields.source.data();
+    return {begin, static_cast<std::size_t>(fields.line.data() + fields.line.size() - begin)};
+}
+
 /** Appends digits as a JSON number, which must not start with 0. */
 void appendNumber(std::string& line, std::string_view digits)
 {
@@ -183,6 +195,8 @@ std::string_view CountSink::keyOf(const Fields& fields)
         return fields.hasSeverity() ? severityNameOf(fields) : "";
     case CountBy::MODULE:
         return (fields.present & log::Mask_MODULENAME) != 0 ? fields.module : "";
+    case CountBy::SOURCE:
+        return sourceOf(fields);
     case CountBy::THREAD:
         return (fields.present & log::Mask_THREADID) != 0 ? fields.thread : "";
     default:
@@ -225,6 +239,7 @@ void CountSink::write(nimtools::Output& out, bool json, bool isForTerminal) cons
 {
     const char* const name = countBy == CountBy::SEVERITY ? "severity"
                              : countBy == CountBy::MODULE ? "module"
+                             : countBy == CountBy::SOURCE ? "source"
                              : countBy == CountBy::THREAD ? "thread"
                                                           : "hour";
     constexpr std::size_t WIDTH = 10;

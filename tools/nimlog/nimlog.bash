@@ -4,7 +4,7 @@ _nimlog()
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} words
     case $previous in
         -s | --severity) words='TRACE DEBUG INFO NOTICE WARNING ERROR FATAL' ;;
-        --count) words='severity module thread hour' ;;
+        --count) words='severity module source thread hour' ;;
         --color) words='auto always never' ;;
         --mask)
             words='ALL NONE DATETIME SEVERITY HOSTNAME PROCESSNAME PROCESSID THREADID MODULENAME SOURCEFILE LINENUMBER'
