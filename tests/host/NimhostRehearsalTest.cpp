@@ -69,16 +69,46 @@ protected:
     {
         words.insert(words.begin(), NIMLOG_PROGRAM);
         words.push_back(scratch.file("rehearsals/log/" + incident + ".log"));
-        ChildProcess child(words, scratch.path());
+        ChildProcess child(words, outputs.path());
         EXPECT_EQ(child.wait(), 0);
         EXPECT_EQ(child.errors(), "");
         return child.output();
     }
+
+    /** For the outputs of nimlog; those of the host are in the other directory. */
+    support::ScratchFolder outputs;
 };
 
 /** Matches digits of any number, in the syntax of POSIX. */
 const std::string N = "[0-9]+";
 
+}
+
+TEST_F(NimhostRehearsalTest, CrashOfAPluginIsReportedWithItsTaskAndTracks)
+{
+    if (support::UNDER_THREAD_SANITIZER || support::UNDER_ADDRESS_SANITIZER) {
+        GTEST_SKIP() << "the sanitizer handles this signal itself";
+    }
+    ChildProcess host(rehearsal("crash"), scratch.path());
+    const std::string process = std::to_string(host.process());
+    ASSERT_TRUE(ends(host));
+    EXPECT_EQ(host.wait(), 128 + SIGSEGV);
+    const std::string report = nimlog("crash", {"--severity", "fatal"});
+    EXPECT_THAT(
+        report,
+        MatchesRegex(
+            "[^\n]* " + N + " com\\.kor\\.dal\\.nim FATAL CrashReport " + N
+            + " : Crash: SIGSEGV \\(11\\), no memory is mapped there, address 0x20, code 1\n  process "
+            + process + ", thread " + N + " \"requests\", time [^\n]*\n    task " + N + " \"Request" + N
+            + "\" \\([^\n]*\\) of pool " + N
+            + " \"requests\"\n    security token [^\n]*\n    \\[1\\] shop\\.Catalogue\\.price\\(\\):" + N
+            + "\n    \\[0\\] shop\\.ShopService\\.perform\\(\\):" + N
+            + "\n  backtrace:\n    #0 0x[0-9a-f]+ [^\n]*/plugins/shop\\.so\\+0x[0-9a-f]+\n.*"
+              "\n  other threads:\n.*\n  modules:\n.*/plugins/shop\\.so build-id [0-9a-f]+\n.*"
+              "\n  end of report\n"));
+    EXPECT_THAT(host.errors(),
+                HasSubstr("Crash: SIGSEGV (11), no memory is mapped there, address 0x20, code 1\n"));
+    EXPECT_THAT(host.errors(), HasSubstr("\n  end of report\n"));
 }
 
 TEST_F(NimhostRehearsalTest, StuckPoolIsLoggedWithItsTasksAndTracks)
@@ -113,7 +143,7 @@ TEST_F(NimhostRehearsalTest, Sigusr2ShowsThatTheStuckThreadsHoldEachOthersLocks)
     ASSERT_TRUE(logHolds("stuck", "shop.Books.refund()"));
     host.signal(SIGUSR2);
     const auto entry = [](const std::string& function) {
-        return std::regex("  thread (" + N + ") \"requests\", state S, " + N
+        return std::regex("  thread (" + N + ") \"requests\", state [RS], " + N
                           + " ms of CPU time[^\n]*\n    task " + N + " \"Request" + N + "\" [^\n]* of pool "
                           + N
                           + " \"requests\"\n    security token [^\n]*\n"
