@@ -18,6 +18,8 @@ struct Counters
     /** Requests rejected because the pool was full. */
     std::atomic<std::uint64_t> tasksRejected{0};
     std::atomic<std::uint64_t> tasksFailed{0};
+    /** Those of tasksFailed that were requests in documents. */
+    std::atomic<std::uint64_t> documentRequestsFailed{0};
     /** Tasks that did not run with the security token of their source. */
     std::atomic<std::uint64_t> tasksWithWrongToken{0};
     /** Requests that were read but not answered before the end of the run. */

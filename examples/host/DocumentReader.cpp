@@ -156,6 +156,7 @@ void DocumentReader::reportFailedReload(Results::Position position, const String
                                         const std::exception& exc)
 {
     ++environment.counters.tasksFailed;
+    ++environment.counters.documentRequestsFailed;
     NIM_LOG_TRAPPED(Severity_WARNING, exc, plugin + " cannot be reloaded");
     environment.results.fill(position, " status=\"failed\">" + escaped(exc.what()) + "</result>");
 }

@@ -537,7 +537,8 @@ void Host::report()
 
 int Host::exitStatus() const
 {
-    const bool failed = results && (counters.documentsRejected != 0 || counters.tasksFailed != 0);
+    // Requests of the sources fail as configured.
+    const bool failed = counters.documentsRejected != 0 || counters.documentRequestsFailed != 0;
     return status != 0 ? status : failed ? 1 : 0;
 }
 

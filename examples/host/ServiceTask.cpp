@@ -64,6 +64,7 @@ void ServiceTask::answer()
         return;
     }
     ++environment.counters.tasksFailed;
+    ++environment.counters.documentRequestsFailed;
     fill(" status=\"failed\""
          + (answer.error ? " error=\"" + std::to_string(*answer.error) + "\"" : std::string()) + ">"
          + escaped(answer.text) + "</result>");

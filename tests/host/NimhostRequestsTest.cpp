@@ -493,6 +493,19 @@ TEST_F(NimhostRequestsTest, SourcesRunConcurrentlyWithDocuments)
     EXPECT_EQ(tableRow(host.errors(), "tasks with the wrong token"), 0U);
 }
 
+TEST_F(NimhostRequestsTest, FailedRequestsOfSourcesDoNotChangeTheExitStatusOfDocuments)
+{
+    const std::string path = document("d.xml", request("encoder", "operation='base64'><text>x</text>"));
+    const std::string configuration =
+        configure("/source/rate = 0\n/source/queue = 8\n/source/block = true\n/source/debug.every = 0\n"
+                  "/source/fail.every = 10\n/source/break.after = 0\n");
+    ChildProcess host(
+        {NIMHOST_PROGRAM, "--config", configuration, "--threads", "1", "--records", "100", path},
+        scratch.path());
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_EQ(tableRow(host.errors(), "tasks that failed"), 10U);
+}
+
 TEST_F(NimhostRequestsTest, AdapterProvidesTheStreamCimom)
 {
     const std::string path = document("d.xml", request("encoder", "operation='base64'><text>x</text>"));
