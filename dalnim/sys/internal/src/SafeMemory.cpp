@@ -12,6 +12,44 @@
 
 namespace com::kor::dal::nim::sys::internal {
 
+namespace {
+
+/** Reads through the file of this process in /proc. Returns the number of bytes, or -1. */
+ssize_t readFromProc(void* to, const void* from, std::size_t size) noexcept
+{
+    const int file = ::open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
+    if (file == -1) {
+        return -1;
+    }
+    const ssize_t count = ::pread(file, to, size, static_cast<off_t>(reinterpret_cast<std::uintptr_t>(from)));
+    ::close(file);
+    return count;
+}
+
+/** Reads through a pipe, to which invalid memory cannot be written. Returns the number of bytes, or -1. */
+ssize_t readThroughPipe(void* to, const void* from, std::size_t size) noexcept
+{
+    constexpr std::size_t ROOM_IN_PIPE = 4096;
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return -1;
+    }
+    std::size_t done = 0;
+    while (done < size) {
+        const std::size_t part = std::min(size - done, ROOM_IN_PIPE);
+        const ssize_t written = ::write(ends[1], static_cast<const char*>(from) + done, part);
+        if (written <= 0 || ::read(ends[0], static_cast<char*>(to) + done, part) != written) {
+            break;
+        }
+        done += static_cast<std::size_t>(written);
+    }
+    ::close(ends[0]);
+    ::close(ends[1]);
+    return static_cast<ssize_t>(done);
+}
+
+}
+
 ErrnoKeeper::ErrnoKeeper() noexcept : saved(errno) {}
 
 ErrnoKeeper::~ErrnoKeeper()
@@ -27,11 +65,10 @@ bool SafeMemory::read(void* to, const void* from, std::size_t size) noexcept
     iovec remote = {const_cast<void*>(from), size};
     ssize_t count = ::process_vm_readv(::getpid(), &local, 1, &remote, 1, 0);
     if (count == -1 && (errno == ENOSYS || errno == EPERM)) {
-        // A system call filter forbids it, as in some containers.
-        const int file = ::open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
-        if (file != -1) {
-            count = ::pread(file, to, size, static_cast<off_t>(reinterpret_cast<std::uintptr_t>(from)));
-            ::close(file);
+        // A system call filter forbids it, as in some containers, which may also lack /proc.
+        count = readFromProc(to, from, size);
+        if (count == -1) {
+            count = readThroughPipe(to, from, size);
         }
     }
     return count == static_cast<ssize_t>(size);

@@ -11,7 +11,8 @@ namespace com::kor::dal::nim::sys::internal {
  * has just destroyed, does not fault itself. All operations may be called in signal handlers, and leave
  * `errno` unchanged.
  *
- * The kernel must permit process_vm_readv() or /proc/self/mem; otherwise nothing can be read.
+ * Uses process_vm_readv(), /proc/self/mem or a pipe, whichever the container permits; without any, nothing
+ * can be read.
  */
 class SafeMemory
 {
