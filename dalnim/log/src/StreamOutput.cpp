@@ -4,6 +4,7 @@
 
 #include <dalnim/log/Common.hpp>
 #include <qv/pmx/src/CancellationOff.hpp>
+#include <qv/pmx/src/standard_error.hpp>
 #include <dalnim/log/src/LineBuffer.hpp>
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/RecordPriority.hpp>
@@ -337,6 +338,9 @@ void StreamOutput::recheckDescriptor(const std::ostream& stream) noexcept
 {
     if (StandardDescriptor* const standard = standardDescriptor(stream)) {
         standard->checkIfOpen();
+        if (standard == &standard_error) {
+            qv::recheckStandardError();
+        }
     }
 }
 

@@ -4,7 +4,8 @@
 #include <cstring>
 
 #include <sys/uio.h>
-#include <unistd.h>
+
+#include <qv/pmx/src/standard_error.hpp>
 
 namespace {
 
@@ -51,7 +52,7 @@ void qv_si_panic_internal(const char* path, int line) noexcept
     };
     // A single call, so that the line does not interleave with the output of other threads. Errors are
     // ignored: the process ends in any case.
-    const ssize_t written = writev(STDERR_FILENO, pieces, sizeof pieces / sizeof pieces[0]);
+    const ssize_t written = writev(qv::standardError(), pieces, sizeof pieces / sizeof pieces[0]);
     static_cast<void>(written);
     std::abort();
 }

@@ -2,13 +2,14 @@
 
 #include <unistd.h>
 
+#include <qv/pmx/src/standard_error.hpp>
 #include <qv/rtlapi/RX_Exception_.hpp>
 
 void RX_BadLockableDestruct() noexcept
 {
     static constexpr char TEXT[] =
         "qv: a reference-counted object is destroyed while there are references to it\n";
-    const ssize_t written = write(STDERR_FILENO, TEXT, sizeof TEXT - 1);
+    const ssize_t written = write(qv::standardError(), TEXT, sizeof TEXT - 1);
     static_cast<void>(written);
 }
 

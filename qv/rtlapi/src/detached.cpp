@@ -9,6 +9,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <qv/pmx/src/standard_error.hpp>
 #include <qv/rtlapi/RX_Closure.hpp>
 #include <qv/rtlapi/RX_Exception.hpp>
 #include <qv/rtlapi/src/typeName.hpp>
@@ -21,7 +22,7 @@ void writeLine(std::string line)
 {
     std::replace(line.begin(), line.end(), '\n', ' ');
     line += '\n';
-    const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
+    const ssize_t written = write(qv::standardError(), line.data(), line.size());
     static_cast<void>(written);
 }
 

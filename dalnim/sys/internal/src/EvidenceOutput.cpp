@@ -5,6 +5,7 @@
 #include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/SysError.hpp>
 #include <dalnim/sys/internal/src/SafeMemory.hpp>
+#include <qv/pmx/src/standard_error.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -24,7 +25,11 @@ namespace {
 /** A number that programs rarely use, so that the descriptor is easy to recognise. */
 constexpr int FIRST_NUMBER = 100;
 
-constexpr char NO_FILE[] = "/dev/null";
+/** Opens a descriptor to which nothing can be written. Not /dev/null, which some containers lack. */
+int openNothing() noexcept
+{
+    return ::open("/", O_PATH | O_CLOEXEC);
+}
 
 }
 
@@ -44,7 +49,7 @@ void EvidenceOutput::reserve()
     if (isFollowingLog()) {
         return;
     }
-    const int opened = ::open(NO_FILE, O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    const int opened = openNothing();
     int reserved = opened == -1 ? -1 : ::fcntl(opened, F_DUPFD_CLOEXEC, FIRST_NUMBER);
     if (opened != -1 && reserved == -1 && errno == EINVAL) {
         // The limit of the process is lower.
@@ -72,7 +77,7 @@ void EvidenceOutput::setLogFile(int descriptor) noexcept
         return;
     }
     hasLogFile.store(false, std::memory_order_release);
-    const int none = ::open(NO_FILE, O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    const int none = openNothing();
     if (none != -1) {
         ::dup3(none, reserved, O_CLOEXEC);
         ::close(none);
@@ -91,7 +96,9 @@ void EvidenceOutput::writeRecord(const Record& record, std::string_view report, 
     }
     const std::size_t prefix = text.size();
     text << report;
-    write(STDERR_FILENO, text.view());
+    if (const int error = qv::standardError(); error != NONE) {
+        write(error, text.view());
+    }
     if (format == nullptr || !hasLogFile.load(std::memory_order_acquire)) {
         return;
     }
