@@ -5,13 +5,18 @@
  *     LogProbe <what> [<path of a log file>]
  */
 
+#include <dalnim/io/Properties.hpp>
 #include <dalnim/log/Module.hpp>
 #include <dalnim/log/Write.hpp>
+#include <dalnim/sys/SysError.hpp>
+#include <dalnim/sys/System.hpp>
 
 #include <atomic>
 #include <cstdlib>
 #include <exception>
+#include <fstream>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -22,7 +27,9 @@
 
 namespace {
 
+namespace io = com::kor::dal::nim::io;
 namespace log = com::kor::dal::nim::log;
+namespace sys = com::kor::dal::nim::sys;
 using com::kor::dal::nim::String;
 
 log::Control& control()
@@ -195,6 +202,20 @@ void logAfterStandardErrorIsNamed(const char* path)
     NIM_LOG_TO(module, Severity_ERROR) << "named";
 }
 
+/** Configures the log with `settings`, and writes the outcome to a file. */
+void configureLog(const char* path, const char* settings)
+{
+    std::istringstream text(settings);
+    String outcome = "configured";
+    try {
+        sys::System::setConfiguration(io::Properties(text));
+    } catch (const sys::system_error& exc) {
+        outcome = std::to_string(exc.error()) + ": " + exc.what();
+    }
+    // Only now: it may get the number of a standard stream.
+    std::ofstream(path) << outcome;
+}
+
 /** With all standard descriptors closed: logs which of them the log has opened. */
 void logLowDescriptors(const char* path)
 {
@@ -222,6 +243,10 @@ int main(int argc, char** argv)
     const String what = argc > 1 ? argv[1] : "";
     if (argc > 2 && what == "closed-stderr") {
         logAfterAFileGotTheNumberOfStandardError(argv[2]);
+        return 0;
+    }
+    if (argc > 3 && what == "configure") {
+        configureLog(argv[2], argv[3]);
         return 0;
     }
     if (argc > 2 && what == "reopened-stderr") {

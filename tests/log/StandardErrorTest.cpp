@@ -352,4 +352,45 @@ TEST_F(ClosedDescriptorsTest, LogFileIsOpenedAboveTheStandardDescriptors)
     EXPECT_THAT(contentOf(folder / "server.log.0"), testing::EndsWith(" : none\n"));
 }
 
+/** Configurations of a process whose standard output and error are closed. */
+class ClosedDescriptorsConfigurationTest : public ClosedDescriptorsTest
+{
+protected:
+    String configure(const String& settings)
+    {
+        const String outcome = folder / "outcome";
+        String text;
+        for (const String& setting : {settings, String("severity.id = INFO")}) {
+            text += "com.kor.dal.nim.log.Control." + setting + '\n';
+        }
+        probe("</dev/null >&- 2>&-", "configure '" + outcome + "' '" + text + "'");
+        return contentOf(outcome);
+    }
+};
+
+TEST_F(ClosedDescriptorsConfigurationTest, FileIsConfiguredWithoutAFailure)
+{
+    const String path = folder / "server.log";
+    EXPECT_EQ("configured", configure("file = " + path));
+    EXPECT_THAT(contentOf(path), testing::EndsWith("\told: NOTICE\n\tnew: INFO\n"));
+}
+
+TEST_F(ClosedDescriptorsConfigurationTest, FallbackIsConfiguredWithoutAFailure)
+{
+    EXPECT_EQ("configured", configure("fallback.enable = true"));
+}
+
+TEST_F(ClosedDescriptorsConfigurationTest, StreamThatIsClosedIsAFailure)
+{
+    EXPECT_EQ("9: Unable to write to log output stream \"STDOUT\": Bad file descriptor",
+              configure("stream = STDOUT"));
+}
+
+/** The report of a setting fails as each statement does, after the setting has changed. */
+TEST_F(ClosedDescriptorsConfigurationTest, SettingsWithoutAnOutputFailLikeStatements)
+{
+    EXPECT_EQ("9: Unable to write to log output stream \"STDERR\": Bad file descriptor",
+              configure("localtime = false"));
+}
+
 }
