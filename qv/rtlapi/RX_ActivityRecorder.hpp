@@ -67,7 +67,7 @@ private:
 
     si_uint32_t backlogAt(si_uint64_t finished) const;
     si_uint64_t minimalBacklog(si_uint64_t sufficient, si_uint64_t finished);
-    void finishLast();
+    bool finishLast();
 
     Construction _construction{*this};
     // The backlog is the difference of two counts that only increase, each on a cache line of its own:

@@ -84,8 +84,7 @@ void RX_ActivityRecorder::inc()
 
 void RX_ActivityRecorder::dec()
 {
-    si_uint64_t finished = _finished.load(std::memory_order_acquire);
-    do {
+    for (si_uint64_t finished = _finished.load(std::memory_order_acquire);;) {
         qv::perturb();
         // Only if threads wait, the last decrement must be recognised.
         const bool hasWaiters = (finished & HAS_WAITERS) != 0;
@@ -94,12 +93,16 @@ void RX_ActivityRecorder::dec()
             throw RX_ExFatal(__LINE__, "qv/rtlapi/src/RX_ActivityRecorder", QV_RX_CONDITION, "_backlog > 0");
         }
         if (hasWaiters && backlog == 1) {
-            finishLast();
+            if (finishLast()) {
+                return;
+            }
+            finished = _finished.load(std::memory_order_acquire);
+        } else if (_finished.compare_exchange_weak(finished, finished + ONE_CLOSURE,
+                                                   std::memory_order_acq_rel, std::memory_order_acquire)) {
             return;
         }
-        // A failed exchange reloads `_finished`, with which `_started` is compared again.
-    } while (!_finished.compare_exchange_weak(finished, finished + ONE_CLOSURE, std::memory_order_acq_rel,
-                                              std::memory_order_acquire));
+        // A failed exchange has reloaded `_finished`, with which `_started` is compared again.
+    }
 }
 
 /** Returns a lower bound of the backlog if that is at least `sufficient`, otherwise the backlog itself. */
@@ -113,15 +116,23 @@ si_uint64_t RX_ActivityRecorder::minimalBacklog(si_uint64_t sufficient, si_uint6
     return started - finished / ONE_CLOSURE;
 }
 
-/** Counts the last closure, under the lock: waiting threads continue after the last access to this object. */
-void RX_ActivityRecorder::finishLast()
+/**
+ * Counts the last closure, under the lock: waiting threads continue after the last access to this object.
+ * Returns false, without counting it, if the waits have ended: a thread that then found the backlog to be 0
+ * would not wait for the lock, and might destroy it.
+ */
+bool RX_ActivityRecorder::finishLast()
 {
     const RX_Locked_ locked(*this);
     qv::perturb();
+    if ((_finished.load(std::memory_order_acquire) & HAS_WAITERS) == 0) {
+        return false;
+    }
     const si_uint64_t before = _finished.fetch_add(ONE_CLOSURE, std::memory_order_acq_rel);
     if (backlogAt(before) == 1) {
         _quiet.broadcast();
     }
+    return true;
 }
 
 void RX_ActivityRecorder::connect(RX_ServerQueue*) {}
