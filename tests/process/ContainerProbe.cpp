@@ -251,7 +251,12 @@ String inChild(const std::function<void()>& body)
 {
     const pid_t child = ::fork();
     if (child == 0) {
-        body();
+        try {
+            body();
+        } catch (const std::exception& exc) {
+            result << exc.what() << ", " << std::flush;
+            ::_exit(1);
+        }
         ::_exit(0);
     }
     int status = 0;
