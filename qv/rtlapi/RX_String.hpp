@@ -116,6 +116,18 @@ public:
     {
         return _rep;
     }
+    /** Returns a string that owns one reference to `rep`, in memory from the global `operator new`. */
+    static RX_String adopt(Rep* rep) noexcept
+    {
+        RX_String string;
+        string._rep = rep;
+        return string;
+    }
+    /** Returns the representation, with the reference that this string owns, and makes the string empty. */
+    Rep* release() noexcept
+    {
+        return std::exchange(_rep, &_empty.rep);
+    }
 
     /** Makes the string empty. */
     void clear() noexcept

@@ -7,6 +7,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <ios>
 #include <memory>
@@ -16,6 +18,7 @@
 #include <thread>
 #include <type_traits>
 #include <typeinfo>
+#include <vector>
 
 #include <qv/Threads.hpp>
 #include <support/VirtualSlot.hpp>
@@ -140,6 +143,47 @@ TEST(Task, DefaultNameIsTheLabelAndTheId)
     EXPECT_EQ("Task" + idText(own), own.name());
     const OwnTask unlabelled(nullptr, "");
     EXPECT_EQ(idText(unlabelled), unlabelled.name());
+}
+
+TEST(Task, NameAndLabelMayHaveAnyLength)
+{
+    Work work;
+    for (std::size_t length = 0; length < 100; ++length) {
+        const std::string text(length, 'n');
+        EXPECT_EQ(text, Task(work, text.c_str()).name());
+        const Task labelled(work, nullptr, text.c_str());
+        EXPECT_EQ(text + std::to_string(labelled.taskId()), labelled.name());
+    }
+}
+
+TEST(Task, OverAlignedTaskIsAligned)
+{
+    constexpr std::size_t ALIGNMENT = 128;
+    class alignas(ALIGNMENT) Aligned : public Task
+    {
+    public:
+        Aligned() : Task("aligned") {}
+    };
+    const auto isAligned = [](const Task* task) {
+        return reinterpret_cast<std::uintptr_t>(task) % ALIGNMENT == 0;
+    };
+    std::vector<std::unique_ptr<Task>> tasks;
+    for (int i = 0; i < 10; ++i) {
+        tasks.push_back(std::make_unique<Aligned>());
+        EXPECT_TRUE(isAligned(tasks.back().get()));
+        tasks.emplace_back(new (std::nothrow) Aligned);
+        EXPECT_TRUE(isAligned(tasks.back().get()));
+    }
+}
+
+TEST(Task, IsConstructedAtAGivenAddress)
+{
+    Work work;
+    alignas(Task) unsigned char place[sizeof(Task)];
+    Task* const task = new (place) Task(work, "here");
+    EXPECT_EQ(static_cast<void*>(place), task);
+    EXPECT_EQ("here", task->name());
+    task->~Task();
 }
 
 TEST(Task, IdIsUnique)

@@ -4,8 +4,6 @@
 
 #include <qv/rtlapi/src/ServerQueueAccess.hpp>
 
-#include <new>
-
 DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::mt {
@@ -46,16 +44,6 @@ MeasuredTaskClosure::~MeasuredTaskClosure() noexcept(false)
     if (!_hasBegun) {
         _figures.countDiscarded();
     }
-}
-
-void* MeasuredTaskClosure::operator new(std::size_t size)
-{
-    return ::operator new(size);
-}
-
-void MeasuredTaskClosure::operator delete(void* block) noexcept
-{
-    ::operator delete(block);
 }
 
 void MeasuredTaskClosure::apply()

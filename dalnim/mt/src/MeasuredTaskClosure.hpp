@@ -5,8 +5,6 @@
 #include <dalnim/mt/src/PoolFigures.hpp>
 #include <dalnim/mt/src/TaskClosure.hpp>
 
-#include <cstddef>
-
 namespace com::kor::dal::nim::mt {
 
 /** A task in the queue of a pool that collects statistics. */
@@ -21,10 +19,6 @@ public:
                         PoolFigures& figures);
     /** Counts a task that was not run as discarded. */
     ~MeasuredTaskClosure() noexcept(false) override;
-
-    // Larger than the blocks of the base class.
-    static void* operator new(std::size_t size);
-    static void operator delete(void* block) noexcept;
 
     void apply() override;
 

@@ -3,6 +3,7 @@
 #include <dalnim/mt/Task.hpp>
 
 #include <dalnim/mt/nsdefs.hpp>
+#include <dalnim/mt/src/BlockAllocator.hpp>
 #include <dalnim/mt/src/Ownership.hpp>
 #include <dalnim/mt/src/TaskName.hpp>
 #include <dalnim/mt/src/TaskWaitBucket.hpp>
@@ -71,6 +72,32 @@ Task::~Task() noexcept(false)
         endOwnership(_target, ownershipOf(*_target),
                      "Unexpected exception while destroying the target of a task");
     }
+    releaseTaskName(_name);
+}
+
+void* Task::operator new(std::size_t size)
+{
+    return BlockAllocator::allocate(size);
+}
+
+void* Task::operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    try {
+        return BlockAllocator::allocate(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+void Task::operator delete(void* block, std::size_t size) noexcept
+{
+    BlockAllocator::deallocate(block, size);
+}
+
+// If a constructor throws: its size is not known.
+void Task::operator delete(void* block, const std::nothrow_t&) noexcept
+{
+    ::operator delete(block);
 }
 
 void Task::run()

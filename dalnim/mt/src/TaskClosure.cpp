@@ -2,7 +2,7 @@
 
 #include <dalnim/mt/src/TaskClosure.hpp>
 
-#include <dalnim/mt/src/ClosureAllocator.hpp>
+#include <dalnim/mt/src/BlockAllocator.hpp>
 #include <dalnim/mt/src/PoolQueue.hpp>
 #include <dalnim/sys/internal/CurrentContext.hpp>
 
@@ -72,14 +72,12 @@ TaskClosure::~TaskClosure() noexcept(false)
 
 void* TaskClosure::operator new(std::size_t size)
 {
-    static_assert(sizeof(TaskClosure) <= ClosureAllocator::BLOCK_SIZE, "BLOCK_SIZE is too small");
-    static_cast<void>(size);
-    return ClosureAllocator::allocate();
+    return BlockAllocator::allocate(size);
 }
 
-void TaskClosure::operator delete(void* block) noexcept
+void TaskClosure::operator delete(void* block, std::size_t size) noexcept
 {
-    ClosureAllocator::deallocate(block);
+    BlockAllocator::deallocate(block, size);
 }
 
 namespace {

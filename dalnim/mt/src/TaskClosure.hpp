@@ -31,9 +31,9 @@ public:
     TaskClosure(TaskClosure&) = delete;
     TaskClosure& operator=(TaskClosure&) = delete;
 
-    // One closure is allocated by each add(), and deallocated by another thread: see ClosureAllocator.
+    // One closure is allocated by each add(), and deallocated by another thread: see BlockAllocator.
     static void* operator new(std::size_t size);
-    static void operator delete(void* block) noexcept;
+    static void operator delete(void* block, std::size_t size) noexcept;
 
     /**
      * Runs the task on a worker and discards its exception, after PoolQueue::handleException(). If the task

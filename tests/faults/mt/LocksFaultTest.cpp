@@ -186,7 +186,7 @@ TEST(ThreadsFault, ThreadIsStartedOrRunsOutOfMemory)
                                   ran = count;
                               },
                               [](int ran, bool done) { EXPECT_EQ(done ? 1 : 0, ran); }, here),
-              4u);
+              3u);
 }
 
 class CountedWork : public mttest::Work, public com::kor::dal::nim::mem::RefCntObject
@@ -340,7 +340,7 @@ TEST(ThreadsFault, DetachedThreadIsStartedOrRunsOutOfMemory)
                   },
                   [](std::unique_ptr<Subject>& subject, bool done) { EXPECT_EQ(done ? 1 : 0, subject->ran); },
                   here),
-              4u);
+              3u);
 }
 
 /** Arms a fault for the rest of the calling thread's life. */
