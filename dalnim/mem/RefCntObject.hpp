@@ -24,13 +24,17 @@ public:
     static constexpr const char CLASS_NAME[] = "RefCntObject";
 
     /** An object that is counted atomically. */
-    RefCntObject() noexcept;
+    RefCntObject() noexcept : RefCntObject(true, true) {}
     /**
      * @param count_refs  whether references are counted; otherwise the object's owner destroys it
      * @param mt_safe     whether they are counted atomically; otherwise one thread at a time may use the
      * object
      */
-    RefCntObject(bool count_refs, bool mt_safe) noexcept;
+    RefCntObject(bool count_refs, bool mt_safe) noexcept
+        : refs(0), bias(0),
+          flags(static_cast<std::uint8_t>((count_refs ? COUNT_REFS : 0) | (mt_safe ? MT_SAFE : 0)))
+    {
+    }
     /** The copy starts without references. How they are counted is copied. */
     RefCntObject(const RefCntObject& ref) noexcept;
     /** Copies nothing: the references to this object are unaffected. */
@@ -89,6 +93,8 @@ private:
      * if there was no reference.
      */
     std::int32_t decrement() const noexcept;
+    /** Deletes the object. Returns true. */
+    bool destroy() const;
 
     enum Flags : std::uint8_t { COUNT_REFS = 1, MT_SAFE = 2 };
 
@@ -96,6 +102,47 @@ private:
     UInt32_t bias;
     std::uint8_t flags;
 };
+
+// Inline: a compiler that knows or guesses the class of an object then makes no call.
+
+inline void RefCntObject::acquireRef() const
+{
+    if ((flags & COUNT_REFS) == 0) {
+        return;
+    }
+    if ((flags & MT_SAFE) != 0) {
+        qv_si_atomic_increment(&refs);
+    } else {
+        ++refs;
+    }
+}
+
+inline std::int32_t RefCntObject::decrement() const noexcept
+{
+    // Read first: after the decrement, another thread may delete the object.
+    const UInt32_t bias_before = bias;
+    si_atomic_t count = 0;
+    if ((flags & MT_SAFE) == 0) {
+        count = --refs;
+    } else if (bias_before == 0 && __atomic_load_n(&refs, __ATOMIC_ACQUIRE) == 1) {
+        // The owner of the only reference need not decrement atomically: no other thread uses the object. As
+        // in refCount(), it sees the writes of former owners. With a bias there are further references, which
+        // other threads may copy.
+        __atomic_store_n(&refs, 0, __ATOMIC_RELAXED);
+    } else {
+        count = qv_si_atomic_decrement(&refs);
+    }
+    return static_cast<std::int32_t>(static_cast<UInt32_t>(count) - bias_before);
+}
+
+inline bool RefCntObject::releaseRef(const std::nothrow_t&) const
+{
+    if ((flags & COUNT_REFS) == 0) {
+        return true;
+    }
+    const std::int32_t alive = decrement();
+    return alive != 0 ? alive > 0 : destroy();
+}
 
 }
 

@@ -18,7 +18,7 @@ public:
     virtual ~Object() noexcept(false);
 
 protected:
-    Object() noexcept;
+    Object() noexcept = default;
     /** @name Copying */
     /** @{ */
     /** Copies nothing. */

@@ -11,6 +11,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <tuple>
 #include <type_traits>
 
 #include "Counted.hpp"
@@ -172,6 +173,53 @@ TEST_P(Counting, IsDeletedWhenTheCountReachesTheBias)
     object->releaseRef();
     EXPECT_EQ(1, destroyed);
 }
+
+/** Stores its count and its bias at its end. */
+class Watched : public Counted
+{
+public:
+    Watched(bool mt_safe, std::uint32_t& countAtEnd, std::uint32_t& biasAtEnd)
+        : Counted(true, mt_safe), count_(countAtEnd), bias_(biasAtEnd)
+    {
+    }
+    Watched(const Watched&) = delete;
+    Watched& operator=(const Watched&) = delete;
+    ~Watched() override
+    {
+        count_ = refCount(false);
+        bias_ = refBias();
+    }
+
+private:
+    std::uint32_t& count_;
+    std::uint32_t& bias_;
+};
+
+class CountAtTheEnd : public testing::TestWithParam<std::tuple<bool, unsigned int>>
+{};
+
+TEST_P(CountAtTheEnd, EqualsTheBiasInTheDestructor)
+{
+    constexpr std::uint32_t NEVER = 4711;
+    const auto [isSafe, bias] = GetParam();
+    for (const bool mayThrow : {true, false}) {
+        std::uint32_t countAtEnd = NEVER;
+        std::uint32_t biasAtEnd = NEVER;
+        auto* const object = new Watched(isSafe, countAtEnd, biasAtEnd);
+        acquire(*object, static_cast<int>(bias) + 1);
+        object->refBias(bias);
+        if (mayThrow) {
+            object->releaseRef();
+        } else {
+            EXPECT_TRUE(object->releaseRef(std::nothrow));
+        }
+        EXPECT_EQ(bias, countAtEnd);
+        EXPECT_EQ(bias, biasAtEnd);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(SafeOrNot, CountAtTheEnd,
+                         testing::Combine(testing::Bool(), testing::Values(0U, 1U, 3U)));
 
 INSTANTIATE_TEST_SUITE_P(SafeOrNot, Counting, testing::Bool(), [](const testing::TestParamInfo<bool>& how) {
     return how.param ? "ThreadSafe" : "Plain";

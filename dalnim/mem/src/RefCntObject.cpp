@@ -12,14 +12,6 @@
 
 namespace com::kor::dal::nim::mem {
 
-RefCntObject::RefCntObject() noexcept : refs(0), bias(0), flags(COUNT_REFS | MT_SAFE) {}
-
-RefCntObject::RefCntObject(bool count_refs, bool mt_safe) noexcept
-    : refs(0), bias(0),
-      flags(static_cast<std::uint8_t>((count_refs ? COUNT_REFS : 0) | (mt_safe ? MT_SAFE : 0)))
-{
-}
-
 RefCntObject::RefCntObject(const RefCntObject& ref) noexcept
     : type::Object(ref), refs(0), bias(0), flags(ref.flags)
 {
@@ -33,32 +25,12 @@ RefCntObject& RefCntObject::operator=(const RefCntObject&) noexcept
 
 RefCntObject::~RefCntObject() noexcept(false) {}
 
-void RefCntObject::acquireRef() const
-{
-    if ((flags & COUNT_REFS) == 0) {
-        return;
-    }
-    if ((flags & MT_SAFE) != 0) {
-        qv_si_atomic_increment(&refs);
-    } else {
-        ++refs;
-    }
-}
-
 UInt32_t RefCntObject::refCount(bool incorporate_bias) const
 {
     // Acquire: a caller that finds itself the sole owner may change the object. Former owners read it before
     // they decremented the count with release order; increments in between continue the release sequence.
     const UInt32_t count = static_cast<UInt32_t>(__atomic_load_n(&refs, __ATOMIC_ACQUIRE));
     return incorporate_bias ? count - bias : count;
-}
-
-inline std::int32_t RefCntObject::decrement() const noexcept
-{
-    // Read first: after the decrement, another thread may delete the object.
-    const UInt32_t bias_before = bias;
-    const si_atomic_t count = (flags & MT_SAFE) != 0 ? qv_si_atomic_decrement(&refs) : --refs;
-    return static_cast<std::int32_t>(static_cast<UInt32_t>(count) - bias_before);
 }
 
 void RefCntObject::releaseRef() const
@@ -77,22 +49,10 @@ void RefCntObject::releaseRef() const
     delete this;
 }
 
-bool RefCntObject::releaseRef(const std::nothrow_t&) const
+bool RefCntObject::destroy() const
 {
-    if ((flags & COUNT_REFS) == 0) {
-        return true;
-    }
-    const std::int32_t alive = decrement();
-    if (alive != 0) {
-        return alive > 0;
-    }
-    // Out of line, so that releasing a reference that is not the last needs no stack frame.
-    // clang-format off
-    return [this]() __attribute__((noinline)) {
-        delete this;
-        return true;
-    }();
-    // clang-format on
+    delete this;
+    return true;
 }
 
 bool RefCntObject::releaseRefAbove(UInt32_t floor) const noexcept

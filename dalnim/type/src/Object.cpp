@@ -4,7 +4,6 @@
 
 namespace com::kor::dal::nim::type {
 
-Object::Object() noexcept = default;
 Object::Object(const Object&) noexcept = default;
 Object& Object::operator=(const Object&) noexcept = default;
 Object::~Object() noexcept(false) {}
