@@ -5,6 +5,7 @@
 #include <dalnim/String.hpp>
 #include <qv/pmx/api.h>
 
+#include <atomic>
 #include <vector>
 
 namespace com::kor::dal::nim::sys::internal {
@@ -42,7 +43,14 @@ public:
     StackTrack(const char* scope_name, const char* enclosing_scope, unsigned int line_num);
     /** As above, without an enclosing scope. */
     StackTrack(const char* scope_name, unsigned int line_num);
-    ~StackTrack();
+    // Inline: the call would take as long as everything that it does.
+    ~StackTrack()
+    {
+        // Tracks are nested like their scopes, so this one is the last element.
+        static_cast<StackTrackState*>(const_cast<void*>(state))->pop_back();
+        // A signal handler that describes this thread must not find this track when its memory is used again.
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
 
     StackTrack(const StackTrack&) = delete;
     StackTrack& operator=(const StackTrack&) = delete;

@@ -53,12 +53,6 @@ StackTrack::StackTrack(const char* scope, unsigned int line_num)
 {
 }
 
-StackTrack::~StackTrack()
-{
-    // Tracks are nested like their scopes, so this one is the last element.
-    static_cast<StackTrackState*>(const_cast<void*>(state))->pop_back();
-}
-
 String StackTrack::label() const
 {
     constexpr std::size_t USUAL_LENGTH = 80;
