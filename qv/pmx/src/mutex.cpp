@@ -6,7 +6,7 @@
 #include <qv/pmx/src/perturb.hpp>
 #include <qv/pmx/src/probes.hpp>
 
-#ifdef DALNIM_PROBES
+#ifdef DALNIM_LOCK_PROBES
 
 namespace {
 
@@ -62,7 +62,7 @@ qv_err_t qv_si_mutex_destroy(si_mutex_t* mutex) noexcept
 qv_err_t qv_si_mutex_lock(si_mutex_t* mutex) noexcept
 {
     qv::perturb();
-#ifdef DALNIM_PROBES
+#ifdef DALNIM_LOCK_PROBES
     if (seemsLocked(mutex->mutex)) {
         return lockContended(mutex->mutex);
     }

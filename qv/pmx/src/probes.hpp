@@ -10,6 +10,10 @@
  * would cost time although no tool is attached. Without DALNIM_PROBES, which requires the header sys/sdt.h,
  * a probe is nothing, and its arguments are not compiled.
  *
+ * The probes of mutexes are the exception: each acquisition must check whether the mutex is held, in three
+ * instructions. They are compiled only with DALNIM_LOCK_PROBES as well, which is off by default. Those of
+ * reader-writer locks, where a thread that waits knows it, are always there.
+ *
  * tests/probes/probes.txt lists the probes for the tests.
  */
 
