@@ -28,6 +28,8 @@ namespace com::kor::dal::nim::io {
  * Numbers of a process in the text format of Prometheus ("exposition format"), for an HTTP endpoint or a file
  * that the textfile collector of its node exporter reads.
  *
+ *     log::Statistics::enable(); // at the start of the program
+ *     ...
  *     io::MetricsText metrics;
  *     metrics.add(com_kor_dal_nim_log_control.getStatistics(), "default");
  *     metrics.addGauge("shop_customers", "Customers in the shop.", {{"floor", "2"}}, 17);

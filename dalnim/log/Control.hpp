@@ -410,9 +410,9 @@ public:
     std::uint64_t getRefusedStatements() const noexcept;
 
     /**
-     * Returns the numbers of the records that this logger has written and could not write; all 0 for a logger
-     * that is not a Write. Acquires no lock: the numbers of a record that is being written may be incomplete.
-     * May be called in a signal handler.
+     * Returns the numbers of the records that this logger has written and could not write since
+     * Statistics::enable(); all 0 before, and for a logger that is not a Write. Acquires no lock: the numbers
+     * of a record that is being written may be incomplete. May be called in a signal handler.
      */
     Statistics getStatistics() const noexcept;
 

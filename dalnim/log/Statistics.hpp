@@ -2,15 +2,28 @@
 #define DALNIM_LOG_STATISTICS_HPP
 
 #include <dalnim/log/Common.hpp>
+#include <qv/pmx/api.h>
 
 #include <cstddef>
 #include <cstdint>
 
 namespace com::kor::dal::nim::log {
 
-/** What a logger has done since it was constructed. Control::getStatistics() returns it. */
+/**
+ * What a logger has done since it was constructed, or since enable() was called if that was later.
+ * Control::getStatistics() returns it.
+ */
 struct Statistics
 {
+    /**
+     * Has all loggers of the process count their records, permanently. To be called at the start of the
+     * program: records that are being written at the time of the call may not be counted. Until then, a
+     * record costs no instruction for the statistics. Any thread may call it at any time.
+     */
+    static DALNIM_API void enable() noexcept;
+    /** Returns true after enable(). */
+    static DALNIM_API bool isEnabled() noexcept;
+
     /** The records of a severity. Each record that the logger accepts is counted in one of the members,
      * except `bytes`. */
     struct Records
@@ -34,7 +47,7 @@ struct Statistics
     std::uint64_t rotations = 0;
     /** Rotations that failed, so that the log continued on standard error. */
     std::uint64_t failedRotations = 0;
-    /** See Control::getRefusedStatements(). */
+    /** See Control::getRefusedStatements(). Counted also without enable(). */
     std::uint64_t refusedStatements = 0;
 
     /** Returns the sums over all severities. */

@@ -85,6 +85,10 @@ Host::Host(const Options& given)
                                              : std::numeric_limits<std::int64_t>::max();
     checkFilePaths(configuration.logPath());
     configuration.check(sourceNames());
+    if (!options.metrics.empty()) {
+        // Before the first record.
+        nim::log::Statistics::enable();
+    }
     configuration.configureLog();
     // Only now is the path known of a stream that an adapter provides.
     checkFilePaths(::com_kor_dal_nim_log_control.getPath());

@@ -196,6 +196,7 @@ TEST_F(ModuleLimitsTest, OtherLimitsEndTheFlood)
 
 TEST_F(ModuleLimitsTest, StatisticsCountTheRecordsHeldBack)
 {
+    log::Statistics::enable();
     logger.write.setModuleLimits({limitOf("shop", 1, 2, log::Severity_ERROR)});
     write(shop, 5);
     write(shop, 3, log::Severity_ERROR);
@@ -253,6 +254,7 @@ class Subclass : public log::Write
 
 TEST_F(ModuleLimitsTest, LimitsApplyToSubclasses)
 {
+    log::Statistics::enable();
     Subclass write;
     write.setStream(asIos(logger.sink));
     write.setOutputMask(FIXED_FIELDS);

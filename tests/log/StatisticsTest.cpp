@@ -32,6 +32,7 @@ class StatisticsTest : public testing::Test
 protected:
     StatisticsTest() : module("tests", logger)
     {
+        Statistics::enable();
         logger.setOutputMask(0);
     }
 
@@ -46,6 +47,23 @@ protected:
     Write logger;
     Module module;
 };
+
+TEST(Statistics, NothingIsCountedUntilTheyAreEnabled)
+{
+    if (Statistics::isEnabled()) {
+        GTEST_SKIP() << "another test of this process has enabled them";
+    }
+    const Folder folder;
+    Write logger;
+    logger.setPath(folder / "server.log");
+    Module module("tests", logger);
+    NIM_LOG_TO(module, Severity_ERROR) << "not counted";
+    EXPECT_EQ(0u, logger.getStatistics().total().written);
+    Statistics::enable();
+    EXPECT_TRUE(Statistics::isEnabled());
+    NIM_LOG_TO(module, Severity_ERROR) << "counted";
+    EXPECT_EQ(1u, logger.getStatistics().total().written);
+}
 
 TEST_F(StatisticsTest, NewLoggerHasDoneNothing)
 {

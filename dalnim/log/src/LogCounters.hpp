@@ -3,6 +3,7 @@
 
 #include <dalnim/log/Statistics.hpp>
 #include <dalnim/log/src/LineOutcome.hpp>
+#include <dalnim/log/src/RecordOptions.hpp>
 
 #include <atomic>
 #include <cstddef>
@@ -12,7 +13,8 @@ namespace com::kor::dal::nim::log {
 
 /**
  * The counters of a logger. Any thread may read them at any time. Those of records that reach the output are
- * written with the lock of the logger held, so that no increment needs to be atomic.
+ * written with the lock of the logger held, so that no increment needs to be atomic. Nothing is counted until
+ * Statistics::enable() is called.
  */
 class LogCounters
 {
@@ -20,6 +22,9 @@ public:
     /** Counts a line. Requires the lock of the logger. */
     void countLine(Severity severity, std::size_t bytes, LineOutcome outcome) noexcept
     {
+        if (__builtin_expect(!isEnabled(), true)) {
+            return;
+        }
         Counters& own = of(severity);
         if (outcome.isWritten) {
             increase(own.written, 1);
@@ -34,12 +39,16 @@ public:
     /** Counts a record that a limit held back. Requires the lock of the logger. */
     void countHeldBack(Severity severity) noexcept
     {
-        increase(of(severity).heldBack, 1);
+        if (isEnabled()) {
+            increase(of(severity).heldBack, 1);
+        }
     }
     /** Counts a record of a statement that threw. */
     void countFailed(Severity severity) noexcept
     {
-        of(severity).failed.fetch_add(1, std::memory_order_relaxed);
+        if (isEnabled()) {
+            of(severity).failed.fetch_add(1, std::memory_order_relaxed);
+        }
     }
 
     /** Stores the numbers. Those of a record that is being written may be incomplete. */
@@ -68,6 +77,10 @@ private:
         Counter heldBack{0};
     };
 
+    static bool isEnabled() noexcept
+    {
+        return RecordOptions::has(RecordOptions::STATISTICS);
+    }
     Counters& of(Severity severity) noexcept
     {
         const auto index = static_cast<unsigned int>(severity);

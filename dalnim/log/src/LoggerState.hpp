@@ -5,6 +5,7 @@
 #include <dalnim/log/src/ForkHandlers.hpp>
 #include <dalnim/log/src/LogCounters.hpp>
 #include <dalnim/log/src/ModuleLimits.hpp>
+#include <dalnim/log/src/RecordOptions.hpp>
 
 #include <atomic>
 #include <cstddef>
@@ -31,6 +32,9 @@ public:
     void limitsHaveChanged() noexcept
     {
         hasLimits.store(!limits.limits().empty(), std::memory_order_relaxed);
+        if (!limits.limits().empty()) {
+            RecordOptions::set(RecordOptions::LIMITS, true);
+        }
     }
 
     /** Guarded by the lock of the logger. */

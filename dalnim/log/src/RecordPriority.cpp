@@ -16,8 +16,6 @@ thread_local char current_digit = 0;
 
 }
 
-std::atomic<bool> RecordPriority::enabled{false};
-
 char RecordPriority::digitOf(Severity severity) noexcept
 {
     switch (severity) {

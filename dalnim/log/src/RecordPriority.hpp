@@ -2,8 +2,8 @@
 #define DALNIM_LOG_SRC_RECORDPRIORITY_HPP
 
 #include <dalnim/log/Common.hpp>
+#include <dalnim/log/src/RecordOptions.hpp>
 
-#include <atomic>
 #include <string_view>
 
 namespace com::kor::dal::nim::log {
@@ -39,12 +39,12 @@ public:
     /** Returns true if lines on standard error have the prefix. */
     static bool isEnabled() noexcept
     {
-        return enabled.load(std::memory_order_relaxed);
+        return RecordOptions::has(RecordOptions::PRIORITIES);
     }
     /** Returns the previous setting. */
     static bool setEnabled(bool on) noexcept
     {
-        return enabled.exchange(on, std::memory_order_relaxed);
+        return RecordOptions::set(RecordOptions::PRIORITIES, on);
     }
     /** Returns the prefix of an error message; an empty string if the setting is off. */
     static const char* errorPrefix() noexcept
@@ -62,8 +62,6 @@ private:
     static char digitOf(Severity severity) noexcept;
     /** Returns the previous priority of the thread; 0 if it had none. */
     static char exchange(char digit) noexcept;
-
-    static std::atomic<bool> enabled;
 
     const bool isSet;
     char outer;

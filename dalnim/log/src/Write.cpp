@@ -14,6 +14,7 @@
 #include <dalnim/log/src/LogText.hpp>
 #include <dalnim/log/src/LoggerState.hpp>
 #include <dalnim/log/src/PrefixFormat.hpp>
+#include <dalnim/log/src/RecordOptions.hpp>
 #include <dalnim/log/src/RecordLine.hpp>
 #include <dalnim/log/src/RecordPriority.hpp>
 #include <dalnim/log/src/StatementClock.hpp>
@@ -81,13 +82,15 @@ void Write::log(const Module& mod, const Header& rec, bool force)
         && !(isPlain ? severity.passes(rec.getSeverityId()) : isSeveritySatisfied(rec.getSeverityId()))) {
         return;
     }
-    if (__builtin_expect(state().isLimited(), false) && !force && !isAdmitted(mod, rec.getSeverityId())) {
+    const bool hasOptions = RecordOptions::any();
+    if (__builtin_expect(hasOptions, false) && state().isLimited() && !force
+        && !isAdmitted(mod, rec.getSeverityId())) {
         return;
     }
     try {
         if (!isPlain) {
             logOverridden(mod, rec);
-        } else if (__builtin_expect(RecordPriority::isEnabled(), false)) {
+        } else if (__builtin_expect(hasOptions, false)) {
             formatAndLogWithPriority(mod, rec);
         } else {
             formatAndLog(mod, rec);
@@ -190,7 +193,8 @@ void Write::log(const String& msg)
     LogCounters& counters = state().counters;
     const Severity current = state().currentSeverity;
     // With the newline, without the white space that is trimmed.
-    const std::size_t length = trimmedLength(msg, CurrentPrefix::lengthIn(msg)) + 1;
+    const std::size_t length =
+        Statistics::isEnabled() ? trimmedLength(msg, CurrentPrefix::lengthIn(msg)) + 1 : 0;
     try {
         counters.countLine(current, length, logFile->logMessage(msg));
     } catch (const sys::system_error&) {

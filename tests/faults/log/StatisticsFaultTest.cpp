@@ -27,6 +27,7 @@ class StatisticsFault : public testing::Test
 protected:
     StatisticsFault() : module("faults", logger)
     {
+        Statistics::enable();
         logger.setOutputMask(0);
         logger.setPath(folder / "server.log");
         NIM_LOG_TO(module, Severity_ERROR) << "first";
