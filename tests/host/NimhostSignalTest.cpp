@@ -18,6 +18,7 @@ using support::writeFile;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 
 /** Signals reach the host even if its threads are blocked. */
 class NimhostSignalTest : public NimhostPluginFixture
@@ -82,8 +83,9 @@ TEST_F(NimhostSignalTest, CrashLeavesOneReportInTheLogThatNimlogShowsAsARecord)
 #elif !defined NIMLOG_PROGRAM
     GTEST_SKIP() << "nimlog is not built";
 #else
-    ChildProcess host(command({"--config", configureOdd(), document("d.xml", waitingRequest())}),
-                      scratch.path());
+    const std::string file =
+        configureOdd(LOG + "output.mask = DATETIME MODULENAME SEVERITY\n" + LOG + "timeFormat = UTC_US\n");
+    ChildProcess host(command({"--config", file, document("d.xml", waitingRequest())}), scratch.path());
     ASSERT_TRUE(waitingRequestRuns());
     host.signal(SIGSEGV);
     ASSERT_TRUE(ends(host));
@@ -93,8 +95,10 @@ TEST_F(NimhostSignalTest, CrashLeavesOneReportInTheLogThatNimlogShowsAsARecord)
     ChildProcess nimlog({NIMLOG_PROGRAM, "--severity", "FATAL", scratch.file("log/host.log")},
                         scratch.path());
     EXPECT_EQ(nimlog.wait(), 0) << nimlog.errors();
-    EXPECT_THAT(nimlog.output(), AllOf(HasSubstr(report), HasSubstr("\n  other threads:\n"),
-                                       HasSubstr("of pool "), EndsWith("\n  end of report\n")));
+    EXPECT_THAT(nimlog.output(),
+                AllOf(MatchesRegex("20[0-9T:-]+\\.[0-9]+Z com.kor.dal.nim FATAL : Crash: .*"),
+                      HasSubstr(report), HasSubstr("\n  other threads:\n"), HasSubstr("of pool "),
+                      EndsWith("\n  end of report\n")));
     ChildProcess count(
         {NIMLOG_PROGRAM, "--severity", "FATAL", "--count", "severity", scratch.file("log/host.log")},
         scratch.path());

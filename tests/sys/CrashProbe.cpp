@@ -423,6 +423,9 @@ const std::map<std::string, std::function<void()>> MODES = {
     {"escaped", crashInTracks},
     {"masked", crashInTracks},
     {"local", crashInTracks},
+    {"UTC", crashInTracks},
+    {"UTC_US", crashInTracks},
+    {"OFFSET_MS", crashInTracks},
     {"fork", forkAndCrash},
 };
 
@@ -443,6 +446,9 @@ void configureLog(const std::string& path, const std::string& mode)
     }
     if (mode == "local") {
         settings.setProperty(prefix + log::Control::TAG_RECORD_LOCAL_TIME, "true");
+    }
+    if (mode.rfind("UTC", 0) == 0 || mode.rfind("OFFSET", 0) == 0) {
+        settings.setProperty(prefix + log::Control::TAG_TIME_FORMAT, mode);
     }
     sys::System::setConfiguration(settings);
     NIM_LOG(Severity_ERROR) << "before the crash";

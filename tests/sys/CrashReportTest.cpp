@@ -419,6 +419,17 @@ TEST_F(CrashReportTest, PrefixIsInLocalTimeIfTheLogIs)
                 ContainsRegex("^[A-Z][a-z][a-z] [A-Z][a-z][a-z] [0-9 ][0-9] [0-9:]* \\+0530 20"));
 }
 
+TEST_F(CrashReportTest, PrefixHasTheTimeInTheFormOfTheLog)
+{
+    const std::string date = "^20[0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9][0-9]:[0-9][0-9]:[0-9][0-9]";
+    EXPECT_THAT(Crash("UTC").report(), ContainsRegex(date + "Z [^ ]+ crash_probe "));
+    EXPECT_THAT(Crash("UTC_US").report(), ContainsRegex(date + "\\.[0-9]{6}Z [^ ]+ crash_probe "));
+    setenv("TZ", "XYZ-5:30", 1);
+    const Crash run("OFFSET_MS");
+    unsetenv("TZ");
+    EXPECT_THAT(run.report(), ContainsRegex(date + "\\.[0-9]{3}\\+05:30 [^ ]+ crash_probe "));
+}
+
 TEST_F(CrashReportTest, ChildOfAForkReportsItsCrash)
 {
     const Crash run("fork");

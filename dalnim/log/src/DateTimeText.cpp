@@ -172,6 +172,32 @@ unsigned int fractionDigits(TimeFormat format) noexcept
     }
 }
 
+/** Formats a time in a form of ISO 8601, and returns the length. The year is that of `year`. */
+std::size_t formatIso(char* text, TimeFormat format, const Calendar& time, long year,
+                      unsigned int microseconds, long secondsEast) noexcept
+{
+    char* end = writeYear(text, year);
+    *end++ = '-';
+    end = writePairAnd(end, time.month + 1, '-');
+    end = writePairAnd(end, time.day, 'T');
+    end = writePairAnd(end, time.hour, ':');
+    end = writePairAnd(end, time.minute, ':');
+    end = DecimalDigits::writePair(end, time.second);
+    if (const unsigned int digits = fractionDigits(format); digits != 0) {
+        *end++ = '.';
+        end = DecimalDigits::writePair(end, microseconds / 10000);
+        end = DecimalDigits::writePair(end, microseconds / 100 % 100);
+        end = DecimalDigits::writePair(end, microseconds % 100);
+        end -= 6 - digits;
+    }
+    if (isUtc(format)) {
+        *end++ = 'Z';
+    } else {
+        end = writeZone(end, secondsEast, ':');
+    }
+    return static_cast<std::size_t>(end - text);
+}
+
 }
 
 DateTimeText::DateTimeText(TimeFormat format, std::time_t t, unsigned int microseconds)
@@ -194,26 +220,14 @@ DateTimeText::DateTimeText(TimeFormat format, std::time_t t, unsigned int micros
         year = 1900L + brokenDown.tm_year;
         secondsEast = brokenDown.tm_gmtoff;
     }
-    char* end = writeYear(text, year);
-    *end++ = '-';
-    end = writePairAnd(end, time.month + 1, '-');
-    end = writePairAnd(end, time.day, 'T');
-    end = writePairAnd(end, time.hour, ':');
-    end = writePairAnd(end, time.minute, ':');
-    end = DecimalDigits::writePair(end, time.second);
-    if (const unsigned int digits = fractionDigits(format); digits != 0) {
-        *end++ = '.';
-        end = DecimalDigits::writePair(end, microseconds / 10000);
-        end = DecimalDigits::writePair(end, microseconds / 100 % 100);
-        end = DecimalDigits::writePair(end, microseconds % 100);
-        end -= 6 - digits;
-    }
-    if (isUtc(format)) {
-        *end++ = 'Z';
-    } else {
-        end = writeZone(end, secondsEast, ':');
-    }
-    length = static_cast<std::size_t>(end - text);
+    length = formatIso(text, format, time, year, microseconds, secondsEast);
+}
+
+DateTimeText::DateTimeText(TimeFormat format, std::time_t t, unsigned int microseconds,
+                           long secondsEast) noexcept
+{
+    const Calendar time = Calendar::utc(isUtc(format) ? t : t + secondsEast);
+    length = formatIso(text, format, time, static_cast<long>(time.year), microseconds, secondsEast);
 }
 
 DateTimeText::DateTimeText(std::time_t t)

@@ -26,6 +26,12 @@ public:
      * @param microseconds  the fraction; less than a million
      */
     DateTimeText(TimeFormat format, std::time_t t, unsigned int microseconds);
+    /**
+     * The same for signal handlers: acquires no lock.
+     * @param t            a time from 1970 to 9999
+     * @param secondsEast  the offset of the local time in seconds
+     */
+    DateTimeText(TimeFormat format, std::time_t t, unsigned int microseconds, long secondsEast) noexcept;
 
     std::string_view view() const noexcept
     {

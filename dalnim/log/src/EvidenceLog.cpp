@@ -40,6 +40,18 @@ void copyName(char (&to)[NAME_SIZE], std::string_view name) noexcept
     to[length] = '\0';
 }
 
+/** Returns the time in the form of the logger. */
+DateTimeText dateAndTime(TimeFormat format, const std::timespec& when) noexcept
+{
+    constexpr long NANOSECONDS_PER_MICROSECOND = 1000;
+    if (format == TimeFormat_LOCAL) {
+        const bool isLocal = __atomic_load_n(&LOG_LOCALTIME, __ATOMIC_RELAXED);
+        return DateTimeText(when.tv_sec, isLocal ? &seconds_east : nullptr);
+    }
+    return DateTimeText(format, when.tv_sec,
+                        static_cast<unsigned int>(when.tv_nsec / NANOSECONDS_PER_MICROSECOND), seconds_east);
+}
+
 }
 
 /** Registers the functions when the library is loaded. */
@@ -85,13 +97,13 @@ bool EvidenceLog::escapes() noexcept
     return write != nullptr && write->escapesControls.load(std::memory_order_relaxed);
 }
 
-void EvidenceLog::appendPrefix(SafeText& text, const EvidenceOutput::Record& record, std::time_t when,
-                               ThreadID_t tid) noexcept
+void EvidenceLog::appendPrefix(SafeText& text, const EvidenceOutput::Record& record,
+                               const std::timespec& when, ThreadID_t tid) noexcept
 {
     const Write* const write = logger.load(std::memory_order_acquire);
-    const unsigned int mask = write != nullptr
-                                  ? PrefixFormat::mask(write->prefixFormat.load(std::memory_order_relaxed))
-                                  : static_cast<unsigned int>(Mask_ALL);
+    const unsigned int format = write != nullptr ? write->prefixFormat.load(std::memory_order_relaxed)
+                                                 : PrefixFormat::pack(Mask_ALL, TimeFormat_LOCAL);
+    const unsigned int mask = PrefixFormat::mask(format);
     bool isFirst = true;
     const auto field = [&](unsigned int bit) {
         if ((mask & bit) == 0) {
@@ -102,8 +114,7 @@ void EvidenceLog::appendPrefix(SafeText& text, const EvidenceOutput::Record& rec
         return true;
     };
     if (field(Mask_DATETIME)) {
-        const bool isLocal = __atomic_load_n(&LOG_LOCALTIME, __ATOMIC_RELAXED);
-        const DateTimeText date(when, isLocal ? &seconds_east : nullptr);
+        const DateTimeText date = dateAndTime(PrefixFormat::timeFormat(format), when);
         text << date.view();
     }
     if (field(Mask_HOSTNAME)) {

@@ -39,7 +39,7 @@ private:
     struct Registration;
 
     static void appendPrefix(sys::internal::SafeText& text,
-                             const sys::internal::EvidenceOutput::Record& record, std::time_t when,
+                             const sys::internal::EvidenceOutput::Record& record, const std::timespec& when,
                              ThreadID_t tid) noexcept;
     static bool escapes() noexcept;
     static void publish();

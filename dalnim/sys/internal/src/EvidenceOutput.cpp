@@ -92,7 +92,7 @@ void EvidenceOutput::writeRecord(const Record& record, std::string_view report, 
     if (format != nullptr) {
         std::timespec now = {};
         ::clock_gettime(CLOCK_REALTIME, &now);
-        format->appendPrefix(text, record, now.tv_sec, static_cast<ThreadID_t>(::syscall(SYS_gettid)));
+        format->appendPrefix(text, record, now, static_cast<ThreadID_t>(::syscall(SYS_gettid)));
     }
     const std::size_t prefix = text.size();
     text << report;

@@ -34,7 +34,8 @@ public:
     struct LogFormat
     {
         /** Appends the prefix of a record with its terminator. */
-        void (*appendPrefix)(SafeText& text, const Record& record, std::time_t when, ThreadID_t tid) noexcept;
+        void (*appendPrefix)(SafeText& text, const Record& record, const std::timespec& when,
+                             ThreadID_t tid) noexcept;
         /** Returns true if the log escapes newlines within records. */
         bool (*escapes)() noexcept;
         /** Calls followLog() with the log's current file. Not in a signal handler. Throws as the log does. */
