@@ -61,6 +61,7 @@
 #include <dalnim/type/ContainerContext.hpp>
 #include <dalnim/type/Context.hpp>
 #include <dalnim/type/ContextScope.hpp>
+#include <dalnim/type/ContextStatistics.hpp>
 #include <dalnim/type/NumberOps.hpp>
 #include <dalnim/type/Object.hpp>
 #include <dalnim/type/Raiseable.hpp>

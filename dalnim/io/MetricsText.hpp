@@ -22,6 +22,10 @@ namespace com::kor::dal::nim::sys {
 struct LoaderStatistics;
 }
 
+namespace com::kor::dal::nim::type {
+struct ContextStatistics;
+}
+
 namespace com::kor::dal::nim::io {
 
 /**
@@ -93,6 +97,9 @@ public:
     void add(const mt::PoolStatistics& statistics, const String& pool);
     /** Adds the statistics of the dynamic loader: counters with names that begin with "dalnim_loader_". */
     void add(const sys::LoaderStatistics& statistics);
+    /** Adds the statistics of contexts: counters and a gauge with names that begin with "dalnim_contexts_".
+     */
+    void add(const type::ContextStatistics& statistics);
 
     /** Writes all metrics, each line with a newline. Does not change the state or the formats of the stream.
      */

@@ -3,6 +3,7 @@
 
 #include <dalnim/mem/RefCntObjectRef.hpp>
 #include <dalnim/type/Context.hpp>
+#include <dalnim/type/ContextStatistics.hpp>
 #include <qv/pmx/TryLock.hpp>
 #include <qv/pmx/thread_safety.h>
 
@@ -66,6 +67,10 @@ public:
 
     /** Returns the calling thread's current context. */
     static mem::RcoRef<ContainerContext> current();
+
+    /** Returns how many contexts were made and duplicated since ContextStatistics::enable(); acquires no
+     * lock. */
+    static ContextStatistics statistics() noexcept;
 
 protected:
     ContainerContext();

@@ -86,8 +86,9 @@ Host::Host(const Options& given)
     checkFilePaths(configuration.logPath());
     configuration.check(sourceNames());
     if (!options.metrics.empty()) {
-        // Before the first record.
+        // Before the first record and, except for those of this thread and the next, the first context.
         nim::log::Statistics::enable();
+        nim::type::ContextStatistics::enable();
     }
     configuration.configureLog();
     // Only now is the path known of a stream that an adapter provides.

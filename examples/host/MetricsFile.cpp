@@ -76,6 +76,7 @@ void MetricsFile::write() const
     nim::io::MetricsText metrics;
     metrics.add(::com_kor_dal_nim_log_control.getStatistics(), "default");
     metrics.add(nim::sys::DynLoaderMgr::statistics());
+    metrics.add(nim::type::ContainerContext::statistics());
     metrics.add(pool.statistics(), pool.name());
     addHost(metrics, counters);
     std::ostringstream text;

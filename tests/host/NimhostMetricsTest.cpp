@@ -50,6 +50,8 @@ TEST_F(NimhostMetricsTest, ContainTheNumbersOfTheSummaryAtTheEnd)
     EXPECT_EQ(valueOf("dalnim_log_rescued_records_total{logger=\"default\",severity=\"INFO\"}"), "0");
     EXPECT_GE(std::stoul(valueOf("dalnim_log_records_total{logger=\"default\",severity=\"INFO\"}")), 1U);
     EXPECT_EQ(valueOf("dalnim_loader_failed_loads_total"), "0");
+    EXPECT_EQ(valueOf("dalnim_contexts_attached_total"), "1000");
+    EXPECT_GE(std::stoul(valueOf("dalnim_contexts_duplicated_total")), 1000U);
     EXPECT_FALSE(std::filesystem::exists(metrics + ".new"));
 }
 

@@ -4,6 +4,7 @@
 #include <dalnim/log/Control.hpp>
 #include <dalnim/mt/PoolStatistics.hpp>
 #include <dalnim/sys/DynLoaderMgr.hpp>
+#include <dalnim/type/ContainerContext.hpp>
 
 #include <support/ChildProcess.hpp>
 #include <support/Files.hpp>
@@ -51,6 +52,7 @@ TEST(MetricsPromtool, FindsNothingInTheStatisticsOfTheLibrary)
     metrics.add(com_kor_dal_nim_log_control.getStatistics(), "default");
     metrics.add(log::Statistics(), "of a \"plug-in\"\n\\ \xFF");
     metrics.add(sys::DynLoaderMgr::statistics());
+    metrics.add(type::ContainerContext::statistics());
     mt::PoolStatistics pool;
     metrics.add(pool, "idle");
     pool.isCollecting = true;

@@ -3,6 +3,7 @@
 #include <dalnim/log/Statistics.hpp>
 #include <dalnim/mt/PoolStatistics.hpp>
 #include <dalnim/sys/LoaderStatistics.hpp>
+#include <dalnim/type/ContextStatistics.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -215,6 +216,30 @@ TEST(MetricsText, StatisticsOfLoggersAreDistinguishedByALabel)
     EXPECT_EQ("Illegal metric: dalnim_log_records_total",
               rejection([&] { metrics.add(statistics, "other"); }));
     EXPECT_EQ(text, textOf(metrics));
+}
+
+TEST(MetricsText, StatisticsOfContextsAreCountersAndAGauge)
+{
+    type::ContextStatistics statistics;
+    statistics.made = 4;
+    statistics.duplicated = 3;
+    statistics.attached = 2;
+    statistics.alive = 1;
+    MetricsText metrics;
+    metrics.add(statistics);
+    EXPECT_EQ("# HELP dalnim_contexts_alive Contexts that have not been destroyed.\n"
+              "# TYPE dalnim_contexts_alive gauge\n"
+              "dalnim_contexts_alive 1\n"
+              "# HELP dalnim_contexts_attached_total Duplicates that became the context of a worker.\n"
+              "# TYPE dalnim_contexts_attached_total counter\n"
+              "dalnim_contexts_attached_total 2\n"
+              "# HELP dalnim_contexts_duplicated_total Contexts duplicated for tasks and threads.\n"
+              "# TYPE dalnim_contexts_duplicated_total counter\n"
+              "dalnim_contexts_duplicated_total 3\n"
+              "# HELP dalnim_contexts_made_total Contexts constructed.\n"
+              "# TYPE dalnim_contexts_made_total counter\n"
+              "dalnim_contexts_made_total 4\n",
+              textOf(metrics));
 }
 
 TEST(MetricsText, StatisticsOfPoolsAreDistinguishedByALabel)

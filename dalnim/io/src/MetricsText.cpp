@@ -7,6 +7,7 @@
 #include <dalnim/mt/PoolStatistics.hpp>
 #include <dalnim/sys/LoaderStatistics.hpp>
 #include <dalnim/sys/StackTrack.hpp>
+#include <dalnim/type/ContextStatistics.hpp>
 
 #include <algorithm>
 #include <charconv>
@@ -293,6 +294,18 @@ void MetricsText::add(const sys::LoaderStatistics& statistics)
     addCounter("dalnim_loader_unloads_total", "Dynamic libraries unloaded.", {}, statistics.unloaded);
     addCounter("dalnim_loader_failed_unloads_total", "Unloads of dynamic libraries that failed.", {},
                statistics.failedUnloads);
+}
+
+void MetricsText::add(const type::ContextStatistics& statistics)
+{
+    const sys::StackTrack track("add()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
+    addCounter("dalnim_contexts_made_total", "Contexts constructed.", {}, statistics.made);
+    addCounter("dalnim_contexts_duplicated_total", "Contexts duplicated for tasks and threads.", {},
+               statistics.duplicated);
+    addCounter("dalnim_contexts_attached_total", "Duplicates that became the context of a worker.", {},
+               statistics.attached);
+    addGauge("dalnim_contexts_alive", "Contexts that have not been destroyed.", {},
+             static_cast<double>(statistics.alive));
 }
 
 void MetricsText::write(std::ostream& os) const

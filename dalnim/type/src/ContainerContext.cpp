@@ -8,6 +8,7 @@
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <dalnim/type/Cloneable.hpp>
 #include <dalnim/type/nsdefs.hpp>
+#include <dalnim/type/src/ContextCounters.hpp>
 #include <dalnim/type/src/ContextSnapshot.hpp>
 #include <dalnim/type/src/SharedEntries.hpp>
 #include <qv/pmx/src/CancellationOff.hpp>
@@ -80,7 +81,10 @@ void appendDuplicates(EntryList& list, const Entries& entries)
 
 }
 
-ContainerContext::ContainerContext() = default;
+ContainerContext::ContainerContext()
+{
+    ContextCounters::count(&ContextCounters::Stripe::made);
+}
 
 ContainerContext::ContainerContext(const ContainerContext& ref)
     : type::Object(ref), mem::RefCntObject(ref), Context(ref)
@@ -88,7 +92,11 @@ ContainerContext::ContainerContext(const ContainerContext& ref)
     if (ref.isAdopted || !ref.content.empty()) {
         const sys::StackTrack track("ContainerContext()", CLASS_NAME, NAMESPACE_NAME, __LINE__);
         *this = ref;
+    } else {
+        ContextCounters::count(&ContextCounters::Stripe::duplicated);
     }
+    // Last: the destructor of a context whose construction fails is not called.
+    ContextCounters::count(&ContextCounters::Stripe::made);
 }
 
 // A context may be assigned to itself: its duplicate has other entries.
@@ -99,12 +107,14 @@ ContainerContext& ContainerContext::operator=(const ContainerContext& ref)
     SharedEntries entries = ref.duplicate();
     Context::operator=(ref);
     adopt(std::move(entries));
+    ContextCounters::count(&ContextCounters::Stripe::duplicated);
     return *this;
 }
 
 ContainerContext::~ContainerContext() noexcept(false)
 {
     clearContent();
+    ContextCounters::count(&ContextCounters::Stripe::ended);
 }
 
 bool ContainerContext::add(const mem::RefCntObjectRef& ref, unsigned int cid)
@@ -296,6 +306,11 @@ std::shared_ptr<SharedEntries> ContainerContext::snapshot() const
 DALNIM_NO_LOCK_ANALYSIS void ContainerContext::detachSnapshot() noexcept
 {
     cachedSnapshot.reset();
+}
+
+ContextStatistics ContainerContext::statistics() noexcept
+{
+    return ContextCounters::read();
 }
 
 ContainerContextRef ContainerContext::current()

@@ -3,6 +3,7 @@
 #include <dalnim/type/src/ContextSnapshot.hpp>
 
 #include <dalnim/type/ContainerContext.hpp>
+#include <dalnim/type/src/ContextCounters.hpp>
 #include <dalnim/type/src/SharedEntries.hpp>
 #include <qv/pmx/src/perturb.hpp>
 
@@ -10,12 +11,16 @@
 
 namespace com::kor::dal::nim::type {
 
-ContextSnapshot::ContextSnapshot(const ContainerContext& source) : shared(source.snapshot()) {}
+ContextSnapshot::ContextSnapshot(const ContainerContext& source) : shared(source.snapshot())
+{
+    ContextCounters::count(&ContextCounters::Stripe::duplicated);
+}
 
 ContextSnapshot::~ContextSnapshot() = default;
 
 void ContextSnapshot::transferTo(ContainerContext& target) noexcept
 {
+    ContextCounters::count(&ContextCounters::Stripe::attached);
     if (shared == nullptr) {
         target.clearContent();
     } else if (shared->list()->isShareable()) {
