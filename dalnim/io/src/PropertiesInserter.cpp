@@ -65,7 +65,11 @@ void PropertiesInserter::flush()
             return l.keyPrefix < r.keyPrefix;
         }
         const int order = keyOf(l).compare(keyOf(r));
-        return order != 0 ? order < 0 : l.offset < r.offset;
+        if (order != 0 || l.offset != r.offset) {
+            return order != 0 ? order < 0 : l.offset < r.offset;
+        }
+        // An entry without key and value has the offset of the following one.
+        return l.valueLength < r.valueLength;
     });
     for (const PendingEntry& entry : pending) {
         const std::string_view key = keyOf(entry);
