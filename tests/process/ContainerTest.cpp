@@ -4,6 +4,7 @@
 #include "Run.hpp"
 
 #include <support/Sanitizers.hpp>
+#include <support/Valgrind.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -112,8 +113,9 @@ class ContainerTest : public testing::Test
 protected:
     void SetUp() override
     {
-        if (support::UNDER_ADDRESS_SANITIZER || support::UNDER_THREAD_SANITIZER) {
-            GTEST_SKIP() << "the sanitizer itself needs what the containers lack";
+        if (support::UNDER_ADDRESS_SANITIZER || support::UNDER_THREAD_SANITIZER
+            || support::isUnderValgrind()) {
+            GTEST_SKIP() << "the sanitizer, or valgrind, itself needs what the containers lack";
         }
         fs::permissions(folder.path(), fs::perms::all);
         fs::create_directory(data);
