@@ -12,6 +12,12 @@ configure_file(${gdb_sources}/libdalnim-gdb.py.in ${PROJECT_BINARY_DIR}/${gdb_lo
 if(NOT DALNIM_INSTALL)
     return()
 endif()
+install(DIRECTORY ${gdb_sources}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/dalnim/gdb COMPONENT dev
+    FILES_MATCHING PATTERN "*.py" PATTERN "__pycache__" EXCLUDE)
+# For programs with the static library, users load the scripts by hand.
+if(NOT BUILD_SHARED_LIBS)
+    return()
+endif()
 file(RELATIVE_PATH DALNIM_GDB_SCRIPT ${CMAKE_INSTALL_FULL_LIBDIR} ${CMAKE_INSTALL_FULL_DATADIR}/dalnim/gdb/nim.py)
 configure_file(${gdb_sources}/libdalnim-gdb.py.in ${PROJECT_BINARY_DIR}/installed/${gdb_loader} @ONLY)
 if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
@@ -20,5 +26,3 @@ else()
     set(gdb_directory ${CMAKE_INSTALL_LIBDIR})
 endif()
 install(FILES ${PROJECT_BINARY_DIR}/installed/${gdb_loader} DESTINATION ${gdb_directory} COMPONENT dev)
-install(DIRECTORY ${gdb_sources}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/dalnim/gdb COMPONENT dev
-    FILES_MATCHING PATTERN "*.py" PATTERN "__pycache__" EXCLUDE)

@@ -1,8 +1,9 @@
 include(CMakePackageConfigHelpers)
 
 # One component for each Debian package: runtime, dev and doc here, tools in tools/.
-install(TARGETS dalnim EXPORT dalnimTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+install(TARGETS dalnim dalnim_host dalnim_plugin EXPORT dalnimTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/dalnim ${PROJECT_SOURCE_DIR}/qv
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev
     FILES_MATCHING PATTERN "*.hpp" PATTERN "*.h"
@@ -18,6 +19,11 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/dalnimConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/dalnimConfig.cmake ${PROJECT_BINARY_DIR}/dalnimConfigVersion.cmake
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/dalnim COMPONENT dev)
 
+# C programs with the static library must be linked with the C++ library.
+set(DALNIM_PC_CXX_LIBRARY -lstdc++)
+if("c++" IN_LIST CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
+    set(DALNIM_PC_CXX_LIBRARY -lc++)
+endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/dalnim.pc.in ${PROJECT_BINARY_DIR}/dalnim.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/dalnim.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 

@@ -12,6 +12,7 @@ set(DALNIM_INSTALLED_DIRECTORIES
     ${CMAKE_INSTALL_MANDIR}/man1
     ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions
     ${CMAKE_INSTALL_DATAROOTDIR}/dalnim
+    ${CMAKE_INSTALL_DATAROOTDIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
     ${CMAKE_INSTALL_DATAROOTDIR}/zsh/vendor-completions)
 
 # Records which directories are missing. Must precede the first install() rule.

@@ -28,6 +28,7 @@ std::function<qv_err_t()> looked_at;
 
 }
 
+#ifndef IO_STATIC_LIBRARY
 qv_err_t qv_si_getrealpath(const char* path, size_t size, char* buffer) noexcept
 {
     if (resolved) {
@@ -45,6 +46,7 @@ qv_err_t qv_si_isdir(const char* path) noexcept
     typedef qv_err_t (*Function)(const char*);
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "qv_si_isdir"))(path);
 }
+#endif
 
 namespace {
 
@@ -284,6 +286,7 @@ TEST_F(FullPath, ResolvesAPathOfMaximumLength)
     EXPECT_EQ(path, fullPath(path));
 }
 
+#ifndef IO_STATIC_LIBRARY
 TEST_F(FullPath, AcceptsAResultWithAWarning)
 {
     resolved = [](size_t size, char* buffer) {
@@ -334,6 +337,7 @@ TEST_F(FullPath, ResolvesAgainIfTheResultFillsTheBuffer)
     EXPECT_EQ(String(4095, '/'), fullPath("x"));
     EXPECT_EQ((std::vector<size_t>{4096}), sizes);
 }
+#endif
 
 TEST_F(FullPath, FunctionIsNamedInTheTrace)
 {
@@ -524,6 +528,7 @@ TEST_F(PathStat, OtherFailuresThrow)
     }
 }
 
+#ifndef IO_STATIC_LIBRARY
 TEST_F(PathStat, DistinguishesTheErrorsOfTheSystem)
 {
     const String file = make_file("file");
@@ -556,6 +561,7 @@ TEST_F(PathStat, DistinguishesTheErrorsOfTheSystem)
     EXPECT_EQ("Invalid flags specified.", invalid_argument_of([&] { pathStat(file, 64, false); }));
     EXPECT_FALSE(asked);
 }
+#endif
 
 TEST_F(PathStat, FunctionIsNamedInTheTrace)
 {

@@ -27,7 +27,10 @@ class StoppedSpinner
 public:
     StoppedSpinner()
     {
-        dl_iterate_phdr(&StoppedSpinner::findLibrary, nullptr);
+        if (dl_iterate_phdr(&StoppedSpinner::findLibrary, nullptr) == 0) {
+            // The program contains the static library, and is the first object.
+            dl_iterate_phdr(&StoppedSpinner::useObject, nullptr);
+        }
         struct sigaction action = {};
         action.sa_sigaction = &StoppedSpinner::handle;
         action.sa_flags = SA_SIGINFO | SA_RESTART;
@@ -84,6 +87,11 @@ private:
         if (slash == nullptr || std::strncmp(slash, "/libdalnim.so", sizeof "/libdalnim.so" - 1) != 0) {
             return 0;
         }
+        return useObject(object, 0, nullptr);
+    }
+
+    static int useObject(dl_phdr_info* object, std::size_t, void*)
+    {
         for (ElfW(Half) i = 0; i < object->dlpi_phnum; ++i) {
             const ElfW(Phdr)& segment = object->dlpi_phdr[i];
             if (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) != 0) {

@@ -104,7 +104,7 @@ TEST_F(CrashReportTest, RecordContainsSignalThreadAndTracks)
                                       "    #0 0x[0-9a-f]* [^ ]*crash_probe\\+0x[0-9a-f]*\n"
                                       "    #1 0x[0-9a-f]* [^ ]*crash_probe\\+0x[0-9a-f]*\n"));
     EXPECT_THAT(report, ContainsRegex("\n  modules:\n    0x[0-9a-f]*-0x[0-9a-f]* [^ ]*crash_probe"));
-    EXPECT_THAT(report, ContainsRegex("\n    0x[0-9a-f]*-0x[0-9a-f]* [^ ]*libdalnim[^ ]* build-id "
+    EXPECT_THAT(report, ContainsRegex("\n    0x[0-9a-f]*-0x[0-9a-f]* [^ ]*" CRASH_MODULE "[^ ]* build-id "
                                       "[0-9a-f]{40}\n"));
     EXPECT_THAT(report,
                 ContainsRegex("\n    0x[0-9a-f]*-0x[0-9a-f]* [^ ]*libc[.-][^ ]* build-id [0-9a-f]{40}\n"));

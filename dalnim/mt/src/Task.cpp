@@ -5,6 +5,7 @@
 #include <dalnim/mt/nsdefs.hpp>
 #include <dalnim/mt/src/BlockAllocator.hpp>
 #include <dalnim/mt/src/Ownership.hpp>
+#include <dalnim/mt/src/TaskEvidence.hpp>
 #include <dalnim/mt/src/TaskName.hpp>
 #include <dalnim/mt/src/TaskWaitBucket.hpp>
 #include <dalnim/sys/StackTrack.hpp>
@@ -26,6 +27,10 @@ DALNIM_USES_RTLAPI
 namespace com::kor::dal::nim::mt {
 
 namespace {
+
+// Nothing else refers to the source that describes tasks in reports, which programs would otherwise leave in
+// the static library.
+[[gnu::used]] constexpr auto LINKED_EVIDENCE = &TaskEvidence::describe;
 
 /** The one interrupt bit that interrupted() never clears. */
 constexpr unsigned long STICKY_BIT = 0x80000000UL;

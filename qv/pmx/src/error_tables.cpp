@@ -1,4 +1,5 @@
 #include <qv/pmx/errors.h>
+#include <qv/pmx/init.h>
 
 // The families of the platform. Each has the block of 256 error numbers that starts with its first one.
 // Numbers that are missing here are retired, or belong to other libraries.
@@ -167,4 +168,24 @@ void _qv_JVMI_error_table_init(void)
 void _qv_SGNL_error_table_init(void)
 {
     qv_si_error_table_add(&SGNL_TABLE);
+}
+
+namespace {
+
+// For programs that contain the static library, and none of the sources that register the tables.
+const qv::ErrorTableInitializer INITIALIZERS[] = {
+    {_qv_RTLD_error_table_initializer_done, _qv_RTLD_error_table_init},
+    {_qv_DNS_error_table_initializer_done, _qv_DNS_error_table_init},
+    {_qv_PIPE_error_table_initializer_done, _qv_PIPE_error_table_init},
+    {_qv_BNUM_error_table_initializer_done, _qv_BNUM_error_table_init},
+    {_qv_CRPT_error_table_initializer_done, _qv_CRPT_error_table_init},
+    {_qv_RX_error_table_initializer_done, _qv_RX_error_table_init},
+    {_qv_UCNF_error_table_initializer_done, _qv_UCNF_error_table_init},
+    {_qv_AUTH_error_table_initializer_done, _qv_AUTH_error_table_init},
+    {_qv_MAPP_error_table_initializer_done, _qv_MAPP_error_table_init},
+    {_qv_MISC_error_table_initializer_done, _qv_MISC_error_table_init},
+    {_qv_JVMI_error_table_initializer_done, _qv_JVMI_error_table_init},
+    {_qv_SGNL_error_table_initializer_done, _qv_SGNL_error_table_init},
+};
+
 }

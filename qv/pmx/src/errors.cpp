@@ -12,6 +12,10 @@ constexpr size_t MAX_TABLES = 16;
 const qv_error_table_t* tables[MAX_TABLES];
 size_t tableCount = 0;
 
+// Nothing else in the runtime layer refers to the source with the tables, which programs would otherwise
+// leave in the static library.
+[[gnu::used]] constexpr int* LINKED_TABLES = &_qv_RTLD_error_table_initializer_done;
+
 const char* findMessage(const qv_error_table_t& table, qv_err_t code)
 {
     const qv_error_message_t* const end = table.messages + table.count;

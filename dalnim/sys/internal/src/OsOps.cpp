@@ -4,9 +4,6 @@
 
 namespace com::kor::dal::nim::sys::internal {
 
-namespace {
-
-/** Initialises the time zone when the library is loaded, before any thread uses local time. */
 struct OsOpsInit
 {
     OsOpsInit() noexcept
@@ -16,7 +13,5 @@ struct OsOpsInit
 };
 
 const OsOpsInit os_ops_init;
-
-}
 
 }

@@ -6,6 +6,13 @@
 
 namespace com::kor::dal::nim::sys::internal {
 
+namespace {
+
+// Nothing else refers to the object's source, which programs would otherwise leave in the static library.
+[[gnu::used]] constexpr const OsOpsInit* LINKED_INIT = &os_ops_init;
+
+}
+
 ForkSafeMutex TimeZone::mutex(false);
 
 void TimeZone::set() noexcept

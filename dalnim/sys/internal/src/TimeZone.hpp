@@ -8,6 +8,10 @@
 
 namespace com::kor::dal::nim::sys::internal {
 
+/** Initialises the time zone when the library is loaded, before any thread uses local time. */
+struct OsOpsInit;
+extern const OsOpsInit os_ops_init;
+
 /**
  * All calls of this library that acquire the C library's lock for the time zone.
  *
