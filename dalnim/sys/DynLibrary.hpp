@@ -54,7 +54,9 @@ public:
      * @param libfile        the name, as for `dlopen`
      * @param global_lookup  recorded for the library, and never reset; has no effect on lookups
      * @throws system_error  the error number and "Unable to load "name": reason", followed by ", detail)" if
-     *                       the dynamic linker reports a detail
+     *                       the dynamic linker reports a detail. 8 (ENOEXEC) and the detail "file: contains a
+     *                       second copy of dalnim; link plug-ins with dalnim::plugin" if the library, or one
+     *                       that it depends on, was linked with another copy of this library
      */
     static ConstDynLibraryRef load(const String& libfile, bool global_lookup = true);
     /** Returns the image of the process: its program and the libraries that were loaded with it. */

@@ -12,8 +12,8 @@
 QV_BEGIN_C
 
 /**
- * Loads a library with RTLD_LAZY and RTLD_LOCAL, or increments the reference count of a loaded one.
- *
+ * Loads a library with RTLD_LAZY and RTLD_LOCAL, or increments the reference count of a loaded one. Rejects
+ * one that contains or needs a second copy of dalnim, before its initialisers run if `path` contains a slash.
  * @param path        as for `dlopen`; the empty string is the process image
  * @param error_text  may be null. Receives the message of the dynamic linker, which the caller must `free`,
  *                    or null on success

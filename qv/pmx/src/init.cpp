@@ -4,6 +4,16 @@
 
 #include <qv/pmx/src/thread_self.hpp>
 
+// The note by which the loader recognises a copy of this library (library_copy.hpp): its name, and the major
+// version. Each class of the library refers to this source.
+asm(".pushsection .note.dalnim, \"a\", %note\n"
+    ".balign 4\n"
+    ".long 7, 4, 1\n"
+    ".asciz \"dalnim\"\n"
+    ".balign 4\n"
+    ".long 1\n"
+    ".popsection\n");
+
 namespace {
 
 pthread_once_t once = PTHREAD_ONCE_INIT;

@@ -1,6 +1,7 @@
 #include <qv/pmx/library.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -10,6 +11,8 @@
 
 #include <dlfcn.h>
 #include <link.h>
+
+#include <qv/pmx/src/library_copy.hpp>
 
 namespace {
 
@@ -52,9 +55,60 @@ qv_err_t errnoFromMessage(std::string_view text)
     return ENOEXEC;
 }
 
+/** Reports that the module at `path` contains a second copy of this library. Returns the status. */
+qv_err_t rejectCopy(const char* path, char** error_text)
+{
+    constexpr char REASON[] = ": contains a second copy of dalnim; link plug-ins with dalnim::plugin";
+    if (error_text != nullptr) {
+        *error_text = nullptr;
+        const std::size_t length = std::strlen(path);
+        if (char* const text = static_cast<char*>(std::malloc(length + sizeof REASON))) {
+            std::memcpy(text, path, length);
+            std::memcpy(text + length, REASON, sizeof REASON);
+            *error_text = text;
+        }
+    }
+    return ENOEXEC;
+}
+
+/**
+ * Rejects a library that contains a second copy of this one, before its initialisers run. Only files that are
+ * named by a path can be checked.
+ */
+bool isRejected(const char* path)
+{
+    if (std::strchr(path, '/') == nullptr || !qv::fileHasLibraryCopy(path)) {
+        return false;
+    }
+    // The file may be this library, which is loaded already.
+    const Module loaded(dlopen(path, RTLD_LAZY | RTLD_LOCAL | RTLD_NOLOAD));
+    return loaded == nullptr;
+}
+
 void* toNative(qv_lhandle_t handle)
 {
     return handle;
+}
+
+/**
+ * Passes a loaded module to the caller, unless it has brought a second copy of this library: with a
+ * dependency, or under a name that the dynamic linker searches for. Such a module is never unloaded. The
+ * static objects of the copy exist already, and destructors of its thread-specific keys would be unloaded
+ * with it.
+ */
+qv_err_t accept(void* module, bool isProcess, char** error_text, qv_lhandle_t* handle)
+{
+    try {
+        const std::string copy = isProcess ? std::string() : qv::findLibraryCopy(module);
+        if (!copy.empty()) {
+            return rejectCopy(copy.c_str(), error_text);
+        }
+    } catch (const std::bad_alloc&) {
+        dlclose(module);
+        return ENOMEM;
+    }
+    *handle = static_cast<qv_lhandle_t>(module);
+    return 0;
 }
 
 }
@@ -73,9 +127,13 @@ qv_err_t qv_si_library_nload(const char* path, char** error_text, qv_lhandle_t* 
         return EINVAL;
     }
 
-    *handle = static_cast<qv_lhandle_t>(dlopen(*path != '\0' ? path : nullptr, RTLD_LAZY | RTLD_LOCAL));
-    if (*handle != nullptr) {
-        return 0;
+    *handle = nullptr;
+    if (isRejected(path)) {
+        return rejectCopy(path, error_text);
+    }
+    void* const loaded = dlopen(*path != '\0' ? path : nullptr, RTLD_LAZY | RTLD_LOCAL);
+    if (loaded != nullptr) {
+        return accept(loaded, *path == '\0', error_text, handle);
     }
     const char* const text = dlerror(); // NOLINT(concurrency-mt-unsafe): each thread has its own
     if (text == nullptr) {
