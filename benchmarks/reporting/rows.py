@@ -526,6 +526,11 @@ XML_REASONS = (
      "push parser 7.1, pugixml 27.8."),
 )
 
+EVIDENCE_ROWS = tuple(
+    Row(title, "evidence_bench", f"{own}/all", limits=(("without", f"{own}/none"),), clock="real", per="item")
+    for own, title in (("record", "record to a file, with two fields"), ("refused", "statement disabled by severity"),
+                       ("track", "track entered and left"), ("task", "task of a pool")))
+
 SUBSYSTEMS = (
     Subsystem(
         "log", "Log statements and records", ("gate_bench", "record_bench", "registry_bench"),
@@ -555,6 +560,13 @@ SUBSYSTEMS = (
               MT_REASONS),
     Subsystem("sys", "Stack tracks, errors, symbols and process start",
               ("stacktrack_bench", "symbol_bench", "load_bench"), tuple(sys_rows()), (), reasons=SYS_REASONS),
+    Subsystem("evidence", "Everything opted in", ("evidence_bench",), EVIDENCE_ROWS, (),
+              ("Each operation in a program that has asked for everything that helps to explain an incident, compared "
+               "with the same in one that has asked for nothing (\"without\"): reports of crashes and threads, a "
+               "watchdog with limits for tasks, queues and tracks, the statistics of logger, contexts and pool with "
+               "its clock, names of threads in the kernel, limits of modules that hold nothing back, times in ISO "
+               "8601 with microseconds. Its record has two fields more. Everything runs in children of their own, "
+               "since most of it cannot be disabled again.",)),
     Subsystem("type", "Contexts and numbers", ("context_bench", "numberops_bench"),
               tuple(type_rows()), TYPE_PLOTS, reasons=TYPE_REASONS),
     Subsystem("io", "Base64 and properties", ("base64_bench", "properties_scale_bench"),
