@@ -81,29 +81,4 @@ TEST_F(NimlogPriorityTest, MaskIsReadFromHeadersAndReportsWithPriorities)
                  "");
 }
 
-/** Returns a record without a newline. */
-std::string recordAt(const char* second, const std::string& text)
-{
-    return std::string("<3>Sat Nov 14 15:05:") + second
-           + " UTC 2026 host01 server 4711 4711 net ERROR Net 7 : " + text;
-}
-
-TEST_F(NimlogPriorityTest, RecordAfterATruncatedRecordIsFoundAtAnyPosition)
-{
-    const std::string torn = recordAt("20", "connection to db1 lost");
-    std::string log = recordAt("19", "first") + '\n';
-    std::string laterRecords;
-    std::size_t records = 1;
-    for (std::size_t length = 1; length <= torn.size(); ++length) {
-        const std::string later = recordAt("21", "started " + std::to_string(length)) + '\n';
-        log += torn.substr(0, length) + later;
-        laterRecords += later.substr(3);
-        // A truncated prefix is a line of the previous record.
-        records += length < torn.find("connection") ? 1U : 2U;
-    }
-    write("app.log", log);
-    expectResult(run("app.log | grep started"), 0, laterRecords, "");
-    EXPECT_EQ(run("--json app.log | wc -l").output, std::to_string(records) + '\n');
-}
-
 }

@@ -122,24 +122,6 @@ std::string recordAt(const char* time, const std::string& text)
     return std::string("2026-11-14T15:05:") + time + "Z host01 server 4711 4711 net ERROR Net 7 : " + text;
 }
 
-TEST_F(NimlogTimeTest, RecordAfterATruncatedRecordIsFoundAtAnyPosition)
-{
-    const std::string torn = recordAt("20.123456", "connection to db1 lost");
-    std::string log = recordAt("19.999999", "first") + '\n';
-    std::string laterRecords;
-    std::size_t records = 1;
-    for (std::size_t length = 1; length <= torn.size(); ++length) {
-        const std::string later = recordAt("21.000001", "started " + std::to_string(length)) + '\n';
-        log += torn.substr(0, length) + later;
-        laterRecords += later;
-        // A truncated prefix is a line of the previous record.
-        records += length < torn.find("connection") ? 1U : 2U;
-    }
-    write("app.log", log);
-    expectResult(run("app.log | grep started"), 0, laterRecords, "");
-    EXPECT_EQ(run("--json app.log | wc -l").output, std::to_string(records) + '\n');
-}
-
 /** As after a restart with another configuration. */
 TEST_F(NimlogTimeTest, RecordWithAnotherFormAfterATruncatedRecordIsFoundAtAnyPosition)
 {
