@@ -19,10 +19,13 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/dalnimConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/dalnimConfig.cmake ${PROJECT_BINARY_DIR}/dalnimConfigVersion.cmake
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/dalnim COMPONENT dev)
 
-# C programs with the static library must be linked with the C++ library.
-set(DALNIM_PC_CXX_LIBRARY -lstdc++)
+# What programs with the static library are linked with: C programs with the C++ library, and see StaticLibrary.cmake.
+set(DALNIM_PC_STATIC -lstdc++)
 if("c++" IN_LIST CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
-    set(DALNIM_PC_CXX_LIBRARY -lc++)
+    set(DALNIM_PC_STATIC -lc++)
+endif()
+if(NOT BUILD_SHARED_LIBS)
+    string(APPEND DALNIM_PC_STATIC " -Wl,--eh-frame-hdr")
 endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/dalnim.pc.in ${PROJECT_BINARY_DIR}/dalnim.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/dalnim.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
