@@ -84,6 +84,8 @@ int main()
     // Before the first thread: a report of each crash, and a report of all threads on SIGUSR2.
     sys::CrashReport::install();
     sys::ThreadReport::installSignal(SIGUSR2);
+    // For the metrics: before the first record.
+    log::Statistics::enable();
 
     com_kor_dal_nim_log_control.setOutputMask(log::Mask_SEVERITY | log::Mask_MODULENAME);
     mt::ThreadPool pool("orders", 2, 0, 0, 0, 0, 100);
