@@ -4,6 +4,8 @@
 
 #include <qv/rtlapi/src/ServerQueueAccess.hpp>
 
+#include <utility>
+
 DALNIM_USES_RTLAPI
 
 namespace com::kor::dal::nim::mt {
@@ -32,9 +34,16 @@ private:
     mutable UInt64_t _begun = 0;
 };
 
+// The context is copied before the virtual base classes are constructed, as for a TaskClosure.
 MeasuredTaskClosure::MeasuredTaskClosure(Task* task, bool manage, ThreadPool* pool,
                                          const type::ContainerContext* context, PoolFigures& figures)
-    : TaskClosure(task, manage, pool, context), _figures(figures), _submitted(PoolFigures::now())
+    : MeasuredTaskClosure(task, manage, pool, duplicate(context), figures)
+{
+}
+
+MeasuredTaskClosure::MeasuredTaskClosure(Task* task, bool manage, ThreadPool* pool,
+                                         type::ContextSnapshot context, PoolFigures& figures)
+    : TaskClosure(task, manage, pool, std::move(context)), _figures(figures), _submitted(PoolFigures::now())
 {
     _figures.countSubmitted();
 }

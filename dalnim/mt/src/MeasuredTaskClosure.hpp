@@ -25,6 +25,9 @@ public:
 private:
     class Measurement;
 
+    MeasuredTaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context,
+                        PoolFigures& figures);
+
     PoolFigures& _figures;
     /** Time at which the task was queued, on the clock of PoolFigures. */
     const UInt64_t _submitted;

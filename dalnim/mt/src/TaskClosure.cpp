@@ -35,7 +35,9 @@ struct KeptException
 
 __attribute__((tls_model("initial-exec"))) thread_local KeptException kept_exception;
 
-type::ContextSnapshot duplicate(const type::ContainerContext* context)
+}
+
+type::ContextSnapshot TaskClosure::duplicate(const type::ContainerContext* context)
 {
     if (context == nullptr) {
         context = sys::internal::ThreadState::current().contextRef.get();
@@ -43,10 +45,8 @@ type::ContextSnapshot duplicate(const type::ContainerContext* context)
     return type::ContextSnapshot(*context);
 }
 
-}
-
-// The context is copied before the base class is constructed: if copying throws, there is no closure, which
-// would report that it is destroyed with a reference.
+// The context is copied before the base classes are constructed: if copying throws, there is no closure,
+// which would report that it is destroyed with a reference.
 TaskClosure::TaskClosure(Task* task, bool manage, ThreadPool* pool, const type::ContainerContext* context)
     : TaskClosure(task, manage, pool, duplicate(context))
 {

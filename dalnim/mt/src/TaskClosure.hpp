@@ -47,6 +47,12 @@ public:
     void releaseOwnership();
 
 protected:
+    /** Takes over a duplicate of a context. */
+    TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context);
+
+    /** Returns a duplicate of `context` or, if null, of the calling thread's current one. */
+    static type::ContextSnapshot duplicate(const type::ContainerContext* context);
+
     /**
      * Runs the task like apply(). Calls `measurement.begin()` before the task becomes TSF_RUNNING, and
      * `measurement.end(hasThrown)` before it becomes TSF_FINISHED, also if it ends its thread.
@@ -65,8 +71,6 @@ protected:
     }
 
 private:
-    TaskClosure(Task* task, bool manage, ThreadPool* pool, type::ContextSnapshot context);
-
     template <class Measurement>
     __attribute__((noinline, cold)) void failWithoutState(const Measurement& measurement);
     static void keepException() noexcept;

@@ -7,6 +7,7 @@
 
 #include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/mt/Watchdog.hpp>
+#include <dalnim/type/ContainerContext.hpp>
 
 #include <qv/rtlapi/RX_Exception.hpp>
 
@@ -109,6 +110,34 @@ TEST(PoolFault, StatisticsAreCollectedOrThePoolIsUnchanged)
                                   EXPECT_EQ(done ? before + 1 : before, pool->statistics().finished);
                               }),
               2U);
+}
+
+/** A closure that is destroyed with a reference is reported with a line on standard error. */
+TEST(PoolFault, ContextThatCannotBeDuplicatedForACollectingPoolIsNotReported)
+{
+    const std::unique_ptr<ThreadPool> pool = makePool(1, 2);
+    pool->collectStatistics();
+    const auto context = com::kor::dal::nim::type::ContainerContext::current();
+    com::kor::dal::nim::type::ContainerContextRef(context)->add(
+        com::kor::dal::nim::mem::RefCntObjectRef(new com::kor::dal::nim::mem::RefCntObject),
+        com::kor::dal::nim::type::Context::allocateKey(1));
+    testing::internal::CaptureStderr();
+    unsigned int refused = 0;
+    for (unsigned int n = 1; n <= 10; ++n) {
+        OwnTask task([] {});
+        Fault noMemory(Call::NEW, ENOMEM, n, 1);
+        try {
+            pool->add(task);
+            noMemory.disarm();
+            mttest::awaitEnd(task);
+        } catch (const std::bad_alloc&) {
+            noMemory.disarm();
+            ++refused;
+        }
+    }
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    EXPECT_GE(refused, 2U);
+    com::kor::dal::nim::type::ContainerContextRef(context)->clearContent();
 }
 
 TEST(PoolFault, AddToACollectingPoolQueuesTheTaskOrCountsItAsDiscarded)
