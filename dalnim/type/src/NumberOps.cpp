@@ -115,6 +115,31 @@ bool convertPlainReal(T&, const String&)
 
 #endif
 
+#ifdef _LIBCPP_VERSION
+
+const locale_t c_locale = ::newlocale(LC_ALL_MASK, "C", nullptr);
+
+/**
+ * Parses all of `source` as a stream of libstdc++ does in the classic locale. Those of libc++ also accept
+ * hexadecimal numbers, infinity and NaN, and reject values that are too small.
+ */
+bool convertAsClassicStream(float& result, const String& source)
+{
+    const std::size_t start = source.find_first_not_of(" \t\n\v\f\r");
+    if (start == String::npos || source.find_first_not_of("0123456789+-.eE", start) != String::npos) {
+        return false;
+    }
+    char* end = nullptr;
+    const float value = ::strtof_l(source.c_str(), &end, c_locale);
+    if (end != source.c_str() + source.size() || std::abs(value) > std::numeric_limits<float>::max()) {
+        return false;
+    }
+    result = value;
+    return true;
+}
+
+#endif
+
 /** Parses all of `source` by a function of the strtol family. Throws std::invalid_argument. */
 template <class T>
 T convert(T (*strto)(const char*, char**, int), const String& source, unsigned int line)
@@ -243,7 +268,13 @@ float& NumberOps::parse(float& result, const String& source)
     if (convertPlainReal(plain, source) && std::locale() == std::locale::classic()) {
         return result = plain;
     }
-    if (!convertString(result, source)) {
+#ifdef _LIBCPP_VERSION
+    const bool isConverted = std::locale() == std::locale::classic() ? convertAsClassicStream(result, source)
+                                                                     : convertString(result, source);
+#else
+    const bool isConverted = convertString(result, source);
+#endif
+    if (!isConverted) {
         throw_bad_format(__LINE__);
     }
     return result;
