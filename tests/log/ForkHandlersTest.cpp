@@ -8,6 +8,7 @@
 #include "Loggers.hpp"
 
 #include <support/Sanitizers.hpp>
+#include <support/StandardLibrary.hpp>
 
 #include <gtest/gtest.h>
 
@@ -459,6 +460,9 @@ private:
 
 TEST(ForkHandlers, AChildInsertsNumbersWithoutALockOfTheLocale)
 {
+    if (support::USES_LIBCXX) {
+        GTEST_SKIP() << "libc++ stores the form of numbers nowhere";
+    }
     CallbackLogger logger;
     // The child of a process that has always had a single thread may acquire any lock.
     logger.logOnAThread([] {}).join();

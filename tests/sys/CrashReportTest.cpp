@@ -20,6 +20,7 @@
 #include <support/ChildProcess.hpp>
 #include <support/Files.hpp>
 #include <support/Sanitizers.hpp>
+#include <support/StandardLibrary.hpp>
 
 namespace {
 
@@ -165,7 +166,7 @@ TEST_F(CrashReportTest, UncaughtExceptionIsReportedWithTypeTextAndTrace)
                                         "  process "));
     EXPECT_THAT(run.report(), ContainsRegex("\n    \\[0\\] thrower\\(\\):31\n  backtrace:\n    #0 0x"));
     // The default handler of the C++ library, and SIGABRT without a report of its own.
-    EXPECT_THAT(run.errors, HasSubstr("terminate called after throwing an instance of "));
+    EXPECT_THAT(run.errors, HasSubstr(support::TERMINATE_MESSAGE));
     EXPECT_EQ(1U, count(run.errors, " : Crash: "));
 }
 

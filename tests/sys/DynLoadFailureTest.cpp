@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <qv/Scratch.hpp>
+#include <support/StandardLibrary.hpp>
 
 namespace {
 
@@ -152,7 +153,7 @@ TEST(DynLoadFailureDeathTest, ExceptionOfAnInitialiserTerminatesTheProcess)
             }
             _exit(8);
         },
-        testing::KilledBySignal(SIGABRT), "terminate called after throwing");
+        testing::KilledBySignal(SIGABRT), support::TERMINATE_MESSAGE);
 }
 
 }

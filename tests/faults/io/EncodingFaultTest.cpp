@@ -4,6 +4,8 @@
 #include <dalnim/io/Base64.hpp>
 #include <dalnim/io/HexDump.hpp>
 
+#include <support/StandardLibrary.hpp>
+
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -47,6 +49,9 @@ class OwnBase64 : public Base64
 
 TEST(EncodingFault, DerivedBase64TextIsCompleteOrThrows)
 {
+    if (support::USES_LIBCXX) {
+        GTEST_SKIP() << "the streams of libc++ replace std::bad_alloc by a failure of their own";
+    }
     const OwnBase64 base64;
     const String encoded = base64.encode(data());
     EXPECT_GE(walkText(encoded, [&] { return base64.encode(data()); }), 3u);
@@ -55,6 +60,9 @@ TEST(EncodingFault, DerivedBase64TextIsCompleteOrThrows)
 
 TEST(EncodingFault, HexDumpTextIsCompleteOrThrows)
 {
+    if (support::USES_LIBCXX) {
+        GTEST_SKIP() << "the streams of libc++ replace std::bad_alloc by a failure of their own";
+    }
     const HexDump dump;
     const String text = dump.encode(data());
     EXPECT_EQ(187u * 77 + 68, text.size());

@@ -6,6 +6,8 @@
 #include <dalnim/io/Properties.hpp>
 #include <dalnim/sys/SysError.hpp>
 
+#include <support/StandardLibrary.hpp>
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -296,6 +298,9 @@ TEST_F(IncludeFault, LoadWithIncludesIsCompleteOrThrows)
 
 TEST_F(IncludeFault, FileThatCannotBeOpenedIsNamedInTheError)
 {
+    if (support::USES_LIBCXX) {
+        GTEST_SKIP() << "libc++ does not open files by the function that fails here";
+    }
     for (const int error : {EACCES, EMFILE, ENOMEM, EIO}) {
         Loading loading(folder.file("outer"));
         Fault fault(Call::FOPEN, error, 2, 1);
