@@ -690,6 +690,33 @@ TEST(ThreadReportDeathTest, SignalWritesARecordToTheFileOfTheDefaultLogger)
     unsetenv("REPORT_LOG");
 }
 
+TEST(ThreadReportDeathTest, ThreadsMayInstallTheSignalConcurrently)
+{
+    const support::ScratchFolder folder;
+    setenv("REPORT_LOG", folder.file("log").c_str(), 0);
+    inFreshProcess([] {
+        constexpr int THREADS = 4;
+        const std::string path = std::getenv("REPORT_LOG");
+        com_kor_dal_nim_log_control.setPath(path);
+        std::atomic<int> readyThreads{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < THREADS; ++i) {
+            threads.emplace_back([&] {
+                ++readyThreads;
+                while (readyThreads != THREADS) {
+                }
+                ThreadReport::installSignal(SIGUSR2);
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        std::raise(SIGUSR2);
+        EXPECT_THAT(support::readFile(path), HasSubstr(" com.kor.dal.nim NOTICE ThreadReport "));
+    });
+    unsetenv("REPORT_LOG");
+}
+
 TEST_F(ThreadReportTest, SignalThatMayHaveNoHandlerIsRejected)
 {
     try {

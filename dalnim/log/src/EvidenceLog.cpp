@@ -7,8 +7,10 @@
 #include <dalnim/log/src/DateTimeText.hpp>
 #include <dalnim/log/src/PrefixFormat.hpp>
 #include <dalnim/nsdefs.hpp>
+#include <dalnim/sys/InitLock.hpp>
 #include <dalnim/sys/System.hpp>
 #include <dalnim/sys/internal/Internal.hpp>
+#include <qv/pmx/src/perturb.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -27,7 +29,7 @@ namespace {
 
 constexpr std::size_t NAME_SIZE = 256;
 
-// Written before `logger` is set, and read afterwards.
+// Written under InitLock before `logger` is set, and read afterwards.
 char host_name[NAME_SIZE];
 char process_name[NAME_SIZE];
 /** Local time minus UTC, in seconds, when reports were installed. */
@@ -74,20 +76,33 @@ void EvidenceLog::unwatch(const LogOutput& output) noexcept
     }
 }
 
+/** Stores the fields of the prefix that signal handlers cannot determine, once. */
+void EvidenceLog::prepare(const Write& write)
+{
+    // Before InitLock is acquired: these acquire the lock of the time zone, and perhaps that of the linker.
+    const std::string_view host = sys::internal::host_name_text();
+    const std::string_view process = sys::internal::process_name_text();
+    std::tm local = {};
+    sys::System::localtime(local, std::time(nullptr));
+    const sys::InitLock lock(true);
+    // Relaxed: InitLock orders the load after the store of another thread.
+    if (logger.load(std::memory_order_relaxed) == nullptr) {
+        qv::perturb();
+        copyName(host_name, host);
+        copyName(process_name, process);
+        seconds_east = local.tm_gmtoff;
+        // Releases these to handlers on any thread, which acquire them by their first load.
+        logger.store(&write, std::memory_order_release);
+    }
+}
+
 void EvidenceLog::publish()
 {
     auto* const write = dynamic_cast<Write*>(&GET_NIM_LOG_LOGGER_VAR());
     if (write == nullptr) {
         return;
     }
-    if (logger.load(std::memory_order_relaxed) == nullptr) {
-        copyName(host_name, sys::internal::host_name_text());
-        copyName(process_name, sys::internal::process_name_text());
-        std::tm local = {};
-        sys::System::localtime(local, std::time(nullptr));
-        seconds_east = local.tm_gmtoff;
-        logger.store(write, std::memory_order_release);
-    }
+    prepare(*write);
     write->publishOutput();
 }
 

@@ -42,6 +42,7 @@ private:
                              const sys::internal::EvidenceOutput::Record& record, const std::timespec& when,
                              ThreadID_t tid) noexcept;
     static bool escapes() noexcept;
+    static void prepare(const Write& write);
     static void publish();
 
     /** Only compared, never dereferenced. */
