@@ -100,6 +100,8 @@ void answerSignal(int number, siginfo_t* info, void* context)
         return;
     }
     ThreadAnswer& answer = answers[index];
+    // Each transition of the ticket that passes the answer on releases it, and the next one acquires it; the
+    // other members can therefore be plain or relaxed.
     std::uint64_t ticket = (cookie >> COOKIE_NUMBER_SHIFT & NUMBER_MASK) << STATE_BITS | ASKED;
     qv::perturb();
     if (!answer.ticket.compare_exchange_strong(ticket, withState(ticket, WRITING),
@@ -114,7 +116,10 @@ void answerSignal(int number, siginfo_t* info, void* context)
     }
     qv::perturb();
     ticket = withState(ticket, WRITING);
-    if (!answer.ticket.compare_exchange_strong(ticket, withState(ticket, DONE), std::memory_order_release)) {
+    // A failure acquires what the thread that has abandoned the answer wrote to it: the next user of the
+    // memory synchronises with the store of FREE below alone, which ends the release sequence of ABANDONED.
+    if (!answer.ticket.compare_exchange_strong(ticket, withState(ticket, DONE), std::memory_order_release,
+                                               std::memory_order_acquire)) {
         answer.inquiry.store(0, std::memory_order_relaxed);
         answer.ticket.store(withState(ticket, FREE), std::memory_order_release);
     }
@@ -251,7 +256,11 @@ void readKernelState(ThreadAnswer& answer) noexcept
     answer.cpuMs = perSecond > 0 ? ticks * 1000 / static_cast<std::uint64_t>(perSecond) : 0;
 }
 
-/** What earlier reports found in a thread. Written and read without a lock: a lost update is harmless. */
+/**
+ * What earlier reports found in a thread. Written and read without a lock: a lost update is harmless.
+ * `sinceMs` is stored first, and `tid` and `content` release it: a report that acquires the values of its
+ * thread does not find the older time of another content, which would claim too long a stay.
+ */
 struct SeenThread
 {
     std::atomic<ThreadID_t> tid;
@@ -280,13 +289,13 @@ std::uint64_t sameForMs(const ThreadAnswer& answer) noexcept
     const ThreadID_t tid = answer.tid.load(std::memory_order_relaxed);
     const std::uint64_t now = nowMs();
     SeenThread& seen = seen_threads[static_cast<std::size_t>(tid) % SEEN_COUNT];
-    if (seen.tid.load(std::memory_order_relaxed) == tid
-        && seen.content.load(std::memory_order_relaxed) == hash) {
+    if (seen.tid.load(std::memory_order_acquire) == tid
+        && seen.content.load(std::memory_order_acquire) == hash) {
         return now - std::min(now, seen.sinceMs.load(std::memory_order_relaxed));
     }
     seen.sinceMs.store(now, std::memory_order_relaxed);
-    seen.content.store(hash, std::memory_order_relaxed);
-    seen.tid.store(tid, std::memory_order_relaxed);
+    seen.content.store(hash, std::memory_order_release);
+    seen.tid.store(tid, std::memory_order_release);
     return 0;
 }
 
@@ -456,7 +465,8 @@ void ThreadInquiry::withdraw(std::size_t index) noexcept
 {
     ThreadAnswer& answer = all_answers.load(std::memory_order_relaxed)[index];
     answer.inquiry.store(0, std::memory_order_relaxed);
-    answer.ticket.store(withState(answer.ticket.load(std::memory_order_relaxed), FREE),
+    // Acquired: the thread may have answered just before it ended, and the next user overwrites that answer.
+    answer.ticket.store(withState(answer.ticket.load(std::memory_order_acquire), FREE),
                         std::memory_order_release);
     --threadCount;
 }
