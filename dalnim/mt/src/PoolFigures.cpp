@@ -45,6 +45,8 @@ PoolFigures::Stripe& PoolFigures::stripe() noexcept
 /** Increases a count that only the calling thread changes. */
 void PoolFigures::increment(Count& count, UInt64_t amount) noexcept
 {
+    // Relaxed load: of the thread's own store, or of one that happened before the thread replaced the worker.
+    // Released to read(), which thus finds the counts of all earlier stages.
     count.store(count.load(std::memory_order_relaxed) + amount, std::memory_order_release);
 }
 
@@ -55,7 +57,9 @@ UInt64_t PoolFigures::begin(unsigned int worker, UInt64_t submitted, TaskID_t ta
     const UInt64_t begun = now();
     own.waitingTime.add(elapsed(submitted, begun));
     increment(own.begun);
-    own.thread.store(qv_si_thread_self(), std::memory_order_relaxed);
+    // Released like `begun`: a reader that finds a value of this task also finds the version that the end of
+    // the previous one has left, and reads again.
+    own.thread.store(qv_si_thread_self(), std::memory_order_release);
     setTask(own, task, begun, name, length);
     return begun;
 }
@@ -146,7 +150,9 @@ void PoolFigures::Times::addTo(PoolStatistics::Histogram& histogram) const noexc
 
 void PoolFigures::read(PoolStatistics& statistics) const noexcept
 {
-    // Each stage before the one that precedes it, so that later stages never exceed earlier ones.
+    // Each stage before the one that precedes it, so that later stages never exceed earlier ones: a load that
+    // acquires a stage of a task happens after the task's earlier stages, also if another thread counted
+    // these with relaxed order before it queued the task.
     UInt64_t begun = 0;
     for (unsigned int i = 0; i < _workerCount; ++i) {
         const Worker& worker = _workers[i];
