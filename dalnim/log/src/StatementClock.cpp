@@ -37,6 +37,8 @@ Time_t StatementClock::readFraction(Time_t* seconds) noexcept
 
 unsigned int StatementClock::microseconds(const Header::Time& time) noexcept
 {
+    // Relaxed: a caller needs the fraction because of a format, whose release happened after the generation
+    // changed.
     const bool isRead = time.fraction >> MICROSECOND_BITS == generation.load(std::memory_order_relaxed);
     return isRead ? static_cast<unsigned int>(time.fraction & ((1U << MICROSECOND_BITS) - 1)) : 0;
 }
@@ -46,7 +48,9 @@ void StatementClock::acquire() noexcept
     const ForkSafeLock lock(mutex);
     if (users++ == 0) {
         generation.fetch_add(1, std::memory_order_relaxed);
-        function.store(&readFraction, std::memory_order_relaxed);
+        // Releases the generation to statements that call the function: read() acquires it. A record finds it
+        // by the format of the prefix, which Write::setPrefixFormat() releases afterwards.
+        function.store(&readFraction, std::memory_order_release);
     }
 }
 
@@ -54,6 +58,7 @@ void StatementClock::release() noexcept
 {
     const ForkSafeLock lock(mutex);
     if (--users == 0) {
+        // Relaxed: time() reads nothing else.
         function.store(&std::time, std::memory_order_relaxed);
     }
 }

@@ -24,7 +24,8 @@ public:
 
     static void read(Header::Time& time) noexcept
     {
-        function.load(std::memory_order_relaxed)(&time.seconds);
+        // Acquires the generation with which readFraction() marks the fraction.
+        function.load(std::memory_order_acquire)(&time.seconds);
     }
     /**
      * Returns the microseconds of a time; 0 if they were not read, because the statement began before a
