@@ -88,6 +88,7 @@ private:
     }
     static void increase(Counter& counter, std::uint64_t by) noexcept
     {
+        // Not one atomic step: the lock of the logger is held. Relaxed: counts, which order nothing else.
         counter.store(counter.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
     }
 

@@ -41,6 +41,7 @@ public:
     ModuleLimits limits;
 
 private:
+    /** Relaxed: the limits themselves are read under the lock. */
     std::atomic<bool> hasLimits{false};
 
 public:

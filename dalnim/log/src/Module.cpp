@@ -32,7 +32,8 @@ const SeverityGate& Module::bindGate() noexcept
 {
     const SeverityGate* const own = gateOf(logger);
     const SeverityGate& gate = own != nullptr ? *own : OPEN_GATE;
-    // Threads that bind the module concurrently store the same value.
+    // Threads that bind the module concurrently store the same value. Relaxed, also where it is loaded: the
+    // gate is a part of the logger, which is completely constructed before any thread calls the check.
     loggerGate.store(&gate, std::memory_order_relaxed);
     return gate;
 }
@@ -87,7 +88,8 @@ bool Module::isSelected(Severity codedSeverity)
     const ModuleRegistration& registrar = logger.moduleRegistrar();
     const unsigned int generation = registrar.getUpdate();
     std::uint64_t state = filterState.load(std::memory_order_relaxed);
-    // Compared for inequality, not order, so the generation may wrap.
+    // Compared for inequality, not order, so the generation may wrap. Relaxed: the word contains all that is
+    // passed on. The filter is read after the generation has been acquired, so that it is not older.
     if (state >> 1 != generation) {
         state = std::uint64_t(generation) << 1 | std::uint64_t(registrar.isModuleSelected(modName));
         filterState.store(state, std::memory_order_relaxed);

@@ -55,6 +55,8 @@ ModuleRegistration::~ModuleRegistration()
 
 void ModuleRegistration::setUpdate() noexcept
 {
+    // Releases the filter that publish() has stored to getUpdate(): a module that finds the new generation
+    // reads that filter, or a later one.
     _update.fetch_add(1, std::memory_order_release);
 }
 

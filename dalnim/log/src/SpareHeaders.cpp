@@ -87,6 +87,7 @@ const std::locale& SpareHeaders::locale() noexcept
 Header* SpareHeaders::acquire(Severity severity, const SourcePosition& position)
 {
     for (Spare& spare : stock->spares) {
+        // Acquires the record from the release of the thread that used it last.
         if (!spare.isInUse.exchange(true, std::memory_order_acquire)) {
             spare.header.start(severity, position);
             return &spare.header;

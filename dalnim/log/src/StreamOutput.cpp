@@ -223,6 +223,7 @@ private:
     const int number;
     /** A reference, so that the compiler can initialise the object. */
     std::FILE*& file;
+    // Relaxed: each is a value of its own. The second and third are only used with the lock of `file` held.
     std::atomic<bool> countsAsClosed;
     /** Whether the last write timed out. */
     std::atomic<bool> isStalled;

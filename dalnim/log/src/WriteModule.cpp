@@ -20,6 +20,7 @@ const SeverityGate* Module::gateOf(const Log& logger) noexcept
 void Module::countRefused(Log& logger) noexcept
 {
     if (auto* const counter = dynamic_cast<Write*>(&logger)) {
+        // Relaxed: a count.
         counter->refusedStatements.fetch_add(1, std::memory_order_relaxed);
     }
 }

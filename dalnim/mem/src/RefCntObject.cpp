@@ -57,6 +57,7 @@ bool RefCntObject::destroy() const
 
 bool RefCntObject::releaseRefAbove(UInt32_t floor) const noexcept
 {
+    // Relaxed: only the value to compare. The exchange is ordered like qv_si_atomic_decrement().
     si_atomic_t count = __atomic_load_n(&refs, __ATOMIC_RELAXED);
     while (static_cast<std::int64_t>(static_cast<UInt32_t>(count)) - bias > std::int64_t{floor} + 1) {
         qv::perturb();

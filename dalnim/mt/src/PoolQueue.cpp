@@ -45,6 +45,7 @@ void PoolQueue::setExceptionHandler(ThreadPool::ExceptionHandler handler)
 
 void PoolQueue::handleException(const Task* task, const std::exception_ptr& exception)
 {
+    // Released to exceptionCount(): a caller that finds the exception counted finds what the task did before.
     _exceptionCount.fetch_add(1, std::memory_order_release);
     std::shared_ptr<const Handler> handler;
     {
@@ -65,6 +66,7 @@ void PoolQueue::collectFigures()
     const RX_Locked_ locked(*this);
     if (!_ownFigures) {
         _ownFigures = std::move(created);
+        // Released to figures(), which acquires the counters without the lock.
         _figures.store(_ownFigures.get(), std::memory_order_release);
     }
 }

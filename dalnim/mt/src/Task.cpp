@@ -235,12 +235,16 @@ TaskWaitBucket& Task::_wait_bucket() const noexcept
 
 Task::TaskState Task::_mark_waiter() const
 {
+    // Acquires what the thread that has set the state did before. The release makes no difference to that
+    // thread, but continues the release sequence for status().
     return static_cast<TaskState>(_state.fetch_or(HAS_WAITERS, std::memory_order_acq_rel) & ~HAS_WAITERS);
 }
 
 void Task::_set_state(TaskState ts)
 {
-    // After the exchange the owner may destroy the task: its bucket is found by the address alone.
+    // Releases what this thread did to status() and _mark_waiter(), and acquires the accesses of threads that
+    // have set HAS_WAITERS. After the exchange the owner may destroy the task: its bucket is found by the
+    // address alone.
     qv::perturb();
     if ((_state.exchange(ts, std::memory_order_acq_rel) & HAS_WAITERS) != 0) {
         qv::perturb();

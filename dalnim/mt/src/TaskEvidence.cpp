@@ -119,6 +119,7 @@ const struct Registration
 {
     Registration() noexcept
     {
+        // Released to handlers on other threads, which acquire the initialised library.
         ThreadAnswer::describeTask.store(TaskEvidence::describe, std::memory_order_release);
     }
 } registration;

@@ -52,7 +52,7 @@ constexpr std::size_t RECORD_SIZE = 3UL * 1024 * 1024;
 constexpr unsigned int OTHERS_MS = 10000;
 
 std::atomic<bool> is_installed;
-// Written before the handlers are installed.
+// Written before the handlers are installed: the system orders that before a call of a handler on any thread.
 char* report_memory;
 unsigned int thread_timeout_ms;
 struct sigaction previous_actions[SIGNAL_COUNT];

@@ -8,7 +8,10 @@
 
 namespace com::kor::dal::nim::sys {
 
-/** The counters of the dynamic loader. Any thread may use them at any time, without a lock. */
+/**
+ * The counters of the dynamic loader. Any thread may use them at any time, without a lock. Relaxed: counts,
+ * which order nothing else.
+ */
 class LoaderCounters
 {
 public:

@@ -32,6 +32,7 @@ std::uint64_t randomBase() noexcept
  */
 std::uint64_t hashBase() noexcept
 {
+    // Relaxed: the number is all that is passed on.
     static std::atomic<std::uint64_t> shared{0};
     std::uint64_t base = shared.load(std::memory_order_relaxed);
     if (base == 0) {

@@ -326,6 +326,7 @@ void nim_pdsParseTrcInit(int nSevLevel)
 
 int ipdsParseInit()
 {
+    // Acquires the table, whose elements are relaxed, from the store below, which releases it.
     if (!charTypesInitialized.load(std::memory_order_acquire)) {
         // Deliberately holds no mutex: filling the table is idempotent.
         const MutexHolder<CriticalSection> holder;

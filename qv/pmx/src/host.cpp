@@ -52,6 +52,7 @@ __attribute__((noinline, cold)) std::atomic<pid_t>* createPidCache() noexcept
     errno = error;
     std::atomic<pid_t>* const cache = mapped != nullptr ? mapped : &no_cache;
     std::atomic<pid_t>* other = nullptr;
+    // Releases the mapped page to the first loads of other threads, and acquires that of another thread.
     if (pid_cache.compare_exchange_strong(other, cache, std::memory_order_acq_rel)) {
         return cache;
     }
@@ -74,6 +75,7 @@ pid_t qv_si_getpid(void) noexcept
     if (cache == &no_cache) {
         return getpid();
     }
+    // Relaxed: the value is all that is passed on, and threads that store it concurrently store the same one.
     pid_t pid = cache->load(std::memory_order_relaxed);
     if (pid == 0) {
         pid = getpid();

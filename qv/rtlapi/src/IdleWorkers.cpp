@@ -39,7 +39,11 @@ public:
     bool mustSpin = false;
     /** Value of `_pushCount` when the worker was woken, if it is one of `_wokenCount`. */
     si_uint64_t wokenAt = NEVER;
-    /** Changes only under the lock, except that a spinning worker responds to WOKEN with ACTIVE. */
+    /**
+     * Changes only under the lock, except that a spinning worker responds to WOKEN with ACTIVE. Relaxed: the
+     * state is all that the worker and its waker pass to each other without the lock; closures are passed
+     * under the locks.
+     */
     std::atomic<State> state{State::ACTIVE};
 };
 

@@ -73,6 +73,7 @@ void RX_String::append(const char* text, std::size_t count)
 /** Ensures that the representation is not shared and has a capacity of at least `capacity` bytes. */
 void RX_String::makeWritable(std::size_t capacity)
 {
+    // Acquire: former owners read the characters before they decremented the count with release order.
     const bool isOwn = _rep != &_empty.rep && __atomic_load_n(&_rep->ref_count, __ATOMIC_ACQUIRE) == 1;
     if (isOwn && capacity <= _rep->capacity) {
         return;

@@ -144,7 +144,13 @@ private:
         return closure;
     }
 
-    /** The consumer side: the oldest closures. On cache lines of its own. */
+    /**
+     * The consumer side: the oldest closures. On cache lines of its own.
+     *
+     * The atomic members are read under one of the two locks, and increased or set under both. The locks
+     * order what matters, so that all accesses are relaxed: an old value makes a producer take the slower
+     * path, where it acquires both locks, or wakes a worker too many, and a consumer acquires both locks.
+     */
     struct alignas(CACHE_LINE) ConsumerSide
     {
         /** Acquired before the lock of the producers. */

@@ -37,6 +37,7 @@ std::atomic<ThreadID_t>* ThreadRegister::claim(ThreadID_t tid) noexcept
                 }
             }
         }
+        // Acquires a block that another thread has released by the exchange below.
         Block* next = block->next.load(std::memory_order_acquire);
         if (next == nullptr) {
             std::unique_ptr<Block> added(new (std::nothrow) Block());
@@ -64,6 +65,8 @@ void ThreadRegister::enter() noexcept
 void ThreadRegister::leave() noexcept
 {
     if (own_entry != nullptr) {
+        // Relaxed: the ID is all that is passed on. A thread that still finds it sends a signal that has no
+        // effect.
         own_entry->store(0, std::memory_order_relaxed);
         own_entry = nullptr;
     } else if (is_missing) {
