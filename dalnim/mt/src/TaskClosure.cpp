@@ -126,18 +126,4 @@ void TaskClosure::reportException() const
     }
 }
 
-/** Sets the state, and clears the context, the task and the pool of this thread. */
-void TaskClosure::finish(sys::internal::ThreadState& thread) const
-{
-    QV_PROBE_TASK_ENDED(_task, _pool);
-    // Its owner may have destroyed a task that run() has set to TSF_FINISHED.
-    if (Task::_last_finished() != _task) {
-        _task->_set_state(Task::TSF_FINISHED);
-    }
-    thread.contextRef->clearContent();
-    thread.thrd = nullptr;
-    thread.task = nullptr;
-    thread.pool = nullptr;
-}
-
 }

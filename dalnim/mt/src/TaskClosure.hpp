@@ -3,6 +3,7 @@
 
 #include <dalnim/mt/Task.hpp>
 #include <dalnim/mt/src/Ownership.hpp>
+#include <dalnim/sys/internal/CurrentContext.hpp>
 #include <dalnim/sys/internal/ThreadState.hpp>
 #include <dalnim/type/ContainerContext.hpp>
 #include <dalnim/type/src/ContextSnapshot.hpp>
@@ -86,6 +87,23 @@ private:
     /** The copied context. */
     type::ContextSnapshot _context;
 };
+
+/**
+ * Sets the state, and clears the context, the task and the pool of this thread. Inline, since each task
+ * calls it.
+ */
+__attribute__((always_inline)) inline void TaskClosure::finish(sys::internal::ThreadState& thread) const
+{
+    QV_PROBE_TASK_ENDED(_task, _pool);
+    // Its owner may have destroyed a task that run() has set to TSF_FINISHED.
+    if (Task::_last_finished() != _task) {
+        _task->_set_state(Task::TSF_FINISHED);
+    }
+    thread.contextRef->clearContent();
+    thread.thrd = nullptr;
+    thread.task = nullptr;
+    thread.pool = nullptr;
+}
 
 template <class Measurement>
 void TaskClosure::run(const Measurement& measurement)
