@@ -316,6 +316,30 @@ TEST_F(WatchdogTest, LogsAThreadThatStaysInOneTrackAndAgainWhenItLeaves)
     EXPECT_EQ(nullptr, thread.join());
 }
 
+TEST_F(WatchdogTest, LogsAThreadThatIsStuckAfterAnotherWasLogged)
+{
+    ThreadReport::install();
+    watchdog.setTrackLimit(1);
+    Gate firstEntered;
+    Gate secondEntered;
+    Gate leave;
+    Caller first([&] {
+        const StackTrack track("first()", "Index", "shop", 12);
+        firstEntered.open();
+        leave.pass();
+    });
+    firstEntered.pass();
+    EXPECT_THAT(awaitFinding("Thread " + std::to_string(first.tid()) + " '"), HasSubstr("first():12"));
+    Caller second([&] {
+        const StackTrack track("second()", "Index", "shop", 13);
+        secondEntered.open();
+        leave.pass();
+    });
+    secondEntered.pass();
+    EXPECT_THAT(awaitFinding("Thread " + std::to_string(second.tid()) + " '"), HasSubstr("second():13"));
+    leave.open();
+}
+
 TEST_F(WatchdogTest, LogsAThreadThatEndsInsteadOfLeavingItsTrack)
 {
     ThreadReport::install();
