@@ -4,6 +4,7 @@
 #include <dalnim/mt/ThreadPool.hpp>
 #include <dalnim/sys/StackTrack.hpp>
 #include <dalnim/sys/ThreadReport.hpp>
+#include <dalnim/sys/internal/ThreadState.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,6 +41,7 @@ using nim::mt::ThreadPool;
 using nim::mt::Watchdog;
 using nim::sys::StackTrack;
 using nim::sys::ThreadReport;
+using nim::sys::internal::ThreadState;
 using qvtest::Caller;
 using qvtest::Gate;
 using testing::HasSubstr;
@@ -316,27 +318,44 @@ TEST_F(WatchdogTest, LogsAThreadThatStaysInOneTrackAndAgainWhenItLeaves)
     EXPECT_EQ(nullptr, thread.join());
 }
 
-TEST_F(WatchdogTest, LogsAThreadThatIsStuckAfterAnotherWasLogged)
+/** In the order of the report, one of them is before the thread that was logged, the other one after it. */
+TEST_F(WatchdogTest, LogsThreadsThatAreStuckAfterAnotherWasLogged)
 {
     ThreadReport::install();
     watchdog.setTrackLimit(1);
-    Gate firstEntered;
-    Gate secondEntered;
+    Gate started;
+    Gate enter;
+    Gate entered[3];
     Gate leave;
-    Caller first([&] {
-        const StackTrack track("first()", "Index", "shop", 12);
-        firstEntered.open();
+    const auto stuck = [&](const char* name, Gate& gate) {
+        const StackTrack track(name, "Index", "shop", 12);
+        gate.open();
         leave.pass();
+    };
+    Caller early([&] {
+        ThreadState::current();
+        started.open();
+        enter.pass();
+        stuck("early()", entered[0]);
     });
-    firstEntered.pass();
-    EXPECT_THAT(awaitFinding("Thread " + std::to_string(first.tid()) + " '"), HasSubstr("first():12"));
-    Caller second([&] {
-        const StackTrack track("second()", "Index", "shop", 13);
-        secondEntered.open();
-        leave.pass();
-    });
-    secondEntered.pass();
-    EXPECT_THAT(awaitFinding("Thread " + std::to_string(second.tid()) + " '"), HasSubstr("second():13"));
+    started.pass();
+    Caller logged([&] { stuck("logged()", entered[1]); });
+    entered[1].pass();
+    EXPECT_THAT(awaitFinding("Thread " + std::to_string(logged.tid()) + " '"), HasSubstr("logged():12"));
+    Caller late([&] { stuck("late()", entered[2]); });
+    enter.open();
+    entered[0].pass();
+    entered[2].pass();
+    std::string text;
+    for (int i = 0;
+         i < 1000
+         && (text.find("early():12") == std::string::npos || text.find("late():12") == std::string::npos);
+         ++i) {
+        exceedLimit();
+        text += found();
+    }
+    EXPECT_THAT(text, HasSubstr("early():12"));
+    EXPECT_THAT(text, HasSubstr("late():12"));
     leave.open();
 }
 
