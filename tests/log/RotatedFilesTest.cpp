@@ -36,7 +36,7 @@ protected:
 
     Folder folder;
     const String path = folder / "log";
-    const CapturedCerr err;
+    const CapturedCerr err{};
     const RotatedFiles files{path};
 };
 
