@@ -519,7 +519,7 @@ TEST(Reconfigure, LosesNoRecordOfOtherThreads)
     logger.reconfigure(one);
     Module module("a", logger);
     std::atomic<bool> stop(false);
-    std::atomic<int> written(0);
+    std::atomic<std::size_t> written(0);
     std::atomic<int> running(0);
     std::vector<std::thread> threads;
     for (int i = 0; i < THREADS; ++i) {
