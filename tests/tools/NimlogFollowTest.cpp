@@ -307,7 +307,7 @@ TEST_F(NimlogFollowTest, ContinuesAfterTheLastReadOfALongFile)
     start();
     std::string expected = "INFO : " + std::string(1000000, 'x') + '\n';
     ASSERT_TRUE(showsLast(expected));
-    for (int number = 0; number < 20; ++number) {
+    for (std::size_t number = 0; number < 20; ++number) {
         const std::string line = "INFO : " + std::to_string(number) + std::string(200 * number, 'y') + '\n';
         append(line);
         expected += line;
