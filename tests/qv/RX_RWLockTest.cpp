@@ -111,7 +111,8 @@ TEST(RXRWLock, DestructorThrowsIfHeld)
 TEST(RXRWLock, DestructorThatThrowsLeaksNoMemory)
 {
     if (support::UNDER_ADDRESS_SANITIZER || support::UNDER_THREAD_SANITIZER) {
-        GTEST_SKIP() << "the allocators of sanitizers keep no count; the address sanitizer finds the leak itself";
+        GTEST_SKIP()
+            << "the allocators of sanitizers keep no count; the address sanitizer finds the leak itself";
     }
     constexpr std::size_t LOCKS = 1000;
     const auto destroyHeld = [] {
