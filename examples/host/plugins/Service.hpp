@@ -58,8 +58,12 @@ inline const com::kor::dal::nim::String& ServiceCall::argument(const char* name)
     return *text;
 }
 
-/** A plug-in that answers requests. Thread-safe: any number of threads may call it at the same time. */
-class Service : public virtual com::kor::dal::nim::mem::RefCntObject
+/**
+ * A plug-in that answers requests. Thread-safe: any number of threads may call it at the same time.
+ *
+ * Not hidden, so that host and plug-ins share its type information: libc++ compares types by its address.
+ */
+class __attribute__((visibility("default"))) Service : public virtual com::kor::dal::nim::mem::RefCntObject
 {
 public:
     /**
