@@ -1,6 +1,6 @@
 // Base64 from and to memory, compared with OpenSSL and, if installed, POCO and Boost. Rates are in bytes of
-// the data, not of the encoded text. OpenSSL and Boost are measured with preallocated memory, as called from C,
-// and with a new string, as called from C++.
+// the data, not of the encoded text. OpenSSL and Boost are measured with preallocated memory, as called from
+// C, and with a new string, as called from C++.
 
 #include <dalnim/io/Base64.hpp>
 

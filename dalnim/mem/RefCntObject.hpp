@@ -40,8 +40,10 @@ public:
     /** Copies nothing: the references to this object are unaffected. */
     RefCntObject& operator=(const RefCntObject&) noexcept;
 
+    // Inline and hidden: each module calls its own copy. An exported one would tie the library to the plug-in
+    // that was loaded first. Declared inline, so that the library alone contains the virtual table.
     /** Acquires a reference. */
-    virtual void acquireRef() const;
+    __attribute__((visibility("hidden"))) inline virtual void acquireRef() const;
     /**
      * Returns the number of references.
      * @param incorporate_bias  subtracts the bias: the result is the number of references that keep the
@@ -60,7 +62,7 @@ public:
      * from ConstRcoRef::clear().
      * @return false if there was no reference
      */
-    virtual bool releaseRef(const std::nothrow_t&) const;
+    __attribute__((visibility("hidden"))) inline virtual bool releaseRef(const std::nothrow_t&) const;
 
 protected:
     /** Protected: the last release deletes the object. */

@@ -1,13 +1,13 @@
 /*
- * Linked into every program that runs in the emulator, which cannot send the highest real-time signals. They get a
- * handler before main(), so that the library takes them for used and asks threads with another signal.
+ * Linked into every program that runs in the emulator, which cannot send the highest real-time signals. They
+ * get a handler before main(), so that the library takes them for used and asks threads with another signal.
  */
 #include <signal.h>
 #include <unistd.h>
 
 static void ignore(int number)
 {
-    (void) number;
+    (void)number;
 }
 
 __attribute__((constructor)) static void occupyUnsendableSignals(void)
