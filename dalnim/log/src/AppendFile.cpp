@@ -92,10 +92,13 @@ bool openBuffer(std::filebuf& buffer, int descriptor)
     buffer = std::move(static_cast<std::filebuf&>(opened));
     return true;
 #else
-    // This link leads to the file also if it was renamed.
-    const String link = "/proc/self/fd/" + std::to_string(descriptor);
-    buffer.pubsetbuf(nullptr, 0);
-    return buffer.open(link, std::ios_base::out | std::ios_base::app) != nullptr;
+    // An extension of libc++, for the same reason.
+    Descriptor copy(duplicate(descriptor));
+    if (copy.get() == -1 || buffer.__open(copy.get(), std::ios_base::out | std::ios_base::app) == nullptr) {
+        return false;
+    }
+    copy.release();
+    return true;
 #endif
 }
 
@@ -326,6 +329,10 @@ void AppendFile::attachStream()
 {
     if (openBuffer(*handedOut->rdbuf(), descriptor)) {
         handedOut->clear();
+#if !__has_include(<ext/stdio_filebuf.h>)
+        // Its std::FILE has a buffer.
+        handedOut->setf(std::ios_base::unitbuf);
+#endif
         return;
     }
     try {

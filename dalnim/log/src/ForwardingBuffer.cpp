@@ -12,7 +12,9 @@ ForwardingBuffer::int_type ForwardingBuffer::overflow(int_type c)
         return traits_type::not_eof(c);
     }
     try {
-        return target.sputc(traits_type::to_char_type(c));
+        const int_type inserted = target.sputc(traits_type::to_char_type(c));
+        truncated = truncated || traits_type::eq_int_type(inserted, traits_type::eof());
+        return inserted;
     } catch (const std::bad_alloc&) {
         truncated = true;
         throw;
@@ -22,7 +24,9 @@ ForwardingBuffer::int_type ForwardingBuffer::overflow(int_type c)
 std::streamsize ForwardingBuffer::xsputn(const char* text, std::streamsize length)
 {
     try {
-        return target.sputn(text, length);
+        const std::streamsize inserted = target.sputn(text, length);
+        truncated = truncated || inserted != length;
+        return inserted;
     } catch (const std::bad_alloc&) {
         truncated = true;
         throw;

@@ -8,8 +8,9 @@
 namespace com::kor::dal::nim::log {
 
 /**
- * A stream buffer that forwards all operations to another one, and records whether memory ran out during an
- * insertion: the stream catches that exception, and sets the same bit as for other failures.
+ * A stream buffer that forwards all operations to a std::stringbuf, and records whether memory ran out during
+ * an insertion: the stream catches that exception, and sets the same bit as for other failures. The
+ * std::stringbuf of libc++ catches it itself, and accepts fewer characters.
  */
 class ForwardingBuffer : public std::streambuf
 {

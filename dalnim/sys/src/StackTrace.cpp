@@ -6,7 +6,7 @@
 #include <dalnim/sys/internal/ThreadState.hpp>
 
 #include <ostream>
-#include <sstream>
+#include <utility>
 
 namespace com::kor::dal::nim::sys {
 
@@ -29,7 +29,9 @@ StackTrace::StackTrace(const StackTrace& ref) : data(ref.data) {}
 StackTrace& StackTrace::operator=(const StackTrace& ref) // NOLINT(cert-oop54-cpp): safe for self-assignment
 {
     // Compatibility: the cached string is deliberately kept.
-    data = ref.data;
+    // The assignment of a vector that throws may leave a part of the labels.
+    StringVector copy(ref.data);
+    data.swap(copy);
     return *this;
 }
 
@@ -65,11 +67,13 @@ std::ostream& StackTrace::displayFormatted(std::ostream& os, const String& inden
 const String& StackTrace::toString() const
 {
     if (str_cache.empty() && !data.empty()) {
-        std::ostringstream text;
-        // A truncated string must not be cached.
-        text.exceptions(std::ios_base::badbit);
-        displayFormatted(text, String(), false);
-        str_cache = text.str();
+        // Not by displayFormatted(): a stream may hide that memory runs out, and the string would be
+        // truncated.
+        String text;
+        for (const String& label : data) {
+            text.append(label).push_back('\n');
+        }
+        str_cache = std::move(text);
     }
     return str_cache;
 }
