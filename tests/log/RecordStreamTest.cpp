@@ -19,6 +19,8 @@
 #include <string>
 #include <utility>
 
+#include <support/StandardLibrary.hpp>
+
 namespace {
 
 using namespace logtest;
@@ -147,6 +149,9 @@ TEST_F(RecordStreamTest, TextsOfAllLengthsAreWhole)
 
 TEST_F(RecordStreamTest, PositionIsThatOfAStringStream)
 {
+    if (support::USES_LIBCXX) {
+        GTEST_SKIP() << "the std::stringbuf of libc++ without input crashes in sgetc()";
+    }
     for (const std::ios_base::seekdir from : {std::ios_base::beg, std::ios_base::cur, std::ios_base::end}) {
         for (const int offset : {-7, -6, -3, -1, 0, 1, 3, 6, 7}) {
             SCOPED_TRACE(offset);
@@ -175,6 +180,9 @@ TEST_F(RecordStreamTest, PositionIsThatOfAStringStream)
 
 TEST_F(RecordStreamTest, FailuresAreThoseOfAStringStream)
 {
+    if (support::USES_LIBCXX) {
+        GTEST_SKIP() << "libc++ does not accept a null string";
+    }
     const char* const nothing = nullptr;
     expectAsInAStringStream([&](std::ostream& os) { os << "seen" << nothing << "unseen"; });
     expectAsInAStringStream([](std::ostream& os) {
@@ -441,6 +449,9 @@ TEST_F(RecordStreamTest, SourceFileIsTheNameAfterTheLastSlash)
 /** Only a failure for lack of memory rejects a record, also if the text just fills the memory that it has. */
 TEST_F(RecordStreamTest, FailureOfAnotherKindIsNoLackOfMemoryAtAnyLength)
 {
+    if (support::USES_LIBCXX) {
+        GTEST_SKIP() << "libc++ does not accept a null string";
+    }
     const char* const nothing = nullptr;
     for (unsigned int size = 0; size < 4200; ++size) {
         const String text(size, 't');

@@ -15,6 +15,8 @@
 #include <string>
 #include <thread>
 
+#include <support/StandardLibrary.hpp>
+
 using namespace com::kor::dal::nim;
 
 namespace {
@@ -171,6 +173,9 @@ TEST_F(StatementStreamTest, CallbacksAreCalledAtTheEndOfTheStatement)
 
 TEST_F(StatementStreamTest, IwordAndPwordAreResetAfterTheStatement)
 {
+    if (support::USES_LIBCXX) {
+        GTEST_SKIP() << "copyfmt() of libc++ keeps the words of iword() and pword()";
+    }
     static const int index = std::ios_base::xalloc();
     static const int far = [] {
         int last = index;

@@ -5,6 +5,7 @@
 
 #include <tests/support/Files.hpp>
 #include <tests/support/LongRun.hpp>
+#include <support/StandardLibrary.hpp>
 
 #include <gtest/gtest.h>
 
@@ -291,6 +292,9 @@ TYPED_TEST_SUITE(NumberOpsReference, AnyNumber, );
 
 TYPED_TEST(NumberOpsReference, AgreesOnRandomNumbers)
 {
+    if (support::USES_LIBCXX && std::is_same_v<TypeParam, float>) {
+        GTEST_SKIP() << "the reference is a stream, and those of libc++ accept other numbers";
+    }
     Random random = newRandom();
     const int count = countOfTexts();
     for (int i = 0; i < count; ++i) {
@@ -302,6 +306,9 @@ TYPED_TEST(NumberOpsReference, AgreesOnRandomNumbers)
 
 TYPED_TEST(NumberOpsReference, AgreesOnTextsOfFewCharacters)
 {
+    if (support::USES_LIBCXX && std::is_same_v<TypeParam, float>) {
+        GTEST_SKIP() << "the reference is a stream, and those of libc++ accept other numbers";
+    }
     // All texts of up to four of these.
     const String bytes = String("019-+.exXain ", 13) + '\0';
     for (std::size_t length = 0; length <= 4; ++length) {
@@ -361,6 +368,9 @@ TYPED_TEST(NumberOpsReal, UnderflowSetsErrno)
 
 TYPED_TEST(NumberOpsReal, AgreesAtTheLimits)
 {
+    if (support::USES_LIBCXX && std::is_same_v<TypeParam, float>) {
+        GTEST_SKIP() << "the reference is a stream, and those of libc++ accept other numbers";
+    }
     typedef std::numeric_limits<TypeParam> Limits;
     const double low = static_cast<double>(Limits::min());
     const double step = static_cast<double>(Limits::epsilon());

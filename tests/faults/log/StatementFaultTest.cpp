@@ -19,6 +19,8 @@
 #include <memory>
 #include <sstream>
 
+#include <support/StandardLibrary.hpp>
+
 namespace {
 
 using namespace logfiletest;
@@ -218,6 +220,9 @@ TEST_F(StatementFault, RecordOnStandardErrorIsWrittenCompletelyWithOrWithoutPrio
 /** If the statement itself sets its stream's error state, the record is written with its text. */
 TEST_F(StatementFault, OtherStreamFailuresAreIgnored)
 {
+    if (support::USES_LIBCXX) {
+        GTEST_SKIP() << "libc++ does not accept a null string";
+    }
     const char* const nothing = nullptr;
     for (const unsigned int size : {0U, 1U, 15U, 16U, 511U, 513U, 1023U, 1025U, 5000U}) {
         const String text(size, 't');

@@ -17,6 +17,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include <support/StandardLibrary.hpp>
+
 namespace {
 
 using namespace faults;
@@ -53,7 +55,8 @@ TEST(ErrorsFault, FailedTrackLeavesTheStackUnchanged)
                   [](StringVector& found) {
                       const StackTrack outer(OUTER, 1);
                       const StackTrack inner(INNER, 2);
-                      found = StackTrace().trace();
+                      // A copy first: the assignment of a vector may leave a part.
+                      found = StringVector(StackTrace().trace());
                   },
                   [](StringVector& found, bool done) { EXPECT_EQ(done ? labels() : StringVector(), found); }),
               6u);
@@ -187,7 +190,8 @@ TEST(ErrorsFault, MessagesAreCompleteOrThrow)
     EXPECT_GE(walkAllocations([] { return String(); },
                               [](String& text) { sys_err_string(1000000).swap(text); },
                               [&](String& text, bool done) { EXPECT_EQ(done ? unknown : String(), text); }),
-              1u);
+              // A string of libc++ contains 22 characters without memory of its own.
+              support::USES_LIBCXX ? 0u : 1u);
     EXPECT_GE(walkAllocations([] { return String(); },
                               [](String& text) { sys_err_string(EAGAIN).swap(text); },
                               [](String& text, bool done) {
@@ -220,6 +224,9 @@ TEST(ErrorsFault, NameThatCannotBeDemangledIsUnchanged)
 
 TEST(ErrorsFault, NullReferenceIsReportedWithTheCompleteTrace)
 {
+    if (support::USES_LIBCXX) {
+        GTEST_SKIP() << "the streams of libc++ replace std::bad_alloc by a failure of their own";
+    }
     const StackTrack outer(OUTER, 1);
     const StackTrack inner(INNER, 2);
     const String text = "message\n  [1]\t" + labels()[0] + "\n  [0]\t" + labels()[1] + "\n";
