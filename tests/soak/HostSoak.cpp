@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -179,6 +180,8 @@ public:
                     line.clear();
                 }
                 results.clear();
+                // Otherwise libc++ does not read what the host has written since.
+                results.seekg(results.tellg());
                 return lines == elements;
             },
             "the results do not come: " + text);
@@ -378,7 +381,10 @@ void soak(Run& run, std::size_t seconds)
                 ++requests;
                 continue;
             }
-            std::this_thread::sleep_until(start + i * std::chrono::milliseconds(1000) / DOCUMENTS_PER_SECOND);
+            // Signed: the time may have passed.
+            std::this_thread::sleep_until(
+                start
+                + std::chrono::milliseconds(static_cast<std::int64_t>(i * 1000 / DOCUMENTS_PER_SECOND)));
             const int variant = static_cast<int>(i % 2);
             run.replacePlugin("variant", run.variantFiles[static_cast<std::size_t>(variant)]);
             const Document document(run.pipe(), variant);
