@@ -88,7 +88,7 @@ public:
      * blocks of each size for each thread. All of its memory comes from the global `operator new`. Nothing is
      * cached under the address sanitizer.
      */
-    static void* operator new(std::size_t size);
+    static void* operator new(std::size_t size); // NOLINT(cert-dcl54-cpp): the sized delete matches
     static void* operator new(std::size_t size, const std::nothrow_t&) noexcept;
     static void operator delete(void* block, std::size_t size) noexcept;
     static void operator delete(void* block, const std::nothrow_t&) noexcept;

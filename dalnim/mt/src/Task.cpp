@@ -80,7 +80,7 @@ Task::~Task() noexcept(false)
     releaseTaskName(_name);
 }
 
-void* Task::operator new(std::size_t size)
+void* Task::operator new(std::size_t size) // NOLINT(cert-dcl54-cpp): the sized delete matches
 {
     return BlockAllocator::allocate(size);
 }

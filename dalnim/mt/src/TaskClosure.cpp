@@ -70,7 +70,7 @@ TaskClosure::~TaskClosure() noexcept(false)
     }
 }
 
-void* TaskClosure::operator new(std::size_t size)
+void* TaskClosure::operator new(std::size_t size) // NOLINT(cert-dcl54-cpp): the sized delete matches
 {
     return BlockAllocator::allocate(size);
 }

@@ -33,7 +33,7 @@ public:
     TaskClosure& operator=(TaskClosure&) = delete;
 
     // One closure is allocated by each add(), and deallocated by another thread: see BlockAllocator.
-    static void* operator new(std::size_t size);
+    static void* operator new(std::size_t size); // NOLINT(cert-dcl54-cpp): the sized delete matches
     static void operator delete(void* block, std::size_t size) noexcept;
 
     /**

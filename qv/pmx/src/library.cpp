@@ -1,5 +1,6 @@
 #include <qv/pmx/library.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -63,7 +64,7 @@ qv_err_t rejectCopy(const char* path, char** error_text)
         *error_text = nullptr;
         const std::size_t length = std::strlen(path);
         if (char* const text = static_cast<char*>(std::malloc(length + sizeof REASON))) {
-            std::memcpy(text, path, length);
+            std::copy_n(path, length, text);
             std::memcpy(text + length, REASON, sizeof REASON);
             *error_text = text;
         }
