@@ -217,8 +217,8 @@ TEST_P(NimlogLogrotateTest, ItsFilesAreReadInOrder)
 {
     write("rotate.conf",
           directory.file("app.log") + " {\n su root root\n rotate 9\n " + GetParam() + "\n}\n");
-    // A second in the name of a file can be used only one time, and the clock that names it lags behind the
-    // other clocks by up to a tick: a rotation that is refused for its name is repeated.
+    // A second in the name of a file can be used only one time, and the clock that names it may be a tick
+    // slower than that of date: a rotation that is refused for its name is repeated.
     const Result rotation = shell(
         "chmod 755 .; chmod 644 rotate.conf; for number in 1 2 3 4; do echo \"INFO : $number\" >>app.log; "
         "until PATH=$PATH:/usr/sbin:/sbin logrotate -f -s status rotate.conf 2>errors; do "

@@ -116,8 +116,8 @@ private:
     std::unique_ptr<std::ofstream> handedOut;
 };
 
-// Inline, like all between a statement and its write: the kernel clears the prediction of returns, so that
-// each return to a frame that the system call was made through costs as much as ten to twenty instructions.
+// Inline, like all between a statement and its write: in profiles of records, each return to a frame below
+// which the system call was made took some 13 ns, as if the processor did not predict it.
 
 [[gnu::always_inline]] inline bool AppendFile::append(std::string_view line) noexcept
 {
