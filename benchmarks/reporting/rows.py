@@ -387,36 +387,36 @@ def xml_plots():
 # benchmarks/profile. Times in these texts are processor time on an AMD EPYC with 2 cores, medians of 5 to 7
 # interleaved repetitions of the row's program, unless another machine is named.
 SHARED_RECORDS = (
-    "Records of several threads: the line is formatted before the lock of the logger is acquired, and the processor "
-    "time of a record is the same with 1 and with 8 threads (1.30 µs). The rest is waiting: when two threads "
-    "alternate, the one that finds the lock held blocks and must be woken. That took 0.5 µs a record on an idle AMD "
-    "EPYC (1.83 µs with 2 threads, 1.33 with one), and less with more threads (1.48 with 4, 1.17 with 8). Spinning "
-    "on the lock for the duration of a write before blocking was tried: it made no clear difference with two "
-    "threads, and made four threads on two cores a quarter slower. `write` alone is not slower with two threads "
-    "there; on an Intel Xeon it took 1.6 times as long, since the kernel lets one thread at a time append to a file.")
+    "Records of several threads: the line is formatted before the lock of the logger is acquired. The rest is waiting: "
+    "when two threads alternate, the one that finds the lock held blocks and must be woken. That took 0.56 µs a record "
+    "on an idle AMD EPYC (1.76 µs with 2 threads, 1.20 with one), and less with more threads (1.34 with 4, 1.17 with "
+    "8). Spinning on the lock for the duration of a write before blocking was tried: it made no clear difference with "
+    "two threads, and made four threads on two cores a quarter slower. Threads that append with `write` alone wait in "
+    "the kernel, which lets one at a time append to a file: a record of two threads takes 1.86 µs of processor time, "
+    "one of one thread 0.94.")
 
 LOG_REASONS = (
     ("record of 160 bytes to a file, 1 thread",
-     "Records of one thread: 1.30 µs of processor time, of which `write` alone takes 0.94 µs (1.38), and the record "
-     "without its output 0.21 µs (`recordWithoutOutput`); the remaining 0.15 µs are spent between the formatted line "
-     "and the file. A record executes 2,050 instructions (`./benchmarks/profile --inclusive record-to-file`). 42 % "
-     "turn it into a line, in the memory of its own text: the date (14 %), the names and numbers of the other "
-     "fields, and the prefix written in front of the text (14 %). 19 % acquire the thread's stream, and reset it "
-     "when the statement ends. 10 % are two error-checking mutexes, of the logger and of its file. 5 % insert the "
-     "text. No field is cached between records, each line has its own system call, and the stream is one that user "
-     "code may change in any way."),
+     "Records of one thread: 1.20 µs of processor time, of which `write` alone takes 0.94 µs (1.29), and the record "
+     "without its output 0.19 µs (`recordWithoutOutput`). A record executes 1,905 instructions (`./benchmarks/profile "
+     "--inclusive record-to-file`). 45 % turn it into a line, in the memory of its own text: the date (15 %), the names "
+     "and numbers of the other fields, and the prefix written in front of the text (16 %). 19 % acquire the thread's "
+     "stream, and reset it when the statement ends. 11 % are two error-checking mutexes, of the logger and of its file. "
+     "6 % insert the text. No field is cached between records, each line has its own system call, and the stream is "
+     "one that user code may change in any way."),
     ("record of 160 bytes to a file, 2 threads", SHARED_RECORDS),
     ("record of 160 bytes to a file, 4 threads", SHARED_RECORDS),
     ("record of 160 bytes to a file, 8 threads", SHARED_RECORDS),
     ("record of 20 bytes, short prefix",
-     "Records of 20 bytes: 1.10 µs of processor time, spdlog 1.08, `write` alone 0.82. With the full prefix a record "
-     "takes 1.30 µs and spdlog's 1.60, but a prefix of the severity alone has no date and no numbers to format. What "
-     "remains is what every statement costs: its stream is acquired and reset, and two mutexes are locked (29 % of "
+     "Records of 20 bytes: 1.00 µs of processor time, spdlog 1.06, `write` alone 0.82. With the full prefix a record "
+     "takes 1.20 µs and spdlog's 1.59, but a prefix of the severity alone has no date and no numbers to format. What "
+     "remains is what every statement costs: its stream is acquired and reset, and two mutexes are locked (30 % of "
      "the profile of 160 bytes)."),
     ("time of a statement",
-     "The slowest statements wait for the system call: with 8 threads on 2 busy cores the 99th percentile was 4.4 "
-     "µs, that of `write` alone 4.0 µs, while the medians were 1.2 µs and 0.9 µs. At 99.9 % it was 40 µs against 7.6 "
-     "µs: `write` has no lock whose holder can be interrupted by the scheduler."),
+     "The slowest statements wait for the lock of the logger: with 2 threads on 2 cores the 99th percentile was 70 µs, "
+     "that of `write` alone 5 µs, while the medians were 1.1 µs and 1.4 µs. With 8 threads the 99th percentile was 6.7 "
+     "µs against 5.3 µs, and at 99.9 % it was 880 µs against 29 µs: `write` has no lock whose holder can be "
+     "interrupted by the scheduler."),
 )
 
 MEM_REASONS = (
@@ -424,42 +424,48 @@ MEM_REASONS = (
      "Thread-safe references: 43 instructions (`./benchmarks/profile reference-copied-and-dropped`). acquireRef() and "
      "releaseRef() are virtual, since subclasses may override them, and each object stores how it is counted: what is "
      "inline still compares the entries of the virtual table, and loads the mode and the bias, between two atomic "
-     "operations. 4.3 ns of processor time, POCO and Boost 3.5, the bare atomic operations 4.2."),
+     "operations. 4.2 ns of processor time, POCO and Boost 3.5, the bare atomic operations 4.1."),
     ("copy and release, one thread",
      "References of one thread: what is saved are the atomic operations, which are fast on an AMD EPYC: 1.6 ns of "
-     "processor time, thread-safe 4.3 ns. An object that is not counted at all takes 1.4 ns."),
+     "processor time, thread-safe 4.2 ns. An object that is not counted at all takes 1.4 ns."),
     ("create and release",
-     "An object created and released executes 205 instructions (`./benchmarks/profile object-made-and-dropped`). 70 "
+     "An object created and released executes 224 instructions (`./benchmarks/profile object-made-and-dropped`). 66 "
      "% are malloc() and free(), as for the peers. The rest constructs and destroys an object with a virtual base "
      "(type::Object), and calls the destructor through its virtual table; its first reference is added atomically, "
-     "its last one removed without that. 14.7 ns of processor time, POCO 16.8, shared_ptr 12.5, Boost 11.0."),
+     "its last one removed without that. 19.6 ns of processor time, POCO 17.0, shared_ptr 12.3, Boost 10.9; the same "
+     "instructions took 14.7 ns in an earlier measurement, POCO 16.8."),
 )
 
 MT_REASONS = (
     ("queue, 1 to 1",
-     "An element that is inserted and taken executes 480 instructions (`./benchmarks/profile queue-put-and-get`). 35 "
+     "An element that is inserted and taken executes 475 instructions (`./benchmarks/profile queue-put-and-get`). 35 "
      "% are the error-checking mutex in the C library, 12 % its wrapper with a virtual interface, 31 % insert() and "
-     "next(), 9 % their stack tracks. The handwritten deque has a plain mutex, and neither tracks nor time limits. "
-     "One pair of threads on an idle AMD EPYC passed 8.75 M/s, the deque 9.98 M/s; four pairs 7.43 and 2.92 M/s."),
+     "next(), 8 % their stack tracks. The handwritten deque has a plain mutex, and neither tracks nor time limits. "
+     "One pair of threads on an idle AMD EPYC passed 8.9 M/s, the deque 12.8 M/s; in another run of the same programs "
+     "8.6 and 6.5 M/s: how often one thread blocks on the other differs more than the queues do. Four pairs passed 7.5 "
+     "and 3.4 M/s."),
     ("pool, preallocated tasks",
      "A preallocated task executes 690 instructions on the submitting thread and 560 on the worker "
      "(`./benchmarks/profile --inclusive pool-task`, without the construction of the task): its closure is allocated "
      "from a cache, the context of the submitter is shared with it and becomes that of the worker, and its state is "
      "set for threads that wait. Functions without state, as given to the peers, need none of this."),
     ("pool, a new task each time",
-     "A new task each time: 2,150 instructions if no memory is used twice, because all tasks are pending before the "
-     "first one runs (`./benchmarks/profile --inclusive pool-task-managed`). 32 % of them are malloc() for the task, "
-     "its name and its closure. With at most 5,000 pending tasks their memory comes from a cache instead, and a task "
-     "takes 0.7 of the processor time. The pool's own share is that of the preallocated tasks. If the workers are "
-     "faster than the submitter, they park, and each wake-up is a system call of the submitter: in 100,000 tasks that "
-     "were added in one go, 23 % of the processor time were context switches and wake-ups, 9 % the polls of the "
-     "worker that is the last to park. The functions given to Asio here have no state."),
+     "A new task each time: 2,180 instructions if no memory is used twice, because all tasks are pending before the "
+     "first one runs (`./benchmarks/profile --inclusive pool-task-managed`). 28 % of them allocate the task, its name "
+     "and its closure. With at most 5,000 pending tasks their memory comes from a cache instead, and a task takes 0.7 "
+     "of the processor time. The pool's own share is that of the preallocated tasks. If the workers are faster than "
+     "the submitter, they park, and each wake-up is a system call of the submitter: in 100,000 tasks that were added "
+     "in one go, 23 % of the processor time were context switches and wake-ups, 9 % the polls of the worker that is "
+     "the last to park; polling 3 to 16 times as long made no difference. Beside all other pools in one process a task "
+     "took 1.17 and 1.23 times as long as that of oneTBB in two runs; beside oneTBB alone "
+     "(`--benchmark_filter='dalnimPool|tbbPool'`), 0.93 to 1.00 times in three. The functions given to the peers "
+     "have no state."),
     ("CriticalSection",
      "A critical section executes 101 instructions (`./benchmarks/profile critical-section-acquired-and-released`), "
      "87 of them in pthread_mutex_lock() and pthread_mutex_unlock(). The mutex is an error-checking one, which "
      "compares the caller with its owner in both calls, so that misuse fails with 35 (`EDEADLK`) and 1 (`EPERM`); "
-     "std::mutex is a plain one, called without a function in between. 10.4 ns with one thread on an idle AMD EPYC, "
-     "std::mutex 6.0; 31.4 and 15.7 ns with 4 threads. The C library's two kinds alone take 7.5 and 5.8 ns. Calling "
+     "std::mutex is a plain one, called without a function in between. 10.2 ns with one thread on an idle AMD EPYC, "
+     "std::mutex 5.8; 28.0 and 16.2 ns with 4 threads. The C library's two kinds alone take 7.5 and 5.8 ns. Calling "
      "pthread_mutex_trylock() first, which does not compare, saved 0.5 ns, and would hide the order of locks from "
      "the thread sanitizer."),
     ("ReaderWriterLock for reading",
@@ -480,22 +486,22 @@ SYS_REASONS = (
 
 TYPE_REASONS = (
     ("copy of a context with 0 entries",
-     "An empty context is copied and destroyed in 453 instructions (`./benchmarks/profile context-copied`). 31 % are "
+     "An empty context is copied and destroyed in 462 instructions (`./benchmarks/profile context-copied`). 32 % are "
      "malloc() and free(), as for the map. The rest constructs and destroys an object of five classes with virtual "
      "bases and a reference count (CurrentContext, ContainerContext, Context, RefCntObject, Object), where the map "
-     "has one class and no entry. 31.4 ns of processor time, the map 12.7; with 4 entries 111 and 135 ns."),
+     "has one class and no entry. 32.7 ns of processor time, the map 13.1; with 4 entries 112 and 141 ns."),
 )
 
 IO_REASONS = (
     ("lookup among",
-     "A lookup among 1,000 properties executes 507 instructions (`./benchmarks/profile property-looked-up`): 88 % "
+     "A lookup among 1,000 properties executes 500 instructions (`./benchmarks/profile property-looked-up`): 89 % "
      "are the std::map and the comparison of its keys, which log4cplus uses, too; 4 % the stack track, about the "
-     "difference. 53.0 ns on an idle AMD EPYC, log4cplus 51.7; among 100,000 properties 867 and 841 ns."),
+     "difference. 52.5 ns on an idle AMD EPYC, log4cplus 51.0; among 100,000 properties 910 and 915 ns."),
     ("properties load",
      "A line that is loaded, and destroyed with its table, executes 2,850 instructions (`./benchmarks/profile "
      "properties-loaded`, by 100 lines): 38 % allocate and free the two strings and the node of each property, 10 % "
-     "insert it, 8 % compare keys. 1,000 lines took 193 µs of processor time, log4cplus 195; 100,000 lines 42 ms and "
-     "112 ms."),
+     "insert it, 8 % compare keys. 1,000 lines took 167 µs of processor time, log4cplus 162; 100,000 lines 41 ms and "
+     "90 ms."),
 )
 
 XML_REASONS = (
@@ -514,16 +520,17 @@ XML_REASONS = (
      "runParse(), 16 % maintain the path of the open elements, which each callback receives, 14 % look up the "
      "classes of the characters of names, 13 % prepare and make the calls, 10 % scan for markup 16 bytes at a time, "
      "and 8 % are memcpy(), of the document and the path. Wider scans could therefore save a few percent. pugixml "
-     "maintains no paths, and modifies the document. On an idle AMD EPYC the parser took 0.87 times as long as "
+     "maintains no paths, and modifies the document. On an idle AMD EPYC the parser took 0.89 times as long as "
      "pugixml in place."),
     ("mixed, 100 MB",
-     "Mixed at 100 MB: 4.3 times as fast as expat instead of 5, since the document is copied as it is for text."),
+     "Mixed at 100 MB: 4.8 times as fast as expat instead of 5, since the document is copied as it is for text."),
     ("xml::Parser with a Consumer",
      "With a consumer the parser executes 1.65 times the instructions of the push parser (as above, "
      "`--toggle-collect='*Parser::parse*'` and `parseOne<ObjectParser>`). Of the difference, 37 % prepare the call "
      "for a start tag, with its attributes, 20 % those for text and end tags, and 37 % assign and append the strings "
-     "that the consumer receives, since its interface takes std::string. 10 MB took 11.7 ms of processor time, the "
-     "push parser 7.1, pugixml 27.8."),
+     "that the consumer receives, since its interface takes std::string. 10 MB took 11.0 ms of processor time, the "
+     "push parser 6.2, pugixml 7.1 if the process has the memory for its tree from an earlier document, and 23 to 28 "
+     "if it must ask the kernel for it, as in a process that parses only this one."),
 )
 
 EVIDENCE_ROWS = tuple(
