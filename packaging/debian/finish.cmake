@@ -40,7 +40,10 @@ ${package}: initial-upload-closes-no-bugs
     file(CHMOD ${files} PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 endforeach()
 
-foreach(component runtime tools)
+# Those with binaries.
+set(components ${CPACK_COMPONENTS_ALL})
+list(FILTER components INCLUDE REGEX "^(runtime|tools|journal)$")
+foreach(component IN LISTS components)
     string(TOUPPER ${component} name)
     execute_process(
         COMMAND ${CPACK_DALNIM_SOURCE}/packaging/debian/build-dbgsym ${CPACK_TEMPORARY_DIRECTORY}/${component}
