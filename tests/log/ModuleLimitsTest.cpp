@@ -248,6 +248,23 @@ TEST_F(ModuleLimitsTest, ReportThatFailsIsWrittenWithALaterRecord)
     EXPECT_EQ(endOf("shop", "3 records were") + records("other", 1), write(other, 1));
 }
 
+TEST_F(ModuleLimitsTest, FloodsThatEndInARecordThatFailsAreAllReportedLater)
+{
+    const logfiletest::Folder folder;
+    Module third("third", logger.write);
+    logger.write.setModuleLimits({limitOf("shop", 1, 1), limitOf("other", 1, 1)});
+    write(shop, 3);
+    write(other, 4);
+    passQuietTime();
+    logger.write.setPath(folder / "no/such/a.log");
+    EXPECT_ANY_THROW(NIM_LOG_TO(third, Severity_WARNING) << "lost");
+    logger.write.setStream(asIos(logger.sink));
+    const String ends[] = {endOf("shop", "2 records were"), endOf("other", "3 records were")};
+    // In the order of a hash table.
+    EXPECT_THAT(write(third, 1), testing::AnyOf(ends[0] + ends[1] + records("third", 1),
+                                                ends[1] + ends[0] + records("third", 1)));
+}
+
 /** A subclass, whose lines are formatted under the lock. */
 class Subclass : public log::Write
 {};

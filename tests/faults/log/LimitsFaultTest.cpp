@@ -29,7 +29,7 @@ const String END = " : The module \"faults\" is within its limit again: 2 record
 /** A logger that writes to a file, without a prefix. */
 struct Logger
 {
-    explicit Logger(const String& path) : module("faults", write)
+    explicit Logger(const String& path, const String& name = "faults") : module(name, write)
     {
         write.setOutputMask(0);
         write.setPath(path);
@@ -101,6 +101,28 @@ TEST_F(LimitsFault, BeginningOfAFloodIsReportedOnce)
             EXPECT_EQ(" : first\n" + (done ? BEGIN : String()), contentOf(path));
         });
     EXPECT_GE(allocations, 1u);
+}
+
+TEST_F(LimitsFault, ReportThatNeedsMemoryIsWrittenCompletelyOrWithALaterRecord)
+{
+    // The text does not fit into the memory that a statement has.
+    const String name(5000, 'm');
+    const String begin =
+        " : The module \"" + name + "\" exceeds 1 record per second: further ones are held back\n";
+    faults::walkAllocations(
+        [&] {
+            std::filesystem::remove(path);
+            auto logger = std::make_unique<Logger>(path, name);
+            logger->write.setModuleLimits({{"m*", 1, 1, Severity_ERROR}});
+            NIM_LOG_TO(logger->module, Severity_WARNING) << "first";
+            return logger;
+        },
+        [](LoggerRef& logger) { NIM_LOG_TO(logger->module, Severity_WARNING) << "held back"; },
+        [&](LoggerRef& logger, bool done) {
+            EXPECT_EQ(" : first\n" + (done ? begin : String()), contentOf(path));
+            NIM_LOG_TO(logger->module, Severity_WARNING) << "held back";
+            EXPECT_EQ(" : first\n" + begin, contentOf(path));
+        });
 }
 
 TEST_F(LimitsFault, RecordOfANewModulePassesOrFails)
