@@ -201,6 +201,8 @@ TEST(FieldReader, RemovesQuotesAndEscapes)
 {
     EXPECT_EQ("a:\"\\\n\t\r|", fieldsOf("a=\"\\\"\\\\\\n\\t\\r\""));
     EXPECT_EQ(String("a:\0\x1b\x7f\xff|", 7), fieldsOf("a=\"\\x00\\x1b\\x7F\\xff\""));
+    EXPECT_EQ("a:\x09\x90\xa0\x0f\xaf\xfa|", fieldsOf("a=\"\\x09\\x90\\xa0\\x0f\\xAF\\xFA\""));
+    EXPECT_EQ("", fieldsOf("a=\"\\x0:\" b=\"\\x/0\" c=\"\\x`0\" d=\"\\x0g\" e=\"\\x@0\" f=\"\\x0G\""));
     EXPECT_EQ("a:|b:x=y z|", fieldsOf("a=\"\" b=\"x=y z\""));
     EXPECT_EQ("path:C:\\new|", fieldsOf("path=C:\\new")) << "no escapes without quotes";
 }

@@ -39,6 +39,15 @@ public:
     char data[mt::BlockAllocator::LARGEST_BLOCK] = {};
 };
 
+/** So large that a magazine of its size class would be outside of all memory. */
+class HugeTask : public OwnTask
+{
+public:
+    HugeTask() {} // NOLINT(modernize-use-equals-default): leaves the data uninitialised
+
+    char data[std::size_t{256} << 20];
+};
+
 /** Occupies its worker until it is released. */
 class Gate : public OwnTask
 {
@@ -141,13 +150,30 @@ TEST(TaskMemory, ThreadThatExitsLeavesNoBlocks)
         GTEST_SKIP() << "a sanitizer or valgrind allocates memory itself";
     }
     // Less than a magazine each: nothing reaches the depot.
-    constexpr std::size_t TASKS = 30;
+    constexpr std::size_t TASKS = 60;
+    // More tasks than the depot may contain from other tests, which would hide a leak.
+    constexpr std::size_t THREADS = 3 * mt::BlockAllocator::DEPOT_LIMIT / (TASKS * sizeof(OwnTask));
     destroyOnAnotherThread(createTasks(TASKS));
     const std::size_t before = allocatedBytes();
-    for (int i = 0; i < 300; ++i) {
+    for (std::size_t i = 0; i < THREADS; ++i) {
         destroyOnAnotherThread(createTasks(TASKS));
     }
     EXPECT_LE(allocatedBytes(), before + (std::size_t{64} << 10));
+}
+
+TEST(TaskMemory, LargeTasksAreNotCached)
+{
+    const std::size_t before = allocatedBytes();
+    const NewCalls calls;
+    for (int i = 0; i < 3; ++i) {
+        std::make_unique<LargeTask>()->data[0] = 'x';
+        std::unique_ptr<HugeTask>(new HugeTask)->data[0] = 'x';
+    }
+    EXPECT_GE(calls.count(), 6U);
+    if (support::measuresMemory()) {
+        // The blocks of the names may be cached.
+        EXPECT_LE(allocatedBytes(), before + 4096);
+    }
 }
 
 TEST(TaskMemory, NothrowNewReturnsNullIfMemoryRunsOut)
