@@ -6,7 +6,6 @@
 
 #include <dalnim/nim.hpp>
 
-#include <iostream>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
@@ -167,7 +166,7 @@ void DocumentReader::reject(const std::string& path, const std::exception& exc)
     const Results::Position position =
         environment.results.reserve("<document name=\"" + escaped(path) + "\"");
     environment.results.fill(position, " status=\"refused\">" + escaped(exc.what()) + "</document>");
-    std::cerr << "nimhost: " << path << ": " << exc.what() << std::endl;
+    writeError({path, ": ", exc.what()});
     NIM_LOG_TRAPPED(Severity_ERROR, exc, path + " was rejected");
 }
 

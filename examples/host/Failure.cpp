@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cxxabi.h>
 #include <exception>
+#include <iostream>
+#include <new>
 #include <typeinfo>
 
 namespace nimhost {
@@ -48,6 +50,25 @@ std::string currentFailure()
         return oneLine(exc.asString(0).data());
     } catch (...) {
         return "an exception of " + currentType();
+    }
+}
+
+void writeError(std::initializer_list<std::string_view> parts) noexcept
+{
+    constexpr std::string_view NAME = "nimhost: ";
+    try {
+        std::string line(NAME);
+        for (const std::string_view part : parts) {
+            line += part;
+        }
+        line += '\n';
+        std::cerr << line << std::flush;
+    } catch (const std::bad_alloc&) {
+        std::cerr << NAME;
+        for (const std::string_view part : parts) {
+            std::cerr << part;
+        }
+        std::cerr << std::endl;
     }
 }
 

@@ -2,8 +2,10 @@
 #define NIMHOST_FAILURE_HPP
 
 #include <exception>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace nimhost {
 
@@ -18,6 +20,12 @@ void continueThreadEnd();
  * none. Calls continueThreadEnd(). Must be called from a handler.
  */
 std::string currentFailure();
+
+/**
+ * Writes a line to standard error: "nimhost: " and the parts of a text. The line is written in one piece,
+ * since the log and other threads may write there at the same time; if memory runs out, piece by piece.
+ */
+void writeError(std::initializer_list<std::string_view> parts) noexcept;
 
 /**
  * Calls a function with the exception being handled. An exception that is not derived from `std::exception`

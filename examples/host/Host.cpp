@@ -39,7 +39,7 @@ void logSafely(Statements statements)
     try {
         statements();
     } catch (const std::exception& exc) {
-        std::cerr << "nimhost: cannot log: " << exc.what() << std::endl;
+        writeError({"cannot log: ", exc.what()});
     }
 }
 
@@ -262,7 +262,7 @@ void Host::startThread(nim::mt::Thread& thread)
 void Host::reportError(const std::string& text, int exitStatus)
 {
     status = std::max(status, exitStatus);
-    std::cerr << "nimhost: " << text << std::endl;
+    writeError({text});
     logSafely([&] { NIM_LOG(Severity_ERROR) << text; });
 }
 
@@ -377,7 +377,7 @@ std::size_t Host::applyConfiguration(const Configuration& fresh)
 void Host::keepConfiguration(const std::string& why)
 {
     status = 2;
-    std::cerr << "nimhost: " << why << std::endl;
+    writeError({why});
     logSafely([&] {
         logWatch.reopenIfRemoved();
         NIM_LOG_TRAPPED(Severity_ERROR, std::runtime_error(why), "nimhost keeps its configuration");

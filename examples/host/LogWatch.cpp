@@ -65,7 +65,7 @@ void LogWatch::reopenIfRemoved()
     } catch (...) {
         const std::string why = currentFailure();
         nim::log::GET_NIM_LOG_LOGGER_VAR().setStream(std::cerr);
-        std::cerr << "nimhost: logging to standard error: " << why << std::endl;
+        writeError({"logging to standard error: ", why});
     }
 }
 

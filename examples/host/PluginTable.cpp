@@ -4,7 +4,6 @@
 
 #include <dalnim/nim.hpp>
 
-#include <iostream>
 #include <stdexcept>
 #include <utility>
 
@@ -23,8 +22,7 @@ void logFailure(const std::exception& exc, const String& label)
     try {
         NIM_LOG_TRAPPED(Severity_WARNING, exc, label + " failed");
     } catch (const std::exception& failure) {
-        std::cerr << "nimhost: " << label << " failed: " << exc.what()
-                  << ", which cannot be logged: " << failure.what() << std::endl;
+        writeError({label, " failed: ", exc.what(), ", which cannot be logged: ", failure.what()});
     }
 }
 

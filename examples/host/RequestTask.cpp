@@ -8,7 +8,6 @@
 #include <dalnim/nim.hpp>
 
 #include <cerrno>
-#include <iostream>
 #include <memory>
 #include <stdexcept>
 
@@ -77,8 +76,7 @@ void RequestTask::fail(const std::exception& exc)
     try {
         NIM_LOG_TRAPPED(Severity_WARNING, exc, name() + " failed");
     } catch (const std::exception& failure) {
-        std::cerr << "nimhost: " << name() << " failed: " << exc.what()
-                  << ", which cannot be logged: " << failure.what() << std::endl;
+        writeError({name(), " failed: ", exc.what(), ", which cannot be logged: ", failure.what()});
     }
 }
 

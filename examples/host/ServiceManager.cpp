@@ -1,5 +1,7 @@
 #include "ServiceManager.hpp"
 
+#include "Failure.hpp"
+
 #include <dalnim/nim.hpp>
 
 #include <algorithm>
@@ -9,7 +11,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <iostream>
 #include <string_view>
 #include <system_error>
 #include <unistd.h>
@@ -170,8 +171,7 @@ void ServiceManager::report(const std::string& message)
     try {
         NIM_LOG(Severity_WARNING) << "cannot notify the service manager: " << reason;
     } catch (const std::exception& exc) {
-        std::cerr << "nimhost: cannot notify the service manager: " << reason
-                  << "; cannot log: " << exc.what() << std::endl;
+        writeError({"cannot notify the service manager: ", reason, "; cannot log: ", exc.what()});
     }
 }
 

@@ -4,8 +4,6 @@
 
 #include <dalnim/nim.hpp>
 
-#include <iostream>
-
 namespace nimhost {
 
 namespace nim = com::kor::dal::nim;
@@ -30,7 +28,7 @@ ServiceTask::~ServiceTask()
         try {
             environment.results.drop(position);
         } catch (const std::exception& exc) {
-            std::cerr << "nimhost: " << name() << ": " << exc.what() << std::endl;
+            writeError({name(), ": ", exc.what()});
         }
     }
     environment.plugins.withdraw(request.plugin);
@@ -52,7 +50,7 @@ void ServiceTask::run()
     try {
         answer();
     } catch (...) {
-        std::cerr << "nimhost: " << name() << ": " << currentFailure() << std::endl;
+        writeError({name(), ": ", currentFailure()});
     }
 }
 

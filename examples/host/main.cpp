@@ -19,7 +19,7 @@ int main(int argc, char** argv)
         }
         return nimhost::Host(options).run();
     } catch (...) {
-        std::cerr << "nimhost: " << nimhost::currentFailure() << std::endl;
+        nimhost::writeError({nimhost::currentFailure()});
         return 2;
     }
 }

@@ -30,6 +30,7 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <map>
 #include <stdexcept>
 #include <streambuf>
@@ -83,11 +84,12 @@ private:
     std::function<void()> work;
 };
 
+/** Exhausts the stack. A recursion without an end would be an error of newer versions of clang. */
 [[gnu::noinline]] int overflow(int depth)
 {
     volatile char page[4096];
     page[0] = static_cast<char>(depth);
-    return overflow(depth + 1) + page[0];
+    return depth == std::numeric_limits<int>::max() ? 0 : overflow(depth + 1) + page[0];
 }
 
 void onTask()
