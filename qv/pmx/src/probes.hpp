@@ -22,8 +22,9 @@
 #include <sys/sdt.h>
 
 #ifdef __clang__
-// The macros of that header call variadic ones without a variadic argument.
+// The macros of that header call variadic ones without a variadic argument. Clang 19 has the second name for that.
 #pragma clang diagnostic ignored "-Wgnu-zero-variadic-macro-arguments"
+#pragma clang diagnostic ignored "-Wc++20-extensions"
 #endif
 
 #define QV_PROBE_1(NAME, A) DTRACE_PROBE1(dalnim, NAME, A)
