@@ -41,6 +41,9 @@ protected:
             GTEST_SKIP()
                 << "the leak sanitizer does not run under a debugger, and instrumented frames differ";
         }
+#ifndef GDB_HAS_TYPES
+        GTEST_SKIP() << "the library was built without debug information";
+#endif
     }
 
     struct Result
