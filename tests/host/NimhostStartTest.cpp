@@ -3,12 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <spawn.h>
 #include <string>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
 using support::ChildProcess;
 using support::readFile;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
@@ -32,6 +37,44 @@ protected:
         EXPECT_EQ(host.wait(), 2);
         EXPECT_THAT(host.errors(), MatchesRegex(line + "\n"));
     }
+
+    /**
+     * Runs a host that ends on its own. Returns what it writes to standard error, a string for each write.
+     * These must fit into the buffer of a socket.
+     */
+    std::vector<std::string> writesOnStandardError(const std::vector<std::string>& arguments) const
+    {
+        // A socket of this type preserves the boundaries of writes.
+        int ends[2];
+        if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+            ADD_FAILURE() << "no sockets";
+            return {};
+        }
+        const std::vector<std::string> words = command(arguments);
+        std::vector<char*> pointers;
+        for (const std::string& word : words) {
+            pointers.push_back(const_cast<char*>(word.c_str()));
+        }
+        pointers.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+        pid_t host = -1;
+        EXPECT_EQ(posix_spawn(&host, words[0].c_str(), &actions, nullptr, pointers.data(), environ), 0);
+        posix_spawn_file_actions_destroy(&actions);
+        close(ends[1]);
+
+        std::vector<std::string> writes;
+        char text[4096];
+        for (ssize_t length; (length = read(ends[0], text, sizeof text)) > 0;) {
+            writes.emplace_back(text, static_cast<std::size_t>(length));
+        }
+        close(ends[0]);
+        if (host > 0) {
+            waitpid(host, nullptr, 0);
+        }
+        return writes;
+    }
 };
 
 }
@@ -52,6 +95,16 @@ TEST_F(NimhostStartTest, SourceThatCannotStartItsThreadStopsTheOthers)
     EXPECT_THAT(logText(), HasSubstr("ERROR Host.cpp "));
     EXPECT_THAT(logText(), HasSubstr("nimhost is down: sources stopped"));
 #endif
+}
+
+/** Otherwise the lines of other threads, or records of a log there, come in between. */
+TEST_F(NimhostStartTest, LineOnStandardErrorIsOneWrite)
+{
+    EXPECT_THAT(writesOnStandardError({"--unknown"}), ElementsAre("nimhost: unknown option --unknown\n"));
+    EXPECT_THAT(writesOnStandardError({"--config", "/nonexistent"}),
+                ElementsAre("nimhost: cannot read /nonexistent: No such file or directory\n"));
+    EXPECT_THAT(writesOnStandardError({"--threads", "x"}),
+                ElementsAre("nimhost: --threads requires a number from 1 to 1000, not \"x\"\n"));
 }
 
 TEST_F(NimhostStartTest, AdapterThatThrowsNoStdExceptionIsReportedWithOneLine)
