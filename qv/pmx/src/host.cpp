@@ -7,6 +7,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <qv/pmx/init.h>
+#include <qv/pmx/src/cached_pid.hpp>
+
 namespace {
 
 /**
@@ -48,7 +51,8 @@ __attribute__((noinline, cold)) std::atomic<pid_t>* createPidCache() noexcept
 {
     // Like getpid(), the caller does not change `errno`.
     const int error = errno;
-    std::atomic<pid_t>* const mapped = mapPidCache();
+    // Children of fork() discard the number themselves. The kernel clears the page for those of other calls.
+    std::atomic<pid_t>* const mapped = qv_si_init_only_multithreaded() == 0 ? mapPidCache() : nullptr;
     errno = error;
     std::atomic<pid_t>* const cache = mapped != nullptr ? mapped : &no_cache;
     std::atomic<pid_t>* other = nullptr;
@@ -63,6 +67,15 @@ __attribute__((noinline, cold)) std::atomic<pid_t>* createPidCache() noexcept
     return other;
 }
 
+}
+
+void qv::forgetPid()
+{
+    std::atomic<pid_t>* const cache = pid_cache.load(std::memory_order_acquire);
+    if (cache != nullptr) {
+        // Relaxed: a child has one thread.
+        cache->store(0, std::memory_order_relaxed);
+    }
 }
 
 // Cached, since each log record contains the process ID.

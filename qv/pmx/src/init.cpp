@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <qv/pmx/src/cached_pid.hpp>
 #include <qv/pmx/src/thread_self.hpp>
 
 // The note by which the loader recognises a copy of this library (library_copy.hpp): its name, and the major
@@ -19,9 +20,15 @@ namespace {
 pthread_once_t once = PTHREAD_ONCE_INIT;
 qv_err_t status = 0;
 
+extern "C" void forgetInChild()
+{
+    qv::forgetThreadSelf();
+    qv::forgetPid();
+}
+
 extern "C" void initialize()
 {
-    status = pthread_atfork(nullptr, nullptr, qv::forgetThreadSelf);
+    status = pthread_atfork(nullptr, nullptr, forgetInChild);
 }
 
 }

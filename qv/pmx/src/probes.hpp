@@ -22,7 +22,7 @@
 #include <sys/sdt.h>
 
 #ifdef __clang__
-// The macros of that header call variadic ones without a variadic argument. Clang 19 has the second name for that.
+// The macros of that header call variadic ones without a variadic argument, which clang 19 calls otherwise.
 #pragma clang diagnostic ignored "-Wgnu-zero-variadic-macro-arguments"
 #pragma clang diagnostic ignored "-Wc++20-extensions"
 #endif
