@@ -11,6 +11,10 @@ set_target_properties(dalnim_plugin PROPERTIES EXPORT_NAME plugin)
 if(BUILD_SHARED_LIBS)
     target_link_libraries(dalnim_plugin INTERFACE dalnim::dalnim)
 else()
+    # CMake passes the archive's path in the option below, but does not quote dollar signs there.
+    if(PROJECT_BINARY_DIR MATCHES "\\$")
+        message(FATAL_ERROR "Paths with a dollar sign are not supported by the static library: move the build")
+    endif()
     # An option, not a link item with the feature WHOLE_ARCHIVE, so that libraries of the program may link
     # dalnim::dalnim as well: options precede the libraries, so the archive is complete when it is read again.
     target_link_options(dalnim_host INTERFACE -Wl,--export-dynamic

@@ -570,3 +570,18 @@ TEST_F(NimhostRequestsTest, ExampleRequestsAreServed)
     EXPECT_THAT(host.output(), HasSubstr("status=\"ok\">SGVsbG8sIHdvcmxkIQ==</result>"));
     EXPECT_THAT(host.output(), Not(HasSubstr("dropped")));
 }
+
+/** The script "run" serves these documents if it has no arguments, beside the sources. */
+TEST_F(NimhostRequestsTest, DocumentsOfTheScriptRunFillTheSummary)
+{
+    const std::string requests = NIMHOST_REQUESTS;
+    ChildProcess host =
+        run(configure(), {"--threads", "4", requests + "/encode.xml", requests + "/reload.xml"});
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_EQ(tableRow(host.errors(), "documents read"), 2U);
+    EXPECT_EQ(tableRow(host.errors(), "documents rejected"), 0U);
+    EXPECT_EQ(tableRow(host.errors(), "documents dropped"), 0U);
+    EXPECT_EQ(tableRow(host.errors(), "XML elements read"), 15U);
+    EXPECT_EQ(tableRow(host.errors(), "plug-ins reloaded"), 1U);
+    EXPECT_THAT(host.output(), Not(HasSubstr("failed")));
+}
