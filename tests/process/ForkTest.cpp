@@ -21,7 +21,7 @@ TEST(ProcessFork, ChildrenDoNotHangWhenTheyLogWithLocalTimeAndANamedLocale)
     if (support::UNDER_THREAD_SANITIZER) {
         GTEST_SKIP() << "a child of several threads may not start any under the thread sanitizer";
     }
-    const std::string times = support::isLongRun() ? "100000" : "2000";
+    const std::string times = support::isLongRun() ? "100000" : "500";
     const support::ScratchFolder folder;
     const std::string path = folder.file("a.log");
     const Outcome run({PROCESS_FORK_PROBE, "fork", path, times});
