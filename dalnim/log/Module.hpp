@@ -111,7 +111,7 @@ private:
     /**
      * Cached result of the filter (lowest bit) and the generation of the filter that it belongs to (other
      * bits). A single word, so that threads cannot combine the result of one generation with another
-     * generation.
+     * generation. Relaxed: see isSelected().
      */
     std::atomic<std::uint64_t> filterState;
     /** The registration that owns a module created by getInstance(); null for any other module. */
@@ -121,6 +121,7 @@ private:
     /**
      * The logger's gate if the logger decides by it alone, otherwise an open gate. Bound by the first check,
      * not by the constructor: the logger may be under construction then, and its final class unknown.
+     * Relaxed: see bindGate().
      */
     std::atomic<const SeverityGate*> loggerGate;
 };

@@ -70,6 +70,7 @@ private:
         return passing | mask << MASK_SHIFT | lowest << MINIMUM_SHIFT;
     }
 
+    /** Relaxed: the word is all that is passed on. */
     std::atomic<unsigned int> word;
 };
 

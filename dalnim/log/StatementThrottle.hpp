@@ -82,6 +82,8 @@ public:
     }
 
 private:
+    // Relaxed: the counts, and the time, are all that threads pass on to each other.
+
     /**
      * Of admitEvery(): 0 before the first execution, and afterwards one more than the number of executions
      * refused since the last admitted one. Of admitFirst(): the number of admitted executions. Of

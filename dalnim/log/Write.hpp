@@ -224,7 +224,8 @@ private:
 
     /** Acquired before LogFile's lock. Not recursive: a setter releases it before it reports the change. */
     mt::CriticalSection stateSync;
-    // The atomic members are read without the lock, and written under it.
+    // The atomic members are read without the lock, and written under it. Relaxed: each is a setting of its
+    // own. `prefixFormat` is also released and acquired: see setPrefixFormat().
     std::atomic<bool> flagAllowRemoteControl;
     /** Whether the configuration has been written to the current output. */
     mutable bool streamHeaderDone DALNIM_GUARDED_BY(stateSync);
@@ -244,7 +245,7 @@ private:
     /** Permissions of the files that this logger owns; a shared file has those of its owner. */
     unsigned int fileMode DALNIM_GUARDED_BY(stateSync);
     std::unique_ptr<ModuleRegistration> modules DALNIM_PT_GUARDED_BY(stateSync);
-    /** Number of statements in signal handlers that were rejected. */
+    /** Number of statements in signal handlers that were rejected. Relaxed: a count. */
     std::atomic<std::uint64_t> refusedStatements{0};
     /** A LoggerState, which has fork() hold stateSync. Destroyed first. */
     std::unique_ptr<ForkEntry> forkEntry;

@@ -27,6 +27,7 @@ public:
     }
 
 private:
+    /** unlock() releases what the lock guards to the next tryLock() that succeeds, which acquires it. */
     std::atomic<bool> _isHeld{false};
 };
 

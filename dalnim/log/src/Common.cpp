@@ -24,6 +24,7 @@ const char TERMINATOR[] = " : ";
 static_assert(sizeof SEPARATOR == 2, "a prefix puts its one byte between two fields");
 static_assert(sizeof TERMINATOR == TERMINATOR_LENGTH + 1, "the end of a prefix has its length");
 
+// Accessed by relaxed atomic operations: the value is all that is passed on.
 volatile bool LOG_LOCALTIME = false;
 
 namespace {

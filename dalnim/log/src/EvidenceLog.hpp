@@ -45,9 +45,15 @@ private:
     static void prepare(const Write& write);
     static void publish();
 
-    /** Only compared, never dereferenced. */
+    /**
+     * Only compared, never dereferenced: no order is required. The calls for one output are serialised, like
+     * all of its operations.
+     */
     static std::atomic<const LogOutput*> watched;
-    /** The default logger, which is never destroyed; null until reports are installed. */
+    /**
+     * The default logger, which is never destroyed; null until reports are installed. Released by prepare(),
+     * acquired by signal handlers.
+     */
     static std::atomic<const Write*> logger;
     static const Registration registration;
 };

@@ -66,6 +66,7 @@ public:
     }
 
 private:
+    /** Relaxed: counts, which order nothing else. */
     typedef std::atomic<std::uint64_t> Counter;
 
     struct Counters
@@ -88,7 +89,7 @@ private:
     }
     static void increase(Counter& counter, std::uint64_t by) noexcept
     {
-        // Not one atomic step: the lock of the logger is held. Relaxed: counts, which order nothing else.
+        // Not one atomic step: the lock of the logger is held.
         counter.store(counter.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
     }
 

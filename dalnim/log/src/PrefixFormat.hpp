@@ -39,7 +39,8 @@ public:
 
     /**
      * Whether any logger of the process has ever escaped control characters or had another form of the time.
-     * Otherwise a record need not look up these settings of its logger, which takes a run-time cast.
+     * Otherwise a record need not look up these settings of its logger, which takes a run-time cast. Relaxed:
+     * the flag is all that is passed on; each setting is an atomic value of its own.
      */
     static inline std::atomic<bool> hasOptions{false};
 

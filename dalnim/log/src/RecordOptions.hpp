@@ -41,6 +41,7 @@ public:
     }
 
 private:
+    /** Relaxed: the bits are all that is passed on. Limits are read under the lock of the logger. */
     static inline std::atomic<unsigned int> word{0};
 };
 

@@ -12,8 +12,6 @@ bool StatementThrottle::admitAfter(std::int64_t ms, std::uint64_t& heldBack) noe
 {
     constexpr std::int64_t NANOS_PER_MS = 1000000;
     constexpr std::int64_t NEVER = std::numeric_limits<std::int64_t>::max();
-    // All orders are relaxed, as in the other operations: the counts are all that threads pass on to each
-    // other.
     if (ms > 0) {
         const std::int64_t now = coarseTime();
         std::int64_t current = due.load(std::memory_order_relaxed);

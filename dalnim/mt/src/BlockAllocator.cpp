@@ -114,7 +114,7 @@ public:
 
 private:
     qv::TryLock lock;
-    /** Changed with the lock held, also read without it. */
+    /** Changed with the lock held, also read without it. Relaxed: the magazines are read under the lock. */
     std::atomic<bool> hasFull[CLASSES] = {};
     Magazine* full[CLASSES] DALNIM_GUARDED_BY(lock) = {};
     Magazine* empty DALNIM_GUARDED_BY(lock) = nullptr;

@@ -57,6 +57,7 @@ void releaseTaskName(RX_String& name) noexcept
 {
     // A representation of this capacity is in a block of this size, also if the string itself allocated it.
     RX_String::Rep* const rep = name.getRep();
+    // Acquire: former owners read the name before they decremented the count with release order.
     if (rep->capacity == BLOCK_CAPACITY && __atomic_load_n(&rep->ref_count, __ATOMIC_ACQUIRE) == 1) {
         BlockAllocator::deallocate(name.release(), BLOCK_SIZE);
     }

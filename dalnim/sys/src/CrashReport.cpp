@@ -51,6 +51,7 @@ constexpr std::size_t RECORD_SIZE = 3UL * 1024 * 1024;
 /** Time for which a thread waits while others write their reports, in milliseconds. */
 constexpr unsigned int OTHERS_MS = 10000;
 
+/** Set last, under InitLock. Releases what install() has done to threads that acquire it without the lock. */
 std::atomic<bool> is_installed;
 // Written before the handlers are installed: the system orders that before a call of a handler on any thread.
 char* report_memory;
@@ -58,9 +59,16 @@ unsigned int thread_timeout_ms;
 struct sigaction previous_actions[SIGNAL_COUNT];
 std::terminate_handler previous_terminate;
 
-/** The thread that writes a report, or 0. */
+/**
+ * The thread that writes a report, or 0. It releases the memory to the next one, whose exchange acquires it.
+ * Relaxed where a handler looks for the ID of its own thread, which only that thread stores, and in the child
+ * of a fork, which has one thread.
+ */
 std::atomic<ThreadID_t> reporter;
-/** Number of threads that write a report or wait to do so. */
+/**
+ * Number of threads that write a report or wait to do so. Their decrements release their reports to a thread
+ * that acquires 0, and may then end the process. Relaxed in the child of a fork, which has one thread.
+ */
 std::atomic<unsigned int> pending_reports;
 /** Where the reporter continues if a part of its report faults; valid while the flag is set. */
 sigjmp_buf part_guard;

@@ -32,10 +32,11 @@ namespace {
 /** Memory for the report of a signal handler: half of it for the text, half for the record. */
 constexpr std::size_t REPORT_SIZE = 4UL * 1024 * 1024;
 
-/** Set once, before the handler is installed. */
+/** Stored once, before the handler, which acquires it, is installed. Relaxed under InitLock. */
 std::atomic<char*> report_memory;
-/** Whether a handler uses the memory. */
+/** Whether a handler uses the memory, which it then releases to the handler whose exchange acquires it. */
 std::atomic<bool> is_reporting;
+// Relaxed: each is a value of its own, and stored before the handler is installed.
 std::atomic<int> report_descriptor{-1};
 std::atomic<unsigned int> report_timeout_ms{ThreadReport::DEFAULT_TIMEOUT_MS};
 

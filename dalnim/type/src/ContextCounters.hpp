@@ -17,6 +17,10 @@ namespace com::kor::dal::nim::type {
 class ContextCounters
 {
 public:
+    /**
+     * Increments release and loads acquire: a thread that finds an event counted also finds the counts of the
+     * events that happened before it.
+     */
     typedef std::atomic<std::uint64_t> Counter;
 
     static constexpr std::size_t CACHE_LINE = 64;
@@ -41,6 +45,7 @@ public:
     }
     static ContextStatistics read() noexcept;
 
+    /** Relaxed: the value is all that is passed on. */
     static inline std::atomic<bool> isEnabled{false};
 
 private:

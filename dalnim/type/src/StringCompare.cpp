@@ -27,6 +27,8 @@ int lengthDifference(std::size_t l, std::size_t r) noexcept
 const unsigned char* StringOps::_get_lowercase_char_xlat_table() noexcept
 {
     static unsigned char XLAT[UCHAR_MAX + 1];
+    // Set under InitLock. The store releases the table to a thread whose first load, an acquire, sees it. The
+    // load under the lock may be relaxed: the lock orders it after the store.
     static std::atomic<bool> inited{false};
 
     if (!inited.load(std::memory_order_acquire)) {

@@ -10,6 +10,7 @@ enum CharType : unsigned char { CHAR_SPACE = 1, CHAR_NAME_START = 2, CHAR_NAME =
 /**
  * Character classes of each byte, a combination of CharType bits. Written only by fillCharTypes(). The
  * elements are atomic, because several threads may fill the table concurrently, all with the same bits.
+ * Relaxed: ipdsParseInit() acquires the table before any parser reads it.
  */
 extern std::atomic<unsigned char> aChTypes[256];
 

@@ -46,6 +46,7 @@ const char* const aszErrmsgs[] = {
     "nim_nim_pdsParsePushCommonCB() can only be called from within a Start-Tag callback",
 };
 
+/** Stored with relaxed order: no code reads it. */
 std::atomic<int> trace_severity{0};
 
 std::atomic<bool> charTypesInitialized{false};

@@ -7,7 +7,10 @@
 
 namespace {
 
-/** Initialised by the compiler: static constructors of any source may write a message. */
+/**
+ * Initialised by the compiler: static constructors of any source may write a message. Relaxed: the value is
+ * all that is passed on.
+ */
 std::atomic<bool> counts_as_closed{false};
 
 const struct CheckAtLoad

@@ -41,6 +41,7 @@ public:
         /** Calls followLog() with the log's current file. Not in a signal handler. Throws as the log does. */
         void (*publish)();
     };
+    /** Stored when the library is loaded: released to handlers on any thread, which acquire it. */
     static std::atomic<const LogFormat*> logFormat;
 
     /**
@@ -71,8 +72,15 @@ private:
 
     static void reserve();
 
+    /**
+     * The descriptor, or NONE. Stored once, under InitLock, with release order; loaded with acquire order. A
+     * change of the log's file finds it, or precedes the call of publish() in the order of the log's locks.
+     */
     static std::atomic<int> logDescriptor;
-    /** Whether the descriptor leads to a file of the log. */
+    /**
+     * Whether the descriptor leads to a file of the log. Stored after the descriptor has been replaced, with
+     * release order: a writer that acquires `true` also finds `logDescriptor`.
+     */
     static std::atomic<bool> hasLogFile;
 };
 

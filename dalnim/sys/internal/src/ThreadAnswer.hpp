@@ -34,9 +34,16 @@ struct ThreadAnswer
         NOT_ASKED
     };
 
-    /** The state in the lowest bits, above it a number that each question increments. See ThreadInquiry. */
+    /**
+     * The state in the lowest bits, above it a number that each question increments. See ThreadInquiry. Each
+     * transition that passes the answer on releases it, and the next one acquires it; the other members can
+     * therefore be plain or relaxed.
+     */
     std::atomic<std::uint64_t> ticket;
-    /** The question to which this belongs; 0 if none. Written by the thread that asks. */
+    /**
+     * The question to which this belongs; 0 if none. Written by the thread that asks. Other threads that ask
+     * only compare it with the numbers of their own questions.
+     */
     std::atomic<std::uint64_t> inquiry;
     /** Written by the thread that asks, before it asks. */
     std::atomic<ThreadID_t> tid;
@@ -104,7 +111,8 @@ struct ThreadAnswer
 
     /**
      * Describes task, pool and token of the calling thread, for a higher layer that knows these classes. Null
-     * until the library has been initialised. Called in signal handlers.
+     * until the library has been initialised, which the store releases. Called in signal handlers, which
+     * acquire that.
      */
     static std::atomic<void (*)(ThreadAnswer& answer, const ThreadState& state) noexcept> describeTask;
 };

@@ -44,12 +44,25 @@ constexpr unsigned int GRACE_MS = 50;
 /** Interval, in milliseconds, at which threads that have not answered are checked for their end. */
 constexpr std::uint64_t CHECK_MS = 5;
 
+/**
+ * Stored once, under InitLock, with release order. The handler and claimAnswer() acquire it. Relaxed under
+ * InitLock, in the child of a fork, which has one thread, and after claimAnswer() on the same thread. Threads
+ * that have claimed no answer only compare the atomic IDs of the questions.
+ */
 std::atomic<ThreadAnswer*> all_answers;
+/** Released once the handler is installed, to threads that send the signal. Relaxed under InitLock. */
 std::atomic<int> installed_signal;
+/** Relaxed: each increment returns another number, which is all that is passed on. */
 std::atomic<std::uint64_t> last_inquiry;
-/** The answers from this index on have never been used. */
+/**
+ * The answers from this index on have never been used. Only increases. Relaxed: a thread looks for its own
+ * answers alone, and finds a value that includes those that it has claimed.
+ */
 std::atomic<std::size_t> used_answers;
-/** Incremented by each answer; threads that ask wait for its change. */
+/**
+ * Incremented by each answer; threads that ask wait for its change. The increment releases the answer: a
+ * thread that acquires the count finds the tickets of all answers that it counts.
+ */
 std::atomic<std::uint32_t> answer_count;
 /** The action that the handler replaced, for signals that this class has not sent. */
 struct sigaction previous_action;
@@ -100,8 +113,6 @@ void answerSignal(int number, siginfo_t* info, void* context)
         return;
     }
     ThreadAnswer& answer = answers[index];
-    // Each transition of the ticket that passes the answer on releases it, and the next one acquires it; the
-    // other members can therefore be plain or relaxed.
     std::uint64_t ticket = (cookie >> COOKIE_NUMBER_SHIFT & NUMBER_MASK) << STATE_BITS | ASKED;
     qv::perturb();
     if (!answer.ticket.compare_exchange_strong(ticket, withState(ticket, WRITING),
@@ -158,6 +169,7 @@ std::size_t claimAnswer(std::uint64_t& ticket) noexcept
 {
     ThreadAnswer* const answers = all_answers.load(std::memory_order_acquire);
     for (std::size_t i = 0; answers != nullptr && i < ThreadInquiry::CAPACITY; ++i) {
+        // Relaxed: only the value to compare.
         std::uint64_t found = answers[i].ticket.load(std::memory_order_relaxed);
         if (stateOf(found) != FREE) {
             continue;
@@ -385,6 +397,7 @@ std::size_t ThreadInquiry::used() noexcept
 
 void ThreadInquiry::resetInChild() noexcept
 {
+    // Relaxed: the child has one thread.
     ThreadAnswer* const answers = all_answers.load(std::memory_order_relaxed);
     for (std::size_t i = 0; i < used(); ++i) {
         const std::uint64_t ticket = answers[i].ticket.load(std::memory_order_relaxed);

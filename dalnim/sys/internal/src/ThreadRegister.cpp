@@ -77,6 +77,7 @@ void ThreadRegister::leave() noexcept
 
 void ThreadRegister::keepCallerOnly() noexcept
 {
+    // Relaxed: the child has one thread.
     for (Block* block = &firstBlock; block != nullptr; block = block->next.load(std::memory_order_relaxed)) {
         for (std::atomic<ThreadID_t>& entry : block->threads) {
             const bool isOwn = &entry == own_entry;

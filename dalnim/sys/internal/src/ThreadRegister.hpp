@@ -49,8 +49,12 @@ private:
     {
         static constexpr std::size_t SIZE = 126;
 
-        /** Thread IDs; 0 marks a free entry. */
+        /**
+         * Thread IDs, which are all that is passed on; 0 marks a free entry. Entering and iterating are
+         * sequentially consistent: see claim(). Otherwise relaxed: to find a free entry, and to leave it.
+         */
         std::atomic<ThreadID_t> threads[SIZE];
+        /** Released by claim() after the block has been constructed, and acquired before it is read. */
         std::atomic<Block*> next;
     };
 
@@ -58,6 +62,7 @@ private:
 
     // Zero-initialised, since threads enter before any constructor has run.
     static Block firstBlock;
+    /** Relaxed: a count. */
     static std::atomic<unsigned int> missingCount;
 };
 
