@@ -310,8 +310,14 @@ void installHandlers()
     // Without deferral, so that a fault in the report is handled.
     action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
     ::sigemptyset(&action.sa_mask);
+    // Read first: the call that installs a handler would store the previous action after that.
     for (std::size_t i = 0; i < SIGNAL_COUNT; ++i) {
-        if (::sigaction(SIGNALS[i], &action, &previous_actions[i]) != 0) {
+        if (::sigaction(SIGNALS[i], nullptr, &previous_actions[i]) != 0) {
+            throw system_error(errno);
+        }
+    }
+    for (std::size_t i = 0; i < SIGNAL_COUNT; ++i) {
+        if (::sigaction(SIGNALS[i], &action, nullptr) != 0) {
             const int error = errno;
             while (i-- > 0) {
                 ::sigaction(SIGNALS[i], &previous_actions[i], nullptr);
@@ -353,7 +359,9 @@ void CrashReport::install(const Options& options)
         installHandlers();
     }
     if (options.terminate) {
-        previous_terminate = std::set_terminate(onTerminate);
+        // Read first, like the previous actions.
+        previous_terminate = std::get_terminate();
+        std::set_terminate(onTerminate);
     }
     is_installed.store(true, std::memory_order_release);
 }

@@ -64,7 +64,10 @@ std::atomic<std::size_t> used_answers;
  * thread that acquires the count finds the tickets of all answers that it counts.
  */
 std::atomic<std::uint32_t> answer_count;
-/** The action that the handler replaced, for signals that this class has not sent. */
+/**
+ * The action that the handler replaced, for signals that this class has not sent. Written before the handler
+ * is installed: the system orders that before a call of the handler on any thread.
+ */
 struct sigaction previous_action;
 
 std::uint64_t stateOf(std::uint64_t ticket) noexcept
@@ -379,7 +382,8 @@ void ThreadInquiry::install(int signal)
     action.sa_sigaction = answerSignal;
     action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
     ::sigemptyset(&action.sa_mask);
-    if (::sigaction(chosen, &action, &previous_action) != 0) {
+    // Read first: the call that installs the handler would store the previous action after that.
+    if (::sigaction(chosen, nullptr, &previous_action) != 0 || ::sigaction(chosen, &action, nullptr) != 0) {
         throw system_error(errno);
     }
     installed_signal.store(chosen, std::memory_order_release);
