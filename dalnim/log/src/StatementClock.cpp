@@ -30,7 +30,8 @@ Time_t StatementClock::readFraction(Time_t* seconds) noexcept
     timespec now = {};
     ::clock_gettime(CLOCK_REALTIME, &now);
     time.seconds = now.tv_sec;
-    time.fraction = std::uint64_t(generation.load(std::memory_order_relaxed)) << MICROSECOND_BITS
+    // Acquires from acquire() the function that preceded the generation.
+    time.fraction = std::uint64_t(generation.load(std::memory_order_acquire)) << MICROSECOND_BITS
                     | static_cast<std::uint64_t>(now.tv_nsec / 1000);
     return time.seconds;
 }
@@ -47,10 +48,12 @@ void StatementClock::acquire() noexcept
 {
     const ForkSafeLock lock(mutex);
     if (users++ == 0) {
-        generation.fetch_add(1, std::memory_order_relaxed);
-        // Releases the generation to statements that call the function: read() acquires it. A record finds it
-        // by the format of the prefix, which Write::setPrefixFormat() releases afterwards.
-        function.store(&readFraction, std::memory_order_release);
+        // Relaxed: readFraction() acquires what it reads.
+        function.store(&readFraction, std::memory_order_relaxed);
+        // Released to readFraction(): a thread that has stored a fraction of this generation does not find an
+        // older function afterwards. A record finds the generation by the format of the prefix, which
+        // Write::setPrefixFormat() releases later.
+        generation.fetch_add(1, std::memory_order_release);
     }
 }
 
@@ -58,8 +61,9 @@ void StatementClock::release() noexcept
 {
     const ForkSafeLock lock(mutex);
     if (--users == 0) {
-        // Relaxed: time() reads nothing else.
-        function.store(&std::time, std::memory_order_relaxed);
+        // Released to read(): a statement that calls time() does not find an older format that needs the
+        // fraction. One that it finds is newer, and so is its generation.
+        function.store(&std::time, std::memory_order_release);
     }
 }
 

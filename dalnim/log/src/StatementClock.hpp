@@ -24,7 +24,7 @@ public:
 
     static void read(Header::Time& time) noexcept
     {
-        // Acquires the generation with which readFraction() marks the fraction.
+        // Acquires from release() that no logger needs the fraction.
         function.load(std::memory_order_acquire)(&time.seconds);
     }
     /**

@@ -190,7 +190,8 @@ bool Control::setPriorityPrefix(bool on)
 TimeFormat Control::getTimeFormat() const
 {
     const auto* const logger = dynamic_cast<const Write*>(this);
-    return logger != nullptr ? PrefixFormat::timeFormat(logger->prefixFormat.load(std::memory_order_relaxed))
+    // Acquires that fractions are being read, for format(): a subclass may call that without the lock.
+    return logger != nullptr ? PrefixFormat::timeFormat(logger->prefixFormat.load(std::memory_order_acquire))
                              : TimeFormat_LOCAL;
 }
 
