@@ -28,6 +28,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -43,6 +45,24 @@
 #include <support/InChildProcess.hpp>
 #include <support/Sanitizers.hpp>
 #include <support/Valgrind.hpp>
+
+namespace {
+
+/** Called when a report is about to be written to a pipe. */
+std::atomic<const std::function<void()>*> duringPoll{nullptr};
+
+}
+
+/** Replaces the function of the C library. */
+extern "C" __attribute__((visibility("default"))) int poll(pollfd* descriptors, nfds_t count, int timeoutMs)
+{
+    const std::function<void()>* const call = duringPoll;
+    if (call != nullptr) {
+        (*call)();
+    }
+    const timespec timeout = {timeoutMs / 1000, timeoutMs % 1000 * 1000000L};
+    return ppoll(descriptors, count, timeoutMs < 0 ? nullptr : &timeout, nullptr);
+}
 
 namespace {
 
@@ -555,6 +575,41 @@ TEST_F(ThreadReportTest, ChildOfAForkReportsItsOwnThread)
     });
     gate.open();
     other.join();
+    EXPECT_EQ(0, status);
+}
+
+TEST_F(ThreadReportTest, ChildOfAForkDuringAReportOfAnotherThreadWritesItsOwn)
+{
+    if (support::UNDER_ADDRESS_SANITIZER) {
+        GTEST_SKIP() << "the allocator of the sanitizer does not survive a fork of several threads";
+    }
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK));
+    ThreadReport::installSignal(SIGUSR2, ends[1], PATIENCE_MS);
+    Gate writing;
+    Gate forked;
+    const std::function<void()> waitWhileWriting = [&] {
+        writing.open();
+        forked.pass();
+    };
+    duringPoll = &waitWhileWriting;
+    std::thread reporting([] { std::raise(SIGUSR2); });
+    writing.pass();
+    duringPoll = nullptr;
+    const int status = support::inChildProcess([&] {
+        std::raise(SIGUSR2);
+        close(ends[1]);
+        char text[4096];
+        const ssize_t length = read(ends[0], text, sizeof text);
+        ASSERT_GT(length, 0);
+        EXPECT_THAT(std::string(text, static_cast<std::size_t>(length)),
+                    StartsWith("Threads of process " + std::to_string(getpid()) + ": "));
+    });
+    forked.open();
+    reporting.join();
+    std::signal(SIGUSR2, SIG_DFL);
+    close(ends[0]);
+    close(ends[1]);
     EXPECT_EQ(0, status);
 }
 

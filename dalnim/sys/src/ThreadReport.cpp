@@ -63,6 +63,12 @@ void writeReport(int, siginfo_t*, void* context)
     is_reporting.store(false, std::memory_order_release);
 }
 
+/** A child has only the thread that called fork(): no other one ends a report that it was writing. */
+void endReportInChild() noexcept
+{
+    is_reporting.store(false, std::memory_order_relaxed);
+}
+
 ThreadReport::Entry entryOf(const ThreadAnswer& answer)
 {
     ThreadReport::Entry entry = {};
@@ -167,6 +173,7 @@ void ThreadReport::installSignal(int signal, int descriptor, unsigned int timeou
         if (memory == MAP_FAILED) {
             throw system_error(errno);
         }
+        ::pthread_atfork(nullptr, nullptr, endReportInChild);
         report_memory.store(static_cast<char*>(memory), std::memory_order_release);
     }
     report_descriptor.store(descriptor, std::memory_order_relaxed);
