@@ -1,4 +1,11 @@
-# Steps that ./run and ./test share. They source this file, after they have set `tree`, and with "set -euo pipefail".
+# Steps that ./run, ./test, tests/platforms/* and tests/reliability/run share. They source this file, after they have
+# set `tree`, and with "set -euo pipefail".
+
+# The packages with which ./test builds and runs the suite.
+suite_packages=(g++ clang cmake ninja-build --optional ccache pkg-config
+    clang-format clang-tidy libgtest-dev libgmock-dev libsystemd-dev libexpat1-dev libssl-dev xxd shared-mime-info
+    iso-codes docbook-xsl devscripts man-db abigail-tools xz-utils doxygen graphviz python3 pyflakes3 gdb
+    systemtap-sdt-dev bpftrace spin)
 
 # Prints its arguments as lines to standard error, and ends the script.
 fail() {
@@ -8,6 +15,15 @@ fail() {
 
 # Returns true if standard output is a terminal on which a line can be redrawn.
 is_terminal() { [ -t 1 ] && [ "${TERM-dumb}" != dumb ]; }
+
+# Prints a duration: about MINUTES
+about() {
+    if [ "$1" -lt 120 ]; then
+        echo "about $1 minutes on two cores"
+    else
+        echo "about $((($1 + 30) / 60)) hours on two cores"
+    fi
+}
 
 # Sets `build_root`, the directory of all builds, and creates it: DALNIM_BUILD_DIR, or "build" in the tree.
 choose_build_root() {
@@ -51,6 +67,16 @@ print_packages() {
     fi
 }
 
+# Prints what the script does and the packages that it installs, installs them, and sets up the compiler cache:
+# prepare TEXT ARGUMENT_OF_INSTALL_DEPENDENCIES...
+prepare() {
+    echo "==> $1"
+    shift
+    print_packages "$@"
+    "$tree/packaging/install-dependencies" "$@"
+    choose_compiler_cache
+}
+
 # Appends standard input, the output of a build, to LOG, and shows its progress in one line of the terminal:
 # show_progress LOG
 show_progress() {
@@ -65,29 +91,48 @@ show_progress() {
     printf '\r\033[K'
 }
 
-# run_build DIRECTORY LOG: builds everything. Appends the output to LOG.
-run_build() {
-    if is_terminal; then
-        NINJA_STATUS='[%f/%t] ' cmake --build "$1" 2>&1 | show_progress "$2"
-    else
-        NINJA_STATUS='[%f/%t] ' cmake --build "$1" >>"$2" 2>&1
-    fi
-}
-
-# build_preset PRESET LOG DURATION [OPTION...]: configures PRESET with the options, and builds it. DURATION says how
-# long the first build takes. Writes the output to LOG, and its errors to standard error, too. A failure ends the script.
-build_preset() {
-    local preset=$1 log=$2 duration=$3 directory=$build_root/$1
-    shift 3
-    [ -e "$directory/build.ninja" ] && duration="what has changed since the last build"
-    echo "==> configuring the $preset build (output in $log)"
-    (cd "$tree" && cmake --preset "$preset" -B "$directory" "${launcher_options[@]}" "$@") >"$log" 2>&1 || {
+# configure NAME LOG OPTION...: configures the build NAME in `build_root` with the options of CMake. Writes the output to
+# LOG, and to standard error if it fails, which ends the script.
+configure() {
+    local name=$1 log=$2
+    shift 2
+    echo "==> configuring the $name build (output in $log)"
+    (cd "$tree" && cmake -B "$build_root/$name" "${launcher_options[@]}" "$@") >"$log" 2>&1 || {
         cat "$log" >&2
         fail "$0: CMake could not configure the build; see $log"
     }
-    echo "==> building it ($(nproc) jobs, $duration)"
-    run_build "$directory" "$log" || {
+}
+
+# compile NAME LOG [TARGET...]: builds the targets of a configured build, or everything. Appends the output to LOG, and
+# writes the errors to standard error, too. A failure ends the script.
+compile() {
+    local directory=$build_root/$1 log=$2
+    shift 2
+    [ $# -eq 0 ] || set -- --target "$@"
+    if is_terminal; then
+        NINJA_STATUS='[%f/%t] ' cmake --build "$directory" "$@" 2>&1 | show_progress "$log"
+    else
+        NINJA_STATUS='[%f/%t] ' cmake --build "$directory" "$@" >>"$log" 2>&1
+    fi || {
         grep -vE '^\[[0-9]+/[0-9]+\]' "$log" | tail -n 100 >&2
         fail "$0: the build failed; see $log"
     }
+}
+
+# build_all NAME LOG DURATION OPTION...: configures the build NAME in `build_root` with the options of CMake, and builds
+# everything. DURATION says how long that takes if nothing has been built, or is empty.
+build_all() {
+    local name=$1 log=$2 duration=$3 built stamp=$build_root/$1/.built-with
+    shift 3
+    configure "$name" "$log" "$@"
+    # The options of the last build that succeeded; of one without the tests only if none with them did.
+    built=$(cat "$stamp" 2>/dev/null) || built=
+    if [ "$built" = "$*" ] || [ "$built" = "${*/BUILD_TESTS=OFF/BUILD_TESTS=ON}" ]; then
+        duration="what has changed since the last build"
+    else
+        built=$*
+    fi
+    echo "==> building it ($(nproc) jobs${duration:+, $duration})"
+    compile "$name" "$log"
+    printf '%s\n' "$built" >"$stamp"
 }
