@@ -25,8 +25,10 @@ about() {
     fi
 }
 
-# Sets `build_root`, the directory of all builds, and creates it: DALNIM_BUILD_DIR, or "build" in the tree.
+# Sets `build_root`, the directory of all builds, and creates it: DALNIM_BUILD_DIR, or "build" in the tree. All users may
+# read what is built afterwards, whatever the umask was: tests run parts of themselves as another user.
 choose_build_root() {
+    umask 022
     build_root=${DALNIM_BUILD_DIR:-$tree/build}
     [[ $build_root == /* ]] || build_root=$PWD/$build_root
     local probe
