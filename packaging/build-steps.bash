@@ -1,6 +1,14 @@
 # Steps that ./run, ./test, tests/platforms/* and tests/reliability/run share. They source this file, after they have
 # set `tree`, and with "set -euo pipefail".
 
+# Opens the standard descriptors that are closed: a file that is opened later would have their numbers. If only standard
+# error is closed, bash reads the script from that descriptor.
+if ! true 9>&2 || [ /dev/fd/2 -ef "$0" ]; then
+    exec 2>/dev/null
+fi
+{ true 9>&1; } 2>/dev/null || exec >/dev/null
+{ true 9<&0; } 2>/dev/null || exec </dev/null
+
 # The packages with which ./test builds and runs the suite.
 suite_packages=(g++ clang cmake ninja-build --optional ccache pkg-config
     clang-format clang-tidy libgtest-dev libgmock-dev libsystemd-dev libexpat1-dev libssl-dev xxd shared-mime-info
