@@ -13,7 +13,7 @@ if(BUILD_SHARED_LIBS)
 else()
     # CMake passes the archive's path in the option below, but does not quote dollar signs there.
     if(PROJECT_BINARY_DIR MATCHES "\\$")
-        message(FATAL_ERROR "Paths with a dollar sign are not supported by the static library: move the build")
+        message(FATAL_ERROR "Static libraries do not support paths with $: move the build")
     endif()
     # An option, not a link item with the feature WHOLE_ARCHIVE, so that libraries of the program may link
     # dalnim::dalnim as well: options precede the libraries, so the archive is complete when it is read again.

@@ -574,10 +574,13 @@ TEST_F(NimhostRequestsTest, ExampleRequestsAreServed)
 /** The script "run" serves these documents if it has no arguments, beside the sources. */
 TEST_F(NimhostRequestsTest, DocumentsOfTheScriptRunFillTheSummary)
 {
+    const std::string sources =
+        "/source/rate = 100\n/source/queue = 8\n/source/block = true\n/source/debug.every = 0\n"
+        "/source/fail.every = 0\n/source/break.after = 0\n";
     const std::string requests = NIMHOST_REQUESTS;
-    ChildProcess host =
-        run(configure(), {"--threads", "4", requests + "/encode.xml", requests + "/reload.xml"});
-    EXPECT_EQ(host.wait(), 0);
+    ChildProcess host = run(configure(sources), {"--threads", "4", "--seconds", "1", requests + "/encode.xml",
+                                                 requests + "/reload.xml"});
+    EXPECT_EQ(host.wait(), 0) << host.errors();
     EXPECT_EQ(tableRow(host.errors(), "documents read"), 2U);
     EXPECT_EQ(tableRow(host.errors(), "documents rejected"), 0U);
     EXPECT_EQ(tableRow(host.errors(), "documents dropped"), 0U);
