@@ -86,7 +86,7 @@ String configure()
 }
 
 /** Logs until the file has been rotated, and returns what is missing. */
-String log()
+String rotate()
 {
     constexpr int RECORDS = 200;
     for (int i = 0; i < RECORDS; ++i) {
@@ -315,7 +315,7 @@ int main(int argc, char** argv)
         return 4;
     }
     part("configuration", configure);
-    part("log", log);
+    part("log", rotate);
     part("library", useAll);
     part("pool", pool);
     part("wait", waitForNothing);
